@@ -1,0 +1,11 @@
+# SQLite: the distribution's library; cross builds compile against the distribution's header alone.
+if(NOT TARGET quorvane_sqlite)
+  add_library(quorvane_sqlite INTERFACE IMPORTED GLOBAL)
+  if(WIN32)
+    configure_file(/usr/include/sqlite3.h ${PROJECT_BINARY_DIR}/sqlite/sqlite3.h COPYONLY)
+    target_include_directories(quorvane_sqlite INTERFACE ${PROJECT_BINARY_DIR}/sqlite)
+  else()
+    find_package(SQLite3 REQUIRED)
+    target_link_libraries(quorvane_sqlite INTERFACE SQLite::SQLite3)
+  endif()
+endif()
