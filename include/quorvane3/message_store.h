@@ -1,0 +1,34 @@
+// quorvane3/message_store.h: what a host must know of the project's own message store beyond MAPI.
+//
+// The store is a message service of the published kind: a host makes a profile (MAPIAdminProfiles,
+// IProfAdmin::CreateProfile), adds the service kMessageStoreService (IMsgServiceAdmin::CreateMsgService) and
+// configures it (IMsgServiceAdmin::ConfigureMsgService) with the properties below. From then on MAPILogonEx
+// and IMAPISession::OpenMsgStore reach the store.
+#ifndef QUORVANE3_MESSAGE_STORE_H_
+#define QUORVANE3_MESSAGE_STORE_H_
+
+#include "quorvane3/mapi.h"
+
+namespace quorvane {
+
+// The name of the message service, for CreateMsgService.
+inline constexpr char kMessageStoreService[] = "QVSTORE";
+
+// The path of the store's file, in the ANSI code page. Required by ConfigureMsgService, which makes the file
+// when there is none (its directory must exist). Also a property of the store object.
+inline constexpr ULONG kPrMessageStorePath = PROP_TAG(PT_STRING8, 0x6600);
+
+// Boolean: the store's contents tables and their notifications hand out short-term entry identifiers, whose
+// first byte isn't 0. The identifiers that objects tell of themselves stay long-term. Optional for
+// ConfigureMsgService; it is kept in the store's file and can be read and set on the store object (SetProps,
+// SaveChanges).
+inline constexpr ULONG kPrMessageStoreShortTermIds = PROP_TAG(PT_BOOLEAN, 0x6601);
+
+// Saving many messages: IMAPIProp::SaveChanges(MAPI_DEFERRED_ERRORS) on a message of the store is atomic, is
+// seen by everyone at once and outlives the process, but doesn't wait for the disk: a power failure may take
+// it back, never in part. Every later save without the flag, of any object of the store, makes all deferred
+// ones durable; IMsgStore::SaveChanges(0) does just that.
+
+}  // namespace quorvane
+
+#endif  // QUORVANE3_MESSAGE_STORE_H_
