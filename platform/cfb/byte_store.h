@@ -1,0 +1,39 @@
+// platform/cfb/byte_store.h: the bytes under a compound file, whatever they lie in.
+#ifndef QUORVANE_PLATFORM_CFB_BYTE_STORE_H_
+#define QUORVANE_PLATFORM_CFB_BYTE_STORE_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+
+#include "platform/com/com.h"
+
+namespace quorvane::cfb {
+
+// Random access to an array of bytes that grows and shrinks. A write that lies within one page of
+// kAtomicPage bytes (counted from the start) is seen whole or not at all by whoever opens the bytes after
+// this process was killed; a longer one may have been cut between two pages.
+//
+// One call at a time.
+class ByteStore {
+public:
+    static constexpr std::size_t kAtomicPage = 4096;
+
+    virtual ~ByteStore() = default;
+
+    // Reads up to `count` bytes at `offset`; `read` gets how many there were, fewer only at the end.
+    // STG_E_READFAULT and what else the system says.
+    [[nodiscard]] virtual HRESULT ReadAt(std::uint64_t offset, void* to, std::size_t count,
+                                         std::size_t* read) noexcept = 0;
+    // Writes all of `count` bytes; grows the array as needed. STG_E_MEDIUMFULL, STG_E_WRITEFAULT,
+    // STG_E_ACCESSDENIED; the bytes concerned are undefined after a failure.
+    [[nodiscard]] virtual HRESULT WriteAt(std::uint64_t offset, const void* from,
+                                          std::size_t count) noexcept = 0;
+    // Cuts or grows with zeros. Codes as WriteAt.
+    [[nodiscard]] virtual HRESULT SetSize(std::uint64_t size) noexcept = 0;
+    [[nodiscard]] virtual HRESULT GetSize(std::uint64_t* size) noexcept = 0;
+};
+
+}  // namespace quorvane::cfb
+
+#endif  // QUORVANE_PLATFORM_CFB_BYTE_STORE_H_

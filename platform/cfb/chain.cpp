@@ -1,0 +1,102 @@
+#include "platform/cfb/chain.h"
+
+#include <algorithm>
+
+#include "platform/cfb/result.h"
+
+namespace quorvane::cfb {
+
+void Chain::Reset(SectorId first) noexcept
+{
+    first_ = first;
+    last_ = Place{};
+    marks_.clear();
+    strideShift_ = FirstShift();
+}
+
+void Chain::Mark(const Place& place)
+{
+    if (place.index != (marks_.size() + 1) << strideShift_)
+        return;
+    if (marks_.size() < MostMarks()) {
+        marks_.push_back(place.sector);
+        return;
+    }
+    for (std::size_t i = 0; i < MostMarks() / 2; ++i)
+        marks_[i] = marks_[2 * i + 1];
+    marks_.resize(MostMarks() / 2);
+    ++strideShift_;
+}
+
+Chain::Place Chain::Nearest(SectorId index) const noexcept
+{
+    Place nearest{0, first_};
+    const std::size_t mark = std::min<std::size_t>(index >> strideShift_, marks_.size());
+    if (mark > 0)
+        nearest = {static_cast<SectorId>(mark << strideShift_), marks_[mark - 1]};
+    const bool closer = last_.sector <= kMaxSector && last_.index <= index && last_.index > nearest.index;
+    return closer ? last_ : nearest;
+}
+
+HRESULT Chain::Step(Place* place)
+{
+    CFB_TRY(table_->Next(place->sector, &place->sector));
+    ++place->index;
+    return S_OK;
+}
+
+HRESULT Chain::At(SectorId index, SectorId* sector)
+{
+    if (index == last_.index && last_.sector <= kMaxSector) {
+        *sector = last_.sector;
+        return S_OK;
+    }
+    Place place = Nearest(index);
+    if (place.sector >= table_->Slots() || index >= table_->Slots())
+        return STG_E_DOCFILECORRUPT;
+    Mark(place);
+    while (place.index < index) {
+        CFB_TRY(Step(&place));
+        if (place.sector >= table_->Slots())
+            return STG_E_DOCFILECORRUPT;
+        Mark(place);
+    }
+    last_ = place;
+    *sector = place.sector;
+    return S_OK;
+}
+
+HRESULT Chain::RunAt(SectorId index, SectorId most, SectorId* sector, SectorId* count)
+{
+    CFB_TRY(At(index, sector));
+    *count = 1;
+    while (*count < most) {
+        Place place = last_;
+        CFB_TRY(Step(&place));
+        if (place.sector != last_.sector + 1 || place.sector >= table_->Slots())
+            break;
+        Mark(place);
+        last_ = place;
+        ++*count;
+    }
+    return S_OK;
+}
+
+HRESULT Chain::Length(SectorId* length)
+{
+    *length = 0;
+    if (first_ == kEndOfChain)
+        return S_OK;
+    Place place = Nearest(kMaxSector);
+    while (place.sector != kEndOfChain) {
+        if (place.sector >= table_->Slots() || place.index >= table_->Slots())
+            return STG_E_DOCFILECORRUPT;
+        Mark(place);
+        last_ = place;
+        CFB_TRY(Step(&place));
+    }
+    *length = place.index;
+    return S_OK;
+}
+
+}  // namespace quorvane::cfb

@@ -1,0 +1,61 @@
+// platform/cfb/chain.h: the sectors of one chain by their place in it.
+#ifndef QUORVANE_PLATFORM_CFB_CHAIN_H_
+#define QUORVANE_PLATFORM_CFB_CHAIN_H_
+
+#include <vector>
+
+#include "platform/cfb/link_table.h"
+
+namespace quorvane::cfb {
+
+// Finds the sector at a place of a chain without walking all of it again: remembers where the last walk
+// stood and a bounded number of places spread over the chain, so that memory doesn't grow with its length.
+//
+// The table outlives the chain. One call at a time. Throws std::bad_alloc.
+class Chain {
+public:
+    // How many places are remembered: of a stream's chain, and of one that the whole file rests on.
+    enum class Marks { kFew, kMany };
+
+    explicit Chain(LinkTable& table, SectorId first = kEndOfChain, Marks marks = Marks::kFew) noexcept
+        : table_(&table), first_(first), many_(marks == Marks::kMany), strideShift_(FirstShift())
+    {}
+
+    // Begins anew: another first sector, or links that changed.
+    void Reset(SectorId first) noexcept;
+    SectorId First() const noexcept { return first_; }
+    bool IsEmpty() const noexcept { return first_ > kMaxSector; }
+
+    // The sector at `index`, which counts from 0. STG_E_DOCFILECORRUPT: the chain ends before, or leads
+    // where no sector is.
+    [[nodiscard]] HRESULT At(SectorId index, SectorId* sector);
+    // The sector at `index`, and how many of the chain's sectors from there on, `most` at the most, lie
+    // behind each other in the file.
+    [[nodiscard]] HRESULT RunAt(SectorId index, SectorId most, SectorId* sector, SectorId* count);
+    // The number of sectors. STG_E_DOCFILECORRUPT: a loop, or a link that leads out of the table.
+    [[nodiscard]] HRESULT Length(SectorId* length);
+
+private:
+    std::size_t MostMarks() const noexcept { return many_ ? 131072 : 4096; }
+    unsigned FirstShift() const noexcept { return many_ ? 0 : 3; }
+
+    struct Place {
+        SectorId index = 0;
+        SectorId sector = kEndOfChain;
+    };
+
+    [[nodiscard]] HRESULT Step(Place* place);
+    void Mark(const Place& place);
+    Place Nearest(SectorId index) const noexcept;
+
+    LinkTable* table_;
+    SectorId first_;
+    bool many_;
+    Place last_;
+    std::vector<SectorId> marks_;  // the sectors at stride, 2 * stride, 3 * stride...
+    unsigned strideShift_;
+};
+
+}  // namespace quorvane::cfb
+
+#endif  // QUORVANE_PLATFORM_CFB_CHAIN_H_

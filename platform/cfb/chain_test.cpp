@@ -1,0 +1,108 @@
+#include "platform/cfb/chain.h"
+
+#include <gtest/gtest.h>
+
+#include <vector>
+
+namespace quorvane::cfb {
+namespace {
+
+class Links final : public LinkTable {
+public:
+    explicit Links(std::size_t count) : next(count, kFreeSector) {}
+    HRESULT Next(SectorId sector, SectorId* out) override
+    {
+        if (sector >= next.size())
+            return STG_E_DOCFILECORRUPT;
+        ++steps;
+        *out = next[sector];
+        return S_OK;
+    }
+    HRESULT SetNext(SectorId sector, SectorId value) override
+    {
+        next[sector] = value;
+        return S_OK;
+    }
+    SectorId Slots() const noexcept override { return static_cast<SectorId>(next.size()); }
+
+    std::vector<SectorId> next;
+    unsigned steps = 0;
+};
+
+// Sectors 0, 7, 14... of a table whose size is no multiple of 7.
+Links Scattered(SectorId count)
+{
+    Links links(count);
+    for (SectorId i = 0, at = 0; i < count; ++i) {
+        const SectorId following = (at + 7) % count;
+        links.next[at] = i + 1 < count ? following : kEndOfChain;
+        at = following;
+    }
+    return links;
+}
+
+TEST(ChainTest, FindsEveryPlaceInAnyOrder)
+{
+    constexpr SectorId kCount = 50000;
+    Links links = Scattered(kCount);
+    for (const auto marks : {Chain::Marks::kFew, Chain::Marks::kMany}) {
+        Chain chain(links, 0, marks);
+        for (SectorId i = 0; i < kCount; ++i) {
+            const SectorId index = static_cast<SectorId>(i * std::uint64_t{7919} % kCount);
+            SectorId sector = 0;
+            ASSERT_EQ(S_OK, chain.At(index, &sector));
+            ASSERT_EQ(index * std::uint64_t{7} % kCount, sector);
+        }
+    }
+}
+
+TEST(ChainTest, GoingOnCostsOneStep)
+{
+    Links links = Scattered(10000);
+    Chain chain(links, 0);
+    for (SectorId i = 0; i < 10000; ++i) {
+        SectorId sector = 0;
+        ASSERT_EQ(S_OK, chain.At(i, &sector));
+    }
+    EXPECT_LE(links.steps, 10000u);
+}
+
+TEST(ChainTest, ALoopHasNoLength)
+{
+    Links links(10);
+    links.next = {1, 2, 0, 4, kEndOfChain, 6, 99, 8, 9, 7};
+    SectorId length = 0;
+    EXPECT_EQ(STG_E_DOCFILECORRUPT, Chain(links, 0).Length(&length));
+    EXPECT_EQ(STG_E_DOCFILECORRUPT, Chain(links, 5).Length(&length));
+    EXPECT_EQ(S_OK, Chain(links, 3).Length(&length));
+    EXPECT_EQ(2u, length);
+    EXPECT_EQ(S_OK, Chain(links).Length(&length));
+    EXPECT_EQ(0u, length);
+}
+
+TEST(ChainTest, APlaceBehindTheEndIsRefused)
+{
+    Links links(4);
+    links.next = {1, kEndOfChain, kFreeSector, kFreeSector};
+    SectorId sector = 0;
+    EXPECT_EQ(STG_E_DOCFILECORRUPT, Chain(links, 0).At(2, &sector));
+    EXPECT_EQ(STG_E_DOCFILECORRUPT, Chain(links, 17).At(0, &sector));
+}
+
+TEST(ChainTest, ARunEndsWhereTheFileGoesOnElsewhere)
+{
+    Links links(10);
+    links.next = {1, 2, 5, 0, 0, 6, kEndOfChain, 0, 0, 0};
+    Chain chain(links, 0);
+    SectorId sector = 0;
+    SectorId count = 0;
+    ASSERT_EQ(S_OK, chain.RunAt(0, 10, &sector, &count));
+    EXPECT_EQ(0u, sector);
+    EXPECT_EQ(3u, count);
+    ASSERT_EQ(S_OK, chain.RunAt(3, 10, &sector, &count));
+    EXPECT_EQ(5u, sector);
+    EXPECT_EQ(2u, count);
+}
+
+}  // namespace
+}  // namespace quorvane::cfb

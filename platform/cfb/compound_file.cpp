@@ -1,0 +1,415 @@
+#include "platform/cfb/compound_file.h"
+
+#include <algorithm>
+#include <chrono>
+
+#include "platform/cfb/result.h"
+
+namespace quorvane::cfb {
+namespace {
+
+FILETIME Now() noexcept
+{
+    using Ticks = std::chrono::duration<std::int64_t, std::ratio<1, 10'000'000>>;
+    constexpr std::int64_t kFrom1601To1970 = 116'444'736'000'000'000;
+    const auto since1970 = std::chrono::system_clock::now().time_since_epoch();
+    const std::int64_t ticks = std::chrono::duration_cast<Ticks>(since1970).count() + kFrom1601To1970;
+    FILETIME time;
+    time.dwLowDateTime = static_cast<DWORD>(ticks);
+    time.dwHighDateTime = static_cast<DWORD>(ticks >> 32);
+    return time;
+}
+
+}  // namespace
+
+HRESULT CompoundFile::Ready()
+{
+    if (!failed_)
+        return S_OK;
+    CFB_TRY(volume_.Reload());
+    volume_.tree.Changed();
+    owners_.Clear();
+    if (root_) {
+        for (OpenElement* child = root_->firstChild; child;) {
+            OpenElement* const next = child->nextSibling;
+            CFB_TRY(Refind(*child));
+            child = next;
+        }
+        open_.Renumber(*root_);
+        root_->surveyed = false;
+        root_->index.reset();
+    }
+    failed_ = false;
+    return S_OK;
+}
+
+// Finds an open element by its name again, and those that were opened through it.
+HRESULT CompoundFile::Refind(OpenElement& element)
+{
+    EntryId id = kNoEntry;
+    DirEntry entry;
+    const HRESULT hr = volume_.tree.Find(element.parent->id, element.name, &id, &entry);
+    const bool gone = hr == STG_E_FILENOTFOUND || hr == STG_E_DOCFILECORRUPT || hr == kTreeTooDeep ||
+                      (SUCCEEDED(hr) && entry.Type() != element.type);
+    if (gone) {
+        open_.Revert(element);
+        return S_OK;
+    }
+    CFB_TRY(hr);
+    element.id = id;
+    element.surveyed = false;
+    element.index.reset();
+    if (element.type == EntryType::kStream)
+        return element.body.Load(id);
+    for (OpenElement* child = element.firstChild; child;) {
+        OpenElement* const next = child->nextSibling;
+        CFB_TRY(Refind(*child));
+        child = next;
+    }
+    return S_OK;
+}
+
+HRESULT CompoundFile::OpenRoot(OpenElementPtr* root)
+{
+    ElementName name;
+    CFB_TRY(name.Assign(OLESTR("Root Entry")));
+    *root = MakeOpen(kRootEntry, EntryType::kRoot, name, nullptr);
+    root_ = root->get();
+    return S_OK;
+}
+
+void CompoundFile::Tidy()
+{
+    if (SUCCEEDED(Ready()) && FAILED(volume_.Trim(true)))
+        failed_ = true;
+}
+
+// What was freed is in the store; giving the end of the file back may fail without harm.
+void CompoundFile::TrimIfWorth()
+{
+    if (FAILED(volume_.Trim(false)))
+        failed_ = true;
+}
+
+OpenElementPtr CompoundFile::MakeOpen(EntryId id, EntryType type, const ElementName& name,
+                                      OpenElement* parent)
+{
+    auto element = std::make_shared<OpenElement>(id, type, name, volume_);
+    open_.Add(*element, parent);
+    return element;
+}
+
+HRESULT CompoundFile::FindInIndex(const std::vector<EntryId>& index, const ElementName& name, bool after,
+                                  EntryId* id, DirEntry* entry)
+{
+    std::size_t begin = 0;
+    std::size_t end = index.size();
+    while (begin < end) {
+        const std::size_t middle = begin + (end - begin) / 2;
+        CFB_TRY(volume_.directory.Read(index[middle], entry));
+        const int order = entry->Compare(name);  // of the name, seen from the entry
+        if (after ? order >= 0 : order > 0)
+            begin = middle + 1;
+        else
+            end = middle;
+    }
+    if (begin == index.size())
+        return STG_E_FILENOTFOUND;
+    *id = index[begin];
+    CFB_TRY(volume_.directory.Read(*id, entry));
+    return after || entry->Compare(name) == 0 ? S_OK : STG_E_FILENOTFOUND;
+}
+
+// True when the element is the one that an enumeration told last.
+bool CompoundFile::IsTold(OpenElement& storage, const ElementName& name, EntryId* id, DirEntry* entry)
+{
+    if (told_.version != volume_.tree.Version() || told_.storage != storage.id)
+        return false;
+    *id = told_.id;
+    return SUCCEEDED(volume_.directory.Read(*id, entry)) && entry->Compare(name) == 0;
+}
+
+// survey: when the element isn't found, makes sure that the tree is one that can be searched.
+HRESULT CompoundFile::Lookup(OpenElement& storage, const ElementName& name, bool survey, EntryId* id,
+                             DirEntry* entry)
+{
+    if (!storage.index) {
+        if (IsTold(storage, name, id, entry))
+            return S_OK;
+        const HRESULT hr = volume_.tree.Find(storage.id, name, id, entry);
+        const bool damaged = hr == kTreeTooDeep || hr == STG_E_DOCFILECORRUPT;
+        if (!damaged && (hr != STG_E_FILENOTFOUND || !survey || storage.surveyed))
+            return hr;
+        if (storage.surveyed)
+            return STG_E_DOCFILECORRUPT;
+        CFB_TRY(Survey(storage));
+        if (!storage.index)
+            return STG_E_FILENOTFOUND;
+    }
+    return FindInIndex(*storage.index, name, false, id, entry);
+}
+
+HRESULT CompoundFile::Survey(OpenElement& storage)
+{
+    DirTree::Shape shape;
+    CFB_TRY(volume_.tree.Survey(storage.id, &shape));
+    const auto foreign = [&](EntryId id) { return !owners_.Claim(id, storage.id); };
+    const auto own = std::remove_if(shape.ids.begin(), shape.ids.end(), foreign);
+    if (own != shape.ids.end()) {
+        shape.sound = false;
+        shape.ids.erase(own, shape.ids.end());
+    }
+    if (!shape.ordered)
+        CFB_TRY(volume_.tree.Sort(&shape.ids));
+    storage.sound = shape.sound;
+    if (!shape.ordered || !shape.sound || shape.deep)
+        storage.index = std::make_unique<std::vector<EntryId>>(std::move(shape.ids));
+    storage.surveyed = true;
+    return S_OK;
+}
+
+// A tree that can't be searched is written anew before it is changed; a damaged one is left as it is.
+HRESULT CompoundFile::MakeEditable(OpenElement& storage)
+{
+    if (!storage.index)
+        return S_OK;
+    if (!storage.sound)
+        return STG_E_DOCFILECORRUPT;
+    return Operate([&]() -> HRESULT {
+        std::vector<TreeEdit::Move> moves;
+        CFB_TRY(volume_.tree.Rebuild(volume_.file, storage.id, *storage.index, &moves));
+        NoteMoves(moves);
+        CFB_TRY(volume_.Commit());
+        storage.index.reset();
+        return S_OK;
+    });
+}
+
+// A tree was changed.
+void CompoundFile::NoteMoves(const std::vector<TreeEdit::Move>& moves)
+{
+    volume_.tree.Changed();
+    for (const TreeEdit::Move& move : moves) {
+        open_.Moved(move.from, move.to);
+        owners_.Moved(move.from, move.to);
+    }
+}
+
+HRESULT CompoundFile::OpenChild(OpenElement& storage, const ElementName& name, EntryType type,
+                                OpenElementPtr* child)
+{
+    EntryId id = kNoEntry;
+    DirEntry entry;
+    CFB_TRY(Lookup(storage, name, true, &id, &entry));
+    if (entry.Type() != type)
+        return STG_E_FILENOTFOUND;
+    if (open_.IsOpen(id))
+        return STG_E_ACCESSDENIED;
+    if (storage.depth >= kMaxDepth)
+        return STG_E_DOCFILECORRUPT;
+    StreamBody body(volume_);
+    if (type == EntryType::kStream)
+        CFB_TRY(body.Load(id));
+    *child = MakeOpen(id, type, entry.Name(), &storage);
+    (*child)->body = body;
+    return S_OK;
+}
+
+HRESULT CompoundFile::CreateChild(OpenElement& storage, const ElementName& name, EntryType type, bool replace,
+                                  OpenElementPtr* child)
+{
+    if (storage.depth >= kMaxDepth)
+        return STG_E_INVALIDFUNCTION;
+    bool exists = false;
+    CFB_TRY(BeginEdit(storage, name, &exists));
+    if (exists && !replace)
+        return STG_E_FILEALREADYEXISTS;
+
+    EntryId id = kNoEntry;
+    DirEntry entry(type, name);
+    if (type == EntryType::kStorage) {
+        entry.SetCreated(Now());
+        entry.SetModified(entry.Created());
+    }
+    const HRESULT hung = Operate([&] { return Hang(entry, &id); });
+    CFB_TRY(hung);
+    *child = MakeOpen(id, type, name, &storage);
+    (*child)->surveyed = true;
+    (*child)->body.BeginEmpty(id);
+    if (exists)
+        TrimIfWorth();
+    return S_OK;
+}
+
+// Begins an edit of a storage's tree, which is put right first if it can't be searched.
+HRESULT CompoundFile::BeginEdit(OpenElement& storage, const ElementName& name, bool* exists)
+{
+    if (!storage.index) {
+        HRESULT hr = volume_.edit.Begin(storage.id);
+        if (SUCCEEDED(hr))
+            hr = volume_.edit.Find(name, exists);
+        if (hr != kTreeTooDeep && hr != STG_E_DOCFILECORRUPT)
+            return hr;
+        if (storage.surveyed)
+            return STG_E_DOCFILECORRUPT;
+        CFB_TRY(Survey(storage));
+        if (!storage.index)
+            return STG_E_DOCFILECORRUPT;
+    }
+    CFB_TRY(MakeEditable(storage));
+    CFB_TRY(volume_.edit.Begin(storage.id));
+    return volume_.edit.Find(name, exists);
+}
+
+// Writes an element's entry and links it, in the place of one of the same name if there is one.
+HRESULT CompoundFile::Hang(const DirEntry& entry, EntryId* id)
+{
+    EntryId replaced = kNoEntry;
+    CFB_TRY(volume_.directory.Allocate(id));
+    CFB_TRY(volume_.edit.Insert(*id, entry, &replaced));
+    CFB_TRY(ApplyEdit());
+    if (replaced != kNoEntry)
+        CFB_TRY(FreeElement(replaced));
+    return volume_.Commit();
+}
+
+HRESULT CompoundFile::ApplyEdit()
+{
+    CFB_TRY(volume_.edit.Apply());
+    NoteMoves(volume_.edit.Moves());
+    return S_OK;
+}
+
+HRESULT CompoundFile::Destroy(OpenElement& storage, const ElementName& name)
+{
+    EntryId id = kNoEntry;
+    DirEntry entry;
+    CFB_TRY(Lookup(storage, name, true, &id, &entry));
+    CFB_TRY(MakeEditable(storage));
+    const HRESULT destroyed = Operate([&]() -> HRESULT {
+        CFB_TRY(volume_.edit.Begin(storage.id));
+        CFB_TRY(volume_.edit.Remove(name, &id));
+        CFB_TRY(ApplyEdit());
+        CFB_TRY(FreeElement(id));
+        return volume_.Commit();
+    });
+    if (SUCCEEDED(destroyed))
+        TrimIfWorth();
+    return destroyed;
+}
+
+HRESULT CompoundFile::Rename(OpenElement& storage, const ElementName& from, const ElementName& to)
+{
+    EntryId id = kNoEntry;
+    EntryId other = kNoEntry;
+    DirEntry entry;
+    DirEntry there;
+    CFB_TRY(Lookup(storage, from, true, &id, &entry));
+    const HRESULT taken = Lookup(storage, to, true, &other, &there);
+    if (SUCCEEDED(taken) && other != id)
+        return STG_E_FILEALREADYEXISTS;
+    if (FAILED(taken) && taken != STG_E_FILENOTFOUND)
+        return taken;
+    if (open_.IsOpen(id))
+        return STG_E_ACCESSDENIED;
+    CFB_TRY(MakeEditable(storage));
+    return Operate([&]() -> HRESULT {
+        EntryId renamed = kNoEntry;
+        EntryId replaced = kNoEntry;
+        entry.SetName(to);
+        CFB_TRY(volume_.directory.Allocate(&renamed));
+        CFB_TRY(volume_.edit.Begin(storage.id));
+        CFB_TRY(volume_.edit.Remove(from, &id));
+        CFB_TRY(volume_.edit.Insert(renamed, entry, &replaced));
+        CFB_TRY(ApplyEdit());
+        owners_.Moved(id, renamed);
+        CFB_TRY(volume_.directory.Free(id));
+        return volume_.Commit();
+    });
+}
+
+// Frees an entry that nothing links to any more, with all that hangs below it.
+HRESULT CompoundFile::FreeElement(EntryId id)
+{
+    std::vector<EntryId> waiting{id};
+    while (!waiting.empty()) {
+        const EntryId at = waiting.back();
+        waiting.pop_back();
+        DirEntry entry;
+        const HRESULT hr = volume_.directory.Read(at, &entry);
+        if (hr == STG_E_DOCFILECORRUPT)
+            continue;
+        CFB_TRY(hr);
+        if (entry.Type() != EntryType::kStorage && entry.Type() != EntryType::kStream)
+            continue;  // freed already, by another link of a damaged tree
+        if (at != id) {
+            for (const EntryId link : {entry.Left(), entry.Right()}) {
+                if (link != kNoEntry)
+                    waiting.push_back(link);
+            }
+        }
+        if (entry.IsStorage() && entry.Child() != kNoEntry)
+            waiting.push_back(entry.Child());
+        open_.RevertEntry(at);
+        owners_.Freed(at);
+        CFB_TRY(volume_.directory.Free(at));
+        CFB_TRY(FreeContent(entry));
+    }
+    return S_OK;
+}
+
+HRESULT CompoundFile::FreeContent(const DirEntry& entry)
+{
+    const std::uint64_t size = entry.Size(volume_.header.version);
+    if (entry.Type() != EntryType::kStream || size == 0)
+        return S_OK;
+    const bool mini = size < kMiniCutoff;
+    const HRESULT hr = mini ? volume_.FreeMiniSectors(entry.Start()) : volume_.FreeSectors(entry.Start());
+    return hr == STG_E_DOCFILECORRUPT ? S_OK : hr;  // the rest of a damaged chain stays in use
+}
+
+HRESULT CompoundFile::Next(OpenElement& storage, const ElementName* after, DirTree::Cursor* cursor,
+                           DirEntry* entry)
+{
+    if (!storage.surveyed)
+        CFB_TRY(Survey(storage));
+    EntryId id = kNoEntry;
+    if (!storage.index) {
+        CFB_TRY(volume_.tree.Next(storage.id, after, cursor, &id, entry));
+        told_ = {storage.id, id, volume_.tree.Version()};
+        return S_OK;
+    }
+    const ElementName first;
+    const HRESULT hr = FindInIndex(*storage.index, after ? *after : first, true, &id, entry);
+    if (hr != STG_E_FILENOTFOUND)
+        return hr;
+    return storage.sound ? STG_E_NOMOREFILES : STG_E_DOCFILECORRUPT;
+}
+
+HRESULT CompoundFile::Stat(const OpenElement& element, DirEntry* entry)
+{
+    return volume_.directory.Read(element.id, entry);
+}
+
+HRESULT CompoundFile::ReadStream(OpenElement& stream, std::uint64_t offset, void* to, std::size_t count,
+                                 std::size_t* read)
+{
+    return stream.body.Read(offset, to, count, read);
+}
+
+HRESULT CompoundFile::WriteStream(OpenElement& stream, std::uint64_t offset, const void* from,
+                                  std::size_t count, std::size_t* written)
+{
+    return Operate([&] { return stream.body.Write(offset, from, count, written); });
+}
+
+HRESULT CompoundFile::SetStreamSize(OpenElement& stream, std::uint64_t size)
+{
+    const bool shrinks = size < stream.body.Size();
+    const HRESULT hr = Operate([&] { return stream.body.SetSize(size); });
+    if (SUCCEEDED(hr) && shrinks)
+        TrimIfWorth();
+    return hr;
+}
+
+}  // namespace quorvane::cfb

@@ -1,0 +1,134 @@
+// platform/cfb/compound_file.h: the elements of a compound file, without COM.
+#ifndef QUORVANE_PLATFORM_CFB_COMPOUND_FILE_H_
+#define QUORVANE_PLATFORM_CFB_COMPOUND_FILE_H_
+
+#include "platform/cfb/entry_owners.h"
+#include "platform/cfb/open_element.h"
+
+namespace quorvane::cfb {
+
+// Opens, makes, changes and destroys elements. Every operation is in the byte store when it returns S_OK.
+// When one fails on its way, the store holds a state from before it, from after it, or with a part of a
+// long write; Ready takes that anew.
+//
+// An element that is passed in isn't reverted. The caller sees to it that one call is made at a time,
+// and to modes. Throws std::bad_alloc, after which Failed is to be called.
+class CompoundFile {
+public:
+    // Storages inside of each other, the root not counted.
+    static constexpr unsigned kMaxDepth = 256;
+
+    explicit CompoundFile(ByteStore& store) noexcept : volume_(store) {}
+
+    [[nodiscard]] HRESULT Format(Layout layout) { return volume_.Format(layout); }
+    [[nodiscard]] HRESULT Open() { return volume_.Open(); }
+    // The root as an element: once, after Format or Open.
+    [[nodiscard]] HRESULT OpenRoot(OpenElementPtr* root);
+    // Gives free space at the end back. To be called before the last use, when something was written.
+    void Tidy();
+    // To be called before every operation: takes the file anew from the store when the last one failed.
+    // Elements that are gone are reverted when it returns.
+    [[nodiscard]] HRESULT Ready();
+
+    // STG_E_FILENOTFOUND   no element of that name and type.
+    // STG_E_ACCESSDENIED   the element is open.
+    [[nodiscard]] HRESULT OpenChild(OpenElement& storage, const ElementName& name, EntryType type,
+                                    OpenElementPtr* child);
+    // Makes an empty element. replace: an element of that name is destroyed with all its content; else
+    // STG_E_FILEALREADYEXISTS.
+    [[nodiscard]] HRESULT CreateChild(OpenElement& storage, const ElementName& name, EntryType type,
+                                      bool replace, OpenElementPtr* child);
+    // The element isn't used any more; those that were opened through it are reverted.
+    void Close(OpenElement& element) noexcept { open_.Revert(element); }
+
+    // STG_E_FILENOTFOUND. Whoever has the element or one below it open finds it reverted.
+    [[nodiscard]] HRESULT Destroy(OpenElement& storage, const ElementName& name);
+    // STG_E_FILENOTFOUND; STG_E_FILEALREADYEXISTS for the new name; STG_E_ACCESSDENIED when it is open.
+    [[nodiscard]] HRESULT Rename(OpenElement& storage, const ElementName& from, const ElementName& to);
+
+    // The first element, or the next one after a name. STG_E_NOMOREFILES; STG_E_DOCFILECORRUPT instead of
+    // that when the storage is damaged and some of its elements can't be reached.
+    // cursor: of the enumeration.
+    [[nodiscard]] HRESULT Next(OpenElement& storage, const ElementName* after, DirTree::Cursor* cursor,
+                               DirEntry* entry);
+    // The element's entry. Size(version) of it takes FormatVersion.
+    [[nodiscard]] HRESULT Stat(const OpenElement& element, DirEntry* entry);
+    unsigned FormatVersion() const noexcept { return volume_.header.version; }
+    // Changes an entry's class, state bits or times: change(DirEntry&).
+    template <class Change>
+    [[nodiscard]] HRESULT ChangeEntry(EntryId id, const Change& change)
+    {
+        return Operate([&]() -> HRESULT {
+            DirEntry entry;
+            if (const HRESULT hr = volume_.directory.Read(id, &entry); FAILED(hr))
+                return hr;
+            change(entry);
+            const HRESULT hr = volume_.directory.Write(id, entry);
+            return FAILED(hr) ? hr : volume_.Commit();
+        });
+    }
+    // The same for an element of a storage. STG_E_FILENOTFOUND.
+    template <class Change>
+    [[nodiscard]] HRESULT ChangeChild(OpenElement& storage, const ElementName& name, const Change& change)
+    {
+        EntryId id = kNoEntry;
+        DirEntry entry;
+        const HRESULT hr = Lookup(storage, name, true, &id, &entry);
+        return FAILED(hr) ? hr : ChangeEntry(id, change);
+    }
+
+    [[nodiscard]] HRESULT ReadStream(OpenElement& stream, std::uint64_t offset, void* to, std::size_t count,
+                                     std::size_t* read);
+    [[nodiscard]] HRESULT WriteStream(OpenElement& stream, std::uint64_t offset, const void* from,
+                                      std::size_t count, std::size_t* written);
+    [[nodiscard]] HRESULT SetStreamSize(OpenElement& stream, std::uint64_t size);
+
+    // An operation ended in the middle: what is in memory can't be relied on.
+    void Failed() noexcept { failed_ = true; }
+
+private:
+    // Runs a change. Its failure leaves the volume to be taken anew; one that comes before anything was
+    // changed does so too, which costs time and nothing else.
+    template <class Operation>
+    HRESULT Operate(const Operation& operation)
+    {
+        failed_ = true;
+        const HRESULT hr = operation();
+        failed_ = FAILED(hr);
+        return hr;
+    }
+    [[nodiscard]] HRESULT Refind(OpenElement& element);
+    void TrimIfWorth();
+
+    [[nodiscard]] bool IsTold(OpenElement& storage, const ElementName& name, EntryId* id, DirEntry* entry);
+    [[nodiscard]] HRESULT Lookup(OpenElement& storage, const ElementName& name, bool survey, EntryId* id,
+                                 DirEntry* entry);
+    [[nodiscard]] HRESULT FindInIndex(const std::vector<EntryId>& index, const ElementName& name, bool after,
+                                      EntryId* id, DirEntry* entry);
+    [[nodiscard]] HRESULT Survey(OpenElement& storage);
+    [[nodiscard]] HRESULT MakeEditable(OpenElement& storage);
+    [[nodiscard]] HRESULT BeginEdit(OpenElement& storage, const ElementName& name, bool* exists);
+    [[nodiscard]] HRESULT ApplyEdit();
+    [[nodiscard]] HRESULT Hang(const DirEntry& entry, EntryId* id);
+    void NoteMoves(const std::vector<TreeEdit::Move>& moves);
+    [[nodiscard]] HRESULT FreeElement(EntryId id);
+    [[nodiscard]] HRESULT FreeContent(const DirEntry& entry);
+    OpenElementPtr MakeOpen(EntryId id, EntryType type, const ElementName& name, OpenElement* parent);
+
+    Volume volume_;
+    OpenElements open_;
+    EntryOwners owners_;
+    OpenElement* root_ = nullptr;
+
+    // The element that Next told last: it is likely to be opened.
+    struct {
+        EntryId storage = kNoEntry;
+        EntryId id = kNoEntry;
+        std::uint64_t version = 0;
+    } told_;
+    bool failed_ = false;
+};
+
+}  // namespace quorvane::cfb
+
+#endif  // QUORVANE_PLATFORM_CFB_COMPOUND_FILE_H_

@@ -1,0 +1,191 @@
+#include "platform/cfb/dir_tree.h"
+
+#include <algorithm>
+#include <bit>
+#include <utility>
+
+#include "platform/cfb/result.h"
+
+namespace quorvane::cfb {
+
+HRESULT DirTree::ReadElement(EntryId id, DirEntry* entry)
+{
+    CFB_TRY(directory_.Read(id, entry));
+    const bool element = entry->Type() == EntryType::kStorage || entry->Type() == EntryType::kStream;
+    return element ? S_OK : STG_E_DOCFILECORRUPT;
+}
+
+HRESULT DirTree::Find(EntryId storage, const ElementName& name, EntryId* id, DirEntry* entry)
+{
+    CFB_TRY(directory_.Read(storage, entry));
+    *id = entry->Child();
+    for (std::size_t depth = 0; *id != kNoEntry; ++depth) {
+        if (depth > kMaxDepth)
+            return kTreeTooDeep;
+        CFB_TRY(ReadElement(*id, entry));
+        const int order = entry->Compare(name);
+        if (order == 0)
+            return S_OK;
+        *id = order < 0 ? entry->Left() : entry->Right();
+    }
+    return STG_E_FILENOTFOUND;
+}
+
+// Lets the cursor wait for all entries on the way down that come after a name.
+HRESULT DirTree::Seek(EntryId storage, const ElementName* after, Cursor* cursor)
+{
+    DirEntry node;
+    CFB_TRY(directory_.Read(storage, &node));
+    cursor->waiting.clear();
+    EntryId at = node.Child();
+    for (std::size_t depth = 0; at != kNoEntry; ++depth) {
+        if (depth > kMaxDepth)
+            return kTreeTooDeep;
+        CFB_TRY(ReadElement(at, &node));
+        const bool wanted = !after || node.Compare(*after) < 0;
+        if (wanted)
+            cursor->waiting.push_back(at);
+        at = wanted ? node.Left() : node.Right();
+    }
+    return S_OK;
+}
+
+HRESULT DirTree::Next(EntryId storage, const ElementName* after, Cursor* cursor, EntryId* id, DirEntry* entry)
+{
+    if (cursor->version != version_)
+        CFB_TRY(Seek(storage, after, cursor));
+    cursor->version = 0;
+    if (cursor->waiting.empty())
+        return STG_E_NOMOREFILES;
+    *id = cursor->waiting.back();
+    cursor->waiting.pop_back();
+    CFB_TRY(ReadElement(*id, entry));
+    for (EntryId at = entry->Right(); at != kNoEntry;) {
+        if (cursor->waiting.size() > kMaxDepth)
+            return kTreeTooDeep;
+        DirEntry node;
+        CFB_TRY(ReadElement(at, &node));
+        cursor->waiting.push_back(at);
+        at = node.Left();
+    }
+    cursor->version = version_;
+    return S_OK;
+}
+
+HRESULT DirTree::BeginSurvey()
+{
+    EntryId capacity = 0;
+    CFB_TRY(directory_.Capacity(&capacity));
+    seen_.resize(std::max<std::size_t>(seen_.size(), capacity));
+    if (++survey_ == 0) {
+        std::fill(seen_.begin(), seen_.end(), 0);
+        survey_ = 1;
+    }
+    return S_OK;
+}
+
+bool DirTree::SeenBefore(EntryId id) noexcept
+{
+    return id >= seen_.size() || std::exchange(seen_[id], survey_) == survey_;
+}
+
+HRESULT DirTree::Survey(EntryId storage, Shape* shape)
+{
+    *shape = Shape{};
+    DirEntry entry;
+    CFB_TRY(BeginSurvey());
+    CFB_TRY(directory_.Read(storage, &entry));
+    std::vector<std::pair<EntryId, EntryId>> open;  // an entry, and its right link
+    ElementName last;
+    EntryId at = entry.Child();
+    for (;;) {
+        while (at != kNoEntry) {
+            const HRESULT hr = ReadElement(at, &entry);
+            if (FAILED(hr) && hr != STG_E_DOCFILECORRUPT)
+                return hr;
+            if (FAILED(hr) || at == storage || SeenBefore(at)) {
+                shape->sound = false;
+                break;
+            }
+            open.emplace_back(at, entry.Right());
+            shape->deep = shape->deep || open.size() > kMaxDepth;
+            at = entry.Left();
+        }
+        if (open.empty())
+            return S_OK;
+        const EntryId id = open.back().first;
+        at = open.back().second;
+        open.pop_back();
+        CFB_TRY(ReadElement(id, &entry));
+        const ElementName name = entry.Name();
+        shape->ordered = shape->ordered && (shape->ids.empty() || last.Compare(name) < 0);
+        last = name;
+        shape->ids.push_back(id);
+    }
+}
+
+HRESULT DirTree::Sort(std::vector<EntryId>* ids)
+{
+    if (ids->size() > kMostSorted)
+        return STG_E_DOCFILECORRUPT;
+    std::vector<std::pair<ElementName, EntryId>> named;
+    named.reserve(ids->size());
+    for (const EntryId id : *ids) {
+        DirEntry entry;
+        CFB_TRY(ReadElement(id, &entry));
+        named.emplace_back(entry.Name(), id);
+    }
+    std::stable_sort(named.begin(), named.end(),
+                     [](const auto& a, const auto& b) { return a.first.Compare(b.first) < 0; });
+    std::transform(named.begin(), named.end(), ids->begin(), [](const auto& n) { return n.second; });
+    return S_OK;
+}
+
+HRESULT DirTree::Rebuild(OrderedFile& file, EntryId storage, const std::vector<EntryId>& ids,
+                         std::vector<TreeEdit::Move>* moves)
+{
+    ElementName last;
+    for (std::size_t i = 0; i < ids.size(); ++i) {
+        DirEntry entry;
+        CFB_TRY(ReadElement(ids[i], &entry));
+        if (i > 0 && last.Compare(entry.Name()) == 0)
+            return STG_E_DOCFILECORRUPT;
+        last = entry.Name();
+    }
+    EntryId top = kNoEntry;
+    DirEntry owner;
+    CFB_TRY(Build(ids, 0, ids.size(), 0, moves, &top));
+    CFB_TRY(directory_.Read(storage, &owner));
+    owner.SetChild(top);
+    file.Order();
+    CFB_TRY(directory_.Write(storage, owner));
+    file.Order();
+    for (const TreeEdit::Move& move : *moves)
+        CFB_TRY(directory_.Free(move.from));
+    return S_OK;
+}
+
+// Copies ids[begin, end) into a tree of the least depth, whose last, incomplete level is red.
+HRESULT DirTree::Build(const std::vector<EntryId>& ids, std::size_t begin, std::size_t end, unsigned level,
+                       std::vector<TreeEdit::Move>* moves, EntryId* top)
+{
+    *top = kNoEntry;
+    if (begin == end)
+        return S_OK;
+    const std::size_t middle = begin + (end - begin) / 2;
+    const unsigned lastLevel = static_cast<unsigned>(std::bit_width(ids.size() + 1)) - 1;
+    EntryId left = 0;
+    EntryId right = 0;
+    CFB_TRY(Build(ids, begin, middle, level + 1, moves, &left));
+    CFB_TRY(Build(ids, middle + 1, end, level + 1, moves, &right));
+    DirEntry entry;
+    CFB_TRY(ReadElement(ids[middle], &entry));
+    entry.SetLeft(left);
+    entry.SetRight(right);
+    entry.SetColor(level == lastLevel ? Color::kRed : Color::kBlack);
+    CFB_TRY(directory_.Allocate(top));
+    moves->push_back({ids[middle], *top});
+    return directory_.Write(*top, entry);
+}
+
+}  // namespace quorvane::cfb

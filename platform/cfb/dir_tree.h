@@ -1,0 +1,74 @@
+// platform/cfb/dir_tree.h: finding the elements of a storage.
+#ifndef QUORVANE_PLATFORM_CFB_DIR_TREE_H_
+#define QUORVANE_PLATFORM_CFB_DIR_TREE_H_
+
+#include <vector>
+
+#include "platform/cfb/tree_edit.h"
+
+namespace quorvane::cfb {
+
+// Searches the tree of a storage. Only the way down is read, so that the cost grows with the tree's depth;
+// a tree that no program with care wrote ends with kTreeTooDeep or STG_E_DOCFILECORRUPT.
+// One call at a time. Throws std::bad_alloc.
+class DirTree {
+public:
+    explicit DirTree(Directory& directory) noexcept : directory_(directory) {}
+
+    // STG_E_FILENOTFOUND.
+    [[nodiscard]] HRESULT Find(EntryId storage, const ElementName& name, EntryId* id, DirEntry* entry);
+    // Where an enumeration stands: the entries on its way that come after the last one told. Is of use as
+    // long as no tree changes, and costs nothing but time when one did.
+    struct Cursor {
+        std::uint64_t version = 0;
+        std::vector<EntryId> waiting;
+    };
+
+    // The first element in the order of names, or with `after` the first one behind that name, which needn't
+    // be there any more. cursor: of an enumeration that goes from each element to the next.
+    // STG_E_NOMOREFILES.
+    [[nodiscard]] HRESULT Next(EntryId storage, const ElementName* after, Cursor* cursor, EntryId* id,
+                               DirEntry* entry);
+    // A tree was changed. The number is never 0 and never comes back.
+    void Changed() noexcept { ++version_; }
+    std::uint64_t Version() const noexcept { return version_; }
+
+    // What a walk through a whole tree shows.
+    struct Shape {
+        std::vector<EntryId> ids;  // all sound entries, each one once, in the tree's order
+        bool ordered = true;       // which is that of the names
+        bool sound = true;         // no link led to an entry that isn't sound, or for the second time
+        bool deep = false;         // too deep for Find and Next
+    };
+
+    [[nodiscard]] HRESULT Survey(EntryId storage, Shape* shape);
+
+    // Writes the tree anew, from `ids` in the order of their names: copies of all entries, then one link,
+    // then the old entries are freed. STG_E_DOCFILECORRUPT: two names are the same.
+    [[nodiscard]] HRESULT Rebuild(OrderedFile& file, EntryId storage, const std::vector<EntryId>& ids,
+                                  std::vector<TreeEdit::Move>* moves);
+
+    // Sorts entries by name. STG_E_DOCFILECORRUPT: there are more than kMostSorted.
+    [[nodiscard]] HRESULT Sort(std::vector<EntryId>* ids);
+
+private:
+    static constexpr std::size_t kMaxDepth = 96;
+    static constexpr std::size_t kMostSorted = 65536;
+
+    [[nodiscard]] HRESULT ReadElement(EntryId id, DirEntry* entry);
+    [[nodiscard]] HRESULT Build(const std::vector<EntryId>& ids, std::size_t begin, std::size_t end,
+                                unsigned level, std::vector<TreeEdit::Move>* moves, EntryId* top);
+
+    [[nodiscard]] HRESULT Seek(EntryId storage, const ElementName* after, Cursor* cursor);
+    [[nodiscard]] HRESULT BeginSurvey();
+    bool SeenBefore(EntryId id) noexcept;
+
+    Directory& directory_;
+    std::vector<std::uint32_t> seen_;  // for each entry the last survey that met it
+    std::uint32_t survey_ = 0;
+    std::uint64_t version_ = 1;
+};
+
+}  // namespace quorvane::cfb
+
+#endif  // QUORVANE_PLATFORM_CFB_DIR_TREE_H_

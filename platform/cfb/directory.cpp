@@ -1,0 +1,161 @@
+#include "platform/cfb/directory.h"
+
+#include <vector>
+
+#include "platform/cfb/result.h"
+
+namespace quorvane::cfb {
+
+void Directory::Reset() noexcept
+{
+    chain_.Reset(header_.firstDirectory);
+    measured_ = false;
+    slots_.Reset(0);
+}
+
+HRESULT Directory::OffsetOf(EntryId id, std::uint64_t* offset)
+{
+    SectorId sector = 0;
+    CFB_TRY(chain_.At(IndexOf(id), &sector));
+    *offset = sectors_.OffsetOf(sector) + PlaceOf(id);
+    return S_OK;
+}
+
+HRESULT Directory::Read(EntryId id, DirEntry* entry)
+{
+    SectorId sector = 0;
+    CFB_TRY(chain_.At(IndexOf(id), &sector));
+    CFB_TRY(sectors_.Read(sector, PlaceOf(id), entry->Bytes(), kEntryBytes));
+    return entry->IsSound() ? S_OK : STG_E_DOCFILECORRUPT;
+}
+
+HRESULT Directory::Write(EntryId id, const DirEntry& entry)
+{
+    SectorId sector = 0;
+    CFB_TRY(chain_.At(IndexOf(id), &sector));
+    return sectors_.Write(sector, PlaceOf(id), entry.Bytes(), kEntryBytes);
+}
+
+HRESULT Directory::Measure()
+{
+    if (measured_)
+        return S_OK;
+    CFB_TRY(chain_.Length(&length_));
+    slots_.Reset(length_ * PerSector());
+    measured_ = true;
+    return S_OK;
+}
+
+HRESULT Directory::Capacity(EntryId* count)
+{
+    CFB_TRY(Measure());
+    *count = length_ * PerSector();
+    return S_OK;
+}
+
+HRESULT Directory::FindFree(EntryId begin, EntryId end, FreeMap& free)
+{
+    for (EntryId id = begin; id < end; ++id) {
+        DirEntry entry;
+        const HRESULT hr = Read(id, &entry);
+        if (FAILED(hr) && hr != STG_E_DOCFILECORRUPT)
+            return hr;
+        if (SUCCEEDED(hr) && entry.Type() == EntryType::kFree && id != kRootEntry)
+            free.Add(id);
+    }
+    return S_OK;
+}
+
+HRESULT Directory::Allocate(EntryId* id)
+{
+    CFB_TRY(Measure());
+    const auto look = [this](EntryId begin, EntryId end, FreeMap& free) {
+        return FindFree(begin, end, free);
+    };
+    CFB_TRY(slots_.Take(look, id));
+    if (*id != FreeSlots::kNone)
+        return S_OK;
+    CFB_TRY(Grow());
+    *id = slots_.TakeWithin(0, FreeSlots::kNone);
+    return S_OK;
+}
+
+HRESULT Directory::AllocateNear(EntryId neighbor, EntryId* id)
+{
+    CFB_TRY(Measure());
+    const EntryId page = neighbor - neighbor % kPageEntries;
+    *id = slots_.TakeWithin(page, page + kPageEntries);
+    return *id != FreeSlots::kNone ? S_OK : Allocate(id);
+}
+
+// A small directory grows by sectors, a larger one by pages, so that the entries of elements made one after
+// the other can be written together.
+HRESULT Directory::Grow()
+{
+    const EntryId per = PerSector();
+    std::vector<SectorId> added(1);
+    if (length_ * per < kPageEntries)
+        CFB_TRY(allocator_.Allocate(&added[0]));
+    else
+        CFB_TRY(allocator_.AllocatePage(&added));
+
+    for (std::size_t i = 0; i < added.size(); ++i) {
+        for (EntryId at = 0; at < per; ++at)
+            CFB_TRY(sectors_.Write(added[i], at * kEntryBytes, DirEntry().Bytes(), kEntryBytes));
+        if (i > 0)
+            CFB_TRY(fat_.SetNext(added[i - 1], added[i]));
+    }
+    SectorId last = 0;
+    CFB_TRY(chain_.At(length_ - 1, &last));
+    sectors_.File().Order();
+    CFB_TRY(fat_.SetNext(last, added[0]));
+
+    const EntryId first = length_ * per;
+    CFB_TRY(NoteLength(length_ + static_cast<SectorId>(added.size())));
+    for (EntryId id = first; id < length_ * per; ++id)
+        slots_.GiveUnused(id);
+    return S_OK;
+}
+
+HRESULT Directory::NoteLength(SectorId length)
+{
+    length_ = length;
+    if (header_.version == 3)
+        return S_OK;
+    header_.directorySectors = length;
+    return header_.Write(sectors_.File());
+}
+
+HRESULT Directory::Free(EntryId id)
+{
+    CFB_TRY(Measure());
+    CFB_TRY(Write(id, DirEntry()));
+    slots_.Give(id);
+    return S_OK;
+}
+
+HRESULT Directory::Trim(SectorId least)
+{
+    if (!measured_)
+        return S_OK;
+    const auto look = [this](EntryId begin, EntryId end, FreeMap& free) {
+        return FindFree(begin, end, free);
+    };
+    CFB_TRY(slots_.LookAtTail(look, length_ * PerSector()));
+    const SectorId spare = slots_.Tail(length_ * PerSector()) / PerSector();
+    if (spare == 0 || spare < least || spare >= length_)
+        return S_OK;
+    SectorId last = 0;
+    SectorId rest = 0;
+    CFB_TRY(chain_.At(length_ - spare - 1, &last));
+    CFB_TRY(fat_.Next(last, &rest));
+    slots_.Shrink((length_ - spare) * PerSector());
+    CFB_TRY(NoteLength(length_ - spare));
+    CFB_TRY(fat_.SetNext(last, kEndOfChain));
+    sectors_.File().Order();
+    CFB_TRY(allocator_.FreeChain(&rest, spare));
+    chain_.Reset(header_.firstDirectory);
+    return S_OK;
+}
+
+}  // namespace quorvane::cfb

@@ -1,0 +1,73 @@
+// platform/cfb/directory.h: the array of directory entries.
+#ifndef QUORVANE_PLATFORM_CFB_DIRECTORY_H_
+#define QUORVANE_PLATFORM_CFB_DIRECTORY_H_
+
+#include "platform/cfb/chain.h"
+#include "platform/cfb/dir_entry.h"
+#include "platform/cfb/sector_allocator.h"
+
+namespace quorvane::cfb {
+
+// Entries by number. What reads and writes is one entry; who points at whom is the tree's business.
+// One call at a time. Throws std::bad_alloc.
+class Directory {
+public:
+    Directory(SectorFile& sectors, Header& header, Fat& fat, SectorAllocator& allocator) noexcept
+        : sectors_(sectors),
+          header_(header),
+          fat_(fat),
+          allocator_(allocator),
+          chain_(fat, kEndOfChain, Chain::Marks::kMany)
+    {}
+
+    // To be called after the FAT was loaded.
+    void Reset() noexcept;
+
+    // STG_E_DOCFILECORRUPT: there is no such entry, or it isn't sound (DirEntry::IsSound).
+    [[nodiscard]] HRESULT Read(EntryId id, DirEntry* entry);
+    [[nodiscard]] HRESULT Write(EntryId id, const DirEntry& entry);
+    // Where the entry's bytes stand in the file.
+    [[nodiscard]] HRESULT OffsetOf(EntryId id, std::uint64_t* offset);
+
+    // Takes a free entry, and one in the page of `neighbor` when there is one. The caller writes it, and puts
+    // an Order between that and the first link to it.
+    [[nodiscard]] HRESULT Allocate(EntryId* id);
+    [[nodiscard]] HRESULT AllocateNear(EntryId neighbor, EntryId* id);
+    // Makes an entry free; it comes back after the next commit.
+    [[nodiscard]] HRESULT Free(EntryId id);
+    // Gives an entry back that was allocated by this operation and isn't needed.
+    void Return(EntryId id) { slots_.GiveUnused(id); }
+
+    void Committed() { slots_.Committed(); }
+    // Gives the sectors at the directory's end back when at least `least` hold free entries alone.
+    [[nodiscard]] HRESULT Trim(SectorId least);
+    // Upper bound of the number of entries. STG_E_DOCFILECORRUPT: the directory's chain has a loop.
+    [[nodiscard]] HRESULT Capacity(EntryId* count);
+
+private:
+    static constexpr EntryId kLookAt = 256;
+    static constexpr EntryId kPageEntries = OrderedFile::kPage / kEntryBytes;
+
+    static constexpr unsigned kEntryShift = 7;
+
+    EntryId PerSector() const noexcept { return EntryId{1} << (sectors_.Shift() - kEntryShift); }
+    SectorId IndexOf(EntryId id) const noexcept { return id >> (sectors_.Shift() - kEntryShift); }
+    std::size_t PlaceOf(EntryId id) const noexcept { return (id & (PerSector() - 1)) * kEntryBytes; }
+    [[nodiscard]] HRESULT Measure();
+    [[nodiscard]] HRESULT Grow();
+    [[nodiscard]] HRESULT FindFree(EntryId begin, EntryId end, FreeMap& free);
+    [[nodiscard]] HRESULT NoteLength(SectorId length);
+
+    SectorFile& sectors_;
+    Header& header_;
+    Fat& fat_;
+    SectorAllocator& allocator_;
+    Chain chain_;
+    bool measured_ = false;
+    SectorId length_ = 0;  // in sectors
+    FreeSlots slots_{kLookAt};
+};
+
+}  // namespace quorvane::cfb
+
+#endif  // QUORVANE_PLATFORM_CFB_DIRECTORY_H_

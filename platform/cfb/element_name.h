@@ -1,0 +1,47 @@
+// platform/cfb/element_name.h: the names of elements: which are allowed, and their order.
+#ifndef QUORVANE_PLATFORM_CFB_ELEMENT_NAME_H_
+#define QUORVANE_PLATFORM_CFB_ELEMENT_NAME_H_
+
+#include "platform/cfb/format.h"
+
+namespace quorvane::cfb {
+
+// The simple upper case of one UTF-16 unit; surrogates and what has none stay as they are. No non-ASCII
+// unit becomes an ASCII one.
+OLECHAR UpperBeyondAscii(OLECHAR unit) noexcept;
+inline OLECHAR UpperUnit(OLECHAR unit) noexcept
+{
+    if (unit < 0x80)
+        return unit >= 'a' && unit <= 'z' ? static_cast<OLECHAR>(unit - ('a' - 'A')) : unit;
+    return UpperBeyondAscii(unit);
+}
+
+// A name and its upper case, which is what names are compared by: the shorter name comes first, then the
+// unit with the lower number decides.
+class ElementName {
+public:
+    ElementName() noexcept = default;
+
+    // STG_E_INVALIDPOINTER  no text. STG_E_INVALIDNAME  empty, over 31 units, or with one of / \ : ! in it.
+    [[nodiscard]] HRESULT Assign(LPCOLESTR text) noexcept;
+    // Takes what a directory entry says: `count` units, at most kMaxName, of two little-endian bytes.
+    void AssignRaw(const BYTE* units, std::size_t count) noexcept;
+
+    std::size_t Length() const noexcept { return length_; }
+    // Ends with a null unit.
+    const OLECHAR* Text() const noexcept { return text_; }
+
+    // Negative, 0 or positive: this name comes before the other, is the same, comes after it.
+    int Compare(const ElementName& other) const noexcept;
+    // The same with the name in a directory entry.
+    int CompareRaw(const BYTE* units, std::size_t count) const noexcept;
+
+private:
+    std::size_t length_ = 0;
+    OLECHAR text_[kMaxName + 1] = {};
+    OLECHAR upper_[kMaxName + 1] = {};
+};
+
+}  // namespace quorvane::cfb
+
+#endif  // QUORVANE_PLATFORM_CFB_ELEMENT_NAME_H_

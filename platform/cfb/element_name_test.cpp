@@ -1,0 +1,63 @@
+#include "platform/cfb/element_name.h"
+
+#include <gtest/gtest.h>
+
+namespace quorvane::cfb {
+namespace {
+
+ElementName Name(LPCOLESTR text)
+{
+    ElementName name;
+    EXPECT_EQ(S_OK, name.Assign(text));
+    return name;
+}
+
+TEST(ElementNameTest, TheShorterNameComesFirst)
+{
+    EXPECT_LT(Name(OLESTR("zz")).Compare(Name(OLESTR("aaa"))), 0);
+    EXPECT_GT(Name(OLESTR("aaa")).Compare(Name(OLESTR("zz"))), 0);
+}
+
+TEST(ElementNameTest, UpperAndLowerCaseAreTheSame)
+{
+    EXPECT_EQ(0, Name(OLESTR("MAPI_DATA")).Compare(Name(OLESTR("mapi_Data"))));
+    EXPECT_LT(Name(OLESTR("a_")).Compare(Name(OLESTR("B_"))), 0);
+    // Between upper and lower case lies the underscore: letters count as upper case.
+    EXPECT_GT(Name(OLESTR("__")).Compare(Name(OLESTR("_z"))), 0);
+}
+
+TEST(ElementNameTest, UpperCaseIsSimple)
+{
+    EXPECT_EQ(0x00C4, UpperUnit(0x00E4));
+    EXPECT_EQ(0x0178, UpperUnit(0x00FF));
+    EXPECT_EQ(0x0100, UpperUnit(0x0101));
+    EXPECT_EQ(0x0100, UpperUnit(0x0100));
+    EXPECT_EQ(0x03A9, UpperUnit(0x03C9));
+    EXPECT_EQ(0x00DF, UpperUnit(0x00DF));  // no single unit
+    EXPECT_EQ(0x0131, UpperUnit(0x0131));  // its upper case is ASCII
+    EXPECT_EQ(0xD801, UpperUnit(0xD801));
+}
+
+TEST(ElementNameTest, ComparesWithTheBytesOfAnEntry)
+{
+    const BYTE units[] = {'a', 0, 'B', 0};
+    EXPECT_EQ(0, Name(OLESTR("Ab")).CompareRaw(units, 2));
+    EXPECT_GT(Name(OLESTR("ac")).CompareRaw(units, 2), 0);
+    EXPECT_LT(Name(OLESTR("a")).CompareRaw(units, 2), 0);
+    ElementName raw;
+    raw.AssignRaw(units, 2);
+    EXPECT_EQ(0, raw.Compare(Name(OLESTR("AB"))));
+}
+
+TEST(ElementNameTest, ForbiddenNamesAreRefused)
+{
+    ElementName name;
+    EXPECT_EQ(STG_E_INVALIDPOINTER, name.Assign(nullptr));
+    EXPECT_EQ(STG_E_INVALIDNAME, name.Assign(OLESTR("")));
+    EXPECT_EQ(STG_E_INVALIDNAME, name.Assign(OLESTR("a:b")));
+    EXPECT_EQ(STG_E_INVALIDNAME, name.Assign(OLESTR("12345678901234567890123456789012")));
+    EXPECT_EQ(S_OK, name.Assign(OLESTR("\005SummaryInformation")));
+}
+
+}  // namespace
+}  // namespace quorvane::cfb

@@ -1,0 +1,64 @@
+// platform/cfb/entry_owners.h: which storage an entry was met in.
+#ifndef QUORVANE_PLATFORM_CFB_ENTRY_OWNERS_H_
+#define QUORVANE_PLATFORM_CFB_ENTRY_OWNERS_H_
+
+#include <vector>
+
+#include "platform/cfb/format.h"
+
+namespace quorvane::cfb {
+
+// Notices an entry that hangs in the trees of two storages, which no sound file has: by such links a small
+// file can pretend to have more elements than anyone can walk through. Storages keep their identity when
+// their entries get other numbers. Throws std::bad_alloc.
+class EntryOwners {
+public:
+    // False when `entry` was met in another storage before.
+    bool Claim(EntryId entry, EntryId storage)
+    {
+        Reach(entry > storage ? entry : storage);
+        Mark& owner = marks_[storage];
+        if (owner.self == 0)
+            owner.self = ++last_;
+        Mark& mark = marks_[entry];
+        if (mark.owner == 0)
+            mark.owner = owner.self;
+        return mark.owner == owner.self;
+    }
+
+    void Moved(EntryId from, EntryId to)
+    {
+        if (from >= marks_.size())
+            return;
+        Reach(to);
+        marks_[to] = marks_[from];
+        marks_[from] = Mark{};
+    }
+
+    void Freed(EntryId entry) noexcept
+    {
+        if (entry < marks_.size())
+            marks_[entry] = Mark{};
+    }
+
+    void Clear() noexcept { marks_.clear(); }
+
+private:
+    struct Mark {
+        std::uint32_t self = 0;
+        std::uint32_t owner = 0;
+    };
+
+    void Reach(EntryId entry)
+    {
+        if (entry >= marks_.size())
+            marks_.resize(std::size_t{entry} + 1);
+    }
+
+    std::vector<Mark> marks_;
+    std::uint32_t last_ = 0;
+};
+
+}  // namespace quorvane::cfb
+
+#endif  // QUORVANE_PLATFORM_CFB_ENTRY_OWNERS_H_

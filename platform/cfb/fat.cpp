@@ -1,0 +1,173 @@
+#include "platform/cfb/fat.h"
+
+#include <algorithm>
+#include <array>
+
+#include "platform/cfb/result.h"
+
+namespace quorvane::cfb {
+
+HRESULT Fat::Load()
+{
+    fat_.clear();
+    difat_.clear();
+    const SectorId limit = sectors_.Count();
+    // A table may be longer than its file, but what it says of sectors behind the end is of no use.
+    const std::size_t covering = (std::size_t{limit} + Entries() - 1) / Entries();
+    const std::size_t count = std::min<std::size_t>(header_.fatSectors, covering);
+    for (std::size_t i = 0; i < std::min(count, kHeaderDifatCount); ++i)
+        CFB_TRY(AddSector(header_.difat[i], limit));
+    CFB_TRY(LoadDifat(count));
+    if (fat_.empty())
+        return STG_E_DOCFILECORRUPT;
+
+    std::vector<SectorId> sorted = fat_;
+    sorted.insert(sorted.end(), difat_.begin(), difat_.end());
+    std::sort(sorted.begin(), sorted.end());
+    if (std::adjacent_find(sorted.begin(), sorted.end()) != sorted.end())
+        return STG_E_DOCFILECORRUPT;
+    header_.fatSectors = static_cast<std::uint32_t>(fat_.size());
+    sectors_.SetCount(std::min(limit, Slots()));
+    return S_OK;
+}
+
+HRESULT Fat::AddSector(SectorId sector, SectorId limit)
+{
+    if (sector >= limit)
+        return STG_E_DOCFILECORRUPT;
+    fat_.push_back(sector);
+    return S_OK;
+}
+
+HRESULT Fat::LoadDifat(std::size_t count)
+{
+    const SectorId limit = sectors_.Count();
+    SectorId sector = header_.firstDifat;
+    while (fat_.size() < count) {
+        std::array<BYTE, 4096> bytes;
+        CFB_TRY(sectors_.Read(sector, 0, bytes.data(), sectors_.SectorBytes()));
+        difat_.push_back(sector);
+        for (std::size_t i = 0; i < PerDifat() && fat_.size() < count; ++i)
+            CFB_TRY(AddSector(LoadU32(&bytes[4 * i]), limit));
+        sector = LoadU32(&bytes[4 * PerDifat()]);
+    }
+    return S_OK;
+}
+
+HRESULT Fat::Next(SectorId sector, SectorId* next)
+{
+    const std::size_t index = sector >> EntriesShift();
+    if (index >= fat_.size())
+        return STG_E_DOCFILECORRUPT;
+    BYTE bytes[4];
+    CFB_TRY(sectors_.Read(fat_[index], SlotOf(sector) * 4, bytes, sizeof bytes));
+    *next = LoadU32(bytes);
+    return S_OK;
+}
+
+HRESULT Fat::SetNext(SectorId sector, SectorId next)
+{
+    const std::size_t index = sector >> EntriesShift();
+    return index < fat_.size() ? StoreEntry(fat_[index], SlotOf(sector), next) : STG_E_DOCFILECORRUPT;
+}
+
+HRESULT Fat::StoreEntry(SectorId sector, std::size_t slot, SectorId value)
+{
+    BYTE bytes[4];
+    StoreU32(bytes, value);
+    return sectors_.Write(sector, slot * 4, bytes, sizeof bytes);
+}
+
+HRESULT Fat::FindFree(SectorId begin, SectorId end, FreeMap& free)
+{
+    for (SectorId sector = begin; sector < end; ++sector) {
+        SectorId next = 0;
+        CFB_TRY(Next(sector, &next));
+        if (next == kFreeSector)
+            free.Add(sector);
+    }
+    return S_OK;
+}
+
+HRESULT Fat::Extend()
+{
+    const SectorId fat = Slots();
+    const std::size_t index = fat_.size();
+    const bool inHeader = index < kHeaderDifatCount;
+    const bool newDifat = !inHeader && DifatSlot(index) == 0;
+    sectors_.SetCount(fat + (newDifat ? 2 : 1));
+    CFB_TRY(sectors_.Fill(fat, 0xFF));
+    CFB_TRY(StoreEntry(fat, 0, kFatSector));
+    if (newDifat)
+        CFB_TRY(StoreEntry(fat, 1, kDifatSector));
+    if (!inHeader)
+        CFB_TRY(ListInDifat(fat, newDifat));
+    else
+        header_.difat[index] = fat;
+    sectors_.File().Order();
+    fat_.push_back(fat);
+    header_.fatSectors = static_cast<std::uint32_t>(fat_.size());
+    return header_.Write(sectors_.File());
+}
+
+// The header's count comes last: until then the new place in the list means nothing.
+HRESULT Fat::ListInDifat(SectorId fat, bool newDifat)
+{
+    if (!newDifat)
+        return StoreEntry(difat_.back(), DifatSlot(fat_.size()), fat);
+
+    const SectorId difat = fat + 1;
+    CFB_TRY(sectors_.Fill(difat, 0xFF));
+    CFB_TRY(StoreEntry(difat, PerDifat(), kEndOfChain));
+    CFB_TRY(StoreEntry(difat, 0, fat));
+    if (difat_.empty())
+        header_.firstDifat = difat;
+    else {
+        sectors_.File().Order();
+        CFB_TRY(StoreEntry(difat_.back(), PerDifat(), difat));
+    }
+    difat_.push_back(difat);
+    header_.difatSectors = static_cast<std::uint32_t>(difat_.size());
+    return S_OK;
+}
+
+HRESULT Fat::Retract(SectorId* count)
+{
+    if (fat_.size() < 2)
+        return S_OK;
+    const std::size_t index = fat_.size() - 1;
+    const SectorId covered = static_cast<SectorId>(index * Entries());
+    const bool difatGoes = index >= kHeaderDifatCount && DifatSlot(index) == 0;
+    // In the order in which Extend placed them: the FAT sector, then the DIFAT sector.
+    const bool last = fat_.back() == covered && *count == covered + (difatGoes ? 2 : 1) &&
+                      (!difatGoes || difat_.back() == covered + 1);
+    if (!last)
+        return S_OK;
+    fat_.pop_back();
+    CFB_TRY(Unlist(difatGoes));
+    *count = covered;
+    return S_OK;
+}
+
+HRESULT Fat::Unlist(bool difatGoes)
+{
+    const std::size_t index = fat_.size();
+    header_.fatSectors = static_cast<std::uint32_t>(index);
+    if (index < kHeaderDifatCount) {
+        header_.difat[index] = kFreeSector;
+        return header_.Write(sectors_.File());
+    }
+    if (difatGoes) {
+        difat_.pop_back();
+        header_.difatSectors = static_cast<std::uint32_t>(difat_.size());
+        if (difat_.empty())
+            header_.firstDifat = kEndOfChain;
+    }
+    CFB_TRY(header_.Write(sectors_.File()));
+    sectors_.File().Order();
+    if (!difatGoes)
+        return StoreEntry(difat_.back(), DifatSlot(index), kFreeSector);
+    return difat_.empty() ? S_OK : StoreEntry(difat_.back(), PerDifat(), kEndOfChain);
+}
+
+}  // namespace quorvane::cfb

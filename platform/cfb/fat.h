@@ -1,0 +1,60 @@
+// platform/cfb/fat.h: the file allocation table, and the list of the sectors that it lies in (DIFAT).
+#ifndef QUORVANE_PLATFORM_CFB_FAT_H_
+#define QUORVANE_PLATFORM_CFB_FAT_H_
+
+#include <vector>
+
+#include "platform/cfb/free_map.h"
+#include "platform/cfb/header.h"
+#include "platform/cfb/link_table.h"
+#include "platform/cfb/sector_file.h"
+
+namespace quorvane::cfb {
+
+class Fat final : public LinkTable {
+public:
+    Fat(SectorFile& sectors, Header& header) noexcept : sectors_(sectors), header_(header) {}
+
+    // Reads the list of FAT sectors. Sectors that no FAT sector covers don't belong to the file afterwards.
+    // STG_E_DOCFILECORRUPT: the list leads outside of the file, or names a sector twice.
+    [[nodiscard]] HRESULT Load();
+
+    [[nodiscard]] HRESULT Next(SectorId sector, SectorId* next) override;
+    [[nodiscard]] HRESULT SetNext(SectorId sector, SectorId next) override;
+    SectorId Slots() const noexcept override { return static_cast<SectorId>(fat_.size() << EntriesShift()); }
+
+    // Adds the free ones of the sectors [begin, end) to `free`.
+    [[nodiscard]] HRESULT FindFree(SectorId begin, SectorId end, FreeMap& free);
+
+    // Makes room for more sectors: the next sector of the file becomes a FAT sector, and the one behind it a
+    // DIFAT sector where that is needed. To be called when the file has as many sectors as the table covers.
+    [[nodiscard]] HRESULT Extend();
+    // Gives up the last FAT sector, and the DIFAT sector that it leaves empty, when the last of the file's
+    // first `count` sectors is it and it covers nothing else. *count becomes what is left; unchanged when
+    // there is nothing to give up.
+    [[nodiscard]] HRESULT Retract(SectorId* count);
+
+private:
+    unsigned EntriesShift() const noexcept { return sectors_.Shift() - 2; }
+    std::size_t Entries() const noexcept { return std::size_t{1} << EntriesShift(); }
+    std::size_t SlotOf(SectorId sector) const noexcept { return sector & (Entries() - 1); }
+    std::size_t PerDifat() const noexcept { return Entries() - 1; }
+    std::size_t DifatSlot(std::size_t index) const noexcept
+    {
+        return (index - kHeaderDifatCount) % PerDifat();
+    }
+    [[nodiscard]] HRESULT LoadDifat(std::size_t count);
+    [[nodiscard]] HRESULT AddSector(SectorId sector, SectorId limit);
+    [[nodiscard]] HRESULT StoreEntry(SectorId sector, std::size_t slot, SectorId value);
+    [[nodiscard]] HRESULT ListInDifat(SectorId fat, bool newDifat);
+    [[nodiscard]] HRESULT Unlist(bool difatGoes);
+
+    SectorFile& sectors_;
+    Header& header_;
+    std::vector<SectorId> fat_;    // the FAT sectors, in order
+    std::vector<SectorId> difat_;  // the DIFAT sectors, in order
+};
+
+}  // namespace quorvane::cfb
+
+#endif  // QUORVANE_PLATFORM_CFB_FAT_H_

@@ -1,0 +1,40 @@
+// platform/cfb/free_map.h: a set of small numbers that finds its least member without a search.
+#ifndef QUORVANE_PLATFORM_CFB_FREE_MAP_H_
+#define QUORVANE_PLATFORM_CFB_FREE_MAP_H_
+
+#include <array>
+#include <cstdint>
+#include <vector>
+
+namespace quorvane::cfb {
+
+// A bitmap with summaries: a bit of each higher level says whether a word of the level below has members.
+// One call at a time. Throws std::bad_alloc.
+class FreeMap {
+public:
+    static constexpr std::uint32_t kNone = 0xFFFFFFFF;
+
+    void Clear() noexcept;
+    bool Contains(std::uint32_t number) const noexcept;
+    // Adding a member twice, or removing what isn't there, changes nothing.
+    void Add(std::uint32_t number);
+    void Remove(std::uint32_t number) noexcept;
+    // Removes all members from `end` on.
+    void RemoveFrom(std::uint32_t end) noexcept;
+
+    std::uint32_t Count() const noexcept { return count_; }
+    // The least member that is at least `from`; kNone if there is none.
+    std::uint32_t FirstFrom(std::uint32_t from) const noexcept;
+    // How many numbers before `end`, counted downwards without a gap, are members.
+    std::uint32_t RunBefore(std::uint32_t end) const noexcept;
+
+private:
+    static constexpr std::size_t kLevels = 6;  // 64 to the sixth is more than 32 bits
+
+    std::array<std::vector<std::uint64_t>, kLevels> levels_;
+    std::uint32_t count_ = 0;
+};
+
+}  // namespace quorvane::cfb
+
+#endif  // QUORVANE_PLATFORM_CFB_FREE_MAP_H_

@@ -1,0 +1,74 @@
+#include "platform/cfb/free_map.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+#include <set>
+
+namespace quorvane::cfb {
+namespace {
+
+TEST(FreeMapTest, AnEmptyMapHasNoFirst)
+{
+    const FreeMap map;
+    EXPECT_EQ(FreeMap::kNone, map.FirstFrom(0));
+    EXPECT_EQ(FreeMap::kNone, map.FirstFrom(0xFFFFFFFE));
+    EXPECT_EQ(0u, map.RunBefore(1000));
+    EXPECT_FALSE(map.Contains(0));
+}
+
+TEST(FreeMapTest, AddingTwiceCountsOnce)
+{
+    FreeMap map;
+    map.Add(7);
+    map.Add(7);
+    EXPECT_EQ(1u, map.Count());
+    map.Remove(7);
+    map.Remove(7);
+    EXPECT_EQ(0u, map.Count());
+}
+
+TEST(FreeMapTest, FindsMembersFarApart)
+{
+    FreeMap map;
+    for (const std::uint32_t number : {0u, 63u, 64u, 4095u, 4096u, 262144u, 20000000u})
+        map.Add(number);
+    EXPECT_EQ(0u, map.FirstFrom(0));
+    EXPECT_EQ(63u, map.FirstFrom(1));
+    EXPECT_EQ(64u, map.FirstFrom(64));
+    EXPECT_EQ(4095u, map.FirstFrom(65));
+    EXPECT_EQ(262144u, map.FirstFrom(4097));
+    EXPECT_EQ(20000000u, map.FirstFrom(262145));
+    EXPECT_EQ(FreeMap::kNone, map.FirstFrom(20000001));
+}
+
+TEST(FreeMapTest, DoesWhatASetDoes)
+{
+    FreeMap map;
+    std::set<std::uint32_t> set;
+    std::mt19937 random(1);
+    for (unsigned i = 0; i < 20000; ++i) {
+        const std::uint32_t number = random() % 3000;
+        if (random() % 2 == 0) {
+            map.Add(number);
+            set.insert(number);
+        } else {
+            map.Remove(number);
+            set.erase(number);
+        }
+        const std::uint32_t from = random() % 3100;
+        const auto first = set.lower_bound(from);
+        ASSERT_EQ(first == set.end() ? FreeMap::kNone : *first, map.FirstFrom(from));
+        std::uint32_t run = 0;
+        while (run < from && set.contains(from - run - 1))
+            ++run;
+        ASSERT_EQ(run, map.RunBefore(from));
+        ASSERT_EQ(set.size(), map.Count());
+    }
+    map.RemoveFrom(1000);
+    EXPECT_EQ(FreeMap::kNone, map.FirstFrom(1000));
+    EXPECT_EQ(*set.begin(), map.FirstFrom(0));
+}
+
+}  // namespace
+}  // namespace quorvane::cfb

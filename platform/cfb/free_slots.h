@@ -1,0 +1,124 @@
+// platform/cfb/free_slots.h: which slots of a table are free, found out bit by bit.
+#ifndef QUORVANE_PLATFORM_CFB_FREE_SLOTS_H_
+#define QUORVANE_PLATFORM_CFB_FREE_SLOTS_H_
+
+#include <algorithm>
+#include <vector>
+
+#include "platform/cfb/free_map.h"
+#include "platform/cfb/result.h"
+
+namespace quorvane::cfb {
+
+// Knows the free slots of a table (sectors of a FAT, entries of a directory) without reading all of it when
+// the file is opened: what lies before `unseen` hasn't been looked at. Each request that finds no known
+// free slot looks at a few more, from the table's end downwards, so that its cost has a bound and a long
+// session comes to know them all.
+//
+// Slots that an operation frees are held back until it has been committed, because whoever is killed before
+// that still finds them in use. One call at a time. Throws std::bad_alloc.
+class FreeSlots {
+public:
+    static constexpr std::uint32_t kNone = FreeMap::kNone;
+
+    // step: how many slots one request may look at.
+    explicit FreeSlots(std::uint32_t step) noexcept : step_(step) {}
+
+    // Forgets everything: none of `total` slots has been seen.
+    void Reset(std::uint32_t total) noexcept
+    {
+        free_.Clear();
+        held_.clear();
+        taken_.clear();
+        unseen_ = total;
+        freed_ = false;
+    }
+
+    // Takes the least free slot that is known. *slot is kNone when the caller has to enlarge the table.
+    // scan(begin, end, map) adds the free ones of that range to the map.
+    template <class Scan>
+    [[nodiscard]] HRESULT Take(const Scan& scan, std::uint32_t* slot)
+    {
+        if (free_.Count() == 0)
+            CFB_TRY(Look(scan, step_));
+        *slot = TakeWithin(0, kNone);
+        return S_OK;
+    }
+
+    // Takes a known free slot of a range; kNone if there is none.
+    std::uint32_t TakeWithin(std::uint32_t begin, std::uint32_t end)
+    {
+        const std::uint32_t slot = free_.FirstFrom(begin);
+        if (slot >= end)
+            return kNone;
+        if (slot < unseen_)
+            taken_.push_back(slot);
+        free_.Remove(slot);
+        return slot;
+    }
+
+    // Looks at up to `count` unseen slots. While freed slots are held back it looks at none, as they would
+    // show as free already.
+    template <class Scan>
+    [[nodiscard]] HRESULT Look(const Scan& scan, std::uint32_t count)
+    {
+        const std::uint32_t begin = unseen_ - std::min(unseen_, count);
+        if (begin == unseen_ || HasHeld())
+            return S_OK;
+        CFB_TRY(scan(begin, unseen_, free_));
+        unseen_ = begin;
+        for (const std::uint32_t slot : taken_)
+            free_.Remove(slot);
+        return S_OK;
+    }
+
+    // Looks at the table's end as long as nothing but free slots is found there, when a slot was freed since
+    // the last Reset: so that what was free before counts for Tail too.
+    template <class Scan>
+    [[nodiscard]] HRESULT LookAtTail(const Scan& scan, std::uint32_t total)
+    {
+        while (freed_ && unseen_ > 0 && unseen_ <= total && Tail(total) == total - unseen_ && !HasHeld())
+            CFB_TRY(Look(scan, step_));
+        return S_OK;
+    }
+
+    // Frees a slot at once: it was never in use in the store.
+    void GiveUnused(std::uint32_t slot) { free_.Add(slot); }
+    // Frees a slot once the operation is committed.
+    void Give(std::uint32_t slot) { held_.push_back(slot); }
+    bool HasHeld() const noexcept { return !held_.empty(); }
+
+    void Committed()
+    {
+        freed_ = freed_ || !held_.empty();
+        for (const std::uint32_t slot : held_)
+            free_.Add(slot);
+        held_.clear();
+        taken_.clear();
+    }
+
+    // The table ends at `total` now; what it had behind that is no longer free.
+    void Shrink(std::uint32_t total) noexcept
+    {
+        free_.RemoveFrom(total);
+        unseen_ = std::min(unseen_, total);
+    }
+
+    std::uint32_t Known() const noexcept { return free_.Count(); }
+    std::uint32_t FirstFrom(std::uint32_t from) const noexcept { return free_.FirstFrom(from); }
+    bool IsFree(std::uint32_t slot) const noexcept { return free_.Contains(slot); }
+    // How many slots before `total` are known as free, counted downwards without a gap.
+    std::uint32_t Tail(std::uint32_t total) const noexcept { return free_.RunBefore(total); }
+
+private:
+    std::uint32_t step_;
+    std::uint32_t unseen_ = 0;
+    bool freed_ = false;
+    FreeMap free_;
+    std::vector<std::uint32_t> held_;
+    std::vector<std::uint32_t> taken_;  // by this operation, among the unseen ones
+};
+
+}  // namespace quorvane::cfb
+
+#endif  // QUORVANE_PLATFORM_CFB_FREE_SLOTS_H_

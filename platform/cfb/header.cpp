@@ -1,0 +1,104 @@
+#include "platform/cfb/header.h"
+
+#include <cstring>
+
+#include "platform/cfb/result.h"
+
+namespace quorvane::cfb {
+namespace {
+
+constexpr BYTE kSignature[8] = {0xD0, 0xCF, 0x11, 0xE0, 0xA1, 0xB1, 0x1A, 0xE1};
+constexpr std::uint16_t kMinorVersion = 0x003E;
+constexpr std::uint16_t kByteOrder = 0xFFFE;
+
+// Where the fields stand.
+enum Offset : std::size_t {
+    kAtMinorVersion = 0x18,
+    kAtMajorVersion = 0x1A,
+    kAtByteOrder = 0x1C,
+    kAtSectorShift = 0x1E,
+    kAtMiniShift = 0x20,
+    kAtDirectorySectors = 0x28,
+    kAtFatSectors = 0x2C,
+    kAtFirstDirectory = 0x30,
+    kAtMiniCutoff = 0x38,
+    kAtFirstMiniFat = 0x3C,
+    kAtMiniFatSectors = 0x40,
+    kAtFirstDifat = 0x44,
+    kAtDifatSectors = 0x48,
+    kAtDifat = 0x4C,
+};
+
+}  // namespace
+
+Header Header::For(Layout layout) noexcept
+{
+    Header header;
+    if (layout == Layout::kVersion4) {
+        header.version = 4;
+        header.sectorShift = 12;
+    }
+    return header;
+}
+
+bool Header::HasSignature(const BYTE* bytes) noexcept
+{
+    return std::memcmp(bytes, kSignature, sizeof kSignature) == 0;
+}
+
+HRESULT Header::Read(OrderedFile& file)
+{
+    if (file.Size() < kHeaderBytes)
+        return STG_E_FILEALREADYEXISTS;
+    CFB_TRY(file.Read(0, raw_.data(), raw_.size()));
+    return HasSignature(raw_.data()) ? Parse() : STG_E_FILEALREADYEXISTS;
+}
+
+HRESULT Header::Parse() noexcept
+{
+    const BYTE* const raw = raw_.data();
+    version = LoadU16(raw + kAtMajorVersion);
+    sectorShift = LoadU16(raw + kAtSectorShift);
+    directorySectors = LoadU32(raw + kAtDirectorySectors);
+    fatSectors = LoadU32(raw + kAtFatSectors);
+    firstDirectory = LoadU32(raw + kAtFirstDirectory);
+    miniCutoff = LoadU32(raw + kAtMiniCutoff);
+    firstMiniFat = LoadU32(raw + kAtFirstMiniFat);
+    miniFatSectors = LoadU32(raw + kAtMiniFatSectors);
+    firstDifat = LoadU32(raw + kAtFirstDifat);
+    difatSectors = LoadU32(raw + kAtDifatSectors);
+    for (std::size_t i = 0; i < difat.size(); ++i)
+        difat[i] = LoadU32(raw + kAtDifat + 4 * i);
+
+    const bool readable = LoadU16(raw + kAtByteOrder) == kByteOrder && (version == 3 || version == 4) &&
+                          (sectorShift == 9 || sectorShift == 12) &&
+                          LoadU16(raw + kAtMiniShift) == kMiniShift && miniCutoff == kMiniCutoff;
+    return readable ? S_OK : STG_E_INVALIDHEADER;
+}
+
+HRESULT Header::Write(OrderedFile& file) const
+{
+    std::array<BYTE, kHeaderBytes> bytes = raw_;
+    BYTE* const raw = bytes.data();
+    if (!HasSignature(raw)) {
+        std::memcpy(raw, kSignature, sizeof kSignature);
+        StoreU16(raw + kAtMinorVersion, kMinorVersion);
+    }
+    StoreU16(raw + kAtMajorVersion, static_cast<std::uint16_t>(version));
+    StoreU16(raw + kAtByteOrder, kByteOrder);
+    StoreU16(raw + kAtSectorShift, static_cast<std::uint16_t>(sectorShift));
+    StoreU16(raw + kAtMiniShift, kMiniShift);
+    StoreU32(raw + kAtDirectorySectors, version == 4 ? directorySectors : 0);
+    StoreU32(raw + kAtFatSectors, fatSectors);
+    StoreU32(raw + kAtFirstDirectory, firstDirectory);
+    StoreU32(raw + kAtMiniCutoff, miniCutoff);
+    StoreU32(raw + kAtFirstMiniFat, firstMiniFat);
+    StoreU32(raw + kAtMiniFatSectors, miniFatSectors);
+    StoreU32(raw + kAtFirstDifat, firstDifat);
+    StoreU32(raw + kAtDifatSectors, difatSectors);
+    for (std::size_t i = 0; i < difat.size(); ++i)
+        StoreU32(raw + kAtDifat + 4 * i, difat[i]);
+    return file.Write(0, raw, bytes.size());
+}
+
+}  // namespace quorvane::cfb

@@ -1,0 +1,250 @@
+// A process killed between any two writes: what was complete is there when the file is opened again.
+#include <gtest/gtest.h>
+
+#include <functional>
+
+#include "platform/cfb/compound_file.h"
+#include "platform/cfb/structure_check.h"
+#include "platform/cfb/test_support.h"
+
+namespace quorvane::cfb::test {
+namespace {
+
+ElementName Name(const std::string& text)
+{
+    ElementName name;
+    EXPECT_EQ(S_OK, name.Assign(Wide(text).c_str()));
+    return name;
+}
+
+// A compound file on a store that logs, and what must be in it after each step.
+class Recording {
+public:
+    Recording()
+    {
+        store.keepLog = true;
+        file = std::make_unique<CompoundFile>(store);
+        EXPECT_EQ(S_OK, file->Format(Layout::kVersion3));
+        EXPECT_EQ(S_OK, file->OpenRoot(&root));
+        Mark();
+    }
+
+    OpenElementPtr Storage(OpenElement& parent, const std::string& name)
+    {
+        OpenElementPtr child;
+        EXPECT_EQ(S_OK, file->CreateChild(parent, Name(name), EntryType::kStorage, true, &child));
+        return child;
+    }
+
+    void Stream(OpenElement& parent, const std::string& name, const Bytes& content)
+    {
+        OpenElementPtr child;
+        ASSERT_EQ(S_OK, file->CreateChild(parent, Name(name), EntryType::kStream, true, &child));
+        std::size_t written = 0;
+        ASSERT_EQ(S_OK, file->WriteStream(*child, 0, content.data(), content.size(), &written));
+        file->Close(*child);
+    }
+
+    void Set(const std::string& path, std::optional<Bytes> content) { expected[path] = std::move(content); }
+    // Forgets an element and all below it.
+    void Forget(const std::string& path)
+    {
+        std::erase_if(expected, [&](const auto& one) {
+            return one.first == path || one.first.compare(0, path.size() + 1, path + "/") == 0;
+        });
+    }
+
+    // A step is complete: everything expected is in the store.
+    void Mark() { marks.push_back({store.log.size(), expected}); }
+
+    struct Point {
+        std::size_t changes;
+        Tree expected;
+    };
+
+    MemoryStore store;
+    std::unique_ptr<CompoundFile> file;
+    OpenElementPtr root;
+    Tree expected;
+    std::vector<Point> marks;
+};
+
+// Opens the state after each prefix of the log. What two marks around it agree on must be there.
+void CheckEveryPrefix(Recording& recording)
+{
+    MemoryStore state;
+    std::size_t done = 0;
+    std::size_t opened = 0;
+    for (std::size_t mark = 1; mark < recording.marks.size(); ++mark) {
+        const Tree& before = recording.marks[mark - 1].expected;
+        const Tree& after = recording.marks[mark].expected;
+        for (; done < recording.marks[mark].changes; ++done) {
+            state.Apply(recording.store.log[done]);
+            if (done < recording.marks[0].changes)
+                continue;
+            Tree found;
+            ComPtr<IStorage> root;
+            const auto bytes = LockBytesWith(state.bytes);
+            ASSERT_EQ(S_OK, OpenDocfileOnLockBytes(bytes.Get(), kOpen, root.Put())) << "after change " << done;
+            ASSERT_EQ(S_OK, Walk(*root, "", &found)) << "after change " << done;
+            for (const auto& [path, content] : before) {
+                const auto still = after.find(path);
+                if (still == after.end() || still->second != content)
+                    continue;
+                ASSERT_TRUE(found.contains(path)) << path << " after change " << done << " of mark " << mark;
+                ASSERT_EQ(content, found[path]) << path << " after change " << done;
+            }
+            for (const auto& [path, content] : found)
+                ASSERT_TRUE(before.contains(path) || after.contains(path)) << path << " came back";
+            const Findings findings = Examine(state.bytes);
+            // A file that grows is longer than its FAT says for the time of one write.
+            ASSERT_TRUE(findings.depth <= 64);
+            ++opened;
+        }
+    }
+    EXPECT_GT(opened, 20u);
+    EXPECT_EQ(state.bytes, recording.store.bytes);
+    const Findings end = Examine(state.bytes);
+    EXPECT_TRUE(end.faults.empty()) << Text(end.faults);
+    EXPECT_TRUE(end.leaks.empty()) << Text(end.leaks);
+}
+
+TEST(KillTest, ElementsMadeInAnyOrderOfNamesStay)
+{
+    Recording recording;
+    for (unsigned i = 0; i < 150; ++i) {
+        const std::string name = "e" + std::to_string(i * 7919 % 150);
+        const Bytes content = Pattern(i * 37 % 700, i);
+        recording.Stream(*recording.root, name, content);
+        recording.Set(name, content);
+        recording.Mark();
+    }
+    CheckEveryPrefix(recording);
+}
+
+TEST(KillTest, ElementsMadeInOrderStay)
+{
+    Recording recording;
+    auto storage = recording.Storage(*recording.root, "s");
+    recording.Set("s", std::nullopt);
+    recording.Mark();
+    for (unsigned i = 0; i < 120; ++i) {
+        const std::string name = std::to_string(1000 + i);
+        recording.Stream(*storage, name, Pattern(90, i));
+        recording.Set("s/" + name, Pattern(90, i));
+        recording.Mark();
+    }
+    CheckEveryPrefix(recording);
+}
+
+TEST(KillTest, DestroyingOneLeavesTheOthers)
+{
+    Recording recording;
+    for (unsigned i = 0; i < 80; ++i) {
+        recording.Stream(*recording.root, "e" + std::to_string(i), Pattern(100 + i, i));
+        recording.Set("e" + std::to_string(i), Pattern(100 + i, i));
+    }
+    recording.marks.clear();
+    recording.Mark();
+    for (unsigned i = 0; i < 80; ++i) {
+        const std::string name = "e" + std::to_string(i * 31 % 80);
+        ASSERT_EQ(S_OK, recording.file->Destroy(*recording.root, Name(name)));
+        recording.Forget(name);
+        recording.Mark();
+    }
+    recording.file->Tidy();
+    recording.Mark();
+    CheckEveryPrefix(recording);
+}
+
+TEST(KillTest, StoragesWithContentComeAndGoAmongOthers)
+{
+    Recording recording;
+    for (unsigned round = 0; round < 60; ++round) {
+        const std::string name = "item" + std::to_string(round * 13 % 20);
+        auto item = recording.Storage(*recording.root, name);
+        recording.Forget(name);
+        recording.Set(name, std::nullopt);
+        recording.Mark();
+        for (unsigned i = 0; i < 6; ++i) {
+            const Bytes content = Pattern(i * 1100 + round, round * 10 + i);
+            recording.Stream(*item, "s" + std::to_string(i), content);
+            recording.Set(name + "/s" + std::to_string(i), content);
+            recording.Mark();
+        }
+        recording.file->Close(*item);
+        if (round % 3 == 2) {
+            const std::string gone = "item" + std::to_string((round - 1) * 13 % 20);
+            ASSERT_EQ(S_OK, recording.file->Destroy(*recording.root, Name(gone)));
+            recording.Forget(gone);
+            recording.Mark();
+        }
+    }
+    CheckEveryPrefix(recording);
+}
+
+TEST(KillTest, ARenamedElementIsThereUnderOneOfItsNames)
+{
+    Recording recording;
+    for (unsigned i = 0; i < 60; ++i) {
+        recording.Stream(*recording.root, "e" + std::to_string(i), Pattern(70, i));
+        recording.Set("e" + std::to_string(i), Pattern(70, i));
+    }
+    recording.marks.clear();
+    recording.Mark();
+    std::size_t checked = recording.store.log.size();
+    MemoryStore state;
+    for (std::size_t i = 0; i < checked; ++i)
+        state.Apply(recording.store.log[i]);
+    for (unsigned i = 0; i < 60; ++i) {
+        const std::string from = "e" + std::to_string(i);
+        const std::string to = (i % 2 != 0 ? "renamed" : "r") + std::to_string(i);
+        ASSERT_EQ(S_OK, recording.file->Rename(*recording.root, Name(from), Name(to)));
+        for (; checked < recording.store.log.size(); ++checked) {
+            state.Apply(recording.store.log[checked]);
+            Tree found;
+            ComPtr<IStorage> root;
+            const auto bytes = LockBytesWith(state.bytes);
+            ASSERT_EQ(S_OK, OpenDocfileOnLockBytes(bytes.Get(), kOpen, root.Put()));
+            ASSERT_EQ(S_OK, Walk(*root, "", &found));
+            ASSERT_EQ(60u, found.size());
+            ASSERT_EQ(1u, found.count(from) + found.count(to)) << from;
+        }
+    }
+    const Findings end = Examine(state.bytes);
+    EXPECT_TRUE(end.faults.empty()) << Text(end.faults);
+    EXPECT_TRUE(end.leaks.empty()) << Text(end.leaks);
+}
+
+TEST(KillTest, GrowingAndShrinkingStreamsKeepWhatWasWritten)
+{
+    Recording recording;
+    OpenElementPtr stream;
+    recording.Stream(*recording.root, "other", Pattern(3000, 9));
+    recording.Stream(*recording.root, "large", Pattern(30000, 10));
+    recording.Set("other", Pattern(3000, 9));
+    recording.Set("large", Pattern(30000, 10));
+    ASSERT_EQ(S_OK, recording.file->CreateChild(*recording.root, Name("s"), EntryType::kStream, true, &stream));
+    recording.Set("s", Bytes());
+    recording.Mark();
+    Bytes content;
+    for (const std::size_t size : {10u, 64u, 65u, 700u, 4095u, 4096u, 5000u, 20000u, 90000u}) {
+        const Bytes part = Pattern(size - content.size(), static_cast<unsigned>(size));
+        std::size_t written = 0;
+        ASSERT_EQ(S_OK,
+                  recording.file->WriteStream(*stream, content.size(), part.data(), part.size(), &written));
+        content.insert(content.end(), part.begin(), part.end());
+        recording.Set("s", content);
+        recording.Mark();
+    }
+    for (const std::size_t size : {60000u, 4096u, 4095u, 100u, 64u, 0u}) {
+        ASSERT_EQ(S_OK, recording.file->SetStreamSize(*stream, size));
+        content.resize(size);
+        recording.Set("s", content);
+        recording.Mark();
+    }
+    CheckEveryPrefix(recording);
+}
+
+}  // namespace
+}  // namespace quorvane::cfb::test

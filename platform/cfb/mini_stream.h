@@ -1,0 +1,76 @@
+// platform/cfb/mini_stream.h: the mini FAT, and the root's stream in which the small streams lie.
+#ifndef QUORVANE_PLATFORM_CFB_MINI_STREAM_H_
+#define QUORVANE_PLATFORM_CFB_MINI_STREAM_H_
+
+#include "platform/cfb/chain.h"
+#include "platform/cfb/directory.h"
+
+namespace quorvane::cfb {
+
+// Mini sectors by number: their links, their bytes, which are free. One call at a time. Throws
+// std::bad_alloc.
+class MiniStream final : public LinkTable {
+public:
+    MiniStream(SectorFile& sectors, Header& header, Fat& fat, SectorAllocator& allocator,
+               Directory& directory) noexcept
+        : sectors_(sectors),
+          header_(header),
+          fat_(fat),
+          allocator_(allocator),
+          directory_(directory),
+          links_(fat, kEndOfChain, Chain::Marks::kMany),
+          data_(fat, kEndOfChain, Chain::Marks::kMany)
+    {}
+
+    // Takes start and size from the root entry.
+    void Reset(const DirEntry& root) noexcept;
+
+    [[nodiscard]] HRESULT Next(SectorId sector, SectorId* next) override;
+    [[nodiscard]] HRESULT SetNext(SectorId sector, SectorId next) override;
+    SectorId Slots() const noexcept override { return count_; }
+
+    // Where a mini sector's bytes stand: `offset` bytes into the sector `at`. `bytes` gets how many bytes
+    // from there on belong to it and to the `most` - 1 mini sectors with the numbers behind it.
+    [[nodiscard]] HRESULT Locate(SectorId sector, SectorId most, SectorId* at, std::size_t* offset,
+                                 std::size_t* bytes);
+
+    // Takes a mini sector; its link says that it ends a chain.
+    [[nodiscard]] HRESULT Allocate(SectorId* sector);
+    // Frees a chain, as SectorAllocator::FreeChain does.
+    [[nodiscard]] HRESULT FreeChain(SectorId* at, std::uint32_t most);
+
+    void Committed() { slots_.Committed(); }
+    // Gives the sectors at the end back when at least `least` hold free mini sectors alone.
+    [[nodiscard]] HRESULT Trim(SectorId least);
+
+private:
+    static constexpr SectorId kLookAt = 1024;
+    static constexpr std::size_t kMaxGrowthBytes = 65536;
+
+    SectorId PerSector() const noexcept { return SectorId{1} << (sectors_.Shift() - kMiniShift); }
+    SectorId LinksPerSector() const noexcept { return SectorId{1} << (sectors_.Shift() - 2); }
+    SectorId LinkSector(SectorId sector) const noexcept { return sector >> (sectors_.Shift() - 2); }
+    std::size_t LinkPlace(SectorId sector) const noexcept { return (sector & (LinksPerSector() - 1)) * 4; }
+    SectorId DataSectors() const noexcept { return (count_ + PerSector() - 1) / PerSector(); }
+    [[nodiscard]] HRESULT FindFree(SectorId begin, SectorId end, FreeMap& free);
+    [[nodiscard]] HRESULT Grow();
+    [[nodiscard]] HRESULT ReserveData(SectorId sectors, SectorId* first);
+    [[nodiscard]] HRESULT ReserveLinks(SectorId count, SectorId* first, SectorId* sectors);
+    [[nodiscard]] HRESULT LinkBehind(Chain& chain, SectorId length, SectorId first);
+    [[nodiscard]] HRESULT StoreRoot(SectorId start, SectorId count);
+    [[nodiscard]] HRESULT CutChain(Chain& chain, SectorId from, SectorId to);
+
+    SectorFile& sectors_;
+    Header& header_;
+    Fat& fat_;
+    SectorAllocator& allocator_;
+    Directory& directory_;
+    Chain links_;         // the mini FAT's sectors
+    Chain data_;          // the mini stream's sectors
+    SectorId count_ = 0;  // mini sectors in the mini stream
+    FreeSlots slots_{kLookAt};
+};
+
+}  // namespace quorvane::cfb
+
+#endif  // QUORVANE_PLATFORM_CFB_MINI_STREAM_H_

@@ -1,0 +1,120 @@
+#include "platform/cfb/open_element.h"
+
+#include <algorithm>
+
+namespace quorvane::cfb {
+
+OpenElement* OpenElements::Find(EntryId id) const noexcept
+{
+    if (buckets_.empty())
+        return nullptr;
+    OpenElement* at = buckets_[id & (buckets_.size() - 1)];
+    while (at && at->id != id)
+        at = at->nextInBucket;
+    return at;
+}
+
+void OpenElements::Put(OpenElement& element) noexcept
+{
+    OpenElement*& bucket = BucketOf(element.id);
+    element.nextInBucket = bucket;
+    bucket = &element;
+    ++count_;
+}
+
+void OpenElements::Take(OpenElement& element) noexcept
+{
+    OpenElement** link = &BucketOf(element.id);
+    while (*link && *link != &element)
+        link = &(*link)->nextInBucket;
+    if (!*link)
+        return;
+    *link = element.nextInBucket;
+    element.nextInBucket = nullptr;
+    --count_;
+}
+
+void OpenElements::Grow()
+{
+    std::vector<OpenElement*> old(buckets_.empty() ? kFirstBuckets : buckets_.size() * 2);
+    old.swap(buckets_);
+    count_ = 0;
+    for (OpenElement* at : old) {
+        while (at) {
+            OpenElement* const next = at->nextInBucket;
+            Put(*at);
+            at = next;
+        }
+    }
+}
+
+void OpenElements::Add(OpenElement& element, OpenElement* parent)
+{
+    if (count_ >= buckets_.size())
+        Grow();
+    Put(element);
+    if (!parent)
+        return;
+    element.parent = parent;
+    element.depth = parent->depth + 1;
+    element.nextSibling = parent->firstChild;
+    if (parent->firstChild)
+        parent->firstChild->previousSibling = &element;
+    parent->firstChild = &element;
+}
+
+void OpenElements::Detach(OpenElement& element) noexcept
+{
+    if (element.previousSibling)
+        element.previousSibling->nextSibling = element.nextSibling;
+    else if (element.parent)
+        element.parent->firstChild = element.nextSibling;
+    if (element.nextSibling)
+        element.nextSibling->previousSibling = element.previousSibling;
+    element.parent = element.nextSibling = element.previousSibling = nullptr;
+}
+
+void OpenElements::Revert(OpenElement& element) noexcept
+{
+    while (element.firstChild)
+        Revert(*element.firstChild);
+    Detach(element);
+    element.reverted = true;
+    element.index.reset();
+    Take(element);
+}
+
+void OpenElements::RevertEntry(EntryId id) noexcept
+{
+    if (OpenElement* const element = Find(id))
+        Revert(*element);
+}
+
+void OpenElements::Moved(EntryId from, EntryId to) noexcept
+{
+    OpenElement* const element = Find(from);
+    if (!element)
+        return;
+    Take(*element);
+    element->id = to;
+    element->body.SetEntry(to);
+    Put(*element);
+}
+
+void OpenElements::Renumber(OpenElement& root) noexcept
+{
+    std::fill(buckets_.begin(), buckets_.end(), nullptr);
+    count_ = 0;
+    for (OpenElement* at = &root; at;) {
+        Put(*at);
+        if (at->firstChild) {
+            at = at->firstChild;
+            continue;
+        }
+        while (at && !at->nextSibling)
+            at = at->parent;
+        at = at ? at->nextSibling : nullptr;
+    }
+}
+
+}  // namespace quorvane::cfb

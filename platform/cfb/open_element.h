@@ -1,0 +1,75 @@
+// platform/cfb/open_element.h: an element that somebody has open.
+#ifndef QUORVANE_PLATFORM_CFB_OPEN_ELEMENT_H_
+#define QUORVANE_PLATFORM_CFB_OPEN_ELEMENT_H_
+
+#include <memory>
+#include <vector>
+
+#include "platform/cfb/stream_body.h"
+
+namespace quorvane::cfb {
+
+// What is known of an open element. Elements form a tree as their storages do: when one is closed, all that
+// were opened through it are reverted. The fields are the compound file's to change.
+struct OpenElement {
+    OpenElement(EntryId entry, EntryType entryType, const ElementName& elementName, Volume& volume) noexcept
+        : id(entry), type(entryType), name(elementName), body(volume)
+    {}
+    OpenElement(const OpenElement&) = delete;
+    OpenElement& operator=(const OpenElement&) = delete;
+
+    EntryId id;
+    EntryType type;
+    ElementName name;
+    bool reverted = false;
+    unsigned depth = 0;  // of storages above it
+
+    OpenElement* parent = nullptr;
+    OpenElement* firstChild = nullptr;
+    OpenElement* nextSibling = nullptr;
+    OpenElement* previousSibling = nullptr;
+    OpenElement* nextInBucket = nullptr;
+    unsigned users = 1;  // objects on the element
+
+    // Of a storage: its tree was walked through, and what takes the tree's place when it was found to be
+    // none that can be searched. Sorted by name.
+    bool surveyed = false;
+    bool sound = true;
+    std::unique_ptr<std::vector<EntryId>> index;
+
+    // Of a stream.
+    StreamBody body;
+};
+
+using OpenElementPtr = std::shared_ptr<OpenElement>;
+
+// The open elements of one file by the numbers of their entries. Throws std::bad_alloc.
+class OpenElements {
+public:
+    bool IsOpen(EntryId id) const noexcept { return Find(id) != nullptr; }
+    void Add(OpenElement& element, OpenElement* parent);
+    // Takes an element and all below it out and marks them as reverted.
+    void Revert(OpenElement& element) noexcept;
+    // The same for whoever has that entry open.
+    void RevertEntry(EntryId id) noexcept;
+    void Moved(EntryId from, EntryId to) noexcept;
+    // Forgets the numbers, and takes them anew from the elements below `root`.
+    void Renumber(OpenElement& root) noexcept;
+
+private:
+    static constexpr std::size_t kFirstBuckets = 64;
+
+    OpenElement*& BucketOf(EntryId id) noexcept { return buckets_[id & (buckets_.size() - 1)]; }
+    OpenElement* Find(EntryId id) const noexcept;
+    void Put(OpenElement& element) noexcept;
+    void Take(OpenElement& element) noexcept;
+    void Grow();
+    static void Detach(OpenElement& element) noexcept;
+
+    std::vector<OpenElement*> buckets_;  // a power of two of them
+    std::size_t count_ = 0;
+};
+
+}  // namespace quorvane::cfb
+
+#endif  // QUORVANE_PLATFORM_CFB_OPEN_ELEMENT_H_

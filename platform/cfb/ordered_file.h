@@ -1,0 +1,100 @@
+// platform/cfb/ordered_file.h: a byte store with a small cache, whose writes go out in a stated order.
+#ifndef QUORVANE_PLATFORM_CFB_ORDERED_FILE_H_
+#define QUORVANE_PLATFORM_CFB_ORDERED_FILE_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "platform/cfb/byte_store.h"
+
+namespace quorvane::cfb {
+
+// Collects the writes of one operation and hands them to the byte store at Commit, few and in order:
+// what was written before a call of Order is in the store before anything that was written after it.
+// Writes to one page become one write to the store wherever that keeps the order, and then both sides of
+// an Order take effect at once. So whoever is killed between two writes to the store leaves a state that
+// the order of the operation's steps allows.
+//
+// Pages that were read or written stay in the cache, up to kCachedPages; nothing unwritten is left in it
+// after Commit. After a failure of Commit, Write or WriteData the store holds a state that the order
+// allows; call Forget before the next operation.
+//
+// One call at a time. Throws std::bad_alloc.
+class OrderedFile {
+public:
+    static constexpr std::size_t kPage = ByteStore::kAtomicPage;
+    static constexpr std::size_t kCachedPages = 2048;
+
+    explicit OrderedFile(ByteStore& store) noexcept : store_(store) {}
+
+    // Takes the store's size. To be called once, before all else.
+    [[nodiscard]] HRESULT Open() { return store_.GetSize(&size_); }
+
+    // Size of the store, with what the pending writes will add.
+    std::uint64_t Size() const noexcept { return size_; }
+
+    // Reads `count` bytes, pending writes included. Bytes behind the end are zeros.
+    [[nodiscard]] HRESULT Read(std::uint64_t offset, void* to, std::size_t count);
+    // Adds a write at the present place in the order.
+    [[nodiscard]] HRESULT Write(std::uint64_t offset, const void* from, std::size_t count);
+    // Writes content that nothing in the store points at, or that may be overwritten in place: it goes out
+    // at any time between now and the next Order.
+    [[nodiscard]] HRESULT WriteData(std::uint64_t offset, const void* from, std::size_t count);
+    // Closes a step of the operation: later writes come after the earlier ones.
+    void Order() noexcept { ++stage_; }
+    // True when the page of `a` is the page of `b`, so that writes to both can take effect at once.
+    static bool SamePage(std::uint64_t a, std::uint64_t b) noexcept { return a / kPage == b / kPage; }
+
+    // Sends all pending writes. The store has at least `size` bytes from before the first of them.
+    [[nodiscard]] HRESULT Commit(std::uint64_t size);
+    // Cuts the store to `size` bytes, after all pending writes.
+    [[nodiscard]] HRESULT Cut(std::uint64_t size);
+    // Drops the pending writes and everything cached, and takes the store's size anew.
+    [[nodiscard]] HRESULT Forget();
+
+private:
+    static constexpr std::size_t kBuckets = 4096;
+    static constexpr std::size_t kMaxPending = 512;
+    static constexpr std::size_t kRecent = 16;
+
+    static constexpr std::uint64_t kNoPage = ~std::uint64_t{0};
+
+    struct Frame {
+        std::uint64_t page = kNoPage;
+        Frame* next_in_bucket = nullptr;
+        std::size_t dirty_begin = 0;
+        std::size_t dirty_end = 0;
+        std::uint64_t stage = 0;
+        std::size_t pending_at = 0;
+        bool pending = false;
+        bool used = false;
+        BYTE bytes[kPage];
+    };
+
+    static std::size_t BucketOf(std::uint64_t page) noexcept { return page % kBuckets; }
+    Frame* Find(std::uint64_t page) noexcept;
+    Frame* FindInBuckets(std::uint64_t page) noexcept;
+    [[nodiscard]] HRESULT Fetch(std::uint64_t page, Frame** frame);
+    [[nodiscard]] HRESULT FreshFrame(Frame** frame);
+    void Drop(Frame& frame) noexcept;
+    [[nodiscard]] HRESULT Load(Frame& frame, std::uint64_t page);
+    [[nodiscard]] HRESULT MarkPending(Frame& frame, std::size_t begin, std::size_t end);
+    [[nodiscard]] HRESULT Flush();
+    [[nodiscard]] HRESULT ReadDirect(std::uint64_t offset, BYTE* to, std::size_t count);
+
+    ByteStore& store_;
+    std::uint64_t size_ = 0;
+    std::uint64_t stage_ = 0;
+    std::vector<std::unique_ptr<Frame>> frames_;
+    std::vector<Frame*> spare_;
+    std::vector<Frame*> pending_;  // in the order of their stages
+    std::vector<Frame*> buckets_;
+    Frame* recent_[kRecent] = {};  // frames that were used last, to find them without the buckets
+    std::size_t hand_ = 0;
+};
+
+}  // namespace quorvane::cfb
+
+#endif  // QUORVANE_PLATFORM_CFB_ORDERED_FILE_H_

@@ -1,0 +1,149 @@
+#include "platform/cfb/ordered_file.h"
+
+#include <gtest/gtest.h>
+
+#include "platform/cfb/test_support.h"
+
+namespace quorvane::cfb::test {
+namespace {
+
+constexpr std::uint64_t kPage = OrderedFile::kPage;
+
+class OrderedFileTest : public ::testing::Test {
+protected:
+    OrderedFileTest()
+    {
+        store.bytes.resize(20 * kPage);
+        store.keepLog = true;
+        EXPECT_EQ(S_OK, file.Open());
+    }
+
+    void Write(std::uint64_t offset, BYTE value) { ASSERT_EQ(S_OK, file.Write(offset, &value, 1)); }
+    std::vector<std::uint64_t> Pages()
+    {
+        std::vector<std::uint64_t> pages;
+        for (const auto& change : store.log)
+            pages.push_back(change.offset / kPage);
+        return pages;
+    }
+
+    MemoryStore store;
+    OrderedFile file{store};
+};
+
+TEST_F(OrderedFileTest, NothingIsWrittenBeforeTheCommit)
+{
+    Write(5, 1);
+    EXPECT_TRUE(store.log.empty());
+    BYTE read = 0;
+    ASSERT_EQ(S_OK, file.Read(5, &read, 1));
+    EXPECT_EQ(1, read);
+    ASSERT_EQ(S_OK, file.Commit(0));
+    EXPECT_EQ(1, store.bytes[5]);
+}
+
+TEST_F(OrderedFileTest, StepsComeInTheirOrder)
+{
+    Write(3 * kPage, 1);
+    file.Order();
+    Write(kPage, 2);
+    file.Order();
+    Write(2 * kPage, 3);
+    ASSERT_EQ(S_OK, file.Commit(0));
+    EXPECT_EQ((std::vector<std::uint64_t>{3, 1, 2}), Pages());
+}
+
+TEST_F(OrderedFileTest, TwoStepsInOnePageBecomeOneWrite)
+{
+    Write(kPage, 1);
+    file.Order();
+    Write(kPage + 100, 2);
+    ASSERT_EQ(S_OK, file.Commit(0));
+    ASSERT_EQ(1u, store.log.size());
+    EXPECT_EQ(101u, store.log[0].bytes.size());
+}
+
+TEST_F(OrderedFileTest, APageWaitsForTheRestOfItsStep)
+{
+    Write(kPage, 1);
+    Write(2 * kPage, 2);
+    file.Order();
+    Write(kPage + 8, 3);
+    ASSERT_EQ(S_OK, file.Commit(0));
+    EXPECT_EQ((std::vector<std::uint64_t>{2, 1}), Pages());
+}
+
+TEST_F(OrderedFileTest, APageThatOthersFollowIsWrittenTwice)
+{
+    Write(kPage, 1);
+    file.Order();
+    Write(2 * kPage, 2);
+    file.Order();
+    Write(kPage + 8, 3);
+    ASSERT_EQ(S_OK, file.Commit(0));
+    EXPECT_EQ((std::vector<std::uint64_t>{1, 2, 1}), Pages());
+}
+
+TEST_F(OrderedFileTest, TheStoreHasTheSizeBeforeTheFirstWrite)
+{
+    Write(kPage, 1);
+    ASSERT_EQ(S_OK, file.Commit(30 * kPage));
+    ASSERT_EQ(2u, store.log.size());
+    EXPECT_TRUE(store.log[0].cut);
+    EXPECT_EQ(30 * kPage, store.bytes.size());
+}
+
+TEST_F(OrderedFileTest, LargeReadsSeeWhatIsPending)
+{
+    Write(3 * kPage + 7, 9);
+    Bytes read(4 * kPage);
+    ASSERT_EQ(S_OK, file.Read(kPage, read.data(), read.size()));
+    EXPECT_EQ(9, read[2 * kPage + 7]);
+}
+
+TEST_F(OrderedFileTest, LargeWritesReachWhatIsCached)
+{
+    BYTE read = 0;
+    ASSERT_EQ(S_OK, file.Read(2 * kPage, &read, 1));
+    const Bytes content(3 * kPage, 4);
+    ASSERT_EQ(S_OK, file.WriteData(kPage, content.data(), content.size()));
+    ASSERT_EQ(S_OK, file.Read(2 * kPage, &read, 1));
+    EXPECT_EQ(4, read);
+}
+
+TEST_F(OrderedFileTest, ForgettingGivesBackWhatTheStoreHas)
+{
+    Write(5, 1);
+    ASSERT_EQ(S_OK, file.Forget());
+    BYTE read = 7;
+    ASSERT_EQ(S_OK, file.Read(5, &read, 1));
+    EXPECT_EQ(0, read);
+    ASSERT_EQ(S_OK, file.Commit(0));
+    EXPECT_TRUE(store.log.empty());
+}
+
+TEST_F(OrderedFileTest, WhatWasCutReadsAsZeros)
+{
+    Write(6 * kPage + 3, 1);
+    ASSERT_EQ(S_OK, file.Commit(0));
+    ASSERT_EQ(S_OK, file.Cut(6 * kPage));
+    ASSERT_EQ(S_OK, file.Commit(8 * kPage));
+    BYTE read = 7;
+    ASSERT_EQ(S_OK, file.Read(6 * kPage + 3, &read, 1));
+    EXPECT_EQ(0, read);
+}
+
+TEST_F(OrderedFileTest, MorePagesThanTheCacheHoldsAreRead)
+{
+    for (std::uint64_t page = 0; page < OrderedFile::kCachedPages + 500; ++page)
+        Write(page * kPage, static_cast<BYTE>(page));
+    ASSERT_EQ(S_OK, file.Commit(0));
+    for (std::uint64_t page = 0; page < OrderedFile::kCachedPages + 500; ++page) {
+        BYTE read = 0;
+        ASSERT_EQ(S_OK, file.Read(page * kPage, &read, 1));
+        ASSERT_EQ(static_cast<BYTE>(page), read);
+    }
+}
+
+}  // namespace
+}  // namespace quorvane::cfb::test

@@ -1,0 +1,24 @@
+#include "platform/cfb/root_file.h"
+
+namespace quorvane::cfb {
+
+void RootFile::Close(const OpenElementPtr& element, bool written) noexcept
+{
+    const MutexLock lock(lock_);
+    if (--element->users > 0 || !file_)
+        return;
+    if (element->type == EntryType::kRoot && written) {
+        try {
+            file_->Tidy();
+        } catch (const std::bad_alloc&) {
+            // Without memory the file keeps its free space.
+        }
+    }
+    file_->Close(*element);
+    if (element->type == EntryType::kRoot) {
+        file_.reset();
+        store_.reset();
+    }
+}
+
+}  // namespace quorvane::cfb

@@ -1,0 +1,69 @@
+// platform/cfb/root_file.h: what the COM objects on one compound file share: the file and its lock.
+#ifndef QUORVANE_PLATFORM_CFB_ROOT_FILE_H_
+#define QUORVANE_PLATFORM_CFB_ROOT_FILE_H_
+
+#include <memory>
+#include <new>
+#include <utility>
+
+#include "platform/cfb/compound_file.h"
+#include "platform/com/bstr.h"
+#include "platform/com/mutex.h"
+
+namespace quorvane::cfb {
+
+// Lives as long as an object on the file does; the file itself is closed with its root storage, and what
+// was opened through that is reverted from then on. Any thread may call: one at a time gets in.
+class RootFile {
+public:
+    // path: what Stat tells of the root; empty for bytes of somebody's.
+    RootFile(std::unique_ptr<ByteStore> store, OleString path)
+        : path_(std::move(path)), store_(std::move(store)), file_(std::make_unique<CompoundFile>(*store_))
+    {}
+
+    const OleString& Path() const noexcept { return path_; }
+
+    // Runs `operation` (CompoundFile& -> HRESULT) on an element. STG_E_REVERTED: the element is gone, or
+    // the file is closed. E_OUTOFMEMORY.
+    template <class Operation>
+    [[nodiscard]] HRESULT Run(const OpenElementPtr& element, const Operation& operation) noexcept
+    {
+        const MutexLock lock(lock_);
+        if (!file_ || element->reverted)
+            return STG_E_REVERTED;
+        try {
+            const HRESULT ready = file_->Ready();
+            if (FAILED(ready))
+                return ready;
+            return element->reverted ? STG_E_REVERTED : operation(*file_);
+        } catch (const std::bad_alloc&) {
+            file_->Failed();
+            return E_OUTOFMEMORY;
+        }
+    }
+
+    // The same before there is a root element.
+    template <class Operation>
+    [[nodiscard]] HRESULT Start(const Operation& operation) noexcept
+    {
+        const MutexLock lock(lock_);
+        try {
+            return operation(*file_);
+        } catch (const std::bad_alloc&) {
+            return E_OUTOFMEMORY;
+        }
+    }
+
+    // An object on the element is gone. The element's last one closes it, the root's last one the file.
+    void Close(const OpenElementPtr& element, bool written) noexcept;
+
+private:
+    Mutex lock_;
+    const OleString path_;
+    std::unique_ptr<ByteStore> store_ QV_GUARDED_BY(lock_);
+    std::unique_ptr<CompoundFile> file_ QV_GUARDED_BY(lock_);
+};
+
+}  // namespace quorvane::cfb
+
+#endif  // QUORVANE_PLATFORM_CFB_ROOT_FILE_H_

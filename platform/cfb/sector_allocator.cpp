@@ -1,0 +1,140 @@
+#include "platform/cfb/sector_allocator.h"
+
+#include "platform/cfb/result.h"
+
+namespace quorvane::cfb {
+
+SectorId SectorAllocator::Limit() const noexcept
+{
+    return header_.version == 3 ? static_cast<SectorId>((kVersion3Limit >> sectors_.Shift()) - 2)
+                                : kMaxSector;
+}
+
+HRESULT SectorAllocator::Allocate(SectorId* sector)
+{
+    const auto look = [this](SectorId begin, SectorId end, FreeMap& free) {
+        return fat_.FindFree(begin, end, free);
+    };
+    CFB_TRY(slots_.Take(look, sector));
+    if (*sector == FreeSlots::kNone)
+        CFB_TRY(Append(sector));
+    return fat_.SetNext(*sector, kEndOfChain);
+}
+
+// Adds a sector to the file's end and leaves its FAT entry free.
+HRESULT SectorAllocator::Append(SectorId* sector)
+{
+    for (;;) {
+        if (sectors_.Count() >= Limit())
+            return STG_E_MEDIUMFULL;
+        if (sectors_.Count() == fat_.Slots())
+            CFB_TRY(fat_.Extend());
+        *sector = sectors_.Count();
+        sectors_.SetCount(*sector + 1);
+        const bool locked = sectors_.OffsetOf(*sector) <= kRangeLockOffset &&
+                            kRangeLockOffset < sectors_.OffsetOf(*sector + 1);
+        CFB_TRY(fat_.SetNext(*sector, locked ? kEndOfChain : kFreeSector));
+        if (!locked)
+            return S_OK;
+    }
+}
+
+bool SectorAllocator::TakeFreePage(std::vector<SectorId>* sectors)
+{
+    const SectorId count = PerPage();
+    SectorId first = slots_.FirstFrom(0);
+    for (int tries = 0; tries < 4 && first != FreeSlots::kNone; ++tries) {
+        while (!BeginsPage(first))
+            ++first;
+        SectorId free = 0;
+        while (free < count && slots_.IsFree(first + free))
+            ++free;
+        if (free < count) {
+            first = slots_.FirstFrom(first + free);
+            continue;
+        }
+        for (SectorId i = 0; i < count; ++i)
+            sectors->push_back(slots_.TakeWithin(first + i, first + i + 1));
+        return true;
+    }
+    return false;
+}
+
+HRESULT SectorAllocator::AppendPage(std::vector<SectorId>* sectors)
+{
+    const SectorId count = PerPage();
+    for (;;) {
+        if (sectors_.Count() == fat_.Slots())
+            CFB_TRY(fat_.Extend());
+        if (BeginsPage(sectors_.Count()) && sectors_.Count() + count <= fat_.Slots())
+            break;
+        SectorId gap = 0;
+        CFB_TRY(Append(&gap));
+        slots_.GiveUnused(gap);
+    }
+    for (SectorId i = 0; i < count; ++i) {
+        SectorId sector = 0;
+        CFB_TRY(Append(&sector));
+        sectors->push_back(sector);
+    }
+    return S_OK;
+}
+
+HRESULT SectorAllocator::AllocatePage(std::vector<SectorId>* sectors)
+{
+    const SectorId count = PerPage();
+    sectors->clear();
+    if (!TakeFreePage(sectors)) {
+        if (slots_.Known() < count)
+            CFB_TRY(AppendPage(sectors));
+        while (sectors->size() < count)
+            sectors->push_back(slots_.TakeWithin(0, FreeSlots::kNone));
+    }
+    for (const SectorId sector : *sectors)
+        CFB_TRY(fat_.SetNext(sector, kEndOfChain));
+    return S_OK;
+}
+
+HRESULT SectorAllocator::Free(SectorId sector)
+{
+    CFB_TRY(fat_.SetNext(sector, kFreeSector));
+    slots_.Give(sector);
+    return S_OK;
+}
+
+HRESULT SectorAllocator::FreeChain(SectorId* at, std::uint32_t most)
+{
+    for (; most > 0 && *at < sectors_.Count(); --most) {
+        const SectorId sector = *at;
+        CFB_TRY(fat_.Next(sector, at));
+        if (*at > kMaxSector && *at != kEndOfChain) {
+            *at = kEndOfChain;
+            return S_OK;
+        }
+        CFB_TRY(Free(sector));
+    }
+    if (*at >= sectors_.Count())
+        *at = kEndOfChain;
+    return S_OK;
+}
+
+HRESULT SectorAllocator::Trim(SectorId least)
+{
+    const SectorId before = sectors_.Count();
+    const auto look = [this](SectorId begin, SectorId end, FreeMap& free) {
+        return fat_.FindFree(begin, end, free);
+    };
+    CFB_TRY(slots_.LookAtTail(look, before));
+    if (slots_.Tail(before) == 0 || slots_.Tail(before) < least)
+        return S_OK;
+    SectorId count = before - slots_.Tail(before);
+    for (SectorId was = 0; was != count; count -= slots_.Tail(count)) {
+        was = count;
+        CFB_TRY(fat_.Retract(&count));
+    }
+    slots_.Shrink(count);
+    CFB_TRY(sectors_.File().Commit(0));
+    return sectors_.Cut(count);
+}
+
+}  // namespace quorvane::cfb

@@ -1,0 +1,62 @@
+// platform/cfb/sector_allocator.h: takes sectors for use and gives them back.
+#ifndef QUORVANE_PLATFORM_CFB_SECTOR_ALLOCATOR_H_
+#define QUORVANE_PLATFORM_CFB_SECTOR_ALLOCATOR_H_
+
+#include <vector>
+
+#include "platform/cfb/fat.h"
+#include "platform/cfb/free_slots.h"
+
+namespace quorvane::cfb {
+
+// Sectors come from the free ones, lowest first, and else from the end of the file. One that was freed comes
+// back after the next commit. One call at a time. Throws std::bad_alloc.
+class SectorAllocator {
+public:
+    SectorAllocator(SectorFile& sectors, const Header& header, Fat& fat) noexcept
+        : sectors_(sectors), header_(header), fat_(fat)
+    {}
+
+    // To be called after the FAT was loaded.
+    void Reset() noexcept { slots_.Reset(sectors_.Count()); }
+
+    // Takes a sector; its FAT entry says that it ends a chain. STG_E_MEDIUMFULL: the format's limit.
+    [[nodiscard]] HRESULT Allocate(SectorId* sector);
+    // Takes as many sectors as one page of the file has, all in one page where that is possible without
+    // letting free sectors lie.
+    [[nodiscard]] HRESULT AllocatePage(std::vector<SectorId>* sectors);
+    // Marks a sector as free.
+    [[nodiscard]] HRESULT Free(SectorId sector);
+    // Frees up to `most` sectors of the chain that begins at *at, which becomes the rest of the chain. A
+    // chain that leads to sectors that aren't in use, or out of the file, ends there.
+    [[nodiscard]] HRESULT FreeChain(SectorId* at, std::uint32_t most);
+
+    // The operation is in the store.
+    void Committed() { slots_.Committed(); }
+    bool HasFreed() const noexcept { return slots_.HasHeld(); }
+    // Gives back the end of the file when at least `least` sectors there are free. For use between a commit
+    // and the next operation.
+    [[nodiscard]] HRESULT Trim(SectorId least);
+
+private:
+    static constexpr std::uint32_t kLookAt = 1024;
+
+    SectorId Limit() const noexcept;
+    [[nodiscard]] HRESULT Append(SectorId* sector);
+    [[nodiscard]] HRESULT AppendPage(std::vector<SectorId>* sectors);
+    bool TakeFreePage(std::vector<SectorId>* sectors);
+    SectorId PerPage() const noexcept
+    {
+        return static_cast<SectorId>(OrderedFile::kPage / sectors_.SectorBytes());
+    }
+    bool BeginsPage(SectorId sector) const noexcept { return (sector + 1) % PerPage() == 0; }
+
+    SectorFile& sectors_;
+    const Header& header_;
+    Fat& fat_;
+    FreeSlots slots_{kLookAt};
+};
+
+}  // namespace quorvane::cfb
+
+#endif  // QUORVANE_PLATFORM_CFB_SECTOR_ALLOCATOR_H_

@@ -1,0 +1,57 @@
+#include "platform/cfb/sector_file.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "platform/cfb/result.h"
+
+namespace quorvane::cfb {
+
+void SectorFile::Open(unsigned shift) noexcept
+{
+    shift_ = shift;
+    const std::uint64_t sectors = (file_.Size() + SectorBytes() - 1) >> shift;
+    count_ = static_cast<SectorId>(std::min<std::uint64_t>(sectors > 0 ? sectors - 1 : 0, kMaxSector));
+}
+
+bool SectorFile::Within(SectorId sector, std::uint64_t offset, std::size_t count) const noexcept
+{
+    const std::uint64_t end = std::uint64_t{count_} << shift_;
+    const std::uint64_t begin = (std::uint64_t{sector} << shift_) + offset;
+    return sector < count_ && begin >= offset && begin <= end && count <= end - begin;
+}
+
+HRESULT SectorFile::Read(SectorId sector, std::uint64_t offset, void* to, std::size_t count)
+{
+    return Within(sector, offset, count) ? file_.Read(OffsetOf(sector) + offset, to, count)
+                                         : STG_E_DOCFILECORRUPT;
+}
+
+HRESULT SectorFile::Write(SectorId sector, std::uint64_t offset, const void* from, std::size_t count)
+{
+    return Within(sector, offset, count) ? file_.Write(OffsetOf(sector) + offset, from, count)
+                                         : STG_E_DOCFILECORRUPT;
+}
+
+HRESULT SectorFile::WriteData(SectorId sector, std::uint64_t offset, const void* from, std::size_t count)
+{
+    return Within(sector, offset, count) ? file_.WriteData(OffsetOf(sector) + offset, from, count)
+                                         : STG_E_DOCFILECORRUPT;
+}
+
+HRESULT SectorFile::Fill(SectorId sector, BYTE value)
+{
+    BYTE block[512];
+    std::memset(block, value, sizeof block);
+    for (std::size_t at = 0; at < SectorBytes(); at += sizeof block)
+        CFB_TRY(Write(sector, at, block, sizeof block));
+    return S_OK;
+}
+
+HRESULT SectorFile::Cut(SectorId count)
+{
+    count_ = std::min(count_, count);
+    return file_.Cut(OffsetOf(count_));
+}
+
+}  // namespace quorvane::cfb

@@ -1,0 +1,52 @@
+// platform/cfb/sector_file.h: an ordered file as an array of numbered sectors behind a header.
+#ifndef QUORVANE_PLATFORM_CFB_SECTOR_FILE_H_
+#define QUORVANE_PLATFORM_CFB_SECTOR_FILE_H_
+
+#include "platform/cfb/format.h"
+#include "platform/cfb/ordered_file.h"
+
+namespace quorvane::cfb {
+
+// Sector 0 begins one sector size into the file. `Count` sectors belong to the file; those that the store
+// doesn't hold yet read as zeros and come into being at the next commit.
+//
+// A range outside of the file gives STG_E_DOCFILECORRUPT. One call at a time. Throws std::bad_alloc.
+class SectorFile {
+public:
+    explicit SectorFile(OrderedFile& file) noexcept : file_(file) {}
+
+    // shift: 9 or 12. The count becomes what the file's size holds, a cut last sector included.
+    void Open(unsigned shift) noexcept;
+
+    unsigned Shift() const noexcept { return shift_; }
+    std::size_t SectorBytes() const noexcept { return std::size_t{1} << shift_; }
+    SectorId Count() const noexcept { return count_; }
+    void SetCount(SectorId count) noexcept { count_ = count; }
+    std::uint64_t OffsetOf(SectorId sector) const noexcept { return (std::uint64_t{sector} + 1) << shift_; }
+    OrderedFile& File() noexcept { return file_; }
+
+    // `offset` may lie behind the first sector; the range may go on through the sectors that follow.
+    [[nodiscard]] HRESULT Read(SectorId sector, std::uint64_t offset, void* to, std::size_t count);
+    [[nodiscard]] HRESULT Write(SectorId sector, std::uint64_t offset, const void* from, std::size_t count);
+    // See OrderedFile::WriteData.
+    [[nodiscard]] HRESULT WriteData(SectorId sector, std::uint64_t offset, const void* from,
+                                    std::size_t count);
+    // Fills a whole sector with one byte value.
+    [[nodiscard]] HRESULT Fill(SectorId sector, BYTE value);
+
+    // Sends what is pending; the store then holds all sectors whole.
+    [[nodiscard]] HRESULT Commit() { return file_.Commit(OffsetOf(count_)); }
+    // Gives back the sectors from `count` on.
+    [[nodiscard]] HRESULT Cut(SectorId count);
+
+private:
+    bool Within(SectorId sector, std::uint64_t offset, std::size_t count) const noexcept;
+
+    OrderedFile& file_;
+    unsigned shift_ = 9;
+    SectorId count_ = 0;
+};
+
+}  // namespace quorvane::cfb
+
+#endif  // QUORVANE_PLATFORM_CFB_SECTOR_FILE_H_

@@ -1,0 +1,152 @@
+#include "platform/cfb/storage_stream.h"
+
+#include <algorithm>
+#include <vector>
+
+namespace quorvane::cfb {
+namespace {
+
+constexpr std::size_t kCopiedAtOnce = 65536;
+
+}  // namespace
+
+HRESULT CStorageStream::Read(void* buffer, ULONG count, ULONG* read)
+{
+    if (read)
+        *read = 0;
+    if (!buffer)
+        return STG_E_INVALIDPOINTER;
+    if (!m_handle.MayRead())
+        return STG_E_ACCESSDENIED;
+    return m_handle.Run([&](CompoundFile& file, OpenElement& stream) {
+        std::size_t part = 0;
+        const HRESULT hr = file.ReadStream(stream, m_position, buffer, count, &part);
+        m_position += part;
+        if (read)
+            *read = static_cast<ULONG>(part);
+        return hr;
+    });
+}
+
+HRESULT CStorageStream::Write(const void* buffer, ULONG count, ULONG* written)
+{
+    if (written)
+        *written = 0;
+    if (!buffer)
+        return STG_E_INVALIDPOINTER;
+    if (!m_handle.MayWrite())
+        return STG_E_ACCESSDENIED;
+    return m_handle.Run([&](CompoundFile& file, OpenElement& stream) {
+        std::size_t part = 0;
+        const HRESULT hr = file.WriteStream(stream, m_position, buffer, count, &part);
+        m_position += part;
+        if (written)
+            *written = static_cast<ULONG>(part);
+        return hr;
+    });
+}
+
+HRESULT CStorageStream::Seek(LARGE_INTEGER move, DWORD origin, ULARGE_INTEGER* position)
+{
+    return m_handle.Run([&](CompoundFile&, OpenElement& stream) -> HRESULT {
+        ULONGLONG from = 0;
+        if (origin == STREAM_SEEK_CUR)
+            from = m_position;
+        else if (origin == STREAM_SEEK_END)
+            from = stream.body.Size();
+        else if (origin != STREAM_SEEK_SET)
+            return STG_E_INVALIDFUNCTION;
+        const ULONGLONG to = from + static_cast<ULONGLONG>(move.QuadPart);
+        const bool outside = move.QuadPart < 0 ? to > from : to < from;
+        if (outside)
+            return STG_E_INVALIDFUNCTION;
+        m_position = to;
+        if (position)
+            position->QuadPart = to;
+        return S_OK;
+    });
+}
+
+HRESULT CStorageStream::SetSize(ULARGE_INTEGER size)
+{
+    if (!m_handle.MayWrite())
+        return STG_E_ACCESSDENIED;
+    return m_handle.Run(
+        [&](CompoundFile& file, OpenElement& stream) { return file.SetStreamSize(stream, size.QuadPart); });
+}
+
+HRESULT CStorageStream::CopyTo(IStream* target, ULARGE_INTEGER count, ULARGE_INTEGER* read,
+                               ULARGE_INTEGER* written)
+{
+    if (!target)
+        return STG_E_INVALIDPOINTER;
+    ULONGLONG left = count.QuadPart;
+    ULONGLONG copied[2] = {};
+    HRESULT hr = S_OK;
+    std::vector<BYTE> buffer;
+    try {
+        buffer.resize(kCopiedAtOnce);
+    } catch (const std::bad_alloc&) {
+        hr = E_OUTOFMEMORY;
+    }
+    // Not under the file's lock: the target may be anybody's.
+    while (SUCCEEDED(hr) && left > 0) {
+        ULONG got = 0;
+        ULONG put = 0;
+        hr = Read(buffer.data(), static_cast<ULONG>(std::min<ULONGLONG>(left, kCopiedAtOnce)), &got);
+        if (FAILED(hr) || got == 0)
+            break;
+        hr = target->Write(buffer.data(), got, &put);
+        copied[0] += got;
+        copied[1] += put;
+        left -= got;
+        if (SUCCEEDED(hr) && put < got)
+            hr = STG_E_MEDIUMFULL;
+    }
+    if (read)
+        read->QuadPart = copied[0];
+    if (written)
+        written->QuadPart = copied[1];
+    return hr;
+}
+
+HRESULT CStorageStream::Commit(DWORD)
+{
+    return m_handle.Run([](CompoundFile&, OpenElement&) { return S_OK; });
+}
+
+HRESULT CStorageStream::Revert()
+{
+    return m_handle.Run([](CompoundFile&, OpenElement&) { return S_OK; });
+}
+
+HRESULT CStorageStream::Stat(STATSTG* stat, DWORD flags)
+{
+    if (!stat)
+        return STG_E_INVALIDPOINTER;
+    return m_handle.Run([&](CompoundFile& file, OpenElement& stream) {
+        DirEntry entry;
+        HRESULT hr = file.Stat(stream, &entry);
+        if (SUCCEEDED(hr))
+            hr = FillStat(entry, file.FormatVersion(), (flags & STATFLAG_NONAME) == 0, stat);
+        if (SUCCEEDED(hr))
+            stat->grfMode = m_handle.Mode();
+        return hr;
+    });
+}
+
+HRESULT CStorageStream::Clone(IStream** stream)
+{
+    if (!stream)
+        return STG_E_INVALIDPOINTER;
+    *stream = nullptr;
+    return m_handle.Run([&](CompoundFile&, OpenElement& element) -> HRESULT {
+        *stream =
+            MakeComObject<CStorageStream>(m_handle.Root(), m_handle.Element(), m_handle.Mode(), m_position)
+                .Detach();
+        element.users += *stream ? 1 : 0;
+        return *stream ? S_OK : E_OUTOFMEMORY;
+    });
+}
+
+}  // namespace quorvane::cfb

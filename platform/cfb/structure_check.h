@@ -1,0 +1,29 @@
+// platform/cfb/structure_check.h: an examiner of compound files that shares no code with this library's reader.
+#ifndef QUORVANE_PLATFORM_CFB_STRUCTURE_CHECK_H_
+#define QUORVANE_PLATFORM_CFB_STRUCTURE_CHECK_H_
+
+#include <string>
+#include <vector>
+
+#include "platform/com/com.h"
+
+namespace quorvane::cfb::test {
+
+struct Findings {
+    // What no reader may meet: links out of the file, loops, sectors with two owners, names out of order.
+    std::vector<std::string> faults;
+    // What a kill may leave behind: sectors and entries that are in use and belong to nothing.
+    std::vector<std::string> leaks;
+    // The longest way from a storage down its tree.
+    unsigned depth = 0;
+    unsigned elements = 0;
+};
+
+// Reads the whole structure of a compound file.
+Findings Examine(const std::vector<BYTE>& file);
+
+std::string Text(const std::vector<std::string>& lines);
+
+}  // namespace quorvane::cfb::test
+
+#endif  // QUORVANE_PLATFORM_CFB_STRUCTURE_CHECK_H_

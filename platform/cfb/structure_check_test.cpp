@@ -1,0 +1,292 @@
+#include "platform/cfb/structure_check.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdint>
+
+#include "platform/cfb/test_support.h"
+
+namespace quorvane::cfb::test {
+namespace {
+
+constexpr std::uint32_t kEnd = 0xFFFFFFFE;
+constexpr std::uint32_t kFree = 0xFFFFFFFF;
+
+class Examiner {
+public:
+    explicit Examiner(const std::vector<BYTE>& file) : file_(file) {}
+
+    Findings Run()
+    {
+        if (file_.size() < 1536 || file_[0] != 0xD0 || file_[1] != 0xCF)
+            return Fault("no compound file"), std::move(findings_);
+        shift_ = U16(30);
+        sectorBytes_ = 1u << shift_;
+        if (file_.size() % sectorBytes_ != 0)
+            Fault("the last sector is cut");
+        count_ = static_cast<std::uint32_t>(file_.size() / sectorBytes_ - 1);
+        ReadFat();
+        directory_ = Chain(U32(48), "directory");
+        miniFat_ = Chain(U32(60), "mini FAT");
+        if (miniFat_.size() != U32(64))
+            Fault("the mini FAT has another number of sectors than the header says");
+        if (U16(26) == 4 && directory_.size() != U32(40))
+            Fault("the directory has another number of sectors than the header says");
+        if (directory_.empty())
+            return Fault("no directory"), std::move(findings_);
+        ReadRoot();
+        ReadEntries();
+        FindLeaks();
+        return std::move(findings_);
+    }
+
+private:
+    void Fault(const std::string& text) { findings_.faults.push_back(text); }
+    std::uint16_t U16(std::size_t at) const { return static_cast<std::uint16_t>(file_[at] | file_[at + 1] << 8); }
+    std::uint32_t U32(std::size_t at) const { return U16(at) | static_cast<std::uint32_t>(U16(at + 2)) << 16; }
+    std::size_t OffsetOf(std::uint32_t sector) const { return (std::size_t{sector} + 1) * sectorBytes_; }
+
+    void Own(std::uint32_t sector, const std::string& who)
+    {
+        if (sector >= count_)
+            return Fault(who + " leads out of the file");
+        if (owned_[sector])
+            Fault(who + " has a sector that something else has too");
+        owned_[sector] = true;
+    }
+
+    void ReadFat()
+    {
+        owned_.assign(count_, false);
+        std::uint32_t left = U32(44);
+        for (unsigned i = 0; i < 109 && left > 0; ++i, --left)
+            fatSectors_.push_back(U32(76 + 4 * i));
+        std::uint32_t difat = U32(68);
+        unsigned difatCount = 0;
+        for (; left > 0 && difat < count_; ++difatCount) {
+            Own(difat, "the DIFAT");
+            difatSectors_.push_back(difat);
+            const std::uint32_t per = sectorBytes_ / 4 - 1;
+            for (std::uint32_t i = 0; i < per && left > 0; ++i, --left)
+                fatSectors_.push_back(U32(OffsetOf(difat) + 4 * i));
+            difat = U32(OffsetOf(difat) + 4 * per);
+        }
+        if (difatCount != U32(72) || left > 0)
+            Fault("the DIFAT has another number of sectors than the header says");
+        for (const std::uint32_t sector : fatSectors_) {
+            Own(sector, "the FAT");
+            if (sector >= count_)
+                return;
+            for (std::uint32_t i = 0; i < sectorBytes_ / 4; ++i)
+                fat_.push_back(U32(OffsetOf(sector) + 4 * i));
+        }
+        if (fat_.size() < count_)
+            return Fault("the FAT is shorter than the file");
+        for (std::size_t i = count_; i < fat_.size(); ++i) {
+            if (fat_[i] != kFree)
+                return Fault("the FAT says something about a sector behind the end");
+        }
+        for (const std::uint32_t sector : fatSectors_) {
+            if (fat_[sector] != 0xFFFFFFFD)
+                Fault("a FAT sector isn't marked as one");
+        }
+        for (const std::uint32_t sector : difatSectors_) {
+            if (fat_[sector] != 0xFFFFFFFC)
+                Fault("a DIFAT sector isn't marked as one");
+        }
+    }
+
+    std::vector<std::uint32_t> Chain(std::uint32_t at, const std::string& who)
+    {
+        std::vector<std::uint32_t> chain;
+        for (; at != kEnd; at = fat_[at]) {
+            if (at >= count_ || at >= fat_.size() || chain.size() > count_) {
+                Fault("the chain of the " + who + " leads nowhere");
+                break;
+            }
+            Own(at, who);
+            chain.push_back(at);
+        }
+        return chain;
+    }
+
+    std::size_t EntryAt(std::uint32_t id) const
+    {
+        const std::uint32_t per = sectorBytes_ / 128;
+        return OffsetOf(directory_[id / per]) + id % per * 128;
+    }
+
+    void ReadRoot()
+    {
+        const std::size_t root = EntryAt(0);
+        if (file_[root + 66] != 5)
+            Fault("the first entry isn't the root");
+        const std::uint32_t size = U32(root + 120);
+        const auto stream = Chain(U32(root + 116), "mini stream");
+        if (stream.size() != (size + sectorBytes_ - 1) / sectorBytes_)
+            Fault("the mini stream's size and its chain differ");
+        minis_ = size / 64;
+        miniOwned_.assign(minis_, false);
+        for (const std::uint32_t sector : miniFat_) {
+            for (std::uint32_t i = 0; i < sectorBytes_ / 4; ++i)
+                mini_.push_back(U32(OffsetOf(sector) + 4 * i));
+        }
+        if (mini_.size() < minis_)
+            Fault("the mini FAT is shorter than the mini stream");
+    }
+
+    void ReadEntries()
+    {
+        const auto total = static_cast<std::uint32_t>(directory_.size() * (sectorBytes_ / 128));
+        seen_.assign(total, false);
+        seen_[0] = true;
+        std::vector<std::uint32_t> storages{0};
+        while (!storages.empty()) {
+            const std::uint32_t storage = storages.back();
+            storages.pop_back();
+            last_.clear();
+            hasLast_ = false;
+            Visit(U32(EntryAt(storage) + 76), 1, &storages);
+        }
+        for (std::uint32_t id = 1; id < total; ++id) {
+            if (!seen_[id] && file_[EntryAt(id) + 66] != 0)
+                findings_.leaks.push_back("entry " + std::to_string(id));
+        }
+    }
+
+    void Visit(std::uint32_t id, unsigned depth, std::vector<std::uint32_t>* storages)
+    {
+        if (id == kFree)
+            return;
+        if (id >= seen_.size() || seen_[id] || depth > 5000)
+            return Fault("a link between entries leads to where it mustn't: " + std::to_string(id));
+        seen_[id] = true;
+        findings_.depth = std::max(findings_.depth, depth);
+        ++findings_.elements;
+        const std::size_t at = EntryAt(id);
+        Visit(U32(at + 68), depth + 1, storages);
+        CheckOrder(at);
+        if (file_[at + 66] == 1)
+            storages->push_back(id);
+        else if (file_[at + 66] == 2)
+            ReadStream(at, id);
+        else
+            Fault("an entry in the tree is of no type for that");
+        Visit(U32(at + 72), depth + 1, storages);
+    }
+
+    void CheckOrder(std::size_t at)
+    {
+        const unsigned bytes = U16(at + 64);
+        if (bytes < 4 || bytes > 64)
+            return Fault("a name of no length");
+        std::vector<unsigned> key{bytes};
+        for (unsigned i = 0; i + 2 < bytes; i += 2) {
+            const unsigned unit = U16(at + i);
+            key.push_back(unit >= 'a' && unit <= 'z' ? unit - 32 : unit);
+        }
+        if (hasLast_ && !(last_ < key))
+            Fault("names are out of order");
+        last_ = key;
+        hasLast_ = true;
+    }
+
+    void ReadStream(std::size_t at, std::uint32_t id)
+    {
+        const std::uint32_t size = U32(at + 120);
+        const std::uint32_t start = U32(at + 116);
+        const std::string who = "stream of entry " + std::to_string(id);
+        if (size == 0)
+            return;
+        if (size >= 4096) {
+            if (Chain(start, who).size() < (size + sectorBytes_ - 1) / sectorBytes_)
+                Fault("the chain of the " + who + " is short");
+            return;
+        }
+        std::uint32_t length = 0;
+        for (std::uint32_t mini = start; mini != kEnd; mini = mini_[mini], ++length) {
+            if (mini >= minis_ || mini >= mini_.size())
+                return Fault("the mini chain of the " + who + " leads nowhere");
+            if (miniOwned_[mini])
+                return Fault("the " + who + " has a mini sector that something else has too");
+            miniOwned_[mini] = true;
+        }
+        if (length < (size + 63) / 64)
+            Fault("the mini chain of the " + who + " is short");
+    }
+
+    void FindLeaks()
+    {
+        for (std::uint32_t i = 0; i < std::min<std::size_t>(count_, fat_.size()); ++i) {
+            if (owned_[i] && fat_[i] == kFree)
+                Fault("a sector in use is marked as free");
+            if (!owned_[i] && fat_[i] != kFree)
+                findings_.leaks.push_back("sector " + std::to_string(i));
+        }
+        for (std::uint32_t i = 0; i < std::min<std::size_t>(minis_, mini_.size()); ++i) {
+            if (!miniOwned_[i] && mini_[i] != kFree)
+                findings_.leaks.push_back("mini sector " + std::to_string(i));
+        }
+    }
+
+    const std::vector<BYTE>& file_;
+    Findings findings_;
+    unsigned shift_ = 9;
+    std::uint32_t sectorBytes_ = 512;
+    std::uint32_t count_ = 0;
+    std::uint32_t minis_ = 0;
+    std::vector<std::uint32_t> fatSectors_;
+    std::vector<std::uint32_t> difatSectors_;
+    std::vector<std::uint32_t> fat_;
+    std::vector<std::uint32_t> mini_;
+    std::vector<std::uint32_t> directory_;
+    std::vector<std::uint32_t> miniFat_;
+    std::vector<bool> owned_;
+    std::vector<bool> miniOwned_;
+    std::vector<bool> seen_;
+    std::vector<unsigned> last_;
+    bool hasLast_ = false;
+};
+
+}  // namespace
+
+Findings Examine(const std::vector<BYTE>& file)
+{
+    return Examiner(file).Run();
+}
+
+std::string Text(const std::vector<std::string>& lines)
+{
+    std::string text;
+    for (std::size_t i = 0; i < std::min<std::size_t>(lines.size(), 10); ++i)
+        text += lines[i] + "\n";
+    return text;
+}
+
+TEST(StructureCheckTest, FindsNothingInAFreshFile)
+{
+    auto bytes = NewLockBytes();
+    {
+        ComPtr<IStorage> root;
+        ASSERT_EQ(S_OK, CreateDocfileOnLockBytes(bytes.Get(), kCreate, root.Put()));
+    }
+    EXPECT_TRUE(Examine(ContentOf(*bytes)).faults.empty());
+}
+
+TEST(StructureCheckTest, FindsASectorWithTwoOwners)
+{
+    auto bytes = NewLockBytes();
+    {
+        ComPtr<IStorage> root;
+        ASSERT_EQ(S_OK, CreateDocfileOnLockBytes(bytes.Get(), kCreate, root.Put()));
+        ASSERT_EQ(S_OK, WriteStream(*root, "a", Pattern(5000, 1)));
+        ASSERT_EQ(S_OK, WriteStream(*root, "b", Pattern(5000, 2)));
+    }
+    Bytes file = ContentOf(*bytes);
+    const std::size_t entry = 1024 + 128;  // of "a", and behind it "b"
+    std::copy_n(file.begin() + entry + 116, 4, file.begin() + entry + 128 + 116);
+    EXPECT_FALSE(Examine(file).faults.empty());
+}
+
+}  // namespace quorvane::cfb::test

@@ -1,0 +1,266 @@
+// platform/cfb/test_support.h: what the tests of this folder share.
+#ifndef QUORVANE_PLATFORM_CFB_TEST_SUPPORT_H_
+#define QUORVANE_PLATFORM_CFB_TEST_SUPPORT_H_
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <map>
+#include <optional>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "platform/cfb/byte_store.h"
+#include "platform/cfb/docfile.h"
+#include "platform/com/bstr.h"
+#include "platform/com/com_ptr.h"
+
+namespace quorvane::cfb::test {
+
+inline constexpr DWORD kCreate = STGM_CREATE | STGM_READWRITE | STGM_SHARE_EXCLUSIVE;
+inline constexpr DWORD kOpen = STGM_READWRITE | STGM_SHARE_EXCLUSIVE;
+inline constexpr DWORD kRead = STGM_READ | STGM_SHARE_EXCLUSIVE;
+
+using Bytes = std::vector<BYTE>;
+
+// Bytes in memory that can keep a log of all changes, and can be told to fail.
+class MemoryStore final : public ByteStore {
+public:
+    struct Change {
+        std::uint64_t offset;  // of the bytes; with `cut` the new size
+        Bytes bytes;
+        bool cut;
+    };
+
+    MemoryStore() = default;
+    explicit MemoryStore(Bytes content) : bytes(std::move(content)) {}
+
+    HRESULT ReadAt(std::uint64_t offset, void* to, std::size_t count, std::size_t* read) noexcept override
+    {
+        *read = offset < bytes.size() ? std::min<std::size_t>(count, bytes.size() - offset) : 0;
+        if (*read > 0)
+            std::memcpy(to, &bytes[offset], *read);
+        return S_OK;
+    }
+    HRESULT WriteAt(std::uint64_t offset, const void* from, std::size_t count) noexcept override
+    {
+        if (Fails())
+            return STG_E_MEDIUMFULL;
+        const auto* begin = static_cast<const BYTE*>(from);
+        // One change for each page: so far a kill lets a write come.
+        for (std::size_t done = 0; done < count;) {
+            const std::size_t part = std::min(count - done, kAtomicPage - (offset + done) % kAtomicPage);
+            Apply(Change{offset + done, Bytes(begin + done, begin + done + part), false});
+            done += part;
+        }
+        return S_OK;
+    }
+    HRESULT SetSize(std::uint64_t size) noexcept override
+    {
+        if (Fails())
+            return STG_E_MEDIUMFULL;
+        Apply(Change{size, {}, true});
+        return S_OK;
+    }
+    HRESULT GetSize(std::uint64_t* size) noexcept override
+    {
+        *size = bytes.size();
+        return S_OK;
+    }
+
+    void Apply(const Change& change)
+    {
+        if (keepLog)
+            log.push_back(change);
+        if (change.cut) {
+            bytes.resize(change.offset);
+            return;
+        }
+        if (bytes.size() < change.offset + change.bytes.size())
+            bytes.resize(change.offset + change.bytes.size());
+        std::copy(change.bytes.begin(), change.bytes.end(),
+                  bytes.begin() + static_cast<std::ptrdiff_t>(change.offset));
+    }
+
+    Bytes bytes;
+    bool keepLog = false;
+    std::vector<Change> log;
+    // The change with this number fails, and all after it while `stays`.
+    std::optional<std::size_t> failAt;
+    bool failed = false;
+
+private:
+    bool Fails()
+    {
+        if (!failAt)
+            return false;
+        if (*failAt > 0) {
+            --*failAt;
+            return false;
+        }
+        failed = true;
+        failAt.reset();
+        return true;
+    }
+};
+
+// A byte store as ILockBytes is what the COM layer takes.
+inline ComPtr<ILockBytes> NewLockBytes()
+{
+    ComPtr<ILockBytes> bytes;
+    if (FAILED(CreateLockBytesInMemory(bytes.Put())))
+        std::abort();
+    return bytes;
+}
+
+inline ULARGE_INTEGER Large(std::uint64_t value)
+{
+    ULARGE_INTEGER large;
+    large.QuadPart = value;
+    return large;
+}
+
+inline Bytes ContentOf(ILockBytes& bytes)
+{
+    STATSTG stat{};
+    if (FAILED(bytes.Stat(&stat, STATFLAG_NONAME)))
+        std::abort();
+    Bytes content(stat.cbSize.QuadPart);
+    ULONG read = 0;
+    if (FAILED(bytes.ReadAt(Large(0), content.data(), static_cast<ULONG>(content.size()), &read)))
+        std::abort();
+    return content;
+}
+
+inline ComPtr<ILockBytes> LockBytesWith(const Bytes& content)
+{
+    auto bytes = NewLockBytes();
+    ULONG written = 0;
+    if (FAILED(bytes->WriteAt(Large(0), content.data(), static_cast<ULONG>(content.size()), &written)))
+        std::abort();
+    return bytes;
+}
+
+inline OleString Wide(const std::string& text)
+{
+    return OleString(text.begin(), text.end());
+}
+
+inline std::string NarrowName(LPCOLESTR text)
+{
+    std::string result;
+    for (; *text; ++text)
+        result += static_cast<char>(*text < 0x80 ? *text : '?');
+    return result;
+}
+
+// Bytes that tell from where they come.
+inline Bytes Pattern(std::size_t count, unsigned seed)
+{
+    Bytes bytes(count);
+    std::uint32_t state = seed * 2654435761u + 1;
+    for (BYTE& byte : bytes) {
+        state = state * 1664525 + 1013904223;
+        byte = static_cast<BYTE>(state >> 24);
+    }
+    return bytes;
+}
+
+[[nodiscard]] inline HRESULT WriteStream(IStorage& storage, const std::string& name, const Bytes& content)
+{
+    ComPtr<IStream> stream;
+    HRESULT hr = storage.CreateStream(Wide(name).c_str(), kCreate, 0, 0, stream.Put());
+    ULONG written = 0;
+    if (SUCCEEDED(hr) && !content.empty())
+        hr = stream->Write(content.data(), static_cast<ULONG>(content.size()), &written);
+    return hr;
+}
+
+[[nodiscard]] inline HRESULT ReadAll(IStream& stream, Bytes* content)
+{
+    content->clear();
+    Bytes part(10000);
+    for (;;) {
+        ULONG read = 0;
+        const HRESULT hr = stream.Read(part.data(), static_cast<ULONG>(part.size()), &read);
+        if (FAILED(hr))
+            return hr;
+        content->insert(content->end(), part.begin(), part.begin() + read);
+        if (read < part.size())
+            return S_OK;
+    }
+}
+
+[[nodiscard]] inline HRESULT ReadStream(IStorage& storage, const std::string& name, Bytes* content)
+{
+    ComPtr<IStream> stream;
+    const HRESULT hr = storage.OpenStream(Wide(name).c_str(), nullptr, kRead, 0, stream.Put());
+    return FAILED(hr) ? hr : ReadAll(*stream, content);
+}
+
+// All that a storage holds: paths with '/' between the names; a storage has no content.
+using Tree = std::map<std::string, std::optional<Bytes>>;
+
+[[nodiscard]] inline HRESULT Walk(IStorage& storage, const std::string& prefix, Tree* tree)
+{
+    ComPtr<IEnumSTATSTG> elements;
+    HRESULT hr = storage.EnumElements(0, nullptr, 0, elements.Put());
+    if (FAILED(hr))
+        return hr;
+    HRESULT worst = S_OK;
+    for (;;) {
+        STATSTG stat{};
+        hr = elements->Next(1, &stat, nullptr);
+        if (hr != S_OK)
+            return FAILED(hr) ? hr : worst;
+        const OleString name = stat.pwcsName;
+        CoTaskMemFree(stat.pwcsName);
+        const std::string path = prefix + NarrowName(name.c_str());
+        if (stat.type == STGTY_STREAM) {
+            ComPtr<IStream> stream;
+            Bytes content;
+            hr = storage.OpenStream(name.c_str(), nullptr, kRead, 0, stream.Put());
+            if (SUCCEEDED(hr))
+                hr = ReadAll(*stream, &content);
+            if (SUCCEEDED(hr))
+                (*tree)[path] = content;
+        } else {
+            ComPtr<IStorage> child;
+            (*tree)[path] = std::nullopt;
+            hr = storage.OpenStorage(name.c_str(), nullptr, kRead, nullptr, 0, child.Put());
+            if (SUCCEEDED(hr))
+                hr = Walk(*child, path + "/", tree);
+        }
+        if (FAILED(hr))
+            worst = hr;
+    }
+}
+
+// A directory for the test that makes it; gone with it.
+class ScratchDirectory {
+public:
+    ScratchDirectory()
+    {
+        std::string text = (std::filesystem::temp_directory_path() / "cfb-XXXXXX").string();
+        if (!::mkdtemp(text.data()))
+            std::abort();
+        path_ = text;
+    }
+    ScratchDirectory(const ScratchDirectory&) = delete;
+    ScratchDirectory& operator=(const ScratchDirectory&) = delete;
+    ~ScratchDirectory()
+    {
+        std::error_code ignored;
+        std::filesystem::remove_all(path_, ignored);
+    }
+    std::string File(const std::string& name) const { return (path_ / name).string(); }
+
+private:
+    std::filesystem::path path_;
+};
+
+}  // namespace quorvane::cfb::test
+
+#endif  // QUORVANE_PLATFORM_CFB_TEST_SUPPORT_H_

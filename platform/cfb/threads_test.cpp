@@ -1,0 +1,68 @@
+// One root, several threads.
+#include <gtest/gtest.h>
+
+#include <thread>
+
+#include "platform/cfb/structure_check.h"
+#include "platform/cfb/test_support.h"
+
+namespace quorvane::cfb::test {
+namespace {
+
+void WorkIn(IStorage& storage, unsigned thread)
+{
+    for (unsigned i = 0; i < 150; ++i) {
+        const std::string name = "e" + std::to_string(i % 25);
+        const Bytes content = Pattern(i * 61 % 6000, thread * 1000 + i);
+        Bytes found;
+        ASSERT_EQ(S_OK, WriteStream(storage, name, content));
+        ASSERT_EQ(S_OK, ReadStream(storage, name, &found));
+        ASSERT_EQ(content, found);
+        if (i % 4 == 3) {
+            ASSERT_EQ(S_OK, storage.DestroyElement(Wide(name).c_str()));
+        }
+    }
+}
+
+TEST(ThreadsTest, SeveralThreadsWorkInOneFile)
+{
+    const auto bytes = NewLockBytes();
+    ComPtr<IStorage> root;
+    ASSERT_EQ(S_OK, CreateDocfileOnLockBytes(bytes.Get(), kCreate, root.Put()));
+    {
+        std::vector<std::jthread> threads;
+        for (unsigned i = 0; i < 4; ++i) {
+            threads.emplace_back([&root, i] {
+                ComPtr<IStorage> storage;
+                const std::string name = "thread" + std::to_string(i);
+                ASSERT_EQ(S_OK, root->CreateStorage(Wide(name).c_str(), kCreate, 0, 0, storage.Put()));
+                WorkIn(*storage, i);
+            });
+        }
+    }
+    const Findings findings = Examine(ContentOf(*bytes));
+    EXPECT_TRUE(findings.faults.empty()) << Text(findings.faults);
+    EXPECT_TRUE(findings.leaks.empty()) << Text(findings.leaks);
+}
+
+TEST(ThreadsTest, ARootMayBeReleasedWhileOthersUseIt)
+{
+    for (unsigned round = 0; round < 20; ++round) {
+        const auto bytes = NewLockBytes();
+        ComPtr<IStorage> root;
+        ComPtr<IStorage> storage;
+        ASSERT_EQ(S_OK, CreateDocfileOnLockBytes(bytes.Get(), kCreate, root.Put()));
+        ASSERT_EQ(S_OK, root->CreateStorage(OLESTR("s"), kCreate, 0, 0, storage.Put()));
+        HRESULT last = S_OK;
+        std::jthread worker([&] {
+            while (SUCCEEDED(last))
+                last = WriteStream(*storage, "a", Pattern(100, 1));
+        });
+        root.Reset();
+        worker.join();
+        EXPECT_EQ(STG_E_REVERTED, last);
+    }
+}
+
+}  // namespace
+}  // namespace quorvane::cfb::test

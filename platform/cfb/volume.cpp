@@ -1,0 +1,132 @@
+#include "platform/cfb/volume.h"
+
+#include <algorithm>
+
+#include "platform/cfb/result.h"
+
+namespace quorvane::cfb {
+namespace {
+
+// Trimming while elements still come and go waits until this many sectors can be given back, so that a
+// file isn't cut and enlarged by turns.
+constexpr SectorId kWorthTrimming = 256;
+
+}  // namespace
+
+Volume::Volume(ByteStore& store) noexcept
+    : file(store),
+      sectors(file),
+      fat(sectors, header),
+      allocator(sectors, header, fat),
+      directory(sectors, header, fat, allocator),
+      mini(sectors, header, fat, allocator, directory),
+      tree(directory),
+      edit(file, directory)
+{}
+
+HRESULT Volume::Format(Layout layout)
+{
+    CFB_TRY(file.Open());
+    CFB_TRY(file.Cut(0));
+    header = Header::For(layout);
+    header.fatSectors = 1;
+    header.difat[0] = 0;
+    header.firstDirectory = 1;
+    header.directorySectors = 1;
+    sectors.Open(header.sectorShift);
+    sectors.SetCount(2);
+
+    BYTE link[4];
+    CFB_TRY(sectors.Fill(0, 0xFF));
+    StoreU32(link, kFatSector);
+    CFB_TRY(sectors.Write(0, 0, link, sizeof link));
+    StoreU32(link, kEndOfChain);
+    CFB_TRY(sectors.Write(0, 4, link, sizeof link));
+
+    ElementName name;
+    CFB_TRY(name.Assign(OLESTR("Root Entry")));
+    DirEntry root(EntryType::kRoot, name);
+    root.SetColor(Color::kBlack);
+    for (std::size_t at = 0; at < sectors.SectorBytes(); at += kEntryBytes) {
+        const DirEntry entry = at == 0 ? root : DirEntry();
+        CFB_TRY(sectors.Write(1, at, entry.Bytes(), kEntryBytes));
+    }
+    file.Order();
+    CFB_TRY(header.Write(file));
+    CFB_TRY(sectors.Commit());
+    return LoadTables();
+}
+
+HRESULT Volume::Open()
+{
+    CFB_TRY(file.Open());
+    CFB_TRY(header.Read(file));
+    sectors.Open(header.sectorShift);
+    return LoadTables();
+}
+
+HRESULT Volume::Reload()
+{
+    CFB_TRY(file.Forget());
+    CFB_TRY(header.Read(file));
+    sectors.Open(header.sectorShift);
+    return LoadTables();
+}
+
+HRESULT Volume::LoadTables()
+{
+    CFB_TRY(fat.Load());
+    allocator.Reset();
+    directory.Reset();
+    DirEntry root;
+    CFB_TRY(directory.Read(kRootEntry, &root));
+    if (root.Type() != EntryType::kRoot)
+        return STG_E_DOCFILECORRUPT;
+    mini.Reset(root);
+    return S_OK;
+}
+
+HRESULT Volume::Commit()
+{
+    CFB_TRY(sectors.Commit());
+    allocator.Committed();
+    directory.Committed();
+    mini.Committed();
+    return S_OK;
+}
+
+HRESULT Volume::Trim(bool all)
+{
+    const SectorId least = all ? 1 : std::max(kWorthTrimming, sectors.Count() / 8);
+    CFB_TRY(mini.Trim(least));
+    CFB_TRY(directory.Trim(least));
+    CFB_TRY(Commit());
+    return allocator.Trim(least);
+}
+
+HRESULT Volume::FreeSectors(SectorId first)
+{
+    for (SectorId at = first; at <= kMaxSector;) {
+        CFB_TRY(allocator.FreeChain(&at, kFreedAtOnce));
+        if (at <= kMaxSector)
+            CFB_TRY(Commit());
+    }
+    return S_OK;
+}
+
+HRESULT Volume::FreeMiniSectors(SectorId first)
+{
+    for (SectorId at = first; at <= kMaxSector;) {
+        CFB_TRY(mini.FreeChain(&at, kFreedAtOnce));
+        if (at <= kMaxSector)
+            CFB_TRY(Commit());
+    }
+    return S_OK;
+}
+
+std::uint64_t Volume::MaxStream() const noexcept
+{
+    return header.version == 3 ? kVersion3Limit : std::uint64_t{kMaxSector} << sectors.Shift();
+}
+
+}  // namespace quorvane::cfb

@@ -1,0 +1,59 @@
+// platform/cfb/volume.h: the layers of one compound file, put together.
+#ifndef QUORVANE_PLATFORM_CFB_VOLUME_H_
+#define QUORVANE_PLATFORM_CFB_VOLUME_H_
+
+#include "platform/cfb/dir_tree.h"
+#include "platform/cfb/docfile.h"
+#include "platform/cfb/mini_stream.h"
+
+namespace quorvane::cfb {
+
+// What lies between a byte store and the elements: sectors, tables, directory. The operations on elements
+// use the members as they need; each ends with Commit.
+//
+// After a failure of an operation that had begun to write, the store is in a state that the operation's
+// order allows, and the members aren't: Reload takes everything anew from the store.
+//
+// One call at a time. Throws std::bad_alloc. The byte store outlives the volume.
+class Volume {
+public:
+    explicit Volume(ByteStore& store) noexcept;
+
+    // Writes an empty compound file over whatever the store holds. The header comes last, so that a file
+    // that wasn't finished isn't taken for one.
+    [[nodiscard]] HRESULT Format(Layout layout);
+    // Reads header, FAT and root entry. Codes: Header::Read; STG_E_DOCFILECORRUPT.
+    [[nodiscard]] HRESULT Open();
+    [[nodiscard]] HRESULT Reload();
+
+    // Puts the operation into the store, and what it freed at the disposal of the next.
+    [[nodiscard]] HRESULT Commit();
+    // Gives the end of the file back where it is free. all: whatever can be given back; else only when it
+    // is much.
+    [[nodiscard]] HRESULT Trim(bool all);
+    // Frees a chain that nothing points at any more, in steps of bounded memory, with commits.
+    [[nodiscard]] HRESULT FreeSectors(SectorId first);
+    [[nodiscard]] HRESULT FreeMiniSectors(SectorId first);
+
+    // The greatest size of a stream.
+    std::uint64_t MaxStream() const noexcept;
+
+    OrderedFile file;
+    SectorFile sectors;
+    Header header;
+    Fat fat;
+    SectorAllocator allocator;
+    Directory directory;
+    MiniStream mini;
+    DirTree tree;
+    TreeEdit edit;
+
+private:
+    static constexpr std::uint32_t kFreedAtOnce = 4096;
+
+    [[nodiscard]] HRESULT LoadTables();
+};
+
+}  // namespace quorvane::cfb
+
+#endif  // QUORVANE_PLATFORM_CFB_VOLUME_H_

@@ -1,0 +1,106 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "platform/com/com.h"
+
+namespace quorvane {
+namespace {
+
+SYSTEMTIME Time(WORD year, WORD month, WORD day, WORD hour = 0, WORD minute = 0, WORD second = 0)
+{
+    SYSTEMTIME time{};
+    time.wYear = year;
+    time.wMonth = month;
+    time.wDay = day;
+    time.wHour = hour;
+    time.wMinute = minute;
+    time.wSecond = second;
+    return time;
+}
+
+double VariantTime(SYSTEMTIME time)
+{
+    double result = NAN;
+    return SystemTimeToVariantTime(&time, &result) ? result : NAN;
+}
+
+TEST(DateTest, DaysAreCountedFromTheEndOf1899)
+{
+    EXPECT_EQ(VariantTime(Time(1899, 12, 30)), 0.0);
+    EXPECT_EQ(VariantTime(Time(1900, 1, 1)), 2.0);
+    EXPECT_EQ(VariantTime(Time(2010, 9, 30, 12)), 40451.5);
+}
+
+TEST(DateTest, BeforeTheFirstDayTheFractionStillRunsForward)
+{
+    EXPECT_EQ(VariantTime(Time(1899, 12, 29, 6)), -1.25);
+    SYSTEMTIME back{};
+    ASSERT_TRUE(VariantTimeToSystemTime(-1.25, &back));
+    EXPECT_EQ(back.wDay, 29);
+    EXPECT_EQ(back.wHour, 6);
+}
+
+TEST(DateTest, WhatIsNoDateIsRefused)
+{
+    EXPECT_TRUE(std::isnan(VariantTime(Time(2011, 2, 29))));
+    EXPECT_TRUE(std::isnan(VariantTime(Time(2011, 13, 1))));
+    EXPECT_TRUE(std::isnan(VariantTime(Time(99, 1, 1))));
+    EXPECT_TRUE(std::isnan(VariantTime(Time(2011, 1, 1, 24))));
+    EXPECT_FALSE(std::isnan(VariantTime(Time(2012, 2, 29))));
+}
+
+TEST(DateTest, ASecondSurvivesTheWayThereAndBackOnEveryDay)
+{
+    for (WORD year : {100, 1600, 1899, 1970, 2000, 9999}) {
+        const SYSTEMTIME time = Time(year, 2, 28, 23, 59, 59);
+        SYSTEMTIME back{};
+        ASSERT_TRUE(VariantTimeToSystemTime(VariantTime(time), &back)) << year;
+        EXPECT_EQ(back.wYear, year);
+        EXPECT_EQ(back.wDay, 28);
+        EXPECT_EQ(back.wSecond, 59) << year;
+    }
+}
+
+TEST(DateTest, TheRangeOfDatesHasEnds)
+{
+    SYSTEMTIME time{};
+    EXPECT_FALSE(VariantTimeToSystemTime(-657435.0, &time));
+    EXPECT_FALSE(VariantTimeToSystemTime(2958466.0, &time));
+    EXPECT_FALSE(VariantTimeToSystemTime(NAN, &time));
+    EXPECT_TRUE(VariantTimeToSystemTime(-657434.0, &time));
+    EXPECT_EQ(time.wYear, 100);
+    EXPECT_TRUE(VariantTimeToSystemTime(2958465.0, &time));
+    EXPECT_EQ(time.wYear, 9999);
+}
+
+TEST(DateTest, FileTimesCountHundredNanosecondsFrom1601)
+{
+    SYSTEMTIME time = Time(1970, 1, 1);
+    time.wMilliseconds = 7;
+    FILETIME ticks{};
+
+    ASSERT_TRUE(SystemTimeToFileTime(&time, &ticks));
+
+    const auto value = (static_cast<std::uint64_t>(ticks.dwHighDateTime) << 32) | ticks.dwLowDateTime;
+    EXPECT_EQ(value, 116444736000070000ULL);
+    SYSTEMTIME back{};
+    ASSERT_TRUE(FileTimeToSystemTime(&ticks, &back));
+    EXPECT_EQ(back.wYear, 1970);
+    EXPECT_EQ(back.wMilliseconds, 7);
+    EXPECT_EQ(back.wDayOfWeek, 4) << "a Thursday";
+}
+
+TEST(DateTest, AFileTimeBeyondItsRangeIsRefused)
+{
+    const FILETIME beyond{0, 0x80000000u};
+    SYSTEMTIME time{};
+    FILETIME ticks{};
+
+    EXPECT_FALSE(FileTimeToSystemTime(&beyond, &time));
+    time = Time(1600, 12, 31);
+    EXPECT_FALSE(SystemTimeToFileTime(&time, &ticks));
+}
+
+}  // namespace
+}  // namespace quorvane
