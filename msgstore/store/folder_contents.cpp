@@ -1,0 +1,102 @@
+#include "msgstore/store/folder_contents.h"
+
+namespace quorvane {
+namespace {
+
+// A damaged file may have folders within themselves.
+constexpr int kDeepestFolder = 1000;
+
+HRESULT DeleteMessagesOf(SqliteConnection& connection, std::int64_t folderId, bool associated)
+{
+    std::vector<std::int64_t> ids;
+    QV_RETURN_IF_FAILED(ListMessages(connection, folderId, associated, ids));
+    for (const std::int64_t id : ids)
+        QV_RETURN_IF_FAILED(DeleteMessage(connection, id));
+    return S_OK;
+}
+
+HRESULT IsFirstFolder(SqliteConnection& connection, std::int64_t id, bool& isFirst)
+{
+    SqliteRows rows = connection.Query("SELECT role FROM folder WHERE id=?", id);
+    isFirst = rows.Next() && rows.Int64(0) != static_cast<std::int64_t>(FolderRole::None);
+    return rows.Result();
+}
+
+HRESULT CheckMayGo(SqliteConnection& connection, std::int64_t id, ULONG flags)
+{
+    bool isFirst = false;
+    QV_RETURN_IF_FAILED(IsFirstFolder(connection, id, isFirst));
+    if (isFirst)
+        return MAPI_E_NO_ACCESS;
+    FolderCounts counts;
+    QV_RETURN_IF_FAILED(CountFolder(connection, id, counts));
+    if (counts.messages != 0 && (flags & DEL_MESSAGES) == 0)
+        return MAPI_E_HAS_MESSAGES;
+    return counts.subfolders != 0 && (flags & DEL_FOLDERS) == 0 ? MAPI_E_HAS_FOLDERS : S_OK;
+}
+
+HRESULT EmptyAt(SqliteConnection& connection, std::int64_t folderId, bool withAssociated, int depth)
+{
+    if (depth > kDeepestFolder)
+        return MAPI_E_CORRUPT_STORE;
+    std::vector<std::int64_t> below;
+    QV_RETURN_IF_FAILED(ListSubfolders(connection, folderId, below));
+    for (const std::int64_t id : below) {
+        QV_RETURN_IF_FAILED(CheckMayGo(connection, id, DEL_MESSAGES | DEL_FOLDERS));
+        QV_RETURN_IF_FAILED(EmptyAt(connection, id, true, depth + 1));
+        QV_RETURN_IF_FAILED(DeleteFolderRow(connection, id));
+    }
+    QV_RETURN_IF_FAILED(DeleteMessagesOf(connection, folderId, false));
+    return withAssociated ? DeleteMessagesOf(connection, folderId, true) : S_OK;
+}
+
+}  // namespace
+
+HRESULT FindListedMessages(SqliteConnection& connection, const ObjectGuid& store, std::int64_t folderId,
+                           const ENTRYLIST& list, std::vector<std::int64_t>& ids, bool& partial)
+{
+    for (ULONG i = 0; i < list.cValues; ++i) {
+        EntryId id;
+        MessageRow row;
+        HRESULT found = ParseEntryId(list.lpbin[i].lpb, list.lpbin[i].cb, id);
+        if (SUCCEEDED(found) && (id.kind != MAPI_MESSAGE || id.store != store))
+            found = MAPI_E_NOT_FOUND;
+        if (SUCCEEDED(found))
+            found = FindMessage(connection, id, row);
+        if (SUCCEEDED(found) && row.folderId == folderId)
+            ids.push_back(row.id);
+        else if (SUCCEEDED(found) || found == MAPI_E_NOT_FOUND || found == MAPI_E_INVALID_ENTRYID)
+            partial = true;
+        else
+            return found;
+    }
+    return S_OK;
+}
+
+HRESULT ListMessages(SqliteConnection& connection, std::int64_t folderId, bool associated,
+                     std::vector<std::int64_t>& ids)
+{
+    SqliteRows rows = connection.Query(
+        "SELECT id FROM message WHERE folder_id=? AND associated=? ORDER BY id", folderId, associated);
+    while (rows.Next())
+        ids.push_back(rows.Int64(0));
+    return rows.Result();
+}
+
+HRESULT EmptyFolderRows(SqliteConnection& connection, std::int64_t folderId, bool withAssociated)
+{
+    return EmptyAt(connection, folderId, withAssociated, 0);
+}
+
+HRESULT DeleteFolderBelow(SqliteConnection& connection, std::int64_t parentId, const EntryId& id, ULONG flags)
+{
+    FolderRow row;
+    QV_RETURN_IF_FAILED(FindFolder(connection, id, row));
+    if (row.parentId != parentId)
+        return MAPI_E_NOT_FOUND;
+    QV_RETURN_IF_FAILED(CheckMayGo(connection, row.id, flags));
+    QV_RETURN_IF_FAILED(EmptyFolderRows(connection, row.id, true));
+    return DeleteFolderRow(connection, row.id);
+}
+
+}  // namespace quorvane

@@ -1,0 +1,37 @@
+// msgstore/store/folder_contents.h: what folders do to many messages at once.
+#ifndef QUORVANE_MSGSTORE_STORE_FOLDER_CONTENTS_H_
+#define QUORVANE_MSGSTORE_STORE_FOLDER_CONTENTS_H_
+
+#include "msgstore/store/folder_rows.h"
+#include "msgstore/store/message_rows.h"
+
+namespace quorvane {
+
+// All work within a transaction that writes.
+
+// The rows of the listed messages that are in the folder. `partial` becomes true when some aren't, or an
+// identifier is none of the store's.
+[[nodiscard]] HRESULT FindListedMessages(SqliteConnection& connection, const ObjectGuid& store,
+                                         std::int64_t folderId, const ENTRYLIST& list,
+                                         std::vector<std::int64_t>& ids, bool& partial);
+
+// The numbers of all messages of a folder.
+[[nodiscard]] HRESULT ListMessages(SqliteConnection& connection, std::int64_t folderId, bool associated,
+                                   std::vector<std::int64_t>& ids);
+
+// Deletes all messages, also the associated ones if wanted, and all folders below, with what is in them.
+[[nodiscard]] HRESULT EmptyFolderRows(SqliteConnection& connection, std::int64_t folderId,
+                                      bool withAssociated);
+
+// Deletes a folder below another.
+//
+// flags  DEL_MESSAGES, DEL_FOLDERS: what it may hold.
+//
+// MAPI_E_NOT_FOUND: there is none such right below; MAPI_E_NO_ACCESS: it's one that every store has;
+// MAPI_E_HAS_MESSAGES, MAPI_E_HAS_FOLDERS.
+[[nodiscard]] HRESULT DeleteFolderBelow(SqliteConnection& connection, std::int64_t parentId,
+                                        const EntryId& id, ULONG flags);
+
+}  // namespace quorvane
+
+#endif  // QUORVANE_MSGSTORE_STORE_FOLDER_CONTENTS_H_

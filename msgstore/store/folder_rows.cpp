@@ -1,0 +1,139 @@
+#include "msgstore/store/folder_rows.h"
+
+#include <algorithm>
+
+#include "msgstore/store/change_log.h"
+#include "msgstore/store/property_rows.h"
+#include "platform/clock/clock.h"
+
+namespace quorvane {
+namespace {
+
+constexpr std::string_view kSelect =
+    "SELECT f.id, f.guid, f.parent_id, p.guid, f.name, f.created, f.modified"
+    " FROM folder AS f LEFT JOIN folder AS p ON p.id = f.parent_id WHERE ";
+
+ObjectGuid GuidOf(ByteView bytes) noexcept
+{
+    ObjectGuid guid{};
+    std::copy_n(bytes.begin(), std::min(bytes.size(), guid.size()), guid.begin());
+    return guid;
+}
+
+HRESULT ReadOne(SqliteRows rows, FolderRow& row)
+{
+    if (!rows.Next())
+        return FAILED(rows.Result()) ? rows.Result() : MAPI_E_NOT_FOUND;
+    row.id = rows.Int64(0);
+    row.guid = GuidOf(rows.Bytes(1));
+    row.parentId = rows.Int64(2);
+    row.parentGuid = rows.IsNull(3) ? row.guid : GuidOf(rows.Bytes(3));
+    row.name = rows.Text(4);
+    row.created = rows.Int64(5);
+    row.modified = rows.Int64(6);
+    return S_OK;
+}
+
+SqliteRows QueryWhere(SqliteConnection& connection, std::string_view condition, const auto&... values)
+{
+    return connection.Query(std::string(kSelect).append(condition), values...);
+}
+
+HRESULT LogFolder(SqliteConnection& connection, ULONG event, const FolderRow& row)
+{
+    Change change;
+    change.event = event;
+    change.kind = MAPI_FOLDER;
+    change.objectId = row.id;
+    change.objectGuid = row.guid;
+    change.parentId = row.parentId;
+    return AppendChange(connection, change);
+}
+
+}  // namespace
+
+HRESULT FindFolder(SqliteConnection& connection, const EntryId& id, FolderRow& row)
+{
+    return id.isShortTerm ? FindFolder(connection, id.row, row)
+                          : ReadOne(QueryWhere(connection, "f.guid=?", id.object), row);
+}
+
+HRESULT FindFolder(SqliteConnection& connection, std::int64_t id, FolderRow& row)
+{
+    return ReadOne(QueryWhere(connection, "f.id=?", id), row);
+}
+
+HRESULT FindFolder(SqliteConnection& connection, std::int64_t parentId, std::string_view name, FolderRow& row)
+{
+    return ReadOne(QueryWhere(connection, "f.parent_id=? AND f.name=?", parentId, name), row);
+}
+
+HRESULT CountFolder(SqliteConnection& connection, std::int64_t id, FolderCounts& counts)
+{
+    SqliteRows rows = connection.Query(
+        "SELECT count(*), coalesce(sum(flags & 1 = 0), 0) FROM message WHERE folder_id=? AND associated=0",
+        id);
+    if (rows.Next()) {
+        counts.messages = rows.Int64(0);
+        counts.unread = rows.Int64(1);
+    }
+    QV_RETURN_IF_FAILED(rows.Result());
+    SqliteRows below = connection.Query("SELECT count(*) FROM folder WHERE parent_id=?", id);
+    if (below.Next())
+        counts.subfolders = below.Int64(0);
+    return below.Result();
+}
+
+HRESULT ReadFolderProperties(SqliteConnection& connection, std::int64_t id, PropertyBag& properties)
+{
+    SqliteRows rows = connection.Query("SELECT properties FROM folder WHERE id=?", id);
+    if (!rows.Next())
+        return FAILED(rows.Result()) ? rows.Result() : MAPI_E_OBJECT_DELETED;
+    return DecodeProperties(rows.Bytes(0).data(), rows.Bytes(0).size(), properties);
+}
+
+HRESULT InsertFolder(SqliteConnection& connection, std::int64_t parentId, std::string_view name,
+                     FolderRow& row)
+{
+    const auto now = static_cast<std::int64_t>(ToTicks(FileTimeNow()));
+    QV_RETURN_IF_FAILED(connection.Run(
+        "INSERT INTO folder (guid, parent_id, name, created, modified) VALUES (?, ?, ?, ?4, ?4)",
+        MakeObjectGuid(), parentId, name, now));
+    QV_RETURN_IF_FAILED(FindFolder(connection, connection.LastInsertId(), row));
+    return LogFolder(connection, fnevObjectCreated, row);
+}
+
+HRESULT UpdateFolder(SqliteConnection& connection, std::int64_t id, std::string_view name,
+                     const PropertyBag& properties)
+{
+    Bytes bytes;
+    QV_RETURN_IF_FAILED(EncodeWhole(properties, bytes));
+    const auto now = static_cast<std::int64_t>(ToTicks(FileTimeNow()));
+    QV_RETURN_IF_FAILED(
+        connection.Run("UPDATE folder SET name=?, properties=?, modified=max(?, modified + 1) WHERE id=?",
+                       name, bytes, now, id));
+    FolderRow row;
+    const HRESULT found = FindFolder(connection, id, row);
+    if (found == MAPI_E_NOT_FOUND)
+        return MAPI_E_OBJECT_DELETED;
+    QV_RETURN_IF_FAILED(found);
+    return LogFolder(connection, fnevObjectModified, row);
+}
+
+HRESULT DeleteFolderRow(SqliteConnection& connection, std::int64_t id)
+{
+    FolderRow row;
+    QV_RETURN_IF_FAILED(FindFolder(connection, id, row));
+    QV_RETURN_IF_FAILED(connection.Run("DELETE FROM folder WHERE id=?", id));
+    return LogFolder(connection, fnevObjectDeleted, row);
+}
+
+HRESULT ListSubfolders(SqliteConnection& connection, std::int64_t parentId, std::vector<std::int64_t>& ids)
+{
+    SqliteRows rows = connection.Query("SELECT id FROM folder WHERE parent_id=? ORDER BY name", parentId);
+    while (rows.Next())
+        ids.push_back(rows.Int64(0));
+    return rows.Result();
+}
+
+}  // namespace quorvane

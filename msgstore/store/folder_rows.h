@@ -1,0 +1,60 @@
+// msgstore/store/folder_rows.h: the rows of folders.
+#ifndef QUORVANE_MSGSTORE_STORE_FOLDER_ROWS_H_
+#define QUORVANE_MSGSTORE_STORE_FOLDER_ROWS_H_
+
+#include <string>
+#include <vector>
+
+#include "msgstore/props/property_bag.h"
+#include "msgstore/store/entry_id.h"
+#include "msgstore/store/schema.h"
+
+namespace quorvane {
+
+// A folder's row, but for its properties.
+struct FolderRow {
+    std::int64_t id = 0;
+    ObjectGuid guid{};
+    std::int64_t parentId = 0;  // 0: the root
+    ObjectGuid parentGuid{};    // the root's is its own
+    std::string name;           // UTF-8
+    std::int64_t created = 0;   // FILETIME ticks
+    std::int64_t modified = 0;
+};
+
+// Find a row. MAPI_E_NOT_FOUND: there is no such folder.
+[[nodiscard]] HRESULT FindFolder(SqliteConnection& connection, const EntryId& id, FolderRow& row);
+[[nodiscard]] HRESULT FindFolder(SqliteConnection& connection, std::int64_t id, FolderRow& row);
+[[nodiscard]] HRESULT FindFolder(SqliteConnection& connection, std::int64_t parentId, std::string_view name,
+                                 FolderRow& row);
+
+// What a folder's table columns show beside its row.
+struct FolderCounts {
+    std::int64_t messages = 0;  // not associated
+    std::int64_t unread = 0;    // of them
+    std::int64_t subfolders = 0;
+};
+[[nodiscard]] HRESULT CountFolder(SqliteConnection& connection, std::int64_t id, FolderCounts& counts);
+
+// The folder's stored properties.
+[[nodiscard]] HRESULT ReadFolderProperties(SqliteConnection& connection, std::int64_t id,
+                                           PropertyBag& properties);
+
+// Those below work within a transaction that writes and log the change.
+
+// Makes a folder. MAPI_E_COLLISION: the parent has one of that name.
+[[nodiscard]] HRESULT InsertFolder(SqliteConnection& connection, std::int64_t parentId, std::string_view name,
+                                   FolderRow& row);
+// Writes name and properties. MAPI_E_COLLISION; MAPI_E_OBJECT_DELETED: the folder is gone.
+[[nodiscard]] HRESULT UpdateFolder(SqliteConnection& connection, std::int64_t id, std::string_view name,
+                                   const PropertyBag& properties);
+// Deletes a folder that holds nothing any more.
+[[nodiscard]] HRESULT DeleteFolderRow(SqliteConnection& connection, std::int64_t id);
+
+// The folders right below, by name.
+[[nodiscard]] HRESULT ListSubfolders(SqliteConnection& connection, std::int64_t parentId,
+                                     std::vector<std::int64_t>& ids);
+
+}  // namespace quorvane
+
+#endif  // QUORVANE_MSGSTORE_STORE_FOLDER_ROWS_H_

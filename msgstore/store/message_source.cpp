@@ -1,0 +1,106 @@
+#include "msgstore/store/message_source.h"
+
+#include "msgstore/store/property_rows.h"
+
+namespace quorvane {
+namespace {
+
+HRESULT ReadAttachmentList(SqliteConnection& connection, std::int64_t messageId, PartImage& part)
+{
+    SqliteRows rows = connection.Query(
+        "SELECT number, id FROM part WHERE message_id=? AND parent_id=? ORDER BY number", messageId, part.id);
+    while (rows.Next())
+        part.attachments.emplace_back(static_cast<ULONG>(rows.Int64(0)), rows.Int64(1));
+    return rows.Result();
+}
+
+// Reads a message's part from a row of id, message_id, properties, recipients.
+HRESULT ReadMessagePart(SqliteConnection& connection, const std::shared_ptr<StoreCore>& core, SqliteRows rows,
+                        HRESULT missing, PartImage& part)
+{
+    if (!rows.Next())
+        return FAILED(rows.Result()) ? rows.Result() : missing;
+    part.id = rows.Int64(0);
+    const std::int64_t messageId = rows.Int64(1);
+    part.properties.assign(rows.Bytes(2).begin(), rows.Bytes(2).end());
+    part.recipients.assign(rows.Bytes(3).begin(), rows.Bytes(3).end());
+    QV_RETURN_IF_FAILED(ReadLargeValues(connection, core, part.id, part.largeValues));
+    return ReadAttachmentList(connection, messageId, part);
+}
+
+}  // namespace
+
+HRESULT ReadRootPart(SqliteConnection& connection, const std::shared_ptr<StoreCore>& core,
+                     std::int64_t messageId, PartImage& part)
+{
+    part = {};
+    return ReadMessagePart(
+        connection, core,
+        connection.Query(
+            "SELECT id, message_id, properties, recipients FROM part WHERE message_id=? AND parent_id=0",
+            messageId),
+        MAPI_E_OBJECT_CHANGED, part);
+}
+
+HRESULT PropertiesOf(const PartImage& part, PropertyBag& properties)
+{
+    properties.Clear();
+    QV_RETURN_IF_FAILED(DecodeProperties(part.properties.data(), part.properties.size(), properties));
+    for (const PropertyValue& value : part.largeValues)
+        properties.Put(value);
+    return S_OK;
+}
+
+void AttachmentsOf(const PartImage& part, const std::shared_ptr<StoreCore>& core,
+                   std::vector<AttachmentSlot>& attachments)
+{
+    attachments.clear();
+    for (const auto& [number, id] : part.attachments)
+        attachments.push_back({number, std::make_shared<StoredAttachment>(core, id)});
+}
+
+HRESULT StoredAttachment::ReadProperties(PropertyBag& properties) noexcept
+{
+    return core_->Read([&](SqliteConnection& connection) {
+        properties.Clear();
+        SqliteRows rows = connection.Query("SELECT properties FROM part WHERE id=?", partId_);
+        if (!rows.Next())
+            return FAILED(rows.Result()) ? rows.Result() : MAPI_E_OBJECT_CHANGED;
+        QV_RETURN_IF_FAILED(DecodeProperties(rows.Bytes(0).data(), rows.Bytes(0).size(), properties));
+        return ReadLargeValues(connection, core_, partId_, properties);
+    });
+}
+
+HRESULT StoredAttachment::OpenMessage(std::shared_ptr<MessageSource>& message) noexcept
+{
+    return core_->Read([&](SqliteConnection& connection) {
+        PartImage part;
+        SqliteRows rows = connection.Query(
+            "SELECT id, message_id, properties, recipients FROM part"
+            " WHERE message_id=(SELECT message_id FROM part WHERE id=?1) AND parent_id=?1",
+            partId_);
+        QV_RETURN_IF_FAILED(ReadMessagePart(connection, core_, std::move(rows), MAPI_E_NOT_FOUND, part));
+        message = std::make_shared<StoredEmbedded>(core_, std::move(part));
+        return S_OK;
+    });
+}
+
+HRESULT StoredEmbedded::ReadProperties(PropertyBag& properties) noexcept
+{
+    return Guarded([&] { return PropertiesOf(part_, properties); });
+}
+
+HRESULT StoredEmbedded::ReadRecipients(std::vector<PropertyBag>& recipients) noexcept
+{
+    return Guarded([&] { return DecodeRecipients(part_.recipients, recipients); });
+}
+
+HRESULT StoredEmbedded::ReadAttachments(std::vector<AttachmentSlot>& attachments) noexcept
+{
+    return Guarded([&] {
+        AttachmentsOf(part_, core_, attachments);
+        return S_OK;
+    });
+}
+
+}  // namespace quorvane

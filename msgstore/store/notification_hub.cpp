@@ -1,0 +1,207 @@
+#include "msgstore/store/notification_hub.h"
+
+#include <algorithm>
+#include <system_error>
+
+namespace quorvane {
+namespace {
+
+using std::chrono::milliseconds;
+
+// How often to look for what other processes changed.
+constexpr milliseconds kPollInterval{100};
+// The rest between two rounds of calls, while changes go on: doubled each time.
+constexpr milliseconds kShortestRest{20};
+constexpr milliseconds kLongestRest{500};
+
+}  // namespace
+
+// One subscription. The notification thread holds what it works with only between BeginCall and EndCall, so
+// that whoever ends a subscription ends it for good: nothing of it lives on when End has returned.
+struct NotificationHub::Subscription {
+    struct Parts {
+        std::shared_ptr<EventSource> source;
+        ComPtr<IMAPIAdviseSink> sink;
+    };
+
+    Subscription(std::shared_ptr<EventSource> source, IMAPIAdviseSink& sink) : parts{std::move(source), &sink}
+    {}
+
+    // Without parts when the subscription has ended.
+    Parts BeginCall()
+    {
+        const MutexLock held(lock);
+        if (parts.sink)
+            caller = std::this_thread::get_id();
+        return parts;
+    }
+    void EndCall()
+    {
+        const MutexLock held(lock);
+        caller = {};
+        free.NotifyAll();
+    }
+    void End()
+    {
+        Parts ended;
+        const MutexLock held(lock);
+        std::swap(ended, parts);
+        while (caller != std::thread::id() && caller != std::this_thread::get_id())
+            free.Wait(lock);
+    }
+
+    Mutex lock;
+    ConditionVariable free;
+    std::thread::id caller QV_GUARDED_BY(lock);
+    Parts parts QV_GUARDED_BY(lock);
+};
+
+HRESULT NotificationHub::Advise(std::shared_ptr<EventSource> source, IMAPIAdviseSink& sink,
+                                ULONG& connection) noexcept
+{
+    return Guarded([&] {
+        const std::shared_ptr<StoreCore> core = source->Core();
+        auto subscription = std::make_shared<Subscription>(std::move(source), sink);
+        const MutexLock lock(lock_);
+        if (stopping_)
+            return MAPI_E_END_OF_SESSION;
+        Listen(core);
+        if (!thread_.joinable())
+            thread_ = std::thread([self = shared_from_this()] { self->Run(); });
+        subscriptions_.emplace(nextConnection_, std::move(subscription));
+        connection = nextConnection_++;
+        changed_.NotifyAll();
+        return S_OK;
+    });
+}
+
+void NotificationHub::Listen(const std::shared_ptr<StoreCore>& core)
+{
+    if (listening_.insert(core).second)
+        core->AddListener(weak_from_this());
+}
+
+HRESULT NotificationHub::Unadvise(ULONG connection) noexcept
+{
+    std::shared_ptr<Subscription> subscription;
+    {
+        const MutexLock lock(lock_);
+        const auto found = subscriptions_.find(connection);
+        if (found == subscriptions_.end())
+            return MAPI_E_NOT_FOUND;
+        subscription = std::move(found->second);
+        subscriptions_.erase(found);
+    }
+    subscription->End();
+    return S_OK;
+}
+
+void NotificationHub::Stop() noexcept
+{
+    std::thread thread;
+    Subscriptions subscriptions;
+    {
+        const MutexLock lock(lock_);
+        stopping_ = true;
+        changed_.NotifyAll();
+        thread.swap(thread_);
+        subscriptions.swap(subscriptions_);
+    }
+    for (const auto& [connection, subscription] : subscriptions)
+        subscription->End();
+    if (!thread.joinable())
+        return;
+    // A sink may drop the last reference to its session within its call; the thread then ends by itself.
+    if (thread.get_id() == std::this_thread::get_id())
+        thread.detach();
+    else
+        thread.join();
+}
+
+void NotificationHub::Committed() noexcept
+{
+    const MutexLock lock(lock_);
+    committed_ = true;
+    changed_.NotifyAll();
+}
+
+void NotificationHub::Run() noexcept
+{
+    milliseconds rest = kShortestRest;
+    for (;;) {
+        {
+            const MutexLock lock(lock_);
+            WaitForWork();
+            if (stopping_)
+                return;
+            committed_ = false;
+        }
+        bool served = false;
+        // A round that fails for want of memory is made up for by the next one.
+        (void)Guarded([&] {
+            served = ServeAll();
+            return S_OK;
+        });
+        if (!served) {
+            rest = kShortestRest;
+            continue;
+        }
+        const MutexLock lock(lock_);
+        Pause(rest);
+        rest = std::min(rest * 2, kLongestRest);
+    }
+}
+
+void NotificationHub::WaitForWork()
+{
+    const auto deadline = ConditionVariable::Clock::now() + kPollInterval;
+    while (!stopping_ && !committed_) {
+        if (subscriptions_.empty())
+            changed_.Wait(lock_);
+        else if (!changed_.WaitUntil(lock_, deadline))
+            return;
+    }
+}
+
+void NotificationHub::Pause(milliseconds time)
+{
+    const auto deadline = ConditionVariable::Clock::now() + time;
+    while (!stopping_ && changed_.WaitUntil(lock_, deadline)) {
+    }
+}
+
+// Whether any sink was called.
+bool NotificationHub::ServeAll()
+{
+    std::vector<std::shared_ptr<Subscription>> all;
+    {
+        const MutexLock lock(lock_);
+        for (const auto& [connection, subscription] : subscriptions_)
+            all.push_back(subscription);
+    }
+    bool served = false;
+    for (const auto& subscription : all)
+        served |= Serve(*subscription);
+    return served;
+}
+
+bool NotificationHub::Serve(Subscription& subscription) noexcept
+{
+    Subscription::Parts parts = subscription.BeginCall();
+    if (!parts.sink)
+        return false;
+    bool called = false;
+    (void)Guarded([&] {
+        NotificationBatch batch;
+        QV_RETURN_IF_FAILED(parts.source->Collect(batch));
+        called = !batch.empty();
+        if (called)
+            parts.sink->OnNotify(batch.size(), batch.Get());
+        return S_OK;
+    });
+    parts = {};
+    subscription.EndCall();
+    return called;
+}
+
+}  // namespace quorvane

@@ -1,0 +1,359 @@
+#include "msgstore/store/notification_hub.h"
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <functional>
+
+#include "msgstore/store/test_mailbox.h"
+
+namespace quorvane {
+namespace {
+
+using namespace quorvane::testing;
+using Event = CTestSink::Event;
+
+// A sink that does what a test wants.
+class CActingSink final : public ComObject<CActingSink, IMAPIAdviseSink> {
+public:
+    explicit CActingSink(std::function<void()> action) : m_action(std::move(action)) {}
+    ULONG STDMETHODCALLTYPE OnNotify(ULONG, LPNOTIFICATION) override
+    {
+        m_action();
+        return S_OK;
+    }
+
+private:
+    const std::function<void()> m_action;
+};
+
+class NotificationTest : public ::testing::Test {
+protected:
+    ComPtr<CTestSink> AdviseTable(IMAPITable& table, ULONG* connection = nullptr)
+    {
+        ComPtr<CTestSink> sink = MakeComObject<CTestSink>();
+        ULONG made = 0;
+        EXPECT_EQ(table.Advise(fnevTableModified, sink.Get(), &made), S_OK);
+        EXPECT_NE(made, 0u);
+        if (connection)
+            *connection = made;
+        return sink;
+    }
+
+    TestMailbox mailbox;
+};
+
+TEST_F(NotificationTest, ANewMessageIsARowAddedWithTheTablesColumns)
+{
+    const ComPtr<IMAPITable> table = ContentsOf(mailbox.Inbox());
+    const ComPtr<CTestSink> sink = AdviseTable(*table);
+
+    const BinaryValue id = mailbox.AddMessage(mailbox.Inbox(), u"Hello");
+
+    ASSERT_TRUE(sink->WaitForCount(1));
+    const Event event = sink->Events()[0];
+    EXPECT_EQ(event.tableEvent, static_cast<ULONG>(TABLE_ROW_ADDED));
+    EXPECT_EQ(event.entryId, id);
+    EXPECT_GE(event.columns, 5u);
+    EXPECT_EQ(event.key.size(), 8u);
+}
+
+TEST_F(NotificationTest, ASavedChangeIsARowModified)
+{
+    const BinaryValue id = mailbox.AddMessage(mailbox.Inbox(), u"Hello");
+    const ComPtr<IMAPITable> table = ContentsOf(mailbox.Inbox());
+    const ComPtr<CTestSink> sink = AdviseTable(*table);
+
+    mailbox.ChangeSubject(id, u"Other");
+
+    ASSERT_TRUE(sink->WaitForCount(1));
+    EXPECT_EQ(sink->Events()[0].tableEvent, static_cast<ULONG>(TABLE_ROW_MODIFIED));
+    EXPECT_EQ(sink->Events()[0].entryId, id);
+}
+
+TEST_F(NotificationTest, ADeletedMessageIsARowDeletedUnderItsInstanceKey)
+{
+    const BinaryValue id = mailbox.AddMessage(mailbox.Inbox(), u"Hello");
+    const ComPtr<IMAPITable> table = ContentsOf(mailbox.Inbox());
+    RowSet rows;
+    ASSERT_EQ(table->QueryRows(1, TBL_NOADVANCE, rows.Put()), S_OK);
+    const ComPtr<CTestSink> sink = AdviseTable(*table);
+
+    ASSERT_EQ(TestMailbox::Delete(mailbox.Inbox(), id), S_OK);
+
+    ASSERT_TRUE(sink->WaitForCount(1));
+    EXPECT_EQ(sink->Events()[0].tableEvent, static_cast<ULONG>(TABLE_ROW_DELETED));
+    EXPECT_EQ(sink->Events()[0].key, BinaryOf(rows[0], PR_INSTANCE_KEY));
+}
+
+TEST_F(NotificationTest, AMoveIsADeletionHereAndAnAdditionThere)
+{
+    const ComPtr<IMAPIFolder> other = mailbox.MakeFolder(mailbox.Inbox(), "Other");
+    BinaryValue id = mailbox.AddMessage(mailbox.Inbox(), u"Hello");
+    const ComPtr<IMAPITable> here = ContentsOf(mailbox.Inbox());
+    const ComPtr<IMAPITable> there = ContentsOf(*other);
+    const ComPtr<CTestSink> hereSink = AdviseTable(*here);
+    const ComPtr<CTestSink> thereSink = AdviseTable(*there);
+    SBinary one{static_cast<ULONG>(id.size()), id.data()};
+    ENTRYLIST list{1, &one};
+
+    ASSERT_EQ(mailbox.Inbox().CopyMessages(&list, nullptr, other.Get(), 0, nullptr, MESSAGE_MOVE), S_OK);
+
+    ASSERT_TRUE(hereSink->WaitForCount(1));
+    ASSERT_TRUE(thereSink->WaitForCount(1));
+    EXPECT_EQ(hereSink->Events()[0].tableEvent, static_cast<ULONG>(TABLE_ROW_DELETED));
+    EXPECT_EQ(thereSink->Events()[0].tableEvent, static_cast<ULONG>(TABLE_ROW_ADDED));
+    EXPECT_EQ(thereSink->Events()[0].entryId, id);
+}
+
+TEST_F(NotificationTest, AFloodOfChangesIsOneTableChanged)
+{
+    std::vector<SBinary> binaries;
+    std::vector<BinaryValue> ids;
+    for (int i = 0; i < 100; ++i)
+        ids.push_back(mailbox.AddMessage(mailbox.Inbox(), u"Hello", MAPI_DEFERRED_ERRORS));
+    for (BinaryValue& id : ids)
+        binaries.push_back({static_cast<ULONG>(id.size()), id.data()});
+    ENTRYLIST list{static_cast<ULONG>(binaries.size()), binaries.data()};
+    const ComPtr<IMAPITable> table = ContentsOf(mailbox.Inbox());
+    const ComPtr<CTestSink> sink = AdviseTable(*table);
+
+    ASSERT_EQ(mailbox.Inbox().DeleteMessages(&list, 0, nullptr, 0), S_OK);
+
+    ASSERT_TRUE(sink->WaitForCount(1));
+    EXPECT_EQ(sink->Events().size(), 1u);
+    EXPECT_EQ(sink->Events()[0].tableEvent, static_cast<ULONG>(TABLE_CHANGED));
+}
+
+TEST_F(NotificationTest, ARowThatComesAndGoesBetweenTwoCallsIsNotTold)
+{
+    const ComPtr<IMAPITable> table = ContentsOf(mailbox.Inbox());
+    std::mutex blocked;
+    std::atomic<int> calls{0};
+    const auto blocking = MakeComObject<CActingSink>([&] {
+        ++calls;
+        const std::lock_guard wait(blocked);
+    });
+    ULONG connection = 0;
+    ASSERT_EQ(mailbox.Store().Advise(0, nullptr, fnevObjectCreated, blocking.Get(), &connection), S_OK);
+    std::unique_lock hold(blocked);
+    mailbox.AddMessage(mailbox.Inbox(), u"First");
+    while (calls == 0)
+        std::this_thread::yield();
+    // The thread stands still: what comes now gathers.
+    const ComPtr<CTestSink> sink = AdviseTable(*table);
+    const BinaryValue gone = mailbox.AddMessage(mailbox.Inbox(), u"Gone");
+    ASSERT_EQ(TestMailbox::Delete(mailbox.Inbox(), gone), S_OK);
+    const BinaryValue stays = mailbox.AddMessage(mailbox.Inbox(), u"Stays");
+    hold.unlock();
+
+    ASSERT_TRUE(sink->WaitForCount(1));
+    EXPECT_EQ(sink->Events()[0].entryId, stays);
+    EXPECT_EQ(mailbox.Store().Unadvise(connection), S_OK);
+}
+
+TEST_F(NotificationTest, NoCallComesAfterUnadvise)
+{
+    const ComPtr<IMAPITable> table = ContentsOf(mailbox.Inbox());
+    ULONG connection = 0;
+    const ComPtr<CTestSink> ended = AdviseTable(*table, &connection);
+    ASSERT_EQ(table->Unadvise(connection), S_OK);
+    const ComPtr<CTestSink> witness = AdviseTable(*table);
+
+    mailbox.AddMessage(mailbox.Inbox(), u"Hello");
+
+    ASSERT_TRUE(witness->WaitForCount(1));
+    EXPECT_EQ(ended->Calls(), 0u);
+    EXPECT_EQ(table->Unadvise(connection), MAPI_E_INVALID_PARAMETER);
+}
+
+TEST_F(NotificationTest, UnadviseWaitsForTheCallThatGoesOn)
+{
+    const ComPtr<IMAPITable> table = ContentsOf(mailbox.Inbox());
+    std::atomic<bool> entered{false};
+    std::atomic<bool> left{false};
+    const auto sink = MakeComObject<CActingSink>([&] {
+        entered = true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        left = true;
+    });
+    ULONG connection = 0;
+    ASSERT_EQ(table->Advise(fnevTableModified, sink.Get(), &connection), S_OK);
+    mailbox.AddMessage(mailbox.Inbox(), u"Hello");
+    while (!entered)
+        std::this_thread::yield();
+
+    ASSERT_EQ(table->Unadvise(connection), S_OK);
+
+    EXPECT_TRUE(left);
+}
+
+TEST_F(NotificationTest, ASinkMayEndItsOwnSubscription)
+{
+    const ComPtr<IMAPITable> table = ContentsOf(mailbox.Inbox());
+    std::atomic<ULONG> connection{0};
+    std::atomic<HRESULT> result{E_UNEXPECTED};
+    const auto sink = MakeComObject<CActingSink>([&] { result = table->Unadvise(connection); });
+    ULONG made = 0;
+    ASSERT_EQ(table->Advise(fnevTableModified, sink.Get(), &made), S_OK);
+    connection = made;
+    const ComPtr<CTestSink> witness = AdviseTable(*table);
+
+    mailbox.AddMessage(mailbox.Inbox(), u"Hello");
+
+    ASSERT_TRUE(witness->WaitForCount(1));
+    EXPECT_EQ(result, S_OK);
+}
+
+TEST_F(NotificationTest, ASinkMayBlockUntilAnotherThreadHasUsedTheStore)
+{
+    const ComPtr<IMAPITable> table = ContentsOf(mailbox.Inbox());
+    std::atomic<bool> done{false};
+    const auto sink = MakeComObject<CActingSink>([&] {
+        std::thread worker([&] {
+            ULONG count = 0;
+            EXPECT_EQ(table->GetRowCount(0, &count), S_OK);
+            mailbox.AddMessage(mailbox.Inbox(), u"From a sink");
+        });
+        worker.join();
+        done = true;
+    });
+    ULONG connection = 0;
+    ASSERT_EQ(table->Advise(fnevTableModified, sink.Get(), &connection), S_OK);
+    const ComPtr<CTestSink> witness = AdviseTable(*table);
+
+    mailbox.AddMessage(mailbox.Inbox(), u"Hello");
+
+    ASSERT_TRUE(witness->WaitForCount(2));
+    EXPECT_TRUE(done);
+    EXPECT_EQ(table->Unadvise(connection), S_OK);
+}
+
+TEST_F(NotificationTest, ATableThatIsReleasedTakesItsSubscriptionsAlong)
+{
+    ComPtr<IMAPITable> table = ContentsOf(mailbox.Inbox());
+    const ComPtr<CTestSink> sink = AdviseTable(*table);
+    table.Reset();
+    const ComPtr<IMAPITable> other = ContentsOf(mailbox.Inbox());
+    const ComPtr<CTestSink> witness = AdviseTable(*other);
+
+    mailbox.AddMessage(mailbox.Inbox(), u"Hello");
+
+    ASSERT_TRUE(witness->WaitForCount(1));
+    EXPECT_EQ(sink->Calls(), 0u);
+}
+
+TEST_F(NotificationTest, TheStoreTellsWhatHappensToItsObjects)
+{
+    const auto sink = MakeComObject<CTestSink>();
+    ULONG connection = 0;
+    constexpr ULONG mask =
+        fnevObjectCreated | fnevObjectDeleted | fnevObjectModified | fnevObjectMoved | fnevObjectCopied;
+    ASSERT_EQ(mailbox.Store().Advise(0, nullptr, mask, sink.Get(), &connection), S_OK);
+    const ComPtr<IMAPIFolder> other = mailbox.MakeFolder(mailbox.Inbox(), "Other");
+    BinaryValue id = mailbox.AddMessage(mailbox.Inbox(), u"Hello");
+    SBinary one{static_cast<ULONG>(id.size()), id.data()};
+    ENTRYLIST list{1, &one};
+    mailbox.ChangeSubject(id, u"Other");
+    ASSERT_EQ(mailbox.Inbox().CopyMessages(&list, nullptr, other.Get(), 0, nullptr, 0), S_OK);
+    ASSERT_EQ(mailbox.Inbox().CopyMessages(&list, nullptr, other.Get(), 0, nullptr, MESSAGE_MOVE), S_OK);
+    ASSERT_EQ(TestMailbox::Delete(*other, id), S_OK);
+
+    ASSERT_TRUE(sink->WaitForCount(6));
+    const std::vector<Event> events = sink->Events();
+    std::vector<ULONG> types;
+    for (const Event& event : events)
+        types.push_back(event.type);
+    EXPECT_EQ(types, (std::vector<ULONG>{fnevObjectCreated, fnevObjectCreated, fnevObjectModified,
+                                         fnevObjectCopied, fnevObjectMoved, fnevObjectDeleted}));
+    EXPECT_EQ(events[0].key, BinaryOf(*other, PR_ENTRYID));
+    EXPECT_EQ(events[4].key, id);
+    EXPECT_EQ(events[4].parent, BinaryOf(*other, PR_ENTRYID));
+    EXPECT_EQ(events[4].oldParent, BinaryOf(mailbox.Inbox(), PR_ENTRYID));
+    EXPECT_EQ(mailbox.Store().Unadvise(connection), S_OK);
+}
+
+TEST_F(NotificationTest, ASubscriptionToOneObjectHearsOfNoOther)
+{
+    const BinaryValue other = mailbox.AddMessage(mailbox.Inbox(), u"Other");
+    BinaryValue id = mailbox.AddMessage(mailbox.Inbox(), u"Hello");
+    const auto sink = MakeComObject<CTestSink>();
+    ULONG connection = 0;
+    ASSERT_EQ(mailbox.Store().Advise(static_cast<ULONG>(id.size()), reinterpret_cast<LPENTRYID>(id.data()),
+                                     fnevObjectModified, sink.Get(), &connection),
+              S_OK);
+
+    mailbox.ChangeSubject(other, u"1");
+    mailbox.ChangeSubject(id, u"2");
+
+    ASSERT_TRUE(sink->WaitForCount(1));
+    EXPECT_EQ(sink->Events()[0].key, id);
+}
+
+TEST_F(NotificationTest, AfterLogoffNothingIsToldAndNothingCanBeSubscribedTo)
+{
+    const ComPtr<IMAPITable> table = ContentsOf(mailbox.Inbox());
+    ULONG connection = 0;
+    const ComPtr<CTestSink> sink = AdviseTable(*table, &connection);
+
+    ASSERT_EQ(mailbox.Session().Logoff(0, 0, 0), S_OK);
+    mailbox.AddMessage(mailbox.Inbox(), u"Hello");
+
+    EXPECT_EQ(table->Unadvise(connection), S_OK);
+    EXPECT_EQ(table->Advise(fnevTableModified, sink.Get(), &connection), MAPI_E_END_OF_SESSION);
+    EXPECT_EQ(sink->Calls(), 0u);
+}
+
+TEST_F(NotificationTest, ASessionMayEndWithinACallOfItsSink)
+{
+    std::atomic<bool> ended{false};
+    {
+        ComPtr<IMAPITable> table = ContentsOf(mailbox.Inbox());
+        const auto sink = MakeComObject<CActingSink>([&mailbox = mailbox, &ended] {
+            (void)mailbox.Session().Logoff(0, 0, 0);
+            ended = true;
+        });
+        ULONG connection = 0;
+        ASSERT_EQ(table->Advise(fnevTableModified, sink.Get(), &connection), S_OK);
+        mailbox.AddMessage(mailbox.Inbox(), u"Hello");
+        while (!ended)
+            std::this_thread::yield();
+    }
+    mailbox.LogOff();
+}
+
+TEST_F(NotificationTest, WhatAnotherProcessChangesIsToldAndSeen)
+{
+    int go[2];
+    ASSERT_EQ(pipe(go), 0);
+    mailbox.LogOff();
+    const pid_t child = fork();
+    ASSERT_NE(child, -1);
+    if (child == 0) {
+        char byte = 0;
+        const bool told = read(go[0], &byte, 1) == 1;
+        if (told) {
+            mailbox.LogOn();
+            mailbox.AddMessage(mailbox.Inbox(), u"From elsewhere");
+            mailbox.LogOff();
+        }
+        _exit(told && !::testing::Test::HasFailure() ? 0 : 1);
+    }
+    mailbox.LogOn();
+    const ComPtr<IMAPITable> table = ContentsOf(mailbox.Inbox());
+    const ComPtr<CTestSink> sink = AdviseTable(*table);
+    ASSERT_EQ(write(go[1], "x", 1), 1);
+
+    EXPECT_TRUE(sink->WaitForCount(1));
+    EXPECT_EQ(SubjectsOf(*table), std::vector<std::u16string>{u"From elsewhere"});
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+    close(go[0]);
+    close(go[1]);
+}
+
+}  // namespace
+}  // namespace quorvane

@@ -1,0 +1,120 @@
+#include "msgstore/store/row_order.h"
+
+#include <gtest/gtest.h>
+
+namespace quorvane {
+namespace {
+
+constexpr ULONG kKey = PROP_TAG(PT_LONG, 0x6700);
+
+OrderedRow Row(std::int64_t id, LONG key = 0)
+{
+    OrderedRow row{id, {}};
+    row.keys.Put(PropertyValue::Long(kKey, key));
+    return row;
+}
+
+RowOrder OrderOf(std::initializer_list<std::int64_t> ids)
+{
+    std::vector<OrderedRow> rows;
+    for (const std::int64_t id : ids)
+        rows.push_back(Row(id));
+    RowOrder order;
+    order.Restart(std::move(rows));
+    return order;
+}
+
+std::vector<std::int64_t> IdsOf(const RowOrder& order)
+{
+    std::vector<std::int64_t> ids;
+    for (std::size_t i = 0; i < order.size(); ++i)
+        ids.push_back(order.IdAt(i));
+    return ids;
+}
+
+TEST(RowOrderTest, RowsWithoutASortStandByNumber)
+{
+    RowOrder order = OrderOf({5, 1, 3});
+
+    EXPECT_EQ(order.Insert(Row(4)), 2u);
+    EXPECT_EQ(IdsOf(order), (std::vector<std::int64_t>{1, 3, 4, 5}));
+    EXPECT_EQ(order.IndexOf(4), 2u);
+    EXPECT_EQ(order.IndexOf(2), std::nullopt);
+}
+
+TEST(RowOrderTest, RowsOfEqualKeysStandByNumber)
+{
+    RowOrder order;
+    order.SetSort({{kKey, true}});
+    order.Restart({Row(1, 10), Row(3, 20), Row(2, 20)});
+
+    EXPECT_EQ(IdsOf(order), (std::vector<std::int64_t>{2, 3, 1}));
+    order.Update(*order.IndexOf(1), Row(1, 30).keys);
+    EXPECT_EQ(IdsOf(order), (std::vector<std::int64_t>{1, 2, 3}));
+}
+
+TEST(RowOrderTest, TheCursorStaysWithItsRow)
+{
+    RowOrder order = OrderOf({10, 20, 30});
+    order.SetCursor(1);
+
+    order.Insert(Row(5));
+    EXPECT_EQ(order.IdAt(order.Cursor()), 20);
+    order.Erase(0);
+    EXPECT_EQ(order.IdAt(order.Cursor()), 20);
+    order.Erase(1);
+    EXPECT_EQ(order.IdAt(order.Cursor()), 30);
+}
+
+TEST(RowOrderTest, ACursorAtTheEndStandsBeforeWhatIsAddedThere)
+{
+    RowOrder order = OrderOf({10});
+    order.SetCursor(1);
+
+    order.Insert(Row(20));
+
+    EXPECT_EQ(order.IdAt(order.Cursor()), 20);
+}
+
+TEST(RowOrderTest, ABookmarkKnowsThatItsRowIsGone)
+{
+    RowOrder order = OrderOf({10, 20, 30});
+    order.SetCursor(1);
+    const BOOKMARK bookmark = order.CreateBookmark();
+    std::size_t index = 0;
+    bool lost = true;
+
+    ASSERT_TRUE(order.Find(bookmark, index, lost));
+    EXPECT_FALSE(lost);
+    order.Erase(1);
+    ASSERT_TRUE(order.Find(bookmark, index, lost));
+    EXPECT_TRUE(lost);
+    EXPECT_EQ(index, 1u);
+    EXPECT_TRUE(order.FreeBookmark(bookmark));
+    EXPECT_FALSE(order.Find(bookmark, index, lost));
+    EXPECT_FALSE(order.FreeBookmark(bookmark));
+}
+
+TEST(RowOrderTest, ReplacedRowsTakeTheirBookmarksAlong)
+{
+    RowOrder order = OrderOf({10, 20, 30});
+    order.SetCursor(2);
+    const BOOKMARK stays = order.CreateBookmark();
+    order.SetCursor(1);
+    const BOOKMARK goes = order.CreateBookmark();
+    order.SetCursor(3);
+
+    order.Replace({Row(5), Row(10), Row(30), Row(40)});
+
+    std::size_t index = 0;
+    bool lost = false;
+    ASSERT_TRUE(order.Find(stays, index, lost));
+    EXPECT_EQ(order.IdAt(index), 30);
+    EXPECT_FALSE(lost);
+    ASSERT_TRUE(order.Find(goes, index, lost));
+    EXPECT_TRUE(lost);
+    EXPECT_EQ(order.Cursor(), order.size());
+}
+
+}  // namespace
+}  // namespace quorvane

@@ -1,0 +1,93 @@
+// msgstore/store/store_core.h: one open store file, shared by everything in the process that uses it.
+//
+// There is one connection that writes, under one lock, and as many that read as threads read at once; a
+// reader sees the last committed state throughout its transaction and never waits for the writer.
+#ifndef QUORVANE_MSGSTORE_STORE_STORE_CORE_H_
+#define QUORVANE_MSGSTORE_STORE_STORE_CORE_H_
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "msgstore/props/property_names.h"
+#include "msgstore/store/entry_id.h"
+#include "msgstore/store/sqlite_connection.h"
+#include "platform/com/mutex.h"
+
+namespace quorvane {
+
+// When a write is on the disk.
+enum class Durability {
+    AtReturn,  // the write and all deferred ones before it
+    Deferred,  // with the next write that is not; until then a power failure may take it back as a whole
+};
+
+// Told that something was committed to the store by this process.
+class CommitListener {
+public:
+    virtual ~CommitListener() = default;
+    // Any thread that writes, holding no lock of the store. Must return soon.
+    virtual void Committed() noexcept = 0;
+};
+
+// Threading: any thread may call.
+class StoreCore : public std::enable_shared_from_this<StoreCore> {
+public:
+    using Work = std::function<HRESULT(SqliteConnection&)>;
+
+    // Opens a store, or joins those in this process that have it open.
+    //
+    // path    [in]   of the file, UTF-8.
+    // create  [in]   whether to make the file if there is none.
+    // core    [out]  untouched on failure.
+    //
+    // S_OK; MAPI_E_NOT_FOUND: there is no such file; MAPI_E_CORRUPT_STORE: it's no store; MAPI_E_VERSION: it
+    // is of a later version; MAPI_E_NO_ACCESS; others of SQLite's.
+    [[nodiscard]] static HRESULT Open(const std::string& path, bool create,
+                                      std::shared_ptr<StoreCore>& core) noexcept;
+    ~StoreCore();
+
+    const std::string& Path() const noexcept { return path_; }
+    const ObjectGuid& Guid() const noexcept { return guid_; }
+
+    // Runs `work` in a transaction that reads. It must not write, nor call Write.
+    [[nodiscard]] HRESULT Read(const Work& work) noexcept;
+    // Runs `work` in a transaction that writes, commits if it succeeds, and undoes all of it if anything
+    // fails. It must not call Write in turn; a Read within it sees what stood before.
+    [[nodiscard]] HRESULT Write(Durability durability, const Work& work) noexcept;
+
+    // The names of the store's properties from 0x8000 on. Lives as long as the core.
+    PropertyNames& Names() noexcept;
+
+    // The number of the last change that is in the file, whoever made it.
+    [[nodiscard]] HRESULT LastChange(std::int64_t& number) noexcept;
+
+    void AddListener(std::weak_ptr<CommitListener> listener);
+
+private:
+    explicit StoreCore(std::string path) : path_(std::move(path)) {}
+    [[nodiscard]] HRESULT Start(bool create);
+    [[nodiscard]] HRESULT TakeReader(std::unique_ptr<SqliteConnection>& reader);
+    void GiveReader(std::unique_ptr<SqliteConnection> reader) noexcept;
+    [[nodiscard]] HRESULT WriteLocked(Durability durability, const Work& work) QV_REQUIRES(writerLock_);
+    [[nodiscard]] HRESULT SetDurability(Durability durability) QV_REQUIRES(writerLock_);
+    void TellListeners() noexcept;
+
+    const std::string path_;
+    ObjectGuid guid_{};
+
+    Mutex writerLock_;
+    SqliteConnection writer_ QV_GUARDED_BY(writerLock_);
+    Durability durability_ QV_GUARDED_BY(writerLock_) = Durability::AtReturn;
+
+    Mutex lock_;
+    std::vector<std::unique_ptr<SqliteConnection>> readers_ QV_GUARDED_BY(lock_);
+    std::vector<std::weak_ptr<CommitListener>> listeners_ QV_GUARDED_BY(lock_);
+
+    std::shared_ptr<PropertyNames> names_;
+};
+
+}  // namespace quorvane
+
+#endif  // QUORVANE_MSGSTORE_STORE_STORE_CORE_H_

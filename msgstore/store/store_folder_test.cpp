@@ -1,0 +1,242 @@
+#include "msgstore/store/store_folder.h"
+
+#include <gtest/gtest.h>
+
+#include "msgstore/store/test_mailbox.h"
+
+namespace quorvane {
+namespace {
+
+using namespace quorvane::testing;
+
+class StoreFolderTest : public ::testing::Test {
+protected:
+    static SBinary AsBinary(BinaryValue& id) { return {static_cast<ULONG>(id.size()), id.data()}; }
+
+    TestMailbox mailbox;
+};
+
+TEST_F(StoreFolderTest, ASavedMessageOpensWithItsProperties)
+{
+    const BinaryValue id = mailbox.AddMessage(mailbox.Inbox(), u"Hello");
+
+    const ComPtr<IMessage> message = mailbox.OpenMessage(id, 0);
+
+    ASSERT_TRUE(message);
+    EXPECT_EQ(TextOf(*message, PR_SUBJECT_W), u"Hello");
+    EXPECT_EQ(BinaryOf(*message, PR_ENTRYID), id);
+    EXPECT_EQ(BinaryOf(*message, PR_PARENT_ENTRYID), BinaryOf(mailbox.Inbox(), PR_ENTRYID));
+    EXPECT_EQ(BinaryOf(*message, PR_STORE_ENTRYID), mailbox.StoreId());
+    EXPECT_EQ(BinaryOf(*message, PR_SEARCH_KEY).size(), 16u);
+}
+
+TEST_F(StoreFolderTest, AMessageOutlivesItsSession)
+{
+    const BinaryValue id = mailbox.AddMessage(mailbox.Inbox(), u"Hello");
+    mailbox.LogOff();
+    mailbox.LogOn();
+
+    const ComPtr<IMessage> message = mailbox.OpenMessage(id, 0);
+
+    ASSERT_TRUE(message);
+    EXPECT_EQ(TextOf(*message, PR_SUBJECT_W), u"Hello");
+}
+
+TEST_F(StoreFolderTest, AMessageOpenedWithoutModifyCantBeWritten)
+{
+    const BinaryValue id = mailbox.AddMessage(mailbox.Inbox(), u"Hello");
+    const ComPtr<IMessage> message = mailbox.OpenMessage(id, 0);
+
+    EXPECT_EQ(SetText(*message, PR_SUBJECT_W, u"Other"), E_ACCESSDENIED);
+}
+
+TEST_F(StoreFolderTest, EachSaveMovesTheModificationTimeOn)
+{
+    const BinaryValue id = mailbox.AddMessage(mailbox.Inbox(), u"Hello");
+    const ComPtr<IMessage> message = mailbox.OpenMessage(id);
+    std::uint64_t before = TimeOf(*message, PR_LAST_MODIFICATION_TIME);
+    for (int i = 0; i < 20; ++i) {
+        ASSERT_EQ(SetLong(*message, PR_IMPORTANCE, i % 3), S_OK);
+        ASSERT_EQ(message->SaveChanges(KEEP_OPEN_READWRITE), S_OK);
+        const std::uint64_t after = TimeOf(*message, PR_LAST_MODIFICATION_TIME);
+        EXPECT_GT(after, before);
+        before = after;
+    }
+}
+
+TEST_F(StoreFolderTest, ASaveOverSomeoneElsesChangeIsRefusedUnlessForced)
+{
+    const BinaryValue id = mailbox.AddMessage(mailbox.Inbox(), u"Hello");
+    const ComPtr<IMessage> mine = mailbox.OpenMessage(id);
+    ASSERT_EQ(TextOf(*mine, PR_SUBJECT_W), u"Hello");
+    mailbox.ChangeSubject(id, u"Theirs");
+
+    ASSERT_EQ(SetText(*mine, PR_SUBJECT_W, u"Mine"), S_OK);
+    EXPECT_EQ(mine->SaveChanges(KEEP_OPEN_READWRITE), MAPI_E_OBJECT_CHANGED);
+    EXPECT_EQ(TextOf(*mailbox.OpenMessage(id, 0), PR_SUBJECT_W), u"Theirs");
+    EXPECT_EQ(mine->SaveChanges(FORCE_SAVE), S_OK);
+    EXPECT_EQ(TextOf(*mailbox.OpenMessage(id, 0), PR_SUBJECT_W), u"Mine");
+}
+
+TEST_F(StoreFolderTest, ASaveOfADeletedMessageFails)
+{
+    const BinaryValue id = mailbox.AddMessage(mailbox.Inbox(), u"Hello");
+    const ComPtr<IMessage> message = mailbox.OpenMessage(id);
+    ASSERT_EQ(SetText(*message, PR_SUBJECT_W, u"Other"), S_OK);
+    ASSERT_EQ(TestMailbox::Delete(mailbox.Inbox(), id), S_OK);
+
+    EXPECT_EQ(message->SaveChanges(0), MAPI_E_OBJECT_DELETED);
+}
+
+TEST_F(StoreFolderTest, ADeletedMessageCantBeOpened)
+{
+    BinaryValue id = mailbox.AddMessage(mailbox.Inbox(), u"Hello");
+    ASSERT_EQ(TestMailbox::Delete(mailbox.Inbox(), id), S_OK);
+
+    ComPtr<IMessage> message;
+    ULONG type = 0;
+    EXPECT_EQ(mailbox.Store().OpenEntry(static_cast<ULONG>(id.size()), reinterpret_cast<LPENTRYID>(id.data()),
+                                        nullptr, 0, &type, message.PutUnknown()),
+              MAPI_E_NOT_FOUND);
+    EXPECT_EQ(TestMailbox::Delete(mailbox.Inbox(), id), MAPI_W_PARTIAL_COMPLETION);
+}
+
+TEST_F(StoreFolderTest, AMovedMessageKeepsItsIdentifierAndTime)
+{
+    const ComPtr<IMAPIFolder> other = mailbox.MakeFolder(mailbox.Inbox(), "Other");
+    BinaryValue id = mailbox.AddMessage(mailbox.Inbox(), u"Hello");
+    const std::uint64_t time = TimeOf(*mailbox.OpenMessage(id, 0), PR_LAST_MODIFICATION_TIME);
+    SBinary one = AsBinary(id);
+    ENTRYLIST list{1, &one};
+
+    ASSERT_EQ(mailbox.Inbox().CopyMessages(&list, nullptr, other.Get(), 0, nullptr, MESSAGE_MOVE), S_OK);
+
+    EXPECT_TRUE(SubjectsOf(*ContentsOf(mailbox.Inbox())).empty());
+    EXPECT_EQ(SubjectsOf(*ContentsOf(*other)), std::vector<std::u16string>{u"Hello"});
+    const ComPtr<IMessage> moved = mailbox.OpenMessage(id, 0);
+    EXPECT_EQ(TimeOf(*moved, PR_LAST_MODIFICATION_TIME), time);
+    EXPECT_EQ(BinaryOf(*moved, PR_PARENT_ENTRYID), BinaryOf(*other, PR_ENTRYID));
+}
+
+TEST_F(StoreFolderTest, ACopyHasAnIdentifierOfItsOwnAndTheSearchKey)
+{
+    BinaryValue id = mailbox.AddMessage(mailbox.Inbox(), u"Hello");
+    SBinary one = AsBinary(id);
+    ENTRYLIST list{1, &one};
+
+    ASSERT_EQ(mailbox.Inbox().CopyMessages(&list, nullptr, &mailbox.Inbox(), 0, nullptr, 0), S_OK);
+
+    RowSet rows;
+    ASSERT_EQ(ContentsOf(mailbox.Inbox())->QueryRows(10, 0, rows.Put()), S_OK);
+    ASSERT_EQ(rows.size(), 2u);
+    EXPECT_NE(BinaryOf(rows[0], PR_ENTRYID), BinaryOf(rows[1], PR_ENTRYID));
+    EXPECT_EQ(BinaryOf(rows[0], PR_SEARCH_KEY), BinaryOf(rows[1], PR_SEARCH_KEY));
+    EXPECT_EQ(TextOf(*mailbox.OpenMessage(BinaryOf(rows[1], PR_ENTRYID), 0), PR_SUBJECT_W), u"Hello");
+}
+
+TEST_F(StoreFolderTest, AMessageMovesToAFolderOfAnotherStore)
+{
+    TestMailbox elsewhere;
+    BinaryValue id = mailbox.AddMessage(mailbox.Inbox(), u"Hello");
+    SBinary one = AsBinary(id);
+    ENTRYLIST list{1, &one};
+
+    ASSERT_EQ(mailbox.Inbox().CopyMessages(&list, nullptr, &elsewhere.Inbox(), 0, nullptr, MESSAGE_MOVE),
+              S_OK);
+
+    EXPECT_TRUE(SubjectsOf(*ContentsOf(mailbox.Inbox())).empty());
+    EXPECT_EQ(SubjectsOf(*ContentsOf(elsewhere.Inbox())), std::vector<std::u16string>{u"Hello"});
+}
+
+TEST_F(StoreFolderTest, AFolderNameIsTakenWhateverItsCase)
+{
+    const ComPtr<IMAPIFolder> first = mailbox.MakeFolder(mailbox.Inbox(), "Plans");
+    char name[] = "PLANS";
+    ComPtr<IMAPIFolder> second;
+
+    EXPECT_EQ(mailbox.Inbox().CreateFolder(FOLDER_GENERIC, name, nullptr, nullptr, 0, second.Put()),
+              MAPI_E_COLLISION);
+    ASSERT_EQ(
+        mailbox.Inbox().CreateFolder(FOLDER_GENERIC, name, nullptr, nullptr, OPEN_IF_EXISTS, second.Put()),
+        S_OK);
+    EXPECT_EQ(BinaryOf(*first, PR_ENTRYID), BinaryOf(*second, PR_ENTRYID));
+}
+
+TEST_F(StoreFolderTest, AFolderWithContentsIsDeletedOnlyWhenTold)
+{
+    const ComPtr<IMAPIFolder> folder = mailbox.MakeFolder(mailbox.Inbox(), "Plans");
+    const ComPtr<IMAPIFolder> below = mailbox.MakeFolder(*folder, "Old");
+    mailbox.AddMessage(*folder, u"Hello");
+    BinaryValue id = BinaryOf(*folder, PR_ENTRYID);
+    auto* const entry = reinterpret_cast<LPENTRYID>(id.data());
+    const auto size = static_cast<ULONG>(id.size());
+
+    EXPECT_EQ(mailbox.Inbox().DeleteFolder(size, entry, 0, nullptr, DEL_FOLDERS), MAPI_E_HAS_MESSAGES);
+    EXPECT_EQ(mailbox.Inbox().DeleteFolder(size, entry, 0, nullptr, DEL_MESSAGES), MAPI_E_HAS_FOLDERS);
+    EXPECT_EQ(mailbox.Inbox().DeleteFolder(size, entry, 0, nullptr, DEL_MESSAGES | DEL_FOLDERS), S_OK);
+    EXPECT_EQ(LongOf(*folder, PR_CONTENT_COUNT), -1);
+}
+
+TEST_F(StoreFolderTest, TheInboxCantBeDeleted)
+{
+    const ComPtr<IMAPIFolder> tree = mailbox.OpenFolder(BinaryOf(mailbox.Store(), PR_IPM_SUBTREE_ENTRYID));
+    BinaryValue id = BinaryOf(mailbox.Inbox(), PR_ENTRYID);
+
+    EXPECT_EQ(tree->DeleteFolder(static_cast<ULONG>(id.size()), reinterpret_cast<LPENTRYID>(id.data()), 0,
+                                 nullptr, DEL_MESSAGES | DEL_FOLDERS),
+              MAPI_E_NO_ACCESS);
+}
+
+TEST_F(StoreFolderTest, CountsFollowTheContents)
+{
+    BinaryValue read = mailbox.AddMessage(mailbox.Inbox(), u"Read");
+    mailbox.AddMessage(mailbox.Inbox(), u"Unread");
+    SBinary one = AsBinary(read);
+    ENTRYLIST list{1, &one};
+
+    ASSERT_EQ(mailbox.Inbox().SetReadFlags(&list, 0, nullptr, 0), S_OK);
+
+    EXPECT_EQ(LongOf(mailbox.Inbox(), PR_CONTENT_COUNT), 2);
+    EXPECT_EQ(LongOf(mailbox.Inbox(), PR_CONTENT_UNREAD), 1);
+    EXPECT_EQ(LongOf(*mailbox.OpenMessage(read, 0), PR_MESSAGE_FLAGS) & MSGFLAG_READ, MSGFLAG_READ);
+}
+
+TEST_F(StoreFolderTest, AChangeOfTheReadStateIsAChangeOfTheMessage)
+{
+    BinaryValue id = mailbox.AddMessage(mailbox.Inbox(), u"Hello");
+    const std::uint64_t before = TimeOf(*mailbox.OpenMessage(id, 0), PR_LAST_MODIFICATION_TIME);
+
+    ASSERT_EQ(mailbox.Inbox().SetReadFlags(nullptr, 0, nullptr, 0), S_OK);
+    const std::uint64_t after = TimeOf(*mailbox.OpenMessage(id, 0), PR_LAST_MODIFICATION_TIME);
+    EXPECT_GT(after, before);
+    ASSERT_EQ(mailbox.Inbox().SetReadFlags(nullptr, 0, nullptr, 0), S_OK);
+    EXPECT_EQ(TimeOf(*mailbox.OpenMessage(id, 0), PR_LAST_MODIFICATION_TIME), after);
+}
+
+TEST_F(StoreFolderTest, ARenamedFolderIsFoundUnderItsNewName)
+{
+    const ComPtr<IMAPIFolder> folder = mailbox.MakeFolder(mailbox.Inbox(), "Plans");
+
+    ASSERT_EQ(SetText(*folder, PR_DISPLAY_NAME_W, u"Pläne"), S_OK);
+
+    EXPECT_EQ(TextOf(*mailbox.OpenFolder(BinaryOf(*folder, PR_ENTRYID)), PR_DISPLAY_NAME_W), u"Pläne");
+}
+
+TEST_F(StoreFolderTest, AnEmptiedFolderKeepsItsAssociatedMessages)
+{
+    mailbox.AddMessage(mailbox.Inbox(), u"Hello");
+    mailbox.MakeFolder(mailbox.Inbox(), "Below");
+    ComPtr<IMessage> hidden;
+    ASSERT_EQ(mailbox.Inbox().CreateMessage(nullptr, MAPI_ASSOCIATED, hidden.Put()), S_OK);
+    ASSERT_EQ(SetText(*hidden, PR_SUBJECT_W, u"Settings"), S_OK);
+    ASSERT_EQ(hidden->SaveChanges(0), S_OK);
+
+    ASSERT_EQ(mailbox.Inbox().EmptyFolder(0, nullptr, 0), S_OK);
+
+    EXPECT_EQ(LongOf(mailbox.Inbox(), PR_CONTENT_COUNT), 0);
+    EXPECT_EQ(SubjectsOf(*ContentsOf(mailbox.Inbox(), MAPI_ASSOCIATED)),
+              std::vector<std::u16string>{u"Settings"});
+}
+
+}  // namespace
+}  // namespace quorvane

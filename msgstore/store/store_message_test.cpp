@@ -1,0 +1,361 @@
+#include "msgstore/store/store_message.h"
+
+#include <gtest/gtest.h>
+
+#include "msgstore/store/test_mailbox.h"
+
+namespace quorvane {
+namespace {
+
+using namespace quorvane::testing;
+
+constexpr std::size_t kLarge = 300 * 1000;
+
+BinaryValue Pattern(std::size_t size, BYTE seed = 0)
+{
+    BinaryValue bytes(size);
+    for (std::size_t i = 0; i < size; ++i)
+        bytes[i] = static_cast<BYTE>(i * 7 + i / 251 + seed);
+    return bytes;
+}
+
+void WriteStream(IMAPIProp& object, ULONG tag, const BinaryValue& bytes)
+{
+    ComPtr<IStream> stream;
+    ASSERT_EQ(object.OpenProperty(tag, &IID_IStream, 0, MAPI_CREATE | MAPI_MODIFY, stream.PutUnknown()),
+              S_OK);
+    ULONG written = 0;
+    ASSERT_EQ(stream->Write(bytes.data(), static_cast<ULONG>(bytes.size()), &written), S_OK);
+    ASSERT_EQ(stream->Commit(0), S_OK);
+}
+
+BinaryValue ReadStream(IMAPIProp& object, ULONG tag)
+{
+    ComPtr<IStream> stream;
+    if (FAILED(object.OpenProperty(tag, &IID_IStream, 0, 0, stream.PutUnknown())))
+        return {};
+    BinaryValue bytes;
+    BYTE buffer[10000];
+    ULONG read = 0;
+    while (SUCCEEDED(stream->Read(buffer, sizeof(buffer), &read)) && read != 0)
+        bytes.insert(bytes.end(), buffer, buffer + read);
+    return bytes;
+}
+
+class StoreMessageTest : public ::testing::Test {
+protected:
+    StoreMessageTest() { EXPECT_EQ(StoreCore::Open(mailbox.StorePath(), false, core), S_OK); }
+
+    std::int64_t Number(std::string_view sql)
+    {
+        std::int64_t number = -1;
+        EXPECT_EQ(core->Read([&](SqliteConnection& connection) {
+            SqliteRows rows = connection.Query(sql);
+            if (rows.Next())
+                number = rows.Int64(0);
+            return rows.Result();
+        }),
+                  S_OK);
+        return number;
+    }
+    std::int64_t CountRows(const std::string& table) { return Number("SELECT count(*) FROM " + table); }
+
+    ComPtr<IMessage> NewMessage()
+    {
+        ComPtr<IMessage> message;
+        EXPECT_EQ(mailbox.Inbox().CreateMessage(nullptr, 0, message.Put()), S_OK);
+        EXPECT_EQ(SetText(*message, PR_SUBJECT_W, u"Hello"), S_OK);
+        return message;
+    }
+    static ULONG AddAttachment(IMessage& message, const BinaryValue& data)
+    {
+        ULONG number = 0;
+        ComPtr<IAttach> attachment;
+        EXPECT_EQ(message.CreateAttach(nullptr, 0, &number, attachment.Put()), S_OK);
+        EXPECT_EQ(SetLong(*attachment, PR_ATTACH_METHOD, ATTACH_BY_VALUE), S_OK);
+        WriteStream(*attachment, PR_ATTACH_DATA_BIN, data);
+        EXPECT_EQ(attachment->SaveChanges(0), S_OK);
+        return number;
+    }
+    static BinaryValue AttachmentData(IMessage& message, ULONG number)
+    {
+        ComPtr<IAttach> attachment;
+        if (FAILED(message.OpenAttach(number, nullptr, 0, attachment.Put())))
+            return {};
+        return ReadStream(*attachment, PR_ATTACH_DATA_BIN);
+    }
+    static void EmbedMessage(IMessage& message, const std::u16string& subject, const BinaryValue& data)
+    {
+        ULONG number = 0;
+        ComPtr<IAttach> attachment;
+        ASSERT_EQ(message.CreateAttach(nullptr, 0, &number, attachment.Put()), S_OK);
+        ASSERT_EQ(SetLong(*attachment, PR_ATTACH_METHOD, ATTACH_EMBEDDED_MSG), S_OK);
+        ComPtr<IMessage> embedded;
+        ASSERT_EQ(attachment->OpenProperty(PR_ATTACH_DATA_OBJ, &IID_IMessage, 0, MAPI_CREATE | MAPI_MODIFY,
+                                           embedded.PutUnknown()),
+                  S_OK);
+        ASSERT_EQ(SetText(*embedded, PR_SUBJECT_W, subject), S_OK);
+        AddAttachment(*embedded, data);
+        ASSERT_EQ(embedded->SaveChanges(0), S_OK);
+        ASSERT_EQ(attachment->SaveChanges(0), S_OK);
+    }
+    static BinaryValue Save(IMessage& message)
+    {
+        EXPECT_EQ(message.SaveChanges(KEEP_OPEN_READWRITE), S_OK);
+        return BinaryOf(message, PR_ENTRYID);
+    }
+
+    TestMailbox mailbox;
+    std::shared_ptr<StoreCore> core;
+};
+
+TEST_F(StoreMessageTest, ALargeValueComesBackThroughAStream)
+{
+    const ComPtr<IMessage> message = NewMessage();
+    WriteStream(*message, kPrHtml, Pattern(kLarge));
+    const BinaryValue id = Save(*message);
+
+    EXPECT_EQ(ReadStream(*mailbox.OpenMessage(id, 0), kPrHtml), Pattern(kLarge));
+    EXPECT_EQ(CountRows("large_value"), 1);
+}
+
+TEST_F(StoreMessageTest, ALargeValueThatDidntChangeStaysInItsRows)
+{
+    const ComPtr<IMessage> message = NewMessage();
+    WriteStream(*message, kPrHtml, Pattern(kLarge));
+    const BinaryValue id = Save(*message);
+    const std::int64_t before = Number("SELECT id FROM large_value");
+
+    mailbox.ChangeSubject(id, u"Other");
+
+    EXPECT_EQ(Number("SELECT id FROM large_value"), before);
+    EXPECT_EQ(ReadStream(*mailbox.OpenMessage(id, 0), kPrHtml), Pattern(kLarge));
+}
+
+TEST_F(StoreMessageTest, AReplacedLargeValueLeavesNoRowsBehind)
+{
+    const ComPtr<IMessage> message = NewMessage();
+    WriteStream(*message, kPrHtml, Pattern(kLarge));
+    const BinaryValue id = Save(*message);
+
+    WriteStream(*message, kPrHtml, Pattern(kLarge / 2, 1));
+    Save(*message);
+
+    EXPECT_EQ(ReadStream(*mailbox.OpenMessage(id, 0), kPrHtml), Pattern(kLarge / 2, 1));
+    EXPECT_EQ(CountRows("large_value"), 1);
+    EXPECT_EQ(Number("SELECT sum(length(data)) FROM chunk"), static_cast<std::int64_t>(kLarge / 2));
+}
+
+TEST_F(StoreMessageTest, AttachmentsComeBackWholeUnderTheirNumbers)
+{
+    const ComPtr<IMessage> message = NewMessage();
+    const ULONG large = AddAttachment(*message, Pattern(kLarge));
+    const ULONG small = AddAttachment(*message, Pattern(10));
+    const BinaryValue id = Save(*message);
+
+    const ComPtr<IMessage> opened = mailbox.OpenMessage(id, 0);
+
+    EXPECT_EQ(AttachmentData(*opened, large), Pattern(kLarge));
+    EXPECT_EQ(AttachmentData(*opened, small), Pattern(10));
+    EXPECT_EQ(LongOf(*opened, PR_MESSAGE_FLAGS) & MSGFLAG_HASATTACH, static_cast<LONG>(MSGFLAG_HASATTACH));
+}
+
+TEST_F(StoreMessageTest, AnAttachmentThatDidntChangeKeepsItsPart)
+{
+    const ComPtr<IMessage> message = NewMessage();
+    const ULONG first = AddAttachment(*message, Pattern(kLarge));
+    const BinaryValue id = Save(*message);
+    const std::int64_t part = Number("SELECT id FROM part WHERE parent_id != 0");
+
+    const ComPtr<IMessage> opened = mailbox.OpenMessage(id);
+    AddAttachment(*opened, Pattern(20));
+    Save(*opened);
+
+    EXPECT_EQ(Number("SELECT id FROM part WHERE parent_id != 0 ORDER BY number"), part);
+    EXPECT_EQ(AttachmentData(*mailbox.OpenMessage(id, 0), first), Pattern(kLarge));
+}
+
+TEST_F(StoreMessageTest, AChangedAttachmentKeepsItsNumberAndItsUnchangedData)
+{
+    const ComPtr<IMessage> message = NewMessage();
+    const ULONG number = AddAttachment(*message, Pattern(kLarge));
+    const BinaryValue id = Save(*message);
+    const std::int64_t value = Number("SELECT id FROM large_value");
+
+    const ComPtr<IMessage> opened = mailbox.OpenMessage(id);
+    ComPtr<IAttach> attachment;
+    ASSERT_EQ(opened->OpenAttach(number, nullptr, MAPI_MODIFY, attachment.Put()), S_OK);
+    ASSERT_EQ(SetText(*attachment, PR_ATTACH_LONG_FILENAME_W, u"plan.pdf"), S_OK);
+    ASSERT_EQ(attachment->SaveChanges(0), S_OK);
+    Save(*opened);
+
+    EXPECT_EQ(Number("SELECT id FROM large_value"), value);
+    const ComPtr<IMessage> again = mailbox.OpenMessage(id, 0);
+    EXPECT_EQ(AttachmentData(*again, number), Pattern(kLarge));
+    EXPECT_EQ(CountRows("part"), 2);
+}
+
+TEST_F(StoreMessageTest, ADeletedAttachmentLeavesNothingBehind)
+{
+    const ComPtr<IMessage> message = NewMessage();
+    const ULONG first = AddAttachment(*message, Pattern(kLarge));
+    EmbedMessage(*message, u"Inner", Pattern(kLarge, 3));
+    const BinaryValue id = Save(*message);
+    ASSERT_EQ(CountRows("large_value"), 2);
+
+    const ComPtr<IMessage> opened = mailbox.OpenMessage(id);
+    ASSERT_EQ(opened->DeleteAttach(first, 0, nullptr, 0), S_OK);
+    ASSERT_EQ(opened->DeleteAttach(first + 1, 0, nullptr, 0), S_OK);
+    Save(*opened);
+
+    EXPECT_EQ(CountRows("part"), 1);
+    EXPECT_EQ(CountRows("large_value"), 0);
+    EXPECT_EQ(CountRows("chunk"), 0);
+}
+
+TEST_F(StoreMessageTest, AnEmbeddedMessageOpensWithItsAttachments)
+{
+    const ComPtr<IMessage> message = NewMessage();
+    EmbedMessage(*message, u"Inner", Pattern(kLarge, 3));
+    const BinaryValue id = Save(*message);
+
+    ComPtr<IAttach> attachment;
+    ASSERT_EQ(mailbox.OpenMessage(id, 0)->OpenAttach(0, nullptr, 0, attachment.Put()), S_OK);
+    ComPtr<IMessage> embedded;
+    ASSERT_EQ(attachment->OpenProperty(PR_ATTACH_DATA_OBJ, &IID_IMessage, 0, 0, embedded.PutUnknown()), S_OK);
+
+    EXPECT_EQ(TextOf(*embedded, PR_SUBJECT_W), u"Inner");
+    EXPECT_EQ(AttachmentData(*embedded, 0), Pattern(kLarge, 3));
+}
+
+TEST_F(StoreMessageTest, ACopiedMessageHasAllItsPartsAndADeletedOneNone)
+{
+    const ComPtr<IMessage> message = NewMessage();
+    WriteStream(*message, kPrHtml, Pattern(kLarge));
+    const ULONG number = AddAttachment(*message, Pattern(kLarge, 1));
+    EmbedMessage(*message, u"Inner", Pattern(kLarge, 3));
+    BinaryValue id = Save(*message);
+    SBinary one{static_cast<ULONG>(id.size()), id.data()};
+    ENTRYLIST list{1, &one};
+    ASSERT_EQ(mailbox.Inbox().CopyMessages(&list, nullptr, &mailbox.Inbox(), 0, nullptr, 0), S_OK);
+    ASSERT_EQ(TestMailbox::Delete(mailbox.Inbox(), id), S_OK);
+
+    RowSet rows;
+    ASSERT_EQ(ContentsOf(mailbox.Inbox())->QueryRows(2, 0, rows.Put()), S_OK);
+    ASSERT_EQ(rows.size(), 1u);
+    const BinaryValue copyId = BinaryOf(rows[0], PR_ENTRYID);
+    const ComPtr<IMessage> copy = mailbox.OpenMessage(copyId, 0);
+    EXPECT_EQ(ReadStream(*copy, kPrHtml), Pattern(kLarge));
+    EXPECT_EQ(AttachmentData(*copy, number), Pattern(kLarge, 1));
+    EXPECT_EQ(CountRows("large_value"), 3);
+
+    ASSERT_EQ(TestMailbox::Delete(mailbox.Inbox(), copyId), S_OK);
+    for (const char* const table : {"message", "part", "large_value", "chunk"})
+        EXPECT_EQ(CountRows(table), 0) << table;
+}
+
+TEST_F(StoreMessageTest, AnAttachmentReadAfterSomeoneReplacedItIsTheOldOneOrFails)
+{
+    const ComPtr<IMessage> message = NewMessage();
+    const ULONG number = AddAttachment(*message, Pattern(kLarge));
+    const BinaryValue id = Save(*message);
+    const ComPtr<IMessage> old = mailbox.OpenMessage(id, 0);
+    ComPtr<IAttach> attachment;
+    ASSERT_EQ(old->OpenAttach(number, nullptr, 0, attachment.Put()), S_OK);
+    ComPtr<IStream> stream;
+    ASSERT_EQ(attachment->OpenProperty(PR_ATTACH_DATA_BIN, &IID_IStream, 0, 0, stream.PutUnknown()), S_OK);
+
+    const ComPtr<IMessage> opened = mailbox.OpenMessage(id);
+    ASSERT_EQ(opened->DeleteAttach(number, 0, nullptr, 0), S_OK);
+    AddAttachment(*opened, Pattern(kLarge, 9));
+    Save(*opened);
+
+    BYTE byte = 0;
+    ULONG read = 0;
+    EXPECT_EQ(stream->Read(&byte, 1, &read), MAPI_E_OBJECT_CHANGED);
+    EXPECT_EQ(read, 0u);
+}
+
+TEST_F(StoreMessageTest, RecipientsComeBackInOrder)
+{
+    const ComPtr<IMessage> message = NewMessage();
+    SPropValue values[2][2] = {};
+    const LPWSTR names[] = {const_cast<LPWSTR>(u"Zoe"), const_cast<LPWSTR>(u"Adam")};
+    std::vector<BYTE> memory(CbNewADRLIST(2));
+    auto* const list = reinterpret_cast<LPADRLIST>(memory.data());
+    list->cEntries = 2;
+    for (int i = 0; i < 2; ++i) {
+        values[i][0].ulPropTag = PR_DISPLAY_NAME_W;
+        values[i][0].Value.lpszW = names[i];
+        values[i][1].ulPropTag = PR_RECIPIENT_TYPE;
+        values[i][1].Value.l = MAPI_TO;
+        list->aEntries[i] = {0, 2, values[i]};
+    }
+    ASSERT_EQ(message->ModifyRecipients(MODRECIP_ADD, list), S_OK);
+    const BinaryValue id = Save(*message);
+
+    const ComPtr<IMessage> opened = mailbox.OpenMessage(id, 0);
+    ComPtr<IMAPITable> table;
+    ASSERT_EQ(opened->GetRecipientTable(MAPI_UNICODE, table.Put()), S_OK);
+    RowSet rows;
+    ASSERT_EQ(table->QueryRows(10, 0, rows.Put()), S_OK);
+    ASSERT_EQ(rows.size(), 2u);
+    EXPECT_EQ(TextOf(rows[0], PR_DISPLAY_NAME_W), u"Zoe");
+    EXPECT_EQ(TextOf(rows[1], PR_DISPLAY_NAME_W), u"Adam");
+    EXPECT_EQ(TextOf(*opened, PR_DISPLAY_TO_W), u"Zoe; Adam");
+}
+
+TEST_F(StoreMessageTest, NamedPropertiesKeepTheirIdentifiersAcrossSessions)
+{
+    GUID set = PS_PUBLIC_STRINGS;
+    MAPINAMEID name{};
+    name.lpguid = &set;
+    name.ulKind = MNID_STRING;
+    name.Kind.lpwstrName = const_cast<LPWSTR>(u"Sharing");
+    LPMAPINAMEID names[] = {&name};
+    MapiBuffer<SPropTagArray> first;
+    ASSERT_EQ(NewMessage()->GetIDsFromNames(1, names, MAPI_CREATE, first.Put()), S_OK);
+    EXPECT_GE(PROP_ID(first->aulPropTag[0]), kFirstNamedId);
+    core.reset();
+    mailbox.LogOff();
+    mailbox.LogOn();
+
+    MapiBuffer<SPropTagArray> second;
+    ASSERT_EQ(NewMessage()->GetIDsFromNames(1, names, 0, second.Put()), S_OK);
+    EXPECT_EQ(PROP_ID(second->aulPropTag[0]), PROP_ID(first->aulPropTag[0]));
+}
+
+TEST_F(StoreMessageTest, AMessageOfADeletedFolderCantBeSaved)
+{
+    const ComPtr<IMAPIFolder> folder = mailbox.MakeFolder(mailbox.Inbox(), "Gone");
+    ComPtr<IMessage> message;
+    ASSERT_EQ(folder->CreateMessage(nullptr, 0, message.Put()), S_OK);
+    ASSERT_EQ(SetText(*message, PR_SUBJECT_W, u"Hello"), S_OK);
+    BinaryValue id = BinaryOf(*folder, PR_ENTRYID);
+    ASSERT_EQ(mailbox.Inbox().DeleteFolder(static_cast<ULONG>(id.size()),
+                                           reinterpret_cast<LPENTRYID>(id.data()), 0, nullptr, 0),
+              S_OK);
+
+    EXPECT_EQ(message->SaveChanges(0), MAPI_E_OBJECT_DELETED);
+    EXPECT_EQ(CountRows("message"), 0);
+}
+
+TEST_F(StoreMessageTest, ASavedMessageIsSeenInItsFoldersTableByItsColumns)
+{
+    const ComPtr<IMessage> message = NewMessage();
+    ASSERT_EQ(SetText(*message, PR_SENDER_NAME_W, u"Zoe"), S_OK);
+    AddAttachment(*message, Pattern(10));
+    Save(*message);
+
+    RowSet rows;
+    ASSERT_EQ(ContentsOf(mailbox.Inbox(), MAPI_UNICODE)->QueryRows(1, 0, rows.Put()), S_OK);
+    ASSERT_EQ(rows.size(), 1u);
+    EXPECT_EQ(TextOf(rows[0], PR_SENDER_NAME_W), u"Zoe");
+    EXPECT_EQ(TextOf(rows[0], PR_NORMALIZED_SUBJECT_W), u"Hello");
+    EXPECT_NE(PpropFindProp(rows[0].lpProps, rows[0].cValues, PR_HASATTACH)->Value.b, 0);
+    EXPECT_EQ(PpropFindProp(rows[0].lpProps, rows[0].cValues, PR_MESSAGE_SIZE)->Value.l,
+              LongOf(*message, PR_MESSAGE_SIZE));
+}
+
+}  // namespace
+}  // namespace quorvane

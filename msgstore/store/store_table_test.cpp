@@ -1,0 +1,255 @@
+#include "msgstore/store/store_table.h"
+
+#include <gtest/gtest.h>
+
+#include "msgstore/store/test_mailbox.h"
+
+namespace quorvane {
+namespace {
+
+using namespace quorvane::testing;
+using Subjects = std::vector<std::u16string>;
+
+class StoreTableTest : public ::testing::Test {
+protected:
+    void AddMessages(int count)
+    {
+        for (int i = 0; i < count; ++i)
+            ids.push_back(mailbox.AddMessage(mailbox.Inbox(), Numbered(i), MAPI_DEFERRED_ERRORS));
+    }
+    static std::u16string Numbered(int i)
+    {
+        return {u'm', static_cast<char16_t>(u'0' + i / 10), static_cast<char16_t>(u'0' + i % 10)};
+    }
+    static Subjects Read(IMAPITable& table, LONG count, ULONG flags = 0)
+    {
+        RowSet rows;
+        EXPECT_EQ(table.QueryRows(count, flags, rows.Put()), S_OK);
+        Subjects subjects;
+        for (const SRow& row : rows)
+            subjects.push_back(TextOf(row, PR_SUBJECT_W));
+        return subjects;
+    }
+    static void ShowSubjects(IMAPITable& table)
+    {
+        SizedSPropTagArray(1, columns) = {1, {PR_SUBJECT_W}};
+        ASSERT_EQ(table.SetColumns(reinterpret_cast<LPSPropTagArray>(&columns), 0), S_OK);
+    }
+    ComPtr<IMAPITable> SubjectTable()
+    {
+        ComPtr<IMAPITable> table = ContentsOf(mailbox.Inbox());
+        ShowSubjects(*table);
+        return table;
+    }
+    static ULONG PositionOf(IMAPITable& table)
+    {
+        ULONG row = 0;
+        ULONG numerator = 0;
+        ULONG denominator = 0;
+        EXPECT_EQ(table.QueryPosition(&row, &numerator, &denominator), S_OK);
+        return row;
+    }
+
+    TestMailbox mailbox;
+    std::vector<BinaryValue> ids;
+};
+
+TEST_F(StoreTableTest, RowsComeInBatchesUntilTheEnd)
+{
+    AddMessages(5);
+    const ComPtr<IMAPITable> table = SubjectTable();
+
+    EXPECT_EQ(Read(*table, 2), (Subjects{u"m00", u"m01"}));
+    EXPECT_EQ(Read(*table, 2, TBL_NOADVANCE), (Subjects{u"m02", u"m03"}));
+    EXPECT_EQ(Read(*table, 2), (Subjects{u"m02", u"m03"}));
+    EXPECT_EQ(Read(*table, 2), (Subjects{u"m04"}));
+    EXPECT_TRUE(Read(*table, 2).empty());
+}
+
+TEST_F(StoreTableTest, RowsBeforeTheCursorAreReadBackwards)
+{
+    AddMessages(5);
+    const ComPtr<IMAPITable> table = SubjectTable();
+    ASSERT_EQ(table->SeekRow(BOOKMARK_END, 0, nullptr), S_OK);
+
+    EXPECT_EQ(Read(*table, -2), (Subjects{u"m03", u"m04"}));
+    EXPECT_EQ(PositionOf(*table), 3u);
+    EXPECT_EQ(Read(*table, INT32_MIN), (Subjects{u"m00", u"m01", u"m02"}));
+    EXPECT_EQ(PositionOf(*table), 0u);
+}
+
+TEST_F(StoreTableTest, TheDefaultColumnsHoldWhatARowIsKnownBy)
+{
+    AddMessages(1);
+    RowSet rows;
+    ASSERT_EQ(ContentsOf(mailbox.Inbox())->QueryRows(1, 0, rows.Put()), S_OK);
+
+    ASSERT_EQ(rows.size(), 1u);
+    EXPECT_EQ(BinaryOf(rows[0], PR_ENTRYID), ids[0]);
+    for (const ULONG tag :
+         {PR_INSTANCE_KEY, PR_RECORD_KEY, PR_MESSAGE_FLAGS, PR_MESSAGE_SIZE, PR_LAST_MODIFICATION_TIME,
+          PR_HASATTACH, PR_DISPLAY_TO_A, PR_SUBJECT_A, PR_MESSAGE_CLASS_A})
+        EXPECT_TRUE(PpropFindProp(rows[0].lpProps, rows[0].cValues, tag)) << std::hex << tag;
+}
+
+TEST_F(StoreTableTest, AColumnOfAnyPropertyCanBeShown)
+{
+    AddMessages(1);
+    const ComPtr<IMessage> message = mailbox.OpenMessage(ids[0]);
+    ASSERT_EQ(SetText(*message, PR_BODY_W, u"The text"), S_OK);
+    ASSERT_EQ(message->SaveChanges(0), S_OK);
+    const ComPtr<IMAPITable> table = ContentsOf(mailbox.Inbox());
+    SizedSPropTagArray(3, columns) = {3, {PR_BODY_W, PR_PARENT_ENTRYID, PR_EXPIRY_TIME}};
+    ASSERT_EQ(table->SetColumns(reinterpret_cast<LPSPropTagArray>(&columns), 0), S_OK);
+
+    RowSet rows;
+    ASSERT_EQ(table->QueryRows(1, 0, rows.Put()), S_OK);
+
+    EXPECT_EQ(TextOf(rows[0], PR_BODY_W), u"The text");
+    EXPECT_EQ(BinaryOf(rows[0], PR_PARENT_ENTRYID), BinaryOf(mailbox.Inbox(), PR_ENTRYID));
+    EXPECT_EQ(PROP_TYPE(rows[0].lpProps[2].ulPropTag), PT_ERROR);
+    EXPECT_EQ(rows[0].lpProps[2].Value.err, MAPI_E_NOT_FOUND);
+}
+
+TEST_F(StoreTableTest, ATableSortsByItsColumns)
+{
+    for (const auto* const subject : {u"pear", u"Apple", u"fig"})
+        mailbox.AddMessage(mailbox.Inbox(), subject);
+    const ComPtr<IMAPITable> table = SubjectTable();
+    SizedSSortOrderSet(1, order) = {1, 0, 0, {{PR_SUBJECT_W, TABLE_SORT_ASCEND}}};
+
+    ASSERT_EQ(table->SortTable(reinterpret_cast<LPSSortOrderSet>(&order), 0), S_OK);
+    EXPECT_EQ(Read(*table, 10), (Subjects{u"Apple", u"fig", u"pear"}));
+    order.aSort[0].ulOrder = TABLE_SORT_DESCEND;
+    ASSERT_EQ(table->SortTable(reinterpret_cast<LPSSortOrderSet>(&order), 0), S_OK);
+    EXPECT_EQ(Read(*table, 10), (Subjects{u"pear", u"fig", u"Apple"}));
+}
+
+TEST_F(StoreTableTest, ANewRowOfASortedTableTakesItsPlace)
+{
+    mailbox.AddMessage(mailbox.Inbox(), u"a");
+    const BinaryValue last = mailbox.AddMessage(mailbox.Inbox(), u"z");
+    const ComPtr<IMAPITable> table = SubjectTable();
+    SizedSSortOrderSet(1, order) = {1, 0, 0, {{PR_SUBJECT_W, TABLE_SORT_ASCEND}}};
+    ASSERT_EQ(table->SortTable(reinterpret_cast<LPSSortOrderSet>(&order), 0), S_OK);
+    ASSERT_EQ(Read(*table, 10, TBL_NOADVANCE).size(), 2u);
+
+    mailbox.AddMessage(mailbox.Inbox(), u"m");
+    EXPECT_EQ(Read(*table, 10, TBL_NOADVANCE), (Subjects{u"a", u"m", u"z"}));
+    mailbox.ChangeSubject(last, u"b");
+    EXPECT_EQ(Read(*table, 10, TBL_NOADVANCE), (Subjects{u"a", u"b", u"m"}));
+}
+
+TEST_F(StoreTableTest, ARestrictionHidesRowsAndFollowsChanges)
+{
+    AddMessages(3);
+    const ComPtr<IMAPITable> table = SubjectTable();
+    SPropValue wanted{};
+    wanted.ulPropTag = PR_SUBJECT_W;
+    wanted.Value.lpszW = const_cast<LPWSTR>(u"m01");
+    SRestriction restriction{};
+    restriction.rt = RES_PROPERTY;
+    restriction.res.resProperty = {RELOP_EQ, PR_SUBJECT_W, &wanted};
+
+    ASSERT_EQ(table->Restrict(&restriction, 0), S_OK);
+    EXPECT_EQ(Read(*table, 10, TBL_NOADVANCE), (Subjects{u"m01"}));
+    mailbox.ChangeSubject(ids[0], u"m01");
+    mailbox.ChangeSubject(ids[1], u"gone");
+    ASSERT_EQ(table->SeekRow(BOOKMARK_BEGINNING, 0, nullptr), S_OK);
+    EXPECT_EQ(Read(*table, 10, TBL_NOADVANCE), (Subjects{u"m01"}));
+    ASSERT_EQ(table->Restrict(nullptr, 0), S_OK);
+    EXPECT_EQ(Read(*table, 10).size(), 3u);
+}
+
+TEST_F(StoreTableTest, FindRowGoesEitherWay)
+{
+    AddMessages(4);
+    const ComPtr<IMAPITable> table = SubjectTable();
+    SPropValue wanted{};
+    wanted.ulPropTag = PR_SUBJECT_W;
+    wanted.Value.lpszW = const_cast<LPWSTR>(u"m02");
+    SRestriction restriction{};
+    restriction.rt = RES_PROPERTY;
+    restriction.res.resProperty = {RELOP_EQ, PR_SUBJECT_W, &wanted};
+
+    ASSERT_EQ(table->FindRow(&restriction, BOOKMARK_BEGINNING, 0), S_OK);
+    EXPECT_EQ(PositionOf(*table), 2u);
+    ASSERT_EQ(table->FindRow(&restriction, BOOKMARK_END, DIR_BACKWARD), S_OK);
+    EXPECT_EQ(PositionOf(*table), 2u);
+    ASSERT_EQ(table->SeekRow(BOOKMARK_CURRENT, 1, nullptr), S_OK);
+    EXPECT_EQ(table->FindRow(&restriction, BOOKMARK_CURRENT, 0), MAPI_E_NOT_FOUND);
+}
+
+TEST_F(StoreTableTest, ABookmarkStaysWithItsRow)
+{
+    AddMessages(4);
+    const ComPtr<IMAPITable> table = SubjectTable();
+    ASSERT_EQ(table->SeekRow(BOOKMARK_BEGINNING, 2, nullptr), S_OK);
+    BOOKMARK bookmark = 0;
+    ASSERT_EQ(table->CreateBookmark(&bookmark), S_OK);
+
+    ASSERT_EQ(TestMailbox::Delete(mailbox.Inbox(), ids[0]), S_OK);
+    ASSERT_EQ(table->SeekRow(bookmark, 0, nullptr), S_OK);
+    EXPECT_EQ(Read(*table, 1), (Subjects{u"m02"}));
+
+    ASSERT_EQ(TestMailbox::Delete(mailbox.Inbox(), ids[2]), S_OK);
+    EXPECT_EQ(table->SeekRow(bookmark, 0, nullptr), MAPI_W_POSITION_CHANGED);
+    EXPECT_EQ(Read(*table, 1), (Subjects{u"m03"}));
+
+    ASSERT_EQ(table->FreeBookmark(bookmark), S_OK);
+    EXPECT_EQ(table->SeekRow(bookmark, 0, nullptr), MAPI_E_INVALID_BOOKMARK);
+}
+
+TEST_F(StoreTableTest, ACursorInTheMiddleNeitherSkipsNorRepeatsRows)
+{
+    AddMessages(6);
+    const ComPtr<IMAPITable> table = SubjectTable();
+    ASSERT_EQ(Read(*table, 3), (Subjects{u"m00", u"m01", u"m02"}));
+
+    ASSERT_EQ(TestMailbox::Delete(mailbox.Inbox(), ids[1]), S_OK);
+    ASSERT_EQ(TestMailbox::Delete(mailbox.Inbox(), ids[4]), S_OK);
+    mailbox.AddMessage(mailbox.Inbox(), u"new");
+
+    EXPECT_EQ(Read(*table, 10), (Subjects{u"m03", u"m05", u"new"}));
+}
+
+TEST_F(StoreTableTest, ShortTermIdentifiersComeOnlyFromTables)
+{
+    TestMailbox other(true);
+    const BinaryValue longTerm = other.AddMessage(other.Inbox(), u"Hello");
+    RowSet rows;
+    ASSERT_EQ(ContentsOf(other.Inbox())->QueryRows(1, 0, rows.Put()), S_OK);
+    BinaryValue shortTerm = BinaryOf(rows[0], PR_ENTRYID);
+
+    EXPECT_EQ(longTerm[0], 0);
+    ASSERT_FALSE(shortTerm.empty());
+    EXPECT_NE(shortTerm[0], 0);
+    EXPECT_EQ(BinaryOf(*other.OpenMessage(shortTerm, 0), PR_ENTRYID), longTerm);
+    BinaryValue copy = longTerm;
+    ULONG same = FALSE;
+    ASSERT_EQ(other.Session().CompareEntryIDs(static_cast<ULONG>(copy.size()),
+                                              reinterpret_cast<LPENTRYID>(copy.data()),
+                                              static_cast<ULONG>(shortTerm.size()),
+                                              reinterpret_cast<LPENTRYID>(shortTerm.data()), 0, &same),
+              S_OK);
+    EXPECT_EQ(same, static_cast<ULONG>(TRUE));
+}
+
+TEST_F(StoreTableTest, AHierarchyTableShowsTheFoldersBelow)
+{
+    const ComPtr<IMAPIFolder> a = mailbox.MakeFolder(mailbox.Inbox(), "A");
+    mailbox.MakeFolder(*a, "B");
+    ComPtr<IMAPITable> table;
+    ASSERT_EQ(mailbox.Inbox().GetHierarchyTable(CONVENIENT_DEPTH, table.Put()), S_OK);
+
+    RowSet rows;
+    ASSERT_EQ(table->QueryRows(10, 0, rows.Put()), S_OK);
+
+    ASSERT_EQ(rows.size(), 2u);
+    EXPECT_EQ(PpropFindProp(rows[0].lpProps, rows[0].cValues, PR_DEPTH)->Value.l, 1);
+    EXPECT_EQ(PpropFindProp(rows[1].lpProps, rows[1].cValues, PR_DEPTH)->Value.l, 2);
+    EXPECT_STREQ(PpropFindProp(rows[1].lpProps, rows[1].cValues, PR_DISPLAY_NAME_A)->Value.lpszA, "B");
+}
+
+}  // namespace
+}  // namespace quorvane

@@ -1,0 +1,50 @@
+// msgstore/store/table_source.h: what a table of the store shows.
+#ifndef QUORVANE_MSGSTORE_STORE_TABLE_SOURCE_H_
+#define QUORVANE_MSGSTORE_STORE_TABLE_SOURCE_H_
+
+#include <memory>
+#include <vector>
+
+#include "msgstore/store/change_log.h"
+#include "msgstore/store/store_core.h"
+#include "msgstore/table/restriction.h"
+
+namespace quorvane {
+
+// Reads rows one after the other, on one connection, within one transaction.
+class RowReader : public PropertyLookup {
+public:
+    virtual ~RowReader() = default;
+    // Goes to a row. S_FALSE: the table doesn't hold it.
+    [[nodiscard]] virtual HRESULT MoveTo(std::int64_t id) = 0;
+    // The failure of reading values since the last call; S_OK when there was none.
+    [[nodiscard]] virtual HRESULT TakeFailure() noexcept = 0;
+};
+
+// The rows of a table before any restriction, and their properties. Immutable; any thread may call.
+class TableSource {
+public:
+    virtual ~TableSource() = default;
+    // The numbers of all rows, ascending.
+    [[nodiscard]] virtual HRESULT ListRows(SqliteConnection& connection,
+                                           std::vector<std::int64_t>& ids) const = 0;
+    virtual std::unique_ptr<RowReader> MakeReader(SqliteConnection& connection) const = 0;
+    // Appends the rows that a change may have added, altered or removed.
+    virtual void AppendAffected(const Change& change, std::vector<std::int64_t>& ids) const = 0;
+    // At least five, text among them as PT_UNICODE.
+    virtual const std::vector<ULONG>& DefaultColumns() const noexcept = 0;
+};
+
+// The messages of a folder: the ordinary ones or the associated ones.
+std::unique_ptr<TableSource> MakeContentsSource(const StoreCore& core, std::int64_t folderId, bool associated,
+                                                bool shortTermIds);
+
+// The folders below a folder, with their depth counted from 1; only those right below unless `deep`.
+std::unique_ptr<TableSource> MakeHierarchySource(const StoreCore& core, std::int64_t folderId, bool deep);
+
+// PR_INSTANCE_KEY of a row.
+Bytes InstanceKey(std::int64_t id);
+
+}  // namespace quorvane
+
+#endif  // QUORVANE_MSGSTORE_STORE_TABLE_SOURCE_H_

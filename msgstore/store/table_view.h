@@ -1,0 +1,89 @@
+// msgstore/store/table_view.h: a table of the store that follows its folder.
+//
+// A view reads the changes since it last looked at every call, and so does its subscription: what a sink is
+// told is exactly how the rows that calls give changed.
+//
+// Threading: any thread may call; one lock a view, under which the store is read and nobody is called.
+#ifndef QUORVANE_MSGSTORE_STORE_TABLE_VIEW_H_
+#define QUORVANE_MSGSTORE_STORE_TABLE_VIEW_H_
+
+#include <functional>
+#include <memory>
+#include <vector>
+
+#include "msgstore/store/notification_hub.h"
+#include "msgstore/store/row_order.h"
+#include "msgstore/store/table_source.h"
+
+namespace quorvane {
+
+class PendingEvents;
+class TableEvents;
+
+class TableView final : public std::enable_shared_from_this<TableView> {
+public:
+    // unicode  how text is given out that the caller didn't name a type for.
+    TableView(std::shared_ptr<StoreCore> core, std::unique_ptr<TableSource> source, bool unicode);
+    ~TableView();
+
+    const std::shared_ptr<StoreCore>& Core() const noexcept { return core_; }
+
+    // The methods of IMAPITable; parameters have been checked.
+    void SetColumns(std::vector<ULONG> columns);
+    std::vector<ULONG> Columns();
+    std::vector<ULONG> AllColumns() const;
+    [[nodiscard]] HRESULT CountRows(ULONG& count);
+    [[nodiscard]] HRESULT SeekRow(BOOKMARK origin, LONG count, LONG& sought);
+    [[nodiscard]] HRESULT SeekFraction(ULONG numerator, ULONG denominator);
+    [[nodiscard]] HRESULT QueryPosition(ULONG& row, ULONG& count);
+    [[nodiscard]] HRESULT FindRow(const Restriction& restriction, BOOKMARK origin, bool backward);
+    [[nodiscard]] HRESULT Restrict(std::shared_ptr<const Restriction> restriction);
+    [[nodiscard]] HRESULT Sort(std::vector<SortColumn> columns);
+    std::vector<SortColumn> SortOrder();
+    [[nodiscard]] HRESULT CreateBookmark(BOOKMARK& bookmark);
+    [[nodiscard]] HRESULT FreeBookmark(BOOKMARK bookmark);
+    // count  the most rows; negative: those before the cursor.
+    [[nodiscard]] HRESULT QueryRows(LONG count, bool advance, LPSRowSet* rows);
+
+    // What happens to the rows from now on, for one subscription.
+    [[nodiscard]] HRESULT MakeEvents(std::shared_ptr<EventSource>& events);
+
+private:
+    friend class TableEvents;
+    using Work = std::function<HRESULT(SqliteConnection&)>;
+
+    // Runs with the rows brought up to date.
+    [[nodiscard]] HRESULT WithRows(const Work& work);
+    [[nodiscard]] HRESULT CatchUp(SqliteConnection& connection) QV_REQUIRES(lock_);
+    [[nodiscard]] HRESULT LoadRows(SqliteConnection& connection, std::vector<OrderedRow>& rows)
+        QV_REQUIRES(lock_);
+    [[nodiscard]] HRESULT Reload(SqliteConnection& connection) QV_REQUIRES(lock_);
+    [[nodiscard]] HRESULT ApplyChanges(RowReader& reader, const std::vector<Change>& changes)
+        QV_REQUIRES(lock_);
+    [[nodiscard]] HRESULT Refresh(RowReader& reader, std::int64_t id) QV_REQUIRES(lock_);
+    // Whether the reader's row belongs to the rows, and the values that it's sorted by.
+    [[nodiscard]] HRESULT Judge(RowReader& reader, std::int64_t id, bool& belongs, PropertyBag& keys)
+        QV_REQUIRES(lock_);
+    [[nodiscard]] HRESULT Collect(TableEvents& events, NotificationBatch& batch);
+    [[nodiscard]] HRESULT AddRowEvents(SqliteConnection& connection, const PendingEvents& pending,
+                                       NotificationBatch& batch) QV_REQUIRES(lock_);
+    void Tell(ULONG event, std::int64_t id) QV_REQUIRES(lock_);
+    void Forget(const TableEvents& events) noexcept;
+
+    const std::shared_ptr<StoreCore> core_;
+    const std::unique_ptr<TableSource> source_;
+    const bool unicode_;
+
+    Mutex lock_;
+    std::vector<ULONG> columns_ QV_GUARDED_BY(lock_);
+    std::shared_ptr<const Restriction> restriction_ QV_GUARDED_BY(lock_);
+    RowOrder rows_ QV_GUARDED_BY(lock_);
+    bool loaded_ QV_GUARDED_BY(lock_) = false;
+    std::int64_t lastChange_ QV_GUARDED_BY(lock_) = 0;
+    // Each belongs to a subscription, which leaves the list when it ends.
+    std::vector<TableEvents*> events_ QV_GUARDED_BY(lock_);
+};
+
+}  // namespace quorvane
+
+#endif  // QUORVANE_MSGSTORE_STORE_TABLE_VIEW_H_

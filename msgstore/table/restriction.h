@@ -1,0 +1,77 @@
+// msgstore/table/restriction.h: restrictions and sort orders, owned, checked once, and evaluated.
+#ifndef QUORVANE_MSGSTORE_TABLE_RESTRICTION_H_
+#define QUORVANE_MSGSTORE_TABLE_RESTRICTION_H_
+
+#include <memory>
+#include <vector>
+
+#include "msgstore/props/property_bag.h"
+
+namespace quorvane {
+
+// Where a restriction or a sort finds the properties of the row that it judges.
+class PropertyLookup {
+public:
+    // The value with the tag's identifier if its type fits, as PropertyBag::Find has it; null if none. The
+    // pointer holds until the next call.
+    virtual const PropertyValue* Find(ULONG tag) const = 0;
+
+protected:
+    ~PropertyLookup() = default;
+};
+
+// A bag as a row.
+class BagLookup final : public PropertyLookup {
+public:
+    explicit BagLookup(const PropertyBag& bag) noexcept : bag_(bag) {}
+    const PropertyValue* Find(ULONG tag) const override { return bag_.Find(tag); }
+
+private:
+    const PropertyBag& bag_;
+};
+
+// A copy of a caller's SRestriction. Immutable once made; any thread may evaluate it.
+class Restriction {
+public:
+    // Checks and copies.
+    //
+    // source  [in]   null gives a restriction that every row meets.
+    // result  [out]  null on failure.
+    //
+    // S_OK; MAPI_E_INVALID_PARAMETER: a null pointer, an unknown kind, relation or match level;
+    // MAPI_E_TOO_COMPLEX: nested deeper than 64 levels, RES_SUBRESTRICTION, or RELOP_RE; E_OUTOFMEMORY.
+    [[nodiscard]] static HRESULT Make(const SRestriction* source,
+                                      std::shared_ptr<const Restriction>& result) noexcept;
+
+    virtual ~Restriction() = default;
+
+    // Whether the row meets it. A property that the row lacks meets no comparison but RELOP_NE and no
+    // other condition. Text compares without case where the level says FL_IGNORECASE or FL_LOOSE, and
+    // always in RES_PROPERTY, as tables sort it. A restriction on a multi-valued property with MV_INSTANCE
+    // or with a single-valued operand is met if one value meets it.
+    // May throw std::bad_alloc.
+    virtual bool Matches(const PropertyLookup& row) const = 0;
+};
+
+// Orders two values of one property as a table does: numbers by value, false before true, text without
+// regard to case (simple folding of letters), binaries and identifiers byte by byte, a missing value (null)
+// before all. Values of different type order by type.
+// Less than, equal to or greater than 0.
+int CompareValues(const PropertyValue* a, const PropertyValue* b) noexcept;
+
+// One column of a sort.
+struct SortColumn {
+    ULONG tag = PR_NULL;
+    bool descending = false;
+};
+
+// Takes over a caller's order. A null set gives no columns. MAPI_E_TOO_COMPLEX: categories are asked for;
+// MAPI_E_INVALID_PARAMETER: an unknown direction.
+[[nodiscard]] HRESULT ReadSortOrder(const SSortOrderSet* set, std::vector<SortColumn>& columns) noexcept;
+
+// Orders two rows by the columns; 0 if they are equal in all of them.
+int CompareRows(const PropertyLookup& a, const PropertyLookup& b, const std::vector<SortColumn>& columns);
+
+}  // namespace quorvane
+
+#endif  // QUORVANE_MSGSTORE_TABLE_RESTRICTION_H_
