@@ -1,0 +1,41 @@
+// items/testing/test_host.h: a host that writes down what it is told.
+#ifndef QUORVANE_ENGINE_ITEMS_TESTING_TEST_HOST_H_
+#define QUORVANE_ENGINE_ITEMS_TESTING_TEST_HOST_H_
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "platform/com/mutex.h"
+#include "quorvane3/callbacks.h"
+
+namespace quorvane::testing {
+
+// Any thread may call. What a test sets is set before the host is called.
+class TestHost final : public ExtHandler {
+public:
+    // Run inside the callback; what they return is the callback's result.
+    std::function<HRESULT(IItem*, bool&)> whenItemReceived;
+    std::function<HRESULT(IFolder*)> whenFolderReceived;
+    std::function<HRESULT()> whenPostprocessed;
+    std::string databasePath;
+
+    // "received <ID> <tag>", "folder <ID> <tag>", "postprocess <EntryID>", in their order.
+    std::vector<std::string> Calls() const;
+
+    HRESULT OnFolderReceived(IFolder* folder, BSTR tag) override;
+    HRESULT OnItemReceived(IItem* item, BSTR tag, bool& ignore) override;
+    HRESULT OnPostprocess(BSTR entryId, BSTR storeId) override;
+    HRESULT DatabasePath(Bstr& path) override;
+    HRESULT ProductCode(Bstr& code) override;
+
+private:
+    void Record(std::string call);
+
+    mutable Mutex mutex_;
+    std::vector<std::string> calls_ QV_GUARDED_BY(mutex_);
+};
+
+}  // namespace quorvane::testing
+
+#endif  // QUORVANE_ENGINE_ITEMS_TESTING_TEST_HOST_H_

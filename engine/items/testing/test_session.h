@@ -1,0 +1,71 @@
+// items/testing/test_session.h: a session for what hangs on one: the real database and hash stores, and
+// whatever collections and mailbox a test gives it.
+#ifndef QUORVANE_ENGINE_ITEMS_TESTING_TEST_SESSION_H_
+#define QUORVANE_ENGINE_ITEMS_TESTING_TEST_SESSION_H_
+
+#include <string>
+
+#include "engine/items/testing/test_folder.h"
+#include "engine/items/testing/test_host.h"
+#include "engine/persist/database.h"
+#include "engine/persist/hash_db.h"
+#include "engine/session/context/session_context.h"
+
+namespace quorvane::testing {
+
+class TestSession final : public SessionContext {
+public:
+    // Makes an empty sharing database, "share.qdb", in a directory of its own, and opens it.
+    TestSession();
+    ~TestSession();
+
+    TestFolder directory;
+    TestHost host;
+    // What the session's public interface hands out.
+    ComPtr<IFolders> folders;
+    ComPtr<IStorageFiles> storageFiles;
+    ComPtr<IOptions> options;
+    ComPtr<IMAPISession> mapiSession;
+
+    std::string DatabasePath() const { return directory.File("share.qdb"); }
+
+    // Runs a statement, and reads one text: the first column of the first row, "" when there is none, "NULL"
+    // for a missing value.
+    void Execute(const std::string& sql);
+    std::string Ask(const std::string& sql);
+
+    // Makes the database fail from now on.
+    void CloseDatabase() { database_.Close(); }
+    void OpenDatabase();
+
+    IMAPISession* MapiSession() noexcept override { return mapiSession.Get(); }
+    DataSource& Database() noexcept override { return database_; }
+    CHashDBMap& HashStores() noexcept override { return hashStores_; }
+    CCustomThreadPool* ReceivePool() noexcept override { return nullptr; }
+    CCustomThreadPool* ResendPool() noexcept override { return nullptr; }
+    HRESULT GetAddin(ComPtr<IQuorvaneExt>& addin) noexcept override;
+    HRESULT GetSession(ComPtr<ISession2>& session) noexcept override;
+    Event& ItemSubmitEvent() noexcept override { return submitEvent_; }
+    Mutex& SubmitLock() noexcept override { return submitLock_; }
+    std::shared_ptr<NotificationGate> Notifications() noexcept override { return nullptr; }
+    HRESULT RememberMovedItem(BSTR, BSTR) noexcept override { return E_FAIL; }
+    HRESULT FindMovedItem(BSTR, BSTR*) noexcept override { return E_FAIL; }
+    HRESULT ForgetMovedItem(BSTR) noexcept override { return E_FAIL; }
+
+    // Whether the host can be reached.
+    bool hostIsThere = true;
+
+private:
+    class PublicFace;
+
+    DataSource database_;
+    CHashDBMap hashStores_;
+    Event submitEvent_;
+    Mutex submitLock_;
+    ComPtr<IQuorvaneExt> addin_;
+    ComPtr<ISession2> face_;
+};
+
+}  // namespace quorvane::testing
+
+#endif  // QUORVANE_ENGINE_ITEMS_TESTING_TEST_SESSION_H_

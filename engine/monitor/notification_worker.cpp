@@ -1,0 +1,165 @@
+#include "engine/monitor/notification_worker.h"
+
+#include <chrono>
+#include <thread>
+
+#include "engine/items/item.h"
+#include "engine/items/new_id.h"
+#include "engine/persist/hash_db.h"
+#include "engine/session/trace/crc32.h"
+#include "engine/session/trace/trace.h"
+
+namespace quorvane {
+
+namespace {
+
+constexpr Traced kTraced{"NotifyThreadProc"};
+
+// Before each item, so that a long list leaves the machine to others.
+constexpr std::chrono::milliseconds kPause{10};
+
+void TraceDeletion(const CItem& item, BSTR folderEntryId) noexcept
+{
+    try {
+        TraceDetail("Deleted item (%s, %u) in folder %u\n", Narrow(item.m_bstrID.View()).c_str(),
+                    CrcOfText(item.m_bstrEntryID.Get()), CrcOfText(folderEntryId));
+    } catch (const std::bad_alloc&) {
+        return;  // a line of the log is all that is lost
+    }
+}
+
+}  // namespace
+
+HRESULT NotificationWorker::Process(const ScanResult& found) noexcept
+{
+    ArrayView<BSTR> entryIds;
+    ArrayView<BSTR> hashes;
+    ArrayView<BSTR> deleted;
+    ArrayView<ULONG> flags;
+    ArrayView<ULONG> hashUnchanged;
+    HR_TRY(kTraced, entryIds.Open(found.entryIds.Raw()));
+    HR_TRY(kTraced, hashes.Open(found.hashes.Raw()));
+    HR_TRY(kTraced, deleted.Open(found.deleted.Raw()));
+    HR_TRY(kTraced, flags.Open(found.flags.Raw()));
+    HR_TRY(kTraced, hashUnchanged.Open(found.hashUnchanged.Raw()));
+    if (hashes.Count() != entryIds.Count() || flags.Count() != entryIds.Count())
+        return kTraced(E_UNEXPECTED);
+    HR_TRY(kTraced, addin_.Connect(session_));
+
+    for (ULONG i = 0; i < entryIds.Count(); ++i) {
+        HR_IGNORE(ProcessChanged(entryIds.Elements()[i], hashes.Elements()[i], flags.Elements()[i]),
+                  "traced; the next item goes on");
+    }
+    for (BSTR const entryId : deleted)
+        HR_IGNORE(ProcessDeleted(entryId), "traced; the next item goes on");
+    return S_OK;
+}
+
+HRESULT NotificationWorker::ProcessChanged(BSTR entryId, BSTR hash, ULONG flags) noexcept
+{
+    std::this_thread::sleep_for(kPause);
+    bool locked = false;
+    HR_TRY(kTraced, TakeLock(entryId, locked));
+    ComPtr<CItem> item;
+    HR_TRY(kTraced, MakeItem(entryId, item));
+    HR_TRY(kTraced, Identify(*item.Get()));
+    const bool added = tableEvent_ == TABLE_ROW_ADDED;
+    HR_TRY(kTraced, item->put_Action(added ? qv_ac_Added : qv_ac_Modified));
+    if (!locked)
+        HR_TRY(kTraced, OfferChange(*item.Get()));
+    HR_TRY(kTraced, item->DBUpdate());
+    return kTraced(hashes_.SetHash(entryId, hash, static_cast<LONG>(flags)));
+}
+
+HRESULT NotificationWorker::ProcessDeleted(BSTR entryId) noexcept
+{
+    std::this_thread::sleep_for(kPause);
+    bool locked = false;
+    HR_TRY(kTraced, TakeLock(entryId, locked));
+    ComPtr<CItem> item;
+    HR_TRY(kTraced, MakeItem(entryId, item));
+    if (item->DBRead() != S_OK)
+        return S_OK;  // never shared: nobody needs to hear of it
+    Bstr idHere;
+    const bool moved = SUCCEEDED(session_.FindMovedItem(entryId, idHere.Put()));
+    if (moved)
+        item->m_bstrID = std::move(idHere);
+    HR_TRY(kTraced, item->put_Action(qv_ac_Deleted));
+    if (!locked)
+        HR_TRY(kTraced, OfferDeletion(*item.Get()));
+    return RecordDeletion(*item.Get(), moved);
+}
+
+// Asks whether the change is the host's own, and uses an automatic lock up.
+HRESULT NotificationWorker::TakeLock(BSTR entryId, bool& locked) noexcept
+{
+    ComPtr<ISession2> session;
+    HR_TRY_QUIET(session_.GetSession(session));
+    BSTR const storeId = sink_.m_bstrStoreID.Get();
+    VARIANT_BOOL answer = VARIANT_FALSE;
+    HR_TRY_QUIET(session->IsItemLocked(entryId, storeId, &answer));
+    locked = answer != VARIANT_FALSE;
+    return locked ? session->DropLock(entryId, storeId) : S_OK;
+}
+
+HRESULT NotificationWorker::MakeItem(BSTR entryId, ComPtr<CItem>& item) noexcept
+{
+    item = MakeComObject<CItem>(&session_);
+    if (!item)
+        return E_OUTOFMEMORY;
+    HR_TRY_QUIET(item->m_bstrEntryID.Assign(entryId));
+    HR_TRY_QUIET(item->m_bstrStoreID.Assign(sink_.m_bstrStoreID.Get()));
+    HR_TRY_QUIET(item->m_bstrFolderEntryID.Assign(sink_.m_bstrEntryID.Get()));
+    return item->m_bstrFolderID.Assign(sink_.m_bstrFolderID.Get());
+}
+
+// Finds the item's row, or makes one. A known item whose row has just been added to this table came from
+// elsewhere under the same identifier: it goes on under a new ID, and its old one is kept for its deletion.
+HRESULT NotificationWorker::Identify(CItem& item) noexcept
+{
+    if (item.DBRead() != S_OK)
+        return item.DBAppend();
+    if (tableEvent_ != TABLE_ROW_ADDED)
+        return S_OK;
+    HR_TRY_QUIET(session_.RememberMovedItem(item.m_bstrEntryID.Get(), item.m_bstrID.Get()));
+    return MakeNewId(item.m_bstrID);
+}
+
+HRESULT NotificationWorker::OfferChange(CItem& item) noexcept
+{
+    ComPtr<IItem> offered;
+    HR_TRY_QUIET(item.QueryInterface(IID_IItem, offered.PutVoid()));
+    bool ignored = false;
+    const bool added = item.m_lAction == qv_ac_Added;
+    HR_TRY_QUIET(added ? addin_.OnItemAdded(offered.Get(), ignored)
+                       : addin_.OnItemChanged(offered.Get(), ignored));
+    if (ignored)
+        return S_OK;
+    ComPtr<IUnknown> message;
+    HR_TRY_QUIET(offered->get_Raw(message.Put()));
+    return offered->Send(sink_.m_bstrEntryID.Get());
+}
+
+HRESULT NotificationWorker::OfferDeletion(CItem& item) noexcept
+{
+    ComPtr<IItem> offered;
+    HR_TRY_QUIET(item.QueryInterface(IID_IItem, offered.PutVoid()));
+    bool ignored = false;
+    HR_TRY_QUIET(addin_.OnItemDeleted(offered.Get(), ignored));
+    if (ignored)
+        return S_OK;
+    TraceDeletion(item, sink_.m_bstrEntryID.Get());
+    return offered->Send(sink_.m_bstrEntryID.Get());
+}
+
+// A moved item's row and hash entry stand for it in its new place now.
+HRESULT NotificationWorker::RecordDeletion(CItem& item, bool moved) noexcept
+{
+    BSTR const entryId = item.m_bstrEntryID.Get();
+    if (moved)
+        return kTraced(session_.ForgetMovedItem(entryId));
+    HR_TRY(kTraced, item.DBDelete());
+    return kTraced(hashes_.SetHash(entryId, nullptr, 0));
+}
+
+}  // namespace quorvane

@@ -1,0 +1,63 @@
+// persist/database_backend.h: what a database engine gives to persist/database.h.
+//
+// Failures are result codes of database.h; before a backend returns one it describes it with AddErrorRecord.
+#ifndef QUORVANE_ENGINE_PERSIST_DATABASE_BACKEND_H_
+#define QUORVANE_ENGINE_PERSIST_DATABASE_BACKEND_H_
+
+#include <memory>
+#include <span>
+#include <string>
+
+#include "engine/persist/database.h"
+
+namespace quorvane {
+
+// A statement under way on its connection. Destroyed before the connection is used otherwise.
+class DatabaseCursor {
+public:
+    virtual ~DatabaseCursor() = default;
+
+    virtual ULONG ColumnCount() const noexcept = 0;
+    // S_OK, kEndOfRowset or a failure.
+    [[nodiscard]] virtual HRESULT Step() noexcept = 0;
+
+    // A column of the present row, by its place from 1, which is one of ColumnCount.
+    virtual bool HasValue(ULONG column) const noexcept = 0;
+    // Throws std::bad_alloc.
+    virtual std::string Text(ULONG column) const = 0;
+    virtual double Number(ULONG column) const noexcept = 0;
+};
+
+// One connection: one thread's at a time.
+class DatabaseConnection {
+public:
+    virtual ~DatabaseConnection() = default;
+
+    // Prepares a statement and gives it its values; it runs with the cursor's first step.
+    [[nodiscard]] virtual HRESULT Run(const char* statement, std::span<const ParameterValue> values,
+                                      std::unique_ptr<DatabaseCursor>& cursor) noexcept = 0;
+
+    [[nodiscard]] virtual HRESULT StartTransaction() noexcept = 0;
+    [[nodiscard]] virtual HRESULT Commit() noexcept = 0;
+    [[nodiscard]] virtual HRESULT Abort() noexcept = 0;
+};
+
+// An opened database. Any thread may connect.
+class DatabaseBackend {
+public:
+    virtual ~DatabaseBackend() = default;
+    [[nodiscard]] virtual HRESULT Connect(std::unique_ptr<DatabaseConnection>& connection) noexcept = 0;
+};
+
+// An SQLite database that exists; whether the file is one, the first connection tells. The results of
+// DataSource::Open.
+[[nodiscard]] HRESULT OpenSqliteDatabase(OleStringView path,
+                                         std::unique_ptr<DatabaseBackend>& backend) noexcept;
+
+// The records of the calling thread. A record that there is no memory for is left out.
+void ClearErrorRecords() noexcept;
+void AddErrorRecord(const char* description) noexcept;
+
+}  // namespace quorvane
+
+#endif  // QUORVANE_ENGINE_PERSIST_DATABASE_BACKEND_H_

@@ -1,0 +1,289 @@
+#include <sqlite3.h>
+
+#include <string_view>
+#include <unordered_map>
+
+#include "engine/persist/database_backend.h"
+#include "platform/file/path.h"
+
+namespace quorvane {
+namespace {
+
+// How long a statement waits for another writer of the file.
+constexpr int kBusyTimeoutMs = 30000;
+
+// Access gives local time to the second; day 0 is 30 December 1899.
+constexpr std::string_view kNow = "(julianday(datetime('now','localtime'))-2415018.5)";
+
+// The result code for an SQLite one.
+HRESULT ResultOf(int code, const char* message) noexcept
+{
+    switch (code & 0xFF) {
+        case SQLITE_NOMEM:
+            return E_OUTOFMEMORY;
+        case SQLITE_BUSY:
+        case SQLITE_LOCKED:
+            return HRESULT_FROM_WIN32(ERROR_BUSY);
+        case SQLITE_CONSTRAINT:
+            return kIntegrityViolation;
+        case SQLITE_READONLY:
+            return kDatabasePermission;
+        case SQLITE_PERM:
+        case SQLITE_AUTH:
+        case SQLITE_CANTOPEN:
+            return STG_E_ACCESSDENIED;
+        case SQLITE_NOTADB:
+            return STG_E_OLDFORMAT;
+        case SQLITE_CORRUPT:
+            return STG_E_DOCFILECORRUPT;
+        case SQLITE_FULL:
+            return STG_E_MEDIUMFULL;
+        case SQLITE_IOERR:
+            return HRESULT_FROM_WIN32(ERROR_IO_DEVICE);
+        case SQLITE_ERROR:
+            return std::string_view(message).starts_with("no such table") ? kNoTable : kErrorsInCommand;
+        default:
+            return kErrorsInCommand;
+    }
+}
+
+// The last failure of a connection, described.
+HRESULT Failure(sqlite3* database, int code) noexcept
+{
+    const char* const message = database ? sqlite3_errmsg(database) : sqlite3_errstr(code);
+    AddErrorRecord(message);
+    return ResultOf(code, message);
+}
+
+void ReplaceAll(std::string& text, std::string_view from, std::string_view to)
+{
+    for (size_t at = text.find(from); at != std::string::npos; at = text.find(from, at + to.size()))
+        text.replace(at, from.size(), to);
+}
+
+// A statement of the Access dialect in SQLite's.
+std::string Translate(std::string_view statement)
+{
+    std::string text(statement);
+    ReplaceAll(text, "DELETE *", "DELETE");
+    ReplaceAll(text, "Now()", kNow);
+    return text;
+}
+
+struct CloseStatement {
+    void operator()(sqlite3_stmt* statement) const noexcept { sqlite3_finalize(statement); }
+};
+using Statement = std::unique_ptr<sqlite3_stmt, CloseStatement>;
+
+struct CloseDatabase {
+    void operator()(sqlite3* database) const noexcept { sqlite3_close_v2(database); }
+};
+using Database = std::unique_ptr<sqlite3, CloseDatabase>;
+
+// A statement and its values. It goes back to `home` when it is done with, if that place is still empty.
+class SqliteCursor final : public DatabaseCursor {
+public:
+    SqliteCursor(Statement statement, Statement* home) noexcept
+        : statement_(std::move(statement)), home_(home)
+    {}
+    ~SqliteCursor() override
+    {
+        sqlite3_reset(statement_.get());
+        sqlite3_clear_bindings(statement_.get());
+        if (!*home_)
+            *home_ = std::move(statement_);
+    }
+
+    HRESULT Bind(std::span<const ParameterValue> values)
+    {
+        if (static_cast<size_t>(sqlite3_bind_parameter_count(statement_.get())) != values.size()) {
+            AddErrorRecord("The statement has another number of parameters.");
+            return kErrorsInCommand;
+        }
+        for (const ParameterValue& value : values) {
+            if (const int code = BindValue(value); code != SQLITE_OK)
+                return Failure(sqlite3_db_handle(statement_.get()), code);
+        }
+        return S_OK;
+    }
+
+    ULONG ColumnCount() const noexcept override
+    {
+        return static_cast<ULONG>(sqlite3_column_count(statement_.get()));
+    }
+
+    HRESULT Step() noexcept override
+    {
+        // A step past the end would run the statement again.
+        if (ended_)
+            return kEndOfRowset;
+        const int code = sqlite3_step(statement_.get());
+        if (code == SQLITE_ROW)
+            return S_OK;
+        ended_ = true;
+        return code == SQLITE_DONE ? kEndOfRowset : Failure(sqlite3_db_handle(statement_.get()), code);
+    }
+
+    bool HasValue(ULONG column) const noexcept override
+    {
+        return sqlite3_column_type(statement_.get(), Index(column)) != SQLITE_NULL;
+    }
+
+    std::string Text(ULONG column) const override
+    {
+        const auto* const text =
+            reinterpret_cast<const char*>(sqlite3_column_text(statement_.get(), Index(column)));
+        return text ? Narrow(FromUtf8(text)) : std::string();
+    }
+
+    double Number(ULONG column) const noexcept override
+    {
+        return sqlite3_column_double(statement_.get(), Index(column));
+    }
+
+private:
+    static int Index(ULONG column) noexcept { return static_cast<int>(column) - 1; }
+
+    int BindValue(const ParameterValue& value)
+    {
+        const int place = static_cast<int>(value.ordinal);
+        switch (value.type) {
+            case ValueType::Text: {
+                const std::string text = ToUtf8(Widen(value.text));
+                return sqlite3_bind_text64(statement_.get(), place, text.data(), text.size(),
+                                           SQLITE_TRANSIENT, SQLITE_UTF8);
+            }
+            case ValueType::Double:
+                return sqlite3_bind_double(statement_.get(), place, value.number);
+            default:
+                return sqlite3_bind_int(statement_.get(), place, static_cast<int>(value.number));
+        }
+    }
+
+    Statement statement_;
+    Statement* const home_;
+    bool ended_ = false;
+};
+
+class SqliteConnection final : public DatabaseConnection {
+public:
+    explicit SqliteConnection(Database database) noexcept : database_(std::move(database)) {}
+
+    // Looks at the file for the first time. STG_E_OLDFORMAT, kDatabasePermission and others.
+    HRESULT Prepare() noexcept
+    {
+        sqlite3* const database = database_.get();
+        sqlite3_extended_result_codes(database, 1);
+        sqlite3_busy_timeout(database, kBusyTimeoutMs);
+        sqlite3_db_config(database, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
+        HR_TRY_QUIET(RunText("SELECT count(*) FROM sqlite_master"));
+        if (sqlite3_db_readonly(database, "main") != 0) {
+            AddErrorRecord("The database may not be written.");
+            return STG_E_ACCESSDENIED;
+        }
+        HR_IGNORE(RunText("PRAGMA journal_mode=WAL"),
+                  "a file system that can't do it keeps the rollback journal");
+        return RunText("PRAGMA synchronous=FULL");
+    }
+
+    HRESULT Run(const char* statement, std::span<const ParameterValue> values,
+                std::unique_ptr<DatabaseCursor>& cursor) noexcept override
+    {
+        try {
+            Statement& home = statements_[statement];
+            Statement prepared = std::move(home);
+            if (!prepared)
+                HR_TRY_QUIET(PrepareStatement(statement, prepared));
+            auto result = std::make_unique<SqliteCursor>(std::move(prepared), &home);
+            HR_TRY_QUIET(result->Bind(values));
+            cursor = std::move(result);
+            return S_OK;
+        } catch (...) {
+            return E_OUTOFMEMORY;
+        }
+    }
+
+    // Takes the write lock at once, so that a later statement needn't wait for it in the midst.
+    HRESULT StartTransaction() noexcept override { return RunText("BEGIN IMMEDIATE"); }
+    HRESULT Commit() noexcept override { return RunText("COMMIT"); }
+    HRESULT Abort() noexcept override
+    {
+        // Some failures have ended the transaction by themselves.
+        return sqlite3_get_autocommit(database_.get()) ? S_OK : RunText("ROLLBACK");
+    }
+
+private:
+    HRESULT RunText(const char* text) noexcept
+    {
+        const int code = sqlite3_exec(database_.get(), text, nullptr, nullptr, nullptr);
+        return code == SQLITE_OK ? S_OK : Failure(database_.get(), code);
+    }
+
+    HRESULT PrepareStatement(const char* statement, Statement& prepared)
+    {
+        const std::string text = Translate(statement);
+        sqlite3_stmt* raw = nullptr;
+        const int code = sqlite3_prepare_v3(database_.get(), text.c_str(), static_cast<int>(text.size() + 1),
+                                            SQLITE_PREPARE_PERSISTENT, &raw, nullptr);
+        prepared.reset(raw);
+        return code == SQLITE_OK ? S_OK : Failure(database_.get(), code);
+    }
+
+    // The statements go before their database. References to the places stay good as the map grows.
+    Database database_;
+    std::unordered_map<std::string, Statement> statements_;
+};
+
+class SqliteBackend final : public DatabaseBackend {
+public:
+    explicit SqliteBackend(std::string utf8Path) noexcept : path_(std::move(utf8Path)) {}
+
+    HRESULT Connect(std::unique_ptr<DatabaseConnection>& connection) noexcept override
+    {
+        try {
+            sqlite3* raw = nullptr;
+            const int code =
+                sqlite3_open_v2(path_.c_str(), &raw, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);
+            Database database(raw);
+            if (code != SQLITE_OK)
+                return Failure(raw, code);
+            auto result = std::make_unique<SqliteConnection>(std::move(database));
+            HR_TRY_QUIET(result->Prepare());
+            connection = std::move(result);
+            return S_OK;
+        } catch (...) {
+            return E_OUTOFMEMORY;
+        }
+    }
+
+private:
+    const std::string path_;
+};
+
+}  // namespace
+
+HRESULT OpenSqliteDatabase(OleStringView path, std::unique_ptr<DatabaseBackend>& backend) noexcept
+{
+    try {
+        PathStatus status{};
+        if (FAILED(GetPathStatus(Narrow(path), status))) {
+            AddErrorRecord("There is no such database file.");
+            return STG_E_FILENOTFOUND;
+        }
+        if (status.isDirectory) {
+            AddErrorRecord("The database is a directory.");
+            return STG_E_ACCESSDENIED;
+        }
+        // SQLite would take an empty file for a new database.
+        if (status.size == 0) {
+            AddErrorRecord("The file is empty, and no database.");
+            return STG_E_OLDFORMAT;
+        }
+        backend = std::make_unique<SqliteBackend>(ToUtf8(path));
+        return S_OK;
+    } catch (...) {
+        return E_OUTOFMEMORY;
+    }
+}
+
+}  // namespace quorvane

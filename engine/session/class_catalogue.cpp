@@ -1,0 +1,105 @@
+#include "engine/session/class_catalogue.h"
+
+#include "engine/change/items_col.h"
+#include "engine/folders/folder.h"
+#include "engine/folders/folders.h"
+#include "engine/items/item.h"
+#include "engine/monitor/advise_sink.h"
+#include "engine/monitor/msg_stores.h"
+#include "engine/session/detached_context.h"
+#include "engine/session/library.h"
+#include "engine/session/mdb_import.h"
+#include "engine/session/options/options.h"
+#include "engine/transfer/storage_file.h"
+#include "engine/transfer/storage_files.h"
+#include "platform/com/class_factory.h"
+
+namespace quorvane {
+
+namespace {
+
+// A class that needs nothing.
+template <class Class>
+HRESULT MakeFree(REFIID riid, void** object) noexcept
+{
+    const auto made = MakeComObject<Class>();
+    return made ? made->QueryInterface(riid, object) : E_OUTOFMEMORY;
+}
+
+// A class that wants a session.
+template <class Class>
+HRESULT MakeDetached(REFIID riid, void** object) noexcept
+{
+    DetachedContext* const nobody = DetachedContext::Instance();
+    const auto made = nobody ? MakeComObject<Class>(nobody) : ComPtr<Class>();
+    return made ? made->QueryInterface(riid, object) : E_OUTOFMEMORY;
+}
+
+constexpr OLECHAR kApartment[] = OLESTR("Apartment");
+constexpr OLECHAR kFree[] = OLESTR("Free");
+
+constexpr CatalogueEntry kCatalogue[] = {
+    {&CLSID_Library, OLESTR("Library"), kApartment, true, &MakeFree<CLibrary>},
+    {&CLSID_Session2, OLESTR("Session2"), kApartment, false, &MakeFree<CSession2>},
+    {&CLSID_Folders, OLESTR("Folders"), kApartment, false, &MakeDetached<CFolders>},
+    {&CLSID_Folder, OLESTR("Folder"), kFree, false, &MakeDetached<CFolder>},
+    {&CLSID_Item, OLESTR("Item"), kApartment, false, &MakeDetached<CItem>},
+    {&CLSID_StorageFiles, OLESTR("StorageFiles"), kApartment, false, &MakeDetached<CStorageFiles>},
+    {&CLSID_StorageFile, OLESTR("StorageFile"), kApartment, false, &MakeDetached<CStorageFile>},
+    {&CLSID_MsgStores, OLESTR("MsgStores"), kFree, false, &MakeDetached<CMsgStores>},
+    {&CLSID_AdviseSink, OLESTR("AdviseSink"), kApartment, true, &MakeFree<CAdviseSink>},
+    {&CLSID_Options, OLESTR("Options"), kApartment, true, &MakeFree<COptions>},
+    {&CLSID_Option, OLESTR("Option"), kApartment, true, &MakeFree<COption>},
+    {&CLSID_MDBImport, OLESTR("MDBImport"), kApartment, true, &MakeFree<CMDBImport>},
+    {&CLSID_ItemsCol, OLESTR("ItemsCol"), kApartment, true, &MakeFree<CItemsCol>},
+};
+
+// Makes objects of one class of the catalogue.
+class CCatalogueFactory final : public ComObject<CCatalogueFactory, IClassFactory> {
+public:
+    explicit CCatalogueFactory(const CatalogueEntry& entry) noexcept : m_Entry(entry) {}
+
+    HRESULT STDMETHODCALLTYPE CreateInstance(IUnknown* outer, REFIID riid, void** object) override
+    {
+        if (!object)
+            return E_POINTER;
+        *object = nullptr;
+        return outer ? CLASS_E_NOAGGREGATION : m_Entry.make(riid, object);
+    }
+
+    HRESULT STDMETHODCALLTYPE LockServer(BOOL lock) override
+    {
+        if (lock)
+            ServerLocks::Add();
+        else
+            ServerLocks::Remove();
+        return S_OK;
+    }
+
+private:
+    const ServerLockScope m_ServerLock;
+    const CatalogueEntry& m_Entry;
+};
+
+}  // namespace
+
+std::span<const CatalogueEntry> ClassCatalogue() noexcept
+{
+    return kCatalogue;
+}
+
+HRESULT MakeClassFactory(REFCLSID clsid, REFIID riid, void** factory) noexcept
+{
+    if (!factory)
+        return E_POINTER;
+    *factory = nullptr;
+    for (const CatalogueEntry& entry : kCatalogue) {
+        if (!IsEqualCLSID(clsid, *entry.clsid))
+            continue;
+        const auto made = MakeComObject<CCatalogueFactory>(entry);
+        return made ? made->QueryInterface(riid, factory) : E_OUTOFMEMORY;
+    }
+    return CLASS_E_CLASSNOTAVAILABLE;
+}
+
+}  // namespace quorvane

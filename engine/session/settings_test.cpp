@@ -1,0 +1,115 @@
+// Settings of the host's product, read through the session.
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "engine/session/session.h"
+#include "platform/registry/registry.h"
+#include "quorvane3/callbacks.h"
+
+namespace quorvane {
+namespace {
+
+class ProductHost : public ExtHandler {
+public:
+    HRESULT DatabasePath(Bstr&) override { return E_NOTIMPL; }
+    HRESULT ProductCode(Bstr& code) override
+    {
+        code = Bstr(product);
+        return answer;
+    }
+    OleString product = OLESTR("Tests");
+    HRESULT answer = S_OK;
+};
+
+class SettingsTest : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        std::string pattern = (std::filesystem::temp_directory_path() / "qv-settings-XXXXXX").string();
+        ASSERT_TRUE(mkdtemp(pattern.data()));
+        directory = pattern;
+        setenv("XDG_CONFIG_HOME", directory.c_str(), 1);
+        ASSERT_EQ(session->RegisterAddin(callback.Get()), S_OK);
+    }
+    void TearDown() override { std::filesystem::remove_all(directory); }
+
+    void Put(const char* name, const RegistryValue& setting)
+    {
+        RegistryKey key;
+        ASSERT_EQ(
+            key.Create(RegistryHive::CurrentUser, "Software\\Brindlemoor\\Quorvane\\1.0\\Tests\\Settings"),
+            S_OK);
+        ASSERT_EQ(key.Set(name, setting), S_OK);
+    }
+
+    std::filesystem::path directory;
+    ProductHost host;
+    const ComPtr<ExtCallback> callback = MakeComObject<ExtCallback>(host);
+    const ComPtr<CSession2> session = MakeComObject<CSession2>();
+    Variant value;
+};
+
+TEST_F(SettingsTest, ATextIsText)
+{
+    Put("Logs", RegistryValue::OfText("/var/log/quorvane"));
+
+    EXPECT_EQ(session->GetRegSetting(OLESTR("Logs"), value), S_OK);
+    ASSERT_TRUE(value.Is(VT_BSTR));
+    EXPECT_EQ(ViewOf(value.Raw().bstrVal), OLESTR("/var/log/quorvane"));
+}
+
+TEST_F(SettingsTest, ANumberIsANumber)
+{
+    Put("Logs", RegistryValue::OfNumber(7));
+
+    EXPECT_EQ(session->GetRegSetting(OLESTR("Logs"), value), S_OK);
+    ASSERT_TRUE(value.Is(VT_I4));
+    EXPECT_EQ(value.Raw().lVal, 7);
+}
+
+TEST_F(SettingsTest, AValueOfAnotherTypeIsThereAndChangesNothing)
+{
+    Put("EnableConsole", {RegistryType::Binary, "x"});
+    value = Variant::Long(5);
+
+    EXPECT_EQ(session->GetRegSetting(OLESTR("EnableConsole"), value), S_OK);
+    EXPECT_TRUE(value.Is(VT_I4));
+}
+
+TEST_F(SettingsTest, AMissingKeyAndAMissingValueAreTheSame)
+{
+    const HRESULT withoutKey = session->GetRegSetting(OLESTR("Logs"), value);
+    Put("EnableConsole", RegistryValue::OfNumber(0));
+
+    EXPECT_EQ(withoutKey, HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND));
+    EXPECT_EQ(session->GetRegSetting(OLESTR("Logs"), value), withoutKey);
+    EXPECT_TRUE(value.Is(VT_EMPTY));
+}
+
+TEST_F(SettingsTest, ProductsAreKeptApart)
+{
+    Put("Logs", RegistryValue::OfText("mine"));
+    host.product = OLESTR("Other");
+
+    EXPECT_TRUE(FAILED(session->GetRegSetting(OLESTR("Logs"), value)));
+}
+
+TEST_F(SettingsTest, AFailureOfTheHostIsReturned)
+{
+    host.answer = E_ACCESSDENIED;
+
+    EXPECT_EQ(session->GetRegSetting(OLESTR("Logs"), value), E_ACCESSDENIED);
+}
+
+TEST_F(SettingsTest, WithoutAHostThereAreNoSettings)
+{
+    const auto lonely = MakeComObject<CSession2>();
+
+    EXPECT_EQ(lonely->GetRegSetting(OLESTR("Logs"), value), E_UNEXPECTED);
+}
+
+}  // namespace
+}  // namespace quorvane

@@ -1,0 +1,341 @@
+#include "engine/session/trace/trace_log.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdarg>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <regex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "engine/session/trace/trace.h"
+
+namespace quorvane {
+namespace {
+
+std::string ReadFile(const std::filesystem::path& path)
+{
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
+size_t CountOf(const std::string& text, const std::string& part)
+{
+    size_t count = 0;
+    for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + part.size()))
+        ++count;
+    return count;
+}
+
+// What the process writes to its standard output while this lives.
+class CapturedOutput {
+public:
+    CapturedOutput() { ::testing::internal::CaptureStdout(); }
+    std::string Text() { return ::testing::internal::GetCapturedStdout(); }
+};
+
+class TraceLogTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        directory = std::filesystem::temp_directory_path() / ("qv_trace_" + std::to_string(getpid()));
+        std::filesystem::create_directories(directory);
+        path = directory / "test.log";
+        detail = directory / "test.log.info";
+        setenv("QUORVANE_DEBUG_OUTPUT", (directory / "debugger").c_str(), 1);
+    }
+    void TearDown() override
+    {
+        unsetenv("QUORVANE_DEBUG_OUTPUT");
+        std::filesystem::remove_all(directory);
+    }
+
+    static void Line(TraceLog& log, const char* format, ...) __attribute__((format(printf, 2, 3)))
+    {
+        va_list arguments;
+        va_start(arguments, format);
+        log.Line("CTest::Run", 42, format, arguments);
+        va_end(arguments);
+    }
+    static void Detail(TraceLog& log, const char* format, ...) __attribute__((format(printf, 2, 3)))
+    {
+        va_list arguments;
+        va_start(arguments, format);
+        log.Detail(format, arguments);
+        va_end(arguments);
+    }
+
+    std::filesystem::path directory;
+    std::filesystem::path path;
+    std::filesystem::path detail;
+    TraceLog log;
+};
+
+TEST_F(TraceLogTest, ALineTellsTimeFunctionLineAndMessage)
+{
+    log.Start(kTraceToFile, path.c_str());
+    Line(log, "0x%X", 0x80004005u);
+    const std::string text = ReadFile(path);
+    EXPECT_TRUE(std::regex_search(
+        text, std::regex("[0-9/.-]+ \\d+:\\d{2}:\\d{2} CTest::Run\\(42\\) 0x80004005\\r\\n$")))
+        << text;
+}
+
+TEST_F(TraceLogTest, TheHeaderStandsBeforeTheFirstLine)
+{
+    log.Start(kTraceToFile, path.c_str());
+    Line(log, "first");
+    const std::string rule = std::string(54, '=') + "\r\n";
+    const std::regex header(rule +
+                            "Library Compiled: (Mon|Tue|Wed|Thu|Fri|Sat|Sun) [A-Z][a-z]{2} [ \\d]\\d "
+                            "\\d{2}:\\d{2}:\\d{2} \\d{4}\\r\\n"
+                            "Log Started: \\d+/\\d+/\\d{4} - \\d+:\\d+\\r\\n" +
+                            rule + "[^=]*CTest::Run\\(42\\) first\\r\\n");
+    EXPECT_TRUE(std::regex_match(ReadFile(path), header)) << ReadFile(path);
+}
+
+TEST_F(TraceLogTest, TheHeaderIsWrittenFromTheClock)
+{
+    const std::string header = TraceHeader(SYSTEMTIME{2010, 9, 4, 30, 10, 3, 11, 0});
+    EXPECT_NE(header.find("Log Started: 9/30/2010 - 10:3\r\n"), std::string::npos) << header;
+}
+
+TEST_F(TraceLogTest, AMessageWithItsOwnLineEndKeepsIt)
+{
+    log.Start(kTraceToFile, path.c_str());
+    Line(log, "text\n");
+    EXPECT_TRUE(ReadFile(path).ends_with("text\n\r\n"));
+}
+
+TEST_F(TraceLogTest, NothingIsWrittenBeforeTheStart)
+{
+    Line(log, "lost");
+    Detail(log, "lost");
+    EXPECT_TRUE(std::filesystem::is_empty(directory));
+}
+
+TEST_F(TraceLogTest, NothingIsWrittenAfterTheShutdown)
+{
+    log.Start(kTraceToFile, path.c_str());
+    Line(log, "kept");
+    log.Shutdown();
+    Line(log, "lost");
+    Detail(log, "lost");
+    EXPECT_EQ(ReadFile(path).find("lost"), std::string::npos);
+    EXPECT_EQ(ReadFile(detail), "");
+}
+
+TEST_F(TraceLogTest, TheLogFileIsMadeByTheFirstLine)
+{
+    log.Start(kTraceToFile, path.c_str());
+    EXPECT_FALSE(std::filesystem::exists(path));
+    Line(log, "first");
+    EXPECT_TRUE(std::filesystem::exists(path));
+}
+
+TEST_F(TraceLogTest, ANewProcessAppendsANewHeaderBehindTheOldLines)
+{
+    log.Start(kTraceToFile, path.c_str());
+    Line(log, "old");
+    TraceLog next;
+    next.Start(kTraceToFile, path.c_str());
+    Line(next, "new");
+    const std::string text = ReadFile(path);
+    EXPECT_EQ(CountOf(text, "Log Started"), 2u);
+    EXPECT_LT(text.find("old\r\n"), text.rfind("Log Started"));
+    EXPECT_LT(text.rfind("Log Started"), text.find("new\r\n"));
+}
+
+TEST_F(TraceLogTest, ASecondStartDoesNothing)
+{
+    log.Start(kTraceToFile, path.c_str());
+    Detail(log, "kept");
+    log.Start(kTraceToFile | kTraceToConsole, (directory / "other.log").c_str());
+    Line(log, "line");
+    EXPECT_NE(ReadFile(detail).find("kept"), std::string::npos);
+    EXPECT_NE(ReadFile(path).find("line"), std::string::npos);
+    EXPECT_FALSE(std::filesystem::exists(directory / "other.log.info"));
+}
+
+TEST_F(TraceLogTest, AStartAfterAShutdownEmptiesTheDetailFileAndGoesOnInTheOldLog)
+{
+    log.Start(kTraceToFile, path.c_str());
+    Line(log, "one");
+    Detail(log, "gone");
+    log.Shutdown();
+    log.Start(kTraceToFile, path.c_str());
+    Line(log, "two");
+    EXPECT_EQ(ReadFile(detail), "");
+    const std::string text = ReadFile(path);
+    EXPECT_EQ(CountOf(text, "Log Started"), 1u);
+    EXPECT_NE(text.find("two"), std::string::npos);
+}
+
+TEST_F(TraceLogTest, ALineThatIsTooLongIsCutAndStillEnds)
+{
+    log.Start(kTraceToFile, path.c_str());
+    Line(log, "short");
+    const size_t before = ReadFile(path).size();
+    Line(log, "%s", std::string(10000, 'x').c_str());
+    const std::string line = ReadFile(path).substr(before);
+    EXPECT_GT(line.size(), 4000u);
+    EXPECT_LT(line.size(), 4096u);
+    EXPECT_TRUE(line.ends_with("xxx\r\n"));
+}
+
+TEST_F(TraceLogTest, ACutTearsNoCharacter)
+{
+    log.Start(kTraceToFile, path.c_str());
+    std::string text;
+    for (int i = 0; i < 3000; ++i)
+        text += "\xE2\x82\xAC";
+    for (const char* const shift : {"", "1", "12"}) {
+        Line(log, "%s%s", shift, text.c_str());
+        EXPECT_TRUE(ReadFile(path).ends_with("\xE2\x82\xAC\r\n"));
+    }
+}
+
+TEST_F(TraceLogTest, WithoutAChannelNothingIsWritten)
+{
+    log.Start(0, path.c_str());
+    CapturedOutput output;
+    Line(log, "lost");
+    EXPECT_EQ(output.Text(), "");
+    EXPECT_FALSE(std::filesystem::exists(path));
+}
+
+TEST_F(TraceLogTest, AnUnknownChannelChangesNothing)
+{
+    log.Start(8, path.c_str());
+    Line(log, "lost");
+    EXPECT_FALSE(std::filesystem::exists(path));
+}
+
+TEST_F(TraceLogTest, WithTheConsoleOffOnlyTheFileIsWritten)
+{
+    CapturedOutput output;
+    log.Start(kTraceToFile, path.c_str());
+    Line(log, "quiet");
+    Detail(log, "quiet");
+    EXPECT_EQ(output.Text(), "");
+}
+
+TEST_F(TraceLogTest, TheConsoleGetsWholeLinesAndDetailsWithoutTheirPrefix)
+{
+    CapturedOutput output;
+    log.Start(kTraceToFile | kTraceToConsole, path.c_str());
+    Line(log, "loud");
+    Detail(log, "detail\n");
+    const std::string text = output.Text();
+    EXPECT_NE(text.find("CTest::Run(42) loud\r\n"), std::string::npos);
+    EXPECT_TRUE(text.ends_with("loud\r\ndetail\n")) << text;
+}
+
+TEST_F(TraceLogTest, ADetailGoesToItsFileAndTheDebuggerWithAPrefix)
+{
+    log.Start(kTraceToFile, path.c_str());
+    Detail(log, "Deleted item (%s)\n", "A");
+    const std::string text = ReadFile(detail);
+    EXPECT_TRUE(
+        std::regex_match(text, std::regex("0x[0-9a-f]{4,} \\d{2}:\\d{2}:\\d{2}\\.\\d{3}(AM|PM)  "
+                                          "\\d{2}-\\d{2}-\\d{4} 0x00000001: Deleted item \\(A\\)\\n")))
+        << text;
+    EXPECT_EQ(ReadFile(directory / "debugger"), text);
+}
+
+TEST_F(TraceLogTest, TheHourIsToldOnTwelveHoursAndNoonIsMorning)
+{
+    const auto prefix = [](WORD hour) {
+        return DetailPrefix(0x1a2b, SYSTEMTIME{2010, 9, 4, 30, hour, 5, 6, 7});
+    };
+    EXPECT_EQ(prefix(0), "0x1a2b 00:05:06.007AM  09-30-2010 0x00000001: ");
+    EXPECT_EQ(prefix(12), "0x1a2b 12:05:06.007AM  09-30-2010 0x00000001: ");
+    EXPECT_EQ(prefix(13), "0x1a2b 01:05:06.007PM  09-30-2010 0x00000001: ");
+    EXPECT_EQ(prefix(23), "0x1a2b 11:05:06.007PM  09-30-2010 0x00000001: ");
+}
+
+TEST_F(TraceLogTest, AnUnopenableDetailFileIsToldToTheDebuggerAlone)
+{
+    log.Start(kTraceToFile, (directory / "none" / "test.log").c_str());
+    const std::string told = ReadFile(directory / "debugger");
+    EXPECT_TRUE(std::regex_match(told, std::regex("_tfopen failed, hRes = 0x80070003, dwErr = 0x00000003 = "
+                                                  "\".+\"\\n")))
+        << told;
+    Line(log, "lost");
+    EXPECT_FALSE(std::filesystem::exists(directory / "none"));
+}
+
+TEST_F(TraceLogTest, AFailedOpenIsTriedAgainByTheNextLine)
+{
+    const std::filesystem::path later = directory / "later";
+    log.Start(kTraceToFile, (later / "test.log").c_str());
+    Line(log, "lost");
+    std::filesystem::create_directories(later);
+    Line(log, "kept");
+    const std::string text = ReadFile(later / "test.log");
+    EXPECT_EQ(text.find("lost"), std::string::npos);
+    EXPECT_NE(text.find("kept"), std::string::npos);
+}
+
+TEST_F(TraceLogTest, WithoutAPathTheLogStandsInTheUsersApplicationData)
+{
+    setenv("XDG_DATA_HOME", directory.c_str(), 1);
+    log.Start(kTraceToFile, nullptr);
+    Line(log, "default");
+    EXPECT_NE(ReadFile(directory / "Quorvane3" / "quorvane3.log").find("default"), std::string::npos);
+    EXPECT_TRUE(std::filesystem::exists(directory / "Quorvane3" / "quorvane3.log.info"));
+    unsetenv("XDG_DATA_HOME");
+}
+
+TEST_F(TraceLogTest, LinesOfManyThreadsStayWhole)
+{
+    constexpr int kThreads = 8;
+    constexpr int kLines = 200;
+    log.Start(kTraceToFile, path.c_str());
+    std::vector<std::thread> threads;
+    for (int i = 0; i < kThreads; ++i) {
+        threads.emplace_back([&, i] {
+            for (int n = 0; n < kLines; ++n)
+                Line(log, "%s", std::string(50, static_cast<char>('a' + i)).c_str());
+        });
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+    const std::string text = ReadFile(path);
+    EXPECT_EQ(CountOf(text, "Log Started"), 1u);
+    for (int i = 0; i < kThreads; ++i)
+        EXPECT_EQ(CountOf(text, ") " + std::string(50, static_cast<char>('a' + i)) + "\r\n"), size_t{kLines});
+}
+
+TEST_F(TraceLogTest, AFailureIsTracedOnceAtEachHopUnderTheName)
+{
+    StartTrace(kTraceToFile, path.c_str());
+    const Traced inner{"CInner::Open"};
+    const Traced outer{"COuter::Logon"};
+    const auto open = [&]() -> HRESULT {
+        HR_TRY(inner, E_ACCESSDENIED);
+        return S_OK;
+    };
+    EXPECT_EQ(outer(open()), E_ACCESSDENIED);
+    EXPECT_EQ(outer(S_OK), S_OK);
+    EXPECT_EQ(
+        [&]() -> HRESULT {
+            HR_TRY_QUIET(E_FAIL);
+            return S_OK;
+        }(),
+        E_FAIL);
+    TraceDetail("detail");
+    ShutdownTrace();
+    const std::string text = ReadFile(path);
+    EXPECT_EQ(CountOf(text, "0x80070005\r\n"), 2u);
+    EXPECT_LT(text.find("CInner::Open("), text.find("COuter::Logon("));
+    EXPECT_EQ(CountOf(text, "0x80004005"), 0u);
+    EXPECT_TRUE(ReadFile(detail).ends_with("detail"));
+}
+
+}  // namespace
+}  // namespace quorvane

@@ -1,0 +1,368 @@
+#include "engine/transfer/pool/thread_pool.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <stdexcept>
+#include <thread>
+
+#include "platform/com/apartment.h"
+#include "platform/com/com_object.h"
+
+namespace quorvane {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr auto kDeadline = 30s;
+
+// Counts what jobs do, and lets a test wait for a count.
+class Counter {
+public:
+    void Add(int change = 1)
+    {
+        const MutexLock lock(mutex_);
+        value_ += change;
+        highest_ = std::max(highest_, value_);
+        changed_.NotifyAll();
+    }
+    int Value()
+    {
+        const MutexLock lock(mutex_);
+        return value_;
+    }
+    int Highest()
+    {
+        const MutexLock lock(mutex_);
+        return highest_;
+    }
+    // False when the count isn't reached in time.
+    bool WaitFor(int value)
+    {
+        const auto deadline = ConditionVariable::Clock::now() + kDeadline;
+        const MutexLock lock(mutex_);
+        while (value_ < value) {
+            if (!changed_.WaitUntil(mutex_, deadline))
+                return false;
+        }
+        return true;
+    }
+
+private:
+    Mutex mutex_;
+    ConditionVariable changed_;
+    int value_ = 0;
+    int highest_ = 0;
+};
+
+class Job final : public IWorkingThread {
+public:
+    using Work = std::function<DWORD(Event&)>;
+    Job(Work work, Counter& destroyed) : work_(std::move(work)), destroyed_(destroyed) {}
+    ~Job() override { destroyed_.Add(); }
+    DWORD ThreadProc(Event& stop) override { return work_(stop); }
+
+private:
+    Work work_;
+    Counter& destroyed_;
+};
+
+class ThreadPoolTest : public ::testing::Test {
+protected:
+    std::unique_ptr<IWorkingThread> Make(Job::Work work)
+    {
+        return std::make_unique<Job>(std::move(work), destroyed);
+    }
+    // A job that tells that it runs and goes on until it may end or is asked to.
+    std::unique_ptr<IWorkingThread> Runner()
+    {
+        return Make([this](Event& stop) -> DWORD {
+            running.Add();
+            const Event* const ends[] = {&stop, &release};
+            static_cast<void>(WaitAny(ends, kForever));
+            stopped.Add(stop.IsSet() ? 1 : 0);
+            running.Add(-1);
+            return 0;
+        });
+    }
+    void SetUp() override { ASSERT_EQ(release.Create(false), S_OK); }
+
+    Counter running;
+    Counter stopped;
+    Counter destroyed;
+    Event release;
+};
+
+TEST_F(ThreadPoolTest, AJobRunsAndIsDestroyed)
+{
+    Counter ran;
+    CCustomThreadPool pool;
+    ASSERT_EQ(pool.Init(1), S_OK);
+    ASSERT_EQ(pool.Add(Make([&](Event&) -> DWORD {
+        ran.Add();
+        return 7;
+    })),
+              S_OK);
+    EXPECT_TRUE(ran.WaitFor(1));
+    EXPECT_TRUE(destroyed.WaitFor(1));
+}
+
+TEST_F(ThreadPoolTest, NoMoreJobsRunAtOnceThanThePoolAllows)
+{
+    CCustomThreadPool pool;
+    ASSERT_EQ(pool.Init(2), S_OK);
+    for (int i = 0; i < 6; ++i)
+        ASSERT_EQ(pool.Add(Runner()), S_OK);
+    EXPECT_TRUE(running.WaitFor(2));
+    release.Set();
+    EXPECT_TRUE(destroyed.WaitFor(6));
+    EXPECT_EQ(running.Highest(), 2);
+}
+
+TEST_F(ThreadPoolTest, ASecondJobWaitsForTheFirst)
+{
+    Counter secondRan;
+    CCustomThreadPool pool;
+    ASSERT_EQ(pool.Init(1), S_OK);
+    ASSERT_EQ(pool.Add(Runner()), S_OK);
+    ASSERT_TRUE(running.WaitFor(1));
+    ASSERT_EQ(pool.Add(Make([&](Event&) -> DWORD {
+        secondRan.Add();
+        return 0;
+    })),
+              S_OK);
+    EXPECT_EQ(secondRan.Value(), 0);
+    release.Set();
+    EXPECT_TRUE(secondRan.WaitFor(1));
+}
+
+TEST_F(ThreadPoolTest, ShutdownOfAPoolThatNeverHadAJobSucceedsAtOnce)
+{
+    CCustomThreadPool pool;
+    ASSERT_EQ(pool.Init(1), S_OK);
+    EXPECT_EQ(pool.Shutdown(), S_OK);
+}
+
+TEST_F(ThreadPoolTest, ShutdownAsksJobsToStopAndWaitsForThem)
+{
+    CCustomThreadPool pool;
+    ASSERT_EQ(pool.Init(2), S_OK);
+    ASSERT_EQ(pool.Add(Runner()), S_OK);
+    ASSERT_EQ(pool.Add(Runner()), S_OK);
+    ASSERT_TRUE(running.WaitFor(2));
+    EXPECT_EQ(pool.Shutdown(), S_OK);
+    EXPECT_EQ(stopped.Value(), 2);
+    EXPECT_EQ(running.Value(), 0);
+}
+
+TEST_F(ThreadPoolTest, WaitingJobsArePassedOverByAShutdown)
+{
+    Counter ran;
+    CCustomThreadPool pool;
+    ASSERT_EQ(pool.Init(1), S_OK);
+    ASSERT_EQ(pool.Add(Runner()), S_OK);
+    ASSERT_TRUE(running.WaitFor(1));
+    for (int i = 0; i < 2; ++i) {
+        ASSERT_EQ(pool.Add(Make([&](Event&) -> DWORD {
+            ran.Add();
+            return 0;
+        })),
+                  S_OK);
+    }
+    EXPECT_EQ(pool.Shutdown(), S_OK);
+    EXPECT_TRUE(destroyed.WaitFor(3));
+    EXPECT_EQ(ran.Value(), 0);
+}
+
+TEST_F(ThreadPoolTest, AJobAddedAfterAShutdownRuns)
+{
+    Counter ran;
+    CCustomThreadPool pool;
+    ASSERT_EQ(pool.Init(1), S_OK);
+    ASSERT_EQ(pool.Shutdown(), S_OK);
+    ASSERT_EQ(pool.Add(Make([&](Event& stop) -> DWORD {
+        if (!stop.IsSet())
+            ran.Add();
+        return 0;
+    })),
+              S_OK);
+    EXPECT_TRUE(ran.WaitFor(1));
+}
+
+TEST_F(ThreadPoolTest, AddTakesAStopBackForJobsThatStillWait)
+{
+    Counter ran;
+    Counter stopSeen;
+    const auto counts = [&](Event&) -> DWORD {
+        ran.Add();
+        return 0;
+    };
+    CCustomThreadPool pool;
+    ASSERT_EQ(pool.Init(1), S_OK);
+    ASSERT_EQ(pool.Add(Make([&](Event& stop) -> DWORD {
+        running.Add();
+        stop.Wait();
+        stopSeen.Add();
+        release.Wait();
+        return 0;
+    })),
+              S_OK);
+    ASSERT_TRUE(running.WaitFor(1));
+    ASSERT_EQ(pool.Add(Make(counts)), S_OK);
+    std::thread stopper([&] { EXPECT_EQ(pool.Shutdown(), S_OK); });
+    ASSERT_TRUE(stopSeen.WaitFor(1));
+    ASSERT_EQ(pool.Add(Make(counts)), S_OK);
+    release.Set();
+    stopper.join();
+    EXPECT_TRUE(ran.WaitFor(2));
+}
+
+TEST_F(ThreadPoolTest, FromThe65thJobOnShutdownDoesNotWait)
+{
+    CCustomThreadPool pool;
+    ASSERT_EQ(pool.Init(1), S_OK);
+    for (int i = 0; i < 64; ++i)
+        ASSERT_EQ(pool.Add(Make([](Event&) -> DWORD { return 0; })), S_OK);
+    ASSERT_TRUE(destroyed.WaitFor(64));
+    ASSERT_EQ(pool.Shutdown(), S_OK);
+    ASSERT_EQ(pool.Add(Make([this](Event&) -> DWORD {
+        running.Add();
+        release.Wait();
+        return 0;
+    })),
+              S_OK);
+    ASSERT_TRUE(running.WaitFor(1));
+    EXPECT_EQ(pool.Shutdown(), S_OK);
+    EXPECT_EQ(destroyed.Value(), 64);
+    release.Set();
+}
+
+TEST_F(ThreadPoolTest, TheDestructorWaitsForEveryJobWhateverShutdownAnswers)
+{
+    constexpr int kJobs = 70;
+    {
+        CCustomThreadPool pool;
+        ASSERT_EQ(pool.Init(2), S_OK);
+        for (int i = 0; i < kJobs; ++i)
+            ASSERT_EQ(pool.Add(Runner()), S_OK);
+        ASSERT_TRUE(running.WaitFor(2));
+    }
+    EXPECT_EQ(destroyed.Value(), kJobs);
+    EXPECT_EQ(running.Value(), 0);
+}
+
+TEST_F(ThreadPoolTest, AnExceptionOfAJobEndsThatJobAlone)
+{
+    Counter ran;
+    CCustomThreadPool pool;
+    ASSERT_EQ(pool.Init(1), S_OK);
+    ASSERT_EQ(pool.Add(Make([](Event&) -> DWORD { throw std::runtime_error("job"); })), S_OK);
+    ASSERT_EQ(pool.Add(Make([&](Event&) -> DWORD {
+        ran.Add();
+        return 0;
+    })),
+              S_OK);
+    EXPECT_TRUE(ran.WaitFor(1));
+    EXPECT_TRUE(destroyed.WaitFor(2));
+}
+
+TEST_F(ThreadPoolTest, APoolWithoutRoomForAnyJobIsRefused)
+{
+    CCustomThreadPool pool;
+    EXPECT_EQ(pool.Init(0), E_FAIL);
+}
+
+TEST_F(ThreadPoolTest, APoolThatWasNotMadeTakesNoJob)
+{
+    CCustomThreadPool pool;
+    EXPECT_EQ(pool.Add(Make([](Event&) -> DWORD { return 0; })), E_FAIL);
+    EXPECT_EQ(destroyed.Value(), 1);
+    EXPECT_EQ(pool.Shutdown(), E_FAIL);
+}
+
+TEST_F(ThreadPoolTest, NoJobIsRefused)
+{
+    CCustomThreadPool pool;
+    ASSERT_EQ(pool.Init(1), S_OK);
+    EXPECT_EQ(pool.Add(nullptr), E_FAIL);
+}
+
+TEST_F(ThreadPoolTest, ManyThreadsMayAddAndShutDownAtOnce)
+{
+    constexpr int kThreads = 4;
+    constexpr int kJobs = 25;
+    {
+        CCustomThreadPool pool;
+        ASSERT_EQ(pool.Init(2), S_OK);
+        std::vector<std::thread> threads;
+        for (int i = 0; i < kThreads; ++i) {
+            threads.emplace_back([&, i] {
+                for (int n = 0; n < kJobs; ++n) {
+                    EXPECT_EQ(pool.Add(Make([](Event&) -> DWORD { return 0; })), S_OK);
+                    if (i == 0) {
+                        EXPECT_EQ(pool.Shutdown(), S_OK);
+                    }
+                }
+            });
+        }
+        for (std::thread& thread : threads)
+            thread.join();
+    }
+    EXPECT_EQ(destroyed.Value(), kThreads * kJobs);
+}
+
+// An automation object that lives in the apartment of the test's thread.
+class Callee final : public ComObject<Callee, IDispatch> {
+public:
+    HRESULT STDMETHODCALLTYPE GetTypeInfoCount(UINT*) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetTypeInfo(UINT, LCID, ITypeInfo**) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetIDsOfNames(REFIID, LPOLESTR*, UINT, LCID, DISPID*) override
+    {
+        return E_NOTIMPL;
+    }
+    HRESULT STDMETHODCALLTYPE Invoke(DISPID, REFIID, LCID, WORD, DISPPARAMS*, VARIANT*, EXCEPINFO*,
+                                     UINT*) override
+    {
+        calledOn = std::this_thread::get_id();
+        return S_OK;
+    }
+    std::thread::id calledOn;
+};
+
+TEST_F(ThreadPoolTest, AJobMayCallIntoTheApartmentThatDestroysThePool)
+{
+    const ApartmentScope apartment;
+    ASSERT_EQ(apartment.Result(), S_OK);
+    const ComPtr<Callee> callee = MakeComObject<Callee>();
+    ComPtr<IGlobalInterfaceTable> table;
+    ASSERT_EQ(CoCreateInstance(CLSID_StdGlobalInterfaceTable, nullptr, CLSCTX_INPROC_SERVER,
+                               IID_IGlobalInterfaceTable, table.PutVoid()),
+              S_OK);
+    DWORD cookie = 0;
+    ASSERT_EQ(table->RegisterInterfaceInGlobal(callee.Get(), IID_IDispatch, &cookie), S_OK);
+    HRESULT called = E_FAIL;
+    {
+        CCustomThreadPool pool;
+        ASSERT_EQ(pool.Init(1), S_OK);
+        ASSERT_EQ(pool.Add(Make([&](Event& stop) -> DWORD {
+            running.Add();
+            stop.Wait();
+            ComPtr<IDispatch> proxy;
+            if (SUCCEEDED(table->GetInterfaceFromGlobal(cookie, IID_IDispatch, proxy.PutVoid()))) {
+                DISPPARAMS none{};
+                called = proxy->Invoke(1, IID_NULL, 0, DISPATCH_METHOD, &none, nullptr, nullptr, nullptr);
+            }
+            return 0;
+        })),
+                  S_OK);
+        ASSERT_TRUE(running.WaitFor(1));
+    }
+    EXPECT_EQ(called, S_OK);
+    EXPECT_EQ(callee->calledOn, std::this_thread::get_id());
+    table->RevokeInterfaceFromGlobal(cookie);
+}
+
+}  // namespace
+}  // namespace quorvane

@@ -1,0 +1,49 @@
+#include "engine/transfer/received_item_call.h"
+
+#include <new>
+#include <system_error>
+#include <thread>
+
+#include "engine/session/trace/trace.h"
+
+namespace quorvane {
+
+HRESULT ReceivedItemCall::Start(Addin addin, ComPtr<IItem> item, const Bstr& tag,
+                                std::shared_ptr<ReceivedItemCall>& call) noexcept
+try {
+    call.reset();
+    std::shared_ptr<ReceivedItemCall> made(
+        new ReceivedItemCall(std::move(addin), std::move(item), Bstr(tag)));
+    HR_TRY_QUIET(made->event_.Create(false));
+    std::thread([made] { made->ItemReceviedProc(); }).detach();
+    call = std::move(made);
+    return S_OK;
+} catch (const std::bad_alloc&) {
+    return E_OUTOFMEMORY;
+} catch (const std::system_error&) {
+    return E_FAIL;
+}
+
+HRESULT ReceivedItemCall::Wait(Event& stop, bool& ignore) noexcept
+{
+    const Event* const events[] = {&event_, &stop};
+    size_t first = 1;
+    HR_TRY_QUIET(WaitAny(events, kForever, &first));
+    if (first != 0)
+        return E_ABORT;
+    ignore = ignore_;
+    return result_;
+}
+
+void ReceivedItemCall::ItemReceviedProc() noexcept
+{
+    try {
+        result_ = addin_.OnItemReceived(item_.Get(), tag_.Get(), ignore_);
+    } catch (...) {
+        result_ = E_UNEXPECTED;
+        Traced{"CStorageProcessor::ItemReceviedProc"}.Line("Supposed to crash\n");
+    }
+    event_.Set();
+}
+
+}  // namespace quorvane
