@@ -1,0 +1,239 @@
+#include "host/addin.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <ctime>
+
+#include "host/folders.h"
+#include "host/output.h"
+#include "host/properties.h"
+
+namespace quorvane::host {
+
+namespace {
+
+constexpr std::uint64_t kUnixEpochInFileTime = 116'444'736'000'000'000;
+
+}  // namespace
+
+std::uint64_t Addin::Now()
+{
+    std::timespec now{};
+    std::timespec_get(&now, TIME_UTC);
+    return kUnixEpochInFileTime + static_cast<std::uint64_t>(now.tv_sec) * 10'000'000 +
+           static_cast<std::uint64_t>(now.tv_nsec) / 100;
+}
+
+namespace {
+
+std::string FolderIdOf(IItem& item)
+{
+    ComPtr<IFolder> folder;
+    Check(item.get_Folder(folder.Put()), "find the folder of", "an item");
+    return ReadText(*folder, &IFolder::get_ID);
+}
+
+}  // namespace
+
+ComPtr<IFolder> AddEngineFolder(const EngineSession& engine, const Share& share)
+{
+    const Variant id = Variant::Text(FromUtf8(share.folderId));
+    const Variant missing = Variant::Missing();
+    ComPtr<IFolder> folder;
+    Check(engine.Folders()->Add(BstrOf(share.entryId).Get(), BstrOf(share.storeId).Get(), id.Raw(),
+                                missing.Raw(), folder.Put()),
+          "watch the folder", share.name);
+    return folder;
+}
+
+ItemVersion Addin::NextVersion(const std::optional<ItemRecord>& record, std::uint64_t modified) const
+{
+    const std::uint64_t after = record ? record->version.stamp + 1 : 0;
+    return {std::max(modified, after), parts_.mailbox.Name()};
+}
+
+void Addin::Log(const char* event, const std::string& id, const std::string& what) const
+{
+    if (parts_.verbose)
+        std::fprintf(stderr, "%s %s %s\n", event, Printable(id).c_str(), Printable(what).c_str());
+}
+
+HRESULT Addin::OnLocalChange(const char* event, IItem& item, bool& ignore)
+{
+    parts_.statistics.Touch();
+    ComPtr<IUnknown> raw;
+    HRESULT hr = item.get_Raw(raw.Put());
+    ComPtr<IMessage> message;
+    if (SUCCEEDED(hr))
+        hr = raw.As(message);
+    if (FAILED(hr))
+        return hr;
+    const std::string entryId = ReadText(item, &IItem::get_EntryID);
+    const std::uint64_t modified = TimeOf(*message, PR_LAST_MODIFICATION_TIME);
+    const auto row = parts_.state.RowOfEntry(entryId);
+    if (row && parts_.state.IsCurrent(*row, modified)) {
+        const auto known = parts_.records.FindItem(row->id);
+        if (known && known->version.member != parts_.mailbox.Name())
+            ++parts_.statistics.echoes;
+        ignore = true;
+        return S_OK;
+    }
+    // Gives the item the time of the message that is sent, which the engine then writes to the row.
+    hr = item.put_Raw(raw.Get());
+    if (FAILED(hr))
+        return hr;
+    ItemRecord record{ReadText(item, &IItem::get_ID), FolderIdOf(item), {}, false, modified};
+    record.version = NextVersion(parts_.records.FindItem(record.id), modified);
+    hr = item.put_CustomInfo(BstrOf(FormatVersion(record.version)).Get());
+    if (FAILED(hr))
+        return hr;
+    parts_.records.PutItem(record);
+    ++parts_.statistics.itemsSent;
+    Log(event, record.id, TextOf(*message, PR_SUBJECT_W));
+    return S_OK;
+}
+
+HRESULT Addin::OnItemDeleted(IItem* item, bool& /*ignore*/)
+{
+    parts_.statistics.Touch();
+    ItemRecord record{ReadText(*item, &IItem::get_ID), FolderIdOf(*item), {}, true, 0};
+    record.version = NextVersion(parts_.records.FindItem(record.id), Now());
+    const HRESULT hr = item->put_CustomInfo(BstrOf(FormatVersion(record.version)).Get());
+    if (FAILED(hr))
+        return hr;
+    parts_.records.PutItem(record);
+    ++parts_.statistics.deletionsSent;
+    Log("onItemDeleted", record.id, {});
+    return S_OK;
+}
+
+// Whether what is here is at least as new as `version`: known as such, or a change here that wasn't sent yet
+// and will be. Of an item in this very version, the exact time of its message tells that it was applied to
+// the end.
+bool Addin::IsOutdated(const std::string& id, const ItemVersion& version) const
+{
+    const auto record = parts_.records.FindItem(id);
+    if (record && version < record->version)
+        return true;
+    const auto row = parts_.state.RowOfId(id);
+    const ComPtr<IMessage> message = row ? OpenMessage(parts_.mail, row->entryId, false) : nullptr;
+    if (!message)
+        return false;
+    const std::uint64_t modified = TimeOf(*message, PR_LAST_MODIFICATION_TIME);
+    const bool current = parts_.state.IsCurrent(*row, modified);
+    if (record && version == record->version)
+        return current && record->modified != 0;
+    const bool kept = !current && version < NextVersion(record, modified);
+    if (kept)
+        parts_.state.NoteKept(id);
+    return kept;
+}
+
+HRESULT Addin::OnItemReceived(IItem* item, BSTR tag, bool& ignore)
+{
+    parts_.statistics.Touch();
+    qv_Action action = qv_ac_NoAction;
+    const HRESULT hr = item->get_Action(&action);
+    if (FAILED(hr))
+        return hr;
+    const std::string id = ReadText(*item, &IItem::get_ID);
+    const auto sent = ParseVersion(ReadText(*item, &IItem::get_CustomInfo));
+    const ItemVersion version = sent ? *sent : ItemVersion{0, ToUtf8(ViewOf(tag))};
+    const bool deletion = action == qv_ac_Deleted;
+    if (IsOutdated(id, version)) {
+        ++parts_.statistics.itemsIgnored;
+        ignore = true;
+        return S_OK;
+    }
+    // Before it is applied: a kill in between brings the item again, in this very version, which is then
+    // applied.
+    parts_.records.PutItem({id, FolderIdOf(*item), version, deletion, 0});
+    ignore = deletion && !parts_.state.RowOfId(id);  // nothing here to delete
+    deletion ? ++parts_.statistics.deletionsApplied : ++parts_.statistics.itemsApplied;
+    Log("onItemReceived", id, deletion ? "deletion" : "");
+    return S_OK;
+}
+
+// The message that was just written is the item's present version: its exact time goes into the record.
+HRESULT Addin::OnPostprocess(BSTR entryId, BSTR /*storeId*/)
+{
+    parts_.statistics.Touch();
+    const std::string entry = ToUtf8(ViewOf(entryId));
+    const auto row = parts_.state.RowOfEntry(entry);
+    const ComPtr<IMessage> message = OpenMessage(parts_.mail, entry, false);
+    if (!row || !message)
+        return S_OK;
+    const std::uint64_t modified = TimeOf(*message, PR_LAST_MODIFICATION_TIME);
+    if (row->lastModified == RowTimeOf(modified))
+        parts_.records.SetModified(row->id, modified);
+    return S_OK;
+}
+
+HRESULT Addin::OnFolderReceived(IFolder* folder, BSTR tag)
+{
+    parts_.statistics.Touch();
+    const std::string folderId = ReadText(*folder, &IFolder::get_ID);
+    const auto announcement = ParseAnnouncement(ReadText(*folder, &IFolder::get_CustomInfo));
+    if (!announcement || folderId.empty()) {
+        std::fprintf(stderr, "quorvane: left out a folder's announcement from '%s': it can't be understood\n",
+                     Printable(ToUtf8(ViewOf(tag))).c_str());
+        return S_OK;
+    }
+    const bool joined = !parts_.records.FindShare(folderId);
+    if (joined)
+        JoinFolder(folderId, *announcement);
+    LearnMembers(folderId, *announcement, joined);
+    Log("onFolderReceived", folderId, announcement->name);
+    return S_OK;
+}
+
+// A folder of that name which is in use for something else isn't touched: the shared one gets a name of its
+// own.
+std::string Addin::NewFolderPath(const Announcement& announcement) const
+{
+    const std::vector<FolderInfo> folders = ListFolders(parts_.mail);
+    std::string path = announcement.name;
+    for (int number = 1;; ++number) {
+        const auto found = std::find_if(folders.begin(), folders.end(),
+                                        [&](const FolderInfo& folder) { return folder.path == path; });
+        if (found == folders.end() ||
+            (found->items == 0 && !parts_.records.FindShareByEntryId(found->entryId)))
+            return path;
+        path = announcement.name + " (" + announcement.from +
+               (number > 1 ? " " + std::to_string(number) : "") + ")";
+    }
+}
+
+void Addin::JoinFolder(const std::string& folderId, const Announcement& announcement)
+{
+    const std::string path = NewFolderPath(announcement);
+    const ComPtr<IMAPIFolder> folder = EnsureFolder(parts_.mail, path);
+    const Share share{folderId, HexOf(*folder, PR_ENTRYID), parts_.mail.StoreId(), path};
+    // In this order: the run's thread adds every share that it finds in the records and the engine lacks.
+    AddEngineFolder(*engine_, share);
+    parts_.records.AddShare(share);
+}
+
+// Who announces the folder to a new member sends all items along, so whoever joins through this announcement
+// owes the others nothing. Who is in already owes a member that it didn't know everything it has: the member
+// may have missed what went between the others meanwhile.
+void Addin::LearnMembers(const std::string& folderId, const Announcement& announcement, bool joined)
+{
+    for (const std::string& member : announcement.members)
+        if (member != parts_.mailbox.Name())
+            parts_.records.AddMember(folderId, member, joined || member == announcement.from);
+}
+
+HRESULT Addin::DatabasePath(Bstr& path)
+{
+    path = Bstr(Widen(parts_.mailbox.SharingDatabasePath().string()));
+    return S_OK;
+}
+
+HRESULT Addin::ProductCode(Bstr& code)
+{
+    code = Bstr(OleStringView(kProductCode));
+    return S_OK;
+}
+
+}  // namespace quorvane::host

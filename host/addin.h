@@ -1,0 +1,74 @@
+// host/addin.h: what the program answers to the engine's callbacks.
+//
+// Versions. Each change made here gets a version: the time of the change and this mailbox's name; it travels
+// in the item's CustomInfo. A received item of an older version than the one known here isn't applied, so
+// that members who change one item at once all end with the same. Deletions have versions too.
+#ifndef QUORVANE_HOST_ADDIN_H_
+#define QUORVANE_HOST_ADDIN_H_
+
+#include <string>
+
+#include "host/announcement.h"
+#include "host/engine.h"
+#include "host/item_state.h"
+#include "host/mailbox.h"
+#include "host/profile.h"
+#include "host/records.h"
+#include "host/statistics.h"
+
+namespace quorvane::host {
+
+class Addin final : public ExtHandler {
+public:
+    struct Parts {
+        const Mailbox& mailbox;
+        const MailSession& mail;
+        Records& records;
+        ItemState& state;
+        Statistics& statistics;
+        bool verbose;
+    };
+
+    explicit Addin(const Parts& parts) noexcept : parts_(parts) {}
+
+    // The engine that calls back; set after the logon, before its first job.
+    void SetEngine(const EngineSession& engine) noexcept { engine_ = &engine; }
+
+    // A version for a change made here to an item with this record, if it has one.
+    ItemVersion NextVersion(const std::optional<ItemRecord>& record, std::uint64_t modified) const;
+    // The present time, in the units of a version.
+    static std::uint64_t Now();
+
+    HRESULT OnFolderReceived(IFolder* folder, BSTR tag) override;
+    HRESULT OnItemAdded(IItem* item, bool& ignore) override
+    {
+        return OnLocalChange("onItemAdded", *item, ignore);
+    }
+    HRESULT OnItemChanged(IItem* item, bool& ignore) override
+    {
+        return OnLocalChange("onItemChanged", *item, ignore);
+    }
+    HRESULT OnItemDeleted(IItem* item, bool& ignore) override;
+    HRESULT OnItemReceived(IItem* item, BSTR tag, bool& ignore) override;
+    HRESULT OnPostprocess(BSTR entryId, BSTR storeId) override;
+    HRESULT DatabasePath(Bstr& path) override;
+    HRESULT ProductCode(Bstr& code) override;
+
+private:
+    HRESULT OnLocalChange(const char* event, IItem& item, bool& ignore);
+    void JoinFolder(const std::string& folderId, const Announcement& announcement);
+    std::string NewFolderPath(const Announcement& announcement) const;
+    void LearnMembers(const std::string& folderId, const Announcement& announcement, bool joined);
+    bool IsOutdated(const std::string& id, const ItemVersion& version) const;
+    void Log(const char* event, const std::string& id, const std::string& what) const;
+
+    Parts parts_;
+    const EngineSession* engine_ = nullptr;
+};
+
+// Adds a shared folder to the engine. Throws a HostError.
+ComPtr<IFolder> AddEngineFolder(const EngineSession& engine, const Share& share);
+
+}  // namespace quorvane::host
+
+#endif  // QUORVANE_HOST_ADDIN_H_

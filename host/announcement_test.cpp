@@ -1,0 +1,64 @@
+#include "host/announcement.h"
+
+#include <gtest/gtest.h>
+
+namespace quorvane::host {
+
+namespace {
+
+TEST(AnnouncementTest, WhatWasFormattedIsParsedAgain)
+{
+    const auto parsed = ParseAnnouncement(FormatAnnouncement({"Projects/2026 – ä", "alice", {"alice", "bob"}}));
+
+    ASSERT_TRUE(parsed);
+    EXPECT_EQ(parsed->name, "Projects/2026 – ä");
+    EXPECT_EQ(parsed->from, "alice");
+    EXPECT_EQ(parsed->members, (std::vector<std::string>{"alice", "bob"}));
+}
+
+TEST(AnnouncementTest, TextThatIsNoneIsRefused)
+{
+    for (const char* text :
+         {"", "hello", "[]", "{}", "{\"name\":\"a\"}", R"({"name":"","from":"a","members":[]})",
+          R"({"name":"//","from":"a","members":[]})", R"({"name":"a\nb","from":"a","members":[]})",
+          R"({"name":"a","from":"../a","members":[]})", R"({"name":"a","from":"a","members":["../../etc"]})",
+          R"({"name":"a","from":"a","members":[1]})", R"({"name":"a","from":"a","members":{}})"})
+        EXPECT_FALSE(ParseAnnouncement(text)) << text;
+}
+
+TEST(AnnouncementTest, AVersionSurvivesItsText)
+{
+    const ItemVersion version{134070004112345678, "alice"};
+
+    EXPECT_EQ(ParseVersion(FormatVersion(version)), version);
+}
+
+TEST(AnnouncementTest, AVersionThatCouldNotBeKeptIsRefused)
+{
+    for (const char* text : {"", "{}", R"({"stamp":-1,"member":"a"})", R"({"stamp":1.5,"member":"a"})",
+                             R"({"stamp":9223372036854775807,"member":"a"})", R"({"stamp":1,"member":"a/b"})"})
+        EXPECT_FALSE(ParseVersion(text)) << text;
+}
+
+TEST(AnnouncementTest, OfTwoVersionsTheLaterIsGreaterAndOfEqualOnesTheGreaterName)
+{
+    EXPECT_LT((ItemVersion{1, "b"}), (ItemVersion{2, "a"}));
+    EXPECT_LT((ItemVersion{2, "a"}), (ItemVersion{2, "b"}));
+    EXPECT_FALSE((ItemVersion{2, "b"}) < (ItemVersion{2, "b"}));
+}
+
+TEST(AnnouncementTest, RecipientsOfAnAnnouncementNameMemberAndFolder)
+{
+    const auto target = ParseAnnouncementRecipients(AnnouncementRecipients("bob", "{G:1}"));
+
+    ASSERT_TRUE(target);
+    EXPECT_EQ(target->member, "bob");
+    EXPECT_EQ(target->folderId, "{G:1}");
+    EXPECT_FALSE(ParseAnnouncementRecipients("00000000AB"));
+    EXPECT_FALSE(ParseAnnouncementRecipients("to:bob"));
+    EXPECT_FALSE(ParseAnnouncementRecipients("to:../bob:x"));
+}
+
+}  // namespace
+
+}  // namespace quorvane::host

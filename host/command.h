@@ -1,0 +1,56 @@
+// host/command.h: what every command of the program shares.
+#ifndef QUORVANE_HOST_COMMAND_H_
+#define QUORVANE_HOST_COMMAND_H_
+
+#include <CLI/CLI.hpp>
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "host/errors.h"
+#include "host/folders.h"
+#include "host/mailbox.h"
+#include "host/output.h"
+#include "host/profile.h"
+
+namespace quorvane::host {
+
+// The command that the command line chose, run after the whole line was understood.
+using Chosen = std::function<ExitCode()>;
+
+// Each adds its command to the program; when it is chosen, `chosen` gets its work.
+void AddInitCommand(CLI::App& program, Chosen& chosen);
+void AddListCommand(CLI::App& program, Chosen& chosen);
+void AddImportCommand(CLI::App& program, Chosen& chosen);
+void AddExportCommand(CLI::App& program, Chosen& chosen);
+void AddEditCommand(CLI::App& program, Chosen& chosen);
+void AddMoveCommand(CLI::App& program, Chosen& chosen);
+void AddDeleteCommand(CLI::App& program, Chosen& chosen);
+void AddShareCommand(CLI::App& program, Chosen& chosen);
+void AddRunCommand(CLI::App& program, Chosen& chosen);
+void AddCompareCommand(CLI::App& program, Chosen& chosen);
+void AddStatusCommand(CLI::App& program, Chosen& chosen);
+void AddInspectCommand(CLI::App& program, Chosen& chosen);
+
+// Runs the program: exit code as the shell sees it. Errors have been printed.
+int RunProgram(int argc, const char* const* argv);
+
+// The arguments of a command, shared between its parser and its work. Adds `--json` and makes `work(options)`
+// the chosen work; the command's own arguments are added to the returned parser by the caller.
+template <class Options>
+CLI::App* AddCommand(CLI::App& program, Chosen& chosen, const char* name, const char* help,
+                     std::shared_ptr<Options> options, ExitCode (*work)(const Options&))
+{
+    CLI::App* const command = program.add_subcommand(name, help);
+    command->add_flag("--json", options->json, "Print one JSON value instead of text");
+    command->callback([&chosen, options, work] { chosen = [options, work] { return work(*options); }; });
+    return command;
+}
+
+// The entry identifier of an item of `folder` that a user named: by its sharing ID, its entry identifier, or
+// its number in `list`. Throws a HostError.
+std::string FindItem(const Mailbox& mailbox, IMAPIFolder& folder, const std::string& name);
+
+}  // namespace quorvane::host
+
+#endif  // QUORVANE_HOST_COMMAND_H_

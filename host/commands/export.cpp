@@ -1,0 +1,94 @@
+#include <fstream>
+
+#include "host/command.h"
+#include "host/mime/export_mime.h"
+#include "host/msg_file.h"
+#include "host/progress.h"
+
+namespace quorvane::host {
+
+namespace {
+
+struct ExportArguments {
+    bool json = false;
+    std::string mailbox;
+    std::string folder;
+    std::string directory;
+    std::string format = "eml";
+};
+
+// "0007-subject" with what a file name can't hold replaced; the number keeps names apart.
+std::string FileName(std::size_t number, const std::string& subject)
+{
+    constexpr std::size_t kLongestSubject = 60;
+    std::string name = std::to_string(number);
+    name.insert(0, name.size() < 4 ? 4 - name.size() : 0, '0');
+    name += '-';
+    for (const char c : Printable(subject).substr(0, kLongestSubject)) {
+        const auto byte = static_cast<unsigned char>(c);
+        const bool plain =
+            (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-';
+        name += plain && byte < 0x80 ? c : '_';
+    }
+    return name;
+}
+
+void WriteMail(IMessage& message, const std::filesystem::path& path)
+{
+    std::ofstream file(path, std::ios::binary | std::ios::trunc);
+    if (!file)
+        Fail("write", path.string(), DescribeErrno(errno));
+    Check(ExportMime(message, file), "write", path.string());
+    file.close();
+    if (!file)
+        Fail("write", path.string(), DescribeErrno(errno));
+}
+
+void WriteMsg(IMessage& message, const std::filesystem::path& path)
+{
+    MsgFile file;
+    Check(file.Create(path), "write", path.string());
+    Check(CopyMessage(message, file.Message(), KEEP_OPEN_READWRITE), "write", path.string());
+}
+
+ExitCode Export(const ExportArguments& options)
+{
+    const Mailbox mailbox = Mailbox::Open(options.mailbox);
+    const MailSession session(options.mailbox);
+    const ComPtr<IMAPIFolder> folder = FindFolder(session, options.folder);
+    MakeDirectory(options.directory);
+    Progress progress("exporting");
+    Json files = Json::array();
+    std::size_t number = 0;
+    ForEachItem(*folder, [&](const ItemInfo& item) {
+        const ComPtr<IMessage> message = OpenMessage(session, item.entryId, false);
+        if (!message)
+            return;  // deleted since the row was read
+        const std::filesystem::path path = std::filesystem::path(options.directory) /
+                                           (FileName(++number, item.subject) + "." + options.format);
+        options.format == "msg" ? WriteMsg(*message, path) : WriteMail(*message, path);
+        files.push_back(path.string());
+        progress.Show(0, 0, std::to_string(number) + " items");
+    });
+    Print(options.json, {{"folder", options.folder}, {"files", files}},
+          "exported " + std::to_string(number) + " items to " + options.directory + "\n");
+    return ExitCode::kDone;
+}
+
+}  // namespace
+
+void AddExportCommand(CLI::App& program, Chosen& chosen)
+{
+    auto options = std::make_shared<ExportArguments>();
+    CLI::App* const command =
+        AddCommand(program, chosen, "export", "Write each item of a folder to a file", options, Export);
+    command->add_option("MAILBOX", options->mailbox, "Directory of the mailbox")->required();
+    command->add_option("FOLDER", options->folder, "Path of the folder")->required();
+    command->add_option("DIR", options->directory, "Directory for the files; made if it's missing")
+        ->required();
+    command->add_option("--format", options->format, "eml or msg")
+        ->check(CLI::IsMember({"eml", "msg"}))
+        ->capture_default_str();
+}
+
+}  // namespace quorvane::host

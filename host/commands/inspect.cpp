@@ -1,0 +1,151 @@
+#include <map>
+
+#include "host/command.h"
+#include "host/compound_file.h"
+#include "host/message_content.h"
+#include "host/msg_file.h"
+#include "host/properties.h"
+#include "quorvane3/object_model.h"
+
+namespace quorvane::host {
+
+namespace {
+
+struct InspectOptions {
+    bool json = false;
+    std::string file;
+};
+
+constexpr int kDeepestStorage = 64;
+constexpr std::size_t kMostElements = 1'000'000;
+
+const char* ActionText(std::int32_t action)
+{
+    switch (action) {
+        case qv_ac_Added:
+            return "added";
+        case qv_ac_Modified:
+            return "modified";
+        case qv_ac_Deleted:
+            return "deleted";
+        default:
+            return "none";
+    }
+}
+
+// The tree of any compound file, in text and JSON.
+class TreePrinter {
+public:
+    explicit TreePrinter(std::string shown) : shown_(std::move(shown)) {}
+
+    Json Walk(IStorage& storage, int depth)
+    {
+        if (depth > kDeepestStorage)
+            Fail("read", shown_, "storages are nested too deeply");
+        Json json = Json::array();
+        for (const Element& element : ListElements(storage, shown_)) {
+            if (++count_ > kMostElements)
+                Fail("read", shown_, "it holds too many elements");
+            json.push_back(Describe(storage, element, depth));
+        }
+        return json;
+    }
+    const std::string& Text() const noexcept { return text_; }
+
+private:
+    Json Describe(IStorage& parent, const Element& element, int depth)
+    {
+        const std::string name = Printable(ToUtf8(element.name));
+        text_.append(static_cast<std::size_t>(depth) * 2, ' ').append(name);
+        if (!element.isStorage) {
+            text_ += "  " + std::to_string(element.size) + "\n";
+            return {{"name", name}, {"size", element.size}};
+        }
+        text_ += "/\n";
+        const ComPtr<IStorage> storage = OpenSubStorage(parent, element.name);
+        if (!storage)
+            Fail("read", shown_, "the storage '" + name + "' can't be opened");
+        return {{"name", name}, {"elements", Walk(*storage, depth + 1)}};
+    }
+
+    std::string shown_;
+    std::string text_;
+    std::size_t count_ = 0;
+};
+
+ExitCode InspectPackage(const InspectOptions& options, IStorage& root)
+{
+    std::map<OleString, std::string> subjects;
+    const Package package =
+        ReadPackage(root, options.file, [&](const PackageRecord& record, IStorage& storage) {
+            MsgFile message;
+            subjects[record.element] = SUCCEEDED(message.OpenOn(storage))
+                                           ? TextOf(message.Message(), PR_SUBJECT_W)
+                                           : "(the message is damaged)";
+        });
+    Json json = {{"kind", "package"}, {"folders", Json::array()}, {"items", Json::array()}};
+    std::string text = "package: " + std::to_string(package.folders.size()) + " folders, " +
+                       std::to_string(package.items.size()) + " items\n";
+    for (const PackageRecord& folder : package.folders) {
+        json["folders"].push_back({{"id", folder.id}, {"customInfo", folder.customInfo}});
+        text += "folder " + Printable(folder.id) + "  " + Printable(folder.customInfo) + "\n";
+    }
+    for (const PackageRecord& item : package.items) {
+        const std::string subject = subjects[item.element];
+        json["items"].push_back({{"id", item.id},
+                                 {"folder", item.folderId},
+                                 {"action", ActionText(item.action)},
+                                 {"customInfo", item.customInfo},
+                                 {"message", item.hasMessage},
+                                 {"subject", subject}});
+        text +=
+            "item " + Printable(item.id) + "  " + ActionText(item.action) + "  " + Printable(subject) + "\n";
+    }
+    Print(options.json, json, text);
+    return ExitCode::kDone;
+}
+
+ExitCode InspectMessage(const InspectOptions& options, IStorage& root)
+{
+    MsgFile file;
+    Check(file.OpenOn(root), "read the message in", options.file);
+    const MessageContent content = ReadContent(file.Message(), options.file);
+    const std::string subject = TextOf(file.Message(), PR_SUBJECT_W);
+    Json names = Json::array();
+    for (const auto& [name, value] : content)
+        names.push_back(name);
+    std::string text = "message: " + Printable(subject) +
+                       "\nclass: " + Printable(TextOf(file.Message(), PR_MESSAGE_CLASS_W)) +
+                       "\nfrom: " + Printable(TextOf(file.Message(), PR_SENDER_NAME_W)) +
+                       "\nsent: " + TimeText(TimeOf(file.Message(), PR_CLIENT_SUBMIT_TIME)) + "\nholds:\n";
+    for (const auto& [name, value] : content)
+        text += "  " + Printable(name) + "\n";
+    Print(options.json, {{"kind", "message"}, {"subject", subject}, {"holds", names}}, text);
+    return ExitCode::kDone;
+}
+
+ExitCode Inspect(const InspectOptions& options)
+{
+    const ComPtr<IStorage> root = OpenCompoundFile(options.file);
+    if (IsPackage(*root))
+        return InspectPackage(options, *root);
+    if (OpenSubStream(*root, OLESTR("__properties_version1.0")))
+        return InspectMessage(options, *root);
+    TreePrinter printer(options.file);
+    const Json tree = printer.Walk(*root, 0);
+    Print(options.json, {{"kind", "compound file"}, {"elements", tree}}, printer.Text());
+    return ExitCode::kDone;
+}
+
+}  // namespace
+
+void AddInspectCommand(CLI::App& program, Chosen& chosen)
+{
+    auto options = std::make_shared<InspectOptions>();
+    CLI::App* const command =
+        AddCommand(program, chosen, "inspect", "Show what is inside a package, a .msg or any compound file",
+                   options, Inspect);
+    command->add_option("FILE", options->file, "The file")->required();
+}
+
+}  // namespace quorvane::host

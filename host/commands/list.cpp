@@ -1,0 +1,81 @@
+#include "host/command.h"
+#include "host/properties.h"
+#include "host/sharing_rows.h"
+
+namespace quorvane::host {
+
+namespace {
+
+struct ListOptions {
+    bool json = false;
+    std::string mailbox;
+    std::string folder;
+};
+
+ExitCode ListAllFolders(const ListOptions& options, const MailSession& session)
+{
+    Json json = Json::array();
+    Table table({"FOLDER", "ITEMS", "UNREAD"});
+    for (const FolderInfo& folder : ListFolders(session)) {
+        json.push_back({{"folder", folder.path},
+                        {"items", folder.items},
+                        {"unread", folder.unread},
+                        {"entryId", folder.entryId}});
+        table.Add({Printable(folder.path), std::to_string(folder.items), std::to_string(folder.unread)});
+    }
+    Print(options.json, json, table.Text());
+    return ExitCode::kDone;
+}
+
+std::string FlagText(LONG flags)
+{
+    std::string text;
+    text += flags & static_cast<LONG>(MSGFLAG_READ) ? 'R' : '-';
+    text += flags & static_cast<LONG>(MSGFLAG_HASATTACH) ? 'A' : '-';
+    return text;
+}
+
+ExitCode List(const ListOptions& options)
+{
+    const Mailbox mailbox = Mailbox::Open(options.mailbox);
+    const MailSession session(options.mailbox);
+    if (options.folder.empty())
+        return ListAllFolders(options, session);
+    const auto rows = ReadSharingRows(mailbox);
+    Json json = Json::array();
+    Table table({"#", "DATE", "SENDER", "SUBJECT", "SIZE", "FLAGS", "ID"});
+    std::size_t number = 0;
+    ForEachItem(*FindFolder(session, options.folder), [&](const ItemInfo& item) {
+        const auto row = rows.find(item.entryId);
+        const std::string id = row == rows.end() ? std::string() : row->second.id;
+        ++number;
+        if (options.json)
+            json.push_back({{"number", number},
+                            {"subject", item.subject},
+                            {"sender", item.sender},
+                            {"date", TimeText(item.sent)},
+                            {"size", item.size},
+                            {"flags", item.flags},
+                            {"read", (item.flags & static_cast<LONG>(MSGFLAG_READ)) != 0},
+                            {"id", id},
+                            {"entryId", item.entryId}});
+        else
+            table.Add({std::to_string(number), TimeText(item.sent), Printable(item.sender),
+                       Printable(item.subject), std::to_string(item.size), FlagText(item.flags), id});
+    });
+    Print(options.json, json, options.json ? std::string() : table.Text());
+    return ExitCode::kDone;
+}
+
+}  // namespace
+
+void AddListCommand(CLI::App& program, Chosen& chosen)
+{
+    auto options = std::make_shared<ListOptions>();
+    CLI::App* const command = AddCommand(
+        program, chosen, "list", "List the folders of a mailbox, or the items of a folder", options, List);
+    command->add_option("MAILBOX", options->mailbox, "Directory of the mailbox")->required();
+    command->add_option("FOLDER", options->folder, "Path of a folder, as in 'Projects/2026'");
+}
+
+}  // namespace quorvane::host

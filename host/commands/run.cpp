@@ -1,0 +1,62 @@
+#include "host/command.h"
+#include "host/runner.h"
+
+namespace quorvane::host {
+
+namespace {
+
+Json CountsOf(const Statistics& counts)
+{
+    return {{"itemsSent", counts.itemsSent.load()},
+            {"deletionsSent", counts.deletionsSent.load()},
+            {"itemsApplied", counts.itemsApplied.load()},
+            {"deletionsApplied", counts.deletionsApplied.load()},
+            {"itemsIgnored", counts.itemsIgnored.load()},
+            {"packagesSent", counts.packagesSent.load()},
+            {"packagesReceived", counts.packagesReceived.load()},
+            {"packagesRejected", counts.packagesRejected.load()},
+            {"echoes", counts.echoes.load()}};
+}
+
+std::string TextOf(const Json& counts)
+{
+    std::string text;
+    for (const auto& [name, value] : counts.items())
+        text += (text.empty() ? "" : ", ") + name + " " + std::to_string(value.get<std::uint64_t>());
+    return text + "\n";
+}
+
+ExitCode Run(const RunOptions& options)
+{
+    StopSignals signals;
+    const Mailbox mailbox = Mailbox::Open(options.mailbox);
+    const auto lock = mailbox.LockForRun();
+    Json counts;
+    {
+        Runner runner(options, mailbox);
+        runner.Run(signals);
+        counts = CountsOf(runner.Counts());
+    }
+    Print(options.json, counts, TextOf(counts));
+    return ExitCode::kDone;
+}
+
+}  // namespace
+
+void AddRunCommand(CLI::App& program, Chosen& chosen)
+{
+    auto options = std::make_shared<RunOptions>();
+    CLI::App* const command =
+        AddCommand(program, chosen, "run",
+                   "Watch the shared folders, deliver changes and apply those that arrive", options, Run);
+    command->add_option("MAILBOX", options->mailbox, "Directory of the mailbox")->required();
+    command->add_option("--exchange", options->exchange, "Directory that every member can reach")->required();
+    command->add_flag("--until-idle", options->untilIdle, "End when nothing is left to do");
+    command
+        ->add_option("--idle-seconds", options->idleSeconds, "How long nothing may happen before it is idle")
+        ->check(CLI::Range(0.1, 3600.0))
+        ->capture_default_str();
+    command->add_flag("-v,--verbose", options->verbose, "Log each change that is seen, sent or applied");
+}
+
+}  // namespace quorvane::host

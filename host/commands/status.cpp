@@ -1,0 +1,83 @@
+#include <filesystem>
+
+#include "host/command.h"
+#include "host/item_state.h"
+#include "host/records.h"
+
+namespace quorvane::host {
+
+namespace {
+
+struct StatusOptions {
+    bool json = false;
+    std::string mailbox;
+};
+
+std::int64_t CountOf(const Mailbox& mailbox, const char* sql)
+{
+    Database database = mailbox.OpenSharingDatabase();
+    Statement select(database, sql);
+    return select.Step() ? select.Number(0) : 0;
+}
+
+Json SharesOf(Records& records, Table& table)
+{
+    Json json = Json::array();
+    for (const Share& share : records.Shares()) {
+        const auto members = records.Members(share.folderId);
+        const auto waiting = records.Members(share.folderId, false);
+        const std::size_t items = records.ItemsOf(share.folderId).size();
+        json.push_back({{"folder", share.name},
+                        {"id", share.folderId},
+                        {"members", members},
+                        {"notAnnounced", waiting},
+                        {"items", items}});
+        std::string names;
+        for (const std::string& member : members)
+            names += (names.empty() ? "" : ", ") + member;
+        table.Add({Printable(share.name), std::to_string(items), Printable(names),
+                   std::to_string(waiting.size()), share.folderId});
+    }
+    return json;
+}
+
+ExitCode Status(const StatusOptions& options)
+{
+    const Mailbox mailbox = Mailbox::Open(options.mailbox);
+    Records records(mailbox.HostDatabasePath().string());
+    ItemState state(mailbox, records);
+    Table table({"SHARED FOLDER", "ITEMS", "MEMBERS", "NOT ANNOUNCED", "ID"});
+    const Json shares = SharesOf(records, table);
+    const std::int64_t packing = CountOf(mailbox, "SELECT COUNT(*) FROM tblStorageFiles");
+    const std::size_t outgoing = records.Outgoing().size();
+    const std::size_t unfinished = state.UnfinishedPaths().size();
+    std::error_code error;
+    const bool rejected = std::filesystem::exists(mailbox.Directory() / "rejected", error);
+    Print(options.json,
+          {{"mailbox", mailbox.Directory().string()},
+           {"name", mailbox.Name()},
+           {"shares", shares},
+           {"packagesFilling", packing},
+           {"packagesToDeliver", outgoing},
+           {"packagesToApply", unfinished},
+           {"rejected", rejected}},
+          mailbox.Name() + " at " + mailbox.Directory().string() + "\n" + table.Text() +
+              "packages being filled: " + std::to_string(packing) + ", to deliver: " +
+              std::to_string(outgoing) + ", to apply: " + std::to_string(unfinished) + "\n" +
+              (rejected ? "packages that couldn't be used lie in " +
+                              (mailbox.Directory() / "rejected").string() + "\n"
+                        : std::string()));
+    return ExitCode::kDone;
+}
+
+}  // namespace
+
+void AddStatusCommand(CLI::App& program, Chosen& chosen)
+{
+    auto options = std::make_shared<StatusOptions>();
+    CLI::App* const command =
+        AddCommand(program, chosen, "status", "Show what is shared, pending and unfinished", options, Status);
+    command->add_option("MAILBOX", options->mailbox, "Directory of the mailbox")->required();
+}
+
+}  // namespace quorvane::host

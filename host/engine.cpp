@@ -1,0 +1,47 @@
+#include "host/engine.h"
+
+namespace quorvane::host {
+
+EngineSession::EngineSession(ExtHandler& handler, const std::string& mailbox)
+    : callback_(MakeComObject<ExtCallback>(handler))
+{
+    ComPtr<IClassFactory> factory;
+    Check(DllGetClassObject(CLSID_Library, IID_IClassFactory, factory.PutVoid()), "start the engine for",
+          mailbox);
+    Check(factory->CreateInstance(nullptr, IID_ILibrary, library_.PutVoid()), "start the engine for",
+          mailbox);
+    Check(library_->Logon(callback_.Get(), session_.Put()), "log the engine on to", mailbox);
+}
+
+EngineSession::~EngineSession()
+{
+    // The session outlives every child; the library's release, the last, ends it.
+    session_.Reset();
+    library_.Reset();
+}
+
+ComPtr<IFolders> EngineSession::Folders() const
+{
+    ComPtr<IFolders> folders;
+    Check(session_->get_Folders(folders.Put()), "list", "the shared folders");
+    return folders;
+}
+
+ComPtr<IStorageFiles> EngineSession::StorageFiles() const
+{
+    ComPtr<IStorageFiles> files;
+    Check(session_->get_StorageFiles(files.Put()), "list", "the packages");
+    return files;
+}
+
+ComPtr<IFolder> EngineSession::FindFolder(const std::string& folderId) const
+{
+    const Variant id = Variant::Text(FromUtf8(folderId));
+    const Variant missing = Variant::Missing();
+    ComPtr<IFolder> folder;
+    if (FAILED(Folders()->Find(id.Raw(), missing.Raw(), missing.Raw(), folder.Put())))
+        folder.Reset();
+    return folder;
+}
+
+}  // namespace quorvane::host

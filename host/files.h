@@ -1,0 +1,44 @@
+// host/files.h: files that must survive a kill, and the lock that keeps two runs of a mailbox apart.
+#ifndef QUORVANE_HOST_FILES_H_
+#define QUORVANE_HOST_FILES_H_
+
+#include <filesystem>
+#include <string>
+#include <string_view>
+
+namespace quorvane::host {
+
+// Makes a directory and those above it. Throws a HostError.
+void MakeDirectory(const std::filesystem::path& directory);
+
+// Flushes a directory's entries to the disk: a rename in it survives power loss. Throws a HostError.
+void SyncDirectory(const std::filesystem::path& directory);
+
+// Copies `source` to `target`, which must not exist, in full and flushed: first under `aside` (on the
+// target's file system), then by a rename that never overwrites. False if `target` exists already, which
+// leaves it as it was. Throws a HostError.
+bool CopyDurably(const std::filesystem::path& source, const std::filesystem::path& aside,
+                 const std::filesystem::path& target);
+
+// Writes a small file in the same way, replacing an older one at once. Throws a HostError.
+void WriteDurably(const std::filesystem::path& target, std::string_view content);
+
+// The whole content. Throws a HostError when the file can't be read or is larger than `limit` bytes.
+std::string ReadWhole(const std::filesystem::path& path, std::uintmax_t limit);
+
+// An exclusive lock on a file, held until destruction and by the system no longer than the process lives.
+class FileLock {
+public:
+    // Throws a HostError "cannot <what> '<object>': ..." when another process holds the lock.
+    FileLock(const std::filesystem::path& path, std::string_view what, std::string_view object);
+    FileLock(const FileLock&) = delete;
+    FileLock& operator=(const FileLock&) = delete;
+    ~FileLock();
+
+private:
+    int descriptor_;
+};
+
+}  // namespace quorvane::host
+
+#endif  // QUORVANE_HOST_FILES_H_

@@ -1,0 +1,198 @@
+#include "host/inbox.h"
+
+#include <system_error>
+
+#include "host/announcement.h"
+#include "host/files.h"
+
+namespace quorvane::host {
+
+namespace {
+
+// How often a package is given to the engine before it is put aside.
+constexpr int kTries = 2;
+
+}  // namespace
+
+Inbox::Inbox(const Mailbox& mailbox, const EngineSession& engine, Records& records, ItemState& state,
+             Statistics& statistics, std::function<void(const std::string&)> report)
+    : mailbox_(mailbox),
+      engine_(engine),
+      records_(records),
+      state_(state),
+      statistics_(statistics),
+      report_(std::move(report))
+{}
+
+// The engine removes a file when it has worked it off, and its row right after that.
+bool Inbox::IsBusy()
+{
+    std::error_code error;
+    for (const std::string& path : state_.UnfinishedPaths())
+        if (std::filesystem::exists(path, error)) {
+            statistics_.Touch();
+            return true;
+        }
+    return false;
+}
+
+// Drops from the exchange what was received before; true for a package that is still to be taken.
+bool Inbox::IsNext(const IncomingPackage& package, const Exchange& exchange)
+{
+    if (package.sequence > records_.LastReceived(package.sender))
+        return true;
+    exchange.Remove(package);
+    return false;
+}
+
+std::filesystem::path Inbox::PathFor(const IncomingPackage& package) const
+{
+    return mailbox_.InboxPath() / (package.sender + "-" + package.path.filename().string());
+}
+
+void Inbox::Done(const IncomingPackage& package, const Exchange& exchange)
+{
+    records_.SetLastReceived(package.sender, package.sequence);
+    exchange.Remove(package);
+    statistics_.Touch();
+}
+
+bool Inbox::TakeNext(const Exchange& exchange)
+{
+    if (IsBusy() || !FinishCurrent(exchange))
+        return false;
+    std::set<std::string> held;
+    for (const IncomingPackage& package : exchange.Incoming()) {
+        if (held.contains(package.sender) || !IsNext(package, exchange))
+            continue;
+        if (Take(package, exchange))
+            return true;
+        held.insert(package.sender);
+    }
+    held_ = held;
+    return false;
+}
+
+bool Inbox::HasWork(const Exchange& exchange)
+{
+    if (current_ || IsBusy())
+        return true;
+    for (const IncomingPackage& package : exchange.Incoming())
+        if (!held_.contains(package.sender))
+            return true;
+    return false;
+}
+
+// Whether an item of a package that the engine is done with has reached the store, or was left aside on purpose.
+bool Inbox::IsApplied(const PackageRecord& item, const std::string& member)
+{
+    const auto sent = ParseVersion(item.customInfo);
+    const ItemVersion version = sent ? *sent : ItemVersion{0, member};
+    const auto record = records_.FindItem(item.id);
+    if (!item.hasMessage)
+        return !state_.RowOfId(item.id) || (record && version < record->version) || state_.WasKept(item.id);
+    return (record && (version < record->version || (version == record->version && record->modified != 0))) ||
+           state_.WasKept(item.id);
+}
+
+std::size_t Inbox::CountMissing(const IncomingPackage& package)
+{
+    const ComPtr<IStorage> root = OpenCompoundFile(package.path);
+    std::size_t missing = 0;
+    const Package content = ReadPackage(*root, package.path.string(), [](const PackageRecord&, IStorage&) {});
+    for (const PackageRecord& item : content.items)
+        missing += IsApplied(item, package.member) ? 0 : 1;
+    return missing;
+}
+
+// The engine is done with the current package. What it couldn't apply is tried once more, out of the exchange's copy;
+// then the package is put aside. False when the package is with the engine again.
+bool Inbox::FinishCurrent(const Exchange& exchange)
+{
+    if (!current_)
+        return true;
+    const IncomingPackage package = *current_;
+    const std::size_t missing = CountMissing(package);
+    if (missing > 0 && ++tries_ < kTries) {
+        CopyDurably(package.path, PathFor(package).string() + ".part", PathFor(package));
+        Process(package);
+        return false;
+    }
+    if (missing > 0) {
+        CopyDurably(package.path, PathFor(package).string() + ".part", PathFor(package));
+        Reject(package, PathFor(package), std::to_string(missing) + " of its items could not be applied");
+    }
+    Done(package, exchange);
+    current_.reset();
+    tries_ = 0;
+    return true;
+}
+
+bool Inbox::Take(const IncomingPackage& package, const Exchange& exchange)
+{
+    const std::filesystem::path path = PathFor(package);
+    // An earlier run may have handed it over, and the engine resumed it.
+    if (!state_.IsUnfinished(path.string())) {
+        CopyDurably(package.path, path.string() + ".part", path);
+        std::string reason;
+        const Verdict verdict = Judge(path, reason);
+        if (verdict == Verdict::kHold)
+            return false;
+        if (verdict == Verdict::kReject) {
+            Reject(package, path, reason);
+            Done(package, exchange);
+            return true;
+        }
+        Process(package);
+        ++statistics_.packagesReceived;
+    }
+    current_ = package;
+    return true;
+}
+
+Inbox::Verdict Inbox::Judge(const std::filesystem::path& path, std::string& reason)
+{
+    try {
+        const ComPtr<IStorage> root = OpenCompoundFile(path);
+        if (!IsPackage(*root)) {
+            reason = "it is a compound file, but no package";
+            return Verdict::kReject;
+        }
+        const Package package = ReadPackage(*root, path.string(), [](const PackageRecord&, IStorage&) {});
+        std::set<std::string> announced;
+        for (const PackageRecord& folder : package.folders)
+            announced.insert(folder.id);
+        for (const PackageRecord& item : package.items)
+            if (!announced.contains(item.folderId) && !records_.FindShare(item.folderId))
+                return Verdict::kHold;
+        return Verdict::kUse;
+    } catch (const HostError& error) {
+        reason = error.what();
+        return Verdict::kReject;
+    }
+}
+
+void Inbox::Process(const IncomingPackage& package)
+{
+    const std::string path = PathFor(package).string();
+    Check(engine_.Session().ProcessStorageFile(Bstr(Widen(path)).Get(), BstrOf(package.member).Get()),
+          "hand over the package", path);
+    statistics_.Touch();
+}
+
+void Inbox::Reject(const IncomingPackage& package, const std::filesystem::path& path,
+                   const std::string& reason)
+{
+    const std::filesystem::path place = mailbox_.Directory() / "rejected";
+    MakeDirectory(place);
+    std::error_code error;
+    std::filesystem::rename(path, place / path.filename(), error);
+    if (error)
+        Fail("put aside the package", path.string(), error.message());
+    SyncDirectory(place);
+    ++statistics_.packagesRejected;
+    report_("put aside a package from '" + package.member + "' as " + (place / path.filename()).string() +
+            ": " + reason);
+}
+
+}  // namespace quorvane::host

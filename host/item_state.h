@@ -1,0 +1,52 @@
+// host/item_state.h: whether a message of a shared folder is the one that was last sent or received.
+#ifndef QUORVANE_HOST_ITEM_STATE_H_
+#define QUORVANE_HOST_ITEM_STATE_H_
+
+#include <cstdint>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "host/mailbox.h"
+#include "host/records.h"
+#include "host/sharing_rows.h"
+
+namespace quorvane::host {
+
+// Looks rows of the sharing database up, one at a time. Any thread. Throws a HostError.
+class ItemState {
+public:
+    ItemState(const Mailbox& mailbox, Records& records);
+
+    std::optional<SharingRow> RowOfEntry(const std::string& entryId);
+    std::optional<SharingRow> RowOfId(const std::string& id);
+
+    // Whether a message with this modification time is what its row, and the program's record of the item,
+    // stand for. A row knows whole seconds only; the record knows the time exactly.
+    bool IsCurrent(const SharingRow& row, std::uint64_t modified);
+
+    // Brings a row's time up to date after its item was sent.
+    void SetRowTime(const std::string& id, std::uint64_t modified);
+
+    // Items whose received version was left aside, in this process, for a change made here that is yet to be sent.
+    void NoteKept(const std::string& id);
+    bool WasKept(const std::string& id);
+
+    // The received files that stand in the engine's table of unfinished jobs.
+    std::vector<std::string> UnfinishedPaths();
+    bool IsUnfinished(const std::string& path);
+
+private:
+    std::optional<SharingRow> FindRow(const char* sql, const std::string& key);
+
+    Records& records_;
+    std::mutex mutex_;
+    Database database_;
+    std::set<std::string> kept_;
+};
+
+}  // namespace quorvane::host
+
+#endif  // QUORVANE_HOST_ITEM_STATE_H_

@@ -1,0 +1,71 @@
+// host/mailbox.h: a mailbox: a directory with a message store, a sharing database and its settings.
+//
+//     store.sqlite    the message store
+//     sharing.db      the sharing database, which the engine works on
+//     host.db         the program's own records: name, shares, transport
+//     settings/       the per-user settings of the engine and the MAPI profile of this mailbox
+//     packages/       storage files that wait for delivery
+//     inbox/          received storage files that the engine works off
+//     logs/           the engine's trace log
+//
+// docs/mailbox.md tells the formats.
+#ifndef QUORVANE_HOST_MAILBOX_H_
+#define QUORVANE_HOST_MAILBOX_H_
+
+#include <filesystem>
+#include <memory>
+#include <string>
+
+#include "host/files.h"
+#include "host/sqlite.h"
+
+namespace quorvane::host {
+
+class Mailbox {
+public:
+    // Makes a new mailbox in a directory that is absent or empty. Throws a HostError.
+    static Mailbox Create(const std::filesystem::path& directory, const std::string& name);
+
+    // Opens an existing one and points the process's settings, temporary files and MAPI profile to it:
+    // one mailbox at a time a process. Throws a HostError.
+    static Mailbox Open(const std::filesystem::path& directory);
+
+    const std::filesystem::path& Directory() const noexcept { return directory_; }
+    std::filesystem::path StorePath() const { return directory_ / "store.sqlite"; }
+    std::filesystem::path SharingDatabasePath() const { return directory_ / "sharing.db"; }
+    std::filesystem::path HostDatabasePath() const { return directory_ / "host.db"; }
+    std::filesystem::path SettingsPath() const { return directory_ / "settings"; }
+    std::filesystem::path PackagesPath() const { return directory_ / "packages"; }
+    std::filesystem::path InboxPath() const { return directory_ / "inbox"; }
+    std::filesystem::path LogPath() const { return directory_ / "logs" / "quorvane3.log"; }
+
+    // The name under which other members know this mailbox.
+    const std::string& Name() const noexcept { return name_; }
+    // Tells it from an earlier or later mailbox of that name.
+    const std::string& Instance() const noexcept { return instance_; }
+    // A connection of the caller's to the sharing database. Throws a HostError.
+    Database OpenSharingDatabase() const;
+
+    // Keeps other runs of this mailbox out for as long as the result lives. Throws a HostError.
+    std::unique_ptr<FileLock> LockForRun() const;
+
+private:
+    explicit Mailbox(const std::filesystem::path& directory) : directory_(directory) {}
+    void UseInProcess() const;
+    void CheckSharingDatabase() const;
+
+    std::filesystem::path directory_;
+    std::string name_;
+    std::string instance_;
+};
+
+// A member's name becomes part of paths: letters, digits, '.', '-', '_' and '@', not beginning with a dot,
+// at most 64 bytes.
+bool IsMemberName(std::string_view name) noexcept;
+
+// The product code under which the program keeps its engine settings apart from other hosts'.
+inline constexpr char16_t kProductCode[] = u"quorvane-host";
+
+}  // namespace quorvane::host
+
+#endif  // QUORVANE_HOST_MAILBOX_H_

@@ -1,0 +1,6 @@
+#include "host/command.h"
+
+int main(int argc, char** argv)
+{
+    return quorvane::host::RunProgram(argc, argv);
+}

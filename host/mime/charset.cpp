@@ -1,0 +1,214 @@
+#include "host/mime/charset.h"
+
+#include <glib.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <utility>
+
+#include "host/mime/unicode.h"
+
+namespace quorvane {
+namespace {
+
+struct Charset {
+    const char* name;     // as mail writes it, in lower case
+    ULONG codePage;       // 0: none
+    const char* decoder;  // iconv's name of the charset that reads it best
+};
+
+// The first entry of a code page is the name that goes into new mail.
+constexpr auto kCharsets = std::to_array<Charset>({
+    {"us-ascii", 20127, ""},
+    {"ascii", 20127, ""},
+    {"ansi_x3.4-1968", 20127, ""},
+    {"utf-8", 65001, "UTF-8"},
+    {"utf8", 65001, "UTF-8"},
+    {"unicode-1-1-utf-8", 65001, "UTF-8"},
+    {"utf-7", 65000, "UTF-7"},
+    {"unicode-1-1-utf-7", 65000, "UTF-7"},
+    {"utf-16", 1200, "UTF-16"},
+    {"utf-16le", 1200, "UTF-16LE"},
+    {"utf-16be", 1201, "UTF-16BE"},
+    {"ucs-2", 1200, "UTF-16"},
+    {"utf-32", 12000, "UTF-32"},
+    {"iso-8859-1", 28591, "WINDOWS-1252"},
+    {"iso8859-1", 28591, "WINDOWS-1252"},
+    {"latin1", 28591, "WINDOWS-1252"},
+    {"iso_8859-1", 28591, "WINDOWS-1252"},
+    {"windows-1252", 1252, "WINDOWS-1252"},
+    {"cp1252", 1252, "WINDOWS-1252"},
+    {"iso-8859-2", 28592, "ISO-8859-2"},
+    {"iso-8859-3", 28593, "ISO-8859-3"},
+    {"iso-8859-4", 28594, "ISO-8859-4"},
+    {"iso-8859-5", 28595, "ISO-8859-5"},
+    {"iso-8859-6", 28596, "ISO-8859-6"},
+    {"iso-8859-7", 28597, "ISO-8859-7"},
+    {"iso-8859-8", 28598, "ISO-8859-8"},
+    {"iso-8859-8-i", 38598, "ISO-8859-8"},
+    {"iso-8859-8-e", 38598, "ISO-8859-8"},
+    {"iso-8859-9", 28599, "WINDOWS-1254"},
+    {"iso-8859-13", 28603, "ISO-8859-13"},
+    {"iso-8859-15", 28605, "ISO-8859-15"},
+    {"latin-9", 28605, "ISO-8859-15"},
+    {"windows-1250", 1250, "WINDOWS-1250"},
+    {"windows-1251", 1251, "WINDOWS-1251"},
+    {"cp1251", 1251, "WINDOWS-1251"},
+    {"windows-1253", 1253, "WINDOWS-1253"},
+    {"windows-1254", 1254, "WINDOWS-1254"},
+    {"windows-1255", 1255, "WINDOWS-1255"},
+    {"windows-1256", 1256, "WINDOWS-1256"},
+    {"windows-1257", 1257, "WINDOWS-1257"},
+    {"windows-1258", 1258, "WINDOWS-1258"},
+    {"windows-874", 874, "WINDOWS-874"},
+    {"tis-620", 874, "WINDOWS-874"},
+    {"iso-8859-11", 874, "WINDOWS-874"},
+    {"koi8-r", 20866, "KOI8-R"},
+    {"koi8-u", 21866, "KOI8-U"},
+    {"gb2312", 936, "GB18030"},
+    {"gbk", 936, "GB18030"},
+    {"x-gbk", 936, "GB18030"},
+    {"cp936", 936, "GB18030"},
+    {"gb_2312-80", 936, "GB18030"},
+    {"gb18030", 54936, "GB18030"},
+    {"big5", 950, "CP950"},
+    {"big5-hkscs", 951, "BIG5-HKSCS"},
+    {"shift_jis", 932, "CP932"},
+    {"shift-jis", 932, "CP932"},
+    {"sjis", 932, "CP932"},
+    {"x-sjis", 932, "CP932"},
+    {"windows-31j", 932, "CP932"},
+    {"cp932", 932, "CP932"},
+    {"iso-2022-jp", 50220, "ISO-2022-JP-3"},
+    {"iso-2022-jp-2", 50220, "ISO-2022-JP-2"},
+    {"euc-jp", 51932, "EUC-JP"},
+    {"x-euc-jp", 51932, "EUC-JP"},
+    {"ks_c_5601-1987", 949, "CP949"},
+    {"euc-kr", 51949, "CP949"},
+    {"cp949", 949, "CP949"},
+    {"iso-2022-kr", 50225, "ISO-2022-KR"},
+    {"macintosh", 10000, "MACINTOSH"},
+    {"x-mac-roman", 10000, "MACINTOSH"},
+    {"x-mac-cyrillic", 10007, "MAC-CYRILLIC"},
+    {"ibm437", 437, "IBM437"},
+    {"cp437", 437, "IBM437"},
+    {"ibm850", 850, "IBM850"},
+    {"cp850", 850, "IBM850"},
+    {"ibm852", 852, "IBM852"},
+    {"cp866", 866, "IBM866"},
+});
+
+std::string NormalName(std::string_view charset)
+{
+    std::string name = LowerAscii(charset);
+    std::erase_if(name, [](char c) { return c == '"' || c == '\'' || c == ' '; });
+    return name;
+}
+
+const Charset* FindCharset(std::string_view charset)
+{
+    const std::string name = NormalName(charset);
+    const auto found =
+        std::find_if(kCharsets.begin(), kCharsets.end(), [&](const Charset& c) { return name == c.name; });
+    return found == kCharsets.end() ? nullptr : &*found;
+}
+
+class Converter {
+public:
+    explicit Converter(const char* from) : handle_(g_iconv_open("UTF-8", from)) {}
+    ~Converter()
+    {
+        if (Works())
+            g_iconv_close(handle_);
+    }
+    Converter(const Converter&) = delete;
+    Converter& operator=(const Converter&) = delete;
+
+    bool Works() const noexcept
+    {
+        return handle_ != reinterpret_cast<GIConv>(-1);
+    }  // NOLINT: iconv's failure mark
+
+    std::string Convert(std::string_view bytes)
+    {
+        std::string text;
+        text.reserve(bytes.size() + bytes.size() / 2);
+        std::array<char, 16384> buffer;
+        auto* in = const_cast<char*>(bytes.data());
+        gsize left = bytes.size();
+        while (left > 0) {
+            char* out = buffer.data();
+            gsize room = buffer.size();
+            const gsize result = g_iconv(handle_, &in, &left, &out, &room);
+            const int failure = errno;
+            text.append(buffer.data(), buffer.size() - room);
+            if (result == static_cast<gsize>(-1) && failure != E2BIG)
+                SkipByte(text, in, left);
+        }
+        // A charset with combining characters holds the last one back until it is told of the end.
+        char* out = buffer.data();
+        gsize room = buffer.size();
+        g_iconv(handle_, nullptr, nullptr, &out, &room);
+        text.append(buffer.data(), buffer.size() - room);
+        return text;
+    }
+
+private:
+    static void SkipByte(std::string& text, char*& in, gsize& left)
+    {
+        AppendUtf8(text, kReplacement);
+        ++in;
+        --left;
+    }
+
+    GIConv handle_;
+};
+
+std::string DecodeUnknown(std::string_view bytes)
+{
+    if (IsUtf8(bytes))
+        return CleanUtf8(bytes);
+    Converter converter("WINDOWS-1252");
+    return converter.Works() ? CleanUtf8(converter.Convert(bytes)) : CleanUtf8(bytes);
+}
+
+// Without a byte order mark, text counts as little-endian, as its writers are.
+const char* Utf16Order(std::string_view& bytes)
+{
+    const bool big = bytes.substr(0, 2) == "\xFE\xFF";
+    if (big || bytes.substr(0, 2) == "\xFF\xFE")
+        bytes.remove_prefix(2);
+    return big ? "UTF-16BE" : "UTF-16LE";
+}
+
+}  // namespace
+
+std::string DecodeText(std::string_view bytes, std::string_view charset)
+{
+    const Charset* const known = FindCharset(charset);
+    const std::string name = known ? known->decoder : NormalName(charset);
+    if (name.empty())
+        return DecodeUnknown(bytes);
+    if (name == "UTF-8")
+        return CleanUtf8(bytes.substr(0, 3) == "\xEF\xBB\xBF" ? bytes.substr(3) : bytes);
+    Converter converter(name == "UTF-16" ? Utf16Order(bytes) : name.c_str());
+    return converter.Works() ? CleanUtf8(converter.Convert(bytes)) : DecodeUnknown(bytes);
+}
+
+std::optional<ULONG> CodePageOfCharset(std::string_view charset)
+{
+    const Charset* const known = FindCharset(charset);
+    if (!known || known->codePage == 0)
+        return std::nullopt;
+    return known->codePage;
+}
+
+const char* CharsetOfCodePage(ULONG codePage) noexcept
+{
+    const auto found = std::find_if(kCharsets.begin(), kCharsets.end(),
+                                    [&](const Charset& c) { return c.codePage == codePage; });
+    return found == kCharsets.end() ? nullptr : found->name;
+}
+
+}  // namespace quorvane

@@ -1,0 +1,22 @@
+// host/mime/export_headers.h: the header fields of an exported message.
+#ifndef QUORVANE_HOST_MIME_EXPORT_HEADERS_H_
+#define QUORVANE_HOST_MIME_EXPORT_HEADERS_H_
+
+#include <string>
+#include <vector>
+
+#include "host/mime/header_fields.h"
+#include "host/mime/mail_envelope.h"
+
+namespace quorvane {
+
+// The fields of a mail, those of MIME's own structure left out.
+//
+// block     the header block that the message came with; may be empty.
+// envelope  what its properties say now. A field of the block stays as it is while it says the same; else
+//           it is replaced, or dropped where the properties have nothing.
+std::vector<HeaderField> ExportedFields(const std::string& block, MailEnvelope envelope);
+
+}  // namespace quorvane
+
+#endif  // QUORVANE_HOST_MIME_EXPORT_HEADERS_H_

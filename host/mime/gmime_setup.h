@@ -1,0 +1,29 @@
+// host/mime/gmime_setup.h: GMime, started once for the process, and how this project parses with it.
+#ifndef QUORVANE_HOST_MIME_GMIME_SETUP_H_
+#define QUORVANE_HOST_MIME_GMIME_SETUP_H_
+
+#include <gmime/gmime.h>
+
+#include <string>
+#include <string_view>
+
+#include "host/mime/gmime_ptr.h"
+
+namespace quorvane {
+
+// The parser's options: loose in every respect, header bytes without a charset read as UTF-8 or else as
+// windows-1252. Starts GMime at the first call. The pointer lives as long as the process. Any thread.
+GMimeParserOptions* MimeOptions();
+
+// Parses a mail; empty when GMime makes nothing of the bytes. The result holds a copy of them.
+GObjectPtr<GMimeMessage> ParseMime(std::string_view bytes);
+
+// The bytes of a part, its transfer encoding undone; empty for a part without content.
+std::string DecodedContent(GMimePart* part);
+
+// A header value with its encoded words (RFC 2047) decoded, as UTF-8.
+std::string DecodedHeader(const char* value);
+
+}  // namespace quorvane
+
+#endif  // QUORVANE_HOST_MIME_GMIME_SETUP_H_

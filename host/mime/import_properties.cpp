@@ -1,0 +1,137 @@
+#include "host/mime/import_properties.h"
+
+#include <cstddef>
+
+#include "host/mime/charset.h"
+#include "host/mime/mime_tags.h"
+#include "host/mime/one_off.h"
+
+namespace quorvane {
+namespace {
+
+struct PersonTags {
+    ULONG name, type, address, smtp, searchKey, entryId;
+};
+
+constexpr PersonTags kSender = {PR_SENDER_NAME_W,      PR_SENDER_ADDRTYPE_W, PR_SENDER_EMAIL_ADDRESS_W,
+                                kPrSenderSmtpAddressW, PR_SENDER_SEARCH_KEY, PR_SENDER_ENTRYID};
+constexpr PersonTags kSentRepresenting = {
+    PR_SENT_REPRESENTING_NAME_W,     PR_SENT_REPRESENTING_ADDRTYPE_W, PR_SENT_REPRESENTING_EMAIL_ADDRESS_W,
+    kPrSentRepresentingSmtpAddressW, PR_SENT_REPRESENTING_SEARCH_KEY, PR_SENT_REPRESENTING_ENTRYID};
+constexpr PersonTags kRecipient = {PR_DISPLAY_NAME_W, PR_ADDRTYPE_W, PR_EMAIL_ADDRESS_W,
+                                   kPrSmtpAddressW,   PR_SEARCH_KEY, PR_ENTRYID};
+
+void AddPerson(const PersonTags& tags, const MailAddress& person, PropertyList& properties)
+{
+    properties.AddText(tags.name, person.Shown());
+    properties.AddBinary(tags.entryId, OneOffEntryId(person));
+    if (person.address.empty())
+        return;
+    properties.AddText(tags.type, "SMTP");
+    properties.AddText(tags.address, person.address);
+    properties.AddText(tags.smtp, person.address);
+    properties.AddBinary(tags.searchKey, AddressSearchKey(person));
+}
+
+void AddPeople(const MailEnvelope& envelope, PropertyList& properties)
+{
+    if (!envelope.from.empty())
+        AddPerson(kSentRepresenting, envelope.from.front(), properties);
+    if (!envelope.sender.empty())
+        AddPerson(kSender, envelope.sender.front(), properties);
+    else if (!envelope.from.empty())
+        AddPerson(kSender, envelope.from.front(), properties);
+    if (envelope.replyTo.empty())
+        return;
+    std::string names;
+    for (const MailAddress& person : envelope.replyTo)
+        names += (names.empty() ? "" : ";") + person.Shown();
+    properties.AddText(PR_REPLY_RECIPIENT_NAMES_W, names);
+    properties.AddBinary(PR_REPLY_RECIPIENT_ENTRIES, FlatEntryList(envelope.replyTo));
+}
+
+void AddSubject(const MailEnvelope& envelope, PropertyList& properties)
+{
+    if (envelope.subject) {
+        const SplitSubject split = SplitSubjectPrefix(*envelope.subject);
+        properties.AddText(PR_SUBJECT_W, *envelope.subject);
+        properties.AddText(PR_SUBJECT_PREFIX_W, split.prefix);
+        properties.AddText(PR_NORMALIZED_SUBJECT_W, split.normal);
+        properties.AddText(PR_CONVERSATION_TOPIC_W, envelope.threadTopic.value_or(split.normal));
+    } else if (envelope.threadTopic) {
+        properties.AddText(PR_CONVERSATION_TOPIC_W, *envelope.threadTopic);
+    }
+    if (!envelope.threadIndex.empty())
+        properties.AddBinary(PR_CONVERSATION_INDEX, envelope.threadIndex);
+}
+
+}  // namespace
+
+void AddEnvelopeProperties(const MailEnvelope& envelope, PropertyList& properties)
+{
+    AddSubject(envelope, properties);
+    AddPeople(envelope, properties);
+    if (envelope.sent)
+        properties.AddTime(PR_CLIENT_SUBMIT_TIME, *envelope.sent);
+    if (const auto& arrived = envelope.received ? envelope.received : envelope.sent)
+        properties.AddTime(PR_MESSAGE_DELIVERY_TIME, *arrived);
+    if (envelope.messageId)
+        properties.AddText(kPrInternetMessageIdW, *envelope.messageId);
+    if (envelope.inReplyTo)
+        properties.AddText(kPrInReplyToIdW, *envelope.inReplyTo);
+    if (envelope.references)
+        properties.AddText(kPrInternetReferencesW, *envelope.references);
+    properties.AddLong(PR_IMPORTANCE, envelope.importance.value_or(IMPORTANCE_NORMAL));
+    properties.AddLong(PR_PRIORITY, envelope.priority.value_or(PRIO_NORMAL));
+    properties.AddLong(PR_SENSITIVITY, envelope.sensitivity.value_or(static_cast<LONG>(SENSITIVITY_NONE)));
+    if (envelope.readReceipt)
+        properties.AddBoolean(PR_READ_RECEIPT_REQUESTED, true);
+    if (envelope.deliveryReceipt)
+        properties.AddBoolean(PR_ORIGINATOR_DELIVERY_REPORT_REQUESTED, true);
+}
+
+void AddBodyProperties(const MailStructure& structure, PropertyList& properties)
+{
+    ULONG codePage = kCodePageUtf8;
+    if (structure.text) {
+        properties.AddText(PR_BODY_W, BodyText(structure.text));
+        const char* const charset =
+            g_mime_object_get_content_type_parameter(GMIME_OBJECT(structure.text), "charset");
+        codePage = CodePageOfCharset(charset ? charset : "").value_or(kCodePageUtf8);
+    } else if (!structure.looseText.empty()) {
+        properties.AddText(PR_BODY_W, WithCrlf(DecodeText(structure.looseText, "")));
+    }
+    if (!structure.text && structure.looseText.empty() && !structure.html)
+        properties.AddText(PR_BODY_W, "");
+    if (structure.html) {
+        const HtmlBody html = BodyHtml(structure.html);
+        properties.AddBinary(kPrHtml, html.bytes);
+        codePage = html.codePage;
+    }
+    properties.AddLong(kPrInternetCpid, static_cast<LONG>(codePage));
+    properties.AddLong(kPrMessageEditorFormat, structure.html ? kEditorHtml : kEditorPlainText);
+}
+
+HRESULT AddRecipients(const std::vector<MailRecipient>& recipients, IMessage& message)
+{
+    if (recipients.empty())
+        return S_OK;
+    std::vector<PropertyList> rows(recipients.size());
+    // An ADRLIST ends in an array; max_align_t keeps the block aligned for it.
+    std::vector<std::max_align_t> block(CbNewADRLIST(recipients.size()) / sizeof(std::max_align_t) + 1);
+    auto* const list = reinterpret_cast<ADRLIST*>(block.data());
+    list->cEntries = static_cast<ULONG>(recipients.size());
+    for (std::size_t i = 0; i < recipients.size(); ++i) {
+        PropertyList& row = rows[i];
+        row.AddLong(PR_ROWID, static_cast<LONG>(i));
+        row.AddLong(PR_RECIPIENT_TYPE, recipients[i].type);
+        row.AddLong(PR_OBJECT_TYPE, static_cast<LONG>(MAPI_MAILUSER));
+        row.AddLong(PR_DISPLAY_TYPE, static_cast<LONG>(DT_MAILUSER));
+        AddPerson(kRecipient, recipients[i].who, row);
+        list->aEntries[i] = ADRENTRY{0, row.Count(), row.Values()};
+    }
+    const HRESULT hr = message.ModifyRecipients(MODRECIP_ADD, list);
+    return FAILED(hr) ? hr : S_OK;
+}
+
+}  // namespace quorvane

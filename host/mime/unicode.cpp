@@ -1,0 +1,153 @@
+#include "host/mime/unicode.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+
+namespace quorvane {
+namespace {
+
+constexpr char32_t kInvalid = 0xFFFFFFFF;
+
+// Reads one character at `at` and moves behind it; on an invalid sequence moves one byte and gives kInvalid.
+char32_t NextUtf8(std::string_view bytes, std::size_t& at) noexcept
+{
+    struct Form {
+        unsigned char mask, lead;
+        std::size_t trailing;
+        char32_t least;
+    };
+    static constexpr std::array<Form, 4> kForms = {
+        {{0x80, 0x00, 0, 0}, {0xE0, 0xC0, 1, 0x80}, {0xF0, 0xE0, 2, 0x800}, {0xF8, 0xF0, 3, 0x10000}}};
+
+    const auto first = static_cast<unsigned char>(bytes[at++]);
+    for (const Form& form : kForms) {
+        if ((first & form.mask) != form.lead)
+            continue;
+        if (bytes.size() - at < form.trailing)
+            return kInvalid;
+        char32_t character = first & static_cast<unsigned char>(~form.mask);
+        for (std::size_t i = 0; i < form.trailing; ++i) {
+            const auto next = static_cast<unsigned char>(bytes[at + i]);
+            if ((next & 0xC0) != 0x80)
+                return kInvalid;
+            character = (character << 6) | (next & 0x3F);
+        }
+        if (character < form.least || character > 0x10FFFF || (character >= 0xD800 && character < 0xE000))
+            return kInvalid;
+        at += form.trailing;
+        return character;
+    }
+    return kInvalid;
+}
+
+char AsciiLower(char c) noexcept
+{
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c;
+}
+char AsciiUpper(char c) noexcept
+{
+    return c >= 'a' && c <= 'z' ? static_cast<char>(c - ('a' - 'A')) : c;
+}
+
+}  // namespace
+
+void AppendUtf8(std::string& text, char32_t character)
+{
+    if (character > 0x10FFFF || (character >= 0xD800 && character < 0xE000))
+        character = kReplacement;
+    const auto put = [&text](char32_t byte) { text.push_back(static_cast<char>(byte)); };
+    if (character < 0x80) {
+        put(character);
+    } else if (character < 0x800) {
+        put(0xC0 | (character >> 6));
+        put(0x80 | (character & 0x3F));
+    } else if (character < 0x10000) {
+        put(0xE0 | (character >> 12));
+        put(0x80 | ((character >> 6) & 0x3F));
+        put(0x80 | (character & 0x3F));
+    } else {
+        put(0xF0 | (character >> 18));
+        put(0x80 | ((character >> 12) & 0x3F));
+        put(0x80 | ((character >> 6) & 0x3F));
+        put(0x80 | (character & 0x3F));
+    }
+}
+
+bool IsUtf8(std::string_view bytes) noexcept
+{
+    for (std::size_t at = 0; at < bytes.size();) {
+        if (NextUtf8(bytes, at) == kInvalid)
+            return false;
+    }
+    return true;
+}
+
+std::string CleanUtf8(std::string_view bytes)
+{
+    std::string clean;
+    clean.reserve(bytes.size());
+    for (std::size_t at = 0; at < bytes.size();) {
+        const char32_t character = NextUtf8(bytes, at);
+        AppendUtf8(clean, character == kInvalid || character == 0 ? kReplacement : character);
+    }
+    return clean;
+}
+
+OleString WideFromUtf8(std::string_view text)
+{
+    OleString wide;
+    wide.reserve(text.size());
+    for (std::size_t at = 0; at < text.size();) {
+        char32_t character = NextUtf8(text, at);
+        if (character == kInvalid || character == 0)
+            character = kReplacement;
+        if (character < 0x10000) {
+            wide.push_back(static_cast<OLECHAR>(character));
+        } else {
+            wide.push_back(static_cast<OLECHAR>(0xD800 + ((character - 0x10000) >> 10)));
+            wide.push_back(static_cast<OLECHAR>(0xDC00 + ((character - 0x10000) & 0x3FF)));
+        }
+    }
+    return wide;
+}
+
+std::string Utf8FromWide(OleStringView text)
+{
+    std::string narrow;
+    narrow.reserve(text.size());
+    for (std::size_t at = 0; at < text.size(); ++at) {
+        const char32_t unit = text[at];
+        const bool paired = unit >= 0xD800 && unit < 0xDC00 && at + 1 < text.size() &&
+                            text[at + 1] >= 0xDC00 && text[at + 1] < 0xE000;
+        if (paired) {
+            AppendUtf8(narrow, 0x10000 + ((unit - 0xD800) << 10) + (char32_t{text[at + 1]} - 0xDC00));
+            ++at;
+        } else {
+            AppendUtf8(narrow, unit);
+        }
+    }
+    return narrow;
+}
+
+std::string LowerAscii(std::string_view text)
+{
+    std::string lower(text);
+    std::transform(lower.begin(), lower.end(), lower.begin(), AsciiLower);
+    return lower;
+}
+
+std::string UpperAscii(std::string_view text)
+{
+    std::string upper(text);
+    std::transform(upper.begin(), upper.end(), upper.begin(), AsciiUpper);
+    return upper;
+}
+
+bool EqualNoCase(std::string_view a, std::string_view b) noexcept
+{
+    return std::equal(a.begin(), a.end(), b.begin(), b.end(),
+                      [](char x, char y) { return AsciiLower(x) == AsciiLower(y); });
+}
+
+}  // namespace quorvane

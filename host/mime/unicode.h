@@ -1,0 +1,37 @@
+// host/mime/unicode.h: text between UTF-8, in which this folder thinks, and the UTF-16 of MAPI.
+#ifndef QUORVANE_HOST_MIME_UNICODE_H_
+#define QUORVANE_HOST_MIME_UNICODE_H_
+
+#include <string>
+#include <string_view>
+
+#include "quorvane3/mapi.h"
+
+namespace quorvane {
+
+// What stands for bytes that mean nothing in their charset.
+inline constexpr char32_t kReplacement = 0xFFFD;
+
+// Appends one character in UTF-8; an invalid one becomes kReplacement.
+void AppendUtf8(std::string& text, char32_t character);
+
+[[nodiscard]] bool IsUtf8(std::string_view bytes) noexcept;
+
+// Makes valid UTF-8 without NULs of anything: each byte that isn't part of a character, and each NUL,
+// becomes kReplacement.
+std::string CleanUtf8(std::string_view bytes);
+
+// UTF-8 to UTF-16, ready to be a MAPI string: cleaned as by CleanUtf8.
+OleString WideFromUtf8(std::string_view text);
+
+// UTF-16 to UTF-8; a lone surrogate becomes kReplacement.
+std::string Utf8FromWide(OleStringView text);
+
+// ASCII letters alone.
+std::string LowerAscii(std::string_view text);
+std::string UpperAscii(std::string_view text);
+[[nodiscard]] bool EqualNoCase(std::string_view a, std::string_view b) noexcept;
+
+}  // namespace quorvane
+
+#endif  // QUORVANE_HOST_MIME_UNICODE_H_

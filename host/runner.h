@@ -1,0 +1,81 @@
+// host/runner.h: one run of a mailbox: watches, sends, delivers, receives.
+#ifndef QUORVANE_HOST_RUNNER_H_
+#define QUORVANE_HOST_RUNNER_H_
+
+#include <chrono>
+#include <memory>
+#include <string>
+
+#include "host/addin.h"
+#include "host/inbox.h"
+#include "host/outbox.h"
+#include "host/progress.h"
+#include "host/reconcile.h"
+#include "host/sender.h"
+
+namespace quorvane::host {
+
+struct RunOptions {
+    bool json = false;
+    bool verbose = false;
+    bool untilIdle = false;
+    double idleSeconds = 2;
+    std::string mailbox;
+    std::string exchange;
+};
+
+// SIGINT and SIGTERM, kept from the whole process and asked for instead. Made before any thread.
+class StopSignals {
+public:
+    StopSignals();
+    // Waits for at most `time`. True once a signal came.
+    bool Wait(std::chrono::milliseconds time);
+
+private:
+    bool stopped_ = false;
+};
+
+class Runner {
+public:
+    // Logs on, takes up what an earlier run left, and begins to watch. Throws a HostError.
+    Runner(const RunOptions& options, const Mailbox& mailbox);
+
+    // Works until a signal, or until nothing is left to do. Throws a HostError when it can't go on.
+    void Run(StopSignals& signals);
+
+    const Statistics& Counts() const noexcept { return statistics_; }
+
+private:
+    void Start();
+    void WatchShare(const Share& share);
+    void AnnounceTo(const Share& share);
+    void AnnounceNew();
+    void Step();
+    void UseExchange();
+    bool IsIdle();
+    void CheckNowAndThen();
+    void ShowProgress();
+    void Say(const std::string& line);
+
+    const RunOptions& options_;
+    const Mailbox& mailbox_;
+    Statistics statistics_;
+    MailSession mail_;
+    Records records_;
+    ItemState state_;
+    Addin::Parts parts_;
+    Addin addin_;
+    EngineSession engine_;
+    Sender sender_;
+    Reconciler reconciler_;
+    Outbox outbox_;
+    Inbox inbox_;
+    Exchange exchange_;
+    Progress progress_;
+    bool exchangeLost_ = false;
+    std::chrono::steady_clock::time_point nextCheck_{};
+};
+
+}  // namespace quorvane::host
+
+#endif  // QUORVANE_HOST_RUNNER_H_

@@ -1,0 +1,123 @@
+#include "host/sender.h"
+
+#include "host/announcement.h"
+#include "host/folders.h"
+#include "host/properties.h"
+
+namespace quorvane::host {
+
+namespace {
+
+std::string NewSharingId()
+{
+    GUID guid{};
+    Check(CoCreateGuid(&guid), "make an identifier for", "an item");
+    OLECHAR text[40] = {};
+    StringFromGUID2(guid, text, 40);
+    return ToUtf8(text);
+}
+
+// A stream without bytes: the form of an item that stands for a deletion.
+Variant EmptyStream()
+{
+    Variant stream;
+    stream.Raw().parray = SafeArrayCreateVector(VT_UI1, 0, 0);
+    if (!stream.Raw().parray)
+        throw std::bad_alloc();
+    stream.Raw().vt = VT_ARRAY | VT_UI1;
+    return stream;
+}
+
+}  // namespace
+
+ComPtr<IFolder> Sender::EngineFolder(const Share& share) const
+{
+    ComPtr<IFolder> folder = engine_.FindFolder(share.folderId);
+    if (!folder)
+        Fail("send from the folder", share.name, "the engine doesn't watch it");
+    return folder;
+}
+
+SharingRow Sender::EnsureRow(const Share& share, const std::string& entryId)
+{
+    if (const auto row = parts_.state.RowOfEntry(entryId))
+        return *row;
+    const std::string id = NewSharingId();
+    Check(engine_.Session().ImportItem(BstrOf(id).Get(), BstrOf(entryId).Get(), BstrOf(share.storeId).Get()),
+          "note an item of", share.name);
+    return {id, entryId, share.storeId, 0};
+}
+
+bool Sender::SendItem(const Share& share, const std::string& entryId, const std::string& recipients)
+{
+    const ComPtr<IMessage> message = OpenMessage(parts_.mail, entryId, false);
+    if (!message)
+        return false;
+    const std::uint64_t modified = TimeOf(*message, PR_LAST_MODIFICATION_TIME);
+    const bool isNew = !parts_.state.RowOfEntry(entryId);
+    const SharingRow row = EnsureRow(share, entryId);
+    const Variant missing = Variant::Missing();
+    ComPtr<IItem> item;
+    Check(engine_.Session().GetItemFromID(missing.Raw(), Variant::Text(FromUtf8(entryId)).Raw(),
+                                          missing.Raw(), item.Put()),
+          "send an item of", share.name);
+    Check(item->put_Raw(message.Get()), "send an item of", share.name);
+    Check(item->put_Action(isNew ? qv_ac_Added : qv_ac_Modified), "send an item of", share.name);
+    const auto known = parts_.records.FindItem(row.id);
+    ItemRecord record{row.id, share.folderId, {}, false, modified};
+    const bool unchanged = known && !known->deleted && parts_.state.IsCurrent(row, modified);
+    record.version = unchanged ? known->version : addin_.NextVersion(known, modified);
+    Check(item->put_CustomInfo(BstrOf(FormatVersion(record.version)).Get()), "send an item of", share.name);
+    Check(item->Send(BstrOf(recipients).Get()), "send an item of", share.name);
+    // Only now does the item pass for sent: a kill before this point has it sent once more.
+    parts_.records.PutItem(record);
+    parts_.state.SetRowTime(row.id, modified);
+    ++parts_.statistics.itemsSent;
+    parts_.statistics.Touch();
+    return true;
+}
+
+void Sender::SendDeletion(const Share& share, const std::string& id)
+{
+    const auto known = parts_.records.FindItem(id);
+    if (known) {
+        ComPtr<IItem> item;
+        Check(EngineFolder(share)->CreateItem(EmptyStream().Raw(), Variant::Text(FromUtf8(id)).Raw(),
+                                              item.Put()),
+              "send a deletion from", share.name);
+        Check(item->put_Action(qv_ac_Deleted), "send a deletion from", share.name);
+        ItemRecord record = *known;
+        if (!record.deleted)
+            record.version = addin_.NextVersion(known, addin_.Now());
+        record.deleted = true;
+        Check(item->put_CustomInfo(BstrOf(FormatVersion(record.version)).Get()), "send a deletion from",
+              share.name);
+        parts_.records.PutItem(record);
+        Check(item->Send(BstrOf(share.entryId).Get()), "send a deletion from", share.name);
+        ++parts_.statistics.deletionsSent;
+    }
+    Check(engine_.Session().DeleteItem(BstrOf(id).Get()), "forget an item of", share.name);
+    parts_.statistics.Touch();
+}
+
+void Sender::Announce(const Share& share, const std::string& member,
+                      const std::function<void(std::size_t)>& shown)
+{
+    Announcement announcement{share.name, parts_.mailbox.Name(), parts_.records.Members(share.folderId)};
+    announcement.members.push_back(parts_.mailbox.Name());
+    const ComPtr<IFolder> folder = EngineFolder(share);
+    Check(folder->put_CustomInfo(BstrOf(FormatAnnouncement(announcement)).Get()), "announce the folder",
+          share.name);
+    const std::string recipients = AnnouncementRecipients(member, share.folderId);
+    Check(folder->Send(Variant::Text(FromUtf8(recipients)).Raw()), "announce the folder", share.name);
+    const ComPtr<IMAPIFolder> messages = OpenFolder(parts_.mail, share.entryId);
+    if (!messages)
+        Fail("read the folder", share.name, "it is gone");
+    std::size_t sent = 0;
+    ForEachItem(*messages, [&](const ItemInfo& item) {
+        if (SendItem(share, item.entryId, recipients))
+            shown(++sent);
+    });
+}
+
+}  // namespace quorvane::host

@@ -1,0 +1,46 @@
+// host/sender.h: sends items through the engine that no callback of the engine asked for.
+#ifndef QUORVANE_HOST_SENDER_H_
+#define QUORVANE_HOST_SENDER_H_
+
+#include <cstdint>
+#include <functional>
+#include <string>
+
+#include "host/addin.h"
+
+namespace quorvane::host {
+
+// For the run's thread alone. Methods throw a HostError.
+class Sender {
+public:
+    Sender(const Addin& addin, const Addin::Parts& parts, const EngineSession& engine) noexcept
+        : addin_(addin), parts_(parts), engine_(engine)
+    {}
+
+    // Sends a message of a shared folder in its present state. One that the engine has no row for gets a row
+    // and a sharing ID; one that changed since it was last sent gets a version. False when the message is
+    // gone.
+    //
+    // recipients  the folder's entry identifier, for all members, or an announcement's.
+    bool SendItem(const Share& share, const std::string& entryId, const std::string& recipients);
+
+    // Sends a deletion of an item whose message is gone, and forgets its row.
+    void SendDeletion(const Share& share, const std::string& id);
+
+    // Tells one member of a folder and sends all its items along. `shown` is called with the number of items
+    // sent.
+    void Announce(const Share& share, const std::string& member,
+                  const std::function<void(std::size_t)>& shown);
+
+private:
+    SharingRow EnsureRow(const Share& share, const std::string& entryId);
+    ComPtr<IFolder> EngineFolder(const Share& share) const;
+
+    const Addin& addin_;
+    Addin::Parts parts_;
+    const EngineSession& engine_;
+};
+
+}  // namespace quorvane::host
+
+#endif  // QUORVANE_HOST_SENDER_H_
