@@ -1,0 +1,277 @@
+// Packages of many items: made in place, read whole, emptied element by element; libgsf, which can make and read,
+// beside it in the same run. `bench/run` gives each its own process, so that peak_MB is its own.
+#include <benchmark/benchmark.h>
+#include <gsf/gsf.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <filesystem>
+
+#include "bench/package_workload.h"
+#include "quorvane3/com.h"
+#include "quorvane3/storage.h"
+
+namespace quorvane::bench {
+
+namespace {
+
+constexpr DWORD kCreate = STGM_CREATE | STGM_READWRITE | STGM_SHARE_EXCLUSIVE;
+constexpr DWORD kOpen = STGM_READWRITE | STGM_SHARE_EXCLUSIVE;
+
+std::filesystem::path BenchFile()
+{
+    return std::filesystem::temp_directory_path() / ("quorvane-bench-" + std::to_string(getpid()) + ".qvt");
+}
+
+double PeakMegabytes()
+{
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    return static_cast<double>(usage.ru_maxrss) / 1024.0;
+}
+
+void Require(bool condition, const char* what)
+{
+    if (condition)
+        return;
+    std::fprintf(stderr, "package_bench: %s failed\n", what);
+    std::abort();
+}
+
+void WriteStream(IStorage& storage, const std::string& name, std::size_t size, std::size_t seed)
+{
+    ComPtr<IStream> stream;
+    Require(SUCCEEDED(storage.CreateStream(Widen(name).c_str(), kCreate, 0, 0, stream.Put())), "CreateStream");
+    const auto bytes = StreamBytes(size, seed);
+    ULONG written = 0;
+    Require(SUCCEEDED(stream->Write(bytes.data(), static_cast<ULONG>(size), &written)) && written == size, "Write");
+}
+
+ComPtr<IStorage> MakeStorage(IStorage& parent, const std::string& name)
+{
+    ComPtr<IStorage> storage;
+    Require(SUCCEEDED(parent.CreateStorage(Widen(name).c_str(), kCreate, 0, 0, storage.Put())), "CreateStorage");
+    return storage;
+}
+
+void WriteItem(IStorage& items, std::size_t item)
+{
+    const ComPtr<IStorage> storage = MakeStorage(items, ItemName(item));
+    WriteStream(*storage, "Contents", kContentsSize, item);
+    const ComPtr<IStorage> message = MakeStorage(*storage, "MAPI_DATA");
+    for (std::size_t i = 0; i < kMessageStreams; ++i)
+        WriteStream(*message, StreamName(i), MessageStreamSize(i), item + i);
+    for (std::size_t part = 0; part < kPartStorages; ++part) {
+        const ComPtr<IStorage> sub = MakeStorage(*message, "__recip_version1.0_#0000000" + std::to_string(part));
+        for (std::size_t i = 0; i < kPartStreams; ++i)
+            WriteStream(*sub, StreamName(i), kPartStreamSize, item + i);
+    }
+}
+
+void CreatePackage(std::size_t items)
+{
+    ComPtr<IStorage> root;
+    Require(SUCCEEDED(StgCreateDocfile(Widen(BenchFile().string()).c_str(), kCreate, 0, root.Put())), "StgCreateDocfile");
+    const ComPtr<IStorage> version = MakeStorage(*root, "1.0");
+    const ComPtr<IStorage> place = MakeStorage(*version, "Items");
+    for (std::size_t item = 0; item < items; ++item)
+        WriteItem(*place, item);
+}
+
+ComPtr<IStorage> OpenItems(ComPtr<IStorage>& root)
+{
+    Require(SUCCEEDED(StgOpenStorage(Widen(BenchFile().string()).c_str(), nullptr, kOpen, nullptr, 0, root.Put())),
+            "StgOpenStorage");
+    ComPtr<IStorage> version, items;
+    Require(SUCCEEDED(root->OpenStorage(OLESTR("1.0"), nullptr, kOpen, nullptr, 0, version.Put())), "OpenStorage");
+    Require(SUCCEEDED(version->OpenStorage(OLESTR("Items"), nullptr, kOpen, nullptr, 0, items.Put())), "OpenStorage");
+    return items;
+}
+
+std::size_t ReadStorage(IStorage& storage)
+{
+    ComPtr<IEnumSTATSTG> elements;
+    Require(SUCCEEDED(storage.EnumElements(0, nullptr, 0, elements.Put())), "EnumElements");
+    std::vector<char> block(64 * 1024);
+    std::size_t total = 0;
+    for (STATSTG stat{}; elements->Next(1, &stat, nullptr) == S_OK; CoTaskMemFree(stat.pwcsName)) {
+        if (stat.type == STGTY_STORAGE) {
+            ComPtr<IStorage> sub;
+            Require(SUCCEEDED(storage.OpenStorage(stat.pwcsName, nullptr, kOpen, nullptr, 0, sub.Put())), "OpenStorage");
+            total += ReadStorage(*sub);
+            continue;
+        }
+        ComPtr<IStream> stream;
+        Require(SUCCEEDED(storage.OpenStream(stat.pwcsName, nullptr, STGM_SHARE_EXCLUSIVE, 0, stream.Put())),
+                "OpenStream");
+        ULONG count = 0;
+        while (SUCCEEDED(stream->Read(block.data(), static_cast<ULONG>(block.size()), &count)) && count > 0)
+            total += count;
+    }
+    return total;
+}
+
+void EmptyPackage()
+{
+    ComPtr<IStorage> root;
+    const ComPtr<IStorage> items = OpenItems(root);
+    ComPtr<IEnumSTATSTG> elements;
+    Require(SUCCEEDED(items->EnumElements(0, nullptr, 0, elements.Put())), "EnumElements");
+    for (STATSTG stat{}; elements->Next(1, &stat, nullptr) == S_OK; CoTaskMemFree(stat.pwcsName))
+        Require(SUCCEEDED(items->DestroyElement(stat.pwcsName)), "DestroyElement");
+}
+
+void Report(benchmark::State& state)
+{
+    state.counters["us_per_item"] =
+        benchmark::Counter(static_cast<double>(state.range(0)) * 1e-6,
+                           benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+    state.counters["peak_MB"] = PeakMegabytes();
+    std::filesystem::remove(BenchFile());
+}
+
+void PackageCreate(benchmark::State& state)
+{
+    for (auto _ : state)
+        CreatePackage(static_cast<std::size_t>(state.range(0)));
+    Report(state);
+}
+
+void PackageRead(benchmark::State& state)
+{
+    CreatePackage(static_cast<std::size_t>(state.range(0)));
+    for (auto _ : state) {
+        ComPtr<IStorage> root;
+        const ComPtr<IStorage> items = OpenItems(root);
+        benchmark::DoNotOptimize(ReadStorage(*items));
+    }
+    Report(state);
+}
+
+void PackageCreateAndRead(benchmark::State& state)
+{
+    for (auto _ : state) {
+        CreatePackage(static_cast<std::size_t>(state.range(0)));
+        ComPtr<IStorage> root;
+        const ComPtr<IStorage> items = OpenItems(root);
+        benchmark::DoNotOptimize(ReadStorage(*items));
+    }
+    Report(state);
+}
+
+void PackageEmpty(benchmark::State& state)
+{
+    for (auto _ : state) {
+        state.PauseTiming();
+        CreatePackage(static_cast<std::size_t>(state.range(0)));
+        state.ResumeTiming();
+        EmptyPackage();
+    }
+    Report(state);
+}
+
+// The peer.
+
+void GsfStream(GsfOutfile* parent, const std::string& name, std::size_t size, std::size_t seed)
+{
+    GsfOutput* const stream = gsf_outfile_new_child(parent, name.c_str(), FALSE);
+    const auto bytes = StreamBytes(size, seed);
+    gsf_output_write(stream, size, bytes.data());
+    gsf_output_close(stream);
+    g_object_unref(stream);
+}
+
+void GsfItem(GsfOutfile* items, std::size_t item)
+{
+    auto* const storage = GSF_OUTFILE(gsf_outfile_new_child(items, ItemName(item).c_str(), TRUE));
+    GsfStream(storage, "Contents", kContentsSize, item);
+    auto* const message = GSF_OUTFILE(gsf_outfile_new_child(storage, "MAPI_DATA", TRUE));
+    for (std::size_t i = 0; i < kMessageStreams; ++i)
+        GsfStream(message, StreamName(i), MessageStreamSize(i), item + i);
+    for (std::size_t part = 0; part < kPartStorages; ++part) {
+        auto* const sub = GSF_OUTFILE(
+            gsf_outfile_new_child(message, ("__recip_version1.0_#0000000" + std::to_string(part)).c_str(), TRUE));
+        for (std::size_t i = 0; i < kPartStreams; ++i)
+            GsfStream(sub, StreamName(i), kPartStreamSize, item + i);
+        gsf_output_close(GSF_OUTPUT(sub));
+        g_object_unref(sub);
+    }
+    for (GsfOutfile* done : {message, storage}) {
+        gsf_output_close(GSF_OUTPUT(done));
+        g_object_unref(done);
+    }
+}
+
+void GsfCreatePackage(std::size_t items)
+{
+    GsfOutput* const file = gsf_output_stdio_new(BenchFile().c_str(), nullptr);
+    Require(file != nullptr, "gsf_output_stdio_new");
+    GsfOutfile* const root = gsf_outfile_msole_new(file);
+    auto* const version = GSF_OUTFILE(gsf_outfile_new_child(root, "1.0", TRUE));
+    auto* const place = GSF_OUTFILE(gsf_outfile_new_child(version, "Items", TRUE));
+    for (std::size_t item = 0; item < items; ++item)
+        GsfItem(place, item);
+    for (GsfOutfile* done : {place, version, root}) {
+        gsf_output_close(GSF_OUTPUT(done));
+        g_object_unref(done);
+    }
+    g_object_unref(file);
+}
+
+std::size_t GsfReadStorage(GsfInfile* storage)
+{
+    std::size_t total = 0;
+    const int count = gsf_infile_num_children(storage);
+    for (int i = 0; i < count; ++i) {
+        GsfInput* const child = gsf_infile_child_by_index(storage, i);
+        Require(child != nullptr, "gsf_infile_child_by_index");
+        if (GSF_IS_INFILE(child) && gsf_infile_num_children(GSF_INFILE(child)) >= 0) {
+            total += GsfReadStorage(GSF_INFILE(child));
+        } else {
+            const auto size = static_cast<std::size_t>(gsf_input_size(child));
+            if (size > 0 && gsf_input_read(child, size, nullptr))
+                total += size;
+        }
+        g_object_unref(child);
+    }
+    return total;
+}
+
+void GsfReadPackage()
+{
+    GsfInput* const file = gsf_input_stdio_new(BenchFile().c_str(), nullptr);
+    Require(file != nullptr, "gsf_input_stdio_new");
+    GsfInfile* const root = gsf_infile_msole_new(file, nullptr);
+    Require(root != nullptr, "gsf_infile_msole_new");
+    benchmark::DoNotOptimize(GsfReadStorage(root));
+    g_object_unref(root);
+    g_object_unref(file);
+}
+
+void GsfCreateAndRead(benchmark::State& state)
+{
+    for (auto _ : state) {
+        GsfCreatePackage(static_cast<std::size_t>(state.range(0)));
+        GsfReadPackage();
+    }
+    Report(state);
+}
+
+BENCHMARK(PackageCreateAndRead)->Arg(100)->Arg(1000)->Arg(10000)->Unit(benchmark::kMillisecond)->Iterations(1);
+BENCHMARK(GsfCreateAndRead)->Arg(100)->Arg(1000)->Arg(10000)->Unit(benchmark::kMillisecond)->Iterations(1);
+BENCHMARK(PackageCreate)->Arg(100)->Arg(1000)->Arg(10000)->Unit(benchmark::kMillisecond)->Iterations(1);
+BENCHMARK(PackageRead)->Arg(100)->Arg(1000)->Arg(10000)->Unit(benchmark::kMillisecond)->Iterations(1);
+BENCHMARK(PackageEmpty)->Arg(100)->Arg(1000)->Arg(10000)->Unit(benchmark::kMillisecond)->Iterations(1);
+
+}  // namespace
+
+}  // namespace quorvane::bench
+
+int main(int argc, char** argv)
+{
+    gsf_init();
+    benchmark::Initialize(&argc, argv);
+    benchmark::RunSpecifiedBenchmarks();
+    gsf_shutdown();
+    return 0;
+}

@@ -1,0 +1,304 @@
+// What a host hears of the changes in a shared folder, and what it can do about it.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <mutex>
+
+#include "tests/support/packages.h"
+
+namespace quorvane::test {
+namespace {
+
+constexpr char kFolderId[] = "shared";
+
+class NotificationsTest : public testing::Test {
+protected:
+    // Adds a mail and waits until the engine has recorded it.
+    std::string AddKnown(const std::string& subject)
+    {
+        const std::string id = folder.Add(subject, "body");
+        WaitForRecords();
+        EXPECT_EQ(mailbox.Query("SELECT count(*) FROM tblItem WHERE EntryID = '" + id + "'"), 1);
+        return id;
+    }
+
+    // A batch that was begun before this one has ended when this one is heard: they come one at a time, and a
+    // host that is asked about the fence is asked after everything before it was recorded.
+    void WaitForRecords()
+    {
+        const std::string id = folder.Add("fence", "body");
+        ASSERT_TRUE(Eventually([&] {
+            for (const HostEvent& event : logon.Host().Events("added")) {
+                if (event.entryId == id)
+                    return true;
+            }
+            return false;
+        }));
+    }
+
+    std::vector<HostEvent> EventsOf(const std::string& what, const std::string& id)
+    {
+        auto events = logon.Host().Events(what);
+        std::erase_if(events, [&](const HostEvent& event) { return event.entryId != id; });
+        return events;
+    }
+
+    bool Packed(size_t items)
+    {
+        return Eventually([&] {
+            const auto path = FindPackage(logon, folder.EntryId());
+            const auto count = path ? CountPackage(*path) : std::nullopt;
+            return count && count->items == items;
+        });
+    }
+
+    void Lock(const std::string& id, VARIANT_BOOL autoUnlock)
+    {
+        ASSERT_EQ(logon.Session().LockItem(Text(id).Get(), Text(folder.StoreId()).Get(), autoUnlock), S_OK);
+    }
+    bool IsLocked(const std::string& id)
+    {
+        VARIANT_BOOL locked = VARIANT_FALSE;
+        EXPECT_EQ(logon.Session().IsItemLocked(Text(id).Get(), Text(folder.StoreId()).Get(), &locked), S_OK);
+        return locked == VARIANT_TRUE;
+    }
+
+    TestMailbox mailbox;
+    TestFolder folder = mailbox.MakeFolder("Shared");
+    TestLogon logon{mailbox};
+    ComPtr<IFolder> shared = logon.Share(folder, kFolderId);
+};
+
+TEST_F(NotificationsTest, ANewMailIsAddedOnceAndRecorded)
+{
+    const std::string id = folder.Add("One", "body");
+    ASSERT_TRUE(logon.Host().Heard("added"));
+    WaitForRecords();
+
+    EXPECT_EQ(EventsOf("added", id).size(), 1u);
+    EXPECT_TRUE(EventsOf("changed", id).empty());
+    EXPECT_EQ(mailbox.Query("SELECT count(*) FROM tblItem WHERE EntryID = '" + id + "' AND Version = 3.0"),
+              1);
+}
+
+TEST_F(NotificationsTest, AChangeIsReportedUnderTheSameId)
+{
+    const std::string id = AddKnown("One");
+    folder.SetSubject(id, "Two");
+    ASSERT_TRUE(logon.Host().Heard("changed"));
+    WaitForRecords();
+
+    ASSERT_EQ(EventsOf("changed", id).size(), 1u);
+    EXPECT_EQ(EventsOf("changed", id).front().id, EventsOf("added", id).front().id);
+    EXPECT_EQ(EventsOf("changed", id).front().action, qv_ac_Modified);
+}
+
+TEST_F(NotificationsTest, ADeletionIsReportedOnceAndForgotten)
+{
+    const std::string id = AddKnown("One");
+    folder.Delete(id);
+    ASSERT_TRUE(logon.Host().Heard("deleted"));
+    WaitForRecords();
+
+    EXPECT_EQ(EventsOf("deleted", id).size(), 1u);
+    EXPECT_EQ(mailbox.Query("SELECT count(*) FROM tblItem WHERE EntryID = '" + id + "'"), 0);
+}
+
+TEST_F(NotificationsTest, ADeletionOfAnUnknownItemIsSilent)
+{
+    const std::string id = AddKnown("One");
+    mailbox.Execute("DELETE FROM tblItem WHERE EntryID = '" + id + "'");
+    folder.Delete(id);
+    const std::string other = AddKnown("Two");
+    folder.Delete(other);
+    ASSERT_TRUE(logon.Host().Heard("deleted"));
+
+    EXPECT_TRUE(EventsOf("deleted", id).empty());
+    EXPECT_EQ(EventsOf("deleted", other).size(), 1u);
+}
+
+TEST_F(NotificationsTest, AnAutomaticLockSwallowsOneChange)
+{
+    const std::string id = AddKnown("One");
+    Lock(id, VARIANT_TRUE);
+    folder.SetSubject(id, "Two");
+    ASSERT_TRUE(Eventually([&] { return !IsLocked(id); }));
+    WaitForRecords();
+    EXPECT_TRUE(EventsOf("changed", id).empty());
+
+    folder.SetSubject(id, "Three");
+    ASSERT_TRUE(logon.Host().Heard("changed"));
+    EXPECT_EQ(EventsOf("changed", id).size(), 1u);
+}
+
+TEST_F(NotificationsTest, ALockWithoutAutoUnlockSwallowsEveryChange)
+{
+    const std::string id = AddKnown("One");
+    Lock(id, VARIANT_FALSE);
+    folder.SetSubject(id, "Two");
+    WaitForRecords();
+    folder.SetSubject(id, "Three");
+    WaitForRecords();
+
+    EXPECT_TRUE(IsLocked(id));
+    EXPECT_TRUE(EventsOf("changed", id).empty());
+}
+
+TEST_F(NotificationsTest, ALockedDeletionIsSilentAndTheRowGoes)
+{
+    const std::string id = AddKnown("One");
+    Lock(id, VARIANT_TRUE);
+    folder.Delete(id);
+
+    EXPECT_TRUE(Eventually(
+        [&] { return mailbox.Query("SELECT count(*) FROM tblItem WHERE EntryID = '" + id + "'") == 0; }));
+    EXPECT_TRUE(EventsOf("deleted", id).empty());
+}
+
+TEST_F(NotificationsTest, AnIgnoredChangeIsNotSentAndNotOfferedAgain)
+{
+    logon.Host().AnswerWith([](const HostEvent& event, bool& ignore) {
+        ignore = event.what == "changed";
+        return S_OK;
+    });
+    const std::string id = AddKnown("One");
+    ASSERT_TRUE(Packed(2));
+    folder.SetSubject(id, "Two");
+    ASSERT_TRUE(logon.Host().Heard("changed"));
+    WaitForRecords();
+    WaitForRecords();
+
+    EXPECT_EQ(EventsOf("changed", id).size(), 1u);
+    EXPECT_TRUE(Packed(4));
+}
+
+TEST_F(NotificationsTest, AnIgnoredAdditionIsRecordedAndNotSent)
+{
+    logon.Host().AnswerWith([](const HostEvent&, bool& ignore) {
+        ignore = true;
+        return S_OK;
+    });
+    const std::string id = AddKnown("One");
+
+    EXPECT_FALSE(FindPackage(logon, folder.EntryId()));
+    EXPECT_EQ(mailbox.Query("SELECT count(*) FROM tblItem WHERE EntryID = '" + id + "'"), 1);
+}
+
+TEST_F(NotificationsTest, AnIgnoredDeletionIsNotSentAndTheRowGoes)
+{
+    const std::string id = AddKnown("One");
+    logon.Host().AnswerWith([](const HostEvent&, bool& ignore) {
+        ignore = true;
+        return S_OK;
+    });
+    ASSERT_TRUE(Packed(2));
+    folder.Delete(id);
+    ASSERT_TRUE(logon.Host().Heard("deleted"));
+
+    EXPECT_TRUE(Eventually(
+        [&] { return mailbox.Query("SELECT count(*) FROM tblItem WHERE EntryID = '" + id + "'") == 0; }));
+    EXPECT_TRUE(Packed(2));
+}
+
+TEST_F(NotificationsTest, AChangeThatTheHostFailedIsOfferedAgainByTheNextScanOfTheFolder)
+{
+    // More deletions at once than a store tells row by row.
+    constexpr size_t kLongRun = 70;
+    const std::string id = AddKnown("One");
+    std::vector<std::string> others;
+    for (size_t i = 0; i < kLongRun; ++i)
+        others.push_back(folder.Add("Other", "body"));
+    WaitForRecords();
+    std::atomic<bool> fails{true};
+    logon.Host().AnswerWith(
+        [&](const HostEvent& event, bool&) { return event.what == "changed" && fails ? E_FAIL : S_OK; });
+    folder.SetSubject(id, "Two");
+    ASSERT_TRUE(logon.Host().Heard("changed", 1));
+    fails = false;
+    folder.Delete(others);
+    ASSERT_TRUE(logon.Host().Heard("changed", 2));
+    ASSERT_TRUE(logon.Host().Heard("deleted", kLongRun));
+    WaitForRecords();
+
+    EXPECT_EQ(EventsOf("changed", id).size(), 2u);
+}
+
+TEST_F(NotificationsTest, WhileTheFolderIgnoresEventsNothingIsHeard)
+{
+    ASSERT_EQ(shared->put_IgnoreEvents(VARIANT_TRUE), S_OK);
+    const TestFolder otherFolder = mailbox.MakeFolder("Other");
+    const auto other = logon.Share(otherFolder, "other");
+    const std::string missed = folder.Add("One", "body");
+    const std::string heard = otherFolder.Add("Two", "body");
+    ASSERT_TRUE(logon.Host().Heard("added"));
+
+    EXPECT_TRUE(EventsOf("added", missed).empty());
+    EXPECT_EQ(EventsOf("added", heard).size(), 1u);
+}
+
+TEST_F(NotificationsTest, WithNoListenersNothingIsHeard)
+{
+    logon.SetOption(OLESTR("NoListeners"), Variant::Bool(true));
+    const TestFolder deaf = mailbox.MakeFolder("Deaf");
+    const auto object = logon.Share(deaf, "deaf");
+    const std::string missed = deaf.Add("One", "body");
+    AddKnown("Two");
+
+    EXPECT_TRUE(EventsOf("added", missed).empty());
+}
+
+TEST_F(NotificationsTest, ARemovedFolderIsHeardNoMore)
+{
+    const TestFolder otherFolder = mailbox.MakeFolder("Other");
+    logon.Share(otherFolder, "other");
+    ComPtr<IFolders> folders;
+    ASSERT_EQ(logon.Session().get_Folders(folders.Put()), S_OK);
+    ASSERT_EQ(folders->Remove(Variant::Text(FromUtf8(otherFolder.EntryId())).Raw()), S_OK);
+    const std::string missed = otherFolder.Add("One", "body");
+    AddKnown("Two");
+
+    EXPECT_TRUE(EventsOf("added", missed).empty());
+}
+
+TEST_F(NotificationsTest, AKnownItemThatAppearsAnewHasANewIdUntilItsDeletionIsSeen)
+{
+    std::mutex gate;
+    logon.Host().AnswerWith([&](const HostEvent&, bool&) {
+        const std::lock_guard wait(gate);
+        return S_OK;
+    });
+    std::unique_lock closed(gate);
+    folder.Add("Holds the line", "body");
+    ASSERT_TRUE(logon.Host().Heard("added"));
+    const std::string id = folder.Add("One", "body");
+    ASSERT_EQ(logon.Session().ImportItem(Text("{old}").Get(), Text(id).Get(), Text(folder.StoreId()).Get()),
+              S_OK);
+    closed.unlock();
+    WaitForRecords();
+
+    ASSERT_EQ(EventsOf("added", id).size(), 1u);
+    EXPECT_NE(EventsOf("added", id).front().id, "{old}");
+    EXPECT_EQ(mailbox.Query("SELECT count(*) FROM tblItem WHERE ID = '{old}' AND EntryID = '" + id + "'"), 1);
+
+    folder.Delete(id);
+    ASSERT_TRUE(logon.Host().Heard("deleted"));
+    WaitForRecords();
+    EXPECT_EQ(EventsOf("deleted", id).front().id, "{old}");
+    EXPECT_EQ(mailbox.Query("SELECT count(*) FROM tblItem WHERE ID = '{old}'"), 1);
+}
+
+TEST_F(NotificationsTest, ASessionMayEndWhileBatchesAreUnderWay)
+{
+    const TestFolder busy = mailbox.MakeFolder("Busy");
+    {
+        TestLogon brief(mailbox);
+        const auto object = brief.Share(busy, "busy");
+        for (int i = 0; i < 20; ++i)
+            busy.Add("Mail " + std::to_string(i), "body");
+        ASSERT_TRUE(brief.Host().Heard("added"));
+    }
+    EXPECT_EQ(busy.Count(), 20u);
+}
+
+}  // namespace
+}  // namespace quorvane::test

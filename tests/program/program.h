@@ -1,0 +1,101 @@
+// tests/program/program.h: runs the program `quorvane` as a user would, in processes of its own.
+#ifndef QUORVANE_TESTS_PROGRAM_PROGRAM_H_
+#define QUORVANE_TESTS_PROGRAM_PROGRAM_H_
+
+#include <gtest/gtest.h>
+#include <sys/types.h>
+
+#include <chrono>
+#include <filesystem>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+namespace quorvane::test {
+
+using Json = nlohmann::json;
+
+// What a process left behind.
+struct Outcome {
+    int exitCode = -1;  // 128 plus the signal's number after a kill
+    std::string output;
+    std::string errors;
+
+    // The JSON value on standard output.
+    Json Value() const { return Json::parse(output); }
+};
+
+// A process of the program under way. Killed when this goes while it still runs.
+class Process {
+public:
+    Process(const std::vector<std::string>& arguments, const std::filesystem::path& scratch);
+    Process(Process&& other) noexcept;
+    Process& operator=(Process&&) = delete;
+    ~Process();
+
+    void Signal(int number) const;
+    // What it has written to standard error so far.
+    std::string ErrorsSoFar() const;
+    // Waits for the end.
+    Outcome Wait();
+    // The same for at most `time`; false while it still runs.
+    bool WaitFor(std::chrono::milliseconds time, Outcome& outcome);
+
+private:
+    Outcome Collect(int status);
+
+    pid_t process_ = -1;
+    std::filesystem::path output_;
+    std::filesystem::path errors_;
+};
+
+// A test with a directory of its own, an exchange and mailboxes in it.
+class ProgramTest : public ::testing::Test {
+protected:
+    void SetUp() override;
+    void TearDown() override;
+
+    std::filesystem::path Path(const std::string& name) const { return directory_ / name; }
+    std::string Exchange() const { return Path("exchange").string(); }
+    std::string Mailbox(const std::string& name) const { return Path(name).string(); }
+
+    Process Start(const std::vector<std::string>& arguments) const { return Process(arguments, directory_); }
+    Outcome Run(const std::vector<std::string>& arguments) const { return Start(arguments).Wait(); }
+    // The same; anything but success fails the test with what the program said.
+    Outcome MustRun(const std::vector<std::string>& arguments) const;
+
+    void MakeMailboxes(const std::vector<std::string>& names) const;
+    // Waits until something holds, for half a minute at most; whether it did.
+    template <class Condition>
+    static bool Eventually(Condition condition)
+    {
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+        while (!condition())
+            if (std::chrono::steady_clock::now() > deadline)
+                return false;
+        return true;
+    }
+
+    // Runs mailboxes side by side until all are idle; gives what each counted.
+    std::vector<Json> RunUntilIdle(const std::vector<std::string>& names,
+                                   const std::string& idleSeconds = "3") const;
+    std::vector<Json> Items(const std::string& mailbox, const std::string& folder) const;
+    // Whether two folders hold the same items; the differences fail the test.
+    void ExpectSame(const std::string& a, const std::string& folderA, const std::string& b,
+                    const std::string& folderB) const;
+
+private:
+    bool RunRound(const std::vector<std::string>& names, const std::string& idleSeconds,
+                  std::vector<Json>& counts) const;
+
+    std::filesystem::path directory_;
+};
+
+// The folder of sample mails that comes with the project.
+std::filesystem::path Samples();
+// Real files to test with; empty when the machine has none.
+std::filesystem::path Corpus();
+
+}  // namespace quorvane::test
+
+#endif  // QUORVANE_TESTS_PROGRAM_PROGRAM_H_

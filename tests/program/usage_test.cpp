@@ -1,0 +1,128 @@
+// What a user does wrong gets one clear line, the right exit code, and loses nothing.
+#include <algorithm>
+#include <fstream>
+
+#include "tests/program/program.h"
+
+namespace quorvane::test {
+
+namespace {
+
+class UsageTest : public ProgramTest {
+protected:
+    // One line that begins with the program's name and holds `part`.
+    static void ExpectOneLine(const Outcome& outcome, int exitCode, const std::string& part)
+    {
+        EXPECT_EQ(outcome.exitCode, exitCode) << outcome.errors;
+        EXPECT_EQ(std::count(outcome.errors.begin(), outcome.errors.end(), '\n'), 1) << outcome.errors;
+        EXPECT_TRUE(outcome.errors.starts_with("quorvane: ")) << outcome.errors;
+        EXPECT_NE(outcome.errors.find(part), std::string::npos) << outcome.errors;
+    }
+};
+
+TEST_F(UsageTest, HelpIsGivenForTheProgramAndEachCommand)
+{
+    EXPECT_NE(MustRun({"--help"}).output.find("Exit codes"), std::string::npos);
+    for (const char* command : {"init", "import", "export", "list", "share", "run", "edit", "move", "delete",
+                                "compare", "status", "inspect"})
+        EXPECT_NE(MustRun({command, "--help"}).output.find("--json"), std::string::npos) << command;
+}
+
+TEST_F(UsageTest, AWrongCommandLineExitsWithTwo)
+{
+    ExpectOneLine(Run({}), 2, "--help");
+    ExpectOneLine(Run({"fly"}), 2, "");
+    ExpectOneLine(Run({"init"}), 2, "MAILBOX");
+    ExpectOneLine(Run({"list", Mailbox("a"), "--colour"}), 2, "--colour");
+    ExpectOneLine(Run({"export", Mailbox("a"), "F", "D", "--format", "pdf"}), 2, "pdf");
+}
+
+TEST_F(UsageTest, AMailboxThatDoesNotExistIsNamed)
+{
+    for (const char* command : {"list", "status"})
+        ExpectOneLine(Run({command, Mailbox("nowhere")}), 1, "nowhere");
+    EXPECT_FALSE(std::filesystem::exists(Path("nowhere")));
+}
+
+TEST_F(UsageTest, ADirectoryThatIsNoMailboxIsNotMadeOne)
+{
+    std::filesystem::create_directory(Path("plain"));
+    ExpectOneLine(Run({"list", Mailbox("plain")}), 1, "no mailbox");
+    EXPECT_TRUE(std::filesystem::is_empty(Path("plain")));
+}
+
+TEST_F(UsageTest, AMailboxIsNotMadeOverOtherFiles)
+{
+    std::filesystem::create_directory(Path("full"));
+    std::ofstream(Path("full") / "letter.txt") << "mine";
+    ExpectOneLine(Run({"init", Mailbox("full")}), 1, "not empty");
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(Path("full")), {}), 1);
+}
+
+TEST_F(UsageTest, AFileThatIsNoMailIsNamedAndTheRestComesIn)
+{
+    MakeMailboxes({"a"});
+    std::filesystem::create_directory(Path("in"));
+    std::ofstream(Path("in") / "noise.bin") << std::string(4096, '\0');
+    std::filesystem::copy_file(Samples() / "01-plain.eml", Path("in") / "good.eml");
+    const Outcome outcome = MustRun({"import", Mailbox("a"), "In", Path("in").string()});
+    EXPECT_NE(outcome.output.find("noise.bin"), std::string::npos) << outcome.output;
+    EXPECT_EQ(Items("a", "In").size(), 1U);
+}
+
+TEST_F(UsageTest, AnImportOfNothingThatIsMailFails)
+{
+    MakeMailboxes({"a"});
+    std::ofstream(Path("noise.bin")) << std::string(4096, '\0');
+    ExpectOneLine(Run({"import", Mailbox("a"), "In", Path("noise.bin").string()}), 1, "In");
+}
+
+TEST_F(UsageTest, ADatabaseWithoutTablesIsNamed)
+{
+    MakeMailboxes({"a"});
+    std::filesystem::remove(Path("a") / "sharing.db");
+    std::ofstream(Path("a") / "sharing.db").close();
+    ExpectOneLine(Run({"run", Mailbox("a"), "--exchange", Exchange(), "--until-idle"}), 1, "tblItem");
+}
+
+TEST_F(UsageTest, AFolderThatDoesNotExistIsNamed)
+{
+    MakeMailboxes({"a"});
+    ExpectOneLine(Run({"list", Mailbox("a"), "Nothing/Here"}), 1, "Nothing/Here");
+    ExpectOneLine(Run({"share", Mailbox("a"), "Nothing", "--with", "b"}), 1, "Nothing");
+}
+
+TEST_F(UsageTest, AMemberNameThatCouldLeaveItsDirectoryIsRefused)
+{
+    MakeMailboxes({"a"});
+    MustRun({"import", Mailbox("a"), "In", (Samples() / "01-plain.eml").string()});
+    ExpectOneLine(Run({"share", Mailbox("a"), "In", "--with", "../b"}), 2, "../b");
+    ExpectOneLine(Run({"init", Mailbox("c"), "--name", "a/b"}), 2, "a/b");
+}
+
+TEST_F(UsageTest, AnExchangeThatDoesNotExistIsNamedAndNotMade)
+{
+    MakeMailboxes({"a"});
+    ExpectOneLine(Run({"run", Mailbox("a"), "--exchange", Path("gone").string(), "--until-idle"}), 1, "gone");
+    EXPECT_FALSE(std::filesystem::exists(Path("gone")));
+}
+
+TEST_F(UsageTest, ADirectoryThatCannotBeWrittenIsNamed)
+{
+    std::ofstream(Path("file")) << "not a directory";
+    ExpectOneLine(Run({"init", (Path("file") / "mailbox").string(), "--name", "a"}), 1, "file");
+    MakeMailboxes({"a"});
+    MustRun({"import", Mailbox("a"), "In", (Samples() / "01-plain.eml").string()});
+    ExpectOneLine(Run({"export", Mailbox("a"), "In", (Path("file") / "out").string()}), 1, "file");
+}
+
+TEST_F(UsageTest, InspectOfAFileThatIsNoCompoundFileSaysSo)
+{
+    std::ofstream(Path("plain.txt")) << "hello";
+    ExpectOneLine(Run({"inspect", Path("plain.txt").string()}), 1, "plain.txt");
+    ExpectOneLine(Run({"inspect", Path("missing.qvt").string()}), 1, "missing.qvt");
+}
+
+}  // namespace
+
+}  // namespace quorvane::test

@@ -1,0 +1,44 @@
+#include "tests/support/test_directory.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <system_error>
+#include <thread>
+
+namespace quorvane::test {
+
+TestDirectory::TestDirectory()
+{
+    std::string pattern = "/tmp/quorvane-test-XXXXXX";
+    if (!mkdtemp(pattern.data()))
+        throw std::runtime_error("no temporary directory");
+    path_ = pattern;
+}
+
+TestDirectory::~TestDirectory()
+{
+    std::error_code ignored;
+    std::filesystem::remove_all(path_, ignored);
+}
+
+void Check(HRESULT hr, const char* step)
+{
+    if (SUCCEEDED(hr))
+        return;
+    char text[160];
+    std::snprintf(text, sizeof text, "%s: 0x%08X", step, static_cast<unsigned>(hr));
+    throw std::runtime_error(text);
+}
+
+bool Eventually(const std::function<bool()>& condition)
+{
+    const auto end = std::chrono::steady_clock::now() + kDeadline;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > end)
+            return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return true;
+}
+
+}  // namespace quorvane::test

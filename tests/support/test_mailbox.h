@@ -1,0 +1,57 @@
+// tests/support/test_mailbox.h: a user's surroundings: message store and profile, sharing database, settings.
+#ifndef QUORVANE_TESTS_SUPPORT_TEST_MAILBOX_H_
+#define QUORVANE_TESTS_SUPPORT_TEST_MAILBOX_H_
+
+#include <string>
+
+#include "tests/support/test_directory.h"
+#include "tests/support/test_folder.h"
+
+namespace quorvane::test {
+
+// The text that keeps the tests' settings apart.
+inline constexpr OLECHAR kProductCode[] = OLESTR("Tests");
+
+// Throws std::runtime_error. Holds a MAPI session of its own for looking after the engine's work.
+class TestMailbox {
+public:
+    TestMailbox();
+    TestMailbox(const TestMailbox&) = delete;
+    TestMailbox& operator=(const TestMailbox&) = delete;
+    ~TestMailbox();
+
+    // Makes this user the one whose settings, profile and temporary folder the process sees.
+    void Select() const;
+
+    const std::filesystem::path& Directory() const noexcept { return directory_.Path(); }
+    std::filesystem::path DatabasePath() const { return Directory() / "share.mdb"; }
+    // The engine keeps its first log file until the process ends, so that all mailboxes have one in common.
+    static const std::filesystem::path& LogPath();
+    std::filesystem::path InboxPath() const { return Directory() / "inbox"; }
+
+    // Puts a setting of the product; `value` as a registry export spells it, quotes included.
+    void Set(const std::string& name, const std::string& value) const;
+
+    IMsgStore& Store() const noexcept { return *store_; }
+    TestFolder MakeFolder(const std::string& name) const;
+
+    // The one number that a query on the sharing database gives.
+    long Query(const std::string& sql) const;
+    void Execute(const std::string& sql) const;
+
+    // What the engine has logged since the mailbox was made.
+    std::string Log() const;
+
+private:
+    void MakeProfile() const;
+    void OpenStore();
+
+    TestDirectory directory_;
+    size_t logBefore_ = 0;
+    ComPtr<IMAPISession> session_;
+    ComPtr<IMsgStore> store_;
+};
+
+}  // namespace quorvane::test
+
+#endif  // QUORVANE_TESTS_SUPPORT_TEST_MAILBOX_H_
