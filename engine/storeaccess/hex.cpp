@@ -23,7 +23,7 @@ HRESULT BinaryId::Allocate(ULONG size) noexcept
     size_ = 0;
     bytes_.Reset();
     if (size > kMaxBytes)
-        return E_INVALIDARG;
+        return E_OUTOFMEMORY;
     const ULONG room = std::max<ULONG>(size, sizeof(ENTRYID));
     MapiBuffer<BYTE> bytes;
     const HRESULT hr = bytes.Allocate(room);
@@ -46,7 +46,7 @@ HRESULT BinaryId::Assign(const void* bytes, ULONG size) noexcept
 HRESULT HexFromBinary(const void* bytes, ULONG count, Bstr& text) noexcept
 {
     if (count > kMaxBytes)
-        return E_INVALIDARG;
+        return E_OUTOFMEMORY;
     try {
         std::string digits(2 * static_cast<size_t>(count) + 1, '\0');
         if (count) {
@@ -76,7 +76,7 @@ HRESULT BinaryFromHex(BSTR text, BinaryId& id) noexcept
     try {
         std::string narrow(digits.begin(), digits.end());
         if (!narrow.empty() && !mapi::FBinFromHex(narrow.data(), result.Bytes()))
-            return E_FAIL;
+            return E_INVALIDARG;
     } catch (...) {
         return E_OUTOFMEMORY;
     }

@@ -32,7 +32,7 @@ private:
 // bytes  [in]   may be null when `count` is 0.
 // text   [out]  two digits a byte; untouched after a failure.
 //
-// E_OUTOFMEMORY. E_INVALIDARG: more bytes than a text can hold. E_FAIL: no MAPI library is bound.
+// E_OUTOFMEMORY: also for more bytes than a text can hold. E_FAIL: HexFromBin isn't bound.
 [[nodiscard]] HRESULT HexFromBinary(const void* bytes, ULONG count, Bstr& text) noexcept;
 [[nodiscard]] inline HRESULT HexFromBinary(const SBinary& binary, Bstr& text) noexcept
 {
@@ -42,8 +42,8 @@ private:
 // text  [in]   hexadecimal digits in either case; null and empty give an identifier of no bytes.
 // id    [out]  half as many bytes as the text has digits; nothing is held after a failure.
 //
-// E_INVALIDARG: the text isn't hexadecimal, or has an odd number of digits. E_FAIL: no MAPI library is bound.
-// E_OUTOFMEMORY.
+// E_INVALIDARG: the text isn't hexadecimal or has an odd number of digits, or FBinFromHex isn't bound.
+// E_OUTOFMEMORY. What MAPIAllocateBuffer answers: E_FAIL when it isn't bound.
 [[nodiscard]] HRESULT BinaryFromHex(BSTR text, BinaryId& id) noexcept;
 
 }  // namespace quorvane

@@ -21,11 +21,11 @@ TEST(HexTest, NoBytesBecomeAnEmptyText)
     EXPECT_TRUE(text.IsEmpty());
 }
 
-TEST(HexTest, MoreBytesThanATextHoldsAreRefused)
+TEST(HexTest, MoreBytesThanATextHoldsAreOutOfMemory)
 {
     BYTE byte = 0;
     Bstr text(OLESTR("before"));
-    EXPECT_EQ(HexFromBinary(&byte, 0xF0000000u, text), E_INVALIDARG);
+    EXPECT_EQ(HexFromBinary(&byte, 0xF0000000u, text), E_OUTOFMEMORY);
     EXPECT_EQ(text.View(), OLESTR("before"));
 }
 

@@ -1,5 +1,10 @@
 #include "engine/storeaccess/mapi_binding.h"
 
+#include <algorithm>
+#include <atomic>
+#include <string>
+
+#include "engine/session/trace/trace.h"
 #include "platform/com/mutex.h"
 #include "platform/file/path.h"
 
@@ -21,31 +26,38 @@ std::atomic<void*>& SlotOf(MapiFunction function) noexcept
     return slots[static_cast<size_t>(function)];
 }
 
-// Asks for the component's path under one qualifier, null for any.
-std::string ComponentPath(FGetComponentPathFunction getPath, std::string component, std::string* qualifier)
+using ComponentPath = std::array<char, kPathCapacity>;
+
+bool IsEmpty(const MsiText& text) noexcept
 {
-    std::array<char, kPathCapacity> path{};
-    if (!getPath(component.data(), qualifier ? qualifier->data() : nullptr, path.data(), kPathCapacity,
-                 kInstallIfMissing))
-        return {};
-    path.back() = '\0';
-    return path.data();
+    return text[0] == '\0';
 }
 
-std::string FindComponentPath(FGetComponentPathFunction getPath)
+// Asks for the component's path under one qualifier, null for any. Whether there is an answer.
+bool AskForPath(FGetComponentPathFunction getPath, MailClientMsiValues& client, char* qualifier,
+                ComponentPath& path)
+{
+    const BOOL known =
+        getPath(client.component.data(), qualifier, path.data(), kPathCapacity, kInstallIfMissing);
+    path.back() = '\0';
+    return known && path[0] != '\0';
+}
+
+// What the last question left in `path` counts, whatever the answer was: a path that came with a refusal is
+// tried as well.
+void FindComponentPath(FGetComponentPathFunction getPath, ComponentPath& path)
 {
     MailClientMsiValues client;
     ReadMailClientMsiValues(client);
-    if (client.component.empty())
-        return {};
-    std::string path;
-    if (!client.applicationLanguage.empty())
-        path = ComponentPath(getPath, client.component, &client.applicationLanguage);
-    if (path.empty() && !client.officeLanguage.empty())
-        path = ComponentPath(getPath, client.component, &client.officeLanguage);
-    if (path.empty())
-        path = ComponentPath(getPath, client.component, nullptr);
-    return path;
+    if (IsEmpty(client.component))
+        return;
+    bool found = false;
+    if (!IsEmpty(client.applicationLanguage))
+        found = AskForPath(getPath, client, client.applicationLanguage.data(), path);
+    if (!found && !IsEmpty(client.officeLanguage))
+        found = AskForPath(getPath, client, client.officeLanguage.data(), path);
+    if (!found)
+        AskForPath(getPath, client, nullptr, path);
 }
 
 Module LoadComponentLibrary(const Module& systemLibrary)
@@ -54,9 +66,10 @@ Module LoadComponentLibrary(const Module& systemLibrary)
     const auto getPath = systemLibrary.Find<FGetComponentPathFunction>("FGetComponentPath");
     if (!getPath)
         return component;
-    const std::string path = FindComponentPath(getPath);
-    if (!path.empty() && FAILED(component.Load(path)))
-        return Module();
+    ComponentPath path{};
+    FindComponentPath(getPath, path);
+    if (path[0] != '\0')
+        HR_IGNORE(component.Load(path.data()), "what can't be loaded gives way to the system's library");
     return component;
 }
 
@@ -69,16 +82,13 @@ void FillSlots(const Module& library) noexcept
     }
 }
 
-void ReadText(const RegistryKey& key, const char* name, std::string& text) noexcept
+void ReadMsiText(const RegistryKey& key, const char* name, MsiText& text) noexcept
 {
     RegistryValue value;
-    if (FAILED(key.Query(name, value)))
+    if (FAILED(key.Query(name, value)) || value.bytes.size() > text.size())
         return;
-    try {
-        text = value.Text();
-    } catch (...) {
-        text.clear();
-    }
+    std::copy(value.bytes.begin(), value.bytes.end(), text.begin());
+    text.back() = '\0';
 }
 
 }  // namespace
@@ -174,14 +184,11 @@ bool FindDefaultMailClientKey(RegistryHive root, RegistryKey& key) noexcept
 {
     key.Close();
     RegistryKey clients;
-    if (FAILED(clients.Open(root, kMailClients)))
-        return false;
-    std::string name;
-    ReadText(clients, "", name);
-    if (name.empty())
+    RegistryValue name;
+    if (FAILED(clients.Open(root, kMailClients)) || FAILED(clients.Query("", name)) || name.Text().empty())
         return false;
     try {
-        return SUCCEEDED(key.Open(root, std::string(kMailClients) + '\\' + name));
+        return SUCCEEDED(key.Open(root, std::string(kMailClients) + '\\' + std::string(name.Text())));
     } catch (...) {
         return false;
     }
@@ -194,9 +201,9 @@ void ReadMailClientMsiValues(MailClientMsiValues& values) noexcept
     if (!FindDefaultMailClientKey(RegistryHive::CurrentUser, client) &&
         !FindDefaultMailClientKey(RegistryHive::LocalMachine, client))
         return;
-    ReadText(client, "MSIComponentID", values.component);
-    ReadText(client, "MSIApplicationLCID", values.applicationLanguage);
-    ReadText(client, "MSIOfficeLCID", values.officeLanguage);
+    ReadMsiText(client, "MSIComponentID", values.component);
+    ReadMsiText(client, "MSIApplicationLCID", values.applicationLanguage);
+    ReadMsiText(client, "MSIOfficeLCID", values.officeLanguage);
 }
 
 }  // namespace quorvane

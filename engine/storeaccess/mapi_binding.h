@@ -6,8 +6,6 @@
 #define QUORVANE_ENGINE_STOREACCESS_MAPI_BINDING_H_
 
 #include <array>
-#include <atomic>
-#include <string>
 
 #include "platform/module/module.h"
 #include "platform/registry/registry.h"
@@ -74,14 +72,20 @@ bool BindMapiLibrary() noexcept;
 // value of "Software\Clients\Mail". False: there is no such key, or no name.
 bool FindDefaultMailClientKey(RegistryHive root, RegistryKey& key) noexcept;
 
-// What the default mail client says about its MAPI component. A missing value is an empty text.
+// The bytes of a registry value as FGetComponentPath takes them, zeros to the end. A list of texts keeps the
+// zeros between them.
+using MsiText = std::array<char, 1024>;
+
+// What the default mail client says about its MAPI component. A value that is missing, or longer than the
+// place for it, is an empty text.
 struct MailClientMsiValues {
-    std::string component;            // "MSIComponentID"
-    std::string applicationLanguage;  // "MSIApplicationLCID"
-    std::string officeLanguage;       // "MSIOfficeLCID"
+    MsiText component{};            // "MSIComponentID"
+    MsiText applicationLanguage{};  // "MSIApplicationLCID"
+    MsiText officeLanguage{};       // "MSIOfficeLCID"
 };
 
-// Of the client under the user's hive; the machine's hive is asked only when the user's names none.
+// Of the client under the user's hive; the machine's hive is read only when the user's names none that
+// exists.
 void ReadMailClientMsiValues(MailClientMsiValues& values) noexcept;
 
 }  // namespace quorvane

@@ -1,97 +1,218 @@
 #include "engine/storeaccess/mapi_binding.h"
 
-#include <gtest/gtest.h>
-#include <unistd.h>
+#include <sys/inotify.h>
 
 #include <atomic>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <string>
+#include <cstdio>
+#include <map>
+#include <set>
 #include <thread>
 #include <vector>
 
-#include "engine/storeaccess/mapi_functions.h"
-#include "engine/storeaccess/thread_init.h"
+#include "engine/storeaccess/testing/binding_test.h"
 
 namespace quorvane {
 namespace {
 
-constexpr HRESULT kFromComponent = 0x000A0001;
-constexpr HRESULT kFromAskingSystem = 1;
-constexpr HRESULT kFromPlainSystem = S_OK;
+using testing::kFromAskingSystem;
+using testing::kFromComponent;
+using testing::kFromPlainSystem;
 
-const std::string kFakes = QUORVANE_FAKE_MAPI_DIR;
+class MapiBindingTest : public testing::BindingTest {};
 
-// What is bound stays bound for the life of a process, so that each test does its binding in a process of its
-// own: BINDS_ALONE runs a function there that tells whether all was as expected.
-#define BINDS_ALONE(function) EXPECT_EXIT(std::exit((function)() ? 0 : 1), ::testing::ExitedWithCode(0), "")
-
-class MapiBindingTest : public ::testing::Test {
-protected:
-    static void SetUpTestSuite() { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
-
-    void SetUp() override
-    {
-        // A process that a test starts works in the directory of the one that started it.
-        const char* const parents = std::getenv("QV_BINDING_TEST_DIRECTORY");
-        directory = parents
-                        ? std::filesystem::path(parents)
-                        : std::filesystem::temp_directory_path() / ("qv_binding_" + std::to_string(getpid()));
-        setenv("QV_BINDING_TEST_DIRECTORY", directory.c_str(), 1);
-        std::filesystem::create_directories(directory / "quorvane3");
-        setenv("XDG_CONFIG_HOME", directory.c_str(), 1);
-        setenv("QUORVANE_MACHINE_REGISTRY", (directory / "machine.reg").c_str(), 1);
-        setenv("FAKE_COMPONENT_LOG", (directory / "asked").c_str(), 1);
-        setenv("FAKE_COMPONENT_PATH", (kFakes + "/component/libclient.so").c_str(), 1);
-        unsetenv("FAKE_COMPONENT_FOR");
-        UseSystem("asking");
-    }
-    void TearDown() override
-    {
-        std::filesystem::remove_all(directory);
-        unsetenv("QV_BINDING_TEST_DIRECTORY");
-    }
-
-    static void UseSystem(const std::string& name)
-    {
-        setenv("QUORVANE_SYSTEM_DIR", (kFakes + "/" + name).c_str(), 1);
-    }
-    static void ComponentLiesUnder(const char* qualifier) { setenv("FAKE_COMPONENT_FOR", qualifier, 1); }
-
-    // Makes a mail client the default of a hive.
-    static void InstallClient(RegistryHive hive, const std::string& name, const std::string& component,
-                              const std::string& application = "", const std::string& office = "")
-    {
-        const std::string root = "Software\\Clients\\Mail";
-        RegistryKey key;
-        ASSERT_HRESULT(key.Create(hive, root));
-        ASSERT_HRESULT(key.Set("", RegistryValue::OfText(name)));
-        ASSERT_HRESULT(key.Create(hive, root + "\\" + name));
-        if (!component.empty())
-            ASSERT_HRESULT(key.Set("MSIComponentID", RegistryValue::OfText(component)));
-        if (!application.empty())
-            ASSERT_HRESULT(key.Set("MSIApplicationLCID", RegistryValue::OfText(application)));
-        if (!office.empty())
-            ASSERT_HRESULT(key.Set("MSIOfficeLCID", RegistryValue::OfText(office)));
-    }
-    static void ASSERT_HRESULT(HRESULT hr) { ASSERT_EQ(hr, S_OK); }
-
-    static std::string Asked()
-    {
-        std::ifstream file(std::getenv("FAKE_COMPONENT_LOG"));
-        return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-    }
-
-    static HRESULT Initialize()
-    {
-        MAPIINIT_0 init = {0, MAPI_MULTITHREAD_NOTIFICATIONS};
-        return mapi::MAPIInitialize(&init);
-    }
-
-    std::filesystem::path directory;
+// The export names in the order in which they are tried.
+constexpr const char* kNames[] = {
+    "MAPIAllocateBuffer",
+    "MAPIAllocateMore",
+    "MAPIFreeBuffer",
+    "HrGetOneProp@12",
+    "HrGetOneProp",
+    "HrSetOneProp@8",
+    "HrSetOneProp",
+    "MAPIInitialize",
+    "MAPIUninitialize",
+    "FreeProws@4",
+    "FreeProws",
+    "PpropFindProp@12",
+    "PpropFindProp",
+    "ScDupPropset@16",
+    "ScDupPropset",
+    "ScCountProps@12",
+    "ScCountProps",
+    "ScCopyProps@16",
+    "ScCopyProps",
+    "OpenIMsgOnIStg@44",
+    "OpenIMsgOnIStg",
+    "MAPIGetDefaultMalloc@0",
+    "MAPIGetDefaultMalloc",
+    "CloseIMsgSession@4",
+    "CloseIMsgSession",
+    "OpenIMsgSession@12",
+    "OpenIMsgSession",
+    "HrQueryAllRows@24",
+    "HrQueryAllRows",
+    "MAPIOpenFormMgr",
+    "RTFSync",
+    "HrSetOneProp@8",
+    "HrSetOneProp",
+    "FreePadrlist@4",
+    "FreePadrlist",
+    "PropCopyMore@16",
+    "PropCopyMore",
+    "WrapCompressedRTFStream",
+    "WrapStoreEntryID@24",
+    "WrapStoreEntryID",
+    "CreateIProp@24",
+    "CreateIProp",
+    "CreateTable@36",
+    "CreateTable",
+    "MAPILogonEx",
+    "MAPIAdminProfiles",
+    "HrValidateIPMSubtree@20",
+    "HrValidateIPMSubtree",
+    "MAPIOpenLocalFormContainer",
+    "HrDispatchNotifications@4",
+    "HrDispatchNotifications",
+    "FBinFromHex",
+    "FBinFromHex@8",
+    "HexFromBin",
+    "HexFromBin@12",
+    "ScCountNotifications@12",
+    "ScCopyNotifications@16",
+    "HrThisThreadAdviseSink@8",
 };
+
+std::string Undecorated(const std::string& name)
+{
+    return name.substr(0, name.find('@'));
+}
+
+TEST_F(MapiBindingTest, TheTableHoldsTheNamesInTheirOrder)
+{
+    ASSERT_EQ(MapiBindingTable.size(), std::size(kNames));
+    for (size_t i = 0; i < std::size(kNames); ++i)
+        EXPECT_STREQ(MapiBindingTable[i].exportName, kNames[i]) << "row " << i;
+}
+
+TEST_F(MapiBindingTest, TheNamesOfOneFunctionShareASlotThatNoOtherHas)
+{
+    std::map<std::string, MapiFunction> slots;
+    std::set<MapiFunction> used;
+    for (const MapiBindingRow& row : MapiBindingTable) {
+        const auto slot = slots.emplace(Undecorated(row.exportName), row.slot).first->second;
+        EXPECT_EQ(slot, row.slot) << row.exportName;
+        used.insert(row.slot);
+    }
+    EXPECT_EQ(slots.size(), kMapiFunctionCount);
+    EXPECT_EQ(used.size(), kMapiFunctionCount);
+}
+
+// Binds a library with these exports; each shows as its own name.
+void BindExports(const std::vector<std::string>& names)
+{
+    std::string exports;
+    for (const std::string& name : names)
+        exports += name + ' ';
+    setenv("FAKE_EXPORTS", exports.c_str(), 1);
+    BindMapiLibrary();
+}
+
+// The name under which each function of the table was found, empty for none; by its undecorated name.
+std::map<std::string, std::string> BoundNames()
+{
+    std::map<std::string, std::string> bound;
+    for (const MapiBindingRow& row : MapiBindingTable) {
+        const auto* const name = static_cast<const char*>(BoundMapiFunction(row.slot));
+        bound[Undecorated(row.exportName)] = name ? name : "";
+    }
+    return bound;
+}
+
+bool ShowsBound(const std::map<std::string, std::string>& expected)
+{
+    const auto bound = BoundNames();
+    for (const auto& [function, name] : expected) {
+        if (bound.at(function) != name)
+            std::fprintf(stderr, "%s is bound as '%s'\n", function.c_str(), bound.at(function).c_str());
+    }
+    return bound == expected;
+}
+
+// By function, the first of its names, or the last that differs from the first.
+std::map<std::string, std::string> NamesByFunction(bool first)
+{
+    std::map<std::string, std::string> names;
+    for (const char* name : kNames) {
+        if (first)
+            names.emplace(Undecorated(name), name);
+        else
+            names[Undecorated(name)] = name;
+    }
+    return names;
+}
+
+std::vector<std::string> ValuesOf(const std::map<std::string, std::string>& names)
+{
+    std::vector<std::string> values;
+    for (const auto& [function, name] : names)
+        values.push_back(name);
+    return values;
+}
+
+TEST_F(MapiBindingTest, OfSeveralNamesTheFirstInTheTableIsBound)
+{
+    UseSystem("names");
+    BINDS_ALONE([] {
+        BindExports({std::begin(kNames), std::end(kNames)});
+        return ShowsBound(NamesByFunction(true));
+    });
+}
+
+TEST_F(MapiBindingTest, AFunctionIsBoundByItsLaterNameWhereTheFirstIsMissing)
+{
+    UseSystem("names");
+    BINDS_ALONE([] {
+        BindExports(ValuesOf(NamesByFunction(false)));
+        return ShowsBound(NamesByFunction(false));
+    });
+}
+
+TEST_F(MapiBindingTest, OnUndecoratedNamesAloneThreeFunctionsStayUnbound)
+{
+    UseSystem("names");
+    BINDS_ALONE([] {
+        std::map<std::string, std::string> expected;
+        for (const char* name : kNames)
+            expected[Undecorated(name)] = Undecorated(name);
+        BindExports(ValuesOf(expected));
+        for (const char* name : {"ScCountNotifications", "ScCopyNotifications", "HrThisThreadAdviseSink"})
+            expected[name] = "";
+        return ShowsBound(expected);
+    });
+}
+
+TEST_F(MapiBindingTest, ALaterBindingFillsEmptySlotsAndLeavesFilledOnesAlone)
+{
+    UseSystem("names");
+    BINDS_ALONE([] {
+        BindExports({"FreeProws"});
+        std::map<std::string, std::string> expected = BoundNames();
+        const bool first = expected["FreeProws"] == "FreeProws" && expected["HrGetOneProp"].empty();
+        BindExports({"FreeProws@4", "HrGetOneProp"});
+        expected["HrGetOneProp"] = "HrGetOneProp";
+        return first && ShowsBound(expected);
+    });
+}
+
+TEST_F(MapiBindingTest, ABindingIsGoodWhenALibraryWasLoadedAndBadWhenNone)
+{
+    UseSystem("nowhere");
+    BINDS_ALONE([] {
+        const bool none = BindMapiLibrary();
+        UseSystem("empty");
+        return !none && BindMapiLibrary();
+    });
+}
 
 TEST_F(MapiBindingTest, WithoutADefaultMailClientTheSystemsLibraryIsBound)
 {
@@ -109,7 +230,16 @@ TEST_F(MapiBindingTest, TheComponentOfTheUsersMailClientIsBound)
 {
     InstallClient(RegistryHive::CurrentUser, "Client", "{C}", "1033", "1031");
     ComponentLiesUnder("1033");
-    BINDS_ALONE([] { return Initialize() == kFromComponent && Asked() == "{C}/1033/1 "; });
+    BINDS_ALONE([] { return Initialize() == kFromComponent && Asked() == "{C}/1033/260/1 "; });
+}
+
+TEST_F(MapiBindingTest, OfABoundComponentTheSystemsLibraryFillsNothing)
+{
+    InstallClient(RegistryHive::CurrentUser, "Client", "{C}", "1033");
+    ComponentLiesUnder("1033");
+    BINDS_ALONE([] {
+        return Initialize() == kFromComponent && !BoundMapiFunction(MapiFunction::MAPIAllocateBuffer);
+    });
 }
 
 TEST_F(MapiBindingTest, TheUsersMailClientHidesTheMachines)
@@ -117,35 +247,71 @@ TEST_F(MapiBindingTest, TheUsersMailClientHidesTheMachines)
     InstallClient(RegistryHive::CurrentUser, "Mine", "{M}", "1");
     InstallClient(RegistryHive::LocalMachine, "Theirs", "{T}", "2");
     ComponentLiesUnder("1");
-    BINDS_ALONE([] { return Initialize() == kFromComponent && Asked() == "{M}/1/1 "; });
+    BINDS_ALONE([] { return Initialize() == kFromComponent && Asked() == "{M}/1/260/1 "; });
 }
 
 TEST_F(MapiBindingTest, TheMachinesMailClientServesWhereTheUserHasNone)
 {
     InstallClient(RegistryHive::LocalMachine, "Theirs", "{T}", "2");
     ComponentLiesUnder("2");
-    BINDS_ALONE([] { return Initialize() == kFromComponent && Asked() == "{T}/2/1 "; });
+    BINDS_ALONE([] { return Initialize() == kFromComponent && Asked() == "{T}/2/260/1 "; });
 }
 
-TEST_F(MapiBindingTest, TheLanguagesAreTriedInOrderAndThenNone)
+TEST_F(MapiBindingTest, IfTheApplicationLanguageHasNoPathTheOfficeLanguageIsTriedAndThenNone)
 {
     InstallClient(RegistryHive::CurrentUser, "Client", "{C}", "1033", "1031");
     ComponentLiesUnder("-");
-    BINDS_ALONE([] { return Initialize() == kFromComponent && Asked() == "{C}/1033/1 {C}/1031/1 {C}/-/1 "; });
+    BINDS_ALONE([] {
+        return Initialize() == kFromComponent && Asked() == "{C}/1033/260/1 {C}/1031/260/1 {C}/-/260/1 ";
+    });
+}
+
+TEST_F(MapiBindingTest, TheOfficeLanguagesPathEndsTheSearch)
+{
+    InstallClient(RegistryHive::CurrentUser, "Client", "{C}", "1033", "1031");
+    ComponentLiesUnder("1031");
+    BINDS_ALONE([] { return Initialize() == kFromComponent && Asked() == "{C}/1033/260/1 {C}/1031/260/1 "; });
 }
 
 TEST_F(MapiBindingTest, ALanguageThatIsNotToldIsNotTried)
 {
     InstallClient(RegistryHive::CurrentUser, "Client", "{C}", "", "1031");
-    ComponentLiesUnder("1031");
-    BINDS_ALONE([] { return Initialize() == kFromComponent && Asked() == "{C}/1031/1 "; });
+    ComponentLiesUnder("-");
+    BINDS_ALONE([] { return Initialize() == kFromComponent && Asked() == "{C}/1031/260/1 {C}/-/260/1 "; });
+}
+
+TEST_F(MapiBindingTest, AClientWithoutLanguagesIsAskedForWithoutOne)
+{
+    InstallClient(RegistryHive::CurrentUser, "Client", "{C}");
+    ComponentLiesUnder("-");
+    BINDS_ALONE([] { return Initialize() == kFromComponent && Asked() == "{C}/-/260/1 "; });
+}
+
+TEST_F(MapiBindingTest, AnEmptyPathCountsAsNoAnswer)
+{
+    InstallClient(RegistryHive::CurrentUser, "Client", "{C}", "1033", "1031");
+    ComponentLiesUnder("1033");
+    ComponentIs("");
+    BINDS_ALONE([] {
+        return Initialize() == kFromAskingSystem && Asked() == "{C}/1033/260/1 {C}/1031/260/1 {C}/-/260/1 ";
+    });
+}
+
+TEST_F(MapiBindingTest, APathThatComesWithARefusalIsTriedWhenNoLanguageHasABetter)
+{
+    InstallClient(RegistryHive::CurrentUser, "Client", "{C}", "1033", "1031");
+    ComponentLiesUnder("1033");
+    setenv("FAKE_COMPONENT_REFUSES", "1", 1);
+    BINDS_ALONE([] {
+        return Initialize() == kFromComponent && Asked() == "{C}/1033/260/1 {C}/1031/260/1 {C}/-/260/1 ";
+    });
 }
 
 TEST_F(MapiBindingTest, AComponentThatCannotBeLoadedGivesWayToTheSystem)
 {
     InstallClient(RegistryHive::CurrentUser, "Client", "{C}", "1033");
     ComponentLiesUnder("1033");
-    setenv("FAKE_COMPONENT_PATH", (kFakes + "/component/none.so").c_str(), 1);
+    ComponentIs("component/none.so");
     BINDS_ALONE([] { return Initialize() == kFromAskingSystem; });
 }
 
@@ -155,7 +321,17 @@ TEST_F(MapiBindingTest, AClientWithoutAComponentIsNotAskedFor)
     BINDS_ALONE([] { return Initialize() == kFromAskingSystem && Asked().empty(); });
 }
 
-TEST_F(MapiBindingTest, DecoratedNamesAreFound)
+TEST_F(MapiBindingTest, ARegistryFileThatAPersonWroteNamesTheClient)
+{
+    std::ofstream(UserFile()) << "Windows Registry Editor Version 5.00\r\n\r\n"
+                                 "[HKEY_CURRENT_USER\\Software\\Clients\\Mail]\r\n@=\"Client\"\r\n\r\n"
+                                 "[HKEY_CURRENT_USER\\SOFTWARE\\Clients\\Mail\\CLIENT]\r\n"
+                                 "\"MSIComponentID\"=\"{C}\"\r\n\"MSIOfficeLCID\"=\"1031\"\r\n";
+    ComponentLiesUnder("1031");
+    BINDS_ALONE([] { return Initialize() == kFromComponent && Asked() == "{C}/1031/260/1 "; });
+}
+
+TEST_F(MapiBindingTest, DecoratedNamesAreFoundInAComponent)
 {
     InstallClient(RegistryHive::CurrentUser, "Client", "{C}", "1033");
     ComponentLiesUnder("1033");
@@ -164,96 +340,6 @@ TEST_F(MapiBindingTest, DecoratedNamesAreFound)
         return mapi::HrGetOneProp(nullptr, 0, nullptr) == 0x000A0002 &&
                mapi::ScCountNotifications(0, nullptr, &size) == 0x000A0003 &&
                mapi::HrThisThreadAdviseSink(nullptr, nullptr) == 0x000A0004;
-    });
-}
-
-TEST_F(MapiBindingTest, OnUndecoratedNamesAloneThreeFunctionsStayUnbound)
-{
-    UseSystem("plain");
-    BINDS_ALONE([] {
-        BindMapiLibrary();
-        unsigned unbound = 0;
-        for (const MapiFunction function :
-             {MapiFunction::ScCountNotifications, MapiFunction::ScCopyNotifications,
-              MapiFunction::HrThisThreadAdviseSink})
-            unbound += BoundMapiFunction(function) == nullptr;
-        return unbound == 3 && BoundMapiFunction(MapiFunction::HrGetOneProp) != nullptr;
-    });
-}
-
-// Every stub of a library that has nothing.
-bool EveryStubFailsAsTold()
-{
-    void* buffer = nullptr;
-    IMAPISession* session = nullptr;
-    ULONG size = 7;
-    auto* sink = reinterpret_cast<IMAPIAdviseSink*>(0x10);
-    char text[] = "AB";
-    BYTE byte = 0x5A;
-    const HRESULT failures[] = {mapi::MAPIAllocateBuffer(8, &buffer),
-                                mapi::MAPIAllocateMore(8, nullptr, &buffer),
-                                mapi::HrGetOneProp(nullptr, 0, nullptr),
-                                mapi::MAPIInitialize(nullptr),
-                                mapi::OpenIMsgOnIStg(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
-                                                     nullptr, nullptr, 0, 0, nullptr),
-                                mapi::OpenIMsgSession(nullptr, 0, nullptr),
-                                mapi::HrQueryAllRows(nullptr, nullptr, nullptr, nullptr, 0, nullptr),
-                                mapi::MAPIOpenFormMgr(nullptr, nullptr),
-                                mapi::MAPILogonEx(0, nullptr, nullptr, 0, &session),
-                                mapi::ScCountNotifications(0, nullptr, &size),
-                                mapi::ScCopyNotifications(0, nullptr, nullptr, &size)};
-    for (const HRESULT failure : failures) {
-        if (failure != E_FAIL)
-            return false;
-    }
-    mapi::HexFromBin(&byte, 1, text);
-    mapi::MAPIUninitialize();
-    mapi::FreeProws(nullptr);
-    mapi::CloseIMsgSession(nullptr);
-    return mapi::FBinFromHex(text, &byte) == FALSE && byte == 0x5A && std::string(text) == "AB" &&
-           mapi::HrThisThreadAdviseSink(nullptr, &sink) == S_OK &&
-           sink == reinterpret_cast<IMAPIAdviseSink*>(0x10) && !mapi::MAPIGetDefaultMalloc() &&
-           !mapi::PpropFindProp(nullptr, 0, 0) && mapi::MAPIFreeBuffer(text) == 0;
-}
-
-TEST_F(MapiBindingTest, FunctionsThatALibraryLacksGiveTheirFailureValues)
-{
-    UseSystem("empty");
-    BINDS_ALONE([] { return BindMapiLibrary() && EveryStubFailsAsTold(); });
-}
-
-TEST_F(MapiBindingTest, WithoutAnyLibraryEveryStubGivesItsFailureValue)
-{
-    UseSystem("nowhere");
-    BINDS_ALONE([] { return !BindMapiLibrary() && EveryStubFailsAsTold(); });
-}
-
-TEST_F(MapiBindingTest, AMissingFunctionIsLookedForAgainAtTheNextCall)
-{
-    UseSystem("nowhere");
-    BINDS_ALONE([] {
-        const bool failed = Initialize() == E_FAIL;
-        UseSystem("plain");
-        return failed && Initialize() == kFromPlainSystem;
-    });
-}
-
-TEST_F(MapiBindingTest, WhatIsBoundStaysBoundWhenAnotherLibraryComesUp)
-{
-    UseSystem("plain");
-    BINDS_ALONE([] {
-        const bool first = Initialize() == kFromPlainSystem;
-        UseSystem("asking");
-        return first && BindMapiLibrary() && Initialize() == kFromPlainSystem;
-    });
-}
-
-TEST_F(MapiBindingTest, ANullBufferIsFreedWithoutABinding)
-{
-    UseSystem("plain");
-    BINDS_ALONE([] {
-        return mapi::MAPIFreeBuffer(nullptr) == 0 &&
-               BoundMapiFunction(MapiFunction::MAPIFreeBuffer) == nullptr;
     });
 }
 
@@ -271,56 +357,103 @@ TEST_F(MapiBindingTest, ManyThreadsMayBindAtOnce)
     });
 }
 
-TEST_F(MapiBindingTest, TheTableHasItsRowsInOrder)
-{
-    EXPECT_STREQ(MapiBindingTable.front().exportName, "MAPIAllocateBuffer");
-    EXPECT_STREQ(MapiBindingTable[3].exportName, "HrGetOneProp@12");
-    EXPECT_STREQ(MapiBindingTable[51].exportName, "FBinFromHex");
-    EXPECT_STREQ(MapiBindingTable[52].exportName, "FBinFromHex@8");
-    EXPECT_STREQ(MapiBindingTable.back().exportName, "HrThisThreadAdviseSink@8");
-    unsigned twice = 0;
-    for (const MapiBindingRow& row : MapiBindingTable)
-        twice += row.slot == MapiFunction::HrSetOneProp;
-    EXPECT_EQ(twice, 4u);
-}
-
-TEST_F(MapiBindingTest, NoDefaultMailClientMeansNoKey)
+TEST_F(MapiBindingTest, NoKeyOrNoNameMeansNoDefaultMailClient)
 {
     RegistryKey key;
     EXPECT_FALSE(FindDefaultMailClientKey(RegistryHive::CurrentUser, key));
-    ASSERT_EQ(key.Create(RegistryHive::CurrentUser, "Software\\Clients\\Mail"), S_OK);
+    ASSERT_EQ(key.Create(RegistryHive::CurrentUser, "Software\\Clients\\Mail\\Client"), S_OK);
+    EXPECT_FALSE(FindDefaultMailClientKey(RegistryHive::CurrentUser, key));
+    NameClient(RegistryHive::CurrentUser, "");
     EXPECT_FALSE(FindDefaultMailClientKey(RegistryHive::CurrentUser, key));
     EXPECT_FALSE(key.IsOpen());
+}
+
+TEST_F(MapiBindingTest, TheDefaultMailClientsKeyIsTheOneThatTheDefaultValueNames)
+{
+    InstallClient(RegistryHive::LocalMachine, "Other", "{O}");
+    InstallClient(RegistryHive::LocalMachine, "Client", "{C}");
+    RegistryKey key;
+    RegistryValue component;
+    ASSERT_TRUE(FindDefaultMailClientKey(RegistryHive::LocalMachine, key));
+    ASSERT_EQ(key.Query("MSIComponentID", component), S_OK);
+    EXPECT_EQ(component.Text(), "{C}");
 }
 
 TEST_F(MapiBindingTest, AMissingValueOfTheClientIsAnEmptyText)
 {
     InstallClient(RegistryHive::CurrentUser, "Client", "{C}");
-    MailClientMsiValues values{"old", "old", "old"};
+    MailClientMsiValues values{{"old"}, {"old"}, {"old"}};
     ReadMailClientMsiValues(values);
-    EXPECT_EQ(values.component, "{C}");
-    EXPECT_EQ(values.applicationLanguage, "");
-    EXPECT_EQ(values.officeLanguage, "");
+    EXPECT_STREQ(values.component.data(), "{C}");
+    EXPECT_STREQ(values.applicationLanguage.data(), "");
+    EXPECT_STREQ(values.officeLanguage.data(), "");
 }
 
-TEST_F(MapiBindingTest, AThreadInitialisesMapiForNotificationsOnOtherThreads)
+TEST_F(MapiBindingTest, AValueThatFillsItsPlaceIsReadAndALongerOneIsNot)
 {
-    UseSystem("plain");
-    BINDS_ALONE([] {
-        CMAPIThreadInit init;
-        return init.Init() == S_OK && init.Init() == S_OK;
-    });
+    const std::string longest(1023, 'x');
+    InstallClient(RegistryHive::CurrentUser, "Client", longest, longest + 'x');
+    MailClientMsiValues values;
+    ReadMailClientMsiValues(values);
+    EXPECT_EQ(values.component.data(), longest);
+    EXPECT_STREQ(values.applicationLanguage.data(), "");
 }
 
-TEST_F(MapiBindingTest, AThreadWhoseMapiRefusesIsTold)
+TEST_F(MapiBindingTest, AListOfTextsKeepsItsZeros)
 {
-    UseSystem("plain");
-    setenv("FAKE_MAPI_REFUSES", "1", 1);
-    BINDS_ALONE([] {
-        CMAPIThreadInit init;
-        return init.Init() == MAPI_E_NOT_INITIALIZED;
-    });
-    unsetenv("FAKE_MAPI_REFUSES");
+    InstallClient(RegistryHive::CurrentUser, "Client", "{C}");
+    RegistryKey key;
+    ASSERT_EQ(key.Create(RegistryHive::CurrentUser, "Software\\Clients\\Mail\\Client"), S_OK);
+    const std::string texts("Software\\Office\0Language\0\0", 26);
+    ASSERT_EQ(key.Set("MSIApplicationLCID", {RegistryType::MultiText, texts}), S_OK);
+    MailClientMsiValues values;
+    ReadMailClientMsiValues(values);
+    EXPECT_EQ(std::string(values.applicationLanguage.data(), texts.size()), texts);
+}
+
+TEST_F(MapiBindingTest, AUsersClientWithoutAKeyLeavesItToTheMachines)
+{
+    NameClient(RegistryHive::CurrentUser, "Gone");
+    InstallClient(RegistryHive::LocalMachine, "Theirs", "{T}");
+    MailClientMsiValues values;
+    ReadMailClientMsiValues(values);
+    EXPECT_STREQ(values.component.data(), "{T}");
+}
+
+// Tells whether a file is opened while it looks.
+class OpenWatch {
+public:
+    explicit OpenWatch(const std::filesystem::path& file) : queue_(inotify_init1(IN_NONBLOCK | IN_CLOEXEC))
+    {
+        EXPECT_GE(inotify_add_watch(queue_, file.c_str(), IN_OPEN), 0);
+    }
+    OpenWatch(const OpenWatch&) = delete;
+    OpenWatch& operator=(const OpenWatch&) = delete;
+    ~OpenWatch() { close(queue_); }
+
+    bool WasOpened() const
+    {
+        char events[4096];
+        return read(queue_, events, sizeof(events)) > 0;
+    }
+
+private:
+    int queue_;
+};
+
+TEST_F(MapiBindingTest, WithAClientOfTheUsersTheMachinesHiveIsNotRead)
+{
+    InstallClient(RegistryHive::LocalMachine, "Theirs", "{T}");
+    const OpenWatch machine(MachineFile());
+    MailClientMsiValues values;
+
+    ReadMailClientMsiValues(values);
+    EXPECT_TRUE(machine.WasOpened());
+    InstallClient(RegistryHive::CurrentUser, "Mine", "");
+    ReadMailClientMsiValues(values);
+
+    EXPECT_FALSE(machine.WasOpened());
+    EXPECT_STREQ(values.component.data(), "");
 }
 
 }  // namespace

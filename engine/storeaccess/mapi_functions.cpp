@@ -45,10 +45,21 @@ HRESULT STDMETHODCALLTYPE MAPILogonEx(ULONG_PTR uiParam, LPTSTR profile, LPTSTR 
         MapiFunction::MAPILogonEx, E_FAIL, uiParam, profile, password, flags, session);
 }
 
+HRESULT STDMETHODCALLTYPE MAPIAdminProfiles(ULONG flags, LPPROFADMIN* admin) noexcept
+{
+    return Forward<HRESULT, ULONG, LPPROFADMIN*>(MapiFunction::MAPIAdminProfiles, E_FAIL, flags, admin);
+}
+
 HRESULT STDMETHODCALLTYPE MAPIOpenFormMgr(LPMAPISESSION session, IMAPIFormMgr** manager) noexcept
 {
     return Forward<HRESULT, LPMAPISESSION, IMAPIFormMgr**>(MapiFunction::MAPIOpenFormMgr, E_FAIL, session,
                                                            manager);
+}
+
+HRESULT STDMETHODCALLTYPE MAPIOpenLocalFormContainer(IMAPIFormContainer** container) noexcept
+{
+    return Forward<HRESULT, IMAPIFormContainer**>(MapiFunction::MAPIOpenLocalFormContainer, E_FAIL,
+                                                  container);
 }
 
 SCODE STDMETHODCALLTYPE MAPIAllocateBuffer(ULONG size, LPVOID* buffer) noexcept
@@ -68,11 +79,58 @@ HRESULT STDMETHODCALLTYPE HrGetOneProp(LPMAPIPROP object, ULONG tag, LPSPropValu
                                                               value);
 }
 
+HRESULT STDMETHODCALLTYPE HrSetOneProp(LPMAPIPROP object, LPSPropValue value) noexcept
+{
+    return Forward<HRESULT, LPMAPIPROP, LPSPropValue>(MapiFunction::HrSetOneProp, E_FAIL, object, value);
+}
+
+SCODE STDMETHODCALLTYPE ScDupPropset(INT count, LPSPropValue values, LPALLOCATEBUFFER allocate,
+                                     LPSPropValue* copy) noexcept
+{
+    return Forward<SCODE, INT, LPSPropValue, LPALLOCATEBUFFER, LPSPropValue*>(
+        MapiFunction::ScDupPropset, E_FAIL, count, values, allocate, copy);
+}
+
+SCODE STDMETHODCALLTYPE ScCountProps(INT count, LPSPropValue values, ULONG* size) noexcept
+{
+    return Forward<SCODE, INT, LPSPropValue, ULONG*>(MapiFunction::ScCountProps, E_FAIL, count, values, size);
+}
+
+SCODE STDMETHODCALLTYPE ScCopyProps(INT count, LPSPropValue values, LPVOID target, ULONG* size) noexcept
+{
+    return Forward<SCODE, INT, LPSPropValue, LPVOID, ULONG*>(MapiFunction::ScCopyProps, E_FAIL, count, values,
+                                                             target, size);
+}
+
+SCODE STDMETHODCALLTYPE PropCopyMore(LPSPropValue target, LPSPropValue source, ALLOCATEMORE* allocateMore,
+                                     LPVOID object) noexcept
+{
+    return Forward<SCODE, LPSPropValue, LPSPropValue, ALLOCATEMORE*, LPVOID>(
+        MapiFunction::PropCopyMore, E_FAIL, target, source, allocateMore, object);
+}
+
+SCODE STDMETHODCALLTYPE CreateIProp(LPCIID interfaceId, ALLOCATEBUFFER* allocate, ALLOCATEMORE* allocateMore,
+                                    FREEBUFFER* free, LPVOID reserved, IPropData** data) noexcept
+{
+    return Forward<SCODE, LPCIID, ALLOCATEBUFFER*, ALLOCATEMORE*, FREEBUFFER*, LPVOID, IPropData**>(
+        MapiFunction::CreateIProp, E_FAIL, interfaceId, allocate, allocateMore, free, reserved, data);
+}
+
 HRESULT STDMETHODCALLTYPE HrQueryAllRows(LPMAPITABLE table, LPSPropTagArray tags, LPSRestriction restriction,
                                          LPSSortOrderSet order, LONG maxRows, LPSRowSet* rows) noexcept
 {
     return Forward<HRESULT, LPMAPITABLE, LPSPropTagArray, LPSRestriction, LPSSortOrderSet, LONG, LPSRowSet*>(
         MapiFunction::HrQueryAllRows, E_FAIL, table, tags, restriction, order, maxRows, rows);
+}
+
+SCODE STDMETHODCALLTYPE CreateTable(LPCIID interfaceId, ALLOCATEBUFFER* allocate, ALLOCATEMORE* allocateMore,
+                                    FREEBUFFER* free, LPVOID reserved, ULONG type, ULONG indexColumn,
+                                    LPSPropTagArray columns, ITableData** data) noexcept
+{
+    return Forward<SCODE, LPCIID, ALLOCATEBUFFER*, ALLOCATEMORE*, FREEBUFFER*, LPVOID, ULONG, ULONG,
+                   LPSPropTagArray, ITableData**>(MapiFunction::CreateTable, E_FAIL, interfaceId, allocate,
+                                                  allocateMore, free, reserved, type, indexColumn, columns,
+                                                  data);
 }
 
 SCODE STDMETHODCALLTYPE OpenIMsgSession(LPMALLOC allocator, ULONG flags, LPMSGSESS* session) noexcept
@@ -90,6 +148,36 @@ SCODE STDMETHODCALLTYPE OpenIMsgOnIStg(LPMSGSESS session, LPALLOCATEBUFFER alloc
                    LPSTORAGE, MSGCALLRELEASE*, ULONG, ULONG, LPMESSAGE*>(
         MapiFunction::OpenIMsgOnIStg, E_FAIL, session, allocate, allocateMore, free, allocator, support,
         storage, release, callerData, flags, message);
+}
+
+HRESULT STDMETHODCALLTYPE RTFSync(LPMESSAGE message, ULONG flags, BOOL* updated) noexcept
+{
+    return Forward<HRESULT, LPMESSAGE, ULONG, BOOL*>(MapiFunction::RTFSync, E_FAIL, message, flags, updated);
+}
+
+HRESULT STDMETHODCALLTYPE WrapCompressedRTFStream(LPSTREAM compressed, ULONG flags, LPSTREAM* plain) noexcept
+{
+    return Forward<HRESULT, LPSTREAM, ULONG, LPSTREAM*>(MapiFunction::WrapCompressedRTFStream, E_FAIL,
+                                                        compressed, flags, plain);
+}
+
+HRESULT STDMETHODCALLTYPE WrapStoreEntryID(ULONG flags, LPTSTR provider, ULONG size, LPENTRYID id,
+                                           ULONG* wrappedSize, LPENTRYID* wrapped) noexcept
+{
+    return Forward<HRESULT, ULONG, LPTSTR, ULONG, LPENTRYID, ULONG*, LPENTRYID*>(
+        MapiFunction::WrapStoreEntryID, E_FAIL, flags, provider, size, id, wrappedSize, wrapped);
+}
+
+HRESULT STDMETHODCALLTYPE HrValidateIPMSubtree(LPMDB store, ULONG flags, ULONG* count, LPSPropValue* values,
+                                               LPMAPIERROR* error) noexcept
+{
+    return Forward<HRESULT, LPMDB, ULONG, ULONG*, LPSPropValue*, LPMAPIERROR*>(
+        MapiFunction::HrValidateIPMSubtree, E_FAIL, store, flags, count, values, error);
+}
+
+HRESULT STDMETHODCALLTYPE HrDispatchNotifications(ULONG flags) noexcept
+{
+    return Forward<HRESULT, ULONG>(MapiFunction::HrDispatchNotifications, E_FAIL, flags);
 }
 
 SCODE STDMETHODCALLTYPE ScCountNotifications(INT count, LPNOTIFICATION notifications, ULONG* size) noexcept
@@ -140,6 +228,11 @@ void STDMETHODCALLTYPE MAPIUninitialize() noexcept
 void STDMETHODCALLTYPE FreeProws(LPSRowSet rows) noexcept
 {
     ForwardVoid<LPSRowSet>(MapiFunction::FreeProws, rows);
+}
+
+void STDMETHODCALLTYPE FreePadrlist(LPADRLIST list) noexcept
+{
+    ForwardVoid<LPADRLIST>(MapiFunction::FreePadrlist, list);
 }
 
 void STDMETHODCALLTYPE HexFromBin(LPBYTE bytes, INT count, LPTSTR text) noexcept

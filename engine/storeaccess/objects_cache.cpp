@@ -10,21 +10,20 @@ template <class Interface, class Open>
 HRESULT CMapiObjectsCache::FindOrOpen(Objects& objects, BSTR key, Interface** out, const char* function,
                                       Open open)
 {
-    const Traced traced{function};
     OleString name(ViewOf(key));
     auto found = objects.find(name);
     if (found == objects.end()) {
         BinaryId identifier;
         const HRESULT converted = BinaryFromHex(key, identifier);
         if (FAILED(converted))
-            return converted == E_OUTOFMEMORY ? traced(converted) : S_OK;
+            return converted == E_INVALIDARG ? S_OK : converted;
         ComPtr<IUnknown> object;
         const HRESULT opened = open(identifier, object);
         if (FAILED(opened) || !object)
             return opened;
         found = objects.emplace(std::move(name), std::move(object)).first;
     }
-    return traced(found->second.As(out));
+    return Traced{function}(found->second.As(out));
 }
 
 HRESULT CMapiObjectsCache::OpenStore(BSTR storeEntryID, IMsgStore** out) noexcept

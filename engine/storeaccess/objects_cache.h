@@ -20,17 +20,19 @@ public:
     // Opens a store for writing, or finds it among those that are open.
     //
     // storeEntryID  [in]   the store's entry identifier in hexadecimal text; compared as text.
-    // out           [out]  a reference of the caller's. Untouched after a failure, and also when S_OK is
-    //                      returned for a text that isn't hexadecimal: test it.
+    // out           [out]  a reference of the caller's. Untouched when nothing could be opened, and also when
+    //                      S_OK is returned for a text that isn't hexadecimal: test it. Null when what was
+    //                      opened isn't a store.
     //
-    // What OpenMsgStore answered (a failure is not kept: the next call tries again); E_OUTOFMEMORY.
+    // What OpenMsgStore answered (a failure is not kept: the next call tries again). E_NOINTERFACE, traced:
+    // what was opened isn't a store. E_POINTER: no session. E_OUTOFMEMORY.
     [[nodiscard]] HRESULT OpenStore(BSTR storeEntryID, IMsgStore** out) noexcept;
 
     // The same for a folder, through `store`, with write access. The key is the folder's identifier alone.
     [[nodiscard]] HRESULT OpenFolder(BSTR folderEntryID, IMsgStore* store, IMAPIFolder** out) noexcept;
 
 private:
-    using Objects = std::unordered_map<OleString, ComPtr<IUnknown>>;
+    using Objects = std::unordered_map<OleString, ComPtr<IUnknown>>;  // by hexadecimal text
 
     template <class Interface, class Open>
     static HRESULT FindOrOpen(Objects& objects, BSTR key, Interface** out, const char* function, Open open);

@@ -4,9 +4,13 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "engine/storeaccess/testing/fake_mapi_state.h"
 #include "platform/mapi/mapi.h"
+#include "platform/module/module_exports.h"
 
 namespace {
+
+quorvane::testing::FakeMapiState state;
 
 // Stands before every block that MAPI hands out; `more` leads to the blocks that hang on it.
 struct Block {
@@ -38,20 +42,29 @@ int HexValue(char c)
 
 }  // namespace
 
+QUORVANE_MODULE_EXPORT quorvane::testing::FakeMapiState* FakeState()
+{
+    return &state;
+}
+
 STDAPI MAPIInitialize(LPVOID init)
 {
     const auto* const wanted = static_cast<const MAPIINIT_0*>(init);
     const bool known = wanted && wanted->ulVersion == 0 && wanted->ulFlags == MAPI_MULTITHREAD_NOTIFICATIONS;
     if (!known || std::getenv("FAKE_MAPI_REFUSES"))
         return MAPI_E_NOT_INITIALIZED;
+    ++state.initialized;
     return FAKE_INITIALIZE_RESULT;
 }
 
-STDAPI_(void) MAPIUninitialize() {}
+STDAPI_(void) MAPIUninitialize()
+{
+    --state.initialized;
+}
 
 STDAPI_(SCODE) MAPIAllocateBuffer(ULONG size, LPVOID* buffer)
 {
-    Block* const block = NewBlock(size);
+    Block* const block = state.refusesMemory ? nullptr : NewBlock(size);
     *buffer = block ? block->bytes : nullptr;
     return block ? S_OK : E_OUTOFMEMORY;
 }
@@ -130,14 +143,15 @@ STDAPI_(BOOL) FBinFromHex(LPTSTR text, LPBYTE bytes)
 }
 
 // Answers by the environment: FAKE_COMPONENT_FOR is the qualifier that has a path ("-" for none at all
-// given), FAKE_COMPONENT_PATH the path. Each question goes into the file FAKE_COMPONENT_LOG.
+// given), FAKE_COMPONENT_PATH the path. With FAKE_COMPONENT_REFUSES the path is given, and FALSE with it.
+// Each question goes into the file FAKE_COMPONENT_LOG.
 #ifdef FAKE_FINDS_COMPONENT
 extern "C" BOOL FGetComponentPath(LPSTR component, LPSTR qualifier, LPSTR path, DWORD capacity, BOOL install)
 {
     const char* const asked = qualifier ? qualifier : "-";
     if (const char* const log = std::getenv("FAKE_COMPONENT_LOG")) {
         if (std::FILE* const file = std::fopen(log, "a")) {
-            std::fprintf(file, "%s/%s/%d ", component, asked, install);
+            std::fprintf(file, "%s/%s/%u/%d ", component, asked, capacity, install);
             std::fclose(file);
         }
     }
@@ -146,6 +160,6 @@ extern "C" BOOL FGetComponentPath(LPSTR component, LPSTR qualifier, LPSTR path, 
     if (!known || !answer || std::strcmp(known, asked) != 0)
         return FALSE;
     std::snprintf(path, capacity, "%s", answer);
-    return TRUE;
+    return std::getenv("FAKE_COMPONENT_REFUSES") ? FALSE : TRUE;
 }
 #endif

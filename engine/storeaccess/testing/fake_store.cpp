@@ -70,9 +70,10 @@ HRESULT FakeMessage::GetProps(LPSPropTagArray tags, ULONG, ULONG* count, LPSProp
     return MAPI_W_ERRORS_RETURNED;
 }
 
-HRESULT FakeStore::OpenEntry(ULONG idSize, LPENTRYID id, LPCIID, ULONG, ULONG* type, LPUNKNOWN* object)
+HRESULT FakeStore::OpenEntry(ULONG idSize, LPENTRYID id, LPCIID, ULONG flags, ULONG* type, LPUNKNOWN* object)
 {
     ++opens;
+    lastFlags = flags;
     if (FAILED(openResult))
         return openResult;
     const auto found = items.find(std::string(reinterpret_cast<const char*>(id), idSize));

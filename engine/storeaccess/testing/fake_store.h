@@ -42,6 +42,7 @@ public:
     ComPtr<IUnknown> other;
     HRESULT openResult = S_OK;
     unsigned opens = 0;
+    ULONG lastFlags = 0;  // of OpenEntry
 
     HRESULT STDMETHODCALLTYPE OpenEntry(ULONG idSize, LPENTRYID id, LPCIID, ULONG, ULONG* type,
                                         LPUNKNOWN* object) override;
@@ -81,6 +82,7 @@ private:
 
 QUORVANE_IID(quorvane::testing::UnimplementedMessage, IID_IMessage);
 QUORVANE_IID(quorvane::testing::UnimplementedMsgStore, IID_IMsgStore);
+QUORVANE_IID(quorvane::testing::UnimplementedMAPIFolder, IID_IMAPIFolder);
 QUORVANE_IID(quorvane::testing::UnimplementedMAPITable, IID_IMAPITable);
 QUORVANE_IID(quorvane::testing::UnimplementedMAPISession, IID_IMAPISession);
 
