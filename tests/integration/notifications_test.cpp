@@ -208,13 +208,14 @@ TEST_F(NotificationsTest, AChangeThatTheHostFailedIsOfferedAgainByTheNextScanOfT
     std::vector<std::string> others;
     for (size_t i = 0; i < kLongRun; ++i)
         others.push_back(folder.Add("Other", "body"));
+    ASSERT_TRUE(logon.Host().Heard("added", kLongRun + 2));
     WaitForRecords();
     std::atomic<bool> fails{true};
-    logon.Host().AnswerWith(
-        [&](const HostEvent& event, bool&) { return event.what == "changed" && fails ? E_FAIL : S_OK; });
+    logon.Host().AnswerWith([&](const HostEvent& event, bool&) {
+        return event.what == "changed" && fails.exchange(false) ? E_FAIL : S_OK;
+    });
     folder.SetSubject(id, "Two");
     ASSERT_TRUE(logon.Host().Heard("changed", 1));
-    fails = false;
     folder.Delete(others);
     ASSERT_TRUE(logon.Host().Heard("changed", 2));
     ASSERT_TRUE(logon.Host().Heard("deleted", kLongRun));

@@ -81,7 +81,11 @@ Outcome Process::Collect(int status)
 {
     process_ = -1;
     const int code = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-    return {code, ReadFile(output_), ReadFile(errors_)};
+    Outcome outcome{code, ReadFile(output_), ReadFile(errors_)};
+    // A sanitizer's exit code may be that of an ordinary failure; its report is what tells it apart.
+    for (const char* report : {"Sanitizer", "runtime error:"})
+        EXPECT_EQ(outcome.errors.find(report), std::string::npos) << outcome.errors;
+    return outcome;
 }
 
 Outcome Process::Wait()

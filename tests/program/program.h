@@ -96,6 +96,17 @@ std::filesystem::path Samples();
 // Real files to test with; empty when the machine has none.
 std::filesystem::path Corpus();
 
+// A test with real files; skipped on a machine that has none.
+class CorpusProgramTest : public ProgramTest {
+protected:
+    void SetUp() override
+    {
+        if (Corpus().empty())
+            GTEST_SKIP() << "QUORVANE_CORPUS is not set";
+        ProgramTest::SetUp();
+    }
+};
+
 }  // namespace quorvane::test
 
 #endif  // QUORVANE_TESTS_PROGRAM_PROGRAM_H_

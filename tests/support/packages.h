@@ -10,7 +10,8 @@
 
 namespace quorvane::test {
 
-// How many elements a package holds in "Items" and in "Folders"; none when it can't be opened now.
+// How many elements a package holds in "Items" and in "Folders"; none when it can't be read whole
+// now, as while it is being written.
 struct PackageCount {
     size_t items = 0;
     size_t folders = 0;

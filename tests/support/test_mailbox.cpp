@@ -104,14 +104,19 @@ TestMailbox::TestMailbox()
     MAPIINIT_0 init{0, MAPI_MULTITHREAD_NOTIFICATIONS};
     Check(MAPIInitialize(&init), "start MAPI");
     MakeProfile();
-    OpenStore();
+    LogOn();
 }
 
 TestMailbox::~TestMailbox()
 {
+    LogOff();
+    MAPIUninitialize();
+}
+
+void TestMailbox::LogOff()
+{
     store_.Reset();
     session_.Reset();
-    MAPIUninitialize();
 }
 
 void TestMailbox::Select() const
@@ -141,11 +146,11 @@ void TestMailbox::MakeProfile() const
     Check(profiles->AdminServices(Unconst(kProfile), nullptr, 0, 0, services.Put()), "administer services");
     Check(services->CreateMsgService(Unconst(kMessageStoreService), Unconst("Store"), 0, 0),
           "make a service");
-    ConfigureStore(*services.Get(), (Directory() / "store.sqlite").string());
+    ConfigureStore(*services.Get(), StorePath().string());
     Check(profiles->SetDefaultProfile(Unconst(kProfile), 0), "set the default profile");
 }
 
-void TestMailbox::OpenStore()
+void TestMailbox::LogOn()
 {
     Check(
         MAPILogonEx(0, nullptr, nullptr, MAPI_EXTENDED | MAPI_USE_DEFAULT | MAPI_NEW_SESSION, session_.Put()),
@@ -176,6 +181,19 @@ TestFolder TestMailbox::MakeFolder(const std::string& name) const
     ComPtr<IMAPIFolder> folder;
     Check(root->CreateFolder(FOLDER_GENERIC, Unconst(name.c_str()), nullptr, nullptr, 0, folder.Put()),
           "make a folder");
+    return {store_, folder};
+}
+
+TestFolder TestMailbox::OpenFolder(const std::string& entryId) const
+{
+    std::vector<BYTE> id(entryId.size() / 2 + 1);
+    if (!FBinFromHex(const_cast<LPTSTR>(entryId.c_str()), id.data()))
+        throw std::runtime_error("no entry identifier: " + entryId);
+    ULONG type = 0;
+    ComPtr<IMAPIFolder> folder;
+    Check(store_->OpenEntry(static_cast<ULONG>(entryId.size() / 2), reinterpret_cast<LPENTRYID>(id.data()),
+                            &IID_IMAPIFolder, MAPI_MODIFY, &type, folder.PutUnknown()),
+          "open a folder");
     return {store_, folder};
 }
 

@@ -34,6 +34,12 @@ public:
 
     IMsgStore& Store() const noexcept { return *store_; }
     TestFolder MakeFolder(const std::string& name) const;
+    TestFolder OpenFolder(const std::string& entryId) const;
+
+    // Lets go of the mailbox's own session and store. Folders and messages got from them keep the store open.
+    void LogOff();
+    void LogOn();
+    std::filesystem::path StorePath() const { return Directory() / "store.sqlite"; }
 
     // The one number that a query on the sharing database gives.
     long Query(const std::string& sql) const;
@@ -44,7 +50,6 @@ public:
 
 private:
     void MakeProfile() const;
-    void OpenStore();
 
     TestDirectory directory_;
     size_t logBefore_ = 0;
