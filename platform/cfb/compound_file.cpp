@@ -36,8 +36,7 @@ HRESULT CompoundFile::Ready()
             child = next;
         }
         open_.Renumber(*root_);
-        root_->surveyed = false;
-        root_->index.reset();
+        root_->ForgetTree();
     }
     failed_ = false;
     return S_OK;
@@ -57,8 +56,7 @@ HRESULT CompoundFile::Refind(OpenElement& element)
     }
     CFB_TRY(hr);
     element.id = id;
-    element.surveyed = false;
-    element.index.reset();
+    element.ForgetTree();
     if (element.type == EntryType::kStream)
         return element.body.Load(id);
     for (OpenElement* child = element.firstChild; child;) {
@@ -149,7 +147,8 @@ HRESULT CompoundFile::Lookup(OpenElement& storage, const ElementName& name, bool
     return FindInIndex(*storage.index, name, false, id, entry);
 }
 
-HRESULT CompoundFile::Survey(OpenElement& storage)
+// Walks through a storage's tree. distrusted: it is to be written anew, however it looks.
+HRESULT CompoundFile::Survey(OpenElement& storage, bool distrusted)
 {
     DirTree::Shape shape;
     CFB_TRY(volume_.tree.Survey(storage.id, &shape));
@@ -162,17 +161,15 @@ HRESULT CompoundFile::Survey(OpenElement& storage)
     if (!shape.ordered)
         CFB_TRY(volume_.tree.Sort(&shape.ids));
     storage.sound = shape.sound;
-    if (!shape.ordered || !shape.sound || shape.deep)
+    if (!shape.ordered || !shape.sound || shape.deep || distrusted)
         storage.index = std::make_unique<std::vector<EntryId>>(std::move(shape.ids));
     storage.surveyed = true;
     return S_OK;
 }
 
-// A tree that can't be searched is written anew before it is changed; a damaged one is left as it is.
-HRESULT CompoundFile::MakeEditable(OpenElement& storage)
+// Writes a storage's tree anew, from the index that stands for it; a damaged one is left as it is.
+HRESULT CompoundFile::PutRight(OpenElement& storage)
 {
-    if (!storage.index)
-        return S_OK;
     if (!storage.sound)
         return STG_E_DOCFILECORRUPT;
     return Operate([&]() -> HRESULT {
@@ -183,6 +180,29 @@ HRESULT CompoundFile::MakeEditable(OpenElement& storage)
         storage.index.reset();
         return S_OK;
     });
+}
+
+// Before a change: sees to it that the storage's tree is none that grows without balance.
+HRESULT CompoundFile::PutRightIfNeeded(OpenElement& storage)
+{
+    if (!storage.probed && !storage.surveyed) {
+        bool deep = false;
+        CFB_TRY(volume_.tree.Probe(storage.id, &deep));
+        storage.probed = true;
+        if (deep)
+            CFB_TRY(Survey(storage));
+    }
+    return storage.index ? PutRight(storage) : S_OK;
+}
+
+// A change met a tree that it couldn't go on with, and was given up.
+HRESULT CompoundFile::TakeAnewAndPutRight(OpenElement& storage)
+{
+    CFB_TRY(Ready());
+    if (storage.reverted)
+        return STG_E_REVERTED;
+    CFB_TRY(Survey(storage, true));
+    return PutRight(storage);
 }
 
 // A tree was changed.
@@ -221,7 +241,7 @@ HRESULT CompoundFile::CreateChild(OpenElement& storage, const ElementName& name,
     if (storage.depth >= kMaxDepth)
         return STG_E_INVALIDFUNCTION;
     bool exists = false;
-    CFB_TRY(BeginEdit(storage, name, &exists));
+    CFB_TRY(BeginEdit(storage, name, false, &exists));
     if (exists && !replace)
         return STG_E_FILEALREADYEXISTS;
 
@@ -241,24 +261,27 @@ HRESULT CompoundFile::CreateChild(OpenElement& storage, const ElementName& name,
     return S_OK;
 }
 
-// Begins an edit of a storage's tree, which is put right first if it can't be searched.
-HRESULT CompoundFile::BeginEdit(OpenElement& storage, const ElementName& name, bool* exists)
+HRESULT CompoundFile::FindForEdit(OpenElement& storage, const ElementName& name, bool* exists)
 {
-    if (!storage.index) {
-        HRESULT hr = volume_.edit.Begin(storage.id);
-        if (SUCCEEDED(hr))
-            hr = volume_.edit.Find(name, exists);
-        if (hr != kTreeTooDeep && hr != STG_E_DOCFILECORRUPT)
-            return hr;
-        if (storage.surveyed)
-            return STG_E_DOCFILECORRUPT;
-        CFB_TRY(Survey(storage));
-        if (!storage.index)
-            return STG_E_DOCFILECORRUPT;
-    }
-    CFB_TRY(MakeEditable(storage));
     CFB_TRY(volume_.edit.Begin(storage.id));
     return volume_.edit.Find(name, exists);
+}
+
+// Begins an edit of a storage's tree, which is put right first if it needs that. wanted: the element should
+// be there, so that it is looked for in all of the tree when it isn't where the order of names says.
+HRESULT CompoundFile::BeginEdit(OpenElement& storage, const ElementName& name, bool wanted, bool* exists)
+{
+    CFB_TRY(PutRightIfNeeded(storage));
+    const HRESULT hr = FindForEdit(storage, name, exists);
+    const bool damaged = hr == kTreeTooDeep || hr == STG_E_DOCFILECORRUPT;
+    const bool missed = SUCCEEDED(hr) && wanted && !*exists && !storage.surveyed;
+    if (!damaged && !missed)
+        return hr;
+    CFB_TRY(Survey(storage, damaged));
+    if (!storage.index)
+        return S_OK;
+    CFB_TRY(PutRight(storage));
+    return FindForEdit(storage, name, exists);
 }
 
 // Writes an element's entry and links it, in the place of one of the same name if there is one.
@@ -282,11 +305,12 @@ HRESULT CompoundFile::ApplyEdit()
 
 HRESULT CompoundFile::Destroy(OpenElement& storage, const ElementName& name)
 {
-    EntryId id = kNoEntry;
-    DirEntry entry;
-    CFB_TRY(Lookup(storage, name, true, &id, &entry));
-    CFB_TRY(MakeEditable(storage));
-    const HRESULT destroyed = Operate([&]() -> HRESULT {
+    bool exists = false;
+    CFB_TRY(BeginEdit(storage, name, true, &exists));
+    if (!exists)
+        return STG_E_FILENOTFOUND;
+    const HRESULT destroyed = ChangeTree(storage, [&]() -> HRESULT {
+        EntryId id = kNoEntry;
         CFB_TRY(volume_.edit.Begin(storage.id));
         CFB_TRY(volume_.edit.Remove(name, &id));
         CFB_TRY(ApplyEdit());
@@ -312,8 +336,8 @@ HRESULT CompoundFile::Rename(OpenElement& storage, const ElementName& from, cons
         return taken;
     if (open_.IsOpen(id))
         return STG_E_ACCESSDENIED;
-    CFB_TRY(MakeEditable(storage));
-    return Operate([&]() -> HRESULT {
+    CFB_TRY(PutRightIfNeeded(storage));
+    return ChangeTree(storage, [&]() -> HRESULT {
         EntryId renamed = kNoEntry;
         EntryId replaced = kNoEntry;
         entry.SetName(to);

@@ -105,9 +105,23 @@ private:
                                  DirEntry* entry);
     [[nodiscard]] HRESULT FindInIndex(const std::vector<EntryId>& index, const ElementName& name, bool after,
                                       EntryId* id, DirEntry* entry);
-    [[nodiscard]] HRESULT Survey(OpenElement& storage);
-    [[nodiscard]] HRESULT MakeEditable(OpenElement& storage);
-    [[nodiscard]] HRESULT BeginEdit(OpenElement& storage, const ElementName& name, bool* exists);
+    [[nodiscard]] HRESULT Survey(OpenElement& storage, bool distrusted = false);
+    [[nodiscard]] HRESULT PutRight(OpenElement& storage);
+    [[nodiscard]] HRESULT PutRightIfNeeded(OpenElement& storage);
+    [[nodiscard]] HRESULT FindForEdit(OpenElement& storage, const ElementName& name, bool* exists);
+    [[nodiscard]] HRESULT BeginEdit(OpenElement& storage, const ElementName& name, bool wanted, bool* exists);
+    // Runs a change of a storage's tree; when it fails because the tree isn't one that can be balanced, once
+    // more on the tree put right.
+    template <class Change>
+    [[nodiscard]] HRESULT ChangeTree(OpenElement& storage, const Change& change)
+    {
+        HRESULT hr = Operate(change);
+        if (hr != kTreeTooDeep)
+            return hr;
+        hr = TakeAnewAndPutRight(storage);
+        return FAILED(hr) ? hr : Operate(change);
+    }
+    [[nodiscard]] HRESULT TakeAnewAndPutRight(OpenElement& storage);
     [[nodiscard]] HRESULT ApplyEdit();
     [[nodiscard]] HRESULT Hang(const DirEntry& entry, EntryId* id);
     void NoteMoves(const std::vector<TreeEdit::Move>& moves);

@@ -23,8 +23,8 @@ bool DirEntry::IsSound() const noexcept
     const unsigned nameBytes = LoadU16(&bytes_[kAtNameBytes]);
     switch (Type()) {
         case EntryType::kFree:
+        case EntryType::kRoot:  // nobody looks for it by its name, and some programs give it none
             return true;
-        case EntryType::kRoot:
         case EntryType::kStorage:
         case EntryType::kStream:
             return nameBytes >= 4 && nameBytes <= 64 && nameBytes % 2 == 0;

@@ -24,12 +24,12 @@ public:
     BYTE* Bytes() noexcept { return bytes_.data(); }
     const BYTE* Bytes() const noexcept { return bytes_.data(); }
 
-    // The type is one of the four, and an element's name has 1 to 31 units.
+    // The type is one of the four, and the name of a storage or stream has 1 to 31 units.
     bool IsSound() const noexcept;
 
     EntryType Type() const noexcept { return static_cast<EntryType>(bytes_[kAtType]); }
     bool IsStorage() const noexcept { return Type() == EntryType::kStorage || Type() == EntryType::kRoot; }
-    // Units of the name without its end.
+    // Units of the name without its end. Of a storage or a stream.
     std::size_t NameLength() const noexcept { return LoadU16(&bytes_[kAtNameBytes]) / 2u - 1; }
     ElementName Name() const noexcept;
     void SetName(const ElementName& name) noexcept;

@@ -1,7 +1,6 @@
 #include "platform/cfb/dir_tree.h"
 
 #include <algorithm>
-#include <bit>
 #include <utility>
 
 #include "platform/cfb/result.h"
@@ -91,13 +90,20 @@ bool DirTree::SeenBefore(EntryId id) noexcept
 
 HRESULT DirTree::Survey(EntryId storage, Shape* shape)
 {
+    struct Open {
+        EntryId id;
+        EntryId right;
+        std::size_t depth;
+    };
     *shape = Shape{};
     DirEntry entry;
     CFB_TRY(BeginSurvey());
     CFB_TRY(directory_.Read(storage, &entry));
-    std::vector<std::pair<EntryId, EntryId>> open;  // an entry, and its right link
+    std::vector<Open> open;
     ElementName last;
     EntryId at = entry.Child();
+    std::size_t depth = 1;
+    std::size_t deepest = 0;
     for (;;) {
         while (at != kNoEntry) {
             const HRESULT hr = ReadElement(at, &entry);
@@ -107,21 +113,47 @@ HRESULT DirTree::Survey(EntryId storage, Shape* shape)
                 shape->sound = false;
                 break;
             }
-            open.emplace_back(at, entry.Right());
-            shape->deep = shape->deep || open.size() > kMaxDepth;
+            deepest = std::max(deepest, depth);
+            open.push_back({at, entry.Right(), depth++});
             at = entry.Left();
         }
         if (open.empty())
-            return S_OK;
-        const EntryId id = open.back().first;
-        at = open.back().second;
+            break;
+        const Open node = open.back();
         open.pop_back();
-        CFB_TRY(ReadElement(id, &entry));
+        at = node.right;
+        depth = node.depth + 1;
+        CFB_TRY(ReadElement(node.id, &entry));
         const ElementName name = entry.Name();
         shape->ordered = shape->ordered && (shape->ids.empty() || last.Compare(name) < 0);
         last = name;
-        shape->ids.push_back(id);
+        shape->ids.push_back(node.id);
     }
+    shape->deep = deepest > MostDepth(shape->ids.size());
+    return S_OK;
+}
+
+HRESULT DirTree::Probe(EntryId storage, bool* deep)
+{
+    EntryId capacity = 0;
+    DirEntry entry;
+    CFB_TRY(directory_.Capacity(&capacity));
+    CFB_TRY(directory_.Read(storage, &entry));
+    const EntryId top = entry.Child();
+    *deep = true;
+    for (const auto link : {&DirEntry::Left, &DirEntry::Right}) {
+        std::size_t depth = 0;
+        for (EntryId at = top; at != kNoEntry; at = (entry.*link)()) {
+            if (++depth > MostDepth(capacity))
+                return S_OK;
+            const HRESULT hr = ReadElement(at, &entry);
+            if (hr == STG_E_DOCFILECORRUPT)
+                return S_OK;
+            CFB_TRY(hr);
+        }
+    }
+    *deep = false;
+    return S_OK;
 }
 
 HRESULT DirTree::Sort(std::vector<EntryId>* ids)

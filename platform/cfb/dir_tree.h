@@ -2,6 +2,7 @@
 #ifndef QUORVANE_PLATFORM_CFB_DIR_TREE_H_
 #define QUORVANE_PLATFORM_CFB_DIR_TREE_H_
 
+#include <bit>
 #include <vector>
 
 #include "platform/cfb/tree_edit.h"
@@ -38,10 +39,13 @@ public:
         std::vector<EntryId> ids;  // all sound entries, each one once, in the tree's order
         bool ordered = true;       // which is that of the names
         bool sound = true;         // no link led to an entry that isn't sound, or for the second time
-        bool deep = false;         // too deep for Find and Next
+        bool deep = false;         // deeper than a balanced tree of that many
     };
 
     [[nodiscard]] HRESULT Survey(EntryId storage, Shape* shape);
+    // A look at the ways to the first and to the last element, no more: *deep when one of them is too long
+    // for a balanced tree, or leads nowhere.
+    [[nodiscard]] HRESULT Probe(EntryId storage, bool* deep);
 
     // Writes the tree anew, from `ids` in the order of their names: copies of all entries, then one link,
     // then the old entries are freed. STG_E_DOCFILECORRUPT: two names are the same.
@@ -54,6 +58,13 @@ public:
 private:
     static constexpr std::size_t kMaxDepth = 96;
     static constexpr std::size_t kMostSorted = 65536;
+
+    // No red-black tree of `count` nodes is deeper; a kill or two may have left it a little deeper than it
+    // should be.
+    static std::size_t MostDepth(std::size_t count) noexcept
+    {
+        return 2 * static_cast<std::size_t>(std::bit_width(count + 1)) + 2;
+    }
 
     [[nodiscard]] HRESULT ReadElement(EntryId id, DirEntry* entry);
     [[nodiscard]] HRESULT Build(const std::vector<EntryId>& ids, std::size_t begin, std::size_t end,

@@ -11,10 +11,7 @@ namespace {
 
 class DocfileTest : public ::testing::Test {
 protected:
-    DocfileTest()
-    {
-        EXPECT_EQ(S_OK, CreateDocfileOnLockBytes(bytes.Get(), kCreate, root.Put()));
-    }
+    DocfileTest() { EXPECT_EQ(S_OK, CreateDocfileOnLockBytes(bytes.Get(), kCreate, root.Put())); }
 
     ComPtr<IStorage> MakeStorage(IStorage& parent, const std::string& name)
     {
@@ -95,8 +92,10 @@ TEST_F(DocfileTest, NamesThatTheFormatForbidsAreRefused)
 {
     ComPtr<IStream> stream;
     for (const char* name : {"", "a/b", "a\\b", "a:b", "a!b", "12345678901234567890123456789012"})
-        EXPECT_EQ(STG_E_INVALIDNAME, root->CreateStream(Wide(name).c_str(), kCreate, 0, 0, stream.Put())) << name;
-    EXPECT_EQ(S_OK, root->CreateStream(OLESTR("1234567890123456789012345678901"), kCreate, 0, 0, stream.Put()));
+        EXPECT_EQ(STG_E_INVALIDNAME, root->CreateStream(Wide(name).c_str(), kCreate, 0, 0, stream.Put()))
+            << name;
+    EXPECT_EQ(S_OK,
+              root->CreateStream(OLESTR("1234567890123456789012345678901"), kCreate, 0, 0, stream.Put()));
 }
 
 TEST_F(DocfileTest, AnOpenElementCannotBeOpenedAgain)
@@ -364,10 +363,12 @@ TEST_F(DocfileTest, WrongArgumentsAreNamed)
     EXPECT_EQ(STG_E_INVALIDPOINTER, root->CreateStream(OLESTR("a"), kCreate, 0, 0, nullptr));
     EXPECT_EQ(STG_E_INVALIDPOINTER, root->CreateStream(nullptr, kCreate, 0, 0, stream.Put()));
     EXPECT_EQ(STG_E_INVALIDPARAMETER, root->CreateStream(OLESTR("a"), kCreate, 1, 0, stream.Put()));
-    EXPECT_EQ(STG_E_INVALIDPARAMETER, root->OpenStorage(OLESTR("a"), root.Get(), kOpen, nullptr, 0, storage.Put()));
+    EXPECT_EQ(STG_E_INVALIDPARAMETER,
+              root->OpenStorage(OLESTR("a"), root.Get(), kOpen, nullptr, 0, storage.Put()));
     EXPECT_EQ(STG_E_INVALIDPOINTER, root->Stat(nullptr, 0));
     EXPECT_EQ(STG_E_INVALIDPOINTER, root->CopyTo(0, nullptr, nullptr, nullptr));
-    EXPECT_EQ(STG_E_INVALIDFLAG, root->MoveElementTo(OLESTR("a"), root.Get(), OLESTR("b"), STGMOVE_SHALLOWCOPY));
+    EXPECT_EQ(STG_E_INVALIDFLAG,
+              root->MoveElementTo(OLESTR("a"), root.Get(), OLESTR("b"), STGMOVE_SHALLOWCOPY));
     EXPECT_EQ(E_NOINTERFACE, root->QueryInterface(IID_IStream, stream.PutVoid()));
 }
 

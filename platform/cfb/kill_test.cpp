@@ -85,7 +85,8 @@ void CheckEveryPrefix(Recording& recording)
             Tree found;
             ComPtr<IStorage> root;
             const auto bytes = LockBytesWith(state.bytes);
-            ASSERT_EQ(S_OK, OpenDocfileOnLockBytes(bytes.Get(), kOpen, root.Put())) << "after change " << done;
+            ASSERT_EQ(S_OK, OpenDocfileOnLockBytes(bytes.Get(), kOpen, root.Put()))
+                << "after change " << done;
             ASSERT_EQ(S_OK, Walk(*root, "", &found)) << "after change " << done;
             for (const auto& [path, content] : before) {
                 const auto still = after.find(path);
@@ -224,7 +225,8 @@ TEST(KillTest, GrowingAndShrinkingStreamsKeepWhatWasWritten)
     recording.Stream(*recording.root, "large", Pattern(30000, 10));
     recording.Set("other", Pattern(3000, 9));
     recording.Set("large", Pattern(30000, 10));
-    ASSERT_EQ(S_OK, recording.file->CreateChild(*recording.root, Name("s"), EntryType::kStream, true, &stream));
+    ASSERT_EQ(S_OK,
+              recording.file->CreateChild(*recording.root, Name("s"), EntryType::kStream, true, &stream));
     recording.Set("s", Bytes());
     recording.Mark();
     Bytes content;

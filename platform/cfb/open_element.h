@@ -31,11 +31,21 @@ struct OpenElement {
     OpenElement* nextInBucket = nullptr;
     unsigned users = 1;  // objects on the element
 
-    // Of a storage: its tree was walked through, and what takes the tree's place when it was found to be
-    // none that can be searched. Sorted by name.
+    // Of a storage: its tree was walked through, and what takes the tree's place when it was found to be none
+    // that should be searched. Sorted by name.
     bool surveyed = false;
     bool sound = true;
     std::unique_ptr<std::vector<EntryId>> index;
+    // Of a storage: its tree was looked at before a change.
+    bool probed = false;
+
+    // What is known of the storage's tree is of no use any more.
+    void ForgetTree() noexcept
+    {
+        surveyed = false;
+        probed = false;
+        index.reset();
+    }
 
     // Of a stream.
     StreamBody body;

@@ -1,4 +1,5 @@
-// platform/cfb/structure_check.h: an examiner of compound files that shares no code with this library's reader.
+// platform/cfb/structure_check.h: an examiner of compound files that shares no code with this library's
+// reader.
 #ifndef QUORVANE_PLATFORM_CFB_STRUCTURE_CHECK_H_
 #define QUORVANE_PLATFORM_CFB_STRUCTURE_CHECK_H_
 

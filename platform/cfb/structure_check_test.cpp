@@ -43,8 +43,14 @@ public:
 
 private:
     void Fault(const std::string& text) { findings_.faults.push_back(text); }
-    std::uint16_t U16(std::size_t at) const { return static_cast<std::uint16_t>(file_[at] | file_[at + 1] << 8); }
-    std::uint32_t U32(std::size_t at) const { return U16(at) | static_cast<std::uint32_t>(U16(at + 2)) << 16; }
+    std::uint16_t U16(std::size_t at) const
+    {
+        return static_cast<std::uint16_t>(file_[at] | file_[at + 1] << 8);
+    }
+    std::uint32_t U32(std::size_t at) const
+    {
+        return U16(at) | static_cast<std::uint32_t>(U16(at + 2)) << 16;
+    }
     std::size_t OffsetOf(std::uint32_t sector) const { return (std::size_t{sector} + 1) * sectorBytes_; }
 
     void Own(std::uint32_t sector, const std::string& who)
@@ -147,7 +153,7 @@ private:
             storages.pop_back();
             last_.clear();
             hasLast_ = false;
-            Visit(U32(EntryAt(storage) + 76), 1, &storages);
+            Visit(U32(EntryAt(storage) + 76), &storages);
         }
         for (std::uint32_t id = 1; id < total; ++id) {
             if (!seen_[id] && file_[EntryAt(id) + 66] != 0)
@@ -155,17 +161,42 @@ private:
         }
     }
 
-    void Visit(std::uint32_t id, unsigned depth, std::vector<std::uint32_t>* storages)
+    // Walks through the tree of a storage in the order of its links, however deep it is.
+    void Visit(std::uint32_t id, std::vector<std::uint32_t>* storages)
     {
-        if (id == kFree)
-            return;
-        if (id >= seen_.size() || seen_[id] || depth > 5000)
-            return Fault("a link between entries leads to where it mustn't: " + std::to_string(id));
+        struct Open {
+            std::uint32_t id;
+            unsigned depth;
+        };
+        std::vector<Open> open;
+        unsigned depth = 1;
+        for (;;) {
+            for (; id != kFree && Enter(id, depth); id = U32(EntryAt(id) + 68))
+                open.push_back({id, depth++});
+            if (open.empty())
+                return;
+            Tell(open.back().id, storages);
+            id = U32(EntryAt(open.back().id) + 72);
+            depth = open.back().depth + 1;
+            open.pop_back();
+        }
+    }
+
+    bool Enter(std::uint32_t id, unsigned depth)
+    {
+        if (id >= seen_.size() || seen_[id]) {
+            Fault("a link between entries leads to where it mustn't: " + std::to_string(id));
+            return false;
+        }
         seen_[id] = true;
         findings_.depth = std::max(findings_.depth, depth);
         ++findings_.elements;
+        return true;
+    }
+
+    void Tell(std::uint32_t id, std::vector<std::uint32_t>* storages)
+    {
         const std::size_t at = EntryAt(id);
-        Visit(U32(at + 68), depth + 1, storages);
         CheckOrder(at);
         if (file_[at + 66] == 1)
             storages->push_back(id);
@@ -173,7 +204,6 @@ private:
             ReadStream(at, id);
         else
             Fault("an entry in the tree is of no type for that");
-        Visit(U32(at + 72), depth + 1, storages);
     }
 
     void CheckOrder(std::size_t at)

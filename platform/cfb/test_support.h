@@ -6,6 +6,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <map>
 #include <optional>
 #include <ostream>
@@ -156,6 +158,12 @@ inline std::string NarrowName(LPCOLESTR text)
     return result;
 }
 
+inline Bytes LoadFile(const std::filesystem::path& path)
+{
+    std::ifstream in(path, std::ios::binary);
+    return Bytes(std::istreambuf_iterator<char>(in), {});
+}
+
 // Bytes that tell from where they come.
 inline Bytes Pattern(std::size_t count, unsigned seed)
 {
@@ -236,6 +244,25 @@ using Tree = std::map<std::string, std::optional<Bytes>>;
         if (FAILED(hr))
             worst = hr;
     }
+}
+
+// Opens a file, walks through it, and changes what can be changed; every result but a crash is good.
+inline HRESULT Exercise(const Bytes& file)
+{
+    const auto bytes = LockBytesWith(file);
+    ComPtr<IStorage> root;
+    HRESULT hr = OpenDocfileOnLockBytes(bytes.Get(), kOpen, root.Put());
+    if (FAILED(hr))
+        return hr;
+    Tree tree;
+    hr = Walk(*root, "", &tree);
+    (void)WriteStream(*root, "added", Pattern(6000, 1));
+    (void)WriteStream(*root, "added too", Pattern(60, 1));
+    for (const auto& [path, content] : tree) {
+        if (path.find('/') == std::string::npos)
+            (void)root->DestroyElement(Wide(path).c_str());
+    }
+    return hr;
 }
 
 // A directory for the test that makes it; gone with it.

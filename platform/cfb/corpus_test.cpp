@@ -1,0 +1,187 @@
+// Real files: the sound ones are read as another program reads them, the damaged ones soon and with little
+// memory.
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+
+#include <chrono>
+#include <cstdio>
+#include <sstream>
+
+#include "platform/cfb/test_support.h"
+
+namespace quorvane::cfb::test {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+namespace fs = std::filesystem;
+
+// Tells all elements of the files that it is given, as Describe below does, with olefile's reader: the path
+// in hexadecimal UTF-16, and of a stream its size and checksum.
+constexpr char kForeignReader[] = R"(
+import olefile, sys, zlib
+
+def tell(ole, storage, prefix, lines):
+    for entry in storage.kids:
+        path = prefix + entry.name_utf16.hex()
+        if entry.entry_type == olefile.STGTY_STREAM:
+            content = ole._open(entry.isectStart, entry.size).read()
+            lines.append('%s %d %d' % (path, len(content), zlib.adler32(content)))
+        else:
+            lines.append(path)
+            tell(ole, entry, path + '/', lines)
+
+for name in sys.stdin.read().splitlines():
+    with olefile.OleFileIO(name) as ole:
+        lines = []
+        tell(ole, ole.root, '', lines)
+    print('= ' + name)
+    print('\n'.join(sorted(lines)))
+)";
+
+std::vector<fs::path> FilesOf(const char* folder)
+{
+    std::vector<fs::path> files;
+    for (const auto& entry : fs::directory_iterator(fs::path(std::getenv("QUORVANE_CORPUS")) / folder))
+        files.push_back(entry.path());
+    std::sort(files.begin(), files.end());
+    return files;
+}
+
+std::string Hex(LPCOLESTR text)
+{
+    std::string hex;
+    for (; *text; ++text) {
+        char unit[5];
+        std::snprintf(unit, sizeof unit, "%02x%02x", static_cast<unsigned>(*text & 0xFF),
+                      static_cast<unsigned>(*text >> 8 & 0xFF));
+        hex += unit;
+    }
+    return hex;
+}
+
+std::uint32_t Adler32(const Bytes& content)
+{
+    std::uint32_t a = 1;
+    std::uint32_t b = 0;
+    for (const BYTE byte : content) {
+        a = (a + byte) % 65521;
+        b = (b + a) % 65521;
+    }
+    return b << 16 | a;
+}
+
+HRESULT Describe(IStorage& storage, const std::string& prefix, std::vector<std::string>* lines)
+{
+    ComPtr<IEnumSTATSTG> elements;
+    HRESULT hr = storage.EnumElements(0, nullptr, 0, elements.Put());
+    for (STATSTG stat{}; SUCCEEDED(hr) && (hr = elements->Next(1, &stat, nullptr)) == S_OK;) {
+        const OleString name = stat.pwcsName;
+        const std::string path = prefix + Hex(stat.pwcsName);
+        CoTaskMemFree(stat.pwcsName);
+        if (stat.type == STGTY_STREAM) {
+            ComPtr<IStream> stream;
+            Bytes content;
+            hr = storage.OpenStream(name.c_str(), nullptr, kRead, 0, stream.Put());
+            if (SUCCEEDED(hr))
+                hr = ReadAll(*stream, &content);
+            EXPECT_EQ(stat.cbSize.QuadPart, content.size()) << path;
+            lines->push_back(path + " " + std::to_string(content.size()) + " " +
+                             std::to_string(Adler32(content)));
+            continue;
+        }
+        ComPtr<IStorage> child;
+        lines->push_back(path);
+        hr = storage.OpenStorage(name.c_str(), nullptr, kRead, nullptr, 0, child.Put());
+        if (SUCCEEDED(hr))
+            hr = Describe(*child, path + "/", lines);
+    }
+    return hr;
+}
+
+std::string OwnDescription(const fs::path& file)
+{
+    ComPtr<IStorage> root;
+    std::vector<std::string> lines;
+    HRESULT hr = OpenDocfile(FromUtf8(file.string()).c_str(), kRead, root.Put());
+    EXPECT_EQ(S_OK, hr) << file;
+    if (SUCCEEDED(hr)) {
+        hr = Describe(*root, "", &lines);
+        EXPECT_EQ(S_FALSE, hr) << file;
+    }
+    std::sort(lines.begin(), lines.end());
+    std::string text;
+    for (const std::string& line : lines)
+        text += line + "\n";
+    return text;
+}
+
+// What the foreign reader tells of each file.
+std::map<std::string, std::string> ForeignDescriptions(const std::vector<fs::path>& files)
+{
+    const ScratchDirectory scratch;
+    std::ofstream(scratch.File("reader.py")) << kForeignReader;
+    std::ofstream list(scratch.File("files"));
+    for (const fs::path& file : files)
+        list << file.string() << "\n";
+    list.close();
+    const std::string command = "/usr/bin/python3 '" + scratch.File("reader.py") + "' <'" +
+                                scratch.File("files") + "' >'" + scratch.File("told") + "'";
+    EXPECT_EQ(0, std::system(command.c_str())) << command;
+
+    std::map<std::string, std::string> told;
+    std::ifstream in(scratch.File("told"));
+    std::string file;
+    for (std::string line; std::getline(in, line);) {
+        if (line.rfind("= ", 0) == 0)
+            told[file = line.substr(2)];  // which may have no elements
+        else if (!line.empty())
+            told[file] += line + "\n";
+    }
+    return told;
+}
+
+class CorpusTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        if (!std::getenv("QUORVANE_CORPUS"))
+            GTEST_SKIP() << "QUORVANE_CORPUS isn't set";
+    }
+};
+
+TEST_F(CorpusTest, EverySoundFileIsReadToTheLastByteOfEveryStream)
+{
+    std::vector<fs::path> files = FilesOf("msg");
+    const std::vector<fs::path> others = FilesOf("ole");
+    files.insert(files.end(), others.begin(), others.end());
+    ASSERT_LT(200u, files.size());
+    const auto foreign = ForeignDescriptions(files);
+    for (const fs::path& file : files) {
+        const auto told = foreign.find(file.string());
+        ASSERT_TRUE(told != foreign.end()) << file;
+        EXPECT_EQ(told->second, OwnDescription(file)) << file;
+    }
+}
+
+long PeakKilobytes()
+{
+    struct rusage usage;
+    return getrusage(RUSAGE_SELF, &usage) == 0 ? usage.ru_maxrss : 0;
+}
+
+TEST_F(CorpusTest, EveryDamagedFileIsWalkedOrRefusedSoonAndWithLittleMemory)
+{
+    const std::vector<fs::path> files = FilesOf("ole-bad");
+    const long before = PeakKilobytes();
+    for (const fs::path& file : files) {
+        const auto start = Clock::now();
+        const HRESULT hr = Exercise(LoadFile(file));
+        EXPECT_LT(Clock::now() - start, std::chrono::seconds(2)) << file;
+        EXPECT_TRUE(hr == S_OK || HRESULT_FACILITY(hr) == FACILITY_STORAGE) << file;
+    }
+    EXPECT_EQ(35u, files.size());
+    EXPECT_LT(PeakKilobytes() - before, 256 * 1024);
+}
+
+}  // namespace
+}  // namespace quorvane::cfb::test
