@@ -1,0 +1,22 @@
+# quorvane_resources(TARGET FILE DESCRIPTION [RC]): gives a library or program of Windows its resources: RC,
+# which includes version.rc, or the version alone.
+function(quorvane_resources target file description)
+  get_target_property(kind ${target} TYPE)
+  set(MODULE_TYPE VFT_DLL)
+  if(kind STREQUAL EXECUTABLE)
+    set(MODULE_TYPE VFT_APP)
+  endif()
+  set(MODULE_FILE ${file})
+  set(MODULE_DESCRIPTION ${description})
+  get_filename_component(MODULE_NAME ${file} NAME_WE)
+  set(generated ${PROJECT_BINARY_DIR}/generated/resources/${target})
+  configure_file(${PROJECT_SOURCE_DIR}/packaging/windows/version.rc.in ${generated}/version.rc @ONLY)
+  set(source ${generated}/version.rc)
+  if(ARGC GREATER 3)
+    set(source ${ARGV3})
+    # CMake doesn't look into resource scripts for what they include.
+    set_property(SOURCE ${source} APPEND PROPERTY OBJECT_DEPENDS ${generated}/version.rc)
+    set_property(SOURCE ${source} APPEND PROPERTY INCLUDE_DIRECTORIES ${generated})
+  endif()
+  target_sources(${target} PRIVATE ${source})
+endfunction()
