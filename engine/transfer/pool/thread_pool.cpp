@@ -13,8 +13,10 @@ constexpr ULONG kMaxWaitObjects = 64;
 
 }  // namespace
 
-struct CCustomThreadPool::Job {
-    Job(CCustomThreadPool& owner, std::unique_ptr<IWorkingThread> job) : pool(owner), work(std::move(job)) {}
+struct CCustomThreadPool::PoolJobContext {
+    PoolJobContext(CCustomThreadPool& owner, std::unique_ptr<IWorkingThread> job)
+        : pool(owner), work(std::move(job))
+    {}
 
     CCustomThreadPool& pool;
     std::unique_ptr<IWorkingThread> work;
@@ -27,12 +29,12 @@ CCustomThreadPool::~CCustomThreadPool()
 {
     if (stop_.Exists())
         HR_IGNORE(Shutdown(), "the jobs are waited for below, whatever it answers");
-    std::list<std::shared_ptr<Job>> jobs;
+    std::list<std::shared_ptr<PoolJobContext>> jobs;
     {
         const MutexLock lock(mutex_);
         jobs.swap(jobs_);
     }
-    for (const std::shared_ptr<Job>& job : jobs) {
+    for (const std::shared_ptr<PoolJobContext>& job : jobs) {
         job->ended.Wait(kForever, WaitMode::KeepQueueAlive);
         job->thread.join();
     }
@@ -67,7 +69,7 @@ HRESULT CCustomThreadPool::Add(std::unique_ptr<IWorkingThread> job) noexcept
 
 HRESULT CCustomThreadPool::Start(std::unique_ptr<IWorkingThread> work)
 {
-    const auto job = std::make_shared<Job>(*this, std::move(work));
+    const auto job = std::make_shared<PoolJobContext>(*this, std::move(work));
     const MutexLock lock(mutex_);
     ReapFinished();
     ++jobsEverAdded_;
@@ -84,7 +86,7 @@ HRESULT CCustomThreadPool::Start(std::unique_ptr<IWorkingThread> work)
     return S_OK;
 }
 
-void CCustomThreadPool::PoolThreadProc(Job& job) noexcept
+void CCustomThreadPool::PoolThreadProc(PoolJobContext& job) noexcept
 {
     job.pool.semaphore_->acquire();
     if (!job.pool.stop_.IsSet()) {
@@ -119,7 +121,7 @@ HRESULT CCustomThreadPool::Shutdown() noexcept
     if (FAILED(stop_.Set()))
         return traced(E_FAIL);
     try {
-        std::vector<std::shared_ptr<Job>> running;
+        std::vector<std::shared_ptr<PoolJobContext>> running;
         {
             const MutexLock lock(mutex_);
             if (jobsEverAdded_ > kMaxWaitObjects)
@@ -127,7 +129,7 @@ HRESULT CCustomThreadPool::Shutdown() noexcept
             running.assign(jobs_.begin(), jobs_.end());
         }
         // A job may be in the midst of a call into this thread's apartment: such calls are answered.
-        for (const std::shared_ptr<Job>& job : running)
+        for (const std::shared_ptr<PoolJobContext>& job : running)
             job->done.Wait(kForever, WaitMode::KeepQueueAlive);
         return S_OK;
     } catch (...) {

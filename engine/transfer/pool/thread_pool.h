@@ -54,8 +54,8 @@ public:
     [[nodiscard]] HRESULT Shutdown() noexcept;
 
 private:
-    struct Job;
-    static void PoolThreadProc(Job& job) noexcept;
+    struct PoolJobContext;
+    static void PoolThreadProc(PoolJobContext& job) noexcept;
     HRESULT Start(std::unique_ptr<IWorkingThread> work);
     void ReapFinished() QV_REQUIRES(mutex_);
 
@@ -63,7 +63,7 @@ private:
     std::unique_ptr<std::counting_semaphore<>> semaphore_;
     Mutex mutex_;
     ULONG jobsEverAdded_ QV_GUARDED_BY(mutex_) = 0;
-    std::list<std::shared_ptr<Job>> jobs_ QV_GUARDED_BY(mutex_);
+    std::list<std::shared_ptr<PoolJobContext>> jobs_ QV_GUARDED_BY(mutex_);
 };
 
 }  // namespace quorvane

@@ -1,99 +1,22 @@
 #include "engine/transfer/pool/thread_pool.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
-#include <atomic>
-#include <chrono>
-#include <functional>
 #include <stdexcept>
 #include <thread>
 
+#include "engine/session/trace/testing/traced_lines.h"
+#include "engine/transfer/pool/pool_jobs_for_test.h"
 #include "platform/com/apartment.h"
 #include "platform/com/com_object.h"
 
 namespace quorvane {
 namespace {
 
-using namespace std::chrono_literals;
+using ::testing::ContainsRegex;
+using testing::Counter;
 
-constexpr auto kDeadline = 30s;
-
-// Counts what jobs do, and lets a test wait for a count.
-class Counter {
-public:
-    void Add(int change = 1)
-    {
-        const MutexLock lock(mutex_);
-        value_ += change;
-        highest_ = std::max(highest_, value_);
-        changed_.NotifyAll();
-    }
-    int Value()
-    {
-        const MutexLock lock(mutex_);
-        return value_;
-    }
-    int Highest()
-    {
-        const MutexLock lock(mutex_);
-        return highest_;
-    }
-    // False when the count isn't reached in time.
-    bool WaitFor(int value)
-    {
-        const auto deadline = ConditionVariable::Clock::now() + kDeadline;
-        const MutexLock lock(mutex_);
-        while (value_ < value) {
-            if (!changed_.WaitUntil(mutex_, deadline))
-                return false;
-        }
-        return true;
-    }
-
-private:
-    Mutex mutex_;
-    ConditionVariable changed_;
-    int value_ = 0;
-    int highest_ = 0;
-};
-
-class Job final : public IWorkingThread {
-public:
-    using Work = std::function<DWORD(Event&)>;
-    Job(Work work, Counter& destroyed) : work_(std::move(work)), destroyed_(destroyed) {}
-    ~Job() override { destroyed_.Add(); }
-    DWORD ThreadProc(Event& stop) override { return work_(stop); }
-
-private:
-    Work work_;
-    Counter& destroyed_;
-};
-
-class ThreadPoolTest : public ::testing::Test {
-protected:
-    std::unique_ptr<IWorkingThread> Make(Job::Work work)
-    {
-        return std::make_unique<Job>(std::move(work), destroyed);
-    }
-    // A job that tells that it runs and goes on until it may end or is asked to.
-    std::unique_ptr<IWorkingThread> Runner()
-    {
-        return Make([this](Event& stop) -> DWORD {
-            running.Add();
-            const Event* const ends[] = {&stop, &release};
-            static_cast<void>(WaitAny(ends, kForever));
-            stopped.Add(stop.IsSet() ? 1 : 0);
-            running.Add(-1);
-            return 0;
-        });
-    }
-    void SetUp() override { ASSERT_EQ(release.Create(false), S_OK); }
-
-    Counter running;
-    Counter stopped;
-    Counter destroyed;
-    Event release;
-};
+class ThreadPoolTest : public testing::PoolTest {};
 
 TEST_F(ThreadPoolTest, AJobRunsAndIsDestroyed)
 {
@@ -176,6 +99,21 @@ TEST_F(ThreadPoolTest, WaitingJobsArePassedOverByAShutdown)
     EXPECT_EQ(ran.Value(), 0);
 }
 
+TEST_F(ThreadPoolTest, AJobThatIsPassedOverLeavesNoTrace)
+{
+    const std::string lines = testing::TracedLines([this] {
+        CCustomThreadPool pool;
+        ASSERT_EQ(pool.Init(1), S_OK);
+        ASSERT_EQ(pool.Add(Runner()), S_OK);
+        ASSERT_TRUE(running.WaitFor(1));
+        ASSERT_EQ(pool.Add(Runner()), S_OK);
+        EXPECT_EQ(pool.Shutdown(), S_OK);
+    });
+
+    EXPECT_EQ(stopped.Value(), 1);
+    EXPECT_EQ(lines, "");
+}
+
 TEST_F(ThreadPoolTest, AJobAddedAfterAShutdownRuns)
 {
     Counter ran;
@@ -217,6 +155,28 @@ TEST_F(ThreadPoolTest, AddTakesAStopBackForJobsThatStillWait)
     release.Set();
     stopper.join();
     EXPECT_TRUE(ran.WaitFor(2));
+}
+
+TEST_F(ThreadPoolTest, UpToThe64thJobShutdownWaits)
+{
+    Counter ended;
+    CCustomThreadPool pool;
+    ASSERT_EQ(pool.Init(1), S_OK);
+    for (int i = 0; i < 63; ++i)
+        ASSERT_EQ(pool.Add(Make([](Event&) -> DWORD { return 0; })), S_OK);
+    ASSERT_TRUE(destroyed.WaitFor(63));
+    ASSERT_EQ(pool.Add(Make([&](Event& stop) -> DWORD {
+        running.Add();
+        stop.Wait();
+        std::this_thread::yield();
+        ended.Add();
+        return 0;
+    })),
+              S_OK);
+    ASSERT_TRUE(running.WaitFor(1));
+    EXPECT_EQ(pool.Shutdown(), S_OK);
+
+    EXPECT_EQ(ended.Value(), 1);
 }
 
 TEST_F(ThreadPoolTest, FromThe65thJobOnShutdownDoesNotWait)
@@ -268,10 +228,14 @@ TEST_F(ThreadPoolTest, AnExceptionOfAJobEndsThatJobAlone)
     EXPECT_TRUE(destroyed.WaitFor(2));
 }
 
-TEST_F(ThreadPoolTest, APoolWithoutRoomForAnyJobIsRefused)
+TEST_F(ThreadPoolTest, APoolThatCantBeMadeIsTraced)
 {
-    CCustomThreadPool pool;
-    EXPECT_EQ(pool.Init(0), E_FAIL);
+    const std::string lines = testing::TracedLines([] {
+        CCustomThreadPool pool;
+        EXPECT_EQ(pool.Init(0), E_FAIL);
+    });
+
+    EXPECT_THAT(lines, ContainsRegex("CCustomThreadPool::Init[(][0-9]+[)] 0x80004005\r\n"));
 }
 
 TEST_F(ThreadPoolTest, APoolThatWasNotMadeTakesNoJob)
