@@ -29,8 +29,8 @@ inline constexpr DWORD kTraceToFile = 2;
 // can't be opened is a channel less.
 //
 // flags  [in]  the channels. A value without any known bit leaves the channels as they were, none at first.
-// path   [in]  full path of the log file; null or empty for "Quorvane3/quorvane3.log" in the user's local
-//              application data.
+// path   [in]  full path of the log file; null for "Quorvane3/quorvane3.log" in the user's local application
+//              data. A path that can't be opened, such as an empty one, loses the lines.
 //
 // The log file is opened by the first line and is kept open, under its first path, until the process ends.
 // It is only ever appended to, and gets one header a process.

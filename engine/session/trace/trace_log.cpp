@@ -18,10 +18,10 @@ constexpr DWORD kConsole = 1;
 constexpr DWORD kLogFile = 2;
 constexpr DWORD kKnownChannels = 0x17;
 
-constexpr size_t kLineBuffer = 4096;
-constexpr size_t kDetailBuffer = 4096;
-constexpr size_t kPrefixBuffer = 260;
-constexpr size_t kDebuggerBuffer = 256;
+constexpr size_t kLineBuffer = 4096;        // a line with its end and a terminator
+constexpr size_t kDetailBuffer = 4096 + 1;  // a detail's message and a terminator; likewise below
+constexpr size_t kPrefixBuffer = 260 + 1;
+constexpr size_t kDebuggerBuffer = 256 + 1;
 
 constexpr char kLineEnd[] = "\r\n";
 constexpr size_t kLineEndLength = sizeof(kLineEnd) - 1;
@@ -44,6 +44,15 @@ size_t WholeCharacters(const char* text, size_t length) noexcept
     const auto lead = static_cast<unsigned char>(text[start - 1]);
     const size_t wanted = lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
     return length - (start - 1) < wanted ? start - 1 : length;
+}
+
+// Formats a text that is cut between two characters where it has no room. Its length.
+size_t Format(char* buffer, size_t capacity, const char* format, va_list arguments) noexcept
+{
+    const int result = std::vsnprintf(buffer, capacity, format, arguments);
+    const size_t length = WrittenLength(result, capacity);
+    const bool cut = result >= 0 && static_cast<size_t>(result) >= capacity;
+    return cut ? WholeCharacters(buffer, length) : length;
 }
 
 // The compiler's date and time in the form of asctime, such as "Thu Sep 30 10:33:11 2010".
@@ -118,7 +127,7 @@ void TraceLog::Start(DWORD flags, const char* path) noexcept
         return;
     try {
         path_.clear();
-        if (path && *path)
+        if (path)
             path_ = path;
         else if (!DefaultLogPath(path_))
             path_.clear();
@@ -157,11 +166,7 @@ void TraceLog::Line(const char* function, unsigned line, const char* format, va_
         const size_t room = text.size() - kLineEndLength;
         size_t length =
             WrittenLength(std::snprintf(text.data(), room, "%s %s(%u) ", when.c_str(), function, line), room);
-        const int message = std::vsnprintf(text.data() + length, room - length, format, arguments);
-        const bool cut = message >= 0 && static_cast<size_t>(message) >= room - length;
-        length += WrittenLength(message, room - length);
-        if (cut)
-            length = WholeCharacters(text.data(), length);
+        length += Format(text.data() + length, room - length, format, arguments);
         std::memcpy(text.data() + length, kLineEnd, kLineEndLength);
 
         const MutexLock lock(mutex_);
@@ -177,8 +182,7 @@ void TraceLog::Detail(const char* format, va_list arguments) noexcept
         return;
     try {
         std::array<char, kDetailBuffer> message;
-        const size_t length =
-            WrittenLength(std::vsnprintf(message.data(), message.size(), format, arguments), message.size());
+        const size_t length = Format(message.data(), message.size(), format, arguments);
         const std::string prefix = DetailPrefix(ThreadNumber(), UtcNow());
         const std::string_view text(message.data(), length);
 

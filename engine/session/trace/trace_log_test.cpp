@@ -1,18 +1,20 @@
 #include "engine/session/trace/trace_log.h"
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cstdarg>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <optional>
 #include <regex>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "engine/session/trace/trace.h"
+#include "platform/testing/debugger.h"
+#include "platform/testing/surroundings.h"
 
 namespace quorvane {
 namespace {
@@ -42,15 +44,14 @@ class TraceLogTest : public ::testing::Test {
 protected:
     void SetUp() override
     {
-        directory = std::filesystem::temp_directory_path() / ("qv_trace_" + std::to_string(getpid()));
-        std::filesystem::create_directories(directory);
+        directory = test::MakeTestDirectory();
         path = directory / "test.log";
         detail = directory / "test.log.info";
-        setenv("QUORVANE_DEBUG_OUTPUT", (directory / "debugger").c_str(), 1);
+        debugger.emplace(directory / "debugger");
     }
     void TearDown() override
     {
-        unsetenv("QUORVANE_DEBUG_OUTPUT");
+        debugger.reset();
         std::filesystem::remove_all(directory);
     }
 
@@ -72,12 +73,13 @@ protected:
     std::filesystem::path directory;
     std::filesystem::path path;
     std::filesystem::path detail;
+    std::optional<test::DebuggerForTest> debugger;
     TraceLog log;
 };
 
 TEST_F(TraceLogTest, ALineTellsTimeFunctionLineAndMessage)
 {
-    log.Start(kTraceToFile, path.c_str());
+    log.Start(kTraceToFile, path.string().c_str());
     Line(log, "0x%X", 0x80004005u);
     const std::string text = ReadFile(path);
     EXPECT_TRUE(std::regex_search(
@@ -87,7 +89,7 @@ TEST_F(TraceLogTest, ALineTellsTimeFunctionLineAndMessage)
 
 TEST_F(TraceLogTest, TheHeaderStandsBeforeTheFirstLine)
 {
-    log.Start(kTraceToFile, path.c_str());
+    log.Start(kTraceToFile, path.string().c_str());
     Line(log, "first");
     const std::string rule = std::string(54, '=') + "\r\n";
     const std::regex header(rule +
@@ -106,7 +108,7 @@ TEST_F(TraceLogTest, TheHeaderIsWrittenFromTheClock)
 
 TEST_F(TraceLogTest, AMessageWithItsOwnLineEndKeepsIt)
 {
-    log.Start(kTraceToFile, path.c_str());
+    log.Start(kTraceToFile, path.string().c_str());
     Line(log, "text\n");
     EXPECT_TRUE(ReadFile(path).ends_with("text\n\r\n"));
 }
@@ -120,7 +122,7 @@ TEST_F(TraceLogTest, NothingIsWrittenBeforeTheStart)
 
 TEST_F(TraceLogTest, NothingIsWrittenAfterTheShutdown)
 {
-    log.Start(kTraceToFile, path.c_str());
+    log.Start(kTraceToFile, path.string().c_str());
     Line(log, "kept");
     log.Shutdown();
     Line(log, "lost");
@@ -131,7 +133,7 @@ TEST_F(TraceLogTest, NothingIsWrittenAfterTheShutdown)
 
 TEST_F(TraceLogTest, TheLogFileIsMadeByTheFirstLine)
 {
-    log.Start(kTraceToFile, path.c_str());
+    log.Start(kTraceToFile, path.string().c_str());
     EXPECT_FALSE(std::filesystem::exists(path));
     Line(log, "first");
     EXPECT_TRUE(std::filesystem::exists(path));
@@ -139,10 +141,10 @@ TEST_F(TraceLogTest, TheLogFileIsMadeByTheFirstLine)
 
 TEST_F(TraceLogTest, ANewProcessAppendsANewHeaderBehindTheOldLines)
 {
-    log.Start(kTraceToFile, path.c_str());
+    log.Start(kTraceToFile, path.string().c_str());
     Line(log, "old");
     TraceLog next;
-    next.Start(kTraceToFile, path.c_str());
+    next.Start(kTraceToFile, path.string().c_str());
     Line(next, "new");
     const std::string text = ReadFile(path);
     EXPECT_EQ(CountOf(text, "Log Started"), 2u);
@@ -152,9 +154,9 @@ TEST_F(TraceLogTest, ANewProcessAppendsANewHeaderBehindTheOldLines)
 
 TEST_F(TraceLogTest, ASecondStartDoesNothing)
 {
-    log.Start(kTraceToFile, path.c_str());
+    log.Start(kTraceToFile, path.string().c_str());
     Detail(log, "kept");
-    log.Start(kTraceToFile | kTraceToConsole, (directory / "other.log").c_str());
+    log.Start(kTraceToFile | kTraceToConsole, (directory / "other.log").string().c_str());
     Line(log, "line");
     EXPECT_NE(ReadFile(detail).find("kept"), std::string::npos);
     EXPECT_NE(ReadFile(path).find("line"), std::string::npos);
@@ -163,11 +165,11 @@ TEST_F(TraceLogTest, ASecondStartDoesNothing)
 
 TEST_F(TraceLogTest, AStartAfterAShutdownEmptiesTheDetailFileAndGoesOnInTheOldLog)
 {
-    log.Start(kTraceToFile, path.c_str());
+    log.Start(kTraceToFile, path.string().c_str());
     Line(log, "one");
     Detail(log, "gone");
     log.Shutdown();
-    log.Start(kTraceToFile, path.c_str());
+    log.Start(kTraceToFile, path.string().c_str());
     Line(log, "two");
     EXPECT_EQ(ReadFile(detail), "");
     const std::string text = ReadFile(path);
@@ -177,7 +179,7 @@ TEST_F(TraceLogTest, AStartAfterAShutdownEmptiesTheDetailFileAndGoesOnInTheOldLo
 
 TEST_F(TraceLogTest, ALineThatIsTooLongIsCutAndStillEnds)
 {
-    log.Start(kTraceToFile, path.c_str());
+    log.Start(kTraceToFile, path.string().c_str());
     Line(log, "short");
     const size_t before = ReadFile(path).size();
     Line(log, "%s", std::string(10000, 'x').c_str());
@@ -189,7 +191,7 @@ TEST_F(TraceLogTest, ALineThatIsTooLongIsCutAndStillEnds)
 
 TEST_F(TraceLogTest, ACutTearsNoCharacter)
 {
-    log.Start(kTraceToFile, path.c_str());
+    log.Start(kTraceToFile, path.string().c_str());
     std::string text;
     for (int i = 0; i < 3000; ++i)
         text += "\xE2\x82\xAC";
@@ -199,9 +201,17 @@ TEST_F(TraceLogTest, ACutTearsNoCharacter)
     }
 }
 
+TEST_F(TraceLogTest, ADetailIsCutAtItsLimit)
+{
+    log.Start(kTraceToFile, path.string().c_str());
+    Detail(log, "%s", std::string(10000, 'x').c_str());
+    const std::string text = ReadFile(detail);
+    EXPECT_EQ(text.size() - text.find('x', text.rfind(": ")), 4096u);
+}
+
 TEST_F(TraceLogTest, WithoutAChannelNothingIsWritten)
 {
-    log.Start(0, path.c_str());
+    log.Start(0, path.string().c_str());
     CapturedOutput output;
     Line(log, "lost");
     EXPECT_EQ(output.Text(), "");
@@ -210,15 +220,35 @@ TEST_F(TraceLogTest, WithoutAChannelNothingIsWritten)
 
 TEST_F(TraceLogTest, AnUnknownChannelChangesNothing)
 {
-    log.Start(8, path.c_str());
+    log.Start(8, path.string().c_str());
     Line(log, "lost");
     EXPECT_FALSE(std::filesystem::exists(path));
+}
+
+TEST_F(TraceLogTest, WithTheConsoleAloneNoLogFileIsMade)
+{
+    CapturedOutput output;
+    log.Start(kTraceToConsole, path.string().c_str());
+    Line(log, "loud");
+    EXPECT_NE(output.Text().find("loud\r\n"), std::string::npos);
+    EXPECT_FALSE(std::filesystem::exists(path));
+}
+
+TEST_F(TraceLogTest, TheConsoleEndsWithTheLog)
+{
+    CapturedOutput output;
+    log.Start(kTraceToFile | kTraceToConsole, path.string().c_str());
+    log.Shutdown();
+    log.Start(kTraceToFile, path.string().c_str());
+    Line(log, "quiet");
+    EXPECT_EQ(output.Text(), "");
+    EXPECT_NE(ReadFile(path).find("quiet"), std::string::npos);
 }
 
 TEST_F(TraceLogTest, WithTheConsoleOffOnlyTheFileIsWritten)
 {
     CapturedOutput output;
-    log.Start(kTraceToFile, path.c_str());
+    log.Start(kTraceToFile, path.string().c_str());
     Line(log, "quiet");
     Detail(log, "quiet");
     EXPECT_EQ(output.Text(), "");
@@ -227,7 +257,7 @@ TEST_F(TraceLogTest, WithTheConsoleOffOnlyTheFileIsWritten)
 TEST_F(TraceLogTest, TheConsoleGetsWholeLinesAndDetailsWithoutTheirPrefix)
 {
     CapturedOutput output;
-    log.Start(kTraceToFile | kTraceToConsole, path.c_str());
+    log.Start(kTraceToFile | kTraceToConsole, path.string().c_str());
     Line(log, "loud");
     Detail(log, "detail\n");
     const std::string text = output.Text();
@@ -237,7 +267,7 @@ TEST_F(TraceLogTest, TheConsoleGetsWholeLinesAndDetailsWithoutTheirPrefix)
 
 TEST_F(TraceLogTest, ADetailGoesToItsFileAndTheDebuggerWithAPrefix)
 {
-    log.Start(kTraceToFile, path.c_str());
+    log.Start(kTraceToFile, path.string().c_str());
     Detail(log, "Deleted item (%s)\n", "A");
     const std::string text = ReadFile(detail);
     EXPECT_TRUE(
@@ -260,7 +290,7 @@ TEST_F(TraceLogTest, TheHourIsToldOnTwelveHoursAndNoonIsMorning)
 
 TEST_F(TraceLogTest, AnUnopenableDetailFileIsToldToTheDebuggerAlone)
 {
-    log.Start(kTraceToFile, (directory / "none" / "test.log").c_str());
+    log.Start(kTraceToFile, (directory / "none" / "test.log").string().c_str());
     const std::string told = ReadFile(directory / "debugger");
     EXPECT_TRUE(std::regex_match(told, std::regex("_tfopen failed, hRes = 0x80070003, dwErr = 0x00000003 = "
                                                   "\".+\"\\n")))
@@ -269,10 +299,21 @@ TEST_F(TraceLogTest, AnUnopenableDetailFileIsToldToTheDebuggerAlone)
     EXPECT_FALSE(std::filesystem::exists(directory / "none"));
 }
 
+TEST_F(TraceLogTest, AnEmptyPathIsNoPlaceForALog)
+{
+    test::KeepDataIn(directory);
+    log.Start(kTraceToFile, "");
+    Line(log, "lost");
+    Detail(log, "to the debugger alone");
+    EXPECT_FALSE(std::filesystem::exists(directory / "Quorvane3"));
+    EXPECT_FALSE(std::filesystem::exists(".info"));
+    test::KeepDataIn({});
+}
+
 TEST_F(TraceLogTest, AFailedOpenIsTriedAgainByTheNextLine)
 {
     const std::filesystem::path later = directory / "later";
-    log.Start(kTraceToFile, (later / "test.log").c_str());
+    log.Start(kTraceToFile, (later / "test.log").string().c_str());
     Line(log, "lost");
     std::filesystem::create_directories(later);
     Line(log, "kept");
@@ -283,37 +324,44 @@ TEST_F(TraceLogTest, AFailedOpenIsTriedAgainByTheNextLine)
 
 TEST_F(TraceLogTest, WithoutAPathTheLogStandsInTheUsersApplicationData)
 {
-    setenv("XDG_DATA_HOME", directory.c_str(), 1);
+    test::KeepDataIn(directory);
     log.Start(kTraceToFile, nullptr);
     Line(log, "default");
     EXPECT_NE(ReadFile(directory / "Quorvane3" / "quorvane3.log").find("default"), std::string::npos);
     EXPECT_TRUE(std::filesystem::exists(directory / "Quorvane3" / "quorvane3.log.info"));
-    unsetenv("XDG_DATA_HOME");
+    test::KeepDataIn({});
 }
 
-TEST_F(TraceLogTest, LinesOfManyThreadsStayWhole)
+TEST_F(TraceLogTest, LinesOfManyThreadsStayWholeAndInOrder)
 {
-    constexpr int kThreads = 8;
-    constexpr int kLines = 200;
-    log.Start(kTraceToFile, path.c_str());
+    constexpr unsigned kThreads = 8;
+    constexpr unsigned kLines = 200;
+    log.Start(kTraceToFile, path.string().c_str());
     std::vector<std::thread> threads;
-    for (int i = 0; i < kThreads; ++i) {
+    for (unsigned i = 0; i < kThreads; ++i) {
         threads.emplace_back([&, i] {
-            for (int n = 0; n < kLines; ++n)
-                Line(log, "%s", std::string(50, static_cast<char>('a' + i)).c_str());
+            for (unsigned n = 0; n < kLines; ++n)
+                Line(log, "%u-%u %s", i, n, std::string(50, static_cast<char>('a' + i)).c_str());
         });
     }
     for (std::thread& thread : threads)
         thread.join();
+
     const std::string text = ReadFile(path);
     EXPECT_EQ(CountOf(text, "Log Started"), 1u);
-    for (int i = 0; i < kThreads; ++i)
-        EXPECT_EQ(CountOf(text, ") " + std::string(50, static_cast<char>('a' + i)) + "\r\n"), size_t{kLines});
+    std::vector<unsigned> told(kThreads, 0);
+    const std::regex line("CTest::Run\\(42\\) (\\d)-(\\d+) ([a-h])\\3{49}\\r\\n");
+    for (auto found = std::sregex_iterator(text.begin(), text.end(), line); found != std::sregex_iterator();
+         ++found) {
+        const auto thread = static_cast<unsigned>(std::stoul((*found)[1]));
+        EXPECT_EQ(std::stoul((*found)[2]), told.at(thread)++);
+    }
+    EXPECT_EQ(told, std::vector<unsigned>(kThreads, kLines));
 }
 
 TEST_F(TraceLogTest, AFailureIsTracedOnceAtEachHopUnderTheName)
 {
-    StartTrace(kTraceToFile, path.c_str());
+    StartTrace(kTraceToFile, path.string().c_str());
     const Traced inner{"CInner::Open"};
     const Traced outer{"COuter::Logon"};
     const auto open = [&]() -> HRESULT {
