@@ -4,6 +4,7 @@
 
 #include "engine/session/trace/trace.h"
 #include "platform/com/error_text.h"
+#include "platform/com/never_destroyed.h"
 
 namespace quorvane {
 
@@ -12,22 +13,24 @@ namespace {
 constexpr Traced kLogon{"CLibrary::Logon"};
 
 // A session that a second Logon replaces keeps running, threads and all, until the process ends. The list
-// keeps it in sight of whoever looks for lost memory. Throws std::bad_alloc.
+// keeps it in sight of whoever looks for lost memory. Throws std::bad_alloc; the session is kept all the
+// same.
 void KeepForever(ComPtr<CSession2> session)
 {
     if (!session)
         return;
-    static Mutex mutex;
-    static auto* const kept = new std::vector<CSession2*>;
-    const MutexLock lock(mutex);
-    kept->push_back(session.Detach());
+    static NeverDestroyed<Mutex> mutex;
+    static NeverDestroyed<std::vector<CSession2*>> kept;
+    const MutexLock lock(*mutex);
+    (*kept).push_back(session.Detach());
 }
 
 }  // namespace
 
 CLibrary::~CLibrary()
 {
-    kLogon.Line("Session shutdown");
+    const Traced traced{"CLibrary::~CLibrary"};
+    traced.Line("Session shutdown");
     CSession2::g_bShuttingDown = true;
     m_pSession.Reset();
     ShutdownTrace();
@@ -43,29 +46,28 @@ HRESULT CLibrary::Logon(IQuorvaneExt* Addin, ISession2** Session)
     m_pSession = MakeComObject<CSession2>();
     if (!m_pSession)
         return kLogon(E_OUTOFMEMORY);
-    if (Session)
-        *Session = nullptr;
     ComPtr<ISession2> started;
-    const HRESULT hr = Session ? Start(m_pSession, Addin, started) : kLogon(E_POINTER);
+    const HRESULT hr = Start(*m_pSession.Get(), Addin, Session, started);
     if (FAILED(hr)) {
         started.Reset();
         m_pSession.Reset();
-        return hr;
     }
-    *Session = started.Detach();
-    return S_OK;
+    if (Session)
+        *Session = started.Detach();
+    return hr;
 }
 
-HRESULT CLibrary::Start(const ComPtr<CSession2>& session, IQuorvaneExt* addin, ComPtr<ISession2>& started)
+HRESULT CLibrary::Start(CSession2& session, IQuorvaneExt* addin, ISession2** wanted,
+                        ComPtr<ISession2>& started) noexcept
 {
     ComPtr<IUnknown> host;
     HR_TRY(kLogon, QueryFor(addin, host));
-    HR_TRY(kLogon, session->RegisterAddin(host.Get()));
-    StartTraceLog(*session.Get());
-    HR_TRY(kLogon, session->Logon());
-    HR_TRY(kLogon, session->OpenDataSource());
-    HR_TRY(kLogon, session.As(started));
-    return kLogon(session->UpgradeDB());
+    HR_TRY(kLogon, session.RegisterAddin(host.Get()));
+    StartTraceLog(session);
+    HR_TRY(kLogon, session.Logon());
+    HR_TRY(kLogon, session.OpenDataSource());
+    HR_TRY(kLogon, wanted ? session.QueryInterface(IID_ISession2, started.PutVoid()) : E_POINTER);
+    return kLogon(session.UpgradeDB());
 }
 
 // Both settings are read into one value: with "Logs" absent, a text in "EnableConsole" is what is left there,

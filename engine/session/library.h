@@ -24,6 +24,7 @@ public:
     //
     // S_OK           the session is up, the database open and upgraded.
     // E_OUTOFMEMORY  no session could be made; Session was not touched.
+    // E_POINTER      there is no host, or no place for the session; the latter shows when all is started.
     // others         what MAPI, the database or the host answered. Nothing is left behind, save the trace
     //                log, which stays on; the next Logon starts anew.
     //
@@ -39,7 +40,8 @@ public:
     HRESULT STDMETHODCALLTYPE Test() override { return S_OK; }
 
 private:
-    static HRESULT Start(const ComPtr<CSession2>& session, IQuorvaneExt* addin, ComPtr<ISession2>& started);
+    static HRESULT Start(CSession2& session, IQuorvaneExt* addin, ISession2** wanted,
+                         ComPtr<ISession2>& started) noexcept;
     static void StartTraceLog(CSession2& session) noexcept;
 
     const ServerLockScope m_ServerLock;

@@ -1,6 +1,7 @@
 #include "engine/session/session.h"
 
 #include <new>
+#include <utility>
 
 #include "engine/folders/folders.h"
 #include "engine/monitor/msg_stores.h"
@@ -28,7 +29,9 @@ CSession2::~CSession2()
     const Traced traced{"CSession2::~CSession2"};
     traced.Line("Shutdown");
     StopPools();
+    StopNotifications();
     RevokeAddin();
+    m_pHashDB.reset();
     ReleaseCollections();
     ReleaseMapi();
 }
@@ -41,35 +44,48 @@ void CSession2::StopPools() noexcept
     m_pResendPool.reset();
 }
 
-void CSession2::RevokeAddin() noexcept
+// A batch under way uses the host, the hash stores and the collections until it ends. The subscriptions end
+// later, with the folders: what they bring until then is turned away at the gate.
+void CSession2::StopNotifications() noexcept
 {
-    const MutexLock lock(m_csGIT);
-    if (m_pGIT)
-        HR_IGNORE(m_pGIT->RevokeInterfaceFromGlobal(m_dwAddinCookie), "the table is let go of in any case");
-    m_pGIT.Reset();
+    if (m_pNotifications)
+        m_pNotifications->CloseAndWait();
 }
 
-// With the folders their subscriptions end, so that no batch can start behind the wait. Batches use the hash
-// stores and the other collections until they end.
+// The host hears of it, so no lock is held.
+void CSession2::RevokeAddin() noexcept
+{
+    ComPtr<IGlobalInterfaceTable> table;
+    DWORD cookie = 0;
+    {
+        const MutexLock lock(m_csGIT);
+        table = std::move(m_pGIT);
+        cookie = m_dwAddinCookie;
+    }
+    if (table)
+        HR_IGNORE(table->RevokeInterfaceFromGlobal(cookie), "the table is let go of in any case");
+}
+
 void CSession2::ReleaseCollections() noexcept
 {
     ComPtr<IFolders> folders;
+    ComPtr<IOptions> options;
+    ComPtr<IStorageFiles> storageFiles;
     {
         const MutexLock lock(m_csCollections);
         folders = std::move(m_pFolders);
+        options = std::move(m_pOptions);
+        storageFiles = std::move(m_pStorageFiles);
     }
     folders.Reset();
-    if (m_pNotifications)
-        m_pNotifications->CloseAndWait();
-    m_pHashDB.reset();
-    const MutexLock lock(m_csCollections);
-    m_pFolders.Reset();
-    m_pOptions.Reset();
-    m_pStorageFiles.Reset();
+    options.Reset();
+    storageFiles.Reset();
 }
 
 void CSession2::ReleaseMapi() noexcept
 {
+    if (m_dwSessionAdvise != 0 && m_pMAPISession)
+        HR_IGNORE(m_pMAPISession->Unadvise(m_dwSessionAdvise), "the session goes in any case");
     m_pMsgStores.Reset();
     m_pMAPISession.Reset();
     if (m_bMapiInitialized)

@@ -2,8 +2,8 @@
 //
 // Start, as CLibrary::Logon runs it: global interface table with the host in it, trace log, MAPI, pools and
 // hash stores, MAPI logon, data source, database upgrade. Stop, in the destructor: pools (every job is waited
-// for), global table, folders, notification batches (each is waited for), hash stores, the other collections,
-// MAPI, and the database last.
+// for), notification batches (those under way are waited for, further ones turned away), global table, hash
+// stores, collections, MAPI, and the database last.
 //
 // Children hold the session by a raw pointer (SessionContext) and none may outlive it. Two kinds of work
 // could: pool jobs and notification batches. The destructor waits for both, and answers calls into its
@@ -40,7 +40,11 @@ class CSession2 final : public ComObject<CSession2, ISupportErrorInfo, IMAPIAdvi
                         public SessionContext {
 public:
     CSession2() noexcept;
-    ~CSession2();
+
+    // Queues a received file. The failure of the pool; E_OUTOFMEMORY. E_UNEXPECTED: there was no logon.
+    [[nodiscard]] virtual HRESULT QueueStorageFile(BSTR Path, BSTR Tag) noexcept;
+
+    virtual ~CSession2();
 
     // The steps of a logon, in this order, each once. Failures are traced and returned; the destructor undoes
     // whatever stands.
@@ -65,8 +69,9 @@ public:
     // host.
     [[nodiscard]] HRESULT GetRegSetting(OleStringView Name, Variant& Value) noexcept;
 
-    // Queues a received file. The failure of the pool; E_OUTOFMEMORY.
-    [[nodiscard]] virtual HRESULT QueueStorageFile(BSTR Path, BSTR Tag) noexcept;
+    // Takes over a subscription to the MAPI session as a whole, which then ends with this session. The engine
+    // makes none. 0: none.
+    void AdoptSessionAdvise(DWORD connection) noexcept { m_dwSessionAdvise = connection; }
 
     // SessionContext.
     IMAPISession* MapiSession() noexcept override { return m_pMAPISession.Get(); }
@@ -125,6 +130,7 @@ private:
     HRESULT InitializeMapi() noexcept;
     HRESULT MakePools() noexcept;
     void StopPools() noexcept;
+    void StopNotifications() noexcept;
     void RevokeAddin() noexcept;
     void ReleaseCollections() noexcept;
     void ReleaseMapi() noexcept;
@@ -133,17 +139,14 @@ private:
     HRESULT OpenLongSession() noexcept;
 
     const ServerLockScope m_ServerLock;
-    SessionContext* const m_pSelf = this;
     InnerSession m_InnerSession{*this};
 
     Mutex m_csGIT;
     ComPtr<IGlobalInterfaceTable> m_pGIT QV_GUARDED_BY(m_csGIT);
     DWORD m_dwAddinCookie QV_GUARDED_BY(m_csGIT) = 0;
-
-    DataSource m_DataSource;
+    DWORD m_dwSessionAdvise = 0;
+    SessionContext* const m_pSelf = this;
     Bstr m_bstrDBPath;
-    Mutex m_csDBSession;
-    DatabaseSession m_DBSession;  // opened by the first ImportItem, under m_csDBSession
 
     std::unique_ptr<CHashDBMap> m_pHashDB;
     Mutex m_csSubmit;
@@ -162,6 +165,10 @@ private:
     std::unique_ptr<CCustomThreadPool> m_pResendPool;
     std::shared_ptr<NotificationGate> m_pNotifications;
     std::shared_ptr<NotificationGate> m_pCancellations;  // threads of CancelResend
+
+    DataSource m_DataSource;
+    Mutex m_csDBSession;
+    DatabaseSession m_DBSession;  // opened by the first ImportItem, under m_csDBSession
 
     ItemLocks m_LockedItems;
     MovedItems m_NotifyMap;

@@ -1,12 +1,13 @@
 // Settings of the host's product, read through the session.
 #include <gtest/gtest.h>
-#include <stdlib.h>
 
 #include <filesystem>
 #include <fstream>
 
 #include "engine/session/session.h"
+#include "engine/session/trace/testing/traced_lines.h"
 #include "platform/registry/registry.h"
+#include "platform/testing/surroundings.h"
 #include "quorvane3/callbacks.h"
 
 namespace quorvane {
@@ -24,14 +25,12 @@ public:
     HRESULT answer = S_OK;
 };
 
-class SettingsTest : public testing::Test {
+class SettingsTest : public ::testing::Test {
 protected:
     void SetUp() override
     {
-        std::string pattern = (std::filesystem::temp_directory_path() / "qv-settings-XXXXXX").string();
-        ASSERT_TRUE(mkdtemp(pattern.data()));
-        directory = pattern;
-        setenv("XDG_CONFIG_HOME", directory.c_str(), 1);
+        directory = test::MakeTestDirectory();
+        test::KeepSettingsIn(directory);
         ASSERT_EQ(session->RegisterAddin(callback.Get()), S_OK);
     }
     void TearDown() override { std::filesystem::remove_all(directory); }
@@ -79,14 +78,18 @@ TEST_F(SettingsTest, AValueOfAnotherTypeIsThereAndChangesNothing)
     EXPECT_TRUE(value.Is(VT_I4));
 }
 
-TEST_F(SettingsTest, AMissingKeyAndAMissingValueAreTheSame)
+TEST_F(SettingsTest, AMissingKeyAndAMissingValueAreTheSameAndUntraced)
 {
-    const HRESULT withoutKey = session->GetRegSetting(OLESTR("Logs"), value);
-    Put("EnableConsole", RegistryValue::OfNumber(0));
+    const std::string lines = testing::TracedLines([this] {
+        const HRESULT withoutKey = session->GetRegSetting(OLESTR("Logs"), value);
+        Put("EnableConsole", RegistryValue::OfNumber(0));
 
-    EXPECT_EQ(withoutKey, HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND));
-    EXPECT_EQ(session->GetRegSetting(OLESTR("Logs"), value), withoutKey);
+        EXPECT_EQ(withoutKey, HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND));
+        EXPECT_EQ(session->GetRegSetting(OLESTR("Logs"), value), withoutKey);
+    });
+
     EXPECT_TRUE(value.Is(VT_EMPTY));
+    EXPECT_EQ(lines, "");
 }
 
 TEST_F(SettingsTest, ProductsAreKeptApart)
@@ -97,11 +100,26 @@ TEST_F(SettingsTest, ProductsAreKeptApart)
     EXPECT_TRUE(FAILED(session->GetRegSetting(OLESTR("Logs"), value)));
 }
 
-TEST_F(SettingsTest, AFailureOfTheHostIsReturned)
+TEST_F(SettingsTest, AProductCodeThatIsNoKeysNameHasNoSettings)
+{
+    Put("Logs", RegistryValue::OfText("mine"));
+    for (const OleString& product : {OleString(OLESTR("Tests\\Settings")),
+                                     OleString(OLESTR("..\\1.0\\Tests")), OleString(OLESTR("a]\r\n[b")),
+                                     OleString(1, OLECHAR(0)), OleString(300, OLECHAR('x')), OleString()}) {
+        host.product = product;
+        EXPECT_TRUE(FAILED(session->GetRegSetting(OLESTR("Logs"), value))) << Narrow(product);
+    }
+    EXPECT_TRUE(value.Is(VT_EMPTY));
+}
+
+TEST_F(SettingsTest, AFailureOfTheHostIsReturnedAndTraced)
 {
     host.answer = E_ACCESSDENIED;
+    const std::string lines = testing::TracedLines(
+        [this] { EXPECT_EQ(session->GetRegSetting(OLESTR("Logs"), value), E_ACCESSDENIED); });
 
-    EXPECT_EQ(session->GetRegSetting(OLESTR("Logs"), value), E_ACCESSDENIED);
+    EXPECT_NE(lines.find("CSession2::GetRegSetting("), std::string::npos);
+    EXPECT_NE(lines.find(") 0x80070005\r\n"), std::string::npos);
 }
 
 TEST_F(SettingsTest, WithoutAHostThereAreNoSettings)
