@@ -131,6 +131,90 @@ TEST_F(ConnectionPointTest, ThePointIsEnumeratedAndLeadsBackToItsContainer)
     EXPECT_EQ(points->Skip(1), S_FALSE);
 }
 
+TEST_F(ConnectionPointTest, ACookieThatWasNeverGivenHasNoConnection)
+{
+    ASSERT_EQ(point->Advise(&sink, &cookie), S_OK);
+
+    EXPECT_EQ(point->Unadvise(0), CONNECT_E_NOCONNECTION);
+    EXPECT_EQ(point->Unadvise(cookie + 1), CONNECT_E_NOCONNECTION);
+    EXPECT_EQ(sink.m_nReferences, 1u);
+    EXPECT_EQ(point->Unadvise(cookie), S_OK);
+}
+
+TEST_F(ConnectionPointTest, EachAdviseGivesACookieOfItsOwn)
+{
+    DWORD second = 0;
+    ASSERT_EQ(point->Advise(&sink, &cookie), S_OK);
+    ASSERT_EQ(point->Advise(&sink, &second), S_OK);
+    EXPECT_NE(cookie, second);
+
+    EXPECT_EQ(point->Unadvise(cookie), S_OK);
+    EXPECT_EQ(point->Unadvise(cookie), CONNECT_E_NOCONNECTION);
+    EXPECT_EQ(point->Unadvise(second), S_OK);
+}
+
+TEST_F(ConnectionPointTest, APlaceForTheResultIsAlwaysNeeded)
+{
+    EXPECT_EQ(container->FindConnectionPoint(kTestEventsId, nullptr), E_POINTER);
+    EXPECT_EQ(container->EnumConnectionPoints(nullptr), E_POINTER);
+    EXPECT_EQ(point->GetConnectionInterface(nullptr), E_POINTER);
+    EXPECT_EQ(point->GetConnectionPointContainer(nullptr), E_POINTER);
+    EXPECT_EQ(point->EnumConnections(nullptr), E_POINTER);
+    EXPECT_EQ(point->Advise(&sink, nullptr), E_POINTER);
+    EXPECT_EQ(point->QueryInterface(IID_IUnknown, nullptr), E_POINTER);
+    EXPECT_EQ(sink.m_nReferences, 0u);
+}
+
+TEST_F(ConnectionPointTest, APointIsAnObjectOfItsOwnThatKeepsTheContainer)
+{
+    ComPtr<IUnknown> ofPoint;
+    ComPtr<IUnknown> ofSource;
+    ComPtr<IConnectionPointContainer> none;
+    ASSERT_EQ(point.As(ofPoint), S_OK);
+    ASSERT_EQ(source.As(ofSource), S_OK);
+
+    EXPECT_NE(ofPoint, ofSource);
+    EXPECT_EQ(point.As(none), E_NOINTERFACE);
+    ofSource.Reset();
+    container.Reset();
+    source.Reset();
+    EXPECT_EQ(point->Advise(&sink, &cookie), S_OK);
+    ofPoint.Reset();
+    point.Reset();
+    EXPECT_EQ(sink.m_nReferences, 0u) << "the source went, and its connections with it";
+}
+
+TEST_F(ConnectionPointTest, AnEnumeratorOfConnectionsKeepsItsRules)
+{
+    DWORD second = 0;
+    ASSERT_EQ(point->Advise(&sink, &cookie), S_OK);
+    ASSERT_EQ(point->Advise(&sink, &second), S_OK);
+    ComPtr<IEnumConnections> connections;
+    ComPtr<IEnumConnections> clone;
+    ASSERT_EQ(point->EnumConnections(connections.Put()), S_OK);
+    CONNECTDATA found[2]{};
+    ULONG fetched = 9;
+
+    EXPECT_EQ(connections->Next(2, found, nullptr), E_POINTER) << "only a single one may come uncounted";
+    EXPECT_EQ(connections->Next(1, nullptr, &fetched), E_POINTER);
+    EXPECT_EQ(fetched, 0u);
+    EXPECT_EQ(connections->Skip(1), S_OK);
+    ASSERT_EQ(connections->Clone(clone.Put()), S_OK);
+    EXPECT_EQ(connections->Clone(nullptr), E_POINTER);
+    EXPECT_EQ(connections->Skip(2), S_FALSE);
+    EXPECT_EQ(clone->Next(1, found, nullptr), S_OK);
+    EXPECT_EQ(found[0].dwCookie, second);
+    found[0].pUnk->Release();
+    EXPECT_EQ(connections->Reset(), S_OK);
+    EXPECT_EQ(connections->Next(1, found, &fetched), S_OK);
+    EXPECT_EQ(found[0].dwCookie, cookie);
+    found[0].pUnk->Release();
+    connections.Reset();
+    clone.Reset();
+    EXPECT_EQ(point->Unadvise(cookie), S_OK);
+    EXPECT_EQ(point->Unadvise(second), S_OK);
+}
+
 class CCounted final : public ComObject<CCounted, ISupportErrorInfo> {
 public:
     HRESULT STDMETHODCALLTYPE InterfaceSupportsErrorInfo(REFIID) override { return S_OK; }

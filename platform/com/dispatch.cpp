@@ -1,7 +1,7 @@
 #include "platform/com/dispatch.h"
 
+#include <algorithm>
 #include <new>
-#include <vector>
 
 #include "platform/com/error_text.h"
 
@@ -43,13 +43,17 @@ DISPID FindArgument(const Operation& operation, const OLECHAR* name) noexcept
     return DISPID_UNKNOWN;
 }
 
-// Property put by reference means the same as property put: no property takes both.
+// A property is put by reference in the same way as by value, where an object can be put.
+bool IsOfKind(const Operation& operation, WORD flags) noexcept
+{
+    return (static_cast<WORD>(operation.kind) & flags) != 0 ||
+           ((flags & DISPATCH_PROPERTYPUTREF) != 0 && operation.PutsObject());
+}
+
 const Operation* FindById(std::span<const Operation> table, DISPID id, WORD flags) noexcept
 {
-    if (flags & DISPATCH_PROPERTYPUTREF)
-        flags |= DISPATCH_PROPERTYPUT;
     for (const Operation& operation : table) {
-        if (operation.id == id && (static_cast<WORD>(operation.kind) & flags))
+        if (operation.id == id && IsOfKind(operation, flags))
             return &operation;
     }
     return nullptr;
@@ -76,6 +80,8 @@ public:
             return DISP_E_BADPARAMCOUNT;
         if ((params_.cArgs && !params_.rgvarg) || (params_.cNamedArgs && !params_.rgdispidNamedArgs))
             return E_INVALIDARG;
+        if (operation_.kind == OperationKind::Put && params_.cArgs > 0 && !IsValueNamed())
+            return DISP_E_PARAMNOTFOUND;
         const UINT unnamed = params_.cArgs - params_.cNamedArgs;
         for (UINT i = 0; i < unnamed; ++i) {
             const HRESULT hr = Take(i, params_.cArgs - 1 - i);
@@ -91,6 +97,12 @@ public:
     }
 
 private:
+    bool IsValueNamed() const noexcept
+    {
+        const DISPID* const names = params_.rgdispidNamedArgs;
+        return std::find(names, names + params_.cNamedArgs, DISPID_PROPERTYPUT) != names + params_.cNamedArgs;
+    }
+
     HRESULT TakeNamed(DISPID name, UINT place) noexcept
     {
         const auto count = static_cast<DISPID>(operation_.ArgumentCount());
@@ -132,23 +144,21 @@ private:
     std::array<bool, Operation::kMaxArguments> taken_{};
 };
 
-void FillException(IErrorInfo& info, HRESULT code, EXCEPINFO& exception) noexcept
-{
-    exception = EXCEPINFO{};
-    info.GetSource(&exception.bstrSource);
-    info.GetDescription(&exception.bstrDescription);
-    info.GetHelpFile(&exception.bstrHelpFile);
-    info.GetHelpContext(&exception.dwHelpContext);
-    exception.scode = code;
-}
-
-// What a failed operation left on the thread becomes the exception, if the caller wants one.
+// The operation's failure becomes the exception, with the texts that it left on the thread, if the caller
+// wants one.
 HRESULT ReportFailure(HRESULT hr, EXCEPINFO* exception) noexcept
 {
-    ComPtr<IErrorInfo> info;
-    if (!exception || GetErrorInfo(0, info.Put()) != S_OK)
+    if (!exception)
         return hr;
-    FillException(*info, hr, *exception);
+    *exception = EXCEPINFO{};
+    exception->scode = hr;
+    ComPtr<IErrorInfo> info;
+    if (GetErrorInfo(0, info.Put()) == S_OK) {
+        info->GetSource(&exception->bstrSource);
+        info->GetDescription(&exception->bstrDescription);
+        info->GetHelpFile(&exception->bstrHelpFile);
+        info->GetHelpContext(&exception->dwHelpContext);
+    }
     return DISP_E_EXCEPTION;
 }
 
@@ -170,7 +180,7 @@ HRESULT FindDispatchIds(std::span<const Operation> table, REFIID riid, LPOLESTR*
 {
     if (!IsEqualIID(riid, IID_NULL))
         return DISP_E_UNKNOWNINTERFACE;
-    if (!names || !ids || count == 0)
+    if (!names || !ids || count == 0 || std::find(names, names + count, nullptr) != names + count)
         return E_INVALIDARG;
     const Operation* const operation = FindByName(table, names[0]);
     ids[0] = operation ? operation->id : DISPID_UNKNOWN;

@@ -35,8 +35,10 @@
 
 #include <array>
 #include <cstddef>
+#include <cstring>
 #include <span>
 
+#include "platform/com/class_factory.h"
 #include "platform/com/com_object.h"
 #include "platform/com/dispatch_arguments.h"
 
@@ -76,7 +78,7 @@ enum class OperationKind : WORD {
     Put = DISPATCH_PROPERTYPUT,
 };
 
-// One slot of an interface.
+// One slot of an interface, or one identifier of a dispatch-only one.
 struct Operation {
     static constexpr size_t kMaxArguments = DispatchFrame::kMaxParameters;
 
@@ -84,8 +86,19 @@ struct Operation {
     const OLECHAR* name = nullptr;
     OperationKind kind = OperationKind::Method;
     std::array<Argument, kMaxArguments> arguments{};
+    std::array<ParameterType, kMaxArguments> types{};
     size_t parameterCount = 0;
+    // Both null for an operation that was Declared.
     HRESULT (*call)(void* object, const Operation& operation, DispatchFrame& frame) = nullptr;
+    size_t (*slot)() noexcept = nullptr;  // place in the interface's vtable, from 0 for QueryInterface
+    const OLECHAR* help = nullptr;
+
+    constexpr Operation WithHelp(const OLECHAR* text) const noexcept
+    {
+        Operation result = *this;
+        result.help = text;
+        return result;
+    }
 
     constexpr bool HasResult() const noexcept
     {
@@ -93,6 +106,11 @@ struct Operation {
     }
     // Without the result.
     constexpr size_t ArgumentCount() const noexcept { return parameterCount - (HasResult() ? 1 : 0); }
+    // Whether this puts a property whose value can be an object.
+    constexpr bool PutsObject() const noexcept
+    {
+        return kind == OperationKind::Put && CanHoldObject(types[parameterCount - 1].type);
+    }
 };
 
 // Specialised for each dual interface: `static constexpr Operation kTable[]`.
@@ -109,10 +127,23 @@ template <class Interface, class... Parameters, HRESULT (STDMETHODCALLTYPE Inter
 struct SlotCall<Slot> {
     static constexpr size_t kCount = sizeof...(Parameters);
 
+    static constexpr std::array<ParameterType, sizeof...(Parameters)> kTypes{TypeOf<Parameters>()...};
+
     static HRESULT Call(void* object, const Operation& operation, DispatchFrame& frame)
     {
         return Call(static_cast<Interface*>(object), operation, frame,
                     std::index_sequence_for<Parameters...>());
+    }
+
+    // In the C++ ABI of our compilers a pointer to a virtual function holds its offset in the vtable, in
+    // bytes; a mark that it is virtual may stand in the lowest bit.
+    static size_t Number() noexcept
+    {
+        const auto pointer = Slot;
+        std::array<size_t, 2> words{};
+        static_assert(sizeof pointer == sizeof words);
+        std::memcpy(words.data(), &pointer, sizeof words);
+        return words[0] / sizeof(void*);
     }
 
 private:
@@ -135,12 +166,25 @@ private:
     }
 };
 
+template <size_t Count, class... Arguments>
+constexpr Operation Describe(OperationKind kind, DISPID id, const OLECHAR* name,
+                             const std::array<ParameterType, Count>& types, Arguments... arguments)
+{
+    static_assert(Count == sizeof...(Arguments), "name every parameter of the slot");
+    static_assert(Count <= Operation::kMaxArguments);
+    Operation result{id, name, kind, {arguments...}, {}, Count};
+    for (size_t i = 0; i < Count; ++i)
+        result.types[i] = types[i];
+    return result;
+}
+
 template <auto Slot, class... Arguments>
 constexpr Operation MakeOperation(OperationKind kind, DISPID id, const OLECHAR* name, Arguments... arguments)
 {
-    static_assert(SlotCall<Slot>::kCount == sizeof...(Arguments), "name every parameter of the slot");
-    static_assert(sizeof...(Arguments) <= Operation::kMaxArguments);
-    return {id, name, kind, {arguments...}, sizeof...(Arguments), &SlotCall<Slot>::Call};
+    Operation result = Describe(kind, id, name, SlotCall<Slot>::kTypes, arguments...);
+    result.call = &SlotCall<Slot>::Call;
+    result.slot = &SlotCall<Slot>::Number;
+    return result;
 }
 
 }  // namespace detail
@@ -151,18 +195,32 @@ constexpr Operation Method(DISPID id, const OLECHAR* name, Arguments... argument
     return detail::MakeOperation<Slot>(OperationKind::Method, id, name, arguments...);
 }
 
-// The last parameter, the value, is left out of the list.
+// The last parameter, the value, may be left out of the list.
 template <auto Slot, class... Arguments>
 constexpr Operation Get(DISPID id, const OLECHAR* name, Arguments... arguments)
 {
-    return detail::MakeOperation<Slot>(OperationKind::Get, id, name, arguments..., Result(OLESTR("pVal")));
+    if constexpr (sizeof...(Arguments) == detail::SlotCall<Slot>::kCount)
+        return detail::MakeOperation<Slot>(OperationKind::Get, id, name, arguments...);
+    else
+        return detail::MakeOperation<Slot>(OperationKind::Get, id, name, arguments...,
+                                           Result(OLESTR("pVal")));
 }
 
-// The last parameter, the new value, is left out of the list.
+// The last parameter, the new value, is left out of the list: it is [in], or [in,out] for a pointer.
 template <auto Slot, class... Arguments>
 constexpr Operation Put(DISPID id, const OLECHAR* name, Arguments... arguments)
 {
-    return detail::MakeOperation<Slot>(OperationKind::Put, id, name, arguments..., In(OLESTR("newVal")));
+    const bool isPointer = (detail::SlotCall<Slot>::kTypes.back().type & VT_BYREF) != 0;
+    return detail::MakeOperation<Slot>(OperationKind::Put, id, name, arguments...,
+                                       isPointer ? InOut(OLESTR("newVal")) : In(OLESTR("newVal")));
+}
+
+// An operation of a dispatch-only interface: nothing here can call it.
+template <class... Parameters, class... Arguments>
+constexpr Operation Declared(OperationKind kind, DISPID id, const OLECHAR* name, Arguments... arguments)
+{
+    constexpr std::array<ParameterType, sizeof...(Parameters)> types{detail::TypeOf<Parameters>()...};
+    return detail::Describe(kind, id, name, types, arguments...);
 }
 
 namespace detail {
@@ -183,20 +241,24 @@ HRESULT InvokeOperation(std::span<const Operation> table, void* object, DISPID i
 // GetIDsOfNames: names[0] is an operation's, the rest are its arguments', in any case; an argument's id is
 // its place.
 //   DISP_E_UNKNOWNNAME: one isn't known; its id is DISPID_UNKNOWN, the others are given.
-//   DISP_E_UNKNOWNINTERFACE.
+//   DISP_E_UNKNOWNINTERFACE: `riid` isn't IID_NULL. E_INVALIDARG: a pointer is null, or there is no name.
 //
 // Invoke:
 //   DISP_E_UNKNOWNINTERFACE   `riid` isn't IID_NULL.
-//   DISP_E_MEMBERNOTFOUND     no operation of that id and kind.
+//   DISP_E_MEMBERNOTFOUND     no operation of that id and kind. DISPATCH_PROPERTYPUTREF alone finds a
+//   property
+//                             whose value can be an object, and puts it.
 //   DISP_E_BADPARAMCOUNT      more arguments than parameters, or the same one twice.
 //   DISP_E_PARAMNOTOPTIONAL   an argument without a default is absent.
-//   DISP_E_PARAMNOTFOUND      a named argument that there isn't; *argumentError tells which.
+//   DISP_E_PARAMNOTFOUND      a named argument that there isn't; *argumentError tells which. Or a property's
+//                             new value that isn't named DISPID_PROPERTYPUT.
 //   DISP_E_TYPEMISMATCH, DISP_E_OVERFLOW   an argument can't be changed to its parameter's type; likewise.
-//   DISP_E_EXCEPTION          the operation failed and set error info: `exception` has its texts, and in
-//   scode
-//                             the operation's result. Without `exception` the result itself is returned and
-//                             the error info stays on the thread.
-//   others                    the operation's own result.
+//   DISP_E_EXCEPTION          the operation failed: `exception` has its result in scode and the texts of the
+//                             error info that it set, if any. Without `exception` the result itself is
+//                             returned and the error info stays on the thread.
+//   others                    a success of the operation; E_OUTOFMEMORY, E_INVALIDARG.
+//
+// An object counts as one that keeps the module (class_factory.h).
 template <class Interface>
 class DispatchImpl : public Interface {
 public:
@@ -231,6 +293,9 @@ public:
 
 protected:
     ~DispatchImpl() = default;
+
+private:
+    const ServerLockScope serverLock_;
 };
 
 namespace detail {

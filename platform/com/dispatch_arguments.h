@@ -17,6 +17,19 @@
 
 namespace quorvane {
 
+// The type of a slot's parameter, as a type library tells it.
+struct ParameterType {
+    VARTYPE type = VT_EMPTY;     // VT_VARIANT: a VARIANT; with VT_BYREF: a pointer to one of these
+    bool isEnumeration = false;  // VT_I4 then
+    const IID& (*interfaceId)() noexcept = nullptr;  // of VT_DISPATCH and VT_UNKNOWN
+};
+
+// Whether a VARIANT of an object fits a parameter as it is.
+constexpr bool CanHoldObject(VARTYPE type) noexcept
+{
+    return type == VT_DISPATCH || type == VT_UNKNOWN || type == VT_VARIANT;
+}
+
 // One late-bound call: its arguments sorted by parameter, and what it gives back.
 class DispatchFrame {
 public:
@@ -127,6 +140,30 @@ VARIANT VariantOf(T value) noexcept
     return result;
 }
 
+template <class T>
+concept Interface = std::derived_from<T, IUnknown>;
+
+template <class Parameter>
+consteval ParameterType TypeOf()
+{
+    using Target = std::remove_pointer_t<Parameter>;
+    if constexpr (Scalar<Parameter>) {
+        return {ScalarType<Parameter>(), std::is_enum_v<Parameter>, nullptr};
+    } else if constexpr (std::is_same_v<Parameter, BSTR>) {
+        return {VT_BSTR, false, nullptr};
+    } else if constexpr (std::is_same_v<Parameter, VARIANT>) {
+        return {VT_VARIANT, false, nullptr};
+    } else if constexpr (std::is_same_v<Parameter, SAFEARRAY*>) {
+        return {VT_ARRAY | VT_VARIANT, false, nullptr};
+    } else if constexpr (Interface<Target>) {
+        return {std::derived_from<Target, IDispatch> ? VT_DISPATCH : VT_UNKNOWN, false, &Iid<Target>};
+    } else {
+        ParameterType result = TypeOf<Target>();
+        result.type |= VT_BYREF;
+        return result;
+    }
+}
+
 // Load, Pass and Store of one parameter; the primary template covers no type.
 template <class Parameter>
 struct ParameterSlot;
@@ -184,9 +221,6 @@ struct ParameterSlot<VARIANT> : InSlot {
     }
     VARIANT Pass() noexcept { return argument ? *argument : absent.Raw(); }
 };
-
-template <class T>
-concept Interface = std::derived_from<T, IUnknown>;
 
 template <Interface T>
 struct ParameterSlot<T*> : InSlot {

@@ -54,7 +54,7 @@ template <>
 struct OperationsOf<IMachine> {
     static constexpr Operation kTable[] = {
         Get<&IMachine::get__NewEnum>(DISPID_NEWENUM, OLESTR("_NewEnum")),
-        Get<&IMachine::get_Item>(DISPID_VALUE, OLESTR("Item"), In(OLESTR("Index"))),
+        Get<&IMachine::get_Item>(DISPID_VALUE, OLESTR("Item"), In(OLESTR("Index")), Result(OLESTR("pvar"))),
         Method<&IMachine::LockItem>(5, OLESTR("LockItem"), In(OLESTR("EntryID")), In(OLESTR("StoreID")),
                                     Optional(OLESTR("AutoUnlock"), VARIANT_TRUE)),
         Method<&IMachine::Add>(15, OLESTR("Add"), In(OLESTR("Name")), Optional(OLESTR("ID")),
@@ -72,7 +72,7 @@ struct OperationsOf<IMachine> {
         Method<&IMachine::Fail>(8, OLESTR("Fail"), In(OLESTR("Code")), In(OLESTR("WithText"))),
         Method<&IMachine::IsLocked>(9, OLESTR("IsLocked"), In(OLESTR("EntryID")), Result(OLESTR("rVal"))),
         Method<&IMachine::Sum>(10, OLESTR("Sum"), In(OLESTR("Values")), Result(OLESTR("pVal"))),
-        Method<&IMachine::Validate>(11, OLESTR("Validate")),
+        Method<&IMachine::Validate>(11, OLESTR("Validate")).WithHelp(OLESTR("checks it")),
     };
 };
 
@@ -262,6 +262,31 @@ TEST_F(DispatchTest, ArgumentsAreFoundByNameAndUnknownOnesToldApart)
     EXPECT_EQ(machine->GetIDsOfNames(IID_IStream, names, 1, 0, ids), DISP_E_UNKNOWNINTERFACE);
 }
 
+TEST_F(DispatchTest, ANameThatIsNullIsRefused)
+{
+    OleString operation = OLESTR("Add");
+    LPOLESTR names[] = {operation.data(), nullptr};
+    DISPID ids[2] = {};
+
+    EXPECT_EQ(machine->GetIDsOfNames(IID_NULL, names, 2, 0, ids), E_INVALIDARG);
+    EXPECT_EQ(machine->GetIDsOfNames(IID_NULL, names, 0, 0, ids), E_INVALIDARG);
+    EXPECT_EQ(machine->GetIDsOfNames(IID_NULL, nullptr, 1, 0, ids), E_INVALIDARG);
+    EXPECT_EQ(machine->GetIDsOfNames(IID_NULL, names, 1, 0, nullptr), E_INVALIDARG);
+}
+
+TEST_F(DispatchTest, TheArgumentsOfAnUnknownOperationAreUnknownToo)
+{
+    OleString operation = OLESTR("Ad");
+    OleString argument = OLESTR("Name");
+    LPOLESTR names[] = {operation.data(), argument.data()};
+    DISPID ids[2] = {};
+
+    EXPECT_EQ(machine->GetIDsOfNames(IID_NULL, names, 2, 0, ids), DISP_E_UNKNOWNNAME);
+
+    EXPECT_EQ(ids[0], DISPID_UNKNOWN);
+    EXPECT_EQ(ids[1], DISPID_UNKNOWN);
+}
+
 TEST_F(DispatchTest, ArgumentsComeFromTheLastToTheFirst)
 {
     Call call;
@@ -340,6 +365,40 @@ TEST_F(DispatchTest, PropertiesAreReadAndWrittenUnderOneIdentifier)
     EXPECT_EQ(get.Make(machine.Get(), 13, DISPATCH_PROPERTYGET), S_OK);
     EXPECT_TRUE(get.result.Is(VT_I4));
     EXPECT_EQ(get.result.Raw().lVal, 20);
+}
+
+TEST_F(DispatchTest, AnObjectMayBePutByReferenceIntoAPropertyThatTakesOne)
+{
+    const auto part = MakeComObject<CPart>();
+    Call put;
+    put.Named(DISPID_PROPERTYPUT, Variant::Unknown(part.Get()));
+
+    EXPECT_EQ(put.Make(machine.Get(), 3, DISPATCH_PROPERTYPUTREF), S_OK);
+    EXPECT_EQ(machine->m_pRaw.Get(), static_cast<IUnknown*>(part.Get()));
+    machine->m_pRaw.Reset();
+    EXPECT_EQ(put.Make(machine.Get(), 3, DISPATCH_PROPERTYPUT | DISPATCH_PROPERTYPUTREF), S_OK);
+    EXPECT_EQ(machine->m_pRaw.Get(), static_cast<IUnknown*>(part.Get()));
+}
+
+TEST_F(DispatchTest, APropertyThatTakesNoObjectIsNotPutByReference)
+{
+    Call put;
+    put.Named(DISPID_PROPERTYPUT, Variant::Long(20));
+
+    EXPECT_EQ(put.Make(machine.Get(), 13, DISPATCH_PROPERTYPUTREF), DISP_E_MEMBERNOTFOUND);
+    EXPECT_EQ(machine->m_Colour, Colour::None);
+}
+
+TEST_F(DispatchTest, ANewValueHasToBeNamedAsOne)
+{
+    Call put;
+    put.Unnamed(Variant::Long(20));
+    EXPECT_EQ(put.Make(machine.Get(), 13, DISPATCH_PROPERTYPUT), DISP_E_PARAMNOTFOUND);
+    EXPECT_EQ(put.argumentError, 0u);
+    EXPECT_EQ(machine->m_Colour, Colour::None);
+
+    Call nothing;
+    EXPECT_EQ(nothing.Make(machine.Get(), 13, DISPATCH_PROPERTYPUT), DISP_E_PARAMNOTOPTIONAL);
 }
 
 TEST_F(DispatchTest, TheDefaultMemberIsFoundUnderZeroWhateverTheCallerCallsIt)
@@ -549,7 +608,7 @@ TEST_F(DispatchTest, AFailureWithTextBecomesAnException)
     SysFreeString(exception.bstrHelpFile);
 }
 
-TEST_F(DispatchTest, AFailureWithoutTextComesAsItIsEvenAfterAnOlderError)
+TEST_F(DispatchTest, AFailureWithoutTextIsAnExceptionWithoutTextEvenAfterAnOlderError)
 {
     RaiseError(kMachineId, OLESTR("old"), OLESTR("old"), E_FAIL);
     VARIANT arguments[2] = {Variant::Bool(false).Detach(), Variant::Long(E_ACCESSDENIED).Detach()};
@@ -557,8 +616,31 @@ TEST_F(DispatchTest, AFailureWithoutTextComesAsItIsEvenAfterAnOlderError)
     EXCEPINFO exception{};
 
     EXPECT_EQ(machine->Invoke(8, IID_NULL, 0, DISPATCH_METHOD, &params, nullptr, &exception, nullptr),
-              E_ACCESSDENIED);
+              DISP_E_EXCEPTION);
+    EXPECT_EQ(exception.scode, E_ACCESSDENIED);
     EXPECT_EQ(exception.bstrDescription, nullptr);
+}
+
+TEST_F(DispatchTest, ACodeOfTheOperationIsNotTakenForOneOfTheCall)
+{
+    VARIANT arguments[2] = {Variant::Bool(false).Detach(), Variant::Long(DISP_E_MEMBERNOTFOUND).Detach()};
+    DISPPARAMS params{arguments, nullptr, 2, 0};
+    EXCEPINFO exception{};
+
+    EXPECT_EQ(machine->Invoke(8, IID_NULL, 0, DISPATCH_METHOD, &params, nullptr, &exception, nullptr),
+              DISP_E_EXCEPTION);
+    EXPECT_EQ(exception.scode, DISP_E_MEMBERNOTFOUND);
+}
+
+TEST_F(DispatchTest, AnErrorOfTheCallItselfLeavesTheExceptionAlone)
+{
+    DISPPARAMS none{};
+    EXCEPINFO exception{};
+    exception.scode = 7;
+
+    EXPECT_EQ(machine->Invoke(8, IID_NULL, 0, DISPATCH_METHOD, &none, nullptr, &exception, nullptr),
+              DISP_E_PARAMNOTOPTIONAL);
+    EXPECT_EQ(exception.scode, 7);
 }
 
 TEST_F(DispatchTest, WithoutAPlaceForTheExceptionTheErrorStaysOnTheThread)
@@ -632,6 +714,43 @@ TEST_F(DispatchTest, TheCallersSideResolvesAnException)
 
     EXPECT_EQ(InvokeById(machine.Get(), 8, DISPATCH_METHOD, arguments), E_ACCESSDENIED);
     EXPECT_EQ(InvokeById(nullptr, 8, DISPATCH_METHOD, arguments), E_POINTER);
+}
+
+TEST(OperationTest, ASlotIsItsPlaceInTheVtable)
+{
+    constexpr auto& table = OperationsOf<IMachine>::kTable;
+
+    for (size_t i = 0; i < std::size(table); ++i)
+        EXPECT_EQ(table[i].slot(), 7 + i) << Narrow(table[i].name);
+}
+
+TEST(OperationTest, TheTypesOfParametersAreThoseOfTheSlot)
+{
+    const auto typesOf = [](size_t place) {
+        const Operation& operation = OperationsOf<IMachine>::kTable[place];
+        std::vector<VARTYPE> types;
+        for (size_t i = 0; i < operation.parameterCount; ++i)
+            types.push_back(operation.types[i].type);
+        return types;
+    };
+
+    EXPECT_EQ(typesOf(0), std::vector<VARTYPE>{VT_BYREF | VT_UNKNOWN});
+    EXPECT_EQ(typesOf(1), (std::vector<VARTYPE>{VT_VARIANT, VT_BYREF | VT_VARIANT}));
+    EXPECT_EQ(typesOf(2), (std::vector<VARTYPE>{VT_BSTR, VT_BSTR, VT_BOOL}));
+    EXPECT_EQ(typesOf(3), (std::vector<VARTYPE>{VT_BSTR, VT_VARIANT, VT_VARIANT, VT_BYREF | VT_DISPATCH}));
+    EXPECT_EQ(typesOf(5), std::vector<VARTYPE>{VT_I4});
+    EXPECT_EQ(typesOf(7), std::vector<VARTYPE>{VT_BYREF | VT_ARRAY | VT_VARIANT});
+    EXPECT_EQ(typesOf(9), (std::vector<VARTYPE>{VT_DISPATCH, VT_UI4, VT_R8}));
+    EXPECT_EQ(typesOf(10), (std::vector<VARTYPE>{VT_BYREF | VT_BOOL, VT_BYREF | VT_BSTR, VT_BYREF | VT_I4,
+                                                 VT_BYREF | VT_VARIANT}));
+    EXPECT_TRUE(OperationsOf<IMachine>::kTable[5].types[0].isEnumeration);
+    EXPECT_TRUE(IsEqualIID(OperationsOf<IMachine>::kTable[9].types[0].interfaceId(), kPartId));
+}
+
+TEST(OperationTest, ANewValueThatIsAPointerGoesInAndOut)
+{
+    EXPECT_EQ(OperationsOf<IMachine>::kTable[7].arguments[0].kind, ArgumentKind::InOut);
+    EXPECT_EQ(OperationsOf<IMachine>::kTable[5].arguments[0].kind, ArgumentKind::In);
 }
 
 }  // namespace

@@ -46,6 +46,24 @@ TEST_F(EnumVariantTest, SkipStopsAtTheEndAndResetStartsAnew)
     EXPECT_EQ(elements[0].lVal, 1);
 }
 
+TEST_F(EnumVariantTest, APlaceForTheResultIsAlwaysNeeded)
+{
+    EXPECT_EQ(enumerator->Next(1, nullptr, &fetched), E_POINTER);
+    EXPECT_EQ(fetched, 0u);
+    EXPECT_EQ(enumerator->Clone(nullptr), E_POINTER);
+    EXPECT_EQ(CEnumVariant::Create({}, static_cast<IUnknown**>(nullptr)), E_POINTER);
+    EXPECT_EQ(CEnumVariant::Create({}, static_cast<IEnumVARIANT**>(nullptr)), E_POINTER);
+}
+
+TEST_F(EnumVariantTest, NothingIsEnumeratedOfNoValues)
+{
+    ASSERT_EQ(CEnumVariant::Create({}, enumerator.Put()), S_OK);
+
+    EXPECT_EQ(enumerator->Next(1, elements, &fetched), S_FALSE);
+    EXPECT_EQ(fetched, 0u);
+    EXPECT_EQ(enumerator->Skip(0), S_OK);
+}
+
 TEST_F(EnumVariantTest, ACloneStartsWhereTheOriginalStandsAndGoesItsOwnWay)
 {
     ASSERT_EQ(enumerator->Skip(1), S_OK);
