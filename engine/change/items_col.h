@@ -2,15 +2,9 @@
 #ifndef QUORVANE_ENGINE_CHANGE_ITEMS_COL_H_
 #define QUORVANE_ENGINE_CHANGE_ITEMS_COL_H_
 
-#include "platform/com/dispatch.h"
-#include "quorvane3/object_model.h"
+#include "engine/session/context/operations.h"
 
 namespace quorvane {
-
-template <>
-struct OperationsOf<IItemsCol> {
-    static constexpr Operation kTable[] = {Get<&IItemsCol::get_RawTable>(90, OLESTR("RawTable"))};
-};
 
 // Holds one table. Any thread may call; the table itself is its owner's.
 class CItemsCol final : public ComObject<CItemsCol, DispatchImpl<IItemsCol>> {

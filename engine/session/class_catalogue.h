@@ -13,6 +13,8 @@ namespace quorvane {
 struct CatalogueEntry {
     const CLSID* clsid;
     const OLECHAR* name;            // as in the program identifiers quorvane3.NAME and quorvane3.NAME.1
+    const IID* defaultInterface;    // which its objects answer, as they do IDispatch
+    const IID* sourceInterface;     // of its objects' one connection point; null when they have none
     const OLECHAR* threadingModel;  // as it is registered
     bool creatable;                 // as the type library says it
     // Makes an object. E_OUTOFMEMORY, E_NOINTERFACE.

@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include "engine/change/items_col.h"
 #include "engine/session/context/operations.h"
+#include "engine/session/context/type_catalogue.h"
 #include "platform/com/class_factory.h"
 #include "platform/com/error_text.h"
 
@@ -24,6 +26,77 @@ TEST(ClassCatalogueTest, EveryClassCanBeMade)
     EXPECT_EQ(ClassCatalogue().size(), 13u);
     for (const CatalogueEntry& entry : ClassCatalogue())
         EXPECT_TRUE(Make<IDispatch>(*entry.clsid)) << Narrow(entry.name);
+}
+
+TEST(ClassCatalogueTest, AnObjectAnswersItsDefaultInterfaceAsItsDispatch)
+{
+    for (const CatalogueEntry& entry : ClassCatalogue()) {
+        const auto object = Make<IDispatch>(*entry.clsid);
+        ComPtr<IDispatch> dual;
+
+        EXPECT_EQ(object->QueryInterface(*entry.defaultInterface, dual.PutVoid()), S_OK)
+            << Narrow(entry.name);
+        EXPECT_EQ(dual.Get(), object.Get()) << Narrow(entry.name);
+    }
+}
+
+TEST(ClassCatalogueTest, AnObjectFindsTheNamesOfItsDefaultInterfaceInAnyCase)
+{
+    for (const CatalogueEntry& entry : ClassCatalogue()) {
+        const auto object = Make<IDispatch>(*entry.clsid);
+        const InterfaceType* const type = FindInterfaceType(*entry.defaultInterface);
+        ASSERT_NE(type, nullptr) << Narrow(entry.name);
+        for (const Operation& operation : type->operations) {
+            OleString name(operation.name);
+            for (OLECHAR& c : name)
+                c = c >= 'a' && c <= 'z' ? static_cast<OLECHAR>(c - 'a' + 'A') : c;
+            LPOLESTR names[] = {name.data()};
+            DISPID id = DISPID_UNKNOWN;
+
+            EXPECT_EQ(object->GetIDsOfNames(IID_NULL, names, 1, 0, &id), S_OK) << Narrow(name);
+            EXPECT_EQ(id, operation.id) << Narrow(entry.name) << "." << Narrow(name);
+        }
+    }
+}
+
+TEST(ClassCatalogueTest, OnlyClassesWithASourceInterfaceHaveAConnectionPointAndItIsOfThatInterface)
+{
+    for (const CatalogueEntry& entry : ClassCatalogue()) {
+        const auto object = Make<IDispatch>(*entry.clsid);
+        ComPtr<IConnectionPointContainer> container;
+        EXPECT_EQ(SUCCEEDED(object.As(container)), entry.sourceInterface != nullptr) << Narrow(entry.name);
+        if (!entry.sourceInterface || !container)
+            continue;
+        ComPtr<IEnumConnectionPoints> points;
+        ComPtr<IConnectionPoint> found;
+        ComPtr<IConnectionPoint> listed;
+        ComPtr<IConnectionPoint> none;
+
+        EXPECT_EQ(container->FindConnectionPoint(*entry.sourceInterface, found.Put()), S_OK);
+        EXPECT_EQ(container->FindConnectionPoint(*entry.defaultInterface, none.Put()),
+                  CONNECT_E_NOCONNECTION);
+        ASSERT_EQ(container->EnumConnectionPoints(points.Put()), S_OK);
+        EXPECT_EQ(points->Next(1, listed.Put(), nullptr), S_OK);
+        EXPECT_EQ(listed, found);
+        EXPECT_EQ(points->Next(1, none.Put(), nullptr), S_FALSE);
+    }
+}
+
+TEST(ClassCatalogueTest, SessionFolderAndItemSupportErrorInfoForTheirOwnInterfaceAlone)
+{
+    for (const CatalogueEntry& entry : ClassCatalogue()) {
+        const auto object = Make<IDispatch>(*entry.clsid);
+        const OleStringView name = entry.name;
+        const bool offers = name == OLESTR("Session2") || name == OLESTR("Folder") || name == OLESTR("Item");
+        ComPtr<ISupportErrorInfo> support;
+        EXPECT_EQ(SUCCEEDED(object.As(support)), offers) << Narrow(name);
+        if (!offers || !support)
+            continue;
+
+        EXPECT_EQ(support->InterfaceSupportsErrorInfo(*entry.defaultInterface), S_OK) << Narrow(name);
+        EXPECT_EQ(support->InterfaceSupportsErrorInfo(IID_IDispatch), S_FALSE) << Narrow(name);
+        EXPECT_EQ(support->InterfaceSupportsErrorInfo(IID_ILibrary), S_FALSE) << Narrow(name);
+    }
 }
 
 TEST(ClassCatalogueTest, FiveClassesAndTheLibraryAreCreatable)
@@ -61,12 +134,12 @@ TEST(ClassCatalogueTest, NothingIsAggregated)
     EXPECT_EQ(factory->CreateInstance(factory.Get(), IID_IUnknown, object.PutVoid()), CLASS_E_NOAGGREGATION);
 }
 
-TEST(ClassCatalogueTest, AnObjectAndALockKeepTheModule)
+TEST(ClassCatalogueTest, AnObjectOfAnyClassAndALockKeepTheModule)
 {
     ASSERT_FALSE(ServerLocks::AreHeld());
-    {
-        const auto library = Make<ILibrary>(CLSID_Library);
-        EXPECT_TRUE(ServerLocks::AreHeld());
+    for (const CatalogueEntry& entry : ClassCatalogue()) {
+        const auto object = Make<IDispatch>(*entry.clsid);
+        EXPECT_TRUE(ServerLocks::AreHeld()) << Narrow(entry.name);
     }
     EXPECT_FALSE(ServerLocks::AreHeld());
 
@@ -99,6 +172,24 @@ TEST(DetachedObjectsTest, ALateBoundCallerGetsTheText)
     const Bstr source = Bstr::Attach(exception.bstrSource);
     const Bstr help = Bstr::Attach(exception.bstrHelpFile);
     EXPECT_EQ(description.View(), OLESTR("Please login first."));
+    EXPECT_EQ(source.View(), OLESTR("quorvane3.Library.1"));
+    EXPECT_EQ(exception.scode, DISP_E_EXCEPTION);
+}
+
+TEST(DetachedObjectsTest, AWrappedTableIsHandedOutWithOneMoreReference)
+{
+    const auto table = Make<IUnknown>(CLSID_Option);
+    const auto column = MakeComObject<CItemsCol>(table.Get());
+    const auto references = [&] {
+        table->AddRef();
+        return table->Release();
+    };
+    const ULONG before = references();
+    ComPtr<IUnknown> raw;
+
+    EXPECT_EQ(column->get_RawTable(raw.Put()), S_OK);
+    EXPECT_EQ(raw, table);
+    EXPECT_EQ(references(), before + 1);
 }
 
 TEST(DetachedObjectsTest, AnItemKeepsWhatIsPutIntoIt)

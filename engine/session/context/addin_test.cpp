@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "engine/session/context/operations.h"
+#include "engine/session/context/type_catalogue.h"
 #include "quorvane3/callbacks.h"
 
 namespace quorvane {
@@ -38,6 +39,34 @@ public:
     HRESULT STDMETHODCALLTYPE Display(VARIANT_BOOL, LONG) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE get_UnRead(VARIANT_BOOL*) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE put_UnRead(VARIANT_BOOL) override { return E_NOTIMPL; }
+};
+
+// A folder, likewise.
+class FakeFolder final : public ComObject<FakeFolder, DispatchImpl<IFolder>> {
+public:
+    HRESULT STDMETHODCALLTYPE get_EntryID(BSTR*) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE put_EntryID(BSTR) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE get_Raw(IUnknown**) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE get_CustomInfo(BSTR*) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE put_CustomInfo(BSTR) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE Resend(BSTR, VARIANT, VARIANT, VARIANT) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE get_StoreID(BSTR*) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE put_StoreID(BSTR) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE Send(VARIANT) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE get_ID(BSTR*) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE put_ID(BSTR) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE Validate() override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE CreateItem(VARIANT, VARIANT, IItem**) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE get_IgnoreEvents(VARIANT_BOOL*) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE put_IgnoreEvents(VARIANT_BOOL) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE get_Options(IOptions**) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE OpenStore(ULONG, IUnknown**) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE ResendEx(BSTR, IQuorvaneRestrict*, VARIANT, VARIANT, VARIANT) override
+    {
+        return E_NOTIMPL;
+    }
+    HRESULT STDMETHODCALLTYPE get_Restriction(IQuorvaneRestrict**) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE put_Restriction(IQuorvaneRestrict*) override { return E_NOTIMPL; }
 };
 
 // Notes what it hears and answers as told.
@@ -206,6 +235,66 @@ TEST_F(AddinTest, ATextThatIsNoneIsRefused)
 
     EXPECT_EQ(odd.DatabasePath(path), DISP_E_TYPEMISMATCH);
     EXPECT_EQ(path.View(), OLESTR("before"));
+}
+
+// Compares each call with what the catalogue says of its identifier.
+class ExactHost final : public detail::CallbackObject<ExactHost, IQuorvaneExt> {
+public:
+    HRESULT STDMETHODCALLTYPE Invoke(DISPID id, REFIID riid, LCID, WORD flags, DISPPARAMS* params,
+                                     VARIANT* result, EXCEPINFO*, UINT*) override
+    {
+        EXPECT_TRUE(IsEqualIID(riid, IID_NULL));
+        const Operation* const operation = Find(id);
+        EXPECT_NE(operation, nullptr) << id;
+        if (!operation)
+            return DISP_E_MEMBERNOTFOUND;
+        called.push_back(Narrow(operation->name));
+        EXPECT_EQ(flags, static_cast<WORD>(operation->kind)) << called.back();
+        EXPECT_EQ(params->cNamedArgs, 0u) << called.back();
+        EXPECT_EQ(params->cArgs, operation->ArgumentCount()) << called.back();
+        for (UINT i = 0; i < std::min<UINT>(params->cArgs, static_cast<UINT>(operation->ArgumentCount()));
+             ++i)
+            EXPECT_EQ(params->rgvarg[params->cArgs - 1 - i].vt, operation->types[i].type)
+                << called.back() << i;
+        if (operation->HasResult() && result)
+            *result = Variant::Text(OLESTR("text")).Detach();
+        return S_OK;
+    }
+    HRESULT Call(DISPID, const DISPPARAMS&, VARIANT*) { return E_NOTIMPL; }
+
+    std::vector<std::string> called;
+
+private:
+    static const Operation* Find(DISPID id)
+    {
+        for (const Operation& operation : FindInterfaceType(DIID_IQuorvaneExt)->operations)
+            if (operation.id == id)
+                return &operation;
+        return nullptr;
+    }
+};
+
+TEST_F(AddinTest, EveryCallHasTheIdentifierKindAndArgumentsOfTheCatalogue)
+{
+    const auto listener = MakeComObject<ExactHost>();
+    const Addin exact(ComPtr<IQuorvaneExt>(listener.Get()));
+    const Bstr text(OLESTR("text"));
+    const auto folder = MakeComObject<FakeFolder>();
+    Bstr answer;
+
+    EXPECT_EQ(exact.OnItemResend(item.Get(), text.Get(), ignore), S_OK);
+    EXPECT_EQ(exact.OnFolderReceived(folder.Get(), text.Get()), S_OK);
+    EXPECT_EQ(exact.OnItemAdded(item.Get(), ignore), S_OK);
+    EXPECT_EQ(exact.OnItemChanged(item.Get(), ignore), S_OK);
+    EXPECT_EQ(exact.OnItemDeleted(item.Get(), ignore), S_OK);
+    EXPECT_EQ(exact.OnItemReceived(item.Get(), text.Get(), ignore), S_OK);
+    EXPECT_EQ(exact.OnPostprocess(text.Get(), text.Get()), S_OK);
+    EXPECT_EQ(exact.DatabasePath(answer), S_OK);
+    EXPECT_EQ(exact.ProductCode(answer), S_OK);
+
+    EXPECT_EQ(listener->called, (std::vector<std::string>{"onItemResend", "onFolderReceived", "onItemAdded",
+                                                          "onItemChanged", "onItemDeleted", "onItemReceived",
+                                                          "onPostprocess", "DatabasePath", "ProductCode"}));
 }
 
 // The identifiers are what hosts bind to.

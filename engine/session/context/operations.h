@@ -1,8 +1,8 @@
 // session/context/operations.h: the operations of every dual interface, as a late-bound caller sees them.
 //
-// One table an interface (that of IItemsCol stands beside its class), in the order of the slots, for
-// platform/com/dispatch.h: a class that lists DispatchImpl<IFolder> answers GetIDsOfNames and Invoke from the
-// table here. The identifiers are what hosts bind to and never change.
+// One table an interface, in the order of the slots, for platform/com/dispatch.h: a class that lists
+// DispatchImpl<IFolder> answers GetIDsOfNames and Invoke from the table here. The identifiers are what hosts
+// bind to and never change; docs/object-model.txt lists them all.
 #ifndef QUORVANE_ENGINE_SESSION_CONTEXT_OPERATIONS_H_
 #define QUORVANE_ENGINE_SESSION_CONTEXT_OPERATIONS_H_
 
@@ -50,7 +50,8 @@ struct OperationsOf<ISession2> {
         Method<&ISession2::CancelResend>(11, OLESTR("CancelResend"), Optional(OLESTR("ID"))),
         Get<&ISession2::get_Options>(12, OLESTR("Options")),
         Get<&ISession2::get_DBPath>(15, OLESTR("DBPath")),
-        Method<&ISession2::DeleteItem>(13, OLESTR("DeleteItem"), In(OLESTR("ID"))),
+        Method<&ISession2::DeleteItem>(13, OLESTR("DeleteItem"), In(OLESTR("ID")))
+            .WithHelp(OLESTR("method DeleteItem. Removes information about item from Quorvane database")),
         Get<&ISession2::get_Raw>(14, OLESTR("Raw")),
     };
 };
@@ -59,7 +60,7 @@ template <>
 struct OperationsOf<IFolders> {
     static constexpr Operation kTable[] = {
         Get<&IFolders::get__NewEnum>(kDispidNewEnum, OLESTR("_NewEnum")),
-        Get<&IFolders::get_Item>(kDispidItem, OLESTR("Item"), In(OLESTR("Index"))),
+        Get<&IFolders::get_Item>(kDispidItem, OLESTR("Item"), In(OLESTR("Index")), Result(OLESTR("pvar"))),
         Get<&IFolders::get_Count>(kDispidCount, OLESTR("Count")),
         Method<&IFolders::Add>(2, OLESTR("Add"), In(OLESTR("EntryID")), In(OLESTR("StoreID")),
                                Optional(OLESTR("ID")), Optional(OLESTR("ProgressBar")),
@@ -134,7 +135,8 @@ template <>
 struct OperationsOf<IStorageFiles> {
     static constexpr Operation kTable[] = {
         Get<&IStorageFiles::get__NewEnum>(kDispidNewEnum, OLESTR("_NewEnum")),
-        Get<&IStorageFiles::get_Item>(kDispidItem, OLESTR("Item"), In(OLESTR("Index"))),
+        Get<&IStorageFiles::get_Item>(kDispidItem, OLESTR("Item"), In(OLESTR("Index")),
+                                      Result(OLESTR("pvar"))),
         Get<&IStorageFiles::get_Count>(kDispidCount, OLESTR("Count")),
         Method<&IStorageFiles::Add>(2, OLESTR("Add"), In(OLESTR("Recipients")), Result(OLESTR("pVal"))),
         Method<&IStorageFiles::Remove>(3, OLESTR("Remove"), In(OLESTR("Index"))),
@@ -162,7 +164,7 @@ template <>
 struct OperationsOf<IOptions> {
     static constexpr Operation kTable[] = {
         Get<&IOptions::get__NewEnum>(kDispidNewEnum, OLESTR("_NewEnum")),
-        Get<&IOptions::get_Item>(kDispidItem, OLESTR("Item"), In(OLESTR("Index"))),
+        Get<&IOptions::get_Item>(kDispidItem, OLESTR("Item"), In(OLESTR("Index")), Result(OLESTR("pvar"))),
         Get<&IOptions::get_Count>(kDispidCount, OLESTR("Count")),
     };
 };
@@ -180,6 +182,13 @@ template <>
 struct OperationsOf<IMsgStores> {
     static constexpr Operation kTable[] = {
         Method<&IMsgStores::Add>(1, OLESTR("Add"), In(OLESTR("pMsgStore"))),
+    };
+};
+
+template <>
+struct OperationsOf<IItemsCol> {
+    static constexpr Operation kTable[] = {
+        Get<&IItemsCol::get_RawTable>(90, OLESTR("RawTable")),
     };
 };
 
