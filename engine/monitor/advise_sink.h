@@ -13,7 +13,7 @@
 // What lives how long: MAPI and each batch under way hold a reference to the sink, and through it to store,
 // table and restriction. The folder isn't counted: DropFolder cuts it off under the sink's lock, and a batch
 // whose turn comes later is dropped. The session isn't counted either: each batch passes the session's
-// NotificationGate, at which ~CSession2 waits after its folders have gone.
+// NotificationGate, at which ~CSession2 waits before anything goes that a batch uses.
 #ifndef QUORVANE_ENGINE_MONITOR_ADVISE_SINK_H_
 #define QUORVANE_ENGINE_MONITOR_ADVISE_SINK_H_
 

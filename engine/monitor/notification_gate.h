@@ -3,8 +3,8 @@
 // Each batch runs on a thread of its own that nobody joins. It works with the session's stores, hash stores,
 // database and host, so the session must not take those away while a batch is inside. A batch enters the gate
 // on MAPI's thread, before its own thread starts, and leaves as the very last thing that it does. A session
-// that ends closes the gate, after its folders have ended their subscriptions, and waits for the last to
-// leave; what arrives later is turned away.
+// that ends closes the gate, before it lets go of any of these, and waits for the last to leave; what arrives
+// later, until the folders end their subscriptions, is turned away.
 //
 // Threading: any thread may call. Shared by the session and its sinks, so that a sink that MAPI still holds
 // finds a closed gate instead of a session that is gone.
