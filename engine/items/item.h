@@ -27,6 +27,7 @@ namespace quorvane {
 
 class CMapiObjectsCache;
 class DatabaseSession;
+class LocalMessageId;
 
 class CItem : public ComObject<CItem, Answers<IPersistStorage, IPersist>, IPersistStreamInit,
                                ISupportErrorInfo, DispatchImpl<IItem>> {
@@ -188,6 +189,9 @@ private:
     HRESULT ReplaceReceived(IMessage& local, DatabaseSession& session) noexcept;
     HRESULT WriteReceived(IMessage& local, DatabaseSession& session) noexcept;
     HRESULT DeleteReceived(IMsgStore& store, IMessage& local, DatabaseSession& session) noexcept;
+    HRESULT DeleteWithRow(DatabaseSession& session, LocalMessageId& id, IMAPIFolder& folder) noexcept;
+    HRESULT RewriteRow(DatabaseSession& session) noexcept;
+    HRESULT RewriteRow() noexcept;
     HRESULT Postprocess() noexcept;
     HRESULT PostprocessThreadProc(BSTR entryId, BSTR storeId) noexcept;
     HRESULT CreateLocal(IMsgStore& store, ComPtr<IMessage>& local) noexcept;

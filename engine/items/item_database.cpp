@@ -1,6 +1,7 @@
 // An item's row in tblItem.
 #include "engine/items/item.h"
 #include "engine/items/new_id.h"
+#include "engine/items/row_change.h"
 #include "engine/persist/database.h"
 #include "engine/persist/statements.h"
 #include "engine/session/trace/trace.h"
@@ -107,6 +108,24 @@ HRESULT CItem::DBAppend(DatabaseSession& session) noexcept
         .Text(width::kStoreId, m_bstrStoreID.Get())
         .Double(m_dblLastModified);
     return TracedStatement(traced, session.Execute(statements::kAppendItem, parameters));
+}
+
+// The row that stands is lost only to the new one.
+HRESULT CItem::RewriteRow(DatabaseSession& session) noexcept
+{
+    RowChange change(session);
+    HR_IGNORE(DBDelete(session), "there may be no row yet");
+    HR_TRY_QUIET(DBAppend(session));
+    return TracedStatement(Traced{"CItem::DBAppend"}, change.Commit());
+}
+
+HRESULT CItem::RewriteRow() noexcept
+{
+    DatabaseSession session;
+    if (SUCCEEDED(m_pSession->Database().OpenSession(session)))
+        return RewriteRow(session);
+    HR_IGNORE(DBDelete(), "there may be no row yet");
+    return DBAppend();
 }
 
 HRESULT CItem::DBUpdate() noexcept

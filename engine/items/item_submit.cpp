@@ -3,6 +3,7 @@
 #include "engine/items/exclusions.h"
 #include "engine/items/item.h"
 #include "engine/items/local_message.h"
+#include "engine/items/row_change.h"
 #include "engine/items/submit_scope.h"
 #include "engine/persist/database.h"
 #include "engine/persist/hash_db.h"
@@ -10,6 +11,36 @@
 #include "engine/storeaccess/objects_cache.h"
 
 namespace quorvane {
+
+namespace {
+
+// Makes a hash store forget an item, whose deletion is then no change to report.
+class ForgottenHash {
+public:
+    ForgottenHash(CHashDBMap& stores, const Bstr& folderId, const Bstr& entryId) noexcept
+        : store_(stores.Find(folderId.Get())), entryId_(entryId)
+    {
+        LONG flags = 0;
+        if (store_ && SUCCEEDED(store_->GetHash(entryId.Get(), hash_.Put(), &flags)))
+            flags_ = flags;
+        stores.SetHash(entryId.Get(), folderId.Get(), nullptr);
+    }
+
+    // Recalls it: the item is still there.
+    void PutBack() noexcept
+    {
+        if (store_ && !hash_.IsEmpty())
+            HR_IGNORE(store_->SetHash(entryId_.Get(), hash_.Get(), flags_), "as of a hash that is set");
+    }
+
+private:
+    CHashDB* const store_;
+    const Bstr& entryId_;
+    Bstr hash_;
+    LONG flags_ = 0;
+};
+
+}  // namespace
 
 HRESULT CItem::Submit(DatabaseSession& session, CMapiObjectsCache& cache) noexcept
 {
@@ -74,8 +105,7 @@ HRESULT CItem::WriteReceived(IMessage& local, DatabaseSession& session) noexcept
     ReleaseMessage();
     HR_TRY_QUIET(put_Raw(&local));
     m_pSession->HashStores().SetHash(m_bstrEntryID.Get(), m_bstrFolderID.Get(), &local);
-    HR_IGNORE(DBDelete(session), "there may be no row yet");
-    return DBAppend(session);
+    return RewriteRow(session);
 }
 
 HRESULT CItem::DeleteReceived(IMsgStore& store, IMessage& local, DatabaseSession& session) noexcept
@@ -86,9 +116,22 @@ HRESULT CItem::DeleteReceived(IMsgStore& store, IMessage& local, DatabaseSession
     HR_TRY_QUIET(ParentEntryId(parent));
     ComPtr<IMAPIFolder> folder;
     HR_TRY_QUIET(OpenEntryById(store, parent.Get(), MAPI_MODIFY, folder));
+    ForgottenHash hash(m_pSession->HashStores(), m_bstrFolderID, m_bstrEntryID);
+    const HRESULT hr = DeleteWithRow(session, id, *folder);
+    if (FAILED(hr))
+        hash.PutBack();
+    return hr;
+}
+
+// A message that can't be deleted keeps its row, so that it remains the item that it is.
+HRESULT CItem::DeleteWithRow(DatabaseSession& session, LocalMessageId& id, IMAPIFolder& folder) noexcept
+{
+    RowChange change(session);
     HR_IGNORE(DBDelete(session), "the deletion of the message decides");
-    m_pSession->HashStores().SetHash(m_bstrEntryID.Get(), m_bstrFolderID.Get(), nullptr);
-    return id.DeleteFrom(*folder);
+    const HRESULT hr = id.DeleteFrom(folder);
+    if (SUCCEEDED(hr))
+        HR_IGNORE(TracedStatement(Traced{"CItem::DBDelete"}, change.Commit()), "as of the statement");
+    return hr;
 }
 
 HRESULT CItem::Postprocess() noexcept

@@ -3,6 +3,7 @@
 #include "engine/items/entry.h"
 #include "engine/items/item.h"
 #include "engine/items/local_message.h"
+#include "engine/persist/database.h"
 #include "engine/session/options/options.h"
 
 namespace quorvane {
@@ -63,8 +64,7 @@ HRESULT CItem::WriteLocal(IMessage& local, bool& leaveReset) noexcept
     HR_TRY_QUIET(local.SaveChanges(KEEP_OPEN_READONLY));
     m_pMessage.Reset();
     HR_TRY_QUIET(put_Raw(&local));
-    HR_IGNORE(DBDelete(), "there may be no row yet");
-    return DBAppend();
+    return RewriteRow();
 }
 
 // Unread, unless the folder keeps the item's own read state.
@@ -92,6 +92,9 @@ HRESULT CItem::DeleteLocal(IMsgStore& store, IMessage& local) noexcept
     HR_TRY_QUIET(ParentEntryId(parent));
     ComPtr<IMAPIFolder> folder;
     HR_TRY_QUIET(OpenEntryById(store, parent.Get(), MAPI_MODIFY, folder));
+    DatabaseSession session;
+    if (SUCCEEDED(m_pSession->Database().OpenSession(session)))
+        return DeleteWithRow(session, id, *folder);
     HR_IGNORE(DBDelete(), "the deletion of the message decides");
     return id.DeleteFrom(*folder);
 }
