@@ -7,6 +7,7 @@
 
 #include "engine/session/context/addin.h"
 #include "engine/session/testing/logon_test_base.h"
+#include "engine/transfer/pool/pool_jobs_for_test.h"
 #include "platform/com/error_text.h"
 #include "platform/registry/registry.h"
 
@@ -271,6 +272,43 @@ TEST_F(LifecycleTest, WhileNoItemIsWrittenTheSubmitEventIsSetForAllSessions)
 
     EXPECT_FALSE(named.IsSet());
     Inner().ItemSubmitEvent().Set();
+}
+
+// Runs until it may end; tells how many run beside it.
+class CountedJob final : public IWorkingThread {
+public:
+    CountedJob(testing::Counter& running, Event& mayEnd) : running_(running), mayEnd_(mayEnd) {}
+    DWORD ThreadProc(Event&) override
+    {
+        running_.Add();
+        mayEnd_.Wait();
+        running_.Add(-1);
+        return 0;
+    }
+
+private:
+    testing::Counter& running_;
+    Event& mayEnd_;
+};
+
+TEST_F(LifecycleTest, OneReceivedFileAndTwoResendsAreWorkedOnAtOnce)
+{
+    testing::Counter receiving;
+    testing::Counter resending;
+    Event mayEnd;
+    ASSERT_EQ(mayEnd.Create(false), S_OK);
+    ASSERT_EQ(Logon(), S_OK);
+    for (int i = 0; i < 4; ++i) {
+        ASSERT_EQ(Inner().ReceivePool()->Add(std::make_unique<CountedJob>(receiving, mayEnd)), S_OK);
+        ASSERT_EQ(Inner().ResendPool()->Add(std::make_unique<CountedJob>(resending, mayEnd)), S_OK);
+    }
+    EXPECT_TRUE(receiving.WaitFor(1));
+    EXPECT_TRUE(resending.WaitFor(2));
+    mayEnd.Set();
+    End();
+
+    EXPECT_EQ(receiving.Highest(), 1);
+    EXPECT_EQ(resending.Highest(), 2);
 }
 
 TEST_F(LifecycleTest, AHalfMadeSessionMayEndAtAnyPoint)

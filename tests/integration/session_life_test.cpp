@@ -84,6 +84,30 @@ TEST_F(SessionLifeTest, AnOptionThatChangesToTrueCountsAsSet)
     EXPECT_EQ(logon->Host().Events("added").front().entryId, *heard.Find("heard"));
 }
 
+TEST_F(SessionLifeTest, ObjectsThatAHostKeepsTooLongMayStillBeReleased)
+{
+    const ComPtr<IFolder> shared = logon->Share(folder, "{folder}");
+    const std::string entryId = folder.Add("Hello", "text");
+    ASSERT_TRUE(logon->Host().Heard("added"));
+    ASSERT_TRUE(Eventually([this] { return mailbox.Query("SELECT count(*) FROM tblItem") == 1; }));
+    ComPtr<IFolders> folders;
+    ComPtr<IItem> item;
+    ASSERT_EQ(logon->Session().get_Folders(folders.Put()), S_OK);
+    ASSERT_EQ(logon->Session().GetItemFromID(Variant::Missing().Raw(), Variant::Text(FromUtf8(entryId)).Raw(),
+                                             Variant::Missing().Raw(), item.Put()),
+              S_OK);
+    const ComPtr<IStorageFiles> files = logon->StorageFiles();
+    const ComPtr<IOption> option = OptionAt(Variant::Long(1));
+    ComPtr<IUnknown> raw;
+    ASSERT_EQ(logon->Session().get_Raw(raw.Put()), S_OK);
+    logon.reset();
+
+    folder.Add("unheard", "text");
+    folders.Reset();
+    item.Reset();
+    EXPECT_FALSE(item);
+}
+
 TEST_F(SessionLifeTest, ALibraryThatGoesWaitsForTheJobThatRuns)
 {
     const TestMailbox sender;

@@ -61,9 +61,10 @@ STDAPI MAPILogonEx(ULONG_PTR window, LPTSTR profile, LPTSTR password, ULONG flag
     std::snprintf(call, sizeof call, "MAPILogonEx %u %s %s 0x%x", static_cast<unsigned>(window),
                   OrNull(profile), OrNull(password), static_cast<unsigned>(flags));
     const HRESULT hr = Tell(call);
-    if (SUCCEEDED(hr))
-        *session = quorvane::MakeComObject<FakeSession>().Detach();
-    return hr;
+    if (FAILED(hr))
+        return hr;
+    *session = quorvane::MakeComObject<FakeSession>().Detach();
+    return *session ? S_OK : E_OUTOFMEMORY;
 }
 
 extern "C" void WatchFakeMapi(MapiWatcher* watcher)
