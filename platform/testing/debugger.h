@@ -1,0 +1,23 @@
+// platform/testing/debugger.h: what a debugger would be told.
+#ifndef QUORVANE_PLATFORM_TESTING_DEBUGGER_H_
+#define QUORVANE_PLATFORM_TESTING_DEBUGGER_H_
+
+#include <filesystem>
+
+namespace quorvane::test {
+
+// While it lives, text for the debugger is appended to a file. One at a time; on Windows no real debugger.
+class DebuggerForTest {
+public:
+    explicit DebuggerForTest(const std::filesystem::path& file);
+    DebuggerForTest(const DebuggerForTest&) = delete;
+    DebuggerForTest& operator=(const DebuggerForTest&) = delete;
+    ~DebuggerForTest();
+
+private:
+    void* const handler_;
+};
+
+}  // namespace quorvane::test
+
+#endif  // QUORVANE_PLATFORM_TESTING_DEBUGGER_H_
