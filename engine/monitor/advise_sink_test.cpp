@@ -1,7 +1,6 @@
 #include "engine/monitor/advise_sink.h"
 
 #include <gtest/gtest.h>
-#include <stdlib.h>
 
 #include <chrono>
 #include <filesystem>
@@ -11,6 +10,7 @@
 
 #include "engine/monitor/notify_thread.h"
 #include "engine/monitor/test_doubles.h"
+#include "platform/testing/surroundings.h"
 
 namespace quorvane {
 namespace {
@@ -27,9 +27,7 @@ class AdviseSinkTest : public testing::Test {
 protected:
     void SetUp() override
     {
-        std::string pattern = (std::filesystem::temp_directory_path() / "qv-sink-XXXXXX").string();
-        ASSERT_TRUE(mkdtemp(pattern.data()));
-        directory = pattern;
+        directory = test::MakeTestDirectory();
         const Bstr path(FromUtf8(directory.string() + "/"));
         ASSERT_EQ(session.HashStores().Add(kFolderId.Get(), path.Get()), 1);
         sink->SetSession(&session);

@@ -8,6 +8,7 @@
 #include "engine/persist/hash_db.h"
 #include "engine/session/trace/trace.h"
 #include "engine/storeaccess/thread_init.h"
+#include "platform/com/apartment.h"
 
 namespace quorvane {
 
@@ -132,6 +133,8 @@ HRESULT WorkOff(const CAdviseSink& sink, const NotificationBatch& batch) noexcep
 
 HRESULT NotifyThreadProc(ComPtr<CAdviseSink> sink, std::shared_ptr<NotifyThreadArgs> args) noexcept
 {
+    // The host is called through the global table.
+    const FreeThreadScope freeThread;
     CMAPIThreadInit mapiOnThread;
     const HRESULT initialized = mapiOnThread.Init();
     // The last reference to the folder's store and table may be this one: it goes while MAPI is still there.

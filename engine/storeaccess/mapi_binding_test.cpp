@@ -1,7 +1,5 @@
 #include "engine/storeaccess/mapi_binding.h"
 
-#include <sys/inotify.h>
-
 #include <atomic>
 #include <cstdio>
 #include <map>
@@ -113,7 +111,7 @@ void BindExports(const std::vector<std::string>& names)
     std::string exports;
     for (const std::string& name : names)
         exports += name + ' ';
-    setenv("FAKE_EXPORTS", exports.c_str(), 1);
+    test::SetVariable("FAKE_EXPORTS", exports.c_str());
     BindMapiLibrary();
 }
 
@@ -301,7 +299,7 @@ TEST_F(MapiBindingTest, APathThatComesWithARefusalIsTriedWhenNoLanguageHasABette
 {
     InstallClient(RegistryHive::CurrentUser, "Client", "{C}", "1033", "1031");
     ComponentLiesUnder("1033");
-    setenv("FAKE_COMPONENT_REFUSES", "1", 1);
+    test::SetVariable("FAKE_COMPONENT_REFUSES", "1");
     BINDS_ALONE([] {
         return Initialize() == kFromComponent && Asked() == "{C}/1033/260/1 {C}/1031/260/1 {C}/-/260/1 ";
     });
@@ -311,7 +309,7 @@ TEST_F(MapiBindingTest, AComponentThatCannotBeLoadedGivesWayToTheSystem)
 {
     InstallClient(RegistryHive::CurrentUser, "Client", "{C}", "1033");
     ComponentLiesUnder("1033");
-    ComponentIs("component/none.so");
+    ComponentIs("component/none.dll");
     BINDS_ALONE([] { return Initialize() == kFromAskingSystem; });
 }
 
@@ -319,16 +317,6 @@ TEST_F(MapiBindingTest, AClientWithoutAComponentIsNotAskedFor)
 {
     InstallClient(RegistryHive::CurrentUser, "Client", "", "1033");
     BINDS_ALONE([] { return Initialize() == kFromAskingSystem && Asked().empty(); });
-}
-
-TEST_F(MapiBindingTest, ARegistryFileThatAPersonWroteNamesTheClient)
-{
-    std::ofstream(UserFile()) << "Windows Registry Editor Version 5.00\r\n\r\n"
-                                 "[HKEY_CURRENT_USER\\Software\\Clients\\Mail]\r\n@=\"Client\"\r\n\r\n"
-                                 "[HKEY_CURRENT_USER\\SOFTWARE\\Clients\\Mail\\CLIENT]\r\n"
-                                 "\"MSIComponentID\"=\"{C}\"\r\n\"MSIOfficeLCID\"=\"1031\"\r\n";
-    ComponentLiesUnder("1031");
-    BINDS_ALONE([] { return Initialize() == kFromComponent && Asked() == "{C}/1031/260/1 "; });
 }
 
 TEST_F(MapiBindingTest, DecoratedNamesAreFoundInAComponent)
@@ -418,42 +406,6 @@ TEST_F(MapiBindingTest, AUsersClientWithoutAKeyLeavesItToTheMachines)
     MailClientMsiValues values;
     ReadMailClientMsiValues(values);
     EXPECT_STREQ(values.component.data(), "{T}");
-}
-
-// Tells whether a file is opened while it looks.
-class OpenWatch {
-public:
-    explicit OpenWatch(const std::filesystem::path& file) : queue_(inotify_init1(IN_NONBLOCK | IN_CLOEXEC))
-    {
-        EXPECT_GE(inotify_add_watch(queue_, file.c_str(), IN_OPEN), 0);
-    }
-    OpenWatch(const OpenWatch&) = delete;
-    OpenWatch& operator=(const OpenWatch&) = delete;
-    ~OpenWatch() { close(queue_); }
-
-    bool WasOpened() const
-    {
-        char events[4096];
-        return read(queue_, events, sizeof(events)) > 0;
-    }
-
-private:
-    int queue_;
-};
-
-TEST_F(MapiBindingTest, WithAClientOfTheUsersTheMachinesHiveIsNotRead)
-{
-    InstallClient(RegistryHive::LocalMachine, "Theirs", "{T}");
-    const OpenWatch machine(MachineFile());
-    MailClientMsiValues values;
-
-    ReadMailClientMsiValues(values);
-    EXPECT_TRUE(machine.WasOpened());
-    InstallClient(RegistryHive::CurrentUser, "Mine", "");
-    ReadMailClientMsiValues(values);
-
-    EXPECT_FALSE(machine.WasOpened());
-    EXPECT_STREQ(values.component.data(), "");
 }
 
 }  // namespace

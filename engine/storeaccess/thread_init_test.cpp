@@ -63,7 +63,7 @@ TEST_F(ThreadInitTest, TheEndOfTheObjectTakesItsInitialisationBack)
 TEST_F(ThreadInitTest, ARefusalIsTracedReturnedAndNotTakenBack)
 {
     UseSystem("plain");
-    setenv("FAKE_MAPI_REFUSES", "1", 1);
+    test::SetVariable("FAKE_MAPI_REFUSES", "1");
     BINDS_ALONE([] { return FailsWith(MAPI_E_NOT_INITIALIZED, "0x80040605") && Initialized() == 0; });
 }
 

@@ -5,6 +5,7 @@
 #include <thread>
 
 #include "engine/session/trace/trace.h"
+#include "platform/com/apartment.h"
 
 namespace quorvane {
 
@@ -15,7 +16,12 @@ try {
     std::shared_ptr<ReceivedItemCall> made(
         new ReceivedItemCall(std::move(addin), std::move(item), Bstr(tag)));
     HR_TRY_QUIET(made->event_.Create(false));
-    std::thread([made] { made->ItemReceviedProc(); }).detach();
+    std::thread([made]() mutable {
+        // The host is called through the global table.
+        const FreeThreadScope freeThread;
+        made->ItemReceviedProc();
+        made.reset();
+    }).detach();
     call = std::move(made);
     return S_OK;
 } catch (const std::bad_alloc&) {

@@ -12,6 +12,7 @@
 #include "engine/transfer/received_item_call.h"
 #include "engine/transfer/storage_path.h"
 #include "platform/cfb/stg.h"
+#include "platform/com/apartment.h"
 #include "platform/file/path.h"
 
 namespace quorvane {
@@ -47,6 +48,8 @@ struct CStorageProcessor::ItemLoop {
 
 DWORD CStorageProcessor::ThreadProc(Event& stop)
 {
+    // The host is called through the global table.
+    const FreeThreadScope freeThread;
     bool undone = false;
     const HRESULT hr = ProcessPackage(stop, undone);
     if (hr != E_ABORT)

@@ -105,7 +105,7 @@ TEST_F(SessionTest, AStoreTellsWhatItIs)
     ComPtr<IMsgStore> store;
     ASSERT_EQ(OpenOnlyStore(*session, store), S_OK);
 
-    EXPECT_EQ(TextOf(*store, PR_DISPLAY_NAME_W), u"Mail");
+    EXPECT_EQ(TextOf(*store, PR_DISPLAY_NAME_W), OLESTR("Mail"));
     EXPECT_EQ(BinaryOf(*store, PR_ENTRYID).size(), 40u);
     EXPECT_EQ(BinaryOf(*store, PR_ENTRYID), BinaryOf(*store, PR_STORE_ENTRYID));
     EXPECT_NE(LongOf(*store, PR_STORE_SUPPORT_MASK) & static_cast<LONG>(STORE_NOTIFY_OK), 0);
@@ -181,7 +181,7 @@ TEST_F(SessionTest, ProfilesAreMadeListedAndDeleted)
     RowSet rows;
     ASSERT_EQ(table->QueryRows(10, 0, rows.Put()), S_OK);
     ASSERT_EQ(rows.size(), 2u);
-    EXPECT_EQ(TextOf(rows[0], PR_DISPLAY_NAME_W), u"one");
+    EXPECT_EQ(TextOf(rows[0], PR_DISPLAY_NAME_W), OLESTR("one"));
     EXPECT_EQ(PpropFindProp(rows[0].lpProps, rows[0].cValues, PR_DEFAULT_PROFILE)->Value.b, 0);
     EXPECT_NE(PpropFindProp(rows[1].lpProps, rows[1].cValues, PR_DEFAULT_PROFILE)->Value.b, 0);
 

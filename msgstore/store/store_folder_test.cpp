@@ -18,12 +18,12 @@ protected:
 
 TEST_F(StoreFolderTest, ASavedMessageOpensWithItsProperties)
 {
-    const BinaryValue id = mailbox.AddMessage(mailbox.Inbox(), u"Hello");
+    const BinaryValue id = mailbox.AddMessage(mailbox.Inbox(), OLESTR("Hello"));
 
     const ComPtr<IMessage> message = mailbox.OpenMessage(id, 0);
 
     ASSERT_TRUE(message);
-    EXPECT_EQ(TextOf(*message, PR_SUBJECT_W), u"Hello");
+    EXPECT_EQ(TextOf(*message, PR_SUBJECT_W), OLESTR("Hello"));
     EXPECT_EQ(BinaryOf(*message, PR_ENTRYID), id);
     EXPECT_EQ(BinaryOf(*message, PR_PARENT_ENTRYID), BinaryOf(mailbox.Inbox(), PR_ENTRYID));
     EXPECT_EQ(BinaryOf(*message, PR_STORE_ENTRYID), mailbox.StoreId());
@@ -32,27 +32,27 @@ TEST_F(StoreFolderTest, ASavedMessageOpensWithItsProperties)
 
 TEST_F(StoreFolderTest, AMessageOutlivesItsSession)
 {
-    const BinaryValue id = mailbox.AddMessage(mailbox.Inbox(), u"Hello");
+    const BinaryValue id = mailbox.AddMessage(mailbox.Inbox(), OLESTR("Hello"));
     mailbox.LogOff();
     mailbox.LogOn();
 
     const ComPtr<IMessage> message = mailbox.OpenMessage(id, 0);
 
     ASSERT_TRUE(message);
-    EXPECT_EQ(TextOf(*message, PR_SUBJECT_W), u"Hello");
+    EXPECT_EQ(TextOf(*message, PR_SUBJECT_W), OLESTR("Hello"));
 }
 
 TEST_F(StoreFolderTest, AMessageOpenedWithoutModifyCantBeWritten)
 {
-    const BinaryValue id = mailbox.AddMessage(mailbox.Inbox(), u"Hello");
+    const BinaryValue id = mailbox.AddMessage(mailbox.Inbox(), OLESTR("Hello"));
     const ComPtr<IMessage> message = mailbox.OpenMessage(id, 0);
 
-    EXPECT_EQ(SetText(*message, PR_SUBJECT_W, u"Other"), E_ACCESSDENIED);
+    EXPECT_EQ(SetText(*message, PR_SUBJECT_W, OLESTR("Other")), E_ACCESSDENIED);
 }
 
 TEST_F(StoreFolderTest, EachSaveMovesTheModificationTimeOn)
 {
-    const BinaryValue id = mailbox.AddMessage(mailbox.Inbox(), u"Hello");
+    const BinaryValue id = mailbox.AddMessage(mailbox.Inbox(), OLESTR("Hello"));
     const ComPtr<IMessage> message = mailbox.OpenMessage(id);
     std::uint64_t before = TimeOf(*message, PR_LAST_MODIFICATION_TIME);
     for (int i = 0; i < 20; ++i) {
@@ -66,23 +66,23 @@ TEST_F(StoreFolderTest, EachSaveMovesTheModificationTimeOn)
 
 TEST_F(StoreFolderTest, ASaveOverSomeoneElsesChangeIsRefusedUnlessForced)
 {
-    const BinaryValue id = mailbox.AddMessage(mailbox.Inbox(), u"Hello");
+    const BinaryValue id = mailbox.AddMessage(mailbox.Inbox(), OLESTR("Hello"));
     const ComPtr<IMessage> mine = mailbox.OpenMessage(id);
-    ASSERT_EQ(TextOf(*mine, PR_SUBJECT_W), u"Hello");
-    mailbox.ChangeSubject(id, u"Theirs");
+    ASSERT_EQ(TextOf(*mine, PR_SUBJECT_W), OLESTR("Hello"));
+    mailbox.ChangeSubject(id, OLESTR("Theirs"));
 
-    ASSERT_EQ(SetText(*mine, PR_SUBJECT_W, u"Mine"), S_OK);
+    ASSERT_EQ(SetText(*mine, PR_SUBJECT_W, OLESTR("Mine")), S_OK);
     EXPECT_EQ(mine->SaveChanges(KEEP_OPEN_READWRITE), MAPI_E_OBJECT_CHANGED);
-    EXPECT_EQ(TextOf(*mailbox.OpenMessage(id, 0), PR_SUBJECT_W), u"Theirs");
+    EXPECT_EQ(TextOf(*mailbox.OpenMessage(id, 0), PR_SUBJECT_W), OLESTR("Theirs"));
     EXPECT_EQ(mine->SaveChanges(FORCE_SAVE), S_OK);
-    EXPECT_EQ(TextOf(*mailbox.OpenMessage(id, 0), PR_SUBJECT_W), u"Mine");
+    EXPECT_EQ(TextOf(*mailbox.OpenMessage(id, 0), PR_SUBJECT_W), OLESTR("Mine"));
 }
 
 TEST_F(StoreFolderTest, ASaveOfADeletedMessageFails)
 {
-    const BinaryValue id = mailbox.AddMessage(mailbox.Inbox(), u"Hello");
+    const BinaryValue id = mailbox.AddMessage(mailbox.Inbox(), OLESTR("Hello"));
     const ComPtr<IMessage> message = mailbox.OpenMessage(id);
-    ASSERT_EQ(SetText(*message, PR_SUBJECT_W, u"Other"), S_OK);
+    ASSERT_EQ(SetText(*message, PR_SUBJECT_W, OLESTR("Other")), S_OK);
     ASSERT_EQ(TestMailbox::Delete(mailbox.Inbox(), id), S_OK);
 
     EXPECT_EQ(message->SaveChanges(0), MAPI_E_OBJECT_DELETED);
@@ -90,7 +90,7 @@ TEST_F(StoreFolderTest, ASaveOfADeletedMessageFails)
 
 TEST_F(StoreFolderTest, ADeletedMessageCantBeOpened)
 {
-    BinaryValue id = mailbox.AddMessage(mailbox.Inbox(), u"Hello");
+    BinaryValue id = mailbox.AddMessage(mailbox.Inbox(), OLESTR("Hello"));
     ASSERT_EQ(TestMailbox::Delete(mailbox.Inbox(), id), S_OK);
 
     ComPtr<IMessage> message;
@@ -104,7 +104,7 @@ TEST_F(StoreFolderTest, ADeletedMessageCantBeOpened)
 TEST_F(StoreFolderTest, AMovedMessageKeepsItsIdentifierAndTime)
 {
     const ComPtr<IMAPIFolder> other = mailbox.MakeFolder(mailbox.Inbox(), "Other");
-    BinaryValue id = mailbox.AddMessage(mailbox.Inbox(), u"Hello");
+    BinaryValue id = mailbox.AddMessage(mailbox.Inbox(), OLESTR("Hello"));
     const std::uint64_t time = TimeOf(*mailbox.OpenMessage(id, 0), PR_LAST_MODIFICATION_TIME);
     SBinary one = AsBinary(id);
     ENTRYLIST list{1, &one};
@@ -112,7 +112,7 @@ TEST_F(StoreFolderTest, AMovedMessageKeepsItsIdentifierAndTime)
     ASSERT_EQ(mailbox.Inbox().CopyMessages(&list, nullptr, other.Get(), 0, nullptr, MESSAGE_MOVE), S_OK);
 
     EXPECT_TRUE(SubjectsOf(*ContentsOf(mailbox.Inbox())).empty());
-    EXPECT_EQ(SubjectsOf(*ContentsOf(*other)), std::vector<std::u16string>{u"Hello"});
+    EXPECT_EQ(SubjectsOf(*ContentsOf(*other)), std::vector<OleString>{OLESTR("Hello")});
     const ComPtr<IMessage> moved = mailbox.OpenMessage(id, 0);
     EXPECT_EQ(TimeOf(*moved, PR_LAST_MODIFICATION_TIME), time);
     EXPECT_EQ(BinaryOf(*moved, PR_PARENT_ENTRYID), BinaryOf(*other, PR_ENTRYID));
@@ -120,7 +120,7 @@ TEST_F(StoreFolderTest, AMovedMessageKeepsItsIdentifierAndTime)
 
 TEST_F(StoreFolderTest, ACopyHasAnIdentifierOfItsOwnAndTheSearchKey)
 {
-    BinaryValue id = mailbox.AddMessage(mailbox.Inbox(), u"Hello");
+    BinaryValue id = mailbox.AddMessage(mailbox.Inbox(), OLESTR("Hello"));
     SBinary one = AsBinary(id);
     ENTRYLIST list{1, &one};
 
@@ -131,13 +131,13 @@ TEST_F(StoreFolderTest, ACopyHasAnIdentifierOfItsOwnAndTheSearchKey)
     ASSERT_EQ(rows.size(), 2u);
     EXPECT_NE(BinaryOf(rows[0], PR_ENTRYID), BinaryOf(rows[1], PR_ENTRYID));
     EXPECT_EQ(BinaryOf(rows[0], PR_SEARCH_KEY), BinaryOf(rows[1], PR_SEARCH_KEY));
-    EXPECT_EQ(TextOf(*mailbox.OpenMessage(BinaryOf(rows[1], PR_ENTRYID), 0), PR_SUBJECT_W), u"Hello");
+    EXPECT_EQ(TextOf(*mailbox.OpenMessage(BinaryOf(rows[1], PR_ENTRYID), 0), PR_SUBJECT_W), OLESTR("Hello"));
 }
 
 TEST_F(StoreFolderTest, AMessageMovesToAFolderOfAnotherStore)
 {
     TestMailbox elsewhere;
-    BinaryValue id = mailbox.AddMessage(mailbox.Inbox(), u"Hello");
+    BinaryValue id = mailbox.AddMessage(mailbox.Inbox(), OLESTR("Hello"));
     SBinary one = AsBinary(id);
     ENTRYLIST list{1, &one};
 
@@ -145,7 +145,7 @@ TEST_F(StoreFolderTest, AMessageMovesToAFolderOfAnotherStore)
               S_OK);
 
     EXPECT_TRUE(SubjectsOf(*ContentsOf(mailbox.Inbox())).empty());
-    EXPECT_EQ(SubjectsOf(*ContentsOf(elsewhere.Inbox())), std::vector<std::u16string>{u"Hello"});
+    EXPECT_EQ(SubjectsOf(*ContentsOf(elsewhere.Inbox())), std::vector<OleString>{OLESTR("Hello")});
 }
 
 TEST_F(StoreFolderTest, AFolderNameIsTakenWhateverItsCase)
@@ -166,7 +166,7 @@ TEST_F(StoreFolderTest, AFolderWithContentsIsDeletedOnlyWhenTold)
 {
     const ComPtr<IMAPIFolder> folder = mailbox.MakeFolder(mailbox.Inbox(), "Plans");
     const ComPtr<IMAPIFolder> below = mailbox.MakeFolder(*folder, "Old");
-    mailbox.AddMessage(*folder, u"Hello");
+    mailbox.AddMessage(*folder, OLESTR("Hello"));
     BinaryValue id = BinaryOf(*folder, PR_ENTRYID);
     auto* const entry = reinterpret_cast<LPENTRYID>(id.data());
     const auto size = static_cast<ULONG>(id.size());
@@ -189,8 +189,8 @@ TEST_F(StoreFolderTest, TheInboxCantBeDeleted)
 
 TEST_F(StoreFolderTest, CountsFollowTheContents)
 {
-    BinaryValue read = mailbox.AddMessage(mailbox.Inbox(), u"Read");
-    mailbox.AddMessage(mailbox.Inbox(), u"Unread");
+    BinaryValue read = mailbox.AddMessage(mailbox.Inbox(), OLESTR("Read"));
+    mailbox.AddMessage(mailbox.Inbox(), OLESTR("Unread"));
     SBinary one = AsBinary(read);
     ENTRYLIST list{1, &one};
 
@@ -203,7 +203,7 @@ TEST_F(StoreFolderTest, CountsFollowTheContents)
 
 TEST_F(StoreFolderTest, AChangeOfTheReadStateIsAChangeOfTheMessage)
 {
-    BinaryValue id = mailbox.AddMessage(mailbox.Inbox(), u"Hello");
+    BinaryValue id = mailbox.AddMessage(mailbox.Inbox(), OLESTR("Hello"));
     const std::uint64_t before = TimeOf(*mailbox.OpenMessage(id, 0), PR_LAST_MODIFICATION_TIME);
 
     ASSERT_EQ(mailbox.Inbox().SetReadFlags(nullptr, 0, nullptr, 0), S_OK);
@@ -217,25 +217,25 @@ TEST_F(StoreFolderTest, ARenamedFolderIsFoundUnderItsNewName)
 {
     const ComPtr<IMAPIFolder> folder = mailbox.MakeFolder(mailbox.Inbox(), "Plans");
 
-    ASSERT_EQ(SetText(*folder, PR_DISPLAY_NAME_W, u"Pläne"), S_OK);
+    ASSERT_EQ(SetText(*folder, PR_DISPLAY_NAME_W, OLESTR("Pläne")), S_OK);
 
-    EXPECT_EQ(TextOf(*mailbox.OpenFolder(BinaryOf(*folder, PR_ENTRYID)), PR_DISPLAY_NAME_W), u"Pläne");
+    EXPECT_EQ(TextOf(*mailbox.OpenFolder(BinaryOf(*folder, PR_ENTRYID)), PR_DISPLAY_NAME_W), OLESTR("Pläne"));
 }
 
 TEST_F(StoreFolderTest, AnEmptiedFolderKeepsItsAssociatedMessages)
 {
-    mailbox.AddMessage(mailbox.Inbox(), u"Hello");
+    mailbox.AddMessage(mailbox.Inbox(), OLESTR("Hello"));
     mailbox.MakeFolder(mailbox.Inbox(), "Below");
     ComPtr<IMessage> hidden;
     ASSERT_EQ(mailbox.Inbox().CreateMessage(nullptr, MAPI_ASSOCIATED, hidden.Put()), S_OK);
-    ASSERT_EQ(SetText(*hidden, PR_SUBJECT_W, u"Settings"), S_OK);
+    ASSERT_EQ(SetText(*hidden, PR_SUBJECT_W, OLESTR("Settings")), S_OK);
     ASSERT_EQ(hidden->SaveChanges(0), S_OK);
 
     ASSERT_EQ(mailbox.Inbox().EmptyFolder(0, nullptr, 0), S_OK);
 
     EXPECT_EQ(LongOf(mailbox.Inbox(), PR_CONTENT_COUNT), 0);
     EXPECT_EQ(SubjectsOf(*ContentsOf(mailbox.Inbox(), MAPI_ASSOCIATED)),
-              std::vector<std::u16string>{u"Settings"});
+              std::vector<OleString>{OLESTR("Settings")});
 }
 
 }  // namespace

@@ -64,7 +64,7 @@ protected:
     {
         ComPtr<IMessage> message;
         EXPECT_EQ(mailbox.Inbox().CreateMessage(nullptr, 0, message.Put()), S_OK);
-        EXPECT_EQ(SetText(*message, PR_SUBJECT_W, u"Hello"), S_OK);
+        EXPECT_EQ(SetText(*message, PR_SUBJECT_W, OLESTR("Hello")), S_OK);
         return message;
     }
     static ULONG AddAttachment(IMessage& message, const BinaryValue& data)
@@ -84,7 +84,7 @@ protected:
             return {};
         return ReadStream(*attachment, PR_ATTACH_DATA_BIN);
     }
-    static void EmbedMessage(IMessage& message, const std::u16string& subject, const BinaryValue& data)
+    static void EmbedMessage(IMessage& message, const OleString& subject, const BinaryValue& data)
     {
         ULONG number = 0;
         ComPtr<IAttach> attachment;
@@ -126,7 +126,7 @@ TEST_F(StoreMessageTest, ALargeValueThatDidntChangeStaysInItsRows)
     const BinaryValue id = Save(*message);
     const std::int64_t before = Number("SELECT id FROM large_value");
 
-    mailbox.ChangeSubject(id, u"Other");
+    mailbox.ChangeSubject(id, OLESTR("Other"));
 
     EXPECT_EQ(Number("SELECT id FROM large_value"), before);
     EXPECT_EQ(ReadStream(*mailbox.OpenMessage(id, 0), kPrHtml), Pattern(kLarge));
@@ -185,7 +185,7 @@ TEST_F(StoreMessageTest, AChangedAttachmentKeepsItsNumberAndItsUnchangedData)
     const ComPtr<IMessage> opened = mailbox.OpenMessage(id);
     ComPtr<IAttach> attachment;
     ASSERT_EQ(opened->OpenAttach(number, nullptr, MAPI_MODIFY, attachment.Put()), S_OK);
-    ASSERT_EQ(SetText(*attachment, PR_ATTACH_LONG_FILENAME_W, u"plan.pdf"), S_OK);
+    ASSERT_EQ(SetText(*attachment, PR_ATTACH_LONG_FILENAME_W, OLESTR("plan.pdf")), S_OK);
     ASSERT_EQ(attachment->SaveChanges(0), S_OK);
     Save(*opened);
 
@@ -199,7 +199,7 @@ TEST_F(StoreMessageTest, ADeletedAttachmentLeavesNothingBehind)
 {
     const ComPtr<IMessage> message = NewMessage();
     const ULONG first = AddAttachment(*message, Pattern(kLarge));
-    EmbedMessage(*message, u"Inner", Pattern(kLarge, 3));
+    EmbedMessage(*message, OLESTR("Inner"), Pattern(kLarge, 3));
     const BinaryValue id = Save(*message);
     ASSERT_EQ(CountRows("large_value"), 2);
 
@@ -216,7 +216,7 @@ TEST_F(StoreMessageTest, ADeletedAttachmentLeavesNothingBehind)
 TEST_F(StoreMessageTest, AnEmbeddedMessageOpensWithItsAttachments)
 {
     const ComPtr<IMessage> message = NewMessage();
-    EmbedMessage(*message, u"Inner", Pattern(kLarge, 3));
+    EmbedMessage(*message, OLESTR("Inner"), Pattern(kLarge, 3));
     const BinaryValue id = Save(*message);
 
     ComPtr<IAttach> attachment;
@@ -224,7 +224,7 @@ TEST_F(StoreMessageTest, AnEmbeddedMessageOpensWithItsAttachments)
     ComPtr<IMessage> embedded;
     ASSERT_EQ(attachment->OpenProperty(PR_ATTACH_DATA_OBJ, &IID_IMessage, 0, 0, embedded.PutUnknown()), S_OK);
 
-    EXPECT_EQ(TextOf(*embedded, PR_SUBJECT_W), u"Inner");
+    EXPECT_EQ(TextOf(*embedded, PR_SUBJECT_W), OLESTR("Inner"));
     EXPECT_EQ(AttachmentData(*embedded, 0), Pattern(kLarge, 3));
 }
 
@@ -233,7 +233,7 @@ TEST_F(StoreMessageTest, ACopiedMessageHasAllItsPartsAndADeletedOneNone)
     const ComPtr<IMessage> message = NewMessage();
     WriteStream(*message, kPrHtml, Pattern(kLarge));
     const ULONG number = AddAttachment(*message, Pattern(kLarge, 1));
-    EmbedMessage(*message, u"Inner", Pattern(kLarge, 3));
+    EmbedMessage(*message, OLESTR("Inner"), Pattern(kLarge, 3));
     BinaryValue id = Save(*message);
     SBinary one{static_cast<ULONG>(id.size()), id.data()};
     ENTRYLIST list{1, &one};
@@ -280,7 +280,7 @@ TEST_F(StoreMessageTest, RecipientsComeBackInOrder)
 {
     const ComPtr<IMessage> message = NewMessage();
     SPropValue values[2][2] = {};
-    const LPWSTR names[] = {const_cast<LPWSTR>(u"Zoe"), const_cast<LPWSTR>(u"Adam")};
+    const LPWSTR names[] = {const_cast<LPWSTR>(OLESTR("Zoe")), const_cast<LPWSTR>(OLESTR("Adam"))};
     std::vector<BYTE> memory(CbNewADRLIST(2));
     auto* const list = reinterpret_cast<LPADRLIST>(memory.data());
     list->cEntries = 2;
@@ -300,9 +300,9 @@ TEST_F(StoreMessageTest, RecipientsComeBackInOrder)
     RowSet rows;
     ASSERT_EQ(table->QueryRows(10, 0, rows.Put()), S_OK);
     ASSERT_EQ(rows.size(), 2u);
-    EXPECT_EQ(TextOf(rows[0], PR_DISPLAY_NAME_W), u"Zoe");
-    EXPECT_EQ(TextOf(rows[1], PR_DISPLAY_NAME_W), u"Adam");
-    EXPECT_EQ(TextOf(*opened, PR_DISPLAY_TO_W), u"Zoe; Adam");
+    EXPECT_EQ(TextOf(rows[0], PR_DISPLAY_NAME_W), OLESTR("Zoe"));
+    EXPECT_EQ(TextOf(rows[1], PR_DISPLAY_NAME_W), OLESTR("Adam"));
+    EXPECT_EQ(TextOf(*opened, PR_DISPLAY_TO_W), OLESTR("Zoe; Adam"));
 }
 
 TEST_F(StoreMessageTest, NamedPropertiesKeepTheirIdentifiersAcrossSessions)
@@ -311,7 +311,7 @@ TEST_F(StoreMessageTest, NamedPropertiesKeepTheirIdentifiersAcrossSessions)
     MAPINAMEID name{};
     name.lpguid = &set;
     name.ulKind = MNID_STRING;
-    name.Kind.lpwstrName = const_cast<LPWSTR>(u"Sharing");
+    name.Kind.lpwstrName = const_cast<LPWSTR>(OLESTR("Sharing"));
     LPMAPINAMEID names[] = {&name};
     MapiBuffer<SPropTagArray> first;
     ASSERT_EQ(NewMessage()->GetIDsFromNames(1, names, MAPI_CREATE, first.Put()), S_OK);
@@ -330,7 +330,7 @@ TEST_F(StoreMessageTest, AMessageOfADeletedFolderCantBeSaved)
     const ComPtr<IMAPIFolder> folder = mailbox.MakeFolder(mailbox.Inbox(), "Gone");
     ComPtr<IMessage> message;
     ASSERT_EQ(folder->CreateMessage(nullptr, 0, message.Put()), S_OK);
-    ASSERT_EQ(SetText(*message, PR_SUBJECT_W, u"Hello"), S_OK);
+    ASSERT_EQ(SetText(*message, PR_SUBJECT_W, OLESTR("Hello")), S_OK);
     BinaryValue id = BinaryOf(*folder, PR_ENTRYID);
     ASSERT_EQ(mailbox.Inbox().DeleteFolder(static_cast<ULONG>(id.size()),
                                            reinterpret_cast<LPENTRYID>(id.data()), 0, nullptr, 0),
@@ -343,15 +343,15 @@ TEST_F(StoreMessageTest, AMessageOfADeletedFolderCantBeSaved)
 TEST_F(StoreMessageTest, ASavedMessageIsSeenInItsFoldersTableByItsColumns)
 {
     const ComPtr<IMessage> message = NewMessage();
-    ASSERT_EQ(SetText(*message, PR_SENDER_NAME_W, u"Zoe"), S_OK);
+    ASSERT_EQ(SetText(*message, PR_SENDER_NAME_W, OLESTR("Zoe")), S_OK);
     AddAttachment(*message, Pattern(10));
     Save(*message);
 
     RowSet rows;
     ASSERT_EQ(ContentsOf(mailbox.Inbox(), MAPI_UNICODE)->QueryRows(1, 0, rows.Put()), S_OK);
     ASSERT_EQ(rows.size(), 1u);
-    EXPECT_EQ(TextOf(rows[0], PR_SENDER_NAME_W), u"Zoe");
-    EXPECT_EQ(TextOf(rows[0], PR_NORMALIZED_SUBJECT_W), u"Hello");
+    EXPECT_EQ(TextOf(rows[0], PR_SENDER_NAME_W), OLESTR("Zoe"));
+    EXPECT_EQ(TextOf(rows[0], PR_NORMALIZED_SUBJECT_W), OLESTR("Hello"));
     EXPECT_NE(PpropFindProp(rows[0].lpProps, rows[0].cValues, PR_HASATTACH)->Value.b, 0);
     EXPECT_EQ(PpropFindProp(rows[0].lpProps, rows[0].cValues, PR_MESSAGE_SIZE)->Value.l,
               LongOf(*message, PR_MESSAGE_SIZE));

@@ -8,7 +8,7 @@ namespace quorvane {
 namespace {
 
 using namespace quorvane::testing;
-using Subjects = std::vector<std::u16string>;
+using Subjects = std::vector<OleString>;
 
 class StoreTableTest : public ::testing::Test {
 protected:
@@ -17,9 +17,9 @@ protected:
         for (int i = 0; i < count; ++i)
             ids.push_back(mailbox.AddMessage(mailbox.Inbox(), Numbered(i), MAPI_DEFERRED_ERRORS));
     }
-    static std::u16string Numbered(int i)
+    static OleString Numbered(int i)
     {
-        return {u'm', static_cast<char16_t>(u'0' + i / 10), static_cast<char16_t>(u'0' + i % 10)};
+        return {OLESTR('m'), static_cast<OLECHAR>(OLESTR('0') + i / 10), static_cast<OLECHAR>(OLESTR('0') + i % 10)};
     }
     static Subjects Read(IMAPITable& table, LONG count, ULONG flags = 0)
     {
@@ -59,10 +59,10 @@ TEST_F(StoreTableTest, RowsComeInBatchesUntilTheEnd)
     AddMessages(5);
     const ComPtr<IMAPITable> table = SubjectTable();
 
-    EXPECT_EQ(Read(*table, 2), (Subjects{u"m00", u"m01"}));
-    EXPECT_EQ(Read(*table, 2, TBL_NOADVANCE), (Subjects{u"m02", u"m03"}));
-    EXPECT_EQ(Read(*table, 2), (Subjects{u"m02", u"m03"}));
-    EXPECT_EQ(Read(*table, 2), (Subjects{u"m04"}));
+    EXPECT_EQ(Read(*table, 2), (Subjects{OLESTR("m00"), OLESTR("m01")}));
+    EXPECT_EQ(Read(*table, 2, TBL_NOADVANCE), (Subjects{OLESTR("m02"), OLESTR("m03")}));
+    EXPECT_EQ(Read(*table, 2), (Subjects{OLESTR("m02"), OLESTR("m03")}));
+    EXPECT_EQ(Read(*table, 2), (Subjects{OLESTR("m04")}));
     EXPECT_TRUE(Read(*table, 2).empty());
 }
 
@@ -72,9 +72,9 @@ TEST_F(StoreTableTest, RowsBeforeTheCursorAreReadBackwards)
     const ComPtr<IMAPITable> table = SubjectTable();
     ASSERT_EQ(table->SeekRow(BOOKMARK_END, 0, nullptr), S_OK);
 
-    EXPECT_EQ(Read(*table, -2), (Subjects{u"m03", u"m04"}));
+    EXPECT_EQ(Read(*table, -2), (Subjects{OLESTR("m03"), OLESTR("m04")}));
     EXPECT_EQ(PositionOf(*table), 3u);
-    EXPECT_EQ(Read(*table, INT32_MIN), (Subjects{u"m00", u"m01", u"m02"}));
+    EXPECT_EQ(Read(*table, INT32_MIN), (Subjects{OLESTR("m00"), OLESTR("m01"), OLESTR("m02")}));
     EXPECT_EQ(PositionOf(*table), 0u);
 }
 
@@ -96,7 +96,7 @@ TEST_F(StoreTableTest, AColumnOfAnyPropertyCanBeShown)
 {
     AddMessages(1);
     const ComPtr<IMessage> message = mailbox.OpenMessage(ids[0]);
-    ASSERT_EQ(SetText(*message, PR_BODY_W, u"The text"), S_OK);
+    ASSERT_EQ(SetText(*message, PR_BODY_W, OLESTR("The text")), S_OK);
     ASSERT_EQ(message->SaveChanges(0), S_OK);
     const ComPtr<IMAPITable> table = ContentsOf(mailbox.Inbox());
     SizedSPropTagArray(3, columns) = {3, {PR_BODY_W, PR_PARENT_ENTRYID, PR_EXPIRY_TIME}};
@@ -105,7 +105,7 @@ TEST_F(StoreTableTest, AColumnOfAnyPropertyCanBeShown)
     RowSet rows;
     ASSERT_EQ(table->QueryRows(1, 0, rows.Put()), S_OK);
 
-    EXPECT_EQ(TextOf(rows[0], PR_BODY_W), u"The text");
+    EXPECT_EQ(TextOf(rows[0], PR_BODY_W), OLESTR("The text"));
     EXPECT_EQ(BinaryOf(rows[0], PR_PARENT_ENTRYID), BinaryOf(mailbox.Inbox(), PR_ENTRYID));
     EXPECT_EQ(PROP_TYPE(rows[0].lpProps[2].ulPropTag), PT_ERROR);
     EXPECT_EQ(rows[0].lpProps[2].Value.err, MAPI_E_NOT_FOUND);
@@ -113,31 +113,31 @@ TEST_F(StoreTableTest, AColumnOfAnyPropertyCanBeShown)
 
 TEST_F(StoreTableTest, ATableSortsByItsColumns)
 {
-    for (const auto* const subject : {u"pear", u"Apple", u"fig"})
+    for (const auto* const subject : {OLESTR("pear"), OLESTR("Apple"), OLESTR("fig")})
         mailbox.AddMessage(mailbox.Inbox(), subject);
     const ComPtr<IMAPITable> table = SubjectTable();
     SizedSSortOrderSet(1, order) = {1, 0, 0, {{PR_SUBJECT_W, TABLE_SORT_ASCEND}}};
 
     ASSERT_EQ(table->SortTable(reinterpret_cast<LPSSortOrderSet>(&order), 0), S_OK);
-    EXPECT_EQ(Read(*table, 10), (Subjects{u"Apple", u"fig", u"pear"}));
+    EXPECT_EQ(Read(*table, 10), (Subjects{OLESTR("Apple"), OLESTR("fig"), OLESTR("pear")}));
     order.aSort[0].ulOrder = TABLE_SORT_DESCEND;
     ASSERT_EQ(table->SortTable(reinterpret_cast<LPSSortOrderSet>(&order), 0), S_OK);
-    EXPECT_EQ(Read(*table, 10), (Subjects{u"pear", u"fig", u"Apple"}));
+    EXPECT_EQ(Read(*table, 10), (Subjects{OLESTR("pear"), OLESTR("fig"), OLESTR("Apple")}));
 }
 
 TEST_F(StoreTableTest, ANewRowOfASortedTableTakesItsPlace)
 {
-    mailbox.AddMessage(mailbox.Inbox(), u"a");
-    const BinaryValue last = mailbox.AddMessage(mailbox.Inbox(), u"z");
+    mailbox.AddMessage(mailbox.Inbox(), OLESTR("a"));
+    const BinaryValue last = mailbox.AddMessage(mailbox.Inbox(), OLESTR("z"));
     const ComPtr<IMAPITable> table = SubjectTable();
     SizedSSortOrderSet(1, order) = {1, 0, 0, {{PR_SUBJECT_W, TABLE_SORT_ASCEND}}};
     ASSERT_EQ(table->SortTable(reinterpret_cast<LPSSortOrderSet>(&order), 0), S_OK);
     ASSERT_EQ(Read(*table, 10, TBL_NOADVANCE).size(), 2u);
 
-    mailbox.AddMessage(mailbox.Inbox(), u"m");
-    EXPECT_EQ(Read(*table, 10, TBL_NOADVANCE), (Subjects{u"a", u"m", u"z"}));
-    mailbox.ChangeSubject(last, u"b");
-    EXPECT_EQ(Read(*table, 10, TBL_NOADVANCE), (Subjects{u"a", u"b", u"m"}));
+    mailbox.AddMessage(mailbox.Inbox(), OLESTR("m"));
+    EXPECT_EQ(Read(*table, 10, TBL_NOADVANCE), (Subjects{OLESTR("a"), OLESTR("m"), OLESTR("z")}));
+    mailbox.ChangeSubject(last, OLESTR("b"));
+    EXPECT_EQ(Read(*table, 10, TBL_NOADVANCE), (Subjects{OLESTR("a"), OLESTR("b"), OLESTR("m")}));
 }
 
 TEST_F(StoreTableTest, ARestrictionHidesRowsAndFollowsChanges)
@@ -146,17 +146,17 @@ TEST_F(StoreTableTest, ARestrictionHidesRowsAndFollowsChanges)
     const ComPtr<IMAPITable> table = SubjectTable();
     SPropValue wanted{};
     wanted.ulPropTag = PR_SUBJECT_W;
-    wanted.Value.lpszW = const_cast<LPWSTR>(u"m01");
+    wanted.Value.lpszW = const_cast<LPWSTR>(OLESTR("m01"));
     SRestriction restriction{};
     restriction.rt = RES_PROPERTY;
     restriction.res.resProperty = {RELOP_EQ, PR_SUBJECT_W, &wanted};
 
     ASSERT_EQ(table->Restrict(&restriction, 0), S_OK);
-    EXPECT_EQ(Read(*table, 10, TBL_NOADVANCE), (Subjects{u"m01"}));
-    mailbox.ChangeSubject(ids[0], u"m01");
-    mailbox.ChangeSubject(ids[1], u"gone");
+    EXPECT_EQ(Read(*table, 10, TBL_NOADVANCE), (Subjects{OLESTR("m01")}));
+    mailbox.ChangeSubject(ids[0], OLESTR("m01"));
+    mailbox.ChangeSubject(ids[1], OLESTR("gone"));
     ASSERT_EQ(table->SeekRow(BOOKMARK_BEGINNING, 0, nullptr), S_OK);
-    EXPECT_EQ(Read(*table, 10, TBL_NOADVANCE), (Subjects{u"m01"}));
+    EXPECT_EQ(Read(*table, 10, TBL_NOADVANCE), (Subjects{OLESTR("m01")}));
     ASSERT_EQ(table->Restrict(nullptr, 0), S_OK);
     EXPECT_EQ(Read(*table, 10).size(), 3u);
 }
@@ -167,7 +167,7 @@ TEST_F(StoreTableTest, FindRowGoesEitherWay)
     const ComPtr<IMAPITable> table = SubjectTable();
     SPropValue wanted{};
     wanted.ulPropTag = PR_SUBJECT_W;
-    wanted.Value.lpszW = const_cast<LPWSTR>(u"m02");
+    wanted.Value.lpszW = const_cast<LPWSTR>(OLESTR("m02"));
     SRestriction restriction{};
     restriction.rt = RES_PROPERTY;
     restriction.res.resProperty = {RELOP_EQ, PR_SUBJECT_W, &wanted};
@@ -190,11 +190,11 @@ TEST_F(StoreTableTest, ABookmarkStaysWithItsRow)
 
     ASSERT_EQ(TestMailbox::Delete(mailbox.Inbox(), ids[0]), S_OK);
     ASSERT_EQ(table->SeekRow(bookmark, 0, nullptr), S_OK);
-    EXPECT_EQ(Read(*table, 1), (Subjects{u"m02"}));
+    EXPECT_EQ(Read(*table, 1), (Subjects{OLESTR("m02")}));
 
     ASSERT_EQ(TestMailbox::Delete(mailbox.Inbox(), ids[2]), S_OK);
     EXPECT_EQ(table->SeekRow(bookmark, 0, nullptr), MAPI_W_POSITION_CHANGED);
-    EXPECT_EQ(Read(*table, 1), (Subjects{u"m03"}));
+    EXPECT_EQ(Read(*table, 1), (Subjects{OLESTR("m03")}));
 
     ASSERT_EQ(table->FreeBookmark(bookmark), S_OK);
     EXPECT_EQ(table->SeekRow(bookmark, 0, nullptr), MAPI_E_INVALID_BOOKMARK);
@@ -204,19 +204,19 @@ TEST_F(StoreTableTest, ACursorInTheMiddleNeitherSkipsNorRepeatsRows)
 {
     AddMessages(6);
     const ComPtr<IMAPITable> table = SubjectTable();
-    ASSERT_EQ(Read(*table, 3), (Subjects{u"m00", u"m01", u"m02"}));
+    ASSERT_EQ(Read(*table, 3), (Subjects{OLESTR("m00"), OLESTR("m01"), OLESTR("m02")}));
 
     ASSERT_EQ(TestMailbox::Delete(mailbox.Inbox(), ids[1]), S_OK);
     ASSERT_EQ(TestMailbox::Delete(mailbox.Inbox(), ids[4]), S_OK);
-    mailbox.AddMessage(mailbox.Inbox(), u"new");
+    mailbox.AddMessage(mailbox.Inbox(), OLESTR("new"));
 
-    EXPECT_EQ(Read(*table, 10), (Subjects{u"m03", u"m05", u"new"}));
+    EXPECT_EQ(Read(*table, 10), (Subjects{OLESTR("m03"), OLESTR("m05"), OLESTR("new")}));
 }
 
 TEST_F(StoreTableTest, ShortTermIdentifiersComeOnlyFromTables)
 {
     TestMailbox other(true);
-    const BinaryValue longTerm = other.AddMessage(other.Inbox(), u"Hello");
+    const BinaryValue longTerm = other.AddMessage(other.Inbox(), OLESTR("Hello"));
     RowSet rows;
     ASSERT_EQ(ContentsOf(other.Inbox())->QueryRows(1, 0, rows.Put()), S_OK);
     BinaryValue shortTerm = BinaryOf(rows[0], PR_ENTRYID);

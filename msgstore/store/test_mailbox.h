@@ -38,8 +38,7 @@ public:
     ~RegistryScope();
 
 private:
-    std::string before_;
-    bool wasSet_;
+    const std::filesystem::path before_;
 };
 
 // Makes a profile of that name with one store, and makes it the default one. Returns the first failure.
@@ -50,8 +49,8 @@ using BinaryValue = std::vector<BYTE>;
 BinaryValue BinaryOf(IMAPIProp& object, ULONG tag);
 BinaryValue BinaryOf(const SRow& row, ULONG tag);
 LONG LongOf(IMAPIProp& object, ULONG tag);
-std::u16string TextOf(IMAPIProp& object, ULONG tag);
-std::u16string TextOf(const SRow& row, ULONG tag);
+OleString TextOf(IMAPIProp& object, ULONG tag);
+OleString TextOf(const SRow& row, ULONG tag);
 std::uint64_t TimeOf(IMAPIProp& object, ULONG tag);
 
 // A mailbox that somebody is logged on to.
@@ -76,8 +75,8 @@ public:
     ComPtr<IMAPIFolder> MakeFolder(IMAPIFolder& parent, const char* name);
 
     // Saves a message with a subject and gives its entry identifier.
-    BinaryValue AddMessage(IMAPIFolder& folder, const std::u16string& subject, ULONG saveFlags = 0);
-    void ChangeSubject(const BinaryValue& id, const std::u16string& subject);
+    BinaryValue AddMessage(IMAPIFolder& folder, const OleString& subject, ULONG saveFlags = 0);
+    void ChangeSubject(const BinaryValue& id, const OleString& subject);
     static HRESULT Delete(IMAPIFolder& folder, const BinaryValue& id);
 
 private:
@@ -88,12 +87,12 @@ private:
     ComPtr<IMAPIFolder> inbox_;
 };
 
-HRESULT SetText(IMAPIProp& object, ULONG tag, const std::u16string& text);
+HRESULT SetText(IMAPIProp& object, ULONG tag, const OleString& text);
 HRESULT SetLong(IMAPIProp& object, ULONG tag, LONG value);
 HRESULT SetBinary(IMAPIProp& object, ULONG tag, const BinaryValue& value);
 ComPtr<IMAPITable> ContentsOf(IMAPIFolder& folder, ULONG flags = 0);
 // All rows from the beginning, as subjects; the table's columns become PR_SUBJECT_W alone.
-std::vector<std::u16string> SubjectsOf(IMAPITable& table);
+std::vector<OleString> SubjectsOf(IMAPITable& table);
 
 // A sink that keeps what it is told.
 class CTestSink final : public ComObject<CTestSink, IMAPIAdviseSink> {

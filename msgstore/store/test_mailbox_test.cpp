@@ -1,11 +1,10 @@
 #include "msgstore/store/test_mailbox.h"
 
 #include <gtest/gtest.h>
-#include <stdlib.h>
-#include <unistd.h>
 
 #include "msgstore/store/mapi_session.h"
 #include "msgstore/store/profile_admin.h"
+#include "platform/testing/surroundings.h"
 #include "quorvane3/message_store.h"
 
 namespace quorvane::testing {
@@ -38,9 +37,9 @@ const SPropValue* FindIn(const SRow& row, ULONG tag)
     return PpropFindProp(row.lpProps, row.cValues, tag);
 }
 
-std::u16string Units(LPCWSTR text)
+OleString Units(LPCWSTR text)
 {
-    return std::u16string(reinterpret_cast<const char16_t*>(text));
+    return OleString(reinterpret_cast<const OLECHAR*>(text));
 }
 
 BinaryValue BytesAt(const void* bytes, std::size_t size)
@@ -56,11 +55,7 @@ BinaryValue BytesOf(const SPropValue* value)
 
 }  // namespace
 
-TestDirectory::TestDirectory()
-{
-    std::string name = (std::filesystem::temp_directory_path() / "qvstoreXXXXXX").string();
-    path_ = mkdtemp(name.data());
-}
+TestDirectory::TestDirectory() : path_(test::MakeTestDirectory()) {}
 
 TestDirectory::~TestDirectory()
 {
@@ -68,20 +63,14 @@ TestDirectory::~TestDirectory()
     std::filesystem::remove_all(path_, ignored);
 }
 
-RegistryScope::RegistryScope(const std::filesystem::path& directory)
-    : wasSet_(getenv("XDG_CONFIG_HOME") != nullptr)
+RegistryScope::RegistryScope(const std::filesystem::path& directory) : before_(test::SettingsAreKeptIn())
 {
-    if (wasSet_)
-        before_ = getenv("XDG_CONFIG_HOME");
-    setenv("XDG_CONFIG_HOME", directory.c_str(), 1);
+    test::KeepSettingsIn(directory);
 }
 
 RegistryScope::~RegistryScope()
 {
-    if (wasSet_)
-        setenv("XDG_CONFIG_HOME", before_.c_str(), 1);
-    else
-        unsetenv("XDG_CONFIG_HOME");
+    test::KeepSettingsIn(before_);
 }
 
 HRESULT MakeProfile(const std::string& name, const std::string& storePath, bool shortTermIds)
@@ -113,16 +102,16 @@ LONG LongOf(IMAPIProp& object, ULONG tag)
     return SUCCEEDED(HrGetOneProp(&object, tag, value.Put())) ? value->Value.l : -1;
 }
 
-std::u16string TextOf(IMAPIProp& object, ULONG tag)
+OleString TextOf(IMAPIProp& object, ULONG tag)
 {
     MapiBuffer<SPropValue> value;
-    return SUCCEEDED(HrGetOneProp(&object, tag, value.Put())) ? Units(value->Value.lpszW) : u"(none)";
+    return SUCCEEDED(HrGetOneProp(&object, tag, value.Put())) ? Units(value->Value.lpszW) : OLESTR("(none)");
 }
 
-std::u16string TextOf(const SRow& row, ULONG tag)
+OleString TextOf(const SRow& row, ULONG tag)
 {
     const SPropValue* const value = FindIn(row, tag);
-    return value ? Units(value->Value.lpszW) : u"(none)";
+    return value ? Units(value->Value.lpszW) : OLESTR("(none)");
 }
 
 std::uint64_t TimeOf(IMAPIProp& object, ULONG tag)
@@ -209,17 +198,17 @@ ComPtr<IMAPIFolder> TestMailbox::MakeFolder(IMAPIFolder& parent, const char* nam
     return folder;
 }
 
-BinaryValue TestMailbox::AddMessage(IMAPIFolder& folder, const std::u16string& subject, ULONG saveFlags)
+BinaryValue TestMailbox::AddMessage(IMAPIFolder& folder, const OleString& subject, ULONG saveFlags)
 {
     ComPtr<IMessage> message;
     EXPECT_EQ(folder.CreateMessage(nullptr, 0, message.Put()), S_OK);
     EXPECT_EQ(SetText(*message, PR_SUBJECT_W, subject), S_OK);
-    EXPECT_EQ(SetText(*message, PR_MESSAGE_CLASS_W, u"IPM.Note"), S_OK);
+    EXPECT_EQ(SetText(*message, PR_MESSAGE_CLASS_W, OLESTR("IPM.Note")), S_OK);
     EXPECT_EQ(message->SaveChanges(KEEP_OPEN_READWRITE | saveFlags), S_OK);
     return BinaryOf(*message, PR_ENTRYID);
 }
 
-void TestMailbox::ChangeSubject(const BinaryValue& id, const std::u16string& subject)
+void TestMailbox::ChangeSubject(const BinaryValue& id, const OleString& subject)
 {
     const ComPtr<IMessage> message = OpenMessage(id);
     ASSERT_TRUE(message);
@@ -235,7 +224,7 @@ HRESULT TestMailbox::Delete(IMAPIFolder& folder, const BinaryValue& id)
     return folder.DeleteMessages(&list, 0, nullptr, 0);
 }
 
-HRESULT SetText(IMAPIProp& object, ULONG tag, const std::u16string& text)
+HRESULT SetText(IMAPIProp& object, ULONG tag, const OleString& text)
 {
     SPropValue value{};
     value.ulPropTag = tag;
@@ -266,14 +255,14 @@ ComPtr<IMAPITable> ContentsOf(IMAPIFolder& folder, ULONG flags)
     return table;
 }
 
-std::vector<std::u16string> SubjectsOf(IMAPITable& table)
+std::vector<OleString> SubjectsOf(IMAPITable& table)
 {
     SizedSPropTagArray(1, columns) = {1, {PR_SUBJECT_W}};
     EXPECT_EQ(table.SetColumns(reinterpret_cast<LPSPropTagArray>(&columns), 0), S_OK);
     EXPECT_EQ(table.SeekRow(BOOKMARK_BEGINNING, 0, nullptr), S_OK);
     RowSet rows;
     EXPECT_EQ(table.QueryRows(1000000, 0, rows.Put()), S_OK);
-    std::vector<std::u16string> subjects;
+    std::vector<OleString> subjects;
     for (const SRow& row : rows)
         subjects.push_back(TextOf(row, PR_SUBJECT_W));
     return subjects;

@@ -18,15 +18,27 @@ FILETIME FileTimeNow() noexcept
     return now;
 }
 
+// GetTickCount64 goes forward in steps of several milliseconds.
 std::uint64_t TickCount() noexcept
 {
-    return GetTickCount64();
+    const auto now = std::chrono::steady_clock::now().time_since_epoch();
+    return static_cast<std::uint64_t>(std::chrono::duration_cast<std::chrono::milliseconds>(now).count());
 }
 
 void SleepFor(std::chrono::milliseconds time) noexcept
 {
-    constexpr std::chrono::milliseconds::rep kMost = INFINITE - 1;
-    Sleep(static_cast<DWORD>(std::clamp<std::chrono::milliseconds::rep>(time.count(), 0, kMost)));
+    using std::chrono::milliseconds;
+    constexpr milliseconds::rep kMost = 24 * 60 * 60 * 1000;
+    if (time.count() <= 0) {
+        Sleep(0);
+        return;
+    }
+    // The system's sleep may end a little early.
+    const auto start = std::chrono::steady_clock::now();
+    for (milliseconds left = time; left.count() > 0;) {
+        Sleep(static_cast<DWORD>(std::min(left.count(), kMost)));
+        left = std::chrono::ceil<milliseconds>(time - (std::chrono::steady_clock::now() - start));
+    }
 }
 
 std::string ShortDate(const SYSTEMTIME& time)

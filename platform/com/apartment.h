@@ -43,6 +43,26 @@ private:
     HRESULT result_;
 };
 
+// Makes the thread a free one for a scope: every thread that isn't an apartment needs this on Windows before
+// it takes interfaces from the global table.
+class FreeThreadScope {
+public:
+    FreeThreadScope() noexcept : result_(CoInitializeEx(nullptr, COINIT_MULTITHREADED)) {}
+    FreeThreadScope(const FreeThreadScope&) = delete;
+    FreeThreadScope& operator=(const FreeThreadScope&) = delete;
+    ~FreeThreadScope()
+    {
+        if (SUCCEEDED(result_))
+            CoUninitialize();
+    }
+
+    // S_OK; S_FALSE: it was one already; RPC_E_CHANGED_MODE: it is an apartment, and stays one.
+    HRESULT Result() const noexcept { return result_; }
+
+private:
+    HRESULT result_;
+};
+
 // Whether the calling thread is a single-threaded apartment.
 bool IsApartmentThread() noexcept;
 

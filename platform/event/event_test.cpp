@@ -236,6 +236,7 @@ public:
                   S_OK);
         EXPECT_EQ(table_->RegisterInterfaceInGlobal(object, IID_IDispatch, &cookie_), S_OK);
         thread_ = std::jthread([this] {
+            const FreeThreadScope free;
             ComPtr<IDispatch> proxy;
             EXPECT_EQ(table_->GetInterfaceFromGlobal(cookie_, IID_IDispatch, proxy.PutVoid()), S_OK);
             DISPPARAMS none{};

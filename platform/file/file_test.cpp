@@ -1,8 +1,6 @@
 #include "platform/file/file.h"
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <thread>
@@ -225,27 +223,6 @@ TEST_F(FileTest, ARefusedOpenerChangesNothing)
     std::uint64_t size = 0;
     EXPECT_EQ(first.GetSize(size), S_OK);
     EXPECT_EQ(size, 4u);
-}
-
-TEST_F(FileTest, AnotherProcessIsKeptOutTooAndLetInAfterwards)
-{
-    File first;
-    ASSERT_EQ(first.Open(Path(), FileAccess::ReadWrite, FileMode::CreateNew, FileShare::None), S_OK);
-    const auto openInChild = [this] {
-        const pid_t child = fork();
-        if (child == 0) {
-            File second;
-            const HRESULT hr = second.Open(Path(), FileAccess::Read, FileMode::OpenExisting, FileShare::All);
-            _exit(hr == S_OK ? 0 : HRESULT_CODE(hr));
-        }
-        int status = 0;
-        waitpid(child, &status, 0);
-        return WEXITSTATUS(status);
-    };
-
-    EXPECT_EQ(openInChild(), ERROR_SHARING_VIOLATION);
-    first.Close();
-    EXPECT_EQ(openInChild(), 0);
 }
 
 TEST_F(FileTest, ExactlyOneOfManyExclusiveOpenersWins)

@@ -2,13 +2,13 @@
 
 #include <gtest/gtest.h>
 
-#include <cerrno>
+#include <regex>
 
 #include "platform/file/console.h"
 #include "platform/file/file.h"
-#include "platform/file/system_error.h"
 #include "platform/file/temp_directory_for_test.h"
 #include "platform/file/temp_file.h"
+#include "platform/testing/debugger.h"
 
 namespace quorvane {
 namespace {
@@ -20,7 +20,7 @@ constexpr HRESULT Win32(DWORD code)
 
 TEST(PathTest, PathsAreJoinedAndTakenApart)
 {
-    EXPECT_EQ(JoinPath("/a", "b"), "/a/b");
+    EXPECT_EQ(JoinPath("/a", "b"), std::string("/a") + PathSeparator() + "b");
     EXPECT_EQ(JoinPath("/a/", "b"), "/a/b");
     EXPECT_EQ(JoinPath("", "b"), "b");
     EXPECT_EQ(DirectoryOf("/a/b"), "/a");
@@ -133,17 +133,14 @@ TEST_F(TreeTest, ADirectoryIsListedInOrder)
     EXPECT_EQ(names.size(), 2u);
 }
 
-TEST_F(TreeTest, ATemporaryNameIsThreeLettersFourDigitsAndTmp)
+TEST_F(TreeTest, ATemporaryNameIsThreeLettersUpToFourDigitsAndTmp)
 {
     std::string path;
 
     ASSERT_EQ(MakeTempFileName(directory.Path(), "QVTX", path), S_OK);
 
-    const std::string_view name = FileNameOf(path);
-    ASSERT_EQ(name.size(), 11u);
-    EXPECT_EQ(name.substr(0, 3), "QVT");
-    EXPECT_EQ(name.substr(3, 4).find_first_not_of("0123456789ABCDEF"), std::string_view::npos);
-    EXPECT_EQ(name.substr(7), ".tmp");
+    const std::string name(FileNameOf(path));
+    EXPECT_TRUE(std::regex_match(name, std::regex("QVT[0-9A-Fa-f]{1,4}\\.tmp"))) << name;
     EXPECT_TRUE(PathExists(path));
 }
 
@@ -169,7 +166,7 @@ TEST_F(TreeTest, ATemporaryNameNeedsADirectoryAndAPlainPrefix)
 
 TEST_F(TreeTest, ATemporaryFileGoesWithItsOwnerUnlessItIsLetGo)
 {
-    const EnvironmentForTest environment("TMPDIR", directory.Path().c_str());
+    test::KeepTemporaryFilesIn(directory.Path());
     std::string removed;
     std::string kept;
     {
@@ -182,82 +179,47 @@ TEST_F(TreeTest, ATemporaryFileGoesWithItsOwnerUnlessItIsLetGo)
         EXPECT_EQ(DirectoryOf(removed), directory.Path());
     }
 
+    test::KeepTemporaryFilesIn({});
     EXPECT_FALSE(PathExists(removed));
     EXPECT_TRUE(PathExists(kept));
 }
 
-TEST(UserDirectoryTest, TheEnvironmentNamesTheUsersDirectories)
-{
-    const EnvironmentForTest data("XDG_DATA_HOME", "/d");
-    const EnvironmentForTest config("XDG_CONFIG_HOME", "/c");
-    const EnvironmentForTest temporary("TMPDIR", "/t");
-    std::string path;
-
-    EXPECT_EQ(LocalAppDataDirectory(path), S_OK);
-    EXPECT_EQ(path, "/d");
-    EXPECT_EQ(ConfigDirectory(path), S_OK);
-    EXPECT_EQ(path, "/c");
-    EXPECT_EQ(TempDirectory(path), S_OK);
-    EXPECT_EQ(path, "/t/");
-}
-
-TEST(UserDirectoryTest, WithoutItTheyAreBelowTheHomeDirectory)
-{
-    const EnvironmentForTest data("XDG_DATA_HOME", nullptr);
-    const EnvironmentForTest config("XDG_CONFIG_HOME", "relative");
-    const EnvironmentForTest home("HOME", "/h");
-    const EnvironmentForTest temporary("TMPDIR", nullptr);
-    std::string path;
-
-    EXPECT_EQ(LocalAppDataDirectory(path), S_OK);
-    EXPECT_EQ(path, "/h/.local/share");
-    EXPECT_EQ(ConfigDirectory(path), S_OK);
-    EXPECT_EQ(path, "/h/.config");
-    EXPECT_EQ(TempDirectory(path), S_OK);
-    EXPECT_EQ(path, "/tmp/");
-}
-
-TEST(SystemErrorTest, ErrorsKeepTheirMeaning)
-{
-    EXPECT_EQ(Win32FromErrno(ENOENT), DWORD{ERROR_FILE_NOT_FOUND});
-    EXPECT_EQ(Win32FromErrno(ENOSPC), DWORD{ERROR_DISK_FULL});
-    EXPECT_EQ(Win32FromErrno(0), DWORD{ERROR_SUCCESS});
-    EXPECT_EQ(Win32FromErrno(123456), DWORD{ERROR_GEN_FAILURE});
-    errno = EACCES;
-    EXPECT_EQ(LastSystemError(), E_ACCESSDENIED);
-    errno = 0;
-    EXPECT_TRUE(FAILED(LastSystemError()));
-    EXPECT_NE(SystemErrorText(ERROR_FILE_NOT_FOUND).find("No such file"), std::string::npos);
-    EXPECT_EQ(SystemErrorText(9999), "Error 9999");
-}
-
-TEST(ConsoleTest, OnlyAnOpenConsoleWrites)
-{
-    testing::internal::CaptureStdout();
-    {
-        Console console;
-        console.Write("before ");
-        console.Open();
-        console.Write("open ");
-        console.Close();
-        console.Write("after ");
-    }
-
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "open ");
-}
-
-TEST_F(TreeTest, TheDebuggersTextGoesWhereTheEnvironmentSays)
+TEST_F(TreeTest, TheDebuggerGetsTheTextAsItIs)
 {
     WriteToDebugger("nobody listens");
     const std::string path = Path("debug");
-    const EnvironmentForTest environment("QUORVANE_DEBUG_OUTPUT", path.c_str());
-
-    WriteToDebugger("one ");
-    WriteToDebugger("two");
+    {
+        const test::DebuggerForTest debugger(path);
+        WriteToDebugger("one ");
+        WriteToDebugger("two");
+    }
+    WriteToDebugger("nobody any more");
 
     std::string contents;
     EXPECT_EQ(ReadWholeFile(path, 100, contents), S_OK);
     EXPECT_EQ(contents, "one two");
+}
+
+TEST(UserDirectoryTest, TheUsersDirectoriesAreWhereTheSystemSays)
+{
+    const TempDirectoryForTest directory;
+    const std::string data = JoinPath(directory.Path(), "data");
+    const std::string settings = JoinPath(directory.Path(), "settings");
+    test::KeepSettingsIn(settings);
+    test::KeepDataIn(data);
+    test::KeepTemporaryFilesIn(directory.Path());
+    std::string path;
+
+    EXPECT_EQ(LocalAppDataDirectory(path), S_OK);
+    EXPECT_EQ(path, data);
+    EXPECT_EQ(ConfigDirectory(path), S_OK);
+    EXPECT_EQ(path, settings);
+    EXPECT_EQ(TempDirectory(path), S_OK);
+    EXPECT_EQ(path, directory.Path() + PathSeparator());
+
+    test::KeepSettingsIn({});
+    test::KeepDataIn({});
+    test::KeepTemporaryFilesIn({});
 }
 
 }  // namespace

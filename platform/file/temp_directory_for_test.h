@@ -7,15 +7,13 @@
 #include <optional>
 #include <string>
 
+#include "platform/testing/surroundings.h"
+
 namespace quorvane {
 
 class TempDirectoryForTest {
 public:
-    TempDirectoryForTest()
-    {
-        std::string pattern = (std::filesystem::temp_directory_path() / "quorvane-test-XXXXXX").string();
-        path_ = mkdtemp(pattern.data());
-    }
+    TempDirectoryForTest() : path_(test::MakeTestDirectory().string()) {}
     TempDirectoryForTest(const TempDirectoryForTest&) = delete;
     TempDirectoryForTest& operator=(const TempDirectoryForTest&) = delete;
     ~TempDirectoryForTest()
@@ -37,21 +35,13 @@ public:
     {
         if (const char* const before = std::getenv(name))
             before_ = before;
-        Set(value);
+        test::SetVariable(name, value);
     }
     EnvironmentForTest(const EnvironmentForTest&) = delete;
     EnvironmentForTest& operator=(const EnvironmentForTest&) = delete;
-    ~EnvironmentForTest() { Set(before_ ? before_->c_str() : nullptr); }
+    ~EnvironmentForTest() { test::SetVariable(name_, before_ ? before_->c_str() : nullptr); }
 
 private:
-    void Set(const char* value)
-    {
-        if (value)
-            setenv(name_, value, 1);
-        else
-            unsetenv(name_);
-    }
-
     const char* const name_;
     std::optional<std::string> before_;
 };

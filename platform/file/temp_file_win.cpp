@@ -13,8 +13,10 @@ HRESULT MakeTempFileName(std::string_view directory, std::string_view prefix, st
     try {
         char name[MAX_PATH];
         const std::string where(directory.empty() ? "." : directory);
-        if (GetTempFileNameA(where.c_str(), std::string(prefix).c_str(), 0, name) == 0)
-            return LastSystemError();
+        if (GetTempFileNameA(where.c_str(), std::string(prefix).c_str(), 0, name) == 0) {
+            const HRESULT hr = LastSystemError();
+            return hr == HRESULT_FROM_WIN32(ERROR_DIRECTORY) ? HRESULT_FROM_WIN32(ERROR_PATH_NOT_FOUND) : hr;
+        }
         path = name;
         return S_OK;
     } catch (const std::bad_alloc&) {

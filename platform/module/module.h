@@ -23,18 +23,16 @@ public:
 
     // Loads a library by path, or finds it if it is loaded.
     //
-    // path  [in]  on Windows as LoadLibrary takes it. Elsewhere a path that names a file as it is; a path
-    // that
-    //             ends in ".dll", in any case, stands for the file lib<name>.so in the same directory, the
-    //             name in small letters. A path without a directory is looked for in the system directory
-    //             alone.
+    // path  [in]  names a file; without a directory one in the system directory alone. Off Windows a
+    //             path that ends in ".dll", in any case, stands for the file lib<name>.so in the same
+    //             directory, the name in small letters.
     //
     // ERROR_MOD_NOT_FOUND: no such library, or it can't be loaded; nothing is held. E_OUTOFMEMORY.
     [[nodiscard]] HRESULT Load(std::string_view path) noexcept;
     bool IsLoaded() const noexcept { return handle_ != nullptr; }
 
-    // The export of that name, null when there is none. Off Windows a name that the library doesn't export
-    // itself is asked of its QuorvaneModuleExport, if it has one (module_exports.h).
+    // The export of that name, null when there is none. A name that the library doesn't export itself is
+    // asked of its QuorvaneModuleExport, if it has one (module_exports.h).
     void* Find(const char* name) const noexcept;
 
     // The same as a function pointer: Find<decltype(&MAPIFreeBuffer)>("MAPIFreeBuffer").

@@ -1,7 +1,7 @@
-// platform/module/module_exports.h: exports whose names the dynamic linker can't carry.
+// platform/module/module_exports.h: exports whose names a linker can't carry.
 //
-// Off Windows a library may offer exports under any name, such as "FreeProws@4", through one function. It is
-// asked only for names that the library doesn't export as they are.
+// A library may offer exports under any name, such as "FreeProws@4", through one function. It is asked only
+// for names that the library doesn't export as they are.
 #ifndef QUORVANE_PLATFORM_MODULE_MODULE_EXPORTS_H_
 #define QUORVANE_PLATFORM_MODULE_MODULE_EXPORTS_H_
 

@@ -3,38 +3,21 @@
 #include <gtest/gtest.h>
 
 #include "platform/file/path.h"
-#include "platform/file/temp_directory_for_test.h"
 
 namespace quorvane {
 namespace {
 
 using Number = int (*)();
 
-TEST(ModuleTest, TheSystemDirectoryIsWhereThisCodeIs)
+std::string Beside(const std::string& name)
 {
-    const EnvironmentForTest environment("QUORVANE_SYSTEM_DIR", nullptr);
-    std::string path;
-
-    EXPECT_EQ(SystemDirectory(path), S_OK);
-
-    EXPECT_TRUE(PathExists(JoinPath(path, "qv_module_test"))) << path;
-}
-
-TEST(ModuleTest, TheEnvironmentMayNameAnotherSystemDirectory)
-{
-    const EnvironmentForTest environment("QUORVANE_SYSTEM_DIR", "/elsewhere");
-    std::string path;
-    Module module;
-
-    EXPECT_EQ(SystemDirectory(path), S_OK);
-    EXPECT_EQ(path, "/elsewhere");
-    EXPECT_EQ(module.Load("exampleexports.dll"), HRESULT_FROM_WIN32(ERROR_MOD_NOT_FOUND));
+    return JoinPath(QUORVANE_LIBRARY_DIRECTORY, name);
 }
 
 TEST(ModuleTest, AnExportIsFoundByItsName)
 {
     Module module;
-    ASSERT_EQ(module.Load("ExampleExports.DLL"), S_OK);
+    ASSERT_EQ(module.Load(Beside("ExampleExports.DLL")), S_OK);
 
     const auto plain = module.Find<Number>("PlainExport");
 
@@ -42,10 +25,10 @@ TEST(ModuleTest, AnExportIsFoundByItsName)
     EXPECT_EQ(plain(), 11);
 }
 
-TEST(ModuleTest, ANameWithAnAtSignIsAskedOfTheLibrary)
+TEST(ModuleTest, AnExportMayHaveAnAtSignInItsName)
 {
     Module module;
-    ASSERT_EQ(module.Load("exampleexports.dll"), S_OK);
+    ASSERT_EQ(module.Load(Beside("exampleexports.dll")), S_OK);
 
     const auto decorated = module.Find<Number>("Decorated@8");
 
@@ -56,29 +39,34 @@ TEST(ModuleTest, ANameWithAnAtSignIsAskedOfTheLibrary)
     EXPECT_EQ(module.Find(nullptr), nullptr);
 }
 
-TEST(ModuleTest, APathNamesAFileInItsDirectory)
+TEST(ModuleTest, ALibraryThatIsLoadedIsFound)
 {
-    std::string directory;
-    ASSERT_EQ(SystemDirectory(directory), S_OK);
-    Module byWindowsName;
-    Module byOwnName;
+    Module first;
+    Module second;
 
-    EXPECT_EQ(byWindowsName.Load(JoinPath(directory, "exampleexports.dll")), S_OK);
-    EXPECT_EQ(byOwnName.Load(JoinPath(directory, "libexampleexports.so")), S_OK);
+    EXPECT_EQ(first.Load(Beside("exampleexports.dll")), S_OK);
+    EXPECT_EQ(second.Load(Beside("exampleexports.dll")), S_OK);
 
-    EXPECT_EQ(byWindowsName.Find("PlainExport"), byOwnName.Find("PlainExport"));
+    EXPECT_EQ(first.Find("PlainExport"), second.Find("PlainExport"));
 }
 
 TEST(ModuleTest, ALibraryThatIsNotThereIsNotLoaded)
 {
     Module module;
-    ASSERT_EQ(module.Load("exampleexports.dll"), S_OK);
+    ASSERT_EQ(module.Load(Beside("exampleexports.dll")), S_OK);
 
-    EXPECT_EQ(module.Load("none.dll"), HRESULT_FROM_WIN32(ERROR_MOD_NOT_FOUND));
+    EXPECT_EQ(module.Load(Beside("none.dll")), HRESULT_FROM_WIN32(ERROR_MOD_NOT_FOUND));
     EXPECT_FALSE(module.IsLoaded());
     EXPECT_EQ(module.Find("PlainExport"), nullptr);
+    EXPECT_EQ(module.Load("none.dll"), HRESULT_FROM_WIN32(ERROR_MOD_NOT_FOUND));
     EXPECT_EQ(module.Load(""), HRESULT_FROM_WIN32(ERROR_MOD_NOT_FOUND));
-    EXPECT_EQ(module.Load("/etc/hostname"), HRESULT_FROM_WIN32(ERROR_MOD_NOT_FOUND));
+}
+
+TEST(ModuleTest, AFileThatIsNoLibraryIsNotLoaded)
+{
+    Module module;
+
+    EXPECT_EQ(module.Load(__FILE__), HRESULT_FROM_WIN32(ERROR_MOD_NOT_FOUND));
 }
 
 }  // namespace

@@ -1,29 +1,41 @@
 #include <new>
 
+#include "platform/file/path.h"
 #include "platform/module/module.h"
+#include "platform/module/module_exports.h"
 
 namespace quorvane {
 
-HRESULT SystemDirectory(std::string& path) noexcept
+namespace {
+
+// A name alone isn't looked for anywhere but in the system directory: not beside the program, where anyone
+// may have put a file of that name.
+HRESULT WholePath(std::string_view path, std::string& file)
 {
-    try {
-        char buffer[MAX_PATH];
-        const UINT length = GetSystemDirectoryA(buffer, sizeof(buffer));
-        if (length == 0 || length >= sizeof(buffer))
-            return HRESULT_FROM_WIN32(ERROR_PATH_NOT_FOUND);
-        path.assign(buffer, length);
-        return S_OK;
-    } catch (const std::bad_alloc&) {
-        return E_OUTOFMEMORY;
+    std::string directory(DirectoryOf(path));
+    if (directory.empty()) {
+        const HRESULT hr = SystemDirectory(directory);
+        if (FAILED(hr))
+            return hr;
     }
+    file = JoinPath(directory, FileNameOf(path));
+    return S_OK;
 }
+
+}  // namespace
 
 HRESULT Module::Load(std::string_view path) noexcept
 {
     handle_ = nullptr;
     try {
-        handle_ = LoadLibraryA(std::string(path).c_str());
-        return handle_ ? S_OK : HRESULT_FROM_WIN32(GetLastError());
+        std::string file;
+        const HRESULT hr = WholePath(path, file);
+        if (FAILED(hr))
+            return hr;
+        if (FileNameOf(path).empty())
+            return HRESULT_FROM_WIN32(ERROR_MOD_NOT_FOUND);
+        handle_ = LoadLibraryA(file.c_str());
+        return handle_ ? S_OK : HRESULT_FROM_WIN32(ERROR_MOD_NOT_FOUND);
     } catch (const std::bad_alloc&) {
         return E_OUTOFMEMORY;
     }
@@ -33,7 +45,12 @@ void* Module::Find(const char* name) const noexcept
 {
     if (!handle_ || !name)
         return nullptr;
-    return reinterpret_cast<void*>(GetProcAddress(static_cast<HMODULE>(handle_), name));
+    const auto module = static_cast<HMODULE>(handle_);
+    if (void* const found = reinterpret_cast<void*>(GetProcAddress(module, name)))
+        return found;
+    const auto byName = reinterpret_cast<decltype(&QuorvaneModuleExport)>(
+        reinterpret_cast<void*>(GetProcAddress(module, kQuorvaneModuleExportName)));
+    return byName ? byName(name) : nullptr;
 }
 
 }  // namespace quorvane

@@ -25,9 +25,11 @@ HKEY RootOf(RegistryHive hive) noexcept
     return hive == RegistryHive::CurrentUser ? HKEY_CURRENT_USER : HKEY_LOCAL_MACHINE;
 }
 
+// A key that was deleted while it was open is no other case than one that isn't there.
 HRESULT ResultOf(LSTATUS status) noexcept
 {
-    return HRESULT_FROM_WIN32(static_cast<DWORD>(status));
+    return HRESULT_FROM_WIN32(
+        static_cast<DWORD>(status == ERROR_KEY_DELETED ? ERROR_FILE_NOT_FOUND : status));
 }
 
 bool IsTextType(RegistryType type) noexcept

@@ -11,7 +11,8 @@ namespace quorvane::test {
 std::filesystem::path MakeTestDirectory()
 {
     std::random_device random;
-    const std::filesystem::path parent = std::filesystem::temp_directory_path();
+    // A directory for temporary files that a test chose for its time may be gone.
+    static const std::filesystem::path parent = std::filesystem::temp_directory_path();
     for (int attempt = 0; attempt < 100; ++attempt) {
         std::filesystem::path directory = parent / ("quorvane-test-" + std::to_string(random()));
         if (std::filesystem::create_directory(directory))

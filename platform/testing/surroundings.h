@@ -10,7 +10,7 @@
 
 namespace quorvane::test {
 
-// Makes a new directory under the system's temporary one.
+// Makes a new directory under the one for temporary files that the process began with.
 std::filesystem::path MakeTestDirectory();
 
 // Sets a variable of the environment; null takes it away.

@@ -47,6 +47,8 @@ void KeepTemporaryFilesIn(const std::filesystem::path& directory)
 
 void KeepMachineSettingsIn(const std::filesystem::path& directory)
 {
+    if (directory.empty())
+        return SetVariable("QUORVANE_MACHINE_REGISTRY", nullptr);
     std::filesystem::create_directories(directory);
     SetVariable("QUORVANE_MACHINE_REGISTRY", (directory / "machine.reg").c_str());
 }

@@ -135,6 +135,8 @@ void KeepTemporaryFilesIn(const std::filesystem::path& directory)
 
 void KeepMachineSettingsIn(const std::filesystem::path& directory)
 {
+    if (directory.empty())
+        return PutBack(HKEY_LOCAL_MACHINE);
     Replace(HKEY_LOCAL_MACHINE, directory / "machine");
     Current().Apply();
 }

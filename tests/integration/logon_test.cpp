@@ -283,7 +283,7 @@ TEST_F(SessionTest, AnIdOfFiftyCharactersIsUnknown)
     EXPECT_EQ(session.GetItemFromID(Variant::Text(longest).Raw(), nothing.Raw(), nothing.Raw(), item.Put()),
               S_OK);
     EXPECT_EQ(
-        session.GetItemFromID(Variant::Text(longest + u"x").Raw(), nothing.Raw(), nothing.Raw(), item.Put()),
+        session.GetItemFromID(Variant::Text(longest + OLESTR("x")).Raw(), nothing.Raw(), nothing.Raw(), item.Put()),
         DISP_E_MEMBERNOTFOUND);
 }
 

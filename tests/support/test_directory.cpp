@@ -1,19 +1,14 @@
 #include "tests/support/test_directory.h"
 
 #include <cstdio>
-#include <cstdlib>
 #include <system_error>
 #include <thread>
 
+#include "platform/testing/surroundings.h"
+
 namespace quorvane::test {
 
-TestDirectory::TestDirectory()
-{
-    std::string pattern = "/tmp/quorvane-test-XXXXXX";
-    if (!mkdtemp(pattern.data()))
-        throw std::runtime_error("no temporary directory");
-    path_ = pattern;
-}
+TestDirectory::TestDirectory() : path_(MakeTestDirectory()) {}
 
 TestDirectory::~TestDirectory()
 {

@@ -2,11 +2,11 @@
 
 #include <sqlite3.h>
 
-#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <iterator>
 
+#include "platform/testing/surroundings.h"
 #include "quorvane3/message_store.h"
 
 namespace quorvane::test {
@@ -14,6 +14,7 @@ namespace quorvane::test {
 namespace {
 
 constexpr char kProfile[] = "Test";
+constexpr char kSettings[] = "Software\\Brindlemoor\\Quorvane\\1.0\\Tests\\Settings";
 
 LPTSTR Unconst(const char* text)
 {
@@ -31,7 +32,7 @@ class Sqlite {
 public:
     explicit Sqlite(const std::filesystem::path& path)
     {
-        if (sqlite3_open(path.c_str(), &db_) != SQLITE_OK)
+        if (sqlite3_open(path.string().c_str(), &db_) != SQLITE_OK)
             throw std::runtime_error("open " + path.string());
         sqlite3_busy_timeout(db_, 10000);
     }
@@ -94,13 +95,11 @@ void ConfigureStore(IMsgServiceAdmin& services, const std::string& path)
 
 TestMailbox::TestMailbox()
 {
-    std::filesystem::create_directories(Directory() / "config" / "quorvane3");
-    std::filesystem::create_directories(Directory() / "temp");
     std::filesystem::create_directories(InboxPath());
-    Set("Logs", '"' + LogPath().string() + '"');
+    Select();
+    PutUserSetting(kSettings, "Logs", LogPath().string());
     logBefore_ = ReadFile(LogPath()).size();
     Execute(ReadFile(QUORVANE_SHARING_SCHEMA));
-    Select();
     MAPIINIT_0 init{0, MAPI_MULTITHREAD_NOTIFICATIONS};
     Check(MAPIInitialize(&init), "start MAPI");
     MakeProfile();
@@ -121,20 +120,9 @@ void TestMailbox::LogOff()
 
 void TestMailbox::Select() const
 {
-    setenv("XDG_CONFIG_HOME", (Directory() / "config").c_str(), 1);
-    setenv("XDG_DATA_HOME", (Directory() / "data").c_str(), 1);
-    setenv("TMPDIR", (Directory() / "temp").c_str(), 1);
-}
-
-void TestMailbox::Set(const std::string& name, const std::string& value) const
-{
-    const auto path = Directory() / "config" / "quorvane3" / "registry.reg";
-    const bool isNew = !std::filesystem::exists(path);
-    std::ofstream file(path, std::ios::app | std::ios::binary);
-    if (isNew)
-        file << "Windows Registry Editor Version 5.00\r\n\r\n";
-    file << "[HKEY_CURRENT_USER\\Software\\Brindlemoor\\Quorvane\\1.0\\Tests\\Settings]\r\n"
-         << '"' << name << "\"=" << value << "\r\n\r\n";
+    KeepSettingsIn(Directory() / "config");
+    KeepDataIn(Directory() / "data");
+    KeepTemporaryFilesIn(Directory() / "temp");
 }
 
 void TestMailbox::MakeProfile() const

@@ -29,9 +29,6 @@ public:
     static const std::filesystem::path& LogPath();
     std::filesystem::path InboxPath() const { return Directory() / "inbox"; }
 
-    // Puts a setting of the product; `value` as a registry export spells it, quotes included.
-    void Set(const std::string& name, const std::string& value) const;
-
     IMsgStore& Store() const noexcept { return *store_; }
     TestFolder MakeFolder(const std::string& name) const;
     TestFolder OpenFolder(const std::string& entryId) const;

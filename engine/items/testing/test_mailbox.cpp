@@ -1,7 +1,6 @@
 #include "engine/items/testing/test_mailbox.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <cstring>
 #include <stdexcept>
 
@@ -11,6 +10,7 @@
 #include "engine/storeaccess/mapi_binding.h"
 #include "engine/storeaccess/mapi_functions.h"
 #include "engine/storeaccess/mapi_memory.h"
+#include "platform/testing/surroundings.h"
 #include "quorvane3/message_store.h"
 
 namespace quorvane::testing {
@@ -52,7 +52,7 @@ SPropValue LongValue(ULONG tag, LONG number)
 void UseOwnConfiguration()
 {
     static const TestFolder configuration;
-    setenv("XDG_CONFIG_HOME", configuration.Path().c_str(), 1);
+    test::KeepSettingsIn(configuration.Path());
 }
 
 ComPtr<IProfAdmin> OpenProfiles()

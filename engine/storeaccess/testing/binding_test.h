@@ -4,7 +4,6 @@
 #define QUORVANE_ENGINE_STOREACCESS_TESTING_BINDING_TEST_H_
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
@@ -15,6 +14,7 @@
 #include "engine/storeaccess/mapi_functions.h"
 #include "platform/module/module.h"
 #include "platform/registry/registry.h"
+#include "platform/testing/surroundings.h"
 
 // What is bound stays bound for the life of a process, so that each test does its binding in a process of its
 // own: BINDS_ALONE runs a function there that tells whether all was as expected.
@@ -35,41 +35,38 @@ protected:
     {
         // A process that a test starts works in the directory of the one that started it.
         const char* const parents = std::getenv("QV_BINDING_TEST_DIRECTORY");
-        directory = parents
-                        ? std::filesystem::path(parents)
-                        : std::filesystem::temp_directory_path() / ("qv_binding_" + std::to_string(getpid()));
-        setenv("QV_BINDING_TEST_DIRECTORY", directory.c_str(), 1);
-        std::filesystem::create_directories(directory / "quorvane3");
-        setenv("XDG_CONFIG_HOME", directory.c_str(), 1);
-        setenv("QUORVANE_MACHINE_REGISTRY", MachineFile().c_str(), 1);
-        setenv("FAKE_COMPONENT_LOG", (directory / "asked").c_str(), 1);
-        ComponentIs("component/libclient.so");
+        directory = parents ? std::filesystem::path(parents) : test::MakeTestDirectory();
+        test::SetVariable("QV_BINDING_TEST_DIRECTORY", directory.string().c_str());
+        test::KeepSettingsIn(directory);
+        test::KeepMachineSettingsIn(directory);
+        test::SetVariable("FAKE_COMPONENT_LOG", (directory / "asked").string().c_str());
+        ComponentIs("component/client.dll");
         for (const char* name :
              {"FAKE_COMPONENT_FOR", "FAKE_COMPONENT_REFUSES", "FAKE_MAPI_REFUSES", "FAKE_EXPORTS"})
-            unsetenv(name);
+            test::SetVariable(name, nullptr);
         UseSystem("asking");
     }
     void TearDown() override
     {
         std::filesystem::remove_all(directory);
-        unsetenv("QV_BINDING_TEST_DIRECTORY");
+        test::SetVariable("QV_BINDING_TEST_DIRECTORY", nullptr);
     }
-
-    std::filesystem::path UserFile() const { return directory / "quorvane3" / "registry.reg"; }
-    std::filesystem::path MachineFile() const { return directory / "machine.reg"; }
 
     // The folder of the fakes that serves as the system directory.
     static void UseSystem(const std::string& name)
     {
-        setenv("QUORVANE_SYSTEM_DIR", (std::string(QUORVANE_FAKE_MAPI_DIR) + "/" + name).c_str(), 1);
+        test::SetVariable("QUORVANE_SYSTEM_DIR", (std::string(QUORVANE_FAKE_MAPI_DIR) + "/" + name).c_str());
     }
     // The qualifier under which the system knows the component, "-" for none given.
-    static void ComponentLiesUnder(const char* qualifier) { setenv("FAKE_COMPONENT_FOR", qualifier, 1); }
+    static void ComponentLiesUnder(const char* qualifier)
+    {
+        test::SetVariable("FAKE_COMPONENT_FOR", qualifier);
+    }
     // The component's path among the fakes; empty for an empty path.
     static void ComponentIs(const std::string& path)
     {
         const std::string whole = path.empty() ? path : std::string(QUORVANE_FAKE_MAPI_DIR) + "/" + path;
-        setenv("FAKE_COMPONENT_PATH", whole.c_str(), 1);
+        test::SetVariable("FAKE_COMPONENT_PATH", whole.c_str());
     }
 
     // Names a hive's default mail client, without a key of its own.

@@ -151,15 +151,15 @@ extern "C" BOOL FGetComponentPath(LPSTR component, LPSTR qualifier, LPSTR path, 
     const char* const asked = qualifier ? qualifier : "-";
     if (const char* const log = std::getenv("FAKE_COMPONENT_LOG")) {
         if (std::FILE* const file = std::fopen(log, "a")) {
-            std::fprintf(file, "%s/%s/%u/%d ", component, asked, capacity, install);
+            std::fprintf(file, "%s/%s/%u/%d ", component, asked, static_cast<unsigned>(capacity), install);
             std::fclose(file);
         }
     }
     const char* const known = std::getenv("FAKE_COMPONENT_FOR");
     const char* const answer = std::getenv("FAKE_COMPONENT_PATH");
-    if (!known || !answer || std::strcmp(known, asked) != 0)
+    if (!known || std::strcmp(known, asked) != 0)
         return FALSE;
-    std::snprintf(path, capacity, "%s", answer);
+    std::snprintf(path, capacity, "%s", answer ? answer : "");
     return std::getenv("FAKE_COMPONENT_REFUSES") ? FALSE : TRUE;
 }
 #endif

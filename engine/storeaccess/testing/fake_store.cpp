@@ -1,16 +1,19 @@
 #include "engine/storeaccess/testing/fake_store.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <cstring>
 
 #include "engine/storeaccess/mapi_functions.h"
+#include "platform/testing/surroundings.h"
 
 namespace quorvane::testing {
 namespace {
 
 // A program that uses these fakes finds the fake MAPI library, before anything asks for one.
-[[maybe_unused]] const int chosen = setenv("QUORVANE_SYSTEM_DIR", QUORVANE_FAKE_MAPI_DIR "/plain", 1);
+[[maybe_unused]] const bool chosen = [] {
+    test::SetVariable("QUORVANE_SYSTEM_DIR", QUORVANE_FAKE_MAPI_DIR "/plain");
+    return true;
+}();
 
 // Copies bytes into a part of a MAPI buffer.
 LPBYTE CopyBytes(void* owner, const std::string& bytes)

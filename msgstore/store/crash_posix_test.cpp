@@ -25,11 +25,11 @@ struct Acknowledged {
 
 class CrashTest : public ::testing::Test {
 protected:
-    static std::u16string SubjectOf(int number, bool changed)
+    static OleString SubjectOf(int number, bool changed)
     {
-        std::u16string subject = changed ? u"changed " : u"added ";
+        OleString subject = changed ? OLESTR("changed ") : OLESTR("added ");
         for (const char digit : std::to_string(number))
-            subject.push_back(static_cast<char16_t>(digit));
+            subject.push_back(static_cast<OLECHAR>(digit));
         return subject;
     }
 
@@ -99,8 +99,8 @@ protected:
 
     void ExpectAllThere(const std::vector<Acknowledged>& done)
     {
-        std::map<std::u16string, bool> present;
-        for (const std::u16string& subject : SubjectsOf(*ContentsOf(mailbox.Inbox())))
+        std::map<OleString, bool> present;
+        for (const OleString& subject : SubjectsOf(*ContentsOf(mailbox.Inbox())))
             present[subject] = true;
         std::map<int, char> last;
         for (const Acknowledged& step : done)
