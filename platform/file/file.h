@@ -43,6 +43,8 @@ enum class FileShare : unsigned {
 
 enum class SeekFrom { Begin, Current, End };
 
+struct FileStamp;
+
 // One open file, or none. Positional reads and writes of one file may run on many threads at once; the
 // rest is for one thread at a time. With no open file every operation gives ERROR_INVALID_HANDLE.
 class File {
@@ -79,6 +81,11 @@ public:
     [[nodiscard]] HRESULT Seek(std::int64_t offset, SeekFrom from,
                                std::uint64_t* position = nullptr) noexcept;
     [[nodiscard]] HRESULT GetSize(std::uint64_t& size) const noexcept;
+    // Which file is open, and the state that its last write left it in (file_stamp.h).
+    [[nodiscard]] HRESULT GetStamp(FileStamp& stamp) const noexcept;
+    // Whether another opener that goes through this class, of this process or another, has the file open for
+    // writing at this moment. False where the system doesn't tell (Windows, file systems without locks).
+    bool IsWrittenByOthers() const noexcept;
     // Cuts, or extends with zeros. The file position stays.
     [[nodiscard]] HRESULT SetSize(std::uint64_t size) noexcept;
     // Returns when everything written is on the disk.

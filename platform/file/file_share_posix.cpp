@@ -88,4 +88,9 @@ HRESULT ClaimShare(int file, bool reads, bool writes, FileShare share) noexcept
     return S_OK;
 }
 
+bool IsWrittenByOthers(int file) noexcept
+{
+    return IsHeldByOthers(file, kWrites);
+}
+
 }  // namespace quorvane::posix

@@ -14,6 +14,9 @@ namespace quorvane::posix {
 // file system without locks every opener is let through.
 HRESULT ClaimShare(int file, bool reads, bool writes, FileShare share) noexcept;
 
+// Whether another open file stands in the record as a writer.
+bool IsWrittenByOthers(int file) noexcept;
+
 }  // namespace quorvane::posix
 
 #endif  // QUORVANE_PLATFORM_FILE_FILE_SHARE_POSIX_H_
