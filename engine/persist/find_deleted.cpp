@@ -2,6 +2,7 @@
 #include <unordered_set>
 #include <vector>
 
+#include "engine/persist/debug_timer.h"
 #include "engine/persist/hash_db.h"
 #include "engine/persist/hash_file.h"
 #include "engine/persist/hash_text.h"
@@ -68,6 +69,7 @@ HRESULT SeeTable(IMsgStore* store, IMAPITable* table, Keys& seen)
 HRESULT CHashDB::FindDeletedSmart(IMsgStore* Store, IMAPITable* Table, BstrArrayBuilder& Deleted) noexcept
 {
     try {
+        const DebugTimer timer;
         Keys seen;
         HR_TRY_QUIET(SeeTable(Store, Table, seen));
         HRESULT appended = S_OK;
@@ -79,7 +81,10 @@ HRESULT CHashDB::FindDeletedSmart(IMsgStore* Store, IMAPITable* Table, BstrArray
             });
         }
         HR_TRY(traced, appended);
-        return traced(Table->SeekRow(BOOKMARK_BEGINNING, 0, nullptr));
+        HR_TRY(traced, Table->SeekRow(BOOKMARK_BEGINNING, 0, nullptr));
+        if (kDebugBuild)
+            Trace(traced.Function(), __LINE__, "FindDeleted done in %d milliseconds\n", timer.Milliseconds());
+        return S_OK;
     } catch (...) {
         return traced(E_OUTOFMEMORY);
     }

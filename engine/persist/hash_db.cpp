@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <limits>
 
+#include "engine/persist/debug_timer.h"
 #include "engine/persist/hash_file.h"
 #include "engine/persist/hash_text.h"
 #include "engine/session/trace/trace.h"
@@ -93,9 +94,12 @@ HRESULT CHashDB::FillMap() noexcept
 {
     const Traced traced{"CHashDB::FillMap"};
     const MutexLock lock(m_csLock);
+    const DebugTimer timer;
     HRESULT damage = S_OK;
     HR_TRY(traced, m_pFile->Load(damage));
     HR_IGNORE(traced(damage), "what stands in front of the damage is loaded");
+    if (kDebugBuild)
+        Trace(traced.Function(), __LINE__, "CHashMessage::FillMap worked for %d ms\n", timer.Milliseconds());
     return S_OK;
 }
 
@@ -169,6 +173,8 @@ HRESULT CHashDB::SetHash(BSTR Key, BSTR Hash, LONG Flags) noexcept
             Hash ? PackHashText(OleString(ViewOf(Hash)) + kTab + ToDecimal(Flags)) : kNullHashText;
         if (HashStringBytes(key) > kMaxHashString || HashStringBytes(value) > kMaxHashString)
             return E_INVALIDARG;
+        if (kDebugBuild && Hash)
+            Trace("CHashDB::SetHash", __LINE__, "Setting hash: \"%s\"\n", Narrow(ViewOf(Hash)).c_str());
         const MutexLock lock(m_csLock);
         if (Hash)
             m_pFile->Set(key, value);

@@ -7,8 +7,8 @@
 // The file is a plain sequence of records to its end, each a key and a value; a string is its size in bytes
 // with the terminator (4 bytes, little-endian; 0 for null), the text in UTF-16 and the terminator. A key that
 // comes again replaces the earlier one. After every change the file holds the whole map, at a cost that
-// doesn't grow with it, and at every moment of a save it holds what the map was before or after the change
-// (docs/hash-file.md).
+// doesn't grow with it; a process that is killed in the midst of a save leaves what the map was before or
+// after the change (docs/hash-file.md).
 #ifndef QUORVANE_ENGINE_PERSIST_HASH_DB_H_
 #define QUORVANE_ENGINE_PERSIST_HASH_DB_H_
 

@@ -9,7 +9,8 @@
 #include <thread>
 #include <vector>
 
-#include "engine/persist/testing/told_reader.h"
+#include "engine/persist/debug_timer.h"
+#include "engine/persist/testing/hash_db_fixture.h"
 #include "engine/session/trace/testing/traced_lines.h"
 #include "engine/storeaccess/item_hash.h"
 #include "engine/storeaccess/testing/fake_store.h"
@@ -18,47 +19,12 @@ namespace quorvane {
 namespace {
 
 using testing::FakeMessage;
+using testing::HashDbTest;
 using testing::ReadBytes;
 using testing::ReadTold;
+using testing::Text;
 using testing::ToldMap;
 using testing::ToldRecord;
-
-Bstr Text(const char* text)
-{
-    return Bstr(Widen(text));
-}
-
-class HashDbTest : public ::testing::Test {
-protected:
-    void SetUp() override
-    {
-        directory = std::filesystem::temp_directory_path() / ("qv_hashdb_" + std::to_string(getpid()));
-        std::filesystem::create_directories(directory);
-        place = Bstr(Widen(directory.string() + "/"));
-        path = (directory / "F.dat").string();
-    }
-    void TearDown() override { std::filesystem::remove_all(directory); }
-
-    void Write(const std::string& bytes) const { std::ofstream(path, std::ios::binary) << bytes; }
-    HRESULT Init() { return store.Init(place.Get()); }
-    HRESULT Set(const char* key, const char* hash, LONG flags)
-    {
-        return store.SetHash(Text(key).Get(), hash ? Text(hash).Get() : nullptr, flags);
-    }
-    // "hash/flags" of a key.
-    std::string Get(const char* key)
-    {
-        Bstr hash;
-        LONG flags = 99;
-        EXPECT_EQ(store.GetHash(Text(key).Get(), hash.Put(), &flags), S_OK);
-        EXPECT_FALSE(hash.IsNull());
-        return Narrow(hash.View()) + "/" + std::to_string(flags);
-    }
-    std::filesystem::path directory;
-    Bstr place;
-    std::string path;
-    CHashDB store{OLESTR("F")};
-};
 
 TEST_F(HashDbTest, ANewFileIsEmptyAndTheStoreKnowsNothing)
 {
@@ -201,7 +167,52 @@ TEST_F(HashDbTest, ADamagedValueIsTracedAndEndsTheFile)
 TEST_F(HashDbTest, TheEndOfAWholeFileIsNotTraced)
 {
     Write(ToldRecord(u"AB", u"h1\t1"));
-    EXPECT_EQ(testing::TracedLines([&] { EXPECT_EQ(Init(), S_OK); }).find("CHashDB"), std::string::npos);
+    EXPECT_EQ(testing::TracedLines([&] { EXPECT_EQ(Init(), S_OK); }).find("0x"), std::string::npos);
+}
+
+TEST_F(HashDbTest, OnlyADebugBuildTracesEachHashAndTheTimeOfTheLoad)
+{
+    const std::string log = testing::TracedLines([&] {
+        EXPECT_EQ(Init(), S_OK);
+        EXPECT_EQ(Set("AB", "h1", 7), S_OK);
+    });
+    const bool isDebug = kDebugBuild;
+    EXPECT_EQ(log.find("Setting hash: \"h1\"\n") != std::string::npos, isDebug) << log;
+    EXPECT_EQ(log.find("CHashMessage::FillMap worked for ") != std::string::npos, isDebug) << log;
+}
+
+TEST_F(HashDbTest, AnEmptyTextIsAKeyLikeAnother)
+{
+    Write(ToldRecord(u"", u"h1\t1") + ToldRecord(u"CD", u"h2\t2"));
+    ASSERT_EQ(Init(), S_OK);
+    EXPECT_EQ(store.Count(), 2u);
+    EXPECT_EQ(Get(""), "h1/1");
+}
+
+TEST_F(HashDbTest, AnotherLoadFindsWhatTheFileHolds)
+{
+    ASSERT_EQ(Init(), S_OK);
+    ASSERT_EQ(Set("AB", "h1", 1), S_OK);
+    store.SuspendSave = true;
+    ASSERT_EQ(Set("CD", "h2", 2), S_OK);
+    ASSERT_EQ(store.FillMap(), S_OK);
+    EXPECT_EQ(store.Count(), 1u);
+    EXPECT_EQ(Get("AB"), "h1/1");
+}
+
+TEST_F(HashDbTest, AnIdentifierThatHasNoTextIsTracedUnderTheOperationsName)
+{
+    ASSERT_EQ(Init(), S_OK);
+    BYTE byte = 0;
+    const SBinary endless{0xFFFFFFFF, &byte};
+    Bstr hash;
+    LONG flags = 0;
+    const std::string log = testing::TracedLines([&] {
+        EXPECT_TRUE(FAILED(store.SetHash(endless, Text("h").Get(), 3)));
+        EXPECT_TRUE(FAILED(store.GetHash(endless, hash.Put(), &flags)));
+    });
+    EXPECT_NE(log.find("CHashDB::SetHash("), std::string::npos);
+    EXPECT_NE(log.find("CHashDB::GetHash("), std::string::npos);
 }
 
 TEST_F(HashDbTest, TheNextSaveDropsADamagedTail)

@@ -1,10 +1,13 @@
 #include "engine/persist/hash_file.h"
 
+#include <algorithm>
+#include <array>
 #include <utility>
 
 #include "engine/persist/hash_text.h"
 #include "engine/session/trace/trace.h"
 #include "platform/file/path.h"
+#include "platform/file/permissions.h"
 
 namespace quorvane {
 namespace {
@@ -14,28 +17,32 @@ constexpr char kNewSuffix[] = ".new";
 constexpr size_t kWriteBlock = 64 * 1024;
 
 // So many dead bytes are left alone, however few live.
-constexpr std::uint64_t kDeadSlack = 64 * 1024;
+constexpr std::uint64_t kDeadSlack = 256 * 1024;
 
 // From here on writing the whole map is cheaper than writing one record after the other.
 constexpr size_t kManyChanges = 64;
 constexpr size_t kWholeMapShare = 8;
+
+// The same for a key that stands in the file many times: so many places, and so many living bytes for each.
+constexpr size_t kManyPlaces = 16;
+constexpr std::uint64_t kBytesPerPlace = 4096;
+
+// How often a record is drawn in the hope that it stands behind another.
+constexpr unsigned kDraws = 8;
+
+// No file reserves more memory than a fraction of its size, whatever it says.
+constexpr std::uint64_t kSmallestUsualRecord = 64;
 
 std::uint64_t RecordSize(const std::string& key, const std::string& value) noexcept
 {
     return 2 * kHashLengthSize + HashStringBytes(key) + HashStringBytes(value);
 }
 
-// The head of an outdated record that fills `length` bytes whose last two are zero: its key and the size of
-// its value, which is what stood there. Empty when that isn't possible.
-std::string FillerHead(const std::string& key, std::uint64_t length)
+std::string CharactersOf(const std::string& key)
 {
-    const std::uint64_t headSize = RecordSize(key, kNullHashText);
-    if (length < headSize || length - headSize > kMaxHashString || (length - headSize) % 2 != 0)
-        return {};
-    std::string head;
-    AppendHashString(head, key);
-    AppendLittleEndian32(head, static_cast<std::uint32_t>(length - headSize));
-    return head;
+    std::string bytes;
+    AppendHashCharacters(bytes, key);
+    return bytes;
 }
 
 }  // namespace
@@ -44,66 +51,88 @@ std::string FillerHead(const std::string& key, std::uint64_t length)
 
 const std::string* HashFile::Find(const std::string& key) const
 {
-    const auto found = records_.find(key);
-    return found == records_.end() ? nullptr : &found->second.value;
+    const auto found = map_.records.find(key);
+    return found == map_.records.end() ? nullptr : &found->second.value;
 }
 
 void HashFile::Set(const std::string& key, const std::string& value)
 {
-    const auto found = records_.find(key);
-    if (found != records_.end() && found->second.value == value)
-        return;
     std::string copy = value;
-    const bool fresh = found == records_.end();
-    Node& node = fresh ? *records_.try_emplace(key).first : *found;
+    const auto found = map_.records.find(key);
+    if (found == map_.records.end()) {
+        Enter(key).second.value = std::move(copy);
+    } else if (found->second.value != value) {
+        if (!saveAll_)
+            changed_.insert(&*found);
+        found->second.value = std::move(copy);
+    }
+    NoteMany();
+}
+
+// A new record. What the file still holds of its key stands for nothing as soon as it is saved.
+HashNode& HashFile::Enter(const std::string& key)
+{
+    HashNode& node = *map_.records.try_emplace(key).first;
     try {
-        changed_.insert(&node);
+        if (!saveAll_)
+            changed_.insert(&node);
+        map_.peers.Add(node);
     } catch (...) {
-        if (fresh)
-            records_.erase(key);
+        changed_.erase(&node);
+        map_.records.erase(key);
         throw;
     }
-    node.second.value = std::move(copy);
+    if (const auto gone = gone_.find(key); gone != gone_.end()) {
+        node.second.outdated = std::move(gone->second.places);
+        gone_.erase(gone);
+    }
+    return node;
 }
 
 void HashFile::Remove(const std::string& key)
 {
-    const auto found = records_.find(key);
-    if (found == records_.end())
+    const auto found = map_.records.find(key);
+    if (found == map_.records.end())
         return;
-    const bool inFile = found->second.offset != kNowhere && !saveAll_;
-    if (inFile)
-        removed_.reserve(removed_.size() + 1);
+    HashRecord& record = found->second;
+    const bool counts = record.offset != kNotInFile;
+    if (!saveAll_ && (counts || record.outdated)) {
+        auto places = std::make_unique<HashOffsets>(record.outdated ? *record.outdated : HashOffsets());
+        if (counts)
+            places->push_back(record.offset);
+        gone_.emplace(key, Gone{std::move(places), record.size});
+    }
+    map_.live -= record.size;
     changed_.erase(&*found);
-    if (inFile)
-        removed_.insert(records_.extract(found));
-    else
-        records_.erase(found);
+    map_.peers.Take(*found);
+    map_.records.erase(found);
+    NoteMany();
 }
 
-// Places
-
-void HashFile::Places::Append(Node& node, std::uint64_t size) noexcept
+void HashFile::NoteMany() noexcept
 {
-    Record& record = node.second;
-    record.offset = end;
-    record.gap = 0;
-    record.size = size;
-    record.previous = last;
-    record.next = nullptr;
-    (last ? last->second.next : first) = &node;
-    last = &node;
-    end += size;
-    live += size;
+    const size_t changes = changed_.size() + gone_.size();
+    if (changes <= kManyChanges || changes <= map_.records.size() / kWholeMapShare)
+        return;
+    saveAll_ = true;
+    ForgetChanges();
 }
 
-void HashFile::Places::Take(Node& node) noexcept
+void HashFile::ForgetChanges() noexcept
 {
-    Record& record = node.second;
-    (record.previous ? record.previous->second.next : first) = record.next;
-    (record.next ? record.next->second.previous : last) = record.previous;
+    changed_.clear();
+    gone_.clear();
+}
+
+void HashFile::Contents::Place(HashNode& node, std::uint64_t offset, std::uint32_t size)
+{
+    HashRecord& record = node.second;
+    if (record.offset != kNotInFile)
+        record.AddOutdated(record.offset);
     live -= record.size;
-    record.previous = record.next = nullptr;
+    record.offset = offset;
+    record.size = size;
+    live += size;
 }
 
 // Loading
@@ -111,10 +140,15 @@ void HashFile::Places::Take(Node& node) noexcept
 HRESULT HashFile::Open(const std::string& path) noexcept
 {
     try {
+        loaded_ = false;
         path_ = path;
+        redo_.SetPath(path + kRedoSuffix);
         HR_TRY_QUIET(file_.Open(path, FileAccess::ReadWrite, FileMode::OpenAlways, FileShare::ReadWrite));
+        // What stands beside a file that somebody else writes is theirs.
+        if (file_.IsWrittenByOthers())
+            return S_OK;
         HR_IGNORE(RemoveFile(path + kNewSuffix), "a killed process may have left one; mostly there is none");
-        const HRESULT hr = redo_.Recover(path + kRedoSuffix, file_);
+        const HRESULT hr = redo_.Recover(file_);
         if (FAILED(hr))
             file_.Close();
         return hr;
@@ -126,30 +160,26 @@ HRESULT HashFile::Open(const std::string& path) noexcept
 HRESULT HashFile::Load(HRESULT& damage) noexcept
 {
     try {
-        std::uint64_t size = 0;
-        HR_TRY_QUIET(file_.GetSize(size));
-        Records records;
-        Places places;
+        FileStamp stamp;
+        HR_TRY_QUIET(file_.GetStamp(stamp));
+        Contents contents;
         HashReader reader(file_);
-        bool scattered = false;
         damage = S_OK;
-        HR_TRY_QUIET(ReadRecords(reader, records, places, scattered, damage));
-        changed_.clear();
-        removed_.clear();
-        records_ = std::move(records);
-        places_ = places;
-        saveAll_ = scattered || reader.SawOddText();
-        tailDamaged_ = places.end < size;
+        HR_TRY_QUIET(ReadRecords(reader, stamp.size, contents, damage));
+        ForgetChanges();
+        map_ = std::move(contents);
+        stamp_ = stamp;
+        saveAll_ = reader.SawOddText();
+        tailDamaged_ = map_.end < stamp.size;
         compactAt_ = 0;
+        loaded_ = true;
         return S_OK;
     } catch (...) {
         return E_OUTOFMEMORY;
     }
 }
 
-// `scattered` becomes true when an outdated record stands elsewhere than right in front of its successor.
-HRESULT HashFile::ReadRecords(HashReader& reader, Records& records, Places& places, bool& scattered,
-                              HRESULT& damage)
+HRESULT HashFile::ReadRecords(HashReader& reader, std::uint64_t fileSize, Contents& contents, HRESULT& damage)
 {
     std::string key;
     std::string value;
@@ -166,37 +196,33 @@ HRESULT HashFile::ReadRecords(HashReader& reader, Records& records, Places& plac
             damage = reader.Code();
             return S_OK;
         }
-        const auto [place, fresh] = records.try_emplace(key);
-        Node& node = *place;
-        std::uint64_t gap = 0;
-        if (!fresh) {
-            const bool rightInFront = places.last == &node;
-            scattered = scattered || !rightInFront;
-            gap = rightInFront ? node.second.gap + node.second.size : 0;
-            places.Take(node);
-        }
-        places.end = reader.Offset() - RecordSize(key, value);
-        places.Append(node, RecordSize(key, value));
-        node.second.gap = gap;
-        node.second.value = value;
+        const std::uint64_t size = reader.Offset() - contents.end;
+        if (contents.end == 0)
+            contents.records.reserve(static_cast<size_t>(fileSize / std::max(size, kSmallestUsualRecord)));
+        const auto [place, fresh] = contents.records.try_emplace(key);
+        if (fresh)
+            contents.peers.Add(*place);
+        contents.Place(*place, contents.end, static_cast<std::uint32_t>(size));
+        place->second.value = value;
+        contents.end = reader.Offset();
     }
 }
 
-// Saving what changed
+// Saving
 
 HRESULT HashFile::Save() noexcept
 {
-    if (!file_.IsOpen())
-        return records_.empty() ? S_OK : HRESULT_FROM_WIN32(ERROR_INVALID_HANDLE);
     try {
-        const size_t changes = changed_.size() + removed_.size();
-        if (saveAll_ || (changes > kManyChanges && changes > records_.size() / kWholeMapShare))
-            return SaveAll();
-        const HRESULT hr = SaveChanges();
-        if (FAILED(hr))
+        if (loaded_)
+            FollowPath();
+        if (!loaded_ || !file_.IsOpen())
+            return map_.records.empty() ? S_OK : HRESULT_FROM_WIN32(ERROR_INVALID_HANDLE);
+        // Another writer's places are as good as ours: only the whole map is right, where it stands.
+        const bool shared = file_.IsWrittenByOthers();
+        const HRESULT hr = shared ? WriteInPlace() : SaveAlone();
+        saveAll_ = saveAll_ || shared || FAILED(hr);
+        if (FAILED(file_.GetStamp(stamp_)))
             saveAll_ = true;
-        else
-            Compact();
         return hr;
     } catch (...) {
         saveAll_ = true;
@@ -204,109 +230,140 @@ HRESULT HashFile::Save() noexcept
     }
 }
 
+// Turns to the file that the path leads to, if somebody has replaced or removed the one that is open, and
+// notes if somebody has written to it.
+void HashFile::FollowPath() noexcept
+{
+    FileStamp stamp;
+    const bool isThere = SUCCEEDED(GetPathStamp(path_, stamp));
+    if (isThere && stamp == stamp_ && file_.IsOpen())
+        return;
+    saveAll_ = true;
+    ForgetChanges();
+    if (isThere && stamp.IsSameFile(stamp_) && file_.IsOpen())
+        return;
+    File file;
+    if (SUCCEEDED(file.Open(path_, FileAccess::ReadWrite, FileMode::OpenAlways, FileShare::ReadWrite)))
+        file_ = std::move(file);
+}
+
+HRESULT HashFile::SaveAlone()
+{
+    if (saveAll_)
+        return SaveAll();
+    HR_TRY_QUIET(SaveChanges());
+    if (saveAll_)
+        return SaveAll();
+    Compact();
+    return S_OK;
+}
+
+// Saving what changed
+
 // Removals come last: a key that was removed and set again is in the file at every moment.
 HRESULT HashFile::SaveChanges()
 {
-    HR_TRY_QUIET(CutTail());
-    for (Node* const node : changed_) {
-        HR_TRY_QUIET(SaveRecord(*node));
-        if (saveAll_)
-            return SaveAll();
-    }
+    if (tailDamaged_)
+        HR_TRY_QUIET(CutAt(map_.end));
+    HR_TRY_QUIET(AppendRecords(changed_));
     changed_.clear();
-    for (Node& node : removed_) {
-        HR_TRY_QUIET(SaveRemoval(node));
+    for (const auto& [key, gone] : gone_) {
+        HR_TRY_QUIET(Forget(key, gone));
         if (saveAll_)
-            return SaveAll();
+            break;
     }
-    removed_.clear();
+    gone_.clear();
     return S_OK;
 }
 
-HRESULT HashFile::SaveRemoval(Node& node)
-{
-    const std::uint64_t start = node.second.offset - node.second.gap;
-    Node* const next = node.second.next;
-    places_.Take(node);
-    return Bury(start, next);
-}
-
-HRESULT HashFile::CutTail() noexcept
-{
-    if (!tailDamaged_)
-        return S_OK;
-    HR_TRY_QUIET(file_.SetSize(places_.end));
-    tailDamaged_ = false;
-    return S_OK;
-}
-
-void HashFile::Encode(const Node& node, std::string& bytes)
+void HashFile::Encode(const HashNode& node, std::string& bytes)
 {
     AppendHashString(bytes, node.first);
     AppendHashString(bytes, node.second.value);
 }
 
-HRESULT HashFile::SaveRecord(Node& node)
+template <class Nodes>
+HRESULT HashFile::AppendRecords(const Nodes& nodes)
 {
-    Record& record = node.second;
     std::string bytes;
-    Encode(node, bytes);
-    if (record.offset == kNowhere)
-        return AppendRecord(node, bytes);
-    if (record.size == bytes.size()) {
-        const std::uint64_t keySize = kHashLengthSize + HashStringBytes(node.first);
-        return redo_.Overwrite(file_, record.offset + keySize, bytes.substr(keySize));
+    for (HashNode* const node : nodes) {
+        const size_t start = bytes.size();
+        Encode(*node, bytes);
+        map_.Place(*node, map_.end + start, static_cast<std::uint32_t>(bytes.size() - start));
+        if (bytes.size() >= kWriteBlock) {
+            HR_TRY_QUIET(WriteAtEnd(bytes));
+            bytes.clear();
+        }
     }
-    const std::uint64_t start = record.offset - record.gap;
-    Node* const next = record.next;
-    places_.Take(node);
-    HR_TRY_QUIET(AppendRecord(node, bytes));
-    return Bury(start, next ? next : &node);
+    return bytes.empty() ? S_OK : WriteAtEnd(bytes);
 }
 
-HRESULT HashFile::AppendRecord(Node& node, const std::string& bytes)
+HRESULT HashFile::WriteAtEnd(const std::string& bytes) noexcept
 {
     tailDamaged_ = true;
-    HR_TRY_QUIET(file_.WriteAt(places_.end, bytes.data(), bytes.size()));
+    HR_TRY_QUIET(file_.WriteAt(map_.end, bytes.data(), bytes.size()));
     tailDamaged_ = false;
-    places_.Append(node, bytes.size());
+    map_.end += bytes.size();
     return S_OK;
 }
 
-// Makes the bytes from `start` up to the record `next`, or up to the end of the file, count for nothing.
+// Makes every record of a key count for nothing, the one that counts last: until then the key has its value.
 // Where there is no way to, everything is to be saved.
-HRESULT HashFile::Bury(std::uint64_t start, Node* next)
+HRESULT HashFile::Forget(const std::string& key, const Gone& gone)
 {
-    while (next) {
-        const std::uint64_t length = next->second.offset - start;
-        const std::string head = FillerHead(next->first, length);
-        if (!head.empty()) {
-            HR_TRY_QUIET(redo_.Overwrite(file_, start, head));
-            next->second.gap = length;
-            return S_OK;
-        }
-        if (length > kMaxHashString) {
-            saveAll_ = true;
-            return S_OK;
-        }
-        // The key has no room there: its record moves to the end and leaves its place to the dead.
-        Node& moved = *next;
-        next = moved.second.next;
-        std::string bytes;
-        Encode(moved, bytes);
-        places_.Take(moved);
-        HR_TRY_QUIET(AppendRecord(moved, bytes));
-        next = next ? next : &moved;
+    if (map_.records.empty())
+        return CutAt(0);
+    const size_t places = gone.places->size();
+    if (places > kManyPlaces && map_.live < places * kBytesPerPlace) {
+        saveAll_ = true;
+        return S_OK;
     }
-    HR_TRY_QUIET(file_.SetSize(start));
-    places_.end = start;
+    const std::uint64_t last = gone.places->back();
+    for (const std::uint64_t offset : *gone.places) {
+        const bool endsFile = offset == last && gone.size > 0 && offset + gone.size == map_.end;
+        HR_TRY_QUIET(endsFile ? CutAt(offset) : Bequeath(key, offset));
+        if (saveAll_)
+            return S_OK;
+    }
+    return S_OK;
+}
+
+HRESULT HashFile::Bequeath(const std::string& key, std::uint64_t offset)
+{
+    HashNode* heir = nullptr;
+    HR_TRY_QUIET(FindHeir(key, offset, heir));
+    if (!heir) {
+        saveAll_ = true;
+        return S_OK;
+    }
+    heir->second.AddOutdated(offset);
+    return redo_.Overwrite(file_, offset + kHashLengthSize, CharactersOf(key), CharactersOf(heir->first));
+}
+
+// A record behind the offset whose key is as long: one that stands there, or a copy that is put there. Null
+// if no other key is as long.
+HRESULT HashFile::FindHeir(const std::string& key, std::uint64_t offset, HashNode*& heir)
+{
+    for (unsigned i = 0; i < kDraws; ++i) {
+        heir = map_.peers.Draw(key);
+        if (!heir || heir->second.offset > offset)
+            return S_OK;
+    }
+    return AppendRecords(std::array<HashNode*, 1>{heir});
+}
+
+HRESULT HashFile::CutAt(std::uint64_t offset) noexcept
+{
+    HR_TRY_QUIET(file_.SetSize(offset));
+    map_.end = offset;
+    tailDamaged_ = false;
     return S_OK;
 }
 
 void HashFile::Compact()
 {
-    const std::uint64_t dead = places_.end - places_.live;
-    if (dead <= places_.live + kDeadSlack || dead <= compactAt_)
+    const std::uint64_t dead = map_.end - map_.live;
+    if (dead <= map_.live + kDeadSlack || dead <= compactAt_)
         return;
     bool mayWriteInPlace = false;
     if (SUCCEEDED(ReplaceFile(mayWriteInPlace)))
@@ -333,14 +390,7 @@ HRESULT HashFile::SaveAll()
 HRESULT HashFile::ReplaceFile(bool& mayWriteInPlace)
 {
     const std::string newPath = path_ + kNewSuffix;
-    File file;
-    HRESULT hr = file.Open(newPath, FileAccess::Write, FileMode::CreateAlways);
-    mayWriteInPlace = hr == E_ACCESSDENIED;
-    HR_TRY_QUIET(hr);
-    hr = WriteRecords(file);
-    if (SUCCEEDED(hr))
-        hr = file.Sync();
-    file.Close();
+    HRESULT hr = WriteAside(newPath, mayWriteInPlace);
     if (SUCCEEDED(hr)) {
         redo_.Discard();
         file_.Close();
@@ -353,14 +403,28 @@ HRESULT HashFile::ReplaceFile(bool& mayWriteInPlace)
             HR_IGNORE(SyncDirectory(std::string(DirectoryOf(path_))), "the rename itself has happened");
             return opened;
         }
+        mayWriteInPlace = SUCCEEDED(opened);
     }
     HR_IGNORE(RemoveFile(newPath), "it is overwritten the next time");
     return hr;
 }
 
+// A directory that takes no new file leaves the file itself to be written; a full disk doesn't.
+HRESULT HashFile::WriteAside(const std::string& newPath, bool& mayWriteInPlace)
+{
+    File file;
+    const HRESULT opened = file.Open(newPath, FileAccess::Write, FileMode::CreateAlways);
+    mayWriteInPlace = FAILED(opened) && opened != HRESULT_FROM_WIN32(ERROR_DISK_FULL);
+    HR_TRY_QUIET(opened);
+    CopyPermissions(path_, newPath);
+    HR_TRY_QUIET(WriteRecords(file));
+    return file.Sync();
+}
+
 HRESULT HashFile::WriteInPlace()
 {
     redo_.Discard();
+    ForgetChanges();
     HR_TRY_QUIET(file_.SetSize(0));
     HR_TRY_QUIET(file_.Seek(0, SeekFrom::Begin));
     return WriteRecords(file_);
@@ -370,7 +434,7 @@ HRESULT HashFile::WriteRecords(File& file) const
 {
     std::string bytes;
     bytes.reserve(2 * kWriteBlock);
-    for (const Node& node : records_) {
+    for (const HashNode& node : map_.records) {
         Encode(node, bytes);
         if (bytes.size() >= kWriteBlock) {
             HR_TRY_QUIET(file.Write(bytes.data(), bytes.size()));
@@ -380,14 +444,18 @@ HRESULT HashFile::WriteRecords(File& file) const
     return bytes.empty() ? S_OK : file.Write(bytes.data(), bytes.size());
 }
 
-// The file now holds the records in the order of the map.
+// The file now holds the records in the order of the map, and nothing else.
 void HashFile::AdoptPlaces() noexcept
 {
-    places_ = Places();
-    for (Node& node : records_)
-        places_.Append(node, RecordSize(node.first, node.second.value));
-    changed_.clear();
-    removed_.clear();
+    map_.end = 0;
+    for (auto& [key, record] : map_.records) {
+        record.outdated.reset();
+        record.offset = map_.end;
+        record.size = static_cast<std::uint32_t>(RecordSize(key, record.value));
+        map_.end += record.size;
+    }
+    map_.live = map_.end;
+    ForgetChanges();
     saveAll_ = false;
     tailDamaged_ = false;
     compactAt_ = 0;

@@ -1,21 +1,23 @@
 // persist/hash_file.h: a map of texts, and the file that mirrors it record by record.
 //
-// A changed record whose size stays is overwritten in place; any other is appended, as a later record of a
-// key replaces an earlier one. A dead record is turned into an outdated record of the key that follows it,
-// which replaces it at once: so a reader needs to know nothing of dead records, and a removal writes one key.
-// Where the dead outgrow the living the file is written anew.
+// A new or changed record is appended: a later record of a key replaces an earlier one. A record that goes is
+// given the key of another that stands behind it, of the same size, which replaces it at once. So a reader
+// needs to know nothing of dead records; no more than the characters of one key is ever overwritten, and no
+// size; and a change costs a few small writes, however large the map. Where the dead outgrow the living the
+// file is written anew.
 #ifndef QUORVANE_ENGINE_PERSIST_HASH_FILE_H_
 #define QUORVANE_ENGINE_PERSIST_HASH_FILE_H_
 
 #include <cstdint>
-#include <limits>
 #include <string>
 #include <unordered_map>
 #include <unordered_set>
 
 #include "engine/persist/hash_reader.h"
+#include "engine/persist/hash_record.h"
 #include "engine/persist/hash_redo.h"
 #include "platform/file/file.h"
+#include "platform/file/file_stamp.h"
 
 namespace quorvane {
 
@@ -33,79 +35,80 @@ public:
     // `damage` is why a value ended the reading; S_OK when a key did, as the end of a whole file does.
     [[nodiscard]] HRESULT Load(HRESULT& damage) noexcept;
 
-    // Brings the file up to the map. After a failure the next save writes the whole map. Without an open
-    // file S_OK for an empty map, ERROR_INVALID_HANDLE otherwise.
+    // Brings the file up to the map, whoever wrote it last. After a failure the next save writes the whole
+    // map. Where no file was opened and loaded: S_OK for an empty map, ERROR_INVALID_HANDLE otherwise.
     [[nodiscard]] HRESULT Save() noexcept;
 
     // The value of a key, null when there is none. Good until the next change.
     const std::string* Find(const std::string& key) const;
-    // Throws std::bad_alloc; nothing has changed then.
+    // Throw std::bad_alloc; nothing has changed then.
     void Set(const std::string& key, const std::string& value);
     void Remove(const std::string& key);
 
-    size_t Count() const noexcept { return records_.size(); }
+    size_t Count() const noexcept { return map_.records.size(); }
     template <class Visitor>
     void ForEachKey(Visitor visit) const
     {
-        for (const auto& [key, record] : records_)
+        for (const auto& [key, record] : map_.records)
             visit(key);
     }
 
 private:
-    struct Record;
-    using Node = std::pair<const std::string, Record>;
-    using Records = std::unordered_map<std::string, Record>;
-    static constexpr std::uint64_t kNowhere = std::numeric_limits<std::uint64_t>::max();
-
-    // A record, and its place in the file. In front of it `gap` bytes may be dead: an outdated record of it.
-    struct Record {
-        std::string value;
-        std::uint64_t offset = kNowhere;
-        std::uint64_t gap = 0;
-        std::uint64_t size = 0;
-        Node* previous = nullptr;  // in the file
-        Node* next = nullptr;
-    };
-
-    // What is where in the file.
-    struct Places {
-        Node* first = nullptr;
-        Node* last = nullptr;
+    // What the file holds.
+    struct Contents {
+        HashRecords records;
+        HashPeers peers;
         std::uint64_t end = 0;   // behind the last whole record
         std::uint64_t live = 0;  // bytes of the records that count
 
-        void Append(Node& node, std::uint64_t size) noexcept;
-        void Take(Node& node) noexcept;
+        // A record's place in the file; a former one becomes outdated. Throws std::bad_alloc.
+        void Place(HashNode& node, std::uint64_t offset, std::uint32_t size);
     };
 
-    static HRESULT ReadRecords(HashReader& reader, Records& records, Places& places, bool& scattered,
-                               HRESULT& damage);
-    static void Encode(const Node& node, std::string& bytes);
+    // A key that is in the file and no longer in the map.
+    struct Gone {
+        std::unique_ptr<HashOffsets> places;  // the one that counts is the last
+        std::uint32_t size = 0;               // of that one; 0 if it isn't known
+    };
 
+    static HRESULT ReadRecords(HashReader& reader, std::uint64_t fileSize, Contents& contents,
+                               HRESULT& damage);
+    static void Encode(const HashNode& node, std::string& bytes);
+
+    HashNode& Enter(const std::string& key);
+    void NoteMany() noexcept;
+
+    void FollowPath() noexcept;
+    HRESULT SaveAlone();
     HRESULT SaveChanges();
-    HRESULT SaveRemoval(Node& node);
-    HRESULT SaveRecord(Node& node);
-    HRESULT AppendRecord(Node& node, const std::string& bytes);
-    HRESULT Bury(std::uint64_t start, Node* next);
-    HRESULT CutTail() noexcept;
+    template <class Nodes>
+    HRESULT AppendRecords(const Nodes& nodes);
+    HRESULT WriteAtEnd(const std::string& bytes) noexcept;
+    HRESULT Forget(const std::string& key, const Gone& gone);
+    HRESULT Bequeath(const std::string& key, std::uint64_t offset);
+    HRESULT FindHeir(const std::string& key, std::uint64_t offset, HashNode*& heir);
+    HRESULT CutAt(std::uint64_t offset) noexcept;
     void Compact();
 
     HRESULT SaveAll();
     HRESULT ReplaceFile(bool& mayWriteInPlace);
+    HRESULT WriteAside(const std::string& newPath, bool& mayWriteInPlace);
     HRESULT WriteInPlace();
     HRESULT WriteRecords(File& file) const;
     void AdoptPlaces() noexcept;
+    void ForgetChanges() noexcept;
 
     std::string path_;
     File file_;
     HashRedo redo_;
-    Records records_;
-    Places places_;
-    std::unordered_set<Node*> changed_;
-    std::unordered_multimap<std::string, Record> removed_;  // still in the file
-    bool tailDamaged_ = false;                              // there are bytes behind places_.end
-    bool saveAll_ = false;                                  // the places can't be trusted
-    std::uint64_t compactAt_ = 0;                           // dead bytes that the last failed compaction met
+    FileStamp stamp_;  // of the file as it was left here
+    Contents map_;
+    std::unordered_set<HashNode*> changed_;
+    std::unordered_map<std::string, Gone> gone_;
+    bool loaded_ = false;          // the map has seen what the file held
+    bool tailDamaged_ = false;     // there are bytes behind the last whole record
+    bool saveAll_ = false;         // the places can't be trusted, or there are too many changes
+    std::uint64_t compactAt_ = 0;  // dead bytes that the last failed compaction met
 };
 
 }  // namespace quorvane

@@ -9,17 +9,6 @@ namespace {
 
 constexpr size_t kBlock = 64 * 1024;
 
-OleString TextFrom(const char* bytes, size_t characters)
-{
-    OleString text(characters, 0);
-    for (size_t i = 0; i < characters; ++i) {
-        const auto low = static_cast<unsigned char>(bytes[2 * i]);
-        const auto high = static_cast<unsigned char>(bytes[2 * i + 1]);
-        text[i] = static_cast<OLECHAR>(low | (high << 8));
-    }
-    return text;
-}
-
 }  // namespace
 
 HashReader::Kind HashReader::Read(std::string& packed)
@@ -50,7 +39,7 @@ HashReader::Kind HashReader::Read(std::string& packed)
         return Damaged(E_FAIL);
     const size_t textBytes = size - kHashTerminatorSize;
     sawOddText_ = sawOddText_ || textBytes % 2 != 0;
-    packed = PackHashText(TextFrom(bytes + kHashLengthSize, textBytes / 2));
+    PackHashBytes(bytes + kHashLengthSize, textBytes / 2, packed);
     offset_ += whole;
     return Kind::Text;
 }

@@ -1,7 +1,7 @@
 // persist/hash_redo.h: makes one overwrite in a file whole, whatever happens in its midst.
 //
-// What is to be written is first recorded in a small file beside it. A process that opens the file after a
-// kill repeats an overwrite that was recorded and not finished.
+// What stands there and what is to stand there is first recorded in a small file beside it. A process that
+// opens the file after a kill finishes an overwrite that was begun.
 #ifndef QUORVANE_ENGINE_PERSIST_HASH_REDO_H_
 #define QUORVANE_ENGINE_PERSIST_HASH_REDO_H_
 
@@ -20,18 +20,23 @@ public:
     HashRedo(const HashRedo&) = delete;
     HashRedo& operator=(const HashRedo&) = delete;
 
-    // Finishes what an earlier process left in the redo file of that path, and removes it. Files that hold
-    // no whole record are removed alone. Failures come from `target`.
-    [[nodiscard]] HRESULT Recover(const std::string& path, File& target) noexcept;
+    // Where the record goes, from now on. Throws std::bad_alloc.
+    void SetPath(const std::string& path) { path_ = path; }
 
-    // Overwrites bytes of `target` within its size. After a failure the bytes may be torn; the record stands.
-    [[nodiscard]] HRESULT Overwrite(File& target, std::uint64_t offset, const std::string& bytes) noexcept;
+    // Finishes what an earlier process left half done in `target`, and removes its record. A record that
+    // isn't whole, or of bytes that have become others since, is only removed. Failures come from `target`.
+    [[nodiscard]] HRESULT Recover(File& target) noexcept;
+
+    // Puts `after` in the place of `before`, which is as long, at an offset within the size of `target`.
+    // After a failure the bytes may be torn; the record stands.
+    [[nodiscard]] HRESULT Overwrite(File& target, std::uint64_t offset, const std::string& before,
+                                    const std::string& after) noexcept;
 
     // Forgets what was recorded, when the target has been written anew.
     void Discard() noexcept;
 
 private:
-    HRESULT Record(std::uint64_t offset, const std::string& bytes);
+    HRESULT Record(std::uint64_t offset, const std::string& before, const std::string& after);
 
     std::string path_;
     File file_;

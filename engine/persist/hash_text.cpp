@@ -1,7 +1,5 @@
 #include "engine/persist/hash_text.h"
 
-#include <algorithm>
-
 namespace quorvane {
 namespace {
 
@@ -15,6 +13,26 @@ enum Form : char {
 
 constexpr char kDigits[] = "0123456789ABCDEF";
 
+constexpr unsigned ByteOf(char c) noexcept
+{
+    return static_cast<unsigned char>(c);
+}
+
+// A text as the file has it.
+class FileText {
+public:
+    FileText(const char* bytes, size_t characters) noexcept : bytes_(bytes), size_(characters) {}
+    size_t size() const noexcept { return size_; }
+    OLECHAR operator[](size_t i) const noexcept
+    {
+        return static_cast<OLECHAR>(ByteOf(bytes_[2 * i]) | (ByteOf(bytes_[2 * i + 1]) << 8));
+    }
+
+private:
+    const char* bytes_;
+    size_t size_;
+};
+
 constexpr bool IsUpperHex(OLECHAR c) noexcept
 {
     return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'F');
@@ -25,38 +43,69 @@ constexpr unsigned HexValue(OLECHAR c) noexcept
     return c <= '9' ? c - '0' : c - 'A' + 10u;
 }
 
-Form FormFor(OleStringView text) noexcept
+template <class Text>
+Form FormFor(const Text& text) noexcept
 {
-    if (!text.empty() && text.size() % 2 == 0 && std::ranges::all_of(text, IsUpperHex))
+    size_t hexDigits = 0;
+    while (hexDigits < text.size() && IsUpperHex(text[hexDigits]))
+        ++hexDigits;
+    if (hexDigits == text.size() && hexDigits > 0 && hexDigits % 2 == 0)
         return kHexDigits;
-    return std::ranges::all_of(text, [](OLECHAR c) { return c < 0x100; }) ? kNarrow : kWide;
+    for (size_t i = hexDigits; i < text.size(); ++i) {
+        if (text[i] >= 0x100)
+            return kWide;
+    }
+    return kNarrow;
 }
 
-unsigned ByteAt(const std::string& bytes, size_t at) noexcept
+template <class Text>
+void Pack(const Text& text, std::string& packed)
 {
-    return static_cast<unsigned char>(bytes[at]);
+    const Form form = FormFor(text);
+    const size_t count = text.size();
+    packed.assign(1, form);
+    if (form == kHexDigits) {
+        packed.reserve(1 + count / 2);
+        for (size_t i = 0; i < count; i += 2)
+            packed += static_cast<char>((HexValue(text[i]) << 4) | HexValue(text[i + 1]));
+        return;
+    }
+    packed.reserve(1 + (form == kNarrow ? count : 2 * count));
+    for (size_t i = 0; i < count; ++i) {
+        packed += static_cast<char>(text[i] & 0xFF);
+        if (form == kWide)
+            packed += static_cast<char>(text[i] >> 8);
+    }
+}
+
+// Calls `put` with each character of a packed text that isn't null.
+template <class Put>
+void ForEachCharacter(const std::string& packed, Put put)
+{
+    const char form = packed[0];
+    for (size_t i = 1; i < packed.size(); i += form == kWide ? 2 : 1) {
+        const unsigned byte = ByteOf(packed[i]);
+        if (form == kHexDigits) {
+            put(static_cast<OLECHAR>(kDigits[byte >> 4]));
+            put(static_cast<OLECHAR>(kDigits[byte & 15]));
+        } else {
+            put(static_cast<OLECHAR>(form == kWide ? byte | (ByteOf(packed[i + 1]) << 8) : byte));
+        }
+    }
 }
 
 }  // namespace
 
 std::string PackHashText(OleStringView text)
 {
-    const Form form = FormFor(text);
-    std::string packed(1, form);
-    packed.reserve(1 + (form == kHexDigits ? text.size() / 2
-                        : form == kNarrow  ? text.size()
-                                           : 2 * text.size()));
-    if (form == kHexDigits) {
-        for (size_t i = 0; i < text.size(); i += 2)
-            packed += static_cast<char>((HexValue(text[i]) << 4) | HexValue(text[i + 1]));
-        return packed;
-    }
-    for (const OLECHAR c : text) {
-        packed += static_cast<char>(c & 0xFF);
-        if (form == kWide)
-            packed += static_cast<char>(c >> 8);
-    }
+    std::string packed;
+    Pack(text, packed);
     return packed;
+}
+
+void PackHashBytes(const char* bytes, size_t characters, std::string& packed)
+{
+    Pack(FileText(bytes, characters), packed);
 }
 
 OleString UnpackHashText(const std::string& packed)
@@ -64,17 +113,8 @@ OleString UnpackHashText(const std::string& packed)
     OleString text;
     if (packed.empty())
         return text;
-    const char form = packed[0];
-    text.reserve(form == kHexDigits ? 2 * packed.size() : packed.size());
-    for (size_t i = 1; i < packed.size(); i += form == kWide ? 2 : 1) {
-        const unsigned byte = ByteAt(packed, i);
-        if (form == kHexDigits) {
-            text += static_cast<OLECHAR>(kDigits[byte >> 4]);
-            text += static_cast<OLECHAR>(kDigits[byte & 15]);
-        } else {
-            text += static_cast<OLECHAR>(form == kWide ? byte | (ByteAt(packed, i + 1) << 8) : byte);
-        }
-    }
+    text.reserve(packed[0] == kHexDigits ? 2 * packed.size() : packed.size());
+    ForEachCharacter(packed, [&](OLECHAR c) { text += c; });
     return text;
 }
 
@@ -87,15 +127,25 @@ std::uint64_t HashStringBytes(const std::string& packed) noexcept
     return factor * rest + kHashTerminatorSize;
 }
 
+void AppendHashCharacters(std::string& bytes, const std::string& packed)
+{
+    if (packed.empty())
+        return;
+    const size_t start = bytes.size();
+    bytes.resize(start + static_cast<size_t>(HashStringBytes(packed)) - kHashTerminatorSize);
+    char* to = bytes.data() + start;
+    ForEachCharacter(packed, [&](OLECHAR c) {
+        *to++ = static_cast<char>(c & 0xFF);
+        *to++ = static_cast<char>(c >> 8);
+    });
+}
+
 void AppendHashString(std::string& bytes, const std::string& packed)
 {
     AppendLittleEndian32(bytes, static_cast<std::uint32_t>(HashStringBytes(packed)));
     if (packed.empty())
         return;
-    for (const OLECHAR c : UnpackHashText(packed)) {
-        bytes += static_cast<char>(c & 0xFF);
-        bytes += static_cast<char>(c >> 8);
-    }
+    AppendHashCharacters(bytes, packed);
     bytes.append(kHashTerminatorSize, '\0');
 }
 

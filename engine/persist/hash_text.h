@@ -21,13 +21,18 @@ inline constexpr std::uint32_t kHashTerminatorSize = 2;
 std::string PackHashText(OleStringView text);
 OleString UnpackHashText(const std::string& packed);
 
+// Packs a text as the file has it, UTF-16 little-endian, without its terminator. Throws std::bad_alloc.
+void PackHashBytes(const char* bytes, size_t characters, std::string& packed);
+
 // The packed form of null; PackHashText gives every other text another one.
 inline const std::string kNullHashText;
 
 // The value of a string's size field: the bytes of the text with its terminator, 0 for null.
 std::uint64_t HashStringBytes(const std::string& packed) noexcept;
 
-// Appends a string as the file has it. Throws std::bad_alloc.
+// Append the characters of a text as the file has them, and the whole string with its size and terminator.
+// Throw std::bad_alloc.
+void AppendHashCharacters(std::string& bytes, const std::string& packed);
 void AppendHashString(std::string& bytes, const std::string& packed);
 
 void AppendLittleEndian32(std::string& bytes, std::uint32_t value);

@@ -1,0 +1,54 @@
+// persist/hash_record.h: one record of a hash store in memory, and where it stands in the file.
+#ifndef QUORVANE_ENGINE_PERSIST_HASH_RECORD_H_
+#define QUORVANE_ENGINE_PERSIST_HASH_RECORD_H_
+
+#include <cstdint>
+#include <limits>
+#include <memory>
+#include <random>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+namespace quorvane {
+
+using HashOffsets = std::vector<std::uint64_t>;
+inline constexpr std::uint64_t kNotInFile = std::numeric_limits<std::uint64_t>::max();
+
+struct HashRecord {
+    std::string value;                      // packed
+    std::uint64_t offset = kNotInFile;      // of the record in the file that counts, the last with its key
+    std::uint32_t size = 0;                 // of that record
+    std::uint32_t peer = 0;                 // its place among its peers
+    std::unique_ptr<HashOffsets> outdated;  // of records in front of it that carry its key; null for none
+
+    // Throws std::bad_alloc.
+    void AddOutdated(std::uint64_t place)
+    {
+        if (!outdated)
+            outdated = std::make_unique<HashOffsets>();
+        outdated->push_back(place);
+    }
+};
+
+// Packed keys and their records. A record stays where it is in memory until it is erased.
+using HashRecords = std::unordered_map<std::string, HashRecord>;
+using HashNode = HashRecords::value_type;
+
+// The records by the size of their keys.
+class HashPeers {
+public:
+    // Throws std::bad_alloc; nothing has changed then.
+    void Add(HashNode& node);
+    void Take(HashNode& node) noexcept;
+    // Any record whose key has as many bytes in the file as `key`, each as likely; null where there is none.
+    HashNode* Draw(const std::string& key) noexcept;
+
+private:
+    std::unordered_map<std::uint64_t, std::vector<HashNode*>> bySize_;
+    std::minstd_rand random_;
+};
+
+}  // namespace quorvane
+
+#endif  // QUORVANE_ENGINE_PERSIST_HASH_RECORD_H_
