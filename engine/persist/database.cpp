@@ -22,6 +22,22 @@ OleStringView DataSourceOf(OleStringView connection) noexcept
     return end == OleStringView::npos ? OleStringView() : rest.substr(0, end);
 }
 
+// A row holds what its column has no room for.
+HRESULT Misfit(const char* description) noexcept
+{
+    AddErrorRecord(description);
+    return E_INVALIDARG;
+}
+
+// A number as one byte reads it: what is negative by its low byte, as a VARIANT_BOOL's true is 255.
+bool ToByte(double& number) noexcept
+{
+    if (!(number > -129 && number < 256))
+        return false;
+    number = static_cast<BYTE>(static_cast<int>(number));
+    return true;
+}
+
 }  // namespace
 
 // StatementParameters
@@ -109,14 +125,13 @@ HRESULT Rowset::ReadRow() noexcept
             cell.present = cursor_->HasValue(i + 1);
             if (!cell.present)
                 continue;
-            if (columns_[i].type != ValueType::Text) {
+            if (columns_[i].type == ValueType::Text) {
+                if (!cursor_->Text(i + 1, columns_[i].width, cell.text))
+                    return Misfit("A text is longer than its column.");
+            } else {
                 cell.number = cursor_->Number(i + 1);
-                continue;
-            }
-            cell.text = cursor_->Text(i + 1);
-            if (cell.text.size() >= columns_[i].width) {
-                AddErrorRecord("A text is longer than its column.");
-                return E_INVALIDARG;
+                if (columns_[i].type == ValueType::Byte && !ToByte(cell.number))
+                    return Misfit("A number has no room in its column.");
             }
         }
         return S_OK;

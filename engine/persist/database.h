@@ -25,7 +25,6 @@
 #define QUORVANE_ENGINE_PERSIST_DATABASE_H_
 
 #include <memory>
-#include <source_location>
 #include <span>
 #include <string>
 #include <vector>
@@ -51,7 +50,7 @@ inline constexpr HRESULT kDatabasePermission = static_cast<HRESULT>(0x80040E09u)
 enum class ValueType : unsigned char {
     Text,    // zero-terminated narrow text of a fixed width
     Double,  // DBTYPE_R8
-    Byte,    // DBTYPE_UI1
+    Byte,    // DBTYPE_UI1; a VARIANT_BOOL's true reads as 255
     Short,   // DBTYPE_I2
 };
 
@@ -110,7 +109,8 @@ public:
     // Moves to the next row, at first to the first one.
     //
     // S_OK: there is a row. kEndOfRowset: there is no more. E_INVALIDARG: a text of the row is longer than
-    // its column's width. kNotOpen: no query. Others come from the database.
+    // its column's width, or a number has no room in a byte. kNotOpen: no query. Others come from the
+    // database.
     [[nodiscard]] HRESULT Step() noexcept;
 
     // A column of the present row, by its place from 1. A missing value is an empty text, or 0.
@@ -166,7 +166,7 @@ public:
     // S_OK, also when no row was touched. kNotOpen; kErrorsInCommand (also for a wrong number of values),
     // kIntegrityViolation, kNoTable, kDatabasePermission; what `parameters` could not hold; others come from
     // the database. After a failure nothing of the statement is in the database, and the thread's error
-    // records describe it.
+    // records describe it if the database had its part in it.
     [[nodiscard]] HRESULT Execute(const char* statement, const StatementParameters& parameters) noexcept;
     [[nodiscard]] HRESULT Execute(const char* statement) noexcept;
 
@@ -231,11 +231,10 @@ const std::vector<std::string>& DatabaseErrorRecords() noexcept;
 void TraceOLEDBError(HRESULT hr) noexcept;
 
 // Passes a statement's result on; a failure is traced under the caller's name and then described.
-inline HRESULT TracedStatement(const Traced& traced, HRESULT hr,
-                               std::source_location where = std::source_location::current()) noexcept
+inline HRESULT TracedStatement(const Traced& traced, HRESULT hr, unsigned line = __builtin_LINE()) noexcept
 {
     if (FAILED(hr)) {
-        traced(hr, where);
+        traced(hr, line);
         TraceOLEDBError(hr);
     }
     return hr;

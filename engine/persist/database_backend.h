@@ -23,8 +23,9 @@ public:
 
     // A column of the present row, by its place from 1, which is one of ColumnCount.
     virtual bool HasValue(ULONG column) const noexcept = 0;
-    // Throws std::bad_alloc.
-    virtual std::string Text(ULONG column) const = 0;
+    // False: the text needs more than `width` bytes with its terminator; `text` is untouched. Throws
+    // std::bad_alloc.
+    virtual bool Text(ULONG column, ULONG width, std::string& text) const = 0;
     virtual double Number(ULONG column) const noexcept = 0;
 };
 

@@ -1,5 +1,6 @@
 #include <sqlite3.h>
 
+#include <new>
 #include <string_view>
 #include <unordered_map>
 
@@ -80,11 +81,17 @@ struct CloseDatabase {
 };
 using Database = std::unique_ptr<sqlite3, CloseDatabase>;
 
+struct FreeValue {
+    void operator()(sqlite3_value* value) const noexcept { sqlite3_value_free(value); }
+};
+using Value = std::unique_ptr<sqlite3_value, FreeValue>;
+
 // A statement and its values. It goes back to `home` when it is done with, if that place is still empty.
 class SqliteCursor final : public DatabaseCursor {
 public:
-    SqliteCursor(Statement statement, Statement* home) noexcept
-        : statement_(std::move(statement)), home_(home)
+    // takesAll: the first step reads every row, so that the others don't keep a writer waiting.
+    SqliteCursor(Statement statement, Statement* home, bool takesAll) noexcept
+        : statement_(std::move(statement)), home_(home), takesAll_(takesAll)
     {}
     ~SqliteCursor() override
     {
@@ -114,6 +121,56 @@ public:
 
     HRESULT Step() noexcept override
     {
+        try {
+            if (!takesAll_)
+                return StepStatement();
+            if (!ended_)
+                HR_TRY_QUIET(TakeAll());
+            if (nextRow_ == rows_.size())
+                return kEndOfRowset;
+            ++nextRow_;
+            return S_OK;
+        } catch (...) {
+            return E_OUTOFMEMORY;
+        }
+    }
+
+    bool HasValue(ULONG column) const noexcept override
+    {
+        const int type = takesAll_ ? sqlite3_value_type(Taken(column))
+                                   : sqlite3_column_type(statement_.get(), Index(column));
+        return type != SQLITE_NULL;
+    }
+
+    bool Text(ULONG column, ULONG width, std::string& text) const override
+    {
+        const auto* const found =
+            reinterpret_cast<const char*>(takesAll_ ? sqlite3_value_text(Taken(column))
+                                                    : sqlite3_column_text(statement_.get(), Index(column)));
+        // No character needs more bytes here than four times those of the code page.
+        if (found && std::string_view(found).size() / 4 >= width)
+            return false;
+        std::string narrow = found ? Narrow(FromUtf8(found)) : std::string();
+        if (narrow.size() >= width)
+            return false;
+        text = std::move(narrow);
+        return true;
+    }
+
+    double Number(ULONG column) const noexcept override
+    {
+        return takesAll_ ? sqlite3_value_double(Taken(column))
+                         : sqlite3_column_double(statement_.get(), Index(column));
+    }
+
+private:
+    using Row = std::vector<Value>;
+
+    static int Index(ULONG column) noexcept { return static_cast<int>(column) - 1; }
+    sqlite3_value* Taken(ULONG column) const noexcept { return rows_[nextRow_ - 1][column - 1].get(); }
+
+    HRESULT StepStatement() noexcept
+    {
         // A step past the end would run the statement again.
         if (ended_)
             return kEndOfRowset;
@@ -124,25 +181,27 @@ public:
         return code == SQLITE_DONE ? kEndOfRowset : Failure(sqlite3_db_handle(statement_.get()), code);
     }
 
-    bool HasValue(ULONG column) const noexcept override
+    HRESULT TakeAll()
     {
-        return sqlite3_column_type(statement_.get(), Index(column)) != SQLITE_NULL;
+        HRESULT hr = StepStatement();
+        for (; hr == S_OK; hr = StepStatement())
+            rows_.push_back(TakeRow());
+        sqlite3_reset(statement_.get());
+        if (FAILED(hr))
+            rows_.clear();
+        return FAILED(hr) ? hr : S_OK;
     }
 
-    std::string Text(ULONG column) const override
+    Row TakeRow() const
     {
-        const auto* const text =
-            reinterpret_cast<const char*>(sqlite3_column_text(statement_.get(), Index(column)));
-        return text ? Narrow(FromUtf8(text)) : std::string();
+        Row row;
+        for (ULONG column = 1; column <= ColumnCount(); ++column) {
+            row.emplace_back(sqlite3_value_dup(sqlite3_column_value(statement_.get(), Index(column))));
+            if (!row.back())
+                throw std::bad_alloc();
+        }
+        return row;
     }
-
-    double Number(ULONG column) const noexcept override
-    {
-        return sqlite3_column_double(statement_.get(), Index(column));
-    }
-
-private:
-    static int Index(ULONG column) noexcept { return static_cast<int>(column) - 1; }
 
     int BindValue(const ParameterValue& value)
     {
@@ -162,7 +221,10 @@ private:
 
     Statement statement_;
     Statement* const home_;
+    const bool takesAll_;
     bool ended_ = false;
+    std::vector<Row> rows_;  // all of them, if they are taken at once
+    size_t nextRow_ = 0;
 };
 
 class SqliteConnection final : public DatabaseConnection {
@@ -181,8 +243,7 @@ public:
             AddErrorRecord("The database may not be written.");
             return STG_E_ACCESSDENIED;
         }
-        HR_IGNORE(RunText("PRAGMA journal_mode=WAL"),
-                  "a file system that can't do it keeps the rollback journal");
+        HR_TRY_QUIET(UseWriteAheadLog());
         return RunText("PRAGMA synchronous=FULL");
     }
 
@@ -194,7 +255,7 @@ public:
             Statement prepared = std::move(home);
             if (!prepared)
                 HR_TRY_QUIET(PrepareStatement(statement, prepared));
-            auto result = std::make_unique<SqliteCursor>(std::move(prepared), &home);
+            auto result = std::make_unique<SqliteCursor>(std::move(prepared), &home, !hasSnapshots_);
             HR_TRY_QUIET(result->Bind(values));
             cursor = std::move(result);
             return S_OK;
@@ -213,6 +274,28 @@ public:
     }
 
 private:
+    // Lets readers and a writer work side by side. A file system that can't do it, or a file that somebody
+    // reads at this moment, keeps the rollback journal. A directory that takes no file beside the database is
+    // a failure: no statement could write.
+    HRESULT UseWriteAheadLog() noexcept
+    {
+        sqlite3_busy_timeout(database_.get(), 0);
+        sqlite3_stmt* raw = nullptr;
+        int code = sqlite3_prepare_v2(database_.get(), "PRAGMA journal_mode=WAL", -1, &raw, nullptr);
+        const Statement pragma(raw);
+        if (code == SQLITE_OK)
+            code = sqlite3_step(raw);
+        sqlite3_busy_timeout(database_.get(), kBusyTimeoutMs);
+        if ((code & 0xFF) == SQLITE_CANTOPEN || (code & 0xFF) == SQLITE_READONLY) {
+            HR_IGNORE(Failure(database_.get(), code), "it is described; to a caller it is one case");
+            return STG_E_ACCESSDENIED;
+        }
+        const auto* const mode =
+            code == SQLITE_ROW ? reinterpret_cast<const char*>(sqlite3_column_text(raw, 0)) : nullptr;
+        hasSnapshots_ = mode && std::string_view(mode) == "wal";
+        return S_OK;
+    }
+
     HRESULT RunText(const char* text) noexcept
     {
         const int code = sqlite3_exec(database_.get(), text, nullptr, nullptr, nullptr);
@@ -232,6 +315,7 @@ private:
     // The statements go before their database. References to the places stay good as the map grows.
     Database database_;
     std::unordered_map<std::string, Statement> statements_;
+    bool hasSnapshots_ = false;  // a reader doesn't keep a writer waiting
 };
 
 class SqliteBackend final : public DatabaseBackend {

@@ -1,107 +1,19 @@
 #include "engine/persist/database.h"
 
 #include <gtest/gtest.h>
-#include <sqlite3.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
+#include <chrono>
 #include <ctime>
-#include <filesystem>
-#include <fstream>
-#include <sstream>
-#include <string>
-#include <thread>
-#include <vector>
+#include <string_view>
 
 #include "engine/persist/statements.h"
+#include "engine/persist/testing/database_fixture.h"
 #include "engine/session/trace/testing/traced_lines.h"
 
 namespace quorvane {
 namespace {
 
-std::string ReadFile(const std::filesystem::path& path)
-{
-    std::ifstream file(path, std::ios::binary);
-    std::ostringstream text;
-    text << file.rdbuf();
-    return text.str();
-}
-
-class DatabaseTest : public ::testing::Test {
-protected:
-    void SetUp() override
-    {
-        directory = std::filesystem::temp_directory_path() / ("qv_db_" + std::to_string(getpid()));
-        std::filesystem::remove_all(directory);
-        std::filesystem::create_directories(directory);
-        path = (directory / "share.db").string();
-    }
-    void TearDown() override
-    {
-        source.Close();
-        std::filesystem::remove_all(directory);
-    }
-
-    // Runs SQL on the file, past the classes under test.
-    void Sql(const std::string& text) const
-    {
-        sqlite3* database = nullptr;
-        ASSERT_EQ(sqlite3_open(path.c_str(), &database), SQLITE_OK);
-        char* error = nullptr;
-        EXPECT_EQ(sqlite3_exec(database, text.c_str(), nullptr, nullptr, &error), SQLITE_OK) << error;
-        sqlite3_free(error);
-        sqlite3_close(database);
-    }
-    void MakeDatabase() const { Sql(ReadFile(QUORVANE_SCHEMA_FILE)); }
-    HRESULT Open() { return source.Open(ConnectionStringFor(Widen(path))); }
-    void OpenAll()
-    {
-        MakeDatabase();
-        ASSERT_EQ(Open(), S_OK);
-        ASSERT_EQ(source.OpenSession(session), S_OK);
-    }
-
-    static StatementParameters ItemValues(const std::string& id, const std::string& entryId, double modified)
-    {
-        StatementParameters values;
-        values.Text(width::kId, id)
-            .Text(width::kEntryId, entryId)
-            .Text(width::kStoreId, "S1")
-            .Double(modified);
-        return values;
-    }
-    HRESULT Append(const std::string& id, const std::string& entryId, double modified = 1.5)
-    {
-        return session.Execute(statements::kAppendItem, ItemValues(id, entryId, modified));
-    }
-    // "ID/StoreID/LastModified/Version" of an entry identifier; the step's code when there is no row.
-    std::string Item(const std::string& entryId)
-    {
-        StatementParameters values;
-        values.Text(width::kEntryId, entryId);
-        Rowset rows;
-        EXPECT_EQ(session.Query(statements::kReadItem, values, columns::kReadItem, rows), S_OK);
-        const HRESULT hr = rows.Step();
-        if (hr != S_OK)
-            return hr == kEndOfRowset ? "none" : "failed";
-        std::string id;
-        std::string store;
-        double modified = 0;
-        double version = 0;
-        EXPECT_EQ(rows.GetText(1, id), S_OK);
-        EXPECT_EQ(rows.GetText(2, store), S_OK);
-        EXPECT_EQ(rows.GetNumber(3, modified), S_OK);
-        EXPECT_EQ(rows.GetNumber(4, version), S_OK);
-        std::ostringstream text;
-        text << id << "/" << store << "/" << modified << "/" << version;
-        return text.str();
-    }
-
-    std::filesystem::path directory;
-    std::string path;
-    DataSource source;
-    DatabaseSession session;
-};
+using testing::DatabaseTest;
+using testing::ReadFile;
 
 // Opening
 
@@ -196,14 +108,15 @@ TEST_F(DatabaseTest, EveryStatementCanBePrepared)
         unsigned texts;
         unsigned numbers;
         unsigned columns;
-    } all[] = {{statements::kReadItem, 1, 0, 4},        {statements::kReadItemById, 1, 0, 4},
-               {statements::kLoadItem, 1, 0, 3},        {statements::kReadLastModified, 1, 0, 1},
-               {statements::kAppendItem, 3, 1, 0},      {statements::kImportItem, 3, 0, 0},
-               {statements::kDeleteItem, 1, 0, 0},      {statements::kReadStorageFiles, 0, 0, 3},
-               {statements::kAddStorageFile, 2, 1, 0},  {statements::kDeleteStorageFile, 1, 0, 0},
-               {statements::kReadReceiveJobs, 0, 0, 2}, {statements::kDeleteReceiveJob, 1, 0, 0},
-               {statements::kAddReceiveJob, 2, 0, 0},   {statements::kAddResendJob, 3, 0, 0},
-               {statements::kDeleteResendJobs, 0, 0, 0}};
+    } all[] = {{statements::kReadItem, 1, 0, 4},         {statements::kReadItemById, 1, 0, 4},
+               {statements::kLoadItem, 1, 0, 3},         {statements::kReadLastModified, 1, 0, 1},
+               {statements::kAppendItem, 3, 1, 0},       {statements::kImportItem, 3, 0, 0},
+               {statements::kDeleteItem, 1, 0, 0},       {statements::kReadStorageFiles, 0, 0, 3},
+               {statements::kAddStorageFile, 2, 1, 0},   {statements::kDeleteStorageFile, 1, 0, 0},
+               {statements::kReadReceiveJobs, 0, 0, 2},  {statements::kDeleteReceiveJob, 1, 0, 0},
+               {statements::kAddReceiveJob, 2, 0, 0},    {statements::kAddResendJob, 3, 0, 0},
+               {statements::kUpdateItem, 4, 1, 0},       {statements::kSetStorageFileStatus, 1, 1, 0},
+               {statements::kDeleteResendJobs, 0, 0, 0}, {statements::kMarkOldItems, 0, 0, 0}};
     char id = 'a';
     for (const auto& one : all) {
         StatementParameters values;
@@ -219,6 +132,37 @@ TEST_F(DatabaseTest, EveryStatementCanBePrepared)
             EXPECT_EQ(session.Execute(one.statement, values), S_OK) << one.statement;
         }
     }
+}
+
+// The texts are a contract with every other backend, and with whoever reads a log of the database.
+TEST_F(DatabaseTest, TheStatementsAreInTheDialectOfAccess)
+{
+    const std::pair<std::string_view, std::string_view> all[] = {
+        {statements::kReadItem, "SELECT ID, StoreID, LastModified, Version FROM tblItem WHERE EntryID=?"},
+        {statements::kReadItemById, "SELECT EntryID, StoreID, LastModified, Version FROM tblItem WHERE ID=?"},
+        {statements::kLoadItem, "SELECT EntryID, StoreID, LastModified FROM tblItem WHERE ID=?"},
+        {statements::kReadLastModified, "SELECT LastModified FROM tblItem WHERE EntryID=?"},
+        {statements::kAppendItem,
+         "INSERT INTO tblItem (ID,EntryID,StoreID, LastModified, Version) VALUES (?,?,?,?, 3.0)"},
+        {statements::kImportItem,
+         "INSERT INTO tblItem (ID,EntryID,StoreID, LastModified, Version) VALUES (?,?,?, Now(), 3.0)"},
+        {statements::kUpdateItem,
+         "UPDATE tblItem SET ID=?, EntryID=?, StoreID=?, LastModified=?, Version=3.0 WHERE ID=?"},
+        {statements::kDeleteItem, "DELETE * FROM tblItem WHERE ID=?"},
+        {statements::kAddVersionColumn, "ALTER TABLE tblItem ADD COLUMN Version NUMBER"},
+        {statements::kMarkOldItems, "UPDATE tblItem SET Version=2.0 WHERE Version IS NULL"},
+        {statements::kReadStorageFiles, "SELECT Recipients, Path, Status FROM tblStorageFiles"},
+        {statements::kAddStorageFile, "INSERT INTO tblStorageFiles (Recipients,Path,Status) VALUES (?,?,?)"},
+        {statements::kSetStorageFileStatus, "UPDATE tblStorageFiles SET Status=? WHERE Path=?"},
+        {statements::kDeleteStorageFile, "DELETE * FROM tblStorageFiles WHERE Path=?"},
+        {statements::kReadReceiveJobs, "SELECT Path, Tag FROM tblUnfinishedReceiveJob"},
+        {statements::kDeleteReceiveJob, "DELETE * FROM tblUnfinishedReceiveJob WHERE Path=?"},
+        {statements::kAddReceiveJob, "INSERT INTO tblUnfinishedReceiveJob (Path,Tag) VALUES (?,?)"},
+        {statements::kAddResendJob,
+         "INSERT INTO tblUnfinishedResendJob (JobID, FolderID,Recipients) VALUES (?,?, ?)"},
+        {statements::kDeleteResendJobs, "DELETE * FROM tblUnfinishedResendJob"}};
+    for (const auto& [statement, text] : all)
+        EXPECT_EQ(statement, text);
 }
 
 TEST_F(DatabaseTest, AnUpdateFollowsARowFromItsOldId)
@@ -255,10 +199,14 @@ TEST_F(DatabaseTest, AnImportedItemIsModifiedNow)
     ASSERT_EQ(rows.Step(), S_OK);
     double modified = 0;
     ASSERT_EQ(rows.GetNumber(1, modified), S_OK);
+    using std::chrono::sys_days;
     const std::time_t now = std::time(nullptr);
-    std::tm local{};
-    localtime_r(&now, &local);
-    const double expected = 25569.0 + static_cast<double>(now + local.tm_gmtoff) / 86400.0;
+    const std::tm local = *std::localtime(&now);
+    const sys_days today = std::chrono::year(1900 + local.tm_year) /
+                           std::chrono::month(static_cast<unsigned>(local.tm_mon) + 1) / local.tm_mday;
+    const sys_days first = std::chrono::year(1899) / 12 / 30;
+    const double expected = static_cast<double>((today - first).count()) +
+                            (local.tm_hour * 3600 + local.tm_min * 60 + local.tm_sec) / 86400.0;
     EXPECT_NEAR(modified, expected, 60.0 / 86400);
 }
 
@@ -276,7 +224,7 @@ TEST_F(DatabaseTest, AStatusIsWrittenAsOneTypeAndReadAsAnother)
     ASSERT_EQ(rows.Step(), S_OK);
     double value = 0;
     ASSERT_EQ(rows.GetNumber(3, value), S_OK);
-    EXPECT_EQ(value, -1);
+    EXPECT_EQ(value, 255);
     EXPECT_EQ(rows.Step(), kEndOfRowset);
     EXPECT_EQ(rows.Step(), kEndOfRowset);
 }
@@ -341,6 +289,29 @@ TEST_F(DatabaseTest, AColumnThatIsTooLongFailsItsRowAndTheNextIsRead)
     EXPECT_EQ(rows.Step(), S_OK);
     ASSERT_EQ(rows.GetText(1, text), S_OK);
     EXPECT_EQ(text.size(), 254u);
+}
+
+TEST_F(DatabaseTest, ANumberThatHasNoRoomInAByteFailsItsRowAndTheNextIsRead)
+{
+    OpenAll();
+    Sql("INSERT INTO tblStorageFiles VALUES ('a','p1',256), ('b','p2',-1e300), ('c','p3',255)");
+    Rowset rows;
+    ASSERT_EQ(session.Query(statements::kReadStorageFiles, columns::kReadStorageFiles, rows), S_OK);
+    EXPECT_EQ(rows.Step(), E_INVALIDARG);
+    EXPECT_EQ(DatabaseErrorRecords().size(), 1u);
+    EXPECT_EQ(rows.Step(), E_INVALIDARG);
+    EXPECT_EQ(rows.Step(), S_OK);
+    EXPECT_EQ(rows.Step(), kEndOfRowset);
+}
+
+TEST_F(DatabaseTest, ATextOfAnyLengthInTheFileCostsNoMoreThanItsRefusal)
+{
+    OpenAll();
+    Sql("INSERT INTO tblUnfinishedReceiveJob VALUES (replace(hex(zeroblob(1000000)), '0', 'x'), 't')");
+    Rowset rows;
+    ASSERT_EQ(session.Query(statements::kReadReceiveJobs, columns::kReadReceiveJobs, rows), S_OK);
+    EXPECT_EQ(rows.Step(), E_INVALIDARG);
+    EXPECT_EQ(rows.Step(), kEndOfRowset);
 }
 
 TEST_F(DatabaseTest, AMissingValueIsEmptyAndToldAsMissing)
@@ -428,6 +399,21 @@ TEST_F(DatabaseTest, AFailureIsTracedUnderTheCallersNameAndThenDescribed)
     EXPECT_GT(description, failure);
     EXPECT_NE(text.find("Description: UNIQUE constraint failed: tblItem.ID\n\r\n"), std::string::npos)
         << text;
+}
+
+TEST_F(DatabaseTest, WithoutAnErrorRecordNothingIsDescribed)
+{
+    OpenAll();
+    ASSERT_EQ(Append("{1}", "E1"), S_OK);
+    EXPECT_EQ(testing::TracedLines([] { TraceOLEDBError(E_FAIL); }), "");
+}
+
+TEST_F(DatabaseTest, EachThreadHasErrorRecordsOfItsOwn)
+{
+    OpenAll();
+    EXPECT_EQ(session.Execute("no statement"), kErrorsInCommand);
+    std::thread([] { EXPECT_TRUE(DatabaseErrorRecords().empty()); }).join();
+    EXPECT_EQ(DatabaseErrorRecords().size(), 1u);
 }
 
 // Rows and sessions side by side
@@ -551,6 +537,43 @@ TEST_F(DatabaseTest, AnOldFileGetsItsVersionColumnAndASecondUpgradeChangesNothin
     EXPECT_EQ(Item("E2"), "{2}/S1/1.5/3");
 }
 
+TEST_F(DatabaseTest, ANewFileIsLeftAsItIsByTheUpgrade)
+{
+    OpenAll();
+    ASSERT_EQ(Append("{1}", "E1"), S_OK);
+    Sql("INSERT INTO tblItem (ID, EntryID, StoreID) VALUES ('{2}', 'E2', 'S1')");
+    EXPECT_EQ(UpgradeDB(source), S_OK);
+    EXPECT_EQ(Item("E1"), "{1}/S1/1.5/3");
+    EXPECT_EQ(Item("E2"), "{2}/S1/0/0") << "rows without a version are left to an older file's upgrade";
+}
+
+TEST_F(DatabaseTest, SeveralLogonsAtOnceUpgradeAnOldFileOnce)
+{
+    Sql("CREATE TABLE tblItem (ID TEXT, EntryID TEXT, StoreID TEXT, LastModified REAL);"
+        "INSERT INTO tblItem VALUES ('{1}', 'E1', 'S1', 5);");
+    std::vector<std::thread> logons;
+    for (int i = 0; i < 4; ++i) {
+        logons.emplace_back([this, i] {
+            DataSource own;
+            DatabaseSession ownSession;
+            ASSERT_EQ(own.Open(ConnectionStringFor(Widen(path))), S_OK);
+            EXPECT_EQ(UpgradeDB(own), S_OK);
+            ASSERT_EQ(own.OpenSession(ownSession), S_OK);
+            const std::string name = std::to_string(i);
+            EXPECT_EQ(
+                ownSession.Execute(statements::kAppendItem, ItemValues("{n" + name + "}", "N" + name, 1)),
+                S_OK);
+        });
+    }
+    for (std::thread& logon : logons)
+        logon.join();
+    ASSERT_EQ(Open(), S_OK);
+    ASSERT_EQ(source.OpenSession(session), S_OK);
+    EXPECT_EQ(Item("E1"), "{1}/S1/5/2");
+    for (const char* const entryId : {"N0", "N1", "N2", "N3"})
+        EXPECT_EQ(Item(entryId).substr(4), "/S1/1/3");
+}
+
 TEST_F(DatabaseTest, ADatabaseWithoutTablesIsUpgradedWithoutAnError)
 {
     Sql("CREATE TABLE other (a)");
@@ -561,26 +584,6 @@ TEST_F(DatabaseTest, ADatabaseWithoutTablesIsUpgradedWithoutAnError)
 TEST_F(DatabaseTest, AClosedDataSourceCannotBeUpgraded)
 {
     EXPECT_EQ(UpgradeDB(source), kNotOpen);
-}
-
-TEST_F(DatabaseTest, AcknowledgedRowsOutliveTheProcess)
-{
-    MakeDatabase();
-    const pid_t child = fork();
-    if (child == 0) {
-        bool good = Open() == S_OK && source.OpenSession(session) == S_OK;
-        for (int i = 0; good && i < 20; ++i)
-            good = Append("{" + std::to_string(i) + "}", "E" + std::to_string(i)) == S_OK;
-        good = good && session.StartTransaction() == S_OK && Append("{open}", "EO") == S_OK;
-        _exit(good ? 0 : 1);
-    }
-    int status = 0;
-    waitpid(child, &status, 0);
-    ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
-    ASSERT_EQ(Open(), S_OK);
-    ASSERT_EQ(source.OpenSession(session), S_OK);
-    EXPECT_EQ(Item("E19"), "{19}/S1/1.5/3");
-    EXPECT_EQ(Item("EO"), "none");
 }
 
 }  // namespace
