@@ -12,6 +12,7 @@
 #include <thread>
 #include <vector>
 
+#include "engine/session/trace/testing/traced_lines.h"
 #include "engine/session/trace/trace.h"
 #include "platform/testing/debugger.h"
 #include "platform/testing/surroundings.h"
@@ -361,28 +362,31 @@ TEST_F(TraceLogTest, LinesOfManyThreadsStayWholeAndInOrder)
 
 TEST_F(TraceLogTest, AFailureIsTracedOnceAtEachHopUnderTheName)
 {
-    StartTrace(kTraceToFile, path.string().c_str());
     const Traced inner{"CInner::Open"};
     const Traced outer{"COuter::Logon"};
     const auto open = [&]() -> HRESULT {
         HR_TRY(inner, E_ACCESSDENIED);
         return S_OK;
     };
-    EXPECT_EQ(outer(open()), E_ACCESSDENIED);
-    EXPECT_EQ(outer(S_OK), S_OK);
-    EXPECT_EQ(
-        [&]() -> HRESULT {
-            HR_TRY_QUIET(E_FAIL);
-            return S_OK;
-        }(),
-        E_FAIL);
-    TraceDetail("detail");
-    ShutdownTrace();
-    const std::string text = ReadFile(path);
+    const auto quiet = []() -> HRESULT {
+        HR_TRY_QUIET(E_FAIL);
+        return S_OK;
+    };
+    const std::string text = testing::TracedLines([&] {
+        EXPECT_EQ(outer(open()), E_ACCESSDENIED);
+        EXPECT_EQ(outer(S_OK), S_OK);
+        EXPECT_EQ(quiet(), E_FAIL);
+    });
     EXPECT_EQ(CountOf(text, "0x80070005\r\n"), 2u);
     EXPECT_LT(text.find("CInner::Open("), text.find("COuter::Logon("));
     EXPECT_EQ(CountOf(text, "0x80004005"), 0u);
-    EXPECT_TRUE(ReadFile(detail).ends_with("detail"));
+}
+
+TEST_F(TraceLogTest, ADetailOfTheProcessIsNoLineOfItsLog)
+{
+    const std::string text = testing::TracedLines([] { TraceDetail("detail %u", 1u); });
+    EXPECT_EQ(text, "");
+    EXPECT_TRUE(ReadFile(directory / "debugger").ends_with("detail 1"));
 }
 
 }  // namespace
