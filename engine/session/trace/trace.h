@@ -14,8 +14,6 @@
 #ifndef QUORVANE_ENGINE_SESSION_TRACE_TRACE_H_
 #define QUORVANE_ENGINE_SESSION_TRACE_TRACE_H_
 
-#include <source_location>
-
 #include "platform/com/com.h"
 
 namespace quorvane {
@@ -46,24 +44,24 @@ void Trace(const char* function, unsigned line, const char* format, ...) noexcep
 // Writes one line to the debugger, the detail file and, if it is on, the console.
 void TraceDetail(const char* format, ...) noexcept __attribute__((format(printf, 1, 2)));
 
-// The name under which a function traces.
+// The name under which a function traces. The line is the caller's: __builtin_LINE and not
+// std::source_location, which would leave the names of source files in the library.
 class Traced {
 public:
     explicit constexpr Traced(const char* function) noexcept : function_(function) {}
 
     // Passes a result on; a failure is traced as "0x%X" first.
-    HRESULT operator()(HRESULT hr,
-                       std::source_location where = std::source_location::current()) const noexcept
+    HRESULT operator()(HRESULT hr, unsigned line = __builtin_LINE()) const noexcept
     {
         if (FAILED(hr))
-            Write(hr, where.line());
+            Write(hr, line);
         return hr;
     }
 
     // Writes a line with a text of its own under this name.
-    void Line(const char* text, std::source_location where = std::source_location::current()) const noexcept
+    void Line(const char* text, unsigned line = __builtin_LINE()) const noexcept
     {
-        Trace(function_, where.line(), "%s", text);
+        Trace(function_, line, "%s", text);
     }
 
     const char* Function() const noexcept { return function_; }
