@@ -6,9 +6,14 @@
 // for that. An exception never leaves a callback: it becomes E_FAIL (std::bad_alloc: E_OUTOFMEMORY).
 // A callback must not release the last reference to the session or the library: the end of a session waits
 // for the callbacks under way.
+//
+// A handler must outlive every call under way. The end of a session doesn't wait for OnItemReceived; Close of
+// the callback object does (HostSession of host_session.h calls it).
 #ifndef QUORVANE3_CALLBACKS_H_
 #define QUORVANE3_CALLBACKS_H_
 
+#include <condition_variable>
+#include <mutex>
 #include <new>
 
 #include "quorvane3/com.h"
@@ -16,9 +21,9 @@
 
 namespace quorvane {
 
-// What the engine asks of and tells to a host. Every `ignore` comes in false; set to true it keeps the
-// engine from acting on the event. Arguments are borrowed for the call. A failure that a handler returns
-// counts as a failure of the step in which the engine called it.
+// What the engine asks of and tells to a host; model/host.h tells each. Every `ignore` comes in false; set to
+// true it keeps the engine from acting on the event. Arguments are borrowed for the call. A failure that a
+// handler returns counts as a failure of the step in which the engine called it.
 class ExtHandler {
 public:
     virtual HRESULT OnItemResend(IItem* /*item*/, BSTR /*jobId*/, bool& /*ignore*/) { return S_OK; }
@@ -59,6 +64,39 @@ protected:
 
 namespace detail {
 
+// Counts the calls under way, so that the last of them can be waited for.
+class CallGate {
+public:
+    // False after Close: there are no more calls. Otherwise Leave follows.
+    bool Enter() noexcept
+    {
+        const std::lock_guard lock(mutex_);
+        if (closed_)
+            return false;
+        ++calls_;
+        return true;
+    }
+    void Leave() noexcept
+    {
+        const std::lock_guard lock(mutex_);
+        if (--calls_ == 0)
+            left_.notify_all();
+    }
+    // Lets no more calls in and waits for those under way; not called from within one.
+    void Close() noexcept
+    {
+        std::unique_lock lock(mutex_);
+        closed_ = true;
+        left_.wait(lock, [this] { return calls_ == 0; });
+    }
+
+private:
+    std::mutex mutex_;
+    std::condition_variable left_;
+    unsigned calls_ = 0;
+    bool closed_ = false;
+};
+
 // IDispatch over a fixed list of identifiers: no type information, no names.
 template <class Derived, class Callback>
 class CallbackObject : public ComObject<Derived, Answers<Callback, IDispatch>> {
@@ -75,11 +113,30 @@ public:
     {
         return DISP_E_UNKNOWNNAME;
     }
-    HRESULT STDMETHODCALLTYPE Invoke(DISPID id, REFIID, LCID, WORD, DISPPARAMS* params, VARIANT* result, EXCEPINFO*,
-                                     UINT*) override
+    HRESULT STDMETHODCALLTYPE Invoke(DISPID id, REFIID, LCID, WORD, DISPPARAMS* params, VARIANT* result,
+                                     EXCEPINFO*, UINT*) override
+    {
+        if (!params)
+            return E_INVALIDARG;
+        if (!gate_.Enter())
+            return RPC_E_DISCONNECTED;
+        const HRESULT hr = Answer(id, *params, result);
+        gate_.Leave();
+        return hr;
+    }
+
+    // Ends the use of the handler: calls from now on give RPC_E_DISCONNECTED, and those under way have
+    // returned when this does. Any thread, but not within a callback.
+    void Close() noexcept { gate_.Close(); }
+
+protected:
+    ~CallbackObject() = default;
+
+private:
+    HRESULT Answer(DISPID id, const DISPPARAMS& params, VARIANT* result) noexcept
     {
         try {
-            return params ? static_cast<Derived*>(this)->Call(id, *params, result) : E_INVALIDARG;
+            return static_cast<Derived*>(this)->Call(id, params, result);
         } catch (const std::bad_alloc&) {
             return E_OUTOFMEMORY;
         } catch (...) {
@@ -87,8 +144,7 @@ public:
         }
     }
 
-protected:
-    ~CallbackObject() = default;
+    CallGate gate_;
 };
 
 // The argument at `position`, counted from the left: the parameters come in reverse.
@@ -121,7 +177,8 @@ ComPtr<Interface> ObjectAt(const DISPPARAMS& params, UINT position) noexcept
 
 }  // namespace detail
 
-// The object to hand to ILibrary::Logon. `handler` must outlive the session and every call under way.
+// The object to hand to ILibrary::Logon. `handler` outlives the session and every call under way, or this
+// object's Close.
 class ExtCallback final : public detail::CallbackObject<ExtCallback, IQuorvaneExt> {
 public:
     explicit ExtCallback(ExtHandler& handler) noexcept : handler_(handler) {}
@@ -218,7 +275,8 @@ inline HRESULT ExtCallback::Call(DISPID id, const DISPPARAMS& params, VARIANT* r
         case kOnItemReceived:
             return CallItemEvent(id, params);
         case kOnFolderReceived:
-            return handler_.OnFolderReceived(detail::ObjectAt<IFolder>(params, 0).Get(), detail::TextAt(params, 1));
+            return handler_.OnFolderReceived(detail::ObjectAt<IFolder>(params, 0).Get(),
+                                             detail::TextAt(params, 1));
         case kOnPostprocess:
             return handler_.OnPostprocess(detail::TextAt(params, 0), detail::TextAt(params, 1));
         case kDatabasePath: {

@@ -12,7 +12,8 @@ namespace quorvane {
 //
 // library  [out]  the caller's; empty after a failure.
 //
-// S_OK; E_OUTOFMEMORY. Called on the thread that then logs on; the Library and its session are released there.
+// S_OK; E_OUTOFMEMORY. Called on the thread that then logs on; the Library and its session are released
+// there.
 [[nodiscard]] inline HRESULT CreateLibrary(ComPtr<ILibrary>& library) noexcept
 {
     ComPtr<IClassFactory> factory;
