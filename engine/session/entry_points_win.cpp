@@ -1,11 +1,12 @@
+#include "engine/session/registration/registration.h"
 #include "quorvane3/entry_points.h"
 
 STDAPI DllRegisterServer()
 {
-    return E_NOTIMPL;
+    return quorvane::RegisterServer();
 }
 
 STDAPI DllUnregisterServer()
 {
-    return E_NOTIMPL;
+    return quorvane::UnregisterServer();
 }

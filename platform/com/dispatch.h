@@ -41,6 +41,7 @@
 #include "platform/com/class_factory.h"
 #include "platform/com/com_object.h"
 #include "platform/com/dispatch_arguments.h"
+#include "platform/com/type_info.h"
 
 namespace quorvane {
 
@@ -236,7 +237,8 @@ HRESULT InvokeOperation(std::span<const Operation> table, void* object, DISPID i
 
 // IDispatch for one dual interface.
 //
-// GetTypeInfoCount: 0. GetTypeInfo: DISP_E_BADINDEX for any index.
+// GetTypeInfoCount, GetTypeInfo: what the module's type library says of the interface (type_info.h); off
+// Windows 0, and DISP_E_BADINDEX for any index.
 //
 // GetIDsOfNames: names[0] is an operation's, the rest are its arguments', in any case; an argument's id is
 // its place.
@@ -264,18 +266,12 @@ class DispatchImpl : public Interface {
 public:
     HRESULT STDMETHODCALLTYPE GetTypeInfoCount(UINT* count) override
     {
-        if (!count)
-            return E_POINTER;
-        *count = 0;
-        return S_OK;
+        return detail::CountTypeInfo(Iid<Interface>(), count);
     }
 
-    HRESULT STDMETHODCALLTYPE GetTypeInfo(UINT, LCID, ITypeInfo** info) override
+    HRESULT STDMETHODCALLTYPE GetTypeInfo(UINT index, LCID, ITypeInfo** info) override
     {
-        if (!info)
-            return E_POINTER;
-        *info = nullptr;
-        return DISP_E_BADINDEX;
+        return detail::FindTypeInfo(Iid<Interface>(), index, info);
     }
 
     HRESULT STDMETHODCALLTYPE GetIDsOfNames(REFIID riid, LPOLESTR* names, UINT count, LCID,
