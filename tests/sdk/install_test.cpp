@@ -240,6 +240,25 @@ TEST_F(InstallTest, AHostIsBuiltWithPkgConfigAndSharesUnlessThereIsNoMapi)
     RefuseWithoutMapi(Work() / "sharing_host");
 }
 
+// The text between the first "```cpp" of a page and the end of that block.
+std::string FirstCodeOf(const std::string& page)
+{
+    const std::string fence = "```cpp\n";
+    const size_t begin = page.find(fence) + fence.size();
+    return page.substr(begin, page.find("```", begin) - begin);
+}
+
+TEST_F(InstallTest, TheFirstHostOfTheGuideLogsOnToAMailbox)
+{
+    std::ofstream(Work() / "my_host.cpp")
+        << FirstCodeOf(ReadFile(fs::path(QUORVANE_SOURCE_DIR) / "docs" / "sdk.md"));
+    MustRunHere(Quoted(QUORVANE_COMPILER) + " -std=c++20 " QUORVANE_FLAGS " my_host.cpp -o my_host $(" +
+                PkgConfig("--cflags --libs") + ") -Wl,-rpath,$(" + PkgConfig("--variable=libdir") + ")");
+    MustRunHere(Program() + " init alice --name alice && cd alice && " +
+                "XDG_CONFIG_HOME=$PWD/settings XDG_DATA_HOME=$PWD/logs TMPDIR=$PWD/packages ../my_host");
+    MustRunHere("! XDG_CONFIG_HOME=$PWD/none ./my_host");
+}
+
 TEST_F(InstallTest, ThePackagesNameTheSchemaOfTheSharingDatabase)
 {
     const std::string schema = ReadFile(fs::path(QUORVANE_SOURCE_DIR) / "packaging" / "sharing_schema.sql");
