@@ -3,9 +3,10 @@
 # Not on the path: this is where the distribution's package has it.
 WINE=/usr/lib/wine/wine64
 
-# No windows are shown and nothing is told but what the programs say themselves; menus and the runtimes for
-# other languages stay out.
-export WINEARCH=win64 WINEDEBUG=${WINEDEBUG:--all} WINEDLLOVERRIDES="mscoree,mshtml=;winemenubuilder.exe=d"
+# No windows are shown and nothing is told but what the programs say themselves; menus, the debugger (a program that
+# fails ends at once) and the runtimes of other languages stay out. A library mapi32 outside of the system directory is
+# itself, and not the system's.
+export WINEARCH=win64 WINEDEBUG=${WINEDEBUG:--all} WINEDLLOVERRIDES="mscoree,mshtml=;winemenubuilder.exe,winedbg.exe=d;mapi32=n,b"
 export LC_ALL=C.UTF-8
 unset DISPLAY
 

@@ -146,10 +146,10 @@ TEST_F(AdviseSinkTest, IgnoringEventsMeansVariantTrueAndNothingElse)
 
 TEST_F(AdviseSinkTest, TheFolderIsAskedWhenTheBatchsTurnComes)
 {
-    NotifySemaphore.acquire();
+    NotifySemaphore.Acquire();
     EXPECT_EQ(Notify({Of(TABLE_CHANGED)}), static_cast<ULONG>(S_OK));
     folder->ignoreEvents = VARIANT_TRUE;
-    NotifySemaphore.release();
+    NotifySemaphore.Release();
     session.gate->CloseAndWait();
 
     EXPECT_EQ(table->scans, 0);
@@ -157,10 +157,10 @@ TEST_F(AdviseSinkTest, TheFolderIsAskedWhenTheBatchsTurnComes)
 
 TEST_F(AdviseSinkTest, ABatchWhoseFolderHasGoneIsDropped)
 {
-    NotifySemaphore.acquire();
+    NotifySemaphore.Acquire();
     EXPECT_EQ(Notify({Of(TABLE_CHANGED)}), static_cast<ULONG>(S_OK));
     sink->DropFolder();
-    NotifySemaphore.release();
+    NotifySemaphore.Release();
     session.gate->CloseAndWait();
 
     EXPECT_EQ(table->scans, 0);
@@ -192,11 +192,11 @@ TEST_F(AdviseSinkTest, AFolderWithoutAHashStoreScansNothing)
 
 TEST_F(AdviseSinkTest, TheBatchIsCopiedBeforeMapiIsFree)
 {
-    NotifySemaphore.acquire();
+    NotifySemaphore.Acquire();
     std::vector<NOTIFICATION> batch{Of(TABLE_CHANGED)};
     EXPECT_EQ(sink->OnNotify(1, batch.data()), static_cast<ULONG>(S_OK));
     batch[0] = Of(TABLE_ERROR);
-    NotifySemaphore.release();
+    NotifySemaphore.Release();
     session.gate->CloseAndWait();
 
     EXPECT_EQ(table->scans, 1);
@@ -242,7 +242,7 @@ TEST_F(AdviseSinkTest, BatchesOfTwoFoldersNeverScanAtOnce)
 
 TEST_F(AdviseSinkTest, ABatchKeepsItsSinkAlive)
 {
-    NotifySemaphore.acquire();
+    NotifySemaphore.Acquire();
     auto dying = MakeComObject<CAdviseSink>();
     dying->SetSession(&session);
     dying->m_pStore = sink->m_pStore;
@@ -252,7 +252,7 @@ TEST_F(AdviseSinkTest, ABatchKeepsItsSinkAlive)
     NOTIFICATION notification = Of(TABLE_CHANGED);
     EXPECT_EQ(dying->OnNotify(1, &notification), static_cast<ULONG>(S_OK));
     dying.Reset();
-    NotifySemaphore.release();
+    NotifySemaphore.Release();
     session.gate->CloseAndWait();
 
     EXPECT_EQ(table->scans, 1);

@@ -12,7 +12,7 @@
 
 namespace quorvane {
 
-std::counting_semaphore<1> NotifySemaphore{1};
+Semaphore NotifySemaphore{1};
 
 namespace {
 
@@ -33,10 +33,10 @@ private:
 // Holds NotifySemaphore.
 class NotifyTurn {
 public:
-    NotifyTurn() noexcept { NotifySemaphore.acquire(); }
+    NotifyTurn() noexcept { NotifySemaphore.Acquire(); }
     NotifyTurn(const NotifyTurn&) = delete;
     NotifyTurn& operator=(const NotifyTurn&) = delete;
-    ~NotifyTurn() { NotifySemaphore.release(); }
+    ~NotifyTurn() { NotifySemaphore.Release(); }
 };
 
 // What a table event asks of the scan.

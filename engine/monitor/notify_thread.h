@@ -8,18 +8,18 @@
 #define QUORVANE_ENGINE_MONITOR_NOTIFY_THREAD_H_
 
 #include <memory>
-#include <semaphore>
 
 #include "engine/monitor/advise_sink.h"
 #include "engine/monitor/notification_gate.h"
 #include "engine/storeaccess/mapi_memory.h"
+#include "platform/com/semaphore.h"
 #include "platform/event/event.h"
 
 namespace quorvane {
 
 // One batch at a time, over all folders and sessions of the process. Taken from a batch's turn to its end,
 // the host's callbacks included.
-extern std::counting_semaphore<1> NotifySemaphore;
+extern Semaphore NotifySemaphore;
 
 // What a batch's thread is started with. Shared by both sides, so that neither can outlive it.
 struct NotifyThreadArgs {

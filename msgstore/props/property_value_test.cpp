@@ -117,7 +117,8 @@ TEST(PropertyValueTest, WhatHasNoValueIsNotTakenOver)
 {
     SPropValue value{};
     PropertyValue kept;
-    for (const ULONG type : {PT_UNSPECIFIED, PT_NULL, PT_ERROR, PT_OBJECT, 0x0FFFu}) {
+    for (const ULONG type :
+         std::initializer_list<ULONG>{PT_UNSPECIFIED, PT_NULL, PT_ERROR, PT_OBJECT, 0x0FFFu}) {
         value.ulPropTag = PROP_TAG(type, 0x1234);
         EXPECT_EQ(FromSPropValue(value, kept), MAPI_E_INVALID_TYPE) << type;
     }
@@ -172,14 +173,14 @@ TEST(SpoolValueTest, BytesBeyondMemoryGoToAFileAndComeBack)
 
 TEST(SpoolValueTest, AGapReadsAsZerosAlsoAfterCutting)
 {
-    for (const std::uint64_t far : {std::uint64_t{100}, std::uint64_t{3} * 1024 * 1024}) {
+    for (const std::uint64_t distance : {std::uint64_t{100}, std::uint64_t{3} * 1024 * 1024}) {
         SpoolValue spool;
-        ASSERT_EQ(spool.WriteAt(far, "abc", 3), S_OK);
-        ASSERT_EQ(spool.Resize(far + 1), S_OK);
-        ASSERT_EQ(spool.WriteAt(far + 2, "x", 1), S_OK);
+        ASSERT_EQ(spool.WriteAt(distance, "abc", 3), S_OK);
+        ASSERT_EQ(spool.Resize(distance + 1), S_OK);
+        ASSERT_EQ(spool.WriteAt(distance + 2, "x", 1), S_OK);
         char tail[4] = {'?', '?', '?', '?'};
         ULONG read = 0;
-        ASSERT_EQ(spool.ReadAt(far - 1, tail, 4, read), S_OK);
+        ASSERT_EQ(spool.ReadAt(distance - 1, tail, 4, read), S_OK);
         EXPECT_EQ(read, 4u);
         EXPECT_EQ(std::memcmp(tail, "\0a\0x", 4), 0);
     }

@@ -116,8 +116,9 @@ TEST_F(DocfileTest, ElementsAreOpenedExclusivelyOrNotAtAll)
 {
     ASSERT_EQ(S_OK, WriteStream(*root, "a", Pattern(50, 1)));
     ComPtr<IStream> stream;
-    for (const DWORD mode : {STGM_READ | STGM_SHARE_DENY_NONE, STGM_READ | STGM_SHARE_DENY_WRITE,
-                             kRead | STGM_TRANSACTED, kRead | STGM_CREATE, kRead | 3u})
+    for (const DWORD mode :
+         std::initializer_list<DWORD>{STGM_READ | STGM_SHARE_DENY_NONE, STGM_READ | STGM_SHARE_DENY_WRITE,
+                                      kRead | STGM_TRANSACTED, kRead | STGM_CREATE, kRead | 3u})
         EXPECT_EQ(STG_E_INVALIDFLAG, root->OpenStream(OLESTR("a"), nullptr, mode, 0, stream.Put())) << mode;
 }
 
@@ -441,13 +442,15 @@ TEST(DocfileModeTest, OnlyTheModesOfDirectFilesAreKnown)
 {
     const auto bytes = NewLockBytes();
     ComPtr<IStorage> root;
-    for (const DWORD mode : {STGM_CREATE | STGM_READ | STGM_SHARE_EXCLUSIVE, kCreate | STGM_TRANSACTED,
-                             STGM_CREATE | STGM_READWRITE, kOpen})
+    for (const DWORD mode :
+         std::initializer_list<DWORD>{STGM_CREATE | STGM_READ | STGM_SHARE_EXCLUSIVE,
+                                      kCreate | STGM_TRANSACTED, STGM_CREATE | STGM_READWRITE, kOpen})
         EXPECT_EQ(STG_E_INVALIDFLAG, CreateDocfileOnLockBytes(bytes.Get(), mode, root.Put())) << mode;
     ASSERT_EQ(S_OK, CreateDocfileOnLockBytes(bytes.Get(), kCreate, root.Put()));
     root.Reset();
-    for (const DWORD mode : {kOpen | STGM_CREATE, STGM_READWRITE | STGM_SHARE_DENY_WRITE,
-                             STGM_READ | STGM_SHARE_DENY_NONE, STGM_READWRITE | STGM_SHARE_DENY_NONE})
+    for (const DWORD mode : std::initializer_list<DWORD>{
+             kOpen | STGM_CREATE, STGM_READWRITE | STGM_SHARE_DENY_WRITE, STGM_READ | STGM_SHARE_DENY_NONE,
+             STGM_READWRITE | STGM_SHARE_DENY_NONE})
         EXPECT_EQ(STG_E_INVALIDFLAG, OpenDocfileOnLockBytes(bytes.Get(), mode, root.Put())) << mode;
 }
 
@@ -485,8 +488,8 @@ TEST_F(DocfileOnDiskTest, AFileIsOpenedExclusivelyOnce)
     EXPECT_EQ(STG_E_SHAREVIOLATION, Open("a", kRead, second.Put()));
     EXPECT_EQ(STG_E_SHAREVIOLATION, Open("a", STGM_READ | STGM_SHARE_DENY_WRITE, second.Put()));
     EXPECT_EQ(STG_E_SHAREVIOLATION, Create("a", second.Put()));
-    EXPECT_EQ(S_OK, IsDocfile(Wide(directory.File("a")).c_str()));
     root.Reset();
+    EXPECT_EQ(S_OK, IsDocfile(Wide(directory.File("a")).c_str()));
     EXPECT_EQ(S_OK, Open("a", kOpen, second.Put()));
 }
 

@@ -134,6 +134,12 @@ OpenArguments ArgumentsFor(FileUse use) noexcept
     return {GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, OPEN_EXISTING};
 }
 
+bool IsDirectory(LPCOLESTR path) noexcept
+{
+    const DWORD attributes = ::GetFileAttributesW(path);
+    return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+}
+
 }  // namespace
 
 HRESULT OpenFileStore(LPCOLESTR path, FileUse use, std::unique_ptr<ByteStore>* store) noexcept
@@ -143,8 +149,10 @@ HRESULT OpenFileStore(LPCOLESTR path, FileUse use, std::unique_ptr<ByteStore>* s
     const OpenArguments arguments = ArgumentsFor(use);
     const HANDLE file = ::CreateFileW(path, arguments.access, arguments.share, nullptr, arguments.disposition,
                                       FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (file == INVALID_HANDLE_VALUE)
-        return FromWin32(::GetLastError(), STG_E_ACCESSDENIED);
+    if (file == INVALID_HANDLE_VALUE) {
+        const HRESULT hr = FromWin32(::GetLastError(), STG_E_ACCESSDENIED);
+        return hr == STG_E_ACCESSDENIED && IsDirectory(path) ? STG_E_INVALIDNAME : hr;
+    }
     auto* const opened = new (std::nothrow) WinFileStore(file);
     if (!opened) {
         ::CloseHandle(file);

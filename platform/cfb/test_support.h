@@ -18,6 +18,7 @@
 #include "platform/cfb/docfile.h"
 #include "platform/com/bstr.h"
 #include "platform/com/com_ptr.h"
+#include "platform/testing/surroundings.h"
 
 namespace quorvane::cfb::test {
 
@@ -268,13 +269,7 @@ inline HRESULT Exercise(const Bytes& file)
 // A directory for the test that makes it; gone with it.
 class ScratchDirectory {
 public:
-    ScratchDirectory()
-    {
-        std::string text = (std::filesystem::temp_directory_path() / "cfb-XXXXXX").string();
-        if (!::mkdtemp(text.data()))
-            std::abort();
-        path_ = text;
-    }
+    ScratchDirectory() : path_(quorvane::test::MakeTestDirectory()) {}
     ScratchDirectory(const ScratchDirectory&) = delete;
     ScratchDirectory& operator=(const ScratchDirectory&) = delete;
     ~ScratchDirectory()

@@ -58,31 +58,6 @@ TEST_F(MemoryStreamTest, WhatWasWrittenIsReadBack)
     EXPECT_EQ(Read(*stream, 10), "");
 }
 
-TEST_F(MemoryStreamTest, WritingPastTheEndLeavesZerosBetween)
-{
-    ASSERT_EQ(Seek(*stream, 3, STREAM_SEEK_SET), S_OK);
-    Write(*stream, "x");
-    ASSERT_EQ(Seek(*stream, 0, STREAM_SEEK_SET), S_OK);
-
-    EXPECT_EQ(Read(*stream, 4), std::string("\0\0\0x", 4));
-}
-
-TEST_F(MemoryStreamTest, SeekingKnowsThreeOriginsAndStopsAtTheBeginning)
-{
-    Write(*stream, "abcdef");
-    ULONGLONG position = 0;
-
-    EXPECT_EQ(Seek(*stream, -2, STREAM_SEEK_END, &position), S_OK);
-    EXPECT_EQ(position, 4u);
-    EXPECT_EQ(Seek(*stream, -1, STREAM_SEEK_CUR, &position), S_OK);
-    EXPECT_EQ(position, 3u);
-    EXPECT_EQ(Seek(*stream, -4, STREAM_SEEK_CUR), STG_E_SEEKERROR);
-    EXPECT_EQ(Seek(*stream, 0, 9), STG_E_INVALIDFUNCTION);
-    EXPECT_EQ(Seek(*stream, INT64_MIN, STREAM_SEEK_CUR), STG_E_SEEKERROR);
-    EXPECT_EQ(Seek(*stream, INT64_MAX, STREAM_SEEK_CUR), STG_E_SEEKERROR);
-    EXPECT_EQ(Read(*stream, 10), "def") << "a refused seek leaves the position";
-}
-
 TEST_F(MemoryStreamTest, CloneSharesBytesAndHasAPositionOfItsOwn)
 {
     Write(*stream, "abc");
@@ -112,19 +87,6 @@ TEST_F(MemoryStreamTest, CopyingIntoACloneGoesOnToTheEnd)
     EXPECT_EQ(read.QuadPart, text.size());
     EXPECT_EQ(written.QuadPart, text.size());
     EXPECT_EQ(SizeOf(*target), text.size());
-}
-
-TEST_F(MemoryStreamTest, TheSizeCanBeSetBothWaysAndHasALimit)
-{
-    ULARGE_INTEGER size;
-    Write(*stream, "abcdef");
-
-    size.QuadPart = 2;
-    EXPECT_EQ(stream->SetSize(size), S_OK);
-    EXPECT_EQ(SizeOf(*stream), 2u);
-    size.QuadPart = 1ULL << 40;
-    EXPECT_EQ(stream->SetSize(size), STG_E_MEDIUMFULL);
-    EXPECT_EQ(SizeOf(*stream), 2u);
 }
 
 }  // namespace

@@ -54,15 +54,6 @@ TEST(SafeArrayTest, AnIndexOutsideOfTheBoundsIsRefused)
     EXPECT_EQ(SafeArrayGetUBound(array.Get(), 2, &bound), DISP_E_BADINDEX);
 }
 
-TEST(SafeArrayTest, AnArrayBeyondAllMemoryIsRefused)
-{
-    SAFEARRAYBOUND bounds[] = {{0xFFFFFFFF, 0}, {0xFFFFFFFF, 0}};
-
-    EXPECT_EQ(SafeArrayCreate(VT_I4, 2, bounds), nullptr);
-    EXPECT_EQ(SafeArrayCreate(VT_EMPTY, 1, bounds), nullptr);
-    EXPECT_EQ(SafeArrayCreate(VT_I4, 0, bounds), nullptr);
-}
-
 TEST(SafeArrayTest, ACopyOwnsItsTextsAndReferences)
 {
     const auto object = MakeComObject<CPlain>();

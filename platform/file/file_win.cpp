@@ -70,6 +70,13 @@ HRESULT TransferAll(size_t count, size_t& done, Transfer&& transfer) noexcept
     return S_OK;
 }
 
+// Files have signed sizes.
+bool ReachesTooFar(std::uint64_t offset, size_t count) noexcept
+{
+    constexpr std::uint64_t kMost = INT64_MAX;
+    return offset > kMost || count > kMost - offset;
+}
+
 HRESULT WholeWrite(HRESULT hr, size_t done, size_t count) noexcept
 {
     return SUCCEEDED(hr) && done < count ? HRESULT_FROM_WIN32(ERROR_DISK_FULL) : hr;
@@ -81,6 +88,9 @@ HRESULT File::Open(const std::string& path, FileAccess access, FileMode mode, Fi
 {
     static_assert(FILE_SHARE_READ == 1 && FILE_SHARE_WRITE == 2 && FILE_SHARE_DELETE == 4);
     Close();
+    // A path with a zero byte would name another file than it says.
+    if (path.find('\0') != std::string::npos)
+        return HRESULT_FROM_WIN32(ERROR_INVALID_NAME);
     HANDLE const handle = CreateFileA(path.c_str(), AccessRights(access), static_cast<DWORD>(share), nullptr,
                                       Disposition(mode), FILE_ATTRIBUTE_NORMAL, nullptr);
     if (handle == INVALID_HANDLE_VALUE)
@@ -114,6 +124,9 @@ HRESULT File::Write(const void* buffer, size_t count) noexcept
 
 HRESULT File::ReadAt(std::uint64_t offset, void* buffer, size_t count, size_t& read) noexcept
 {
+    read = 0;
+    if (ReachesTooFar(offset, count))
+        return HRESULT_FROM_WIN32(ERROR_INVALID_PARAMETER);
     return TransferAll(count, read, [&](size_t done, DWORD part, DWORD* got) {
         OVERLAPPED place = At(offset + done);
         return ReadFile(HandleOf(handle_), static_cast<char*>(buffer) + done, part, got, &place);
@@ -122,6 +135,8 @@ HRESULT File::ReadAt(std::uint64_t offset, void* buffer, size_t count, size_t& r
 
 HRESULT File::WriteAt(std::uint64_t offset, const void* buffer, size_t count) noexcept
 {
+    if (ReachesTooFar(offset, count))
+        return HRESULT_FROM_WIN32(ERROR_INVALID_PARAMETER);
     size_t written = 0;
     const HRESULT hr = TransferAll(count, written, [&](size_t done, DWORD part, DWORD* put) {
         OVERLAPPED place = At(offset + done);

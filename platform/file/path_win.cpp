@@ -89,6 +89,8 @@ HRESULT MakeDirectories(const std::string& path) noexcept
     try {
         if (path.empty())
             return HRESULT_FROM_WIN32(ERROR_INVALID_NAME);
+        if (IsPathSeparator(path.back()) && FileNameOf(DirectoryOf(path)).size() > 0)
+            return MakeDirectories(std::string(DirectoryOf(path)));
         if (PathExists(path))
             return MakeOneDirectory(path);
         const std::string above(DirectoryOf(path));
@@ -129,8 +131,11 @@ HRESULT ListDirectory(const std::string& path, std::vector<std::string>& names) 
     try {
         WIN32_FIND_DATAA data;
         Search search(JoinPath(path, "*"), data);
-        if (!search.IsOpen())
-            return LastSystemError();
+        if (!search.IsOpen()) {
+            const HRESULT hr = LastSystemError();
+            // That nothing is found in it is the failure; what is wrong with the directory itself says more.
+            return GetFileAttributesA(path.c_str()) == INVALID_FILE_ATTRIBUTES ? LastSystemError() : hr;
+        }
         std::vector<std::string> found;
         do {
             const std::string_view name = data.cFileName;

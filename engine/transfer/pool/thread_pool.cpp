@@ -46,7 +46,7 @@ HRESULT CCustomThreadPool::Init(ULONG count) noexcept
     try {
         if (count == 0)
             return traced(E_FAIL);
-        semaphore_ = std::make_unique<std::counting_semaphore<>>(static_cast<std::ptrdiff_t>(count));
+        semaphore_ = std::make_unique<Semaphore>(count);
         return FAILED(stop_.Create(false)) ? traced(E_FAIL) : S_OK;
     } catch (...) {
         return traced(E_FAIL);
@@ -88,7 +88,7 @@ HRESULT CCustomThreadPool::Start(std::unique_ptr<IWorkingThread> work)
 
 void CCustomThreadPool::PoolThreadProc(PoolJobContext& job) noexcept
 {
-    job.pool.semaphore_->acquire();
+    job.pool.semaphore_->Acquire();
     if (!job.pool.stop_.IsSet()) {
         try {
             job.work->ThreadProc(job.pool.stop_);
@@ -97,7 +97,7 @@ void CCustomThreadPool::PoolThreadProc(PoolJobContext& job) noexcept
         }
     }
     job.done.Set();
-    job.pool.semaphore_->release();
+    job.pool.semaphore_->Release();
     job.work.reset();
     job.ended.Set();
 }

@@ -4,11 +4,11 @@
 
 #include <list>
 #include <memory>
-#include <semaphore>
 #include <thread>
 #include <vector>
 
 #include "platform/com/mutex.h"
+#include "platform/com/semaphore.h"
 #include "platform/event/event.h"
 
 namespace quorvane {
@@ -60,7 +60,7 @@ private:
     void ReapFinished() QV_REQUIRES(mutex_);
 
     Event stop_;
-    std::unique_ptr<std::counting_semaphore<>> semaphore_;
+    std::unique_ptr<Semaphore> semaphore_;
     Mutex mutex_;
     ULONG jobsEverAdded_ QV_GUARDED_BY(mutex_) = 0;
     std::list<std::shared_ptr<PoolJobContext>> jobs_ QV_GUARDED_BY(mutex_);

@@ -1,0 +1,19 @@
+// Off Windows a look at a file's beginning takes no part in the share modes of its openers.
+#include <gtest/gtest.h>
+
+#include "platform/cfb/test_support.h"
+
+namespace quorvane::cfb::test {
+namespace {
+
+TEST(DocfileOnDiskPosixTest, AFileThatIsOpenExclusivelyStillShowsWhatItIs)
+{
+    const ScratchDirectory directory;
+    ComPtr<IStorage> root;
+    ASSERT_EQ(S_OK, CreateDocfile(Wide(directory.File("a")).c_str(), kCreate, root.Put()));
+
+    EXPECT_EQ(S_OK, IsDocfile(Wide(directory.File("a")).c_str()));
+}
+
+}  // namespace
+}  // namespace quorvane::cfb::test

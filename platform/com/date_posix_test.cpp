@@ -1,0 +1,51 @@
+// Where the functions of this library are stricter, or of another form, than the same ones of Windows.
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "platform/com/com.h"
+
+namespace quorvane {
+namespace {
+
+SYSTEMTIME Time(WORD year, WORD month, WORD day, WORD hour = 0, WORD minute = 0, WORD second = 0)
+{
+    SYSTEMTIME time{};
+    time.wYear = year;
+    time.wMonth = month;
+    time.wDay = day;
+    time.wHour = hour;
+    time.wMinute = minute;
+    time.wSecond = second;
+    return time;
+}
+
+double VariantTime(SYSTEMTIME time)
+{
+    double result = NAN;
+    return SystemTimeToVariantTime(&time, &result) ? result : NAN;
+}
+
+TEST(DateTest, WhatIsNoDateIsRefused)
+{
+    EXPECT_TRUE(std::isnan(VariantTime(Time(2011, 2, 29))));
+    EXPECT_TRUE(std::isnan(VariantTime(Time(2011, 13, 1))));
+    EXPECT_TRUE(std::isnan(VariantTime(Time(99, 1, 1))));
+    EXPECT_TRUE(std::isnan(VariantTime(Time(2011, 1, 1, 24))));
+    EXPECT_FALSE(std::isnan(VariantTime(Time(2012, 2, 29))));
+}
+
+TEST(DateTest, TheRangeOfDatesHasEnds)
+{
+    SYSTEMTIME time{};
+    EXPECT_FALSE(VariantTimeToSystemTime(-657435.0, &time));
+    EXPECT_FALSE(VariantTimeToSystemTime(2958466.0, &time));
+    EXPECT_FALSE(VariantTimeToSystemTime(NAN, &time));
+    EXPECT_TRUE(VariantTimeToSystemTime(-657434.0, &time));
+    EXPECT_EQ(time.wYear, 100);
+    EXPECT_TRUE(VariantTimeToSystemTime(2958465.0, &time));
+    EXPECT_EQ(time.wYear, 9999);
+}
+
+}  // namespace
+}  // namespace quorvane

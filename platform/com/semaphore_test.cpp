@@ -1,0 +1,51 @@
+#include "platform/com/semaphore.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+#include <vector>
+
+namespace quorvane {
+namespace {
+
+TEST(SemaphoreTest, NoMoreThanItsCountAreInsideAndNobodyIsForgotten)
+{
+    constexpr int kPlaces = 2;
+    constexpr int kTurns = 2000;
+    Semaphore places(kPlaces);
+    std::atomic<int> inside = 0;
+    std::atomic<int> most = 0;
+    std::atomic<int> turns = 0;
+    {
+        std::vector<std::jthread> threads;
+        for (int i = 0; i < 6; ++i) {
+            threads.emplace_back([&] {
+                for (int n = 0; n < kTurns; ++n) {
+                    places.Acquire();
+                    const int now = ++inside;
+                    for (int seen = most; seen < now && !most.compare_exchange_weak(seen, now);) {
+                    }
+                    std::this_thread::yield();
+                    --inside;
+                    ++turns;
+                    places.Release();
+                }
+            });
+        }
+    }
+
+    EXPECT_EQ(turns, 6 * kTurns);
+    EXPECT_LE(most, kPlaces);
+}
+
+TEST(SemaphoreTest, AnotherThreadMayRelease)
+{
+    Semaphore places(0);
+    std::jthread other([&] { places.Release(); });
+
+    places.Acquire();
+}
+
+}  // namespace
+}  // namespace quorvane
