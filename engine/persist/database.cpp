@@ -215,7 +215,7 @@ HRESULT RunToEnd(DatabaseConnection& connection, const char* statement,
                  std::span<const ParameterValue> values) noexcept
 {
     std::unique_ptr<DatabaseCursor> cursor;
-    const HRESULT hr = connection.Run(statement, values, cursor);
+    const HRESULT hr = connection.Run(statement, values, {}, cursor);
     if (FAILED(hr))
         return hr;
     HRESULT stepped = S_OK;
@@ -271,9 +271,8 @@ HRESULT DatabaseSession::Query(const char* statement, const StatementParameters&
         result.lease_ =
             state_->transaction ? state_->transaction : std::make_shared<ConnectionLease>(state_->pool);
         HR_TRY_QUIET(result.lease_->Result());
-        HR_TRY_QUIET(result.lease_->Connection().Run(statement, parameters.Values(), result.cursor_));
-        if (result.cursor_->ColumnCount() != columns.size())
-            return E_INVALIDARG;
+        HR_TRY_QUIET(
+            result.lease_->Connection().Run(statement, parameters.Values(), columns, result.cursor_));
         rows = std::move(result);
         return S_OK;
     } catch (...) {
@@ -347,6 +346,8 @@ HRESULT DataSource::Pool::Take(std::unique_ptr<DatabaseConnection>& connection) 
 
 void DataSource::Pool::Return(std::unique_ptr<DatabaseConnection> connection) noexcept
 {
+    if (!backend_->KeepsConnections())
+        return;
     const MutexLock lock(mutex_);
     if (idle_.size() >= kMaxIdleConnections)
         return;
@@ -371,7 +372,7 @@ HRESULT DataSource::Open(OleStringView connectionString) noexcept
     }
     try {
         std::unique_ptr<DatabaseBackend> backend;
-        HR_TRY_QUIET(OpenSqliteDatabase(path, backend));
+        HR_TRY_QUIET(OpenDatabase(connectionString, path, backend));
         auto pool = std::make_shared<Pool>(std::move(backend));
         // The first connection tells whether the file is a database; it stays for the first session.
         const ConnectionLease lease(pool);

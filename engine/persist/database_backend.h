@@ -17,11 +17,10 @@ class DatabaseCursor {
 public:
     virtual ~DatabaseCursor() = default;
 
-    virtual ULONG ColumnCount() const noexcept = 0;
     // S_OK, kEndOfRowset or a failure.
     [[nodiscard]] virtual HRESULT Step() noexcept = 0;
 
-    // A column of the present row, by its place from 1, which is one of ColumnCount.
+    // A column of the present row, by its place from 1, which is one of those that the statement was run for.
     virtual bool HasValue(ULONG column) const noexcept = 0;
     // False: the text needs more than `width` bytes with its terminator; `text` is untouched. Throws
     // std::bad_alloc.
@@ -34,8 +33,12 @@ class DatabaseConnection {
 public:
     virtual ~DatabaseConnection() = default;
 
-    // Prepares a statement and gives it its values; it runs with the cursor's first step.
+    // Prepares a statement and gives it its values; it has run after the cursor's first step.
+    //
+    // columns  [in]  how the columns of its result are bound; none for a statement that gives no rows.
+    //                E_INVALIDARG: the result has another number of columns.
     [[nodiscard]] virtual HRESULT Run(const char* statement, std::span<const ParameterValue> values,
+                                      std::span<const Column> columns,
                                       std::unique_ptr<DatabaseCursor>& cursor) noexcept = 0;
 
     [[nodiscard]] virtual HRESULT StartTransaction() noexcept = 0;
@@ -48,10 +51,18 @@ class DatabaseBackend {
 public:
     virtual ~DatabaseBackend() = default;
     [[nodiscard]] virtual HRESULT Connect(std::unique_ptr<DatabaseConnection>& connection) noexcept = 0;
+    // Whether a connection that one thread has made may be used by another, and so is worth keeping.
+    virtual bool KeepsConnections() const noexcept = 0;
 };
 
-// An SQLite database that exists; whether the file is one, the first connection tells. The results of
-// DataSource::Open.
+// The database of a connection string, whose path is `path`: Access's own, or an SQLite database. The results
+// of DataSource::Open, except that for SQLite only the first connection tells whether the file is a database.
+[[nodiscard]] HRESULT OpenDatabase(OleStringView connectionString, OleStringView path,
+                                   std::unique_ptr<DatabaseBackend>& backend) noexcept;
+
+// The two kinds. The file is there. S_FALSE: it isn't one of Access, or this system reads none of those.
+[[nodiscard]] HRESULT OpenAccessDatabase(OleStringView connectionString, const std::string& path,
+                                         std::unique_ptr<DatabaseBackend>& backend) noexcept;
 [[nodiscard]] HRESULT OpenSqliteDatabase(OleStringView path,
                                          std::unique_ptr<DatabaseBackend>& backend) noexcept;
 

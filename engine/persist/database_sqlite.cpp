@@ -5,7 +5,6 @@
 #include <unordered_map>
 
 #include "engine/persist/database_backend.h"
-#include "platform/file/path.h"
 
 namespace quorvane {
 namespace {
@@ -114,10 +113,7 @@ public:
         return S_OK;
     }
 
-    ULONG ColumnCount() const noexcept override
-    {
-        return static_cast<ULONG>(sqlite3_column_count(statement_.get()));
-    }
+    ULONG ColumnCount() const noexcept { return static_cast<ULONG>(sqlite3_column_count(statement_.get())); }
 
     HRESULT Step() noexcept override
     {
@@ -248,7 +244,7 @@ public:
     }
 
     HRESULT Run(const char* statement, std::span<const ParameterValue> values,
-                std::unique_ptr<DatabaseCursor>& cursor) noexcept override
+                std::span<const Column> columns, std::unique_ptr<DatabaseCursor>& cursor) noexcept override
     {
         try {
             Statement& home = statements_[statement];
@@ -257,6 +253,8 @@ public:
                 HR_TRY_QUIET(PrepareStatement(statement, prepared));
             auto result = std::make_unique<SqliteCursor>(std::move(prepared), &home, !hasSnapshots_);
             HR_TRY_QUIET(result->Bind(values));
+            if (!columns.empty() && result->ColumnCount() != columns.size())
+                return E_INVALIDARG;
             cursor = std::move(result);
             return S_OK;
         } catch (...) {
@@ -340,6 +338,8 @@ public:
         }
     }
 
+    bool KeepsConnections() const noexcept override { return true; }
+
 private:
     const std::string path_;
 };
@@ -349,20 +349,6 @@ private:
 HRESULT OpenSqliteDatabase(OleStringView path, std::unique_ptr<DatabaseBackend>& backend) noexcept
 {
     try {
-        PathStatus status{};
-        if (FAILED(GetPathStatus(Narrow(path), status))) {
-            AddErrorRecord("There is no such database file.");
-            return STG_E_FILENOTFOUND;
-        }
-        if (status.isDirectory) {
-            AddErrorRecord("The database is a directory.");
-            return STG_E_ACCESSDENIED;
-        }
-        // SQLite would take an empty file for a new database.
-        if (status.size == 0) {
-            AddErrorRecord("The file is empty, and no database.");
-            return STG_E_OLDFORMAT;
-        }
         backend = std::make_unique<SqliteBackend>(ToUtf8(path));
         return S_OK;
     } catch (...) {
