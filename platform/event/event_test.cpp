@@ -241,17 +241,25 @@ public:
             EXPECT_EQ(table_->GetInterfaceFromGlobal(cookie_, IID_IDispatch, proxy.PutVoid()), S_OK);
             DISPPARAMS none{};
             result = proxy->Invoke(1, IID_NULL, 0, DISPATCH_METHOD, &none, nullptr, nullptr, nullptr);
+            proxy.Reset();
+            EXPECT_EQ(ended_.Set(), S_OK);
         });
     }
     ~CallFromElsewhere() { EXPECT_EQ(table_->RevokeInterfaceFromGlobal(cookie_), S_OK); }
 
-    void Join() { thread_.join(); }
+    // The proxy's release may be a call into the apartment, too.
+    void Join()
+    {
+        EXPECT_TRUE(ended_.Wait(kForever, WaitMode::KeepQueueAlive));
+        thread_.join();
+    }
 
     HRESULT result = E_UNEXPECTED;
 
 private:
     ComPtr<IGlobalInterfaceTable> table_;
     DWORD cookie_ = 0;
+    Event ended_ = MakeEvent();
     std::jthread thread_;
 };
 

@@ -50,6 +50,8 @@ protected:
     {
         std::filesystem::remove_all(directory);
         test::SetVariable("QV_BINDING_TEST_DIRECTORY", nullptr);
+        // What other tests of the program find.
+        UseSystem("plain");
     }
 
     // The folder of the fakes that serves as the system directory.
