@@ -164,9 +164,10 @@ public:
     // parameters  [in]  one value for each question mark.
     //
     // S_OK, also when no row was touched. kNotOpen; kErrorsInCommand (also for a wrong number of values),
-    // kIntegrityViolation, kNoTable, kDatabasePermission; what `parameters` could not hold; others come from
-    // the database. After a failure nothing of the statement is in the database, and the thread's error
-    // records describe it if the database had its part in it.
+    // kIntegrityViolation, kNoTable, kDatabasePermission; ERROR_BUSY: another writer has kept the database
+    // for half a minute; STG_E_MEDIUMFULL; STG_E_DOCFILECORRUPT; what `parameters` could not hold; others
+    // come from the database. After a failure nothing of the statement is in the database, and the thread's
+    // error records describe it if the database had its part in it.
     [[nodiscard]] HRESULT Execute(const char* statement, const StatementParameters& parameters) noexcept;
     [[nodiscard]] HRESULT Execute(const char* statement) noexcept;
 
