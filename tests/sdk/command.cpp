@@ -75,7 +75,7 @@ bool Command::HasEnded()
 
 bool Command::Says(const std::string& text, size_t times)
 {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
     while (std::chrono::steady_clock::now() < deadline) {
         const bool ended = HasEnded();
         if (CountOf(Output(), text) >= times)

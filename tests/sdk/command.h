@@ -22,7 +22,7 @@ public:
     ~Command();
 
     std::string Output() const { return ReadFile(output_); }
-    // Waits until the output holds a text so many times; false when half a minute passes first, or the
+    // Waits until the output holds a text so many times; false when a minute passes first, or the
     // command ends without.
     bool Says(const std::string& text, size_t times = 1);
     void Terminate() const;

@@ -52,16 +52,13 @@ struct IFolder : IDispatch {
     // A text of the host's own, which travels with an announcement.
     virtual HRESULT STDMETHODCALLTYPE get_CustomInfo(BSTR* pVal) = 0;
     virtual HRESULT STDMETHODCALLTYPE put_CustomInfo(BSTR newVal) = 0;
-    // Queues a job that sends the folder's items; returns at once. At most two run at a time. A job isn't
-    // resumed after a restart.
+    // Stands for a job in the background that sends the folder's items: every one with resendAll true,
+    // otherwise those that changed since they were last seen. E_NOTIMPL: this version has no such job. A host
+    // sends items one by one: ISession2::GetItemFromID, IItem::Send.
     //
     // Recipients   [in]  the package's recipients text.
-    // JobID        [in]  a text for onItemResend; a new GUID's if left out.
-    // resendAll    [in]  true: every item. Otherwise those that changed since they were last seen.
+    // JobID        [in]  a text for onItemResend, or left out.
     // ProgressBar  [in]  an object that answers IQuorvaneProgress, or left out.
-    //
-    // E_NOINTERFACE: ProgressBar is an object of another kind. E_INVALIDARG: Recipients is too long. Others:
-    // the database, the store or the queue failed.
     virtual HRESULT STDMETHODCALLTYPE Resend(BSTR Recipients, VARIANT JobID, VARIANT resendAll,
                                              VARIANT ProgressBar) = 0;
     // The store, in hexadecimal text. Setting it doesn't reopen the folder.
@@ -87,12 +84,11 @@ struct IFolder : IDispatch {
     virtual HRESULT STDMETHODCALLTYPE get_Options(IOptions** pVal) = 0;
     // The folder's store (IMsgStore), opened anew with these MDB_* flags.
     virtual HRESULT STDMETHODCALLTYPE OpenStore(ULONG Flags, IUnknown** pStore) = 0;
-    // As Resend, over the rows that Restriction leaves. Nothing is noted of the job; left out, its ID is
-    // null.
+    // As Resend, over the rows that Restriction leaves. E_NOTIMPL.
     virtual HRESULT STDMETHODCALLTYPE ResendEx(BSTR Recipients, IQuorvaneRestrict* Restriction,
                                                VARIANT resendAll, VARIANT JobID, VARIANT ProgressBar) = 0;
     // A folder keeps no restriction: what is set has no effect and stays referenced, and there is none to get
-    // (E_POINTER). Use ResendEx.
+    // (E_POINTER).
     virtual HRESULT STDMETHODCALLTYPE get_Restriction(IQuorvaneRestrict** pVal) = 0;
     virtual HRESULT STDMETHODCALLTYPE put_Restriction(IQuorvaneRestrict* newVal) = 0;
 };

@@ -15,10 +15,10 @@
 // keeps the engine from acting on the event. A failure counts as one of the step in which the engine called.
 struct IQuorvaneExt : IDispatch {};
 
-// Restricts the rows that a resend looks at: given to IFolder::ResendEx.
+// Restricts the rows that a resend (IFolder::ResendEx) looks at.
 struct IQuorvaneRestrict : IDispatch {};
 
-// Hears how far a resend is: given to IFolder::Resend and ResendEx.
+// Hears how far a resend (IFolder::Resend, ResendEx) is.
 struct IQuorvaneProgress : IDispatch {};
 
 namespace quorvane {

@@ -58,8 +58,7 @@ struct IItem : IDispatch {
     // none. Setting takes such an array; one without elements leaves the item without a message.
     virtual HRESULT STDMETHODCALLTYPE get_Stream(VARIANT* pVal) = 0;
     virtual HRESULT STDMETHODCALLTYPE put_Stream(VARIANT newVal) = 0;
-    // Shows the message in the mail client's form and returns at once; neither argument has an effect. Fails
-    // where MAPI has no forms.
+    // Stands for showing the message in the mail client's form. E_NOTIMPL: this version shows none.
     virtual HRESULT STDMETHODCALLTYPE Display(VARIANT_BOOL Modal, LONG Parent) = 0;
     // The read status that Submit gives the message; exactly VARIANT_TRUE sets it. Starts true.
     virtual HRESULT STDMETHODCALLTYPE get_UnRead(VARIANT_BOOL* pVal) = 0;

@@ -73,8 +73,8 @@ struct ISession2 : IDispatch {
     // is a text. An item whose message or folder isn't there is still given.
     virtual HRESULT STDMETHODCALLTYPE GetItemFromID(VARIANT ID, VARIANT EntryID, VARIANT StoreID,
                                                     IItem** pVal) = 0;
-    // Makes an item known under a sharing ID, as modified now. The database's failure, as when the ID is
-    // known or one of the texts is too long (ID 49 characters, EntryID 254, StoreID 1023).
+    // Makes an item known under a sharing ID, as modified now. E_INVALIDARG: a text is too long (ID more than
+    // 49 bytes, EntryID 254, StoreID 1023). Others: the database's, as when the ID is known already.
     virtual HRESULT STDMETHODCALLTYPE ImportItem(BSTR ID, BSTR EntryID, BSTR StoreID) = 0;
     // Asks all resend jobs to end, without waiting for them, and forgets what was noted of them. ID isn't
     // used.
