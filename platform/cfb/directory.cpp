@@ -109,6 +109,7 @@ HRESULT Directory::Grow()
     CFB_TRY(chain_.At(length_ - 1, &last));
     sectors_.File().Order();
     CFB_TRY(fat_.SetNext(last, added[0]));
+    sectors_.File().Order();
 
     const EntryId first = length_ * per;
     CFB_TRY(NoteLength(length_ + static_cast<SectorId>(added.size())));
@@ -136,21 +137,23 @@ HRESULT Directory::Free(EntryId id)
 
 HRESULT Directory::Trim(SectorId least)
 {
-    if (!measured_)
-        return S_OK;
+    const HRESULT hr = Measure();
+    if (FAILED(hr))
+        return hr == STG_E_DOCFILECORRUPT ? S_OK : hr;  // what is damaged is left alone
     const auto look = [this](EntryId begin, EntryId end, FreeMap& free) {
         return FindFree(begin, end, free);
     };
     CFB_TRY(slots_.LookAtTail(look, length_ * PerSector()));
     const SectorId spare = slots_.Tail(length_ * PerSector()) / PerSector();
     if (spare == 0 || spare < least || spare >= length_)
-        return S_OK;
+        return NoteLength(length_);  // which a refused growth may have left unsaid
     SectorId last = 0;
     SectorId rest = 0;
     CFB_TRY(chain_.At(length_ - spare - 1, &last));
     CFB_TRY(fat_.Next(last, &rest));
     slots_.Shrink((length_ - spare) * PerSector());
     CFB_TRY(NoteLength(length_ - spare));
+    sectors_.File().Order();
     CFB_TRY(fat_.SetNext(last, kEndOfChain));
     sectors_.File().Order();
     CFB_TRY(allocator_.FreeChain(&rest, spare));

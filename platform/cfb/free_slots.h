@@ -31,7 +31,6 @@ public:
         held_.clear();
         taken_.clear();
         unseen_ = total;
-        freed_ = false;
     }
 
     // Takes the least free slot that is known. *slot is kNone when the caller has to enlarge the table.
@@ -72,12 +71,13 @@ public:
         return S_OK;
     }
 
-    // Looks at the table's end as long as nothing but free slots is found there, when a slot was freed since
-    // the last Reset: so that what was free before counts for Tail too.
+    // Looks at the table's end as long as nothing but free slots is found there: so that what was free before
+    // counts for Tail too.
     template <class Scan>
     [[nodiscard]] HRESULT LookAtTail(const Scan& scan, std::uint32_t total)
     {
-        while (freed_ && unseen_ > 0 && unseen_ <= total && Tail(total) == total - unseen_ && !HasHeld())
+        unseen_ = std::min(unseen_, total);
+        while (unseen_ > 0 && Tail(total) >= total - unseen_ && !HasHeld())
             CFB_TRY(Look(scan, step_));
         return S_OK;
     }
@@ -90,7 +90,6 @@ public:
 
     void Committed()
     {
-        freed_ = freed_ || !held_.empty();
         for (const std::uint32_t slot : held_)
             free_.Add(slot);
         held_.clear();
@@ -113,7 +112,6 @@ public:
 private:
     std::uint32_t step_;
     std::uint32_t unseen_ = 0;
-    bool freed_ = false;
     FreeMap free_;
     std::vector<std::uint32_t> held_;
     std::vector<std::uint32_t> taken_;  // by this operation, among the unseen ones

@@ -76,7 +76,7 @@ HRESULT Header::Parse() noexcept
     return readable ? S_OK : STG_E_INVALIDHEADER;
 }
 
-HRESULT Header::Write(OrderedFile& file) const
+HRESULT Header::Write(OrderedFile& file)
 {
     std::array<BYTE, kHeaderBytes> bytes = raw_;
     BYTE* const raw = bytes.data();
@@ -98,6 +98,9 @@ HRESULT Header::Write(OrderedFile& file) const
     StoreU32(raw + kAtDifatSectors, difatSectors);
     for (std::size_t i = 0; i < difat.size(); ++i)
         StoreU32(raw + kAtDifat + 4 * i, difat[i]);
+    if (bytes == raw_)
+        return S_OK;
+    raw_ = bytes;
     return file.Write(0, raw, bytes.size());
 }
 

@@ -35,13 +35,13 @@ struct Header {
     // STG_E_FILEALREADYEXISTS  the file doesn't begin as a compound file, or is shorter than a header.
     // STG_E_INVALIDHEADER      it does, and goes on as none that can be read.
     [[nodiscard]] HRESULT Read(OrderedFile& file);
-    // Writes all fields; the bytes that mean nothing here are kept as Read found them.
-    [[nodiscard]] HRESULT Write(OrderedFile& file) const;
+    // Writes all fields, if one has changed; the bytes that mean nothing here are kept as Read found them.
+    [[nodiscard]] HRESULT Write(OrderedFile& file);
 
 private:
     [[nodiscard]] HRESULT Parse() noexcept;
 
-    std::array<BYTE, kHeaderBytes> raw_{};
+    std::array<BYTE, kHeaderBytes> raw_{};  // as read or written last
 };
 
 }  // namespace quorvane::cfb

@@ -12,8 +12,9 @@ void MiniStream::Reset(const DirEntry& root) noexcept
     const std::uint64_t held = std::uint64_t{sectors_.Count()} << sectors_.Shift();
     const std::uint64_t size = std::min(root.Size(header_.version), held);
     count_ = static_cast<SectorId>(std::min<std::uint64_t>((size + kMiniBytes - 1) / kMiniBytes, kMaxSector));
-    data_.Reset(root.Start());
-    links_.Reset(header_.firstMiniFat);
+    // Where there is nothing, programs leave various numbers behind.
+    data_.Reset(count_ > 0 ? root.Start() : kEndOfChain);
+    links_.Reset(count_ > 0 || header_.miniFatSectors > 0 ? header_.firstMiniFat : kEndOfChain);
     slots_.Reset(count_);
 }
 
@@ -97,8 +98,7 @@ HRESULT MiniStream::ReserveLinks(SectorId count, SectorId* first, SectorId* sect
 {
     SectorId length = 0;
     CFB_TRY(links_.Length(&length));
-    const SectorId needed = (count + LinksPerSector() - 1) / LinksPerSector();
-    *sectors = length < needed ? needed - length : 0;
+    *sectors = LinkSectors(count) - std::min(length, LinkSectors(count));
     CFB_TRY(ReserveData(*sectors, first));
     for (SectorId i = 0, at = *first; i < *sectors; ++i) {
         CFB_TRY(sectors_.Fill(at, 0xFF));
@@ -128,14 +128,23 @@ HRESULT MiniStream::StoreRoot(SectorId start, SectorId count)
     return directory_.Write(kRootEntry, root);
 }
 
+// The lengths of the two chains. STG_E_DOCFILECORRUPT: one is shorter than it has to be, or has no end.
+HRESULT MiniStream::Measure(SectorId* data, SectorId* links)
+{
+    CFB_TRY(data_.Length(data));
+    CFB_TRY(links_.Length(links));
+    return *data < DataSectors() || *links < LinkSectors(count_) ? STG_E_DOCFILECORRUPT : S_OK;
+}
+
 HRESULT MiniStream::Grow()
 {
-    const SectorId before = DataSectors();
-    const SectorId most = static_cast<SectorId>(kMaxGrowthBytes >> sectors_.Shift());
-    const SectorId added = std::clamp<SectorId>(before / 4, 1, most);
-    const SectorId count = (before + added) * PerSector();
+    SectorId before = 0;
     SectorId oldLinks = 0;
-    CFB_TRY(links_.Length(&oldLinks));
+    CFB_TRY(Measure(&before, &oldLinks));
+    const SectorId most = static_cast<SectorId>(kMaxGrowthBytes >> sectors_.Shift());
+    // The chain is longer than the mini stream when an earlier growth was refused half-way.
+    const SectorId added = before > DataSectors() ? 0 : std::clamp<SectorId>(before / 4, 1, most);
+    const SectorId count = (before + added) * PerSector();
 
     SectorId firstData = kEndOfChain;
     SectorId firstLinks = kEndOfChain;
@@ -144,20 +153,22 @@ HRESULT MiniStream::Grow()
     CFB_TRY(ReserveLinks(count, &firstLinks, &newLinks));
     sectors_.File().Order();
 
-    CFB_TRY(LinkBehind(data_, before, firstData));
+    if (added > 0)
+        CFB_TRY(LinkBehind(data_, before, firstData));
     if (newLinks > 0)
         CFB_TRY(LinkBehind(links_, oldLinks, firstLinks));
-    header_.firstMiniFat = links_.First();
-    header_.miniFatSectors = oldLinks + newLinks;
     const SectorId old = count_;
     // Behind what it covered, an older mini FAT of another program may hold anything.
     for (SectorId sector = old; sector < std::min(count, oldLinks * LinksPerSector()); ++sector)
         CFB_TRY(SetNext(sector, kFreeSector));
     sectors_.File().Order();
 
+    // A mini FAT that covers more than there is does no harm; the reverse would.
+    header_.firstMiniFat = links_.First();
+    header_.miniFatSectors = oldLinks + newLinks;
+    CFB_TRY(header_.Write(sectors_.File()));
+    sectors_.File().Order();
     CFB_TRY(StoreRoot(data_.First(), count));
-    if (newLinks > 0)
-        CFB_TRY(header_.Write(sectors_.File()));
     count_ = count;
     for (SectorId sector = old; sector < count; ++sector)
         slots_.GiveUnused(sector);
@@ -202,27 +213,32 @@ HRESULT MiniStream::Trim(SectorId least)
     const auto look = [this](SectorId begin, SectorId end, FreeMap& free) {
         return FindFree(begin, end, free);
     };
+    SectorId before = 0;
+    SectorId links = 0;
+    const HRESULT hr = Measure(&before, &links);
+    if (FAILED(hr))
+        return hr == STG_E_DOCFILECORRUPT ? S_OK : hr;  // what is damaged is left alone
     CFB_TRY(slots_.LookAtTail(look, count_));
-    const SectorId before = DataSectors();
     const SectorId kept = count_ - slots_.Tail(count_);
     const SectorId after = (kept + PerSector() - 1) / PerSector();
-    if (after >= before || before - after < least)
-        return S_OK;
+    if (after < before && before - after >= least) {
+        count_ = after * PerSector();
+        slots_.Shrink(count_);
+        CFB_TRY(StoreRoot(after > 0 ? data_.First() : kEndOfChain, count_));
+        CFB_TRY(CutChain(data_, after, before));
+    }
+    return TrimLinks(links);
+}
 
-    SectorId links = 0;
-    CFB_TRY(links_.Length(&links));
-    const SectorId linksKept =
-        std::min(links, (after * PerSector() + LinksPerSector() - 1) / LinksPerSector());
-    count_ = after * PerSector();
-    slots_.Shrink(count_);
-    CFB_TRY(StoreRoot(after > 0 ? data_.First() : kEndOfChain, count_));
-    CFB_TRY(CutChain(data_, after, before));
-    if (linksKept == links)
-        return S_OK;
-    header_.miniFatSectors = linksKept;
-    header_.firstMiniFat = linksKept > 0 ? links_.First() : kEndOfChain;
+// Gives back the sectors of the mini FAT that cover nothing.
+HRESULT MiniStream::TrimLinks(SectorId links)
+{
+    const SectorId kept = std::min(links, LinkSectors(count_));
+    header_.miniFatSectors = kept;
+    header_.firstMiniFat = kept > 0 ? links_.First() : kEndOfChain;
+    sectors_.File().Order();
     CFB_TRY(header_.Write(sectors_.File()));
-    return CutChain(links_, linksKept, links);
+    return kept < links ? CutChain(links_, kept, links) : S_OK;
 }
 
 }  // namespace quorvane::cfb

@@ -52,6 +52,10 @@ private:
     SectorId LinkSector(SectorId sector) const noexcept { return sector >> (sectors_.Shift() - 2); }
     std::size_t LinkPlace(SectorId sector) const noexcept { return (sector & (LinksPerSector() - 1)) * 4; }
     SectorId DataSectors() const noexcept { return (count_ + PerSector() - 1) / PerSector(); }
+    SectorId LinkSectors(SectorId count) const noexcept
+    {
+        return (count + LinksPerSector() - 1) / LinksPerSector();
+    }
     [[nodiscard]] HRESULT FindFree(SectorId begin, SectorId end, FreeMap& free);
     [[nodiscard]] HRESULT Grow();
     [[nodiscard]] HRESULT ReserveData(SectorId sectors, SectorId* first);
@@ -59,6 +63,8 @@ private:
     [[nodiscard]] HRESULT LinkBehind(Chain& chain, SectorId length, SectorId first);
     [[nodiscard]] HRESULT StoreRoot(SectorId start, SectorId count);
     [[nodiscard]] HRESULT CutChain(Chain& chain, SectorId from, SectorId to);
+    [[nodiscard]] HRESULT TrimLinks(SectorId links);
+    [[nodiscard]] HRESULT Measure(SectorId* data, SectorId* links);
 
     SectorFile& sectors_;
     Header& header_;

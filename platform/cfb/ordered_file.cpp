@@ -9,6 +9,13 @@
 
 namespace quorvane::cfb {
 
+HRESULT OrderedFile::Open()
+{
+    CFB_TRY(store_.GetSize(&stored_));
+    size_ = stored_;
+    return S_OK;
+}
+
 OrderedFile::Frame* OrderedFile::Find(std::uint64_t page) noexcept
 {
     Frame*& recent = recent_[page % kRecent];
@@ -68,7 +75,7 @@ HRESULT OrderedFile::FreshFrame(Frame** frame)
 HRESULT OrderedFile::Load(Frame& frame, std::uint64_t page)
 {
     std::size_t read = 0;
-    const HRESULT hr = page * kPage < size_ ? store_.ReadAt(page * kPage, frame.bytes, kPage, &read) : S_OK;
+    const HRESULT hr = page * kPage < stored_ ? store_.ReadAt(page * kPage, frame.bytes, kPage, &read) : S_OK;
     if (FAILED(hr)) {
         spare_.push_back(&frame);
         return hr;
@@ -95,7 +102,7 @@ HRESULT OrderedFile::Fetch(std::uint64_t page, Frame** frame)
 HRESULT OrderedFile::ReadDirect(std::uint64_t offset, BYTE* to, std::size_t count)
 {
     std::size_t read = 0;
-    if (offset < size_)
+    if (offset < stored_)
         CFB_TRY(store_.ReadAt(offset, to, count, &read));
     std::memset(to + read, 0, count - read);
     for (const Frame* frame : pending_) {
@@ -126,6 +133,19 @@ HRESULT OrderedFile::Read(std::uint64_t offset, void* to, std::size_t count)
     return S_OK;
 }
 
+// True when a page that is pending can't take more: another one holds what comes after the first of its steps
+// and before the present one.
+bool OrderedFile::MustGoOutBefore(const Frame& frame) const noexcept
+{
+    if (!frame.pending || frame.stage == stage_)
+        return false;
+    const bool isLast = pending_.back() == &frame;
+    if (isLast && pending_.size() == 1)
+        return false;
+    const Frame* const other = isLast ? pending_[pending_.size() - 2] : pending_.back();
+    return other->stage > frame.first_stage;
+}
+
 HRESULT OrderedFile::MarkPending(Frame& frame, std::size_t begin, std::size_t end)
 {
     if (!frame.pending) {
@@ -134,14 +154,14 @@ HRESULT OrderedFile::MarkPending(Frame& frame, std::size_t begin, std::size_t en
         pending_.push_back(&frame);
         frame.pending = true;
         frame.pending_at = pending_.size() - 1;
-        frame.stage = stage_;
+        frame.first_stage = frame.stage = stage_;
         frame.dirty_begin = begin;
         frame.dirty_end = end;
         return S_OK;
     }
     if (frame.stage != stage_) {
-        // No page of a later stage is pending (the caller saw to that), so this one may wait for the rest
-        // of its own stage and take both steps in one write.
+        // Nothing that is pending has to come between the steps of this page (the caller saw to that), so it
+        // may wait for the rest of the present one and take all of them in one write.
         Frame* const last = pending_.back();
         std::swap(pending_[frame.pending_at], pending_.back());
         std::swap(frame.pending_at, last->pending_at);
@@ -158,7 +178,7 @@ HRESULT OrderedFile::Write(std::uint64_t offset, const void* from, std::size_t c
     while (count > 0) {
         Frame* frame = nullptr;
         CFB_TRY(Fetch(offset / kPage, &frame));
-        if (frame->pending && frame->stage != stage_ && pending_.back()->stage > frame->stage)
+        if (MustGoOutBefore(*frame))
             CFB_TRY(Flush());
         const std::size_t at = offset % kPage;
         const std::size_t part = std::min(count, kPage - at);
@@ -167,7 +187,7 @@ HRESULT OrderedFile::Write(std::uint64_t offset, const void* from, std::size_t c
         in += part;
         offset += part;
         count -= part;
-        size_ = std::max(size_, offset);
+        Extend(offset);
     }
     return S_OK;
 }
@@ -179,7 +199,8 @@ HRESULT OrderedFile::WriteData(std::uint64_t offset, const void* from, std::size
     const auto* in = static_cast<const BYTE*>(from);
     CFB_TRY(store_.WriteAt(offset, in, count));
     const std::uint64_t end = offset + count;
-    size_ = std::max(size_, end);
+    stored_ = std::max(stored_, end);
+    Extend(end);
     for (std::uint64_t page = offset / kPage; page * kPage < end; ++page) {
         Frame* const frame = Find(page);
         if (!frame)
@@ -194,6 +215,10 @@ HRESULT OrderedFile::WriteData(std::uint64_t offset, const void* from, std::size
 
 HRESULT OrderedFile::Flush()
 {
+    if (size_ > stored_) {
+        CFB_TRY(store_.SetSize(size_));
+        stored_ = size_;
+    }
     for (Frame* frame : pending_) {
         CFB_TRY(store_.WriteAt(frame->page * kPage + frame->dirty_begin, frame->bytes + frame->dirty_begin,
                                frame->dirty_end - frame->dirty_begin));
@@ -203,12 +228,8 @@ HRESULT OrderedFile::Flush()
     return S_OK;
 }
 
-HRESULT OrderedFile::Commit(std::uint64_t size)
+HRESULT OrderedFile::Commit()
 {
-    if (size > size_) {
-        CFB_TRY(store_.SetSize(size));
-        size_ = size;
-    }
     CFB_TRY(Flush());
     stage_ = 0;
     return S_OK;
@@ -217,10 +238,10 @@ HRESULT OrderedFile::Commit(std::uint64_t size)
 HRESULT OrderedFile::Cut(std::uint64_t size)
 {
     CFB_TRY(Flush());
-    if (size >= size_)
+    if (size >= stored_)
         return S_OK;
     CFB_TRY(store_.SetSize(size));
-    size_ = size;
+    size_ = stored_ = size;
     for (auto& frame : frames_) {
         if (frame->page == kNoPage || (frame->page + 1) * kPage <= size)
             continue;

@@ -2,6 +2,7 @@
 #ifndef QUORVANE_PLATFORM_CFB_ORDERED_FILE_H_
 #define QUORVANE_PLATFORM_CFB_ORDERED_FILE_H_
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -30,10 +31,15 @@ public:
     explicit OrderedFile(ByteStore& store) noexcept : store_(store) {}
 
     // Takes the store's size. To be called once, before all else.
-    [[nodiscard]] HRESULT Open() { return store_.GetSize(&size_); }
+    [[nodiscard]] HRESULT Open();
 
-    // Size of the store, with what the pending writes will add.
+    // Size of the file, with what is to come into the store.
     std::uint64_t Size() const noexcept { return size_; }
+    // Size of the store as it is: what lies behind that will come into being as zeros.
+    std::uint64_t StoredSize() const noexcept { return stored_; }
+    // Makes the file at least that long. The store is, before any pending write reaches it: no write may
+    // speak of a place that a later one brings into being.
+    void Extend(std::uint64_t size) noexcept { size_ = std::max(size_, size); }
 
     // Reads `count` bytes, pending writes included. Bytes behind the end are zeros.
     [[nodiscard]] HRESULT Read(std::uint64_t offset, void* to, std::size_t count);
@@ -47,8 +53,8 @@ public:
     // True when the page of `a` is the page of `b`, so that writes to both can take effect at once.
     static bool SamePage(std::uint64_t a, std::uint64_t b) noexcept { return a / kPage == b / kPage; }
 
-    // Sends all pending writes. The store has at least `size` bytes from before the first of them.
-    [[nodiscard]] HRESULT Commit(std::uint64_t size);
+    // Sends all pending writes.
+    [[nodiscard]] HRESULT Commit();
     // Cuts the store to `size` bytes, after all pending writes.
     [[nodiscard]] HRESULT Cut(std::uint64_t size);
     // Drops the pending writes and everything cached, and takes the store's size anew.
@@ -66,7 +72,8 @@ private:
         Frame* next_in_bucket = nullptr;
         std::size_t dirty_begin = 0;
         std::size_t dirty_end = 0;
-        std::uint64_t stage = 0;
+        std::uint64_t first_stage = 0;  // of what is pending in it
+        std::uint64_t stage = 0;        // the last one
         std::size_t pending_at = 0;
         bool pending = false;
         bool used = false;
@@ -80,12 +87,14 @@ private:
     [[nodiscard]] HRESULT FreshFrame(Frame** frame);
     void Drop(Frame& frame) noexcept;
     [[nodiscard]] HRESULT Load(Frame& frame, std::uint64_t page);
+    bool MustGoOutBefore(const Frame& frame) const noexcept;
     [[nodiscard]] HRESULT MarkPending(Frame& frame, std::size_t begin, std::size_t end);
     [[nodiscard]] HRESULT Flush();
     [[nodiscard]] HRESULT ReadDirect(std::uint64_t offset, BYTE* to, std::size_t count);
 
     ByteStore& store_;
     std::uint64_t size_ = 0;
+    std::uint64_t stored_ = 0;
     std::uint64_t stage_ = 0;
     std::vector<std::unique_ptr<Frame>> frames_;
     std::vector<Frame*> spare_;

@@ -38,7 +38,7 @@ TEST_F(OrderedFileTest, NothingIsWrittenBeforeTheCommit)
     BYTE read = 0;
     ASSERT_EQ(S_OK, file.Read(5, &read, 1));
     EXPECT_EQ(1, read);
-    ASSERT_EQ(S_OK, file.Commit(0));
+    ASSERT_EQ(S_OK, file.Commit());
     EXPECT_EQ(1, store.bytes[5]);
 }
 
@@ -49,7 +49,7 @@ TEST_F(OrderedFileTest, StepsComeInTheirOrder)
     Write(kPage, 2);
     file.Order();
     Write(2 * kPage, 3);
-    ASSERT_EQ(S_OK, file.Commit(0));
+    ASSERT_EQ(S_OK, file.Commit());
     EXPECT_EQ((std::vector<std::uint64_t>{3, 1, 2}), Pages());
 }
 
@@ -58,7 +58,7 @@ TEST_F(OrderedFileTest, TwoStepsInOnePageBecomeOneWrite)
     Write(kPage, 1);
     file.Order();
     Write(kPage + 100, 2);
-    ASSERT_EQ(S_OK, file.Commit(0));
+    ASSERT_EQ(S_OK, file.Commit());
     ASSERT_EQ(1u, store.log.size());
     EXPECT_EQ(101u, store.log[0].bytes.size());
 }
@@ -69,7 +69,7 @@ TEST_F(OrderedFileTest, APageWaitsForTheRestOfItsStep)
     Write(2 * kPage, 2);
     file.Order();
     Write(kPage + 8, 3);
-    ASSERT_EQ(S_OK, file.Commit(0));
+    ASSERT_EQ(S_OK, file.Commit());
     EXPECT_EQ((std::vector<std::uint64_t>{2, 1}), Pages());
 }
 
@@ -80,14 +80,37 @@ TEST_F(OrderedFileTest, APageThatOthersFollowIsWrittenTwice)
     Write(2 * kPage, 2);
     file.Order();
     Write(kPage + 8, 3);
-    ASSERT_EQ(S_OK, file.Commit(0));
+    ASSERT_EQ(S_OK, file.Commit());
     EXPECT_EQ((std::vector<std::uint64_t>{1, 2, 1}), Pages());
+}
+
+TEST_F(OrderedFileTest, APageDoesNotWaitPastWhatFollowedItsFirstStep)
+{
+    Write(kPage, 1);
+    file.Order();
+    Write(kPage + 8, 2);
+    Write(2 * kPage, 3);  // after the first write, of the same step as the second
+    file.Order();
+    Write(kPage + 16, 4);
+    ASSERT_EQ(S_OK, file.Commit());
+    EXPECT_EQ((std::vector<std::uint64_t>{1, 2, 1}), Pages());
+}
+
+TEST_F(OrderedFileTest, TheStoreGrowsBeforeTheFirstWriteOfManyThatDoNotWaitForTheCommit)
+{
+    file.Extend(2000 * kPage);
+    for (std::uint64_t page = 0; page < 1000; ++page)
+        Write(page * kPage, 1);
+    ASSERT_FALSE(store.log.empty());
+    EXPECT_TRUE(store.log[0].cut);
+    EXPECT_EQ(2000 * kPage, store.log[0].offset);
 }
 
 TEST_F(OrderedFileTest, TheStoreHasTheSizeBeforeTheFirstWrite)
 {
     Write(kPage, 1);
-    ASSERT_EQ(S_OK, file.Commit(30 * kPage));
+    file.Extend(30 * kPage);
+    ASSERT_EQ(S_OK, file.Commit());
     ASSERT_EQ(2u, store.log.size());
     EXPECT_TRUE(store.log[0].cut);
     EXPECT_EQ(30 * kPage, store.bytes.size());
@@ -118,16 +141,16 @@ TEST_F(OrderedFileTest, ForgettingGivesBackWhatTheStoreHas)
     BYTE read = 7;
     ASSERT_EQ(S_OK, file.Read(5, &read, 1));
     EXPECT_EQ(0, read);
-    ASSERT_EQ(S_OK, file.Commit(0));
+    ASSERT_EQ(S_OK, file.Commit());
     EXPECT_TRUE(store.log.empty());
 }
 
 TEST_F(OrderedFileTest, WhatWasCutReadsAsZeros)
 {
     Write(6 * kPage + 3, 1);
-    ASSERT_EQ(S_OK, file.Commit(0));
+    ASSERT_EQ(S_OK, file.Commit());
     ASSERT_EQ(S_OK, file.Cut(6 * kPage));
-    ASSERT_EQ(S_OK, file.Commit(8 * kPage));
+    ASSERT_EQ(S_OK, (file.Extend(8 * kPage), file.Commit()));
     BYTE read = 7;
     ASSERT_EQ(S_OK, file.Read(6 * kPage + 3, &read, 1));
     EXPECT_EQ(0, read);
@@ -137,7 +160,7 @@ TEST_F(OrderedFileTest, MorePagesThanTheCacheHoldsAreRead)
 {
     for (std::uint64_t page = 0; page < OrderedFile::kCachedPages + 500; ++page)
         Write(page * kPage, static_cast<BYTE>(page));
-    ASSERT_EQ(S_OK, file.Commit(0));
+    ASSERT_EQ(S_OK, file.Commit());
     for (std::uint64_t page = 0; page < OrderedFile::kCachedPages + 500; ++page) {
         BYTE read = 0;
         ASSERT_EQ(S_OK, file.Read(page * kPage, &read, 1));

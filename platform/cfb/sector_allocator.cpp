@@ -118,23 +118,40 @@ HRESULT SectorAllocator::FreeChain(SectorId* at, std::uint32_t most)
     return S_OK;
 }
 
+// Where the free sectors at the end begin, with *end sectors in all.
+HRESULT SectorAllocator::FindEnd(SectorId* end)
+{
+    const auto look = [this](SectorId begin, SectorId last, FreeMap& free) {
+        return fat_.FindFree(begin, last, free);
+    };
+    CFB_TRY(slots_.LookAtTail(look, *end));
+    *end -= slots_.Tail(*end);
+    return S_OK;
+}
+
+// Gives up the FAT sectors that lie at the end and cover nothing before them, with the free ones between.
+HRESULT SectorAllocator::RetractFat(SectorId* end)
+{
+    for (SectorId was = kMaxSector; was != *end;) {
+        was = *end;
+        CFB_TRY(fat_.Retract(end));
+        CFB_TRY(FindEnd(end));
+    }
+    return S_OK;
+}
+
 HRESULT SectorAllocator::Trim(SectorId least)
 {
     const SectorId before = sectors_.Count();
-    const auto look = [this](SectorId begin, SectorId end, FreeMap& free) {
-        return fat_.FindFree(begin, end, free);
-    };
-    CFB_TRY(slots_.LookAtTail(look, before));
-    if (slots_.Tail(before) == 0 || slots_.Tail(before) < least)
-        return S_OK;
-    SectorId count = before - slots_.Tail(before);
-    for (SectorId was = 0; was != count; count -= slots_.Tail(count)) {
-        was = count;
-        CFB_TRY(fat_.Retract(&count));
-    }
-    slots_.Shrink(count);
-    CFB_TRY(sectors_.File().Commit(0));
-    return sectors_.Cut(count);
+    SectorId end = before;
+    CFB_TRY(FindEnd(&end));
+    if (before - end >= least)
+        CFB_TRY(RetractFat(&end));
+    else
+        end = before;
+    slots_.Shrink(end);
+    CFB_TRY(sectors_.File().Commit());
+    return sectors_.Cut(end);
 }
 
 }  // namespace quorvane::cfb

@@ -34,14 +34,16 @@ public:
     // The operation is in the store.
     void Committed() { slots_.Committed(); }
     bool HasFreed() const noexcept { return slots_.HasHeld(); }
-    // Gives back the end of the file when at least `least` sectors there are free. For use between a commit
-    // and the next operation.
+    // Gives back the end of the file when at least `least` sectors there are free, and what the store has
+    // behind the last sector. For use between a commit and the next operation.
     [[nodiscard]] HRESULT Trim(SectorId least);
 
 private:
     static constexpr std::uint32_t kLookAt = 1024;
 
     SectorId Limit() const noexcept;
+    [[nodiscard]] HRESULT FindEnd(SectorId* end);
+    [[nodiscard]] HRESULT RetractFat(SectorId* end);
     [[nodiscard]] HRESULT Append(SectorId* sector);
     [[nodiscard]] HRESULT AppendPage(std::vector<SectorId>* sectors);
     bool TakeFreePage(std::vector<SectorId>* sectors);

@@ -21,7 +21,12 @@ public:
     unsigned Shift() const noexcept { return shift_; }
     std::size_t SectorBytes() const noexcept { return std::size_t{1} << shift_; }
     SectorId Count() const noexcept { return count_; }
-    void SetCount(SectorId count) noexcept { count_ = count; }
+    // Sectors that are added come into the store before any pending write does.
+    void SetCount(SectorId count) noexcept
+    {
+        count_ = count;
+        file_.Extend(OffsetOf(count));
+    }
     std::uint64_t OffsetOf(SectorId sector) const noexcept { return (std::uint64_t{sector} + 1) << shift_; }
     OrderedFile& File() noexcept { return file_; }
 
@@ -35,7 +40,11 @@ public:
     [[nodiscard]] HRESULT Fill(SectorId sector, BYTE value);
 
     // Sends what is pending; the store then holds all sectors whole.
-    [[nodiscard]] HRESULT Commit() { return file_.Commit(OffsetOf(count_)); }
+    [[nodiscard]] HRESULT Commit()
+    {
+        file_.Extend(OffsetOf(count_));
+        return file_.Commit();
+    }
     // Gives back the sectors from `count` on.
     [[nodiscard]] HRESULT Cut(SectorId count);
 

@@ -116,7 +116,8 @@ HRESULT StreamBody::ZeroChain(Chain& chain, bool mini, std::uint64_t offset, std
         CFB_TRY(Locate(chain, mini, offset, most, &sector, &within, &bytes));
         // What the store doesn't have yet it will have as zeros.
         const std::uint64_t at = volume_->sectors.OffsetOf(sector) + within;
-        for (std::size_t done = 0; done < bytes && at + done < volume_->file.Size(); done += kZeros.size()) {
+        for (std::size_t done = 0; done < bytes && at + done < volume_->file.StoredSize();
+             done += kZeros.size()) {
             const std::size_t part = std::min(kZeros.size(), bytes - done);
             CFB_TRY(volume_->sectors.WriteData(sector, within + done, kZeros.data(), part));
         }

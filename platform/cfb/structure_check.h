@@ -13,8 +13,12 @@ namespace quorvane::cfb::test {
 struct Findings {
     // What no reader may meet: links out of the file, loops, sectors with two owners, names out of order.
     std::vector<std::string> faults;
-    // What a kill may leave behind: sectors and entries that are in use and belong to nothing.
+    // What a kill or a refused write may leave behind: sectors and entries that are in use and belong to
+    // nothing, chains and a file that are longer than is said of them.
     std::vector<std::string> leaks;
+    // What a file that was closed in order doesn't have: sectors at the end of the file, of the mini stream
+    // or of the directory in which nothing is in use.
+    std::vector<std::string> slack;
     // The longest way from a storage down its tree.
     unsigned depth = 0;
     unsigned elements = 0;

@@ -24,25 +24,34 @@ public:
         shift_ = U16(30);
         sectorBytes_ = 1u << shift_;
         if (file_.size() % sectorBytes_ != 0)
-            Fault("the last sector is cut");
+            Leak("the last sector is cut");
         count_ = static_cast<std::uint32_t>(file_.size() / sectorBytes_ - 1);
         ReadFat();
         directory_ = Chain(U32(48), "directory");
         miniFat_ = Chain(U32(60), "mini FAT");
-        if (miniFat_.size() != U32(64))
-            Fault("the mini FAT has another number of sectors than the header says");
-        if (U16(26) == 4 && directory_.size() != U32(40))
-            Fault("the directory has another number of sectors than the header says");
+        Compare(miniFat_.size(), U32(64), "the mini FAT");
+        if (U16(26) == 4)
+            Compare(directory_.size(), U32(40), "the directory");
         if (directory_.empty())
             return Fault("no directory"), std::move(findings_);
         ReadRoot();
         ReadEntries();
         FindLeaks();
+        FindSlack();
         return std::move(findings_);
     }
 
 private:
     void Fault(const std::string& text) { findings_.faults.push_back(text); }
+    void Leak(const std::string& text) { findings_.leaks.push_back(text); }
+    // A chain may be longer than is said of it, by sectors that are of no use.
+    void Compare(std::size_t length, std::size_t said, const std::string& who)
+    {
+        if (length < said)
+            Fault(who + " is shorter than is said of it");
+        if (length > said)
+            Leak(who + " is longer than is said of it");
+    }
     std::uint16_t U16(std::size_t at) const
     {
         return static_cast<std::uint16_t>(file_[at] | file_[at + 1] << 8);
@@ -88,7 +97,7 @@ private:
                 fat_.push_back(U32(OffsetOf(sector) + 4 * i));
         }
         if (fat_.size() < count_)
-            return Fault("the FAT is shorter than the file");
+            Leak("the file goes on behind what the FAT covers");
         for (std::size_t i = count_; i < fat_.size(); ++i) {
             if (fat_[i] != kFree)
                 return Fault("the FAT says something about a sector behind the end");
@@ -130,8 +139,7 @@ private:
             Fault("the first entry isn't the root");
         const std::uint32_t size = U32(root + 120);
         const auto stream = Chain(U32(root + 116), "mini stream");
-        if (stream.size() != (size + sectorBytes_ - 1) / sectorBytes_)
-            Fault("the mini stream's size and its chain differ");
+        Compare(stream.size(), (size + sectorBytes_ - 1) / sectorBytes_, "the mini stream");
         minis_ = size / 64;
         miniOwned_.assign(minis_, false);
         for (const std::uint32_t sector : miniFat_) {
@@ -157,7 +165,7 @@ private:
         }
         for (std::uint32_t id = 1; id < total; ++id) {
             if (!seen_[id] && file_[EntryAt(id) + 66] != 0)
-                findings_.leaks.push_back("entry " + std::to_string(id));
+                Leak("entry " + std::to_string(id));
         }
     }
 
@@ -252,12 +260,30 @@ private:
             if (owned_[i] && fat_[i] == kFree)
                 Fault("a sector in use is marked as free");
             if (!owned_[i] && fat_[i] != kFree)
-                findings_.leaks.push_back("sector " + std::to_string(i));
+                Leak("sector " + std::to_string(i));
         }
         for (std::uint32_t i = 0; i < std::min<std::size_t>(minis_, mini_.size()); ++i) {
             if (!miniOwned_[i] && mini_[i] != kFree)
-                findings_.leaks.push_back("mini sector " + std::to_string(i));
+                Leak("mini sector " + std::to_string(i));
         }
+    }
+
+    void FindSlack()
+    {
+        if (count_ > 0 && fat_.size() >= count_ && fat_[count_ - 1] == kFree)
+            findings_.slack.push_back("the last sector is free");
+        const std::uint32_t perSector = sectorBytes_ / 64;
+        std::uint32_t free = 0;
+        while (free < minis_ && mini_[minis_ - free - 1] == kFree)
+            ++free;
+        if (free >= perSector)
+            findings_.slack.push_back("the last sector of the mini stream is free");
+        const std::uint32_t perDirectory = sectorBytes_ / 128;
+        bool used = directory_.size() == 1;
+        for (std::uint32_t i = 0; i < perDirectory; ++i)
+            used = used || file_[OffsetOf(directory_.back()) + i * 128 + 66] != 0;
+        if (!used)
+            findings_.slack.push_back("the last sector of the directory is free");
     }
 
     const std::vector<BYTE>& file_;

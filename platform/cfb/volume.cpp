@@ -67,6 +67,7 @@ HRESULT Volume::Open()
 
 HRESULT Volume::Reload()
 {
+    changed_ = true;  // by what the failed operation had done so far
     CFB_TRY(file.Forget());
     CFB_TRY(header.Read(file));
     sectors.Open(header.sectorShift);
@@ -88,6 +89,7 @@ HRESULT Volume::LoadTables()
 
 HRESULT Volume::Commit()
 {
+    changed_ = true;
     CFB_TRY(sectors.Commit());
     allocator.Committed();
     directory.Committed();
@@ -97,6 +99,8 @@ HRESULT Volume::Commit()
 
 HRESULT Volume::Trim(bool all)
 {
+    if (!changed_)
+        return S_OK;
     const SectorId least = all ? 1 : std::max(kWorthTrimming, sectors.Count() / 8);
     CFB_TRY(mini.Trim(least));
     CFB_TRY(directory.Trim(least));

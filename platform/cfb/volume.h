@@ -28,8 +28,8 @@ public:
 
     // Puts the operation into the store, and what it freed at the disposal of the next.
     [[nodiscard]] HRESULT Commit();
-    // Gives the end of the file back where it is free. all: whatever can be given back; else only when it
-    // is much.
+    // Gives the end of the file back where it is free, if something was changed since it was opened. all:
+    // whatever can be given back; else only when it is much.
     [[nodiscard]] HRESULT Trim(bool all);
     // Frees a chain that nothing points at any more, in steps of bounded memory, with commits.
     [[nodiscard]] HRESULT FreeSectors(SectorId first);
@@ -52,6 +52,8 @@ private:
     static constexpr std::uint32_t kFreedAtOnce = 4096;
 
     [[nodiscard]] HRESULT LoadTables();
+
+    bool changed_ = false;
 };
 
 }  // namespace quorvane::cfb

@@ -1,0 +1,286 @@
+// Writes that are refused: the file stays as it was before or as it is after the operation, and work goes on.
+#include <gtest/gtest.h>
+
+#include <tuple>
+
+#include "platform/cfb/series.h"
+#include "platform/cfb/structure_check.h"
+
+namespace quorvane::cfb::test {
+namespace {
+
+// Something of everything: elements made so that the directory, the mini stream and the FAT grow, streams
+// that become long and short, and all of it away again.
+std::vector<Step> Series()
+{
+    std::vector<Step> steps{MakeStream("held"), WriteHeld("held", 0, Pattern(300, 1)), MakeStorage("box"),
+                            MakeStorage("box/inner"), MakeStorage("copies")};
+    const auto add = [&](std::initializer_list<Step> more) { steps.insert(steps.end(), more); };
+    for (unsigned i = 0; i < 24; ++i) {
+        const std::string path = (i % 3 == 0 ? "" : "box/") + std::string("e") + std::to_string(i * 7 % 24);
+        add({MakeStream(path), Write(path, 0, Pattern(1 + i * i * 11, i))});
+    }
+    add({Write("box/e7", 0, Pattern(4095, 3)),
+         Write("box/e7", 4095, Pattern(1, 4)),
+         Write("box/e7", 4096, Pattern(30'000, 5)),
+         SetSize("box/e7", 9'000),
+         SetSize("box/e7", 4'000),
+         WriteHeld("held", 300, Pattern(20'000, 6)),
+         Write("e0", 5'000, Pattern(9, 7)),
+         SetSize("e0", 40'000),
+         MakeStream("box/inner/long"),
+         Write("box/inner/long", 0, Pattern(60'000, 8)),
+         Write("box/inner/long", 100, Pattern(50'000, 9)),
+         SetClass("box/inner"),
+         CopyTo("box", "copies"),
+         Rename("box/inner", "a name that is quite another"),
+         Move("e0", "copies"),
+         WriteHeld("held", 7, Pattern(90, 10)),
+         Destroy("copies/inner"),
+         Commit(),
+         MakeStorage("copies"),
+         SetHeldSize("held", 0)});
+    for (unsigned i = 0; i < 24; i += 2) {
+        const unsigned made = i % 3 == 0 ? i * 7 % 24 : 0;
+        if (made != 0)
+            add({Destroy("e" + std::to_string(made))});
+    }
+    add({Destroy("box"), WriteHeld("held", 0, Pattern(5'000, 11)), Commit()});
+    return steps;
+}
+
+enum class Refusal { kOnce, kFromThenOn };
+
+class FaultTest : public ::testing::TestWithParam<std::tuple<Layout, Refusal>> {
+protected:
+    // A file that the series begins with, and what is in it.
+    struct Begin {
+        Bytes file;
+        Tree tree;
+    };
+
+    static Begin MakeBegin(const std::vector<Step>& steps)
+    {
+        Session session;
+        Begin begin;
+        session.bytes = MakeComObject<FaultyBytes>();
+        EXPECT_EQ(S_OK, CreateDocfileOnLockBytes(session.bytes.Get(), kCreate, session.root.Put(),
+                                                 std::get<Layout>(GetParam())));
+        for (const Step& step : steps) {
+            EXPECT_EQ(S_OK, step.run(session)) << step.what;
+            step.apply(begin.tree);
+        }
+        session.held.Reset();
+        session.root.Reset();
+        begin.file = session.bytes->Content();
+        return begin;
+    }
+
+    // What a program that opens the file now would find.
+    static void ReadAnew(const Session& session, Tree* tree)
+    {
+        ComPtr<IStorage> root;
+        const auto copy = LockBytesWith(session.bytes->Content());
+        ASSERT_EQ(S_OK, OpenDocfileOnLockBytes(copy.Get(), kRead, root.Put()));
+        ASSERT_EQ(S_OK, Walk(*root, "", tree));
+        const Findings findings = Examine(session.bytes->Content());
+        EXPECT_TRUE(findings.faults.empty()) << Text(findings.faults);
+    }
+
+    // The content is the one before the step or the one after it, but for what it leaves open.
+    static void ExpectBetween(const Tree& found, const Tree& before, const Tree& after, const Step& step)
+    {
+        EXPECT_TRUE(IsSameBut(step.loose, found, before) || IsSameBut(step.loose, found, after));
+        for (const auto& [path, content] : found) {
+            const auto old = before.find(path);
+            const auto fresh = after.find(path);
+            const bool was = old != before.end();
+            const bool will = fresh != after.end();
+            bool fits = was || will;
+            if (was && will && content)
+                fits = IsMixture(*content, *old->second, *fresh->second) ||
+                       (step.replaces && IsBeginning(content, fresh->second));
+            else if (will && !was)
+                fits = IsBeginning(content, fresh->second);
+            EXPECT_TRUE(fits) << path;
+        }
+    }
+
+    // The same elements with the same content, but for those whose paths begin with `loose`.
+    static bool IsSameBut(const std::string& loose, const Tree& a, const Tree& b)
+    {
+        const auto holdsAllOf = [&](const Tree& tree, const Tree& other) {
+            return std::all_of(other.begin(), other.end(), [&](const auto& one) {
+                if (one.first.compare(0, loose.size(), loose) == 0)
+                    return true;
+                const auto same = tree.find(one.first);
+                return same != tree.end() && same->second == one.second;
+            });
+        };
+        return holdsAllOf(a, b) && holdsAllOf(b, a);
+    }
+
+    static bool IsBeginning(const std::optional<Bytes>& content, const std::optional<Bytes>& whole)
+    {
+        if (!content || !whole)
+            return content == whole;
+        return content->size() <= whole->size() &&
+               std::equal(content->begin(), content->end(), whole->begin());
+    }
+
+    // Of one length of the two, and with each byte from one of them.
+    static bool IsMixture(const Bytes& content, const Bytes& a, const Bytes& b)
+    {
+        if (content == a || content == b)
+            return true;
+        if (content.size() != a.size() && content.size() != b.size())
+            return false;
+        for (std::size_t i = 0; i < content.size(); ++i) {
+            if ((i >= a.size() || content[i] != a[i]) && (i >= b.size() || content[i] != b[i]))
+                return false;
+        }
+        return true;
+    }
+
+    static Tree After(Tree tree, const Step& step)
+    {
+        step.apply(tree);
+        return tree;
+    }
+
+    // A refused step, after which writing works again: the same object goes on with the series.
+    static void GoOn(Session& session, const std::vector<Step>& steps, std::size_t at, Tree tree)
+    {
+        for (; at < steps.size(); ++at) {
+            const HRESULT hr = steps[at].run(session);
+            ASSERT_EQ(S_OK, hr) << steps[at].what << " after a refusal";
+            steps[at].apply(tree);
+        }
+        session.held.Reset();
+        session.root.Reset();
+        Tree found;
+        ReadAnew(session, &found);
+        EXPECT_TRUE(found == tree);
+    }
+
+    // A refused step, after which no write works: what is read stays, what would write fails.
+    static void EndReadOnly(Session& session, const std::vector<Step>& steps, std::size_t at,
+                            const Tree& content)
+    {
+        Tree found;
+        const HRESULT walked = Walk(*session.root, "", &found);
+        EXPECT_TRUE(walked == S_OK || (walked == STG_E_ACCESSDENIED && session.held));
+        for (const auto& [path, stream] : content) {
+            if (path == "held" && session.held)
+                continue;  // it is open already
+            EXPECT_EQ(stream, found[path]) << path;
+        }
+        for (; at < steps.size(); ++at) {
+            const HRESULT hr = steps[at].run(session);
+            EXPECT_TRUE(hr == S_OK || HRESULT_FACILITY(hr) == FACILITY_STORAGE) << steps[at].what;
+        }
+        session.held.Reset();
+        session.root.Reset();
+        Tree end;
+        ReadAnew(session, &end);
+        EXPECT_TRUE(content == end);
+    }
+
+    // A write of a step was refused, which ended with `hr`.
+    static void EndRefused(Session& session, const std::vector<Step>& steps, std::size_t at,
+                           const Tree& before, HRESULT hr)
+    {
+        const Tree after = After(before, steps[at]);
+        Tree found;
+        ReadAnew(session, &found);
+        ExpectBetween(found, before, after, steps[at]);
+        const bool done = hr == S_OK || (found == after && found != before);
+        if (std::get<Refusal>(GetParam()) == Refusal::kFromThenOn)
+            EndReadOnly(session, steps, at + 1, found);
+        else
+            GoOn(session, steps, at + (done ? 1 : 0), done ? after : before);
+    }
+
+    // Runs the series with a refused write. False when it is over without one.
+    static bool RunRefusing(const Begin& begin, const std::vector<Step>& steps, std::size_t write)
+    {
+        Session session;
+        session.bytes = MakeComObject<FaultyBytes>(begin.file);
+        EXPECT_EQ(S_OK, OpenDocfileOnLockBytes(session.bytes.Get(), kOpen, session.root.Put()));
+        session.bytes->RefuseAt(write, std::get<Refusal>(GetParam()) == Refusal::kFromThenOn);
+        Tree before = begin.tree;
+        for (std::size_t at = 0; at < steps.size(); ++at) {
+            SCOPED_TRACE(steps[at].what + ", write " + std::to_string(write));
+            const HRESULT hr = steps[at].run(session);
+            if (session.bytes->HasRefused()) {
+                EndRefused(session, steps, at, before, hr);
+                return true;
+            }
+            EXPECT_EQ(S_OK, hr);
+            steps[at].apply(before);
+        }
+        session.held.Reset();
+        session.root.Reset();
+        Tree found;
+        ReadAnew(session, &found);
+        EXPECT_TRUE(found == before);
+        return session.bytes->HasRefused();
+    }
+};
+
+TEST_P(FaultTest, ARefusedWriteLeavesTheFileAsItWasOrAsItIsToBe)
+{
+    const Begin begin = MakeBegin({});
+    const std::vector<Step> steps = Series();
+    std::size_t write = 0;
+    while (!HasFailure() && RunRefusing(begin, steps, write))
+        ++write;
+    EXPECT_LT(200u, write);
+}
+
+// Of each series some writes, others of each.
+TEST_P(FaultTest, SoDoesOneInAnySeries)
+{
+    std::size_t refused = 0;
+    for (std::uint32_t seed = 1; seed <= 25 && !HasFailure(); ++seed) {
+        Tree tree;
+        const Begin begin = MakeBegin(RandomSeries(seed, 60, &tree));
+        const std::vector<Step> steps = RandomSeries(seed + 1000, 40, &tree);
+        SCOPED_TRACE("seed " + std::to_string(seed));
+        for (std::size_t write = seed % 7; !HasFailure() && RunRefusing(begin, steps, write); write += 7)
+            ++refused;
+    }
+    EXPECT_LT(200u, refused);
+}
+
+class LargeFileFaultTest : public FaultTest {};
+
+// The list of FAT sectors goes on behind the header.
+TEST_P(LargeFileFaultTest, ARefusedWriteLeavesTheFileAsItWasOrAsItIsToBe)
+{
+    const Begin begin =
+        MakeBegin({MakeStream("large"), Write("large", 0, Pattern(900'000, 1)), SetSize("large", 7'050'000)});
+    const std::vector<Step> steps{MakeStream("more"),
+                                  Write("more", 0, Pattern(60'000, 2)),
+                                  Write("more", 60'000, Pattern(60'000, 3)),
+                                  MakeStorage("box"),
+                                  MakeStream("box/other"),
+                                  Write("box/other", 0, Pattern(9'000, 4)),
+                                  Destroy("more"),
+                                  Destroy("box"),
+                                  Commit()};
+    std::size_t write = 0;
+    while (!HasFailure() && RunRefusing(begin, steps, write))
+        ++write;
+    EXPECT_LT(20u, write);
+}
+
+INSTANTIATE_TEST_SUITE_P(Layouts, FaultTest,
+                         ::testing::Combine(::testing::Values(Layout::kVersion3, Layout::kVersion4),
+                                            ::testing::Values(Refusal::kOnce, Refusal::kFromThenOn)));
+INSTANTIATE_TEST_SUITE_P(Layouts, LargeFileFaultTest,
+                         ::testing::Combine(::testing::Values(Layout::kVersion3),
+                                            ::testing::Values(Refusal::kOnce, Refusal::kFromThenOn)));
+
+}  // namespace
+}  // namespace quorvane::cfb::test
