@@ -225,7 +225,7 @@ void StorageNames::ReadEntry(const BYTE* entry, const Bytes& sets, const Bytes& 
 HRESULT StorageNames::NameOf(ULONG id, PropertyName& name) noexcept
 {
     return Guarded([&]() -> HRESULT {
-        const std::lock_guard lock(mutex_);
+        const std::lock_guard lock(message_->Lock());
         QV_RETURN_IF_FAILED(Load());
         const auto found = names_.find(id);
         if (found == names_.end())
@@ -250,7 +250,7 @@ ULONG StorageNames::NextId() const noexcept
 HRESULT StorageNames::IdOf(const PropertyName& name, bool create, ULONG& id) noexcept
 {
     return Guarded([&]() -> HRESULT {
-        const std::lock_guard lock(mutex_);
+        const std::lock_guard lock(message_->Lock());
         QV_RETURN_IF_FAILED(Load());
         for (const auto& [known, held] : names_) {
             if (held == name) {
@@ -275,7 +275,7 @@ HRESULT StorageNames::IdOf(const PropertyName& name, bool create, ULONG& id) noe
 HRESULT StorageNames::All(std::vector<std::pair<ULONG, PropertyName>>& entries) noexcept
 {
     return Guarded([&]() -> HRESULT {
-        const std::lock_guard lock(mutex_);
+        const std::lock_guard lock(message_->Lock());
         QV_RETURN_IF_FAILED(Load());
         entries.assign(names_.begin(), names_.end());
         return S_OK;
@@ -284,7 +284,7 @@ HRESULT StorageNames::All(std::vector<std::pair<ULONG, PropertyName>>& entries) 
 
 HRESULT StorageNames::Save()
 {
-    const std::lock_guard lock(mutex_);
+    const std::lock_guard lock(message_->Lock());
     QV_RETURN_IF_FAILED(Load());
     if (saved_)
         return S_OK;

@@ -3,7 +3,6 @@
 #define QUORVANE_MSGSTORE_IMSG_STORAGE_NAMES_H_
 
 #include <map>
-#include <mutex>
 
 #include "msgstore/imsg/storage_folder.h"
 #include "msgstore/props/property_names.h"
@@ -11,7 +10,8 @@
 namespace quorvane {
 
 // The map of an outermost message, which those embedded in it share. Read from its storage at the first
-// use; what was added is written by Save. Locks itself.
+// use; what was added is written by Save. Any thread may call: it takes the lock of the message's folders,
+// which a save holds as well.
 class StorageNames final : public PropertyNames {
 public:
     explicit StorageNames(std::shared_ptr<StorageFolder> message);
@@ -32,7 +32,6 @@ private:
 
     const std::shared_ptr<StorageFolder> message_;
     GUID signature_{};
-    std::mutex mutex_;
     bool loaded_ = false;
     bool saved_ = false;
     std::map<ULONG, PropertyName> names_;
