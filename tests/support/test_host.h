@@ -68,6 +68,12 @@ public:
     TestHost& Host() noexcept { return host_; }
     ILibrary& Library() noexcept { return *library_; }
     ISession2& Session() noexcept { return *session_; }
+    // Lets go of session and library, as a host that ends; a call that it has may still be answered.
+    void EndSession() noexcept
+    {
+        session_.Reset();
+        library_.Reset();
+    }
 
     // Shares a folder under an ID.
     ComPtr<IFolder> Share(const TestFolder& folder, const std::string& id);

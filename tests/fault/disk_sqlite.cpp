@@ -1,0 +1,165 @@
+// The disk as SQLite's default file system: the system's own, with the judge in front of it.
+#include <sqlite3.h>
+
+#include <algorithm>
+#include <new>
+#include <stdexcept>
+#include <utility>
+
+#include "tests/fault/disk_state.h"
+
+namespace quorvane::test {
+namespace {
+
+// What SQLite sees of a file; the system's own file lies right behind it.
+struct JudgedFile {
+    sqlite3_file base;
+    const char* path;  // SQLite keeps it until the file is closed; null for a file without a name
+};
+
+sqlite3_vfs* systemFiles = nullptr;
+
+sqlite3_file* Real(sqlite3_file* file)
+{
+    return reinterpret_cast<sqlite3_file*>(reinterpret_cast<JudgedFile*>(file) + 1);
+}
+
+const char* PathOf(sqlite3_file* file)
+{
+    return reinterpret_cast<JudgedFile*>(file)->path;
+}
+
+class SqliteScope {
+public:
+    SqliteScope() : before_(std::exchange(InsideSqlite(), true)) {}
+    SqliteScope(const SqliteScope&) = delete;
+    SqliteScope& operator=(const SqliteScope&) = delete;
+    ~SqliteScope() { InsideSqlite() = before_; }
+
+private:
+    const bool before_;
+};
+
+// Hands a call on to the system's own file.
+template <auto Member>
+struct Pass;
+template <class Result, class... Arguments,
+          Result (*sqlite3_io_methods::*Member)(sqlite3_file*, Arguments...)>
+struct Pass<Member> {
+    static Result Call(sqlite3_file* file, Arguments... arguments)
+    {
+        const SqliteScope scope;
+        return (Real(file)->pMethods->*Member)(Real(file), arguments...);
+    }
+};
+
+sqlite3_int64 SizeOf(sqlite3_file* file)
+{
+    sqlite3_int64 size = 0;
+    Pass<&sqlite3_io_methods::xFileSize>::Call(file, &size);
+    return size;
+}
+
+void NoteWhatStands(sqlite3_file* file, int count, sqlite3_int64 offset, sqlite3_int64 size)
+{
+    const sqlite3_int64 standing = std::max<sqlite3_int64>(0, std::min<sqlite3_int64>(count, size - offset));
+    std::string before(static_cast<std::size_t>(standing), '\0');
+    if (standing > 0)
+        Pass<&sqlite3_io_methods::xRead>::Call(file, before.data(), static_cast<int>(standing), offset);
+    DiskState::Get().NoteWrite(PathOf(file), offset, std::move(before), size);
+}
+
+int Write(sqlite3_file* file, const void* bytes, int count, sqlite3_int64 offset)
+{
+    DiskState& state = DiskState::Get();
+    const sqlite3_int64 size = SizeOf(file);
+    const Verdict verdict = state.Judge(PathOf(file), true, offset + count > size);
+    const int part = verdict.IsDone() ? count : verdict.isHalfDone ? count / 2 : 0;
+    if (part > 0 && state.NotesWrites(PathOf(file)))
+        NoteWhatStands(file, part, offset, size);
+    const int code =
+        part > 0 ? Pass<&sqlite3_io_methods::xWrite>::Call(file, bytes, part, offset) : SQLITE_OK;
+    if (verdict.IsDone())
+        return code;
+    return verdict.answer == Verdict::Answer::kFull ? SQLITE_FULL : SQLITE_IOERR_WRITE;
+}
+
+int Truncate(sqlite3_file* file, sqlite3_int64 size)
+{
+    DiskState& state = DiskState::Get();
+    if (!state.Judge(PathOf(file), false, false).IsDone())
+        return SQLITE_IOERR_TRUNCATE;
+    const sqlite3_int64 before = SizeOf(file);
+    if (before > size && state.NotesWrites(PathOf(file)))
+        NoteWhatStands(file, static_cast<int>(before - size), size, before);
+    return Pass<&sqlite3_io_methods::xTruncate>::Call(file, size);
+}
+
+int Sync(sqlite3_file* file, int /*flags*/)
+{
+    if (!DiskState::Get().Judge(PathOf(file), false, false).IsDone())
+        return SQLITE_IOERR_FSYNC;
+    // Nothing here has to outlast this machine: the disk below isn't waited for.
+    DiskState::Get().ForgetWrites(PathOf(file));
+    return SQLITE_OK;
+}
+
+const sqlite3_io_methods kJudgedMethods = {
+    3,
+    Pass<&sqlite3_io_methods::xClose>::Call,
+    Pass<&sqlite3_io_methods::xRead>::Call,
+    Write,
+    Truncate,
+    Sync,
+    Pass<&sqlite3_io_methods::xFileSize>::Call,
+    Pass<&sqlite3_io_methods::xLock>::Call,
+    Pass<&sqlite3_io_methods::xUnlock>::Call,
+    Pass<&sqlite3_io_methods::xCheckReservedLock>::Call,
+    Pass<&sqlite3_io_methods::xFileControl>::Call,
+    Pass<&sqlite3_io_methods::xSectorSize>::Call,
+    Pass<&sqlite3_io_methods::xDeviceCharacteristics>::Call,
+    Pass<&sqlite3_io_methods::xShmMap>::Call,
+    Pass<&sqlite3_io_methods::xShmLock>::Call,
+    Pass<&sqlite3_io_methods::xShmBarrier>::Call,
+    Pass<&sqlite3_io_methods::xShmUnmap>::Call,
+    Pass<&sqlite3_io_methods::xFetch>::Call,
+    Pass<&sqlite3_io_methods::xUnfetch>::Call,
+};
+
+int Open(sqlite3_vfs*, const char* path, sqlite3_file* file, int flags, int* given)
+{
+    const SqliteScope scope;
+    auto* const judged = new (file) JudgedFile{{nullptr}, path};
+    const int code = systemFiles->xOpen(systemFiles, path, Real(file), flags, given);
+    // SQLite closes a file that has methods, also after a failure.
+    if (Real(file)->pMethods)
+        judged->base.pMethods = &kJudgedMethods;
+    return code;
+}
+
+int Delete(sqlite3_vfs*, const char* path, int syncDirectory)
+{
+    if (!DiskState::Get().Judge(path, false, false).IsDone())
+        return SQLITE_IOERR_DELETE;
+    DiskState::Get().ForgetWrites(path);
+    const SqliteScope scope;
+    return systemFiles->xDelete(systemFiles, path, syncDirectory);
+}
+
+// Before main, and so before the first database is opened.
+const bool installed = [] {
+    if (sqlite3_initialize() != SQLITE_OK)
+        throw std::runtime_error("no SQLite");
+    systemFiles = sqlite3_vfs_find(nullptr);
+    static sqlite3_vfs judged = *systemFiles;
+    judged.zName = "judged";
+    judged.szOsFile = static_cast<int>(sizeof(JudgedFile)) + systemFiles->szOsFile;
+    judged.xOpen = Open;
+    judged.xDelete = Delete;
+    if (sqlite3_vfs_register(&judged, 1) != SQLITE_OK)
+        throw std::runtime_error("SQLite takes no file system");
+    return true;
+}();
+
+}  // namespace
+}  // namespace quorvane::test
