@@ -309,17 +309,39 @@ HRESULT CompoundFile::Destroy(OpenElement& storage, const ElementName& name)
     CFB_TRY(BeginEdit(storage, name, true, &exists));
     if (!exists)
         return STG_E_FILENOTFOUND;
-    const HRESULT destroyed = ChangeTree(storage, [&]() -> HRESULT {
+    HRESULT destroyed = ChangeTree(storage, [&]() -> HRESULT {
         EntryId id = kNoEntry;
         CFB_TRY(volume_.edit.Begin(storage.id));
         CFB_TRY(volume_.edit.Remove(name, &id));
-        CFB_TRY(ApplyEdit());
-        CFB_TRY(FreeElement(id));
-        return volume_.Commit();
+        return FinishDestroying(id);
     });
+    if (destroyed == STG_E_MEDIUMFULL)
+        destroyed = DestroyInPlace(storage, name);
     if (SUCCEEDED(destroyed))
         TrimIfWorth();
     return destroyed;
+}
+
+// For a full medium, where nothing can be destroyed that takes room first.
+HRESULT CompoundFile::DestroyInPlace(OpenElement& storage, const ElementName& name)
+{
+    CFB_TRY(Ready());
+    if (storage.reverted)
+        return STG_E_REVERTED;
+    return Operate([&]() -> HRESULT {
+        EntryId id = kNoEntry;
+        CFB_TRY(volume_.edit.Begin(storage.id));
+        CFB_TRY(volume_.edit.RemoveInPlace(name, &id));
+        return FinishDestroying(id);
+    });
+}
+
+// Writes an edit that took an element out of a tree, and frees the element.
+HRESULT CompoundFile::FinishDestroying(EntryId id)
+{
+    CFB_TRY(ApplyEdit());
+    CFB_TRY(FreeElement(id));
+    return volume_.Commit();
 }
 
 HRESULT CompoundFile::Rename(OpenElement& storage, const ElementName& from, const ElementName& to)

@@ -41,7 +41,8 @@ public:
     // The element isn't used any more; those that were opened through it are reverted.
     void Close(OpenElement& element) noexcept { open_.Revert(element); }
 
-    // STG_E_FILENOTFOUND. Whoever has the element or one below it open finds it reverted.
+    // STG_E_FILENOTFOUND. Whoever has the element or one below it open finds it reverted. Where the medium is
+    // full, at least an element with none before it can be destroyed.
     [[nodiscard]] HRESULT Destroy(OpenElement& storage, const ElementName& name);
     // STG_E_FILENOTFOUND; STG_E_FILEALREADYEXISTS for the new name; STG_E_ACCESSDENIED when it is open.
     [[nodiscard]] HRESULT Rename(OpenElement& storage, const ElementName& from, const ElementName& to);
@@ -121,6 +122,8 @@ private:
         hr = TakeAnewAndPutRight(storage);
         return FAILED(hr) ? hr : Operate(change);
     }
+    [[nodiscard]] HRESULT DestroyInPlace(OpenElement& storage, const ElementName& name);
+    [[nodiscard]] HRESULT FinishDestroying(EntryId id);
     [[nodiscard]] HRESULT TakeAnewAndPutRight(OpenElement& storage);
     [[nodiscard]] HRESULT ApplyEdit();
     [[nodiscard]] HRESULT Hang(const DirEntry& entry, EntryId* id);

@@ -5,8 +5,10 @@
 
 #include <chrono>
 #include <cstdio>
+#include <functional>
 #include <sstream>
 
+#include "platform/cfb/structure_check.h"
 #include "platform/cfb/test_support.h"
 
 namespace quorvane::cfb::test {
@@ -149,17 +151,87 @@ protected:
     }
 };
 
-TEST_F(CorpusTest, EverySoundFileIsReadToTheLastByteOfEveryStream)
+std::vector<fs::path> SoundFiles()
 {
     std::vector<fs::path> files = FilesOf("msg");
     const std::vector<fs::path> others = FilesOf("ole");
     files.insert(files.end(), others.begin(), others.end());
-    ASSERT_LT(200u, files.size());
+    EXPECT_LT(200u, files.size());
+    return files;
+}
+
+TEST_F(CorpusTest, EverySoundFileIsReadToTheLastByteOfEveryStream)
+{
+    const std::vector<fs::path> files = SoundFiles();
     const auto foreign = ForeignDescriptions(files);
     for (const fs::path& file : files) {
         const auto told = foreign.find(file.string());
         ASSERT_TRUE(told != foreign.end()) << file;
         EXPECT_EQ(told->second, OwnDescription(file)) << file;
+    }
+}
+
+TEST_F(CorpusTest, EverySoundFileThatIsOpenedForWritingAndNotChangedStaysAsItIs)
+{
+    for (const fs::path& file : SoundFiles()) {
+        const auto bytes = LockBytesWith(LoadFile(file));
+        ComPtr<IStorage> root;
+        Tree tree;
+        ASSERT_EQ(S_OK, OpenDocfileOnLockBytes(bytes.Get(), kOpen, root.Put())) << file;
+        EXPECT_EQ(S_OK, Walk(*root, "", &tree)) << file;
+        root.Reset();
+        EXPECT_TRUE(LoadFile(file) == ContentOf(*bytes)) << file;
+    }
+}
+
+// Makes, destroys and renames elements, each in a session of its own.
+void Change(ILockBytes& bytes, const Tree& before)
+{
+    const std::vector<std::function<HRESULT(IStorage&)>> changes{
+        [](IStorage& root) { return WriteStream(root, "added", Pattern(70'000, 1)); },
+        [](IStorage& root) { return WriteStream(root, "added too", Pattern(900, 2)); },
+        [](IStorage& root) { return root.RenameElement(OLESTR("added too"), OLESTR("renamed")); },
+        [&](IStorage& root) {
+            return before.empty() ? S_OK : root.DestroyElement(FromUtf8(before.begin()->first).c_str());
+        },
+        [](IStorage& root) { return WriteStream(root, "added", Pattern(300, 3)); },
+    };
+    for (std::size_t i = 0; i < changes.size(); ++i) {
+        ComPtr<IStorage> root;
+        ASSERT_EQ(S_OK, OpenDocfileOnLockBytes(&bytes, kOpen, root.Put()));
+        EXPECT_EQ(S_OK, changes[i](*root)) << "change " << i;
+    }
+}
+
+TEST_F(CorpusTest, EverySoundFileIsChangedInPlaceWithoutHarmToTheRest)
+{
+    for (const fs::path& file : SoundFiles()) {
+        SCOPED_TRACE(file);
+        const auto bytes = LockBytesWith(LoadFile(file));
+        const Findings before = Examine(LoadFile(file));
+        ComPtr<IStorage> root;
+        Tree tree;
+        Tree found;
+        ASSERT_EQ(S_OK, OpenDocfileOnLockBytes(bytes.Get(), kRead, root.Put()));
+        ASSERT_EQ(S_OK, Walk(*root, "", &tree));
+        root.Reset();
+
+        Change(*bytes.Get(), tree);
+
+        if (!tree.empty()) {
+            const std::string first = tree.begin()->first;
+            std::erase_if(tree, [&](const auto& one) {
+                return one.first == first || one.first.compare(0, first.size() + 1, first + "/") == 0;
+            });
+        }
+        tree["added"] = Pattern(300, 3);
+        tree["renamed"] = Pattern(900, 2);
+        ASSERT_EQ(S_OK, OpenDocfileOnLockBytes(bytes.Get(), kRead, root.Put()));
+        ASSERT_EQ(S_OK, Walk(*root, "", &found));
+        EXPECT_TRUE(tree == found);
+        const Findings after = Examine(ContentOf(*bytes));
+        EXPECT_TRUE(!before.faults.empty() || after.faults.empty()) << Text(after.faults);
+        EXPECT_TRUE(!before.leaks.empty() || after.leaks.empty()) << Text(after.leaks);
     }
 }
 

@@ -12,44 +12,54 @@ HRESULT Fat::Load()
     fat_.clear();
     difat_.clear();
     const SectorId limit = sectors_.Count();
-    // A table may be longer than its file, but what it says of sectors behind the end is of no use.
-    const std::size_t covering = (std::size_t{limit} + Entries() - 1) / Entries();
-    const std::size_t count = std::min<std::size_t>(header_.fatSectors, covering);
-    for (std::size_t i = 0; i < std::min(count, kHeaderDifatCount); ++i)
-        CFB_TRY(AddSector(header_.difat[i], limit));
-    CFB_TRY(LoadDifat(count));
-    if (fat_.empty())
+    const std::size_t needed = (std::size_t{limit} + Entries() - 1) / Entries();
+    const std::size_t said = std::min<std::size_t>(header_.fatSectors, limit);
+    CFB_TRY(LoadList(said));
+    // A table may be longer than the file, and a count may lie; what goes wrong behind the end of the file is
+    // left out.
+    if (fat_.size() < std::min(said, needed) || fat_.empty())
         return STG_E_DOCFILECORRUPT;
+    if (HasTwice()) {
+        fat_.resize(std::min(fat_.size(), needed));
+        difat_.resize(std::min(difat_.size(), DifatSectors(fat_.size())));
+        if (HasTwice())
+            return STG_E_DOCFILECORRUPT;
+    }
+    header_.fatSectors = static_cast<std::uint32_t>(fat_.size());
+    sectors_.Disown(Slots());
+    return S_OK;
+}
 
+// Whether a sector is in the list, or holds a part of the list, for the second time.
+bool Fat::HasTwice() const
+{
     std::vector<SectorId> sorted = fat_;
     sorted.insert(sorted.end(), difat_.begin(), difat_.end());
     std::sort(sorted.begin(), sorted.end());
-    if (std::adjacent_find(sorted.begin(), sorted.end()) != sorted.end())
-        return STG_E_DOCFILECORRUPT;
-    header_.fatSectors = static_cast<std::uint32_t>(fat_.size());
-    sectors_.SetCount(std::min(limit, Slots()));
-    return S_OK;
+    return std::adjacent_find(sorted.begin(), sorted.end()) != sorted.end();
 }
 
-HRESULT Fat::AddSector(SectorId sector, SectorId limit)
-{
-    if (sector >= limit)
-        return STG_E_DOCFILECORRUPT;
-    fat_.push_back(sector);
-    return S_OK;
-}
-
-HRESULT Fat::LoadDifat(std::size_t count)
+// Reads the list of FAT sectors as far as it leads to sectors of the file, up to `count` of them.
+HRESULT Fat::LoadList(std::size_t count)
 {
     const SectorId limit = sectors_.Count();
-    SectorId sector = header_.firstDifat;
-    while (fat_.size() < count) {
+    for (std::size_t i = 0; i < std::min(count, kHeaderDifatCount); ++i) {
+        if (header_.difat[i] >= limit)
+            return S_OK;
+        fat_.push_back(header_.difat[i]);
+    }
+    SectorId difat = header_.firstDifat;
+    while (fat_.size() < count && difat < limit) {
         std::array<BYTE, 4096> bytes;
-        CFB_TRY(sectors_.Read(sector, 0, bytes.data(), sectors_.SectorBytes()));
-        difat_.push_back(sector);
-        for (std::size_t i = 0; i < PerDifat() && fat_.size() < count; ++i)
-            CFB_TRY(AddSector(LoadU32(&bytes[4 * i]), limit));
-        sector = LoadU32(&bytes[4 * PerDifat()]);
+        CFB_TRY(sectors_.Read(difat, 0, bytes.data(), sectors_.SectorBytes()));
+        difat_.push_back(difat);
+        for (std::size_t i = 0; i < PerDifat() && fat_.size() < count; ++i) {
+            const SectorId sector = LoadU32(&bytes[4 * i]);
+            if (sector >= limit)
+                return S_OK;
+            fat_.push_back(sector);
+        }
+        difat = LoadU32(&bytes[4 * PerDifat()]);
     }
     return S_OK;
 }
@@ -95,7 +105,7 @@ HRESULT Fat::Extend()
     const std::size_t index = fat_.size();
     const bool inHeader = index < kHeaderDifatCount;
     const bool newDifat = !inHeader && DifatSlot(index) == 0;
-    sectors_.SetCount(fat + (newDifat ? 2 : 1));
+    sectors_.GrowTo(fat + (newDifat ? 2 : 1));
     CFB_TRY(sectors_.Fill(fat, 0xFF));
     CFB_TRY(StoreEntry(fat, 0, kFatSector));
     if (newDifat)

@@ -43,8 +43,13 @@ private:
     {
         return (index - kHeaderDifatCount) % PerDifat();
     }
-    [[nodiscard]] HRESULT LoadDifat(std::size_t count);
-    [[nodiscard]] HRESULT AddSector(SectorId sector, SectorId limit);
+    // How many DIFAT sectors a list of `count` FAT sectors takes.
+    std::size_t DifatSectors(std::size_t count) const noexcept
+    {
+        return count > kHeaderDifatCount ? (count - kHeaderDifatCount + PerDifat() - 1) / PerDifat() : 0;
+    }
+    [[nodiscard]] HRESULT LoadList(std::size_t count);
+    bool HasTwice() const;
     [[nodiscard]] HRESULT StoreEntry(SectorId sector, std::size_t slot, SectorId value);
     [[nodiscard]] HRESULT ListInDifat(SectorId fat, bool newDifat);
     [[nodiscard]] HRESULT Unlist(bool difatGoes);

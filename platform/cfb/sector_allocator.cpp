@@ -30,7 +30,7 @@ HRESULT SectorAllocator::Append(SectorId* sector)
         if (sectors_.Count() == fat_.Slots())
             CFB_TRY(fat_.Extend());
         *sector = sectors_.Count();
-        sectors_.SetCount(*sector + 1);
+        sectors_.GrowTo(*sector + 1);
         const bool locked = sectors_.OffsetOf(*sector) <= kRangeLockOffset &&
                             kRangeLockOffset < sectors_.OffsetOf(*sector + 1);
         CFB_TRY(fat_.SetNext(*sector, locked ? kEndOfChain : kFreeSector));

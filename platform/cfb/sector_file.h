@@ -2,6 +2,8 @@
 #ifndef QUORVANE_PLATFORM_CFB_SECTOR_FILE_H_
 #define QUORVANE_PLATFORM_CFB_SECTOR_FILE_H_
 
+#include <algorithm>
+
 #include "platform/cfb/format.h"
 #include "platform/cfb/ordered_file.h"
 
@@ -21,12 +23,14 @@ public:
     unsigned Shift() const noexcept { return shift_; }
     std::size_t SectorBytes() const noexcept { return std::size_t{1} << shift_; }
     SectorId Count() const noexcept { return count_; }
-    // Sectors that are added come into the store before any pending write does.
-    void SetCount(SectorId count) noexcept
+    // Adds sectors at the end; they come into the store before any pending write does.
+    void GrowTo(SectorId count) noexcept
     {
         count_ = count;
         file_.Extend(OffsetOf(count));
     }
+    // The sectors from `count` on don't belong to the file; the store keeps them.
+    void Disown(SectorId count) noexcept { count_ = std::min(count_, count); }
     std::uint64_t OffsetOf(SectorId sector) const noexcept { return (std::uint64_t{sector} + 1) << shift_; }
     OrderedFile& File() noexcept { return file_; }
 
@@ -39,13 +43,15 @@ public:
     // Fills a whole sector with one byte value.
     [[nodiscard]] HRESULT Fill(SectorId sector, BYTE value);
 
-    // Sends what is pending; the store then holds all sectors whole.
-    [[nodiscard]] HRESULT Commit()
+    // Sends what is pending. A last sector that was found cut stays so until something is written there.
+    [[nodiscard]] HRESULT Commit() { return file_.Commit(); }
+    // Makes a cut last sector whole.
+    [[nodiscard]] HRESULT Complete()
     {
         file_.Extend(OffsetOf(count_));
         return file_.Commit();
     }
-    // Gives back the sectors from `count` on.
+    // Gives back the sectors from `count` on, with all that the store has behind them.
     [[nodiscard]] HRESULT Cut(SectorId count);
 
 private:

@@ -15,7 +15,8 @@
 
 namespace quorvane::cfb::test {
 
-// Bytes that refuse a write. Of the first one that they refuse the pages before the last come through.
+// Bytes that refuse a write or a read. Of the first write that they refuse the pages before the last come
+// through.
 class FaultyBytes final : public ComObject<FaultyBytes, ILockBytes> {
 public:
     explicit FaultyBytes(Bytes content = {}) : m_store(std::move(content)) {}
@@ -23,6 +24,9 @@ public:
     HRESULT STDMETHODCALLTYPE ReadAt(ULARGE_INTEGER offset, void* buffer, ULONG count, ULONG* read) override
     {
         std::size_t part = 0;
+        *read = 0;
+        if (m_reads && Refuses())
+            return STG_E_READFAULT;
         const HRESULT hr = m_store.ReadAt(offset.QuadPart, buffer, count, &part);
         *read = static_cast<ULONG>(part);
         return hr;
@@ -32,7 +36,7 @@ public:
     {
         *written = 0;
         const bool first = !m_refused;
-        if (Refuses()) {
+        if (!m_reads && Refuses()) {
             const std::uint64_t page = ByteStore::kAtomicPage;
             const std::uint64_t lastPage = (offset.QuadPart + count - 1) / page * page;
             if (first && lastPage > offset.QuadPart)
@@ -45,7 +49,7 @@ public:
     HRESULT STDMETHODCALLTYPE Flush() override { return S_OK; }
     HRESULT STDMETHODCALLTYPE SetSize(ULARGE_INTEGER size) override
     {
-        return Refuses() ? STG_E_MEDIUMFULL : m_store.SetSize(size.QuadPart);
+        return !m_reads && Refuses() ? STG_E_MEDIUMFULL : m_store.SetSize(size.QuadPart);
     }
     HRESULT STDMETHODCALLTYPE LockRegion(ULARGE_INTEGER, ULARGE_INTEGER, DWORD) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE UnlockRegion(ULARGE_INTEGER, ULARGE_INTEGER, DWORD) override
@@ -61,12 +65,18 @@ public:
 
     const Bytes& Content() const { return m_store.bytes; }
     // The write with this number, counted from 0, is refused; `on`: those behind it too.
-    void RefuseAt(std::size_t write, bool on)
+    void RefuseWrite(std::size_t write, bool on)
     {
         m_left = write;
         m_on = on;
+        m_reads = false;
     }
-    void RefuseNoMore() { m_left.reset(); }
+    void RefuseRead(std::size_t read)
+    {
+        m_left = read;
+        m_on = false;
+        m_reads = true;
+    }
     bool HasRefused() const { return m_refused; }
 
 private:
@@ -87,6 +97,7 @@ private:
     MemoryStore m_store;
     std::optional<std::size_t> m_left;
     bool m_on = false;
+    bool m_reads = false;
     bool m_refused = false;
 };
 

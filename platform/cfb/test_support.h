@@ -209,7 +209,7 @@ inline Bytes Pattern(std::size_t count, unsigned seed)
     return FAILED(hr) ? hr : ReadAll(*stream, content);
 }
 
-// All that a storage holds: paths with '/' between the names; a storage has no content.
+// All that a storage holds: paths in UTF-8 with '/' between the names; a storage has no content.
 using Tree = std::map<std::string, std::optional<Bytes>>;
 
 [[nodiscard]] inline HRESULT Walk(IStorage& storage, const std::string& prefix, Tree* tree)
@@ -226,7 +226,7 @@ using Tree = std::map<std::string, std::optional<Bytes>>;
             return FAILED(hr) ? hr : worst;
         const OleString name = stat.pwcsName;
         CoTaskMemFree(stat.pwcsName);
-        const std::string path = prefix + NarrowName(name.c_str());
+        const std::string path = prefix + ToUtf8(name);
         if (stat.type == STGTY_STREAM) {
             ComPtr<IStream> stream;
             Bytes content;
@@ -261,7 +261,7 @@ inline HRESULT Exercise(const Bytes& file)
     (void)WriteStream(*root, "added too", Pattern(60, 1));
     for (const auto& [path, content] : tree) {
         if (path.find('/') == std::string::npos)
-            (void)root->DestroyElement(Wide(path).c_str());
+            (void)root->DestroyElement(FromUtf8(path).c_str());
     }
     return hr;
 }

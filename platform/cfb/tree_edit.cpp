@@ -212,6 +212,20 @@ HRESULT TreeEdit::Remove(const ElementName& name, EntryId* removed)
     return gone == Color::kRed ? S_OK : BalanceRemoval(orphan);
 }
 
+HRESULT TreeEdit::RemoveInPlace(const ElementName& name, EntryId* removed)
+{
+    std::size_t node = 0;
+    CFB_TRY(Descend(name, &node));
+    if (node == kNoNode)
+        return STG_E_FILENOTFOUND;
+    *removed = nodes_[node].id;
+    const DirEntry& entry = nodes_[node].entry;
+    if (entry.Left() != kNoEntry && entry.Right() != kNoEntry)
+        return STG_E_MEDIUMFULL;
+    SetLinkOf(path_.back(), entry.Left() != kNoEntry ? entry.Left() : entry.Right());
+    return S_OK;
+}
+
 // The next node in order, which has no left link, takes the place of a node with two.
 HRESULT TreeEdit::UnlinkInner(std::size_t node, EntryId* orphan, Color* removed)
 {

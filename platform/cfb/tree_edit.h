@@ -45,6 +45,9 @@ public:
     [[nodiscard]] HRESULT Insert(EntryId id, const DirEntry& entry, EntryId* replaced);
     // Takes an element out of the tree; its entry stays. STG_E_FILENOTFOUND.
     [[nodiscard]] HRESULT Remove(const ElementName& name, EntryId* removed);
+    // The same without balancing, for when there is no room for a copy of any entry: one link changes.
+    // STG_E_MEDIUMFULL: the element has others on both sides.
+    [[nodiscard]] HRESULT RemoveInPlace(const ElementName& name, EntryId* removed);
     // Writes the outcome. Moves() is complete afterwards.
     [[nodiscard]] HRESULT Apply();
     const std::vector<Move>& Moves() const noexcept { return moves_; }

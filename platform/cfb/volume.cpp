@@ -34,7 +34,7 @@ HRESULT Volume::Format(Layout layout)
     header.firstDirectory = 1;
     header.directorySectors = 1;
     sectors.Open(header.sectorShift);
-    sectors.SetCount(2);
+    sectors.GrowTo(2);
 
     BYTE link[4];
     CFB_TRY(sectors.Fill(0, 0xFF));
@@ -105,7 +105,8 @@ HRESULT Volume::Trim(bool all)
     CFB_TRY(mini.Trim(least));
     CFB_TRY(directory.Trim(least));
     CFB_TRY(Commit());
-    return allocator.Trim(least);
+    CFB_TRY(allocator.Trim(least));
+    return all ? sectors.Complete() : S_OK;
 }
 
 HRESULT Volume::FreeSectors(SectorId first)
