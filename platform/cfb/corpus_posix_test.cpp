@@ -8,8 +8,8 @@
 #include <functional>
 #include <sstream>
 
-#include "platform/cfb/structure_check.h"
-#include "platform/cfb/test_support.h"
+#include "platform/cfb/testing/structure_check.h"
+#include "platform/cfb/testing/test_support.h"
 
 namespace quorvane::cfb::test {
 namespace {

@@ -1,7 +1,7 @@
 // Off Windows a look at a file's beginning takes no part in the share modes of its openers.
 #include <gtest/gtest.h>
 
-#include "platform/cfb/test_support.h"
+#include "platform/cfb/testing/test_support.h"
 
 namespace quorvane::cfb::test {
 namespace {

@@ -3,8 +3,8 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/cfb/structure_check.h"
-#include "platform/cfb/test_support.h"
+#include "platform/cfb/testing/structure_check.h"
+#include "platform/cfb/testing/test_support.h"
 
 namespace quorvane::cfb::test {
 namespace {

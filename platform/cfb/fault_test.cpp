@@ -3,8 +3,8 @@
 
 #include <tuple>
 
-#include "platform/cfb/series.h"
-#include "platform/cfb/structure_check.h"
+#include "platform/cfb/testing/series.h"
+#include "platform/cfb/testing/structure_check.h"
 
 namespace quorvane::cfb::test {
 namespace {

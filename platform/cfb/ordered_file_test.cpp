@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/cfb/test_support.h"
+#include "platform/cfb/testing/test_support.h"
 
 namespace quorvane::cfb::test {
 namespace {

@@ -1,7 +1,7 @@
-// platform/cfb/series.h: for tests: operations on a compound file, with what each of them does to a model of
-// its content.
-#ifndef QUORVANE_PLATFORM_CFB_SERIES_H_
-#define QUORVANE_PLATFORM_CFB_SERIES_H_
+// platform/cfb/testing/series.h: for tests: operations on a compound file, with what each of them does to a
+// model of its content.
+#ifndef QUORVANE_PLATFORM_CFB_TESTING_SERIES_H_
+#define QUORVANE_PLATFORM_CFB_TESTING_SERIES_H_
 
 #include <cstdint>
 #include <functional>
@@ -10,7 +10,7 @@
 #include <utility>
 #include <vector>
 
-#include "platform/cfb/test_support.h"
+#include "platform/cfb/testing/test_support.h"
 #include "platform/com/com_object.h"
 
 namespace quorvane::cfb::test {
@@ -145,4 +145,4 @@ std::vector<Step> Emptying(std::uint32_t seed, const Tree& tree);
 
 }  // namespace quorvane::cfb::test
 
-#endif  // QUORVANE_PLATFORM_CFB_SERIES_H_
+#endif  // QUORVANE_PLATFORM_CFB_TESTING_SERIES_H_

@@ -1,6 +1,6 @@
-// platform/cfb/test_support.h: what the tests of this folder share.
-#ifndef QUORVANE_PLATFORM_CFB_TEST_SUPPORT_H_
-#define QUORVANE_PLATFORM_CFB_TEST_SUPPORT_H_
+// platform/cfb/testing/test_support.h: what the tests of this folder share.
+#ifndef QUORVANE_PLATFORM_CFB_TESTING_TEST_SUPPORT_H_
+#define QUORVANE_PLATFORM_CFB_TESTING_TEST_SUPPORT_H_
 
 #include <algorithm>
 #include <cstdlib>
@@ -285,4 +285,4 @@ private:
 
 }  // namespace quorvane::cfb::test
 
-#endif  // QUORVANE_PLATFORM_CFB_TEST_SUPPORT_H_
+#endif  // QUORVANE_PLATFORM_CFB_TESTING_TEST_SUPPORT_H_

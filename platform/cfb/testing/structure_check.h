@@ -1,7 +1,7 @@
-// platform/cfb/structure_check.h: an examiner of compound files that shares no code with this library's
-// reader.
-#ifndef QUORVANE_PLATFORM_CFB_STRUCTURE_CHECK_H_
-#define QUORVANE_PLATFORM_CFB_STRUCTURE_CHECK_H_
+// platform/cfb/testing/structure_check.h: an examiner of compound files that shares no code with this
+// library's reader.
+#ifndef QUORVANE_PLATFORM_CFB_TESTING_STRUCTURE_CHECK_H_
+#define QUORVANE_PLATFORM_CFB_TESTING_STRUCTURE_CHECK_H_
 
 #include <string>
 #include <vector>
@@ -31,4 +31,4 @@ std::string Text(const std::vector<std::string>& lines);
 
 }  // namespace quorvane::cfb::test
 
-#endif  // QUORVANE_PLATFORM_CFB_STRUCTURE_CHECK_H_
+#endif  // QUORVANE_PLATFORM_CFB_TESTING_STRUCTURE_CHECK_H_

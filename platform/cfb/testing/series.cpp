@@ -1,0 +1,364 @@
+#include "platform/cfb/testing/series.h"
+
+#include <algorithm>
+#include <iterator>
+#include <random>
+
+namespace quorvane::cfb::test {
+namespace {
+
+std::pair<std::string, std::string> SplitPath(const std::string& path)
+{
+    const std::size_t slash = path.rfind('/');
+    return slash == std::string::npos ? std::pair(std::string(), path)
+                                      : std::pair(path.substr(0, slash), path.substr(slash + 1));
+}
+
+// Opens the storages of a path one through the other, and keeps all of them open while `use` (IStorage& ->
+// HRESULT) works with the last one.
+template <class Use>
+HRESULT InStorage(IStorage& root, const std::string& path, const Use& use)
+{
+    if (path.empty())
+        return use(root);
+    const std::size_t end = std::min(path.find('/'), path.size());
+    ComPtr<IStorage> next;
+    const HRESULT hr =
+        root.OpenStorage(FromUtf8(path.substr(0, end)).c_str(), nullptr, kOpen, nullptr, 0, next.Put());
+    return FAILED(hr) ? hr : InStorage(*next, path.substr(std::min(end + 1, path.size())), use);
+}
+
+// The same with the stream at the end of the path, `use` (IStream& -> HRESULT).
+template <class Use>
+HRESULT InStream(IStorage& root, const std::string& path, const Use& use)
+{
+    const auto [parent, name] = SplitPath(path);
+    return InStorage(root, parent, [&, &last = name](IStorage& storage) {
+        ComPtr<IStream> stream;
+        const HRESULT hr = storage.OpenStream(FromUtf8(last).c_str(), nullptr, kOpen, 0, stream.Put());
+        return FAILED(hr) ? hr : use(*stream);
+    });
+}
+
+void Overwrite(Bytes& content, std::size_t offset, const Bytes& part)
+{
+    content.resize(std::max(content.size(), offset + part.size()));
+    std::copy(part.begin(), part.end(), content.begin() + static_cast<std::ptrdiff_t>(offset));
+}
+
+void Forget(Tree& tree, const std::string& path)
+{
+    std::erase_if(tree, [&](const auto& one) {
+        return one.first == path || one.first.compare(0, path.size() + 1, path + "/") == 0;
+    });
+}
+
+void CopyBelow(Tree& tree, const std::string& from, const std::string& to)
+{
+    const Tree before = tree;
+    for (const auto& [path, content] : before) {
+        if (path.compare(0, from.size() + 1, from + "/") == 0)
+            tree[to + path.substr(from.size())] = content;
+    }
+}
+
+HRESULT WriteAt(IStream& stream, std::size_t offset, const Bytes& content)
+{
+    LARGE_INTEGER move;
+    ULONG written = 0;
+    move.QuadPart = static_cast<LONGLONG>(offset);
+    const HRESULT hr = stream.Seek(move, STREAM_SEEK_SET, nullptr);
+    return FAILED(hr) ? hr : stream.Write(content.data(), static_cast<ULONG>(content.size()), &written);
+}
+
+// Through a stream in the root that stays open over all steps.
+template <class Use>
+HRESULT WithHeld(Session& s, const std::string& name, const Use& use)
+{
+    const HRESULT hr = s.held ? use(*s.held) : STG_E_REVERTED;
+    if (hr != STG_E_REVERTED)
+        return hr;
+    s.held.Reset();
+    const HRESULT opened = s.root->OpenStream(FromUtf8(name).c_str(), nullptr, kOpen, 0, s.held.Put());
+    return FAILED(opened) ? opened : use(*s.held);
+}
+
+}  // namespace
+
+Step MakeStorage(const std::string& path)
+{
+    return {"make storage " + path,
+            [=](Session& s) {
+                return InStorage(*s.root, SplitPath(path).first, [&](IStorage& storage) {
+                    ComPtr<IStorage> made;
+                    return storage.CreateStorage(FromUtf8(SplitPath(path).second).c_str(), kCreate, 0, 0,
+                                                 made.Put());
+                });
+            },
+            [=](Tree& tree) {
+                Forget(tree, path);
+                tree[path] = std::nullopt;
+            }};
+}
+
+Step MakeStream(const std::string& path)
+{
+    return {"make stream " + path,
+            [=](Session& s) {
+                return InStorage(*s.root, SplitPath(path).first, [&](IStorage& storage) {
+                    ComPtr<IStream> made;
+                    return storage.CreateStream(FromUtf8(SplitPath(path).second).c_str(), kCreate, 0, 0,
+                                                made.Put());
+                });
+            },
+            [=](Tree& tree) {
+                Forget(tree, path);
+                tree[path] = Bytes();
+            }};
+}
+
+Step Write(const std::string& path, std::size_t offset, const Bytes& content)
+{
+    return {"write to " + path,
+            [=](Session& s) {
+                return InStream(*s.root, path,
+                                [&](IStream& stream) { return WriteAt(stream, offset, content); });
+            },
+            [=](Tree& tree) { Overwrite(*tree[path], offset, content); }, path};
+}
+
+Step WriteHeld(const std::string& name, std::size_t offset, const Bytes& content)
+{
+    return {"write to the open " + name,
+            [=](Session& s) {
+                return WithHeld(s, name, [&](IStream& stream) { return WriteAt(stream, offset, content); });
+            },
+            [=](Tree& tree) { Overwrite(*tree[name], offset, content); }, name};
+}
+
+Step SetHeldSize(const std::string& name, std::size_t size)
+{
+    return {"set size of the open " + name,
+            [=](Session& s) {
+                return WithHeld(s, name, [&](IStream& stream) { return stream.SetSize(Large(size)); });
+            },
+            [=](Tree& tree) { tree[name]->resize(size); }};
+}
+
+Step SetSize(const std::string& path, std::size_t size)
+{
+    return {"set size of " + path,
+            [=](Session& s) {
+                return InStream(*s.root, path, [&](IStream& stream) { return stream.SetSize(Large(size)); });
+            },
+            [=](Tree& tree) { tree[path]->resize(size); }};
+}
+
+Step Destroy(const std::string& path)
+{
+    return {"destroy " + path,
+            [=](Session& s) {
+                return InStorage(*s.root, SplitPath(path).first, [&](IStorage& storage) {
+                    return storage.DestroyElement(FromUtf8(SplitPath(path).second).c_str());
+                });
+            },
+            [=](Tree& tree) { Forget(tree, path); }};
+}
+
+Step Rename(const std::string& path, const std::string& newName)
+{
+    return {"rename " + path,
+            [=](Session& s) {
+                return InStorage(*s.root, SplitPath(path).first, [&](IStorage& storage) {
+                    return storage.RenameElement(FromUtf8(SplitPath(path).second).c_str(),
+                                                 FromUtf8(newName).c_str());
+                });
+            },
+            [=](Tree& tree) {
+                const std::string parent = SplitPath(path).first;
+                const std::string to = parent.empty() ? newName : parent + "/" + newName;
+                CopyBelow(tree, path, to);
+                tree[to] = tree[path];
+                Forget(tree, path);
+            }};
+}
+
+Step CopyTo(const std::string& from, const std::string& to)
+{
+    // The storages above both are opened once.
+    std::size_t shared = 0;
+    for (std::size_t i = 0; i < std::min(from.size(), to.size()) && from[i] == to[i]; ++i) {
+        if (from[i] == '/')
+            shared = i + 1;
+    }
+    return {"copy " + from,
+            [=](Session& s) {
+                return InStorage(*s.root, from.substr(0, shared), [&](IStorage& above) {
+                    return InStorage(above, from.substr(shared), [&](IStorage& source) {
+                        return InStorage(above, to.substr(shared), [&](IStorage& target) {
+                            return source.CopyTo(0, nullptr, nullptr, &target);
+                        });
+                    });
+                });
+            },
+            [=](Tree& tree) { CopyBelow(tree, from, to); }, to + "/", true};
+}
+
+Step Move(const std::string& name, const std::string& to)
+{
+    return {"move " + name,
+            [=](Session& s) {
+                return InStorage(*s.root, to, [&](IStorage& target) {
+                    return s.root->MoveElementTo(FromUtf8(name).c_str(), &target, FromUtf8(name).c_str(),
+                                                 STGMOVE_MOVE);
+                });
+            },
+            [=](Tree& tree) {
+                tree[to + "/" + name] = tree[name];
+                Forget(tree, name);
+            },
+            to + "/" + name};
+}
+
+Step SetClass(const std::string& path)
+{
+    return {"set class of " + path,
+            [=](Session& s) {
+                return InStorage(*s.root, path,
+                                 [](IStorage& storage) { return storage.SetClass(IID_IStorage); });
+            },
+            [](Tree&) {}};
+}
+
+Step Commit()
+{
+    return {"commit", [](Session& s) { return s.root->Commit(STGC_DEFAULT); }, [](Tree&) {}};
+}
+
+Step Reopen()
+{
+    return {"reopen",
+            [](Session& s) {
+                s.held.Reset();
+                s.root.Reset();
+                return OpenDocfileOnLockBytes(s.bytes.Get(), kOpen, s.root.Put());
+            },
+            [](Tree&) {}};
+}
+
+namespace {
+
+// Chooses what comes next from what is there.
+class Chooser {
+public:
+    Chooser(std::uint32_t seed, Tree& tree) : random_(seed), tree_(tree) {}
+
+    Step Choose()
+    {
+        const std::string stream = Any(true);
+        const std::string storage = Any(false);
+        const unsigned what = Number(100);
+        if (what < 30 || tree_.size() < 3)
+            return MakeStream(NewPath());
+        if (what < 40)
+            return MakeStorage(NewPath());
+        if (what < 41)
+            return Commit();
+        if (what < 44)
+            return Reopen();
+        if (what < 68 && !stream.empty())
+            return Write(stream,
+                         Number(3) == 0 ? 0 : Number(static_cast<unsigned>(tree_[stream]->size() + 1)),
+                         Pattern(1 + Size(), Number(1000)));
+        if (what < 76 && !stream.empty())
+            return SetSize(stream, Size());
+        if (what < 90)
+            return Destroy(stream.empty() || (Number(4) == 0 && !storage.empty()) ? storage : stream);
+        if (what < 96)
+            return RenameOne(stream.empty() || Number(4) == 0 ? storage : stream);
+        return Copy(storage, Any(false));
+    }
+
+private:
+    unsigned Number(unsigned below) { return static_cast<unsigned>(random_() % below); }
+
+    // Mostly small; some go over the borders of a mini stream's sector, of the mini stream, of a FAT sector.
+    std::size_t Size()
+    {
+        constexpr unsigned kMost[] = {65, 65, 600, 600, 600, 5000, 5000, 9000, 90'000};
+        return Number(kMost[Number(std::size(kMost))]);
+    }
+
+    // A stream or a storage that is there; empty when there is none.
+    std::string Any(bool stream)
+    {
+        std::vector<std::string> paths;
+        for (const auto& [path, content] : tree_) {
+            if (content.has_value() == stream)
+                paths.push_back(path);
+        }
+        return paths.empty() ? std::string() : paths[Number(static_cast<unsigned>(paths.size()))];
+    }
+
+    std::string NewName() { return std::string(1 + Number(3), 'a') + std::to_string(Number(60)); }
+
+    std::string NewPath()
+    {
+        const std::string storage = Number(3) == 0 ? std::string() : Any(false);
+        return storage.empty() || storage.size() > 30 ? NewName() : storage + "/" + NewName();
+    }
+
+    Step RenameOne(const std::string& path)
+    {
+        const std::string name = NewName();
+        const std::size_t slash = path.rfind('/');
+        const std::string to = slash == std::string::npos ? name : path.substr(0, slash + 1) + name;
+        return path.empty() || tree_.contains(to) ? MakeStream(NewPath()) : Rename(path, name);
+    }
+
+    // Into a storage that is not above or below the other, where no element of one name is of two kinds.
+    Step Copy(const std::string& from, const std::string& to)
+    {
+        const std::string a = from + "/";
+        const std::string b = to + "/";
+        if (from.empty() || to.empty() || a.compare(0, b.size(), b) == 0 || b.compare(0, a.size(), a) == 0)
+            return MakeStorage(NewPath());
+        for (const auto& [path, content] : tree_) {
+            if (path.compare(0, a.size(), a) != 0)
+                continue;
+            const auto there = tree_.find(b + path.substr(a.size()));
+            if (there != tree_.end() && (content.has_value() != there->second.has_value()))
+                return MakeStorage(NewPath());
+        }
+        return CopyTo(from, to);
+    }
+
+    std::mt19937 random_;
+    Tree& tree_;
+};
+
+}  // namespace
+
+std::vector<Step> RandomSeries(std::uint32_t seed, std::size_t count, Tree* tree)
+{
+    Chooser chooser(seed, *tree);
+    std::vector<Step> steps;
+    while (steps.size() < count) {
+        steps.push_back(chooser.Choose());
+        steps.back().apply(*tree);
+    }
+    return steps;
+}
+
+std::vector<Step> Emptying(std::uint32_t seed, const Tree& tree)
+{
+    std::vector<Step> steps;
+    for (const auto& [path, content] : tree) {
+        if (path.find('/') == std::string::npos)
+            steps.push_back(Destroy(path));
+    }
+    std::shuffle(steps.begin(), steps.end(), std::mt19937(seed));
+    return steps;
+}
+
+}  // namespace quorvane::cfb::test
