@@ -1,30 +1,47 @@
 #include "engine/persist/database_backend.h"
+#include "platform/com/per_thread.h"
 
 namespace quorvane {
 namespace {
 
-std::vector<std::string>& ThreadRecords() noexcept
+using Records = std::vector<std::string>;
+
+// Throws std::bad_alloc.
+PerThread<Records>& ThreadRecords()
 {
-    thread_local std::vector<std::string> records;
+    static PerThread<Records> records;
     return records;
+}
+
+Records* FindRecords() noexcept
+{
+    try {
+        return ThreadRecords().Find();
+    } catch (...) {
+        // Where there is no place for records there are none.
+        return nullptr;
+    }
 }
 
 }  // namespace
 
 const std::vector<std::string>& DatabaseErrorRecords() noexcept
 {
-    return ThreadRecords();
+    static const Records none;
+    const Records* const found = FindRecords();
+    return found ? *found : none;
 }
 
 void ClearErrorRecords() noexcept
 {
-    ThreadRecords().clear();
+    if (Records* const found = FindRecords())
+        found->clear();
 }
 
 void AddErrorRecord(const char* description) noexcept
 {
     try {
-        ThreadRecords().emplace_back(description);
+        ThreadRecords().Get().emplace_back(description);
     } catch (...) {
         // The result code alone must do.
     }
@@ -32,7 +49,7 @@ void AddErrorRecord(const char* description) noexcept
 
 void TraceOLEDBError(HRESULT) noexcept
 {
-    for (const std::string& description : ThreadRecords())
+    for (const std::string& description : DatabaseErrorRecords())
         Trace("TraceOLEDBError", __LINE__, "Description: %s\n", description.c_str());
 }
 

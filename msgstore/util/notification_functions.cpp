@@ -7,6 +7,7 @@
 #include "msgstore/util/memory.h"
 #include "msgstore/util/value_copy.h"
 #include "platform/com/com_object.h"
+#include "platform/com/per_thread.h"
 
 namespace quorvane {
 namespace {
@@ -146,10 +147,15 @@ private:
     std::deque<Batch> batches_;
 };
 
+struct OwnedQueue {
+    std::shared_ptr<ThreadQueue> queue = std::make_shared<ThreadQueue>();
+};
+
+// Throws std::bad_alloc.
 std::shared_ptr<ThreadQueue>& OwnQueue()
 {
-    thread_local std::shared_ptr<ThreadQueue> queue = std::make_shared<ThreadQueue>();
-    return queue;
+    static PerThread<OwnedQueue> queues;
+    return queues.Get().queue;
 }
 
 HRESULT CopyBatch(ULONG count, LPNOTIFICATION source, Batch& batch) noexcept

@@ -14,7 +14,8 @@ namespace quorvane {
 //
 // S_OK. The registry's code: the first write that failed. Those of LoadTypeLibEx and RegisterTypeLib. After a
 // failure the classes are registered as they were before, or not at all; likewise the type library, unless
-// one was registered before and the system failed in the midst of replacing it.
+// one was registered before and the system failed in the midst of replacing it. What the system has written
+// for programs of 32 bits by then may stay.
 [[nodiscard]] HRESULT RegisterServer() noexcept;
 
 // Removes what registration writes, whichever module it was for.
