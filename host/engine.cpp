@@ -18,6 +18,8 @@ EngineSession::~EngineSession()
     // The session outlives every child; the library's release, the last, ends it.
     session_.Reset();
     library_.Reset();
+    // The engine doesn't wait for the host: a call about a received item may still be under way.
+    callback_->Close();
 }
 
 ComPtr<IFolders> EngineSession::Folders() const

@@ -133,6 +133,17 @@ TestLogon::TestLogon(const TestMailbox& mailbox)
     Check(library_->Logon(callback_.Get(), session_.Put()), "log on");
 }
 
+TestLogon::~TestLogon()
+{
+    EndSession();
+    callback_->Close();
+    // Who made a call that came back late holds its item, and with it the store, a moment longer.
+    Eventually([this] {
+        callback_->AddRef();
+        return callback_->Release() == 1;
+    });
+}
+
 ComPtr<IFolder> TestLogon::Share(const TestFolder& folder, const std::string& id)
 {
     ComPtr<IFolders> folders;

@@ -64,6 +64,8 @@ public:
     explicit TestLogon(const TestMailbox& mailbox);
     TestLogon(const TestLogon&) = delete;
     TestLogon& operator=(const TestLogon&) = delete;
+    // Ends the session, and waits for a call that the host has still.
+    ~TestLogon();
 
     TestHost& Host() noexcept { return host_; }
     ILibrary& Library() noexcept { return *library_; }
