@@ -1,5 +1,5 @@
-// Messages in damaged files: each is read or refused, and reading comes to an end. Off Windows alone: there the
-// compound files are the system's.
+// Messages in damaged files: each is read or refused, and reading comes to an end. Off Windows alone: there
+// the compound files are the system's.
 #include <fstream>
 #include <iterator>
 #include <random>

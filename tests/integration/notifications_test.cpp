@@ -206,8 +206,12 @@ TEST_F(NotificationsTest, AChangeThatTheHostFailedIsOfferedAgainByTheNextScanOfT
     constexpr size_t kLongRun = 70;
     const std::string id = AddKnown("One");
     std::vector<std::string> others;
-    for (size_t i = 0; i < kLongRun; ++i)
+    for (size_t i = 0; i < kLongRun; ++i) {
         others.push_back(folder.Add("Other", "body"));
+        // Told row by row, and so as additions, while few wait.
+        if (i % 20 == 0)
+            ASSERT_TRUE(logon.Host().Heard("added", i + 3));
+    }
     ASSERT_TRUE(logon.Host().Heard("added", kLongRun + 2));
     WaitForRecords();
     std::atomic<bool> fails{true};
