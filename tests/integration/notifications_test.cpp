@@ -209,8 +209,9 @@ TEST_F(NotificationsTest, AChangeThatTheHostFailedIsOfferedAgainByTheNextScanOfT
     for (size_t i = 0; i < kLongRun; ++i) {
         others.push_back(folder.Add("Other", "body"));
         // Told row by row, and so as additions, while few wait.
-        if (i % 20 == 0)
+        if (i % 20 == 0) {
             ASSERT_TRUE(logon.Host().Heard("added", i + 3));
+        }
     }
     ASSERT_TRUE(logon.Host().Heard("added", kLongRun + 2));
     WaitForRecords();
