@@ -1,5 +1,5 @@
-// Packages of many items: made in place, read whole, emptied element by element; libgsf, which can make and read,
-// beside it in the same run. `bench/run` gives each its own process, so that peak_MB is its own.
+// Packages of many items: made in place, read whole, emptied element by element; libgsf, which can make and
+// read, beside it in the same run. `bench/run` gives each its own process, so that peak_MB is its own.
 #include <benchmark/benchmark.h>
 #include <gsf/gsf.h>
 #include <sys/resource.h>
@@ -41,16 +41,19 @@ void Require(bool condition, const char* what)
 void WriteStream(IStorage& storage, const std::string& name, std::size_t size, std::size_t seed)
 {
     ComPtr<IStream> stream;
-    Require(SUCCEEDED(storage.CreateStream(Widen(name).c_str(), kCreate, 0, 0, stream.Put())), "CreateStream");
+    Require(SUCCEEDED(storage.CreateStream(Widen(name).c_str(), kCreate, 0, 0, stream.Put())),
+            "CreateStream");
     const auto bytes = StreamBytes(size, seed);
     ULONG written = 0;
-    Require(SUCCEEDED(stream->Write(bytes.data(), static_cast<ULONG>(size), &written)) && written == size, "Write");
+    Require(SUCCEEDED(stream->Write(bytes.data(), static_cast<ULONG>(size), &written)) && written == size,
+            "Write");
 }
 
 ComPtr<IStorage> MakeStorage(IStorage& parent, const std::string& name)
 {
     ComPtr<IStorage> storage;
-    Require(SUCCEEDED(parent.CreateStorage(Widen(name).c_str(), kCreate, 0, 0, storage.Put())), "CreateStorage");
+    Require(SUCCEEDED(parent.CreateStorage(Widen(name).c_str(), kCreate, 0, 0, storage.Put())),
+            "CreateStorage");
     return storage;
 }
 
@@ -62,7 +65,8 @@ void WriteItem(IStorage& items, std::size_t item)
     for (std::size_t i = 0; i < kMessageStreams; ++i)
         WriteStream(*message, StreamName(i), MessageStreamSize(i), item + i);
     for (std::size_t part = 0; part < kPartStorages; ++part) {
-        const ComPtr<IStorage> sub = MakeStorage(*message, "__recip_version1.0_#0000000" + std::to_string(part));
+        const ComPtr<IStorage> sub =
+            MakeStorage(*message, "__recip_version1.0_#0000000" + std::to_string(part));
         for (std::size_t i = 0; i < kPartStreams; ++i)
             WriteStream(*sub, StreamName(i), kPartStreamSize, item + i);
     }
@@ -71,20 +75,30 @@ void WriteItem(IStorage& items, std::size_t item)
 void CreatePackage(std::size_t items)
 {
     ComPtr<IStorage> root;
-    Require(SUCCEEDED(StgCreateDocfile(Widen(BenchFile().string()).c_str(), kCreate, 0, root.Put())), "StgCreateDocfile");
+    Require(SUCCEEDED(StgCreateDocfile(Widen(BenchFile().string()).c_str(), kCreate, 0, root.Put())),
+            "StgCreateDocfile");
     const ComPtr<IStorage> version = MakeStorage(*root, "1.0");
     const ComPtr<IStorage> place = MakeStorage(*version, "Items");
     for (std::size_t item = 0; item < items; ++item)
         WriteItem(*place, item);
 }
 
-ComPtr<IStorage> OpenItems(ComPtr<IStorage>& root)
+// The storages above the items: those that are opened in them end with them.
+struct ItemsPath {
+    ComPtr<IStorage> root;
+    ComPtr<IStorage> version;
+};
+
+ComPtr<IStorage> OpenItems(ItemsPath& path)
 {
-    Require(SUCCEEDED(StgOpenStorage(Widen(BenchFile().string()).c_str(), nullptr, kOpen, nullptr, 0, root.Put())),
+    Require(SUCCEEDED(StgOpenStorage(Widen(BenchFile().string()).c_str(), nullptr, kOpen, nullptr, 0,
+                                     path.root.Put())),
             "StgOpenStorage");
-    ComPtr<IStorage> version, items;
-    Require(SUCCEEDED(root->OpenStorage(OLESTR("1.0"), nullptr, kOpen, nullptr, 0, version.Put())), "OpenStorage");
-    Require(SUCCEEDED(version->OpenStorage(OLESTR("Items"), nullptr, kOpen, nullptr, 0, items.Put())), "OpenStorage");
+    ComPtr<IStorage> items;
+    Require(SUCCEEDED(path.root->OpenStorage(OLESTR("1.0"), nullptr, kOpen, nullptr, 0, path.version.Put())),
+            "OpenStorage");
+    Require(SUCCEEDED(path.version->OpenStorage(OLESTR("Items"), nullptr, kOpen, nullptr, 0, items.Put())),
+            "OpenStorage");
     return items;
 }
 
@@ -97,7 +111,8 @@ std::size_t ReadStorage(IStorage& storage)
     for (STATSTG stat{}; elements->Next(1, &stat, nullptr) == S_OK; CoTaskMemFree(stat.pwcsName)) {
         if (stat.type == STGTY_STORAGE) {
             ComPtr<IStorage> sub;
-            Require(SUCCEEDED(storage.OpenStorage(stat.pwcsName, nullptr, kOpen, nullptr, 0, sub.Put())), "OpenStorage");
+            Require(SUCCEEDED(storage.OpenStorage(stat.pwcsName, nullptr, kOpen, nullptr, 0, sub.Put())),
+                    "OpenStorage");
             total += ReadStorage(*sub);
             continue;
         }
@@ -113,8 +128,8 @@ std::size_t ReadStorage(IStorage& storage)
 
 void EmptyPackage()
 {
-    ComPtr<IStorage> root;
-    const ComPtr<IStorage> items = OpenItems(root);
+    ItemsPath path;
+    const ComPtr<IStorage> items = OpenItems(path);
     ComPtr<IEnumSTATSTG> elements;
     Require(SUCCEEDED(items->EnumElements(0, nullptr, 0, elements.Put())), "EnumElements");
     for (STATSTG stat{}; elements->Next(1, &stat, nullptr) == S_OK; CoTaskMemFree(stat.pwcsName))
@@ -141,8 +156,8 @@ void PackageRead(benchmark::State& state)
 {
     CreatePackage(static_cast<std::size_t>(state.range(0)));
     for (auto _ : state) {
-        ComPtr<IStorage> root;
-        const ComPtr<IStorage> items = OpenItems(root);
+        ItemsPath path;
+        const ComPtr<IStorage> items = OpenItems(path);
         benchmark::DoNotOptimize(ReadStorage(*items));
     }
     Report(state);
@@ -152,8 +167,8 @@ void PackageCreateAndRead(benchmark::State& state)
 {
     for (auto _ : state) {
         CreatePackage(static_cast<std::size_t>(state.range(0)));
-        ComPtr<IStorage> root;
-        const ComPtr<IStorage> items = OpenItems(root);
+        ItemsPath path;
+        const ComPtr<IStorage> items = OpenItems(path);
         benchmark::DoNotOptimize(ReadStorage(*items));
     }
     Report(state);
@@ -189,8 +204,8 @@ void GsfItem(GsfOutfile* items, std::size_t item)
     for (std::size_t i = 0; i < kMessageStreams; ++i)
         GsfStream(message, StreamName(i), MessageStreamSize(i), item + i);
     for (std::size_t part = 0; part < kPartStorages; ++part) {
-        auto* const sub = GSF_OUTFILE(
-            gsf_outfile_new_child(message, ("__recip_version1.0_#0000000" + std::to_string(part)).c_str(), TRUE));
+        auto* const sub = GSF_OUTFILE(gsf_outfile_new_child(
+            message, ("__recip_version1.0_#0000000" + std::to_string(part)).c_str(), TRUE));
         for (std::size_t i = 0; i < kPartStreams; ++i)
             GsfStream(sub, StreamName(i), kPartStreamSize, item + i);
         gsf_output_close(GSF_OUTPUT(sub));
@@ -257,7 +272,12 @@ void GsfCreateAndRead(benchmark::State& state)
     Report(state);
 }
 
-BENCHMARK(PackageCreateAndRead)->Arg(100)->Arg(1000)->Arg(10000)->Unit(benchmark::kMillisecond)->Iterations(1);
+BENCHMARK(PackageCreateAndRead)
+    ->Arg(100)
+    ->Arg(1000)
+    ->Arg(10000)
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(1);
 BENCHMARK(GsfCreateAndRead)->Arg(100)->Arg(1000)->Arg(10000)->Unit(benchmark::kMillisecond)->Iterations(1);
 BENCHMARK(PackageCreate)->Arg(100)->Arg(1000)->Arg(10000)->Unit(benchmark::kMillisecond)->Iterations(1);
 BENCHMARK(PackageRead)->Arg(100)->Arg(1000)->Arg(10000)->Unit(benchmark::kMillisecond)->Iterations(1);
