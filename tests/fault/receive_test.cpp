@@ -60,6 +60,8 @@ protected:
     }
     void End()
     {
+        if (logon)
+            logon->EndWithLateCalls();
         logon.reset();
         received.reset();
     }

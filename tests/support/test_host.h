@@ -64,8 +64,11 @@ public:
     explicit TestLogon(const TestMailbox& mailbox);
     TestLogon(const TestLogon&) = delete;
     TestLogon& operator=(const TestLogon&) = delete;
-    // Ends the session, and waits for a call that the host has still.
+    // Ends the session. A call that the host has still finds it closed.
     ~TestLogon();
+    // The same now, and waits until whoever made a call that comes back late has let go of the host, and with
+    // it of the item and the store. Not for a host in an apartment of its own.
+    void EndWithLateCalls();
 
     TestHost& Host() noexcept { return host_; }
     ILibrary& Library() noexcept { return *library_; }
