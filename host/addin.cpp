@@ -1,6 +1,7 @@
 #include "host/addin.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <ctime>
 
@@ -13,6 +14,11 @@ namespace quorvane::host {
 namespace {
 
 constexpr std::uint64_t kUnixEpochInFileTime = 116'444'736'000'000'000;
+
+// How long a change waits for the end of an item being applied, and how often it is looked whether a job is
+// left.
+constexpr auto kApplyingPatience = std::chrono::seconds(10);
+constexpr auto kApplyingStep = std::chrono::milliseconds(20);
 
 }  // namespace
 
@@ -58,6 +64,46 @@ void Addin::Log(const char* event, const std::string& id, const std::string& wha
         std::fprintf(stderr, "%s %s %s\n", event, Printable(id).c_str(), Printable(what).c_str());
 }
 
+void Addin::BeginApplying(const std::string& id)
+{
+    const std::lock_guard lock(applyingMutex_);
+    applying_[std::this_thread::get_id()] = id;
+}
+
+void Addin::EndApplying()
+{
+    const std::lock_guard lock(applyingMutex_);
+    applying_.erase(std::this_thread::get_id());
+    applyingEnded_.notify_all();
+}
+
+// A message without a row that anybody knows may be any item.
+bool Addin::MayBeApplying(const std::string& entryId, const std::string& id) const
+{
+    const auto row = parts_.state.RowOfEntry(entryId);
+    return !row || row->id == id || !parts_.records.FindItem(row->id);
+}
+
+// A scan of the whole folder can meet a message between its last change by the engine and its row: the change
+// then looks like one made here. It is judged when the item in hand is done. An item that fails has no end of
+// its own: there the thread's next one, or the end of the last job, ends the wait.
+void Addin::AwaitApplying(const std::string& entryId)
+{
+    const auto deadline = std::chrono::steady_clock::now() + kApplyingPatience;
+    std::unique_lock lock(applyingMutex_);
+    for (const auto& [thread, id] : std::map(applying_)) {
+        if (!MayBeApplying(entryId, id))
+            continue;
+        const auto isUnderWay = [&] {
+            const auto now = applying_.find(thread);
+            return now != applying_.end() && now->second == id;
+        };
+        while (isUnderWay() && std::chrono::steady_clock::now() < deadline &&
+               !parts_.state.UnfinishedPaths().empty())
+            applyingEnded_.wait_for(lock, kApplyingStep);
+    }
+}
+
 HRESULT Addin::OnLocalChange(const char* event, IItem& item, bool& ignore)
 {
     parts_.statistics.Touch();
@@ -70,6 +116,8 @@ HRESULT Addin::OnLocalChange(const char* event, IItem& item, bool& ignore)
         return hr;
     const std::string entryId = ReadText(item, &IItem::get_EntryID);
     const std::uint64_t modified = TimeOf(*message, PR_LAST_MODIFICATION_TIME);
+    AwaitApplying(entryId);
+    parts_.state.DropStrayRows(entryId);
     const auto row = parts_.state.RowOfEntry(entryId);
     if (row && parts_.state.IsCurrent(*row, modified)) {
         const auto known = parts_.records.FindItem(row->id);
@@ -132,6 +180,7 @@ bool Addin::IsOutdated(const std::string& id, const ItemVersion& version) const
 HRESULT Addin::OnItemReceived(IItem* item, BSTR tag, bool& ignore)
 {
     parts_.statistics.Touch();
+    EndApplying();  // the thread's item before
     qv_Action action = qv_ac_NoAction;
     const HRESULT hr = item->get_Action(&action);
     if (FAILED(hr))
@@ -145,6 +194,8 @@ HRESULT Addin::OnItemReceived(IItem* item, BSTR tag, bool& ignore)
         ignore = true;
         return S_OK;
     }
+    if (!deletion)
+        BeginApplying(id);
     // Before it is applied: a kill in between brings the item again, in this very version, which is then
     // applied.
     parts_.records.PutItem({id, FolderIdOf(*item), version, deletion, 0});
@@ -161,11 +212,12 @@ HRESULT Addin::OnPostprocess(BSTR entryId, BSTR /*storeId*/)
     const std::string entry = ToUtf8(ViewOf(entryId));
     const auto row = parts_.state.RowOfEntry(entry);
     const ComPtr<IMessage> message = OpenMessage(parts_.mail, entry, false);
-    if (!row || !message)
-        return S_OK;
-    const std::uint64_t modified = TimeOf(*message, PR_LAST_MODIFICATION_TIME);
-    if (row->lastModified == RowTimeOf(modified))
-        parts_.records.SetModified(row->id, modified);
+    if (row && message) {
+        const std::uint64_t modified = TimeOf(*message, PR_LAST_MODIFICATION_TIME);
+        if (row->lastModified == RowTimeOf(modified))
+            parts_.records.SetModified(row->id, modified);
+    }
+    EndApplying();
     return S_OK;
 }
 

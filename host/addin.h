@@ -6,7 +6,11 @@
 #ifndef QUORVANE_HOST_ADDIN_H_
 #define QUORVANE_HOST_ADDIN_H_
 
+#include <condition_variable>
+#include <map>
+#include <mutex>
 #include <string>
+#include <thread>
 
 #include "host/announcement.h"
 #include "host/engine.h"
@@ -55,6 +59,10 @@ public:
     HRESULT ProductCode(Bstr& code) override;
 
 private:
+    void BeginApplying(const std::string& id);
+    void EndApplying();
+    void AwaitApplying(const std::string& entryId);
+    bool MayBeApplying(const std::string& entryId, const std::string& id) const;
     HRESULT OnLocalChange(const char* event, IItem& item, bool& ignore);
     void JoinFolder(const std::string& folderId, const Announcement& announcement);
     std::string NewFolderPath(const Announcement& announcement) const;
@@ -64,6 +72,12 @@ private:
 
     Parts parts_;
     const EngineSession* engine_ = nullptr;
+
+    // The sharing ID of the item that each job of the engine was last told to apply, until it tells the end;
+    // by the job's thread, which makes its calls.
+    std::mutex applyingMutex_;
+    std::condition_variable applyingEnded_;
+    std::map<std::thread::id, std::string> applying_;
 };
 
 // Adds a shared folder to the engine. Throws a HostError.

@@ -14,13 +14,14 @@ constexpr int kTries = 2;
 
 }  // namespace
 
-Inbox::Inbox(const Mailbox& mailbox, const EngineSession& engine, Records& records, ItemState& state,
-             Statistics& statistics, std::function<void(const std::string&)> report)
-    : mailbox_(mailbox),
+Inbox::Inbox(const Addin::Parts& parts, const EngineSession& engine, Matcher& matcher,
+             std::function<void(const std::string&)> report)
+    : mailbox_(parts.mailbox),
       engine_(engine),
-      records_(records),
-      state_(state),
-      statistics_(statistics),
+      records_(parts.records),
+      state_(parts.state),
+      statistics_(parts.statistics),
+      matcher_(matcher),
       report_(std::move(report))
 {}
 
@@ -83,7 +84,8 @@ bool Inbox::HasWork(const Exchange& exchange)
     return false;
 }
 
-// Whether an item of a package that the engine is done with has reached the store, or was left aside on purpose.
+// Whether an item of a package that the engine is done with has reached the store, or was left aside on
+// purpose.
 bool Inbox::IsApplied(const PackageRecord& item, const std::string& member)
 {
     const auto sent = ParseVersion(item.customInfo);
@@ -105,21 +107,22 @@ std::size_t Inbox::CountMissing(const IncomingPackage& package)
     return missing;
 }
 
-// The engine is done with the current package. What it couldn't apply is tried once more, out of the exchange's copy;
-// then the package is put aside. False when the package is with the engine again.
+// The engine is done with the current package. What it couldn't apply is tried once more, out of the
+// exchange's copy; then the package is put aside. False when the package is with the engine again.
 bool Inbox::FinishCurrent(const Exchange& exchange)
 {
     if (!current_)
         return true;
     const IncomingPackage package = *current_;
     const std::size_t missing = CountMissing(package);
-    if (missing > 0 && ++tries_ < kTries) {
-        CopyDurably(package.path, PathFor(package).string() + ".part", PathFor(package));
-        Process(package);
-        return false;
-    }
     if (missing > 0) {
         CopyDurably(package.path, PathFor(package).string() + ".part", PathFor(package));
+        // A message that was made and has no row would be made a second time, or pass for one made here.
+        matcher_.MatchPackage(PathFor(package).string());
+        if (++tries_ < kTries) {
+            Process(package);
+            return false;
+        }
         Reject(package, PathFor(package), std::to_string(missing) + " of its items could not be applied");
     }
     Done(package, exchange);

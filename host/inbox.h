@@ -16,6 +16,7 @@
 #include "host/exchange.h"
 #include "host/item_state.h"
 #include "host/mailbox.h"
+#include "host/matcher.h"
 #include "host/records.h"
 #include "host/statistics.h"
 
@@ -25,11 +26,11 @@ namespace quorvane::host {
 class Inbox {
 public:
     // report: gets one line for the user about a package that can't be used.
-    Inbox(const Mailbox& mailbox, const EngineSession& engine, Records& records, ItemState& state,
-          Statistics& statistics, std::function<void(const std::string&)> report);
+    Inbox(const Addin::Parts& parts, const EngineSession& engine, Matcher& matcher,
+          std::function<void(const std::string&)> report);
 
-    // Takes the next package, if the engine is free and there is one. True if one was taken. A package with items of a
-    // folder that isn't shared here yet stays where it is, and so do its sender's later ones.
+    // Takes the next package, if the engine is free and there is one. True if one was taken. A package with
+    // items of a folder that isn't shared here yet stays where it is, and so do its sender's later ones.
     bool TakeNext(const Exchange& exchange);
 
     // Whether the engine still works a package off.
@@ -56,6 +57,7 @@ private:
     Records& records_;
     ItemState& state_;
     Statistics& statistics_;
+    Matcher& matcher_;
     std::function<void(const std::string&)> report_;
     std::optional<IncomingPackage> current_;  // with the engine
     int tries_ = 0;                           // of the current one

@@ -9,23 +9,64 @@ ItemState::ItemState(const Mailbox& mailbox, Records& records)
     : records_(records), database_(mailbox.OpenSharingDatabase())
 {}
 
-std::optional<SharingRow> ItemState::FindRow(const char* sql, const std::string& key)
+std::vector<SharingRow> ItemState::FindRows(const char* sql, const std::string& key)
 {
     const std::lock_guard lock(mutex_);
     Statement select(database_, sql);
-    if (!select.Bind(1, key).Step())
-        return std::nullopt;
-    return SharingRow{select.Text(0), select.Text(1), select.Text(2), select.Real(3)};
+    select.Bind(1, key);
+    std::vector<SharingRow> rows;
+    while (select.Step())
+        rows.push_back({select.Text(0), select.Text(1), select.Text(2), select.Real(3)});
+    return rows;
+}
+
+std::vector<SharingRow> ItemState::RowsOfEntry(const std::string& entryId)
+{
+    return FindRows("SELECT ID, EntryID, StoreID, LastModified FROM tblItem WHERE EntryID = ?", entryId);
 }
 
 std::optional<SharingRow> ItemState::RowOfEntry(const std::string& entryId)
 {
-    return FindRow("SELECT ID, EntryID, StoreID, LastModified FROM tblItem WHERE EntryID = ?", entryId);
+    const std::vector<SharingRow> rows = RowsOfEntry(entryId);
+    if (rows.empty())
+        return std::nullopt;
+    const auto known = std::find_if(rows.begin(), rows.end(), [this](const SharingRow& row) {
+        return records_.FindItem(row.id).has_value();
+    });
+    return known == rows.end() || rows.size() == 1 ? rows.front() : *known;
 }
 
 std::optional<SharingRow> ItemState::RowOfId(const std::string& id)
 {
-    return FindRow("SELECT ID, EntryID, StoreID, LastModified FROM tblItem WHERE ID = ?", id);
+    const std::vector<SharingRow> rows =
+        FindRows("SELECT ID, EntryID, StoreID, LastModified FROM tblItem WHERE ID = ?", id);
+    return rows.empty() ? std::nullopt : std::optional(rows.front());
+}
+
+void ItemState::DropStrayRows(const std::string& entryId)
+{
+    const auto known = RowOfEntry(entryId);
+    if (!known || !records_.FindItem(known->id))
+        return;  // nothing tells which is the true one
+    for (const SharingRow& row : RowsOfEntry(entryId)) {
+        if (row.id == known->id || records_.FindItem(row.id))
+            continue;
+        const std::lock_guard lock(mutex_);
+        Statement(database_, "DELETE FROM tblItem WHERE ID = ?").Bind(1, row.id).Run();
+    }
+}
+
+void ItemState::DropStrayRows()
+{
+    std::vector<std::string> entries;
+    {
+        const std::lock_guard lock(mutex_);
+        Statement select(database_, "SELECT EntryID FROM tblItem GROUP BY EntryID HAVING count(*) > 1");
+        while (select.Step())
+            entries.push_back(select.Text(0));
+    }
+    for (const std::string& entryId : entries)
+        DropStrayRows(entryId);
 }
 
 bool ItemState::IsCurrent(const SharingRow& row, std::uint64_t modified)

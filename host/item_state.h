@@ -20,8 +20,15 @@ class ItemState {
 public:
     ItemState(const Mailbox& mailbox, Records& records);
 
+    // Of several rows for one message, the one that the program has a record of.
     std::optional<SharingRow> RowOfEntry(const std::string& entryId);
     std::optional<SharingRow> RowOfId(const std::string& id);
+
+    // A scan that meets a message whose row is only just being written gives it a row of its own. Such a row,
+    // with an ID that nobody else knows, goes as soon as it is told from the true one.
+    void DropStrayRows(const std::string& entryId);
+    // The same for all messages.
+    void DropStrayRows();
 
     // Whether a message with this modification time is what its row, and the program's record of the item,
     // stand for. A row knows whole seconds only; the record knows the time exactly.
@@ -30,7 +37,8 @@ public:
     // Brings a row's time up to date after its item was sent.
     void SetRowTime(const std::string& id, std::uint64_t modified);
 
-    // Items whose received version was left aside, in this process, for a change made here that is yet to be sent.
+    // Items whose received version was left aside, in this process, for a change made here that is yet to be
+    // sent.
     void NoteKept(const std::string& id);
     bool WasKept(const std::string& id);
 
@@ -39,7 +47,8 @@ public:
     bool IsUnfinished(const std::string& path);
 
 private:
-    std::optional<SharingRow> FindRow(const char* sql, const std::string& key);
+    std::vector<SharingRow> FindRows(const char* sql, const std::string& key);
+    std::vector<SharingRow> RowsOfEntry(const std::string& entryId);
 
     Records& records_;
     std::mutex mutex_;

@@ -1,51 +1,10 @@
 #include "host/reconcile.h"
 
-#include <filesystem>
 #include <unordered_set>
 
-#include "host/compound_file.h"
 #include "host/folders.h"
-#include "host/msg_file.h"
-#include "host/properties.h"
 
 namespace quorvane::host {
-
-void Reconciler::MatchUnfinished()
-{
-    for (const std::string& path : parts_.state.UnfinishedPaths()) {
-        std::error_code error;
-        if (!std::filesystem::exists(path, error))
-            continue;  // worked off; only its row was left
-        try {
-            const ComPtr<IStorage> root = OpenCompoundFile(path);
-            ReadPackage(*root, path, [&](const PackageRecord& record, IStorage& storage) {
-                MsgFile file;
-                if (!parts_.state.RowOfId(record.id) && SUCCEEDED(file.OpenOn(storage)))
-                    MatchItem(record.id, record.folderId, HexOf(file.Message(), PR_SEARCH_KEY));
-            });
-        } catch (const HostError&) {
-            // A damaged package matches nothing; the engine removes it.
-        }
-    }
-}
-
-void Reconciler::MatchItem(const std::string& id, const std::string& folderId, const std::string& searchKey)
-{
-    const auto share = parts_.records.FindShare(folderId);
-    const ComPtr<IMAPIFolder> folder =
-        share && !searchKey.empty() ? OpenFolder(parts_.mail, share->entryId) : nullptr;
-    if (!folder)
-        return;
-    std::string match;
-    ForEachItem(*folder, [&](const ItemInfo& item) {
-        if (match.empty() && item.searchKey == searchKey && !parts_.state.RowOfEntry(item.entryId))
-            match = item.entryId;
-    });
-    if (!match.empty())
-        Check(
-            engine_.Session().ImportItem(BstrOf(id).Get(), BstrOf(match).Get(), BstrOf(share->storeId).Get()),
-            "note an item of", share->name);
-}
 
 std::vector<Reconciler::Difference> Reconciler::FindDifferences(const Share& share)
 {

@@ -1,4 +1,4 @@
-// host/reconcile.h: closes what a kill, or a time without a run, leaves open between folders and records.
+// host/reconcile.h: sends what changed in a folder while nobody watched it.
 #ifndef QUORVANE_HOST_RECONCILE_H_
 #define QUORVANE_HOST_RECONCILE_H_
 
@@ -13,14 +13,7 @@ namespace quorvane::host {
 // For the run's thread alone. Methods throw a HostError.
 class Reconciler {
 public:
-    Reconciler(Sender& sender, const Addin::Parts& parts, const EngineSession& engine) noexcept
-        : sender_(sender), parts_(parts), engine_(engine)
-    {}
-
-    // Before unfinished packages are resumed: an item that was written to the store just before a kill, and
-    // whose row wasn't, is found by the search key that its message shares with the one in the package, and
-    // gets its row. So it isn't made a second time.
-    void MatchUnfinished();
+    Reconciler(Sender& sender, const Addin::Parts& parts) noexcept : sender_(sender), parts_(parts) {}
 
     // Compares each item of a folder with its row; sends what differs or has no row, and a deletion for each
     // row whose message is gone. The engine must not be watching the folder meanwhile (IgnoreEvents).
@@ -37,11 +30,9 @@ private:
     };
     std::vector<Difference> FindDifferences(const Share& share);
     void Send(const Share& share, const Difference& difference);
-    void MatchItem(const std::string& id, const std::string& folderId, const std::string& searchKey);
 
     Sender& sender_;
     Addin::Parts parts_;
-    const EngineSession& engine_;
     // Per folder: differences that were left to the engine, since when.
     std::map<std::string, std::map<std::string, std::chrono::steady_clock::time_point>> firstSeen_;
 };

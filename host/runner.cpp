@@ -53,10 +53,10 @@ Runner::Runner(const RunOptions& options, const Mailbox& mailbox)
       addin_(parts_),
       engine_(addin_, options.mailbox),
       sender_(addin_, parts_, engine_),
-      reconciler_(sender_, parts_, engine_),
+      reconciler_(sender_, parts_),
+      matcher_(parts_, engine_),
       outbox_(engine_, records_, statistics_),
-      inbox_(mailbox_, engine_, records_, state_, statistics_,
-             [this](const std::string& line) { Say(line); }),
+      inbox_(parts_, engine_, matcher_, [this](const std::string& line) { Say(line); }),
       exchange_(options.exchange, mailbox),
       progress_(mailbox.Name())
 {
@@ -74,7 +74,8 @@ void Runner::Say(const std::string& line)
 void Runner::Start()
 {
     outbox_.Resume();
-    reconciler_.MatchUnfinished();
+    state_.DropStrayRows();
+    matcher_.MatchUnfinished();
     for (const Share& share : records_.Shares())
         WatchShare(share);
     Check(engine_.Session().ResumeJobs(qv_rs_Both), "resume the jobs of", options_.mailbox);

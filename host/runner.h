@@ -8,6 +8,7 @@
 
 #include "host/addin.h"
 #include "host/inbox.h"
+#include "host/matcher.h"
 #include "host/outbox.h"
 #include "host/progress.h"
 #include "host/reconcile.h"
@@ -68,6 +69,7 @@ private:
     EngineSession engine_;
     Sender sender_;
     Reconciler reconciler_;
+    Matcher matcher_;
     Outbox outbox_;
     Inbox inbox_;
     Exchange exchange_;

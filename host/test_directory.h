@@ -12,7 +12,9 @@ class TestDirectory {
 public:
     TestDirectory()
     {
-        std::string name = (std::filesystem::temp_directory_path() / "quorvane-host-XXXXXX").string();
+        // A mailbox that is opened takes the process's temporary files to itself.
+        static const std::filesystem::path root = std::filesystem::temp_directory_path();
+        std::string name = (root / "quorvane-host-XXXXXX").string();
         if (mkdtemp(name.data()))
             path_ = name;
     }
