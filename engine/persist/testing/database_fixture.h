@@ -26,6 +26,16 @@ inline std::string ReadFile(const std::filesystem::path& path)
     return text.str();
 }
 
+// What differs between the kinds of database that the tests run on. They run on SQLite's own unless a program
+// sets this before its first test.
+struct DatabaseKind {
+    const char* vfs = nullptr;  // by which SQLite reaches the tables of a file; null: the system's own
+    long long tablesAt = 0;     // where SQLite's own bytes begin in a file
+    HRESULT mayNotBeWritten = STG_E_ACCESSDENIED;  // opening such a database
+    HRESULT valueMissing = kErrorsInCommand;       // a question mark has no value
+};
+inline DatabaseKind databaseKind;
+
 class DatabaseTest : public ::testing::Test {
 protected:
     void SetUp() override
@@ -46,7 +56,9 @@ protected:
     void Sql(const std::string& text) const
     {
         sqlite3* database = nullptr;
-        ASSERT_EQ(sqlite3_open(path.c_str(), &database), SQLITE_OK);
+        ASSERT_EQ(sqlite3_open_v2(path.c_str(), &database, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE,
+                                  databaseKind.vfs),
+                  SQLITE_OK);
         char* error = nullptr;
         EXPECT_EQ(sqlite3_exec(database, text.c_str(), nullptr, nullptr, &error), SQLITE_OK) << error;
         sqlite3_free(error);
