@@ -282,9 +282,9 @@ TEST_F(SessionTest, AnIdOfFiftyCharactersIsUnknown)
 
     EXPECT_EQ(session.GetItemFromID(Variant::Text(longest).Raw(), nothing.Raw(), nothing.Raw(), item.Put()),
               S_OK);
-    EXPECT_EQ(
-        session.GetItemFromID(Variant::Text(longest + OLESTR("x")).Raw(), nothing.Raw(), nothing.Raw(), item.Put()),
-        DISP_E_MEMBERNOTFOUND);
+    EXPECT_EQ(session.GetItemFromID(Variant::Text(longest + OLESTR("x")).Raw(), nothing.Raw(), nothing.Raw(),
+                                    item.Put()),
+              DISP_E_MEMBERNOTFOUND);
 }
 
 TEST_F(SessionTest, AnIdThatIsTooLongIsNotImported)
