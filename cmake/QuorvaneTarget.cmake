@@ -43,6 +43,10 @@ endif()
 # The test programs that run under Wine so far (docs/windows.md); the others are built only when asked for.
 set(QUORVANE_WINDOWS_TESTS
   "^qv_(com|cfb|clock|event|file|module|registry|trace|pool|storeaccess|store|store_[a-z]+)_test$|^qv_windows_")
+string(APPEND QUORVANE_WINDOWS_TESTS
+  "|^qv_integration_(database_failures|find_item|logon|msg_stores|notifications|receive_jobs|road|session_life|sessions)_test$")
+# These log on to the engine, which has an event by a name that all processes of the user's share.
+set(QUORVANE_WINDOWS_LOGON_TESTS "^qv_integration_")
 # What of these doesn't: the console is a window there, and not the standard output.
 set(QUORVANE_WINDOWS_FILTER_qv_trace_test
   "-*.WithTheConsoleAloneNoLogFileIsMade:*.TheConsoleGetsWholeLinesAndDetailsWithoutTheirPrefix")
@@ -66,6 +70,9 @@ function(quorvane_test name)
   add_test(NAME ${name} COMMAND ${name} ${filter}
            --gtest_output=xml:${QUORVANE_RUN_ROOT}${PROJECT_BINARY_DIR}/results/${name}.xml)
   set_tests_properties(${name} PROPERTIES TIMEOUT 900 LABELS "${arg_LABELS}")
+  if(WIN32 AND name MATCHES "${QUORVANE_WINDOWS_LOGON_TESTS}")
+    set_property(TEST ${name} APPEND PROPERTY RESOURCE_LOCK item_submit_event)
+  endif()
   # All tests of a label build as one target: tests_unit, tests_threads.
   foreach(label IN LISTS arg_LABELS)
     if(NOT TARGET tests_${label})

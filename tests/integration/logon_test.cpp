@@ -106,7 +106,7 @@ TEST_F(LogonTest, AFailureIsTracedAtEachHop)
 
 TEST_F(LogonTest, AProfileThatIsMissingFailsTheLogon)
 {
-    std::filesystem::remove(mailbox.Directory() / "config" / "quorvane3" / "registry.reg");
+    mailbox.DeleteProfile();
 
     EXPECT_TRUE(FAILED(Logon(session.Put())));
     EXPECT_FALSE(session);

@@ -138,6 +138,13 @@ void TestMailbox::MakeProfile() const
     Check(profiles->SetDefaultProfile(Unconst(kProfile), 0), "set the default profile");
 }
 
+void TestMailbox::DeleteProfile() const
+{
+    ComPtr<IProfAdmin> profiles;
+    Check(MAPIAdminProfiles(0, profiles.Put()), "administer profiles");
+    Check(profiles->DeleteProfile(Unconst(kProfile), 0), "delete the profile");
+}
+
 void TestMailbox::LogOn()
 {
     Check(

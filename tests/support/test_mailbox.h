@@ -36,6 +36,8 @@ public:
     // Lets go of the mailbox's own session and store. Folders and messages got from them keep the store open.
     void LogOff();
     void LogOn();
+    // Takes the profile from the user's settings, so that nobody can log on any more.
+    void DeleteProfile() const;
     std::filesystem::path StorePath() const { return Directory() / "store.sqlite"; }
 
     // The one number that a query on the sharing database gives.
@@ -48,6 +50,8 @@ public:
 private:
     void MakeProfile() const;
 
+    // The engine is called on threads of COM's; where the test has an apartment of its own it stays one.
+    const FreeThreadScope freeThread_;
     TestDirectory directory_;
     size_t logBefore_ = 0;
     ComPtr<IMAPISession> session_;
