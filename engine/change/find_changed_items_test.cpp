@@ -1,9 +1,7 @@
 #include "engine/change/find_changed_items.h"
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
-#include <filesystem>
 #include <fstream>
 #include <string>
 #include <vector>
@@ -13,6 +11,7 @@
 #include "engine/session/trace/testing/traced_lines.h"
 #include "engine/storeaccess/item_hash.h"
 #include "engine/storeaccess/testing/fake_store.h"
+#include "platform/testing/test_directory.h"
 #include "quorvane3/callbacks.h"
 
 namespace quorvane {
@@ -79,13 +78,7 @@ private:
 
 class FindChangedItemsTest : public ::testing::Test {
 protected:
-    void SetUp() override
-    {
-        directory = std::filesystem::temp_directory_path() / ("qv_change_" + std::to_string(getpid()));
-        std::filesystem::create_directories(directory);
-        ASSERT_EQ(hashes.Init(Bstr(Widen(directory.string() + "/")).Get()), S_OK);
-    }
-    void TearDown() override { std::filesystem::remove_all(directory); }
+    void SetUp() override { ASSERT_EQ(hashes.Init(Bstr(Widen(files.File(""))).Get()), S_OK); }
 
     void Known(const ItemProps& item, const std::string& hash, LONG flags)
     {
@@ -155,7 +148,7 @@ protected:
                std::to_string(unchanged);
     }
 
-    std::filesystem::path directory;
+    const test::TestDirectory files;
     CHashDB hashes{OLESTR("F")};
     ComPtr<FakeStore> store = MakeComObject<FakeStore>();
     ComPtr<FakeTable> table = MakeComObject<FakeTable>();
@@ -213,7 +206,7 @@ TEST_F(FindChangedItemsTest, TheScanReadsInBatchesAndSavesOnce)
     EXPECT_EQ(table->askedFor, (std::vector<LONG>{200, 200, 45, 20, 20, 20, 20}));
     EXPECT_FALSE(hashes.SuspendSave);
     CHashDB reloaded(OLESTR("F"));
-    ASSERT_EQ(reloaded.Init(Bstr(Widen(directory.string() + "/")).Get()), S_OK);
+    ASSERT_EQ(reloaded.Init(Bstr(Widen(files.File(""))).Get()), S_OK);
     EXPECT_EQ(reloaded.Count(), 45u);
 }
 
@@ -242,7 +235,7 @@ TEST_F(FindChangedItemsTest, ARecordWithoutFlagsGetsThemAndIsNoChange)
     table->rows = {Item(1, 5, 7)};
     const std::string key = KeyOf(LongTerm(1));
     const std::string hash = HashOf(5);
-    std::ofstream(directory / "F.dat", std::ios::binary)
+    std::ofstream(files.File("F.dat"), std::ios::binary)
         << testing::ToldRecord({key.begin(), key.end()}, {hash.begin(), hash.end()});
     ASSERT_EQ(hashes.FillMap(), S_OK);
     ASSERT_EQ(Scan(), S_OK);

@@ -188,7 +188,7 @@ TEST_F(ItemSaveTest, AStreamThatIsNoArrayOfBytesIsRefused)
 
 TEST_F(ItemSaveTest, AFileHoldsContentsAndMessageAtItsRoot)
 {
-    const testing::TestFolder files;
+    const test::TestDirectory files;
     const Bstr path(Widen(files.File("item.qvi")));
 
     ASSERT_EQ(item->SaveToFile(path.Get()), S_OK);
@@ -203,7 +203,7 @@ TEST_F(ItemSaveTest, AFileHoldsContentsAndMessageAtItsRoot)
 
 TEST_F(ItemSaveTest, AFileThatCantBeMadeIsTold)
 {
-    const testing::TestFolder files;
+    const test::TestDirectory files;
 
     EXPECT_LT(item->SaveToFile(Bstr(Widen(files.File("no/such/item.qvi"))).Get()), 0);
     EXPECT_EQ(item->SaveToFile(nullptr), E_INVALIDARG);

@@ -3,14 +3,13 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <filesystem>
 #include <future>
 #include <thread>
 #include <vector>
 
 #include "engine/monitor/notify_thread.h"
 #include "engine/monitor/test_doubles.h"
-#include "platform/testing/surroundings.h"
+#include "platform/testing/test_directory.h"
 
 namespace quorvane {
 namespace {
@@ -27,8 +26,7 @@ class AdviseSinkTest : public testing::Test {
 protected:
     void SetUp() override
     {
-        directory = test::MakeTestDirectory();
-        const Bstr path(FromUtf8(directory.string() + "/"));
+        const Bstr path(Widen(files.File("")));
         ASSERT_EQ(session.HashStores().Add(kFolderId.Get(), path.Get()), 1);
         sink->SetSession(&session);
         sink->m_pStore = ComPtr<IMsgStore>(MakeComObject<ClosedStore>().Get());
@@ -36,8 +34,6 @@ protected:
         sink->m_bstrFolderID = kFolderId;
         sink->SetFolder(folder.Get());
     }
-
-    void TearDown() override { std::filesystem::remove_all(directory); }
 
     static NOTIFICATION Of(ULONG tableEvent, SRow row = {})
     {
@@ -64,7 +60,7 @@ protected:
         return table->scans;
     }
 
-    std::filesystem::path directory;
+    const test::TestDirectory files;
     BatchSession session;
     const ComPtr<EmptyTable> table = MakeComObject<EmptyTable>();
     const ComPtr<SwitchFolder> folder = MakeComObject<SwitchFolder>();

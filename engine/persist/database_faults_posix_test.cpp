@@ -95,8 +95,10 @@ protected:
     // Starts anew with an empty database.
     void MakeAnew()
     {
-        TearDown();
-        std::filesystem::create_directories(directory);
+        session = DatabaseSession();
+        source.Close();
+        for (const auto& entry : std::filesystem::directory_iterator(directory))
+            std::filesystem::remove_all(entry.path());
         MakeDatabase();
     }
 

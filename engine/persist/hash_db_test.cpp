@@ -1,7 +1,6 @@
 #include "engine/persist/hash_db.h"
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>

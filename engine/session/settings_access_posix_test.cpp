@@ -5,7 +5,7 @@
 #include "engine/session/session.h"
 #include "engine/session/trace/testing/traced_lines.h"
 #include "platform/registry/registry.h"
-#include "platform/testing/surroundings.h"
+#include "platform/testing/test_directory.h"
 #include "quorvane3/callbacks.h"
 
 namespace quorvane {
@@ -38,7 +38,8 @@ private:
 
 TEST(SettingsAccessTest, AKeyThatMayNotBeWrittenIsAsGoodAsMissing)
 {
-    const std::filesystem::path directory = test::MakeTestDirectory();
+    const test::TestDirectory files;
+    const std::filesystem::path& directory = files.Path();
     test::KeepSettingsIn(directory);
     RegistryKey key;
     ASSERT_EQ(key.Create(RegistryHive::CurrentUser, "Software\\Brindlemoor\\Quorvane\\1.0\\Tests\\Settings"),
@@ -56,7 +57,6 @@ TEST(SettingsAccessTest, AKeyThatMayNotBeWrittenIsAsGoodAsMissing)
         EXPECT_EQ(session->GetRegSetting(OLESTR("Logs"), value), HRESULT_FROM_WIN32(ERROR_ACCESS_DENIED));
     });
     std::filesystem::permissions(directory / "quorvane3", std::filesystem::perms(0755));
-    std::filesystem::remove_all(directory);
 
     EXPECT_TRUE(value.Is(VT_EMPTY));
     EXPECT_EQ(lines, "");

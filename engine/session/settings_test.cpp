@@ -1,13 +1,13 @@
 // Settings of the host's product, read through the session.
 #include <gtest/gtest.h>
 
-#include <filesystem>
 #include <fstream>
 
 #include "engine/session/session.h"
 #include "engine/session/trace/testing/traced_lines.h"
+#include "platform/com/apartment.h"
 #include "platform/registry/registry.h"
-#include "platform/testing/surroundings.h"
+#include "platform/testing/test_directory.h"
 #include "quorvane3/callbacks.h"
 
 namespace quorvane {
@@ -29,11 +29,9 @@ class SettingsTest : public ::testing::Test {
 protected:
     void SetUp() override
     {
-        directory = test::MakeTestDirectory();
-        test::KeepSettingsIn(directory);
+        test::KeepSettingsIn(files.Path());
         ASSERT_EQ(session->RegisterAddin(callback.Get()), S_OK);
     }
-    void TearDown() override { std::filesystem::remove_all(directory); }
 
     void Put(const char* name, const RegistryValue& setting)
     {
@@ -44,7 +42,8 @@ protected:
         ASSERT_EQ(key.Set(name, setting), S_OK);
     }
 
-    std::filesystem::path directory;
+    const FreeThreadScope thread;
+    const test::TestDirectory files;
     ProductHost host;
     const ComPtr<ExtCallback> callback = MakeComObject<ExtCallback>(host);
     const ComPtr<CSession2> session = MakeComObject<CSession2>();

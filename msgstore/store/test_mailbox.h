@@ -13,21 +13,11 @@
 #include "platform/com/com_object.h"
 #include "platform/com/com_ptr.h"
 #include "platform/mapi/mapi.h"
+#include "platform/testing/test_directory.h"
 
 namespace quorvane::testing {
 
-// A directory that goes with its owner.
-class TestDirectory {
-public:
-    TestDirectory();
-    TestDirectory(const TestDirectory&) = delete;
-    TestDirectory& operator=(const TestDirectory&) = delete;
-    ~TestDirectory();
-    const std::filesystem::path& Path() const { return path_; }
-
-private:
-    std::filesystem::path path_;
-};
+using test::TestDirectory;
 
 // Points the registry at a directory for as long as it lives.
 class RegistryScope {

@@ -55,14 +55,6 @@ BinaryValue BytesOf(const SPropValue* value)
 
 }  // namespace
 
-TestDirectory::TestDirectory() : path_(test::MakeTestDirectory()) {}
-
-TestDirectory::~TestDirectory()
-{
-    std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
-}
-
 RegistryScope::RegistryScope(const std::filesystem::path& directory) : before_(test::SettingsAreKeptIn())
 {
     test::KeepSettingsIn(directory);

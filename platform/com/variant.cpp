@@ -2,6 +2,25 @@
 
 namespace quorvane {
 
+namespace {
+
+// Whether a value is a text that isn't there, or refers to one.
+bool IsNullText(const VARIANT& value) noexcept
+{
+    switch (value.vt) {
+        case VT_BSTR:
+            return !value.bstrVal;
+        case VT_BYREF | VT_BSTR:
+            return !*value.pbstrVal;
+        case VT_BYREF | VT_VARIANT:
+            return IsNullText(*value.pvarVal);
+        default:
+            return false;
+    }
+}
+
+}  // namespace
+
 Variant Variant::Text(OleStringView text)
 {
     Variant result;
@@ -70,8 +89,12 @@ HRESULT Variant::Assign(const VARIANT& source) noexcept
 {
     Variant copy;
     const HRESULT hr = VariantCopyInd(&copy.value_, const_cast<VARIANT*>(&source));
-    if (SUCCEEDED(hr))
-        std::swap(value_, copy.value_);
+    if (FAILED(hr))
+        return hr;
+    // Windows copies a null text as an empty one.
+    if (IsNullText(source))
+        SysFreeString(std::exchange(copy.value_.bstrVal, nullptr));
+    std::swap(value_, copy.value_);
     return hr;
 }
 

@@ -47,7 +47,7 @@ public:
         return &value_;
     }
 
-    // A copy of a caller's value, references followed (VariantCopyInd).
+    // A copy of a caller's value, references followed (VariantCopyInd); a null text stays one.
     [[nodiscard]] HRESULT Assign(const VARIANT& source) noexcept;
     // Changes the type in place (VariantChangeType); the value is as it was after a failure.
     [[nodiscard]] HRESULT ChangeType(VARTYPE type) noexcept;

@@ -120,6 +120,25 @@ TEST(VariantTest, CopyIndInPlaceTurnsAReferenceIntoItsValue)
     EXPECT_EQ(ViewOf(value.Raw().bstrVal), OLESTR("kept"));
 }
 
+TEST(VariantTest, ACopyOfANullTextIsANullText)
+{
+    Variant held = OfType(VT_BSTR);
+    VARIANT toText{};
+    toText.vt = VT_BYREF | VT_BSTR;
+    toText.pbstrVal = &held.Raw().bstrVal;
+    VARIANT toVariant{};
+    toVariant.vt = VT_BYREF | VT_VARIANT;
+    toVariant.pvarVal = &held.Raw();
+    for (const VARIANT& source : {held.Raw(), toText, toVariant}) {
+        Variant copy = Variant::Long(5);
+
+        EXPECT_EQ(copy.Assign(source), S_OK);
+
+        EXPECT_TRUE(copy.Is(VT_BSTR));
+        EXPECT_EQ(copy.Raw().bstrVal, nullptr);
+    }
+}
+
 TEST(VariantConversionTest, IntegersKeepTheirValueWithinTheRange)
 {
     Variant value = Variant::Long(-7);

@@ -61,7 +61,7 @@ protected:
         CHashDB& kept = *session.HashStores().Find(Bstr(testing::kFolderId).Get());
         EXPECT_EQ(kept.SaveMap(), S_OK);
         CHashDB read{OleStringView(testing::kFolderId)};
-        ASSERT_EQ(read.Init(Bstr(Widen(hashes.Path() + "/")).Get()), S_OK);
+        ASSERT_EQ(read.Init(Bstr(Widen(hashes.File(""))).Get()), S_OK);
         for (const Bstr& mail : Mails()) {
             Bstr hash;
             LONG flags = 0;

@@ -1,20 +1,9 @@
 #include "tests/support/test_directory.h"
 
 #include <cstdio>
-#include <system_error>
 #include <thread>
 
-#include "platform/testing/surroundings.h"
-
 namespace quorvane::test {
-
-TestDirectory::TestDirectory() : path_(MakeTestDirectory()) {}
-
-TestDirectory::~TestDirectory()
-{
-    std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
-}
 
 void Check(HRESULT hr, const char* step)
 {

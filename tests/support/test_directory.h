@@ -1,29 +1,16 @@
-// tests/support/test_directory.h: a directory for the length of a test.
+// tests/support/test_directory.h: what tests of whole roads lean on: a directory, texts, checks, waiting.
 #ifndef QUORVANE_TESTS_SUPPORT_TEST_DIRECTORY_H_
 #define QUORVANE_TESTS_SUPPORT_TEST_DIRECTORY_H_
 
 #include <chrono>
-#include <filesystem>
 #include <functional>
 #include <stdexcept>
 #include <string>
 
+#include "platform/testing/test_directory.h"
 #include "quorvane3/com.h"
 
 namespace quorvane::test {
-
-class TestDirectory {
-public:
-    TestDirectory();
-    TestDirectory(const TestDirectory&) = delete;
-    TestDirectory& operator=(const TestDirectory&) = delete;
-    ~TestDirectory();
-
-    const std::filesystem::path& Path() const noexcept { return path_; }
-
-private:
-    std::filesystem::path path_;
-};
 
 // Throws a std::runtime_error that names the step and the code.
 void Check(HRESULT hr, const char* step);

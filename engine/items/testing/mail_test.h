@@ -51,7 +51,7 @@ protected:
         session.mapiSession = mailbox.Session();
         session.folders = ComPtr<IFolders>(folders.Get());
         folder.options = MakeOptions();
-        EXPECT_EQ(session.HashStores().Add(Bstr(kFolderId).Get(), Bstr(Widen(hashes.Path() + "/")).Get()), 1);
+        EXPECT_EQ(session.HashStores().Add(Bstr(kFolderId).Get(), Bstr(Widen(hashes.File(""))).Get()), 1);
     }
 
     static ComPtr<IOptions> MakeOptions(VARIANT updateReadStatus = Variant::Bool(true).Raw())
@@ -88,7 +88,7 @@ protected:
     }
 
     TestMailbox mailbox;
-    TestFolder hashes;
+    const test::TestDirectory hashes;
     TestSession session;
     ComPtr<SharedFolders> folders = ComPtr<SharedFolders>::Attach(new SharedFolders);
     ComPtr<IMAPIFolder> inbox = mailbox.MakeFolder("Inbox");

@@ -51,7 +51,7 @@ SPropValue LongValue(ULONG tag, LONG number)
 // Profiles lie under the user's configuration; the tests of a process have one of their own.
 void UseOwnConfiguration()
 {
-    static const TestFolder configuration;
+    static const test::TestDirectory configuration;
     test::KeepSettingsIn(configuration.Path());
 }
 

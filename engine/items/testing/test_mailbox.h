@@ -5,10 +5,10 @@
 #include <string>
 #include <vector>
 
-#include "engine/items/testing/test_folder.h"
 #include "platform/com/bstr.h"
 #include "platform/com/com_ptr.h"
 #include "platform/mapi/mapi.h"
+#include "platform/testing/test_directory.h"
 
 namespace quorvane::testing {
 
@@ -54,7 +54,7 @@ private:
     void MakeProfile();
     void OpenStore();
 
-    TestFolder directory_;
+    const test::TestDirectory directory_;
     std::string profileName_;
     ComPtr<IMAPISession> session_;
     ComPtr<IMsgStore> store_;

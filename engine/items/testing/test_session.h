@@ -5,11 +5,11 @@
 
 #include <string>
 
-#include "engine/items/testing/test_folder.h"
 #include "engine/items/testing/test_host.h"
 #include "engine/persist/database.h"
 #include "engine/persist/hash_db.h"
 #include "engine/session/context/session_context.h"
+#include "platform/testing/test_directory.h"
 
 namespace quorvane::testing {
 
@@ -19,7 +19,7 @@ public:
     TestSession();
     ~TestSession();
 
-    TestFolder directory;
+    const test::TestDirectory directory;
     TestHost host;
     // What the session's public interface hands out.
     ComPtr<IFolders> folders;

@@ -4,7 +4,6 @@
 
 #include <gtest/gtest.h>
 #include <sqlite3.h>
-#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
@@ -15,6 +14,7 @@
 
 #include "engine/persist/database.h"
 #include "engine/persist/statements.h"
+#include "platform/testing/test_directory.h"
 
 namespace quorvane::testing {
 
@@ -38,20 +38,6 @@ inline DatabaseKind databaseKind;
 
 class DatabaseTest : public ::testing::Test {
 protected:
-    void SetUp() override
-    {
-        directory = std::filesystem::temp_directory_path() / ("qv_db_" + std::to_string(getpid()));
-        std::filesystem::remove_all(directory);
-        std::filesystem::create_directories(directory);
-        path = (directory / "share.db").string();
-    }
-    void TearDown() override
-    {
-        session = DatabaseSession();
-        source.Close();
-        std::filesystem::remove_all(directory);
-    }
-
     // Runs SQL on the file, past the classes under test.
     void Sql(const std::string& text) const
     {
@@ -118,8 +104,9 @@ protected:
         return text.str();
     }
 
-    std::filesystem::path directory;
-    std::string path;
+    const test::TestDirectory files;
+    const std::filesystem::path directory = files.Path();
+    const std::string path = files.File("share.db");
     DataSource source;
     DatabaseSession session;
 };

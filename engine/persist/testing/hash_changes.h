@@ -3,7 +3,6 @@
 #define QUORVANE_ENGINE_PERSIST_TESTING_HASH_CHANGES_H_
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <filesystem>
 #include <memory>
@@ -14,6 +13,7 @@
 #include "engine/persist/hash_file.h"
 #include "engine/persist/hash_text.h"
 #include "engine/persist/testing/told_reader.h"
+#include "platform/testing/test_directory.h"
 
 namespace quorvane::testing {
 
@@ -94,16 +94,6 @@ inline ToldMap ContentsOf(const HashFile& file)
 // A directory with one hash file.
 class HashFileTest : public ::testing::Test {
 protected:
-    HashFileTest()
-    {
-        static unsigned count = 0;
-        directory = std::filesystem::temp_directory_path() /
-                    ("qv_hash_" + std::to_string(getpid()) + "_" + std::to_string(++count));
-        Empty();
-        path = (directory / "F.dat").string();
-    }
-    ~HashFileTest() override { std::filesystem::remove_all(directory); }
-
     void Empty() const
     {
         std::filesystem::remove_all(directory);
@@ -129,8 +119,9 @@ protected:
         return names;
     }
 
-    std::filesystem::path directory;
-    std::string path;
+    const test::TestDirectory files;
+    const std::filesystem::path directory = files.Path();
+    std::string path = files.File("F.dat");
 };
 
 }  // namespace quorvane::testing

@@ -3,7 +3,6 @@
 #define QUORVANE_ENGINE_PERSIST_TESTING_HASH_DB_FIXTURE_H_
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
@@ -11,6 +10,7 @@
 
 #include "engine/persist/hash_db.h"
 #include "engine/persist/testing/told_reader.h"
+#include "platform/testing/test_directory.h"
 
 namespace quorvane::testing {
 
@@ -21,15 +21,6 @@ inline Bstr Text(const char* text)
 
 class HashDbTest : public ::testing::Test {
 protected:
-    void SetUp() override
-    {
-        directory = std::filesystem::temp_directory_path() / ("qv_hashdb_" + std::to_string(getpid()));
-        std::filesystem::create_directories(directory);
-        place = Bstr(Widen(directory.string() + "/"));
-        path = (directory / "F.dat").string();
-    }
-    void TearDown() override { std::filesystem::remove_all(directory); }
-
     void Write(const std::string& bytes) const { std::ofstream(path, std::ios::binary) << bytes; }
     HRESULT Init() { return store.Init(place.Get()); }
     HRESULT Set(const char* key, const char* hash, LONG flags)
@@ -45,9 +36,11 @@ protected:
         EXPECT_FALSE(hash.IsNull());
         return Narrow(hash.View()) + "/" + std::to_string(flags);
     }
-    std::filesystem::path directory;
-    Bstr place;
-    std::string path;
+
+    const test::TestDirectory files;
+    const std::filesystem::path directory = files.Path();
+    const Bstr place{Widen(files.File(""))};
+    const std::string path = files.File("F.dat");
     CHashDB store{OLESTR("F")};
 };
 

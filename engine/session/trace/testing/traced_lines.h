@@ -2,31 +2,25 @@
 #ifndef QUORVANE_ENGINE_SESSION_TRACE_TESTING_TRACED_LINES_H_
 #define QUORVANE_ENGINE_SESSION_TRACE_TESTING_TRACED_LINES_H_
 
-#include <unistd.h>
-
-#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <string>
 
 #include "engine/session/trace/trace.h"
+#include "platform/testing/test_directory.h"
 
 namespace quorvane::testing {
 
 // The process's log stands in one file from its first line on: all tests of a program share it.
 class ProcessLogFile {
 public:
-    ProcessLogFile()
-        : path_(std::filesystem::temp_directory_path() / ("qv_traced_" + std::to_string(getpid()) + ".log"))
-    {}
-    ~ProcessLogFile()
+    static const ProcessLogFile& Get()
     {
-        std::error_code ignored;
-        std::filesystem::remove(path_, ignored);
-        std::filesystem::remove(path_.string() + ".info", ignored);
+        static const ProcessLogFile file;
+        return file;
     }
 
-    void Start() const { StartTrace(kTraceToFile, path_.string().c_str()); }
+    void Start() const { StartTrace(kTraceToFile, path_.c_str()); }
     std::string Text() const
     {
         std::ifstream file(path_, std::ios::binary);
@@ -36,14 +30,17 @@ public:
     }
 
 private:
-    const std::filesystem::path path_;
+    ProcessLogFile() = default;
+
+    const test::TestDirectory directory_;
+    const std::string path_ = directory_.File("traced.log");
 };
 
 // The lines that `work` writes to the log. One thread at a time.
 template <class Work>
 std::string TracedLines(Work work)
 {
-    static const ProcessLogFile file;
+    const ProcessLogFile& file = ProcessLogFile::Get();
     file.Start();
     const size_t before = file.Text().size();
     work();
