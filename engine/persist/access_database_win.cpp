@@ -30,11 +30,22 @@ bool IsAccessDatabase(const std::string& path) noexcept
     return false;
 }
 
+// Access opens a file that it can't write to, and fails at the first statement that does.
+bool MayBeWritten(const std::string& path) noexcept
+{
+    const DWORD attributes = GetFileAttributesA(path.c_str());
+    if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_READONLY))
+        return false;
+    File file;
+    return file.Open(path, FileAccess::ReadWrite, FileMode::OpenExisting, FileShare::All) !=
+           HRESULT_FROM_WIN32(ERROR_ACCESS_DENIED);
+}
+
 // Lets the provider ask for what the connection string lacks.
 HRESULT AllowPrompt(IDBInitialize* source) noexcept
 {
     ComPtr<IDBProperties> properties;
-    HR_TRY_QUIET(QueryFor(source, properties));
+    HR_TRY_QUIET(CallOledb([&] { return QueryFor(source, properties); }, properties));
     DBPROP prompt{};
     prompt.dwPropertyID = DBPROP_INIT_PROMPT;
     prompt.dwOptions = DBPROPOPTIONS_REQUIRED;
@@ -44,7 +55,7 @@ HRESULT AllowPrompt(IDBInitialize* source) noexcept
     set.rgProperties = &prompt;
     set.cProperties = 1;
     set.guidPropertySet = kDbInitProperties;
-    return properties->SetProperties(1, &set);
+    return CallOledb([&] { return properties->SetProperties(1, &set); });
 }
 
 // An OLE DB session.
@@ -57,9 +68,11 @@ public:
     {
         try {
             ComPtr<ICommandText> command;
-            HR_TRY_QUIET(
-                DescribedOledb(session_->CreateCommand(nullptr, IID_ICommandText, command.PutUnknown())));
-            HR_TRY_QUIET(DescribedOledb(command->SetCommandText(kDefaultDialect, Widen(statement).c_str())));
+            HR_TRY_QUIET(CallOledb(
+                [&] { return session_->CreateCommand(nullptr, IID_ICommandText, command.PutUnknown()); },
+                command));
+            const OleString text = Widen(statement);
+            HR_TRY_QUIET(CallOledb([&] { return command->SetCommandText(kDefaultDialect, text.c_str()); }));
             return RunOledbCommand(*command, values, columns, cursor);
         } catch (...) {
             return E_OUTOFMEMORY;
@@ -68,25 +81,30 @@ public:
 
     HRESULT StartTransaction() noexcept override
     {
-        ComPtr<ITransactionLocal> transaction;
-        HR_TRY_QUIET(session_.As(transaction));
-        return DescribedOledb(
-            transaction->StartTransaction(ISOLATIONLEVEL_READCOMMITTED, 0, nullptr, nullptr));
+        return WithTransaction([](ITransactionLocal& transaction) {
+            return transaction.StartTransaction(ISOLATIONLEVEL_READCOMMITTED, 0, nullptr, nullptr);
+        });
     }
     HRESULT Commit() noexcept override
     {
-        ComPtr<ITransactionLocal> transaction;
-        HR_TRY_QUIET(session_.As(transaction));
-        return DescribedOledb(transaction->Commit(FALSE, XACTTC_SYNC, 0));
+        return WithTransaction(
+            [](ITransactionLocal& transaction) { return transaction.Commit(FALSE, XACTTC_SYNC, 0); });
     }
     HRESULT Abort() noexcept override
     {
-        ComPtr<ITransactionLocal> transaction;
-        HR_TRY_QUIET(session_.As(transaction));
-        return DescribedOledb(transaction->Abort(nullptr, FALSE, FALSE));
+        return WithTransaction(
+            [](ITransactionLocal& transaction) { return transaction.Abort(nullptr, FALSE, FALSE); });
     }
 
 private:
+    template <class Call>
+    HRESULT WithTransaction(const Call& call) noexcept
+    {
+        ComPtr<ITransactionLocal> transaction;
+        HR_TRY_QUIET(CallOledb([&] { return session_.As(transaction); }, transaction));
+        return CallOledb([&] { return call(*transaction); });
+    }
+
     const ComPtr<IDBCreateCommand> session_;
 };
 
@@ -102,9 +120,10 @@ public:
         try {
             ComPtr<IDBCreateSession> sessions;
             ComPtr<IDBCreateCommand> session;
-            HR_TRY_QUIET(source_.As(sessions));
-            HR_TRY_QUIET(
-                DescribedOledb(sessions->CreateSession(nullptr, IID_IDBCreateCommand, session.PutUnknown())));
+            HR_TRY_QUIET(CallOledb([&] { return source_.As(sessions); }, sessions));
+            HR_TRY_QUIET(CallOledb(
+                [&] { return sessions->CreateSession(nullptr, IID_IDBCreateCommand, session.PutUnknown()); },
+                session));
             connection = std::make_unique<OledbConnection>(std::move(session));
             return S_OK;
         } catch (...) {
@@ -128,8 +147,8 @@ std::unique_ptr<DatabaseBackend> MakeOledbBackend(IDBInitialize* source)
 
 HRESULT InitializeOledbSource(IDBInitialize* source) noexcept
 {
-    HR_TRY_QUIET(DescribedOledb(AllowPrompt(source)));
-    return DescribedOledb(source->Initialize());
+    HR_TRY_QUIET(AllowPrompt(source));
+    return CallOledb([&] { return source->Initialize(); });
 }
 
 HRESULT OpenAccessDatabase(OleStringView connectionString, const std::string& path,
@@ -137,14 +156,22 @@ HRESULT OpenAccessDatabase(OleStringView connectionString, const std::string& pa
 {
     if (!IsAccessDatabase(path))
         return S_FALSE;
+    if (!MayBeWritten(path)) {
+        AddErrorRecord("The database may not be written.");
+        return STG_E_ACCESSDENIED;
+    }
     try {
         ComPtr<IDataInitialize> service;
         ComPtr<IDBInitialize> source;
         HR_TRY_QUIET(CoCreateInstance(CLSID_MSDAINITIALIZE, nullptr, CLSCTX_INPROC_SERVER,
                                       IID_IDataInitialize, service.PutVoid()));
-        HR_TRY_QUIET(DescribedOledb(service->GetDataSource(nullptr, CLSCTX_INPROC_SERVER,
-                                                           OleString(connectionString).c_str(),
-                                                           IID_IDBInitialize, source.PutUnknown())));
+        const OleString text(connectionString);
+        HR_TRY_QUIET(CallOledb(
+            [&] {
+                return service->GetDataSource(nullptr, CLSCTX_INPROC_SERVER, text.c_str(), IID_IDBInitialize,
+                                              source.PutUnknown());
+            },
+            source));
         HR_TRY_QUIET(InitializeOledbSource(source.Get()));
         backend = MakeOledbBackend(source.Get());
         return S_OK;

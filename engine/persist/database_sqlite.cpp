@@ -253,8 +253,10 @@ public:
                 HR_TRY_QUIET(PrepareStatement(statement, prepared));
             auto result = std::make_unique<SqliteCursor>(std::move(prepared), &home, !hasSnapshots_);
             HR_TRY_QUIET(result->Bind(values));
-            if (!columns.empty() && result->ColumnCount() != columns.size())
+            if (!columns.empty() && result->ColumnCount() != columns.size()) {
+                AddErrorRecord("The statement gives another number of columns.");
                 return E_INVALIDARG;
+            }
             cursor = std::move(result);
             return S_OK;
         } catch (...) {

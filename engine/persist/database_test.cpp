@@ -384,8 +384,12 @@ TEST_F(DatabaseTest, AWrongNumberOfColumnsIsRefused)
 {
     OpenAll();
     Rowset rows;
-    EXPECT_EQ(session.Query(statements::kReadReceiveJobs, columns::kReadItem, rows), E_INVALIDARG);
-    EXPECT_EQ(rows.Step(), kNotOpen);
+    for (const char* const statement : {statements::kReadReceiveJobs, statements::kDeleteResendJobs}) {
+        EXPECT_EQ(session.Query(statement, columns::kReadItem, rows), E_INVALIDARG);
+        EXPECT_EQ(DatabaseErrorRecords(),
+                  std::vector<std::string>{"The statement gives another number of columns."});
+        EXPECT_EQ(rows.Step(), kNotOpen);
+    }
 }
 
 TEST_F(DatabaseTest, AFailureIsTracedUnderTheCallersNameAndThenDescribed)

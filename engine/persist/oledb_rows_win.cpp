@@ -1,5 +1,6 @@
 #include "engine/persist/oledb_rows_win.h"
 
+#include <algorithm>
 #include <cstring>
 #include <vector>
 
@@ -11,6 +12,9 @@ namespace {
 using Block = std::vector<BYTE>;
 
 constexpr size_t kAlignment = 8;
+// Behind each value of a row: what a provider writes there is found, and does no harm.
+constexpr size_t kGuardSize = 16;
+constexpr BYTE kGuard = 0xA5;
 
 constexpr DBTYPE TypeOf(ValueType type) noexcept
 {
@@ -98,9 +102,13 @@ public:
                    size_t rowSize) noexcept
     {
         ComPtr<IAccessor> accessors;
-        HR_TRY_QUIET(QueryFor(owner, accessors));
-        HR_TRY_QUIET(DescribedOledb(
-            accessors->CreateAccessor(flags, bindings.size(), bindings.data(), rowSize, &handle_, nullptr)));
+        HR_TRY_QUIET(CallOledb([&] { return QueryFor(owner, accessors); }, accessors));
+        HR_TRY_QUIET(CallOledb([&] {
+            return accessors->CreateAccessor(flags, bindings.size(), bindings.data(), rowSize, &handle_,
+                                             nullptr);
+        }));
+        if (handle_ == DB_INVALID_HACCESSOR)
+            return RefuseOledb("The provider succeeded and gave no accessor.");
         owner_ = std::move(accessors);
         return S_OK;
     }
@@ -108,7 +116,7 @@ public:
 
 private:
     ComPtr<IAccessor> owner_;
-    HACCESSOR handle_ = 0;
+    HACCESSOR handle_ = DB_INVALID_HACCESSOR;
 };
 
 // The parameters of one command: each a place in one block.
@@ -148,6 +156,12 @@ public:
     double Number(ULONG) const noexcept override { return 0; }
 };
 
+HRESULT RefuseColumns() noexcept
+{
+    AddErrorRecord("The statement gives another number of columns.");
+    return E_INVALIDARG;
+}
+
 class OledbRows final : public DatabaseCursor {
 public:
     explicit OledbRows(ComPtr<IRowset> rows) noexcept : rows_(std::move(rows)) {}
@@ -162,7 +176,7 @@ public:
             binding.dwPart = DBPART_VALUE | DBPART_LENGTH | DBPART_STATUS;
             binding.obStatus = AddRoom(block_, sizeof(DBSTATUS));
             binding.obLength = AddRoom(block_, sizeof(DBLENGTH));
-            binding.obValue = AddRoom(block_, binding.cbMaxLen);
+            binding.obValue = AddRoom(block_, binding.cbMaxLen + kGuardSize);
             bindings_.push_back(binding);
         }
         return accessor_.Create(rows_.Get(), DBACCESSOR_ROWDATA, bindings_, block_.size());
@@ -170,18 +184,21 @@ public:
 
     HRESULT Step() noexcept override
     {
-        HROW row = 0;
+        HROW row = DB_NULL_HROW;
         HROW* place = &row;
         DBCOUNTITEM count = 0;
-        HR_TRY_QUIET(DescribedOledb(rows_->GetNextRows(DB_NULL_HCHAPTER, 0, 1, &count, &place)));
+        HR_TRY_QUIET(CallOledb([&] { return rows_->GetNextRows(DB_NULL_HCHAPTER, 0, 1, &count, &place); }));
         if (count == 0)
             return kEndOfRowset;
-        std::fill(block_.begin(), block_.end(), BYTE{0});
-        const HRESULT hr = rows_->GetData(row, accessor_.Handle(), block_.data());
+        if (count != 1 || place != &row)
+            return RefuseOledb("The provider gave rows that it wasn't asked for.");
+        PrepareBlock();
+        const HRESULT hr = CallOledb([&] { return rows_->GetData(row, accessor_.Handle(), block_.data()); });
         rows_->ReleaseRows(1, &row, nullptr, nullptr, nullptr);
-        if (SUCCEEDED(hr) || hr == DB_E_ERRORSOCCURRED)
-            return CheckStatuses();
-        return DescribedOledb(hr);
+        if (FAILED(hr) && hr != DB_E_ERRORSOCCURRED)
+            return hr;
+        HR_TRY_QUIET(CheckRow());
+        return SUCCEEDED(hr) ? S_OK : hr;
     }
 
     bool HasValue(ULONG column) const noexcept override { return StatusOf(column) != DBSTATUS_S_ISNULL; }
@@ -192,8 +209,11 @@ public:
             return false;
         const auto* const found =
             reinterpret_cast<const char*>(block_.data() + bindings_[column - 1].obValue);
-        text.assign(found, strnlen(found, width));
-        return text.size() < width;
+        const size_t size = strnlen(found, width);
+        if (size == width)
+            return false;
+        text.assign(found, size);
+        return true;
     }
 
     double Number(ULONG column) const noexcept override
@@ -216,16 +236,16 @@ private:
     HRESULT CheckCount(size_t expected) const
     {
         ComPtr<IColumnsInfo> info;
-        HR_TRY_QUIET(rows_.As(info));
+        HR_TRY_QUIET(CallOledb([&] { return rows_.As(info); }, info));
         DBORDINAL count = 0;
         DBCOLUMNINFO* columns = nullptr;
         OLECHAR* texts = nullptr;
-        HR_TRY_QUIET(DescribedOledb(info->GetColumnInfo(&count, &columns, &texts)));
+        HR_TRY_QUIET(CallOledb([&] { return info->GetColumnInfo(&count, &columns, &texts); }));
         // A bookmark stands in front of the columns, as number 0.
-        const bool hasBookmark = count > 0 && columns[0].iOrdinal == 0;
+        const bool hasBookmark = count > 0 && columns && columns[0].iOrdinal == 0;
         CoTaskMemFree(columns);
         CoTaskMemFree(texts);
-        return count - (hasBookmark ? 1 : 0) == expected ? S_OK : E_INVALIDARG;
+        return count - (hasBookmark ? 1 : 0) == expected ? S_OK : RefuseColumns();
     }
 
     DBSTATUS StatusOf(ULONG column) const noexcept
@@ -235,16 +255,63 @@ private:
         return status;
     }
 
-    HRESULT CheckStatuses() const noexcept
+    // Every value is missing until the provider says otherwise.
+    void PrepareBlock() noexcept
     {
-        for (ULONG column = 1; column <= bindings_.size(); ++column) {
-            const DBSTATUS status = StatusOf(column);
-            if (status != DBSTATUS_S_OK && status != DBSTATUS_S_ISNULL && status != DBSTATUS_S_TRUNCATED) {
-                AddErrorRecord("A value has no room in its column.");
-                return E_INVALIDARG;
-            }
+        constexpr DBSTATUS kMissing = DBSTATUS_E_UNAVAILABLE;
+        std::fill(block_.begin(), block_.end(), BYTE{0});
+        for (const DBBINDING& binding : bindings_) {
+            std::memcpy(block_.data() + binding.obStatus, &kMissing, sizeof(kMissing));
+            std::fill_n(block_.data() + binding.obValue + binding.cbMaxLen, kGuardSize, kGuard);
         }
+    }
+
+    HRESULT CheckRow() const noexcept
+    {
+        for (ULONG column = 1; column <= bindings_.size(); ++column)
+            HR_TRY_QUIET(CheckValue(column));
         return S_OK;
+    }
+
+    // A text that was cut is told by Text.
+    HRESULT CheckValue(ULONG column) const noexcept
+    {
+        const DBBINDING& binding = bindings_[column - 1];
+        const BYTE* const guard = block_.data() + binding.obValue + binding.cbMaxLen;
+        if (std::any_of(guard, guard + kGuardSize, [](BYTE byte) { return byte != kGuard; }))
+            return RefuseOledb("The provider wrote behind a value's room.");
+        const DBSTATUS status = StatusOf(column);
+        if (status == DBSTATUS_S_OK)
+            return CheckLength(binding);
+        if (status == DBSTATUS_S_ISNULL || (status == DBSTATUS_S_TRUNCATED && binding.wType == DBTYPE_STR))
+            return S_OK;
+        AddErrorRecord(DescriptionOf(status));
+        return E_INVALIDARG;
+    }
+
+    // A text's terminator isn't counted, and has room.
+    HRESULT CheckLength(const DBBINDING& binding) const noexcept
+    {
+        DBLENGTH length = 0;
+        std::memcpy(&length, block_.data() + binding.obLength, sizeof(length));
+        const DBLENGTH longest = binding.cbMaxLen - (binding.wType == DBTYPE_STR ? 1 : 0);
+        return length <= longest ? S_OK
+                                 : RefuseOledb("The provider told a length that a value has no room for.");
+    }
+
+    static const char* DescriptionOf(DBSTATUS status) noexcept
+    {
+        switch (status) {
+            case DBSTATUS_S_TRUNCATED:
+            case DBSTATUS_E_SIGNMISMATCH:
+            case DBSTATUS_E_DATAOVERFLOW:
+                return "A value has no room in its column.";
+            case DBSTATUS_E_CANTCONVERTVALUE:
+            case DBSTATUS_E_SCHEMAVIOLATION:
+                return "A value isn't of its column's type.";
+            default:
+                return "The provider gave no value for a column.";
+        }
     }
 
     const ComPtr<IRowset> rows_;
@@ -261,13 +328,17 @@ HRESULT RunOledbCommand(ICommandText& command, std::span<const ParameterValue> v
     Parameters parameters;
     HR_TRY_QUIET(parameters.Bind(command, values));
     if (columns.empty()) {
-        HR_TRY_QUIET(DescribedOledb(command.Execute(nullptr, IID_NULL, parameters.Get(), nullptr, nullptr)));
+        HR_TRY_QUIET(CallOledb(
+            [&] { return command.Execute(nullptr, IID_NULL, parameters.Get(), nullptr, nullptr); }));
         cursor = std::make_unique<NoRows>();
         return S_OK;
     }
     ComPtr<IRowset> rows;
-    HR_TRY_QUIET(
-        DescribedOledb(command.Execute(nullptr, IID_IRowset, parameters.Get(), nullptr, rows.PutUnknown())));
+    HR_TRY_QUIET(CallOledb(
+        [&] { return command.Execute(nullptr, IID_IRowset, parameters.Get(), nullptr, rows.PutUnknown()); }));
+    // A statement that isn't a query succeeds without rows.
+    if (!rows)
+        return RefuseColumns();
     auto result = std::make_unique<OledbRows>(std::move(rows));
     HR_TRY_QUIET(result->Bind(columns));
     cursor = std::move(result);

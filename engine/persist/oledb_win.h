@@ -10,6 +10,7 @@
 #include <transact.h>
 
 #include "platform/com/com_ptr.h"
+#include "platform/com/error_text.h"
 
 QUORVANE_IID(IDBInitialize, IID_IDBInitialize);
 QUORVANE_IID(IDBProperties, IID_IDBProperties);
@@ -33,6 +34,26 @@ inline constexpr GUID kDbInitProperties = {
 
 // Passes a result on; a failure is described with the records that the provider left on the thread.
 HRESULT DescribedOledb(HRESULT hr) noexcept;
+
+// E_UNEXPECTED, described: the provider doesn't keep to the rules of OLE DB.
+HRESULT RefuseOledb(const char* description) noexcept;
+
+// Calls a provider and passes its result on. A failure is described with the records that this call left on
+// the thread, as far as they can be read; without any there is no description.
+template <class Call>
+HRESULT CallOledb(const Call& call) noexcept
+{
+    ClearErrorInfo();
+    return DescribedOledb(call());
+}
+
+// The same of a call that gives an object. E_UNEXPECTED, described: it succeeded without one.
+template <class Call, class Interface>
+HRESULT CallOledb(const Call& call, const ComPtr<Interface>& given) noexcept
+{
+    const HRESULT hr = CallOledb(call);
+    return SUCCEEDED(hr) && !given ? RefuseOledb("The provider succeeded and gave nothing.") : hr;
+}
 
 }  // namespace quorvane
 

@@ -62,9 +62,11 @@ TEST_F(ServiceComponentTest, AFileThatIsMarkedReadOnlyFailsTheOpen)
     using std::filesystem::perms;
     MakeDatabase();
     std::filesystem::permissions(path, perms::owner_read, std::filesystem::perm_options::replace);
-    EXPECT_EQ(Open(), kDatabasePermission);
-    EXPECT_EQ(DatabaseErrorRecords(), std::vector<std::string>{"The file may not be written."});
+    const ULONG before = LastProviderNotes().initialized;
+    EXPECT_EQ(Open(), STG_E_ACCESSDENIED);
+    EXPECT_EQ(DatabaseErrorRecords(), std::vector<std::string>{"The database may not be written."});
     EXPECT_FALSE(source.IsOpen());
+    EXPECT_EQ(LastProviderNotes().initialized, before) << "it is refused whatever a provider says to it";
     std::filesystem::permissions(path, perms::owner_all, std::filesystem::perm_options::replace);
     EXPECT_EQ(Open(), S_OK);
 }
