@@ -44,15 +44,13 @@ endif()
 set(QUORVANE_WINDOWS_TESTS
   "^qv_(com|cfb|clock|event|file|module|registry)_test$"
   "^qv_(trace|storeaccess|persist|pool|context|options|change|items|monitor|folders|transfer|session)_test$"
+  "^qv_session_(logon|memory)_test$"
   "^qv_(store|store_[a-z]+)_test$"
   "^qv_integration_(database_failures|find_item|logon|msg_stores|notifications|receive_jobs|road|session_life|sessions)_test$"
   "^qv_windows_")
 list(JOIN QUORVANE_WINDOWS_TESTS "|" QUORVANE_WINDOWS_TESTS)
 # These log on to the engine, which has an event by a name that all processes of the user's share.
-set(QUORVANE_WINDOWS_LOGON_TESTS "^qv_integration_")
-# What of these doesn't: the console is a window there, and not the standard output.
-set(QUORVANE_WINDOWS_FILTER_qv_trace_test
-  "-*.WithTheConsoleAloneNoLogFileIsMade:*.TheConsoleGetsWholeLinesAndDetailsWithoutTheirPrefix")
+set(QUORVANE_WINDOWS_LOGON_TESTS "^qv_(integration|session)_")
 
 function(quorvane_test name)
   cmake_parse_arguments(arg "" "" "SOURCES;LINKS;LABELS" ${ARGN})
@@ -68,11 +66,7 @@ function(quorvane_test name)
     list(APPEND arg_LABELS windows)
     list(REMOVE_DUPLICATES arg_LABELS)
   endif()
-  set(filter "")
-  if(WIN32 AND QUORVANE_WINDOWS_FILTER_${name})
-    set(filter --gtest_filter=${QUORVANE_WINDOWS_FILTER_${name}})
-  endif()
-  add_test(NAME ${name} COMMAND ${name} ${filter}
+  add_test(NAME ${name} COMMAND ${name}
            --gtest_output=xml:${QUORVANE_RUN_ROOT}${PROJECT_BINARY_DIR}/results/${name}.xml)
   set_tests_properties(${name} PROPERTIES TIMEOUT 900 LABELS "${arg_LABELS}")
   if(WIN32 AND name MATCHES "${QUORVANE_WINDOWS_LOGON_TESTS}")

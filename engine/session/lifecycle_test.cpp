@@ -3,24 +3,31 @@
 
 #include <array>
 #include <cstring>
-#include <filesystem>
+#include <regex>
 
 #include "engine/session/context/addin.h"
 #include "engine/session/testing/logon_test_base.h"
 #include "engine/transfer/pool/pool_jobs_for_test.h"
 #include "platform/com/error_text.h"
 #include "platform/registry/registry.h"
+#include "platform/testing/console.h"
+#include "platform/testing/open_files.h"
 
 namespace quorvane {
 namespace {
 
-using ::testing::ContainsRegex;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::Not;
 using testing::Surroundings;
 
 class LifecycleTest : public testing::LogonTest {};
+
+// An extended regular expression of POSIX, on every system.
+MATCHER_P(ContainsPattern, pattern, "")
+{
+    return std::regex_search(arg, std::regex(pattern, std::regex::extended));
+}
 
 constexpr char kInitialize[] = "MAPIInitialize 0 1";
 constexpr char kMapiLogon[] = "MAPILogonEx 0 null null 0x60";
@@ -31,17 +38,6 @@ constexpr char kUninitialize[] = "MAPIUninitialize";
 // setting.
 const std::vector<std::string> kLogonSteps = {"ProductCode", "ProductCode", kInitialize, kMapiLogon,
                                               "DatabasePath"};
-
-// Whether a file of this process is open under a path that begins so.
-bool IsOpenHere(const std::string& path)
-{
-    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
-        std::error_code gone;
-        if (std::filesystem::read_symlink(entry.path(), gone).string().starts_with(path))
-            return true;
-    }
-    return false;
-}
 
 // A job that tells when it is asked to stop, and whether the host can still be reached then.
 class StoppedJob final : public IWorkingThread {
@@ -72,7 +68,7 @@ TEST_F(LifecycleTest, ALogonTakesItsStepsInOrder)
 
     EXPECT_EQ(around.TakeSteps(), kLogonSteps);
     EXPECT_TRUE(HostIsHeld());
-    EXPECT_TRUE(IsOpenHere(files.DatabasePath()));
+    EXPECT_TRUE(test::IsOpen(files.DatabasePath()));
 }
 
 TEST_F(LifecycleTest, TheLogStartsBeforeMapiAndEndsAfterTheSession)
@@ -87,10 +83,11 @@ TEST_F(LifecycleTest, TheLogStartsBeforeMapiAndEndsAfterTheSession)
         Trace("Test", 1, "lost");
     });
 
-    EXPECT_THAT(lines, ContainsRegex("CLibrary::Logon[(][0-9]+[)] Startup\r\n.*CSession2::Logon[(][0-9]+[)] "
-                                     "0x80070005\r\n.*CLibrary::Logon[(][0-9]+[)] 0x80070005\r\n"));
-    EXPECT_THAT(lines, ContainsRegex("~CLibrary[(][0-9]+[)] Session shutdown\r\n.*"
-                                     "~CSession2[(][0-9]+[)] Shutdown\r\n$"));
+    EXPECT_THAT(lines,
+                ContainsPattern("CLibrary::Logon[(][0-9]+[)] Startup\r\n.*CSession2::Logon[(][0-9]+[)] "
+                                "0x80070005\r\n.*CLibrary::Logon[(][0-9]+[)] 0x80070005\r\n"));
+    EXPECT_THAT(lines, ContainsPattern("~CLibrary[(][0-9]+[)] Session shutdown\r\n.*"
+                                       "~CSession2[(][0-9]+[)] Shutdown\r\n$"));
 }
 
 TEST_F(LifecycleTest, AnEndTakesItsStepsInOrder)
@@ -121,13 +118,13 @@ TEST_F(LifecycleTest, TheHostGoesBeforeMapiAndTheDatabaseBehindIt)
     ASSERT_EQ(session->ImportItem(text.Get(), text.Get(), text.Get()), S_OK);
     std::map<std::string, std::pair<bool, bool>> hostAndDatabase;
     around.whenMapiIsCalled = [&](const std::string& call) {
-        hostAndDatabase[call] = {HostIsHeld(), IsOpenHere(files.DatabasePath())};
+        hostAndDatabase[call] = {HostIsHeld(), test::IsOpen(files.DatabasePath())};
     };
     End();
 
     EXPECT_EQ(hostAndDatabase[kMapiRelease], (std::pair{false, true}));
     EXPECT_EQ(hostAndDatabase[kUninitialize], (std::pair{false, true}));
-    EXPECT_FALSE(IsOpenHere(files.DatabasePath()));
+    EXPECT_FALSE(test::IsOpen(files.DatabasePath()));
 }
 
 TEST_F(LifecycleTest, NoSubscriptionToTheMapiSessionIsEndedWhenThereIsNone)
@@ -182,8 +179,8 @@ TEST_F(LifecycleTest, AFailureOfMapiIsTracedBySessionAndLibrary)
             testing::TracedLines([&] { EXPECT_EQ(Logon(), MAPI_E_LOGON_FAILED) << step; });
         around.FailNothing();
 
-        EXPECT_THAT(lines, ContainsRegex(" CSession2::Logon[(][0-9]+[)] 0x80040111\r\n[^\n]*"
-                                         " CLibrary::Logon[(][0-9]+[)] 0x80040111\r\n"));
+        EXPECT_THAT(lines, ContainsPattern(" CSession2::Logon[(][0-9]+[)] 0x80040111\r\n[^\n]*"
+                                           " CLibrary::Logon[(][0-9]+[)] 0x80040111\r\n"));
     }
 }
 
@@ -247,10 +244,10 @@ TEST_F(LifecycleTest, ASecondLogonKeepsTheChannelsOfTheLog)
     ASSERT_EQ(key.Create(RegistryHive::CurrentUser, "Software\\Brindlemoor\\Quorvane\\1.0\\Tests\\Settings"),
               S_OK);
     ASSERT_EQ(key.Set("EnableConsole", RegistryValue::OfNumber(1)), S_OK);
-    ::testing::internal::CaptureStdout();
+    const test::ConsoleForTest console;
     EXPECT_EQ(Logon(), S_OK);
 
-    EXPECT_EQ(::testing::internal::GetCapturedStdout(), "");
+    EXPECT_EQ(console.Text(), "");
 }
 
 TEST_F(LifecycleTest, TheProcessIsMarkedAsShuttingDownFromALibrarysEndToALogon)

@@ -6,6 +6,7 @@
 
 #include "engine/session/testing/logon_test_base.h"
 #include "platform/registry/registry.h"
+#include "platform/testing/console.h"
 
 namespace quorvane {
 namespace {
@@ -25,11 +26,11 @@ protected:
     // What a session from logon to end writes to the console.
     std::string ConsoleOfASession()
     {
-        ::testing::internal::CaptureStdout();
+        const test::ConsoleForTest console;
         EXPECT_EQ(Logon(), S_OK);
         End();
         library = MakeComObject<CLibrary>();
-        return ::testing::internal::GetCapturedStdout();
+        return console.Text();
     }
     bool LogsUnderItsUsualName() const
     {

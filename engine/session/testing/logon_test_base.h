@@ -14,6 +14,7 @@
 #include "engine/session/library.h"
 #include "engine/session/testing/fake_mapi.h"
 #include "engine/session/trace/testing/traced_lines.h"
+#include "platform/com/apartment.h"
 #include "platform/module/module.h"
 #include "platform/testing/surroundings.h"
 #include "quorvane3/callbacks.h"
@@ -122,6 +123,7 @@ protected:
         return callback->Release() > 1;
     }
 
+    const FreeThreadScope thread;
     TestSession files;  // for its sharing database
     Surroundings around{files.DatabasePath()};
     const ComPtr<ExtCallback> callback = MakeComObject<ExtCallback>(around);

@@ -14,6 +14,7 @@
 
 #include "engine/session/trace/testing/traced_lines.h"
 #include "engine/session/trace/trace.h"
+#include "platform/testing/console.h"
 #include "platform/testing/debugger.h"
 #include "platform/testing/surroundings.h"
 
@@ -33,13 +34,6 @@ size_t CountOf(const std::string& text, const std::string& part)
         ++count;
     return count;
 }
-
-// What the process writes to its standard output while this lives.
-class CapturedOutput {
-public:
-    CapturedOutput() { ::testing::internal::CaptureStdout(); }
-    std::string Text() { return ::testing::internal::GetCapturedStdout(); }
-};
 
 class TraceLogTest : public ::testing::Test {
 protected:
@@ -215,7 +209,7 @@ TEST_F(TraceLogTest, ADetailIsCutAtItsLimit)
 TEST_F(TraceLogTest, WithoutAChannelNothingIsWritten)
 {
     log.Start(0, path.string().c_str());
-    CapturedOutput output;
+    const test::ConsoleForTest output;
     Line(log, "lost");
     EXPECT_EQ(output.Text(), "");
     EXPECT_FALSE(std::filesystem::exists(path));
@@ -230,7 +224,7 @@ TEST_F(TraceLogTest, AnUnknownChannelChangesNothing)
 
 TEST_F(TraceLogTest, WithTheConsoleAloneNoLogFileIsMade)
 {
-    CapturedOutput output;
+    const test::ConsoleForTest output;
     log.Start(kTraceToConsole, path.string().c_str());
     Line(log, "loud");
     EXPECT_NE(output.Text().find("loud\r\n"), std::string::npos);
@@ -239,7 +233,7 @@ TEST_F(TraceLogTest, WithTheConsoleAloneNoLogFileIsMade)
 
 TEST_F(TraceLogTest, TheConsoleEndsWithTheLog)
 {
-    CapturedOutput output;
+    const test::ConsoleForTest output;
     log.Start(kTraceToFile | kTraceToConsole, path.string().c_str());
     log.Shutdown();
     log.Start(kTraceToFile, path.string().c_str());
@@ -250,7 +244,7 @@ TEST_F(TraceLogTest, TheConsoleEndsWithTheLog)
 
 TEST_F(TraceLogTest, WithTheConsoleOffOnlyTheFileIsWritten)
 {
-    CapturedOutput output;
+    const test::ConsoleForTest output;
     log.Start(kTraceToFile, path.string().c_str());
     Line(log, "quiet");
     Detail(log, "quiet");
@@ -259,7 +253,7 @@ TEST_F(TraceLogTest, WithTheConsoleOffOnlyTheFileIsWritten)
 
 TEST_F(TraceLogTest, TheConsoleGetsWholeLinesAndDetailsWithoutTheirPrefix)
 {
-    CapturedOutput output;
+    const test::ConsoleForTest output;
     log.Start(kTraceToFile | kTraceToConsole, path.string().c_str());
     Line(log, "loud");
     Detail(log, "detail\n");
