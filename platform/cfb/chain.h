@@ -56,6 +56,29 @@ private:
     unsigned strideShift_;
 };
 
+// Takes `count` sectors by take(SectorId*) -> HRESULT and makes them a chain, which ends with the last one.
+template <class Take>
+[[nodiscard]] HRESULT TakeChain(LinkTable& table, const Take& take, SectorId count, SectorId* first)
+{
+    SectorId runFirst = kEndOfChain;
+    SectorId run = 0;
+    for (SectorId i = 0; i < count; ++i) {
+        SectorId sector = 0;
+        CFB_TRY(take(&sector));
+        if (i == 0)
+            *first = sector;
+        if (run > 0 && sector == runFirst + run) {
+            ++run;
+            continue;
+        }
+        if (run > 0)
+            CFB_TRY(table.SetRun(runFirst, run, sector));
+        runFirst = sector;
+        run = 1;
+    }
+    return table.SetRun(runFirst, run, kEndOfChain);
+}
+
 }  // namespace quorvane::cfb
 
 #endif  // QUORVANE_PLATFORM_CFB_CHAIN_H_

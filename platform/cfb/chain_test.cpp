@@ -18,9 +18,10 @@ public:
         *out = next[sector];
         return S_OK;
     }
-    HRESULT SetNext(SectorId sector, SectorId value) override
+    HRESULT SetLinks(SectorId first, const BYTE* links, SectorId count) override
     {
-        next[sector] = value;
+        for (SectorId i = 0; i < count; ++i)
+            next[first + i] = LoadU32(links + 4 * i);
         return S_OK;
     }
     SectorId Slots() const noexcept override { return static_cast<SectorId>(next.size()); }
@@ -102,6 +103,34 @@ TEST(ChainTest, ARunEndsWhereTheFileGoesOnElsewhere)
     ASSERT_EQ(S_OK, chain.RunAt(3, 10, &sector, &count));
     EXPECT_EQ(5u, sector);
     EXPECT_EQ(2u, count);
+}
+
+TEST(ChainTest, SectorsTakenInRunsAreChainedInTheirOrder)
+{
+    Links links(600);
+    const std::vector<SectorId> taken{3, 4, 5, 130, 131, 132, 9, 254, 255, 256, 257};
+    std::size_t at = 0;
+    SectorId first = 0;
+    const auto take = [&](SectorId* sector) {
+        *sector = taken[at++];
+        return S_OK;
+    };
+    ASSERT_EQ(S_OK, TakeChain(links, take, static_cast<SectorId>(taken.size()), &first));
+    EXPECT_EQ(taken.front(), first);
+    for (std::size_t i = 0; i + 1 < taken.size(); ++i)
+        EXPECT_EQ(taken[i + 1], links.next[taken[i]]);
+    EXPECT_EQ(kEndOfChain, links.next[taken.back()]);
+}
+
+TEST(ChainTest, ARunMayBeLongerThanASectorOfTheTable)
+{
+    Links links(1000);
+    ASSERT_EQ(S_OK, links.SetRun(100, 700, 5));
+    for (SectorId sector = 100; sector < 799; ++sector)
+        ASSERT_EQ(sector + 1, links.next[sector]);
+    EXPECT_EQ(5u, links.next[799]);
+    EXPECT_EQ(kFreeSector, links.next[99]);
+    EXPECT_EQ(kFreeSector, links.next[800]);
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <utility>
 
 #include "platform/cfb/result.h"
 
@@ -309,9 +310,11 @@ HRESULT CompoundFile::Destroy(OpenElement& storage, const ElementName& name)
     CFB_TRY(BeginEdit(storage, name, true, &exists));
     if (!exists)
         return STG_E_FILENOTFOUND;
+    bool begun = true;
     HRESULT destroyed = ChangeTree(storage, [&]() -> HRESULT {
         EntryId id = kNoEntry;
-        CFB_TRY(volume_.edit.Begin(storage.id));
+        if (!std::exchange(begun, false))
+            CFB_TRY(volume_.edit.Begin(storage.id));
         CFB_TRY(volume_.edit.Remove(name, &id));
         return FinishDestroying(id);
     });

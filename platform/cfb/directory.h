@@ -25,7 +25,12 @@ public:
 
     // STG_E_DOCFILECORRUPT: there is no such entry, or it isn't sound (DirEntry::IsSound).
     [[nodiscard]] HRESULT Read(EntryId id, DirEntry* entry);
+    // Writes an entry as a whole.
     [[nodiscard]] HRESULT Write(EntryId id, const DirEntry& entry);
+    // Writes an entry that nothing in the store points at.
+    [[nodiscard]] HRESULT WriteUnlinked(EntryId id, const DirEntry& entry);
+    // Writes one field, which takes effect by itself, as it stands in an entry.
+    [[nodiscard]] HRESULT WriteField(EntryId id, const DirEntry& entry, DirEntry::Field field);
     // Where the entry's bytes stand in the file.
     [[nodiscard]] HRESULT OffsetOf(EntryId id, std::uint64_t* offset);
 
@@ -33,7 +38,7 @@ public:
     // an Order between that and the first link to it.
     [[nodiscard]] HRESULT Allocate(EntryId* id);
     [[nodiscard]] HRESULT AllocateNear(EntryId neighbor, EntryId* id);
-    // Makes an entry free; it comes back after the next commit.
+    // Makes an entry free that nothing in the store points at any more; it comes back after the next commit.
     [[nodiscard]] HRESULT Free(EntryId id);
     // Gives an entry back that was allocated by this operation and isn't needed.
     void Return(EntryId id) { slots_.GiveUnused(id); }

@@ -75,17 +75,18 @@ HRESULT Fat::Next(SectorId sector, SectorId* next)
     return S_OK;
 }
 
-HRESULT Fat::SetNext(SectorId sector, SectorId next)
+HRESULT Fat::SetLinks(SectorId first, const BYTE* links, SectorId count)
 {
-    const std::size_t index = sector >> EntriesShift();
-    return index < fat_.size() ? StoreEntry(fat_[index], SlotOf(sector), next) : STG_E_DOCFILECORRUPT;
+    const std::size_t index = first >> EntriesShift();
+    return index < fat_.size() ? sectors_.WriteWords(fat_[index], SlotOf(first) * 4, links, count * 4)
+                               : STG_E_DOCFILECORRUPT;
 }
 
 HRESULT Fat::StoreEntry(SectorId sector, std::size_t slot, SectorId value)
 {
     BYTE bytes[4];
     StoreU32(bytes, value);
-    return sectors_.Write(sector, slot * 4, bytes, sizeof bytes);
+    return sectors_.WriteWords(sector, slot * 4, bytes, sizeof bytes);
 }
 
 HRESULT Fat::FindFree(SectorId begin, SectorId end, FreeMap& free)

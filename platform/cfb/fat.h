@@ -20,7 +20,6 @@ public:
     [[nodiscard]] HRESULT Load();
 
     [[nodiscard]] HRESULT Next(SectorId sector, SectorId* next) override;
-    [[nodiscard]] HRESULT SetNext(SectorId sector, SectorId next) override;
     SectorId Slots() const noexcept override { return static_cast<SectorId>(fat_.size() << EntriesShift()); }
 
     // Adds the free ones of the sectors [begin, end) to `free`.
@@ -48,6 +47,7 @@ private:
     {
         return count > kHeaderDifatCount ? (count - kHeaderDifatCount + PerDifat() - 1) / PerDifat() : 0;
     }
+    [[nodiscard]] HRESULT SetLinks(SectorId first, const BYTE* links, SectorId count) override;
     [[nodiscard]] HRESULT LoadList(std::size_t count);
     bool HasTwice() const;
     [[nodiscard]] HRESULT StoreEntry(SectorId sector, std::size_t slot, SectorId value);

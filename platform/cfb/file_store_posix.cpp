@@ -3,12 +3,17 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <atomic>
 #include <cerrno>
+#include <cstring>
 #include <limits>
 #include <new>
 #include <string>
 
 #include "platform/cfb/file_store.h"
+#include "platform/cfb/format.h"
+#include "platform/cfb/mapped_windows_posix.h"
 #include "platform/cfb/result.h"
 #include "platform/com/bstr.h"
 
@@ -47,12 +52,50 @@ HRESULT FromErrno(int error, HRESULT other) noexcept
     }
 }
 
+// Stores bytes from lower to higher addresses, each aligned word with one instruction, so that a kill finds a
+// word changed or not.
+void StoreWords(BYTE* to, const BYTE* from, std::size_t count) noexcept
+{
+    const auto store = [&]<class Word>(Word word) {
+        std::memcpy(&word, from, sizeof word);
+        std::atomic_ref<Word>(*reinterpret_cast<Word*>(to)).store(word, std::memory_order_release);
+        to += sizeof word;
+        from += sizeof word;
+        count -= sizeof word;
+    };
+    while (count > 0) {
+        const auto address = reinterpret_cast<std::uintptr_t>(to);
+        if (count >= 8 && address % 8 == 0)
+            store(std::uint64_t{});
+        else if (count >= 4 && address % 4 == 0)
+            store(std::uint32_t{});
+        else
+            store(BYTE{});
+    }
+}
+
+// The file may be longer than the array of bytes that it stands for: it grows by kReserve, so that
+// neighbouring writes needn't each enlarge it, and has zeros there. That end is given back when the file is
+// closed; whoever is killed before leaves it to the next one who changes the file.
 class PosixFileStore final : public ByteStore {
 public:
-    explicit PosixFileStore(int file) noexcept : file_(file) {}
+    explicit PosixFileStore(int file) noexcept : file_(file), windows_(file) {}
     PosixFileStore(const PosixFileStore&) = delete;
     PosixFileStore& operator=(const PosixFileStore&) = delete;
-    ~PosixFileStore() override { ::close(file_); }
+    ~PosixFileStore() override
+    {
+        static_cast<void>(Settle());  // zeros behind the end do no harm
+        ::close(file_);
+    }
+    // Takes the file's size. To be called once, before all else. False: it isn't a plain file.
+    [[nodiscard]] bool Begin() noexcept
+    {
+        struct stat status;
+        if (::fstat(file_, &status) != 0 || !S_ISREG(status.st_mode))
+            return false;
+        size_ = fileSize_ = static_cast<std::uint64_t>(status.st_size);
+        return true;
+    }
 
     HRESULT ReadAt(std::uint64_t offset, void* to, std::size_t count, std::size_t* read) noexcept override
     {
@@ -77,30 +120,68 @@ public:
         for (std::size_t done = 0; done < count;) {
             const ssize_t part = ::pwrite(file_, static_cast<const BYTE*>(from) + done, count - done,
                                           static_cast<off_t>(offset + done));
-            if (part < 0 && errno != EINTR)
-                return FromErrno(errno, STG_E_WRITEFAULT);
+            if (part < 0 && errno != EINTR) {
+                const HRESULT hr = FromErrno(errno, STG_E_WRITEFAULT);
+                static_cast<void>(Begin());  // a part may have been written behind the end
+                return hr;
+            }
             if (part > 0)
                 done += static_cast<std::size_t>(part);
         }
+        windows_.NoteWrite(offset);
+        size_ = std::max(size_, offset + count);
+        fileSize_ = std::max(fileSize_, size_);
         return S_OK;
     }
 
     HRESULT SetSize(std::uint64_t size) noexcept override
     {
-        return ::ftruncate(file_, static_cast<off_t>(size)) == 0 ? S_OK : FromErrno(errno, STG_E_WRITEFAULT);
+        const bool reserve = size > fileSize_ && size <= kMostReserving;
+        const std::uint64_t reserved = (size + kReserve - 1) / kReserve * kReserve;
+        if (size < size_ || size > fileSize_) {
+            if (!(reserve && SUCCEEDED(Truncate(reserved))))
+                CFB_TRY(Truncate(size));
+        }
+        size_ = size;
+        return S_OK;
     }
 
     HRESULT GetSize(std::uint64_t* size) noexcept override
     {
-        struct stat status;
-        if (::fstat(file_, &status) != 0)
-            return FromErrno(errno, STG_E_READFAULT);
-        *size = static_cast<std::uint64_t>(status.st_size);
+        *size = size_;
         return S_OK;
     }
 
+    bool CanPut(std::uint64_t offset, std::size_t count) noexcept override
+    {
+        return windows_.At(offset, count, fileSize_) != nullptr;
+    }
+
+    void Put(std::uint64_t offset, const void* from, std::size_t count) noexcept override
+    {
+        if (BYTE* const to = windows_.At(offset, count, fileSize_))
+            StoreWords(to, static_cast<const BYTE*>(from), count);
+    }
+
+    HRESULT Settle() noexcept override { return fileSize_ > size_ ? Truncate(size_) : S_OK; }
+
 private:
-    int file_;
+    static constexpr std::uint64_t kReserve = 65536;
+    static constexpr std::uint64_t kMostReserving = kVersion3Limit - kReserve;
+
+    [[nodiscard]] HRESULT Truncate(std::uint64_t size) noexcept
+    {
+        windows_.ForgetFrom(size);
+        if (::ftruncate(file_, static_cast<off_t>(size)) != 0)
+            return FromErrno(errno, STG_E_WRITEFAULT);
+        fileSize_ = size;
+        return S_OK;
+    }
+
+    const int file_;
+    std::uint64_t size_ = 0;
+    std::uint64_t fileSize_ = 0;
+    MappedWindows windows_;
 };
 
 int FlagsFor(FileUse use) noexcept
@@ -151,8 +232,7 @@ HRESULT Open(const std::string& path, FileUse use, std::unique_ptr<ByteStore>* s
         return hr == STG_E_FILENOTFOUND && !HasDirectory(path) ? STG_E_PATHNOTFOUND : hr;
     }
     auto opened = std::make_unique<PosixFileStore>(file);
-    struct stat status;
-    if (::fstat(file, &status) != 0 || !S_ISREG(status.st_mode))
+    if (!opened->Begin())
         return STG_E_INVALIDNAME;
     CFB_TRY(Lock(file, use));
     *store = std::move(opened);

@@ -30,13 +30,11 @@ HRESULT MiniStream::Next(SectorId sector, SectorId* next)
     return S_OK;
 }
 
-HRESULT MiniStream::SetNext(SectorId sector, SectorId next)
+HRESULT MiniStream::SetLinks(SectorId first, const BYTE* links, SectorId count)
 {
     SectorId at = 0;
-    BYTE bytes[4];
-    StoreU32(bytes, next);
-    CFB_TRY(links_.At(LinkSector(sector), &at));
-    return sectors_.Write(at, LinkPlace(sector), bytes, sizeof bytes);
+    CFB_TRY(links_.At(LinkSector(first), &at));
+    return sectors_.WriteWords(at, LinkPlace(first), links, count * 4);
 }
 
 HRESULT MiniStream::Locate(SectorId sector, SectorId most, SectorId* at, std::size_t* offset,
@@ -64,7 +62,7 @@ HRESULT MiniStream::FindFree(SectorId begin, SectorId end, FreeMap& free)
     return S_OK;
 }
 
-HRESULT MiniStream::Allocate(SectorId* sector)
+HRESULT MiniStream::Take(SectorId* sector)
 {
     const auto look = [this](SectorId begin, SectorId end, FreeMap& free) {
         return FindFree(begin, end, free);
@@ -74,23 +72,14 @@ HRESULT MiniStream::Allocate(SectorId* sector)
         CFB_TRY(Grow());
         *sector = slots_.TakeWithin(0, FreeSlots::kNone);
     }
-    return SetNext(*sector, kEndOfChain);
+    return S_OK;
 }
 
 // Takes a chain of new sectors that nothing points at.
 HRESULT MiniStream::ReserveData(SectorId sectors, SectorId* first)
 {
-    SectorId last = kEndOfChain;
-    for (SectorId i = 0; i < sectors; ++i) {
-        SectorId sector = 0;
-        CFB_TRY(allocator_.Allocate(&sector));
-        if (i == 0)
-            *first = sector;
-        else
-            CFB_TRY(fat_.SetNext(last, sector));
-        last = sector;
-    }
-    return S_OK;
+    return TakeChain(
+        fat_, [this](SectorId* sector) { return allocator_.Take(sector); }, sectors, first);
 }
 
 // Takes a chain of sectors full of free links, so that the mini FAT covers `count` mini sectors.

@@ -26,7 +26,6 @@ public:
     void Reset(const DirEntry& root) noexcept;
 
     [[nodiscard]] HRESULT Next(SectorId sector, SectorId* next) override;
-    [[nodiscard]] HRESULT SetNext(SectorId sector, SectorId next) override;
     SectorId Slots() const noexcept override { return count_; }
 
     // Where a mini sector's bytes stand: `offset` bytes into the sector `at`. `bytes` gets how many bytes
@@ -34,8 +33,8 @@ public:
     [[nodiscard]] HRESULT Locate(SectorId sector, SectorId most, SectorId* at, std::size_t* offset,
                                  std::size_t* bytes);
 
-    // Takes a mini sector; its link says that it ends a chain.
-    [[nodiscard]] HRESULT Allocate(SectorId* sector);
+    // Takes a mini sector, whose link the caller sets.
+    [[nodiscard]] HRESULT Take(SectorId* sector);
     // Frees a chain, as SectorAllocator::FreeChain does.
     [[nodiscard]] HRESULT FreeChain(SectorId* at, std::uint32_t most);
 
@@ -56,6 +55,7 @@ private:
     {
         return (count + LinksPerSector() - 1) / LinksPerSector();
     }
+    [[nodiscard]] HRESULT SetLinks(SectorId first, const BYTE* links, SectorId count) override;
     [[nodiscard]] HRESULT FindFree(SectorId begin, SectorId end, FreeMap& free);
     [[nodiscard]] HRESULT Grow();
     [[nodiscard]] HRESULT ReserveData(SectorId sectors, SectorId* first);

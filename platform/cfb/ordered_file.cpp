@@ -151,6 +151,8 @@ HRESULT OrderedFile::MarkPending(Frame& frame, std::size_t begin, std::size_t en
     if (!frame.pending) {
         if (pending_.size() >= kMaxPending)
             CFB_TRY(Flush());
+        if (pending_.empty())
+            oldest_ = stage_;
         pending_.push_back(&frame);
         frame.pending = true;
         frame.pending_at = pending_.size() - 1;
@@ -192,10 +194,43 @@ HRESULT OrderedFile::Write(std::uint64_t offset, const void* from, std::size_t c
     return S_OK;
 }
 
-HRESULT OrderedFile::WriteData(std::uint64_t offset, const void* from, std::size_t count)
+HRESULT OrderedFile::WriteWords(std::uint64_t offset, const void* from, std::size_t count)
 {
-    if (count < kPage)
-        return Write(offset, from, count);
+    const auto* in = static_cast<const BYTE*>(from);
+    while (count > 0) {
+        const std::size_t part = std::min(count, kPage - offset % kPage);
+        bool done = false;
+        CFB_TRY(PutWords(offset, in, part, &done));
+        if (!done)
+            CFB_TRY(Write(offset, in, part));
+        in += part;
+        offset += part;
+        count -= part;
+    }
+    return S_OK;
+}
+
+// Puts words of one page in their place, if the store can, and if nothing that is pending has to be in that
+// page together with them.
+HRESULT OrderedFile::PutWords(std::uint64_t offset, const void* from, std::size_t count, bool* done)
+{
+    if (offset + count > stored_ || !store_.CanPut(offset, count))
+        return S_OK;
+    Frame* const frame = Find(offset / kPage);
+    if (!pending_.empty() && oldest_ < stage_)
+        CFB_TRY(Flush());
+    if (frame && frame->pending)
+        return S_OK;
+    CFB_TRY(Grow());
+    if (frame)
+        std::memcpy(frame->bytes + offset % kPage, from, count);
+    store_.Put(offset, from, count);
+    *done = true;
+    return S_OK;
+}
+
+HRESULT OrderedFile::WriteThrough(std::uint64_t offset, const void* from, std::size_t count)
+{
     const auto* in = static_cast<const BYTE*>(from);
     CFB_TRY(store_.WriteAt(offset, in, count));
     const std::uint64_t end = offset + count;
@@ -213,12 +248,18 @@ HRESULT OrderedFile::WriteData(std::uint64_t offset, const void* from, std::size
     return S_OK;
 }
 
+HRESULT OrderedFile::Grow()
+{
+    if (size_ <= stored_)
+        return S_OK;
+    CFB_TRY(store_.SetSize(size_));
+    stored_ = size_;
+    return S_OK;
+}
+
 HRESULT OrderedFile::Flush()
 {
-    if (size_ > stored_) {
-        CFB_TRY(store_.SetSize(size_));
-        stored_ = size_;
-    }
+    CFB_TRY(Grow());
     for (Frame* frame : pending_) {
         CFB_TRY(store_.WriteAt(frame->page * kPage + frame->dirty_begin, frame->bytes + frame->dirty_begin,
                                frame->dirty_end - frame->dirty_begin));
@@ -233,6 +274,12 @@ HRESULT OrderedFile::Commit()
     CFB_TRY(Flush());
     stage_ = 0;
     return S_OK;
+}
+
+HRESULT OrderedFile::Settle()
+{
+    CFB_TRY(Commit());
+    return store_.Settle();
 }
 
 HRESULT OrderedFile::Cut(std::uint64_t size)

@@ -18,6 +18,10 @@ namespace quorvane::cfb {
 // an Order take effect at once. So whoever is killed between two writes to the store leaves a state that
 // the order of the operation's steps allows.
 //
+// What needn't take effect as a whole, words of it one after the other, is written by WriteWords. Where the
+// store can put such bytes in their place without a call of the system (ByteStore::Put), that is done at
+// once, in the same order, and what was pending before it goes out first.
+//
 // Pages that were read or written stay in the cache, up to kCachedPages; nothing unwritten is left in it
 // after Commit. After a failure of Commit, Write or WriteData the store holds a state that the order
 // allows; call Forget before the next operation.
@@ -45,9 +49,20 @@ public:
     [[nodiscard]] HRESULT Read(std::uint64_t offset, void* to, std::size_t count);
     // Adds a write at the present place in the order.
     [[nodiscard]] HRESULT Write(std::uint64_t offset, const void* from, std::size_t count);
-    // Writes content that nothing in the store points at, or that may be overwritten in place: it goes out
-    // at any time between now and the next Order.
-    [[nodiscard]] HRESULT WriteData(std::uint64_t offset, const void* from, std::size_t count);
+    // The same for bytes of which each aligned word of 4 may take effect by itself: links, and whatever
+    // nothing in the store points at.
+    [[nodiscard]] HRESULT WriteWords(std::uint64_t offset, const void* from, std::size_t count);
+    // Writes content that may be overwritten in place: it goes out at any time between now and the next
+    // Order.
+    [[nodiscard]] HRESULT WriteData(std::uint64_t offset, const void* from, std::size_t count)
+    {
+        return count < kPage ? Write(offset, from, count) : WriteThrough(offset, from, count);
+    }
+    // The same for content that nothing in the store points at.
+    [[nodiscard]] HRESULT WriteNewData(std::uint64_t offset, const void* from, std::size_t count)
+    {
+        return count < kPage ? WriteWords(offset, from, count) : WriteThrough(offset, from, count);
+    }
     // Closes a step of the operation: later writes come after the earlier ones.
     void Order() noexcept { ++stage_; }
     // True when the page of `a` is the page of `b`, so that writes to both can take effect at once.
@@ -55,6 +70,8 @@ public:
 
     // Sends all pending writes.
     [[nodiscard]] HRESULT Commit();
+    // The same, and gives back what the store has reserved for growth.
+    [[nodiscard]] HRESULT Settle();
     // Cuts the store to `size` bytes, after all pending writes.
     [[nodiscard]] HRESULT Cut(std::uint64_t size);
     // Drops the pending writes and everything cached, and takes the store's size anew.
@@ -89,6 +106,9 @@ private:
     [[nodiscard]] HRESULT Load(Frame& frame, std::uint64_t page);
     bool MustGoOutBefore(const Frame& frame) const noexcept;
     [[nodiscard]] HRESULT MarkPending(Frame& frame, std::size_t begin, std::size_t end);
+    [[nodiscard]] HRESULT WriteThrough(std::uint64_t offset, const void* from, std::size_t count);
+    [[nodiscard]] HRESULT PutWords(std::uint64_t offset, const void* from, std::size_t count, bool* done);
+    [[nodiscard]] HRESULT Grow();
     [[nodiscard]] HRESULT Flush();
     [[nodiscard]] HRESULT ReadDirect(std::uint64_t offset, BYTE* to, std::size_t count);
 
@@ -99,6 +119,7 @@ private:
     std::vector<std::unique_ptr<Frame>> frames_;
     std::vector<Frame*> spare_;
     std::vector<Frame*> pending_;  // in the order of their stages
+    std::uint64_t oldest_ = 0;     // the first stage of what is pending
     std::vector<Frame*> buckets_;
     Frame* recent_[kRecent] = {};  // frames that were used last, to find them without the buckets
     std::size_t hand_ = 0;

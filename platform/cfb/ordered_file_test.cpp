@@ -168,5 +168,82 @@ TEST_F(OrderedFileTest, MorePagesThanTheCacheHoldsAreRead)
     }
 }
 
+// Words are put into the first ten pages of the store; each byte of these tests is a word.
+class PutWordsTest : public OrderedFileTest {
+protected:
+    PutWordsTest() { store.putPages = 10; }
+    void WriteWord(std::uint64_t offset, BYTE value) { ASSERT_EQ(S_OK, file.WriteWords(offset, &value, 1)); }
+};
+
+TEST_F(PutWordsTest, WordsAreThereBeforeTheCommit)
+{
+    WriteWord(kPage, 1);
+    EXPECT_EQ(1, store.bytes[kPage]);
+    ASSERT_EQ(S_OK, file.Commit());
+    EXPECT_EQ(1u, store.log.size());
+}
+
+TEST_F(PutWordsTest, WordsAreReadAgain)
+{
+    BYTE read = 0;
+    ASSERT_EQ(S_OK, file.Read(kPage, &read, 1));
+    WriteWord(kPage, 7);
+    ASSERT_EQ(S_OK, file.Read(kPage, &read, 1));
+    EXPECT_EQ(7, read);
+}
+
+TEST_F(PutWordsTest, WhatTheStoreCannotPutWaitsForTheCommit)
+{
+    WriteWord(12 * kPage, 1);
+    EXPECT_TRUE(store.log.empty());
+    ASSERT_EQ(S_OK, file.Commit());
+    EXPECT_EQ(1, store.bytes[12 * kPage]);
+}
+
+TEST_F(PutWordsTest, WhatIsPendingOfEarlierStepsComesBeforeAWord)
+{
+    Write(3 * kPage, 1);
+    file.Order();
+    WriteWord(kPage, 2);
+    EXPECT_EQ((std::vector<std::uint64_t>{3, 1}), Pages());
+}
+
+TEST_F(PutWordsTest, WhatIsPendingOfTheSameStepMayComeLater)
+{
+    Write(3 * kPage, 1);
+    WriteWord(kPage, 2);
+    ASSERT_EQ(S_OK, file.Commit());
+    EXPECT_EQ((std::vector<std::uint64_t>{1, 3}), Pages());
+}
+
+TEST_F(PutWordsTest, AWordOfAPageThatIsPendingGoesWithIt)
+{
+    Write(kPage, 1);
+    WriteWord(kPage + 9, 2);
+    EXPECT_TRUE(store.log.empty());
+    ASSERT_EQ(S_OK, file.Commit());
+    ASSERT_EQ(1u, store.log.size());
+    EXPECT_EQ(10u, store.log[0].bytes.size());
+}
+
+TEST_F(PutWordsTest, APageThatGatheredEarlierStepsComesBeforeAWordToo)
+{
+    Write(3 * kPage, 1);
+    file.Order();
+    Write(3 * kPage + 1, 2);
+    WriteWord(kPage, 3);
+    ASSERT_EQ(S_OK, file.Commit());
+    EXPECT_EQ((std::vector<std::uint64_t>{3, 1}), Pages());
+}
+
+TEST_F(PutWordsTest, TheStoreGrowsBeforeAWordThatMaySpeakOfItsNewEnd)
+{
+    file.Extend(30 * kPage);
+    WriteWord(kPage, 1);
+    ASSERT_EQ(2u, store.log.size());
+    EXPECT_TRUE(store.log[0].cut);
+    EXPECT_EQ(30 * kPage, store.log[0].offset);
+}
+
 }  // namespace
 }  // namespace quorvane::cfb::test

@@ -12,13 +12,17 @@ SectorId SectorAllocator::Limit() const noexcept
 
 HRESULT SectorAllocator::Allocate(SectorId* sector)
 {
+    CFB_TRY(Take(sector));
+    return fat_.SetNext(*sector, kEndOfChain);
+}
+
+HRESULT SectorAllocator::Take(SectorId* sector)
+{
     const auto look = [this](SectorId begin, SectorId end, FreeMap& free) {
         return fat_.FindFree(begin, end, free);
     };
     CFB_TRY(slots_.Take(look, sector));
-    if (*sector == FreeSlots::kNone)
-        CFB_TRY(Append(sector));
-    return fat_.SetNext(*sector, kEndOfChain);
+    return *sector != FreeSlots::kNone ? S_OK : Append(sector);
 }
 
 // Adds a sector to the file's end and leaves its FAT entry free.

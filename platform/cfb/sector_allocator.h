@@ -20,7 +20,9 @@ public:
     // To be called after the FAT was loaded.
     void Reset() noexcept { slots_.Reset(sectors_.Count()); }
 
-    // Takes a sector; its FAT entry says that it ends a chain. STG_E_MEDIUMFULL: the format's limit.
+    // Takes a sector, whose FAT entry the caller sets. STG_E_MEDIUMFULL: the format's limit.
+    [[nodiscard]] HRESULT Take(SectorId* sector);
+    // The same; its FAT entry says that it ends a chain.
     [[nodiscard]] HRESULT Allocate(SectorId* sector);
     // Takes as many sectors as one page of the file has, all in one page where that is possible without
     // letting free sectors lie.

@@ -37,19 +37,23 @@ public:
     // `offset` may lie behind the first sector; the range may go on through the sectors that follow.
     [[nodiscard]] HRESULT Read(SectorId sector, std::uint64_t offset, void* to, std::size_t count);
     [[nodiscard]] HRESULT Write(SectorId sector, std::uint64_t offset, const void* from, std::size_t count);
-    // See OrderedFile::WriteData.
+    // See OrderedFile::WriteWords, WriteData and WriteNewData.
+    [[nodiscard]] HRESULT WriteWords(SectorId sector, std::uint64_t offset, const void* from,
+                                     std::size_t count);
     [[nodiscard]] HRESULT WriteData(SectorId sector, std::uint64_t offset, const void* from,
                                     std::size_t count);
-    // Fills a whole sector with one byte value.
+    [[nodiscard]] HRESULT WriteNewData(SectorId sector, std::uint64_t offset, const void* from,
+                                       std::size_t count);
+    // Fills a whole sector that nothing points at with one byte value.
     [[nodiscard]] HRESULT Fill(SectorId sector, BYTE value);
 
     // Sends what is pending. A last sector that was found cut stays so until something is written there.
     [[nodiscard]] HRESULT Commit() { return file_.Commit(); }
-    // Makes a cut last sector whole.
+    // Makes a cut last sector whole; behind it the store reserves nothing any more.
     [[nodiscard]] HRESULT Complete()
     {
         file_.Extend(OffsetOf(count_));
-        return file_.Commit();
+        return file_.Settle();
     }
     // Gives back the sectors from `count` on, with all that the store has behind them.
     [[nodiscard]] HRESULT Cut(SectorId count);

@@ -1,6 +1,7 @@
 #include "platform/cfb/tree_edit.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "platform/cfb/result.h"
 
@@ -31,6 +32,8 @@ void TreeEdit::SetLink(DirEntry& entry, Side side, EntryId id) noexcept
 
 std::size_t TreeEdit::Loaded(EntryId id) const noexcept
 {
+    if (id == kNoEntry || (idsSeen_ & SeenBit(id)) == 0)
+        return kNoNode;
     const auto found = std::find(ids_.begin(), ids_.end(), id);
     return found == ids_.end() ? kNoNode : static_cast<std::size_t>(found - ids_.begin());
 }
@@ -40,46 +43,61 @@ HRESULT TreeEdit::Get(EntryId id, std::size_t* node)
     *node = Loaded(id);
     if (*node != kNoNode)
         return *node > 0 ? S_OK : STG_E_DOCFILECORRUPT;  // the storage itself among its elements
-    DirEntry entry;
-    CFB_TRY(directory_.Read(id, &entry));
-    if (entry.Type() != EntryType::kStorage && entry.Type() != EntryType::kStream)
-        return STG_E_DOCFILECORRUPT;
     *node = nodes_.size();
-    AddNode(id, entry, false);
+    Node& added = AddNode(id, false);
+    HRESULT hr = directory_.Read(id, &added.entry);
+    if (SUCCEEDED(hr) && added.entry.Type() != EntryType::kStorage &&
+        added.entry.Type() != EntryType::kStream)
+        hr = STG_E_DOCFILECORRUPT;
+    if (FAILED(hr)) {
+        nodes_.pop_back();
+        ids_.pop_back();
+        return hr;
+    }
+    NoteLinks(added);
     return S_OK;
 }
 
-TreeEdit::Node& TreeEdit::AddNode(EntryId id, const DirEntry& entry, bool fresh)
+// Adds a node whose entry is still to come.
+TreeEdit::Node& TreeEdit::AddNode(EntryId id, bool fresh)
 {
     ids_.push_back(id);
-    nodes_.push_back(Node{id,
-                          entry,
-                          {entry.Left(), entry.Right(), entry.Child()},
-                          entry.NodeColor(),
-                          fresh,
-                          false,
-                          false,
-                          false});
-    return nodes_.back();
+    idsSeen_ |= SeenBit(id);
+    Node& node = nodes_.emplace_back();
+    node.id = id;
+    node.fresh = fresh;
+    node.scanned = node.written = node.changedBelow = false;
+    return node;
+}
+
+// Takes links and color as those that the file has.
+void TreeEdit::NoteLinks(Node& node) noexcept
+{
+    node.linksBefore[0] = node.entry.Left();
+    node.linksBefore[1] = node.entry.Right();
+    node.linksBefore[2] = node.entry.Child();
+    node.colorBefore = node.entry.NodeColor();
 }
 
 HRESULT TreeEdit::Begin(EntryId storage)
 {
     nodes_.clear();
     ids_.clear();
+    idsSeen_ = 0;
+    sought_ = false;
     inPlace_.clear();
     moves_.clear();
-    DirEntry entry;
-    CFB_TRY(directory_.Read(storage, &entry));
-    AddNode(storage, entry, false);
+    Node& node = AddNode(storage, false);
+    CFB_TRY(directory_.Read(storage, &node.entry));
+    NoteLinks(node);
     return S_OK;
 }
 
 HRESULT TreeEdit::Find(const ElementName& name, bool* found)
 {
-    std::size_t node = 0;
-    CFB_TRY(Descend(name, &node));
-    *found = node != kNoNode;
+    CFB_TRY(Descend(name, &found_));
+    *found = found_ != kNoNode;
+    sought_ = true;
     return S_OK;
 }
 
@@ -124,11 +142,15 @@ HRESULT TreeEdit::Descend(const ElementName& name, std::size_t* found)
 
 HRESULT TreeEdit::Insert(EntryId id, const DirEntry& entry, EntryId* replaced)
 {
-    std::size_t found = 0;
-    CFB_TRY(Descend(entry.Name(), &found));
+    std::size_t found = found_;
+    if (!std::exchange(sought_, false))
+        CFB_TRY(Descend(entry.Name(), &found));
     *replaced = kNoEntry;
     SetLinkOf(path_.back(), id);
-    DirEntry& fresh = AddNode(id, entry, true).entry;
+    Node& added = AddNode(id, true);
+    DirEntry& fresh = added.entry;
+    fresh = entry;
+    NoteLinks(added);
     if (found != kNoNode) {
         const DirEntry& old = nodes_[found].entry;
         fresh.SetLeft(old.Left());
@@ -197,8 +219,9 @@ void TreeEdit::LiftOverGrandparent(std::size_t node)
 
 HRESULT TreeEdit::Remove(const ElementName& name, EntryId* removed)
 {
-    std::size_t node = 0;
-    CFB_TRY(Descend(name, &node));
+    std::size_t node = found_;
+    if (!std::exchange(sought_, false))
+        CFB_TRY(Descend(name, &node));
     if (node == kNoNode)
         return STG_E_FILENOTFOUND;
     *removed = nodes_[node].id;
@@ -214,6 +237,7 @@ HRESULT TreeEdit::Remove(const ElementName& name, EntryId* removed)
 
 HRESULT TreeEdit::RemoveInPlace(const ElementName& name, EntryId* removed)
 {
+    sought_ = false;
     std::size_t node = 0;
     CFB_TRY(Descend(name, &node));
     if (node == kNoNode)
@@ -404,11 +428,26 @@ HRESULT TreeEdit::Place(EntryId id, const Step& top, EntryId* placed)
         moves_.push_back(Move{id, *placed});
     }
     node.written = true;
-    return directory_.Write(*placed, node.entry);
+    return directory_.WriteUnlinked(*placed, node.entry);
+}
+
+DirEntry::Field TreeEdit::FieldOf(Side side) noexcept
+{
+    switch (side) {
+        case Side::kLeft:
+            return DirEntry::Field::kLeft;
+        case Side::kRight:
+            return DirEntry::Field::kRight;
+        case Side::kChild:
+            break;
+    }
+    return DirEntry::Field::kChild;
 }
 
 HRESULT TreeEdit::WriteSwitch(const Step& top)
 {
+    if (inPlace_.empty())
+        return directory_.WriteField(nodes_[top.node].id, nodes_[top.node].entry, FieldOf(top.side));
     for (const std::size_t at : inPlace_) {
         CFB_TRY(directory_.Write(nodes_[at].id, nodes_[at].entry));
         nodes_[at].written = true;
@@ -432,7 +471,7 @@ HRESULT TreeEdit::Apply()
     }
     for (const Node& node : nodes_) {
         if (node.scanned && !node.written && node.entry.NodeColor() != node.colorBefore)
-            CFB_TRY(directory_.Write(node.id, node.entry));
+            CFB_TRY(directory_.WriteField(node.id, node.entry, DirEntry::Field::kColor));
     }
     file_.Order();
     for (const Move& move : moves_)

@@ -38,7 +38,7 @@ public:
 
     // Forgets what was before and begins an edit of a storage's tree.
     [[nodiscard]] HRESULT Begin(EntryId storage);
-    // Whether there is an element of that name.
+    // Whether there is an element of that name. The next change of this edit is one of that element.
     [[nodiscard]] HRESULT Find(const ElementName& name, bool* found);
     // Adds an element. entry [in] its name and content; it hasn't been written yet. An element of the same
     // name is replaced: *replaced gets its number, kNoEntry if there was none.
@@ -81,7 +81,10 @@ private:
     {
         return node.linksBefore[static_cast<std::size_t>(side)];
     }
-    Node& AddNode(EntryId id, const DirEntry& entry, bool fresh);
+    static std::uint64_t SeenBit(EntryId id) noexcept { return std::uint64_t{1} << (id % 64); }
+    Node& AddNode(EntryId id, bool fresh);
+    static void NoteLinks(Node& node) noexcept;
+    static DirEntry::Field FieldOf(Side side) noexcept;
     static void SetLink(DirEntry& entry, Side side, EntryId id) noexcept;
     EntryId LinkOf(const Step& step) const noexcept { return Link(nodes_[step.node].entry, step.side); }
     void SetLinkOf(const Step& step, EntryId id) noexcept { SetLink(nodes_[step.node].entry, step.side, id); }
@@ -108,7 +111,10 @@ private:
     OrderedFile& file_;
     Directory& directory_;
     std::vector<Node> nodes_;
-    std::vector<EntryId> ids_;  // of nodes_, for a quick search
+    std::vector<EntryId> ids_;   // of nodes_, for a quick search
+    std::uint64_t idsSeen_ = 0;  // a bit for each remainder of an id that is among them
+    bool sought_ = false;        // path_ and found_ are what a search has just come to
+    std::size_t found_ = 0;
     std::vector<Step> path_;
     std::vector<std::size_t> inPlace_;
     std::vector<Move> moves_;

@@ -1,0 +1,132 @@
+// Processes that are killed while they write to a file.
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <csignal>
+#include <new>
+
+#include "platform/cfb/testing/structure_check.h"
+#include "platform/cfb/testing/test_support.h"
+
+namespace quorvane::cfb::test {
+namespace {
+
+constexpr unsigned kStorages = 5;
+constexpr unsigned kAlive = 200;  // streams that are there at a time
+
+std::string StorageName(unsigned stream)
+{
+    return "s" + std::to_string(stream % kStorages);
+}
+std::string StreamName(unsigned stream)
+{
+    return std::to_string(stream * 7919 % 100'003);
+}
+Bytes Content(unsigned stream)
+{
+    return Pattern(stream % 17 == 0 ? 5000 + stream % 900 : 1 + stream * 31 % 400, stream);
+}
+
+// How far the writer has come, told to the process that kills it.
+struct Progress {
+    std::atomic<unsigned> made;        // streams that are complete
+    std::atomic<unsigned> destroying;  // streams whose destruction has begun
+};
+
+// Makes streams without end, and destroys those that were made long before.
+[[noreturn]] void Write(const OleString& path, Progress& progress)
+{
+    ComPtr<IStorage> root;
+    ComPtr<IStorage> storages[kStorages];
+    bool good = SUCCEEDED(CreateDocfile(path.c_str(), kCreate, root.Put()));
+    for (unsigned i = 0; i < kStorages && good; ++i)
+        good = SUCCEEDED(root->CreateStorage(Wide(StorageName(i)).c_str(), kCreate, 0, 0, storages[i].Put()));
+    for (unsigned i = 0; good; ++i) {
+        good = SUCCEEDED(WriteStream(*storages[i % kStorages], StreamName(i), Content(i)));
+        progress.made = good ? i + 1 : 0;
+        if (!good || i < kAlive)
+            continue;
+        progress.destroying = i - kAlive + 1;
+        const std::string old = StreamName(i - kAlive);
+        good = SUCCEEDED(storages[(i - kAlive) % kStorages]->DestroyElement(Wide(old).c_str()));
+    }
+    ::_exit(1);
+}
+
+class KilledProcessTest : public ::testing::Test {
+protected:
+    KilledProcessTest()
+    {
+        void* const shared =
+            ::mmap(nullptr, sizeof(Progress), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+        progress = shared != MAP_FAILED ? new (shared) Progress{} : nullptr;
+    }
+    ~KilledProcessTest() override { ::munmap(progress, sizeof(Progress)); }
+
+    // Lets a process write until it has made so many streams and gone on for `spins` more looks at it.
+    void KillAfter(unsigned streams, unsigned spins)
+    {
+        progress->made = progress->destroying = 0;
+        const pid_t writer = ::fork();
+        ASSERT_GE(writer, 0);
+        if (writer == 0)
+            Write(path, *progress);
+        int status = 0;
+        while (progress->made < streams && ::waitpid(writer, &status, WNOHANG) == 0)
+            ::usleep(50);
+        for (unsigned i = 0; i < spins; ++i)
+            static_cast<void>(progress->made.load());
+        ASSERT_EQ(0, ::kill(writer, SIGKILL));
+        ASSERT_EQ(writer, ::waitpid(writer, &status, 0));
+        ASSERT_TRUE(WIFSIGNALED(status));
+    }
+
+    void ExpectWhatWasComplete() const
+    {
+        ComPtr<IStorage> root;
+        Tree found;
+        ASSERT_EQ(S_OK, OpenDocfile(path.c_str(), kOpen, root.Put()));
+        ASSERT_EQ(S_OK, Walk(*root, "", &found));
+        const unsigned made = progress->made;
+        for (unsigned i = progress->destroying; i < made; ++i) {
+            const std::string name = StorageName(i) + "/" + StreamName(i);
+            ASSERT_TRUE(found.contains(name)) << name;
+            ASSERT_EQ(Content(i), found[name]) << name;
+        }
+        EXPECT_GE(made - progress->destroying + kStorages + 2, found.size());
+    }
+
+    // The file can be changed as before; nothing in it is wrong.
+    void ExpectThatWorkGoesOn() const
+    {
+        {
+            ComPtr<IStorage> root;
+            ASSERT_EQ(S_OK, OpenDocfile(path.c_str(), kOpen, root.Put()));
+            ASSERT_EQ(S_OK, WriteStream(*root, "after", Pattern(9000, 1)));
+            ASSERT_EQ(S_OK, root->DestroyElement(OLESTR("s0")));
+        }
+        const Findings findings = Examine(LoadFile(directory.File("package")));
+        EXPECT_TRUE(findings.faults.empty()) << Text(findings.faults);
+    }
+
+    const ScratchDirectory directory;
+    const OleString path = FromUtf8(directory.File("package"));
+    Progress* progress;
+};
+
+TEST_F(KilledProcessTest, WhatItHadMadeIsThere)
+{
+    ASSERT_NE(nullptr, progress);
+    for (unsigned round = 0; round < 40 && !HasFailure(); ++round) {
+        SCOPED_TRACE(round);
+        KillAfter(1 + round * 97 % 2500, round * 3571 % 20'000);
+        ExpectWhatWasComplete();
+        ExpectThatWorkGoesOn();
+    }
+}
+
+}  // namespace
+}  // namespace quorvane::cfb::test
