@@ -10,8 +10,10 @@ set(QUORVANE_SANITIZE "" CACHE STRING "Sanitizers for every target, as -fsanitiz
 if(QUORVANE_SANITIZE)
   add_compile_options(-fsanitize=${QUORVANE_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
   add_link_options(-fsanitize=${QUORVANE_SANITIZE})
-  # Instrumented code of the standard library (std::regex) seems uninitialised to GCC 12.
-  add_compile_options(-Wno-maybe-uninitialized)
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    # Instrumented code of the standard library (std::regex) seems uninitialised to GCC 12.
+    add_compile_options(-Wno-maybe-uninitialized)
+  endif()
 endif()
 
 if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")

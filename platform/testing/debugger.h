@@ -15,7 +15,7 @@ public:
     ~DebuggerForTest();
 
 private:
-    void* const handler_;
+    [[maybe_unused]] void* const handler_;  // on Windows
 };
 
 }  // namespace quorvane::test
