@@ -9,6 +9,8 @@ namespace {
 
 class ScriptTest : public testing::Test {
 protected:
+    void TearDown() override { EXPECT_EQ(RunRegsvr32ToUnregister(), 0u); }
+
     // Runs one of the scripts beside this file.
     static ProgramResult Run(const OleString& name, const OleString& arguments = L"")
     {
@@ -33,7 +35,7 @@ protected:
 
 TEST_F(ScriptTest, MakesTheLibraryAndIsToldToLogInFirst)
 {
-    const RegisteredServer registered;
+    ASSERT_EQ(RunRegsvr32(), 0u);
     for (const OleString programId : {L"quorvane3.Library", L"quorvane3.Library.1"}) {
         const ProgramResult result = Run(L"library.js", programId);
 
@@ -54,7 +56,7 @@ TEST_F(ScriptTest, MakesNothingOfALibraryThatIsNotRegistered)
 
 TEST_F(ScriptTest, ReadsAndWritesPropertiesByName)
 {
-    const RegisteredServer registered;
+    ASSERT_EQ(RunRegsvr32(), 0u);
     const ProgramResult result = Run(L"properties.js");
 
     const std::vector<std::string> expected = {"ID: {5A}",  "UnRead: true", "Action: 20",

@@ -101,10 +101,10 @@ DWORD RunRegsvr32ToUnregister()
     return RunProgram(L"regsvr32.exe /s /u " + Quoted(ServerPath())).exitCode;
 }
 
-LoadedServer::LoadedServer() : module_(LoadLibraryW(ServerPath().c_str()))
+LoadedServer::LoadedServer(const OleString& path) : module_(LoadLibraryW(path.c_str()))
 {
     if (!module_)
-        Throw("loading " + Narrow(ServerPath()));
+        Throw("loading " + Narrow(path));
 }
 
 LoadedServer::~LoadedServer()
@@ -133,18 +133,6 @@ HRESULT LoadedServer::Make(REFCLSID clsid, REFIID riid, void** object) const
     ComPtr<IClassFactory> factory;
     const HRESULT hr = getFactory(clsid, IID_IClassFactory, factory.PutVoid());
     return FAILED(hr) ? hr : factory->CreateInstance(nullptr, riid, object);
-}
-
-RegisteredServer::RegisteredServer()
-{
-    const DWORD code = RunRegsvr32();
-    if (code != 0)
-        throw std::runtime_error("regsvr32 ends with " + std::to_string(code));
-}
-
-RegisteredServer::~RegisteredServer()
-{
-    static_cast<void>(RunRegsvr32ToUnregister());
 }
 
 }  // namespace quorvane::test

@@ -29,7 +29,7 @@ DWORD RunRegsvr32ToUnregister();
 class LoadedServer {
 public:
     // Throws std::runtime_error.
-    LoadedServer();
+    explicit LoadedServer(const OleString& path = ServerPath());
     LoadedServer(const LoadedServer&) = delete;
     LoadedServer& operator=(const LoadedServer&) = delete;
     ~LoadedServer();
@@ -44,18 +44,6 @@ private:
     HRESULT CallExport(const char* name) const;
 
     HMODULE module_;
-};
-
-// COM for the calling thread, as a single-threaded apartment.
-using ComScope = ApartmentScope;
-
-// Keeps the library registered for its length. Throws std::runtime_error.
-class RegisteredServer {
-public:
-    RegisteredServer();
-    RegisteredServer(const RegisteredServer&) = delete;
-    RegisteredServer& operator=(const RegisteredServer&) = delete;
-    ~RegisteredServer();
 };
 
 }  // namespace quorvane::test

@@ -44,7 +44,7 @@ protected:
         return id;
     }
 
-    const ComScope com;
+    const ApartmentScope com;
     const LoadedServer server;
     const Blocks page = ReadObjectModelPage();
     ComPtr<ITypeLib> library;
