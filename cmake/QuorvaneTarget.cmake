@@ -46,7 +46,7 @@ set(QUORVANE_WINDOWS_TESTS
   "^qv_(trace|storeaccess|persist|pool|context|options|change|items|monitor|folders|transfer|session)_test$"
   "^qv_session_(logon|memory)_test$"
   "^qv_(store|store_[a-z]+)_test$"
-  "^qv_integration_(database_failures|find_item|logon|msg_stores|notifications|receive_jobs|road|session_life|sessions)_test$"
+  "^qv_integration_(apartment|database_failures|find_item|logon|msg_stores|notifications|receive_jobs|road|session_life|sessions)_test$"
   "^qv_windows_")
 list(JOIN QUORVANE_WINDOWS_TESTS "|" QUORVANE_WINDOWS_TESTS)
 # These log on to the engine, which has an event by a name that all processes of the user's share.

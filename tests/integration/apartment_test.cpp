@@ -1,15 +1,32 @@
-// A host that lives on one thread: the engine calls it there, while it pumps or waits.
+// A host that lives on one thread: the engine calls it there, while it pumps or waits. And one that doesn't:
+// it is called on the engine's threads.
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <future>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <set>
 #include <thread>
 
 #include "tests/support/packages.h"
+#include "tests/support/registered_library.h"
 
 namespace quorvane::test {
 namespace {
 
-class ApartmentTest : public testing::Test {
+// Keeps the library registered while the tests of a suite run that have apartments.
+class RegisteredTest : public testing::Test {
+protected:
+    static void SetUpTestSuite() { s_registered = std::make_unique<RegisteredLibrary>(); }
+    static void TearDownTestSuite() { s_registered.reset(); }
+
+private:
+    inline static std::unique_ptr<RegisteredLibrary> s_registered;
+};
+
+class ApartmentTest : public RegisteredTest {
 protected:
     // Waits in the way of an apartment's thread.
     static bool Pumped(const std::function<bool()>& condition)
@@ -43,6 +60,31 @@ TEST_F(ApartmentTest, TheHostIsCalledOnItsOwnThread)
     EXPECT_FALSE(elsewhere);
 }
 
+TEST_F(ApartmentTest, WhatTheHostIsGivenAndAnswersCrossesToItsThreadAndBack)
+{
+    TestLogon logon(mailbox);
+    logon.Share(folder, "shared");
+    logon.Host().AnswerWith([](const HostEvent&, bool& ignore) {
+        ignore = true;
+        return S_OK;
+    });
+    const std::string kept = folder.Add("Kept here", "body");
+    ASSERT_TRUE(Pumped([&] { return logon.Host().Events("added").size() == 1; }));
+    logon.Host().AnswerWith(nullptr);
+    const std::string sent = folder.Add("Sent", "body");
+    ASSERT_TRUE(Pumped([&] { return logon.Host().Events("added").size() == 2; }));
+    std::optional<std::filesystem::path> package;
+    ASSERT_TRUE(Pumped([&] { return (package = FindPackage(logon, folder.EntryId())).has_value(); }));
+    const auto added = logon.Host().Events("added");
+    logon.EndSession();
+
+    EXPECT_EQ(added[0].entryId, kept);
+    EXPECT_EQ(added[0].action, qv_ac_Added);
+    EXPECT_EQ(added[1].entryId, sent);
+    const auto count = CountPackage(*package);
+    EXPECT_EQ(count ? count->items : 0, 1u);
+}
+
 TEST_F(ApartmentTest, TheEndOfASessionAnswersBatchesThatAreCallingTheHost)
 {
     constexpr int kMails = 5;
@@ -73,6 +115,134 @@ TEST_F(ApartmentTest, TheEndOfASessionAnswersAReceivedFileThatIsCallingTheHost)
     // Done or left for the next start, but never in between.
     const long rows = mailbox.Query("SELECT count(*) FROM tblUnfinishedReceiveJob");
     EXPECT_EQ(std::filesystem::exists(package), rows == 1);
+}
+
+// The threads that a host is called on.
+class Callers {
+public:
+    explicit Callers(TestHost& host)
+    {
+        host.AnswerWith([this](const HostEvent&, bool&) {
+            const std::lock_guard lock(mutex_);
+            threads_.insert(std::this_thread::get_id());
+            return S_OK;
+        });
+    }
+
+    std::set<std::thread::id> Threads() const
+    {
+        const std::lock_guard lock(mutex_);
+        return threads_;
+    }
+
+private:
+    mutable std::mutex mutex_;
+    std::set<std::thread::id> threads_;
+};
+
+class FreeThreadTest : public testing::Test {
+protected:
+    const FreeThreadScope freeThread;
+    TestMailbox mailbox;
+    TestFolder folder = mailbox.MakeFolder("Shared");
+};
+
+TEST_F(FreeThreadTest, TheHostIsCalledOnTheEnginesThreadsAndNeedsNotPump)
+{
+    TestLogon logon(mailbox);
+    const auto shared = logon.Share(folder, "shared");
+    const Callers callers(logon.Host());
+    const std::string id = folder.Add("Hello", "body");
+    ASSERT_TRUE(logon.Host().Heard("added"));
+    folder.SetSubject(id, "Hello again");
+    ASSERT_TRUE(logon.Host().Heard("changed"));
+    logon.EndWithLateCalls();
+
+    EXPECT_FALSE(callers.Threads().contains(std::this_thread::get_id()));
+}
+
+// An apartment's thread that pumps all the time.
+class PumpingThread {
+public:
+    PumpingThread()
+        : thread_([this] {
+              const ApartmentScope apartment;
+              loop_.Run();
+          })
+    {}
+    PumpingThread(const PumpingThread&) = delete;
+    PumpingThread& operator=(const PumpingThread&) = delete;
+    ~PumpingThread()
+    {
+        loop_.Stop();
+        thread_.join();
+    }
+
+    std::thread::id Id() const noexcept { return thread_.get_id(); }
+
+    // Runs a function there, and waits for its end. Throws what it throws.
+    void Do(std::function<void()> function)
+    {
+        const auto task = std::make_shared<std::packaged_task<void()>>(std::move(function));
+        Check(loop_.Post([task] { (*task)(); }), "post a function");
+        task->get_future().get();
+    }
+
+private:
+    ApartmentLoop loop_;
+    std::thread thread_;
+};
+
+class TwoApartmentsTest : public RegisteredTest {
+protected:
+    TwoApartmentsTest()
+    {
+        apartment.Do([this] {
+            theirs.emplace(theirMailbox);
+            theirShared = theirs->Share(theirFolder, "shared");
+        });
+        mailbox.Select();
+        ours.emplace(mailbox);
+        ourShared = ours->Share(folder, "shared");
+    }
+    ~TwoApartmentsTest() override
+    {
+        apartment.Do([this] {
+            theirShared.Reset();
+            theirs.reset();
+        });
+    }
+
+    const FreeThreadScope freeThread;
+    TestMailbox mailbox;
+    TestFolder folder = mailbox.MakeFolder("Shared");
+    PumpingThread apartment;
+    TestMailbox theirMailbox;
+    TestFolder theirFolder = theirMailbox.MakeFolder("Shared too");
+    std::optional<TestLogon> theirs;
+    std::optional<TestLogon> ours;
+    ComPtr<IFolder> theirShared;
+    ComPtr<IFolder> ourShared;
+};
+
+TEST_F(TwoApartmentsTest, EachHostIsCalledInItsOwn)
+{
+    const Callers theirCallers(theirs->Host());
+    const Callers ourCallers(ours->Host());
+    theirFolder.Add("Hello", "body");
+    ASSERT_TRUE(theirs->Host().Heard("added"));
+    Process(*ours, TakePackage(*theirs, theirFolder.EntryId(), 1, mailbox), "there");
+    ASSERT_TRUE(ours->Host().Heard("received"));
+    folder.SetSubject(*folder.Find("Hello"), "Hello back");
+    ASSERT_TRUE(ours->Host().Heard("changed"));
+    Process(*theirs, TakePackage(*ours, folder.EntryId(), 1, theirMailbox), "back");
+    ASSERT_TRUE(theirs->Host().Heard("received"));
+
+    EXPECT_EQ(theirCallers.Threads(), std::set{apartment.Id()});
+    EXPECT_FALSE(ourCallers.Threads().empty());
+    EXPECT_FALSE(ourCallers.Threads().contains(apartment.Id()));
+    EXPECT_FALSE(ourCallers.Threads().contains(std::this_thread::get_id()));
+    EXPECT_EQ(theirFolder.Subjects(), std::vector<std::string>{"Hello back"});
 }
 
 }  // namespace
