@@ -363,7 +363,7 @@ TEST_F(LateBoundSessionTest, AStoreIsOpenedThroughAFolder)
 
     ASSERT_TRUE(store.Is(VT_UNKNOWN));
     EXPECT_EQ(store.Raw().punkVal->QueryInterface(IID_IMsgStore, opened.PutVoid()), S_OK);
-    EXPECT_EQ(folder.TryCall("OpenStore", Pack(Variant::Long(-1))).hr, DISP_E_OVERFLOW);
+    EXPECT_EQ(folder.TryCall("OpenStore", Pack(Variant::Double(1e12))).hr, DISP_E_OVERFLOW);
 }
 
 TEST(LateBoundEndTest, AfterASessionNothingKeepsTheLibrary)

@@ -3,6 +3,7 @@
 
 #include "tests/late_bound/engine_module.h"
 #include "tests/late_bound/script_logon.h"
+#include "tests/support/registered_library.h"
 
 #ifdef QUORVANE3_OBJECT_MODEL_H_
 #error "this host has no types of the engine"
@@ -206,6 +207,7 @@ TEST_F(LateBoundLockTest, ALockIsNamedInAnyOrder)
 // A host that lives on one thread, as scripts do: the engine's calls wait until it pumps.
 TEST(LateBoundApartmentTest, AScriptIsCalledOnItsOwnThread)
 {
+    const RegisteredLibrary registered;
     const ApartmentScope apartment;
     TestMailbox mailboxA;
     TestMailbox mailboxB;

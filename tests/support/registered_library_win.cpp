@@ -1,5 +1,7 @@
-#include "quorvane3/entry_points.h"
-#include "quorvane3/object_model.h"
+#include <stdexcept>
+#include <string>
+
+#include "quorvane3/com.h"
 #include "tests/support/registered_library.h"
 #include "tests/support/test_directory.h"
 
@@ -7,15 +9,31 @@ namespace quorvane::test {
 
 namespace {
 
-constexpr LCID kEnglish = 1033;
-constexpr OLECHAR kNeutralLibrary[] = L"TypeLib\\{8044D363-2CD8-43A6-9C54-EEFEAB467FD3}\\1.0\\0\\win64";
+constexpr OLECHAR kNeutralLibrary[] = L"TypeLib\\{8044D363-2CD8-43A6-9C54-EEFEAB467FD3}\\1.0\\0";
+
+// The library beside the running program. It stays loaded until the process ends.
+HMODULE Library()
+{
+    static const HMODULE module = LoadLibraryW(L"quorvane3.dll");
+    if (!module)
+        throw std::runtime_error("load the library");
+    return module;
+}
+
+HRESULT CallExport(const char* name)
+{
+    using Function = HRESULT(STDAPICALLTYPE*)();
+    const FARPROC found = GetProcAddress(Library(), name);
+    return found ? reinterpret_cast<Function>(reinterpret_cast<void*>(found))() : E_NOTIMPL;
+}
 
 // Wine's marshalling looks for a type library of no language alone, Windows' for one of any.
 void RegisterWithoutLanguage()
 {
-    Bstr path;
-    Check(QueryPathOfRegTypeLib(LIBID_quorvane3, 1, 0, kEnglish, path.Put()), "find the type library");
-    const LSTATUS status = RegSetValueW(HKEY_CLASSES_ROOT, kNeutralLibrary, REG_SZ, path.Get(), 0);
+    OleString path(MAX_PATH, L'\0');
+    path.resize(GetModuleFileNameW(Library(), path.data(), MAX_PATH));
+    const OleString key = OleString(kNeutralLibrary) + L"\\win64";
+    const LSTATUS status = RegSetValueW(HKEY_CLASSES_ROOT, key.c_str(), REG_SZ, path.c_str(), 0);
     Check(HRESULT_FROM_WIN32(static_cast<DWORD>(status)), "register the type library without a language");
 }
 
@@ -23,15 +41,14 @@ void RegisterWithoutLanguage()
 
 RegisteredLibrary::RegisteredLibrary()
 {
-    Check(DllRegisterServer(), "register the library");
+    Check(CallExport("DllRegisterServer"), "register the library");
     RegisterWithoutLanguage();
 }
 
 RegisteredLibrary::~RegisteredLibrary()
 {
-    const OleStringView key = kNeutralLibrary;
-    RegDeleteTreeW(HKEY_CLASSES_ROOT, OleString(key.substr(0, key.rfind(L'\\'))).c_str());
-    static_cast<void>(DllUnregisterServer());
+    RegDeleteTreeW(HKEY_CLASSES_ROOT, kNeutralLibrary);
+    static_cast<void>(CallExport("DllUnregisterServer"));
 }
 
 }  // namespace quorvane::test
