@@ -57,6 +57,12 @@ void TakeProviderNotes(ProviderNotes& taken) noexcept
     taken = notes;
 }
 
+DataSource::~DataSource()
+{
+    const std::lock_guard lock(notesMutex);
+    ++notes.released;
+}
+
 OleString DataSource::Path() const
 {
     const VARIANT& path = properties_.DataSource();

@@ -16,6 +16,8 @@ namespace quorvane::test {
 class DataSource final
     : public DescribedObject<DataSource, IDBInitialize, IDBProperties, IDBCreateSession, IPersist> {
 public:
+    ~DataSource();
+
     // DB_E_ALREADYINITIALIZED; E_FAIL: no file is named, the mode isn't for reading and writing, or the file
     // can't be opened. DB_SEC_E_PERMISSIONDENIED: it may not be written.
     HRESULT STDMETHODCALLTYPE Initialize() override;

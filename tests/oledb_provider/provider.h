@@ -20,6 +20,7 @@ inline constexpr GUID kProviderClass = {
 // What the last data source was initialised with, whatever came of it.
 struct ProviderNotes {
     ULONG initialized = 0;  // how often that happened in this process
+    ULONG released = 0;     // how many data sources are gone
     OLECHAR dataSource[MAX_PATH] = {};
     OLECHAR userId[32] = {};
     LONG mode = -1;  // of these, -1 is a property that was not set

@@ -5,7 +5,6 @@
 #include <stdexcept>
 #include <string>
 
-#include "engine/persist/testing/database_fixture.h"
 #include "platform/com/own_module.h"
 #include "tests/oledb_provider/access_file.h"
 
@@ -40,34 +39,24 @@ HRESULT CallProvider(const char* name)
     return ProviderFunction<HRESULT(STDMETHODCALLTYPE*)()>(name)();
 }
 
-// No test leaves an object of the provider's behind.
-class LeftObjects final : public ::testing::EmptyTestEventListener {
-    void OnTestEnd(const ::testing::TestInfo&) override
-    {
-        EXPECT_FALSE(ProviderIsInUse()) << "an object of the provider is still alive";
-    }
-};
-
 class RegisteredProvider final : public ::testing::Environment {
 public:
     void SetUp() override
     {
-        // Threads that have no apartment of their own are in this one.
-        ASSERT_EQ(CoInitializeEx(nullptr, COINIT_MULTITHREADED), S_OK);
+        // Threads that have no apartment of their own are in COM's free one, which stays as long as this.
+        ASSERT_EQ(CoIncrementMTAUsage(&freeApartment_), S_OK);
         ASSERT_EQ(CallProvider("DllRegisterServer"), S_OK)
             << "Is Access's own provider registered? These tests stand in for it, and don't replace it.";
         ASSERT_EQ(RegisterAccessFileVfs(), 0);
-        testing::databaseKind = {.vfs = kAccessFileVfs,
-                                 .tablesAt = kAccessHeaderSize,
-                                 .mayNotBeWritten = kDatabasePermission,
-                                 .valueMissing = static_cast<HRESULT>(0x80040E10u)};
-        ::testing::UnitTest::GetInstance()->listeners().Append(new LeftObjects);
     }
     void TearDown() override
     {
         EXPECT_EQ(CallProvider("DllUnregisterServer"), S_OK);
-        CoUninitialize();
+        EXPECT_EQ(CoDecrementMTAUsage(freeApartment_), S_OK);
     }
+
+private:
+    CO_MTA_USAGE_COOKIE freeApartment_{};
 };
 
 const ::testing::Environment* const environment = ::testing::AddGlobalTestEnvironment(new RegisteredProvider);

@@ -1,7 +1,7 @@
 // tests/oledb_provider/registered_provider.h: the tests' provider, registered while a program's tests run.
 //
-// A program that links this runs the tests of the sharing database on files of Access's. Where Access's own
-// provider is registered none of them runs, and the program fails.
+// A program that is linked with this finds the provider, and the files that it reads (access_file.h). Where
+// Access's own provider is registered the program fails.
 #ifndef QUORVANE_TESTS_OLEDB_PROVIDER_REGISTERED_PROVIDER_H_
 #define QUORVANE_TESTS_OLEDB_PROVIDER_REGISTERED_PROVIDER_H_
 

@@ -32,7 +32,8 @@ class Sqlite {
 public:
     explicit Sqlite(const std::filesystem::path& path)
     {
-        if (sqlite3_open(path.string().c_str(), &db_) != SQLITE_OK)
+        if (sqlite3_open_v2(path.string().c_str(), &db_, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE,
+                            sharingDatabaseVfs) != SQLITE_OK)
             throw std::runtime_error("open " + path.string());
         sqlite3_busy_timeout(db_, 10000);
     }

@@ -12,6 +12,10 @@ namespace quorvane::test {
 // The text that keeps the tests' settings apart.
 inline constexpr OLECHAR kProductCode[] = OLESTR("Tests");
 
+// The VFS by which SQLite reaches the sharing databases of the mailboxes that are made from now on; null: its
+// own.
+inline const char* sharingDatabaseVfs = nullptr;
+
 // Throws std::runtime_error. Holds a MAPI session of its own for looking after the engine's work.
 class TestMailbox {
 public:
