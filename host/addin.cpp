@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
-#include <ctime>
 
 #include "host/folders.h"
 #include "host/output.h"
+#include "host/path_text.h"
 #include "host/properties.h"
 
 namespace quorvane::host {
@@ -24,10 +24,9 @@ constexpr auto kApplyingStep = std::chrono::milliseconds(20);
 
 std::uint64_t Addin::Now()
 {
-    std::timespec now{};
-    std::timespec_get(&now, TIME_UTC);
-    return kUnixEpochInFileTime + static_cast<std::uint64_t>(now.tv_sec) * 10'000'000 +
-           static_cast<std::uint64_t>(now.tv_nsec) / 100;
+    using FileTimeUnits = std::chrono::duration<std::uint64_t, std::ratio<1, 10'000'000>>;
+    const auto sinceUnixEpoch = std::chrono::system_clock::now().time_since_epoch();
+    return kUnixEpochInFileTime + std::chrono::duration_cast<FileTimeUnits>(sinceUnixEpoch).count();
 }
 
 namespace {
@@ -278,7 +277,7 @@ void Addin::LearnMembers(const std::string& folderId, const Announcement& announ
 
 HRESULT Addin::DatabasePath(Bstr& path)
 {
-    path = Bstr(Widen(parts_.mailbox.SharingDatabasePath().string()));
+    path = Bstr(OleTextOf(parts_.mailbox.SharingDatabasePath()));
     return S_OK;
 }
 

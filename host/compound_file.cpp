@@ -1,6 +1,7 @@
 #include "host/compound_file.h"
 
 #include "host/errors.h"
+#include "host/path_text.h"
 
 namespace quorvane::host {
 
@@ -59,12 +60,13 @@ private:
     std::string shown_;
 };
 
-// A part of a package, "Folders" or "Items", with the storage above it: a storage serves no longer than its parent.
+// A part of a package, "Folders" or "Items", with the storage above it: a storage serves no longer than its
+// parent.
 struct PackagePart {
     PackagePart(IStorage& root, const OLECHAR* name)
-        : version(OpenSubStorage(root, OLESTR("1.0"))), storage(version ? OpenSubStorage(*version, name) : nullptr)
-    {
-    }
+        : version(OpenSubStorage(root, OLESTR("1.0"))),
+          storage(version ? OpenSubStorage(*version, name) : nullptr)
+    {}
     ComPtr<IStorage> version;
     ComPtr<IStorage> storage;
 };
@@ -133,7 +135,7 @@ std::vector<Element> ListElements(IStorage& storage, const std::string& shown)
 
 ComPtr<IStorage> OpenCompoundFile(const std::filesystem::path& path)
 {
-    const OleString name = Widen(path.string());
+    const OleString name = OleTextOf(path);
     ComPtr<IStorage> root;
     Check(StgOpenStorage(name.c_str(), nullptr, STGM_READ | STGM_SHARE_DENY_WRITE, nullptr, 0, root.Put()),
           "open", path.string());

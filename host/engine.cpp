@@ -5,6 +5,7 @@ namespace quorvane::host {
 EngineSession::EngineSession(ExtHandler& handler, const std::string& mailbox)
     : callback_(MakeComObject<ExtCallback>(handler))
 {
+    Check(thread_.Result(), "start COM for", mailbox);
     ComPtr<IClassFactory> factory;
     Check(DllGetClassObject(CLSID_Library, IID_IClassFactory, factory.PutVoid()), "start the engine for",
           mailbox);

@@ -10,7 +10,8 @@
 
 namespace quorvane::host {
 
-// Owns the library and its session. Destruction waits for the engine's jobs. Throws a HostError.
+// Owns the library and its session. Made and destroyed on one thread, which is a free one of COM's meanwhile.
+// Destruction waits for the engine's jobs. Throws a HostError.
 class EngineSession {
 public:
     EngineSession(ExtHandler& handler, const std::string& mailbox);
@@ -26,6 +27,7 @@ public:
     ComPtr<IFolder> FindFolder(const std::string& folderId) const;
 
 private:
+    FreeThreadScope thread_;
     ComPtr<ExtCallback> callback_;
     ComPtr<ILibrary> library_;
     ComPtr<ISession2> session_;

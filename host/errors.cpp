@@ -67,6 +67,14 @@ std::string DescribeErrno(int error)
     return std::generic_category().message(error);
 }
 
+std::string DescribeSystemError(unsigned long error)
+{
+    // In the standard's words where it has some, so that a reason reads alike everywhere.
+    return std::error_code(static_cast<int>(error), std::system_category())
+        .default_error_condition()
+        .message();
+}
+
 void Fail(std::string_view what, std::string_view object, std::string_view why)
 {
     std::string line = "cannot ";

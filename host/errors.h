@@ -34,8 +34,9 @@ void Check(HRESULT hr, std::string_view what, std::string_view object);
 // A result code in words, with its number: "not found (0x8004010F)".
 std::string Describe(HRESULT hr);
 
-// The text of an errno value.
+// The text of an errno value, and of one of the system's own error numbers.
 std::string DescribeErrno(int error);
+std::string DescribeSystemError(unsigned long error);
 
 }  // namespace quorvane::host
 

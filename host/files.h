@@ -1,7 +1,8 @@
-// host/files.h: files that must survive a kill, and the lock that keeps two runs of a mailbox apart.
+// host/files.h: files that must survive a kill.
 #ifndef QUORVANE_HOST_FILES_H_
 #define QUORVANE_HOST_FILES_H_
 
+#include <cstdint>
 #include <filesystem>
 #include <string>
 #include <string_view>
@@ -11,7 +12,8 @@ namespace quorvane::host {
 // Makes a directory and those above it. Throws a HostError.
 void MakeDirectory(const std::filesystem::path& directory);
 
-// Flushes a directory's entries to the disk: a rename in it survives power loss. Throws a HostError.
+// Flushes a directory's entries to the disk: a rename in it survives power loss. On Windows, where a rename
+// does so by itself, nothing is done. Throws a HostError.
 void SyncDirectory(const std::filesystem::path& directory);
 
 // Copies `source` to `target`, which must not exist, in full and flushed: first under `aside` (on the
@@ -25,19 +27,6 @@ void WriteDurably(const std::filesystem::path& target, std::string_view content)
 
 // The whole content. Throws a HostError when the file can't be read or is larger than `limit` bytes.
 std::string ReadWhole(const std::filesystem::path& path, std::uintmax_t limit);
-
-// An exclusive lock on a file, held until destruction and by the system no longer than the process lives.
-class FileLock {
-public:
-    // Throws a HostError "cannot <what> '<object>': ..." when another process holds the lock.
-    FileLock(const std::filesystem::path& path, std::string_view what, std::string_view object);
-    FileLock(const FileLock&) = delete;
-    FileLock& operator=(const FileLock&) = delete;
-    ~FileLock();
-
-private:
-    int descriptor_;
-};
 
 }  // namespace quorvane::host
 

@@ -1,20 +1,21 @@
 #include "host/files.h"
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <csignal>
 #include <fstream>
 
 #include "host/errors.h"
+#include "host/file_lock.h"
 #include "host/test_directory.h"
 
 namespace quorvane::host {
 
 namespace {
 
-void Write(const std::filesystem::path& path, const std::string& text) { std::ofstream(path, std::ios::binary) << text; }
+void Write(const std::filesystem::path& path, const std::string& text)
+{
+    std::ofstream(path, std::ios::binary) << text;
+}
 
 TEST(FilesTest, ACopyIsWholeAndLeavesNothingAside)
 {
@@ -48,33 +49,6 @@ TEST(FilesTest, WhatAKilledCopyLeftAsideIsWrittenOver)
     EXPECT_TRUE(CopyDurably(directory / "a", directory / "b.part", directory / "b"));
 
     EXPECT_EQ(ReadWhole(directory / "b", 100), "content");
-}
-
-TEST(FilesTest, ACopyThatIsKilledLeavesNoTarget)
-{
-    const TestDirectory directory;
-    Write(directory / "a", std::string(64'000'000, 'x'));
-    int kills = 0;
-    for (std::uintmax_t reached = 0; reached < 60'000'000; reached += 5'000'000) {
-        const pid_t child = fork();
-        if (child == 0) {
-            CopyDurably(directory / "a", directory / "b.part", directory / "b");
-            _exit(0);
-        }
-        std::error_code error;
-        int status = 0;
-        while (waitpid(child, &status, WNOHANG) == 0) {
-            const auto size = std::filesystem::file_size(directory / "b.part", error);
-            if (!error && size > reached)
-                kill(child, SIGKILL);
-        }
-        kills += WIFSIGNALED(status) ? 1 : 0;
-        if (std::filesystem::exists(directory / "b")) {
-            EXPECT_EQ(std::filesystem::file_size(directory / "b"), 64'000'000U);
-            std::filesystem::remove(directory / "b");
-        }
-    }
-    EXPECT_GT(kills, 0);
 }
 
 TEST(FilesTest, AFileIsReplacedAtOnce)

@@ -4,6 +4,7 @@
 
 #include "host/announcement.h"
 #include "host/files.h"
+#include "host/path_text.h"
 
 namespace quorvane::host {
 
@@ -30,7 +31,7 @@ bool Inbox::IsBusy()
 {
     std::error_code error;
     for (const std::string& path : state_.UnfinishedPaths())
-        if (std::filesystem::exists(path, error)) {
+        if (std::filesystem::exists(PathOf(path), error)) {
             statistics_.Touch();
             return true;
         }
@@ -48,7 +49,14 @@ bool Inbox::IsNext(const IncomingPackage& package, const Exchange& exchange)
 
 std::filesystem::path Inbox::PathFor(const IncomingPackage& package) const
 {
-    return mailbox_.InboxPath() / (package.sender + "-" + package.path.filename().string());
+    return mailbox_.InboxPath() / PathOf(package.sender + "-" + package.path.filename().string());
+}
+
+void Inbox::CopyFromExchange(const IncomingPackage& package) const
+{
+    std::filesystem::path aside = PathFor(package);
+    aside += ".part";
+    CopyDurably(package.path, aside, PathFor(package));
 }
 
 void Inbox::Done(const IncomingPackage& package, const Exchange& exchange)
@@ -116,7 +124,7 @@ bool Inbox::FinishCurrent(const Exchange& exchange)
     const IncomingPackage package = *current_;
     const std::size_t missing = CountMissing(package);
     if (missing > 0) {
-        CopyDurably(package.path, PathFor(package).string() + ".part", PathFor(package));
+        CopyFromExchange(package);
         // A message that was made and has no row would be made a second time, or pass for one made here.
         matcher_.MatchPackage(PathFor(package).string());
         if (++tries_ < kTries) {
@@ -136,7 +144,7 @@ bool Inbox::Take(const IncomingPackage& package, const Exchange& exchange)
     const std::filesystem::path path = PathFor(package);
     // An earlier run may have handed it over, and the engine resumed it.
     if (!state_.IsUnfinished(path.string())) {
-        CopyDurably(package.path, path.string() + ".part", path);
+        CopyFromExchange(package);
         std::string reason;
         const Verdict verdict = Judge(path, reason);
         if (verdict == Verdict::kHold)
@@ -177,9 +185,9 @@ Inbox::Verdict Inbox::Judge(const std::filesystem::path& path, std::string& reas
 
 void Inbox::Process(const IncomingPackage& package)
 {
-    const std::string path = PathFor(package).string();
-    Check(engine_.Session().ProcessStorageFile(Bstr(Widen(path)).Get(), BstrOf(package.member).Get()),
-          "hand over the package", path);
+    const std::filesystem::path path = PathFor(package);
+    Check(engine_.Session().ProcessStorageFile(Bstr(OleTextOf(path)).Get(), BstrOf(package.member).Get()),
+          "hand over the package", path.string());
     statistics_.Touch();
 }
 

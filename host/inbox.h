@@ -49,6 +49,7 @@ private:
     std::size_t CountMissing(const IncomingPackage& package);
     void Done(const IncomingPackage& package, const Exchange& exchange);
     std::filesystem::path PathFor(const IncomingPackage& package) const;
+    void CopyFromExchange(const IncomingPackage& package) const;
     void Process(const IncomingPackage& package);
     void Reject(const IncomingPackage& package, const std::filesystem::path& path, const std::string& reason);
 

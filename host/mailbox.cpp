@@ -2,13 +2,15 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
 #include <system_error>
 
 #include "host/errors.h"
+#include "host/files.h"
+#include "host/path_text.h"
 #include "host/profile.h"
 #include "host/records.h"
 #include "host/sharing_schema.h"
+#include "host/user_settings.h"
 
 namespace quorvane::host {
 
@@ -25,29 +27,6 @@ std::string NewInstance()
     std::snprintf(text, sizeof text, "%08x%04x%04x", static_cast<unsigned>(guid.Data1), guid.Data2,
                   guid.Data3);
     return text;
-}
-
-std::string EscapedForReg(const std::string& text)
-{
-    std::string result;
-    for (const char c : text) {
-        if (c == '\\' || c == '"')
-            result += '\\';
-        result += c;
-    }
-    return result;
-}
-
-void WriteSettings(const Mailbox& mailbox)
-{
-    const std::filesystem::path directory = mailbox.SettingsPath() / "quorvane3";
-    MakeDirectory(directory);
-    std::string product = ToUtf8(OleStringView(kProductCode));
-    WriteDurably(directory / "registry.reg",
-                 "Windows Registry Editor Version 5.00\r\n\r\n"
-                 "[HKEY_CURRENT_USER\\Software\\Brindlemoor\\Quorvane\\1.0\\" +
-                     product + "\\Settings]\r\n\"Logs\"=\"" + EscapedForReg(mailbox.LogPath().string()) +
-                     "\"\r\n");
 }
 
 bool IsAbsentOrEmpty(const std::filesystem::path& directory)
@@ -72,55 +51,63 @@ bool IsMemberName(std::string_view name) noexcept
            std::all_of(name.begin(), name.end(), allowed);
 }
 
-Mailbox Mailbox::Create(const std::filesystem::path& directory, const std::string& name)
+Mailbox::Mailbox(const std::string& directory)
 {
     std::error_code error;
-    Mailbox mailbox(std::filesystem::absolute(directory, error).lexically_normal());
-    const std::string shown = directory.string();
+    directory_ = std::filesystem::absolute(PathOf(directory), error).lexically_normal();
+}
+
+Mailbox Mailbox::Create(const std::string& directory, const std::string& name)
+{
+    Mailbox mailbox(directory);
     if (!IsMemberName(name))
-        throw HostError("cannot make the mailbox '" + shown + "': '" + name +
+        throw HostError("cannot make the mailbox '" + directory + "': '" + name +
                             "' is no member name (letters, digits, '.', '-', '_' and '@', at most 64)",
                         ExitCode::kUsage);
     if (!IsAbsentOrEmpty(mailbox.directory_))
-        Fail("make the mailbox", shown, "the directory exists and is not empty");
+        Fail("make the mailbox", directory, "the directory exists and is not empty");
     for (const auto& part : {mailbox.PackagesPath(), mailbox.InboxPath(), mailbox.LogPath().parent_path()})
         MakeDirectory(part);
-    WriteSettings(mailbox);
+    mailbox.name_ = name;
+    mailbox.instance_ = NewInstance();
 
     Database(mailbox.SharingDatabasePath().string(), Database::Mode::kCreate).Execute(kSharingSchema);
-    mailbox.UseInProcess();
-    CreateProfile(mailbox.StorePath().string(), name);
+    SelectSettings(mailbox);
+    MakeSettings(mailbox);
+    MakeProfile(mailbox.StorePath(), name);
 
     // Last: a directory with this file in it is a mailbox.
     Database records(mailbox.HostDatabasePath().string(), Database::Mode::kCreate);
     Transaction transaction(records);
-    Records::CreateTables(records, name, NewInstance());
+    Records::CreateTables(records, name, mailbox.instance_);
     records.Execute("PRAGMA user_version = " + std::to_string(kRecordsVersion));
     transaction.Commit();
-    mailbox.name_ = name;
     return mailbox;
 }
 
-Mailbox Mailbox::Open(const std::filesystem::path& directory)
+Mailbox Mailbox::Open(const std::string& directory)
 {
     std::error_code error;
-    Mailbox mailbox(std::filesystem::absolute(directory, error).lexically_normal());
-    const std::string shown = directory.string();
+    Mailbox mailbox(directory);
     if (!std::filesystem::is_directory(mailbox.directory_, error))
-        Fail("open the mailbox", shown, "no such directory");
+        Fail("open the mailbox", directory, "no such directory");
     if (!std::filesystem::exists(mailbox.HostDatabasePath(), error))
-        Fail("open the mailbox", shown, "the directory is no mailbox (make one with 'quorvane init')");
+        Fail("open the mailbox", directory, "the directory is no mailbox (make one with 'quorvane init')");
+    if (!std::filesystem::exists(mailbox.StorePath(), error))
+        Fail("open the mailbox", directory, "its message store is missing");
     Database records(mailbox.HostDatabasePath().string(), Database::Mode::kOpen);
     Statement version(records, "PRAGMA user_version");
     if (!version.Step() || version.Number(0) != kRecordsVersion)
-        Fail("open the mailbox", shown, "host.db is of a version that this program doesn't know");
+        Fail("open the mailbox", directory, "host.db is of a version that this program doesn't know");
     Statement own(records, "SELECT name, instance FROM mailbox");
     if (!own.Step())
-        Fail("open the mailbox", shown, "host.db holds no name");
+        Fail("open the mailbox", directory, "host.db holds no name");
     mailbox.name_ = own.Text(0);
     mailbox.instance_ = own.Text(1);
+    own.Reset();
+    version.Reset();
     mailbox.CheckSharingDatabase();
-    mailbox.UseInProcess();
+    mailbox.UseSettings(records);
     return mailbox;
 }
 
@@ -136,13 +123,19 @@ void Mailbox::CheckSharingDatabase() const
     }
 }
 
-void Mailbox::UseInProcess() const
+// A mailbox that was moved, or comes from another system, gets its settings here; one process at a time makes
+// them.
+void Mailbox::UseSettings(Database& records) const
 {
-    // The engine and MAPI take the per-user settings, the temporary folder and the local application data
-    // from the environment at each use.
-    setenv("XDG_CONFIG_HOME", SettingsPath().c_str(), 1);
-    setenv("XDG_DATA_HOME", (directory_ / "logs").c_str(), 1);
-    setenv("TMPDIR", PackagesPath().c_str(), 1);
+    SelectSettings(*this);
+    if (AreSettingsMade(*this) && HasProfile(StorePath()))
+        return;
+    Transaction transaction(records);
+    if (!AreSettingsMade(*this))
+        MakeSettings(*this);
+    if (!HasProfile(StorePath()))
+        MakeProfile(StorePath(), name_);
+    transaction.Commit();
 }
 
 Database Mailbox::OpenSharingDatabase() const

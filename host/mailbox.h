@@ -3,7 +3,9 @@
 //     store.sqlite    the message store
 //     sharing.db      the sharing database, which the engine works on
 //     host.db         the program's own records: name, shares, transport
-//     settings/       the per-user settings of the engine and the MAPI profile of this mailbox
+//     settings/       the per-user settings of the engine and the MAPI profile of this mailbox (on Windows in
+//     the
+//                     registry)
 //     packages/       storage files that wait for delivery
 //     inbox/          received storage files that the engine works off
 //     logs/           the engine's trace log
@@ -16,19 +18,20 @@
 #include <memory>
 #include <string>
 
-#include "host/files.h"
+#include "host/file_lock.h"
 #include "host/sqlite.h"
+#include "quorvane3/com.h"
 
 namespace quorvane::host {
 
 class Mailbox {
 public:
     // Makes a new mailbox in a directory that is absent or empty. Throws a HostError.
-    static Mailbox Create(const std::filesystem::path& directory, const std::string& name);
+    static Mailbox Create(const std::string& directory, const std::string& name);
 
     // Opens an existing one and points the process's settings, temporary files and MAPI profile to it:
     // one mailbox at a time a process. Throws a HostError.
-    static Mailbox Open(const std::filesystem::path& directory);
+    static Mailbox Open(const std::string& directory);
 
     const std::filesystem::path& Directory() const noexcept { return directory_; }
     std::filesystem::path StorePath() const { return directory_ / "store.sqlite"; }
@@ -50,8 +53,8 @@ public:
     std::unique_ptr<FileLock> LockForRun() const;
 
 private:
-    explicit Mailbox(const std::filesystem::path& directory) : directory_(directory) {}
-    void UseInProcess() const;
+    explicit Mailbox(const std::string& directory);
+    void UseSettings(Database& records) const;
     void CheckSharingDatabase() const;
 
     std::filesystem::path directory_;
@@ -64,7 +67,7 @@ private:
 bool IsMemberName(std::string_view name) noexcept;
 
 // The product code under which the program keeps its engine settings apart from other hosts'.
-inline constexpr char16_t kProductCode[] = u"quorvane-host";
+inline constexpr OLECHAR kProductCode[] = OLESTR("quorvane-host");
 
 }  // namespace quorvane::host
 

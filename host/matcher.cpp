@@ -5,6 +5,7 @@
 #include "host/compound_file.h"
 #include "host/folders.h"
 #include "host/msg_file.h"
+#include "host/path_text.h"
 #include "host/properties.h"
 
 namespace quorvane::host {
@@ -13,7 +14,7 @@ void Matcher::MatchUnfinished()
 {
     for (const std::string& path : parts_.state.UnfinishedPaths()) {
         std::error_code error;
-        if (std::filesystem::exists(path, error))  // else worked off, and only its row was left
+        if (std::filesystem::exists(PathOf(path), error))  // else worked off, and only its row was left
             MatchPackage(path);
     }
 }
@@ -28,7 +29,7 @@ std::map<std::string, Matcher::Wanted> Matcher::WantedOf(const std::string& path
 {
     std::map<std::string, Wanted> folders;
     try {
-        const ComPtr<IStorage> root = OpenCompoundFile(path);
+        const ComPtr<IStorage> root = OpenCompoundFile(PathOf(path));
         ReadPackage(*root, path, [&](const PackageRecord& record, IStorage& storage) {
             MsgFile file;
             if (parts_.state.RowOfId(record.id) || FAILED(file.OpenOn(storage)))

@@ -1,7 +1,5 @@
 #include "host/message_content.h"
 
-#include <glib.h>
-
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
@@ -9,6 +7,7 @@
 
 #include "host/errors.h"
 #include "host/properties.h"
+#include "host/sha256.h"
 #include "quorvane3/com.h"
 
 namespace quorvane::host {
@@ -56,11 +55,9 @@ bool IsStoreOwned(ULONG tag)
 // Takes bytes in; gives them back as they are when they were few, else their digest.
 class ValueDigest {
 public:
-    ValueDigest() : checksum_(g_checksum_new(G_CHECKSUM_SHA256)) {}
-
     void Add(const void* data, std::size_t size)
     {
-        g_checksum_update(checksum_.get(), static_cast<const guchar*>(data), static_cast<gssize>(size));
+        digest_.Add(data, size);
         if (head_.size() < kLongestValue)
             head_.append(static_cast<const char*>(data), std::min(size, kLongestValue - head_.size()));
         size_ += size;
@@ -69,14 +66,11 @@ public:
     {
         if (size_ < kLongestValue)
             return head_;
-        return std::to_string(size_) + " bytes, sha256 " + g_checksum_get_string(checksum_.get());
+        return std::to_string(size_) + " bytes, sha256 " + digest_.Finish();
     }
 
 private:
-    struct Free {
-        void operator()(GChecksum* checksum) const noexcept { g_checksum_free(checksum); }
-    };
-    std::unique_ptr<GChecksum, Free> checksum_;
+    Sha256 digest_;
     std::string head_;
     unsigned long long size_ = 0;
 };

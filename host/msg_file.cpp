@@ -1,5 +1,6 @@
 #include "host/msg_file.h"
 
+#include "host/path_text.h"
 
 namespace quorvane::host {
 
@@ -13,7 +14,7 @@ MsgFile::~MsgFile()
 
 HRESULT MsgFile::Open(const std::filesystem::path& path)
 {
-    const OleString name = Widen(path.string());
+    const OleString name = OleTextOf(path);
     ComPtr<IStorage> storage;
     const HRESULT hr =
         StgOpenStorage(name.c_str(), nullptr, STGM_READ | STGM_SHARE_DENY_WRITE, nullptr, 0, storage.Put());
@@ -22,7 +23,7 @@ HRESULT MsgFile::Open(const std::filesystem::path& path)
 
 HRESULT MsgFile::Create(const std::filesystem::path& path)
 {
-    const OleString name = Widen(path.string());
+    const OleString name = OleTextOf(path);
     ComPtr<IStorage> storage;
     const HRESULT hr =
         StgCreateDocfile(name.c_str(), STGM_CREATE | STGM_READWRITE | STGM_SHARE_EXCLUSIVE, 0, storage.Put());

@@ -6,6 +6,7 @@
 #include <system_error>
 
 #include "host/announcement.h"
+#include "host/path_text.h"
 #include "quorvane3/storage.h"
 
 namespace quorvane::host {
@@ -19,7 +20,7 @@ constexpr auto kLongestWait = std::chrono::seconds(3);
 bool IsClosed(const std::string& path)
 {
     ComPtr<IStorage> storage;
-    const OleString name = Widen(path);
+    const OleString name = OleTextOf(PathOf(path));
     return StgOpenStorage(name.c_str(), nullptr, STGM_READWRITE | STGM_SHARE_EXCLUSIVE, nullptr, 0,
                           storage.Put()) != STG_E_SHAREVIOLATION;
 }
@@ -74,7 +75,7 @@ void Outbox::Resume()
 bool Outbox::IsReady(const std::string& path)
 {
     std::error_code error;
-    const auto written = std::filesystem::last_write_time(path, error);
+    const auto written = std::filesystem::last_write_time(PathOf(path), error);
     if (error)
         return true;  // gone: taking it clears the engine's record
     const auto now = std::chrono::steady_clock::now();
@@ -111,17 +112,18 @@ void Outbox::Deliver(const Exchange& exchange)
 {
     for (const OutgoingPackage& package : records_.Outgoing()) {
         std::error_code error;
-        const bool exists = std::filesystem::exists(package.path, error);
+        const std::filesystem::path path = PathOf(package.path);
+        const bool exists = std::filesystem::exists(path, error);
         if (exists && !IsClosed(package.path))
             return;  // a writer that was late; those behind it wait, for the order
         for (const Delivery& delivery : Plan(package)) {
             if (exists)
-                exchange.Deliver(delivery.member, delivery.sequence, package.path);
+                exchange.Deliver(delivery.member, delivery.sequence, path);
             records_.FinishDelivery(package.number, delivery.member);
             statistics_.packagesSent += exists ? 1 : 0;
             statistics_.Touch();
         }
-        std::filesystem::remove(package.path, error);
+        std::filesystem::remove(path, error);
         records_.FinishOutgoing(package.number);
     }
 }

@@ -2,16 +2,12 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <ctime>
 
 #include "quorvane3/com.h"
 
 namespace quorvane::host {
 
 namespace {
-
-constexpr std::uint64_t kFileTimeUnitsPerSecond = 10'000'000;
-constexpr std::int64_t kSecondsFrom1601To1970 = 11'644'473'600;
 
 // Columns that a text takes on a terminal: code points, which is right for most of what mail shows.
 std::size_t Width(const std::string& text)
@@ -70,13 +66,14 @@ std::string TimeText(std::uint64_t fileTime)
 {
     if (fileTime == 0)
         return {};
-    const auto seconds = static_cast<std::time_t>(
-        static_cast<std::int64_t>(fileTime / kFileTimeUnitsPerSecond) - kSecondsFrom1601To1970);
-    std::tm parts{};
-    if (!gmtime_r(&seconds, &parts))
+    const FILETIME time{static_cast<DWORD>(fileTime), static_cast<DWORD>(fileTime >> 32)};
+    SYSTEMTIME parts{};
+    if (!FileTimeToSystemTime(&time, &parts))
         return {};
-    char text[32];
-    return std::string(text, std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &parts));
+    char text[64];
+    std::snprintf(text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02dZ", parts.wYear, parts.wMonth, parts.wDay,
+                  parts.wHour, parts.wMinute, parts.wSecond);
+    return text;
 }
 
 }  // namespace quorvane::host

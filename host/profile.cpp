@@ -1,6 +1,10 @@
 #include "host/profile.h"
 
+#include <cstring>
+#include <optional>
+
 #include "host/errors.h"
+#include "host/path_text.h"
 #include "host/properties.h"
 #include "quorvane3/message_store.h"
 
@@ -37,21 +41,45 @@ LPTSTR Unconst(const char* text)
     return const_cast<LPTSTR>(text);
 }
 
-MAPIUID FirstService(IMsgServiceAdmin& admin, const std::string& object)
+// The profile's message service.
+struct Service {
+    MAPIUID uid{};
+    std::string path;  // of its store; empty as long as it isn't configured
+};
+
+ComPtr<IProfAdmin> AdminProfiles(const std::string& object)
+{
+    ComPtr<IProfAdmin> profiles;
+    Check(MAPIAdminProfiles(0, profiles.Put()), "administer the profiles for", object);
+    return profiles;
+}
+
+// Empty when there is no such profile.
+ComPtr<IMsgServiceAdmin> AdminServices(IProfAdmin& profiles, const std::string& object)
+{
+    ComPtr<IMsgServiceAdmin> services;
+    const HRESULT hr = profiles.AdminServices(Unconst(kProfileName), nullptr, 0, 0, services.Put());
+    if (hr != MAPI_E_NOT_FOUND)
+        Check(hr, "open the profile for", object);
+    return services;
+}
+
+std::optional<Service> FindService(IMsgServiceAdmin& services, const std::string& object)
 {
     ComPtr<IMAPITable> table;
-    Check(admin.GetMsgServiceTable(0, table.Put()), "read the services of the profile for", object);
-    SizedSPropTagArray(1, columns) = {1, {PR_SERVICE_UID}};
+    Check(services.GetMsgServiceTable(0, table.Put()), "read the services of the profile for", object);
+    SizedSPropTagArray(2, columns) = {2, {PR_SERVICE_UID, kPrMessageStorePath}};
     Rows rows;
     Check(HrQueryAllRows(table.Get(), reinterpret_cast<LPSPropTagArray>(&columns), nullptr, nullptr, 0,
                          rows.Put()),
           "read the services of the profile for", object);
-    MAPIUID uid{};
-    const SPropValue* const value = rows.Count() ? FindValue(rows[0], PR_SERVICE_UID) : nullptr;
-    if (!value || value->Value.bin.cb != sizeof uid)
-        Fail("configure the profile for", object, "the message service is missing from it");
-    std::memcpy(&uid, value->Value.bin.lpb, sizeof uid);
-    return uid;
+    const SPropValue* const uid = rows.Count() ? FindValue(rows[0], PR_SERVICE_UID) : nullptr;
+    Service service;
+    if (!uid || uid->Value.bin.cb != sizeof service.uid)
+        return std::nullopt;
+    std::memcpy(&service.uid, uid->Value.bin.lpb, sizeof service.uid);
+    service.path = TextOf(rows[0], kPrMessageStorePath);
+    return service;
 }
 
 ComPtr<IMsgStore> OpenDefaultStore(IMAPISession& session, const std::string& mailbox, std::string& storeId)
@@ -76,23 +104,44 @@ ComPtr<IMsgStore> OpenDefaultStore(IMAPISession& session, const std::string& mai
 
 }  // namespace
 
-void CreateProfile(const std::string& storePath, const std::string& displayName)
+bool HasProfile(const std::filesystem::path& storePath)
 {
-    const MapiScope mapi(storePath);
-    ComPtr<IProfAdmin> profiles;
-    Check(MAPIAdminProfiles(0, profiles.Put()), "make a profile for", storePath);
-    Check(profiles->CreateProfile(Unconst(kProfileName), nullptr, 0, 0), "make a profile for", storePath);
-    ComPtr<IMsgServiceAdmin> services;
-    Check(profiles->AdminServices(Unconst(kProfileName), nullptr, 0, 0, services.Put()), "make a profile for",
-          storePath);
-    Check(services->CreateMsgService(Unconst(kMessageStoreService), Unconst(displayName.c_str()), 0, 0),
-          "make a profile for", storePath);
-    MAPIUID uid = FirstService(*services, storePath);
+    const std::string shown = storePath.string();
+    const MapiScope mapi(shown);
+    const ComPtr<IMsgServiceAdmin> services = AdminServices(*AdminProfiles(shown), shown);
+    const auto service = services ? FindService(*services, shown) : std::nullopt;
+    std::error_code error;
+    return service && !service->path.empty() &&
+           std::filesystem::equivalent(PathOf(service->path), storePath, error);
+}
+
+// The path comes last: with it the profile counts as made.
+void MakeProfile(const std::filesystem::path& storePath, const std::string& displayName)
+{
+    const std::string shown = storePath.string();
+    const MapiScope mapi(shown);
+    const ComPtr<IProfAdmin> profiles = AdminProfiles(shown);
+    ComPtr<IMsgServiceAdmin> services = AdminServices(*profiles, shown);
+    if (!services) {
+        Check(profiles->CreateProfile(Unconst(kProfileName), nullptr, 0, 0), "make a profile for", shown);
+        services = AdminServices(*profiles, shown);
+    }
+    if (!services)
+        Fail("make a profile for", shown, "it is gone again");
+    Check(profiles->SetDefaultProfile(Unconst(kProfileName), 0), "make a profile for", shown);
+    auto service = FindService(*services, shown);
+    if (!service) {
+        Check(services->CreateMsgService(Unconst(kMessageStoreService), Unconst(displayName.c_str()), 0, 0),
+              "make a profile for", shown);
+        service = FindService(*services, shown);
+    }
+    if (!service)
+        Fail("make a profile for", shown, "the message service is missing from it");
+    std::string ansi = AnsiTextOf(storePath);
     SPropValue path{};
     path.ulPropTag = kPrMessageStorePath;
-    path.Value.lpszA = Unconst(storePath.c_str());
-    Check(services->ConfigureMsgService(&uid, 0, 0, 1, &path), "make the message store", storePath);
-    Check(profiles->SetDefaultProfile(Unconst(kProfileName), 0), "make a profile for", storePath);
+    path.Value.lpszA = ansi.data();
+    Check(services->ConfigureMsgService(&service->uid, 0, 0, 1, &path), "make the message store", shown);
 }
 
 MailSession::MailSession(const std::string& mailbox)

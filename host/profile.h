@@ -2,6 +2,7 @@
 #ifndef QUORVANE_HOST_PROFILE_H_
 #define QUORVANE_HOST_PROFILE_H_
 
+#include <filesystem>
 #include <string>
 
 #include "quorvane3/com.h"
@@ -9,9 +10,13 @@
 
 namespace quorvane::host {
 
-// Makes the default profile of the present settings, with one message store in the file `storePath`, which is
-// made too. Throws a HostError.
-void CreateProfile(const std::string& storePath, const std::string& displayName);
+// Whether the present settings have the program's profile, with the message store in the file `storePath`.
+// Throws a HostError.
+bool HasProfile(const std::filesystem::path& storePath);
+
+// Makes it, the default one, or points it to that file, which is made where it is missing. Throws a
+// HostError.
+void MakeProfile(const std::filesystem::path& storePath, const std::string& displayName);
 
 // MAPI, initialised for the process while this lives, with a session on the default profile and its default
 // store. The store and all it gives may be used from any thread. Throws a HostError.

@@ -53,6 +53,8 @@ int RunProgram(int argc, const char* const* argv)
         "Shares mail folders between mailboxes through a directory that every member can reach."};
     program.name("quorvane");
     program.require_subcommand(1);
+    // An argument that begins with a slash is a path, on Windows too.
+    program.allow_windows_style_options(false);
     program.footer("Exit codes: 0 done, 1 it failed or differs, 2 wrong usage.");
     Chosen chosen;
     AddCommands(program, chosen);

@@ -1,14 +1,13 @@
 #include "host/progress.h"
 
-#include <unistd.h>
-
 #include <cstdio>
 
 #include "host/output.h"
+#include "host/terminal.h"
 
 namespace quorvane::host {
 
-Progress::Progress(std::string what) : what_(std::move(what)), terminal_(isatty(STDERR_FILENO) != 0) {}
+Progress::Progress(std::string what) : what_(std::move(what)), terminal_(HasTerminal()) {}
 
 Progress::~Progress()
 {

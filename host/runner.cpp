@@ -1,10 +1,9 @@
 #include "host/runner.h"
 
-#include <csignal>
 #include <cstdio>
-#include <ctime>
 
 #include "host/output.h"
+#include "host/path_text.h"
 
 namespace quorvane::host {
 
@@ -17,31 +16,7 @@ constexpr auto kCheckInterval = std::chrono::seconds(60);
 constexpr auto kFirstCheck = std::chrono::seconds(3);
 constexpr auto kQuietBeforeCheck = std::chrono::milliseconds(1000);
 
-sigset_t StopSet()
-{
-    sigset_t set;
-    sigemptyset(&set);
-    sigaddset(&set, SIGINT);
-    sigaddset(&set, SIGTERM);
-    return set;
-}
-
 }  // namespace
-
-StopSignals::StopSignals()
-{
-    const sigset_t set = StopSet();
-    pthread_sigmask(SIG_BLOCK, &set, nullptr);
-}
-
-bool StopSignals::Wait(std::chrono::milliseconds time)
-{
-    const sigset_t set = StopSet();
-    const std::timespec limit{static_cast<std::time_t>(time.count() / 1000),
-                              static_cast<long>(time.count() % 1000) * 1'000'000};
-    stopped_ = stopped_ || sigtimedwait(&set, nullptr, &limit) > 0;
-    return stopped_;
-}
 
 Runner::Runner(const RunOptions& options, const Mailbox& mailbox)
     : options_(options),
@@ -57,7 +32,7 @@ Runner::Runner(const RunOptions& options, const Mailbox& mailbox)
       matcher_(parts_, engine_),
       outbox_(engine_, records_, statistics_),
       inbox_(parts_, engine_, matcher_, [this](const std::string& line) { Say(line); }),
-      exchange_(options.exchange, mailbox),
+      exchange_(PathOf(options.exchange), mailbox),
       progress_(mailbox.Name())
 {
     addin_.SetEngine(engine_);
@@ -95,7 +70,8 @@ void Runner::WatchShare(const Share& share)
     Check(folder->put_IgnoreEvents(VARIANT_FALSE), "watch the folder", share.name);
 }
 
-// Tells the members that don't know of a folder yet. The package is taken at once: that fixes who has been told.
+// Tells the members that don't know of a folder yet. The package is taken at once: that fixes who has been
+// told.
 void Runner::AnnounceTo(const Share& share)
 {
     for (const std::string& member : records_.Members(share.folderId, false)) {

@@ -13,6 +13,7 @@
 #include "host/progress.h"
 #include "host/reconcile.h"
 #include "host/sender.h"
+#include "host/stop_signals.h"
 
 namespace quorvane::host {
 
@@ -23,17 +24,6 @@ struct RunOptions {
     double idleSeconds = 2;
     std::string mailbox;
     std::string exchange;
-};
-
-// SIGINT and SIGTERM, kept from the whole process and asked for instead. Made before any thread.
-class StopSignals {
-public:
-    StopSignals();
-    // Waits for at most `time`. True once a signal came.
-    bool Wait(std::chrono::milliseconds time);
-
-private:
-    bool stopped_ = false;
 };
 
 class Runner {

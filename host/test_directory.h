@@ -2,22 +2,16 @@
 #ifndef QUORVANE_HOST_TEST_DIRECTORY_H_
 #define QUORVANE_HOST_TEST_DIRECTORY_H_
 
-#include <cstdlib>
 #include <filesystem>
 #include <string>
+
+#include "platform/testing/surroundings.h"
 
 namespace quorvane::host {
 
 class TestDirectory {
 public:
-    TestDirectory()
-    {
-        // A mailbox that is opened takes the process's temporary files to itself.
-        static const std::filesystem::path root = std::filesystem::temp_directory_path();
-        std::string name = (root / "quorvane-host-XXXXXX").string();
-        if (mkdtemp(name.data()))
-            path_ = name;
-    }
+    TestDirectory() : path_(test::MakeTestDirectory()) {}
     TestDirectory(const TestDirectory&) = delete;
     TestDirectory& operator=(const TestDirectory&) = delete;
     ~TestDirectory() { std::filesystem::remove_all(path_); }

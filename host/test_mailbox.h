@@ -64,8 +64,8 @@ public:
     }
 
     TestDirectory directory;
-    const Mailbox created = Mailbox::Create(directory / "bob", "bob");
-    const Mailbox mailbox = Mailbox::Open(directory / "bob");
+    const Mailbox created = Mailbox::Create((directory / "bob").string(), "bob");
+    const Mailbox mailbox = Mailbox::Open((directory / "bob").string());
     MailSession mail{(directory / "bob").string()};
     ComPtr<IMAPIFolder> folder = EnsureFolder(mail, "Shared");
     const Share share{"{F}", HexOf(*folder, PR_ENTRYID), mail.StoreId(), "Shared"};

@@ -1,8 +1,10 @@
 #include <fstream>
 
 #include "host/command.h"
-#include "host/mime/export_mime.h"
+#include "host/files.h"
+#include "host/mail_format.h"
 #include "host/msg_file.h"
+#include "host/path_text.h"
 #include "host/progress.h"
 
 namespace quorvane::host {
@@ -14,7 +16,7 @@ struct ExportArguments {
     std::string mailbox;
     std::string folder;
     std::string directory;
-    std::string format = "eml";
+    std::string format = KnowsMime() ? "eml" : "msg";
 };
 
 // "0007-subject" with what a file name can't hold replaced; the number keeps names apart.
@@ -38,7 +40,7 @@ void WriteMail(IMessage& message, const std::filesystem::path& path)
     std::ofstream file(path, std::ios::binary | std::ios::trunc);
     if (!file)
         Fail("write", path.string(), DescribeErrno(errno));
-    Check(ExportMime(message, file), "write", path.string());
+    Check(ExportMail(message, file), "write", path.string());
     file.close();
     if (!file)
         Fail("write", path.string(), DescribeErrno(errno));
@@ -56,7 +58,8 @@ ExitCode Export(const ExportArguments& options)
     const Mailbox mailbox = Mailbox::Open(options.mailbox);
     const MailSession session(options.mailbox);
     const ComPtr<IMAPIFolder> folder = FindFolder(session, options.folder);
-    MakeDirectory(options.directory);
+    const std::filesystem::path directory = PathOf(options.directory);
+    MakeDirectory(directory);
     Progress progress("exporting");
     Json files = Json::array();
     std::size_t number = 0;
@@ -64,8 +67,8 @@ ExitCode Export(const ExportArguments& options)
         const ComPtr<IMessage> message = OpenMessage(session, item.entryId, false);
         if (!message)
             return;  // deleted since the row was read
-        const std::filesystem::path path = std::filesystem::path(options.directory) /
-                                           (FileName(++number, item.subject) + "." + options.format);
+        const std::filesystem::path path =
+            directory / (FileName(++number, item.subject) + "." + options.format);
         options.format == "msg" ? WriteMsg(*message, path) : WriteMail(*message, path);
         files.push_back(path.string());
         progress.Show(0, 0, std::to_string(number) + " items");
@@ -86,8 +89,13 @@ void AddExportCommand(CLI::App& program, Chosen& chosen)
     command->add_option("FOLDER", options->folder, "Path of the folder")->required();
     command->add_option("DIR", options->directory, "Directory for the files; made if it's missing")
         ->required();
-    command->add_option("--format", options->format, "eml or msg")
-        ->check(CLI::IsMember({"eml", "msg"}))
+    // A build without MIME writes the one form that it knows.
+    const std::vector<std::string> formats =
+        KnowsMime() ? std::vector<std::string>{"eml", "msg"} : std::vector<std::string>{"msg"};
+    command
+        ->add_option("--format", options->format,
+                     KnowsMime() ? "eml or msg" : "msg; this build writes no other")
+        ->check(CLI::IsMember(formats))
         ->capture_default_str();
 }
 

@@ -1,7 +1,10 @@
+#include <algorithm>
+#include <iterator>
+
 #include "host/command.h"
-#include "host/mime/import_mime.h"
-#include "host/mime/mail_reader.h"
+#include "host/mail_format.h"
 #include "host/msg_file.h"
+#include "host/path_text.h"
 #include "host/progress.h"
 
 namespace quorvane::host {
@@ -23,10 +26,12 @@ public:
     // Each mail is saved whole or not at all; that all are on the disk is Finish's.
     void Import(const FoundMail& mail)
     {
+        if (mail.kind == FoundMail::Kind::Mime && !KnowsMime())
+            return LeaveOutMime(mail.source);
         ComPtr<IMessage> message;
         HRESULT hr = folder_.CreateMessage(nullptr, 0, message.Put());
         Check(hr, "make an item in", "the folder");
-        hr = mail.kind == FoundMail::Kind::Mime ? ImportMail(mail, *message) : ImportFile(mail, *message);
+        hr = mail.kind == FoundMail::Kind::Mime ? SaveMail(mail, *message) : SaveFile(mail, *message);
         if (FAILED(hr))
             LeaveOut(mail.source, Describe(hr));
         else
@@ -35,22 +40,46 @@ public:
 
     void LeaveOut(const std::string& source, const std::string& reason)
     {
-        leftOut_.push_back({{"source", source}, {"reason", reason}});
+        NoteLeftOut(source, reason);
         lines_ += "left out " + Printable(source) + ": " + Printable(reason) + "\n";
     }
 
     std::size_t Imported() const noexcept { return imported_; }
     const Json& LeftOut() const noexcept { return leftOut_; }
-    const std::string& Lines() const noexcept { return lines_; }
+    // What was left out, one line each; mail of a kind that this build doesn't read has one line together.
+    std::string Lines() const
+    {
+        return mimeLeftOut_ == 0
+                   ? lines_
+                   : lines_ + "left out " + std::to_string(mimeLeftOut_) + " mails: " + kMsgOnly + "\n";
+    }
+    // Why there may be nothing.
+    const char* WhyNothing() const noexcept
+    {
+        return mimeLeftOut_ > 0 ? kMsgOnly : "nothing that was found could be read as mail";
+    }
 
 private:
-    static HRESULT ImportMail(const FoundMail& mail, IMessage& message)
+    static constexpr char kMsgOnly[] = "this build reads .msg files, and no mail in MIME";
+
+    void NoteLeftOut(const std::string& source, const std::string& reason)
     {
-        const HRESULT hr = ImportMime(mail.bytes, ImportOptions{mail.read}, message);
+        leftOut_.push_back({{"source", source}, {"reason", reason}});
+    }
+
+    void LeaveOutMime(const std::string& source)
+    {
+        NoteLeftOut(source, kMsgOnly);
+        ++mimeLeftOut_;
+    }
+
+    static HRESULT SaveMail(const FoundMail& mail, IMessage& message)
+    {
+        const HRESULT hr = ImportMail(mail, message);
         return FAILED(hr) ? hr : message.SaveChanges(MAPI_DEFERRED_ERRORS);
     }
 
-    static HRESULT ImportFile(const FoundMail& mail, IMessage& message)
+    static HRESULT SaveFile(const FoundMail& mail, IMessage& message)
     {
         MsgFile file;
         const HRESULT hr = file.Open(mail.path);
@@ -59,6 +88,7 @@ private:
 
     IMAPIFolder& folder_;
     std::size_t imported_ = 0;
+    std::size_t mimeLeftOut_ = 0;
     Json leftOut_ = Json::array();
     std::string lines_;
 };
@@ -89,7 +119,9 @@ ExitCode Import(const ImportArguments& options)
     const Mailbox mailbox = Mailbox::Open(options.mailbox);
     const MailSession session(options.mailbox);
     const ComPtr<IMAPIFolder> folder = EnsureFolder(session, options.folder);
-    MailReader reader(std::vector<std::filesystem::path>(options.paths.begin(), options.paths.end()));
+    std::vector<std::filesystem::path> paths;
+    std::transform(options.paths.begin(), options.paths.end(), std::back_inserter(paths), PathOf);
+    MailReader reader(std::move(paths));
     Importer importer(*folder);
     ImportAll(reader, importer);
     Check(session.Store().SaveChanges(0), "save the items of", options.folder);
@@ -98,7 +130,7 @@ ExitCode Import(const ImportArguments& options)
           importer.Lines() + "imported " + std::to_string(importer.Imported()) + " items into " +
               Printable(options.folder) + ", left out " + std::to_string(importer.LeftOut().size()) + "\n");
     if (importer.Imported() == 0)
-        Fail("import into", options.folder, "nothing that was found could be read as mail");
+        Fail("import into", options.folder, importer.WhyNothing());
     return ExitCode::kDone;
 }
 
@@ -112,7 +144,10 @@ void AddImportCommand(CLI::App& program, Chosen& chosen)
                    options, Import);
     command->add_option("MAILBOX", options->mailbox, "Directory of the mailbox")->required();
     command->add_option("FOLDER", options->folder, "Path of the folder, as in 'Projects/2026'")->required();
-    command->add_option("PATH", options->paths, "mbox, .eml or .msg files, Maildirs, or folders of them")
+    command
+        ->add_option("PATH", options->paths,
+                     KnowsMime() ? "mbox, .eml or .msg files, Maildirs, or folders of them"
+                                 : ".msg files, or folders of them")
         ->required();
 }
 

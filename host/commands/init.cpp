@@ -1,4 +1,5 @@
 #include "host/command.h"
+#include "host/path_text.h"
 
 namespace quorvane::host {
 
@@ -13,8 +14,7 @@ struct InitOptions {
 ExitCode Init(const InitOptions& options)
 {
     const std::string name =
-        options.name.empty() ? std::filesystem::path(options.mailbox).lexically_normal().filename().string()
-                             : options.name;
+        options.name.empty() ? PathOf(options.mailbox).lexically_normal().filename().string() : options.name;
     const Mailbox mailbox = Mailbox::Create(options.mailbox, name);
     Print(options.json, {{"mailbox", mailbox.Directory().string()}, {"name", mailbox.Name()}},
           "made the mailbox " + mailbox.Directory().string() + " of " + mailbox.Name() + "\n");

@@ -4,6 +4,7 @@
 #include "host/compound_file.h"
 #include "host/message_content.h"
 #include "host/msg_file.h"
+#include "host/path_text.h"
 #include "host/properties.h"
 #include "quorvane3/object_model.h"
 
@@ -126,7 +127,7 @@ ExitCode InspectMessage(const InspectOptions& options, IStorage& root)
 
 ExitCode Inspect(const InspectOptions& options)
 {
-    const ComPtr<IStorage> root = OpenCompoundFile(options.file);
+    const ComPtr<IStorage> root = OpenCompoundFile(PathOf(options.file));
     if (IsPackage(*root))
         return InspectPackage(options, *root);
     if (OpenSubStream(*root, OLESTR("__properties_version1.0")))

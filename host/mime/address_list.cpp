@@ -2,9 +2,9 @@
 
 #include <algorithm>
 
+#include "host/mail/unicode.h"
 #include "host/mime/charset.h"
 #include "host/mime/gmime_setup.h"
-#include "host/mime/unicode.h"
 
 namespace quorvane {
 namespace {

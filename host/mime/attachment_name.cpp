@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "host/mime/unicode.h"
+#include "host/mail/unicode.h"
 
 namespace quorvane {
 namespace {

@@ -7,7 +7,7 @@
 #include <cerrno>
 #include <utility>
 
-#include "host/mime/unicode.h"
+#include "host/mail/unicode.h"
 
 namespace quorvane {
 namespace {

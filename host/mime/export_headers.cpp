@@ -4,10 +4,10 @@
 
 #include <algorithm>
 
+#include "host/mail/unicode.h"
 #include "host/mime/filetime.h"
 #include "host/mime/gmime_setup.h"
 #include "host/mime/header_repair.h"
-#include "host/mime/unicode.h"
 
 namespace quorvane {
 namespace {

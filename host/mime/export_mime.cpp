@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "host/mail/unicode.h"
 #include "host/mime/charset.h"
 #include "host/mime/eml_writer.h"
 #include "host/mime/export_attachments.h"
@@ -12,7 +13,6 @@
 #include "host/mime/mapi_read.h"
 #include "host/mime/message_envelope.h"
 #include "host/mime/rtf_text.h"
-#include "host/mime/unicode.h"
 
 namespace quorvane {
 namespace {

@@ -2,10 +2,10 @@
 
 #include <algorithm>
 
+#include "host/mail/mail_check.h"
+#include "host/mail/unicode.h"
 #include "host/mime/filetime.h"
 #include "host/mime/gmime_setup.h"
-#include "host/mime/mail_check.h"
-#include "host/mime/unicode.h"
 
 namespace quorvane {
 namespace {

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <unordered_set>
 
-#include "host/mime/mail_check.h"
-#include "host/mime/unicode.h"
+#include "host/mail/mail_check.h"
+#include "host/mail/unicode.h"
 
 namespace quorvane {
 namespace {

@@ -2,12 +2,12 @@
 
 #include <vector>
 
+#include "host/mail/unicode.h"
 #include "host/mime/attachment_name.h"
 #include "host/mime/gmime_setup.h"
 #include "host/mime/mail_envelope.h"
 #include "host/mime/mime_tags.h"
 #include "host/mime/property_list.h"
-#include "host/mime/unicode.h"
 #include "quorvane3/com.h"
 
 namespace quorvane {

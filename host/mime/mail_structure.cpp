@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <string_view>
 
+#include "host/mail/unicode.h"
 #include "host/mime/charset.h"
 #include "host/mime/flowed_text.h"
 #include "host/mime/gmime_setup.h"
-#include "host/mime/unicode.h"
 
 namespace quorvane {
 namespace {

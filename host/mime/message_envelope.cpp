@@ -2,9 +2,9 @@
 
 #include <algorithm>
 
+#include "host/mail/unicode.h"
 #include "host/mime/mapi_read.h"
 #include "host/mime/one_off.h"
-#include "host/mime/unicode.h"
 
 namespace quorvane {
 namespace {

@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <iostream>
 
-#include "host/mime/mail_reader.h"
+#include "host/mail/mail_reader.h"
 #include "host/mime/test_store.h"
 
 namespace quorvane {

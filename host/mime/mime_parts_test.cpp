@@ -4,10 +4,10 @@
 #include <algorithm>
 #include <sstream>
 
+#include "host/mail/mail_check.h"
 #include "host/mime/attachment_name.h"
 #include "host/mime/eml_writer.h"
 #include "host/mime/header_fields.h"
-#include "host/mime/mail_check.h"
 #include "host/mime/mail_envelope.h"
 #include "host/mime/one_off.h"
 #include "host/mime/rtf_text.h"

@@ -5,8 +5,8 @@
 #include <cstdlib>
 #include <iostream>
 
+#include "host/mail/unicode.h"
 #include "host/mime/test_store.h"
-#include "host/mime/unicode.h"
 #include "quorvane3/storage.h"
 
 namespace quorvane {

@@ -2,8 +2,8 @@
 
 #include <cstdint>
 
+#include "host/mail/unicode.h"
 #include "host/mime/charset.h"
-#include "host/mime/unicode.h"
 
 namespace quorvane {
 namespace {

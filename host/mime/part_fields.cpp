@@ -1,8 +1,8 @@
 #include "host/mime/part_fields.h"
 
+#include "host/mail/unicode.h"
 #include "host/mime/attachment_name.h"
 #include "host/mime/gmime_setup.h"
-#include "host/mime/unicode.h"
 
 namespace quorvane {
 namespace {

@@ -1,6 +1,6 @@
 #include "host/mime/property_list.h"
 
-#include "host/mime/unicode.h"
+#include "host/mail/unicode.h"
 
 namespace quorvane {
 

@@ -1,9 +1,9 @@
 // Charsets, UTF-8 and flowed text.
 #include <gtest/gtest.h>
 
+#include "host/mail/unicode.h"
 #include "host/mime/charset.h"
 #include "host/mime/flowed_text.h"
-#include "host/mime/unicode.h"
 
 namespace quorvane {
 namespace {

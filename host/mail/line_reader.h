@@ -1,6 +1,6 @@
-// host/mime/line_reader.h: a file read line by line through a window of bounded size.
-#ifndef QUORVANE_HOST_MIME_LINE_READER_H_
-#define QUORVANE_HOST_MIME_LINE_READER_H_
+// host/mail/line_reader.h: a file read line by line through a window of bounded size.
+#ifndef QUORVANE_HOST_MAIL_LINE_READER_H_
+#define QUORVANE_HOST_MAIL_LINE_READER_H_
 
 #include <cstdint>
 #include <filesystem>
@@ -55,4 +55,4 @@ private:
 
 }  // namespace quorvane
 
-#endif  // QUORVANE_HOST_MIME_LINE_READER_H_
+#endif  // QUORVANE_HOST_MAIL_LINE_READER_H_

@@ -1,12 +1,12 @@
-// host/mime/mail_reader.h: every mail that lies at a list of paths, one at a time.
+// host/mail/mail_reader.h: every mail that lies at a list of paths, one at a time.
 //
 // A path may be a file (one mail, an mbox, a compound file) or a folder of such files and of Maildirs, to
 // any depth. What a file is, its content says; a name only helps where the content allows two readings.
 //
 // Memory: one mail at a time, at most kLargestMail bytes; an mbox of any size is read through a window.
 // Threading: one thread at a time for each object.
-#ifndef QUORVANE_HOST_MIME_MAIL_READER_H_
-#define QUORVANE_HOST_MIME_MAIL_READER_H_
+#ifndef QUORVANE_HOST_MAIL_MAIL_READER_H_
+#define QUORVANE_HOST_MAIL_MAIL_READER_H_
 
 #include <cstdint>
 #include <filesystem>
@@ -15,7 +15,7 @@
 #include <string>
 #include <vector>
 
-#include "host/mime/mbox_variant.h"
+#include "host/mail/mbox_variant.h"
 
 namespace quorvane {
 
@@ -77,4 +77,4 @@ private:
 
 }  // namespace quorvane
 
-#endif  // QUORVANE_HOST_MIME_MAIL_READER_H_
+#endif  // QUORVANE_HOST_MAIL_MAIL_READER_H_

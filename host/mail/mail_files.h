@@ -1,6 +1,6 @@
-// host/mime/mail_files.h: the files below a list of paths that may hold mail.
-#ifndef QUORVANE_HOST_MIME_MAIL_FILES_H_
-#define QUORVANE_HOST_MIME_MAIL_FILES_H_
+// host/mail/mail_files.h: the files below a list of paths that may hold mail.
+#ifndef QUORVANE_HOST_MAIL_MAIL_FILES_H_
+#define QUORVANE_HOST_MAIL_MAIL_FILES_H_
 
 #include <cstdint>
 #include <filesystem>
@@ -32,4 +32,4 @@ std::vector<MailFile> FindMailFiles(const std::vector<std::filesystem::path>& pa
 
 }  // namespace quorvane
 
-#endif  // QUORVANE_HOST_MIME_MAIL_FILES_H_
+#endif  // QUORVANE_HOST_MAIL_MAIL_FILES_H_

@@ -1,6 +1,6 @@
-// host/mime/mbox_variant.h: the ways in which mbox files keep a body's "From " lines from being separators.
-#ifndef QUORVANE_HOST_MIME_MBOX_VARIANT_H_
-#define QUORVANE_HOST_MIME_MBOX_VARIANT_H_
+// host/mail/mbox_variant.h: the ways in which mbox files keep a body's "From " lines from being separators.
+#ifndef QUORVANE_HOST_MAIL_MBOX_VARIANT_H_
+#define QUORVANE_HOST_MAIL_MBOX_VARIANT_H_
 
 namespace quorvane {
 
@@ -14,4 +14,4 @@ enum class MboxVariant {
 
 }  // namespace quorvane
 
-#endif  // QUORVANE_HOST_MIME_MBOX_VARIANT_H_
+#endif  // QUORVANE_HOST_MAIL_MBOX_VARIANT_H_

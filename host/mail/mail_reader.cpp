@@ -1,14 +1,14 @@
-#include "host/mime/mail_reader.h"
+#include "host/mail/mail_reader.h"
 
 #include <algorithm>
 #include <array>
 #include <fstream>
 #include <string_view>
 
-#include "host/mime/mail_check.h"
-#include "host/mime/mail_files.h"
-#include "host/mime/mbox_reader.h"
-#include "host/mime/unicode.h"
+#include "host/mail/mail_check.h"
+#include "host/mail/mail_files.h"
+#include "host/mail/mbox_reader.h"
+#include "host/mail/unicode.h"
 
 namespace quorvane {
 namespace fs = std::filesystem;

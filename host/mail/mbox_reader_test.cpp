@@ -1,9 +1,11 @@
-#include "host/mime/mbox_reader.h"
+#include "host/mail/mbox_reader.h"
 
 #include <gtest/gtest.h>
 
 #include <fstream>
 #include <vector>
+
+#include "platform/testing/surroundings.h"
 
 namespace quorvane {
 namespace {
@@ -14,10 +16,7 @@ class MboxReaderTest : public testing::Test {
 protected:
     void SetUp() override
     {
-        folder_ =
-            fs::temp_directory_path() / ("qv-mbox-" + std::to_string(reinterpret_cast<std::uintptr_t>(this)) +
-                                         "-" + testing::UnitTest::GetInstance()->current_test_info()->name());
-        fs::create_directories(folder_);
+        folder_ = test::MakeTestDirectory();
     }
     void TearDown() override { fs::remove_all(folder_); }
 

@@ -1,11 +1,12 @@
-#include "host/mime/mail_reader.h"
+#include "host/mail/mail_reader.h"
 
 #include <gtest/gtest.h>
 
 #include <fstream>
 #include <map>
 
-#include "host/mime/mail_files.h"
+#include "host/mail/mail_files.h"
+#include "platform/testing/surroundings.h"
 
 namespace quorvane {
 namespace {
@@ -16,10 +17,7 @@ class MailReaderTest : public testing::Test {
 protected:
     void SetUp() override
     {
-        root_ =
-            fs::temp_directory_path() / ("qv-mail-" + std::to_string(reinterpret_cast<std::uintptr_t>(this)) +
-                                         "-" + testing::UnitTest::GetInstance()->current_test_info()->name());
-        fs::create_directories(root_);
+        root_ = test::MakeTestDirectory();
     }
     void TearDown() override { fs::remove_all(root_); }
 
@@ -172,13 +170,6 @@ TEST_F(MailReaderTest, AMailInUtf16IsRead)
     EXPECT_EQ(Read({Put("1.eml", text)}).mails.at(0).bytes, "Subject: ä\n\nx\n");
     EXPECT_EQ(Read({Put("2.eml", text.substr(2))}).mails.at(0).bytes, "Subject: ä\n\nx\n");
     EXPECT_EQ(Read({Put("3.eml", '\0' + text.substr(2, 27))}).mails.at(0).bytes, "Subject: ä\n\nx\n");
-}
-
-TEST_F(MailReaderTest, ALinkThatLeadsBackEndsTheWalk)
-{
-    Put("a/1.eml", kMail);
-    fs::create_directory_symlink(root_, root_ / "a" / "loop");
-    EXPECT_EQ(Read({root_}).mails.size(), 1u);
 }
 
 TEST_F(MailReaderTest, ALargeMailIsReadWhole)

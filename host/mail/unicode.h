@@ -1,6 +1,6 @@
-// host/mime/unicode.h: text between UTF-8, in which this folder thinks, and the UTF-16 of MAPI.
-#ifndef QUORVANE_HOST_MIME_UNICODE_H_
-#define QUORVANE_HOST_MIME_UNICODE_H_
+// host/mail/unicode.h: text between UTF-8, in which the program thinks, and the UTF-16 of MAPI.
+#ifndef QUORVANE_HOST_MAIL_UNICODE_H_
+#define QUORVANE_HOST_MAIL_UNICODE_H_
 
 #include <string>
 #include <string_view>
@@ -34,4 +34,4 @@ std::string UpperAscii(std::string_view text);
 
 }  // namespace quorvane
 
-#endif  // QUORVANE_HOST_MIME_UNICODE_H_
+#endif  // QUORVANE_HOST_MAIL_UNICODE_H_

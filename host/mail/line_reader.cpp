@@ -1,4 +1,4 @@
-#include "host/mime/line_reader.h"
+#include "host/mail/line_reader.h"
 
 #include <algorithm>
 

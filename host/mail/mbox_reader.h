@@ -1,14 +1,14 @@
-// host/mime/mbox_reader.h: the mails of one mbox file, one at a time.
-#ifndef QUORVANE_HOST_MIME_MBOX_READER_H_
-#define QUORVANE_HOST_MIME_MBOX_READER_H_
+// host/mail/mbox_reader.h: the mails of one mbox file, one at a time.
+#ifndef QUORVANE_HOST_MAIL_MBOX_READER_H_
+#define QUORVANE_HOST_MAIL_MBOX_READER_H_
 
 #include <cstdint>
 #include <filesystem>
 #include <string>
 #include <string_view>
 
-#include "host/mime/line_reader.h"
-#include "host/mime/mbox_variant.h"
+#include "host/mail/line_reader.h"
+#include "host/mail/mbox_variant.h"
 
 namespace quorvane {
 
@@ -58,4 +58,4 @@ private:
 
 }  // namespace quorvane
 
-#endif  // QUORVANE_HOST_MIME_MBOX_READER_H_
+#endif  // QUORVANE_HOST_MAIL_MBOX_READER_H_

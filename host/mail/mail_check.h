@@ -1,6 +1,6 @@
-// host/mime/mail_check.h: what tells a mail from other bytes.
-#ifndef QUORVANE_HOST_MIME_MAIL_CHECK_H_
-#define QUORVANE_HOST_MIME_MAIL_CHECK_H_
+// host/mail/mail_check.h: what tells a mail from other bytes.
+#ifndef QUORVANE_HOST_MAIL_MAIL_CHECK_H_
+#define QUORVANE_HOST_MAIL_MAIL_CHECK_H_
 
 #include <optional>
 #include <string>
@@ -47,4 +47,4 @@ std::optional<bool> ReadStateOfHeader(std::string_view mail);
 
 }  // namespace quorvane
 
-#endif  // QUORVANE_HOST_MIME_MAIL_CHECK_H_
+#endif  // QUORVANE_HOST_MAIL_MAIL_CHECK_H_

@@ -1,4 +1,4 @@
-#include "host/mime/unicode.h"
+#include "host/mail/unicode.h"
 
 #include <algorithm>
 #include <array>

@@ -1,11 +1,11 @@
-#include "host/mime/mbox_reader.h"
+#include "host/mail/mbox_reader.h"
 
 #include <algorithm>
 #include <charconv>
 #include <optional>
 
-#include "host/mime/mail_check.h"
-#include "host/mime/mail_reader.h"
+#include "host/mail/mail_check.h"
+#include "host/mail/mail_reader.h"
 
 namespace quorvane {
 namespace {

@@ -1,11 +1,11 @@
-#include "host/mime/mail_files.h"
+#include "host/mail/mail_files.h"
 
 #include <algorithm>
 #include <array>
 #include <set>
 #include <string_view>
 
-#include "host/mime/unicode.h"
+#include "host/mail/unicode.h"
 
 namespace quorvane {
 namespace fs = std::filesystem;

@@ -1,0 +1,69 @@
+#include "host/user_settings.h"
+
+#include <cstdlib>
+#include <string>
+
+#include "host/files.h"
+#include "host/mailbox.h"
+
+namespace quorvane::host {
+
+namespace {
+
+constexpr std::uintmax_t kLargestRegistry = 16 << 20;
+
+std::filesystem::path RegistryPath(const Mailbox& mailbox)
+{
+    return mailbox.SettingsPath() / "quorvane3" / "registry.reg";
+}
+
+std::string EscapedForReg(const std::string& text)
+{
+    std::string result;
+    for (const char c : text) {
+        if (c == '\\' || c == '"')
+            result += '\\';
+        result += c;
+    }
+    return result;
+}
+
+std::string LogsLine(const Mailbox& mailbox)
+{
+    return "\"Logs\"=\"" + EscapedForReg(mailbox.LogPath().string()) + "\"";
+}
+
+std::string ReadRegistry(const Mailbox& mailbox)
+{
+    std::error_code error;
+    const std::filesystem::path path = RegistryPath(mailbox);
+    return std::filesystem::exists(path, error) ? ReadWhole(path, kLargestRegistry) : std::string();
+}
+
+}  // namespace
+
+void SelectSettings(const Mailbox& mailbox)
+{
+    setenv("XDG_CONFIG_HOME", mailbox.SettingsPath().c_str(), 1);
+    setenv("XDG_DATA_HOME", mailbox.LogPath().parent_path().c_str(), 1);
+    setenv("TMPDIR", mailbox.PackagesPath().c_str(), 1);
+}
+
+bool AreSettingsMade(const Mailbox& mailbox)
+{
+    return ReadRegistry(mailbox).find(LogsLine(mailbox)) != std::string::npos;
+}
+
+// Of a value that stands more than once the last counts, so that everything else in the file is kept.
+void MakeSettings(const Mailbox& mailbox)
+{
+    std::string registry = ReadRegistry(mailbox);
+    if (registry.empty())
+        registry = "Windows Registry Editor Version 5.00\r\n";
+    registry += "\r\n[HKEY_CURRENT_USER\\Software\\Brindlemoor\\Quorvane\\1.0\\" +
+                ToUtf8(OleStringView(kProductCode)) + "\\Settings]\r\n" + LogsLine(mailbox) + "\r\n";
+    MakeDirectory(RegistryPath(mailbox).parent_path());
+    WriteDurably(RegistryPath(mailbox), registry);
+}
+
+}  // namespace quorvane::host
