@@ -29,7 +29,9 @@ OpenStores& AllOpenStores()
 HRESULT FindTruePath(const std::string& path, bool create, std::string& truePath)
 {
     std::error_code failure;
-    const std::filesystem::path resolved = std::filesystem::weakly_canonical(path, failure);
+    // As UTF-8: a path of plain characters would be taken letter by letter on Windows.
+    const std::filesystem::path given(std::u8string(path.begin(), path.end()));
+    const std::filesystem::path resolved = std::filesystem::weakly_canonical(given, failure);
     if (failure || path.empty())
         return MAPI_E_NOT_FOUND;
     const bool isThere = std::filesystem::exists(resolved, failure);

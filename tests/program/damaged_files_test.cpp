@@ -41,7 +41,7 @@ TEST_F(DamagedFilesTest, DamagedPackagesAreLeftOutAndTheSessionGoesOn)
         name.insert(0, 20 - name.size(), '0');
         std::filesystem::copy_file(entry.path(), place / (name + ".qvt"));
     }
-    MustRun({"import", Mailbox("alice"), "Shared", (Samples() / "01-plain.eml").string()});
+    MustRun({"import", Mailbox("alice"), "Shared", Sample("01-plain").string()});
     MustRun({"share", Mailbox("alice"), "Shared", "--with", "bob"});
 
     const auto counts = RunUntilIdle({"alice", "bob"});

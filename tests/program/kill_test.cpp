@@ -59,7 +59,7 @@ TEST_F(KillTest, TwentyFiveKillsAtRandomMomentsLeaveBothSidesEqual)
         ASSERT_FALSE(victim.WaitFor(life, outcome)) << outcome.errors;
         victim.Signal(SIGKILL);
         EXPECT_EQ(victim.Wait().exitCode, 128 + SIGKILL);
-        other.Signal(SIGTERM);
+        other.AskToEnd();
         const Outcome ended = other.Wait();
         EXPECT_EQ(ended.exitCode, 0) << ended.errors;
         joined = joined || (round >= 4 && Items("bob", "Shared").size() > 8);

@@ -10,6 +10,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <fstream>
+#include <set>
 #include <sstream>
 #include <utility>
 
@@ -31,32 +32,119 @@ std::filesystem::path NewFile(const std::filesystem::path& directory, const char
     return directory / (std::string(kind) + "-" + std::to_string(++number) + ".txt");
 }
 
-[[noreturn]] void Execute(const std::vector<std::string>& arguments, const std::filesystem::path& output,
-                          const std::filesystem::path& errors)
+[[noreturn]] void Execute(const Program& program, const std::vector<std::string>& arguments,
+                          const std::filesystem::path& output, const std::filesystem::path& errors)
 {
-    std::vector<char*> pointers{const_cast<char*>("quorvane")};
-    for (const std::string& argument : arguments)
-        pointers.push_back(const_cast<char*>(argument.c_str()));
+    std::vector<char*> pointers;
+    for (const std::vector<std::string>* texts : {&program.command, &arguments})
+        for (const std::string& text : *texts)
+            pointers.push_back(const_cast<char*>(text.c_str()));
     pointers.push_back(nullptr);
     dup2(open("/dev/null", O_RDONLY), STDIN_FILENO);
     dup2(open(output.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0666), STDOUT_FILENO);
     dup2(open(errors.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0666), STDERR_FILENO);
-    execv(QUORVANE_PROGRAM, pointers.data());
+    execv(pointers[0], pointers.data());
     _exit(127);
 }
 
+std::string VariableText(const char* name)
+{
+    const char* const text = std::getenv(name);
+    return text ? text : "";
+}
+
+std::filesystem::path MakeDirectory()
+{
+    std::string name = (std::filesystem::temp_directory_path() / "quorvane-program-XXXXXX").string();
+    return mkdtemp(name.data()) ? name : std::string();
+}
+
+// The sample mails as .msg files of the same names, for the length of the process.
+class MessageFiles {
+public:
+    MessageFiles() : place_(MakeDirectory())
+    {
+        const std::string mailbox = (place_ / "mailbox").string();
+        std::filesystem::create_directory(place_ / "out");
+        MustRun({"init", mailbox, "--name", "samples"});
+        MustRun({"import", mailbox, "In", QUORVANE_SAMPLES});
+        MustRun({"export", mailbox, "In", Path().string(), "--format", "msg"});
+        NameAsTheSamples();
+    }
+    MessageFiles(const MessageFiles&) = delete;
+    MessageFiles& operator=(const MessageFiles&) = delete;
+    ~MessageFiles()
+    {
+        std::error_code ignored;  // a directory for temporary files more or less
+        std::filesystem::remove_all(place_, ignored);
+    }
+
+    std::filesystem::path Path() const { return place_ / "messages"; }
+
+private:
+    void MustRun(const std::vector<std::string>& arguments) const
+    {
+        const Outcome outcome = Process(NativeProgram(), arguments, place_ / "out").Wait();
+        EXPECT_EQ(outcome.exitCode, 0) << outcome.errors;
+    }
+
+    static std::set<std::filesystem::path> FilesOf(const std::filesystem::path& directory,
+                                                   const std::string& extension)
+    {
+        std::set<std::filesystem::path> files;
+        for (const auto& entry : std::filesystem::directory_iterator(directory))
+            if (entry.path().extension() == extension)
+                files.insert(entry.path());
+        return files;
+    }
+
+    // Files come in, and go out with a number, in the order of the samples' names.
+    void NameAsTheSamples() const
+    {
+        const auto samples = FilesOf(QUORVANE_SAMPLES, ".eml"), exported = FilesOf(Path(), ".msg");
+        ASSERT_EQ(samples.size(), exported.size());
+        auto sample = samples.begin();
+        for (const auto& file : exported)
+            std::filesystem::rename(file, Path() / ((sample++)->stem().string() + ".msg"));
+    }
+
+    std::filesystem::path place_;
+};
+
 }  // namespace
 
-Process::Process(const std::vector<std::string>& arguments, const std::filesystem::path& scratch)
-    : output_(NewFile(scratch, "out")), errors_(NewFile(scratch, "err"))
+const Program& NativeProgram()
+{
+    static const Program program{{QUORVANE_PROGRAM}, false};
+    return program;
+}
+
+const Program& WindowsProgram()
+{
+    static const Program program{
+        {QUORVANE_RUN_WINE, VariableText("QUORVANE_WINDOWS_BUILD") + "/bin/quorvane.exe"}, true};
+    return program;
+}
+
+const Program& TestedProgram()
+{
+    return VariableText("QUORVANE_WINDOWS_BUILD").empty() ? NativeProgram() : WindowsProgram();
+}
+
+Process::Process(const Program& program, const std::vector<std::string>& arguments,
+                 const std::filesystem::path& scratch)
+    : isForWindows_(program.isForWindows), output_(NewFile(scratch, "out")), errors_(NewFile(scratch, "err"))
 {
     process_ = fork();
     if (process_ == 0)
-        Execute(arguments, output_, errors_);
+        Execute(program, arguments, output_, errors_);
 }
 
 Process::Process(Process&& other) noexcept
-    : process_(std::exchange(other.process_, -1)), output_(other.output_), errors_(other.errors_)
+    : process_(std::exchange(other.process_, -1)),
+      isForWindows_(other.isForWindows_),
+      output_(other.output_),
+      errors_(other.errors_)
 {}
 
 Process::~Process()
@@ -70,6 +158,11 @@ Process::~Process()
 void Process::Signal(int number) const
 {
     kill(process_, number);
+}
+
+void Process::AskToEnd() const
+{
+    Signal(isForWindows_ ? SIGINT : SIGTERM);
 }
 
 std::string Process::ErrorsSoFar() const
@@ -107,9 +200,8 @@ bool Process::WaitFor(std::chrono::milliseconds time, Outcome& outcome)
 
 void ProgramTest::SetUp()
 {
-    std::string name = (std::filesystem::temp_directory_path() / "quorvane-program-XXXXXX").string();
-    ASSERT_NE(mkdtemp(name.data()), nullptr);
-    directory_ = name;
+    directory_ = MakeDirectory();
+    ASSERT_FALSE(directory_.empty());
     std::filesystem::create_directory(Path("exchange"));
 }
 
@@ -123,7 +215,12 @@ void ProgramTest::TearDown()
 
 Outcome ProgramTest::MustRun(const std::vector<std::string>& arguments) const
 {
-    Outcome outcome = Run(arguments);
+    return MustRunBy(TestedProgram(), arguments);
+}
+
+Outcome ProgramTest::MustRunBy(const Program& program, const std::vector<std::string>& arguments) const
+{
+    Outcome outcome = RunBy(program, arguments);
     EXPECT_EQ(outcome.exitCode, 0) << arguments[0] << ": " << outcome.errors << outcome.output;
     return outcome;
 }
@@ -131,7 +228,7 @@ Outcome ProgramTest::MustRun(const std::vector<std::string>& arguments) const
 void ProgramTest::MakeMailboxes(const std::vector<std::string>& names) const
 {
     for (const std::string& name : names)
-        MustRun({"init", Mailbox(name), "--name", name});
+        MustRunBy(ProgramOf(name), {"init", Mailbox(name), "--name", name});
 }
 
 // One run of each; adds to what each counted. Whether any package came or went.
@@ -140,8 +237,11 @@ bool ProgramTest::RunRound(const std::vector<std::string>& names, const std::str
 {
     std::vector<Process> processes;
     for (const std::string& name : names)
-        processes.push_back(Start({"run", Mailbox(name), "--exchange", Exchange(), "--until-idle", "--idle-seconds",
-                                   idleSeconds, "--json"}));
+        processes.emplace_back(
+            ProgramOf(name),
+            std::vector<std::string>{"run", Mailbox(name), "--exchange", Exchange(), "--until-idle",
+                                     "--idle-seconds", idleSeconds, "--json"},
+            directory_);
     bool moved = false;
     for (std::size_t i = 0; i < processes.size(); ++i) {
         const Outcome outcome = processes[i].Wait();
@@ -168,7 +268,7 @@ std::vector<Json> ProgramTest::RunUntilIdle(const std::vector<std::string>& name
 
 std::vector<Json> ProgramTest::Items(const std::string& mailbox, const std::string& folder) const
 {
-    const Outcome outcome = MustRun({"list", Mailbox(mailbox), folder, "--json"});
+    const Outcome outcome = MustRunBy(ProgramOf(mailbox), {"list", Mailbox(mailbox), folder, "--json"});
     return outcome.exitCode == 0 ? outcome.Value().get<std::vector<Json>>() : std::vector<Json>();
 }
 
@@ -181,13 +281,20 @@ void ProgramTest::ExpectSame(const std::string& a, const std::string& folderA, c
 
 std::filesystem::path Samples()
 {
-    return QUORVANE_SAMPLES;
+    if (!TestedProgram().isForWindows)
+        return QUORVANE_SAMPLES;
+    static const MessageFiles files;
+    return files.Path();
+}
+
+std::filesystem::path Sample(const std::string& name)
+{
+    return Samples() / (name + (TestedProgram().isForWindows ? ".msg" : ".eml"));
 }
 
 std::filesystem::path Corpus()
 {
-    const char* const path = std::getenv("QUORVANE_CORPUS");
-    return path ? path : "";
+    return VariableText("QUORVANE_CORPUS");
 }
 
 }  // namespace quorvane::test

@@ -15,6 +15,19 @@ namespace quorvane::test {
 
 using Json = nlohmann::json;
 
+// The program as one build made it.
+struct Program {
+    std::vector<std::string> command;  // what starts it, the program's file last
+    bool isForWindows = false;
+};
+
+// The program of this build, and the one for Windows, run under Wine, of the build directory that the
+// variable QUORVANE_WINDOWS_BUILD names.
+const Program& NativeProgram();
+const Program& WindowsProgram();
+// What the tests are about: the one for Windows where there is that variable.
+const Program& TestedProgram();
+
 // What a process left behind.
 struct Outcome {
     int exitCode = -1;  // 128 plus the signal's number after a kill
@@ -28,12 +41,15 @@ struct Outcome {
 // A process of the program under way. Killed when this goes while it still runs.
 class Process {
 public:
-    Process(const std::vector<std::string>& arguments, const std::filesystem::path& scratch);
+    Process(const Program& program, const std::vector<std::string>& arguments,
+            const std::filesystem::path& scratch);
     Process(Process&& other) noexcept;
     Process& operator=(Process&&) = delete;
     ~Process();
 
     void Signal(int number) const;
+    // Asks for the orderly end of a run: SIGTERM, or Ctrl-C, of which Wine makes one of SIGINT.
+    void AskToEnd() const;
     // What it has written to standard error so far.
     std::string ErrorsSoFar() const;
     // Waits for the end.
@@ -45,6 +61,7 @@ private:
     Outcome Collect(int status);
 
     pid_t process_ = -1;
+    bool isForWindows_ = false;
     std::filesystem::path output_;
     std::filesystem::path errors_;
 };
@@ -59,10 +76,21 @@ protected:
     std::string Exchange() const { return Path("exchange").string(); }
     std::string Mailbox(const std::string& name) const { return Path(name).string(); }
 
-    Process Start(const std::vector<std::string>& arguments) const { return Process(arguments, directory_); }
+    // The program that works on a mailbox.
+    virtual const Program& ProgramOf(const std::string& /*mailbox*/) const { return TestedProgram(); }
+
+    Process Start(const std::vector<std::string>& arguments) const
+    {
+        return Process(TestedProgram(), arguments, directory_);
+    }
+    Outcome RunBy(const Program& program, const std::vector<std::string>& arguments) const
+    {
+        return Process(program, arguments, directory_).Wait();
+    }
     Outcome Run(const std::vector<std::string>& arguments) const { return Start(arguments).Wait(); }
     // The same; anything but success fails the test with what the program said.
     Outcome MustRun(const std::vector<std::string>& arguments) const;
+    Outcome MustRunBy(const Program& program, const std::vector<std::string>& arguments) const;
 
     void MakeMailboxes(const std::vector<std::string>& names) const;
     // Waits until something holds, for half a minute at most; whether it did.
@@ -91,8 +119,11 @@ private:
     std::filesystem::path directory_;
 };
 
-// The folder of sample mails that comes with the project.
+// The folder of sample mails that comes with the project, and one of them by its name without the extension.
+// For a program that reads .msg files alone it is one of such files, which the native program has made of
+// them.
 std::filesystem::path Samples();
+std::filesystem::path Sample(const std::string& name);
 // Real files to test with; empty when the machine has none.
 std::filesystem::path Corpus();
 

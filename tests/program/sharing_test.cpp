@@ -99,7 +99,7 @@ TEST_F(SharingTest, AChangeIsSeenWhileBothSidesRun)
 
     MustRun({"edit", Mailbox("alice"), "Shared", id, "--subject", "live"});
     EXPECT_TRUE(Eventually([&] { return SubjectOf("bob", id) == "live"; }));
-    alice.Signal(SIGTERM);
+    alice.AskToEnd();
     bob.Signal(SIGINT);
     const Outcome atAlice = alice.Wait();
     const Outcome atBob = bob.Wait();
@@ -125,7 +125,7 @@ TEST_F(SharingTest, AnItemMovedAwayIsDeletedAtTheOtherMember)
 {
     ShareSamples({"bob"});
     RunUntilIdle({"alice", "bob"});
-    MustRun({"import", Mailbox("alice"), "Private", (Samples() / "01-plain.eml").string()});
+    MustRun({"import", Mailbox("alice"), "Private", Sample("01-plain").string()});
 
     MustRun({"move", Mailbox("alice"), "Shared", IdOf("alice", 0), "Private"});
     RunUntilIdle({"alice", "bob"});
@@ -149,8 +149,7 @@ TEST_F(SharingTest, ThreeMembersEndEqualAndThenKeepStill)
         std::ofstream(file) << "From: " << member << "@example.org\nSubject: new from " << member
                             << "\n\nhello\n";
         MustRun({"import", Mailbox(member), "Shared", file});
-        MustRun(
-            {"edit", Mailbox(member), "Shared", id(number), "--subject", "edited by " + member});
+        MustRun({"edit", Mailbox(member), "Shared", id(number), "--subject", "edited by " + member});
         MustRun({"delete", Mailbox(member), "Shared", id(number + 1)});
         number += 3;
     }
@@ -195,7 +194,7 @@ TEST_F(SharingTest, AnExchangeThatVanishesIsMissedOnceAndUsedAgain)
     EXPECT_FALSE(std::filesystem::exists(Path("exchange")));
     std::filesystem::rename(Path("hidden"), Path("exchange"));
     EXPECT_TRUE(Eventually([&] { return PackagesFor("bob") == 2; }));
-    alice.Signal(SIGTERM);
+    alice.AskToEnd();
     const Outcome atAlice = alice.Wait();
     RunUntilIdle({"bob"});
 
@@ -210,10 +209,11 @@ TEST_F(SharingTest, TwoRunsOfOneMailboxAreRefused)
     MakeMailboxes({"alice"});
     Process first = Start({"run", Mailbox("alice"), "--exchange", Exchange(), "-v"});
     // The log is begun at the logon, when the lock has long been taken.
-    EXPECT_TRUE(Eventually([&] { return std::filesystem::exists(Path("alice") / "logs" / "quorvane3.log"); }));
+    EXPECT_TRUE(
+        Eventually([&] { return std::filesystem::exists(Path("alice") / "logs" / "quorvane3.log"); }));
 
     const Outcome second = Run({"run", Mailbox("alice"), "--exchange", Exchange(), "--until-idle"});
-    first.Signal(SIGTERM);
+    first.AskToEnd();
 
     EXPECT_EQ(second.exitCode, 1);
     EXPECT_NE(second.errors.find("another run"), std::string::npos) << second.errors;

@@ -59,12 +59,45 @@ TEST_F(UsageTest, AMailboxIsNotMadeOverOtherFiles)
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(Path("full")), {}), 1);
 }
 
+TEST_F(UsageTest, AMailboxThatWasMovedWorksWhereItIsNow)
+{
+    MakeMailboxes({"a"});
+    MustRun({"import", Mailbox("a"), "In", Sample("01-plain").string()});
+    const std::string id = Items("a", "In").at(0).at("entryId");
+    std::filesystem::rename(Path("a"), Path("b"));
+
+    MustRun({"edit", Mailbox("b"), "In", id, "--subject", "moved"});
+
+    EXPECT_EQ(Items("b", "In").at(0).at("subject"), "moved");
+    EXPECT_FALSE(std::filesystem::exists(Path("a")));
+}
+
+TEST_F(UsageTest, AMailboxMadeInTheDirectoryOfAnEarlierOneIsEmpty)
+{
+    MakeMailboxes({"a"});
+    MustRun({"import", Mailbox("a"), "In", Sample("01-plain").string()});
+    std::filesystem::remove_all(Path("a"));
+
+    MakeMailboxes({"a"});
+
+    for (const Json& folder : MustRun({"list", Mailbox("a"), "--json"}).Value())
+        EXPECT_EQ(folder.at("items"), 0) << folder;
+}
+
+TEST_F(UsageTest, AMailboxWithoutItsMessageStoreIsRefusedAndGetsNoNewOne)
+{
+    MakeMailboxes({"a"});
+    std::filesystem::remove(Path("a") / "store.sqlite");
+    ExpectOneLine(Run({"list", Mailbox("a")}), 1, "message store");
+    EXPECT_FALSE(std::filesystem::exists(Path("a") / "store.sqlite"));
+}
+
 TEST_F(UsageTest, AFileThatIsNoMailIsNamedAndTheRestComesIn)
 {
     MakeMailboxes({"a"});
     std::filesystem::create_directory(Path("in"));
     std::ofstream(Path("in") / "noise.bin") << std::string(4096, '\0');
-    std::filesystem::copy_file(Samples() / "01-plain.eml", Path("in") / "good.eml");
+    std::filesystem::copy_file(Sample("01-plain"), Path("in") / Sample("01-plain").filename());
     const Outcome outcome = MustRun({"import", Mailbox("a"), "In", Path("in").string()});
     EXPECT_NE(outcome.output.find("noise.bin"), std::string::npos) << outcome.output;
     EXPECT_EQ(Items("a", "In").size(), 1U);
@@ -95,7 +128,7 @@ TEST_F(UsageTest, AFolderThatDoesNotExistIsNamed)
 TEST_F(UsageTest, AMemberNameThatCouldLeaveItsDirectoryIsRefused)
 {
     MakeMailboxes({"a"});
-    MustRun({"import", Mailbox("a"), "In", (Samples() / "01-plain.eml").string()});
+    MustRun({"import", Mailbox("a"), "In", Sample("01-plain").string()});
     ExpectOneLine(Run({"share", Mailbox("a"), "In", "--with", "../b"}), 2, "../b");
     ExpectOneLine(Run({"init", Mailbox("c"), "--name", "a/b"}), 2, "a/b");
 }
@@ -112,7 +145,7 @@ TEST_F(UsageTest, ADirectoryThatCannotBeWrittenIsNamed)
     std::ofstream(Path("file")) << "not a directory";
     ExpectOneLine(Run({"init", (Path("file") / "mailbox").string(), "--name", "a"}), 1, "file");
     MakeMailboxes({"a"});
-    MustRun({"import", Mailbox("a"), "In", (Samples() / "01-plain.eml").string()});
+    MustRun({"import", Mailbox("a"), "In", Sample("01-plain").string()});
     ExpectOneLine(Run({"export", Mailbox("a"), "In", (Path("file") / "out").string()}), 1, "file");
 }
 
