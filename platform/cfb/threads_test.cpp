@@ -24,25 +24,44 @@ void WorkIn(IStorage& storage, unsigned thread)
     }
 }
 
-TEST(ThreadsTest, SeveralThreadsWorkInOneFile)
+// Four threads, each in a storage of its own.
+void WorkInFour(IStorage& root)
+{
+    std::vector<std::jthread> threads;
+    for (unsigned i = 0; i < 4; ++i) {
+        threads.emplace_back([&root, i] {
+            ComPtr<IStorage> storage;
+            const std::string name = "thread" + std::to_string(i);
+            ASSERT_EQ(S_OK, root.CreateStorage(Wide(name).c_str(), kCreate, 0, 0, storage.Put()));
+            WorkIn(*storage, i);
+        });
+    }
+}
+
+void ExpectWhole(const Bytes& file)
+{
+    const Findings findings = Examine(file);
+    EXPECT_TRUE(findings.faults.empty()) << Text(findings.faults);
+    EXPECT_TRUE(findings.leaks.empty()) << Text(findings.leaks);
+}
+
+TEST(ThreadsTest, SeveralThreadsWorkInOneArrayOfBytes)
 {
     const auto bytes = NewLockBytes();
     ComPtr<IStorage> root;
     ASSERT_EQ(S_OK, CreateDocfileOnLockBytes(bytes.Get(), kCreate, root.Put()));
-    {
-        std::vector<std::jthread> threads;
-        for (unsigned i = 0; i < 4; ++i) {
-            threads.emplace_back([&root, i] {
-                ComPtr<IStorage> storage;
-                const std::string name = "thread" + std::to_string(i);
-                ASSERT_EQ(S_OK, root->CreateStorage(Wide(name).c_str(), kCreate, 0, 0, storage.Put()));
-                WorkIn(*storage, i);
-            });
-        }
-    }
-    const Findings findings = Examine(ContentOf(*bytes));
-    EXPECT_TRUE(findings.faults.empty()) << Text(findings.faults);
-    EXPECT_TRUE(findings.leaks.empty()) << Text(findings.leaks);
+    WorkInFour(*root);
+    ExpectWhole(ContentOf(*bytes));
+}
+
+TEST(ThreadsTest, SeveralThreadsWorkInOneFile)
+{
+    const ScratchDirectory directory;
+    ComPtr<IStorage> root;
+    ASSERT_EQ(S_OK, CreateDocfile(FromUtf8(directory.File("package")).c_str(), kCreate, root.Put()));
+    WorkInFour(*root);
+    root.Reset();
+    ExpectWhole(LoadFile(directory.File("package")));
 }
 
 TEST(ThreadsTest, ARootMayBeReleasedWhileOthersUseIt)
