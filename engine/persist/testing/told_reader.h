@@ -3,13 +3,17 @@
 #ifndef QUORVANE_ENGINE_PERSIST_TESTING_TOLD_READER_H_
 #define QUORVANE_ENGINE_PERSIST_TESTING_TOLD_READER_H_
 
+#include <bit>
 #include <cstdint>
+#include <cstring>
 #include <fstream>
 #include <map>
 #include <optional>
 #include <string>
 
 namespace quorvane::testing {
+
+static_assert(std::endian::native == std::endian::little);
 
 using ToldMap = std::map<std::u16string, std::u16string>;
 
@@ -35,10 +39,9 @@ inline std::optional<std::u16string> ReadToldString(const std::string& bytes, si
     const char* const text = bytes.data() + at + 4;
     if (text[size - 2] != 0 || text[size - 1] != 0)
         return std::nullopt;
-    std::u16string result;
-    for (size_t i = 0; i + 2 < size; i += 2)
-        result += static_cast<char16_t>(static_cast<unsigned char>(text[i]) |
-                                        (static_cast<unsigned char>(text[i + 1]) << 8));
+    // Both sides have the lower byte first.
+    std::u16string result(size / 2 - 1, u'\0');
+    std::memcpy(result.data(), text, 2 * result.size());
     at += 4 + size;
     return result;
 }
@@ -74,11 +77,7 @@ inline std::string ToldString(const std::u16string& text)
     const auto size = static_cast<std::uint32_t>(2 * text.size() + 2);
     for (int shift = 0; shift < 32; shift += 8)
         bytes += static_cast<char>(size >> shift);
-    for (const char16_t c : text + u'\0') {
-        bytes += static_cast<char>(c & 0xFF);
-        bytes += static_cast<char>(c >> 8);
-    }
-    return bytes;
+    return bytes.append(reinterpret_cast<const char*>(text.c_str()), size);
 }
 
 inline std::string ToldRecord(const std::u16string& key, const std::u16string& value)

@@ -1,66 +1,25 @@
-// A hash file that others write, replace or remove while it is open here.
+// A hash file that others write while it is open here, or that a killed process has left.
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include <fstream>
 
 #include "engine/persist/testing/file_faults.h"
-#include "engine/persist/testing/hash_changes.h"
-#include "engine/session/trace/crc32.h"
+#include "engine/persist/testing/shared_hash_file_fixture.h"
 
 namespace quorvane {
 namespace {
 
 using testing::ContentsOf;
 using testing::Fault;
-using testing::HashFileTest;
 using testing::Packed;
 using testing::ReadBytes;
+using testing::SharedHashFileTest;
 using testing::ToldMap;
 using testing::ToldRecord;
 
-class SharedHashFileTest : public HashFileTest {
-protected:
-    // A file with the keys A1 to A9.
-    SharedHashFileTest()
-    {
-        for (char16_t digit = u'1'; digit <= u'9'; ++digit) {
-            model[{u'A', digit}] = u"one";
-            mine->Set(Packed({u'A', digit}), Packed(u"one"));
-        }
-        EXPECT_EQ(mine->Save(), S_OK);
-    }
-
-    void Set(HashFile& file, const std::u16string& key, const std::u16string& value)
-    {
-        file.Set(Packed(key), Packed(value));
-        ASSERT_EQ(file.Save(), S_OK);
-    }
-    std::uint64_t FileNumber() const
-    {
-        struct stat status {};
-        EXPECT_EQ(stat(path.c_str(), &status), 0);
-        return status.st_ino;
-    }
-    // A redo record as this system writes it.
-    void LeaveRedo(std::uint32_t offset, const std::string& before, const std::string& after) const
-    {
-        std::string tail;
-        AppendLittleEndian32(tail, offset);
-        AppendLittleEndian32(tail, 0);
-        tail += before + after;
-        std::string record("QVREDO2\n");
-        AppendLittleEndian32(record, Crc32(tail.data(), tail.size()));
-        std::ofstream(path + ".redo", std::ios::binary) << record + tail;
-    }
-
-    ToldMap model;
-    std::unique_ptr<HashFile> mine = Load();
-};
-
 TEST_F(SharedHashFileTest, WhileAnotherHoldsItEachSaveWritesTheWholeMapInPlace)
 {
-    const std::uint64_t number = FileNumber();
+    const FileStamp before = Stamp();
     const auto theirs = Load();
     Set(*theirs, u"B1", u"theirs");
     ToldMap told = model;
@@ -77,8 +36,7 @@ TEST_F(SharedHashFileTest, WhileAnotherHoldsItEachSaveWritesTheWholeMapInPlace)
     ASSERT_EQ(theirs->Save(), S_OK);
     EXPECT_EQ(Told(), told);
 
-    EXPECT_EQ(FileNumber(), number);
-    EXPECT_TRUE(Beside().empty());
+    EXPECT_TRUE(Stamp().IsSameFile(before));
 }
 
 TEST_F(SharedHashFileTest, WhenTheOtherHasGoneTheNextSaveWritesTheWholeMapAndTheOneBehindItOnlyAChange)
@@ -107,28 +65,6 @@ TEST_F(SharedHashFileTest, WhatAStrangerWroteIsReplacedByTheMap)
     std::ofstream(path, std::ios::binary | std::ios::app) << ToldRecord(u"X", u"stranger");
     ASSERT_EQ(mine->Save(), S_OK);
     EXPECT_EQ(Told(), model);
-}
-
-TEST_F(SharedHashFileTest, AFileThatWasReplacedOrRemovedIsThereAgainAfterTheNextSave)
-{
-    std::ofstream(path + ".other", std::ios::binary) << ToldRecord(u"X", u"stranger");
-    std::filesystem::rename(path + ".other", path);
-    Set(*mine, u"A1", u"two");
-    model[u"A1"] = u"two";
-    EXPECT_EQ(Told(), model);
-
-    std::filesystem::remove(path);
-    Set(*mine, u"A1", u"three");
-    model[u"A1"] = u"three";
-    EXPECT_EQ(Told(), model);
-}
-
-TEST_F(SharedHashFileTest, WhatStandsBesideAFileThatAnotherWritesIsLeftAlone)
-{
-    std::ofstream(path + ".new") << "theirs";
-    std::ofstream(path + ".redo") << "theirs";
-    const auto theirs = Load();
-    EXPECT_EQ(Beside().size(), 2u);
 }
 
 TEST_F(SharedHashFileTest, WhatAKilledProcessLeftBesideIsRemoved)

@@ -1,6 +1,5 @@
 // SQLite's view of the files, for tests.
 #include <sqlite3.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <cstdlib>
@@ -46,7 +45,7 @@ bool Suffers() noexcept
         return false;
     state.struck = true;
     if (fault == DiskFault::Kill)
-        _exit(9);
+        std::_Exit(9);
     return true;
 }
 
@@ -254,7 +253,7 @@ int GetLastError(sqlite3_vfs*, int size, char* text)
 
 DatabaseVfs::DatabaseVfs()
 {
-    state.base = sqlite3_vfs_find("unix");
+    state.base = sqlite3_vfs_find(nullptr);
     if (!state.base)
         std::abort();
     sqlite3_vfs& vfs = state.vfs;
