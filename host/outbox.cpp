@@ -21,8 +21,9 @@ bool IsClosed(const std::string& path)
 {
     ComPtr<IStorage> storage;
     const OleString name = OleTextOf(PathOf(path));
-    return StgOpenStorage(name.c_str(), nullptr, STGM_READWRITE | STGM_SHARE_EXCLUSIVE, nullptr, 0,
-                          storage.Put()) != STG_E_SHAREVIOLATION;
+    const HRESULT hr = StgOpenStorage(name.c_str(), nullptr, STGM_READWRITE | STGM_SHARE_EXCLUSIVE, nullptr,
+                                      0, storage.Put());
+    return hr != STG_E_SHAREVIOLATION && hr != STG_E_LOCKVIOLATION;
 }
 
 bool IsAnnouncement(const std::string& recipients)

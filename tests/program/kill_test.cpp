@@ -29,7 +29,7 @@ protected:
             MustRun({"delete", Mailbox(mailbox), "Shared", pick(3).at("entryId")});
         if (round % 4 == 0)
             MustRun({"import", Mailbox(mailbox), "Shared",
-                     (Samples() / (mailbox == "alice" ? "01-plain.eml" : "07-attachment-csv.eml")).string()});
+                     Sample(mailbox == "alice" ? "01-plain" : "07-attachment-csv").string()});
     }
 };
 

@@ -1,6 +1,7 @@
 // Mailboxes on Linux and on Windows that share folders through one exchange. Those of the members named here
 // run under Wine; every other member's is this system's.
 #include <algorithm>
+#include <csignal>
 #include <fstream>
 
 #include "tests/program/program.h"
@@ -186,6 +187,25 @@ TEST_F(WorldsTest, TwoMailboxesOnWindowsShareAFolder)
     EXPECT_EQ(status.at("name"), "willi");
     EXPECT_EQ(status.at("shares").at(0).at("members"), Json{"wanda"});
     EXPECT_EQ(status.at("packagesToApply"), 0);
+}
+
+TEST_F(WorldsTest, ARunThatIsKilledOnWindowsInTheMidstOfAPackageLosesNothingAndDoublesNothing)
+{
+    MakeMailboxes({"alice", "wanda"});
+    RunFor("alice", "import", {"Shared", Samples().string()});
+    RunFor("alice", "share", {"Shared", "--with", "wanda"});
+    RunUntilIdle({"alice"}, kIdleSeconds);
+    Process wanda(WindowsProgram(), {"run", Mailbox("wanda"), "--exchange", Exchange(), "-v"},
+                  Path("exchange"));
+    const auto received = [&] { return wanda.ErrorsSoFar().find("onItemReceived") != std::string::npos; };
+
+    EXPECT_TRUE(Eventually(received)) << wanda.ErrorsSoFar();
+    wanda.Signal(SIGKILL);
+    EXPECT_EQ(wanda.Wait().exitCode, 128 + SIGKILL);
+    RunUntilIdle({"alice", "wanda"}, kIdleSeconds);
+
+    EXPECT_EQ(Items("wanda", "Shared").size(), 40U);
+    ExpectSameToBoth("alice", "wanda", 40);
 }
 
 TEST_F(WorldsTest, TwoRunsOfOneMailboxAreRefusedOnWindows)
