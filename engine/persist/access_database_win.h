@@ -11,7 +11,10 @@ namespace quorvane {
 
 // The database that an initialised data source stands for; any thread may use that. It is uninitialised with
 // the backend. Failures of what it makes are the provider's; they are described by the provider's error
-// records. Throws std::bad_alloc.
+// records, if it leaves any. A provider's answers are checked. E_UNEXPECTED, described: it breaks the rules
+// of OLE DB, with lengths that have no room, rows that weren't asked for, or successes that give nothing.
+// E_INVALIDARG, described: a row's value has no room, isn't of its column's type or wasn't given, or there is
+// another number of columns. Throws std::bad_alloc.
 std::unique_ptr<DatabaseBackend> MakeOledbBackend(IDBInitialize* source);
 
 // Initialises a data source: the provider may ask the user for what its connection string lacks. Failures are

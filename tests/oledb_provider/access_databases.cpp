@@ -1,7 +1,7 @@
 // The database's tests run on files of Access's, and leave no object of the provider's.
 #include <gtest/gtest.h>
 
-#include "engine/persist/testing/database_fixture.h"
+#include "engine/persist/testing/database_kind.h"
 #include "tests/oledb_provider/access_file.h"
 #include "tests/oledb_provider/registered_provider.h"
 

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "engine/persist/testing/database_fixture.h"
+#include "platform/file/file.h"
 #include "tests/oledb_provider/access_file.h"
 #include "tests/oledb_provider/registered_provider.h"
 
@@ -88,6 +89,17 @@ TEST_F(ServiceComponentTest, AFileThatIsCutAfterItsHeadFailsTheOpen)
     std::filesystem::resize_file(path, 100);
     EXPECT_EQ(Open(), E_FAIL);
     EXPECT_EQ(DatabaseErrorRecords().size(), 1u);
+}
+
+TEST_F(ServiceComponentTest, AFileThatAnotherKeepsForItselfFailsTheOpenUntilItIsLetGo)
+{
+    MakeDatabase();
+    File other;
+    ASSERT_EQ(other.Open(path, FileAccess::ReadWrite, FileMode::OpenExisting, FileShare::None), S_OK);
+    EXPECT_EQ(Open(), STG_E_ACCESSDENIED);
+    EXPECT_EQ(DatabaseErrorRecords().size(), 1u);
+    other.Close();
+    EXPECT_EQ(Open(), S_OK);
 }
 
 TEST_F(ServiceComponentTest, TwoOpenersSeeEachOthersRowsAndTransactionsWhole)

@@ -7,6 +7,7 @@
 #include <stdexcept>
 #include <thread>
 
+#include "engine/persist/testing/database_kind.h"
 #include "engine/session/context/operations.h"
 
 namespace quorvane::testing {
@@ -17,7 +18,8 @@ class SqliteFile {
 public:
     explicit SqliteFile(const std::string& path)
     {
-        if (sqlite3_open(path.c_str(), &connection_) != SQLITE_OK)
+        if (sqlite3_open_v2(path.c_str(), &connection_, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE,
+                            databaseKind.vfs) != SQLITE_OK)
             throw std::runtime_error("can't open " + path);
         sqlite3_busy_timeout(connection_, 10000);
     }

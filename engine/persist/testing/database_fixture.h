@@ -14,6 +14,7 @@
 
 #include "engine/persist/database.h"
 #include "engine/persist/statements.h"
+#include "engine/persist/testing/database_kind.h"
 #include "platform/testing/test_directory.h"
 
 namespace quorvane::testing {
@@ -25,16 +26,6 @@ inline std::string ReadFile(const std::filesystem::path& path)
     text << file.rdbuf();
     return text.str();
 }
-
-// What differs between the kinds of database that the tests run on. They run on SQLite's own unless a program
-// sets this before its first test.
-struct DatabaseKind {
-    const char* vfs = nullptr;  // by which SQLite reaches the tables of a file; null: the system's own
-    long long tablesAt = 0;     // where SQLite's own bytes begin in a file
-    HRESULT mayNotBeWritten = STG_E_ACCESSDENIED;  // opening such a database
-    HRESULT valueMissing = kErrorsInCommand;       // a question mark has no value
-};
-inline DatabaseKind databaseKind;
 
 class DatabaseTest : public ::testing::Test {
 protected:
