@@ -1,187 +1,167 @@
-// The platform's collation, for every locale: a total order in which only identical texts are equal.
+// The platform's collation, for every locale, ordered as Windows orders words.
 //
 // Texts are compared by levels; the first level that tells them apart decides:
-//   1. letters and digits by their base, punctuation and blanks passed over: digits, then Latin letters, then
-//   all
-//      other characters by their code;
+//   1. blanks, punctuation, digits and letters by their base; hyphens and apostrophes are passed over;
 //   2. accents: none first;
 //   3. case: small before capital;
-//   4. length, then code: here punctuation and blanks count, and the text with fewer of them comes first.
-#include <array>
-#include <string_view>
+//   4. hyphens, apostrophes and control characters: a text without them first, and of two with them the one
+//      that has its first further to the end.
+// Texts may be equal without being the same: a ligature counts as its two letters, an accent may be a mark of
+// its own, and what isn't seen at all (a soft hyphen, a mark of direction) doesn't count.
+#include <utility>
 
 #include "platform/com/bstr.h"
+#include "platform/com/collation_weights_posix.h"
+
+namespace quorvane {
 
 namespace {
 
-using Unit = std::uint16_t;
-
 constexpr ULONG kIgnoreCase = 1;  // NORM_IGNORECASE
 
-struct Weights {
-    std::uint32_t base = 0;  // 0: passed over at the first level
-    std::uint16_t accent = 0;
-    std::uint8_t isCapital = 0;
+int OrderOf(std::uint32_t left, std::uint32_t right) noexcept
+{
+    if (left == right)
+        return 0;
+    return left < right ? -1 : 1;
+}
+
+CollationWeights WeightsAt(OleStringView text, size_t at) noexcept
+{
+    return CollationWeightsOf(static_cast<std::uint16_t>(text[at]));
+}
+
+bool IsMark(const CollationWeights& weights) noexcept
+{
+    return weights.base == 0 && weights.accent != 0;
+}
+
+// Walks over the characters that count on the first three levels.
+class LetterWalk {
+public:
+    explicit LetterWalk(OleStringView text) noexcept : text_(text) {}
+
+    // False at the end, with all weights 0.
+    bool Next(CollationWeights& weights) noexcept
+    {
+        weights = {};
+        if (secondBase_ != 0) {
+            weights.base = std::exchange(secondBase_, 0);
+            weights.letterCase = case_;
+            AddMarks(weights);
+            return true;
+        }
+        while (at_ < text_.size() && weights.base == 0)
+            weights = WeightsAt(text_, at_++);
+        if (weights.base == 0) {
+            weights = {};
+            return false;
+        }
+        secondBase_ = weights.secondBase;
+        case_ = weights.letterCase;
+        if (secondBase_ == 0)
+            AddMarks(weights);
+        return true;
+    }
+
+private:
+    void AddMarks(CollationWeights& weights) noexcept
+    {
+        for (; at_ < text_.size(); ++at_) {
+            const CollationWeights mark = WeightsAt(text_, at_);
+            if (!IsMark(mark))
+                return;
+            weights.accent = static_cast<std::uint8_t>(weights.accent + mark.accent);
+        }
+    }
+
+    OleStringView text_;
+    size_t at_ = 0;
+    std::uint32_t secondBase_ = 0;
+    std::uint8_t case_ = 0;
 };
 
-constexpr std::uint32_t kDigitBase = 0x100;
-constexpr std::uint32_t kLatinBase = 0x200;
-constexpr std::uint32_t kOtherBase = 0x10000;
-
-// The Latin letter that each of U+00C0 to U+017F is a form of; '.' for those that are none.
-constexpr char kLatinForms[] =
-    "AAAAAAACEEEEIIII"
-    "DNOOOOO.OUUUUYTs"
-    "aaaaaaaceeeeiiii"
-    "dnooooo.ouuuuyty"
-    "AaAaAaCcCcCcCcDd"
-    "DdEeEeEeEeEeGgGg"
-    "GgGgHhHhIiIiIiIi"
-    "IiIiJjKkkLlLlLlL"
-    "lLlNnNnNnnNnOoOo"
-    "OoOoRrRrRrSsSsSs"
-    "SsTtTtTtUuUuUuUu"
-    "UuUuWwYyYZzZzZzs";
-static_assert(sizeof(kLatinForms) - 1 == 0x180 - 0xC0);
-
-constexpr bool IsCapital(char letter) noexcept
+// The first three levels in one pass.
+int CompareLetters(OleStringView left, OleStringView right, bool ignoreCase) noexcept
 {
-    return letter >= 'A' && letter <= 'Z';
-}
-
-constexpr Weights LatinWeights(char letter, Unit accent) noexcept
-{
-    const bool capital = IsCapital(letter);
-    const char small = capital ? static_cast<char>(letter - 'A' + 'a') : letter;
-    return {kLatinBase + static_cast<std::uint32_t>(small - 'a'), accent, capital};
-}
-
-constexpr Weights AsciiWeights(Unit unit) noexcept
-{
-    const char c = static_cast<char>(unit);
-    if (c >= '0' && c <= '9')
-        return {kDigitBase + static_cast<std::uint32_t>(c - '0'), 0, 0};
-    if (IsCapital(c) || (c >= 'a' && c <= 'z'))
-        return LatinWeights(c, 0);
-    return {};
-}
-
-// Greek and Cyrillic capitals stand at a fixed distance in front of the small letters.
-constexpr Weights OtherWeights(Unit unit) noexcept
-{
-    if ((unit >= 0x391 && unit <= 0x3A9) || (unit >= 0x410 && unit <= 0x42F))
-        return {kOtherBase + unit + 0x20u, 0, 1};
-    if (unit >= 0x400 && unit <= 0x40F)
-        return {kOtherBase + unit + 0x50u, 0, 1};
-    const bool isPunctuation =
-        unit < 0xC0 || (unit >= 0x2000 && unit <= 0x206F) || (unit >= 0x3000 && unit <= 0x303F);
-    return {isPunctuation ? 0u : kOtherBase + unit, 0, 0};
-}
-
-constexpr Weights WeightsOf(Unit unit) noexcept
-{
-    if (unit < 0x80)
-        return AsciiWeights(unit);
-    if (unit >= 0xC0 && unit < 0x180 && kLatinForms[unit - 0xC0] != '.') {
-        const char letter = kLatinForms[unit - 0xC0];
-        // Both cases of a letter have one accent weight: the code of the small one.
-        const Unit accent =
-            unit < 0x100 ? static_cast<Unit>(unit | 0x20) : static_cast<Unit>(unit + IsCapital(letter));
-        return LatinWeights(letter, accent);
+    LetterWalk leftWalk(left);
+    LetterWalk rightWalk(right);
+    int byAccent = 0;
+    int byCase = 0;
+    for (;;) {
+        CollationWeights l;
+        CollationWeights r;
+        const bool leftGoesOn = leftWalk.Next(l);
+        const bool rightGoesOn = rightWalk.Next(r);
+        if (l.base != r.base)
+            return OrderOf(l.base, r.base);
+        if (!leftGoesOn && !rightGoesOn)
+            break;
+        if (byAccent == 0)
+            byAccent = OrderOf(l.accent, r.accent);
+        if (byCase == 0 && !ignoreCase)
+            byCase = OrderOf(l.letterCase, r.letterCase);
     }
-    return OtherWeights(unit);
+    return byAccent != 0 ? byAccent : byCase;
 }
 
-// Walks over the characters that count at the first level.
-class Walk {
+// Walks over the characters that count on the last level alone.
+class SpecialWalk {
 public:
-    explicit Walk(quorvane::OleStringView text) noexcept : text_(text) {}
+    explicit SpecialWalk(OleStringView text) noexcept : text_(text) {}
 
-    bool Next(Weights& weights) noexcept
+    // False at the end. lettersBefore: how many letters there are in front.
+    bool Next(std::uint8_t& special, std::uint32_t& lettersBefore) noexcept
     {
         while (at_ < text_.size()) {
-            weights = WeightsOf(static_cast<Unit>(text_[at_++]));
-            if (weights.base != 0)
+            const CollationWeights weights = WeightsAt(text_, at_++);
+            letters_ += (weights.base != 0 ? 1u : 0u) + (weights.secondBase != 0 ? 1u : 0u);
+            if (weights.special != 0) {
+                special = weights.special;
+                lettersBefore = letters_;
                 return true;
+            }
         }
         return false;
     }
 
 private:
-    quorvane::OleStringView text_;
+    OleStringView text_;
     size_t at_ = 0;
+    std::uint32_t letters_ = 0;
 };
 
-int Sign(bool less) noexcept
+int CompareSpecials(OleStringView left, OleStringView right) noexcept
 {
-    return less ? -1 : 1;
-}
-
-// The first three levels in one pass.
-int CompareLetters(quorvane::OleStringView left, quorvane::OleStringView right, bool ignoreCase) noexcept
-{
-    Walk leftWalk(left);
-    Walk rightWalk(right);
-    int byAccent = 0;
-    int byCase = 0;
+    SpecialWalk leftWalk(left);
+    SpecialWalk rightWalk(right);
     for (;;) {
-        Weights l;
-        Weights r;
-        const bool leftGoesOn = leftWalk.Next(l);
-        const bool rightGoesOn = rightWalk.Next(r);
-        if (!leftGoesOn || !rightGoesOn) {
-            if (leftGoesOn != rightGoesOn)
-                return Sign(!leftGoesOn);
-            break;
-        }
-        if (l.base != r.base)
-            return Sign(l.base < r.base);
-        if (byAccent == 0 && l.accent != r.accent)
-            byAccent = Sign(l.accent < r.accent);
-        if (byCase == 0 && l.isCapital != r.isCapital)
-            byCase = Sign(l.isCapital < r.isCapital);
-    }
-    if (byAccent != 0 || ignoreCase)
-        return byAccent;
-    return byCase;
-}
-
-// The case-less form of a character, for the last level.
-Unit Folded(Unit unit, bool ignoreCase) noexcept
-{
-    if (!ignoreCase)
-        return unit;
-    const Weights weights = WeightsOf(unit);
-    if (weights.base >= kOtherBase)
-        return static_cast<Unit>(weights.base - kOtherBase);
-    if (weights.base >= kLatinBase && weights.accent == 0)
-        return static_cast<Unit>('a' + (weights.base - kLatinBase));
-    return weights.base >= kLatinBase ? weights.accent : unit;
-}
-
-int CompareCodes(quorvane::OleStringView left, quorvane::OleStringView right, bool ignoreCase) noexcept
-{
-    if (left.size() != right.size())
-        return Sign(left.size() < right.size());
-    for (size_t i = 0; i < left.size(); ++i) {
-        const Unit l = Folded(static_cast<Unit>(left[i]), ignoreCase);
-        const Unit r = Folded(static_cast<Unit>(right[i]), ignoreCase);
+        std::uint8_t l = 0;
+        std::uint8_t r = 0;
+        std::uint32_t leftLetters = 0;
+        std::uint32_t rightLetters = 0;
+        const bool leftGoesOn = leftWalk.Next(l, leftLetters);
+        const bool rightGoesOn = rightWalk.Next(r, rightLetters);
+        if (!leftGoesOn || !rightGoesOn)
+            return OrderOf(leftGoesOn, rightGoesOn);
+        if (leftLetters != rightLetters)
+            return OrderOf(rightLetters, leftLetters);
         if (l != r)
-            return Sign(l < r);
+            return OrderOf(l, r);
     }
-    return 0;
 }
 
 }  // namespace
+
+}  // namespace quorvane
 
 HRESULT VarBstrCmp(BSTR left, BSTR right, LCID, ULONG flags)
 {
     const auto leftText = quorvane::ViewOf(left);
     const auto rightText = quorvane::ViewOf(right);
-    const bool ignoreCase = (flags & kIgnoreCase) != 0;
-    int order = CompareLetters(leftText, rightText, ignoreCase);
+    int order = quorvane::CompareLetters(leftText, rightText, (flags & quorvane::kIgnoreCase) != 0);
     if (order == 0)
-        order = CompareCodes(leftText, rightText, ignoreCase);
+        order = quorvane::CompareSpecials(leftText, rightText);
     if (order == 0)
         return VARCMP_EQ;
     return order < 0 ? VARCMP_LT : VARCMP_GT;

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "platform/com/bstr.h"
+#include "platform/com/collation_pairs.h"
 
 namespace quorvane {
 namespace {
@@ -36,7 +37,7 @@ TEST(CollationTest, CaseDecidesOnlyWhereLettersAreEqual)
     ExpectOrder({OLESTR("abc"), OLESTR("ABC"), OLESTR("abd"), OLESTR("ABD")});
 }
 
-TEST(CollationTest, PunctuationDecidesLast)
+TEST(CollationTest, AHyphenDecidesLast)
 {
     ExpectOrder({OLESTR("coop"), OLESTR("co-op"), OLESTR("Coop"), OLESTR("coops")});
 }
@@ -45,6 +46,18 @@ TEST(CollationTest, AnAccentComesAfterThePlainLetterAndBeforeTheNext)
 {
     ExpectOrder({OLESTR("resume"), OLESTR("resum\u00E9"), OLESTR("resumf")});
     ExpectOrder({OLESTR("\u00E9"), OLESTR("\u00C9"), OLESTR("f")});
+}
+
+TEST(CollationTest, EveryPairHasTheOrderThatItHasOnEverySystem)
+{
+    static_assert(std::size(test::kCollationPairs) >= 200);
+    for (const test::CollationPair& pair : test::kCollationPairs) {
+        EXPECT_EQ(Compare(pair.left, pair.right), pair.order)
+            << ToUtf8(pair.left) << " and " << ToUtf8(pair.right);
+        EXPECT_EQ(Compare(pair.right, pair.left), VARCMP_GT - pair.order)
+            << ToUtf8(pair.right) << " and " << ToUtf8(pair.left);
+        EXPECT_EQ(Compare(pair.left, pair.left), VARCMP_EQ) << ToUtf8(pair.left);
+    }
 }
 
 TEST(CollationTest, NullIsAnEmptyText)
