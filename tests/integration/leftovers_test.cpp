@@ -1,16 +1,11 @@
 // What logons leave in the process, as the system counts it.
 #include <gtest/gtest.h>
 
+#include "tests/support/process_counts.h"
 #include "tests/support/test_host.h"
 
 namespace quorvane::test {
 namespace {
-
-std::ptrdiff_t CountEntries(const char* directory)
-{
-    return std::distance(std::filesystem::directory_iterator(directory),
-                         std::filesystem::directory_iterator());
-}
 
 TEST(LeftoversTest, LogonsLeaveNeitherThreadsNorOpenFiles)
 {
@@ -23,13 +18,15 @@ TEST(LeftoversTest, LogonsLeaveNeitherThreadsNorOpenFiles)
         EXPECT_TRUE(logon.StorageFiles());
     };
     work();
-    const std::ptrdiff_t threads = CountEntries("/proc/self/task");
-    const std::ptrdiff_t files = CountEntries("/proc/self/fd");
+    const size_t threads = CountThreads();
+    const size_t handles = CountHandles();
+    ASSERT_GT(threads, 0u);
+    ASSERT_GT(handles, 0u);
     for (int i = 0; i < kLogons; ++i)
         work();
 
-    EXPECT_EQ(CountEntries("/proc/self/task"), threads);
-    EXPECT_EQ(CountEntries("/proc/self/fd"), files);
+    EXPECT_EQ(CountThreads(), threads);
+    EXPECT_EQ(CountHandles(), handles);
 }
 
 }  // namespace
