@@ -45,7 +45,7 @@ HRESULT Chain::Step(Place* place)
     return S_OK;
 }
 
-HRESULT Chain::At(SectorId index, SectorId* sector)
+HRESULT Chain::WalkTo(SectorId index, SectorId* sector)
 {
     if (index == last_.index && last_.sector <= kMaxSector) {
         *sector = last_.sector;

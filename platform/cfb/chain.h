@@ -28,7 +28,15 @@ public:
 
     // The sector at `index`, which counts from 0. STG_E_DOCFILECORRUPT: the chain ends before, or leads
     // where no sector is.
-    [[nodiscard]] HRESULT At(SectorId index, SectorId* sector);
+    [[nodiscard]] HRESULT At(SectorId index, SectorId* sector)
+    {
+        // Most often every sector is remembered.
+        if (strideShift_ > 0 || index == 0 || index > marks_.size())
+            return WalkTo(index, sector);
+        *sector = marks_[index - 1];
+        last_ = {index, *sector};
+        return S_OK;
+    }
     // The sector at `index`, and how many of the chain's sectors from there on, `most` at the most, lie
     // behind each other in the file.
     [[nodiscard]] HRESULT RunAt(SectorId index, SectorId most, SectorId* sector, SectorId* count);
@@ -44,6 +52,7 @@ private:
         SectorId sector = kEndOfChain;
     };
 
+    [[nodiscard]] HRESULT WalkTo(SectorId index, SectorId* sector);
     [[nodiscard]] HRESULT Step(Place* place);
     void Mark(const Place& place);
     Place Nearest(SectorId index) const noexcept;

@@ -21,15 +21,22 @@ void FreeMap::Add(std::uint32_t number)
 {
     if (Contains(number))
         return;
+    // All levels first, so that none has changed when there is no memory for one.
+    if (levels_[0].size() <= number / 64) {
+        std::uint32_t place = number;
+        for (auto& level : levels_) {
+            place /= 64;
+            if (level.size() <= place)
+                level.resize(place + 1);
+        }
+    }
     std::uint32_t at = number;
     for (auto& level : levels_) {
-        if (level.size() <= at / 64)
-            level.resize(at / 64 + 1);
-        at /= 64;
-    }
-    at = number;
-    for (auto& level : levels_) {
-        level[at / 64] |= std::uint64_t{1} << at % 64;
+        std::uint64_t& word = level[at / 64];
+        const bool known = word != 0;  // to the levels above
+        word |= std::uint64_t{1} << at % 64;
+        if (known)
+            break;
         at /= 64;
     }
     ++count_;

@@ -118,27 +118,6 @@ struct Operation {
     }
 };
 
-template <class Use>
-HRESULT InStorage(IStorage& root, const std::string& path, const Use& use)
-{
-    if (path.empty())
-        return use(root);
-    const std::size_t end = std::min(path.find('/'), path.size());
-    ComPtr<IStorage> next;
-    const HRESULT hr =
-        root.OpenStorage(FromUtf8(path.substr(0, end)).c_str(), nullptr, kOpen, nullptr, 0, next.Put());
-    return FAILED(hr) ? hr : InStorage(*next, path.substr(std::min(end + 1, path.size())), use);
-}
-
-HRESULT WriteAt(IStream& stream, std::size_t offset, const Bytes& content)
-{
-    LARGE_INTEGER move;
-    ULONG written = 0;
-    move.QuadPart = static_cast<LONGLONG>(offset);
-    const HRESULT hr = stream.Seek(move, STREAM_SEEK_SET, nullptr);
-    return FAILED(hr) ? hr : stream.Write(content.data(), static_cast<ULONG>(content.size()), &written);
-}
-
 std::size_t SizeOf(IStream& stream)
 {
     STATSTG stat{};

@@ -28,7 +28,7 @@ public:
     ~MappedWindows();
 
     // Where the bytes [offset, offset + count) of a file of `size` bytes are stored to; null when they aren't
-    // in a window. They lie within one page.
+    // in a window. They lie within one page, and within the file.
     BYTE* At(std::uint64_t offset, std::size_t count, std::uint64_t size) noexcept
     {
         Window& window = windows_[offset / kWindow % kWindows];

@@ -14,21 +14,7 @@ std::pair<std::string, std::string> SplitPath(const std::string& path)
                                       : std::pair(path.substr(0, slash), path.substr(slash + 1));
 }
 
-// Opens the storages of a path one through the other, and keeps all of them open while `use` (IStorage& ->
-// HRESULT) works with the last one.
-template <class Use>
-HRESULT InStorage(IStorage& root, const std::string& path, const Use& use)
-{
-    if (path.empty())
-        return use(root);
-    const std::size_t end = std::min(path.find('/'), path.size());
-    ComPtr<IStorage> next;
-    const HRESULT hr =
-        root.OpenStorage(FromUtf8(path.substr(0, end)).c_str(), nullptr, kOpen, nullptr, 0, next.Put());
-    return FAILED(hr) ? hr : InStorage(*next, path.substr(std::min(end + 1, path.size())), use);
-}
-
-// The same with the stream at the end of the path, `use` (IStream& -> HRESULT).
+// As InStorage, with the stream at the end of the path, `use` (IStream& -> HRESULT).
 template <class Use>
 HRESULT InStream(IStorage& root, const std::string& path, const Use& use)
 {
@@ -60,15 +46,6 @@ void CopyBelow(Tree& tree, const std::string& from, const std::string& to)
         if (path.compare(0, from.size() + 1, from + "/") == 0)
             tree[to + path.substr(from.size())] = content;
     }
-}
-
-HRESULT WriteAt(IStream& stream, std::size_t offset, const Bytes& content)
-{
-    LARGE_INTEGER move;
-    ULONG written = 0;
-    move.QuadPart = static_cast<LONGLONG>(offset);
-    const HRESULT hr = stream.Seek(move, STREAM_SEEK_SET, nullptr);
-    return FAILED(hr) ? hr : stream.Write(content.data(), static_cast<ULONG>(content.size()), &written);
 }
 
 // Through a stream in the root that stays open over all steps.

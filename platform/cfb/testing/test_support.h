@@ -227,6 +227,29 @@ inline Bytes Pattern(std::size_t count, unsigned seed)
     return FAILED(hr) ? hr : ReadAll(*stream, content);
 }
 
+// Opens the storages of a path one through the other, and keeps all of them open while `use` (IStorage& ->
+// HRESULT) works with the last one.
+template <class Use>
+[[nodiscard]] HRESULT InStorage(IStorage& root, const std::string& path, const Use& use)
+{
+    if (path.empty())
+        return use(root);
+    const std::size_t end = std::min(path.find('/'), path.size());
+    ComPtr<IStorage> next;
+    const HRESULT hr =
+        root.OpenStorage(FromUtf8(path.substr(0, end)).c_str(), nullptr, kOpen, nullptr, 0, next.Put());
+    return FAILED(hr) ? hr : InStorage(*next, path.substr(std::min(end + 1, path.size())), use);
+}
+
+[[nodiscard]] inline HRESULT WriteAt(IStream& stream, std::size_t offset, const Bytes& content)
+{
+    LARGE_INTEGER move;
+    ULONG written = 0;
+    move.QuadPart = static_cast<LONGLONG>(offset);
+    const HRESULT hr = stream.Seek(move, STREAM_SEEK_SET, nullptr);
+    return FAILED(hr) ? hr : stream.Write(content.data(), static_cast<ULONG>(content.size()), &written);
+}
+
 // All that a storage holds: paths in UTF-8 with '/' between the names; a storage has no content.
 using Tree = std::map<std::string, std::optional<Bytes>>;
 
