@@ -43,7 +43,7 @@ endif()
 # The test programs that run under Wine so far (docs/windows.md); the others are built only when asked for.
 set(QUORVANE_WINDOWS_TESTS
   "^qv_(com|cfb|cfb_threads|clock|event|file|module|registry)_test$"
-  "^qv_(trace|storeaccess|persist|pool|context|options|change|items|monitor|folders|transfer|session)_test$"
+  "^qv_(trace|storeaccess|persist|pool|context|options|change|items|monitor|folders|transfer|session|registration)_test$"
   "^qv_session_(logon|memory)_test$"
   "^qv_(store|store_[a-z]+)_test$"
   "^qv_integration_(apartment|database_failures|find_item|leftovers|logon|msg_stores|notifications|receive_jobs|road|session_life|sessions)_test$"

@@ -27,6 +27,9 @@ HRESULT StampOf(HANDLE handle, FileStamp& stamp) noexcept
 
 HRESULT GetPathStamp(const std::string& path, FileStamp& stamp) noexcept
 {
+    // A path with a zero byte would name another file than it says.
+    if (path.find('\0') != std::string::npos)
+        return HRESULT_FROM_WIN32(ERROR_INVALID_NAME);
     // Without any right to its contents no sharing mode of others stands in the way.
     HANDLE const handle = CreateFileA(path.c_str(), FILE_READ_ATTRIBUTES,
                                       FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
