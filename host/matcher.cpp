@@ -25,6 +25,13 @@ void Matcher::MatchPackage(const std::string& path)
         MatchFolder(folderId, std::move(wanted));
 }
 
+// Before an item is applied, the program notes it without the time of a message, which it learns at the end.
+bool Matcher::WasBeingApplied(const std::string& id)
+{
+    const auto record = parts_.records.FindItem(id);
+    return record && !record->deleted && record->modified == 0 && !parts_.state.RowOfId(id);
+}
+
 std::map<std::string, Matcher::Wanted> Matcher::WantedOf(const std::string& path)
 {
     std::map<std::string, Wanted> folders;
@@ -32,7 +39,7 @@ std::map<std::string, Matcher::Wanted> Matcher::WantedOf(const std::string& path
         const ComPtr<IStorage> root = OpenCompoundFile(PathOf(path));
         ReadPackage(*root, path, [&](const PackageRecord& record, IStorage& storage) {
             MsgFile file;
-            if (parts_.state.RowOfId(record.id) || FAILED(file.OpenOn(storage)))
+            if (!WasBeingApplied(record.id) || FAILED(file.OpenOn(storage)))
                 return;
             const std::string searchKey = HexOf(file.Message(), PR_SEARCH_KEY);
             if (!searchKey.empty())

@@ -27,6 +27,8 @@ public:
     void MatchUnfinished();
 
 private:
+    bool WasBeingApplied(const std::string& id);
+
     // Items without a row, by search key: their sharing IDs.
     using Wanted = std::map<std::string, std::string>;
 

@@ -23,10 +23,26 @@ protected:
         return ReadText(*file, &IStorageFile::get_Path);
     }
 
+    // Puts a message into the package; its sharing ID.
     std::string Send(const std::string& entryId)
     {
         EXPECT_TRUE(sender.SendItem(here.share, entryId, here.share.entryId));
         return here.state.RowOfEntry(entryId)->id;
+    }
+
+    // The same, and then as a kill leaves it that comes between the message and its row.
+    std::string LeaveHalfApplied(const std::string& entryId)
+    {
+        const std::string id = Send(entryId);
+        Note(id, false, 0);
+        here.Execute("DELETE FROM tblItem WHERE ID = '" + id + "'");
+        return id;
+    }
+
+    void Note(const std::string& id, bool deleted, std::uint64_t modified)
+    {
+        const ItemRecord record{id, "{F}", {100, "alice"}, deleted, modified};
+        here.records.PutItem(record);
     }
 
     SharedTestMailbox here;
@@ -38,9 +54,8 @@ TEST_F(MatcherTest, MessagesOfThePackageWithoutRowsGetThemBack)
 {
     const std::string one = here.AddMessage("one");
     const std::string two = here.AddMessage("two");
-    const std::string idOfOne = Send(one);
-    const std::string idOfTwo = Send(two);
-    here.Execute("DELETE FROM tblItem");
+    const std::string idOfOne = LeaveHalfApplied(one);
+    const std::string idOfTwo = LeaveHalfApplied(two);
 
     matcher.MatchPackage(PackagePath());
 
@@ -52,8 +67,8 @@ TEST_F(MatcherTest, MessagesOfThePackageWithoutRowsGetThemBack)
 TEST_F(MatcherTest, AMessageThatHasARowKeepsIt)
 {
     const std::string entryId = here.AddMessage("one");
-    const std::string id = Send(entryId);
-    here.Execute("UPDATE tblItem SET ID = '{ANOTHER}'");
+    const std::string id = LeaveHalfApplied(entryId);
+    here.AddRow("{ANOTHER}", entryId);
 
     matcher.MatchPackage(PackagePath());
 
@@ -63,7 +78,7 @@ TEST_F(MatcherTest, AMessageThatHasARowKeepsIt)
 
 TEST_F(MatcherTest, WhatIsntInThePackageGetsNoRow)
 {
-    Send(here.AddMessage("sent"));
+    LeaveHalfApplied(here.AddMessage("sent"));
     const std::string mine = here.AddMessage("mine");
 
     matcher.MatchPackage(PackagePath());
@@ -71,11 +86,31 @@ TEST_F(MatcherTest, WhatIsntInThePackageGetsNoRow)
     EXPECT_FALSE(here.state.RowOfEntry(mine));
 }
 
+// A copy shares the search key of the item that it was made of.
+TEST_F(MatcherTest, AMessageMadeHereDoesntBecomeAnItemThatWasDeletedOrAppliedToTheEndOrNeverHeardOf)
+{
+    const std::string entryId = here.AddMessage("one");
+    const std::string id = LeaveHalfApplied(entryId);
+
+    Note(id, true, 0);
+    matcher.MatchPackage(PackagePath());
+    EXPECT_FALSE(here.state.RowOfEntry(entryId));
+    Note(id, false, here.ModifiedOf(entryId));
+    matcher.MatchPackage(PackagePath());
+    EXPECT_FALSE(here.state.RowOfEntry(entryId));
+    Statement(here.hostRecords, "DELETE FROM item").Run();
+    matcher.MatchPackage(PackagePath());
+    EXPECT_FALSE(here.state.RowOfEntry(entryId));
+
+    Note(id, false, 0);
+    matcher.MatchPackage(PackagePath());
+    EXPECT_EQ(here.state.RowOfEntry(entryId)->id, id);
+}
+
 TEST_F(MatcherTest, UnfinishedPackagesAreLookedThroughAndThoseThatAreGoneArent)
 {
     const std::string entryId = here.AddMessage("one");
-    const std::string id = Send(entryId);
-    here.Execute("DELETE FROM tblItem");
+    const std::string id = LeaveHalfApplied(entryId);
     here.Execute("INSERT INTO tblUnfinishedReceiveJob (Path, Tag) VALUES ('" + PackagePath() + "', 'alice')");
     here.Execute("INSERT INTO tblUnfinishedReceiveJob (Path, Tag) VALUES ('/nowhere/package.qvt', 'alice')");
 

@@ -76,6 +76,7 @@ public:
     Addin addin{parts};
     EngineSession engine{addin, (directory / "bob").string()};
     Database sharing = mailbox.OpenSharingDatabase();
+    Database hostRecords{mailbox.HostDatabasePath().string(), Database::Mode::kOpen};
 };
 
 }  // namespace quorvane::host
