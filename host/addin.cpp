@@ -103,6 +103,17 @@ void Addin::AwaitApplying(const std::string& entryId)
     }
 }
 
+// A message that appears in a folder and has a row already passes for one that was moved there, and the engine gives it
+// a new ID. One that is changed right after it was applied looks the same: it stays the item that it is.
+HRESULT Addin::KeepId(IItem& item, const SharingRow& row)
+{
+    const auto record = parts_.records.FindItem(row.id);
+    if (!record || record->deleted || row.id == ReadText(item, &IItem::get_ID) ||
+        record->folderId != FolderIdOf(item))
+        return S_OK;
+    return item.put_ID(BstrOf(row.id).Get());
+}
+
 HRESULT Addin::OnLocalChange(const char* event, IItem& item, bool& ignore)
 {
     parts_.statistics.Touch();
@@ -125,8 +136,11 @@ HRESULT Addin::OnLocalChange(const char* event, IItem& item, bool& ignore)
         ignore = true;
         return S_OK;
     }
+    if (row)
+        hr = KeepId(item, *row);
     // Gives the item the time of the message that is sent, which the engine then writes to the row.
-    hr = item.put_Raw(raw.Get());
+    if (SUCCEEDED(hr))
+        hr = item.put_Raw(raw.Get());
     if (FAILED(hr))
         return hr;
     ItemRecord record{ReadText(item, &IItem::get_ID), FolderIdOf(item), {}, false, modified};

@@ -64,6 +64,7 @@ private:
     void AwaitApplying(const std::string& entryId);
     bool MayBeApplying(const std::string& entryId, const std::string& id) const;
     HRESULT OnLocalChange(const char* event, IItem& item, bool& ignore);
+    HRESULT KeepId(IItem& item, const SharingRow& row);
     void JoinFolder(const std::string& folderId, const Announcement& announcement);
     std::string NewFolderPath(const Announcement& announcement) const;
     void LearnMembers(const std::string& folderId, const Announcement& announcement, bool joined);

@@ -112,6 +112,42 @@ TEST_F(AddinTest, OfTwoRowsThatNobodyKnowsNoneGoes)
     EXPECT_EQ(here.Ask("SELECT count(*) FROM tblItem"), 2);
 }
 
+// The engine takes it for a message that was moved here, and gives it a new ID.
+TEST_F(AddinTest, AnAppliedMessageThatIsChangedBeforeItsAdditionIsReportedStaysTheSameItem)
+{
+    const std::string entryId = AddApplied();
+    const ComPtr<IMessage> message = OpenMessage(here.mail, entryId, true);
+    ASSERT_EQ(SetText(*message, PR_SUBJECT_W, "changed by bob"), S_OK);
+    ASSERT_EQ(message->SaveChanges(0), S_OK);
+    const ComPtr<IItem> item = here.ItemOf(kApplied);
+    ASSERT_EQ(item->put_ID(BstrOf("{NEW}").Get()), S_OK);
+
+    bool ignore = false;
+    EXPECT_EQ(here.addin.OnItemAdded(item.Get(), ignore), S_OK);
+
+    EXPECT_FALSE(ignore);
+    EXPECT_EQ(ReadText(*item, &IItem::get_ID), kApplied);
+    EXPECT_EQ(here.records.FindItem(kApplied)->version.member, "bob");
+    EXPECT_FALSE(here.records.FindItem("{NEW}"));
+}
+
+TEST_F(AddinTest, AMessageThatWasMovedHereGetsTheNewIdThatTheEngineGivesIt)
+{
+    const std::string entryId = here.AddMessage("moved");
+    here.AddRow("{OLD}", entryId);
+    const ItemRecord elsewhere{"{OLD}", "{ANOTHER FOLDER}", {100, "alice"}, false, 1};
+    here.records.PutItem(elsewhere);
+    const ComPtr<IItem> item = here.ItemOf("{OLD}");
+    ASSERT_EQ(item->put_ID(BstrOf("{NEW}").Get()), S_OK);
+
+    bool ignore = false;
+    EXPECT_EQ(here.addin.OnItemAdded(item.Get(), ignore), S_OK);
+
+    EXPECT_FALSE(ignore);
+    EXPECT_EQ(ReadText(*item, &IItem::get_ID), "{NEW}");
+    EXPECT_TRUE(here.records.FindItem("{NEW}"));
+}
+
 // The scan comes upon the message while the engine is yet to write its row.
 TEST_F(AddinTest, AnAdditionIsJudgedAfterTheEndOfTheItemThatIsBeingApplied)
 {

@@ -233,16 +233,19 @@ TEST_F(TwoApartmentsTest, EachHostIsCalledInItsOwn)
     ASSERT_TRUE(theirs->Host().Heard("added"));
     Process(*ours, TakePackage(*theirs, theirFolder.EntryId(), 1, mailbox), "there");
     ASSERT_TRUE(ours->Host().Heard("received"));
+    // The store has told of the applied mail, as it was then, when it tells of a later one.
+    folder.Add("fence", "body");
+    ASSERT_TRUE(ours->Host().Heard("added"));
     folder.SetSubject(*folder.Find("Hello"), "Hello back");
     ASSERT_TRUE(ours->Host().Heard("changed"));
-    Process(*theirs, TakePackage(*ours, folder.EntryId(), 1, theirMailbox), "back");
+    Process(*theirs, TakePackage(*ours, folder.EntryId(), 2, theirMailbox), "back");
     ASSERT_TRUE(theirs->Host().Heard("received"));
 
     EXPECT_EQ(theirCallers.Threads(), std::set{apartment.Id()});
     EXPECT_FALSE(ourCallers.Threads().empty());
     EXPECT_FALSE(ourCallers.Threads().contains(apartment.Id()));
     EXPECT_FALSE(ourCallers.Threads().contains(std::this_thread::get_id()));
-    EXPECT_EQ(theirFolder.Subjects(), std::vector<std::string>{"Hello back"});
+    EXPECT_EQ(theirFolder.Subjects(), (std::vector<std::string>{"Hello back", "fence"}));
 }
 
 }  // namespace
