@@ -9,7 +9,7 @@ namespace quorvane {
 
 namespace {
 
-constexpr Traced kTraced{"CMsgStores::Add"};
+constexpr Traced kAddTraced{"CMsgStores::Add"};
 
 constexpr ULONG kStoreEvents =
     fnevObjectCreated | fnevObjectDeleted | fnevObjectModified | fnevObjectMoved | fnevObjectCopied;
@@ -38,11 +38,11 @@ CMsgStores::~CMsgStores()
 
 HRESULT CMsgStores::Add(IUnknown* pMsgStore)
 {
-    if (m_pSession && IsSessionOptionSet(kTraced, *m_pSession, kNoListeners))
+    if (m_pSession && IsSessionOptionSet(kAddTraced, *m_pSession, kNoListeners))
         return S_OK;
     ComPtr<IMsgStore> store;
-    HR_TRY(kTraced, QueryFor(pMsgStore, store));
-    return kTraced(Subscribe(store));
+    HR_TRY(kAddTraced, QueryFor(pMsgStore, store));
+    return kAddTraced(Subscribe(store));
 }
 
 HRESULT CMsgStores::Subscribe(const ComPtr<IMsgStore>& store) noexcept

@@ -16,7 +16,7 @@ Semaphore NotifySemaphore{1};
 
 namespace {
 
-constexpr Traced kTraced{"NotifyThreadProc"};
+constexpr Traced kBatchTraced{"NotifyThreadProc"};
 
 // Sets an event when the scope ends, whichever way.
 class SignalAtEnd {
@@ -85,7 +85,7 @@ namespace {
 HRESULT TakeOver(SessionContext& session, NotifyThreadArgs& args, NotificationBatch& batch) noexcept
 {
     const SignalAtEnd ready(args.hReady);
-    HR_TRY(kTraced, batch.Copy(args.cNotif, args.lpNotifications));
+    HR_TRY(kBatchTraced, batch.Copy(args.cNotif, args.lpNotifications));
     const MutexLock barrier(session.SubmitLock());
     return S_OK;
 }
@@ -95,7 +95,7 @@ HRESULT ScanAndWork(const CAdviseSink& sink, const TABLE_NOTIFICATION& notificat
 {
     CHashDB* const hashes = sink.Session()->HashStores().Find(sink.m_bstrFolderID.Get());
     if (!hashes) {
-        HR_IGNORE(kTraced(E_FAIL), "a folder that listens has a hash store; without one nothing can be told");
+        HR_IGNORE(kBatchTraced(E_FAIL), "a folder that listens has a hash store; without one nothing can be told");
         return S_OK;
     }
     ScanResult found;
@@ -141,7 +141,7 @@ HRESULT NotifyThreadProc(ComPtr<CAdviseSink> sink, std::shared_ptr<NotifyThreadA
     const ComPtr<CAdviseSink> held = std::move(sink);
     if (FAILED(initialized)) {
         const SignalAtEnd ready(args->hReady);
-        return kTraced(initialized);
+        return kBatchTraced(initialized);
     }
     NotificationBatch batch;
     HR_TRY_QUIET(TakeOver(*held->Session(), *args, batch));

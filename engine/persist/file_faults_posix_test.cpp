@@ -24,7 +24,7 @@ ssize_t Change(size_t count, Write write) noexcept
     return -1;
 }
 
-bool Suffers() noexcept
+bool ChangeSuffers() noexcept
 {
     const bool fails = ChangeFails();
     if (fails)
@@ -54,15 +54,15 @@ extern "C" ssize_t pread(int file, void* bytes, size_t count, off_t offset)
 
 extern "C" int ftruncate(int file, off_t size) noexcept
 {
-    return Suffers() ? -1 : static_cast<int>(syscall(SYS_ftruncate, file, size));
+    return ChangeSuffers() ? -1 : static_cast<int>(syscall(SYS_ftruncate, file, size));
 }
 
 extern "C" int rename(const char* from, const char* to) noexcept
 {
-    return Suffers() ? -1 : static_cast<int>(syscall(SYS_renameat2, -100, from, -100, to, 0));
+    return ChangeSuffers() ? -1 : static_cast<int>(syscall(SYS_renameat2, -100, from, -100, to, 0));
 }
 
 extern "C" int unlink(const char* path) noexcept
 {
-    return Suffers() ? -1 : static_cast<int>(syscall(SYS_unlinkat, -100, path, 0));
+    return ChangeSuffers() ? -1 : static_cast<int>(syscall(SYS_unlinkat, -100, path, 0));
 }

@@ -11,7 +11,7 @@
 namespace quorvane {
 namespace {
 
-class ProductHost final : public ExtHandler {
+class TestsHost final : public ExtHandler {
 public:
     HRESULT DatabasePath(Bstr&) override { return E_NOTIMPL; }
     HRESULT ProductCode(Bstr& code) override
@@ -45,7 +45,7 @@ TEST(SettingsAccessTest, AKeyThatMayNotBeWrittenIsAsGoodAsMissing)
     ASSERT_EQ(key.Create(RegistryHive::CurrentUser, "Software\\Brindlemoor\\Quorvane\\1.0\\Tests\\Settings"),
               S_OK);
     ASSERT_EQ(key.Set("Logs", RegistryValue::OfText("mine")), S_OK);
-    ProductHost host;
+    TestsHost host;
     const auto callback = MakeComObject<ExtCallback>(host);
     const auto session = MakeComObject<CSession2>();
     ASSERT_EQ(session->RegisterAddin(callback.Get()), S_OK);

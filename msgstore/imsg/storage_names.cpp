@@ -17,7 +17,7 @@ constexpr ULONG kTextsTag = 0x00040102;
 
 // An entry: at 0 the number of a name, or its text's offset; at 4 the kind in the lowest bit and the set
 // above it; at 6 how far the identifier lies above 0x8000.
-constexpr std::size_t kEntrySize = 8;
+constexpr std::size_t kNameEntrySize = 8;
 constexpr std::size_t kEntryKindAt = 4;
 constexpr std::size_t kEntryIndexAt = 6;
 
@@ -200,7 +200,7 @@ HRESULT StorageNames::ReadEntries()
     QV_RETURN_IF_FAILED(ReadOptional(*folder, kSetsTag, sets));
     QV_RETURN_IF_FAILED(ReadOptional(*folder, kEntriesTag, entries));
     QV_RETURN_IF_FAILED(ReadOptional(*folder, kTextsTag, texts));
-    for (std::size_t at = 0; entries.size() - at >= kEntrySize; at += kEntrySize)
+    for (std::size_t at = 0; entries.size() - at >= kNameEntrySize; at += kNameEntrySize)
         ReadEntry(entries.data() + at, sets, texts);
     saved_ = true;
     return S_OK;

@@ -8,7 +8,7 @@
 namespace quorvane {
 namespace {
 
-constexpr GUID kSet{0x00062004, 0, 0, {0xC0, 0, 0, 0, 0, 0, 0, 0x46}};
+constexpr GUID kOwnSet{0x00062004, 0, 0, {0xC0, 0, 0, 0, 0, 0, 0, 0x46}};
 constexpr GUID kOtherSet{0x00062008, 0, 0, {0xC0, 0, 0, 0, 0, 0, 0, 0x46}};
 
 class PropertiesTest : public MessageTest {};
@@ -188,17 +188,17 @@ TEST_F(PropertiesTest, SettingTheObjectsOwnIsAProblemAndTheRestIsSet)
 
 TEST_F(PropertiesTest, ANameKeepsItsIdentifier)
 {
-    const ULONG first = say::NamedId(*message_, kSet, 0x8005);
+    const ULONG first = say::NamedId(*message_, kOwnSet, 0x8005);
     EXPECT_GE(PROP_ID(first), 0x8000u);
-    EXPECT_EQ(say::NamedId(*message_, kSet, 0x8005), first);
+    EXPECT_EQ(say::NamedId(*message_, kOwnSet, 0x8005), first);
     EXPECT_NE(say::NamedId(*message_, kOtherSet, 0x8005), first);
-    EXPECT_NE(say::NamedId(*message_, kSet, OLESTR("FileAs")), first);
-    EXPECT_EQ(PROP_TYPE(say::NamedId(*message_, kSet, 0x9999, 0)), PT_ERROR);
+    EXPECT_NE(say::NamedId(*message_, kOwnSet, OLESTR("FileAs")), first);
+    EXPECT_EQ(PROP_TYPE(say::NamedId(*message_, kOwnSet, 0x9999, 0)), PT_ERROR);
 }
 
 TEST_F(PropertiesTest, IdentifiersTellTheirNames)
 {
-    const ULONG number = say::NamedId(*message_, kSet, 0x8005);
+    const ULONG number = say::NamedId(*message_, kOwnSet, 0x8005);
     const ULONG text = say::NamedId(*message_, PS_PUBLIC_STRINGS, OLESTR("Keywords"));
     struct {
         ULONG count = 3;
@@ -210,17 +210,17 @@ TEST_F(PropertiesTest, IdentifiersTellTheirNames)
     EXPECT_EQ(message_->GetNamesFromIDs(&asked, nullptr, 0, &count, names.Put()), MAPI_W_ERRORS_RETURNED);
     ASSERT_EQ(count, 3u);
     EXPECT_EQ(names[0]->Kind.lID, 0x8005);
-    EXPECT_EQ(*names[0]->lpguid, kSet);
+    EXPECT_EQ(*names[0]->lpguid, kOwnSet);
     EXPECT_EQ(OleString(names[1]->Kind.lpwstrName), OLESTR("Keywords"));
     EXPECT_EQ(names[2], nullptr);
 }
 
 TEST_F(PropertiesTest, AllNamesAreListedAndFiltered)
 {
-    say::NamedId(*message_, kSet, 1);
-    say::NamedId(*message_, kSet, OLESTR("text"));
+    say::NamedId(*message_, kOwnSet, 1);
+    say::NamedId(*message_, kOwnSet, OLESTR("text"));
     say::NamedId(*message_, kOtherSet, 2);
-    GUID set = kSet;
+    GUID set = kOwnSet;
     ULONG count = 0;
     LPSPropTagArray tags = nullptr;
     MapiBuffer<LPMAPINAMEID> names;
@@ -244,7 +244,7 @@ TEST_F(PropertiesTest, PublishedIdentifiersAreNamesOfTheirOwnSet)
 TEST_F(PropertiesTest, ANamedPropertyWithoutANameIsRefused)
 {
     EXPECT_EQ(say::Number(*message_, PROP_TAG(PT_LONG, 0xF000), 1), MAPI_E_UNEXPECTED_ID);
-    const ULONG id = PROP_ID(say::NamedId(*message_, kSet, 1));
+    const ULONG id = PROP_ID(say::NamedId(*message_, kOwnSet, 1));
     EXPECT_EQ(say::Number(*message_, PROP_TAG(PT_LONG, id), 1), S_OK);
 }
 

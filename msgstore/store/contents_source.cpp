@@ -49,7 +49,7 @@ constexpr std::string_view kSelectRow =
     "search_key"
     " FROM message WHERE id=? AND folder_id=? AND associated=?";
 
-const std::vector<ULONG> kDefaultColumns = {
+const std::vector<ULONG> kContentsColumns = {
     PR_ENTRYID,
     PR_INSTANCE_KEY,
     PR_RECORD_KEY,
@@ -274,7 +274,7 @@ public:
             ids.push_back(change.objectId);
     }
 
-    const std::vector<ULONG>& DefaultColumns() const noexcept override { return kDefaultColumns; }
+    const std::vector<ULONG>& DefaultColumns() const noexcept override { return kContentsColumns; }
 
 private:
     const Contents contents_;

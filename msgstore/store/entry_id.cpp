@@ -52,6 +52,13 @@ std::int64_t ReadRow(const BYTE* bytes) noexcept
 
 }  // namespace
 
+ObjectGuid ObjectGuidOf(std::span<const std::uint8_t> bytes) noexcept
+{
+    ObjectGuid guid{};
+    std::copy_n(bytes.begin(), std::min(bytes.size(), guid.size()), guid.begin());
+    return guid;
+}
+
 ObjectGuid MakeObjectGuid() noexcept
 {
     ObjectGuid guid;

@@ -13,6 +13,7 @@
 
 #include <array>
 #include <cstdint>
+#include <span>
 
 #include "msgstore/props/large_value.h"
 #include "platform/mapi/mapi.h"
@@ -25,6 +26,9 @@ using ObjectGuid = std::array<std::uint8_t, 16>;
 // A new GUID: the time and random bits (RFC 9562, version 7, its bytes in order). Those made later sort behind those
 // made before, so that a store's index of them grows at its end.
 ObjectGuid MakeObjectGuid() noexcept;
+
+// The GUID that a row holds as bytes; what is missing of it is zero.
+ObjectGuid ObjectGuidOf(std::span<const std::uint8_t> bytes) noexcept;
 
 // The parts of an entry identifier.
 struct EntryId {

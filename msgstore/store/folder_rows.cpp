@@ -9,25 +9,18 @@
 namespace quorvane {
 namespace {
 
-constexpr std::string_view kSelect =
+constexpr std::string_view kSelectFolder =
     "SELECT f.id, f.guid, f.parent_id, p.guid, f.name, f.created, f.modified"
     " FROM folder AS f LEFT JOIN folder AS p ON p.id = f.parent_id WHERE ";
-
-ObjectGuid GuidOf(ByteView bytes) noexcept
-{
-    ObjectGuid guid{};
-    std::copy_n(bytes.begin(), std::min(bytes.size(), guid.size()), guid.begin());
-    return guid;
-}
 
 HRESULT ReadOne(SqliteRows rows, FolderRow& row)
 {
     if (!rows.Next())
         return FAILED(rows.Result()) ? rows.Result() : MAPI_E_NOT_FOUND;
     row.id = rows.Int64(0);
-    row.guid = GuidOf(rows.Bytes(1));
+    row.guid = ObjectGuidOf(rows.Bytes(1));
     row.parentId = rows.Int64(2);
-    row.parentGuid = rows.IsNull(3) ? row.guid : GuidOf(rows.Bytes(3));
+    row.parentGuid = rows.IsNull(3) ? row.guid : ObjectGuidOf(rows.Bytes(3));
     row.name = rows.Text(4);
     row.created = rows.Int64(5);
     row.modified = rows.Int64(6);
@@ -36,7 +29,7 @@ HRESULT ReadOne(SqliteRows rows, FolderRow& row)
 
 SqliteRows QueryWhere(SqliteConnection& connection, std::string_view condition, const auto&... values)
 {
-    return connection.Query(std::string(kSelect).append(condition), values...);
+    return connection.Query(std::string(kSelectFolder).append(condition), values...);
 }
 
 HRESULT LogFolder(SqliteConnection& connection, ULONG event, const FolderRow& row)

@@ -8,7 +8,7 @@ namespace {
 // Folders nested deeper than this aren't followed: the file can't make a reader go round in a ring.
 constexpr LONG kDeepest = 1000;
 
-const std::vector<ULONG> kDefaultColumns = {
+const std::vector<ULONG> kHierarchyColumns = {
     PR_ENTRYID,        PR_INSTANCE_KEY,   PR_RECORD_KEY,    PR_DISPLAY_NAME_W,
     PR_CONTENT_COUNT,  PR_CONTENT_UNREAD, PR_SUBFOLDERS,    PR_DEPTH,
     PR_OBJECT_TYPE,    PR_FOLDER_TYPE,    PR_COMMENT_W,     PR_CONTAINER_CLASS_W,
@@ -99,7 +99,7 @@ public:
             ids.push_back(change.oldParentId);
     }
 
-    const std::vector<ULONG>& DefaultColumns() const noexcept override { return kDefaultColumns; }
+    const std::vector<ULONG>& DefaultColumns() const noexcept override { return kHierarchyColumns; }
 
 private:
     const Hierarchy hierarchy_;

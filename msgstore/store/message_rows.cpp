@@ -10,7 +10,7 @@
 namespace quorvane {
 namespace {
 
-constexpr std::string_view kSelect =
+constexpr std::string_view kSelectMessage =
     "SELECT m.id, m.guid, m.folder_id, f.guid, m.associated, m.version, m.created, m.modified, m.flags, "
     "m.status,"
     " m.size FROM message AS m JOIN folder AS f ON f.id = m.folder_id WHERE ";
@@ -28,21 +28,14 @@ constexpr std::size_t kColumnTextLimit = 255;
 // still visible to callers that keep milliseconds.
 constexpr std::int64_t kLeastStep = 10000;
 
-ObjectGuid GuidOf(ByteView bytes) noexcept
-{
-    ObjectGuid guid{};
-    std::copy_n(bytes.begin(), std::min(bytes.size(), guid.size()), guid.begin());
-    return guid;
-}
-
 HRESULT ReadOne(SqliteRows rows, MessageRow& row)
 {
     if (!rows.Next())
         return FAILED(rows.Result()) ? rows.Result() : MAPI_E_NOT_FOUND;
     row.id = rows.Int64(0);
-    row.guid = GuidOf(rows.Bytes(1));
+    row.guid = ObjectGuidOf(rows.Bytes(1));
     row.folderId = rows.Int64(2);
-    row.folderGuid = GuidOf(rows.Bytes(3));
+    row.folderGuid = ObjectGuidOf(rows.Bytes(3));
     row.isAssociated = rows.Int64(4) != 0;
     row.version = rows.Int64(5);
     row.created = rows.Int64(6);
@@ -149,12 +142,12 @@ HRESULT FindMessage(SqliteConnection& connection, const EntryId& id, MessageRow&
 {
     if (id.isShortTerm)
         return FindMessage(connection, id.row, row);
-    return ReadOne(connection.Query(std::string(kSelect) + "m.guid=?", id.object), row);
+    return ReadOne(connection.Query(std::string(kSelectMessage) + "m.guid=?", id.object), row);
 }
 
 HRESULT FindMessage(SqliteConnection& connection, std::int64_t id, MessageRow& row)
 {
-    return ReadOne(connection.Query(std::string(kSelect) + "m.id=?", id), row);
+    return ReadOne(connection.Query(std::string(kSelectMessage) + "m.id=?", id), row);
 }
 
 HRESULT InsertMessageRow(SqliteConnection& connection, const PropertyBag& properties,

@@ -9,7 +9,7 @@ namespace {
 
 using namespace quorvane::testing;
 
-constexpr std::size_t kLarge = 300 * 1000;
+constexpr std::size_t kLargeValue = 300 * 1000;
 
 BinaryValue Pattern(std::size_t size, BYTE seed = 0)
 {
@@ -112,50 +112,50 @@ protected:
 TEST_F(StoreMessageTest, ALargeValueComesBackThroughAStream)
 {
     const ComPtr<IMessage> message = NewMessage();
-    WriteStream(*message, kPrHtml, Pattern(kLarge));
+    WriteStream(*message, kPrHtml, Pattern(kLargeValue));
     const BinaryValue id = Save(*message);
 
-    EXPECT_EQ(ReadStream(*mailbox.OpenMessage(id, 0), kPrHtml), Pattern(kLarge));
+    EXPECT_EQ(ReadStream(*mailbox.OpenMessage(id, 0), kPrHtml), Pattern(kLargeValue));
     EXPECT_EQ(CountRows("large_value"), 1);
 }
 
 TEST_F(StoreMessageTest, ALargeValueThatDidntChangeStaysInItsRows)
 {
     const ComPtr<IMessage> message = NewMessage();
-    WriteStream(*message, kPrHtml, Pattern(kLarge));
+    WriteStream(*message, kPrHtml, Pattern(kLargeValue));
     const BinaryValue id = Save(*message);
     const std::int64_t before = Number("SELECT id FROM large_value");
 
     mailbox.ChangeSubject(id, OLESTR("Other"));
 
     EXPECT_EQ(Number("SELECT id FROM large_value"), before);
-    EXPECT_EQ(ReadStream(*mailbox.OpenMessage(id, 0), kPrHtml), Pattern(kLarge));
+    EXPECT_EQ(ReadStream(*mailbox.OpenMessage(id, 0), kPrHtml), Pattern(kLargeValue));
 }
 
 TEST_F(StoreMessageTest, AReplacedLargeValueLeavesNoRowsBehind)
 {
     const ComPtr<IMessage> message = NewMessage();
-    WriteStream(*message, kPrHtml, Pattern(kLarge));
+    WriteStream(*message, kPrHtml, Pattern(kLargeValue));
     const BinaryValue id = Save(*message);
 
-    WriteStream(*message, kPrHtml, Pattern(kLarge / 2, 1));
+    WriteStream(*message, kPrHtml, Pattern(kLargeValue / 2, 1));
     Save(*message);
 
-    EXPECT_EQ(ReadStream(*mailbox.OpenMessage(id, 0), kPrHtml), Pattern(kLarge / 2, 1));
+    EXPECT_EQ(ReadStream(*mailbox.OpenMessage(id, 0), kPrHtml), Pattern(kLargeValue / 2, 1));
     EXPECT_EQ(CountRows("large_value"), 1);
-    EXPECT_EQ(Number("SELECT sum(length(data)) FROM chunk"), static_cast<std::int64_t>(kLarge / 2));
+    EXPECT_EQ(Number("SELECT sum(length(data)) FROM chunk"), static_cast<std::int64_t>(kLargeValue / 2));
 }
 
 TEST_F(StoreMessageTest, AttachmentsComeBackWholeUnderTheirNumbers)
 {
     const ComPtr<IMessage> message = NewMessage();
-    const ULONG large = AddAttachment(*message, Pattern(kLarge));
+    const ULONG large = AddAttachment(*message, Pattern(kLargeValue));
     const ULONG small = AddAttachment(*message, Pattern(10));
     const BinaryValue id = Save(*message);
 
     const ComPtr<IMessage> opened = mailbox.OpenMessage(id, 0);
 
-    EXPECT_EQ(AttachmentData(*opened, large), Pattern(kLarge));
+    EXPECT_EQ(AttachmentData(*opened, large), Pattern(kLargeValue));
     EXPECT_EQ(AttachmentData(*opened, small), Pattern(10));
     EXPECT_EQ(LongOf(*opened, PR_MESSAGE_FLAGS) & MSGFLAG_HASATTACH, static_cast<LONG>(MSGFLAG_HASATTACH));
 }
@@ -163,7 +163,7 @@ TEST_F(StoreMessageTest, AttachmentsComeBackWholeUnderTheirNumbers)
 TEST_F(StoreMessageTest, AnAttachmentThatDidntChangeKeepsItsPart)
 {
     const ComPtr<IMessage> message = NewMessage();
-    const ULONG first = AddAttachment(*message, Pattern(kLarge));
+    const ULONG first = AddAttachment(*message, Pattern(kLargeValue));
     const BinaryValue id = Save(*message);
     const std::int64_t part = Number("SELECT id FROM part WHERE parent_id != 0");
 
@@ -172,13 +172,13 @@ TEST_F(StoreMessageTest, AnAttachmentThatDidntChangeKeepsItsPart)
     Save(*opened);
 
     EXPECT_EQ(Number("SELECT id FROM part WHERE parent_id != 0 ORDER BY number"), part);
-    EXPECT_EQ(AttachmentData(*mailbox.OpenMessage(id, 0), first), Pattern(kLarge));
+    EXPECT_EQ(AttachmentData(*mailbox.OpenMessage(id, 0), first), Pattern(kLargeValue));
 }
 
 TEST_F(StoreMessageTest, AChangedAttachmentKeepsItsNumberAndItsUnchangedData)
 {
     const ComPtr<IMessage> message = NewMessage();
-    const ULONG number = AddAttachment(*message, Pattern(kLarge));
+    const ULONG number = AddAttachment(*message, Pattern(kLargeValue));
     const BinaryValue id = Save(*message);
     const std::int64_t value = Number("SELECT id FROM large_value");
 
@@ -191,15 +191,15 @@ TEST_F(StoreMessageTest, AChangedAttachmentKeepsItsNumberAndItsUnchangedData)
 
     EXPECT_EQ(Number("SELECT id FROM large_value"), value);
     const ComPtr<IMessage> again = mailbox.OpenMessage(id, 0);
-    EXPECT_EQ(AttachmentData(*again, number), Pattern(kLarge));
+    EXPECT_EQ(AttachmentData(*again, number), Pattern(kLargeValue));
     EXPECT_EQ(CountRows("part"), 2);
 }
 
 TEST_F(StoreMessageTest, ADeletedAttachmentLeavesNothingBehind)
 {
     const ComPtr<IMessage> message = NewMessage();
-    const ULONG first = AddAttachment(*message, Pattern(kLarge));
-    EmbedMessage(*message, OLESTR("Inner"), Pattern(kLarge, 3));
+    const ULONG first = AddAttachment(*message, Pattern(kLargeValue));
+    EmbedMessage(*message, OLESTR("Inner"), Pattern(kLargeValue, 3));
     const BinaryValue id = Save(*message);
     ASSERT_EQ(CountRows("large_value"), 2);
 
@@ -216,7 +216,7 @@ TEST_F(StoreMessageTest, ADeletedAttachmentLeavesNothingBehind)
 TEST_F(StoreMessageTest, AnEmbeddedMessageOpensWithItsAttachments)
 {
     const ComPtr<IMessage> message = NewMessage();
-    EmbedMessage(*message, OLESTR("Inner"), Pattern(kLarge, 3));
+    EmbedMessage(*message, OLESTR("Inner"), Pattern(kLargeValue, 3));
     const BinaryValue id = Save(*message);
 
     ComPtr<IAttach> attachment;
@@ -225,15 +225,15 @@ TEST_F(StoreMessageTest, AnEmbeddedMessageOpensWithItsAttachments)
     ASSERT_EQ(attachment->OpenProperty(PR_ATTACH_DATA_OBJ, &IID_IMessage, 0, 0, embedded.PutUnknown()), S_OK);
 
     EXPECT_EQ(TextOf(*embedded, PR_SUBJECT_W), OLESTR("Inner"));
-    EXPECT_EQ(AttachmentData(*embedded, 0), Pattern(kLarge, 3));
+    EXPECT_EQ(AttachmentData(*embedded, 0), Pattern(kLargeValue, 3));
 }
 
 TEST_F(StoreMessageTest, ACopiedMessageHasAllItsPartsAndADeletedOneNone)
 {
     const ComPtr<IMessage> message = NewMessage();
-    WriteStream(*message, kPrHtml, Pattern(kLarge));
-    const ULONG number = AddAttachment(*message, Pattern(kLarge, 1));
-    EmbedMessage(*message, OLESTR("Inner"), Pattern(kLarge, 3));
+    WriteStream(*message, kPrHtml, Pattern(kLargeValue));
+    const ULONG number = AddAttachment(*message, Pattern(kLargeValue, 1));
+    EmbedMessage(*message, OLESTR("Inner"), Pattern(kLargeValue, 3));
     BinaryValue id = Save(*message);
     SBinary one{static_cast<ULONG>(id.size()), id.data()};
     ENTRYLIST list{1, &one};
@@ -245,8 +245,8 @@ TEST_F(StoreMessageTest, ACopiedMessageHasAllItsPartsAndADeletedOneNone)
     ASSERT_EQ(rows.size(), 1u);
     const BinaryValue copyId = BinaryOf(rows[0], PR_ENTRYID);
     const ComPtr<IMessage> copy = mailbox.OpenMessage(copyId, 0);
-    EXPECT_EQ(ReadStream(*copy, kPrHtml), Pattern(kLarge));
-    EXPECT_EQ(AttachmentData(*copy, number), Pattern(kLarge, 1));
+    EXPECT_EQ(ReadStream(*copy, kPrHtml), Pattern(kLargeValue));
+    EXPECT_EQ(AttachmentData(*copy, number), Pattern(kLargeValue, 1));
     EXPECT_EQ(CountRows("large_value"), 3);
 
     ASSERT_EQ(TestMailbox::Delete(mailbox.Inbox(), copyId), S_OK);
@@ -257,7 +257,7 @@ TEST_F(StoreMessageTest, ACopiedMessageHasAllItsPartsAndADeletedOneNone)
 TEST_F(StoreMessageTest, AnAttachmentReadAfterSomeoneReplacedItIsTheOldOneOrFails)
 {
     const ComPtr<IMessage> message = NewMessage();
-    const ULONG number = AddAttachment(*message, Pattern(kLarge));
+    const ULONG number = AddAttachment(*message, Pattern(kLargeValue));
     const BinaryValue id = Save(*message);
     const ComPtr<IMessage> old = mailbox.OpenMessage(id, 0);
     ComPtr<IAttach> attachment;
@@ -267,7 +267,7 @@ TEST_F(StoreMessageTest, AnAttachmentReadAfterSomeoneReplacedItIsTheOldOneOrFail
 
     const ComPtr<IMessage> opened = mailbox.OpenMessage(id);
     ASSERT_EQ(opened->DeleteAttach(number, 0, nullptr, 0), S_OK);
-    AddAttachment(*opened, Pattern(kLarge, 9));
+    AddAttachment(*opened, Pattern(kLargeValue, 9));
     Save(*opened);
 
     BYTE byte = 0;

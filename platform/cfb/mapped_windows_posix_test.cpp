@@ -11,12 +11,12 @@
 namespace quorvane::cfb::test {
 namespace {
 
-constexpr std::uint64_t kSize = 300'000;
+constexpr std::uint64_t kFileSize = 300'000;
 
 // A file in memory: its file system is always one of those that windows are made on.
 class MappedWindowsTest : public ::testing::Test {
 protected:
-    MappedWindowsTest() { EXPECT_EQ(0, ::ftruncate(file, kSize)); }
+    MappedWindowsTest() { EXPECT_EQ(0, ::ftruncate(file, kFileSize)); }
     ~MappedWindowsTest() override { ::close(file); }
 
     void NoteWrites(std::uint64_t offset, unsigned count)
@@ -37,18 +37,18 @@ protected:
 
 TEST_F(MappedWindowsTest, AWindowIsMadeWhereManyOfTheLastWritesWent)
 {
-    EXPECT_EQ(nullptr, windows.At(100'000, 8, kSize));
+    EXPECT_EQ(nullptr, windows.At(100'000, 8, kFileSize));
     NoteWrites(100'000, 3);
-    EXPECT_EQ(nullptr, windows.At(100'000, 8, kSize));
+    EXPECT_EQ(nullptr, windows.At(100'000, 8, kFileSize));
     NoteWrites(100'008, 8);
-    EXPECT_NE(nullptr, windows.At(100'000, 8, kSize));
-    EXPECT_EQ(nullptr, windows.At(200'000, 8, kSize));
+    EXPECT_NE(nullptr, windows.At(100'000, 8, kFileSize));
+    EXPECT_EQ(nullptr, windows.At(200'000, 8, kFileSize));
 }
 
 TEST_F(MappedWindowsTest, WhatIsStoredIsInTheFile)
 {
     NoteWrites(100'000, 16);
-    BYTE* const at = windows.At(100'000, 1, kSize);
+    BYTE* const at = windows.At(100'000, 1, kFileSize);
     ASSERT_NE(nullptr, at);
     *at = 77;
     EXPECT_EQ(77, InFile(100'000));
@@ -56,29 +56,29 @@ TEST_F(MappedWindowsTest, WhatIsStoredIsInTheFile)
 
 TEST_F(MappedWindowsTest, NoPageIsReachedBehindTheEndOfTheFile)
 {
-    NoteWrites(kSize - 8, 16);
-    EXPECT_NE(nullptr, windows.At(kSize - 8, 8, kSize));
-    EXPECT_EQ(nullptr, windows.At(kSize + 8'000, 8, kSize));
+    NoteWrites(kFileSize - 8, 16);
+    EXPECT_NE(nullptr, windows.At(kFileSize - 8, 8, kFileSize));
+    EXPECT_EQ(nullptr, windows.At(kFileSize + 8'000, 8, kFileSize));
 }
 
 TEST_F(MappedWindowsTest, AWindowGrowsWithTheFile)
 {
-    NoteWrites(kSize - 8, 16);
-    ASSERT_NE(nullptr, windows.At(kSize - 8, 8, kSize));
-    ASSERT_EQ(0, ::ftruncate(file, kSize + 20'000));
-    BYTE* const at = windows.At(kSize + 19'000, 1, kSize + 20'000);
+    NoteWrites(kFileSize - 8, 16);
+    ASSERT_NE(nullptr, windows.At(kFileSize - 8, 8, kFileSize));
+    ASSERT_EQ(0, ::ftruncate(file, kFileSize + 20'000));
+    BYTE* const at = windows.At(kFileSize + 19'000, 1, kFileSize + 20'000);
     ASSERT_NE(nullptr, at);
     *at = 5;
-    EXPECT_EQ(5, InFile(kSize + 19'000));
+    EXPECT_EQ(5, InFile(kFileSize + 19'000));
 }
 
 TEST_F(MappedWindowsTest, WhatIsToBeCutIsReachedNoLonger)
 {
-    NoteWrites(kSize - 8, 16);
-    ASSERT_NE(nullptr, windows.At(kSize - 8, 8, kSize));
-    windows.ForgetFrom(kSize - 20'000);
-    ASSERT_EQ(0, ::ftruncate(file, kSize - 20'000));
-    EXPECT_EQ(nullptr, windows.At(kSize - 8, 8, kSize - 20'000));
+    NoteWrites(kFileSize - 8, 16);
+    ASSERT_NE(nullptr, windows.At(kFileSize - 8, 8, kFileSize));
+    windows.ForgetFrom(kFileSize - 20'000);
+    ASSERT_EQ(0, ::ftruncate(file, kFileSize - 20'000));
+    EXPECT_EQ(nullptr, windows.At(kFileSize - 8, 8, kFileSize - 20'000));
 }
 
 TEST_F(MappedWindowsTest, AFileThatCannotBeMappedIsLeftToCalls)
@@ -87,7 +87,7 @@ TEST_F(MappedWindowsTest, AFileThatCannotBeMappedIsLeftToCalls)
     MappedWindows none{directory};
     for (unsigned i = 0; i < 16; ++i)
         none.NoteWrite(0);
-    EXPECT_EQ(nullptr, none.At(0, 8, kSize));
+    EXPECT_EQ(nullptr, none.At(0, 8, kFileSize));
     ::close(directory);
 }
 

@@ -3,28 +3,10 @@
 
 #include <cmath>
 
-#include "platform/com/com.h"
+#include "platform/com/date_for_test.h"
 
 namespace quorvane {
 namespace {
-
-SYSTEMTIME Time(WORD year, WORD month, WORD day, WORD hour = 0, WORD minute = 0, WORD second = 0)
-{
-    SYSTEMTIME time{};
-    time.wYear = year;
-    time.wMonth = month;
-    time.wDay = day;
-    time.wHour = hour;
-    time.wMinute = minute;
-    time.wSecond = second;
-    return time;
-}
-
-double VariantTime(SYSTEMTIME time)
-{
-    double result = NAN;
-    return SystemTimeToVariantTime(&time, &result) ? result : NAN;
-}
 
 TEST(DateTest, WhatIsNoDateIsRefused)
 {

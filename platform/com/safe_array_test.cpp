@@ -2,18 +2,10 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/com/com_object.h"
+#include "platform/com/variant_for_test.h"
 
 namespace quorvane {
 namespace {
-
-class CPlain final : public ComObject<CPlain, IUnknown> {};
-
-ULONG ReferencesOf(IUnknown* object)
-{
-    object->AddRef();
-    return object->Release();
-}
 
 TEST(SafeArrayTest, ElementsAreFoundByTheirIndicesInEveryDimension)
 {

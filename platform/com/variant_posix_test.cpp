@@ -5,34 +5,16 @@
 
 #include <limits>
 
+#include "platform/com/variant_for_test.h"
+
 namespace quorvane {
 namespace {
-
-Variant OfType(VARTYPE type)
-{
-    Variant value;
-    value.Raw().vt = type;
-    return value;
-}
 
 Variant Date(DATE date)
 {
     Variant value = OfType(VT_DATE);
     value.Raw().date = date;
     return value;
-}
-
-// The text that a value becomes; the code of the failure where it becomes none.
-OleString AsText(Variant value, USHORT flags = 0)
-{
-    const HRESULT hr = VariantChangeType(&value.Raw(), &value.Raw(), flags, VT_BSTR);
-    return SUCCEEDED(hr) ? OleString(ViewOf(value.Raw().bstrVal))
-                         : OLESTR("failed ") + Widen(std::to_string(hr));
-}
-
-HRESULT ToType(Variant& value, VARTYPE type)
-{
-    return value.ChangeType(type);
 }
 
 TEST(VariantTest, CopyIndRefusesAReferenceToAReferenceAndOneToNothing)

@@ -6,11 +6,10 @@
 
 #include "platform/com/com_object.h"
 #include "platform/com/safe_array.h"
+#include "platform/com/variant_for_test.h"
 
 namespace quorvane {
 namespace {
-
-class CPlain final : public ComObject<CPlain, IUnknown> {};
 
 // An automation object whose default property is a number.
 class CValued final : public ComObject<CValued, IDispatch> {
@@ -30,32 +29,6 @@ public:
         return S_OK;
     }
 };
-
-ULONG ReferencesOf(IUnknown* object)
-{
-    object->AddRef();
-    return object->Release();
-}
-
-Variant OfType(VARTYPE type)
-{
-    Variant value;
-    value.Raw().vt = type;
-    return value;
-}
-
-// The text that a value becomes; the code of the failure where it becomes none.
-OleString AsText(Variant value, USHORT flags = 0)
-{
-    const HRESULT hr = VariantChangeType(&value.Raw(), &value.Raw(), flags, VT_BSTR);
-    return SUCCEEDED(hr) ? OleString(ViewOf(value.Raw().bstrVal))
-                         : OLESTR("failed ") + Widen(std::to_string(hr));
-}
-
-HRESULT ToType(Variant& value, VARTYPE type)
-{
-    return value.ChangeType(type);
-}
 
 TEST(VariantTest, ClearingFreesWhatIsHeld)
 {

@@ -13,11 +13,6 @@
 namespace quorvane {
 namespace {
 
-constexpr HRESULT Win32(DWORD code)
-{
-    return HRESULT_FROM_WIN32(code);
-}
-
 TEST(PathTest, PathsAreJoinedAndTakenApart)
 {
     EXPECT_EQ(JoinPath("/a", "b"), std::string("/a") + PathSeparator() + "b");
@@ -61,7 +56,7 @@ TEST_F(TreeTest, DirectoriesAreMadeWithThoseAbove)
     EXPECT_EQ(MakeDirectories(Path("a/b/c")), S_OK);
     EXPECT_EQ(MakeDirectories(Path("a/b/c")), S_FALSE);
     EXPECT_EQ(MakeDirectories(Path("a/d/")), S_OK);
-    EXPECT_EQ(MakeDirectories(""), Win32(ERROR_INVALID_NAME));
+    EXPECT_EQ(MakeDirectories(""), HRESULT_FROM_WIN32(ERROR_INVALID_NAME));
 
     PathStatus status{};
     EXPECT_EQ(GetPathStatus(Path("a/b/c"), status), S_OK);
@@ -73,8 +68,8 @@ TEST_F(TreeTest, AFileInTheWayOfADirectoryIsTold)
 {
     Write("file");
 
-    EXPECT_EQ(MakeDirectories(Path("file")), Win32(ERROR_ALREADY_EXISTS));
-    EXPECT_EQ(MakeDirectories(Path("file/below")), Win32(ERROR_ALREADY_EXISTS));
+    EXPECT_EQ(MakeDirectories(Path("file")), HRESULT_FROM_WIN32(ERROR_ALREADY_EXISTS));
+    EXPECT_EQ(MakeDirectories(Path("file/below")), HRESULT_FROM_WIN32(ERROR_ALREADY_EXISTS));
 }
 
 TEST_F(TreeTest, AFilesStatusIsItsSizeAndTime)
@@ -89,8 +84,8 @@ TEST_F(TreeTest, AFilesStatusIsItsSizeAndTime)
     SYSTEMTIME time{};
     ASSERT_TRUE(FileTimeToSystemTime(&status.modified, &time));
     EXPECT_GE(time.wYear, 2020);
-    EXPECT_EQ(GetPathStatus(Path("none"), status), Win32(ERROR_FILE_NOT_FOUND));
-    EXPECT_EQ(GetPathStatus(Path("none/none"), status), Win32(ERROR_PATH_NOT_FOUND));
+    EXPECT_EQ(GetPathStatus(Path("none"), status), HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND));
+    EXPECT_EQ(GetPathStatus(Path("none/none"), status), HRESULT_FROM_WIN32(ERROR_PATH_NOT_FOUND));
 }
 
 TEST_F(TreeTest, FilesAndEmptyDirectoriesAreRemoved)
@@ -99,8 +94,8 @@ TEST_F(TreeTest, FilesAndEmptyDirectoriesAreRemoved)
     ASSERT_EQ(MakeDirectories(Path("d/e")), S_OK);
 
     EXPECT_EQ(RemoveFile(Path("file")), S_OK);
-    EXPECT_EQ(RemoveFile(Path("file")), Win32(ERROR_FILE_NOT_FOUND));
-    EXPECT_EQ(RemoveEmptyDirectory(Path("d")), Win32(ERROR_DIR_NOT_EMPTY));
+    EXPECT_EQ(RemoveFile(Path("file")), HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND));
+    EXPECT_EQ(RemoveEmptyDirectory(Path("d")), HRESULT_FROM_WIN32(ERROR_DIR_NOT_EMPTY));
     EXPECT_EQ(RemoveEmptyDirectory(Path("d/e")), S_OK);
     EXPECT_FALSE(PathExists(Path("d/e")));
 }
@@ -117,7 +112,7 @@ TEST_F(TreeTest, RenamingPutsAFileInPlaceOfAnother)
     EXPECT_EQ(ReadWholeFile(Path("old"), 10, contents), S_OK);
     EXPECT_EQ(contents, "new");
     EXPECT_FALSE(PathExists(Path("new")));
-    EXPECT_EQ(RenameOver(Path("new"), Path("old")), Win32(ERROR_FILE_NOT_FOUND));
+    EXPECT_EQ(RenameOver(Path("new"), Path("old")), HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND));
 }
 
 TEST_F(TreeTest, ADirectoryIsListedInOrder)
@@ -129,7 +124,7 @@ TEST_F(TreeTest, ADirectoryIsListedInOrder)
     EXPECT_EQ(ListDirectory(directory.Path(), names), S_OK);
 
     EXPECT_EQ(names, (std::vector<std::string>{"a", "b"}));
-    EXPECT_EQ(ListDirectory(Path("none"), names), Win32(ERROR_FILE_NOT_FOUND));
+    EXPECT_EQ(ListDirectory(Path("none"), names), HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND));
     EXPECT_EQ(names.size(), 2u);
 }
 
@@ -159,8 +154,8 @@ TEST_F(TreeTest, ATemporaryNameNeedsADirectoryAndAPlainPrefix)
 {
     std::string path = "old";
 
-    EXPECT_EQ(MakeTempFileName(Path("none"), "QVT", path), Win32(ERROR_PATH_NOT_FOUND));
-    EXPECT_EQ(MakeTempFileName(directory.Path(), "../", path), Win32(ERROR_INVALID_PARAMETER));
+    EXPECT_EQ(MakeTempFileName(Path("none"), "QVT", path), HRESULT_FROM_WIN32(ERROR_PATH_NOT_FOUND));
+    EXPECT_EQ(MakeTempFileName(directory.Path(), "../", path), HRESULT_FROM_WIN32(ERROR_INVALID_PARAMETER));
     EXPECT_EQ(path, "old");
 }
 

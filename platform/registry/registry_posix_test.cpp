@@ -11,7 +11,7 @@
 namespace quorvane {
 namespace {
 
-constexpr HRESULT kNotFound = HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND);
+constexpr HRESULT kNoSuchKey = HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND);
 
 class RegistryFileTest : public testing::Test {
 protected:
@@ -123,7 +123,7 @@ TEST_F(RegistryFileTest, AFileThatIsSomethingElseHasNoKeysAndIsNotWrittenOver)
     WriteUserFile("a shopping list\n[HKEY_CURRENT_USER\\A]\n");
     RegistryKey key;
 
-    EXPECT_EQ(key.Open(RegistryHive::CurrentUser, "A"), kNotFound);
+    EXPECT_EQ(key.Open(RegistryHive::CurrentUser, "A"), kNoSuchKey);
     EXPECT_EQ(key.Create(RegistryHive::CurrentUser, "A"), HRESULT_FROM_WIN32(ERROR_ACCESS_DENIED));
 
     std::string text;
@@ -137,7 +137,7 @@ TEST_F(RegistryFileTest, PathsThatCannotBeKeysAreRefused)
     const std::string longName(300, 'x');
     for (const std::string& path :
          {std::string("A\\\\B"), std::string("\\A"), std::string("A\nB"), longName}) {
-        EXPECT_EQ(key.Open(RegistryHive::CurrentUser, path), kNotFound);
+        EXPECT_EQ(key.Open(RegistryHive::CurrentUser, path), kNoSuchKey);
         EXPECT_EQ(key.Create(RegistryHive::CurrentUser, path), HRESULT_FROM_WIN32(ERROR_INVALID_PARAMETER));
     }
     ASSERT_EQ(key.Create(RegistryHive::CurrentUser, "A\\"), S_OK);
