@@ -15,10 +15,8 @@ namespace {
 
 constexpr std::uint64_t kUnixEpochInFileTime = 116'444'736'000'000'000;
 
-// How long a change waits for the end of an item being applied, and how often it is looked whether a job is
-// left.
+// How long a change waits for the end of an item being applied, should the end never be told.
 constexpr auto kApplyingPatience = std::chrono::seconds(10);
-constexpr auto kApplyingStep = std::chrono::milliseconds(20);
 
 }  // namespace
 
@@ -63,44 +61,17 @@ void Addin::Log(const char* event, const std::string& id, const std::string& wha
         std::fprintf(stderr, "%s %s %s\n", event, Printable(id).c_str(), Printable(what).c_str());
 }
 
-void Addin::BeginApplying(const std::string& id)
-{
-    const std::lock_guard lock(applyingMutex_);
-    applying_[std::this_thread::get_id()] = id;
-}
-
-void Addin::EndApplying()
-{
-    const std::lock_guard lock(applyingMutex_);
-    applying_.erase(std::this_thread::get_id());
-    applyingEnded_.notify_all();
-}
-
-// A message without a row that anybody knows may be any item.
-bool Addin::MayBeApplying(const std::string& entryId, const std::string& id) const
-{
-    const auto row = parts_.state.RowOfEntry(entryId);
-    return !row || row->id == id || !parts_.records.FindItem(row->id);
-}
-
 // A scan of the whole folder can meet a message between its last change by the engine and its row: the change
-// then looks like one made here. It is judged when the item in hand is done. An item that fails has no end of
-// its own: there the thread's next one, or the end of the last job, ends the wait.
-void Addin::AwaitApplying(const std::string& entryId)
+// then looks like one made here, and is judged when the item in hand is done. A message without a row that
+// anybody knows may be any item of its folder.
+void Addin::AwaitApplying(const std::string& entryId, const std::string& folderId) const
 {
-    const auto deadline = std::chrono::steady_clock::now() + kApplyingPatience;
-    std::unique_lock lock(applyingMutex_);
-    for (const auto& [thread, id] : std::map(applying_)) {
-        if (!MayBeApplying(entryId, id))
-            continue;
-        const auto isUnderWay = [&] {
-            const auto now = applying_.find(thread);
-            return now != applying_.end() && now->second == id;
-        };
-        while (isUnderWay() && std::chrono::steady_clock::now() < deadline &&
-               !parts_.state.UnfinishedPaths().empty())
-            applyingEnded_.wait_for(lock, kApplyingStep);
-    }
+    const ApplyGuard::Item inHand = parts_.applying.InHand();
+    if (inHand.id.empty() || inHand.folderId != folderId)
+        return;
+    const auto row = parts_.state.RowOfEntry(entryId);
+    if (!row || row->id == inHand.id || !parts_.records.FindItem(row->id))
+        parts_.applying.AwaitEnd(inHand, kApplyingPatience);
 }
 
 // A message that appears in a folder and has a row already passes for one that was moved there, and the engine gives it
@@ -117,6 +88,8 @@ HRESULT Addin::KeepId(IItem& item, const SharingRow& row)
 HRESULT Addin::OnLocalChange(const char* event, IItem& item, bool& ignore)
 {
     parts_.statistics.Touch();
+    const std::string entryId = ReadText(item, &IItem::get_EntryID);
+    AwaitApplying(entryId, FolderIdOf(item));
     ComPtr<IUnknown> raw;
     HRESULT hr = item.get_Raw(raw.Put());
     ComPtr<IMessage> message;
@@ -124,9 +97,7 @@ HRESULT Addin::OnLocalChange(const char* event, IItem& item, bool& ignore)
         hr = raw.As(message);
     if (FAILED(hr))
         return hr;
-    const std::string entryId = ReadText(item, &IItem::get_EntryID);
     const std::uint64_t modified = TimeOf(*message, PR_LAST_MODIFICATION_TIME);
-    AwaitApplying(entryId);
     parts_.state.DropStrayRows(entryId);
     const auto row = parts_.state.RowOfEntry(entryId);
     if (row && parts_.state.IsCurrent(*row, modified)) {
@@ -193,12 +164,13 @@ bool Addin::IsOutdated(const std::string& id, const ItemVersion& version) const
 HRESULT Addin::OnItemReceived(IItem* item, BSTR tag, bool& ignore)
 {
     parts_.statistics.Touch();
-    EndApplying();  // the thread's item before
+    parts_.applying.End();  // of the item before, should it have failed
     qv_Action action = qv_ac_NoAction;
     const HRESULT hr = item->get_Action(&action);
     if (FAILED(hr))
         return hr;
     const std::string id = ReadText(*item, &IItem::get_ID);
+    const std::string folderId = FolderIdOf(*item);
     const auto sent = ParseVersion(ReadText(*item, &IItem::get_CustomInfo));
     const ItemVersion version = sent ? *sent : ItemVersion{0, ToUtf8(ViewOf(tag))};
     const bool deletion = action == qv_ac_Deleted;
@@ -208,10 +180,10 @@ HRESULT Addin::OnItemReceived(IItem* item, BSTR tag, bool& ignore)
         return S_OK;
     }
     if (!deletion)
-        BeginApplying(id);
+        parts_.applying.Begin(id, folderId);
     // Before it is applied: a kill in between brings the item again, in this very version, which is then
     // applied.
-    parts_.records.PutItem({id, FolderIdOf(*item), version, deletion, 0});
+    parts_.records.PutItem({id, folderId, version, deletion, 0});
     ignore = deletion && !parts_.state.RowOfId(id);  // nothing here to delete
     deletion ? ++parts_.statistics.deletionsApplied : ++parts_.statistics.itemsApplied;
     Log("onItemReceived", id, deletion ? "deletion" : "");
@@ -221,6 +193,11 @@ HRESULT Addin::OnItemReceived(IItem* item, BSTR tag, bool& ignore)
 // The message that was just written is the item's present version: its exact time goes into the record.
 HRESULT Addin::OnPostprocess(BSTR entryId, BSTR /*storeId*/)
 {
+    struct EndOfItem {
+        ApplyGuard& applying;
+        ~EndOfItem() { applying.End(); }
+    };
+    const EndOfItem end{parts_.applying};
     parts_.statistics.Touch();
     const std::string entry = ToUtf8(ViewOf(entryId));
     const auto row = parts_.state.RowOfEntry(entry);
@@ -230,7 +207,6 @@ HRESULT Addin::OnPostprocess(BSTR entryId, BSTR /*storeId*/)
         if (row->lastModified == RowTimeOf(modified))
             parts_.records.SetModified(row->id, modified);
     }
-    EndApplying();
     return S_OK;
 }
 

@@ -6,13 +6,10 @@
 #ifndef QUORVANE_HOST_ADDIN_H_
 #define QUORVANE_HOST_ADDIN_H_
 
-#include <condition_variable>
-#include <map>
-#include <mutex>
 #include <string>
-#include <thread>
 
 #include "host/announcement.h"
+#include "host/apply_guard.h"
 #include "host/engine.h"
 #include "host/item_state.h"
 #include "host/mailbox.h"
@@ -29,6 +26,7 @@ public:
         const MailSession& mail;
         Records& records;
         ItemState& state;
+        ApplyGuard& applying;
         Statistics& statistics;
         bool verbose;
     };
@@ -59,10 +57,7 @@ public:
     HRESULT ProductCode(Bstr& code) override;
 
 private:
-    void BeginApplying(const std::string& id);
-    void EndApplying();
-    void AwaitApplying(const std::string& entryId);
-    bool MayBeApplying(const std::string& entryId, const std::string& id) const;
+    void AwaitApplying(const std::string& entryId, const std::string& folderId) const;
     HRESULT OnLocalChange(const char* event, IItem& item, bool& ignore);
     HRESULT KeepId(IItem& item, const SharingRow& row);
     void JoinFolder(const std::string& folderId, const Announcement& announcement);
@@ -73,12 +68,6 @@ private:
 
     Parts parts_;
     const EngineSession* engine_ = nullptr;
-
-    // The sharing ID of the item that each job of the engine was last told to apply, until it tells the end;
-    // by the job's thread, which makes its calls.
-    std::mutex applyingMutex_;
-    std::condition_variable applyingEnded_;
-    std::map<std::thread::id, std::string> applying_;
 };
 
 // Adds a shared folder to the engine. Throws a HostError.

@@ -21,6 +21,7 @@ Inbox::Inbox(const Addin::Parts& parts, const EngineSession& engine, Matcher& ma
       engine_(engine),
       records_(parts.records),
       state_(parts.state),
+      applying_(parts.applying),
       statistics_(parts.statistics),
       matcher_(matcher),
       report_(std::move(report))
@@ -35,6 +36,7 @@ bool Inbox::IsBusy()
             statistics_.Touch();
             return true;
         }
+    applying_.End();  // of the last item, should it have failed
     return false;
 }
 

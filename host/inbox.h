@@ -57,6 +57,7 @@ private:
     const EngineSession& engine_;
     Records& records_;
     ItemState& state_;
+    ApplyGuard& applying_;
     Statistics& statistics_;
     Matcher& matcher_;
     std::function<void(const std::string&)> report_;

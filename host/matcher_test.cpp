@@ -14,13 +14,7 @@ protected:
     // The package of the folder, as the engine lists it.
     std::string PackagePath()
     {
-        Variant value;
-        Check(here.engine.StorageFiles()->get_Item(Variant::Text(FromUtf8(here.share.entryId)).Raw(),
-                                                   value.Put()),
-              "find the package of", here.share.name);
-        ComPtr<IStorageFile> file;
-        Check(QueryFor(value.Raw().pdispVal, file), "find the package of", here.share.name);
-        return ReadText(*file, &IStorageFile::get_Path);
+        return ReadText(*here.PackageFor(here.share.entryId), &IStorageFile::get_Path);
     }
 
     // Puts a message into the package; its sharing ID.

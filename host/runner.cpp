@@ -24,7 +24,7 @@ Runner::Runner(const RunOptions& options, const Mailbox& mailbox)
       mail_(options.mailbox),
       records_(mailbox.HostDatabasePath().string()),
       state_(mailbox, records_),
-      parts_{mailbox_, mail_, records_, state_, statistics_, options.verbose},
+      parts_{mailbox_, mail_, records_, state_, applying_, statistics_, options.verbose},
       addin_(parts_),
       engine_(addin_, options.mailbox),
       sender_(addin_, parts_, engine_),

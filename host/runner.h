@@ -54,6 +54,7 @@ private:
     MailSession mail_;
     Records records_;
     ItemState state_;
+    ApplyGuard applying_;
     Addin::Parts parts_;
     Addin addin_;
     EngineSession engine_;

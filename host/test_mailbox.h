@@ -2,6 +2,7 @@
 #ifndef QUORVANE_HOST_TEST_MAILBOX_H_
 #define QUORVANE_HOST_TEST_MAILBOX_H_
 
+#include <functional>
 #include <string>
 
 #include "host/addin.h"
@@ -11,15 +12,53 @@
 
 namespace quorvane::host {
 
+// The engine's callbacks on their way to the program, with a place for a test to hold one up.
+struct HeldUpCallbacks final : ExtHandler {
+    explicit HeldUpCallbacks(Addin& target) noexcept : addin(target) {}
+    HRESULT OnItemResend(IItem* item, BSTR jobId, bool& ignore) override
+    {
+        return addin.OnItemResend(item, jobId, ignore);
+    }
+    HRESULT OnFolderReceived(IFolder* folder, BSTR tag) override
+    {
+        return addin.OnFolderReceived(folder, tag);
+    }
+    HRESULT OnItemAdded(IItem* item, bool& ignore) override { return addin.OnItemAdded(item, ignore); }
+    HRESULT OnItemChanged(IItem* item, bool& ignore) override { return addin.OnItemChanged(item, ignore); }
+    HRESULT OnItemDeleted(IItem* item, bool& ignore) override { return addin.OnItemDeleted(item, ignore); }
+    HRESULT OnItemReceived(IItem* item, BSTR tag, bool& ignore) override
+    {
+        if (beforeReceived)
+            beforeReceived();
+        return addin.OnItemReceived(item, tag, ignore);
+    }
+    HRESULT OnPostprocess(BSTR entryId, BSTR storeId) override
+    {
+        return addin.OnPostprocess(entryId, storeId);
+    }
+    HRESULT DatabasePath(Bstr& path) override { return addin.DatabasePath(path); }
+    HRESULT ProductCode(Bstr& code) override { return addin.ProductCode(code); }
+
+    Addin& addin;
+    std::function<void()> beforeReceived;  // set before the engine has anything to call about
+};
+
 // The engine knows the folder and doesn't report what happens in it: a test makes the reports itself.
 class SharedTestMailbox {
 public:
     SharedTestMailbox()
     {
         records.AddShare(share);
-        const ComPtr<IFolder> watched = AddEngineFolder(engine, share);
-        Check(watched->put_IgnoreEvents(VARIANT_TRUE), "watch the folder", share.name);
+        AddEngineFolder(engine, share);
+        Watch(false);
         addin.SetEngine(engine);
+    }
+
+    // Whether the engine reports what happens in the folder.
+    void Watch(bool on) const
+    {
+        Check(engine.FindFolder(share.folderId)->put_IgnoreEvents(on ? VARIANT_FALSE : VARIANT_TRUE),
+              "watch the folder", share.name);
     }
 
     // A message in the folder; its entry identifier.
@@ -56,6 +95,17 @@ public:
         return item;
     }
 
+    // The package that the engine fills for these recipients.
+    ComPtr<IStorageFile> PackageFor(const std::string& recipients) const
+    {
+        Variant value;
+        Check(engine.StorageFiles()->get_Item(Variant::Text(FromUtf8(recipients)).Raw(), value.Put()),
+              "find the package for", recipients);
+        ComPtr<IStorageFile> file;
+        Check(QueryFor(value.Raw().pdispVal, file), "find the package for", recipients);
+        return file;
+    }
+
     void Execute(const std::string& sql) { sharing.Execute(sql); }
     std::int64_t Ask(const std::string& sql)
     {
@@ -71,10 +121,12 @@ public:
     const Share share{"{F}", HexOf(*folder, PR_ENTRYID), mail.StoreId(), "Shared"};
     Records records{mailbox.HostDatabasePath().string()};
     ItemState state{mailbox, records};
+    ApplyGuard applying;
     Statistics statistics;
-    const Addin::Parts parts{mailbox, mail, records, state, statistics, false};
+    const Addin::Parts parts{mailbox, mail, records, state, applying, statistics, false};
     Addin addin{parts};
-    EngineSession engine{addin, (directory / "bob").string()};
+    HeldUpCallbacks callbacks{addin};
+    EngineSession engine{callbacks, (directory / "bob").string()};
     Database sharing = mailbox.OpenSharingDatabase();
     Database hostRecords{mailbox.HostDatabasePath().string(), Database::Mode::kOpen};
 };
