@@ -15,6 +15,8 @@ namespace {
 
 constexpr std::uint64_t kUnixEpochInFileTime = 116'444'736'000'000'000;
 
+constexpr char kNoItem[] = "-";  // an ID that no row has
+
 // How long a change waits for the end of an item being applied, should the end never be told.
 constexpr auto kApplyingPatience = std::chrono::seconds(10);
 
@@ -74,47 +76,52 @@ void Addin::AwaitApplying(const std::string& entryId, const std::string& folderI
         parts_.applying.AwaitEnd(inHand, kApplyingPatience);
 }
 
-// A message that appears in a folder and has a row already passes for one that was moved there, and the engine gives it
-// a new ID. One that is changed right after it was applied looks the same: it stays the item that it is.
-HRESULT Addin::KeepId(IItem& item, const SharingRow& row)
+// A message that appears in a folder and has a row already passes for one that was moved there, and the engine
+// gives it a new ID. One that is changed right after it was applied looks the same, and stays the item that it
+// is. The row to update is the one of the ID that the item had before the last put_ID.
+HRESULT Addin::ChooseId(IItem& item, const SharingRow& row, bool stays)
 {
-    const auto record = parts_.records.FindItem(row.id);
-    if (!record || record->deleted || row.id == ReadText(item, &IItem::get_ID) ||
-        record->folderId != FolderIdOf(item))
-        return S_OK;
-    return item.put_ID(BstrOf(row.id).Get());
+    const Bstr chosen = BstrOf(stays ? row.id : ReadText(item, &IItem::get_ID));
+    const HRESULT hr = item.put_ID(BstrOf(row.id).Get());
+    return SUCCEEDED(hr) ? item.put_ID(chosen.Get()) : hr;
 }
 
 HRESULT Addin::OnLocalChange(const char* event, IItem& item, bool& ignore)
 {
     parts_.statistics.Touch();
     const std::string entryId = ReadText(item, &IItem::get_EntryID);
-    AwaitApplying(entryId, FolderIdOf(item));
+    const std::string folderId = FolderIdOf(item);
+    AwaitApplying(entryId, folderId);
     ComPtr<IUnknown> raw;
     HRESULT hr = item.get_Raw(raw.Put());
     ComPtr<IMessage> message;
     if (SUCCEEDED(hr))
         hr = raw.As(message);
+    // Gives the item the time of the message, which the engine then writes to the row, sent or not.
+    if (SUCCEEDED(hr))
+        hr = item.put_Raw(raw.Get());
     if (FAILED(hr))
         return hr;
     const std::uint64_t modified = TimeOf(*message, PR_LAST_MODIFICATION_TIME);
     parts_.state.DropStrayRows(entryId);
     const auto row = parts_.state.RowOfEntry(entryId);
-    if (row && parts_.state.IsCurrent(*row, modified)) {
-        const auto known = parts_.records.FindItem(row->id);
-        if (known && known->version.member != parts_.mailbox.Name())
+    const auto known = row ? parts_.records.FindItem(row->id) : std::nullopt;
+    const bool isOfThisFolder = known && !known->deleted && known->folderId == folderId;
+    if (isOfThisFolder && parts_.state.IsCurrent(*row, folderId, modified)) {
+        if (known->version.member != parts_.mailbox.Name())
             ++parts_.statistics.echoes;
         ignore = true;
         return S_OK;
     }
+    if (known && !isOfThisFolder && row->id == ReadText(item, &IItem::get_ID)) {
+        ignore = true;  // moved here, and the engine doesn't know: it is sent as what it is, by comparison
+        return S_OK;
+    }
     if (row)
-        hr = KeepId(item, *row);
-    // Gives the item the time of the message that is sent, which the engine then writes to the row.
-    if (SUCCEEDED(hr))
-        hr = item.put_Raw(raw.Get());
+        hr = ChooseId(item, *row, isOfThisFolder || !known);
     if (FAILED(hr))
         return hr;
-    ItemRecord record{ReadText(item, &IItem::get_ID), FolderIdOf(item), {}, false, modified};
+    ItemRecord record{ReadText(item, &IItem::get_ID), folderId, {}, false, modified};
     record.version = NextVersion(parts_.records.FindItem(record.id), modified);
     hr = item.put_CustomInfo(BstrOf(FormatVersion(record.version)).Get());
     if (FAILED(hr))
@@ -125,11 +132,17 @@ HRESULT Addin::OnLocalChange(const char* event, IItem& item, bool& ignore)
     return S_OK;
 }
 
-HRESULT Addin::OnItemDeleted(IItem* item, bool& /*ignore*/)
+HRESULT Addin::OnItemDeleted(IItem* item, bool& ignore)
 {
     parts_.statistics.Touch();
     ItemRecord record{ReadText(*item, &IItem::get_ID), FolderIdOf(*item), {}, true, 0};
-    record.version = NextVersion(parts_.records.FindItem(record.id), Now());
+    const auto known = parts_.records.FindItem(record.id);
+    if (known && known->folderId != record.folderId) {
+        // It was moved to another folder, and is that one's item already: its row stays.
+        ignore = true;
+        return item->put_ID(BstrOf(kNoItem).Get());
+    }
+    record.version = NextVersion(known, Now());
     const HRESULT hr = item->put_CustomInfo(BstrOf(FormatVersion(record.version)).Get());
     if (FAILED(hr))
         return hr;
@@ -142,7 +155,8 @@ HRESULT Addin::OnItemDeleted(IItem* item, bool& /*ignore*/)
 // Whether what is here is at least as new as `version`: known as such, or a change here that wasn't sent yet
 // and will be. Of an item in this very version, the exact time of its message tells that it was applied to
 // the end.
-bool Addin::IsOutdated(const std::string& id, const ItemVersion& version) const
+bool Addin::IsOutdated(const std::string& id, const std::string& folderId,
+                       const ItemVersion& version) const
 {
     const auto record = parts_.records.FindItem(id);
     if (record && version < record->version)
@@ -152,7 +166,7 @@ bool Addin::IsOutdated(const std::string& id, const ItemVersion& version) const
     if (!message)
         return false;
     const std::uint64_t modified = TimeOf(*message, PR_LAST_MODIFICATION_TIME);
-    const bool current = parts_.state.IsCurrent(*row, modified);
+    const bool current = parts_.state.IsCurrent(*row, folderId, modified);
     if (record && version == record->version)
         return current && record->modified != 0;
     const bool kept = !current && version < NextVersion(record, modified);
@@ -174,7 +188,7 @@ HRESULT Addin::OnItemReceived(IItem* item, BSTR tag, bool& ignore)
     const auto sent = ParseVersion(ReadText(*item, &IItem::get_CustomInfo));
     const ItemVersion version = sent ? *sent : ItemVersion{0, ToUtf8(ViewOf(tag))};
     const bool deletion = action == qv_ac_Deleted;
-    if (IsOutdated(id, version)) {
+    if (IsOutdated(id, folderId, version)) {
         ++parts_.statistics.itemsIgnored;
         ignore = true;
         return S_OK;

@@ -59,11 +59,11 @@ public:
 private:
     void AwaitApplying(const std::string& entryId, const std::string& folderId) const;
     HRESULT OnLocalChange(const char* event, IItem& item, bool& ignore);
-    HRESULT KeepId(IItem& item, const SharingRow& row);
+    HRESULT ChooseId(IItem& item, const SharingRow& row, bool stays);
     void JoinFolder(const std::string& folderId, const Announcement& announcement);
     std::string NewFolderPath(const Announcement& announcement) const;
     void LearnMembers(const std::string& folderId, const Announcement& announcement, bool joined);
-    bool IsOutdated(const std::string& id, const ItemVersion& version) const;
+    bool IsOutdated(const std::string& id, const std::string& folderId, const ItemVersion& version) const;
     void Log(const char* event, const std::string& id, const std::string& what) const;
 
     Parts parts_;

@@ -69,12 +69,13 @@ void ItemState::DropStrayRows()
         DropStrayRows(entryId);
 }
 
-bool ItemState::IsCurrent(const SharingRow& row, std::uint64_t modified)
+bool ItemState::IsCurrent(const SharingRow& row, const std::string& folderId, std::uint64_t modified)
 {
     if (row.lastModified != RowTimeOf(modified))
         return false;
     const auto record = records_.FindItem(row.id);
-    return record && (record->modified == 0 || record->modified == modified);
+    return record && record->folderId == folderId &&
+           (record->modified == 0 || record->modified == modified);
 }
 
 void ItemState::SetRowTime(const std::string& id, std::uint64_t modified)

@@ -30,9 +30,10 @@ public:
     // The same for all messages.
     void DropStrayRows();
 
-    // Whether a message with this modification time is what its row, and the program's record of the item,
-    // stand for. A row knows whole seconds only; the record knows the time exactly.
-    bool IsCurrent(const SharingRow& row, std::uint64_t modified);
+    // Whether a message of this folder with this modification time is what its row, and the program's record
+    // of the item, stand for. A row knows whole seconds only; the record knows the time exactly. A move
+    // between folders leaves row and time as they were.
+    bool IsCurrent(const SharingRow& row, const std::string& folderId, std::uint64_t modified);
 
     // Brings a row's time up to date after its item was sent.
     void SetRowTime(const std::string& id, std::uint64_t modified);

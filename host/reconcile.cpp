@@ -17,7 +17,7 @@ std::vector<Reconciler::Difference> Reconciler::FindDifferences(const Share& sha
     ForEachItem(*folder, [&](const ItemInfo& item) {
         present.insert(item.entryId);
         const auto row = rows.find(item.entryId);
-        if (row == rows.end() || !parts_.state.IsCurrent(row->second, item.modified))
+        if (row == rows.end() || !parts_.state.IsCurrent(row->second, share.folderId, item.modified))
             differences.push_back({item.entryId, {}});
     });
     for (const auto& [entryId, row] : rows) {

@@ -51,23 +51,31 @@ void Runner::Start()
     outbox_.Resume();
     state_.DropStrayRows();
     matcher_.MatchUnfinished();
-    for (const Share& share : records_.Shares())
+    const std::vector<Share> shares = records_.Shares();
+    // All of them before the first is compared: an item may have been moved from the one to the other.
+    for (const Share& share : shares)
+        HoldBack(share);
+    for (const Share& share : shares)
         WatchShare(share);
     Check(engine_.Session().ResumeJobs(qv_rs_Both), "resume the jobs of", options_.mailbox);
     statistics_.Touch();
     nextCheck_ = std::chrono::steady_clock::now() + kFirstCheck;
 }
 
-// Adds the folder to the engine. What happened in it while nobody watched is sent before the engine's own
-// reports of it are let through.
+// Adds the folder to the engine, which reports nothing of it yet.
+void Runner::HoldBack(const Share& share)
+{
+    Check(AddEngineFolder(engine_, share)->put_IgnoreEvents(VARIANT_TRUE), "watch the folder", share.name);
+}
+
+// What happened in the folder while nobody watched is sent before the engine's own reports of it are let
+// through.
 void Runner::WatchShare(const Share& share)
 {
-    const ComPtr<IFolder> folder = AddEngineFolder(engine_, share);
-    Check(folder->put_IgnoreEvents(VARIANT_TRUE), "watch the folder", share.name);
     if (!records_.Members(share.folderId, true).empty())
         reconciler_.SendDifferences(share);
     AnnounceTo(share);
-    Check(folder->put_IgnoreEvents(VARIANT_FALSE), "watch the folder", share.name);
+    Check(engine_.FindFolder(share.folderId)->put_IgnoreEvents(VARIANT_FALSE), "watch the folder", share.name);
 }
 
 // Tells the members that don't know of a folder yet. The package is taken at once: that fixes who has been
@@ -84,10 +92,12 @@ void Runner::AnnounceTo(const Share& share)
 void Runner::AnnounceNew()
 {
     for (const Share& share : records_.Shares())
-        if (engine_.FindFolder(share.folderId))
+        if (engine_.FindFolder(share.folderId)) {
             AnnounceTo(share);
-        else
+        } else {
+            HoldBack(share);
             WatchShare(share);
+        }
 }
 
 void Runner::Step()

@@ -38,6 +38,7 @@ public:
 
 private:
     void Start();
+    void HoldBack(const Share& share);
     void WatchShare(const Share& share);
     void AnnounceTo(const Share& share);
     void AnnounceNew();

@@ -38,10 +38,18 @@ ComPtr<IFolder> Sender::EngineFolder(const Share& share) const
     return folder;
 }
 
+// A message that came from another shared folder goes there, and is a new item here.
 SharingRow Sender::EnsureRow(const Share& share, const std::string& entryId)
 {
-    if (const auto row = parts_.state.RowOfEntry(entryId))
-        return *row;
+    if (const auto row = parts_.state.RowOfEntry(entryId)) {
+        const auto known = parts_.records.FindItem(row->id);
+        if (!known || known->folderId == share.folderId)
+            return *row;
+        if (const auto former = parts_.records.FindShare(known->folderId))
+            SendDeletion(*former, row->id);
+        else
+            Check(engine_.Session().DeleteItem(BstrOf(row->id).Get()), "forget an item of", share.name);
+    }
     const std::string id = NewSharingId();
     Check(engine_.Session().ImportItem(BstrOf(id).Get(), BstrOf(entryId).Get(), BstrOf(share.storeId).Get()),
           "note an item of", share.name);
@@ -54,7 +62,6 @@ bool Sender::SendItem(const Share& share, const std::string& entryId, const std:
     if (!message)
         return false;
     const std::uint64_t modified = TimeOf(*message, PR_LAST_MODIFICATION_TIME);
-    const bool isNew = !parts_.state.RowOfEntry(entryId);
     const SharingRow row = EnsureRow(share, entryId);
     const Variant missing = Variant::Missing();
     ComPtr<IItem> item;
@@ -62,10 +69,10 @@ bool Sender::SendItem(const Share& share, const std::string& entryId, const std:
                                           missing.Raw(), item.Put()),
           "send an item of", share.name);
     Check(item->put_Raw(message.Get()), "send an item of", share.name);
-    Check(item->put_Action(isNew ? qv_ac_Added : qv_ac_Modified), "send an item of", share.name);
     const auto known = parts_.records.FindItem(row.id);
+    Check(item->put_Action(known ? qv_ac_Modified : qv_ac_Added), "send an item of", share.name);
     ItemRecord record{row.id, share.folderId, {}, false, modified};
-    const bool unchanged = known && !known->deleted && parts_.state.IsCurrent(row, modified);
+    const bool unchanged = known && !known->deleted && parts_.state.IsCurrent(row, share.folderId, modified);
     record.version = unchanged ? known->version : addin_.NextVersion(known, modified);
     Check(item->put_CustomInfo(BstrOf(FormatVersion(record.version)).Get()), "send an item of", share.name);
     Check(item->Send(BstrOf(recipients).Get()), "send an item of", share.name);

@@ -23,8 +23,14 @@ struct HeldUpCallbacks final : ExtHandler {
     {
         return addin.OnFolderReceived(folder, tag);
     }
-    HRESULT OnItemAdded(IItem* item, bool& ignore) override { return addin.OnItemAdded(item, ignore); }
-    HRESULT OnItemChanged(IItem* item, bool& ignore) override { return addin.OnItemChanged(item, ignore); }
+    HRESULT OnItemAdded(IItem* item, bool& ignore) override
+    {
+        return Change([&] { return addin.OnItemAdded(item, ignore); }, *item, ignore);
+    }
+    HRESULT OnItemChanged(IItem* item, bool& ignore) override
+    {
+        return Change([&] { return addin.OnItemChanged(item, ignore); }, *item, ignore);
+    }
     HRESULT OnItemDeleted(IItem* item, bool& ignore) override { return addin.OnItemDeleted(item, ignore); }
     HRESULT OnItemReceived(IItem* item, BSTR tag, bool& ignore) override
     {
@@ -39,8 +45,23 @@ struct HeldUpCallbacks final : ExtHandler {
     HRESULT DatabasePath(Bstr& path) override { return addin.DatabasePath(path); }
     HRESULT ProductCode(Bstr& code) override { return addin.ProductCode(code); }
 
+    template <class Call>
+    HRESULT Change(Call call, IItem& item, const bool& ignore)
+    {
+        const std::string entryId = ReadText(item, &IItem::get_EntryID);
+        if (beforeChange)
+            beforeChange(entryId);
+        const HRESULT hr = call();
+        if (afterChange)
+            afterChange(entryId, ignore);
+        return hr;
+    }
+
     Addin& addin;
-    std::function<void()> beforeReceived;  // set before the engine has anything to call about
+    // Set before the engine has anything to call about. A change is named by its message.
+    std::function<void()> beforeReceived;
+    std::function<void(const std::string&)> beforeChange;
+    std::function<void(const std::string&, bool ignored)> afterChange;
 };
 
 // The engine knows the folder and doesn't report what happens in it: a test makes the reports itself.
@@ -61,14 +82,36 @@ public:
               "watch the folder", share.name);
     }
 
-    // A message in the folder; its entry identifier.
-    std::string AddMessage(const std::string& subject) const
+    // A message in the folder, or in another; its entry identifier.
+    std::string AddMessage(const std::string& subject) const { return AddMessage(*folder, subject); }
+    static std::string AddMessage(IMAPIFolder& place, const std::string& subject)
     {
         ComPtr<IMessage> message;
-        Check(folder->CreateMessage(nullptr, 0, message.Put()), "make a message", subject);
+        Check(place.CreateMessage(nullptr, 0, message.Put()), "make a message", subject);
         Check(SetText(*message, PR_SUBJECT_W, subject), "make a message", subject);
         Check(message->SaveChanges(0), "save a message", subject);
         return HexOf(*message, PR_ENTRYID);
+    }
+
+    void ChangeMessage(const std::string& entryId, const std::string& subject) const
+    {
+        const ComPtr<IMessage> message = OpenMessage(mail, entryId, true);
+        Check(SetText(*message, PR_SUBJECT_W, subject), "change a message", subject);
+        Check(message->SaveChanges(0), "save a message", subject);
+    }
+    void MoveMessage(const std::string& entryId, IMAPIFolder& from, IMAPIFolder& to) const
+    {
+        Bytes id = FromHex(entryId);
+        SBinary binary{static_cast<ULONG>(id.size()), id.data()};
+        ENTRYLIST list{1, &binary};
+        Check(from.CopyMessages(&list, &IID_IMAPIFolder, &to, 0, nullptr, MESSAGE_MOVE), "move", entryId);
+    }
+    void DeleteMessage(const std::string& entryId) const
+    {
+        Bytes id = FromHex(entryId);
+        SBinary binary{static_cast<ULONG>(id.size()), id.data()};
+        ENTRYLIST list{1, &binary};
+        Check(folder->DeleteMessages(&list, 0, nullptr, 0), "delete", entryId);
     }
 
     std::uint64_t ModifiedOf(const std::string& entryId) const
