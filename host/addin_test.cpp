@@ -166,6 +166,7 @@ TEST_F(AddinTest, AMovedMessageThatDidntChangeIsSentAsTheNewItemThatItIs)
     EXPECT_EQ(here.addin.OnItemAdded(item.Get(), ignore), S_OK);
 
     EXPECT_FALSE(ignore);
+    ASSERT_TRUE(here.records.FindItem("{NEW}"));
     EXPECT_EQ(here.records.FindItem("{NEW}")->folderId, "{F}");
 }
 

@@ -134,6 +134,38 @@ TEST_F(SharingTest, AnItemMovedAwayIsDeletedAtTheOtherMember)
     ExpectSame("alice", "Shared", "bob", "Shared");
 }
 
+TEST_F(SharingTest, AnItemMovedBetweenTwoSharedFoldersFollowsAndIsThereOnce)
+{
+    ShareSamples({"bob"});
+    MustRun({"import", Mailbox("alice"), "Second", Sample("01-plain").string()});
+    MustRun({"share", Mailbox("alice"), "Second", "--with", "bob"});
+    RunUntilIdle({"alice", "bob"});
+
+    MustRun({"move", Mailbox("alice"), "Shared", IdOf("alice", 0), "Second"});
+    RunUntilIdle({"alice", "bob"});
+    EXPECT_EQ(Items("bob", "Shared").size(), 39U);
+    EXPECT_EQ(Items("bob", "Second").size(), 2U);
+    ExpectSame("alice", "Shared", "bob", "Shared");
+    ExpectSame("alice", "Second", "bob", "Second");
+
+    Process alice = Start({"run", Mailbox("alice"), "--exchange", Exchange(), "-v"});
+    Process bob = Start({"run", Mailbox("bob"), "--exchange", Exchange(), "-v"});
+    MustRun({"move", Mailbox("alice"), "Shared", IdOf("alice", 0), "Second"});
+    EXPECT_TRUE(Eventually([&] {
+        return Items("bob", "Shared").size() == 38U && Items("bob", "Second").size() == 3U;
+    }));
+    alice.AskToEnd();
+    bob.AskToEnd();
+    EXPECT_EQ(alice.Wait().exitCode, 0);
+    EXPECT_EQ(bob.Wait().exitCode, 0);
+    const std::string moved = Items("alice", "Second").back().at("id");
+    MustRun({"edit", Mailbox("alice"), "Second", moved, "--subject", "moved, then changed"});
+    RunUntilIdle({"alice", "bob"});
+    EXPECT_EQ(Items("bob", "Second").size(), 3U);
+    ExpectSame("alice", "Shared", "bob", "Shared");
+    ExpectSame("alice", "Second", "bob", "Second");
+}
+
 TEST_F(SharingTest, ThreeMembersEndEqualAndThenKeepStill)
 {
     ShareSamples({"bob", "carol"});
