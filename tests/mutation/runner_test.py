@@ -1,0 +1,131 @@
+"""Tests of the runner: which mutants are found in a source, and that the tree is left alone."""
+import pathlib
+import subprocess
+import sys
+import tempfile
+import unittest
+
+FOLDER = pathlib.Path(__file__).resolve().parent
+sys.dont_write_bytecode = True
+sys.path.insert(0, str(FOLDER))
+import mutants  # noqa: E402
+import scratch  # noqa: E402
+
+SOURCE = r'''
+#include <vector>
+#define IGNORED if (a == b) return;
+namespace n {
+constexpr int kLimit = 8;  // if (x) f();
+struct Pair {
+    int first = 0;
+    int Sum() const noexcept { return first + 1; }
+};
+
+HRESULT Work(const std::vector<int>& list, int count)
+{
+    const Traced traced{"if (a) b();"};
+    const Lock lock(mutex);
+    if (count < 0 || list.empty())
+        return E_INVALIDARG;
+    HR_TRY(traced, Open(count));
+    Close();
+    std::vector<int> copy(list);
+    copy.clear();
+    if (copy.empty())
+        return traced(E_FAIL);
+    return count > 1 ? S_OK : Finish(copy);
+}
+}  // namespace n
+'''
+
+
+class FindTest(unittest.TestCase):
+    def setUp(self):
+        self.found = mutants.find("a.cpp", SOURCE)
+
+    def changes(self, kind):
+        return [(mutant.old, mutant.text) for mutant in self.found if mutant.kind == kind]
+
+    def test_statements_are_dropped_and_declarations_are_not(self):
+        self.assertEqual([old for old, _ in self.changes("drop")], ["HR_TRY(traced, Open(count));", "Close();",
+                                                                    "copy.clear();"])
+
+    def test_a_variable_that_nothing_uses_is_a_guard(self):
+        self.assertEqual(self.changes("guard"), [("const Lock lock(mutex);", ";")])
+
+    def test_conditions_are_turned_round(self):
+        self.assertEqual(self.changes("negate"), [
+            ("count < 0 || list.empty()", "!(count < 0 || list.empty())"), ("copy.empty()", "!(copy.empty())"),
+            ("count > 1", "!(count > 1)")])
+
+    def test_bounds_are_shifted_and_templates_are_no_comparisons(self):
+        self.assertEqual(self.changes("bound"), [("+ 1", "+ 0"), ("<", "<="), ("0", "1"), (">", ">="), ("1", "2")])
+
+    def test_codes_are_exchanged(self):
+        self.assertEqual(self.changes("code"), [("E_INVALIDARG", "E_FAIL"), ("E_FAIL", "E_UNEXPECTED")])
+
+    def test_early_exits_are_left_out_and_the_last_return_is_not(self):
+        self.assertEqual(self.changes("exit"), [("return E_INVALIDARG;", ";"), ("return traced(E_FAIL);", ";")])
+
+    def test_a_call_whose_code_is_returned_is_skipped(self):
+        self.assertEqual(self.changes("skip"), [("return count > 1 ? S_OK : Finish(copy);", "return S_OK;")])
+
+    def test_steps_are_ignored_or_not_traced(self):
+        self.assertEqual(self.changes("ignore"),
+                         [("HR_TRY(traced, Open(count));", "static_cast<void>(Open(count));")])
+        self.assertEqual(self.changes("trace"),
+                         [("HR_TRY(traced, Open(count));", "HR_TRY_QUIET(Open(count));"), ("traced", "")])
+
+    def test_neighbours_change_places(self):
+        self.assertEqual([" ".join(text.split()) for _, text in self.changes("order")],
+                         ["Close(); HR_TRY(traced, Open(count));"])
+
+    def test_a_mutant_changes_its_place_alone(self):
+        for mutant in self.found:
+            broken = mutants.apply(SOURCE, mutant)
+            self.assertEqual(broken[:mutant.start], SOURCE[:mutant.start])
+            self.assertEqual(broken[mutant.start + len(mutant.text):], SOURCE[mutant.end:])
+            self.assertNotEqual(broken, SOURCE)
+            self.assertEqual(SOURCE[:mutant.start].count("\n") + 1, mutant.line)
+
+
+class ScratchTest(unittest.TestCase):
+    def setUp(self):
+        temporary = tempfile.TemporaryDirectory()
+        self.addCleanup(temporary.cleanup)
+        self.root = pathlib.Path(temporary.name) / "root"
+        self.root.mkdir()
+        subprocess.run(["git", "init", "-q", str(self.root)], check=True)
+        (self.root / "a.cpp").write_text("whole")
+        self.place = scratch.Scratch(self.root, pathlib.Path(temporary.name) / "scratch", [], 1)
+        self.addCleanup(self.place._lock.close)
+        self.copy = self.place.tree / "a.cpp"
+
+    def test_a_file_is_whole_again_and_newer_after_a_mutant(self):
+        self.place._copy_tree()
+        before = self.copy.stat().st_mtime_ns
+        with self.assertRaises(KeyboardInterrupt):
+            with self.place.broken("a.cpp", lambda text: text + " no more"):
+                self.assertEqual(self.copy.read_text(), "whole no more")
+                raise KeyboardInterrupt
+        self.assertEqual(self.copy.read_text(), "whole")
+        self.assertGreater(self.copy.stat().st_mtime_ns, before)
+        self.assertEqual((self.root / "a.cpp").read_text(), "whole")
+
+    def test_what_a_killed_run_left_is_mended_by_the_next(self):
+        self.place._copy_tree()
+        self.copy.write_text("broken")
+        (self.place.tree / "left.cpp").write_text("over")
+        self.place._copy_tree()
+        self.assertEqual(self.copy.read_text(), "whole")
+        self.assertFalse((self.place.tree / "left.cpp").exists())
+
+    def test_an_unchanged_file_keeps_its_time(self):
+        self.place._copy_tree()
+        before = self.copy.stat().st_mtime_ns
+        self.place._copy_tree()
+        self.assertEqual(self.copy.stat().st_mtime_ns, before)
+
+
+if __name__ == "__main__":
+    unittest.main()
