@@ -230,6 +230,26 @@ TEST_F(DatabaseSessionsTest, WithoutALogRowsThatAreBeingReadKeepNoWriterWaitingE
     EXPECT_EQ(rows.Step(), kEndOfRowset);
 }
 
+TEST_F(DatabaseSessionsTest, ATransactionThatCouldNotBeCommittedIsRolledBackBeforeItsConnectionServesOthers)
+{
+    vfs.DenySharedMemory(true);  // with a log no reader keeps a commit waiting
+    OpenAll();
+    OtherProgram other(path);
+    other.Run("BEGIN; SELECT * FROM tblItem");
+    ASSERT_EQ(session.StartTransaction(), S_OK);
+    ASSERT_EQ(Append("{1}", "E1"), S_OK);
+    EXPECT_EQ(session.Commit(), kBusy);
+    other.Run("COMMIT");
+
+    const unsigned opens = vfs.Opens();
+    EXPECT_EQ(Item("E1"), "none");
+    EXPECT_EQ(session.StartTransaction(), S_OK);
+    EXPECT_EQ(Append("{2}", "E2"), S_OK);
+    EXPECT_EQ(session.Commit(), S_OK);
+    EXPECT_EQ(Item("E2"), "{2}/S1/1.5/3");
+    EXPECT_EQ(vfs.Opens(), opens);
+}
+
 TEST_F(DatabaseSessionsTest, ADatabaseThatIsReadDuringTheOpenIsOpenedAllTheSame)
 {
     MakeDatabase();

@@ -44,6 +44,17 @@ TEST_F(RecipientsTest, NamesAreListedByKind)
     EXPECT_EQ(say::TextOf(*message_, PR_DISPLAY_BCC_W), OLESTR(""));
 }
 
+TEST_F(RecipientsTest, WhatBecameOfAnEarlierTryToSendDoesNotCountForTheKind)
+{
+    constexpr ULONG kSent = 0x80000000;
+    constexpr ULONG kToBeTriedAgain = 0x10000000;
+    say::Recipient(*message_, static_cast<LONG>(MAPI_TO | kSent), OLESTR("Ann"));
+    say::Recipient(*message_, static_cast<LONG>(MAPI_TO | kToBeTriedAgain), OLESTR("Ben"));
+    say::Recipient(*message_, static_cast<LONG>(MAPI_CC | kSent), OLESTR("Cid"));
+    EXPECT_EQ(say::TextOf(*message_, PR_DISPLAY_TO_W), OLESTR("Ann; Ben"));
+    EXPECT_EQ(say::TextOf(*message_, PR_DISPLAY_CC_W), OLESTR("Cid"));
+}
+
 TEST_F(RecipientsTest, RowsFromTheTableRemoveThem)
 {
     for (int i = 0; i < 3; ++i)

@@ -95,6 +95,24 @@ TEST_F(PropertiesTest, AStreamThatReadsKeepsWhatItOpened)
     EXPECT_EQ(stream->Write("x", 1, nullptr), STG_E_ACCESSDENIED);
 }
 
+TEST_F(PropertiesTest, ACloneOfAStreamStandsWhereItsOriginalStands)
+{
+    say::Write(*message_, kPrHtml, "0123456789");
+    for (const ULONG flags : {ULONG{0}, ULONG{MAPI_MODIFY}}) {
+        ComPtr<IStream> stream;
+        ComPtr<IStream> clone;
+        char digit = 0;
+        ASSERT_EQ(message_->OpenProperty(kPrHtml, &IID_IStream, 0, flags, stream.PutUnknown()), S_OK);
+        LARGE_INTEGER move{};
+        move.QuadPart = 4;
+        ASSERT_EQ(stream->Seek(move, STREAM_SEEK_SET, nullptr), S_OK);
+        ASSERT_EQ(stream->Clone(clone.Put()), S_OK);
+        ASSERT_EQ(stream->Read(&digit, 1, nullptr), S_OK);
+        ASSERT_EQ(clone->Read(&digit, 1, nullptr), S_OK);
+        EXPECT_EQ(digit, '4') << flags;
+    }
+}
+
 TEST_F(PropertiesTest, SeekingBeforeTheBeginningIsRefused)
 {
     say::Write(*message_, kPrHtml, "0123456789");

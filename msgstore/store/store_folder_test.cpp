@@ -213,6 +213,23 @@ TEST_F(StoreFolderTest, AChangeOfTheReadStateIsAChangeOfTheMessage)
     EXPECT_EQ(TimeOf(*mailbox.OpenMessage(id, 0), PR_LAST_MODIFICATION_TIME), after);
 }
 
+TEST_F(StoreFolderTest, ASaveKeepsTheReadStateThatSomeoneElseSetMeanwhile)
+{
+    BinaryValue id = mailbox.AddMessage(mailbox.Inbox(), OLESTR("Hello"));
+    SBinary one = AsBinary(id);
+    ENTRYLIST list{1, &one};
+    for (const ULONG flags : {ULONG{0}, ULONG{CLEAR_READ_FLAG}}) {
+        const ComPtr<IMessage> mine = mailbox.OpenMessage(id);
+        ASSERT_EQ(SetText(*mine, PR_SUBJECT_W, OLESTR("Other")), S_OK);
+        ASSERT_EQ(mailbox.Inbox().SetReadFlags(&list, 0, nullptr, flags), S_OK);
+
+        ASSERT_EQ(mine->SaveChanges(KEEP_OPEN_READWRITE), S_OK);
+
+        const LONG expected = flags == 0 ? MSGFLAG_READ : 0;
+        EXPECT_EQ(LongOf(*mailbox.OpenMessage(id, 0), PR_MESSAGE_FLAGS) & MSGFLAG_READ, expected);
+    }
+}
+
 TEST_F(StoreFolderTest, ARenamedFolderIsFoundUnderItsNewName)
 {
     const ComPtr<IMAPIFolder> folder = mailbox.MakeFolder(mailbox.Inbox(), "Plans");

@@ -325,6 +325,28 @@ TEST_F(DocfileTest, CopyToTakesAllButWhatIsExcluded)
     EXPECT_EQ((std::vector<std::string>{"a", "b"}), Names(*flat));
 }
 
+TEST_F(DocfileTest, CopyToTakesClassAndStateBitsOfEveryStorageAlong)
+{
+    constexpr CLSID kClass = {0x11223344, 0x5566, 0x7788, {1, 2, 3, 4, 5, 6, 7, 8}};
+    const auto from = MakeStorage(*root, "from");
+    ASSERT_EQ(S_OK, from->SetClass(kClass));
+    ASSERT_EQ(S_OK, from->SetStateBits(0x0F, ~DWORD{0}));
+    ASSERT_EQ(S_OK, MakeStorage(*from, "inner")->SetStateBits(0x80000001, ~DWORD{0}));
+    const auto to = MakeStorage(*root, "to");
+    ASSERT_EQ(S_OK, to->SetStateBits(0xF0, ~DWORD{0}));
+
+    ASSERT_EQ(S_OK, from->CopyTo(0, nullptr, nullptr, to.Get()));
+
+    STATSTG stat{};
+    ASSERT_EQ(S_OK, to->Stat(&stat, STATFLAG_NONAME));
+    EXPECT_TRUE(IsEqualGUID(kClass, stat.clsid));
+    EXPECT_EQ(0x0Fu, stat.grfStateBits);
+    ComPtr<IStorage> inner;
+    ASSERT_EQ(S_OK, to->OpenStorage(OLESTR("inner"), nullptr, kRead, nullptr, 0, inner.Put()));
+    ASSERT_EQ(S_OK, inner->Stat(&stat, STATFLAG_NONAME));
+    EXPECT_EQ(0x80000001u, stat.grfStateBits);
+}
+
 TEST_F(DocfileTest, AStorageIsNotCopiedIntoItself)
 {
     const auto outer = MakeStorage(*root, "outer");

@@ -1,7 +1,10 @@
 // What a host hears of the changes in a shared folder, and what it can do about it.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
+#include <fstream>
+#include <iterator>
 #include <mutex>
 
 #include "tests/support/packages.h"
@@ -10,6 +13,18 @@ namespace quorvane::test {
 namespace {
 
 constexpr char kFolderId[] = "shared";
+
+// Counts what a table tells.
+class CountingSink final : public ComObject<CountingSink, IMAPIAdviseSink> {
+public:
+    ULONG STDMETHODCALLTYPE OnNotify(ULONG, LPNOTIFICATION) override
+    {
+        ++calls;
+        return static_cast<ULONG>(S_OK);
+    }
+
+    std::atomic<int> calls{0};
+};
 
 class NotificationsTest : public testing::Test {
 protected:
@@ -50,6 +65,50 @@ protected:
             const auto count = path ? CountPackage(*path) : std::nullopt;
             return count && count->items == items;
         });
+    }
+
+    // Whether the folder's hash file has a record of an item.
+    bool HasHash(const std::string& id) const
+    {
+        std::ifstream file(mailbox.Directory() / "qvdata" / "share" / (std::string(kFolderId) + ".dat"),
+                           std::ios::binary);
+        EXPECT_TRUE(file);
+        const std::string bytes(std::istreambuf_iterator<char>(file), {});
+        std::string key;
+        for (const char digit : id)
+            key += {digit, '\0'};
+        return bytes.find(key) != std::string::npos;
+    }
+
+    // A contents table of a folder in the engine's own MAPI session, whose sinks are called in their order.
+    ComPtr<IMAPITable> TableInEnginesSession(const TestFolder& of)
+    {
+        ComPtr<IUnknown> raw;
+        EXPECT_EQ(logon.Session().get_Raw(raw.Put()), S_OK);
+        ComPtr<IMAPISession> session;
+        EXPECT_EQ(raw.As(session), S_OK);
+        LPSPropValue storeId = nullptr;
+        LPSPropValue folderId = nullptr;
+        EXPECT_EQ(HrGetOneProp(&mailbox.Store(), PR_ENTRYID, &storeId), S_OK);
+        EXPECT_EQ(HrGetOneProp(&of.Folder(), PR_ENTRYID, &folderId), S_OK);
+        const auto idOf = [](LPSPropValue value) {
+            return reinterpret_cast<LPENTRYID>(value->Value.bin.lpb);
+        };
+        ComPtr<IMsgStore> store;
+        EXPECT_EQ(
+            session->OpenMsgStore(0, storeId->Value.bin.cb, idOf(storeId), nullptr, MDB_NO_MAIL, store.Put()),
+            S_OK);
+        ComPtr<IUnknown> entry;
+        ULONG type = 0;
+        EXPECT_EQ(store->OpenEntry(folderId->Value.bin.cb, idOf(folderId), nullptr, 0, &type, entry.Put()),
+                  S_OK);
+        MAPIFreeBuffer(storeId);
+        MAPIFreeBuffer(folderId);
+        ComPtr<IMAPIFolder> opened;
+        EXPECT_EQ(entry.As(opened), S_OK);
+        ComPtr<IMAPITable> table;
+        EXPECT_EQ(opened->GetContentsTable(0, table.Put()), S_OK);
+        return table;
     }
 
     void Lock(const std::string& id, VARIANT_BOOL autoUnlock)
@@ -102,6 +161,17 @@ TEST_F(NotificationsTest, ADeletionIsReportedOnceAndForgotten)
 
     EXPECT_EQ(EventsOf("deleted", id).size(), 1u);
     EXPECT_EQ(mailbox.Query("SELECT count(*) FROM tblItem WHERE EntryID = '" + id + "'"), 0);
+}
+
+TEST_F(NotificationsTest, ADeletionTakesTheItemsHash)
+{
+    const std::string id = AddKnown("One");
+    EXPECT_TRUE(HasHash(id));
+    folder.Delete(id);
+    ASSERT_TRUE(logon.Host().Heard("deleted"));
+    WaitForRecords();
+
+    EXPECT_FALSE(HasHash(id));
 }
 
 TEST_F(NotificationsTest, ADeletionOfAnUnknownItemIsSilent)
@@ -264,6 +334,40 @@ TEST_F(NotificationsTest, ARemovedFolderIsHeardNoMore)
     AddKnown("Two");
 
     EXPECT_TRUE(EventsOf("added", missed).empty());
+}
+
+TEST_F(NotificationsTest, WhatWaitsForItsTurnWhenItsFolderGoesIsDropped)
+{
+    const TestFolder otherFolder = mailbox.MakeFolder("Other");
+    ComPtr<IFolder> other = logon.Share(otherFolder, "other");
+    const ComPtr<IMAPITable> table = TableInEnginesSession(otherFolder);
+    const ComPtr<CountingSink> behind = MakeComObject<CountingSink>();
+    ULONG connection = 0;
+    ASSERT_EQ(table->Advise(fnevTableModified, behind.Get(), &connection), S_OK);
+    std::mutex gate;
+    logon.Host().AnswerWith([&](const HostEvent&, bool&) {
+        const std::lock_guard wait(gate);
+        return S_OK;
+    });
+    std::unique_lock closed(gate);
+    folder.Add("Holds the line", "body");
+    ASSERT_TRUE(logon.Host().Heard("added"));
+    // What the second sink hears the engine's has heard before, or else what comes next.
+    std::vector<std::string> missed;
+    for (int told = 1; told <= 2; ++told) {
+        missed.push_back(otherFolder.Add("Mail " + std::to_string(told), "body"));
+        ASSERT_TRUE(Eventually([&] { return behind->calls >= told; }));
+    }
+    ComPtr<IFolders> folders;
+    ASSERT_EQ(logon.Session().get_Folders(folders.Put()), S_OK);
+    ASSERT_EQ(folders->Remove(Variant::Text(FromUtf8(otherFolder.EntryId())).Raw()), S_OK);
+    other.Reset();
+    closed.unlock();
+    AddKnown("Two");
+
+    for (const std::string& id : missed)
+        EXPECT_TRUE(EventsOf("added", id).empty());
+    EXPECT_EQ(table->Unadvise(connection), S_OK);
 }
 
 TEST_F(NotificationsTest, AKnownItemThatAppearsAnewHasANewIdUntilItsDeletionIsSeen)
