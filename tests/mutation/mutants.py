@@ -16,7 +16,7 @@ KINDS = {
     "skip": "a call whose result code is returned is left out",
     "guard": "a variable that only lives (a lock, a scope guard) is left out",
     "negate": "a condition is turned round",
-    "logic": "&& for ||, || for &&, true for false, FAILED for SUCCEEDED and the other way",
+    "logic": "&& for ||, & for |, true for false, FAILED for SUCCEEDED, and the other way",
     "bound": "< for <=, > for >=, a number one more, + 1 and - 1 left out",
     "code": "another result code",
     "order": "two statements change places",
@@ -33,6 +33,7 @@ _EXITS = {"return", "break", "continue", "throw"}
 _SWAPPED = {
     "<": ("bound", "<="), "<=": ("bound", "<"), ">": ("bound", ">="), ">=": ("bound", ">"),
     "==": ("negate", "!="), "!=": ("negate", "=="), "&&": ("logic", "||"), "||": ("logic", "&&"),
+    "&": ("logic", "|"), "|": ("logic", "&"),
     "true": ("logic", "false"), "false": ("logic", "true"),
     "FAILED": ("logic", "SUCCEEDED"), "SUCCEEDED": ("logic", "FAILED")}
 _CODE = re.compile(r"(?:E|[A-Z]+_[EW])_[A-Z][A-Z0-9_]*$")
