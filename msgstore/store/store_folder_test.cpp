@@ -230,6 +230,19 @@ TEST_F(StoreFolderTest, ASaveKeepsTheReadStateThatSomeoneElseSetMeanwhile)
     }
 }
 
+TEST_F(StoreFolderTest, ASaveWritesTheReadStateThatItsOwnObjectSet)
+{
+    const BinaryValue id = mailbox.AddMessage(mailbox.Inbox(), OLESTR("Hello"));
+    for (const ULONG flags : {ULONG{0}, ULONG{CLEAR_READ_FLAG}}) {
+        const ComPtr<IMessage> mine = mailbox.OpenMessage(id);
+        ASSERT_EQ(mine->SetReadFlag(flags), S_OK);
+        ASSERT_EQ(mine->SaveChanges(KEEP_OPEN_READWRITE), S_OK);
+
+        const LONG expected = flags == 0 ? MSGFLAG_READ : 0;
+        EXPECT_EQ(LongOf(*mailbox.OpenMessage(id, 0), PR_MESSAGE_FLAGS) & MSGFLAG_READ, expected);
+    }
+}
+
 TEST_F(StoreFolderTest, ARenamedFolderIsFoundUnderItsNewName)
 {
     const ComPtr<IMAPIFolder> folder = mailbox.MakeFolder(mailbox.Inbox(), "Plans");

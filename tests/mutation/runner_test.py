@@ -3,6 +3,7 @@ import pathlib
 import subprocess
 import sys
 import tempfile
+import time
 import unittest
 
 FOLDER = pathlib.Path(__file__).resolve().parent
@@ -125,6 +126,15 @@ class ScratchTest(unittest.TestCase):
         before = self.copy.stat().st_mtime_ns
         self.place._copy_tree()
         self.assertEqual(self.copy.stat().st_mtime_ns, before)
+
+
+class RunAloneTest(unittest.TestCase):
+    def test_what_a_command_leaves_running_ends_with_it(self):
+        started = time.monotonic()
+        done = scratch.run_alone(["sh", "-c", "sleep 100 & echo $!"])
+        self.assertLess(time.monotonic() - started, 50)
+        left = pathlib.Path("/proc") / done.stdout.strip() / "stat"
+        self.assertTrue(not left.exists() or left.read_text().split()[2] == "Z")
 
 
 if __name__ == "__main__":

@@ -8,6 +8,7 @@ import resource
 import shutil
 import subprocess
 import sys
+import tempfile
 
 # Of a mutant: cheap to compile, and its warnings are nobody's business.
 _MUTANT_FLAGS = "-O1 -w"
@@ -127,7 +128,7 @@ class Scratch:
         """Builds test programs with a mutant in them. Whether that went well, and what the compiler said."""
         # The cache gives what it has of the whole files, and isn't filled with mutants.
         done = self._call(self._build_command(tests), QUORVANE_MUTATION_FLAGS=_MUTANT_FLAGS, CCACHE_READONLY="1")
-        return done.returncode == 0, done.stdout + done.stderr
+        return done.returncode == 0, done.stdout
 
     def compile_whole(self, tests):
         """Builds test programs of the source as it is."""
@@ -141,7 +142,7 @@ class Scratch:
     def _call(self, command, **variables):
         surroundings = dict(os.environ, CCACHE_BASEDIR=str(self.tree), CCACHE_NOHASHDIR="1",
                             QUORVANE_MUTATION_CACHE=shutil.which("ccache") or "", **variables)
-        return subprocess.run(command, capture_output=True, text=True, errors="replace", env=surroundings)
+        return run_alone(command, env=surroundings)
 
     def run(self, test, seconds):
         """Runs a test program until its first failure. Gives "passed", "failed" or "timed out", and its output."""
@@ -149,8 +150,7 @@ class Scratch:
         self._temporary.mkdir()
         surroundings = dict(os.environ, TMPDIR=str(self._temporary), GTEST_FAIL_FAST="1", **test.environment)
         command = self._under + ["timeout", "--kill-after=5", f"{seconds:.0f}"] + test.command
-        done = subprocess.run(command, cwd=test.directory, env=surroundings, preexec_fn=_limit, errors="replace",
-                              stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
+        done = run_alone(command, cwd=test.directory, env=surroundings, preexec_fn=_limit)
         if done.returncode in (124, 137, -9):
             return "timed out", done.stdout
         return "passed" if done.returncode == 0 else "failed", done.stdout
@@ -169,7 +169,7 @@ class Scratch:
     @staticmethod
     def _expect(done, what):
         if done.returncode != 0:
-            raise BrokenBuild(f"{what} failed:\n{(done.stdout + done.stderr)[-3000:]}")
+            raise BrokenBuild(f"{what} failed:\n{done.stdout[-3000:]}")
 
 
 class Test:
@@ -190,6 +190,20 @@ class Test:
         self.command = [word for word in entry.get("command", []) if "--gtest_output" not in word]
         self.directory = properties.get("WORKING_DIRECTORY", ".")
         self.environment = dict(pair.split("=", 1) for pair in properties.get("ENVIRONMENT", []))
+
+
+def run_alone(command, **options):
+    """Runs a command to its end, and leaves none of its processes behind. What it printed is `stdout`."""
+    with tempfile.TemporaryFile("w+", errors="replace") as output:
+        child = subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=output, stderr=subprocess.STDOUT,
+                                 start_new_session=True, **options)
+        try:
+            child.wait()
+        finally:
+            subprocess.run(["pkill", "-KILL", "-s", str(child.pid)], check=False)
+            child.wait()
+        output.seek(0)
+        return subprocess.CompletedProcess(command, child.returncode, output.read())
 
 
 def _limit():
