@@ -106,7 +106,7 @@ private:
 // Gives `Derived` IMAPIProp's methods from PropertyObject. `Derived` lists its interfaces as ComObject
 // wants them, the first derived from IMAPIProp, and has to add SaveChanges and what's beyond IMAPIProp.
 template <class Derived, class First, class... Interfaces>
-class MapiProp : public ComObject<Derived, First, Interfaces...>, public PropertyObject {
+class MapiProp : public ComObject<Derived, First, Interfaces..., FreeThreaded>, public PropertyObject {
 public:
     HRESULT STDMETHODCALLTYPE GetLastError(HRESULT, ULONG, LPMAPIERROR* error) override
     {

@@ -13,7 +13,8 @@
 namespace quorvane {
 
 // The stream class of both kinds: `m_spool` is set, and is the value, in one that writes.
-class CPropertyStream final : public ComObject<CPropertyStream, Answers<IStream, ISequentialStream>> {
+class CPropertyStream final
+    : public ComObject<CPropertyStream, Answers<IStream, ISequentialStream>, FreeThreaded> {
 public:
     explicit CPropertyStream(std::shared_ptr<LargeValue> value) : m_value(std::move(value)) {}
     CPropertyStream(PropertyObject& owner, ULONG tag, std::shared_ptr<SpoolValue> value, std::uint64_t start)

@@ -9,7 +9,7 @@ namespace quorvane {
 
 // A logon to a profile, as it was at the logon. There is no address book, no transport and no form in it. Any
 // thread may call.
-class CMapiSession final : public ComObject<CMapiSession, IMAPISession> {
+class CMapiSession final : public ComObject<CMapiSession, IMAPISession, FreeThreaded> {
 public:
     explicit CMapiSession(std::shared_ptr<SessionState> state) noexcept : m_state(std::move(state)) {}
 

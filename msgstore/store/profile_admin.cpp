@@ -8,7 +8,7 @@
 namespace quorvane {
 namespace {
 
-class CProfileAdmin final : public ComObject<CProfileAdmin, IProfAdmin> {
+class CProfileAdmin final : public ComObject<CProfileAdmin, IProfAdmin, FreeThreaded> {
 public:
     HRESULT STDMETHODCALLTYPE GetLastError(HRESULT, ULONG, LPMAPIERROR* error) override
     {

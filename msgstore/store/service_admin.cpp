@@ -73,7 +73,7 @@ PropertyBag ServiceRow(const StoreService& service)
     return row;
 }
 
-class CServiceAdmin final : public ComObject<CServiceAdmin, IMsgServiceAdmin> {
+class CServiceAdmin final : public ComObject<CServiceAdmin, IMsgServiceAdmin, FreeThreaded> {
 public:
     explicit CServiceAdmin(const std::string& profile) : m_profile(profile) {}
 

@@ -23,7 +23,7 @@ ULONG ColumnType(ULONG asked, const PropertyValue& value, bool unicode) noexcept
 
 // IMAPITable over rows in memory. The view is the list of rows that the restriction lets through, in the
 // order of the sort; the cursor and the bookmarks are places in it.
-class CRowsTable final : public ComObject<CRowsTable, IMAPITable> {
+class CRowsTable final : public ComObject<CRowsTable, IMAPITable, FreeThreaded> {
 public:
     CRowsTable(std::vector<PropertyBag> rows, RowsTableOptions options)
         : m_options(std::move(options)), m_rows(std::move(rows)), m_columns(m_options.columns)

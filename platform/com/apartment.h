@@ -10,7 +10,8 @@
 // What other threads hold is a proxy with IUnknown, IDispatch and every dispatch-only interface that the
 // object answers to; Invoke returns when the call has run. Interface pointers among a call's arguments
 // and results cross as they are. After CoUninitialize (or the thread's end) a call through a proxy gives
-// RPC_E_DISCONNECTED. An object without IDispatch is taken for free-threaded and handed over itself.
+// RPC_E_DISCONNECTED. An object that carries the free-threaded marshaler (FreeThreaded of com_object.h) is
+// handed over itself, and so is one without IDispatch.
 //
 // On Windows all this is COM's own; the functions here dispatch the thread's window messages.
 #ifndef QUORVANE_PLATFORM_COM_APARTMENT_H_

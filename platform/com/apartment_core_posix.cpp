@@ -36,6 +36,16 @@ ThreadModel& ModelOfThisThread() noexcept
     return model;
 }
 
+bool IsFreeThreaded(IUnknown* object, REFIID riid) noexcept
+{
+    ComPtr<IMarshal> marshal;
+    CLSID clsid{};
+    return SUCCEEDED(QueryFor(object, marshal)) &&
+           SUCCEEDED(marshal->GetUnmarshalClass(riid, object, MSHCTX_INPROC, nullptr, MSHLFLAGS_NORMAL,
+                                                &clsid)) &&
+           IsEqualCLSID(clsid, CLSID_InProcFreeMarshaler);
+}
+
 }  // namespace
 
 std::shared_ptr<Apartment> Apartment::OfThisThread() noexcept
@@ -218,7 +228,7 @@ HRESULT InterfaceParcel::Make(IUnknown* object, REFIID riid, InterfaceParcel& pa
         return hr;
     std::shared_ptr<Apartment> apartment = Apartment::OfThisThread();
     ComPtr<IDispatch> automation;
-    if (!apartment || IsProxy(object) ||
+    if (!apartment || IsProxy(object) || IsFreeThreaded(object, riid) ||
         FAILED(object->QueryInterface(IID_IDispatch, automation.PutVoid()))) {
         parcel.direct_ = std::move(asked);
         return S_OK;

@@ -26,6 +26,7 @@
 #include "platform/com/sdk/error_info.h"
 #include "platform/com/sdk/guid.h"
 #include "platform/com/sdk/hresult.h"
+#include "platform/com/sdk/marshal.h"
 #include "platform/com/sdk/objbase.h"
 #include "platform/com/sdk/persist.h"
 #include "platform/com/sdk/scalars.h"

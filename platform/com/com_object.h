@@ -16,6 +16,25 @@ namespace quorvane {
 template <class Interface, class... Bases>
 struct Answers {};
 
+// Listed last among a class's interfaces: its objects may be used from any thread, and tell COM so. They carry
+// the free-threaded marshaler, and cross to other apartments as they are.
+class FreeThreaded {
+public:
+    FreeThreaded(const FreeThreaded&) = delete;
+    FreeThreaded& operator=(const FreeThreaded&) = delete;
+
+protected:
+    FreeThreaded() noexcept = default;
+    ~FreeThreaded();
+
+    // The marshaler's IMarshal, which counts its references on `outer`, the object; none is added. Null when
+    // memory is short. Any thread may call.
+    IMarshal* Marshaler(IUnknown* outer) noexcept;
+
+private:
+    std::atomic<IUnknown*> marshaler_{nullptr};  // made at the first question
+};
+
 namespace detail {
 
 template <class Entry>
@@ -40,6 +59,23 @@ struct InterfaceEntry<Answers<Interface, Bases...>> {
         void* found = nullptr;
         ((found = !found && IsEqualIID(riid, Iid<Bases>()) ? static_cast<Bases*>(primary) : found), ...);
         return found;
+    }
+};
+
+template <>
+struct InterfaceEntry<FreeThreaded> {
+    // In reach of the entry.
+    struct Type : FreeThreaded {
+        using FreeThreaded::Marshaler;
+    };
+    template <class Derived>
+    static void* Find(Derived* self, REFIID riid) noexcept
+    {
+        if (!IsEqualIID(riid, IID_IMarshal))
+            return nullptr;
+        ComPtr<IUnknown> outer;
+        self->QueryInterface(IID_IUnknown, outer.PutVoid());
+        return static_cast<Type*>(self)->Marshaler(outer.Get());
     }
 };
 

@@ -197,3 +197,10 @@ HRESULT CoGetInterfaceAndReleaseStream(IStream* stream, REFIID riid, void** obje
         return E_INVALIDARG;
     return static_cast<CInterfaceStream*>(owned.Get())->Parcel().Open(riid, object);
 }
+
+// What a stream carries goes with the stream.
+HRESULT CoReleaseMarshalData(IStream* stream)
+{
+    ComPtr<IUnknown> carrier;
+    return stream && SUCCEEDED(stream->QueryInterface(kCarrierId, carrier.PutVoid())) ? S_OK : E_INVALIDARG;
+}

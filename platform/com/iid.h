@@ -93,5 +93,6 @@ QUORVANE_IID(IStorage, IID_IStorage);
 QUORVANE_IID(IEnumSTATSTG, IID_IEnumSTATSTG);
 QUORVANE_IID(ILockBytes, IID_ILockBytes);
 QUORVANE_IID(IGlobalInterfaceTable, IID_IGlobalInterfaceTable);
+QUORVANE_IID(IMarshal, IID_IMarshal);
 
 #endif  // QUORVANE_PLATFORM_COM_IID_H_

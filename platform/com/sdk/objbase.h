@@ -38,10 +38,6 @@ STDAPI_(void) CoUninitialize();
 // REGDB_E_CLASSNOTREG.
 STDAPI CoCreateInstance(REFCLSID clsid, IUnknown* outer, DWORD context, REFIID riid, void** object);
 
-// Carries one interface pointer to another thread in a stream that is read once.
-STDAPI CoMarshalInterThreadInterfaceInStream(REFIID riid, IUnknown* object, IStream** stream);
-STDAPI CoGetInterfaceAndReleaseStream(IStream* stream, REFIID riid, void** object);
-
 // A stream on memory of its own. Off Windows memory is null and deleteOnRelease is true.
 STDAPI CreateStreamOnHGlobal(HGLOBAL memory, BOOL deleteOnRelease, IStream** stream);
 
