@@ -32,25 +32,16 @@ void TraceDeletion(const CItem& item, BSTR folderEntryId) noexcept
 
 HRESULT NotificationWorker::Process(const ScanResult& found) noexcept
 {
-    ArrayView<BSTR> entryIds;
-    ArrayView<BSTR> hashes;
-    ArrayView<BSTR> deleted;
-    ArrayView<ULONG> flags;
-    ArrayView<ULONG> hashUnchanged;
-    HR_TRY(kTraced, entryIds.Open(found.entryIds.Raw()));
-    HR_TRY(kTraced, hashes.Open(found.hashes.Raw()));
-    HR_TRY(kTraced, deleted.Open(found.deleted.Raw()));
-    HR_TRY(kTraced, flags.Open(found.flags.Raw()));
-    HR_TRY(kTraced, hashUnchanged.Open(found.hashUnchanged.Raw()));
-    if (hashes.Count() != entryIds.Count() || flags.Count() != entryIds.Count())
-        return kTraced(E_UNEXPECTED);
+    ScanLists lists;
+    HR_TRY(kTraced, lists.Open(found));
     HR_TRY(kTraced, addin_.Connect(session_));
 
-    for (ULONG i = 0; i < entryIds.Count(); ++i) {
-        HR_IGNORE(ProcessChanged(entryIds.Elements()[i], hashes.Elements()[i], flags.Elements()[i]),
+    for (ULONG i = 0; i < lists.entryIds.Count(); ++i) {
+        HR_IGNORE(ProcessChanged(lists.entryIds.Elements()[i], lists.hashes.Elements()[i],
+                                 lists.flags.Elements()[i]),
                   "traced; the next item goes on");
     }
-    for (BSTR const entryId : deleted)
+    for (BSTR const entryId : lists.deleted)
         HR_IGNORE(ProcessDeleted(entryId), "traced; the next item goes on");
     return S_OK;
 }

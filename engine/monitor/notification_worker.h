@@ -2,24 +2,14 @@
 #ifndef QUORVANE_ENGINE_MONITOR_NOTIFICATION_WORKER_H_
 #define QUORVANE_ENGINE_MONITOR_NOTIFICATION_WORKER_H_
 
+#include "engine/change/scan_result.h"
 #include "engine/monitor/advise_sink.h"
 #include "engine/session/context/addin.h"
-#include "platform/com/safe_array.h"
-#include "platform/com/variant.h"
 
 namespace quorvane {
 
 class CHashDB;
 class CItem;
-
-// What a scan gives: five lists as arrays in VARIANTs. Those of changed items run in parallel.
-struct ScanResult {
-    Variant hashes;         // BSTR: the item's new hash
-    Variant deleted;        // BSTR: keys of items that are gone
-    Variant entryIds;       // BSTR: keys of changed items
-    Variant flags;          // UI4: the item's PR_MESSAGE_FLAGS
-    Variant hashUnchanged;  // UI4: not used here
-};
 
 // Works off the lists of one notification: first the changed items, then the deleted ones. Each item is
 // offered to the host unless it was locked, sent unless the host ignores the event, and then recorded in the
