@@ -36,6 +36,22 @@ public:
     // session  [in]  the owner; not counted, and outlives the folder.
     explicit CFolder(SessionContext* session) noexcept : m_pSession(session) {}
 
+    // Queues a job that sends the folder's items (resend_folder.h); both public forms end here.
+    //
+    // Recipients   [in]  whose package the items go into.
+    // JobID        [in]  for onItemResend; may be null.
+    // Reserved     [in]  0.0.
+    // resendAll    [in]  every item goes when it changes into exactly VARIANT_TRUE; else only those that differ
+    //                    from the hash store.
+    // ProgressBar  [in]  an object that answers IQuorvaneProgress. What doesn't change into an object, or into
+    //                    a null one, means none.
+    // Restriction  [in]  may be null.
+    //
+    // S_OK: the job is queued. E_FAIL: memory is short, or the pool has no thread for it. Others: the store
+    // doesn't open, or ProgressBar is another kind of object.
+    virtual HRESULT Resend(BSTR Recipients, BSTR JobID, double Reserved, VARIANT resendAll,
+                           VARIANT ProgressBar, IQuorvaneRestrict* Restriction) noexcept;
+
     // Ends the listening.
     virtual ~CFolder();
 
@@ -66,7 +82,9 @@ public:
     HRESULT STDMETHODCALLTYPE get_Raw(IUnknown** pVal) override;
     HRESULT STDMETHODCALLTYPE get_CustomInfo(BSTR* pVal) override;
     HRESULT STDMETHODCALLTYPE put_CustomInfo(BSTR newVal) override;
-    // E_NOTIMPL.
+    // Writes the job's row, which nothing reads and only CancelResend removes, and queues the job; a JobID that
+    // is no text becomes a new GUID's. E_INVALIDARG: a text doesn't fit its column. Others come from the
+    // database (no job is queued then) or from the job's start (the row stays).
     HRESULT STDMETHODCALLTYPE Resend(BSTR Recipients, VARIANT JobID, VARIANT resendAll,
                                      VARIANT ProgressBar) override;
     HRESULT STDMETHODCALLTYPE get_StoreID(BSTR* pVal) override;
@@ -83,7 +101,8 @@ public:
     HRESULT STDMETHODCALLTYPE put_IgnoreEvents(VARIANT_BOOL newVal) override;
     HRESULT STDMETHODCALLTYPE get_Options(IOptions** pVal) override;
     HRESULT STDMETHODCALLTYPE OpenStore(ULONG Flags, IUnknown** pStore) override;
-    // E_NOTIMPL.
+    // As Resend, over the rows that Restriction leaves, without a row, and with a null JobID when it is no text.
+    // The reference that this counts on Restriction stays.
     HRESULT STDMETHODCALLTYPE ResendEx(BSTR Recipients, IQuorvaneRestrict* Restriction, VARIANT resendAll,
                                        VARIANT JobID, VARIANT ProgressBar) override;
     // E_POINTER: a folder holds no restriction.
@@ -101,6 +120,8 @@ private:
     HRESULT Listen(IMsgStore* store, IMAPIContainer& folder) noexcept;
     HRESULT ProvideHashStore() noexcept;
     HRESULT FillSink(CAdviseSink& sink, IMsgStore* store, IMAPITable* table) noexcept;
+
+    HRESULT RecordResend(BSTR jobId, BSTR recipients) noexcept;
 
     HRESULT CreateOptions() noexcept QV_REQUIRES(m_OptionsLock);
 

@@ -254,18 +254,6 @@ TEST_F(FolderTest, ARestrictionIsAskedAndNotKept)
     EXPECT_EQ(folder->get_Restriction(kept.Put()), E_POINTER);
 }
 
-TEST_F(FolderTest, ResendsArentOffered)
-{
-    const VARIANT missing = Variant::Missing().Raw();
-    EXPECT_EQ(folder->Resend(nullptr, missing, missing, missing), E_NOTIMPL);
-    EXPECT_EQ(folder->ResendEx(nullptr, nullptr, missing, missing, missing), E_NOTIMPL);
-}
-
-TEST_F(FolderTest, OnlyAnAddressOrNoneIsTakenForSending)
-{
-    EXPECT_EQ(folder->Send(Number(5)), E_INVALIDARG);
-}
-
 TEST_F(FolderTest, OnlyTheFoldersInterfaceCarriesErrorTexts)
 {
     EXPECT_EQ(folder->InterfaceSupportsErrorInfo(IID_IFolder), S_OK);

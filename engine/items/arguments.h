@@ -23,13 +23,18 @@ inline VARIANT TextArgument(BSTR text) noexcept
     return argument;
 }
 
-// A property tag.
-inline VARIANT TagArgument(ULONG tag) noexcept
+inline VARIANT NumberArgument(LONG number) noexcept
 {
     VARIANT argument = NoArgument();
     argument.vt = VT_I4;
-    argument.lVal = static_cast<LONG>(tag);
+    argument.lVal = number;
     return argument;
+}
+
+// A property tag.
+inline VARIANT TagArgument(ULONG tag) noexcept
+{
+    return NumberArgument(static_cast<LONG>(tag));
 }
 
 }  // namespace quorvane

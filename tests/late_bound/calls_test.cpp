@@ -137,12 +137,17 @@ TEST(LateBoundCallTest, AFailureWithoutATextIsAnExceptionWithItsCode)
 TEST(LateBoundCallTest, WhatTheEngineDoesNotHaveYetSaysSo)
 {
     const Automation item = Make("Item");
-    const Automation folder = Make("Folder");
 
     EXPECT_EQ(item.TryCall("Display", Pack(Variant::Bool(false), Variant::Long(0))).scode, E_NOTIMPL);
-    EXPECT_EQ(folder.TryCall("Resend", Pack(TextValue("bob"))).scode, E_NOTIMPL);
-    EXPECT_EQ(folder.TryCall("ResendEx", Pack(TextValue("bob"), Variant::Dispatch(nullptr))).scode,
-              E_NOTIMPL);
+}
+
+TEST(LateBoundCallTest, AFolderOfNoSessionResendsNothing)
+{
+    constexpr HRESULT kNotOpen = static_cast<HRESULT>(0x80040605);
+    const Automation folder = Make("Folder");
+
+    EXPECT_EQ(folder.TryCall("Resend", Pack(TextValue("bob"))).scode, kNotOpen);
+    EXPECT_LT(folder.TryCall("ResendEx", Pack(TextValue("bob"), Variant::Dispatch(nullptr))).scode, 0);
 }
 
 TEST(LateBoundCallTest, OperationsThatDoNothingSucceed)

@@ -73,6 +73,14 @@ public:
     {
         return table_.Pass("QueryRows", &IMAPITable::QueryRows, count, flags, rows);
     }
+    HRESULT STDMETHODCALLTYPE CreateBookmark(BOOKMARK* place) override
+    {
+        return table_.Pass("CreateBookmark", &IMAPITable::CreateBookmark, place);
+    }
+    HRESULT STDMETHODCALLTYPE FreeBookmark(BOOKMARK place) override
+    {
+        return table_.Pass("FreeBookmark", &IMAPITable::FreeBookmark, place);
+    }
 
 private:
     Counted<IMAPITable> table_;
@@ -212,6 +220,12 @@ public:
     {
         return real_.Pass("DeleteMessages", &IMAPIFolder::DeleteMessages, messages, uiParam, progress, flags);
     }
+    HRESULT STDMETHODCALLTYPE GetContentsTable(ULONG flags, LPMAPITABLE* table) override
+    {
+        return Wrap<FailingTable>(
+            real_.Pass("GetContentsTable", &IMAPIFolder::GetContentsTable, flags, table), real_.Call(),
+            table);
+    }
 };
 
 // An object that an identifier opened, as what it is.
@@ -229,7 +243,9 @@ HRESULT WrapEntry(HRESULT hr, const Plan& call, LPUNKNOWN* object)
     return *object ? hr : E_NOINTERFACE;
 }
 
-class FailingStore final : public ComObject<FailingStore, Answers<UnimplementedMsgStore, IMAPIProp>> {
+// Crosses to other threads as the store itself does.
+class FailingStore final
+    : public ComObject<FailingStore, Answers<UnimplementedMsgStore, IMAPIProp>, FreeThreaded> {
 public:
     FailingStore(ComPtr<IMsgStore> store, Plan call) : real_(std::move(store), std::move(call), "IMsgStore")
     {}

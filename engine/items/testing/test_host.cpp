@@ -8,6 +8,12 @@ std::vector<std::string> TestHost::Calls() const
     return calls_;
 }
 
+void TestHost::Forget()
+{
+    MutexLock lock(mutex_);
+    calls_.clear();
+}
+
 void TestHost::Record(std::string call)
 {
     MutexLock lock(mutex_);
@@ -34,6 +40,22 @@ HRESULT TestHost::OnPostprocess(BSTR entryId, BSTR /*storeId*/)
 {
     Record("postprocess " + Narrow(ViewOf(entryId)));
     return whenPostprocessed ? whenPostprocessed() : S_OK;
+}
+
+HRESULT TestHost::OnItemResend(IItem* item, BSTR jobId, bool& ignore)
+{
+    Bstr id;
+    item->get_ID(id.Put());
+    Record("resend " + Narrow(id.View()) + " " + (jobId ? Narrow(ViewOf(jobId)) : "null"));
+    return whenItemResent ? whenItemResent(item, jobId, ignore) : S_OK;
+}
+
+HRESULT TestHost::OnItemDeleted(IItem* item, bool& ignore)
+{
+    Bstr id;
+    item->get_ID(id.Put());
+    Record("deleted " + Narrow(id.View()));
+    return whenItemDeleted ? whenItemDeleted(item, ignore) : S_OK;
 }
 
 HRESULT TestHost::DatabasePath(Bstr& path)

@@ -18,14 +18,20 @@ public:
     std::function<HRESULT(IItem*, bool&)> whenItemReceived;
     std::function<HRESULT(IFolder*)> whenFolderReceived;
     std::function<HRESULT()> whenPostprocessed;
+    std::function<HRESULT(IItem*, BSTR, bool&)> whenItemResent;
+    std::function<HRESULT(IItem*, bool&)> whenItemDeleted;
     std::string databasePath;
 
-    // "received <ID> <tag>", "folder <ID> <tag>", "postprocess <EntryID>", in their order.
+    // "received <ID> <tag>", "folder <ID> <tag>", "postprocess <EntryID>", "resend <ID> <job>",
+    // "deleted <ID>", in their order.
     std::vector<std::string> Calls() const;
+    void Forget();
 
     HRESULT OnFolderReceived(IFolder* folder, BSTR tag) override;
     HRESULT OnItemReceived(IItem* item, BSTR tag, bool& ignore) override;
     HRESULT OnPostprocess(BSTR entryId, BSTR storeId) override;
+    HRESULT OnItemResend(IItem* item, BSTR jobId, bool& ignore) override;
+    HRESULT OnItemDeleted(IItem* item, bool& ignore) override;
     HRESULT DatabasePath(Bstr& path) override;
     HRESULT ProductCode(Bstr& code) override;
 

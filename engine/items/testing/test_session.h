@@ -26,6 +26,7 @@ public:
     ComPtr<IStorageFiles> storageFiles;
     ComPtr<IOptions> options;
     ComPtr<IMAPISession> mapiSession;
+    CCustomThreadPool* resendPool = nullptr;  // the test's
 
     std::string DatabasePath() const { return directory.File("share.qdb"); }
 
@@ -42,7 +43,7 @@ public:
     DataSource& Database() noexcept override { return database_; }
     CHashDBMap& HashStores() noexcept override { return hashStores_; }
     CCustomThreadPool* ReceivePool() noexcept override { return nullptr; }
-    CCustomThreadPool* ResendPool() noexcept override { return nullptr; }
+    CCustomThreadPool* ResendPool() noexcept override { return resendPool; }
     HRESULT GetAddin(ComPtr<IQuorvaneExt>& addin) noexcept override;
     HRESULT GetSession(ComPtr<ISession2>& session) noexcept override;
     Event& ItemSubmitEvent() noexcept override { return submitEvent_; }

@@ -52,13 +52,20 @@ struct IFolder : IDispatch {
     // A text of the host's own, which travels with an announcement.
     virtual HRESULT STDMETHODCALLTYPE get_CustomInfo(BSTR* pVal) = 0;
     virtual HRESULT STDMETHODCALLTYPE put_CustomInfo(BSTR newVal) = 0;
-    // Stands for a job in the background that sends the folder's items: every one with resendAll true,
-    // otherwise those that changed since they were last seen. E_NOTIMPL: this version has no such job. A host
-    // sends items one by one: ISession2::GetItemFromID, IItem::Send.
+    // Queues a job that sends the folder's items to the package of some recipients, in the background: every
+    // one with resendAll true, otherwise those that changed since they were last seen. The host is asked about
+    // each (onItemResend). Items that are gone are told to the folder's usual members (onItemDeleted). At most
+    // two jobs run at the same time; a job isn't taken up again by a later session.
     //
     // Recipients   [in]  the package's recipients text.
-    // JobID        [in]  a text for onItemResend, or left out.
-    // ProgressBar  [in]  an object that answers IQuorvaneProgress, or left out.
+    // JobID        [in]  a text for onItemResend; left out, or no text: a new GUID's.
+    // resendAll    [in]  left out: false.
+    // ProgressBar  [in]  an object that answers IQuorvaneProgress, or left out. Called as the host itself is:
+    //                    on the thread of this call, when that called CoInitialize.
+    //
+    // S_OK: the job is queued; its failures are in the log alone, and nobody is told of its end but by the
+    // progress. E_INVALIDARG: a text is too long (JobID and the folder's ID 49 bytes, Recipients 1023).
+    // E_NOINTERFACE: ProgressBar is another object. Others: the database's, or the store doesn't open.
     virtual HRESULT STDMETHODCALLTYPE Resend(BSTR Recipients, VARIANT JobID, VARIANT resendAll,
                                              VARIANT ProgressBar) = 0;
     // The store, in hexadecimal text. Setting it doesn't reopen the folder.
@@ -84,7 +91,9 @@ struct IFolder : IDispatch {
     virtual HRESULT STDMETHODCALLTYPE get_Options(IOptions** pVal) = 0;
     // The folder's store (IMsgStore), opened anew with these MDB_* flags.
     virtual HRESULT STDMETHODCALLTYPE OpenStore(ULONG Flags, IUnknown** pStore) = 0;
-    // As Resend, over the rows that Restriction leaves. E_NOTIMPL.
+    // As Resend, over the rows that Restriction leaves (null: all); but with a null JobID when it is no text,
+    // and without a note of the job in the database. Restriction is called as ProgressBar is. A reference to it
+    // stays counted.
     virtual HRESULT STDMETHODCALLTYPE ResendEx(BSTR Recipients, IQuorvaneRestrict* Restriction,
                                                VARIANT resendAll, VARIANT JobID, VARIANT ProgressBar) = 0;
     // A folder keeps no restriction: what is set has no effect and stays referenced, and there is none to get
