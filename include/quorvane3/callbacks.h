@@ -97,10 +97,20 @@ private:
     bool closed_ = false;
 };
 
-// IDispatch over a fixed list of identifiers: no type information, no names.
+// IDispatch over a fixed list of identifiers: no type information, no names. One that was made on a thread without an
+// apartment of its own tells COM that any thread may call it.
 template <class Derived, class Callback>
-class CallbackObject : public ComObject<Derived, Answers<Callback, IDispatch>> {
+class CallbackObject : public ComObject<Derived, Answers<Callback, IDispatch>, FreeThreaded> {
+    using Base = ComObject<Derived, Answers<Callback, IDispatch>, FreeThreaded>;
+
 public:
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** object) override
+    {
+        if (!object || !inApartment_ || !IsEqualIID(riid, IID_IMarshal))
+            return Base::QueryInterface(riid, object);
+        *object = nullptr;
+        return E_NOINTERFACE;
+    }
     HRESULT STDMETHODCALLTYPE GetTypeInfoCount(UINT* count) override
     {
         if (!count)
@@ -145,6 +155,7 @@ private:
     }
 
     CallGate gate_;
+    const bool inApartment_ = IsApartmentThread();
 };
 
 // The argument at `position`, counted from the left: the parameters come in reverse.

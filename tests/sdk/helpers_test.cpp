@@ -137,6 +137,25 @@ TEST_F(HelpersTest, AClosedCallbackIsDisconnected)
     EXPECT_EQ(AskProductCode(*callback.Get()), RPC_E_DISCONNECTED);
 }
 
+TEST_F(HelpersTest, ACallbackThatWasMadeInNoApartmentMayBeCalledOnAnyThread)
+{
+    HRESULT free = E_FAIL;
+    HRESULT bound = E_FAIL;
+    std::thread([&] {
+        const FreeThreadScope thread;
+        ComPtr<IMarshal> marshal;
+        free = QueryFor(static_cast<IQuorvaneExt*>(MakeComObject<ExtCallback>(host).Get()), marshal);
+    }).join();
+    std::thread([&] {
+        const ApartmentScope thread;
+        ComPtr<IMarshal> marshal;
+        bound = QueryFor(static_cast<IQuorvaneExt*>(MakeComObject<ExtCallback>(host).Get()), marshal);
+    }).join();
+
+    EXPECT_EQ(free, S_OK);
+    EXPECT_EQ(bound, E_NOINTERFACE);
+}
+
 class CollectionTest : public HelpersTest {
 protected:
     void SetUp() override
