@@ -46,13 +46,13 @@ set(QUORVANE_WINDOWS_TESTS
   "^qv_(trace|storeaccess|persist|pool|context|options|change|items|monitor|folders|transfer|session|registration)_test$"
   "^qv_session_(logon|memory)_test$"
   "^qv_(store|store_[a-z]+)_test$"
-  "^qv_integration_(apartment|database_failures|find_item|leftovers|logon|msg_stores|notifications|receive_jobs|road|session_life|sessions)_test$"
-  "^late_bound_(entry_points|object_model|calls|sharing|table)_test$"
+  "^qv_integration_(apartment|database_failures|find_item|leftovers|logon|msg_stores|notifications|receive_jobs|resend|road|session_life|sessions)_test$"
+  "^late_bound_(entry_points|object_model|calls|sharing|resend|table)_test$"
   "^qv_(host|host_mail)_test$"
   "^qv_windows_")
 list(JOIN QUORVANE_WINDOWS_TESTS "|" QUORVANE_WINDOWS_TESTS)
 # These log on to the engine, which has an event by a name that all processes of the user's share.
-set(QUORVANE_WINDOWS_LOGON_TESTS "^qv_(integration|session)_|^qv_host_test$|^late_bound_(calls|sharing)_")
+set(QUORVANE_WINDOWS_LOGON_TESTS "^qv_(integration|session)_|^qv_host_test$|^late_bound_(calls|sharing|resend)_")
 
 function(quorvane_test name)
   cmake_parse_arguments(arg "" "" "SOURCES;LINKS;LABELS" ${ARGN})

@@ -3,40 +3,19 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <future>
-#include <memory>
 #include <mutex>
 #include <optional>
 #include <set>
 #include <thread>
 
+#include "tests/support/apartments.h"
 #include "tests/support/packages.h"
-#include "tests/support/registered_library.h"
 
 namespace quorvane::test {
 namespace {
 
-// Keeps the library registered while the tests of a suite run that have apartments.
-class RegisteredTest : public testing::Test {
-protected:
-    static void SetUpTestSuite() { s_registered = std::make_unique<RegisteredLibrary>(); }
-    static void TearDownTestSuite() { s_registered.reset(); }
-
-private:
-    inline static std::unique_ptr<RegisteredLibrary> s_registered;
-};
-
 class ApartmentTest : public RegisteredTest {
 protected:
-    // Waits in the way of an apartment's thread.
-    static bool Pumped(const std::function<bool()>& condition)
-    {
-        return Eventually([&] {
-            PumpApartmentCalls();
-            return condition();
-        });
-    }
-
     const ApartmentScope apartment;
     TestMailbox mailbox;
     TestFolder folder = mailbox.MakeFolder("Shared");
@@ -160,38 +139,6 @@ TEST_F(FreeThreadTest, TheHostIsCalledOnTheEnginesThreadsAndNeedsNotPump)
 
     EXPECT_FALSE(callers.Threads().contains(std::this_thread::get_id()));
 }
-
-// An apartment's thread that pumps all the time.
-class PumpingThread {
-public:
-    PumpingThread()
-        : thread_([this] {
-              const ApartmentScope apartment;
-              loop_.Run();
-          })
-    {}
-    PumpingThread(const PumpingThread&) = delete;
-    PumpingThread& operator=(const PumpingThread&) = delete;
-    ~PumpingThread()
-    {
-        loop_.Stop();
-        thread_.join();
-    }
-
-    std::thread::id Id() const noexcept { return thread_.get_id(); }
-
-    // Runs a function there, and waits for its end. Throws what it throws.
-    void Do(std::function<void()> function)
-    {
-        const auto task = std::make_shared<std::packaged_task<void()>>(std::move(function));
-        Check(loop_.Post([task] { (*task)(); }), "post a function");
-        task->get_future().get();
-    }
-
-private:
-    ApartmentLoop loop_;
-    std::thread thread_;
-};
 
 class TwoApartmentsTest : public RegisteredTest {
 protected:
