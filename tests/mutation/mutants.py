@@ -37,6 +37,8 @@ _SWAPPED = {
     "true": ("logic", "false"), "false": ("logic", "true"),
     "FAILED": ("logic", "SUCCEEDED"), "SUCCEEDED": ("logic", "FAILED")}
 _CODE = re.compile(r"(?:E|[A-Z]+_[EW])_[A-Z][A-Z0-9_]*$")
+_CAST = re.compile(r"\w+_cast<[^;]*?>\(|sizeof\b\s*\(?")
+_CALL = re.compile(r"[\w>\]]\s*\(")
 _COUNTING = {"+", "-", "<", ">", "<=", ">=", "==", "!=", "[", "]", "=", "+=", "-="}
 _MOST_SHIFTED = 64
 _LONGEST_SHOWN = 100
@@ -235,7 +237,7 @@ class _Finder:
 
     def _step(self, first, last):
         """HR_TRY(traced, f()): the failure passes untraced, or doesn't end the function."""
-        if self.source.word(first) not in ("HR_TRY", "HR_TRY_QUIET", "QV_RETURN_IF_FAILED"):
+        if self.source.word(first) not in ("HR_TRY", "HR_TRY_QUIET", "QV_RETURN_IF_FAILED", "CFB_TRY"):
             return
         argument = first + 2
         if self.source.word(first) == "HR_TRY":
@@ -248,10 +250,19 @@ class _Finder:
     def _swap(self, one, other):
         tokens = self.source.tokens
         first, second = self.source.span(*one), self.source.span(*other)
-        if first == second:
+        if first == second or self._are_independent(first, second):
             return
         between = self.source.text[tokens[one[1]].end:tokens[other[0]].start]
         self._add("order", one[0], other[1], second + between + first)
+
+    @staticmethod
+    def _are_independent(first, second):
+        """Whether two statements call nothing, and neither mentions what the other one sets."""
+        def target(statement):
+            return re.split(r"[-+*/%&|^]?=(?!=)|\+\+|--|;", statement.strip("+-*(; "))[0].strip()
+
+        calls = any(_CALL.search(_CAST.sub("", statement)) for statement in (first, second))
+        return not calls and target(first) not in second and target(second) not in first
 
     # Single tokens.
 

@@ -32,6 +32,9 @@ HRESULT Work(const std::vector<int>& list, int count)
     Close();
     std::vector<int> copy(list);
     copy.clear();
+    count += sizeof word;
+    list_ = static_cast<Head*>(word);
+    head->next = list_;
     if (copy.empty())
         return traced(E_FAIL);
     return count > 1 ? S_OK : Finish(copy);
@@ -49,7 +52,9 @@ class FindTest(unittest.TestCase):
 
     def test_statements_are_dropped_and_declarations_are_not(self):
         self.assertEqual([old for old, _ in self.changes("drop")], ["HR_TRY(traced, Open(count));", "Close();",
-                                                                    "copy.clear();"])
+                                                                    "copy.clear();", "count += sizeof word;",
+                                                                    "list_ = static_cast<Head*>(word);",
+                                                                    "head->next = list_;"])
 
     def test_a_variable_that_nothing_uses_is_a_guard(self):
         self.assertEqual(self.changes("guard"), [("const Lock lock(mutex);", ";")])
@@ -77,9 +82,10 @@ class FindTest(unittest.TestCase):
         self.assertEqual(self.changes("trace"),
                          [("HR_TRY(traced, Open(count));", "HR_TRY_QUIET(Open(count));"), ("traced", "")])
 
-    def test_neighbours_change_places(self):
+    def test_neighbours_that_may_depend_on_each_other_change_places(self):
         self.assertEqual([" ".join(text.split()) for _, text in self.changes("order")],
-                         ["Close(); HR_TRY(traced, Open(count));"])
+                         ["Close(); HR_TRY(traced, Open(count));", "count += sizeof word; copy.clear();",
+                          "head->next = list_; list_ = static_cast<Head*>(word);"])
 
     def test_a_mutant_changes_its_place_alone(self):
         for mutant in self.found:
@@ -134,7 +140,16 @@ class RunAloneTest(unittest.TestCase):
         done = scratch.run_alone(["sh", "-c", "sleep 100 & echo $!"])
         self.assertLess(time.monotonic() - started, 50)
         left = pathlib.Path("/proc") / done.stdout.strip() / "stat"
-        self.assertTrue(not left.exists() or left.read_text().split()[2] == "Z")
+        while self.is_running(left):
+            self.assertLess(time.monotonic() - started, 50)
+            time.sleep(0.01)
+
+    @staticmethod
+    def is_running(stat):
+        try:
+            return stat.read_text().split()[2] != "Z"
+        except OSError:
+            return False
 
 
 if __name__ == "__main__":
