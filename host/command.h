@@ -32,9 +32,6 @@ void AddCompareCommand(CLI::App& program, Chosen& chosen);
 void AddStatusCommand(CLI::App& program, Chosen& chosen);
 void AddInspectCommand(CLI::App& program, Chosen& chosen);
 
-// Runs the program: exit code as the shell sees it. Errors have been printed.
-int RunProgram(int argc, const char* const* argv);
-
 // The arguments of a command, shared between its parser and its work. Adds `--json` and makes `work(options)`
 // the chosen work; the command's own arguments are added to the returned parser by the caller.
 template <class Options>

@@ -1,4 +1,4 @@
-#include "host/command.h"
+#include "host/program.h"
 
 int main(int argc, char** argv)
 {

@@ -3,7 +3,8 @@
 #include <string>
 #include <vector>
 
-#include "host/command.h"
+#include "host/errors.h"
+#include "host/program.h"
 
 namespace {
 

@@ -1,3 +1,5 @@
+#include "host/program.h"
+
 #include <cstdio>
 #include <new>
 
