@@ -18,36 +18,36 @@ namespace {
 
 // What stood in the table.
 struct SystemCalls {
-    decltype(&WriteFile) write = __imp_WriteFile;
-    decltype(&ReadFile) read = __imp_ReadFile;
+    decltype(&::WriteFile) write = __imp_WriteFile;
+    decltype(&::ReadFile) read = __imp_ReadFile;
     decltype(&SetFileInformationByHandle) setInformation = __imp_SetFileInformationByHandle;
     decltype(&MoveFileExA) move = __imp_MoveFileExA;
     decltype(&DeleteFileA) remove = __imp_DeleteFileA;
 };
-const SystemCalls systems;
+const SystemCalls systemCalls;
 
-BOOL WINAPI Write(HANDLE file, LPCVOID bytes, DWORD count, LPDWORD written, LPOVERLAPPED place)
+BOOL WINAPI WriteOrFail(HANDLE file, LPCVOID bytes, DWORD count, LPDWORD written, LPOVERLAPPED place)
 {
     const WriteFate fate = FateOfWrite(count);
     if (!fate.kills && fate.arrives == count)
-        return systems.write(file, bytes, count, written, place);
+        return systemCalls.write(file, bytes, count, written, place);
     if (fate.arrives > 0)
-        systems.write(file, bytes, static_cast<DWORD>(fate.arrives), written, place);
+        systemCalls.write(file, bytes, static_cast<DWORD>(fate.arrives), written, place);
     if (fate.kills)
         Die();
     SetLastError(ERROR_DISK_FULL);
     return FALSE;
 }
 
-BOOL WINAPI Read(HANDLE file, LPVOID bytes, DWORD count, LPDWORD read, LPOVERLAPPED place)
+BOOL WINAPI ReadOrFail(HANDLE file, LPVOID bytes, DWORD count, LPDWORD read, LPOVERLAPPED place)
 {
     if (!place || !ReadFails())
-        return systems.read(file, bytes, count, read, place);
+        return systemCalls.read(file, bytes, count, read, place);
     SetLastError(ERROR_CRC);
     return FALSE;
 }
 
-bool Suffers() noexcept
+bool ChangeSuffers() noexcept
 {
     const bool fails = ChangeFails();
     if (fails)
@@ -57,17 +57,17 @@ bool Suffers() noexcept
 
 BOOL WINAPI SetInformation(HANDLE file, FILE_INFO_BY_HANDLE_CLASS kind, LPVOID bytes, DWORD size)
 {
-    return kind == FileEndOfFileInfo && Suffers() ? FALSE : systems.setInformation(file, kind, bytes, size);
+    return kind == FileEndOfFileInfo && ChangeSuffers() ? FALSE : systemCalls.setInformation(file, kind, bytes, size);
 }
 
 BOOL WINAPI Move(LPCSTR from, LPCSTR to, DWORD flags)
 {
-    return Suffers() ? FALSE : systems.move(from, to, flags);
+    return ChangeSuffers() ? FALSE : systemCalls.move(from, to, flags);
 }
 
 BOOL WINAPI Remove(LPCSTR path)
 {
-    return Suffers() ? FALSE : systems.remove(path);
+    return ChangeSuffers() ? FALSE : systemCalls.remove(path);
 }
 
 template <class Function>
@@ -81,8 +81,8 @@ void Replace(Function& place, Function function) noexcept
 
 // Before the first test, when no other thread runs.
 const bool replaced = [] {
-    Replace(__imp_WriteFile, &Write);
-    Replace(__imp_ReadFile, &Read);
+    Replace(__imp_WriteFile, &WriteOrFail);
+    Replace(__imp_ReadFile, &ReadOrFail);
     Replace(__imp_SetFileInformationByHandle, &SetInformation);
     Replace(__imp_MoveFileExA, &Move);
     Replace(__imp_DeleteFileA, &Remove);

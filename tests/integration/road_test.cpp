@@ -6,7 +6,7 @@
 namespace quorvane::test {
 namespace {
 
-constexpr char kFolderId[] = "{5B5E7A2C-0C55-4C26-9F0D-0A5F6D3B8A11}";
+constexpr char kRoadFolderId[] = "{5B5E7A2C-0C55-4C26-9F0D-0A5F6D3B8A11}";
 
 class RoadTest : public testing::Test {
 protected:
@@ -29,8 +29,8 @@ protected:
     TestFolder folderB = mailboxB.MakeFolder("Shared too");
     TestLogon a{mailboxA};
     TestLogon b{mailboxB};
-    ComPtr<IFolder> sharedA = a.Share(folderA, kFolderId);
-    ComPtr<IFolder> sharedB = b.Share(folderB, kFolderId);
+    ComPtr<IFolder> sharedA = a.Share(folderA, kRoadFolderId);
+    ComPtr<IFolder> sharedB = b.Share(folderB, kRoadFolderId);
 };
 
 TEST_F(RoadTest, ANewMailIsOfferedAndArrivesEqual)
@@ -170,7 +170,7 @@ TEST_F(RoadTest, AnAnnouncedFolderIsShownToTheOtherSide)
     Process(b, TakePackage(a, "someone", 0, mailboxB), "hello");
 
     ASSERT_TRUE(b.Host().Heard("folder"));
-    EXPECT_EQ(b.Host().Events("folder").front().id, kFolderId);
+    EXPECT_EQ(b.Host().Events("folder").front().id, kRoadFolderId);
     EXPECT_EQ(b.Host().Events("folder").front().tag, "hello");
 }
 

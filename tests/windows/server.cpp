@@ -76,13 +76,13 @@ OleString ServerPath()
 
 ProgramResult RunProgram(const OleString& commandLine)
 {
-    constexpr DWORD kDeadline = 60'000;
+    constexpr DWORD kProgramDeadline = 60'000;
     Pipe pipe = MakePipe();
     const OwnedHandle process = Start(commandLine, pipe.write.get());
     pipe.write.reset();
     ProgramResult result;
     std::jthread reader([&] { result.output = ReadAll(pipe.read.get()); });
-    if (WaitForSingleObject(process.get(), kDeadline) != WAIT_OBJECT_0) {
+    if (WaitForSingleObject(process.get(), kProgramDeadline) != WAIT_OBJECT_0) {
         TerminateProcess(process.get(), ERROR_TIMEOUT);
         throw std::runtime_error(Narrow(commandLine) + " doesn't end");
     }
