@@ -11,8 +11,6 @@
 
 #include "platform/mapi/mapi.h"
 
-struct IMAPIFormContainer;
-struct IMAPIFormMgr;
 struct IPropData;
 struct ITableData;
 

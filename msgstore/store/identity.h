@@ -5,14 +5,12 @@
 #include "msgstore/props/property_bag.h"
 #include "msgstore/store/folder_rows.h"
 #include "msgstore/store/message_rows.h"
+#include "platform/mapi/more_tags.h"
 
 namespace quorvane {
 
 // What identifies the kind of store: PR_MDB_PROVIDER of all stores of this project.
 extern const ObjectGuid kStoreProvider;
-
-// PidTagMessageStatus, which the SDK's classic headers lack under a name without a flavour.
-inline constexpr ULONG kPrMessageStatus = 0x0E170003;
 
 // PR_STORE_SUPPORT_MASK.
 extern const LONG kStoreSupport;

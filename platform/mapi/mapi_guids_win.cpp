@@ -15,6 +15,13 @@
 #define USES_IID_IMsgServiceAdmin
 #define USES_IID_IMAPIProgress
 #define USES_IID_IProviderAdmin
+#define USES_IID_IMAPIFormMgr
+#define USES_IID_IMAPIForm
+#define USES_IID_IPersistMessage
+#define USES_IID_IMAPIMessageSite
+#define USES_IID_IMAPIViewContext
+#define USES_IID_IMAPIViewAdviseSink
+#define USES_IID_IMAPIFormAdviseSink
 #define USES_PS_MAPI
 #define USES_PS_PUBLIC_STRINGS
 #define INITGUID

@@ -22,6 +22,7 @@ inline constexpr ULONG kPrAttachContentLocationW = 0x3713001F;  // PidTagAttachC
 inline constexpr ULONG kPrAttachFlags = 0x37140003;           // PidTagAttachFlags
 inline constexpr ULONG kPrAttachmentHidden = 0x7FFE000B;      // PidTagAttachmentHidden
 inline constexpr ULONG kPrAttachmentFlags = 0x7FFD0003;       // PidTagAttachmentFlags
+inline constexpr ULONG kPrMessageStatus = 0x0E170003;         // PidTagMessageStatus
 inline constexpr ULONG kPrChangeKey = 0x65E20102;             // PidTagChangeKey
 inline constexpr ULONG kPrSentRepresentingSmtpAddressW = 0x5D02001F;
 inline constexpr ULONG kPrSenderSmtpAddressW = 0x5D01001F;

@@ -9,8 +9,6 @@
 #include "platform/mapi/mapi.h"
 #include "platform/module/module_exports.h"
 
-struct IMAPIFormContainer;
-struct IMAPIFormMgr;
 struct IPropData;
 struct ITableData;
 
