@@ -313,8 +313,7 @@ HRESULT CMessage::SetReadFlag(ULONG flags)
         QV_RETURN_IF_FAILED(CheckWritable());
         PropertyBag* bag = nullptr;
         QV_RETURN_IF_FAILED(Stored(bag));
-        const PropertyValue* const held = bag->Find(PR_MESSAGE_FLAGS);
-        ULONG state = held ? static_cast<ULONG>(held->AsInteger()) : MSGFLAG_UNSENT;
+        ULONG state = Flags(*bag);
         if ((flags & CLEAR_RN_PENDING) != 0)
             state &= ~MSGFLAG_RN_PENDING;
         if ((flags & CLEAR_NRN_PENDING) != 0)
@@ -327,6 +326,49 @@ HRESULT CMessage::SetReadFlag(ULONG flags)
         m_changed = true;
         return S_OK;
     });
+}
+
+HRESULT CMessage::SubmitMessage(ULONG flags)
+{
+    if ((flags & ~ULONG{FORCE_SUBMIT}) != 0)
+        return MAPI_E_UNKNOWN_FLAGS;
+    return Guarded([&]() -> HRESULT {
+        const Guard lock(Lock());
+        QV_RETURN_IF_FAILED(CheckWritable());
+        if (!m_backend->CanSubmit())
+            return MAPI_E_NO_SUPPORT;
+        PropertyBag* bag = nullptr;
+        QV_RETURN_IF_FAILED(Stored(bag));
+        const PropertyBag before = *bag;
+        const HRESULT hr = SubmitLocked(*bag);
+        if (FAILED(hr))
+            m_bag = before;
+        return hr;
+    });
+}
+
+HRESULT CMessage::SubmitLocked(PropertyBag& bag)
+{
+    const ULONG state = Flags(bag);
+    if ((state & MSGFLAG_SUBMIT) != 0)
+        return MAPI_E_SUBMITTED;
+    QV_RETURN_IF_FAILED(NeedRecipients());
+    if (m_recipients->rows().empty())
+        return MAPI_E_NO_RECIPIENTS;
+    bag.Put(PropertyValue::Long(PR_MESSAGE_FLAGS, static_cast<LONG>(state | MSGFLAG_SUBMIT)));
+    bag.Put(PropertyValue::Time(PR_CLIENT_SUBMIT_TIME, TimeNow()));
+    MessageImage image;
+    QV_RETURN_IF_FAILED(AddKeys());
+    QV_RETURN_IF_FAILED(MakeImage(image));
+    QV_RETURN_IF_FAILED(m_backend->Submit(image, 0));
+    Forget();
+    return S_OK;
+}
+
+ULONG CMessage::Flags(const PropertyBag& bag) const noexcept
+{
+    const PropertyValue* const held = bag.Find(PR_MESSAGE_FLAGS);
+    return held ? static_cast<ULONG>(held->AsInteger()) : MSGFLAG_UNSENT;
 }
 
 HRESULT CMessage::OpenObject(ULONG tag, REFIID iid, ULONG, ULONG flags, LPUNKNOWN* object) noexcept

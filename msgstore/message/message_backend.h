@@ -99,6 +99,19 @@ public:
     // Afterwards CMessage reads everything anew that it's asked for.
     [[nodiscard]] virtual HRESULT Save(const MessageImage& image, ULONG flags) noexcept = 0;
 
+    // Whether messages are sent from this place; Submit is called where they are.
+    virtual bool CanSubmit() const noexcept { return false; }
+
+    // Writes the message as Save does and puts it among those to be sent, in the same transaction. The image has
+    // MSGFLAG_SUBMIT in its flags. As Save.
+    [[nodiscard]] virtual HRESULT Submit(const MessageImage&, ULONG /*flags*/) noexcept
+    {
+        return MAPI_E_NO_SUPPORT;
+    }
+
+    // PidTagMessageStatus as it is at the moment. MAPI_E_NOT_FOUND: a message of this place has none.
+    [[nodiscard]] virtual HRESULT Status(LONG& /*status*/) noexcept { return MAPI_E_NOT_FOUND; }
+
     // Whether a message that's saved without PR_SEARCH_KEY or PR_CREATION_TIME is given them.
     virtual bool GivesKeys() noexcept { return true; }
 

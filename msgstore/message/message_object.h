@@ -39,7 +39,10 @@ public:
                                            ULONG flags) override;
     HRESULT STDMETHODCALLTYPE GetRecipientTable(ULONG flags, LPMAPITABLE* table) override;
     HRESULT STDMETHODCALLTYPE ModifyRecipients(ULONG flags, LPADRLIST changes) override;
-    HRESULT STDMETHODCALLTYPE SubmitMessage(ULONG) override { return MAPI_E_NO_SUPPORT; }
+    // Saves the message and puts it among those to be sent; its submit time is now. MAPI_E_NO_SUPPORT: nothing
+    // is sent from where the message is. MAPI_E_NO_RECIPIENTS. MAPI_E_SUBMITTED: it was submitted before. After a
+    // failure the message is as it was.
+    HRESULT STDMETHODCALLTYPE SubmitMessage(ULONG flags) override;
     HRESULT STDMETHODCALLTYPE SetReadFlag(ULONG flags) override;
 
     // What an attachment of this message needs of it; all under Lock().
@@ -88,6 +91,8 @@ private:
     bool ShowsStored(ULONG id) noexcept;
 
     [[nodiscard]] HRESULT SaveLocked(ULONG flags);
+    [[nodiscard]] HRESULT SubmitLocked(PropertyBag& bag);
+    ULONG Flags(const PropertyBag& bag) const noexcept;
     [[nodiscard]] HRESULT MakeImage(MessageImage& image);
     [[nodiscard]] HRESULT AddKeys();
     void Forget() noexcept;

@@ -144,6 +144,13 @@ HRESULT CMessage::Compute(ULONG id, PropertyValue& value)
         }
         case PROP_ID(PR_MESSAGE_FLAGS):
             return ComputeFlags(value);
+        // Answered and not listed: it belongs to the place, and is no part of the message that copies take along.
+        case PROP_ID(kPrMessageStatus): {
+            LONG status = 0;
+            QV_RETURN_IF_FAILED(m_backend->Status(status));
+            value = PropertyValue::Long(kPrMessageStatus, status);
+            return S_OK;
+        }
         default:
             return ComputeAccess(id, value);
     }
@@ -200,8 +207,7 @@ HRESULT CMessage::ComputeFlags(PropertyValue& value)
 {
     bool hasAttachment = false;
     QV_RETURN_IF_FAILED(HasVisibleAttachment(hasAttachment));
-    const PropertyValue* const held = m_bag.Find(PR_MESSAGE_FLAGS);
-    ULONG flags = held ? static_cast<ULONG>(held->AsInteger()) : MSGFLAG_UNSENT;
+    ULONG flags = Flags(m_bag);
     flags = hasAttachment ? flags | MSGFLAG_HASATTACH : flags & ~MSGFLAG_HASATTACH;
     value = PropertyValue::Long(PR_MESSAGE_FLAGS, static_cast<LONG>(flags));
     return S_OK;

@@ -6,6 +6,7 @@
 #include "msgstore/props/property_object.h"
 #include "msgstore/util/guarded.h"
 #include "msgstore/util/memory.h"
+#include "platform/mapi/more_tags.h"
 
 namespace quorvane {
 namespace {
@@ -28,7 +29,8 @@ constexpr ULONG kOwnIds[] = {PROP_ID(PR_PARENT_ENTRYID),
                              PROP_ID(PR_ROWID),
                              PROP_ID(PR_LAST_MODIFICATION_TIME),
                              PROP_ID(PR_STORE_SUPPORT_MASK),
-                             PROP_ID(PR_MDB_PROVIDER)};
+                             PROP_ID(PR_MDB_PROVIDER),
+                             PROP_ID(kPrMessageStatus)};
 
 // A list of tags in the form that MAPI takes.
 class TagArray {

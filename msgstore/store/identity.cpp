@@ -10,7 +10,7 @@ const ObjectGuid kStoreProvider = {0x51, 0x9E, 0x0B, 0xD4, 0x36, 0x7A, 0x4F, 0x4
 const LONG kStoreSupport =
     static_cast<LONG>(STORE_ENTRYID_UNIQUE | STORE_SEARCH_OK | STORE_MODIFY_OK | STORE_CREATE_OK |
                       STORE_ATTACH_OK | STORE_OLE_OK | STORE_NOTIFY_OK | STORE_MV_PROPS_OK | STORE_RTF_OK |
-                      STORE_RESTRICTION_OK | STORE_SORT_OK | kStoreUnicodeOk);
+                      STORE_RESTRICTION_OK | STORE_SORT_OK | STORE_SUBMIT_OK | kStoreUnicodeOk);
 
 Bytes StoreEntryId(const ObjectGuid& store)
 {

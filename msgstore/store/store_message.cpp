@@ -111,6 +111,40 @@ HRESULT StoreMessage::Save(const MessageImage& image, ULONG flags) noexcept
     return S_OK;
 }
 
+HRESULT StoreMessage::Submit(const MessageImage& image, ULONG flags) noexcept
+{
+    MessageRow row = row_;
+    const HRESULT written = core_->Write(Durability::AtReturn, [&](SqliteConnection& connection) {
+        FolderRow outbox;
+        QV_RETURN_IF_FAILED(FindFolder(connection, static_cast<std::int64_t>(FolderRole::Outbox), outbox));
+        if (row.id == 0) {
+            row.folderId = outbox.id;
+            row.folderGuid = outbox.guid;
+        }
+        QV_RETURN_IF_FAILED(SaveIn(connection, image, flags, row));
+        QV_RETURN_IF_FAILED(MoveMessage(connection, row.id, outbox.id));
+        return FindMessage(connection, row.id, row);
+    });
+    QV_RETURN_IF_FAILED(written);
+    row_ = row;
+    part_.reset();
+    return S_OK;
+}
+
+HRESULT StoreMessage::Status(LONG& status) noexcept
+{
+    MessageRow row;
+    if (row_.id != 0) {
+        const HRESULT found = core_->Read(
+            [&](SqliteConnection& connection) { return FindMessage(connection, row_.id, row); });
+        if (found == MAPI_E_NOT_FOUND)
+            return MAPI_E_OBJECT_DELETED;
+        QV_RETURN_IF_FAILED(found);
+    }
+    status = static_cast<LONG>(row.status);
+    return S_OK;
+}
+
 HRESULT StoreMessage::SaveIn(SqliteConnection& connection, const MessageImage& image, ULONG flags,
                              MessageRow& row) const
 {

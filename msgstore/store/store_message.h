@@ -27,6 +27,11 @@ public:
     ULONG Access() noexcept override { return MAPI_ACCESS_MODIFY | MAPI_ACCESS_READ | MAPI_ACCESS_DELETE; }
     bool Exists() noexcept override { return row_.id != 0; }
     [[nodiscard]] HRESULT Save(const MessageImage& image, ULONG flags) noexcept override;
+    bool CanSubmit() const noexcept override { return true; }
+    // To the Outbox; a new message is made there.
+    [[nodiscard]] HRESULT Submit(const MessageImage& image, ULONG flags) noexcept override;
+    // A message that isn't in the store yet has 0.
+    [[nodiscard]] HRESULT Status(LONG& status) noexcept override;
     [[nodiscard]] HRESULT SetReadState(bool read) noexcept;
 
 private:

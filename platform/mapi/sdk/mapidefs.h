@@ -594,6 +594,7 @@ struct SRestriction {
 #define MDB_NO_MAIL 0x00000080u
 
 // Messages and attachments.
+#define FORCE_SUBMIT 0x00000001u
 #define MSGFLAG_READ 0x00000001u
 #define MSGFLAG_UNMODIFIED 0x00000002u
 #define MSGFLAG_SUBMIT 0x00000004u
