@@ -1,0 +1,10 @@
+#include "msgstore/form/form_registry.h"
+
+namespace quorvane {
+
+std::string_view DefaultViewer() noexcept
+{
+    return "xdg-open";
+}
+
+}  // namespace quorvane
