@@ -161,7 +161,9 @@ public:
     HRESULT STDMETHODCALLTYPE SaveToFile(BSTR FileName) override;
     HRESULT STDMETHODCALLTYPE get_Stream(VARIANT* pVal) override;
     HRESULT STDMETHODCALLTYPE put_Stream(VARIANT newVal) override;
-    // E_NOTIMPL.
+    // Shows the message in the form of the mail client, over the thread's active window and without waiting for
+    // its end; what the arguments say doesn't matter. The item has to hold its message already: E_POINTER.
+    // MAPI_E_*, DISP_E_MEMBERNOTFOUND (the folder isn't shared) and others: as the steps gave them.
     HRESULT STDMETHODCALLTYPE Display(VARIANT_BOOL Modal, LONG Parent) override;
     HRESULT STDMETHODCALLTYPE get_UnRead(VARIANT_BOOL* pVal) override;
     HRESULT STDMETHODCALLTYPE put_UnRead(VARIANT_BOOL newVal) override;
@@ -172,6 +174,8 @@ private:
     // Opens the message that the identifiers name, for reading. E_INVALIDARG: one of them is empty.
     HRESULT OpenLiveMessage() noexcept;
     HRESULT SessionFolders(ComPtr<IFolders>& folders) noexcept;
+    // The MAPI folder that the item is in, and the MAPI session, as Display needs them.
+    HRESULT FolderAndSession(ComPtr<IMAPIFolder>& folder, ComPtr<IMAPISession>& session) noexcept;
 
     // Steps of Load.
     HRESULT FindSharedFolder() noexcept;

@@ -109,9 +109,4 @@ HRESULT CItem::put_UnRead(VARIANT_BOOL newVal)
     return S_OK;
 }
 
-HRESULT CItem::Display(VARIANT_BOOL /*Modal*/, LONG /*Parent*/)
-{
-    return E_NOTIMPL;
-}
-
 }  // namespace quorvane

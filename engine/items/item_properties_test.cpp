@@ -214,10 +214,5 @@ TEST_F(ItemPropertiesTest, AnItemIsCalledLateByItsIdentifiers)
     EXPECT_EQ(ViewOf(value.Raw().bstrVal), OLESTR("Subject"));
 }
 
-TEST_F(ItemPropertiesTest, DisplayIsntOffered)
-{
-    EXPECT_EQ(item->Display(VARIANT_TRUE, 0), E_NOTIMPL);
-}
-
 }  // namespace
 }  // namespace quorvane

@@ -18,6 +18,7 @@ public:
     Bstr entryId;
     Bstr storeId;
     HRESULT validated = S_OK;
+    ComPtr<IUnknown> raw;  // the MAPI folder
     ComPtr<IOptions> options;
     HRESULT optionsResult = S_OK;
 
@@ -30,7 +31,7 @@ public:
         return FAILED(optionsResult) ? optionsResult : options.CopyTo(pVal);
     }
     HRESULT STDMETHODCALLTYPE put_EntryID(BSTR) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE get_Raw(IUnknown**) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE get_Raw(IUnknown** pVal) override { return raw.CopyTo(pVal); }
     HRESULT STDMETHODCALLTYPE get_CustomInfo(BSTR*) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE put_CustomInfo(BSTR) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE Resend(BSTR, VARIANT, VARIANT, VARIANT) override { return E_NOTIMPL; }

@@ -79,7 +79,7 @@ public:
     HRESULT STDMETHODCALLTYPE ImportItem(BSTR, BSTR, BSTR) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE CancelResend(VARIANT) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE DeleteItem(BSTR) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE get_Raw(IUnknown**) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE get_Raw(IUnknown** pVal) override { return session_.mapiSession.As(pVal); }
 
 private:
     TestSession& session_;
