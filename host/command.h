@@ -26,6 +26,7 @@ void AddExportCommand(CLI::App& program, Chosen& chosen);
 void AddEditCommand(CLI::App& program, Chosen& chosen);
 void AddMoveCommand(CLI::App& program, Chosen& chosen);
 void AddDeleteCommand(CLI::App& program, Chosen& chosen);
+void AddShowCommand(CLI::App& program, Chosen& chosen);
 void AddShareCommand(CLI::App& program, Chosen& chosen);
 void AddRunCommand(CLI::App& program, Chosen& chosen);
 void AddCompareCommand(CLI::App& program, Chosen& chosen);

@@ -21,6 +21,7 @@ void AddCommands(CLI::App& program, Chosen& chosen)
     AddImportCommand(program, chosen);
     AddExportCommand(program, chosen);
     AddListCommand(program, chosen);
+    AddShowCommand(program, chosen);
     AddShareCommand(program, chosen);
     AddRunCommand(program, chosen);
     AddEditCommand(program, chosen);

@@ -40,13 +40,21 @@ std::string ReadRegistry(const Mailbox& mailbox)
     return std::filesystem::exists(path, error) ? ReadWhole(path, kLargestRegistry) : std::string();
 }
 
+// The user's own value stays at hand for programs that are started to show him something.
+void Replace(const std::string& name, const std::filesystem::path& value)
+{
+    const char* const own = std::getenv(name.c_str());
+    setenv(("QUORVANE_USER_" + name).c_str(), own ? own : "", 0);
+    setenv(name.c_str(), value.c_str(), 1);
+}
+
 }  // namespace
 
 void SelectSettings(const Mailbox& mailbox)
 {
-    setenv("XDG_CONFIG_HOME", mailbox.SettingsPath().c_str(), 1);
-    setenv("XDG_DATA_HOME", mailbox.LogPath().parent_path().c_str(), 1);
-    setenv("TMPDIR", mailbox.PackagesPath().c_str(), 1);
+    Replace("XDG_CONFIG_HOME", mailbox.SettingsPath());
+    Replace("XDG_DATA_HOME", mailbox.LogPath().parent_path());
+    Replace("TMPDIR", mailbox.PackagesPath());
 }
 
 bool AreSettingsMade(const Mailbox& mailbox)

@@ -1,3 +1,6 @@
+#include "platform/desktop/desktop.h"
+
+// After windows.h.
 #include <io.h>
 #include <shellapi.h>
 
@@ -6,7 +9,6 @@
 #include <thread>
 
 #include "platform/com/bstr.h"
-#include "platform/desktop/desktop.h"
 #include "platform/event/event.h"
 
 namespace quorvane {
