@@ -6,13 +6,14 @@
 #include "engine/change/items_col.h"
 #include "engine/session/trace/trace.h"
 #include "engine/storeaccess/item_hash.h"
+#include "platform/clock/clock.h"
 #include "platform/event/event.h"
 
 namespace quorvane {
 namespace {
 
 constexpr LONG kRowsAtOnce = 20;
-constexpr ULONG kPauseMicroseconds = 1000;
+constexpr std::chrono::microseconds kPause{1000};
 constexpr ULONG kColumnsOfWholeRow = 5;
 constexpr LONG kNoFlags = -1;
 
@@ -194,7 +195,8 @@ void CFindChangedItems::ScanBatches(IMsgStore* Store, IMAPITable* Table, bool De
         RowSet rows;
         if (Table->QueryRows(kRowsAtOnce, 0, rows.Put()) != S_OK || rows.Count() == 0)
             return;
-        PumpingWait(kPauseMicroseconds);
+        Pause(kPause,
+              [](std::chrono::microseconds time) noexcept { PumpingWait(static_cast<ULONG>(time.count())); });
         for (SRow& row : rows)
             HR_IGNORE(traced(ProcessOneRow(Store, &row, DetectFlagChanges, ReportAll, &lists)),
                       "a bad row never ends a scan");

@@ -39,6 +39,11 @@ void NotificationGate::CloseAndWait() noexcept
         const MutexLock lock(mutex_);
         closed_ = true;
     }
+    WaitUntilEmpty();
+}
+
+void NotificationGate::WaitUntilEmpty() const noexcept
+{
     empty_.Wait(kForever, WaitMode::KeepQueueAlive);
 }
 

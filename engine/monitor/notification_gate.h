@@ -31,6 +31,8 @@ public:
     // message queue is kept alive, as a batch may be calling a host that lives on this thread. Must not be
     // called by a thread that is inside: a host may not end its session from within a callback.
     void CloseAndWait() noexcept;
+    // The same wait with the gate left open: whoever was inside has left, others may have come since.
+    void WaitUntilEmpty() const noexcept;
 
 private:
     NotificationGate() noexcept = default;

@@ -55,5 +55,20 @@ TEST(NotificationGateTest, ClosingWaitsForThoseInside)
         batch.join();
 }
 
+TEST(NotificationGateTest, AWaitUntilItIsEmptyLeavesItOpen)
+{
+    const auto gate = NotificationGate::Create();
+    std::atomic<bool> left{false};
+    std::thread batch([&left, pass = GatePass(gate)]() mutable {
+        left = true;
+        const GatePass leaves(std::move(pass));
+    });
+    gate->WaitUntilEmpty();
+
+    EXPECT_TRUE(left);
+    EXPECT_TRUE(GatePass(gate).IsHeld());
+    batch.join();
+}
+
 }  // namespace
 }  // namespace quorvane

@@ -1,13 +1,13 @@
 #include "engine/monitor/notification_worker.h"
 
 #include <chrono>
-#include <thread>
 
 #include "engine/items/item.h"
 #include "engine/items/new_id.h"
 #include "engine/persist/hash_db.h"
 #include "engine/session/trace/crc32.h"
 #include "engine/session/trace/trace.h"
+#include "platform/clock/clock.h"
 
 namespace quorvane {
 
@@ -17,6 +17,11 @@ constexpr Traced kTraced{"NotifyThreadProc"};
 
 // Before each item, so that a long list leaves the machine to others.
 constexpr std::chrono::milliseconds kPause{10};
+
+void Rest(std::chrono::microseconds time) noexcept
+{
+    SleepFor(std::chrono::ceil<std::chrono::milliseconds>(time));
+}
 
 void TraceDeletion(const CItem& item, BSTR folderEntryId) noexcept
 {
@@ -48,7 +53,7 @@ HRESULT NotificationWorker::Process(const ScanResult& found) noexcept
 
 HRESULT NotificationWorker::ProcessChanged(BSTR entryId, BSTR hash, ULONG flags) noexcept
 {
-    std::this_thread::sleep_for(kPause);
+    Pause(kPause, Rest);
     bool locked = false;
     HR_TRY(kTraced, TakeLock(entryId, locked));
     ComPtr<CItem> item;
@@ -64,7 +69,7 @@ HRESULT NotificationWorker::ProcessChanged(BSTR entryId, BSTR hash, ULONG flags)
 
 HRESULT NotificationWorker::ProcessDeleted(BSTR entryId) noexcept
 {
-    std::this_thread::sleep_for(kPause);
+    Pause(kPause, Rest);
     bool locked = false;
     HR_TRY(kTraced, TakeLock(entryId, locked));
     ComPtr<CItem> item;

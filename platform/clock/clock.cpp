@@ -1,6 +1,25 @@
 #include "platform/clock/clock.h"
 
+#include <atomic>
+
 namespace quorvane {
+
+namespace {
+
+std::atomic<PauseFunction> pauseClock{nullptr};
+
+}  // namespace
+
+void Pause(std::chrono::microseconds time, PauseFunction wait) noexcept
+{
+    const PauseFunction clock = pauseClock.load();
+    (clock ? clock : wait)(time);
+}
+
+PauseFunction ReplacePauses(PauseFunction clock) noexcept
+{
+    return pauseClock.exchange(clock);
+}
 
 HRESULT DateFromFileTime(const FILETIME& time, DATE& date) noexcept
 {

@@ -65,6 +65,25 @@ TEST(ClockTest, ASleepLastsAtLeastItsTime)
     EXPECT_GE(TickCount(), start + 10);
 }
 
+TEST(ClockTest, APauseWaitsItsOwnWayUnlessATestPassesIt)
+{
+    static std::chrono::microseconds waited;
+    static std::chrono::microseconds passed;
+    waited = passed = std::chrono::microseconds(0);
+    const PauseFunction wait = [](std::chrono::microseconds time) noexcept { waited += time; };
+
+    Pause(std::chrono::microseconds(3), wait);
+    const PauseFunction before =
+        ReplacePauses([](std::chrono::microseconds time) noexcept { passed += time; });
+    Pause(std::chrono::microseconds(5), wait);
+    ReplacePauses(before);
+    Pause(std::chrono::microseconds(7), wait);
+
+    EXPECT_EQ(before, nullptr);
+    EXPECT_EQ(waited.count(), 10);
+    EXPECT_EQ(passed.count(), 5);
+}
+
 TEST(ClockTest, TheTimeOfDayHasNoMark)
 {
     SYSTEMTIME time{};
