@@ -50,6 +50,14 @@ CMsgStore::~CMsgStore()
             connection);  // one that the session has ended already is no failure
 }
 
+HRESULT CMsgStore::OpenObject(ULONG tag, REFIID iid, ULONG interfaceOptions, ULONG flags,
+                              LPUNKNOWN* object) noexcept
+{
+    if (tag != kPrTestSwitches)
+        return StoreProp::OpenObject(tag, iid, interfaceOptions, flags, object);
+    return GiveTestSwitches(Store().core, iid, object);
+}
+
 HRESULT CMsgStore::ReadKept(PropertyBag& bag)
 {
     return Store().core->Read([&](SqliteConnection& connection) {

@@ -39,6 +39,9 @@ protected:
     [[nodiscard]] HRESULT ReadMade(PropertyBag& bag) override;
     // Makes what was saved with MAPI_DEFERRED_ERRORS durable.
     [[nodiscard]] HRESULT MakeDurable() override;
+    // The switches for tests.
+    [[nodiscard]] HRESULT OpenObject(ULONG tag, REFIID iid, ULONG interfaceOptions, ULONG flags,
+                                     LPUNKNOWN* object) noexcept override;
 
 private:
     [[nodiscard]] HRESULT PutFirstFolders(PropertyBag& bag);

@@ -24,13 +24,16 @@ struct NotificationHub::Subscription {
         ComPtr<IMAPIAdviseSink> sink;
     };
 
-    Subscription(std::shared_ptr<EventSource> source, IMAPIAdviseSink& sink) : parts{std::move(source), &sink}
+    Subscription(std::shared_ptr<EventSource> source, IMAPIAdviseSink& sink)
+        : core(source->Core()), parts{std::move(source), &sink}
     {}
 
-    // Without parts when the subscription has ended.
+    // Without parts when the subscription has ended. Waits for a call on another thread.
     Parts BeginCall()
     {
         const MutexLock held(lock);
+        while (caller != std::thread::id() && caller != std::this_thread::get_id())
+            free.Wait(lock);
         if (parts.sink)
             caller = std::this_thread::get_id();
         return parts;
@@ -50,6 +53,7 @@ struct NotificationHub::Subscription {
             free.Wait(lock);
     }
 
+    const std::weak_ptr<StoreCore> core;
     Mutex lock;
     ConditionVariable free;
     std::thread::id caller QV_GUARDED_BY(lock);
@@ -180,28 +184,52 @@ bool NotificationHub::ServeAll()
             all.push_back(subscription);
     }
     bool served = false;
-    for (const auto& subscription : all)
-        served |= Serve(*subscription);
+    for (const auto& subscription : all) {
+        const std::shared_ptr<StoreCore> core = subscription->core.lock();
+        if (core && !core->Switches().holds)
+            served |= Serve(*subscription) > 0;
+    }
     return served;
 }
 
-bool NotificationHub::Serve(Subscription& subscription) noexcept
+ULONG NotificationHub::Serve(Subscription& subscription) noexcept
 {
     Subscription::Parts parts = subscription.BeginCall();
     if (!parts.sink)
-        return false;
-    bool called = false;
+        return 0;
+    ULONG told = 0;
     (void)Guarded([&] {
         NotificationBatch batch;
         QV_RETURN_IF_FAILED(parts.source->Collect(batch));
-        called = !batch.empty();
-        if (called)
-            parts.sink->OnNotify(batch.size(), batch.Get());
+        if (batch.empty())
+            return S_OK;
+        told = batch.size();
+        if (const ULONG seed = parts.source->Core()->Switches().shuffleSeed)
+            ShuffleBySeed(seed, batch.Get(), told);
+        parts.sink->OnNotify(told, batch.Get());
         return S_OK;
     });
     parts = {};
     subscription.EndCall();
-    return called;
+    return told;
+}
+
+HRESULT NotificationHub::Deliver(const StoreCore& core, ULONG& number, ULONG& told) noexcept
+{
+    std::shared_ptr<Subscription> chosen;
+    {
+        const MutexLock lock(lock_);
+        for (const auto& [connection, subscription] : subscriptions_) {
+            if (subscription->core.lock().get() == &core && number-- == 0) {
+                chosen = subscription;
+                break;
+            }
+        }
+    }
+    if (!chosen)
+        return S_FALSE;
+    told = Serve(*chosen);
+    return S_OK;
 }
 
 }  // namespace quorvane

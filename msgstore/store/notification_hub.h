@@ -52,6 +52,7 @@ public:
     void Stop() noexcept;
 
     void Committed() noexcept override;
+    HRESULT Deliver(const StoreCore& core, ULONG& number, ULONG& told) noexcept override;
 
 private:
     struct Subscription;
@@ -59,7 +60,8 @@ private:
 
     void Run() noexcept;
     bool ServeAll();
-    bool Serve(Subscription& subscription) noexcept;
+    // How many notifications its sink got.
+    ULONG Serve(Subscription& subscription) noexcept;
     void WaitForWork() QV_REQUIRES(lock_);
     void Pause(std::chrono::milliseconds time) QV_REQUIRES(lock_);
     void Listen(const std::shared_ptr<StoreCore>& core) QV_REQUIRES(lock_);

@@ -176,15 +176,29 @@ void StoreCore::AddListener(std::weak_ptr<CommitListener> listener)
     listeners_.push_back(std::move(listener));
 }
 
+std::vector<std::weak_ptr<CommitListener>> StoreCore::Listeners()
+{
+    const MutexLock lock(lock_);
+    return listeners_;
+}
+
+HRESULT StoreCore::Deliver(ULONG number, ULONG& told) noexcept
+{
+    return Guarded([&]() -> HRESULT {
+        for (const auto& known : Listeners()) {
+            const auto listener = known.lock();
+            const HRESULT result = listener ? listener->Deliver(*this, number, told) : S_FALSE;
+            if (result != S_FALSE)
+                return result;
+        }
+        return MAPI_E_NOT_FOUND;
+    });
+}
+
 void StoreCore::TellListeners() noexcept
 {
     (void)Guarded([&] {
-        std::vector<std::weak_ptr<CommitListener>> listeners;
-        {
-            const MutexLock lock(lock_);
-            listeners = listeners_;
-        }
-        for (const auto& known : listeners) {
+        for (const auto& known : Listeners()) {
             if (const auto listener = known.lock())
                 listener->Committed();
         }

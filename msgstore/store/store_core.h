@@ -13,6 +13,7 @@
 #include "msgstore/props/property_names.h"
 #include "msgstore/store/entry_id.h"
 #include "msgstore/store/sqlite_connection.h"
+#include "msgstore/store/test_switches.h"
 #include "platform/com/mutex.h"
 
 namespace quorvane {
@@ -23,12 +24,17 @@ enum class Durability {
     Deferred,  // with the next write that is not; until then a power failure may take it back as a whole
 };
 
+class StoreCore;
+
 // Told that something was committed to the store by this process.
 class CommitListener {
 public:
     virtual ~CommitListener() = default;
     // Any thread that writes, holding no lock of the store. Must return soon.
     virtual void Committed() noexcept = 0;
+    // IStoreTestSwitches::Deliver. S_FALSE: this listener has no such subscription on the store; `number` has
+    // become less by those that it has.
+    [[nodiscard]] virtual HRESULT Deliver(const StoreCore& core, ULONG& number, ULONG& told) noexcept = 0;
 };
 
 // Threading: any thread may call.
@@ -64,6 +70,11 @@ public:
     [[nodiscard]] HRESULT LastChange(std::int64_t& number) noexcept;
 
     void AddListener(std::weak_ptr<CommitListener> listener);
+    void TellListeners() noexcept;
+
+    TestSwitches& Switches() noexcept { return switches_; }
+    // As IStoreTestSwitches::Deliver.
+    [[nodiscard]] HRESULT Deliver(ULONG number, ULONG& told) noexcept;
 
 private:
     explicit StoreCore(std::string path) : path_(std::move(path)) {}
@@ -72,7 +83,7 @@ private:
     void GiveReader(std::unique_ptr<SqliteConnection> reader) noexcept;
     [[nodiscard]] HRESULT WriteLocked(Durability durability, const Work& work) QV_REQUIRES(writerLock_);
     [[nodiscard]] HRESULT SetDurability(Durability durability) QV_REQUIRES(writerLock_);
-    void TellListeners() noexcept;
+    std::vector<std::weak_ptr<CommitListener>> Listeners();
 
     const std::string path_;
     ObjectGuid guid_{};
@@ -86,6 +97,7 @@ private:
     std::vector<std::weak_ptr<CommitListener>> listeners_ QV_GUARDED_BY(lock_);
 
     std::shared_ptr<PropertyNames> names_;
+    TestSwitches switches_;
 };
 
 }  // namespace quorvane

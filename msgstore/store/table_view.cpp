@@ -63,7 +63,9 @@ TableView::TableView(std::shared_ptr<StoreCore> core, std::unique_ptr<TableSourc
       source_(std::move(source)),
       unicode_(unicode),
       columns_(InWidth(source_->DefaultColumns(), unicode))
-{}
+{
+    core_->Switches().TakeDropped(columns_);
+}
 
 TableView::~TableView() = default;
 
@@ -365,7 +367,8 @@ HRESULT TableView::Collect(TableEvents& events, NotificationBatch& batch)
         PendingEvents pending = std::exchange(events.pending_, PendingEvents());
         if (pending.empty())
             return S_OK;
-        if (!pending.IsChanged() && SUCCEEDED(AddRowEvents(connection, pending, batch)))
+        const bool byRow = !pending.IsChanged() && !core_->Switches().tellsOfTablesOnly;
+        if (byRow && SUCCEEDED(AddRowEvents(connection, pending, batch)))
             return S_OK;
         // What can't be told row by row is not lost.
         batch.Clear();
