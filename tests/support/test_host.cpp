@@ -15,6 +15,14 @@ std::string IdOf(Object* object)
     return Utf8(id);
 }
 
+ComPtr<ILibrary> MakeLibrary(const TestMailbox& mailbox)
+{
+    mailbox.Select();
+    ComPtr<ILibrary> library;
+    Check(CreateLibrary(library), "make the library");
+    return library;
+}
+
 }  // namespace
 
 void TestHost::AnswerWith(Answer answer)
@@ -125,11 +133,12 @@ HRESULT TestHost::ProductCode(Bstr& code)
     return S_OK;
 }
 
-TestLogon::TestLogon(const TestMailbox& mailbox)
-    : host_(mailbox), callback_(MakeComObject<ExtCallback>(host_))
+TestLogon::TestLogon(const TestMailbox& mailbox) : TestLogon(mailbox, MakeLibrary(mailbox)) {}
+
+TestLogon::TestLogon(const TestMailbox& mailbox, ComPtr<ILibrary> library)
+    : host_(mailbox), callback_(MakeComObject<ExtCallback>(host_)), library_(std::move(library))
 {
     mailbox.Select();
-    Check(CreateLibrary(library_), "make the library");
     Check(library_->Logon(callback_.Get(), session_.Put()), "log on");
 }
 

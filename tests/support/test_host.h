@@ -62,6 +62,8 @@ private:
 class TestLogon {
 public:
     explicit TestLogon(const TestMailbox& mailbox);
+    // With a library made otherwise.
+    TestLogon(const TestMailbox& mailbox, ComPtr<ILibrary> library);
     TestLogon(const TestLogon&) = delete;
     TestLogon& operator=(const TestLogon&) = delete;
     // Ends the session. A call that the host has still finds it closed.
