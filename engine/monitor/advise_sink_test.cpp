@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <future>
 #include <thread>
@@ -234,6 +235,31 @@ TEST_F(AdviseSinkTest, BatchesOfTwoFoldersNeverScanAtOnce)
 
     EXPECT_EQ(table->scans, 40);
     EXPECT_EQ(most, 1);
+}
+
+TEST_F(AdviseSinkTest, BatchesTakeTheirTurnsInTheOrderInWhichMapiBroughtThem)
+{
+    constexpr int kBatches = 20;
+    std::vector<int> scanned;
+    std::vector<ComPtr<CAdviseSink>> sinks;
+    NotifySemaphore.Acquire();
+    for (int i = 0; i < kBatches; ++i) {
+        const auto ownTable = MakeComObject<EmptyTable>();
+        ownTable->atScan = [&scanned, i] { scanned.push_back(i); };
+        const auto& own = sinks.emplace_back(MakeComObject<CAdviseSink>());
+        own->SetSession(&session);
+        own->m_pStore = sink->m_pStore;
+        own->m_pTable = ComPtr<IMAPITable>(ownTable.Get());
+        own->m_bstrFolderID = kFolderId;
+        own->SetFolder(folder.Get());
+        NOTIFICATION notification = Of(TABLE_ROW_DELETED);
+        EXPECT_EQ(own->OnNotify(1, &notification), static_cast<ULONG>(S_OK));
+    }
+    NotifySemaphore.Release();
+    session.gate->CloseAndWait();
+
+    ASSERT_EQ(scanned.size(), static_cast<size_t>(kBatches));
+    EXPECT_TRUE(std::is_sorted(scanned.begin(), scanned.end()));
 }
 
 TEST_F(AdviseSinkTest, ABatchKeepsItsSinkAlive)

@@ -1,6 +1,7 @@
 #include "engine/monitor/notify_thread.h"
 
 #include <limits>
+#include <optional>
 #include <thread>
 
 #include "engine/change/find_changed_items.h"
@@ -30,13 +31,17 @@ private:
     Event& event_;
 };
 
-// Holds NotifySemaphore.
+// A batch's place in the line, and NotifySemaphore held once it's waited for.
 class NotifyTurn {
 public:
-    NotifyTurn() noexcept { NotifySemaphore.Acquire(); }
+    NotifyTurn() noexcept = default;
     NotifyTurn(const NotifyTurn&) = delete;
     NotifyTurn& operator=(const NotifyTurn&) = delete;
     ~NotifyTurn() { NotifySemaphore.Release(); }
+    void Wait() noexcept { place_.Wait(); }
+
+private:
+    Semaphore::Place place_{NotifySemaphore};
 };
 
 // What a table event asks of the scan.
@@ -82,11 +87,18 @@ namespace {
 
 // Copies the batch and passes the barrier: a writer that is applying an item holds the submit lock until the
 // item's new hash is stored, so the scan behind the barrier finds its row unchanged.
-HRESULT TakeOver(SessionContext& session, NotifyThreadArgs& args, NotificationBatch& batch) noexcept
+//
+// The batch stands in line before MAPI is free to bring the next one, as a row is told as it was at that
+// time: told later than its successor, it would take the item back.
+HRESULT TakeOver(SessionContext& session, NotifyThreadArgs& args, NotificationBatch& batch,
+                 std::optional<NotifyTurn>& turn) noexcept
 {
     const SignalAtEnd ready(args.hReady);
     HR_TRY(kBatchTraced, batch.Copy(args.cNotif, args.lpNotifications));
-    const MutexLock barrier(session.SubmitLock());
+    {
+        const MutexLock barrier(session.SubmitLock());
+    }
+    turn.emplace();
     return S_OK;
 }
 
@@ -95,7 +107,8 @@ HRESULT ScanAndWork(const CAdviseSink& sink, const TABLE_NOTIFICATION& notificat
 {
     CHashDB* const hashes = sink.Session()->HashStores().Find(sink.m_bstrFolderID.Get());
     if (!hashes) {
-        HR_IGNORE(kBatchTraced(E_FAIL), "a folder that listens has a hash store; without one nothing can be told");
+        HR_IGNORE(kBatchTraced(E_FAIL),
+                  "a folder that listens has a hash store; without one nothing can be told");
         return S_OK;
     }
     ScanResult found;
@@ -144,8 +157,9 @@ HRESULT NotifyThreadProc(ComPtr<CAdviseSink> sink, std::shared_ptr<NotifyThreadA
         return kBatchTraced(initialized);
     }
     NotificationBatch batch;
-    HR_TRY_QUIET(TakeOver(*held->Session(), *args, batch));
-    const NotifyTurn turn;
+    std::optional<NotifyTurn> turn;
+    HR_TRY_QUIET(TakeOver(*held->Session(), *args, batch, turn));
+    turn->Wait();
     if (held->StateOfFolder() != CAdviseSink::FolderState::Listens)
         return S_OK;
     return WorkOff(*held.Get(), batch);

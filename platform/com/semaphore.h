@@ -10,32 +10,73 @@
 
 namespace quorvane {
 
-// Any thread may call; who releases need not be who acquired.
+// Any thread may call; who releases need not be who acquired. Who stood in line first is let in first.
 class Semaphore {
 public:
     explicit Semaphore(std::size_t count) noexcept : free_(count) {}
     Semaphore(const Semaphore&) = delete;
     Semaphore& operator=(const Semaphore&) = delete;
 
-    // Waits without limit for a free place, and takes it.
-    void Acquire()
-    {
-        const MutexLock lock(mutex_);
-        while (free_ == 0)
-            changed_.Wait(mutex_);
-        --free_;
-    }
+    // A place in the line, from when it's made. It must have been waited for before it goes.
+    class Place {
+    public:
+        explicit Place(Semaphore& semaphore) : semaphore_(semaphore)
+        {
+            const MutexLock lock(semaphore_.mutex_);
+            semaphore_.Enqueue(*this);
+        }
+        Place(const Place&) = delete;
+        Place& operator=(const Place&) = delete;
+
+        // Waits without limit until it is let in.
+        void Wait()
+        {
+            const MutexLock lock(semaphore_.mutex_);
+            while (!isIn_)
+                changed_.Wait(semaphore_.mutex_);
+        }
+
+    private:
+        friend class Semaphore;
+
+        Semaphore& semaphore_;
+        ConditionVariable changed_;
+        // Under the semaphore's lock.
+        bool isIn_ = false;
+        Place* next_ = nullptr;
+    };
+
+    // Waits without limit until it is let in.
+    void Acquire() { Place(*this).Wait(); }
     void Release()
     {
         const MutexLock lock(mutex_);
-        ++free_;
-        changed_.NotifyOne();
+        if (!first_) {
+            ++free_;
+            return;
+        }
+        Place& next = *first_;
+        first_ = next.next_;
+        next.isIn_ = true;
+        next.changed_.NotifyOne();
     }
 
 private:
+    void Enqueue(Place& place) QV_REQUIRES(mutex_)
+    {
+        if (free_ > 0) {
+            --free_;
+            place.isIn_ = true;
+            return;
+        }
+        (first_ ? last_->next_ : first_) = &place;
+        last_ = &place;
+    }
+
     Mutex mutex_;
-    ConditionVariable changed_;
     std::size_t free_ QV_GUARDED_BY(mutex_);
+    Place* first_ QV_GUARDED_BY(mutex_) = nullptr;
+    Place* last_ QV_GUARDED_BY(mutex_) = nullptr;  // while there is a first
 };
 
 }  // namespace quorvane

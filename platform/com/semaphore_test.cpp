@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
+#include <future>
 #include <thread>
 #include <vector>
 
@@ -45,6 +47,34 @@ TEST(SemaphoreTest, AnotherThreadMayRelease)
     std::jthread other([&] { places.Release(); });
 
     places.Acquire();
+}
+
+TEST(SemaphoreTest, WhoStoodInLineFirstIsLetInFirst)
+{
+    Semaphore semaphore(0);
+    Semaphore::Place first(semaphore);
+    Semaphore::Place second(semaphore);
+    auto firstIn = std::async(std::launch::async, [&] { first.Wait(); });
+    auto secondIn = std::async(std::launch::async, [&] { second.Wait(); });
+
+    semaphore.Release();
+    EXPECT_EQ(firstIn.wait_for(std::chrono::seconds(10)), std::future_status::ready);
+    EXPECT_EQ(secondIn.wait_for(std::chrono::milliseconds(0)), std::future_status::timeout);
+    semaphore.Release();
+    EXPECT_EQ(secondIn.wait_for(std::chrono::seconds(10)), std::future_status::ready);
+}
+
+TEST(SemaphoreTest, NobodyPassesOneWhoWasLetInAndIsStillAsleep)
+{
+    Semaphore semaphore(0);
+    Semaphore::Place sleeper(semaphore);
+    semaphore.Release();
+    auto newcomer = std::async(std::launch::async, [&] { semaphore.Acquire(); });
+
+    EXPECT_EQ(newcomer.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
+    sleeper.Wait();
+    semaphore.Release();
+    EXPECT_EQ(newcomer.wait_for(std::chrono::seconds(10)), std::future_status::ready);
 }
 
 }  // namespace
