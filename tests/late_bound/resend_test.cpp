@@ -16,15 +16,19 @@
 namespace quorvane::test {
 namespace {
 
+enum class CalledOn { OwnThread, AnyThread };
+
 // A callback with nothing but IDispatch and the identifier of its interface; its operations are known from the
-// page. Belongs to the thread that made it.
-class ScriptCallback final : public ComObject<ScriptCallback, IDispatch> {
+// page. Belongs to the thread that made it, or tells that any may call.
+class ScriptCallback final : public ComObject<ScriptCallback, IDispatch, FreeThreaded> {
 public:
     // Called with the operation's name and its arguments, first to last.
     using Handler = std::function<void(const std::string& what, const std::vector<const VARIANT*>& arguments)>;
 
-    ScriptCallback(const std::string& interfaceName, Handler handler)
-        : interface_(Page::Instance().Interface(interfaceName)), handler_(std::move(handler))
+    ScriptCallback(const std::string& interfaceName, Handler handler, CalledOn calledOn = CalledOn::OwnThread)
+        : interface_(Page::Instance().Interface(interfaceName)),
+          handler_(std::move(handler)),
+          calledOn_(calledOn)
     {}
 
     bool WasCalledElsewhere() const { return elsewhere_; }
@@ -32,6 +36,10 @@ public:
 
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** object) override
     {
+        if (calledOn_ == CalledOn::OwnThread && IsEqualIID(riid, IID_IMarshal)) {
+            *object = nullptr;
+            return E_NOINTERFACE;
+        }
         if (!IsEqualIID(riid, interface_.id))
             return ComObject::QueryInterface(riid, object);
         AddRef();
@@ -76,6 +84,7 @@ private:
 
     const PageInterface& interface_;
     const Handler handler_;
+    const CalledOn calledOn_;
     const std::thread::id thread_ = std::this_thread::get_id();
     bool elsewhere_ = false;
     std::string complaint_;
@@ -166,6 +175,8 @@ TEST_F(LateBoundResendTest, ProgressIsToldOnTheScriptsOwnThread)
     EXPECT_TRUE(std::filesystem::exists(logon.TakePackage("carol")));
 }
 
+// It is handed over as a script's component for MAPI would be, which any thread may call: Wine carries no table as
+// itself into the calls of an apartment.
 TEST_F(LateBoundResendTest, ARestrictionByDateLeavesWhatIsNewer)
 {
     Add("Old", kLastYear);
@@ -179,7 +190,8 @@ TEST_F(LateBoundResendTest, ARestrictionByDateLeavesWhatIsNewer)
                 throw std::runtime_error("another call");
             const Automation items(ComPtr<IDispatch>(arguments[0]->pdispVal));
             RestrictByDate(items.Get("RawTable"), kLastYear);
-        });
+        },
+        CalledOn::AnyThread);
 
     shared.Call("ResendEx",
                 Pack(TextValue("carol"), Variant::Dispatch(restriction.Get()), Variant::Bool(true),
@@ -187,7 +199,6 @@ TEST_F(LateBoundResendTest, ARestrictionByDateLeavesWhatIsNewer)
     ASSERT_TRUE(HasEnded(*progress));
 
     EXPECT_EQ(told, "SetLimits 0 1; Progress 1 1; ");
-    EXPECT_FALSE(restriction->WasCalledElsewhere());
     EXPECT_EQ(restriction->Complaint() + logon.Host().Complaint(), "");
     const auto resent = logon.Host().Events("onItemResend");
     ASSERT_EQ(resent.size(), 1u);
