@@ -44,9 +44,8 @@ HRESULT CFolder::Send(VARIANT Recipients)
 
     PackageTurn package;
     HR_TRY(traced, package.Begin(*m_pSession, address));
-    ComPtr<IStorage> storage;
-    HR_TRY(traced, package.OpenFolder(m_bstrID.Get(), storage));
-    return traced(Save(storage.Get(), TRUE));
+    return traced(package.WriteFolder(m_bstrID.Get(),
+                                      [this](IStorage& storage) noexcept { return Save(&storage, TRUE); }));
 }
 
 HRESULT CFolder::Resend(BSTR Recipients, VARIANT JobID, VARIANT resendAll, VARIANT ProgressBar)

@@ -63,8 +63,10 @@ public:
     //
     // S_OK                   loaded, with or without a message and with or without a row.
     // DISP_E_MEMBERNOTFOUND  no folder of that ID is shared here.
-    // E_FAIL, E_ACCESSDENIED "Contents" is damaged. STG_E_*, MAPI_E_*: as they come.
-    // After a failure the fields that were read already stay.
+    // E_FAIL, E_ACCESSDENIED "Contents" is damaged.
+    // MAPI_E_CORRUPT_DATA    "MAPI_DATA" isn't a whole message (CheckCarriedMessage).
+    // STG_E_*, MAPI_E_*      as they come.
+    // After a failure the fields that were read already stay; the item has no message.
     [[nodiscard]] virtual HRESULT Load(IStorage* storage, DatabaseSession& session) noexcept;
 
     // The item's row in tblItem, by m_bstrEntryID or by m_bstrID. Only S_OK means a row, which then gives
@@ -102,7 +104,8 @@ public:
     //
     // S_OK          applied; after a replacement the item stands for the live message. Also when there is
     //               neither a message in the item nor an entry identifier to look for.
-    // E_INVALIDARG  the item knows no store, or the store's identifier is malformed.
+    // E_INVALIDARG  the item knows no store, or the store's identifier is malformed; or it has a message, and
+    //               an ID that no row can hold. Nothing was written then.
     // Others come from the store or the database (a deletion whose message is gone: what opening it gave);
     // what was written until then stays.
     [[nodiscard]] virtual HRESULT Submit(DatabaseSession& session, CMapiObjectsCache& cache) noexcept;
@@ -188,6 +191,7 @@ private:
     HRESULT OpenStreamedMessage(std::span<const BYTE> image) noexcept;
 
     // Steps of Submit: applying a received item, and the host's own way.
+    HRESULT CheckRow() const noexcept;
     HRESULT ParentEntryId(Bstr& entryId) noexcept;
     HRESULT CreateReceived(IMsgStore& store, CMapiObjectsCache& cache, ComPtr<IMessage>& local) noexcept;
     HRESULT ReplaceReceived(IMessage& local, DatabaseSession& session) noexcept;

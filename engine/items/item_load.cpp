@@ -3,6 +3,7 @@
 #include "engine/persist/database.h"
 #include "engine/persist/statements.h"
 #include "engine/session/trace/trace.h"
+#include "quorvane3/carried_message.h"
 
 namespace quorvane {
 
@@ -21,6 +22,7 @@ HRESULT CItem::Load(IStorage* storage, DatabaseSession& session) noexcept
     if (hr == STG_E_FILENOTFOUND)
         return S_OK;
     HR_TRY(traced, hr);
+    HR_TRY(traced, CheckCarriedMessage(*data));
     return traced(OpenCarriedMessage(*data));
 }
 

@@ -1,6 +1,5 @@
 #include "engine/items/contents_stream.h"
 #include "engine/items/testing/mail_test.h"
-#include "engine/storeaccess/objects_cache.h"
 
 namespace quorvane {
 namespace {
@@ -19,17 +18,6 @@ protected:
     // Saves an item as a package carries it.
     void Pack(const ComPtr<CItem>& item) { ASSERT_EQ(item->Save(package.storage.Get(), TRUE), S_OK); }
     void PackMessage() { Pack(MakeItem(OLESTR("{A}"), *MakeDetachedMessage({"Carried", "Body", {}, {}}))); }
-
-    void DamageMessageData()
-    {
-        ComPtr<IStorage> data;
-        ASSERT_EQ(package.storage->OpenStorage(kMessageDataName, nullptr, kOpenMode, nullptr, 0, data.Put()),
-                  S_OK);
-        ComPtr<IStream> properties;
-        ASSERT_EQ(data->CreateStream(OLESTR("__properties_version1.0"), kCreateMode, 0, 0, properties.Put()),
-                  S_OK);
-        ASSERT_EQ(properties->Write("short", 5, nullptr), S_OK);
-    }
 
     HRESULT Load() { return loaded->Load(package.storage.Get(), database); }
 
@@ -127,20 +115,138 @@ TEST_F(ItemLoadTest, DamagedContentsFail)
     EXPECT_EQ(Load(), E_FAIL);
 }
 
-TEST_F(ItemLoadTest, ADamagedMessageReplacesNothing)
+// What a copy left that was cut short opens as a message, and must not pass for one.
+class TornMessageTest : public ItemLoadTest {
+protected:
+    TornMessageTest()
+    {
+        EXPECT_EQ(known->DBAppend(database), S_OK);
+        const ComPtr<IMessage> message =
+            MakeDetachedMessage({"Carried", "Body", {"ann", "bob"}, {"a.txt", "b.txt"}});
+        Pack(MakeItem(OLESTR("{A}"), *message));
+        EXPECT_EQ(package.storage->OpenStorage(kMessageDataName, nullptr, kOpenMode, nullptr, 0, data.Put()),
+                  S_OK);
+    }
+
+    void Destroy(const OLECHAR* name) { EXPECT_EQ(data->DestroyElement(name), S_OK); }
+    // Puts these bytes at a place of a stream.
+    static void Overwrite(IStorage& storage, LONGLONG at, const std::string& bytes)
+    {
+        ComPtr<IStream> stream;
+        ASSERT_EQ(storage.OpenStream(kProperties, nullptr, kOpenMode, 0, stream.Put()), S_OK);
+        LARGE_INTEGER place;
+        place.QuadPart = at;
+        ASSERT_EQ(stream->Seek(place, STREAM_SEEK_SET, nullptr), S_OK);
+        ASSERT_EQ(stream->Write(bytes.data(), static_cast<ULONG>(bytes.size()), nullptr), S_OK);
+    }
+    ComPtr<IStorage> Part(const OLECHAR* name)
+    {
+        ComPtr<IStorage> part;
+        EXPECT_EQ(data->OpenStorage(name, nullptr, kOpenMode, nullptr, 0, part.Put()), S_OK);
+        return part;
+    }
+
+    void ExpectRefused()
+    {
+        data.Reset();
+        EXPECT_EQ(Load(), MAPI_E_CORRUPT_DATA);
+        EXPECT_EQ(loaded->Message(), nullptr);
+        EXPECT_EQ(TestMailbox::Read(*mailbox.Open(known->m_bstrEntryID)).subject, "Ours");
+    }
+
+    static constexpr OLECHAR kProperties[] = OLESTR("__properties_version1.0");
+    ComPtr<CItem> known = MakeItem(OLESTR("{A}"), *mailbox.AddMessage(*inbox, {"Ours", "Body", {}, {}}));
+    ComPtr<IStorage> data;
+};
+
+TEST_F(TornMessageTest, AWholeOneLoads)
 {
-    const ComPtr<CItem> known =
-        MakeItem(OLESTR("{A}"), *mailbox.AddMessage(*inbox, {"Ours", "Body", {}, {}}));
-    ASSERT_EQ(known->DBAppend(database), S_OK);
-    PackMessage();
-    DamageMessageData();
-    CMapiObjectsCache cache(mailbox.Session().Get());
+    data.Reset();
+    ASSERT_EQ(Load(), S_OK);
+    EXPECT_EQ(TestMailbox::Read(*loaded->Message()).recipients, (std::vector<std::string>{"ann", "bob"}));
+}
 
-    const HRESULT hr = Load();
-    EXPECT_TRUE(FAILED(hr) || FAILED(loaded->Submit(database, cache)));
+TEST_F(TornMessageTest, AnEmptyStorageIsDamaged)
+{
+    data.Reset();
+    ASSERT_EQ(package.storage->CreateStorage(kMessageDataName, kCreateMode, 0, 0, data.Put()), S_OK);
+    ExpectRefused();
+}
 
-    EXPECT_EQ(TestMailbox::Read(*mailbox.Open(known->m_bstrEntryID)).subject, "Ours");
-    EXPECT_EQ(TestMailbox::Subjects(*inbox).size(), 1u);
+TEST_F(TornMessageTest, OneWithoutItsPropertiesIsDamaged)
+{
+    Destroy(kProperties);
+    ExpectRefused();
+}
+
+TEST_F(TornMessageTest, PropertiesThatAreShorterThanTheirHeaderAreDamaged)
+{
+    ComPtr<IStream> properties;
+    ASSERT_EQ(data->CreateStream(kProperties, kCreateMode, 0, 0, properties.Put()), S_OK);
+    ASSERT_EQ(properties->Write("short", 5, nullptr), S_OK);
+    properties.Reset();
+    ExpectRefused();
+}
+
+TEST_F(TornMessageTest, ARecipientTooFewIsDamage)
+{
+    Destroy(OLESTR("__recip_version1.0_#00000001"));
+    ExpectRefused();
+}
+
+TEST_F(TornMessageTest, AnAttachmentTooFewIsDamage)
+{
+    Destroy(OLESTR("__attach_version1.0_#00000000"));
+    ExpectRefused();
+}
+
+TEST_F(TornMessageTest, CountsThatAreTooSmallAreDamage)
+{
+    Overwrite(*data, 16, std::string(1, '\1'));
+    ExpectRefused();
+}
+
+TEST_F(TornMessageTest, PartsWithoutPropertiesAreDamage)
+{
+    EXPECT_EQ(Part(OLESTR("__recip_version1.0_#00000001"))->DestroyElement(kProperties), S_OK);
+    ExpectRefused();
+}
+
+TEST_F(TornMessageTest, AnAttachmentWithoutPropertiesIsDamage)
+{
+    EXPECT_EQ(Part(OLESTR("__attach_version1.0_#00000001"))->DestroyElement(kProperties), S_OK);
+    ExpectRefused();
+}
+
+TEST_F(TornMessageTest, AnEmbeddedMessageIsLookedThroughAsWell)
+{
+    ComPtr<IMessage> outer = MakeDetachedMessage({"Outer", "", {}, {}});
+    ComPtr<IAttach> attachment;
+    ComPtr<IMessage> inner;
+    ULONG number = 0;
+    ASSERT_EQ(outer->CreateAttach(nullptr, 0, &number, attachment.Put()), S_OK);
+    ASSERT_EQ(attachment->OpenProperty(PR_ATTACH_DATA_OBJ, &IID_IMessage, 0, MAPI_CREATE | MAPI_MODIFY,
+                                       inner.PutUnknown()),
+              S_OK);
+    TestMailbox::Fill(*inner, {"Inner", "", {"ann"}, {}});
+    ASSERT_EQ(inner->SaveChanges(0), S_OK);
+    ASSERT_EQ(attachment->SaveChanges(0), S_OK);
+    data.Reset();
+    Pack(MakeItem(OLESTR("{A}"), *outer));
+    ASSERT_EQ(Load(), S_OK);
+    loaded = MakeComObject<CItem>(&session);
+
+    ASSERT_EQ(package.storage->OpenStorage(kMessageDataName, nullptr, kOpenMode, nullptr, 0, data.Put()),
+              S_OK);
+    {
+        const ComPtr<IStorage> part = Part(OLESTR("__attach_version1.0_#00000000"));
+        ComPtr<IStorage> message;
+        ASSERT_EQ(
+            part->OpenStorage(OLESTR("__substg1.0_3701000D"), nullptr, kOpenMode, nullptr, 0, message.Put()),
+            S_OK);
+        EXPECT_EQ(message->DestroyElement(OLESTR("__recip_version1.0_#00000000")), S_OK);
+    }
+    ExpectRefused();
 }
 
 }  // namespace

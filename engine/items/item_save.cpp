@@ -1,6 +1,7 @@
 #include "engine/items/contents_stream.h"
 #include "engine/items/exclusions.h"
 #include "engine/items/item.h"
+#include "engine/items/package.h"
 #include "engine/session/trace/trace.h"
 #include "platform/cfb/stg.h"
 
@@ -56,7 +57,7 @@ HRESULT CItem::SaveToFile(BSTR FileName)
     MemoryStorage memory;
     HR_TRY(traced, memory.Create());
     HR_TRY(traced, Save(memory.storage.Get(), TRUE));
-    return traced(memory.storage->CopyTo(0, nullptr, nullptr, file.Get()));
+    return traced(CopyElement(*memory.storage, *file));
 }
 
 }  // namespace quorvane

@@ -70,6 +70,20 @@ TEST_F(ItemSaveTest, AMessageIsCarriedWithRecipientsAndAttachments)
     ExpectMail(TestMailbox::Read(*CarriedMessage(*target.storage, data)));
 }
 
+TEST_F(ItemSaveTest, ARecipientWithANameOfAnySizeIsCarried)
+{
+    for (const size_t size : {32766u, 32767u, 32768u, 32769u, 40000u, 300000u}) {
+        const TestMail large{"Subject", "Body", {"ann", std::string(size, 'n')}, {}};
+        const ComPtr<CItem> sent = MakeItem(OLESTR("{L}"), *mailbox.AddMessage(*inbox, large));
+        ASSERT_EQ(sent->Save(target.storage.Get(), TRUE), S_OK);
+
+        ComPtr<IStorage> data;
+        const TestMail carried = TestMailbox::Read(*CarriedMessage(*target.storage, data));
+        EXPECT_EQ(carried.subject, "Subject") << size;
+        EXPECT_EQ(carried.recipients, large.recipients) << size;
+    }
+}
+
 TEST_F(ItemSaveTest, TheCarriedMessageIsUnread)
 {
     ASSERT_EQ(message->SetReadFlag(0), S_OK);

@@ -9,19 +9,19 @@ HRESULT CItem::Send(IStorage* target) noexcept
     return Traced{"CItem::Send"}(Save(target, TRUE));
 }
 
-// Saves into memory first, so that the element in the package is written in one go. The element is closed
-// before the package is unlocked.
+// Saves into memory first, so that little can fail once the element in the package is begun. The element is
+// closed before the package is unlocked.
 HRESULT CItem::Send(BSTR Recipients)
 {
     const Traced traced{"CItem::Send"};
     PackageTurn package;
     HR_TRY(traced, package.Begin(*m_pSession, Recipients));
-    ComPtr<IStorage> target;
-    HR_TRY(traced, package.OpenItem(m_bstrID.Get(), target));
-    MemoryStorage memory;
-    HR_TRY(traced, memory.Create());
-    HR_TRY(traced, Save(memory.storage.Get(), TRUE));
-    return traced(memory.storage->CopyTo(0, nullptr, nullptr, target.Get()));
+    return traced(package.WriteItem(m_bstrID.Get(), [this](IStorage& target) noexcept {
+        MemoryStorage memory;
+        HR_TRY_QUIET(memory.Create());
+        HR_TRY_QUIET(Save(memory.storage.Get(), TRUE));
+        return CopyElement(*memory.storage, target);
+    }));
 }
 
 }  // namespace quorvane

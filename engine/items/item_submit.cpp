@@ -7,6 +7,7 @@
 #include "engine/items/submit_scope.h"
 #include "engine/persist/database.h"
 #include "engine/persist/hash_db.h"
+#include "engine/persist/statements.h"
 #include "engine/session/context/addin.h"
 #include "engine/storeaccess/objects_cache.h"
 
@@ -53,6 +54,8 @@ HRESULT CItem::Submit(DatabaseSession& session, CMapiObjectsCache& cache) noexce
 
     ComPtr<IMessage> local;
     const HRESULT found = FindLocalMessage(*store, m_bstrEntryID.Get(), local);
+    if (m_pMessage)
+        HR_TRY(traced, CheckRow());
     if (!local && m_pMessage)
         HR_TRY(traced, CreateReceived(*store, cache, local));
     if (local && m_pMessage)
@@ -60,6 +63,13 @@ HRESULT CItem::Submit(DatabaseSession& session, CMapiObjectsCache& cache) noexce
     if (local)
         return traced(DeleteReceived(*store, *local, session));
     return found;
+}
+
+// A message whose row can't be written would be another one at each delivery.
+HRESULT CItem::CheckRow() const noexcept
+{
+    StatementParameters row;
+    return row.Text(width::kId, m_bstrID.Get()).Result();
 }
 
 HRESULT CItem::ParentEntryId(Bstr& entryId) noexcept

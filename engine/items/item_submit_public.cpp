@@ -19,6 +19,8 @@ HRESULT CItem::Submit()
 
     ComPtr<IMessage> local;
     const HRESULT found = FindLocalMessage(*store, m_bstrEntryID.Get(), local);
+    if (m_pMessage)
+        HR_TRY(traced, CheckRow());
     if (!local && m_pMessage)
         HR_TRY(traced, CreateLocal(*store, local));
     if (local && m_pMessage)

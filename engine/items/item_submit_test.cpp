@@ -2,6 +2,7 @@
 
 #include "engine/items/exclusions.h"
 #include "engine/items/testing/mail_test.h"
+#include "engine/session/trace/testing/traced_lines.h"
 #include "engine/storeaccess/item_hash.h"
 #include "engine/storeaccess/mapi_memory.h"
 #include "engine/storeaccess/objects_cache.h"
@@ -185,6 +186,22 @@ TEST_F(ItemSubmitTest, AnItemWithoutAStoreIsRefused)
     EXPECT_EQ(Submit(*item), E_INVALIDARG);
 }
 
+TEST_F(ItemSubmitTest, AnItemWhoseIdFitsNoRowIsRefusedBeforeAnythingIsWritten)
+{
+    for (const OleString& id : {OleString(50, OLESTR('x')), OleString(5000, OLESTR('x')),
+                                OleString(30, OLESTR('\u4E2D')), OleString(OLESTR("a\0b"), 3)}) {
+        const ComPtr<CItem> item = Received(id, kReceived);
+        EXPECT_EQ(Submit(*item), E_INVALIDARG);
+        EXPECT_EQ(item->Submit(), E_INVALIDARG);
+    }
+    EXPECT_TRUE(TestMailbox::Subjects(*inbox).empty());
+    EXPECT_TRUE(session.host.Calls().empty());
+
+    const ComPtr<CItem> longest = Received(OleString(49, OLESTR('x')), kReceived);
+    EXPECT_EQ(Submit(*longest), S_OK);
+    EXPECT_EQ(session.Ask("SELECT length(ID) FROM tblItem"), "49");
+}
+
 TEST_F(ItemSubmitTest, AnItemOfAFolderThatIsntSharedWritesNothing)
 {
     const ComPtr<CItem> item = Received(OLESTR("{A}"), kReceived);
@@ -341,14 +358,36 @@ TEST_F(ItemPublicSubmitTest, AReadItemArrivesUnreadWhereTheFolderDoesnt)
     EXPECT_FALSE(TestMailbox::IsRead(*mailbox.Open(item->m_bstrEntryID)));
 }
 
-TEST_F(ItemPublicSubmitTest, AnUnreadableOptionCountsAsTrue)
+// Options of which each is a number, and no object.
+class PlainOptions final : public ComObject<PlainOptions, DispatchImpl<IOptions>> {
+public:
+    HRESULT STDMETHODCALLTYPE get__NewEnum(IUnknown**) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE get_Item(VARIANT, VARIANT* pvar) override
+    {
+        *pvar = Number(0);
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE get_Count(LONG*) override { return E_NOTIMPL; }
+};
+
+TEST_F(ItemPublicSubmitTest, AnOptionThatIsMissingOrNoObjectIsTracedAndCountsAsTrue)
 {
-    folder.options = ComPtr<IOptions>(MakeComObject<COptions>().Get());
-    ASSERT_EQ(item->put_UnRead(VARIANT_FALSE), S_OK);
-
-    ASSERT_EQ(item->Submit(), S_OK);
-
-    EXPECT_TRUE(TestMailbox::IsRead(*mailbox.Open(item->m_bstrEntryID)));
+    const ComPtr<PlainOptions> plain = ComPtr<PlainOptions>::Attach(new PlainOptions);
+    for (const auto& [options, failure] :
+         {std::pair<ComPtr<IOptions>, const char*>{ComPtr<IOptions>(MakeComObject<COptions>().Get()), "0x8"},
+          std::pair<ComPtr<IOptions>, const char*>{ComPtr<IOptions>(plain.Get()), "0x80070057"}}) {
+        folder.options = options;
+        for (const bool isRead : {true, false}) {
+            const ComPtr<CItem> made = Received(OLESTR("{A}"), kReceived);
+            ASSERT_EQ(made->put_UnRead(isRead ? VARIANT_FALSE : VARIANT_TRUE), S_OK);
+            HRESULT hr = E_FAIL;
+            const std::string lines = testing::TracedLines([&] { hr = made->Submit(); });
+            EXPECT_EQ(hr, S_OK);
+            EXPECT_NE(lines.find("CItem::Submit("), std::string::npos) << lines;
+            EXPECT_NE(lines.find(failure), std::string::npos) << lines;
+            EXPECT_EQ(TestMailbox::IsRead(*mailbox.Open(made->m_bstrEntryID)), isRead);
+        }
+    }
 }
 
 TEST_F(ItemPublicSubmitTest, AFolderWithoutOptionsLeavesTheEventReset)

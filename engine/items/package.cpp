@@ -1,8 +1,10 @@
 #include "engine/items/package.h"
 
+#include <limits>
 #include <thread>
 
 #include "engine/items/arguments.h"
+#include "engine/items/contents_stream.h"
 #include "engine/session/trace/trace.h"
 #include "platform/com/variant.h"
 
@@ -10,25 +12,17 @@ namespace quorvane {
 
 namespace {
 
-HRESULT Find(IStorageFiles& files, BSTR recipients, ComPtr<IStorageFile>& file) noexcept
-{
-    Variant found;
-    HR_TRY_QUIET(files.get_Item(TextArgument(recipients), found.Put()));
-    return found.Is(VT_DISPATCH) ? QueryFor(found.Raw().pdispVal, file) : E_FAIL;
-}
-
-// Two writers may come for the same recipients at once: the one whose Add is late finds what the other made.
+// Only recipients that have no package yet get one. Two writers may come for the same ones at once: the one
+// whose Add is late finds what the other made.
 HRESULT FindOrAdd(IStorageFiles& files, BSTR recipients, ComPtr<IStorageFile>& file) noexcept
 {
-    if (SUCCEEDED(Find(files, recipients, file)))
-        return S_OK;
-    const HRESULT hr = files.Add(recipients, file.Put());
-    return SUCCEEDED(hr) || FAILED(Find(files, recipients, file)) ? hr : S_OK;
-}
-
-HRESULT TakeStorage(const Variant& value, ComPtr<IStorage>& element) noexcept
-{
-    return value.Is(VT_UNKNOWN) ? QueryFor(value.Raw().punkVal, element) : E_FAIL;
+    Variant found;
+    if (FAILED(files.get_Item(TextArgument(recipients), found.Put()))) {
+        const HRESULT hr = files.Add(recipients, file.Put());
+        if (SUCCEEDED(hr) || FAILED(files.get_Item(TextArgument(recipients), found.Put())))
+            return hr;
+    }
+    return found.Is(VT_DISPATCH) ? QueryFor(found.Raw().pdispVal, file) : E_FAIL;
 }
 
 }  // namespace
@@ -70,18 +64,32 @@ HRESULT PackageTurn::Begin(SessionContext& session, BSTR recipients) noexcept
     return E_FAIL;
 }
 
-HRESULT PackageTurn::OpenFolder(BSTR id, ComPtr<IStorage>& element) noexcept
+HRESULT PackageTurn::Open(BSTR id, OpenMethod open, ComPtr<IStorage>& element) noexcept
 {
     Variant value;
-    HR_TRY_QUIET(file_->OpenFolder(id, value.Put()));
-    return TakeStorage(value, element);
+    HR_TRY_QUIET((file_.Get()->*open)(id, value.Put()));
+    return value.Is(VT_UNKNOWN) ? QueryFor(value.Raw().punkVal, element) : E_FAIL;
 }
 
-HRESULT PackageTurn::OpenItem(BSTR id, ComPtr<IStorage>& element) noexcept
+void PackageTurn::TakeBack(BSTR id, DestroyMethod destroy) noexcept
 {
-    Variant value;
-    HR_TRY_QUIET(file_->OpenItem(id, value.Put()));
-    return TakeStorage(value, element);
+    ComPtr<IPackageElements> elements;
+    if (SUCCEEDED(file_.As(elements)))
+        HR_IGNORE((elements.Get()->*destroy)(id), "what stays has no contents, and no reader takes it");
+}
+
+HRESULT CopyElement(IStorage& from, IStorage& to) noexcept
+{
+    OLECHAR contentsName[] = OLESTR("Contents");
+    OLECHAR* last[] = {contentsName, nullptr};
+    HR_TRY_QUIET(from.CopyTo(0, nullptr, last, &to));
+    ComPtr<IStream> contents;
+    HR_TRY_QUIET(OpenContents(from, contents));
+    ComPtr<IStream> copy;
+    HR_TRY_QUIET(CreateContents(to, copy));
+    ULARGE_INTEGER all;
+    all.QuadPart = std::numeric_limits<ULONGLONG>::max();
+    return contents->CopyTo(copy.Get(), all, nullptr, nullptr);
 }
 
 }  // namespace quorvane

@@ -5,12 +5,27 @@
 #define QUORVANE_ENGINE_ITEMS_PACKAGE_H_
 
 #include "engine/session/context/session_context.h"
+#include "engine/session/trace/trace.h"
 #include "platform/com/bstr.h"
 
 namespace quorvane {
 
-// One writer's turn at a package: find or add it, lock it, open an element, and unlock it when this goes.
-// What was opened has to be released before.
+// What the engine's own packages give their writers beside IStorageFile: a way to take back what was begun.
+// STG_E_FILENOTFOUND: there is no element of that ID. Others come from the package's file.
+struct IPackageElements : IUnknown {
+    virtual HRESULT STDMETHODCALLTYPE DestroyFolder(BSTR id) = 0;
+    virtual HRESULT STDMETHODCALLTYPE DestroyItem(BSTR id) = 0;
+};
+
+// {6B0E4D1C-52B7-4D0B-9C38-6C0A3A2E7F51}
+inline constexpr IID IID_IPackageElements{
+    0x6b0e4d1c, 0x52b7, 0x4d0b, {0x9c, 0x38, 0x6c, 0x0a, 0x3a, 0x2e, 0x7f, 0x51}};
+
+// Copies an element's storage with "Contents" last: readers take an element without it for damaged, so that
+// nothing that was cut short passes for a whole one. STG_E_*: as they come; a part is there then.
+[[nodiscard]] HRESULT CopyElement(IStorage& from, IStorage& to) noexcept;
+
+// One writer's turn at a package: find or add it, lock it, write an element, and unlock it when this goes.
 class PackageTurn {
 public:
     PackageTurn() noexcept = default;
@@ -22,12 +37,42 @@ public:
     // the host removed in the meantime is left for a new one. E_FAIL: that went on for too long.
     [[nodiscard]] HRESULT Begin(SessionContext& session, BSTR recipients) noexcept;
 
-    // A new sub-storage for the element of that ID, in place of an earlier one. E_FAIL: the package gave
-    // something that is no storage.
-    [[nodiscard]] HRESULT OpenFolder(BSTR id, ComPtr<IStorage>& element) noexcept;
-    [[nodiscard]] HRESULT OpenItem(BSTR id, ComPtr<IStorage>& element) noexcept;
+    // Has the element of that ID written into a new sub-storage, in place of an earlier one. An element that
+    // couldn't be written is destroyed.
+    //
+    // write  [in]  HRESULT(IStorage&) noexcept: its failure is returned. What it takes of the storage it
+    //              releases before it returns.
+    //
+    // E_FAIL: the package gave something that is no storage.
+    template <class Write>
+    [[nodiscard]] HRESULT WriteFolder(BSTR id, Write write) noexcept
+    {
+        return WriteElement(id, &IStorageFile::OpenFolder, &IPackageElements::DestroyFolder, write);
+    }
+    template <class Write>
+    [[nodiscard]] HRESULT WriteItem(BSTR id, Write write) noexcept
+    {
+        return WriteElement(id, &IStorageFile::OpenItem, &IPackageElements::DestroyItem, write);
+    }
 
 private:
+    using OpenMethod = HRESULT (STDMETHODCALLTYPE IStorageFile::*)(BSTR, VARIANT*);
+    using DestroyMethod = HRESULT (STDMETHODCALLTYPE IPackageElements::*)(BSTR);
+
+    template <class Write>
+    HRESULT WriteElement(BSTR id, OpenMethod open, DestroyMethod destroy, Write write) noexcept
+    {
+        ComPtr<IStorage> element;
+        HR_TRY_QUIET(Open(id, open, element));
+        const HRESULT hr = write(*element);
+        element.Reset();
+        if (FAILED(hr))
+            TakeBack(id, destroy);
+        return hr;
+    }
+
+    HRESULT Open(BSTR id, OpenMethod open, ComPtr<IStorage>& element) noexcept;
+    void TakeBack(BSTR id, DestroyMethod destroy) noexcept;
     void End() noexcept;
     bool IsForgotten() const noexcept;
 
@@ -35,5 +80,7 @@ private:
 };
 
 }  // namespace quorvane
+
+QUORVANE_IID(quorvane::IPackageElements, quorvane::IID_IPackageElements);
 
 #endif  // QUORVANE_ENGINE_ITEMS_PACKAGE_H_

@@ -122,9 +122,9 @@ HRESULT CStorageFile::OpenRoot() noexcept
         return S_OK;
     const HRESULT hr =
         StgOpenStorage(m_bstrPath.View().data(), nullptr, kOpenMode, nullptr, 0, m_pRoot.Put());
-    if (SUCCEEDED(hr) || MayOpenLater(hr))
+    // A damaged package is of no use to anybody; any other may open the next time.
+    if (!IsDamage(hr))
         return hr;
-    // A damaged package is of no use to anybody.
     HR_IGNORE(RemoveFile(Narrow(m_bstrPath.View())), "the next open tells");
     return StgOpenStorage(m_bstrPath.View().data(), nullptr, kOpenMode, nullptr, 0, m_pRoot.Put());
 }
@@ -169,6 +169,24 @@ try {
     MutexLock lock(m_Guard);
     HR_TRY(traced, OpenPart(kItemsName, m_pItems));
     return traced(CreateElement(*m_pItems, ID, pVal));
+} catch (const std::bad_alloc&) {
+    return E_OUTOFMEMORY;
+}
+
+HRESULT CStorageFile::DestroyFolder(BSTR id)
+try {
+    MutexLock lock(m_Guard);
+    HR_TRY_QUIET(OpenPart(kFoldersName, m_pFolders));
+    return m_pFolders->DestroyElement(ElementName(id).c_str());
+} catch (const std::bad_alloc&) {
+    return E_OUTOFMEMORY;
+}
+
+HRESULT CStorageFile::DestroyItem(BSTR id)
+try {
+    MutexLock lock(m_Guard);
+    HR_TRY_QUIET(OpenPart(kItemsName, m_pItems));
+    return m_pItems->DestroyElement(ElementName(id).c_str());
 } catch (const std::bad_alloc&) {
     return E_OUTOFMEMORY;
 }

@@ -11,6 +11,7 @@
 #ifndef QUORVANE_ENGINE_TRANSFER_STORAGE_FILE_H_
 #define QUORVANE_ENGINE_TRANSFER_STORAGE_FILE_H_
 
+#include "engine/items/package.h"
 #include "engine/session/context/operations.h"
 #include "engine/session/context/session_context.h"
 #include "platform/com/bstr.h"
@@ -22,7 +23,7 @@
 
 namespace quorvane {
 
-class CStorageFile : public ComObject<CStorageFile, DispatchImpl<IStorageFile>> {
+class CStorageFile : public ComObject<CStorageFile, DispatchImpl<IStorageFile>, IPackageElements> {
 public:
     // How long Lock waits for another writer.
     static constexpr Timeout kLockTimeout{10000};
@@ -44,13 +45,17 @@ public:
     // Sets the field, and the row's Status. A row that can't be updated isn't reported.
     HRESULT STDMETHODCALLTYPE put_isLocked(VARIANT_BOOL newVal) override;
     // A new sub-storage for a folder or an item, as VT_UNKNOWN, in place of an earlier one of that ID. A
-    // package that can't be opened is removed from the disk, and the failure returned.
+    // package that is damaged for certain is removed from the disk; the failure to open it is returned.
     HRESULT STDMETHODCALLTYPE OpenFolder(BSTR ID, VARIANT* pVal) override;
     HRESULT STDMETHODCALLTYPE OpenItem(BSTR ID, VARIANT* pVal) override;
     // Forgets the package: empties the fields and removes the row. The file stays.
     HRESULT STDMETHODCALLTYPE Delete() override;
     HRESULT STDMETHODCALLTYPE Unlock() override;
     HRESULT STDMETHODCALLTYPE Lock() override;
+
+    // IPackageElements; only between Lock and Unlock.
+    HRESULT STDMETHODCALLTYPE DestroyFolder(BSTR id) override;
+    HRESULT STDMETHODCALLTYPE DestroyItem(BSTR id) override;
 
 private:
     bool TakeTurn(Timeout timeout) noexcept;

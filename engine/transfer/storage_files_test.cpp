@@ -2,17 +2,21 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <thread>
 
+#include "engine/folders/folder.h"
 #include "engine/items/arguments.h"
 #include "engine/items/item.h"
 #include "engine/items/message_storage.h"
 #include "engine/items/package.h"
+#include "engine/items/testing/test_folders.h"
 #include "engine/items/testing/test_session.h"
+#include "engine/session/trace/testing/traced_lines.h"
 #include "engine/transfer/package_layout.h"
 #include "engine/transfer/storage_path.h"
 #include "platform/cfb/stg.h"
@@ -37,6 +41,16 @@ std::vector<std::string> Elements(const std::string& path, const OLECHAR* part)
         names.push_back(Narrow(stat.pwcsName));
         CoTaskMemFree(stat.pwcsName);
     }
+    return names;
+}
+
+// The names that the elements of these IDs have, in the order of an enumeration.
+std::vector<std::string> NamesOf(std::initializer_list<OleStringView> ids)
+{
+    std::vector<std::string> names;
+    for (const OleStringView id : ids)
+        names.push_back(Narrow(ElementName(Bstr(id).Get())));
+    std::sort(names.begin(), names.end());
     return names;
 }
 
@@ -79,11 +93,42 @@ protected:
     }
 
     // Writes an item without a message.
-    HRESULT Send(OleStringView id, OleStringView recipients)
+    HRESULT Send(OleStringView id, OleStringView recipients, OleStringView customInfo = OLESTR("info"))
     {
         const ComPtr<CItem> item = MakeComObject<CItem>(&session);
         item->m_bstrID = Bstr(id);
+        item->m_bstrCustomInfo = Bstr(customInfo);
         return item->Send(Bstr(recipients).Get());
+    }
+
+    // "<ID> <CustomInfo>" of each element in a package, sorted.
+    std::vector<std::string> Items(const std::string& path)
+    {
+        std::vector<std::string> items;
+        for (const std::string& name : Elements(path, kItemsName)) {
+            ComPtr<IStorage> root;
+            ComPtr<IStorage> version;
+            ComPtr<IStorage> storage;
+            ComPtr<IStorage> element;
+            EXPECT_EQ(StgOpenStorage(Widen(path).c_str(), nullptr, kOpenMode, nullptr, 0, root.Put()), S_OK);
+            EXPECT_EQ(root->OpenStorage(kVersionName, nullptr, kOpenMode, nullptr, 0, version.Put()), S_OK);
+            EXPECT_EQ(version->OpenStorage(kItemsName, nullptr, kOpenMode, nullptr, 0, storage.Put()), S_OK);
+            EXPECT_EQ(
+                storage->OpenStorage(Widen(name).c_str(), nullptr, kOpenMode, nullptr, 0, element.Put()),
+                S_OK);
+            const ComPtr<CItem> item = MakeComObject<CItem>(&session);
+            EXPECT_EQ(item->Load(element.Get()), S_OK);
+            items.push_back(Narrow(item->m_bstrID.View()) + " " + Narrow(item->m_bstrCustomInfo.View()));
+        }
+        std::sort(items.begin(), items.end());
+        return items;
+    }
+
+    static bool IsLocked(IStorageFile& file)
+    {
+        VARIANT_BOOL locked = VARIANT_FALSE;
+        EXPECT_EQ(file.get_isLocked(&locked), S_OK);
+        return locked != VARIANT_FALSE;
     }
 
     ComPtr<IStorageFile> Item(const VARIANT& index, HRESULT expected = S_OK)
@@ -229,10 +274,15 @@ TEST_F(StorageFilesTest, ARowWhoseFileIsGoneIsDroppedAtTheStart)
     std::filesystem::remove(PathOf(*Add(OLESTR("bob"))));
     files = MakeComObject<CStorageFiles>(&session);
 
-    ASSERT_EQ(files->Init(), S_OK);
+    const std::string lines = testing::TracedLines([this] { EXPECT_EQ(files->Init(), S_OK); });
 
     EXPECT_EQ(Count(), 1);
     EXPECT_EQ(session.Ask("SELECT Recipients FROM tblStorageFiles"), "ann");
+    const size_t name = lines.find("CStorageFiles::Init(");
+    ASSERT_NE(name, std::string::npos) << lines;
+    EXPECT_NE(lines.find(") Warning: Storage Directory was deleted from Outbox without sending", name),
+              std::string::npos)
+        << lines;
 }
 
 TEST_F(StorageFilesTest, TheStartFailsWithoutItsTable)
@@ -251,7 +301,10 @@ TEST_F(StorageFilesTest, AnItemGoesIntoThePackageOfItsRecipients)
     ASSERT_EQ(Send(OLESTR("{B}"), OLESTR("ann")), S_OK);
 
     EXPECT_EQ(Count(), 1);
-    EXPECT_EQ(Elements(PathOf(*file), kItemsName).size(), 2u);
+    EXPECT_EQ(Items(PathOf(*file)), (std::vector<std::string>{"{A} info", "{B} info"}));
+    std::vector<std::string> names = Elements(PathOf(*file), kItemsName);
+    std::sort(names.begin(), names.end());
+    EXPECT_EQ(names, NamesOf({OLESTR("{A}"), OLESTR("{B}")}));
 }
 
 TEST_F(StorageFilesTest, SendingMakesAPackageWhereThereIsNone)
@@ -268,14 +321,44 @@ TEST_F(StorageFilesTest, SendingMakesAPackageWhereThereIsNone)
     EXPECT_EQ(locked, VARIANT_FALSE);
 }
 
-TEST_F(StorageFilesTest, SendingAnItemTwiceLeavesOneElement)
+TEST_F(StorageFilesTest, SendingAnItemTwiceLeavesOneElementWithTheLaterContent)
 {
     const ComPtr<IStorageFile> file = Add(OLESTR("ann"));
 
-    ASSERT_EQ(Send(OLESTR("{A}"), OLESTR("ann")), S_OK);
-    ASSERT_EQ(Send(OLESTR("{A}"), OLESTR("ann")), S_OK);
+    ASSERT_EQ(Send(OLESTR("{A}"), OLESTR("ann"), OLESTR("first")), S_OK);
+    ASSERT_EQ(Send(OLESTR("{A}"), OLESTR("ann"), OLESTR("second")), S_OK);
 
-    EXPECT_EQ(Elements(PathOf(*file), kItemsName).size(), 1u);
+    EXPECT_EQ(Items(PathOf(*file)), std::vector<std::string>{"{A} second"});
+}
+
+TEST_F(StorageFilesTest, AFolderIsSentToItsEntryIdWhereNobodyIsNamed)
+{
+    session.folders = ComPtr<IFolders>(MakeComObject<testing::SharedFolders>().Get());
+    const ComPtr<CFolder> folder = MakeComObject<CFolder>(&session);
+    ASSERT_EQ(folder->put_ID(Bstr(OLESTR("{F}")).Get()), S_OK);
+    // There is no such folder to listen to; its identifier stays.
+    EXPECT_LT(folder->put_EntryID(Bstr(OLESTR("00AB")).Get()), 0);
+
+    ASSERT_EQ(folder->Send(NoArgument()), S_OK);
+    ASSERT_EQ(folder->Send(NoArgument()), S_OK);
+
+    EXPECT_EQ(Count(), 1);
+    const ComPtr<IStorageFile> file = Item(TextArgument(Bstr(OLESTR("00AB")).Get()));
+    ASSERT_TRUE(file);
+    paths.push_back(PathOf(*file));
+    EXPECT_EQ(Elements(PathOf(*file), kFoldersName), NamesOf({OLESTR("{F}")}));
+    EXPECT_FALSE(IsLocked(*file));
+}
+
+TEST_F(StorageFilesTest, AFolderIsSentToATextAlone)
+{
+    VARIANT number = NoArgument();
+    number.vt = VT_I4;
+    number.lVal = 5;
+
+    EXPECT_EQ(MakeComObject<CFolder>(&session)->Send(number), E_INVALIDARG);
+
+    EXPECT_EQ(Count(), 0);
 }
 
 TEST_F(StorageFilesTest, APackageIsClosedBetweenTwoWrites)
@@ -303,10 +386,12 @@ TEST_F(StorageFilesTest, APackageThatSomebodyHasOpenIsLeftAlone)
     ASSERT_EQ(StgOpenStorage(path.c_str(), nullptr, kOpenMode, nullptr, 0, root.Put()), S_OK);
 
     EXPECT_EQ(Send(OLESTR("{B}"), OLESTR("ann")), STG_E_SHAREVIOLATION);
+    EXPECT_FALSE(IsLocked(*file));
 
     root.Reset();
-    EXPECT_EQ(Elements(PathOf(*file), kItemsName).size(), 1u);
+    EXPECT_EQ(Items(PathOf(*file)), std::vector<std::string>{"{A} info"});
     EXPECT_EQ(Send(OLESTR("{B}"), OLESTR("ann")), S_OK);
+    EXPECT_EQ(Items(PathOf(*file)), (std::vector<std::string>{"{A} info", "{B} info"}));
 }
 
 TEST_F(StorageFilesTest, ADamagedPackageIsRemovedFromTheDisk)
@@ -360,9 +445,24 @@ TEST_F(StorageFilesTest, ASecondLockIsTakenAfterTenSeconds)
     ASSERT_EQ(file->Lock(), S_OK);
     const auto start = std::chrono::steady_clock::now();
 
+    Variant first;
+    ASSERT_EQ(file->OpenItem(Bstr(OLESTR("{A}")).Get(), first.Put()), S_OK);
+
     EXPECT_EQ(file->Lock(), S_OK);
 
     EXPECT_GE(std::chrono::steady_clock::now() - start, CStorageFile::kLockTimeout);
+    EXPECT_TRUE(IsLocked(*file));
+    // The second writer works on what the first one has open.
+    Variant second;
+    EXPECT_EQ(file->OpenItem(Bstr(OLESTR("{B}")).Get(), second.Put()), S_OK);
+    first = Variant();
+    second = Variant();
+    ASSERT_EQ(file->Unlock(), S_OK);
+    EXPECT_EQ(Elements(PathOf(*file), kItemsName).size(), 2u);
+    // The lock is the second one's, and with it the first one's: nobody waits for a writer twice.
+    const auto next = std::chrono::steady_clock::now();
+    ASSERT_EQ(file->Lock(), S_OK);
+    EXPECT_LT(std::chrono::steady_clock::now() - next, CStorageFile::kLockTimeout);
     ASSERT_EQ(file->Unlock(), S_OK);
 }
 

@@ -67,14 +67,13 @@ OleString ElementName(BSTR id)
     return Md5Text<OLECHAR>(Md5(narrow.data(), hashed)).substr(0, kElementNameLength);
 }
 
-bool MayOpenLater(HRESULT hr) noexcept
+bool IsDamage(HRESULT hr) noexcept
 {
     switch (hr) {
-        case STG_E_SHAREVIOLATION:
-        case STG_E_LOCKVIOLATION:
-        case STG_E_TOOMANYOPENFILES:
-        case STG_E_INSUFFICIENTMEMORY:
-        case E_OUTOFMEMORY:
+        case STG_E_FILEALREADYEXISTS:  // no compound file
+        case STG_E_INVALIDHEADER:
+        case STG_E_DOCFILECORRUPT:
+        case STG_E_OLDFORMAT:
             return true;
         default:
             return false;

@@ -20,9 +20,10 @@ namespace quorvane {
 // the most that structured storage allows. Throws std::bad_alloc.
 OleString ElementName(BSTR id);
 
-// Whether a package that didn't open may open another time: somebody else has it open, or the system is
-// short of something. Such a package is never removed.
-bool MayOpenLater(HRESULT hr) noexcept;
+// Whether opening a package showed damage for certain: no other try will open it. Anything else (somebody has
+// it open, the system is short of something, it can't be read just now) may be over the next time, and such a
+// package is never removed.
+bool IsDamage(HRESULT hr) noexcept;
 
 }  // namespace quorvane
 

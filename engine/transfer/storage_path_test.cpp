@@ -66,13 +66,14 @@ TEST(PackagePathTest, ManyPathsAreAllDifferent)
         EXPECT_EQ(RemoveFile(path), S_OK);
 }
 
-TEST(PackagePathTest, OnlyAPackageThatIsBusyMayOpenLater)
+TEST(PackagePathTest, OnlyDamageIsDamage)
 {
-    EXPECT_TRUE(MayOpenLater(STG_E_SHAREVIOLATION));
-    EXPECT_TRUE(MayOpenLater(E_OUTOFMEMORY));
-    EXPECT_FALSE(MayOpenLater(STG_E_FILENOTFOUND));
-    EXPECT_FALSE(MayOpenLater(STG_E_DOCFILECORRUPT));
-    EXPECT_FALSE(MayOpenLater(S_OK));
+    for (const HRESULT damage : {STG_E_FILEALREADYEXISTS, STG_E_INVALIDHEADER, STG_E_DOCFILECORRUPT})
+        EXPECT_TRUE(IsDamage(damage)) << std::hex << damage;
+    for (const HRESULT passing :
+         {S_OK, STG_E_SHAREVIOLATION, STG_E_LOCKVIOLATION, STG_E_READFAULT, STG_E_ACCESSDENIED, E_OUTOFMEMORY,
+          STG_E_INSUFFICIENTMEMORY, STG_E_TOOMANYOPENFILES, STG_E_MEDIUMFULL, STG_E_FILENOTFOUND, E_FAIL})
+        EXPECT_FALSE(IsDamage(passing)) << std::hex << passing;
 }
 
 }  // namespace

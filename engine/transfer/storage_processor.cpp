@@ -24,6 +24,14 @@ HRESULT OpenChild(IStorage& parent, const OLECHAR* name, ComPtr<IStorage>& child
     return parent.OpenStorage(name, nullptr, kOpenMode, nullptr, 0, child.Put());
 }
 
+// What becomes of a job whose file doesn't open: it ends for good where there is nothing to open, or damage;
+// any other failure may pass, and leaves file and row to the next start.
+HRESULT OrLater(HRESULT hr) noexcept
+{
+    const bool isNothing = hr == STG_E_FILENOTFOUND || hr == STG_E_PATHNOTFOUND || hr == STG_E_INVALIDNAME;
+    return SUCCEEDED(hr) || isNothing || IsDamage(hr) ? hr : E_ABORT;
+}
+
 }  // namespace
 
 // What DoItems needs for all of its items.
@@ -61,18 +69,17 @@ DWORD CStorageProcessor::ThreadProc(Event& stop)
 HRESULT CStorageProcessor::ProcessPackage(Event& stop, bool& undone) noexcept
 {
     ComPtr<IStorage> root;
-    HRESULT hr = StgOpenStorage(m_bstrPath.View().data(), nullptr, kOpenMode, nullptr, 0, root.Put());
-    if (FAILED(hr))
-        return MayOpenLater(hr) ? E_ABORT : hr;
+    HR_TRY_QUIET(
+        OrLater(StgOpenStorage(m_bstrPath.View().data(), nullptr, kOpenMode, nullptr, 0, root.Put())));
     ComPtr<IStorage> version;
-    HR_TRY_QUIET(OpenChild(*root, kVersionName, version));
+    HR_TRY_QUIET(OrLater(OpenChild(*root, kVersionName, version)));
 
     ComPtr<IStorage> folders;
     if (SUCCEEDED(OpenChild(*version, kFoldersName, folders)))
         undone = DoFolders(folders.Get()) == S_FALSE;
     ComPtr<IStorage> items;
-    HR_TRY_QUIET(OpenChild(*version, kItemsName, items));
-    hr = DoItems(items.Get(), stop);
+    HR_TRY_QUIET(OrLater(OpenChild(*version, kItemsName, items)));
+    const HRESULT hr = DoItems(items.Get(), stop);
     undone = undone || hr == S_FALSE;
     return hr;
 }

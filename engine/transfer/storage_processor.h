@@ -28,7 +28,8 @@ public:
         : m_bstrPath(std::move(path)), m_bstrTag(std::move(tag)), m_pSession(session)
     {}
 
-    // 0, or kUndone. A file that somebody else has open stays with its row, for the next start.
+    // 0, or kUndone. A file that can't be opened now, such as one that somebody else has open, stays with its
+    // row for the next start; one that is gone or damaged for certain loses both.
     DWORD ThreadProc(Event& stop) override;
 
     // Shows every folder to the host (onFolderReceived).

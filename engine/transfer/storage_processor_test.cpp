@@ -186,6 +186,7 @@ TEST_F(StorageProcessorTest, AnItemOfAFolderThatIsntSharedGoesWithoutACall)
 
     EXPECT_TRUE(Calls().empty());
     EXPECT_TRUE(TestMailbox::Subjects(*inbox).empty());
+    EXPECT_EQ(package.ItemsLeft(), -1);
 }
 
 TEST_F(StorageProcessorTest, AHostThatFailsLeavesTheItemUndoneAndTheOthersGoOn)
@@ -225,6 +226,21 @@ TEST_F(StorageProcessorTest, ADamagedElementIsUndoneAndTheOthersGoOn)
     EXPECT_EQ(Run(), CStorageProcessor::kUndone);
 
     EXPECT_EQ(TestMailbox::Subjects(*inbox), std::vector<std::string>{"One"});
+}
+
+// Seen on a mail that was applied again at each delivery: it was saved before its row was refused.
+TEST_F(StorageProcessorTest, AnItemWhoseIdFitsNoRowIsNeverSaved)
+{
+    const OleString id(50, OLESTR('x'));
+    PutMessage(id, "One");
+    const std::string copy = session.directory.File("copy.qvt");
+    std::filesystem::copy_file(package.Path(), copy);
+
+    EXPECT_EQ(Run(), CStorageProcessor::kUndone);
+    std::filesystem::rename(copy, package.Path());
+    EXPECT_EQ(Run(), CStorageProcessor::kUndone);
+
+    EXPECT_TRUE(TestMailbox::Subjects(*inbox).empty());
 }
 
 TEST_F(StorageProcessorTest, AFileThatIsNoPackageIsDeletedWithItsRow)
@@ -418,6 +434,114 @@ TEST_F(StorageProcessorTest, TheSamePackageAgainChangesNothing)
 
     EXPECT_EQ(TestMailbox::Subjects(*inbox), std::vector<std::string>{"One"});
     EXPECT_EQ(session.Ask("SELECT COUNT(*) FROM tblItem"), "1");
+}
+
+// What is left of a part's elements, told by the part itself.
+class ElementsLeftTest : public StorageProcessorTest {
+protected:
+    ElementsLeftTest() { EXPECT_EQ(part.Create(), S_OK); }
+
+    template <class Persistent>
+    void PutElement(OleStringView id, Persistent& object)
+    {
+        ComPtr<IStorage> element;
+        const OleString name = ElementName(Bstr(id).Get());
+        ASSERT_EQ(part.storage->CreateStorage(name.c_str(), kCreateMode, 0, 0, element.Put()), S_OK);
+        EXPECT_EQ(object.Save(element.Get(), TRUE), S_OK);
+    }
+    void PutItem(OleStringView id, OleStringView folderId = testing::kFolderId)
+    {
+        const ComPtr<CItem> item = MakeItem(id, *MakeDetachedMessage({"Mail", "Body", {}, {}}));
+        item->m_bstrFolderID = Bstr(folderId);
+        PutElement(id, *item.Get());
+    }
+    void PutFolder(OleStringView id)
+    {
+        const ComPtr<CFolder> announced = MakeComObject<CFolder>(&session);
+        EXPECT_EQ(announced->put_ID(Bstr(id).Get()), S_OK);
+        PutElement(id, *announced.Get());
+    }
+
+    HRESULT DoItems() { return processor.DoItems(part.storage.Get(), stop); }
+    HRESULT DoFolders() { return processor.DoFolders(part.storage.Get()); }
+
+    std::vector<std::string> Left()
+    {
+        std::vector<std::string> names;
+        ComPtr<IEnumSTATSTG> elements;
+        EXPECT_EQ(part.storage->EnumElements(0, nullptr, 0, elements.Put()), S_OK);
+        STATSTG stat{};
+        while (elements->Next(1, &stat, nullptr) == S_OK) {
+            names.push_back(Narrow(stat.pwcsName));
+            CoTaskMemFree(stat.pwcsName);
+        }
+        return names;
+    }
+    static std::vector<std::string> Only(OleStringView id) { return {Narrow(ElementName(Bstr(id).Get()))}; }
+
+    MemoryStorage part;
+    CStorageProcessor processor{Bstr(), Bstr(OLESTR("tag")), &session};
+};
+
+TEST_F(ElementsLeftTest, AnItemThatIsAppliedIgnoredOrOfNoFolderHereGoes)
+{
+    PutItem(OLESTR("{applied}"));
+    PutItem(OLESTR("{ignored}"));
+    PutItem(OLESTR("{foreign}"), OLESTR("{unknown}"));
+    session.host.whenItemReceived = [](IItem* item, bool& ignore) {
+        Bstr id;
+        item->get_ID(id.Put());
+        ignore = id.View() == OLESTR("{ignored}");
+        return S_OK;
+    };
+
+    EXPECT_EQ(DoItems(), S_OK);
+
+    EXPECT_EQ(Left(), std::vector<std::string>());
+    EXPECT_EQ(TestMailbox::Subjects(*inbox).size(), 1u);
+}
+
+TEST_F(ElementsLeftTest, AnItemThatTheHostFailsStays)
+{
+    PutItem(OLESTR("{A}"));
+    PutItem(OLESTR("{B}"));
+    session.host.whenItemReceived = [](IItem* item, bool&) {
+        Bstr id;
+        item->get_ID(id.Put());
+        return id.View() == OLESTR("{A}") ? E_FAIL : S_OK;
+    };
+
+    EXPECT_EQ(DoItems(), S_FALSE);
+
+    EXPECT_EQ(Left(), Only(OLESTR("{A}")));
+}
+
+TEST_F(ElementsLeftTest, AnItemThatCantBeAppliedStays)
+{
+    PutItem(OLESTR("{A}"));
+    session.Execute("DROP TABLE tblItem");
+
+    EXPECT_EQ(DoItems(), S_FALSE);
+
+    EXPECT_EQ(Left(), Only(OLESTR("{A}")));
+}
+
+TEST_F(ElementsLeftTest, AFolderThatWasShownGoesAndOneThatTheHostFailsStays)
+{
+    PutFolder(OLESTR("{F1}"));
+    PutFolder(OLESTR("{F2}"));
+    session.host.whenFolderReceived = [](IFolder* shown) {
+        Bstr id;
+        shown->get_ID(id.Put());
+        return id.View() == OLESTR("{F1}") ? E_FAIL : S_OK;
+    };
+
+    EXPECT_EQ(DoFolders(), S_FALSE);
+    EXPECT_EQ(Left(), Only(OLESTR("{F1}")));
+
+    session.host.whenFolderReceived = nullptr;
+    EXPECT_EQ(DoFolders(), S_OK);
+    EXPECT_EQ(Left(), std::vector<std::string>());
 }
 
 }  // namespace

@@ -1,7 +1,7 @@
 // quorvane3/quorvane3.h: everything that a host of the sharing engine includes.
 //
-// A host that works with MAPI itself adds mapi_helpers.h, with structured storage storage.h, and with the
-// project's own message store message_store.h.
+// A host that works with MAPI itself adds mapi_helpers.h, with structured storage storage.h, with what is in
+// packages carried_message.h, and with the project's own message store message_store.h.
 #ifndef QUORVANE3_QUORVANE3_H_
 #define QUORVANE3_QUORVANE3_H_
 

@@ -2,6 +2,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -101,4 +102,11 @@ extern "C" int rename(const char* from, const char* to) noexcept
 extern "C" int unlink(const char* path) noexcept
 {
     return IsRefused(path) ? -1 : static_cast<int>(syscall(SYS_unlinkat, AT_FDCWD, path, 0));
+}
+
+// A file that is written through memory changes without a call. One whose file system can't be told isn't.
+extern "C" int fstatfs(int, struct statfs*) noexcept
+{
+    errno = ENOSYS;
+    return -1;
 }
