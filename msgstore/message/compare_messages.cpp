@@ -183,11 +183,14 @@ private:
             for (ULONG i = 0; i < row.cValues; ++i) {
                 PropertyValue kept;
                 std::string name = Hex(row.lpProps[i].ulPropTag);
-                if (PROP_ID(row.lpProps[i].ulPropTag) == PROP_ID(PR_ROWID) ||
-                    FAILED(FromSPropValue(row.lpProps[i], kept)) ||
-                    !NameOf(message, row.lpProps[i].ulPropTag, name))
+                const SPropValue& value = row.lpProps[i];
+                const bool isError = PROP_TYPE(value.ulPropTag) == PT_ERROR;
+                if (PROP_ID(value.ulPropTag) == PROP_ID(PR_ROWID) ||
+                    (isError && value.Value.err == MAPI_E_NOT_FOUND) ||
+                    (!isError && FAILED(FromSPropValue(value, kept))) ||
+                    !NameOf(message, value.ulPropTag, name))
                     continue;
-                values[name] = BytesOf(kept);
+                values[name] = isError ? "error " + Hex(static_cast<ULONG>(value.Value.err)) : BytesOf(kept);
             }
             recipients.push_back(std::move(values));
         }

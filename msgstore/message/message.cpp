@@ -195,6 +195,8 @@ HRESULT CMessage::GetRecipientTable(ULONG flags, LPMAPITABLE* table)
         options.unicode = (flags & MAPI_UNICODE) != 0;
         options.columns = ColumnsOf(kRecipientColumns, rows, options.unicode);
         options.allocator = Allocator();
+        // Nothing but the table gives a recipient's values.
+        options.valueLimit = kNoValueLimit;
         options.refresh = [self = ComPtr<CMessage>(this)](std::vector<PropertyBag>& fresh) {
             return self->RecipientRows(fresh);
         };

@@ -150,7 +150,8 @@ HRESULT AddressList::Make(const std::vector<PropertyBag>& rows) noexcept
         list_->aEntries[list_->cEntries++] = ADRENTRY{0, static_cast<ULONG>(row.size()), values};
         ULONG count = 0;
         for (const PropertyValue& value : row)
-            QV_RETURN_IF_FAILED(ToSPropValue(value, value.type(), allocator, values, values[count++]));
+            QV_RETURN_IF_FAILED(
+                ToSPropValue(value, value.type(), allocator, values, values[count++], 0, kNoValueLimit));
     }
     return S_OK;
 }

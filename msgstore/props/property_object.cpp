@@ -273,13 +273,12 @@ HRESULT PropertyObject::ValueForReading(ULONG tag, ULONG& type, std::shared_ptr<
         value = found->large ? found->large : std::make_shared<SpoolValue>(found->data);
         return S_OK;
     }
-    // Text of the other kind: converted whole, up to a size that no text of a message reaches.
-    constexpr std::uint64_t kConvertLimit = 256 * 1024 * 1024;
+    // Text of the other kind is converted whole.
     PropertyBag* bag = nullptr;
     QV_RETURN_IF_FAILED(Stored(bag));
     Bytes bytes = found->data;
     if (found->large)
-        QV_RETURN_IF_FAILED(ReadWhole(*found->large, kConvertLimit, bytes));
+        QV_RETURN_IF_FAILED(ReadWhole(*found->large, kWholeTextLimit, bytes));
     value = std::make_shared<SpoolValue>(ConvertText(bytes, found->type(), type, StatedCodePage(*bag)));
     return S_OK;
 }

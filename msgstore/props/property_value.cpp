@@ -163,7 +163,9 @@ HRESULT Keep(const SPropValue& value, PropertyValue& result)
 // Gives values out onto one chain.
 class Giver {
 public:
-    Giver(const MapiAllocator& allocator, void* root) noexcept : allocator_(allocator), root_(root) {}
+    Giver(const MapiAllocator& allocator, void* root, std::uint64_t limit) noexcept
+        : allocator_(allocator), root_(root), limit_(limit)
+    {}
 
     HRESULT Give(const PropertyValue& value, ULONG type, ULONG codePage, SPropValue& result)
     {
@@ -173,7 +175,7 @@ public:
         if (!value.large)
             return GiveSingle(value.data, value.type(), type, result);
         Bytes bytes;
-        QV_RETURN_IF_FAILED(ReadWhole(*value.large, kListedValueLimit, bytes));
+        QV_RETURN_IF_FAILED(ReadWhole(*value.large, limit_, bytes));
         return GiveSingle(bytes, value.type(), type, result);
     }
 
@@ -303,6 +305,7 @@ private:
 
     const MapiAllocator& allocator_;
     void* root_;
+    const std::uint64_t limit_;
     ULONG codePage_ = 0;
 };
 
@@ -435,7 +438,7 @@ OleString PropertyValue::AsText(ULONG codePage) const
     if (type() != PT_STRING8 && type() != PT_UNICODE)
         return {};
     Bytes read;
-    if (large && FAILED(ReadWhole(*large, kListedValueLimit, read)))
+    if (large && FAILED(ReadWhole(*large, kWholeTextLimit, read)))
         return {};
     const Bytes& bytes = large ? read : data;
     return type() == PT_UNICODE ? BytesText(bytes) : Decode8Bit(AsView(bytes), codePage);
@@ -457,7 +460,7 @@ HRESULT FromSPropValue(const SPropValue& value, PropertyValue& result) noexcept
 }
 
 HRESULT ToSPropValue(const PropertyValue& value, ULONG type, const MapiAllocator& allocator, void* root,
-                     SPropValue& result, ULONG codePage) noexcept
+                     SPropValue& result, ULONG codePage, std::uint64_t limit) noexcept
 {
     result = SPropValue{};
     result.ulPropTag = CHANGE_PROP_TYPE(value.tag, type);
@@ -466,9 +469,9 @@ HRESULT ToSPropValue(const PropertyValue& value, ULONG type, const MapiAllocator
             return MAPI_E_UNEXPECTED_TYPE;
         if (type == PT_OBJECT)
             return S_OK;
-        if ((type & MV_FLAG) == 0 && value.ByteSize() > kListedValueLimit)
+        if ((type & MV_FLAG) == 0 && value.ByteSize() > limit)
             return MAPI_E_NOT_ENOUGH_MEMORY;
-        return Giver(allocator, root).Give(value, type, codePage, result);
+        return Giver(allocator, root, limit).Give(value, type, codePage, result);
     });
     if (FAILED(hr)) {
         result.ulPropTag = CHANGE_PROP_TYPE(value.tag, PT_ERROR);

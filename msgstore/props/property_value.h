@@ -14,6 +14,11 @@ namespace quorvane {
 // A text or binary value above this size is held out of line and isn't handed out in a list of
 // properties: GetProps answers it with MAPI_E_NOT_ENOUGH_MEMORY, and a stream carries it.
 inline constexpr std::uint64_t kListedValueLimit = 64 * 1024;
+// For values that have no stream, such as a recipient's: they are given out whole.
+inline constexpr std::uint64_t kNoValueLimit = UINT64_MAX;
+// Texts that are converted, compared or put together are taken whole up to this size, which no text of a
+// message reaches.
+inline constexpr std::uint64_t kWholeTextLimit = 256 * 1024 * 1024;
 
 // A property's tag and its value, in one form for all types, which is also the persisted one:
 //   data   single value: the little-endian bytes of a number, 2 bytes of a boolean, 8 of a FILETIME, 16
@@ -45,7 +50,7 @@ struct PropertyValue {
     // The value of a number or boolean of any width; 0 for other types.
     LONGLONG AsInteger() const noexcept;
     FILETIME AsTime() const noexcept;
-    // The text of a string, out of line as well (up to kListedValueLimit); empty for other types.
+    // The text of a string, out of line as well (up to kWholeTextLimit); empty for other types.
     // 8-bit text is taken as UTF-8; where it isn't, in the code page given, 0 standing for Windows-1252.
     OleString AsText(ULONG codePage = 0) const;
 };
@@ -65,11 +70,13 @@ struct PropertyValue {
 //         carries it. 8-bit text is given as its bytes stand and made from PT_UNICODE as UTF-8.
 // codePage  that of 8-bit text which isn't UTF-8, 0 for Windows-1252.
 // result  [out]  on failure a PT_ERROR value with the failure's code.
+// limit   the size of a single value above which it isn't given.
 //
-// S_OK; MAPI_E_UNEXPECTED_TYPE: `type` is neither; MAPI_E_NOT_ENOUGH_MEMORY: above kListedValueLimit or
-// no memory; a PT_OBJECT gives S_OK and a value of 0.
+// S_OK; MAPI_E_UNEXPECTED_TYPE: `type` is neither; MAPI_E_NOT_ENOUGH_MEMORY: above the limit or no memory; a
+// PT_OBJECT gives S_OK and a value of 0.
 [[nodiscard]] HRESULT ToSPropValue(const PropertyValue& value, ULONG type, const MapiAllocator& allocator,
-                                   void* root, SPropValue& result, ULONG codePage = 0) noexcept;
+                                   void* root, SPropValue& result, ULONG codePage = 0,
+                                   std::uint64_t limit = kListedValueLimit) noexcept;
 
 // Bytes of one value of a fixed-size type (multi-valued types as their base); 0 for all others.
 std::size_t FixedSize(ULONG type) noexcept;

@@ -6,7 +6,7 @@
 namespace quorvane {
 namespace {
 
-constexpr std::uint64_t kWholeValueLimit = 16 * 1024 * 1024;
+constexpr std::uint64_t kWholeValueLimit = kWholeTextLimit;
 constexpr ULONG kChunkSize = 64 * 1024;
 constexpr std::size_t kCountSize = 4;
 

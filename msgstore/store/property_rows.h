@@ -12,7 +12,8 @@
 
 namespace quorvane {
 
-// A bag whole, values out of line read into it. MAPI_E_NOT_ENOUGH_MEMORY: one of them exceeds 16 MB.
+// A bag whole, values out of line read into it. MAPI_E_NOT_ENOUGH_MEMORY: one of them exceeds
+// kWholeTextLimit.
 [[nodiscard]] HRESULT EncodeWhole(const PropertyBag& bag, Bytes& bytes);
 
 [[nodiscard]] HRESULT EncodeRecipients(const std::vector<PropertyBag>& recipients, Bytes& bytes);

@@ -2,46 +2,18 @@
 #include <sqlite3.h>
 
 #include "msgstore/message/message_fixture.h"
+#include "msgstore/store/stored_file.h"
 #include "msgstore/store/test_mailbox.h"
-#include "platform/cfb/stg.h"
 #include "platform/mapi/more_tags.h"
 
 namespace quorvane {
 namespace {
 
+using testing::StoredFile;
+
 constexpr DWORD kMode = STGM_READWRITE | STGM_SHARE_EXCLUSIVE;
 constexpr GUID kSet{0x00062004, 0, 0, {0xC0, 0, 0, 0, 0, 0, 0, 0x46}};
 constexpr std::size_t kLarge = 100 * 1000;  // more than a store keeps among the other properties
-
-// A compound file in memory with a message on its root.
-struct StoredFile {
-    StoredFile()
-    {
-        EXPECT_EQ(CreateILockBytesOnHGlobal(nullptr, TRUE, bytes.Put()), S_OK);
-        EXPECT_EQ(StgCreateDocfileOnILockBytes(bytes.Get(), kMode | STGM_CREATE, 0, storage.Put()), S_OK);
-        Open();
-    }
-    void Open()
-    {
-        EXPECT_EQ(
-            OpenIMsgOnIStg(nullptr, MAPIAllocateBuffer, MAPIAllocateMore, MAPIFreeBuffer,
-                           MAPIGetDefaultMalloc(), nullptr, storage.Get(), nullptr, 0, 0, message.Put()),
-            S_OK);
-    }
-    // Saves, closes all, and opens the file again.
-    void Reopen(DWORD mode = kMode)
-    {
-        ASSERT_EQ(message->SaveChanges(KEEP_OPEN_READWRITE), S_OK);
-        message.Reset();
-        storage.Reset();
-        ASSERT_EQ(StgOpenStorageOnILockBytes(bytes.Get(), nullptr, mode, nullptr, 0, storage.Put()), S_OK);
-        Open();
-    }
-
-    ComPtr<ILockBytes> bytes;
-    ComPtr<IStorage> storage;
-    ComPtr<IMessage> message;
-};
 
 // One property of each type that a message may have, from `firstId` on.
 void PutEveryType(IMAPIProp& object, ULONG firstId)

@@ -364,7 +364,8 @@ HRESULT CRowsTable::MakeRows(std::size_t first, std::size_t count, LPSRowSet* ro
     set->cRows = 0;
     for (std::size_t i = 0; i < count; ++i) {
         const BagLookup row(m_rows[m_view[first + i]]);
-        const HRESULT hr = MakeRow(row, m_columns, m_options.unicode, m_options.allocator, set->aRow[i]);
+        const HRESULT hr = MakeRow(row, m_columns, m_options.unicode, m_options.allocator, set->aRow[i],
+                                   m_options.valueLimit);
         if (FAILED(hr)) {
             for (ULONG k = 0; k < set->cRows; ++k)
                 m_options.allocator.free(set->aRow[k].lpProps);
@@ -406,7 +407,7 @@ HRESULT MakeRowsTable(std::vector<PropertyBag> rows, RowsTableOptions options, I
 }
 
 HRESULT MakeRow(const PropertyLookup& values, const std::vector<ULONG>& columns, bool unicode,
-                const MapiAllocator& allocator, SRow& row) noexcept
+                const MapiAllocator& allocator, SRow& row, std::uint64_t limit) noexcept
 {
     const std::size_t count = std::max<std::size_t>(columns.size(), 1);
     auto* const props = static_cast<LPSPropValue>(allocator.Allocate(count * sizeof(SPropValue)));
@@ -420,7 +421,8 @@ HRESULT MakeRow(const PropertyLookup& values, const std::vector<ULONG>& columns,
             const ULONG plain = columns[i] & ~static_cast<ULONG>(MV_INSTANCE);
             // A value that can't be given stands in its column as the error that it met.
             if (const PropertyValue* const value = values.Find(plain))
-                (void)ToSPropValue(*value, ColumnType(plain, *value, unicode), allocator, props, props[i]);
+                (void)ToSPropValue(*value, ColumnType(plain, *value, unicode), allocator, props, props[i], 0,
+                                   limit);
         }
         return S_OK;
     });

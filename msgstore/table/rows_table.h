@@ -30,6 +30,8 @@ struct RowsTableOptions {
     // PT_STRING8; true: as PT_UNICODE (MAPI_UNICODE of the call that made the table).
     bool unicode = false;
     MapiAllocator allocator;
+    // The size of a single value above which its column holds an error.
+    std::uint64_t valueLimit = kListedValueLimit;
     // Null: Advise gives MAPI_E_NO_SUPPORT.
     std::shared_ptr<TableAdvisor> advisor;
     // If set, asked for all rows anew when the cursor is put to the beginning, and at Restrict and
@@ -47,9 +49,11 @@ struct RowsTableOptions {
 
 // Gives one row out with the columns asked for, as every table of this store does.
 //
-// row  [out]  a chain of its own, to be freed by FreeProws; untouched on failure.
+// row    [out]  a chain of its own, to be freed by FreeProws; untouched on failure.
+// limit         the size of a single value above which its column holds an error.
 [[nodiscard]] HRESULT MakeRow(const PropertyLookup& values, const std::vector<ULONG>& columns, bool unicode,
-                              const MapiAllocator& allocator, SRow& row) noexcept;
+                              const MapiAllocator& allocator, SRow& row,
+                              std::uint64_t limit = kListedValueLimit) noexcept;
 
 }  // namespace quorvane
 
