@@ -18,9 +18,9 @@ namespace quorvane {
 
 namespace {
 
-// A class that needs nothing.
+// A class that works without a session.
 template <class Class>
-HRESULT MakeFree(REFIID riid, void** object) noexcept
+HRESULT MakeAlone(REFIID riid, void** object) noexcept
 {
     const auto made = MakeComObject<Class>();
     return made ? made->QueryInterface(riid, object) : E_OUTOFMEMORY;
@@ -35,30 +35,34 @@ HRESULT MakeDetached(REFIID riid, void** object) noexcept
     return made ? made->QueryInterface(riid, object) : E_OUTOFMEMORY;
 }
 
-constexpr OLECHAR kApartment[] = OLESTR("Apartment");
-constexpr OLECHAR kFree[] = OLESTR("Free");
+constexpr OLECHAR kApartmentThreaded[] = OLESTR("Apartment");
+constexpr OLECHAR kFreeThreaded[] = OLESTR("Free");
 
 constexpr CatalogueEntry kCatalogue[] = {
-    {&CLSID_Library, OLESTR("Library"), &IID_ILibrary, nullptr, kApartment, true, &MakeFree<CLibrary>},
-    {&CLSID_Session2, OLESTR("Session2"), &IID_ISession2, &DIID__ISession2Events, kApartment, false,
-     &MakeFree<CSession2>},
-    {&CLSID_Folders, OLESTR("Folders"), &IID_IFolders, nullptr, kApartment, false, &MakeDetached<CFolders>},
-    {&CLSID_Folder, OLESTR("Folder"), &IID_IFolder, &DIID__IFolderEvents, kFree, false,
+    {&CLSID_Library, OLESTR("Library"), &IID_ILibrary, nullptr, kApartmentThreaded, true,
+     &MakeAlone<CLibrary>},
+    {&CLSID_Session2, OLESTR("Session2"), &IID_ISession2, &DIID__ISession2Events, kApartmentThreaded, false,
+     &MakeAlone<CSession2>},
+    {&CLSID_Folders, OLESTR("Folders"), &IID_IFolders, nullptr, kApartmentThreaded, false,
+     &MakeDetached<CFolders>},
+    {&CLSID_Folder, OLESTR("Folder"), &IID_IFolder, &DIID__IFolderEvents, kFreeThreaded, false,
      &MakeDetached<CFolder>},
-    {&CLSID_Item, OLESTR("Item"), &IID_IItem, nullptr, kApartment, false, &MakeDetached<CItem>},
-    {&CLSID_StorageFiles, OLESTR("StorageFiles"), &IID_IStorageFiles, nullptr, kApartment, false,
+    {&CLSID_Item, OLESTR("Item"), &IID_IItem, nullptr, kApartmentThreaded, false, &MakeDetached<CItem>},
+    {&CLSID_StorageFiles, OLESTR("StorageFiles"), &IID_IStorageFiles, nullptr, kApartmentThreaded, false,
      &MakeDetached<CStorageFiles>},
-    {&CLSID_StorageFile, OLESTR("StorageFile"), &IID_IStorageFile, nullptr, kApartment, false,
+    {&CLSID_StorageFile, OLESTR("StorageFile"), &IID_IStorageFile, nullptr, kApartmentThreaded, false,
      &MakeDetached<CStorageFile>},
-    {&CLSID_MsgStores, OLESTR("MsgStores"), &IID_IMsgStores, &DIID__IMsgStoresEvents, kFree, false,
+    {&CLSID_MsgStores, OLESTR("MsgStores"), &IID_IMsgStores, &DIID__IMsgStoresEvents, kFreeThreaded, false,
      &MakeDetached<CMsgStores>},
-    {&CLSID_AdviseSink, OLESTR("AdviseSink"), &IID_IMyAdviseSink, nullptr, kApartment, true,
-     &MakeFree<CAdviseSink>},
-    {&CLSID_Options, OLESTR("Options"), &IID_IOptions, nullptr, kApartment, true, &MakeFree<COptions>},
-    {&CLSID_Option, OLESTR("Option"), &IID_IOption, nullptr, kApartment, true, &MakeFree<COption>},
-    {&CLSID_MDBImport, OLESTR("MDBImport"), &IID_IMDBImport, nullptr, kApartment, true,
-     &MakeFree<CMDBImport>},
-    {&CLSID_ItemsCol, OLESTR("ItemsCol"), &IID_IItemsCol, nullptr, kApartment, true, &MakeFree<CItemsCol>},
+    {&CLSID_AdviseSink, OLESTR("AdviseSink"), &IID_IMyAdviseSink, nullptr, kApartmentThreaded, true,
+     &MakeAlone<CAdviseSink>},
+    {&CLSID_Options, OLESTR("Options"), &IID_IOptions, nullptr, kApartmentThreaded, true,
+     &MakeAlone<COptions>},
+    {&CLSID_Option, OLESTR("Option"), &IID_IOption, nullptr, kApartmentThreaded, true, &MakeAlone<COption>},
+    {&CLSID_MDBImport, OLESTR("MDBImport"), &IID_IMDBImport, nullptr, kApartmentThreaded, true,
+     &MakeAlone<CMDBImport>},
+    {&CLSID_ItemsCol, OLESTR("ItemsCol"), &IID_IItemsCol, nullptr, kApartmentThreaded, true,
+     &MakeAlone<CItemsCol>},
 };
 
 // Makes objects of one class of the catalogue.

@@ -1,6 +1,9 @@
 // A logon and its end with memory that runs short at each allocation in turn.
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <thread>
+
 #include "engine/session/testing/failing_memory.h"
 #include "engine/session/testing/logon_test_base.h"
 #include "platform/com/error_text.h"
@@ -27,6 +30,19 @@ protected:
         const testing::FailingAllocation failure(number);
         work();
         return failure.HasCome();
+    }
+
+    // Whether the jobs that run leave so many rows.
+    bool ComesTo(int rows)
+    {
+        using Clock = std::chrono::steady_clock;
+        const std::string wanted = std::to_string(rows);
+        for (const auto deadline = Clock::now() + std::chrono::minutes(1); Clock::now() < deadline;) {
+            if (files.Ask("SELECT COUNT(*) FROM tblUnfinishedReceiveJob") == wanted)
+                return true;
+            std::this_thread::yield();
+        }
+        return false;
     }
 };
 
@@ -88,6 +104,35 @@ TEST_F(MemoryFaultsTest, AnEndIsAnEndWithoutMemoryToo)
         library = MakeComObject<CLibrary>();
     }
     EXPECT_GT(number, 1);
+}
+
+// The job that memory runs short for keeps its row: which one it was tells the order in which they are
+// queued.
+TEST_F(MemoryFaultsTest, UnfinishedJobsAreQueuedFromTheLastRowToTheFirst)
+{
+    std::vector<std::string> refused;
+    bool failed = true;
+    for (long number = 0; failed && !HasFailure(); ++number) {
+        ASSERT_LT(number, kTooMany);
+        files.Execute("DELETE FROM tblUnfinishedReceiveJob");
+        for (const char* name : {"first", "second", "third"})
+            files.Execute("INSERT INTO tblUnfinishedReceiveJob VALUES ('" + files.directory.File(name) +
+                          "', '" + name + "')");
+        ASSERT_EQ(Logon(), S_OK);
+        HRESULT hr = S_OK;
+        const std::string lines = testing::TracedLines(
+            [&] { failed = FailAllocation(number, [&] { hr = session->ResumeJobs(qv_rs_Both); }); });
+        if (SUCCEEDED(hr)) {
+            const bool isOneRefused = lines.find("CSession2::QueueStorageFile(") != std::string::npos;
+            EXPECT_TRUE(ComesTo(isOneRefused ? 1 : 0));
+            const std::string left = files.Ask("SELECT Tag FROM tblUnfinishedReceiveJob");
+            if (isOneRefused && (refused.empty() || refused.back() != left))
+                refused.push_back(left);
+        }
+        End();
+        library = MakeComObject<CLibrary>();
+    }
+    EXPECT_EQ(refused, (std::vector<std::string>{"third", "second", "first"}));
 }
 
 }  // namespace
