@@ -16,19 +16,20 @@ constexpr char kRedoSuffix[] = ".redo";
 constexpr char kNewSuffix[] = ".new";
 constexpr size_t kWriteBlock = 64 * 1024;
 
-// So many dead bytes are left alone, however few live.
-constexpr std::uint64_t kDeadSlack = 256 * 1024;
+// So many outdated bytes are left alone, however few count.
+constexpr std::uint64_t kOutdatedSlack = 256 * 1024;
 
 // From here on writing the whole map is cheaper than writing one record after the other.
 constexpr size_t kManyChanges = 64;
 constexpr size_t kWholeMapShare = 8;
 
-// The same for a key that stands in the file many times: so many places, and so many living bytes for each.
+// The same for a key that stands in the file many times: so many places, and so many bytes that count for
+// each.
 constexpr size_t kManyPlaces = 16;
 constexpr std::uint64_t kBytesPerPlace = 4096;
 
-// How often a record is drawn in the hope that it stands behind another.
-constexpr unsigned kDraws = 8;
+// How many records are picked in the hope that one stands behind another.
+constexpr unsigned kPicks = 8;
 
 // No file reserves more memory than a fraction of its size, whatever it says.
 constexpr std::uint64_t kSmallestUsualRecord = 64;
@@ -76,15 +77,15 @@ HashNode& HashFile::Enter(const std::string& key)
     try {
         if (!saveAll_)
             changed_.insert(&node);
-        map_.peers.Add(node);
+        map_.bySize.Add(node);
     } catch (...) {
         changed_.erase(&node);
         map_.records.erase(key);
         throw;
     }
-    if (const auto gone = gone_.find(key); gone != gone_.end()) {
-        node.second.outdated = std::move(gone->second.places);
-        gone_.erase(gone);
+    if (const auto removed = removed_.find(key); removed != removed_.end()) {
+        node.second.outdated = std::move(removed->second.places);
+        removed_.erase(removed);
     }
     return node;
 }
@@ -100,18 +101,18 @@ void HashFile::Remove(const std::string& key)
         auto places = std::make_unique<HashOffsets>(record.outdated ? *record.outdated : HashOffsets());
         if (counts)
             places->push_back(record.offset);
-        gone_.emplace(key, Gone{std::move(places), record.size});
+        removed_.emplace(key, Removed{std::move(places), record.size});
     }
-    map_.live -= record.size;
+    map_.used -= record.size;
     changed_.erase(&*found);
-    map_.peers.Take(*found);
+    map_.bySize.Remove(*found);
     map_.records.erase(found);
     NoteMany();
 }
 
 void HashFile::NoteMany() noexcept
 {
-    const size_t changes = changed_.size() + gone_.size();
+    const size_t changes = changed_.size() + removed_.size();
     if (changes <= kManyChanges || changes <= map_.records.size() / kWholeMapShare)
         return;
     saveAll_ = true;
@@ -121,7 +122,7 @@ void HashFile::NoteMany() noexcept
 void HashFile::ForgetChanges() noexcept
 {
     changed_.clear();
-    gone_.clear();
+    removed_.clear();
 }
 
 void HashFile::Contents::Place(HashNode& node, std::uint64_t offset, std::uint32_t size)
@@ -129,10 +130,10 @@ void HashFile::Contents::Place(HashNode& node, std::uint64_t offset, std::uint32
     HashRecord& record = node.second;
     if (record.offset != kNotInFile)
         record.AddOutdated(record.offset);
-    live -= record.size;
+    used -= record.size;
     record.offset = offset;
     record.size = size;
-    live += size;
+    used += size;
 }
 
 // Loading
@@ -201,7 +202,7 @@ HRESULT HashFile::ReadRecords(HashReader& reader, std::uint64_t fileSize, Conten
             contents.records.reserve(static_cast<size_t>(fileSize / std::max(size, kSmallestUsualRecord)));
         const auto [place, fresh] = contents.records.try_emplace(key);
         if (fresh)
-            contents.peers.Add(*place);
+            contents.bySize.Add(*place);
         contents.Place(*place, contents.end, static_cast<std::uint32_t>(size));
         place->second.value = value;
         contents.end = reader.Offset();
@@ -267,12 +268,12 @@ HRESULT HashFile::SaveChanges()
         HR_TRY_QUIET(CutAt(map_.end));
     HR_TRY_QUIET(AppendRecords(changed_));
     changed_.clear();
-    for (const auto& [key, gone] : gone_) {
-        HR_TRY_QUIET(Forget(key, gone));
+    for (const auto& [key, removed] : removed_) {
+        HR_TRY_QUIET(RemoveRecords(key, removed));
         if (saveAll_)
             break;
     }
-    gone_.clear();
+    removed_.clear();
     return S_OK;
 }
 
@@ -307,49 +308,50 @@ HRESULT HashFile::WriteAtEnd(const std::string& bytes) noexcept
     return S_OK;
 }
 
-// Makes every record of a key count for nothing, the one that counts last: until then the key has its value.
-// Where there is no way to, everything is to be saved.
-HRESULT HashFile::Forget(const std::string& key, const Gone& gone)
+// Removes every record of a key, the one that counts last: until then the key has its value. Where there is
+// no way to, everything is to be saved.
+HRESULT HashFile::RemoveRecords(const std::string& key, const Removed& removed)
 {
     if (map_.records.empty())
         return CutAt(0);
-    const size_t places = gone.places->size();
-    if (places > kManyPlaces && map_.live < places * kBytesPerPlace) {
+    const size_t places = removed.places->size();
+    if (places > kManyPlaces && map_.used < places * kBytesPerPlace) {
         saveAll_ = true;
         return S_OK;
     }
-    const std::uint64_t last = gone.places->back();
-    for (const std::uint64_t offset : *gone.places) {
-        const bool endsFile = offset == last && gone.size > 0 && offset + gone.size == map_.end;
-        HR_TRY_QUIET(endsFile ? CutAt(offset) : Bequeath(key, offset));
+    const std::uint64_t last = removed.places->back();
+    for (const std::uint64_t offset : *removed.places) {
+        const bool endsFile = offset == last && removed.size > 0 && offset + removed.size == map_.end;
+        HR_TRY_QUIET(endsFile ? CutAt(offset) : OverwriteKey(key, offset));
         if (saveAll_)
             return S_OK;
     }
     return S_OK;
 }
 
-HRESULT HashFile::Bequeath(const std::string& key, std::uint64_t offset)
+// Makes the record at the offset an outdated one of another key.
+HRESULT HashFile::OverwriteKey(const std::string& key, std::uint64_t offset)
 {
-    HashNode* heir = nullptr;
-    HR_TRY_QUIET(FindHeir(key, offset, heir));
-    if (!heir) {
+    HashNode* other = nullptr;
+    HR_TRY_QUIET(FindBehind(key, offset, other));
+    if (!other) {
         saveAll_ = true;
         return S_OK;
     }
-    heir->second.AddOutdated(offset);
-    return redo_.Overwrite(file_, offset + kHashLengthSize, CharactersOf(key), CharactersOf(heir->first));
+    other->second.AddOutdated(offset);
+    return redo_.Overwrite(file_, offset + kHashLengthSize, CharactersOf(key), CharactersOf(other->first));
 }
 
 // A record behind the offset whose key is as long: one that stands there, or a copy that is put there. Null
 // if no other key is as long.
-HRESULT HashFile::FindHeir(const std::string& key, std::uint64_t offset, HashNode*& heir)
+HRESULT HashFile::FindBehind(const std::string& key, std::uint64_t offset, HashNode*& other)
 {
-    for (unsigned i = 0; i < kDraws; ++i) {
-        heir = map_.peers.Draw(key);
-        if (!heir || heir->second.offset > offset)
+    for (unsigned i = 0; i < kPicks; ++i) {
+        other = map_.bySize.PickAny(key);
+        if (!other || other->second.offset > offset)
             return S_OK;
     }
-    return AppendRecords(std::array<HashNode*, 1>{heir});
+    return AppendRecords(std::array<HashNode*, 1>{other});
 }
 
 HRESULT HashFile::CutAt(std::uint64_t offset) noexcept
@@ -362,14 +364,14 @@ HRESULT HashFile::CutAt(std::uint64_t offset) noexcept
 
 void HashFile::Compact()
 {
-    const std::uint64_t dead = map_.end - map_.live;
-    if (dead <= map_.live + kDeadSlack || dead <= compactAt_)
+    const std::uint64_t outdated = map_.end - map_.used;
+    if (outdated <= map_.used + kOutdatedSlack || outdated <= compactAt_)
         return;
     bool mayWriteInPlace = false;
     if (SUCCEEDED(ReplaceFile(mayWriteInPlace)))
         AdoptPlaces();
     else
-        compactAt_ = 2 * dead;
+        compactAt_ = 2 * outdated;
 }
 
 // Saving everything
@@ -454,7 +456,7 @@ void HashFile::AdoptPlaces() noexcept
         record.size = static_cast<std::uint32_t>(RecordSize(key, record.value));
         map_.end += record.size;
     }
-    map_.live = map_.end;
+    map_.used = map_.end;
     ForgetChanges();
     saveAll_ = false;
     tailDamaged_ = false;

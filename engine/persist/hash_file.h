@@ -1,10 +1,10 @@
 // persist/hash_file.h: a map of texts, and the file that mirrors it record by record.
 //
-// A new or changed record is appended: a later record of a key replaces an earlier one. A record that goes is
-// given the key of another that stands behind it, of the same size, which replaces it at once. So a reader
-// needs to know nothing of dead records; no more than the characters of one key is ever overwritten, and no
-// size; and a change costs a few small writes, however large the map. Where the dead outgrow the living the
-// file is written anew.
+// A new or changed record is appended: a later record of a key replaces an earlier one. To remove a record,
+// its key is overwritten with another key of the same size whose own record stands further behind, so that
+// the record is an outdated one of that key. So a reader needs to know nothing of removed records; no more
+// than the characters of one key is ever overwritten, and no size; and a change costs a few small writes,
+// however large the map. Where outdated records outgrow those that count, the file is written anew.
 #ifndef QUORVANE_ENGINE_PERSIST_HASH_FILE_H_
 #define QUORVANE_ENGINE_PERSIST_HASH_FILE_H_
 
@@ -57,17 +57,17 @@ private:
     // What the file holds.
     struct Contents {
         HashRecords records;
-        HashPeers peers;
+        RecordsBySize bySize;
         std::uint64_t end = 0;   // behind the last whole record
-        std::uint64_t live = 0;  // bytes of the records that count
+        std::uint64_t used = 0;  // bytes of the records that count
 
         // A record's place in the file; a former one becomes outdated. Throws std::bad_alloc.
         void Place(HashNode& node, std::uint64_t offset, std::uint32_t size);
     };
 
     // A key that is in the file and no longer in the map.
-    struct Gone {
-        std::unique_ptr<HashOffsets> places;  // the one that counts is the last
+    struct Removed {
+        std::unique_ptr<HashOffsets> places;  // of its records; the one that counts is the last
         std::uint32_t size = 0;               // of that one; 0 if it isn't known
     };
 
@@ -84,9 +84,9 @@ private:
     template <class Nodes>
     HRESULT AppendRecords(const Nodes& nodes);
     HRESULT WriteAtEnd(const std::string& bytes) noexcept;
-    HRESULT Forget(const std::string& key, const Gone& gone);
-    HRESULT Bequeath(const std::string& key, std::uint64_t offset);
-    HRESULT FindHeir(const std::string& key, std::uint64_t offset, HashNode*& heir);
+    HRESULT RemoveRecords(const std::string& key, const Removed& removed);
+    HRESULT OverwriteKey(const std::string& key, std::uint64_t offset);
+    HRESULT FindBehind(const std::string& key, std::uint64_t offset, HashNode*& other);
     HRESULT CutAt(std::uint64_t offset) noexcept;
     void Compact();
 
@@ -104,11 +104,11 @@ private:
     FileStamp stamp_;  // of the file as it was left here
     Contents map_;
     std::unordered_set<HashNode*> changed_;
-    std::unordered_map<std::string, Gone> gone_;
+    std::unordered_map<std::string, Removed> removed_;
     bool loaded_ = false;          // the map has seen what the file held
     bool tailDamaged_ = false;     // there are bytes behind the last whole record
     bool saveAll_ = false;         // the places can't be trusted, or there are too many changes
-    std::uint64_t compactAt_ = 0;  // dead bytes that the last failed compaction met
+    std::uint64_t compactAt_ = 0;  // outdated bytes that the last failed compaction met
 };
 
 }  // namespace quorvane

@@ -4,27 +4,27 @@
 
 namespace quorvane {
 
-void HashPeers::Add(HashNode& node)
+void RecordsBySize::Add(HashNode& node)
 {
-    std::vector<HashNode*>& peers = bySize_[HashStringBytes(node.first)];
-    peers.push_back(&node);
-    node.second.peer = static_cast<std::uint32_t>(peers.size() - 1);
+    std::vector<HashNode*>& same = bySize_[HashStringBytes(node.first)];
+    same.push_back(&node);
+    node.second.place = static_cast<std::uint32_t>(same.size() - 1);
 }
 
-void HashPeers::Take(HashNode& node) noexcept
+void RecordsBySize::Remove(HashNode& node) noexcept
 {
     const auto found = bySize_.find(HashStringBytes(node.first));
     if (found == bySize_.end())
         return;
-    std::vector<HashNode*>& peers = found->second;
-    peers[node.second.peer] = peers.back();
-    peers[node.second.peer]->second.peer = node.second.peer;
-    peers.pop_back();
-    if (peers.empty())
+    std::vector<HashNode*>& same = found->second;
+    same[node.second.place] = same.back();
+    same[node.second.place]->second.place = node.second.place;
+    same.pop_back();
+    if (same.empty())
         bySize_.erase(found);
 }
 
-HashNode* HashPeers::Draw(const std::string& key) noexcept
+HashNode* RecordsBySize::PickAny(const std::string& key) noexcept
 {
     const auto found = bySize_.find(HashStringBytes(key));
     if (found == bySize_.end() || found->second.empty())

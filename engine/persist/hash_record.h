@@ -19,15 +19,15 @@ struct HashRecord {
     std::string value;                      // packed
     std::uint64_t offset = kNotInFile;      // of the record in the file that counts, the last with its key
     std::uint32_t size = 0;                 // of that record
-    std::uint32_t peer = 0;                 // its place among its peers
+    std::uint32_t place = 0;                // in the list of its size, in RecordsBySize
     std::unique_ptr<HashOffsets> outdated;  // of records in front of it that carry its key; null for none
 
     // Throws std::bad_alloc.
-    void AddOutdated(std::uint64_t place)
+    void AddOutdated(std::uint64_t former)
     {
         if (!outdated)
             outdated = std::make_unique<HashOffsets>();
-        outdated->push_back(place);
+        outdated->push_back(former);
     }
 };
 
@@ -36,13 +36,13 @@ using HashRecords = std::unordered_map<std::string, HashRecord>;
 using HashNode = HashRecords::value_type;
 
 // The records by the size of their keys.
-class HashPeers {
+class RecordsBySize {
 public:
     // Throws std::bad_alloc; nothing has changed then.
     void Add(HashNode& node);
-    void Take(HashNode& node) noexcept;
+    void Remove(HashNode& node) noexcept;
     // Any record whose key has as many bytes in the file as `key`, each as likely; null where there is none.
-    HashNode* Draw(const std::string& key) noexcept;
+    HashNode* PickAny(const std::string& key) noexcept;
 
 private:
     std::unordered_map<std::uint64_t, std::vector<HashNode*>> bySize_;
