@@ -14,7 +14,7 @@ namespace {
 
 using testing::StoredFile;
 
-constexpr std::uint32_t kMessages = 120;
+constexpr std::uint32_t kMessages = 40;
 
 // Sizes in bytes at which a value's place changes: short streams, values in line, listed values, spools.
 constexpr std::uint32_t kTurns[] = {64, 255, 4096, 8192, 32 * 1024, 64 * 1024, 256 * 1024, 1024 * 1024};

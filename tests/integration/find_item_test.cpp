@@ -110,6 +110,9 @@ TEST_F(FindItemTest, AnItemWhoseMessageIsGoneHasAnEmptyFolder)
 
     EXPECT_EQ(Find(Of("{gone}"), nothing), S_OK);
     EXPECT_EQ(FoundEntryId(), entryId);
+    Bstr storeId;
+    EXPECT_EQ(item->get_StoreID(storeId.Put()), S_OK);
+    EXPECT_EQ(Utf8(storeId), shared.StoreId());
     EXPECT_EQ(FolderIdOf(item.Get()), (CarriedFolder{sizeof(OLECHAR), ""}));
 }
 
@@ -117,7 +120,9 @@ TEST_F(FindItemTest, TheEntryIdDecidesWhereBothAreGiven)
 {
     Import("{a}", "AAAA");
     Import("{b}", "BBBB");
+    const std::string longest(49, 'x');
     const std::string tooLong(50, 'x');
+    Import(longest, "DDDD");
     const struct {
         std::optional<std::string> id;
         std::optional<std::string> entryId;
@@ -126,6 +131,7 @@ TEST_F(FindItemTest, TheEntryIdDecidesWhereBothAreGiven)
     } cases[] = {
         {"{a}", {}, S_OK, "{a}"},
         {{}, "BBBB", S_OK, "{b}"},
+        {longest, {}, S_OK, longest.c_str()},
         {"{a}", "AAAA", S_OK, "{a}"},
         {"{a}", "BBBB", S_OK, "{b}"},
         {"{?}", "BBBB", S_OK, "{b}"},

@@ -178,25 +178,6 @@ TEST_F(SessionTest, CollectionsAreMadeOnce)
     EXPECT_EQ(logon.Options(), logon.Options());
 }
 
-TEST_F(SessionTest, TheOptionsAreTwoInTheOrderOfTheirNames)
-{
-    LONG count = 0;
-    EXPECT_EQ(logon.Options()->get_Count(&count), S_OK);
-    EXPECT_EQ(count, 2);
-    Variant item;
-    ASSERT_EQ(logon.Options()->get_Item(Variant::Long(1).Raw(), item.Put()), S_OK);
-    ComPtr<IOption> option;
-    ASSERT_EQ(QueryFor(item.Raw().pdispVal, option), S_OK);
-    Bstr name;
-    Variant value;
-    EXPECT_EQ(option->get_Name(name.Put()), S_OK);
-    EXPECT_EQ(option->get_Value(value.Put()), S_OK);
-
-    EXPECT_EQ(name.View(), OLESTR("IgnoreModificationTimeChanges"));
-    EXPECT_TRUE(value.Is(VT_BOOL));
-    EXPECT_EQ(value.Raw().boolVal, VARIANT_TRUE);
-}
-
 TEST_F(SessionTest, ErrorInfoIsOfferedForTheSessionsInterfaceAlone)
 {
     ComPtr<ISupportErrorInfo> support;
@@ -223,68 +204,6 @@ TEST_F(SessionTest, ItsSinkOnlyWritesALine)
 
     EXPECT_EQ(sink->OnNotify(0, nullptr), 0u);
     EXPECT_NE(mailbox.Log().find(") CSession2::OnNotify"), std::string::npos);
-}
-
-TEST_F(SessionTest, AnImportedItemIsFoundByEitherIdentifier)
-{
-    ASSERT_EQ(session.ImportItem(Text("{id}").Get(), Text("AB").Get(), Text("CD").Get()), S_OK);
-    ComPtr<IItem> byId;
-    ComPtr<IItem> byEntryId;
-    const Variant nothing = Variant::Missing();
-    EXPECT_EQ(
-        session.GetItemFromID(Variant::Text(OLESTR("{id}")).Raw(), nothing.Raw(), nothing.Raw(), byId.Put()),
-        S_OK);
-    EXPECT_EQ(session.GetItemFromID(nothing.Raw(), Variant::Text(OLESTR("AB")).Raw(), nothing.Raw(),
-                                    byEntryId.Put()),
-              S_OK);
-    Bstr entryId;
-    Bstr storeId;
-    Bstr id;
-    EXPECT_EQ(byId->get_EntryID(entryId.Put()), S_OK);
-    EXPECT_EQ(byId->get_StoreID(storeId.Put()), S_OK);
-    EXPECT_EQ(byEntryId->get_ID(id.Put()), S_OK);
-
-    EXPECT_EQ(entryId.View(), OLESTR("AB"));
-    EXPECT_EQ(storeId.View(), OLESTR("CD"));
-    EXPECT_EQ(id.View(), OLESTR("{id}"));
-}
-
-TEST_F(SessionTest, WhenBothIdentifiersAreGivenTheEntryIdDecides)
-{
-    ASSERT_EQ(session.ImportItem(Text("{id}").Get(), Text("AB").Get(), Text("CD").Get()), S_OK);
-    const Variant nothing = Variant::Missing();
-    ComPtr<IItem> item;
-
-    EXPECT_EQ(session.GetItemFromID(Variant::Text(OLESTR("{id}")).Raw(), Variant::Text(OLESTR("FF")).Raw(),
-                                    nothing.Raw(), item.Put()),
-              DISP_E_MEMBERNOTFOUND);
-    EXPECT_EQ(session.GetItemFromID(Variant::Text(OLESTR("other")).Raw(), Variant::Text(OLESTR("AB")).Raw(),
-                                    nothing.Raw(), item.Put()),
-              S_OK);
-}
-
-TEST_F(SessionTest, WithoutATextNoItemIsAskedFor)
-{
-    const Variant nothing = Variant::Missing();
-    ComPtr<IItem> item;
-
-    EXPECT_EQ(session.GetItemFromID(nothing.Raw(), Variant::Long(1).Raw(), nothing.Raw(), item.Put()),
-              E_INVALIDARG);
-    EXPECT_FALSE(item);
-}
-
-TEST_F(SessionTest, AnIdOfFiftyCharactersIsUnknown)
-{
-    const Variant nothing = Variant::Missing();
-    const OleString longest(49, u'x');
-    ASSERT_EQ(session.ImportItem(Bstr(longest).Get(), Text("AB").Get(), Text("CD").Get()), S_OK);
-    ComPtr<IItem> item;
-
-    EXPECT_EQ(session.GetItemFromID(Variant::Text(longest).Raw(), nothing.Raw(), nothing.Raw(), item.Put()),
-              S_OK);
-    EXPECT_EQ(session.GetItemFromID(Variant::Text(longest + OLESTR("x")).Raw(), nothing.Raw(), nothing.Raw(),
-                                    item.Put()),
-              DISP_E_MEMBERNOTFOUND);
 }
 
 TEST_F(SessionTest, AnIdThatIsTooLongIsNotImported)

@@ -42,6 +42,9 @@ TEST_F(SessionLifeTest, TheSessionsOptionsAreReachedByNumberAndByName)
 {
     EXPECT_EQ(NameAt(1), "IgnoreModificationTimeChanges");
     EXPECT_EQ(NameAt(2), "NoListeners");
+    LONG count = 0;
+    EXPECT_EQ(logon->Options()->get_Count(&count), S_OK);
+    EXPECT_EQ(count, 2);
 
     EXPECT_TRUE(ValueOf(OLESTR("IgnoreModificationTimeChanges")).Is(VT_BOOL));
     EXPECT_EQ(ValueOf(OLESTR("IgnoreModificationTimeChanges")).Raw().boolVal, VARIANT_TRUE);
