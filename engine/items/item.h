@@ -190,23 +190,21 @@ private:
     HRESULT CopyMessageTo(LPMSGSESS session, IStorage& data) noexcept;
     HRESULT OpenStreamedMessage(std::span<const BYTE> image) noexcept;
 
-    // Steps of Submit: applying a received item, and the host's own way.
+    // Steps of Submit: applying an item that was received, and the host's own way.
+    template <class OpenFolder, class Replace, class Remove>
+    HRESULT Apply(IMsgStore& store, OpenFolder openFolder, Replace replace, Remove remove) noexcept;
     HRESULT CheckRow() const noexcept;
     HRESULT ParentEntryId(Bstr& entryId) noexcept;
-    HRESULT CreateReceived(IMsgStore& store, CMapiObjectsCache& cache, ComPtr<IMessage>& local) noexcept;
     HRESULT ReplaceReceived(IMessage& local, DatabaseSession& session) noexcept;
     HRESULT WriteReceived(IMessage& local, DatabaseSession& session) noexcept;
-    HRESULT DeleteReceived(IMsgStore& store, IMessage& local, DatabaseSession& session) noexcept;
+    HRESULT ReplaceLocal(IMessage& local) noexcept;
+    HRESULT WriteLocal(IMessage& local, bool& leaveReset) noexcept;
+    HRESULT ChooseReadFlag(ULONG& readFlag, bool& optionsMissing) noexcept;
     HRESULT DeleteWithRow(DatabaseSession& session, LocalMessageId& id, IMAPIFolder& folder) noexcept;
     HRESULT RewriteRow(DatabaseSession& session) noexcept;
     HRESULT RewriteRow() noexcept;
     HRESULT Postprocess() noexcept;
     HRESULT PostprocessThreadProc(BSTR entryId, BSTR storeId) noexcept;
-    HRESULT CreateLocal(IMsgStore& store, ComPtr<IMessage>& local) noexcept;
-    HRESULT ReplaceLocal(IMessage& local) noexcept;
-    HRESULT WriteLocal(IMessage& local, bool& leaveReset) noexcept;
-    HRESULT ChooseReadFlag(ULONG& readFlag, bool& optionsMissing) noexcept;
-    HRESULT DeleteLocal(IMsgStore& store, IMessage& local) noexcept;
 
     ComPtr<ILockBytes> m_pMessageLockBytes;  // the memory behind a detached message
     ComPtr<IStorage> m_pMessageStorage;      // the compound file in it

@@ -1,4 +1,5 @@
-// Applying a received item to the store.
+// Applying an item to the store.
+#include "engine/items/arguments.h"
 #include "engine/items/entry.h"
 #include "engine/items/exclusions.h"
 #include "engine/items/item.h"
@@ -9,6 +10,7 @@
 #include "engine/persist/hash_db.h"
 #include "engine/persist/statements.h"
 #include "engine/session/context/addin.h"
+#include "engine/session/options/options.h"
 #include "engine/storeaccess/objects_cache.h"
 
 namespace quorvane {
@@ -43,6 +45,37 @@ private:
 
 }  // namespace
 
+// Applying an item, received or by the host: finds its message, and makes, replaces or deletes it.
+//
+// openFolder  HRESULT(BSTR entryId, ComPtr<IMAPIFolder>&): the folder that a new message is made in.
+// replace     HRESULT(IMessage& local).
+// remove      HRESULT(LocalMessageId&, IMAPIFolder&): deletes a message of a folder, with what is kept of it.
+template <class OpenFolder, class Replace, class Remove>
+HRESULT CItem::Apply(IMsgStore& store, OpenFolder openFolder, Replace replace, Remove remove) noexcept
+{
+    const Traced traced{"CItem::Submit"};
+    ComPtr<IMessage> local;
+    const HRESULT found = FindLocalMessage(store, m_bstrEntryID.Get(), local);
+    if (!m_pMessage && !local)
+        return found;
+    Bstr parent;
+    ComPtr<IMAPIFolder> folder;
+    if (!m_pMessage) {
+        LocalMessageId id;
+        HR_TRY(traced, id.Read(*local));
+        HR_TRY(traced, ParentEntryId(parent));
+        HR_TRY(traced, OpenEntryById(store, parent.Get(), MAPI_MODIFY, folder));
+        return traced(remove(id, *folder));
+    }
+    HR_TRY(traced, CheckRow());
+    if (!local) {
+        HR_TRY(traced, ParentEntryId(parent));
+        HR_TRY(traced, openFolder(parent.Get(), folder));
+        HR_TRY(traced, folder ? CreateLocalMessage(*folder, local) : E_FAIL);
+    }
+    return traced(replace(*local));
+}
+
 HRESULT CItem::Submit(DatabaseSession& session, CMapiObjectsCache& cache) noexcept
 {
     const Traced traced{"CItem::Submit"};
@@ -51,18 +84,39 @@ HRESULT CItem::Submit(DatabaseSession& session, CMapiObjectsCache& cache) noexce
         HR_TRY(traced, cache.OpenStore(m_bstrStoreID.Get(), store.Put()));
     if (!store)
         return E_INVALIDARG;
+    return Apply(
+        *store,
+        [&](BSTR id, ComPtr<IMAPIFolder>& folder) { return cache.OpenFolder(id, store.Get(), folder.Put()); },
+        [&](IMessage& local) { return ReplaceReceived(local, session); },
+        [&](LocalMessageId& id, IMAPIFolder& folder) {
+            ForgottenHash hash(m_pSession->HashStores(), m_bstrFolderID, m_bstrEntryID);
+            const HRESULT hr = DeleteWithRow(session, id, folder);
+            if (FAILED(hr))
+                hash.PutBack();
+            return hr;
+        });
+}
 
-    ComPtr<IMessage> local;
-    const HRESULT found = FindLocalMessage(*store, m_bstrEntryID.Get(), local);
-    if (m_pMessage)
-        HR_TRY(traced, CheckRow());
-    if (!local && m_pMessage)
-        HR_TRY(traced, CreateReceived(*store, cache, local));
-    if (local && m_pMessage)
-        return traced(ReplaceReceived(*local, session));
-    if (local)
-        return traced(DeleteReceived(*store, *local, session));
-    return found;
+// The host's own way: no lock, no hash, no exclusions, no word to the host.
+HRESULT CItem::Submit()
+{
+    const Traced traced{"CItem::Submit"};
+    BinaryId storeId;
+    if (m_bstrStoreID.IsEmpty() || FAILED(EntryIdFromHex(m_bstrStoreID.Get(), storeId)))
+        return traced(E_INVALIDARG);
+    ComPtr<IMsgStore> store;
+    HR_TRY(traced, OpenStoreById(*m_pSession, m_bstrStoreID.Get(), MDB_NO_MAIL | MDB_WRITE, store));
+    return Apply(
+        *store,
+        [&](BSTR id, ComPtr<IMAPIFolder>& folder) { return OpenEntryById(*store, id, MAPI_MODIFY, folder); },
+        [&](IMessage& local) { return ReplaceLocal(local); },
+        [&](LocalMessageId& id, IMAPIFolder& folder) {
+            DatabaseSession session;
+            if (SUCCEEDED(m_pSession->Database().OpenSession(session)))
+                return DeleteWithRow(session, id, folder);
+            HR_IGNORE(DBDelete(), "the deletion of the message decides");
+            return id.DeleteFrom(folder);
+        });
 }
 
 // A message whose row can't be written would be another one at each delivery.
@@ -77,15 +131,6 @@ HRESULT CItem::ParentEntryId(Bstr& entryId) noexcept
     ComPtr<IFolder> folder;
     HR_TRY_QUIET(get_Folder(folder.Put()));
     return folder->get_EntryID(entryId.Put());
-}
-
-HRESULT CItem::CreateReceived(IMsgStore& store, CMapiObjectsCache& cache, ComPtr<IMessage>& local) noexcept
-{
-    Bstr parent;
-    HR_TRY_QUIET(ParentEntryId(parent));
-    ComPtr<IMAPIFolder> folder;
-    HR_TRY_QUIET(cache.OpenFolder(parent.Get(), &store, folder.Put()));
-    return folder ? CreateLocalMessage(*folder, local) : E_FAIL;
 }
 
 HRESULT CItem::ReplaceReceived(IMessage& local, DatabaseSession& session) noexcept
@@ -118,19 +163,51 @@ HRESULT CItem::WriteReceived(IMessage& local, DatabaseSession& session) noexcept
     return RewriteRow(session);
 }
 
-HRESULT CItem::DeleteReceived(IMsgStore& store, IMessage& local, DatabaseSession& session) noexcept
+// A folder without options leaves "ItemSubmitEvent" reset: that is this form's way, and what waits for the
+// event waits for the next item.
+HRESULT CItem::ReplaceLocal(IMessage& local) noexcept
 {
-    LocalMessageId id;
-    HR_TRY_QUIET(id.Read(local));
-    Bstr parent;
-    HR_TRY_QUIET(ParentEntryId(parent));
-    ComPtr<IMAPIFolder> folder;
-    HR_TRY_QUIET(OpenEntryById(store, parent.Get(), MAPI_MODIFY, folder));
-    ForgottenHash hash(m_pSession->HashStores(), m_bstrFolderID, m_bstrEntryID);
-    const HRESULT hr = DeleteWithRow(session, id, *folder);
-    if (FAILED(hr))
-        hash.PutBack();
+    m_pSession->ItemSubmitEvent().Reset();
+    bool leaveReset = false;
+    const HRESULT hr = WriteLocal(local, leaveReset);
+    if (!leaveReset)
+        m_pSession->ItemSubmitEvent().Set();
     return hr;
+}
+
+HRESULT CItem::WriteLocal(IMessage& local, bool& leaveReset) noexcept
+{
+    const Traced traced{"CItem::Submit"};
+    HR_IGNORE(traced(DeleteAllProperties(traced, local)), "what is left is overwritten");
+    HR_TRY_QUIET(DeleteAtachments(&local));
+    HR_TRY_QUIET(DeleteRecipients(&local));
+    HR_TRY_QUIET(ClearMessageExtras(&local));
+    HR_TRY_QUIET(
+        m_pMessage->CopyTo(0, nullptr, nullptr, 0, nullptr, &IID_IMAPIProp, &local, MAPI_DIALOG, nullptr));
+    ULONG readFlag = CLEAR_READ_FLAG;
+    HR_TRY_QUIET(ChooseReadFlag(readFlag, leaveReset));
+    HR_TRY_QUIET(local.SetReadFlag(readFlag));
+    HR_TRY_QUIET(local.SaveChanges(KEEP_OPEN_READONLY));
+    m_pMessage.Reset();
+    HR_TRY_QUIET(put_Raw(&local));
+    return RewriteRow();
+}
+
+// Unread, unless the folder keeps the item's own read state.
+HRESULT CItem::ChooseReadFlag(ULONG& readFlag, bool& optionsMissing) noexcept
+{
+    const Traced traced{"CItem::Submit"};
+    ComPtr<IFolder> folder;
+    HR_TRY_QUIET(get_Folder(folder.Put()));
+    ComPtr<IOptions> options;
+    if (const HRESULT hr = folder->get_Options(options.Put()); FAILED(hr)) {
+        optionsMissing = true;
+        return hr;
+    }
+    bool update = true;
+    HR_IGNORE(traced(ReadBooleanOption(options.Get(), kUpdateReadStatus, update)), "true is the default");
+    readFlag = update && !m_bUnRead ? 0 : CLEAR_READ_FLAG;
+    return S_OK;
 }
 
 // A message that can't be deleted keeps its row, so that it remains the item that it is.
