@@ -339,8 +339,8 @@ TEST_F(StorageFilesTest, AFolderIsSentToItsEntryIdWhereNobodyIsNamed)
     // There is no such folder to listen to; its identifier stays.
     EXPECT_LT(folder->put_EntryID(Bstr(OLESTR("00AB")).Get()), 0);
 
-    ASSERT_EQ(folder->Send(NoArgument()), S_OK);
-    ASSERT_EQ(folder->Send(NoArgument()), S_OK);
+    ASSERT_EQ(folder->Send(Variant::Missing().Raw()), S_OK);
+    ASSERT_EQ(folder->Send(Variant::Missing().Raw()), S_OK);
 
     EXPECT_EQ(Count(), 1);
     const ComPtr<IStorageFile> file = Item(TextArgument(Bstr(OLESTR("00AB")).Get()));

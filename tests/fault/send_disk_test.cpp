@@ -142,6 +142,9 @@ protected:
         }
     }
 
+    // Where the disk stays broken, an element whose very last change failed can't be taken back: it is whole.
+    bool MayHaveArrived() const { return GetParam().kind == DiskTrouble::kBroken; }
+
     // What remains of an item whose sending failed is nothing; on a disk that stays broken it may be an
     // element that no reader takes.
     void ExpectNoElement(const OLECHAR* part)
@@ -164,7 +167,9 @@ TEST_P(SendDiskTest, AChangeArrivesWholeOrNotAtAll)
                    [this] {
                        ExpectNoElement(kItemsName);
                        Receive();
-                       ExpectOnly(kOldMail);
+                       ExpectOnly(MayHaveArrived() && Mails().size() == 1 && Is(Mails()[0], kNewMail)
+                                      ? kNewMail
+                                      : kOldMail);
                    },
                    [this] { ExpectOnly(kNewMail); });
 }
@@ -174,7 +179,10 @@ TEST_P(SendDiskTest, ANewItemArrivesWholeOrNotAtAll)
     FailEverywhere([this] { Begin(false); }, [this] { return SendMail(kNewMail); },
                    [this] {
                        Receive();
-                       ExpectNothing();
+                       if (MayHaveArrived() && !Mails().empty())
+                           ExpectOnly(kNewMail);
+                       else
+                           ExpectNothing();
                    },
                    [this] { ExpectOnly(kNewMail); });
 }
@@ -191,7 +199,8 @@ TEST_P(SendDiskTest, AChangeOfWhatIsInThePackageAlreadyArrivesWholeOrNotAtAll)
             Receive();
             const std::vector<Bstr> mails = Mails();
             ASSERT_EQ(mails.size(), 1u);
-            EXPECT_TRUE(Is(mails[0], kOldMail) || Is(mails[0], kOtherMail));
+            EXPECT_TRUE(Is(mails[0], kOldMail) || Is(mails[0], kOtherMail) ||
+                        (MayHaveArrived() && Is(mails[0], kNewMail)));
         },
         [this] { ExpectOnly(kNewMail); });
 }
@@ -202,7 +211,10 @@ TEST_P(SendDiskTest, ADeletionArrivesOrTheItemStays)
                    [this] {
                        ExpectNoElement(kItemsName);
                        Receive();
-                       ExpectOnly(kOldMail);
+                       if (MayHaveArrived() && Mails().empty())
+                           ExpectNothing();
+                       else
+                           ExpectOnly(kOldMail);
                    },
                    [this] { ExpectNothing(); });
 }
@@ -229,7 +241,8 @@ TEST_P(SendDiskTest, AFolderIsAnnouncedOnceOrNotAtAll)
         [&] {
             ExpectNoElement(kFoldersName);
             Receive();
-            EXPECT_EQ(heard, 0u);
+            EXPECT_LE(heard, MayHaveArrived() ? 1u : 0u);
+            heard = 0;
         },
         [&] { EXPECT_EQ(heard, 1u); });
 }
