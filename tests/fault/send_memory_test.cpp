@@ -63,12 +63,6 @@ protected:
         if (isNew)
             Prepare(true);
     }
-    bool IsNew()
-    {
-        const std::vector<Bstr> mails = Mails();
-        return mails.size() == 1 && Is(mails[0], kNewMail);
-    }
-
     const test::TestDirectory packages;
     const Bstr recipients{OLESTR("us")};
     ComPtr<CStorageFiles> files = MakeComObject<CStorageFiles>(&session);
@@ -91,28 +85,6 @@ TEST_F(SendMemoryTest, AnItemThatMemoryRunsShortForArrivesWholeOrNotAtAll)
             EXPECT_EQ(hr, S_OK);
             EXPECT_EQ(undone, 0u);
             EXPECT_GT(number, 100);
-        }
-    }
-}
-
-TEST_F(SendMemoryTest, AnItemThatIsAppliedWithoutMemoryIsTheOldOneOrTheNewOne)
-{
-    bool failed = true;
-    for (long number = 0; failed && !HasFailure(); ++number) {
-        SCOPED_TRACE("allocation " + std::to_string(number));
-        ASSERT_LT(number, kTooMany);
-        const ComPtr<CItem> item = Arrived(true);
-        HRESULT hr = E_FAIL;
-        failed = FailAllocation(number, [&] { hr = Submit(*item); });
-        ExpectFree();
-        if (FAILED(hr)) {
-            EXPECT_TRUE(IsNew() || Is(Mails().at(0), kOldMail));
-            EXPECT_EQ(Mails().size(), 1u);
-            EXPECT_EQ(Submit(*Arrived(true)), S_OK);
-        }
-        ExpectOldOrNew(true);
-        if (!failed) {
-            EXPECT_EQ(hr, S_OK);
         }
     }
 }
