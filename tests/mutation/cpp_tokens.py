@@ -33,9 +33,11 @@ class Source:
         self.closing = {}
         self._pair_brackets()
 
-    def line(self, number):
-        """The line, from 1, in which a token begins."""
-        return bisect.bisect_right(self._lines, self.tokens[number].start)
+    def place(self, number):
+        """The line and the column, from 1, in which a token begins."""
+        start = self.tokens[number].start
+        line = bisect.bisect_right(self._lines, start)
+        return line, start - self._lines[line - 1] + 1
 
     def word(self, number):
         return self.tokens[number].text if 0 <= number < len(self.tokens) else ""
@@ -71,10 +73,10 @@ class Source:
                 open_.append(number)
             elif token.text in _CLOSERS.values():
                 if not open_ or _CLOSERS[self.word(open_[-1])] != token.text:
-                    raise ValueError(f"unpaired bracket in line {self.line(number)}")
+                    raise ValueError(f"unpaired bracket in line {self.place(number)[0]}")
                 self.closing[open_.pop()] = number
         if open_:
-            raise ValueError(f"unpaired bracket in line {self.line(open_[-1])}")
+            raise ValueError(f"unpaired bracket in line {self.place(open_[-1])[0]}")
 
     def _opens_block(self, brace):
         before = self.word(brace - 1)

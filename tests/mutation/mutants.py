@@ -8,7 +8,7 @@ import re
 from cpp_tokens import Source
 
 # Stands for the text between two offsets of a file: `text` is what the mutant has there.
-Mutant = collections.namedtuple("Mutant", "path line kind start end text old")
+Mutant = collections.namedtuple("Mutant", "path line column kind start end text old")
 
 KINDS = {
     "drop": "a statement is left out",
@@ -52,7 +52,7 @@ def _short(text):
 def describe(mutant):
     """One line: where the mutant is, and what it changes."""
     change = f"{_short(mutant.old)}  ->  {_short(mutant.text)}" if mutant.text else _short(mutant.old)
-    return f"{mutant.path}:{mutant.line}: {mutant.kind}: {change}"
+    return f"{mutant.path}:{mutant.line}:{mutant.column}: {mutant.kind}: {change}"
 
 
 def apply(text, mutant):
@@ -97,8 +97,8 @@ class _Finder:
     def _add(self, kind, first, last, text):
         old = self.source.span(first, last)
         tokens = self.source.tokens
-        self.found.append(Mutant(self.path, self.source.line(first), kind, tokens[first].start, tokens[last].end,
-                                 text, old))
+        line, column = self.source.place(first)
+        self.found.append(Mutant(self.path, line, column, kind, tokens[first].start, tokens[last].end, text, old))
 
     # Statements. Each of these takes the number of a token and gives that behind the statement.
 

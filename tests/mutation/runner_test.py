@@ -93,7 +93,8 @@ class FindTest(unittest.TestCase):
             self.assertEqual(broken[:mutant.start], SOURCE[:mutant.start])
             self.assertEqual(broken[mutant.start + len(mutant.text):], SOURCE[mutant.end:])
             self.assertNotEqual(broken, SOURCE)
-            self.assertEqual(SOURCE[:mutant.start].count("\n") + 1, mutant.line)
+            self.assertEqual(SOURCE.splitlines()[mutant.line - 1][mutant.column - 1:].split("\n")[0],
+                             SOURCE[mutant.start:].split("\n")[0])
 
 
 class ScratchTest(unittest.TestCase):
