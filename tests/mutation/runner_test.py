@@ -135,6 +135,14 @@ class ScratchTest(unittest.TestCase):
         self.assertEqual(self.copy.stat().st_mtime_ns, before)
 
 
+class SplitTest(unittest.TestCase):
+    def test_the_many_quick_cases_come_first(self):
+        cases = [{"name": "slow", "time": "9.5s"}, {"name": "quick", "time": "0.1s"}, {"name": "quicker", "time": "0s"}]
+        test = scratch.Test({"name": "t", "paths": {"source": "f"}})
+        test.split({"testsuites": [{"name": "S", "testsuite": cases}]})
+        self.assertEqual(test.parts, [(["S.quicker", "S.quick"], 0.1), (["S.slow"], 9.5)])
+
+
 class RunAloneTest(unittest.TestCase):
     def test_what_a_command_leaves_running_ends_with_it(self):
         started = time.monotonic()
