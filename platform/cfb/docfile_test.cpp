@@ -419,6 +419,63 @@ TEST_F(DocfileTest, SpaceFreedByAnEarlierSessionIsUsedAgain)
     EXPECT_LE(ContentOf(*bytes).size(), size + 65536);
 }
 
+TEST_F(DocfileTest, GapsOfSmallStreamsThatAnEarlierSessionLeftAreFilled)
+{
+    constexpr unsigned kStreams = 60;
+    const auto nameOf = [](unsigned i) { return "e" + std::to_string(i); };
+    for (unsigned i = 0; i < kStreams; ++i)
+        ASSERT_EQ(S_OK, WriteStream(*root, nameOf(i), Pattern(900, i)));
+    for (unsigned i = 0; i < kStreams; i += 2)
+        ASSERT_EQ(S_OK, root->DestroyElement(Wide(nameOf(i)).c_str()));
+    root.Reset();
+    const std::size_t size = ContentOf(*bytes).size();
+    ASSERT_EQ(S_OK, OpenDocfileOnLockBytes(bytes.Get(), kOpen, root.Put()));
+    for (unsigned i = 0; i < kStreams; i += 2)
+        ASSERT_EQ(S_OK, WriteStream(*root, nameOf(i), Pattern(900, i)));
+    EXPECT_LE(ContentOf(*bytes).size(), size);
+}
+
+TEST_F(DocfileTest, WhereTheLastSmallStreamHasGoneThereIsRoomForTheNextSession)
+{
+    for (int session = 0; session < 3; ++session) {
+        ASSERT_EQ(S_OK, WriteStream(*root, "small", Pattern(900, 1)));
+        ASSERT_EQ(S_OK, root->DestroyElement(OLESTR("small")));
+        root.Reset();
+        EXPECT_TRUE(Examine(ContentOf(*bytes)).leaks.empty()) << session;
+        ASSERT_EQ(S_OK, OpenDocfileOnLockBytes(bytes.Get(), kOpen, root.Put()));
+    }
+}
+
+TEST_F(DocfileTest, TheRootHasNoNeighboursAndAnUnusedEntryNoLinks)
+{
+    ASSERT_EQ(S_OK, WriteStream(*root, "a", Pattern(10, 1)));
+    ASSERT_EQ(S_OK, root->DestroyElement(OLESTR("a")));
+    const Bytes file = ContentOf(*bytes);
+    const auto numberAt = [&](std::size_t at) {
+        return file[at] | file[at + 1] << 8 | file[at + 2] << 16 | DWORD{file[at + 3]} << 24;
+    };
+    constexpr DWORD kNone = 0xFFFFFFFF;
+    const std::size_t directory = (numberAt(48) + 1) * 512;
+    for (std::size_t entry = directory; entry < directory + 512; entry += 128) {
+        const bool isRoot = entry == directory;
+        ASSERT_EQ(isRoot ? 5 : 0, file[entry + 66]);
+        EXPECT_EQ(kNone, numberAt(entry + 68));
+        EXPECT_EQ(kNone, numberAt(entry + 72));
+        EXPECT_EQ(kNone, numberAt(entry + 76));
+    }
+}
+
+TEST_F(DocfileTest, BehindTheEndOfAnArrayOfBytesNothingIsRead)
+{
+    const auto small = LockBytesWith(Pattern(10, 1));
+    BYTE byte = 0;
+    ULONG count = 7;
+    EXPECT_EQ(S_OK, small->ReadAt(Large(10), &byte, 1, &count));
+    EXPECT_EQ(0u, count);
+    EXPECT_EQ(S_OK, small->ReadAt(Large(9), &byte, 1, &count));
+    EXPECT_EQ(1u, count);
+}
+
 TEST_F(DocfileTest, TheEndOfTheFileIsGivenBack)
 {
     ASSERT_EQ(S_OK, WriteStream(*root, "small", Pattern(100, 1)));
@@ -523,6 +580,15 @@ TEST_F(DocfileOnDiskTest, ReadersMayShare)
     ASSERT_EQ(S_OK, Open("a", kShared, root.Put()));
     EXPECT_EQ(S_OK, Open("a", kShared, second.Put()));
     EXPECT_EQ(STG_E_SHAREVIOLATION, Open("a", kOpen, second.Put()));
+}
+
+TEST_F(DocfileOnDiskTest, AReaderThatWantsTheFileForItselfKeepsTheOthersOut)
+{
+    ASSERT_EQ(S_OK, Create("a", root.Put()));
+    root.Reset();
+    ASSERT_EQ(S_OK, Open("a", kRead, root.Put()));
+    EXPECT_EQ(STG_E_SHAREVIOLATION, Open("a", kRead, second.Put()));
+    EXPECT_EQ(STG_E_SHAREVIOLATION, Open("a", STGM_READ | STGM_SHARE_DENY_WRITE, second.Put()));
 }
 
 TEST_F(DocfileOnDiskTest, ATreatedFileKeepsItsBytesWhenTheSecondCreateIsRefused)
