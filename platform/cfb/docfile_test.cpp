@@ -419,22 +419,6 @@ TEST_F(DocfileTest, SpaceFreedByAnEarlierSessionIsUsedAgain)
     EXPECT_LE(ContentOf(*bytes).size(), size + 65536);
 }
 
-TEST_F(DocfileTest, GapsOfSmallStreamsThatAnEarlierSessionLeftAreFilled)
-{
-    constexpr unsigned kStreams = 60;
-    const auto nameOf = [](unsigned i) { return "e" + std::to_string(i); };
-    for (unsigned i = 0; i < kStreams; ++i)
-        ASSERT_EQ(S_OK, WriteStream(*root, nameOf(i), Pattern(900, i)));
-    for (unsigned i = 0; i < kStreams; i += 2)
-        ASSERT_EQ(S_OK, root->DestroyElement(Wide(nameOf(i)).c_str()));
-    root.Reset();
-    const std::size_t size = ContentOf(*bytes).size();
-    ASSERT_EQ(S_OK, OpenDocfileOnLockBytes(bytes.Get(), kOpen, root.Put()));
-    for (unsigned i = 0; i < kStreams; i += 2)
-        ASSERT_EQ(S_OK, WriteStream(*root, nameOf(i), Pattern(900, i)));
-    EXPECT_LE(ContentOf(*bytes).size(), size);
-}
-
 TEST_F(DocfileTest, WhereTheLastSmallStreamHasGoneThereIsRoomForTheNextSession)
 {
     for (int session = 0; session < 3; ++session) {
