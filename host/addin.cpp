@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <set>
 
 #include "host/folders.h"
 #include "host/output.h"
@@ -86,50 +87,88 @@ HRESULT Addin::ChooseId(IItem& item, const SharingRow& row, bool stays)
     return SUCCEEDED(hr) ? item.put_ID(chosen.Get()) : hr;
 }
 
-HRESULT Addin::OnLocalChange(const char* event, IItem& item, bool& ignore)
+HRESULT Addin::Examine(IItem& item, LocalItem& local)
 {
     parts_.statistics.Touch();
     const std::string entryId = ReadText(item, &IItem::get_EntryID);
-    const std::string folderId = FolderIdOf(item);
-    AwaitApplying(entryId, folderId);
-    ComPtr<IUnknown> raw;
-    HRESULT hr = item.get_Raw(raw.Put());
-    ComPtr<IMessage> message;
+    local.folderId = FolderIdOf(item);
+    AwaitApplying(entryId, local.folderId);
+    HRESULT hr = item.get_Raw(local.raw.Put());
     if (SUCCEEDED(hr))
-        hr = raw.As(message);
-    // Gives the item the time of the message, which the engine then writes to the row, sent or not.
-    if (SUCCEEDED(hr))
-        hr = item.put_Raw(raw.Get());
+        hr = local.raw.As(local.message);
     if (FAILED(hr))
         return hr;
-    const std::uint64_t modified = TimeOf(*message, PR_LAST_MODIFICATION_TIME);
+    local.modified = TimeOf(*local.message, PR_LAST_MODIFICATION_TIME);
     parts_.state.DropStrayRows(entryId);
-    const auto row = parts_.state.RowOfEntry(entryId);
-    const auto known = row ? parts_.records.FindItem(row->id) : std::nullopt;
-    const bool isOfThisFolder = known && !known->deleted && known->folderId == folderId;
-    if (isOfThisFolder && parts_.state.IsCurrent(*row, folderId, modified)) {
-        if (known->version.member != parts_.mailbox.Name())
-            ++parts_.statistics.echoes;
-        ignore = true;
-        return S_OK;
-    }
-    if (known && !isOfThisFolder && row->id == ReadText(item, &IItem::get_ID)) {
-        ignore = true;  // moved here, and the engine doesn't know: it is sent as what it is, by comparison
-        return S_OK;
-    }
-    if (row)
-        hr = ChooseId(item, *row, isOfThisFolder || !known);
+    local.row = parts_.state.RowOfEntry(entryId);
+    if (local.row)
+        local.known = parts_.records.FindItem(local.row->id);
+    local.isOfThisFolder = local.known && !local.known->deleted && local.known->folderId == local.folderId;
+    local.isCurrent = local.isOfThisFolder && parts_.state.IsCurrent(*local.row, local.folderId, local.modified);
+    return S_OK;
+}
+
+// Makes the item ready to be sent: under its ID, and as the version that it is.
+HRESULT Addin::Stamp(IItem& item, const LocalItem& local, const char* event)
+{
+    HRESULT hr = local.row ? ChooseId(item, *local.row, local.isOfThisFolder || !local.known) : S_OK;
     if (FAILED(hr))
         return hr;
-    ItemRecord record{ReadText(item, &IItem::get_ID), folderId, {}, false, modified};
-    record.version = NextVersion(parts_.records.FindItem(record.id), modified);
+    ItemRecord record{ReadText(item, &IItem::get_ID), local.folderId, {}, false, local.modified};
+    record.version = local.isCurrent ? local.known->version
+                                     : NextVersion(parts_.records.FindItem(record.id), local.modified);
     hr = item.put_CustomInfo(BstrOf(FormatVersion(record.version)).Get());
     if (FAILED(hr))
         return hr;
     parts_.records.PutItem(record);
     ++parts_.statistics.itemsSent;
-    Log(event, record.id, TextOf(*message, PR_SUBJECT_W));
+    Log(event, record.id, TextOf(*local.message, PR_SUBJECT_W));
     return S_OK;
+}
+
+HRESULT Addin::OnLocalChange(const char* event, IItem& item, bool& ignore)
+{
+    LocalItem local;
+    HRESULT hr = Examine(item, local);
+    // Gives the item the time of the message, which the engine then writes to the row, sent or not.
+    if (SUCCEEDED(hr))
+        hr = item.put_Raw(local.raw.Get());
+    if (FAILED(hr))
+        return hr;
+    if (local.isCurrent) {
+        if (local.known->version.member != parts_.mailbox.Name())
+            ++parts_.statistics.echoes;
+        ignore = true;
+        return S_OK;
+    }
+    if (local.known && !local.isOfThisFolder && local.row->id == ReadText(item, &IItem::get_ID)) {
+        ignore = true;  // moved here, and the engine doesn't know: it is sent as what it is, by comparison
+        return S_OK;
+    }
+    return Stamp(item, local, event);
+}
+
+// One that was moved here is sent by comparison.
+bool Addin::IsWanted(BSTR job, const LocalItem& local)
+{
+    if (!local.row || (local.known && !local.isOfThisFolder))
+        return false;
+    const std::lock_guard lock(rulesMutex_);
+    return rules_ && rules_->Wants(ToUtf8(ViewOf(job)), local.row->id, local.known, local.isCurrent);
+}
+
+// An item that isn't wanted keeps the time in its row: if it has changed, that is still to be found.
+HRESULT Addin::OnItemResend(IItem* item, BSTR jobId, bool& ignore)
+{
+    LocalItem local;
+    HRESULT hr = Examine(*item, local);
+    if (FAILED(hr))
+        return hr;
+    ignore = !IsWanted(jobId, local);
+    if (ignore)
+        return S_OK;
+    hr = item->put_Raw(local.raw.Get());
+    return SUCCEEDED(hr) ? Stamp(*item, local, "onItemResend") : hr;
 }
 
 HRESULT Addin::OnItemDeleted(IItem* item, bool& ignore)
@@ -269,14 +308,15 @@ void Addin::JoinFolder(const std::string& folderId, const Announcement& announce
     parts_.records.AddShare(share);
 }
 
-// Who announces the folder to a new member sends all items along, so whoever joins through this announcement
-// owes the others nothing. Who is in already owes a member that it didn't know everything it has: the member
-// may have missed what went between the others meanwhile.
+// Who announces the folder to a new member sends him all items, so whoever joins through this announcement owes
+// the others nothing. Who is in already owes a member that it didn't know what was changed here: the others do the
+// same, and what none of them changed came with the announcement's sender.
 void Addin::LearnMembers(const std::string& folderId, const Announcement& announcement, bool joined)
 {
-    for (const std::string& member : announcement.members)
-        if (member != parts_.mailbox.Name())
-            parts_.records.AddMember(folderId, member, joined || member == announcement.from);
+    std::set<std::string> names(announcement.members.begin(), announcement.members.end());
+    names.insert(announcement.from);
+    names.erase(parts_.mailbox.Name());
+    parts_.records.LearnMembers(folderId, {names.begin(), names.end()}, !joined);
 }
 
 HRESULT Addin::DatabasePath(Bstr& path)

@@ -6,6 +6,7 @@
 #ifndef QUORVANE_HOST_ADDIN_H_
 #define QUORVANE_HOST_ADDIN_H_
 
+#include <mutex>
 #include <string>
 
 #include "host/announcement.h"
@@ -18,6 +19,18 @@
 #include "host/statistics.h"
 
 namespace quorvane::host {
+
+// What a resend of the engine's is to send.
+class ResendRules {
+public:
+    // Whether the job is to send an item; `known` is what the program knows of it, `current` whether it is still as it
+    // was when it was sent or received last.
+    virtual bool Wants(const std::string& job, const std::string& id, const std::optional<ItemRecord>& known,
+                       bool current) = 0;
+
+protected:
+    ~ResendRules() = default;
+};
 
 class Addin final : public ExtHandler {
 public:
@@ -36,11 +49,20 @@ public:
     // The engine that calls back; set after the logon, before its first job.
     void SetEngine(const EngineSession& engine) noexcept { engine_ = &engine; }
 
+    // Asked by resends, while it is set; null ends that, and waits for a question under way. Without it they send
+    // nothing.
+    void SetResendRules(ResendRules* rules)
+    {
+        const std::lock_guard lock(rulesMutex_);
+        rules_ = rules;
+    }
+
     // A version for a change made here to an item with this record, if it has one.
     ItemVersion NextVersion(const std::optional<ItemRecord>& record, std::uint64_t modified) const;
     // The present time, in the units of a version.
     static std::uint64_t Now();
 
+    HRESULT OnItemResend(IItem* item, BSTR jobId, bool& ignore) override;
     HRESULT OnFolderReceived(IFolder* folder, BSTR tag) override;
     HRESULT OnItemAdded(IItem* item, bool& ignore) override
     {
@@ -58,6 +80,20 @@ public:
 
 private:
     void AwaitApplying(const std::string& entryId, const std::string& folderId) const;
+    // An item that the engine came upon in a folder, and what is known of it.
+    struct LocalItem {
+        std::string folderId;
+        ComPtr<IUnknown> raw;
+        ComPtr<IMessage> message;
+        std::uint64_t modified = 0;
+        std::optional<SharingRow> row;
+        std::optional<ItemRecord> known;
+        bool isOfThisFolder = false;  // and not of another, from where it was moved here
+        bool isCurrent = false;
+    };
+    HRESULT Examine(IItem& item, LocalItem& local);
+    bool IsWanted(BSTR job, const LocalItem& local);
+    HRESULT Stamp(IItem& item, const LocalItem& local, const char* event);
     HRESULT OnLocalChange(const char* event, IItem& item, bool& ignore);
     HRESULT ChooseId(IItem& item, const SharingRow& row, bool stays);
     void JoinFolder(const std::string& folderId, const Announcement& announcement);
@@ -68,6 +104,8 @@ private:
 
     Parts parts_;
     const EngineSession* engine_ = nullptr;
+    std::mutex rulesMutex_;
+    ResendRules* rules_ = nullptr;
 };
 
 // Adds a shared folder to the engine. Throws a HostError.

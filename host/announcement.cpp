@@ -81,12 +81,12 @@ std::optional<ItemVersion> ParseVersion(std::string_view text)
     return ItemVersion{value, *member};
 }
 
-std::string AnnouncementRecipients(const std::string& member, const std::string& folderId)
+std::string MemberRecipients(const std::string& member, const std::string& folderId)
 {
     return std::string(kToPrefix) + member + ":" + folderId;
 }
 
-std::optional<AnnouncementTarget> ParseAnnouncementRecipients(std::string_view recipients)
+std::optional<MemberTarget> ParseMemberRecipients(std::string_view recipients)
 {
     if (!recipients.starts_with(kToPrefix))
         return std::nullopt;
@@ -94,7 +94,7 @@ std::optional<AnnouncementTarget> ParseAnnouncementRecipients(std::string_view r
     const std::size_t colon = recipients.find(':');
     if (colon == std::string_view::npos || !IsMemberName(recipients.substr(0, colon)))
         return std::nullopt;
-    return AnnouncementTarget{std::string(recipients.substr(0, colon)),
+    return MemberTarget{std::string(recipients.substr(0, colon)),
                               std::string(recipients.substr(colon + 1))};
 }
 

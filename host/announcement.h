@@ -31,14 +31,14 @@ std::string FormatVersion(const ItemVersion& version);
 std::optional<ItemVersion> ParseVersion(std::string_view text);
 
 // The recipients texts under which the engine collects packages: the entry identifier of a shared folder, for
-// all its members; or one member, who is told of a folder and given its items.
-std::string AnnouncementRecipients(const std::string& member, const std::string& folderId);
+// all its members; or one member, who is told of a folder or given items of it.
+std::string MemberRecipients(const std::string& member, const std::string& folderId);
 
-struct AnnouncementTarget {
+struct MemberTarget {
     std::string member;
     std::string folderId;
 };
-std::optional<AnnouncementTarget> ParseAnnouncementRecipients(std::string_view recipients);
+std::optional<MemberTarget> ParseMemberRecipients(std::string_view recipients);
 
 }  // namespace quorvane::host
 

@@ -49,14 +49,14 @@ TEST(AnnouncementTest, OfTwoVersionsTheLaterIsGreaterAndOfEqualOnesTheGreaterNam
 
 TEST(AnnouncementTest, RecipientsOfAnAnnouncementNameMemberAndFolder)
 {
-    const auto target = ParseAnnouncementRecipients(AnnouncementRecipients("bob", "{G:1}"));
+    const auto target = ParseMemberRecipients(MemberRecipients("bob", "{G:1}"));
 
     ASSERT_TRUE(target);
     EXPECT_EQ(target->member, "bob");
     EXPECT_EQ(target->folderId, "{G:1}");
-    EXPECT_FALSE(ParseAnnouncementRecipients("00000000AB"));
-    EXPECT_FALSE(ParseAnnouncementRecipients("to:bob"));
-    EXPECT_FALSE(ParseAnnouncementRecipients("to:../bob:x"));
+    EXPECT_FALSE(ParseMemberRecipients("00000000AB"));
+    EXPECT_FALSE(ParseMemberRecipients("to:bob"));
+    EXPECT_FALSE(ParseMemberRecipients("to:../bob:x"));
 }
 
 }  // namespace

@@ -28,6 +28,8 @@ void AddMoveCommand(CLI::App& program, Chosen& chosen);
 void AddDeleteCommand(CLI::App& program, Chosen& chosen);
 void AddShowCommand(CLI::App& program, Chosen& chosen);
 void AddShareCommand(CLI::App& program, Chosen& chosen);
+void AddResendCommand(CLI::App& program, Chosen& chosen);
+void AddCancelCommand(CLI::App& program, Chosen& chosen);
 void AddRunCommand(CLI::App& program, Chosen& chosen);
 void AddCompareCommand(CLI::App& program, Chosen& chosen);
 void AddStatusCommand(CLI::App& program, Chosen& chosen);

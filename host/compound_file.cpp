@@ -79,41 +79,6 @@ ComPtr<IStream> OpenContents(IStorage& storage, const std::string& shown)
     return contents;
 }
 
-// Calls `visit` for each storage in a part of a package.
-void ForEachStorage(IStorage& root, const OLECHAR* part, const std::string& shown,
-                    const std::function<void(const OleString&, IStorage&)>& visit)
-{
-    const PackagePart place(root, part);
-    if (!place.storage)
-        return;
-    for (const Element& element : ListElements(*place.storage, shown))
-        if (const ComPtr<IStorage> storage =
-                element.isStorage ? OpenSubStorage(*place.storage, element.name) : nullptr)
-            visit(element.name, *storage);
-}
-
-PackageRecord ReadFolder(IStorage& storage, const std::string& shown)
-{
-    const ComPtr<IStream> contents = OpenContents(storage, shown);
-    RecordReader reader(*contents, shown);
-    PackageRecord record;
-    record.customInfo = reader.Text();
-    record.id = reader.Text();
-    return record;
-}
-
-PackageRecord ReadItem(IStorage& storage, const std::string& shown)
-{
-    const ComPtr<IStream> contents = OpenContents(storage, shown);
-    RecordReader reader(*contents, shown);
-    PackageRecord record;
-    record.id = reader.Text();
-    record.folderId = reader.Text();
-    record.customInfo = reader.Text();
-    record.action = static_cast<std::int32_t>(reader.Number());
-    return record;
-}
-
 }  // namespace
 
 std::vector<Element> ListElements(IStorage& storage, const std::string& shown)
@@ -158,6 +123,45 @@ ComPtr<IStream> OpenSubStream(IStorage& parent, const OleString& name)
     return stream;
 }
 
+void ForEachStorage(IStorage& root, const OLECHAR* part, const std::string& shown,
+                    const std::function<void(const OleString&, IStorage&)>& visit)
+{
+    const PackagePart place(root, part);
+    if (!place.storage)
+        return;
+    for (const Element& element : ListElements(*place.storage, shown))
+        if (const ComPtr<IStorage> storage =
+                element.isStorage ? OpenSubStorage(*place.storage, element.name) : nullptr)
+            visit(element.name, *storage);
+}
+
+PackageRecord ReadFolderRecord(IStorage& storage, const std::string& shown)
+{
+    const ComPtr<IStream> contents = OpenContents(storage, shown);
+    RecordReader reader(*contents, shown);
+    PackageRecord record;
+    record.customInfo = reader.Text();
+    record.id = reader.Text();
+    return record;
+}
+
+PackageRecord ReadItemRecord(IStorage& storage, const std::string& shown)
+{
+    const ComPtr<IStream> contents = OpenContents(storage, shown);
+    RecordReader reader(*contents, shown);
+    PackageRecord record;
+    record.id = reader.Text();
+    record.folderId = reader.Text();
+    record.customInfo = reader.Text();
+    record.action = static_cast<std::int32_t>(reader.Number());
+    return record;
+}
+
+ComPtr<IStorage> OpenMessageStorage(IStorage& item)
+{
+    return OpenSubStorage(item, kMessage);
+}
+
 bool IsPackage(IStorage& root)
 {
     return PackagePart(root, OLESTR("Items")).storage || PackagePart(root, OLESTR("Folders")).storage;
@@ -168,13 +172,13 @@ Package ReadPackage(IStorage& root, const std::string& shown,
 {
     Package package;
     ForEachStorage(root, OLESTR("Folders"), shown, [&](const OleString& name, IStorage& storage) {
-        package.folders.push_back(ReadFolder(storage, shown));
+        package.folders.push_back(ReadFolderRecord(storage, shown));
         package.folders.back().element = name;
     });
     ForEachStorage(root, OLESTR("Items"), shown, [&](const OleString& name, IStorage& storage) {
-        PackageRecord record = ReadItem(storage, shown);
+        PackageRecord record = ReadItemRecord(storage, shown);
         record.element = name;
-        const ComPtr<IStorage> message = OpenSubStorage(storage, kMessage);
+        const ComPtr<IStorage> message = OpenMessageStorage(storage);
         record.hasMessage = static_cast<bool>(message);
         if (message)
             visit(record, *message);

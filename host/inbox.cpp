@@ -112,8 +112,12 @@ std::size_t Inbox::CountMissing(const IncomingPackage& package)
     const ComPtr<IStorage> root = OpenCompoundFile(package.path);
     std::size_t missing = 0;
     const Package content = ReadPackage(*root, package.path.string(), [](const PackageRecord&, IStorage&) {});
-    for (const PackageRecord& item : content.items)
+    std::set<std::string> folders;
+    for (const PackageRecord& item : content.items) {
         missing += IsApplied(item, package.member) ? 0 : 1;
+        if (folders.insert(item.folderId).second)
+            records_.NoteHeardFrom(item.folderId, package.member);
+    }
     return missing;
 }
 

@@ -16,8 +16,6 @@ namespace quorvane::host {
 
 namespace {
 
-constexpr int kRecordsVersion = 1;
-
 // Tells this mailbox from a later one of the same name: 16 hexadecimal digits.
 std::string NewInstance()
 {
@@ -27,6 +25,25 @@ std::string NewInstance()
     std::snprintf(text, sizeof text, "%08x%04x%04x", static_cast<unsigned>(guid.Data1), guid.Data2,
                   guid.Data3);
     return text;
+}
+
+std::int64_t VersionOf(Database& records)
+{
+    Statement version(records, "PRAGMA user_version");
+    return version.Step() ? version.Number(0) : 0;
+}
+
+// Records of an earlier version get the tables of this one; by one process, if several come at once.
+void UpgradeRecords(Database& records, const std::string& directory)
+{
+    if (VersionOf(records) == Records::kVersion)
+        return;
+    Transaction transaction(records);
+    const std::int64_t version = VersionOf(records);
+    if (version < 1 || version > Records::kVersion)
+        Fail("open the mailbox", directory, "host.db is of a version that this program doesn't know");
+    Records::Upgrade(records, version);
+    transaction.Commit();
 }
 
 bool IsAbsentOrEmpty(const std::filesystem::path& directory)
@@ -80,7 +97,6 @@ Mailbox Mailbox::Create(const std::string& directory, const std::string& name)
     Database records(mailbox.HostDatabasePath().string(), Database::Mode::kCreate);
     Transaction transaction(records);
     Records::CreateTables(records, name, mailbox.instance_);
-    records.Execute("PRAGMA user_version = " + std::to_string(kRecordsVersion));
     transaction.Commit();
     return mailbox;
 }
@@ -96,16 +112,13 @@ Mailbox Mailbox::Open(const std::string& directory)
     if (!std::filesystem::exists(mailbox.StorePath(), error))
         Fail("open the mailbox", directory, "its message store is missing");
     Database records(mailbox.HostDatabasePath().string(), Database::Mode::kOpen);
-    Statement version(records, "PRAGMA user_version");
-    if (!version.Step() || version.Number(0) != kRecordsVersion)
-        Fail("open the mailbox", directory, "host.db is of a version that this program doesn't know");
+    UpgradeRecords(records, directory);
     Statement own(records, "SELECT name, instance FROM mailbox");
     if (!own.Step())
         Fail("open the mailbox", directory, "host.db holds no name");
     mailbox.name_ = own.Text(0);
     mailbox.instance_ = own.Text(1);
     own.Reset();
-    version.Reset();
     mailbox.CheckSharingDatabase();
     mailbox.UseSettings(records);
     return mailbox;

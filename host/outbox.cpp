@@ -6,7 +6,10 @@
 #include <system_error>
 
 #include "host/announcement.h"
+#include "host/files.h"
+#include "host/folders.h"
 #include "host/path_text.h"
+#include "host/properties.h"
 #include "quorvane3/storage.h"
 
 namespace quorvane::host {
@@ -26,9 +29,9 @@ bool IsClosed(const std::string& path)
     return hr != STG_E_SHAREVIOLATION && hr != STG_E_LOCKVIOLATION;
 }
 
-bool IsAnnouncement(const std::string& recipients)
+bool IsForOneMember(const std::string& recipients)
 {
-    return ParseAnnouncementRecipients(recipients).has_value();
+    return ParseMemberRecipients(recipients).has_value();
 }
 
 }  // namespace
@@ -50,7 +53,7 @@ std::vector<Outbox::Listed> Outbox::ListEngine() const
                 {ReadText(*file, &IStorageFile::get_Recipients), ReadText(*file, &IStorageFile::get_Path)});
     }
     std::stable_partition(packages.begin(), packages.end(),
-                          [](const Listed& package) { return IsAnnouncement(package.recipients); });
+                          [](const Listed& package) { return IsForOneMember(package.recipients); });
     return packages;
 }
 
@@ -68,8 +71,8 @@ void Outbox::Resume()
                                         [&](const Listed& entry) { return entry.path == package.path; });
         if (found != listed.end())
             Forget(found->recipients);
-        Plan(package);
     }
+    Plan();
 }
 
 // Whether a package has been left alone for a moment, or has been filling for long enough.
@@ -88,41 +91,121 @@ bool Outbox::IsReady(const std::string& path)
 void Outbox::Take(const Listed& package)
 {
     firstSeen_.erase(package.path);
-    const std::int64_t number = records_.AddOutgoing(package.path, package.recipients);
+    records_.AddOutgoing(package.path, package.recipients);
     Forget(package.recipients);
-    Plan({number, package.path, package.recipients});
+}
+
+void Outbox::Take(const std::string& recipients)
+{
+    for (const Listed& package : ListEngine())
+        if (package.recipients == recipients)
+            Take(package);
 }
 
 void Outbox::TakeReady(bool evenIfFresh)
 {
     for (const Listed& package : ListEngine())
-        if (evenIfFresh || IsAnnouncement(package.recipients) || IsReady(package.path))
+        if (evenIfFresh || IsReady(package.path))
             Take(package);
 }
 
-std::vector<Delivery> Outbox::Plan(const OutgoingPackage& package)
+std::vector<std::string> Outbox::ReceiversOf(const OutgoingPackage& package)
 {
-    if (const auto target = ParseAnnouncementRecipients(package.recipients))
-        return records_.PlanDeliveries(package.number, {target->member}, target->folderId);
+    if (const auto target = ParseMemberRecipients(package.recipients))
+        return {target->member};
     const auto share = records_.FindShareByEntryId(package.recipients);
-    return records_.PlanDeliveries(
-        package.number, share ? records_.Members(share->folderId, true) : std::vector<std::string>(), {});
+    return share ? records_.Members(share->folderId, true) : std::vector<std::string>();
+}
+
+void Outbox::NoteUnsent(const std::string& id, const std::string& folderId, const std::string& reason)
+{
+    const auto row = parts_.state.RowOfId(id);
+    const ComPtr<IMessage> message = row ? OpenMessage(parts_.mail, row->entryId, false) : nullptr;
+    const std::string subject = message ? TextOf(*message, PR_SUBJECT_W) : std::string();
+    records_.PutUnsent({id, folderId, subject, reason});
+    report_("the item " + id + " '" + subject + "' is left unsent: " + reason);
+}
+
+// A package that nobody could read reaches nobody.
+void Outbox::PutAside(const OutgoingPackage& package)
+{
+    const std::filesystem::path path = PathOf(package.path);
+    const std::filesystem::path place = parts_.mailbox.Directory() / "rejected";
+    MakeDirectory(place);
+    std::error_code error;
+    std::filesystem::rename(path, place / path.filename(), error);
+    if (error)
+        Fail("put aside the package", package.path, error.message());
+    report_("a package that was to be sent is damaged and lies in " + (place / path.filename()).string() +
+            "; 'quorvane resend --all' sends its items once more");
+}
+
+// What a package holds that may be sent; what may not is taken out of it first. False when nothing of it can be read.
+bool Outbox::LookThrough(const OutgoingPackage& package, Package& content)
+{
+    const std::filesystem::path path = PathOf(package.path);
+    if (IsRuined(path)) {
+        PutAside(package);
+        return false;
+    }
+    CheckedPackage checked = CheckPackage(*OpenCompoundFile(path), package.path);
+    // One without an ID never passed for sent: whoever wrote it does so again.
+    for (const DamagedElement& element : checked.damaged)
+        if (!element.id.empty())
+            NoteUnsent(element.id, element.folderId, element.reason);
+    if (!checked.damaged.empty())
+        TakeOut(path, checked.damaged);
+    content = std::move(checked.sound);
+    return true;
+}
+
+// False while a writer of the engine that was late still has the package open.
+bool Outbox::Plan(const OutgoingPackage& package)
+{
+    if (records_.IsPlanned(package.number))
+        return true;
+    std::error_code error;
+    PackagePlan plan;
+    Package content;
+    if (std::filesystem::exists(PathOf(package.path), error)) {
+        if (!IsClosed(package.path))
+            return false;
+        if (LookThrough(package, content) && !(content.items.empty() && content.folders.empty()))
+            plan.members = ReceiversOf(package);
+    }
+    for (const PackageRecord& folder : content.folders)
+        if (const auto announcement = ParseAnnouncement(folder.customInfo)) {
+            plan.announcedFolder = folder.id;
+            plan.membersNamed = announcement->members.size();
+        }
+    for (PackageRecord& item : content.items)
+        plan.items.push_back({std::move(item.id), std::move(item.folderId)});
+    records_.PlanDeliveries(package.number, plan);
+    return true;
+}
+
+void Outbox::Plan()
+{
+    for (const OutgoingPackage& package : records_.Outgoing())
+        if (!Plan(package))
+            return;  // those behind it wait, for the order
 }
 
 void Outbox::Deliver(const Exchange& exchange)
 {
+    Plan();
     for (const OutgoingPackage& package : records_.Outgoing()) {
+        if (!records_.IsPlanned(package.number))
+            return;
         std::error_code error;
         const std::filesystem::path path = PathOf(package.path);
         const bool exists = std::filesystem::exists(path, error);
-        if (exists && !IsClosed(package.path))
-            return;  // a writer that was late; those behind it wait, for the order
-        for (const Delivery& delivery : Plan(package)) {
+        for (const Delivery& delivery : records_.PlanDeliveries(package.number, {})) {
             if (exists)
                 exchange.Deliver(delivery.member, delivery.sequence, path);
             records_.FinishDelivery(package.number, delivery.member);
-            statistics_.packagesSent += exists ? 1 : 0;
-            statistics_.Touch();
+            parts_.statistics.packagesSent += exists ? 1 : 0;
+            parts_.statistics.Touch();
         }
         std::filesystem::remove(path, error);
         records_.FinishOutgoing(package.number);
@@ -132,6 +215,23 @@ void Outbox::Deliver(const Exchange& exchange)
 bool Outbox::HasWork()
 {
     return !ListEngine().empty() || !records_.Outgoing().empty();
+}
+
+bool Outbox::HasUnplanned()
+{
+    const auto outgoing = records_.Outgoing();
+    return !ListEngine().empty() ||
+           std::any_of(outgoing.begin(), outgoing.end(), [this](const OutgoingPackage& package) {
+               return !records_.IsPlanned(package.number);
+           });
+}
+
+bool Outbox::IsUnplanned(const std::string& recipients)
+{
+    const auto outgoing = records_.Outgoing();
+    return std::any_of(outgoing.begin(), outgoing.end(), [&](const OutgoingPackage& package) {
+        return package.recipients == recipients && !records_.IsPlanned(package.number);
+    });
 }
 
 }  // namespace quorvane::host

@@ -23,6 +23,8 @@ void AddCommands(CLI::App& program, Chosen& chosen)
     AddListCommand(program, chosen);
     AddShowCommand(program, chosen);
     AddShareCommand(program, chosen);
+    AddResendCommand(program, chosen);
+    AddCancelCommand(program, chosen);
     AddRunCommand(program, chosen);
     AddEditCommand(program, chosen);
     AddMoveCommand(program, chosen);

@@ -3,7 +3,9 @@
 #define QUORVANE_HOST_RECONCILE_H_
 
 #include <chrono>
+#include <functional>
 #include <map>
+#include <set>
 #include <string>
 
 #include "host/sender.h"
@@ -13,7 +15,11 @@ namespace quorvane::host {
 // For the run's thread alone. Methods throw a HostError.
 class Reconciler {
 public:
-    Reconciler(Sender& sender, const Addin::Parts& parts) noexcept : sender_(sender), parts_(parts) {}
+    // unsent: gets an item that can't be sent, its folder's ID, and why. Without it such an item ends the work.
+    using Unsent = std::function<void(const std::string& id, const std::string& folderId, const std::string& reason)>;
+    Reconciler(Sender& sender, const Addin::Parts& parts, Unsent unsent = {})
+        : sender_(sender), parts_(parts), unsent_(std::move(unsent))
+    {}
 
     // Compares each item of a folder with its row; sends what differs or has no row, and a deletion for each
     // row whose message is gone. The engine must not be watching the folder meanwhile (IgnoreEvents).
@@ -23,16 +29,23 @@ public:
     // first. True when nothing differs.
     bool CheckDifferences(const Share& share, std::chrono::milliseconds patience);
 
+    // Lets messages that differ from their rows, or have none, pass for sent as they are.
+    void TakeForSent(const Share& share);
+
 private:
     struct Difference {
         std::string entryId;  // of a message to send; empty for a deletion
         std::string id;       // of an item to delete
+        std::uint64_t modified = 0;
+        std::string Key() const { return entryId + id + ":" + std::to_string(modified); }
     };
     std::vector<Difference> FindDifferences(const Share& share);
     void Send(const Share& share, const Difference& difference);
 
     Sender& sender_;
     Addin::Parts parts_;
+    Unsent unsent_;
+    std::set<std::string> failed_;  // differences that can't be sent: tried again by a later run, or when they change
     // Per folder: differences that were left to the engine, since when.
     std::map<std::string, std::map<std::string, std::chrono::steady_clock::time_point>> firstSeen_;
 };

@@ -2,6 +2,7 @@
 
 #include <cstdio>
 
+#include "host/announcement.h"
 #include "host/output.h"
 #include "host/path_text.h"
 
@@ -28,17 +29,28 @@ Runner::Runner(const RunOptions& options, const Mailbox& mailbox)
       addin_(parts_),
       engine_(addin_, options.mailbox),
       sender_(addin_, parts_, engine_),
-      reconciler_(sender_, parts_),
+      reconciler_(sender_, parts_,
+                  [this](const std::string& id, const std::string& folderId, const std::string& reason) {
+                      outbox_.NoteUnsent(id, folderId, reason);
+                  }),
       matcher_(parts_, engine_),
-      outbox_(engine_, records_, statistics_),
+      outbox_(parts_, engine_, [this](const std::string& line) { Say(line); }),
+      resender_(parts_, engine_, sender_, reconciler_, outbox_, [this](const std::string& line) { Say(line); }),
       inbox_(parts_, engine_, matcher_, [this](const std::string& line) { Say(line); }),
       exchange_(PathOf(options.exchange), mailbox),
       progress_(mailbox.Name())
 {
     addin_.SetEngine(engine_);
+    addin_.SetResendRules(&resender_);
     if (!exchange_.IsReachable())
         Fail("use the exchange", options.exchange, "no such directory");
     Start();
+}
+
+// The engine outlives what its resends ask.
+Runner::~Runner()
+{
+    addin_.SetResendRules(nullptr);
 }
 
 void Runner::Say(const std::string& line)
@@ -57,6 +69,7 @@ void Runner::Start()
         HoldBack(share);
     for (const Share& share : shares)
         WatchShare(share);
+    RetryUnsent();
     Check(engine_.Session().ResumeJobs(qv_rs_Both), "resume the jobs of", options_.mailbox);
     statistics_.Touch();
     nextCheck_ = std::chrono::steady_clock::now() + kFirstCheck;
@@ -72,19 +85,46 @@ void Runner::HoldBack(const Share& share)
 // through.
 void Runner::WatchShare(const Share& share)
 {
-    if (!records_.Members(share.folderId, true).empty())
+    if (IsAwaited(share))
         reconciler_.SendDifferences(share);
     AnnounceTo(share);
     Check(engine_.FindFolder(share.folderId)->put_IgnoreEvents(VARIANT_FALSE), "watch the folder", share.name);
 }
 
-// Tells the members that don't know of a folder yet. The package is taken at once: that fixes who has been
-// told.
+// Whether anybody waits for changes of the folder who isn't to be sent all of it anyway.
+bool Runner::IsAwaited(const Share& share)
+{
+    ResendRecord nobody;
+    nobody.folderId = share.folderId;
+    return records_.OthersHave(nobody, {});
+}
+
+// Tells members that don't know of the folder yet, or not of all its members. The package is taken at once: from then
+// on they get the folder's changes.
 void Runner::AnnounceTo(const Share& share)
 {
-    for (const std::string& member : records_.Members(share.folderId, false)) {
-        sender_.Announce(share, member, [this](std::size_t) { ShowProgress(); });
-        outbox_.TakeReady(false);
+    for (const std::string& member : records_.MembersToTell(share.folderId)) {
+        const std::string recipients = MemberRecipients(member, share.folderId);
+        if (outbox_.IsUnplanned(recipients))
+            continue;
+        sender_.Announce(share, member);
+        outbox_.Take(recipients);
+        outbox_.Plan();
+    }
+}
+
+// What an earlier run had to leave out of a package may be fit to be sent by now.
+void Runner::RetryUnsent()
+{
+    for (const UnsentItem& item : records_.Unsent()) {
+        const auto share = records_.FindShare(item.folderId);
+        const auto row = state_.RowOfId(item.id);
+        try {
+            if (!share || !row || !sender_.SendItem(*share, row->entryId, share->entryId))
+                records_.ForgetUnsent(item.id);
+        } catch (const HostError&) {
+            continue;  // it stays noted
+        }
     }
 }
 
@@ -104,6 +144,8 @@ void Runner::Step()
 {
     AnnounceNew();
     outbox_.TakeReady(false);
+    outbox_.Plan();
+    resender_.Step();
     UseExchange();
     CheckNowAndThen();
     ShowProgress();
@@ -130,6 +172,9 @@ void Runner::UseExchange()
 void Runner::CheckNowAndThen()
 {
     const auto now = std::chrono::steady_clock::now();
+    // A resend comes upon most differences by itself, and has what it leaves compared at its end.
+    if (resender_.HasWork())
+        return;
     if (now < nextCheck_ || statistics_.Quiet() < kQuietBeforeCheck || inbox_.IsBusy())
         return;
     bool clean = true;
@@ -141,17 +186,23 @@ void Runner::CheckNowAndThen()
 bool Runner::IsIdle()
 {
     const auto quiet = std::chrono::milliseconds(static_cast<long>(options_.idleSeconds * 1000));
-    if (exchangeLost_ || statistics_.Quiet() < quiet || outbox_.HasWork() || inbox_.HasWork(exchange_))
+    if (exchangeLost_ || statistics_.Quiet() < quiet || resender_.HasWork() || outbox_.HasWork() ||
+        inbox_.HasWork(exchange_))
         return false;
     bool clean = true;
     for (const Share& share : records_.Shares())
         clean = reconciler_.CheckDifferences(share, kPatience) &&
-                records_.Members(share.folderId, false).empty() && clean;
+                records_.MembersToTell(share.folderId).empty() && clean;
     return clean;
 }
 
 void Runner::ShowProgress()
 {
+    if (const std::string resend = resender_.ProgressText(); !resend.empty()) {
+        progress_.Show(static_cast<unsigned long long>(resender_.Done()),
+                       static_cast<unsigned long long>(resender_.Total()), resend);
+        return;
+    }
     progress_.Show(0, 0,
                    std::to_string(statistics_.itemsSent + statistics_.deletionsSent) + " changes sent in " +
                        std::to_string(statistics_.packagesSent) + " packages, " +
@@ -166,6 +217,7 @@ void Runner::Run(StopSignals& signals)
         if (options_.untilIdle && IsIdle())
             return;
     }
+    resender_.Stop();
     // What is packed goes out before the end, if the exchange takes it; else the next run sends it.
     outbox_.TakeReady(true);
     UseExchange();

@@ -12,6 +12,7 @@
 #include "host/outbox.h"
 #include "host/progress.h"
 #include "host/reconcile.h"
+#include "host/resender.h"
 #include "host/sender.h"
 #include "host/stop_signals.h"
 
@@ -30,6 +31,9 @@ class Runner {
 public:
     // Logs on, takes up what an earlier run left, and begins to watch. Throws a HostError.
     Runner(const RunOptions& options, const Mailbox& mailbox);
+    Runner(const Runner&) = delete;
+    Runner& operator=(const Runner&) = delete;
+    ~Runner();
 
     // Works until a signal, or until nothing is left to do. Throws a HostError when it can't go on.
     void Run(StopSignals& signals);
@@ -40,7 +44,9 @@ private:
     void Start();
     void HoldBack(const Share& share);
     void WatchShare(const Share& share);
+    bool IsAwaited(const Share& share);
     void AnnounceTo(const Share& share);
+    void RetryUnsent();
     void AnnounceNew();
     void Step();
     void UseExchange();
@@ -63,6 +69,7 @@ private:
     Reconciler reconciler_;
     Matcher matcher_;
     Outbox outbox_;
+    Resender resender_;
     Inbox inbox_;
     Exchange exchange_;
     Progress progress_;

@@ -56,6 +56,26 @@ SharingRow Sender::EnsureRow(const Share& share, const std::string& entryId)
     return {id, entryId, share.storeId, 0};
 }
 
+// What the program will know of a message in its present state: another version, if it changed.
+ItemRecord Sender::RecordOf(const Share& share, const SharingRow& row, std::uint64_t modified) const
+{
+    const auto known = parts_.records.FindItem(row.id);
+    const bool unchanged = known && !known->deleted && parts_.state.IsCurrent(row, share.folderId, modified);
+    return {row.id, share.folderId, unchanged ? known->version : addin_.NextVersion(known, modified), false,
+            modified};
+}
+
+void Sender::TakeForSent(const Share& share, const std::string& entryId)
+{
+    const ComPtr<IMessage> message = OpenMessage(parts_.mail, entryId, false);
+    if (!message)
+        return;
+    const std::uint64_t modified = TimeOf(*message, PR_LAST_MODIFICATION_TIME);
+    const SharingRow row = EnsureRow(share, entryId);
+    parts_.records.PutItem(RecordOf(share, row, modified));
+    parts_.state.SetRowTime(row.id, modified);
+}
+
 bool Sender::SendItem(const Share& share, const std::string& entryId, const std::string& recipients)
 {
     const ComPtr<IMessage> message = OpenMessage(parts_.mail, entryId, false);
@@ -69,11 +89,9 @@ bool Sender::SendItem(const Share& share, const std::string& entryId, const std:
                                           missing.Raw(), item.Put()),
           "send an item of", share.name);
     Check(item->put_Raw(message.Get()), "send an item of", share.name);
-    const auto known = parts_.records.FindItem(row.id);
-    Check(item->put_Action(known ? qv_ac_Modified : qv_ac_Added), "send an item of", share.name);
-    ItemRecord record{row.id, share.folderId, {}, false, modified};
-    const bool unchanged = known && !known->deleted && parts_.state.IsCurrent(row, share.folderId, modified);
-    record.version = unchanged ? known->version : addin_.NextVersion(known, modified);
+    const bool isNew = !parts_.records.FindItem(row.id);
+    Check(item->put_Action(isNew ? qv_ac_Added : qv_ac_Modified), "send an item of", share.name);
+    const ItemRecord record = RecordOf(share, row, modified);
     Check(item->put_CustomInfo(BstrOf(FormatVersion(record.version)).Get()), "send an item of", share.name);
     Check(item->Send(BstrOf(recipients).Get()), "send an item of", share.name);
     // Only now does the item pass for sent: a kill before this point has it sent once more.
@@ -84,47 +102,47 @@ bool Sender::SendItem(const Share& share, const std::string& entryId, const std:
     return true;
 }
 
-void Sender::SendDeletion(const Share& share, const std::string& id)
+void Sender::PackDeletion(const Share& share, const ItemRecord& record, const std::string& recipients)
 {
-    const auto known = parts_.records.FindItem(id);
-    if (known) {
-        ComPtr<IItem> item;
-        Check(EngineFolder(share)->CreateItem(EmptyStream().Raw(), Variant::Text(FromUtf8(id)).Raw(),
-                                              item.Put()),
-              "send a deletion from", share.name);
-        Check(item->put_Action(qv_ac_Deleted), "send a deletion from", share.name);
-        ItemRecord record = *known;
-        if (!record.deleted)
-            record.version = addin_.NextVersion(known, addin_.Now());
-        record.deleted = true;
-        Check(item->put_CustomInfo(BstrOf(FormatVersion(record.version)).Get()), "send a deletion from",
-              share.name);
-        parts_.records.PutItem(record);
-        Check(item->Send(BstrOf(share.entryId).Get()), "send a deletion from", share.name);
-        ++parts_.statistics.deletionsSent;
-    }
-    Check(engine_.Session().DeleteItem(BstrOf(id).Get()), "forget an item of", share.name);
+    ComPtr<IItem> item;
+    Check(EngineFolder(share)->CreateItem(EmptyStream().Raw(), Variant::Text(FromUtf8(record.id)).Raw(),
+                                          item.Put()),
+          "send a deletion from", share.name);
+    Check(item->put_Action(qv_ac_Deleted), "send a deletion from", share.name);
+    Check(item->put_CustomInfo(BstrOf(FormatVersion(record.version)).Get()), "send a deletion from", share.name);
+    Check(item->Send(BstrOf(recipients).Get()), "send a deletion from", share.name);
+    ++parts_.statistics.deletionsSent;
     parts_.statistics.Touch();
 }
 
-void Sender::Announce(const Share& share, const std::string& member,
-                      const std::function<void(std::size_t)>& shown)
+void Sender::SendDeletion(const Share& share, const std::string& id)
+{
+    if (auto record = parts_.records.FindItem(id)) {
+        if (!record->deleted)
+            record->version = addin_.NextVersion(record, addin_.Now());
+        record->deleted = true;
+        parts_.records.PutItem(*record);
+        PackDeletion(share, *record, share.entryId);
+    }
+    Check(engine_.Session().DeleteItem(BstrOf(id).Get()), "forget an item of", share.name);
+}
+
+void Sender::SendDeletion(const Share& share, const std::string& id, const std::string& recipients)
+{
+    if (const auto record = parts_.records.FindItem(id); record && record->deleted)
+        PackDeletion(share, *record, recipients);
+}
+
+void Sender::Announce(const Share& share, const std::string& member)
 {
     Announcement announcement{share.name, parts_.mailbox.Name(), parts_.records.Members(share.folderId)};
     announcement.members.push_back(parts_.mailbox.Name());
     const ComPtr<IFolder> folder = EngineFolder(share);
     Check(folder->put_CustomInfo(BstrOf(FormatAnnouncement(announcement)).Get()), "announce the folder",
           share.name);
-    const std::string recipients = AnnouncementRecipients(member, share.folderId);
+    const std::string recipients = MemberRecipients(member, share.folderId);
     Check(folder->Send(Variant::Text(FromUtf8(recipients)).Raw()), "announce the folder", share.name);
-    const ComPtr<IMAPIFolder> messages = OpenFolder(parts_.mail, share.entryId);
-    if (!messages)
-        Fail("read the folder", share.name, "it is gone");
-    std::size_t sent = 0;
-    ForEachItem(*messages, [&](const ItemInfo& item) {
-        if (SendItem(share, item.entryId, recipients))
-            shown(++sent);
-    });
+    parts_.statistics.Touch();
 }
 
 }  // namespace quorvane::host

@@ -3,7 +3,6 @@
 #define QUORVANE_HOST_SENDER_H_
 
 #include <cstdint>
-#include <functional>
 #include <string>
 
 #include "host/addin.h"
@@ -24,15 +23,20 @@ public:
     // recipients  the folder's entry identifier, for all members, or an announcement's.
     bool SendItem(const Share& share, const std::string& entryId, const std::string& recipients);
 
-    // Sends a deletion of an item whose message is gone, and forgets its row.
+    // Sends a deletion of an item whose message is gone to all members, and forgets its row.
     void SendDeletion(const Share& share, const std::string& id);
+    // Sends a deletion that is known to others already.
+    void SendDeletion(const Share& share, const std::string& id, const std::string& recipients);
 
-    // Tells one member of a folder and sends all its items along. `shown` is called with the number of items
-    // sent.
-    void Announce(const Share& share, const std::string& member,
-                  const std::function<void(std::size_t)>& shown);
+    // Makes a message that differs from its row, or has none, pass for sent as it is.
+    void TakeForSent(const Share& share, const std::string& entryId);
+
+    // Tells one member of a folder and of all its members.
+    void Announce(const Share& share, const std::string& member);
 
 private:
+    ItemRecord RecordOf(const Share& share, const SharingRow& row, std::uint64_t modified) const;
+    void PackDeletion(const Share& share, const ItemRecord& record, const std::string& recipients);
     SharingRow EnsureRow(const Share& share, const std::string& entryId);
     ComPtr<IFolder> EngineFolder(const Share& share) const;
 

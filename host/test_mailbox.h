@@ -2,6 +2,7 @@
 #ifndef QUORVANE_HOST_TEST_MAILBOX_H_
 #define QUORVANE_HOST_TEST_MAILBOX_H_
 
+#include <atomic>
 #include <functional>
 #include <string>
 
@@ -17,7 +18,11 @@ struct HeldUpCallbacks final : ExtHandler {
     explicit HeldUpCallbacks(Addin& target) noexcept : addin(target) {}
     HRESULT OnItemResend(IItem* item, BSTR jobId, bool& ignore) override
     {
-        return addin.OnItemResend(item, jobId, ignore);
+        if (beforeResend)
+            beforeResend();
+        const HRESULT hr = addin.OnItemResend(item, jobId, ignore);
+        resent += ignore ? 0 : 1;
+        return !failResend.empty() && ReadText(*item, &IItem::get_ID) == failResend ? E_FAIL : hr;
     }
     HRESULT OnFolderReceived(IFolder* folder, BSTR tag) override
     {
@@ -60,8 +65,11 @@ struct HeldUpCallbacks final : ExtHandler {
     Addin& addin;
     // Set before the engine has anything to call about. A change is named by its message.
     std::function<void()> beforeReceived;
+    std::function<void()> beforeResend;
     std::function<void(const std::string&)> beforeChange;
     std::function<void(const std::string&, bool ignored)> afterChange;
+    std::string failResend;      // the ID of an item that can't be sent
+    std::atomic<int> resent{0};  // items that a resend was let send
 };
 
 // The engine knows the folder and doesn't report what happens in it: a test makes the reports itself.

@@ -42,17 +42,12 @@ ExitCode ShareFolder(const ShareOptions& options)
     const std::string entryId = HexOf(*FindFolder(session, options.folder), PR_ENTRYID);
     Records records(mailbox.HostDatabasePath().string());
     auto share = records.FindShareByEntryId(entryId);
-    const bool isNew = !share;
-    if (isNew) {
+    if (!share) {
         share = Share{NewFolderId(), entryId, session.StoreId(), options.folder};
         records.AddShare(*share);
     }
-    bool grown = false;
     for (const std::string& member : options.members)
-        grown = records.AddMember(share->folderId, member, false) || grown;
-    // The members who are in already must hear of the new ones.
-    if (grown && !isNew)
-        records.AnnounceAgain(share->folderId);
+        records.AddMember(share->folderId, member);
     Print(
         options.json,
         {{"folder", options.folder}, {"id", share->folderId}, {"members", records.Members(share->folderId)}},
@@ -67,7 +62,10 @@ void AddShareCommand(CLI::App& program, Chosen& chosen)
 {
     auto options = std::make_shared<ShareOptions>();
     CLI::App* const command =
-        AddCommand(program, chosen, "share", "Share a folder with named members", options, ShareFolder);
+        AddCommand(program, chosen, "share",
+                   "Share a folder with named members: 'run' announces it to those who are new, and sends them alone all "
+                   "its items",
+                   options, ShareFolder);
     command->add_option("MAILBOX", options->mailbox, "Directory of the mailbox")->required();
     command->add_option("FOLDER", options->folder, "Path of the folder")->required();
     command->add_option("--with", options->members, "Names of the members' mailboxes")->required();

@@ -41,6 +41,59 @@ Json SharesOf(Records& records, Table& table)
     return json;
 }
 
+const char* ScopeText(ResendScope scope)
+{
+    switch (scope) {
+        case ResendScope::kChanged:
+            return "changed";
+        case ResendScope::kOwn:
+            return "own";
+        default:
+            return "everything";
+    }
+}
+
+// What members are yet to be sent, a line for each.
+Json ResendsOf(Records& records, std::string& text)
+{
+    Json json = Json::array();
+    for (const ResendRecord& resend : records.Resends()) {
+        const auto share = records.FindShare(resend.folderId);
+        const std::string folder = share ? share->name : resend.folderId;
+        const std::int64_t left = resend.perSecond > 0 ? (resend.total - resend.done) / resend.perSecond : -1;
+        json.push_back({{"folder", folder},
+                        {"member", resend.member},
+                        {"scope", ScopeText(resend.scope)},
+                        {"since", TimeText(resend.since)},
+                        {"cancelled", resend.cancelled},
+                        {"done", resend.done},
+                        {"total", resend.total},
+                        {"given", records.CountGiven(resend.number)},
+                        {"perSecond", resend.perSecond},
+                        {"secondsLeft", left}});
+        text += std::string(resend.cancelled ? "cancelled: " : "to send: ") + Printable(folder) + " to " +
+                resend.member + ", " + std::to_string(resend.done) + " of " + std::to_string(resend.total) +
+                " items";
+        if (!resend.cancelled && left >= 0)
+            text += ", " + std::to_string(resend.perSecond) + " a second, " + std::to_string(left) + " s left";
+        text += "\n";
+    }
+    return json;
+}
+
+Json UnsentOf(Records& records, std::string& text)
+{
+    Json json = Json::array();
+    for (const UnsentItem& item : records.Unsent()) {
+        const auto share = records.FindShare(item.folderId);
+        const std::string folder = share ? share->name : item.folderId;
+        json.push_back({{"folder", folder}, {"id", item.id}, {"subject", item.subject}, {"reason", item.reason}});
+        text += "unsent: " + item.id + " '" + Printable(item.subject) + "' of " + Printable(folder) + ": " +
+                Printable(item.reason) + "\n";
+    }
+    return json;
+}
+
 ExitCode Status(const StatusOptions& options)
 {
     const Mailbox mailbox = Mailbox::Open(options.mailbox);
@@ -51,19 +104,24 @@ ExitCode Status(const StatusOptions& options)
     const std::int64_t packing = CountOf(mailbox, "SELECT COUNT(*) FROM tblStorageFiles");
     const std::size_t outgoing = records.Outgoing().size();
     const std::size_t unfinished = state.UnfinishedPaths().size();
+    std::string resendLines, unsentLines;
+    const Json resends = ResendsOf(records, resendLines);
+    const Json unsent = UnsentOf(records, unsentLines);
     std::error_code error;
     const bool rejected = std::filesystem::exists(mailbox.Directory() / "rejected", error);
     Print(options.json,
           {{"mailbox", mailbox.Directory().string()},
            {"name", mailbox.Name()},
            {"shares", shares},
+           {"resends", resends},
+           {"unsent", unsent},
            {"packagesFilling", packing},
            {"packagesToDeliver", outgoing},
            {"packagesToApply", unfinished},
            {"rejected", rejected}},
           mailbox.Name() + " at " + mailbox.Directory().string() + "\n" + table.Text() +
               "packages being filled: " + std::to_string(packing) + ", to deliver: " +
-              std::to_string(outgoing) + ", to apply: " + std::to_string(unfinished) + "\n" +
+              std::to_string(outgoing) + ", to apply: " + std::to_string(unfinished) + "\n" + resendLines + unsentLines +
               (rejected ? "packages that couldn't be used lie in " +
                               (mailbox.Directory() / "rejected").string() + "\n"
                         : std::string()));

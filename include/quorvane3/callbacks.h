@@ -13,8 +13,10 @@
 #define QUORVANE3_CALLBACKS_H_
 
 #include <condition_variable>
+#include <memory>
 #include <mutex>
 #include <new>
+#include <utility>
 
 #include "quorvane3/com.h"
 #include "quorvane3/object_model.h"
@@ -203,9 +205,14 @@ private:
     ExtHandler& handler_;
 };
 
+// The object to hand to IFolder::ResendEx. `handler` outlives every call, or goes with this object.
 class RestrictCallback final : public detail::CallbackObject<RestrictCallback, IQuorvaneRestrict> {
 public:
     explicit RestrictCallback(RestrictHandler& handler) noexcept : handler_(handler) {}
+    template <class Handler>
+    explicit RestrictCallback(std::shared_ptr<Handler> handler) noexcept
+        : handler_(*handler), kept_(std::move(handler))
+    {}
 
     HRESULT Call(DISPID id, const DISPPARAMS& params, VARIANT*)
     {
@@ -216,11 +223,18 @@ public:
 
 private:
     RestrictHandler& handler_;
+    const std::shared_ptr<void> kept_;
 };
 
+// The object to hand to IFolder::Resend or ResendEx. `handler` outlives every call, or goes with this object: nothing
+// but the last release tells that a resend has ended, or never began.
 class ProgressCallback final : public detail::CallbackObject<ProgressCallback, IQuorvaneProgress> {
 public:
     explicit ProgressCallback(ProgressHandler& handler) noexcept : handler_(handler) {}
+    template <class Handler>
+    explicit ProgressCallback(std::shared_ptr<Handler> handler) noexcept
+        : handler_(*handler), kept_(std::move(handler))
+    {}
 
     HRESULT Call(DISPID id, const DISPPARAMS& params, VARIANT*)
     {
@@ -233,6 +247,7 @@ public:
 
 private:
     ProgressHandler& handler_;
+    const std::shared_ptr<void> kept_;
 };
 
 inline HRESULT ExtCallback::GiveText(HRESULT hr, Bstr& text, VARIANT* result) noexcept

@@ -23,8 +23,8 @@ protected:
 TEST_F(UsageTest, HelpIsGivenForTheProgramAndEachCommand)
 {
     EXPECT_NE(MustRun({"--help"}).output.find("Exit codes"), std::string::npos);
-    for (const char* command : {"init", "import", "export", "list", "share", "run", "edit", "move", "delete",
-                                "compare", "status", "inspect", "show"})
+    for (const char* command : {"init", "import", "export", "list", "share", "resend", "cancel", "run", "edit",
+                                "move", "delete", "compare", "status", "inspect", "show"})
         EXPECT_NE(MustRun({command, "--help"}).output.find("--json"), std::string::npos) << command;
 }
 
@@ -131,6 +131,19 @@ TEST_F(UsageTest, AMemberNameThatCouldLeaveItsDirectoryIsRefused)
     MustRun({"import", Mailbox("a"), "In", Sample("01-plain").string()});
     ExpectOneLine(Run({"share", Mailbox("a"), "In", "--with", "../b"}), 2, "../b");
     ExpectOneLine(Run({"init", Mailbox("c"), "--name", "a/b"}), 2, "a/b");
+}
+
+TEST_F(UsageTest, AResendNeedsASharedFolderAMemberAndADate)
+{
+    MakeMailboxes({"a"});
+    MustRun({"import", Mailbox("a"), "In", Sample("01-plain").string()});
+    ExpectOneLine(Run({"resend", Mailbox("a"), "In", "--to", "b"}), 1, "isn't shared");
+    MustRun({"share", Mailbox("a"), "In", "--with", "b"});
+    ExpectOneLine(Run({"resend", Mailbox("a"), "In", "--to", "c"}), 1, "'c'");
+    ExpectOneLine(Run({"resend", Mailbox("a"), "In", "--to", "b", "--since", "yesterday"}), 2, "yesterday");
+    ExpectOneLine(Run({"resend", Mailbox("a"), "In"}), 2, "--to");
+    ExpectOneLine(Run({"cancel", Mailbox("a"), "Nothing"}), 1, "Nothing");
+    EXPECT_EQ(MustRun({"cancel", Mailbox("a"), "In", "--to", "c", "--json"}).Value().at("cancelled"), 0);
 }
 
 TEST_F(UsageTest, AnExchangeThatDoesNotExistIsNamedAndNotMade)

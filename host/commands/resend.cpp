@@ -1,0 +1,111 @@
+#include <algorithm>
+
+#include "host/command.h"
+#include "host/properties.h"
+#include "host/records.h"
+#include "host/since.h"
+
+namespace quorvane::host {
+
+namespace {
+
+struct ResendOptions {
+    bool json = false;
+    std::string mailbox;
+    std::string folder;
+    std::string member;
+    bool all = false;
+    std::string since;
+};
+
+struct CancelOptions {
+    bool json = false;
+    std::string mailbox;
+    std::string folder;
+    std::string member;
+};
+
+// The share of a folder that is named by its path.
+Share FindShare(Records& records, const MailSession& session, const std::string& folder)
+{
+    const auto share = records.FindShareByEntryId(HexOf(*FindFolder(session, folder), PR_ENTRYID));
+    if (!share)
+        Fail("find the shared folder", folder, "the folder isn't shared");
+    return *share;
+}
+
+std::uint64_t SinceOf(const ResendOptions& options)
+{
+    if (options.since.empty())
+        return 0;
+    const auto time = ParseTime(options.since);
+    if (!time)
+        throw HostError("cannot read '" + options.since + "' as a date: give 2026-11-21 or 2026-11-21T06:16:47Z",
+                        ExitCode::kUsage);
+    return *time;
+}
+
+ExitCode Resend(const ResendOptions& options)
+{
+    const std::uint64_t since = SinceOf(options);
+    const Mailbox mailbox = Mailbox::Open(options.mailbox);
+    const MailSession session(options.mailbox);
+    Records records(mailbox.HostDatabasePath().string());
+    const Share share = FindShare(records, session, options.folder);
+    const auto members = records.Members(share.folderId);
+    if (std::find(members.begin(), members.end(), options.member) == members.end())
+        Fail("resend to", options.member, "no such member of " + options.folder + " (see 'quorvane share')");
+    records.AddResend(share.folderId, options.member,
+                      options.all ? ResendScope::kEverything : ResendScope::kChanged, since);
+    Print(options.json, {{"folder", options.folder}, {"id", share.folderId}, {"member", options.member}},
+          "noted; 'quorvane run' sends " + Printable(options.folder) + " to " + options.member +
+              ", also one that is under way\n");
+    return ExitCode::kDone;
+}
+
+ExitCode Cancel(const CancelOptions& options)
+{
+    const Mailbox mailbox = Mailbox::Open(options.mailbox);
+    Records records(mailbox.HostDatabasePath().string());
+    std::string folderId;
+    if (!options.folder.empty()) {
+        const MailSession session(options.mailbox);
+        folderId = FindShare(records, session, options.folder).folderId;
+    }
+    const int cancelled = records.CancelResends(folderId, options.member);
+    Print(options.json, {{"cancelled", cancelled}},
+          "cancelled " + std::to_string(cancelled) + "; 'quorvane resend' goes on with what is left\n");
+    return ExitCode::kDone;
+}
+
+}  // namespace
+
+void AddResendCommand(CLI::App& program, Chosen& chosen)
+{
+    auto options = std::make_shared<ResendOptions>();
+    CLI::App* const command = AddCommand(
+        program, chosen, "resend",
+        "Send a member what it hasn't got of a folder: the rest of what was cancelled, and what changed since it was "
+        "sent last; or with --all everything once more",
+        options, Resend);
+    command->add_option("MAILBOX", options->mailbox, "Directory of the mailbox")->required();
+    command->add_option("FOLDER", options->folder, "Path of the shared folder")->required();
+    command->add_option("--to", options->member, "Name of the member's mailbox")->required();
+    command->add_flag("--all", options->all, "Every item, also those that it has");
+    command->add_option("--since", options->since,
+                        "Only items of this date or later: 2026-11-21, or 2026-11-21T06:16:47Z (when the mail was "
+                        "sent; of an item that never was, when it was changed)");
+}
+
+void AddCancelCommand(CLI::App& program, Chosen& chosen)
+{
+    auto options = std::make_shared<CancelOptions>();
+    CLI::App* const command =
+        AddCommand(program, chosen, "cancel",
+                   "Stop sending folders to single members; changes go on being sent to all", options, Cancel);
+    command->add_option("MAILBOX", options->mailbox, "Directory of the mailbox")->required();
+    command->add_option("FOLDER", options->folder, "Path of the shared folder (default: all)");
+    command->add_option("--to", options->member, "Name of the member's mailbox (default: all)");
+}
+
+}  // namespace quorvane::host
