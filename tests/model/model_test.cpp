@@ -1,8 +1,9 @@
-// The engine does what the reference model of it does, whatever happens to two shared folders, and however a
-// store tells of it.
+// The engine does what the reference model of it does, whatever happens to two
+// shared folders, and however a store tells of it.
 //
-// A seed draws the store's behaviour and all steps. QUORVANE_MODEL_SEED runs one seed alone, and
-// QUORVANE_MODEL_STEPS so many steps of it in place of ten thousand.
+// A seed draws the store's behaviour and all steps. QUORVANE_MODEL_SEED runs
+// one seed alone, and QUORVANE_MODEL_STEPS so many steps of it in place of ten
+// thousand.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -22,9 +23,11 @@ namespace {
 
 constexpr unsigned kSeeds = 10;
 constexpr unsigned long kSteps = 10000;
-// As many mails as make a table's scan take several turns now and then, and no more: steps are to be cheap.
+// As many mails as make a table's scan take several turns now and then, and no
+// more: steps are to be cheap.
 constexpr size_t kMostMails = 50;
-// Steps between two deliveries of a folder, so that its table follows each change.
+// Steps between two deliveries of a folder, so that its table follows each
+// change.
 constexpr unsigned kLongestDelay = 400;
 constexpr size_t kStepsShown = 60;
 
@@ -50,7 +53,8 @@ private:
     std::mt19937_64 engine_;
 };
 
-// Names of the model's for what only the engine knows, bound at first sight, one to one.
+// Names of the model's for what only the engine knows, bound at first sight,
+// one to one.
 class Names {
 public:
     bool Mean(const std::string& name, const std::string& actual)
@@ -118,7 +122,8 @@ public:
         return out.str();
     }
 
-    // Makes one step. Throws std::runtime_error when the engine does otherwise than the model.
+    // Makes one step. Throws std::runtime_error when the engine does otherwise
+    // than the model.
     void Step();
     // Everything that waits is told, and all that is left is compared.
     void End();
@@ -143,15 +148,24 @@ private:
     void Suspend();
     void Restrict();
     void TakePackage();
+    void RunResend();
+    void Cancel();
     void DeliverAny() { Deliver(dice_.Below(kFolders)); }
     void EndSession();
 
     void Deliver(unsigned folder);
-    void TakePackage(unsigned folder);
+    void TakePackage(const std::string& recipients);
+    void CompareJobs();
     void CompareCalls(const Delivery& delivery);
     void CompareRows();
     void CompareHashes(unsigned folder);
+    // Names of the model's mean something of the engine's; all others are what they are.
+    bool IsSameId(const std::string& expected, const std::string& actual)
+    {
+        return expected.starts_with('?') ? ids_.Mean(expected, actual) : expected == actual;
+    }
     void Note(const std::string& step);
+    static std::vector<std::string> Recipients();
     static std::string NameOf(const EntryId& entryId) { return entryId.substr(entryId.size() - 6); }
     void Expect(bool holds, const std::string& what)
     {
@@ -179,6 +193,7 @@ private:
     long mails_ = 0;
     unsigned subjects_ = 0;
     unsigned deliveries_ = 0;
+    unsigned jobs_ = 0;
 };
 
 const Comparison::Kind Comparison::kKinds[] = {
@@ -186,7 +201,8 @@ const Comparison::Kind Comparison::kKinds[] = {
     {9, &Comparison::Move},        {4, &Comparison::Copy},       {9, &Comparison::Delete},
     {7, &Comparison::Lock},        {5, &Comparison::Unlock},     {12, &Comparison::Ignore},
     {3, &Comparison::Fail},        {2, &Comparison::Suspend},    {1, &Comparison::Restrict},
-    {1, &Comparison::TakePackage}, {8, &Comparison::DeliverAny},
+    {1, &Comparison::TakePackage}, {8, &Comparison::DeliverAny}, {1, &Comparison::RunResend},
+    {1, &Comparison::Cancel},
 };
 
 void Comparison::Step()
@@ -212,8 +228,9 @@ void Comparison::End()
     for (unsigned folder = 0; folder < kFolders; ++folder) {
         Deliver(folder);
         CompareHashes(folder);
-        TakePackage(folder);
     }
+    for (const std::string& recipients : Recipients())
+        TakePackage(recipients);
 }
 
 void Comparison::Note(const std::string& step)
@@ -379,7 +396,8 @@ void Comparison::EndSession()
 {
     for (unsigned folder = 0; folder < kFolders; ++folder)
         CompareHashes(folder);
-    // Hashes gather: those of moved mails that were deleted in their new folder stay for good.
+    // Hashes gather: those of moved mails that were deleted in their new folder
+    // stay for good.
     const bool forgets = dice_.Chance(40);
     Note(forgets ? "end the session and lose the hash files" : "end the session");
     world_.EndSession(forgets);
@@ -403,31 +421,84 @@ void Comparison::Deliver(unsigned folder)
     waiting_[folder] = 0;
 }
 
-void Comparison::TakePackage()
+void Comparison::RunResend()
 {
-    TakePackage(dice_.Below(kFolders));
+    Resend resend;
+    resend.folder = dice_.Below(kFolders);
+    // The usual members, or a new one.
+    resend.to = dice_.Chance(20) ? World::FolderIds()[resend.folder] : "carol";
+    resend.isExtended = dice_.Chance(50);
+    if (dice_.Chance(50))
+        resend.job = "job " + std::to_string(++jobs_);
+    resend.all = dice_.Chance(30);
+    const EntryId* const entryId = AnyMail();
+    if (resend.isExtended && entryId && dice_.Chance(70))
+        resend.since = reference_.Mails().at(*entryId).time;
+    resend.cancelAt = dice_.Chance(30) ? 1 + dice_.Below(6) : 0;
+    Note("resend " + std::to_string(resend.folder) + " to " + resend.to + (resend.all ? ", all" : "") +
+         (resend.since ? ", since " + *resend.since : "") +
+         (resend.cancelAt > 0 ? ", cancel at " + std::to_string(resend.cancelAt) : ""));
+    const Delivery expected = reference_.RunResend(resend);
+    Expect(world_.RunResend(resend) == expected.progress, "the progress of a resend");
+    CompareCalls(expected);
+    CompareRows();
+    CompareHashes(resend.folder);
+    CompareJobs();
 }
 
-void Comparison::TakePackage(unsigned folder)
+void Comparison::Cancel()
 {
-    Note("take the package of " + std::to_string(folder));
-    std::optional<Package>& expected = reference_.PackageOf(folder);
-    const std::optional<Package> actual = world_.TakePackage(folder);
-    Expect(actual.has_value() == expected.has_value(), "whether there is a package");
+    Note("cancel the resends");
+    world_.CancelResends();
+    reference_.CancelResends();
+    CompareJobs();
+}
+
+void Comparison::CompareJobs()
+{
+    const std::vector<Job> actual = world_.Jobs();
+    Expect(actual.size() == reference_.Jobs().size(), "the number of jobs");
+    for (size_t i = 0; i < actual.size(); ++i) {
+        const Job& expected = reference_.Jobs()[i];
+        Expect(IsSameId(expected.id, actual[i].id) && actual[i].folder == expected.folder &&
+                   actual[i].to == world_.Address(expected.to),
+               "the record of job " + actual[i].id);
+    }
+}
+
+std::vector<std::string> Comparison::Recipients()
+{
+    std::vector<std::string> recipients{"carol"};
+    for (const std::string& id : World::FolderIds())
+        recipients.push_back(id);
+    return recipients;
+}
+
+void Comparison::TakePackage()
+{
+    TakePackage(dice_.OneOf(Recipients()));
+}
+
+void Comparison::TakePackage(const std::string& recipients)
+{
+    Note("take the package for " + recipients);
+    const auto found = reference_.Packages().extract(recipients);
+    const std::optional<Package> actual = world_.TakePackage(recipients);
+    Expect(actual.has_value() == !found.empty(), "whether there is a package");
     if (!actual)
         return;
+    const Package* const expected = &found.mapped();
     Expect(actual->size() == expected->size(), "the number of elements");
     for (const auto& [id, element] : *actual) {
         const auto same =
             std::find_if(expected->begin(), expected->end(),
-                         [&, actualId = id](const auto& entry) { return ids_.Mean(entry.first, actualId); });
+                         [&, actualId = id](const auto& entry) { return IsSameId(entry.first, actualId); });
         Expect(same != expected->end(), "element " + id + " has no business in the package");
         Expect(same->second == element, "element " + id + " of action " + std::to_string(element.action) +
                                             " with " + element.subject.value_or("no message") +
                                             " instead of action " + std::to_string(same->second.action) +
                                             " with " + same->second.subject.value_or("no message"));
     }
-    expected.reset();
 }
 
 void Comparison::CompareCalls(const Delivery& delivery)
@@ -443,8 +514,11 @@ void Comparison::CompareCalls(const Delivery& delivery)
             const std::string what = " a call about " + NameOf(expected.entryId) + " with action " +
                                      std::to_string(expected.action) + ", not about " +
                                      NameOf(next->entryId) + " with " + std::to_string(next->action);
-            Expect(next->entryId == expected.entryId && next->action == expected.action, "expected" + what);
-            Expect(ids_.Mean(expected.id, next->id), "another ID in" + what);
+            Expect(next->entryId == expected.entryId && next->action == expected.action &&
+                       next->isResend == expected.isResend,
+                   "expected" + what);
+            Expect(IsSameId(expected.job, next->job), "another job in" + what);
+            Expect(IsSameId(expected.id, next->id), "another ID in" + what);
             ++next;
         }
     }
@@ -459,7 +533,7 @@ void Comparison::CompareRows()
     for (const auto& [entryId, id] : reference_.Rows()) {
         const auto row = actual.find(entryId);
         Expect(row != actual.end(), "no row of " + NameOf(entryId));
-        Expect(ids_.Mean(id, row->second.id), "the ID in the row of " + NameOf(entryId));
+        Expect(IsSameId(id, row->second.id), "the ID in the row of " + NameOf(entryId));
         Expect(row->second.storeId == world_.StoreId() && row->second.version == 3.0 &&
                    row->second.lastModified == 0.0,
                "the row of " + NameOf(entryId));

@@ -23,8 +23,8 @@ std::string RecordOf(const std::string& hash, long flags)
     return hash + "\t" + std::to_string(flags);
 }
 
-// A record as it is read: what tabs divide, without the empty parts. So the flags of a record without a hash
-// are taken for the hash.
+// A record as it is read: what tabs divide, without the empty parts. So the
+// flags of a record without a hash are taken for the hash.
 struct ReadRecord {
     std::string hash;
     long flags = kNoFlags;
@@ -80,7 +80,8 @@ void Reference::Touch(unsigned folder, const EntryId& entryId)
         touched.push_back(entryId);
 }
 
-// Locks and moved items live in memory. What a table had to tell is lost with its subscription.
+// Locks and moved items live in memory. What a table had to tell is lost with
+// its subscription.
 void Reference::EndSession(bool forgets)
 {
     locks_.clear();
@@ -146,33 +147,38 @@ Delivery Reference::Deliver(unsigned folder, unsigned seed)
         if (event == Event::Changed || (event != Event::Deleted && rules_.rowsAreNarrow))
             changes = ScanTable(folder);
         else if (event != Event::Deleted)
-            ScanRow(folder, entryId, changes);
+            ScanRow(folder, entryId, false, changes);
         WorkOff(folder, event, changes, gone, delivery);
     }
     return delivery;
 }
 
-// At first sight flags are recorded at once, and what there was for a hash is kept.
-void Reference::ScanRow(unsigned folder, const EntryId& entryId, std::vector<Change>& changes)
+// At first sight flags are recorded at once, and what there was for a hash is
+// kept.
+void Reference::ScanRow(unsigned folder, const EntryId& entryId, bool all, std::vector<Change>& changes)
 {
     const Mail& mail = mails_.at(entryId);
     std::map<EntryId, std::string>& hashes = watched_[folder].hashes;
     const ReadRecord before = Read(hashes, entryId);
     if (before.flags == kNoFlags)
         hashes[entryId] = RecordOf(before.hash, mail.flags);
-    if (before.hash != HashOf(mail))
+    if (all || before.hash != HashOf(mail))
         changes.push_back({entryId, HashOf(mail), mail.flags});
 }
 
-// What a look at the whole table found is recorded before anybody is asked.
-std::vector<Reference::Change> Reference::ScanTable(unsigned folder)
+// What a look at the whole table found is recorded before anybody is asked, and
+// so is what a restriction hides.
+std::vector<Reference::Change> Reference::ScanTable(unsigned folder, bool all,
+                                                    const std::optional<std::string>& since)
 {
     std::vector<Change> changes;
-    for (const EntryId& entryId : Table(folder))
-        ScanRow(folder, entryId, changes);
+    for (const EntryId& entryId : Table(folder)) {
+        if (!since || std::stoull(mails_.at(entryId).time) >= std::stoull(*since))
+            ScanRow(folder, entryId, all, changes);
+    }
     std::vector<Change> again;
     for (const EntryId& entryId : Table(folder))
-        ScanRow(folder, entryId, again);
+        ScanRow(folder, entryId, all, again);
     for (const Change& change : again)
         watched_[folder].hashes[change.entryId] = RecordOf(change.hash, change.flags);
     return changes;
@@ -205,8 +211,9 @@ void Reference::WorkOff(unsigned folder, Event event, const std::vector<Change>&
         delivery.calls.push_back(deletions);
 }
 
-// An item that is known but comes as an addition is told and sent under a new ID, while its row keeps the old
-// one. Where the host fails, nothing is recorded.
+// An item that is known but comes as an addition is told and sent under a new
+// ID, while its row keeps the old one. Where the host fails, nothing is
+// recorded.
 std::optional<Call> Reference::WorkOffChange(unsigned folder, Event event, const Change& change)
 {
     const bool locked = TakeLock(change.entryId);
@@ -226,13 +233,14 @@ std::optional<Call> Reference::WorkOffChange(unsigned folder, Event event, const
         if (answer == Answer::Fail)
             return call;
         if (answer == Answer::Accept)
-            Send(folder, id, call->action, mails_.at(change.entryId).subject);
+            Send(folderIds_[folder], folder, id, call->action, mails_.at(change.entryId).subject);
     }
     watched_[folder].hashes[change.entryId] = RecordOf(change.hash, change.flags);
     return call;
 }
 
-// What nobody knows goes unheard. A moved item's row and hash stay, for it in its new place.
+// What nobody knows goes unheard. A moved item's row and hash stay, for it in
+// its new place.
 std::optional<Call> Reference::WorkOffDeletion(unsigned folder, const EntryId& entryId)
 {
     const bool locked = TakeLock(entryId);
@@ -248,7 +256,7 @@ std::optional<Call> Reference::WorkOffDeletion(unsigned folder, const EntryId& e
         if (answer == Answer::Fail)
             return call;
         if (answer == Answer::Accept)
-            Send(folder, id, kDeleted, std::nullopt);
+            Send(folderIds_[folder], folder, id, kDeleted, std::nullopt);
     }
     if (moved != moved_.end()) {
         moved_.erase(moved);
@@ -275,12 +283,73 @@ Answer Reference::TakeAnswer(const EntryId& entryId)
     return answer ? answer.mapped() : Answer::Accept;
 }
 
-void Reference::Send(unsigned folder, const Id& id, long action, std::optional<std::string> subject)
+void Reference::Send(const std::string& to, unsigned folder, const Id& id, long action,
+                     std::optional<std::string> subject)
 {
-    std::optional<Package>& package = watched_[folder].package;
-    if (!package)
-        package.emplace();
-    (*package)[id] = {folderIds_[folder], action, std::move(subject)};
+    packages_[to][id] = {folderIds_[folder], action, std::move(subject)};
+}
+
+// What differs is offered, or everything; then what is gone, to the folder's
+// usual members. Locks and moves count for nothing. A host that cancels is
+// asked about nothing more.
+Delivery Reference::RunResend(const Resend& resend)
+{
+    const std::string job = resend.job ? *resend.job : resend.isExtended ? "" : NewId();
+    if (!resend.isExtended)
+        jobs_.push_back({job, folderIds_[resend.folder], resend.to});
+    const std::vector<EntryId> gone = FindGone(resend.folder);
+    const std::vector<Change> changes = ScanTable(resend.folder, resend.all, resend.since);
+    const long total = static_cast<long>(changes.size() + gone.size());
+    Delivery delivery;
+    long count = 0;
+    for (const Change& change : changes) {
+        delivery.progress.emplace_back(++count, total);
+        delivery.calls.push_back({ResendChange(resend, job, change)});
+        if (count == static_cast<long>(resend.cancelAt)) {
+            CancelResends();
+            return delivery;
+        }
+    }
+    std::vector<Call> deletions;
+    for (const EntryId& entryId : gone) {
+        if (ResendDeletion(resend.folder, entryId, deletions))
+            delivery.progress.emplace_back(++count, total);
+    }
+    if (!deletions.empty())
+        delivery.calls.push_back(deletions);
+    return delivery;
+}
+
+Call Reference::ResendChange(const Resend& resend, const std::string& job, const Change& change)
+{
+    const auto [row, isNew] = rows_.try_emplace(change.entryId);
+    if (isNew)
+        row->second = NewId();
+    const Call call{change.entryId, row->second, isNew ? kAdded : kModified, true, job};
+    const Answer answer = TakeAnswer(change.entryId);
+    if (answer == Answer::Fail)
+        return call;
+    if (answer == Answer::Accept)
+        Send(resend.to, resend.folder, call.id, call.action, mails_.at(change.entryId).subject);
+    watched_[resend.folder].hashes[change.entryId] = RecordOf(change.hash, change.flags);
+    return call;
+}
+
+// What nobody knows is forgotten without a word.
+bool Reference::ResendDeletion(unsigned folder, const EntryId& entryId, std::vector<Call>& calls)
+{
+    const auto row = rows_.find(entryId);
+    if (row != rows_.end()) {
+        calls.push_back({entryId, row->second, kDeleted});
+        const Answer answer = TakeAnswer(entryId);
+        if (answer == Answer::Fail)
+            return false;
+        if (answer == Answer::Accept)
+            Send(folderIds_[folder], folder, row->second, kDeleted, std::nullopt);
+        rows_.erase(row);
+    }
+    watched_[folder].hashes.erase(entryId);
+    return true;
 }
 
 }  // namespace quorvane::model

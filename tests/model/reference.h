@@ -1,8 +1,10 @@
-// tests/model/reference.h: what the engine must do about the changes of two shared folders, told as plainly
-// as possible: lists and texts, no threads, no code of the engine's.
+// tests/model/reference.h: what the engine must do about the changes of two
+// shared folders, told as plainly as possible: lists and texts, no threads, no
+// code of the engine's.
 //
-// The store's part in it: what a folder's table tells of its changes when it is asked. The engine's part:
-// what it asks the host then, what it sends, and what it remembers afterwards.
+// The store's part in it: what a folder's table tells of its changes when it is
+// asked. The engine's part: what it asks the host then, what it sends, and what
+// it remembers afterwards.
 #ifndef QUORVANE_TESTS_MODEL_REFERENCE_H_
 #define QUORVANE_TESTS_MODEL_REFERENCE_H_
 
@@ -11,6 +13,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace quorvane::model {
@@ -20,7 +23,8 @@ inline constexpr unsigned kFolders = 2;
 inline constexpr unsigned kElsewhere = kFolders;
 
 using EntryId = std::string;
-// A sharing ID. The engine makes them up, so that the model has names of its own for them: "?1", "?2".
+// A sharing ID. The engine makes them up, so that the model has names of its
+// own for them: "?1", "?2".
 using Id = std::string;
 
 struct Mail {
@@ -41,7 +45,9 @@ inline constexpr long kDeleted = 30;
 struct Call {
     EntryId entryId;
     Id id;
-    long action = 0;  // tells which of its callbacks it is, too
+    long action = 0;  // tells which of its callbacks it is, too, unless it's about a resend
+    bool isResend = false;
+    std::string job{};  // of a resend
 
     auto operator<=>(const Call&) const = default;
 };
@@ -62,11 +68,31 @@ struct StoreRules {
     bool rowsAreNarrow = false;  // fewer than five columns
 };
 
-// What comes of a delivery.
+// A resend of a folder, as the host asks for it.
+struct Resend {
+    unsigned folder = 0;
+    std::string to;
+    bool isExtended = false;         // ResendEx, with a restriction
+    std::optional<std::string> job;  // its ID, if the host chooses it
+    bool all = false;
+    std::optional<std::string> since;  // only mails changed then or later are looked at
+    unsigned cancelAt = 0;             // the host cancels when it's asked about the so manieth; 0: never
+};
+
+// What is left of a resend in the database.
+struct Job {
+    std::string id;
+    std::string folder;
+    std::string to;
+};
+
+// What comes of a delivery, or of a resend.
 struct Delivery {
     unsigned told = 0;  // notifications
     // Groups in their order; within a group any order is right.
     std::vector<std::vector<Call>> calls;
+    // What a resend's progress shows: done and total, after the limits.
+    std::vector<std::pair<long, long>> progress;
 };
 
 class Reference {
@@ -75,9 +101,11 @@ public:
         : rules_(rules), folderIds_(std::move(folderIds))
     {}
 
-    // What happens to mails: one is there now, new or changed or in another folder; one is gone.
+    // What happens to mails: one is there now, new or changed or in another
+    // folder; one is gone.
     void Put(const EntryId& entryId, const Mail& mail);
-    // The same for a copy: to a store it concerns the folder that it was made from as well.
+    // The same for a copy: to a store it concerns the folder that it was made
+    // from as well.
     void PutCopy(const EntryId& entryId, const Mail& mail, unsigned from);
     void Remove(const EntryId& entryId);
     const std::map<EntryId, Mail>& Mails() const { return mails_; }
@@ -91,15 +119,21 @@ public:
     void Suspend(unsigned folder, bool suspended) { watched_[folder].suspended = suspended; }
     void EndSession(bool forgets);
 
-    // The engine hears of what happened in a folder since the last time. `seed` draws the order; 0: as it
-    // was.
+    // The engine hears of what happened in a folder since the last time. `seed`
+    // draws the order; 0: as it was.
     Delivery Deliver(unsigned folder, unsigned seed);
+
+    // A folder is resent, and the host waits for the end.
+    Delivery RunResend(const Resend& resend);
+    void CancelResends() { jobs_.clear(); }
 
     // What is remembered.
     const std::map<EntryId, Id>& Rows() const { return rows_; }
     // Hash, tab, flags. "#" and a time stand for the hash of that time.
     const std::map<EntryId, std::string>& Hashes(unsigned folder) const { return watched_[folder].hashes; }
-    std::optional<Package>& PackageOf(unsigned folder) { return watched_[folder].package; }
+    const std::vector<Job>& Jobs() const { return jobs_; }
+    // By their recipients; a folder's ID stands for its members.
+    std::map<std::string, Package>& Packages() { return packages_; }
 
 private:
     enum class Event { Changed, Added, Modified, Deleted };
@@ -112,7 +146,6 @@ private:
         std::set<EntryId> shown;       // by the table at the last delivery
         bool suspended = false;
         std::map<EntryId, std::string> hashes;
-        std::optional<Package> package;
     };
     struct Change {
         EntryId entryId;
@@ -123,8 +156,12 @@ private:
     void Touch(unsigned folder, const EntryId& entryId);
     std::vector<TableEvent> TakeEvents(unsigned folder);
     std::vector<EntryId> Table(unsigned folder) const;
-    void ScanRow(unsigned folder, const EntryId& entryId, std::vector<Change>& changes);
-    std::vector<Change> ScanTable(unsigned folder);
+    void ScanRow(unsigned folder, const EntryId& entryId, bool all, std::vector<Change>& changes);
+    std::vector<Change> ScanTable(unsigned folder, bool all = false,
+                                  const std::optional<std::string>& since = std::nullopt);
+    Call ResendChange(const Resend& resend, const std::string& job, const Change& change);
+    // False: the host failed.
+    bool ResendDeletion(unsigned folder, const EntryId& entryId, std::vector<Call>& calls);
     std::vector<EntryId> FindGone(unsigned folder) const;
     void WorkOff(unsigned folder, Event event, const std::vector<Change>& changes,
                  const std::vector<EntryId>& gone, Delivery& delivery);
@@ -132,7 +169,8 @@ private:
     std::optional<Call> WorkOffDeletion(unsigned folder, const EntryId& entryId);
     bool TakeLock(const EntryId& entryId);
     Answer TakeAnswer(const EntryId& entryId);
-    void Send(unsigned folder, const Id& id, long action, std::optional<std::string> subject);
+    void Send(const std::string& to, unsigned folder, const Id& id, long action,
+              std::optional<std::string> subject);
     Id NewId() { return "?" + std::to_string(++ids_); }
 
     const StoreRules rules_;
@@ -143,6 +181,8 @@ private:
     std::map<EntryId, bool> locks_;
     std::map<EntryId, Id> moved_;
     std::map<EntryId, Answer> answers_;
+    std::map<std::string, Package> packages_;
+    std::vector<Job> jobs_;
     unsigned ids_ = 0;
 };
 

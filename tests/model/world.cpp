@@ -8,6 +8,7 @@
 #include "engine/monitor/notification_gate.h"
 #include "engine/session/library.h"
 #include "engine/session/session.h"
+#include "engine/transfer/pool/thread_pool.h"
 #include "msgstore/store/test_switches.h"
 #include "platform/clock/clock.h"
 #include "quorvane3/message_store.h"
@@ -149,12 +150,83 @@ Package ReadPackage(const std::filesystem::path& path)
     return package;
 }
 
+class ShownProgress final : public ProgressHandler {
+public:
+    HRESULT SetLimits(LONG min, LONG max) override
+    {
+        limits_.emplace_back(min, max);
+        return S_OK;
+    }
+    HRESULT Progress(LONG count, LONG total) override
+    {
+        const bool fits = limits_ == std::vector<std::pair<long, long>>{{0, total}};
+        shown_.emplace_back(fits ? count : -1, total);
+        return S_OK;
+    }
+    std::vector<std::pair<long, long>> Shown() const { return shown_; }
+
+private:
+    std::vector<std::pair<long, long>> limits_;
+    std::vector<std::pair<long, long>> shown_;
+};
+
+// Hides what wasn't changed since some time.
+class Since final : public RestrictHandler {
+public:
+    HRESULT RestrictTable(IDispatch* table) override
+    {
+        if (!time)
+            return S_OK;
+        ComPtr<IItemsCol> items;
+        ComPtr<IUnknown> raw;
+        ComPtr<IMAPITable> contents;
+        Check(QueryFor(table, items), "restrict a table");
+        Check(items->get_RawTable(raw.Put()), "restrict a table");
+        Check(raw.As(contents), "restrict a table");
+        SPropValue value{};
+        value.ulPropTag = PR_LAST_MODIFICATION_TIME;
+        value.Value.ft = FromTicks(std::stoull(*time));
+        SRestriction restriction{};
+        restriction.rt = RES_PROPERTY;
+        restriction.res.resProperty = {RELOP_GE, PR_LAST_MODIFICATION_TIME, &value};
+        return contents->Restrict(&restriction, 0);
+    }
+
+    std::optional<std::string> time;  // none: hides nothing
+};
+
+// A job that tells that it runs, and when it is asked to give up.
+class Watcher final : public IWorkingThread {
+public:
+    struct Told {
+        Event running;
+        Event stopped;
+    };
+    explicit Watcher(std::shared_ptr<Told> told) : told_(std::move(told)) {}
+    DWORD ThreadProc(Event& stop) override
+    {
+        static_cast<void>(told_->running.Set());
+        stop.Wait();
+        static_cast<void>(told_->stopped.Set());
+        return 0;
+    }
+
+private:
+    const std::shared_ptr<Told> told_;
+};
+
 // A restriction that nobody asks.
 class Unasked final : public RestrictHandler {
 public:
     HRESULT RestrictTable(IDispatch*) override { return E_UNEXPECTED; }
 };
 Unasked unasked;
+
+std::string TextOf(sqlite3_stmt* row, int column)
+{
+    const auto* const found = reinterpret_cast<const char*>(sqlite3_column_text(row, column));
+    return found ? found : "";
+}
 
 Answer TakeAnswer(std::map<EntryId, Answer>& answers, const EntryId& entryId)
 {
@@ -208,6 +280,8 @@ void World::LogOn()
     logon_ = std::make_unique<test::TestLogon>(mailbox_, std::move(library));
     // Asked while the test waits for the engine.
     logon_->Host().AnswerWith([this](const test::HostEvent& event, bool& ignore) {
+        if (event.what == "resend" && ++resent_ == cancelAt_)
+            CancelResends();
         const Answer answer = TakeAnswer(answers_, event.entryId);
         ignore = answer == Answer::Ignore;
         return answer == Answer::Fail ? E_ABORT : S_OK;
@@ -344,38 +418,105 @@ std::vector<Call> World::TakeCalls()
 {
     std::vector<Call> calls;
     for (const test::HostEvent& event : logon_->Host().Events()) {
+        const bool isResend = event.what == "resend";
         const long action = event.what == "added"     ? kAdded
                             : event.what == "changed" ? kModified
                             : event.what == "deleted" ? kDeleted
-                                                      : 0;
+                                                      : event.action;
         if (action != event.action)
             throw std::runtime_error("an item of action " + std::to_string(event.action) + " is " +
                                      event.what);
-        calls.push_back({event.entryId, event.id, event.action});
+        calls.push_back({event.entryId, event.id, event.action, isResend, isResend ? event.tag : ""});
     }
     logon_->Host().Forget();
     return calls;
 }
 
+std::vector<std::pair<long, long>> World::RunResend(const Resend& resend)
+{
+    // The engine keeps a reference for good.
+    static Since since;
+    static RestrictCallback* const restriction = MakeComObject<RestrictCallback>(since).Detach();
+    since.time = resend.since;
+    ShownProgress progress;
+    const auto progressCallback = MakeComObject<ProgressCallback>(progress);
+    const Bstr to = Text(Address(resend.to));
+    const Variant all = Variant::Bool(resend.all);
+    const Bstr jobText = Text(resend.job.value_or(""));
+    const Variant job = resend.job ? Variant::Text(jobText.View()) : Variant::Missing();
+    const Variant shown = Variant::Dispatch(progressCallback.Get());
+    resent_ = 0;
+    cancelAt_ = resend.cancelAt;
+    IFolder& folder = *shared_.at(resend.folder).Get();
+    Check(resend.isExtended ? folder.ResendEx(to.Get(), restriction, all.Raw(), job.Raw(), shown.Raw())
+                            : folder.Resend(to.Get(), job.Raw(), all.Raw(), shown.Raw()),
+          "resend a folder");
+    // The job holds its progress until it's done.
+    Check(test::Eventually([&] {
+              progressCallback->AddRef();
+              return progressCallback->Release() == 2;  // one in `shown`
+          })
+              ? S_OK
+              : E_FAIL,
+          "wait for a resend");
+    return progress.Shown();
+}
+
+// Until every job has been told: who asks doesn't wait for that.
+void World::CancelResends()
+{
+    const auto told = std::make_shared<Watcher::Told>();
+    Check(told->running.Create(false), "make an event");
+    Check(told->stopped.Create(false), "make an event");
+    auto& session = static_cast<CSession2&>(logon_->Session());
+    Check(session.ResendPool()->Add(std::make_unique<Watcher>(told)), "watch the pool");
+    // One that still waits would be passed over.
+    told->running.Wait();
+    Check(logon_->Session().CancelResend(Variant::Missing().Raw()), "cancel");
+    told->stopped.Wait();
+}
+
+std::string World::Address(const std::string& recipients) const
+{
+    for (unsigned folder = 0; folder < kFolders; ++folder) {
+        if (recipients == FolderIds()[folder])
+            return FolderOf(folder).EntryId();
+    }
+    return recipients;
+}
+
+std::vector<Job> World::Jobs()
+{
+    constexpr char kSelect[] =
+        "SELECT JobID, FolderID, Recipients FROM tblUnfinishedResendJob ORDER BY rowid";
+    std::vector<Job> jobs;
+    Select(kSelect, [&](sqlite3_stmt* row) {
+        jobs.push_back({TextOf(row, 0), TextOf(row, 1), TextOf(row, 2)});
+    });
+    return jobs;
+}
+
 std::map<EntryId, Row> World::Rows()
 {
     constexpr char kSelect[] = "SELECT EntryID, ID, StoreID, LastModified, Version FROM tblItem";
-    sqlite3_stmt* statement = nullptr;
-    if (sqlite3_prepare_v2(database_, kSelect, -1, &statement, nullptr) != SQLITE_OK)
-        throw std::runtime_error(sqlite3_errmsg(database_));
     std::map<EntryId, Row> rows;
-    const auto text = [&](int column) {
-        const auto* const found = reinterpret_cast<const char*>(sqlite3_column_text(statement, column));
-        return std::string(found ? found : "");
-    };
-    while (sqlite3_step(statement) == SQLITE_ROW) {
-        if (!rows.emplace(text(0), Row{text(1), text(2), sqlite3_column_double(statement, 3),
-                                       sqlite3_column_double(statement, 4)})
+    Select(kSelect, [&](sqlite3_stmt* row) {
+        if (!rows.emplace(TextOf(row, 0), Row{TextOf(row, 1), TextOf(row, 2), sqlite3_column_double(row, 3),
+                                              sqlite3_column_double(row, 4)})
                  .second)
             throw std::runtime_error("two rows of one item");
-    }
-    sqlite3_finalize(statement);
+    });
     return rows;
+}
+
+void World::Select(const char* sql, const std::function<void(sqlite3_stmt*)>& read)
+{
+    sqlite3_stmt* statement = nullptr;
+    if (sqlite3_prepare_v2(database_, sql, -1, &statement, nullptr) != SQLITE_OK)
+        throw std::runtime_error(sqlite3_errmsg(database_));
+    while (sqlite3_step(statement) == SQLITE_ROW)
+        read(statement);
+    sqlite3_finalize(statement);
 }
 
 std::map<EntryId, std::string> World::Hashes(unsigned folder) const
@@ -392,13 +533,14 @@ std::map<EntryId, std::string> World::Hashes(unsigned folder) const
     return hashes;
 }
 
-std::optional<Package> World::TakePackage(unsigned folder)
+std::optional<Package> World::TakePackage(const std::string& recipients)
 {
-    const auto path = test::FindPackage(*logon_, FolderOf(folder).EntryId());
+    const std::string address = Address(recipients);
+    const auto path = test::FindPackage(*logon_, address);
     if (!path)
         return std::nullopt;
     const Package package = ReadPackage(*path);
-    const Bstr key = Text(FolderOf(folder).EntryId());
+    const Bstr key = Text(address);
     Check(logon_->StorageFiles()->Remove(Variant::Text(key.View()).Raw()), "take a package");
     std::filesystem::remove(*path);
     return package;
