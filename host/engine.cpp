@@ -5,7 +5,9 @@ namespace quorvane::host {
 EngineSession::EngineSession(ExtHandler& handler, const std::string& mailbox)
     : callback_(MakeComObject<ExtCallback>(handler))
 {
-    Check(thread_.Result(), "start COM for", mailbox);
+    // MAPI is started already, and may have made the thread an apartment: then it stays one.
+    if (thread_.Result() != RPC_E_CHANGED_MODE)
+        Check(thread_.Result(), "start COM for", mailbox);
     ComPtr<IClassFactory> factory;
     Check(DllGetClassObject(CLSID_Library, IID_IClassFactory, factory.PutVoid()), "start the engine for",
           mailbox);

@@ -10,7 +10,8 @@
 
 namespace quorvane::host {
 
-// Owns the library and its session. Made and destroyed on one thread, which is a free one of COM's meanwhile.
+// Owns the library and its session. Made and destroyed on one thread, which is a free one of COM's meanwhile,
+// unless MAPI made it an apartment: so MAPI is started first.
 // Destruction waits for the engine's jobs. Throws a HostError.
 class EngineSession {
 public:

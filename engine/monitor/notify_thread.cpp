@@ -146,10 +146,11 @@ HRESULT WorkOff(const CAdviseSink& sink, const NotificationBatch& batch) noexcep
 
 HRESULT NotifyThreadProc(ComPtr<CAdviseSink> sink, std::shared_ptr<NotifyThreadArgs> args) noexcept
 {
-    // The host is called through the global table.
-    const FreeThreadScope freeThread;
+    // MAPI comes first: it may make the thread an apartment, and refuses one that is a free thread already. The
+    // host is called through the global table, which needs the thread to be one or the other.
     CMAPIThreadInit mapiOnThread;
     const HRESULT initialized = mapiOnThread.Init();
+    const FreeThreadScope freeThread;
     // The last reference to the folder's store and table may be this one: it goes while MAPI is still there.
     const ComPtr<CAdviseSink> held = std::move(sink);
     if (FAILED(initialized)) {

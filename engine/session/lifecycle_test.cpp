@@ -2,9 +2,12 @@
 #include <gmock/gmock.h>
 
 #include <array>
+#include <atomic>
 #include <cstring>
 #include <regex>
+#include <thread>
 
+#include "engine/monitor/advise_sink.h"
 #include "engine/session/context/addin.h"
 #include "engine/session/testing/logon_test_base.h"
 #include "engine/transfer/pool/pool_jobs_for_test.h"
@@ -69,6 +72,30 @@ TEST_F(LifecycleTest, ALogonTakesItsStepsInOrder)
     EXPECT_EQ(around.TakeSteps(), kLogonSteps);
     EXPECT_TRUE(HostIsHeld());
     EXPECT_TRUE(test::IsOpen(files.DatabasePath()));
+}
+
+// As a host's thread has it that shows windows: its own apartment, which MAPI enters once more.
+TEST_F(LifecycleTest, NoThreadHasBecomeAFreeOneBeforeItStartsMapi)
+{
+    around.mapiEntersApartments = true;
+    std::atomic<bool> apartmentsStay{true};
+    around.whenMapiIsCalled = [&](const std::string& call) {
+        if (call == kUninitialize && !IsApartmentThread())
+            apartmentsStay = false;
+    };
+    std::thread([this] {
+        const ApartmentScope apartment;
+        ASSERT_EQ(Logon(), S_OK);
+        around.TakeSteps();
+        const auto sink = MakeComObject<CAdviseSink>();
+        sink->SetSession(&Inner());
+        NOTIFICATION none{};
+        EXPECT_EQ(sink->OnNotify(1, &none), static_cast<ULONG>(S_OK));
+        Inner().Notifications()->CloseAndWait();
+        EXPECT_THAT(around.TakeSteps(), ElementsAre(kInitialize, kUninitialize));
+        End();
+    }).join();
+    EXPECT_TRUE(apartmentsStay);
 }
 
 TEST_F(LifecycleTest, TheLogStartsBeforeMapiAndEndsAfterTheSession)

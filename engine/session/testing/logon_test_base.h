@@ -53,8 +53,16 @@ public:
     // Run as well when MAPI is called; set while nobody calls it.
     std::function<void(const std::string&)> whenMapiIsCalled;
 
+    // MAPI then enters the calling thread into an apartment, and so refuses to start on a free thread. Set while
+    // nobody calls it.
+    bool mapiEntersApartments = false;
+
     HRESULT OnMapiCall(const char* call) override
     {
+        if (mapiEntersApartments) {
+            if (const HRESULT hr = EnterApartment(call); FAILED(hr))
+                return hr;
+        }
         if (whenMapiIsCalled)
             whenMapiIsCalled(call);
         return Take(call);
@@ -71,6 +79,13 @@ public:
     }
 
 private:
+    HRESULT EnterApartment(const std::string& call)
+    {
+        if (call == "MAPIUninitialize")
+            CoUninitialize();
+        return call.starts_with("MAPIInitialize") ? CoInitialize(nullptr) : S_OK;
+    }
+
     const std::string databasePath_;
     Mutex mutex_;
     std::vector<std::string> steps_ QV_GUARDED_BY(mutex_);
