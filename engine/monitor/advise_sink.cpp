@@ -1,10 +1,10 @@
 #include "engine/monitor/advise_sink.h"
 
-#include <exception>
-#include <thread>
+#include <new>
 
 #include "engine/monitor/notify_thread.h"
 #include "engine/session/trace/trace.h"
+#include "platform/com/detached_thread.h"
 
 namespace quorvane {
 
@@ -42,13 +42,14 @@ ULONG CAdviseSink::OnNotify(ULONG cNotif, LPNOTIFICATION lpNotifications)
         args->lpNotifications = lpNotifications;
         if (FAILED(args->hReady.Create(false)))
             return static_cast<ULONG>(traced(E_POINTER));
-        std::thread thread([pass = std::move(pass), sink = ComPtr<CAdviseSink>(this), args]() mutable {
+        auto batch = [pass = std::move(pass), sink = ComPtr<CAdviseSink>(this), args]() mutable {
             HR_IGNORE(NotifyThreadProc(std::move(sink), std::move(args)), "traced, and nobody reads it");
-        });
-        thread.detach();
+        };
+        if (FAILED(StartDetachedThread(std::move(batch))))
+            return static_cast<ULONG>(traced(E_POINTER));
         args->hReady.Wait();
         return static_cast<ULONG>(S_OK);
-    } catch (const std::exception&) {
+    } catch (const std::bad_alloc&) {
         return static_cast<ULONG>(traced(E_POINTER));
     }
 }

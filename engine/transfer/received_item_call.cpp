@@ -1,11 +1,10 @@
 #include "engine/transfer/received_item_call.h"
 
 #include <new>
-#include <system_error>
-#include <thread>
 
 #include "engine/session/trace/trace.h"
 #include "platform/com/apartment.h"
+#include "platform/com/detached_thread.h"
 
 namespace quorvane {
 
@@ -16,18 +15,16 @@ try {
     std::shared_ptr<ReceivedItemCall> made(
         new ReceivedItemCall(std::move(addin), std::move(item), Bstr(tag)));
     HR_TRY_QUIET(made->event_.Create(false));
-    std::thread([made]() mutable {
+    HR_TRY_QUIET(StartDetachedThread([made]() mutable {
         // The host is called through the global table.
         const FreeThreadScope freeThread;
         made->ItemReceviedProc();
         made.reset();
-    }).detach();
+    }));
     call = std::move(made);
     return S_OK;
 } catch (const std::bad_alloc&) {
     return E_OUTOFMEMORY;
-} catch (const std::system_error&) {
-    return E_FAIL;
 }
 
 HRESULT ReceivedItemCall::Wait(Event& stop, bool& ignore) noexcept

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "platform/com/iid.h"
+#include "platform/com/message_pump_win.h"
 #include "platform/com/mutex.h"
 
 namespace quorvane {
@@ -21,26 +22,7 @@ bool IsApartmentThread() noexcept
 
 bool PumpApartmentCalls() noexcept
 {
-    bool any = false;
-    MSG message;
-    while (PeekMessageW(&message, nullptr, 0, 0, PM_NOREMOVE)) {
-        const bool unicode = message.hwnd && IsWindowUnicode(message.hwnd);
-        const BOOL got =
-            unicode ? GetMessageW(&message, nullptr, 0, 0) : GetMessageA(&message, nullptr, 0, 0);
-        if (got <= 0) {
-            // The end of the program is for the thread's own loop to see.
-            if (got == 0)
-                PostQuitMessage(static_cast<int>(message.wParam));
-            return any;
-        }
-        TranslateMessage(&message);
-        if (unicode)
-            DispatchMessageW(&message);
-        else
-            DispatchMessageA(&message);
-        any = true;
-    }
-    return any;
+    return MessagePump().Run();
 }
 
 struct ApartmentLoop::State {
@@ -77,9 +59,10 @@ struct ApartmentLoop::State {
 
     bool RunUntil(ULONGLONG deadline)
     {
+        MessagePump pump;
         for (;;) {
             RunPosted();
-            PumpApartmentCalls();
+            pump.Run();
             if (TakeStop())
                 return true;
             const ULONGLONG now = GetTickCount64();
@@ -87,7 +70,7 @@ struct ApartmentLoop::State {
                 return false;
             const ULONGLONG left = deadline - now;
             const DWORD wait = left >= INFINITE ? INFINITE : static_cast<DWORD>(left);
-            MsgWaitForMultipleObjectsEx(1, &woken, wait, QS_ALLINPUT, MWMO_INPUTAVAILABLE);
+            MsgWaitForMultipleObjectsEx(1, &woken, wait, pump.SawQuit() ? 0 : QS_ALLINPUT, MWMO_INPUTAVAILABLE);
         }
     }
 };

@@ -19,7 +19,8 @@ inline constexpr Timeout kForever = Timeout::max();
 // Whether a waiting apartment answers calls from other threads (and, on Windows, window messages).
 enum class WaitMode {
     Plain,           // the thread does nothing else
-    KeepQueueAlive,  // it runs what comes in meanwhile; the same as Plain on a thread without a queue
+    KeepQueueAlive,  // it runs what comes in meanwhile; the same as Plain on a thread without a queue, and on
+                     // Windows once WM_QUIT came, which is in the queue again after the wait
 };
 
 // One manual-reset event, or none. Any thread may call Set, Reset, IsSet and Wait; Create, moving and

@@ -4,7 +4,7 @@
 #include <new>
 #include <string>
 
-#include "platform/com/apartment.h"
+#include "platform/com/message_pump_win.h"
 
 namespace quorvane {
 
@@ -52,10 +52,13 @@ private:
     ULONGLONG end_ = 0;
 };
 
-// WaitForMultipleObjects, with the thread's messages dispatched while it waits.
+// WaitForMultipleObjects, with the thread's messages dispatched while it waits, up to the end of the program.
 DWORD WaitAndPump(DWORD count, const HANDLE* handles, bool all, const Deadline& deadline) noexcept
 {
+    MessagePump pump;
     for (;;) {
+        if (pump.SawQuit())
+            return WaitForMultipleObjects(count, handles, all, deadline.Left());
         // "All" together with input would wait for input too, so both are looked at in turns.
         DWORD result = WaitForMultipleObjects(count, handles, all, 0);
         if (result != WAIT_TIMEOUT)
@@ -69,7 +72,7 @@ DWORD WaitAndPump(DWORD count, const HANDLE* handles, bool all, const Deadline& 
                                         all ? std::min(left, kTurn) : left, QS_ALLINPUT, MWMO_INPUTAVAILABLE);
         if (result == WAIT_FAILED)
             return result;
-        PumpApartmentCalls();
+        pump.Run();
     }
 }
 
