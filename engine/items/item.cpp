@@ -21,6 +21,7 @@ void KeepText(CItem& item, ULONG tag, Bstr& field) noexcept
 
 CItem::~CItem()
 {
+    Leave();
     ReleaseMessage();
 }
 
@@ -100,6 +101,8 @@ HRESULT CItem::put_Action(qv_Action newVal)
 
 HRESULT CItem::put_Raw(IUnknown* newVal)
 {
+    const SessionUse use(m_pSession);
+    HR_TRY_QUIET(use.Result());
     ComPtr<IMessage> message;
     HR_TRY_QUIET(QueryFor(newVal, message));
     m_pMessage = std::move(message);
@@ -128,6 +131,8 @@ HRESULT CItem::get_Raw(IUnknown** pVal)
     if (!pVal)
         return E_POINTER;
     *pVal = nullptr;
+    const SessionUse use(m_pSession);
+    HR_TRY(traced, use.Result());
     if (!m_pMessage && m_lAction != qv_ac_Deleted)
         HR_TRY(traced, OpenLiveMessage());
     return m_pMessage.As(pVal);
@@ -139,6 +144,8 @@ HRESULT CItem::get_Folder(IFolder** pVal)
     if (!pVal)
         return E_POINTER;
     *pVal = nullptr;
+    const SessionUse use(m_pSession);
+    HR_TRY(traced, use.Result());
     if (m_bstrFolderEntryID.IsEmpty()) {
         Variant parent;
         HR_TRY(traced, GetProperty(TagArgument(PR_PARENT_ENTRYID), parent.Put()));

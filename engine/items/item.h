@@ -15,6 +15,7 @@
 #include "engine/items/message_storage.h"
 #include "engine/session/context/operations.h"
 #include "engine/session/context/session_context.h"
+#include "engine/session/context/session_link.h"
 #include "platform/com/bstr.h"
 #include "platform/com/com_object.h"
 #include "platform/com/dispatch.h"
@@ -30,10 +31,12 @@ class DatabaseSession;
 class LocalMessageId;
 
 class CItem : public ComObject<CItem, Answers<IPersistStorage, IPersist>, IPersistStreamInit,
-                               ISupportErrorInfo, DispatchImpl<IItem>> {
+                               ISupportErrorInfo, DispatchImpl<IItem>>,
+              private SessionHandle {
 public:
-    // session  [in]  the owner; not counted, and outlives the item.
-    explicit CItem(SessionContext* session) noexcept : m_pSession(session) {}
+    // session  [in]  the owner; not counted. When it ends the item lets go of its message, and what needs either
+    //                of the two gives E_UNEXPECTED from then on.
+    explicit CItem(SessionContext* session) : SessionHandle(session) {}
 
     // The fields that whoever makes an item fills in directly. Identifiers are hexadecimal text.
     Bstr m_bstrEntryID;            // PR_ENTRYID; empty until known
@@ -47,7 +50,6 @@ public:
     double m_dblVersion = 2.0;     // of the row in tblItem
     LONG m_lAction = qv_ac_NoAction;
     SafeArray m_ExcludedProperties;  // of VARIANT: tags, or "FileAs", that are not to be carried
-    SessionContext* const m_pSession;
     bool m_bUnRead = true;  // the read state that the public Submit gives to the message
 
     // Operations of the class itself, beside those of the interfaces.
@@ -171,9 +173,11 @@ public:
     HRESULT STDMETHODCALLTYPE get_UnRead(VARIANT_BOOL* pVal) override;
     HRESULT STDMETHODCALLTYPE put_UnRead(VARIANT_BOOL newVal) override;
 
-private:
     // Lets go of the message and of what stands behind it, in the order that they rest on each other.
     void ReleaseMessage() noexcept;
+
+private:
+    void LetGo() noexcept override { ReleaseMessage(); }
     // Opens the message that the identifiers name, for reading. E_INVALIDARG: one of them is empty.
     HRESULT OpenLiveMessage() noexcept;
     HRESULT SessionFolders(ComPtr<IFolders>& folders) noexcept;
@@ -205,6 +209,8 @@ private:
     HRESULT RewriteRow() noexcept;
     HRESULT Postprocess() noexcept;
     HRESULT PostprocessThreadProc(BSTR entryId, BSTR storeId) noexcept;
+
+    const SessionHandle& m_pSession = *this;
 
     ComPtr<ILockBytes> m_pMessageLockBytes;  // the memory behind a detached message
     ComPtr<IStorage> m_pMessageStorage;      // the compound file in it

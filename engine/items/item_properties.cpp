@@ -64,6 +64,8 @@ try {
     if (!Value)
         return E_POINTER;
     VariantInit(Value);
+    const SessionUse use(m_pSession);
+    HR_TRY(traced, use.Result());
     ULONG tag = 0;
     HR_TRY_QUIET(TakeTag(PropTag, tag));
     ComPtr<IUnknown> raw;
@@ -81,6 +83,8 @@ try {
 
 HRESULT CItem::DeleteProperty(VARIANT PropertyTag)
 {
+    const SessionUse use(m_pSession);
+    HR_TRY_QUIET(use.Result());
     if (!m_pMessage)
         return S_OK;
     ULONG tag = 0;

@@ -11,6 +11,8 @@ HRESULT CItem::Save(IStorage* storage, BOOL sameAsLoad)
 {
     if (!storage)
         return E_POINTER;
+    const SessionUse use(m_pSession);
+    HR_TRY_QUIET(use.Result());
     if (m_pMessage)
         HR_TRY_QUIET(SaveMessage(*storage));
     else

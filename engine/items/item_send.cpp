@@ -14,6 +14,8 @@ HRESULT CItem::Send(IStorage* target) noexcept
 HRESULT CItem::Send(BSTR Recipients)
 {
     const Traced traced{"CItem::Send"};
+    const SessionUse use(m_pSession);
+    HR_TRY(traced, use.Result());
     PackageTurn package;
     HR_TRY(traced, package.Begin(*m_pSession, Recipients));
     return traced(package.WriteItem(m_bstrID.Get(), [this](IStorage& target) noexcept {

@@ -43,6 +43,8 @@ HRESULT CItem::get_Stream(VARIANT* pVal)
     if (!pVal)
         return E_POINTER;
     VariantInit(pVal);
+    const SessionUse use(m_pSession);
+    HR_TRY(traced, use.Result());
     if (!m_pMessage) {
         pVal->vt = VT_ERROR;
         return S_OK;
@@ -59,6 +61,8 @@ HRESULT CItem::get_Stream(VARIANT* pVal)
 HRESULT CItem::put_Stream(VARIANT newVal)
 {
     const Traced traced{"CItem::put_Stream"};
+    const SessionUse use(m_pSession);
+    HR_TRY(traced, use.Result());
     ReleaseMessage();
     ArrayView<BYTE> image;
     HR_TRY(traced, image.Open(newVal));

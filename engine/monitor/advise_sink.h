@@ -19,7 +19,7 @@
 
 #include <memory>
 
-#include "engine/monitor/notification_gate.h"
+#include "engine/session/context/notification_gate.h"
 #include "engine/session/context/operations.h"
 #include "engine/session/context/session_context.h"
 #include "platform/com/bstr.h"

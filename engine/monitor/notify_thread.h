@@ -10,7 +10,7 @@
 #include <memory>
 
 #include "engine/monitor/advise_sink.h"
-#include "engine/monitor/notification_gate.h"
+#include "engine/session/context/notification_gate.h"
 #include "engine/storeaccess/mapi_memory.h"
 #include "platform/com/semaphore.h"
 #include "platform/event/event.h"

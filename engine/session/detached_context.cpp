@@ -2,7 +2,7 @@
 
 #include <new>
 
-#include "engine/monitor/notification_gate.h"
+#include "engine/session/context/notification_gate.h"
 #include "engine/session/trace/trace.h"
 
 namespace quorvane {

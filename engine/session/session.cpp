@@ -30,6 +30,7 @@ CSession2::~CSession2()
     traced.Line("Shutdown");
     StopPools();
     StopNotifications();
+    EndLink();
     RevokeAddin();
     m_pHashDB.reset();
     ReleaseCollections();
@@ -225,12 +226,16 @@ HRESULT CSession2::get_Folders(IFolders** pVal)
 HRESULT CSession2::get_StorageFiles(IStorageFiles** pVal)
 {
     const Traced traced{"CSession2::get_StorageFiles"};
-    const MutexLock lock(m_csCollections);
-    if (!m_pStorageFiles) {
-        const auto files = MakeComObject<CStorageFiles>(m_pSelf);
-        HR_TRY(traced, files ? files->Init() : E_OUTOFMEMORY);
-        HR_TRY(traced, files.As(m_pStorageFiles));
+    {
+        const MutexLock lock(m_csCollections);
+        if (m_pStorageFiles)
+            return m_pStorageFiles.CopyTo(pVal);
     }
+    const auto files = MakeComObject<CStorageFiles>(m_pSelf);
+    HR_TRY(traced, files ? files->Init() : E_OUTOFMEMORY);
+    const MutexLock lock(m_csCollections);
+    if (!m_pStorageFiles)
+        HR_TRY(traced, files.As(m_pStorageFiles));
     return m_pStorageFiles.CopyTo(pVal);
 }
 

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <future>
 #include <optional>
 
 #include "tests/support/packages.h"
@@ -106,9 +107,8 @@ TEST_F(SessionLifeTest, ObjectsThatAHostKeepsTooLongMayStillBeReleased)
     logon.reset();
 
     folder.Add("unheard", "text");
-    folders.Reset();
-    item.Reset();
-    EXPECT_FALSE(item);
+    EXPECT_EQ(folders.Detach()->Release(), 0u);
+    EXPECT_EQ(item.Detach()->Release(), 0u);
 }
 
 TEST_F(SessionLifeTest, ALibraryThatGoesWaitsForTheJobThatRuns)
@@ -139,6 +139,68 @@ TEST_F(SessionLifeTest, ALibraryThatGoesWaitsForTheJobThatRuns)
 
     EXPECT_TRUE(isEnding);
     EXPECT_TRUE(returned);
+}
+
+// What a host learns of an item that it was asked about before the logoff.
+struct LateAnswers {
+    HRESULT folder = S_OK;
+    HRESULT sent = S_OK;
+    HRESULT raw = S_OK;
+    HRESULT submitted = S_OK;
+    bool stillNamed = false;
+};
+
+LateAnswers AskLate(IItem& item)
+{
+    LateAnswers answers;
+    ComPtr<IFolder> folder;
+    answers.folder = item.get_Folder(folder.Put());
+    answers.sent = item.Send(Text("someone").Get());
+    ComPtr<IUnknown> message;
+    answers.raw = item.get_Raw(message.Put());
+    answers.submitted = item.Submit();
+    Bstr id;
+    answers.stillNamed = item.get_ID(id.Put()) == S_OK && !id.IsEmpty();
+    return answers;
+}
+
+TEST_F(SessionLifeTest, AHostThatAnswersAfterTheLogoffFindsTheItemWithoutItsSession)
+{
+    const TestMailbox sender;
+    std::filesystem::path package;
+    {
+        TestLogon from(sender);
+        const TestFolder sent = sender.MakeFolder("Sent");
+        const auto shared = from.Share(sent, "{folder}");
+        sent.Add("Hello", "text");
+        package = TakePackage(from, sent.EntryId(), 1, mailbox);
+    }
+    mailbox.Select();
+    logon.emplace(mailbox);
+    ComPtr<IFolder> shared = logon->Share(folder, "{folder}");
+    std::promise<void> loggedOff;
+    std::promise<LateAnswers> answers;
+    logon->Host().AnswerWith([&](const HostEvent& event, bool&) -> HRESULT {
+        if (event.what == "received") {
+            loggedOff.get_future().wait();
+            answers.set_value(AskLate(*event.item));
+        }
+        return S_OK;
+    });
+    ASSERT_EQ(logon->Session().ProcessStorageFile(Text(package.string()).Get(), Text("tag").Get()), S_OK);
+    ASSERT_TRUE(logon->Host().Heard("received"));
+    shared.Reset();
+    logon->EndSession();
+    loggedOff.set_value();
+    const LateAnswers late = answers.get_future().get();
+    logon->EndWithLateCalls();
+
+    EXPECT_EQ(late.folder, E_UNEXPECTED);
+    EXPECT_EQ(late.sent, E_UNEXPECTED);
+    EXPECT_EQ(late.raw, E_UNEXPECTED);
+    EXPECT_EQ(late.submitted, E_UNEXPECTED);
+    EXPECT_TRUE(late.stillNamed);
+    EXPECT_TRUE(std::filesystem::exists(package));
 }
 
 TEST_F(SessionLifeTest, AnEndInTheMidstOfABatchLetsItFinish)

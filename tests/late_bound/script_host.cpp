@@ -161,6 +161,8 @@ void ScriptHost::HandleItem(ScriptEvent& event, const DISPPARAMS& params)
     event.action = item.Get("Action").Raw().lVal;
     if (params.cArgs == 3)
         event.text = TextAt(params, 1);
+    if (hook_)
+        hook_(event.what, item);
     VARIANT_BOOL& ignore = FlagAt(params, params.cArgs - 1);
     std::string recipients;
     {

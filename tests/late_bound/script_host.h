@@ -5,12 +5,14 @@
 
 #include <condition_variable>
 #include <filesystem>
+#include <functional>
 #include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "quorvane3/com.h"
+#include "tests/late_bound/automation.h"
 
 namespace quorvane::test {
 
@@ -33,6 +35,10 @@ public:
     // From now on the host sends changed items itself, to these recipients, and tells the engine to ignore
     // them; the event is noted once the item is in its package. Empty: the engine sends, as it does at first.
     void SendTo(const std::string& recipients);
+
+    // Called with each item that the engine asks about, before the call is noted. Set while no call comes.
+    using ItemHook = std::function<void(const std::string& what, const Automation& item)>;
+    void WhenAsked(ItemHook hook) { hook_ = std::move(hook); }
 
     // Waits until so many calls of an operation have come; false when the deadline passes first. With
     // `pump`, calls into this thread's apartment are answered meanwhile.
@@ -58,6 +64,7 @@ private:
     size_t CountOf(const std::string& what) const;
 
     const std::filesystem::path database_;
+    ItemHook hook_;
     mutable std::mutex mutex_;
     std::condition_variable changed_;
     std::vector<ScriptEvent> events_;

@@ -1,6 +1,9 @@
 // The road of a change between two mailboxes, run by hosts that bind late.
 #include <gtest/gtest.h>
 
+#include <future>
+#include <optional>
+
 #include "tests/late_bound/engine_module.h"
 #include "tests/late_bound/script_logon.h"
 #include "tests/support/registered_library.h"
@@ -148,6 +151,42 @@ TEST_F(LateBoundSharingTest, AFolderThatIgnoresEventsIsSilent)
     ASSERT_TRUE(a.Host().Heard("onItemAdded"));
 
     EXPECT_EQ(a.Host().Events("onItemAdded").front().entryId, fence);
+}
+
+TEST(LateBoundLogoffTest, AScriptThatAnswersAfterTheLogoffFindsTheItemWithoutItsSession)
+{
+    const TestMailbox mailboxA;
+    const TestMailbox mailboxB;
+    const TestFolder folderA = mailboxA.MakeFolder("Shared");
+    const TestFolder folderB = mailboxB.MakeFolder("Shared too");
+    const ScriptLogon a(mailboxA);
+    a.Share(folderA, kFolderId);
+    a.Host().SendTo("bob");
+    folderA.Add("Hello", "body");
+    ASSERT_TRUE(a.Host().Heard("onItemAdded"));
+    const auto package = a.TakePackage("bob");
+
+    struct Late {
+        std::promise<void> asked, loggedOff;
+        std::promise<std::pair<Outcome, Outcome>> answers;
+    };
+    const auto late = std::make_shared<Late>();
+    std::optional<ScriptLogon> b(std::in_place, mailboxB);
+    b->Share(folderB, kFolderId);
+    b->Host().WhenAsked([late](const std::string&, const Automation& item) {
+        late->asked.set_value();
+        late->loggedOff.get_future().wait();
+        Outcome folder = item.TryGet("Folder");
+        late->answers.set_value({std::move(folder), item.TryCall("Send", Pack(TextValue("bob")))});
+    });
+    b->Session().Call("ProcessStorageFile", Pack(TextValue(package.string()), TextValue("tag")));
+    late->asked.get_future().wait();
+    b.reset();
+    late->loggedOff.set_value();
+    const auto [folder, sent] = late->answers.get_future().get();
+
+    EXPECT_EQ(folder.scode, E_UNEXPECTED);
+    EXPECT_EQ(sent.scode, E_UNEXPECTED);
 }
 
 // Locks, whose third argument may be left out.

@@ -66,6 +66,7 @@ HRESULT TestHost::Hear(HostEvent event, bool& ignore)
     {
         const std::lock_guard lock(mutex_);
         events_.push_back(event);
+        events_.back().item = nullptr;
         answer = answer_;
     }
     changed_.notify_all();
@@ -74,7 +75,7 @@ HRESULT TestHost::Hear(HostEvent event, bool& ignore)
 
 HRESULT TestHost::HearItem(const char* what, IItem* item, BSTR text, bool& ignore)
 {
-    HostEvent event{what, IdOf(item), {}, 0, ToUtf8(ViewOf(text))};
+    HostEvent event{what, IdOf(item), {}, 0, ToUtf8(ViewOf(text)), item};
     Bstr entryId;
     Check(item->get_EntryID(entryId.Put()), "read an entry identifier");
     event.entryId = Utf8(entryId);
@@ -112,13 +113,13 @@ HRESULT TestHost::OnItemReceived(IItem* item, BSTR tag, bool& ignore)
 HRESULT TestHost::OnFolderReceived(IFolder* folder, BSTR tag)
 {
     bool unused = false;
-    return Hear({"folder", IdOf(folder), {}, 0, ToUtf8(ViewOf(tag))}, unused);
+    return Hear({"folder", IdOf(folder), {}, 0, ToUtf8(ViewOf(tag)), nullptr}, unused);
 }
 
 HRESULT TestHost::OnPostprocess(BSTR entryId, BSTR)
 {
     bool unused = false;
-    return Hear({"postprocess", ToUtf8(ViewOf(entryId)), {}, 0, {}}, unused);
+    return Hear({"postprocess", ToUtf8(ViewOf(entryId)), {}, 0, {}, nullptr}, unused);
 }
 
 HRESULT TestHost::DatabasePath(Bstr& path)

@@ -20,6 +20,7 @@ struct HostEvent {
     std::string entryId;  // the item's
     LONG action = 0;
     std::string tag;
+    IItem* item = nullptr;  // the item itself, for the time of the answer
 };
 
 // Called on the engine's threads. The answers below may be set at any time.

@@ -1,8 +1,9 @@
 // session/context/session_context.h: what a session's children see of it.
 //
-// CSession2 is the one implementation. Every child object (folder, item, storage file, option, job,
-// sink) is given a raw pointer to it, `m_pSelf`, and reaches all shared state through that pointer. It
-// counts no reference: the session outlives its children.
+// CSession2 is the one implementation. Every child object (folder, storage file, option, job, sink) is given a
+// raw pointer to it, `m_pSelf`, and reaches all shared state through that pointer. It counts no reference: the
+// session outlives its children. An item alone may be in a host's hands after the end: it has a handle that the
+// ending session clears (session_link.h).
 //
 // Threading: any thread may call. The pointers and references returned are the session's own and live
 // as long as it does; what comes through an out-parameter is a reference of the caller's.
@@ -23,9 +24,13 @@ class CCustomThreadPool;
 class CHashDBMap;
 class DataSource;
 class NotificationGate;
+class SessionLink;
 
 class SessionContext {
 public:
+    // What the handles of items hold; null when memory is short.
+    std::shared_ptr<SessionLink> Link() noexcept;
+
     // The MAPI session of the logon; null before it and after a failed one.
     virtual IMAPISession* MapiSession() noexcept = 0;
 
@@ -64,7 +69,13 @@ public:
     virtual HRESULT ForgetMovedItem(BSTR entryId) noexcept = 0;
 
 protected:
-    ~SessionContext() = default;
+    ~SessionContext() { EndLink(); }
+    // Clears the items' handles, as session_link.h tells; while all that a call of an item uses is still there.
+    void EndLink() noexcept;
+
+private:
+    Mutex linkMutex_;
+    std::shared_ptr<SessionLink> link_ QV_GUARDED_BY(linkMutex_);
 };
 
 }  // namespace quorvane

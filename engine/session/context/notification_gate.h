@@ -1,4 +1,5 @@
-// monitor/notification_gate.h: NotificationGate, which counts a session's notification batches under way.
+// session/context/notification_gate.h: NotificationGate, which counts a session's notification batches under way, its
+// cancellations, and the calls of its items.
 //
 // Each batch runs on a thread of its own that nobody joins. It works with the session's stores, hash stores,
 // database and host, so the session must not take those away while a batch is inside. A batch enters the gate
@@ -8,8 +9,8 @@
 //
 // Threading: any thread may call. Shared by the session and its sinks, so that a sink that MAPI still holds
 // finds a closed gate instead of a session that is gone.
-#ifndef QUORVANE_ENGINE_MONITOR_NOTIFICATION_GATE_H_
-#define QUORVANE_ENGINE_MONITOR_NOTIFICATION_GATE_H_
+#ifndef QUORVANE_ENGINE_SESSION_CONTEXT_NOTIFICATION_GATE_H_
+#define QUORVANE_ENGINE_SESSION_CONTEXT_NOTIFICATION_GATE_H_
 
 #include <memory>
 
@@ -69,4 +70,4 @@ private:
 
 }  // namespace quorvane
 
-#endif  // QUORVANE_ENGINE_MONITOR_NOTIFICATION_GATE_H_
+#endif  // QUORVANE_ENGINE_SESSION_CONTEXT_NOTIFICATION_GATE_H_

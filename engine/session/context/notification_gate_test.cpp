@@ -1,4 +1,4 @@
-#include "engine/monitor/notification_gate.h"
+#include "engine/session/context/notification_gate.h"
 
 #include <gtest/gtest.h>
 
