@@ -148,7 +148,7 @@ HRESULT CItem::DBUpdate() noexcept
 HRESULT CItem::DBCheckModified() noexcept
 {
     DatabaseSession session;
-    HR_TRY_QUIET(m_pSession->Database().OpenSession(session));
+    HR_TRY(Traced{"CItem::DBCheckModified"}, m_pSession->Database().OpenSession(session));
     StatementParameters parameters;
     parameters.Text(width::kEntryId, m_bstrEntryID.Get());
     Rowset rows;
@@ -156,7 +156,8 @@ HRESULT CItem::DBCheckModified() noexcept
     if (const HRESULT hr = rows.Step(); hr != S_OK)
         return hr;
     double recorded = m_dblLastModified;
-    HR_TRY_QUIET(rows.GetNumber(1, recorded));
+    if (rows.HasValue(1))
+        HR_TRY_QUIET(rows.GetNumber(1, recorded));
     return recorded == m_dblLastModified ? E_FAIL : S_OK;
 }
 

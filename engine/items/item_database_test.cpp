@@ -3,6 +3,7 @@
 #include "engine/items/item.h"
 #include "engine/items/new_id.h"
 #include "engine/items/testing/test_session.h"
+#include "engine/session/trace/testing/traced_lines.h"
 
 namespace quorvane {
 namespace {
@@ -140,6 +141,27 @@ TEST_F(ItemDatabaseTest, CheckModifiedComparesTheRecordedTime)
 
     item->m_dblLastModified += 1.0 / 86400;
     EXPECT_EQ(item->DBCheckModified(), S_OK);
+}
+
+TEST_F(ItemDatabaseTest, ARowWithoutATimeIsNotModified)
+{
+    ASSERT_EQ(item->DBAppend(), S_OK);
+    session.Execute("UPDATE tblItem SET LastModified=NULL");
+
+    EXPECT_EQ(item->DBCheckModified(), E_FAIL);
+}
+
+TEST_F(ItemDatabaseTest, EachOperationTracesThatItGetsNoSession)
+{
+    session.CloseDatabase();
+    const std::string lines = testing::TracedLines([this] {
+        for (const HRESULT hr : {item->DBRead(), item->DBReadByID(), item->DBAppend(), item->DBUpdate(),
+                                 item->DBDelete(), item->DBCheckModified()})
+            EXPECT_EQ(hr, kNotOpen);
+    });
+
+    for (const char* name : {"DBRead", "DBReadByID", "DBAppend", "DBUpdate", "DBDelete", "DBCheckModified"})
+        EXPECT_NE(lines.find(std::string("CItem::") + name + '('), std::string::npos) << name;
 }
 
 TEST_F(ItemDatabaseTest, EveryOperationTellsThatTheDatabaseIsGone)

@@ -39,7 +39,9 @@ HRESULT CSession2::GetRegSetting(OleStringView Name, Variant& Value) noexcept
         HR_TRY_QUIET(
             key.Open(RegistryHive::CurrentUser, SettingsPath(productCode.Get()), RegistryAccess::ReadWrite));
         RegistryValue setting;
+        // Whether there is one is asked first; after that it should be there.
         HR_TRY_QUIET(key.Query(Narrow(Name), setting));
+        HR_TRY(traced, key.Query(Narrow(Name), setting));
         TakeValue(setting, Value);
         return S_OK;
     } catch (const std::bad_alloc&) {

@@ -1,7 +1,10 @@
 // Settings of the host's product, read through the session.
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <chrono>
 #include <fstream>
+#include <thread>
 
 #include "engine/session/session.h"
 #include "engine/session/trace/testing/traced_lines.h"
@@ -89,6 +92,35 @@ TEST_F(SettingsTest, AMissingKeyAndAMissingValueAreTheSameAndUntraced)
 
     EXPECT_TRUE(value.Is(VT_EMPTY));
     EXPECT_EQ(lines, "");
+}
+
+// Somebody may take a value away between the two questions for it.
+TEST_F(SettingsTest, AValueThatGoesBeforeItIsReadIsTraced)
+{
+    Put("EnableConsole", RegistryValue::OfNumber(0));
+    std::atomic<bool> traced{false};
+    std::thread somebody([&] {
+        RegistryKey key;
+        ASSERT_EQ(
+            key.Create(RegistryHive::CurrentUser, "Software\\Brindlemoor\\Quorvane\\1.0\\Tests\\Settings"),
+            S_OK);
+        while (!traced) {
+            EXPECT_EQ(key.Set("Logs", RegistryValue::OfNumber(1)), S_OK);
+            EXPECT_EQ(key.DeleteValue("Logs"), S_OK);
+        }
+    });
+    const std::string lines = testing::TracedLines([&] {
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+        const auto& log = testing::ProcessLogFile::Get();
+        const size_t before = log.Text().size();
+        while (log.Text().size() == before && std::chrono::steady_clock::now() < deadline)
+            static_cast<void>(session->GetRegSetting(OLESTR("Logs"), value));
+        traced = true;
+    });
+    somebody.join();
+
+    EXPECT_NE(lines.find("CSession2::GetRegSetting("), std::string::npos);
+    EXPECT_NE(lines.find(") 0x80070002\r\n"), std::string::npos);
 }
 
 TEST_F(SettingsTest, ProductsAreKeptApart)

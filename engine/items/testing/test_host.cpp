@@ -20,6 +20,14 @@ void TestHost::Record(std::string call)
     calls_.push_back(std::move(call));
 }
 
+HRESULT TestHost::Report(const char* what, IItem* item, bool& ignore)
+{
+    Bstr id;
+    item->get_ID(id.Put());
+    Record(what + Narrow(id.View()));
+    return whenItemReported ? whenItemReported(item, ignore) : S_OK;
+}
+
 HRESULT TestHost::OnFolderReceived(IFolder* folder, BSTR tag)
 {
     Bstr id;
@@ -52,10 +60,8 @@ HRESULT TestHost::OnItemResend(IItem* item, BSTR jobId, bool& ignore)
 
 HRESULT TestHost::OnItemDeleted(IItem* item, bool& ignore)
 {
-    Bstr id;
-    item->get_ID(id.Put());
-    Record("deleted " + Narrow(id.View()));
-    return whenItemDeleted ? whenItemDeleted(item, ignore) : S_OK;
+    const HRESULT hr = Report("deleted ", item, ignore);
+    return whenItemDeleted ? whenItemDeleted(item, ignore) : hr;
 }
 
 HRESULT TestHost::DatabasePath(Bstr& path)

@@ -16,17 +16,20 @@ class TestHost final : public ExtHandler {
 public:
     // Run inside the callback; what they return is the callback's result.
     std::function<HRESULT(IItem*, bool&)> whenItemReceived;
+    std::function<HRESULT(IItem*, bool&)> whenItemReported;  // as added, changed or deleted
     std::function<HRESULT(IFolder*)> whenFolderReceived;
     std::function<HRESULT()> whenPostprocessed;
     std::function<HRESULT(IItem*, BSTR, bool&)> whenItemResent;
     std::function<HRESULT(IItem*, bool&)> whenItemDeleted;
     std::string databasePath;
 
-    // "received <ID> <tag>", "folder <ID> <tag>", "postprocess <EntryID>", "resend <ID> <job>",
-    // "deleted <ID>", in their order.
+    // "received <ID> <tag>", "folder <ID> <tag>", "postprocess <EntryID>", "resend <ID> <job>", "added <ID>",
+    // "changed <ID>" and "deleted <ID>", in their order.
     std::vector<std::string> Calls() const;
     void Forget();
 
+    HRESULT OnItemAdded(IItem* item, bool& ignore) override { return Report("added ", item, ignore); }
+    HRESULT OnItemChanged(IItem* item, bool& ignore) override { return Report("changed ", item, ignore); }
     HRESULT OnFolderReceived(IFolder* folder, BSTR tag) override;
     HRESULT OnItemReceived(IItem* item, BSTR tag, bool& ignore) override;
     HRESULT OnPostprocess(BSTR entryId, BSTR storeId) override;
@@ -36,6 +39,7 @@ public:
     HRESULT ProductCode(Bstr& code) override;
 
 private:
+    HRESULT Report(const char* what, IItem* item, bool& ignore);
     void Record(std::string call);
 
     mutable Mutex mutex_;

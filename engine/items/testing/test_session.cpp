@@ -73,8 +73,17 @@ public:
     HRESULT STDMETHODCALLTYPE ResumeJobs(LONG) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE LockItem(BSTR, BSTR, VARIANT_BOOL) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE UnlockItem(BSTR, BSTR) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE IsItemLocked(BSTR, BSTR, VARIANT_BOOL*) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE DropLock(BSTR, BSTR) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE IsItemLocked(BSTR entryId, BSTR storeId, VARIANT_BOOL* rVal) override
+    {
+        *rVal = session_.isLocked && session_.isLocked(entryId, storeId) ? VARIANT_TRUE : VARIANT_FALSE;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE DropLock(BSTR entryId, BSTR storeId) override
+    {
+        if (session_.dropLock)
+            session_.dropLock(entryId, storeId);
+        return S_OK;
+    }
     HRESULT STDMETHODCALLTYPE GetItemFromID(VARIANT, VARIANT, VARIANT, IItem**) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE ImportItem(BSTR, BSTR, BSTR) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE CancelResend(VARIANT) override { return E_NOTIMPL; }

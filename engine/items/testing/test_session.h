@@ -3,6 +3,7 @@
 #ifndef QUORVANE_ENGINE_ITEMS_TESTING_TEST_SESSION_H_
 #define QUORVANE_ENGINE_ITEMS_TESTING_TEST_SESSION_H_
 
+#include <functional>
 #include <string>
 
 #include "engine/items/testing/test_host.h"
@@ -13,11 +14,11 @@
 
 namespace quorvane::testing {
 
-class TestSession final : public SessionContext {
+class TestSession : public SessionContext {
 public:
     // Makes an empty sharing database, "share.qdb", in a directory of its own, and opens it.
     TestSession();
-    ~TestSession();
+    virtual ~TestSession();
 
     const test::TestDirectory directory;
     TestHost host;
@@ -27,6 +28,9 @@ public:
     ComPtr<IOptions> options;
     ComPtr<IMAPISession> mapiSession;
     CCustomThreadPool* resendPool = nullptr;  // the test's
+    // Answer IsItemLocked and DropLock of it, which otherwise know no lock.
+    std::function<bool(BSTR entryId, BSTR storeId)> isLocked;
+    std::function<void(BSTR entryId, BSTR storeId)> dropLock;
 
     std::string DatabasePath() const { return directory.File("share.qdb"); }
 
