@@ -15,15 +15,15 @@
 namespace quorvane {
 namespace {
 
-using test::BatchSession;
-using test::ClosedStore;
-using test::EmptyTable;
-using test::SwitchFolder;
+using testing::ClosedStore;
+using testing::EmptyTable;
+using testing::MonitorSession;
+using testing::SwitchFolder;
 
 const Bstr kFolderId(OLESTR("folder"));
 
 // A sink over an empty folder. Batches are notified by hand; the closed gate tells that all have ended.
-class AdviseSinkTest : public testing::Test {
+class AdviseSinkTest : public ::testing::Test {
 protected:
     void SetUp() override
     {
@@ -62,7 +62,7 @@ protected:
     }
 
     const test::TestDirectory files;
-    BatchSession session;
+    MonitorSession session;
     const ComPtr<EmptyTable> table = MakeComObject<EmptyTable>();
     const ComPtr<SwitchFolder> folder = MakeComObject<SwitchFolder>();
     const ComPtr<CAdviseSink> sink = MakeComObject<CAdviseSink>();

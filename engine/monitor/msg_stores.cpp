@@ -1,6 +1,8 @@
 #include "engine/monitor/msg_stores.h"
 
 #include "engine/monitor/advise_sink.h"
+#include "engine/monitor/event_classifier.h"
+#include "engine/session/context/addin.h"
 #include "engine/session/options/options.h"
 #include "engine/session/trace/trace.h"
 #include "engine/storeaccess/hex.h"
@@ -27,6 +29,10 @@ HRESULT ReadStoreId(IMsgStore& store, Bstr& text) noexcept
 }
 
 }  // namespace
+
+CMsgStores::CMsgStores(SessionContext* session) noexcept
+    : m_pSession(session), m_pGate(session ? session->Notifications() : nullptr)
+{}
 
 CMsgStores::~CMsgStores()
 {
@@ -79,6 +85,22 @@ HRESULT CMsgStores::AdviseStore(StoreAdviseRecord& record) noexcept
     PropValue probe;
     HR_IGNORE(mapi::HrGetOneProp(record.pStore.Get(), kStoreProbeTag, probe.Put()), "nothing of it is used");
     return S_OK;
+}
+
+ULONG CMsgStores::OnNotify(ULONG cNotif, LPNOTIFICATION lpNotifications)
+{
+    const Traced traced{"CMsgStores::OnNotify"};
+    if (!m_pSession)
+        return static_cast<ULONG>(traced(E_UNEXPECTED));
+    const GatePass pass(m_pGate);
+    if (!pass.IsHeld())
+        return static_cast<ULONG>(S_OK);
+    Addin addin;
+    if (const HRESULT hr = addin.Connect(*m_pSession); FAILED(hr))
+        return static_cast<ULONG>(traced(hr));
+    for (ULONG i = 0; i < cNotif && lpNotifications; ++i)
+        HR_IGNORE(EventClassifier(*m_pSession, addin).Classify(lpNotifications[i]), "traced; the next one goes on");
+    return static_cast<ULONG>(S_OK);
 }
 
 }  // namespace quorvane

@@ -7,7 +7,7 @@
 #include "engine/persist/hash_db.h"
 #include "engine/session/trace/crc32.h"
 #include "engine/session/trace/trace.h"
-#include "platform/clock/clock.h"
+#include "engine/session/trace/verbose_trace.h"
 
 namespace quorvane {
 
@@ -41,6 +41,7 @@ HRESULT NotificationWorker::Process(const ScanResult& found) noexcept
     HR_TRY(kTraced, lists.Open(found));
     HR_TRY(kTraced, addin_.Connect(session_));
 
+    TraceVerbose(kTraced, "Changed %u. Deleted %u\n", lists.entryIds.Count(), lists.deleted.Count());
     for (ULONG i = 0; i < lists.entryIds.Count(); ++i) {
         HR_IGNORE(ProcessChanged(lists.entryIds.Elements()[i], lists.hashes.Elements()[i],
                                  lists.flags.Elements()[i]),
@@ -53,7 +54,8 @@ HRESULT NotificationWorker::Process(const ScanResult& found) noexcept
 
 HRESULT NotificationWorker::ProcessChanged(BSTR entryId, BSTR hash, ULONG flags) noexcept
 {
-    Pause(kPause, Rest);
+    TraceVerbose(kTraced, "Processing Item: %s\n", entryId);
+    std::this_thread::sleep_for(kPause);
     bool locked = false;
     HR_TRY(kTraced, TakeLock(entryId, locked));
     ComPtr<CItem> item;
@@ -69,7 +71,8 @@ HRESULT NotificationWorker::ProcessChanged(BSTR entryId, BSTR hash, ULONG flags)
 
 HRESULT NotificationWorker::ProcessDeleted(BSTR entryId) noexcept
 {
-    Pause(kPause, Rest);
+    TraceVerbose(kTraced, "Processing Item Delete: %s\n", entryId);
+    std::this_thread::sleep_for(kPause);
     bool locked = false;
     HR_TRY(kTraced, TakeLock(entryId, locked));
     ComPtr<CItem> item;
@@ -78,8 +81,10 @@ HRESULT NotificationWorker::ProcessDeleted(BSTR entryId) noexcept
         return S_OK;  // never shared: nobody needs to hear of it
     Bstr idHere;
     const bool moved = SUCCEEDED(session_.FindMovedItem(entryId, idHere.Put()));
-    if (moved)
+    if (moved) {
+        TraceVerbose(kTraced, "Item Exception: %s. old ID:%s\n", entryId, idHere);
         item->m_bstrID = std::move(idHere);
+    }
     HR_TRY(kTraced, item->put_Action(qv_ac_Deleted));
     if (!locked)
         HR_TRY(kTraced, OfferDeletion(*item.Get()));
@@ -117,6 +122,7 @@ HRESULT NotificationWorker::Identify(CItem& item) noexcept
         return item.DBAppend();
     if (tableEvent_ != TABLE_ROW_ADDED)
         return S_OK;
+    TraceVerbose(kTraced, "Adding Item Exception: %s. old ID:%s\n", item.m_bstrEntryID, item.m_bstrID);
     HR_TRY_QUIET(session_.RememberMovedItem(item.m_bstrEntryID.Get(), item.m_bstrID.Get()));
     return MakeNewId(item.m_bstrID);
 }

@@ -6,6 +6,7 @@
 #include "engine/persist/database.h"
 #include "engine/persist/statements.h"
 #include "engine/session/context/addin.h"
+#include "engine/session/trace/verbose_trace.h"
 #include "engine/storeaccess/objects_cache.h"
 #include "engine/transfer/element_names.h"
 #include "engine/transfer/package_layout.h"
@@ -18,6 +19,9 @@
 namespace quorvane {
 
 namespace {
+
+// Around a job, in the log of a build that follows the work.
+constexpr char kRule[] = "-------------------------------\n";
 
 HRESULT OpenChild(IStorage& parent, const OLECHAR* name, ComPtr<IStorage>& child) noexcept
 {
@@ -58,10 +62,15 @@ DWORD CStorageProcessor::ThreadProc(Event& stop)
 {
     // The host is called through the global table.
     const FreeThreadScope freeThread;
+    const Traced traced{"CStorageProcessor::ThreadProc"};
+    TraceVerbose(traced, kRule);
+    TraceVerbose(traced, "Processing new storage file\n");
     bool undone = false;
     const HRESULT hr = ProcessPackage(stop, undone);
     if (hr != E_ABORT)
         DeleteFileAndRow();
+    TraceVerbose(traced, "Processing ended\n");
+    TraceVerbose(traced, kRule);
     return undone ? kUndone : 0;
 }
 
@@ -168,6 +177,7 @@ HRESULT CStorageProcessor::ProcessItem(ItemLoop& loop, IStorage* items, const OL
         return loaded;
     if (!item->m_bstrFolderEntryID.IsEmpty()) {
         HR_TRY_QUIET(loaded);
+        TraceVerbose(Traced{"CStorageProcessor::DoItems"}, "Receiving Item: %s\n", item->m_bstrID);
         bool ignore = false;
         HR_TRY_QUIET(AskHost(loop, *item.Get(), ignore));
         if (!ignore)

@@ -155,7 +155,8 @@ HRESULT StoreMessage::SaveIn(SqliteConnection& connection, const MessageImage& i
     // The read state is whose that changed it last: this object or, since it was opened, someone else.
     const bool readIsOurs = isNew || ((wanted ^ row_.flags) & MSGFLAG_READ) != 0;
     const LONGLONG read = (readIsOurs ? wanted : row.flags) & MSGFLAG_READ;
-    row.flags = (wanted & ~LONGLONG{MSGFLAG_READ}) | read;
+    const LONGLONG hidden = row.isAssociated ? MSGFLAG_ASSOCIATED : 0;
+    row.flags = (wanted & ~LONGLONG{MSGFLAG_READ | MSGFLAG_ASSOCIATED}) | read | hidden;
     PropertyBag identity;
     PutMessageIdentity(core_->Guid(), row, identity);
     const PropertyBag properties = PropertiesToKeep(image, identity, row.flags);

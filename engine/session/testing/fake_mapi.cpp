@@ -6,8 +6,6 @@
 #include "engine/storeaccess/testing/unimplemented.h"
 #include "platform/com/com_object.h"
 
-QUORVANE_IID(quorvane::testing::UnimplementedMAPISession, IID_IMAPISession);
-
 namespace quorvane::testing {
 namespace {
 

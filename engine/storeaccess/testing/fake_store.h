@@ -80,10 +80,4 @@ private:
 
 }  // namespace quorvane::testing
 
-QUORVANE_IID(quorvane::testing::UnimplementedMessage, IID_IMessage);
-QUORVANE_IID(quorvane::testing::UnimplementedMsgStore, IID_IMsgStore);
-QUORVANE_IID(quorvane::testing::UnimplementedMAPIFolder, IID_IMAPIFolder);
-QUORVANE_IID(quorvane::testing::UnimplementedMAPITable, IID_IMAPITable);
-QUORVANE_IID(quorvane::testing::UnimplementedMAPISession, IID_IMAPISession);
-
 #endif  // QUORVANE_ENGINE_STOREACCESS_TESTING_FAKE_STORE_H_

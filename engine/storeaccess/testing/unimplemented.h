@@ -2,6 +2,7 @@
 #ifndef QUORVANE_ENGINE_STOREACCESS_TESTING_UNIMPLEMENTED_H_
 #define QUORVANE_ENGINE_STOREACCESS_TESTING_UNIMPLEMENTED_H_
 
+#include "platform/com/iid.h"
 #include "platform/mapi/mapi.h"
 
 namespace quorvane::testing {
@@ -227,5 +228,11 @@ public:
 };
 
 }  // namespace quorvane::testing
+
+QUORVANE_IID(quorvane::testing::UnimplementedMessage, IID_IMessage);
+QUORVANE_IID(quorvane::testing::UnimplementedMsgStore, IID_IMsgStore);
+QUORVANE_IID(quorvane::testing::UnimplementedMAPIFolder, IID_IMAPIFolder);
+QUORVANE_IID(quorvane::testing::UnimplementedMAPITable, IID_IMAPITable);
+QUORVANE_IID(quorvane::testing::UnimplementedMAPISession, IID_IMAPISession);
 
 #endif  // QUORVANE_ENGINE_STOREACCESS_TESTING_UNIMPLEMENTED_H_
