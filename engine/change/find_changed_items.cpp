@@ -49,7 +49,7 @@ HRESULT GiveList(Builder& list, VARIANT* out) noexcept
     SafeArray array;
     HR_TRY_QUIET(list.Take(array));
     Variant value = array.DetachAsVariant();
-    VariantClear(out);
+    HR_TRY_QUIET(VariantClear(out));
     *out = value.Detach();
     return S_OK;
 }

@@ -516,5 +516,49 @@ TEST(ItemsColTest, AnEmptyObjectHandsOutNull)
     EXPECT_EQ(raw, nullptr);
 }
 
+// A caller's array that somebody is using can't be replaced by a list.
+TEST_F(FindChangedItemsTest, AListThatCantBeGivenEndsTheScanAndIsTraced)
+{
+    for (size_t list = 0; list < std::size(lists); ++list) {
+        ByteArrayBuilder builder;
+        SafeArray used;
+        ASSERT_EQ(builder.Take(used), S_OK);
+        ASSERT_EQ(SafeArrayLock(used.Get()), S_OK);
+        VARIANT places[std::size(lists)]{};
+        places[list].vt = VT_ARRAY | VT_UI1;
+        places[list].parray = used.Get();
+        const std::string lines = TracedLines([&] {
+            EXPECT_EQ(CFindChangedItems(&hashes).getChangedItems(store.Get(), table.Get(), nullptr, nullptr, nullptr,
+                                                                 false, &places[0], &places[1], &places[2],
+                                                                 &places[3], &places[4], 0, false),
+                      DISP_E_ARRAYISLOCKED);
+        });
+        EXPECT_NE(lines.find("CFindChangedItems::getChangedItems("), std::string::npos);
+        EXPECT_EQ(places[list].parray, used.Get());
+        places[list].vt = VT_EMPTY;
+        for (VARIANT& place : places)
+            VariantClear(&place);
+        SafeArrayUnlock(used.Get());
+    }
+}
+
+// No text is as long as that identifier would be.
+TEST_F(FindChangedItemsTest, AnItemWhoseHashCantBeLookedUpIsTracedAndNotListed)
+{
+    ULONG count = 0;
+    MapiBuffer<SPropValue> values = MapiBuffer<SPropValue>::Attach(testing::MakeProps(Item(1, 1, 1, kWhole), count));
+    for (ULONG i = 0; i < count; ++i) {
+        if (values.Get()[i].ulPropTag == PR_ENTRYID)
+            values.Get()[i].Value.bin.cb = 0xFFFFFFFF;
+    }
+    SRow row = {0, count, values.Get()};
+    const std::string lines = TracedLines([&] { EXPECT_EQ(Scan(&row, kSkipDeletedItems), S_OK); });
+
+    EXPECT_NE(lines.find("CFindChangedItems::ProcessOneRow("), std::string::npos);
+    EXPECT_NE(lines.find(") 0x8007000E\r\n"), std::string::npos);
+    EXPECT_TRUE(Listed().empty());
+    EXPECT_EQ(hashes.Count(), 0u);
+}
+
 }  // namespace
 }  // namespace quorvane

@@ -5,6 +5,7 @@
 #include "engine/folders/folders.h"
 #include "engine/items/testing/mail_test.h"
 #include "platform/com/error_text.h"
+#include "platform/testing/unimplemented_dispatch.h"
 
 namespace quorvane {
 namespace {
@@ -15,7 +16,7 @@ using testing::TestMailbox;
 using testing::Text;
 
 // A host's restriction that counts its references.
-class CountedRestriction final : public IQuorvaneRestrict {
+class CountedRestriction final : public test::UnimplementedDispatchOf<IQuorvaneRestrict> {
 public:
     LONG references = 1;
 
@@ -27,17 +28,6 @@ public:
     }
     ULONG STDMETHODCALLTYPE AddRef() override { return static_cast<ULONG>(++references); }
     ULONG STDMETHODCALLTYPE Release() override { return static_cast<ULONG>(--references); }
-    HRESULT STDMETHODCALLTYPE GetTypeInfoCount(UINT*) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE GetTypeInfo(UINT, LCID, ITypeInfo**) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE GetIDsOfNames(REFIID, LPOLESTR*, UINT, LCID, DISPID*) override
-    {
-        return E_NOTIMPL;
-    }
-    HRESULT STDMETHODCALLTYPE Invoke(DISPID, REFIID, LCID, WORD, DISPPARAMS*, VARIANT*, EXCEPINFO*,
-                                     UINT*) override
-    {
-        return E_NOTIMPL;
-    }
 };
 
 class FolderTest : public ::testing::Test {

@@ -1,8 +1,10 @@
 // A logon and the end of a session, step by step, against a MAPI library that tells of each call.
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <cstring>
 #include <regex>
 #include <thread>
@@ -96,6 +98,69 @@ TEST_F(LifecycleTest, NoThreadHasBecomeAFreeOneBeforeItStartsMapi)
         End();
     }).join();
     EXPECT_TRUE(apartmentsStay);
+}
+
+// MAPI's thread is free at once, and nobody is called; the log tells.
+TEST_F(LifecycleTest, ABatchWhoseThreadCantStartMapiIsLost)
+{
+    ASSERT_EQ(Logon(), S_OK);
+    const auto sink = MakeComObject<CAdviseSink>();
+    sink->SetSession(&Inner());
+    around.Fail(kInitialize, E_ACCESSDENIED);
+    around.TakeSteps();
+    NOTIFICATION none{};
+    const std::string lines = testing::TracedLines([&] {
+        EXPECT_EQ(sink->OnNotify(1, &none), static_cast<ULONG>(S_OK));
+        Inner().Notifications()->CloseAndWait();
+    });
+
+    EXPECT_THAT(lines, ContainsPattern("CMAPIThreadInit::Init[(][0-9]+[)] 0x80070005\r\n"));
+    EXPECT_THAT(lines, ContainsPattern("NotifyThreadProc[(][0-9]+[)] 0x80070005\r\n"));
+    EXPECT_THAT(around.TakeSteps(), ElementsAre(kInitialize));
+}
+
+// This MAPI counts and copies no notifications.
+TEST_F(LifecycleTest, ABatchThatCantBeCopiedIsTracedAndMapiIsLeft)
+{
+    ASSERT_EQ(Logon(), S_OK);
+    const auto sink = MakeComObject<CAdviseSink>();
+    sink->SetSession(&Inner());
+    around.TakeSteps();
+    NOTIFICATION none{};
+    const std::string lines = testing::TracedLines([&] {
+        EXPECT_EQ(sink->OnNotify(1, &none), static_cast<ULONG>(S_OK));
+        Inner().Notifications()->CloseAndWait();
+    });
+
+    EXPECT_THAT(lines, ContainsPattern("NotifyThreadProc[(][0-9]+[)] 0x80004005\r\n"));
+    EXPECT_THAT(around.TakeSteps(), ElementsAre(kInitialize, kUninitialize));
+}
+
+TEST_F(LifecycleTest, WhileTheListOfPackagesIsReadTheOtherCollectionsAreThere)
+{
+    files.Execute("DROP TABLE tblStorageFiles; CREATE VIEW tblStorageFiles (Recipients, Path, Status) AS WITH "
+                  "RECURSIVE slow(x) AS (SELECT 1 UNION ALL SELECT x + 1 FROM slow LIMIT 500000) SELECT 'a', 'b', "
+                  "0 FROM slow WHERE x < 0");
+    ASSERT_EQ(Logon(), S_OK);
+    using Clock = std::chrono::steady_clock;
+    std::atomic<bool> isRead{false};
+    std::thread reader([&] {
+        ComPtr<IStorageFiles> packages;
+        EXPECT_EQ(session->get_StorageFiles(packages.Put()), S_OK);
+        isRead = true;
+    });
+    const auto begin = Clock::now();
+    Clock::duration longest{};
+    while (!isRead) {
+        const auto asked = Clock::now();
+        ComPtr<IFolders> folders;
+        EXPECT_EQ(session->get_Folders(folders.Put()), S_OK);
+        longest = std::max(longest, Clock::now() - asked);
+        std::this_thread::yield();
+    }
+    reader.join();
+
+    EXPECT_LT(longest, (Clock::now() - begin) / 2);
 }
 
 TEST_F(LifecycleTest, TheLogStartsBeforeMapiAndEndsAfterTheSession)

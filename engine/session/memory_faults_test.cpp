@@ -88,6 +88,8 @@ TEST_F(MemoryFaultsTest, TheFirstAllocationIsTheSessionsOwnAndItsLackIsTold)
         testing::TracedLines([&] { EXPECT_TRUE(FailAllocation(0, [&] { hr = Logon(); })); });
 
     EXPECT_EQ(hr, E_OUTOFMEMORY);
+    EXPECT_NE(lines.find("CLibrary::Logon("), std::string::npos) << lines;
+    EXPECT_NE(lines.find(") 0x8007000E\r\n"), std::string::npos) << lines;
     EXPECT_FALSE(session);
     EXPECT_EQ(Logon(), S_OK);
 }

@@ -7,19 +7,14 @@
 #include "platform/com/com_object.h"
 #include "platform/com/safe_array.h"
 #include "platform/com/variant_for_test.h"
+#include "platform/testing/unimplemented_dispatch.h"
 
 namespace quorvane {
 namespace {
 
 // An automation object whose default property is a number.
-class CValued final : public ComObject<CValued, IDispatch> {
+class CValued final : public ComObject<CValued, test::UnimplementedDispatch> {
 public:
-    HRESULT STDMETHODCALLTYPE GetTypeInfoCount(UINT*) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE GetTypeInfo(UINT, LCID, ITypeInfo**) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE GetIDsOfNames(REFIID, LPOLESTR*, UINT, LCID, DISPID*) override
-    {
-        return E_NOTIMPL;
-    }
     HRESULT STDMETHODCALLTYPE Invoke(DISPID id, REFIID, LCID, WORD, DISPPARAMS*, VARIANT* result, EXCEPINFO*,
                                      UINT*) override
     {

@@ -9,6 +9,7 @@
 
 #include "platform/com/apartment.h"
 #include "platform/com/com_object.h"
+#include "platform/testing/unimplemented_dispatch.h"
 
 namespace quorvane {
 namespace {
@@ -204,16 +205,10 @@ TEST(WaitTest, ManyThreadsMayWaitForAndSetTheSameEvents)
 }
 
 // An automation object that sets an event when it is called.
-class CSetter final : public ComObject<CSetter, IDispatch> {
+class CSetter final : public ComObject<CSetter, test::UnimplementedDispatch> {
 public:
     explicit CSetter(Event& event) noexcept : m_Event(event) {}
 
-    HRESULT STDMETHODCALLTYPE GetTypeInfoCount(UINT*) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE GetTypeInfo(UINT, LCID, ITypeInfo**) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE GetIDsOfNames(REFIID, LPOLESTR*, UINT, LCID, DISPID*) override
-    {
-        return E_NOTIMPL;
-    }
     HRESULT STDMETHODCALLTYPE Invoke(DISPID, REFIID, LCID, WORD, DISPPARAMS*, VARIANT*, EXCEPINFO*,
                                      UINT*) override
     {
@@ -313,15 +308,9 @@ TEST(PumpingTest, AWaitWithinACallWithinAWaitLosesNoSignal)
     Event innerDone = MakeEvent();
     Event outerDone = MakeEvent();
     // The call that runs within the outer wait waits itself, while the outer event is set meanwhile.
-    class CWaiter final : public ComObject<CWaiter, IDispatch> {
+    class CWaiter final : public ComObject<CWaiter, test::UnimplementedDispatch> {
     public:
         CWaiter(Event& inner, Event& outer) noexcept : m_Inner(inner), m_Outer(outer) {}
-        HRESULT STDMETHODCALLTYPE GetTypeInfoCount(UINT*) override { return E_NOTIMPL; }
-        HRESULT STDMETHODCALLTYPE GetTypeInfo(UINT, LCID, ITypeInfo**) override { return E_NOTIMPL; }
-        HRESULT STDMETHODCALLTYPE GetIDsOfNames(REFIID, LPOLESTR*, UINT, LCID, DISPID*) override
-        {
-            return E_NOTIMPL;
-        }
         HRESULT STDMETHODCALLTYPE Invoke(DISPID, REFIID, LCID, WORD, DISPPARAMS*, VARIANT*, EXCEPINFO*,
                                          UINT*) override
         {

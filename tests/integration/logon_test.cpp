@@ -1,6 +1,7 @@
 // Logging on and off: what a host may do, and what is left behind.
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <fstream>
 
 #include "tests/support/test_host.h"
@@ -255,9 +256,13 @@ TEST_F(SessionTest, LocksAnswerLateBoundCallersToo)
 TEST(SettingsTest, WithALogAndNoConsoleTheLogIsWhereTheSettingSays)
 {
     TestMailbox mailbox;
+    // The log's own file is the process's, whatever a later logon says; this one each start makes anew.
+    const std::filesystem::path details = TestMailbox::LogPath().string() + ".info";
+    std::filesystem::remove(details);
     const TestLogon logon(mailbox);
 
     EXPECT_NE(mailbox.Log().find("Startup"), std::string::npos);
+    EXPECT_TRUE(std::filesystem::exists(details));
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 // Late-bound calls of each form, and how they fail, on a session and on objects without one.
 #include <gtest/gtest.h>
 
+#include "platform/testing/unimplemented_dispatch.h"
 #include "tests/late_bound/engine_module.h"
 #include "tests/late_bound/page.h"
 #include "tests/late_bound/script_logon.h"
@@ -200,14 +201,8 @@ TEST(LateBoundCallTest, TheSameArgumentTwiceIsRefused)
 }
 
 // Nothing fires an event, so that a connection is all there is to see.
-class CListener final : public ComObject<CListener, IDispatch> {
+class CListener final : public ComObject<CListener, UnimplementedDispatch> {
 public:
-    HRESULT STDMETHODCALLTYPE GetTypeInfoCount(UINT*) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE GetTypeInfo(UINT, LCID, ITypeInfo**) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE GetIDsOfNames(REFIID, LPOLESTR*, UINT, LCID, DISPID*) override
-    {
-        return E_NOTIMPL;
-    }
     HRESULT STDMETHODCALLTYPE Invoke(DISPID, REFIID, LCID, WORD, DISPPARAMS*, VARIANT*, EXCEPINFO*,
                                      UINT*) override
     {

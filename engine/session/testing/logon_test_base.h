@@ -59,12 +59,12 @@ public:
 
     HRESULT OnMapiCall(const char* call) override
     {
+        if (whenMapiIsCalled)
+            whenMapiIsCalled(call);
         if (mapiEntersApartments) {
             if (const HRESULT hr = EnterApartment(call); FAILED(hr))
                 return hr;
         }
-        if (whenMapiIsCalled)
-            whenMapiIsCalled(call);
         return Take(call);
     }
     HRESULT DatabasePath(Bstr& path) override

@@ -13,6 +13,8 @@
 namespace quorvane::testing {
 
 inline constexpr std::chrono::seconds kDeadline{30};
+// How long a job that must not begin is given to do so.
+inline constexpr std::chrono::milliseconds kGrace{100};
 
 // Counts what jobs do, and lets a test wait for a count.
 class Counter {
@@ -35,9 +37,9 @@ public:
         return highest_;
     }
     // False when the count isn't reached in time.
-    bool WaitFor(int value)
+    bool WaitFor(int value, std::chrono::milliseconds time = kDeadline)
     {
-        const auto deadline = ConditionVariable::Clock::now() + kDeadline;
+        const auto deadline = ConditionVariable::Clock::now() + time;
         const MutexLock lock(mutex_);
         while (value_ < value) {
             if (!changed_.WaitUntil(mutex_, deadline))

@@ -1,11 +1,11 @@
 // Threads of the pool, as the system counts and refuses them.
 #include <gmock/gmock.h>
-#include <pthread.h>
 
 #include <filesystem>
 
 #include "engine/session/trace/testing/traced_lines.h"
 #include "engine/transfer/pool/pool_jobs_for_test.h"
+#include "platform/testing/no_more_threads_posix.h"
 
 namespace quorvane {
 namespace {
@@ -20,31 +20,6 @@ std::ptrdiff_t CountThreads()
                          std::filesystem::directory_iterator());
 }
 
-// While this lives no thread can be started: its stack would need more room than there is.
-class NoMoreThreads {
-public:
-    NoMoreThreads()
-    {
-        constexpr size_t kMoreThanThereIs = size_t{1} << 47;
-        pthread_getattr_default_np(&before_);
-        pthread_attr_t huge;
-        pthread_attr_init(&huge);
-        pthread_attr_setstacksize(&huge, kMoreThanThereIs);
-        EXPECT_EQ(pthread_setattr_default_np(&huge), 0);
-        pthread_attr_destroy(&huge);
-    }
-    NoMoreThreads(const NoMoreThreads&) = delete;
-    NoMoreThreads& operator=(const NoMoreThreads&) = delete;
-    ~NoMoreThreads()
-    {
-        pthread_setattr_default_np(&before_);
-        pthread_attr_destroy(&before_);
-    }
-
-private:
-    pthread_attr_t before_;
-};
-
 TEST_F(PoolThreadsTest, AJobThatMayNotBeginYetHasItsThreadAlready)
 {
     CCustomThreadPool pool;
@@ -55,7 +30,7 @@ TEST_F(PoolThreadsTest, AJobThatMayNotBeginYetHasItsThreadAlready)
     ASSERT_EQ(pool.Add(Runner()), S_OK);
 
     EXPECT_EQ(CountThreads(), before + 1);
-    EXPECT_EQ(running.Value(), 1);
+    EXPECT_FALSE(running.WaitFor(2, testing::kGrace));
     release.Set();
 }
 
@@ -64,7 +39,7 @@ TEST_F(PoolThreadsTest, AJobWhoseThreadCantBeStartedFailsAloneAndIsTraced)
     CCustomThreadPool pool;
     ASSERT_EQ(pool.Init(1), S_OK);
     const std::string lines = testing::TracedLines([&] {
-        const NoMoreThreads scope;
+        const test::NoMoreThreads scope;
         EXPECT_EQ(pool.Add(Runner()), E_FAIL);
     });
     EXPECT_THAT(lines, ContainsRegex("CCustomThreadPool::Add[(][0-9]+[)] 0x80004005\r\n"));
