@@ -519,12 +519,13 @@ TEST(ItemsColTest, AnEmptyObjectHandsOutNull)
 // A caller's array that somebody is using can't be replaced by a list.
 TEST_F(FindChangedItemsTest, AListThatCantBeGivenEndsTheScanAndIsTraced)
 {
-    for (size_t list = 0; list < std::size(lists); ++list) {
+    constexpr size_t kLists = 5;
+    for (size_t list = 0; list < kLists; ++list) {
         ByteArrayBuilder builder;
         SafeArray used;
         ASSERT_EQ(builder.Take(used), S_OK);
         ASSERT_EQ(SafeArrayLock(used.Get()), S_OK);
-        VARIANT places[std::size(lists)]{};
+        VARIANT places[kLists]{};
         places[list].vt = VT_ARRAY | VT_UI1;
         places[list].parray = used.Get();
         const std::string lines = TracedLines([&] {
