@@ -1,6 +1,4 @@
 #include <new>
-#include <system_error>
-#include <thread>
 #include <utility>
 #include <vector>
 
@@ -8,6 +6,7 @@
 #include "engine/session/session.h"
 #include "engine/session/trace/trace.h"
 #include "engine/transfer/storage_processor.h"
+#include "platform/com/detached_thread.h"
 
 namespace quorvane {
 
@@ -96,13 +95,11 @@ HRESULT CSession2::CancelResend(VARIANT)
 {
     const Traced traced{"CSession2::CancelResend"};
     if (GatePass pass(m_pCancellations); pass.IsHeld()) {
-        try {
-            std::thread([this, pass = std::move(pass)] {
-                HR_IGNORE(m_pResendPool->Shutdown(), "nobody waits for it");
-            }).detach();
-        } catch (const std::exception&) {
+        auto stop = [this, pass = std::move(pass)] {
+            HR_IGNORE(m_pResendPool->Shutdown(), "nobody waits for it");
+        };
+        if (FAILED(StartDetachedThread(std::move(stop))))
             HR_IGNORE(traced(E_FAIL), "the jobs run on; what was recorded of them goes all the same");
-        }
     }
     DatabaseSession session;
     HR_TRY(traced, m_DataSource.OpenSession(session));
