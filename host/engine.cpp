@@ -1,9 +1,22 @@
 #include "host/engine.h"
 
+#include <future>
+
 namespace quorvane::host {
 
+namespace {
+
+// An object that was made in no apartment is called on the engine's own threads, whatever MAPI made of this one:
+// the program's thread doesn't answer calls.
+ComPtr<ExtCallback> MakeFreeCallback(ExtHandler& handler)
+{
+    return std::async(std::launch::async, [&handler] { return MakeComObject<ExtCallback>(handler); }).get();
+}
+
+}  // namespace
+
 EngineSession::EngineSession(ExtHandler& handler, const std::string& mailbox)
-    : callback_(MakeComObject<ExtCallback>(handler))
+    : callback_(MakeFreeCallback(handler))
 {
     // MAPI is started already, and may have made the thread an apartment: then it stays one.
     if (thread_.Result() != RPC_E_CHANGED_MODE)
