@@ -50,6 +50,19 @@ protected:
     ComPtr<ITypeLib> library;
 };
 
+// The other resources: two texts, which nothing reads.
+TEST(ResourcesTest, TheTwoTextsAreTheProductsNameAndAKeyOfItsSettings)
+{
+    const LoadedServer server;
+    HMODULE const module = GetModuleHandleW(L"quorvane3.dll");
+    ASSERT_TRUE(module);
+    char text[100] = "";
+    EXPECT_GT(LoadStringA(module, 100, text, sizeof(text)), 0);
+    EXPECT_STREQ(text, "quorvane");
+    EXPECT_GT(LoadStringA(module, 101, text, sizeof(text)), 0);
+    EXPECT_STREQ(text, R"(Software\Brindlemoor\Quorvane\1.0\%s\mdb)");
+}
+
 TEST_F(TypeLibraryTest, SaysOfEveryTypeWhatThePageOfTheObjectModelSays)
 {
     Blocks expected;
