@@ -4,6 +4,7 @@
 #include <fstream>
 
 #include "engine/folders/folder.h"
+#include "engine/items/testing/test_folders.h"
 #include "engine/items/testing/test_session.h"
 #include "engine/session/options/options.h"
 #include "engine/session/trace/testing/traced_lines.h"
@@ -92,6 +93,7 @@ protected:
     FolderListenerTest()
     {
         session.mapiSession = MakeComObject<ListenedSession>(listening);
+        session.folders = MakeComObject<SharedFolders>();
         EXPECT_EQ(folder->put_ID(Bstr(OLESTR("{F}")).Get()), S_OK);
         EXPECT_EQ(folder->put_StoreID(Bstr(OLESTR("00AA")).Get()), S_OK);
     }

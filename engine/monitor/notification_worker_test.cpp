@@ -441,7 +441,8 @@ TEST_F(NotificationWorkerTest, AHashThatCantBeForgottenOnDiskIsTraced)
     const Bstr known = AddKnown();
     CHashDB inMemory(OLESTR("F"));
     EXPECT_TRUE(FAILED(inMemory.Init(Bstr(Widen(files.File("nowhere/"))).Get())));
-    EXPECT_TRUE(FAILED(inMemory.SetHash(known.Get(), Bstr(OLESTR("old")).Get(), 1)));
+    for (const Bstr& key : {known, Bstr(OLESTR("another"))})
+        EXPECT_TRUE(FAILED(inMemory.SetHash(key.Get(), Bstr(OLESTR("old")).Get(), 1)));
     const std::string lines = TracedLines([&] {
         EXPECT_EQ(NotificationWorker(*sink.Get(), inMemory, TABLE_ROW_DELETED).Process(Lists({}, {known})), S_OK);
     });
