@@ -10,6 +10,7 @@
 
 #include "tests/support/apartments.h"
 #include "tests/support/packages.h"
+#include "tests/support/process_counts.h"
 
 namespace quorvane::test {
 namespace {
@@ -64,24 +65,19 @@ TEST_F(ApartmentTest, WhatTheHostIsGivenAndAnswersCrossesToItsThreadAndBack)
     EXPECT_EQ(count ? count->items : 0, 1u);
 }
 
-// A batch that has made a row for its item calls the host next. Nobody pumps from then on but the session's end.
+// A batch's thread calls the host, which lives here, and nobody pumps but the session's end.
 TEST_F(ApartmentTest, TheEndOfASessionAnswersBatchesThatAreCallingTheHost)
 {
-    constexpr int kMails = 20;
     for (int round = 0; round < 3; ++round) {
         TestLogon logon(mailbox);
         const auto shared = logon.Share(folder, "shared");
-        const long before = mailbox.Query("SELECT count(*) FROM tblItem");
-        for (int i = 0; i < kMails; ++i)
-            folder.Add("Mail " + std::to_string(i), "body");
-        ASSERT_TRUE(Pumped([&] { return !logon.Host().Events("added").empty(); }));
-        const auto answered = static_cast<long>(logon.Host().Events("added").size());
-        ASSERT_LT(answered, kMails);
-        ASSERT_TRUE(Eventually([&] { return mailbox.Query("SELECT count(*) FROM tblItem") > before + answered; }));
-        EXPECT_EQ(static_cast<long>(logon.Host().Events("added").size()), answered);
+        const size_t threads = CountThreads();
+        folder.Add("Mail " + std::to_string(round), "body");
+        ASSERT_TRUE(Eventually([&] { return CountThreads() > threads; }));
+        EXPECT_TRUE(logon.Host().Events("added").empty());
         logon.EndSession();
 
-        EXPECT_GT(static_cast<long>(logon.Host().Events("added").size()), answered);
+        EXPECT_EQ(logon.Host().Events("added").size(), 1u);
     }
 }
 
