@@ -78,6 +78,8 @@ HRESULT OpenForm(CMyMAPIFormViewer& viewer, IMAPIForm& form) noexcept
 
 HRESULT CItem::FolderAndSession(ComPtr<IMAPIFolder>& folder, ComPtr<IMAPISession>& session) noexcept
 {
+    const SessionUse use(m_pSession);
+    HR_TRY_QUIET(use.Result());
     ComPtr<IFolder> shared;
     HR_TRY_QUIET(get_Folder(shared.Put()));
     ComPtr<IUnknown> raw;

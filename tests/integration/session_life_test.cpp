@@ -147,6 +147,7 @@ struct LateAnswers {
     HRESULT sent = S_OK;
     HRESULT raw = S_OK;
     HRESULT submitted = S_OK;
+    HRESULT displayed = S_OK;
     bool stillNamed = false;
 };
 
@@ -159,6 +160,7 @@ LateAnswers AskLate(IItem& item)
     ComPtr<IUnknown> message;
     answers.raw = item.get_Raw(message.Put());
     answers.submitted = item.Submit();
+    answers.displayed = item.Display(VARIANT_FALSE, 0);
     Bstr id;
     answers.stillNamed = item.get_ID(id.Put()) == S_OK && !id.IsEmpty();
     return answers;
@@ -199,6 +201,7 @@ TEST_F(SessionLifeTest, AHostThatAnswersAfterTheLogoffFindsTheItemWithoutItsSess
     EXPECT_EQ(late.sent, E_UNEXPECTED);
     EXPECT_EQ(late.raw, E_UNEXPECTED);
     EXPECT_EQ(late.submitted, E_UNEXPECTED);
+    EXPECT_EQ(late.displayed, E_UNEXPECTED);
     EXPECT_TRUE(late.stillNamed);
 }
 
