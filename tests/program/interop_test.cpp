@@ -33,10 +33,12 @@ protected:
         MustRun({"import", Mailbox("alice"), "Shared", Samples().string()});
         MustRun({"share", Mailbox("alice"), "Shared", "--with", "bob"});
         RunUntilIdle({"alice"}, "1");
+        // The folder is announced in a package before the one that its items travel in.
+        std::filesystem::path largest;
         for (const auto& entry : std::filesystem::recursive_directory_iterator(Path("exchange")))
-            if (entry.path().extension() == ".qvt")
-                return entry.path();
-        return {};
+            if (entry.path().extension() == ".qvt" && (largest.empty() || entry.file_size() > file_size(largest)))
+                largest = entry.path();
+        return largest;
     }
 };
 
@@ -51,7 +53,7 @@ TEST_F(InteropTest, LibgsfListsEveryElementOfAPackage)
     for (std::size_t at = list.find("/Contents"); at != std::string::npos;
          at = list.find("/Contents", at + 1))
         ++contents;
-    EXPECT_EQ(contents, 41U) << "40 items and a folder";
+    EXPECT_EQ(contents, 40U);
 }
 
 TEST_F(InteropTest, OlefileReadsEveryStreamOfAPackage)
@@ -127,7 +129,7 @@ TEST_F(InteropTest, InspectShowsAPackageAMessageAndAnyOtherCompoundFile)
     const Json shown = MustRun({"inspect", package.string(), "--json"}).Value();
     EXPECT_EQ(shown.at("kind"), "package");
     EXPECT_EQ(shown.at("items").size(), 40U);
-    EXPECT_EQ(shown.at("folders").size(), 1U);
+    EXPECT_EQ(shown.at("folders").size(), 0U);
 
     MustRun({"export", Mailbox("alice"), "Shared", Path("msgs").string(), "--format", "msg"});
     const auto message = std::filesystem::directory_iterator(Path("msgs"))->path();

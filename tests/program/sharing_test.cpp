@@ -217,15 +217,18 @@ TEST_F(SharingTest, AMemberWhoComesLaterGetsEverything)
 TEST_F(SharingTest, AnExchangeThatVanishesIsMissedOnceAndUsedAgain)
 {
     ShareSamples({"bob"});
+    RunUntilIdle({"alice"});
+    const auto before = PackagesFor("bob");
     Process alice = Start({"run", Mailbox("alice"), "--exchange", Exchange()});
-    EXPECT_TRUE(Eventually([&] { return PackagesFor("bob") == 1; }));
+    MustRun({"edit", Mailbox("alice"), "Shared", IdOf("alice", 1), "--subject", "while it was there"});
+    EXPECT_TRUE(Eventually([&] { return PackagesFor("bob") == before + 1; }));
 
     std::filesystem::rename(Path("exchange"), Path("hidden"));
     MustRun({"edit", Mailbox("alice"), "Shared", IdOf("alice", 0), "--subject", "while it was away"});
     EXPECT_TRUE(Eventually([&] { return alice.ErrorsSoFar().find("is gone") != std::string::npos; }));
     EXPECT_FALSE(std::filesystem::exists(Path("exchange")));
     std::filesystem::rename(Path("hidden"), Path("exchange"));
-    EXPECT_TRUE(Eventually([&] { return PackagesFor("bob") == 2; }));
+    EXPECT_TRUE(Eventually([&] { return PackagesFor("bob") == before + 2; }));
     alice.AskToEnd();
     const Outcome atAlice = alice.Wait();
     RunUntilIdle({"bob"});
