@@ -46,7 +46,7 @@ set(QUORVANE_WINDOWS_TESTS
   "^qv_(trace|storeaccess|persist|pool|context|options|change|items|monitor|folders|transfer|session|registration)_test$"
   "^qv_session_(logon|memory)_test$"
   "^qv_(store|store_[a-z]+)_test$"
-  "^qv_integration_(apartment|database_failures|find_item|leftovers|logon|msg_stores|notifications|receive_jobs|resend|road|session_life|sessions)_test$"
+  "^qv_integration_(apartment|database_failures|display|find_item|leftovers|logon|msg_stores|notifications|receive_jobs|resend|road|session_life|sessions)_test$"
   "^late_bound_(entry_points|object_model|calls|sharing|resend|table)_test$"
   "^qv_(host|host_mail)_test$"
   "^qv_windows_")

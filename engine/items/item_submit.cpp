@@ -101,6 +101,8 @@ HRESULT CItem::Submit(DatabaseSession& session, CMapiObjectsCache& cache) noexce
 HRESULT CItem::Submit()
 {
     const Traced traced{"CItem::Submit"};
+    const SessionUse use(m_pSession);
+    HR_TRY(traced, use.Result());
     BinaryId storeId;
     if (m_bstrStoreID.IsEmpty() || FAILED(EntryIdFromHex(m_bstrStoreID.Get(), storeId)))
         return traced(E_INVALIDARG);

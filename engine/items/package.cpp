@@ -12,8 +12,8 @@ namespace quorvane {
 
 namespace {
 
-// Only recipients that have no package yet get one. Two writers may come for the same ones at once: the one whose
-// Add is late finds what the other made.
+// Only recipients that have no package yet get one. Two writers may come for the same ones at once: the one
+// whose Add is late finds what the other made.
 HRESULT FindOrAdd(IStorageFiles& files, BSTR recipients, ComPtr<IStorageFile>& file) noexcept
 {
     Variant found;
@@ -23,11 +23,6 @@ HRESULT FindOrAdd(IStorageFiles& files, BSTR recipients, ComPtr<IStorageFile>& f
             return hr;
     }
     return found.Is(VT_DISPATCH) ? QueryFor(found.Raw().pdispVal, file) : E_FAIL;
-}
-
-HRESULT TakeStorage(const Variant& value, ComPtr<IStorage>& element) noexcept
-{
-    return value.Is(VT_UNKNOWN) ? QueryFor(value.Raw().punkVal, element) : E_FAIL;
 }
 
 }  // namespace

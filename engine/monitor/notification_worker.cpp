@@ -8,6 +8,7 @@
 #include "engine/session/trace/crc32.h"
 #include "engine/session/trace/trace.h"
 #include "engine/session/trace/verbose_trace.h"
+#include "platform/clock/clock.h"
 
 namespace quorvane {
 
@@ -55,7 +56,7 @@ HRESULT NotificationWorker::Process(const ScanResult& found) noexcept
 HRESULT NotificationWorker::ProcessChanged(BSTR entryId, BSTR hash, ULONG flags) noexcept
 {
     TraceVerbose(kTraced, "Processing Item: %s\n", entryId);
-    std::this_thread::sleep_for(kPause);
+    Pause(kPause, Rest);
     bool locked = false;
     HR_TRY(kTraced, TakeLock(entryId, locked));
     ComPtr<CItem> item;
@@ -72,7 +73,7 @@ HRESULT NotificationWorker::ProcessChanged(BSTR entryId, BSTR hash, ULONG flags)
 HRESULT NotificationWorker::ProcessDeleted(BSTR entryId) noexcept
 {
     TraceVerbose(kTraced, "Processing Item Delete: %s\n", entryId);
-    std::this_thread::sleep_for(kPause);
+    Pause(kPause, Rest);
     bool locked = false;
     HR_TRY(kTraced, TakeLock(entryId, locked));
     ComPtr<CItem> item;

@@ -14,7 +14,7 @@
 #include <set>
 #include <thread>
 
-#include "engine/monitor/notification_gate.h"
+#include "engine/session/context/notification_gate.h"
 #include "engine/persist/hash_db.h"
 #include "engine/session/library.h"
 #include "engine/session/session.h"

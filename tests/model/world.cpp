@@ -5,7 +5,7 @@
 #include <cstring>
 #include <fstream>
 
-#include "engine/monitor/notification_gate.h"
+#include "engine/session/context/notification_gate.h"
 #include "engine/session/library.h"
 #include "engine/session/session.h"
 #include "engine/transfer/pool/thread_pool.h"

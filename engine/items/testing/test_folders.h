@@ -17,7 +17,7 @@ class UnimplementedFolder : public test::UnimplementedDispatchOf<IFolder> {
 public:
     HRESULT STDMETHODCALLTYPE get_EntryID(BSTR*) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE put_EntryID(BSTR) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE get_Raw(IUnknown** pVal) override { return raw.CopyTo(pVal); }
+    HRESULT STDMETHODCALLTYPE get_Raw(IUnknown**) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE get_CustomInfo(BSTR*) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE put_CustomInfo(BSTR) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE Resend(BSTR, VARIANT, VARIANT, VARIANT) override { return E_NOTIMPL; }
@@ -55,10 +55,12 @@ public:
     HRESULT idResult = S_OK;
     HRESULT storeIdResult = S_OK;
     HRESULT validated = S_OK;
+    ComPtr<IUnknown> raw;  // the MAPI folder
     ComPtr<IOptions> options;
     HRESULT optionsResult = S_OK;
 
     HRESULT STDMETHODCALLTYPE get_EntryID(BSTR* pVal) override { return entryId.CopyTo(pVal); }
+    HRESULT STDMETHODCALLTYPE get_Raw(IUnknown** pVal) override { return raw.CopyTo(pVal); }
     HRESULT STDMETHODCALLTYPE get_StoreID(BSTR* pVal) override
     {
         return FAILED(storeIdResult) ? storeIdResult : storeId.CopyTo(pVal);
