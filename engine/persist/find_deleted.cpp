@@ -13,7 +13,7 @@ namespace quorvane {
 namespace {
 
 constexpr ULONG kRowsAtOnce = 200;
-constexpr Traced traced{"CHashDB::FindDeletedSmart"};
+constexpr Traced kFindTraced{"CHashDB::FindDeletedSmart"};
 
 using Keys = std::unordered_set<std::string>;
 
@@ -47,7 +47,7 @@ HRESULT SeeRow(IMsgStore* store, const SRow& row, Keys& seen)
         identifier = longTerm->Value.bin;
     }
     Bstr key;
-    if (SUCCEEDED(traced(HexFromBinary(identifier, key))))
+    if (SUCCEEDED(kFindTraced(HexFromBinary(identifier, key))))
         seen.insert(PackHashText(key.View()));
     return S_OK;
 }
@@ -80,13 +80,13 @@ HRESULT CHashDB::FindDeletedSmart(IMsgStore* Store, IMAPITable* Table, BstrArray
                     appended = Deleted.Append(OleStringView(UnpackHashText(key)));
             });
         }
-        HR_TRY(traced, appended);
-        HR_TRY(traced, Table->SeekRow(BOOKMARK_BEGINNING, 0, nullptr));
+        HR_TRY(kFindTraced, appended);
+        HR_TRY(kFindTraced, Table->SeekRow(BOOKMARK_BEGINNING, 0, nullptr));
         if (kDebugBuild)
-            Trace(traced.Function(), __LINE__, "FindDeleted done in %d milliseconds\n", timer.Milliseconds());
+            Trace(kFindTraced.Function(), __LINE__, "FindDeleted done in %d milliseconds\n", timer.Milliseconds());
         return S_OK;
     } catch (...) {
-        return traced(E_OUTOFMEMORY);
+        return kFindTraced(E_OUTOFMEMORY);
     }
 }
 
