@@ -189,7 +189,7 @@ TEST_F(ItemSubmitTest, AnItemWithoutAStoreIsRefused)
 TEST_F(ItemSubmitTest, AnItemWhoseIdFitsNoRowIsRefusedBeforeAnythingIsWritten)
 {
     for (const OleString& id : {OleString(50, OLESTR('x')), OleString(5000, OLESTR('x')),
-                                OleString(30, OLESTR('\u4E2D')), OleString(OLESTR("a\0b"), 3)}) {
+                                OleString(50, OLESTR('\u4E2D')), OleString(OLESTR("a\0b"), 3)}) {
         const ComPtr<CItem> item = Received(id, kReceived);
         EXPECT_EQ(Submit(*item), E_INVALIDARG);
         EXPECT_EQ(item->Submit(), E_INVALIDARG);
