@@ -16,6 +16,20 @@ using testing::TestMailbox;
 
 class FreeThreadingTest : public ::testing::Test {
 protected:
+    // As the system's own free-threaded marshaler tells it.
+    static CLSID FreeMarshalersClass()
+    {
+        ComPtr<IUnknown> free;
+        EXPECT_EQ(CoCreateFreeThreadedMarshaler(nullptr, free.Put()), S_OK);
+        ComPtr<IMarshal> marshal;
+        EXPECT_EQ(free.As(marshal), S_OK);
+        CLSID clsid{};
+        EXPECT_EQ(marshal->GetUnmarshalClass(IID_IUnknown, free.Get(), MSHCTX_INPROC, nullptr, MSHLFLAGS_NORMAL,
+                                             &clsid),
+                  S_OK);
+        return clsid;
+    }
+
     // Sends an interface of this apartment's to another thread.
     template <class Interface>
     static void ExpectCrossesAsItself(const ComPtr<Interface>& object, const char* what)
@@ -27,7 +41,7 @@ protected:
         ASSERT_EQ(marshal->GetUnmarshalClass(Iid<Interface>(), object.Get(), MSHCTX_INPROC, nullptr,
                                              MSHLFLAGS_NORMAL, &clsid),
                   S_OK);
-        EXPECT_TRUE(IsEqualCLSID(clsid, CLSID_InProcFreeMarshaler));
+        EXPECT_TRUE(IsEqualCLSID(clsid, FreeMarshalersClass()));
         MarshaledInterface marshaled;
         ASSERT_EQ(marshaled.Put<Interface>(object.Get()), S_OK);
         std::thread([&] {

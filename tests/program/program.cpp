@@ -266,6 +266,15 @@ std::vector<Json> ProgramTest::RunUntilIdle(const std::vector<std::string>& name
     return counts;
 }
 
+std::vector<std::filesystem::path> ProgramTest::Packages() const
+{
+    std::vector<std::filesystem::path> packages;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(Path("exchange")))
+        if (entry.path().extension() == ".qvt")
+            packages.push_back(entry.path());
+    return packages;
+}
+
 std::vector<Json> ProgramTest::Items(const std::string& mailbox, const std::string& folder) const
 {
     const Outcome outcome = MustRunBy(ProgramOf(mailbox), {"list", Mailbox(mailbox), folder, "--json"});

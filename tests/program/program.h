@@ -74,6 +74,8 @@ protected:
 
     std::filesystem::path Path(const std::string& name) const { return directory_ / name; }
     std::string Exchange() const { return Path("exchange").string(); }
+    // Those that lie in the exchange, of whomever and for whomever, in no order.
+    std::vector<std::filesystem::path> Packages() const;
     std::string Mailbox(const std::string& name) const { return Path(name).string(); }
 
     // The program that works on a mailbox.

@@ -91,15 +91,6 @@ protected:
         }
     }
 
-    std::vector<std::filesystem::path> Packages() const
-    {
-        std::vector<std::filesystem::path> packages;
-        for (const auto& entry : std::filesystem::recursive_directory_iterator(Path("exchange")))
-            if (entry.path().extension() == ".qvt")
-                packages.push_back(entry.path());
-        return packages;
-    }
-
     void ExpectReadAlike(const std::vector<std::string>& command) const
     {
         const Outcome here = MustRunBy(NativeProgram(), command),
@@ -153,10 +144,15 @@ TEST_F(WorldsTest, WhatOneSystemWritesTheOtherReadsAlike)
     }
     RunUntilIdle({"alice", "wanda"}, kIdleSeconds);
 
-    const auto packages = Packages();
-    ASSERT_EQ(packages.size(), 2U);
-    for (const auto& package : packages)
+    std::size_t items = 0, folders = 0;
+    for (const auto& package : Packages()) {
         ExpectReadAlike({"inspect", package.string(), "--json"});
+        const Json shown = MustRun({"inspect", package.string(), "--json"}).Value();
+        items += shown.at("items").size();
+        folders += shown.at("folders").size();
+    }
+    EXPECT_EQ(items, 80U);
+    EXPECT_EQ(folders, 2U);
     for (const char* directory : {"of-alice", "of-wanda"}) {
         const auto message = *std::filesystem::directory_iterator(Path(directory));
         ExpectReadAlike({"inspect", message.path().string(), "--json"});
@@ -233,7 +229,8 @@ TEST_F(WorldsTest, APathThatNoCodePageHoldsServesOnWindows)
     MustRunBy(WindowsProgram(),
               {"run", mailbox, "--exchange", Exchange(), "--until-idle", "--idle-seconds", kIdleSeconds});
 
-    EXPECT_EQ(Packages().size(), 1U);
+    // The folder, and its item for the new member alone.
+    EXPECT_EQ(Packages().size(), 2U);
     ExpectReadAlike({"list", mailbox, "Входящие", "--json"});
 }
 
