@@ -1,11 +1,15 @@
-// Packages of many items: made in place, read whole, emptied element by element; libgsf, which can make and
-// read, beside it in the same run. `bench/run` gives each its own process, so that peak_MB is its own.
+// Packages of many items: made in place, added to as a sender does (open, one item, close), read whole,
+// emptied element by element; libgsf, which can make and read, beside it in the same run, and as the floor
+// the writing of the same bytes. `bench/run` gives each its own process, so that peak_MB is its own.
 #include <benchmark/benchmark.h>
 #include <gsf/gsf.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
 #include <filesystem>
+#include <fstream>
+
+#include "bench/counted_calls.h"
 
 #include "bench/package_workload.h"
 #include "quorvane3/com.h"
@@ -143,20 +147,59 @@ void EmptyPackage()
         Require(SUCCEEDED(items->DestroyElement(stat.pwcsName)), "DestroyElement");
 }
 
-void Report(benchmark::State& state)
+// items: how many of them an iteration had to do with.
+void Report(benchmark::State& state, std::int64_t items)
 {
     state.counters["us_per_item"] =
-        benchmark::Counter(static_cast<double>(state.range(0)) * 1e-6,
+        benchmark::Counter(static_cast<double>(items) * 1e-6,
                            benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
     state.counters["peak_MB"] = PeakMegabytes();
     std::filesystem::remove(BenchFile());
 }
 
+void ReportCalls(benchmark::State& state, std::uint64_t calls, std::int64_t items)
+{
+    state.counters["calls_per_item"] =
+        static_cast<double>(calls) / static_cast<double>(state.iterations() * items);
+}
+
 void PackageCreate(benchmark::State& state)
 {
+    const std::uint64_t before = CountedCalls();
     for (auto _ : state)
         CreatePackage(static_cast<std::size_t>(state.range(0)));
-    Report(state);
+    ReportCalls(state, CountedCalls() - before, state.range(0));
+    Report(state, state.range(0));
+}
+
+// The sender's road: the package is closed between two items.
+void PackageAdd(benchmark::State& state)
+{
+    auto item = static_cast<std::size_t>(state.range(0));
+    CreatePackage(item);
+    const std::uint64_t before = CountedCalls();
+    for (auto _ : state) {
+        ItemsPath path;
+        const ComPtr<IStorage> items = OpenItems(path);
+        WriteItem(*items, item++);
+    }
+    ReportCalls(state, CountedCalls() - before, 1);
+    Report(state, 1);
+}
+
+// What no way of making a package can go below: its bytes are written once.
+void PackageBytes(benchmark::State& state)
+{
+    CreatePackage(static_cast<std::size_t>(state.range(0)));
+    const std::uintmax_t size = std::filesystem::file_size(BenchFile());
+    const std::vector<char> block(std::size_t{1} << 20, 'x');
+    for (auto _ : state) {
+        std::filesystem::remove(BenchFile());
+        std::ofstream file(BenchFile(), std::ios::binary);
+        for (std::uintmax_t done = 0; done < size; done += block.size())
+            file.write(block.data(), static_cast<std::streamsize>(block.size()));
+    }
+    Report(state, state.range(0));
 }
 
 void PackageRead(benchmark::State& state)
@@ -164,7 +207,7 @@ void PackageRead(benchmark::State& state)
     CreatePackage(static_cast<std::size_t>(state.range(0)));
     for (auto _ : state)
         benchmark::DoNotOptimize(ReadPackage());
-    Report(state);
+    Report(state, state.range(0));
 }
 
 void PackageCreateAndRead(benchmark::State& state)
@@ -173,7 +216,7 @@ void PackageCreateAndRead(benchmark::State& state)
         CreatePackage(static_cast<std::size_t>(state.range(0)));
         benchmark::DoNotOptimize(ReadPackage());
     }
-    Report(state);
+    Report(state, state.range(0));
 }
 
 void PackageEmpty(benchmark::State& state)
@@ -184,7 +227,7 @@ void PackageEmpty(benchmark::State& state)
         state.ResumeTiming();
         EmptyPackage();
     }
-    Report(state);
+    Report(state, state.range(0));
 }
 
 // The peer.
@@ -265,25 +308,41 @@ void GsfReadPackage()
     g_object_unref(file);
 }
 
+void GsfCreate(benchmark::State& state)
+{
+    for (auto _ : state)
+        GsfCreatePackage(static_cast<std::size_t>(state.range(0)));
+    Report(state, state.range(0));
+}
+
 void GsfCreateAndRead(benchmark::State& state)
 {
     for (auto _ : state) {
         GsfCreatePackage(static_cast<std::size_t>(state.range(0)));
         GsfReadPackage();
     }
-    Report(state);
+    Report(state, state.range(0));
 }
 
-BENCHMARK(PackageCreateAndRead)
+void Sizes(benchmark::internal::Benchmark* one)
+{
+    one->Arg(100)->Arg(1000)->Arg(10000)->Unit(benchmark::kMillisecond)->Iterations(1);
+}
+
+BENCHMARK(PackageCreateAndRead)->Apply(Sizes);
+BENCHMARK(GsfCreateAndRead)->Apply(Sizes);
+BENCHMARK(GsfCreate)->Arg(1000)->Unit(benchmark::kMillisecond)->Iterations(5);
+BENCHMARK(PackageBytes)->Apply(Sizes);
+BENCHMARK(PackageCreate)->Apply(Sizes);
+BENCHMARK(PackageAdd)
     ->Arg(100)
     ->Arg(1000)
     ->Arg(10000)
+    ->Arg(100000)
     ->Unit(benchmark::kMillisecond)
-    ->Iterations(1);
-BENCHMARK(GsfCreateAndRead)->Arg(100)->Arg(1000)->Arg(10000)->Unit(benchmark::kMillisecond)->Iterations(1);
-BENCHMARK(PackageCreate)->Arg(100)->Arg(1000)->Arg(10000)->Unit(benchmark::kMillisecond)->Iterations(1);
-BENCHMARK(PackageRead)->Arg(100)->Arg(1000)->Arg(10000)->Unit(benchmark::kMillisecond)->Iterations(1);
-BENCHMARK(PackageEmpty)->Arg(100)->Arg(1000)->Arg(10000)->Unit(benchmark::kMillisecond)->Iterations(1);
+    ->Iterations(100);
+BENCHMARK(PackageRead)->Apply(Sizes);
+BENCHMARK(PackageEmpty)->Apply(Sizes);
 
 }  // namespace
 
