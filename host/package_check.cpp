@@ -1,9 +1,8 @@
 #include "host/package_check.h"
 
-#include <cstring>
-
 #include "host/errors.h"
 #include "host/path_text.h"
+#include "quorvane3/carried_message.h"
 #include "quorvane3/object_model.h"
 
 namespace quorvane::host {
@@ -14,90 +13,19 @@ constexpr OLECHAR kFolders[] = OLESTR("Folders");
 constexpr OLECHAR kItems[] = OLESTR("Items");
 constexpr char kNeverCompleted[] = "it was never completed";
 constexpr DWORD kWriteMode = STGM_READWRITE | STGM_SHARE_EXCLUSIVE;
-constexpr OLECHAR kProperties[] = OLESTR("__properties_version1.0");
-constexpr OLECHAR kRecipientPrefix[] = OLESTR("__recip_version1.0_#");
-constexpr OLECHAR kAttachmentPrefix[] = OLESTR("__attach_version1.0_#");
-constexpr OLECHAR kEmbeddedMessage[] = OLESTR("__substg1.0_3701000D");
-constexpr int kDeepestAttached = 32;
 
-// The stream of a message's, a recipient's or an attachment's properties: a header, then entries of one size.
-constexpr ULONG kHeaderOfMessage = 32;
-constexpr ULONG kHeaderOfEmbedded = 24;
-constexpr ULONG kHeaderOfPart = 8;
-constexpr ULONG kEntrySize = 16;
-constexpr ULONG kRecipientCountAt = 16;
-constexpr ULONG kAttachmentCountAt = 20;
-constexpr ULONG kValueAt = 8;
-constexpr ULONG kAttachMethodTag = 0x37050003;
-constexpr ULONG kEmbeddedMethod = 5;
-constexpr ULONG kLargestProperties = 1 << 20;
-
-ULONG NumberAt(const std::vector<BYTE>& bytes, std::size_t offset)
+const char* DamageText(CarriedDamage damage)
 {
-    return bytes[offset] | bytes[offset + 1] << 8 | bytes[offset + 2] << 16 |
-           static_cast<ULONG>(bytes[offset + 3]) << 24;
-}
-
-// The properties stream of a storage; empty when it isn't there, or not a header and whole entries.
-std::vector<BYTE> ReadProperties(IStorage& storage, ULONG header)
-{
-    const ComPtr<IStream> stream = OpenSubStream(storage, kProperties);
-    STATSTG stat{};
-    if (!stream || FAILED(stream->Stat(&stat, STATFLAG_NONAME)))
-        return {};
-    const auto size = stat.cbSize.QuadPart;
-    if (size < header || size > kLargestProperties || (size - header) % kEntrySize != 0)
-        return {};
-    std::vector<BYTE> bytes(static_cast<std::size_t>(size));
-    ULONG count = 0;
-    if (FAILED(stream->Read(bytes.data(), static_cast<ULONG>(size), &count)) || count != size)
-        return {};
-    return bytes;
-}
-
-bool CarriesMessage(const std::vector<BYTE>& properties)
-{
-    for (std::size_t entry = kHeaderOfPart; entry + kEntrySize <= properties.size(); entry += kEntrySize)
-        if (NumberAt(properties, entry) == kAttachMethodTag)
-            return NumberAt(properties, entry + kValueAt) == kEmbeddedMethod;
-    return false;
-}
-
-std::string DamageOf(IStorage& message, ULONG header, int depth);
-
-std::string DamageOfAttachment(IStorage& attachment, const std::vector<BYTE>& properties, int depth)
-{
-    if (!CarriesMessage(properties))
-        return {};
-    const ComPtr<IStorage> message = OpenSubStorage(attachment, kEmbeddedMessage);
-    return message ? DamageOf(*message, kHeaderOfEmbedded, depth + 1) : "an attached message is missing";
-}
-
-std::string DamageOf(IStorage& message, ULONG header, int depth)
-{
-    if (depth > kDeepestAttached)
-        return "messages are attached to each other too deeply";
-    const std::vector<BYTE> properties = ReadProperties(message, header);
-    if (properties.empty())
-        return "a message has no properties";
-    ULONG recipients = 0;
-    ULONG attachments = 0;
-    for (const Element& element : ListElements(message, "a message")) {
-        const bool isRecipient = element.name.starts_with(kRecipientPrefix);
-        if (!element.isStorage || (!isRecipient && !element.name.starts_with(kAttachmentPrefix)))
-            continue;
-        ++(isRecipient ? recipients : attachments);
-        const ComPtr<IStorage> part = OpenSubStorage(message, element.name);
-        const std::vector<BYTE> own = part ? ReadProperties(*part, kHeaderOfPart) : std::vector<BYTE>();
-        if (own.empty())
-            return isRecipient ? "a recipient has no properties" : "an attachment has no properties";
-        if (!isRecipient)
-            if (std::string damage = DamageOfAttachment(*part, own, depth); !damage.empty())
-                return damage;
+    switch (damage) {
+        case CarriedDamage::kNone: break;
+        case CarriedDamage::kProperties: return "a message has no properties";
+        case CarriedDamage::kRecipientProperties: return "a recipient has no properties";
+        case CarriedDamage::kAttachmentProperties: return "an attachment has no properties";
+        case CarriedDamage::kRecipients: return "recipients are missing";
+        case CarriedDamage::kAttachments: return "attachments are missing";
+        case CarriedDamage::kEmbeddedMessage: return "an attached message is missing";
     }
-    if (recipients != NumberAt(properties, kRecipientCountAt))
-        return "recipients are missing";
-    return attachments != NumberAt(properties, kAttachmentCountAt) ? "attachments are missing" : "";
+    return "a message can't be read";
 }
 
 // The record of one item, and what is wrong with it.
@@ -127,11 +55,11 @@ ComPtr<IStorage> OpenToWrite(IStorage& parent, const OLECHAR* name, const std::s
 
 std::string FindDamage(IStorage& message)
 {
-    try {
-        return DamageOf(message, kHeaderOfMessage, 0);
-    } catch (const HostError&) {
-        return "a message can't be read";
-    }
+    CarriedDamage damage = CarriedDamage::kNone;
+    const HRESULT hr = CheckCarriedMessage(message, &damage);
+    if (hr == MAPI_E_TOO_COMPLEX)
+        return "messages are attached to each other too deeply";
+    return FAILED(hr) ? DamageText(damage) : "";
 }
 
 CheckedPackage CheckPackage(IStorage& root, const std::string& shown)

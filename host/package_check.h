@@ -23,8 +23,7 @@ struct DamagedElement {
     std::string reason;
 };
 
-// What is wrong with the message on a storage: no properties, or another number of recipients or attachments than
-// they say, in it or in a message that it carries. Empty when nothing is.
+// What is wrong with the message on a storage (CheckCarriedMessage tells), in words. Empty when nothing is.
 std::string FindDamage(IStorage& message);
 
 // What a package holds that may be sent, and what else.

@@ -218,34 +218,64 @@ TEST_F(TornMessageTest, AnAttachmentWithoutPropertiesIsDamage)
     ExpectRefused();
 }
 
-TEST_F(TornMessageTest, AnEmbeddedMessageIsLookedThroughAsWell)
-{
-    ComPtr<IMessage> outer = MakeDetachedMessage({"Outer", "", {}, {}});
-    ComPtr<IAttach> attachment;
-    ComPtr<IMessage> inner;
-    ULONG number = 0;
-    ASSERT_EQ(outer->CreateAttach(nullptr, 0, &number, attachment.Put()), S_OK);
-    ASSERT_EQ(attachment->OpenProperty(PR_ATTACH_DATA_OBJ, &IID_IMessage, 0, MAPI_CREATE | MAPI_MODIFY,
-                                       inner.PutUnknown()),
-              S_OK);
-    TestMailbox::Fill(*inner, {"Inner", "", {"ann"}, {}});
-    ASSERT_EQ(inner->SaveChanges(0), S_OK);
-    ASSERT_EQ(attachment->SaveChanges(0), S_OK);
-    data.Reset();
-    Pack(MakeItem(OLESTR("{A}"), *outer));
-    ASSERT_EQ(Load(), S_OK);
-    loaded = MakeComObject<CItem>(&session);
+class TornEmbeddedMessageTest : public TornMessageTest {
+protected:
+    TornEmbeddedMessageTest()
+    {
+        ComPtr<IMessage> outer = MakeDetachedMessage({"Outer", "", {}, {}});
+        MakeAttached(*outer);
+        data.Reset();
+        Pack(MakeItem(OLESTR("{A}"), *outer));
+        EXPECT_EQ(Load(), S_OK);
+        loaded = MakeComObject<CItem>(&session);
+        EXPECT_EQ(package.storage->OpenStorage(kMessageDataName, nullptr, kOpenMode, nullptr, 0, data.Put()),
+                  S_OK);
+    }
 
-    ASSERT_EQ(package.storage->OpenStorage(kMessageDataName, nullptr, kOpenMode, nullptr, 0, data.Put()),
-              S_OK);
+    static void MakeAttached(IMessage& outer)
+    {
+        ComPtr<IAttach> attachment;
+        ComPtr<IMessage> inner;
+        ULONG number = 0;
+        ASSERT_EQ(outer.CreateAttach(nullptr, 0, &number, attachment.Put()), S_OK);
+        SPropValue method{};
+        method.ulPropTag = PR_ATTACH_METHOD;
+        method.Value.l = ATTACH_EMBEDDED_MSG;
+        ASSERT_EQ(attachment->SetProps(1, &method, nullptr), S_OK);
+        ASSERT_EQ(attachment->OpenProperty(PR_ATTACH_DATA_OBJ, &IID_IMessage, 0, MAPI_CREATE | MAPI_MODIFY,
+                                           inner.PutUnknown()),
+                  S_OK);
+        TestMailbox::Fill(*inner, {"Inner", "", {"ann"}, {}});
+        ASSERT_EQ(inner->SaveChanges(0), S_OK);
+        ASSERT_EQ(attachment->SaveChanges(0), S_OK);
+    }
+
+    void DestroyWithin(const OLECHAR* name)
     {
         const ComPtr<IStorage> part = Part(OLESTR("__attach_version1.0_#00000000"));
         ComPtr<IStorage> message;
-        ASSERT_EQ(
-            part->OpenStorage(OLESTR("__substg1.0_3701000D"), nullptr, kOpenMode, nullptr, 0, message.Put()),
-            S_OK);
-        EXPECT_EQ(message->DestroyElement(OLESTR("__recip_version1.0_#00000000")), S_OK);
+        ASSERT_EQ(part->OpenStorage(kEmbedded, nullptr, kOpenMode, nullptr, 0, message.Put()), S_OK);
+        EXPECT_EQ(message->DestroyElement(name), S_OK);
     }
+
+    static constexpr OLECHAR kEmbedded[] = OLESTR("__substg1.0_3701000D");
+};
+
+TEST_F(TornEmbeddedMessageTest, ItsRecipientsAreCountedAsWell)
+{
+    DestroyWithin(OLESTR("__recip_version1.0_#00000000"));
+    ExpectRefused();
+}
+
+TEST_F(TornEmbeddedMessageTest, WithoutItsPropertiesItIsDamaged)
+{
+    DestroyWithin(kProperties);
+    ExpectRefused();
+}
+
+TEST_F(TornEmbeddedMessageTest, AnAttachmentThatSaysThatItIsAMessageHasOne)
+{
+    EXPECT_EQ(Part(OLESTR("__attach_version1.0_#00000000"))->DestroyElement(kEmbedded), S_OK);
     ExpectRefused();
 }
 
