@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 
 #include "platform/com/com.h"
 
@@ -18,6 +19,16 @@ namespace quorvane::cfb {
 class ByteStore {
 public:
     static constexpr std::size_t kAtomicPage = 4096;
+
+    // Which bytes they are, and of when.
+    struct Identity {
+        std::uint64_t device;
+        std::uint64_t file;
+        std::uint64_t size;
+        std::int64_t changed;  // in nanoseconds
+
+        bool operator==(const Identity&) const = default;
+    };
 
     virtual ~ByteStore() = default;
 
@@ -53,6 +64,11 @@ public:
     }
     // The store's end is where it is to stay: what was reserved behind it for growth is given back.
     [[nodiscard]] virtual HRESULT Settle() noexcept { return S_OK; }
+
+    // The bytes' identity; none where it can't be told.
+    [[nodiscard]] virtual std::optional<Identity> Identify() noexcept { return std::nullopt; }
+    // The same, and sees to it that any later write by anybody gives them another one.
+    [[nodiscard]] virtual std::optional<Identity> Seal() noexcept { return std::nullopt; }
 };
 
 }  // namespace quorvane::cfb

@@ -14,6 +14,13 @@ void Chain::Reset(SectorId first) noexcept
     strideShift_ = FirstShift();
 }
 
+void Chain::Cut(SectorId length) noexcept
+{
+    marks_.resize(std::min<std::size_t>(marks_.size(), (length - 1) >> strideShift_));
+    if (last_.index >= length)
+        last_ = Place{};
+}
+
 void Chain::Mark(const Place& place)
 {
     if (place.index != (marks_.size() + 1) << strideShift_)

@@ -23,6 +23,8 @@ public:
 
     // Begins anew: another first sector, or links that changed.
     void Reset(SectorId first) noexcept;
+    // The chain ends before `length` now, which isn't 0.
+    void Cut(SectorId length) noexcept;
     SectorId First() const noexcept { return first_; }
     bool IsEmpty() const noexcept { return first_ > kMaxSector; }
 
@@ -44,7 +46,7 @@ public:
     [[nodiscard]] HRESULT Length(SectorId* length);
 
 private:
-    std::size_t MostMarks() const noexcept { return many_ ? 131072 : 4096; }
+    std::size_t MostMarks() const noexcept { return many_ ? 524288 : 4096; }
     unsigned FirstShift() const noexcept { return many_ ? 0 : 3; }
 
     struct Place {

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <utility>
 
+#include "platform/cfb/known_files.h"
 #include "platform/cfb/result.h"
 
 namespace quorvane::cfb {
@@ -23,12 +24,42 @@ FILETIME Now() noexcept
 
 }  // namespace
 
+HRESULT CompoundFile::Format(Layout layout)
+{
+    volume_ = std::make_unique<Volume>(store_);
+    return volume_->Format(layout);
+}
+
+HRESULT CompoundFile::Open()
+{
+    const auto identity = store_.Identify();
+    volume_ = identity ? KnownFiles::Instance().Take(*identity) : nullptr;
+    if (volume_) {
+        bool same = false;
+        CFB_TRY(volume_->GoOn(store_, &same));
+        known_ = same;
+        if (same)
+            return S_OK;
+    }
+    volume_ = std::make_unique<Volume>(store_);
+    return volume_->Open();
+}
+
+void CompoundFile::Leave() noexcept
+{
+    if (failed_ || !(known_ || volume_->HasChanged()))
+        return;
+    const auto identity = volume_->HasChanged() ? store_.Seal() : store_.Identify();
+    if (identity && volume_->Leave())
+        KnownFiles::Instance().Keep(*identity, std::move(volume_));
+}
+
 HRESULT CompoundFile::Ready()
 {
     if (!failed_)
         return S_OK;
-    CFB_TRY(volume_.Reload());
-    volume_.tree.Changed();
+    CFB_TRY(volume_->Reload());
+    volume_->tree.Changed();
     owners_.Clear();
     if (root_) {
         for (OpenElement* child = root_->firstChild; child;) {
@@ -48,7 +79,7 @@ HRESULT CompoundFile::Refind(OpenElement& element)
 {
     EntryId id = kNoEntry;
     DirEntry entry;
-    const HRESULT hr = volume_.tree.Find(element.parent->id, element.name, &id, &entry);
+    const HRESULT hr = volume_->tree.Find(element.parent->id, element.name, &id, &entry);
     const bool gone = hr == STG_E_FILENOTFOUND || hr == STG_E_DOCFILECORRUPT || hr == kTreeTooDeep ||
                       (SUCCEEDED(hr) && entry.Type() != element.type);
     if (gone) {
@@ -79,21 +110,21 @@ HRESULT CompoundFile::OpenRoot(OpenElementPtr* root)
 
 void CompoundFile::Tidy()
 {
-    if (SUCCEEDED(Ready()) && FAILED(volume_.Trim(true)))
+    if (SUCCEEDED(Ready()) && FAILED(volume_->Trim(true)))
         failed_ = true;
 }
 
 // What was freed is in the store; giving the end of the file back may fail without harm.
 void CompoundFile::TrimIfWorth()
 {
-    if (FAILED(volume_.Trim(false)))
+    if (FAILED(volume_->Trim(false)))
         failed_ = true;
 }
 
 OpenElementPtr CompoundFile::MakeOpen(EntryId id, EntryType type, const ElementName& name,
                                       OpenElement* parent)
 {
-    auto element = std::make_shared<OpenElement>(id, type, name, volume_);
+    auto element = std::make_shared<OpenElement>(id, type, name, *volume_);
     open_.Add(*element, parent);
     return element;
 }
@@ -105,7 +136,7 @@ HRESULT CompoundFile::FindInIndex(const std::vector<EntryId>& index, const Eleme
     std::size_t end = index.size();
     while (begin < end) {
         const std::size_t middle = begin + (end - begin) / 2;
-        CFB_TRY(volume_.directory.Read(index[middle], entry));
+        CFB_TRY(volume_->directory.Read(index[middle], entry));
         const int order = entry->Compare(name);  // of the name, seen from the entry
         if (after ? order >= 0 : order > 0)
             begin = middle + 1;
@@ -115,17 +146,17 @@ HRESULT CompoundFile::FindInIndex(const std::vector<EntryId>& index, const Eleme
     if (begin == index.size())
         return STG_E_FILENOTFOUND;
     *id = index[begin];
-    CFB_TRY(volume_.directory.Read(*id, entry));
+    CFB_TRY(volume_->directory.Read(*id, entry));
     return after || entry->Compare(name) == 0 ? S_OK : STG_E_FILENOTFOUND;
 }
 
 // True when the element is the one that an enumeration told last.
 bool CompoundFile::IsTold(OpenElement& storage, const ElementName& name, EntryId* id, DirEntry* entry)
 {
-    if (told_.version != volume_.tree.Version() || told_.storage != storage.id)
+    if (told_.version != volume_->tree.Version() || told_.storage != storage.id)
         return false;
     *id = told_.id;
-    return SUCCEEDED(volume_.directory.Read(*id, entry)) && entry->Compare(name) == 0;
+    return SUCCEEDED(volume_->directory.Read(*id, entry)) && entry->Compare(name) == 0;
 }
 
 // survey: when the element isn't found, makes sure that the tree is one that can be searched.
@@ -135,7 +166,7 @@ HRESULT CompoundFile::Lookup(OpenElement& storage, const ElementName& name, bool
     if (!storage.index) {
         if (IsTold(storage, name, id, entry))
             return S_OK;
-        const HRESULT hr = volume_.tree.Find(storage.id, name, id, entry);
+        const HRESULT hr = volume_->tree.Find(storage.id, name, id, entry);
         const bool damaged = hr == kTreeTooDeep || hr == STG_E_DOCFILECORRUPT;
         if (!damaged && (hr != STG_E_FILENOTFOUND || !survey || storage.surveyed))
             return hr;
@@ -152,7 +183,7 @@ HRESULT CompoundFile::Lookup(OpenElement& storage, const ElementName& name, bool
 HRESULT CompoundFile::Survey(OpenElement& storage, bool distrusted)
 {
     DirTree::Shape shape;
-    CFB_TRY(volume_.tree.Survey(storage.id, &shape));
+    CFB_TRY(volume_->tree.Survey(storage.id, &shape));
     const auto foreign = [&](EntryId id) { return !owners_.Claim(id, storage.id); };
     const auto own = std::remove_if(shape.ids.begin(), shape.ids.end(), foreign);
     if (own != shape.ids.end()) {
@@ -160,7 +191,7 @@ HRESULT CompoundFile::Survey(OpenElement& storage, bool distrusted)
         shape.ids.erase(own, shape.ids.end());
     }
     if (!shape.ordered)
-        CFB_TRY(volume_.tree.Sort(&shape.ids));
+        CFB_TRY(volume_->tree.Sort(&shape.ids));
     storage.sound = shape.sound;
     if (!shape.ordered || !shape.sound || shape.deep || distrusted)
         storage.index = std::make_unique<std::vector<EntryId>>(std::move(shape.ids));
@@ -175,9 +206,9 @@ HRESULT CompoundFile::PutRight(OpenElement& storage)
         return STG_E_DOCFILECORRUPT;
     return Operate([&]() -> HRESULT {
         std::vector<TreeEdit::Move> moves;
-        CFB_TRY(volume_.tree.Rebuild(volume_.file, storage.id, *storage.index, &moves));
+        CFB_TRY(volume_->tree.Rebuild(volume_->file, storage.id, *storage.index, &moves));
         NoteMoves(moves);
-        CFB_TRY(volume_.Commit());
+        CFB_TRY(volume_->Commit());
         storage.index.reset();
         return S_OK;
     });
@@ -188,7 +219,7 @@ HRESULT CompoundFile::PutRightIfNeeded(OpenElement& storage)
 {
     if (!storage.probed && !storage.surveyed) {
         bool deep = false;
-        CFB_TRY(volume_.tree.Probe(storage.id, &deep));
+        CFB_TRY(volume_->tree.Probe(storage.id, &deep));
         storage.probed = true;
         if (deep)
             CFB_TRY(Survey(storage));
@@ -209,7 +240,7 @@ HRESULT CompoundFile::TakeAnewAndPutRight(OpenElement& storage)
 // A tree was changed.
 void CompoundFile::NoteMoves(const std::vector<TreeEdit::Move>& moves)
 {
-    volume_.tree.Changed();
+    volume_->tree.Changed();
     for (const TreeEdit::Move& move : moves) {
         open_.Moved(move.from, move.to);
         owners_.Moved(move.from, move.to);
@@ -228,7 +259,7 @@ HRESULT CompoundFile::OpenChild(OpenElement& storage, const ElementName& name, E
         return STG_E_ACCESSDENIED;
     if (storage.depth >= kMaxDepth)
         return STG_E_DOCFILECORRUPT;
-    StreamBody body(volume_);
+    StreamBody body(*volume_);
     if (type == EntryType::kStream)
         CFB_TRY(body.Load(id));
     *child = MakeOpen(id, type, entry.Name(), &storage);
@@ -264,8 +295,8 @@ HRESULT CompoundFile::CreateChild(OpenElement& storage, const ElementName& name,
 
 HRESULT CompoundFile::FindForEdit(OpenElement& storage, const ElementName& name, bool* exists)
 {
-    CFB_TRY(volume_.edit.Begin(storage.id));
-    return volume_.edit.Find(name, exists);
+    CFB_TRY(volume_->edit.Begin(storage.id));
+    return volume_->edit.Find(name, exists);
 }
 
 // Begins an edit of a storage's tree, which is put right first if it needs that. wanted: the element should
@@ -289,18 +320,18 @@ HRESULT CompoundFile::BeginEdit(OpenElement& storage, const ElementName& name, b
 HRESULT CompoundFile::Hang(const DirEntry& entry, EntryId* id)
 {
     EntryId replaced = kNoEntry;
-    CFB_TRY(volume_.directory.Allocate(id));
-    CFB_TRY(volume_.edit.Insert(*id, entry, &replaced));
+    CFB_TRY(volume_->directory.Allocate(id));
+    CFB_TRY(volume_->edit.Insert(*id, entry, &replaced));
     CFB_TRY(ApplyEdit());
     if (replaced != kNoEntry)
         CFB_TRY(FreeElement(replaced));
-    return volume_.Commit();
+    return volume_->Commit();
 }
 
 HRESULT CompoundFile::ApplyEdit()
 {
-    CFB_TRY(volume_.edit.Apply());
-    NoteMoves(volume_.edit.Moves());
+    CFB_TRY(volume_->edit.Apply());
+    NoteMoves(volume_->edit.Moves());
     return S_OK;
 }
 
@@ -314,8 +345,8 @@ HRESULT CompoundFile::Destroy(OpenElement& storage, const ElementName& name)
     HRESULT destroyed = ChangeTree(storage, [&]() -> HRESULT {
         EntryId id = kNoEntry;
         if (!std::exchange(begun, false))
-            CFB_TRY(volume_.edit.Begin(storage.id));
-        CFB_TRY(volume_.edit.Remove(name, &id));
+            CFB_TRY(volume_->edit.Begin(storage.id));
+        CFB_TRY(volume_->edit.Remove(name, &id));
         return FinishDestroying(id);
     });
     if (destroyed == STG_E_MEDIUMFULL)
@@ -333,8 +364,8 @@ HRESULT CompoundFile::DestroyInPlace(OpenElement& storage, const ElementName& na
         return STG_E_REVERTED;
     return Operate([&]() -> HRESULT {
         EntryId id = kNoEntry;
-        CFB_TRY(volume_.edit.Begin(storage.id));
-        CFB_TRY(volume_.edit.RemoveInPlace(name, &id));
+        CFB_TRY(volume_->edit.Begin(storage.id));
+        CFB_TRY(volume_->edit.RemoveInPlace(name, &id));
         return FinishDestroying(id);
     });
 }
@@ -344,7 +375,7 @@ HRESULT CompoundFile::FinishDestroying(EntryId id)
 {
     CFB_TRY(ApplyEdit());
     CFB_TRY(FreeElement(id));
-    return volume_.Commit();
+    return volume_->Commit();
 }
 
 HRESULT CompoundFile::Rename(OpenElement& storage, const ElementName& from, const ElementName& to)
@@ -366,14 +397,14 @@ HRESULT CompoundFile::Rename(OpenElement& storage, const ElementName& from, cons
         EntryId renamed = kNoEntry;
         EntryId replaced = kNoEntry;
         entry.SetName(to);
-        CFB_TRY(volume_.directory.Allocate(&renamed));
-        CFB_TRY(volume_.edit.Begin(storage.id));
-        CFB_TRY(volume_.edit.Remove(from, &id));
-        CFB_TRY(volume_.edit.Insert(renamed, entry, &replaced));
+        CFB_TRY(volume_->directory.Allocate(&renamed));
+        CFB_TRY(volume_->edit.Begin(storage.id));
+        CFB_TRY(volume_->edit.Remove(from, &id));
+        CFB_TRY(volume_->edit.Insert(renamed, entry, &replaced));
         CFB_TRY(ApplyEdit());
         owners_.Moved(id, renamed);
-        CFB_TRY(volume_.directory.Free(id));
-        return volume_.Commit();
+        CFB_TRY(volume_->directory.Free(id));
+        return volume_->Commit();
     });
 }
 
@@ -385,7 +416,7 @@ HRESULT CompoundFile::FreeElement(EntryId id)
         const EntryId at = waiting.back();
         waiting.pop_back();
         DirEntry entry;
-        const HRESULT hr = volume_.directory.Read(at, &entry);
+        const HRESULT hr = volume_->directory.Read(at, &entry);
         if (hr == STG_E_DOCFILECORRUPT)
             continue;
         CFB_TRY(hr);
@@ -401,7 +432,7 @@ HRESULT CompoundFile::FreeElement(EntryId id)
             waiting.push_back(entry.Child());
         open_.RevertEntry(at);
         owners_.Freed(at);
-        CFB_TRY(volume_.directory.Free(at));
+        CFB_TRY(volume_->directory.Free(at));
         CFB_TRY(FreeContent(entry));
     }
     return S_OK;
@@ -409,11 +440,11 @@ HRESULT CompoundFile::FreeElement(EntryId id)
 
 HRESULT CompoundFile::FreeContent(const DirEntry& entry)
 {
-    const std::uint64_t size = entry.Size(volume_.header.version);
+    const std::uint64_t size = entry.Size(volume_->header.version);
     if (entry.Type() != EntryType::kStream || size == 0)
         return S_OK;
     const bool mini = size < kMiniCutoff;
-    const HRESULT hr = mini ? volume_.FreeMiniSectors(entry.Start()) : volume_.FreeSectors(entry.Start());
+    const HRESULT hr = mini ? volume_->FreeMiniSectors(entry.Start()) : volume_->FreeSectors(entry.Start());
     return hr == STG_E_DOCFILECORRUPT ? S_OK : hr;  // the rest of a damaged chain stays in use
 }
 
@@ -424,8 +455,8 @@ HRESULT CompoundFile::Next(OpenElement& storage, const ElementName* after, DirTr
         CFB_TRY(Survey(storage));
     EntryId id = kNoEntry;
     if (!storage.index) {
-        CFB_TRY(volume_.tree.Next(storage.id, after, cursor, &id, entry));
-        told_ = {storage.id, id, volume_.tree.Version()};
+        CFB_TRY(volume_->tree.Next(storage.id, after, cursor, &id, entry));
+        told_ = {storage.id, id, volume_->tree.Version()};
         return S_OK;
     }
     const ElementName first;
@@ -437,7 +468,7 @@ HRESULT CompoundFile::Next(OpenElement& storage, const ElementName* after, DirTr
 
 HRESULT CompoundFile::Stat(const OpenElement& element, DirEntry* entry)
 {
-    return volume_.directory.Read(element.id, entry);
+    return volume_->directory.Read(element.id, entry);
 }
 
 HRESULT CompoundFile::ReadStream(OpenElement& stream, std::uint64_t offset, void* to, std::size_t count,

@@ -18,10 +18,13 @@ public:
     // Storages inside of each other, the root not counted.
     static constexpr unsigned kMaxDepth = 256;
 
-    explicit CompoundFile(ByteStore& store) noexcept : volume_(store) {}
+    explicit CompoundFile(ByteStore& store) noexcept : store_(store) {}
 
-    [[nodiscard]] HRESULT Format(Layout layout) { return volume_.Format(layout); }
-    [[nodiscard]] HRESULT Open() { return volume_.Open(); }
+    // One of these first.
+    [[nodiscard]] HRESULT Format(Layout layout);
+    [[nodiscard]] HRESULT Open();
+    // The last call: what was learnt of the file is kept for whoever opens it next in this process.
+    void Leave() noexcept;
     // The root as an element: once, after Format or Open.
     [[nodiscard]] HRESULT OpenRoot(OpenElementPtr* root);
     // Gives free space at the end back. To be called before the last use, when something was written.
@@ -54,18 +57,18 @@ public:
                                DirEntry* entry);
     // The element's entry. Size(version) of it takes FormatVersion.
     [[nodiscard]] HRESULT Stat(const OpenElement& element, DirEntry* entry);
-    unsigned FormatVersion() const noexcept { return volume_.header.version; }
+    unsigned FormatVersion() const noexcept { return volume_->header.version; }
     // Changes an entry's class, state bits or times: change(DirEntry&).
     template <class Change>
     [[nodiscard]] HRESULT ChangeEntry(EntryId id, const Change& change)
     {
         return Operate([&]() -> HRESULT {
             DirEntry entry;
-            if (const HRESULT hr = volume_.directory.Read(id, &entry); FAILED(hr))
+            if (const HRESULT hr = volume_->directory.Read(id, &entry); FAILED(hr))
                 return hr;
             change(entry);
-            const HRESULT hr = volume_.directory.Write(id, entry);
-            return FAILED(hr) ? hr : volume_.Commit();
+            const HRESULT hr = volume_->directory.Write(id, entry);
+            return FAILED(hr) ? hr : volume_->Commit();
         });
     }
     // The same for an element of a storage. STG_E_FILENOTFOUND.
@@ -132,7 +135,9 @@ private:
     [[nodiscard]] HRESULT FreeContent(const DirEntry& entry);
     OpenElementPtr MakeOpen(EntryId id, EntryType type, const ElementName& name, OpenElement* parent);
 
-    Volume volume_;
+    ByteStore& store_;
+    std::unique_ptr<Volume> volume_;
+    bool known_ = false;  // the volume is one that was kept
     OpenElements open_;
     EntryOwners owners_;
     OpenElement* root_ = nullptr;

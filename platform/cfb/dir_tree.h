@@ -30,6 +30,12 @@ public:
     // STG_E_NOMOREFILES.
     [[nodiscard]] HRESULT Next(EntryId storage, const ElementName* after, Cursor* cursor, EntryId* id,
                                DirEntry* entry);
+    // Gives back the memory that a survey took.
+    void DropMarks() noexcept
+    {
+        seen_ = {};
+        survey_ = 0;
+    }
     // A tree was changed. The number is never 0 and never comes back.
     void Changed() noexcept { ++version_; }
     std::uint64_t Version() const noexcept { return version_; }

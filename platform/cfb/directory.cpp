@@ -172,7 +172,7 @@ HRESULT Directory::Trim(SectorId least)
     CFB_TRY(fat_.SetNext(last, kEndOfChain));
     sectors_.File().Order();
     CFB_TRY(allocator_.FreeChain(&rest, spare));
-    chain_.Reset(header_.firstDirectory);
+    chain_.Cut(length_);
     return S_OK;
 }
 

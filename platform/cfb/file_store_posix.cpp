@@ -165,7 +165,31 @@ public:
 
     HRESULT Settle() noexcept override { return fileSize_ > size_ ? Truncate(size_) : S_OK; }
 
+    std::optional<Identity> Identify() noexcept override
+    {
+        struct stat status;
+        if (::fstat(file_, &status) != 0)
+            return std::nullopt;
+        return Identity{status.st_dev, status.st_ino, static_cast<std::uint64_t>(status.st_size),
+                        status.st_mtim.tv_sec * kSecond + status.st_mtim.tv_nsec};
+    }
+
+    // The times that writes leave advance in ticks of milliseconds, so that two writes may leave the same;
+    // this one is told to the nanosecond. A file system that doesn't keep it so has no seal.
+    std::optional<Identity> Seal() noexcept override
+    {
+        timespec now;
+        if (::clock_gettime(CLOCK_REALTIME, &now) != 0)
+            return std::nullopt;
+        const timespec times[2] = {{0, UTIME_OMIT}, now};
+        if (::futimens(file_, times) != 0)
+            return std::nullopt;
+        const auto identity = Identify();
+        return identity && identity->changed == now.tv_sec * kSecond + now.tv_nsec ? identity : std::nullopt;
+    }
+
 private:
+    static constexpr std::int64_t kSecond = 1'000'000'000;
     static constexpr std::uint64_t kReserve = 65536;
     static constexpr std::uint64_t kMostReserving = kVersion3Limit - kReserve;
 

@@ -54,6 +54,14 @@ HRESULT Header::Read(OrderedFile& file)
     return HasSignature(raw_.data()) ? Parse() : STG_E_FILEALREADYEXISTS;
 }
 
+HRESULT Header::Compare(OrderedFile& file, bool* same) const
+{
+    std::array<BYTE, kHeaderBytes> bytes;
+    CFB_TRY(file.Read(0, bytes.data(), bytes.size()));
+    *same = bytes == raw_;
+    return S_OK;
+}
+
 HRESULT Header::Parse() noexcept
 {
     const BYTE* const raw = raw_.data();

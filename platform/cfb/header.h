@@ -35,6 +35,8 @@ struct Header {
     // STG_E_FILEALREADYEXISTS  the file doesn't begin as a compound file, or is shorter than a header.
     // STG_E_INVALIDHEADER      it does, and goes on as none that can be read.
     [[nodiscard]] HRESULT Read(OrderedFile& file);
+    // Whether the file begins with what was read or written last.
+    [[nodiscard]] HRESULT Compare(OrderedFile& file, bool* same) const;
     // Writes all fields, if one has changed; the bytes that mean nothing here are kept as Read found them.
     [[nodiscard]] HRESULT Write(OrderedFile& file);
 

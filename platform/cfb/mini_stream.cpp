@@ -193,7 +193,10 @@ HRESULT MiniStream::CutChain(Chain& chain, SectorId from, SectorId to)
         CFB_TRY(fat_.SetNext(last, kEndOfChain));
         sectors_.File().Order();
     }
-    chain.Reset(from > 0 ? chain.First() : kEndOfChain);
+    if (from > 0)
+        chain.Cut(from);
+    else
+        chain.Reset(kEndOfChain);
     return allocator_.FreeChain(&rest, to - from);
 }
 

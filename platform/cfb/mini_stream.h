@@ -39,6 +39,12 @@ public:
     [[nodiscard]] HRESULT FreeChain(SectorId* at, std::uint32_t most);
 
     void Committed() { slots_.Committed(); }
+    // Whether the root entry tells of this mini stream.
+    bool IsThatOf(const DirEntry& root) const noexcept
+    {
+        return root.Size(header_.version) == std::uint64_t{count_} * kMiniBytes &&
+               (count_ == 0 || root.Start() == data_.First());
+    }
     // Gives the sectors at the end back when at least `least` hold free mini sectors alone.
     [[nodiscard]] HRESULT Trim(SectorId least);
 

@@ -11,7 +11,7 @@ namespace quorvane::cfb {
 
 HRESULT OrderedFile::Open()
 {
-    CFB_TRY(store_.GetSize(&stored_));
+    CFB_TRY(store_->GetSize(&stored_));
     size_ = stored_;
     return S_OK;
 }
@@ -75,7 +75,8 @@ HRESULT OrderedFile::FreshFrame(Frame** frame)
 HRESULT OrderedFile::Load(Frame& frame, std::uint64_t page)
 {
     std::size_t read = 0;
-    const HRESULT hr = page * kPage < stored_ ? store_.ReadAt(page * kPage, frame.bytes, kPage, &read) : S_OK;
+    const HRESULT hr =
+        page * kPage < stored_ ? store_->ReadAt(page * kPage, frame.bytes, kPage, &read) : S_OK;
     if (FAILED(hr)) {
         spare_.push_back(&frame);
         return hr;
@@ -103,7 +104,7 @@ HRESULT OrderedFile::ReadDirect(std::uint64_t offset, BYTE* to, std::size_t coun
 {
     std::size_t read = 0;
     if (offset < stored_)
-        CFB_TRY(store_.ReadAt(offset, to, count, &read));
+        CFB_TRY(store_->ReadAt(offset, to, count, &read));
     std::memset(to + read, 0, count - read);
     for (const Frame* frame : pending_) {
         const std::uint64_t begin = std::max(offset, frame->page * kPage);
@@ -214,7 +215,7 @@ HRESULT OrderedFile::WriteWords(std::uint64_t offset, const void* from, std::siz
 // page together with them.
 HRESULT OrderedFile::PutWords(std::uint64_t offset, const void* from, std::size_t count, bool* done)
 {
-    if (offset + count > stored_ || !store_.CanPut(offset, count))
+    if (offset + count > stored_ || !store_->CanPut(offset, count))
         return S_OK;
     Frame* const frame = Find(offset / kPage);
     if (!pending_.empty() && oldest_ < stage_)
@@ -224,7 +225,7 @@ HRESULT OrderedFile::PutWords(std::uint64_t offset, const void* from, std::size_
     CFB_TRY(Grow());
     if (frame)
         std::memcpy(frame->bytes + offset % kPage, from, count);
-    store_.Put(offset, from, count);
+    store_->Put(offset, from, count);
     *done = true;
     return S_OK;
 }
@@ -232,7 +233,7 @@ HRESULT OrderedFile::PutWords(std::uint64_t offset, const void* from, std::size_
 HRESULT OrderedFile::WriteThrough(std::uint64_t offset, const void* from, std::size_t count)
 {
     const auto* in = static_cast<const BYTE*>(from);
-    CFB_TRY(store_.WriteAt(offset, in, count));
+    CFB_TRY(store_->WriteAt(offset, in, count));
     const std::uint64_t end = offset + count;
     stored_ = std::max(stored_, end);
     Extend(end);
@@ -252,7 +253,7 @@ HRESULT OrderedFile::Grow()
 {
     if (size_ <= stored_)
         return S_OK;
-    CFB_TRY(store_.SetSize(size_));
+    CFB_TRY(store_->SetSize(size_));
     stored_ = size_;
     return S_OK;
 }
@@ -261,8 +262,8 @@ HRESULT OrderedFile::Flush()
 {
     CFB_TRY(Grow());
     for (Frame* frame : pending_) {
-        CFB_TRY(store_.WriteAt(frame->page * kPage + frame->dirty_begin, frame->bytes + frame->dirty_begin,
-                               frame->dirty_end - frame->dirty_begin));
+        CFB_TRY(store_->WriteAt(frame->page * kPage + frame->dirty_begin, frame->bytes + frame->dirty_begin,
+                                frame->dirty_end - frame->dirty_begin));
         frame->pending = false;
     }
     pending_.clear();
@@ -279,7 +280,7 @@ HRESULT OrderedFile::Commit()
 HRESULT OrderedFile::Settle()
 {
     CFB_TRY(Commit());
-    return store_.Settle();
+    return store_->Settle();
 }
 
 HRESULT OrderedFile::Cut(std::uint64_t size)
@@ -287,7 +288,7 @@ HRESULT OrderedFile::Cut(std::uint64_t size)
     CFB_TRY(Flush());
     if (size >= stored_)
         return S_OK;
-    CFB_TRY(store_.SetSize(size));
+    CFB_TRY(store_->SetSize(size));
     size_ = stored_ = size;
     for (auto& frame : frames_) {
         if (frame->page == kNoPage || (frame->page + 1) * kPage <= size)
@@ -301,6 +302,12 @@ HRESULT OrderedFile::Cut(std::uint64_t size)
 
 HRESULT OrderedFile::Forget()
 {
+    DropCache();
+    return Open();
+}
+
+void OrderedFile::DropCache() noexcept
+{
     pending_.clear();
     std::fill(std::begin(recent_), std::end(recent_), nullptr);
     frames_.clear();
@@ -308,7 +315,6 @@ HRESULT OrderedFile::Forget()
     buckets_.clear();
     hand_ = 0;
     stage_ = 0;
-    return Open();
 }
 
 }  // namespace quorvane::cfb

@@ -32,10 +32,18 @@ public:
     static constexpr std::size_t kPage = ByteStore::kAtomicPage;
     static constexpr std::size_t kCachedPages = 2048;
 
-    explicit OrderedFile(ByteStore& store) noexcept : store_(store) {}
+    explicit OrderedFile(ByteStore& store) noexcept : store_(&store) {}
 
     // Takes the store's size. To be called once, before all else.
     [[nodiscard]] HRESULT Open();
+    // Goes on with another store for the same bytes, of which nothing is cached.
+    void MoveTo(ByteStore& store) noexcept
+    {
+        DropCache();
+        store_ = &store;
+    }
+    // Drops the pending writes and everything cached.
+    void DropCache() noexcept;
 
     // Size of the file, with what is to come into the store.
     std::uint64_t Size() const noexcept { return size_; }
@@ -74,7 +82,7 @@ public:
     [[nodiscard]] HRESULT Settle();
     // Cuts the store to `size` bytes, after all pending writes.
     [[nodiscard]] HRESULT Cut(std::uint64_t size);
-    // Drops the pending writes and everything cached, and takes the store's size anew.
+    // DropCache, and takes the store's size anew.
     [[nodiscard]] HRESULT Forget();
 
 private:
@@ -112,7 +120,7 @@ private:
     [[nodiscard]] HRESULT Flush();
     [[nodiscard]] HRESULT ReadDirect(std::uint64_t offset, BYTE* to, std::size_t count);
 
-    ByteStore& store_;
+    ByteStore* store_;
     std::uint64_t size_ = 0;
     std::uint64_t stored_ = 0;
     std::uint64_t stage_ = 0;

@@ -16,6 +16,7 @@ void RootFile::Close(const OpenElementPtr& element, bool written) noexcept
     }
     file_->Close(*element);
     if (element->type == EntryType::kRoot) {
+        file_->Leave();
         file_.reset();
         store_.reset();
     }

@@ -65,6 +65,28 @@ HRESULT Volume::Open()
     return LoadTables();
 }
 
+bool Volume::Leave() noexcept
+{
+    file.DropCache();
+    tree.DropMarks();
+    tree.Changed();
+    changed_ = false;
+    return !allocator.HasFreed();
+}
+
+HRESULT Volume::GoOn(ByteStore& store, bool* same)
+{
+    DirEntry root;
+    file.MoveTo(store);
+    CFB_TRY(file.Open());
+    CFB_TRY(header.Compare(file, same));
+    if (!*same)
+        return S_OK;
+    CFB_TRY(directory.Read(kRootEntry, &root));
+    *same = root.Type() == EntryType::kRoot && mini.IsThatOf(root);
+    return S_OK;
+}
+
 HRESULT Volume::Reload()
 {
     changed_ = true;  // by what the failed operation had done so far

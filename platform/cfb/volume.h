@@ -26,6 +26,14 @@ public:
     [[nodiscard]] HRESULT Open();
     [[nodiscard]] HRESULT Reload();
 
+    // Leaves the store, with nothing of its bytes kept but where free space and the chains' sectors are.
+    // False: that can't be relied on.
+    [[nodiscard]] bool Leave() noexcept;
+    // Goes on with a store that has the same identity. *same: the bytes that are looked at say so too.
+    [[nodiscard]] HRESULT GoOn(ByteStore& store, bool* same);
+    // Whether something was written since it was opened.
+    bool HasChanged() const noexcept { return changed_; }
+
     // Puts the operation into the store, and what it freed at the disposal of the next.
     [[nodiscard]] HRESULT Commit();
     // Gives the end of the file back where it is free, if something was changed since it was opened. all:
