@@ -17,13 +17,20 @@ constexpr DWORD kWriteMode = STGM_READWRITE | STGM_SHARE_EXCLUSIVE;
 const char* DamageText(CarriedDamage damage)
 {
     switch (damage) {
-        case CarriedDamage::kNone: break;
-        case CarriedDamage::kProperties: return "a message has no properties";
-        case CarriedDamage::kRecipientProperties: return "a recipient has no properties";
-        case CarriedDamage::kAttachmentProperties: return "an attachment has no properties";
-        case CarriedDamage::kRecipients: return "recipients are missing";
-        case CarriedDamage::kAttachments: return "attachments are missing";
-        case CarriedDamage::kEmbeddedMessage: return "an attached message is missing";
+        case CarriedDamage::kNone:
+            break;
+        case CarriedDamage::kProperties:
+            return "a message has no properties";
+        case CarriedDamage::kRecipientProperties:
+            return "a recipient has no properties";
+        case CarriedDamage::kAttachmentProperties:
+            return "an attachment has no properties";
+        case CarriedDamage::kRecipients:
+            return "recipients are missing";
+        case CarriedDamage::kAttachments:
+            return "attachments are missing";
+        case CarriedDamage::kEmbeddedMessage:
+            return "an attached message is missing";
     }
     return "a message can't be read";
 }
@@ -90,7 +97,8 @@ void TakeOut(const std::filesystem::path& path, const std::vector<DamagedElement
     const OleString name = OleTextOf(path);
     const std::string shown = path.string();
     ComPtr<IStorage> root;
-    Check(StgOpenStorage(name.c_str(), nullptr, kWriteMode, nullptr, 0, root.Put()), "mend the package", shown);
+    Check(StgOpenStorage(name.c_str(), nullptr, kWriteMode, nullptr, 0, root.Put()), "mend the package",
+          shown);
     const ComPtr<IStorage> version = OpenToWrite(*root, OLESTR("1.0"), shown);
     for (const DamagedElement& element : damaged)
         Check(OpenToWrite(*version, element.part, shown)->DestroyElement(element.element.c_str()),
@@ -102,7 +110,8 @@ bool IsRuined(const std::filesystem::path& path)
 {
     const OleString name = OleTextOf(path);
     ComPtr<IStorage> root;
-    const HRESULT hr = StgOpenStorage(name.c_str(), nullptr, STGM_READ | STGM_SHARE_DENY_WRITE, nullptr, 0, root.Put());
+    const HRESULT hr =
+        StgOpenStorage(name.c_str(), nullptr, STGM_READ | STGM_SHARE_DENY_WRITE, nullptr, 0, root.Put());
     if (FAILED(hr))
         return hr == STG_E_FILEALREADYEXISTS || hr == STG_E_INVALIDHEADER || hr == STG_E_DOCFILECORRUPT ||
                hr == STG_E_OLDFORMAT || hr == STG_E_UNKNOWN;

@@ -41,6 +41,8 @@ struct HeldUpCallbacks final : ExtHandler {
     {
         if (beforeReceived)
             beforeReceived();
+        if (failReceived > 0 && failReceived-- > 0)
+            return E_FAIL;
         return addin.OnItemReceived(item, tag, ignore);
     }
     HRESULT OnPostprocess(BSTR entryId, BSTR storeId) override
@@ -70,6 +72,7 @@ struct HeldUpCallbacks final : ExtHandler {
     std::function<void(const std::string&, bool ignored)> afterChange;
     std::string failResend;      // the ID of an item that can't be sent
     std::atomic<int> resent{0};  // items that a resend was let send
+    std::atomic<int> failReceived{0};  // how many of the items that arrive next aren't let in
 };
 
 // The engine knows the folder and doesn't report what happens in it: a test makes the reports itself.
