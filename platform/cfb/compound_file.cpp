@@ -415,6 +415,8 @@ HRESULT CompoundFile::FreeElement(EntryId id)
     while (!waiting.empty()) {
         const EntryId at = waiting.back();
         waiting.pop_back();
+        if (volume_->directory.IsNew(at))
+            continue;  // it was free when a damaged tree's link led to it
         DirEntry entry;
         const HRESULT hr = volume_->directory.Read(at, &entry);
         if (hr == STG_E_DOCFILECORRUPT)

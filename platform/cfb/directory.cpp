@@ -1,5 +1,6 @@
 #include "platform/cfb/directory.h"
 
+#include <algorithm>
 #include <vector>
 
 #include "platform/cfb/result.h"
@@ -11,6 +12,12 @@ void Directory::Reset() noexcept
     chain_.Reset(header_.firstDirectory);
     measured_ = false;
     slots_.Reset(0);
+    new_.clear();
+}
+
+bool Directory::IsNew(EntryId id) const noexcept
+{
+    return std::find(new_.begin(), new_.end(), id) != new_.end();
 }
 
 HRESULT Directory::OffsetOf(EntryId id, std::uint64_t* offset)
@@ -83,6 +90,13 @@ HRESULT Directory::FindFree(EntryId begin, EntryId end, FreeMap& free)
 
 HRESULT Directory::Allocate(EntryId* id)
 {
+    CFB_TRY(Take(id));
+    new_.push_back(*id);
+    return S_OK;
+}
+
+HRESULT Directory::Take(EntryId* id)
+{
     CFB_TRY(Measure());
     const auto look = [this](EntryId begin, EntryId end, FreeMap& free) {
         return FindFree(begin, end, free);
@@ -100,7 +114,10 @@ HRESULT Directory::AllocateNear(EntryId neighbor, EntryId* id)
     CFB_TRY(Measure());
     const EntryId page = neighbor - neighbor % kPageEntries;
     *id = slots_.TakeWithin(page, page + kPageEntries);
-    return *id != FreeSlots::kNone ? S_OK : Allocate(id);
+    if (*id == FreeSlots::kNone)
+        return Allocate(id);
+    new_.push_back(*id);
+    return S_OK;
 }
 
 // A small directory grows by sectors, a larger one by pages, so that the entries of elements made one after

@@ -2,6 +2,8 @@
 #ifndef QUORVANE_PLATFORM_CFB_DIRECTORY_H_
 #define QUORVANE_PLATFORM_CFB_DIRECTORY_H_
 
+#include <vector>
+
 #include "platform/cfb/chain.h"
 #include "platform/cfb/dir_entry.h"
 #include "platform/cfb/sector_allocator.h"
@@ -42,8 +44,14 @@ public:
     [[nodiscard]] HRESULT Free(EntryId id);
     // Gives an entry back that was allocated by this operation and isn't needed.
     void Return(EntryId id) { slots_.GiveUnused(id); }
+    // Whether it was allocated since the last commit: links that stood before don't speak of it.
+    bool IsNew(EntryId id) const noexcept;
 
-    void Committed() { slots_.Committed(); }
+    void Committed()
+    {
+        slots_.Committed();
+        new_.clear();
+    }
     // Gives the sectors at the directory's end back when at least `least` hold free entries alone.
     [[nodiscard]] HRESULT Trim(SectorId least);
     // Upper bound of the number of entries. STG_E_DOCFILECORRUPT: the directory's chain has a loop.
@@ -60,6 +68,7 @@ private:
     std::size_t PlaceOf(EntryId id) const noexcept { return (id & (PerSector() - 1)) * kEntryBytes; }
     [[nodiscard]] HRESULT Measure();
     [[nodiscard]] HRESULT Grow();
+    [[nodiscard]] HRESULT Take(EntryId* id);
     [[nodiscard]] HRESULT FindFree(EntryId begin, EntryId end, FreeMap& free);
     [[nodiscard]] HRESULT NoteLength(SectorId length);
 
@@ -71,6 +80,7 @@ private:
     bool measured_ = false;
     SectorId length_ = 0;  // in sectors
     FreeSlots slots_{kLookAt};
+    std::vector<EntryId> new_;
 };
 
 }  // namespace quorvane::cfb

@@ -129,6 +129,41 @@ TEST_F(HostileTest, AStorageInsideOfItselfHasNoBottomButAnEnd)
     EXPECT_EQ(STG_E_DOCFILECORRUPT, Exercise(file));
 }
 
+// As when a part of a page didn't reach the disk: the element's own entry did, and those below it didn't.
+TEST_F(HostileTest, AnElementWhoseLinkLeadsToAnUnusedEntryIsReplacedWhole)
+{
+    const auto made = NewLockBytes();
+    {
+        ComPtr<IStorage> root;
+        ComPtr<IStorage> torn;
+        ASSERT_EQ(S_OK, CreateDocfileOnLockBytes(made.Get(), kCreate, root.Put()));
+        ASSERT_EQ(S_OK, root->CreateStorage(OLESTR("torn"), kCreate, 0, 0, torn.Put()));
+        ASSERT_EQ(S_OK, WriteStream(*torn, "below", Pattern(20, 1)));
+    }
+    file = ContentOf(*made);
+    const std::size_t below = EntryOf("below");
+    std::fill_n(file.begin() + static_cast<std::ptrdiff_t>(below), 128, BYTE{0});
+    for (const std::size_t link : {kLeft, kRight, kChild})
+        Set(below + link, 0xFFFFFFFF);
+    const auto bytes = LockBytesWith(file);
+    Tree tree;
+    {
+        ComPtr<IStorage> root;
+        ComPtr<IStorage> again;
+        ASSERT_EQ(S_OK, OpenDocfileOnLockBytes(bytes.Get(), kOpen, root.Put()));
+        ASSERT_EQ(S_OK, root->CreateStorage(OLESTR("torn"), kCreate, 0, 0, again.Put()));
+        for (const char* const name : {"a", "b", "c"})
+            EXPECT_EQ(S_OK, WriteStream(*again, name, Pattern(100, 2)));
+        again.Reset();
+        EXPECT_EQ(S_OK, WriteStream(*root, "beside", Pattern(200, 3)));
+        EXPECT_EQ(S_OK, Walk(*root, "", &tree));
+    }
+    const Tree expected{{"beside", Pattern(200, 3)},   {"torn", std::nullopt},         {"torn/a", Pattern(100, 2)},
+                        {"torn/b", Pattern(100, 2)}, {"torn/c", Pattern(100, 2)}};
+    EXPECT_EQ(tree, expected);
+    EXPECT_EQ("", Text(Examine(ContentOf(*bytes)).faults));
+}
+
 // Thirty storages, each with two names for the next one: a billion paths to the last.
 TEST_F(HostileTest, TwoLinksToOneStorageDoNotMultiply)
 {
