@@ -39,7 +39,7 @@ HRESULT OpenOnce(IStorage& parent, const OLECHAR* name, ComPtr<IStorage>& storag
 
 CStorageFile::CStorageFile(SessionContext* session) noexcept : m_pSession(session)
 {
-    HR_IGNORE(m_Event.Create(true), "Lock tells that there is no event");
+    HR_IGNORE(m_Event.Create(true), "Lock tries again");
 }
 
 HRESULT CStorageFile::Restore(BSTR recipients, BSTR path, VARIANT_BOOL isLocked) noexcept
@@ -208,9 +208,16 @@ bool CStorageFile::TakeTurn(Timeout timeout) noexcept
     }
 }
 
+// The event may be missing because memory was short when the package was made.
+bool CStorageFile::HasEvent() noexcept
+{
+    MutexLock lock(m_Guard);
+    return m_Event.Exists() || SUCCEEDED(m_Event.Create(true));
+}
+
 HRESULT CStorageFile::Lock()
 {
-    if (!m_Event.Exists())
+    if (!HasEvent())
         return E_FAIL;
     // A writer that takes too long isn't waited for.
     const bool taken = TakeTurn(kLockTimeout);

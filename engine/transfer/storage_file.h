@@ -58,6 +58,7 @@ public:
     HRESULT STDMETHODCALLTYPE DestroyItem(BSTR id) override;
 
 private:
+    bool HasEvent() noexcept;
     bool TakeTurn(Timeout timeout) noexcept;
     HRESULT OpenRoot() noexcept QV_REQUIRES(m_Guard);
     // Opens "Folders" or "Items" and all above it, where it isn't open.
