@@ -13,6 +13,7 @@
 #include "engine/folders/resend_folder.h"
 #include "engine/items/message_storage.h"
 #include "engine/items/testing/mail_test.h"
+#include "engine/monitor/test_doubles.h"
 #include "engine/session/trace/testing/traced_lines.h"
 #include "engine/storeaccess/hex.h"
 #include "engine/storeaccess/item_hash.h"
@@ -21,6 +22,7 @@
 #include "engine/transfer/storage_files.h"
 #include "platform/cfb/stg.h"
 #include "platform/com/apartment.h"
+#include "quorvane3/carried_message.h"
 
 namespace quorvane::testing {
 
@@ -210,10 +212,13 @@ protected:
             return "damaged";
         std::string text = Narrow(item->m_bstrID.View()) + " " + std::to_string(item->m_lAction);
         ComPtr<IStorage> data;
-        if (FAILED(element->OpenStorage(kMessageDataName, nullptr, kOpenMode, nullptr, 0, data.Put())))
+        const HRESULT hr = element->OpenStorage(kMessageDataName, nullptr, kOpenMode, nullptr, 0, data.Put());
+        if (hr == STG_E_FILENOTFOUND)
             return text;
+        if (FAILED(hr))
+            return "damaged";
         ComPtr<IMessage> message;
-        if (FAILED(OpenMessageOnStorage(nullptr, *data, message)))
+        if (FAILED(CheckCarriedMessage(*data)) || FAILED(OpenMessageOnStorage(nullptr, *data, message)))
             return "damaged";
         const TestMail mail = TestMailbox::Read(*message);
         EXPECT_EQ(mail.body, "Body");
@@ -225,7 +230,7 @@ protected:
     const FreeThreadScope freeThread;
     TestMailbox mailbox;
     const test::TestDirectory hashes;
-    TestSession session;
+    MonitorSession session;
     ComPtr<IMAPIFolder> inbox = mailbox.MakeFolder("Inbox");
     const Bstr folderEntryId = TestMailbox::IdOf(*inbox);
     ComPtr<CFolder> folder = MakeComObject<CFolder>(&session);
