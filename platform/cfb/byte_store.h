@@ -44,24 +44,9 @@ public:
     [[nodiscard]] virtual HRESULT SetSize(std::uint64_t size) noexcept = 0;
     [[nodiscard]] virtual HRESULT GetSize(std::uint64_t* size) noexcept = 0;
 
-    // Whether Put can reach the bytes [offset, offset + count), which lie within the array and within one
-    // page. May have to do with how often it was asked for the place.
-    [[nodiscard]] virtual bool CanPut(std::uint64_t offset, std::size_t count) noexcept
-    {
-        static_cast<void>(offset);
-        static_cast<void>(count);
-        return false;
-    }
-    // Writes `count` bytes that CanPut has just said can be reached, without a call of the system: for what
-    // needn't be seen as a whole. After a kill each aligned word (of 8 bytes, or 4 where the range begins or
-    // ends with such a one) is there or not, and is there only when the words before it are, and all that was
-    // written or put earlier.
-    virtual void Put(std::uint64_t offset, const void* from, std::size_t count) noexcept
-    {
-        static_cast<void>(offset);
-        static_cast<void>(from);
-        static_cast<void>(count);
-    }
+    // Whether they still have the length that this store has left them. STG_E_WRITEFAULT: somebody else has
+    // cut them, or made them longer.
+    [[nodiscard]] virtual HRESULT Check() noexcept { return S_OK; }
     // The store's end is where it is to stay: what was reserved behind it for growth is given back.
     [[nodiscard]] virtual HRESULT Settle() noexcept { return S_OK; }
 

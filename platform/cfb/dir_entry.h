@@ -66,31 +66,6 @@ public:
     }
     void SetSize(std::uint64_t size) noexcept { StoreU64(&bytes_[kAtSize], size); }
 
-    // Fields that may be written by themselves: each lies in one aligned word of its own size.
-    enum class Field { kColor, kLeft, kRight, kChild, kStart, kSize };
-    struct Range {
-        std::size_t at;
-        std::size_t bytes;
-    };
-    static constexpr Range RangeOf(Field field) noexcept
-    {
-        switch (field) {
-            case Field::kColor:
-                return {kAtColor, 1};
-            case Field::kLeft:
-                return {kAtLeft, 4};
-            case Field::kRight:
-                return {kAtRight, 4};
-            case Field::kChild:
-                return {kAtChild, 4};
-            case Field::kStart:
-                return {kAtStart, 4};
-            case Field::kSize:
-                break;
-        }
-        return {kAtSize, 8};
-    }
-
 private:
     enum Offset : std::size_t {
         kAtNameBytes = 0x40,

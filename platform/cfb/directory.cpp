@@ -43,21 +43,6 @@ HRESULT Directory::Write(EntryId id, const DirEntry& entry)
     return sectors_.Write(sector, PlaceOf(id), entry.Bytes(), kEntryBytes);
 }
 
-HRESULT Directory::WriteUnlinked(EntryId id, const DirEntry& entry)
-{
-    SectorId sector = 0;
-    CFB_TRY(chain_.At(IndexOf(id), &sector));
-    return sectors_.WriteWords(sector, PlaceOf(id), entry.Bytes(), kEntryBytes);
-}
-
-HRESULT Directory::WriteField(EntryId id, const DirEntry& entry, DirEntry::Field field)
-{
-    SectorId sector = 0;
-    CFB_TRY(chain_.At(IndexOf(id), &sector));
-    const DirEntry::Range range = DirEntry::RangeOf(field);
-    return sectors_.WriteWords(sector, PlaceOf(id) + range.at, entry.Bytes() + range.at, range.bytes);
-}
-
 HRESULT Directory::Measure()
 {
     if (measured_)
@@ -133,7 +118,7 @@ HRESULT Directory::Grow()
 
     for (std::size_t i = 0; i < added.size(); ++i) {
         for (EntryId at = 0; at < per; ++at)
-            CFB_TRY(sectors_.WriteWords(added[i], at * kEntryBytes, DirEntry().Bytes(), kEntryBytes));
+            CFB_TRY(sectors_.Write(added[i], at * kEntryBytes, DirEntry().Bytes(), kEntryBytes));
         if (i > 0)
             CFB_TRY(fat_.SetNext(added[i - 1], added[i]));
     }
@@ -162,7 +147,7 @@ HRESULT Directory::NoteLength(SectorId length)
 HRESULT Directory::Free(EntryId id)
 {
     CFB_TRY(Measure());
-    CFB_TRY(WriteUnlinked(id, DirEntry()));
+    CFB_TRY(Write(id, DirEntry()));
     slots_.Give(id);
     return S_OK;
 }

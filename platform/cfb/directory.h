@@ -29,10 +29,6 @@ public:
     [[nodiscard]] HRESULT Read(EntryId id, DirEntry* entry);
     // Writes an entry as a whole.
     [[nodiscard]] HRESULT Write(EntryId id, const DirEntry& entry);
-    // Writes an entry that nothing in the store points at.
-    [[nodiscard]] HRESULT WriteUnlinked(EntryId id, const DirEntry& entry);
-    // Writes one field, which takes effect by itself, as it stands in an entry.
-    [[nodiscard]] HRESULT WriteField(EntryId id, const DirEntry& entry, DirEntry::Field field);
     // Where the entry's bytes stand in the file.
     [[nodiscard]] HRESULT OffsetOf(EntryId id, std::uint64_t* offset);
 

@@ -78,7 +78,7 @@ HRESULT Fat::Next(SectorId sector, SectorId* next)
 HRESULT Fat::SetLinks(SectorId first, const BYTE* links, SectorId count)
 {
     const std::size_t index = first >> EntriesShift();
-    return index < fat_.size() ? sectors_.WriteWords(fat_[index], SlotOf(first) * 4, links, count * 4)
+    return index < fat_.size() ? sectors_.Write(fat_[index], SlotOf(first) * 4, links, count * 4)
                                : STG_E_DOCFILECORRUPT;
 }
 
@@ -86,7 +86,7 @@ HRESULT Fat::StoreEntry(SectorId sector, std::size_t slot, SectorId value)
 {
     BYTE bytes[4];
     StoreU32(bytes, value);
-    return sectors_.WriteWords(sector, slot * 4, bytes, sizeof bytes);
+    return sectors_.Write(sector, slot * 4, bytes, sizeof bytes);
 }
 
 HRESULT Fat::FindFree(SectorId begin, SectorId end, FreeMap& free)

@@ -4,16 +4,13 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cerrno>
-#include <cstring>
 #include <limits>
 #include <new>
 #include <string>
 
 #include "platform/cfb/file_store.h"
 #include "platform/cfb/format.h"
-#include "platform/cfb/mapped_windows_posix.h"
 #include "platform/cfb/result.h"
 #include "platform/com/bstr.h"
 
@@ -52,34 +49,12 @@ HRESULT FromErrno(int error, HRESULT other) noexcept
     }
 }
 
-// Stores bytes from lower to higher addresses, each aligned word with one instruction, so that a kill finds a
-// word changed or not.
-void StoreWords(BYTE* to, const BYTE* from, std::size_t count) noexcept
-{
-    const auto store = [&]<class Word>(Word word) {
-        std::memcpy(&word, from, sizeof word);
-        std::atomic_ref<Word>(*reinterpret_cast<Word*>(to)).store(word, std::memory_order_release);
-        to += sizeof word;
-        from += sizeof word;
-        count -= sizeof word;
-    };
-    while (count > 0) {
-        const auto address = reinterpret_cast<std::uintptr_t>(to);
-        if (count >= 8 && address % 8 == 0)
-            store(std::uint64_t{});
-        else if (count >= 4 && address % 4 == 0)
-            store(std::uint32_t{});
-        else
-            store(BYTE{});
-    }
-}
-
 // The file may be longer than the array of bytes that it stands for: it grows by kReserve, so that
 // neighbouring writes needn't each enlarge it, and has zeros there. That end is given back when the file is
 // closed; whoever is killed before leaves it to the next one who changes the file.
 class PosixFileStore final : public ByteStore {
 public:
-    explicit PosixFileStore(int file) noexcept : file_(file), windows_(file) {}
+    explicit PosixFileStore(int file) noexcept : file_(file) {}
     PosixFileStore(const PosixFileStore&) = delete;
     PosixFileStore& operator=(const PosixFileStore&) = delete;
     ~PosixFileStore() override
@@ -128,7 +103,6 @@ public:
             if (part > 0)
                 done += static_cast<std::size_t>(part);
         }
-        windows_.NoteWrite(offset);
         size_ = std::max(size_, offset + count);
         fileSize_ = std::max(fileSize_, size_);
         return S_OK;
@@ -152,15 +126,12 @@ public:
         return S_OK;
     }
 
-    bool CanPut(std::uint64_t offset, std::size_t count) noexcept override
+    HRESULT Check() noexcept override
     {
-        return windows_.At(offset, count, fileSize_) != nullptr;
-    }
-
-    void Put(std::uint64_t offset, const void* from, std::size_t count) noexcept override
-    {
-        if (BYTE* const to = windows_.At(offset, count, fileSize_))
-            StoreWords(to, static_cast<const BYTE*>(from), count);
+        struct stat status;
+        if (::fstat(file_, &status) != 0)
+            return FromErrno(errno, STG_E_WRITEFAULT);
+        return static_cast<std::uint64_t>(status.st_size) == fileSize_ ? S_OK : STG_E_WRITEFAULT;
     }
 
     HRESULT Settle() noexcept override { return fileSize_ > size_ ? Truncate(size_) : S_OK; }
@@ -195,7 +166,6 @@ private:
 
     [[nodiscard]] HRESULT Truncate(std::uint64_t size) noexcept
     {
-        windows_.ForgetFrom(size);
         if (::ftruncate(file_, static_cast<off_t>(size)) != 0)
             return FromErrno(errno, STG_E_WRITEFAULT);
         fileSize_ = size;
@@ -205,7 +175,6 @@ private:
     const int file_;
     std::uint64_t size_ = 0;
     std::uint64_t fileSize_ = 0;
-    MappedWindows windows_;
 };
 
 int FlagsFor(FileUse use) noexcept

@@ -34,7 +34,7 @@ HRESULT MiniStream::SetLinks(SectorId first, const BYTE* links, SectorId count)
 {
     SectorId at = 0;
     CFB_TRY(links_.At(LinkSector(first), &at));
-    return sectors_.WriteWords(at, LinkPlace(first), links, count * 4);
+    return sectors_.Write(at, LinkPlace(first), links, count * 4);
 }
 
 HRESULT MiniStream::Locate(SectorId sector, SectorId most, SectorId* at, std::size_t* offset,

@@ -72,11 +72,21 @@ HRESULT OrderedFile::FreshFrame(Frame** frame)
     }
 }
 
+// Reads what the store has of a range.
+HRESULT OrderedFile::ReadStored(std::uint64_t offset, BYTE* to, std::size_t count, std::size_t* read)
+{
+    *read = 0;
+    if (offset >= stored_)
+        return S_OK;
+    const auto there = static_cast<std::size_t>(std::min<std::uint64_t>(count, stored_ - offset));
+    CFB_TRY(store_->ReadAt(offset, to, there, read));
+    return *read == there ? S_OK : STG_E_READFAULT;
+}
+
 HRESULT OrderedFile::Load(Frame& frame, std::uint64_t page)
 {
     std::size_t read = 0;
-    const HRESULT hr =
-        page * kPage < stored_ ? store_->ReadAt(page * kPage, frame.bytes, kPage, &read) : S_OK;
+    const HRESULT hr = ReadStored(page * kPage, frame.bytes, kPage, &read);
     if (FAILED(hr)) {
         spare_.push_back(&frame);
         return hr;
@@ -103,8 +113,7 @@ HRESULT OrderedFile::Fetch(std::uint64_t page, Frame** frame)
 HRESULT OrderedFile::ReadDirect(std::uint64_t offset, BYTE* to, std::size_t count)
 {
     std::size_t read = 0;
-    if (offset < stored_)
-        CFB_TRY(store_->ReadAt(offset, to, count, &read));
+    CFB_TRY(ReadStored(offset, to, count, &read));
     std::memset(to + read, 0, count - read);
     for (const Frame* frame : pending_) {
         const std::uint64_t begin = std::max(offset, frame->page * kPage);
@@ -152,8 +161,6 @@ HRESULT OrderedFile::MarkPending(Frame& frame, std::size_t begin, std::size_t en
     if (!frame.pending) {
         if (pending_.size() >= kMaxPending)
             CFB_TRY(Flush());
-        if (pending_.empty())
-            oldest_ = stage_;
         pending_.push_back(&frame);
         frame.pending = true;
         frame.pending_at = pending_.size() - 1;
@@ -195,41 +202,6 @@ HRESULT OrderedFile::Write(std::uint64_t offset, const void* from, std::size_t c
     return S_OK;
 }
 
-HRESULT OrderedFile::WriteWords(std::uint64_t offset, const void* from, std::size_t count)
-{
-    const auto* in = static_cast<const BYTE*>(from);
-    while (count > 0) {
-        const std::size_t part = std::min(count, kPage - offset % kPage);
-        bool done = false;
-        CFB_TRY(PutWords(offset, in, part, &done));
-        if (!done)
-            CFB_TRY(Write(offset, in, part));
-        in += part;
-        offset += part;
-        count -= part;
-    }
-    return S_OK;
-}
-
-// Puts words of one page in their place, if the store can, and if nothing that is pending has to be in that
-// page together with them.
-HRESULT OrderedFile::PutWords(std::uint64_t offset, const void* from, std::size_t count, bool* done)
-{
-    if (offset + count > stored_ || !store_->CanPut(offset, count))
-        return S_OK;
-    Frame* const frame = Find(offset / kPage);
-    if (!pending_.empty() && oldest_ < stage_)
-        CFB_TRY(Flush());
-    if (frame && frame->pending)
-        return S_OK;
-    CFB_TRY(Grow());
-    if (frame)
-        std::memcpy(frame->bytes + offset % kPage, from, count);
-    store_->Put(offset, from, count);
-    *done = true;
-    return S_OK;
-}
-
 HRESULT OrderedFile::WriteThrough(std::uint64_t offset, const void* from, std::size_t count)
 {
     const auto* in = static_cast<const BYTE*>(from);
@@ -258,13 +230,58 @@ HRESULT OrderedFile::Grow()
     return S_OK;
 }
 
+// Where the pages end that may be written in any order with the one at `begin`. One that belongs to two steps
+// stands between them, by itself.
+std::size_t OrderedFile::EndOfStep(std::size_t begin) const noexcept
+{
+    const std::uint64_t stage = pending_[begin]->stage;
+    std::size_t end = begin + 1;
+    if (pending_[begin]->first_stage != stage)
+        return end;
+    while (end < pending_.size() && pending_[end]->first_stage == stage && pending_[end]->stage == stage)
+        ++end;
+    return end;
+}
+
+std::size_t OrderedFile::EndOfRun(std::size_t begin, std::size_t end) const noexcept
+{
+    std::size_t at = begin + 1;
+    while (at < end && at - begin < kPagesAtOnce && pending_[at]->page == pending_[at - 1]->page + 1)
+        ++at;
+    return at;
+}
+
+// Writes pages that lie behind each other, with what is unchanged between them.
+HRESULT OrderedFile::WriteRun(std::size_t begin, std::size_t end)
+{
+    const Frame& first = *pending_[begin];
+    const std::size_t from = first.dirty_begin;
+    const BYTE* bytes = first.bytes;
+    if (end - begin > 1) {
+        run_.resize(kPagesAtOnce * kPage);
+        for (std::size_t i = begin; i < end; ++i)
+            std::memcpy(&run_[(i - begin) * kPage], pending_[i]->bytes, kPage);
+        bytes = run_.data();
+    }
+    const std::size_t to = (end - begin - 1) * kPage + pending_[end - 1]->dirty_end;
+    CFB_TRY(store_->WriteAt(first.page * kPage + from, bytes + from, to - from));
+    for (std::size_t i = begin; i < end; ++i)
+        pending_[i]->pending = false;
+    return S_OK;
+}
+
 HRESULT OrderedFile::Flush()
 {
+    if (size_ > stored_ || !pending_.empty())
+        CFB_TRY(store_->Check());
     CFB_TRY(Grow());
-    for (Frame* frame : pending_) {
-        CFB_TRY(store_->WriteAt(frame->page * kPage + frame->dirty_begin, frame->bytes + frame->dirty_begin,
-                                frame->dirty_end - frame->dirty_begin));
-        frame->pending = false;
+    for (std::size_t step = 0; step < pending_.size();) {
+        const std::size_t end = EndOfStep(step);
+        std::sort(pending_.begin() + static_cast<std::ptrdiff_t>(step),
+                  pending_.begin() + static_cast<std::ptrdiff_t>(end),
+                  [](const Frame* a, const Frame* b) { return a->page < b->page; });
+        for (; step < end; step = EndOfRun(step, end))
+            CFB_TRY(WriteRun(step, EndOfRun(step, end)));
     }
     pending_.clear();
     return S_OK;

@@ -18,9 +18,8 @@ namespace quorvane::cfb {
 // an Order take effect at once. So whoever is killed between two writes to the store leaves a state that
 // the order of the operation's steps allows.
 //
-// What needn't take effect as a whole, words of it one after the other, is written by WriteWords. Where the
-// store can put such bytes in their place without a call of the system (ByteStore::Put), that is done at
-// once, in the same order, and what was pending before it goes out first.
+// What others do to the store meanwhile ends in an error: STG_E_READFAULT where bytes are missing,
+// STG_E_WRITEFAULT from ByteStore::Check.
 //
 // Pages that were read or written stay in the cache, up to kCachedPages; nothing unwritten is left in it
 // after Commit. After a failure of Commit, Write or WriteData the store holds a state that the order
@@ -57,19 +56,11 @@ public:
     [[nodiscard]] HRESULT Read(std::uint64_t offset, void* to, std::size_t count);
     // Adds a write at the present place in the order.
     [[nodiscard]] HRESULT Write(std::uint64_t offset, const void* from, std::size_t count);
-    // The same for bytes of which each aligned word of 4 may take effect by itself: links, and whatever
-    // nothing in the store points at.
-    [[nodiscard]] HRESULT WriteWords(std::uint64_t offset, const void* from, std::size_t count);
-    // Writes content that may be overwritten in place: it goes out at any time between now and the next
+    // Writes content, which may be overwritten in place: it goes out at any time between now and the next
     // Order.
     [[nodiscard]] HRESULT WriteData(std::uint64_t offset, const void* from, std::size_t count)
     {
-        return count < kPage ? Write(offset, from, count) : WriteThrough(offset, from, count);
-    }
-    // The same for content that nothing in the store points at.
-    [[nodiscard]] HRESULT WriteNewData(std::uint64_t offset, const void* from, std::size_t count)
-    {
-        return count < kPage ? WriteWords(offset, from, count) : WriteThrough(offset, from, count);
+        return count < kWrittenThrough ? Write(offset, from, count) : WriteThrough(offset, from, count);
     }
     // Closes a step of the operation: later writes come after the earlier ones.
     void Order() noexcept { ++stage_; }
@@ -88,6 +79,8 @@ public:
 private:
     static constexpr std::size_t kBuckets = 4096;
     static constexpr std::size_t kMaxPending = 512;
+    static constexpr std::size_t kWrittenThrough = 8 * kPage;  // content from this size on isn't cached
+    static constexpr std::size_t kPagesAtOnce = 32;
     static constexpr std::size_t kRecent = 16;
 
     static constexpr std::uint64_t kNoPage = ~std::uint64_t{0};
@@ -115,9 +108,12 @@ private:
     bool MustGoOutBefore(const Frame& frame) const noexcept;
     [[nodiscard]] HRESULT MarkPending(Frame& frame, std::size_t begin, std::size_t end);
     [[nodiscard]] HRESULT WriteThrough(std::uint64_t offset, const void* from, std::size_t count);
-    [[nodiscard]] HRESULT PutWords(std::uint64_t offset, const void* from, std::size_t count, bool* done);
     [[nodiscard]] HRESULT Grow();
     [[nodiscard]] HRESULT Flush();
+    std::size_t EndOfStep(std::size_t begin) const noexcept;
+    std::size_t EndOfRun(std::size_t begin, std::size_t end) const noexcept;
+    [[nodiscard]] HRESULT WriteRun(std::size_t begin, std::size_t end);
+    [[nodiscard]] HRESULT ReadStored(std::uint64_t offset, BYTE* to, std::size_t count, std::size_t* read);
     [[nodiscard]] HRESULT ReadDirect(std::uint64_t offset, BYTE* to, std::size_t count);
 
     ByteStore* store_;
@@ -127,7 +123,7 @@ private:
     std::vector<std::unique_ptr<Frame>> frames_;
     std::vector<Frame*> spare_;
     std::vector<Frame*> pending_;  // in the order of their stages
-    std::uint64_t oldest_ = 0;     // the first stage of what is pending
+    std::vector<BYTE> run_;        // pages that are written at once
     std::vector<Frame*> buckets_;
     Frame* recent_[kRecent] = {};  // frames that were used last, to find them without the buckets
     std::size_t hand_ = 0;

@@ -128,7 +128,7 @@ TEST_F(OrderedFileTest, LargeWritesReachWhatIsCached)
 {
     BYTE read = 0;
     ASSERT_EQ(S_OK, file.Read(2 * kPage, &read, 1));
-    const Bytes content(3 * kPage, 4);
+    const Bytes content(30 * kPage, 4);
     ASSERT_EQ(S_OK, file.WriteData(kPage, content.data(), content.size()));
     ASSERT_EQ(S_OK, file.Read(2 * kPage, &read, 1));
     EXPECT_EQ(4, read);
@@ -168,81 +168,40 @@ TEST_F(OrderedFileTest, MorePagesThanTheCacheHoldsAreRead)
     }
 }
 
-// Words are put into the first ten pages of the store; each byte of these tests is a word.
-class PutWordsTest : public OrderedFileTest {
-protected:
-    PutWordsTest() { store.putPages = 10; }
-    void WriteWord(std::uint64_t offset, BYTE value) { ASSERT_EQ(S_OK, file.WriteWords(offset, &value, 1)); }
-};
-
-TEST_F(PutWordsTest, WordsAreThereBeforeTheCommit)
+TEST_F(OrderedFileTest, PagesOfAStepThatLieBehindEachOtherAreOneWrite)
 {
-    WriteWord(kPage, 1);
-    EXPECT_EQ(1, store.bytes[kPage]);
+    for (const std::uint64_t page : {4, 2, 3, 7})
+        Write(page * kPage + page, static_cast<BYTE>(page));
+    file.Order();
+    Write(5 * kPage, 5);
     ASSERT_EQ(S_OK, file.Commit());
-    EXPECT_EQ(1u, store.log.size());
+    EXPECT_EQ((std::vector<std::uint64_t>{2, 3, 4, 7, 5}), Pages());
+    EXPECT_EQ(kPage, store.log[1].bytes.size()) << "with what is unchanged between them";
+    EXPECT_EQ(3u, store.writes);
 }
 
-TEST_F(PutWordsTest, WordsAreReadAgain)
+// Between the pages of its first step and those of its last one.
+TEST_F(OrderedFileTest, APageOfTwoStepsIsWrittenByItself)
+{
+    Write(2 * kPage, 1);
+    Write(3 * kPage, 2);
+    file.Order();
+    Write(3 * kPage + 8, 3);
+    Write(4 * kPage, 4);
+    Write(1 * kPage, 5);
+    ASSERT_EQ(S_OK, file.Commit());
+    EXPECT_EQ((std::vector<std::uint64_t>{2, 3, 1, 4}), Pages());
+    EXPECT_EQ(4u, store.writes);
+}
+
+TEST_F(OrderedFileTest, AStoreThatOthersCutIsAnError)
 {
     BYTE read = 0;
-    ASSERT_EQ(S_OK, file.Read(kPage, &read, 1));
-    WriteWord(kPage, 7);
-    ASSERT_EQ(S_OK, file.Read(kPage, &read, 1));
-    EXPECT_EQ(7, read);
-}
-
-TEST_F(PutWordsTest, WhatTheStoreCannotPutWaitsForTheCommit)
-{
-    WriteWord(12 * kPage, 1);
-    EXPECT_TRUE(store.log.empty());
-    ASSERT_EQ(S_OK, file.Commit());
-    EXPECT_EQ(1, store.bytes[12 * kPage]);
-}
-
-TEST_F(PutWordsTest, WhatIsPendingOfEarlierStepsComesBeforeAWord)
-{
-    Write(3 * kPage, 1);
-    file.Order();
-    WriteWord(kPage, 2);
-    EXPECT_EQ((std::vector<std::uint64_t>{3, 1}), Pages());
-}
-
-TEST_F(PutWordsTest, WhatIsPendingOfTheSameStepMayComeLater)
-{
-    Write(3 * kPage, 1);
-    WriteWord(kPage, 2);
-    ASSERT_EQ(S_OK, file.Commit());
-    EXPECT_EQ((std::vector<std::uint64_t>{1, 3}), Pages());
-}
-
-TEST_F(PutWordsTest, AWordOfAPageThatIsPendingGoesWithIt)
-{
-    Write(kPage, 1);
-    WriteWord(kPage + 9, 2);
-    EXPECT_TRUE(store.log.empty());
-    ASSERT_EQ(S_OK, file.Commit());
-    ASSERT_EQ(1u, store.log.size());
-    EXPECT_EQ(10u, store.log[0].bytes.size());
-}
-
-TEST_F(PutWordsTest, APageThatGatheredEarlierStepsComesBeforeAWordToo)
-{
-    Write(3 * kPage, 1);
-    file.Order();
-    Write(3 * kPage + 1, 2);
-    WriteWord(kPage, 3);
-    ASSERT_EQ(S_OK, file.Commit());
-    EXPECT_EQ((std::vector<std::uint64_t>{3, 1}), Pages());
-}
-
-TEST_F(PutWordsTest, TheStoreGrowsBeforeAWordThatMaySpeakOfItsNewEnd)
-{
-    file.Extend(30 * kPage);
-    WriteWord(kPage, 1);
-    ASSERT_EQ(2u, store.log.size());
-    EXPECT_TRUE(store.log[0].cut);
-    EXPECT_EQ(30 * kPage, store.log[0].offset);
+    store.bytes.resize(5 * kPage);
+    EXPECT_EQ(STG_E_READFAULT, file.Read(6 * kPage, &read, 1));
+    Bytes many(3 * kPage);
+    EXPECT_EQ(STG_E_READFAULT, file.Read(4 * kPage, many.data(), many.size()));
+    EXPECT_EQ(S_OK, file.Read(4 * kPage, &read, 1));
 }
 
 }  // namespace

@@ -39,24 +39,12 @@ HRESULT SectorFile::WriteData(SectorId sector, std::uint64_t offset, const void*
                                          : STG_E_DOCFILECORRUPT;
 }
 
-HRESULT SectorFile::WriteNewData(SectorId sector, std::uint64_t offset, const void* from, std::size_t count)
-{
-    return Within(sector, offset, count) ? file_.WriteNewData(OffsetOf(sector) + offset, from, count)
-                                         : STG_E_DOCFILECORRUPT;
-}
-
-HRESULT SectorFile::WriteWords(SectorId sector, std::uint64_t offset, const void* from, std::size_t count)
-{
-    return Within(sector, offset, count) ? file_.WriteWords(OffsetOf(sector) + offset, from, count)
-                                         : STG_E_DOCFILECORRUPT;
-}
-
 HRESULT SectorFile::Fill(SectorId sector, BYTE value)
 {
     BYTE block[512];
     std::memset(block, value, sizeof block);
     for (std::size_t at = 0; at < SectorBytes(); at += sizeof block)
-        CFB_TRY(WriteWords(sector, at, block, sizeof block));
+        CFB_TRY(Write(sector, at, block, sizeof block));
     return S_OK;
 }
 

@@ -37,13 +37,9 @@ public:
     // `offset` may lie behind the first sector; the range may go on through the sectors that follow.
     [[nodiscard]] HRESULT Read(SectorId sector, std::uint64_t offset, void* to, std::size_t count);
     [[nodiscard]] HRESULT Write(SectorId sector, std::uint64_t offset, const void* from, std::size_t count);
-    // See OrderedFile::WriteWords, WriteData and WriteNewData.
-    [[nodiscard]] HRESULT WriteWords(SectorId sector, std::uint64_t offset, const void* from,
-                                     std::size_t count);
+    // See OrderedFile::WriteData.
     [[nodiscard]] HRESULT WriteData(SectorId sector, std::uint64_t offset, const void* from,
                                     std::size_t count);
-    [[nodiscard]] HRESULT WriteNewData(SectorId sector, std::uint64_t offset, const void* from,
-                                       std::size_t count);
     // Fills a whole sector that nothing points at with one byte value.
     [[nodiscard]] HRESULT Fill(SectorId sector, BYTE value);
 

@@ -90,15 +90,14 @@ HRESULT StreamBody::Read(std::uint64_t offset, void* to, std::size_t count, std:
 }
 
 HRESULT StreamBody::WriteChain(Chain& chain, bool mini, std::uint64_t offset, const BYTE* from,
-                               std::size_t count, Use use)
+                               std::size_t count)
 {
     while (count > 0) {
         SectorId sector = 0;
         std::size_t within = 0;
         std::size_t bytes = 0;
         CFB_TRY(Locate(chain, mini, offset, count, &sector, &within, &bytes));
-        CFB_TRY(use == Use::kNew ? volume_->sectors.WriteNewData(sector, within, from, bytes)
-                                 : volume_->sectors.WriteData(sector, within, from, bytes));
+        CFB_TRY(volume_->sectors.WriteData(sector, within, from, bytes));
         offset += bytes;
         from += bytes;
         count -= bytes;
@@ -120,7 +119,7 @@ HRESULT StreamBody::ZeroChain(Chain& chain, bool mini, std::uint64_t offset, std
         for (std::size_t done = 0; done < bytes && at + done < volume_->file.StoredSize();
              done += kZeros.size()) {
             const std::size_t part = std::min(kZeros.size(), bytes - done);
-            CFB_TRY(volume_->sectors.WriteNewData(sector, within + done, kZeros.data(), part));
+            CFB_TRY(volume_->sectors.WriteData(sector, within + done, kZeros.data(), part));
         }
         offset += bytes;
     }
@@ -150,7 +149,7 @@ HRESULT StreamBody::Fill(Chain& chain, bool mini, std::uint64_t from, std::uint6
     if (zerosEnd == end || content.count == 0)
         return S_OK;
     return WriteChain(chain, mini, zerosEnd - base, content.bytes + (zerosEnd - content.offset),
-                      static_cast<std::size_t>(end - zerosEnd), Use::kNew);
+                      static_cast<std::size_t>(end - zerosEnd));
 }
 
 HRESULT StreamBody::Write(std::uint64_t offset, const void* from, std::size_t count, std::size_t* written)
@@ -163,13 +162,13 @@ HRESULT StreamBody::Write(std::uint64_t offset, const void* from, std::size_t co
         const std::size_t part = std::min(count, kPart);
         const Content content{offset, in, part};
         if (offset + part <= size_) {
-            CFB_TRY(WriteChain(chain_, IsMini(size_), offset, in, part, Use::kInPlace));
+            CFB_TRY(WriteChain(chain_, IsMini(size_), offset, in, part));
             CFB_TRY(volume_->Commit());
         } else {
             const std::uint64_t inside = std::min<std::uint64_t>(offset + part, size_);
             if (offset < inside)
-                CFB_TRY(WriteChain(chain_, IsMini(size_), offset, in,
-                                   static_cast<std::size_t>(inside - offset), Use::kInPlace));
+                CFB_TRY(
+                    WriteChain(chain_, IsMini(size_), offset, in, static_cast<std::size_t>(inside - offset)));
             CFB_TRY(Extend(offset + part, content));
         }
         offset += part;
@@ -218,24 +217,15 @@ HRESULT StreamBody::LinkBehind(SectorId length, bool mini, SectorId first, Secto
     return Table(mini).SetNext(last, first);
 }
 
-// Lets the entry point at what was written before, at once, and takes that over. The start of a stream
-// without content means nothing: it may come before the size.
+// Lets the entry point at what was written before, at once, and takes that over.
 HRESULT StreamBody::Switch(SectorId start, std::uint64_t size)
 {
     volume_->file.Order();
     DirEntry entry;
     CFB_TRY(volume_->directory.Read(id_, &entry));
-    const bool starts = entry.Start() != start;
     entry.SetStart(start);
     entry.SetSize(size);
-    if (starts && size_ > 0) {
-        CFB_TRY(volume_->directory.Write(id_, entry));
-    } else {
-        if (starts)
-            CFB_TRY(volume_->directory.WriteField(id_, entry, DirEntry::Field::kStart));
-        volume_->file.Order();
-        CFB_TRY(volume_->directory.WriteField(id_, entry, DirEntry::Field::kSize));
-    }
+    CFB_TRY(volume_->directory.Write(id_, entry));
     volume_->file.Order();
     size_ = size;
     return S_OK;
@@ -249,7 +239,7 @@ HRESULT StreamBody::MoveToSectors(std::uint64_t size, const Content& content)
     CFB_TRY(ReadChain(0, old.data(), kept));
     Chain chain(volume_->fat);
     CFB_TRY(NewChain(false, Units(size, false), &chain));
-    CFB_TRY(WriteChain(chain, false, 0, old.data(), kept, Use::kNew));
+    CFB_TRY(WriteChain(chain, false, 0, old.data(), kept));
     CFB_TRY(Fill(chain, false, kept, size, 0, content));
     CFB_TRY(Switch(chain.First(), size));
     chain_ = chain;
@@ -303,7 +293,7 @@ HRESULT StreamBody::ShrinkToMini(std::uint64_t size)
     CFB_TRY(ReadChain(0, kept.data(), static_cast<std::size_t>(size)));
     Chain chain(volume_->mini);
     CFB_TRY(NewChain(true, Units(size, true), &chain));
-    CFB_TRY(WriteChain(chain, true, 0, kept.data(), static_cast<std::size_t>(size), Use::kNew));
+    CFB_TRY(WriteChain(chain, true, 0, kept.data(), static_cast<std::size_t>(size)));
     CFB_TRY(Switch(chain.First(), size));
     chain_ = chain;
     CFB_TRY(FreeChain(oldFirst, false));

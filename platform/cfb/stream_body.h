@@ -44,9 +44,6 @@ private:
         std::size_t count;
     };
 
-    // What bytes of a chain are to the store: part of a stream, or new and not pointed at.
-    enum class Use { kInPlace, kNew };
-
     // Written or zeroed by one call at the most.
     static constexpr std::size_t kPart = std::size_t{1} << 20;
     static constexpr std::uint64_t kGrowthPart = std::uint64_t{64} << 20;
@@ -60,7 +57,7 @@ private:
                                  SectorId* sector, std::size_t* within, std::size_t* bytes);
     [[nodiscard]] HRESULT ReadChain(std::uint64_t offset, BYTE* to, std::size_t count);
     [[nodiscard]] HRESULT WriteChain(Chain& chain, bool mini, std::uint64_t offset, const BYTE* from,
-                                     std::size_t count, Use use);
+                                     std::size_t count);
     [[nodiscard]] HRESULT ZeroChain(Chain& chain, bool mini, std::uint64_t offset, std::uint64_t end);
     [[nodiscard]] HRESULT NewChain(bool mini, SectorId count, Chain* chain);
     [[nodiscard]] HRESULT Fill(Chain& chain, bool mini, std::uint64_t from, std::uint64_t to,

@@ -428,26 +428,11 @@ HRESULT TreeEdit::Place(EntryId id, const Step& top, EntryId* placed)
         moves_.push_back(Move{id, *placed});
     }
     node.written = true;
-    return directory_.WriteUnlinked(*placed, node.entry);
-}
-
-DirEntry::Field TreeEdit::FieldOf(Side side) noexcept
-{
-    switch (side) {
-        case Side::kLeft:
-            return DirEntry::Field::kLeft;
-        case Side::kRight:
-            return DirEntry::Field::kRight;
-        case Side::kChild:
-            break;
-    }
-    return DirEntry::Field::kChild;
+    return directory_.Write(*placed, node.entry);
 }
 
 HRESULT TreeEdit::WriteSwitch(const Step& top)
 {
-    if (inPlace_.empty())
-        return directory_.WriteField(nodes_[top.node].id, nodes_[top.node].entry, FieldOf(top.side));
     for (const std::size_t at : inPlace_) {
         CFB_TRY(directory_.Write(nodes_[at].id, nodes_[at].entry));
         nodes_[at].written = true;
@@ -471,7 +456,7 @@ HRESULT TreeEdit::Apply()
     }
     for (const Node& node : nodes_) {
         if (node.scanned && !node.written && node.entry.NodeColor() != node.colorBefore)
-            CFB_TRY(directory_.WriteField(node.id, node.entry, DirEntry::Field::kColor));
+            CFB_TRY(directory_.Write(node.id, node.entry));
     }
     file_.Order();
     for (const Move& move : moves_)

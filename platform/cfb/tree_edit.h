@@ -84,7 +84,6 @@ private:
     static std::uint64_t SeenBit(EntryId id) noexcept { return std::uint64_t{1} << (id % 64); }
     Node& AddNode(EntryId id, bool fresh);
     static void NoteLinks(Node& node) noexcept;
-    static DirEntry::Field FieldOf(Side side) noexcept;
     static void SetLink(DirEntry& entry, Side side, EntryId id) noexcept;
     EntryId LinkOf(const Step& step) const noexcept { return Link(nodes_[step.node].entry, step.side); }
     void SetLinkOf(const Step& step, EntryId id) noexcept { SetLink(nodes_[step.node].entry, step.side, id); }

@@ -51,6 +51,7 @@ public:
     {
         if (Fails())
             return STG_E_MEDIUMFULL;
+        ++writes;
         const auto* begin = static_cast<const BYTE*>(from);
         // One change for each page: so far a kill lets a write come.
         for (std::size_t done = 0; done < count;) {
@@ -72,23 +73,6 @@ public:
         *size = bytes.size();
         return S_OK;
     }
-    bool CanPut(std::uint64_t offset, std::size_t) noexcept override
-    {
-        return offset / kAtomicPage < putPages;
-    }
-    void Put(std::uint64_t offset, const void* from, std::size_t count) noexcept override
-    {
-        // One change for each word, and one for each byte before and behind the words.
-        const auto* begin = static_cast<const BYTE*>(from);
-        for (std::size_t done = 0; done < count;) {
-            const std::uint64_t at = offset + done;
-            const std::size_t left = count - done;
-            const std::size_t part = at % 8 == 0 && left >= 8 ? 8 : at % 4 == 0 && left >= 4 ? 4 : 1;
-            Apply(Change{at, Bytes(begin + done, begin + done + part), false});
-            done += part;
-        }
-    }
-
     void Apply(const Change& change)
     {
         if (keepLog)
@@ -104,8 +88,7 @@ public:
     }
 
     Bytes bytes;
-    // Words can be put into this many pages; into others they are written.
-    std::uint64_t putPages = 0;
+    std::size_t writes = 0;
     bool keepLog = false;
     std::vector<Change> log;
     // The change with this number fails, and all after it while `stays`.
