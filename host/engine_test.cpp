@@ -48,7 +48,7 @@ TEST(EngineSessionTest, TheEngineStartsInAnApartmentOfMapisAndCallsTheProgramOnI
 {
     std::thread([] {
         const ApartmentScope madeByMapi;
-        const TestDirectory directory;
+        const test::TestDirectory directory;
         const std::string path = (directory / "bob").string();
         Mailbox::Create(path, "bob");
         const Mailbox mailbox = Mailbox::Open(path);

@@ -7,7 +7,7 @@
 #include <fstream>
 
 #include "host/files.h"
-#include "host/test_directory.h"
+#include "platform/testing/test_directory.h"
 
 namespace quorvane::host {
 
@@ -15,7 +15,7 @@ namespace {
 
 TEST(FilesKillTest, ACopyThatIsKilledLeavesNoTarget)
 {
-    const TestDirectory directory;
+    const test::TestDirectory directory;
     std::ofstream(directory / "a", std::ios::binary) << std::string(64'000'000, 'x');
     int kills = 0;
     for (std::uintmax_t reached = 0; reached < 60'000'000; reached += 5'000'000) {

@@ -6,7 +6,7 @@
 
 #include "host/errors.h"
 #include "host/file_lock.h"
-#include "host/test_directory.h"
+#include "platform/testing/test_directory.h"
 
 namespace quorvane::host {
 
@@ -19,7 +19,7 @@ void Write(const std::filesystem::path& path, const std::string& text)
 
 TEST(FilesTest, ACopyIsWholeAndLeavesNothingAside)
 {
-    const TestDirectory directory;
+    const test::TestDirectory directory;
     Write(directory / "a", std::string(3'000'000, 'x'));
 
     EXPECT_TRUE(CopyDurably(directory / "a", directory / "b.part", directory / "b"));
@@ -30,7 +30,7 @@ TEST(FilesTest, ACopyIsWholeAndLeavesNothingAside)
 
 TEST(FilesTest, ACopyNeverReplacesAFile)
 {
-    const TestDirectory directory;
+    const test::TestDirectory directory;
     Write(directory / "a", "new");
     Write(directory / "b", "old");
 
@@ -42,7 +42,7 @@ TEST(FilesTest, ACopyNeverReplacesAFile)
 
 TEST(FilesTest, WhatAKilledCopyLeftAsideIsWrittenOver)
 {
-    const TestDirectory directory;
+    const test::TestDirectory directory;
     Write(directory / "a", "content");
     Write(directory / "b.part", "a longer rest of an earlier try");
 
@@ -53,7 +53,7 @@ TEST(FilesTest, WhatAKilledCopyLeftAsideIsWrittenOver)
 
 TEST(FilesTest, AFileIsReplacedAtOnce)
 {
-    const TestDirectory directory;
+    const test::TestDirectory directory;
     WriteDurably(directory / "a", "one");
     WriteDurably(directory / "a", "two");
 
@@ -62,7 +62,7 @@ TEST(FilesTest, AFileIsReplacedAtOnce)
 
 TEST(FilesTest, AFileLargerThanTheLimitIsRefused)
 {
-    const TestDirectory directory;
+    const test::TestDirectory directory;
     Write(directory / "a", std::string(101, 'x'));
 
     EXPECT_THROW(ReadWhole(directory / "a", 100), HostError);
@@ -70,7 +70,7 @@ TEST(FilesTest, AFileLargerThanTheLimitIsRefused)
 
 TEST(FilesTest, ALockKeepsTheSecondOut)
 {
-    const TestDirectory directory;
+    const test::TestDirectory directory;
     const FileLock first(directory / "lock", "run the mailbox", "a");
 
     EXPECT_THROW(FileLock(directory / "lock", "run the mailbox", "a"), HostError);
@@ -78,7 +78,7 @@ TEST(FilesTest, ALockKeepsTheSecondOut)
 
 TEST(FilesTest, AFailureNamesTheFileAndTheReason)
 {
-    const TestDirectory directory;
+    const test::TestDirectory directory;
     try {
         ReadWhole(directory / "none", 100);
         FAIL();

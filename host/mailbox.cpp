@@ -1,6 +1,5 @@
 #include "host/mailbox.h"
 
-#include <algorithm>
 #include <cstdio>
 #include <system_error>
 
@@ -56,17 +55,6 @@ bool IsAbsentOrEmpty(const std::filesystem::path& directory)
 }
 
 }  // namespace
-
-bool IsMemberName(std::string_view name) noexcept
-{
-    constexpr std::size_t kLongest = 64;
-    const auto allowed = [](unsigned char c) {
-        return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.' ||
-               c == '-' || c == '_' || c == '@';
-    };
-    return !name.empty() && name.size() <= kLongest && name[0] != '.' &&
-           std::all_of(name.begin(), name.end(), allowed);
-}
 
 Mailbox::Mailbox(const std::string& directory)
 {

@@ -18,6 +18,7 @@
 #include <memory>
 #include <string>
 
+#include "host/exchange/member_name.h"
 #include "host/file_lock.h"
 #include "host/sqlite.h"
 #include "quorvane3/com.h"
@@ -61,10 +62,6 @@ private:
     std::string name_;
     std::string instance_;
 };
-
-// A member's name becomes part of paths: letters, digits, '.', '-', '_' and '@', not beginning with a dot,
-// at most 64 bytes.
-bool IsMemberName(std::string_view name) noexcept;
 
 // The product code under which the program keeps its engine settings apart from other hosts'.
 inline constexpr OLECHAR kProductCode[] = OLESTR("quorvane-host");

@@ -1,8 +1,8 @@
 #include "host/records.h"
+#include "platform/testing/test_directory.h"
 
 #include <gtest/gtest.h>
 
-#include "host/test_directory.h"
 
 namespace quorvane::host {
 
@@ -51,7 +51,7 @@ protected:
     }
     using Names = std::vector<std::string>;
 
-    TestDirectory directory_;
+    test::TestDirectory directory_;
     std::string path_;
     Records records_;
     int packages_ = 0;

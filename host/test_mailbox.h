@@ -9,7 +9,7 @@
 #include "host/addin.h"
 #include "host/folders.h"
 #include "host/properties.h"
-#include "host/test_directory.h"
+#include "platform/testing/test_directory.h"
 
 namespace quorvane::host {
 
@@ -167,7 +167,7 @@ public:
         return select.Step() ? select.Number(0) : -1;
     }
 
-    TestDirectory directory;
+    test::TestDirectory directory;
     const Mailbox created = Mailbox::Create((directory / "bob").string(), "bob");
     const Mailbox mailbox = Mailbox::Open((directory / "bob").string());
     MailSession mail{(directory / "bob").string()};

@@ -24,7 +24,8 @@ public:
     }
 
     const std::filesystem::path& Path() const noexcept { return path_; }
-    // The path of a name in it; of no name, its own with a separator at the end.
+    std::filesystem::path operator/(const std::string& name) const { return path_ / name; }
+    // The same as text; of no name, its own with a separator at the end.
     std::string File(const std::string& name) const { return (path_ / name).string(); }
 
 private:

@@ -1,0 +1,11 @@
+# zlib: the distribution's library, for Windows that of its package for that system, without a library to load.
+if(NOT TARGET quorvane_zlib)
+  add_library(quorvane_zlib INTERFACE IMPORTED GLOBAL)
+  if(WIN32)
+    find_library(QUORVANE_ZLIB NAMES libz.a REQUIRED)
+    target_link_libraries(quorvane_zlib INTERFACE ${QUORVANE_ZLIB})
+  else()
+    find_package(ZLIB REQUIRED)
+    target_link_libraries(quorvane_zlib INTERFACE ZLIB::ZLIB)
+  endif()
+endif()

@@ -1,0 +1,85 @@
+// host/exchange/seal.h: sealed packages: content that only its receivers can read, and of which they know who
+// sent it.
+//
+// As bytes, all numbers little-endian:
+//
+//     8   "QV3PACK" and the format's version, 1
+//     16  the sending device, 16 its epoch, 8 the sequence number within that, from 1
+//     1   what it is (PackageKind)
+//     8   size of the content
+//     2   number of receiving devices, from 1, and for each: 16 its id, and 80 the content's key, sealed to
+//     it 24  header of the content's stream
+//         the content in chunks: 4 size, and so many bytes, which crypto_secretstream_xchacha20poly1305 made
+//         of a byte that says how the chunk is kept (0 as it is, 1 deflated) and of up to 256 KiB of content;
+//         the digest of everything before them goes into the first one, and the last one is marked
+//     64  signature over the digest of all that
+//
+// Memory doesn't grow with the content.
+#ifndef QUORVANE_HOST_EXCHANGE_SEAL_H_
+#define QUORVANE_HOST_EXCHANGE_SEAL_H_
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "host/exchange/byte_source.h"
+#include "host/exchange/keys.h"
+
+namespace quorvane::host::exchange {
+
+using Epoch = std::array<unsigned char, 16>;
+
+enum class PackageKind : std::uint8_t { kItems = 1, kMembership = 2, kDigest = 3 };
+
+struct PackageLabel {
+    DeviceId sender;
+    Epoch epoch{};
+    std::uint64_t sequence = 0;
+    PackageKind kind = PackageKind::kItems;
+};
+
+// A device that a package is for.
+struct Receiver {
+    DeviceId id;
+    SealingKey sealing{};
+};
+
+inline constexpr std::size_t kMostReceivers = 1024;
+
+// Writes a package of this content to `package`. label.sender is the sender's own id.
+// Throws an Error: no receiver or too many, a key that is none, content that can't be read.
+void Seal(const DeviceKeys& sender, const PackageLabel& label, const std::vector<Receiver>& receivers,
+          const ByteSource& content, const ByteSink& package);
+
+// A package that somebody sent. All methods throw an Error (kRefused) that says what is wrong with it.
+class SealedPackage {
+public:
+    // Reads what stands before the content, and believes nothing of it. package: outlives this object, and
+    // nobody else can write to it. what: names it in errors.
+    SealedPackage(const ByteSource& package, std::string what);
+
+    const PackageLabel& Label() const noexcept { return label_; }
+    std::uint64_t ContentSize() const noexcept { return contentSize_; }
+
+    // Refuses it unless the device that it names, whose key this is, signed all of it. The first thing to do.
+    void Verify(const SigningKey& sender);
+
+    // Gives the content, piece by piece, to `content`. Nothing that was given may be used before this has
+    // returned. Refuses a package that isn't for this device, or whose content isn't what its sender sealed.
+    // A call before Verify is an error of the caller's (std::logic_error).
+    void Unseal(const DeviceKeys& own, const ByteSink& content) const;
+
+private:
+    std::string SealedKeyFor(const DeviceId& device) const;
+
+    const ByteSource& package_;
+    std::string what_;
+    PackageLabel label_;
+    std::uint64_t contentSize_ = 0;
+    std::string header_;  // everything before the chunks
+    bool isVerified_ = false;
+};
+
+}  // namespace quorvane::host::exchange
+
+#endif  // QUORVANE_HOST_EXCHANGE_SEAL_H_
