@@ -1,4 +1,5 @@
-"""Tests of the runner: which mutants are found in a source, and that the tree is left alone."""
+"""Tests of the runner: which mutants are found in a source, how they are switched, and that the tree is left alone."""
+import os
 import pathlib
 import subprocess
 import sys
@@ -11,6 +12,7 @@ sys.dont_write_bytecode = True
 sys.path.insert(0, str(FOLDER))
 import mutants  # noqa: E402
 import scratch  # noqa: E402
+import switches  # noqa: E402
 
 SOURCE = r'''
 #include <vector>
@@ -113,7 +115,7 @@ class ScratchTest(unittest.TestCase):
         self.place._copy_tree()
         before = self.copy.stat().st_mtime_ns
         with self.assertRaises(KeyboardInterrupt):
-            with self.place.broken("a.cpp", lambda text: text + " no more"):
+            with self.place.broken("a.cpp", "whole no more"):
                 self.assertEqual(self.copy.read_text(), "whole no more")
                 raise KeyboardInterrupt
         self.assertEqual(self.copy.read_text(), "whole")
@@ -135,12 +137,121 @@ class ScratchTest(unittest.TestCase):
         self.assertEqual(self.copy.stat().st_mtime_ns, before)
 
 
-class SplitTest(unittest.TestCase):
-    def test_the_many_quick_cases_come_first(self):
-        cases = [{"name": "slow", "time": "9.5s"}, {"name": "quick", "time": "0.1s"}, {"name": "quicker", "time": "0s"}]
-        test = scratch.Test({"name": "t", "paths": {"source": "f"}})
-        test.split({"testsuites": [{"name": "S", "testsuite": cases}]})
-        self.assertEqual(test.parts, [(["S.quicker", "S.quick"], 0.1), (["S.slow"], 9.5)])
+    def test_an_error_at_a_switch_tells_the_mutant(self):
+        found = dict(enumerate(mutants.find("a.cpp", PROGRAM), 1))
+        text, _ = switches.switched(PROGRAM, found.items())
+        dropped = next(number for number, mutant in found.items() if mutant.old == 'std::printf("b");')
+        before = text[:text.index(f"QuorvaneMutant({dropped})")]
+        # The header's line comes on top.
+        line, column = before.count("\n") + 2, len(before) - before.rfind("\n")
+        said = f"../a.cpp:{line}:{column}: error: no\nb.cpp:1:1: error: not here"
+        original = {"a.cpp": PROGRAM.encode()}
+        self.assertEqual(self.place._culprits(said, {"a.cpp": found}, original), {("a.cpp", dropped)})
+        everything = {("a.cpp", number) for number in found}
+        self.assertEqual(self.place._culprits("a.cpp:3:1: error: no", {"a.cpp": found}, original), everything)
+        self.assertEqual(self.place._culprits("a.cpp:3:1: error: no", {"a.cpp": {}}, original), set())
+
+
+class BatchesTest(unittest.TestCase):
+    def setUp(self):
+        self.test = scratch.Test({"name": "t", "paths": {"source": "f"}})
+        self.test.cases = [scratch.Case("S.slow", 9.5, {1, 2}), scratch.Case("S.quick", 0.1, {1}),
+                           scratch.Case("S.quicker", 0.01, {1, 3})]
+
+    def names(self, number):
+        return [[case.name for case in batch.cases] for batch in self.test.batches(number)]
+
+    def test_the_quick_cases_come_first(self):
+        self.assertEqual(self.names(None), [["S.quicker", "S.quick"], ["S.slow"]])
+
+    def test_only_the_cases_that_reach_a_mutant_are_asked(self):
+        self.assertEqual(self.names(2), [["S.slow"]])
+        self.assertEqual(self.names(3), [["S.quicker"]])
+        self.assertEqual(self.names(4), [])
+
+
+PROGRAM = r"""#include <cstdio>
+#include <cstring>
+struct Guard {
+    Guard() { std::printf("("); }
+    ~Guard() { std::printf(")"); }
+};
+int Print(const char* text)
+{
+    const Guard guard{};
+    if (!text)
+        return 0;
+    std::printf("a");
+    std::printf("b");  // one remark
+    std::printf("c");
+    return std::strlen(text) > 2 && text[0] == 'x' ? static_cast<int>(std::strlen(text)) + 1 : 0;
+}
+int main()
+{
+    switch (Print("xyz")) {
+    case 4: std::printf("4"); break;
+    default: std::printf("-");
+    }
+}
+"""
+
+
+class SwitchesTest(unittest.TestCase):
+    """Of one program with all mutants in it, what it prints when one is on is what that mutant's own source would."""
+
+    @classmethod
+    def setUpClass(cls):
+        temporary = tempfile.TemporaryDirectory()
+        cls.addClassCleanup(temporary.cleanup)
+        cls.folder = pathlib.Path(temporary.name)
+        cls.numbered = list(enumerate(mutants.find("a.cpp", PROGRAM), 1))
+        cls.text, cls.places = switches.switched(PROGRAM, cls.numbered)
+        (cls.folder / "mutants.h").write_text(switches.HEADER)
+        (cls.folder / "a.cpp").write_text('#include "mutants.h"\n' + cls.text)
+        subprocess.run(["c++", "-std=c++20", "-w", "-o", "a", "a.cpp"], cwd=cls.folder, check=True)
+
+    def printed(self, kind, old, new):
+        number = next(number for number, mutant in self.numbered
+                      if (mutant.kind, mutant.old) == (kind, old) and mutant.text.startswith(new))
+        return self.run_with(QUORVANE_MUTANT=str(number))
+
+    def run_with(self, **variables):
+        return subprocess.run(["./a"], cwd=self.folder, capture_output=True, text=True, check=True,
+                              env=dict(os.environ, **variables)).stdout
+
+    def test_without_one_the_program_is_whole(self):
+        self.assertEqual(self.run_with(), "(abc)4")
+        self.assertEqual(self.run_with(QUORVANE_MUTANT="1000"), "(abc)4")
+
+    def test_statements(self):
+        self.assertEqual(self.printed("drop", 'std::printf("b");', ";"), "(ac)4")
+        self.assertEqual(self.printed("guard", "const Guard guard{};", ";"), "abc4")
+
+    def test_statements_that_change_places_with_either_neighbour(self):
+        swapped = [self.run_with(QUORVANE_MUTANT=str(number)) for number, mutant in self.numbered
+                   if mutant.kind == "order"]
+        self.assertEqual(swapped, ["(bac)4", "(acb)4"])
+
+    def test_expressions(self):
+        self.assertEqual(self.printed("negate", "!text", "!("), "()-")
+        self.assertEqual(self.printed("negate", "==", "!="), "(abc)-")
+        self.assertEqual(self.printed("logic", "&&", "||"), "(abc)4")
+        self.assertEqual(self.printed("bound", "+ 1", "+ 0"), "(abc)-")
+        self.assertEqual(self.printed("bound", "2", "3"), "(abc)-")
+
+    def test_what_is_reached_is_noted(self):
+        reached = self.folder / "reached"
+        reached.write_bytes(bytes(len(self.numbered) + 1))
+        self.run_with(QUORVANE_MUTANTS_REACHED=str(reached))
+        missed = [mutant.old for number, mutant in self.numbered if not reached.read_bytes()[number]]
+        self.assertEqual(missed, ["return 0;", 'std::printf("-");'])
+
+    def test_the_switch_around_a_place_is_found(self):
+        for number, mutant in self.numbered:
+            if mutant.kind == "drop":
+                at = self.text.index(f"{{ if (QuorvaneMutant({number}))")
+                self.assertEqual(switches.innermost(self.places, at), number)
+        self.assertIsNone(switches.innermost(self.places, 0))
 
 
 class RunAloneTest(unittest.TestCase):

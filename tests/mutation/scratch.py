@@ -1,20 +1,30 @@
 """A copy of the source tree with a build of its own, in which files may be broken and mended."""
+import collections
 import contextlib
 import fcntl
 import json
 import os
 import pathlib
-import resource
+import re
 import shutil
 import subprocess
 import sys
 import tempfile
+import time
+
+import switches
 
 # Of a mutant: cheap to compile, and its warnings are nobody's business.
 _MUTANT_FLAGS = "-O1 -w"
-_QUICK_SHARE = 0.2
-_MOST_MEMORY = 8 << 30
-_MOST_FILE = 4 << 30
+_HEADER = "build/mutants.h"
+_QUICK = 0.3  # seconds; the quick cases of a program are run together, before the others
+# What a mutant that runs away may take.
+_LIMITS = ["prlimit", f"--as={8 << 30}", f"--fsize={4 << 30}", "--core=0"]
+
+
+# A case of a test program: how long it takes when nothing is broken, and the numbers of the mutants that it reaches.
+Case = collections.namedtuple("Case", "name seconds reached")
+Batch = collections.namedtuple("Batch", "test cases")
 
 
 class BrokenBuild(Exception):
@@ -44,6 +54,8 @@ class Scratch:
             fcntl.flock(self._lock, fcntl.LOCK_EX | fcntl.LOCK_NB)
         except OSError:
             sys.exit(f"another run uses {directory}; name one of its own with --directory")
+        shutil.rmtree(self._temporary, ignore_errors=True)
+        self._temporary.mkdir()
 
     def prepare(self):
         """Brings the copy up to date, whatever an earlier run left there, and configures its build."""
@@ -136,50 +148,120 @@ class Scratch:
         self._expect(self._call(self._build_command(tests)), "the build without a mutant")
         self._read_tests()
 
+    def switch(self, numbered, tests):
+        """Builds test programs with these mutants in them, all switched off; what can't be switched is left out. Gives
+        the numbers of those that are in."""
+        _write_if_new(self.tree / _HEADER, switches.HEADER)
+        files = {}
+        for number, mutant in numbered:
+            files.setdefault(mutant.path, {})[number] = mutant
+        originals = {path: (self.tree / path).read_bytes() for path in files}
+        changed = set(files)
+        while changed:
+            for path in changed:
+                self._write_switched(path, files[path], originals[path])
+            compiled, said = self.compile(tests)
+            culprits = [] if compiled else self._culprits(said, files, originals)
+            if not compiled and not culprits:
+                raise BrokenBuild(f"the build with switches failed:\n{said[-3000:]}")
+            for path, number in culprits:
+                del files[path][number]
+            changed = {path for path, _ in culprits}
+        return {number for of_file in files.values() for number in of_file}
+
+    def _write_switched(self, path, of_file, original):
+        text, _ = switches.switched(original.decode(), of_file.items())
+        include = f'#include "{self.tree / _HEADER}"\n' if of_file else ""
+        (self.tree / path).write_text(include + text)
+
+    def _culprits(self, said, files, originals):
+        """The mutants at whose switches the compiler saw an error; all of a file if it was at none of them."""
+        found = set()
+        for path, of_file in files.items():
+            seen = re.findall(rf"{re.escape(path)}:(\d+):(\d+): error", said)
+            if not seen or not of_file:
+                continue
+            text, places = switches.switched(originals[path].decode(), of_file.items())
+            lines = text.splitlines(keepends=True)
+            # The first line is the header's.
+            offsets = [sum(map(len, lines[:int(line) - 2])) + int(column) - 1 for line, column in seen]
+            numbers = {switches.innermost(places, offset) for offset in offsets} - {None}
+            found |= {(path, number) for number in numbers or of_file}
+        return found
+
     def _build_command(self, tests):
         targets = [test.target["name"] for test in tests]
-        return self._under + ["cmake", "--build", str(self.build), "-j", str(self._jobs), "--target"] + targets
+        build = ["cmake", "--build", str(self.build), "-j", str(self._jobs), "--target", *targets, "--", "-k0"]
+        return self._under + build
 
     def _call(self, command, **variables):
         surroundings = dict(os.environ, CCACHE_BASEDIR=str(self.tree), CCACHE_NOHASHDIR="1",
                             QUORVANE_MUTATION_CACHE=shutil.which("ccache") or "", **variables)
         return run_alone(command, env=surroundings)
 
-    def measure(self, test):
-        """Runs a whole test program, and notes what each of its cases takes. Gives what `run` gives."""
-        report = self._temporary.with_suffix(".json")
-        report.unlink(missing_ok=True)
-        done = self._run_program(test, 900, GTEST_OUTPUT=f"json:{report}")
-        if report.exists():
-            test.split(json.loads(report.read_text()))
-        return done
+    def measure(self, test, mutants):
+        """Runs each case of a test program by itself, notes how long it takes and which of so many mutants' switches it
+        reaches. Gives the output of those that fail, which are left out."""
+        failures = ""
+        test.cases = []
+        names = self._names_of_cases(test)
+        if not names:
+            return f"left out: {test.name} has no cases\n"
+        for name in names:
+            with tempfile.NamedTemporaryFile(dir=self._temporary) as reached:
+                reached.write(bytes(mutants + 1))
+                reached.flush()
+                started = time.monotonic()
+                verdict, output = self._run_program(test, 300, GTEST_FILTER=name, QUORVANE_MUTANTS_REACHED=reached.name)
+                seconds = time.monotonic() - started
+                reached.seek(0)
+                numbers = {number for number, byte in enumerate(reached.read()) if byte}
+            if verdict == "passed":
+                test.cases.append(Case(name, seconds, numbers))
+            else:
+                failures += f"left out: {test.name} {name} {verdict} without any mutant\n{output[-1500:]}"
+        return failures
 
-    def run(self, test, part):
-        """Runs a part of a test program until its first failure, given five times the time that it takes when nothing
-        is broken, and 20 seconds. Gives "passed", "failed" or "timed out", and its output."""
-        cases, seconds = part
-        return self._run_program(test, 20 + 5 * seconds, GTEST_FAIL_FAST="1", GTEST_FILTER=":".join(cases))
+    def _names_of_cases(self, test):
+        """As --gtest_list_tests prints them: a suite's name, and its cases' indented below it."""
+        _, output = self._run_program(test, 60, ["--gtest_list_tests"])
+        names, suite = [], ""
+        for line in output.splitlines():
+            name = line.split("#")[0]
+            if re.match(r"[\w/]+\.\s*$", name):
+                suite = name.strip()
+            elif suite and re.match(r"  [\w/]+\s*$", name) and "DISABLED_" not in suite + name:
+                names.append(suite + name.strip())
+        return names
 
-    def _run_program(self, test, seconds, **variables):
-        shutil.rmtree(self._temporary, ignore_errors=True)
-        self._temporary.mkdir()
-        surroundings = dict(os.environ, TMPDIR=str(self._temporary), **test.environment, **variables)
-        command = self._under + ["timeout", "--kill-after=5", f"{seconds:.0f}"] + test.command
-        done = run_alone(command, cwd=test.directory, env=surroundings, preexec_fn=_limit)
+    def run(self, batch, number=None):
+        """Runs cases of a test program until the first failure, with a mutant switched on or the one that is built in,
+        given four times the time that they take when nothing is broken, and 15 seconds. Gives "passed", "failed" or
+        "timed out", and its output."""
+        chosen = {"QUORVANE_MUTANT": str(number)} if number else {}
+        return self._run_program(batch.test, 15 + 4 * seconds_of(batch), GTEST_FAIL_FAST="1",
+                                 GTEST_FILTER=":".join(case.name for case in batch.cases), **chosen)
+
+    def _run_program(self, test, seconds, arguments=(), **variables):
+        with tempfile.TemporaryDirectory(dir=self._temporary, ignore_cleanup_errors=True) as temporary:
+            os.chmod(temporary, 0o755)  # some tests look at it with another user's eyes
+            surroundings = dict(os.environ, TMPDIR=temporary, **test.environment, **variables)
+            command = self._under + _LIMITS + ["timeout", "--kill-after=5", f"{seconds:.0f}", *test.command, *arguments]
+            done = run_alone(command, cwd=test.directory, env=surroundings)
         if done.returncode in (124, 137, -9):
             return "timed out", done.stdout
         return "passed" if done.returncode == 0 else "failed", done.stdout
 
     @contextlib.contextmanager
-    def broken(self, path, change):
-        """The copy of a file has the text that `change` makes of its own as long as this lasts."""
+    def broken(self, path, text):
+        """The copy of a file has this text as long as this lasts."""
         copy = self.tree / path
-        original = copy.read_bytes()
+        before = copy.read_bytes()
         try:
-            copy.write_text(change(original.decode()))
+            copy.write_text(text)
             yield
         finally:
-            copy.write_bytes(original)
+            copy.write_bytes(before)
 
     @staticmethod
     def _expect(done, what):
@@ -197,7 +279,7 @@ class Test:
         self.command = []
         self.directory = "."
         self.environment = {}
-        self.parts = None  # the quick cases and the others, each with the time that they take when nothing is broken
+        self.cases = None  # not measured yet
 
     def take(self, entry):
         """How it is run, as CTest tells it once the program is there."""
@@ -206,16 +288,21 @@ class Test:
         self.directory = properties.get("WORKING_DIRECTORY", ".")
         self.environment = dict(pair.split("=", 1) for pair in properties.get("ENVIRONMENT", []))
 
-    def split(self, report):
-        """Divides the cases: most of them take a small part of the time, and kill most of the mutants."""
-        times = sorted((float(case["time"].rstrip("s")), f"{suite['name']}.{case['name']}")
-                       for suite in report["testsuites"] for case in suite["testsuite"])
-        whole = sum(time for time, _ in times)
-        quick, others, spent = [], [], 0
-        for time, name in times:
-            spent += time
-            (quick if spent <= _QUICK_SHARE * whole else others).append((time, name))
-        self.parts = [([name for _, name in part], sum(time for time, _ in part)) for part in (quick, others) if part]
+    def batches(self, number=None):
+        """The cases that reach a mutant's switch, or all of them: the quick ones, and the others."""
+        reaching = sorted((case for case in self.cases if number is None or number in case.reached),
+                          key=lambda case: case.seconds)
+        quick = [case for case in reaching if case.seconds <= _QUICK]
+        return [Batch(self, cases) for cases in (quick, reaching[len(quick):]) if cases]
+
+
+def seconds_of(batch):
+    return sum(case.seconds for case in batch.cases)
+
+
+def _write_if_new(path, text):
+    if not path.exists() or path.read_text() != text:
+        path.write_text(text)
 
 
 def run_alone(command, **options):
@@ -230,10 +317,3 @@ def run_alone(command, **options):
             child.wait()
         output.seek(0)
         return subprocess.CompletedProcess(command, child.returncode, output.read())
-
-
-def _limit():
-    """What a mutant that runs away may take."""
-    resource.setrlimit(resource.RLIMIT_AS, (_MOST_MEMORY, _MOST_MEMORY))
-    resource.setrlimit(resource.RLIMIT_FSIZE, (_MOST_FILE, _MOST_FILE))
-    resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
