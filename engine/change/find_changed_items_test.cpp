@@ -350,6 +350,7 @@ TEST_F(FindChangedItemsTest, ARowWhoseItemCannotBeOpenedIsPassedOver)
     EXPECT_EQ(Listed(), std::vector{Entry(2, 5, 1, 0)});
     EXPECT_NE(log.find("CFindChangedItems::GetPropFromMessage("), std::string::npos);
     EXPECT_NE(log.find("CFindChangedItems::ProcessOneRow("), std::string::npos);
+    EXPECT_NE(log.find(") 0x8004010F\r\n"), std::string::npos) << log;
 }
 
 TEST_F(FindChangedItemsTest, AnItemThatLacksAPropertyIsPassedOver)
@@ -442,7 +443,8 @@ TEST_F(FindChangedItemsTest, ATableWithoutBookmarksFailsTheScan)
 TEST_F(FindChangedItemsTest, ATableThatCannotGoToItsBeginningFailsTheScanAndKeepsNoBookmark)
 {
     table->failSeekAt = 1;
-    EXPECT_EQ(Scan(), MAPI_E_CALL_FAILED);
+    const std::string log = TracedLines([&] { EXPECT_EQ(Scan(), MAPI_E_CALL_FAILED); });
+    EXPECT_NE(log.find("CFindChangedItems::getChangedItems("), std::string::npos);
     EXPECT_EQ(table->bookmarks, 0u);
 }
 

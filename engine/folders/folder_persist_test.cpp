@@ -95,6 +95,17 @@ TEST_F(FolderPersistTest, AStorageWithoutContentsIsRefused)
     EXPECT_EQ(folder->Load(storage.Get()), STG_E_FILENOTFOUND);
 }
 
+TEST_F(FolderPersistTest, AFolderThatIsMadeAnewInAStorageIsToBeSaved)
+{
+    WriteContents(kWithId);
+    ASSERT_EQ(folder->Load(storage.Get()), S_OK);
+    ASSERT_EQ(folder->IsDirty(), S_FALSE);
+
+    EXPECT_EQ(folder->InitNew(storage.Get()), S_OK);
+
+    EXPECT_EQ(folder->IsDirty(), S_OK);
+}
+
 TEST_F(FolderPersistTest, GetSizeMaxIsTheExactSize)
 {
     WriteContents(kWithId);

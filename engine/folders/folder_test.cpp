@@ -165,6 +165,15 @@ TEST_F(FolderTest, EveryCallOpensTheStoreAnew)
     EXPECT_EQ(first.As(store), S_OK);
 }
 
+TEST_F(FolderTest, AStoreThatDoesntOpenIsNull)
+{
+    auto* store = reinterpret_cast<IUnknown*>(0x10);
+
+    EXPECT_LT(folder->OpenStore(MDB_NO_MAIL, &store), 0);
+
+    EXPECT_EQ(store, nullptr);
+}
+
 TEST_F(FolderTest, AFolderInTheCollectionRefusesItsOwnId)
 {
     ComPtr<IFolder> added;

@@ -177,6 +177,33 @@ TEST_F(ItemPropertiesTest, DeletePropertyOfAnUnknownFileAsIsRefused)
     EXPECT_EQ(item->DeleteProperty(Text(Bstr(OLESTR("other text")))), E_INVALIDARG);
 }
 
+TEST_F(ItemPropertiesTest, OnlyFileAsItselfDeletesAFileAsThatIsThere)
+{
+    GUID addresses{0x00062004, 0, 0, {0xC0, 0, 0, 0, 0, 0, 0, 0x46}};
+    MAPINAMEID name{};
+    name.lpguid = &addresses;
+    name.ulKind = MNID_ID;
+    name.Kind.lID = 0x8005;
+    MAPINAMEID* names = &name;
+    MapiBuffer<SPropTagArray> tags;
+    ASSERT_EQ(message->GetIDsFromNames(1, &names, MAPI_CREATE, tags.Put()), S_OK);
+    const ULONG tag = PROP_TAG(PT_STRING8, PROP_ID(tags->aulPropTag[0]));
+    SPropValue value{};
+    value.ulPropTag = tag;
+    char text[] = "Alice";
+    value.Value.lpszA = text;
+    ASSERT_EQ(message->SetProps(1, &value, nullptr), S_OK);
+    const auto isThere = [&] {
+        PropValue found;
+        return SUCCEEDED(mapi::HrGetOneProp(message.Get(), tag, found.Put()));
+    };
+
+    EXPECT_EQ(item->DeleteProperty(Text(Bstr(OLESTR("other text")))), E_INVALIDARG);
+    EXPECT_TRUE(isThere());
+    EXPECT_EQ(item->DeleteProperty(Text(Bstr(OLESTR("FileAs")))), S_OK);
+    EXPECT_FALSE(isThere());
+}
+
 TEST_F(ItemPropertiesTest, OnlyMinusOneMakesAnItemUnread)
 {
     VARIANT_BOOL unread = VARIANT_FALSE;

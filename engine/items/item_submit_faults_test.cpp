@@ -159,6 +159,13 @@ TEST_F(ReplaceFaultsTest, AnAttachmentThatCantBeDeletedIsTracedAndReplaced)
     ExpectOnly(kNewMail);
 }
 
+TEST_F(ReplaceFaultsTest, AttachmentsThatCantBeListedAreTracedOnTheirWay)
+{
+    std::string lines;
+    EXPECT_EQ(ReplaceWithout("IMAPITable::QueryRows", &lines), FailingCall::kFailure);
+    EXPECT_NE(lines.find("CItem::DeleteAtachments("), std::string::npos) << lines;
+}
+
 TEST_F(ReplaceFaultsTest, RecipientsThatCantBeRemovedAreReplaced)
 {
     EXPECT_EQ(ReplaceWithout("IMessage::ModifyRecipients"), S_OK);

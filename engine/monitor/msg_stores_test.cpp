@@ -100,6 +100,14 @@ TEST_F(MsgStoresTest, AnOptionThatCantBeReadMeansListening)
     EXPECT_EQ(stores->Count(), 1U);
 }
 
+TEST_F(MsgStoresTest, ANotificationWithoutASessionIsTracedAndUnexpected)
+{
+    const ComPtr<CMsgStores> alone = MakeComObject<CMsgStores>(nullptr);
+    const std::string lines =
+        TracedLines([&] { EXPECT_EQ(static_cast<HRESULT>(alone->OnNotify(0, nullptr)), E_UNEXPECTED); });
+    EXPECT_NE(lines.find("CMsgStores::OnNotify("), std::string::npos) << lines;
+}
+
 TEST_F(MsgStoresTest, WhatIsNoStoreIsRefusedWithTheAnswerToTheQuestionForOne)
 {
     EXPECT_EQ(stores->Add(mailbox.Session().Get()), E_NOINTERFACE);

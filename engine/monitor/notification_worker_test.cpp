@@ -205,6 +205,25 @@ TEST_F(NotificationWorkerTest, ADeletionIsSentWithoutAMessageAndForgotten)
     EXPECT_EQ(HashOf(id), "/-1");
 }
 
+// A host asks for the folder of what it hears of; of a message that is gone nothing else could tell it.
+TEST_F(NotificationWorkerTest, WhatTheHostHearsOfKnowsItsStoreAndFolder)
+{
+    const Bstr id = AddKnown();
+    std::vector<std::string> told;
+    session.host.whenItemReported = [&](IItem* reported, bool&) {
+        const auto& item = *static_cast<CItem*>(reported);
+        told.push_back(Narrow(item.m_bstrStoreID.View()) + " " + Narrow(item.m_bstrFolderEntryID.View()) + " " +
+                       Narrow(item.m_bstrFolderID.View()));
+        return S_OK;
+    };
+
+    ASSERT_EQ(Process(Lists({{id}})), S_OK);
+    ASSERT_EQ(Process(Lists({}, {id}), TABLE_ROW_DELETED), S_OK);
+
+    const std::string here = Narrow(mailbox.StoreId().View()) + " " + Folder() + " {F}";
+    EXPECT_THAT(told, ElementsAre(here, here));
+}
+
 TEST_F(NotificationWorkerTest, ADeletionOfAnItemWithoutARowIsSilentAndItsHashStays)
 {
     const Bstr id = AddMail();

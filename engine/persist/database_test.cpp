@@ -365,6 +365,20 @@ TEST_F(DatabaseTest, AnExistingKeyIsRefusedWithARecord)
     EXPECT_TRUE(DatabaseErrorRecords().empty());
 }
 
+TEST_F(DatabaseTest, EveryStepOfATransactionBeginsWithoutTheRecordsOfWhatFailedBefore)
+{
+    OpenAll();
+    ASSERT_EQ(Append("{1}", "E1"), S_OK);
+    for (HRESULT (DatabaseSession::*step)() noexcept :
+         {&DatabaseSession::StartTransaction, &DatabaseSession::Commit, &DatabaseSession::StartTransaction,
+          &DatabaseSession::Abort}) {
+        EXPECT_EQ(Append("{1}", "E2"), kIntegrityViolation);
+        ASSERT_EQ(DatabaseErrorRecords().size(), 1u);
+        EXPECT_EQ((session.*step)(), S_OK);
+        EXPECT_TRUE(DatabaseErrorRecords().empty());
+    }
+}
+
 TEST_F(DatabaseTest, AMissingTableIsTold)
 {
     Sql("CREATE TABLE other (a)");
