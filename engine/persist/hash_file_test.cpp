@@ -57,6 +57,29 @@ TEST_F(HashFileTest, ManyChangesBeforeASaveArriveTogether)
     }
 }
 
+TEST_F(HashFileTest, FewChangesOfManyBytesStandInTheFileOnce)
+{
+    ToldMap model;
+    auto file = Load();
+    const auto change = [&](const HashChange& one) {
+        Apply(model, one);
+        Apply(*file, one);
+    };
+    change({u"first", u"1"});
+    ASSERT_EQ(file->Save(), S_OK);
+    const std::vector<std::u16string> keys = Keys(20);
+    for (const std::u16string& key : keys)
+        change({key, std::u16string(10000, u'\x263A')});
+    ASSERT_EQ(file->Save(), S_OK);
+    EXPECT_EQ(Told(), model);
+
+    for (const std::u16string& key : keys) {
+        change({key, {}, true});
+        ASSERT_EQ(file->Save(), S_OK);
+        ASSERT_EQ(Told(), model);
+    }
+}
+
 TEST_F(HashFileTest, AKeyThatIsRemovedAndSetAgainBeforeASaveIsThere)
 {
     auto file = Load();

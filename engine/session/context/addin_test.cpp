@@ -297,6 +297,16 @@ TEST_F(AddinTest, EveryCallHasTheIdentifierKindAndArgumentsOfTheCatalogue)
                                                           "onPostprocess", "DatabasePath", "ProductCode"}));
 }
 
+TEST_F(AddinTest, AFolderThatIsNullIsNotShownToTheHost)
+{
+    const auto listener = MakeComObject<ExactHost>();
+    const Addin exact(ComPtr<IQuorvaneExt>(listener.Get()));
+
+    EXPECT_EQ(exact.OnFolderReceived(nullptr, Bstr(OLESTR("tag")).Get()), E_POINTER);
+
+    EXPECT_TRUE(listener->called.empty());
+}
+
 // The identifiers are what hosts bind to.
 template <class Interface>
 const Operation* FindOperation(OleStringView name)
