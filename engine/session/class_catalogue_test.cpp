@@ -226,6 +226,7 @@ TEST_F(DetachedSessionTest, HasNoMapiSession)
     ComPtr<IUnknown> raw;
 
     EXPECT_EQ(session->get_Raw(raw.Put()), E_HANDLE);
+    EXPECT_EQ(session->get_Raw(nullptr), E_POINTER);
 }
 
 TEST_F(DetachedSessionTest, HasNoDatabase)

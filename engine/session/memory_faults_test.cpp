@@ -4,6 +4,9 @@
 #include <chrono>
 #include <thread>
 
+#include "engine/items/arguments.h"
+#include "engine/persist/database.h"
+#include "engine/session/options/options.h"
 #include "engine/session/testing/failing_memory.h"
 #include "engine/session/testing/logon_test_base.h"
 #include "platform/com/error_text.h"
@@ -30,6 +33,20 @@ protected:
         const testing::FailingAllocation failure(number);
         work();
         return failure.HasCome();
+    }
+
+    // Runs a piece of work with each of its allocations failing in turn: it succeeds or says what it lacks.
+    template <class Work>
+    static void ExpectLackTold(Work work)
+    {
+        HRESULT hr = E_FAIL;
+        long number = 0;
+        for (; FailAllocation(number, [&] { hr = work(); }); ++number) {
+            ASSERT_LT(number, kTooMany);
+            EXPECT_TRUE(hr == S_OK || hr == E_OUTOFMEMORY) << "allocation " << number << ": " << std::hex << hr;
+        }
+        EXPECT_GT(number, 0);
+        EXPECT_EQ(hr, S_OK);
     }
 
     // Whether the jobs that run leave so many rows.
@@ -106,6 +123,44 @@ TEST_F(MemoryFaultsTest, AnEndIsAnEndWithoutMemoryToo)
         library = MakeComObject<CLibrary>();
     }
     EXPECT_GT(number, 1);
+}
+
+TEST_F(MemoryFaultsTest, WhatAnOptionLacksIsMemory)
+{
+    ExpectLackTold([] {
+        const ComPtr<COptions> options = MakeComObject<COptions>();
+        return options ? options->Add(OLESTR("NoListeners"), Variant::Bool(true).Raw()) : E_OUTOFMEMORY;
+    });
+}
+
+TEST_F(MemoryFaultsTest, WhatATransactionLacksIsMemory)
+{
+    ASSERT_EQ(Logon(), S_OK);
+    Bstr path;
+    ASSERT_EQ(session->get_DBPath(path.Put()), S_OK);
+    DataSource source;
+    ASSERT_EQ(source.Open(ConnectionStringFor(path.View())), S_OK);
+    DatabaseSession rows;
+    ASSERT_EQ(source.OpenSession(rows), S_OK);
+    ExpectLackTold([&] {
+        const HRESULT hr = rows.StartTransaction();
+        return SUCCEEDED(hr) ? rows.Abort() : hr;
+    });
+}
+
+TEST_F(MemoryFaultsTest, WhatAnItemThatIsAskedForLacksIsMemory)
+{
+    ASSERT_EQ(Logon(), S_OK);
+    const Bstr id(OLESTR("{A}"));
+    ComPtr<IItem> item;
+    HRESULT hr = S_OK;
+
+    EXPECT_TRUE(FailAllocation(0, [&] {
+        hr = session->GetItemFromID(TextArgument(id.Get()), NoArgument(), NoArgument(), item.Put());
+    }));
+
+    EXPECT_EQ(hr, E_OUTOFMEMORY);
+    EXPECT_FALSE(item);
 }
 
 // The job that memory runs short for keeps its row: which one it was tells the order in which they are

@@ -263,6 +263,9 @@ TEST_F(StorageFilesTest, TheListSurvivesARestart)
     const ComPtr<IStorageFile> file = Item(TextArgument(Bstr(OLESTR("ann")).Get()));
     ASSERT_TRUE(file);
     EXPECT_EQ(PathOf(*file), path);
+    Bstr recipients;
+    ASSERT_EQ(file->get_Recipients(recipients.Put()), S_OK);
+    EXPECT_EQ(recipients.View(), OLESTR("ann"));
     VARIANT_BOOL locked = VARIANT_FALSE;
     ASSERT_EQ(file->get_isLocked(&locked), S_OK);
     EXPECT_EQ(locked, VARIANT_TRUE);

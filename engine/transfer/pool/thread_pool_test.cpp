@@ -303,26 +303,34 @@ TEST_F(ThreadPoolTest, AJobMayCallIntoTheApartmentThatDestroysThePool)
               S_OK);
     DWORD cookie = 0;
     ASSERT_EQ(table->RegisterInterfaceInGlobal(callee.Get(), IID_IDispatch, &cookie), S_OK);
-    HRESULT called = E_FAIL;
-    {
-        CCustomThreadPool pool;
-        ASSERT_EQ(pool.Init(1), S_OK);
-        ASSERT_EQ(pool.Add(Make([&](Event& stop) -> DWORD {
-            const FreeThreadScope freeThread;
-            running.Add();
-            stop.Wait();
-            ComPtr<IDispatch> proxy;
-            if (SUCCEEDED(table->GetInterfaceFromGlobal(cookie, IID_IDispatch, proxy.PutVoid()))) {
-                DISPPARAMS none{};
-                called = proxy->Invoke(1, IID_NULL, 0, DISPATCH_METHOD, &none, nullptr, nullptr, nullptr);
-            }
-            return 0;
-        })),
-                  S_OK);
-        ASSERT_TRUE(running.WaitFor(1));
+    // After 64 jobs it is no shutdown that waits, but the pool's end.
+    for (const int jobsBefore : {0, 64}) {
+        HRESULT called = E_FAIL;
+        const int gone = destroyed.Value();
+        {
+            CCustomThreadPool pool;
+            ASSERT_EQ(pool.Init(1), S_OK);
+            for (int i = 0; i < jobsBefore; ++i)
+                ASSERT_EQ(pool.Add(Make([](Event&) -> DWORD { return 0; })), S_OK);
+            ASSERT_TRUE(destroyed.WaitFor(gone + jobsBefore));
+            ASSERT_EQ(pool.Add(Make([&](Event& stop) -> DWORD {
+                const FreeThreadScope freeThread;
+                running.Add();
+                stop.Wait();
+                ComPtr<IDispatch> proxy;
+                if (SUCCEEDED(table->GetInterfaceFromGlobal(cookie, IID_IDispatch, proxy.PutVoid()))) {
+                    DISPPARAMS none{};
+                    called = proxy->Invoke(1, IID_NULL, 0, DISPATCH_METHOD, &none, nullptr, nullptr, nullptr);
+                }
+                running.Add(-1);
+                return 0;
+            })),
+                      S_OK);
+            ASSERT_TRUE(running.WaitFor(1));
+        }
+        EXPECT_EQ(called, S_OK);
+        EXPECT_EQ(callee->calledOn, std::this_thread::get_id());
     }
-    EXPECT_EQ(called, S_OK);
-    EXPECT_EQ(callee->calledOn, std::this_thread::get_id());
     table->RevokeInterfaceFromGlobal(cookie);
 }
 
