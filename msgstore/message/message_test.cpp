@@ -160,6 +160,33 @@ TEST_F(AttachmentsTest, NumbersArentUsedTwice)
     EXPECT_EQ(message_->OpenAttach(1, nullptr, 0, attachment.Put()), MAPI_E_NOT_FOUND);
 }
 
+TEST_F(AttachmentsTest, OneKnowsItsNumber)
+{
+    say::Attachment(*message_, OLESTR("a"), "a");
+    say::Attachment(*message_, OLESTR("b"), "b");
+    ComPtr<IAttach> attachment;
+    ASSERT_EQ(message_->OpenAttach(1, nullptr, 0, attachment.Put()), S_OK);
+    EXPECT_EQ(say::NumberOf(*attachment, PR_ATTACH_NUM), 1);
+}
+
+TEST_F(AttachmentsTest, TheirTableAndThatOfTheRecipientsAreObjectsOfTheMessageToo)
+{
+    say::Attachment(*message_, OLESTR("a"), "a");
+    say::Attachment(*message_, OLESTR("b"), "b");
+    say::Recipient(*message_, MAPI_TO, OLESTR("Ann"));
+    const auto rows = [&](ULONG tag) {
+        ComPtr<IMAPITable> table;
+        ULONG count = 0;
+        EXPECT_EQ(message_->OpenProperty(tag, &IID_IMAPITable, 0, 0, table.PutUnknown()), S_OK);
+        return table && SUCCEEDED(table->GetRowCount(0, &count)) ? count : 99;
+    };
+    EXPECT_EQ(rows(PR_MESSAGE_ATTACHMENTS), 2u);
+    EXPECT_EQ(rows(PR_MESSAGE_RECIPIENTS), 1u);
+    ComPtr<IMAPITable> none;
+    EXPECT_EQ(message_->OpenProperty(PROP_TAG(PT_OBJECT, 0x3FF9), &IID_IMAPITable, 0, 0, none.PutUnknown()),
+              MAPI_E_NOT_FOUND);
+}
+
 TEST_F(AttachmentsTest, SavingADeletedOneIsRefused)
 {
     say::Attachment(*message_, OLESTR("a"), "a");
