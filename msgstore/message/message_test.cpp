@@ -187,6 +187,28 @@ TEST_F(AttachmentsTest, TheirTableAndThatOfTheRecipientsAreObjectsOfTheMessageTo
               MAPI_E_NOT_FOUND);
 }
 
+TEST_F(AttachmentsTest, TheRowOfOneIsFoundAgainByItsKeys)
+{
+    say::Attachment(*message_, OLESTR("a"), "a");
+    say::Attachment(*message_, OLESTR("b"), "b");
+    ComPtr<IMAPITable> table;
+    ASSERT_EQ(message_->GetAttachmentTable(0, table.Put()), S_OK);
+    SizedSPropTagArray(2, tags) = {2, {PR_RECORD_KEY, PR_INSTANCE_KEY}};
+    ASSERT_EQ(table->SetColumns(reinterpret_cast<LPSPropTagArray>(&tags), 0), S_OK);
+    RowSet rows;
+    ASSERT_EQ(table->QueryRows(9, 0, rows.Put()), S_OK);
+    ASSERT_EQ(rows.size(), 2u);
+    BYTE number = 0;
+    for (const SRow& row : rows) {
+        for (ULONG column = 0; column < 2; ++column) {
+            ASSERT_EQ(row.lpProps[column].ulPropTag, tags.aulPropTag[column]);
+            const SBinary& key = row.lpProps[column].Value.bin;
+            EXPECT_EQ(std::vector<BYTE>(key.lpb, key.lpb + key.cb), (std::vector<BYTE>{number, 0, 0, 0}));
+        }
+        ++number;
+    }
+}
+
 TEST_F(AttachmentsTest, SavingADeletedOneIsRefused)
 {
     say::Attachment(*message_, OLESTR("a"), "a");

@@ -266,6 +266,25 @@ TEST_F(PropertiesTest, ANamedPropertyWithoutANameIsRefused)
     EXPECT_EQ(say::Number(*message_, PROP_TAG(PT_LONG, id), 1), S_OK);
 }
 
+TEST_F(PropertiesTest, AStreamOfANamedPropertyWithoutANameIsRefused)
+{
+    for (const ULONG id : {0x8000u, 0xF000u}) {
+        ComPtr<IStream> stream;
+        EXPECT_EQ(message_->OpenProperty(PROP_TAG(PT_BINARY, id), &IID_IStream, 0, MAPI_CREATE | MAPI_MODIFY,
+                                         stream.PutUnknown()),
+                  MAPI_E_UNEXPECTED_ID);
+    }
+}
+
+TEST_F(PropertiesTest, WhoAsksForNoNameGetsTheTagsOfAllThatTheObjectHas)
+{
+    const ULONG tag = say::NamedId(*message_, kOwnSet, 1);
+    ASSERT_EQ(say::Number(*message_, PROP_TAG(PT_LONG, PROP_ID(tag)), 1), S_OK);
+    MapiBuffer<SPropTagArray> all;
+    ASSERT_EQ(message_->GetIDsFromNames(0, nullptr, 0, all.Put()), S_OK);
+    EXPECT_EQ(std::vector<ULONG>(all->aulPropTag, all->aulPropTag + all->cValues), std::vector<ULONG>{tag});
+}
+
 TEST_F(PropertiesTest, WrongArgumentsAreRefused)
 {
     ULONG count = 0;

@@ -186,6 +186,15 @@ TEST(SpoolValueTest, AGapReadsAsZerosAlsoAfterCutting)
     }
 }
 
+TEST(PropertyValueTest, WholeNumbersAndTruthsAreIntegersAndNothingElseIs)
+{
+    EXPECT_EQ(PropertyValue::Long(PROP_TAG(PT_LONG, 0x6600), -7).AsInteger(), -7);
+    EXPECT_EQ(PropertyValue::Boolean(PROP_TAG(PT_BOOLEAN, 0x6600), true).AsInteger(), 1);
+    EXPECT_EQ(PropertyValue::Int64(PROP_TAG(PT_I8, 0x6600), -(1LL << 40)).AsInteger(), -(1LL << 40));
+    EXPECT_EQ(PropertyValue::Int64(PROP_TAG(PT_CURRENCY, 0x6600), 1LL << 40).AsInteger(), 1LL << 40);
+    EXPECT_EQ(PropertyValue::Unicode(PROP_TAG(PT_UNICODE, 0x6600), OLESTR("7")).AsInteger(), 0);
+}
+
 TEST(SpoolValueTest, AnEndBeyond32BitsIsRefused)
 {
     SpoolValue spool;

@@ -18,7 +18,7 @@ protected:
     {
         return Logon(Mutable(profile), MAPI_EXTENDED | flags, session.Put());
     }
-    HRESULT OpenOnlyStore(IMAPISession& session, ComPtr<IMsgStore>& store)
+    HRESULT OpenOnlyStore(IMAPISession& session, ComPtr<IMsgStore>& store, ULONG flags = MDB_NO_MAIL)
     {
         ComPtr<IMAPITable> table;
         EXPECT_EQ(session.GetMsgStoresTable(0, table.Put()), S_OK);
@@ -28,7 +28,7 @@ protected:
             return E_UNEXPECTED;
         BinaryValue id = BinaryOf(rows[0], PR_ENTRYID);
         return session.OpenMsgStore(0, static_cast<ULONG>(id.size()), reinterpret_cast<LPENTRYID>(id.data()),
-                                    nullptr, MDB_NO_MAIL, store.Put());
+                                    nullptr, flags, store.Put());
     }
 
     TestDirectory directory;
@@ -207,6 +207,21 @@ TEST_F(SessionTest, AServiceThatIsntConfiguredShowsNoStore)
     EXPECT_EQ(OpenOnlyStore(*session, store), E_UNEXPECTED);
 }
 
+TEST_F(SessionTest, AStoreTakesPropertiesOnlyWhenItWasOpenedForWriting)
+{
+    ASSERT_EQ(MakeProfile("one", path), S_OK);
+    ComPtr<IMAPISession> session;
+    ASSERT_EQ(LogOn("one", 0, session), S_OK);
+    const auto set = [&](ULONG flags) {
+        ComPtr<IMsgStore> store;
+        EXPECT_EQ(OpenOnlyStore(*session, store, MDB_NO_MAIL | flags), S_OK);
+        return store ? SetText(*store, PR_COMMENT_W, OLESTR("x")) : E_FAIL;
+    };
+    EXPECT_EQ(set(0), E_ACCESSDENIED);
+    EXPECT_EQ(set(MDB_WRITE), S_OK);
+    EXPECT_EQ(set(MAPI_BEST_ACCESS), S_OK);
+}
+
 TEST_F(SessionTest, ADeletedServiceIsGoneAndItsFileStays)
 {
     ASSERT_EQ(MakeProfile("one", path), S_OK);
@@ -224,6 +239,7 @@ TEST_F(SessionTest, ADeletedServiceIsGoneAndItsFileStays)
     ASSERT_EQ(services->DeleteMsgService(reinterpret_cast<LPMAPIUID>(uid.data())), S_OK);
 
     EXPECT_EQ(services->DeleteMsgService(reinterpret_cast<LPMAPIUID>(uid.data())), MAPI_E_NOT_FOUND);
+    EXPECT_EQ(services->DeleteMsgService(nullptr), MAPI_E_INVALID_PARAMETER);
     EXPECT_TRUE(std::filesystem::exists(path));
 }
 

@@ -95,6 +95,22 @@ TEST(RowOrderTest, ABookmarkKnowsThatItsRowIsGone)
     EXPECT_FALSE(order.FreeBookmark(bookmark));
 }
 
+TEST(RowOrderTest, TheFixedPlacesAreTheBeginningTheCursorAndTheEnd)
+{
+    RowOrder order = OrderOf({10, 20, 30});
+    order.SetCursor(1);
+    const auto place = [&](BOOKMARK bookmark) {
+        std::size_t index = 99;
+        bool lost = true;
+        EXPECT_TRUE(order.Find(bookmark, index, lost));
+        EXPECT_FALSE(lost);
+        return index;
+    };
+    EXPECT_EQ(place(BOOKMARK_BEGINNING), 0u);
+    EXPECT_EQ(place(BOOKMARK_CURRENT), 1u);
+    EXPECT_EQ(place(BOOKMARK_END), 3u);
+}
+
 TEST(RowOrderTest, ReplacedRowsTakeTheirBookmarksAlong)
 {
     RowOrder order = OrderOf({10, 20, 30});

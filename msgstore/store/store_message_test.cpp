@@ -2,7 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <set>
+
 #include "msgstore/store/test_mailbox.h"
+#include "platform/mapi/more_tags.h"
 
 namespace quorvane {
 namespace {
@@ -323,6 +326,18 @@ TEST_F(StoreMessageTest, NamedPropertiesKeepTheirIdentifiersAcrossSessions)
     MapiBuffer<SPropTagArray> second;
     ASSERT_EQ(NewMessage()->GetIDsFromNames(1, names, 0, second.Put()), S_OK);
     EXPECT_EQ(PROP_ID(second->aulPropTag[0]), PROP_ID(first->aulPropTag[0]));
+}
+
+TEST_F(StoreMessageTest, EverySaveGivesAChangeKeyOfItsOwn)
+{
+    const ComPtr<IMessage> message = NewMessage();
+    std::set<BinaryValue> keys;
+    for (const OleStringView subject : {OLESTR("a"), OLESTR("b"), OLESTR("c"), OLESTR("d")}) {
+        ASSERT_EQ(SetText(*message, PR_SUBJECT_W, OleString(subject)), S_OK);
+        Save(*message);
+        keys.insert(BinaryOf(*message, kPrChangeKey));
+    }
+    EXPECT_EQ(keys.size(), 4u);
 }
 
 TEST_F(StoreMessageTest, AMessageOfADeletedFolderCantBeSaved)

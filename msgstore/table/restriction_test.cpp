@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <bit>
+#include <limits>
+
 namespace quorvane {
 namespace {
 
@@ -238,6 +241,36 @@ TEST(CompareValuesTest, TimesAndSignedNumbersCompareByValue)
     const auto minus = PropertyValue::Long(kScore, -1);
     const auto plus = PropertyValue::Int64(PROP_TAG(PT_I8, PROP_ID(kScore)), 1);
     EXPECT_LT(CompareValues(&minus, &plus), 0);
+}
+
+TEST(CompareValuesTest, RealNumbersCompareByValueAndWhatIsNoNumberStandsFirst)
+{
+    const auto real = [](double number) {
+        auto value = PropertyValue::Int64(PROP_TAG(PT_I8, 0x6600), std::bit_cast<LONGLONG>(number));
+        value.tag = PROP_TAG(PT_DOUBLE, 0x6600);
+        return value;
+    };
+    const auto none = real(std::numeric_limits<double>::quiet_NaN());
+    const auto minus = real(-2.5);
+    const auto plus = real(1.5);
+    EXPECT_LT(CompareValues(&minus, &plus), 0);
+    EXPECT_GT(CompareValues(&plus, &minus), 0);
+    EXPECT_EQ(CompareValues(&plus, &plus), 0);
+    EXPECT_LT(CompareValues(&none, &minus), 0);
+    EXPECT_GT(CompareValues(&minus, &none), 0);
+    EXPECT_EQ(CompareValues(&none, &none), 0);
+}
+
+TEST(CompareValuesTest, LettersBeyondLatin1CompareWithoutRegardToCase)
+{
+    const auto text = [](OleStringView letters) { return PropertyValue::Unicode(PR_SUBJECT_W, letters); };
+    const auto upper = text(OLESTR("\u010C\u0139\u0147\u014A\u0178\u0179\u017D\u0391\u0410"));
+    const auto lower = text(OLESTR("\u010D\u013A\u0148\u014B\u00FF\u017A\u017E\u03B1\u0430"));
+    EXPECT_EQ(CompareValues(&upper, &lower), 0);
+    // These have no other case here.
+    const auto alone = text(OLESTR("\u0149"));
+    const auto next = text(OLESTR("\u014A"));
+    EXPECT_LT(CompareValues(&alone, &next), 0);
 }
 
 TEST(CompareValuesTest, CategoriesAreRefused)

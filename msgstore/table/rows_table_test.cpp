@@ -183,6 +183,23 @@ TEST_F(RowsTableTest, ARefreshedTableFollowsItsRows)
     EXPECT_EQ(Query(10), OLESTR("baedc"));
 }
 
+TEST_F(RowsTableTest, TheFixedPlacesAreNobodysToFree)
+{
+    for (const BOOKMARK place : {BOOKMARK_BEGINNING, BOOKMARK_CURRENT, BOOKMARK_END})
+        EXPECT_EQ(table_->FreeBookmark(place), S_OK);
+}
+
+TEST_F(RowsTableTest, ColumnsAreThoseThatWereSetUnlessAllAreAskedFor)
+{
+    SizedSPropTagArray(1, name) = {1, {kName}};
+    ASSERT_EQ(table_->SetColumns(reinterpret_cast<LPSPropTagArray>(&name), 0), S_OK);
+    MapiBuffer<SPropTagArray> columns;
+    ASSERT_EQ(table_->QueryColumns(0, columns.Put()), S_OK);
+    EXPECT_EQ(columns->cValues, 1u);
+    ASSERT_EQ(table_->QueryColumns(TBL_ALL_COLUMNS, columns.Put()), S_OK);
+    EXPECT_GE(columns->cValues, 2u);
+}
+
 TEST_F(RowsTableTest, AnEmptyTableHasItsColumns)
 {
     RowsTableOptions options;
