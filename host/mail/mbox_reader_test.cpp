@@ -61,6 +61,12 @@ TEST_F(MboxReaderTest, ABodyLineThatBeginsWithFromIsNoSeparator)
     EXPECT_EQ(Read(kFirst + body), (Mails{body}));
 }
 
+TEST_F(MboxReaderTest, ANumberOfFiveDigitsIsNoYear)
+{
+    const std::string body = "Subject: 1\n\none\nFrom here 08:14:09 it took 20251\nor 12025 steps\n";
+    EXPECT_EQ(Read(kFirst + body), (Mails{body}));
+}
+
 TEST_F(MboxReaderTest, ASeparatorWithoutADateCountsBeforeAHeaderField)
 {
     EXPECT_EQ(Read("From -\nSubject: 1\n\none\n\nFrom - \nSubject: 2\n\ntwo\n"),

@@ -257,5 +257,39 @@ TEST_F(ExportMimeTest, PeopleWithoutAMailAddressKeepTheirName)
     EXPECT_EQ(Text(*store->Import(Export(*message)), PR_SENT_REPRESENTING_NAME_W), "Front Desk");
 }
 
+TEST_F(ExportMimeTest, AnAddressOfAnotherKindIsNoMailAddress)
+{
+    const auto message = store->NewMessage();
+    Set(*message, [](PropertyList& list) {
+        list.AddText(PR_SENT_REPRESENTING_NAME_W, "Front Desk");
+        list.AddText(PR_SENT_REPRESENTING_ADDRTYPE_W, "FAX");
+        list.AddText(PR_SENT_REPRESENTING_EMAIL_ADDRESS_W, "0123456789");
+    });
+    const std::string mail = Export(*message);
+    EXPECT_TRUE(Has(mail, "Front Desk"));
+    EXPECT_FALSE(Has(mail, "0123456789"));
+}
+
+TEST_F(ExportMimeTest, RecipientsOfAKindKeepTheirOrder)
+{
+    const auto message = store->NewMessage();
+    OleString names[] = {OLESTR("zoe@example.org"), OLESTR("ann@example.org"), OLESTR("max@example.org")};
+    for (OleString& name : names) {
+        SPropValue values[3] = {};
+        values[0].ulPropTag = PR_RECIPIENT_TYPE;
+        values[0].Value.l = MAPI_TO;
+        values[1].ulPropTag = PR_DISPLAY_NAME_W;
+        values[1].Value.lpszW = name.data();
+        values[2].ulPropTag = kPrSmtpAddressW;
+        values[2].Value.lpszW = name.data();
+        ADRLIST list{1, {{0, 3, values}}};
+        ASSERT_EQ(message->ModifyRecipients(MODRECIP_ADD, &list), S_OK);
+    }
+    const std::string mail = Export(*message);
+    EXPECT_LT(mail.find("zoe@example.org"), mail.find("ann@example.org"));
+    EXPECT_LT(mail.find("ann@example.org"), mail.find("max@example.org"));
+    EXPECT_TRUE(Has(mail, "max@example.org"));
+}
+
 }  // namespace
 }  // namespace quorvane

@@ -83,6 +83,24 @@ TEST(UnicodeTest, OverlongFormsAndSurrogatesAreNoUtf8)
     EXPECT_TRUE(IsUtf8("\xF4\x8F\xBF\xBF"));
 }
 
+TEST(UnicodeTest, TheLastCharacterIsOneAndTheNextIsNone)
+{
+    const std::string last = "\xF4\x8F\xBF\xBF";
+    EXPECT_TRUE(IsUtf8("plain"));
+    EXPECT_TRUE(IsUtf8(last));
+    EXPECT_EQ(CleanUtf8(last), last);
+    EXPECT_EQ(Utf8FromWide(WideFromUtf8(last)), last);
+    EXPECT_FALSE(IsUtf8("\xF4\x90\x80\x80"));
+    std::string text;
+    AppendUtf8(text, 0x110000);
+    EXPECT_EQ(text, "\xEF\xBF\xBD");
+}
+
+TEST(UnicodeTest, BytesWithoutMeaningAndNulsAreReplacedInWideTextToo)
+{
+    EXPECT_EQ(WideFromUtf8(std::string_view("a\xFF\0b", 4)), OLESTR("a\uFFFD\uFFFDb"));
+}
+
 TEST(UnicodeTest, ALoneSurrogateBecomesTheReplacementCharacter)
 {
     const OLECHAR lone[] = {0xD834, u'a', 0};

@@ -155,14 +155,14 @@ class ScratchTest(unittest.TestCase):
 class BatchesTest(unittest.TestCase):
     def setUp(self):
         self.test = scratch.Test({"name": "t", "paths": {"source": "f"}})
-        self.test.cases = [scratch.Case("S.slow", 9.5, {1, 2}), scratch.Case("S.quick", 0.1, {1}),
-                           scratch.Case("S.quicker", 0.01, {1, 3})]
+        self.test.cases = [scratch.Case("S.slower", 20, {1}), scratch.Case("S.slow", 9.5, {1, 2}),
+                           scratch.Case("S.quick", 0.1, {1}), scratch.Case("S.quicker", 0.01, {1, 3})]
 
     def names(self, number):
         return [[case.name for case in batch.cases] for batch in self.test.batches(number)]
 
-    def test_the_quick_cases_come_first(self):
-        self.assertEqual(self.names(None), [["S.quicker", "S.quick"], ["S.slow"]])
+    def test_the_quick_cases_come_first_and_together(self):
+        self.assertEqual(self.names(None), [["S.quicker", "S.quick"], ["S.slow"], ["S.slower"]])
 
     def test_only_the_cases_that_reach_a_mutant_are_asked(self):
         self.assertEqual(self.names(2), [["S.slow"]])
