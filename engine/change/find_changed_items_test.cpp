@@ -545,6 +545,22 @@ TEST_F(FindChangedItemsTest, AListThatCantBeGivenEndsTheScanAndIsTraced)
     }
 }
 
+TEST_F(FindChangedItemsTest, AnEmptyIdentifierIsNoShortTermOne)
+{
+    ULONG count = 0;
+    MapiBuffer<SPropValue> values = MapiBuffer<SPropValue>::Attach(testing::MakeProps(Item(1, 1, 1, kWhole), count));
+    BYTE behind = 0x80;
+    for (ULONG i = 0; i < count; ++i) {
+        if (values.Get()[i].ulPropTag == PR_ENTRYID)
+            values.Get()[i].Value.bin = {0, &behind};
+    }
+    SRow row = {0, count, values.Get()};
+
+    EXPECT_EQ(Scan(&row, kSkipDeletedItems), S_OK);
+
+    EXPECT_EQ(store->opens, 0u);
+}
+
 // No text is as long as that identifier would be.
 TEST_F(FindChangedItemsTest, AnItemWhoseHashCantBeLookedUpIsTracedAndNotListed)
 {
