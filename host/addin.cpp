@@ -18,6 +18,9 @@ constexpr std::uint64_t kUnixEpochInFileTime = 116'444'736'000'000'000;
 
 constexpr char kNoItem[] = "-";  // an ID that no row has
 
+// Answers a report so that the engine sends nothing and leaves row and hash as they are.
+constexpr HRESULT kDeclined = E_ABORT;
+
 // How long a change waits for the end of an item being applied, should the end never be told.
 constexpr auto kApplyingPatience = std::chrono::seconds(10);
 
@@ -171,10 +174,24 @@ HRESULT Addin::OnItemResend(IItem* item, BSTR jobId, bool& ignore)
     return SUCCEEDED(hr) ? Stamp(*item, local, "onItemResend") : hr;
 }
 
+// The engine takes for deleted what it doesn't see in the folder's table, and a table that can't be read to its end
+// hides messages that are there.
+bool Addin::IsStillThere(IItem& item) const
+{
+    ComPtr<IFolder> folder;
+    Check(item.get_Folder(folder.Put()), "find the folder of", "an item");
+    const std::string place = FolderOfMessage(parts_.mail, ReadText(item, &IItem::get_EntryID));
+    return !place.empty() && place == ReadText(*folder, &IFolder::get_EntryID);
+}
+
 HRESULT Addin::OnItemDeleted(IItem* item, bool& ignore)
 {
     parts_.statistics.Touch();
     ItemRecord record{ReadText(*item, &IItem::get_ID), FolderIdOf(*item), {}, true, 0};
+    if (IsStillThere(*item)) {
+        Log("onItemDeleted", record.id, "is still there");
+        return kDeclined;
+    }
     const auto known = parts_.records.FindItem(record.id);
     if (known && known->folderId != record.folderId) {
         // It was moved to another folder, and is that one's item already: its row stays.

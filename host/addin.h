@@ -95,6 +95,7 @@ private:
     bool IsWanted(BSTR job, const LocalItem& local);
     HRESULT Stamp(IItem& item, const LocalItem& local, const char* event);
     HRESULT OnLocalChange(const char* event, IItem& item, bool& ignore);
+    bool IsStillThere(IItem& item) const;
     HRESULT ChooseId(IItem& item, const SharingRow& row, bool stays);
     void JoinFolder(const std::string& folderId, const Announcement& announcement);
     std::string NewFolderPath(const Announcement& announcement) const;

@@ -37,6 +37,16 @@ protected:
         here.records.PutItem(record);
     }
 
+    // An item as the engine reports it when its message has been moved out of the folder.
+    ComPtr<IItem> ItemThatLeaves(const std::string& id, const std::string& entryId)
+    {
+        const ComPtr<IItem> item = here.ItemOf(id);
+        ComPtr<IFolder> folder;
+        EXPECT_EQ(item->get_Folder(folder.Put()), S_OK);  // the item keeps it
+        here.MoveMessage(entryId, *here.folder, *EnsureFolder(here.mail, "Another"));
+        return item;
+    }
+
     // As a job of the engine does before it applies alice's item.
     void TellOf(const std::string& id)
     {
@@ -175,7 +185,7 @@ TEST_F(AddinTest, ADeletionFromAFolderThatAnItemHasLeftForAnotherIsntSentAndCost
     const std::string entryId = here.AddMessage("moved on");
     here.AddRow("{MOVED}", entryId);
     here.records.PutItem({"{MOVED}", "{ANOTHER FOLDER}", {100, "alice"}, false, 1});
-    const ComPtr<IItem> item = here.ItemOf("{MOVED}");
+    const ComPtr<IItem> item = ItemThatLeaves("{MOVED}", entryId);
 
     bool ignore = false;
     EXPECT_EQ(here.addin.OnItemDeleted(item.Get(), ignore), S_OK);
@@ -183,6 +193,34 @@ TEST_F(AddinTest, ADeletionFromAFolderThatAnItemHasLeftForAnotherIsntSentAndCost
     EXPECT_TRUE(ignore);
     EXPECT_NE(ReadText(*item, &IItem::get_ID), "{MOVED}");
     EXPECT_FALSE(here.records.FindItem("{MOVED}")->deleted);
+}
+
+// A table that couldn't be read to its end hides messages: the engine takes them for deleted.
+TEST_F(AddinTest, ADeletionOfAMessageThatIsStillInItsFolderIsDeclined)
+{
+    const std::string entryId = AddApplied();
+    const ComPtr<IItem> item = here.ItemOf(kApplied);
+
+    bool ignore = false;
+    EXPECT_TRUE(FAILED(here.addin.OnItemDeleted(item.Get(), ignore)));
+    EXPECT_FALSE(here.records.FindItem(kApplied)->deleted);
+    EXPECT_EQ(here.statistics.deletionsSent, 0U);
+
+    here.DeleteMessage(entryId);
+    EXPECT_EQ(here.addin.OnItemDeleted(item.Get(), ignore), S_OK);
+    EXPECT_FALSE(ignore);
+    EXPECT_TRUE(here.records.FindItem(kApplied)->deleted);
+}
+
+TEST_F(AddinTest, ADeletionOfAMessageThatWasMovedOutOfAllSharedFoldersIsSent)
+{
+    const std::string entryId = AddApplied();
+    const ComPtr<IItem> item = ItemThatLeaves(kApplied, entryId);
+
+    bool ignore = false;
+    EXPECT_EQ(here.addin.OnItemDeleted(item.Get(), ignore), S_OK);
+    EXPECT_FALSE(ignore);
+    EXPECT_TRUE(here.records.FindItem(kApplied)->deleted);
 }
 
 // The scan comes upon the message while the engine is yet to write its row.

@@ -89,16 +89,21 @@ ItemInfo ReadItem(const SRow& row)
 }
 
 template <class Object>
-ComPtr<Object> OpenEntry(const MailSession& session, const std::string& entryId, ULONG flags)
+HRESULT TryOpenEntry(const MailSession& session, const std::string& entryId, ULONG flags, ComPtr<Object>& result)
 {
     Bytes id = FromHex(entryId);
     ComPtr<IUnknown> object;
-    ComPtr<Object> result;
     ULONG type = 0;
-    if (SUCCEEDED(session.Store().OpenEntry(static_cast<ULONG>(id.size()), EntryIdOf(id), &Iid<Object>(),
-                                            flags, &type, object.Put())))
-        object.As(result);
-    return result;
+    const HRESULT hr = session.Store().OpenEntry(static_cast<ULONG>(id.size()), EntryIdOf(id), &Iid<Object>(),
+                                                 flags, &type, object.Put());
+    return SUCCEEDED(hr) ? object.As(result) : hr;
+}
+
+template <class Object>
+ComPtr<Object> OpenEntry(const MailSession& session, const std::string& entryId, ULONG flags)
+{
+    ComPtr<Object> result;
+    return SUCCEEDED(TryOpenEntry(session, entryId, flags, result)) ? result : nullptr;
 }
 
 }  // namespace
@@ -160,6 +165,18 @@ ComPtr<IMAPIFolder> OpenFolder(const MailSession& session, const std::string& en
 ComPtr<IMessage> OpenMessage(const MailSession& session, const std::string& entryId, bool modify)
 {
     return OpenEntry<IMessage>(session, entryId, modify ? MAPI_MODIFY : 0);
+}
+
+std::string FolderOfMessage(const MailSession& session, const std::string& entryId)
+{
+    ComPtr<IMessage> message;
+    const HRESULT hr = TryOpenEntry(session, entryId, 0, message);
+    if (hr == MAPI_E_NOT_FOUND || hr == MAPI_E_OBJECT_DELETED || hr == MAPI_E_INVALID_ENTRYID)
+        return {};
+    Check(hr, "look for the message", entryId);
+    MapiMemory<SPropValue> parent;
+    Check(HrGetOneProp(message.Get(), PR_PARENT_ENTRYID, parent.Put()), "find the folder of the message", entryId);
+    return Hex(parent->Value.bin);
 }
 
 void ForEachItem(IMAPIFolder& folder, const std::function<void(const ItemInfo&)>& visit)

@@ -50,6 +50,10 @@ ComPtr<IMAPIFolder> OpenFolder(const MailSession& session, const std::string& en
 // when it can't be opened.
 ComPtr<IMessage> OpenMessage(const MailSession& session, const std::string& entryId, bool modify);
 
+// The entry identifier, in hexadecimal text, of the folder that a message lies in; "" when there is no such message.
+// Throws a HostError when that can't be told now.
+std::string FolderOfMessage(const MailSession& session, const std::string& entryId);
+
 // Calls `visit` for each item of a folder in the folder's own order. Memory doesn't grow with the folder.
 void ForEachItem(IMAPIFolder& folder, const std::function<void(const ItemInfo&)>& visit);
 

@@ -36,7 +36,13 @@ struct HeldUpCallbacks final : ExtHandler {
     {
         return Change([&] { return addin.OnItemChanged(item, ignore); }, *item, ignore);
     }
-    HRESULT OnItemDeleted(IItem* item, bool& ignore) override { return addin.OnItemDeleted(item, ignore); }
+    HRESULT OnItemDeleted(IItem* item, bool& ignore) override
+    {
+        const HRESULT hr = addin.OnItemDeleted(item, ignore);
+        if (afterDeletion)
+            afterDeletion(ReadText(*item, &IItem::get_EntryID), hr);
+        return hr;
+    }
     HRESULT OnItemReceived(IItem* item, BSTR tag, bool& ignore) override
     {
         if (beforeReceived)
@@ -70,6 +76,7 @@ struct HeldUpCallbacks final : ExtHandler {
     std::function<void()> beforeResend;
     std::function<void(const std::string&)> beforeChange;
     std::function<void(const std::string&, bool ignored)> afterChange;
+    std::function<void(const std::string&, HRESULT)> afterDeletion;
     std::string failResend;      // the ID of an item that can't be sent
     std::atomic<int> resent{0};  // items that a resend was let send
     std::atomic<int> failReceived{0};  // how many of the items that arrive next aren't let in

@@ -320,6 +320,8 @@ HRESULT TableView::FreeBookmark(BOOKMARK bookmark)
 
 HRESULT TableView::QueryRows(LONG count, bool advance, LPSRowSet* rows)
 {
+    if (core_->Switches().TakeFailingRowRead())
+        return MAPI_E_NETWORK_ERROR;
     return WithRows([&](SqliteConnection& connection) QV_REQUIRES(lock_) {
         const std::size_t cursor = rows_.Cursor();
         const auto most = static_cast<std::size_t>(std::abs(std::int64_t{count}));

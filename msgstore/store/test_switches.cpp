@@ -42,6 +42,11 @@ public:
     {
         return told ? m_core->Deliver(number, *told) : MAPI_E_INVALID_PARAMETER;
     }
+    HRESULT STDMETHODCALLTYPE FailRowReads(ULONG count) override
+    {
+        m_core->Switches().failingRowReads = count;
+        return S_OK;
+    }
 
 private:
     const std::shared_ptr<StoreCore> m_core;

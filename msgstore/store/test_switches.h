@@ -40,6 +40,8 @@ struct IStoreTestSwitches : IUnknown {
     //
     // S_OK; MAPI_E_NOT_FOUND: there is no such subscription.
     virtual HRESULT STDMETHODCALLTYPE Deliver(ULONG number, ULONG* told) = 0;
+    // Of the tables' QueryRows the next `count` calls fail with MAPI_E_NETWORK_ERROR. S_OK.
+    virtual HRESULT STDMETHODCALLTYPE FailRowReads(ULONG count) = 0;
 };
 QUORVANE_IID(IStoreTestSwitches, IID_IStoreTestSwitches);
 
@@ -66,7 +68,16 @@ public:
     std::atomic<bool> tellsOfTablesOnly{false};
     std::atomic<bool> holds{false};
     std::atomic<ULONG> shuffleSeed{0};
+    std::atomic<ULONG> failingRowReads{0};
 
+    // Whether this call is one of those.
+    bool TakeFailingRowRead() noexcept
+    {
+        ULONG left = failingRowReads;
+        while (left > 0 && !failingRowReads.compare_exchange_weak(left, left - 1)) {
+        }
+        return left > 0;
+    }
     void DropColumns(std::vector<ULONG> tags) noexcept;
     // Takes the dropped ones out.
     void TakeDropped(std::vector<ULONG>& columns) const;

@@ -83,6 +83,19 @@ TEST_F(TestSwitchesTest, TablesTellOfThemselvesAlone)
     EXPECT_EQ(sink->Events()[0].tableEvent, static_cast<ULONG>(TABLE_CHANGED));
 }
 
+TEST_F(TestSwitchesTest, AsManyReadsOfRowsFailAsAreAskedFor)
+{
+    AddMessages(1);
+    table = ContentsOf(mailbox.Inbox());
+    ASSERT_EQ(switches->FailRowReads(2), S_OK);
+    LPSRowSet rows = nullptr;
+    EXPECT_EQ(table->QueryRows(1, 0, &rows), MAPI_E_NETWORK_ERROR);
+    EXPECT_EQ(table->QueryRows(1, 0, &rows), MAPI_E_NETWORK_ERROR);
+    ASSERT_EQ(table->QueryRows(1, 0, &rows), S_OK);
+    EXPECT_EQ(rows->cRows, 1u);
+    FreeProws(rows);
+}
+
 TEST_F(TestSwitchesTest, DroppedColumnsAreMissingFromRowsAndNotifications)
 {
     const ULONG dropped[] = {PR_MESSAGE_SIZE, PR_SUBJECT_W};
