@@ -5,6 +5,7 @@
 #include <thread>
 
 #include "engine/items/item.h"
+#include "engine/items/testing/failing_mailbox.h"
 #include "engine/items/testing/noting_packages.h"
 #include "engine/items/testing/test_mailbox.h"
 #include "engine/monitor/msg_stores.h"
@@ -590,6 +591,28 @@ TEST_F(ClassifierTest, AFolderThatDoesntTellItsIdsEndsTheWork)
     FailsAlone(Made(fnevObjectModified, id), "0x8007000E");
 
     EXPECT_THAT(session.host.Calls(), IsEmpty());
+}
+
+// A message that doesn't tell its folder is in none that is known; the next question is the one for the flags.
+TEST_F(ClassifierTest, AMessageThatDoesntTellItsFlagsEndsTheWork)
+{
+    const Bstr id = TestMailbox::IdOf(*mailbox.AddMessage(*shared.Get(), {"Hello", "body", {}, {}}));
+    const auto call = std::make_shared<FailingCall>();
+    session.mapiSession = MakeFailingSession(mailbox.Session(), call);
+    std::vector<std::string> failed;
+    for (unsigned at = 1; at <= 3; ++at) {
+        call->SetAt(at);
+        const std::string lines = TracedWhen({Made(fnevObjectCreated, id)});
+        failed.push_back(call->Failed());
+        EXPECT_EQ(lines.find("CMsgStores::OnNotify(") != std::string::npos, at == 3) << at;
+    }
+
+    EXPECT_THAT(failed, ElementsAre("IMAPISession::OpenEntry", "IMessage::GetProps", "IMessage::GetProps"));
+    EXPECT_THAT(session.host.Calls(), IsEmpty());
+    EXPECT_EQ(Rows(), "0");
+    call->Clear();
+    EXPECT_EQ(Notify({Made(fnevObjectCreated, id)}), static_cast<ULONG>(S_OK));
+    EXPECT_THAT(session.host.Calls(), ElementsAre("added " + OnlyId()));
 }
 
 TEST_F(ClassifierTest, ARowThatCantBeAddedEndsTheWork)

@@ -32,6 +32,15 @@ private:
     sqlite3* database_ = nullptr;
 };
 
+// SQLite gets no memory while it lives.
+class WithoutMemory {
+public:
+    WithoutMemory() { sqlite3_hard_heap_limit64(1); }
+    WithoutMemory(const WithoutMemory&) = delete;
+    WithoutMemory& operator=(const WithoutMemory&) = delete;
+    ~WithoutMemory() { sqlite3_hard_heap_limit64(0); }
+};
+
 class DatabaseSessionsTest : public DatabaseTest {
 protected:
     HRESULT ReadRow(DatabaseSession& from, Rowset& rows)
@@ -248,6 +257,24 @@ TEST_F(DatabaseSessionsTest, ATransactionThatCouldNotBeCommittedIsRolledBackBefo
     EXPECT_EQ(session.Commit(), S_OK);
     EXPECT_EQ(Item("E2"), "{2}/S1/1.5/3");
     EXPECT_EQ(vfs.Opens(), opens);
+}
+
+TEST_F(DatabaseSessionsTest, AConnectionWhoseTransactionCantBeEndedServesNobodyElse)
+{
+    OpenAll();
+    const unsigned opens = vfs.Opens();
+    ASSERT_EQ(session.StartTransaction(), S_OK);
+    ASSERT_EQ(Append("{1}", "E1"), S_OK);
+    {
+        const WithoutMemory none;
+        EXPECT_TRUE(FAILED(session.Abort()));
+    }
+
+    EXPECT_EQ(Item("E1"), "none");
+    EXPECT_GT(vfs.Opens(), opens);
+    EXPECT_EQ(session.StartTransaction(), S_OK);
+    EXPECT_EQ(Append("{2}", "E2"), S_OK);
+    EXPECT_EQ(session.Commit(), S_OK);
 }
 
 TEST_F(DatabaseSessionsTest, ADatabaseThatIsReadDuringTheOpenIsOpenedAllTheSame)

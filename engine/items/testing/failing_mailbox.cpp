@@ -274,6 +274,12 @@ public:
             real_.Pass("OpenMsgStore", &IMAPISession::OpenMsgStore, uiParam, idSize, id, iid, flags, store),
             real_.Call(), store);
     }
+    HRESULT STDMETHODCALLTYPE OpenEntry(ULONG idSize, LPENTRYID id, LPCIID iid, ULONG flags, ULONG* type,
+                                        LPUNKNOWN* object) override
+    {
+        return WrapEntry(real_.Pass("OpenEntry", &IMAPISession::OpenEntry, idSize, id, iid, flags, type, object),
+                         real_.Call(), object);
+    }
 
 private:
     Counted<IMAPISession> real_;
