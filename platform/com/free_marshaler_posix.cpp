@@ -1,8 +1,7 @@
 // The free-threaded marshaler.
-#include <atomic>
 #include <new>
 
-#include "platform/com/com_ptr.h"
+#include "platform/com/com_object.h"
 
 namespace {
 
@@ -44,7 +43,7 @@ private:
 };
 
 // The marshaler itself, which its owner holds. Any thread may call.
-class CFreeMarshaler final : public IUnknown {
+class CFreeMarshaler final : public ComObject<CFreeMarshaler, IUnknown> {
 public:
     explicit CFreeMarshaler(IUnknown* outer) noexcept : m_Marshal(outer ? *outer : *this) {}
 
@@ -62,20 +61,8 @@ public:
         static_cast<IUnknown*>(*object)->AddRef();
         return S_OK;
     }
-    ULONG STDMETHODCALLTYPE AddRef() override
-    {
-        return m_nReferences.fetch_add(1, std::memory_order_relaxed) + 1;
-    }
-    ULONG STDMETHODCALLTYPE Release() override
-    {
-        const ULONG left = m_nReferences.fetch_sub(1, std::memory_order_acq_rel) - 1;
-        if (left == 0)
-            delete this;
-        return left;
-    }
 
 private:
-    std::atomic<ULONG> m_nReferences{1};
     CFreeMarshal m_Marshal;
 };
 

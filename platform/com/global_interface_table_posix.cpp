@@ -97,7 +97,7 @@ private:
 constexpr IID kCarrierId = {0x2B9A3F0E, 0x70F6, 0x4E0C, {0x8E, 0x1B, 0x6F, 0x2C, 0x4B, 0x1D, 0x9A, 0x57}};
 
 // A stream that holds an interface and no bytes that anyone may read.
-class CInterfaceStream final : public IStream {
+class CInterfaceStream final : public ComObject<CInterfaceStream, Answers<IStream, ISequentialStream>> {
 public:
     explicit CInterfaceStream(InterfaceParcel parcel) noexcept : m_Parcel(std::move(parcel)) {}
 
@@ -105,26 +105,7 @@ public:
 
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** object) override
     {
-        if (!object)
-            return E_POINTER;
-        const bool known = IsEqualIID(riid, IID_IUnknown) || IsEqualIID(riid, IID_IStream) ||
-                           IsEqualIID(riid, IID_ISequentialStream) || IsEqualIID(riid, kCarrierId);
-        *object = known ? this : nullptr;
-        if (!known)
-            return E_NOINTERFACE;
-        AddRef();
-        return S_OK;
-    }
-    ULONG STDMETHODCALLTYPE AddRef() override
-    {
-        return m_nReferences.fetch_add(1, std::memory_order_relaxed) + 1;
-    }
-    ULONG STDMETHODCALLTYPE Release() override
-    {
-        const ULONG left = m_nReferences.fetch_sub(1, std::memory_order_acq_rel) - 1;
-        if (left == 0)
-            delete this;
-        return left;
+        return ComObject::QueryInterface(IsEqualIID(riid, kCarrierId) ? IID_IStream : riid, object);
     }
 
     HRESULT STDMETHODCALLTYPE Read(void*, ULONG, ULONG*) override { return STG_E_ACCESSDENIED; }
@@ -152,7 +133,6 @@ public:
     HRESULT STDMETHODCALLTYPE Clone(IStream**) override { return STG_E_INVALIDFUNCTION; }
 
 private:
-    std::atomic<ULONG> m_nReferences{1};
     const InterfaceParcel m_Parcel;
 };
 

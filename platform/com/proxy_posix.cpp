@@ -1,10 +1,10 @@
 // Proxies for objects that belong to an apartment.
 #include <algorithm>
-#include <atomic>
 #include <new>
 #include <vector>
 
 #include "platform/com/apartment_core.h"
+#include "platform/com/com_object.h"
 #include "platform/com/never_destroyed.h"
 
 namespace quorvane {
@@ -58,7 +58,7 @@ private:
 };
 
 // The identity of an object on other threads. Any thread may call.
-class CProxy final : public IUnknown {
+class CProxy final : public ComObject<CProxy, IUnknown> {
 public:
     explicit CProxy(std::shared_ptr<const BoundObject> object) : m_pObject(std::move(object)) {}
 
@@ -82,19 +82,6 @@ public:
         AddRef();
         *object = static_cast<IDispatch*>(facet);
         return S_OK;
-    }
-
-    ULONG STDMETHODCALLTYPE AddRef() override
-    {
-        return m_nReferences.fetch_add(1, std::memory_order_relaxed) + 1;
-    }
-
-    ULONG STDMETHODCALLTYPE Release() override
-    {
-        const ULONG left = m_nReferences.fetch_sub(1, std::memory_order_acq_rel) - 1;
-        if (left == 0)
-            delete this;
-        return left;
     }
 
 private:
@@ -145,7 +132,6 @@ private:
         }
     }
 
-    std::atomic<ULONG> m_nReferences{1};
     const std::shared_ptr<const BoundObject> m_pObject;
     Mutex m_Mutex;
     std::vector<std::unique_ptr<CProxyFacet>> m_Facets QV_GUARDED_BY(m_Mutex);
