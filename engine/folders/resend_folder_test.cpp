@@ -8,6 +8,7 @@ namespace {
 
 using testing::ProgressNotes;
 using testing::SubjectRestriction;
+using testing::TestMailbox;
 using testing::TracedLines;
 using Strings = std::vector<std::string>;
 
@@ -62,22 +63,6 @@ protected:
         return session.Ask("SELECT Version FROM tblItem WHERE ID='" + id + "'");
     }
     std::string Rows() { return session.Ask("SELECT COUNT(*) FROM tblItem"); }
-
-    // The mails in the order of the folder's table.
-    std::vector<Bstr> TableOrder()
-    {
-        std::vector<Bstr> mails;
-        ComPtr<IMAPITable> table;
-        EXPECT_EQ(inbox->GetContentsTable(0, table.Put()), S_OK);
-        SPropTagArray columns{1, {PR_ENTRYID}};
-        RowSet rows;
-        EXPECT_EQ(mapi::HrQueryAllRows(table.Get(), &columns, nullptr, nullptr, 0, rows.Put()), S_OK);
-        for (const SRow& row : rows) {
-            mails.emplace_back();
-            EXPECT_EQ(HexFromBinary(row.lpProps[0].Value.bin, mails.back()), S_OK);
-        }
-        return mails;
-    }
 
     ProgressNotes progress;
     bool hasProgress = true;
@@ -191,7 +176,7 @@ protected:
     {
         for (int i = 0; i < 5; ++i)
             Add("Mail");
-        const std::vector<Bstr> mails = TableOrder();
+        const std::vector<Bstr> mails = TestMailbox::MailsIn(*inbox);
         for (size_t i = 0; i < mails.size(); ++i)
             Know(mails[i], "{" + std::to_string(i + 1) + "}", i == 2 ? "2.0" : "3.0");
     }
@@ -205,7 +190,7 @@ TEST_F(OldRowTest, FromAnOldRowOnNothingIsOffered)
     EXPECT_EQ(Sent("bob"), (Strings{"{1} 20 Mail", "{2} 20 Mail"}));
     EXPECT_EQ(progress.Notes(), "0-5 1/5 2/5 3/5 4/5 5/5 ");
     EXPECT_EQ(VersionOf("{3}"), "3.0") << "its row and hash are brought up to date";
-    for (const Bstr& mail : TableOrder())
+    for (const Bstr& mail : TestMailbox::MailsIn(*inbox))
         EXPECT_EQ(HashOf(mail), PresentHash(mail));
 }
 
@@ -221,7 +206,7 @@ TEST_F(OldRowTest, TheNextJobOffersAgain)
 {
     EXPECT_EQ(Run(false), S_OK);
     session.host.Forget();
-    const std::vector<Bstr> mails = TableOrder();
+    const std::vector<Bstr> mails = TestMailbox::MailsIn(*inbox);
     Change(mails[3], "Changed");
 
     EXPECT_EQ(Run(false), S_OK);

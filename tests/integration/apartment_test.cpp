@@ -100,29 +100,6 @@ TEST_F(ApartmentTest, TheEndOfASessionAnswersAReceivedFileThatIsCallingTheHost)
     EXPECT_EQ(std::filesystem::exists(package), rows == 1);
 }
 
-// The threads that a host is called on.
-class Callers {
-public:
-    explicit Callers(TestHost& host)
-    {
-        host.AnswerWith([this](const HostEvent&, bool&) {
-            const std::lock_guard lock(mutex_);
-            threads_.insert(std::this_thread::get_id());
-            return S_OK;
-        });
-    }
-
-    std::set<std::thread::id> Threads() const
-    {
-        const std::lock_guard lock(mutex_);
-        return threads_;
-    }
-
-private:
-    mutable std::mutex mutex_;
-    std::set<std::thread::id> threads_;
-};
-
 class FreeThreadTest : public testing::Test {
 protected:
     const FreeThreadScope freeThread;

@@ -5,6 +5,7 @@
 #include <set>
 
 #include "tests/support/apartments.h"
+#include "tests/support/date_restriction.h"
 #include "tests/support/packages.h"
 
 namespace quorvane::test {
@@ -48,38 +49,6 @@ private:
     std::set<std::thread::id> threads_;
 };
 
-// Leaves the mails that came after a moment.
-class DateRestriction final : public RestrictHandler {
-public:
-    explicit DateRestriction(FILETIME after) : after_(after) {}
-
-    HRESULT RestrictTable(IDispatch* table) override
-    {
-        thread = std::this_thread::get_id();
-        ComPtr<IItemsCol> items;
-        Check(QueryFor(table, items), "ask for the table");
-        ComPtr<IUnknown> raw;
-        Check(items->get_RawTable(raw.Put()), "ask for the table");
-        ComPtr<IMAPITable> contents;
-        if (FAILED(raw.As(contents)))
-            return E_NOINTERFACE;
-        reachedTable = true;
-        SPropValue value{};
-        value.ulPropTag = PR_MESSAGE_DELIVERY_TIME;
-        value.Value.ft = after_;
-        SRestriction restriction{};
-        restriction.rt = RES_PROPERTY;
-        restriction.res.resProperty = {RELOP_GT, PR_MESSAGE_DELIVERY_TIME, &value};
-        return contents->Restrict(&restriction, 0);
-    }
-
-    std::thread::id thread;
-    bool reachedTable = false;
-
-private:
-    const FILETIME after_;
-};
-
 // Gives a mail its date.
 void SetDate(const TestFolder& folder, const std::string& id, const FILETIME& date)
 {
@@ -90,26 +59,6 @@ void SetDate(const TestFolder& folder, const std::string& id, const FILETIME& da
     Check(message->SetProps(1, &value, nullptr), "set a date");
     Check(message->SaveChanges(0), "set a date");
 }
-
-// Whom the host is called by.
-class Callers {
-public:
-    HRESULT Note()
-    {
-        const std::lock_guard lock(mutex_);
-        threads_.insert(std::this_thread::get_id());
-        return S_OK;
-    }
-    std::set<std::thread::id> Threads() const
-    {
-        const std::lock_guard lock(mutex_);
-        return threads_;
-    }
-
-private:
-    mutable std::mutex mutex_;
-    std::set<std::thread::id> threads_;
-};
 
 class ResendRoad {
 protected:

@@ -7,11 +7,14 @@
 #include <functional>
 #include <future>
 #include <memory>
+#include <mutex>
+#include <set>
 #include <thread>
 
 #include "quorvane3/com.h"
 #include "tests/support/registered_library.h"
 #include "tests/support/test_directory.h"
+#include "tests/support/test_host.h"
 
 namespace quorvane::test {
 
@@ -33,6 +36,33 @@ inline bool Pumped(const std::function<bool()>& condition)
         return condition();
     });
 }
+
+// The threads that a host, or another callback, is called on. Any thread may call.
+class Callers {
+public:
+    Callers() = default;
+    // Notes those of all events of a host, and answers for it.
+    explicit Callers(TestHost& host)
+    {
+        host.AnswerWith([this](const HostEvent&, bool&) { return Note(); });
+    }
+
+    HRESULT Note()
+    {
+        const std::lock_guard lock(mutex_);
+        threads_.insert(std::this_thread::get_id());
+        return S_OK;
+    }
+    std::set<std::thread::id> Threads() const
+    {
+        const std::lock_guard lock(mutex_);
+        return threads_;
+    }
+
+private:
+    mutable std::mutex mutex_;
+    std::set<std::thread::id> threads_;
+};
 
 // An apartment's thread that pumps all the time.
 class PumpingThread {

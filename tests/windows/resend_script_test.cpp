@@ -8,6 +8,7 @@
 
 #include "quorvane3/quorvane3.h"
 #include "tests/support/apartments.h"
+#include "tests/support/date_restriction.h"
 #include "tests/support/packages.h"
 #include "tests/windows/script_engine.h"
 
@@ -49,40 +50,15 @@ Variant MakeCallback(REFIID iid, std::map<DISPID, OleString> names, Arguments ar
 // What a script gets of its component for MAPI: leaves the mails that came after a date, and may be called on any
 // thread. A restriction in the script itself would be handed the table as if it were in another process, as Wine
 // carries the arguments of calls.
-class DateRestriction final : public RestrictHandler {
-public:
-    explicit DateRestriction(FILETIME after) : after_(after) {}
-
-    HRESULT RestrictTable(IDispatch* table) override
-    {
-        ComPtr<IItemsCol> items;
-        Check(QueryFor(table, items), "ask for the table");
-        ComPtr<IUnknown> raw;
-        Check(items->get_RawTable(raw.Put()), "ask for the table");
-        ComPtr<IMAPITable> contents;
-        Check(raw.As(contents), "ask for the table");
-        SPropValue value{};
-        value.ulPropTag = PR_MESSAGE_DELIVERY_TIME;
-        value.Value.ft = after_;
-        SRestriction restriction{};
-        restriction.rt = RES_PROPERTY;
-        restriction.res.resProperty = {RELOP_GT, PR_MESSAGE_DELIVERY_TIME, &value};
-        return contents->Restrict(&restriction, 0);
-    }
-
-    ComPtr<IDispatch> Callback()
-    {
-        ComPtr<IDispatch> callback;
-        std::thread([&] {
-            const FreeThreadScope freeThread;
-            callback = ComPtr<IDispatch>(MakeComObject<RestrictCallback>(*this).Get());
-        }).join();
-        return callback;
-    }
-
-private:
-    const FILETIME after_;
-};
+ComPtr<IDispatch> FreeCallback(DateRestriction& restriction)
+{
+    ComPtr<IDispatch> callback;
+    std::thread([&] {
+        const FreeThreadScope freeThread;
+        callback = ComPtr<IDispatch>(MakeComObject<RestrictCallback>(restriction).Get());
+    }).join();
+    return callback;
+}
 
 // Of a time as scripts have them: milliseconds since 1970.
 FILETIME FileTimeOf(Variant milliseconds)
@@ -124,7 +100,7 @@ protected:
         });
         helper->Add(L"NewerThan", [this](Arguments arguments) {
             newer.emplace(FileTimeOf(At(arguments, 0)));
-            return Variant::Dispatch(newer->Callback().Get());
+            return Variant::Dispatch(FreeCallback(*newer).Get());
         });
         helper->Add(L"References", [](Arguments arguments) {
             const Variant object = At(arguments, 0);

@@ -55,20 +55,7 @@ protected:
     }
 
     // The entry identifiers of the folder's mails.
-    std::vector<Bstr> Mails()
-    {
-        std::vector<Bstr> mails;
-        ComPtr<IMAPITable> table;
-        EXPECT_EQ(inbox->GetContentsTable(0, table.Put()), S_OK);
-        SPropTagArray columns{1, {PR_ENTRYID}};
-        RowSet rows;
-        EXPECT_EQ(mapi::HrQueryAllRows(table.Get(), &columns, nullptr, nullptr, 0, rows.Put()), S_OK);
-        for (const SRow& row : rows) {
-            mails.emplace_back();
-            EXPECT_EQ(HexFromBinary(row.lpProps[0].Value.bin, mails.back()), S_OK);
-        }
-        return mails;
-    }
+    std::vector<Bstr> Mails() { return TestMailbox::MailsIn(*inbox); }
     // The entry identifiers in the item's rows.
     std::string Rows() { return session.Ask("SELECT group_concat(EntryID) FROM tblItem WHERE ID='{A}'"); }
 

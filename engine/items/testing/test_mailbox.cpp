@@ -236,6 +236,21 @@ std::vector<std::string> TestMailbox::Subjects(IMAPIFolder& folder)
     return TextsOf(*table, PR_SUBJECT_A);
 }
 
+std::vector<Bstr> TestMailbox::MailsIn(IMAPIFolder& folder)
+{
+    ComPtr<IMAPITable> table;
+    Check(folder.GetContentsTable(0, table.Put()), "the contents table");
+    SPropTagArray columns{1, {PR_ENTRYID}};
+    RowSet rows;
+    Check(mapi::HrQueryAllRows(table.Get(), &columns, nullptr, nullptr, 0, rows.Put()), "the contents table");
+    std::vector<Bstr> mails;
+    for (const SRow& row : rows) {
+        mails.emplace_back();
+        Check(HexFromBinary(row.lpProps[0].Value.bin, mails.back()), "name a message");
+    }
+    return mails;
+}
+
 Bstr TestMailbox::IdOf(IMAPIProp& object)
 {
     PropValue value;

@@ -44,6 +44,9 @@ public:
     // The subjects in a folder, sorted.
     static std::vector<std::string> Subjects(IMAPIFolder& folder);
 
+    // The entry identifiers of a folder's messages, in the order of its table.
+    static std::vector<Bstr> MailsIn(IMAPIFolder& folder);
+
     // An object's PR_ENTRYID in hexadecimal text.
     static Bstr IdOf(IMAPIProp& object);
     // Opens a message again; empty when it is gone.
