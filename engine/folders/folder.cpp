@@ -71,10 +71,8 @@ HRESULT CFolder::get_ID(BSTR* pVal)
 HRESULT CFolder::put_ID(BSTR newVal)
 {
     const Traced traced{"CFolder::put_ID"};
-    ComPtr<ISession2> session;
-    HR_TRY(traced, m_pSession->GetSession(session));
     ComPtr<IFolders> folders;
-    HR_TRY(traced, session->get_Folders(folders.Put()));
+    HR_TRY(traced, m_pSession->GetFolders(folders));
     ComPtr<IFolder> other;
     const HRESULT hr = folders->Find(TextArgument(newVal), NoArgument(), NoArgument(), other.Put());
     if (hr == DISP_E_MEMBERNOTFOUND)

@@ -101,10 +101,8 @@ HRESULT CFolder::ProvideHashStore() noexcept
 try {
     if (m_pSession->HashStores().Find(m_bstrID.Get()))
         return S_OK;
-    ComPtr<ISession2> session;
-    HR_TRY_QUIET(m_pSession->GetSession(session));
     Bstr databasePath;
-    HR_TRY_QUIET(session->get_DBPath(databasePath.Put()));
+    HR_TRY_QUIET(m_pSession->GetDatabasePath(databasePath));
     const std::string directory = HashDirectory(Narrow(databasePath.View()));
     HR_IGNORE(MakeDirectories(directory), "commonly it is there; a store without a file works in memory");
     const LONG added = m_pSession->HashStores().Add(m_bstrID.Get(), Bstr(Widen(directory)).Get());

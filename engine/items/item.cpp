@@ -152,16 +152,9 @@ HRESULT CItem::get_Folder(IFolder** pVal)
         HR_TRY(traced, parent.Is(VT_BSTR) ? m_bstrFolderEntryID.Assign(parent.Raw().bstrVal) : E_FAIL);
     }
     ComPtr<IFolders> folders;
-    HR_TRY(traced, SessionFolders(folders));
+    HR_TRY(traced, m_pSession->GetFolders(folders));
     return folders->Find(NoArgument(), TextArgument(m_bstrFolderEntryID.Get()),
                          TextArgument(m_bstrStoreID.Get()), pVal);
-}
-
-HRESULT CItem::SessionFolders(ComPtr<IFolders>& folders) noexcept
-{
-    ComPtr<ISession2> session;
-    HR_TRY_QUIET(m_pSession->GetSession(session));
-    return session->get_Folders(folders.Put());
 }
 
 }  // namespace quorvane

@@ -180,7 +180,6 @@ private:
     void LetGo() noexcept override { ReleaseMessage(); }
     // Opens the message that the identifiers name, for reading. E_INVALIDARG: one of them is empty.
     HRESULT OpenLiveMessage() noexcept;
-    HRESULT SessionFolders(ComPtr<IFolders>& folders) noexcept;
     // The MAPI folder that the item is in, and the MAPI session, as Display needs them.
     HRESULT FolderAndSession(ComPtr<IMAPIFolder>& folder, ComPtr<IMAPISession>& session) noexcept;
 

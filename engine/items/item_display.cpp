@@ -85,10 +85,8 @@ HRESULT CItem::FolderAndSession(ComPtr<IMAPIFolder>& folder, ComPtr<IMAPISession
     ComPtr<IUnknown> raw;
     HR_TRY_QUIET(shared->get_Raw(raw.Put()));
     HR_TRY_QUIET(raw.As(folder));
-    ComPtr<ISession2> own;
-    HR_TRY_QUIET(m_pSession->GetSession(own));
-    HR_TRY_QUIET(own->get_Raw(raw.Put()));
-    return raw.As(session);
+    session = ComPtr<IMAPISession>(m_pSession->MapiSession());
+    return session ? S_OK : E_HANDLE;
 }
 
 HRESULT CItem::Display(VARIANT_BOOL /*Modal*/, LONG /*Parent*/)

@@ -233,7 +233,7 @@ TEST_F(ItemDisplayTest, AFolderWithoutItsMapiFolderFails)
 TEST_F(ItemDisplayTest, ASessionWithoutMapiFails)
 {
     session.mapiSession.Reset();
-    ExpectFailure(E_POINTER);
+    ExpectFailure(E_HANDLE);
 }
 
 TEST_F(ItemDisplayTest, AFormThatIsntThereFails)

@@ -29,7 +29,7 @@ HRESULT CItem::Load(IStorage* storage, DatabaseSession& session) noexcept
 HRESULT CItem::FindSharedFolder() noexcept
 {
     ComPtr<IFolders> folders;
-    HR_TRY_QUIET(SessionFolders(folders));
+    HR_TRY_QUIET(m_pSession->GetFolders(folders));
     ComPtr<IFolder> folder;
     HR_TRY_QUIET(folders->Find(TextArgument(m_bstrFolderID.Get()), NoArgument(), NoArgument(), folder.Put()));
     HR_TRY_QUIET(folder->get_EntryID(m_bstrFolderEntryID.Put()));

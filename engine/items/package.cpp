@@ -49,10 +49,8 @@ bool PackageTurn::IsForgotten() const noexcept
 HRESULT PackageTurn::Begin(SessionContext& session, BSTR recipients) noexcept
 {
     constexpr int kAttempts = 1000;
-    ComPtr<ISession2> logon;
-    HR_TRY_QUIET(session.GetSession(logon));
     ComPtr<IStorageFiles> files;
-    HR_TRY_QUIET(logon->get_StorageFiles(files.Put()));
+    HR_TRY_QUIET(session.GetStorageFiles(files));
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
         HR_TRY_QUIET(FindOrAdd(*files, recipients, file_));
         HR_TRY_QUIET(file_->Lock());

@@ -70,10 +70,8 @@ HRESULT EventClassifier::FindOut(ULONG event, const OBJECT_NOTIFICATION& object,
     HR_TRY(kClassify, HexFromBinary(object.lpEntryID, object.lpEntryID ? object.cbEntryID : 0, entryId_));
     TraceVerbose(kClassify, "EntryID: %s", entryId_);
     HR_TRY(kClassify, FindPlaces(event, object));
-    HR_TRY(kClassify, session_.GetSession(public_));
     HR_TRY(kClassify, FindFolders());
-    bool locked = false;
-    HR_TRY(kClassify, TakeLock(locked));
+    const bool locked = !storeId_.IsEmpty() && session_.TakeItemLock(entryId_.Get(), storeId_.Get());
     if (locked || (!place_.folder && !oldPlace_.folder))
         return S_OK;
     if (message_) {
@@ -142,7 +140,7 @@ HRESULT EventClassifier::Place::Find(IFolders& folders) noexcept
 HRESULT EventClassifier::FindFolders() noexcept
 {
     ComPtr<IFolders> folders;
-    HR_TRY_QUIET(public_->get_Folders(folders.Put()));
+    HR_TRY_QUIET(session_.GetFolders(folders));
     HR_TRY_QUIET(place_.Find(*folders));
     HR_TRY_QUIET(oldPlace_.Find(*folders));
     if (oldPlace_.folder)
@@ -151,17 +149,6 @@ HRESULT EventClassifier::FindFolders() noexcept
         TraceVerbose(kClassify, "FolderID: %s", place_.id);
     IFolder* const folder = place_.folder ? place_.folder.Get() : oldPlace_.folder.Get();
     return folder ? folder->get_StoreID(storeId_.Put()) : S_OK;
-}
-
-// Asks whether the change is the host's own, and uses an automatic lock up.
-HRESULT EventClassifier::TakeLock(bool& locked) noexcept
-{
-    if (storeId_.IsEmpty())
-        return S_OK;
-    VARIANT_BOOL answer = VARIANT_FALSE;
-    HR_TRY_QUIET(public_->IsItemLocked(entryId_.Get(), storeId_.Get(), &answer));
-    locked = answer != VARIANT_FALSE;
-    return locked ? public_->DropLock(entryId_.Get(), storeId_.Get()) : S_OK;
 }
 
 HRESULT EventClassifier::IsHidden(bool& hidden) noexcept

@@ -44,7 +44,6 @@ private:
     HRESULT ReadFolderId(ULONG size, LPENTRYID id, Bstr& text) noexcept;
     void OpenMessage(const OBJECT_NOTIFICATION& object) noexcept;
     HRESULT FindFolders() noexcept;
-    HRESULT TakeLock(bool& locked) noexcept;
     HRESULT IsHidden(bool& hidden) noexcept;
     HRESULT Identify() noexcept;
 
@@ -61,7 +60,6 @@ private:
 
     SessionContext& session_;
     const Addin& addin_;
-    ComPtr<ISession2> public_;
     ComPtr<CItem> item_;
     ComPtr<IUnknown> message_;  // empty for a deletion
     Bstr entryId_;              // of the notification

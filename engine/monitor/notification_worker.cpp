@@ -57,8 +57,7 @@ HRESULT NotificationWorker::ProcessChanged(BSTR entryId, BSTR hash, ULONG flags)
 {
     TraceVerbose(kTraced, "Processing Item: %s\n", entryId);
     Pause(kPause, Rest);
-    bool locked = false;
-    HR_TRY(kTraced, TakeLock(entryId, locked));
+    const bool locked = session_.TakeItemLock(entryId, sink_.m_bstrStoreID.Get());
     ComPtr<CItem> item;
     HR_TRY(kTraced, MakeItem(entryId, item));
     HR_TRY(kTraced, Identify(*item.Get()));
@@ -74,8 +73,7 @@ HRESULT NotificationWorker::ProcessDeleted(BSTR entryId) noexcept
 {
     TraceVerbose(kTraced, "Processing Item Delete: %s\n", entryId);
     Pause(kPause, Rest);
-    bool locked = false;
-    HR_TRY(kTraced, TakeLock(entryId, locked));
+    const bool locked = session_.TakeItemLock(entryId, sink_.m_bstrStoreID.Get());
     ComPtr<CItem> item;
     HR_TRY(kTraced, MakeItem(entryId, item));
     if (item->DBRead() != S_OK)
@@ -90,18 +88,6 @@ HRESULT NotificationWorker::ProcessDeleted(BSTR entryId) noexcept
     if (!locked)
         HR_TRY(kTraced, OfferDeletion(*item.Get()));
     return RecordDeletion(*item.Get(), moved);
-}
-
-// Asks whether the change is the host's own, and uses an automatic lock up.
-HRESULT NotificationWorker::TakeLock(BSTR entryId, bool& locked) noexcept
-{
-    ComPtr<ISession2> session;
-    HR_TRY_QUIET(session_.GetSession(session));
-    BSTR const storeId = sink_.m_bstrStoreID.Get();
-    VARIANT_BOOL answer = VARIANT_FALSE;
-    HR_TRY_QUIET(session->IsItemLocked(entryId, storeId, &answer));
-    locked = answer != VARIANT_FALSE;
-    return locked ? session->DropLock(entryId, storeId) : S_OK;
 }
 
 HRESULT NotificationWorker::MakeItem(BSTR entryId, ComPtr<CItem>& item) noexcept

@@ -35,7 +35,6 @@ private:
     HRESULT ProcessChanged(BSTR entryId, BSTR hash, ULONG flags) noexcept;
     HRESULT ProcessDeleted(BSTR entryId) noexcept;
 
-    HRESULT TakeLock(BSTR entryId, bool& locked) noexcept;
     HRESULT MakeItem(BSTR entryId, ComPtr<CItem>& item) noexcept;
     HRESULT Identify(CItem& item) noexcept;
     HRESULT OfferChange(CItem& item) noexcept;

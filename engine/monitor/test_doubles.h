@@ -17,11 +17,6 @@ namespace quorvane::testing {
 // A session with a gate, locks and moved items.
 class MonitorSession : public TestSession {
 public:
-    MonitorSession()
-    {
-        isLocked = [this](BSTR entryId, BSTR storeId) { return locks.IsLocked(entryId, storeId); };
-        dropLock = [this](BSTR entryId, BSTR storeId) { locks.Drop(entryId, storeId); };
-    }
     ~MonitorSession() override { gate->CloseAndWait(); }
 
     HRESULT GetAddin(ComPtr<IQuorvaneExt>& addin) noexcept override
@@ -30,6 +25,13 @@ public:
         return TestSession::GetAddin(addin);
     }
     std::shared_ptr<NotificationGate> Notifications() noexcept override { return gate; }
+    bool TakeItemLock(BSTR entryId, BSTR storeId) noexcept override
+    {
+        const bool locked = locks.IsLocked(entryId, storeId);
+        if (locked)
+            locks.Drop(entryId, storeId);
+        return locked;
+    }
     HRESULT RememberMovedItem(BSTR entryId, BSTR id) noexcept override { return moved.Remember(entryId, id); }
     HRESULT FindMovedItem(BSTR entryId, BSTR* id) noexcept override { return moved.Find(entryId, id); }
     HRESULT ForgetMovedItem(BSTR entryId) noexcept override { return moved.Forget(entryId); }

@@ -4,7 +4,7 @@
 // operation, runs statements with positional parameters, and steps through rows:
 //
 //     DatabaseSession session;
-//     HR_TRY(traced, m_pSelf->Database().OpenSession(session));
+//     HR_TRY(traced, session.Database().OpenSession(session));
 //
 //     StatementParameters parameters;
 //     parameters.Text(width::kEntryId, m_bstrEntryID.Get());

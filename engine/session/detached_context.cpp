@@ -24,10 +24,4 @@ HRESULT DetachedContext::GetAddin(ComPtr<IQuorvaneExt>& addin) noexcept
     return E_UNEXPECTED;
 }
 
-HRESULT DetachedContext::GetSession(ComPtr<ISession2>& session) noexcept
-{
-    session.Reset();
-    return E_UNEXPECTED;
-}
-
 }  // namespace quorvane

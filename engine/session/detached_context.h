@@ -24,7 +24,11 @@ public:
     CCustomThreadPool* ReceivePool() noexcept override { return nullptr; }
     CCustomThreadPool* ResendPool() noexcept override { return nullptr; }
     HRESULT GetAddin(ComPtr<IQuorvaneExt>& addin) noexcept override;
-    HRESULT GetSession(ComPtr<ISession2>& session) noexcept override;
+    HRESULT GetFolders(ComPtr<IFolders>&) noexcept override { return E_UNEXPECTED; }
+    HRESULT GetStorageFiles(ComPtr<IStorageFiles>&) noexcept override { return E_UNEXPECTED; }
+    HRESULT GetOptions(ComPtr<IOptions>&) noexcept override { return E_UNEXPECTED; }
+    HRESULT GetDatabasePath(Bstr&) noexcept override { return E_UNEXPECTED; }
+    bool TakeItemLock(BSTR, BSTR) noexcept override { return false; }
     Event& ItemSubmitEvent() noexcept override { return submitEvent_; }
     Mutex& SubmitLock() noexcept override { return submitLock_; }
     std::shared_ptr<NotificationGate> Notifications() noexcept override { return nullptr; }

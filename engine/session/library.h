@@ -44,7 +44,6 @@ private:
                          ComPtr<ISession2>& started) noexcept;
     static void StartTraceLog(CSession2& session) noexcept;
 
-    const ServerLockScope m_ServerLock;
     ComPtr<CSession2> m_pSession;
 };
 

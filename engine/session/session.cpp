@@ -115,7 +115,7 @@ HRESULT CSession2::Logon() noexcept
     m_pCancellations = NotificationGate::Create();
     if (!m_pNotifications || !m_pCancellations)
         return traced(E_OUTOFMEMORY);
-    const auto msgStores = MakeComObject<CMsgStores>(m_pSelf);
+    const auto msgStores = MakeComObject<CMsgStores>(this);
     HR_TRY(traced, msgStores ? msgStores.As(m_pMsgStores) : E_OUTOFMEMORY);
     HR_TRY(traced, MakePools());
     HR_IGNORE(m_hItemSubmitEvent.Create(true, "ItemSubmitEvent"),
@@ -147,7 +147,7 @@ HRESULT CSession2::OpenDataSource() noexcept
 {
     const Traced traced{"CSession2::OpenDataSource"};
     Addin addin;
-    HR_TRY(traced, addin.Connect(*m_pSelf));
+    HR_TRY(traced, addin.Connect(*this));
     HR_TRY(traced, addin.DatabasePath(m_bstrDBPath));
     try {
         const OleString connection = ConnectionStringFor(m_bstrDBPath.View());
@@ -179,10 +179,12 @@ HRESULT CSession2::GetAddin(ComPtr<IQuorvaneExt>& addin) noexcept
     return host.As(addin);
 }
 
-HRESULT CSession2::GetSession(ComPtr<ISession2>& session) noexcept
+bool CSession2::TakeItemLock(BSTR entryId, BSTR storeId) noexcept
 {
-    session = ComPtr<ISession2>(&m_InnerSession);
-    return S_OK;
+    if (!m_LockedItems.IsLocked(entryId, storeId))
+        return false;
+    HR_IGNORE(DropLock(entryId, storeId), "it has no failure");
+    return true;
 }
 
 HRESULT CSession2::RememberMovedItem(BSTR entryId, BSTR id) noexcept
@@ -216,7 +218,7 @@ HRESULT CSession2::get_Folders(IFolders** pVal)
 {
     const MutexLock lock(m_csCollections);
     if (!m_pFolders) {
-        const auto folders = MakeComObject<CFolders>(m_pSelf);
+        const auto folders = MakeComObject<CFolders>(this);
         if (folders)
             HR_TRY_QUIET(folders.As(m_pFolders));
     }
@@ -231,7 +233,7 @@ HRESULT CSession2::get_StorageFiles(IStorageFiles** pVal)
         if (m_pStorageFiles)
             return m_pStorageFiles.CopyTo(pVal);
     }
-    const auto files = MakeComObject<CStorageFiles>(m_pSelf);
+    const auto files = MakeComObject<CStorageFiles>(this);
     HR_TRY(traced, files ? files->Init() : E_OUTOFMEMORY);
     const MutexLock lock(m_csCollections);
     if (!m_pStorageFiles)
@@ -244,7 +246,7 @@ HRESULT CSession2::get_Options(IOptions** pVal)
     const Traced traced{"CSession2::get_Options"};
     const MutexLock lock(m_csCollections);
     if (!m_pOptions) {
-        const auto options = MakeComObject<COptions>(m_pSelf);
+        const auto options = MakeComObject<COptions>(this);
         if (!options)
             return traced(E_OUTOFMEMORY);
         Variant ignoreTimes = Variant::Long(-1);

@@ -23,7 +23,6 @@
 #include "engine/persist/hash_db.h"
 #include "engine/session/context/operations.h"
 #include "engine/session/context/session_context.h"
-#include "engine/session/inner_session.h"
 #include "engine/transfer/pool/thread_pool.h"
 #include "platform/com/class_factory.h"
 #include "platform/com/connection_point.h"
@@ -80,7 +79,14 @@ public:
     CCustomThreadPool* ReceivePool() noexcept override { return m_pReceivePool.get(); }
     CCustomThreadPool* ResendPool() noexcept override { return m_pResendPool.get(); }
     HRESULT GetAddin(ComPtr<IQuorvaneExt>& addin) noexcept override;
-    HRESULT GetSession(ComPtr<ISession2>& session) noexcept override;
+    HRESULT GetFolders(ComPtr<IFolders>& folders) noexcept override { return get_Folders(folders.Put()); }
+    HRESULT GetStorageFiles(ComPtr<IStorageFiles>& files) noexcept override
+    {
+        return get_StorageFiles(files.Put());
+    }
+    HRESULT GetOptions(ComPtr<IOptions>& options) noexcept override { return get_Options(options.Put()); }
+    HRESULT GetDatabasePath(Bstr& path) noexcept override { return get_DBPath(path.Put()); }
+    bool TakeItemLock(BSTR entryId, BSTR storeId) noexcept override;
     Event& ItemSubmitEvent() noexcept override { return m_hItemSubmitEvent; }
     Mutex& SubmitLock() noexcept override { return m_csSubmit; }
     std::shared_ptr<NotificationGate> Notifications() noexcept override { return m_pNotifications; }
@@ -138,14 +144,10 @@ private:
     HRESULT CompleteItem(class CItem& item) noexcept;
     HRESULT OpenLongSession() noexcept;
 
-    const ServerLockScope m_ServerLock;
-    InnerSession m_InnerSession{*this};
-
     Mutex m_csGIT;
     ComPtr<IGlobalInterfaceTable> m_pGIT QV_GUARDED_BY(m_csGIT);
     DWORD m_dwAddinCookie QV_GUARDED_BY(m_csGIT) = 0;
     DWORD m_dwSessionAdvise = 0;
-    SessionContext* const m_pSelf = this;
     Bstr m_bstrDBPath;
 
     std::unique_ptr<CHashDBMap> m_pHashDB;

@@ -18,7 +18,7 @@ HRESULT CSession2::GetItemFromID(VARIANT ID, VARIANT EntryID, VARIANT, IItem** p
     if (!pVal)
         return E_POINTER;
     *pVal = nullptr;
-    const auto item = MakeComObject<CItem>(m_pSelf);
+    const auto item = MakeComObject<CItem>(this);
     if (!item)
         return traced(E_OUTOFMEMORY);
     HR_TRY_QUIET(FindItem(ID, EntryID, *item.Get()));

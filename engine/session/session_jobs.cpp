@@ -65,7 +65,7 @@ HRESULT CSession2::QueueStorageFile(BSTR Path, BSTR Tag) noexcept
         return traced(E_UNEXPECTED);
     try {
         return traced(m_pReceivePool->Add(
-            std::make_unique<CStorageProcessor>(Bstr::CopyOf(Path), Bstr::CopyOf(Tag), m_pSelf)));
+            std::make_unique<CStorageProcessor>(Bstr::CopyOf(Path), Bstr::CopyOf(Tag), this)));
     } catch (const std::bad_alloc&) {
         return traced(E_OUTOFMEMORY);
     }

@@ -31,7 +31,7 @@ HRESULT CSession2::GetRegSetting(OleStringView Name, Variant& Value) noexcept
 {
     const Traced traced{"CSession2::GetRegSetting"};
     Addin addin;
-    HR_TRY(traced, addin.Connect(*m_pSelf));
+    HR_TRY(traced, addin.Connect(*this));
     Bstr productCode;
     HR_TRY(traced, addin.ProductCode(productCode));
     try {

@@ -54,46 +54,6 @@ std::string ReadFile(const std::string& path)
 
 }  // namespace
 
-// ISession2 with the collections of the test; everything else answers E_NOTIMPL.
-class TestSession::PublicFace final : public ComObject<PublicFace, DispatchImpl<ISession2>> {
-public:
-    explicit PublicFace(TestSession& session) noexcept : session_(session) {}
-
-    HRESULT STDMETHODCALLTYPE get_Folders(IFolders** pVal) override { return session_.folders.CopyTo(pVal); }
-    HRESULT STDMETHODCALLTYPE get_StorageFiles(IStorageFiles** pVal) override
-    {
-        return session_.storageFiles.CopyTo(pVal);
-    }
-    HRESULT STDMETHODCALLTYPE get_Options(IOptions** pVal) override { return session_.options.CopyTo(pVal); }
-    HRESULT STDMETHODCALLTYPE get_DBPath(BSTR* pVal) override
-    {
-        return Bstr(Widen(session_.DatabasePath())).CopyTo(pVal);
-    }
-    HRESULT STDMETHODCALLTYPE ProcessStorageFile(BSTR, BSTR) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE ResumeJobs(LONG) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE LockItem(BSTR, BSTR, VARIANT_BOOL) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE UnlockItem(BSTR, BSTR) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE IsItemLocked(BSTR entryId, BSTR storeId, VARIANT_BOOL* rVal) override
-    {
-        *rVal = session_.isLocked && session_.isLocked(entryId, storeId) ? VARIANT_TRUE : VARIANT_FALSE;
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE DropLock(BSTR entryId, BSTR storeId) override
-    {
-        if (session_.dropLock)
-            session_.dropLock(entryId, storeId);
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE GetItemFromID(VARIANT, VARIANT, VARIANT, IItem**) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE ImportItem(BSTR, BSTR, BSTR) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE CancelResend(VARIANT) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE DeleteItem(BSTR) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE get_Raw(IUnknown** pVal) override { return session_.mapiSession.As(pVal); }
-
-private:
-    TestSession& session_;
-};
-
 TestSession::TestSession()
 {
     Execute(ReadFile(QUORVANE_SHARING_SCHEMA));
@@ -102,7 +62,6 @@ TestSession::TestSession()
         throw std::bad_alloc();
     host.databasePath = DatabasePath();
     addin_ = ComPtr<IQuorvaneExt>::Attach(new ExtCallback(host));
-    face_ = ComPtr<ISession2>::Attach(new PublicFace(*this));
 }
 
 // A host's late answer still uses the host: it ends when nobody else holds the callback any more.
@@ -140,10 +99,14 @@ HRESULT TestSession::GetAddin(ComPtr<IQuorvaneExt>& addin) noexcept
     return S_OK;
 }
 
-HRESULT TestSession::GetSession(ComPtr<ISession2>& session) noexcept
+HRESULT TestSession::GetDatabasePath(Bstr& path) noexcept
 {
-    session = face_;
-    return S_OK;
+    try {
+        path = Bstr(Widen(DatabasePath()));
+        return S_OK;
+    } catch (const std::bad_alloc&) {
+        return E_OUTOFMEMORY;
+    }
 }
 
 }  // namespace quorvane::testing

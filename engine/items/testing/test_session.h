@@ -22,15 +22,12 @@ public:
 
     const test::TestDirectory directory;
     TestHost host;
-    // What the session's public interface hands out.
+    // What the session hands out.
     ComPtr<IFolders> folders;
     ComPtr<IStorageFiles> storageFiles;
     ComPtr<IOptions> options;
     ComPtr<IMAPISession> mapiSession;
     CCustomThreadPool* resendPool = nullptr;  // the test's
-    // Answer IsItemLocked and DropLock of it, which otherwise know no lock.
-    std::function<bool(BSTR entryId, BSTR storeId)> isLocked;
-    std::function<void(BSTR entryId, BSTR storeId)> dropLock;
 
     std::string DatabasePath() const { return directory.File("share.qdb"); }
 
@@ -49,7 +46,14 @@ public:
     CCustomThreadPool* ReceivePool() noexcept override { return nullptr; }
     CCustomThreadPool* ResendPool() noexcept override { return resendPool; }
     HRESULT GetAddin(ComPtr<IQuorvaneExt>& addin) noexcept override;
-    HRESULT GetSession(ComPtr<ISession2>& session) noexcept override;
+    HRESULT GetFolders(ComPtr<IFolders>& found) noexcept override { return folders.CopyTo(found.Put()); }
+    HRESULT GetStorageFiles(ComPtr<IStorageFiles>& found) noexcept override
+    {
+        return storageFiles.CopyTo(found.Put());
+    }
+    HRESULT GetOptions(ComPtr<IOptions>& found) noexcept override { return options.CopyTo(found.Put()); }
+    HRESULT GetDatabasePath(Bstr& path) noexcept override;
+    bool TakeItemLock(BSTR, BSTR) noexcept override { return false; }
     Event& ItemSubmitEvent() noexcept override { return submitEvent_; }
     Mutex& SubmitLock() noexcept override { return submitLock_; }
     std::shared_ptr<NotificationGate> Notifications() noexcept override { return nullptr; }
@@ -61,14 +65,11 @@ public:
     bool hostIsThere = true;
 
 private:
-    class PublicFace;
-
     DataSource database_;
     CHashDBMap hashStores_;
     Event submitEvent_;
     Mutex submitLock_;
     ComPtr<IQuorvaneExt> addin_;
-    ComPtr<ISession2> face_;
 };
 
 }  // namespace quorvane::testing

@@ -1,7 +1,7 @@
 // session/context/session_context.h: what a session's children see of it.
 //
 // CSession2 is the one implementation. Every child object (folder, storage file, option, job, sink) is given a
-// raw pointer to it, `m_pSelf`, and reaches all shared state through that pointer. It counts no reference: the
+// raw pointer to it and reaches all shared state through that pointer. It counts no reference: the
 // session outlives its children. An item alone may be in a host's hands after the end: it has a handle that the
 // ending session clears (session_link.h).
 //
@@ -12,6 +12,7 @@
 
 #include <memory>
 
+#include "platform/com/bstr.h"
 #include "platform/com/com_ptr.h"
 #include "platform/com/mutex.h"
 #include "platform/event/event.h"
@@ -47,9 +48,16 @@ public:
     // The host's callback object, usable on the calling thread. Asks the global interface table.
     virtual HRESULT GetAddin(ComPtr<IQuorvaneExt>& addin) noexcept = 0;
 
-    // The session as its public interface, for its children: a reference that doesn't count, so that no
-    // thread of the engine's can become the one on which the session ends. Not to be handed to a host.
-    virtual HRESULT GetSession(ComPtr<ISession2>& session) noexcept = 0;
+    // What the session's public interface gives, without a reference to the session itself: a counted one could
+    // become the last on a thread of the engine's, which the end would then have to wait for. As the operations of
+    // ISession2; E_UNEXPECTED: there is no session.
+    virtual HRESULT GetFolders(ComPtr<IFolders>& folders) noexcept = 0;
+    virtual HRESULT GetStorageFiles(ComPtr<IStorageFiles>& files) noexcept = 0;
+    virtual HRESULT GetOptions(ComPtr<IOptions>& options) noexcept = 0;
+    virtual HRESULT GetDatabasePath(Bstr& path) noexcept = 0;
+
+    // Whether the host has locked an item, whose change is then the host's own; uses an automatic lock up.
+    virtual bool TakeItemLock(BSTR entryId, BSTR storeId) noexcept = 0;
 
     // "ItemSubmitEvent": manual reset, signalled while no item is being written to a store.
     virtual Event& ItemSubmitEvent() noexcept = 0;

@@ -118,12 +118,9 @@ HRESULT ReadBooleanOption(IOptions* options, OleStringView name, bool& isTrue) n
 
 bool IsSessionOptionSet(const Traced& traced, SessionContext& session, OleStringView name) noexcept
 {
-    ComPtr<ISession2> self;
     ComPtr<IOptions> options;
     bool isSet = false;
-    HRESULT hr = session.GetSession(self);
-    if (SUCCEEDED(hr))
-        hr = self->get_Options(options.Put());
+    HRESULT hr = session.GetOptions(options);
     if (SUCCEEDED(hr))
         hr = ReadBooleanOption(options.Get(), name, isSet);
     HR_IGNORE(traced(hr), "an option that can't be read counts as not set");
