@@ -418,13 +418,14 @@ TEST_F(StormTest, EveryChangeIsHeardOfOrSuperseded)
     const test::TestDirectory directory;
     const std::vector<std::filesystem::path> packages = MakePackages(directory);
 
+    // They outlive the logon, which the engine's threads call until it ends.
+    Heard heard;
+    Mails mails;
     Member member;
     ComPtr<IStoreTestSwitches> switches;
     Check(member.mailbox.Store().OpenProperty(kPrTestSwitches, &IID_IStoreTestSwitches, 0, 0,
                                               reinterpret_cast<LPUNKNOWN*>(switches.PutVoid())),
           "find the switches");
-    Heard heard;
-    Mails mails;
     member.logon.Host().AnswerWith([&](const HostEvent& event, bool&) {
         if (event.what == "postprocess")
             AddArrived(member, event.id, mails);
