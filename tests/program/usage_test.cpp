@@ -84,6 +84,19 @@ TEST_F(UsageTest, AMailboxMadeInTheDirectoryOfAnEarlierOneIsEmpty)
         EXPECT_EQ(folder.at("items"), 0) << folder;
 }
 
+TEST_F(UsageTest, AListForPeopleNamesWhatAListForProgramsHas)
+{
+    MakeMailboxes({"a"});
+    MustRun({"import", Mailbox("a"), "In", Sample("01-plain").string()});
+    const std::vector<Json> items = Items("a", "In");
+    ASSERT_EQ(items.size(), 1U);
+
+    const Outcome outcome = MustRun({"list", Mailbox("a"), "In"});
+
+    EXPECT_NE(outcome.output.find(items[0].at("subject").get<std::string>()), std::string::npos) << outcome.output;
+    EXPECT_NE(outcome.output.find(items[0].at("sender").get<std::string>()), std::string::npos) << outcome.output;
+}
+
 TEST_F(UsageTest, AMailboxWithoutItsMessageStoreIsRefusedAndGetsNoNewOne)
 {
     MakeMailboxes({"a"});
