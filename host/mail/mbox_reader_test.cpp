@@ -63,7 +63,7 @@ TEST_F(MboxReaderTest, ABodyLineThatBeginsWithFromIsNoSeparator)
 
 TEST_F(MboxReaderTest, ANumberOfFiveDigitsIsNoYear)
 {
-    const std::string body = "Subject: 1\n\none\nFrom here 08:14:09 it took 20251\nor 12025 steps\n";
+    const std::string body = "Subject: 1\n\none\nFrom here 08:14:09 it took 20251\nSteps: or 12025\n";
     EXPECT_EQ(Read(kFirst + body), (Mails{body}));
 }
 
