@@ -64,7 +64,9 @@ private:
     {
         ComPtr<IStorage> element;
         HR_TRY_QUIET(Open(id, open, element));
-        const HRESULT hr = write(*element);
+        HRESULT hr = write(*element);
+        if (SUCCEEDED(hr))
+            hr = element->Commit(STGC_DEFAULT);  // a release couldn't tell that the element isn't there
         element.Reset();
         if (FAILED(hr))
             TakeBack(id, destroy);

@@ -26,7 +26,8 @@ HRESULT CreatePackage(const OleString& path) noexcept
     ComPtr<IStorage> folders;
     HR_TRY_QUIET(version->CreateStorage(kFoldersName, kCreateMode, 0, 0, folders.Put()));
     ComPtr<IStorage> items;
-    return version->CreateStorage(kItemsName, kCreateMode, 0, 0, items.Put());
+    HR_TRY_QUIET(version->CreateStorage(kItemsName, kCreateMode, 0, 0, items.Put()));
+    return version->Commit(STGC_DEFAULT);  // a release couldn't tell that they aren't there
 }
 
 // Opens a storage once; one that is open stays.

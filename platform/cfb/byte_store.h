@@ -44,6 +44,13 @@ public:
     [[nodiscard]] virtual HRESULT SetSize(std::uint64_t size) noexcept = 0;
     [[nodiscard]] virtual HRESULT GetSize(std::uint64_t* size) noexcept = 0;
 
+    // Sees to it that the array can grow to `size` bytes without being refused for want of room, where that
+    // can be promised. Codes as WriteAt.
+    [[nodiscard]] virtual HRESULT Reserve(std::uint64_t size) noexcept
+    {
+        static_cast<void>(size);
+        return S_OK;
+    }
     // Whether they still have the length that this store has left them. STG_E_WRITEFAULT: somebody else has
     // cut them, or made them longer.
     [[nodiscard]] virtual HRESULT Check() noexcept { return S_OK; }

@@ -1,6 +1,7 @@
 #include "platform/cfb/chain.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "platform/cfb/result.h"
 
@@ -12,6 +13,46 @@ void Chain::Reset(SectorId first) noexcept
     last_ = Place{};
     marks_.clear();
     strideShift_ = FirstShift();
+    length_ = kFreeSector;
+    appended_.clear();
+}
+
+void Chain::Append(SectorId length, std::vector<SectorId> sectors)
+{
+    if (length == 0) {
+        Reset(sectors.front());
+        return;
+    }
+    if (appended_.empty())
+        length_ = length;
+    if (!appended_.empty())
+        appended_.insert(appended_.end(), sectors.begin(), sectors.end());
+    else
+        appended_ = std::move(sectors);
+}
+
+HRESULT Chain::AtAppended(SectorId index, SectorId* sector)
+{
+    if (index - length_ >= appended_.size())
+        return STG_E_DOCFILECORRUPT;
+    *sector = appended_[index - length_];
+    last_ = {index, *sector};
+    return S_OK;
+}
+
+HRESULT Chain::Link()
+{
+    if (appended_.empty())
+        return S_OK;
+    const std::vector<SectorId> sectors = std::move(appended_);
+    SectorId before = 0;
+    CFB_TRY(At(length_ - 1, &before));
+    CFB_TRY(table_->SetNext(before, sectors.front()));
+    for (const SectorId sector : sectors)
+        Mark({length_++, sector});
+    length_ = kFreeSector;
+    appended_.clear();
+    return S_OK;
 }
 
 void Chain::Cut(SectorId length) noexcept

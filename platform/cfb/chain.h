@@ -32,6 +32,8 @@ public:
     // where no sector is.
     [[nodiscard]] HRESULT At(SectorId index, SectorId* sector)
     {
+        if (index >= length_)
+            return AtAppended(index, sector);
         // Most often every sector is remembered.
         if (strideShift_ > 0 || index == 0 || index > marks_.size())
             return WalkTo(index, sector);
@@ -45,6 +47,11 @@ public:
     // The number of sectors. STG_E_DOCFILECORRUPT: a loop, or a link that leads out of the table.
     [[nodiscard]] HRESULT Length(SectorId* length);
 
+    // Sectors that come behind the chain's present `length`, and are chained among themselves. The table
+    // isn't told before Link is called.
+    void Append(SectorId length, std::vector<SectorId> sectors);
+    [[nodiscard]] HRESULT Link();
+
 private:
     std::size_t MostMarks() const noexcept { return many_ ? 524288 : 4096; }
     unsigned FirstShift() const noexcept { return many_ ? 0 : 3; }
@@ -54,6 +61,7 @@ private:
         SectorId sector = kEndOfChain;
     };
 
+    [[nodiscard]] HRESULT AtAppended(SectorId index, SectorId* sector);
     [[nodiscard]] HRESULT WalkTo(SectorId index, SectorId* sector);
     [[nodiscard]] HRESULT Step(Place* place);
     void Mark(const Place& place);
@@ -65,29 +73,25 @@ private:
     Place last_;
     std::vector<SectorId> marks_;  // the sectors at stride, 2 * stride, 3 * stride...
     unsigned strideShift_;
+    SectorId length_ = kFreeSector;  // of what the table has, when sectors were appended
+    std::vector<SectorId> appended_;
 };
 
 // Takes `count` sectors by take(SectorId*) -> HRESULT and makes them a chain, which ends with the last one.
 template <class Take>
-[[nodiscard]] HRESULT TakeChain(LinkTable& table, const Take& take, SectorId count, SectorId* first)
+[[nodiscard]] HRESULT TakeChain(LinkTable& table, const Take& take, SectorId count,
+                                std::vector<SectorId>* sectors)
 {
-    SectorId runFirst = kEndOfChain;
-    SectorId run = 0;
-    for (SectorId i = 0; i < count; ++i) {
-        SectorId sector = 0;
+    sectors->resize(count);
+    for (SectorId& sector : *sectors)
         CFB_TRY(take(&sector));
-        if (i == 0)
-            *first = sector;
-        if (run > 0 && sector == runFirst + run) {
-            ++run;
-            continue;
-        }
-        if (run > 0)
-            CFB_TRY(table.SetRun(runFirst, run, sector));
-        runFirst = sector;
-        run = 1;
+    for (SectorId begin = 0, end = 0; begin < count; begin = end) {
+        const SectorId first = (*sectors)[begin];
+        for (end = begin + 1; end < count && (*sectors)[end] == first + (end - begin);)
+            ++end;
+        CFB_TRY(table.SetRun(first, end - begin, end < count ? (*sectors)[end] : kEndOfChain));
     }
-    return table.SetRun(runFirst, run, kEndOfChain);
+    return S_OK;
 }
 
 }  // namespace quorvane::cfb

@@ -110,16 +110,44 @@ TEST(ChainTest, SectorsTakenInRunsAreChainedInTheirOrder)
     Links links(600);
     const std::vector<SectorId> taken{3, 4, 5, 130, 131, 132, 9, 254, 255, 256, 257};
     std::size_t at = 0;
-    SectorId first = 0;
+    std::vector<SectorId> chained;
     const auto take = [&](SectorId* sector) {
         *sector = taken[at++];
         return S_OK;
     };
-    ASSERT_EQ(S_OK, TakeChain(links, take, static_cast<SectorId>(taken.size()), &first));
-    EXPECT_EQ(taken.front(), first);
+    ASSERT_EQ(S_OK, TakeChain(links, take, static_cast<SectorId>(taken.size()), &chained));
+    EXPECT_EQ(taken, chained);
     for (std::size_t i = 0; i + 1 < taken.size(); ++i)
         EXPECT_EQ(taken[i + 1], links.next[taken[i]]);
     EXPECT_EQ(kEndOfChain, links.next[taken.back()]);
+}
+
+TEST(ChainTest, AppendedSectorsAreFoundBeforeTheyAreLinked)
+{
+    Links links(600);
+    ASSERT_EQ(S_OK, links.SetRun(10, 3, kEndOfChain));
+    ASSERT_EQ(S_OK, links.SetRun(50, 2, 70));
+    ASSERT_EQ(S_OK, links.SetRun(70, 2, kEndOfChain));
+    Chain chain(links, 10);
+    chain.Append(3, {50, 51});
+    chain.Append(3, {70, 71});
+    ASSERT_EQ(S_OK, links.SetNext(51, 70));
+    SectorId sector = 0;
+    SectorId count = 0;
+    for (int round = 0; round < 2; ++round) {
+        ASSERT_EQ(S_OK, chain.At(2, &sector));
+        EXPECT_EQ(12u, sector);
+        ASSERT_EQ(S_OK, chain.RunAt(3, 9, &sector, &count));
+        EXPECT_EQ(50u, sector);
+        EXPECT_EQ(2u, count);
+        ASSERT_EQ(S_OK, chain.At(6, &sector));
+        EXPECT_EQ(71u, sector);
+        EXPECT_EQ(STG_E_DOCFILECORRUPT, chain.At(7, &sector));
+        EXPECT_EQ(round == 0 ? kEndOfChain : 50u, links.next[12]);
+        ASSERT_EQ(S_OK, chain.Link());
+    }
+    ASSERT_EQ(S_OK, chain.Length(&count));
+    EXPECT_EQ(7u, count);
 }
 
 TEST(ChainTest, ARunMayBeLongerThanASectorOfTheTable)

@@ -8,9 +8,7 @@
 #include "platform/cfb/result.h"
 
 namespace quorvane::cfb {
-namespace {
-
-FILETIME Now() noexcept
+FILETIME CompoundFile::Now() noexcept
 {
     using Ticks = std::chrono::duration<std::int64_t, std::ratio<1, 10'000'000>>;
     constexpr std::int64_t kFrom1601To1970 = 116'444'736'000'000'000;
@@ -21,8 +19,6 @@ FILETIME Now() noexcept
     time.dwHighDateTime = static_cast<DWORD>(ticks >> 32);
     return time;
 }
-
-}  // namespace
 
 HRESULT CompoundFile::Format(Layout layout)
 {
@@ -77,11 +73,15 @@ HRESULT CompoundFile::Ready()
 // Finds an open element by its name again, and those that were opened through it.
 HRESULT CompoundFile::Refind(OpenElement& element)
 {
-    EntryId id = kNoEntry;
+    if (element.draft && !element.HoldsBytes() && element.type == EntryType::kStream)
+        return element.body.Load(element.draft->entry);
+    EntryId id = element.id;
     DirEntry entry;
-    const HRESULT hr = volume_->tree.Find(element.parent->id, element.name, &id, &entry);
+    // What belongs to a draft lies where it lay.
+    const bool stays = element.draft || element.parent->draft;
+    const HRESULT hr = stays ? S_OK : volume_->tree.Find(element.parent->id, element.name, &id, &entry);
     const bool gone = hr == STG_E_FILENOTFOUND || hr == STG_E_DOCFILECORRUPT || hr == kTreeTooDeep ||
-                      (SUCCEEDED(hr) && entry.Type() != element.type);
+                      (SUCCEEDED(hr) && !stays && entry.Type() != element.type);
     if (gone) {
         open_.Revert(element);
         return S_OK;
@@ -90,7 +90,7 @@ HRESULT CompoundFile::Refind(OpenElement& element)
     element.id = id;
     element.ForgetTree();
     if (element.type == EntryType::kStream)
-        return element.body.Load(id);
+        return element.draft ? S_OK : element.body.Load(id);
     for (OpenElement* child = element.firstChild; child;) {
         OpenElement* const next = child->nextSibling;
         CFB_TRY(Refind(*child));
@@ -250,6 +250,12 @@ void CompoundFile::NoteMoves(const std::vector<TreeEdit::Move>& moves)
 HRESULT CompoundFile::OpenChild(OpenElement& storage, const ElementName& name, EntryType type,
                                 OpenElementPtr* child)
 {
+    if (storage.depth >= kMaxDepth)
+        return STG_E_DOCFILECORRUPT;
+    if (storage.draft)
+        return OpenInDraft(storage, name, type, child);
+    if (FindNew(storage, name))
+        return type == EntryType::kStorage ? STG_E_ACCESSDENIED : STG_E_FILENOTFOUND;
     EntryId id = kNoEntry;
     DirEntry entry;
     CFB_TRY(Lookup(storage, name, true, &id, &entry));
@@ -257,8 +263,6 @@ HRESULT CompoundFile::OpenChild(OpenElement& storage, const ElementName& name, E
         return STG_E_FILENOTFOUND;
     if (open_.IsOpen(id))
         return STG_E_ACCESSDENIED;
-    if (storage.depth >= kMaxDepth)
-        return STG_E_DOCFILECORRUPT;
     StreamBody body(*volume_);
     if (type == EntryType::kStream)
         CFB_TRY(body.Load(id));
@@ -272,24 +276,27 @@ HRESULT CompoundFile::CreateChild(OpenElement& storage, const ElementName& name,
 {
     if (storage.depth >= kMaxDepth)
         return STG_E_INVALIDFUNCTION;
+    if (storage.draft)
+        return CreateInDraft(storage, name, type, replace, child);
+    if (type == EntryType::kStorage)
+        return BeginDraft(storage, name, replace, child);
+    OpenElement* const other = FindNew(storage, name);
     bool exists = false;
     CFB_TRY(BeginEdit(storage, name, false, &exists));
-    if (exists && !replace)
+    if ((other || exists) && !replace)
         return STG_E_FILEALREADYEXISTS;
 
     EntryId id = kNoEntry;
-    DirEntry entry(type, name);
-    if (type == EntryType::kStorage) {
-        entry.SetCreated(Now());
-        entry.SetModified(entry.Created());
-    }
+    const DirEntry entry(type, name);
     const HRESULT hung = Operate([&] { return Hang(entry, &id); });
     CFB_TRY(hung);
     *child = MakeOpen(id, type, name, &storage);
-    (*child)->surveyed = true;
     (*child)->body.BeginEmpty(id);
+    if (other)
+        open_.Revert(*other);
     if (exists)
         TrimIfWorth();
+    FreeDropped();
     return S_OK;
 }
 
@@ -337,10 +344,24 @@ HRESULT CompoundFile::ApplyEdit()
 
 HRESULT CompoundFile::Destroy(OpenElement& storage, const ElementName& name)
 {
+    if (storage.draft) {
+        Draft* const draft = storage.draft->Find(name);
+        if (draft)
+            DestroyInDraft(storage, *draft);
+        return draft ? S_OK : STG_E_FILENOTFOUND;
+    }
+    OpenElement* const made = FindNew(storage, name);
+    if (made) {
+        open_.Revert(*made);
+        FreeDropped();
+        CFB_TRY(Ready());
+        if (storage.reverted)
+            return STG_E_REVERTED;
+    }
     bool exists = false;
     CFB_TRY(BeginEdit(storage, name, true, &exists));
     if (!exists)
-        return STG_E_FILENOTFOUND;
+        return made ? S_OK : STG_E_FILENOTFOUND;
     bool begun = true;
     HRESULT destroyed = ChangeTree(storage, [&]() -> HRESULT {
         EntryId id = kNoEntry;
@@ -353,6 +374,7 @@ HRESULT CompoundFile::Destroy(OpenElement& storage, const ElementName& name)
         destroyed = DestroyInPlace(storage, name);
     if (SUCCEEDED(destroyed))
         TrimIfWorth();
+    FreeDropped();
     return destroyed;
 }
 
@@ -380,6 +402,12 @@ HRESULT CompoundFile::FinishDestroying(EntryId id)
 
 HRESULT CompoundFile::Rename(OpenElement& storage, const ElementName& from, const ElementName& to)
 {
+    if (storage.draft)
+        return RenameInDraft(storage, from, to);
+    if (FindNew(storage, from))
+        return STG_E_ACCESSDENIED;
+    if (FindNew(storage, to))
+        return STG_E_FILEALREADYEXISTS;
     EntryId id = kNoEntry;
     EntryId other = kNoEntry;
     DirEntry entry;
@@ -453,6 +481,21 @@ HRESULT CompoundFile::FreeContent(const DirEntry& entry)
 HRESULT CompoundFile::Next(OpenElement& storage, const ElementName* after, DirTree::Cursor* cursor,
                            DirEntry* entry)
 {
+    if (storage.draft)
+        return NextInDraft(*storage.draft, after, entry);
+    const HRESULT hr = NextInFile(storage, after, cursor, entry);
+    const OpenElement* const made = NextNew(storage, after);
+    if (!made || (FAILED(hr) && hr != STG_E_NOMOREFILES))
+        return hr;
+    if (SUCCEEDED(hr) && entry->Compare(made->name) > 0)
+        return S_OK;
+    cursor->version = 0;  // the one that was found comes later, or never
+    return StatDraft(*made->draft, entry);
+}
+
+HRESULT CompoundFile::NextInFile(OpenElement& storage, const ElementName* after, DirTree::Cursor* cursor,
+                                 DirEntry* entry)
+{
     if (!storage.surveyed)
         CFB_TRY(Survey(storage));
     EntryId id = kNoEntry;
@@ -470,23 +513,45 @@ HRESULT CompoundFile::Next(OpenElement& storage, const ElementName* after, DirTr
 
 HRESULT CompoundFile::Stat(const OpenElement& element, DirEntry* entry)
 {
-    return volume_->directory.Read(element.id, entry);
+    return element.draft ? StatDraft(*element.draft, entry) : volume_->directory.Read(element.id, entry);
 }
 
 HRESULT CompoundFile::ReadStream(OpenElement& stream, std::uint64_t offset, void* to, std::size_t count,
                                  std::size_t* read)
 {
-    return stream.body.Read(offset, to, count, read);
+    if (!stream.HoldsBytes())
+        return stream.body.Read(offset, to, count, read);
+    const std::vector<BYTE>& bytes = stream.draft->bytes;
+    *read = offset < bytes.size() ? std::min(count, bytes.size() - static_cast<std::size_t>(offset)) : 0;
+    std::copy_n(bytes.data() + (*read > 0 ? offset : 0), *read, static_cast<BYTE*>(to));
+    return S_OK;
 }
 
 HRESULT CompoundFile::WriteStream(OpenElement& stream, std::uint64_t offset, const void* from,
                                   std::size_t count, std::size_t* written)
 {
-    return Operate([&] { return stream.body.Write(offset, from, count, written); });
+    *written = 0;
+    if (count > 0 && (offset > volume_->MaxStream() || count > volume_->MaxStream() - offset))
+        return STG_E_MEDIUMFULL;
+    if (count > 0 && stream.HoldsBytes()) {
+        CFB_TRY(MakeRoom(stream, offset + count));
+        if (stream.HoldsBytes())
+            return WriteBytes(stream, offset, from, count, written);
+    }
+    return count > 0 ? Operate([&] { return stream.body.Write(offset, from, count, written); }) : S_OK;
 }
 
 HRESULT CompoundFile::SetStreamSize(OpenElement& stream, std::uint64_t size)
 {
+    if (size > volume_->MaxStream())
+        return STG_E_MEDIUMFULL;
+    if (stream.HoldsBytes()) {
+        CFB_TRY(MakeRoom(stream, size));
+        if (stream.HoldsBytes()) {
+            SetBytes(stream.draft->bytes, static_cast<std::size_t>(size));
+            return S_OK;
+        }
+    }
     const bool shrinks = size < stream.body.Size();
     const HRESULT hr = Operate([&] { return stream.body.SetSize(size); });
     if (SUCCEEDED(hr) && shrinks)

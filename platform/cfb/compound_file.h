@@ -2,14 +2,18 @@
 #ifndef QUORVANE_PLATFORM_CFB_COMPOUND_FILE_H_
 #define QUORVANE_PLATFORM_CFB_COMPOUND_FILE_H_
 
+#include <utility>
+
 #include "platform/cfb/entry_owners.h"
 #include "platform/cfb/open_element.h"
 
 namespace quorvane::cfb {
 
-// Opens, makes, changes and destroys elements. Every operation is in the byte store when it returns S_OK.
-// When one fails on its way, the store holds a state from before it, from after it, or with a part of a
-// long write; Ready takes that anew.
+// Opens, makes, changes and destroys elements. Every operation is in the byte store when it returns S_OK, but
+// for what is made in a new storage: that lands as a whole, with the storage itself, when it is closed or
+// committed, by one write, which also replaces a storage of its name. Until then it is seen by the users of
+// this object alone. When one fails on its way, the store holds a state from before it, from after it, or
+// with a part of a long write; Ready takes that anew.
 //
 // An element that is passed in isn't reverted. The caller sees to it that one call is made at a time,
 // and to modes. Throws std::bad_alloc, after which Failed is to be called.
@@ -41,8 +45,14 @@ public:
     // STG_E_FILEALREADYEXISTS.
     [[nodiscard]] HRESULT CreateChild(OpenElement& storage, const ElementName& name, EntryType type,
                                       bool replace, OpenElementPtr* child);
-    // The element isn't used any more; those that were opened through it are reverted.
-    void Close(OpenElement& element) noexcept { open_.Revert(element); }
+    // The element isn't used any more: new storages among it and those that were opened through it land, and
+    // then they are reverted.
+    void Close(OpenElement& element) noexcept;
+    // Lets new storages land: the element, and those that were opened through it. What lies in one that
+    // hasn't landed waits for that one. Of the root: gives free space at the end back.
+    [[nodiscard]] HRESULT Commit(OpenElement& element);
+    // Why a storage couldn't land when it was closed, once; else S_OK.
+    HRESULT TakeLandingFailure() noexcept { return std::exchange(landing_, S_OK); }
 
     // STG_E_FILENOTFOUND. Whoever has the element or one below it open finds it reverted. Where the medium is
     // full, at least an element with none before it can be destroyed.
@@ -58,7 +68,15 @@ public:
     // The element's entry. Size(version) of it takes FormatVersion.
     [[nodiscard]] HRESULT Stat(const OpenElement& element, DirEntry* entry);
     unsigned FormatVersion() const noexcept { return volume_->header.version; }
-    // Changes an entry's class, state bits or times: change(DirEntry&).
+    // Changes an element's class, state bits or times: change(DirEntry&).
+    template <class Change>
+    [[nodiscard]] HRESULT ChangeElement(OpenElement& element, const Change& change)
+    {
+        if (!element.draft)
+            return ChangeEntry(element.id, change);
+        change(element.draft->entry);
+        return S_OK;
+    }
     template <class Change>
     [[nodiscard]] HRESULT ChangeEntry(EntryId id, const Change& change)
     {
@@ -75,7 +93,15 @@ public:
     template <class Change>
     [[nodiscard]] HRESULT ChangeChild(OpenElement& storage, const ElementName& name, const Change& change)
     {
-        EntryId id = kNoEntry;
+        const OpenElement* const made = FindNew(storage, name);
+        Draft* const draft = made ? made->draft : storage.draft ? storage.draft->Find(name) : nullptr;
+        if (draft && !draft->IsPlaced()) {
+            change(draft->entry);
+            return S_OK;
+        }
+        EntryId id = draft ? draft->id : kNoEntry;
+        if (storage.draft)
+            return draft ? ChangeEntry(id, change) : STG_E_FILENOTFOUND;
         DirEntry entry;
         const HRESULT hr = Lookup(storage, name, true, &id, &entry);
         return FAILED(hr) ? hr : ChangeEntry(id, change);
@@ -104,6 +130,8 @@ private:
     [[nodiscard]] HRESULT Refind(OpenElement& element);
     void TrimIfWorth();
 
+    [[nodiscard]] HRESULT NextInFile(OpenElement& storage, const ElementName* after, DirTree::Cursor* cursor,
+                                     DirEntry* entry);
     [[nodiscard]] bool IsTold(OpenElement& storage, const ElementName& name, EntryId* id, DirEntry* entry);
     [[nodiscard]] HRESULT Lookup(OpenElement& storage, const ElementName& name, bool survey, EntryId* id,
                                  DirEntry* entry);
@@ -133,6 +161,34 @@ private:
     void NoteMoves(const std::vector<TreeEdit::Move>& moves);
     [[nodiscard]] HRESULT FreeElement(EntryId id);
     [[nodiscard]] HRESULT FreeContent(const DirEntry& entry);
+    // Of drafts: see compound_drafts.cpp.
+    static FILETIME Now() noexcept;
+    OpenElement* FindNew(const OpenElement& storage, const ElementName& name) const noexcept;
+    OpenElement* NextNew(const OpenElement& storage, const ElementName* after) const noexcept;
+    OpenElementPtr MakeOpenDraft(Draft& draft, OpenElement& parent);
+    [[nodiscard]] HRESULT BeginDraft(OpenElement& storage, const ElementName& name, bool replace,
+                                     OpenElementPtr* child);
+    [[nodiscard]] HRESULT CreateInDraft(OpenElement& storage, const ElementName& name, EntryType type,
+                                        bool replace, OpenElementPtr* child);
+    [[nodiscard]] HRESULT OpenInDraft(OpenElement& storage, const ElementName& name, EntryType type,
+                                      OpenElementPtr* child);
+    void DestroyInDraft(OpenElement& storage, Draft& draft);
+    [[nodiscard]] HRESULT RenameInDraft(OpenElement& storage, const ElementName& from, const ElementName& to);
+    [[nodiscard]] HRESULT StatDraft(const Draft& draft, DirEntry* entry);
+    [[nodiscard]] HRESULT NextInDraft(const Draft& storage, const ElementName* after, DirEntry* entry);
+    [[nodiscard]] HRESULT WriteBytes(OpenElement& stream, std::uint64_t offset, const void* from,
+                                     std::size_t count, std::size_t* written);
+    void SetBytes(std::vector<BYTE>& bytes, std::size_t size);
+    [[nodiscard]] HRESULT MakeRoom(OpenElement& stream, std::uint64_t size);
+    [[nodiscard]] HRESULT MoveToFile(OpenElement& stream);
+    [[nodiscard]] HRESULT PlaceClosed(const OpenElement& element);
+    static void CollectClosed(const Draft& storage, std::vector<Draft*>* closed);
+    [[nodiscard]] HRESULT Land(OpenElement& element);
+    static OpenElement* FindUnlanded(OpenElement& element) noexcept;
+    [[nodiscard]] HRESULT LandAll(OpenElement& element);
+    void FreeDropped() noexcept;
+    [[nodiscard]] HRESULT FreeDraft(const Draft& draft);
+
     OpenElementPtr MakeOpen(EntryId id, EntryType type, const ElementName& name, OpenElement* parent);
 
     ByteStore& store_;
@@ -149,6 +205,14 @@ private:
         std::uint64_t version = 0;
     } told_;
     bool failed_ = false;
+
+    // What drafts may take of memory: the content of one stream, and all together before what is closed of
+    // them is put into the file.
+    static constexpr std::size_t kMostOfOne = std::size_t{1} << 20;
+    static constexpr std::size_t kMostHeld = std::size_t{1} << 20;
+    std::size_t held_ = 0;
+    std::size_t roomAt_ = kMostHeld;
+    HRESULT landing_ = S_OK;
 };
 
 }  // namespace quorvane::cfb

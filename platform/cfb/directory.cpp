@@ -1,6 +1,7 @@
 #include "platform/cfb/directory.h"
 
 #include <algorithm>
+#include <utility>
 #include <vector>
 
 #include "platform/cfb/result.h"
@@ -89,7 +90,11 @@ HRESULT Directory::Take(EntryId* id)
     CFB_TRY(slots_.Take(look, id));
     if (*id != FreeSlots::kNone)
         return S_OK;
-    CFB_TRY(Grow());
+    // A small directory grows by sectors, a larger one by pages.
+    CFB_TRY(Append(length_ * PerSector() < kPageEntries ? 1 : kPageEntries / PerSector()));
+    sectors_.File().Order();
+    CFB_TRY(LinkGrowth());
+    sectors_.File().Order();
     *id = slots_.TakeWithin(0, FreeSlots::kNone);
     return S_OK;
 }
@@ -105,34 +110,39 @@ HRESULT Directory::AllocateNear(EntryId neighbor, EntryId* id)
     return S_OK;
 }
 
-// A small directory grows by sectors, a larger one by pages, so that the entries of elements made one after
-// the other can be written together.
-HRESULT Directory::Grow()
+HRESULT Directory::Reserve(EntryId count)
 {
-    const EntryId per = PerSector();
-    std::vector<SectorId> added(1);
-    if (length_ * per < kPageEntries)
-        CFB_TRY(allocator_.Allocate(&added[0]));
-    else
-        CFB_TRY(allocator_.AllocatePage(&added));
+    CFB_TRY(Measure());
+    const auto look = [this](EntryId begin, EntryId end, FreeMap& free) {
+        return FindFree(begin, end, free);
+    };
+    if (slots_.Known() < count)
+        CFB_TRY(slots_.Look(look, kLookAt));
+    const EntryId known = slots_.Known();
+    return known < count ? Append((count - known + PerSector() - 1) / PerSector()) : S_OK;
+}
 
-    for (std::size_t i = 0; i < added.size(); ++i) {
-        for (EntryId at = 0; at < per; ++at)
-            CFB_TRY(sectors_.Write(added[i], at * kEntryBytes, DirEntry().Bytes(), kEntryBytes));
-        if (i > 0)
-            CFB_TRY(fat_.SetNext(added[i - 1], added[i]));
-    }
-    SectorId last = 0;
-    CFB_TRY(chain_.At(length_ - 1, &last));
-    sectors_.File().Order();
-    CFB_TRY(fat_.SetNext(last, added[0]));
-    sectors_.File().Order();
-
-    const EntryId first = length_ * per;
-    CFB_TRY(NoteLength(length_ + static_cast<SectorId>(added.size())));
-    for (EntryId id = first; id < length_ * per; ++id)
+// Adds sectors full of free entries, which the chain isn't linked to yet.
+HRESULT Directory::Append(SectorId sectors)
+{
+    std::vector<SectorId> added;
+    CFB_TRY(TakeChain(
+        fat_, [this](SectorId* sector) { return allocator_.Take(sector); }, sectors, &added));
+    const EntryId first = length_ * PerSector();
+    chain_.Append(length_, std::move(added));
+    length_ += sectors;
+    for (EntryId id = first; id < length_ * PerSector(); ++id) {
+        CFB_TRY(Write(id, DirEntry()));
         slots_.GiveUnused(id);
+    }
     return S_OK;
+}
+
+HRESULT Directory::LinkGrowth()
+{
+    CFB_TRY(chain_.Link());
+    sectors_.File().Order();
+    return NoteLength(length_);
 }
 
 HRESULT Directory::NoteLength(SectorId length)

@@ -35,6 +35,10 @@ public:
     // Takes a free entry, and one in the page of `neighbor` when there is one. The caller writes it, and puts
     // an Order between that and the first link to it.
     [[nodiscard]] HRESULT Allocate(EntryId* id);
+    // Sees to it that the next `count` entries are taken without one more growth. LinkGrowth is to follow, an
+    // Order before and one behind it; what is written into entries in between nobody reaches before that.
+    [[nodiscard]] HRESULT Reserve(EntryId count);
+    [[nodiscard]] HRESULT LinkGrowth();
     [[nodiscard]] HRESULT AllocateNear(EntryId neighbor, EntryId* id);
     // Makes an entry free that nothing in the store points at any more; it comes back after the next commit.
     [[nodiscard]] HRESULT Free(EntryId id);
@@ -63,7 +67,7 @@ private:
     SectorId IndexOf(EntryId id) const noexcept { return id >> (sectors_.Shift() - kEntryShift); }
     std::size_t PlaceOf(EntryId id) const noexcept { return (id & (PerSector() - 1)) * kEntryBytes; }
     [[nodiscard]] HRESULT Measure();
-    [[nodiscard]] HRESULT Grow();
+    [[nodiscard]] HRESULT Append(SectorId sectors);
     [[nodiscard]] HRESULT Take(EntryId* id);
     [[nodiscard]] HRESULT FindFree(EntryId begin, EntryId end, FreeMap& free);
     [[nodiscard]] HRESULT NoteLength(SectorId length);

@@ -95,5 +95,34 @@ TEST_F(DiskFullTest, WhatWasWrittenStaysAndDestroyingTheFirstElementsMakesRoom)
     }
 }
 
+TEST_F(DiskFullTest, WritingInANewStorageTellsItAndWhatWasWrittenLands)
+{
+    for (const std::size_t size : {200u, 3'000u, 9'000u, 70'000u}) {
+        SCOPED_TRACE(size);
+        expected = {{"s", std::nullopt}};
+        ASSERT_EQ(S_OK, CreateDocfile(path.c_str(), kCreate, root.Put()));
+        {
+            const FileSizeLimit full(400'000);
+            ComPtr<IStorage> storage;
+            ASSERT_EQ(S_OK, root->CreateStorage(OLESTR("s"), kCreate, 0, 0, storage.Put()));
+            HRESULT hr = S_OK;
+            for (unsigned i = 0; hr == S_OK; ++i) {
+                const std::string name = std::to_string(i);
+                ComPtr<IStream> stream;
+                ULONG written = 0;
+                const Bytes content = Pattern(size, i);
+                ASSERT_EQ(S_OK, storage->CreateStream(Wide(name).c_str(), kCreate, 0, 0, stream.Put()));
+                hr = stream->Write(content.data(), static_cast<ULONG>(size), &written);
+                expected["s/" + name] = hr == S_OK ? content : Bytes();
+            }
+            EXPECT_EQ(STG_E_MEDIUMFULL, hr);
+            EXPECT_EQ(S_OK, storage->Commit(STGC_DEFAULT));
+        }
+        EXPECT_LT(300'000 / (size + 700), expected.size());
+        ExpectExpected();
+        root.Reset();
+    }
+}
+
 }  // namespace
 }  // namespace quorvane::cfb::test

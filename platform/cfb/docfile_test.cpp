@@ -36,7 +36,9 @@ protected:
 
 TEST_F(DocfileTest, WhatIsWrittenIsInTheFileAtOnce)
 {
-    const auto storage = MakeStorage(*root, "s");
+    MakeStorage(*root, "s");
+    ComPtr<IStorage> storage;
+    ASSERT_EQ(S_OK, root->OpenStorage(OLESTR("s"), nullptr, kOpen, nullptr, 0, storage.Put()));
     ASSERT_EQ(S_OK, WriteStream(*storage, "a", Pattern(5000, 1)));
 
     ComPtr<IStorage> other;

@@ -194,6 +194,9 @@ protected:
         Tree found;
         ReadAnew(session, &found);
         ExpectBetween(found, before, after, steps[at]);
+        STATSTG stat{};
+        if (session.root)
+            (void)session.root->Stat(&stat, STATFLAG_NONAME);  // told what a release had no way to tell
         const bool done = hr == S_OK || (found == after && found != before);
         if (std::get<Refusal>(GetParam()) == Refusal::kAllWrites)
             EndReadOnly(session, steps, at + 1, found);

@@ -111,9 +111,8 @@ public:
     HRESULT SetSize(std::uint64_t size) noexcept override
     {
         const bool reserve = size > fileSize_ && size <= kMostReserving;
-        const std::uint64_t reserved = (size + kReserve - 1) / kReserve * kReserve;
         if (size < size_ || size > fileSize_) {
-            if (!(reserve && SUCCEEDED(Truncate(reserved))))
+            if (!(reserve && SUCCEEDED(Truncate(RoundedUp(size)))))
                 CFB_TRY(Truncate(size));
         }
         size_ = size;
@@ -123,6 +122,22 @@ public:
     HRESULT GetSize(std::uint64_t* size) noexcept override
     {
         *size = size_;
+        return S_OK;
+    }
+
+    HRESULT Reserve(std::uint64_t size) noexcept override
+    {
+        if (size <= fileSize_ || size > kMostReserving)
+            return S_OK;
+        const std::uint64_t reserved = RoundedUp(size);
+        const auto from = static_cast<off_t>(fileSize_);
+        if (::fallocate(file_, 0, from, static_cast<off_t>(reserved) - from) != 0) {
+            const int error = errno;
+            if (const auto now = Identify())
+                fileSize_ = now->size;  // a part may have been given
+            return error == EOPNOTSUPP || error == ENOSYS ? S_OK : FromErrno(error, STG_E_WRITEFAULT);
+        }
+        fileSize_ = reserved;
         return S_OK;
     }
 
@@ -164,6 +179,10 @@ private:
     static constexpr std::uint64_t kReserve = 65536;
     static constexpr std::uint64_t kMostReserving = kVersion3Limit - kReserve;
 
+    static std::uint64_t RoundedUp(std::uint64_t size) noexcept
+    {
+        return (size + kReserve - 1) / kReserve * kReserve;
+    }
     [[nodiscard]] HRESULT Truncate(std::uint64_t size) noexcept
     {
         if (::ftruncate(file_, static_cast<off_t>(size)) != 0)

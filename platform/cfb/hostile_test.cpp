@@ -158,8 +158,11 @@ TEST_F(HostileTest, AnElementWhoseLinkLeadsToAnUnusedEntryIsReplacedWhole)
         EXPECT_EQ(S_OK, WriteStream(*root, "beside", Pattern(200, 3)));
         EXPECT_EQ(S_OK, Walk(*root, "", &tree));
     }
-    const Tree expected{{"beside", Pattern(200, 3)},   {"torn", std::nullopt},         {"torn/a", Pattern(100, 2)},
-                        {"torn/b", Pattern(100, 2)}, {"torn/c", Pattern(100, 2)}};
+    const Tree expected{{"beside", Pattern(200, 3)},
+                        {"torn", std::nullopt},
+                        {"torn/a", Pattern(100, 2)},
+                        {"torn/b", Pattern(100, 2)},
+                        {"torn/c", Pattern(100, 2)}};
     EXPECT_EQ(tree, expected);
     EXPECT_EQ("", Text(Examine(ContentOf(*bytes)).faults));
 }

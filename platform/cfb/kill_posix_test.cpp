@@ -42,8 +42,13 @@ struct Progress {
     ComPtr<IStorage> root;
     ComPtr<IStorage> storages[kStorages];
     bool good = SUCCEEDED(CreateDocfile(path.c_str(), kCreate, root.Put()));
-    for (unsigned i = 0; i < kStorages && good; ++i)
-        good = SUCCEEDED(root->CreateStorage(Wide(StorageName(i)).c_str(), kCreate, 0, 0, storages[i].Put()));
+    for (unsigned i = 0; i < kStorages && good; ++i) {
+        const OleString name = Wide(StorageName(i));
+        good = SUCCEEDED(root->CreateStorage(name.c_str(), kCreate, 0, 0, storages[i].Put()));
+        storages[i].Reset();
+        good =
+            good && SUCCEEDED(root->OpenStorage(name.c_str(), nullptr, kOpen, nullptr, 0, storages[i].Put()));
+    }
     for (unsigned i = 0; good; ++i) {
         good = SUCCEEDED(WriteStream(*storages[i % kStorages], StreamName(i), Content(i)));
         progress.made = good ? i + 1 : 0;

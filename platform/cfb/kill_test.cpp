@@ -29,11 +29,17 @@ public:
         Mark();
     }
 
+    // A new storage, which lands when it is closed.
     OpenElementPtr Storage(OpenElement& parent, const std::string& name)
     {
         OpenElementPtr child;
         EXPECT_EQ(S_OK, file->CreateChild(parent, Name(name), EntryType::kStorage, true, &child));
         return child;
+    }
+    void Close(OpenElement& element)
+    {
+        file->Close(element);
+        EXPECT_EQ(S_OK, file->TakeLandingFailure());
     }
 
     void Stream(OpenElement& parent, const std::string& name, const Bytes& content)
@@ -57,6 +63,9 @@ public:
     // A step is complete: everything expected is in the store.
     void Mark() { marks.push_back({store.log.size(), expected}); }
 
+    // What comes between two marks is there as a whole or not at all.
+    bool asOne = false;
+
     struct Point {
         std::size_t changes;
         Tree expected;
@@ -70,7 +79,8 @@ public:
 };
 
 // Opens the state after each prefix of the log. What two marks around it agree on must be there.
-void CheckEveryPrefix(Recording& recording)
+// every: of so many changes one is looked at.
+void CheckEveryPrefix(Recording& recording, std::size_t every = 1)
 {
     MemoryStore state;
     std::size_t done = 0;
@@ -80,7 +90,7 @@ void CheckEveryPrefix(Recording& recording)
         const Tree& after = recording.marks[mark].expected;
         for (; done < recording.marks[mark].changes; ++done) {
             state.Apply(recording.store.log[done]);
-            if (done < recording.marks[0].changes)
+            if (done < recording.marks[0].changes || done % every != 0)
                 continue;
             Tree found;
             ComPtr<IStorage> root;
@@ -97,6 +107,8 @@ void CheckEveryPrefix(Recording& recording)
             }
             for (const auto& [path, content] : found)
                 ASSERT_TRUE(before.contains(path) || after.contains(path)) << path << " came back";
+            ASSERT_TRUE(!recording.asOne || found == before || found == after)
+                << "after change " << done << " of mark " << mark;
             const Findings findings = Examine(state.bytes);
             // A file that grows is longer than its FAT says for the time of one write.
             ASSERT_TRUE(findings.depth <= 64);
@@ -126,7 +138,9 @@ TEST(KillTest, ElementsMadeInAnyOrderOfNamesStay)
 TEST(KillTest, ElementsMadeInOrderStay)
 {
     Recording recording;
-    auto storage = recording.Storage(*recording.root, "s");
+    recording.Close(*recording.Storage(*recording.root, "s"));
+    OpenElementPtr storage;
+    ASSERT_EQ(S_OK, recording.file->OpenChild(*recording.root, Name("s"), EntryType::kStorage, &storage));
     recording.Set("s", std::nullopt);
     recording.Mark();
     for (unsigned i = 0; i < 120; ++i) {
@@ -166,13 +180,18 @@ TEST(KillTest, StoragesWithContentComeAndGoAmongOthers)
         auto item = recording.Storage(*recording.root, name);
         recording.Forget(name);
         recording.Set(name, std::nullopt);
-        recording.Mark();
         for (unsigned i = 0; i < 6; ++i) {
             const Bytes content = Pattern(i * 1100 + round, round * 10 + i);
             recording.Stream(*item, "s" + std::to_string(i), content);
             recording.Set(name + "/s" + std::to_string(i), content);
-            recording.Mark();
         }
+        recording.Close(*item);
+        recording.Mark();
+        // One more stream, now that it is there.
+        ASSERT_EQ(S_OK, recording.file->OpenChild(*recording.root, Name(name), EntryType::kStorage, &item));
+        recording.Stream(*item, "more", Pattern(round * 100, round));
+        recording.Set(name + "/more", Pattern(round * 100, round));
+        recording.Mark();
         recording.file->Close(*item);
         if (round % 3 == 2) {
             const std::string gone = "item" + std::to_string((round - 1) * 13 % 20);
@@ -182,6 +201,65 @@ TEST(KillTest, StoragesWithContentComeAndGoAmongOthers)
         }
     }
     CheckEveryPrefix(recording);
+}
+
+TEST(KillTest, ANewStorageIsThereWholeOrNotAtAllAndSoIsTheOneThatItReplaces)
+{
+    Recording recording;
+    recording.asOne = true;
+    for (unsigned round = 0; round < 60; ++round) {
+        const std::string name = "item" + std::to_string(round * 13 % 23);
+        auto item = recording.Storage(*recording.root, name);
+        recording.Forget(name);
+        recording.Set(name, std::nullopt);
+        for (unsigned i = 0; i < 3 + round % 9; ++i) {
+            const Bytes content = Pattern(i * 700 + round, round * 10 + i);
+            recording.Stream(*item, "s" + std::to_string(i), content);
+            recording.Set(name + "/s" + std::to_string(i), content);
+        }
+        auto inner = recording.Storage(*item, "inner");
+        recording.Set(name + "/inner", std::nullopt);
+        for (unsigned i = 0; i < round % 40; ++i) {
+            recording.Stream(*inner, "t" + std::to_string(i), Pattern(i * 9, i));
+            recording.Set(name + "/inner/t" + std::to_string(i), Pattern(i * 9, i));
+        }
+        recording.Close(*item);
+        recording.Mark();
+    }
+    recording.file->Tidy();
+    recording.Mark();
+    CheckEveryPrefix(recording);
+}
+
+// More than may lie in memory.
+TEST(KillTest, ANewStorageOfManyElementsIsThereWholeOrNotAtAll)
+{
+    Recording recording;
+    recording.Stream(*recording.root, "other", Pattern(3000, 9));
+    recording.Set("other", Pattern(3000, 9));
+    auto item = recording.Storage(*recording.root, "item");
+    recording.marks.clear();
+    recording.Mark();
+    recording.asOne = true;
+    recording.Set("item", std::nullopt);
+    for (unsigned i = 0; i < 30; ++i) {
+        const std::string name = "box" + std::to_string(i);
+        auto box = recording.Storage(*item, name);
+        recording.Set("item/" + name, std::nullopt);
+        for (unsigned j = 0; j < 12; ++j) {
+            const Bytes content = Pattern(j * 1900, i + j);
+            recording.Stream(*box, "s" + std::to_string(j), content);
+            recording.Set("item/" + name + "/s" + std::to_string(j), content);
+        }
+        recording.Close(*box);
+    }
+    recording.Stream(*item, "long", Pattern(1'500'000, 5));
+    recording.Set("item/long", Pattern(1'500'000, 5));
+    recording.Close(*item);
+    recording.Mark();
+    recording.file->Tidy();
+    recording.Mark();
+    CheckEveryPrefix(recording, 7);
 }
 
 TEST(KillTest, ARenamedElementIsThereUnderOneOfItsNames)

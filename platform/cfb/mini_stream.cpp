@@ -1,6 +1,8 @@
 #include "platform/cfb/mini_stream.h"
 
 #include <algorithm>
+#include <utility>
+#include <vector>
 
 #include "platform/cfb/result.h"
 
@@ -16,6 +18,7 @@ void MiniStream::Reset(const DirEntry& root) noexcept
     data_.Reset(count_ > 0 ? root.Start() : kEndOfChain);
     links_.Reset(count_ > 0 || header_.miniFatSectors > 0 ? header_.firstMiniFat : kEndOfChain);
     slots_.Reset(count_);
+    grown_ = false;
 }
 
 HRESULT MiniStream::Next(SectorId sector, SectorId* next)
@@ -75,39 +78,6 @@ HRESULT MiniStream::Take(SectorId* sector)
     return S_OK;
 }
 
-// Takes a chain of new sectors that nothing points at.
-HRESULT MiniStream::ReserveData(SectorId sectors, SectorId* first)
-{
-    return TakeChain(
-        fat_, [this](SectorId* sector) { return allocator_.Take(sector); }, sectors, first);
-}
-
-// Takes a chain of sectors full of free links, so that the mini FAT covers `count` mini sectors.
-HRESULT MiniStream::ReserveLinks(SectorId count, SectorId* first, SectorId* sectors)
-{
-    SectorId length = 0;
-    CFB_TRY(links_.Length(&length));
-    *sectors = LinkSectors(count) - std::min(length, LinkSectors(count));
-    CFB_TRY(ReserveData(*sectors, first));
-    for (SectorId i = 0, at = *first; i < *sectors; ++i) {
-        CFB_TRY(sectors_.Fill(at, 0xFF));
-        CFB_TRY(fat_.Next(at, &at));
-    }
-    return S_OK;
-}
-
-// Hangs the chain that begins at `first` behind another one of `length` sectors.
-HRESULT MiniStream::LinkBehind(Chain& chain, SectorId length, SectorId first)
-{
-    if (length == 0) {
-        chain.Reset(first);
-        return S_OK;
-    }
-    SectorId last = 0;
-    CFB_TRY(chain.At(length - 1, &last));
-    return fat_.SetNext(last, first);
-}
-
 HRESULT MiniStream::StoreRoot(SectorId start, SectorId count)
 {
     DirEntry root;
@@ -125,43 +95,81 @@ HRESULT MiniStream::Measure(SectorId* data, SectorId* links)
     return *data < DataSectors() || *links < LinkSectors(count_) ? STG_E_DOCFILECORRUPT : S_OK;
 }
 
-HRESULT MiniStream::Grow()
+// Adds room for `wanted` mini sectors, which neither chain is linked to yet.
+HRESULT MiniStream::Append(SectorId wanted)
 {
-    SectorId before = 0;
-    SectorId oldLinks = 0;
-    CFB_TRY(Measure(&before, &oldLinks));
-    const SectorId most = static_cast<SectorId>(kMaxGrowthBytes >> sectors_.Shift());
+    if (grown_) {
+        sectors_.File().Order();
+        CFB_TRY(LinkGrowth());
+        sectors_.File().Order();
+    }
+    SectorId data = 0;
+    SectorId links = 0;
+    CFB_TRY(Measure(&data, &links));
     // The chain is longer than the mini stream when an earlier growth was refused half-way.
-    const SectorId added = before > DataSectors() ? 0 : std::clamp<SectorId>(before / 4, 1, most);
-    const SectorId count = (before + added) * PerSector();
-
-    SectorId firstData = kEndOfChain;
-    SectorId firstLinks = kEndOfChain;
-    SectorId newLinks = 0;
-    CFB_TRY(ReserveData(added, &firstData));
-    CFB_TRY(ReserveLinks(count, &firstLinks, &newLinks));
-    sectors_.File().Order();
-
-    if (added > 0)
-        CFB_TRY(LinkBehind(data_, before, firstData));
-    if (newLinks > 0)
-        CFB_TRY(LinkBehind(links_, oldLinks, firstLinks));
-    const SectorId old = count_;
+    const SectorId length = std::max(data, DataSectors() + (wanted + PerSector() - 1) / PerSector());
+    const SectorId count = length * PerSector();
+    CFB_TRY(AppendSectors(data_, data, length - data, nullptr));
+    const BYTE free = 0xFF;
+    CFB_TRY(AppendSectors(links_, links, LinkSectors(count) - std::min(links, LinkSectors(count)), &free));
+    const SectorId old = std::exchange(count_, count);
     // Behind what it covered, an older mini FAT of another program may hold anything.
-    for (SectorId sector = old; sector < std::min(count, oldLinks * LinksPerSector()); ++sector)
+    for (SectorId sector = old; sector < std::min(count, links * LinksPerSector()); ++sector)
         CFB_TRY(SetNext(sector, kFreeSector));
-    sectors_.File().Order();
-
-    // A mini FAT that covers more than there is does no harm; the reverse would.
-    header_.firstMiniFat = links_.First();
-    header_.miniFatSectors = oldLinks + newLinks;
-    CFB_TRY(header_.Write(sectors_.File()));
-    sectors_.File().Order();
-    CFB_TRY(StoreRoot(data_.First(), count));
-    count_ = count;
+    linkSectors_ = std::max(links, LinkSectors(count));
+    grown_ = true;
     for (SectorId sector = old; sector < count; ++sector)
         slots_.GiveUnused(sector);
     return S_OK;
+}
+
+// fill: what is written into the sectors, if anything.
+HRESULT MiniStream::AppendSectors(Chain& chain, SectorId length, SectorId count, const BYTE* fill)
+{
+    if (count == 0)
+        return S_OK;
+    std::vector<SectorId> added;
+    CFB_TRY(TakeChain(
+        fat_, [this](SectorId* sector) { return allocator_.Take(sector); }, count, &added));
+    for (const SectorId sector : added) {
+        if (fill)
+            CFB_TRY(sectors_.Fill(sector, *fill));
+    }
+    chain.Append(length, std::move(added));
+    return S_OK;
+}
+
+HRESULT MiniStream::Reserve(SectorId count)
+{
+    const auto look = [this](SectorId begin, SectorId end, FreeMap& free) {
+        return FindFree(begin, end, free);
+    };
+    if (slots_.Known() < count)
+        CFB_TRY(slots_.Look(look, kLookAt));
+    return slots_.Known() < count ? Append(count - slots_.Known()) : S_OK;
+}
+
+HRESULT MiniStream::LinkGrowth()
+{
+    if (!std::exchange(grown_, false))
+        return S_OK;
+    CFB_TRY(data_.Link());
+    CFB_TRY(links_.Link());
+    sectors_.File().Order();
+    // A mini FAT that covers more than there is does no harm; the reverse would.
+    header_.firstMiniFat = links_.First();
+    header_.miniFatSectors = linkSectors_;
+    CFB_TRY(header_.Write(sectors_.File()));
+    sectors_.File().Order();
+    return StoreRoot(data_.First(), count_);
+}
+
+HRESULT MiniStream::Grow()
+{
+    const SectorId most = static_cast<SectorId>(kMaxGrowthBytes / kMiniBytes);
+    CFB_TRY(Append(std::clamp<SectorId>(count_ / 4, 1, most)));
+    sectors_.File().Order();
+    return LinkGrowth();
 }
 
 HRESULT MiniStream::FreeChain(SectorId* at, std::uint32_t most)

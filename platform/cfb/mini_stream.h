@@ -35,6 +35,9 @@ public:
 
     // Takes a mini sector, whose link the caller sets.
     [[nodiscard]] HRESULT Take(SectorId* sector);
+    // As Directory's.
+    [[nodiscard]] HRESULT Reserve(SectorId count);
+    [[nodiscard]] HRESULT LinkGrowth();
     // Frees a chain, as SectorAllocator::FreeChain does.
     [[nodiscard]] HRESULT FreeChain(SectorId* at, std::uint32_t most);
 
@@ -64,9 +67,8 @@ private:
     [[nodiscard]] HRESULT SetLinks(SectorId first, const BYTE* links, SectorId count) override;
     [[nodiscard]] HRESULT FindFree(SectorId begin, SectorId end, FreeMap& free);
     [[nodiscard]] HRESULT Grow();
-    [[nodiscard]] HRESULT ReserveData(SectorId sectors, SectorId* first);
-    [[nodiscard]] HRESULT ReserveLinks(SectorId count, SectorId* first, SectorId* sectors);
-    [[nodiscard]] HRESULT LinkBehind(Chain& chain, SectorId length, SectorId first);
+    [[nodiscard]] HRESULT Append(SectorId wanted);
+    [[nodiscard]] HRESULT AppendSectors(Chain& chain, SectorId length, SectorId count, const BYTE* fill);
     [[nodiscard]] HRESULT StoreRoot(SectorId start, SectorId count);
     [[nodiscard]] HRESULT CutChain(Chain& chain, SectorId from, SectorId to);
     [[nodiscard]] HRESULT TrimLinks(SectorId links);
@@ -80,6 +82,8 @@ private:
     Chain links_;         // the mini FAT's sectors
     Chain data_;          // the mini stream's sectors
     SectorId count_ = 0;  // mini sectors in the mini stream
+    SectorId linkSectors_ = 0;
+    bool grown_ = false;  // and not linked yet
     FreeSlots slots_{kLookAt};
 };
 

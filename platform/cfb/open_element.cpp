@@ -16,6 +16,8 @@ OpenElement* OpenElements::Find(EntryId id) const noexcept
 
 void OpenElements::Put(OpenElement& element) noexcept
 {
+    if (element.draft)
+        return;
     OpenElement*& bucket = BucketOf(element.id);
     element.nextInBucket = bucket;
     bucket = &element;
@@ -63,6 +65,15 @@ void OpenElements::Add(OpenElement& element, OpenElement* parent)
     parent->firstChild = &element;
 }
 
+void OpenElements::Landed(OpenElement& element, EntryId id) noexcept
+{
+    element.draft->open = nullptr;
+    element.draft = nullptr;
+    element.id = id;
+    element.ForgetTree();
+    Put(element);
+}
+
 void OpenElements::Detach(OpenElement& element) noexcept
 {
     if (element.previousSibling)
@@ -79,6 +90,11 @@ void OpenElements::Revert(OpenElement& element) noexcept
     while (element.firstChild)
         Revert(*element.firstChild);
     Detach(element);
+    if (element.draft)
+        element.draft->open = nullptr;
+    element.draft = nullptr;
+    if (element.top)
+        Drop(std::move(element.top));
     element.reverted = true;
     element.index.reset();
     Take(element);

@@ -3,8 +3,10 @@
 #define QUORVANE_PLATFORM_CFB_OPEN_ELEMENT_H_
 
 #include <memory>
+#include <utility>
 #include <vector>
 
+#include "platform/cfb/draft.h"
 #include "platform/cfb/stream_body.h"
 
 namespace quorvane::cfb {
@@ -31,6 +33,11 @@ struct OpenElement {
     OpenElement* nextInBucket = nullptr;
     unsigned users = 1;  // objects on the element
 
+    // When it is a draft: which one. Its `id` is none then. `top`: the same, of a draft whose parent is none,
+    // and so the owner of all below it.
+    Draft* draft = nullptr;
+    std::unique_ptr<Draft> top;
+
     // Of a storage: its tree was walked through, and what takes the tree's place when it was found to be none
     // that should be searched. Sorted by name.
     bool surveyed = false;
@@ -47,8 +54,10 @@ struct OpenElement {
         index.reset();
     }
 
-    // Of a stream.
+    // Of a stream, but for the content that a draft has in memory.
     StreamBody body;
+    bool HoldsBytes() const noexcept { return draft && draft->HoldsBytes(); }
+    std::uint64_t Size() const noexcept { return HoldsBytes() ? draft->bytes.size() : body.Size(); }
 };
 
 using OpenElementPtr = std::shared_ptr<OpenElement>;
@@ -58,6 +67,16 @@ class OpenElements {
 public:
     bool IsOpen(EntryId id) const noexcept { return Find(id) != nullptr; }
     void Add(OpenElement& element, OpenElement* parent);
+    // The element, which was a draft, is one of the file. E_OUTOFMEMORY isn't among its failures: Add has
+    // seen to it.
+    void Landed(OpenElement& element, EntryId id) noexcept;
+    // Drafts that nobody can reach any more.
+    std::unique_ptr<Draft> TakeDropped() noexcept { return std::move(dropped_); }
+    void Drop(std::unique_ptr<Draft> draft) noexcept
+    {
+        draft->nextDropped = std::move(dropped_);
+        dropped_ = std::move(draft);
+    }
     // Takes an element and all below it out and marks them as reverted.
     void Revert(OpenElement& element) noexcept;
     // The same for whoever has that entry open.
@@ -76,6 +95,7 @@ private:
     void Grow();
     static void Detach(OpenElement& element) noexcept;
 
+    std::unique_ptr<Draft> dropped_;
     std::vector<OpenElement*> buckets_;  // a power of two of them
     std::size_t count_ = 0;
 };

@@ -62,6 +62,8 @@ public:
     {
         return count < kWrittenThrough ? Write(offset, from, count) : WriteThrough(offset, from, count);
     }
+    // See ByteStore::Reserve.
+    [[nodiscard]] HRESULT Reserve(std::uint64_t size) noexcept { return store_->Reserve(size); }
     // Closes a step of the operation: later writes come after the earlier ones.
     void Order() noexcept { ++stage_; }
     // True when the page of `a` is the page of `b`, so that writes to both can take effect at once.

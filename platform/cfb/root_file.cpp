@@ -7,15 +7,14 @@ void RootFile::Close(const OpenElementPtr& element, bool written) noexcept
     const MutexLock lock(lock_);
     if (--element->users > 0 || !file_)
         return;
-    if (element->type == EntryType::kRoot && written) {
-        try {
-            file_->Tidy();
-        } catch (const std::bad_alloc&) {
-            // Without memory the file keeps its free space.
-        }
-    }
     file_->Close(*element);
     if (element->type == EntryType::kRoot) {
+        try {
+            if (written)
+                file_->Tidy();
+        } catch (const std::bad_alloc&) {
+            file_->Failed();  // without memory the file keeps its free space
+        }
         file_->Leave();
         file_.reset();
         store_.reset();

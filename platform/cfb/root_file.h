@@ -23,8 +23,9 @@ public:
 
     const OleString& Path() const noexcept { return path_; }
 
-    // Runs `operation` (CompoundFile& -> HRESULT) on an element. STG_E_REVERTED: the element is gone, or
-    // the file is closed. E_OUTOFMEMORY.
+    // Runs `operation` (CompoundFile& -> HRESULT) on an element; when a new storage that was released before
+    // couldn't land, tells that instead, once. STG_E_REVERTED: the element is gone, or the file is closed.
+    // E_OUTOFMEMORY.
     template <class Operation>
     [[nodiscard]] HRESULT Run(const OpenElementPtr& element, const Operation& operation) noexcept
     {
@@ -35,6 +36,10 @@ public:
             const HRESULT ready = file_->Ready();
             if (FAILED(ready))
                 return ready;
+            // What a release had no way to tell.
+            const HRESULT landed = file_->TakeLandingFailure();
+            if (FAILED(landed))
+                return landed;
             return element->reverted ? STG_E_REVERTED : operation(*file_);
         } catch (const std::bad_alloc&) {
             file_->Failed();

@@ -10,12 +10,6 @@ SectorId SectorAllocator::Limit() const noexcept
                                 : kMaxSector;
 }
 
-HRESULT SectorAllocator::Allocate(SectorId* sector)
-{
-    CFB_TRY(Take(sector));
-    return fat_.SetNext(*sector, kEndOfChain);
-}
-
 HRESULT SectorAllocator::Take(SectorId* sector)
 {
     const auto look = [this](SectorId begin, SectorId end, FreeMap& free) {
@@ -41,62 +35,6 @@ HRESULT SectorAllocator::Append(SectorId* sector)
         if (!locked)
             return S_OK;
     }
-}
-
-bool SectorAllocator::TakeFreePage(std::vector<SectorId>* sectors)
-{
-    const SectorId count = PerPage();
-    SectorId first = slots_.FirstFrom(0);
-    for (int tries = 0; tries < 4 && first != FreeSlots::kNone; ++tries) {
-        while (!BeginsPage(first))
-            ++first;
-        SectorId free = 0;
-        while (free < count && slots_.IsFree(first + free))
-            ++free;
-        if (free < count) {
-            first = slots_.FirstFrom(first + free);
-            continue;
-        }
-        for (SectorId i = 0; i < count; ++i)
-            sectors->push_back(slots_.TakeWithin(first + i, first + i + 1));
-        return true;
-    }
-    return false;
-}
-
-HRESULT SectorAllocator::AppendPage(std::vector<SectorId>* sectors)
-{
-    const SectorId count = PerPage();
-    for (;;) {
-        if (sectors_.Count() == fat_.Slots())
-            CFB_TRY(fat_.Extend());
-        if (BeginsPage(sectors_.Count()) && sectors_.Count() + count <= fat_.Slots())
-            break;
-        SectorId gap = 0;
-        CFB_TRY(Append(&gap));
-        slots_.GiveUnused(gap);
-    }
-    for (SectorId i = 0; i < count; ++i) {
-        SectorId sector = 0;
-        CFB_TRY(Append(&sector));
-        sectors->push_back(sector);
-    }
-    return S_OK;
-}
-
-HRESULT SectorAllocator::AllocatePage(std::vector<SectorId>* sectors)
-{
-    const SectorId count = PerPage();
-    sectors->clear();
-    if (!TakeFreePage(sectors)) {
-        if (slots_.Known() < count)
-            CFB_TRY(AppendPage(sectors));
-        while (sectors->size() < count)
-            sectors->push_back(slots_.TakeWithin(0, FreeSlots::kNone));
-    }
-    for (const SectorId sector : *sectors)
-        CFB_TRY(fat_.SetNext(sector, kEndOfChain));
-    return S_OK;
 }
 
 HRESULT SectorAllocator::Free(SectorId sector)

@@ -2,8 +2,6 @@
 #ifndef QUORVANE_PLATFORM_CFB_SECTOR_ALLOCATOR_H_
 #define QUORVANE_PLATFORM_CFB_SECTOR_ALLOCATOR_H_
 
-#include <vector>
-
 #include "platform/cfb/fat.h"
 #include "platform/cfb/free_slots.h"
 
@@ -22,11 +20,6 @@ public:
 
     // Takes a sector, whose FAT entry the caller sets. STG_E_MEDIUMFULL: the format's limit.
     [[nodiscard]] HRESULT Take(SectorId* sector);
-    // The same; its FAT entry says that it ends a chain.
-    [[nodiscard]] HRESULT Allocate(SectorId* sector);
-    // Takes as many sectors as one page of the file has, all in one page where that is possible without
-    // letting free sectors lie.
-    [[nodiscard]] HRESULT AllocatePage(std::vector<SectorId>* sectors);
     // Marks a sector as free.
     [[nodiscard]] HRESULT Free(SectorId sector);
     // Frees up to `most` sectors of the chain that begins at *at, which becomes the rest of the chain. A
@@ -35,6 +28,8 @@ public:
 
     // The operation is in the store.
     void Committed() { slots_.Committed(); }
+    // How many sectors are known as free.
+    SectorId Known() const noexcept { return slots_.Known(); }
     bool HasFreed() const noexcept { return slots_.HasHeld(); }
     // Gives back the end of the file when at least `least` sectors there are free, and what the store has
     // behind the last sector. For use between a commit and the next operation.
@@ -47,13 +42,6 @@ private:
     [[nodiscard]] HRESULT FindEnd(SectorId* end);
     [[nodiscard]] HRESULT RetractFat(SectorId* end);
     [[nodiscard]] HRESULT Append(SectorId* sector);
-    [[nodiscard]] HRESULT AppendPage(std::vector<SectorId>* sectors);
-    bool TakeFreePage(std::vector<SectorId>* sectors);
-    SectorId PerPage() const noexcept
-    {
-        return static_cast<SectorId>(OrderedFile::kPage / sectors_.SectorBytes());
-    }
-    bool BeginsPage(SectorId sector) const noexcept { return (sector + 1) % PerPage() == 0; }
 
     SectorFile& sectors_;
     const Header& header_;

@@ -9,6 +9,8 @@
 
 #ifndef _WIN32
 
+// A new storage below the root lands in the file when it is released or committed (see storage_object.h).
+//
 // All of these: any thread may call; direct mode only (STGM_TRANSACTED, STGM_CONVERT, STGM_PRIORITY and
 // STGM_DELETEONRELEASE give STG_E_INVALIDFLAG); out-parameters are null after a failure.
 

@@ -233,15 +233,17 @@ HRESULT CStorageObject::MoveElementTo(LPCOLESTR name, IStorage* target, LPCOLEST
     if (hr == STG_E_FILENOTFOUND)
         hr = CopyStorage(name, target, newName);
     CFB_TRY(hr);
+    // What was copied may be a new storage, whose release has no way to tell that it didn't land: the next
+    // call does.
+    STATSTG stat{};
+    CFB_TRY(target->Stat(&stat, STATFLAG_NONAME));
     return flags == STGMOVE_MOVE ? DestroyElement(name) : S_OK;
 }
 
 HRESULT CStorageObject::Commit(DWORD)
 {
-    return m_handle.Run([&](CompoundFile& file, OpenElement&) {
-        if (m_handle.MayWrite())
-            file.Tidy();
-        return S_OK;
+    return m_handle.Run([&](CompoundFile& file, OpenElement& storage) {
+        return m_handle.MayWrite() ? file.Commit(storage) : S_OK;
     });
 }
 
@@ -305,7 +307,7 @@ HRESULT CStorageObject::SetElementTimes(LPCOLESTR name, const FILETIME* created,
             entry.SetModified(*modified);
     };
     return m_handle.Run([&](CompoundFile& file, OpenElement& storage) {
-        return name ? file.ChangeChild(storage, parsed, change) : file.ChangeEntry(storage.id, change);
+        return name ? file.ChangeChild(storage, parsed, change) : file.ChangeElement(storage, change);
     });
 }
 
@@ -314,7 +316,7 @@ HRESULT CStorageObject::SetClass(REFCLSID clsid)
     if (!m_handle.MayWrite())
         return STG_E_ACCESSDENIED;
     return m_handle.Run([&](CompoundFile& file, OpenElement& storage) {
-        return file.ChangeEntry(storage.id, [&](DirEntry& entry) { entry.SetClsid(clsid); });
+        return file.ChangeElement(storage, [&](DirEntry& entry) { entry.SetClsid(clsid); });
     });
 }
 
@@ -323,7 +325,7 @@ HRESULT CStorageObject::SetStateBits(DWORD bits, DWORD mask)
     if (!m_handle.MayWrite())
         return STG_E_ACCESSDENIED;
     return m_handle.Run([&](CompoundFile& file, OpenElement& storage) {
-        return file.ChangeEntry(storage.id, [&](DirEntry& entry) {
+        return file.ChangeElement(storage, [&](DirEntry& entry) {
             entry.SetStateBits((entry.StateBits() & ~mask) | (bits & mask));
         });
     });

@@ -9,8 +9,14 @@
 
 namespace quorvane::cfb {
 
-// Direct: what a method changed is in the file when it returns; Commit gives free space at the end of the
-// file back, Revert does nothing. Results as published; on all methods STG_E_REVERTED once the storage was
+// Direct: what a method changed is in the file when it returns, but for a new storage and what is made in
+// it: these land in the file as a whole, by one write, which also replaces a storage of that name, when the
+// outermost new storage is released for the last time or committed, or a storage above it is released. Until
+// then the objects of this root find them as they find all else. A release has no way to tell that a storage
+// couldn't land: the next call of any object of the root returns that instead of doing its work, once. Commit
+// of the root also gives free space at the end of the file back, Revert does nothing.
+//
+// Results as published; on all methods STG_E_REVERTED once the storage was
 // destroyed or a storage above it released, STG_E_DOCFILECORRUPT where the file is damaged.
 //
 // Elements are opened with STGM_SHARE_EXCLUSIVE and STGM_READ, STGM_WRITE or STGM_READWRITE, created with

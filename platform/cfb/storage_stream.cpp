@@ -53,7 +53,7 @@ HRESULT CStorageStream::Seek(LARGE_INTEGER move, DWORD origin, ULARGE_INTEGER* p
         if (origin == STREAM_SEEK_CUR)
             from = m_position;
         else if (origin == STREAM_SEEK_END)
-            from = stream.body.Size();
+            from = stream.Size();
         else if (origin != STREAM_SEEK_SET)
             return STG_E_INVALIDFUNCTION;
         const ULONGLONG to = from + static_cast<ULONGLONG>(move.QuadPart);

@@ -13,13 +13,27 @@ HRESULT StreamBody::Load(EntryId id)
     CFB_TRY(volume_->directory.Read(id, &entry));
     if (entry.Type() != EntryType::kStream)
         return STG_E_DOCFILECORRUPT;
+    CFB_TRY(Take(entry));
+    id_ = id;
+    unlinked_ = nullptr;
+    return S_OK;
+}
+
+HRESULT StreamBody::Load(DirEntry& entry)
+{
+    unlinked_ = &entry;
+    return Take(entry);
+}
+
+// Takes over what an entry tells.
+HRESULT StreamBody::Take(const DirEntry& entry)
+{
     const std::uint64_t size = entry.Size(volume_->header.version);
     const std::uint64_t room = IsMini(size)
                                    ? std::uint64_t{volume_->mini.Slots()} * kMiniBytes
                                    : std::uint64_t{volume_->sectors.Count()} << volume_->sectors.Shift();
     if (size > room)
         return STG_E_DOCFILECORRUPT;
-    id_ = id;
     size_ = size;
     chain_ = Chain(Table(IsMini(size)), size > 0 ? entry.Start() : kEndOfChain);
     return S_OK;
@@ -129,12 +143,12 @@ HRESULT StreamBody::ZeroChain(Chain& chain, bool mini, std::uint64_t offset, std
 HRESULT StreamBody::NewChain(bool mini, SectorId count, Chain* chain)
 {
     LinkTable& table = Table(mini);
-    SectorId first = kEndOfChain;
+    std::vector<SectorId> sectors;
     const auto take = [&](SectorId* sector) {
         return mini ? volume_->mini.Take(sector) : volume_->allocator.Take(sector);
     };
-    CFB_TRY(TakeChain(table, take, count, &first));
-    *chain = Chain(table, first);
+    CFB_TRY(TakeChain(table, take, count, &sectors));
+    *chain = Chain(table, count > 0 ? sectors.front() : kEndOfChain);
     return S_OK;
 }
 
@@ -155,8 +169,6 @@ HRESULT StreamBody::Fill(Chain& chain, bool mini, std::uint64_t from, std::uint6
 HRESULT StreamBody::Write(std::uint64_t offset, const void* from, std::size_t count, std::size_t* written)
 {
     *written = 0;
-    if (count > 0 && (offset > volume_->MaxStream() || count > volume_->MaxStream() - offset))
-        return STG_E_MEDIUMFULL;
     const auto* in = static_cast<const BYTE*>(from);
     while (count > 0) {
         const std::size_t part = std::min(count, kPart);
@@ -176,6 +188,19 @@ HRESULT StreamBody::Write(std::uint64_t offset, const void* from, std::size_t co
         count -= part;
         *written += part;
     }
+    return S_OK;
+}
+
+HRESULT StreamBody::Lay(Volume& volume, const std::vector<BYTE>& content, DirEntry* entry)
+{
+    if (content.empty())
+        return S_OK;
+    StreamBody body(volume);
+    const bool mini = IsMini(content.size());
+    CFB_TRY(body.NewChain(mini, body.Units(content.size(), mini), &body.chain_));
+    CFB_TRY(body.WriteChain(body.chain_, mini, 0, content.data(), content.size()));
+    entry->SetStart(body.chain_.First());
+    entry->SetSize(content.size());
     return S_OK;
 }
 
@@ -220,6 +245,12 @@ HRESULT StreamBody::LinkBehind(SectorId length, bool mini, SectorId first, Secto
 // Lets the entry point at what was written before, at once, and takes that over.
 HRESULT StreamBody::Switch(SectorId start, std::uint64_t size)
 {
+    if (unlinked_) {
+        CFB_TRY(volume_->Commit());
+        unlinked_->SetStart(start);
+        unlinked_->SetSize(size_ = size);
+        return S_OK;
+    }
     volume_->file.Order();
     DirEntry entry;
     CFB_TRY(volume_->directory.Read(id_, &entry));
@@ -254,8 +285,6 @@ HRESULT StreamBody::FreeChain(SectorId first, bool mini)
 
 HRESULT StreamBody::SetSize(std::uint64_t size)
 {
-    if (size > volume_->MaxStream())
-        return STG_E_MEDIUMFULL;
     if (size < size_)
         return Shrink(size);
     while (size_ < size) {

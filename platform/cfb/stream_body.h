@@ -17,13 +17,19 @@ public:
 
     // Takes start and size from the stream's entry. STG_E_DOCFILECORRUPT: the size is more than the file has.
     [[nodiscard]] HRESULT Load(EntryId id);
+    // The same from an entry that isn't in the file: what becomes of the stream is written there.
+    [[nodiscard]] HRESULT Load(DirEntry& entry);
     // The same for a stream that was just made.
     void BeginEmpty(EntryId id) noexcept
     {
         id_ = id;
+        unlinked_ = nullptr;
         size_ = 0;
         chain_ = Chain(volume_->mini);
     }
+    // Writes the content of a stream that nothing points at, and has its entry, which says that there is
+    // none, tell where it is. Not committed.
+    [[nodiscard]] static HRESULT Lay(Volume& volume, const std::vector<BYTE>& content, DirEntry* entry);
     // The entry has got another number.
     void SetEntry(EntryId id) noexcept { id_ = id; }
 
@@ -31,7 +37,7 @@ public:
 
     // *read: fewer than `count` only at the stream's end. STG_E_DOCFILECORRUPT: the chain ends before.
     [[nodiscard]] HRESULT Read(std::uint64_t offset, void* to, std::size_t count, std::size_t* read);
-    // STG_E_MEDIUMFULL: behind the greatest size. *written: what is in the store, also after a failure.
+    // The sizes are none behind the volume's greatest. *written: what is in the store, also after a failure.
     [[nodiscard]] HRESULT Write(std::uint64_t offset, const void* from, std::size_t count,
                                 std::size_t* written);
     [[nodiscard]] HRESULT SetSize(std::uint64_t size);
@@ -71,7 +77,10 @@ private:
     [[nodiscard]] HRESULT FreeChain(SectorId first, bool mini);
 
     Volume* volume_;
+    [[nodiscard]] HRESULT Take(const DirEntry& entry);
+
     EntryId id_ = kNoEntry;
+    DirEntry* unlinked_ = nullptr;  // the entry, when it isn't in the file
     std::uint64_t size_ = 0;
     Chain chain_;
 };

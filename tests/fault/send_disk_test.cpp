@@ -136,7 +136,7 @@ protected:
             expectDone();
             if (HasFailure() || changes < at) {
                 EXPECT_EQ(hr, S_OK);
-                EXPECT_GT(at, IsAtPackage() ? 10u : 0u);
+                EXPECT_GT(at, IsAtPackage() ? 5u : 0u);
                 return;
             }
         }

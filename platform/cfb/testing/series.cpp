@@ -68,8 +68,9 @@ Step MakeStorage(const std::string& path)
             [=](Session& s) {
                 return InStorage(*s.root, SplitPath(path).first, [&](IStorage& storage) {
                     ComPtr<IStorage> made;
-                    return storage.CreateStorage(FromUtf8(SplitPath(path).second).c_str(), kCreate, 0, 0,
-                                                 made.Put());
+                    const HRESULT hr = storage.CreateStorage(FromUtf8(SplitPath(path).second).c_str(),
+                                                             kCreate, 0, 0, made.Put());
+                    return FAILED(hr) ? hr : made->Commit(STGC_DEFAULT);
                 });
             },
             [=](Tree& tree) {

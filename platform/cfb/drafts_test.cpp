@@ -1,0 +1,253 @@
+// New storages, which land in the file when they are released or committed.
+#include <gtest/gtest.h>
+
+#include "platform/cfb/testing/series.h"
+#include "platform/cfb/testing/structure_check.h"
+#include "platform/cfb/testing/test_support.h"
+
+namespace quorvane::cfb::test {
+namespace {
+
+class DraftsTest : public ::testing::Test {
+protected:
+    DraftsTest() { EXPECT_EQ(S_OK, CreateDocfileOnLockBytes(bytes.Get(), kCreate, root.Put())); }
+
+    static ComPtr<IStorage> Make(IStorage& parent, const std::string& name)
+    {
+        ComPtr<IStorage> storage;
+        EXPECT_EQ(S_OK, parent.CreateStorage(Wide(name).c_str(), kCreate, 0, 0, storage.Put()));
+        return storage;
+    }
+
+    // What a program finds that opens the file now.
+    Tree InFile(ULONG* leaks = nullptr)
+    {
+        Tree tree;
+        ComPtr<IStorage> other;
+        const auto copy = LockBytesWith(bytes->Content());
+        EXPECT_EQ(S_OK, OpenDocfileOnLockBytes(copy.Get(), kRead, other.Put()));
+        EXPECT_EQ(S_OK, Walk(*other, "", &tree));
+        const Findings findings = Examine(bytes->Content());
+        EXPECT_TRUE(findings.faults.empty()) << Text(findings.faults);
+        if (leaks)
+            *leaks = static_cast<ULONG>(findings.leaks.size());
+        return tree;
+    }
+
+    static std::vector<std::string> Names(IStorage& storage)
+    {
+        std::vector<std::string> names;
+        ComPtr<IEnumSTATSTG> elements;
+        EXPECT_EQ(S_OK, storage.EnumElements(0, nullptr, 0, elements.Put()));
+        for (STATSTG stat{}; elements->Next(1, &stat, nullptr) == S_OK; CoTaskMemFree(stat.pwcsName))
+            names.push_back(NarrowName(stat.pwcsName));
+        return names;
+    }
+
+    void CloseAndExpect(const Tree& tree)
+    {
+        root.Reset();
+        ULONG leaks = 0;
+        EXPECT_TRUE(InFile(&leaks) == tree);
+        EXPECT_EQ(0u, leaks);
+    }
+
+    ComPtr<FaultyBytes> bytes = MakeComObject<FaultyBytes>();
+    ComPtr<IStorage> root;
+};
+
+TEST_F(DraftsTest, ANewStorageLandsWholeWhenItIsReleased)
+{
+    auto storage = Make(*root, "s");
+    ASSERT_EQ(S_OK, WriteStream(*storage, "short", Pattern(100, 1)));
+    ASSERT_EQ(S_OK, WriteStream(*Make(*storage, "inner"), "long", Pattern(9000, 2)));
+    EXPECT_TRUE(InFile().empty());
+
+    storage.Reset();
+    EXPECT_TRUE(InFile() == (Tree{{"s", std::nullopt},
+                                  {"s/inner", std::nullopt},
+                                  {"s/inner/long", Pattern(9000, 2)},
+                                  {"s/short", Pattern(100, 1)}}));
+}
+
+TEST_F(DraftsTest, TheOldOneIsInTheFileUntilTheNewOneLands)
+{
+    ASSERT_EQ(S_OK, WriteStream(*Make(*root, "s"), "old", Pattern(5000, 1)));
+    auto storage = Make(*root, "S");
+    ASSERT_EQ(S_OK, WriteStream(*storage, "new", Pattern(10, 2)));
+    EXPECT_EQ((std::vector<std::string>{"S"}), Names(*root));
+    EXPECT_TRUE(InFile() == (Tree{{"s", std::nullopt}, {"s/old", Pattern(5000, 1)}}));
+
+    storage.Reset();
+    CloseAndExpect({{"S", std::nullopt}, {"S/new", Pattern(10, 2)}});
+}
+
+TEST_F(DraftsTest, WhoeverHasTheOldOneOpenFindsItReverted)
+{
+    Make(*root, "s");
+    ComPtr<IStorage> old;
+    ASSERT_EQ(S_OK, root->OpenStorage(OLESTR("s"), nullptr, kOpen, nullptr, 0, old.Put()));
+    auto inner = Make(*old, "inner");
+    const auto storage = Make(*root, "s");
+    STATSTG stat{};
+    EXPECT_EQ(STG_E_REVERTED, old->Stat(&stat, STATFLAG_NONAME));
+    EXPECT_EQ(STG_E_REVERTED, inner->Stat(&stat, STATFLAG_NONAME));
+    EXPECT_EQ(S_OK, storage->Stat(&stat, STATFLAG_NONAME));
+}
+
+TEST_F(DraftsTest, ItsParentFindsANewStorage)
+{
+    for (const char* name : {"a", "c", "e"})
+        ASSERT_EQ(S_OK, WriteStream(*root, name, {}));
+    auto d = Make(*root, "d");
+    auto f = Make(*root, "f");
+    auto zero = Make(*root, "0");
+    EXPECT_EQ((std::vector<std::string>{"0", "a", "c", "d", "e", "f"}), Names(*root));
+
+    ComPtr<IStorage> again;
+    ComPtr<IStream> stream;
+    EXPECT_EQ(STG_E_ACCESSDENIED, root->OpenStorage(OLESTR("d"), nullptr, kOpen, nullptr, 0, again.Put()));
+    EXPECT_EQ(STG_E_FILENOTFOUND, root->OpenStream(OLESTR("d"), nullptr, kOpen, 0, stream.Put()));
+    EXPECT_EQ(STG_E_FILEALREADYEXISTS, root->CreateStorage(OLESTR("d"), kOpen, 0, 0, again.Put()));
+    EXPECT_EQ(STG_E_FILEALREADYEXISTS, root->CreateStream(OLESTR("d"), kOpen, 0, 0, stream.Put()));
+    EXPECT_EQ(STG_E_ACCESSDENIED, root->RenameElement(OLESTR("d"), OLESTR("x")));
+    EXPECT_EQ(STG_E_FILEALREADYEXISTS, root->RenameElement(OLESTR("a"), OLESTR("d")));
+    const FILETIME time = {77, 99};
+    ASSERT_EQ(S_OK, root->SetElementTimes(OLESTR("d"), &time, nullptr, &time));
+    STATSTG stat{};
+    ASSERT_EQ(S_OK, d->Stat(&stat, STATFLAG_NONAME));
+    EXPECT_EQ(77u, stat.mtime.dwLowDateTime);
+
+    EXPECT_EQ(S_OK, root->DestroyElement(OLESTR("d")));
+    EXPECT_EQ(STG_E_REVERTED, d->Stat(&stat, STATFLAG_NONAME));
+    EXPECT_EQ(S_OK, root->CreateStream(OLESTR("f"), kCreate, 0, 0, stream.Put()));
+    EXPECT_EQ(STG_E_REVERTED, f->Stat(&stat, STATFLAG_NONAME));
+    stream.Reset();
+    CloseAndExpect({{"0", std::nullopt}, {"a", Bytes()}, {"c", Bytes()}, {"e", Bytes()}, {"f", Bytes()}});
+}
+
+TEST_F(DraftsTest, DestroyingANewStorageDestroysTheOneThatItWasToReplace)
+{
+    ASSERT_EQ(S_OK, WriteStream(*Make(*root, "s"), "old", Pattern(5000, 1)));
+    const auto storage = Make(*root, "s");
+    ASSERT_EQ(S_OK, WriteStream(*storage, "new", Pattern(3'000'000, 2)));
+    ASSERT_EQ(S_OK, root->DestroyElement(OLESTR("s")));
+    EXPECT_TRUE(Names(*root).empty());
+    CloseAndExpect({});
+}
+
+TEST_F(DraftsTest, CommittedElementsStayOpen)
+{
+    const auto storage = Make(*root, "s");
+    const auto inner = Make(*storage, "inner");
+    ComPtr<IStream> stream;
+    ULONG written = 0;
+    ASSERT_EQ(S_OK, inner->CreateStream(OLESTR("a"), kCreate, 0, 0, stream.Put()));
+    ASSERT_EQ(S_OK, stream->Write("abc", 3, &written));
+    ASSERT_EQ(S_OK, inner->Commit(STGC_DEFAULT));
+    EXPECT_TRUE(InFile().empty()) << "it lands with the storage that it lies in";
+    ASSERT_EQ(S_OK, storage->Commit(STGC_DEFAULT));
+    EXPECT_TRUE(InFile() ==
+                (Tree{{"s", std::nullopt}, {"s/inner", std::nullopt}, {"s/inner/a", Bytes{'a', 'b', 'c'}}}));
+    ASSERT_EQ(S_OK, stream->Write("def", 3, &written));
+    ASSERT_EQ(S_OK, WriteStream(*storage, "b", Bytes{1}));
+    EXPECT_TRUE(InFile() == (Tree{{"s", std::nullopt},
+                                  {"s/b", Bytes{1}},
+                                  {"s/inner", std::nullopt},
+                                  {"s/inner/a", Bytes{'a', 'b', 'c', 'd', 'e', 'f'}}}));
+}
+
+TEST_F(DraftsTest, TheRootsReleaseLandsWhatIsOpen)
+{
+    const auto one = Make(*root, "one");
+    const auto two = Make(*root, "two");
+    ASSERT_EQ(S_OK, WriteStream(*Make(*two, "inner"), "a", Bytes{1}));
+    CloseAndExpect({{"one", std::nullopt},
+                    {"two", std::nullopt},
+                    {"two/inner", std::nullopt},
+                    {"two/inner/a", Bytes{1}}});
+    STATSTG stat{};
+    EXPECT_EQ(STG_E_REVERTED, two->Stat(&stat, STATFLAG_NONAME));
+}
+
+TEST_F(DraftsTest, TheNextCallTellsThatAStorageCouldNotLand)
+{
+    ASSERT_EQ(S_OK, WriteStream(*Make(*root, "s"), "old", Pattern(500, 1)));
+    const Tree before = InFile();
+    auto storage = Make(*root, "s");
+    ASSERT_EQ(S_OK, WriteStream(*storage, "new", Pattern(500, 2)));
+    bytes->RefuseWrite(0, false);
+    storage.Reset();
+
+    STATSTG stat{};
+    EXPECT_EQ(STG_E_MEDIUMFULL, root->Stat(&stat, STATFLAG_NONAME));
+    EXPECT_EQ(S_OK, root->Stat(&stat, STATFLAG_NONAME));
+    EXPECT_EQ((std::vector<std::string>{"s"}), Names(*root));
+    CloseAndExpect(before);
+}
+
+TEST_F(DraftsTest, ACommitTellsThatAStorageCouldNotLandAndMayBeTriedAgain)
+{
+    auto storage = Make(*root, "s");
+    ASSERT_EQ(S_OK, WriteStream(*storage, "new", Pattern(500, 2)));
+    for (std::size_t write = 0; write < 2; ++write) {
+        bytes->RefuseWrite(write, false);
+        EXPECT_EQ(STG_E_MEDIUMFULL, storage->Commit(STGC_DEFAULT));
+    }
+    EXPECT_TRUE(InFile().empty());
+    EXPECT_EQ(S_OK, storage->Commit(STGC_DEFAULT));
+    storage.Reset();
+    CloseAndExpect({{"s", std::nullopt}, {"s/new", Pattern(500, 2)}});
+}
+
+// Content that is too long for memory is in the file before the storage is, and goes with it.
+TEST_F(DraftsTest, LongContentLandsOrGoes)
+{
+    auto storage = Make(*root, "s");
+    ComPtr<IStream> stream;
+    ASSERT_EQ(S_OK, storage->CreateStream(OLESTR("a"), kCreate, 0, 0, stream.Put()));
+    for (unsigned i = 0; i < 60; ++i)
+        ASSERT_EQ(S_OK, WriteAt(*stream, i * 60'000, Pattern(60'000, i)));
+    EXPECT_LT(std::size_t{2'000'000}, bytes->Content().size());
+    EXPECT_TRUE(InFile().empty());
+    ASSERT_EQ(S_OK, stream->SetSize(Large(2'000'000)));
+    stream.Reset();
+    Bytes content;
+    ASSERT_EQ(S_OK, ReadStream(*storage, "a", &content));
+    ASSERT_EQ(2'000'000u, content.size());
+    EXPECT_TRUE(std::equal(content.begin(), content.begin() + 60'000, Pattern(60'000, 0).begin()));
+    ASSERT_EQ(S_OK, storage->RenameElement(OLESTR("a"), OLESTR("b")));
+    ASSERT_EQ(S_OK, WriteStream(*storage, "gone", Pattern(1'200'000, 3)));
+    ASSERT_EQ(S_OK, storage->DestroyElement(OLESTR("gone")));
+    storage.Reset();
+    CloseAndExpect({{"s", std::nullopt}, {"s/b", content}});
+}
+
+// Any series of operations below a new storage, with so much content that parts of it are in the file before.
+TEST_F(DraftsTest, WhateverIsDoneInANewStorageIsThereWhenItLands)
+{
+    for (std::uint32_t seed = 1; seed <= 12 && !HasFailure(); ++seed) {
+        SCOPED_TRACE(seed);
+        Session session;
+        session.bytes = bytes;
+        session.root = Make(*root, "s");
+        Tree tree;
+        Tree planned;
+        for (const Step& step : RandomSeries(seed, 400, &planned)) {
+            if (step.what != "reopen" && (step.what != "commit" || seed % 3 == 0)) {
+                ASSERT_EQ(S_OK, step.run(session)) << step.what;
+            }
+            step.apply(tree);
+        }
+        session.root.Reset();
+        Tree expected{{"s", std::nullopt}};
+        for (const auto& [path, content] : tree)
+            expected["s/" + path] = content;
+        ULONG leaks = 0;
+        EXPECT_TRUE(InFile(&leaks) == expected);
+        EXPECT_EQ(0u, leaks);
+    }
+}
+
+}  // namespace
+}  // namespace quorvane::cfb::test
