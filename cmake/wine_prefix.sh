@@ -45,20 +45,3 @@ use_wine_prefix() {
     fi
     export WINEPREFIX=$1
 }
-
-# with_wine_server PREFIX COMMAND...: runs a command while a program of its own keeps the prefix's server. One that
-# ends with its last program refuses a program that comes at that moment.
-with_wine_server() {
-    local prefix=$1 status
-    shift
-    # It waits for input that never comes.
-    mkfifo "$prefix.input" && exec 8<>"$prefix.input" && rm "$prefix.input"
-    WINEPREFIX=$prefix "$WINE" cmd <&8 >/dev/null 2>&1 &
-    # When this has ended, Wine's services are there, and hold no output of the command's.
-    WINEPREFIX=$prefix "$WINE" cmd /c rem </dev/null >/dev/null 2>&1
-    "$@"
-    status=$?
-    WINEPREFIX=$prefix "${WINE%/wine64}/wineserver" -k
-    exec 8>&-
-    return "$status"
-}
