@@ -55,10 +55,11 @@ class DeviceKeys {
 public:
     // New ones.
     DeviceKeys();
-    // Those of a seed (Seed). Throws an Error (kRefused) when it isn't 32 bytes.
+    // Those of a seed (Seed), which is copied: to wipe its own is the caller's. Throws an Error (kRefused)
+    // when it isn't 32 bytes.
     explicit DeviceKeys(std::string_view seed);
 
-    // All that has to be kept of them, to be wiped by the caller after use.
+    // All that has to be kept of them; it lives as long as they do.
     const SecretBytes& Seed() const noexcept { return seed_; }
 
     const DeviceId& Id() const noexcept { return id_; }

@@ -84,12 +84,19 @@ private:
     std::filesystem::path path_;  // for errors; on Windows also to reach what is in it
 };
 
-// Copies what lies outside to a file of this mailbox's own, which nobody else can read or write; `target` is
-// there in full or not at all. Throws an Error: kRefused when it is larger than `limit`, kPassing when the
-// disk would have less than `spare` bytes left or the copy fails.
+// Copies what lies outside to a file of this mailbox's own, which nobody else can read or write.
+//
+// source  what is copied, as long as it was when it was opened.
+// target  replaced in one step, or left as it is; its directory exists. Not flushed to the disk: it can be
+// copied again. limit   the most bytes that are taken. spare   the bytes that the target's disk must have
+// left after it.
+//
+// Throws an Error: kRefused when the source is larger than `limit`, kPassing when the disk would have less
+// than `spare` bytes left, or the copy fails, of which nothing is left. Any thread, one a target.
 void CopyIn(const ByteSource& source, const std::filesystem::path& target, std::uint64_t limit,
             std::uint64_t spare);
-// The look that it takes at sizes first.
+
+// The first thing that CopyIn does: throws its Errors about so many bytes, and copies nothing.
 void CheckRoom(std::uint64_t size, const std::filesystem::path& target, std::uint64_t limit,
                std::uint64_t spare);
 

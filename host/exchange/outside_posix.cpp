@@ -55,15 +55,32 @@ void CopyAll(const ByteSource& source, int descriptor, const std::string& shown)
 }
 
 // A file that wasn't there before: nothing that lies at its name is written to.
-int MakeNew(int directory, const char* name, mode_t mode, const std::string& shown)
+OwnedHandle MakeNew(int directory, const char* name, mode_t mode, const std::string& shown)
 {
     if (unlinkat(directory, name, 0) != 0 && errno != ENOENT)
         FailNow("replace", shown);
-    const int descriptor =
-        openat(directory, name, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode);
-    if (descriptor < 0 || fchmod(descriptor, mode) != 0)
+    OwnedHandle file(openat(directory, name, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode));
+    if (file.Get() < 0 || fchmod(DescriptorOf(file), mode) != 0)
         FailNow("write", shown);
-    return descriptor;
+    return file;
+}
+
+// Writes a new file and gives it its name in one step; of one that fails nothing is left.
+void WriteWhole(int directory, const std::string& name, const ByteSource& content, mode_t mode, bool flushes,
+                const std::string& shown)
+{
+    const std::string aside = name + ".part";
+    try {
+        const OwnedHandle file = MakeNew(directory, aside.c_str(), mode, shown);
+        CopyAll(content, DescriptorOf(file), shown);
+        if (flushes && fsync(DescriptorOf(file)) != 0)
+            FailNow("write", shown);
+        if (renameat(directory, aside.c_str(), directory, name.c_str()) != 0)
+            FailNow("write", shown);
+    } catch (...) {
+        unlinkat(directory, aside.c_str(), 0);
+        throw;
+    }
 }
 
 std::unique_ptr<OutsideDirectory> OpenDirectory(int parent, const char* name, int flags,
@@ -169,15 +186,8 @@ std::unique_ptr<OutsideFile> OutsideDirectory::OpenFile(const std::string& name)
 void OutsideDirectory::Replace(const std::string& name, const ByteSource& content) const
 {
     const std::string shown = (path_ / name).string();
-    const std::string aside = name + ".part";
-    const int directory = DescriptorOf(handle_);
-    {
-        const OwnedHandle file(MakeNew(directory, aside.c_str(), kFileMode, shown));
-        CopyAll(content, DescriptorOf(file), shown);
-        if (fsync(DescriptorOf(file)) != 0)
-            FailNow("write", shown);
-    }
-    if (renameat(directory, aside.c_str(), directory, name.c_str()) != 0 || fsync(directory) != 0)
+    WriteWhole(DescriptorOf(handle_), name, content, kFileMode, true, shown);
+    if (fsync(DescriptorOf(handle_)) != 0)
         FailNow("write", shown);
 }
 
@@ -191,14 +201,7 @@ void CopyIn(const ByteSource& source, const std::filesystem::path& target, std::
             std::uint64_t spare)
 {
     CheckRoom(source.Size(), target, limit, spare);
-    std::filesystem::path aside = target;
-    aside += ".part";
-    {
-        const OwnedHandle file(MakeNew(AT_FDCWD, aside.c_str(), kPrivateMode, target.string()));
-        CopyAll(source, DescriptorOf(file), target.string());
-    }
-    if (rename(aside.c_str(), target.c_str()) != 0)
-        FailNow("write", target.string());
+    WriteWhole(AT_FDCWD, target.string(), source, kPrivateMode, false, target.string());
 }
 
 }  // namespace quorvane::host::exchange

@@ -79,6 +79,27 @@ OwnedHandle MakeNew(const std::filesystem::path& path)
     return file;
 }
 
+// Writes a new file and gives it its name in one step; of one that fails nothing is left.
+void WriteWhole(const std::filesystem::path& path, const ByteSource& content, bool flushes)
+{
+    std::filesystem::path aside = path;
+    aside += L".part";
+    try {
+        {
+            const OwnedHandle file = MakeNew(aside);
+            CopyAll(content, HandleOf(file), path);
+            if (flushes && !FlushFileBuffers(HandleOf(file)))
+                FailNow("write", path);
+        }
+        const DWORD flags = MOVEFILE_REPLACE_EXISTING | (flushes ? MOVEFILE_WRITE_THROUGH : 0);
+        if (!MoveFileExW(aside.c_str(), path.c_str(), flags))
+            FailNow("write", path);
+    } catch (...) {
+        DeleteFileW(aside.c_str());
+        throw;
+    }
+}
+
 // Others may put files into it, but not another directory into its place while it is open.
 std::unique_ptr<OutsideDirectory> OpenDirectory(const std::filesystem::path& path, DWORD flags)
 {
@@ -184,16 +205,7 @@ std::unique_ptr<OutsideFile> OutsideDirectory::OpenFile(const std::string& name)
 
 void OutsideDirectory::Replace(const std::string& name, const ByteSource& content) const
 {
-    const std::filesystem::path path = path_ / WideName(name);
-    const std::filesystem::path aside = path_ / WideName(name + ".part");
-    {
-        const OwnedHandle file = MakeNew(aside);
-        CopyAll(content, HandleOf(file), path);
-        if (!FlushFileBuffers(HandleOf(file)))
-            FailNow("write", path);
-    }
-    if (!MoveFileExW(aside.c_str(), path.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH))
-        FailNow("write", path);
+    WriteWhole(path_ / WideName(name), content, true);
 }
 
 void OutsideDirectory::Remove(const std::string& name) const
@@ -207,14 +219,7 @@ void CopyIn(const ByteSource& source, const std::filesystem::path& target, std::
             std::uint64_t spare)
 {
     CheckRoom(source.Size(), target, limit, spare);
-    std::filesystem::path aside = target;
-    aside += L".part";
-    {
-        const OwnedHandle file = MakeNew(aside);
-        CopyAll(source, HandleOf(file), target);
-    }
-    if (!MoveFileExW(aside.c_str(), target.c_str(), MOVEFILE_REPLACE_EXISTING))
-        FailNow("write", target);
+    WriteWhole(target, source, false);
 }
 
 }  // namespace quorvane::host::exchange

@@ -165,6 +165,26 @@ TEST_F(PlaceTest, WhatIsTakenIsCopiedInFullOrNotAtAll)
         ErrorOf(Error::Kind::kPassing, [&] { CopyIn(*package, target, 600'000, 0); }).find("become shorter"),
         std::string::npos);
     EXPECT_FALSE(std::filesystem::exists(target));
+    EXPECT_FALSE(std::filesystem::exists(directory / "taken.part"));
+}
+
+TEST_F(PlaceTest, OfAPackageThatCantBeReadToItsEndNothingIsLaidThere)
+{
+    class Torn final : public ByteSource {
+    public:
+        std::uint64_t Size() const override { return 600'000; }
+        void ReadAt(std::uint64_t at, char*, std::size_t) const override
+        {
+            if (at > 0)
+                FailForNow("the disk can't be read");
+        }
+    };
+    ofAlice.Put(1, MemorySource("mine"));
+
+    ErrorOf(Error::Kind::kPassing, [&] { ofAlice.Put(1, Torn()); });
+
+    EXPECT_EQ(Content(*ofBob.Open(alice.Id(), 1)), "mine");
+    EXPECT_FALSE(std::filesystem::exists(PathOf(alice.Id(), "out/00000000000000000001.qvx.part")));
 }
 
 }  // namespace
