@@ -17,7 +17,7 @@ protected:
     NotifyFaultsFixture() { ReplacePauses([](std::chrono::microseconds) noexcept {}); }
     ~NotifyFaultsFixture() override { ReplacePauses(nullptr); }
 
-    void Prepare()
+    void Prepare() override
     {
         ResendFaultsFixture::Prepare();
         HR_IGNORE(session.ForgetMovedItem(unknown.Get()), "there is none, mostly");

@@ -11,29 +11,8 @@ using test::Disk;
 using test::DiskTrouble;
 using testing::Told;
 
-// A loop that comes here doesn't end by itself.
-constexpr unsigned kTooMany = 10000;
-
 class NotifyFaultsTest : public testing::NotifyFaultsFixture {
 protected:
-    // Tells of the folder's changes with the first step failing, the second and so on, until `fails(at)`, which
-    // does it, finds nothing left to fail. `judge` looks at what is left each time.
-    template <class Fails, class Judge>
-    void FailEach(unsigned atLeast, Fails fails, Judge judge)
-    {
-        // Far apart where there are many: a package changes for every item alike.
-        for (unsigned at = 1;; at += 1 + at / 40) {
-            ASSERT_LT(at, kTooMany);
-            SCOPED_TRACE("failure " + std::to_string(at));
-            Prepare();
-            const bool failed = fails(at);
-            judge();
-            if (HasFailure() || !failed) {
-                EXPECT_GT(at, atLeast);
-                return;
-            }
-        }
-    }
     void Judge(Told told, bool misled = false)
     {
         ExpectMembersGetWhole(misled);
@@ -54,8 +33,8 @@ TEST_P(NotifyFaults, ACallOfTheStoreThatFailsCostsItsItemAlone)
     session.mapiSession = testing::MakeFailingSession(mailbox.Session(), call);
     FailEach(
         10,
-        [&](unsigned at) {
-            call->SetAt(at);
+        [&](long at) {
+            call->SetAt(static_cast<unsigned>(at));
             NotifyOnThread(GetParam());
             call->Clear();
             return !call->Failed().empty();
@@ -71,10 +50,10 @@ TEST_P(NotifyFaults, ACallOfTheStoreThatFailsCostsItsItemAlone)
 
 TEST_P(NotifyFaults, ACallOfTheHostThatFailsCostsItsItemAlone)
 {
-    unsigned calls = 0;
+    long calls = 0;
     FailEach(
         2,
-        [&](unsigned at) {
+        [&](long at) {
             calls = 0;
             session.host.whenItemReported = [&](IItem*, bool&) { return ++calls == at ? E_ABORT : S_OK; };
             session.host.whenItemDeleted = session.host.whenItemReported;
@@ -105,10 +84,10 @@ TEST_P(NotifyDiskTest, AChangeThatFailsCostsItsItemAlone)
     const bool isLost = trouble == DiskTrouble::kBroken && std::string(place.name) == "Package";
     FailEach(
         0,
-        [&, place = place, trouble = trouble, told = told](unsigned at) {
-            Disk::Break(trouble, at, place.file);
+        [&, place = place, trouble = trouble, told = told](long at) {
+            Disk::Break(trouble, static_cast<unsigned>(at), place.file);
             NotifyOnThread(told);
-            return Disk::Repair() >= at;
+            return Disk::Repair() >= static_cast<unsigned>(at);
         },
         [&, told = told] {
             if (!isLost)

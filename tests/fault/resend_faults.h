@@ -17,7 +17,7 @@ protected:
     }
 
     // Everything as before the first run.
-    void Prepare()
+    virtual void Prepare()
     {
         RemovePackages();
         session.Execute("DELETE FROM tblStorageFiles; DELETE FROM tblItem");
@@ -29,6 +29,26 @@ protected:
         EXPECT_EQ(Hashes().SetHash(unknown.Get(), nullptr, 0), S_OK);
         Know(gone, "{D}");
         EXPECT_EQ(Hashes().SetHash(gone.Get(), Bstr(OLESTR("known")).Get(), 1), S_OK);
+    }
+
+    // Prepares, does what has its `at`th step fail (`fails(at)`, which tells whether there was one), and looks at what
+    // is left (`judge`); for the first step, the second and so on until there is none. There are more than `atLeast`.
+    template <class Fails, class Judge>
+    void FailEach(long atLeast, Fails fails, Judge judge)
+    {
+        constexpr long kTooMany = 1'000'000;  // a loop that comes there doesn't end by itself
+        // Far apart where there are many: all items go the same way.
+        for (long at = 1;; at += 1 + at / 40) {
+            ASSERT_LT(at, kTooMany);
+            SCOPED_TRACE("failure " + std::to_string(at));
+            Prepare();
+            const bool failed = fails(at);
+            judge();
+            if (HasFailure() || !failed) {
+                EXPECT_GT(at, atLeast);
+                return;
+            }
+        }
     }
 
     std::unique_ptr<CResendFolder> MakeJob(IQuorvaneProgress* bar = nullptr,
