@@ -1,6 +1,8 @@
 // New storages, which land in the file when they are released or committed.
 #include <gtest/gtest.h>
 
+#include <set>
+
 #include "platform/cfb/testing/series.h"
 #include "platform/cfb/testing/structure_check.h"
 #include "platform/cfb/testing/test_support.h"
@@ -223,6 +225,45 @@ TEST_F(DraftsTest, LongContentLandsOrGoes)
     CloseAndExpect({{"s", std::nullopt}, {"s/b", content}});
 }
 
+// So much in small parts that they are put into the file before their storage is, and are found in it all the
+// same.
+TEST_F(DraftsTest, PartsThatNobodyHasOpenDontStayInMemory)
+{
+    auto storage = Make(*root, "s");
+    Tree expected{
+        {"s", std::nullopt}, {"s/renamed", std::nullopt}, {"s/renamed/content", Pattern(70'000, 0)}};
+    for (unsigned number = 0; number < 16; ++number) {
+        const std::string box = "box" + std::to_string(number);
+        ASSERT_EQ(S_OK, WriteStream(*Make(*storage, box), "content", Pattern(70'000, number)));
+        if (number == 0)
+            continue;
+        expected["s/" + box] = std::nullopt;
+        expected["s/" + box + "/content"] = Pattern(70'000, number);
+    }
+    EXPECT_LT(std::size_t{900'000}, bytes->Content().size());
+    EXPECT_TRUE(InFile().empty());
+
+    const FILETIME time = {77, 99};
+    ASSERT_EQ(S_OK, storage->SetElementTimes(OLESTR("box0"), nullptr, nullptr, &time));
+    ASSERT_EQ(S_OK, storage->RenameElement(OLESTR("box0"), OLESTR("renamed")));
+    ComPtr<IEnumSTATSTG> elements;
+    ASSERT_EQ(S_OK, storage->EnumElements(0, nullptr, 0, elements.Put()));
+    std::set<std::string> names;
+    for (STATSTG stat{}; elements->Next(1, &stat, nullptr) == S_OK; CoTaskMemFree(stat.pwcsName)) {
+        names.insert(NarrowName(stat.pwcsName));
+        EXPECT_EQ(DWORD{STGTY_STORAGE}, stat.type);
+        if (NarrowName(stat.pwcsName) == "renamed") {
+            EXPECT_EQ(77u, stat.mtime.dwLowDateTime);
+        }
+    }
+    EXPECT_EQ(16u, names.size());
+    EXPECT_TRUE(names.contains("renamed"));
+    EXPECT_FALSE(names.contains("box0"));
+
+    storage.Reset();
+    CloseAndExpect(expected);
+}
+
 // Any series of operations below a new storage, with so much content that parts of it are in the file before.
 TEST_F(DraftsTest, WhateverIsDoneInANewStorageIsThereWhenItLands)
 {
@@ -248,6 +289,107 @@ TEST_F(DraftsTest, WhateverIsDoneInANewStorageIsThereWhenItLands)
         EXPECT_EQ(0u, leaks);
     }
 }
+
+enum class Refused { kOneWrite, kAllWrites, kOneRead };
+
+// A new storage in the place of an old one, with so much content that most of it is in the file before it
+// lands.
+class DraftFaultTest : public DraftsTest, public ::testing::WithParamInterface<Refused> {
+protected:
+    void Refuse(std::size_t access)
+    {
+        if (GetParam() == Refused::kOneRead)
+            bytes->RefuseRead(access);
+        else
+            bytes->RefuseWrite(access, GetParam() == Refused::kAllWrites);
+    }
+
+    // Every failure is to be told by a step, or by the commit that ends them.
+    void Note(HRESULT hr) { told_ = told_ || FAILED(hr); }
+
+    void MakeClosed(IStorage& parent, unsigned number)
+    {
+        ComPtr<IStorage> box;
+        const std::string name = "box" + std::to_string(number);
+        const HRESULT hr = parent.CreateStorage(Wide(name).c_str(), kCreate, 0, 0, box.Put());
+        Note(hr);
+        if (SUCCEEDED(hr))
+            Note(WriteStream(*box, "content", Pattern(70'000, number)));
+    }
+
+    void Replace()
+    {
+        ComPtr<IStorage> storage;
+        HRESULT hr = root->CreateStorage(OLESTR("s"), kCreate, 0, 0, storage.Put());
+        Note(hr);
+        if (FAILED(hr))
+            return;
+        ComPtr<IStream> held;
+        hr = storage->CreateStream(OLESTR("held"), kCreate, 0, 0, held.Put());
+        Note(hr);
+        for (unsigned number = 0; number < kBoxes; ++number) {
+            MakeClosed(*storage, number);
+            if (held)
+                Note(WriteAt(*held, number * 80'000, Pattern(80'000, number)));
+        }
+        Note(storage->DestroyElement(OLESTR("box0")));
+        const FILETIME time = {77, 99};
+        Note(storage->SetElementTimes(OLESTR("box1"), &time, nullptr, &time));
+        held.Reset();
+        storage.Reset();
+        Note(root->Commit(STGC_DEFAULT));
+    }
+
+    static Tree Replaced()
+    {
+        Tree tree{{"s", std::nullopt}};
+        Bytes content;
+        for (unsigned number = 0; number < kBoxes; ++number) {
+            const Bytes part = Pattern(80'000, number);
+            content.insert(content.end(), part.begin(), part.end());
+            if (number == 0)
+                continue;
+            const std::string box = "s/box" + std::to_string(number);
+            tree[box] = std::nullopt;
+            tree[box + "/content"] = Pattern(70'000, number);
+        }
+        tree["s/held"] = content;
+        return tree;
+    }
+
+    static constexpr unsigned kBoxes = 16;
+    bool told_ = false;
+};
+
+TEST_P(DraftFaultTest, WhateverIsRefusedIsToldAndTheFileIsSound)
+{
+    const Tree expected = Replaced();
+    std::size_t toldOf = 0;
+    for (std::size_t access = 0;; access += 1 + access / 12) {
+        SCOPED_TRACE(access);
+        bytes = MakeComObject<FaultyBytes>();
+        root.Reset();
+        ASSERT_EQ(S_OK, CreateDocfileOnLockBytes(bytes.Get(), kCreate, root.Put()));
+        ASSERT_EQ(S_OK, WriteStream(*Make(*root, "s"), "old", Pattern(5000, 1)));
+        ASSERT_EQ(S_OK, root->Commit(STGC_DEFAULT));
+        told_ = false;
+        Refuse(access);
+        Replace();
+        const bool refused = bytes->HasRefused();
+        root.Reset();
+        bytes->RefuseRead(~std::size_t{0});
+        const Tree after = InFile();
+        EXPECT_TRUE(told_ || after == expected);
+        toldOf += told_ ? 1 : 0;
+        if (HasFailure() || !refused)
+            break;
+    }
+    EXPECT_FALSE(told_) << "nothing was refused at last";
+    EXPECT_LT(20u, toldOf);
+}
+
+INSTANTIATE_TEST_SUITE_P(Refusals, DraftFaultTest,
+                         ::testing::Values(Refused::kOneWrite, Refused::kAllWrites, Refused::kOneRead));
 
 }  // namespace
 }  // namespace quorvane::cfb::test
