@@ -2,11 +2,10 @@
 #ifndef QUORVANE_MSGSTORE_PROPS_SPOOL_VALUE_H_
 #define QUORVANE_MSGSTORE_PROPS_SPOOL_VALUE_H_
 
-#include <cstdio>
-#include <memory>
 #include <mutex>
 
 #include "msgstore/props/large_value.h"
+#include "platform/com/spill_bytes.h"
 
 namespace quorvane {
 
@@ -15,7 +14,7 @@ namespace quorvane {
 class SpoolValue final : public LargeValue {
 public:
     SpoolValue() = default;
-    explicit SpoolValue(Bytes bytes) : memory_(std::move(bytes)), size_(memory_.size()) {}
+    explicit SpoolValue(Bytes bytes) noexcept : bytes_(std::move(bytes)) {}
 
     std::uint64_t Size() const noexcept override;
     [[nodiscard]] HRESULT ReadAt(std::uint64_t offset, void* buffer, ULONG count,
@@ -30,20 +29,8 @@ public:
     [[nodiscard]] HRESULT Assign(LargeValue& other) noexcept;
 
 private:
-    struct CloseFile {
-        void operator()(std::FILE* file) const noexcept { std::fclose(file); }
-    };
-
-    HRESULT ResizeLocked(std::uint64_t size);
-    HRESULT WriteLocked(std::uint64_t offset, const void* buffer, ULONG count);
-    HRESULT MoveToFile();
-    HRESULT FileWrite(std::uint64_t offset, const void* buffer, std::size_t count) noexcept;
-    HRESULT FileZeros(std::uint64_t from, std::uint64_t to) noexcept;
-
     mutable std::mutex mutex_;
-    Bytes memory_;
-    std::unique_ptr<std::FILE, CloseFile> file_;
-    std::uint64_t size_ = 0;
+    SpillBytes bytes_;
 };
 
 }  // namespace quorvane

@@ -1,16 +1,16 @@
-// platform/cfb/memory_lock_bytes.h: an array of bytes in memory.
+// platform/cfb/memory_lock_bytes.h: an array of bytes that is nobody's file.
 #ifndef QUORVANE_PLATFORM_CFB_MEMORY_LOCK_BYTES_H_
 #define QUORVANE_PLATFORM_CFB_MEMORY_LOCK_BYTES_H_
 
-#include <vector>
-
 #include "platform/com/com_object.h"
 #include "platform/com/mutex.h"
+#include "platform/com/spill_bytes.h"
 
 namespace quorvane::cfb {
 
-// Grows as it is written to; what was never written reads as zeros. LockRegion and UnlockRegion give
-// STG_E_INVALIDFUNCTION; E_OUTOFMEMORY comes where memory is short. Any thread may call.
+// Grows as it is written to; what was never written reads as zeros. Up to SpillBytes::kMemoryLimit it lies in
+// memory, beyond that in a temporary file: STG_E_MEDIUMFULL where that disk is full, E_OUTOFMEMORY where
+// memory is short. LockRegion and UnlockRegion give STG_E_INVALIDFUNCTION. Any thread may call.
 class CMemoryLockBytes final : public ComObject<CMemoryLockBytes, ILockBytes> {
 public:
     HRESULT STDMETHODCALLTYPE ReadAt(ULARGE_INTEGER offset, void* buffer, ULONG count, ULONG* read) override;
@@ -30,10 +30,8 @@ public:
     HRESULT STDMETHODCALLTYPE Stat(STATSTG* stat, DWORD flags) override;
 
 private:
-    [[nodiscard]] HRESULT Resize(ULONGLONG size) QV_REQUIRES(m_lock);
-
     Mutex m_lock;
-    std::vector<BYTE> m_bytes QV_GUARDED_BY(m_lock);
+    SpillBytes m_bytes QV_GUARDED_BY(m_lock);
 };
 
 }  // namespace quorvane::cfb

@@ -1,12 +1,11 @@
 #include <algorithm>
-#include <cstring>
 #include <limits>
 #include <memory>
 #include <new>
-#include <vector>
 
 #include "platform/com/com_object.h"
 #include "platform/com/mutex.h"
+#include "platform/com/spill_bytes.h"
 
 namespace {
 
@@ -17,7 +16,7 @@ constexpr ULONGLONG kMaxSize = std::numeric_limits<ULONG>::max();
 // What a stream and its clones share.
 struct Contents {
     Mutex mutex;
-    std::vector<BYTE> bytes QV_GUARDED_BY(mutex);
+    SpillBytes bytes QV_GUARDED_BY(mutex);
 };
 
 // Any thread may call; a position belongs to one stream object, the bytes to all clones.
@@ -34,12 +33,9 @@ public:
         if (!buffer)
             return STG_E_INVALIDPOINTER;
         const MutexLock lock(m_pContents->mutex);
-        const size_t size = m_pContents->bytes.size();
-        if (m_nPosition >= size)
-            return S_OK;
-        const size_t got = std::min<size_t>(count, size - m_nPosition);
-        if (got)
-            std::memcpy(buffer, m_pContents->bytes.data() + m_nPosition, got);
+        size_t got = 0;
+        if (const HRESULT hr = m_pContents->bytes.ReadAt(m_nPosition, buffer, count, got); FAILED(hr))
+            return hr;
         m_nPosition += got;
         if (read)
             *read = static_cast<ULONG>(got);
@@ -56,11 +52,8 @@ public:
         const ULONGLONG end = m_nPosition + count;
         if (end > kMaxSize)
             return STG_E_MEDIUMFULL;
-        const HRESULT hr = count ? Reserve(end) : S_OK;
-        if (FAILED(hr))
+        if (const HRESULT hr = m_pContents->bytes.WriteAt(m_nPosition, buffer, count); FAILED(hr))
             return hr;
-        if (count)
-            std::memcpy(m_pContents->bytes.data() + m_nPosition, buffer, count);
         m_nPosition = end;
         if (written)
             *written = count;
@@ -74,7 +67,7 @@ public:
         if (origin == STREAM_SEEK_CUR)
             base = m_nPosition;
         else if (origin == STREAM_SEEK_END)
-            base = m_pContents->bytes.size();
+            base = m_pContents->bytes.Size();
         else if (origin != STREAM_SEEK_SET)
             return STG_E_INVALIDFUNCTION;
         const bool backwards = move.QuadPart < 0;
@@ -93,7 +86,7 @@ public:
         const MutexLock lock(m_pContents->mutex);
         if (size.QuadPart > kMaxSize)
             return STG_E_MEDIUMFULL;
-        return Resize(size.QuadPart);
+        return m_pContents->bytes.Resize(size.QuadPart);
     }
 
     HRESULT STDMETHODCALLTYPE CopyTo(IStream* target, ULARGE_INTEGER count, ULARGE_INTEGER* read,
@@ -145,7 +138,7 @@ public:
         const MutexLock lock(m_pContents->mutex);
         *stat = STATSTG{};
         stat->type = STGTY_STREAM;
-        stat->cbSize.QuadPart = m_pContents->bytes.size();
+        stat->cbSize.QuadPart = m_pContents->bytes.Size();
         stat->grfMode = STGM_READWRITE;
         return S_OK;
     }
@@ -164,21 +157,6 @@ public:
     }
 
 private:
-    HRESULT Reserve(ULONGLONG size) QV_REQUIRES(m_pContents->mutex)
-    {
-        return size > m_pContents->bytes.size() ? Resize(size) : S_OK;
-    }
-
-    HRESULT Resize(ULONGLONG size) QV_REQUIRES(m_pContents->mutex)
-    {
-        try {
-            m_pContents->bytes.resize(size);
-            return S_OK;
-        } catch (const std::bad_alloc&) {
-            return E_OUTOFMEMORY;
-        }
-    }
-
     const std::shared_ptr<Contents> m_pContents;
     ULONGLONG m_nPosition QV_GUARDED_BY(m_pContents->mutex);
 };
