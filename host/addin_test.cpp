@@ -163,6 +163,19 @@ TEST_F(AddinTest, AMessageThatWasMovedHereGetsTheNewIdThatTheEngineGivesIt)
     EXPECT_TRUE(here.records.FindItem("{NEW}"));
 }
 
+// The engine reports it as a change while it doesn't know of the move: under the ID of the item that left elsewhere.
+TEST_F(AddinTest, AMovedMessageThatKeepsItsIdIsLeftToTheComparison)
+{
+    const std::string entryId = here.AddMessage("moved");
+    here.AddRow("{OLD}", entryId);
+    here.records.PutItem({"{OLD}", "{ANOTHER FOLDER}", {100, "alice"}, false, 1});
+
+    EXPECT_TRUE(IsIgnored("{OLD}"));
+
+    EXPECT_EQ(here.statistics.itemsSent, 0U);
+    EXPECT_EQ(here.records.FindItem("{OLD}")->folderId, "{ANOTHER FOLDER}");
+}
+
 // A move leaves the time as it was: nothing but the folder tells.
 TEST_F(AddinTest, AMovedMessageThatDidntChangeIsSentAsTheNewItemThatItIs)
 {
@@ -272,6 +285,81 @@ TEST_F(AddinTest, TheEndOfTheLastPackageIsTheEndOfAnItemThatFailed)
     ASSERT_EQ(ignored.wait_for(kDeadline), std::future_status::ready);
     EXPECT_FALSE(ignored.get());
     EXPECT_TRUE(here.applying.InHand().id.empty());
+}
+
+// alice shares a folder of hers, {HERS}, with bob.
+class AnnouncedFolderTest : public AddinTest {
+protected:
+    // The folder that the engine hands to the program for an announcement: it watches none of that ID.
+    void TellOfFolder(const std::string& name)
+    {
+        const Share any{"{HERS}", HexOf(*EnsureFolder(here.mail, "Any"), PR_ENTRYID), here.share.storeId, "Any"};
+        const ComPtr<IFolder> folder = AddEngineFolder(here.engine, any);
+        const Variant entryId = Variant::Text(FromUtf8(any.entryId));
+        Check(here.engine.Folders()->Remove(entryId.Raw()), "tell of the folder", name);
+        const std::string text = FormatAnnouncement({name, "alice", {"alice", "bob"}});
+        Check(folder->put_CustomInfo(BstrOf(text).Get()), "tell of the folder", name);
+        EXPECT_EQ(here.addin.OnFolderReceived(folder.Get(), BstrOf("alice").Get()), S_OK);
+    }
+    // Where alice's folder is here.
+    std::string Place()
+    {
+        const auto share = here.records.FindShare("{HERS}");
+        return share ? share->name : std::string();
+    }
+    // A folder of bob's own with a mail in it; its entry identifier.
+    std::string AddOwnFolder(const std::string& name)
+    {
+        const ComPtr<IMAPIFolder> own = EnsureFolder(here.mail, name);
+        here.AddMessage(*own, "bob's own");
+        return HexOf(*own, PR_ENTRYID);
+    }
+};
+
+TEST_F(AnnouncedFolderTest, ANewFolderHasTheNameThatItIsAnnouncedUnder)
+{
+    TellOfFolder("Projects");
+
+    EXPECT_EQ(Place(), "Projects");
+    EXPECT_TRUE(here.engine.FindFolder("{HERS}"));
+}
+
+TEST_F(AnnouncedFolderTest, AFolderInUseUnderThatNameIsNeitherSharedNorFilled)
+{
+    const std::string own = AddOwnFolder("Projects");
+
+    TellOfFolder("Projects");
+
+    EXPECT_EQ(Place(), "Projects (alice)");
+    EXPECT_FALSE(here.records.FindShareByEntryId(own));
+}
+
+TEST_F(AnnouncedFolderTest, TheSecondFolderOfOneNameFromOneMemberHasANumber)
+{
+    AddOwnFolder("Projects");
+    AddOwnFolder("Projects (alice)");
+
+    TellOfFolder("Projects");
+
+    EXPECT_EQ(Place(), "Projects (alice 2)");
+}
+
+TEST_F(AnnouncedFolderTest, AnEmptyFolderOfThatNameBecomesTheSharedOne)
+{
+    const std::string own = HexOf(*EnsureFolder(here.mail, "Projects"), PR_ENTRYID);
+
+    TellOfFolder("Projects");
+
+    EXPECT_EQ(Place(), "Projects");
+    EXPECT_EQ(here.records.FindShare("{HERS}")->entryId, own);
+}
+
+TEST_F(AnnouncedFolderTest, AnEmptyFolderThatIsSharedAlreadyStaysWithItsMembers)
+{
+    TellOfFolder("Shared");
+
+    EXPECT_EQ(Place(), "Shared (alice)");
+    EXPECT_EQ(here.records.FindShare("{F}")->entryId, here.share.entryId);
 }
 
 // What the engine's own threads report, in a folder that it watches.

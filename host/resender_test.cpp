@@ -285,6 +285,30 @@ TEST_F(ResenderTest, ALearnedMemberIsGivenTheVersionsAndDeletionsThatWereMadeHer
     EXPECT_EQ(CountFor("alice"), 0U);
 }
 
+// A package before it that somebody still has open holds it up: nothing it packed has been looked through.
+TEST_F(ResenderTest, AResendIsntDoneBeforeItsPackageWasLookedThrough)
+{
+    const auto entryIds = AddMessages(3);
+    AddMemberWhoHas("carol");
+    EXPECT_TRUE(sender.SendItem(here.share, entryIds[0], here.share.entryId));
+    outbox.TakeReady(true);
+    ComPtr<IStorage> open = OpenCompoundFile(PathOf(here.records.Outgoing().at(0).path));
+    here.records.AddResend("{F}", "carol", ResendScope::kEverything, 0);
+    const auto deadline = std::chrono::steady_clock::now() + kResendDeadline;
+    while (here.records.Outgoing().size() < 2 && std::chrono::steady_clock::now() < deadline) {
+        resender.Step();  // takes the package at the end of the engine's job
+        std::this_thread::yield();
+    }
+    EXPECT_TRUE(outbox.HasUnplanned());
+
+    open.Reset();
+    EXPECT_TRUE(StepToTheEnd());
+
+    EXPECT_EQ(here.callbacks.resent, 3);
+    EXPECT_EQ(CountFor("carol"), 3U);
+    EXPECT_TRUE(here.records.Unsent().empty());
+}
+
 TEST_F(ResenderTest, AFolderWithoutItemsIsDoneAtOnce)
 {
     AddNewMember("carol");

@@ -2,6 +2,9 @@
 
 #include "engine/folders/resend_for_test.h"
 #include "engine/items/testing/failing_mailbox.h"
+#include "platform/testing/unimplemented_dispatch.h"
+
+QUORVANE_IID(quorvane::test::UnimplementedDispatchOf<IQuorvaneRestrict>, DIID_IQuorvaneRestrict);
 
 namespace quorvane {
 namespace {
@@ -18,6 +21,23 @@ constexpr char kRefusedInsert[] =
     "CREATE TRIGGER refused BEFORE INSERT ON tblItem BEGIN SELECT RAISE(FAIL, 'no'); END";
 constexpr char kRefusedDelete[] =
     "CREATE TRIGGER refused BEFORE DELETE ON tblItem BEGIN SELECT RAISE(FAIL, 'no'); END";
+
+// The host's object, which crosses to other threads as it is, until it is found to be none.
+class LostRestriction final
+    : public ComObject<LostRestriction, Answers<test::UnimplementedDispatchOf<IQuorvaneRestrict>, IDispatch>,
+                       FreeThreaded> {
+public:
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** object) override
+    {
+        if (isLost && IsEqualIID(riid, Iid<IQuorvaneRestrict>())) {
+            *object = nullptr;
+            return E_NOINTERFACE;
+        }
+        return ComObject::QueryInterface(riid, object);
+    }
+
+    std::atomic<bool> isLost{false};
+};
 
 // Jobs for bob, each made on this thread and run on one of its own.
 class ResendFolderTest : public testing::ResendFixture {
@@ -36,6 +56,8 @@ protected:
             folder.Get(), store, hasProgress ? progress.Callback().Get() : nullptr, restriction,
             Bstr(OLESTR("bob")).Get(), jobId.Get(), 0.0, all ? 1u : 0u, VARIANT_FALSE);
         job->m_pSession = &session;
+        if (whenMade)
+            whenMade();
         DWORD result = 0;
         std::thread([&] {
             result = job->ThreadProc(stop);
@@ -68,6 +90,7 @@ protected:
     bool hasProgress = true;
     Bstr jobId{OLESTR("job")};
     Event stop;
+    std::function<void()> whenMade;  // between the making of a job and its start
 };
 
 TEST_F(ResendFolderTest, AnEmptyFolderTellsNoLimits)
@@ -496,6 +519,19 @@ TEST_F(ResendFolderTest, AHostThatCantBeReachedEndsTheJob)
 
     EXPECT_EQ(progress.Notes(), "");
     EXPECT_FALSE(Hashes().SuspendSave);
+}
+
+// Everything would go to a member who was to have a part of it.
+TEST_F(ResendFolderTest, ARestrictionThatIsLostOnItsWayToTheJobEndsIt)
+{
+    AddKnown(2);
+    const ComPtr<LostRestriction> restriction = MakeComObject<LostRestriction>();
+    whenMade = [&] { restriction->isLost = true; };
+
+    EXPECT_EQ(Run(true, restriction.Get()), E_NOINTERFACE);
+
+    EXPECT_TRUE(Calls().empty());
+    EXPECT_TRUE(Sent("bob").empty());
 }
 
 TEST_F(ResendFolderTest, ATableThatCantBeReadEndsTheJob)

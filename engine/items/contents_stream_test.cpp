@@ -48,6 +48,34 @@ std::string Text(const std::string& ascii)
     return bytes + std::string(2, '\0');
 }
 
+// A stream on a medium that fails once: at its first read.
+class StumblingStream final : public ComObject<StumblingStream, Answers<IStream, ISequentialStream>> {
+public:
+    explicit StumblingStream(ComPtr<IStream> sound) : sound_(std::move(sound)) {}
+
+    HRESULT STDMETHODCALLTYPE Read(void* bytes, ULONG size, ULONG* read) override
+    {
+        return reads_++ == 0 ? STG_E_READFAULT : sound_->Read(bytes, size, read);
+    }
+    HRESULT STDMETHODCALLTYPE Write(const void*, ULONG, ULONG*) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE Seek(LARGE_INTEGER, DWORD, ULARGE_INTEGER*) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE SetSize(ULARGE_INTEGER) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE CopyTo(IStream*, ULARGE_INTEGER, ULARGE_INTEGER*, ULARGE_INTEGER*) override
+    {
+        return E_NOTIMPL;
+    }
+    HRESULT STDMETHODCALLTYPE Commit(DWORD) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE Revert() override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE LockRegion(ULARGE_INTEGER, ULARGE_INTEGER, DWORD) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE UnlockRegion(ULARGE_INTEGER, ULARGE_INTEGER, DWORD) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE Stat(STATSTG*, DWORD) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE Clone(IStream**) override { return E_NOTIMPL; }
+
+private:
+    const ComPtr<IStream> sound_;
+    int reads_ = 0;
+};
+
 class ContentsStreamTest : public ::testing::Test {
 protected:
     HRESULT LoadItem(const std::string& bytes) { return item->Load(MakeStream(bytes).Get()); }
@@ -130,6 +158,17 @@ TEST_F(ContentsStreamTest, AStreamWithoutAWholeVersionIsRefused)
 {
     EXPECT_EQ(LoadItem(""), E_FAIL);
     EXPECT_EQ(LoadItem(std::string(3, '\0')), E_FAIL);
+}
+
+// What comes after it would pass for an item of its own.
+TEST_F(ContentsStreamTest, AVersionThatCantBeReadIsTheEndOfTheReading)
+{
+    item->m_bstrID = Bstr(OLESTR("id"));
+    const auto stream = MakeComObject<StumblingStream>(MakeStream(kNothing + kNothing + kNothing + kNothing));
+
+    EXPECT_EQ(item->Load(static_cast<IStream*>(stream.Get())), STG_E_READFAULT);
+
+    EXPECT_EQ(Narrow(item->m_bstrID.View()), "id");
 }
 
 TEST_F(ContentsStreamTest, ALengthOfZeroIsANullTextAndALengthOfTwoAnEmptyOne)

@@ -568,6 +568,21 @@ TEST_F(ClassifierTest, AMovesFoldersMustOpenAndItsMessageNeedNot)
     EXPECT_THAT(session.host.Calls(), ElementsAre("deleted "));
 }
 
+// The deletion half needs no message; the item that would be added has nothing in it.
+TEST_F(ClassifierTest, AMoveBetweenSharedFoldersWhoseMessageIsGoneEndsWithTheDeletion)
+{
+    const Bstr unknown(OLESTR("00000000AB"));
+
+    const std::string lines = TracedWhen(
+        {Made(fnevObjectMoved, unknown, TestMailbox::IdOf(*sharedToo), TestMailbox::IdOf(*shared))});
+
+    EXPECT_THAT(lines, HasSubstr("CMsgStores::OnNotify("));
+    EXPECT_THAT(lines, HasSubstr(") 0x80004003\r\n"));
+    EXPECT_THAT(session.host.Calls(), ElementsAre("deleted "));
+    EXPECT_THAT(packages->Sent(), ElementsAre(TextOf(shared) + " "));
+    EXPECT_EQ(Rows(), "0");
+}
+
 TEST_F(ClassifierTest, WhatTheListOfFoldersAnswersMustBeAFolder)
 {
     const Bstr id = AddKnown(*shared.Get());

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "msgstore/store/entry_id.h"
+#include "msgstore/store/schema.h"
 #include "msgstore/store/test_mailbox.h"
 
 namespace quorvane {
@@ -233,6 +235,35 @@ TEST_F(StoreTableTest, ShortTermIdentifiersComeOnlyFromTables)
                                               reinterpret_cast<LPENTRYID>(shortTerm.data()), 0, &same),
               S_OK);
     EXPECT_EQ(same, static_cast<ULONG>(TRUE));
+}
+
+TEST_F(StoreTableTest, AShortTermIdentifierOfAFolderIsTheSameAsItsLongTermOneAndNoOther)
+{
+    const std::vector<BinaryValue> longTerm{BinaryOf(mailbox.Inbox(), PR_ENTRYID),
+                                            BinaryOf(mailbox.Store(), PR_IPM_OUTBOX_ENTRYID)};
+    EntryId inbox;
+    ASSERT_EQ(ParseEntryId(longTerm[0].data(), longTerm[0].size(), inbox), S_OK);
+    const auto shortTermOf = [&](FolderRole role) {
+        const Bytes id = ShortTermId(inbox.store, MAPI_FOLDER, static_cast<std::int64_t>(role));
+        return BinaryValue(id.begin(), id.end());
+    };
+    const std::vector<BinaryValue> shortTerm{shortTermOf(FolderRole::Inbox), shortTermOf(FolderRole::Outbox)};
+    const auto areSame = [&](BinaryValue a, BinaryValue b) {
+        ULONG same = 2;
+        EXPECT_EQ(mailbox.Session().CompareEntryIDs(
+                      static_cast<ULONG>(a.size()), reinterpret_cast<LPENTRYID>(a.data()),
+                      static_cast<ULONG>(b.size()), reinterpret_cast<LPENTRYID>(b.data()), 0, &same),
+                  S_OK);
+        return same;
+    };
+    for (size_t i = 0; i < 2; ++i)
+        for (size_t j = 0; j < 2; ++j) {
+            EXPECT_EQ(areSame(shortTerm[i], longTerm[j]), i == j ? 1u : 0u) << i << j;
+            EXPECT_EQ(areSame(shortTerm[i], shortTerm[j]), i == j ? 1u : 0u) << i << j;
+        }
+    // Folders that aren't there are no more the same than those that are.
+    EXPECT_EQ(areSame(shortTermOf(static_cast<FolderRole>(4711)), shortTermOf(static_cast<FolderRole>(4712))), 0u);
+    EXPECT_EQ(areSame(shortTermOf(static_cast<FolderRole>(4711)), longTerm[0]), 0u);
 }
 
 TEST_F(StoreTableTest, AHierarchyTableShowsTheFoldersBelow)

@@ -110,6 +110,25 @@ TEST_F(SharingTest, AChangeIsSeenWhileBothSidesRun)
     EXPECT_NE(atBob.errors.find("onItemReceived " + id), std::string::npos) << atBob.errors;
 }
 
+TEST_F(SharingTest, AFileThatOnlyResemblesAPackageStaysInTheExchange)
+{
+    ShareSamples({"bob"});
+    RunUntilIdle({"alice"});
+    ASSERT_FALSE(Packages().empty());
+    const std::filesystem::path package = Packages().front();
+    std::string name = package.filename().string();
+    name.replace(package.stem().string().size() - 2, 2, "9x");
+    const std::filesystem::path other = package.parent_path() / name;
+    std::filesystem::copy_file(package, other);
+
+    const auto counts = RunUntilIdle({"bob"});
+
+    EXPECT_TRUE(std::filesystem::exists(other));
+    EXPECT_EQ(Packages(), std::vector{other});
+    EXPECT_EQ(counts[0].at("packagesRejected"), 0U);
+    ExpectSame("alice", "Shared", "bob", "Shared");
+}
+
 TEST_F(SharingTest, ASecondRunSendsNothing)
 {
     ShareSamples({"bob"});
