@@ -88,7 +88,7 @@ Chain::Place Chain::Nearest(SectorId index) const noexcept
 
 HRESULT Chain::Step(Place* place)
 {
-    CFB_TRY(table_->Next(place->sector, &place->sector));
+    CFB_TRY(table_->Follow(place->sector, &place->sector));
     ++place->index;
     return S_OK;
 }

@@ -362,7 +362,7 @@ HRESULT CompoundFile::FreeDraft(const Draft& draft)
     if (draft.IsPlaced())
         return FreeElement(draft.id);
     if (draft.inSectors)
-        CFB_TRY(FreeContent(draft.entry));
+        CFB_TRY(FreeContent(kNoEntry, draft.entry));
     for (const auto& child : draft.children)
         CFB_TRY(FreeDraft(*child));
     return S_OK;

@@ -56,7 +56,6 @@ HRESULT CompoundFile::Ready()
         return S_OK;
     CFB_TRY(volume_->Reload());
     volume_->tree.Changed();
-    owners_.Clear();
     if (root_) {
         for (OpenElement* child = root_->firstChild; child;) {
             OpenElement* const next = child->nextSibling;
@@ -184,7 +183,7 @@ HRESULT CompoundFile::Survey(OpenElement& storage, bool distrusted)
 {
     DirTree::Shape shape;
     CFB_TRY(volume_->tree.Survey(storage.id, &shape));
-    const auto foreign = [&](EntryId id) { return !owners_.Claim(id, storage.id); };
+    const auto foreign = [&](EntryId id) { return !volume_->owners.Claim(id, storage.id); };
     const auto own = std::remove_if(shape.ids.begin(), shape.ids.end(), foreign);
     if (own != shape.ids.end()) {
         shape.sound = false;
@@ -243,7 +242,7 @@ void CompoundFile::NoteMoves(const std::vector<TreeEdit::Move>& moves)
     volume_->tree.Changed();
     for (const TreeEdit::Move& move : moves) {
         open_.Moved(move.from, move.to);
-        owners_.Moved(move.from, move.to);
+        volume_->owners.Moved(move.from, move.to);
     }
 }
 
@@ -430,7 +429,7 @@ HRESULT CompoundFile::Rename(OpenElement& storage, const ElementName& from, cons
         CFB_TRY(volume_->edit.Remove(from, &id));
         CFB_TRY(volume_->edit.Insert(renamed, entry, &replaced));
         CFB_TRY(ApplyEdit());
-        owners_.Moved(id, renamed);
+        volume_->owners.Moved(id, renamed);
         CFB_TRY(volume_->directory.Free(id));
         return volume_->Commit();
     });
@@ -461,19 +460,23 @@ HRESULT CompoundFile::FreeElement(EntryId id)
         if (entry.IsStorage() && entry.Child() != kNoEntry)
             waiting.push_back(entry.Child());
         open_.RevertEntry(at);
-        owners_.Freed(at);
         CFB_TRY(volume_->directory.Free(at));
-        CFB_TRY(FreeContent(entry));
+        CFB_TRY(FreeContent(at, entry));
+        volume_->owners.Freed(at);
     }
     return S_OK;
 }
 
-HRESULT CompoundFile::FreeContent(const DirEntry& entry)
+// What another element is known to hold stays.
+HRESULT CompoundFile::FreeContent(EntryId id, const DirEntry& entry)
 {
     const std::uint64_t size = entry.Size(volume_->header.version);
     if (entry.Type() != EntryType::kStream || size == 0)
         return S_OK;
     const bool mini = size < kMiniCutoff;
+    LinkTable& table = mini ? static_cast<LinkTable&>(volume_->mini) : volume_->fat;
+    if (table.Claims().IsClaimed(entry.Start()) && !volume_->owners.HoldsChain(id))
+        return S_OK;
     const HRESULT hr = mini ? volume_->FreeMiniSectors(entry.Start()) : volume_->FreeSectors(entry.Start());
     return hr == STG_E_DOCFILECORRUPT ? S_OK : hr;  // the rest of a damaged chain stays in use
 }

@@ -4,7 +4,6 @@
 
 #include <utility>
 
-#include "platform/cfb/entry_owners.h"
 #include "platform/cfb/open_element.h"
 
 namespace quorvane::cfb {
@@ -160,7 +159,7 @@ private:
     [[nodiscard]] HRESULT Hang(const DirEntry& entry, EntryId* id);
     void NoteMoves(const std::vector<TreeEdit::Move>& moves);
     [[nodiscard]] HRESULT FreeElement(EntryId id);
-    [[nodiscard]] HRESULT FreeContent(const DirEntry& entry);
+    [[nodiscard]] HRESULT FreeContent(EntryId id, const DirEntry& entry);
     // Of drafts: see compound_drafts.cpp.
     static FILETIME Now() noexcept;
     OpenElement* FindNew(const OpenElement& storage, const ElementName& name) const noexcept;
@@ -195,7 +194,6 @@ private:
     std::unique_ptr<Volume> volume_;
     bool known_ = false;  // the volume is one that was kept
     OpenElements open_;
-    EntryOwners owners_;
     OpenElement* root_ = nullptr;
 
     // The element that Next told last: it is likely to be opened.

@@ -1,4 +1,4 @@
-// platform/cfb/entry_owners.h: which storage an entry was met in.
+// platform/cfb/entry_owners.h: which storage an entry was met in, and which streams hold their sectors.
 #ifndef QUORVANE_PLATFORM_CFB_ENTRY_OWNERS_H_
 #define QUORVANE_PLATFORM_CFB_ENTRY_OWNERS_H_
 
@@ -26,8 +26,19 @@ public:
         return mark.owner == owner.self;
     }
 
+    // Of a stream: whether the chain that its entry names is claimed (SectorClaims) for it.
+    bool HoldsChain(EntryId entry) const noexcept { return entry < holding_.size() && holding_[entry]; }
+    void SetHoldsChain(EntryId entry, bool holds)
+    {
+        if (entry >= holding_.size())
+            holding_.resize(std::size_t{entry} + 1);
+        holding_[entry] = holds;
+    }
+
     void Moved(EntryId from, EntryId to)
     {
+        SetHoldsChain(to, HoldsChain(from));
+        SetHoldsChain(from, false);
         if (from >= marks_.size())
             return;
         Reach(to);
@@ -39,9 +50,17 @@ public:
     {
         if (entry < marks_.size())
             marks_[entry] = Mark{};
+        if (entry < holding_.size())
+            holding_[entry] = false;
     }
 
-    void Clear() noexcept { marks_.clear(); }
+    // Forgets which storages entries were met in.
+    void DropOwners() noexcept { marks_ = {}; }
+    void Clear() noexcept
+    {
+        marks_.clear();
+        holding_.clear();
+    }
 
 private:
     struct Mark {
@@ -56,6 +75,7 @@ private:
     }
 
     std::vector<Mark> marks_;
+    std::vector<bool> holding_;
     std::uint32_t last_ = 0;
 };
 

@@ -11,6 +11,7 @@ HRESULT Fat::Load()
 {
     fat_.clear();
     difat_.clear();
+    Claims().Clear();
     const SectorId limit = sectors_.Count();
     const std::size_t needed = (std::size_t{limit} + Entries() - 1) / Entries();
     const std::size_t said = std::min<std::size_t>(header_.fatSectors, limit);
@@ -24,6 +25,10 @@ HRESULT Fat::Load()
         difat_.resize(std::min(difat_.size(), DifatSectors(fat_.size())));
         if (HasTwice())
             return STG_E_DOCFILECORRUPT;
+    }
+    for (const auto* list : {&fat_, &difat_}) {
+        for (const SectorId sector : *list)
+            Claims().Claim(sector);
     }
     header_.fatSectors = static_cast<std::uint32_t>(fat_.size());
     sectors_.Disown(Slots());
@@ -117,6 +122,7 @@ HRESULT Fat::Extend()
         header_.difat[index] = fat;
     sectors_.File().Order();
     fat_.push_back(fat);
+    Claims().Claim(fat);
     header_.fatSectors = static_cast<std::uint32_t>(fat_.size());
     return header_.Write(sectors_.File());
 }
@@ -138,6 +144,7 @@ HRESULT Fat::ListInDifat(SectorId fat, bool newDifat)
         CFB_TRY(StoreEntry(difat_.back(), PerDifat(), difat));
     }
     difat_.push_back(difat);
+    Claims().Claim(difat);
     header_.difatSectors = static_cast<std::uint32_t>(difat_.size());
     return S_OK;
 }
@@ -154,6 +161,7 @@ HRESULT Fat::Retract(SectorId* count)
                       (!difatGoes || difat_.back() == covered + 1);
     if (!last)
         return S_OK;
+    Claims().Release(fat_.back());
     fat_.pop_back();
     CFB_TRY(Unlist(difatGoes));
     *count = covered;
@@ -169,6 +177,7 @@ HRESULT Fat::Unlist(bool difatGoes)
         return header_.Write(sectors_.File());
     }
     if (difatGoes) {
+        Claims().Release(difat_.back());
         difat_.pop_back();
         header_.difatSectors = static_cast<std::uint32_t>(difat_.size());
         if (difat_.empty())

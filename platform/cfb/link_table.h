@@ -7,6 +7,7 @@
 
 #include "platform/cfb/format.h"
 #include "platform/cfb/result.h"
+#include "platform/cfb/sector_claims.h"
 
 namespace quorvane::cfb {
 
@@ -17,10 +18,31 @@ public:
 
     // STG_E_DOCFILECORRUPT: there is no such sector. Others come from the byte store.
     [[nodiscard]] virtual HRESULT Next(SectorId sector, SectorId* next) = 0;
+    // The same on the way along a chain. STG_E_DOCFILECORRUPT also when another chain holds the next sector,
+    // or this one does already.
+    [[nodiscard]] HRESULT Follow(SectorId sector, SectorId* next)
+    {
+        CFB_TRY(Next(sector, next));
+        return *next >= Slots() || claims_.Follow(sector, *next) ? S_OK : STG_E_DOCFILECORRUPT;
+    }
+    // The same on the way along a chain that is freed: one that runs into another chain ends there.
+    [[nodiscard]] HRESULT FollowFreed(SectorId sector, SectorId* next)
+    {
+        CFB_TRY(Next(sector, next));
+        if (claims_.IsClaimed(*next) && !claims_.IsFollowed(sector))
+            *next = kEndOfChain;
+        return S_OK;
+    }
+    // What is known of the chains. It follows what is written by the functions below.
+    SectorClaims& Claims() noexcept { return claims_; }
+
     // Each link takes effect by itself.
     [[nodiscard]] HRESULT SetNext(SectorId sector, SectorId next)
     {
         std::array<BYTE, 4> link;
+        CFB_TRY(Unfollow(sector));
+        if (next == kFreeSector)
+            claims_.Release(sector);
         StoreU32(link.data(), next);
         return SetLinks(sector, link.data(), 1);
     }
@@ -31,8 +53,10 @@ public:
         std::array<BYTE, 4 * kBlock> links;
         while (count > 0) {
             const SectorId part = std::min(count, kBlock - first % kBlock);
-            for (SectorId i = 0; i < part; ++i)
+            for (SectorId i = 0; i < part; ++i) {
+                CFB_TRY(Unfollow(first + i));
                 StoreU32(&links[4 * i], i + 1 < count ? first + i + 1 : next);
+            }
             CFB_TRY(SetLinks(first, links.data(), part));
             first += part;
             count -= part;
@@ -48,6 +72,21 @@ protected:
 
     // Writes the links of `count` sectors, which lie within one block.
     [[nodiscard]] virtual HRESULT SetLinks(SectorId first, const BYTE* links, SectorId count) = 0;
+
+private:
+    // The sector's link is about to lead elsewhere.
+    [[nodiscard]] HRESULT Unfollow(SectorId sector)
+    {
+        if (!claims_.IsFollowed(sector))
+            return S_OK;
+        SectorId next = 0;
+        CFB_TRY(Next(sector, &next));
+        claims_.Release(next);
+        claims_.Unfollow(sector);
+        return S_OK;
+    }
+
+    SectorClaims claims_;
 };
 
 }  // namespace quorvane::cfb

@@ -18,6 +18,7 @@ void MiniStream::Reset(const DirEntry& root) noexcept
     data_.Reset(count_ > 0 ? root.Start() : kEndOfChain);
     links_.Reset(count_ > 0 || header_.miniFatSectors > 0 ? header_.firstMiniFat : kEndOfChain);
     slots_.Reset(count_);
+    Claims().Clear();
     grown_ = false;
 }
 
@@ -176,7 +177,7 @@ HRESULT MiniStream::FreeChain(SectorId* at, std::uint32_t most)
 {
     for (; most > 0 && *at < count_; --most) {
         const SectorId sector = *at;
-        CFB_TRY(Next(sector, at));
+        CFB_TRY(FollowFreed(sector, at));
         if (*at > kMaxSector && *at != kEndOfChain) {
             *at = kEndOfChain;
             return S_OK;

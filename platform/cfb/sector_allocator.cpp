@@ -48,7 +48,7 @@ HRESULT SectorAllocator::FreeChain(SectorId* at, std::uint32_t most)
 {
     for (; most > 0 && *at < sectors_.Count(); --most) {
         const SectorId sector = *at;
-        CFB_TRY(fat_.Next(sector, at));
+        CFB_TRY(fat_.FollowFreed(sector, at));
         if (*at > kMaxSector && *at != kEndOfChain) {
             *at = kEndOfChain;
             return S_OK;

@@ -14,6 +14,7 @@ HRESULT StreamBody::Load(EntryId id)
     if (entry.Type() != EntryType::kStream)
         return STG_E_DOCFILECORRUPT;
     CFB_TRY(Take(entry));
+    CFB_TRY(volume_->ClaimChain(id, Table(IsMini(size_)), chain_.First()));
     id_ = id;
     unlinked_ = nullptr;
     return S_OK;
@@ -258,6 +259,10 @@ HRESULT StreamBody::Switch(SectorId start, std::uint64_t size)
     entry.SetSize(size);
     CFB_TRY(volume_->directory.Write(id_, entry));
     volume_->file.Order();
+    if (start != chain_.First() || IsMini(size) != IsMini(size_)) {
+        volume_->owners.SetHoldsChain(id_, false);
+        CFB_TRY(volume_->ClaimChain(id_, Table(IsMini(size)), start));
+    }
     size_ = size;
     return S_OK;
 }

@@ -70,6 +70,7 @@ bool Volume::Leave() noexcept
     file.DropCache();
     tree.DropMarks();
     tree.Changed();
+    owners.DropOwners();
     changed_ = false;
     return !allocator.HasFreed();
 }
@@ -106,6 +107,29 @@ HRESULT Volume::LoadTables()
     if (root.Type() != EntryType::kRoot)
         return STG_E_DOCFILECORRUPT;
     mini.Reset(root);
+    owners.Clear();
+    return ClaimTables(root);
+}
+
+// The directory, the mini FAT and the mini stream are the first to have their sectors.
+HRESULT Volume::ClaimTables(const DirEntry& root)
+{
+    const SectorId miniFat = mini.Slots() > 0 ? header.firstMiniFat : kEndOfChain;
+    const SectorId miniStream = mini.Slots() > 0 ? root.Start() : kEndOfChain;
+    for (const SectorId first : {header.firstDirectory, miniFat, miniStream}) {
+        if (first < fat.Slots() && !fat.Claims().Claim(first))
+            return STG_E_DOCFILECORRUPT;
+    }
+    return S_OK;
+}
+
+HRESULT Volume::ClaimChain(EntryId stream, LinkTable& table, SectorId first)
+{
+    if (first >= table.Slots() || owners.HoldsChain(stream))
+        return S_OK;
+    if (!table.Claims().Claim(first))
+        return STG_E_DOCFILECORRUPT;
+    owners.SetHoldsChain(stream, true);
     return S_OK;
 }
 

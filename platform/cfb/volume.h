@@ -4,6 +4,7 @@
 
 #include "platform/cfb/dir_tree.h"
 #include "platform/cfb/docfile.h"
+#include "platform/cfb/entry_owners.h"
 #include "platform/cfb/mini_stream.h"
 
 namespace quorvane::cfb {
@@ -39,6 +40,9 @@ public:
     // Gives the end of the file back where it is free, if something was changed since it was opened. all:
     // whatever can be given back; else only when it is much.
     [[nodiscard]] HRESULT Trim(bool all);
+    // Sees to it that the chain of a stream is no other's, as far as its first sector tells; the rest is seen
+    // as it is walked. STG_E_DOCFILECORRUPT.
+    [[nodiscard]] HRESULT ClaimChain(EntryId stream, LinkTable& table, SectorId first);
     // Frees a chain that nothing points at any more, in steps of bounded memory, with commits.
     [[nodiscard]] HRESULT FreeSectors(SectorId first);
     [[nodiscard]] HRESULT FreeMiniSectors(SectorId first);
@@ -55,11 +59,13 @@ public:
     MiniStream mini;
     DirTree tree;
     TreeEdit edit;
+    EntryOwners owners;
 
 private:
     static constexpr std::uint32_t kFreedAtOnce = 4096;
 
     [[nodiscard]] HRESULT LoadTables();
+    [[nodiscard]] HRESULT ClaimTables(const DirEntry& root);
 
     bool changed_ = false;
 };

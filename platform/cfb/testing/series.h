@@ -64,6 +64,9 @@ public:
     }
 
     const Bytes& Content() const { return m_store.bytes; }
+    // How often bytes were read or written, and how many.
+    std::uint64_t Calls() const { return m_store.calls; }
+    std::uint64_t Moved() const { return m_store.moved; }
     // The write with this number, counted from 0, is refused; `on`: those behind it too.
     void RefuseWrite(std::size_t write, bool on)
     {

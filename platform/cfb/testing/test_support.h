@@ -43,6 +43,8 @@ public:
     HRESULT ReadAt(std::uint64_t offset, void* to, std::size_t count, std::size_t* read) noexcept override
     {
         *read = offset < bytes.size() ? std::min<std::size_t>(count, bytes.size() - offset) : 0;
+        ++calls;
+        moved += *read;
         if (*read > 0)
             std::memcpy(to, &bytes[offset], *read);
         return S_OK;
@@ -52,6 +54,8 @@ public:
         if (Fails())
             return STG_E_MEDIUMFULL;
         ++writes;
+        ++calls;
+        moved += count;
         const auto* begin = static_cast<const BYTE*>(from);
         // One change for each page: so far a kill lets a write come.
         for (std::size_t done = 0; done < count;) {
@@ -89,6 +93,9 @@ public:
 
     Bytes bytes;
     std::size_t writes = 0;
+    // How often bytes were read or written, and how many.
+    std::uint64_t calls = 0;
+    std::uint64_t moved = 0;
     bool keepLog = false;
     std::vector<Change> log;
     // The change with this number fails, and all after it while `stays`.
@@ -269,25 +276,6 @@ using Tree = std::map<std::string, std::optional<Bytes>>;
         if (FAILED(hr))
             worst = hr;
     }
-}
-
-// Opens a file, walks through it, and changes what can be changed; every result but a crash is good.
-inline HRESULT Exercise(const Bytes& file)
-{
-    const auto bytes = LockBytesWith(file);
-    ComPtr<IStorage> root;
-    HRESULT hr = OpenDocfileOnLockBytes(bytes.Get(), kOpen, root.Put());
-    if (FAILED(hr))
-        return hr;
-    Tree tree;
-    hr = Walk(*root, "", &tree);
-    (void)WriteStream(*root, "added", Pattern(6000, 1));
-    (void)WriteStream(*root, "added too", Pattern(60, 1));
-    for (const auto& [path, content] : tree) {
-        if (path.find('/') == std::string::npos)
-            (void)root->DestroyElement(FromUtf8(path).c_str());
-    }
-    return hr;
 }
 
 // A directory for the test that makes it; gone with it.
