@@ -7,10 +7,22 @@
 
 namespace quorvane::host::exchange {
 
+ChangerId ChangerOf(const DeviceId& device, const Epoch& epoch)
+{
+    WireWriter bytes;
+    bytes.Put("a changer").Put(device.bytes).Put(epoch);
+    Digest digest;
+    digest.Add(bytes.Bytes());
+    const auto whole = digest.Finish();
+    ChangerId changer;
+    std::copy_n(whole.begin(), changer.bytes.size(), changer.bytes.begin());
+    return changer;
+}
+
 void Version::Merge(const Version& other)
 {
-    for (const auto& [device, count] : other.changes_) {
-        std::uint64_t& own = changes_[device];
+    for (const auto& [changer, count] : other.changes_) {
+        std::uint64_t& own = changes_[changer];
         own = std::max(own, count);
     }
 }
@@ -36,8 +48,8 @@ std::string Version::Write() const
 {
     WireWriter version;
     version.Put(static_cast<std::uint16_t>(changes_.size()));
-    for (const auto& [device, count] : changes_)
-        version.Put(device.bytes).Put(count);
+    for (const auto& [changer, count] : changes_)
+        version.Put(changer.bytes).Put(count);
     return version.Bytes();
 }
 
@@ -46,16 +58,16 @@ Version Version::Read(std::string_view bytes, std::string_view what)
     WireReader reader(bytes, what);
     const std::size_t count = reader.Get<std::uint16_t>();
     if (count > kMostChangers)
-        Refuse(std::string(what) + " was changed by more devices than may be");
+        Refuse(std::string(what) + " was changed by more changers than may be");
     Version version;
     for (std::size_t index = 0; index < count; ++index) {
-        DeviceId device;
-        device.bytes = reader.GetBytes<sizeof(DeviceId::bytes)>();
+        ChangerId changer;
+        changer.bytes = reader.GetBytes<sizeof(ChangerId::bytes)>();
         const auto changes = reader.Get<std::uint64_t>();
-        const bool rises = version.changes_.empty() || version.changes_.rbegin()->first < device;
+        const bool rises = version.changes_.empty() || version.changes_.rbegin()->first < changer;
         if (!rises || changes == 0 || changes > kMostChanges)
             Refuse(std::string(what) + " has no proper version");
-        version.changes_.emplace_hint(version.changes_.end(), device, changes);
+        version.changes_.emplace_hint(version.changes_.end(), changer, changes);
     }
     reader.End();
     return version;

@@ -1,6 +1,9 @@
 // host/exchange/version.h: of two states of an item, which one had seen the other.
 //
-// As bytes, little-endian: 2 number of devices, and for each, by rising id: 16 its id, 8 how many changes of
+// Each change raises the count of whoever made it. A device counts anew in each of its epochs, under another name: a
+// mailbox that came out of a backup would else give the counts of lost changes to others.
+//
+// As bytes, little-endian: 2 number of changers, and for each, by rising id: 16 its id, 8 how many changes of
 // its own the state holds, from 1.
 #ifndef QUORVANE_HOST_EXCHANGE_VERSION_H_
 #define QUORVANE_HOST_EXCHANGE_VERSION_H_
@@ -11,8 +14,17 @@
 #include <string_view>
 
 #include "host/exchange/keys.h"
+#include "host/exchange/seal.h"
 
 namespace quorvane::host::exchange {
+
+// A device in one of its epochs.
+struct ChangerId {
+    std::array<unsigned char, 16> bytes{};
+    auto operator<=>(const ChangerId&) const = default;
+};
+
+ChangerId ChangerOf(const DeviceId& device, const Epoch& epoch);
 
 class Version {
 public:
@@ -23,12 +35,12 @@ public:
         kConflict,
     };
 
-    // The devices of a version that somebody sends, at the most, and the changes of one.
+    // The changers of a version that somebody sends, at the most, and the changes of one.
     static constexpr std::size_t kMostChangers = 1024;
     static constexpr std::uint64_t kMostChanges = std::uint64_t{1} << 48;
 
-    // This state, changed once more by a device.
-    void Raise(const DeviceId& device) { ++changes_[device]; }
+    // This state, changed once more.
+    void Raise(const ChangerId& changer) { ++changes_[changer]; }
     // The state that has seen both.
     void Merge(const Version& other);
     Order Against(const Version& other) const;
@@ -42,7 +54,7 @@ public:
 private:
     bool HasSeen(const Version& other) const;
 
-    std::map<DeviceId, std::uint64_t> changes_;
+    std::map<ChangerId, std::uint64_t> changes_;
 };
 
 }  // namespace quorvane::host::exchange

@@ -12,16 +12,16 @@ namespace {
 
 using Order = Version::Order;
 
-DeviceId Device(unsigned char number)
+ChangerId Changer(unsigned char number)
 {
-    DeviceId id;
+    ChangerId id;
     id.bytes[0] = number;
     return id;
 }
 
 Version Changed(Version version, unsigned char by)
 {
-    version.Raise(Device(by));
+    version.Raise(Changer(by));
     return version;
 }
 
@@ -59,7 +59,7 @@ TEST(VersionTest, AgreesWithTheSetsOfChangesBehindIt)
         auto& [version, changes] = states[random() % states.size()];
         if (random() % 2) {
             const auto by = static_cast<unsigned char>(random() % 4);
-            version.Raise(Device(by));
+            version.Raise(Changer(by));
             ++changes[by];
         } else {
             const auto& [other, otherChanges] = states[random() % states.size()];
@@ -83,6 +83,18 @@ TEST(VersionTest, AgreesWithTheSetsOfChangesBehindIt)
         conflicts += expected == Order::kConflict ? 1 : 0;
     }
     EXPECT_GT(conflicts, 100);
+}
+
+TEST(VersionTest, ADeviceIsAnotherChangerInEachOfItsEpochs)
+{
+    DeviceId one, another;
+    another.bytes[15] = 1;
+    Epoch first{}, second{};
+    second[0] = 1;
+
+    EXPECT_EQ(ChangerOf(one, first), ChangerOf(one, first));
+    EXPECT_NE(ChangerOf(one, first), ChangerOf(one, second));
+    EXPECT_NE(ChangerOf(one, first), ChangerOf(another, first));
 }
 
 TEST(VersionTest, IsReadAsItWasWritten)
@@ -109,7 +121,7 @@ TEST(VersionTest, BytesThatAreNoVersionAreRefused)
     EXPECT_NE(RefusalOf([&] { Version::Read(tooOften, "an item"); }), "");
     EXPECT_NE(RefusalOf([&] {
                   Version::Read(std::string("\x01\x04", 2) + std::string(1025 * 24, 'x'), "an item");
-              }).find("more devices"),
+              }).find("more changers"),
               std::string::npos);
 }
 

@@ -1,0 +1,107 @@
+#include "host/exchange/item_heads.h"
+
+#include <algorithm>
+
+namespace quorvane::host::exchange {
+
+void ItemHeads::Insert(const Revision& revision)
+{
+    std::erase_if(heads_, [&](const Revision& head) { return revision.Supersedes(head); });
+    heads_.insert(std::upper_bound(heads_.begin(), heads_.end(), revision, IsShownBefore), revision);
+}
+
+ItemHeads::Taken ItemHeads::Take(const Revision& revision)
+{
+    const bool isKnown = std::any_of(heads_.begin(), heads_.end(), [&](const Revision& head) {
+        return head == revision || head.Supersedes(revision);
+    });
+    if (isKnown)
+        return Taken::kKnown;
+    std::optional<Revision> before;
+    if (Shown())
+        before = *Shown();
+    ItemHeads next = *this;
+    next.Insert(revision);
+    if (next.heads_.size() > kMost)
+        Refuse("an item was changed by more devices at once than may be");
+    *this = std::move(next);
+    if (heads_.front() == revision)
+        return Taken::kShown;
+    return before && heads_.front() == *before ? Taken::kNotShown : Taken::kOther;
+}
+
+// What somebody who changes the item here has seen: what it shows, and what is nowhere else to be seen
+// anyway.
+Version ItemHeads::SeenBy(const IsKept& isKept) const
+{
+    Version seen;
+    for (const Revision& head : heads_) {
+        const bool isText = !head.isDeletion && head.content != Shown()->content;
+        if (!isText || isKept(head))
+            seen.Merge(head.version);
+    }
+    return seen;
+}
+
+Revision ItemHeads::Change(const ChangerId& changer, const DeviceId& by, std::uint64_t now,
+                           const std::optional<ContentDigest>& content, const IsKept& isKept)
+{
+    Revision revision;
+    revision.version = SeenBy(isKept);
+    revision.version.Raise(changer);
+    revision.stamp = now;
+    for (const Revision& head : heads_)
+        revision.stamp = std::max(revision.stamp, head.stamp + 1);
+    revision.stamp = std::min(revision.stamp, Revision::kLatestStamp);
+    revision.by = by;
+    revision.isDeletion = !content;
+    revision.content = content.value_or(ContentDigest{});
+    Insert(revision);
+    return revision;
+}
+
+std::vector<Revision> ItemHeads::Beaten() const
+{
+    std::vector<Revision> beaten;
+    for (const Revision& head : heads_)
+        if (!head.isDeletion && head.content != heads_.front().content)
+            beaten.push_back(head);
+    return beaten;
+}
+
+bool ItemHeads::IsRevived() const noexcept
+{
+    return !heads_.empty() && !heads_.front().isDeletion && heads_.back().isDeletion;
+}
+
+std::string ItemHeads::Write() const
+{
+    WireWriter bytes;
+    bytes.Put(static_cast<std::uint16_t>(heads_.size()));
+    for (const Revision& head : heads_)
+        exchange::Write(head, bytes);
+    return bytes.Bytes();
+}
+
+ItemHeads ItemHeads::Read(std::string_view bytes, std::string_view what)
+{
+    WireReader reader(bytes, what);
+    const std::size_t count = reader.Get<std::uint16_t>();
+    if (count > kMost)
+        Refuse(std::string(what) + " was changed by more devices at once than may be");
+    ItemHeads heads;
+    for (std::size_t index = 0; index < count; ++index) {
+        const Revision revision = ReadRevision(reader, what);
+        const bool isInOrder = heads.heads_.empty() || IsShownBefore(heads.heads_.back(), revision);
+        if (!isInOrder)
+            Refuse(std::string(what) + " has its revisions out of order");
+        for (const Revision& head : heads.heads_)
+            if (head.Supersedes(revision) || revision.Supersedes(head))
+                Refuse(std::string(what) + " has a revision that another one supersedes");
+        heads.heads_.push_back(revision);
+    }
+    reader.End();
+    return heads;
+}
+
+}  // namespace quorvane::host::exchange
