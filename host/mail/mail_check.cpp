@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 
+#include "host/mail/file_form.h"
 #include "host/mail/unicode.h"
 
 namespace quorvane {
@@ -47,40 +48,6 @@ void ForEachHeaderLine(std::string_view mail, Visit visit)
             return;
         mail.remove_prefix(line.size());
     }
-}
-
-enum class Utf16 { kNo, kLittle, kBig };
-
-// Whether a file is in UTF-16, by its mark or by the zero bytes of its first letters.
-Utf16 Utf16Of(std::string_view bytes) noexcept
-{
-    if (bytes.starts_with("\xFF\xFE"))
-        return Utf16::kLittle;
-    if (bytes.starts_with("\xFE\xFF"))
-        return Utf16::kBig;
-    if (bytes.size() < 4)
-        return Utf16::kNo;
-    const bool big =
-        bytes[0] == '\0' && IsNameCharacter(bytes[1]) && bytes[2] == '\0' && IsNameCharacter(bytes[3]);
-    const bool little =
-        IsNameCharacter(bytes[0]) && bytes[1] == '\0' && IsNameCharacter(bytes[2]) && bytes[3] == '\0';
-    return big ? Utf16::kBig : little ? Utf16::kLittle : Utf16::kNo;
-}
-
-// Without the mark; half a letter at the end and NULs become kReplacement.
-std::string DecodeUtf16(std::string_view bytes, Utf16 order)
-{
-    constexpr OLECHAR kMark = 0xFEFF;
-    OleString wide;
-    wide.reserve(bytes.size() / 2 + 1);
-    for (std::size_t at = 0; at + 1 < bytes.size(); at += 2) {
-        const auto first = static_cast<unsigned char>(bytes[at]);
-        const auto second = static_cast<unsigned char>(bytes[at + 1]);
-        wide.push_back(static_cast<OLECHAR>(order == Utf16::kBig ? first << 8 | second : second << 8 | first));
-    }
-    if (bytes.size() % 2 != 0)
-        wide.push_back(static_cast<OLECHAR>(kReplacement));
-    return CleanUtf8(Utf8FromWide(!wide.empty() && wide[0] == kMark ? OleStringView(wide).substr(1) : wide));
 }
 
 std::string_view Trimmed(std::string_view text) noexcept
@@ -142,14 +109,6 @@ std::string_view TrimToMail(std::string_view bytes) noexcept
         bytes.remove_prefix(line.size());
     }
     return bytes;
-}
-
-void RepairForm(std::string& bytes)
-{
-    if (const Utf16 order = Utf16Of(bytes); order != Utf16::kNo)
-        bytes = DecodeUtf16(bytes, order);
-    if (bytes.find('\r') != std::string::npos && bytes.find('\n') == std::string::npos)
-        std::replace(bytes.begin(), bytes.end(), '\r', '\n');
 }
 
 std::size_t LineLength(std::string_view bytes) noexcept

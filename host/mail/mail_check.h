@@ -29,10 +29,6 @@ std::optional<std::string> WhyNotMail(std::string_view bytes, MailHint hint);
 // header field.
 std::string_view TrimToMail(std::string_view bytes) noexcept;
 
-// Turns a file in UTF-16 into UTF-8, and the line ends of one that knows only CR into LF; leaves others as
-// they are.
-void RepairForm(std::string& bytes);
-
 // The length of the first line of `bytes`, its line end included.
 [[nodiscard]] std::size_t LineLength(std::string_view bytes) noexcept;
 

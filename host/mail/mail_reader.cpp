@@ -5,6 +5,7 @@
 #include <fstream>
 #include <string_view>
 
+#include "host/mail/file_form.h"
 #include "host/mail/mail_check.h"
 #include "host/mail/mail_files.h"
 #include "host/mail/mbox_reader.h"
@@ -15,6 +16,8 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr std::size_t kSniffed = std::size_t{64} << 10;
+constexpr std::size_t kBlock = std::size_t{256} << 10;
+constexpr const char* kTooLarge = "it is larger than 1 GB";
 
 struct Signature {
     std::string_view bytes;
@@ -55,6 +58,75 @@ bool IsMbox(std::string_view beginning)
     const std::string_view line = beginning.substr(0, LineLength(beginning));
     return IsDatedSeparator(line) || IsHeaderField(beginning.substr(line.size()));
 }
+
+// A file that is one mail.
+class SingleMail {
+public:
+    // stream  stands behind the file's beginning, which was read.
+    SingleMail(std::ifstream& stream, const std::string& beginning, std::uint64_t size)
+        : stream_(stream), beginning_(beginning), size_(size)
+    {}
+
+    // Repairs the file's form; false when it can't be read to its end.
+    bool Read(MailBytes& mail)
+    {
+        bool onlyCr = beginning_.find('\n') == std::string::npos;
+        if (onlyCr && !LooksForCr(onlyCr))
+            return false;
+        bool begun = false;
+        return ForEachPiece([&](std::string& piece) {
+            if (onlyCr)
+                std::replace(piece.begin(), piece.end(), '\r', '\n');
+            // What goes before the mail is less than the beginning that was looked at.
+            mail.Append(begun ? std::string_view(piece) : TrimToMail(piece));
+            begun = true;
+            return true;
+        });
+    }
+
+private:
+    // Whether the whole file has CRs and no LF.
+    bool LooksForCr(bool& onlyCr)
+    {
+        bool cr = false;
+        bool lf = false;
+        const bool read = ForEachPiece([&](std::string& piece) {
+            cr = cr || piece.find('\r') != std::string::npos;
+            lf = lf || piece.find('\n') != std::string::npos;
+            return !lf;
+        });
+        onlyCr = cr && !lf;
+        return read;
+    }
+
+    // Hands over the file in 8-bit text, piece by piece, until `visit` has enough.
+    template <class Visit>
+    bool ForEachPiece(Visit visit)
+    {
+        Utf16File wide(beginning_);
+        std::string piece = beginning_;
+        stream_.clear();
+        stream_.seekg(static_cast<std::streamoff>(beginning_.size()));
+        for (std::uint64_t left = size_ - beginning_.size();;) {
+            std::string text;
+            if (wide.Is()) {
+                wide.Put(piece, text);
+                if (left == 0)
+                    wide.End(text);
+            }
+            if (!visit(wide.Is() ? text : piece) || left == 0)
+                return true;
+            piece.resize(static_cast<std::size_t>(std::min<std::uint64_t>(left, kBlock)));
+            if (!stream_.read(piece.data(), static_cast<std::streamsize>(piece.size())))
+                return false;
+            left -= piece.size();
+        }
+    }
+
+    std::ifstream& stream_;
+    const std::string& beginning_;
+    std::uint64_t size_;
+};
 
 }  // namespace
 
@@ -138,27 +210,36 @@ private:
         }
         if (auto reason = WhyNotMail(bytes, single ? MailHint::Named : MailHint::Unnamed))
             return LeaveOut(leftOut, source, std::move(*reason));
-        return ReadSingle(file, stream, std::move(bytes), mail, leftOut);
+        return ReadSingle(file, stream, bytes, mail, leftOut);
     }
 
-    static Step ReadSingle(const MailFile& file, std::ifstream& stream, std::string bytes, FoundMail& mail,
-                           LeftOutFile& leftOut)
+    static Step ReadSingle(const MailFile& file, std::ifstream& stream, const std::string& beginning,
+                           FoundMail& mail, LeftOutFile& leftOut)
     {
         const std::string source = file.path.string();
         if (file.size > kLargestMail)
-            return LeaveOut(leftOut, source, "it is larger than 512 MB");
-        const std::size_t had = bytes.size();
-        bytes.resize(static_cast<std::size_t>(file.size));
-        if (bytes.size() > had &&
-            !stream.read(bytes.data() + had, static_cast<std::streamsize>(bytes.size() - had)))
+            return LeaveOut(leftOut, source, kTooLarge);
+        SingleMail single(stream, beginning, file.size);
+        if (!single.Read(mail.bytes))
             return LeaveOut(leftOut, source, "it can't be read");
-        RepairForm(bytes);
-        bytes.erase(0, bytes.size() - TrimToMail(bytes).size());
         mail.source = source;
         mail.path = file.path;
         mail.read = file.read;
-        mail.bytes = std::move(bytes);
-        return Step::Found;
+        return Kept(mail, leftOut);
+    }
+
+    // A mail is found only when all of it could be set aside.
+    static Step Kept(FoundMail& mail, LeftOutFile& leftOut)
+    {
+        const HRESULT hr = mail.bytes.Result();
+        if (SUCCEEDED(hr))
+            return Step::Found;
+        const std::string source = std::move(mail.source);
+        mail = {};
+        return LeaveOut(leftOut, source,
+                        hr == STG_E_MEDIUMFULL
+                            ? "there is no room for a copy of it in the temporary directory"
+                            : "it can't be copied to the temporary directory");
     }
 
     Step NextOfMbox(FoundMail& mail, LeftOutFile& leftOut)
@@ -170,12 +251,12 @@ private:
             case MboxReader::Step::Mail:
                 mail.source = source;
                 mail.path = path;
-                mail.read = ReadStateOfHeader(mail.bytes);
-                return Step::Found;
+                mail.read = ReadStateOfHeader(mail.bytes.Header());
+                return Kept(mail, leftOut);
             case MboxReader::Step::Empty:
                 return LeaveOut(leftOut, source, "the mail is empty");
             case MboxReader::Step::TooLarge:
-                return LeaveOut(leftOut, source, "it is larger than 512 MB");
+                return LeaveOut(leftOut, source, kTooLarge);
             case MboxReader::Step::Unreadable:
                 return LeaveOut(leftOut, path.string(), "it can't be read");
             case MboxReader::Step::End:

@@ -3,7 +3,8 @@
 // A path may be a file (one mail, an mbox, a compound file) or a folder of such files and of Maildirs, to
 // any depth. What a file is, its content says; a name only helps where the content allows two readings.
 //
-// Memory: one mail at a time, at most kLargestMail bytes; an mbox of any size is read through a window.
+// Memory: one mail at a time, of which what exceeds 1 MB lies in a temporary file; files of any size are read
+// through a window.
 // Threading: one thread at a time for each object.
 #ifndef QUORVANE_HOST_MAIL_MAIL_READER_H_
 #define QUORVANE_HOST_MAIL_MAIL_READER_H_
@@ -15,11 +16,12 @@
 #include <string>
 #include <vector>
 
+#include "host/mail/mail_bytes.h"
 #include "host/mail/mbox_variant.h"
 
 namespace quorvane {
 
-inline constexpr std::uint64_t kLargestMail = std::uint64_t{512} << 20;
+inline constexpr std::uint64_t kLargestMail = std::uint64_t{1} << 30;
 
 // One mail as it was found.
 struct FoundMail {
@@ -32,7 +34,7 @@ struct FoundMail {
     std::string
         source;  // for messages to a person: the path, and the mail's number in an mbox ("a.mbox #3").
     std::filesystem::path path;
-    std::string bytes;
+    MailBytes bytes;
     std::optional<bool>
         read;  // what a Maildir's flags or an mbox's status fields say; nothing where they don't.
 };

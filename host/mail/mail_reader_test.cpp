@@ -15,10 +15,7 @@ namespace fs = std::filesystem;
 
 class MailReaderTest : public testing::Test {
 protected:
-    void SetUp() override
-    {
-        root_ = test::MakeTestDirectory();
-    }
+    void SetUp() override { root_ = test::MakeTestDirectory(); }
     void TearDown() override { fs::remove_all(root_); }
 
     fs::path Put(const std::string& name, const std::string& content)
@@ -43,7 +40,7 @@ protected:
         for (;;) {
             switch (reader.Next(mail, leftOut)) {
                 case MailReader::Step::Found:
-                    result.mails.push_back(mail);
+                    result.mails.push_back(std::move(mail));
                     break;
                 case MailReader::Step::LeftOut:
                     result.leftOut.push_back(leftOut);
@@ -67,8 +64,8 @@ TEST_F(MailReaderTest, AFolderIsReadInTheOrderOfItsNames)
     Put("c.eml", "Subject: c\n\n");
     const Result result = Read({root_});
     ASSERT_EQ(result.mails.size(), 3u);
-    EXPECT_EQ(result.mails[0].bytes, "Subject: a\n\n");
-    EXPECT_EQ(result.mails[1].bytes, "Subject: b\n\n");
+    EXPECT_EQ(result.mails[0].bytes.Text(), "Subject: a\n\n");
+    EXPECT_EQ(result.mails[1].bytes.Text(), "Subject: b\n\n");
     EXPECT_EQ(result.mails[2].source, (root_ / "c.eml").string());
     EXPECT_TRUE(result.leftOut.empty());
 }
@@ -152,30 +149,31 @@ TEST_F(MailReaderTest, ACompoundFileIsHandedOnByItsPath)
 
 TEST_F(MailReaderTest, AMailBeginsAtItsFirstField)
 {
-    EXPECT_EQ(Read({Put("1.eml", std::string("\xEF\xBB\xBF\r\n\n") + kMail)}).mails.at(0).bytes, kMail);
+    EXPECT_EQ(Read({Put("1.eml", std::string("\xEF\xBB\xBF\r\n\n") + kMail)}).mails.at(0).bytes.Text(),
+              kMail);
     EXPECT_EQ(Read({Put("2.eml", std::string("From me Mon Mar  3 08:14:09 2025\n>From you\n") + kMail)})
                   .mails.at(0)
-                  .bytes,
+                  .bytes.Text(),
               kMail);
 }
 
 TEST_F(MailReaderTest, AFileOfLoneCarriageReturnsIsRead)
 {
-    EXPECT_EQ(Read({Put("1.eml", "Subject: a\r\rb\r")}).mails.at(0).bytes, "Subject: a\n\nb\n");
+    EXPECT_EQ(Read({Put("1.eml", "Subject: a\r\rb\r")}).mails.at(0).bytes.Text(), "Subject: a\n\nb\n");
 }
 
 TEST_F(MailReaderTest, AMailInUtf16IsRead)
 {
     const std::string text("\xFF\xFES\0u\0b\0j\0e\0c\0t\0:\0 \0\xE4\0\n\0\n\0x\0\n\0", 30);
-    EXPECT_EQ(Read({Put("1.eml", text)}).mails.at(0).bytes, "Subject: ä\n\nx\n");
-    EXPECT_EQ(Read({Put("2.eml", text.substr(2))}).mails.at(0).bytes, "Subject: ä\n\nx\n");
-    EXPECT_EQ(Read({Put("3.eml", '\0' + text.substr(2, 27))}).mails.at(0).bytes, "Subject: ä\n\nx\n");
+    EXPECT_EQ(Read({Put("1.eml", text)}).mails.at(0).bytes.Text(), "Subject: ä\n\nx\n");
+    EXPECT_EQ(Read({Put("2.eml", text.substr(2))}).mails.at(0).bytes.Text(), "Subject: ä\n\nx\n");
+    EXPECT_EQ(Read({Put("3.eml", '\0' + text.substr(2, 27))}).mails.at(0).bytes.Text(), "Subject: ä\n\nx\n");
 }
 
 TEST_F(MailReaderTest, ALargeMailIsReadWhole)
 {
     const std::string mail = "Subject: big\n\n" + std::string(300000, 'x') + "\n";
-    EXPECT_EQ(Read({Put("1.eml", mail)}).mails.at(0).bytes, mail);
+    EXPECT_EQ(Read({Put("1.eml", mail)}).mails.at(0).bytes.Text(), mail);
 }
 
 TEST(MaildirReadStateTest, OnlyTheFlagsBehindTheMarkCount)

@@ -83,15 +83,16 @@ bool MboxReader::IsSeparator(std::string_view line, bool afterBlank)
     return afterBlank ? dated || beforeField : dated && beforeField;
 }
 
-void MboxReader::Keep(std::string& bytes, std::string_view piece)
+void MboxReader::Keep(MailBytes& bytes, std::string_view piece)
 {
-    tooLarge_ = tooLarge_ || bytes.size() + piece.size() > kLargestMail;
+    tooLarge_ = tooLarge_ || bytes.Size() + piece.size() > kLargestMail;
+    empty_ = empty_ && piece.find_first_not_of("\r\n") == std::string_view::npos;
     if (!tooLarge_)
-        bytes.append(piece);
+        bytes.Append(piece);
 }
 
 // Reads up to and with the blank line; false when the mail ends before it.
-bool MboxReader::ReadHeader(std::string& bytes)
+bool MboxReader::ReadHeader(MailBytes& bytes)
 {
     FileLine line;
     while (lines_.Next(line)) {
@@ -127,11 +128,11 @@ bool MboxReader::EndsWithSeparator(std::uint64_t offset)
 }
 
 // Reads a body whose length the header tells rightly; false, and nothing was read, when it doesn't.
-bool MboxReader::ReadCountedBody(std::string& bytes)
+bool MboxReader::ReadCountedBody(MailBytes& bytes)
 {
     if (variant_ != MboxVariant::Auto && variant_ != MboxVariant::MboxCl2)
         return false;
-    const auto length = ContentLength(bytes);
+    const auto length = ContentLength(bytes.Header());
     const std::uint64_t begin = lines_.Offset();
     if (!length || *length > lines_.Size() - std::min(begin, lines_.Size()))
         return false;
@@ -153,7 +154,7 @@ bool MboxReader::ReadCountedBody(std::string& bytes)
 }
 
 // Reads up to the next separator. The blank line before it belongs to it, not to the mail.
-void MboxReader::ReadBody(std::string& bytes)
+void MboxReader::ReadBody(MailBytes& bytes)
 {
     std::string heldBlank;
     FileLine line;
@@ -180,9 +181,9 @@ void MboxReader::ReadBody(std::string& bytes)
     ended_ = true;
 }
 
-MboxReader::Step MboxReader::Next(std::string& bytes)
+MboxReader::Step MboxReader::Next(MailBytes& bytes)
 {
-    bytes.clear();
+    bytes.Clear();
     if (!lines_.IsOpen() && !begun_) {
         begun_ = ended_ = true;
         return Step::Unreadable;
@@ -202,6 +203,7 @@ MboxReader::Step MboxReader::Next(std::string& bytes)
 
     ++number_;
     tooLarge_ = false;
+    empty_ = true;
     if (ReadHeader(bytes) && !ReadCountedBody(bytes))
         ReadBody(bytes);
     if (lines_.Failed()) {
@@ -209,10 +211,10 @@ MboxReader::Step MboxReader::Next(std::string& bytes)
         return Step::Unreadable;
     }
     if (tooLarge_) {
-        bytes.clear();
+        bytes.Clear();
         return Step::TooLarge;
     }
-    return bytes.find_first_not_of("\r\n") == std::string::npos ? Step::Empty : Step::Mail;
+    return empty_ ? Step::Empty : Step::Mail;
 }
 
 }  // namespace quorvane

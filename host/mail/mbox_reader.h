@@ -4,10 +4,10 @@
 
 #include <cstdint>
 #include <filesystem>
-#include <string>
 #include <string_view>
 
 #include "host/mail/line_reader.h"
+#include "host/mail/mail_bytes.h"
 #include "host/mail/mbox_variant.h"
 
 namespace quorvane {
@@ -34,7 +34,7 @@ public:
     // A line is a separator when it begins the file; when it begins with "From " behind a blank line and
     // carries a date or stands before a header field; when it carries a date and stands before a header
     // field, blank line or not. Text before the first separator belongs to the first mail.
-    [[nodiscard]] Step Next(std::string& bytes);
+    [[nodiscard]] Step Next(MailBytes& bytes);
 
     // The number of the mail that Next gave last, from 1; and how far the file is read.
     [[nodiscard]] std::uint64_t Number() const noexcept { return number_; }
@@ -42,11 +42,11 @@ public:
 
 private:
     bool IsSeparator(std::string_view line, bool afterBlank);
-    bool ReadHeader(std::string& bytes);
-    bool ReadCountedBody(std::string& bytes);
-    void ReadBody(std::string& bytes);
+    bool ReadHeader(MailBytes& bytes);
+    bool ReadCountedBody(MailBytes& bytes);
+    void ReadBody(MailBytes& bytes);
     bool EndsWithSeparator(std::uint64_t offset);
-    void Keep(std::string& bytes, std::string_view piece);
+    void Keep(MailBytes& bytes, std::string_view piece);
 
     LineReader lines_;
     MboxVariant variant_;
@@ -54,6 +54,7 @@ private:
     bool begun_ = false;
     bool ended_ = false;
     bool tooLarge_ = false;
+    bool empty_ = true;  // nothing but line ends so far
 };
 
 }  // namespace quorvane

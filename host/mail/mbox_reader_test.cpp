@@ -14,10 +14,7 @@ namespace fs = std::filesystem;
 
 class MboxReaderTest : public testing::Test {
 protected:
-    void SetUp() override
-    {
-        folder_ = test::MakeTestDirectory();
-    }
+    void SetUp() override { folder_ = test::MakeTestDirectory(); }
     void TearDown() override { fs::remove_all(folder_); }
 
     std::vector<std::string> Read(const std::string& content, MboxVariant variant = MboxVariant::Auto)
@@ -25,12 +22,12 @@ protected:
         std::ofstream(folder_ / "box", std::ios::binary) << content;
         MboxReader reader(folder_ / "box", variant);
         std::vector<std::string> mails;
-        std::string bytes;
+        MailBytes bytes;
         for (;;) {
             const MboxReader::Step step = reader.Next(bytes);
             if (step == MboxReader::Step::End)
                 return mails;
-            mails.push_back(step == MboxReader::Step::Mail ? bytes : "<not a mail>");
+            mails.push_back(step == MboxReader::Step::Mail ? bytes.Text() : "<not a mail>");
         }
     }
 
@@ -144,7 +141,7 @@ TEST_F(MboxReaderTest, SeparatorsAreFoundWhereverTheWindowEnds)
 TEST_F(MboxReaderTest, AFileThatIsMissingIsUnreadableOnce)
 {
     MboxReader reader(folder_ / "none", MboxVariant::Auto);
-    std::string bytes;
+    MailBytes bytes;
     EXPECT_EQ(reader.Next(bytes), MboxReader::Step::Unreadable);
     EXPECT_EQ(reader.Next(bytes), MboxReader::Step::End);
 }

@@ -8,6 +8,7 @@ namespace quorvane {
 namespace {
 
 constexpr char32_t kInvalid = 0xFFFFFFFF;
+constexpr std::size_t kLongestCharacter = 4;  // in UTF-8
 
 // Reads one character at `at` and moves behind it; on an invalid sequence moves one byte and gives kInvalid.
 char32_t NextUtf8(std::string_view bytes, std::size_t& at) noexcept
@@ -92,6 +93,34 @@ std::string CleanUtf8(std::string_view bytes)
         AppendUtf8(clean, character == kInvalid || character == 0 ? kReplacement : character);
     }
     return clean;
+}
+
+void Utf8Cleaner::Put(std::string_view piece, std::string& clean)
+{
+    held_.append(piece);
+    std::size_t at = 0;
+    while (held_.size() - at >= kLongestCharacter) {
+        const char32_t character = NextUtf8(held_, at);
+        AppendUtf8(clean, character == kInvalid || character == 0 ? kReplacement : character);
+    }
+    held_.erase(0, at);
+}
+
+void Utf8Cleaner::End(std::string& clean)
+{
+    clean += CleanUtf8(held_);
+    held_.clear();
+}
+
+void Utf8Check::Put(std::string_view piece)
+{
+    if (!valid_)
+        return;
+    held_.append(piece);
+    std::size_t at = 0;
+    while (valid_ && held_.size() - at >= kLongestCharacter)
+        valid_ = NextUtf8(held_, at) != kInvalid;
+    held_.erase(0, at);
 }
 
 OleString WideFromUtf8(std::string_view text)

@@ -21,6 +21,28 @@ void AppendUtf8(std::string& text, char32_t character);
 // becomes kReplacement.
 std::string CleanUtf8(std::string_view bytes);
 
+// CleanUtf8 of a text that comes in pieces, cut anywhere. Appends to `clean`.
+class Utf8Cleaner {
+public:
+    void Put(std::string_view piece, std::string& clean);
+    void End(std::string& clean);
+
+private:
+    std::string held_;  // what may go on in the next piece
+};
+
+// IsUtf8 of a text that comes in pieces.
+class Utf8Check {
+public:
+    void Put(std::string_view piece);
+    // To be asked once, at the end.
+    [[nodiscard]] bool End() noexcept { return valid_ && IsUtf8(held_); }
+
+private:
+    std::string held_;
+    bool valid_ = true;
+};
+
 // UTF-8 to UTF-16, ready to be a MAPI string: cleaned as by CleanUtf8.
 OleString WideFromUtf8(std::string_view text);
 

@@ -114,26 +114,58 @@ const Charset* FindCharset(std::string_view charset)
     return found == kCharsets.end() ? nullptr : &*found;
 }
 
-class Converter {
+constexpr std::size_t kLongestMark = 3;
+
+// Without a byte order mark, text counts as little-endian, as its writers are.
+const char* Utf16Order(std::string& bytes)
+{
+    const bool big = bytes.starts_with("\xFE\xFF");
+    if (big || bytes.starts_with("\xFF\xFE"))
+        bytes.erase(0, 2);
+    return big ? "UTF-16BE" : "UTF-16LE";
+}
+
+}  // namespace
+
+// One conversion to UTF-8.
+class CharsetConverter {
 public:
-    explicit Converter(const char* from) : handle_(g_iconv_open("UTF-8", from)) {}
-    ~Converter()
+    explicit CharsetConverter(const char* from) : handle_(g_iconv_open("UTF-8", from)) {}
+    ~CharsetConverter()
     {
         if (Works())
             g_iconv_close(handle_);
     }
-    Converter(const Converter&) = delete;
-    Converter& operator=(const Converter&) = delete;
+    CharsetConverter(const CharsetConverter&) = delete;
+    CharsetConverter& operator=(const CharsetConverter&) = delete;
 
     bool Works() const noexcept
     {
         return handle_ != reinterpret_cast<GIConv>(-1);
     }  // NOLINT: iconv's failure mark
 
-    std::string Convert(std::string_view bytes)
+    void Put(std::string_view bytes, std::string& text)
     {
-        std::string text;
-        text.reserve(bytes.size() + bytes.size() / 2);
+        held_.append(bytes);
+        held_.erase(0, Convert(held_, false, text));
+    }
+
+    void End(std::string& text)
+    {
+        static_cast<void>(Convert(held_, true, text));
+        held_.clear();
+        // A charset with combining characters holds the last one back until it is told of the end.
+        std::array<char, 64> buffer;
+        char* out = buffer.data();
+        gsize room = buffer.size();
+        g_iconv(handle_, nullptr, nullptr, &out, &room);
+        text.append(buffer.data(), buffer.size() - room);
+    }
+
+private:
+    // How many bytes were taken: all, or up to a character that isn't whole yet.
+    std::size_t Convert(std::string_view bytes, bool final, std::string& text)
+    {
         std::array<char, 16384> buffer;
         auto* in = const_cast<char*>(bytes.data());
         gsize left = bytes.size();
@@ -143,18 +175,15 @@ public:
             const gsize result = g_iconv(handle_, &in, &left, &out, &room);
             const int failure = errno;
             text.append(buffer.data(), buffer.size() - room);
-            if (result == static_cast<gsize>(-1) && failure != E2BIG)
-                SkipByte(text, in, left);
+            if (result != static_cast<gsize>(-1) || failure == E2BIG)
+                continue;
+            if (failure == EINVAL && !final)
+                break;
+            SkipByte(text, in, left);
         }
-        // A charset with combining characters holds the last one back until it is told of the end.
-        char* out = buffer.data();
-        gsize room = buffer.size();
-        g_iconv(handle_, nullptr, nullptr, &out, &room);
-        text.append(buffer.data(), buffer.size() - room);
-        return text;
+        return bytes.size() - left;
     }
 
-private:
     static void SkipByte(std::string& text, char*& in, gsize& left)
     {
         AppendUtf8(text, kReplacement);
@@ -163,37 +192,78 @@ private:
     }
 
     GIConv handle_;
+    std::string held_;  // a character that isn't whole yet
 };
 
-std::string DecodeUnknown(std::string_view bytes)
+TextDecoder::TextDecoder(std::string_view charset, const std::function<bool()>& isUtf8)
 {
-    if (IsUtf8(bytes))
-        return CleanUtf8(bytes);
-    Converter converter("WINDOWS-1252");
-    return converter.Works() ? CleanUtf8(converter.Convert(bytes)) : CleanUtf8(bytes);
+    const Charset* const known = FindCharset(charset);
+    std::string name = known ? known->decoder : NormalName(charset);
+    if (name == "UTF-8" || name == "UTF-16") {
+        mark_ = name == "UTF-8" ? Mark::kUtf8 : Mark::kUtf16;
+        return;
+    }
+    if (!name.empty())
+        converter_ = std::make_unique<CharsetConverter>(name.c_str());
+    if ((!converter_ || !converter_->Works()) && !isUtf8())
+        converter_ = std::make_unique<CharsetConverter>("WINDOWS-1252");
+    if (converter_ && !converter_->Works())
+        converter_.reset();
 }
 
-// Without a byte order mark, text counts as little-endian, as its writers are.
-const char* Utf16Order(std::string_view& bytes)
+TextDecoder::TextDecoder(TextDecoder&&) noexcept = default;
+TextDecoder::~TextDecoder() = default;
+
+void TextDecoder::TakeMark()
 {
-    const bool big = bytes.substr(0, 2) == "\xFE\xFF";
-    if (big || bytes.substr(0, 2) == "\xFF\xFE")
-        bytes.remove_prefix(2);
-    return big ? "UTF-16BE" : "UTF-16LE";
+    if (mark_ == Mark::kUtf16)
+        converter_ = std::make_unique<CharsetConverter>(Utf16Order(beginning_));
+    else if (beginning_.starts_with("\xEF\xBB\xBF"))
+        beginning_.erase(0, kLongestMark);
+    mark_ = Mark::kNone;
 }
 
-}  // namespace
+void TextDecoder::Decode(std::string_view bytes, std::string& text)
+{
+    if (!converter_)
+        return cleaner_.Put(bytes, text);
+    std::string converted;
+    converter_->Put(bytes, converted);
+    text += CleanUtf8(converted);
+}
+
+void TextDecoder::Put(std::string_view bytes, std::string& text)
+{
+    if (mark_ == Mark::kNone)
+        return Decode(bytes, text);
+    beginning_.append(bytes);
+    if (beginning_.size() < kLongestMark)
+        return;
+    TakeMark();
+    Decode(beginning_, text);
+}
+
+void TextDecoder::End(std::string& text)
+{
+    if (mark_ != Mark::kNone) {
+        TakeMark();
+        Decode(beginning_, text);
+    }
+    if (!converter_)
+        return cleaner_.End(text);
+    std::string converted;
+    converter_->End(converted);
+    text += CleanUtf8(converted);
+}
 
 std::string DecodeText(std::string_view bytes, std::string_view charset)
 {
-    const Charset* const known = FindCharset(charset);
-    const std::string name = known ? known->decoder : NormalName(charset);
-    if (name.empty())
-        return DecodeUnknown(bytes);
-    if (name == "UTF-8")
-        return CleanUtf8(bytes.substr(0, 3) == "\xEF\xBB\xBF" ? bytes.substr(3) : bytes);
-    Converter converter(name == "UTF-16" ? Utf16Order(bytes) : name.c_str());
-    return converter.Works() ? CleanUtf8(converter.Convert(bytes)) : DecodeUnknown(bytes);
+    TextDecoder decoder(charset, [&] { return IsUtf8(bytes); });
+    std::string text;
+    text.reserve(bytes.size());
+    decoder.Put(bytes, text);
+    decoder.End(text);
+    return text;
 }
 
 std::optional<ULONG> CodePageOfCharset(std::string_view charset)

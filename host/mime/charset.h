@@ -2,10 +2,13 @@
 #ifndef QUORVANE_HOST_MIME_CHARSET_H_
 #define QUORVANE_HOST_MIME_CHARSET_H_
 
+#include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 
+#include "host/mail/unicode.h"
 #include "quorvane3/mapi.h"
 
 namespace quorvane {
@@ -21,6 +24,32 @@ inline constexpr ULONG kCodePageUtf8 = 65001;
 //
 // Bytes that mean nothing in the charset, and NULs, become U+FFFD. Any thread.
 std::string DecodeText(std::string_view bytes, std::string_view charset);
+
+class CharsetConverter;
+
+// DecodeText of a text that comes in pieces, cut anywhere. Appends to `text`, whole characters alone. One
+// thread at a time.
+class TextDecoder {
+public:
+    // isUtf8  asked at most once, and at once: whether all bytes together are valid UTF-8.
+    TextDecoder(std::string_view charset, const std::function<bool()>& isUtf8);
+    TextDecoder(TextDecoder&&) noexcept;
+    ~TextDecoder();
+
+    void Put(std::string_view bytes, std::string& text);
+    void End(std::string& text);
+
+private:
+    enum class Mark { kNone, kUtf8, kUtf16 };
+
+    void TakeMark();
+    void Decode(std::string_view bytes, std::string& text);
+
+    Mark mark_ = Mark::kNone;                      // which one may stand at the beginning
+    std::string beginning_;                        // while that isn't known
+    std::unique_ptr<CharsetConverter> converter_;  // none: the bytes are UTF-8
+    Utf8Cleaner cleaner_;
+};
 
 // The number of the code page that stores keep beside HTML (PR_INTERNET_CPID); nothing when a charset has
 // none.

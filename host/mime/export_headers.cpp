@@ -167,7 +167,8 @@ std::vector<HeaderField> ExportedFields(const std::string& block, MailEnvelope e
     const bool fresh = kept.empty();
     if (fresh && envelope.from.empty())
         envelope.from.swap(envelope.sender);
-    const auto parsed = ParseMime(RepairHeaders(block + "\r\n"));
+    const MailBytes repaired = RepairHeaders(block + "\r\n");
+    const auto parsed = ParseMime(repaired);
     const MailEnvelope said = parsed ? ReadEnvelope(parsed.Get()) : MailEnvelope();
 
     Fields fields(std::move(kept));

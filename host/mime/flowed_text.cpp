@@ -29,32 +29,51 @@ FlowedLine Dissect(std::string_view line)
 
 }  // namespace
 
+void FlowedJoiner::Put(std::string_view text, std::string& result)
+{
+    std::size_t searched = held_.size();
+    held_.append(text);
+    std::size_t at = 0;
+    for (std::size_t newline; (newline = held_.find('\n', searched)) != std::string::npos;
+         at = searched = newline + 1)
+        Line(std::string_view(held_).substr(at, newline + 1 - at), result);
+    held_.erase(0, at);
+}
+
+void FlowedJoiner::Line(std::string_view text, std::string& result)
+{
+    const FlowedLine line = Dissect(text);
+    const bool joins = open_ && line.depth == depth_ && line.content != "-- ";
+    if (open_ && !joins)
+        result.append(end_);
+    if (!joins && line.depth > 0)
+        result.append(line.depth, '>').append(" ");
+    result.append(line.flows && deleteSpace_ ? line.content.substr(0, line.content.size() - 1)
+                                             : line.content);
+    if (!line.flows)
+        result.append(line.end);
+    open_ = line.flows;
+    depth_ = line.depth;
+    end_ = line.end;
+}
+
+void FlowedJoiner::End(std::string& result)
+{
+    if (!held_.empty())
+        Line(held_, result);
+    held_.clear();
+    if (open_)
+        result.append(end_);
+    open_ = false;
+}
+
 std::string JoinFlowedText(std::string_view text, bool deleteSpace)
 {
     std::string result;
     result.reserve(text.size());
-    bool open = false;  // the last line flows into the next one of the same depth
-    FlowedLine last;
-    while (!text.empty()) {
-        const std::size_t newline = text.find('\n');
-        const std::size_t length = newline == std::string_view::npos ? text.size() : newline + 1;
-        const FlowedLine line = Dissect(text.substr(0, length));
-        text.remove_prefix(length);
-
-        const bool joins = open && line.depth == last.depth && line.content != "-- ";
-        if (open && !joins)
-            result.append(last.end);
-        if (!joins && line.depth > 0)
-            result.append(line.depth, '>').append(" ");
-        result.append(line.flows && deleteSpace ? line.content.substr(0, line.content.size() - 1)
-                                                : line.content);
-        if (!line.flows)
-            result.append(line.end);
-        open = line.flows;
-        last = line;
-    }
-    if (open)
-        result.append(last.end);
+    FlowedJoiner joiner(deleteSpace);
+    joiner.Put(text, result);
+    joiner.End(result);
     return result;
 }
 

@@ -16,6 +16,23 @@ namespace quorvane {
 // never flows.
 std::string JoinFlowedText(std::string_view text, bool deleteSpace);
 
+// JoinFlowedText of a text that comes in pieces, cut anywhere. Appends to `result`.
+class FlowedJoiner {
+public:
+    explicit FlowedJoiner(bool deleteSpace) noexcept : deleteSpace_(deleteSpace) {}
+    void Put(std::string_view text, std::string& result);
+    void End(std::string& result);
+
+private:
+    void Line(std::string_view line, std::string& result);
+
+    bool deleteSpace_;
+    std::string held_;       // a line whose end isn't there yet
+    bool open_ = false;      // the last line flows into the next one of the same depth
+    std::size_t depth_ = 0;  // how many quote marks the last line had
+    std::string end_;        // its line end
+};
+
 }  // namespace quorvane
 
 #endif  // QUORVANE_HOST_MIME_FLOWED_TEXT_H_

@@ -1,5 +1,7 @@
 #include "host/mime/gmime_setup.h"
 
+#include "host/mime/mail_stream.h"
+
 namespace quorvane {
 namespace {
 
@@ -24,28 +26,14 @@ GMimeParserOptions* MimeOptions()
     return options;
 }
 
-GObjectPtr<GMimeMessage> ParseMime(std::string_view bytes)
+GObjectPtr<GMimeMessage> ParseMime(const MailBytes& bytes)
 {
     GMimeParserOptions* const options = MimeOptions();
-    const auto stream =
-        GObjectPtr<GMimeStream>::Attach(g_mime_stream_mem_new_with_buffer(bytes.data(), bytes.size()));
+    const auto stream = StreamOf(bytes);
     const auto parser = GObjectPtr<GMimeParser>::Attach(g_mime_parser_new_with_stream(stream.Get()));
     // Parts refer to the stream's bytes instead of copying them.
     g_mime_parser_set_persist_stream(parser.Get(), TRUE);
     return GObjectPtr<GMimeMessage>::Attach(g_mime_parser_construct_message(parser.Get(), options));
-}
-
-std::string DecodedContent(GMimePart* part)
-{
-    GMimeDataWrapper* const content = g_mime_part_get_content(part);
-    if (!content)
-        return {};
-    const auto memory = GObjectPtr<GMimeStream>::Attach(g_mime_stream_mem_new());
-    g_mime_data_wrapper_write_to_stream(content, memory.Get());
-    const GByteArray* const bytes = g_mime_stream_mem_get_byte_array(GMIME_STREAM_MEM(memory.Get()));
-    if (!bytes || !bytes->data)
-        return {};
-    return {reinterpret_cast<const char*>(bytes->data), bytes->len};
 }
 
 std::string DecodedHeader(const char* value)

@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 
+#include "host/mail/mail_bytes.h"
 #include "host/mime/gmime_ptr.h"
 
 namespace quorvane {
@@ -15,11 +16,9 @@ namespace quorvane {
 // windows-1252. Starts GMime at the first call. The pointer lives as long as the process. Any thread.
 GMimeParserOptions* MimeOptions();
 
-// Parses a mail; empty when GMime makes nothing of the bytes. The result holds a copy of them.
-GObjectPtr<GMimeMessage> ParseMime(std::string_view bytes);
-
-// The bytes of a part, its transfer encoding undone; empty for a part without content.
-std::string DecodedContent(GMimePart* part);
+// Parses a mail; empty when GMime makes nothing of the bytes. The result refers to `bytes`, which must
+// outlive it.
+GObjectPtr<GMimeMessage> ParseMime(const MailBytes& bytes);
 
 // A header value with its encoded words (RFC 2047) decoded, as UTF-8.
 std::string DecodedHeader(const char* value);

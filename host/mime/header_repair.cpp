@@ -14,6 +14,10 @@ constexpr std::string_view kBlanks = " \t";
 // The name under which a line that is no field stays among fields.
 constexpr const char* kStrangeLine = "X-Unparsed-Line: ";
 
+// How much of a mail is seen at the least, and read at once.
+constexpr std::size_t kLookahead = std::size_t{1} << 20;
+constexpr std::size_t kBlock = std::size_t{1} << 20;
+
 // How far a broken line may be folded.
 constexpr int kLinesAhead = 50;
 
@@ -44,24 +48,48 @@ std::string WithoutBlanksBeforeColon(std::string_view line)
 
 class Repair {
 public:
-    explicit Repair(std::string_view mail) : rest_(mail) {}
-
-    std::string Run()
+    explicit Repair(const MailBytes& mail) : mail_(mail)
     {
-        result_.reserve(rest_.size() + 64);
+        if (mail.IsInMemory()) {
+            rest_ = mail.Memory();
+            shown_ = mail.Size();
+        }
+    }
+
+    MailBytes Run()
+    {
         BeginBlock();
-        while (!rest_.empty()) {
+        while (Look()) {
             const std::string_view line = rest_.substr(0, LineLength(rest_));
             rest_.remove_prefix(line.size());
-            if (inBlock_)
+            if (goesOn_)
+                result_.Append(line);
+            else if (inBlock_)
                 HeaderLine(line);
             else
                 BodyLine(line);
+            goesOn_ = !line.ends_with('\n');
         }
         return std::move(result_);
     }
 
 private:
+    // Sees to it that the next line, and those that its repair may depend on, can be seen. False at the end.
+    bool Look()
+    {
+        if (rest_.size() < kLookahead && shown_ < mail_.Size()) {
+            std::string window(rest_);
+            const std::size_t had = window.size();
+            window.resize(had + kBlock);
+            const std::size_t got = mail_.Read(shown_, window.data() + had, kBlock);
+            window.resize(had + got);
+            shown_ = got == 0 ? mail_.Size() : shown_ + got;
+            window_ = std::move(window);
+            rest_ = window_;
+        }
+        return !rest_.empty();
+    }
+
     void BeginBlock()
     {
         inBlock_ = true;
@@ -72,7 +100,7 @@ private:
     void HeaderLine(std::string_view line)
     {
         if (IsBlankLine(line)) {
-            result_.append(line);
+            result_.Append(line);
             return EndBlock();
         }
         std::string clean(line);
@@ -80,7 +108,7 @@ private:
         const bool continues = hasField_ && (clean.front() == ' ' || clean.front() == '\t');
         const bool isField = IsFieldOfBlock(clean);
         if (!continues && !isField && EndsBlock(clean)) {
-            result_.append(line.ends_with("\r\n") ? "\r\n" : "\n");
+            result_.Append(line.ends_with("\r\n") ? "\r\n" : "\n");
             EndBlock();
             return inBlock_ ? HeaderLine(line) : BodyLine(line);
         }
@@ -89,7 +117,7 @@ private:
             clean.insert(0, kStrangeLine);
         clean = isField && !continues ? WithoutBlanksBeforeColon(clean) : clean;
         block_ += clean;
-        result_ += clean;
+        result_.Append(clean);
     }
 
     // Whether a line that is no field belongs to the text behind the block.
@@ -122,7 +150,7 @@ private:
 
     void BodyLine(std::string_view line)
     {
-        result_.append(line);
+        result_.Append(line);
         if (!line.starts_with("--"))
             return;
         const std::string text(line.substr(2, line.find_last_not_of(" \t\r\n") - 1));
@@ -130,8 +158,12 @@ private:
             BeginBlock();
     }
 
-    std::string_view rest_;
-    std::string result_;
+    const MailBytes& mail_;
+    std::string window_;     // a part of the mail, when that isn't in memory
+    std::string_view rest_;  // what comes next
+    std::uint64_t shown_ = 0;
+    bool goesOn_ = false;  // a line that is longer than the window isn't at its end
+    MailBytes result_;
     std::string block_;  // the block that is being read, as written to the result
     bool inBlock_ = false;
     bool outermost_ = true;
@@ -141,7 +173,7 @@ private:
 
 }  // namespace
 
-std::string RepairHeaders(std::string_view mail)
+MailBytes RepairHeaders(const MailBytes& mail)
 {
     return Repair(mail).Run();
 }

@@ -2,8 +2,7 @@
 #ifndef QUORVANE_HOST_MIME_HEADER_REPAIR_H_
 #define QUORVANE_HOST_MIME_HEADER_REPAIR_H_
 
-#include <string>
-#include <string_view>
+#include "host/mail/mail_bytes.h"
 
 namespace quorvane {
 
@@ -14,8 +13,9 @@ namespace quorvane {
 //   - NULs become spaces;
 //   - a line that is no field, but is followed by one, becomes the field X-Unparsed-Line; so does one at the
 //     end of the mail's own block.
-// What needs no repair isn't changed.
-std::string RepairHeaders(std::string_view mail);
+// What needs no repair isn't changed. Lines of more than a megabyte are body, or parts of a field, and never
+// repaired. Failures are told by the Result of `mail` and of the copy.
+MailBytes RepairHeaders(const MailBytes& mail);
 
 }  // namespace quorvane
 

@@ -1,99 +1,26 @@
 #include "host/mime/import_attachments.h"
 
-#include <vector>
-
 #include "host/mail/unicode.h"
 #include "host/mime/attachment_name.h"
-#include "host/mime/gmime_setup.h"
 #include "host/mime/mail_envelope.h"
 #include "host/mime/mime_tags.h"
+#include "host/mime/part_bytes.h"
 #include "host/mime/property_list.h"
+#include "host/mime/value_writer.h"
 #include "quorvane3/com.h"
 
 namespace quorvane {
 namespace {
 
-constexpr std::size_t kPiece = std::size_t{64} << 10;
-
-// The decoded bytes of a part, or the whole of a nested mail, piece by piece.
-class PartBytes {
-public:
-    explicit PartBytes(GMimeObject* object)
-    {
-        if (GMIME_IS_MESSAGE_PART(object)) {
-            stream_ = Written(g_mime_message_part_get_message(GMIME_MESSAGE_PART(object)));
-            return;
-        }
-        GMimeDataWrapper* const content = g_mime_part_get_content(GMIME_PART(object));
-        GMimeStream* const raw = content ? g_mime_data_wrapper_get_stream(content) : nullptr;
-        if (!raw)
-            return;
-        g_mime_stream_reset(raw);
-        stream_ = GObjectPtr<GMimeStream>::Attach(g_mime_stream_filter_new(raw));
-        const auto decoder = GObjectPtr<GMimeFilter>::Attach(
-            g_mime_filter_basic_new(g_mime_data_wrapper_get_encoding(content), FALSE));
-        g_mime_stream_filter_add(GMIME_STREAM_FILTER(stream_.Get()), decoder.Get());
-    }
-
-    // Fills `piece`; less than it holds only at the end.
-    std::size_t Read(std::vector<char>& piece)
-    {
-        std::size_t got = 0;
-        while (stream_ && got < piece.size()) {
-            const ssize_t count = g_mime_stream_read(stream_.Get(), piece.data() + got, piece.size() - got);
-            if (count <= 0)
-                break;
-            got += static_cast<std::size_t>(count);
-        }
-        return got;
-    }
-
-private:
-    static GObjectPtr<GMimeStream> Written(GMimeMessage* message)
-    {
-        auto memory = GObjectPtr<GMimeStream>::Attach(g_mime_stream_mem_new());
-        if (message)
-            g_mime_object_write_to_stream(GMIME_OBJECT(message), nullptr, memory.Get());
-        g_mime_stream_reset(memory.Get());
-        return memory;
-    }
-
-    GObjectPtr<GMimeStream> stream_;
-};
-
-HRESULT WriteAll(IStream& stream, const char* bytes, std::size_t size)
-{
-    while (size > 0) {
-        ULONG written = 0;
-        const HRESULT hr = stream.Write(bytes, static_cast<ULONG>(size), &written);
-        if (FAILED(hr))
-            return hr;
-        if (written == 0 || written > size)
-            return STG_E_MEDIUMFULL;
-        bytes += written;
-        size -= written;
-    }
-    return S_OK;
-}
-
 HRESULT WriteData(GMimeObject* object, IAttach& attachment)
 {
     PartBytes source(object);
-    std::vector<char> piece(kPiece);
-    std::size_t got = source.Read(piece);
-    if (got < piece.size()) {
-        PropertyList data;
-        data.AddBinary(PR_ATTACH_DATA_BIN, {piece.data(), got});
-        return data.SetOn(attachment);
+    ValueWriter value(attachment, PR_ATTACH_DATA_BIN);
+    for (std::string piece; source.Next(piece);) {
+        if (const HRESULT hr = value.Put(piece); FAILED(hr))
+            return hr;
     }
-    ComPtr<IStream> stream;
-    HRESULT hr = attachment.OpenProperty(PR_ATTACH_DATA_BIN, &IID_IStream, STGM_READWRITE,
-                                         MAPI_CREATE | MAPI_MODIFY, stream.PutUnknown());
-    while (SUCCEEDED(hr) && got > 0) {
-        hr = WriteAll(*stream, piece.data(), got);
-        got = SUCCEEDED(hr) ? source.Read(piece) : 0;
-    }
-    return SUCCEEDED(hr) ? stream->Commit(STGC_DEFAULT) : hr;
+    return value.End();
 }
 
 HRESULT WriteEmbedded(GMimeMessage* nested, const FillEmbedded& fill, IAttach& attachment)

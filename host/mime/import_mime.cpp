@@ -1,5 +1,7 @@
 #include "host/mime/import_mime.h"
 
+#include <algorithm>
+#include <initializer_list>
 #include <new>
 #include <random>
 #include <string>
@@ -7,6 +9,7 @@
 #include "host/mime/gmime_setup.h"
 #include "host/mime/header_repair.h"
 #include "host/mime/import_attachments.h"
+#include "host/mime/import_bodies.h"
 #include "host/mime/import_properties.h"
 #include "host/mime/mail_envelope.h"
 #include "host/mime/mail_structure.h"
@@ -15,6 +18,7 @@ namespace quorvane {
 namespace {
 
 constexpr int kDeepestEmbedding = 16;
+constexpr std::size_t kCopiedBlock = std::size_t{256} << 10;
 
 // What finds a message again, wherever it is copied to. Random, since the same mail may be imported twice.
 std::string NewSearchKey()
@@ -38,9 +42,10 @@ HRESULT FillMessage(GMimeMessage* mail, const std::string& headers, bool read, i
     if (!headers.empty())
         properties.AddText(PR_TRANSPORT_MESSAGE_HEADERS_W, headers);
     AddEnvelopeProperties(envelope, properties);
-    AddBodyProperties(structure, properties);
 
     HRESULT hr = properties.SetOn(message);
+    if (SUCCEEDED(hr))
+        hr = SetBodies(structure, message);
     if (SUCCEEDED(hr))
         hr = AddRecipients(envelope.recipients, message);
     FillEmbedded fill;
@@ -53,19 +58,41 @@ HRESULT FillMessage(GMimeMessage* mail, const std::string& headers, bool read, i
     return hr;
 }
 
+MailBytes BehindBlankLine(const MailBytes& mail)
+{
+    MailBytes copy("\n");
+    std::string block(kCopiedBlock, '\0');
+    std::size_t got = 0;
+    for (std::uint64_t at = 0; (got = mail.Read(at, block.data(), block.size())) > 0; at += got)
+        copy.Append(std::string_view(block).substr(0, got));
+    return copy;
+}
+
+// The first that is a failure.
+HRESULT Worst(std::initializer_list<HRESULT> results)
+{
+    const auto failed = std::find_if(results.begin(), results.end(), [](HRESULT hr) { return FAILED(hr); });
+    return failed == results.end() ? S_OK : *failed;
+}
+
 }  // namespace
 
-HRESULT ImportMime(std::string_view bytes, const ImportOptions& options, IMessage& message) noexcept
+HRESULT ImportMime(const MailBytes& bytes, const ImportOptions& options, IMessage& message) noexcept
 {
     try {
-        const std::string mail = RepairHeaders(bytes);
+        const MailBytes mail = RepairHeaders(bytes);
+        MailBytes bodyOnly;
         GObjectPtr<GMimeMessage> parsed = ParseMime(mail);
+        if (!parsed) {  // no header at all: everything is body
+            bodyOnly = BehindBlankLine(mail);
+            parsed = ParseMime(bodyOnly);
+        }
         if (!parsed)
-            parsed = ParseMime("\n" + mail);  // no header at all: everything is body
-        if (!parsed)
-            return MAPI_E_CORRUPT_DATA;
-        return FillMessage(parsed.Get(), HeaderBlock(std::string_view(mail)), options.read.value_or(true), 0,
-                           message);
+            return Worst({bytes.Result(), mail.Result(), bodyOnly.Result(), MAPI_E_CORRUPT_DATA});
+        const HRESULT hr =
+            FillMessage(parsed.Get(), HeaderText(mail.Header()), options.read.value_or(true), 0, message);
+        // What couldn't be read is missing in the message.
+        return Worst({bytes.Result(), mail.Result(), bodyOnly.Result(), hr});
     } catch (const std::bad_alloc&) {
         return E_OUTOFMEMORY;
     } catch (...) {

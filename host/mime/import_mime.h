@@ -3,8 +3,8 @@
 #define QUORVANE_HOST_MIME_IMPORT_MIME_H_
 
 #include <optional>
-#include <string_view>
 
+#include "host/mail/mail_bytes.h"
 #include "quorvane3/mapi.h"
 
 namespace quorvane {
@@ -30,10 +30,11 @@ struct ImportOptions {
 //
 // S_OK           everything was written; `message` is unsaved.
 // E_OUTOFMEMORY  memory ran out.
+// STG_E_*        of a mail that is large the bytes couldn't be read, or copied to a temporary file.
 // Others come unchanged from `message`; it holds a part of the mail then.
 //
 // Any thread.
-[[nodiscard]] HRESULT ImportMime(std::string_view bytes, const ImportOptions& options,
+[[nodiscard]] HRESULT ImportMime(const MailBytes& bytes, const ImportOptions& options,
                                  IMessage& message) noexcept;
 
 }  // namespace quorvane

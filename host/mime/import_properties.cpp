@@ -2,8 +2,6 @@
 
 #include <cstddef>
 
-#include "host/mime/charset.h"
-#include "host/mime/mime_tags.h"
 #include "host/mime/one_off.h"
 
 namespace quorvane {
@@ -88,28 +86,6 @@ void AddEnvelopeProperties(const MailEnvelope& envelope, PropertyList& propertie
         properties.AddBoolean(PR_READ_RECEIPT_REQUESTED, true);
     if (envelope.deliveryReceipt)
         properties.AddBoolean(PR_ORIGINATOR_DELIVERY_REPORT_REQUESTED, true);
-}
-
-void AddBodyProperties(const MailStructure& structure, PropertyList& properties)
-{
-    ULONG codePage = kCodePageUtf8;
-    if (structure.text) {
-        properties.AddText(PR_BODY_W, BodyText(structure.text));
-        const char* const charset =
-            g_mime_object_get_content_type_parameter(GMIME_OBJECT(structure.text), "charset");
-        codePage = CodePageOfCharset(charset ? charset : "").value_or(kCodePageUtf8);
-    } else if (!structure.looseText.empty()) {
-        properties.AddText(PR_BODY_W, WithCrlf(DecodeText(structure.looseText, "")));
-    }
-    if (!structure.text && structure.looseText.empty() && !structure.html)
-        properties.AddText(PR_BODY_W, "");
-    if (structure.html) {
-        const HtmlBody html = BodyHtml(structure.html);
-        properties.AddBinary(kPrHtml, html.bytes);
-        codePage = html.codePage;
-    }
-    properties.AddLong(kPrInternetCpid, static_cast<LONG>(codePage));
-    properties.AddLong(kPrMessageEditorFormat, structure.html ? kEditorHtml : kEditorPlainText);
 }
 
 HRESULT AddRecipients(const std::vector<MailRecipient>& recipients, IMessage& message)

@@ -7,7 +7,7 @@
 #include "host/mime/charset.h"
 #include "host/mime/filetime.h"
 #include "host/mime/gmime_setup.h"
-#include "host/mime/mail_structure.h"
+#include "host/mime/import_bodies.h"
 
 namespace quorvane {
 namespace {
@@ -197,16 +197,9 @@ std::string HeaderBlock(GMimeObject* object)
     return CleanBlock(block);
 }
 
-std::string HeaderBlock(std::string_view mail)
+std::string HeaderText(const std::string& block)
 {
-    std::size_t length = 0;
-    while (length < mail.size()) {
-        const std::string_view line = mail.substr(length, LineLength(mail.substr(length)));
-        if (IsBlankLine(line))
-            break;
-        length += line.size();
-    }
-    return CleanBlock(std::string(mail.substr(0, length)));
+    return CleanBlock(block);
 }
 
 SplitSubject SplitSubjectPrefix(const std::string& subject)

@@ -4,7 +4,6 @@
 
 #include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "host/mime/address_list.h"
@@ -46,8 +45,8 @@ MailEnvelope ReadEnvelope(GMimeMessage* message);
 // The header fields of a message or part, one a line or several, as they stand, CRLF between them; bytes
 // without a charset are read as UTF-8 or else as windows-1252. Clean UTF-8.
 std::string HeaderBlock(GMimeObject* object);
-// The same of the block at the beginning of a mail, lines that are no fields included.
-std::string HeaderBlock(std::string_view mail);
+// A header block as it stands in a mail, in the same form, lines that are no fields included.
+std::string HeaderText(const std::string& block);
 
 // Splits "Re: something" as stores do: one to three characters, no digit or space among
 // them, a colon and a space are the prefix.

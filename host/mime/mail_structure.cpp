@@ -4,8 +4,6 @@
 #include <string_view>
 
 #include "host/mail/unicode.h"
-#include "host/mime/charset.h"
-#include "host/mime/flowed_text.h"
 #include "host/mime/gmime_setup.h"
 
 namespace quorvane {
@@ -143,72 +141,12 @@ private:
     bool bodyDone_ = false;
 };
 
-// The charset that HTML names for itself near its beginning; empty when it doesn't.
-std::string CharsetWithinHtml(std::string_view html)
-{
-    constexpr std::string_view kMark = "charset=";
-    const std::string head = LowerAscii(html.substr(0, 2048));
-    const std::size_t mark = head.find(kMark);
-    if (mark == std::string::npos)
-        return {};
-    std::size_t begin = mark + kMark.size();
-    while (begin < head.size() && (head[begin] == '"' || head[begin] == '\'' || head[begin] == ' '))
-        ++begin;
-    return head.substr(begin, head.find_first_of("\"' ;/>\r\n\t", begin) - begin);
-}
-
-bool KeepsAscii(ULONG codePage) noexcept
-{
-    constexpr ULONG kUtf16 = 1200;
-    constexpr ULONG kUtf16Big = 1201;
-    constexpr ULONG kUtf32 = 12000;
-    return codePage != kUtf16 && codePage != kUtf16Big && codePage != kUtf32;
-}
-
 }  // namespace
 
 MailStructure SplitMail(GMimeMessage* message)
 {
     GMimeObject* const root = message ? g_mime_message_get_mime_part(message) : nullptr;
     return root ? Splitter().Split(root) : MailStructure();
-}
-
-std::string WithCrlf(const std::string& text)
-{
-    std::string result;
-    result.reserve(text.size() + text.size() / 32);
-    char before = '\0';
-    for (const char c : text) {
-        if (c == '\n' && before != '\r')
-            result.push_back('\r');
-        result.push_back(c);
-        before = c;
-    }
-    return result;
-}
-
-std::string BodyText(GMimePart* part)
-{
-    GMimeObject* const object = GMIME_OBJECT(part);
-    std::string text = DecodeText(DecodedContent(part), TypeParameter(object, "charset"));
-    if (EqualNoCase(TypeParameter(object, "format"), "flowed"))
-        text = JoinFlowedText(text, EqualNoCase(TypeParameter(object, "delsp"), "yes"));
-    return WithCrlf(text);
-}
-
-HtmlBody BodyHtml(GMimePart* part)
-{
-    HtmlBody body;
-    body.bytes = DecodedContent(part);
-    std::string charset = TypeParameter(GMIME_OBJECT(part), "charset");
-    if (charset.empty())
-        charset = CharsetWithinHtml(body.bytes);
-    if (charset.empty() && IsUtf8(body.bytes))
-        charset = "utf-8";
-    const auto codePage = CodePageOfCharset(charset);
-    if (codePage && KeepsAscii(*codePage))
-        return {std::move(body.bytes), *codePage};
-    return {DecodeText(body.bytes, charset), kCodePageUtf8};
 }
 
 }  // namespace quorvane

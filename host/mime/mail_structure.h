@@ -31,21 +31,6 @@ struct MailStructure {
 // else is an attachment, in the order of the tree.
 MailStructure SplitMail(GMimeMessage* message);
 
-// The text of a body as clean UTF-8 with CRLF line ends; format=flowed is joined to paragraphs.
-std::string BodyText(GMimePart* part);
-
-struct HtmlBody {
-    std::string bytes;
-    ULONG codePage = 0;
-};
-
-// HTML as its bytes stand, with their code page; converted to UTF-8 where the charset has no code page
-// that leaves ASCII alone.
-HtmlBody BodyHtml(GMimePart* part);
-
-// Text with lone LFs turned into CRLF.
-std::string WithCrlf(const std::string& text);
-
 }  // namespace quorvane
 
 #endif  // QUORVANE_HOST_MIME_MAIL_STRUCTURE_H_

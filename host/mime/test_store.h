@@ -57,7 +57,7 @@ public:
     }
 
     // A mail as a saved message.
-    ComPtr<IMessage> Import(std::string_view mail, const ImportOptions& options = {})
+    ComPtr<IMessage> Import(const MailBytes& mail, const ImportOptions& options = {})
     {
         ComPtr<IMessage> message = NewMessage();
         EXPECT_EQ(ImportMime(mail, options, *message), S_OK);
