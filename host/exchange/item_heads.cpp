@@ -10,24 +10,39 @@ void ItemHeads::Insert(const Revision& revision)
     heads_.insert(std::upper_bound(heads_.begin(), heads_.end(), revision, IsShownBefore), revision);
 }
 
+bool ItemHeads::Knows(const Revision& revision) const
+{
+    return std::any_of(heads_.begin(), heads_.end(),
+                       [&](const Revision& head) { return head == revision || head.Supersedes(revision); });
+}
+
+bool ItemHeads::Lacks(const ItemHeads& theirs) const
+{
+    return !std::all_of(theirs.heads_.begin(), theirs.heads_.end(),
+                        [this](const Revision& revision) { return Knows(revision); });
+}
+
 ItemHeads::Taken ItemHeads::Take(const Revision& revision)
 {
-    const bool isKnown = std::any_of(heads_.begin(), heads_.end(), [&](const Revision& head) {
-        return head == revision || head.Supersedes(revision);
-    });
-    if (isKnown)
+    ItemHeads theirs;
+    theirs.heads_.push_back(revision);
+    return Take(theirs);
+}
+
+ItemHeads::Taken ItemHeads::Take(const ItemHeads& theirs)
+{
+    if (!Lacks(theirs))
         return Taken::kKnown;
-    std::optional<Revision> before;
-    if (Shown())
-        before = *Shown();
     ItemHeads next = *this;
-    next.Insert(revision);
+    for (const Revision& revision : theirs.heads_)
+        if (!next.Knows(revision))
+            next.Insert(revision);
     if (next.heads_.size() > kMost)
         Refuse("an item was changed by more devices at once than may be");
-    *this = std::move(next);
-    if (heads_.front() == revision)
-        return Taken::kShown;
-    return before && heads_.front() == *before ? Taken::kNotShown : Taken::kOther;
+    std::swap(heads_, next.heads_);
+    if (!next.heads_.empty() && heads_.front() == next.heads_.front())
+        return Taken::kNotShown;
+    return heads_.front() == theirs.heads_.front() ? Taken::kShown : Taken::kOther;
 }
 
 // What somebody who changes the item here has seen: what it shows, and what is nowhere else to be seen

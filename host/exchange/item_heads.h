@@ -32,16 +32,20 @@ public:
     // What came of a revision.
     enum class Taken {
         kKnown,     // it is one of the heads, or superseded: nothing changed
-        kShown,     // the item shows it now
+        kShown,     // the item shows it (of theirs: what theirs shows) now
         kNotShown,  // the item shows what it showed before
         kOther,     // the item shows another head now, one that had been beaten
     };
 
-    // Takes a revision that came from anywhere. Throws an Error (kRefused) when there would be too many
-    // heads.
+    // Takes a revision, or all that another device has, which came from anywhere. Throws an Error (kRefused)
+    // when there would be too many heads; then nothing changed.
     Taken Take(const Revision& revision);
+    Taken Take(const ItemHeads& theirs);
+    // Whether the other one has a revision that isn't known here.
+    bool Lacks(const ItemHeads& theirs) const;
 
-    // The next revision, made here, which is then the one that the item shows, or its deletion.
+    // The next revision, made here, which is then the one that the item shows. But a beaten edit whose copy
+    // isn't known comes back with the deletion of what beat it: Shown() tells.
     //
     // changer  [in]  whose count it raises; `by` is this device.
     // now      [in]  the present time, a FILETIME.
@@ -66,6 +70,7 @@ public:
     bool operator==(const ItemHeads&) const = default;
 
 private:
+    bool Knows(const Revision& revision) const;
     Version SeenBy(const IsKept& isKept) const;
     void Insert(const Revision& revision);
 

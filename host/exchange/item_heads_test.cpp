@@ -163,10 +163,24 @@ TEST_F(ItemHeadsTest, ABeatenEditComesBackWhenWhatBeatItIsDeletedUnseen)
     carol.Hear(shown);
     carol.Hear(beaten);
 
+    EXPECT_TRUE(alice.heads.Shown()->isDeletion) << "she hasn't heard of it";
     EXPECT_EQ(carol.Hear(deletion), Outcome::kOther);
     EXPECT_EQ(carol.Text(), 'b');
     EXPECT_EQ(bob.Hear(deletion), Outcome::kNotShown);
     EXPECT_EQ(bob.heads, carol.heads);
+}
+
+TEST_F(ItemHeadsTest, ItComesBackToWhoeverDeletesWhatBeatIt)
+{
+    bob.Hear(alice.Edit(kNoon + 2, 'a'));
+    const Revision beaten = carol.Edit(kNoon + 1, 'c');
+    bob.Hear(beaten);
+    bob.Delete(kNoon + 3);
+    EXPECT_EQ(*bob.heads.Shown(), beaten);
+
+    bob.knowsCopies = true;
+    bob.Delete(kNoon + 4);
+    EXPECT_TRUE(bob.heads.Shown()->isDeletion);
 }
 
 TEST_F(ItemHeadsTest, ALaterChangeIsOfALaterTimeWhateverTheClockSays)
@@ -279,6 +293,10 @@ TEST_F(ItemHeadsTest, BytesThatAreNoHeadsAreRefused)
     bad.stamp = Revision::kLatestStamp + 1;
     EXPECT_NE(RefusalOf([&] { ItemHeads::Read(heads({bad}), "an item"); }).find("can't be"),
               std::string::npos);
+    std::string neither = heads({two});
+    neither[2 + 2 + two.version.Write().size() + 8 + 16] = 2;
+    EXPECT_NE(RefusalOf([&] { ItemHeads::Read(neither, "an item"); }).find("neither content"),
+              std::string::npos);
     bad = two;
     bad.version = Version();
     EXPECT_NE(RefusalOf([&] { ItemHeads::Read(heads({bad}), "an item"); }).find("by nobody"),
@@ -290,7 +308,8 @@ TEST_F(ItemHeadsTest, TheCopysIdIsTheRevisionsAlone)
     const Revision one = alice.Edit(kNoon + 1, 'a'), two = bob.Edit(kNoon + 1, 'a');
     const std::string id = ConflictCopyId("{I}", one);
 
-    EXPECT_EQ(id.size(), 38U);
+    EXPECT_EQ(id, "{72909786-08B8-216F-0385-24C759891D2B}")
+        << "other devices, and later versions of the program, come to the same";
     EXPECT_EQ(id, ConflictCopyId("{I}", one));
     EXPECT_NE(id, ConflictCopyId("{I}", two));
     EXPECT_NE(id, ConflictCopyId("{J}", one));
