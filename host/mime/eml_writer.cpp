@@ -12,6 +12,7 @@ namespace {
 
 constexpr std::size_t kLongestPlainLine = 200;
 constexpr std::size_t kLongestQuotedLine = 76;
+constexpr std::size_t kQuotedSize = 3;  // of one character
 
 bool IsPrintable(char c) noexcept
 {
@@ -25,31 +26,6 @@ void AppendQuoted(std::string& line, char c)
     line.push_back('=');
     line.push_back(kDigits[byte >> 4]);
     line.push_back(kDigits[byte & 15]);
-}
-
-// One line without its line end in quoted-printable, broken softly where it is too long.
-std::string QuotedLine(std::string_view text)
-{
-    std::string result;
-    std::string line;
-    for (std::size_t at = 0; at < text.size(); ++at) {
-        const char c = text[at];
-        const bool last = at + 1 == text.size();
-        const bool blank = (c == ' ' || c == '\t') && !last;
-        std::string piece;
-        // "From " and "." at a line's beginning change on the way through some mailboxes.
-        const bool endangered = line.empty() && (c == 'F' || c == '.');
-        if ((IsPrintable(c) || blank) && !endangered)
-            piece.push_back(c);
-        else
-            AppendQuoted(piece, c);
-        if (line.size() + piece.size() >= kLongestQuotedLine) {
-            result += line + "=\r\n";
-            line.clear();
-        }
-        line += piece;
-    }
-    return result + line;
 }
 
 }  // namespace
@@ -116,29 +92,42 @@ void Base64Writer::End()
     held_.clear();
 }
 
-TextEncoding BestTextEncoding(std::string_view text)
+void TextSurvey::PutOne(char c) noexcept
 {
-    std::size_t foreign = 0;
-    std::size_t lineLength = 0;
-    bool plain = true;
-    for (std::size_t at = 0; at < text.size(); ++at) {
-        const char c = text[at];
-        if (c == '\r' && at + 1 < text.size() && text[at + 1] == '\n') {
-            ++at;
-            lineLength = 0;
-            continue;
-        }
-        if (c == '\r' || c == '\n')
-            return TextEncoding::Base64;
-        if (lineLength++ == 0 && text.substr(at).starts_with("From "))
-            plain = false;
-        plain = plain && lineLength <= kLongestPlainLine;
-        if (static_cast<unsigned char>(c) > 126 || (static_cast<unsigned char>(c) < 32 && c != '\t'))
-            ++foreign;
+    constexpr std::string_view kFrom = "From ";
+    if (afterCr_) {
+        afterCr_ = false;
+        loneLineEnd_ = loneLineEnd_ || c != '\n';
+        lineLength_ = like_ = 0;
+        return;
     }
-    if (foreign == 0 && plain)
+    afterCr_ = c == '\r';
+    loneLineEnd_ = loneLineEnd_ || c == '\n';
+    if (c == '\r' || c == '\n')
+        return;
+    if (like_ == lineLength_ && like_ < kFrom.size() && c == kFrom[like_])
+        ++like_;
+    ++lineLength_;
+    plain_ = plain_ && lineLength_ <= kLongestPlainLine && like_ < kFrom.size();
+    const auto byte = static_cast<unsigned char>(c);
+    if (byte > 126 || (byte < 32 && c != '\t'))
+        ++foreign_;
+}
+
+void TextSurvey::Put(std::string_view piece) noexcept
+{
+    size_ += piece.size();
+    for (const char c : piece)
+        PutOne(c);
+}
+
+TextEncoding TextSurvey::Best() const noexcept
+{
+    if (loneLineEnd_ || afterCr_)
+        return TextEncoding::Base64;
+    if (foreign_ == 0 && plain_)
         return TextEncoding::SevenBit;
-    return foreign * 4 > text.size() ? TextEncoding::Base64 : TextEncoding::QuotedPrintable;
+    return foreign_ * 4 > size_ ? TextEncoding::Base64 : TextEncoding::QuotedPrintable;
 }
 
 const char* EncodingName(TextEncoding encoding) noexcept
@@ -154,23 +143,58 @@ const char* EncodingName(TextEncoding encoding) noexcept
     return "base64";
 }
 
-void WriteText(EmlWriter& out, std::string_view text, TextEncoding encoding)
+void TextWriter::Write(std::string_view piece)
 {
-    if (encoding == TextEncoding::SevenBit)
-        return out.Raw(text);
-    if (encoding == TextEncoding::Base64) {
-        Base64Writer base64(out);
-        base64.Write(text);
-        return base64.End();
+    if (encoding_ == TextEncoding::SevenBit)
+        return out_.Raw(piece);
+    if (encoding_ == TextEncoding::Base64)
+        return base64_.Write(piece);
+    for (const char c : piece)
+        Quote(c);
+}
+
+void TextWriter::End()
+{
+    if (encoding_ == TextEncoding::Base64)
+        return base64_.End();
+    QuoteHeld(true);
+    out_.Raw(line_);
+    line_.clear();
+}
+
+// Line ends come as pairs.
+void TextWriter::Quote(char c)
+{
+    if (c == '\r')
+        return QuoteHeld(true);
+    if (c == '\n') {
+        out_.Line(line_);
+        return line_.clear();
     }
-    while (!text.empty()) {
-        const std::size_t end = text.find("\r\n");
-        out.Raw(QuotedLine(text.substr(0, end)));
-        if (end == std::string_view::npos)
-            return;
-        out.Raw("\r\n");
-        text.remove_prefix(end + 2);
+    QuoteHeld(false);
+    held_ = c;
+    holds_ = true;
+}
+
+void TextWriter::QuoteHeld(bool last)
+{
+    if (!holds_)
+        return;
+    holds_ = false;
+    const bool blank = (held_ == ' ' || held_ == '\t') && !last;
+    // "From " and "." at a line's beginning change on the way through some mailboxes.
+    const bool endangered = line_.empty() && (held_ == 'F' || held_ == '.');
+    const bool plain = (IsPrintable(held_) || blank) && !endangered;
+    // A line that is too long is broken softly.
+    if (line_.size() + (plain ? 1 : kQuotedSize) >= kLongestQuotedLine) {
+        out_.Raw(line_);
+        out_.Raw("=\r\n");
+        line_.clear();
     }
+    if (plain)
+        line_.push_back(held_);
+    else
+        AppendQuoted(line_, held_);
 }
 
 }  // namespace quorvane

@@ -2,7 +2,7 @@
 #ifndef QUORVANE_HOST_MIME_EML_WRITER_H_
 #define QUORVANE_HOST_MIME_EML_WRITER_H_
 
-#include <array>
+#include <cstdint>
 #include <ostream>
 #include <string>
 #include <string_view>
@@ -49,15 +49,48 @@ private:
 
 enum class TextEncoding { SevenBit, QuotedPrintable, Base64 };
 
-// How a text with CRLF line ends is written best: as it is when it's short lines of ASCII, in base64 when
-// it holds lone CRs or LFs or little ASCII.
-TextEncoding BestTextEncoding(std::string_view text);
+// Finds how a text with CRLF line ends is written best: as it is when it's short lines of ASCII, in base64
+// when it holds lone CRs or LFs or little ASCII. The text comes in pieces, cut anywhere.
+class TextSurvey {
+public:
+    void Put(std::string_view piece) noexcept;
+    [[nodiscard]] TextEncoding Best() const noexcept;
+
+private:
+    void PutOne(char c) noexcept;
+
+    std::uint64_t size_ = 0;
+    std::uint64_t foreign_ = 0;  // characters that aren't plain ASCII
+    std::size_t lineLength_ = 0;
+    std::size_t like_ = 0;  // how much of "From " the line begins with
+    bool afterCr_ = false;
+    bool loneLineEnd_ = false;
+    bool plain_ = true;
+};
 
 // The name of the encoding in Content-Transfer-Encoding.
 const char* EncodingName(TextEncoding encoding) noexcept;
 
-// Writes a whole text in the encoding that BestTextEncoding gave for it.
-void WriteText(EmlWriter& out, std::string_view text, TextEncoding encoding);
+// Writes a text in the encoding that its TextSurvey gave. It comes in pieces, cut anywhere; End writes the
+// rest.
+class TextWriter {
+public:
+    TextWriter(EmlWriter& out, TextEncoding encoding) : out_(out), encoding_(encoding), base64_(out) {}
+    void Write(std::string_view piece);
+    void End();
+
+private:
+    void Quote(char c);
+    void QuoteHeld(bool last);
+
+    EmlWriter& out_;
+    TextEncoding encoding_;
+    Base64Writer base64_;
+    // Of quoted-printable:
+    std::string line_;
+    bool holds_ = false;  // a character whose form depends on whether it is its line's last
+    char held_ = '\0';
+};
 
 }  // namespace quorvane
 

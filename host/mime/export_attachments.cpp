@@ -165,16 +165,12 @@ HRESULT WriteAttachment(IMessage& message, const AttachmentEntry& entry, ULONG c
     }
 }
 
-void WriteBytesAsAttachment(const std::string& type, const std::string& name, const std::string& bytes,
-                            EmlWriter& out)
+void WriteAttachmentFields(const std::string& type, const std::string& name, EmlWriter& out)
 {
     PartFacts facts;
     facts.type = type;
     facts.name = name;
     WriteFields(PartFields({}, facts), "base64", out);
-    Base64Writer base64(out);
-    base64.Write(bytes);
-    base64.End();
 }
 
 }  // namespace quorvane

@@ -27,9 +27,9 @@ struct AttachmentEntry {
 [[nodiscard]] HRESULT WriteAttachment(IMessage& message, const AttachmentEntry& entry, ULONG codePage,
                                       const WriteNested& nested, EmlWriter& out);
 
-// The same for bytes that are no attachment of the message.
-void WriteBytesAsAttachment(const std::string& type, const std::string& name, const std::string& bytes,
-                            EmlWriter& out);
+// Writes the header fields and the blank line of a part that is no attachment of the message; what comes next
+// is its content in base64.
+void WriteAttachmentFields(const std::string& type, const std::string& name, EmlWriter& out);
 
 }  // namespace quorvane
 

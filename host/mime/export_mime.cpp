@@ -13,45 +13,75 @@
 #include "host/mime/mapi_read.h"
 #include "host/mime/message_envelope.h"
 #include "host/mime/rtf_text.h"
+#include "host/mime/value_reader.h"
 
 namespace quorvane {
 namespace {
 
 constexpr int kDeepestNesting = 32;
 
-struct Bodies {
-    std::optional<std::string> text;
-    std::optional<std::string> html;
-    std::string htmlCharset;
-    std::string rtf;  // only when there is no other body
+HRESULT Copy(const ValueReader& from, TextWriter& to, const EmlWriter& out)
+{
+    const HRESULT hr = from.Read([&](std::string_view piece) {
+        to.Write(piece);
+        return out.Works();
+    });
+    return SUCCEEDED(hr) && !out.Works() ? STG_E_MEDIUMFULL : hr;
+}
 
-    [[nodiscard]] bool Any() const { return text || html; }
+// What a message has as bodies; each is read when it is written.
+struct Bodies {
+    ValueReader text;
+    ValueReader html;
+    std::string htmlCharset;
+    ValueReader rtf;  // compressed; only when there is no other body
+
+    [[nodiscard]] bool Any() const { return text.Exists() || html.Exists(); }
 };
 
-HRESULT ReadHtml(IMessage& message, ULONG codePage, Bodies& bodies)
+HRESULT FindHtml(IMessage& message, ULONG codePage, Bodies& bodies)
 {
-    HRESULT hr = ReadBinary(message, kPrHtml, bodies.html);
-    if (FAILED(hr) || bodies.html) {
+    const HRESULT hr = bodies.html.OpenBinary(message, kPrHtml);
+    if (FAILED(hr) || bodies.html.Exists()) {
         const auto htmlPage = ReadLong(message, kPrInternetCpid);
         const char* const charset = htmlPage ? CharsetOfCodePage(static_cast<ULONG>(*htmlPage)) : nullptr;
         bodies.htmlCharset = charset ? charset : "";
         return hr;
     }
     bodies.htmlCharset = "utf-8";
-    return ReadText(message, kPrBodyHtmlW, codePage, bodies.html);
+    return bodies.html.OpenText(message, kPrBodyHtmlW, codePage);
 }
 
-HRESULT ReadBodies(IMessage& message, ULONG codePage, Bodies& bodies)
+HRESULT FindBodies(IMessage& message, ULONG codePage, Bodies& bodies)
 {
-    HRESULT hr = ReadText(message, PR_BODY_W, codePage, bodies.text);
+    HRESULT hr = bodies.text.OpenText(message, PR_BODY_W, codePage);
     if (SUCCEEDED(hr))
-        hr = ReadHtml(message, codePage, bodies);
-    if (FAILED(hr) || bodies.html || (bodies.text && !bodies.text->empty()))
+        hr = FindHtml(message, codePage, bodies);
+    if (FAILED(hr) || bodies.html.Exists() || !bodies.text.IsEmpty())
         return hr;
-    std::optional<std::string> compressed;
-    hr = ReadBinary(message, PR_RTF_COMPRESSED, compressed);
-    if (SUCCEEDED(hr) && compressed)
-        bodies.rtf = DecompressRtf(*compressed).value_or(*compressed);
+    return bodies.rtf.OpenBinary(message, PR_RTF_COMPRESSED);
+}
+
+// The text, where it can be had; else the value as it is.
+HRESULT WriteRtf(const ValueReader& rtf, EmlWriter& out)
+{
+    bool expandable = false;
+    HRESULT hr = rtf.Read([&](std::string_view beginning) {
+        expandable = CanExpandRtf(beginning);
+        return false;
+    });
+    std::string text;
+    if (SUCCEEDED(hr) && expandable)
+        hr = rtf.ReadAll(text);
+    if (FAILED(hr))
+        return hr;
+    WriteAttachmentFields("application/rtf", "body.rtf", out);
+    TextWriter writer(out, TextEncoding::Base64);
+    if (const auto expanded = expandable ? DecompressRtf(text) : std::nullopt)
+        writer.Write(*expanded);
+    else
+        hr = Copy(rtf, writer, out);
+    writer.End();
     return hr;
 }
 
@@ -68,7 +98,7 @@ public:
         codePage_ = NarrowCodePage(message);
         HRESULT hr = WriteHeader();
         if (SUCCEEDED(hr))
-            hr = ReadBodies(message, codePage_, bodies_);
+            hr = FindBodies(message, codePage_, bodies_);
         if (SUCCEEDED(hr))
             hr = SortAttachments();
         if (SUCCEEDED(hr))
@@ -97,7 +127,7 @@ private:
         std::vector<AttachmentEntry> all;
         const HRESULT hr = ListAttachments(*message_, all);
         for (AttachmentEntry& entry : all) {
-            entry.related = entry.related && bodies_.html;
+            entry.related = entry.related && bodies_.html.Exists();
             (entry.related ? related_ : others_).push_back(entry);
         }
         return hr;
@@ -125,7 +155,7 @@ private:
 
     HRESULT WriteMixed()
     {
-        if (others_.empty() && bodies_.rtf.empty())
+        if (others_.empty() && bodies_.rtf.IsEmpty())
             return WriteRelated();
         const std::string boundary = Begin("mixed");
         HRESULT hr = S_OK;
@@ -133,9 +163,9 @@ private:
             Next(boundary);
             hr = WriteRelated();
         }
-        if (!bodies_.rtf.empty()) {
+        if (SUCCEEDED(hr) && !bodies_.rtf.IsEmpty()) {
             Next(boundary);
-            WriteBytesAsAttachment("application/rtf", "body.rtf", bodies_.rtf, out_);
+            hr = WriteRtf(bodies_.rtf, out_);
         }
         if (SUCCEEDED(hr))
             hr = WriteAttachments(others_, boundary);
@@ -145,52 +175,63 @@ private:
 
     HRESULT WriteRelated()
     {
-        if (related_.empty()) {
-            WriteAlternative();
-            return S_OK;
-        }
-        const std::string boundary =
-            Begin("related", bodies_.text ? " type=\"multipart/alternative\";" : " type=\"text/html\";");
+        if (related_.empty())
+            return WriteAlternative();
+        const std::string boundary = Begin(
+            "related", bodies_.text.Exists() ? " type=\"multipart/alternative\";" : " type=\"text/html\";");
         Next(boundary);
-        WriteAlternative();
-        const HRESULT hr = WriteAttachments(related_, boundary);
+        HRESULT hr = WriteAlternative();
+        if (SUCCEEDED(hr))
+            hr = WriteAttachments(related_, boundary);
         End(boundary);
         return hr;
     }
 
-    void WriteAlternative()
+    HRESULT WriteAlternative()
     {
-        if (!bodies_.text || !bodies_.html) {
-            if (bodies_.html)
-                return WriteHtmlPart();
+        if (!bodies_.html.Exists())
             return WriteTextPart();
-        }
+        if (!bodies_.text.Exists())
+            return WriteHtmlPart();
         const std::string boundary = Begin("alternative");
         Next(boundary);
-        WriteTextPart();
+        HRESULT hr = WriteTextPart();
         Next(boundary);
-        WriteHtmlPart();
+        if (SUCCEEDED(hr))
+            hr = WriteHtmlPart();
         End(boundary);
+        return hr;
     }
 
-    void WriteTextPart()
+    HRESULT WriteTextPart()
     {
-        const std::string text = bodies_.text.value_or("");
-        const TextEncoding encoding = BestTextEncoding(text);
+        TextSurvey survey;
+        const HRESULT hr = bodies_.text.Read([&](std::string_view piece) {
+            survey.Put(piece);
+            return true;
+        });
+        if (FAILED(hr))
+            return hr;
         out_.Field("Content-Type", "text/plain; charset=utf-8");
-        out_.Field("Content-Transfer-Encoding", EncodingName(encoding));
-        out_.Line("");
-        WriteText(out_, text, encoding);
+        return WriteBody(bodies_.text, survey.Best());
     }
 
     // In base64: HTML is kept to the byte, line ends included.
-    void WriteHtmlPart()
+    HRESULT WriteHtmlPart()
     {
         out_.Field("Content-Type",
                    bodies_.htmlCharset.empty() ? "text/html" : "text/html; charset=" + bodies_.htmlCharset);
-        out_.Field("Content-Transfer-Encoding", EncodingName(TextEncoding::Base64));
+        return WriteBody(bodies_.html, TextEncoding::Base64);
+    }
+
+    HRESULT WriteBody(const ValueReader& body, TextEncoding encoding)
+    {
+        out_.Field("Content-Transfer-Encoding", EncodingName(encoding));
         out_.Line("");
-        WriteText(out_, *bodies_.html, TextEncoding::Base64);
+        TextWriter writer(out_, encoding);
+        const HRESULT hr = Copy(body, writer, out_);
+        writer.End();
+        return hr;
     }
 
     HRESULT WriteAttachments(const std::vector<AttachmentEntry>& entries, const std::string& boundary)

@@ -1,9 +1,8 @@
 #include "host/mime/mapi_read.h"
 
-#include <array>
-
 #include "host/mail/unicode.h"
 #include "host/mime/charset.h"
+#include "host/mime/value_reader.h"
 
 namespace quorvane {
 namespace {
@@ -33,63 +32,20 @@ const SPropValue* Found(const MapiMemory& memory, ULONG tag)
     return value && value->ulPropTag == tag ? value : nullptr;
 }
 
-bool IsTooBig(const MapiMemory& memory)
-{
-    const SPropValue* const value = memory.As<SPropValue>();
-    return value && PROP_TYPE(value->ulPropTag) == PT_ERROR &&
-           (value->Value.err == MAPI_E_NOT_ENOUGH_MEMORY || value->Value.err == MAPI_E_TOO_BIG);
-}
-
-HRESULT ReadStream(IMAPIProp& object, ULONG tag, std::string& bytes)
-{
-    ComPtr<IStream> stream;
-    HRESULT hr = object.OpenProperty(tag, &IID_IStream, STGM_READ, 0, stream.PutUnknown());
-    std::array<char, 65536> piece;
-    for (ULONG got = 1; SUCCEEDED(hr) && got > 0;) {
-        got = 0;
-        hr = stream->Read(piece.data(), static_cast<ULONG>(piece.size()), &got);
-        if (SUCCEEDED(hr))
-            bytes.append(piece.data(), got);
-    }
-    return FAILED(hr) ? hr : S_OK;
-}
-
-OleString WideFromBytes(const std::string& bytes)
-{
-    OleString text;
-    for (std::size_t at = 0; at + 1 < bytes.size(); at += 2)
-        text.push_back(static_cast<OLECHAR>(static_cast<unsigned char>(bytes[at]) |
-                                            (static_cast<unsigned char>(bytes[at + 1]) << 8)));
-    return text;
-}
-
 std::string Narrow(const std::string& bytes, ULONG codePage)
 {
     const char* const charset = CharsetOfCodePage(codePage);
     return DecodeText(bytes, charset ? charset : "windows-1252");
 }
 
-// One form of a text: the wide or the 8-bit one.
-HRESULT ReadTextForm(IMAPIProp& object, ULONG tag, ULONG codePage, std::optional<std::string>& text)
+HRESULT AllOf(const ValueReader& reader, std::optional<std::string>& value)
 {
-    MapiMemory memory;
-    HRESULT hr = GetOne(object, tag, memory);
+    value.reset();
+    if (!reader.Exists())
+        return S_OK;
+    const HRESULT hr = reader.ReadAll(value.emplace());
     if (FAILED(hr))
-        return hr;
-    const bool wide = PROP_TYPE(tag) == PT_UNICODE;
-    if (const SPropValue* const value = Found(memory, tag)) {
-        if (wide && value->Value.lpszW)
-            text = Utf8FromWide(value->Value.lpszW);
-        else if (!wide && value->Value.lpszA)
-            text = Narrow(value->Value.lpszA, codePage);
-        return S_OK;
-    }
-    if (!IsTooBig(memory))
-        return S_OK;
-    std::string bytes;
-    hr = ReadStream(object, tag, bytes);
-    if (SUCCEEDED(hr))
-        text = wide ? Utf8FromWide(WideFromBytes(bytes)) : Narrow(bytes, codePage);
+        value.reset();
     return hr;
 }
 
@@ -125,24 +81,17 @@ std::optional<FILETIME> ReadTime(IMAPIProp& object, ULONG tag)
 HRESULT ReadText(IMAPIProp& object, ULONG tag, ULONG codePage, std::optional<std::string>& text)
 {
     text.reset();
-    const HRESULT hr = ReadTextForm(object, tag, codePage, text);
-    if (FAILED(hr) || text)
-        return hr;
-    return ReadTextForm(object, CHANGE_PROP_TYPE(tag, PT_STRING8), codePage, text);
+    ValueReader reader;
+    const HRESULT hr = reader.OpenText(object, tag, codePage);
+    return FAILED(hr) ? hr : AllOf(reader, text);
 }
 
 HRESULT ReadBinary(IMAPIProp& object, ULONG tag, std::optional<std::string>& bytes)
 {
     bytes.reset();
-    MapiMemory memory;
-    const HRESULT hr = GetOne(object, tag, memory);
-    if (FAILED(hr))
-        return hr;
-    if (const SPropValue* const value = Found(memory, tag)) {
-        bytes.emplace(reinterpret_cast<const char*>(value->Value.bin.lpb), value->Value.bin.cb);
-        return S_OK;
-    }
-    return IsTooBig(memory) ? ReadStream(object, tag, bytes.emplace()) : S_OK;
+    ValueReader reader;
+    const HRESULT hr = reader.OpenBinary(object, tag);
+    return FAILED(hr) ? hr : AllOf(reader, bytes);
 }
 
 std::string ShortText(IMAPIProp& object, ULONG tag, ULONG codePage)

@@ -44,8 +44,8 @@ std::optional<LONG> ReadLong(IMAPIProp& object, ULONG tag);
 std::optional<bool> ReadBoolean(IMAPIProp& object, ULONG tag);
 std::optional<FILETIME> ReadTime(IMAPIProp& object, ULONG tag);
 
-// Values of any size; what GetProps declines is read through a stream. `tag` is the PT_UNICODE one for
-// texts, whose 8-bit form (in `codePage`) is used when the object has no other.
+// Whole values; what GetProps declines is read through a stream (value_reader.h reads them in pieces). `tag`
+// is the PT_UNICODE one for texts, whose 8-bit form (in `codePage`) is used when the object has no other.
 [[nodiscard]] HRESULT ReadText(IMAPIProp& object, ULONG tag, ULONG codePage,
                                std::optional<std::string>& text);
 [[nodiscard]] HRESULT ReadBinary(IMAPIProp& object, ULONG tag, std::optional<std::string>& bytes);

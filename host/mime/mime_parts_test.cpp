@@ -19,8 +19,17 @@ std::string Written(std::string_view text, TextEncoding encoding)
 {
     std::ostringstream out;
     EmlWriter writer(out);
-    WriteText(writer, text, encoding);
+    TextWriter textWriter(writer, encoding);
+    textWriter.Write(text);
+    textWriter.End();
     return out.str();
+}
+
+TextEncoding BestTextEncoding(std::string_view text)
+{
+    TextSurvey survey;
+    survey.Put(text);
+    return survey.Best();
 }
 
 TEST(EmlWriterTest, TheEncodingFitsTheText)

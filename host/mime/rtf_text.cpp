@@ -87,19 +87,22 @@ private:
 
 }  // namespace
 
+bool CanExpandRtf(std::string_view beginning)
+{
+    if (beginning.size() < kHeaderSize || ReadNumber(beginning, 4) > kMostBytes)
+        return false;
+    const std::uint32_t kind = ReadNumber(beginning, 8);
+    return kind == kUncompressed || kind == kCompressed;
+}
+
 std::optional<std::string> DecompressRtf(std::string_view value)
 {
-    if (value.size() < kHeaderSize)
+    if (!CanExpandRtf(value))
         return std::nullopt;
     const std::uint32_t rawSize = ReadNumber(value, 4);
-    const std::uint32_t kind = ReadNumber(value, 8);
     const std::string_view content = value.substr(kHeaderSize);
-    if (rawSize > kMostBytes)
-        return std::nullopt;
-    if (kind == kUncompressed)
+    if (ReadNumber(value, 8) == kUncompressed)
         return std::string(content.substr(0, rawSize));
-    if (kind != kCompressed)
-        return std::nullopt;
     auto text = Expander(content, std::size_t{rawSize} + 32).Expand();
     if (text && text->size() > rawSize)
         text->resize(rawSize);

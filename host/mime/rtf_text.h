@@ -12,6 +12,9 @@ namespace quorvane {
 // says more of itself is refused.
 std::optional<std::string> DecompressRtf(std::string_view value);
 
+// Whether a value that begins so may be expanded: false when it is refused whatever comes next.
+[[nodiscard]] bool CanExpandRtf(std::string_view beginning);
+
 }  // namespace quorvane
 
 #endif  // QUORVANE_HOST_MIME_RTF_TEXT_H_

@@ -1,9 +1,12 @@
 // Texts that come in pieces are what they are as a whole, wherever they are cut.
 #include <gtest/gtest.h>
 
+#include <sstream>
+
 #include "host/mail/file_form.h"
 #include "host/mail/unicode.h"
 #include "host/mime/charset.h"
+#include "host/mime/eml_writer.h"
 #include "host/mime/flowed_text.h"
 
 namespace quorvane {
@@ -28,7 +31,9 @@ struct CutCase {
 const std::vector<CutCase>& CutCases()
 {
     static const std::vector<CutCase> cases = {
-        {"utf-8", "\xEF\xBB\xBF" "aä€𝄞\xFF\xC3"},
+        {"utf-8",
+         "\xEF\xBB\xBF"
+         "aä€𝄞\xFF\xC3"},
         {"utf-8", "\xEF\xBB"},
         {"utf-8", ""},
         {"", "aä€𝄞"},
@@ -40,7 +45,9 @@ const std::vector<CutCase>& CutCases()
         {"utf-16", "A"},
         {"iso-2022-jp", "\x1B$BF|K\\\x1B(B and \x1B$BF|"},
         {"shift_jis", "\x93\xFA\x96\x7B\x93"},
-        {"windows-1258", "a\xEC" "e\xD2o\xF2"},
+        {"windows-1258",
+         "a\xEC"
+         "e\xD2o\xF2"},
         {"gb18030", "\x81\x30\x84\x36\x81\x30"},
     };
     return cases;
@@ -59,7 +66,8 @@ TEST(TextPiecesTest, ACharsetIsDecodedTheSameWhereverItsBytesAreCut)
 
 TEST(TextPiecesTest, Utf8IsRecognisedAndCleanedWhereverItIsCut)
 {
-    for (const std::string text : {"aä€𝄞", "a\xF0\x9D\x84", "\xE2\x82", "\xC3\xA4\xA4", "\xED\xA0\x80xyz", ""}) {
+    for (const std::string text :
+         {"aä€𝄞", "a\xF0\x9D\x84", "\xE2\x82", "\xC3\xA4\xA4", "\xED\xA0\x80xyz", ""}) {
         for (std::size_t size = 1; size <= text.size(); ++size) {
             Utf8Cleaner cleaner;
             EXPECT_EQ(InPieces(cleaner, text, size), CleanUtf8(text));
@@ -89,6 +97,34 @@ TEST(TextPiecesTest, AFileInUtf16IsReadTheSameWhereverItIsCut)
         Utf16File file(big);
         ASSERT_TRUE(file.Is());
         EXPECT_EQ(InPieces(file, big, size), "S:𝄞\uFFFD\uFFFDx\uFFFD") << size;
+    }
+}
+
+TEST(TextPiecesTest, ATextIsSurveyedAndWrittenTheSameWhereverItIsCut)
+{
+    const std::string texts[] = {"plain\r\nFrom\r\n",
+                                 "x\r\nFrom me \r\n.\r\n \t\r\nF",
+                                 "caf\xC3\xA9 = " + std::string(200, 'y') + "\r\n",
+                                 "lone\rone",
+                                 "end\r",
+                                 "\r\n\n",
+                                 std::string(201, 'z'),
+                                 ""};
+    for (const std::string& text : texts) {
+        const auto written = [&](std::size_t size) {
+            std::ostringstream out;
+            TextSurvey survey;
+            for (std::size_t at = 0; at < text.size(); at += size)
+                survey.Put(std::string_view(text).substr(at, size));
+            EmlWriter eml(out);
+            TextWriter writer(eml, survey.Best());
+            for (std::size_t at = 0; at < text.size(); at += size)
+                writer.Write(std::string_view(text).substr(at, size));
+            writer.End();
+            return EncodingName(survey.Best()) + ("\n" + out.str());
+        };
+        for (std::size_t size = 1; size < text.size(); ++size)
+            EXPECT_EQ(written(size), written(text.size())) << size;
     }
 }
 
