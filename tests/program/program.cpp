@@ -2,10 +2,12 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/resource.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <csignal>
 #include <cstdlib>
@@ -170,11 +172,11 @@ std::string Process::ErrorsSoFar() const
     return ReadFile(errors_);
 }
 
-Outcome Process::Collect(int status)
+Outcome Process::Collect(int status, long peakKilobytes)
 {
     process_ = -1;
     const int code = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-    Outcome outcome{code, ReadFile(output_), ReadFile(errors_)};
+    Outcome outcome{code, ReadFile(output_), ReadFile(errors_), peakKilobytes};
     // A sanitizer's exit code may be that of an ordinary failure; its report is what tells it apart.
     for (const char* report : {"Sanitizer", "runtime error:"})
         EXPECT_EQ(outcome.errors.find(report), std::string::npos) << outcome.errors;
@@ -184,8 +186,9 @@ Outcome Process::Collect(int status)
 Outcome Process::Wait()
 {
     int status = 0;
-    waitpid(process_, &status, 0);
-    return Collect(status);
+    rusage usage{};
+    wait4(process_, &status, 0, &usage);
+    return Collect(status, usage.ru_maxrss);
 }
 
 bool Process::WaitFor(std::chrono::milliseconds time, Outcome& outcome)
@@ -249,6 +252,7 @@ bool ProgramTest::RunRound(const std::vector<std::string>& names, const std::str
         const Json value = outcome.exitCode == 0 ? outcome.Value() : Json::object();
         for (const auto& [key, count] : value.items())
             counts[i][key] = counts[i].value(key, std::uint64_t{0}) + count.get<std::uint64_t>();
+        counts[i]["peakKilobytes"] = std::max(counts[i].value("peakKilobytes", 0L), outcome.peakKilobytes);
         moved = moved || value.value("packagesSent", 0U) + value.value("packagesReceived", 0U) > 0;
     }
     return moved;

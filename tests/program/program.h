@@ -33,6 +33,7 @@ struct Outcome {
     int exitCode = -1;  // 128 plus the signal's number after a kill
     std::string output;
     std::string errors;
+    long peakKilobytes = 0;  // the most memory that it had at a time
 
     // The JSON value on standard output.
     Json Value() const { return Json::parse(output); }
@@ -58,7 +59,7 @@ public:
     bool WaitFor(std::chrono::milliseconds time, Outcome& outcome);
 
 private:
-    Outcome Collect(int status);
+    Outcome Collect(int status, long peakKilobytes);
 
     pid_t process_ = -1;
     bool isForWindows_ = false;
@@ -106,7 +107,8 @@ protected:
         return true;
     }
 
-    // Runs mailboxes side by side until all are idle; gives what each counted.
+    // Runs mailboxes side by side until all are idle; gives what each counted, and as "peakKilobytes" the most memory
+    // that one of its runs had.
     std::vector<Json> RunUntilIdle(const std::vector<std::string>& names,
                                    const std::string& idleSeconds = "3") const;
     std::vector<Json> Items(const std::string& mailbox, const std::string& folder) const;
