@@ -27,15 +27,12 @@ Inbox::Inbox(const Addin::Parts& parts, const EngineSession& engine, Matcher& ma
       report_(std::move(report))
 {}
 
-// The engine removes a file when it has worked it off, and its row right after that.
 bool Inbox::IsBusy()
 {
-    std::error_code error;
-    for (const std::string& path : state_.UnfinishedPaths())
-        if (std::filesystem::exists(PathOf(path), error)) {
-            statistics_.Touch();
-            return true;
-        }
+    if (state_.IsReceiving()) {
+        statistics_.Touch();
+        return true;
+    }
     applying_.End();  // of the last item, should it have failed
     return false;
 }

@@ -2,8 +2,19 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <filesystem>
+#include <system_error>
+
+#include "host/path_text.h"
 
 namespace quorvane::host {
+
+namespace {
+
+// A writer of the engine waits half a minute for the database.
+constexpr auto kLongestEnd = std::chrono::seconds(30);
+
+}  // namespace
 
 ItemState::ItemState(const Mailbox& mailbox, Records& records)
     : records_(records), database_(mailbox.OpenSharingDatabase())
@@ -115,6 +126,27 @@ bool ItemState::IsUnfinished(const std::string& path)
 {
     const std::vector<std::string> paths = UnfinishedPaths();
     return std::find(paths.begin(), paths.end(), path) != paths.end();
+}
+
+bool ItemState::IsReceiving(std::chrono::steady_clock::time_point now)
+{
+    const std::vector<std::string> paths = UnfinishedPaths();
+    const std::lock_guard lock(mutex_);
+    std::map<std::string, std::chrono::steady_clock::time_point> ending;
+    bool isReceiving = false;
+    for (const std::string& path : paths) {
+        std::error_code error;
+        if (std::filesystem::exists(PathOf(path), error)) {
+            isReceiving = true;
+            continue;
+        }
+        const auto known = ending_.find(path);
+        const auto since = known == ending_.end() ? now : known->second;
+        ending.emplace(path, since);
+        isReceiving = isReceiving || now - since < kLongestEnd;
+    }
+    ending_ = std::move(ending);
+    return isReceiving;
 }
 
 }  // namespace quorvane::host

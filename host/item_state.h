@@ -2,7 +2,9 @@
 #ifndef QUORVANE_HOST_ITEM_STATE_H_
 #define QUORVANE_HOST_ITEM_STATE_H_
 
+#include <chrono>
 #include <cstdint>
+#include <map>
 #include <mutex>
 #include <optional>
 #include <set>
@@ -46,6 +48,10 @@ public:
     // The received files that stand in the engine's table of unfinished jobs.
     std::vector<std::string> UnfinishedPaths();
     bool IsUnfinished(const std::string& path);
+    // Whether the engine works one of them off. It removes the file at the end, and the row right after that: until
+    // then the file's name can't be given to it anew. A row that has no file for as long as a writer waits for the
+    // database was left by a run that was killed.
+    bool IsReceiving(std::chrono::steady_clock::time_point now = std::chrono::steady_clock::now());
 
 private:
     std::vector<SharingRow> FindRows(const char* sql, const std::string& key);
@@ -55,6 +61,7 @@ private:
     std::mutex mutex_;
     Database database_;
     std::set<std::string> kept_;
+    std::map<std::string, std::chrono::steady_clock::time_point> ending_;  // rows whose files were found gone
 };
 
 }  // namespace quorvane::host
