@@ -300,6 +300,9 @@ TEST_F(ResenderTest, AResendIsntDoneBeforeItsPackageWasLookedThrough)
         std::this_thread::yield();
     }
     EXPECT_TRUE(outbox.HasUnplanned());
+    // Nor does it go before that one.
+    ASSERT_EQ(here.records.Outgoing().size(), 2U);
+    EXPECT_FALSE(here.records.IsPlanned(here.records.Outgoing()[1].number));
 
     open.Reset();
     EXPECT_TRUE(StepToTheEnd());
@@ -332,6 +335,8 @@ TEST_F(ResenderTest, AnItemThatCantBePackedIsNamedAndTheOthersArrive)
     EXPECT_EQ(CountFor("carol"), 2U);
     ASSERT_EQ(here.records.Unsent().size(), 1U);
     EXPECT_EQ(here.records.Unsent()[0].id, id);
+    // With the others, and then in three jobs that pack nothing.
+    EXPECT_EQ(here.callbacks.resent, 6);
 }
 
 }  // namespace

@@ -19,6 +19,16 @@ TEST(DeflateTest, WhatWouldntBeSmallerStaysAsItIs)
 {
     EXPECT_FALSE(Deflate(""));
     EXPECT_FALSE(Deflate("abc"));
+    // Among these are some that come out as long as they were.
+    for (std::size_t same = 0; same < 40; ++same)
+        for (std::size_t other = 0; other < 40; ++other) {
+            std::string bytes(same, 'a');
+            for (std::size_t i = 0; i < other; ++i)
+                bytes += static_cast<char>(i * 37);
+            if (const auto deflated = Deflate(bytes)) {
+                EXPECT_LT(deflated->size(), bytes.size());
+            }
+        }
 }
 
 TEST(DeflateTest, MoreThanTheLimitOrSomethingElseIsNothing)

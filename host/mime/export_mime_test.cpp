@@ -152,6 +152,20 @@ TEST_F(ExportMimeTest, AReferenceIsNamedByItsPath)
                     "name=\"\\\\\\\\server\\\\share\\\\plan.dwg\""));
 }
 
+TEST_F(ExportMimeTest, AnAttachmentSaysUnderWhichIdAndLocationTheTextRefersToIt)
+{
+    const auto message = store->NewMessage();
+    Attach(*message, ATTACH_BY_VALUE, [](PropertyList& list) {
+        list.AddBinary(PR_ATTACH_DATA_BIN, "picture");
+        list.AddText(PR_ATTACH_LONG_FILENAME_W, "front.png");
+        list.AddText(kPrAttachContentIdW, "front@example.org");
+        list.AddText(kPrAttachContentLocationW, "drawings/front.png");
+    })->SaveChanges(0);
+    const std::string mail = Export(*message);
+    EXPECT_TRUE(Has(mail, "Content-ID: <front@example.org>\r\n"));
+    EXPECT_TRUE(Has(mail, "Content-Location: drawings/front.png\r\n"));
+}
+
 TEST_F(ExportMimeTest, AttachmentsOfEachSizeAreKeptToTheByte)
 {
     for (const std::size_t size : {0u, 1u, 56u, 57u, 58u, 65535u, 65536u, 65537u, 1000000u}) {

@@ -113,6 +113,15 @@ TEST_F(ImportMimeTest, HtmlKeepsItsBytesAndTheirCodePage)
     EXPECT_EQ(ReadLong(*store->Import(Sample("40")), kPrInternetCpid), 932);
 }
 
+TEST_F(ImportMimeTest, HtmlWithoutACharsetInItsFieldIsReadInTheOneThatItNamesItself)
+{
+    for (const std::string quote : {"\"", "'", ""}) {
+        const auto message = store->Import("Subject: x\nContent-Type: text/html\n\n<meta charset=" + quote +
+                                           "windows-1251" + quote + ">\xC4\xE0\n");
+        EXPECT_EQ(ReadLong(*message, kPrInternetCpid), 1251) << quote;
+    }
+}
+
 TEST_F(ImportMimeTest, BothFormsOfABodyAreKept)
 {
     const auto message = store->Import(Sample("04"));

@@ -56,6 +56,18 @@ TEST_F(MapiReadTest, ATextOfACodePageThatNobodyKnowsIsWesternEuropean)
     EXPECT_EQ(TextOfRow("\xE4\x80", 4711), "ä€");
 }
 
+TEST_F(MapiReadTest, AValueThatIsntThereLeavesNothingOfAnEarlierOne)
+{
+    const ComPtr<IMessage> message = store->NewMessage();
+    std::optional<std::string> found = "of another message";
+
+    EXPECT_EQ(ReadBinary(*message, kPrHtml, found), S_OK);
+    EXPECT_EQ(found, std::nullopt);
+    found = "of another message";
+    EXPECT_EQ(ReadText(*message, PR_BODY_W, 1252, found), S_OK);
+    EXPECT_EQ(found, std::nullopt);
+}
+
 TEST_F(MapiReadTest, AValueThatTheObjectMakesItselfIsPassedOver)
 {
     const ComPtr<IMessage> message = store->NewMessage();

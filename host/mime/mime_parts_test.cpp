@@ -135,6 +135,7 @@ TEST(AttachmentNameTest, ShortNamesHaveEightAndThreeCharacters)
     EXPECT_EQ(ShortName("list.txt"), "LIST.TXT");
     EXPECT_EQ(ShortName("a long name.html"), "ALONGN~1.HTM");
     EXPECT_EQ(ShortName("../../.profile"), "FILE.PRO");
+    EXPECT_EQ(ShortName("a-b_c.x-y"), "A-B_C.X-Y");
     EXPECT_EQ(ShortName("CON"), "CON");
     EXPECT_EQ(ShortName(""), "");
 }

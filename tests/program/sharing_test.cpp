@@ -129,6 +129,24 @@ TEST_F(SharingTest, AFileThatOnlyResemblesAPackageStaysInTheExchange)
     ExpectSame("alice", "Shared", "bob", "Shared");
 }
 
+TEST_F(SharingTest, APackageThatComesOnceMoreIsDropped)
+{
+    ShareSamples({"bob"});
+    RunUntilIdle({"alice"});
+    ASSERT_FALSE(Packages().empty());
+    const std::filesystem::path package = Packages().front();
+    std::filesystem::copy_file(package, Path("kept"));
+    RunUntilIdle({"bob"});
+    EXPECT_TRUE(Packages().empty());
+
+    std::filesystem::copy_file(Path("kept"), package);
+    const auto counts = RunUntilIdle({"bob"});
+
+    EXPECT_TRUE(Packages().empty());
+    EXPECT_EQ(counts[0].at("packagesReceived"), 0U);
+    EXPECT_EQ(counts[0].at("itemsApplied"), 0U);
+}
+
 TEST_F(SharingTest, ASecondRunSendsNothing)
 {
     ShareSamples({"bob"});
