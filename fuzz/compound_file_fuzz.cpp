@@ -3,11 +3,7 @@
 // The last bytes of the input choose what is done with the file that the rest of it is. Whatever that file
 // says, every call ends with a result of structured storage. When the file was sound, it is sound afterwards,
 // whether or not a write was refused meanwhile, and holds what the operations say.
-#include "fuzz/compound_file_fuzz.h"
-
-#include <cstdio>
-#include <cstdlib>
-#include <string>
+#include "fuzz/target.h"
 
 #include "platform/cfb/format.h"
 #include "platform/cfb/testing/series.h"
@@ -16,17 +12,11 @@
 namespace quorvane::cfb::test {
 namespace {
 
+using fuzz::Require;
+
 constexpr std::size_t kScript = 8;
 constexpr std::size_t kMostElements = 3000;
 constexpr std::uint64_t kMostContent = std::uint64_t{16} << 20;
-
-void Require(bool condition, const std::string& what)
-{
-    if (condition)
-        return;
-    std::fprintf(stderr, "compound_file_fuzz: %s\n", what.c_str());
-    std::abort();
-}
 
 void RequireResult(HRESULT hr, const std::string& what)
 {
@@ -146,7 +136,7 @@ void RequireSound(const FaultyBytes& bytes, const Tree* tree)
         Require(reader.tree == *tree, "a sound file holds something else than was put in");
 }
 
-void Run(const BYTE* data, std::size_t size)
+void RunCompoundFile(const BYTE* data, std::size_t size)
 {
     if (size < kScript)
         return;
@@ -170,11 +160,44 @@ void Run(const BYTE* data, std::size_t size)
         RequireSound(*session.bytes, known ? &reader.tree : nullptr);
 }
 
+Bytes MakeFile(Layout layout, const std::vector<Step>& steps)
+{
+    Session session;
+    session.bytes = MakeComObject<FaultyBytes>();
+    RequireResult(CreateDocfileOnLockBytes(session.bytes.Get(), kCreate, session.root.Put(), layout), "create");
+    for (const Step& step : steps)
+        Require(step.run(session) == S_OK, step.what);
+    session.held.Reset();
+    session.root.Reset();
+    return session.bytes->Content();
+}
+
+// Files of few sectors, in which every byte tells something, and some larger ones. Each with a script.
+std::vector<Bytes> MakeFiles()
+{
+    std::vector<Bytes> files;
+    for (const Layout layout : {Layout::kVersion3, Layout::kVersion4}) {
+        files.push_back(MakeFile(layout, {}));
+        files.push_back(
+            MakeFile(layout, {MakeStorage("s"), MakeStream("s/a"), Write("s/a", 0, Pattern(100, 1)),
+                              MakeStream("b"), Write("b", 0, Pattern(5000, 2))}));
+        for (std::uint32_t seed = 1; seed <= 6; ++seed) {
+            Tree tree;
+            files.push_back(MakeFile(layout, RandomSeries(seed, seed * 12, &tree)));
+        }
+    }
+    for (std::size_t i = 0; i < files.size(); ++i) {
+        const Bytes script = Pattern(kScript, static_cast<unsigned>(i));
+        files[i].insert(files[i].end(), script.begin(), script.end());
+    }
+    return files;
+}
+
 }  // namespace
 }  // namespace quorvane::cfb::test
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
-{
-    quorvane::cfb::test::Run(data, size);
-    return 0;
-}
+namespace quorvane::fuzz {
+
+const Target kCompoundFile{"compound_file", cfb::test::RunCompoundFile, cfb::test::MakeFiles};
+
+}  // namespace quorvane::fuzz
