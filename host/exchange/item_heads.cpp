@@ -63,10 +63,13 @@ Revision ItemHeads::Change(const ChangerId& changer, const DeviceId& by, std::ui
 {
     Revision revision;
     revision.version = SeenBy(isKept);
-    revision.version.Raise(changer);
+    std::uint64_t before = 0;
     revision.stamp = now;
-    for (const Revision& head : heads_)
+    for (const Revision& head : heads_) {
+        before = std::max(before, head.version.ChangesOf(changer));
         revision.stamp = std::max(revision.stamp, head.stamp + 1);
+    }
+    revision.version.Raise(changer, before);
     revision.stamp = std::min(revision.stamp, Revision::kLatestStamp);
     revision.by = by;
     revision.isDeletion = !content;

@@ -183,6 +183,25 @@ TEST_F(ItemHeadsTest, ItComesBackToWhoeverDeletesWhatBeatIt)
     EXPECT_TRUE(bob.heads.Shown()->isDeletion);
 }
 
+// Bob's first change is within alice's, which he hasn't seen shown and so doesn't supersede. Under its count
+// his next change would pass for seen by whoever has seen alice's.
+TEST_F(ItemHeadsTest, ADeviceGivesNoCountTwice)
+{
+    const Revision bobs = bob.Edit(kNoon + 1, 'b');
+    alice.Hear(bobs);
+    const Revision alices = alice.Edit(kNoon + 2, 'a');
+    const Revision carols = carol.Edit(kNoon + 3, 'c');
+    bob.Hear(alices);
+    bob.Hear(carols);
+    const Revision next = bob.Edit(kNoon + 4, 'n');
+
+    EXPECT_EQ(next.version.ChangesOf(bob.changer), 2U);
+    EXPECT_FALSE(next.Supersedes(alices) || alices.Supersedes(next));
+    carol.Hear(alices);
+    carol.knowsCopies = true;
+    EXPECT_FALSE(carol.Edit(kNoon + 5, 'd').Supersedes(next));
+}
+
 TEST_F(ItemHeadsTest, ALaterChangeIsOfALaterTimeWhateverTheClockSays)
 {
     const Revision ahead = alice.Edit(kNoon + 500, 'a');

@@ -19,6 +19,12 @@ ChangerId ChangerOf(const DeviceId& device, const Epoch& epoch)
     return changer;
 }
 
+std::uint64_t Version::ChangesOf(const ChangerId& changer) const
+{
+    const auto changes = changes_.find(changer);
+    return changes == changes_.end() ? 0 : changes->second;
+}
+
 void Version::Merge(const Version& other)
 {
     for (const auto& [changer, count] : other.changes_) {

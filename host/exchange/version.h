@@ -8,6 +8,7 @@
 #ifndef QUORVANE_HOST_EXCHANGE_VERSION_H_
 #define QUORVANE_HOST_EXCHANGE_VERSION_H_
 
+#include <algorithm>
 #include <cstdint>
 #include <map>
 #include <string>
@@ -39,8 +40,13 @@ public:
     static constexpr std::size_t kMostChangers = 1024;
     static constexpr std::uint64_t kMostChanges = std::uint64_t{1} << 48;
 
-    // This state, changed once more.
-    void Raise(const ChangerId& changer) { ++changes_[changer]; }
+    // This state, changed once more by one who has made so many changes before: no count is given twice.
+    void Raise(const ChangerId& changer, std::uint64_t before = 0)
+    {
+        std::uint64_t& changes = changes_[changer];
+        changes = std::max(changes, before) + 1;
+    }
+    std::uint64_t ChangesOf(const ChangerId& changer) const;
     // The state that has seen both.
     void Merge(const Version& other);
     Order Against(const Version& other) const;
