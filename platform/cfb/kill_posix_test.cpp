@@ -8,8 +8,9 @@
 #include <csignal>
 #include <new>
 
+#include "platform/cfb/testing/file_faults.h"
+#include "platform/cfb/testing/interrupted.h"
 #include "platform/cfb/testing/structure_check.h"
-#include "platform/cfb/testing/test_support.h"
 
 namespace quorvane::cfb::test {
 namespace {
@@ -131,6 +132,88 @@ TEST_F(KilledProcessTest, WhatItHadMadeIsThere)
         ExpectWhatWasComplete();
         ExpectThatWorkGoesOn();
     }
+}
+
+// Runs an operation on a file in a process that ends before its write number `write`. False: it ended by
+// itself.
+bool DieIn(const FileChange& operation, Session& session, std::size_t write)
+{
+    const pid_t writer = ::fork();
+    if (writer == 0) {
+        FileFaults::DieAtWrite(write);
+        bool good = SUCCEEDED(session.Open(kOpen));
+        for (const Step& step : operation.steps)
+            good = good && SUCCEEDED(step.run(session));
+        session.Close();
+        ::_exit(good ? 0 : 1);
+    }
+    int status = 0;
+    EXPECT_EQ(writer, ::waitpid(writer, &status, 0));
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) != 1) << operation.what;
+    return WIFEXITED(status) && WEXITSTATUS(status) == 9;
+}
+
+// What an operation makes of a file.
+Bytes RunOn(const FileChange& operation, const Bytes& file)
+{
+    Session session(Road::kFile, file);
+    EXPECT_EQ(S_OK, session.Open(kOpen));
+    for (const Step& step : operation.steps)
+        EXPECT_EQ(S_OK, step.run(session)) << operation.what;
+    session.Close();
+    return session.Content();
+}
+
+// Kills an operation at each of its writes to a file, from the `first` on each `step`th; *file becomes what
+// it leaves when it isn't killed. Returns how often it was.
+unsigned KillAtWrites(const FileChange& operation, std::size_t first, std::size_t step, Bytes* file,
+                      Tree* tree)
+{
+    Tree next = *tree;
+    for (const Step& one : operation.steps)
+        one.apply(next);
+    unsigned kills = 0;
+    bool died = true;
+    for (std::size_t write = first; died && !::testing::Test::HasFailure(); write += step) {
+        SCOPED_TRACE(operation.what + ", write " + std::to_string(write));
+        Session session(Road::kFile, *file);
+        died = DieIn(operation, session, write);
+        kills += died ? 1 : 0;
+        Tree found;
+        EXPECT_EQ(S_OK, session.Open(kOpen));
+        EXPECT_EQ(S_OK, Walk(*session.root, "", &found));
+        EXPECT_EQ(S_OK, WriteStream(*session.root, "after", Pattern(9'000, 1)));
+        session.Close();
+        ExpectBetween(found, *tree, next, operation);
+        EXPECT_TRUE(died || found == next);
+        EXPECT_EQ("", Text(Examine(session.Content()).faults));
+    }
+    *tree = std::move(next);
+    *file = RunOn(operation, *file);
+    return kills;
+}
+
+TEST(KilledAtEveryWriteTest, AnyOperationLeavesTheRest)
+{
+    for (const FileChange& operation : FileChanges()) {
+        Tree tree;
+        Bytes file = MakeFile(BeforeFileChanges(), &tree);
+        EXPECT_LT(0u, KillAtWrites(operation, 0, 1, &file, &tree));
+    }
+}
+
+// In KillTest all writes of that sender are looked at; here other ones of each item.
+TEST(KilledAtEveryWriteTest, ASenderOfFiftyItemsLeavesThemWholeOrNotAtAll)
+{
+    Tree tree;
+    Bytes file = MakeFile({MakeStorage("other")}, &tree);
+    unsigned kills = 0;
+    for (unsigned i = 0; i < 50 && !HasFailure(); ++i) {
+        const FileChange add{"add item", {MakeItem("item" + std::to_string(i * 31 % 50), i)}, true};
+        kills += KillAtWrites(add, i % 6, 6, &file, &tree);
+    }
+    EXPECT_LT(40u, kills);
+    EXPECT_EQ(1u + 50 * 12, tree.size());
 }
 
 }  // namespace

@@ -4,8 +4,8 @@
 #include <functional>
 
 #include "platform/cfb/compound_file.h"
+#include "platform/cfb/testing/interrupted.h"
 #include "platform/cfb/testing/structure_check.h"
-#include "platform/cfb/testing/test_support.h"
 
 namespace quorvane::cfb::test {
 namespace {
@@ -324,6 +324,76 @@ TEST(KillTest, GrowingAndShrinkingStreamsKeepWhatWasWritten)
         recording.Mark();
     }
     CheckEveryPrefix(recording);
+}
+
+// After each write of an operation: what it leaves alone is there, and nothing is that was neither before nor
+// after.
+void CheckEveryWrite(const FileChange& operation, const Bytes& before, const Tree& tree,
+                     Bytes* after = nullptr)
+{
+    SCOPED_TRACE(operation.what);
+    Tree next = tree;
+    Session session(Road::kLockBytes, before);
+    session.bytes->KeepLog();
+    ASSERT_EQ(S_OK, session.Open(kOpen));
+    for (const Step& step : operation.steps) {
+        ASSERT_EQ(S_OK, step.run(session)) << step.what;
+        step.apply(next);
+    }
+    session.Close();
+    MemoryStore state(before);
+    for (const auto& write : session.bytes->Log()) {
+        state.Apply(write);
+        Tree found;
+        Session killed(Road::kLockBytes, state.bytes);
+        ASSERT_EQ(S_OK, killed.Open(kRead));
+        ASSERT_EQ(S_OK, Walk(*killed.root, "", &found));
+        ExpectBetween(found, tree, next, operation);
+    }
+    EXPECT_FALSE(session.bytes->Log().empty());
+    EXPECT_EQ("", Text(Examine(state.bytes).leaks));
+    if (after)
+        *after = state.bytes;
+}
+
+TEST(KillTest, AfterEachWriteOfAnyOperationTheRestIsThere)
+{
+    Tree tree;
+    const Bytes before = MakeFile(BeforeFileChanges(), &tree);
+    for (const FileChange& operation : FileChanges())
+        CheckEveryWrite(operation, before, tree);
+}
+
+TEST(KillTest, AfterEachWriteOfASenderThatAddsFiftyItemsTheyAreThereWholeOrNotAtAll)
+{
+    Tree tree;
+    Bytes file = MakeFile({MakeStorage("other")}, &tree);
+    for (unsigned i = 0; i < 50 && !::testing::Test::HasFailure(); ++i) {
+        const FileChange add{"add item", {MakeItem("item" + std::to_string(i * 31 % 50), i)}, true};
+        CheckEveryWrite(add, file, tree, &file);
+        add.steps[0].apply(tree);
+    }
+    EXPECT_EQ(1u + 50 * 12, tree.size());
+}
+
+// Making a file: until the last write there is none, or an empty one.
+TEST(KillTest, AfterEachWriteOfACreationThereIsNoFileOrAnEmptyOne)
+{
+    Session session(Road::kLockBytes, MakeFile(BeforeFileChanges(), nullptr));
+    const Bytes before = session.Content();
+    session.bytes->KeepLog();
+    ASSERT_EQ(S_OK, session.Create(Layout::kVersion3));
+    session.Close();
+    MemoryStore state(before);
+    for (const auto& write : session.bytes->Log()) {
+        state.Apply(write);
+        Session killed(Road::kLockBytes, state.bytes);
+        const HRESULT hr = killed.Open(kRead);
+        EXPECT_TRUE(hr == S_OK || hr == STG_E_FILEALREADYEXISTS) << std::hex << hr;
+        Tree found;
+        EXPECT_TRUE(FAILED(hr) || (SUCCEEDED(Walk(*killed.root, "", &found)) && found.empty()));
+    }
+    EXPECT_LT(2u, session.bytes->Log().size());
 }
 
 }  // namespace

@@ -18,15 +18,17 @@ struct Outcome {
 
 // Opens a file, copies all of it into another one, walks through it, and changes what can be changed. Every
 // result but a crash is good.
-inline Outcome ExerciseAll(const Bytes& file)
+inline Outcome ExerciseAll(const Bytes& file, Road road = Road::kLockBytes)
 {
     Outcome outcome;
-    const auto source = MakeComObject<FaultyBytes>(file);
+    Session source(road, file);
     const auto target = MakeComObject<FaultyBytes>();
+    const std::uint64_t calls = source.Calls();
+    const std::uint64_t moved = source.Moved();
     {
-        ComPtr<IStorage> root;
+        ComPtr<IStorage>& root = source.root;
         ComPtr<IStorage> copy;
-        outcome.opened = OpenDocfileOnLockBytes(source.Get(), kOpen, root.Put());
+        outcome.opened = source.Open(kOpen);
         if (SUCCEEDED(outcome.opened) &&
             SUCCEEDED(CreateDocfileOnLockBytes(target.Get(), kCreate, copy.Put()))) {
             outcome.copied = root->CopyTo(0, nullptr, nullptr, copy.Get());
@@ -39,15 +41,16 @@ inline Outcome ExerciseAll(const Bytes& file)
             }
         }
     }
-    outcome.moved = source->Moved() + target->Moved();
-    outcome.calls = source->Calls() + target->Calls();
+    source.Close();
+    outcome.moved = source.Moved() - moved + target->Moved();
+    outcome.calls = source.Calls() - calls + target->Calls();
     return outcome;
 }
 
 // The same; tells how far reading came.
-inline HRESULT Exercise(const Bytes& file)
+inline HRESULT Exercise(const Bytes& file, Road road = Road::kLockBytes)
 {
-    const Outcome outcome = ExerciseAll(file);
+    const Outcome outcome = ExerciseAll(file, road);
     return FAILED(outcome.opened) ? outcome.opened : outcome.walked;
 }
 

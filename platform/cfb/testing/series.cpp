@@ -4,6 +4,8 @@
 #include <iterator>
 #include <random>
 
+#include "platform/cfb/testing/file_faults.h"
+
 namespace quorvane::cfb::test {
 namespace {
 
@@ -60,7 +62,84 @@ HRESULT WithHeld(Session& s, const std::string& name, const Use& use)
     return FAILED(opened) ? opened : use(*s.held);
 }
 
+// A file of its own for each session.
+std::string NewFile()
+{
+    static const ScratchDirectory directory;
+    static unsigned files = 0;
+    return directory.File("package" + std::to_string(++files));
+}
+
 }  // namespace
+
+Session::Session(Road road, const Bytes& content)
+{
+    if (road == Road::kLockBytes) {
+        bytes = MakeComObject<FaultyBytes>(content);
+        return;
+    }
+    file = NewFile();
+    std::ofstream out(file, std::ios::binary);
+    out.write(reinterpret_cast<const char*>(content.data()), static_cast<std::streamsize>(content.size()));
+}
+
+Session::~Session()
+{
+    Close();
+    if (file.empty())
+        return;
+    FileFaults::Stop();
+    std::error_code ignored;
+    std::filesystem::remove(file, ignored);
+}
+
+HRESULT Session::Create(Layout layout)
+{
+    return bytes ? CreateDocfileOnLockBytes(bytes.Get(), kCreate, root.Put(), layout)
+                 : CreateDocfile(FromUtf8(file).c_str(), kCreate, root.Put(), layout);
+}
+
+HRESULT Session::Open(DWORD mode)
+{
+    return bytes ? OpenDocfileOnLockBytes(bytes.Get(), mode, root.Put())
+                 : OpenDocfile(FromUtf8(file).c_str(), mode, root.Put());
+}
+
+Bytes Session::Content() const
+{
+    return bytes ? bytes->Content() : LoadFile(file);
+}
+
+std::uint64_t Session::Calls() const
+{
+    return bytes ? bytes->Calls() : FileFaults::Calls();
+}
+
+std::uint64_t Session::Moved() const
+{
+    return bytes ? bytes->Moved() : FileFaults::Moved();
+}
+
+void Session::RefuseWrite(std::size_t write, bool on)
+{
+    if (bytes)
+        bytes->RefuseWrite(write, on);
+    else
+        FileFaults::RefuseWrite(file, write, on);
+}
+
+void Session::RefuseRead(std::size_t read)
+{
+    if (bytes)
+        bytes->RefuseRead(read);
+    else
+        FileFaults::RefuseRead(file, read);
+}
+
+bool Session::HasRefused() const
+{
+    return bytes ? bytes->HasRefused() : FileFaults::HasRefused();
+}
 
 Step MakeStorage(const std::string& path)
 {
@@ -217,11 +296,76 @@ Step Reopen()
 {
     return {"reopen",
             [](Session& s) {
-                s.held.Reset();
-                s.root.Reset();
-                return OpenDocfileOnLockBytes(s.bytes.Get(), kOpen, s.root.Put());
+                s.Close();
+                return s.Open(kOpen);
             },
             [](Tree&) {}};
+}
+
+Step MakeItem(const std::string& name, unsigned seed, std::size_t longest)
+{
+    const auto content = [=](unsigned i) { return Pattern(i == 9 ? longest : i * i * 13, seed + i); };
+    return {"make item " + name,
+            [=](Session& s) {
+                ComPtr<IStorage> item;
+                ComPtr<IStorage> inner;
+                HRESULT hr = s.root->CreateStorage(FromUtf8(name).c_str(), kCreate, 0, 0, item.Put());
+                if (SUCCEEDED(hr))
+                    hr = item->CreateStorage(OLESTR("inner"), kCreate, 0, 0, inner.Put());
+                for (unsigned i = 0; i < 10 && SUCCEEDED(hr); ++i)
+                    hr = WriteStream(i < 5 ? *item : *inner, "s" + std::to_string(i), content(i));
+                return FAILED(hr) ? hr : item->Commit(STGC_DEFAULT);
+            },
+            [=](Tree& tree) {
+                Forget(tree, name);
+                tree[name] = tree[name + "/inner"] = std::nullopt;
+                for (unsigned i = 0; i < 10; ++i)
+                    tree[name + (i < 5 ? "/s" : "/inner/s") + std::to_string(i)] = content(i);
+            }};
+}
+
+std::vector<Step> BeforeFileChanges()
+{
+    std::vector<Step> steps{MakeStorage("box"), MakeStorage("box/inner"), MakeStorage("copies")};
+    for (unsigned i = 0; i < 12; ++i) {
+        const std::string path = (i % 2 == 0 ? "e" : "box/e") + std::to_string(i);
+        steps.push_back(MakeStream(path));
+        steps.push_back(Write(path, 0, Pattern(1 + i * i * 80, i)));
+    }
+    for (unsigned i = 0; i < 4; ++i)
+        steps.push_back(MakeItem("item" + std::to_string(i), i));
+    return steps;
+}
+
+std::vector<FileChange> FileChanges()
+{
+    Tree tree;
+    for (const Step& step : BeforeFileChanges())
+        step.apply(tree);
+    return {
+        {"create an item", {MakeItem("item9", 1)}, true},
+        {"create a large item", {MakeItem("item9", 2, 90'000)}, true},
+        {"replace an item", {MakeItem("item1", 3)}, true},
+        {"copy a storage", {CopyTo("box", "copies")}, false},
+        {"move an element", {Move("e10", "copies")}, false},
+        {"destroy an item", {Destroy("item2")}, true},
+        {"destroy a storage", {Destroy("box")}, true},
+        {"destroy a stream and give its room back", {Destroy("e10"), Commit()}, false},
+        {"rename a stream", {Rename("e2", "a name that is longer")}, true},
+        {"rename a storage", {Rename("box", "b")}, true},
+        {"create a stream", {MakeStream("e99")}, true},
+        {"replace a storage by a stream", {MakeStream("item3")}, true},
+        {"make a short stream long", {Write("e4", 1'000, Pattern(9'000, 4))}, false},
+        {"make a long stream short", {SetSize("e10", 300)}, false},
+        {"make a stream longer", {Write("e10", 8'001, Pattern(70'000, 5))}, false},
+        {"overwrite a stream", {Write("e10", 100, Pattern(7'000, 6))}, false},
+        {"empty a stream", {SetSize("e8", 0)}, false},
+        {"set a class", {SetClass("box")}, true},
+        {"make a storage and a stream in it",
+         {MakeStorage("n"), MakeStream("n/s"), Write("n/s", 0, Pattern(99, 7))},
+         false},
+        {"many things", RandomSeries(8, 12, &tree), false},
+    };
 }
 
 namespace {

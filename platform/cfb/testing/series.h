@@ -81,6 +81,9 @@ public:
         m_reads = true;
     }
     bool HasRefused() const { return m_refused; }
+    // Notes all changes from now on.
+    void KeepLog() { m_store.keepLog = true; }
+    const std::vector<MemoryStore::Change>& Log() const { return m_store.log; }
 
 private:
     bool Refuses()
@@ -104,9 +107,38 @@ private:
     bool m_refused = false;
 };
 
+// Where a compound file lies: in bytes of somebody's, or in a file.
+enum class Road { kLockBytes, kFile };
+
 // An open compound file, and a stream of it that is kept open.
 struct Session {
-    ComPtr<FaultyBytes> bytes;
+    Session() = default;
+    // One with that content, not open yet. A file is gone with it.
+    explicit Session(Road road, const Bytes& content = {});
+    Session(const Session&) = delete;
+    Session& operator=(const Session&) = delete;
+    ~Session();
+
+    [[nodiscard]] HRESULT Create(Layout layout);
+    [[nodiscard]] HRESULT Open(DWORD mode);
+    // Of a file on Windows: while it isn't open.
+    Bytes Content() const;
+    void Close()
+    {
+        held.Reset();
+        root.Reset();
+    }
+    // How often bytes were read or written, and how many.
+    std::uint64_t Calls() const;
+    std::uint64_t Moved() const;
+
+    // As FaultyBytes' functions; of a file see FileFaults.
+    void RefuseWrite(std::size_t write, bool on);
+    void RefuseRead(std::size_t read);
+    bool HasRefused() const;
+
+    ComPtr<FaultyBytes> bytes;  // none of a file
+    std::string file;
     ComPtr<IStorage> root;
     ComPtr<IStream> held;
 };
@@ -139,6 +171,21 @@ Step SetClass(const std::string& path);
 Step Commit();
 // Closes the file and opens it again.
 Step Reopen();
+
+// An element with ten streams and a storage, as a sender adds it: in the place of an old one, if there is
+// one.
+Step MakeItem(const std::string& name, unsigned seed, std::size_t longest = 5'000);
+
+// A change of a file between an open and a close.
+struct FileChange {
+    std::string what;
+    std::vector<Step> steps;
+    bool asOne;  // it is in the file as a whole or not at all
+};
+
+// The steps that make the file which these operations change, and the operations.
+std::vector<Step> BeforeFileChanges();
+std::vector<FileChange> FileChanges();
 
 // Steps in any order, of any size, that a file with the content of `tree` allows; `tree` becomes what they
 // leave.
