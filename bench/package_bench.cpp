@@ -47,10 +47,10 @@ void WriteStream(IStorage& storage, const std::string& name, std::size_t size, s
     ComPtr<IStream> stream;
     Require(SUCCEEDED(storage.CreateStream(Widen(name).c_str(), kCreate, 0, 0, stream.Put())),
             "CreateStream");
-    const auto bytes = StreamBytes(size, seed);
     ULONG written = 0;
-    Require(SUCCEEDED(stream->Write(bytes.data(), static_cast<ULONG>(size), &written)) && written == size,
-            "Write");
+    Require(
+        SUCCEEDED(stream->Write(StreamBytes(seed), static_cast<ULONG>(size), &written)) && written == size,
+        "Write");
 }
 
 ComPtr<IStorage> MakeStorage(IStorage& parent, const std::string& name)
@@ -235,8 +235,7 @@ void PackageEmpty(benchmark::State& state)
 void GsfStream(GsfOutfile* parent, const std::string& name, std::size_t size, std::size_t seed)
 {
     GsfOutput* const stream = gsf_outfile_new_child(parent, name.c_str(), FALSE);
-    const auto bytes = StreamBytes(size, seed);
-    gsf_output_write(stream, size, bytes.data());
+    gsf_output_write(stream, size, StreamBytes(seed));
     gsf_output_close(stream);
     g_object_unref(stream);
 }

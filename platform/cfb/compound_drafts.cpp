@@ -79,11 +79,15 @@ HRESULT CompoundFile::CreateInDraft(OpenElement& storage, const ElementName& nam
         draft->entry.SetCreated(Now());
         draft->entry.SetModified(draft->entry.Created());
     }
-    const auto place = children.insert(std::move(draft)).first;
+    std::vector<Draft*>& unplaced = storage.draft->unplaced;
+    unplaced.push_back(draft.get());
     try {
-        *child = MakeOpenDraft(**place, storage);
+        *child = MakeOpenDraft(*draft, storage);
+        children.insert(std::move(draft));
     } catch (const std::bad_alloc&) {
-        children.erase(place);
+        unplaced.pop_back();
+        if (*child)
+            open_.Revert(**child);
         throw;
     }
     held_ += Draft::kCost;
@@ -112,6 +116,7 @@ void CompoundFile::DestroyInDraft(OpenElement& storage, Draft& draft)
         open_.Revert(*draft.open);
     open_.RevertEntry(draft.id);
     Draft::Children& children = storage.draft->children;
+    std::erase(storage.draft->unplaced, &draft);
     open_.Drop(std::move(children.extract(children.find(draft.name)).value()));
     FreeDropped();
 }
@@ -237,18 +242,27 @@ HRESULT CompoundFile::PlaceClosed(const OpenElement& element)
     for (Draft* draft : closed) {
         draft->bytes = {};
         draft->children.clear();
+        draft->unplaced = {};
     }
+    ForgetPlaced(*top->top);
     return S_OK;
 }
 
 void CompoundFile::CollectClosed(const Draft& storage, std::vector<Draft*>* closed)
 {
-    for (const auto& child : storage.children) {
+    for (Draft* child : storage.unplaced) {
         if (child->IsInUse())
             CollectClosed(*child, closed);
-        else if (!child->IsPlaced())
-            closed->push_back(child.get());
+        else
+            closed->push_back(child);
     }
+}
+
+void CompoundFile::ForgetPlaced(Draft& storage) noexcept
+{
+    std::erase_if(storage.unplaced, [](const Draft* child) { return child->IsPlaced(); });
+    for (Draft* child : storage.unplaced)
+        ForgetPlaced(*child);
 }
 
 // Puts a new storage with all below it into the file, by one link, in the place of one of its name.

@@ -182,6 +182,7 @@ private:
     [[nodiscard]] HRESULT MoveToFile(OpenElement& stream);
     [[nodiscard]] HRESULT PlaceClosed(const OpenElement& element);
     static void CollectClosed(const Draft& storage, std::vector<Draft*>* closed);
+    static void ForgetPlaced(Draft& storage) noexcept;
     [[nodiscard]] HRESULT Land(OpenElement& element);
     static OpenElement* FindUnlanded(OpenElement& element) noexcept;
     [[nodiscard]] HRESULT LandAll(OpenElement& element);

@@ -61,6 +61,7 @@ struct Draft {
     EntryId id = kNoEntry;
     OpenElement* open = nullptr;
     Children children;
+    std::vector<Draft*> unplaced;  // those of the children that have no entry in the file
     std::unique_ptr<Draft> nextDropped;
 };
 

@@ -12,7 +12,7 @@ namespace quorvane::cfb {
 HRESULT OrderedFile::Open()
 {
     CFB_TRY(store_->GetSize(&stored_));
-    size_ = stored_;
+    size_ = blank_ = stored_;
     return S_OK;
 }
 
@@ -72,13 +72,13 @@ HRESULT OrderedFile::FreshFrame(Frame** frame)
     }
 }
 
-// Reads what the store has of a range.
+// Reads what the store has of a range, but for zeros that nobody wrote.
 HRESULT OrderedFile::ReadStored(std::uint64_t offset, BYTE* to, std::size_t count, std::size_t* read)
 {
     *read = 0;
-    if (offset >= stored_)
+    if (offset >= blank_)
         return S_OK;
-    const auto there = static_cast<std::size_t>(std::min<std::uint64_t>(count, stored_ - offset));
+    const auto there = static_cast<std::size_t>(std::min<std::uint64_t>(count, blank_ - offset));
     CFB_TRY(store_->ReadAt(offset, to, there, read));
     return *read == there ? S_OK : STG_E_READFAULT;
 }
@@ -92,10 +92,43 @@ HRESULT OrderedFile::Load(Frame& frame, std::uint64_t page)
         return hr;
     }
     std::memset(frame.bytes + read, 0, kPage - read);
+    Put(frame, page);
+    return S_OK;
+}
+
+// The frame holds that page from now on.
+void OrderedFile::Put(Frame& frame, std::uint64_t page) noexcept
+{
     frame.page = page;
     frame.used = true;
     frame.next_in_bucket = buckets_[BucketOf(page)];
     buckets_[BucketOf(page)] = &frame;
+}
+
+// How many pages from `page` on are read at once: a few when the one before was read too, and only such as
+// aren't in the cache.
+std::size_t OrderedFile::RunToLoad(std::uint64_t page) noexcept
+{
+    if (page == 0 || !FindInBuckets(page - 1))
+        return 1;
+    std::size_t count = 1;
+    while (count < kPagesAhead && (page + count + 1) * kPage <= blank_ && !FindInBuckets(page + count))
+        ++count;
+    return count;
+}
+
+// Reads pages into frames.
+HRESULT OrderedFile::LoadRun(std::uint64_t page, std::size_t count)
+{
+    std::size_t read = 0;
+    run_.resize(kPagesAtOnce * kPage);
+    CFB_TRY(ReadStored(page * kPage, run_.data(), count * kPage, &read));
+    for (std::size_t i = count; i-- > 0;) {
+        Frame* frame = nullptr;
+        CFB_TRY(FreshFrame(&frame));
+        std::memcpy(frame->bytes, &run_[i * kPage], kPage);
+        Put(*frame, page + i);
+    }
     return S_OK;
 }
 
@@ -104,6 +137,12 @@ HRESULT OrderedFile::Fetch(std::uint64_t page, Frame** frame)
     *frame = Find(page);
     if (*frame) {
         (*frame)->used = true;
+        return S_OK;
+    }
+    const std::size_t run = RunToLoad(page);
+    if (run > 1) {
+        CFB_TRY(LoadRun(page, run));
+        *frame = FindInBuckets(page);
         return S_OK;
     }
     CFB_TRY(FreshFrame(frame));
@@ -208,6 +247,7 @@ HRESULT OrderedFile::WriteThrough(std::uint64_t offset, const void* from, std::s
     CFB_TRY(store_->WriteAt(offset, in, count));
     const std::uint64_t end = offset + count;
     stored_ = std::max(stored_, end);
+    blank_ = std::max(blank_, end);
     Extend(end);
     for (std::uint64_t page = offset / kPage; page * kPage < end; ++page) {
         Frame* const frame = Find(page);
@@ -265,6 +305,7 @@ HRESULT OrderedFile::WriteRun(std::size_t begin, std::size_t end)
     }
     const std::size_t to = (end - begin - 1) * kPage + pending_[end - 1]->dirty_end;
     CFB_TRY(store_->WriteAt(first.page * kPage + from, bytes + from, to - from));
+    blank_ = std::max(blank_, first.page * kPage + to);
     for (std::size_t i = begin; i < end; ++i)
         pending_[i]->pending = false;
     return S_OK;
@@ -307,6 +348,7 @@ HRESULT OrderedFile::Cut(std::uint64_t size)
         return S_OK;
     CFB_TRY(store_->SetSize(size));
     size_ = stored_ = size;
+    blank_ = std::min(blank_, size);
     for (auto& frame : frames_) {
         if (frame->page == kNoPage || (frame->page + 1) * kPage <= size)
             continue;

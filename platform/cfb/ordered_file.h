@@ -83,6 +83,7 @@ private:
     static constexpr std::size_t kMaxPending = 512;
     static constexpr std::size_t kWrittenThrough = 8 * kPage;  // content from this size on isn't cached
     static constexpr std::size_t kPagesAtOnce = 32;
+    static constexpr std::size_t kPagesAhead = 8;
     static constexpr std::size_t kRecent = 16;
 
     static constexpr std::uint64_t kNoPage = ~std::uint64_t{0};
@@ -107,6 +108,9 @@ private:
     [[nodiscard]] HRESULT FreshFrame(Frame** frame);
     void Drop(Frame& frame) noexcept;
     [[nodiscard]] HRESULT Load(Frame& frame, std::uint64_t page);
+    void Put(Frame& frame, std::uint64_t page) noexcept;
+    std::size_t RunToLoad(std::uint64_t page) noexcept;
+    [[nodiscard]] HRESULT LoadRun(std::uint64_t page, std::size_t count);
     bool MustGoOutBefore(const Frame& frame) const noexcept;
     [[nodiscard]] HRESULT MarkPending(Frame& frame, std::size_t begin, std::size_t end);
     [[nodiscard]] HRESULT WriteThrough(std::uint64_t offset, const void* from, std::size_t count);
@@ -121,6 +125,8 @@ private:
     ByteStore* store_;
     std::uint64_t size_ = 0;
     std::uint64_t stored_ = 0;
+    std::uint64_t blank_ =
+        0;  // from here on the store holds the zeros that it grew by, to which nothing was written
     std::uint64_t stage_ = 0;
     std::vector<std::unique_ptr<Frame>> frames_;
     std::vector<Frame*> spare_;
