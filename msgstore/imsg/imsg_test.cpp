@@ -108,6 +108,44 @@ TEST_F(ImsgTest, ASavedMessageComesBack)
     EXPECT_EQ(say::Read(*attachment, PR_ATTACH_DATA_BIN), std::string(50000, 'a'));
 }
 
+// The first bytes of a value; the rest stays unread.
+std::string BeginningOf(IMAPIProp& object, ULONG tag)
+{
+    ComPtr<IStream> stream;
+    EXPECT_EQ(object.OpenProperty(tag, &IID_IStream, 0, 0, stream.PutUnknown()), S_OK);
+    std::string bytes(1000, '\0');
+    ULONG read = 0;
+    EXPECT_EQ(stream->Read(bytes.data(), static_cast<ULONG>(bytes.size()), &read), S_OK);
+    EXPECT_EQ(read, bytes.size());
+    return bytes;
+}
+
+TEST_F(ImsgTest, AValueThatIsReadHalfwayKeepsNothingFromBeingChanged)
+{
+    say::Write(*message_, kPrHtml, std::string(200000, 'h'));
+    say::Write(*message_, PR_BODY_A, std::string(200000, 'b'));
+    say::Attachment(*message_, OLESTR("a.bin"), std::string(200000, 'a'));
+    Reopen();
+    for (int turn = 0; turn < 3; ++turn) {
+        EXPECT_EQ(BeginningOf(*message_, kPrHtml), std::string(1000, 'h'));
+        EXPECT_EQ(BeginningOf(*message_, PR_BODY_A), std::string(1000, 'b'));
+    }
+    EXPECT_EQ(BeginningOf(*message_, kPrHtml), std::string(1000, 'h'));
+    say::Write(*message_, kPrHtml, std::string(300000, 'H'));
+    ASSERT_EQ(message_->SaveChanges(KEEP_OPEN_READWRITE), S_OK);
+    EXPECT_EQ(say::Read(*message_, kPrHtml), std::string(300000, 'H'));
+
+    ComPtr<IAttach> attachment;
+    ASSERT_EQ(message_->OpenAttach(0, nullptr, 0, attachment.Put()), S_OK);
+    EXPECT_EQ(BeginningOf(*attachment, PR_ATTACH_DATA_BIN), std::string(1000, 'a'));
+    ASSERT_EQ(message_->DeleteAttach(0, 0, nullptr, 0), S_OK);
+    EXPECT_EQ(BeginningOf(*message_, PR_BODY_A), std::string(1000, 'b'));
+    Reopen();
+
+    EXPECT_EQ(say::Read(*message_, PR_BODY_A), std::string(200000, 'b'));
+    EXPECT_EQ(message_->OpenAttach(0, nullptr, 0, attachment.Put()), MAPI_E_NOT_FOUND);
+}
+
 TEST_F(ImsgTest, TheLayoutIsThePublishedOne)
 {
     say::Text(*message_, PR_SUBJECT_W, OLESTR("subject"));

@@ -134,6 +134,7 @@ HRESULT StorageFolder::CreateFolder(const OleString& name, std::shared_ptr<Stora
 HRESULT StorageFolder::OpenStream(const OleString& name, ComPtr<IStream>& stream)
 {
     QV_RETURN_IF_FAILED(CheckOpen());
+    reading_ = {};
     return storage_->OpenStream(name.c_str(), nullptr, STGM_READ | kExclusive, 0, stream.Put());
 }
 
@@ -154,17 +155,27 @@ HRESULT StorageFolder::ReadStream(const OleString& name, std::uint64_t limit, By
     return S_OK;
 }
 
+// A large value is read piece by piece, and a stream costs its length to open: it stays open up to its end.
 HRESULT StorageFolder::ReadStreamAt(const OleString& name, std::uint64_t offset, void* buffer, ULONG count,
                                     ULONG& read)
 {
     const Guard lock(*mutex_);
     read = 0;
-    ComPtr<IStream> stream;
-    QV_RETURN_IF_FAILED(OpenStream(name, stream));
+    if (!reading_.stream || reading_.name != name) {
+        ComPtr<IStream> stream;
+        STATSTG stat{};
+        QV_RETURN_IF_FAILED(OpenStream(name, stream));
+        QV_RETURN_IF_FAILED(stream->Stat(&stat, STATFLAG_NONAME));
+        reading_ = {name, std::move(stream), stat.cbSize.QuadPart};
+    }
     LARGE_INTEGER move{};
     move.QuadPart = static_cast<LONGLONG>(offset);
-    QV_RETURN_IF_FAILED(stream->Seek(move, STREAM_SEEK_SET, nullptr));
-    return ReadFully(*stream.Get(), buffer, count, read);
+    HRESULT hr = reading_.stream->Seek(move, STREAM_SEEK_SET, nullptr);
+    if (SUCCEEDED(hr))
+        hr = ReadFully(*reading_.stream, buffer, count, read);
+    if (FAILED(hr) || offset + read >= reading_.size)
+        reading_ = {};
+    return hr;
 }
 
 template <class Writer>
@@ -172,12 +183,14 @@ HRESULT StorageFolder::Fill(const OleString& name, bool replaces, Writer&& write
 {
     const Guard lock(*mutex_);
     QV_RETURN_IF_FAILED(CheckOpen());
+    reading_ = {};
     const OleString place = replaces ? OleString(kUnfinishedName) : name;
     ComPtr<IStream> stream;
     const DWORD mode = STGM_CREATE | STGM_READWRITE | kExclusive;
     QV_RETURN_IF_FAILED(storage_->CreateStream(place.c_str(), mode, 0, 0, stream.Put()));
     QV_RETURN_IF_FAILED(write(*stream.Get()));
     stream.Reset();
+    reading_ = {};  // what was written may have come out of this folder
     if (!replaces)
         return S_OK;
     QV_RETURN_IF_FAILED(storage_->DestroyElement(name.c_str()));
@@ -213,6 +226,7 @@ HRESULT StorageFolder::Rename(const OleString& name, const OleString& newName)
 
 void StorageFolder::Forget(const OleString& name) noexcept
 {
+    reading_ = {};
     const auto held = open_.find(name);
     if (held == open_.end())
         return;
@@ -228,6 +242,7 @@ void StorageFolder::Close() noexcept
             folder->Close();
     }
     open_.clear();
+    reading_ = {};
     storage_.Reset();
 }
 

@@ -68,6 +68,11 @@ private:
     const std::shared_ptr<std::recursive_mutex> mutex_;
     ComPtr<IStorage> storage_;
     const bool writable_;
+    struct Reading {
+        OleString name;
+        ComPtr<IStream> stream;
+        std::uint64_t size = 0;
+    } reading_;  // the stream that is being read piece by piece, if there is one
     std::map<OleString, std::weak_ptr<StorageFolder>> open_;
 };
 
