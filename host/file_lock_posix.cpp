@@ -11,7 +11,7 @@
 namespace quorvane::host {
 
 FileLock::FileLock(const std::filesystem::path& path, std::string_view what, std::string_view object)
-    : handle_(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666))
+    : handle_(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600))
 {
     if (handle_ < 0)
         Fail(what, object, DescribeErrno(errno));

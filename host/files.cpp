@@ -22,6 +22,20 @@ void MakeDirectory(const std::filesystem::path& directory)
         Fail("make the directory", directory.string(), error.message());
 }
 
+void MakePrivateDirectory(const std::filesystem::path& directory)
+{
+    MakeDirectory(directory);
+    std::error_code error;
+    std::filesystem::permissions(directory, std::filesystem::perms::owner_all, error);
+    if (error)
+        Fail("protect the directory", directory.string(), error.message());
+}
+
+void MakePrivateFile(const std::filesystem::path& path)
+{
+    const SystemFile file(path, SystemFile::Use::kWritePrivate);
+}
+
 bool CopyDurably(const std::filesystem::path& source, const std::filesystem::path& aside,
                  const std::filesystem::path& target)
 {
@@ -43,7 +57,7 @@ void WriteDurably(const std::filesystem::path& target, std::string_view content)
     std::filesystem::path aside = target;
     aside += ".new";
     {
-        const SystemFile file(aside, SystemFile::Use::kWrite);
+        const SystemFile file(aside, SystemFile::Use::kWritePrivate);
         file.Write(content.data(), content.size());
         file.Sync();
     }

@@ -12,6 +12,12 @@ namespace quorvane::host {
 // Makes a directory and those above it. Throws a HostError.
 void MakeDirectory(const std::filesystem::path& directory);
 
+// The same; nobody but the user may look into it, whatever the umask, nor into one that was there already.
+void MakePrivateDirectory(const std::filesystem::path& directory);
+
+// Makes an empty file for the user alone, whatever the umask. For a file that isn't there. Throws a HostError.
+void MakePrivateFile(const std::filesystem::path& path);
+
 // Flushes a directory's entries to the disk: a rename in it survives power loss. On Windows, where a rename
 // does so by itself, nothing is done. Throws a HostError.
 void SyncDirectory(const std::filesystem::path& directory);
@@ -22,7 +28,7 @@ void SyncDirectory(const std::filesystem::path& directory);
 bool CopyDurably(const std::filesystem::path& source, const std::filesystem::path& aside,
                  const std::filesystem::path& target);
 
-// Writes a small file in the same way, replacing an older one at once. Throws a HostError.
+// Writes a small file, for the user alone, in the same way, replacing an older one at once. Throws a HostError.
 void WriteDurably(const std::filesystem::path& target, std::string_view content);
 
 // The whole content. Throws a HostError when the file can't be read or is larger than `limit` bytes.

@@ -71,8 +71,11 @@ Mailbox Mailbox::Create(const std::string& directory, const std::string& name)
                         ExitCode::kUsage);
     if (!IsAbsentOrEmpty(mailbox.directory_))
         Fail("make the mailbox", directory, "the directory exists and is not empty");
-    for (const auto& part : {mailbox.PackagesPath(), mailbox.InboxPath(), mailbox.LogPath().parent_path()})
-        MakeDirectory(part);
+    for (const auto& part :
+         {mailbox.directory_, mailbox.PackagesPath(), mailbox.InboxPath(), mailbox.LogPath().parent_path()})
+        MakePrivateDirectory(part);
+    // SQLite's own files beside a database may be read by whoever may read that.
+    MakePrivateFile(mailbox.SharingDatabasePath());
     mailbox.name_ = name;
     mailbox.instance_ = NewInstance();
 
@@ -82,6 +85,7 @@ Mailbox Mailbox::Create(const std::string& directory, const std::string& name)
     MakeProfile(mailbox.StorePath(), name);
 
     // Last: a directory with this file in it is a mailbox.
+    MakePrivateFile(mailbox.HostDatabasePath());
     Database records(mailbox.HostDatabasePath().string(), Database::Mode::kCreate);
     Transaction transaction(records);
     Records::CreateTables(records, name, mailbox.instance_);
@@ -99,6 +103,8 @@ Mailbox Mailbox::Open(const std::string& directory)
         Fail("open the mailbox", directory, "the directory is no mailbox (make one with 'quorvane init')");
     if (!std::filesystem::exists(mailbox.StorePath(), error))
         Fail("open the mailbox", directory, "its message store is missing");
+    // Mailboxes of earlier versions could be read by others.
+    std::filesystem::permissions(mailbox.directory_, std::filesystem::perms::owner_all, error);
     Database records(mailbox.HostDatabasePath().string(), Database::Mode::kOpen);
     UpgradeRecords(records, directory);
     Statement own(records, "SELECT name, instance FROM mailbox");

@@ -14,8 +14,9 @@ namespace quorvane::host {
 class SystemFile {
 public:
     enum class Use {
-        kRead,   // of a file that exists; others may read, write and rename it meanwhile
-        kWrite,  // a new file, or an older one's content is dropped
+        kRead,          // of a file that exists; others may read, write and rename it meanwhile
+        kWrite,         // a new file, or an older one's content is dropped
+        kWritePrivate,  // the same; a new one is for the user alone
     };
 
     SystemFile(const std::filesystem::path& path, Use use);

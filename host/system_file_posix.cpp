@@ -18,9 +18,9 @@ int FlagsOf(SystemFile::Use use) noexcept
     return O_CLOEXEC | (use == SystemFile::Use::kRead ? O_RDONLY : O_WRONLY | O_CREAT | O_TRUNC);
 }
 
-int Open(const std::filesystem::path& path, int flags, const char* what)
+int Open(const std::filesystem::path& path, int flags, const char* what, mode_t mode = 0666)
 {
-    const int descriptor = open(path.c_str(), flags, 0666);
+    const int descriptor = open(path.c_str(), flags, mode);
     if (descriptor < 0)
         Fail(what, path.string(), DescribeErrno(errno));
     return descriptor;
@@ -35,7 +35,9 @@ void Flush(int descriptor, const std::string& path)
 }  // namespace
 
 SystemFile::SystemFile(const std::filesystem::path& path, Use use)
-    : path_(path.string()), handle_(Open(path, FlagsOf(use), use == Use::kRead ? "read" : "write"))
+    : path_(path.string()),
+      handle_(Open(path, FlagsOf(use), use == Use::kRead ? "read" : "write",
+                   use == Use::kWritePrivate ? 0600 : 0666))
 {}
 
 SystemFile::~SystemFile()

@@ -70,7 +70,8 @@ void MakeSettings(const Mailbox& mailbox)
         registry = "Windows Registry Editor Version 5.00\r\n";
     registry += "\r\n[HKEY_CURRENT_USER\\Software\\Brindlemoor\\Quorvane\\1.0\\" +
                 ToUtf8(OleStringView(kProductCode)) + "\\Settings]\r\n" + LogsLine(mailbox) + "\r\n";
-    MakeDirectory(RegistryPath(mailbox).parent_path());
+    MakePrivateDirectory(mailbox.SettingsPath());
+    MakePrivateDirectory(RegistryPath(mailbox).parent_path());
     WriteDurably(RegistryPath(mailbox), registry);
 }
 

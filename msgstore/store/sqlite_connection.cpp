@@ -4,10 +4,20 @@
 
 #include <utility>
 
+#include "platform/file/file.h"
+
 namespace quorvane {
 namespace {
 
 constexpr int kBusyMilliseconds = 10000;
+
+// A store is its user's alone, whatever the umask; SQLite gives its own files beside it the same mode. One
+// that is there already stays as it is, and what fails here SQLite will tell.
+void MakePrivate(const std::string& path) noexcept
+{
+    File file;
+    (void)file.Open(path, FileAccess::Write, FileMode::CreateNew, FileShare::ReadWrite);
+}
 
 }  // namespace
 
@@ -143,8 +153,10 @@ HRESULT SqliteConnection::Open(const std::string& path, SqliteAccess access) noe
     // A reader of a write-ahead log needs to write the log's index, so that it opens the file for writing as
     // well.
     int flags = SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_EXRESCODE | SQLITE_OPEN_READWRITE;
-    if (access == SqliteAccess::CreateNew)
+    if (access == SqliteAccess::CreateNew) {
         flags |= SQLITE_OPEN_CREATE;
+        MakePrivate(path);
+    }
     const int code = sqlite3_open_v2(path.c_str(), &database_, flags, nullptr);
     if (code != SQLITE_OK)
         return ResultOfSqlite(code);

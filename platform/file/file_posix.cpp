@@ -52,6 +52,9 @@ int ModeFlags(FileMode mode) noexcept
     }
 }
 
+// What the engine keeps of a user's mail is nobody else's to read, whatever the umask.
+constexpr mode_t kNewFileMode = 0600;
+
 // A write-only file is opened for reading too, as only a file that can be read takes part in the record of
 // share modes; where it may not be read it goes without.
 int OpenDescriptor(const std::string& path, FileAccess access, FileMode mode) noexcept
@@ -59,10 +62,10 @@ int OpenDescriptor(const std::string& path, FileAccess access, FileMode mode) no
     const int flags = AccessFlags(access) | ModeFlags(mode) | O_CLOEXEC | O_NOCTTY;
     int file = -1;
     do
-        file = open(path.c_str(), flags, 0666);
+        file = open(path.c_str(), flags, kNewFileMode);
     while (file < 0 && errno == EINTR);
     if (file < 0 && errno == EACCES && access == FileAccess::Write)
-        file = open(path.c_str(), (flags & ~O_ACCMODE) | O_WRONLY, 0666);
+        file = open(path.c_str(), (flags & ~O_ACCMODE) | O_WRONLY, kNewFileMode);
     return file;
 }
 

@@ -37,7 +37,7 @@ struct DirectoryCloser {
 
 HRESULT MakeOneDirectory(const std::string& path) noexcept
 {
-    if (mkdir(path.c_str(), 0777) == 0)
+    if (mkdir(path.c_str(), 0700) == 0)
         return S_OK;
     const int error = errno;
     struct stat status {};

@@ -1,4 +1,6 @@
 // What a user does wrong gets one clear line, the right exit code, and loses nothing.
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <fstream>
 
@@ -23,8 +25,8 @@ protected:
 TEST_F(UsageTest, HelpIsGivenForTheProgramAndEachCommand)
 {
     EXPECT_NE(MustRun({"--help"}).output.find("Exit codes"), std::string::npos);
-    for (const char* command : {"init", "import", "export", "list", "share", "resend", "cancel", "run", "edit", "move",
-                                "delete", "compare", "status", "inspect", "show"})
+    for (const char* command : {"init", "import", "export", "list", "share", "resend", "cancel", "run",
+                                "edit", "move", "delete", "compare", "status", "inspect", "show"})
         EXPECT_NE(MustRun({command, "--help"}).output.find("--json"), std::string::npos) << command;
 }
 
@@ -57,6 +59,46 @@ TEST_F(UsageTest, AMailboxIsNotMadeOverOtherFiles)
     std::ofstream(Path("full") / "letter.txt") << "mine";
     ExpectOneLine(Run({"init", Mailbox("full")}), 1, "not empty");
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(Path("full")), {}), 1);
+}
+
+TEST_F(UsageTest, AMailboxIsItsUsersAloneWhateverTheUmask)
+{
+    if (TestedProgram().isForWindows)
+        GTEST_SKIP() << "there the directory above decides";
+    const mode_t before = umask(0);
+    std::filesystem::create_directory(Path("alice"));  // by the user, for everybody
+    MakeMailboxes({"alice", "bob"});
+    MustRun({"import", Mailbox("alice"), "Shared", Samples().string()});
+    MustRun({"share", Mailbox("alice"), "Shared", "--with", "bob"});
+    RunUntilIdle({"alice", "bob"});
+    umask(before);
+    ASSERT_FALSE(Items("bob", "Shared").empty());
+
+    for (const char* const name : {"alice", "bob"}) {
+        std::size_t files = 0;
+        const auto isPrivate = [&](const std::filesystem::path& path) {
+            const auto others = std::filesystem::perms::group_all | std::filesystem::perms::others_all;
+            EXPECT_EQ(std::filesystem::status(path).permissions() & others, std::filesystem::perms::none)
+                << path;
+            files += std::filesystem::is_regular_file(path);
+        };
+        isPrivate(Path(name));
+        for (const auto& entry : std::filesystem::recursive_directory_iterator(Path(name)))
+            isPrivate(entry.path());
+        EXPECT_GE(files, 6U) << "databases, hash file, settings, log, lock";
+    }
+}
+
+TEST_F(UsageTest, AMailboxThatOthersCouldReadIsClosedToThemWhenItIsOpened)
+{
+    if (TestedProgram().isForWindows)
+        GTEST_SKIP() << "there the directory above decides";
+    MakeMailboxes({"a"});
+    std::filesystem::permissions(Path("a"), std::filesystem::perms::all);
+
+    MustRun({"list", Mailbox("a")});
+
+    EXPECT_EQ(std::filesystem::status(Path("a")).permissions(), std::filesystem::perms::owner_all);
 }
 
 TEST_F(UsageTest, AMailboxThatWasMovedWorksWhereItIsNow)
@@ -93,8 +135,10 @@ TEST_F(UsageTest, AListForPeopleNamesWhatAListForProgramsHas)
 
     const Outcome outcome = MustRun({"list", Mailbox("a"), "In"});
 
-    EXPECT_NE(outcome.output.find(items[0].at("subject").get<std::string>()), std::string::npos) << outcome.output;
-    EXPECT_NE(outcome.output.find(items[0].at("sender").get<std::string>()), std::string::npos) << outcome.output;
+    EXPECT_NE(outcome.output.find(items[0].at("subject").get<std::string>()), std::string::npos)
+        << outcome.output;
+    EXPECT_NE(outcome.output.find(items[0].at("sender").get<std::string>()), std::string::npos)
+        << outcome.output;
 }
 
 TEST_F(UsageTest, AMailboxWithoutItsMessageStoreIsRefusedAndGetsNoNewOne)
