@@ -39,6 +39,40 @@ TEST_F(UsageTest, AWrongCommandLineExitsWithTwo)
     ExpectOneLine(Run({"export", Mailbox("a"), "F", "D", "--format", "pdf"}), 2, "pdf");
 }
 
+TEST_F(UsageTest, AMisspeltCommandNamesTheNearest)
+{
+    ExpectOneLine(Run({"shrae", Mailbox("a")}), 2, "'shrae'; did you mean 'share'?");
+    ExpectOneLine(Run({"stats"}), 2, "did you mean 'status'?");
+    const Outcome outcome = Run({"frobnicate", Mailbox("a")});
+    ExpectOneLine(outcome, 2, "there is no command 'frobnicate'");
+    EXPECT_EQ(outcome.errors.find("did you mean"), std::string::npos) << outcome.errors;
+    // A word in another place is no command.
+    ExpectOneLine(Run({"list", Mailbox("a"), "In", "shrae"}), 2, "shrae");
+    EXPECT_EQ(Run({"list", Mailbox("a"), "In", "shrae"}).errors.find("did you mean"), std::string::npos);
+}
+
+TEST_F(UsageTest, TheVersionIsGiven)
+{
+    const std::string version = MustRun({"--version"}).output;
+    EXPECT_TRUE(version.starts_with("quorvane ")) << version;
+    EXPECT_NE(version.find_first_of("0123456789"), std::string::npos) << version;
+}
+
+TEST_F(UsageTest, UnderJsonAFailureIsOneValueOnStandardError)
+{
+    for (const auto& [arguments, code] :
+         {std::pair<std::vector<std::string>, int>{{"list", Mailbox("nowhere"), "--json"}, 1},
+          {{"shrae", Mailbox("a"), "--json"}, 2},
+          {{"list", "--json"}, 2}}) {
+        const Outcome outcome = Run(arguments);
+        EXPECT_EQ(outcome.exitCode, code) << outcome.errors;
+        EXPECT_EQ(outcome.output, "");
+        const Json error = Json::parse(outcome.errors);
+        EXPECT_EQ(error.at("exitCode"), code);
+        EXPECT_FALSE(error.at("error").get<std::string>().empty());
+    }
+}
+
 TEST_F(UsageTest, AMailboxThatDoesNotExistIsNamed)
 {
     for (const char* command : {"list", "status"})
