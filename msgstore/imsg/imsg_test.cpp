@@ -140,10 +140,23 @@ TEST_F(ImsgTest, AValueThatIsReadHalfwayKeepsNothingFromBeingChanged)
     EXPECT_EQ(BeginningOf(*attachment, PR_ATTACH_DATA_BIN), std::string(1000, 'a'));
     ASSERT_EQ(message_->DeleteAttach(0, 0, nullptr, 0), S_OK);
     EXPECT_EQ(BeginningOf(*message_, PR_BODY_A), std::string(1000, 'b'));
+    SPropTagArray body = {1, {PR_BODY_A}};
+    ASSERT_EQ(message_->DeleteProps(&body, nullptr), S_OK);
     Reopen();
 
-    EXPECT_EQ(say::Read(*message_, PR_BODY_A), std::string(200000, 'b'));
+    EXPECT_EQ(say::Read(*message_, kPrHtml), std::string(300000, 'H'));
+    const std::set<OleString> names = Elements(*storage_);
+    EXPECT_EQ(names.count(OLESTR("__substg1.0_1000001E")) + names.count(OLESTR("__substg1.0_1000001F")), 0u);
     EXPECT_EQ(message_->OpenAttach(0, nullptr, 0, attachment.Put()), MAPI_E_NOT_FOUND);
+}
+
+TEST_F(ImsgTest, AValueThatWasReadToItsEndIsOpenNoLonger)
+{
+    say::Write(*message_, kPrHtml, std::string(100000, 'h'));
+    Reopen();
+    EXPECT_EQ(say::Read(*message_, kPrHtml), std::string(100000, 'h'));
+
+    EXPECT_EQ(StreamOf(*storage_, OLESTR("__substg1.0_10130102")), std::string(100000, 'h'));
 }
 
 TEST_F(ImsgTest, TheLayoutIsThePublishedOne)
