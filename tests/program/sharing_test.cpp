@@ -140,11 +140,13 @@ TEST_F(SharingTest, APackageThatComesOnceMoreIsDropped)
     EXPECT_TRUE(Packages().empty());
 
     std::filesystem::copy_file(Path("kept"), package);
-    const auto counts = RunUntilIdle({"bob"});
+    const Outcome outcome =
+        MustRun({"run", Mailbox("bob"), "--exchange", Exchange(), "--until-idle", "--idle-seconds", "3", "--json"});
 
     EXPECT_TRUE(Packages().empty());
-    EXPECT_EQ(counts[0].at("packagesReceived"), 0U);
-    EXPECT_EQ(counts[0].at("itemsApplied"), 0U);
+    EXPECT_EQ(outcome.Value().at("packagesReceived"), 0U);
+    EXPECT_EQ(outcome.Value().at("itemsApplied"), 0U);
+    EXPECT_EQ(outcome.errors, "");
 }
 
 TEST_F(SharingTest, ASecondRunSendsNothing)
