@@ -136,6 +136,7 @@ TEST(AttachmentNameTest, ShortNamesHaveEightAndThreeCharacters)
     EXPECT_EQ(ShortName("a long name.html"), "ALONGN~1.HTM");
     EXPECT_EQ(ShortName("../../.profile"), "FILE.PRO");
     EXPECT_EQ(ShortName("a-b_c.x-y"), "A-B_C.X-Y");
+    EXPECT_EQ(ShortName("azAZ09.z9A"), "AZAZ09.Z9A");
     EXPECT_EQ(ShortName("CON"), "CON");
     EXPECT_EQ(ShortName(""), "");
 }
