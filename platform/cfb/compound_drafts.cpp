@@ -283,7 +283,8 @@ HRESULT CompoundFile::Land(OpenElement& element)
         CFB_TRY(volume_->edit.Begin(storage.id));
         return Hang(entry, &id);
     });
-    CFB_TRY(hr);
+    if (FAILED(hr) && !HasLanded(storage, top.name, id))
+        return hr;
     held_ -= top.Weight();
     for (const auto& [draft, place] : laying.Laid()) {
         OpenElement* const open = draft->open;
@@ -296,9 +297,19 @@ HRESULT CompoundFile::Land(OpenElement& element)
     open_.Landed(element, id);
     element.top.reset();
     roomAt_ = std::max(kMostHeld, 2 * held_);
-    if (exists)
+    if (SUCCEEDED(hr) && exists)
         TrimIfWorth();
-    return S_OK;
+    return hr;
+}
+
+// Whether a landing that failed came as far as the one link: then what it wrote is reached, and what it was
+// to free is wasted.
+bool CompoundFile::HasLanded(OpenElement& storage, const ElementName& name, EntryId id)
+{
+    EntryId found = kNoEntry;
+    DirEntry entry;
+    return id != kNoEntry && SUCCEEDED(Ready()) && !storage.reverted &&
+           SUCCEEDED(volume_->tree.Find(storage.id, name, &found, &entry)) && found == id;
 }
 
 // The element itself, or one that was opened through it, that hasn't landed; the ones below before those
@@ -332,6 +343,14 @@ HRESULT CompoundFile::Commit(OpenElement& element)
     if (element.type == EntryType::kRoot)
         Tidy();
     return S_OK;
+}
+
+void CompoundFile::Revert(OpenElement& element) noexcept
+{
+    if (!element.top)
+        return;
+    open_.Revert(element);
+    FreeDropped();
 }
 
 void CompoundFile::Close(OpenElement& element) noexcept

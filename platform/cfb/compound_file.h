@@ -50,6 +50,9 @@ public:
     // Lets new storages land: the element, and those that were opened through it. What lies in one that
     // hasn't landed waits for that one. Of the root: gives free space at the end back.
     [[nodiscard]] HRESULT Commit(OpenElement& element);
+    // A new storage that hasn't landed is gone, with all that was opened through it; one that it was to
+    // replace stays. Nothing happens to any other element.
+    void Revert(OpenElement& element) noexcept;
     // Why a storage couldn't land when it was closed, once; else S_OK.
     HRESULT TakeLandingFailure() noexcept { return std::exchange(landing_, S_OK); }
 
@@ -184,6 +187,7 @@ private:
     static void CollectClosed(const Draft& storage, std::vector<Draft*>* closed);
     static void ForgetPlaced(Draft& storage) noexcept;
     [[nodiscard]] HRESULT Land(OpenElement& element);
+    bool HasLanded(OpenElement& storage, const ElementName& name, EntryId id);
     static OpenElement* FindUnlanded(OpenElement& element) noexcept;
     [[nodiscard]] HRESULT LandAll(OpenElement& element);
     void FreeDropped() noexcept;

@@ -623,5 +623,38 @@ TEST_F(DocfileOnDiskTest, TheRootsNameIsThePath)
     CoTaskMemFree(stat.pwcsName);
 }
 
+TEST(MemoryLockBytesTest, OnlyNothingIsReadOrWrittenWithoutABuffer)
+{
+    const auto bytes = NewLockBytes();
+    ULONG count = 7;
+    EXPECT_EQ(STG_E_INVALIDPOINTER, bytes->WriteAt(Large(0), nullptr, 1, &count));
+    EXPECT_EQ(0u, count);
+    EXPECT_EQ(S_OK, bytes->WriteAt(Large(0), nullptr, 0, &count));
+    EXPECT_EQ(S_OK, bytes->WriteAt(Large(0), "ab", 2, &count));
+    EXPECT_EQ(STG_E_INVALIDPOINTER, bytes->ReadAt(Large(0), nullptr, 1, &count));
+    EXPECT_EQ(0u, count);
+    EXPECT_EQ(S_OK, bytes->ReadAt(Large(0), nullptr, 0, &count));
+}
+
+TEST(StreamCopyTest, WhatWasReadAndWrittenIsTold)
+{
+    const auto bytes = NewLockBytes();
+    ComPtr<IStorage> root;
+    ComPtr<IStream> from;
+    ComPtr<IStream> to;
+    ASSERT_EQ(S_OK, CreateDocfileOnLockBytes(bytes.Get(), kCreate, root.Put()));
+    ASSERT_EQ(S_OK, WriteStream(*root, "from", Pattern(150'000, 1)));
+    ASSERT_EQ(S_OK, root->OpenStream(OLESTR("from"), nullptr, kRead, 0, from.Put()));
+    ASSERT_EQ(S_OK, root->CreateStream(OLESTR("to"), kCreate, 0, 0, to.Put()));
+    ULARGE_INTEGER read{};
+    ULARGE_INTEGER written{};
+    EXPECT_EQ(S_OK, from->CopyTo(to.Get(), Large(140'001), &read, &written));
+    EXPECT_EQ(140'001u, read.QuadPart);
+    EXPECT_EQ(140'001u, written.QuadPart);
+    EXPECT_EQ(S_OK, from->CopyTo(to.Get(), Large(140'001), &read, &written));
+    EXPECT_EQ(9'999u, read.QuadPart) << "up to the end";
+    EXPECT_EQ(9'999u, written.QuadPart);
+}
+
 }  // namespace
 }  // namespace quorvane::cfb::test

@@ -128,6 +128,32 @@ TEST_F(DraftsTest, ItsParentFindsANewStorage)
     CloseAndExpect({{"0", std::nullopt}, {"a", Bytes()}, {"c", Bytes()}, {"e", Bytes()}, {"f", Bytes()}});
 }
 
+TEST_F(DraftsTest, ANewStorageThatIsRevertedIsGoneAndTheOldOneStays)
+{
+    ASSERT_EQ(S_OK, WriteStream(*Make(*root, "s"), "old", Pattern(5000, 1)));
+    const auto storage = Make(*root, "s");
+    const auto inner = Make(*storage, "inner");
+    ASSERT_EQ(S_OK, WriteStream(*inner, "new", Pattern(3'000'000, 2)));
+    EXPECT_EQ(S_OK, inner->Revert()) << "which lands with the storage, and stays in it";
+    EXPECT_EQ((std::vector<std::string>{"inner"}), Names(*storage));
+
+    EXPECT_EQ(S_OK, storage->Revert());
+    STATSTG stat{};
+    EXPECT_EQ(STG_E_REVERTED, storage->Stat(&stat, STATFLAG_NONAME));
+    EXPECT_EQ(STG_E_REVERTED, inner->Stat(&stat, STATFLAG_NONAME));
+    EXPECT_EQ((std::vector<std::string>{"s"}), Names(*root));
+    CloseAndExpect({{"s", std::nullopt}, {"s/old", Pattern(5000, 1)}});
+}
+
+TEST_F(DraftsTest, AStorageThatHasLandedIsNotReverted)
+{
+    const auto storage = Make(*root, "s");
+    ASSERT_EQ(S_OK, WriteStream(*storage, "a", Pattern(100, 1)));
+    ASSERT_EQ(S_OK, storage->Commit(STGC_DEFAULT));
+    EXPECT_EQ(S_OK, storage->Revert());
+    EXPECT_EQ((std::vector<std::string>{"a"}), Names(*storage));
+}
+
 TEST_F(DraftsTest, DestroyingANewStorageDestroysTheOneThatItWasToReplace)
 {
     ASSERT_EQ(S_OK, WriteStream(*Make(*root, "s"), "old", Pattern(5000, 1)));

@@ -204,5 +204,53 @@ TEST_F(OrderedFileTest, AStoreThatOthersCutIsAnError)
     EXPECT_EQ(S_OK, file.Read(4 * kPage, &read, 1));
 }
 
+TEST_F(OrderedFileTest, PagesBehindEachOtherAreReadSeveralAtOnce)
+{
+    for (std::size_t at = 0; at < store.bytes.size(); ++at)
+        store.bytes[at] = static_cast<BYTE>(at / kPage + 1);
+    for (std::uint64_t page = 0; page < 20; ++page) {
+        BYTE read = 0;
+        ASSERT_EQ(S_OK, file.Read(page * kPage + 9, &read, 1));
+        EXPECT_EQ(page + 1, read);
+    }
+    EXPECT_GE(5u, store.calls);
+}
+
+// What is in the cache may be newer than what the store has.
+TEST_F(OrderedFileTest, PagesThatAreReadAheadLeaveCachedOnesAsTheyAre)
+{
+    Write(4 * kPage, 7);
+    BYTE read = 0;
+    for (std::uint64_t page = 0; page < 8; ++page)
+        ASSERT_EQ(S_OK, file.Read(page * kPage, &read, 1));
+    ASSERT_EQ(S_OK, file.Read(4 * kPage, &read, 1));
+    EXPECT_EQ(7, read);
+}
+
+TEST_F(OrderedFileTest, WhatTheStoreGrewByIsZerosWithoutARead)
+{
+    file.Extend(40 * kPage);
+    Write(0, 1);
+    ASSERT_EQ(S_OK, file.Commit());
+    const std::uint64_t before = store.calls;
+    BYTE read = 1;
+    ASSERT_EQ(S_OK, file.Read(30 * kPage, &read, 1));
+    EXPECT_EQ(0, read);
+    EXPECT_EQ(before, store.calls);
+    Write(30 * kPage + 1, 5);
+    ASSERT_EQ(S_OK, file.Commit());
+    file.MoveTo(store);
+    ASSERT_EQ(S_OK, file.Read(30 * kPage + 1, &read, 1));
+    EXPECT_EQ(5, read);
+}
+
+TEST_F(OrderedFileTest, NothingIsCutWhenWhatComesBeforeIsRefused)
+{
+    Write(0, 1);
+    store.failAt = 0;
+    EXPECT_EQ(STG_E_MEDIUMFULL, file.Cut(kPage));
+    EXPECT_EQ(20 * kPage, store.bytes.size());
+}
+
 }  // namespace
 }  // namespace quorvane::cfb::test

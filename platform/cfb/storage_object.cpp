@@ -249,7 +249,11 @@ HRESULT CStorageObject::Commit(DWORD)
 
 HRESULT CStorageObject::Revert()
 {
-    return m_handle.Run([](CompoundFile&, OpenElement&) { return S_OK; });
+    return m_handle.Run([&](CompoundFile& file, OpenElement& storage) {
+        if (m_handle.MayWrite())
+            file.Revert(storage);
+        return S_OK;
+    });
 }
 
 HRESULT CStorageObject::EnumElements(DWORD reserved1, void* reserved2, DWORD reserved3,

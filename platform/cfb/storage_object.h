@@ -14,7 +14,8 @@ namespace quorvane::cfb {
 // outermost new storage is released for the last time or committed, or a storage above it is released. Until
 // then the objects of this root find them as they find all else. A release has no way to tell that a storage
 // couldn't land: the next call of any object of the root returns that instead of doing its work, once. Commit
-// of the root also gives free space at the end of the file back, Revert does nothing.
+// of the root also gives free space at the end of the file back. Revert of a new storage that hasn't landed
+// gives it up: it is gone from then on, and one that it was to replace stays; else it does nothing.
 //
 // Results as published; on all methods STG_E_REVERTED once the storage was
 // destroyed or a storage above it released, STG_E_DOCFILECORRUPT where the file is damaged.
