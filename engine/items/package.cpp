@@ -69,6 +69,14 @@ HRESULT PackageTurn::Open(BSTR id, OpenMethod open, ComPtr<IStorage>& element) n
     return value.Is(VT_UNKNOWN) ? QueryFor(value.Raw().punkVal, element) : E_FAIL;
 }
 
+// A storage whose changes are in the file at once does nothing, and goes on as before.
+bool PackageTurn::GiveUp(IStorage& element) noexcept
+{
+    STATSTG stat{};
+    HR_IGNORE(element.Revert(), "whether it is given up is seen from what it answers then");
+    return element.Stat(&stat, STATFLAG_NONAME) == STG_E_REVERTED;
+}
+
 void PackageTurn::TakeBack(BSTR id, DestroyMethod destroy) noexcept
 {
     ComPtr<IPackageElements> elements;

@@ -37,8 +37,9 @@ public:
     // the host removed in the meantime is left for a new one. E_FAIL: that went on for too long.
     [[nodiscard]] HRESULT Begin(SessionContext& session, BSTR recipients) noexcept;
 
-    // Has the element of that ID written into a new sub-storage, in place of an earlier one. An element that
-    // couldn't be written is destroyed.
+    // Has the element of that ID written into a new sub-storage, in place of an earlier one. Where an
+    // element couldn't be written the earlier one stays; a package that has put the new one in its place
+    // already has none then.
     //
     // write  [in]  HRESULT(IStorage&) noexcept: its failure is returned. What it takes of the storage it
     //              releases before it returns.
@@ -67,13 +68,17 @@ private:
         HRESULT hr = write(*element);
         if (SUCCEEDED(hr))
             hr = element->Commit(STGC_DEFAULT);  // a release couldn't tell that the element isn't there
-        element.Reset();
-        if (FAILED(hr))
+        if (FAILED(hr) && !GiveUp(*element)) {
+            element.Reset();
             TakeBack(id, destroy);
+        }
         return hr;
     }
 
     HRESULT Open(BSTR id, OpenMethod open, ComPtr<IStorage>& element) noexcept;
+    // Gives up what was written. False: the element is in the package already, and the one that it replaces
+    // isn't.
+    static bool GiveUp(IStorage& element) noexcept;
     void TakeBack(BSTR id, DestroyMethod destroy) noexcept;
     void End() noexcept;
     bool IsForgotten() const noexcept;
