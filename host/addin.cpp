@@ -14,8 +14,6 @@ namespace quorvane::host {
 
 namespace {
 
-constexpr std::uint64_t kUnixEpochInFileTime = 116'444'736'000'000'000;
-
 constexpr char kNoItem[] = "-";  // an ID that no row has
 
 // Answers a report so that the engine sends nothing and leaves row and hash as they are.
@@ -23,17 +21,6 @@ constexpr HRESULT kDeclined = E_ABORT;
 
 // How long a change waits for the end of an item being applied, should the end never be told.
 constexpr auto kApplyingPatience = std::chrono::seconds(10);
-
-}  // namespace
-
-std::uint64_t Addin::Now()
-{
-    using FileTimeUnits = std::chrono::duration<std::uint64_t, std::ratio<1, 10'000'000>>;
-    const auto sinceUnixEpoch = std::chrono::system_clock::now().time_since_epoch();
-    return kUnixEpochInFileTime + std::chrono::duration_cast<FileTimeUnits>(sinceUnixEpoch).count();
-}
-
-namespace {
 
 std::string FolderIdOf(IItem& item)
 {
@@ -198,7 +185,7 @@ HRESULT Addin::OnItemDeleted(IItem* item, bool& ignore)
         ignore = true;
         return item->put_ID(BstrOf(kNoItem).Get());
     }
-    record.version = NextVersion(known, Now());
+    record.version = NextVersion(known, FileTimeNow());
     const HRESULT hr = item->put_CustomInfo(BstrOf(FormatVersion(record.version)).Get());
     if (FAILED(hr))
         return hr;
@@ -293,7 +280,7 @@ HRESULT Addin::OnFolderReceived(IFolder* folder, BSTR tag)
     const bool joined = !parts_.records.FindShare(folderId);
     if (joined)
         JoinFolder(folderId, *announcement);
-    LearnMembers(folderId, *announcement, joined);
+    LearnMembers(folderId, *announcement, joined, ToUtf8(ViewOf(tag)));
     Log("onFolderReceived", folderId, announcement->name);
     return S_OK;
 }
@@ -328,12 +315,17 @@ void Addin::JoinFolder(const std::string& folderId, const Announcement& announce
 // Who announces the folder to a new member sends him all items, so whoever joins through this announcement owes
 // the others nothing. Who is in already owes a member that it didn't know what was changed here: the others do the
 // same, and what none of them changed came with the announcement's sender.
-void Addin::LearnMembers(const std::string& folderId, const Announcement& announcement, bool joined)
+void Addin::LearnMembers(const std::string& folderId, const Announcement& announcement, bool joined,
+                         const std::string& by)
 {
     std::set<std::string> names(announcement.members.begin(), announcement.members.end());
-    names.insert(announcement.from);
+    names.insert(by);
     names.erase(parts_.mailbox.Name());
     parts_.records.LearnMembers(folderId, {names.begin(), names.end()}, !joined);
+    for (const auto& [member, devices] : announcement.devices)
+        for (const std::string& device : devices)
+            if (names.contains(member))
+                parts_.records.Introduce(member, device, by, FileTimeNow());
 }
 
 HRESULT Addin::DatabasePath(Bstr& path)

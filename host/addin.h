@@ -59,8 +59,6 @@ public:
 
     // A version for a change made here to an item with this record, if it has one.
     ItemVersion NextVersion(const std::optional<ItemRecord>& record, std::uint64_t modified) const;
-    // The present time, in the units of a version.
-    static std::uint64_t Now();
 
     HRESULT OnItemResend(IItem* item, BSTR jobId, bool& ignore) override;
     HRESULT OnFolderReceived(IFolder* folder, BSTR tag) override;
@@ -99,7 +97,8 @@ private:
     HRESULT ChooseId(IItem& item, const SharingRow& row, bool stays);
     void JoinFolder(const std::string& folderId, const Announcement& announcement);
     std::string NewFolderPath(const Announcement& announcement) const;
-    void LearnMembers(const std::string& folderId, const Announcement& announcement, bool joined);
+    void LearnMembers(const std::string& folderId, const Announcement& announcement, bool joined,
+                      const std::string& by);
     bool IsOutdated(const std::string& id, const std::string& folderId, const ItemVersion& version) const;
     void Log(const char* event, const std::string& id, const std::string& what) const;
 

@@ -297,7 +297,7 @@ protected:
         const ComPtr<IFolder> folder = AddEngineFolder(here.engine, any);
         const Variant entryId = Variant::Text(FromUtf8(any.entryId));
         Check(here.engine.Folders()->Remove(entryId.Raw()), "tell of the folder", name);
-        const std::string text = FormatAnnouncement({name, "alice", {"alice", "bob"}});
+        const std::string text = FormatAnnouncement({name, "alice", {"alice", "bob"}, {}});
         Check(folder->put_CustomInfo(BstrOf(text).Get()), "tell of the folder", name);
         EXPECT_EQ(here.addin.OnFolderReceived(folder.Get(), BstrOf("alice").Get()), S_OK);
     }

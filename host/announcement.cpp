@@ -1,5 +1,6 @@
 #include "host/announcement.h"
 
+#include "host/exchange/keys.h"
 #include "host/mailbox.h"
 #include "host/output.h"
 
@@ -10,6 +11,7 @@ namespace {
 constexpr std::string_view kToPrefix = "to:";
 constexpr std::size_t kLongestFolderName = 1000;
 constexpr std::size_t kMostMembers = 10'000;
+constexpr std::size_t kMostDevicesOfOne = 100;
 
 // A JSON object out of foreign text; a discarded value when it is none.
 Json ParseObject(std::string_view text)
@@ -32,11 +34,31 @@ bool IsFolderName(const std::string& name)
            name.find_first_not_of('/') != std::string::npos;
 }
 
+// False when it isn't devices by members' names.
+bool ReadDevices(const Json& json, std::map<std::string, std::vector<std::string>>& devices)
+{
+    if (!json.is_object() || json.size() > kMostMembers)
+        return false;
+    for (const auto& [member, ids] : json.items()) {
+        if (!IsMemberName(member) || !ids.is_array() || ids.size() > kMostDevicesOfOne)
+            return false;
+        for (const Json& id : ids) {
+            if (!id.is_string() || !exchange::ParseDeviceId(id.get_ref<const std::string&>()))
+                return false;
+            devices[member].push_back(id.get<std::string>());
+        }
+    }
+    return true;
+}
+
 }  // namespace
 
 std::string FormatAnnouncement(const Announcement& announcement)
 {
-    return Json{{"name", announcement.name}, {"from", announcement.from}, {"members", announcement.members}}
+    return Json{{"name", announcement.name},
+                {"from", announcement.from},
+                {"members", announcement.members},
+                {"devices", announcement.devices}}
         .dump();
 }
 
@@ -51,7 +73,10 @@ std::optional<Announcement> ParseAnnouncement(std::string_view text)
     if (!name || !IsFolderName(*name) || !from || !IsMemberName(*from) || members == json.end() ||
         !members->is_array() || members->size() > kMostMembers)
         return std::nullopt;
-    Announcement result{*name, *from, {}};
+    Announcement result{*name, *from, {}, {}};
+    const auto devices = json.find("devices");
+    if (devices != json.end() && !ReadDevices(*devices, result.devices))
+        return std::nullopt;
     for (const Json& member : *members) {
         if (!member.is_string() || !IsMemberName(member.get_ref<const std::string&>()))
             return std::nullopt;

@@ -3,11 +3,13 @@
 // A folder's and an item's CustomInfo are free texts of the host. The program writes one JSON value into
 // each:
 //
-//     folder  {"name": "Projects/2026", "from": "alice", "members": ["alice", "bob", "carol"]}
+//     folder  {"name": "Projects/2026", "from": "alice", "members": ["alice", "bob", "carol"],
+//              "devices": {"bob": ["0123456789abcdef0123456789abcdef"]}}
 //     item    {"stamp": 134070000000000000, "member": "alice"}
 #ifndef QUORVANE_HOST_ANNOUNCEMENT_H_
 #define QUORVANE_HOST_ANNOUNCEMENT_H_
 
+#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -21,6 +23,7 @@ struct Announcement {
     std::string name;  // the folder's path at the sender
     std::string from;
     std::vector<std::string> members;  // all of them, the sender included
+    std::map<std::string, std::vector<std::string>> devices;  // of other members, as far as the sender knows them
 };
 
 std::string FormatAnnouncement(const Announcement& announcement);

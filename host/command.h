@@ -27,6 +27,7 @@ void AddEditCommand(CLI::App& program, Chosen& chosen);
 void AddMoveCommand(CLI::App& program, Chosen& chosen);
 void AddDeleteCommand(CLI::App& program, Chosen& chosen);
 void AddShowCommand(CLI::App& program, Chosen& chosen);
+void AddMembersCommand(CLI::App& program, Chosen& chosen);
 void AddShareCommand(CLI::App& program, Chosen& chosen);
 void AddResendCommand(CLI::App& program, Chosen& chosen);
 void AddCancelCommand(CLI::App& program, Chosen& chosen);

@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <system_error>
 
+#include "host/device.h"
 #include "host/errors.h"
 #include "host/files.h"
 #include "host/path_text.h"
@@ -32,8 +33,14 @@ std::int64_t VersionOf(Database& records)
     return version.Step() ? version.Number(0) : 0;
 }
 
+std::string TextOf(Database& records, const char* sql)
+{
+    Statement select(records, sql);
+    return select.Step() ? select.Text(0) : std::string();
+}
+
 // Records of an earlier version get the tables of this one; by one process, if several come at once.
-void UpgradeRecords(Database& records, const std::string& directory)
+void UpgradeRecords(Database& records, const std::string& directory, const std::filesystem::path& keyFile)
 {
     if (VersionOf(records) == Records::kVersion)
         return;
@@ -42,6 +49,8 @@ void UpgradeRecords(Database& records, const std::string& directory)
     if (version < 1 || version > Records::kVersion)
         Fail("open the mailbox", directory, "host.db is of a version that this program doesn't know");
     Records::Upgrade(records, version);
+    if (TextOf(records, "SELECT device FROM mailbox").empty())
+        DrawDeviceKeys(keyFile, records);
     transaction.Commit();
 }
 
@@ -89,6 +98,8 @@ Mailbox Mailbox::Create(const std::string& directory, const std::string& name)
     Database records(mailbox.HostDatabasePath().string(), Database::Mode::kCreate);
     Transaction transaction(records);
     Records::CreateTables(records, name, mailbox.instance_);
+    DrawDeviceKeys(mailbox.KeyPath(), records);
+    mailbox.device_ = TextOf(records, "SELECT device FROM mailbox");
     transaction.Commit();
     return mailbox;
 }
@@ -106,12 +117,13 @@ Mailbox Mailbox::Open(const std::string& directory)
     // Mailboxes of earlier versions could be read by others.
     std::filesystem::permissions(mailbox.directory_, std::filesystem::perms::owner_all, error);
     Database records(mailbox.HostDatabasePath().string(), Database::Mode::kOpen);
-    UpgradeRecords(records, directory);
-    Statement own(records, "SELECT name, instance FROM mailbox");
+    UpgradeRecords(records, directory, mailbox.KeyPath());
+    Statement own(records, "SELECT name, instance, device FROM mailbox");
     if (!own.Step())
         Fail("open the mailbox", directory, "host.db holds no name");
     mailbox.name_ = own.Text(0);
     mailbox.instance_ = own.Text(1);
+    mailbox.device_ = own.Text(2);
     own.Reset();
     mailbox.CheckSharingDatabase();
     mailbox.UseSettings(records);

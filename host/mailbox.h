@@ -2,7 +2,8 @@
 //
 //     store.sqlite    the message store
 //     sharing.db      the sharing database, which the engine works on
-//     host.db         the program's own records: name, shares, transport
+//     host.db         the program's own records: name, shares, members, transport
+//     device.key      the seed of the device's keys
 //     settings/       the per-user settings of the engine and the MAPI profile of this mailbox (on Windows in
 //     the
 //                     registry)
@@ -38,6 +39,7 @@ public:
     std::filesystem::path StorePath() const { return directory_ / "store.sqlite"; }
     std::filesystem::path SharingDatabasePath() const { return directory_ / "sharing.db"; }
     std::filesystem::path HostDatabasePath() const { return directory_ / "host.db"; }
+    std::filesystem::path KeyPath() const { return directory_ / "device.key"; }
     std::filesystem::path SettingsPath() const { return directory_ / "settings"; }
     std::filesystem::path PackagesPath() const { return directory_ / "packages"; }
     std::filesystem::path InboxPath() const { return directory_ / "inbox"; }
@@ -47,6 +49,8 @@ public:
     const std::string& Name() const noexcept { return name_; }
     // Tells it from an earlier or later mailbox of that name.
     const std::string& Instance() const noexcept { return instance_; }
+    // The id of the device that it is in the exchange.
+    const std::string& Device() const noexcept { return device_; }
     // A connection of the caller's to the sharing database. Throws a HostError.
     Database OpenSharingDatabase() const;
 
@@ -61,6 +65,7 @@ private:
     std::filesystem::path directory_;
     std::string name_;
     std::string instance_;
+    std::string device_;
 };
 
 // The product code under which the program keeps its engine settings apart from other hosts'.

@@ -162,7 +162,7 @@ bool Outbox::LookThrough(const OutgoingPackage& package, Package& content)
 // False while a writer of the engine that was late still has the package open.
 bool Outbox::Plan(const OutgoingPackage& package)
 {
-    if (records_.IsPlanned(package.number))
+    if (package.isPlanned)
         return true;
     std::error_code error;
     PackagePlan plan;
@@ -180,7 +180,7 @@ bool Outbox::Plan(const OutgoingPackage& package)
         }
     for (PackageRecord& item : content.items)
         plan.items.push_back({std::move(item.id), std::move(item.folderId)});
-    records_.PlanDeliveries(package.number, plan);
+    records_.PlanPackage(package.number, plan);
     return true;
 }
 
@@ -191,23 +191,35 @@ void Outbox::Plan()
             return;  // those behind it wait, for the order
 }
 
-void Outbox::Deliver(const Exchange& exchange)
+// What is gone from the disk is made again for those who were to get it.
+void Outbox::Lay(const OutgoingPackage& package, Transport& transport)
+{
+    const std::filesystem::path path = PathOf(package.path);
+    const auto receivers = transport.peers.ReceiversOf(package.sequence);
+    std::error_code error;
+    if (std::filesystem::exists(path, error)) {
+        if (!receivers.empty()) {
+            LaySealed(transport, package.sequence, receivers, path);
+            ++parts_.statistics.packagesSent;
+        }
+    } else {
+        for (const exchange::Receiver& receiver : receivers)
+            transport.peers.Remake(receiver.id);
+    }
+    records_.NoteLaid(package.number);
+    parts_.statistics.Touch();
+}
+
+void Outbox::Deliver(Transport& transport)
 {
     Plan();
     for (const OutgoingPackage& package : records_.Outgoing()) {
-        if (!records_.IsPlanned(package.number))
+        if (!package.isPlanned)
             return;
+        if (package.sequence != 0 && !package.isLaid)
+            Lay(package, transport);
         std::error_code error;
-        const std::filesystem::path path = PathOf(package.path);
-        const bool exists = std::filesystem::exists(path, error);
-        for (const Delivery& delivery : records_.PlanDeliveries(package.number, {})) {
-            if (exists)
-                exchange.Deliver(delivery.member, delivery.sequence, path);
-            records_.FinishDelivery(package.number, delivery.member);
-            parts_.statistics.packagesSent += exists ? 1 : 0;
-            parts_.statistics.Touch();
-        }
-        std::filesystem::remove(path, error);
+        std::filesystem::remove(PathOf(package.path), error);
         records_.FinishOutgoing(package.number);
     }
 }
@@ -222,7 +234,7 @@ bool Outbox::HasUnplanned()
     const auto outgoing = records_.Outgoing();
     return !ListEngine().empty() ||
            std::any_of(outgoing.begin(), outgoing.end(), [this](const OutgoingPackage& package) {
-               return !records_.IsPlanned(package.number);
+               return !package.isPlanned;
            });
 }
 
@@ -230,7 +242,7 @@ bool Outbox::IsUnplanned(const std::string& recipients)
 {
     const auto outgoing = records_.Outgoing();
     return std::any_of(outgoing.begin(), outgoing.end(), [&](const OutgoingPackage& package) {
-        return package.recipients == recipients && !records_.IsPlanned(package.number);
+        return package.recipients == recipients && !package.isPlanned;
     });
 }
 

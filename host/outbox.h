@@ -1,9 +1,8 @@
 // host/outbox.h: packages on their way from the engine to the exchange.
 //
 // A package is taken from the engine when it has been quiet for a moment. From then on it is the program's:
-// it is noted before the engine forgets it, looked through, gets a sequence number for each member, and goes
-// when every member's copy lies in the exchange. A kill at any point leads to one more delivery under the same
-// numbers, never to none.
+// it is noted before the engine forgets it, looked through, gets its number and its receivers, and goes when it
+// lies in the exchange, sealed. A kill at any point leads to one more of the same number and content, never to none.
 #ifndef QUORVANE_HOST_OUTBOX_H_
 #define QUORVANE_HOST_OUTBOX_H_
 
@@ -15,8 +14,8 @@
 
 #include "host/addin.h"
 #include "host/engine.h"
-#include "host/exchange.h"
 #include "host/package_check.h"
+#include "host/transport.h"
 
 namespace quorvane::host {
 
@@ -44,9 +43,9 @@ public:
     // out and noted.
     void Plan();
 
-    // Delivers what was taken. Throws when the exchange can't be used; what wasn't delivered is kept for the
-    // next call.
-    void Deliver(const Exchange& exchange);
+    // Lays what was taken into the exchange. Throws, an exchange::Error too, when that can't be used; what wasn't
+    // laid there is kept for the next call.
+    void Deliver(Transport& transport);
 
     // Notes an item that isn't sent, and says so.
     void NoteUnsent(const std::string& id, const std::string& folderId, const std::string& reason);
@@ -67,6 +66,7 @@ private:
     void Take(const Listed& package);
     void Forget(const std::string& recipients) const;
     bool Plan(const OutgoingPackage& package);
+    void Lay(const OutgoingPackage& package, Transport& transport);
     bool LookThrough(const OutgoingPackage& package, Package& content);
     void PutAside(const OutgoingPackage& package);
     std::vector<std::string> ReceiversOf(const OutgoingPackage& package);

@@ -1,5 +1,6 @@
 #include "host/output.h"
 
+#include <chrono>
 #include <algorithm>
 #include <cstdio>
 
@@ -60,6 +61,14 @@ void Print(bool asJson, const Json& json, const std::string& text)
     else
         std::fputs(text.c_str(), stdout);
     std::fflush(stdout);
+}
+
+std::uint64_t FileTimeNow()
+{
+    constexpr std::uint64_t kUnixEpochInFileTime = 116'444'736'000'000'000;
+    using FileTimeUnits = std::chrono::duration<std::uint64_t, std::ratio<1, 10'000'000>>;
+    const auto sinceUnixEpoch = std::chrono::system_clock::now().time_since_epoch();
+    return kUnixEpochInFileTime + std::chrono::duration_cast<FileTimeUnits>(sinceUnixEpoch).count();
 }
 
 std::string TimeText(std::uint64_t fileTime)

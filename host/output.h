@@ -32,6 +32,8 @@ void Print(bool asJson, const Json& json, const std::string& text);
 
 // The time of a FILETIME as "2026-11-21T06:16:47Z"; empty for zero.
 std::string TimeText(std::uint64_t fileTime);
+// The present time as a FILETIME.
+std::uint64_t FileTimeNow();
 
 }  // namespace quorvane::host
 

@@ -200,15 +200,12 @@ TEST_F(PackageCheckTest, TheOutboxTakesADamagedItemOutAndNamesItAndSendsTheOther
     const std::string sound = Send("sound"), damaged = Send("damaged"), incomplete = Send("incomplete");
     Change(damaged, [](IStorage& item) { EXPECT_EQ(item.DestroyElement(OLESTR("MAPI_DATA")), S_OK); });
     Change(incomplete, [](IStorage& item) { EXPECT_EQ(item.DestroyElement(OLESTR("Contents")), S_OK); });
-    std::filesystem::create_directory(here.directory / "exchange");
-    const Exchange exchange(here.directory / "exchange", here.mailbox);
 
     outbox.TakeReady(true);
-    outbox.Deliver(exchange);
+    outbox.Deliver(here.transport);
 
-    const auto delivered = here.directory / "exchange" / "alice" / ("bob~" + here.mailbox.Instance()) /
-                           "00000000000000000001.qvt";
-    const CheckedPackage checked = CheckPackage(*OpenCompoundFile(delivered), "the delivered one");
+    const CheckedPackage checked =
+        CheckPackage(*OpenCompoundFile(here.Delivered(1, here.alice)), "the delivered one");
     EXPECT_TRUE(checked.damaged.empty());
     ASSERT_EQ(checked.sound.items.size(), 1U);
     EXPECT_EQ(checked.sound.items[0].id, sound);
@@ -217,7 +214,7 @@ TEST_F(PackageCheckTest, TheOutboxTakesADamagedItemOutAndNamesItAndSendsTheOther
     EXPECT_EQ(here.records.Unsent()[0].subject, "damaged");
     EXPECT_EQ(here.records.Unsent()[0].reason, "its message is missing");
     EXPECT_EQ(lines.size(), 1U);
-    EXPECT_FALSE(std::filesystem::exists(here.directory / "exchange" / "carol"));
+    EXPECT_THROW(here.Delivered(1, here.carol), exchange::Error);
 }
 
 TEST_F(PackageCheckTest, APackageThatCantBeReadAtAllIsPutAsideAndNotSent)
@@ -225,10 +222,9 @@ TEST_F(PackageCheckTest, APackageThatCantBeReadAtAllIsPutAsideAndNotSent)
     here.records.LearnMembers("{F}", {"alice"}, false);
     Send("one");
     std::filesystem::resize_file(PackagePath(), 100);
-    std::filesystem::create_directory(here.directory / "exchange");
 
     outbox.TakeReady(true);
-    outbox.Deliver(Exchange(here.directory / "exchange", here.mailbox));
+    outbox.Deliver(here.transport);
 
     EXPECT_FALSE(outbox.HasWork());
     EXPECT_TRUE(std::filesystem::is_empty(here.directory / "exchange"));

@@ -87,6 +87,7 @@ void AddCommands(CLI::App& program, Chosen& chosen)
     AddExportCommand(program, chosen);
     AddListCommand(program, chosen);
     AddShowCommand(program, chosen);
+    AddMembersCommand(program, chosen);
     AddShareCommand(program, chosen);
     AddResendCommand(program, chosen);
     AddCancelCommand(program, chosen);

@@ -1,7 +1,11 @@
 #include "host/records.h"
 
+#include <algorithm>
+#include <iterator>
 #include <map>
 #include <set>
+
+#include "host/errors.h"
 
 namespace quorvane::host {
 
@@ -71,6 +75,74 @@ CREATE TABLE unsent (
 INSERT INTO resend (folder_id, member, scope, since) SELECT folder_id, name, 1, 0 FROM member WHERE announced = 0;
 )sql";
 
+// From version 2 on: members have devices (peers.h). What lay in the exchange in clear isn't read any more, so all
+// members are sent their folders once more. A package that was taken is planned anew.
+constexpr char kUpgradeFrom2[] = R"sql(
+ALTER TABLE mailbox ADD COLUMN device TEXT NOT NULL DEFAULT '';
+ALTER TABLE mailbox ADD COLUMN epoch TEXT NOT NULL DEFAULT '';
+ALTER TABLE mailbox ADD COLUMN sequence INTEGER NOT NULL DEFAULT 0;
+ALTER TABLE mailbox ADD COLUMN acks_serial INTEGER NOT NULL DEFAULT 0;
+ALTER TABLE mailbox ADD COLUMN exchange TEXT NOT NULL DEFAULT '';
+CREATE TABLE device (
+    id TEXT PRIMARY KEY,
+    member TEXT NOT NULL,
+    card TEXT NOT NULL DEFAULT '',
+    introducer TEXT NOT NULL DEFAULT '',
+    how TEXT NOT NULL,
+    pinned INTEGER NOT NULL,
+    heard INTEGER NOT NULL DEFAULT 0,
+    sent INTEGER NOT NULL DEFAULT 0,
+    acked INTEGER NOT NULL DEFAULT 0,
+    acks_serial INTEGER NOT NULL DEFAULT 0,
+    remade INTEGER NOT NULL DEFAULT 0,
+    epoch TEXT NOT NULL DEFAULT '',
+    applied INTEGER NOT NULL DEFAULT 0,
+    over TEXT NOT NULL DEFAULT '',
+    gap_first INTEGER NOT NULL DEFAULT 0,
+    gap_last INTEGER NOT NULL DEFAULT 0,
+    gap_since INTEGER NOT NULL DEFAULT 0,
+    asked INTEGER NOT NULL DEFAULT 0);
+CREATE INDEX device_member ON device (member);
+CREATE TABLE incoming (
+    device TEXT NOT NULL,
+    sequence INTEGER NOT NULL,
+    state INTEGER NOT NULL,
+    reason TEXT NOT NULL,
+    since INTEGER NOT NULL,
+    PRIMARY KEY (device, sequence));
+CREATE TABLE stranger (
+    device TEXT PRIMARY KEY,
+    name TEXT NOT NULL,
+    packages INTEGER NOT NULL,
+    since INTEGER NOT NULL);
+DROP TABLE delivery;
+DROP TABLE sequence;
+DROP TABLE received;
+CREATE TABLE delivery (
+    sequence INTEGER NOT NULL,
+    device TEXT NOT NULL,
+    previous INTEGER NOT NULL,
+    PRIMARY KEY (sequence, device));
+ALTER TABLE outgoing ADD COLUMN sequence INTEGER NOT NULL DEFAULT 0;
+ALTER TABLE outgoing ADD COLUMN laid INTEGER NOT NULL DEFAULT 0;
+UPDATE outgoing SET planned = 0;
+DELETE FROM given WHERE resend IN (SELECT number FROM resend JOIN member USING (folder_id)
+    WHERE resend.member = member.name AND announced = 1);
+INSERT OR REPLACE INTO resend (folder_id, member, scope, since) SELECT folder_id, name, 3, 0 FROM member
+    WHERE announced = 1;
+UPDATE member SET told = 0, due = 1 WHERE announced = 1;
+)sql";
+
+// Each brings the records from the version that is its place, counted from 1, to the next.
+constexpr const char* kUpgrades[] = {kUpgradeFrom1, kUpgradeFrom2};
+static_assert(std::size(kUpgrades) + 1 == Records::kVersion);
+
+// Whether a row of `device` stands for a member in the folder ?1: the user says so, or somebody who could read the
+// folder anyway.
+#define QV_STANDS_FOR_HIM                                                                                     \
+    "card <> '' AND (introducer = '' OR EXISTS (SELECT 1 FROM member AS other WHERE other.folder_id = ?1 AND " \
+    "other.name = introducer))"
+
 Share ReadShare(const Statement& row)
 {
     return {row.Text(0), row.Text(1), row.Text(2), row.Text(3)};
@@ -99,22 +171,6 @@ std::vector<std::string> ReadNames(Statement& select)
     while (select.Step())
         names.push_back(select.Text(0));
     return names;
-}
-
-// Gives a package its next sequence number to a member.
-void PlanDelivery(Database& database, std::int64_t package, const std::string& member)
-{
-    Statement(
-        database,
-        "INSERT INTO sequence (member, last) VALUES (?, 1) ON CONFLICT(member) DO UPDATE SET last = last + 1")
-        .Bind(1, member)
-        .Run();
-    Statement(database,
-              "INSERT INTO delivery (package, member, sequence) SELECT ?, member, last FROM sequence WHERE "
-              "member = ?")
-        .Bind(1, package)
-        .Bind(2, member)
-        .Run();
 }
 
 // A member of a folder who doesn't know of all its members is told when anything passes between it and this mailbox.
@@ -156,19 +212,6 @@ void NoteGiven(Database& database, const PackagePlan& plan, const std::string& m
     }
 }
 
-void NotePlan(Database& database, std::int64_t package, const PackagePlan& plan)
-{
-    for (const std::string& member : plan.members) {
-        PlanDelivery(database, package, member);
-        NoteGiven(database, plan, member);
-        NoteAnnounced(database, plan, member);
-    }
-    Statement forget(database, "DELETE FROM unsent WHERE item = ?");
-    for (const PackagePlan::Item& item : plan.items)
-        forget.Bind(1, item.id).Run();
-    Statement(database, "UPDATE outgoing SET planned = 1 WHERE number = ?").Bind(1, package).Run();
-}
-
 constexpr char kSelectResend[] =
     "SELECT number, folder_id, member, scope, since, cancelled, done, total, per_second FROM resend";
 
@@ -206,7 +249,8 @@ void PutResend(Database& database, ResendRecord wanted)
 {
     const auto before = FindOneResend(database, wanted.folderId, wanted.member);
     const bool owesAll = before && before->scope == ResendScope::kEverything && before->since == 0;
-    if (before && (wanted.scope != ResendScope::kEverything || (owesAll && wanted.since != 0))) {
+    const bool owesMost = before && before->scope == ResendScope::kAgain;
+    if (before && (owesMost || wanted.scope != ResendScope::kEverything || (owesAll && wanted.since != 0))) {
         Statement(database, "UPDATE resend SET cancelled = 0 WHERE number = ?").Bind(1, before->number).Run();
         return;
     }
@@ -220,14 +264,78 @@ void PutResend(Database& database, ResendRecord wanted)
         .Run();
 }
 
-std::vector<Delivery> ReadDeliveries(Database& database, std::int64_t package)
+// The number of a package that is for at least one device; 0 when it is for none.
+std::uint64_t NumberPackage(Database& database, const std::vector<std::string>& devices)
 {
-    Statement select(database, "SELECT member, sequence FROM delivery WHERE package = ? ORDER BY member");
-    select.Bind(1, package);
-    std::vector<Delivery> deliveries;
-    while (select.Step())
-        deliveries.push_back({select.Text(0), static_cast<std::uint64_t>(select.Number(1))});
-    return deliveries;
+    if (devices.empty())
+        return 0;
+    Statement(database, "UPDATE mailbox SET sequence = sequence + 1").Run();
+    Statement select(database, "SELECT sequence FROM mailbox");
+    if (!select.Step())
+        Fail("number a package of", database.Path(), "the mailbox's own row is missing");
+    const std::int64_t sequence = select.Number(0);
+    Statement note(database, "INSERT INTO delivery (sequence, device, previous) SELECT ?, id, sent FROM device WHERE id = ?");
+    Statement raise(database, "UPDATE device SET sent = ? WHERE id = ?");
+    for (const std::string& device : devices) {
+        note.Bind(1, sequence).Bind(2, device).Run();
+        raise.Bind(1, sequence).Bind(2, device).Run();
+    }
+    return static_cast<std::uint64_t>(sequence);
+}
+
+std::vector<std::string> ReachableDevices(Database& database, const std::string& folderId, const std::string& member)
+{
+    Statement select(database, "SELECT id FROM device WHERE member = ?2 AND " QV_STANDS_FOR_HIM " ORDER BY id");
+    return ReadNames(select.Bind(1, folderId).Bind(2, member));
+}
+
+// Those of a member's that may have all of a package.
+std::vector<std::string> ReceiversOf(Database& database, const PackagePlan& plan, const std::string& member)
+{
+    std::set<std::string> folders;
+    for (const PackagePlan::Item& item : plan.items)
+        folders.insert(item.folderId);
+    if (!plan.announcedFolder.empty() || folders.empty())
+        folders.insert(plan.announcedFolder);
+    std::vector<std::string> devices = ReachableDevices(database, *folders.begin(), member);
+    for (const std::string& folder : folders) {
+        const std::vector<std::string> allowed = ReachableDevices(database, folder, member);
+        std::erase_if(devices, [&](const std::string& device) {
+            return std::find(allowed.begin(), allowed.end(), device) == allowed.end();
+        });
+    }
+    return devices;
+}
+
+// A package passes a member by who has no device yet: what was made here is owed to him.
+void NoteOwed(Database& database, const PackagePlan& plan, const std::string& member)
+{
+    std::set<std::string> folders;
+    for (const PackagePlan::Item& item : plan.items)
+        if (folders.insert(item.folderId).second)
+            PutResend(database, {0, item.folderId, member, ResendScope::kOwn});
+}
+
+void NotePlan(Database& database, std::int64_t package, const PackagePlan& plan)
+{
+    std::vector<std::string> devices;
+    for (const std::string& member : plan.members) {
+        const std::vector<std::string> his = ReceiversOf(database, plan, member);
+        devices.insert(devices.end(), his.begin(), his.end());
+        if (his.empty()) {
+            NoteOwed(database, plan, member);
+            continue;
+        }
+        NoteGiven(database, plan, member);
+        NoteAnnounced(database, plan, member);
+    }
+    Statement forget(database, "DELETE FROM unsent WHERE item = ?");
+    for (const PackagePlan::Item& item : plan.items)
+        forget.Bind(1, item.id).Run();
+    Statement(database, "UPDATE outgoing SET planned = 1, sequence = ? WHERE number = ?")
+        .Bind(1, static_cast<std::int64_t>(NumberPackage(database, devices)))
+        .Bind(2, package)
+        .Run();
 }
 
 }  // namespace
@@ -272,8 +380,8 @@ void Records::CreateTables(Database& database, const std::string& name, const st
 
 void Records::Upgrade(Database& database, std::int64_t version)
 {
-    if (version < kVersion)
-        database.Execute(kUpgradeFrom1);
+    for (; version < kVersion; ++version)
+        database.Execute(kUpgrades[version - 1]);
     database.Execute("PRAGMA user_version = " + std::to_string(kVersion));
 }
 
@@ -331,8 +439,23 @@ std::vector<std::string> Records::MembersToTell(const std::string& folderId)
 {
     const std::lock_guard lock(mutex_);
     Statement select(database_,
-                     "SELECT name FROM member WHERE folder_id = ? AND (announced = 0 OR due = 1) ORDER BY name");
+                     "SELECT name FROM member WHERE folder_id = ?1 AND (announced = 0 OR due = 1) AND EXISTS (SELECT "
+                     "1 FROM device WHERE device.member = member.name AND " QV_STANDS_FOR_HIM ") ORDER BY name");
     return ReadNames(select.Bind(1, folderId));
+}
+
+bool Records::IsMember(const std::string& folderId, const std::string& name)
+{
+    const std::lock_guard lock(mutex_);
+    Statement select(database_, "SELECT 1 FROM member WHERE folder_id = ? AND name = ?");
+    return select.Bind(1, folderId).Bind(2, name).Step();
+}
+
+std::int64_t Records::CountFoldersAndMembers()
+{
+    const std::lock_guard lock(mutex_);
+    Statement select(database_, "SELECT (SELECT count(*) FROM share) + (SELECT count(*) FROM member)");
+    return select.Step() ? select.Number(0) : 0;
 }
 
 bool Records::AddMember(const std::string& folderId, const std::string& name)
@@ -439,26 +562,25 @@ std::int64_t Records::AddOutgoing(const std::string& path, const std::string& re
 std::vector<OutgoingPackage> Records::Outgoing()
 {
     const std::lock_guard lock(mutex_);
-    Statement select(database_, "SELECT number, path, recipients FROM outgoing ORDER BY number");
+    Statement select(database_,
+                     "SELECT number, path, recipients, planned, sequence, laid FROM outgoing ORDER BY number");
     std::vector<OutgoingPackage> packages;
     while (select.Step())
-        packages.push_back({select.Number(0), select.Text(1), select.Text(2)});
+        packages.push_back({select.Number(0), select.Text(1), select.Text(2), select.Number(3) != 0,
+                            static_cast<std::uint64_t>(select.Number(4)), select.Number(5) != 0});
     return packages;
 }
 
-std::vector<Delivery> Records::PlanDeliveries(std::int64_t package, const PackagePlan& plan)
+void Records::PlanPackage(std::int64_t package, const PackagePlan& plan)
 {
     const Durable durable(*this);
     Transaction transaction(database_);
     Statement planned(database_, "SELECT planned FROM outgoing WHERE number = ?");
-    if (!planned.Bind(1, package).Step())
-        return {};
-    const bool isPlanned = planned.Number(0) != 0;
+    if (!planned.Bind(1, package).Step() || planned.Number(0) != 0)
+        return;
     planned.Reset();
-    if (!isPlanned)
-        NotePlan(database_, package, plan);
+    NotePlan(database_, package, plan);
     transaction.Commit();
-    return ReadDeliveries(database_, package);
 }
 
 bool Records::IsPlanned(std::int64_t package)
@@ -468,13 +590,10 @@ bool Records::IsPlanned(std::int64_t package)
     return select.Bind(1, package).Step() && select.Number(0) != 0;
 }
 
-void Records::FinishDelivery(std::int64_t package, const std::string& member)
+void Records::NoteLaid(std::int64_t package)
 {
-    const std::lock_guard lock(mutex_);
-    Statement(database_, "DELETE FROM delivery WHERE package = ? AND member = ?")
-        .Bind(1, package)
-        .Bind(2, member)
-        .Run();
+    const Durable durable(*this);
+    Statement(database_, "UPDATE outgoing SET laid = 1 WHERE number = ?").Bind(1, package).Run();
 }
 
 void Records::FinishOutgoing(std::int64_t package)
@@ -483,19 +602,33 @@ void Records::FinishOutgoing(std::int64_t package)
     Statement(database_, "DELETE FROM outgoing WHERE number = ?").Bind(1, package).Run();
 }
 
-std::uint64_t Records::LastReceived(const std::string& sender)
+bool Records::IsReachable(const std::string& folderId, const std::string& member)
 {
     const std::lock_guard lock(mutex_);
-    Statement select(database_, "SELECT last FROM received WHERE sender = ?");
-    return select.Bind(1, sender).Step() ? static_cast<std::uint64_t>(select.Number(0)) : 0;
+    return !ReachableDevices(database_, folderId, member).empty();
 }
 
-void Records::SetLastReceived(const std::string& sender, std::uint64_t sequence)
+std::vector<std::string> Records::DevicesOf(const std::string& member)
+{
+    const std::lock_guard lock(mutex_);
+    Statement select(database_, "SELECT id FROM device WHERE member = ? AND introducer = '' ORDER BY id");
+    return ReadNames(select.Bind(1, member));
+}
+
+void Records::Introduce(const std::string& member, const std::string& device, const std::string& by,
+                        std::uint64_t now)
 {
     const Durable durable(*this);
-    Statement(database_, "INSERT OR REPLACE INTO received (sender, last) VALUES (?, ?)")
-        .Bind(1, sender)
-        .Bind(2, static_cast<std::int64_t>(sequence))
+    Statement(database_,
+              "INSERT OR IGNORE INTO device (id, member, introducer, how, pinned) SELECT ?1, ?2, ?3, 'introduced by ' "
+              "|| ?3, ?4 WHERE NOT EXISTS (SELECT 1 FROM device WHERE member = ?2) AND (SELECT count(*) FROM device) "
+              "< ?5 AND NOT EXISTS (SELECT 1 FROM mailbox WHERE name = ?2 OR device = ?1) AND EXISTS (SELECT 1 FROM "
+              "device WHERE member = ?3 AND introducer = '')")
+        .Bind(1, device)
+        .Bind(2, member)
+        .Bind(3, by)
+        .Bind(4, static_cast<std::int64_t>(now))
+        .Bind(5, kMostKnownDevices)
         .Run();
 }
 
@@ -587,7 +720,7 @@ bool Records::OthersHave(const ResendRecord& resend, const std::string& item)
 std::vector<std::string> Records::DeletedBy(const std::string& folderId, const std::string& member)
 {
     const std::lock_guard lock(mutex_);
-    Statement select(database_, "SELECT id FROM item WHERE folder_id = ? AND deleted = 1 AND member = ?");
+    Statement select(database_, "SELECT id FROM item WHERE folder_id = ?1 AND deleted = 1 AND (?2 = '' OR member = ?2)");
     return ReadNames(select.Bind(1, folderId).Bind(2, member));
 }
 

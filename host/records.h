@@ -48,6 +48,9 @@ struct OutgoingPackage {
     std::int64_t number = 0;
     std::string path;
     std::string recipients;
+    bool isPlanned = false;      // its receivers are fixed
+    std::uint64_t sequence = 0;  // the number it has for all of them; 0: nobody gets it
+    bool isLaid = false;         // it lies in the exchange
 };
 
 // What a package tells, as far as records follow from it.
@@ -68,6 +71,7 @@ enum class ResendScope {
     kChanged = 0,     // what changed since it was sent last
     kEverything = 1,  // all its items
     kOwn = 2,         // the versions and deletions that were made here
+    kAgain = 3,       // all its items and all deletions: packages for the member are lost
 };
 
 struct ResendRecord {
@@ -91,10 +95,8 @@ struct UnsentItem {
     std::string reason;
 };
 
-struct Delivery {
-    std::string member;
-    std::uint64_t sequence = 0;
-};
+// So many devices of other members, as one package can be sealed to.
+inline constexpr std::int64_t kMostKnownDevices = 1000;
 
 // All methods throw a HostError when the database fails. Any thread.
 //
@@ -104,7 +106,7 @@ class Records {
 public:
     explicit Records(const std::string& path);
 
-    static constexpr int kVersion = 2;
+    static constexpr int kVersion = 3;
     // Makes the tables of a new mailbox. Called within a transaction.
     static void CreateTables(Database& database, const std::string& name, const std::string& instance);
     // Brings tables of an earlier version up to this one. Called within a transaction.
@@ -120,8 +122,11 @@ public:
     // Those whom the folder was announced to already, so that they get its changes, or not yet.
     std::vector<std::string> Members(const std::string& folderId, bool announced);
     // Those whom the folder is to be announced to: for the first time, or because they are part in its traffic
-    // and don't know of all its members.
+    // and don't know of all its members. Nobody who can't be reached.
     std::vector<std::string> MembersToTell(const std::string& folderId);
+    bool IsMember(const std::string& folderId, const std::string& name);
+    // Differs when a folder or a member is new.
+    std::int64_t CountFoldersAndMembers();
     // Another member, whom the folder and all its items are to be sent to. A member that is known already stays as
     // it is. True if it was new.
     bool AddMember(const std::string& folderId, const std::string& name);
@@ -138,20 +143,25 @@ public:
     // Notes the modification time of the message that holds an item's present version.
     void SetModified(const std::string& id, std::uint64_t modified);
 
-    // Packages out. A package is noted before the engine forgets it and forgotten after the last delivery.
+    // Whether packages of the folder can be sealed to a member: a device of his is known by its card, by the user's
+    // word or by that of another member of the folder.
+    bool IsReachable(const std::string& folderId, const std::string& member);
+    // The ids of the devices that the user has pinned to a member.
+    std::vector<std::string> DevicesOf(const std::string& member);
+    // A member whom the user has pinned tells the device of one whose device isn't known: it passes for his, in folders
+    // that the teller shares, until the user says otherwise. A device that is known already keeps its member.
+    void Introduce(const std::string& member, const std::string& device, const std::string& by, std::uint64_t now);
+
+    // Packages out. A package is noted before the engine forgets it and forgotten when it lies in the exchange.
     std::int64_t AddOutgoing(const std::string& path, const std::string& recipients);
     std::vector<OutgoingPackage> Outgoing();
-    // The deliveries of a package that are not done yet, each with a sequence number of its own to that
-    // member. The first call fixes them, and brings the records up to what the members get by them.
-    std::vector<Delivery> PlanDeliveries(std::int64_t package, const PackagePlan& plan);
-    // Whether the first call has been made.
+    // Gives a package its number, fixes the devices that it is for, and brings the records up to what their
+    // members get by it. A member without a known device is owed what was made here instead. The first call counts.
+    void PlanPackage(std::int64_t package, const PackagePlan& plan);
     bool IsPlanned(std::int64_t package);
-    void FinishDelivery(std::int64_t package, const std::string& member);
+    // From here on its file isn't needed any more.
+    void NoteLaid(std::int64_t package);
     void FinishOutgoing(std::int64_t package);
-
-    // Packages in: the last sequence number taken from a sender.
-    std::uint64_t LastReceived(const std::string& sender);
-    void SetLastReceived(const std::string& sender, std::uint64_t sequence);
 
     // What members are yet to get of a folder. One request a member and folder: a later one takes the place of an
     // earlier.
@@ -173,7 +183,7 @@ public:
     bool IsGiven(std::int64_t resend, const std::string& item);
     // Whether any other member of the folder has the item, or had: one for whom no request is open that will give it.
     bool OthersHave(const ResendRecord& resend, const std::string& item);
-    // Deletions in a folder that `member` made.
+    // Deletions in a folder that `member` made; for an empty name all.
     std::vector<std::string> DeletedBy(const std::string& folderId, const std::string& member);
 
     // Items that couldn't be sent, until a package holds them.

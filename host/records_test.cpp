@@ -10,7 +10,11 @@ namespace {
 
 class RecordsTest : public ::testing::Test {
 protected:
-    RecordsTest() : path_((directory_ / "host.db").string()), records_(MakeTables(path_)) {}
+    RecordsTest() : path_((directory_ / "host.db").string()), records_(MakeTables(path_))
+    {
+        for (const char* member : {"alice", "bob", "carol", "dora"})
+            Know(member);
+    }
 
     static std::string MakeTables(const std::string& path)
     {
@@ -27,9 +31,33 @@ protected:
     }
 
     // A package that was taken and is to go to these.
-    std::vector<Delivery> Plan(const std::string& path, const PackagePlan& plan)
+    void Plan(const std::string& path, const PackagePlan& plan)
     {
-        return records_.PlanDeliveries(records_.AddOutgoing(path, "00AB"), plan);
+        records_.PlanPackage(records_.AddOutgoing(path, "00AB"), plan);
+    }
+
+    // Gives a member a device whose card is there.
+    void Know(const std::string& member)
+    {
+        Database database(path_, Database::Mode::kOpen);
+        Statement(database, "INSERT OR IGNORE INTO device (id, member, card, how, pinned) VALUES (?1, ?1, '00', '', 1)")
+            .Bind(1, member)
+            .Run();
+    }
+    void Forget(const std::string& member)
+    {
+        Database database(path_, Database::Mode::kOpen);
+        Statement(database, "DELETE FROM device WHERE member = ?").Bind(1, member).Run();
+    }
+    // What is for whom.
+    std::vector<std::string> Delivered()
+    {
+        Database database(path_, Database::Mode::kOpen);
+        Statement select(database, "SELECT sequence || ' ' || device || ' after ' || previous FROM delivery ORDER BY 1");
+        std::vector<std::string> lines;
+        while (select.Step())
+            lines.push_back(select.Text(0));
+        return lines;
     }
 
     // The announcement to one member that names so many.
@@ -87,39 +115,89 @@ TEST_F(RecordsTest, AnItemIsReplacedByItsLaterRecord)
     EXPECT_TRUE(records_.ItemsOf("{F}").empty());
 }
 
-TEST_F(RecordsTest, SequenceNumbersToAMemberRiseByOne)
+TEST_F(RecordsTest, APackageHasOneNumberForAllItsReceiversAndNamesTheOneBeforeToEach)
 {
-    ShareWith({"bob", "carol"});
-    const auto first = Plan("/1", {{"bob"}, {}, 0, {}});
-    const auto second = Plan("/2", {{"bob", "carol"}, {}, 0, {}});
+    ShareWith({"bob", "carol", "dora"});
+    Forget("dora");
+    Give("{1}", {"bob"});
+    Give("{2}", {"bob", "carol"});
+    Give("{3}", {"dora"});
+    Give("{4}", {"bob"});
 
-    ASSERT_EQ(first.size(), 1U);
-    EXPECT_EQ(first[0].sequence, 1U);
-    ASSERT_EQ(second.size(), 2U);
-    EXPECT_EQ(second[0].sequence, 2U);
-    EXPECT_EQ(second[1].sequence, 1U);
+    EXPECT_EQ(Delivered(), (Names{"1 bob after 0", "2 bob after 1", "2 carol after 0", "3 bob after 2"}));
+    const auto outgoing = records_.Outgoing();
+    ASSERT_EQ(outgoing.size(), 4U);
+    EXPECT_EQ(outgoing[1].sequence, 2U);
+    EXPECT_EQ(outgoing[2].sequence, 0U) << "it is for nobody";
+    EXPECT_TRUE(outgoing[2].isPlanned);
+}
+
+// Nothing passes for given that was sealed to nobody.
+TEST_F(RecordsTest, AMemberWithoutADeviceIsOwedWhatPassedHimBy)
+{
+    ShareWith({"bob"});
+    Announce("bob", 2);
+    records_.FinishResend(records_.FindResend("{F}", "bob")->number);
+    Forget("bob");
+
+    Give("{1}", {"bob"});
+
+    ASSERT_TRUE(records_.FindResend("{F}", "bob"));
+    EXPECT_EQ(records_.FindResend("{F}", "bob")->scope, ResendScope::kOwn);
+    EXPECT_FALSE(records_.IsGiven(records_.FindResend("{F}", "bob")->number, "{1}"));
+    EXPECT_FALSE(records_.IsReachable("{F}", "bob"));
 }
 
 TEST_F(RecordsTest, APlanIsMadeOnceWhateverMembersAreGivenLater)
 {
+    ShareWith({"bob", "carol"});
     const std::int64_t package = records_.AddOutgoing("/1", "00AB");
-    records_.PlanDeliveries(package, {{"bob"}, {}, 0, {}});
+    records_.PlanPackage(package, {{"bob"}, {}, 0, {}});
 
-    const auto again = Records(path_).PlanDeliveries(package, {{"bob", "carol"}, {}, 0, {}});
+    Records(path_).PlanPackage(package, {{"bob", "carol"}, {}, 0, {}});
 
-    ASSERT_EQ(again.size(), 1U);
-    EXPECT_EQ(again[0].member, "bob");
-    EXPECT_EQ(again[0].sequence, 1U);
+    EXPECT_EQ(Delivered(), Names{"1 bob after 0"});
+    EXPECT_TRUE(records_.IsPlanned(package));
+    records_.NoteLaid(package);
+    EXPECT_TRUE(records_.Outgoing().at(0).isLaid);
 }
 
-TEST_F(RecordsTest, AFinishedDeliveryIsNotPlannedAgain)
+TEST_F(RecordsTest, ADeviceThatAMemberTellsIsKnownUntilThereIsOneAlready)
 {
-    const std::int64_t package = records_.AddOutgoing("/1", "00AB");
-    records_.PlanDeliveries(package, {{"bob"}, {}, 0, {}});
-    records_.FinishDelivery(package, "bob");
+    Forget("alice");
+    records_.Introduce("erin", "e", "bob", 1);
+    records_.Introduce("erin", "f", "bob", 1);
+    records_.Introduce("bob", "f", "carol", 1);
+    records_.Introduce("alice", "f", "carol", 1);
+    records_.Introduce("frank", "e", "bob", 1);
+    records_.Introduce("gina", "g", "erin", 1);
 
-    EXPECT_TRUE(records_.IsPlanned(package));
-    EXPECT_TRUE(records_.PlanDeliveries(package, {{"bob"}, {}, 0, {}}).empty());
+    Database database(path_, Database::Mode::kOpen);
+    Statement select(database, "SELECT id || ' ' || member FROM device WHERE introducer <> ''");
+    ASSERT_TRUE(select.Step());
+    EXPECT_EQ(select.Text(0), "e erin");
+    EXPECT_FALSE(select.Step());
+}
+
+// A folder of somebody else's isn't sealed to whom a member of another one brought in.
+TEST_F(RecordsTest, WhatIsForOneWhoWasIntroducedIsOfFoldersThatHisIntroducerShares)
+{
+    ShareWith({"bob", "erin"});
+    records_.AddShare({"{G}", "00AC", "00CD", "Second"});
+    records_.AddMember("{G}", "erin");
+    records_.Introduce("erin", "e", "bob", 1);
+    Database database(path_, Database::Mode::kOpen);
+    Statement(database, "UPDATE device SET card = '00' WHERE id = 'e'").Run();
+    EXPECT_EQ(records_.MembersToTell("{F}"), (Names{"bob", "erin"}));
+    EXPECT_TRUE(records_.MembersToTell("{G}").empty());
+
+    Give("{1}", {"erin"});
+    PackagePlan plan;
+    plan.members = {"erin"};
+    plan.items = {{"{2}", "{F}"}, {"{3}", "{G}"}};
+    Plan("/both", plan);
+
+    EXPECT_EQ(Delivered(), Names{"1 e after 0"});
 }
 
 TEST_F(RecordsTest, APackageIsNotedOnceUnderItsPath)
@@ -279,6 +357,15 @@ TEST_F(RecordsTest, RecordsOfTheFirstVersionKeepWhatTheyTellAndOweWhatTheyOwed)
     database.Execute(
         "CREATE TABLE share (folder_id TEXT PRIMARY KEY, entry_id TEXT, store_id TEXT, name TEXT);"
         "CREATE TABLE member (folder_id TEXT, name TEXT, announced INTEGER NOT NULL, PRIMARY KEY (folder_id, name));"
+        "CREATE TABLE mailbox (name TEXT NOT NULL, instance TEXT NOT NULL);"
+        "CREATE TABLE outgoing (number INTEGER PRIMARY KEY AUTOINCREMENT, path TEXT NOT NULL UNIQUE, recipients TEXT "
+        "NOT NULL, planned INTEGER NOT NULL DEFAULT 0);"
+        "CREATE TABLE delivery (package INTEGER, member TEXT, sequence INTEGER);"
+        "CREATE TABLE sequence (member TEXT PRIMARY KEY, last INTEGER NOT NULL);"
+        "CREATE TABLE received (sender TEXT PRIMARY KEY, last INTEGER NOT NULL);"
+        "INSERT INTO mailbox VALUES ('alice', '0011223344556677');"
+        "INSERT INTO outgoing (path, recipients, planned) VALUES ('/1', '00AB', 1);"
+        "INSERT INTO delivery VALUES (1, 'bob', 4);"
         "INSERT INTO share VALUES ('{F}', '00AB', '00CD', 'Shared');"
         "INSERT INTO member VALUES ('{F}', 'bob', 1), ('{F}', 'carol', 0);");
 
@@ -286,20 +373,15 @@ TEST_F(RecordsTest, RecordsOfTheFirstVersionKeepWhatTheyTellAndOweWhatTheyOwed)
 
     Records records(path);
     EXPECT_EQ(records.Members("{F}", true), Names{"bob"});
-    EXPECT_EQ(records.MembersToTell("{F}"), Names{"carol"});
-    ASSERT_EQ(records.Resends().size(), 1U);
-    EXPECT_EQ(records.Resends()[0].member, "carol");
+    ASSERT_EQ(records.Resends().size(), 2U);
+    EXPECT_EQ(records.FindResend("{F}", "carol")->scope, ResendScope::kEverything);
+    // What lay in the exchange for him is never read.
+    EXPECT_EQ(records.FindResend("{F}", "bob")->scope, ResendScope::kAgain);
+    ASSERT_EQ(records.Outgoing().size(), 1U);
+    EXPECT_FALSE(records.Outgoing()[0].isPlanned);
     Statement version(database, "PRAGMA user_version");
     EXPECT_TRUE(version.Step());
     EXPECT_EQ(version.Number(0), Records::kVersion);
-}
-
-TEST_F(RecordsTest, WhatWasReceivedIsRememberedPerSender)
-{
-    records_.SetLastReceived("bob~1", 4);
-
-    EXPECT_EQ(Records(path_).LastReceived("bob~1"), 4U);
-    EXPECT_EQ(records_.LastReceived("bob~2"), 0U);
 }
 
 }  // namespace

@@ -157,7 +157,8 @@ bool Resender::HasWork()
 {
     const auto requests = parts_.records.Resends();
     return job_ || std::any_of(requests.begin(), requests.end(), [this](const ResendRecord& request) {
-               return !request.cancelled && !givenUp_.contains(request.number);
+               return !request.cancelled && !givenUp_.contains(request.number) &&
+                      parts_.records.IsReachable(request.folderId, request.member);
            });
 }
 
@@ -174,13 +175,15 @@ void Resender::Step()
             return;
 }
 
-// False when the folder isn't announced to the member yet: what comes after that is the member's own.
+// False when the folder isn't announced to the member yet, or packages can't be sealed to him: what comes after that
+// is the member's own.
 bool Resender::Start(const ResendRecord& request)
 {
     const auto share = parts_.records.FindShare(request.folderId);
     const ComPtr<IFolder> folder = share ? engine_.FindFolder(request.folderId) : nullptr;
     const auto members = parts_.records.Members(request.folderId, true);
-    if (!folder || std::find(members.begin(), members.end(), request.member) == members.end())
+    if (!folder || std::find(members.begin(), members.end(), request.member) == members.end() ||
+        !parts_.records.IsReachable(request.folderId, request.member))
         return false;
     const auto job = std::make_shared<ResendJob>(request, *share);
     job->givenBefore = parts_.records.CountGiven(request.number);
@@ -268,11 +271,12 @@ bool Resender::IsComplete() const
 // True if there was any to send.
 bool Resender::SendDeletions()
 {
-    if (job_->Request().scope != ResendScope::kOwn || job_->deletionsSent)
+    const bool own = job_->Request().scope == ResendScope::kOwn;
+    if ((!own && job_->Request().scope != ResendScope::kAgain) || job_->deletionsSent)
         return false;
     job_->deletionsSent = true;
     bool sent = false;
-    for (const std::string& id : parts_.records.DeletedBy(job_->Folder().folderId, parts_.mailbox.Name()))
+    for (const std::string& id : parts_.records.DeletedBy(job_->Folder().folderId, own ? parts_.mailbox.Name() : std::string()))
         if (!parts_.records.IsGiven(job_->Request().number, id)) {
             sender_.SendDeletion(job_->Folder(), id, job_->Recipients());
             sent = true;

@@ -3,6 +3,7 @@
 #include <cstdio>
 
 #include "host/announcement.h"
+#include "host/exchange/error.h"
 #include "host/output.h"
 #include "host/path_text.h"
 
@@ -36,15 +37,39 @@ Runner::Runner(const RunOptions& options, const Mailbox& mailbox)
       matcher_(parts_, engine_),
       outbox_(parts_, engine_, [this](const std::string& line) { Say(line); }),
       resender_(parts_, engine_, sender_, reconciler_, outbox_, [this](const std::string& line) { Say(line); }),
-      inbox_(parts_, engine_, matcher_, [this](const std::string& line) { Say(line); }),
-      exchange_(PathOf(options.exchange), mailbox),
+      inbox_(parts_, engine_, matcher_, [this](const std::string& line) { Say(line); }, options.askAfter),
+      transport_(mailbox, PathOf(options.exchange)),
+      receipts_(mailbox.Name(), [this](const std::string& line) { Say(line); }, options.askAfter),
       progress_(mailbox.Name())
 {
     addin_.SetEngine(engine_);
     addin_.SetResendRules(&resender_);
-    if (!exchange_.IsReachable())
+    if (!transport_.place.IsReachable())
         Fail("use the exchange", options.exchange, "no such directory");
+    NameFormerLayout();
+    // Before anything gets a number.
+    try {
+        receipts_.Begin(transport_);
+    } catch (const exchange::Error& error) {
+        MissExchange(error.what());
+    }
     Start();
+}
+
+// The exchange of a former version holds packages in clear, below the receiver's name.
+void Runner::NameFormerLayout()
+{
+    bool found = false;
+    try {
+        const auto root = exchange::OutsideDirectory::Open(PathOf(options_.exchange));
+        if (const auto own = root ? root->Sub(mailbox_.Name()) : nullptr)
+            own->ForEachName([&](const std::string& name) { return !(found = name.find('~') != std::string::npos); });
+    } catch (const exchange::Error&) {
+        return;
+    }
+    if (found)
+        Say("packages of the former layout for '" + mailbox_.Name() + "' lie in the exchange and aren't read any more: "
+            "their senders send everything once more when they run this version");
 }
 
 // The engine outlives what its resends ask.
@@ -151,22 +176,35 @@ void Runner::Step()
     ShowProgress();
 }
 
+// What was taken is told after it, and nothing is sent before the mailbox knows where it stands.
 void Runner::UseExchange()
 {
     try {
-        if (!exchange_.IsReachable())
+        if (!transport_.place.IsReachable())
             Fail("use the exchange", options_.exchange, "the directory is gone");
-        outbox_.Deliver(exchange_);
-        while (inbox_.TakeNext(exchange_)) {
+        receipts_.Begin(transport_);
+        receipts_.Look(transport_);
+        outbox_.Deliver(transport_);
+        while (inbox_.TakeNext(transport_)) {
         }
+        receipts_.Tell(transport_);
         if (exchangeLost_)
             Say("the exchange '" + options_.exchange + "' is back");
         exchangeLost_ = false;
     } catch (const HostError& error) {
-        if (!exchangeLost_)
-            Say(std::string(error.what()) + "; nothing is lost, it is tried again");
-        exchangeLost_ = true;
+        MissExchange(error.what());
+    } catch (const exchange::Error& error) {
+        MissExchange(error.what());
     }
+}
+
+void Runner::MissExchange(const std::string& reason)
+{
+    const bool isThere = transport_.place.IsReachable();
+    if (!exchangeLost_)
+        Say((isThere ? reason : "the exchange '" + options_.exchange + "' is gone") +
+            "; nothing is lost, it is tried again");
+    exchangeLost_ = true;
 }
 
 void Runner::CheckNowAndThen()
@@ -183,11 +221,20 @@ void Runner::CheckNowAndThen()
     nextCheck_ = now + (clean ? kCheckInterval : kFirstCheck);
 }
 
+// An exchange that is gone just now is missed by the next step.
+bool Runner::MayTake()
+{
+    try {
+        return inbox_.HasWork(transport_);
+    } catch (const exchange::Error&) {
+        return true;
+    }
+}
+
 bool Runner::IsIdle()
 {
     const auto quiet = std::chrono::milliseconds(static_cast<long>(options_.idleSeconds * 1000));
-    if (exchangeLost_ || statistics_.Quiet() < quiet || resender_.HasWork() || outbox_.HasWork() ||
-        inbox_.HasWork(exchange_))
+    if (exchangeLost_ || statistics_.Quiet() < quiet || resender_.HasWork() || outbox_.HasWork() || MayTake())
         return false;
     bool clean = true;
     for (const Share& share : records_.Shares())

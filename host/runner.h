@@ -11,6 +11,7 @@
 #include "host/matcher.h"
 #include "host/outbox.h"
 #include "host/progress.h"
+#include "host/receipts.h"
 #include "host/reconcile.h"
 #include "host/resender.h"
 #include "host/sender.h"
@@ -24,7 +25,8 @@ struct RunOptions {
     bool untilIdle = false;
     double idleSeconds = 2;
     std::string mailbox;
-    std::string exchange;
+    std::string exchange;         // empty: the one that the mailbox remembers
+    std::int64_t askAfter = exchange::GapWatch::kPatience;
 };
 
 class Runner {
@@ -41,6 +43,7 @@ public:
     const Statistics& Counts() const noexcept { return statistics_; }
 
 private:
+    void NameFormerLayout();
     void Start();
     void HoldBack(const Share& share);
     void WatchShare(const Share& share);
@@ -50,12 +53,14 @@ private:
     void AnnounceNew();
     void Step();
     void UseExchange();
+    void MissExchange(const std::string& reason);
+    bool MayTake();
     bool IsIdle();
     void CheckNowAndThen();
     void ShowProgress();
     void Say(const std::string& line);
 
-    const RunOptions& options_;
+    const RunOptions options_;
     const Mailbox& mailbox_;
     Statistics statistics_;
     MailSession mail_;
@@ -71,7 +76,8 @@ private:
     Outbox outbox_;
     Resender resender_;
     Inbox inbox_;
-    Exchange exchange_;
+    Transport transport_;
+    Receipts receipts_;
     Progress progress_;
     bool exchangeLost_ = false;
     std::chrono::steady_clock::time_point nextCheck_{};

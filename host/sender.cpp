@@ -2,6 +2,7 @@
 
 #include "host/announcement.h"
 #include "host/folders.h"
+#include "host/output.h"
 #include "host/properties.h"
 
 namespace quorvane::host {
@@ -119,7 +120,7 @@ void Sender::SendDeletion(const Share& share, const std::string& id)
 {
     if (auto record = parts_.records.FindItem(id)) {
         if (!record->deleted)
-            record->version = addin_.NextVersion(record, addin_.Now());
+            record->version = addin_.NextVersion(record, FileTimeNow());
         record->deleted = true;
         parts_.records.PutItem(*record);
         PackDeletion(share, *record, share.entryId);
@@ -135,7 +136,11 @@ void Sender::SendDeletion(const Share& share, const std::string& id, const std::
 
 void Sender::Announce(const Share& share, const std::string& member)
 {
-    Announcement announcement{share.name, parts_.mailbox.Name(), parts_.records.Members(share.folderId)};
+    Announcement announcement{share.name, parts_.mailbox.Name(), parts_.records.Members(share.folderId), {}};
+    for (const std::string& other : announcement.members)
+        if (other != member)
+            if (auto devices = parts_.records.DevicesOf(other); !devices.empty())
+                announcement.devices.emplace(other, std::move(devices));
     announcement.members.push_back(parts_.mailbox.Name());
     const ComPtr<IFolder> folder = EngineFolder(share);
     Check(folder->put_CustomInfo(BstrOf(FormatAnnouncement(announcement)).Get()), "announce the folder",

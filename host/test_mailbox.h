@@ -9,6 +9,8 @@
 #include "host/addin.h"
 #include "host/folders.h"
 #include "host/properties.h"
+#include "host/system_file.h"
+#include "host/transport.h"
 #include "platform/testing/test_directory.h"
 
 namespace quorvane::host {
@@ -87,10 +89,33 @@ class SharedTestMailbox {
 public:
     SharedTestMailbox()
     {
+        Pin(alice, "alice");
+        Pin(carol, "carol");
         records.AddShare(share);
         AddEngineFolder(engine, share);
         Watch(false);
         addin.SetEngine(engine);
+    }
+
+    // Another member's device, known by its card.
+    void Pin(const exchange::DeviceKeys& keys, const std::string& member)
+    {
+        const std::string card = exchange::WriteCard(keys, member, 1);
+        transport.peers.Pin(exchange::ReadCard(card, keys.Id()), card, member, "device");
+    }
+
+    // The content of a package that this mailbox has laid into the exchange for `receiver`, in a file.
+    std::filesystem::path Delivered(std::uint64_t sequence, const exchange::DeviceKeys& receiver) const
+    {
+        const auto file = transport.place.Open(transport.keys.Id(), sequence);
+        if (!file)
+            return {};
+        exchange::SealedPackage package(*file, "the delivered one");
+        package.Verify(transport.keys.Signing());
+        const auto path = directory / ("delivered-" + std::to_string(sequence));
+        const SystemFile content(path, SystemFile::Use::kWrite);
+        package.Unseal(receiver, [&](std::string_view bytes) { content.Write(bytes.data(), bytes.size()); });
+        return path;
     }
 
     // Whether the engine reports what happens in the folder.
@@ -177,6 +202,9 @@ public:
     test::TestDirectory directory;
     const Mailbox created = Mailbox::Create((directory / "bob").string(), "bob");
     const Mailbox mailbox = Mailbox::Open((directory / "bob").string());
+    const bool hasExchange = std::filesystem::create_directory(directory / "exchange");
+    Transport transport{mailbox, directory / "exchange"};
+    const exchange::DeviceKeys alice, carol;  // of other members
     MailSession mail{(directory / "bob").string()};
     ComPtr<IMAPIFolder> folder = EnsureFolder(mail, "Shared");
     const Share share{"{F}", HexOf(*folder, PR_ENTRYID), mail.StoreId(), "Shared"};

@@ -1,4 +1,5 @@
 #include "host/command.h"
+#include "host/pinning.h"
 #include "host/runner.h"
 
 namespace quorvane::host {
@@ -26,10 +27,14 @@ std::string TextOf(const Json& counts)
     return text + "\n";
 }
 
-ExitCode Run(const RunOptions& options)
+ExitCode Run(const RunOptions& given)
 {
     StopSignals signals;
+    RunOptions options = given;
     const Mailbox mailbox = Mailbox::Open(options.mailbox);
+    options.exchange = ChosenExchange(mailbox, given.exchange);
+    if (options.exchange.empty())
+        throw HostError("no exchange is known yet: name it by --exchange", ExitCode::kUsage);
     const auto lock = mailbox.LockForRun();
     Json counts;
     {
@@ -50,11 +55,16 @@ void AddRunCommand(CLI::App& program, Chosen& chosen)
         AddCommand(program, chosen, "run",
                    "Watch the shared folders, deliver changes and apply those that arrive", options, Run);
     command->add_option("MAILBOX", options->mailbox, "Directory of the mailbox")->required();
-    command->add_option("--exchange", options->exchange, "Directory that every member can reach")->required();
+    command->add_option("--exchange", options->exchange, "Directory that every member can reach; remembered, so that it is named once");
     command->add_flag("--until-idle", options->untilIdle, "End when nothing is left to do");
     command
         ->add_option("--idle-seconds", options->idleSeconds, "How long nothing may happen before it is idle")
         ->check(CLI::Range(0.1, 3600.0))
+        ->capture_default_str();
+    command
+        ->add_option("--ask-after", options->askAfter,
+                     "Seconds that a missing package is waited for until its sender is asked for it")
+        ->check(CLI::Range(0, 86400))
         ->capture_default_str();
     command->add_flag("-v,--verbose", options->verbose, "Log each change that is seen, sent or applied");
 }

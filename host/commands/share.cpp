@@ -1,5 +1,10 @@
+#include <algorithm>
+
 #include "host/announcement.h"
 #include "host/command.h"
+#include "host/exchange/error.h"
+#include "host/path_text.h"
+#include "host/pinning.h"
 #include "host/properties.h"
 #include "host/records.h"
 
@@ -12,6 +17,7 @@ struct ShareOptions {
     std::string mailbox;
     std::string folder;
     std::vector<std::string> members;
+    std::string exchange;
 };
 
 std::string NewFolderId()
@@ -34,12 +40,77 @@ void CheckMembers(const ShareOptions& options, const Mailbox& mailbox)
     }
 }
 
+// Whose device becomes known by this, and who is awaited.
+struct Introductions {
+    std::vector<std::pair<std::string, FoundCard>> pinned;
+    std::vector<std::string> awaited;
+};
+
+// Somebody whom the user has pinned is who he is. Else the one device of that name in the exchange is his.
+Introductions MeetMembers(const ShareOptions& options, Transport* transport, Peers& peers)
+{
+    Introductions met;
+    for (const std::string& member : options.members) {
+        const auto known = peers.OfMember(member);
+        if (std::any_of(known.begin(), known.end(), [](const Peer& peer) { return peer.IsPinnedByUser(); }))
+            continue;
+        std::vector<FoundCard> cards;
+        if (transport && transport->place.IsReachable())
+            cards = FindCards(*transport, member);
+        RefuseAmbiguity(member, cards);
+        if (cards.empty())
+            met.awaited.push_back(member);
+        else
+            met.pinned.emplace_back(member, std::move(cards.front()));
+    }
+    return met;
+}
+
+Introductions Introduce(const ShareOptions& options, const Mailbox& mailbox)
+{
+    Peers peers(mailbox.HostDatabasePath().string());
+    const std::string exchange = ChosenExchange(mailbox, options.exchange);
+    std::unique_ptr<Transport> transport;
+    if (!exchange.empty())
+        transport = std::make_unique<Transport>(mailbox, PathOf(exchange));
+    try {
+        Introductions met = MeetMembers(options, transport.get(), peers);
+        for (const auto& [member, found] : met.pinned)
+            peers.Pin(found.card, found.bytes, member, "name");
+        return met;
+    } catch (const exchange::Error& error) {
+        throw HostError(error.what());
+    }
+}
+
+Json JsonOf(const Introductions& met)
+{
+    Json pinned = Json::array();
+    for (const auto& [member, found] : met.pinned)
+        pinned.push_back({{"member", member},
+                          {"device", exchange::TextOf(found.card.Id())},
+                          {"fingerprint", exchange::FingerprintOf(found.card.Id())}});
+    return pinned;
+}
+
+std::string LinesOf(const Introductions& met)
+{
+    std::string lines;
+    for (const auto& [member, found] : met.pinned)
+        lines += "pinned " + member + " to device " + ShownDevice(found.card.Id()) + "; compare the words with theirs\n";
+    for (const std::string& member : met.awaited)
+        lines += member + " has no device in the exchange yet: once it is there, 'quorvane members add' sends it "
+                          "what is shared\n";
+    return lines;
+}
+
 ExitCode ShareFolder(const ShareOptions& options)
 {
     const Mailbox mailbox = Mailbox::Open(options.mailbox);
     CheckMembers(options, mailbox);
     const MailSession session(options.mailbox);
     const std::string entryId = HexOf(*FindFolder(session, options.folder), PR_ENTRYID);
+    const Introductions met = Introduce(options, mailbox);
     Records records(mailbox.HostDatabasePath().string());
     auto share = records.FindShareByEntryId(entryId);
     if (!share) {
@@ -50,8 +121,10 @@ ExitCode ShareFolder(const ShareOptions& options)
         records.AddMember(share->folderId, member);
     Print(
         options.json,
-        {{"folder", options.folder}, {"id", share->folderId}, {"members", records.Members(share->folderId)}},
-        "shared " + Printable(options.folder) + " as " + share->folderId + " with " +
+        {{"folder", options.folder}, {"id", share->folderId}, {"members", records.Members(share->folderId)},
+         {"pinned", JsonOf(met)},
+         {"awaited", met.awaited}},
+        LinesOf(met) + "shared " + Printable(options.folder) + " as " + share->folderId + " with " +
             std::to_string(records.Members(share->folderId).size()) + " members; 'quorvane run' sends it\n");
     return ExitCode::kDone;
 }
@@ -69,6 +142,7 @@ void AddShareCommand(CLI::App& program, Chosen& chosen)
     command->add_option("MAILBOX", options->mailbox, "Directory of the mailbox")->required();
     command->add_option("FOLDER", options->folder, "Path of the folder")->required();
     command->add_option("--with", options->members, "Names of the members' mailboxes")->required();
+    command->add_option("--exchange", options->exchange, "Directory of the exchange, where none is remembered");
 }
 
 }  // namespace quorvane::host

@@ -1,7 +1,9 @@
+#include <algorithm>
 #include <filesystem>
 
 #include "host/command.h"
 #include "host/item_state.h"
+#include "host/peers.h"
 #include "host/records.h"
 
 namespace quorvane::host {
@@ -48,6 +50,8 @@ const char* ScopeText(ResendScope scope)
             return "changed";
         case ResendScope::kOwn:
             return "own";
+        case ResendScope::kAgain:
+            return "again";
         default:
             return "everything";
     }
@@ -94,6 +98,77 @@ Json UnsentOf(Records& records, std::string& text)
     return json;
 }
 
+const char* StateText(IncomingRecord::State state)
+{
+    switch (state) {
+        case IncomingRecord::State::kHeld:
+            return "held";
+        case IncomingRecord::State::kRefused:
+            return "refused";
+        default:
+            return "being applied";
+    }
+}
+
+// How far packages to and from each known device are.
+Json TransportOf(Peers& peers, std::string& text)
+{
+    const std::vector<Delivery> deliveries = peers.Deliveries();
+    Json json = Json::array();
+    for (const Peer& peer : peers.All()) {
+        const auto unacknowledged = std::count_if(deliveries.begin(), deliveries.end(), [&](const Delivery& delivery) {
+            return delivery.device == peer.id;
+        });
+        Json entry = {{"member", peer.member},
+                      {"device", exchange::TextOf(peer.id)},
+                      {"heard", TimeText(peer.heard)},
+                      {"unacknowledged", unacknowledged},
+                      {"applied", peer.order.applied}};
+        if (unacknowledged > 0)
+            text += "unacknowledged by " + peer.member + ": " + std::to_string(unacknowledged) + " packages\n";
+        if (peer.missing) {
+            entry["missing"] = {peer.missing->first, peer.missing->last};
+            entry["asked"] = peer.isAsked;
+            text += "missing from " + peer.member + ": packages up to " + std::to_string(peer.missing->last) +
+                    (peer.isAsked ? ", asked for\n" : "\n");
+        }
+        json.push_back(std::move(entry));
+    }
+    return json;
+}
+
+Json IncomingOf(Peers& peers, std::string& text)
+{
+    Json json = Json::array();
+    for (const IncomingRecord& record : peers.Incoming()) {
+        const auto peer = peers.Find(record.device);
+        const std::string member = peer ? peer->member : exchange::TextOf(record.device);
+        json.push_back({{"member", member},
+                        {"device", exchange::TextOf(record.device)},
+                        {"sequence", record.sequence},
+                        {"state", StateText(record.state)},
+                        {"reason", record.reason},
+                        {"since", TimeText(record.since)}});
+        text += std::string(StateText(record.state)) + ": package " + std::to_string(record.sequence) + " from " +
+                member + " since " + TimeText(record.since) +
+                (record.reason.empty() ? "" : ": " + Printable(record.reason)) + "\n";
+    }
+    return json;
+}
+
+Json StrangersOf(Peers& peers, std::string& text)
+{
+    Json json = Json::array();
+    for (const Stranger& stranger : peers.Strangers()) {
+        json.push_back({{"name", stranger.name},
+                        {"device", exchange::TextOf(stranger.device)},
+                        {"packages", stranger.packages}});
+        text += "not known: a device that calls itself '" + Printable(stranger.name) + "', with " +
+                std::to_string(stranger.packages) + " packages for this mailbox ('quorvane members')\n";
+    }
+    return json;
+}
+
 ExitCode Status(const StatusOptions& options)
 {
     const Mailbox mailbox = Mailbox::Open(options.mailbox);
@@ -107,6 +182,13 @@ ExitCode Status(const StatusOptions& options)
     std::string resendLines, unsentLines;
     const Json resends = ResendsOf(records, resendLines);
     const Json unsent = UnsentOf(records, unsentLines);
+    Peers peers(mailbox.HostDatabasePath().string());
+    std::string transportLines;
+    const Json transport = TransportOf(peers, transportLines);
+    const Json incoming = IncomingOf(peers, transportLines);
+    const Json strangers = StrangersOf(peers, transportLines);
+    for (const std::string& name : peers.AwaitedMembers())
+        transportLines += "awaited: " + name + ", who has no known device ('quorvane members add')\n";
     std::error_code error;
     const bool rejected = std::filesystem::exists(mailbox.Directory() / "rejected", error);
     Print(options.json,
@@ -115,6 +197,10 @@ ExitCode Status(const StatusOptions& options)
            {"shares", shares},
            {"resends", resends},
            {"unsent", unsent},
+           {"members", transport},
+           {"incoming", incoming},
+           {"strangers", strangers},
+           {"awaited", peers.AwaitedMembers()},
            {"packagesFilling", packing},
            {"packagesToDeliver", outgoing},
            {"packagesToApply", unfinished},
@@ -122,6 +208,7 @@ ExitCode Status(const StatusOptions& options)
           mailbox.Name() + " at " + mailbox.Directory().string() + "\n" + table.Text() +
               "packages being filled: " + std::to_string(packing) + ", to deliver: " +
               std::to_string(outgoing) + ", to apply: " + std::to_string(unfinished) + "\n" + resendLines + unsentLines +
+              transportLines +
               (rejected ? "packages that couldn't be used lie in " +
                               (mailbox.Directory() / "rejected").string() + "\n"
                         : std::string()));

@@ -1,51 +1,50 @@
 #include "host/exchange/intake.h"
 
-#include <algorithm>
 #include <stdexcept>
 
 namespace quorvane::host::exchange {
 
-Intake JudgeOrder(const SenderState& sender, const PackageLabel& label)
+Intake JudgeOrder(const SenderState& sender, const ForUs& package)
 {
-    if (sender.overEpochs.contains(label.epoch))
+    if (sender.overEpochs.contains(package.epoch))
         return Intake::kOver;
-    if (label.epoch != sender.epoch)
-        return label.sequence == 1 ? Intake::kNewEpoch : Intake::kTooEarly;
-    if (label.sequence <= sender.applied)
+    if (sender.applied == 0 || package.epoch != sender.epoch)
+        return package.previous == 0 ? Intake::kNewEpoch : Intake::kTooEarly;
+    if (package.sequence <= sender.applied)
         return Intake::kApplied;
-    return label.sequence == sender.applied + 1 ? Intake::kApply : Intake::kTooEarly;
+    return package.previous <= sender.applied ? Intake::kApply : Intake::kTooEarly;
 }
 
-void NoteApplied(SenderState& sender, const PackageLabel& label)
+void NoteApplied(SenderState& sender, const ForUs& package)
 {
-    const Intake order = JudgeOrder(sender, label);
+    const Intake order = JudgeOrder(sender, package);
     if (order == Intake::kNewEpoch) {
         // Of a sender that wasn't heard of there is no epoch that could be over.
         if (sender.applied > 0)
             sender.overEpochs.insert(sender.epoch);
-        sender.epoch = label.epoch;
+        sender.epoch = package.epoch;
     } else if (order != Intake::kApply) {
         throw std::logic_error("a package is noted as applied whose turn it wasn't");
     }
-    sender.applied = label.sequence;
+    sender.applied = package.sequence;
 }
 
-std::optional<SequenceRange> GapBefore(const SenderState& sender, const std::vector<std::uint64_t>& lying)
+std::optional<SequenceRange> GapBefore(const SenderState& sender, const ForUs& package)
 {
-    const auto next = std::upper_bound(lying.begin(), lying.end(), sender.applied);
-    if (next == lying.end() || *next == sender.applied + 1)
+    if (JudgeOrder(sender, package) != Intake::kTooEarly)
         return std::nullopt;
-    return SequenceRange{sender.applied + 1, *next - 1};
+    const std::uint64_t applied = package.epoch == sender.epoch ? sender.applied : 0;
+    return SequenceRange{applied + 1, package.previous};
 }
 
-std::optional<SequenceRange> GapWatch::Ask(const std::optional<SequenceRange>& seen, Time now)
+bool GapWatch::IsDue(const std::optional<SequenceRange>& seen, std::int64_t now, std::int64_t patience)
 {
-    const std::uint64_t first = seen ? seen->first : 0;
-    if (first != first_) {
-        first_ = first;
-        since_ = now;
+    const std::uint64_t missing = seen ? seen->first : 0;
+    if (missing != first || now < since) {
+        first = missing;
+        since = now;
     }
-    return seen && now - since_ >= kPatience ? seen : std::nullopt;
+    return seen && now - since >= patience;
 }
 
 }  // namespace quorvane::host::exchange

@@ -1,17 +1,17 @@
 // host/exchange/intake.h: in which order the packages of one sender are applied.
 //
-// A sender numbers its packages 1, 2, 3 ... within an epoch. They are applied strictly in that order: behind
-// a gap nothing is applied, skipped or forgotten. A sender that finds itself behind its own traces (its
-// mailbox came out of a backup) begins a new epoch, and what it sent in the one before is then over: such a
-// package may be any old one.
+// A sender numbers its packages, rising, within an epoch, and each package names for each receiver the one before
+// it that was for him. So a receiver applies those that are for him strictly in their order, and knows what he
+// misses, whatever the others get: behind a gap nothing is applied, skipped or forgotten. What a sender no longer
+// has it makes again, and names as its predecessor the last one that the receiver acknowledged. A sender that finds
+// itself behind its own traces (its mailbox came out of a backup) begins a new epoch, and what it sent in the one
+// before is then over: such a package may be any old one.
 #ifndef QUORVANE_HOST_EXCHANGE_INTAKE_H_
 #define QUORVANE_HOST_EXCHANGE_INTAKE_H_
 
-#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <set>
-#include <vector>
 
 #include "host/exchange/acks.h"
 #include "host/exchange/seal.h"
@@ -21,41 +21,47 @@ namespace quorvane::host::exchange {
 // What is kept of a sender, from run to run.
 struct SenderState {
     Epoch epoch{};
-    std::uint64_t applied = 0;   // all up to this number
+    std::uint64_t applied = 0;   // all that is for this device up to this number; 0 before the first
     std::set<Epoch> overEpochs;  // those before
 };
 
-// What is to be done with a verified package of a sender's.
+// A package of a sender's that is for this device, by its header.
+struct ForUs {
+    Epoch epoch{};
+    std::uint64_t sequence = 0;
+    std::uint64_t previous = 0;
+    bool operator==(const ForUs&) const = default;
+};
+
+// What is to be done with one.
 enum class Intake {
     kApply,     // it is the next one
-    kApplied,   // it was applied already
+    kApplied,   // it was applied already, or made again since
     kTooEarly,  // those before it aren't here yet: it stays where it is
-    kNewEpoch,  // the first of an epoch that wasn't heard of: the folders are compared before it is applied
+    kNewEpoch,  // the first of an epoch that wasn't heard of
     kOver,      // of an epoch that is over: refused
 };
 
-Intake JudgeOrder(const SenderState& sender, const PackageLabel& label);
+Intake JudgeOrder(const SenderState& sender, const ForUs& package);
 
-// Notes that a package (kApply, or kNewEpoch after the comparison) is applied and durable.
-void NoteApplied(SenderState& sender, const PackageLabel& label);
+// Notes that a package (kApply or kNewEpoch) is applied and durable.
+void NoteApplied(SenderState& sender, const ForUs& package);
 
-// The packages that are missing before those that lie there; empty when the next one is there, or none at
-// all. lying: their numbers, rising.
-std::optional<SequenceRange> GapBefore(const SenderState& sender, const std::vector<std::uint64_t>& lying);
+// What is missing before a package that came too early; empty for any other, and where only an epoch's beginning
+// would tell.
+std::optional<SequenceRange> GapBefore(const SenderState& sender, const ForUs& package);
 
-// Tells when a gap is to be asked for: when it has stood for a minute, since files come late and out of
-// order.
-class GapWatch {
-public:
-    using Time = std::chrono::steady_clock::time_point;
-    static constexpr std::chrono::seconds kPatience{60};
+// How long a gap stands until it is asked for: files come late and out of order. Times are those of any clock that
+// goes on while nobody looks, in seconds.
+struct GapWatch {
+    static constexpr std::int64_t kPatience = 60;
 
-    // The gap that is seen at this time, and which of it is to be asked for.
-    std::optional<SequenceRange> Ask(const std::optional<SequenceRange>& seen, Time now);
+    // Kept from run to run.
+    std::uint64_t first = 0;  // the missing number that is waited for; 0 for none
+    std::int64_t since = 0;
 
-private:
-    std::uint64_t first_ = 0;  // the missing number that is waited for; 0 for none
-    Time since_{};
+    // Whether the gap that is seen now is to be asked for.
+    bool IsDue(const std::optional<SequenceRange>& seen, std::int64_t now, std::int64_t patience = kPatience);
 };
 
 }  // namespace quorvane::host::exchange

@@ -26,6 +26,8 @@ static_assert(kSealedKeySize == 80 && kStreamHeaderSize == 24);
 
 // Before the receivers: magic, sender, epoch, sequence, kind, content's size, number of receivers.
 constexpr std::size_t kFixedSize = 8 + 16 + 16 + 8 + 1 + 8 + 2;
+// Each of them.
+constexpr std::size_t kReceiverSize = kIdSize + sizeof(std::uint64_t) + kSealedKeySize;
 
 constexpr std::size_t kChunk = std::size_t{256} << 10;
 constexpr std::size_t kLargestChunk = 1 + kChunk + kChunkOverhead;
@@ -71,7 +73,7 @@ std::string WriteHeader(const PackageLabel& label, const std::vector<Receiver>& 
     header.Put(static_cast<std::uint8_t>(label.kind)).Put(contentSize);
     header.Put(static_cast<std::uint16_t>(receivers.size()));
     for (const Receiver& receiver : receivers)
-        header.Put(receiver.id.bytes).Put(SealTo(receiver.sealing, key));
+        header.Put(receiver.id.bytes).Put(receiver.previous).Put(SealTo(receiver.sealing, key));
     return header.Bytes();
 }
 
@@ -149,6 +151,14 @@ private:
     const std::string& what_;
 };
 
+// The most bytes that a package can have.
+std::uint64_t LongestOf(std::uint64_t header, std::uint64_t contentSize) noexcept
+{
+    constexpr std::uint64_t kPerChunk = sizeof(std::uint32_t) + 1 + kChunkOverhead;
+    const std::uint64_t chunks = contentSize / kChunk + 1;
+    return header + contentSize + chunks * kPerChunk + kSignatureSize;
+}
+
 }  // namespace
 
 void Seal(const DeviceKeys& sender, const PackageLabel& label, const std::vector<Receiver>& receivers,
@@ -156,6 +166,9 @@ void Seal(const DeviceKeys& sender, const PackageLabel& label, const std::vector
 {
     if (receivers.empty() || receivers.size() > kMostReceivers)
         Refuse("a package can't have " + std::to_string(receivers.size()) + " receivers");
+    for (const Receiver& receiver : receivers)
+        if (receiver.previous >= label.sequence)
+            Refuse("a package can't come before the one that is before it");
     const SecretBytes key(kKeySize);
     ChunkWriter chunks(key);
     const std::string header = WriteHeader(label, receivers, content.Size(), key) + chunks.Header();
@@ -201,9 +214,11 @@ SealedPackage::SealedPackage(const ByteSource& package, std::string what)
     label_.kind = static_cast<PackageKind>(kind);
     if (label_.sequence == 0 || receivers == 0 || receivers > kMostReceivers)
         Refuse(what_ + " has no proper number, or no receivers, or too many");
-    const std::size_t whole = kFixedSize + receivers * (kIdSize + kSealedKeySize) + kStreamHeaderSize;
+    const std::size_t whole = kFixedSize + receivers * kReceiverSize + kStreamHeaderSize;
     if (size < whole + kSignatureSize)
         Refuse(what_ + " is cut short");
+    if (size > LongestOf(whole, contentSize_))
+        Refuse(what_ + " is longer than its content can be");
     header_ = Piece(package, 0, whole);
 }
 
@@ -225,23 +240,35 @@ void SealedPackage::Verify(const SigningKey& sender)
     isVerified_ = true;
 }
 
-std::string SealedPackage::SealedKeyFor(const DeviceId& device) const
+std::optional<SealedPackage::Entry> SealedPackage::EntryOf(const DeviceId& device) const
 {
     WireReader reader(std::string_view(header_).substr(kFixedSize), what_);
     while (reader.Left() > kStreamHeaderSize) {
         const bool isIts = reader.GetBytes<kIdSize>() == device.bytes;
+        const auto previous = reader.Get<std::uint64_t>();
         const std::string_view sealed = reader.Take(kSealedKeySize);
         if (isIts)
-            return std::string(sealed);
+            return Entry{previous, std::string(sealed)};
     }
-    Refuse(what_ + " isn't for this device");
+    return std::nullopt;
+}
+
+std::optional<std::uint64_t> SealedPackage::PreviousFor(const DeviceId& device) const
+{
+    const auto entry = EntryOf(device);
+    if (entry && entry->previous >= label_.sequence)
+        Refuse(what_ + " comes before the one that is before it");
+    return entry ? std::optional(entry->previous) : std::nullopt;
 }
 
 void SealedPackage::Unseal(const DeviceKeys& own, const ByteSink& content) const
 {
     if (!isVerified_)
         throw std::logic_error("a package is unsealed that wasn't verified");
-    const auto key = own.Unseal(SealedKeyFor(own.Id()));
+    const auto entry = EntryOf(own.Id());
+    if (!entry)
+        Refuse(what_ + " isn't for this device");
+    const auto key = own.Unseal(entry->sealedKey);
     if (!key)
         Refuse(what_ + " has a key that isn't sealed to this device");
     ChunkReader chunks(std::string_view(header_).substr(header_.size() - kStreamHeaderSize), *key, what_);

@@ -7,8 +7,9 @@
 //     16  the sending device, 16 its epoch, 8 the sequence number within that, from 1
 //     1   what it is (PackageKind)
 //     8   size of the content
-//     2   number of receiving devices, from 1, and for each: 16 its id, and 80 the content's key, sealed to
-//     it 24  header of the content's stream
+//     2   number of receiving devices, from 1, and for each: 16 its id, 8 the sequence number of the package
+//         before this one that is for it (0 for none), and 80 the content's key, sealed to it
+//     24  header of the content's stream
 //         the content in chunks: 4 size, and so many bytes, which crypto_secretstream_xchacha20poly1305 made
 //         of a byte that says how the chunk is kept (0 as it is, 1 deflated) and of up to 256 KiB of content;
 //         the digest of everything before them goes into the first one, and the last one is marked
@@ -19,6 +20,7 @@
 #define QUORVANE_HOST_EXCHANGE_SEAL_H_
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -42,12 +44,14 @@ struct PackageLabel {
 struct Receiver {
     DeviceId id;
     SealingKey sealing{};
+    std::uint64_t previous = 0;  // the number of the package before this one that is for it; 0 for none
 };
 
 inline constexpr std::size_t kMostReceivers = 1024;
 
 // Writes a package of this content to `package`. label.sender is the sender's own id.
-// Throws an Error: no receiver or too many, a key that is none, content that can't be read.
+// Throws an Error: no receiver or too many, a key that is none, a number before that isn't lower, content that
+// can't be read.
 void Seal(const DeviceKeys& sender, const PackageLabel& label, const std::vector<Receiver>& receivers,
           const ByteSource& content, const ByteSink& package);
 
@@ -60,6 +64,8 @@ public:
 
     const PackageLabel& Label() const noexcept { return label_; }
     std::uint64_t ContentSize() const noexcept { return contentSize_; }
+    // The number of the package before this one that is for a device; empty when this one isn't for it.
+    std::optional<std::uint64_t> PreviousFor(const DeviceId& device) const;
 
     // Refuses it unless the device that it names, whose key this is, signed all of it. The first thing to do.
     void Verify(const SigningKey& sender);
@@ -70,7 +76,11 @@ public:
     void Unseal(const DeviceKeys& own, const ByteSink& content) const;
 
 private:
-    std::string SealedKeyFor(const DeviceId& device) const;
+    struct Entry {
+        std::uint64_t previous = 0;
+        std::string sealedKey;
+    };
+    std::optional<Entry> EntryOf(const DeviceId& device) const;
 
     const ByteSource& package_;
     std::string what_;

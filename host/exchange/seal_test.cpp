@@ -24,7 +24,7 @@ std::string RandomText(std::size_t size)
 
 class SealTest : public ::testing::Test {
 protected:
-    static Receiver ReceiverOf(const DeviceKeys& keys) { return {keys.Id(), keys.Sealing()}; }
+    static Receiver ReceiverOf(const DeviceKeys& keys) { return {keys.Id(), keys.Sealing(), 0}; }
     PackageLabel Label() const { return {alice.Id(), Epoch{1, 2, 3}, 42, PackageKind::kMembership}; }
 
     std::string Make(const std::string& content, const std::vector<Receiver>& receivers) const
@@ -85,6 +85,44 @@ TEST_F(SealTest, SaysWhatItIsBeforeItIsOpened)
     EXPECT_EQ(sealed.Label().sequence, 42U);
     EXPECT_EQ(sealed.Label().kind, PackageKind::kMembership);
     EXPECT_EQ(sealed.ContentSize(), 7U);
+}
+
+TEST_F(SealTest, TellsEachReceiverWhichOneWasBeforeAndNobodyElseAnything)
+{
+    const std::string package = Make("content", {{bob.Id(), bob.Sealing(), 41}, {carol.Id(), carol.Sealing(), 0}});
+    const MemorySource source(package);
+    const SealedPackage sealed(source, "the package");
+
+    EXPECT_EQ(sealed.PreviousFor(bob.Id()), 41U);
+    EXPECT_EQ(sealed.PreviousFor(carol.Id()), 0U);
+    EXPECT_EQ(sealed.PreviousFor(stranger.Id()), std::nullopt);
+    EXPECT_NE(RefusalOf([&] { Make("content", {{bob.Id(), bob.Sealing(), 42}}); }), "");
+    std::string later = package;
+    later[59 + 16] = 42;  // bob's
+    const MemorySource changed(later);
+    EXPECT_NE(RefusalOf([&] { SealedPackage(changed, "the package").PreviousFor(bob.Id()); }), "");
+}
+
+// Zeros behind a good beginning, however many: nothing of them is read.
+TEST_F(SealTest, AFileThatIsLongerThanItsContentCanBeIsRefusedByItsHeader)
+{
+    class Sparse final : public ByteSource {
+    public:
+        explicit Sparse(const std::string& bytes) : bytes_(bytes), header_(bytes.size()) {}
+        std::uint64_t Size() const override { return std::uint64_t{3} << 30; }
+        void ReadAt(std::uint64_t at, char* buffer, std::size_t size) const override
+        {
+            EXPECT_LE(at + size, header_);
+            bytes_.ReadAt(at, buffer, size);
+        }
+
+    private:
+        MemorySource bytes_;
+        std::uint64_t header_;
+    };
+    const Sparse sparse(Make("content"));
+    EXPECT_NE(RefusalOf([&] { SealedPackage(sparse, "the package"); }).find("longer than its content"),
+              std::string::npos);
 }
 
 TEST_F(SealTest, ContentIsMadeSmallerWhereThatHelpsAndIsNowhereInTheClear)
@@ -165,7 +203,7 @@ TEST_F(SealTest, EveryCutAndEveryByteBehindTheEndIsRefused)
 // What the sender signed himself is looked through all the same: he may be the one who means harm.
 TEST_F(SealTest, ContentThatTheSenderChangedAfterSealingIsRefused)
 {
-    const std::string package = Make(RandomText(kChunkSize + 10));
+    const std::string package = Make(std::string(kChunkSize, 'a') + RandomText(10));
     const std::size_t end = package.size() - sizeof(Signature);
     // The last chunk: 4 of size, 17 of the stream's, 1 of how it is kept, and 10.
     const std::string withoutLast = Resign(package.substr(0, end - 32) + package.substr(end));
@@ -183,7 +221,7 @@ TEST_F(SealTest, ContentThatTheSenderChangedAfterSealingIsRefused)
 TEST_F(SealTest, AChunkThatIsLongerThanAnyAndANumberThatIsNoneAreRefused)
 {
     std::string chunk = Make(RandomText(3 * kChunkSize), {ReceiverOf(bob)});
-    const std::size_t first = 59 + 96 + 24;
+    const std::size_t first = 59 + 104 + 24;
     ASSERT_EQ(chunk.substr(first, 4), std::string("\x12\x00\x04\x00", 4));
     chunk[first] = '\x13';
     EXPECT_NE(RefusalOf([&] { Open(Resign(chunk), bob); }).find("too long"), std::string::npos);
@@ -194,7 +232,7 @@ TEST_F(SealTest, AChunkThatIsLongerThanAnyAndANumberThatIsNoneAreRefused)
 
 TEST_F(SealTest, ASizeThatIsntTheContentsIsRefusedBeforeMoreIsGiven)
 {
-    const std::string content = RandomText(2 * kChunkSize);
+    const std::string content(2 * kChunkSize, 'a');
     class Lying final : public ByteSource {
     public:
         Lying(const std::string& bytes, std::uint64_t said) : bytes_(bytes), said_(said) {}
@@ -227,13 +265,13 @@ TEST_F(SealTest, HasReceiversAndNotTooManyAndTheirKeysAreKeys)
 {
     EXPECT_NE(RefusalOf([&] { Make("x", {}); }), "");
     EXPECT_NE(RefusalOf([&] { Make("x", std::vector<Receiver>(kMostReceivers + 1, ReceiverOf(bob))); }), "");
-    EXPECT_NE(RefusalOf([&] { Make("x", {{bob.Id(), SealingKey{}}}); }), "");
+    EXPECT_NE(RefusalOf([&] { Make("x", {{bob.Id(), SealingKey{}, 0}}); }), "");
     EXPECT_EQ(Open(Make("x", std::vector<Receiver>(kMostReceivers, ReceiverOf(bob))), bob), "x");
 }
 
 TEST_F(SealTest, AKeyThatWasSealedToSomebodyElseUnderOurNameIsRefused)
 {
-    const std::string package = Make("x", {{bob.Id(), carol.Sealing()}});
+    const std::string package = Make("x", {{bob.Id(), carol.Sealing(), 0}});
     EXPECT_NE(RefusalOf([&] { Open(package, bob); }).find("isn't sealed to this device"), std::string::npos);
 }
 

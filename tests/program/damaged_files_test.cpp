@@ -1,7 +1,11 @@
 // Damaged compound files at the door: looked at by a person, and received as packages.
 #include <sys/resource.h>
 
+#include <fstream>
+#include <iterator>
+
 #include "tests/program/program.h"
+#include "tests/program/sealed.h"
 
 namespace quorvane::test {
 
@@ -32,14 +36,14 @@ TEST_F(DamagedFilesTest, EachDamagedFileIsInspectedWithoutACrash)
 
 TEST_F(DamagedFilesTest, DamagedPackagesAreLeftOutAndTheSessionGoesOn)
 {
-    MakeMailboxes({"alice", "bob"});
-    const std::filesystem::path place = Path("exchange") / "bob" / "mallory~0011223344556677";
-    std::filesystem::create_directories(place);
-    std::size_t count = 0;
+    MakeMailboxes({"alice", "bob", "mallory"});
+    const TestDevice mallory(Path("exchange"), KeysOf(Mailbox("mallory")));
+    std::uint64_t count = 0;
     for (const auto& entry : std::filesystem::directory_iterator(Corpus() / "ole-bad")) {
-        std::string name = std::to_string(++count);
-        name.insert(0, 20 - name.size(), '0');
-        std::filesystem::copy_file(entry.path(), place / (name + ".qvt"));
+        std::ifstream file(entry.path(), std::ios::binary);
+        const std::string content{std::istreambuf_iterator<char>(file), {}};
+        mallory.Lay(count + 1, mallory.Sealed(count + 1, count, KeysOf(Mailbox("bob")), content));
+        ++count;
     }
     MustRun({"import", Mailbox("alice"), "Shared", Sample("01-plain").string()});
     MustRun({"share", Mailbox("alice"), "Shared", "--with", "bob"});

@@ -30,7 +30,7 @@ protected:
     // Lays all samples, and the folder that they are in, into the exchange: however many packages that takes.
     void MakePackages()
     {
-        MakeMailboxes({"alice"});
+        MakeMailboxes({"alice", "bob"});
         MustRun({"import", Mailbox("alice"), "Shared", Samples().string()});
         MustRun({"share", Mailbox("alice"), "Shared", "--with", "bob"});
         RunUntilIdle({"alice"}, "1");
@@ -40,7 +40,7 @@ protected:
     std::filesystem::path MakePackage()
     {
         MakePackages();
-        const auto packages = Packages();
+        const auto packages = ContentFor("bob");
         return *std::max_element(packages.begin(), packages.end(), [](const auto& left, const auto& right) {
             return file_size(left) < file_size(right);
         });
@@ -63,7 +63,7 @@ TEST_F(InteropTest, LibgsfListsEveryElementOfAPackage)
     MakePackages();
 
     std::size_t contents = 0;
-    for (const auto& package : Packages())
+    for (const auto& package : ContentFor("bob"))
         contents += ContentsListed(package);
     EXPECT_EQ(contents, 41U) << "40 items and a folder";
 }
@@ -139,7 +139,7 @@ TEST_F(InteropTest, InspectShowsAPackageAMessageAndAnyOtherCompoundFile)
 {
     MakePackages();
     std::size_t items = 0, folders = 0;
-    for (const auto& package : Packages()) {
+    for (const auto& package : ContentFor("bob")) {
         const Json shown = MustRun({"inspect", package.string(), "--json"}).Value();
         EXPECT_EQ(shown.at("kind"), "package");
         items += shown.at("items").size();

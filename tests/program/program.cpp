@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <algorithm>
 #include <atomic>
 #include <csignal>
 #include <cstdlib>
@@ -15,6 +16,8 @@
 #include <set>
 #include <sstream>
 #include <utility>
+
+#include "tests/program/sealed.h"
 
 namespace quorvane::test {
 
@@ -230,8 +233,17 @@ Outcome ProgramTest::MustRunBy(const Program& program, const std::vector<std::st
 
 void ProgramTest::MakeMailboxes(const std::vector<std::string>& names) const
 {
-    for (const std::string& name : names)
-        MustRunBy(ProgramOf(name), {"init", Mailbox(name), "--name", name});
+    for (const std::string& name : names) {
+        MustRunBy(ProgramOf(name), {"init", Mailbox(name), "--name", name, "--exchange", Exchange()});
+        for (const std::string& other : made_) {
+            if (other == name)
+                continue;  // it is made anew
+            MustRunBy(ProgramOf(name), {"members", "add", Mailbox(name), other});
+            MustRunBy(ProgramOf(other), {"members", "add", Mailbox(other), name});
+        }
+        if (std::find(made_.begin(), made_.end(), name) == made_.end())
+            made_.push_back(name);
+    }
 }
 
 // One run of each; adds to what each counted. Whether any package came or went.
@@ -273,10 +285,26 @@ std::vector<Json> ProgramTest::RunUntilIdle(const std::vector<std::string>& name
 std::vector<std::filesystem::path> ProgramTest::Packages() const
 {
     std::vector<std::filesystem::path> packages;
-    for (const auto& entry : std::filesystem::recursive_directory_iterator(Path("exchange")))
-        if (entry.path().extension() == ".qvt")
-            packages.push_back(entry.path());
+    std::error_code error;  // a run may remove what is being listed
+    for (auto it = std::filesystem::recursive_directory_iterator(Path("exchange"), error);
+         !error && it != std::filesystem::recursive_directory_iterator(); it.increment(error))
+        if (it->path().extension() == ".qvx")
+            packages.push_back(it->path());
     return packages;
+}
+
+std::vector<std::filesystem::path> ProgramTest::ContentFor(const std::string& mailbox) const
+{
+    const auto receiver = KeysOf(Mailbox(mailbox));
+    std::vector<std::filesystem::path> files;
+    for (const auto& package : Packages()) {
+        const auto content = Open(package, receiver);
+        if (!content)
+            continue;
+        files.push_back(Path("content-" + std::to_string(files.size()) + ".qvt"));
+        std::ofstream(files.back(), std::ios::binary) << *content;
+    }
+    return files;
 }
 
 std::vector<Json> ProgramTest::Items(const std::string& mailbox, const std::string& folder) const

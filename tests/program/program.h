@@ -75,8 +75,10 @@ protected:
 
     std::filesystem::path Path(const std::string& name) const { return directory_ / name; }
     std::string Exchange() const { return Path("exchange").string(); }
-    // Those that lie in the exchange, of whomever and for whomever, in no order.
+    // Those that lie in the exchange, sealed, of whomever and for whomever, in no order.
     std::vector<std::filesystem::path> Packages() const;
+    // The content of those that are for a mailbox, each in a file of its own.
+    std::vector<std::filesystem::path> ContentFor(const std::string& mailbox) const;
     std::string Mailbox(const std::string& name) const { return Path(name).string(); }
 
     // The program that works on a mailbox.
@@ -95,6 +97,7 @@ protected:
     Outcome MustRun(const std::vector<std::string>& arguments) const;
     Outcome MustRunBy(const Program& program, const std::vector<std::string>& arguments) const;
 
+    // Each knows the exchange, and all that were made before know it, and it them.
     void MakeMailboxes(const std::vector<std::string>& names) const;
     // Waits until something holds, for half a minute at most; whether it did.
     template <class Condition>
@@ -121,6 +124,7 @@ private:
                   std::vector<Json>& counts) const;
 
     std::filesystem::path directory_;
+    mutable std::vector<std::string> made_;  // mailboxes
 };
 
 // The folder of sample mails that comes with the project, and one of them by its name without the extension.

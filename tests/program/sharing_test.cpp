@@ -35,16 +35,6 @@ protected:
         return "missing";
     }
 
-    std::size_t PackagesFor(const std::string& member) const
-    {
-        std::error_code error;
-        std::size_t count = 0;
-        for (const auto& entry :
-             std::filesystem::recursive_directory_iterator(Path("exchange") / member, error))
-            count += entry.path().extension() == ".qvt" ? 1 : 0;
-        return count;
-    }
-
     static std::uint64_t Total(const std::vector<Json>& counts, const char* name)
     {
         std::uint64_t total = 0;
@@ -122,6 +112,7 @@ TEST_F(SharingTest, AFileThatOnlyResemblesAPackageStaysInTheExchange)
     std::filesystem::copy_file(package, other);
 
     const auto counts = RunUntilIdle({"bob"});
+    RunUntilIdle({"alice"});  // removes what bob has taken
 
     EXPECT_TRUE(std::filesystem::exists(other));
     EXPECT_EQ(Packages(), std::vector{other});
@@ -137,16 +128,17 @@ TEST_F(SharingTest, APackageThatComesOnceMoreIsDropped)
     const std::filesystem::path package = Packages().front();
     std::filesystem::copy_file(package, Path("kept"));
     RunUntilIdle({"bob"});
+    RunUntilIdle({"alice"});
     EXPECT_TRUE(Packages().empty());
 
     std::filesystem::copy_file(Path("kept"), package);
     const Outcome outcome =
         MustRun({"run", Mailbox("bob"), "--exchange", Exchange(), "--until-idle", "--idle-seconds", "3", "--json"});
-
-    EXPECT_TRUE(Packages().empty());
     EXPECT_EQ(outcome.Value().at("packagesReceived"), 0U);
     EXPECT_EQ(outcome.Value().at("itemsApplied"), 0U);
     EXPECT_EQ(outcome.errors, "");
+    RunUntilIdle({"alice"});
+    EXPECT_TRUE(Packages().empty()) << "its sender removes it";
 }
 
 TEST_F(SharingTest, ASecondRunSendsNothing)
@@ -257,17 +249,17 @@ TEST_F(SharingTest, AnExchangeThatVanishesIsMissedOnceAndUsedAgain)
 {
     ShareSamples({"bob"});
     RunUntilIdle({"alice"});
-    const auto before = PackagesFor("bob");
+    const auto before = Packages().size();
     Process alice = Start({"run", Mailbox("alice"), "--exchange", Exchange()});
     MustRun({"edit", Mailbox("alice"), "Shared", IdOf("alice", 1), "--subject", "while it was there"});
-    EXPECT_TRUE(Eventually([&] { return PackagesFor("bob") == before + 1; }));
+    EXPECT_TRUE(Eventually([&] { return Packages().size() == before + 1; }));
 
     std::filesystem::rename(Path("exchange"), Path("hidden"));
     MustRun({"edit", Mailbox("alice"), "Shared", IdOf("alice", 0), "--subject", "while it was away"});
     EXPECT_TRUE(Eventually([&] { return alice.ErrorsSoFar().find("is gone") != std::string::npos; }));
     EXPECT_FALSE(std::filesystem::exists(Path("exchange")));
     std::filesystem::rename(Path("hidden"), Path("exchange"));
-    EXPECT_TRUE(Eventually([&] { return PackagesFor("bob") == before + 2; }));
+    EXPECT_TRUE(Eventually([&] { return Packages().size() == before + 2; }));
     alice.AskToEnd();
     const Outcome atAlice = alice.Wait();
     RunUntilIdle({"bob"});

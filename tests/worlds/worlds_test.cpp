@@ -136,7 +136,7 @@ TEST_F(WorldsTest, AFolderSharedOnWindowsComesToLinuxAndAChangeIsSeenWhileBothRu
 
 TEST_F(WorldsTest, WhatOneSystemWritesTheOtherReadsAlike)
 {
-    MakeMailboxes({"alice", "wanda"});
+    MakeMailboxes({"alice", "wanda", "nobody"});
     for (const char* member : {"alice", "wanda"}) {
         RunFor(member, "import", {"Shared", Samples().string()});
         RunFor(member, "share", {"Shared", "--with", "nobody"});
@@ -145,7 +145,7 @@ TEST_F(WorldsTest, WhatOneSystemWritesTheOtherReadsAlike)
     RunUntilIdle({"alice", "wanda"}, kIdleSeconds);
 
     std::size_t items = 0, folders = 0;
-    for (const auto& package : Packages()) {
+    for (const auto& package : ContentFor("nobody")) {
         ExpectReadAlike({"inspect", package.string(), "--json"});
         const Json shown = MustRun({"inspect", package.string(), "--json"}).Value();
         items += shown.at("items").size();
@@ -223,7 +223,8 @@ TEST_F(WorldsTest, TwoRunsOfOneMailboxAreRefusedOnWindows)
 TEST_F(WorldsTest, APathThatNoCodePageHoldsServesOnWindows)
 {
     const std::string mailbox = Path("почта ☘").string();
-    MustRunBy(WindowsProgram(), {"init", mailbox, "--name", "wanda"});
+    MakeMailboxes({"alice"});
+    MustRunBy(WindowsProgram(), {"init", mailbox, "--name", "wanda", "--exchange", Exchange()});
     MustRunBy(WindowsProgram(), {"import", mailbox, "Входящие", Sample("01-plain").string()});
     MustRunBy(WindowsProgram(), {"share", mailbox, "Входящие", "--with", "alice"});
     MustRunBy(WindowsProgram(),

@@ -1,0 +1,149 @@
+#include "host/command.h"
+#include "host/exchange/error.h"
+#include "host/path_text.h"
+#include "host/pinning.h"
+#include "host/records.h"
+
+namespace quorvane::host {
+
+namespace {
+
+struct MembersOptions {
+    bool json = false;
+    std::string mailbox;
+    std::string exchange;
+    std::string added;
+    std::string device;
+    std::string dropped;
+};
+
+std::string ExchangeOf(const Mailbox& mailbox, const MembersOptions& options)
+{
+    const std::string exchange = ChosenExchange(mailbox, options.exchange);
+    if (exchange.empty())
+        throw HostError("no exchange is known yet: name it by --exchange", ExitCode::kUsage);
+    return exchange;
+}
+
+FoundCard ChooseCard(Transport& transport, const MembersOptions& options)
+{
+    if (!options.device.empty()) {
+        const auto id = exchange::ParseDeviceId(options.device);
+        if (!id)
+            throw HostError("'" + options.device + "' is no device: 32 digits 0 to 9 and a to f", ExitCode::kUsage);
+        return FindCard(transport, *id, options.added);
+    }
+    std::vector<FoundCard> cards = FindCards(transport, options.added);
+    RefuseAmbiguity(options.added, cards);
+    if (cards.empty())
+        Fail("pin a device of", options.added, "the exchange has no card of that name that isn't pinned already");
+    return std::move(cards.front());
+}
+
+ExitCode Add(const MembersOptions& options, const Mailbox& mailbox)
+{
+    if (!IsMemberName(options.added) || options.added == mailbox.Name())
+        throw HostError("'" + options.added + "' is no name of another member", ExitCode::kUsage);
+    Transport transport(mailbox, PathOf(ExchangeOf(mailbox, options)));
+    const FoundCard found = ChooseCard(transport, options);
+    const exchange::DeviceId id = found.card.Id();
+    if (const auto peer = transport.peers.Find(id); peer && peer->IsPinnedByUser() && peer->member != options.added)
+        Fail("pin the device", exchange::TextOf(id), "it is pinned to '" + peer->member + "' already");
+    transport.peers.Pin(found.card, found.bytes, options.added, options.device.empty() ? "name" : "device");
+    Print(options.json,
+          {{"member", options.added},
+           {"device", exchange::TextOf(id)},
+           {"fingerprint", exchange::FingerprintOf(id)}},
+          "pinned " + options.added + " to device " + ShownDevice(id) + "; compare the words with theirs\n");
+    return ExitCode::kDone;
+}
+
+ExitCode Drop(const MembersOptions& options, const Mailbox& mailbox)
+{
+    Peers peers(mailbox.HostDatabasePath().string());
+    const auto id = exchange::ParseDeviceId(options.dropped);
+    const auto peer = id ? peers.Find(*id) : std::nullopt;
+    if (!peer)
+        Fail("forget the device", options.dropped, "no device of that id is known");
+    peers.Drop(*id);
+    Print(options.json, {{"member", peer->member}, {"dropped", options.dropped}},
+          "forgot the device " + options.dropped + " of " + peer->member + "\n");
+    return ExitCode::kDone;
+}
+
+ExitCode List(const MembersOptions& options, const Mailbox& mailbox)
+{
+    Peers peers(mailbox.HostDatabasePath().string());
+    Table table({"MEMBER", "DEVICE", "FINGERPRINT", "KNOWN BY", "SINCE", "LAST HEARD"});
+    const auto own = exchange::ParseDeviceId(mailbox.Device()).value_or(exchange::DeviceId{});
+    table.Add({mailbox.Name(), mailbox.Device(), exchange::FingerprintOf(own), "this mailbox", "", ""});
+    Json known = Json::array(), strangers = Json::array();
+    for (const Peer& peer : peers.All()) {
+        const std::string id = exchange::TextOf(peer.id), words = exchange::FingerprintOf(peer.id);
+        known.push_back({{"member", peer.member},
+                         {"device", id},
+                         {"fingerprint", words},
+                         {"how", peer.how},
+                         {"pinned", TimeText(peer.pinned)},
+                         {"heard", TimeText(peer.heard)},
+                         {"hasCard", peer.card.has_value()}});
+        table.Add({peer.member, id, words, peer.how, TimeText(peer.pinned), TimeText(peer.heard)});
+    }
+    std::string lines;
+    for (const std::string& name : peers.AwaitedMembers())
+        lines += "awaited: " + name + ", who has no known device\n";
+    for (const Stranger& stranger : peers.Strangers()) {
+        strangers.push_back({{"name", stranger.name},
+                             {"device", exchange::TextOf(stranger.device)},
+                             {"fingerprint", exchange::FingerprintOf(stranger.device)},
+                             {"packages", stranger.packages}});
+        lines += "not known: " + ShownDevice(stranger.device) + ", which calls itself '" + Printable(stranger.name) +
+                 "' and has " + std::to_string(stranger.packages) + " packages for this mailbox\n";
+    }
+    Print(options.json,
+          {{"name", mailbox.Name()},
+           {"device", mailbox.Device()},
+           {"fingerprint", exchange::FingerprintOf(own)},
+           {"members", known},
+           {"awaited", peers.AwaitedMembers()},
+           {"strangers", strangers}},
+          table.Text() + lines);
+    return ExitCode::kDone;
+}
+
+ExitCode Members(const MembersOptions& options)
+{
+    if (options.mailbox.empty())
+        throw HostError("MAILBOX is required (see 'quorvane members --help')", ExitCode::kUsage);
+    const Mailbox mailbox = Mailbox::Open(options.mailbox);
+    try {
+        if (!options.added.empty())
+            return Add(options, mailbox);
+        return options.dropped.empty() ? List(options, mailbox) : Drop(options, mailbox);
+    } catch (const exchange::Error& error) {
+        throw HostError(error.what());
+    }
+}
+
+}  // namespace
+
+void AddMembersCommand(CLI::App& program, Chosen& chosen)
+{
+    auto options = std::make_shared<MembersOptions>();
+    CLI::App* const command =
+        AddCommand(program, chosen, "members", "Show whose devices are known, and say whose one is", options, Members);
+    command->add_option("MAILBOX", options->mailbox, "Directory of the mailbox");
+    CLI::App* const add = command->add_subcommand("add", "Pin a device to a member: what it sends is taken, and what is "
+                                                         "shared with that member is sealed to it");
+    add->fallthrough();
+    add->add_option("MAILBOX", options->mailbox, "Directory of the mailbox")->required();
+    add->add_option("NAME", options->added, "The member's name")->required();
+    add->add_option("--device", options->device, "Its id, where several devices have that name");
+    add->add_option("--exchange", options->exchange, "Directory of the exchange, where none is remembered");
+    CLI::App* const drop = command->add_subcommand("drop", "Forget a device: nothing more is sealed to it or taken from it");
+    drop->fallthrough();
+    drop->add_option("MAILBOX", options->mailbox, "Directory of the mailbox")->required();
+    drop->add_option("DEVICE", options->dropped, "Its id")->required();
+}
+
+}  // namespace quorvane::host
