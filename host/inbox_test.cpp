@@ -228,17 +228,17 @@ TEST_F(InboxTest, APackageOfSomebodyWhoIsntKnownToShareTheFolderWaitsWithoutACop
 TEST_F(InboxTest, AnItemThatIsKnownInAnotherFolderIsntTouched)
 {
     Arrive(here.alice, 1, "harmful");
-    std::string id;
-    const auto file = here.transport.place.Open(here.alice.Id(), 1);
+    const auto path = here.directory / "look";
     {
+        const auto file = here.transport.place.Open(here.alice.Id(), 1);
         exchange::SealedPackage package(*file, "the package");
         package.Verify(here.alice.Signing());
-        const auto path = here.directory / "look";
         const SystemFile clear(path, SystemFile::Use::kWrite);
         package.Unseal(here.transport.keys,
                        [&](std::string_view bytes) { clear.Write(bytes.data(), bytes.size()); });
-        id = ReadPackage(*OpenCompoundFile(path), "it", [](const PackageRecord&, IStorage&) {}).items.at(0).id;
     }
+    const std::string id =
+        ReadPackage(*OpenCompoundFile(path), "it", [](const PackageRecord&, IStorage&) {}).items.at(0).id;
     here.records.PutItem({id, "{G}", {1, "bob"}, false, 1});
     here.callbacks.beforeReceived = [] { ADD_FAILURE(); };
 
