@@ -10,7 +10,7 @@ namespace quorvane::host {
 
 namespace {
 
-constexpr std::size_t kCopyBlock = 1 << 20;
+constexpr std::size_t kBlockRead = 1 << 20;
 
 }  // namespace
 
@@ -33,23 +33,7 @@ void MakePrivateDirectory(const std::filesystem::path& directory)
 
 void MakePrivateFile(const std::filesystem::path& path)
 {
-    const SystemFile file(path, SystemFile::Use::kWritePrivate);
-}
-
-bool CopyDurably(const std::filesystem::path& source, const std::filesystem::path& aside,
-                 const std::filesystem::path& target)
-{
-    {
-        const SystemFile from(source, SystemFile::Use::kRead);
-        const SystemFile to(aside, SystemFile::Use::kWrite);
-        std::vector<char> block(kCopyBlock);
-        while (const std::size_t count = from.Read(block.data(), block.size()))
-            to.Write(block.data(), count);
-        to.Sync();
-    }
-    const bool made = RenameWithoutReplacing(aside, target);
-    SyncDirectory(target.parent_path());
-    return made;
+    const SystemFile file(path, SystemFile::Use::kWrite);
 }
 
 void WriteDurably(const std::filesystem::path& target, std::string_view content)
@@ -57,7 +41,7 @@ void WriteDurably(const std::filesystem::path& target, std::string_view content)
     std::filesystem::path aside = target;
     aside += ".new";
     {
-        const SystemFile file(aside, SystemFile::Use::kWritePrivate);
+        const SystemFile file(aside, SystemFile::Use::kWrite);
         file.Write(content.data(), content.size());
         file.Sync();
     }
@@ -69,7 +53,7 @@ std::string ReadWhole(const std::filesystem::path& path, std::uintmax_t limit)
 {
     const SystemFile file(path, SystemFile::Use::kRead);
     std::string content;
-    std::vector<char> block(kCopyBlock);
+    std::vector<char> block(kBlockRead);
     while (const std::size_t count = file.Read(block.data(), block.size())) {
         content.append(block.data(), count);
         if (content.size() > limit)

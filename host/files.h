@@ -22,13 +22,8 @@ void MakePrivateFile(const std::filesystem::path& path);
 // does so by itself, nothing is done. Throws a HostError.
 void SyncDirectory(const std::filesystem::path& directory);
 
-// Copies `source` to `target`, which must not exist, in full and flushed: first under `aside` (on the
-// target's file system), then by a rename that never overwrites. False if `target` exists already, which
-// leaves it as it was. Throws a HostError.
-bool CopyDurably(const std::filesystem::path& source, const std::filesystem::path& aside,
-                 const std::filesystem::path& target);
-
-// Writes a small file, for the user alone, in the same way, replacing an older one at once. Throws a HostError.
+// Writes a small file for the user alone, flushed: first beside it, then by a rename that replaces an older one at once.
+// Throws a HostError.
 void WriteDurably(const std::filesystem::path& target, std::string_view content);
 
 // The whole content. Throws a HostError when the file can't be read or is larger than `limit` bytes.

@@ -17,40 +17,6 @@ void Write(const std::filesystem::path& path, const std::string& text)
     std::ofstream(path, std::ios::binary) << text;
 }
 
-TEST(FilesTest, ACopyIsWholeAndLeavesNothingAside)
-{
-    const test::TestDirectory directory;
-    Write(directory / "a", std::string(3'000'000, 'x'));
-
-    EXPECT_TRUE(CopyDurably(directory / "a", directory / "b.part", directory / "b"));
-
-    EXPECT_EQ(std::filesystem::file_size(directory / "b"), 3'000'000U);
-    EXPECT_FALSE(std::filesystem::exists(directory / "b.part"));
-}
-
-TEST(FilesTest, ACopyNeverReplacesAFile)
-{
-    const test::TestDirectory directory;
-    Write(directory / "a", "new");
-    Write(directory / "b", "old");
-
-    EXPECT_FALSE(CopyDurably(directory / "a", directory / "b.part", directory / "b"));
-
-    EXPECT_EQ(ReadWhole(directory / "b", 100), "old");
-    EXPECT_FALSE(std::filesystem::exists(directory / "b.part"));
-}
-
-TEST(FilesTest, WhatAKilledCopyLeftAsideIsWrittenOver)
-{
-    const test::TestDirectory directory;
-    Write(directory / "a", "content");
-    Write(directory / "b.part", "a longer rest of an earlier try");
-
-    EXPECT_TRUE(CopyDurably(directory / "a", directory / "b.part", directory / "b"));
-
-    EXPECT_EQ(ReadWhole(directory / "b", 100), "content");
-}
-
 TEST(FilesTest, AFileIsReplacedAtOnce)
 {
     const test::TestDirectory directory;

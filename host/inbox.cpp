@@ -250,7 +250,7 @@ exchange::ForUs Inbox::Unseal(Transport& transport, const Peer& peer, std::uint6
         exchange::Refuse(ShownPackage(peer, sequence) + " isn't what it was taken for");
     const std::filesystem::path clear = ClearPath(peer.id, sequence);
     exchange::CheckRoom(package.ContentSize(), clear, kLargestPackage, kSpareRoom);
-    const SystemFile file(clear, SystemFile::Use::kWritePrivate);
+    const SystemFile file(clear, SystemFile::Use::kWrite);
     package.Unseal(transport.keys, [&](std::string_view bytes) { file.Write(bytes.data(), bytes.size()); });
     return {package.Label().epoch, sequence, *previous};
 }

@@ -14,9 +14,8 @@ namespace quorvane::host {
 class SystemFile {
 public:
     enum class Use {
-        kRead,          // of a file that exists; others may read, write and rename it meanwhile
-        kWrite,         // a new file, or an older one's content is dropped
-        kWritePrivate,  // the same; a new one is for the user alone
+        kRead,   // of a file that exists; others may read, write and rename it meanwhile
+        kWrite,  // a new file, for the user alone, or an older one's content is dropped
     };
 
     SystemFile(const std::filesystem::path& path, Use use);
@@ -34,9 +33,6 @@ private:
     std::string path_;
     std::intptr_t handle_;
 };
-
-// Renames within one file system, unless there is a file of the new name: false then, and `from` is removed.
-bool RenameWithoutReplacing(const std::filesystem::path& from, const std::filesystem::path& to);
 
 // Renames within one file system, in one step in place of what has the new name.
 void RenameOver(const std::filesystem::path& from, const std::filesystem::path& to);

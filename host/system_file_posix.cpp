@@ -1,10 +1,11 @@
 #include "host/system_file.h"
 
 #include <fcntl.h>
-#include <stdio.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 
 #include "host/errors.h"
 #include "host/files.h"
@@ -18,9 +19,9 @@ int FlagsOf(SystemFile::Use use) noexcept
     return O_CLOEXEC | (use == SystemFile::Use::kRead ? O_RDONLY : O_WRONLY | O_CREAT | O_TRUNC);
 }
 
-int Open(const std::filesystem::path& path, int flags, const char* what, mode_t mode = 0666)
+int Open(const std::filesystem::path& path, int flags, const char* what)
 {
-    const int descriptor = open(path.c_str(), flags, mode);
+    const int descriptor = open(path.c_str(), flags, S_IRUSR | S_IWUSR);
     if (descriptor < 0)
         Fail(what, path.string(), DescribeErrno(errno));
     return descriptor;
@@ -36,8 +37,7 @@ void Flush(int descriptor, const std::string& path)
 
 SystemFile::SystemFile(const std::filesystem::path& path, Use use)
     : path_(path.string()),
-      handle_(Open(path, FlagsOf(use), use == Use::kRead ? "read" : "write",
-                   use == Use::kWritePrivate ? 0600 : 0666))
+      handle_(Open(path, FlagsOf(use), use == Use::kRead ? "read" : "write"))
 {}
 
 SystemFile::~SystemFile()
@@ -67,25 +67,6 @@ void SystemFile::Write(const char* data, std::size_t size) const
 void SystemFile::Sync() const
 {
     Flush(static_cast<int>(handle_), path_);
-}
-
-// Falls back to a link where the file system lacks the rename, as some network shares do.
-bool RenameWithoutReplacing(const std::filesystem::path& from, const std::filesystem::path& to)
-{
-    if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0)
-        return true;
-    if (errno == EINVAL || errno == ENOSYS) {
-        const bool linked = link(from.c_str(), to.c_str()) == 0;
-        const int error = errno;
-        unlink(from.c_str());
-        if (linked)
-            return true;
-        errno = error;
-    }
-    if (errno != EEXIST)
-        Fail("write", to.string(), DescribeErrno(errno));
-    unlink(from.c_str());
-    return false;
 }
 
 void RenameOver(const std::filesystem::path& from, const std::filesystem::path& to)

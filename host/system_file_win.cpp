@@ -67,17 +67,6 @@ void SystemFile::Sync() const
         Fail("flush", path_, DescribeSystemError(GetLastError()));
 }
 
-bool RenameWithoutReplacing(const std::filesystem::path& from, const std::filesystem::path& to)
-{
-    if (MoveFileExW(from.c_str(), to.c_str(), MOVEFILE_WRITE_THROUGH))
-        return true;
-    const DWORD error = GetLastError();
-    if (error != ERROR_ALREADY_EXISTS && error != ERROR_FILE_EXISTS)
-        Fail("write", to.string(), DescribeSystemError(error));
-    DeleteFileW(from.c_str());
-    return false;
-}
-
 void RenameOver(const std::filesystem::path& from, const std::filesystem::path& to)
 {
     if (!MoveFileExW(from.c_str(), to.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH))

@@ -48,7 +48,7 @@ void LaySealed(Transport& transport, std::uint64_t sequence, const std::vector<e
     const PassingFile sealed(aside);
     {
         const auto content = OpenOwnFile(clear);
-        const SystemFile file(aside, SystemFile::Use::kWritePrivate);
+        const SystemFile file(aside, SystemFile::Use::kWrite);
         const exchange::PackageLabel label{transport.keys.Id(), transport.peers.OwnEpoch(), sequence,
                                            exchange::PackageKind::kItems};
         exchange::Seal(transport.keys, label, receivers, *content,
