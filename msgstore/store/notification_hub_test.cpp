@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <functional>
+#include <future>
 
 #include "msgstore/store/test_mailbox.h"
 
@@ -170,22 +172,21 @@ TEST_F(NotificationTest, NoCallComesAfterUnadvise)
 TEST_F(NotificationTest, UnadviseWaitsForTheCallThatGoesOn)
 {
     const ComPtr<IMAPITable> table = ContentsOf(mailbox.Inbox());
-    std::atomic<bool> entered{false};
-    std::atomic<bool> left{false};
+    std::promise<void> entered, go;
     const auto sink = MakeComObject<CActingSink>([&] {
-        entered = true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(100));
-        left = true;
+        entered.set_value();
+        go.get_future().wait();
     });
     ULONG connection = 0;
     ASSERT_EQ(table->Advise(fnevTableModified, sink.Get(), &connection), S_OK);
     mailbox.AddMessage(mailbox.Inbox(), OLESTR("Hello"));
-    while (!entered)
-        std::this_thread::yield();
+    entered.get_future().wait();
 
-    ASSERT_EQ(table->Unadvise(connection), S_OK);
+    auto ended = std::async(std::launch::async, [&] { return table->Unadvise(connection); });
+    EXPECT_EQ(ended.wait_for(std::chrono::milliseconds(100)), std::future_status::timeout);
+    go.set_value();
 
-    EXPECT_TRUE(left);
+    EXPECT_EQ(ended.get(), S_OK);
 }
 
 TEST_F(NotificationTest, ASinkMayEndItsOwnSubscription)
