@@ -18,12 +18,6 @@ namespace {
 
 using host::exchange::DeviceKeys;
 
-std::string BytesOf(const std::filesystem::path& path)
-{
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
 void Overwrite(const std::filesystem::path& path, const std::string& bytes)
 {
     std::filesystem::create_directories(path.parent_path());
@@ -413,7 +407,7 @@ TEST_F(ExchangeTest, AnAcknowledgementThatIsForgedRemovesNothing)
     const auto before = Packages().size();
     host::exchange::Acks acks;
     acks.serial = 1;
-    acks.senders[DeviceOf("alice").Keys().Id()] = {host::exchange::Epoch{}, 99, {}};
+    acks.senders[DeviceOf("alice").Keys().Id()] = {EpochOf(DeviceOf("alice").PackagePath(1)), 99, {}};
     Overwrite(DeviceOf("bob").Home() / "acks", host::exchange::WriteAcks(DeviceKeys{}, acks));
 
     RunOnce("alice");

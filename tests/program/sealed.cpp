@@ -10,8 +10,6 @@ namespace quorvane::test {
 
 using namespace host::exchange;
 
-namespace {
-
 std::string BytesOf(const std::filesystem::path& path)
 {
     std::ifstream file(path, std::ios::binary);
@@ -20,7 +18,11 @@ std::string BytesOf(const std::filesystem::path& path)
     return bytes.str();
 }
 
-}  // namespace
+Epoch EpochOf(const std::filesystem::path& package)
+{
+    const MemorySource source(BytesOf(package));
+    return SealedPackage(source, package.string()).Label().epoch;
+}
 
 DeviceKeys KeysOf(const std::filesystem::path& mailbox)
 {

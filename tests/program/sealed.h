@@ -11,6 +11,12 @@
 
 namespace quorvane::test {
 
+// All of a file; empty when it isn't there.
+std::string BytesOf(const std::filesystem::path& path);
+
+// The epoch that a package that lies in an exchange says it is of.
+host::exchange::Epoch EpochOf(const std::filesystem::path& package);
+
 // The keys of a mailbox's device.
 host::exchange::DeviceKeys KeysOf(const std::filesystem::path& mailbox);
 
