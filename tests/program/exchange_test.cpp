@@ -207,11 +207,13 @@ TEST_F(ExchangeTest, APackageThatIsCopiedOrForgedOpensNothing)
     RunOnce("alice");
     const auto packages = Packages();
     ASSERT_FALSE(packages.empty());
-    const TestDevice stranger(Path("exchange"), DeviceKeys{});
+    TestDevice stranger(Path("exchange"), DeviceKeys{});
     stranger.LayCard("alice");
     for (std::uint64_t sequence = 1; sequence <= packages.size(); ++sequence)
         stranger.Lay(sequence, BytesOf(DeviceOf("alice").PackagePath(sequence)));
     const std::string content = BytesOf(Sample("01-plain"));
+    stranger.sender = DeviceOf("alice").Keys().Id();
+    stranger.epoch = EpochOf(DeviceOf("alice").PackagePath(1));
     Overwrite(DeviceOf("alice").PackagePath(1), stranger.Sealed(1, 0, KeysOf(Mailbox("bob")), content));
 
     const Json counts = RunOnce("bob");
@@ -349,7 +351,8 @@ TEST_F(ExchangeTest, WhatIsNoPlainFileOrTooLargeIsRefusedUnread)
     Overwrite(Path("secret"), "secret");
     std::filesystem::create_directories(dave.Home() / "out");
     ASSERT_EQ(mkfifo(dave.PackagePath(1).c_str(), 0666), 0);
-    std::filesystem::create_symlink(Path("secret"), dave.PackagePath(2));
+    Overwrite(Path("elsewhere"), dave.Sealed(2, 0, KeysOf(Mailbox("bob")), "content"));
+    std::filesystem::create_symlink(Path("elsewhere"), dave.PackagePath(2));
     std::filesystem::create_directory(dave.PackagePath(3));
     Overwrite(dave.PackagePath(4), "");
     std::filesystem::resize_file(dave.PackagePath(4), std::uintmax_t{3} << 30);

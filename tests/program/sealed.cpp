@@ -44,7 +44,9 @@ std::optional<std::string> Open(const std::filesystem::path& package, const Devi
 
 TestDevice::TestDevice(std::filesystem::path exchange, DeviceKeys keys)
     : exchange_(std::move(exchange)), keys_(std::move(keys))
-{}
+{
+    sender = keys_.Id();
+}
 
 std::filesystem::path TestDevice::Home() const
 {
@@ -67,7 +69,7 @@ std::string TestDevice::Sealed(std::uint64_t sequence, std::uint64_t previous, c
                                const std::string& content) const
 {
     std::string package;
-    Seal(keys_, {keys_.Id(), epoch, sequence, PackageKind::kItems},
+    Seal(keys_, {sender, epoch, sequence, PackageKind::kItems},
          {{receiver.Id(), receiver.Sealing(), previous}}, MemorySource(content),
          [&](std::string_view bytes) { package += bytes; });
     return package;

@@ -39,6 +39,7 @@ public:
     void Lay(std::uint64_t sequence, const std::string& package) const;
 
     host::exchange::Epoch epoch{1, 2, 3};
+    host::exchange::DeviceId sender;  // whom its packages name; itself at first
 
 private:
     std::filesystem::path exchange_;
