@@ -20,18 +20,6 @@ ULARGE_INTEGER OffsetOf(std::uint64_t offset) noexcept
     return place;
 }
 
-// The length of the lines before the first blank one; npos when there is none.
-std::size_t HeaderLength(std::string_view mail) noexcept
-{
-    for (std::size_t at = 0; at < mail.size();) {
-        const std::string_view line = mail.substr(at, LineLength(mail.substr(at)));
-        if (IsBlankLine(line))
-            return at;
-        at += line.size();
-    }
-    return std::string_view::npos;
-}
-
 }  // namespace
 
 MailBytes::MailBytes(MailBytes&& other) noexcept
@@ -123,21 +111,20 @@ std::size_t MailBytes::Read(std::uint64_t offset, char* buffer, std::size_t coun
     return done;
 }
 
+// Each byte is looked at once, however long lines are and however late the blank one comes.
 std::string MailBytes::Header() const
 {
-    if (IsInMemory())
-        return memory_.substr(0, HeaderLength(memory_));
     std::string header;
     std::array<char, kHeaderBlock> piece;
-    for (;;) {
-        const std::size_t got = Read(header.size(), piece.data(), piece.size());
+    std::size_t line = 0;  // where the line begins whose end is looked for
+    while (const std::size_t got = Read(header.size(), piece.data(), piece.size())) {
+        std::size_t looked = header.size();
         header.append(piece.data(), got);
-        const std::size_t length = HeaderLength(header);
-        // A blank line may be cut in two where the piece ends.
-        const bool whole = length != std::string::npos && length + 2 <= header.size();
-        if (whole || got == 0)
-            return header.substr(0, length);
+        for (std::size_t end; (end = header.find('\n', looked)) != std::string::npos; line = looked = end + 1)
+            if (IsBlankLine(std::string_view(header).substr(line, end + 1 - line)))
+                return header.substr(0, line);
     }
+    return IsBlankLine(std::string_view(header).substr(line)) ? header.substr(0, line) : header;
 }
 
 std::string MailBytes::Text() const
