@@ -6,6 +6,8 @@
 // lists of those buckets, once, if it lacks something itself. So a package that was lost, refused or wrongly
 // applied costs one comparison; where the two are equal it costs a digest.
 //
+// Nothing is kept between calls: any thread, each with data of its own.
+//
 // A report as bytes, little-endian: 2 length of the folder's id and the id, the digest (folder_digest.h), 1
 // whether it answers lists, 2 number of buckets that are listed, and for each, rising: 1 its number, 4 number
 // of items, and for each by rising id: 2 length of the id and the id, 1 whether its content is there, 4

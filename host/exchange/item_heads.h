@@ -24,6 +24,7 @@
 
 namespace quorvane::host::exchange {
 
+// One thread at a time.
 class ItemHeads {
 public:
     // More are refused. Each device adds one at the most, if it keeps to the rules.
