@@ -1,4 +1,4 @@
-#include "host/program.h"
+#include "host/commands/program.h"
 
 int main(int argc, char** argv)
 {

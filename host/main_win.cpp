@@ -3,8 +3,8 @@
 #include <string>
 #include <vector>
 
-#include "host/errors.h"
-#include "host/program.h"
+#include "host/base/errors.h"
+#include "host/commands/program.h"
 
 namespace {
 

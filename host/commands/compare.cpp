@@ -1,8 +1,8 @@
 #include <set>
 
-#include "host/command.h"
-#include "host/message_content.h"
-#include "host/sharing_rows.h"
+#include "host/commands/command.h"
+#include "host/mailbox/sharing_rows.h"
+#include "host/sharing/message_content.h"
 
 namespace quorvane::host {
 

@@ -1,11 +1,11 @@
 #include <algorithm>
 #include <iterator>
 
-#include "host/command.h"
-#include "host/mail_format.h"
-#include "host/msg_file.h"
-#include "host/path_text.h"
-#include "host/progress.h"
+#include "host/base/path_text.h"
+#include "host/base/progress.h"
+#include "host/commands/command.h"
+#include "host/commands/mail_format.h"
+#include "host/store/msg_file.h"
 
 namespace quorvane::host {
 

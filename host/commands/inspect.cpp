@@ -1,11 +1,11 @@
 #include <map>
 
-#include "host/command.h"
-#include "host/compound_file.h"
-#include "host/message_content.h"
-#include "host/msg_file.h"
-#include "host/path_text.h"
-#include "host/properties.h"
+#include "host/base/compound_file.h"
+#include "host/base/path_text.h"
+#include "host/commands/command.h"
+#include "host/sharing/message_content.h"
+#include "host/store/msg_file.h"
+#include "host/store/properties.h"
 #include "quorvane3/object_model.h"
 
 namespace quorvane::host {

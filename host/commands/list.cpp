@@ -1,6 +1,6 @@
-#include "host/command.h"
-#include "host/properties.h"
-#include "host/sharing_rows.h"
+#include "host/commands/command.h"
+#include "host/mailbox/sharing_rows.h"
+#include "host/store/properties.h"
 
 namespace quorvane::host {
 

@@ -1,8 +1,8 @@
-#include "host/command.h"
+#include "host/base/path_text.h"
+#include "host/commands/command.h"
 #include "host/exchange/error.h"
-#include "host/path_text.h"
-#include "host/pinning.h"
-#include "host/records.h"
+#include "host/mailbox/records.h"
+#include "host/sharing/pinning.h"
 
 namespace quorvane::host {
 

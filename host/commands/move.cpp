@@ -1,5 +1,5 @@
-#include "host/command.h"
-#include "host/properties.h"
+#include "host/commands/command.h"
+#include "host/store/properties.h"
 
 namespace quorvane::host {
 

@@ -1,9 +1,9 @@
 #include <algorithm>
 
-#include "host/command.h"
-#include "host/properties.h"
-#include "host/records.h"
-#include "host/since.h"
+#include "host/commands/command.h"
+#include "host/mailbox/records.h"
+#include "host/sharing/since.h"
+#include "host/store/properties.h"
 
 namespace quorvane::host {
 

@@ -1,6 +1,6 @@
-#include "host/command.h"
-#include "host/pinning.h"
-#include "host/runner.h"
+#include "host/commands/command.h"
+#include "host/sharing/pinning.h"
+#include "host/sharing/runner.h"
 
 namespace quorvane::host {
 

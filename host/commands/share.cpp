@@ -1,12 +1,12 @@
 #include <algorithm>
 
-#include "host/announcement.h"
-#include "host/command.h"
+#include "host/base/path_text.h"
+#include "host/commands/command.h"
 #include "host/exchange/error.h"
-#include "host/path_text.h"
-#include "host/pinning.h"
-#include "host/properties.h"
-#include "host/records.h"
+#include "host/mailbox/records.h"
+#include "host/sharing/announcement.h"
+#include "host/sharing/pinning.h"
+#include "host/store/properties.h"
 
 namespace quorvane::host {
 

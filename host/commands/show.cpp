@@ -1,9 +1,9 @@
 #include <chrono>
 
-#include "host/command.h"
-#include "host/engine.h"
-#include "host/path_text.h"
-#include "host/properties.h"
+#include "host/base/path_text.h"
+#include "host/commands/command.h"
+#include "host/sharing/engine.h"
+#include "host/store/properties.h"
 
 namespace quorvane::host {
 

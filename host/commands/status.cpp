@@ -1,10 +1,10 @@
 #include <algorithm>
 #include <filesystem>
 
-#include "host/command.h"
-#include "host/item_state.h"
-#include "host/peers.h"
-#include "host/records.h"
+#include "host/commands/command.h"
+#include "host/mailbox/peers.h"
+#include "host/mailbox/records.h"
+#include "host/sharing/item_state.h"
 
 namespace quorvane::host {
 

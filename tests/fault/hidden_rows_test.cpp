@@ -6,7 +6,7 @@
 #include <condition_variable>
 #include <mutex>
 
-#include "host/test_mailbox.h"
+#include "host/sharing/test_mailbox.h"
 #include "msgstore/store/test_switches.h"
 
 namespace quorvane::host {

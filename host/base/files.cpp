@@ -1,0 +1,65 @@
+#include "host/base/files.h"
+
+#include <system_error>
+#include <vector>
+
+#include "host/base/errors.h"
+#include "host/base/system_file.h"
+
+namespace quorvane::host {
+
+namespace {
+
+constexpr std::size_t kBlockRead = 1 << 20;
+
+}  // namespace
+
+void MakeDirectory(const std::filesystem::path& directory)
+{
+    std::error_code error;
+    std::filesystem::create_directories(directory, error);
+    if (error)
+        Fail("make the directory", directory.string(), error.message());
+}
+
+void MakePrivateDirectory(const std::filesystem::path& directory)
+{
+    MakeDirectory(directory);
+    std::error_code error;
+    std::filesystem::permissions(directory, std::filesystem::perms::owner_all, error);
+    if (error)
+        Fail("protect the directory", directory.string(), error.message());
+}
+
+void MakePrivateFile(const std::filesystem::path& path)
+{
+    const SystemFile file(path, SystemFile::Use::kWrite);
+}
+
+void WriteDurably(const std::filesystem::path& target, std::string_view content)
+{
+    std::filesystem::path aside = target;
+    aside += ".new";
+    {
+        const SystemFile file(aside, SystemFile::Use::kWrite);
+        file.Write(content.data(), content.size());
+        file.Sync();
+    }
+    RenameOver(aside, target);
+    SyncDirectory(target.parent_path());
+}
+
+std::string ReadWhole(const std::filesystem::path& path, std::uintmax_t limit)
+{
+    const SystemFile file(path, SystemFile::Use::kRead);
+    std::string content;
+    std::vector<char> block(kBlockRead);
+    while (const std::size_t count = file.Read(block.data(), block.size())) {
+        content.append(block.data(), count);
+        if (content.size() > limit)
+            Fail("read", path.string(), "the file is larger than " + std::to_string(limit) + " bytes");
+    }
+    return content;
+}
+
+}  // namespace quorvane::host

@@ -1,0 +1,34 @@
+// host/base/files.h: files that must survive a kill.
+#ifndef QUORVANE_HOST_BASE_FILES_H_
+#define QUORVANE_HOST_BASE_FILES_H_
+
+#include <cstdint>
+#include <filesystem>
+#include <string>
+#include <string_view>
+
+namespace quorvane::host {
+
+// Makes a directory and those above it. Throws a HostError.
+void MakeDirectory(const std::filesystem::path& directory);
+
+// The same; nobody but the user may look into it, whatever the umask, nor into one that was there already.
+void MakePrivateDirectory(const std::filesystem::path& directory);
+
+// Makes an empty file for the user alone, whatever the umask. For a file that isn't there. Throws a HostError.
+void MakePrivateFile(const std::filesystem::path& path);
+
+// Flushes a directory's entries to the disk: a rename in it survives power loss. On Windows, where a rename
+// does so by itself, nothing is done. Throws a HostError.
+void SyncDirectory(const std::filesystem::path& directory);
+
+// Writes a small file for the user alone, flushed: first beside it, then by a rename that replaces an older one at once.
+// Throws a HostError.
+void WriteDurably(const std::filesystem::path& target, std::string_view content);
+
+// The whole content. Throws a HostError when the file can't be read or is larger than `limit` bytes.
+std::string ReadWhole(const std::filesystem::path& path, std::uintmax_t limit);
+
+}  // namespace quorvane::host
+
+#endif  // QUORVANE_HOST_BASE_FILES_H_

@@ -1,0 +1,59 @@
+#include "host/base/files.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+#include "host/base/errors.h"
+#include "host/base/file_lock.h"
+#include "platform/testing/test_directory.h"
+
+namespace quorvane::host {
+
+namespace {
+
+void Write(const std::filesystem::path& path, const std::string& text)
+{
+    std::ofstream(path, std::ios::binary) << text;
+}
+
+TEST(FilesTest, AFileIsReplacedAtOnce)
+{
+    const test::TestDirectory directory;
+    WriteDurably(directory / "a", "one");
+    WriteDurably(directory / "a", "two");
+
+    EXPECT_EQ(ReadWhole(directory / "a", 100), "two");
+}
+
+TEST(FilesTest, AFileLargerThanTheLimitIsRefused)
+{
+    const test::TestDirectory directory;
+    Write(directory / "a", std::string(101, 'x'));
+
+    EXPECT_THROW(ReadWhole(directory / "a", 100), HostError);
+}
+
+TEST(FilesTest, ALockKeepsTheSecondOut)
+{
+    const test::TestDirectory directory;
+    const FileLock first(directory / "lock", "run the mailbox", "a");
+
+    EXPECT_THROW(FileLock(directory / "lock", "run the mailbox", "a"), HostError);
+}
+
+TEST(FilesTest, AFailureNamesTheFileAndTheReason)
+{
+    const test::TestDirectory directory;
+    try {
+        ReadWhole(directory / "none", 100);
+        FAIL();
+    } catch (const HostError& error) {
+        EXPECT_NE(std::string(error.what()).find("none"), std::string::npos);
+        EXPECT_NE(std::string(error.what()).find("No such file"), std::string::npos);
+    }
+}
+
+}  // namespace
+
+}  // namespace quorvane::host

@@ -1,0 +1,83 @@
+// host/base/sqlite.h: the host's own databases: a connection and a statement that own themselves.
+#ifndef QUORVANE_HOST_BASE_SQLITE_H_
+#define QUORVANE_HOST_BASE_SQLITE_H_
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+
+struct sqlite3;
+struct sqlite3_stmt;
+
+namespace quorvane::host {
+
+// One connection. Every failure throws a HostError that names the file. For one thread at a time.
+class Database {
+public:
+    enum class Mode { kOpen, kCreate, kReadOnly };
+
+    Database(const std::string& path, Mode mode);
+
+    // Runs one or more statements without parameters or rows.
+    void Execute(const std::string& sql);
+    const std::string& Path() const noexcept { return path_; }
+    std::int64_t LastRow() const noexcept;
+    int Changes() const noexcept;
+
+private:
+    friend class Statement;
+    struct Close {
+        void operator()(sqlite3* handle) const noexcept;
+    };
+    [[noreturn]] void Fail(const char* what) const;
+
+    std::string path_;
+    std::unique_ptr<sqlite3, Close> handle_;
+};
+
+// A prepared statement with its parameters, counted from 1, and the columns of its present row, from 0.
+class Statement {
+public:
+    Statement(Database& database, const char* sql);
+
+    Statement& Bind(int index, std::string_view text);
+    Statement& Bind(int index, std::int64_t number);
+    Statement& BindNull(int index);
+
+    // True when there is a row.
+    bool Step();
+    // Runs to the end and makes ready for new parameters.
+    void Run();
+    void Reset();
+
+    std::string Text(int column) const;
+    std::int64_t Number(int column) const;
+    double Real(int column) const;
+    bool IsNull(int column) const;
+
+private:
+    struct Finalize {
+        void operator()(sqlite3_stmt* handle) const noexcept;
+    };
+    Database& database_;
+    std::unique_ptr<sqlite3_stmt, Finalize> handle_;
+};
+
+// A transaction that takes the write lock at once and is undone unless committed.
+class Transaction {
+public:
+    explicit Transaction(Database& database);
+    Transaction(const Transaction&) = delete;
+    Transaction& operator=(const Transaction&) = delete;
+    ~Transaction();
+    void Commit();
+
+private:
+    Database& database_;
+    bool open_ = true;
+};
+
+}  // namespace quorvane::host
+
+#endif  // QUORVANE_HOST_BASE_SQLITE_H_

@@ -1,0 +1,79 @@
+#include "host/base/system_file.h"
+
+#include <windows.h>
+
+#include <algorithm>
+
+#include "host/base/errors.h"
+#include "host/base/files.h"
+
+namespace quorvane::host {
+
+namespace {
+
+constexpr std::size_t kMostAtOnce = std::size_t{1} << 30;
+
+HANDLE HandleOf(std::intptr_t handle) noexcept
+{
+    return reinterpret_cast<HANDLE>(handle);
+}
+
+HANDLE Open(const std::filesystem::path& path, SystemFile::Use use)
+{
+    const bool reads = use == SystemFile::Use::kRead;
+    const DWORD sharing = reads ? FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE : FILE_SHARE_READ;
+    HANDLE const handle = CreateFileW(path.c_str(), reads ? GENERIC_READ : GENERIC_WRITE, sharing, nullptr,
+                                      reads ? OPEN_EXISTING : CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (handle == INVALID_HANDLE_VALUE)
+        Fail(reads ? "read" : "write", path.string(), DescribeSystemError(GetLastError()));
+    return handle;
+}
+
+}  // namespace
+
+SystemFile::SystemFile(const std::filesystem::path& path, Use use)
+    : path_(path.string()), handle_(reinterpret_cast<std::intptr_t>(Open(path, use)))
+{}
+
+SystemFile::~SystemFile()
+{
+    CloseHandle(HandleOf(handle_));
+}
+
+std::size_t SystemFile::Read(char* buffer, std::size_t size) const
+{
+    DWORD count = 0;
+    const auto wanted = static_cast<DWORD>(std::min(size, kMostAtOnce));
+    if (!ReadFile(HandleOf(handle_), buffer, wanted, &count, nullptr))
+        Fail("read", path_, DescribeSystemError(GetLastError()));
+    return count;
+}
+
+void SystemFile::Write(const char* data, std::size_t size) const
+{
+    while (size > 0) {
+        DWORD count = 0;
+        const auto wanted = static_cast<DWORD>(std::min(size, kMostAtOnce));
+        if (!WriteFile(HandleOf(handle_), data, wanted, &count, nullptr))
+            Fail("write", path_, DescribeSystemError(GetLastError()));
+        data += count;
+        size -= count;
+    }
+}
+
+void SystemFile::Sync() const
+{
+    if (!FlushFileBuffers(HandleOf(handle_)))
+        Fail("flush", path_, DescribeSystemError(GetLastError()));
+}
+
+void RenameOver(const std::filesystem::path& from, const std::filesystem::path& to)
+{
+    if (!MoveFileExW(from.c_str(), to.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH))
+        Fail("write", to.string(), DescribeSystemError(GetLastError()));
+}
+
+// A rename that is written through needs no more.
+void SyncDirectory(const std::filesystem::path&) {}
+
+}  // namespace quorvane::host

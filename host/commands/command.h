@@ -1,0 +1,57 @@
+// host/commands/command.h: what every command of the program shares.
+#ifndef QUORVANE_HOST_COMMANDS_COMMAND_H_
+#define QUORVANE_HOST_COMMANDS_COMMAND_H_
+
+#include <CLI/CLI.hpp>
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "host/base/errors.h"
+#include "host/base/output.h"
+#include "host/mailbox/mailbox.h"
+#include "host/store/folders.h"
+#include "host/store/profile.h"
+
+namespace quorvane::host {
+
+// The command that the command line chose, run after the whole line was understood.
+using Chosen = std::function<ExitCode()>;
+
+// Each adds its command to the program; when it is chosen, `chosen` gets its work.
+void AddInitCommand(CLI::App& program, Chosen& chosen);
+void AddListCommand(CLI::App& program, Chosen& chosen);
+void AddImportCommand(CLI::App& program, Chosen& chosen);
+void AddExportCommand(CLI::App& program, Chosen& chosen);
+void AddEditCommand(CLI::App& program, Chosen& chosen);
+void AddMoveCommand(CLI::App& program, Chosen& chosen);
+void AddDeleteCommand(CLI::App& program, Chosen& chosen);
+void AddShowCommand(CLI::App& program, Chosen& chosen);
+void AddMembersCommand(CLI::App& program, Chosen& chosen);
+void AddShareCommand(CLI::App& program, Chosen& chosen);
+void AddResendCommand(CLI::App& program, Chosen& chosen);
+void AddCancelCommand(CLI::App& program, Chosen& chosen);
+void AddRunCommand(CLI::App& program, Chosen& chosen);
+void AddCompareCommand(CLI::App& program, Chosen& chosen);
+void AddStatusCommand(CLI::App& program, Chosen& chosen);
+void AddInspectCommand(CLI::App& program, Chosen& chosen);
+
+// The arguments of a command, shared between its parser and its work. Adds `--json` and makes `work(options)`
+// the chosen work; the command's own arguments are added to the returned parser by the caller.
+template <class Options>
+CLI::App* AddCommand(CLI::App& program, Chosen& chosen, const char* name, const char* help,
+                     std::shared_ptr<Options> options, ExitCode (*work)(const Options&))
+{
+    CLI::App* const command = program.add_subcommand(name, help);
+    command->add_flag("--json", options->json, "Print one JSON value instead of text");
+    command->callback([&chosen, options, work] { chosen = [options, work] { return work(*options); }; });
+    return command;
+}
+
+// The entry identifier of an item of `folder` that a user named: by its sharing ID, its entry identifier, or
+// its number in `list`. Throws a HostError.
+std::string FindItem(const Mailbox& mailbox, IMAPIFolder& folder, const std::string& name);
+
+}  // namespace quorvane::host
+
+#endif  // QUORVANE_HOST_COMMANDS_COMMAND_H_

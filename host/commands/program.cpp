@@ -1,0 +1,162 @@
+#include "host/commands/program.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <new>
+#include <numeric>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "host/commands/command.h"
+#include "host/mailbox/sharing_rows.h"
+
+namespace quorvane::host {
+
+namespace {
+
+// Failures are one line on standard error: for people, or one JSON value for programs.
+class ErrorLine {
+public:
+    ErrorLine(int argc, const char* const* argv)
+        : asJson_(std::find(argv, argv + argc, std::string_view("--json")) != argv + argc)
+    {}
+
+    ExitCode Print(const std::string& line, ExitCode code) const
+    {
+        const Json value = {{"error", line}, {"exitCode", static_cast<int>(code)}};
+        const std::string text = asJson_ ? value.dump(-1, ' ', false, Json::error_handler_t::replace)
+                                         : "quorvane: " + Printable(line);
+        std::fprintf(stderr, "%s\n", text.c_str());
+        return code;
+    }
+
+private:
+    bool asJson_;
+};
+
+// How many letters must be put in, left out or replaced to make one word of another.
+std::size_t Distance(std::string_view a, std::string_view b)
+{
+    std::vector<std::size_t> row(b.size() + 1);
+    std::iota(row.begin(), row.end(), std::size_t{0});
+    for (std::size_t i = 0; i < a.size(); ++i) {
+        std::size_t diagonal = std::exchange(row[0], i + 1);
+        for (std::size_t j = 0; j < b.size(); ++j) {
+            const std::size_t replaced = diagonal + (a[i] == b[j] ? 0 : 1);
+            diagonal = row[j + 1];
+            row[j + 1] = std::min({replaced, row[j] + 1, diagonal + 1});
+        }
+    }
+    return row.back();
+}
+
+// What is wrong with a word that stands in a command's place; the nearest command, if one is near.
+std::string UnknownCommand(const CLI::App& program, const std::string& word)
+{
+    std::string nearest;
+    std::size_t least = word.size() / 2 + 1;
+    for (const CLI::App* const command : program.get_subcommands({})) {
+        const std::size_t distance = Distance(word, command->get_name());
+        if (distance >= least)
+            continue;
+        least = distance;
+        nearest = command->get_name();
+    }
+    const std::string line = "there is no command '" + word + "'";
+    return nearest.empty() ? line : line + "; did you mean '" + nearest + "'?";
+}
+
+// The line for a command line that CLI11 refused.
+std::string UsageLine(const CLI::App& program, int argc, const char* const* argv,
+                      const CLI::ParseError& error)
+{
+    const std::string first = argc > 1 ? argv[1] : "";
+    const auto isFirst = [&](const CLI::App* command) { return command->get_name() == first; };
+    const std::vector<const CLI::App*> commands = program.get_subcommands({});
+    const bool isUnknown =
+        !first.empty() && first.front() != '-' && std::none_of(commands.begin(), commands.end(), isFirst);
+    const std::string line = isUnknown ? UnknownCommand(program, first) : std::string(error.what());
+    return line + " (see 'quorvane --help')";
+}
+
+void AddCommands(CLI::App& program, Chosen& chosen)
+{
+    AddInitCommand(program, chosen);
+    AddImportCommand(program, chosen);
+    AddExportCommand(program, chosen);
+    AddListCommand(program, chosen);
+    AddShowCommand(program, chosen);
+    AddMembersCommand(program, chosen);
+    AddShareCommand(program, chosen);
+    AddResendCommand(program, chosen);
+    AddCancelCommand(program, chosen);
+    AddRunCommand(program, chosen);
+    AddEditCommand(program, chosen);
+    AddMoveCommand(program, chosen);
+    AddDeleteCommand(program, chosen);
+    AddCompareCommand(program, chosen);
+    AddStatusCommand(program, chosen);
+    AddInspectCommand(program, chosen);
+}
+
+// Runs the chosen work; every failure becomes one line on standard error.
+ExitCode Work(const Chosen& chosen, const ErrorLine& errors)
+{
+    try {
+        return chosen();
+    } catch (const HostError& error) {
+        return errors.Print(error.what(), error.Code());
+    } catch (const std::bad_alloc&) {
+        return errors.Print("out of memory", ExitCode::kFailed);
+    } catch (const std::exception& error) {
+        return errors.Print(error.what(), ExitCode::kFailed);
+    }
+}
+
+}  // namespace
+
+int RunProgram(int argc, const char* const* argv)
+{
+    CLI::App program{
+        "Shares mail folders between mailboxes through a directory that every member can reach."};
+    program.name("quorvane");
+    program.require_subcommand(1);
+    // An argument that begins with a slash is a path, on Windows too.
+    program.allow_windows_style_options(false);
+    program.footer("Exit codes: 0 done, 1 it failed or differs, 2 wrong usage.");
+    program.set_version_flag("--version", "quorvane " QUORVANE_VERSION);
+    const ErrorLine errors(argc, argv);
+    Chosen chosen;
+    AddCommands(program, chosen);
+    try {
+        program.parse(argc, argv);
+    } catch (const CLI::Success& success) {
+        return program.exit(success);
+    } catch (const CLI::ParseError& error) {
+        return static_cast<int>(errors.Print(UsageLine(program, argc, argv, error), ExitCode::kUsage));
+    }
+    return static_cast<int>(Work(chosen, errors));
+}
+
+std::string FindItem(const Mailbox& mailbox, IMAPIFolder& folder, const std::string& name)
+{
+    const bool isNumber =
+        !name.empty() && name.size() < 10 && name.find_first_not_of("0123456789") == std::string::npos;
+    const std::size_t wanted = isNumber ? std::stoul(name) : 0;
+    const auto rows = ReadSharingRows(mailbox);
+    std::string found;
+    std::size_t number = 0;
+    ForEachItem(folder, [&](const ItemInfo& item) {
+        ++number;
+        const auto row = rows.find(item.entryId);
+        if (isNumber ? number == wanted
+                     : item.entryId == name || (row != rows.end() && row->second.id == name))
+            found = item.entryId;
+    });
+    if (found.empty())
+        Fail("find the item", name, "the folder has no such item");
+    return found;
+}
+
+}  // namespace quorvane::host

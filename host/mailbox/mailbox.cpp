@@ -1,0 +1,170 @@
+#include "host/mailbox/mailbox.h"
+
+#include <cstdio>
+#include <system_error>
+
+#include "host/base/errors.h"
+#include "host/base/files.h"
+#include "host/base/path_text.h"
+#include "host/mailbox/device.h"
+#include "host/mailbox/records.h"
+#include "host/mailbox/sharing_schema.h"
+#include "host/mailbox/user_settings.h"
+#include "host/store/profile.h"
+
+namespace quorvane::host {
+
+namespace {
+
+// Tells this mailbox from a later one of the same name: 16 hexadecimal digits.
+std::string NewInstance()
+{
+    GUID guid{};
+    Check(CoCreateGuid(&guid), "make an identifier for", "the mailbox");
+    char text[17];
+    std::snprintf(text, sizeof text, "%08x%04x%04x", static_cast<unsigned>(guid.Data1), guid.Data2,
+                  guid.Data3);
+    return text;
+}
+
+std::int64_t VersionOf(Database& records)
+{
+    Statement version(records, "PRAGMA user_version");
+    return version.Step() ? version.Number(0) : 0;
+}
+
+std::string TextOf(Database& records, const char* sql)
+{
+    Statement select(records, sql);
+    return select.Step() ? select.Text(0) : std::string();
+}
+
+// Records of an earlier version get the tables of this one; by one process, if several come at once.
+void UpgradeRecords(Database& records, const std::string& directory, const std::filesystem::path& keyFile)
+{
+    if (VersionOf(records) == Records::kVersion)
+        return;
+    Transaction transaction(records);
+    const std::int64_t version = VersionOf(records);
+    if (version < 1 || version > Records::kVersion)
+        Fail("open the mailbox", directory, "host.db is of a version that this program doesn't know");
+    Records::Upgrade(records, version);
+    if (TextOf(records, "SELECT device FROM mailbox").empty())
+        DrawDeviceKeys(keyFile, records);
+    transaction.Commit();
+}
+
+bool IsAbsentOrEmpty(const std::filesystem::path& directory)
+{
+    std::error_code error;
+    if (!std::filesystem::exists(directory, error))
+        return true;
+    return std::filesystem::is_directory(directory, error) && std::filesystem::is_empty(directory, error) &&
+           !error;
+}
+
+}  // namespace
+
+Mailbox::Mailbox(const std::string& directory)
+{
+    std::error_code error;
+    directory_ = std::filesystem::absolute(PathOf(directory), error).lexically_normal();
+}
+
+Mailbox Mailbox::Create(const std::string& directory, const std::string& name)
+{
+    Mailbox mailbox(directory);
+    if (!IsMemberName(name))
+        throw HostError("cannot make the mailbox '" + directory + "': '" + name +
+                            "' is no member name (letters, digits, '.', '-', '_' and '@', at most 64)",
+                        ExitCode::kUsage);
+    if (!IsAbsentOrEmpty(mailbox.directory_))
+        Fail("make the mailbox", directory, "the directory exists and is not empty");
+    for (const auto& part :
+         {mailbox.directory_, mailbox.PackagesPath(), mailbox.InboxPath(), mailbox.LogPath().parent_path()})
+        MakePrivateDirectory(part);
+    // SQLite's own files beside a database may be read by whoever may read that.
+    MakePrivateFile(mailbox.SharingDatabasePath());
+    mailbox.name_ = name;
+    mailbox.instance_ = NewInstance();
+
+    Database(mailbox.SharingDatabasePath().string(), Database::Mode::kCreate).Execute(kSharingSchema);
+    SelectSettings(mailbox);
+    MakeSettings(mailbox);
+    MakeProfile(mailbox.StorePath(), name);
+
+    // Last: a directory with this file in it is a mailbox.
+    MakePrivateFile(mailbox.HostDatabasePath());
+    Database records(mailbox.HostDatabasePath().string(), Database::Mode::kCreate);
+    Transaction transaction(records);
+    Records::CreateTables(records, name, mailbox.instance_);
+    DrawDeviceKeys(mailbox.KeyPath(), records);
+    mailbox.device_ = TextOf(records, "SELECT device FROM mailbox");
+    transaction.Commit();
+    return mailbox;
+}
+
+Mailbox Mailbox::Open(const std::string& directory)
+{
+    std::error_code error;
+    Mailbox mailbox(directory);
+    if (!std::filesystem::is_directory(mailbox.directory_, error))
+        Fail("open the mailbox", directory, "no such directory");
+    if (!std::filesystem::exists(mailbox.HostDatabasePath(), error))
+        Fail("open the mailbox", directory, "the directory is no mailbox (make one with 'quorvane init')");
+    if (!std::filesystem::exists(mailbox.StorePath(), error))
+        Fail("open the mailbox", directory, "its message store is missing");
+    // Mailboxes of earlier versions could be read by others.
+    std::filesystem::permissions(mailbox.directory_, std::filesystem::perms::owner_all, error);
+    Database records(mailbox.HostDatabasePath().string(), Database::Mode::kOpen);
+    UpgradeRecords(records, directory, mailbox.KeyPath());
+    Statement own(records, "SELECT name, instance, device FROM mailbox");
+    if (!own.Step())
+        Fail("open the mailbox", directory, "host.db holds no name");
+    mailbox.name_ = own.Text(0);
+    mailbox.instance_ = own.Text(1);
+    mailbox.device_ = own.Text(2);
+    own.Reset();
+    mailbox.CheckSharingDatabase();
+    mailbox.UseSettings(records);
+    return mailbox;
+}
+
+void Mailbox::CheckSharingDatabase() const
+{
+    Database database(SharingDatabasePath().string(), Database::Mode::kOpen);
+    for (const char* table :
+         {"tblItem", "tblStorageFiles", "tblUnfinishedReceiveJob", "tblUnfinishedResendJob"}) {
+        Statement find(database, "SELECT 1 FROM sqlite_master WHERE type = 'table' AND name = ?");
+        if (!find.Bind(1, table).Step())
+            Fail("open the sharing database", SharingDatabasePath().string(),
+                 std::string("it has no table ") + table);
+    }
+}
+
+// A mailbox that was moved, or comes from another system, gets its settings here; one process at a time makes
+// them.
+void Mailbox::UseSettings(Database& records) const
+{
+    SelectSettings(*this);
+    if (AreSettingsMade(*this) && HasProfile(StorePath()))
+        return;
+    Transaction transaction(records);
+    if (!AreSettingsMade(*this))
+        MakeSettings(*this);
+    if (!HasProfile(StorePath()))
+        MakeProfile(StorePath(), name_);
+    transaction.Commit();
+}
+
+Database Mailbox::OpenSharingDatabase() const
+{
+    return Database(SharingDatabasePath().string(), Database::Mode::kOpen);
+}
+
+std::unique_ptr<FileLock> Mailbox::LockForRun() const
+{
+    return std::make_unique<FileLock>(directory_ / "run.lock", "run the mailbox", directory_.string());
+}
+
+}  // namespace quorvane::host

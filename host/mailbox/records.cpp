@@ -1,0 +1,754 @@
+#include "host/mailbox/records.h"
+
+#include <algorithm>
+#include <iterator>
+#include <map>
+#include <set>
+
+#include "host/base/errors.h"
+
+namespace quorvane::host {
+
+namespace {
+
+constexpr char kSchema[] = R"sql(
+CREATE TABLE mailbox (name TEXT NOT NULL, instance TEXT NOT NULL);
+CREATE TABLE share (
+    folder_id TEXT PRIMARY KEY,
+    entry_id TEXT NOT NULL UNIQUE,
+    store_id TEXT NOT NULL,
+    name TEXT NOT NULL);
+CREATE TABLE member (
+    folder_id TEXT NOT NULL REFERENCES share(folder_id),
+    name TEXT NOT NULL,
+    announced INTEGER NOT NULL,
+    PRIMARY KEY (folder_id, name));
+CREATE TABLE item (
+    id TEXT PRIMARY KEY,
+    folder_id TEXT NOT NULL,
+    stamp INTEGER NOT NULL,
+    member TEXT NOT NULL,
+    deleted INTEGER NOT NULL,
+    modified INTEGER NOT NULL);
+CREATE INDEX item_folder ON item (folder_id);
+CREATE TABLE outgoing (
+    number INTEGER PRIMARY KEY AUTOINCREMENT,
+    path TEXT NOT NULL UNIQUE,
+    recipients TEXT NOT NULL,
+    planned INTEGER NOT NULL DEFAULT 0);
+CREATE TABLE delivery (
+    package INTEGER NOT NULL REFERENCES outgoing(number),
+    member TEXT NOT NULL,
+    sequence INTEGER NOT NULL,
+    PRIMARY KEY (package, member));
+CREATE TABLE sequence (member TEXT PRIMARY KEY, last INTEGER NOT NULL);
+CREATE TABLE received (sender TEXT PRIMARY KEY, last INTEGER NOT NULL);
+)sql";
+
+// From version 1 on: `told` is of how many members, this mailbox included, a member knows; `due` that it is to be
+// told of the others.
+constexpr char kUpgradeFrom1[] = R"sql(
+ALTER TABLE member ADD COLUMN told INTEGER NOT NULL DEFAULT 0;
+ALTER TABLE member ADD COLUMN due INTEGER NOT NULL DEFAULT 0;
+UPDATE member AS own SET told = (SELECT count(*) + 1 FROM member WHERE folder_id = own.folder_id)
+    WHERE announced = 1;
+CREATE TABLE resend (
+    number INTEGER PRIMARY KEY AUTOINCREMENT,
+    folder_id TEXT NOT NULL REFERENCES share(folder_id),
+    member TEXT NOT NULL,
+    scope INTEGER NOT NULL,
+    since INTEGER NOT NULL,
+    cancelled INTEGER NOT NULL DEFAULT 0,
+    done INTEGER NOT NULL DEFAULT 0,
+    total INTEGER NOT NULL DEFAULT 0,
+    per_second INTEGER NOT NULL DEFAULT 0,
+    UNIQUE (folder_id, member));
+CREATE TABLE given (
+    resend INTEGER NOT NULL REFERENCES resend(number),
+    item TEXT NOT NULL,
+    PRIMARY KEY (resend, item)) WITHOUT ROWID;
+CREATE TABLE unsent (
+    item TEXT PRIMARY KEY,
+    folder_id TEXT NOT NULL,
+    subject TEXT NOT NULL,
+    reason TEXT NOT NULL);
+INSERT INTO resend (folder_id, member, scope, since) SELECT folder_id, name, 1, 0 FROM member WHERE announced = 0;
+)sql";
+
+// From version 2 on: members have devices (peers.h). What lay in the exchange in clear isn't read any more, so all
+// members are sent their folders once more. A package that was taken is planned anew.
+constexpr char kUpgradeFrom2[] = R"sql(
+ALTER TABLE mailbox ADD COLUMN device TEXT NOT NULL DEFAULT '';
+ALTER TABLE mailbox ADD COLUMN epoch TEXT NOT NULL DEFAULT '';
+ALTER TABLE mailbox ADD COLUMN sequence INTEGER NOT NULL DEFAULT 0;
+ALTER TABLE mailbox ADD COLUMN acks_serial INTEGER NOT NULL DEFAULT 0;
+ALTER TABLE mailbox ADD COLUMN exchange TEXT NOT NULL DEFAULT '';
+CREATE TABLE device (
+    id TEXT PRIMARY KEY,
+    member TEXT NOT NULL,
+    card TEXT NOT NULL DEFAULT '',
+    introducer TEXT NOT NULL DEFAULT '',
+    how TEXT NOT NULL,
+    pinned INTEGER NOT NULL,
+    heard INTEGER NOT NULL DEFAULT 0,
+    sent INTEGER NOT NULL DEFAULT 0,
+    acked INTEGER NOT NULL DEFAULT 0,
+    acks_serial INTEGER NOT NULL DEFAULT 0,
+    remade INTEGER NOT NULL DEFAULT 0,
+    epoch TEXT NOT NULL DEFAULT '',
+    applied INTEGER NOT NULL DEFAULT 0,
+    over TEXT NOT NULL DEFAULT '',
+    gap_first INTEGER NOT NULL DEFAULT 0,
+    gap_last INTEGER NOT NULL DEFAULT 0,
+    gap_since INTEGER NOT NULL DEFAULT 0,
+    asked INTEGER NOT NULL DEFAULT 0);
+CREATE INDEX device_member ON device (member);
+CREATE TABLE incoming (
+    device TEXT NOT NULL,
+    sequence INTEGER NOT NULL,
+    state INTEGER NOT NULL,
+    reason TEXT NOT NULL,
+    since INTEGER NOT NULL,
+    PRIMARY KEY (device, sequence));
+CREATE TABLE stranger (
+    device TEXT PRIMARY KEY,
+    name TEXT NOT NULL,
+    packages INTEGER NOT NULL,
+    since INTEGER NOT NULL);
+DROP TABLE delivery;
+DROP TABLE sequence;
+DROP TABLE received;
+CREATE TABLE delivery (
+    sequence INTEGER NOT NULL,
+    device TEXT NOT NULL,
+    previous INTEGER NOT NULL,
+    PRIMARY KEY (sequence, device));
+ALTER TABLE outgoing ADD COLUMN sequence INTEGER NOT NULL DEFAULT 0;
+ALTER TABLE outgoing ADD COLUMN laid INTEGER NOT NULL DEFAULT 0;
+UPDATE outgoing SET planned = 0;
+DELETE FROM given WHERE resend IN (SELECT number FROM resend JOIN member USING (folder_id)
+    WHERE resend.member = member.name AND announced = 1);
+INSERT OR REPLACE INTO resend (folder_id, member, scope, since) SELECT folder_id, name, 3, 0 FROM member
+    WHERE announced = 1;
+UPDATE member SET told = 0, due = 1 WHERE announced = 1;
+)sql";
+
+// Each brings the records from the version that is its place, counted from 1, to the next.
+constexpr const char* kUpgrades[] = {kUpgradeFrom1, kUpgradeFrom2};
+static_assert(std::size(kUpgrades) + 1 == Records::kVersion);
+
+// Whether a row of `device` stands for a member in the folder ?1: the user says so, or somebody who could read the
+// folder anyway.
+#define QV_STANDS_FOR_HIM                                                                                     \
+    "card <> '' AND (introducer = '' OR EXISTS (SELECT 1 FROM member AS other WHERE other.folder_id = ?1 AND " \
+    "other.name = introducer))"
+
+Share ReadShare(const Statement& row)
+{
+    return {row.Text(0), row.Text(1), row.Text(2), row.Text(3)};
+}
+
+std::optional<Share> FindOneShare(Database& database, const char* sql, const std::string& key)
+{
+    Statement select(database, sql);
+    if (!select.Bind(1, key).Step())
+        return std::nullopt;
+    return ReadShare(select);
+}
+
+ItemRecord ReadItemRecord(const Statement& row)
+{
+    return {row.Text(0),
+            row.Text(1),
+            {static_cast<std::uint64_t>(row.Number(2)), row.Text(3)},
+            row.Number(4) != 0,
+            static_cast<std::uint64_t>(row.Number(5))};
+}
+
+std::vector<std::string> ReadNames(Statement& select)
+{
+    std::vector<std::string> names;
+    while (select.Step())
+        names.push_back(select.Text(0));
+    return names;
+}
+
+// A member of a folder who doesn't know of all its members is told when anything passes between it and this mailbox.
+void NoteTraffic(Database& database, const std::string& folderId, const std::string& member)
+{
+    Statement(database,
+              "UPDATE member AS own SET due = 1 WHERE folder_id = ? AND name = ? AND announced = 1 AND told < "
+              "(SELECT count(*) + 1 FROM member WHERE folder_id = own.folder_id)")
+        .Bind(1, folderId)
+        .Bind(2, member)
+        .Run();
+}
+
+void NoteAnnounced(Database& database, const PackagePlan& plan, const std::string& member)
+{
+    Statement(database,
+              "UPDATE member SET announced = 1, due = 0, told = max(told, ?) WHERE folder_id = ? AND name = ?")
+        .Bind(1, static_cast<std::int64_t>(plan.membersNamed))
+        .Bind(2, plan.announcedFolder)
+        .Bind(3, member)
+        .Run();
+}
+
+// What a member gets isn't owed to it any more.
+void NoteGiven(Database& database, const PackagePlan& plan, const std::string& member)
+{
+    std::map<std::string, std::int64_t> resends;  // of this member, by folder
+    Statement find(database, "SELECT folder_id, number FROM resend WHERE member = ?");
+    find.Bind(1, member);
+    while (find.Step())
+        resends.emplace(find.Text(0), find.Number(1));
+    std::set<std::string> folders;
+    Statement give(database, "INSERT OR IGNORE INTO given (resend, item) VALUES (?, ?)");
+    for (const PackagePlan::Item& item : plan.items) {
+        if (const auto resend = resends.find(item.folderId); resend != resends.end())
+            give.Bind(1, resend->second).Bind(2, item.id).Run();
+        if (folders.insert(item.folderId).second)
+            NoteTraffic(database, item.folderId, member);
+    }
+}
+
+constexpr char kSelectResend[] =
+    "SELECT number, folder_id, member, scope, since, cancelled, done, total, per_second FROM resend";
+
+std::vector<ResendRecord> ReadResends(Statement&& select)
+{
+    std::vector<ResendRecord> resends;
+    while (select.Step())
+        resends.push_back({select.Number(0), select.Text(1), select.Text(2),
+                           static_cast<ResendScope>(select.Number(3)),
+                           static_cast<std::uint64_t>(select.Number(4)), select.Number(5) != 0, select.Number(6),
+                           select.Number(7), select.Number(8)});
+    return resends;
+}
+
+std::optional<ResendRecord> First(const std::vector<ResendRecord>& resends)
+{
+    return resends.empty() ? std::nullopt : std::optional(resends.front());
+}
+
+std::optional<ResendRecord> FindOneResend(Database& database, const std::string& folderId,
+                                          const std::string& member)
+{
+    Statement select(database, (std::string(kSelectResend) + " WHERE folder_id = ? AND member = ?").c_str());
+    return First(ReadResends(std::move(select.Bind(1, folderId).Bind(2, member))));
+}
+
+void ForgetResend(Database& database, std::int64_t number)
+{
+    Statement(database, "DELETE FROM given WHERE resend = ?").Bind(1, number).Run();
+    Statement(database, "DELETE FROM resend WHERE number = ?").Bind(1, number).Run();
+}
+
+// One that sends less than an unfinished one before takes that one up: what that one owed is still owed.
+void PutResend(Database& database, ResendRecord wanted)
+{
+    const auto before = FindOneResend(database, wanted.folderId, wanted.member);
+    const bool owesAll = before && before->scope == ResendScope::kEverything && before->since == 0;
+    const bool owesMost = before && before->scope == ResendScope::kAgain;
+    if (before && (owesMost || wanted.scope != ResendScope::kEverything || (owesAll && wanted.since != 0))) {
+        Statement(database, "UPDATE resend SET cancelled = 0 WHERE number = ?").Bind(1, before->number).Run();
+        return;
+    }
+    if (before)
+        ForgetResend(database, before->number);
+    Statement(database, "INSERT INTO resend (folder_id, member, scope, since) VALUES (?, ?, ?, ?)")
+        .Bind(1, wanted.folderId)
+        .Bind(2, wanted.member)
+        .Bind(3, static_cast<std::int64_t>(wanted.scope))
+        .Bind(4, static_cast<std::int64_t>(wanted.since))
+        .Run();
+}
+
+// The number of a package that is for at least one device; 0 when it is for none.
+std::uint64_t NumberPackage(Database& database, const std::vector<std::string>& devices)
+{
+    if (devices.empty())
+        return 0;
+    Statement(database, "UPDATE mailbox SET sequence = sequence + 1").Run();
+    Statement select(database, "SELECT sequence FROM mailbox");
+    if (!select.Step())
+        Fail("number a package of", database.Path(), "the mailbox's own row is missing");
+    const std::int64_t sequence = select.Number(0);
+    Statement note(database, "INSERT INTO delivery (sequence, device, previous) SELECT ?, id, sent FROM device WHERE id = ?");
+    Statement raise(database, "UPDATE device SET sent = ? WHERE id = ?");
+    for (const std::string& device : devices) {
+        note.Bind(1, sequence).Bind(2, device).Run();
+        raise.Bind(1, sequence).Bind(2, device).Run();
+    }
+    return static_cast<std::uint64_t>(sequence);
+}
+
+std::vector<std::string> ReachableDevices(Database& database, const std::string& folderId, const std::string& member)
+{
+    Statement select(database, "SELECT id FROM device WHERE member = ?2 AND " QV_STANDS_FOR_HIM " ORDER BY id");
+    return ReadNames(select.Bind(1, folderId).Bind(2, member));
+}
+
+// Those of a member's that may have all of a package.
+std::vector<std::string> ReceiversOf(Database& database, const PackagePlan& plan, const std::string& member)
+{
+    std::set<std::string> folders;
+    for (const PackagePlan::Item& item : plan.items)
+        folders.insert(item.folderId);
+    if (!plan.announcedFolder.empty() || folders.empty())
+        folders.insert(plan.announcedFolder);
+    std::vector<std::string> devices = ReachableDevices(database, *folders.begin(), member);
+    for (const std::string& folder : folders) {
+        const std::vector<std::string> allowed = ReachableDevices(database, folder, member);
+        std::erase_if(devices, [&](const std::string& device) {
+            return std::find(allowed.begin(), allowed.end(), device) == allowed.end();
+        });
+    }
+    return devices;
+}
+
+// A package passes a member by who has no device yet: what was made here is owed to him.
+void NoteOwed(Database& database, const PackagePlan& plan, const std::string& member)
+{
+    std::set<std::string> folders;
+    for (const PackagePlan::Item& item : plan.items)
+        if (folders.insert(item.folderId).second)
+            PutResend(database, {0, item.folderId, member, ResendScope::kOwn});
+}
+
+void NotePlan(Database& database, std::int64_t package, const PackagePlan& plan)
+{
+    std::vector<std::string> devices;
+    for (const std::string& member : plan.members) {
+        const std::vector<std::string> his = ReceiversOf(database, plan, member);
+        devices.insert(devices.end(), his.begin(), his.end());
+        if (his.empty()) {
+            NoteOwed(database, plan, member);
+            continue;
+        }
+        NoteGiven(database, plan, member);
+        NoteAnnounced(database, plan, member);
+    }
+    Statement forget(database, "DELETE FROM unsent WHERE item = ?");
+    for (const PackagePlan::Item& item : plan.items)
+        forget.Bind(1, item.id).Run();
+    Statement(database, "UPDATE outgoing SET planned = 1, sequence = ? WHERE number = ?")
+        .Bind(1, static_cast<std::int64_t>(NumberPackage(database, devices)))
+        .Bind(2, package)
+        .Run();
+}
+
+}  // namespace
+
+// Takes the lock, and has what is written under it flushed to the disk.
+class Records::Durable {
+public:
+    explicit Durable(Records& records) : lock_(records.mutex_), database_(records.database_)
+    {
+        database_.Execute("PRAGMA synchronous=FULL");
+    }
+    Durable(const Durable&) = delete;
+    Durable& operator=(const Durable&) = delete;
+    ~Durable()
+    {
+        try {
+            database_.Execute("PRAGMA synchronous=NORMAL");
+        } catch (...) {
+            // Then everything is flushed, which is slower and no less safe.
+        }
+    }
+
+private:
+    std::lock_guard<std::mutex> lock_;
+    Database& database_;
+};
+
+Records::Records(const std::string& path) : database_(path, Database::Mode::kOpen)
+{
+    database_.Execute("PRAGMA synchronous=NORMAL");
+}
+
+void Records::CreateTables(Database& database, const std::string& name, const std::string& instance)
+{
+    database.Execute(kSchema);
+    Upgrade(database, 1);
+    Statement(database, "INSERT INTO mailbox (name, instance) VALUES (?, ?)")
+        .Bind(1, name)
+        .Bind(2, instance)
+        .Run();
+}
+
+void Records::Upgrade(Database& database, std::int64_t version)
+{
+    for (; version < kVersion; ++version)
+        database.Execute(kUpgrades[version - 1]);
+    database.Execute("PRAGMA user_version = " + std::to_string(kVersion));
+}
+
+std::vector<Share> Records::Shares()
+{
+    const std::lock_guard lock(mutex_);
+    Statement select(database_, "SELECT folder_id, entry_id, store_id, name FROM share ORDER BY folder_id");
+    std::vector<Share> shares;
+    while (select.Step())
+        shares.push_back(ReadShare(select));
+    return shares;
+}
+
+std::optional<Share> Records::FindShare(const std::string& folderId)
+{
+    const std::lock_guard lock(mutex_);
+    return FindOneShare(
+        database_, "SELECT folder_id, entry_id, store_id, name FROM share WHERE folder_id = ?", folderId);
+}
+
+std::optional<Share> Records::FindShareByEntryId(const std::string& entryId)
+{
+    const std::lock_guard lock(mutex_);
+    return FindOneShare(database_, "SELECT folder_id, entry_id, store_id, name FROM share WHERE entry_id = ?",
+                        entryId);
+}
+
+void Records::AddShare(const Share& share)
+{
+    const Durable durable(*this);
+    Statement(database_, "INSERT INTO share (folder_id, entry_id, store_id, name) VALUES (?, ?, ?, ?)")
+        .Bind(1, share.folderId)
+        .Bind(2, share.entryId)
+        .Bind(3, share.storeId)
+        .Bind(4, share.name)
+        .Run();
+}
+
+std::vector<std::string> Records::Members(const std::string& folderId)
+{
+    const std::lock_guard lock(mutex_);
+    Statement select(database_, "SELECT name FROM member WHERE folder_id = ? ORDER BY name");
+    return ReadNames(select.Bind(1, folderId));
+}
+
+std::vector<std::string> Records::Members(const std::string& folderId, bool announced)
+{
+    const std::lock_guard lock(mutex_);
+    Statement select(database_,
+                     "SELECT name FROM member WHERE folder_id = ? AND announced = ? ORDER BY name");
+    return ReadNames(select.Bind(1, folderId).Bind(2, std::int64_t{announced}));
+}
+
+std::vector<std::string> Records::MembersToTell(const std::string& folderId)
+{
+    const std::lock_guard lock(mutex_);
+    Statement select(database_,
+                     "SELECT name FROM member WHERE folder_id = ?1 AND (announced = 0 OR due = 1) AND EXISTS (SELECT "
+                     "1 FROM device WHERE device.member = member.name AND " QV_STANDS_FOR_HIM ") ORDER BY name");
+    return ReadNames(select.Bind(1, folderId));
+}
+
+bool Records::IsMember(const std::string& folderId, const std::string& name)
+{
+    const std::lock_guard lock(mutex_);
+    Statement select(database_, "SELECT 1 FROM member WHERE folder_id = ? AND name = ?");
+    return select.Bind(1, folderId).Bind(2, name).Step();
+}
+
+std::int64_t Records::CountFoldersAndMembers()
+{
+    const std::lock_guard lock(mutex_);
+    Statement select(database_, "SELECT (SELECT count(*) FROM share) + (SELECT count(*) FROM member)");
+    return select.Step() ? select.Number(0) : 0;
+}
+
+bool Records::AddMember(const std::string& folderId, const std::string& name)
+{
+    const Durable durable(*this);
+    Transaction transaction(database_);
+    Statement(database_, "INSERT OR IGNORE INTO member (folder_id, name, announced) VALUES (?, ?, 0)")
+        .Bind(1, folderId)
+        .Bind(2, name)
+        .Run();
+    const bool isNew = database_.Changes() > 0;
+    if (isNew)
+        PutResend(database_, {0, folderId, name, ResendScope::kEverything, 0});
+    transaction.Commit();
+    return isNew;
+}
+
+void Records::LearnMembers(const std::string& folderId, const std::vector<std::string>& names, bool owesOwn)
+{
+    const Durable durable(*this);
+    Transaction transaction(database_);
+    for (const std::string& name : names) {
+        Statement(database_, "INSERT OR IGNORE INTO member (folder_id, name, announced) VALUES (?, ?, 1)")
+            .Bind(1, folderId)
+            .Bind(2, name)
+            .Run();
+        if (database_.Changes() > 0 && owesOwn)
+            PutResend(database_, {0, folderId, name, ResendScope::kOwn});
+    }
+    for (const std::string& name : names)
+        Statement(database_, "UPDATE member SET told = max(told, ?) WHERE folder_id = ? AND name = ?")
+            .Bind(1, static_cast<std::int64_t>(names.size() + 1))
+            .Bind(2, folderId)
+            .Bind(3, name)
+            .Run();
+    transaction.Commit();
+}
+
+void Records::NoteHeardFrom(const std::string& folderId, const std::string& member)
+{
+    const std::lock_guard lock(mutex_);
+    NoteTraffic(database_, folderId, member);
+}
+
+std::optional<ItemRecord> Records::FindItem(const std::string& id)
+{
+    const std::lock_guard lock(mutex_);
+    Statement select(database_,
+                     "SELECT id, folder_id, stamp, member, deleted, modified FROM item WHERE id = ?");
+    if (!select.Bind(1, id).Step())
+        return std::nullopt;
+    return ReadItemRecord(select);
+}
+
+std::vector<ItemRecord> Records::ItemsOf(const std::string& folderId)
+{
+    const std::lock_guard lock(mutex_);
+    Statement select(database_,
+                     "SELECT id, folder_id, stamp, member, deleted, modified FROM item "
+                     "WHERE folder_id = ? AND deleted = 0");
+    select.Bind(1, folderId);
+    std::vector<ItemRecord> items;
+    while (select.Step())
+        items.push_back(ReadItemRecord(select));
+    return items;
+}
+
+void Records::PutItem(const ItemRecord& item)
+{
+    const std::lock_guard lock(mutex_);
+    Statement(database_,
+              "INSERT OR REPLACE INTO item (id, folder_id, stamp, member, deleted, modified) VALUES (?, ?, "
+              "?, ?, ?, ?)")
+        .Bind(1, item.id)
+        .Bind(2, item.folderId)
+        .Bind(3, static_cast<std::int64_t>(item.version.stamp))
+        .Bind(4, item.version.member)
+        .Bind(5, std::int64_t{item.deleted})
+        .Bind(6, static_cast<std::int64_t>(item.modified))
+        .Run();
+}
+
+void Records::SetModified(const std::string& id, std::uint64_t modified)
+{
+    const std::lock_guard lock(mutex_);
+    Statement(database_, "UPDATE item SET modified = ? WHERE id = ?")
+        .Bind(1, static_cast<std::int64_t>(modified))
+        .Bind(2, id)
+        .Run();
+}
+
+std::int64_t Records::AddOutgoing(const std::string& path, const std::string& recipients)
+{
+    const Durable durable(*this);
+    Statement(database_, "INSERT OR IGNORE INTO outgoing (path, recipients) VALUES (?, ?)")
+        .Bind(1, path)
+        .Bind(2, recipients)
+        .Run();
+    Statement select(database_, "SELECT number FROM outgoing WHERE path = ?");
+    select.Bind(1, path).Step();
+    return select.Number(0);
+}
+
+std::vector<OutgoingPackage> Records::Outgoing()
+{
+    const std::lock_guard lock(mutex_);
+    Statement select(database_,
+                     "SELECT number, path, recipients, planned, sequence, laid FROM outgoing ORDER BY number");
+    std::vector<OutgoingPackage> packages;
+    while (select.Step())
+        packages.push_back({select.Number(0), select.Text(1), select.Text(2), select.Number(3) != 0,
+                            static_cast<std::uint64_t>(select.Number(4)), select.Number(5) != 0});
+    return packages;
+}
+
+void Records::PlanPackage(std::int64_t package, const PackagePlan& plan)
+{
+    const Durable durable(*this);
+    Transaction transaction(database_);
+    Statement planned(database_, "SELECT planned FROM outgoing WHERE number = ?");
+    if (!planned.Bind(1, package).Step() || planned.Number(0) != 0)
+        return;
+    planned.Reset();
+    NotePlan(database_, package, plan);
+    transaction.Commit();
+}
+
+bool Records::IsPlanned(std::int64_t package)
+{
+    const std::lock_guard lock(mutex_);
+    Statement select(database_, "SELECT planned FROM outgoing WHERE number = ?");
+    return select.Bind(1, package).Step() && select.Number(0) != 0;
+}
+
+void Records::NoteLaid(std::int64_t package)
+{
+    const Durable durable(*this);
+    Statement(database_, "UPDATE outgoing SET laid = 1 WHERE number = ?").Bind(1, package).Run();
+}
+
+void Records::FinishOutgoing(std::int64_t package)
+{
+    const Durable durable(*this);
+    Statement(database_, "DELETE FROM outgoing WHERE number = ?").Bind(1, package).Run();
+}
+
+bool Records::IsReachable(const std::string& folderId, const std::string& member)
+{
+    const std::lock_guard lock(mutex_);
+    return !ReachableDevices(database_, folderId, member).empty();
+}
+
+std::vector<std::string> Records::DevicesOf(const std::string& member)
+{
+    const std::lock_guard lock(mutex_);
+    Statement select(database_, "SELECT id FROM device WHERE member = ? AND introducer = '' ORDER BY id");
+    return ReadNames(select.Bind(1, member));
+}
+
+void Records::Introduce(const std::string& member, const std::string& device, const std::string& by,
+                        std::uint64_t now)
+{
+    const Durable durable(*this);
+    Statement(database_,
+              "INSERT OR IGNORE INTO device (id, member, introducer, how, pinned) SELECT ?1, ?2, ?3, 'introduced by ' "
+              "|| ?3, ?4 WHERE NOT EXISTS (SELECT 1 FROM device WHERE member = ?2) AND (SELECT count(*) FROM device) "
+              "< ?5 AND NOT EXISTS (SELECT 1 FROM mailbox WHERE name = ?2 OR device = ?1) AND EXISTS (SELECT 1 FROM "
+              "device WHERE member = ?3 AND introducer = '')")
+        .Bind(1, device)
+        .Bind(2, member)
+        .Bind(3, by)
+        .Bind(4, static_cast<std::int64_t>(now))
+        .Bind(5, kMostKnownDevices)
+        .Run();
+}
+
+void Records::AddResend(const std::string& folderId, const std::string& member, ResendScope scope,
+                        std::uint64_t since)
+{
+    const Durable durable(*this);
+    Transaction transaction(database_);
+    PutResend(database_, {0, folderId, member, scope, since});
+    transaction.Commit();
+}
+
+std::vector<ResendRecord> Records::Resends()
+{
+    const std::lock_guard lock(mutex_);
+    return ReadResends(Statement(database_, kSelectResend));
+}
+
+std::optional<ResendRecord> Records::FindResend(const std::string& folderId, const std::string& member)
+{
+    const std::lock_guard lock(mutex_);
+    return FindOneResend(database_, folderId, member);
+}
+
+std::optional<ResendRecord> Records::FindResend(std::int64_t number)
+{
+    const std::lock_guard lock(mutex_);
+    Statement select(database_, (std::string(kSelectResend) + " WHERE number = ?").c_str());
+    return First(ReadResends(std::move(select.Bind(1, number))));
+}
+
+void Records::SetResendProgress(std::int64_t number, std::int64_t done, std::int64_t total,
+                                std::int64_t perSecond)
+{
+    const std::lock_guard lock(mutex_);
+    Statement(database_, "UPDATE resend SET done = ?, total = ?, per_second = ? WHERE number = ?")
+        .Bind(1, done)
+        .Bind(2, total)
+        .Bind(3, perSecond)
+        .Bind(4, number)
+        .Run();
+}
+
+int Records::CancelResends(const std::string& folderId, const std::string& member)
+{
+    const Durable durable(*this);
+    Statement(database_,
+              "UPDATE resend SET cancelled = 1 WHERE cancelled = 0 AND (?1 = '' OR folder_id = ?1) AND "
+              "(?2 = '' OR member = ?2)")
+        .Bind(1, folderId)
+        .Bind(2, member)
+        .Run();
+    return database_.Changes();
+}
+
+void Records::FinishResend(std::int64_t number)
+{
+    const Durable durable(*this);
+    Transaction transaction(database_);
+    ForgetResend(database_, number);
+    transaction.Commit();
+}
+
+std::int64_t Records::CountGiven(std::int64_t resend)
+{
+    const std::lock_guard lock(mutex_);
+    Statement select(database_, "SELECT count(*) FROM given WHERE resend = ?");
+    return select.Bind(1, resend).Step() ? select.Number(0) : 0;
+}
+
+bool Records::IsGiven(std::int64_t resend, const std::string& item)
+{
+    const std::lock_guard lock(mutex_);
+    Statement select(database_, "SELECT 1 FROM given WHERE resend = ? AND item = ?");
+    return select.Bind(1, resend).Bind(2, item).Step();
+}
+
+bool Records::OthersHave(const ResendRecord& resend, const std::string& item)
+{
+    const std::lock_guard lock(mutex_);
+    Statement select(
+        database_,
+        "SELECT 1 FROM member WHERE folder_id = ?1 AND name <> ?2 AND announced = 1 AND NOT EXISTS "
+        "(SELECT 1 FROM resend WHERE resend.folder_id = ?1 AND resend.member = member.name AND scope = 1 AND "
+        "since = 0 AND cancelled = 0 AND NOT EXISTS (SELECT 1 FROM given WHERE resend = number AND item = ?3))");
+    return select.Bind(1, resend.folderId).Bind(2, resend.member).Bind(3, item).Step();
+}
+
+std::vector<std::string> Records::DeletedBy(const std::string& folderId, const std::string& member)
+{
+    const std::lock_guard lock(mutex_);
+    Statement select(database_, "SELECT id FROM item WHERE folder_id = ?1 AND deleted = 1 AND (?2 = '' OR member = ?2)");
+    return ReadNames(select.Bind(1, folderId).Bind(2, member));
+}
+
+void Records::PutUnsent(const UnsentItem& item)
+{
+    const Durable durable(*this);
+    Statement(database_, "INSERT OR REPLACE INTO unsent (item, folder_id, subject, reason) VALUES (?, ?, ?, ?)")
+        .Bind(1, item.id)
+        .Bind(2, item.folderId)
+        .Bind(3, item.subject)
+        .Bind(4, item.reason)
+        .Run();
+}
+
+std::vector<UnsentItem> Records::Unsent()
+{
+    const std::lock_guard lock(mutex_);
+    Statement select(database_, "SELECT item, folder_id, subject, reason FROM unsent ORDER BY item");
+    std::vector<UnsentItem> items;
+    while (select.Step())
+        items.push_back({select.Text(0), select.Text(1), select.Text(2), select.Text(3)});
+    return items;
+}
+
+void Records::ForgetUnsent(const std::string& id)
+{
+    const std::lock_guard lock(mutex_);
+    Statement(database_, "DELETE FROM unsent WHERE item = ?").Bind(1, id).Run();
+}
+
+}  // namespace quorvane::host

@@ -1,0 +1,203 @@
+// host/mailbox/records.h: what the program itself remembers of a mailbox, in host.db. docs/mailbox.md tells the
+// tables.
+#ifndef QUORVANE_HOST_MAILBOX_RECORDS_H_
+#define QUORVANE_HOST_MAILBOX_RECORDS_H_
+
+#include <cstdint>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "host/base/sqlite.h"
+
+namespace quorvane::host {
+
+// A folder that is shared.
+struct Share {
+    std::string folderId;  // the same for all members
+    std::string entryId;   // the folder's entry identifier here, in hexadecimal text
+    std::string storeId;
+    std::string name;  // the folder's path
+};
+
+// The version of a shared item: who changed it last, and when. Of two versions the greater one wins at every
+// member, so that all end with the same.
+struct ItemVersion {
+    std::uint64_t stamp = 0;  // a FILETIME, or one more than the version before where that lay in the future
+    std::string member;
+
+    friend bool operator==(const ItemVersion&, const ItemVersion&) = default;
+    friend bool operator<(const ItemVersion& a, const ItemVersion& b)
+    {
+        return a.stamp != b.stamp ? a.stamp < b.stamp : a.member < b.member;
+    }
+};
+
+// What is known of a shared item.
+struct ItemRecord {
+    std::string id;
+    std::string folderId;
+    ItemVersion version;
+    bool deleted = false;
+    std::uint64_t modified = 0;  // the message's exact modification time in that version; 0 when unknown
+};
+
+// A storage file on its way out.
+struct OutgoingPackage {
+    std::int64_t number = 0;
+    std::string path;
+    std::string recipients;
+    bool isPlanned = false;      // its receivers are fixed
+    std::uint64_t sequence = 0;  // the number it has for all of them; 0: nobody gets it
+    bool isLaid = false;         // it lies in the exchange
+};
+
+// What a package tells, as far as records follow from it.
+struct PackagePlan {
+    std::vector<std::string> members;  // who gets it
+    // An announcement: of which folder, and how many of its members it names.
+    std::string announcedFolder;
+    std::size_t membersNamed = 0;
+    struct Item {
+        std::string id;
+        std::string folderId;
+    };
+    std::vector<Item> items;
+};
+
+// What a member is to be sent of a folder.
+enum class ResendScope {
+    kChanged = 0,     // what changed since it was sent last
+    kEverything = 1,  // all its items
+    kOwn = 2,         // the versions and deletions that were made here
+    kAgain = 3,       // all its items and all deletions: packages for the member are lost
+};
+
+struct ResendRecord {
+    std::int64_t number = 0;
+    std::string folderId;
+    std::string member;
+    ResendScope scope = ResendScope::kEverything;
+    std::uint64_t since = 0;  // a FILETIME; 0: of any time
+    bool cancelled = false;
+    // As of the last run that worked on it: items looked at, of how many, and how fast.
+    std::int64_t done = 0;
+    std::int64_t total = 0;
+    std::int64_t perSecond = 0;
+};
+
+// An item that was taken out of a package, and so reached nobody.
+struct UnsentItem {
+    std::string id;
+    std::string folderId;
+    std::string subject;
+    std::string reason;
+};
+
+// So many devices of other members, as one package can be sealed to.
+inline constexpr std::int64_t kMostKnownDevices = 1000;
+
+// All methods throw a HostError when the database fails. Any thread.
+//
+// What others rely on (shares, packages, sequence numbers) is on the disk when a method returns. What is noted of
+// items outlives the process, and may be lost with the power: such an item is then sent once more.
+class Records {
+public:
+    explicit Records(const std::string& path);
+
+    static constexpr int kVersion = 3;
+    // Makes the tables of a new mailbox. Called within a transaction.
+    static void CreateTables(Database& database, const std::string& name, const std::string& instance);
+    // Brings tables of an earlier version up to this one. Called within a transaction.
+    static void Upgrade(Database& database, std::int64_t version);
+
+    // Shares.
+    std::vector<Share> Shares();
+    std::optional<Share> FindShare(const std::string& folderId);
+    std::optional<Share> FindShareByEntryId(const std::string& entryId);
+    void AddShare(const Share& share);
+    // All members of a folder but this mailbox's own.
+    std::vector<std::string> Members(const std::string& folderId);
+    // Those whom the folder was announced to already, so that they get its changes, or not yet.
+    std::vector<std::string> Members(const std::string& folderId, bool announced);
+    // Those whom the folder is to be announced to: for the first time, or because they are part in its traffic
+    // and don't know of all its members. Nobody who can't be reached.
+    std::vector<std::string> MembersToTell(const std::string& folderId);
+    bool IsMember(const std::string& folderId, const std::string& name);
+    // Differs when a folder or a member is new.
+    std::int64_t CountFoldersAndMembers();
+    // Another member, whom the folder and all its items are to be sent to. A member that is known already stays as
+    // it is. True if it was new.
+    bool AddMember(const std::string& folderId, const std::string& name);
+    // An announcement named these and this mailbox as the folder's members: they know each other, and have the folder
+    // or are given it. Those that are new here are owed the versions that were made here, if `owesOwn`.
+    void LearnMembers(const std::string& folderId, const std::vector<std::string>& names, bool owesOwn);
+    // Something came from a member.
+    void NoteHeardFrom(const std::string& folderId, const std::string& member);
+
+    // Items.
+    std::optional<ItemRecord> FindItem(const std::string& id);
+    std::vector<ItemRecord> ItemsOf(const std::string& folderId);
+    void PutItem(const ItemRecord& item);
+    // Notes the modification time of the message that holds an item's present version.
+    void SetModified(const std::string& id, std::uint64_t modified);
+
+    // Whether packages of the folder can be sealed to a member: a device of his is known by its card, by the user's
+    // word or by that of another member of the folder.
+    bool IsReachable(const std::string& folderId, const std::string& member);
+    // The ids of the devices that the user has pinned to a member.
+    std::vector<std::string> DevicesOf(const std::string& member);
+    // A member whom the user has pinned tells the device of one whose device isn't known: it passes for his, in folders
+    // that the teller shares, until the user says otherwise. A device that is known already keeps its member.
+    void Introduce(const std::string& member, const std::string& device, const std::string& by, std::uint64_t now);
+
+    // Packages out. A package is noted before the engine forgets it and forgotten when it lies in the exchange.
+    std::int64_t AddOutgoing(const std::string& path, const std::string& recipients);
+    std::vector<OutgoingPackage> Outgoing();
+    // Gives a package its number, fixes the devices that it is for, and brings the records up to what their
+    // members get by it. A member without a known device is owed what was made here instead. The first call counts.
+    void PlanPackage(std::int64_t package, const PackagePlan& plan);
+    bool IsPlanned(std::int64_t package);
+    // From here on its file isn't needed any more.
+    void NoteLaid(std::int64_t package);
+    void FinishOutgoing(std::int64_t package);
+
+    // What members are yet to get of a folder. One request a member and folder: a later one takes the place of an
+    // earlier.
+    //
+    // `everything` without a date, and a member whom nothing was given yet: begins anew. Otherwise what was given by
+    // the request before isn't given again.
+    void AddResend(const std::string& folderId, const std::string& member, ResendScope scope,
+                   std::uint64_t since);
+    std::vector<ResendRecord> Resends();
+    std::optional<ResendRecord> FindResend(const std::string& folderId, const std::string& member);
+    std::optional<ResendRecord> FindResend(std::int64_t number);
+    void SetResendProgress(std::int64_t number, std::int64_t done, std::int64_t total, std::int64_t perSecond);
+    // Ends those that are under way or wait, of one folder and to one member where these aren't empty. What was given
+    // stays noted. Gives how many there were.
+    int CancelResends(const std::string& folderId, const std::string& member);
+    void FinishResend(std::int64_t number);
+    std::int64_t CountGiven(std::int64_t resend);
+    // Whether a package for its member holds the item already.
+    bool IsGiven(std::int64_t resend, const std::string& item);
+    // Whether any other member of the folder has the item, or had: one for whom no request is open that will give it.
+    bool OthersHave(const ResendRecord& resend, const std::string& item);
+    // Deletions in a folder that `member` made; for an empty name all.
+    std::vector<std::string> DeletedBy(const std::string& folderId, const std::string& member);
+
+    // Items that couldn't be sent, until a package holds them.
+    void PutUnsent(const UnsentItem& item);
+    std::vector<UnsentItem> Unsent();
+    void ForgetUnsent(const std::string& id);
+
+private:
+    class Durable;
+
+    std::mutex mutex_;
+    Database database_;
+};
+
+}  // namespace quorvane::host
+
+#endif  // QUORVANE_HOST_MAILBOX_RECORDS_H_

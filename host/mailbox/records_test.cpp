@@ -1,0 +1,389 @@
+#include "host/mailbox/records.h"
+#include "platform/testing/test_directory.h"
+
+#include <gtest/gtest.h>
+
+
+namespace quorvane::host {
+
+namespace {
+
+class RecordsTest : public ::testing::Test {
+protected:
+    RecordsTest() : path_((directory_ / "host.db").string()), records_(MakeTables(path_))
+    {
+        for (const char* member : {"alice", "bob", "carol", "dora"})
+            Know(member);
+    }
+
+    static std::string MakeTables(const std::string& path)
+    {
+        Database database(path, Database::Mode::kCreate);
+        Records::CreateTables(database, "alice", "0011223344556677");
+        return path;
+    }
+
+    void ShareWith(const std::vector<std::string>& members)
+    {
+        records_.AddShare({"{F}", "00AB", "00CD", "Shared"});
+        for (const std::string& member : members)
+            records_.AddMember("{F}", member);
+    }
+
+    // A package that was taken and is to go to these.
+    void Plan(const std::string& path, const PackagePlan& plan)
+    {
+        records_.PlanPackage(records_.AddOutgoing(path, "00AB"), plan);
+    }
+
+    // Gives a member a device whose card is there.
+    void Know(const std::string& member)
+    {
+        Database database(path_, Database::Mode::kOpen);
+        Statement(database, "INSERT OR IGNORE INTO device (id, member, card, how, pinned) VALUES (?1, ?1, '00', '', 1)")
+            .Bind(1, member)
+            .Run();
+    }
+    void Forget(const std::string& member)
+    {
+        Database database(path_, Database::Mode::kOpen);
+        Statement(database, "DELETE FROM device WHERE member = ?").Bind(1, member).Run();
+    }
+    // What is for whom.
+    std::vector<std::string> Delivered()
+    {
+        Database database(path_, Database::Mode::kOpen);
+        Statement select(database, "SELECT sequence || ' ' || device || ' after ' || previous FROM delivery ORDER BY 1");
+        std::vector<std::string> lines;
+        while (select.Step())
+            lines.push_back(select.Text(0));
+        return lines;
+    }
+
+    // The announcement to one member that names so many.
+    void Announce(const std::string& member, std::size_t membersNamed)
+    {
+        PackagePlan plan;
+        plan.members = {member};
+        plan.announcedFolder = "{F}";
+        plan.membersNamed = membersNamed;
+        Plan("/to-" + member + std::to_string(membersNamed), plan);
+    }
+    // An item for these.
+    void Give(const std::string& item, const std::vector<std::string>& members)
+    {
+        PackagePlan plan;
+        plan.members = members;
+        plan.items = {{item, "{F}"}};
+        Plan("/items-" + std::to_string(++packages_), plan);
+    }
+    using Names = std::vector<std::string>;
+
+    test::TestDirectory directory_;
+    std::string path_;
+    Records records_;
+    int packages_ = 0;
+};
+
+TEST_F(RecordsTest, AShareIsFoundByBothItsIdentifiers)
+{
+    ShareWith({});
+
+    EXPECT_EQ(records_.FindShare("{F}")->name, "Shared");
+    EXPECT_EQ(records_.FindShareByEntryId("00AB")->folderId, "{F}");
+    EXPECT_FALSE(records_.FindShare("{G}"));
+}
+
+TEST_F(RecordsTest, AMemberIsAddedOnceAndKeepsWhatItWasTold)
+{
+    ShareWith({"bob"});
+    Announce("bob", 2);
+
+    EXPECT_FALSE(records_.AddMember("{F}", "bob"));
+    EXPECT_EQ(records_.Members("{F}", true), (std::vector<std::string>{"bob"}));
+}
+
+TEST_F(RecordsTest, AnItemIsReplacedByItsLaterRecord)
+{
+    records_.PutItem({"{1}", "{F}", {7, "alice"}, false, 9});
+    records_.PutItem({"{1}", "{F}", {8, "bob"}, true, 0});
+
+    const auto item = records_.FindItem("{1}");
+    ASSERT_TRUE(item);
+    EXPECT_EQ(item->version, (ItemVersion{8, "bob"}));
+    EXPECT_TRUE(item->deleted);
+    EXPECT_TRUE(records_.ItemsOf("{F}").empty());
+}
+
+TEST_F(RecordsTest, APackageHasOneNumberForAllItsReceiversAndNamesTheOneBeforeToEach)
+{
+    ShareWith({"bob", "carol", "dora"});
+    Forget("dora");
+    Give("{1}", {"bob"});
+    Give("{2}", {"bob", "carol"});
+    Give("{3}", {"dora"});
+    Give("{4}", {"bob"});
+
+    EXPECT_EQ(Delivered(), (Names{"1 bob after 0", "2 bob after 1", "2 carol after 0", "3 bob after 2"}));
+    const auto outgoing = records_.Outgoing();
+    ASSERT_EQ(outgoing.size(), 4U);
+    EXPECT_EQ(outgoing[1].sequence, 2U);
+    EXPECT_EQ(outgoing[2].sequence, 0U) << "it is for nobody";
+    EXPECT_TRUE(outgoing[2].isPlanned);
+}
+
+// Nothing passes for given that was sealed to nobody.
+TEST_F(RecordsTest, AMemberWithoutADeviceIsOwedWhatPassedHimBy)
+{
+    ShareWith({"bob"});
+    Announce("bob", 2);
+    records_.FinishResend(records_.FindResend("{F}", "bob")->number);
+    Forget("bob");
+
+    Give("{1}", {"bob"});
+
+    ASSERT_TRUE(records_.FindResend("{F}", "bob"));
+    EXPECT_EQ(records_.FindResend("{F}", "bob")->scope, ResendScope::kOwn);
+    EXPECT_FALSE(records_.IsGiven(records_.FindResend("{F}", "bob")->number, "{1}"));
+    EXPECT_FALSE(records_.IsReachable("{F}", "bob"));
+}
+
+TEST_F(RecordsTest, APlanIsMadeOnceWhateverMembersAreGivenLater)
+{
+    ShareWith({"bob", "carol"});
+    const std::int64_t package = records_.AddOutgoing("/1", "00AB");
+    records_.PlanPackage(package, {{"bob"}, {}, 0, {}});
+
+    Records(path_).PlanPackage(package, {{"bob", "carol"}, {}, 0, {}});
+
+    EXPECT_EQ(Delivered(), Names{"1 bob after 0"});
+    EXPECT_TRUE(records_.IsPlanned(package));
+    records_.NoteLaid(package);
+    EXPECT_TRUE(records_.Outgoing().at(0).isLaid);
+}
+
+TEST_F(RecordsTest, ADeviceThatAMemberTellsIsKnownUntilThereIsOneAlready)
+{
+    Forget("alice");
+    records_.Introduce("erin", "e", "bob", 1);
+    records_.Introduce("erin", "f", "bob", 1);
+    records_.Introduce("bob", "f", "carol", 1);
+    records_.Introduce("alice", "f", "carol", 1);
+    records_.Introduce("frank", "e", "bob", 1);
+    records_.Introduce("gina", "g", "erin", 1);
+
+    Database database(path_, Database::Mode::kOpen);
+    Statement select(database, "SELECT id || ' ' || member FROM device WHERE introducer <> ''");
+    ASSERT_TRUE(select.Step());
+    EXPECT_EQ(select.Text(0), "e erin");
+    EXPECT_FALSE(select.Step());
+}
+
+// A folder of somebody else's isn't sealed to whom a member of another one brought in.
+TEST_F(RecordsTest, WhatIsForOneWhoWasIntroducedIsOfFoldersThatHisIntroducerShares)
+{
+    ShareWith({"bob", "erin"});
+    records_.AddShare({"{G}", "00AC", "00CD", "Second"});
+    records_.AddMember("{G}", "erin");
+    records_.Introduce("erin", "e", "bob", 1);
+    Database database(path_, Database::Mode::kOpen);
+    Statement(database, "UPDATE device SET card = '00' WHERE id = 'e'").Run();
+    EXPECT_EQ(records_.MembersToTell("{F}"), (Names{"bob", "erin"}));
+    EXPECT_TRUE(records_.MembersToTell("{G}").empty());
+
+    Give("{1}", {"erin"});
+    PackagePlan plan;
+    plan.members = {"erin"};
+    plan.items = {{"{2}", "{F}"}, {"{3}", "{G}"}};
+    Plan("/both", plan);
+
+    EXPECT_EQ(Delivered(), Names{"1 e after 0"});
+}
+
+TEST_F(RecordsTest, APackageIsNotedOnceUnderItsPath)
+{
+    EXPECT_EQ(records_.AddOutgoing("/1", "00AB"), records_.AddOutgoing("/1", "00AB"));
+    EXPECT_EQ(records_.Outgoing().size(), 1U);
+}
+
+TEST_F(RecordsTest, ANewMemberIsToldOfTheFolderAndOwedAllOfItAndNobodyElseIs)
+{
+    ShareWith({"bob"});
+    Announce("bob", 2);
+    records_.FinishResend(records_.FindResend("{F}", "bob")->number);
+
+    EXPECT_TRUE(records_.AddMember("{F}", "carol"));
+
+    EXPECT_EQ(records_.MembersToTell("{F}"), Names{"carol"});
+    ASSERT_EQ(records_.Resends().size(), 1U);
+    EXPECT_EQ(records_.Resends()[0].member, "carol");
+    EXPECT_EQ(records_.Resends()[0].scope, ResendScope::kEverything);
+    EXPECT_EQ(records_.Members("{F}", true), Names{"bob"});
+    Announce("carol", 3);
+    EXPECT_EQ(records_.Members("{F}", true), (Names{"bob", "carol"}));
+    EXPECT_TRUE(records_.MembersToTell("{F}").empty());
+}
+
+TEST_F(RecordsTest, AMemberHearsOfANewOneWithTheNextThatIsSentToItOrComesFromIt)
+{
+    ShareWith({"bob", "dora"});
+    Announce("bob", 3);
+    Announce("dora", 3);
+    records_.NoteHeardFrom("{F}", "bob");
+    EXPECT_TRUE(records_.MembersToTell("{F}").empty());
+    records_.AddMember("{F}", "carol");
+    Announce("carol", 4);
+    EXPECT_TRUE(records_.MembersToTell("{F}").empty());
+
+    records_.NoteHeardFrom("{F}", "bob");
+    EXPECT_EQ(records_.MembersToTell("{F}"), Names{"bob"});
+    Give("{1}", {"carol", "dora"});
+    EXPECT_EQ(records_.MembersToTell("{F}"), (Names{"bob", "dora"}));
+    Announce("bob", 4);
+    Announce("dora", 4);
+    EXPECT_TRUE(records_.MembersToTell("{F}").empty());
+}
+
+TEST_F(RecordsTest, ALearnedMemberHasTheFolderAndIsOwedWhatWasMadeHere)
+{
+    ShareWith({"alice"});
+    Announce("alice", 2);
+    records_.FinishResend(records_.FindResend("{F}", "alice")->number);
+
+    records_.LearnMembers("{F}", {"alice", "carol"}, true);
+
+    EXPECT_EQ(records_.Members("{F}", true), (Names{"alice", "carol"}));
+    ASSERT_EQ(records_.Resends().size(), 1U);
+    EXPECT_EQ(records_.Resends()[0].member, "carol");
+    EXPECT_EQ(records_.Resends()[0].scope, ResendScope::kOwn);
+    records_.NoteHeardFrom("{F}", "alice");
+    records_.NoteHeardFrom("{F}", "carol");
+    EXPECT_TRUE(records_.MembersToTell("{F}").empty());
+}
+
+// dora, whom the announcement didn't name, isn't known to its sender.
+TEST_F(RecordsTest, WhoAnnouncesFewerMembersThanAreKnownHereIsToldOfTheOthers)
+{
+    ShareWith({"alice", "dora"});
+    Announce("alice", 2);
+    Announce("dora", 3);
+
+    records_.LearnMembers("{F}", {"alice", "carol"}, true);
+    records_.NoteHeardFrom("{F}", "alice");
+
+    EXPECT_EQ(records_.MembersToTell("{F}"), Names{"alice"});
+}
+
+TEST_F(RecordsTest, WhatAPackageHoldsIsntOwedToItsMembersAnyMore)
+{
+    ShareWith({"bob", "carol"});
+    const std::int64_t toBob = records_.FindResend("{F}", "bob")->number;
+    const std::int64_t toCarol = records_.FindResend("{F}", "carol")->number;
+
+    Give("{1}", {"bob"});
+
+    EXPECT_TRUE(records_.IsGiven(toBob, "{1}"));
+    EXPECT_FALSE(records_.IsGiven(toBob, "{2}"));
+    EXPECT_FALSE(records_.IsGiven(toCarol, "{1}"));
+    EXPECT_EQ(records_.CountGiven(toBob), 1);
+}
+
+TEST_F(RecordsTest, OthersHaveAnItemUnlessTheyAreYetToBeGivenIt)
+{
+    ShareWith({"bob", "carol"});
+    Announce("bob", 3);
+    Announce("carol", 3);
+    const ResendRecord toBob = *records_.FindResend("{F}", "bob");
+    EXPECT_FALSE(records_.OthersHave(toBob, "{1}"));
+
+    Give("{1}", {"carol"});
+    EXPECT_TRUE(records_.OthersHave(toBob, "{1}"));
+    EXPECT_FALSE(records_.OthersHave(toBob, "{2}"));
+
+    records_.FinishResend(records_.FindResend("{F}", "carol")->number);
+    EXPECT_TRUE(records_.OthersHave(toBob, "{2}"));
+}
+
+TEST_F(RecordsTest, ACancelledResendKeepsWhatWasGivenAndGoesOnFromThere)
+{
+    ShareWith({"bob"});
+    Give("{1}", {"bob"});
+    const std::int64_t number = records_.FindResend("{F}", "bob")->number;
+
+    EXPECT_EQ(records_.CancelResends("{G}", ""), 0);
+    EXPECT_EQ(records_.CancelResends("{F}", "bob"), 1);
+    EXPECT_EQ(records_.CancelResends("", ""), 0);
+    EXPECT_TRUE(records_.FindResend(number)->cancelled);
+
+    records_.AddResend("{F}", "bob", ResendScope::kChanged, 0);
+    EXPECT_FALSE(records_.FindResend(number)->cancelled);
+    EXPECT_EQ(records_.FindResend(number)->scope, ResendScope::kEverything);
+    EXPECT_TRUE(records_.IsGiven(number, "{1}"));
+}
+
+TEST_F(RecordsTest, AResendOfEverythingBeginsAnewAndOneFromADateOnDoesntTakeItsPlace)
+{
+    ShareWith({"bob"});
+    Give("{1}", {"bob"});
+
+    records_.AddResend("{F}", "bob", ResendScope::kEverything, 7);
+    EXPECT_EQ(records_.FindResend("{F}", "bob")->since, 0U);
+    EXPECT_TRUE(records_.IsGiven(records_.FindResend("{F}", "bob")->number, "{1}"));
+
+    records_.AddResend("{F}", "bob", ResendScope::kEverything, 0);
+    EXPECT_FALSE(records_.IsGiven(records_.FindResend("{F}", "bob")->number, "{1}"));
+    ASSERT_EQ(records_.Resends().size(), 1U);
+}
+
+TEST_F(RecordsTest, AnUnsentItemIsForgottenOnceAPackageHoldsIt)
+{
+    ShareWith({"bob"});
+    records_.PutUnsent({"{1}", "{F}", "Hello", "its message is missing"});
+    records_.PutUnsent({"{2}", "{F}", "World", "its message is missing"});
+
+    Give("{1}", {"bob"});
+
+    ASSERT_EQ(records_.Unsent().size(), 1U);
+    EXPECT_EQ(records_.Unsent()[0].subject, "World");
+    records_.ForgetUnsent("{2}");
+    EXPECT_TRUE(records_.Unsent().empty());
+}
+
+// The tables as version 1 of the program left them.
+TEST_F(RecordsTest, RecordsOfTheFirstVersionKeepWhatTheyTellAndOweWhatTheyOwed)
+{
+    const std::string path = (directory_ / "old.db").string();
+    Database database(path, Database::Mode::kCreate);
+    database.Execute(
+        "CREATE TABLE share (folder_id TEXT PRIMARY KEY, entry_id TEXT, store_id TEXT, name TEXT);"
+        "CREATE TABLE member (folder_id TEXT, name TEXT, announced INTEGER NOT NULL, PRIMARY KEY (folder_id, name));"
+        "CREATE TABLE mailbox (name TEXT NOT NULL, instance TEXT NOT NULL);"
+        "CREATE TABLE outgoing (number INTEGER PRIMARY KEY AUTOINCREMENT, path TEXT NOT NULL UNIQUE, recipients TEXT "
+        "NOT NULL, planned INTEGER NOT NULL DEFAULT 0);"
+        "CREATE TABLE delivery (package INTEGER, member TEXT, sequence INTEGER);"
+        "CREATE TABLE sequence (member TEXT PRIMARY KEY, last INTEGER NOT NULL);"
+        "CREATE TABLE received (sender TEXT PRIMARY KEY, last INTEGER NOT NULL);"
+        "INSERT INTO mailbox VALUES ('alice', '0011223344556677');"
+        "INSERT INTO outgoing (path, recipients, planned) VALUES ('/1', '00AB', 1);"
+        "INSERT INTO delivery VALUES (1, 'bob', 4);"
+        "INSERT INTO share VALUES ('{F}', '00AB', '00CD', 'Shared');"
+        "INSERT INTO member VALUES ('{F}', 'bob', 1), ('{F}', 'carol', 0);");
+
+    Records::Upgrade(database, 1);
+
+    Records records(path);
+    EXPECT_EQ(records.Members("{F}", true), Names{"bob"});
+    ASSERT_EQ(records.Resends().size(), 2U);
+    EXPECT_EQ(records.FindResend("{F}", "carol")->scope, ResendScope::kEverything);
+    // What lay in the exchange for him is never read.
+    EXPECT_EQ(records.FindResend("{F}", "bob")->scope, ResendScope::kAgain);
+    ASSERT_EQ(records.Outgoing().size(), 1U);
+    EXPECT_FALSE(records.Outgoing()[0].isPlanned);
+    Statement version(database, "PRAGMA user_version");
+    EXPECT_TRUE(version.Step());
+    EXPECT_EQ(version.Number(0), Records::kVersion);
+}
+
+}  // namespace
+
+}  // namespace quorvane::host

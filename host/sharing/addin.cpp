@@ -1,0 +1,343 @@
+#include "host/sharing/addin.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <set>
+
+#include "host/base/output.h"
+#include "host/base/path_text.h"
+#include "host/store/folders.h"
+#include "host/store/properties.h"
+
+namespace quorvane::host {
+
+namespace {
+
+constexpr char kNoItem[] = "-";  // an ID that no row has
+
+// Answers a report so that the engine sends nothing and leaves row and hash as they are.
+constexpr HRESULT kDeclined = E_ABORT;
+
+// How long a change waits for the end of an item being applied, should the end never be told.
+constexpr auto kApplyingPatience = std::chrono::seconds(10);
+
+std::string FolderIdOf(IItem& item)
+{
+    ComPtr<IFolder> folder;
+    Check(item.get_Folder(folder.Put()), "find the folder of", "an item");
+    return ReadText(*folder, &IFolder::get_ID);
+}
+
+}  // namespace
+
+ComPtr<IFolder> AddEngineFolder(const EngineSession& engine, const Share& share)
+{
+    const Variant id = Variant::Text(FromUtf8(share.folderId));
+    const Variant missing = Variant::Missing();
+    ComPtr<IFolder> folder;
+    Check(engine.Folders()->Add(BstrOf(share.entryId).Get(), BstrOf(share.storeId).Get(), id.Raw(),
+                                missing.Raw(), folder.Put()),
+          "watch the folder", share.name);
+    return folder;
+}
+
+ItemVersion Addin::NextVersion(const std::optional<ItemRecord>& record, std::uint64_t modified) const
+{
+    const std::uint64_t after = record ? record->version.stamp + 1 : 0;
+    return {std::max(modified, after), parts_.mailbox.Name()};
+}
+
+void Addin::Log(const char* event, const std::string& id, const std::string& what) const
+{
+    if (parts_.verbose)
+        std::fprintf(stderr, "%s %s %s\n", event, Printable(id).c_str(), Printable(what).c_str());
+}
+
+// A scan of the whole folder can meet a message between its last change by the engine and its row: the change
+// then looks like one made here, and is judged when the item in hand is done. A message without a row that
+// anybody knows may be any item of its folder.
+void Addin::AwaitApplying(const std::string& entryId, const std::string& folderId) const
+{
+    const ApplyGuard::Item inHand = parts_.applying.InHand();
+    if (inHand.id.empty() || inHand.folderId != folderId)
+        return;
+    const auto row = parts_.state.RowOfEntry(entryId);
+    if (!row || row->id == inHand.id || !parts_.records.FindItem(row->id))
+        parts_.applying.AwaitEnd(inHand, kApplyingPatience);
+}
+
+// A message that appears in a folder and has a row already passes for one that was moved there, and the engine
+// gives it a new ID. One that is changed right after it was applied looks the same, and stays the item that it
+// is. The row to update is the one of the ID that the item had before the last put_ID.
+HRESULT Addin::ChooseId(IItem& item, const SharingRow& row, bool stays)
+{
+    const Bstr chosen = BstrOf(stays ? row.id : ReadText(item, &IItem::get_ID));
+    const HRESULT hr = item.put_ID(BstrOf(row.id).Get());
+    return SUCCEEDED(hr) ? item.put_ID(chosen.Get()) : hr;
+}
+
+HRESULT Addin::Examine(IItem& item, LocalItem& local)
+{
+    parts_.statistics.Touch();
+    const std::string entryId = ReadText(item, &IItem::get_EntryID);
+    local.folderId = FolderIdOf(item);
+    AwaitApplying(entryId, local.folderId);
+    HRESULT hr = item.get_Raw(local.raw.Put());
+    if (SUCCEEDED(hr))
+        hr = local.raw.As(local.message);
+    if (FAILED(hr))
+        return hr;
+    local.modified = TimeOf(*local.message, PR_LAST_MODIFICATION_TIME);
+    parts_.state.DropStrayRows(entryId);
+    local.row = parts_.state.RowOfEntry(entryId);
+    if (local.row)
+        local.known = parts_.records.FindItem(local.row->id);
+    local.isOfThisFolder = local.known && !local.known->deleted && local.known->folderId == local.folderId;
+    local.isCurrent = local.isOfThisFolder && parts_.state.IsCurrent(*local.row, local.folderId, local.modified);
+    return S_OK;
+}
+
+// Makes the item ready to be sent: under its ID, and as the version that it is.
+HRESULT Addin::Stamp(IItem& item, const LocalItem& local, const char* event)
+{
+    HRESULT hr = local.row ? ChooseId(item, *local.row, local.isOfThisFolder || !local.known) : S_OK;
+    if (FAILED(hr))
+        return hr;
+    ItemRecord record{ReadText(item, &IItem::get_ID), local.folderId, {}, false, local.modified};
+    record.version = local.isCurrent ? local.known->version
+                                     : NextVersion(parts_.records.FindItem(record.id), local.modified);
+    hr = item.put_CustomInfo(BstrOf(FormatVersion(record.version)).Get());
+    if (FAILED(hr))
+        return hr;
+    parts_.records.PutItem(record);
+    ++parts_.statistics.itemsSent;
+    Log(event, record.id, TextOf(*local.message, PR_SUBJECT_W));
+    return S_OK;
+}
+
+HRESULT Addin::OnLocalChange(const char* event, IItem& item, bool& ignore)
+{
+    LocalItem local;
+    HRESULT hr = Examine(item, local);
+    // Gives the item the time of the message, which the engine then writes to the row, sent or not.
+    if (SUCCEEDED(hr))
+        hr = item.put_Raw(local.raw.Get());
+    if (FAILED(hr))
+        return hr;
+    if (local.isCurrent) {
+        if (local.known->version.member != parts_.mailbox.Name())
+            ++parts_.statistics.echoes;
+        ignore = true;
+        return S_OK;
+    }
+    if (local.known && !local.isOfThisFolder && local.row->id == ReadText(item, &IItem::get_ID)) {
+        ignore = true;  // moved here, and the engine doesn't know: it is sent as what it is, by comparison
+        return S_OK;
+    }
+    return Stamp(item, local, event);
+}
+
+// One that was moved here is sent by comparison.
+bool Addin::IsWanted(BSTR job, const LocalItem& local)
+{
+    if (!local.row || (local.known && !local.isOfThisFolder))
+        return false;
+    const std::lock_guard lock(rulesMutex_);
+    return rules_ && rules_->Wants(ToUtf8(ViewOf(job)), local.row->id, local.known, local.isCurrent);
+}
+
+// An item that isn't wanted keeps the time in its row: if it has changed, that is still to be found.
+HRESULT Addin::OnItemResend(IItem* item, BSTR jobId, bool& ignore)
+{
+    LocalItem local;
+    HRESULT hr = Examine(*item, local);
+    if (FAILED(hr))
+        return hr;
+    ignore = !IsWanted(jobId, local);
+    if (ignore)
+        return S_OK;
+    hr = item->put_Raw(local.raw.Get());
+    return SUCCEEDED(hr) ? Stamp(*item, local, "onItemResend") : hr;
+}
+
+// The engine takes for deleted what it doesn't see in the folder's table, and a table that can't be read to its end
+// hides messages that are there.
+bool Addin::IsStillThere(IItem& item) const
+{
+    ComPtr<IFolder> folder;
+    Check(item.get_Folder(folder.Put()), "find the folder of", "an item");
+    const std::string place = FolderOfMessage(parts_.mail, ReadText(item, &IItem::get_EntryID));
+    return !place.empty() && place == ReadText(*folder, &IFolder::get_EntryID);
+}
+
+HRESULT Addin::OnItemDeleted(IItem* item, bool& ignore)
+{
+    parts_.statistics.Touch();
+    ItemRecord record{ReadText(*item, &IItem::get_ID), FolderIdOf(*item), {}, true, 0};
+    if (IsStillThere(*item)) {
+        Log("onItemDeleted", record.id, "is still there");
+        return kDeclined;
+    }
+    const auto known = parts_.records.FindItem(record.id);
+    if (known && known->folderId != record.folderId) {
+        // It was moved to another folder, and is that one's item already: its row stays.
+        ignore = true;
+        return item->put_ID(BstrOf(kNoItem).Get());
+    }
+    record.version = NextVersion(known, FileTimeNow());
+    const HRESULT hr = item->put_CustomInfo(BstrOf(FormatVersion(record.version)).Get());
+    if (FAILED(hr))
+        return hr;
+    parts_.records.PutItem(record);
+    ++parts_.statistics.deletionsSent;
+    Log("onItemDeleted", record.id, {});
+    return S_OK;
+}
+
+// Whether what is here is at least as new as `version`: known as such, or a change here that wasn't sent yet
+// and will be. Of an item in this very version, the exact time of its message tells that it was applied to
+// the end.
+bool Addin::IsOutdated(const std::string& id, const std::string& folderId,
+                       const ItemVersion& version) const
+{
+    const auto record = parts_.records.FindItem(id);
+    if (record && version < record->version)
+        return true;
+    const auto row = parts_.state.RowOfId(id);
+    const ComPtr<IMessage> message = row ? OpenMessage(parts_.mail, row->entryId, false) : nullptr;
+    if (!message)
+        return false;
+    const std::uint64_t modified = TimeOf(*message, PR_LAST_MODIFICATION_TIME);
+    const bool current = parts_.state.IsCurrent(*row, folderId, modified);
+    if (record && version == record->version)
+        return current && record->modified != 0;
+    const bool kept = !current && version < NextVersion(record, modified);
+    if (kept)
+        parts_.state.NoteKept(id);
+    return kept;
+}
+
+HRESULT Addin::OnItemReceived(IItem* item, BSTR tag, bool& ignore)
+{
+    parts_.statistics.Touch();
+    parts_.applying.End();  // of the item before, should it have failed
+    qv_Action action = qv_ac_NoAction;
+    const HRESULT hr = item->get_Action(&action);
+    if (FAILED(hr))
+        return hr;
+    const std::string id = ReadText(*item, &IItem::get_ID);
+    const std::string folderId = FolderIdOf(*item);
+    const auto sent = ParseVersion(ReadText(*item, &IItem::get_CustomInfo));
+    const ItemVersion version = sent ? *sent : ItemVersion{0, ToUtf8(ViewOf(tag))};
+    const bool deletion = action == qv_ac_Deleted;
+    if (IsOutdated(id, folderId, version)) {
+        ++parts_.statistics.itemsIgnored;
+        ignore = true;
+        return S_OK;
+    }
+    if (!deletion)
+        parts_.applying.Begin(id, folderId);
+    // Before it is applied: a kill in between brings the item again, in this very version, which is then
+    // applied.
+    parts_.records.PutItem({id, folderId, version, deletion, 0});
+    ignore = deletion && !parts_.state.RowOfId(id);  // nothing here to delete
+    deletion ? ++parts_.statistics.deletionsApplied : ++parts_.statistics.itemsApplied;
+    Log("onItemReceived", id, deletion ? "deletion" : "");
+    return S_OK;
+}
+
+// The message that was just written is the item's present version: its exact time goes into the record.
+HRESULT Addin::OnPostprocess(BSTR entryId, BSTR /*storeId*/)
+{
+    struct EndOfItem {
+        ApplyGuard& applying;
+        ~EndOfItem() { applying.End(); }
+    };
+    const EndOfItem end{parts_.applying};
+    parts_.statistics.Touch();
+    const std::string entry = ToUtf8(ViewOf(entryId));
+    const auto row = parts_.state.RowOfEntry(entry);
+    const ComPtr<IMessage> message = OpenMessage(parts_.mail, entry, false);
+    if (row && message) {
+        const std::uint64_t modified = TimeOf(*message, PR_LAST_MODIFICATION_TIME);
+        if (row->lastModified == RowTimeOf(modified))
+            parts_.records.SetModified(row->id, modified);
+    }
+    return S_OK;
+}
+
+HRESULT Addin::OnFolderReceived(IFolder* folder, BSTR tag)
+{
+    parts_.statistics.Touch();
+    const std::string folderId = ReadText(*folder, &IFolder::get_ID);
+    const auto announcement = ParseAnnouncement(ReadText(*folder, &IFolder::get_CustomInfo));
+    if (!announcement || folderId.empty()) {
+        std::fprintf(stderr, "quorvane: left out a folder's announcement from '%s': it can't be understood\n",
+                     Printable(ToUtf8(ViewOf(tag))).c_str());
+        return S_OK;
+    }
+    const bool joined = !parts_.records.FindShare(folderId);
+    if (joined)
+        JoinFolder(folderId, *announcement);
+    LearnMembers(folderId, *announcement, joined, ToUtf8(ViewOf(tag)));
+    Log("onFolderReceived", folderId, announcement->name);
+    return S_OK;
+}
+
+// A folder of that name which is in use for something else isn't touched: the shared one gets a name of its
+// own.
+std::string Addin::NewFolderPath(const Announcement& announcement) const
+{
+    const std::vector<FolderInfo> folders = ListFolders(parts_.mail);
+    std::string path = announcement.name;
+    for (int number = 1;; ++number) {
+        const auto found = std::find_if(folders.begin(), folders.end(),
+                                        [&](const FolderInfo& folder) { return folder.path == path; });
+        if (found == folders.end() ||
+            (found->items == 0 && !parts_.records.FindShareByEntryId(found->entryId)))
+            return path;
+        path = announcement.name + " (" + announcement.from +
+               (number > 1 ? " " + std::to_string(number) : "") + ")";
+    }
+}
+
+void Addin::JoinFolder(const std::string& folderId, const Announcement& announcement)
+{
+    const std::string path = NewFolderPath(announcement);
+    const ComPtr<IMAPIFolder> folder = EnsureFolder(parts_.mail, path);
+    const Share share{folderId, HexOf(*folder, PR_ENTRYID), parts_.mail.StoreId(), path};
+    // In this order: the run's thread adds every share that it finds in the records and the engine lacks.
+    AddEngineFolder(*engine_, share);
+    parts_.records.AddShare(share);
+}
+
+// Who announces the folder to a new member sends him all items, so whoever joins through this announcement owes
+// the others nothing. Who is in already owes a member that it didn't know what was changed here: the others do the
+// same, and what none of them changed came with the announcement's sender.
+void Addin::LearnMembers(const std::string& folderId, const Announcement& announcement, bool joined,
+                         const std::string& by)
+{
+    std::set<std::string> names(announcement.members.begin(), announcement.members.end());
+    names.insert(by);
+    names.erase(parts_.mailbox.Name());
+    parts_.records.LearnMembers(folderId, {names.begin(), names.end()}, !joined);
+    for (const auto& [member, devices] : announcement.devices)
+        for (const std::string& device : devices)
+            if (names.contains(member))
+                parts_.records.Introduce(member, device, by, FileTimeNow());
+}
+
+HRESULT Addin::DatabasePath(Bstr& path)
+{
+    path = Bstr(OleTextOf(parts_.mailbox.SharingDatabasePath()));
+    return S_OK;
+}
+
+HRESULT Addin::ProductCode(Bstr& code)
+{
+    code = Bstr(OleStringView(kProductCode));
+    return S_OK;
+}
+
+}  // namespace quorvane::host

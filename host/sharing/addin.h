@@ -1,0 +1,116 @@
+// host/sharing/addin.h: what the program answers to the engine's callbacks.
+//
+// Versions. Each change made here gets a version: the time of the change and this mailbox's name; it travels
+// in the item's CustomInfo. A received item of an older version than the one known here isn't applied, so
+// that members who change one item at once all end with the same. Deletions have versions too.
+#ifndef QUORVANE_HOST_SHARING_ADDIN_H_
+#define QUORVANE_HOST_SHARING_ADDIN_H_
+
+#include <mutex>
+#include <string>
+
+#include "host/mailbox/mailbox.h"
+#include "host/mailbox/records.h"
+#include "host/sharing/announcement.h"
+#include "host/sharing/apply_guard.h"
+#include "host/sharing/engine.h"
+#include "host/sharing/item_state.h"
+#include "host/sharing/statistics.h"
+#include "host/store/profile.h"
+
+namespace quorvane::host {
+
+// What a resend of the engine's is to send.
+class ResendRules {
+public:
+    // Whether the job is to send an item; `known` is what the program knows of it, `current` whether it is still as it
+    // was when it was sent or received last.
+    virtual bool Wants(const std::string& job, const std::string& id, const std::optional<ItemRecord>& known,
+                       bool current) = 0;
+
+protected:
+    ~ResendRules() = default;
+};
+
+class Addin final : public ExtHandler {
+public:
+    struct Parts {
+        const Mailbox& mailbox;
+        const MailSession& mail;
+        Records& records;
+        ItemState& state;
+        ApplyGuard& applying;
+        Statistics& statistics;
+        bool verbose;
+    };
+
+    explicit Addin(const Parts& parts) noexcept : parts_(parts) {}
+
+    // The engine that calls back; set after the logon, before its first job.
+    void SetEngine(const EngineSession& engine) noexcept { engine_ = &engine; }
+
+    // Asked by resends, while it is set; null ends that, and waits for a question under way. Without it they send
+    // nothing.
+    void SetResendRules(ResendRules* rules)
+    {
+        const std::lock_guard lock(rulesMutex_);
+        rules_ = rules;
+    }
+
+    // A version for a change made here to an item with this record, if it has one.
+    ItemVersion NextVersion(const std::optional<ItemRecord>& record, std::uint64_t modified) const;
+
+    HRESULT OnItemResend(IItem* item, BSTR jobId, bool& ignore) override;
+    HRESULT OnFolderReceived(IFolder* folder, BSTR tag) override;
+    HRESULT OnItemAdded(IItem* item, bool& ignore) override
+    {
+        return OnLocalChange("onItemAdded", *item, ignore);
+    }
+    HRESULT OnItemChanged(IItem* item, bool& ignore) override
+    {
+        return OnLocalChange("onItemChanged", *item, ignore);
+    }
+    HRESULT OnItemDeleted(IItem* item, bool& ignore) override;
+    HRESULT OnItemReceived(IItem* item, BSTR tag, bool& ignore) override;
+    HRESULT OnPostprocess(BSTR entryId, BSTR storeId) override;
+    HRESULT DatabasePath(Bstr& path) override;
+    HRESULT ProductCode(Bstr& code) override;
+
+private:
+    void AwaitApplying(const std::string& entryId, const std::string& folderId) const;
+    // An item that the engine came upon in a folder, and what is known of it.
+    struct LocalItem {
+        std::string folderId;
+        ComPtr<IUnknown> raw;
+        ComPtr<IMessage> message;
+        std::uint64_t modified = 0;
+        std::optional<SharingRow> row;
+        std::optional<ItemRecord> known;
+        bool isOfThisFolder = false;  // and not of another, from where it was moved here
+        bool isCurrent = false;
+    };
+    HRESULT Examine(IItem& item, LocalItem& local);
+    bool IsWanted(BSTR job, const LocalItem& local);
+    HRESULT Stamp(IItem& item, const LocalItem& local, const char* event);
+    HRESULT OnLocalChange(const char* event, IItem& item, bool& ignore);
+    bool IsStillThere(IItem& item) const;
+    HRESULT ChooseId(IItem& item, const SharingRow& row, bool stays);
+    void JoinFolder(const std::string& folderId, const Announcement& announcement);
+    std::string NewFolderPath(const Announcement& announcement) const;
+    void LearnMembers(const std::string& folderId, const Announcement& announcement, bool joined,
+                      const std::string& by);
+    bool IsOutdated(const std::string& id, const std::string& folderId, const ItemVersion& version) const;
+    void Log(const char* event, const std::string& id, const std::string& what) const;
+
+    Parts parts_;
+    const EngineSession* engine_ = nullptr;
+    std::mutex rulesMutex_;
+    ResendRules* rules_ = nullptr;
+};
+
+// Adds a shared folder to the engine. Throws a HostError.
+ComPtr<IFolder> AddEngineFolder(const EngineSession& engine, const Share& share);
+
+}  // namespace quorvane::host
+
+#endif  // QUORVANE_HOST_SHARING_ADDIN_H_

@@ -1,0 +1,126 @@
+#include "host/sharing/announcement.h"
+
+#include "host/base/output.h"
+#include "host/exchange/keys.h"
+#include "host/mailbox/mailbox.h"
+
+namespace quorvane::host {
+
+namespace {
+
+constexpr std::string_view kToPrefix = "to:";
+constexpr std::size_t kLongestFolderName = 1000;
+constexpr std::size_t kMostMembers = 10'000;
+constexpr std::size_t kMostDevicesOfOne = 100;
+
+// A JSON object out of foreign text; a discarded value when it is none.
+Json ParseObject(std::string_view text)
+{
+    Json json = Json::parse(text, nullptr, false);
+    return json.is_object() ? json : Json(Json::value_t::discarded);
+}
+
+std::optional<std::string> TextField(const Json& json, const char* name)
+{
+    const auto field = json.find(name);
+    if (field == json.end() || !field->is_string())
+        return std::nullopt;
+    return field->get<std::string>();
+}
+
+bool IsFolderName(const std::string& name)
+{
+    return !name.empty() && name.size() <= kLongestFolderName && Printable(name) == name &&
+           name.find_first_not_of('/') != std::string::npos;
+}
+
+// False when it isn't devices by members' names.
+bool ReadDevices(const Json& json, std::map<std::string, std::vector<std::string>>& devices)
+{
+    if (!json.is_object() || json.size() > kMostMembers)
+        return false;
+    for (const auto& [member, ids] : json.items()) {
+        if (!IsMemberName(member) || !ids.is_array() || ids.size() > kMostDevicesOfOne)
+            return false;
+        for (const Json& id : ids) {
+            if (!id.is_string() || !exchange::ParseDeviceId(id.get_ref<const std::string&>()))
+                return false;
+            devices[member].push_back(id.get<std::string>());
+        }
+    }
+    return true;
+}
+
+}  // namespace
+
+std::string FormatAnnouncement(const Announcement& announcement)
+{
+    return Json{{"name", announcement.name},
+                {"from", announcement.from},
+                {"members", announcement.members},
+                {"devices", announcement.devices}}
+        .dump();
+}
+
+std::optional<Announcement> ParseAnnouncement(std::string_view text)
+{
+    const Json json = ParseObject(text);
+    if (json.is_discarded())
+        return std::nullopt;
+    const auto name = TextField(json, "name");
+    const auto from = TextField(json, "from");
+    const auto members = json.find("members");
+    if (!name || !IsFolderName(*name) || !from || !IsMemberName(*from) || members == json.end() ||
+        !members->is_array() || members->size() > kMostMembers)
+        return std::nullopt;
+    Announcement result{*name, *from, {}, {}};
+    const auto devices = json.find("devices");
+    if (devices != json.end() && !ReadDevices(*devices, result.devices))
+        return std::nullopt;
+    for (const Json& member : *members) {
+        if (!member.is_string() || !IsMemberName(member.get_ref<const std::string&>()))
+            return std::nullopt;
+        result.members.push_back(member.get<std::string>());
+    }
+    return result;
+}
+
+std::string FormatVersion(const ItemVersion& version)
+{
+    return Json{{"stamp", version.stamp}, {"member", version.member}}.dump();
+}
+
+std::optional<ItemVersion> ParseVersion(std::string_view text)
+{
+    const Json json = ParseObject(text);
+    if (json.is_discarded())
+        return std::nullopt;
+    const auto stamp = json.find("stamp");
+    const auto member = TextField(json, "member");
+    if (stamp == json.end() || !stamp->is_number_unsigned() || !member || !IsMemberName(*member))
+        return std::nullopt;
+    const auto value = stamp->get<std::uint64_t>();
+    constexpr std::uint64_t kLargest = INT64_MAX;
+    if (value >= kLargest)
+        return std::nullopt;
+    return ItemVersion{value, *member};
+}
+
+std::string MemberRecipients(const std::string& member, const std::string& folderId)
+{
+    return std::string(kToPrefix) + member + ":" + folderId;
+}
+
+std::optional<MemberTarget> ParseMemberRecipients(std::string_view recipients)
+{
+    if (!recipients.starts_with(kToPrefix))
+        return std::nullopt;
+    recipients.remove_prefix(kToPrefix.size());
+    const std::size_t colon = recipients.find(':');
+    if (colon == std::string_view::npos || !IsMemberName(recipients.substr(0, colon)))
+        return std::nullopt;
+    return MemberTarget{std::string(recipients.substr(0, colon)),
+                              std::string(recipients.substr(colon + 1))};
+}
+
+}  // namespace quorvane::host

@@ -1,0 +1,48 @@
+// host/sharing/announcement.h: the texts that the program sends along with folders and items.
+//
+// A folder's and an item's CustomInfo are free texts of the host. The program writes one JSON value into
+// each:
+//
+//     folder  {"name": "Projects/2026", "from": "alice", "members": ["alice", "bob", "carol"],
+//              "devices": {"bob": ["0123456789abcdef0123456789abcdef"]}}
+//     item    {"stamp": 134070000000000000, "member": "alice"}
+#ifndef QUORVANE_HOST_SHARING_ANNOUNCEMENT_H_
+#define QUORVANE_HOST_SHARING_ANNOUNCEMENT_H_
+
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "host/mailbox/records.h"
+
+namespace quorvane::host {
+
+struct Announcement {
+    std::string name;  // the folder's path at the sender
+    std::string from;
+    std::vector<std::string> members;  // all of them, the sender included
+    std::map<std::string, std::vector<std::string>> devices;  // of other members, as far as the sender knows them
+};
+
+std::string FormatAnnouncement(const Announcement& announcement);
+// Nothing when the text isn't one: no member name that is no such name, no empty folder name.
+std::optional<Announcement> ParseAnnouncement(std::string_view text);
+
+std::string FormatVersion(const ItemVersion& version);
+std::optional<ItemVersion> ParseVersion(std::string_view text);
+
+// The recipients texts under which the engine collects packages: the entry identifier of a shared folder, for
+// all its members; or one member, who is told of a folder or given items of it.
+std::string MemberRecipients(const std::string& member, const std::string& folderId);
+
+struct MemberTarget {
+    std::string member;
+    std::string folderId;
+};
+std::optional<MemberTarget> ParseMemberRecipients(std::string_view recipients);
+
+}  // namespace quorvane::host
+
+#endif  // QUORVANE_HOST_SHARING_ANNOUNCEMENT_H_

@@ -1,0 +1,463 @@
+#include "host/sharing/inbox.h"
+
+#include <algorithm>
+#include <system_error>
+
+#include "host/base/files.h"
+#include "host/base/output.h"
+#include "host/base/path_text.h"
+#include "host/base/system_file.h"
+#include "host/exchange/error.h"
+#include "host/sharing/announcement.h"
+
+namespace quorvane::host {
+
+namespace {
+
+// How often a package is given to the engine before it is put aside.
+constexpr int kTries = 2;
+// The largest package that is taken, sealed or opened, and what it leaves free on the disk.
+constexpr std::uint64_t kLargestPackage = std::uint64_t{4} << 30;
+constexpr std::uint64_t kSpareRoom = std::uint64_t{64} << 20;
+// How long what files said of themselves is believed: a synchroniser may bring others under their names.
+constexpr std::chrono::seconds kHeadersFor{10};
+// A file that was refused may be replaced by the true one. It is looked at again, less and less often.
+constexpr std::chrono::seconds kFirstPause{1};
+constexpr std::chrono::seconds kLongestPause{60};
+
+// How many refused files are named; more are only counted.
+constexpr std::size_t kMostTold = 100;
+
+constexpr std::int64_t kFileTimesASecond = 10'000'000;
+
+std::string ShownPackage(const Peer& peer, std::uint64_t sequence)
+{
+    return "package " + std::to_string(sequence) + " from '" + peer.member + "'";
+}
+
+}  // namespace
+
+Inbox::Inbox(const Addin::Parts& parts, const EngineSession& engine, Matcher& matcher,
+             std::function<void(const std::string&)> report, std::int64_t askAfter)
+    : mailbox_(parts.mailbox),
+      engine_(engine),
+      records_(parts.records),
+      state_(parts.state),
+      applying_(parts.applying),
+      statistics_(parts.statistics),
+      matcher_(matcher),
+      report_(std::move(report)),
+      askAfter_(askAfter)
+{}
+
+bool Inbox::IsBusy()
+{
+    if (state_.IsReceiving()) {
+        statistics_.Touch();
+        return true;
+    }
+    applying_.End();  // of the last item, should it have failed
+    return false;
+}
+
+std::filesystem::path Inbox::ClearPath(const exchange::DeviceId& device, std::uint64_t sequence) const
+{
+    return mailbox_.InboxPath() / PathOf(exchange::TextOf(device) + "-" + std::to_string(sequence) + ".qvt");
+}
+
+std::filesystem::path Inbox::SealedPath(const exchange::DeviceId& device, std::uint64_t sequence) const
+{
+    return ClearPath(device, sequence).replace_extension(".qvx");
+}
+
+void Inbox::RemoveCopies(const exchange::DeviceId& device, std::uint64_t sequence) const
+{
+    std::error_code ignored;  // what is left lies in the way of nothing
+    std::filesystem::remove(SealedPath(device, sequence), ignored);
+    std::filesystem::remove(ClearPath(device, sequence), ignored);
+}
+
+bool Inbox::TakeNext(Transport& transport)
+{
+    if (IsBusy())
+        return false;
+    if (transport.peers.Current())
+        return Advance(transport);
+    std::vector<Peer> peers = transport.peers.All();
+    // Each in its turn, so that nobody's flood holds up another.
+    std::stable_partition(peers.begin(), peers.end(), [this](const Peer& peer) { return lastTaken_ < peer.id; });
+    for (Peer& peer : peers)
+        if (peer.card && TakeFrom(transport, peer)) {
+            lastTaken_ = peer.id;
+            return true;
+        }
+    return false;
+}
+
+bool Inbox::HasWork(Transport& transport)
+{
+    if (IsBusy() || transport.peers.Current())
+        return true;
+    for (Peer& peer : transport.peers.All()) {
+        const auto next = peer.card ? FindNext(transport, peer) : std::nullopt;
+        if (next && !IsPaused({peer.id, next->sequence}))
+            return true;
+    }
+    return false;
+}
+
+// A file that was refused waits for its next look, and one that is held until something is known that wasn't.
+bool Inbox::IsPaused(const Key& key) const
+{
+    const auto refusal = refusals_.find(key);
+    if (refusal != refusals_.end() && Clock::now() < refusal->second.nextLook)
+        return true;
+    const auto held = heldWith_.find(key);
+    return held != heldWith_.end() && held->second == records_.CountFoldersAndMembers();
+}
+
+// Empty when it can't be told.
+std::optional<Inbox::Header> Inbox::HeaderOf(Transport& transport, const Peer& peer, std::uint64_t sequence)
+{
+    const Key key{peer.id, sequence};
+    const auto refusal = refusals_.find(key);
+    if (refusal != refusals_.end() && Clock::now() < refusal->second.nextLook)
+        return std::nullopt;
+    const auto known = headers_.find(key);
+    if (known != headers_.end())
+        return known->second;
+    try {
+        const auto file = transport.place.Open(peer.id, sequence);
+        if (!file)
+            return std::nullopt;
+        const exchange::SealedPackage package(*file, ShownPackage(peer, sequence));
+        if (package.Label().sender != peer.id || package.Label().sequence != sequence)
+            exchange::Refuse(ShownPackage(peer, sequence) + " lies under another's name");
+        Header header;
+        if (const auto previous = package.PreviousFor(transport.keys.Id()))
+            header = exchange::ForUs{package.Label().epoch, sequence, *previous};
+        headers_.emplace(key, header);
+        return header;
+    } catch (const exchange::Error& error) {
+        Refuse(transport, peer, sequence, error.what());
+        return std::nullopt;
+    }
+}
+
+// The numbers of what lies there. Where one device's directory can't be read, the others' can.
+std::vector<std::uint64_t> Inbox::Lying(Transport& transport, const Peer& peer)
+{
+    try {
+        return transport.place.Packages(peer.id, 1);
+    } catch (const exchange::Error& error) {
+        if (!transport.place.IsReachable())
+            throw;
+        if (!IsPaused({peer.id, 0}))
+            Refuse(transport, peer, 0, error.what());
+        return {};
+    }
+}
+
+// Whether the device that it names signed all of what lies there.
+bool Inbox::IsGenuine(Transport& transport, const Peer& peer, std::uint64_t sequence)
+{
+    const Key key{peer.id, sequence};
+    if (genuine_.contains(key))
+        return true;
+    try {
+        const auto file = transport.place.Open(peer.id, sequence);
+        if (!file)
+            return false;
+        exchange::SealedPackage(*file, ShownPackage(peer, sequence)).Verify(peer.card->signing);
+        genuine_.insert(key);
+        return true;
+    } catch (const exchange::Error& error) {
+        headers_.erase(key);
+        Refuse(transport, peer, sequence, error.what());
+        return false;
+    }
+}
+
+// The next package that is this device's turn to apply.
+std::optional<exchange::ForUs> Inbox::FindNext(Transport& transport, Peer& peer)
+{
+    if (Clock::now() >= headersEnd_) {
+        headers_.clear();
+        genuine_.clear();
+        headersEnd_ = Clock::now() + kHeadersFor;
+    }
+    std::optional<exchange::SequenceRange> gap;
+    for (const std::uint64_t sequence : Lying(transport, peer)) {
+        const auto header = HeaderOf(transport, peer, sequence);
+        if (!header || !*header)
+            continue;
+        switch (exchange::JudgeOrder(peer.order, **header)) {
+            case exchange::Intake::kApply:
+            case exchange::Intake::kNewEpoch:
+                NoteGap(transport, peer, std::nullopt);
+                return **header;
+            case exchange::Intake::kTooEarly:
+                if (!gap && IsGenuine(transport, peer, sequence))
+                    gap = exchange::GapBefore(peer.order, **header);
+                break;
+            case exchange::Intake::kOver:
+                Refuse(transport, peer, sequence, ShownPackage(peer, sequence) + " is of an epoch that is over");
+                break;
+            case exchange::Intake::kApplied:
+                break;
+        }
+    }
+    NoteGap(transport, peer, gap);
+    return std::nullopt;
+}
+
+void Inbox::NoteGap(Transport& transport, Peer& peer, const std::optional<exchange::SequenceRange>& gap)
+{
+    const Peer before = peer;
+    const auto now = static_cast<std::int64_t>(FileTimeNow()) / kFileTimesASecond;
+    peer.isAsked = peer.gap.IsDue(gap, now, askAfter_);
+    peer.missing = gap;
+    if (peer.missing != before.missing || peer.isAsked != before.isAsked || peer.gap.first != before.gap.first)
+        transport.peers.NoteGap(peer);
+}
+
+bool Inbox::TakeFrom(Transport& transport, Peer& peer)
+{
+    const auto next = FindNext(transport, peer);
+    if (!next || IsPaused({peer.id, next->sequence}))
+        return false;
+    try {
+        return Take(transport, peer, *next);
+    } catch (const exchange::Error& error) {
+        RemoveCopies(peer.id, next->sequence);
+        headers_.erase({peer.id, next->sequence});
+        genuine_.erase({peer.id, next->sequence});
+        if (!transport.place.IsReachable())
+            throw;
+        Refuse(transport, peer, next->sequence, error.what());
+        return false;
+    }
+}
+
+// Nobody else can write to the copy: what was verified there is what is opened.
+exchange::ForUs Inbox::Unseal(Transport& transport, const Peer& peer, std::uint64_t sequence) const
+{
+    const auto copy = OpenOwnFile(SealedPath(peer.id, sequence));
+    exchange::SealedPackage package(*copy, ShownPackage(peer, sequence));
+    package.Verify(peer.card->signing);
+    const auto previous = package.PreviousFor(transport.keys.Id());
+    if (package.Label().sequence != sequence || package.Label().kind != exchange::PackageKind::kItems || !previous)
+        exchange::Refuse(ShownPackage(peer, sequence) + " isn't what it was taken for");
+    const std::filesystem::path clear = ClearPath(peer.id, sequence);
+    exchange::CheckRoom(package.ContentSize(), clear, kLargestPackage, kSpareRoom);
+    const SystemFile file(clear, SystemFile::Use::kWrite);
+    package.Unseal(transport.keys, [&](std::string_view bytes) { file.Write(bytes.data(), bytes.size()); });
+    return {package.Label().epoch, sequence, *previous};
+}
+
+// True when it is on its way to the engine, or was put aside.
+bool Inbox::Take(Transport& transport, const Peer& peer, const exchange::ForUs& package)
+{
+    const std::uint64_t sequence = package.sequence;
+    // Before a byte of it is copied.
+    if (!IsGenuine(transport, peer, sequence))
+        return false;
+    const auto file = transport.place.Open(peer.id, sequence);
+    if (!file)
+        return false;
+    exchange::CopyIn(*file, SealedPath(peer.id, sequence), kLargestPackage, kSpareRoom);
+    const exchange::ForUs verified = Unseal(transport, peer, sequence);
+    if (verified != package)
+        exchange::Refuse(ShownPackage(peer, sequence) + " isn't the one that was looked at");
+    std::string reason;
+    const Verdict verdict = Judge(peer, ClearPath(peer.id, sequence), reason);
+    if (verdict == Verdict::kHold) {
+        RemoveCopies(peer.id, sequence);
+        Hold(transport, peer, sequence, reason);
+        return false;
+    }
+    if (verdict == Verdict::kReject) {
+        PutAside(peer, ClearPath(peer.id, sequence), reason);
+        Finish(transport, peer, verified);
+        return true;
+    }
+    transport.peers.PutIncoming({peer.id, sequence, IncomingRecord::State::kTaken, {}, 0});
+    tries_ = 0;
+    ++statistics_.packagesReceived;
+    Process(transport, peer, sequence);
+    return true;
+}
+
+void Inbox::Refuse(Transport& transport, const Peer& peer, std::uint64_t sequence, const std::string& reason)
+{
+    const Key key{peer.id, sequence};
+    const auto known = refusals_.find(key);
+    const auto pause = known == refusals_.end() ? kFirstPause : std::min(2 * known->second.pause, kLongestPause);
+    const bool isNew = known == refusals_.end();
+    refusals_[key] = {Clock::now() + pause, pause};
+    if (!isNew)
+        return;
+    if (refusals_.size() > kMostTold) {
+        ++statistics_.packagesRejected;
+        return;
+    }
+    transport.peers.PutIncoming({peer.id, sequence, IncomingRecord::State::kRefused, reason, 0});
+    ++statistics_.packagesRejected;
+    report_("refused: " + reason);
+}
+
+void Inbox::Hold(Transport& transport, const Peer& peer, std::uint64_t sequence, const std::string& reason)
+{
+    heldWith_[{peer.id, sequence}] = records_.CountFoldersAndMembers();
+    transport.peers.PutIncoming({peer.id, sequence, IncomingRecord::State::kHeld, reason, 0});
+}
+
+// Who told of a device vouches for it in the folders that he shares himself.
+bool Inbox::MaySendOf(const Peer& peer, const std::string& folderId)
+{
+    return records_.IsMember(folderId, peer.member) &&
+           (peer.IsPinnedByUser() || records_.IsMember(folderId, peer.introducer));
+}
+
+// A package of what isn't known here yet, or of a folder that its sender isn't known to share, may be understood
+// when somebody's announcement has come.
+Inbox::Verdict Inbox::JudgeContent(const Peer& peer, const Package& package, std::string& reason)
+{
+    std::set<std::string> announced;
+    for (const PackageRecord& folder : package.folders) {
+        const bool isNew = !records_.FindShare(folder.id);
+        if (isNew ? !peer.IsPinnedByUser() : !MaySendOf(peer, folder.id)) {
+            reason = "'" + peer.member + "' isn't known to share the folder " + folder.id;
+            return Verdict::kHold;
+        }
+        announced.insert(folder.id);
+    }
+    for (const PackageRecord& item : package.items) {
+        if (!announced.contains(item.folderId) && !MaySendOf(peer, item.folderId)) {
+            reason = "'" + peer.member + "' isn't known to share the folder " + item.folderId;
+            return Verdict::kHold;
+        }
+        const auto known = records_.FindItem(item.id);
+        if (known && known->folderId != item.folderId) {
+            reason = "it claims the item " + item.id + " of another folder";
+            return Verdict::kReject;
+        }
+    }
+    return Verdict::kUse;
+}
+
+Inbox::Verdict Inbox::Judge(const Peer& peer, const std::filesystem::path& path, std::string& reason)
+{
+    try {
+        const ComPtr<IStorage> root = OpenCompoundFile(path);
+        if (!IsPackage(*root)) {
+            reason = "it is a compound file, but no package";
+            return Verdict::kReject;
+        }
+        return JudgeContent(peer, ReadPackage(*root, path.string(), [](const PackageRecord&, IStorage&) {}), reason);
+    } catch (const HostError& error) {
+        reason = error.what();
+        return Verdict::kReject;
+    }
+}
+
+// Whether an item of a package that the engine is done with has reached the store, or was left aside on
+// purpose.
+bool Inbox::IsApplied(const PackageRecord& item, const std::string& member)
+{
+    const auto sent = ParseVersion(item.customInfo);
+    const ItemVersion version = sent ? *sent : ItemVersion{0, member};
+    const auto record = records_.FindItem(item.id);
+    if (!item.hasMessage)
+        return !state_.RowOfId(item.id) || (record && version < record->version) || state_.WasKept(item.id);
+    return (record && (version < record->version || (version == record->version && record->modified != 0))) ||
+           state_.WasKept(item.id);
+}
+
+std::size_t Inbox::CountMissing(const std::filesystem::path& path, const std::string& member)
+{
+    const ComPtr<IStorage> root = OpenCompoundFile(path);
+    std::size_t missing = 0;
+    const Package content = ReadPackage(*root, path.string(), [](const PackageRecord&, IStorage&) {});
+    std::set<std::string> folders;
+    for (const PackageRecord& item : content.items) {
+        missing += IsApplied(item, member) ? 0 : 1;
+        if (folders.insert(item.folderId).second)
+            records_.NoteHeardFrom(item.folderId, member);
+    }
+    return missing;
+}
+
+// The current package, while the engine is free: it is handed over, or the engine is done with it. What it couldn't
+// apply is tried once more, out of the sealed copy; then the package is put aside.
+bool Inbox::Advance(Transport& transport)
+{
+    const IncomingRecord current = *transport.peers.Current();
+    const auto peer = transport.peers.Find(current.device);
+    exchange::ForUs package;
+    try {
+        if (!peer || !peer->card)
+            exchange::Refuse("a package from a device that isn't known any more");
+        package = Unseal(transport, *peer, current.sequence);
+    } catch (const exchange::Error&) {
+        // The copy didn't outlive a power cut, or the device was dropped: it is taken anew, if at all.
+        RemoveCopies(current.device, current.sequence);
+        transport.peers.ForgetIncoming(current.device, current.sequence);
+        return false;
+    }
+    const std::filesystem::path path = ClearPath(peer->id, current.sequence);
+    if (current.state == IncomingRecord::State::kTaken) {
+        ++statistics_.packagesReceived;
+        Process(transport, *peer, current.sequence);
+        return true;
+    }
+    const std::size_t missing = CountMissing(path, peer->member);
+    if (missing > 0) {
+        // A message that was made and has no row would be made a second time, or pass for one made here.
+        matcher_.MatchPackage(path.string());
+        if (tries_ < kTries) {
+            Process(transport, *peer, current.sequence);
+            return true;
+        }
+        PutAside(*peer, path, std::to_string(missing) + " of its items could not be applied");
+    }
+    Finish(transport, *peer, package);
+    return true;
+}
+
+void Inbox::Finish(Transport& transport, const Peer& peer, const exchange::ForUs& package)
+{
+    transport.peers.NoteApplied(peer.id, package);
+    RemoveCopies(peer.id, package.sequence);
+    refusals_.erase({peer.id, package.sequence});
+    heldWith_.erase({peer.id, package.sequence});
+    tries_ = 0;
+    statistics_.Touch();
+}
+
+// Handed over before it is noted: a second time does no harm.
+void Inbox::Process(Transport& transport, const Peer& peer, std::uint64_t sequence)
+{
+    const std::filesystem::path path = ClearPath(peer.id, sequence);
+    ++tries_;
+    Check(engine_.Session().ProcessStorageFile(Bstr(OleTextOf(path)).Get(), BstrOf(peer.member).Get()),
+          "hand over the package", path.string());
+    transport.peers.PutIncoming({peer.id, sequence, IncomingRecord::State::kGiven, {}, 0});
+    statistics_.Touch();
+}
+
+void Inbox::PutAside(const Peer& peer, const std::filesystem::path& path, const std::string& reason)
+{
+    const std::filesystem::path place = mailbox_.Directory() / "rejected";
+    MakeDirectory(place);
+    std::error_code error;
+    std::filesystem::rename(path, place / path.filename(), error);
+    if (error)
+        Fail("put aside the package", path.string(), error.message());
+    SyncDirectory(place);
+    ++statistics_.packagesRejected;
+    report_("put aside a package from '" + peer.member + "' as " + (place / path.filename()).string() + ": " +
+            reason);
+}
+
+}  // namespace quorvane::host

@@ -1,0 +1,109 @@
+// host/sharing/inbox.h: packages on their way from the exchange into the engine.
+//
+// The packages of a known device are taken strictly in its order, whatever lies there and however it got there. The
+// next one is copied to the mailbox, looked through, handed to the engine, and noted as applied when the engine is
+// done with it; only then is it acknowledged (receipts.h). One package at a time is with the engine.
+//
+// What a package has come to stands in the records (IncomingRecord), and each step may be done again after a kill:
+//
+//     lies in the exchange   nothing noted; or held, or refused, with the reason
+//     taken                  its sealed copy lies in inbox/, and was found to be the next one
+//     given                  the engine has it, or has had it
+//     applied                the device's order has gone on to its number
+#ifndef QUORVANE_HOST_SHARING_INBOX_H_
+#define QUORVANE_HOST_SHARING_INBOX_H_
+
+#include <chrono>
+#include <functional>
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+
+#include "host/base/compound_file.h"
+#include "host/mailbox/mailbox.h"
+#include "host/mailbox/records.h"
+#include "host/sharing/engine.h"
+#include "host/sharing/item_state.h"
+#include "host/sharing/matcher.h"
+#include "host/sharing/statistics.h"
+#include "host/sharing/transport.h"
+
+namespace quorvane::host {
+
+// For the run's thread alone. Methods throw a HostError, or an exchange::Error when the place or the disk can't be
+// used.
+class Inbox {
+public:
+    // report: gets one line for the user about a package that can't be used. askAfter: how many seconds a gap stands
+    // until it is asked for.
+    Inbox(const Addin::Parts& parts, const EngineSession& engine, Matcher& matcher,
+          std::function<void(const std::string&)> report,
+          std::int64_t askAfter = exchange::GapWatch::kPatience);
+
+    // Hands the next package over, if the engine is free and there is one. True if one was, or was put aside.
+    bool TakeNext(Transport& transport);
+
+    // Whether the engine still works a package off.
+    bool IsBusy();
+
+    // Whether a package is with the engine, or lies in the exchange and could be taken.
+    bool HasWork(Transport& transport);
+
+private:
+    using Clock = std::chrono::steady_clock;
+    enum class Verdict { kUse, kHold, kReject };
+    // What a file in the exchange says of itself; nothing when it isn't for this device.
+    using Header = std::optional<exchange::ForUs>;
+    struct Refusal {
+        Clock::time_point nextLook;
+        std::chrono::seconds pause;
+    };
+    using Key = std::pair<exchange::DeviceId, std::uint64_t>;
+
+    std::optional<exchange::ForUs> FindNext(Transport& transport, Peer& peer);
+    std::optional<Header> HeaderOf(Transport& transport, const Peer& peer, std::uint64_t sequence);
+    std::vector<std::uint64_t> Lying(Transport& transport, const Peer& peer);
+    bool IsGenuine(Transport& transport, const Peer& peer, std::uint64_t sequence);
+    void NoteGap(Transport& transport, Peer& peer, const std::optional<exchange::SequenceRange>& gap);
+    bool TakeFrom(Transport& transport, Peer& peer);
+    bool Take(Transport& transport, const Peer& peer, const exchange::ForUs& package);
+    exchange::ForUs Unseal(Transport& transport, const Peer& peer, std::uint64_t sequence) const;
+    Verdict Judge(const Peer& peer, const std::filesystem::path& path, std::string& reason);
+    bool MaySendOf(const Peer& peer, const std::string& folderId);
+    Verdict JudgeContent(const Peer& peer, const Package& package, std::string& reason);
+    void Refuse(Transport& transport, const Peer& peer, std::uint64_t sequence, const std::string& reason);
+    void Hold(Transport& transport, const Peer& peer, std::uint64_t sequence, const std::string& reason);
+    bool IsPaused(const Key& key) const;
+
+    bool Advance(Transport& transport);
+    bool IsApplied(const PackageRecord& item, const std::string& member);
+    std::size_t CountMissing(const std::filesystem::path& path, const std::string& member);
+    void Finish(Transport& transport, const Peer& peer, const exchange::ForUs& package);
+    void Process(Transport& transport, const Peer& peer, std::uint64_t sequence);
+    void PutAside(const Peer& peer, const std::filesystem::path& path, const std::string& reason);
+    std::filesystem::path SealedPath(const exchange::DeviceId& device, std::uint64_t sequence) const;
+    std::filesystem::path ClearPath(const exchange::DeviceId& device, std::uint64_t sequence) const;
+    void RemoveCopies(const exchange::DeviceId& device, std::uint64_t sequence) const;
+
+    const Mailbox& mailbox_;
+    const EngineSession& engine_;
+    Records& records_;
+    ItemState& state_;
+    ApplyGuard& applying_;
+    Statistics& statistics_;
+    Matcher& matcher_;
+    std::function<void(const std::string&)> report_;
+    std::int64_t askAfter_;
+    int tries_ = 0;                        // of the current one in this process
+    std::map<Key, Header> headers_;        // of files that were looked at
+    std::set<Key> genuine_;                // of these files, those whose signature holds
+    Clock::time_point headersEnd_{};       // until when both count
+    std::map<Key, Refusal> refusals_;      // when a file that was refused is looked at again
+    exchange::DeviceId lastTaken_;         // whose package was the last one
+    std::map<Key, std::int64_t> heldWith_;  // held ones, and with how much knowledge of folders and members
+};
+
+}  // namespace quorvane::host
+
+#endif  // QUORVANE_HOST_SHARING_INBOX_H_

@@ -1,0 +1,152 @@
+#include "host/sharing/item_state.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <filesystem>
+#include <system_error>
+
+#include "host/base/path_text.h"
+
+namespace quorvane::host {
+
+namespace {
+
+// A writer of the engine waits half a minute for the database.
+constexpr auto kLongestEnd = std::chrono::seconds(30);
+
+}  // namespace
+
+ItemState::ItemState(const Mailbox& mailbox, Records& records)
+    : records_(records), database_(mailbox.OpenSharingDatabase())
+{}
+
+std::vector<SharingRow> ItemState::FindRows(const char* sql, const std::string& key)
+{
+    const std::lock_guard lock(mutex_);
+    Statement select(database_, sql);
+    select.Bind(1, key);
+    std::vector<SharingRow> rows;
+    while (select.Step())
+        rows.push_back({select.Text(0), select.Text(1), select.Text(2), select.Real(3)});
+    return rows;
+}
+
+std::vector<SharingRow> ItemState::RowsOfEntry(const std::string& entryId)
+{
+    return FindRows("SELECT ID, EntryID, StoreID, LastModified FROM tblItem WHERE EntryID = ?", entryId);
+}
+
+std::optional<SharingRow> ItemState::RowOfEntry(const std::string& entryId)
+{
+    const std::vector<SharingRow> rows = RowsOfEntry(entryId);
+    if (rows.empty())
+        return std::nullopt;
+    const auto known = std::find_if(rows.begin(), rows.end(), [this](const SharingRow& row) {
+        return records_.FindItem(row.id).has_value();
+    });
+    return known == rows.end() || rows.size() == 1 ? rows.front() : *known;
+}
+
+std::optional<SharingRow> ItemState::RowOfId(const std::string& id)
+{
+    const std::vector<SharingRow> rows =
+        FindRows("SELECT ID, EntryID, StoreID, LastModified FROM tblItem WHERE ID = ?", id);
+    return rows.empty() ? std::nullopt : std::optional(rows.front());
+}
+
+void ItemState::DropStrayRows(const std::string& entryId)
+{
+    const auto known = RowOfEntry(entryId);
+    if (!known || !records_.FindItem(known->id))
+        return;  // nothing tells which is the true one
+    for (const SharingRow& row : RowsOfEntry(entryId)) {
+        if (row.id == known->id || records_.FindItem(row.id))
+            continue;
+        const std::lock_guard lock(mutex_);
+        Statement(database_, "DELETE FROM tblItem WHERE ID = ?").Bind(1, row.id).Run();
+    }
+}
+
+void ItemState::DropStrayRows()
+{
+    std::vector<std::string> entries;
+    {
+        const std::lock_guard lock(mutex_);
+        Statement select(database_, "SELECT EntryID FROM tblItem GROUP BY EntryID HAVING count(*) > 1");
+        while (select.Step())
+            entries.push_back(select.Text(0));
+    }
+    for (const std::string& entryId : entries)
+        DropStrayRows(entryId);
+}
+
+bool ItemState::IsCurrent(const SharingRow& row, const std::string& folderId, std::uint64_t modified)
+{
+    if (row.lastModified != RowTimeOf(modified))
+        return false;
+    const auto record = records_.FindItem(row.id);
+    return record && record->folderId == folderId &&
+           (record->modified == 0 || record->modified == modified);
+}
+
+void ItemState::SetRowTime(const std::string& id, std::uint64_t modified)
+{
+    char number[64];
+    std::snprintf(number, sizeof number, "%.17g", RowTimeOf(modified));
+    const std::lock_guard lock(mutex_);
+    Statement(database_, "UPDATE tblItem SET LastModified = CAST(? AS REAL), Version = 3.0 WHERE ID = ?")
+        .Bind(1, number)
+        .Bind(2, id)
+        .Run();
+}
+
+void ItemState::NoteKept(const std::string& id)
+{
+    const std::lock_guard lock(mutex_);
+    kept_.insert(id);
+}
+
+bool ItemState::WasKept(const std::string& id)
+{
+    const std::lock_guard lock(mutex_);
+    return kept_.contains(id);
+}
+
+std::vector<std::string> ItemState::UnfinishedPaths()
+{
+    const std::lock_guard lock(mutex_);
+    Statement select(database_, "SELECT Path FROM tblUnfinishedReceiveJob");
+    std::vector<std::string> paths;
+    while (select.Step())
+        paths.push_back(select.Text(0));
+    return paths;
+}
+
+bool ItemState::IsUnfinished(const std::string& path)
+{
+    const std::vector<std::string> paths = UnfinishedPaths();
+    return std::find(paths.begin(), paths.end(), path) != paths.end();
+}
+
+bool ItemState::IsReceiving(std::chrono::steady_clock::time_point now)
+{
+    const std::vector<std::string> paths = UnfinishedPaths();
+    const std::lock_guard lock(mutex_);
+    std::map<std::string, std::chrono::steady_clock::time_point> ending;
+    bool isReceiving = false;
+    for (const std::string& path : paths) {
+        std::error_code error;
+        if (std::filesystem::exists(PathOf(path), error)) {
+            isReceiving = true;
+            continue;
+        }
+        const auto known = ending_.find(path);
+        const auto since = known == ending_.end() ? now : known->second;
+        ending.emplace(path, since);
+        isReceiving = isReceiving || now - since < kLongestEnd;
+    }
+    ending_ = std::move(ending);
+    return isReceiving;
+}
+
+}  // namespace quorvane::host

@@ -1,0 +1,69 @@
+// host/sharing/item_state.h: whether a message of a shared folder is the one that was last sent or received.
+#ifndef QUORVANE_HOST_SHARING_ITEM_STATE_H_
+#define QUORVANE_HOST_SHARING_ITEM_STATE_H_
+
+#include <chrono>
+#include <cstdint>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "host/mailbox/mailbox.h"
+#include "host/mailbox/records.h"
+#include "host/mailbox/sharing_rows.h"
+
+namespace quorvane::host {
+
+// Looks rows of the sharing database up, one at a time. Any thread. Throws a HostError.
+class ItemState {
+public:
+    ItemState(const Mailbox& mailbox, Records& records);
+
+    // Of several rows for one message, the one that the program has a record of.
+    std::optional<SharingRow> RowOfEntry(const std::string& entryId);
+    std::optional<SharingRow> RowOfId(const std::string& id);
+
+    // A scan that meets a message whose row is only just being written gives it a row of its own. Such a row,
+    // with an ID that nobody else knows, goes as soon as it is told from the true one.
+    void DropStrayRows(const std::string& entryId);
+    // The same for all messages.
+    void DropStrayRows();
+
+    // Whether a message of this folder with this modification time is what its row, and the program's record
+    // of the item, stand for. A row knows whole seconds only; the record knows the time exactly. A move
+    // between folders leaves row and time as they were.
+    bool IsCurrent(const SharingRow& row, const std::string& folderId, std::uint64_t modified);
+
+    // Brings a row's time up to date after its item was sent.
+    void SetRowTime(const std::string& id, std::uint64_t modified);
+
+    // Items whose received version was left aside, in this process, for a change made here that is yet to be
+    // sent.
+    void NoteKept(const std::string& id);
+    bool WasKept(const std::string& id);
+
+    // The received files that stand in the engine's table of unfinished jobs.
+    std::vector<std::string> UnfinishedPaths();
+    bool IsUnfinished(const std::string& path);
+    // Whether the engine works one of them off. It removes the file at the end, and the row right after that: until
+    // then the file's name can't be given to it anew. A row that has no file for as long as a writer waits for the
+    // database was left by a run that was killed.
+    bool IsReceiving(std::chrono::steady_clock::time_point now = std::chrono::steady_clock::now());
+
+private:
+    std::vector<SharingRow> FindRows(const char* sql, const std::string& key);
+    std::vector<SharingRow> RowsOfEntry(const std::string& entryId);
+
+    Records& records_;
+    std::mutex mutex_;
+    Database database_;
+    std::set<std::string> kept_;
+    std::map<std::string, std::chrono::steady_clock::time_point> ending_;  // rows whose files were found gone
+};
+
+}  // namespace quorvane::host
+
+#endif  // QUORVANE_HOST_SHARING_ITEM_STATE_H_

@@ -1,0 +1,249 @@
+#include "host/sharing/outbox.h"
+
+#include <algorithm>
+#include <chrono>
+#include <filesystem>
+#include <system_error>
+
+#include "host/base/files.h"
+#include "host/base/path_text.h"
+#include "host/sharing/announcement.h"
+#include "host/store/folders.h"
+#include "host/store/properties.h"
+#include "quorvane3/storage.h"
+
+namespace quorvane::host {
+
+namespace {
+
+constexpr auto kQuietTime = std::chrono::milliseconds(250);
+constexpr auto kLongestWait = std::chrono::seconds(3);
+
+// Whether no writer of the engine has the file open any more.
+bool IsClosed(const std::string& path)
+{
+    ComPtr<IStorage> storage;
+    const OleString name = OleTextOf(PathOf(path));
+    const HRESULT hr = StgOpenStorage(name.c_str(), nullptr, STGM_READWRITE | STGM_SHARE_EXCLUSIVE, nullptr,
+                                      0, storage.Put());
+    return hr != STG_E_SHAREVIOLATION && hr != STG_E_LOCKVIOLATION;
+}
+
+bool IsForOneMember(const std::string& recipients)
+{
+    return ParseMemberRecipients(recipients).has_value();
+}
+
+}  // namespace
+
+std::vector<Outbox::Listed> Outbox::ListEngine() const
+{
+    const ComPtr<IStorageFiles> files = engine_.StorageFiles();
+    LONG count = 0;
+    Check(files->get_Count(&count), "list", "the packages");
+    std::vector<Listed> packages;
+    for (LONG i = 1; i <= count; ++i) {
+        Variant value;
+        // A package may be added meanwhile; the next round sees it.
+        if (FAILED(files->get_Item(Variant::Long(i).Raw(), value.Put())) || !value.Is(VT_DISPATCH))
+            continue;
+        ComPtr<IStorageFile> file;
+        if (SUCCEEDED(QueryFor(value.Raw().pdispVal, file)))
+            packages.push_back(
+                {ReadText(*file, &IStorageFile::get_Recipients), ReadText(*file, &IStorageFile::get_Path)});
+    }
+    std::stable_partition(packages.begin(), packages.end(),
+                          [](const Listed& package) { return IsForOneMember(package.recipients); });
+    return packages;
+}
+
+void Outbox::Forget(const std::string& recipients) const
+{
+    const Variant key = Variant::Text(FromUtf8(recipients));
+    Check(engine_.StorageFiles()->Remove(key.Raw()), "take the package for", recipients);
+}
+
+void Outbox::Resume()
+{
+    const std::vector<Listed> listed = ListEngine();
+    for (const OutgoingPackage& package : records_.Outgoing()) {
+        const auto found = std::find_if(listed.begin(), listed.end(),
+                                        [&](const Listed& entry) { return entry.path == package.path; });
+        if (found != listed.end())
+            Forget(found->recipients);
+    }
+    Plan();
+}
+
+// Whether a package has been left alone for a moment, or has been filling for long enough.
+bool Outbox::IsReady(const std::string& path)
+{
+    std::error_code error;
+    const auto written = std::filesystem::last_write_time(PathOf(path), error);
+    if (error)
+        return true;  // gone: taking it clears the engine's record
+    const auto now = std::chrono::steady_clock::now();
+    const auto first = firstSeen_.try_emplace(path, now).first->second;
+    return std::filesystem::file_time_type::clock::now() - written >= kQuietTime ||
+           now - first >= kLongestWait;
+}
+
+void Outbox::Take(const Listed& package)
+{
+    firstSeen_.erase(package.path);
+    records_.AddOutgoing(package.path, package.recipients);
+    Forget(package.recipients);
+}
+
+void Outbox::Take(const std::string& recipients)
+{
+    for (const Listed& package : ListEngine())
+        if (package.recipients == recipients)
+            Take(package);
+}
+
+void Outbox::TakeReady(bool evenIfFresh)
+{
+    for (const Listed& package : ListEngine())
+        if (evenIfFresh || IsReady(package.path))
+            Take(package);
+}
+
+std::vector<std::string> Outbox::ReceiversOf(const OutgoingPackage& package)
+{
+    if (const auto target = ParseMemberRecipients(package.recipients))
+        return {target->member};
+    const auto share = records_.FindShareByEntryId(package.recipients);
+    return share ? records_.Members(share->folderId, true) : std::vector<std::string>();
+}
+
+void Outbox::NoteUnsent(const std::string& id, const std::string& folderId, const std::string& reason)
+{
+    const auto row = parts_.state.RowOfId(id);
+    const ComPtr<IMessage> message = row ? OpenMessage(parts_.mail, row->entryId, false) : nullptr;
+    const std::string subject = message ? TextOf(*message, PR_SUBJECT_W) : std::string();
+    records_.PutUnsent({id, folderId, subject, reason});
+    report_("the item " + id + " '" + subject + "' is left unsent: " + reason);
+}
+
+// A package that nobody could read reaches nobody.
+void Outbox::PutAside(const OutgoingPackage& package)
+{
+    const std::filesystem::path path = PathOf(package.path);
+    const std::filesystem::path place = parts_.mailbox.Directory() / "rejected";
+    MakeDirectory(place);
+    std::error_code error;
+    std::filesystem::rename(path, place / path.filename(), error);
+    if (error)
+        Fail("put aside the package", package.path, error.message());
+    report_("a package that was to be sent is damaged and lies in " + (place / path.filename()).string() +
+            "; 'quorvane resend --all' sends its items once more");
+}
+
+// What a package holds that may be sent; what may not is taken out of it first. False when nothing of it can be read.
+bool Outbox::LookThrough(const OutgoingPackage& package, Package& content)
+{
+    const std::filesystem::path path = PathOf(package.path);
+    if (IsRuined(path)) {
+        PutAside(package);
+        return false;
+    }
+    CheckedPackage checked = CheckPackage(*OpenCompoundFile(path), package.path);
+    // One without an ID never passed for sent: whoever wrote it does so again.
+    for (const DamagedElement& element : checked.damaged)
+        if (!element.id.empty())
+            NoteUnsent(element.id, element.folderId, element.reason);
+    if (!checked.damaged.empty())
+        TakeOut(path, checked.damaged);
+    content = std::move(checked.sound);
+    return true;
+}
+
+// False while a writer of the engine that was late still has the package open.
+bool Outbox::Plan(const OutgoingPackage& package)
+{
+    if (package.isPlanned)
+        return true;
+    std::error_code error;
+    PackagePlan plan;
+    Package content;
+    if (std::filesystem::exists(PathOf(package.path), error)) {
+        if (!IsClosed(package.path))
+            return false;
+        if (LookThrough(package, content) && !(content.items.empty() && content.folders.empty()))
+            plan.members = ReceiversOf(package);
+    }
+    for (const PackageRecord& folder : content.folders)
+        if (const auto announcement = ParseAnnouncement(folder.customInfo)) {
+            plan.announcedFolder = folder.id;
+            plan.membersNamed = announcement->members.size();
+        }
+    for (PackageRecord& item : content.items)
+        plan.items.push_back({std::move(item.id), std::move(item.folderId)});
+    records_.PlanPackage(package.number, plan);
+    return true;
+}
+
+void Outbox::Plan()
+{
+    for (const OutgoingPackage& package : records_.Outgoing())
+        if (!Plan(package))
+            return;  // those behind it wait, for the order
+}
+
+// What is gone from the disk is made again for those who were to get it.
+void Outbox::Lay(const OutgoingPackage& package, Transport& transport)
+{
+    const std::filesystem::path path = PathOf(package.path);
+    const auto receivers = transport.peers.ReceiversOf(package.sequence);
+    std::error_code error;
+    if (std::filesystem::exists(path, error)) {
+        if (!receivers.empty()) {
+            LaySealed(transport, package.sequence, receivers, path);
+            ++parts_.statistics.packagesSent;
+        }
+    } else {
+        for (const exchange::Receiver& receiver : receivers)
+            transport.peers.Remake(receiver.id);
+    }
+    records_.NoteLaid(package.number);
+    parts_.statistics.Touch();
+}
+
+void Outbox::Deliver(Transport& transport)
+{
+    Plan();
+    for (const OutgoingPackage& package : records_.Outgoing()) {
+        if (!package.isPlanned)
+            return;
+        if (package.sequence != 0 && !package.isLaid)
+            Lay(package, transport);
+        std::error_code error;
+        std::filesystem::remove(PathOf(package.path), error);
+        records_.FinishOutgoing(package.number);
+    }
+}
+
+bool Outbox::HasWork()
+{
+    return !ListEngine().empty() || !records_.Outgoing().empty();
+}
+
+bool Outbox::HasUnplanned()
+{
+    const auto outgoing = records_.Outgoing();
+    return !ListEngine().empty() ||
+           std::any_of(outgoing.begin(), outgoing.end(), [this](const OutgoingPackage& package) {
+               return !package.isPlanned;
+           });
+}
+
+bool Outbox::IsUnplanned(const std::string& recipients)
+{
+    const auto outgoing = records_.Outgoing();
+    return std::any_of(outgoing.begin(), outgoing.end(), [&](const OutgoingPackage& package) {
+        return package.recipients == recipients && !package.isPlanned;
+    });
+}
+
+}  // namespace quorvane::host

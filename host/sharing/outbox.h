@@ -1,0 +1,84 @@
+// host/sharing/outbox.h: packages on their way from the engine to the exchange.
+//
+// A package is taken from the engine when it has been quiet for a moment. From then on it is the program's:
+// it is noted before the engine forgets it, looked through, gets its number and its receivers, and goes when it
+// lies in the exchange, sealed. A kill at any point leads to one more of the same number and content, never to none.
+#ifndef QUORVANE_HOST_SHARING_OUTBOX_H_
+#define QUORVANE_HOST_SHARING_OUTBOX_H_
+
+#include <chrono>
+#include <functional>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "host/sharing/addin.h"
+#include "host/sharing/engine.h"
+#include "host/sharing/package_check.h"
+#include "host/sharing/transport.h"
+
+namespace quorvane::host {
+
+// For the run's thread alone. Methods throw a HostError.
+class Outbox {
+public:
+    // report: gets one line for the user about what can't be sent.
+    Outbox(const Addin::Parts& parts, const EngineSession& engine,
+           std::function<void(const std::string&)> report)
+        : parts_(parts), engine_(engine), records_(parts.records), report_(std::move(report))
+    {}
+
+    // Takes up what a killed run had noted: the engine may still list it. Once, before the engine's folders
+    // are added.
+    void Resume();
+
+    // Takes every package that is ready. Those for one member come first, so that he knows a folder before its
+    // changes.
+    void TakeReady(bool evenIfFresh);
+
+    // Takes the package for these recipients, ready or not, if there is one.
+    void Take(const std::string& recipients);
+
+    // Looks through what was taken, and fixes who gets it, in the order of taking. What isn't fit to be sent is taken
+    // out and noted.
+    void Plan();
+
+    // Lays what was taken into the exchange. Throws, an exchange::Error too, when that can't be used; what wasn't
+    // laid there is kept for the next call.
+    void Deliver(Transport& transport);
+
+    // Notes an item that isn't sent, and says so.
+    void NoteUnsent(const std::string& id, const std::string& folderId, const std::string& reason);
+
+    // Whether anything waits: in the engine or taken.
+    bool HasWork();
+    // The same for packages whose receivers aren't fixed yet.
+    bool HasUnplanned();
+    bool IsUnplanned(const std::string& recipients);
+
+private:
+    struct Listed {
+        std::string recipients;
+        std::string path;
+    };
+    std::vector<Listed> ListEngine() const;
+    bool IsReady(const std::string& path);
+    void Take(const Listed& package);
+    void Forget(const std::string& recipients) const;
+    bool Plan(const OutgoingPackage& package);
+    void Lay(const OutgoingPackage& package, Transport& transport);
+    bool LookThrough(const OutgoingPackage& package, Package& content);
+    void PutAside(const OutgoingPackage& package);
+    std::vector<std::string> ReceiversOf(const OutgoingPackage& package);
+
+    Addin::Parts parts_;
+    const EngineSession& engine_;
+    Records& records_;
+    std::function<void(const std::string&)> report_;
+    std::map<std::string, std::chrono::steady_clock::time_point>
+        firstSeen_;  // packages that were still filling
+};
+
+}  // namespace quorvane::host
+
+#endif  // QUORVANE_HOST_SHARING_OUTBOX_H_

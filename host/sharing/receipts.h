@@ -1,0 +1,70 @@
+// host/sharing/receipts.h: what members have taken of what was sent, what is missing, and what this mailbox tells of that
+// itself.
+#ifndef QUORVANE_HOST_SHARING_RECEIPTS_H_
+#define QUORVANE_HOST_SHARING_RECEIPTS_H_
+
+#include <chrono>
+#include <functional>
+#include <map>
+#include <set>
+#include <string>
+
+#include "host/sharing/transport.h"
+
+namespace quorvane::host {
+
+// For the run's thread alone. Methods throw a HostError, or an exchange::Error when the place can't be used.
+class Receipts {
+public:
+    // report: gets one line for the user. name: this mailbox's, for its card. askAfter: how many seconds pass at
+    // the least until what a member misses is made again once more.
+    Receipts(std::string name, std::function<void(const std::string&)> report,
+             std::int64_t askAfter = exchange::GapWatch::kPatience)
+        : name_(std::move(name)), report_(std::move(report)), askAfter_(askAfter)
+    {}
+
+    // Lays the card down, and looks whether the mailbox is behind what it did itself: then it came out of a backup,
+    // and begins anew. Does this once; before the first package is sent or taken.
+    void Begin(Transport& transport);
+
+    // Looks, now and then, for the cards of known devices, for strangers, and for what members acknowledge; removes
+    // from the exchange what all have, and has made again what they lack.
+    void Look(Transport& transport);
+
+    // Tells what was taken and what is missing, if that has changed.
+    void Tell(Transport& transport);
+
+private:
+    using Clock = std::chrono::steady_clock;
+
+    bool IsBehind(Transport& transport, std::uint64_t& sequence);
+    // What a device's acks said when they were read last.
+    struct Heard {
+        std::string bytes;
+        exchange::Acks acks;
+        Clock::time_point judged{};  // when what they ask for was looked for
+    };
+    Heard* HearFrom(Transport& transport, const Peer& peer);
+    void Hear(Transport& transport, const Peer& peer, Heard& heard);
+    void KeepOwnNotes(Transport& transport);
+    void LookForCards(Transport& transport);
+    void LookForStrangers(Transport& transport);
+    std::optional<Stranger> StrangerAt(Transport& transport, const exchange::DeviceId& device);
+    bool MayRemake(const Peer& peer) const;
+    bool IsLost(Transport& transport, const Peer& peer, const exchange::Acks& acks);
+    void RemoveTaken(Transport& transport);
+    void Report(const std::string& line);
+
+    std::string name_;
+    std::function<void(const std::string&)> report_;
+    std::int64_t askAfter_;
+    bool hasBegun_ = false;
+    Clock::time_point nextAcks_{}, nextCards_{}, nextStrangers_{};
+    std::map<exchange::DeviceId, Heard> heard_;
+    std::map<exchange::DeviceId, exchange::Acknowledged> told_;  // what the own acks say
+    std::set<std::string> reported_;
+};
+
+}  // namespace quorvane::host
+
+#endif  // QUORVANE_HOST_SHARING_RECEIPTS_H_

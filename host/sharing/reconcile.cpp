@@ -1,0 +1,80 @@
+#include "host/sharing/reconcile.h"
+
+#include <unordered_set>
+
+#include "host/store/folders.h"
+
+namespace quorvane::host {
+
+std::vector<Reconciler::Difference> Reconciler::FindDifferences(const Share& share)
+{
+    const ComPtr<IMAPIFolder> folder = OpenFolder(parts_.mail, share.entryId);
+    if (!folder)
+        Fail("read the folder", share.name, "it is gone");
+    const auto rows = ReadSharingRows(parts_.mailbox);
+    std::vector<Difference> differences;
+    std::unordered_set<std::string> present;
+    ForEachItem(*folder, [&](const ItemInfo& item) {
+        present.insert(item.entryId);
+        const auto row = rows.find(item.entryId);
+        if (row == rows.end() || !parts_.state.IsCurrent(row->second, share.folderId, item.modified))
+            differences.push_back({item.entryId, {}, item.modified});
+    });
+    for (const auto& [entryId, row] : rows) {
+        if (present.contains(entryId))
+            continue;
+        const auto record = parts_.records.FindItem(row.id);
+        if (record && record->folderId == share.folderId)
+            differences.push_back({{}, row.id, 0});
+    }
+    std::erase_if(differences, [this](const Difference& difference) { return failed_.contains(difference.Key()); });
+    return differences;
+}
+
+void Reconciler::Send(const Share& share, const Difference& difference)
+try {
+    if (difference.entryId.empty())
+        sender_.SendDeletion(share, difference.id);
+    else
+        sender_.SendItem(share, difference.entryId, share.entryId);
+} catch (const HostError& error) {
+    if (!unsent_)
+        throw;
+    const auto row = parts_.state.RowOfEntry(difference.entryId);
+    failed_.insert(difference.Key());
+    unsent_(row ? row->id : difference.id, share.folderId, error.what());
+}
+
+void Reconciler::SendDifferences(const Share& share)
+{
+    for (const Difference& difference : FindDifferences(share))
+        Send(share, difference);
+}
+
+void Reconciler::TakeForSent(const Share& share)
+{
+    for (const Difference& difference : FindDifferences(share))
+        if (!difference.entryId.empty())
+            sender_.TakeForSent(share, difference.entryId);
+}
+
+bool Reconciler::CheckDifferences(const Share& share, std::chrono::milliseconds patience)
+{
+    const auto now = std::chrono::steady_clock::now();
+    auto& before = firstSeen_[share.folderId];
+    std::map<std::string, std::chrono::steady_clock::time_point> waiting;
+    const std::vector<Difference> differences = FindDifferences(share);
+    for (const Difference& difference : differences) {
+        const std::string key = difference.Key();
+        const auto known = before.find(key);
+        const auto first = known == before.end() ? now : known->second;
+        if (now - first >= patience)
+            Send(share, difference);
+        else
+            waiting.emplace(key, first);
+    }
+    before = std::move(waiting);
+    return differences.empty();
+}
+
+}  // namespace quorvane::host

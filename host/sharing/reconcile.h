@@ -1,0 +1,55 @@
+// host/sharing/reconcile.h: sends what changed in a folder while nobody watched it.
+#ifndef QUORVANE_HOST_SHARING_RECONCILE_H_
+#define QUORVANE_HOST_SHARING_RECONCILE_H_
+
+#include <chrono>
+#include <functional>
+#include <map>
+#include <set>
+#include <string>
+
+#include "host/sharing/sender.h"
+
+namespace quorvane::host {
+
+// For the run's thread alone. Methods throw a HostError.
+class Reconciler {
+public:
+    // unsent: gets an item that can't be sent, its folder's ID, and why. Without it such an item ends the work.
+    using Unsent = std::function<void(const std::string& id, const std::string& folderId, const std::string& reason)>;
+    Reconciler(Sender& sender, const Addin::Parts& parts, Unsent unsent = {})
+        : sender_(sender), parts_(parts), unsent_(std::move(unsent))
+    {}
+
+    // Compares each item of a folder with its row; sends what differs or has no row, and a deletion for each
+    // row whose message is gone. The engine must not be watching the folder meanwhile (IgnoreEvents).
+    void SendDifferences(const Share& share);
+
+    // The same while the engine watches: what it may be about to send itself is left to it for `patience`
+    // first. True when nothing differs.
+    bool CheckDifferences(const Share& share, std::chrono::milliseconds patience);
+
+    // Lets messages that differ from their rows, or have none, pass for sent as they are.
+    void TakeForSent(const Share& share);
+
+private:
+    struct Difference {
+        std::string entryId;  // of a message to send; empty for a deletion
+        std::string id;       // of an item to delete
+        std::uint64_t modified = 0;
+        std::string Key() const { return entryId + id + ":" + std::to_string(modified); }
+    };
+    std::vector<Difference> FindDifferences(const Share& share);
+    void Send(const Share& share, const Difference& difference);
+
+    Sender& sender_;
+    Addin::Parts parts_;
+    Unsent unsent_;
+    std::set<std::string> failed_;  // differences that can't be sent: tried again by a later run, or when they change
+    // Per folder: differences that were left to the engine, since when.
+    std::map<std::string, std::map<std::string, std::chrono::steady_clock::time_point>> firstSeen_;
+};
+
+}  // namespace quorvane::host
+
+#endif  // QUORVANE_HOST_SHARING_RECONCILE_H_

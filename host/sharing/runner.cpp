@@ -1,0 +1,273 @@
+#include "host/sharing/runner.h"
+
+#include <cstdio>
+
+#include "host/base/output.h"
+#include "host/base/path_text.h"
+#include "host/exchange/error.h"
+#include "host/sharing/announcement.h"
+
+namespace quorvane::host {
+
+namespace {
+
+constexpr auto kStepTime = std::chrono::milliseconds(50);
+// How long a change may take until the engine has reported it by itself.
+constexpr auto kPatience = std::chrono::milliseconds(2500);
+constexpr auto kCheckInterval = std::chrono::seconds(60);
+constexpr auto kFirstCheck = std::chrono::seconds(3);
+constexpr auto kQuietBeforeCheck = std::chrono::milliseconds(1000);
+
+}  // namespace
+
+Runner::Runner(const RunOptions& options, const Mailbox& mailbox)
+    : options_(options),
+      mailbox_(mailbox),
+      mail_(options.mailbox),
+      records_(mailbox.HostDatabasePath().string()),
+      state_(mailbox, records_),
+      parts_{mailbox_, mail_, records_, state_, applying_, statistics_, options.verbose},
+      addin_(parts_),
+      engine_(addin_, options.mailbox),
+      sender_(addin_, parts_, engine_),
+      reconciler_(sender_, parts_,
+                  [this](const std::string& id, const std::string& folderId, const std::string& reason) {
+                      outbox_.NoteUnsent(id, folderId, reason);
+                  }),
+      matcher_(parts_, engine_),
+      outbox_(parts_, engine_, [this](const std::string& line) { Say(line); }),
+      resender_(parts_, engine_, sender_, reconciler_, outbox_, [this](const std::string& line) { Say(line); }),
+      inbox_(parts_, engine_, matcher_, [this](const std::string& line) { Say(line); }, options.askAfter),
+      transport_(mailbox, PathOf(options.exchange)),
+      receipts_(mailbox.Name(), [this](const std::string& line) { Say(line); }, options.askAfter),
+      progress_(mailbox.Name())
+{
+    addin_.SetEngine(engine_);
+    addin_.SetResendRules(&resender_);
+    if (!transport_.place.IsReachable())
+        Fail("use the exchange", options.exchange, "no such directory");
+    NameFormerLayout();
+    // Before anything gets a number.
+    try {
+        receipts_.Begin(transport_);
+    } catch (const exchange::Error& error) {
+        MissExchange(error.what());
+    }
+    Start();
+}
+
+// The exchange of a former version holds packages in clear, below the receiver's name.
+void Runner::NameFormerLayout()
+{
+    bool found = false;
+    try {
+        const auto root = exchange::OutsideDirectory::Open(PathOf(options_.exchange));
+        if (const auto own = root ? root->Sub(mailbox_.Name()) : nullptr)
+            own->ForEachName([&](const std::string& name) { return !(found = name.find('~') != std::string::npos); });
+    } catch (const exchange::Error&) {
+        return;
+    }
+    if (found)
+        Say("packages of the former layout for '" + mailbox_.Name() + "' lie in the exchange and aren't read any more: "
+            "their senders send everything once more when they run this version");
+}
+
+// The engine outlives what its resends ask.
+Runner::~Runner()
+{
+    addin_.SetResendRules(nullptr);
+}
+
+void Runner::Say(const std::string& line)
+{
+    std::fprintf(stderr, "quorvane: %s\n", Printable(line).c_str());
+}
+
+void Runner::Start()
+{
+    outbox_.Resume();
+    state_.DropStrayRows();
+    matcher_.MatchUnfinished();
+    const std::vector<Share> shares = records_.Shares();
+    // All of them before the first is compared: an item may have been moved from the one to the other.
+    for (const Share& share : shares)
+        HoldBack(share);
+    for (const Share& share : shares)
+        WatchShare(share);
+    RetryUnsent();
+    Check(engine_.Session().ResumeJobs(qv_rs_Both), "resume the jobs of", options_.mailbox);
+    statistics_.Touch();
+    nextCheck_ = std::chrono::steady_clock::now() + kFirstCheck;
+}
+
+// Adds the folder to the engine, which reports nothing of it yet.
+void Runner::HoldBack(const Share& share)
+{
+    Check(AddEngineFolder(engine_, share)->put_IgnoreEvents(VARIANT_TRUE), "watch the folder", share.name);
+}
+
+// What happened in the folder while nobody watched is sent before the engine's own reports of it are let
+// through.
+void Runner::WatchShare(const Share& share)
+{
+    if (IsAwaited(share))
+        reconciler_.SendDifferences(share);
+    AnnounceTo(share);
+    Check(engine_.FindFolder(share.folderId)->put_IgnoreEvents(VARIANT_FALSE), "watch the folder", share.name);
+}
+
+// Whether anybody waits for changes of the folder who isn't to be sent all of it anyway.
+bool Runner::IsAwaited(const Share& share)
+{
+    ResendRecord nobody;
+    nobody.folderId = share.folderId;
+    return records_.OthersHave(nobody, {});
+}
+
+// Tells members that don't know of the folder yet, or not of all its members. The package is taken at once: from then
+// on they get the folder's changes.
+void Runner::AnnounceTo(const Share& share)
+{
+    for (const std::string& member : records_.MembersToTell(share.folderId)) {
+        const std::string recipients = MemberRecipients(member, share.folderId);
+        if (outbox_.IsUnplanned(recipients))
+            continue;
+        sender_.Announce(share, member);
+        outbox_.Take(recipients);
+        outbox_.Plan();
+    }
+}
+
+// What an earlier run had to leave out of a package may be fit to be sent by now.
+void Runner::RetryUnsent()
+{
+    for (const UnsentItem& item : records_.Unsent()) {
+        const auto share = records_.FindShare(item.folderId);
+        const auto row = state_.RowOfId(item.id);
+        try {
+            if (!share || !row || !sender_.SendItem(*share, row->entryId, share->entryId))
+                records_.ForgetUnsent(item.id);
+        } catch (const HostError&) {
+            continue;  // it stays noted
+        }
+    }
+}
+
+// Shares and members that another command, or a received announcement, has added since.
+void Runner::AnnounceNew()
+{
+    for (const Share& share : records_.Shares())
+        if (engine_.FindFolder(share.folderId)) {
+            AnnounceTo(share);
+        } else {
+            HoldBack(share);
+            WatchShare(share);
+        }
+}
+
+void Runner::Step()
+{
+    AnnounceNew();
+    outbox_.TakeReady(false);
+    outbox_.Plan();
+    resender_.Step();
+    UseExchange();
+    CheckNowAndThen();
+    ShowProgress();
+}
+
+// What was taken is told after it, and nothing is sent before the mailbox knows where it stands.
+void Runner::UseExchange()
+{
+    try {
+        if (!transport_.place.IsReachable())
+            Fail("use the exchange", options_.exchange, "the directory is gone");
+        receipts_.Begin(transport_);
+        receipts_.Look(transport_);
+        outbox_.Deliver(transport_);
+        while (inbox_.TakeNext(transport_)) {
+        }
+        receipts_.Tell(transport_);
+        if (exchangeLost_)
+            Say("the exchange '" + options_.exchange + "' is back");
+        exchangeLost_ = false;
+    } catch (const HostError& error) {
+        MissExchange(error.what());
+    } catch (const exchange::Error& error) {
+        MissExchange(error.what());
+    }
+}
+
+void Runner::MissExchange(const std::string& reason)
+{
+    const bool isThere = transport_.place.IsReachable();
+    if (!exchangeLost_)
+        Say((isThere ? reason : "the exchange '" + options_.exchange + "' is gone") +
+            "; nothing is lost, it is tried again");
+    exchangeLost_ = true;
+}
+
+void Runner::CheckNowAndThen()
+{
+    const auto now = std::chrono::steady_clock::now();
+    // A resend comes upon most differences by itself, and has what it leaves compared at its end.
+    if (resender_.HasWork())
+        return;
+    if (now < nextCheck_ || statistics_.Quiet() < kQuietBeforeCheck || inbox_.IsBusy())
+        return;
+    bool clean = true;
+    for (const Share& share : records_.Shares())
+        clean = reconciler_.CheckDifferences(share, kPatience) && clean;
+    nextCheck_ = now + (clean ? kCheckInterval : kFirstCheck);
+}
+
+// An exchange that is gone just now is missed by the next step.
+bool Runner::MayTake()
+{
+    try {
+        return inbox_.HasWork(transport_);
+    } catch (const exchange::Error&) {
+        return true;
+    }
+}
+
+bool Runner::IsIdle()
+{
+    const auto quiet = std::chrono::milliseconds(static_cast<long>(options_.idleSeconds * 1000));
+    if (exchangeLost_ || statistics_.Quiet() < quiet || resender_.HasWork() || outbox_.HasWork() || MayTake())
+        return false;
+    bool clean = true;
+    for (const Share& share : records_.Shares())
+        clean = reconciler_.CheckDifferences(share, kPatience) &&
+                records_.MembersToTell(share.folderId).empty() && clean;
+    return clean;
+}
+
+void Runner::ShowProgress()
+{
+    if (const std::string resend = resender_.ProgressText(); !resend.empty()) {
+        progress_.Show(static_cast<unsigned long long>(resender_.Done()),
+                       static_cast<unsigned long long>(resender_.Total()), resend);
+        return;
+    }
+    progress_.Show(0, 0,
+                   std::to_string(statistics_.itemsSent + statistics_.deletionsSent) + " changes sent in " +
+                       std::to_string(statistics_.packagesSent) + " packages, " +
+                       std::to_string(statistics_.itemsApplied + statistics_.deletionsApplied) +
+                       " applied from " + std::to_string(statistics_.packagesReceived));
+}
+
+void Runner::Run(StopSignals& signals)
+{
+    while (!signals.Wait(kStepTime)) {
+        Step();
+        if (options_.untilIdle && IsIdle())
+            return;
+    }
+    resender_.Stop();
+    // What is packed goes out before the end, if the exchange takes it; else the next run sends it.
+    outbox_.TakeReady(true);
+    UseExchange();
+}
+
+}  // namespace quorvane::host

@@ -1,0 +1,153 @@
+#include "host/sharing/sender.h"
+
+#include "host/base/output.h"
+#include "host/sharing/announcement.h"
+#include "host/store/folders.h"
+#include "host/store/properties.h"
+
+namespace quorvane::host {
+
+namespace {
+
+std::string NewSharingId()
+{
+    GUID guid{};
+    Check(CoCreateGuid(&guid), "make an identifier for", "an item");
+    OLECHAR text[40] = {};
+    StringFromGUID2(guid, text, 40);
+    return ToUtf8(text);
+}
+
+// A stream without bytes: the form of an item that stands for a deletion.
+Variant EmptyStream()
+{
+    Variant stream;
+    stream.Raw().parray = SafeArrayCreateVector(VT_UI1, 0, 0);
+    if (!stream.Raw().parray)
+        throw std::bad_alloc();
+    stream.Raw().vt = VT_ARRAY | VT_UI1;
+    return stream;
+}
+
+}  // namespace
+
+ComPtr<IFolder> Sender::EngineFolder(const Share& share) const
+{
+    ComPtr<IFolder> folder = engine_.FindFolder(share.folderId);
+    if (!folder)
+        Fail("send from the folder", share.name, "the engine doesn't watch it");
+    return folder;
+}
+
+// A message that came from another shared folder goes there, and is a new item here.
+SharingRow Sender::EnsureRow(const Share& share, const std::string& entryId)
+{
+    if (const auto row = parts_.state.RowOfEntry(entryId)) {
+        const auto known = parts_.records.FindItem(row->id);
+        if (!known || known->folderId == share.folderId)
+            return *row;
+        if (const auto former = parts_.records.FindShare(known->folderId))
+            SendDeletion(*former, row->id);
+        else
+            Check(engine_.Session().DeleteItem(BstrOf(row->id).Get()), "forget an item of", share.name);
+    }
+    const std::string id = NewSharingId();
+    Check(engine_.Session().ImportItem(BstrOf(id).Get(), BstrOf(entryId).Get(), BstrOf(share.storeId).Get()),
+          "note an item of", share.name);
+    return {id, entryId, share.storeId, 0};
+}
+
+// What the program will know of a message in its present state: another version, if it changed.
+ItemRecord Sender::RecordOf(const Share& share, const SharingRow& row, std::uint64_t modified) const
+{
+    const auto known = parts_.records.FindItem(row.id);
+    const bool unchanged = known && !known->deleted && parts_.state.IsCurrent(row, share.folderId, modified);
+    return {row.id, share.folderId, unchanged ? known->version : addin_.NextVersion(known, modified), false,
+            modified};
+}
+
+void Sender::TakeForSent(const Share& share, const std::string& entryId)
+{
+    const ComPtr<IMessage> message = OpenMessage(parts_.mail, entryId, false);
+    if (!message)
+        return;
+    const std::uint64_t modified = TimeOf(*message, PR_LAST_MODIFICATION_TIME);
+    const SharingRow row = EnsureRow(share, entryId);
+    parts_.records.PutItem(RecordOf(share, row, modified));
+    parts_.state.SetRowTime(row.id, modified);
+}
+
+bool Sender::SendItem(const Share& share, const std::string& entryId, const std::string& recipients)
+{
+    const ComPtr<IMessage> message = OpenMessage(parts_.mail, entryId, false);
+    if (!message)
+        return false;
+    const std::uint64_t modified = TimeOf(*message, PR_LAST_MODIFICATION_TIME);
+    const SharingRow row = EnsureRow(share, entryId);
+    const Variant missing = Variant::Missing();
+    ComPtr<IItem> item;
+    Check(engine_.Session().GetItemFromID(missing.Raw(), Variant::Text(FromUtf8(entryId)).Raw(),
+                                          missing.Raw(), item.Put()),
+          "send an item of", share.name);
+    Check(item->put_Raw(message.Get()), "send an item of", share.name);
+    const bool isNew = !parts_.records.FindItem(row.id);
+    Check(item->put_Action(isNew ? qv_ac_Added : qv_ac_Modified), "send an item of", share.name);
+    const ItemRecord record = RecordOf(share, row, modified);
+    Check(item->put_CustomInfo(BstrOf(FormatVersion(record.version)).Get()), "send an item of", share.name);
+    Check(item->Send(BstrOf(recipients).Get()), "send an item of", share.name);
+    // Only now does the item pass for sent: a kill before this point has it sent once more.
+    parts_.records.PutItem(record);
+    parts_.state.SetRowTime(row.id, modified);
+    ++parts_.statistics.itemsSent;
+    parts_.statistics.Touch();
+    return true;
+}
+
+void Sender::PackDeletion(const Share& share, const ItemRecord& record, const std::string& recipients)
+{
+    ComPtr<IItem> item;
+    Check(EngineFolder(share)->CreateItem(EmptyStream().Raw(), Variant::Text(FromUtf8(record.id)).Raw(),
+                                          item.Put()),
+          "send a deletion from", share.name);
+    Check(item->put_Action(qv_ac_Deleted), "send a deletion from", share.name);
+    Check(item->put_CustomInfo(BstrOf(FormatVersion(record.version)).Get()), "send a deletion from", share.name);
+    Check(item->Send(BstrOf(recipients).Get()), "send a deletion from", share.name);
+    ++parts_.statistics.deletionsSent;
+    parts_.statistics.Touch();
+}
+
+void Sender::SendDeletion(const Share& share, const std::string& id)
+{
+    if (auto record = parts_.records.FindItem(id)) {
+        if (!record->deleted)
+            record->version = addin_.NextVersion(record, FileTimeNow());
+        record->deleted = true;
+        parts_.records.PutItem(*record);
+        PackDeletion(share, *record, share.entryId);
+    }
+    Check(engine_.Session().DeleteItem(BstrOf(id).Get()), "forget an item of", share.name);
+}
+
+void Sender::SendDeletion(const Share& share, const std::string& id, const std::string& recipients)
+{
+    if (const auto record = parts_.records.FindItem(id); record && record->deleted)
+        PackDeletion(share, *record, recipients);
+}
+
+void Sender::Announce(const Share& share, const std::string& member)
+{
+    Announcement announcement{share.name, parts_.mailbox.Name(), parts_.records.Members(share.folderId), {}};
+    for (const std::string& other : announcement.members)
+        if (other != member)
+            if (auto devices = parts_.records.DevicesOf(other); !devices.empty())
+                announcement.devices.emplace(other, std::move(devices));
+    announcement.members.push_back(parts_.mailbox.Name());
+    const ComPtr<IFolder> folder = EngineFolder(share);
+    Check(folder->put_CustomInfo(BstrOf(FormatAnnouncement(announcement)).Get()), "announce the folder",
+          share.name);
+    const std::string recipients = MemberRecipients(member, share.folderId);
+    Check(folder->Send(Variant::Text(FromUtf8(recipients)).Raw()), "announce the folder", share.name);
+    parts_.statistics.Touch();
+}
+
+}  // namespace quorvane::host

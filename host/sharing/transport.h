@@ -1,0 +1,40 @@
+// host/sharing/transport.h: what a run uses the exchange with.
+#ifndef QUORVANE_HOST_SHARING_TRANSPORT_H_
+#define QUORVANE_HOST_SHARING_TRANSPORT_H_
+
+#include <filesystem>
+
+#include "host/exchange/place.h"
+#include "host/mailbox/device.h"
+#include "host/mailbox/peers.h"
+
+namespace quorvane::host {
+
+// For one thread.
+struct Transport {
+    // exchange: its directory.
+    Transport(const Mailbox& mailbox, const std::filesystem::path& exchange)
+        : keys(ReadDeviceKeys(mailbox)),
+          place(exchange, keys.Id()),
+          peers(mailbox.HostDatabasePath().string())
+    {}
+
+    const exchange::DeviceKeys keys;
+    const exchange::Place place;
+    Peers peers;
+};
+
+// A file of this mailbox's own as a source of bytes. Throws an exchange::Error.
+std::unique_ptr<exchange::OutsideFile> OpenOwnFile(const std::filesystem::path& path);
+
+// Seals `clear` for its receivers and lays it into the exchange; when this returns, it is on the disk there. A file
+// beside `clear` holds it meanwhile. Throws a HostError or an exchange::Error.
+void LaySealed(Transport& transport, std::uint64_t sequence, const std::vector<exchange::Receiver>& receivers,
+               const std::filesystem::path& clear);
+
+// Lays the device's card into the exchange, unless it lies there as it is to be.
+void PublishCard(const Transport& transport, const std::string& name);
+
+}  // namespace quorvane::host
+
+#endif  // QUORVANE_HOST_SHARING_TRANSPORT_H_

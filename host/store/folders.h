@@ -1,0 +1,62 @@
+// host/store/folders.h: the folders of a mailbox by path, and the items in them.
+//
+// A folder's path is its display names from below the store's top folder, with '/' between them:
+// "Inbox", "Projects/2026".
+#ifndef QUORVANE_HOST_STORE_FOLDERS_H_
+#define QUORVANE_HOST_STORE_FOLDERS_H_
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "host/store/profile.h"
+#include "quorvane3/com.h"
+#include "quorvane3/mapi.h"
+
+namespace quorvane::host {
+
+struct FolderInfo {
+    std::string path;
+    std::string entryId;
+    LONG items = 0;
+    LONG unread = 0;
+};
+
+struct ItemInfo {
+    std::string entryId;
+    std::string subject;
+    std::string sender;
+    std::string searchKey;
+    std::uint64_t sent = 0;
+    std::uint64_t modified = 0;
+    LONG size = 0;
+    LONG flags = 0;
+};
+
+// All folders below the top, parents before children. Throws a HostError.
+std::vector<FolderInfo> ListFolders(const MailSession& session);
+
+// The folder at a path. Throws a HostError when there is none.
+ComPtr<IMAPIFolder> FindFolder(const MailSession& session, const std::string& path);
+
+// The same; folders that are missing on the way are made.
+ComPtr<IMAPIFolder> EnsureFolder(const MailSession& session, const std::string& path);
+
+// The folder with an entry identifier in hexadecimal text; empty when it can't be opened.
+ComPtr<IMAPIFolder> OpenFolder(const MailSession& session, const std::string& entryId);
+
+// The message with an entry identifier in hexadecimal text, to be read or (`modify`) changed as well; empty
+// when it can't be opened.
+ComPtr<IMessage> OpenMessage(const MailSession& session, const std::string& entryId, bool modify);
+
+// The entry identifier, in hexadecimal text, of the folder that a message lies in; "" when there is no such message.
+// Throws a HostError when that can't be told now.
+std::string FolderOfMessage(const MailSession& session, const std::string& entryId);
+
+// Calls `visit` for each item of a folder in the folder's own order. Memory doesn't grow with the folder.
+void ForEachItem(IMAPIFolder& folder, const std::function<void(const ItemInfo&)>& visit);
+
+}  // namespace quorvane::host
+
+#endif  // QUORVANE_HOST_STORE_FOLDERS_H_
