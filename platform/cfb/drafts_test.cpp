@@ -251,6 +251,17 @@ TEST_F(DraftsTest, LongContentLandsOrGoes)
     CloseAndExpect({{"s", std::nullopt}, {"s/b", content}});
 }
 
+TEST_F(DraftsTest, WhatIsDestroyedInANewStorageLeavesItsRoomToTheNextAtOnce)
+{
+    const auto storage = Make(*root, "s");
+    for (unsigned i = 0; i < 4; ++i) {
+        ASSERT_EQ(S_OK, WriteStream(*storage, "long", Pattern(2'000'000, i)));
+        ASSERT_EQ(S_OK, storage->DestroyElement(OLESTR("long")));
+    }
+    EXPECT_GT(std::size_t{2'500'000}, bytes->Content().size());
+    CloseAndExpect({{"s", std::nullopt}});
+}
+
 // So much in small parts that they are put into the file before their storage is, and are found in it all the
 // same.
 TEST_F(DraftsTest, PartsThatNobodyHasOpenDontStayInMemory)

@@ -4,6 +4,7 @@
 #include <tuple>
 
 #include "platform/cfb/testing/file_faults.h"
+#include "platform/cfb/testing/interrupted.h"
 #include "platform/cfb/testing/series.h"
 #include "platform/cfb/testing/structure_check.h"
 
@@ -301,6 +302,126 @@ INSTANTIATE_TEST_SUITE_P(Layouts, LargeFileFaultTest,
                          ::testing::Combine(::testing::Values(Layout::kVersion3),
                                             ::testing::Values(Refusal::kOneWrite, Refusal::kAllWrites),
                                             ::testing::ValuesIn(RefusingRoads())));
+
+// A write was refused, and then a read of what is taken anew: the call says so, and the next one tries again.
+TEST(FaultsInARowTest, AReadThatIsRefusedWhileTheFileIsTakenAnewIsToldAndTheNextCallTriesAgain)
+{
+    std::vector<Step> steps{MakeStorage("box"), MakeStorage("box/inner"), MakeStream("box/inner/kept"),
+                            Write("box/inner/kept", 0, Pattern(9'000, 1)), MakeStream("held"),
+                            WriteHeld("held", 0, Pattern(5'000, 2))};
+    for (unsigned i = 0; i < 600; ++i)
+        steps.push_back(MakeStream((i % 2 == 0 ? "" : "box/") + std::to_string(i)));
+    const Bytes file = MakeFile(steps, nullptr);
+    std::size_t reads = 0;
+    for (bool refused = true; refused && !::testing::Test::HasFailure(); ++reads) {
+        SCOPED_TRACE("read " + std::to_string(reads));
+        Session session(Road::kLockBytes, file);
+        ASSERT_EQ(S_OK, session.Open(kOpen));
+        ASSERT_EQ(S_OK, WriteHeld("held", 0, Pattern(5'000, 2)).run(session));
+        ComPtr<IStorage> box;
+        ComPtr<IStorage> inner;
+        ComPtr<IStream> kept;
+        ASSERT_EQ(S_OK, session.root->OpenStorage(OLESTR("box"), nullptr, kOpen, nullptr, 0, box.Put()));
+        ASSERT_EQ(S_OK, box->OpenStorage(OLESTR("inner"), nullptr, kOpen, nullptr, 0, inner.Put()));
+        ASSERT_EQ(S_OK, inner->OpenStream(OLESTR("kept"), nullptr, kOpen, 0, kept.Put()));
+        session.RefuseWrite(0, false);
+        ASSERT_EQ(STG_E_MEDIUMFULL, MakeStream("more").run(session));
+        session.RefuseRead(reads);
+        STATSTG stat{};
+        const HRESULT hr = session.root->Stat(&stat, STATFLAG_NONAME);
+        refused = session.HasRefused();
+        EXPECT_EQ(refused ? STG_E_READFAULT : S_OK, hr);
+        session.RefuseRead(~std::size_t{0});
+        EXPECT_EQ(S_OK, session.root->Stat(&stat, STATFLAG_NONAME));
+
+        Bytes content;
+        EXPECT_EQ(S_OK, kept->Seek(LARGE_INTEGER{}, STREAM_SEEK_SET, nullptr));
+        EXPECT_EQ(S_OK, ReadAll(*kept, &content));
+        EXPECT_EQ(Pattern(9'000, 1), content);
+        EXPECT_EQ(S_OK, WriteStream(*inner, "other", Pattern(70, 3)));
+        EXPECT_EQ(S_OK, WriteAt(*kept, 0, Pattern(9'000, 4)));
+        EXPECT_EQ(S_OK, WriteHeld("held", 0, Pattern(5'000, 5)).run(session));
+        for (auto* object : {box.Get(), inner.Get()})
+            EXPECT_EQ(S_OK, object->Stat(&stat, STATFLAG_NONAME));
+        kept.Reset();
+        inner.Reset();
+        box.Reset();
+        Tree tree;
+        session.held.Reset();
+        EXPECT_EQ(S_OK, Walk(*session.root, "", &tree));
+        EXPECT_EQ(Pattern(9'000, 4), tree["box/inner/kept"]);
+        EXPECT_EQ(Pattern(70, 3), tree["box/inner/other"]);
+        EXPECT_EQ(Pattern(5'000, 5), tree["held"]);
+        session.Close();
+        EXPECT_EQ("", Text(Examine(session.Content()).faults));
+    }
+    EXPECT_LT(4u, reads);
+}
+
+// Of the last sector, which is free, the file has a part. Whoever uses it has it whole before: here for the
+// mini stream, which is full.
+TEST(FaultsInARowTest, ACutLastSectorIsWholeBeforeAnythingPointsAtIt)
+{
+    for (const Layout layout : {Layout::kVersion3, Layout::kVersion4}) {
+        Session made(Road::kLockBytes);
+        ASSERT_EQ(S_OK, made.Create(layout));
+        const std::size_t sector = layout == Layout::kVersion3 ? 512 : 4'096;
+        ASSERT_EQ(S_OK, WriteStream(*made.root, "kept", Pattern(sector - 1, 1)));
+        made.Close();
+        Bytes file = made.Content();
+        file.resize(file.size() + 100);
+        ASSERT_EQ("", Text(Examine(file).faults));
+        std::size_t writes = 0;
+        for (bool refused = true; refused && !::testing::Test::HasFailure(); ++writes) {
+            SCOPED_TRACE("write " + std::to_string(writes));
+            Session session(Road::kLockBytes, file);
+            ASSERT_EQ(S_OK, session.Open(kOpen));
+            session.RefuseWrite(writes, true);
+            (void)WriteStream(*session.root, "added", Pattern(10, 2));
+            session.Close();
+            refused = session.HasRefused();
+            EXPECT_EQ("", Text(Examine(session.Content()).faults));
+        }
+        EXPECT_LT(3u, writes);
+    }
+}
+
+// So many sectors that they are freed in several writes.
+TEST(FaultsInARowTest, AWriteThatIsRefusedWhileMuchIsFreedIsTold)
+{
+    const Bytes file = MakeFile(
+        {MakeStream("other"), Write("other", 0, Pattern(6'000, 1)), MakeStream("large"),
+         Write("large", 0, Pattern(3'000'000, 2))},
+        nullptr);
+    for (const std::size_t size : {std::size_t{0}, std::size_t{300}, std::size_t{4'096}}) {
+        std::size_t writes = 0;
+        for (bool refused = true; refused && !::testing::Test::HasFailure(); ++writes) {
+            SCOPED_TRACE(std::to_string(size) + " bytes, write " + std::to_string(writes));
+            Session session(Road::kLockBytes, file);
+            ASSERT_EQ(S_OK, session.Open(kOpen));
+            ComPtr<IStream> large;
+            ASSERT_EQ(S_OK, session.root->OpenStream(OLESTR("large"), nullptr, kOpen, 0, large.Put()));
+            session.RefuseWrite(writes, false);
+            const HRESULT hr = large->SetSize(Large(size));
+            const bool done = SUCCEEDED(hr);
+            refused = session.HasRefused();
+            large.Reset();
+            session.RefuseRead(~std::size_t{0});
+            Tree tree;
+            EXPECT_EQ(S_OK, Walk(*session.root, "", &tree));
+            const Bytes whole = Pattern(3'000'000, 2);
+            const Bytes begin(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size));
+            EXPECT_TRUE(tree["large"] == begin || (!done && tree["large"] == whole));
+            EXPECT_EQ(Pattern(6'000, 1), tree["other"]);
+            session.Close();
+            EXPECT_EQ("", Text(Examine(session.Content()).faults));
+            if (done) {
+                EXPECT_EQ("", Text(Examine(session.Content()).leaks));
+            }
+        }
+        EXPECT_LT(3u, writes);
+    }
+}
 
 }  // namespace
 }  // namespace quorvane::cfb::test

@@ -16,7 +16,11 @@ HRESULT SectorAllocator::Take(SectorId* sector)
         return fat_.FindFree(begin, end, free);
     };
     CFB_TRY(slots_.Take(look, sector));
-    return *sector != FreeSlots::kNone ? S_OK : Append(sector);
+    if (*sector == FreeSlots::kNone)
+        return Append(sector);
+    if (*sector + 1 == sectors_.Count())
+        sectors_.GrowTo(*sector + 1);  // it may have been found cut
+    return S_OK;
 }
 
 // Adds a sector to the file's end and leaves its FAT entry free.

@@ -43,6 +43,7 @@ protected:
         EXPECT_TRUE(findings.faults.empty()) << Text(findings.faults);
         EXPECT_TRUE(findings.leaks.empty()) << Text(findings.leaks);
         EXPECT_TRUE(findings.slack.empty()) << Text(findings.slack);
+        EXPECT_TRUE(findings.colors.empty()) << Text(findings.colors);
     }
 
     // The road through files is the longer one; its layers above the bytes are the same.

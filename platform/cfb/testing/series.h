@@ -73,12 +73,14 @@ public:
         m_left = write;
         m_on = on;
         m_reads = false;
+        m_refused = false;
     }
     void RefuseRead(std::size_t read)
     {
         m_left = read;
         m_on = false;
         m_reads = true;
+        m_refused = false;
     }
     bool HasRefused() const { return m_refused; }
     // Notes all changes from now on.

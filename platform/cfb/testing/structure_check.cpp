@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <iterator>
+#include <set>
 
 namespace quorvane::cfb::test {
 namespace {
@@ -172,6 +173,8 @@ private:
             last_.clear();
             hasLast_ = false;
             Visit(U32(EntryAt(storage) + 76), &storages);
+            if (findings_.faults.empty())
+                CheckColors(U32(EntryAt(storage) + 76));
         }
         for (std::uint32_t id = 1; id < total; ++id) {
             if (!seen_[id] && file_[EntryAt(id) + 66] != 0)
@@ -198,6 +201,34 @@ private:
             depth = open.back().depth + 1;
             open.pop_back();
         }
+    }
+
+    // No red entry below a red one, and as many black ones on each way down.
+    void CheckColors(std::uint32_t top)
+    {
+        struct Way {
+            std::uint32_t id;
+            unsigned blacks;
+            bool red;  // the entry above
+        };
+        std::vector<Way> ways{{top, 0, false}};
+        std::set<unsigned> lengths;
+        while (!ways.empty()) {
+            const Way way = ways.back();
+            ways.pop_back();
+            if (way.id == kFree) {
+                lengths.insert(way.blacks);
+                continue;
+            }
+            const std::size_t at = EntryAt(way.id);
+            const bool red = file_[at + 67] == 0;
+            if (red && way.red)
+                findings_.colors.push_back("a red entry below a red one: " + std::to_string(way.id));
+            for (const std::size_t link : {68, 72})
+                ways.push_back({U32(at + link), way.blacks + (red ? 0 : 1), red});
+        }
+        if (lengths.size() > 1)
+            findings_.colors.push_back("ways with other numbers of black entries below " + std::to_string(top));
     }
 
     bool Enter(std::uint32_t id, unsigned depth)
