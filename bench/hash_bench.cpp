@@ -215,6 +215,25 @@ void HashForgetAndSet(benchmark::State& state)
     durations.Report(state);
 }
 
+// As a session does that has one item to tell of: opens the store, sets one record, closes it.
+void HashOpenSetClose(benchmark::State& state)
+{
+    const Folder folder(static_cast<size_t>(state.range(0)));
+    Durations durations;
+    size_t change = 0;
+    for (auto _ : state) {
+        const size_t item = Item(state, ++change);
+        const Bstr key(Widen(Key(item)));
+        const Bstr hash(Widen(Hash(item, static_cast<unsigned>(change))));
+        durations.Measure([&] {
+            CHashDB store(OLESTR("F"));
+            Require(store.Init(folder.Place().Get()) == S_OK, "Init");
+            Require(store.SetHash(key.Get(), hash.Get(), 1) == S_OK, "SetHash");
+        });
+    }
+    durations.Report(state);
+}
+
 // A file that is rewritten at each change
 
 using PlainMap = std::unordered_map<std::string, std::string>;
@@ -291,13 +310,17 @@ void PlainSet(benchmark::State& state)
 
 class Table {
 public:
-    Table(const Folder& folder, size_t records, const char* synchronous)
+    // The one that is there, or an empty one.
+    Table(const Folder& folder, const char* synchronous)
     {
         Require(sqlite3_open(folder.Database().c_str(), &database_) == SQLITE_OK, "sqlite3_open");
         Run("PRAGMA journal_mode=WAL");
         Run((std::string("PRAGMA synchronous=") + synchronous).c_str());
-        Run("CREATE TABLE hash (key TEXT PRIMARY KEY, value TEXT) WITHOUT ROWID");
+        Run("CREATE TABLE IF NOT EXISTS hash (key TEXT PRIMARY KEY, value TEXT) WITHOUT ROWID");
         insert_ = Prepare("INSERT OR REPLACE INTO hash VALUES (?, ?)");
+    }
+    Table(const Folder& folder, size_t records, const char* synchronous) : Table(folder, synchronous)
+    {
         Run("BEGIN");
         for (size_t i = 0; i < records; ++i)
             Set(Key(i), Value(i, 0));
@@ -383,7 +406,27 @@ void SqliteSetAndSync(benchmark::State& state)
     SetRows(state, "FULL");
 }
 
+void SqliteOpenSetClose(benchmark::State& state)
+{
+    const Folder folder(0);
+    {
+        const Table filled(folder, static_cast<size_t>(state.range(0)), "NORMAL");
+    }
+    Durations durations;
+    size_t change = 0;
+    for (auto _ : state) {
+        const size_t item = Item(state, ++change);
+        durations.Measure([&] {
+            Table table(folder, "NORMAL");
+            table.Set(Key(item), Value(item, static_cast<unsigned>(change)));
+        });
+    }
+    durations.Report(state);
+}
+
+constexpr int kFew = 100;
 constexpr int kSmall = 1000;
+constexpr int kUsual = 10000;
 constexpr int kMiddle = 100000;
 constexpr int kLarge = 1000000;
 constexpr int kChanges = 10000;
@@ -400,6 +443,10 @@ BENCHMARK(HashForgetAndSet)
     ->Arg(kLarge)
     ->Iterations(kChanges)
     ->Unit(benchmark::kMicrosecond);
+BENCHMARK(HashOpenSetClose)->Arg(kFew)->Arg(kUsual)->Iterations(200)->Unit(benchmark::kMicrosecond);
+BENCHMARK(HashOpenSetClose)->Arg(kLarge)->Iterations(5)->Unit(benchmark::kMicrosecond);
+BENCHMARK(SqliteOpenSetClose)->Arg(kFew)->Arg(kUsual)->Arg(kLarge)->Iterations(200)->Unit(
+    benchmark::kMicrosecond);
 BENCHMARK(SqliteSet)->Arg(kSmall)->Arg(kMiddle)->Arg(kLarge)->Iterations(kChanges)->Unit(
     benchmark::kMicrosecond);
 BENCHMARK(SqliteSetAndSync)->Arg(kLarge)->Iterations(kChanges / 10)->Unit(benchmark::kMicrosecond);
