@@ -58,15 +58,37 @@ TEST(QuitTest, AWaitForAllEventsDoesntSpinAfterWmQuitAndKeepsIt)
     });
 }
 
+// Sets an event as soon as this thread has taken WM_QUIT from its queue.
+class SetAtQuit {
+public:
+    explicit SetAtQuit(Event& event) noexcept
+        : hook_(SetWindowsHookExW(WH_GETMESSAGE, NoteMessage, nullptr, GetCurrentThreadId()))
+    {
+        EXPECT_NE(hook_, nullptr);
+        target = &event;
+    }
+    SetAtQuit(const SetAtQuit&) = delete;
+    SetAtQuit& operator=(const SetAtQuit&) = delete;
+    ~SetAtQuit() { UnhookWindowsHookEx(hook_); }
+
+private:
+    static LRESULT CALLBACK NoteMessage(int code, WPARAM removed, LPARAM message) noexcept
+    {
+        if (code == HC_ACTION && removed == PM_REMOVE &&
+            reinterpret_cast<const MSG*>(message)->message == WM_QUIT)
+            target->Set();
+        return CallNextHookEx(nullptr, code, removed, message);
+    }
+
+    static inline thread_local Event* target = nullptr;
+    HHOOK const hook_;
+};
+
 TEST(QuitTest, AWaitStillSeesItsEventAfterWmQuit)
 {
     WaitBesideQuit([](Event& event) {
-        std::thread setter([&event] {
-            Sleep(50);
-            event.Set();
-        });
-        EXPECT_TRUE(event.Wait(kForever, WaitMode::KeepQueueAlive));
-        setter.join();
+        const SetAtQuit setter(event);
+        EXPECT_TRUE(event.Wait(std::chrono::seconds(30), WaitMode::KeepQueueAlive));
     });
 }
 
