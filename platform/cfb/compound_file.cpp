@@ -207,6 +207,7 @@ HRESULT CompoundFile::PutRight(OpenElement& storage)
         std::vector<TreeEdit::Move> moves;
         CFB_TRY(volume_->tree.Rebuild(volume_->file, storage.id, *storage.index, &moves));
         NoteMoves(moves);
+        volume_->owners.SetChanged(storage.id);
         CFB_TRY(volume_->Commit());
         storage.index.reset();
         return S_OK;
@@ -329,6 +330,8 @@ HRESULT CompoundFile::Hang(const DirEntry& entry, EntryId* id)
     CFB_TRY(volume_->directory.Allocate(id));
     CFB_TRY(volume_->edit.Insert(*id, entry, &replaced));
     CFB_TRY(ApplyEdit());
+    if (entry.IsStorage())
+        volume_->owners.SetChanged(*id);
     if (replaced != kNoEntry)
         CFB_TRY(FreeElement(replaced));
     return volume_->Commit();
@@ -338,6 +341,7 @@ HRESULT CompoundFile::ApplyEdit()
 {
     CFB_TRY(volume_->edit.Apply());
     NoteMoves(volume_->edit.Moves());
+    volume_->owners.SetChanged(volume_->edit.Storage());
     return S_OK;
 }
 
@@ -435,15 +439,28 @@ HRESULT CompoundFile::Rename(OpenElement& storage, const ElementName& from, cons
     });
 }
 
+// Whether an entry that a storage's tree leads to is another one's: it was met there, or it was free when a
+// damaged tree's link led to it, and somebody has taken it since.
+bool CompoundFile::IsAnothers(EntryId id, EntryId storage) const noexcept
+{
+    return (volume_->directory.IsTaken(id) && !volume_->owners.IsChanged(storage)) ||
+           volume_->owners.BelongsToAnother(id, storage);
+}
+
 // Frees an entry that nothing links to any more, with all that hangs below it.
 HRESULT CompoundFile::FreeElement(EntryId id)
 {
-    std::vector<EntryId> waiting{id};
+    struct Below {
+        EntryId id;
+        EntryId storage;
+    };
+    std::vector<Below> waiting{{id, kNoEntry}};
+    std::vector<EntryId> storages;
     while (!waiting.empty()) {
-        const EntryId at = waiting.back();
+        const auto [at, storage] = waiting.back();
         waiting.pop_back();
-        if (volume_->directory.IsNew(at))
-            continue;  // it was free when a damaged tree's link led to it
+        if (at != id && IsAnothers(at, storage))
+            continue;
         DirEntry entry;
         const HRESULT hr = volume_->directory.Read(at, &entry);
         if (hr == STG_E_DOCFILECORRUPT)
@@ -454,16 +471,21 @@ HRESULT CompoundFile::FreeElement(EntryId id)
         if (at != id) {
             for (const EntryId link : {entry.Left(), entry.Right()}) {
                 if (link != kNoEntry)
-                    waiting.push_back(link);
+                    waiting.push_back({link, storage});
             }
         }
         if (entry.IsStorage() && entry.Child() != kNoEntry)
-            waiting.push_back(entry.Child());
+            waiting.push_back({entry.Child(), at});
         open_.RevertEntry(at);
         CFB_TRY(volume_->directory.Free(at));
         CFB_TRY(FreeContent(at, entry));
-        volume_->owners.Freed(at);
+        if (entry.IsStorage())
+            storages.push_back(at);  // whose elements are still to come
+        else
+            volume_->owners.Freed(at);
     }
+    for (const EntryId storage : storages)
+        volume_->owners.Freed(storage);
     return S_OK;
 }
 

@@ -161,6 +161,7 @@ private:
     [[nodiscard]] HRESULT ApplyEdit();
     [[nodiscard]] HRESULT Hang(const DirEntry& entry, EntryId* id);
     void NoteMoves(const std::vector<TreeEdit::Move>& moves);
+    bool IsAnothers(EntryId id, EntryId storage) const noexcept;
     [[nodiscard]] HRESULT FreeElement(EntryId id);
     [[nodiscard]] HRESULT FreeContent(EntryId id, const DirEntry& entry);
     // Of drafts: see compound_drafts.cpp.

@@ -13,12 +13,7 @@ void Directory::Reset() noexcept
     chain_.Reset(header_.firstDirectory);
     measured_ = false;
     slots_.Reset(0);
-    new_.clear();
-}
-
-bool Directory::IsNew(EntryId id) const noexcept
-{
-    return std::find(new_.begin(), new_.end(), id) != new_.end();
+    taken_.clear();
 }
 
 HRESULT Directory::OffsetOf(EntryId id, std::uint64_t* offset)
@@ -77,8 +72,15 @@ HRESULT Directory::FindFree(EntryId begin, EntryId end, FreeMap& free)
 HRESULT Directory::Allocate(EntryId* id)
 {
     CFB_TRY(Take(id));
-    new_.push_back(*id);
+    NoteTaken(*id);
     return S_OK;
+}
+
+void Directory::NoteTaken(EntryId id)
+{
+    if (id >= taken_.size())
+        taken_.resize(std::size_t{id} + 1);
+    taken_[id] = true;
 }
 
 HRESULT Directory::Take(EntryId* id)
@@ -106,7 +108,7 @@ HRESULT Directory::AllocateNear(EntryId neighbor, EntryId* id)
     *id = slots_.TakeWithin(page, page + kPageEntries);
     if (*id == FreeSlots::kNone)
         return Allocate(id);
-    new_.push_back(*id);
+    NoteTaken(*id);
     return S_OK;
 }
 
@@ -159,6 +161,8 @@ HRESULT Directory::Free(EntryId id)
     CFB_TRY(Measure());
     CFB_TRY(Write(id, DirEntry()));
     slots_.Give(id);
+    if (id < taken_.size())
+        taken_[id] = false;
     return S_OK;
 }
 

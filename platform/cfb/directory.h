@@ -44,14 +44,10 @@ public:
     [[nodiscard]] HRESULT Free(EntryId id);
     // Gives an entry back that was allocated by this operation and isn't needed.
     void Return(EntryId id) { slots_.GiveUnused(id); }
-    // Whether it was allocated since the last commit: links that stood before don't speak of it.
-    bool IsNew(EntryId id) const noexcept;
+    // Whether it was allocated since the file was opened: links that stood before don't speak of it.
+    bool IsTaken(EntryId id) const noexcept { return id < taken_.size() && taken_[id]; }
 
-    void Committed()
-    {
-        slots_.Committed();
-        new_.clear();
-    }
+    void Committed() { slots_.Committed(); }
     // Gives the sectors at the directory's end back when at least `least` hold free entries alone.
     [[nodiscard]] HRESULT Trim(SectorId least);
     // Upper bound of the number of entries. STG_E_DOCFILECORRUPT: the directory's chain has a loop.
@@ -69,6 +65,7 @@ private:
     [[nodiscard]] HRESULT Measure();
     [[nodiscard]] HRESULT Append(SectorId sectors);
     [[nodiscard]] HRESULT Take(EntryId* id);
+    void NoteTaken(EntryId id);
     [[nodiscard]] HRESULT FindFree(EntryId begin, EntryId end, FreeMap& free);
     [[nodiscard]] HRESULT NoteLength(SectorId length);
 
@@ -80,7 +77,7 @@ private:
     bool measured_ = false;
     SectorId length_ = 0;  // in sectors
     FreeSlots slots_{kLookAt};
-    std::vector<EntryId> new_;
+    std::vector<bool> taken_;
 };
 
 }  // namespace quorvane::cfb

@@ -1,4 +1,5 @@
-// platform/cfb/entry_owners.h: which storage an entry was met in, and which streams hold their sectors.
+// platform/cfb/entry_owners.h: which storage an entry was met in, which storages were changed, and which streams
+// hold their sectors.
 #ifndef QUORVANE_PLATFORM_CFB_ENTRY_OWNERS_H_
 #define QUORVANE_PLATFORM_CFB_ENTRY_OWNERS_H_
 
@@ -26,19 +27,27 @@ public:
         return mark.owner == owner.self;
     }
 
-    // Of a stream: whether the chain that its entry names is claimed (SectorClaims) for it.
-    bool HoldsChain(EntryId entry) const noexcept { return entry < holding_.size() && holding_[entry]; }
-    void SetHoldsChain(EntryId entry, bool holds)
+    // Whether `entry` was met in another storage.
+    bool BelongsToAnother(EntryId entry, EntryId storage) const noexcept
     {
-        if (entry >= holding_.size())
-            holding_.resize(std::size_t{entry} + 1);
-        holding_[entry] = holds;
+        const std::uint32_t owner = entry < marks_.size() ? marks_[entry].owner : 0;
+        return owner != 0 && (storage >= marks_.size() || marks_[storage].self != owner);
     }
+
+    // Of a storage: whether its tree was written since the file was opened.
+    bool IsChanged(EntryId storage) const noexcept { return Has(changed_, storage); }
+    void SetChanged(EntryId storage) { Set(changed_, storage, true); }
+
+    // Of a stream: whether the chain that its entry names is claimed (SectorClaims) for it.
+    bool HoldsChain(EntryId entry) const noexcept { return Has(holding_, entry); }
+    void SetHoldsChain(EntryId entry, bool holds) { Set(holding_, entry, holds); }
 
     void Moved(EntryId from, EntryId to)
     {
         SetHoldsChain(to, HoldsChain(from));
         SetHoldsChain(from, false);
+        Set(changed_, to, IsChanged(from));
+        Set(changed_, from, false);
         if (from >= marks_.size())
             return;
         Reach(to);
@@ -50,8 +59,10 @@ public:
     {
         if (entry < marks_.size())
             marks_[entry] = Mark{};
-        if (entry < holding_.size())
-            holding_[entry] = false;
+        for (Bits* bits : {&holding_, &changed_}) {
+            if (entry < bits->size())
+                (*bits)[entry] = false;
+        }
     }
 
     // Forgets which storages entries were met in.
@@ -60,9 +71,21 @@ public:
     {
         marks_.clear();
         holding_.clear();
+        changed_.clear();
     }
 
 private:
+    using Bits = std::vector<bool>;
+
+    static bool Has(const Bits& bits, EntryId entry) noexcept { return entry < bits.size() && bits[entry]; }
+    static void Set(Bits& bits, EntryId entry, bool value)
+    {
+        if (entry >= bits.size() && value)
+            bits.resize(std::size_t{entry} + 1);
+        if (entry < bits.size())
+            bits[entry] = value;
+    }
+
     struct Mark {
         std::uint32_t self = 0;
         std::uint32_t owner = 0;
@@ -75,7 +98,8 @@ private:
     }
 
     std::vector<Mark> marks_;
-    std::vector<bool> holding_;
+    Bits holding_;
+    Bits changed_;
     std::uint32_t last_ = 0;
 };
 

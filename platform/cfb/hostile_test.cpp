@@ -124,44 +124,6 @@ TEST_P(HostileTest, AStorageInsideOfItselfHasNoBottomButAnEnd)
     EXPECT_EQ(STG_E_DOCFILECORRUPT, Exercise());
 }
 
-// As when a part of a page didn't reach the disk: the element's own entry did, and those below it didn't.
-TEST_P(HostileTest, AnElementWhoseLinkLeadsToAnUnusedEntryIsReplacedWhole)
-{
-    const auto made = NewLockBytes();
-    {
-        ComPtr<IStorage> root;
-        ComPtr<IStorage> torn;
-        ASSERT_EQ(S_OK, CreateDocfileOnLockBytes(made.Get(), kCreate, root.Put()));
-        ASSERT_EQ(S_OK, root->CreateStorage(OLESTR("torn"), kCreate, 0, 0, torn.Put()));
-        ASSERT_EQ(S_OK, WriteStream(*torn, "below", Pattern(20, 1)));
-    }
-    file = ContentOf(*made);
-    const std::size_t below = EntryOf("below");
-    std::fill_n(file.begin() + static_cast<std::ptrdiff_t>(below), 128, BYTE{0});
-    for (const std::size_t link : {kLeft, kRight, kChild})
-        Set(below + link, 0xFFFFFFFF);
-    const auto bytes = LockBytesWith(file);
-    Tree tree;
-    {
-        ComPtr<IStorage> root;
-        ComPtr<IStorage> again;
-        ASSERT_EQ(S_OK, OpenDocfileOnLockBytes(bytes.Get(), kOpen, root.Put()));
-        ASSERT_EQ(S_OK, root->CreateStorage(OLESTR("torn"), kCreate, 0, 0, again.Put()));
-        for (const char* const name : {"a", "b", "c"})
-            EXPECT_EQ(S_OK, WriteStream(*again, name, Pattern(100, 2)));
-        again.Reset();
-        EXPECT_EQ(S_OK, WriteStream(*root, "beside", Pattern(200, 3)));
-        EXPECT_EQ(S_OK, Walk(*root, "", &tree));
-    }
-    const Tree expected{{"beside", Pattern(200, 3)},
-                        {"torn", std::nullopt},
-                        {"torn/a", Pattern(100, 2)},
-                        {"torn/b", Pattern(100, 2)},
-                        {"torn/c", Pattern(100, 2)}};
-    EXPECT_EQ(tree, expected);
-    EXPECT_EQ("", Text(Examine(ContentOf(*bytes)).faults));
-}
-
 // Thirty storages, each with two names for the next one: a billion paths to the last.
 TEST_P(HostileTest, TwoLinksToOneStorageDoNotMultiply)
 {
@@ -318,6 +280,115 @@ private:
 };
 
 INSTANTIATE_TEST_SUITE_P(Roads, HostileTest, ::testing::Values(Road::kLockBytes, Road::kFile));
+
+// As when pages didn't reach the disk: the element's own entry did, and those below it didn't.
+class TornElementTest : public ::testing::TestWithParam<Road> {
+protected:
+    static Bytes TornFile()
+    {
+        Session made(Road::kLockBytes);
+        EXPECT_EQ(S_OK, made.Create(Layout::kVersion3));
+        EXPECT_EQ(S_OK, Make(*made.root, "before", 10));
+        EXPECT_EQ(S_OK, Make(*made.root, "torn", 40));
+        made.Close();
+        Bytes file = made.Content();
+        unsigned unused = 0;
+        for (std::size_t at = 512; at + 128 <= file.size(); at += 128) {
+            if (file[at] != 't' || file[at + 2] == 'o' || file[at + 0x42] != 2)
+                continue;
+            std::fill_n(file.begin() + static_cast<std::ptrdiff_t>(at), 128, BYTE{0});
+            for (const std::size_t link : {kLeft, kRight, kChild})
+                StoreU32(&file[at + link], kNoEntry);
+            ++unused;
+        }
+        EXPECT_EQ(40u, unused);
+        return file;
+    }
+
+    // An element with so many streams, whose names begin as its own does.
+    static HRESULT Make(IStorage& root, const std::string& name, unsigned count)
+    {
+        ComPtr<IStorage> storage;
+        HRESULT hr = root.CreateStorage(Wide(name).c_str(), kCreate, 0, 0, storage.Put());
+        for (unsigned i = 0; i < count && SUCCEEDED(hr); ++i)
+            hr = WriteStream(*storage, name[0] + std::to_string(i), Pattern(20 + i, i));
+        return FAILED(hr) ? hr : storage->Commit(STGC_DEFAULT);
+    }
+    static void Expect(Tree* tree, const std::string& name, unsigned count)
+    {
+        (*tree)[name] = std::nullopt;
+        for (unsigned i = 0; i < count; ++i)
+            (*tree)[name + "/" + name[0] + std::to_string(i)] = Pattern(20 + i, i);
+    }
+
+    // Elements that take the entries to which the torn one leads.
+    void Add()
+    {
+        for (unsigned i = 0; i < 12; ++i)
+            EXPECT_EQ(S_OK, WriteStream(*session.root, "beside" + std::to_string(i), Pattern(200, i)));
+        EXPECT_EQ(S_OK, Make(*session.root, "new", 30));
+    }
+    void ExpectAdded(unsigned inTorn)
+    {
+        Tree expected;
+        Tree found;
+        Expect(&expected, "before", 10);
+        Expect(&expected, "new", 30);
+        if (inTorn > 0)
+            Expect(&expected, "torn", inTorn);
+        for (unsigned i = 0; i < 12; ++i)
+            expected["beside" + std::to_string(i)] = Pattern(200, i);
+        session.Close();
+        ASSERT_EQ(S_OK, session.Open(kRead));
+        EXPECT_EQ(S_OK, Walk(*session.root, "", &found));
+        EXPECT_EQ(expected, found);
+        session.Close();
+        EXPECT_EQ("", Text(Examine(session.Content()).faults));
+    }
+
+    Session session{GetParam(), TornFile()};
+};
+
+INSTANTIATE_TEST_SUITE_P(Roads, TornElementTest, ::testing::Values(Road::kLockBytes, Road::kFile));
+
+TEST_P(TornElementTest, IsReplacedWhole)
+{
+    ASSERT_EQ(S_OK, session.Open(kOpen));
+    EXPECT_EQ(S_OK, Make(*session.root, "torn", 3));
+    Add();
+    ExpectAdded(3);
+}
+
+TEST_P(TornElementTest, LeavesWhatTookItsEntriesWhenItIsReplaced)
+{
+    ASSERT_EQ(S_OK, session.Open(kOpen));
+    Add();
+    EXPECT_EQ(S_OK, Make(*session.root, "torn", 3));
+    ExpectAdded(3);
+}
+
+TEST_P(TornElementTest, LeavesWhatTookItsEntriesWhenItIsDestroyed)
+{
+    ASSERT_EQ(S_OK, session.Open(kOpen));
+    Add();
+    EXPECT_EQ(S_OK, session.root->DestroyElement(OLESTR("torn")));
+    ExpectAdded(0);
+}
+
+// What a process has learnt of a file outlives its closing; of bytes it has to meet all elements first.
+TEST_P(TornElementTest, LeavesWhatTookItsEntriesInAnEarlierSession)
+{
+    ASSERT_EQ(S_OK, session.Open(kOpen));
+    Add();
+    session.Close();
+    ASSERT_EQ(S_OK, session.Open(kOpen));
+    if (GetParam() == Road::kLockBytes) {
+        Tree met;
+        EXPECT_EQ(STG_E_DOCFILECORRUPT, Walk(*session.root, "", &met));
+    }
+    EXPECT_EQ(S_OK, session.root->DestroyElement(OLESTR("torn")));
+    ExpectAdded(0);
+}
 
 TEST(ListFileTest, AListInPlaceOfATreeIsPutRightWhenItIsChanged)
 {

@@ -96,6 +96,8 @@ HRESULT Laying::Write(Draft& draft, EntryId left, EntryId right, Color color, En
     } else {
         CFB_TRY(volume_.directory.Allocate(id));
         CFB_TRY(Fill(draft, &entry));
+        if (entry.IsStorage())
+            volume_.owners.SetChanged(*id);
         laid_.emplace_back(&draft, *id);
     }
     entry.SetLeft(left);

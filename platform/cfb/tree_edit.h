@@ -51,6 +51,8 @@ public:
     // Writes the outcome. Moves() is complete afterwards.
     [[nodiscard]] HRESULT Apply();
     const std::vector<Move>& Moves() const noexcept { return moves_; }
+    // Whose tree it is.
+    EntryId Storage() const noexcept { return ids_.front(); }
 
 private:
     static constexpr std::size_t kMaxDepth = 128;
