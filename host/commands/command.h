@@ -33,6 +33,9 @@ void AddResendCommand(CLI::App& program, Chosen& chosen);
 void AddCancelCommand(CLI::App& program, Chosen& chosen);
 void AddRunCommand(CLI::App& program, Chosen& chosen);
 void AddCompareCommand(CLI::App& program, Chosen& chosen);
+void AddConflictsCommand(CLI::App& program, Chosen& chosen);
+void AddTrashCommand(CLI::App& program, Chosen& chosen);
+void AddUndeleteCommand(CLI::App& program, Chosen& chosen);
 void AddStatusCommand(CLI::App& program, Chosen& chosen);
 void AddInspectCommand(CLI::App& program, Chosen& chosen);
 

@@ -96,6 +96,9 @@ void AddCommands(CLI::App& program, Chosen& chosen)
     AddMoveCommand(program, chosen);
     AddDeleteCommand(program, chosen);
     AddCompareCommand(program, chosen);
+    AddConflictsCommand(program, chosen);
+    AddTrashCommand(program, chosen);
+    AddUndeleteCommand(program, chosen);
     AddStatusCommand(program, chosen);
     AddInspectCommand(program, chosen);
 }

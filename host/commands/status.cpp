@@ -169,6 +169,18 @@ Json StrangersOf(Peers& peers, std::string& text)
     return json;
 }
 
+// Edits that are beaten by others, as long as nobody has deleted the copies of them.
+std::size_t OpenConflicts(Records& records)
+{
+    std::size_t count = 0;
+    for (const ItemRecord& item : records.ItemsInConflict())
+        for (const exchange::Revision& beaten : item.heads.Beaten()) {
+            const auto copy = records.FindItem(exchange::ConflictCopyId(item.id, beaten));
+            count += copy && copy->deleted ? 0 : 1;
+        }
+    return count;
+}
+
 ExitCode Status(const StatusOptions& options)
 {
     const Mailbox mailbox = Mailbox::Open(options.mailbox);
@@ -189,6 +201,9 @@ ExitCode Status(const StatusOptions& options)
     const Json strangers = StrangersOf(peers, transportLines);
     for (const std::string& name : peers.AwaitedMembers())
         transportLines += "awaited: " + name + ", who has no known device ('quorvane members add')\n";
+    const std::size_t conflicts = OpenConflicts(records);
+    if (conflicts > 0)
+        transportLines += "conflicts: " + std::to_string(conflicts) + " ('quorvane conflicts')\n";
     std::error_code error;
     const bool rejected = std::filesystem::exists(mailbox.Directory() / "rejected", error);
     Print(options.json,
@@ -201,6 +216,7 @@ ExitCode Status(const StatusOptions& options)
            {"incoming", incoming},
            {"strangers", strangers},
            {"awaited", peers.AwaitedMembers()},
+           {"conflicts", conflicts},
            {"packagesFilling", packing},
            {"packagesToDeliver", outgoing},
            {"packagesToApply", unfinished},

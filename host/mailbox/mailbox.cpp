@@ -33,7 +33,7 @@ std::int64_t VersionOf(Database& records)
     return version.Step() ? version.Number(0) : 0;
 }
 
-std::string TextOf(Database& records, const char* sql)
+std::string MailboxText(Database& records, const char* sql)
 {
     Statement select(records, sql);
     return select.Step() ? select.Text(0) : std::string();
@@ -49,7 +49,7 @@ void UpgradeRecords(Database& records, const std::string& directory, const std::
     if (version < 1 || version > Records::kVersion)
         Fail("open the mailbox", directory, "host.db is of a version that this program doesn't know");
     Records::Upgrade(records, version);
-    if (TextOf(records, "SELECT device FROM mailbox").empty())
+    if (MailboxText(records, "SELECT device FROM mailbox").empty())
         DrawDeviceKeys(keyFile, records);
     transaction.Commit();
 }
@@ -99,7 +99,7 @@ Mailbox Mailbox::Create(const std::string& directory, const std::string& name)
     Transaction transaction(records);
     Records::CreateTables(records, name, mailbox.instance_);
     DrawDeviceKeys(mailbox.KeyPath(), records);
-    mailbox.device_ = TextOf(records, "SELECT device FROM mailbox");
+    mailbox.device_ = MailboxText(records, "SELECT device FROM mailbox");
     transaction.Commit();
     return mailbox;
 }

@@ -146,7 +146,10 @@ TEST(DeviceTest, AnOldMailboxDrawsItsKeysWhenItIsOpenedAndKeepsThem)
                  "ALTER TABLE outgoing DROP COLUMN sequence; ALTER TABLE outgoing DROP COLUMN laid;"
                  "ALTER TABLE mailbox DROP COLUMN device; ALTER TABLE mailbox DROP COLUMN epoch;"
                  "ALTER TABLE mailbox DROP COLUMN sequence; ALTER TABLE mailbox DROP COLUMN acks_serial;"
-                 "ALTER TABLE mailbox DROP COLUMN exchange;");
+                 "ALTER TABLE mailbox DROP COLUMN exchange; ALTER TABLE mailbox DROP COLUMN trash_days;"
+                 "DROP TABLE trash; DROP INDEX item_beaten;"
+                 "ALTER TABLE item DROP COLUMN heads; ALTER TABLE item DROP COLUMN whole;"
+                 "ALTER TABLE item DROP COLUMN pending; ALTER TABLE item DROP COLUMN beaten;");
 
     const Mailbox opened = Mailbox::Open(place);
 

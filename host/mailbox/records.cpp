@@ -6,6 +6,8 @@
 #include <set>
 
 #include "host/base/errors.h"
+#include "host/mailbox/device.h"
+#include "host/mailbox/item_text.h"
 
 namespace quorvane::host {
 
@@ -133,8 +135,30 @@ INSERT OR REPLACE INTO resend (folder_id, member, scope, since) SELECT folder_id
 UPDATE member SET told = 0, due = 1 WHERE announced = 1;
 )sql";
 
+// From version 3 on: what is known of an item are its heads (exchange/item_heads.h), as bytes in hexadecimal.
+constexpr char kUpgradeFrom3[] = R"sql(
+ALTER TABLE item ADD COLUMN heads TEXT NOT NULL DEFAULT '';
+ALTER TABLE item ADD COLUMN whole INTEGER NOT NULL DEFAULT 1;
+ALTER TABLE item ADD COLUMN pending INTEGER NOT NULL DEFAULT 0;
+ALTER TABLE item ADD COLUMN beaten INTEGER NOT NULL DEFAULT 0;
+CREATE INDEX item_beaten ON item (beaten) WHERE beaten > 0;
+ALTER TABLE mailbox ADD COLUMN trash_days INTEGER NOT NULL DEFAULT 30;
+CREATE TABLE trash (
+    number INTEGER PRIMARY KEY AUTOINCREMENT,
+    item TEXT NOT NULL,
+    folder_id TEXT NOT NULL,
+    folder TEXT NOT NULL,
+    revision TEXT NOT NULL,
+    subject TEXT NOT NULL,
+    member TEXT NOT NULL,
+    why INTEGER NOT NULL,
+    since INTEGER NOT NULL,
+    copy TEXT NOT NULL,
+    UNIQUE (item, revision));
+)sql";
+
 // Each brings the records from the version that is its place, counted from 1, to the next.
-constexpr const char* kUpgrades[] = {kUpgradeFrom1, kUpgradeFrom2};
+constexpr const char* kUpgrades[] = {kUpgradeFrom1, kUpgradeFrom2, kUpgradeFrom3};
 static_assert(std::size(kUpgrades) + 1 == Records::kVersion);
 
 // Whether a row of `device` stands for a member in the folder ?1: the user says so, or somebody who could read the
@@ -156,13 +180,30 @@ std::optional<Share> FindOneShare(Database& database, const char* sql, const std
     return ReadShare(select);
 }
 
+#define QV_SELECT_ITEM "SELECT id, folder_id, stamp, member, deleted, modified, heads, whole, pending FROM item"
+
 ItemRecord ReadItemRecord(const Statement& row)
 {
+    const std::string heads = row.Text(6);
+    const auto known = heads.empty() ? exchange::ItemHeads() : ParseHeads(heads);
+    if (!known)
+        Fail("read what is known of the item", row.Text(0), "its record is damaged");
     return {row.Text(0),
             row.Text(1),
             {static_cast<std::uint64_t>(row.Number(2)), row.Text(3)},
             row.Number(4) != 0,
-            static_cast<std::uint64_t>(row.Number(5))};
+            static_cast<std::uint64_t>(row.Number(5)),
+            *known,
+            row.Number(7) != 0,
+            row.Number(8) != 0};
+}
+
+std::vector<ItemRecord> ReadItemRecords(Statement& select)
+{
+    std::vector<ItemRecord> items;
+    while (select.Step())
+        items.push_back(ReadItemRecord(select));
+    return items;
 }
 
 std::vector<std::string> ReadNames(Statement& select)
@@ -316,6 +357,14 @@ void NoteOwed(Database& database, const PackagePlan& plan, const std::string& me
             PutResend(database, {0, item.folderId, member, ResendScope::kOwn});
 }
 
+// What has changed again since is still to be sent.
+void NoteSent(Database& database, const PackagePlan& plan)
+{
+    Statement sent(database, "UPDATE item SET pending = 0 WHERE id = ? AND heads = ?");
+    for (const PackagePlan::Item& item : plan.items)
+        sent.Bind(1, item.id).Bind(2, item.heads).Run();
+}
+
 void NotePlan(Database& database, std::int64_t package, const PackagePlan& plan)
 {
     std::vector<std::string> devices;
@@ -332,6 +381,8 @@ void NotePlan(Database& database, std::int64_t package, const PackagePlan& plan)
     Statement forget(database, "DELETE FROM unsent WHERE item = ?");
     for (const PackagePlan::Item& item : plan.items)
         forget.Bind(1, item.id).Run();
+    if (plan.isForAll)
+        NoteSent(database, plan);
     Statement(database, "UPDATE outgoing SET planned = 1, sequence = ? WHERE number = ?")
         .Bind(1, static_cast<std::int64_t>(NumberPackage(database, devices)))
         .Bind(2, package)
@@ -503,8 +554,7 @@ void Records::NoteHeardFrom(const std::string& folderId, const std::string& memb
 std::optional<ItemRecord> Records::FindItem(const std::string& id)
 {
     const std::lock_guard lock(mutex_);
-    Statement select(database_,
-                     "SELECT id, folder_id, stamp, member, deleted, modified FROM item WHERE id = ?");
+    Statement select(database_, QV_SELECT_ITEM " WHERE id = ?");
     if (!select.Bind(1, id).Step())
         return std::nullopt;
     return ReadItemRecord(select);
@@ -513,38 +563,68 @@ std::optional<ItemRecord> Records::FindItem(const std::string& id)
 std::vector<ItemRecord> Records::ItemsOf(const std::string& folderId)
 {
     const std::lock_guard lock(mutex_);
-    Statement select(database_,
-                     "SELECT id, folder_id, stamp, member, deleted, modified FROM item "
-                     "WHERE folder_id = ? AND deleted = 0");
-    select.Bind(1, folderId);
-    std::vector<ItemRecord> items;
-    while (select.Step())
-        items.push_back(ReadItemRecord(select));
-    return items;
+    Statement select(database_, QV_SELECT_ITEM " WHERE folder_id = ? AND deleted = 0");
+    return ReadItemRecords(select.Bind(1, folderId));
+}
+
+std::vector<ItemRecord> Records::AllItemsOf(const std::string& folderId)
+{
+    const std::lock_guard lock(mutex_);
+    Statement select(database_, QV_SELECT_ITEM " WHERE folder_id = ? ORDER BY id");
+    return ReadItemRecords(select.Bind(1, folderId));
+}
+
+std::vector<ItemRecord> Records::ItemsInConflict()
+{
+    const std::lock_guard lock(mutex_);
+    Statement select(database_, QV_SELECT_ITEM " WHERE beaten > 0 ORDER BY folder_id, id");
+    return ReadItemRecords(select);
 }
 
 void Records::PutItem(const ItemRecord& item)
 {
     const std::lock_guard lock(mutex_);
     Statement(database_,
-              "INSERT OR REPLACE INTO item (id, folder_id, stamp, member, deleted, modified) VALUES (?, ?, "
-              "?, ?, ?, ?)")
+              "INSERT OR REPLACE INTO item (id, folder_id, stamp, member, deleted, modified, heads, whole, pending, "
+              "beaten) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?)")
         .Bind(1, item.id)
         .Bind(2, item.folderId)
         .Bind(3, static_cast<std::int64_t>(item.version.stamp))
         .Bind(4, item.version.member)
         .Bind(5, std::int64_t{item.deleted})
         .Bind(6, static_cast<std::int64_t>(item.modified))
+        .Bind(7, item.heads.Shown() ? FormatHeads(item.heads) : std::string())
+        .Bind(8, std::int64_t{item.isWhole})
+        .Bind(9, std::int64_t{item.isPending})
+        .Bind(10, static_cast<std::int64_t>(item.heads.Shown() ? item.heads.Beaten().size() : 0))
         .Run();
 }
 
 void Records::SetModified(const std::string& id, std::uint64_t modified)
 {
     const std::lock_guard lock(mutex_);
-    Statement(database_, "UPDATE item SET modified = ? WHERE id = ?")
+    Statement(database_, "UPDATE item SET modified = ?, whole = 1 WHERE id = ?")
         .Bind(1, static_cast<std::int64_t>(modified))
         .Bind(2, id)
         .Run();
+}
+
+Records::Changer Records::OwnChanger()
+{
+    const std::lock_guard lock(mutex_);
+    Statement select(database_, "SELECT device, epoch FROM mailbox");
+    const auto device = select.Step() ? exchange::ParseDeviceId(select.Text(0)) : std::nullopt;
+    if (!device)
+        Fail("read", database_.Path(), "the mailbox has no device");
+    return {exchange::ChangerOf(*device, ParseEpoch(select.Text(1))), *device};
+}
+
+std::string Records::MemberOf(const exchange::DeviceId& device)
+{
+    const std::lock_guard lock(mutex_);
+    Statement select(database_,
+                     "SELECT name FROM mailbox WHERE device = ?1 UNION ALL SELECT member FROM device WHERE id = ?1");
+    return select.Bind(1, exchange::TextOf(device)).Step() ? select.Text(0) : std::string();
 }
 
 std::int64_t Records::AddOutgoing(const std::string& path, const std::string& recipients)

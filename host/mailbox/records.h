@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "host/base/sqlite.h"
+#include "host/exchange/item_heads.h"
 
 namespace quorvane::host {
 
@@ -21,17 +22,12 @@ struct Share {
     std::string name;  // the folder's path
 };
 
-// The version of a shared item: who changed it last, and when. Of two versions the greater one wins at every
-// member, so that all end with the same.
+// Who made what a shared item shows, and when.
 struct ItemVersion {
     std::uint64_t stamp = 0;  // a FILETIME, or one more than the version before where that lay in the future
     std::string member;
 
     friend bool operator==(const ItemVersion&, const ItemVersion&) = default;
-    friend bool operator<(const ItemVersion& a, const ItemVersion& b)
-    {
-        return a.stamp != b.stamp ? a.stamp < b.stamp : a.member < b.member;
-    }
 };
 
 // What is known of a shared item.
@@ -41,6 +37,9 @@ struct ItemRecord {
     ItemVersion version;
     bool deleted = false;
     std::uint64_t modified = 0;  // the message's exact modification time in that version; 0 when unknown
+    exchange::ItemHeads heads{};  // empty of one that a former version of the program noted
+    bool isWhole = true;         // what it shows is here
+    bool isPending = false;      // no package holds what was changed here
 };
 
 // A storage file on its way out.
@@ -62,8 +61,10 @@ struct PackagePlan {
     struct Item {
         std::string id;
         std::string folderId;
+        std::string heads{};  // that the package gives for it, as bytes in hexadecimal
     };
     std::vector<Item> items;
+    bool isForAll = false;  // all members of its folder, and not one alone
 };
 
 // What a member is to be sent of a folder.
@@ -106,7 +107,7 @@ class Records {
 public:
     explicit Records(const std::string& path);
 
-    static constexpr int kVersion = 3;
+    static constexpr int kVersion = 4;
     // Makes the tables of a new mailbox. Called within a transaction.
     static void CreateTables(Database& database, const std::string& name, const std::string& instance);
     // Brings tables of an earlier version up to this one. Called within a transaction.
@@ -140,8 +141,21 @@ public:
     std::optional<ItemRecord> FindItem(const std::string& id);
     std::vector<ItemRecord> ItemsOf(const std::string& folderId);
     void PutItem(const ItemRecord& item);
-    // Notes the modification time of the message that holds an item's present version.
+    // Notes the modification time of the message that holds an item's present version, which so is here.
     void SetModified(const std::string& id, std::uint64_t modified);
+    // Those with edits that are beaten by others that hadn't seen them.
+    std::vector<ItemRecord> ItemsInConflict();
+    // All that is known of a folder, deleted ones included, by rising id.
+    std::vector<ItemRecord> AllItemsOf(const std::string& folderId);
+
+    // Who makes the changes that are made here: this device, in its present epoch.
+    struct Changer {
+        exchange::ChangerId changer;
+        exchange::DeviceId device;
+    };
+    Changer OwnChanger();
+    // The member that a device is known to be of, this mailbox's own name included; empty when it isn't known.
+    std::string MemberOf(const exchange::DeviceId& device);
 
     // Whether packages of the folder can be sealed to a member: a device of his is known by its card, by the user's
     // word or by that of another member of the folder.

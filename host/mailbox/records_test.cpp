@@ -1,4 +1,6 @@
 #include "host/mailbox/records.h"
+
+#include "host/mailbox/item_text.h"
 #include "platform/testing/test_directory.h"
 
 #include <gtest/gtest.h>
@@ -113,6 +115,56 @@ TEST_F(RecordsTest, AnItemIsReplacedByItsLaterRecord)
     EXPECT_EQ(item->version, (ItemVersion{8, "bob"}));
     EXPECT_TRUE(item->deleted);
     EXPECT_TRUE(records_.ItemsOf("{F}").empty());
+}
+
+exchange::ItemHeads HeadsBy(unsigned char device, std::uint64_t stamp)
+{
+    exchange::Revision revision;
+    revision.version.Raise(exchange::ChangerId{{device}});
+    revision.stamp = stamp;
+    revision.by.bytes[0] = device;
+    revision.content[0] = device;
+    exchange::ItemHeads heads;
+    heads.Take(revision);
+    return heads;
+}
+
+TEST_F(RecordsTest, WhatIsKnownOfAnItemIsKeptAndAConflictIsFound)
+{
+    ItemRecord record{"{1}", "{F}", {8, "bob"}, false, 9, HeadsBy(1, 7), false, true};
+    records_.PutItem(record);
+    EXPECT_TRUE(records_.ItemsInConflict().empty());
+    record.heads.Take(HeadsBy(2, 8));
+    records_.PutItem(record);
+
+    const auto item = records_.FindItem("{1}");
+    ASSERT_TRUE(item);
+    EXPECT_EQ(item->heads, record.heads);
+    EXPECT_FALSE(item->isWhole);
+    EXPECT_TRUE(item->isPending);
+    ASSERT_EQ(records_.ItemsInConflict().size(), 1U);
+    records_.SetModified("{1}", 10);
+    EXPECT_TRUE(records_.FindItem("{1}")->isWhole) << "it was applied to the end";
+}
+
+TEST_F(RecordsTest, AChangeIsSentWhenAPackageForAllHoldsItAsItIs)
+{
+    ShareWith({"bob"});
+    records_.PutItem({"{1}", "{F}", {8, "bob"}, false, 9, HeadsBy(1, 7), true, true});
+    PackagePlan plan;
+    plan.members = {"bob"};
+    plan.items = {{"{1}", "{F}", FormatHeads(HeadsBy(1, 7))}};
+    Plan("/for-one", plan);
+    EXPECT_TRUE(records_.FindItem("{1}")->isPending);
+    plan.isForAll = true;
+    plan.items[0].heads = FormatHeads(HeadsBy(1, 6));
+    Plan("/of-before", plan);
+    EXPECT_TRUE(records_.FindItem("{1}")->isPending);
+    plan.items[0].heads = FormatHeads(HeadsBy(1, 7));
+
+    Plan("/for-all", plan);
+
+    EXPECT_FALSE(records_.FindItem("{1}")->isPending);
 }
 
 TEST_F(RecordsTest, APackageHasOneNumberForAllItsReceiversAndNamesTheOneBeforeToEach)
@@ -360,6 +412,9 @@ TEST_F(RecordsTest, RecordsOfTheFirstVersionKeepWhatTheyTellAndOweWhatTheyOwed)
         "CREATE TABLE mailbox (name TEXT NOT NULL, instance TEXT NOT NULL);"
         "CREATE TABLE outgoing (number INTEGER PRIMARY KEY AUTOINCREMENT, path TEXT NOT NULL UNIQUE, recipients TEXT "
         "NOT NULL, planned INTEGER NOT NULL DEFAULT 0);"
+        "CREATE TABLE item (id TEXT PRIMARY KEY, folder_id TEXT NOT NULL, stamp INTEGER NOT NULL, member TEXT NOT NULL, "
+        "deleted INTEGER NOT NULL, modified INTEGER NOT NULL);"
+        "INSERT INTO item VALUES ('{I}', '{F}', 100, 'bob', 0, 7);"
         "CREATE TABLE delivery (package INTEGER, member TEXT, sequence INTEGER);"
         "CREATE TABLE sequence (member TEXT PRIMARY KEY, last INTEGER NOT NULL);"
         "CREATE TABLE received (sender TEXT PRIMARY KEY, last INTEGER NOT NULL);"
@@ -379,6 +434,11 @@ TEST_F(RecordsTest, RecordsOfTheFirstVersionKeepWhatTheyTellAndOweWhatTheyOwed)
     EXPECT_EQ(records.FindResend("{F}", "bob")->scope, ResendScope::kAgain);
     ASSERT_EQ(records.Outgoing().size(), 1U);
     EXPECT_FALSE(records.Outgoing()[0].isPlanned);
+    const auto item = records.FindItem("{I}");
+    ASSERT_TRUE(item);
+    EXPECT_EQ(item->version, (ItemVersion{100, "bob"}));
+    EXPECT_TRUE(item->isWhole);
+    EXPECT_FALSE(item->isPending || item->heads.Shown());
     Statement version(database, "PRAGMA user_version");
     EXPECT_TRUE(version.Step());
     EXPECT_EQ(version.Number(0), Records::kVersion);

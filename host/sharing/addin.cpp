@@ -7,6 +7,7 @@
 
 #include "host/base/output.h"
 #include "host/base/path_text.h"
+#include "host/mailbox/item_text.h"
 #include "host/store/folders.h"
 #include "host/store/properties.h"
 
@@ -40,12 +41,6 @@ ComPtr<IFolder> AddEngineFolder(const EngineSession& engine, const Share& share)
                                 missing.Raw(), folder.Put()),
           "watch the folder", share.name);
     return folder;
-}
-
-ItemVersion Addin::NextVersion(const std::optional<ItemRecord>& record, std::uint64_t modified) const
-{
-    const std::uint64_t after = record ? record->version.stamp + 1 : 0;
-    return {std::max(modified, after), parts_.mailbox.Name()};
 }
 
 void Addin::Log(const char* event, const std::string& id, const std::string& what) const
@@ -98,19 +93,31 @@ HRESULT Addin::Examine(IItem& item, LocalItem& local)
     return S_OK;
 }
 
-// Makes the item ready to be sent: under its ID, and as the version that it is.
-HRESULT Addin::Stamp(IItem& item, const LocalItem& local, const char* event)
+// Makes the item ready to be sent: under its ID, and as the version that it is. One whose content is as it was sent
+// isn't sent, and one that shows what isn't here waits for that.
+HRESULT Addin::Stamp(IItem& item, const LocalItem& local, const char* event, bool isGiven, bool& ignore)
 {
     HRESULT hr = local.row ? ChooseId(item, *local.row, local.isOfThisFolder || !local.known) : S_OK;
     if (FAILED(hr))
         return hr;
-    ItemRecord record{ReadText(item, &IItem::get_ID), local.folderId, {}, false, local.modified};
-    record.version = local.isCurrent ? local.known->version
-                                     : NextVersion(parts_.records.FindItem(record.id), local.modified);
-    hr = item.put_CustomInfo(BstrOf(FormatVersion(record.version)).Get());
+    const auto lock = versions_.Hold();
+    const std::string id = ReadText(item, &IItem::get_ID);
+    ItemRecord record = versions_.Known(id, local.folderId);
+    if (!record.isWhole)
+        return kDeclined;
+    const bool wasPending = record.isPending;
+    if (!local.isCurrent)
+        record = versions_.Present(id, local.folderId, *local.message);
+    // Nobody but the member who is given it waits for it.
+    record.isPending = wasPending || (record.isPending && !isGiven);
+    ignore = !isGiven && !record.isPending;
+    record.modified = local.modified;
+    hr = ignore ? S_OK : item.put_CustomInfo(BstrOf(FormatItem(record)).Get());
     if (FAILED(hr))
         return hr;
     parts_.records.PutItem(record);
+    if (ignore)
+        return S_OK;
     ++parts_.statistics.itemsSent;
     Log(event, record.id, TextOf(*local.message, PR_SUBJECT_W));
     return S_OK;
@@ -135,7 +142,7 @@ HRESULT Addin::OnLocalChange(const char* event, IItem& item, bool& ignore)
         ignore = true;  // moved here, and the engine doesn't know: it is sent as what it is, by comparison
         return S_OK;
     }
-    return Stamp(item, local, event);
+    return Stamp(item, local, event, false, ignore);
 }
 
 // One that was moved here is sent by comparison.
@@ -158,7 +165,7 @@ HRESULT Addin::OnItemResend(IItem* item, BSTR jobId, bool& ignore)
     if (ignore)
         return S_OK;
     hr = item->put_Raw(local.raw.Get());
-    return SUCCEEDED(hr) ? Stamp(*item, local, "onItemResend") : hr;
+    return SUCCEEDED(hr) ? Stamp(*item, local, "onItemResend", true, ignore) : hr;
 }
 
 // The engine takes for deleted what it doesn't see in the folder's table, and a table that can't be read to its end
@@ -174,19 +181,21 @@ bool Addin::IsStillThere(IItem& item) const
 HRESULT Addin::OnItemDeleted(IItem* item, bool& ignore)
 {
     parts_.statistics.Touch();
-    ItemRecord record{ReadText(*item, &IItem::get_ID), FolderIdOf(*item), {}, true, 0};
+    const std::string id = ReadText(*item, &IItem::get_ID);
+    const std::string folderId = FolderIdOf(*item);
     if (IsStillThere(*item)) {
-        Log("onItemDeleted", record.id, "is still there");
+        Log("onItemDeleted", id, "is still there");
         return kDeclined;
     }
-    const auto known = parts_.records.FindItem(record.id);
-    if (known && known->folderId != record.folderId) {
+    const auto lock = versions_.Hold();
+    const auto known = parts_.records.FindItem(id);
+    if (known && known->folderId != folderId) {
         // It was moved to another folder, and is that one's item already: its row stays.
         ignore = true;
         return item->put_ID(BstrOf(kNoItem).Get());
     }
-    record.version = NextVersion(known, FileTimeNow());
-    const HRESULT hr = item->put_CustomInfo(BstrOf(FormatVersion(record.version)).Get());
+    const ItemRecord record = versions_.Deleted(id, folderId);
+    const HRESULT hr = item->put_CustomInfo(BstrOf(FormatItem(record)).Get());
     if (FAILED(hr))
         return hr;
     parts_.records.PutItem(record);
@@ -195,29 +204,7 @@ HRESULT Addin::OnItemDeleted(IItem* item, bool& ignore)
     return S_OK;
 }
 
-// Whether what is here is at least as new as `version`: known as such, or a change here that wasn't sent yet
-// and will be. Of an item in this very version, the exact time of its message tells that it was applied to
-// the end.
-bool Addin::IsOutdated(const std::string& id, const std::string& folderId,
-                       const ItemVersion& version) const
-{
-    const auto record = parts_.records.FindItem(id);
-    if (record && version < record->version)
-        return true;
-    const auto row = parts_.state.RowOfId(id);
-    const ComPtr<IMessage> message = row ? OpenMessage(parts_.mail, row->entryId, false) : nullptr;
-    if (!message)
-        return false;
-    const std::uint64_t modified = TimeOf(*message, PR_LAST_MODIFICATION_TIME);
-    const bool current = parts_.state.IsCurrent(*row, folderId, modified);
-    if (record && version == record->version)
-        return current && record->modified != 0;
-    const bool kept = !current && version < NextVersion(record, modified);
-    if (kept)
-        parts_.state.NoteKept(id);
-    return kept;
-}
-
+// What is known of it is noted before it is applied: a kill in between brings the item again, which is then applied.
 HRESULT Addin::OnItemReceived(IItem* item, BSTR tag, bool& ignore)
 {
     parts_.statistics.Touch();
@@ -226,24 +213,23 @@ HRESULT Addin::OnItemReceived(IItem* item, BSTR tag, bool& ignore)
     const HRESULT hr = item->get_Action(&action);
     if (FAILED(hr))
         return hr;
-    const std::string id = ReadText(*item, &IItem::get_ID);
-    const std::string folderId = FolderIdOf(*item);
-    const auto sent = ParseVersion(ReadText(*item, &IItem::get_CustomInfo));
-    const ItemVersion version = sent ? *sent : ItemVersion{0, ToUtf8(ViewOf(tag))};
     const bool deletion = action == qv_ac_Deleted;
-    if (IsOutdated(id, folderId, version)) {
+    const Arrival arrival{ReadText(*item, &IItem::get_ID), FolderIdOf(*item), ToUtf8(ViewOf(tag)),
+                          ReadText(*item, &IItem::get_CustomInfo), !deletion};
+    const auto lock = versions_.Hold();
+    const ItemVersions::Verdict verdict = versions_.Judge(arrival);
+    if (verdict.isApplied && !deletion)
+        parts_.applying.Begin(arrival.id, arrival.folderId);
+    if (verdict.isNoted || verdict.isApplied)
+        parts_.records.PutItem(verdict.record);
+    ignore = !verdict.isApplied;
+    if (ignore) {
         ++parts_.statistics.itemsIgnored;
-        ignore = true;
         return S_OK;
     }
-    if (!deletion)
-        parts_.applying.Begin(id, folderId);
-    // Before it is applied: a kill in between brings the item again, in this very version, which is then
-    // applied.
-    parts_.records.PutItem({id, folderId, version, deletion, 0});
-    ignore = deletion && !parts_.state.RowOfId(id);  // nothing here to delete
+    ignore = deletion && !parts_.state.RowOfId(arrival.id);  // nothing here to delete
     deletion ? ++parts_.statistics.deletionsApplied : ++parts_.statistics.itemsApplied;
-    Log("onItemReceived", id, deletion ? "deletion" : "");
+    Log("onItemReceived", arrival.id, deletion ? "deletion" : "");
     return S_OK;
 }
 

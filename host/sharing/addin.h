@@ -1,8 +1,6 @@
 // host/sharing/addin.h: what the program answers to the engine's callbacks.
 //
-// Versions. Each change made here gets a version: the time of the change and this mailbox's name; it travels
-// in the item's CustomInfo. A received item of an older version than the one known here isn't applied, so
-// that members who change one item at once all end with the same. Deletions have versions too.
+// What is known of an item's versions travels in its CustomInfo; item_versions.h tells what becomes of it here.
 #ifndef QUORVANE_HOST_SHARING_ADDIN_H_
 #define QUORVANE_HOST_SHARING_ADDIN_H_
 
@@ -15,6 +13,7 @@
 #include "host/sharing/apply_guard.h"
 #include "host/sharing/engine.h"
 #include "host/sharing/item_state.h"
+#include "host/sharing/item_versions.h"
 #include "host/sharing/statistics.h"
 #include "host/store/profile.h"
 
@@ -44,7 +43,9 @@ public:
         bool verbose;
     };
 
-    explicit Addin(const Parts& parts) noexcept : parts_(parts) {}
+    explicit Addin(const Parts& parts)
+        : parts_(parts), versions_(parts.mailbox, parts.mail, parts.records, parts.state)
+    {}
 
     // The engine that calls back; set after the logon, before its first job.
     void SetEngine(const EngineSession& engine) noexcept { engine_ = &engine; }
@@ -57,8 +58,7 @@ public:
         rules_ = rules;
     }
 
-    // A version for a change made here to an item with this record, if it has one.
-    ItemVersion NextVersion(const std::optional<ItemRecord>& record, std::uint64_t modified) const;
+    ItemVersions& Versions() noexcept { return versions_; }
 
     HRESULT OnItemResend(IItem* item, BSTR jobId, bool& ignore) override;
     HRESULT OnFolderReceived(IFolder* folder, BSTR tag) override;
@@ -91,7 +91,7 @@ private:
     };
     HRESULT Examine(IItem& item, LocalItem& local);
     bool IsWanted(BSTR job, const LocalItem& local);
-    HRESULT Stamp(IItem& item, const LocalItem& local, const char* event);
+    HRESULT Stamp(IItem& item, const LocalItem& local, const char* event, bool isGiven, bool& ignore);
     HRESULT OnLocalChange(const char* event, IItem& item, bool& ignore);
     bool IsStillThere(IItem& item) const;
     HRESULT ChooseId(IItem& item, const SharingRow& row, bool stays);
@@ -99,10 +99,10 @@ private:
     std::string NewFolderPath(const Announcement& announcement) const;
     void LearnMembers(const std::string& folderId, const Announcement& announcement, bool joined,
                       const std::string& by);
-    bool IsOutdated(const std::string& id, const std::string& folderId, const ItemVersion& version) const;
     void Log(const char* event, const std::string& id, const std::string& what) const;
 
     Parts parts_;
+    ItemVersions versions_;
     const EngineSession* engine_ = nullptr;
     std::mutex rulesMutex_;
     ResendRules* rules_ = nullptr;

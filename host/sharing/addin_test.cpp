@@ -58,7 +58,7 @@ protected:
                                                         item.Put()),
               "make an item", id);
         Check(item->put_Action(qv_ac_Added), "make an item", id);
-        Check(item->put_CustomInfo(BstrOf(FormatVersion({100, "alice"})).Get()), "make an item", id);
+        Check(item->put_CustomInfo(BstrOf(R"({"stamp": 100, "member": "alice"})").Get()), "make an item", id);
         bool ignore = false;
         EXPECT_EQ(here.addin.OnItemReceived(item.Get(), BstrOf("alice").Get(), ignore), S_OK);
         EXPECT_FALSE(ignore);

@@ -2,6 +2,7 @@
 
 #include "host/base/output.h"
 #include "host/exchange/keys.h"
+#include "host/mailbox/item_text.h"
 #include "host/mailbox/mailbox.h"
 
 namespace quorvane::host {
@@ -12,21 +13,6 @@ constexpr std::string_view kToPrefix = "to:";
 constexpr std::size_t kLongestFolderName = 1000;
 constexpr std::size_t kMostMembers = 10'000;
 constexpr std::size_t kMostDevicesOfOne = 100;
-
-// A JSON object out of foreign text; a discarded value when it is none.
-Json ParseObject(std::string_view text)
-{
-    Json json = Json::parse(text, nullptr, false);
-    return json.is_object() ? json : Json(Json::value_t::discarded);
-}
-
-std::optional<std::string> TextField(const Json& json, const char* name)
-{
-    const auto field = json.find(name);
-    if (field == json.end() || !field->is_string())
-        return std::nullopt;
-    return field->get<std::string>();
-}
 
 bool IsFolderName(const std::string& name)
 {
@@ -83,27 +69,6 @@ std::optional<Announcement> ParseAnnouncement(std::string_view text)
         result.members.push_back(member.get<std::string>());
     }
     return result;
-}
-
-std::string FormatVersion(const ItemVersion& version)
-{
-    return Json{{"stamp", version.stamp}, {"member", version.member}}.dump();
-}
-
-std::optional<ItemVersion> ParseVersion(std::string_view text)
-{
-    const Json json = ParseObject(text);
-    if (json.is_discarded())
-        return std::nullopt;
-    const auto stamp = json.find("stamp");
-    const auto member = TextField(json, "member");
-    if (stamp == json.end() || !stamp->is_number_unsigned() || !member || !IsMemberName(*member))
-        return std::nullopt;
-    const auto value = stamp->get<std::uint64_t>();
-    constexpr std::uint64_t kLargest = INT64_MAX;
-    if (value >= kLargest)
-        return std::nullopt;
-    return ItemVersion{value, *member};
 }
 
 std::string MemberRecipients(const std::string& member, const std::string& folderId)

@@ -1,11 +1,10 @@
-// host/sharing/announcement.h: the texts that the program sends along with folders and items.
+// host/sharing/announcement.h: the texts that the program sends along with folders.
 //
-// A folder's and an item's CustomInfo are free texts of the host. The program writes one JSON value into
-// each:
+// A folder's CustomInfo is a free text of the host (an item's: item_text.h). The program writes one JSON value
+// into it:
 //
-//     folder  {"name": "Projects/2026", "from": "alice", "members": ["alice", "bob", "carol"],
-//              "devices": {"bob": ["0123456789abcdef0123456789abcdef"]}}
-//     item    {"stamp": 134070000000000000, "member": "alice"}
+//     {"name": "Projects/2026", "from": "alice", "members": ["alice", "bob", "carol"],
+//      "devices": {"bob": ["0123456789abcdef0123456789abcdef"]}}
 #ifndef QUORVANE_HOST_SHARING_ANNOUNCEMENT_H_
 #define QUORVANE_HOST_SHARING_ANNOUNCEMENT_H_
 
@@ -29,9 +28,6 @@ struct Announcement {
 std::string FormatAnnouncement(const Announcement& announcement);
 // Nothing when the text isn't one: no member name that is no such name, no empty folder name.
 std::optional<Announcement> ParseAnnouncement(std::string_view text);
-
-std::string FormatVersion(const ItemVersion& version);
-std::optional<ItemVersion> ParseVersion(std::string_view text);
 
 // The recipients texts under which the engine collects packages: the entry identifier of a shared folder, for
 // all its members; or one member, who is told of a folder or given items of it.

@@ -33,27 +33,6 @@ TEST(AnnouncementTest, TextThatIsNoneIsRefused)
         EXPECT_FALSE(ParseAnnouncement(text)) << text;
 }
 
-TEST(AnnouncementTest, AVersionSurvivesItsText)
-{
-    const ItemVersion version{134070004112345678, "alice"};
-
-    EXPECT_EQ(ParseVersion(FormatVersion(version)), version);
-}
-
-TEST(AnnouncementTest, AVersionThatCouldNotBeKeptIsRefused)
-{
-    for (const char* text : {"", "{}", R"({"stamp":-1,"member":"a"})", R"({"stamp":1.5,"member":"a"})",
-                             R"({"stamp":9223372036854775807,"member":"a"})", R"({"stamp":1,"member":"a/b"})"})
-        EXPECT_FALSE(ParseVersion(text)) << text;
-}
-
-TEST(AnnouncementTest, OfTwoVersionsTheLaterIsGreaterAndOfEqualOnesTheGreaterName)
-{
-    EXPECT_LT((ItemVersion{1, "b"}), (ItemVersion{2, "a"}));
-    EXPECT_LT((ItemVersion{2, "a"}), (ItemVersion{2, "b"}));
-    EXPECT_FALSE((ItemVersion{2, "b"}) < (ItemVersion{2, "b"}));
-}
-
 TEST(AnnouncementTest, RecipientsOfAnAnnouncementNameMemberAndFolder)
 {
     const auto target = ParseMemberRecipients(MemberRecipients("bob", "{G:1}"));

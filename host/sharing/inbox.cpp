@@ -8,6 +8,7 @@
 #include "host/base/path_text.h"
 #include "host/base/system_file.h"
 #include "host/exchange/error.h"
+#include "host/mailbox/item_text.h"
 #include "host/sharing/announcement.h"
 
 namespace quorvane::host {
@@ -363,15 +364,19 @@ Inbox::Verdict Inbox::Judge(const Peer& peer, const std::filesystem::path& path,
 
 // Whether an item of a package that the engine is done with has reached the store, or was left aside on
 // purpose.
-bool Inbox::IsApplied(const PackageRecord& item, const std::string& member)
+bool Inbox::IsApplied(const PackageRecord& item)
 {
-    const auto sent = ParseVersion(item.customInfo);
-    const ItemVersion version = sent ? *sent : ItemVersion{0, member};
+    const auto sent = ParseItem(item.customInfo, !item.hasMessage);
     const auto record = records_.FindItem(item.id);
-    if (!item.hasMessage)
-        return !state_.RowOfId(item.id) || (record && version < record->version) || state_.WasKept(item.id);
-    return (record && (version < record->version || (version == record->version && record->modified != 0))) ||
-           state_.WasKept(item.id);
+    if (!sent || !record)
+        return !sent;
+    const exchange::ItemHeads known =
+        record->heads.Shown() ? record->heads : FormerHeads(record->version, record->deleted);
+    if (known.Lacks(sent->heads))
+        return false;
+    if (record->deleted)
+        return item.hasMessage || !state_.RowOfId(item.id);
+    return !item.hasMessage || record->isWhole || *known.Shown() != *sent->heads.Shown();
 }
 
 std::size_t Inbox::CountMissing(const std::filesystem::path& path, const std::string& member)
@@ -381,7 +386,7 @@ std::size_t Inbox::CountMissing(const std::filesystem::path& path, const std::st
     const Package content = ReadPackage(*root, path.string(), [](const PackageRecord&, IStorage&) {});
     std::set<std::string> folders;
     for (const PackageRecord& item : content.items) {
-        missing += IsApplied(item, member) ? 0 : 1;
+        missing += IsApplied(item) ? 0 : 1;
         if (folders.insert(item.folderId).second)
             records_.NoteHeardFrom(item.folderId, member);
     }

@@ -77,7 +77,7 @@ private:
     bool IsPaused(const Key& key) const;
 
     bool Advance(Transport& transport);
-    bool IsApplied(const PackageRecord& item, const std::string& member);
+    bool IsApplied(const PackageRecord& item);
     std::size_t CountMissing(const std::filesystem::path& path, const std::string& member);
     void Finish(Transport& transport, const Peer& peer, const exchange::ForUs& package);
     void Process(Transport& transport, const Peer& peer, std::uint64_t sequence);

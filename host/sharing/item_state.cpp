@@ -100,18 +100,6 @@ void ItemState::SetRowTime(const std::string& id, std::uint64_t modified)
         .Run();
 }
 
-void ItemState::NoteKept(const std::string& id)
-{
-    const std::lock_guard lock(mutex_);
-    kept_.insert(id);
-}
-
-bool ItemState::WasKept(const std::string& id)
-{
-    const std::lock_guard lock(mutex_);
-    return kept_.contains(id);
-}
-
 std::vector<std::string> ItemState::UnfinishedPaths()
 {
     const std::lock_guard lock(mutex_);

@@ -7,7 +7,6 @@
 #include <map>
 #include <mutex>
 #include <optional>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -40,11 +39,6 @@ public:
     // Brings a row's time up to date after its item was sent.
     void SetRowTime(const std::string& id, std::uint64_t modified);
 
-    // Items whose received version was left aside, in this process, for a change made here that is yet to be
-    // sent.
-    void NoteKept(const std::string& id);
-    bool WasKept(const std::string& id);
-
     // The received files that stand in the engine's table of unfinished jobs.
     std::vector<std::string> UnfinishedPaths();
     bool IsUnfinished(const std::string& path);
@@ -60,7 +54,6 @@ private:
     Records& records_;
     std::mutex mutex_;
     Database database_;
-    std::set<std::string> kept_;
     std::map<std::string, std::chrono::steady_clock::time_point> ending_;  // rows whose files were found gone
 };
 

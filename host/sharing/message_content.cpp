@@ -6,7 +6,8 @@
 #include <memory>
 
 #include "host/base/errors.h"
-#include "host/sharing/sha256.h"
+#include "host/exchange/keys.h"
+#include "host/exchange/wire.h"
 #include "host/store/properties.h"
 #include "quorvane3/com.h"
 
@@ -16,6 +17,7 @@ namespace {
 
 constexpr int kDeepestMessage = 64;
 constexpr std::size_t kLongestValue = 256;
+constexpr std::size_t kDigestShown = 32;
 constexpr ULONG kReadBlock = 64 * 1024;
 constexpr ULONG kFirstNamedId = 0x8000;
 constexpr ULONG kLastNamedId = 0xFFFE;
@@ -47,6 +49,20 @@ constexpr ULONG kStoreOwned[] = {
 // A received message arrives unread: the read state is each member's own.
 constexpr ULONG kMemberOwnFlags = MSGFLAG_READ | MSGFLAG_UNMODIFIED;
 
+// What a reader makes of a mail, and no content: whether he answered it, how it is flagged, which picture it has in a
+// list.
+constexpr ULONG kReadersOwn[] = {
+    PROP_TAG(PT_LONG, 0x0E17),  // PR_MSG_STATUS
+    PR_MESSAGE_FLAGS,
+    PROP_TAG(PT_LONG, 0x1080),     // PR_ICON_INDEX
+    PROP_TAG(PT_LONG, 0x1081),     // PR_LAST_VERB_EXECUTED
+    PROP_TAG(PT_SYSTIME, 0x1082),  // PR_LAST_VERB_EXECUTION_TIME
+    PROP_TAG(PT_LONG, 0x1090),     // PR_FLAG_STATUS
+    PROP_TAG(PT_SYSTIME, 0x1091),  // PR_FLAG_COMPLETE_TIME
+    PROP_TAG(PT_LONG, 0x1095),     // PR_FOLLOWUP_ICON
+    PROP_TAG(PT_LONG, 0x0E2B),     // PR_TODO_ITEM_FLAGS
+};
+
 bool IsStoreOwned(ULONG tag)
 {
     return std::find(std::begin(kStoreOwned), std::end(kStoreOwned), PROP_ID(tag)) != std::end(kStoreOwned);
@@ -57,7 +73,7 @@ class ValueDigest {
 public:
     void Add(const void* data, std::size_t size)
     {
-        digest_.Add(data, size);
+        digest_.Add({static_cast<const char*>(data), size});
         if (head_.size() < kLongestValue)
             head_.append(static_cast<const char*>(data), std::min(size, kLongestValue - head_.size()));
         size_ += size;
@@ -66,11 +82,12 @@ public:
     {
         if (size_ < kLongestValue)
             return head_;
-        return std::to_string(size_) + " bytes, sha256 " + digest_.Finish();
+        const std::array<unsigned char, 64> digest = digest_.Finish();
+        return std::to_string(size_) + " bytes, blake2b " + Hex(Bytes(digest.begin(), digest.begin() + kDigestShown));
     }
 
 private:
-    Sha256 digest_;
+    exchange::Digest digest_;
     std::string head_;
     unsigned long long size_ = 0;
 };
@@ -170,6 +187,13 @@ std::string ValueText(const SPropValue& value)
     return digest.Text();
 }
 
+std::string TagText(ULONG tag)
+{
+    char text[16];
+    std::snprintf(text, sizeof text, "0x%08X", static_cast<unsigned>(tag));
+    return text;
+}
+
 // Reads objects of one message and, for embedded ones, of theirs.
 class ContentReader {
 public:
@@ -229,8 +253,7 @@ private:
     // The tag, or for a named property the name, which is the same in every store.
     static std::string PropertyName(IMAPIProp& object, ULONG tag)
     {
-        char text[32];
-        std::snprintf(text, sizeof text, "0x%08X", static_cast<unsigned>(tag));
+        const std::string text = TagText(tag);
         if (PROP_ID(tag) < kFirstNamedId || PROP_ID(tag) > kLastNamedId)
             return text;
         SizedSPropTagArray(1, one) = {1, {tag}};
@@ -243,9 +266,10 @@ private:
         const MAPINAMEID& name = **names.Get();
         OLECHAR guid[40] = {};
         StringFromGUID2(*name.lpguid, guid, 40);
-        std::snprintf(text, sizeof text, ":%04X", static_cast<unsigned>(PROP_TYPE(tag)));
+        char type[8];
+        std::snprintf(type, sizeof type, ":%04X", static_cast<unsigned>(PROP_TYPE(tag)));
         return ToUtf8(guid) + "/" +
-               (name.ulKind == MNID_ID ? std::to_string(name.Kind.lID) : ToUtf8(name.Kind.lpwstrName)) + text;
+               (name.ulKind == MNID_ID ? std::to_string(name.Kind.lID) : ToUtf8(name.Kind.lpwstrName)) + type;
     }
 
     void ReadRecipients(IMessage& message, const std::string& prefix)
@@ -309,6 +333,24 @@ MessageContent ReadContent(IMessage& message, const std::string& shown)
     MessageContent content;
     ContentReader(content, shown).ReadMessage(message, {}, 0);
     return content;
+}
+
+exchange::ContentDigest DigestOf(MessageContent content)
+{
+    for (const ULONG tag : kReadersOwn)
+        content.erase(TagText(tag));
+    exchange::WireWriter bytes;
+    for (const auto& [name, value] : content)
+        bytes.Put(static_cast<std::uint32_t>(name.size()))
+            .Put(name)
+            .Put(static_cast<std::uint32_t>(value.size()))
+            .Put(value);
+    exchange::Digest digest;
+    digest.Add(bytes.Bytes());
+    const auto whole = digest.Finish();
+    exchange::ContentDigest result;
+    std::copy_n(whole.begin(), result.size(), result.begin());
+    return result;
 }
 
 std::vector<std::string> Differences(const MessageContent& a, const MessageContent& b)

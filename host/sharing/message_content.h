@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "host/exchange/revision.h"
 #include "quorvane3/mapi.h"
 
 namespace quorvane::host {
@@ -20,6 +21,10 @@ MessageContent ReadContent(IMessage& message, const std::string& shown);
 
 // The names under which two messages differ.
 std::vector<std::string> Differences(const MessageContent& a, const MessageContent& b);
+
+// The digest of a message's content: of all that ReadContent gives, but of what a reader makes of a mail without changing
+// it: whether it was read, answered or flagged.
+exchange::ContentDigest DigestOf(MessageContent content);
 
 }  // namespace quorvane::host
 

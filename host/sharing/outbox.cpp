@@ -7,6 +7,7 @@
 
 #include "host/base/files.h"
 #include "host/base/path_text.h"
+#include "host/mailbox/item_text.h"
 #include "host/sharing/announcement.h"
 #include "host/store/folders.h"
 #include "host/store/properties.h"
@@ -27,6 +28,12 @@ bool IsClosed(const std::string& path)
     const HRESULT hr = StgOpenStorage(name.c_str(), nullptr, STGM_READWRITE | STGM_SHARE_EXCLUSIVE, nullptr,
                                       0, storage.Put());
     return hr != STG_E_SHAREVIOLATION && hr != STG_E_LOCKVIOLATION;
+}
+
+std::string HeadsIn(const PackageRecord& item)
+{
+    const auto text = ParseItem(item.customInfo, !item.hasMessage);
+    return text ? FormatHeads(text->heads) : std::string();
 }
 
 bool IsForOneMember(const std::string& recipients)
@@ -179,7 +186,8 @@ bool Outbox::Plan(const OutgoingPackage& package)
             plan.membersNamed = announcement->members.size();
         }
     for (PackageRecord& item : content.items)
-        plan.items.push_back({std::move(item.id), std::move(item.folderId)});
+        plan.items.push_back({std::move(item.id), std::move(item.folderId), HeadsIn(item)});
+    plan.isForAll = !IsForOneMember(package.recipients);
     records_.PlanPackage(package.number, plan);
     return true;
 }

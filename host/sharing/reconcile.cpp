@@ -6,6 +6,15 @@
 
 namespace quorvane::host {
 
+// Of what isn't here yet, a change waits for that. What changed and is in no package was lost on the way there.
+bool Reconciler::IsDifferent(const Share& share, const SharingRow& row, std::uint64_t modified)
+{
+    const auto record = parts_.records.FindItem(row.id);
+    if (record && record->folderId == share.folderId && !record->isWhole && !record->deleted)
+        return false;
+    return !parts_.state.IsCurrent(row, share.folderId, modified);
+}
+
 std::vector<Reconciler::Difference> Reconciler::FindDifferences(const Share& share)
 {
     const ComPtr<IMAPIFolder> folder = OpenFolder(parts_.mail, share.entryId);
@@ -17,7 +26,7 @@ std::vector<Reconciler::Difference> Reconciler::FindDifferences(const Share& sha
     ForEachItem(*folder, [&](const ItemInfo& item) {
         present.insert(item.entryId);
         const auto row = rows.find(item.entryId);
-        if (row == rows.end() || !parts_.state.IsCurrent(row->second, share.folderId, item.modified))
+        if (row == rows.end() || IsDifferent(share, row->second, item.modified))
             differences.push_back({item.entryId, {}, item.modified});
     });
     for (const auto& [entryId, row] : rows) {
@@ -36,7 +45,7 @@ try {
     if (difference.entryId.empty())
         sender_.SendDeletion(share, difference.id);
     else
-        sender_.SendItem(share, difference.entryId, share.entryId);
+        sender_.SendChange(share, difference.entryId);
 } catch (const HostError& error) {
     if (!unsent_)
         throw;

@@ -39,6 +39,7 @@ private:
         std::uint64_t modified = 0;
         std::string Key() const { return entryId + id + ":" + std::to_string(modified); }
     };
+    bool IsDifferent(const Share& share, const SharingRow& row, std::uint64_t modified);
     std::vector<Difference> FindDifferences(const Share& share);
     void Send(const Share& share, const Difference& difference);
 

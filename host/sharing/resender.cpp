@@ -343,6 +343,8 @@ bool Resender::Wants(const std::string& job, const std::string& id, const std::o
         return false;
     const ResendRecord& request = mine->Request();
     const bool own = known && known->version.member == parts_.mailbox.Name();
+    if (known && !known->isWhole)
+        return false;
     if (current && request.scope == ResendScope::kOwn && !own)
         return false;
     if (parts_.records.IsGiven(request.number, id) && current)

@@ -36,6 +36,7 @@ Runner::Runner(const RunOptions& options, const Mailbox& mailbox)
                   }),
       matcher_(parts_, engine_),
       outbox_(parts_, engine_, [this](const std::string& line) { Say(line); }),
+      copies_(parts_, addin_, engine_, sender_, [this](const std::string& line) { Say(line); }),
       resender_(parts_, engine_, sender_, reconciler_, outbox_, [this](const std::string& line) { Say(line); }),
       inbox_(parts_, engine_, matcher_, [this](const std::string& line) { Say(line); }, options.askAfter),
       transport_(mailbox, PathOf(options.exchange)),
@@ -96,6 +97,7 @@ void Runner::Start()
         WatchShare(share);
     RetryUnsent();
     Check(engine_.Session().ResumeJobs(qv_rs_Both), "resume the jobs of", options_.mailbox);
+    addin_.Versions().Removed().Expire(FileTimeNow());
     statistics_.Touch();
     nextCheck_ = std::chrono::steady_clock::now() + kFirstCheck;
 }
@@ -171,9 +173,17 @@ void Runner::Step()
     outbox_.TakeReady(false);
     outbox_.Plan();
     resender_.Step();
+    MakeCopies();
     UseExchange();
     CheckNowAndThen();
     ShowProgress();
+}
+
+// What was made here and was beaten becomes an item of its own.
+void Runner::MakeCopies()
+{
+    if (copies_.HasWork() && !inbox_.IsBusy())
+        copies_.Make();
 }
 
 // What was taken is told after it, and nothing is sent before the mailbox knows where it stands.

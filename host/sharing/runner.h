@@ -9,6 +9,7 @@
 #include "host/base/progress.h"
 #include "host/base/stop_signals.h"
 #include "host/sharing/addin.h"
+#include "host/sharing/conflict_copies.h"
 #include "host/sharing/inbox.h"
 #include "host/sharing/matcher.h"
 #include "host/sharing/outbox.h"
@@ -52,6 +53,7 @@ private:
     void RetryUnsent();
     void AnnounceNew();
     void Step();
+    void MakeCopies();
     void UseExchange();
     void MissExchange(const std::string& reason);
     bool MayTake();
@@ -74,6 +76,7 @@ private:
     Reconciler reconciler_;
     Matcher matcher_;
     Outbox outbox_;
+    ConflictCopies copies_;
     Resender resender_;
     Inbox inbox_;
     Transport transport_;

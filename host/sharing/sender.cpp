@@ -1,6 +1,7 @@
 #include "host/sharing/sender.h"
 
 #include "host/base/output.h"
+#include "host/mailbox/item_text.h"
 #include "host/sharing/announcement.h"
 #include "host/store/folders.h"
 #include "host/store/properties.h"
@@ -58,12 +59,13 @@ SharingRow Sender::EnsureRow(const Share& share, const std::string& entryId)
 }
 
 // What the program will know of a message in its present state: another version, if it changed.
-ItemRecord Sender::RecordOf(const Share& share, const SharingRow& row, std::uint64_t modified) const
+ItemRecord Sender::RecordOf(const Share& share, const SharingRow& row, IMessage& message) const
 {
-    const auto known = parts_.records.FindItem(row.id);
-    const bool unchanged = known && !known->deleted && parts_.state.IsCurrent(row, share.folderId, modified);
-    return {row.id, share.folderId, unchanged ? known->version : addin_.NextVersion(known, modified), false,
-            modified};
+    const std::uint64_t modified = TimeOf(message, PR_LAST_MODIFICATION_TIME);
+    const ItemRecord known = addin_.Versions().Known(row.id, share.folderId);
+    const bool unchanged = known.heads.Shown() && !known.deleted &&
+                           parts_.state.IsCurrent(row, share.folderId, modified);
+    return unchanged ? known : addin_.Versions().Present(row.id, share.folderId, message);
 }
 
 void Sender::TakeForSent(const Share& share, const std::string& entryId)
@@ -71,36 +73,69 @@ void Sender::TakeForSent(const Share& share, const std::string& entryId)
     const ComPtr<IMessage> message = OpenMessage(parts_.mail, entryId, false);
     if (!message)
         return;
-    const std::uint64_t modified = TimeOf(*message, PR_LAST_MODIFICATION_TIME);
     const SharingRow row = EnsureRow(share, entryId);
-    parts_.records.PutItem(RecordOf(share, row, modified));
-    parts_.state.SetRowTime(row.id, modified);
+    const auto lock = addin_.Versions().Hold();
+    if (!addin_.Versions().Known(row.id, share.folderId).isWhole)
+        return;
+    ItemRecord record = RecordOf(share, row, *message);
+    record.modified = TimeOf(*message, PR_LAST_MODIFICATION_TIME);
+    record.isPending = false;
+    parts_.records.PutItem(record);
+    parts_.state.SetRowTime(row.id, record.modified);
 }
 
 bool Sender::SendItem(const Share& share, const std::string& entryId, const std::string& recipients)
+{
+    return Send(share, entryId, recipients, true);
+}
+
+void Sender::SendChange(const Share& share, const std::string& entryId)
+{
+    Send(share, entryId, share.entryId, false);
+}
+
+// The version is noted before it is sent, and that it was sent after: a kill before that has it sent once more.
+bool Sender::Send(const Share& share, const std::string& entryId, const std::string& recipients, bool evenIfSame)
 {
     const ComPtr<IMessage> message = OpenMessage(parts_.mail, entryId, false);
     if (!message)
         return false;
     const std::uint64_t modified = TimeOf(*message, PR_LAST_MODIFICATION_TIME);
     const SharingRow row = EnsureRow(share, entryId);
+    auto lock = addin_.Versions().Hold();
+    const bool isNew = !parts_.records.FindItem(row.id);
+    if (!addin_.Versions().Known(row.id, share.folderId).isWhole)
+        return false;  // what it shows isn't here
+    const ItemRecord record = RecordOf(share, row, *message);
+    if (record.isPending || evenIfSame) {
+        parts_.records.PutItem(record);
+        lock.unlock();
+        Pack(share, entryId, *message, isNew ? qv_ac_Added : qv_ac_Modified, record, recipients);
+        lock.lock();
+    }
+    ItemRecord sent = addin_.Versions().Known(row.id, share.folderId);
+    if (sent.heads == record.heads) {
+        sent.modified = modified;
+        parts_.records.PutItem(sent);
+    }
+    parts_.state.SetRowTime(row.id, modified);
+    return true;
+}
+
+void Sender::Pack(const Share& share, const std::string& entryId, IMessage& message, qv_Action action,
+                  const ItemRecord& record, const std::string& recipients)
+{
     const Variant missing = Variant::Missing();
     ComPtr<IItem> item;
     Check(engine_.Session().GetItemFromID(missing.Raw(), Variant::Text(FromUtf8(entryId)).Raw(),
                                           missing.Raw(), item.Put()),
           "send an item of", share.name);
-    Check(item->put_Raw(message.Get()), "send an item of", share.name);
-    const bool isNew = !parts_.records.FindItem(row.id);
-    Check(item->put_Action(isNew ? qv_ac_Added : qv_ac_Modified), "send an item of", share.name);
-    const ItemRecord record = RecordOf(share, row, modified);
-    Check(item->put_CustomInfo(BstrOf(FormatVersion(record.version)).Get()), "send an item of", share.name);
+    Check(item->put_Raw(&message), "send an item of", share.name);
+    Check(item->put_Action(action), "send an item of", share.name);
+    Check(item->put_CustomInfo(BstrOf(FormatItem(record)).Get()), "send an item of", share.name);
     Check(item->Send(BstrOf(recipients).Get()), "send an item of", share.name);
-    // Only now does the item pass for sent: a kill before this point has it sent once more.
-    parts_.records.PutItem(record);
-    parts_.state.SetRowTime(row.id, modified);
     ++parts_.statistics.itemsSent;
     parts_.statistics.Touch();
-    return true;
 }
 
 void Sender::PackDeletion(const Share& share, const ItemRecord& record, const std::string& recipients)
@@ -110,7 +145,7 @@ void Sender::PackDeletion(const Share& share, const ItemRecord& record, const st
                                           item.Put()),
           "send a deletion from", share.name);
     Check(item->put_Action(qv_ac_Deleted), "send a deletion from", share.name);
-    Check(item->put_CustomInfo(BstrOf(FormatVersion(record.version)).Get()), "send a deletion from", share.name);
+    Check(item->put_CustomInfo(BstrOf(FormatItem(record)).Get()), "send a deletion from", share.name);
     Check(item->Send(BstrOf(recipients).Get()), "send a deletion from", share.name);
     ++parts_.statistics.deletionsSent;
     parts_.statistics.Touch();
@@ -118,20 +153,21 @@ void Sender::PackDeletion(const Share& share, const ItemRecord& record, const st
 
 void Sender::SendDeletion(const Share& share, const std::string& id)
 {
-    if (auto record = parts_.records.FindItem(id)) {
-        if (!record->deleted)
-            record->version = addin_.NextVersion(record, FileTimeNow());
-        record->deleted = true;
-        parts_.records.PutItem(*record);
-        PackDeletion(share, *record, share.entryId);
+    auto lock = addin_.Versions().Hold();
+    if (parts_.records.FindItem(id)) {
+        const ItemRecord record = addin_.Versions().Deleted(id, share.folderId);
+        parts_.records.PutItem(record);
+        lock.unlock();
+        PackDeletion(share, record, share.entryId);
     }
     Check(engine_.Session().DeleteItem(BstrOf(id).Get()), "forget an item of", share.name);
 }
 
 void Sender::SendDeletion(const Share& share, const std::string& id, const std::string& recipients)
 {
-    if (const auto record = parts_.records.FindItem(id); record && record->deleted)
-        PackDeletion(share, *record, recipients);
+    const ItemRecord record = addin_.Versions().Known(id, share.folderId);
+    if (record.heads.Shown() && (record.deleted || !record.isWhole))
+        PackDeletion(share, record, recipients);
 }
 
 void Sender::Announce(const Share& share, const std::string& member)

@@ -12,7 +12,7 @@ namespace quorvane::host {
 // For the run's thread alone. Methods throw a HostError.
 class Sender {
 public:
-    Sender(const Addin& addin, const Addin::Parts& parts, const EngineSession& engine) noexcept
+    Sender(Addin& addin, const Addin::Parts& parts, const EngineSession& engine) noexcept
         : addin_(addin), parts_(parts), engine_(engine)
     {}
 
@@ -22,10 +22,12 @@ public:
     //
     // recipients  the folder's entry identifier, for all members, or an announcement's.
     bool SendItem(const Share& share, const std::string& entryId, const std::string& recipients);
+    // The same to all members, unless its content is as it was sent: then it passes for sent.
+    void SendChange(const Share& share, const std::string& entryId);
 
     // Sends a deletion of an item whose message is gone to all members, and forgets its row.
     void SendDeletion(const Share& share, const std::string& id);
-    // Sends a deletion that is known to others already.
+    // Sends a deletion that is known to others already, or what is known of an item whose content isn't here.
     void SendDeletion(const Share& share, const std::string& id, const std::string& recipients);
 
     // Makes a message that differs from its row, or has none, pass for sent as it is.
@@ -35,12 +37,15 @@ public:
     void Announce(const Share& share, const std::string& member);
 
 private:
-    ItemRecord RecordOf(const Share& share, const SharingRow& row, std::uint64_t modified) const;
+    ItemRecord RecordOf(const Share& share, const SharingRow& row, IMessage& message) const;
+    bool Send(const Share& share, const std::string& entryId, const std::string& recipients, bool evenIfSame);
+    void Pack(const Share& share, const std::string& entryId, IMessage& message, qv_Action action,
+              const ItemRecord& record, const std::string& recipients);
     void PackDeletion(const Share& share, const ItemRecord& record, const std::string& recipients);
     SharingRow EnsureRow(const Share& share, const std::string& entryId);
     ComPtr<IFolder> EngineFolder(const Share& share) const;
 
-    const Addin& addin_;
+    Addin& addin_;
     Addin::Parts parts_;
     const EngineSession& engine_;
 };

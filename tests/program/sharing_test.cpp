@@ -216,14 +216,15 @@ TEST_F(SharingTest, ThreeMembersEndEqualAndThenKeepStill)
         MustRun({"delete", Mailbox(member), "Shared", id(number + 1)});
         number += 3;
     }
-    // All three change one item at once: the greatest version wins everywhere.
+    // All three change one item at once: one is shown everywhere, and the others are kept beside it.
     const std::string contested = id(20);
     for (const std::string& member : members)
         MustRun({"edit", Mailbox(member), "Shared", contested, "--subject", "contested by " + member});
 
     RunUntilIdle(members);
 
-    EXPECT_EQ(Items("alice", "Shared").size(), 40U);
+    EXPECT_EQ(Items("alice", "Shared").size(), 42U);
+    EXPECT_EQ(SubjectOf("alice", contested), "contested by carol");
     ExpectSame("alice", "Shared", "bob", "Shared");
     ExpectSame("bob", "Shared", "carol", "Shared");
     const auto counts = RunUntilIdle(members, "30");
