@@ -21,6 +21,8 @@ std::string NameOf(DiskTrouble trouble)
             return "Full";
         case DiskTrouble::kPowerCut:
             return "PowerCut";
+        case DiskTrouble::kKill:
+            return "Kill";
     }
     return "";
 }
@@ -81,6 +83,8 @@ Verdict DiskState::Judge(const char* path, bool isWrite, bool grows)
     const std::lock_guard lock(lock_);
     if (!Concerns(path) || ++changes_ < at_)
         return {};
+    if (trouble_ == DiskTrouble::kKill)
+        _exit(Disk::kKilled);
     if (trouble_ == DiskTrouble::kHiccup)
         return {changes_ == at_ ? Verdict::Answer::kRefused : Verdict::Answer::kDone};
     const bool isFull = trouble_ == DiskTrouble::kFull;

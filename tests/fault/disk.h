@@ -15,6 +15,7 @@ enum class DiskTrouble {
     kBroken,    // from then on every change fails; half of the first write arrives
     kFull,      // from then on no file grows; half of the first write that wants to arrives
     kPowerCut,  // as kBroken, and what no sync was answered for is lost; for databases alone
+    kKill,      // this process ends in place of the change
 };
 
 // Its name in a test's name.
@@ -23,6 +24,9 @@ std::string NameOf(DiskTrouble trouble);
 // There is one disk in the process. Any thread may use its files; Break and Repair are the test's thread's.
 class Disk {
 public:
+    // What a process that kKill ended leaves as its exit code.
+    static constexpr int kKilled = 9;
+
     // From now on counts the changes of the files whose path contains `where`; the trouble begins with the
     // `at`th (from 1).
     static void Break(DiskTrouble trouble, unsigned at, const std::string& where);
