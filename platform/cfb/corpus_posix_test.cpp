@@ -233,6 +233,89 @@ TEST_F(CorpusTest, EverySoundFileIsChangedInPlaceWithoutHarmToTheRest)
     }
 }
 
+// Destroys every third element, and makes as many streams, here and there. *tree: what is in the file, before and
+// after.
+Bytes Exchanged(const Bytes& file, Tree* tree)
+{
+    std::vector<Step> steps;
+    std::vector<std::string> storages{""};
+    std::size_t number = 0;
+    const Tree before = *tree;
+    for (const auto& [path, content] : before) {
+        if (!tree->contains(path))
+            continue;
+        if (number++ % 3 == 2) {
+            steps.push_back(Destroy(path));
+            steps.back().apply(*tree);
+        } else if (!content) {
+            storages.push_back(path + "/");
+        }
+    }
+    for (std::size_t i = 0; i <= number / 3; ++i) {
+        const std::string path = storages[i % storages.size()] + "added" + std::to_string(i);
+        steps.push_back(MakeStream(path));
+        steps.back().apply(*tree);
+        steps.push_back(Write(path, 0, Pattern(1 + i * 977 % 9'000, static_cast<unsigned>(i))));
+        steps.back().apply(*tree);
+    }
+    Session session(Road::kFile, file);
+    EXPECT_EQ(S_OK, session.Open(kOpen));
+    for (const Step& step : steps)
+        EXPECT_EQ(S_OK, step.run(session)) << step.what;
+    session.Close();
+    return session.Content();
+}
+
+// The files that a command, with a file's name behind it, refuses; those alone that it took as they were before.
+std::vector<std::string> RefusedBy(const std::string& command, const fs::path& changed,
+                                 const std::vector<fs::path>& originals)
+{
+    std::vector<std::string> refused;
+    const auto takes = [&](const fs::path& file) {
+        return std::system((command + " '" + file.string() + "' >/dev/null 2>&1").c_str()) == 0;
+    };
+    for (const fs::path& file : originals) {
+        if (!takes(changed / file.filename()) && takes(file))
+            refused.push_back(file.filename().string());
+    }
+    return refused;
+}
+
+TEST_F(CorpusTest, EverySoundFileWithAThirdOfItsElementsExchangedIsReadByOtherProgramsAndTheRestIsAsItWas)
+{
+    const ScratchDirectory scratch;
+    const fs::path changed = scratch.File("changed");
+    const std::vector<fs::path> originals = SoundFiles();
+    std::vector<fs::path> files;
+    fs::create_directory(changed);
+    for (const fs::path& original : originals) {
+        SCOPED_TRACE(original);
+        Tree tree;
+        {
+            Session session(Road::kLockBytes, LoadFile(original));
+            ASSERT_EQ(S_OK, session.Open(kRead));
+            ASSERT_EQ(S_OK, Walk(*session.root, "", &tree));
+        }
+        const Bytes content = Exchanged(LoadFile(original), &tree);
+        Session session(Road::kLockBytes, content);
+        Tree found;
+        ASSERT_EQ(S_OK, session.Open(kRead));
+        EXPECT_EQ(S_OK, Walk(*session.root, "", &found));
+        EXPECT_TRUE(tree == found);
+        files.push_back(changed / original.filename());
+        std::ofstream(files.back(), std::ios::binary)
+            .write(reinterpret_cast<const char*>(content.data()), static_cast<std::streamsize>(content.size()));
+    }
+    const auto foreign = ForeignDescriptions(files);
+    for (const fs::path& file : files) {
+        const auto told = foreign.find(file.string());
+        ASSERT_TRUE(told != foreign.end()) << file;
+        EXPECT_EQ(told->second, OwnDescription(file)) << file;
+    }
+    EXPECT_EQ(std::vector<std::string>(), RefusedBy("gsf list", changed, originals));
+    EXPECT_EQ(std::vector<std::string>(), RefusedBy("7z t -tCompound", changed, originals));
+}
+
 long PeakKilobytes()
 {
     struct rusage usage;

@@ -636,6 +636,32 @@ TEST(MemoryLockBytesTest, OnlyNothingIsReadOrWrittenWithoutABuffer)
     EXPECT_EQ(S_OK, bytes->ReadAt(Large(0), nullptr, 0, &count));
 }
 
+// Whatever others are closed meanwhile, and whatever their numbers are.
+TEST(OpenElementsTest, AnElementIsOpenUntilItIsClosed)
+{
+    constexpr unsigned kElements = 400;
+    const auto bytes = NewLockBytes();
+    ComPtr<IStorage> root;
+    ASSERT_EQ(S_OK, CreateDocfileOnLockBytes(bytes.Get(), kCreate, root.Put()));
+    for (unsigned i = 0; i < kElements; ++i)
+        ASSERT_EQ(S_OK, WriteStream(*root, std::to_string(i), {}));
+    const auto open = [&](unsigned i, ComPtr<IStream>& stream) {
+        return root->OpenStream(Wide(std::to_string(i)).c_str(), nullptr, kOpen, 0, stream.Put());
+    };
+    std::map<unsigned, ComPtr<IStream>> streams;
+    for (unsigned i = 0; i < kElements; i += 8)
+        ASSERT_EQ(S_OK, open(i, streams[i]));
+    for (unsigned last = kElements - 8; last > 0; last -= 16) {
+        streams.erase(last);
+        for (unsigned i = 0; i < kElements; i += 8) {
+            ComPtr<IStream> again;
+            EXPECT_EQ(streams.contains(i) ? STG_E_ACCESSDENIED : S_OK, open(i, again)) << i << ", " << last;
+        }
+        if (last < 16)
+            break;
+    }
+}
+
 TEST(StreamCopyTest, WhatWasReadAndWrittenIsTold)
 {
     const auto bytes = NewLockBytes();
