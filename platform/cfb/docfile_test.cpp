@@ -636,6 +636,50 @@ TEST(MemoryLockBytesTest, OnlyNothingIsReadOrWrittenWithoutABuffer)
     EXPECT_EQ(S_OK, bytes->ReadAt(Large(0), nullptr, 0, &count));
 }
 
+TEST(ReservedArgumentsTest, AreToBeNone)
+{
+    const auto bytes = NewLockBytes();
+    ComPtr<IStorage> root;
+    ComPtr<IStorage> storage;
+    ComPtr<IStream> stream;
+    OLECHAR* none[] = {nullptr};
+    ASSERT_EQ(S_OK, CreateDocfileOnLockBytes(bytes.Get(), kCreate, root.Put()));
+    ASSERT_EQ(S_OK, root->CreateStorage(OLESTR("s"), kCreate, 0, 0, storage.Put()));
+    storage.Reset();
+    ASSERT_EQ(S_OK, WriteStream(*root, "t", {}));
+    for (const auto& [first, second] : {std::pair<DWORD, DWORD>{1, 0}, {0, 1}}) {
+        EXPECT_EQ(STG_E_INVALIDPARAMETER,
+                  root->CreateStorage(OLESTR("new"), kCreate, first, second, storage.Put()));
+        EXPECT_EQ(STG_E_INVALIDPARAMETER,
+                  root->CreateStream(OLESTR("new"), kCreate, first, second, stream.Put()));
+    }
+    EXPECT_EQ(STG_E_INVALIDPARAMETER,
+              root->OpenStorage(OLESTR("s"), root.Get(), kOpen, nullptr, 0, storage.Put()));
+    EXPECT_EQ(STG_E_INVALIDPARAMETER, root->OpenStorage(OLESTR("s"), nullptr, kOpen, none, 0, storage.Put()));
+    EXPECT_EQ(STG_E_INVALIDPARAMETER, root->OpenStorage(OLESTR("s"), nullptr, kOpen, nullptr, 1, storage.Put()));
+    EXPECT_EQ(STG_E_INVALIDPARAMETER, root->OpenStream(OLESTR("t"), none, kOpen, 0, stream.Put()));
+    EXPECT_EQ(STG_E_INVALIDPARAMETER, root->OpenStream(OLESTR("t"), nullptr, kOpen, 1, stream.Put()));
+    EXPECT_FALSE(storage || stream);
+}
+
+TEST(StorageCopyTest, AStorageThatSomebodyHasOpenIsCopiedToByNobodyElse)
+{
+    const auto bytes = NewLockBytes();
+    ComPtr<IStorage> root;
+    ComPtr<IStorage> from;
+    ComPtr<IStorage> target;
+    ComPtr<IStorage> open;
+    ASSERT_EQ(S_OK, CreateDocfileOnLockBytes(bytes.Get(), kCreate, root.Put()));
+    ASSERT_EQ(S_OK, root->CreateStorage(OLESTR("from"), kCreate, 0, 0, from.Put()));
+    from.Reset();
+    ASSERT_EQ(S_OK, root->CreateStorage(OLESTR("target"), kCreate, 0, 0, target.Put()));
+    ASSERT_EQ(S_OK, target->CreateStorage(OLESTR("there"), kCreate, 0, 0, open.Put()));
+    EXPECT_EQ(STG_E_ACCESSDENIED,
+              root->MoveElementTo(OLESTR("from"), target.Get(), OLESTR("there"), STGMOVE_COPY));
+    open.Reset();
+    EXPECT_EQ(S_OK, root->MoveElementTo(OLESTR("from"), target.Get(), OLESTR("there"), STGMOVE_COPY));
+}
+
 // Whatever others are closed meanwhile, and whatever their numbers are.
 TEST(OpenElementsTest, AnElementIsOpenUntilItIsClosed)
 {

@@ -276,6 +276,26 @@ TEST_F(SharedSectorsTest, WhatAnotherStreamHoldsIsNotFreed)
     }
 }
 
+TEST_F(SharedSectorsTest, AStreamWhoseChainBreaksOffIsDestroyedAllTheSame)
+{
+    for (const std::uint32_t link : {kFreeSector, kFatSector, std::uint32_t{0x00FFFFFF}}) {
+        SCOPED_TRACE(link);
+        file.SetNext(file.chain + 3, link);
+        file.SetContent(3, 5, 1'000);
+        StoreU32(&file.bytes[file.SectorAt(file.miniFat) + 4 * 7], link);
+        ComPtr<IStorage> root;
+        ASSERT_EQ(S_OK, Open(root));
+        EXPECT_EQ(STG_E_DOCFILECORRUPT, Read(*root, 1));
+        EXPECT_EQ(STG_E_DOCFILECORRUPT, Read(*root, 3));
+        for (const std::uint32_t id : {1u, 3u})
+            EXPECT_EQ(S_OK, root->DestroyElement(Wide(HandMade::NameOf(id)).c_str()));
+        EXPECT_EQ(S_OK, Read(*root, 2));
+        EXPECT_EQ(S_OK, WriteStream(*root, "other", Pattern(30'000, 1)));
+        root.Reset();
+        EXPECT_EQ("", Text(Examine(bytes->Content()).faults));
+    }
+}
+
 // Streams that move, shrink and go leave their sectors to others, and these are nobody else's.
 TEST_F(SharedSectorsTest, SectorsThatChangeHandsAreTakenForSharedByNobody)
 {
