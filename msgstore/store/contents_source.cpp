@@ -234,7 +234,8 @@ private:
     {
         const OleString units = FromUtf8(text);
         value_.data.resize(units.size() * sizeof(OLECHAR));
-        std::memcpy(value_.data.data(), units.data(), value_.data.size());
+        if (!units.empty())
+            std::memcpy(value_.data.data(), units.data(), value_.data.size());
     }
 
     SqliteConnection& connection_;

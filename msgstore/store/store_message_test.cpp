@@ -328,6 +328,34 @@ TEST_F(StoreMessageTest, NamedPropertiesKeepTheirIdentifiersAcrossSessions)
     EXPECT_EQ(PROP_ID(second->aulPropTag[0]), PROP_ID(first->aulPropTag[0]));
 }
 
+TEST_F(StoreMessageTest, AnEmptyNameIsANameToo)
+{
+    GUID set = PS_PUBLIC_STRINGS;
+    MAPINAMEID name{};
+    name.lpguid = &set;
+    name.ulKind = MNID_STRING;
+    name.Kind.lpwstrName = const_cast<LPWSTR>(OLESTR(""));
+    LPMAPINAMEID names[] = {&name};
+    MapiBuffer<SPropTagArray> first;
+    ASSERT_EQ(NewMessage()->GetIDsFromNames(1, names, MAPI_CREATE, first.Put()), S_OK);
+    core.reset();
+    mailbox.LogOff();
+    mailbox.LogOn();
+
+    MapiBuffer<SPropTagArray> second;
+    const ComPtr<IMessage> message = NewMessage();
+    ASSERT_EQ(message->GetIDsFromNames(1, names, 0, second.Put()), S_OK);
+    EXPECT_EQ(PROP_ID(second->aulPropTag[0]), PROP_ID(first->aulPropTag[0]));
+    LPSPropTagArray tags = second.Get();
+    ULONG count = 0;
+    LPMAPINAMEID* found = nullptr;
+    ASSERT_EQ(message->GetNamesFromIDs(&tags, nullptr, 0, &count, &found), S_OK);
+    const MapiBuffer<LPMAPINAMEID> freed(found);
+    ASSERT_EQ(count, 1u);
+    EXPECT_EQ(found[0]->ulKind, static_cast<ULONG>(MNID_STRING));
+    EXPECT_EQ(OleStringView(found[0]->Kind.lpwstrName), OLESTR(""));
+}
+
 TEST_F(StoreMessageTest, EverySaveGivesAChangeKeyOfItsOwn)
 {
     const ComPtr<IMessage> message = NewMessage();

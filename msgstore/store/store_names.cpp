@@ -18,7 +18,8 @@ ObjectGuid BytesOf(const GUID& guid) noexcept
 Bytes BytesOf(OleStringView text)
 {
     Bytes bytes(text.size() * sizeof(OLECHAR));
-    std::memcpy(bytes.data(), text.data(), bytes.size());
+    if (!bytes.empty())
+        std::memcpy(bytes.data(), text.data(), bytes.size());
     return bytes;
 }
 
