@@ -36,6 +36,7 @@ void AddCompareCommand(CLI::App& program, Chosen& chosen);
 void AddConflictsCommand(CLI::App& program, Chosen& chosen);
 void AddTrashCommand(CLI::App& program, Chosen& chosen);
 void AddUndeleteCommand(CLI::App& program, Chosen& chosen);
+void AddVerifyCommand(CLI::App& program, Chosen& chosen);
 void AddStatusCommand(CLI::App& program, Chosen& chosen);
 void AddInspectCommand(CLI::App& program, Chosen& chosen);
 

@@ -99,6 +99,7 @@ void AddCommands(CLI::App& program, Chosen& chosen)
     AddConflictsCommand(program, chosen);
     AddTrashCommand(program, chosen);
     AddUndeleteCommand(program, chosen);
+    AddVerifyCommand(program, chosen);
     AddStatusCommand(program, chosen);
     AddInspectCommand(program, chosen);
 }

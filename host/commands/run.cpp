@@ -66,6 +66,12 @@ void AddRunCommand(CLI::App& program, Chosen& chosen)
                      "Seconds that a missing package is waited for until its sender is asked for it")
         ->check(CLI::Range(0, 86400))
         ->capture_default_str();
+    command
+        ->add_option("--compare-after", options->compareAfter,
+                     "Seconds after which a folder is compared with that of each other member unasked, while nothing "
+                     "else is to be done")
+        ->check(CLI::Range(std::int64_t{1}, std::int64_t{31'536'000}))
+        ->capture_default_str();
     command->add_flag("-v,--verbose", options->verbose, "Log each change that is seen, sent or applied");
 }
 

@@ -65,7 +65,7 @@ std::vector<KnownItem> ItemsIn(const FolderView& folder, std::uint8_t bucket)
 // What two lists of one bucket differ in.
 struct Difference {
     std::vector<std::string> theyLack;
-    bool weLack = false;
+    std::vector<std::string> weLack;
 };
 
 // Whether one who knows `has` of an item lacks something that the other one has.
@@ -83,12 +83,12 @@ Difference Differ(const std::vector<KnownItem>& own, const std::vector<KnownItem
         if (other == theirs.end() || (ours != own.end() && ours->id < other->id)) {
             difference.theyLack.push_back((ours++)->id);
         } else if (ours == own.end() || other->id < ours->id) {
-            difference.weLack = true;
-            ++other;
+            difference.weLack.push_back((other++)->id);
         } else {
             if (Lacks(*other, *ours))
                 difference.theyLack.push_back(ours->id);
-            difference.weLack |= Lacks(*ours, *other);
+            if (Lacks(*ours, *other))
+                difference.weLack.push_back(ours->id);
             ++ours;
             ++other;
         }
@@ -161,7 +161,8 @@ Comparison Compare(const FolderView& own, const FolderReport& theirs)
             const Difference difference = Differ(items, list->second);
             result.lacking.insert(result.lacking.end(), difference.theyLack.begin(),
                                   difference.theyLack.end());
-            if (!difference.weLack || theirs.answersLists)
+            result.missing.insert(result.missing.end(), difference.weLack.begin(), difference.weLack.end());
+            if (difference.weLack.empty() || theirs.answersLists)
                 continue;
         }
         if (listed >= FolderReport::kItemsListed)

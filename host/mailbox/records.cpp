@@ -157,8 +157,24 @@ CREATE TABLE trash (
     UNIQUE (item, revision));
 )sql";
 
+// From version 4 on: folders are compared with those of other devices (comparison_records.h).
+constexpr char kUpgradeFrom4[] = R"sql(
+CREATE TABLE comparison (
+    folder_id TEXT NOT NULL,
+    device TEXT NOT NULL,
+    since INTEGER NOT NULL,
+    wanted INTEGER NOT NULL DEFAULT 0,
+    opened INTEGER NOT NULL DEFAULT 0,
+    equal INTEGER NOT NULL DEFAULT 0,
+    differed INTEGER NOT NULL DEFAULT 0,
+    tries INTEGER NOT NULL DEFAULT 0,
+    items TEXT NOT NULL DEFAULT '[]',
+    PRIMARY KEY (folder_id, device));
+CREATE INDEX item_pending ON item (folder_id) WHERE pending = 1;
+)sql";
+
 // Each brings the records from the version that is its place, counted from 1, to the next.
-constexpr const char* kUpgrades[] = {kUpgradeFrom1, kUpgradeFrom2, kUpgradeFrom3};
+constexpr const char* kUpgrades[] = {kUpgradeFrom1, kUpgradeFrom2, kUpgradeFrom3, kUpgradeFrom4};
 static_assert(std::size(kUpgrades) + 1 == Records::kVersion);
 
 // Whether a row of `device` stands for a member in the folder ?1: the user says so, or somebody who could read the
@@ -368,6 +384,8 @@ void NoteSent(Database& database, const PackagePlan& plan)
 void NotePlan(Database& database, std::int64_t package, const PackagePlan& plan)
 {
     std::vector<std::string> devices;
+    if (!plan.device.empty())
+        devices.push_back(plan.device);
     for (const std::string& member : plan.members) {
         const std::vector<std::string> his = ReceiversOf(database, plan, member);
         devices.insert(devices.end(), his.begin(), his.end());
@@ -572,6 +590,13 @@ std::vector<ItemRecord> Records::AllItemsOf(const std::string& folderId)
     const std::lock_guard lock(mutex_);
     Statement select(database_, QV_SELECT_ITEM " WHERE folder_id = ? ORDER BY id");
     return ReadItemRecords(select.Bind(1, folderId));
+}
+
+std::vector<std::string> Records::PendingItems(const std::string& folderId)
+{
+    const std::lock_guard lock(mutex_);
+    Statement select(database_, "SELECT id FROM item WHERE folder_id = ? AND pending = 1 AND deleted = 0 AND whole = 1");
+    return ReadNames(select.Bind(1, folderId));
 }
 
 std::vector<ItemRecord> Records::ItemsInConflict()

@@ -65,6 +65,7 @@ struct PackagePlan {
     };
     std::vector<Item> items;
     bool isForAll = false;  // all members of its folder, and not one alone
+    std::string device{};   // the one device that gets it, of something that isn't for members
 };
 
 // What a member is to be sent of a folder.
@@ -107,7 +108,7 @@ class Records {
 public:
     explicit Records(const std::string& path);
 
-    static constexpr int kVersion = 4;
+    static constexpr int kVersion = 5;
     // Makes the tables of a new mailbox. Called within a transaction.
     static void CreateTables(Database& database, const std::string& name, const std::string& instance);
     // Brings tables of an earlier version up to this one. Called within a transaction.
@@ -145,6 +146,8 @@ public:
     void SetModified(const std::string& id, std::uint64_t modified);
     // Those with edits that are beaten by others that hadn't seen them.
     std::vector<ItemRecord> ItemsInConflict();
+    // Those that were changed here and are whole and not deleted, and that no package for all members holds.
+    std::vector<std::string> PendingItems(const std::string& folderId);
     // All that is known of a folder, deleted ones included, by rising id.
     std::vector<ItemRecord> AllItemsOf(const std::string& folderId);
 

@@ -10,6 +10,7 @@ namespace quorvane::host {
 namespace {
 
 constexpr std::string_view kToPrefix = "to:";
+constexpr std::string_view kReportPrefix = "report:";
 constexpr std::size_t kLongestFolderName = 1000;
 constexpr std::size_t kMostMembers = 10'000;
 constexpr std::size_t kMostDevicesOfOne = 100;
@@ -74,6 +75,16 @@ std::optional<Announcement> ParseAnnouncement(std::string_view text)
 std::string MemberRecipients(const std::string& member, const std::string& folderId)
 {
     return std::string(kToPrefix) + member + ":" + folderId;
+}
+
+std::string ReportRecipients(const std::string& device)
+{
+    return std::string(kReportPrefix) + device;
+}
+
+std::string ParseReportRecipients(std::string_view recipients)
+{
+    return recipients.starts_with(kReportPrefix) ? std::string(recipients.substr(kReportPrefix.size())) : std::string();
 }
 
 std::optional<MemberTarget> ParseMemberRecipients(std::string_view recipients)

@@ -33,6 +33,10 @@ std::optional<Announcement> ParseAnnouncement(std::string_view text);
 // all its members; or one member, who is told of a folder or given items of it.
 std::string MemberRecipients(const std::string& member, const std::string& folderId);
 
+// That of a report of a folder for one device (comparisons.h); and the device, empty for any other text.
+std::string ReportRecipients(const std::string& device);
+std::string ParseReportRecipients(std::string_view recipients);
+
 struct MemberTarget {
     std::string member;
     std::string folderId;

@@ -241,19 +241,21 @@ bool Inbox::TakeFrom(Transport& transport, Peer& peer)
 }
 
 // Nobody else can write to the copy: what was verified there is what is opened.
-exchange::ForUs Inbox::Unseal(Transport& transport, const Peer& peer, std::uint64_t sequence) const
+Inbox::Unsealed Inbox::Unseal(Transport& transport, const Peer& peer, std::uint64_t sequence) const
 {
     const auto copy = OpenOwnFile(SealedPath(peer.id, sequence));
     exchange::SealedPackage package(*copy, ShownPackage(peer, sequence));
     package.Verify(peer.card->signing);
     const auto previous = package.PreviousFor(transport.keys.Id());
-    if (package.Label().sequence != sequence || package.Label().kind != exchange::PackageKind::kItems || !previous)
+    const exchange::PackageKind kind = package.Label().kind;
+    const bool isKnown = kind == exchange::PackageKind::kItems || kind == exchange::PackageKind::kDigest;
+    if (package.Label().sequence != sequence || !isKnown || !previous)
         exchange::Refuse(ShownPackage(peer, sequence) + " isn't what it was taken for");
     const std::filesystem::path clear = ClearPath(peer.id, sequence);
     exchange::CheckRoom(package.ContentSize(), clear, kLargestPackage, kSpareRoom);
     const SystemFile file(clear, SystemFile::Use::kWrite);
     package.Unseal(transport.keys, [&](std::string_view bytes) { file.Write(bytes.data(), bytes.size()); });
-    return {package.Label().epoch, sequence, *previous};
+    return {{package.Label().epoch, sequence, *previous}, kind};
 }
 
 // True when it is on its way to the engine, or was put aside.
@@ -267,9 +269,13 @@ bool Inbox::Take(Transport& transport, const Peer& peer, const exchange::ForUs& 
     if (!file)
         return false;
     exchange::CopyIn(*file, SealedPath(peer.id, sequence), kLargestPackage, kSpareRoom);
-    const exchange::ForUs verified = Unseal(transport, peer, sequence);
+    const auto [verified, kind] = Unseal(transport, peer, sequence);
     if (verified != package)
         exchange::Refuse(ShownPackage(peer, sequence) + " isn't the one that was looked at");
+    if (kind == exchange::PackageKind::kDigest) {
+        TakeReport(transport, peer, verified);
+        return true;
+    }
     std::string reason;
     const Verdict verdict = Judge(peer, ClearPath(peer.id, sequence), reason);
     if (verdict == Verdict::kHold) {
@@ -287,6 +293,24 @@ bool Inbox::Take(Transport& transport, const Peer& peer, const exchange::ForUs& 
     ++statistics_.packagesReceived;
     Process(transport, peer, sequence);
     return true;
+}
+
+// One that is no report, or of a folder that its sender has no part in, is forgotten: nothing rests on it.
+void Inbox::TakeReport(Transport& transport, const Peer& peer, const exchange::ForUs& package)
+{
+    try {
+        const auto report =
+            exchange::FolderReport::Read(ReadWhole(ClearPath(peer.id, package.sequence), exchange::FolderReport::kLongest),
+                                         "a report in " + ShownPackage(peer, package.sequence));
+        if (reports_ && records_.FindShare(report.folder) && MaySendOf(peer, report.folder))
+            reports_->Hear(peer, report);
+    } catch (const exchange::Error& error) {
+        if (error.What() != exchange::Error::Kind::kRefused)
+            throw;
+        ++statistics_.packagesRejected;
+        report_("left out: " + std::string(error.what()));
+    }
+    Finish(transport, peer, package);
 }
 
 void Inbox::Refuse(Transport& transport, const Peer& peer, std::uint64_t sequence, const std::string& reason)
@@ -403,7 +427,7 @@ bool Inbox::Advance(Transport& transport)
     try {
         if (!peer || !peer->card)
             exchange::Refuse("a package from a device that isn't known any more");
-        package = Unseal(transport, *peer, current.sequence);
+        package = Unseal(transport, *peer, current.sequence).package;
     } catch (const exchange::Error&) {
         // The copy didn't outlive a power cut, or the device was dropped: it is taken anew, if at all.
         RemoveCopies(current.device, current.sequence);
@@ -461,6 +485,8 @@ void Inbox::PutAside(const Peer& peer, const std::filesystem::path& path, const 
         Fail("put aside the package", path.string(), error.message());
     SyncDirectory(place);
     ++statistics_.packagesRejected;
+    if (reports_)
+        reports_->Miss(peer.id);
     report_("put aside a package from '" + peer.member + "' as " + (place / path.filename()).string() + ": " +
             reason);
 }

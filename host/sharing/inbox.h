@@ -21,6 +21,7 @@
 #include <string>
 
 #include "host/base/compound_file.h"
+#include "host/exchange/comparison.h"
 #include "host/mailbox/mailbox.h"
 #include "host/mailbox/records.h"
 #include "host/sharing/engine.h"
@@ -31,6 +32,17 @@
 
 namespace quorvane::host {
 
+// What hears the reports that other devices send of their folders.
+class ReportSink {
+public:
+    virtual void Hear(const Peer& peer, const exchange::FolderReport& report) = 0;
+    // Something of a device's was put aside: what it held may be missing here.
+    virtual void Miss(const exchange::DeviceId& device) = 0;
+
+protected:
+    ~ReportSink() = default;
+};
+
 // For the run's thread alone. Methods throw a HostError, or an exchange::Error when the place or the disk can't be
 // used.
 class Inbox {
@@ -40,6 +52,9 @@ public:
     Inbox(const Addin::Parts& parts, const EngineSession& engine, Matcher& matcher,
           std::function<void(const std::string&)> report,
           std::int64_t askAfter = exchange::GapWatch::kPatience);
+
+    // Without it reports are acknowledged and forgotten.
+    void SetReports(ReportSink* reports) noexcept { reports_ = reports; }
 
     // Hands the next package over, if the engine is free and there is one. True if one was, or was put aside.
     bool TakeNext(Transport& transport);
@@ -68,7 +83,12 @@ private:
     void NoteGap(Transport& transport, Peer& peer, const std::optional<exchange::SequenceRange>& gap);
     bool TakeFrom(Transport& transport, Peer& peer);
     bool Take(Transport& transport, const Peer& peer, const exchange::ForUs& package);
-    exchange::ForUs Unseal(Transport& transport, const Peer& peer, std::uint64_t sequence) const;
+    struct Unsealed {
+        exchange::ForUs package;
+        exchange::PackageKind kind = exchange::PackageKind::kItems;
+    };
+    Unsealed Unseal(Transport& transport, const Peer& peer, std::uint64_t sequence) const;
+    void TakeReport(Transport& transport, const Peer& peer, const exchange::ForUs& package);
     Verdict Judge(const Peer& peer, const std::filesystem::path& path, std::string& reason);
     bool MaySendOf(const Peer& peer, const std::string& folderId);
     Verdict JudgeContent(const Peer& peer, const Package& package, std::string& reason);
@@ -95,6 +115,7 @@ private:
     Matcher& matcher_;
     std::function<void(const std::string&)> report_;
     std::int64_t askAfter_;
+    ReportSink* reports_ = nullptr;
     int tries_ = 0;                        // of the current one in this process
     std::map<Key, Header> headers_;        // of files that were looked at
     std::set<Key> genuine_;                // of these files, those whose signature holds

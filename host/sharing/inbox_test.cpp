@@ -37,10 +37,11 @@ protected:
 
     // As another member seals it.
     std::string Sealed(const exchange::DeviceKeys& sender, std::uint64_t sequence, std::uint64_t previous,
-                       const std::string& content) const
+                       const std::string& content,
+                       exchange::PackageKind kind = exchange::PackageKind::kItems) const
     {
         std::string package;
-        exchange::Seal(sender, {sender.Id(), exchange::Epoch{7}, sequence, exchange::PackageKind::kItems},
+        exchange::Seal(sender, {sender.Id(), exchange::Epoch{7}, sequence, kind},
                        {{here.transport.keys.Id(), here.transport.keys.Sealing(), previous}},
                        exchange::MemorySource(content), [&](std::string_view bytes) { package += bytes; });
         return package;
@@ -98,6 +99,58 @@ TEST_F(InboxTest, EveryPackageHasASecondTryOfItsOwn)
     EXPECT_EQ(here.statistics.packagesRejected, 0U);
     EXPECT_EQ(lines, std::vector<std::string>());
     EXPECT_FALSE(HasCopies());
+}
+
+struct HeardReports final : ReportSink {
+    void Hear(const Peer& peer, const exchange::FolderReport& report) override
+    {
+        heard.push_back(peer.member + " of " + report.folder);
+    }
+    void Miss(const exchange::DeviceId& device) override { missed.push_back(device); }
+
+    std::vector<std::string> heard;
+    std::vector<exchange::DeviceId> missed;
+};
+
+// What isn't a report, and one of a folder that its sender has no part in, is acknowledged and forgotten: nothing
+// behind it waits.
+TEST_F(InboxTest, AReportIsHeardFromWhoSharesTheFolderAndNothingElseIs)
+{
+    HeardReports reports;
+    inbox.SetReports(&reports);
+    const exchange::DeviceKeys dave;
+    here.Pin(dave, "dave");
+    exchange::FolderReport report;
+    report.folder = "{F}";
+    const auto lay = [&](const exchange::DeviceKeys& sender, std::uint64_t sequence, const std::string& bytes) {
+        Lay(sender, sequence, Sealed(sender, sequence, sequence - 1, bytes, exchange::PackageKind::kDigest));
+    };
+    lay(here.alice, 1, "no report");
+    lay(here.alice, 2, report.Write());
+    lay(dave, 1, report.Write());
+    report.folder = "{ANOTHER}";
+    lay(here.carol, 1, report.Write());
+
+    Drain();
+
+    EXPECT_EQ(reports.heard, std::vector<std::string>{"alice of {F}"});
+    EXPECT_EQ(Applied(here.alice), 2U);
+    EXPECT_EQ(Applied(dave), 1U);
+    EXPECT_EQ(Applied(here.carol), 1U);
+    EXPECT_EQ(here.statistics.packagesRejected, 1U);
+    EXPECT_FALSE(HasCopies());
+}
+
+TEST_F(InboxTest, WhatIsPutAsideIsTold)
+{
+    HeardReports reports;
+    inbox.SetReports(&reports);
+    Arrive(here.alice, 1, "refused");
+    here.callbacks.failReceived = 2;
+
+    Drain();
+
+    EXPECT_EQ(reports.missed, std::vector{here.alice.Id()});
 }
 
 TEST_F(InboxTest, APackageThatFailsTwiceIsPutAsideAndTheNextOneIsTaken)

@@ -173,6 +173,11 @@ bool Outbox::Plan(const OutgoingPackage& package)
         return true;
     std::error_code error;
     PackagePlan plan;
+    plan.device = ParseReportRecipients(package.recipients);
+    if (!plan.device.empty()) {
+        records_.PlanPackage(package.number, plan);
+        return true;
+    }
     Package content;
     if (std::filesystem::exists(PathOf(package.path), error)) {
         if (!IsClosed(package.path))
@@ -207,7 +212,9 @@ void Outbox::Lay(const OutgoingPackage& package, Transport& transport)
     std::error_code error;
     if (std::filesystem::exists(path, error)) {
         if (!receivers.empty()) {
-            LaySealed(transport, package.sequence, receivers, path);
+            LaySealed(transport, package.sequence, receivers, path,
+                      ParseReportRecipients(package.recipients).empty() ? exchange::PackageKind::kItems
+                                                                        : exchange::PackageKind::kDigest);
             ++parts_.statistics.packagesSent;
         }
     } else {

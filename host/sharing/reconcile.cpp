@@ -6,13 +6,27 @@
 
 namespace quorvane::host {
 
-// Of what isn't here yet, a change waits for that. What changed and is in no package was lost on the way there.
+// Of what isn't here yet, a change waits for that.
 bool Reconciler::IsDifferent(const Share& share, const SharingRow& row, std::uint64_t modified)
 {
-    const auto record = parts_.records.FindItem(row.id);
-    if (record && record->folderId == share.folderId && !record->isWhole && !record->deleted)
+    if (parts_.state.IsCurrent(row, share.folderId, modified))
         return false;
-    return !parts_.state.IsCurrent(row, share.folderId, modified);
+    const auto record = parts_.records.FindItem(row.id);
+    return !record || record->folderId != share.folderId || record->isWhole || record->deleted;
+}
+
+// What was changed here and is in no package, though none is on its way: a power cut took the one that it was in. What
+// was taken out of one is tried again by the next run.
+std::set<std::string> Reconciler::FindLost(const Share& share)
+{
+    std::set<std::string> lost;
+    if (!isPacking_ || isPacking_())
+        return lost;
+    for (const std::string& id : parts_.records.PendingItems(share.folderId))
+        lost.insert(id);
+    for (const UnsentItem& item : lost.empty() ? std::vector<UnsentItem>() : parts_.records.Unsent())
+        lost.erase(item.id);
+    return lost;
 }
 
 std::vector<Reconciler::Difference> Reconciler::FindDifferences(const Share& share)
@@ -21,12 +35,13 @@ std::vector<Reconciler::Difference> Reconciler::FindDifferences(const Share& sha
     if (!folder)
         Fail("read the folder", share.name, "it is gone");
     const auto rows = ReadSharingRows(parts_.mailbox);
+    const std::set<std::string> lost = FindLost(share);
     std::vector<Difference> differences;
     std::unordered_set<std::string> present;
     ForEachItem(*folder, [&](const ItemInfo& item) {
         present.insert(item.entryId);
         const auto row = rows.find(item.entryId);
-        if (row == rows.end() || IsDifferent(share, row->second, item.modified))
+        if (row == rows.end() || IsDifferent(share, row->second, item.modified) || lost.contains(row->second.id))
             differences.push_back({item.entryId, {}, item.modified});
     });
     for (const auto& [entryId, row] : rows) {

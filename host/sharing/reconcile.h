@@ -21,6 +21,10 @@ public:
         : sender_(sender), parts_(parts), unsent_(std::move(unsent))
     {}
 
+    // isPacking: whether packages are on their way out that aren't accounted for. Without it, what was lost on the way
+    // there isn't looked for.
+    void SetPacking(std::function<bool()> isPacking) { isPacking_ = std::move(isPacking); }
+
     // Compares each item of a folder with its row; sends what differs or has no row, and a deletion for each
     // row whose message is gone. The engine must not be watching the folder meanwhile (IgnoreEvents).
     void SendDifferences(const Share& share);
@@ -39,6 +43,7 @@ private:
         std::uint64_t modified = 0;
         std::string Key() const { return entryId + id + ":" + std::to_string(modified); }
     };
+    std::set<std::string> FindLost(const Share& share);
     bool IsDifferent(const Share& share, const SharingRow& row, std::uint64_t modified);
     std::vector<Difference> FindDifferences(const Share& share);
     void Send(const Share& share, const Difference& difference);
@@ -46,6 +51,7 @@ private:
     Sender& sender_;
     Addin::Parts parts_;
     Unsent unsent_;
+    std::function<bool()> isPacking_;
     std::set<std::string> failed_;  // differences that can't be sent: tried again by a later run, or when they change
     // Per folder: differences that were left to the engine, since when.
     std::map<std::string, std::map<std::string, std::chrono::steady_clock::time_point>> firstSeen_;

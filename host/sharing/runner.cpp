@@ -16,6 +16,7 @@ constexpr auto kStepTime = std::chrono::milliseconds(50);
 constexpr auto kPatience = std::chrono::milliseconds(2500);
 constexpr auto kCheckInterval = std::chrono::seconds(60);
 constexpr auto kFirstCheck = std::chrono::seconds(3);
+constexpr auto kQuietBeforeComparison = std::chrono::milliseconds(300);
 constexpr auto kQuietBeforeCheck = std::chrono::milliseconds(1000);
 
 }  // namespace
@@ -36,6 +37,7 @@ Runner::Runner(const RunOptions& options, const Mailbox& mailbox)
                   }),
       matcher_(parts_, engine_),
       outbox_(parts_, engine_, [this](const std::string& line) { Say(line); }),
+      comparisons_(parts_, sender_, [this](const std::string& line) { Say(line); }, options.compareAfter),
       copies_(parts_, addin_, engine_, sender_, [this](const std::string& line) { Say(line); }),
       resender_(parts_, engine_, sender_, reconciler_, outbox_, [this](const std::string& line) { Say(line); }),
       inbox_(parts_, engine_, matcher_, [this](const std::string& line) { Say(line); }, options.askAfter),
@@ -45,6 +47,8 @@ Runner::Runner(const RunOptions& options, const Mailbox& mailbox)
 {
     addin_.SetEngine(engine_);
     addin_.SetResendRules(&resender_);
+    inbox_.SetReports(&comparisons_);
+    reconciler_.SetPacking([this] { return outbox_.HasWork(); });
     if (!transport_.place.IsReachable())
         Fail("use the exchange", options.exchange, "no such directory");
     NameFormerLayout();
@@ -174,6 +178,8 @@ void Runner::Step()
     outbox_.Plan();
     resender_.Step();
     MakeCopies();
+    comparisons_.Step(statistics_.Quiet() >= kQuietBeforeComparison && !resender_.HasWork() && !outbox_.HasWork() &&
+                      !copies_.HasWork() && !inbox_.IsBusy());
     UseExchange();
     CheckNowAndThen();
     ShowProgress();
@@ -244,7 +250,8 @@ bool Runner::MayTake()
 bool Runner::IsIdle()
 {
     const auto quiet = std::chrono::milliseconds(static_cast<long>(options_.idleSeconds * 1000));
-    if (exchangeLost_ || statistics_.Quiet() < quiet || resender_.HasWork() || outbox_.HasWork() || MayTake())
+    if (exchangeLost_ || statistics_.Quiet() < quiet || resender_.HasWork() || outbox_.HasWork() ||
+        comparisons_.HasWork() || MayTake())
         return false;
     bool clean = true;
     for (const Share& share : records_.Shares())

@@ -9,6 +9,7 @@
 #include "host/base/progress.h"
 #include "host/base/stop_signals.h"
 #include "host/sharing/addin.h"
+#include "host/sharing/comparisons.h"
 #include "host/sharing/conflict_copies.h"
 #include "host/sharing/inbox.h"
 #include "host/sharing/matcher.h"
@@ -28,6 +29,7 @@ struct RunOptions {
     std::string mailbox;
     std::string exchange;         // empty: the one that the mailbox remembers
     std::int64_t askAfter = exchange::GapWatch::kPatience;
+    std::int64_t compareAfter = Comparisons::kOnceInADay;
 };
 
 class Runner {
@@ -76,6 +78,7 @@ private:
     Reconciler reconciler_;
     Matcher matcher_;
     Outbox outbox_;
+    Comparisons comparisons_;
     ConflictCopies copies_;
     Resender resender_;
     Inbox inbox_;

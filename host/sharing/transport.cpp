@@ -41,7 +41,7 @@ std::unique_ptr<exchange::OutsideFile> OpenOwnFile(const std::filesystem::path& 
 }
 
 void LaySealed(Transport& transport, std::uint64_t sequence, const std::vector<exchange::Receiver>& receivers,
-               const std::filesystem::path& clear)
+               const std::filesystem::path& clear, exchange::PackageKind kind)
 {
     std::filesystem::path aside = clear;
     aside += ".qvx";
@@ -49,8 +49,7 @@ void LaySealed(Transport& transport, std::uint64_t sequence, const std::vector<e
     {
         const auto content = OpenOwnFile(clear);
         const SystemFile file(aside, SystemFile::Use::kWrite);
-        const exchange::PackageLabel label{transport.keys.Id(), transport.peers.OwnEpoch(), sequence,
-                                           exchange::PackageKind::kItems};
+        const exchange::PackageLabel label{transport.keys.Id(), transport.peers.OwnEpoch(), sequence, kind};
         exchange::Seal(transport.keys, label, receivers, *content,
                        [&](std::string_view bytes) { file.Write(bytes.data(), bytes.size()); });
     }

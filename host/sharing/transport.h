@@ -30,7 +30,8 @@ std::unique_ptr<exchange::OutsideFile> OpenOwnFile(const std::filesystem::path& 
 // Seals `clear` for its receivers and lays it into the exchange; when this returns, it is on the disk there. A file
 // beside `clear` holds it meanwhile. Throws a HostError or an exchange::Error.
 void LaySealed(Transport& transport, std::uint64_t sequence, const std::vector<exchange::Receiver>& receivers,
-               const std::filesystem::path& clear);
+               const std::filesystem::path& clear,
+               exchange::PackageKind kind = exchange::PackageKind::kItems);
 
 // Lays the device's card into the exchange, unless it lies there as it is to be.
 void PublishCard(const Transport& transport, const std::string& name);

@@ -1,0 +1,162 @@
+#include <map>
+#include <thread>
+
+#include "host/commands/command.h"
+#include "host/mailbox/comparison_records.h"
+#include "host/mailbox/records.h"
+#include "host/mailbox/sharing_rows.h"
+#include "host/sharing/message_content.h"
+#include "host/store/properties.h"
+
+namespace quorvane::host {
+
+namespace {
+
+constexpr auto kVerifyLook = std::chrono::milliseconds(200);
+
+struct VerifyOptions {
+    bool json = false;
+    std::string mailbox;
+    std::string folder;
+    int wait = 30;
+};
+
+struct VerifyReport {
+    Json folders = Json::array();
+    std::string text;
+    bool differs = false;
+};
+
+// Whether the message of each item is what is known of it.
+void CheckItems(const Mailbox& mailbox, const MailSession& session, Records& records, const Share& share, Json& json,
+                VerifyReport& report)
+{
+    std::map<std::string, std::string> entries;
+    for (const auto& [entryId, row] : ReadSharingRows(mailbox))
+        entries.emplace(row.id, entryId);
+    const auto add = [&](const std::string& id, const std::string& subject, const std::string& what) {
+        json.push_back({{"id", id}, {"subject", subject}, {"what", what}});
+        report.text += "  " + id + " '" + Printable(subject) + "' " + what + "\n";
+    };
+    for (const ItemRecord& item : records.ItemsOf(share.folderId)) {
+        const auto entry = entries.find(item.id);
+        const ComPtr<IMessage> message =
+            entry == entries.end() ? nullptr : OpenMessage(session, entry->second, false);
+        if (!item.isWhole)
+            add(item.id, message ? TextOf(*message, PR_SUBJECT_W) : "", "isn't here as others have it");
+        else if (!message)
+            add(item.id, "", "is gone, and nobody was told yet");
+        else if (item.isPending || (item.heads.Shown() && item.heads.Shown()->content != exchange::ContentDigest{} &&
+                                    item.heads.Shown()->content != DigestOf(ReadContent(*message, item.id))))
+            add(item.id, TextOf(*message, PR_SUBJECT_W), "was changed, and nobody was told yet");
+    }
+}
+
+bool IsAnswered(const ComparisonRecord& pair, std::uint64_t since)
+{
+    return pair.equal >= since;
+}
+
+std::vector<ComparisonRecord> PairsOf(ComparisonRecords& comparisons, const std::string& folderId)
+{
+    std::vector<ComparisonRecord> pairs = comparisons.All(FileTimeNow());
+    std::erase_if(pairs, [&](const ComparisonRecord& pair) { return !folderId.empty() && pair.folderId != folderId; });
+    return pairs;
+}
+
+// Comparisons are a run's work: one that is under way does them now.
+std::vector<ComparisonRecord> Await(ComparisonRecords& comparisons, const std::string& folderId, std::uint64_t since,
+                                    int seconds)
+{
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
+    for (;;) {
+        std::vector<ComparisonRecord> pairs = PairsOf(comparisons, folderId);
+        const bool done = std::all_of(pairs.begin(), pairs.end(),
+                                      [&](const ComparisonRecord& pair) { return IsAnswered(pair, since); });
+        if (done || std::chrono::steady_clock::now() >= deadline)
+            return pairs;
+        std::this_thread::sleep_for(kVerifyLook);
+    }
+}
+
+bool IsRunning(const Mailbox& mailbox)
+{
+    try {
+        mailbox.LockForRun();
+        return false;
+    } catch (const HostError&) {
+        return true;
+    }
+}
+
+void AddPair(const ComparisonRecord& pair, std::uint64_t since, Json& json, VerifyReport& report)
+{
+    const bool differed = pair.differed >= since;
+    const bool equal = IsAnswered(pair, since);
+    const std::string state = equal ? differed ? "was mended" : "equal" : differed ? "differs" : "not compared yet";
+    json.push_back({{"member", pair.member},
+                    {"device", pair.device},
+                    {"state", state},
+                    {"equalSince", TimeText(pair.equal)},
+                    {"differed", differed ? pair.count : 0},
+                    {"items", differed ? Json(pair.items) : Json::array()}});
+    report.text += "  " + pair.member + ": " + state;
+    if (differed)
+        report.text += ", in " + std::to_string(pair.count) + " items";
+    report.text += pair.equal != 0 ? "; last equal " + TimeText(pair.equal) + "\n" : "\n";
+    if (differed)
+        for (const std::string& item : pair.items)
+            report.text += "    " + Printable(item) + "\n";
+    report.differs = report.differs || (differed && !equal);
+}
+
+ExitCode Verify(const VerifyOptions& options)
+{
+    const Mailbox mailbox = Mailbox::Open(options.mailbox);
+    const MailSession session(options.mailbox);
+    Records records(mailbox.HostDatabasePath().string());
+    std::vector<Share> shares = records.Shares();
+    if (!options.folder.empty()) {
+        std::erase_if(shares, [&](const Share& share) { return share.name != options.folder; });
+        if (shares.empty())
+            Fail("verify", options.folder, "no such folder is shared");
+    }
+    const std::string folderId = options.folder.empty() ? std::string() : shares[0].folderId;
+    ComparisonRecords comparisons(mailbox.HostDatabasePath().string());
+    const std::uint64_t since = FileTimeNow();
+    comparisons.Want(folderId, {}, since);
+    const bool isRunning = IsRunning(mailbox);
+    const std::vector<ComparisonRecord> pairs =
+        isRunning ? Await(comparisons, folderId, since, options.wait) : PairsOf(comparisons, folderId);
+    VerifyReport report;
+    for (const Share& share : shares) {
+        report.text += Printable(share.name) + ":\n";
+        Json items = Json::array(), members = Json::array();
+        CheckItems(mailbox, session, records, share, items, report);
+        for (const ComparisonRecord& pair : pairs)
+            if (pair.folderId == share.folderId)
+                AddPair(pair, since, members, report);
+        report.differs = report.differs || !items.empty();
+        report.folders.push_back({{"folder", share.name}, {"id", share.folderId}, {"items", items}, {"members", members}});
+    }
+    Print(options.json, {{"running", isRunning}, {"folders", report.folders}},
+          report.text + (isRunning ? "" : "no run is under way; the next one compares\n"));
+    return report.differs ? ExitCode::kFailed : ExitCode::kDone;
+}
+
+}  // namespace
+
+void AddVerifyCommand(CLI::App& program, Chosen& chosen)
+{
+    auto options = std::make_shared<VerifyOptions>();
+    CLI::App* const command =
+        AddCommand(program, chosen, "verify",
+                   "Compare shared folders with those of the other members, and say what differed", options, Verify);
+    command->add_option("MAILBOX", options->mailbox, "Directory of the mailbox")->required();
+    command->add_option("FOLDER", options->folder, "Path of one folder; all of them without it");
+    command->add_option("--wait", options->wait, "Seconds that the others' answers are waited for while a run is under way")
+        ->check(CLI::Range(0, 3600))
+        ->capture_default_str();
+}
+
+}  // namespace quorvane::host

@@ -1,0 +1,180 @@
+#include "host/sharing/comparisons.h"
+
+#include <algorithm>
+
+#include "host/base/files.h"
+#include "host/base/output.h"
+#include "host/mailbox/item_text.h"
+#include "host/sharing/announcement.h"
+#include "host/store/properties.h"
+
+namespace quorvane::host {
+
+namespace {
+
+constexpr std::uint64_t kSecond = 10'000'000;  // of a FILETIME
+constexpr auto kLookInterval = std::chrono::milliseconds(1000);
+constexpr std::size_t kSentAtATime = 50;
+// How long an answer is waited for, and after how long what differed is compared again, at first and at last.
+constexpr std::uint64_t kAnswerSeconds = 60;
+constexpr std::uint64_t kFirstPauseSeconds = 2;
+constexpr std::int64_t kMostDoublings = 10;
+
+exchange::KnownItem KnownOf(const ItemRecord& record)
+{
+    return {record.id, record.heads.Shown() ? record.heads : FormerHeads(record.version, record.deleted),
+            record.isWhole || record.deleted};
+}
+
+// A folder as the records know it.
+class RecordedFolder final : public exchange::FolderView {
+public:
+    RecordedFolder(Records& records, const std::string& folderId)
+    {
+        for (const ItemRecord& record : records.AllItemsOf(folderId))
+            items_.push_back(KnownOf(record));
+    }
+    void ForEach(const Visit& visit) const override { std::for_each(items_.begin(), items_.end(), visit); }
+    void ForEachIn(std::uint8_t bucket, const Visit& visit) const override
+    {
+        for (const exchange::KnownItem& item : items_)
+            if (exchange::BucketOf(item.id) == bucket)
+                visit(item);
+    }
+
+private:
+    std::vector<exchange::KnownItem> items_;
+};
+
+std::string ReportName()
+{
+    GUID guid{};
+    Check(CoCreateGuid(&guid), "name", "a report");
+    OLECHAR text[40] = {};
+    StringFromGUID2(guid, text, 40);
+    return "report-" + ToUtf8(text).substr(1, 36) + ".qvr";
+}
+
+}  // namespace
+
+Comparisons::Comparisons(const Addin::Parts& parts, Sender& sender, std::function<void(const std::string&)> report,
+                         std::int64_t after)
+    : parts_(parts),
+      sender_(sender),
+      report_(std::move(report)),
+      after_(after),
+      records_(parts.mailbox.HostDatabasePath().string())
+{}
+
+void Comparisons::Miss(const exchange::DeviceId& device)
+{
+    records_.Want({}, exchange::TextOf(device), FileTimeNow());
+}
+
+// Like any other package it is noted first, and outlives a kill.
+void Comparisons::Send(const exchange::FolderReport& report, const std::string& device)
+{
+    const std::filesystem::path path = parts_.mailbox.PackagesPath() / ReportName();
+    WriteDurably(path, report.Write());
+    parts_.records.AddOutgoing(path.string(), ReportRecipients(device));
+}
+
+void Comparisons::Hear(const Peer& peer, const exchange::FolderReport& report)
+{
+    const std::string device = exchange::TextOf(peer.id);
+    const std::uint64_t now = FileTimeNow();
+    const RecordedFolder own(parts_.records, report.folder);
+    const exchange::FolderReport ours = exchange::ReportOf(report.folder, own);
+    if (ours.digest == report.digest) {
+        records_.NoteEqual(report.folder, device, now);
+        if (!report.answersLists) {
+            exchange::FolderReport answer = ours;
+            answer.answersLists = true;
+            Send(answer, device);
+        }
+        return;
+    }
+    exchange::Comparison result = exchange::Compare(own, report);
+    std::vector<std::string> items = result.lacking;
+    items.insert(items.end(), result.missing.begin(), result.missing.end());
+    std::sort(items.begin(), items.end());
+    items.erase(std::unique(items.begin(), items.end()), items.end());
+    if (!report.buckets.empty()) {
+        records_.NoteDiffered(report.folder, device, items, now);
+        const auto share = parts_.records.FindShare(report.folder);
+        report_("'" + (share ? share->name : report.folder) + "' differs from that of '" + peer.member + "' in " +
+                std::to_string(items.size()) + " items; " + std::to_string(result.lacking.size()) + " are sent");
+    }
+    for (std::string& item : result.lacking)
+        lacking_.push_back({report.folder, peer.member, std::move(item)});
+    if (result.answer)
+        Send(*result.answer, device);
+    parts_.statistics.Touch();
+}
+
+void Comparisons::SendOne(const Lacking& lacking)
+{
+    const auto share = parts_.records.FindShare(lacking.folderId);
+    const auto record = parts_.records.FindItem(lacking.item);
+    if (!share || !record || record->folderId != lacking.folderId)
+        return;
+    const std::string recipients = MemberRecipients(lacking.member, lacking.folderId);
+    if (record->deleted || !record->isWhole) {
+        sender_.SendDeletion(*share, lacking.item, recipients);
+        return;
+    }
+    if (const auto row = parts_.state.RowOfId(lacking.item))
+        sender_.SendItem(*share, row->entryId, recipients);
+}
+
+// An item that can't be sent now holds up no other: the next comparison tells of it again.
+void Comparisons::SendLacking()
+{
+    for (std::size_t count = 0; count < kSentAtATime && !lacking_.empty(); ++count) {
+        const Lacking lacking = lacking_.front();
+        lacking_.pop_front();
+        try {
+            SendOne(lacking);
+        } catch (const HostError& error) {
+            report_(error.what());
+        }
+    }
+}
+
+bool Comparisons::IsDue(const ComparisonRecord& pair, std::uint64_t now) const
+{
+    if (pair.unacknowledged > 0)
+        return false;
+    const std::uint64_t heard = std::max(pair.equal, pair.differed);
+    if (pair.opened > heard && now < pair.opened + kAnswerSeconds * kSecond)
+        return false;
+    if (pair.isWanted && pair.tries == 0)
+        return true;
+    if (pair.isWanted)
+        return now >= pair.differed + (kFirstPauseSeconds << std::min(pair.tries - 1, kMostDoublings)) * kSecond;
+    return now >= std::max({pair.since, pair.opened, heard}) + static_cast<std::uint64_t>(after_) * kSecond;
+}
+
+bool Comparisons::HasWork()
+{
+    const std::uint64_t now = FileTimeNow();
+    const auto pairs = records_.All(now);
+    return !lacking_.empty() ||
+           std::any_of(pairs.begin(), pairs.end(), [&](const ComparisonRecord& pair) { return IsDue(pair, now); });
+}
+
+void Comparisons::Step(bool isQuiet)
+{
+    SendLacking();
+    if (!isQuiet || !lacking_.empty() || Clock::now() < nextLook_)
+        return;
+    nextLook_ = Clock::now() + kLookInterval;
+    const std::uint64_t now = FileTimeNow();
+    for (const ComparisonRecord& pair : records_.All(now))
+        if (IsDue(pair, now)) {
+            Send(exchange::ReportOf(pair.folderId, RecordedFolder(parts_.records, pair.folderId)), pair.device);
+            records_.NoteOpened(pair.folderId, pair.device, now);
+        }
+}
+
+}  // namespace quorvane::host
