@@ -42,37 +42,39 @@ void Require(bool condition, const char* what)
     std::abort();
 }
 
-void WriteStream(IStorage& storage, const std::string& name, std::size_t size, std::size_t seed)
+const PartNames<OLECHAR>& Names()
+{
+    return kNames<OLECHAR>;
+}
+
+void WriteStream(IStorage& storage, const OLECHAR* name, std::size_t size, std::size_t seed)
 {
     ComPtr<IStream> stream;
-    Require(SUCCEEDED(storage.CreateStream(Widen(name).c_str(), kCreate, 0, 0, stream.Put())),
-            "CreateStream");
+    Require(SUCCEEDED(storage.CreateStream(name, kCreate, 0, 0, stream.Put())), "CreateStream");
     ULONG written = 0;
     Require(
         SUCCEEDED(stream->Write(StreamBytes(seed), static_cast<ULONG>(size), &written)) && written == size,
         "Write");
 }
 
-ComPtr<IStorage> MakeStorage(IStorage& parent, const std::string& name)
+ComPtr<IStorage> MakeStorage(IStorage& parent, const OLECHAR* name)
 {
     ComPtr<IStorage> storage;
-    Require(SUCCEEDED(parent.CreateStorage(Widen(name).c_str(), kCreate, 0, 0, storage.Put())),
-            "CreateStorage");
+    Require(SUCCEEDED(parent.CreateStorage(name, kCreate, 0, 0, storage.Put())), "CreateStorage");
     return storage;
 }
 
 void WriteItem(IStorage& items, std::size_t item)
 {
-    const ComPtr<IStorage> storage = MakeStorage(items, ItemName(item));
-    WriteStream(*storage, "Contents", kContentsSize, item);
-    const ComPtr<IStorage> message = MakeStorage(*storage, "MAPI_DATA");
+    const ComPtr<IStorage> storage = MakeStorage(items, ItemName<OLECHAR>(item).data());
+    WriteStream(*storage, Names().contents.data(), kContentsSize, item);
+    const ComPtr<IStorage> message = MakeStorage(*storage, Names().message.data());
     for (std::size_t i = 0; i < kMessageStreams; ++i)
-        WriteStream(*message, StreamName(i), MessageStreamSize(i), item + i);
-    for (std::size_t part = 0; part < kPartStorages; ++part) {
-        const ComPtr<IStorage> sub =
-            MakeStorage(*message, "__recip_version1.0_#0000000" + std::to_string(part));
+        WriteStream(*message, Names().streams[i].data(), MessageStreamSize(i), item + i);
+    for (const Name<OLECHAR>& part : Names().parts) {
+        const ComPtr<IStorage> sub = MakeStorage(*message, part.data());
         for (std::size_t i = 0; i < kPartStreams; ++i)
-            WriteStream(*sub, StreamName(i), kPartStreamSize, item + i);
+            WriteStream(*sub, Names().streams[i].data(), kPartStreamSize, item + i);
     }
 }
 
@@ -81,8 +83,8 @@ void CreatePackage(std::size_t items)
     ComPtr<IStorage> root;
     Require(SUCCEEDED(StgCreateDocfile(Widen(BenchFile().string()).c_str(), kCreate, 0, root.Put())),
             "StgCreateDocfile");
-    const ComPtr<IStorage> version = MakeStorage(*root, "1.0");
-    const ComPtr<IStorage> place = MakeStorage(*version, "Items");
+    const ComPtr<IStorage> version = MakeStorage(*root, OLESTR("1.0"));
+    const ComPtr<IStorage> place = MakeStorage(*version, OLESTR("Items"));
     for (std::size_t item = 0; item < items; ++item)
         WriteItem(*place, item);
 }
@@ -194,7 +196,9 @@ void PackageBytes(benchmark::State& state)
     const std::uintmax_t size = std::filesystem::file_size(BenchFile());
     const std::vector<char> block(std::size_t{1} << 20, 'x');
     for (auto _ : state) {
+        state.PauseTiming();
         std::filesystem::remove(BenchFile());
+        state.ResumeTiming();
         std::ofstream file(BenchFile(), std::ios::binary);
         for (std::uintmax_t done = 0; done < size; done += block.size())
             file.write(block.data(), static_cast<std::streamsize>(block.size()));
@@ -232,9 +236,9 @@ void PackageEmpty(benchmark::State& state)
 
 // The peer.
 
-void GsfStream(GsfOutfile* parent, const std::string& name, std::size_t size, std::size_t seed)
+void GsfStream(GsfOutfile* parent, const char* name, std::size_t size, std::size_t seed)
 {
-    GsfOutput* const stream = gsf_outfile_new_child(parent, name.c_str(), FALSE);
+    GsfOutput* const stream = gsf_outfile_new_child(parent, name, FALSE);
     gsf_output_write(stream, size, StreamBytes(seed));
     gsf_output_close(stream);
     g_object_unref(stream);
@@ -242,16 +246,16 @@ void GsfStream(GsfOutfile* parent, const std::string& name, std::size_t size, st
 
 void GsfItem(GsfOutfile* items, std::size_t item)
 {
-    auto* const storage = GSF_OUTFILE(gsf_outfile_new_child(items, ItemName(item).c_str(), TRUE));
-    GsfStream(storage, "Contents", kContentsSize, item);
-    auto* const message = GSF_OUTFILE(gsf_outfile_new_child(storage, "MAPI_DATA", TRUE));
+    const PartNames<char>& names = kNames<char>;
+    auto* const storage = GSF_OUTFILE(gsf_outfile_new_child(items, ItemName<char>(item).data(), TRUE));
+    GsfStream(storage, names.contents.data(), kContentsSize, item);
+    auto* const message = GSF_OUTFILE(gsf_outfile_new_child(storage, names.message.data(), TRUE));
     for (std::size_t i = 0; i < kMessageStreams; ++i)
-        GsfStream(message, StreamName(i), MessageStreamSize(i), item + i);
-    for (std::size_t part = 0; part < kPartStorages; ++part) {
-        auto* const sub = GSF_OUTFILE(gsf_outfile_new_child(
-            message, ("__recip_version1.0_#0000000" + std::to_string(part)).c_str(), TRUE));
+        GsfStream(message, names.streams[i].data(), MessageStreamSize(i), item + i);
+    for (const Name<char>& part : names.parts) {
+        auto* const sub = GSF_OUTFILE(gsf_outfile_new_child(message, part.data(), TRUE));
         for (std::size_t i = 0; i < kPartStreams; ++i)
-            GsfStream(sub, StreamName(i), kPartStreamSize, item + i);
+            GsfStream(sub, names.streams[i].data(), kPartStreamSize, item + i);
         gsf_output_close(GSF_OUTPUT(sub));
         g_object_unref(sub);
     }

@@ -2,10 +2,9 @@
 #ifndef QUORVANE_BENCH_PACKAGE_WORKLOAD_H_
 #define QUORVANE_BENCH_PACKAGE_WORKLOAD_H_
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
-#include <string>
 #include <vector>
 
 namespace quorvane::bench {
@@ -27,20 +26,58 @@ inline std::size_t MessageStreamSize(std::size_t index)
     return index == kMessageStreams - 2 ? 2000 : kSizes[index % 8];
 }
 
-inline std::string ItemName(std::size_t item)
+// Names as they are passed to a writer, made without the cost of formatted output: what is measured is the
+// making of packages. Char: OLECHAR, or char for the peer.
+template <class Char>
+using Name = std::array<Char, 32>;
+
+template <class Char>
+constexpr void AppendHex(Name<Char>& name, std::size_t at, std::size_t digits, std::uint64_t value)
 {
-    char text[40];
-    std::snprintf(text, sizeof text, "%08x%023x", static_cast<unsigned>(item * 2654435761u),
-                  static_cast<unsigned>(item));
-    return text;
+    for (std::size_t i = digits; i-- > 0; value >>= 4)
+        name[at + i] = static_cast<Char>("0123456789abcdef"[value & 15]);
 }
 
-inline std::string StreamName(std::size_t index)
+template <class Char>
+constexpr Name<Char> Prefixed(const char* prefix)
 {
-    char text[24];
-    std::snprintf(text, sizeof text, "__substg1.0_%04X001F", static_cast<unsigned>(0x1000 + index));
-    return text;
+    Name<Char> name{};
+    for (std::size_t i = 0; prefix[i] != 0; ++i)
+        name[i] = static_cast<Char>(prefix[i]);
+    return name;
 }
+
+template <class Char>
+constexpr Name<Char> ItemName(std::size_t item)
+{
+    Name<Char> name{};
+    AppendHex(name, 0, 8, static_cast<std::uint32_t>(item * 2654435761u));
+    AppendHex(name, 8, 23, item);
+    return name;
+}
+
+// Of the parts of an item.
+template <class Char>
+struct PartNames {
+    constexpr PartNames()
+    {
+        for (std::size_t i = 0; i < streams.size(); ++i) {
+            streams[i] = Prefixed<Char>("__substg1.0_1000001F");
+            AppendHex(streams[i], 14, 2, i);
+        }
+        for (std::size_t i = 0; i < parts.size(); ++i)
+            AppendHex(parts[i], 20, 8, i);
+    }
+
+    Name<Char> contents = Prefixed<Char>("Contents");
+    Name<Char> message = Prefixed<Char>("MAPI_DATA");
+    std::array<Name<Char>, kMessageStreams> streams{};
+    std::array<Name<Char>, kPartStorages> parts{Prefixed<Char>("__recip_version1.0_#"),
+                                                Prefixed<Char>("__recip_version1.0_#")};
+};
+
+template <class Char>
+inline constexpr PartNames<Char> kNames;
 
 // The first `size` bytes there, up to 6,000, are the content of a stream. They are made once: what is
 // measured is the making of packages.
