@@ -1,6 +1,8 @@
 #include "platform/cfb/directory.h"
 
 #include <algorithm>
+#include <array>
+#include <cstring>
 #include <utility>
 #include <vector>
 
@@ -112,7 +114,7 @@ HRESULT Directory::AllocateNear(EntryId neighbor, EntryId* id)
     return S_OK;
 }
 
-HRESULT Directory::Reserve(EntryId count)
+HRESULT Directory::Lacking(EntryId count, SectorId* sectors)
 {
     CFB_TRY(Measure());
     const auto look = [this](EntryId begin, EntryId end, FreeMap& free) {
@@ -120,23 +122,26 @@ HRESULT Directory::Reserve(EntryId count)
     };
     if (slots_.Known() < count)
         CFB_TRY(slots_.Look(look, kLookAt));
-    const EntryId known = slots_.Known();
-    return known < count ? Append((count - known + PerSector() - 1) / PerSector()) : S_OK;
+    *sectors = (count - std::min(count, slots_.Known()) + PerSector() - 1) / PerSector();
+    return S_OK;
 }
 
-// Adds sectors full of free entries, which the chain isn't linked to yet.
 HRESULT Directory::Append(SectorId sectors)
 {
+    if (sectors == 0)
+        return S_OK;
     std::vector<SectorId> added;
     CFB_TRY(TakeChain(
         fat_, [this](SectorId* sector) { return allocator_.Take(sector); }, sectors, &added));
+    std::array<BYTE, OrderedFile::kPage> free;
+    for (std::size_t at = 0; at < sectors_.SectorBytes(); at += kEntryBytes)
+        std::memcpy(&free[at], DirEntry().Bytes(), kEntryBytes);
+    for (const SectorId sector : added)
+        CFB_TRY(sectors_.Write(sector, 0, free.data(), sectors_.SectorBytes()));
     const EntryId first = length_ * PerSector();
     chain_.Append(length_, std::move(added));
     length_ += sectors;
-    for (EntryId id = first; id < length_ * PerSector(); ++id) {
-        CFB_TRY(Write(id, DirEntry()));
-        slots_.GiveUnused(id);
-    }
+    slots_.GiveUnused(first, length_ * PerSector());
     return S_OK;
 }
 

@@ -4,6 +4,8 @@
 
 #include <vector>
 
+#include <algorithm>
+
 #include "platform/cfb/chain.h"
 #include "platform/cfb/dir_entry.h"
 #include "platform/cfb/sector_allocator.h"
@@ -35,11 +37,21 @@ public:
     // Takes a free entry, and one in the page of `neighbor` when there is one. The caller writes it, and puts
     // an Order between that and the first link to it.
     [[nodiscard]] HRESULT Allocate(EntryId* id);
-    // Sees to it that the next `count` entries are taken without one more growth. LinkGrowth is to follow, an
-    // Order before and one behind it; what is written into entries in between nobody reaches before that.
-    [[nodiscard]] HRESULT Reserve(EntryId count);
-    [[nodiscard]] HRESULT LinkGrowth();
     [[nodiscard]] HRESULT AllocateNear(EntryId neighbor, EntryId* id);
+    // How many sectors the directory has to grow by until `count` free entries are known.
+    [[nodiscard]] HRESULT Lacking(EntryId count, SectorId* sectors);
+    // Adds sectors full of free entries. LinkGrowth is to follow, an Order before and one behind it; what is
+    // written into entries in between nobody reaches before that.
+    [[nodiscard]] HRESULT Append(SectorId sectors);
+    [[nodiscard]] HRESULT LinkGrowth();
+    // Takes `count` entries, of which at least as many are known as free.
+    void AllocateMany(EntryId count, std::vector<EntryId>* ids)
+    {
+        const std::size_t before = ids->size();
+        slots_.TakeMany(count, ids);
+        std::for_each(ids->begin() + static_cast<std::ptrdiff_t>(before), ids->end(),
+                      [this](EntryId id) { NoteTaken(id); });
+    }
     // Makes an entry free that nothing in the store points at any more; it comes back after the next commit.
     [[nodiscard]] HRESULT Free(EntryId id);
     // Gives an entry back that was allocated by this operation and isn't needed.
@@ -63,7 +75,6 @@ private:
     SectorId IndexOf(EntryId id) const noexcept { return id >> (sectors_.Shift() - kEntryShift); }
     std::size_t PlaceOf(EntryId id) const noexcept { return (id & (PerSector() - 1)) * kEntryBytes; }
     [[nodiscard]] HRESULT Measure();
-    [[nodiscard]] HRESULT Append(SectorId sectors);
     [[nodiscard]] HRESULT Take(EntryId* id);
     void NoteTaken(EntryId id);
     [[nodiscard]] HRESULT FindFree(EntryId begin, EntryId end, FreeMap& free);

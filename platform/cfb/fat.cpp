@@ -105,7 +105,7 @@ HRESULT Fat::FindFree(SectorId begin, SectorId end, FreeMap& free)
     return S_OK;
 }
 
-HRESULT Fat::Extend()
+HRESULT Fat::Append()
 {
     const SectorId fat = Slots();
     const std::size_t index = fat_.size();
@@ -120,9 +120,14 @@ HRESULT Fat::Extend()
         CFB_TRY(ListInDifat(fat, newDifat));
     else
         header_.difat[index] = fat;
-    sectors_.File().Order();
     fat_.push_back(fat);
     Claims().Claim(fat);
+    return S_OK;
+}
+
+HRESULT Fat::LinkGrowth()
+{
+    sectors_.File().Order();
     header_.fatSectors = static_cast<std::uint32_t>(fat_.size());
     return header_.Write(sectors_.File());
 }

@@ -27,7 +27,9 @@ public:
 
     // Makes room for more sectors: the next sector of the file becomes a FAT sector, and the one behind it a
     // DIFAT sector where that is needed. To be called when the file has as many sectors as the table covers.
-    [[nodiscard]] HRESULT Extend();
+    // LinkGrowth is to follow before anything leads to what is written into them.
+    [[nodiscard]] HRESULT Append();
+    [[nodiscard]] HRESULT LinkGrowth();
     // Gives up the last FAT sector, and the DIFAT sector that it leaves empty, when the last of the file's
     // first `count` sectors is it and it covers nothing else. *count becomes what is left; unchanged when
     // there is nothing to give up.

@@ -56,6 +56,14 @@ public:
         return slot;
     }
 
+    // Takes `count` slots, lowest first, of which at least as many are known as free.
+    void TakeMany(std::uint32_t count, std::vector<std::uint32_t>* slots)
+    {
+        slots->reserve(slots->size() + count);
+        for (std::uint32_t at = 0; count > 0; --count, ++at)
+            slots->push_back(at = TakeWithin(at, kNone));
+    }
+
     // Looks at up to `count` unseen slots. While freed slots are held back it looks at none, as they would
     // show as free already.
     template <class Scan>
@@ -82,8 +90,13 @@ public:
         return S_OK;
     }
 
-    // Frees a slot at once: it was never in use in the store.
+    // Frees slots at once: they were never in use in the store.
     void GiveUnused(std::uint32_t slot) { free_.Add(slot); }
+    void GiveUnused(std::uint32_t begin, std::uint32_t end)
+    {
+        for (std::uint32_t slot = begin; slot < end; ++slot)
+            free_.Add(slot);
+    }
     // Frees a slot once the operation is committed.
     void Give(std::uint32_t slot) { held_.push_back(slot); }
     bool HasHeld() const noexcept { return !held_.empty(); }

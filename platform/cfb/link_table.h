@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <array>
+#include <numeric>
+#include <vector>
 
 #include "platform/cfb/format.h"
 #include "platform/cfb/result.h"
@@ -46,22 +48,29 @@ public:
         StoreU32(link.data(), next);
         return SetLinks(sector, link.data(), 1);
     }
-    // Chains `count` sectors with numbers one behind the other, from `first` on, and hangs `next` behind
-    // them.
-    [[nodiscard]] HRESULT SetRun(SectorId first, SectorId count, SectorId next)
+    // Sets the links of `count` sectors with numbers one behind the other, from `first` on.
+    [[nodiscard]] HRESULT SetNexts(SectorId first, const SectorId* nexts, SectorId count)
     {
         std::array<BYTE, 4 * kBlock> links;
         while (count > 0) {
             const SectorId part = std::min(count, kBlock - first % kBlock);
             for (SectorId i = 0; i < part; ++i) {
                 CFB_TRY(Unfollow(first + i));
-                StoreU32(&links[4 * i], i + 1 < count ? first + i + 1 : next);
+                StoreU32(&links[4 * i], nexts[i]);
             }
             CFB_TRY(SetLinks(first, links.data(), part));
             first += part;
+            nexts += part;
             count -= part;
         }
         return S_OK;
+    }
+    // Chains such sectors, and hangs `next` behind them.
+    [[nodiscard]] HRESULT SetRun(SectorId first, SectorId count, SectorId next)
+    {
+        std::vector<SectorId> nexts(count, next);
+        std::iota(nexts.begin(), nexts.end() - 1, first + 1);
+        return SetNexts(first, nexts.data(), count);
     }
     // How many sectors there are: no chain is longer.
     virtual SectorId Slots() const noexcept = 0;

@@ -96,9 +96,10 @@ HRESULT MiniStream::Measure(SectorId* data, SectorId* links)
     return *data < DataSectors() || *links < LinkSectors(count_) ? STG_E_DOCFILECORRUPT : S_OK;
 }
 
-// Adds room for `wanted` mini sectors, which neither chain is linked to yet.
 HRESULT MiniStream::Append(SectorId wanted)
 {
+    if (wanted == 0)
+        return S_OK;
     if (grown_) {
         sectors_.File().Order();
         CFB_TRY(LinkGrowth());
@@ -119,8 +120,7 @@ HRESULT MiniStream::Append(SectorId wanted)
         CFB_TRY(SetNext(sector, kFreeSector));
     linkSectors_ = std::max(links, LinkSectors(count));
     grown_ = true;
-    for (SectorId sector = old; sector < count; ++sector)
-        slots_.GiveUnused(sector);
+    slots_.GiveUnused(old, count);
     return S_OK;
 }
 
@@ -140,14 +140,33 @@ HRESULT MiniStream::AppendSectors(Chain& chain, SectorId length, SectorId count,
     return S_OK;
 }
 
-HRESULT MiniStream::Reserve(SectorId count)
+HRESULT MiniStream::Lacking(SectorId count, SectorId* wanted)
 {
     const auto look = [this](SectorId begin, SectorId end, FreeMap& free) {
         return FindFree(begin, end, free);
     };
     if (slots_.Known() < count)
         CFB_TRY(slots_.Look(look, kLookAt));
-    return slots_.Known() < count ? Append(count - slots_.Known()) : S_OK;
+    *wanted = count - std::min(count, slots_.Known());
+    return S_OK;
+}
+
+HRESULT MiniStream::Lay(const SectorId* sectors, const SectorId* nexts, const BYTE* content, SectorId count)
+{
+    for (SectorId begin = 0, run = 0; begin < count; begin += run) {
+        run = RunLength(sectors + begin, count - begin);
+        CFB_TRY(SetNexts(sectors[begin], nexts + begin, run));
+        for (SectorId done = 0; done < run;) {
+            SectorId at = 0;
+            std::size_t offset = 0;
+            std::size_t bytes = 0;
+            CFB_TRY(Locate(sectors[begin] + done, run - done, &at, &offset, &bytes));
+            CFB_TRY(
+                sectors_.WriteData(at, offset, content + (std::size_t{begin} + done) * kMiniBytes, bytes));
+            done += static_cast<SectorId>(bytes / kMiniBytes);
+        }
+    }
+    return S_OK;
 }
 
 HRESULT MiniStream::LinkGrowth()

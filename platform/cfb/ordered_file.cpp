@@ -244,6 +244,7 @@ HRESULT OrderedFile::Write(std::uint64_t offset, const void* from, std::size_t c
 HRESULT OrderedFile::WriteThrough(std::uint64_t offset, const void* from, std::size_t count)
 {
     const auto* in = static_cast<const BYTE*>(from);
+    CFB_TRY(store_->Check());
     CFB_TRY(store_->WriteAt(offset, in, count));
     const std::uint64_t end = offset + count;
     stored_ = std::max(stored_, end);

@@ -1,5 +1,8 @@
 #include "platform/cfb/sector_allocator.h"
 
+#include <algorithm>
+#include <vector>
+
 #include "platform/cfb/result.h"
 
 namespace quorvane::cfb {
@@ -23,21 +26,45 @@ HRESULT SectorAllocator::Take(SectorId* sector)
     return S_OK;
 }
 
-// Adds a sector to the file's end and leaves its FAT entry free.
+HRESULT SectorAllocator::Reserve(SectorId count)
+{
+    SectorId lacking = count - std::min(count, slots_.Known());
+    const SectorId withTables = lacking + lacking / 64 + 2;
+    if (lacking == 0 || withTables > Limit() - std::min(Limit(), sectors_.Count()))
+        return S_OK;
+    while (lacking > 0) {
+        if (sectors_.Count() == fat_.Slots())
+            CFB_TRY(fat_.Append());
+        const SectorId begin = sectors_.Count();
+        const SectorId added = std::min(lacking, fat_.Slots() - begin);
+        if (sectors_.OffsetOf(begin + added) > kRangeLockOffset)
+            break;
+        sectors_.GrowTo(begin + added);
+        const std::vector<SectorId> free(added, kFreeSector);
+        CFB_TRY(fat_.SetNexts(begin, free.data(), added));
+        slots_.GiveUnused(begin, begin + added);
+        lacking -= added;
+    }
+    return fat_.LinkGrowth();
+}
+
+// Adds a sector to the file's end.
 HRESULT SectorAllocator::Append(SectorId* sector)
 {
     for (;;) {
         if (sectors_.Count() >= Limit())
             return STG_E_MEDIUMFULL;
-        if (sectors_.Count() == fat_.Slots())
-            CFB_TRY(fat_.Extend());
+        if (sectors_.Count() == fat_.Slots()) {
+            CFB_TRY(fat_.Append());
+            CFB_TRY(fat_.LinkGrowth());
+        }
         *sector = sectors_.Count();
         sectors_.GrowTo(*sector + 1);
         const bool locked = sectors_.OffsetOf(*sector) <= kRangeLockOffset &&
                             kRangeLockOffset < sectors_.OffsetOf(*sector + 1);
-        CFB_TRY(fat_.SetNext(*sector, locked ? kEndOfChain : kFreeSector));
         if (!locked)
             return S_OK;
+        CFB_TRY(fat_.SetNext(*sector, kEndOfChain));
     }
 }
 

@@ -20,6 +20,9 @@ public:
 
     // Takes a sector, whose FAT entry the caller sets. STG_E_MEDIUMFULL: the format's limit.
     [[nodiscard]] HRESULT Take(SectorId* sector);
+    // Sees to it that the next `count` sectors are taken without one more growth of the FAT, as far as the
+    // format's limit goes. An Order is set behind it.
+    [[nodiscard]] HRESULT Reserve(SectorId count);
     // Marks a sector as free.
     [[nodiscard]] HRESULT Free(SectorId sector);
     // Frees up to `most` sectors of the chain that begins at *at, which becomes the rest of the chain. A

@@ -194,12 +194,9 @@ HRESULT StreamBody::Write(std::uint64_t offset, const void* from, std::size_t co
 
 HRESULT StreamBody::Lay(Volume& volume, const std::vector<BYTE>& content, DirEntry* entry)
 {
-    if (content.empty())
-        return S_OK;
     StreamBody body(volume);
-    const bool mini = IsMini(content.size());
-    CFB_TRY(body.NewChain(mini, body.Units(content.size(), mini), &body.chain_));
-    CFB_TRY(body.WriteChain(body.chain_, mini, 0, content.data(), content.size()));
+    CFB_TRY(body.NewChain(false, body.Units(content.size(), false), &body.chain_));
+    CFB_TRY(body.WriteChain(body.chain_, false, 0, content.data(), content.size()));
     entry->SetStart(body.chain_.First());
     entry->SetSize(content.size());
     return S_OK;

@@ -27,8 +27,8 @@ public:
         size_ = 0;
         chain_ = Chain(volume_->mini);
     }
-    // Writes the content of a stream that nothing points at, and has its entry, which says that there is
-    // none, tell where it is. Not committed.
+    // Writes content of kMiniCutoff bytes or more, which nothing points at, and has the stream's entry tell
+    // where it is. Not committed.
     [[nodiscard]] static HRESULT Lay(Volume& volume, const std::vector<BYTE>& content, DirEntry* entry);
     // The entry has got another number.
     void SetEntry(EntryId id) noexcept { id_ = id; }
