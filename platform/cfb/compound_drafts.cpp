@@ -69,10 +69,12 @@ HRESULT CompoundFile::CreateInDraft(OpenElement& storage, const ElementName& nam
                                     bool replace, OpenElementPtr* child)
 {
     Draft::Children& children = storage.draft->children;
-    if (Draft* const old = storage.draft->Find(name)) {
+    auto place = storage.draft->Seek(name);
+    if (place != children.end() && (*place)->name.Compare(name) == 0) {
         if (!replace)
             return STG_E_FILEALREADYEXISTS;
-        DestroyInDraft(storage, *old);
+        Draft& old = **place++;
+        DestroyInDraft(storage, old);
     }
     auto draft = std::make_unique<Draft>(type, name);
     if (type == EntryType::kStorage) {
@@ -83,7 +85,7 @@ HRESULT CompoundFile::CreateInDraft(OpenElement& storage, const ElementName& nam
     unplaced.push_back(draft.get());
     try {
         *child = MakeOpenDraft(*draft, storage);
-        children.insert(std::move(draft));
+        children.insert(place, std::move(draft));
     } catch (const std::bad_alloc&) {
         unplaced.pop_back();
         if (*child)
@@ -163,9 +165,13 @@ HRESULT CompoundFile::WriteBytes(OpenElement& stream, std::uint64_t offset, cons
 {
     std::vector<BYTE>& bytes = stream.draft->bytes;
     const auto at = static_cast<std::size_t>(offset);
-    if (at + count > bytes.size())
-        SetBytes(bytes, at + count);
-    std::copy_n(static_cast<const BYTE*>(from), count, bytes.begin() + static_cast<std::ptrdiff_t>(at));
+    const auto* const in = static_cast<const BYTE*>(from);
+    if (at > bytes.size())
+        SetBytes(bytes, at);
+    const std::size_t inside = std::min(count, bytes.size() - at);
+    std::copy_n(in, inside, bytes.begin() + static_cast<std::ptrdiff_t>(at));
+    bytes.insert(bytes.end(), in + inside, in + count);
+    held_ += count - inside;
     *written = count;
     return S_OK;
 }

@@ -265,7 +265,7 @@ HRESULT CompoundFile::OpenChild(OpenElement& storage, const ElementName& name, E
         return STG_E_ACCESSDENIED;
     StreamBody body(*volume_);
     if (type == EntryType::kStream)
-        CFB_TRY(body.Load(id));
+        CFB_TRY(body.Load(id, entry));
     *child = MakeOpen(id, type, entry.Name(), &storage);
     (*child)->body = body;
     return S_OK;

@@ -18,20 +18,6 @@ DirEntry::DirEntry(EntryType type, const ElementName& name) noexcept : DirEntry(
     SetStart(type == EntryType::kStorage ? 0 : kEndOfChain);
 }
 
-bool DirEntry::IsSound() const noexcept
-{
-    const unsigned nameBytes = LoadU16(&bytes_[kAtNameBytes]);
-    switch (Type()) {
-        case EntryType::kFree:
-        case EntryType::kRoot:  // nobody looks for it by its name, and some programs give it none
-            return true;
-        case EntryType::kStorage:
-        case EntryType::kStream:
-            return nameBytes >= 4 && nameBytes <= 64 && nameBytes % 2 == 0;
-    }
-    return false;
-}
-
 ElementName DirEntry::Name() const noexcept
 {
     ElementName name;
@@ -42,8 +28,7 @@ ElementName DirEntry::Name() const noexcept
 void DirEntry::SetName(const ElementName& name) noexcept
 {
     std::memset(bytes_.data(), 0, 2 * (kMaxName + 1));
-    for (std::size_t i = 0; i < name.Length(); ++i)
-        StoreU16(&bytes_[2 * i], static_cast<std::uint16_t>(name.Text()[i]));
+    StoreUnits(bytes_.data(), name.Text(), name.Length());
     StoreU16(&bytes_[kAtNameBytes], static_cast<std::uint16_t>(2 * (name.Length() + 1)));
 }
 

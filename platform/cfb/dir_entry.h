@@ -25,7 +25,19 @@ public:
     const BYTE* Bytes() const noexcept { return bytes_.data(); }
 
     // The type is one of the four, and the name of a storage or stream has 1 to 31 units.
-    bool IsSound() const noexcept;
+    bool IsSound() const noexcept
+    {
+        const unsigned nameBytes = LoadU16(&bytes_[kAtNameBytes]);
+        switch (Type()) {
+            case EntryType::kFree:
+            case EntryType::kRoot:  // nobody looks for it by its name, and some programs give it none
+                return true;
+            case EntryType::kStorage:
+            case EntryType::kStream:
+                return nameBytes >= 4 && nameBytes <= 64 && nameBytes % 2 == 0;
+        }
+        return false;
+    }
 
     EntryType Type() const noexcept { return static_cast<EntryType>(bytes_[kAtType]); }
     bool IsStorage() const noexcept { return Type() == EntryType::kStorage || Type() == EntryType::kRoot; }

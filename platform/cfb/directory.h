@@ -2,9 +2,8 @@
 #ifndef QUORVANE_PLATFORM_CFB_DIRECTORY_H_
 #define QUORVANE_PLATFORM_CFB_DIRECTORY_H_
 
-#include <vector>
-
 #include <algorithm>
+#include <vector>
 
 #include "platform/cfb/chain.h"
 #include "platform/cfb/dir_entry.h"
@@ -60,6 +59,8 @@ public:
     bool IsTaken(EntryId id) const noexcept { return id < taken_.size() && taken_[id]; }
 
     void Committed() { slots_.Committed(); }
+    // How many sectors' worth is known as free.
+    SectorId KnownSectors() const noexcept { return slots_.Known() / PerSector(); }
     // Gives the sectors at the directory's end back when at least `least` hold free entries alone.
     [[nodiscard]] HRESULT Trim(SectorId least);
     // Upper bound of the number of entries. STG_E_DOCFILECORRUPT: the directory's chain has a loop.

@@ -28,8 +28,15 @@ std::size_t Draft::Weight() const noexcept
 
 Draft* Draft::Find(const ElementName& child) const noexcept
 {
-    const auto found = children.find(child);
-    return found == children.end() ? nullptr : found->get();
+    const auto found = Seek(child);
+    return found == children.end() || (*found)->name.Compare(child) != 0 ? nullptr : found->get();
+}
+
+Draft::Children::iterator Draft::Seek(const ElementName& child) const noexcept
+{
+    if (children.empty() || (*children.rbegin())->name.Compare(child) < 0)
+        return children.end();
+    return children.lower_bound(child);
 }
 
 }  // namespace quorvane::cfb

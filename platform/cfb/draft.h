@@ -50,6 +50,8 @@ struct Draft {
     // What it and all below it take of memory that landing gives back.
     std::size_t Weight() const noexcept;
     Draft* Find(const ElementName& child) const noexcept;
+    // Where a child of that name is, or the first one behind it. Most come in the order of names.
+    Children::iterator Seek(const ElementName& child) const noexcept;
 
     ElementName name;
     // But for links, and for start and size of a stream that is in memory.

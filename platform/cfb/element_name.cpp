@@ -1,6 +1,7 @@
 #include "platform/cfb/element_name.h"
 
 #include <algorithm>
+#include <cstring>
 #include <iterator>
 
 namespace quorvane::cfb {
@@ -80,6 +81,30 @@ constexpr CaseRange kRanges[] = {
     {0xA7F6, 0xA7F6, 1, -1},     {0xAB53, 0xAB53, 1, -928},  {0xAB70, 0xABBF, 1, -38864},
     {0xFF41, 0xFF5A, 1, -32}};
 
+constexpr bool IsForbidden(OLECHAR unit) noexcept
+{
+    switch (unit) {
+        case '/':
+        case '\\':
+        case ':':
+        case '!':
+            return true;
+        default:
+            return false;
+    }
+}
+
+// How many units at the begin of two names are the same, by fours: a quick look, since most names of a
+// storage begin alike.
+std::size_t CommonUnits(const void* a, const void* b, std::size_t length) noexcept
+{
+    std::size_t common = 0;
+    const auto at = [&](const void* units) { return static_cast<const char*>(units) + 2 * common; };
+    while (common + 4 <= length && std::memcmp(at(a), at(b), 8) == 0)
+        common += 4;
+    return common;
+}
+
 }  // namespace
 
 OLECHAR UpperBeyondAscii(OLECHAR unit) noexcept
@@ -98,49 +123,50 @@ HRESULT ElementName::Assign(LPCOLESTR text) noexcept
         return STG_E_INVALIDPOINTER;
     std::size_t length = 0;
     for (; text[length] != 0; ++length) {
-        const OLECHAR unit = text[length];
-        if (length == kMaxName || unit == '/' || unit == '\\' || unit == ':' || unit == '!')
+        if (length == kMaxName || IsForbidden(text[length]))
             return STG_E_INVALIDNAME;
-        text_[length] = unit;
-        upper_[length] = UpperUnit(unit);
+        text_[length] = text[length];
     }
     length_ = length;
-    text_[length] = upper_[length] = 0;
+    text_[length] = 0;
     return length > 0 ? S_OK : STG_E_INVALIDNAME;
 }
 
 void ElementName::AssignRaw(const BYTE* units, std::size_t count) noexcept
 {
     length_ = std::min(count, kMaxName);
-    for (std::size_t i = 0; i < length_; ++i) {
-        text_[i] = static_cast<OLECHAR>(LoadU16(units + 2 * i));
-        upper_[i] = UpperUnit(text_[i]);
-    }
-    text_[length_] = upper_[length_] = 0;
+    LoadUnits(text_, units, length_);
+    text_[length_] = 0;
 }
 
 int ElementName::Compare(const ElementName& other) const noexcept
 {
     if (length_ != other.length_)
         return length_ < other.length_ ? -1 : 1;
-    for (std::size_t i = 0; i < length_; ++i) {
-        if (upper_[i] != other.upper_[i])
-            return upper_[i] < other.upper_[i] ? -1 : 1;
-    }
-    return 0;
+    return CompareUnits(CommonUnits(text_, other.text_, length_),
+                        [&](std::size_t i) { return other.text_[i]; });
 }
 
 int ElementName::CompareRaw(const BYTE* units, std::size_t count) const noexcept
 {
     if (length_ != count)
         return length_ < count ? -1 : 1;
-    for (std::size_t i = 0; i < length_; ++i) {
-        const auto unit = static_cast<OLECHAR>(LoadU16(units + 2 * i));
+    return CompareUnits(kLittleEndian ? CommonUnits(text_, units, length_) : 0,
+                        [&](std::size_t i) { return static_cast<OLECHAR>(LoadU16(units + 2 * i)); });
+}
+
+// The same with a name of this length, whose units are the same before `from`.
+template <class UnitAt>
+int ElementName::CompareUnits(std::size_t from, const UnitAt& unitAt) const noexcept
+{
+    for (std::size_t i = from; i < length_; ++i) {
+        const OLECHAR unit = unitAt(i);
         if (unit == text_[i])
             continue;
-        const OLECHAR upper = UpperUnit(unit);
-        if (upper_[i] != upper)
-            return upper_[i] < upper ? -1 : 1;
+        const OLECHAR upper = UpperUnit(text_[i]);
+        const OLECHAR other = UpperUnit(unit);
+        if (upper != other)
+            return upper < other ? -1 : 1;
     }
     return 0;
 }

@@ -16,8 +16,8 @@ inline OLECHAR UpperUnit(OLECHAR unit) noexcept
     return UpperBeyondAscii(unit);
 }
 
-// A name and its upper case, which is what names are compared by: the shorter name comes first, then the
-// unit with the lower number decides.
+// A name. Names are compared by their upper case: the shorter name comes first, then the unit with the lower
+// number decides.
 class ElementName {
 public:
     ElementName() noexcept = default;
@@ -37,9 +37,11 @@ public:
     int CompareRaw(const BYTE* units, std::size_t count) const noexcept;
 
 private:
+    template <class UnitAt>
+    int CompareUnits(std::size_t from, const UnitAt& unitAt) const noexcept;
+
     std::size_t length_ = 0;
     OLECHAR text_[kMaxName + 1] = {};
-    OLECHAR upper_[kMaxName + 1] = {};
 };
 
 }  // namespace quorvane::cfb

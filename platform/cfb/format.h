@@ -3,8 +3,10 @@
 #ifndef QUORVANE_PLATFORM_CFB_FORMAT_H_
 #define QUORVANE_PLATFORM_CFB_FORMAT_H_
 
+#include <bit>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 #include "platform/com/com.h"
 
@@ -72,6 +74,29 @@ inline void StoreU64(BYTE* to, std::uint64_t value) noexcept
 {
     StoreU32(to, static_cast<std::uint32_t>(value));
     StoreU32(to + 4, static_cast<std::uint32_t>(value >> 32));
+}
+
+inline constexpr bool kLittleEndian = std::endian::native == std::endian::little;
+
+// Text of `count` units.
+inline void LoadUnits(OLECHAR* to, const BYTE* from, std::size_t count) noexcept
+{
+    if constexpr (kLittleEndian) {
+        std::memcpy(to, from, 2 * count);
+    } else {
+        for (std::size_t i = 0; i < count; ++i)
+            to[i] = static_cast<OLECHAR>(LoadU16(from + 2 * i));
+    }
+}
+
+inline void StoreUnits(BYTE* to, const OLECHAR* from, std::size_t count) noexcept
+{
+    if constexpr (kLittleEndian) {
+        std::memcpy(to, from, 2 * count);
+    } else {
+        for (std::size_t i = 0; i < count; ++i)
+            StoreU16(to + 2 * i, static_cast<std::uint16_t>(from[i]));
+    }
 }
 
 }  // namespace quorvane::cfb

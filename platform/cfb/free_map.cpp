@@ -1,6 +1,7 @@
 #include "platform/cfb/free_map.h"
 
 #include <bit>
+#include <utility>
 
 namespace quorvane::cfb {
 
@@ -17,44 +18,80 @@ bool FreeMap::Contains(std::uint32_t number) const noexcept
     return word < levels_[0].size() && (levels_[0][word] >> number % 64 & 1) != 0;
 }
 
-void FreeMap::Add(std::uint32_t number)
+// All levels at once, so that none has changed when there is no memory for one.
+void FreeMap::Reach(std::uint32_t number)
 {
-    if (Contains(number))
+    if (number / 64 < levels_[0].size())
         return;
-    // All levels first, so that none has changed when there is no memory for one.
-    if (levels_[0].size() <= number / 64) {
-        std::uint32_t place = number;
-        for (auto& level : levels_) {
-            place /= 64;
-            if (level.size() <= place)
-                level.resize(place + 1);
-        }
-    }
-    std::uint32_t at = number;
+    std::uint32_t place = number;
     for (auto& level : levels_) {
-        std::uint64_t& word = level[at / 64];
-        const bool known = word != 0;  // to the levels above
-        word |= std::uint64_t{1} << at % 64;
-        if (known)
-            break;
-        at /= 64;
+        place /= 64;
+        if (level.size() <= place)
+            level.resize(place + 1);
     }
-    ++count_;
+}
+
+void FreeMap::Announce(std::uint32_t word) noexcept
+{
+    bool known = false;
+    for (std::size_t up = 1; up < kLevels && !known; ++up, word /= 64) {
+        std::uint64_t& above = levels_[up][word / 64];
+        known = above != 0;
+        above |= std::uint64_t{1} << word % 64;
+    }
+}
+
+void FreeMap::Withdraw(std::uint32_t word) noexcept
+{
+    bool other = false;
+    for (std::size_t up = 1; up < kLevels && !other; ++up, word /= 64) {
+        std::uint64_t& above = levels_[up][word / 64];
+        above &= ~(std::uint64_t{1} << word % 64);
+        other = above != 0;
+    }
+}
+
+void FreeMap::AddRun(std::uint32_t begin, std::uint32_t end)
+{
+    if (begin == end)
+        return;
+    Reach(end - 1);
+    for (std::uint32_t word = begin / 64; word <= (end - 1) / 64; ++word) {
+        std::uint64_t mask = ~std::uint64_t{0};
+        if (word == begin / 64)
+            mask <<= begin % 64;
+        if (word == (end - 1) / 64)
+            mask &= ~std::uint64_t{0} >> (63 - (end - 1) % 64);
+        std::uint64_t& bits = levels_[0][word];
+        count_ += static_cast<std::uint32_t>(std::popcount(mask & ~bits));
+        if (std::exchange(bits, bits | mask) == 0)
+            Announce(word);
+    }
 }
 
 void FreeMap::Remove(std::uint32_t number) noexcept
 {
     if (!Contains(number))
         return;
-    std::uint32_t at = number;
-    for (auto& level : levels_) {
-        std::uint64_t& word = level[at / 64];
-        word &= ~(std::uint64_t{1} << at % 64);
-        if (word != 0)
-            break;
-        at /= 64;
-    }
+    std::uint64_t& bits = levels_[0][number / 64];
+    bits &= ~(std::uint64_t{1} << number % 64);
+    if (bits == 0)
+        Withdraw(number / 64);
     --count_;
+}
+
+void FreeMap::TakeMany(std::uint32_t count, std::vector<std::uint32_t>* taken)
+{
+    taken->reserve(taken->size() + count);
+    for (std::uint32_t left = count; left > 0;) {
+        const std::uint32_t word = FirstFrom(0) / 64;
+        std::uint64_t& bits = levels_[0][word];
+        for (; left > 0 && bits != 0; --left, bits &= bits - 1)
+            taken->push_back(word * 64 + static_cast<std::uint32_t>(std::countr_zero(bits)));
+        if (bits == 0)
+            Withdraw(word);
+    }
+    count_ -= count;
 }
 
 void FreeMap::RemoveFrom(std::uint32_t end) noexcept

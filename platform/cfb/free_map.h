@@ -17,8 +17,11 @@ public:
     void Clear() noexcept;
     bool Contains(std::uint32_t number) const noexcept;
     // Adding a member twice, or removing what isn't there, changes nothing.
-    void Add(std::uint32_t number);
+    void Add(std::uint32_t number) { AddRun(number, number + 1); }
+    void AddRun(std::uint32_t begin, std::uint32_t end);
     void Remove(std::uint32_t number) noexcept;
+    // Removes the least `count` members, of which there are at least as many, and appends them to *taken.
+    void TakeMany(std::uint32_t count, std::vector<std::uint32_t>* taken);
     // Removes all members from `end` on.
     void RemoveFrom(std::uint32_t end) noexcept;
 
@@ -30,6 +33,11 @@ public:
 
 private:
     static constexpr std::size_t kLevels = 6;  // 64 to the sixth is more than 32 bits
+
+    void Reach(std::uint32_t number);
+    // Whether a word of the lowest level has bits, to be told to the levels above.
+    void Announce(std::uint32_t word) noexcept;
+    void Withdraw(std::uint32_t word) noexcept;
 
     std::array<std::vector<std::uint64_t>, kLevels> levels_;
     std::uint32_t count_ = 0;

@@ -3,6 +3,7 @@
 #define QUORVANE_PLATFORM_CFB_FREE_SLOTS_H_
 
 #include <algorithm>
+#include <iterator>
 #include <vector>
 
 #include "platform/cfb/free_map.h"
@@ -59,9 +60,10 @@ public:
     // Takes `count` slots, lowest first, of which at least as many are known as free.
     void TakeMany(std::uint32_t count, std::vector<std::uint32_t>* slots)
     {
-        slots->reserve(slots->size() + count);
-        for (std::uint32_t at = 0; count > 0; --count, ++at)
-            slots->push_back(at = TakeWithin(at, kNone));
+        const auto before = static_cast<std::ptrdiff_t>(slots->size());
+        free_.TakeMany(count, slots);
+        std::copy_if(slots->begin() + before, slots->end(), std::back_inserter(taken_),
+                     [this](std::uint32_t slot) { return slot < unseen_; });
     }
 
     // Looks at up to `count` unseen slots. While freed slots are held back it looks at none, as they would
@@ -92,19 +94,22 @@ public:
 
     // Frees slots at once: they were never in use in the store.
     void GiveUnused(std::uint32_t slot) { free_.Add(slot); }
-    void GiveUnused(std::uint32_t begin, std::uint32_t end)
-    {
-        for (std::uint32_t slot = begin; slot < end; ++slot)
-            free_.Add(slot);
-    }
+    void GiveUnused(std::uint32_t begin, std::uint32_t end) { free_.AddRun(begin, end); }
     // Frees a slot once the operation is committed.
-    void Give(std::uint32_t slot) { held_.push_back(slot); }
+    void Give(std::uint32_t slot) { Give(slot, slot + 1); }
+    void Give(std::uint32_t begin, std::uint32_t end)
+    {
+        if (!held_.empty() && held_.back().end == begin)
+            held_.back().end = end;
+        else
+            held_.push_back({begin, end});
+    }
     bool HasHeld() const noexcept { return !held_.empty(); }
 
     void Committed()
     {
-        for (const std::uint32_t slot : held_)
-            free_.Add(slot);
+        for (const Run& run : held_)
+            free_.AddRun(run.begin, run.end);
         held_.clear();
         taken_.clear();
     }
@@ -123,10 +128,15 @@ public:
     std::uint32_t Tail(std::uint32_t total) const noexcept { return free_.RunBefore(total); }
 
 private:
+    struct Run {
+        std::uint32_t begin;
+        std::uint32_t end;
+    };
+
     std::uint32_t step_;
     std::uint32_t unseen_ = 0;
     FreeMap free_;
-    std::vector<std::uint32_t> held_;
+    std::vector<Run> held_;
     std::vector<std::uint32_t> taken_;  // by this operation, among the unseen ones
 };
 

@@ -64,6 +64,7 @@ HRESULT Laying::Reserve()
 HRESULT Laying::Finish()
 {
     CFB_TRY(WriteGathered());
+    CFB_TRY(volume_.fat.LinkGrowth());
     volume_.file.Order();
     CFB_TRY(volume_.directory.LinkGrowth());
     CFB_TRY(volume_.mini.LinkGrowth());

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "platform/cfb/format.h"
+#include "platform/cfb/free_slots.h"
 #include "platform/cfb/result.h"
 #include "platform/cfb/sector_claims.h"
 
@@ -39,15 +40,7 @@ public:
     SectorClaims& Claims() noexcept { return claims_; }
 
     // Each link takes effect by itself.
-    [[nodiscard]] HRESULT SetNext(SectorId sector, SectorId next)
-    {
-        std::array<BYTE, 4> link;
-        CFB_TRY(Unfollow(sector));
-        if (next == kFreeSector)
-            claims_.Release(sector);
-        StoreU32(link.data(), next);
-        return SetLinks(sector, link.data(), 1);
-    }
+    [[nodiscard]] HRESULT SetNext(SectorId sector, SectorId next) { return SetNexts(sector, &next, 1); }
     // Sets the links of `count` sectors with numbers one behind the other, from `first` on.
     [[nodiscard]] HRESULT SetNexts(SectorId first, const SectorId* nexts, SectorId count)
     {
@@ -56,6 +49,8 @@ public:
             const SectorId part = std::min(count, kBlock - first % kBlock);
             for (SectorId i = 0; i < part; ++i) {
                 CFB_TRY(Unfollow(first + i));
+                if (nexts[i] == kFreeSector)
+                    claims_.Release(first + i);
                 StoreU32(&links[4 * i], nexts[i]);
             }
             CFB_TRY(SetLinks(first, links.data(), part));
@@ -72,6 +67,25 @@ public:
         std::iota(nexts.begin(), nexts.end() - 1, first + 1);
         return SetNexts(first, nexts.data(), count);
     }
+    // Marks up to `most` sectors of the chain that begins at *at as free and gives them to `slots`; *at
+    // becomes the rest of the chain. A chain that leads to sectors that aren't in use, or to `end`, ends
+    // there.
+    [[nodiscard]] HRESULT FreeChain(SectorId* at, std::uint32_t most, SectorId end, FreeSlots& slots)
+    {
+        while (most > 0 && *at < end) {
+            const SectorId first = *at;
+            SectorId count = 0;
+            CFB_TRY(FollowRunFreed(at, std::min({most, kBlock, end - first}), &count));
+            std::array<SectorId, kBlock> free;
+            free.fill(kFreeSector);
+            CFB_TRY(SetNexts(first, free.data(), count));
+            slots.Give(first, first + count);
+            most -= count;
+        }
+        if (*at >= end)
+            *at = kEndOfChain;
+        return S_OK;
+    }
     // How many sectors there are: no chain is longer.
     virtual SectorId Slots() const noexcept = 0;
 
@@ -83,6 +97,21 @@ protected:
     [[nodiscard]] virtual HRESULT SetLinks(SectorId first, const BYTE* links, SectorId count) = 0;
 
 private:
+    // Goes along a chain that is freed, over up to `most` sectors with numbers one behind the other. *count:
+    // how many of them are in use.
+    [[nodiscard]] HRESULT FollowRunFreed(SectorId* at, SectorId most, SectorId* count)
+    {
+        const SectorId first = *at;
+        do {
+            CFB_TRY(FollowFreed(first + *count, at));
+            if (*at > kMaxSector && *at != kEndOfChain) {
+                *at = kEndOfChain;
+                return S_OK;
+            }
+            ++*count;
+        } while (*count < most && *at == first + *count);
+        return S_OK;
+    }
     // The sector's link is about to lead elsewhere.
     [[nodiscard]] HRESULT Unfollow(SectorId sector)
     {

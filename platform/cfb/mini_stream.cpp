@@ -192,23 +192,6 @@ HRESULT MiniStream::Grow()
     return LinkGrowth();
 }
 
-HRESULT MiniStream::FreeChain(SectorId* at, std::uint32_t most)
-{
-    for (; most > 0 && *at < count_; --most) {
-        const SectorId sector = *at;
-        CFB_TRY(FollowFreed(sector, at));
-        if (*at > kMaxSector && *at != kEndOfChain) {
-            *at = kEndOfChain;
-            return S_OK;
-        }
-        CFB_TRY(SetNext(sector, kFreeSector));
-        slots_.Give(sector);
-    }
-    if (*at >= count_)
-        *at = kEndOfChain;
-    return S_OK;
-}
-
 // Frees the sectors [from, to) of a chain, once the entry that counts them is in the store.
 HRESULT MiniStream::CutChain(Chain& chain, SectorId from, SectorId to)
 {

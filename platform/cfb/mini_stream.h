@@ -50,9 +50,14 @@ public:
     [[nodiscard]] HRESULT Lay(const SectorId* sectors, const SectorId* nexts, const BYTE* content,
                               SectorId count);
     // Frees a chain, as SectorAllocator::FreeChain does.
-    [[nodiscard]] HRESULT FreeChain(SectorId* at, std::uint32_t most);
+    [[nodiscard]] HRESULT FreeChain(SectorId* at, std::uint32_t most)
+    {
+        return LinkTable::FreeChain(at, most, count_, slots_);
+    }
 
     void Committed() { slots_.Committed(); }
+    // How many sectors' worth is known as free.
+    SectorId KnownSectors() const noexcept { return slots_.Known() / PerSector(); }
     // Whether the root entry tells of this mini stream.
     bool IsThatOf(const DirEntry& root) const noexcept
     {

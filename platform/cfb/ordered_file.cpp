@@ -164,18 +164,17 @@ HRESULT OrderedFile::ReadDirect(std::uint64_t offset, BYTE* to, std::size_t coun
     return S_OK;
 }
 
-HRESULT OrderedFile::Read(std::uint64_t offset, void* to, std::size_t count)
+HRESULT OrderedFile::ReadPages(std::uint64_t offset, BYTE* to, std::size_t count)
 {
-    auto* out = static_cast<BYTE*>(to);
     if (count >= kPage)
-        return ReadDirect(offset, out, count);
+        return ReadDirect(offset, to, count);
     while (count > 0) {
         Frame* frame = nullptr;
         CFB_TRY(Fetch(offset / kPage, &frame));
         const std::size_t at = offset % kPage;
         const std::size_t part = std::min(count, kPage - at);
-        std::memcpy(out, frame->bytes + at, part);
-        out += part;
+        std::memcpy(to, frame->bytes + at, part);
+        to += part;
         offset += part;
         count -= part;
     }
@@ -195,7 +194,7 @@ bool OrderedFile::MustGoOutBefore(const Frame& frame) const noexcept
     return other->stage > frame.first_stage;
 }
 
-HRESULT OrderedFile::MarkPending(Frame& frame, std::size_t begin, std::size_t end)
+HRESULT OrderedFile::MarkPending(Frame& frame)
 {
     if (!frame.pending) {
         if (pending_.size() >= kMaxPending)
@@ -204,8 +203,8 @@ HRESULT OrderedFile::MarkPending(Frame& frame, std::size_t begin, std::size_t en
         frame.pending = true;
         frame.pending_at = pending_.size() - 1;
         frame.first_stage = frame.stage = stage_;
-        frame.dirty_begin = begin;
-        frame.dirty_end = end;
+        frame.dirty_begin = kPage;
+        frame.dirty_end = 0;
         return S_OK;
     }
     if (frame.stage != stage_) {
@@ -216,14 +215,11 @@ HRESULT OrderedFile::MarkPending(Frame& frame, std::size_t begin, std::size_t en
         std::swap(frame.pending_at, last->pending_at);
         frame.stage = stage_;
     }
-    frame.dirty_begin = std::min(frame.dirty_begin, begin);
-    frame.dirty_end = std::max(frame.dirty_end, end);
     return S_OK;
 }
 
-HRESULT OrderedFile::Write(std::uint64_t offset, const void* from, std::size_t count)
+HRESULT OrderedFile::WritePages(std::uint64_t offset, const BYTE* from, std::size_t count)
 {
-    const auto* in = static_cast<const BYTE*>(from);
     while (count > 0) {
         Frame* frame = nullptr;
         CFB_TRY(Fetch(offset / kPage, &frame));
@@ -231,9 +227,9 @@ HRESULT OrderedFile::Write(std::uint64_t offset, const void* from, std::size_t c
             CFB_TRY(Flush());
         const std::size_t at = offset % kPage;
         const std::size_t part = std::min(count, kPage - at);
-        CFB_TRY(MarkPending(*frame, at, at + part));
-        std::memcpy(frame->bytes + at, in, part);
-        in += part;
+        CFB_TRY(MarkPending(*frame));
+        Change(*frame, at, from, part);
+        from += part;
         offset += part;
         count -= part;
         Extend(offset);

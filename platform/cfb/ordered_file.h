@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <vector>
 
@@ -53,9 +54,26 @@ public:
     void Extend(std::uint64_t size) noexcept { size_ = std::max(size_, size); }
 
     // Reads `count` bytes, pending writes included. Bytes behind the end are zeros.
-    [[nodiscard]] HRESULT Read(std::uint64_t offset, void* to, std::size_t count);
+    [[nodiscard]] HRESULT Read(std::uint64_t offset, void* to, std::size_t count)
+    {
+        // Most reads are of a few bytes, near those before.
+        Frame* const frame = Recent(offset, count);
+        if (!frame)
+            return ReadPages(offset, static_cast<BYTE*>(to), count);
+        frame->used = true;
+        std::memcpy(to, frame->bytes + offset % kPage, count);
+        return S_OK;
+    }
     // Adds a write at the present place in the order.
-    [[nodiscard]] HRESULT Write(std::uint64_t offset, const void* from, std::size_t count);
+    [[nodiscard]] HRESULT Write(std::uint64_t offset, const void* from, std::size_t count)
+    {
+        Frame* const frame = Recent(offset, count);
+        if (!frame || !frame->pending || frame->stage != stage_)
+            return WritePages(offset, static_cast<const BYTE*>(from), count);
+        Change(*frame, offset % kPage, from, count);
+        Extend(offset + count);
+        return S_OK;
+    }
     // Writes content, which may be overwritten in place: it goes out at any time between now and the next
     // Order.
     [[nodiscard]] HRESULT WriteData(std::uint64_t offset, const void* from, std::size_t count)
@@ -84,7 +102,7 @@ private:
     static constexpr std::size_t kWrittenThrough = 8 * kPage;  // content from this size on isn't cached
     static constexpr std::size_t kPagesAtOnce = 32;
     static constexpr std::size_t kPagesAhead = 8;
-    static constexpr std::size_t kRecent = 16;
+    static constexpr std::size_t kRecent = 64;
 
     static constexpr std::uint64_t kNoPage = ~std::uint64_t{0};
 
@@ -101,6 +119,23 @@ private:
         BYTE bytes[kPage];
     };
 
+    // The page of these bytes, when they lie in one that was used lately.
+    Frame* Recent(std::uint64_t offset, std::size_t count) noexcept
+    {
+        Frame* const frame = recent_[offset / kPage % kRecent];
+        const bool holds = frame && frame->page == offset / kPage && offset % kPage + count <= kPage;
+        return holds ? frame : nullptr;
+    }
+    // Of a page that is pending in the present step.
+    static void Change(Frame& frame, std::size_t at, const void* from, std::size_t count) noexcept
+    {
+        frame.used = true;
+        frame.dirty_begin = std::min(frame.dirty_begin, at);
+        frame.dirty_end = std::max(frame.dirty_end, at + count);
+        std::memcpy(frame.bytes + at, from, count);
+    }
+    [[nodiscard]] HRESULT WritePages(std::uint64_t offset, const BYTE* from, std::size_t count);
+    [[nodiscard]] HRESULT ReadPages(std::uint64_t offset, BYTE* to, std::size_t count);
     static std::size_t BucketOf(std::uint64_t page) noexcept { return page % kBuckets; }
     Frame* Find(std::uint64_t page) noexcept;
     Frame* FindInBuckets(std::uint64_t page) noexcept;
@@ -112,7 +147,7 @@ private:
     std::size_t RunToLoad(std::uint64_t page) noexcept;
     [[nodiscard]] HRESULT LoadRun(std::uint64_t page, std::size_t count);
     bool MustGoOutBefore(const Frame& frame) const noexcept;
-    [[nodiscard]] HRESULT MarkPending(Frame& frame, std::size_t begin, std::size_t end);
+    [[nodiscard]] HRESULT MarkPending(Frame& frame);
     [[nodiscard]] HRESULT WriteThrough(std::uint64_t offset, const void* from, std::size_t count);
     [[nodiscard]] HRESULT Grow();
     [[nodiscard]] HRESULT Flush();

@@ -45,7 +45,7 @@ HRESULT SectorAllocator::Reserve(SectorId count)
         slots_.GiveUnused(begin, begin + added);
         lacking -= added;
     }
-    return fat_.LinkGrowth();
+    return S_OK;
 }
 
 // Adds a sector to the file's end.
@@ -66,29 +66,6 @@ HRESULT SectorAllocator::Append(SectorId* sector)
             return S_OK;
         CFB_TRY(fat_.SetNext(*sector, kEndOfChain));
     }
-}
-
-HRESULT SectorAllocator::Free(SectorId sector)
-{
-    CFB_TRY(fat_.SetNext(sector, kFreeSector));
-    slots_.Give(sector);
-    return S_OK;
-}
-
-HRESULT SectorAllocator::FreeChain(SectorId* at, std::uint32_t most)
-{
-    for (; most > 0 && *at < sectors_.Count(); --most) {
-        const SectorId sector = *at;
-        CFB_TRY(fat_.FollowFreed(sector, at));
-        if (*at > kMaxSector && *at != kEndOfChain) {
-            *at = kEndOfChain;
-            return S_OK;
-        }
-        CFB_TRY(Free(sector));
-    }
-    if (*at >= sectors_.Count())
-        *at = kEndOfChain;
-    return S_OK;
 }
 
 // Where the free sectors at the end begin, with *end sectors in all.

@@ -14,19 +14,6 @@ void SectorFile::Open(unsigned shift) noexcept
     count_ = static_cast<SectorId>(std::min<std::uint64_t>(sectors > 0 ? sectors - 1 : 0, kMaxSector));
 }
 
-bool SectorFile::Within(SectorId sector, std::uint64_t offset, std::size_t count) const noexcept
-{
-    const std::uint64_t end = std::uint64_t{count_} << shift_;
-    const std::uint64_t begin = (std::uint64_t{sector} << shift_) + offset;
-    return sector < count_ && begin >= offset && begin <= end && count <= end - begin;
-}
-
-HRESULT SectorFile::Read(SectorId sector, std::uint64_t offset, void* to, std::size_t count)
-{
-    return Within(sector, offset, count) ? file_.Read(OffsetOf(sector) + offset, to, count)
-                                         : STG_E_DOCFILECORRUPT;
-}
-
 HRESULT SectorFile::Write(SectorId sector, std::uint64_t offset, const void* from, std::size_t count)
 {
     return Within(sector, offset, count) ? file_.Write(OffsetOf(sector) + offset, from, count)

@@ -35,7 +35,11 @@ public:
     OrderedFile& File() noexcept { return file_; }
 
     // `offset` may lie behind the first sector; the range may go on through the sectors that follow.
-    [[nodiscard]] HRESULT Read(SectorId sector, std::uint64_t offset, void* to, std::size_t count);
+    [[nodiscard]] HRESULT Read(SectorId sector, std::uint64_t offset, void* to, std::size_t count)
+    {
+        return Within(sector, offset, count) ? file_.Read(OffsetOf(sector) + offset, to, count)
+                                             : STG_E_DOCFILECORRUPT;
+    }
     [[nodiscard]] HRESULT Write(SectorId sector, std::uint64_t offset, const void* from, std::size_t count);
     // See OrderedFile::WriteData.
     [[nodiscard]] HRESULT WriteData(SectorId sector, std::uint64_t offset, const void* from,
@@ -55,7 +59,12 @@ public:
     [[nodiscard]] HRESULT Cut(SectorId count);
 
 private:
-    bool Within(SectorId sector, std::uint64_t offset, std::size_t count) const noexcept;
+    bool Within(SectorId sector, std::uint64_t offset, std::size_t count) const noexcept
+    {
+        const std::uint64_t end = std::uint64_t{count_} << shift_;
+        const std::uint64_t begin = (std::uint64_t{sector} << shift_) + offset;
+        return sector < count_ && begin >= offset && begin <= end && count <= end - begin;
+    }
 
     OrderedFile& file_;
     unsigned shift_ = 9;

@@ -11,8 +11,11 @@ HRESULT StreamBody::Load(EntryId id)
 {
     DirEntry entry;
     CFB_TRY(volume_->directory.Read(id, &entry));
-    if (entry.Type() != EntryType::kStream)
-        return STG_E_DOCFILECORRUPT;
+    return entry.Type() == EntryType::kStream ? Load(id, entry) : STG_E_DOCFILECORRUPT;
+}
+
+HRESULT StreamBody::Load(EntryId id, const DirEntry& entry)
+{
     CFB_TRY(Take(entry));
     CFB_TRY(volume_->ClaimChain(id, Table(IsMini(size_)), chain_.First()));
     id_ = id;

@@ -17,6 +17,7 @@ public:
 
     // Takes start and size from the stream's entry. STG_E_DOCFILECORRUPT: the size is more than the file has.
     [[nodiscard]] HRESULT Load(EntryId id);
+    [[nodiscard]] HRESULT Load(EntryId id, const DirEntry& entry);
     // The same from an entry that isn't in the file: what becomes of the stream is written there.
     [[nodiscard]] HRESULT Load(DirEntry& entry);
     // The same for a stream that was just made.

@@ -148,6 +148,14 @@ HRESULT Volume::Trim(bool all)
     if (!changed_)
         return S_OK;
     const SectorId least = all ? 1 : std::max(kWorthTrimming, sectors.Count() / 8);
+    if (!all) {
+        // A look at the end may cost more than what was freed: not before as much as may be worth it is free.
+        const SectorId known = allocator.Known() + mini.KnownSectors() + directory.KnownSectors();
+        knownAtTrim_ = std::min(knownAtTrim_, known);
+        if (known < least || known - knownAtTrim_ < kWorthTrimming)
+            return S_OK;
+        knownAtTrim_ = known;
+    }
     CFB_TRY(mini.Trim(least));
     CFB_TRY(directory.Trim(least));
     CFB_TRY(Commit());

@@ -68,6 +68,7 @@ private:
     [[nodiscard]] HRESULT ClaimTables(const DirEntry& root);
 
     bool changed_ = false;
+    SectorId knownAtTrim_ = 0;  // free sectors, when the end was looked at last
 };
 
 }  // namespace quorvane::cfb
