@@ -217,13 +217,15 @@ HRESULT CompoundFile::PutRight(OpenElement& storage)
 // Before a change: sees to it that the storage's tree is none that grows without balance.
 HRESULT CompoundFile::PutRightIfNeeded(OpenElement& storage)
 {
-    if (!storage.probed && !storage.surveyed) {
+    if (!storage.probed && !storage.surveyed && volume_->probed != storage.id) {
         bool deep = false;
         CFB_TRY(volume_->tree.Probe(storage.id, &deep));
-        storage.probed = true;
         if (deep)
             CFB_TRY(Survey(storage));
+        else
+            volume_->probed = storage.id;
     }
+    storage.probed = true;
     return storage.index ? PutRight(storage) : S_OK;
 }
 
@@ -243,7 +245,7 @@ void CompoundFile::NoteMoves(const std::vector<TreeEdit::Move>& moves)
     volume_->tree.Changed();
     for (const TreeEdit::Move& move : moves) {
         open_.Moved(move.from, move.to);
-        volume_->owners.Moved(move.from, move.to);
+        volume_->Moved(move.from, move.to);
     }
 }
 
@@ -433,7 +435,7 @@ HRESULT CompoundFile::Rename(OpenElement& storage, const ElementName& from, cons
         CFB_TRY(volume_->edit.Remove(from, &id));
         CFB_TRY(volume_->edit.Insert(renamed, entry, &replaced));
         CFB_TRY(ApplyEdit());
-        volume_->owners.Moved(id, renamed);
+        volume_->Moved(id, renamed);
         CFB_TRY(volume_->directory.Free(id));
         return volume_->Commit();
     });
@@ -482,10 +484,10 @@ HRESULT CompoundFile::FreeElement(EntryId id)
         if (entry.IsStorage())
             storages.push_back(at);  // whose elements are still to come
         else
-            volume_->owners.Freed(at);
+            volume_->Freed(at);
     }
     for (const EntryId storage : storages)
-        volume_->owners.Freed(storage);
+        volume_->Freed(storage);
     return S_OK;
 }
 

@@ -108,6 +108,7 @@ HRESULT Volume::LoadTables()
         return STG_E_DOCFILECORRUPT;
     mini.Reset(root);
     owners.Clear();
+    probed = kNoEntry;
     return ClaimTables(root);
 }
 
@@ -131,6 +132,20 @@ HRESULT Volume::ClaimChain(EntryId stream, LinkTable& table, SectorId first)
         return STG_E_DOCFILECORRUPT;
     owners.SetHoldsChain(stream, true);
     return S_OK;
+}
+
+void Volume::Moved(EntryId from, EntryId to)
+{
+    owners.Moved(from, to);
+    if (probed == from)
+        probed = to;
+}
+
+void Volume::Freed(EntryId entry) noexcept
+{
+    owners.Freed(entry);
+    if (probed == entry)
+        probed = kNoEntry;
 }
 
 HRESULT Volume::Commit()

@@ -43,6 +43,9 @@ public:
     // Sees to it that the chain of a stream is no other's, as far as its first sector tells; the rest is seen
     // as it is walked. STG_E_DOCFILECORRUPT.
     [[nodiscard]] HRESULT ClaimChain(EntryId stream, LinkTable& table, SectorId first);
+    // An entry has got another number, or is free: what is known of it goes along.
+    void Moved(EntryId from, EntryId to);
+    void Freed(EntryId entry) noexcept;
     // Frees a chain that nothing points at any more, in steps of bounded memory, with commits.
     [[nodiscard]] HRESULT FreeSectors(SectorId first);
     [[nodiscard]] HRESULT FreeMiniSectors(SectorId first);
@@ -60,6 +63,8 @@ public:
     DirTree tree;
     TreeEdit edit;
     EntryOwners owners;
+    // The storage whose tree was looked at last before a change, and isn't too deep.
+    EntryId probed = kNoEntry;
 
 private:
     static constexpr std::uint32_t kFreedAtOnce = 4096;
