@@ -316,6 +316,57 @@ TEST_F(CorpusTest, EverySoundFileWithAThirdOfItsElementsExchangedIsReadByOtherPr
     EXPECT_EQ(std::vector<std::string>(), RefusedBy("7z t -tCompound", changed, originals));
 }
 
+// Which of three other programs read a file: libgsf's, olefile, 7-Zip, each by a letter.
+std::string ReadersOf(const fs::path& file)
+{
+    const std::string name = " '" + file.string() + "' >/dev/null 2>&1";
+    std::string readers;
+    if (std::system(("gsf list" + name).c_str()) == 0)
+        readers += "g";
+    if (std::system(("/usr/bin/python3 -c 'import olefile, sys; f = olefile.OleFileIO(sys.argv[1]); "
+                     "[f.openstream(s).read() for s in f.listdir()]'" +
+                     name)
+                        .c_str()) == 0)
+        readers += "o";
+    if (std::system(("7z t -tCompound" + name).c_str()) == 0)
+        readers += "7";
+    return readers;
+}
+
+TEST(RootNameTest, AFileWhoseRootHasNoProperNameIsReadAndChangedAsOtherProgramsReadIt)
+{
+    Session made(Road::kLockBytes);
+    ASSERT_EQ(S_OK, made.Create(Layout::kVersion3));
+    ASSERT_EQ(S_OK, WriteStream(*made.root, "s", Pattern(9'000, 1)));
+    ASSERT_EQ(S_OK, WriteStream(*made.root, "t", Pattern(90, 2)));
+    made.Close();
+    constexpr std::size_t kRoot = 1024;
+    struct Name {
+        char letter;  // of which the 64 bytes are full; 0: none
+        unsigned length;
+    };
+    for (const auto& [letter, length] : {Name{0, 0}, {0, 2}, {'R', 3}, {'R', 64}, {'R', 0xFFFF}}) {
+        SCOPED_TRACE(length);
+        Bytes file = made.Content();
+        ASSERT_EQ(5, file[kRoot + 66]);
+        std::fill_n(file.begin() + kRoot, 64, static_cast<BYTE>(letter));
+        file[kRoot + 64] = static_cast<BYTE>(length);
+        file[kRoot + 65] = static_cast<BYTE>(length >> 8);
+        Session session(Road::kFile, file);
+        const std::string readers = ReadersOf(session.file);
+        EXPECT_EQ("go", readers.substr(0, 2));
+        ASSERT_EQ(S_OK, session.Open(kOpen));
+        EXPECT_EQ(S_OK, WriteStream(*session.root, "u", Pattern(700, 3)));
+        session.Close();
+        Tree tree;
+        ASSERT_EQ(S_OK, session.Open(kRead));
+        EXPECT_EQ(S_OK, Walk(*session.root, "", &tree));
+        EXPECT_EQ((Tree{{"s", Pattern(9'000, 1)}, {"t", Pattern(90, 2)}, {"u", Pattern(700, 3)}}), tree);
+        session.Close();
+        EXPECT_EQ(readers, ReadersOf(session.file));
+    }
+}
+
 long PeakKilobytes()
 {
     struct rusage usage;

@@ -488,6 +488,20 @@ TEST_F(DocfileTest, AFileWithDifatSectorsIsSoundAndReadsBack)
     EXPECT_TRUE(content == found);
 }
 
+TEST_F(DocfileTest, APartOfTheListOfFatSectorsIsGivenBack)
+{
+    ASSERT_EQ(S_OK, WriteStream(*root, "large", Pattern(8'000'000, 1)));
+    for (unsigned i = 0; i < 6; ++i)
+        ASSERT_EQ(S_OK, WriteStream(*root, std::to_string(i), Pattern(100'000, i)));
+    for (unsigned i = 6; i-- > 0;) {
+        ASSERT_EQ(S_OK, root->DestroyElement(Wide(std::to_string(i)).c_str()));
+        ASSERT_EQ(S_OK, root->Commit(STGC_DEFAULT));
+        const Findings findings = Examine(ContentOf(*bytes));
+        EXPECT_EQ("", Text(findings.faults) + Text(findings.leaks)) << i;
+    }
+    EXPECT_GT(std::size_t{8'200'000}, ContentOf(*bytes).size());
+}
+
 TEST_F(DocfileTest, ElementsCanBeDeepButNotBottomless)
 {
     std::vector<ComPtr<IStorage>> chain{root};

@@ -262,6 +262,61 @@ TEST_F(DraftsTest, WhatIsDestroyedInANewStorageLeavesItsRoomToTheNextAtOnce)
     CloseAndExpect({{"s", std::nullopt}});
 }
 
+TEST_F(DraftsTest, AnElementOfANewStorageIsReplacedOnlyWhenThatIsAskedFor)
+{
+    const auto storage = Make(*root, "s");
+    ASSERT_EQ(S_OK, WriteStream(*storage, "a", Pattern(100, 1)));
+    Make(*storage, "b");
+    ComPtr<IStorage> inner;
+    ComPtr<IStream> stream;
+    for (const OLECHAR* name : {OLESTR("a"), OLESTR("b")}) {
+        EXPECT_EQ(STG_E_FILEALREADYEXISTS, storage->CreateStorage(name, kOpen, 0, 0, inner.Put()));
+        EXPECT_EQ(STG_E_FILEALREADYEXISTS, storage->CreateStream(name, kOpen, 0, 0, stream.Put()));
+    }
+    Bytes content;
+    EXPECT_EQ(S_OK, ReadStream(*storage, "a", &content));
+    EXPECT_EQ(Pattern(100, 1), content);
+}
+
+// Streams that all are open: there is nothing that could be put into the file but what is in them. A write that is
+// refused meanwhile is told.
+TEST_F(DraftsTest, OfStreamsThatAreOpenOneGoesOnInSectorsWhenTheyTakeTooMuchMemory)
+{
+    constexpr unsigned kStreams = 30;
+    auto storage = Make(*root, "s");
+    std::vector<ComPtr<IStream>> streams(kStreams);
+    Tree expected{{"s", std::nullopt}};
+    unsigned refused = 0;
+    for (unsigned i = 0; i < 2 * kStreams; ++i) {
+        const std::string name = std::to_string(i % kStreams);
+        const unsigned at = i < kStreams ? 0 : 60'000;
+        ComPtr<IStream>& stream = streams[i % kStreams];
+        if (i < kStreams) {
+            ASSERT_EQ(S_OK, storage->CreateStream(Wide(name).c_str(), kCreate, 0, 0, stream.Put()));
+        }
+        bytes->RefuseWrite(0, false);
+        const HRESULT hr = WriteAt(*stream, at, Pattern(60'000, i));
+        const bool failed = bytes->HasRefused();
+        bytes->RefuseRead(~std::size_t{0});
+        EXPECT_EQ(failed ? STG_E_MEDIUMFULL : S_OK, hr) << i;
+        refused += failed ? 1 : 0;
+        EXPECT_EQ(S_OK, WriteAt(*stream, at, Pattern(60'000, i))) << i;
+    }
+    EXPECT_LT(0u, refused);
+    EXPECT_LT(std::size_t{50'000}, bytes->Content().size());
+    EXPECT_TRUE(InFile().empty());
+    for (unsigned i = 0; i < kStreams; ++i) {
+        Bytes content = Pattern(60'000, i);
+        const Bytes more = Pattern(60'000, i + kStreams);
+        content.insert(content.end(), more.begin(), more.end());
+        expected["s/" + std::to_string(i)] = content;
+    }
+    streams.clear();
+    storage.Reset();
+    root.Reset();
+    EXPECT_TRUE(InFile() == expected);
+}
+
 // So much in small parts that they are put into the file before their storage is, and are found in it all the
 // same.
 TEST_F(DraftsTest, PartsThatNobodyHasOpenDontStayInMemory)
@@ -299,6 +354,24 @@ TEST_F(DraftsTest, PartsThatNobodyHasOpenDontStayInMemory)
 
     storage.Reset();
     CloseAndExpect(expected);
+}
+
+TEST_F(DraftsTest, GapsThatAnEarlierSessionLeftAreFilled)
+{
+    constexpr unsigned kStreams = 120;
+    for (unsigned i = 0; i < kStreams; ++i)
+        ASSERT_EQ(S_OK, WriteStream(*root, std::to_string(i), Pattern(600, i)));
+    for (unsigned i = 0; i < kStreams; i += 2)
+        ASSERT_EQ(S_OK, root->DestroyElement(Wide(std::to_string(i)).c_str()));
+    root.Reset();
+    const std::size_t before = bytes->Content().size();
+    ASSERT_EQ(S_OK, OpenDocfileOnLockBytes(bytes.Get(), kOpen, root.Put()));
+    auto storage = Make(*root, "s");
+    for (unsigned i = 0; i < kStreams / 2 - 4; ++i)
+        ASSERT_EQ(S_OK, WriteStream(*storage, std::to_string(i), Pattern(600, i)));
+    storage.Reset();
+    root.Reset();
+    EXPECT_GE(before + 10'000, bytes->Content().size());
 }
 
 // Any series of operations below a new storage, with so much content that parts of it are in the file before.

@@ -406,6 +406,35 @@ TEST(ListFileTest, AListInPlaceOfATreeIsPutRightWhenItIsChanged)
     EXPECT_LE(findings.depth, 28u);
 }
 
+// Whoever is killed in the midst of that leaves every element but the one that was to go, at the most.
+TEST(ListFileTest, AListIsPutRightByOneWrite)
+{
+    constexpr unsigned kCount = 200;
+    const ListFile list(kCount, List::kToTheRight, 1);
+    const Bytes before = ContentOf(*list.Get());
+    Session session(Road::kLockBytes, before);
+    session.bytes->KeepLog();
+    ASSERT_EQ(S_OK, session.Open(kOpen));
+    ASSERT_EQ(S_OK, session.root->DestroyElement(Wide(ListFile::NameOf(kCount / 2)).c_str()));
+    session.Close();
+    MemoryStore state(before);
+    for (const auto& write : session.bytes->Log()) {
+        state.Apply(write);
+        Session killed(Road::kLockBytes, state.bytes);
+        Tree found;
+        ASSERT_EQ(S_OK, killed.Open(kRead));
+        ASSERT_EQ(S_OK, Walk(*killed.root, "", &found));
+        found.erase(ListFile::NameOf(kCount / 2));
+        ASSERT_EQ(kCount - 1, found.size());
+        for (unsigned i = 0; i < kCount; ++i) {
+            if (i != kCount / 2) {
+                ASSERT_EQ(ListFile::ContentOf(i), found[ListFile::NameOf(i)]);
+            }
+        }
+    }
+    EXPECT_LT(3u, session.bytes->Log().size());
+}
+
 class AListInPlaceOfATree : public ::testing::TestWithParam<std::tuple<unsigned, List, BYTE>> {
 protected:
     const unsigned count = std::get<0>(GetParam());

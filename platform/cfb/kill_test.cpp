@@ -376,6 +376,29 @@ TEST(KillTest, AfterEachWriteOfASenderThatAddsFiftyItemsTheyAreThereWholeOrNotAt
     EXPECT_EQ(1u + 50 * 12, tree.size());
 }
 
+// Nothing is said of what isn't there any more, in whichever pages the tables lie.
+TEST(KillTest, AfterEachWriteThatGivesTheEndsOfTablesBackNoTableIsShorterThanIsSaidOfIt)
+{
+    std::vector<Step> steps{MakeStream("kept"), test::Write("kept", 0, Pattern(100, 1))};
+    for (unsigned i = 0; i < 60; ++i) {
+        steps.push_back(MakeStream(std::to_string(i)));
+        steps.push_back(test::Write(std::to_string(i), 0, Pattern(3'000, i)));
+    }
+    const Bytes before = MakeFile(steps, nullptr);
+    Session session(Road::kLockBytes, before);
+    session.bytes->KeepLog();
+    ASSERT_EQ(S_OK, session.Open(kOpen));
+    for (unsigned i = 0; i < 60; ++i)
+        ASSERT_EQ(S_OK, session.root->DestroyElement(Wide(std::to_string(i)).c_str()));
+    session.Close();
+    MemoryStore state(before);
+    for (const auto& write : session.bytes->Log()) {
+        state.Apply(write);
+        ASSERT_EQ("", Text(Examine(state.bytes).faults));
+    }
+    EXPECT_GT(before.size() - 50'000, state.bytes.size());
+}
+
 // Making a file: until the last write there is none, or an empty one.
 TEST(KillTest, AfterEachWriteOfACreationThereIsNoFileOrAnEmptyOne)
 {

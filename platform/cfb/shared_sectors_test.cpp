@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
 #include <iostream>
 #include <random>
 
@@ -390,10 +391,13 @@ TEST(MutatedPackageTest, AnyMutationOfAPackageEndsInACodeAtACostBoundedByItsSize
     const Bytes package = SmallPackage();
     std::uint64_t most = 0;
     std::uint64_t refused = 0;
+    std::chrono::nanoseconds slowest{0};
     for (std::uint32_t seed = 1; seed <= count && !HasFailure(); ++seed) {
         SCOPED_TRACE("seed " + std::to_string(seed));
         const Bytes mutated = Mutated(package, seed);
+        const auto start = std::chrono::steady_clock::now();
         const Outcome outcome = ExerciseAll(mutated);
+        slowest = std::max<std::chrono::nanoseconds>(slowest, std::chrono::steady_clock::now() - start);
         most = std::max(most, outcome.moved);
         refused += SUCCEEDED(outcome.walked) && SUCCEEDED(outcome.opened) ? 0 : 1;
         EXPECT_GE(mutated.size(), ContentBytes(outcome.tree));
@@ -403,7 +407,8 @@ TEST(MutatedPackageTest, AnyMutationOfAPackageEndsInACodeAtACostBoundedByItsSize
     EXPECT_GT(20 * package.size(), most);
     EXPECT_LT(count / 10, refused);
     std::cout << count << " mutations of " << package.size() << " bytes, " << refused
-              << " refused, at the most " << most << " bytes moved\n";
+              << " refused, at the most " << most << " bytes moved, the slowest in "
+              << std::chrono::duration<double, std::milli>(slowest).count() << " ms\n";
 }
 
 }  // namespace

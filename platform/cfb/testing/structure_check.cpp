@@ -26,7 +26,7 @@ public:
                            std::equal(std::begin(kSignature), std::end(kSignature), file_.begin());
         if (!known)
             return Fault("a header of another kind"), std::move(findings_);
-        if (shift_ != 9 && shift_ != 12)
+        if (shift_ != (U16(26) == 3 ? 9 : 12))
             return Fault("sectors of a size that isn't"), std::move(findings_);
         sectorBytes_ = 1u << shift_;
         if (file_.size() < 3 * sectorBytes_)
@@ -94,8 +94,14 @@ private:
                 return;
             difatSectors_.push_back(difat);
             const std::uint32_t per = sectorBytes_ / 4 - 1;
-            for (std::uint32_t i = 0; i < per && left > 0; ++i, --left)
-                fatSectors_.push_back(U32(OffsetOf(difat) + 4 * i));
+            for (std::uint32_t i = 0; i < per; ++i) {
+                const std::uint32_t listed = U32(OffsetOf(difat) + 4 * i);
+                if (left > 0)
+                    fatSectors_.push_back(listed);
+                else if (listed != kFree)
+                    Leak("the DIFAT goes on behind what the header says");
+                left -= left > 0 ? 1 : 0;
+            }
             difat = U32(OffsetOf(difat) + 4 * per);
         }
         if (difatCount != U32(72) || left > 0)
