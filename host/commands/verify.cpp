@@ -1,3 +1,5 @@
+#include <algorithm>
+#include <chrono>
 #include <map>
 #include <thread>
 
