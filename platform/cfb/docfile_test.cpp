@@ -650,6 +650,36 @@ TEST(MemoryLockBytesTest, OnlyNothingIsReadOrWrittenWithoutABuffer)
     EXPECT_EQ(S_OK, bytes->ReadAt(Large(0), nullptr, 0, &count));
 }
 
+TEST(StreamStatTest, AStreamTellsTheModeThatItWasOpenedWith)
+{
+    const auto bytes = NewLockBytes();
+    ComPtr<IStorage> root;
+    ComPtr<IStream> stream;
+    STATSTG stat{};
+    ASSERT_EQ(S_OK, CreateDocfileOnLockBytes(bytes.Get(), kCreate, root.Put()));
+    ASSERT_EQ(S_OK, WriteStream(*root, "s", Pattern(70, 1)));
+    for (const DWORD mode : {kRead, kOpen}) {
+        ASSERT_EQ(S_OK, root->OpenStream(OLESTR("s"), nullptr, mode, 0, stream.Put()));
+        ASSERT_EQ(S_OK, stream->Stat(&stat, STATFLAG_NONAME));
+        EXPECT_EQ(mode, stat.grfMode);
+        EXPECT_EQ(70u, stat.cbSize.QuadPart);
+        stream.Reset();
+    }
+}
+
+TEST(StreamStatTest, AStreamHasNoTimes)
+{
+    const auto bytes = NewLockBytes();
+    ComPtr<IStorage> root;
+    ASSERT_EQ(S_OK, CreateDocfileOnLockBytes(bytes.Get(), kCreate, root.Put()));
+    ASSERT_EQ(S_OK, WriteStream(*root, "s", Pattern(70, 1)));
+    const Bytes before = ContentOf(*bytes);
+    const FILETIME time = {77, 99};
+    EXPECT_EQ(S_OK, root->SetElementTimes(OLESTR("s"), &time, nullptr, &time));
+    root.Reset();
+    EXPECT_TRUE(before == ContentOf(*bytes));
+}
+
 TEST(ReservedArgumentsTest, AreToBeNone)
 {
     const auto bytes = NewLockBytes();

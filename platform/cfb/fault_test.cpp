@@ -386,6 +386,28 @@ TEST(FaultsInARowTest, ACutLastSectorIsWholeBeforeAnythingPointsAtIt)
     }
 }
 
+// Some programs leave the end of the last sector out. Whoever has changed the file leaves it whole.
+TEST(FaultsInARowTest, ACutLastSectorThatIsInUseIsWholeOnceTheFileWasChanged)
+{
+    Session made(Road::kLockBytes);
+    ASSERT_EQ(S_OK, made.Create(Layout::kVersion3));
+    ASSERT_EQ(S_OK, WriteStream(*made.root, "first", Pattern(40, 1)));
+    ASSERT_EQ(S_OK, WriteStream(*made.root, "last", Pattern(5'000, 2)));
+    made.Close();
+    Bytes file = made.Content();
+    file.resize(file.size() - 100);
+    Session session(Road::kLockBytes, file);
+    ASSERT_EQ(S_OK, session.Open(kOpen));
+    ASSERT_EQ(S_OK, test::Write("first", 0, Pattern(40, 3)).run(session));
+    session.Close();
+    EXPECT_EQ(0u, session.Content().size() % 512);
+    EXPECT_EQ("", Text(Examine(session.Content()).faults));
+    Tree tree;
+    ASSERT_EQ(S_OK, session.Open(kRead));
+    EXPECT_EQ(S_OK, Walk(*session.root, "", &tree));
+    EXPECT_EQ((Tree{{"first", Pattern(40, 3)}, {"last", Pattern(5'000, 2)}}), tree);
+}
+
 // So many sectors that they are freed in several writes.
 TEST(FaultsInARowTest, AWriteThatIsRefusedWhileMuchIsFreedIsTold)
 {
