@@ -31,7 +31,7 @@ private:
     // How many entries the change of the tree that comes next takes, and a little more.
     static constexpr EntryId kForTheTree = 8;
     // Contents of small streams are gathered up to that many mini sectors, and written at once.
-    static constexpr SectorId kGathered = 4096;
+    static constexpr SectorId kGathered = 1024;
 
     void Count(const Draft& draft) noexcept;
     [[nodiscard]] HRESULT Reserve();
