@@ -98,4 +98,10 @@ std::uint64_t AcknowledgedUpTo(const Acks& acks, const DeviceId& sender, const E
     return of == acks.senders.end() || of->second.epoch != epoch ? 0 : of->second.applied;
 }
 
+std::uint64_t AppliedOfAnotherEpoch(const Acks& acks, const DeviceId& sender, const Epoch& epoch)
+{
+    const auto of = acks.senders.find(sender);
+    return of == acks.senders.end() || of->second.epoch == epoch ? 0 : of->second.applied;
+}
+
 }  // namespace quorvane::host::exchange

@@ -116,6 +116,9 @@ TEST_F(AcksTest, CountInTheirEpochAlone)
     EXPECT_EQ(AcknowledgedUpTo(Make(), alice.Id(), Epoch{1}), 41U);
     EXPECT_EQ(AcknowledgedUpTo(Make(), alice.Id(), Epoch{2}), 0U);
     EXPECT_EQ(AcknowledgedUpTo(Make(), bob.Id(), Epoch{1}), 0U);
+    EXPECT_EQ(AppliedOfAnotherEpoch(Make(), alice.Id(), Epoch{1}), 0U);
+    EXPECT_EQ(AppliedOfAnotherEpoch(Make(), alice.Id(), Epoch{2}), 41U);
+    EXPECT_EQ(AppliedOfAnotherEpoch(Make(), bob.Id(), Epoch{2}), 0U);
 }
 
 }  // namespace

@@ -8,8 +8,11 @@ Intake JudgeOrder(const SenderState& sender, const ForUs& package)
 {
     if (sender.overEpochs.contains(package.epoch))
         return Intake::kOver;
-    if (sender.applied == 0 || package.epoch != sender.epoch)
+    if (sender.applied == 0 || package.epoch != sender.epoch) {
+        if (package.sequence <= sender.applied)
+            return Intake::kOver;
         return package.previous == 0 ? Intake::kNewEpoch : Intake::kTooEarly;
+    }
     if (package.sequence <= sender.applied)
         return Intake::kApplied;
     return package.previous <= sender.applied ? Intake::kApply : Intake::kTooEarly;
@@ -31,10 +34,9 @@ void NoteApplied(SenderState& sender, const ForUs& package)
 
 std::optional<SequenceRange> GapBefore(const SenderState& sender, const ForUs& package)
 {
-    if (JudgeOrder(sender, package) != Intake::kTooEarly)
+    if (JudgeOrder(sender, package) != Intake::kTooEarly || package.previous <= sender.applied)
         return std::nullopt;
-    const std::uint64_t applied = package.epoch == sender.epoch ? sender.applied : 0;
-    return SequenceRange{applied + 1, package.previous};
+    return SequenceRange{sender.applied + 1, package.previous};
 }
 
 bool GapWatch::IsDue(const std::optional<SequenceRange>& seen, std::int64_t now, std::int64_t patience)

@@ -5,7 +5,8 @@
 // misses, whatever the others get: behind a gap nothing is applied, skipped or forgotten. What a sender no longer
 // has it makes again, and names as its predecessor the last one that the receiver acknowledged. A sender that finds
 // itself behind its own traces (its mailbox came out of a backup) begins a new epoch, and what it sent in the one
-// before is then over: such a package may be any old one.
+// before is then over: such a package may be any old one. Numbers rise from epoch to epoch, too: of an epoch that
+// wasn't heard of, what has a number up to the last one that was applied is of an older one.
 #ifndef QUORVANE_HOST_EXCHANGE_INTAKE_H_
 #define QUORVANE_HOST_EXCHANGE_INTAKE_H_
 
@@ -39,7 +40,7 @@ enum class Intake {
     kApplied,   // it was applied already, or made again since
     kTooEarly,  // those before it aren't here yet: it stays where it is
     kNewEpoch,  // the first of an epoch that wasn't heard of
-    kOver,      // of an epoch that is over: refused
+    kOver,      // of an epoch that is over, or of an older one: refused
 };
 
 Intake JudgeOrder(const SenderState& sender, const ForUs& package);
@@ -47,8 +48,8 @@ Intake JudgeOrder(const SenderState& sender, const ForUs& package);
 // Notes that a package (kApply or kNewEpoch) is applied and durable.
 void NoteApplied(SenderState& sender, const ForUs& package);
 
-// What is missing before a package that came too early; empty for any other, and where only an epoch's beginning
-// would tell.
+// What is missing before a package that came too early; empty for any other, and where nothing that could still be
+// applied is missing.
 std::optional<SequenceRange> GapBefore(const SenderState& sender, const ForUs& package);
 
 // How long a gap stands until it is asked for: files come late and out of order. Times are those of any clock that

@@ -53,15 +53,28 @@ TEST(IntakeTest, WhatWasSentInAnEpochThatIsOverIsRefused)
     NoteApplied(sender, Package(1, 1, 0));
     NoteApplied(sender, Package(1, 2, 1));
     EXPECT_EQ(JudgeOrder(sender, Package(2, 4, 3)), Intake::kTooEarly);
-    EXPECT_EQ(JudgeOrder(sender, Package(2, 1, 0)), Intake::kNewEpoch);
-    NoteApplied(sender, Package(2, 1, 0));
+    EXPECT_EQ(JudgeOrder(sender, Package(2, 3, 0)), Intake::kNewEpoch);
+    NoteApplied(sender, Package(2, 3, 0));
 
     EXPECT_EQ(JudgeOrder(sender, Package(1, 1, 0)), Intake::kOver);
-    EXPECT_EQ(JudgeOrder(sender, Package(1, 3, 2)), Intake::kOver);
-    EXPECT_EQ(JudgeOrder(sender, Package(2, 2, 1)), Intake::kApply);
-    NoteApplied(sender, Package(3, 1, 0));
-    EXPECT_EQ(JudgeOrder(sender, Package(1, 1, 0)), Intake::kOver);
-    EXPECT_EQ(JudgeOrder(sender, Package(2, 1, 0)), Intake::kOver);
+    EXPECT_EQ(JudgeOrder(sender, Package(1, 4, 3)), Intake::kOver);
+    EXPECT_EQ(JudgeOrder(sender, Package(2, 4, 3)), Intake::kApply);
+    NoteApplied(sender, Package(3, 4, 0));
+    EXPECT_EQ(JudgeOrder(sender, Package(1, 5, 0)), Intake::kOver);
+    EXPECT_EQ(JudgeOrder(sender, Package(2, 5, 3)), Intake::kOver);
+}
+
+// The first packages of an epoch came to nobody, then the next epoch began, and the place brings the old ones.
+TEST(IntakeTest, AnEpochThatWasOverBeforeItWasHeardOfDoesntEndTheOneThatIs)
+{
+    SenderState sender;
+    NoteApplied(sender, Package(1, 4, 0));
+    NoteApplied(sender, Package(3, 9, 0));
+
+    EXPECT_EQ(JudgeOrder(sender, Package(2, 5, 0)), Intake::kOver);
+    EXPECT_EQ(JudgeOrder(sender, Package(2, 9, 5)), Intake::kOver);
+    EXPECT_EQ(GapBefore(sender, Package(2, 9, 5)), std::nullopt);
+    EXPECT_EQ(JudgeOrder(sender, Package(3, 10, 9)), Intake::kApply);
 }
 
 // An epoch of zeros is one as any other.
@@ -82,7 +95,21 @@ TEST(IntakeTest, AGapIsWhatIsMissingBeforeAPackageThatCameTooEarly)
     EXPECT_EQ(GapBefore(sender, Package(1, 9, 5)), std::nullopt);
     EXPECT_EQ(GapBefore(sender, Package(1, 9, 6)), (SequenceRange{6, 6}));
     EXPECT_EQ(GapBefore(sender, Package(1, 12, 9)), (SequenceRange{6, 9}));
-    EXPECT_EQ(GapBefore(sender, Package(2, 12, 9)), (SequenceRange{1, 9}));
+    EXPECT_EQ(GapBefore(sender, Package(2, 12, 9)), (SequenceRange{6, 9}));
+    EXPECT_EQ(GapBefore(sender, Package(2, 12, 5)), std::nullopt);
+}
+
+// The beginning of a new epoch is late: what was applied is of the one before.
+TEST(IntakeTest, AnEpochsBeginningCanBeAskedFor)
+{
+    SenderState sender;
+    NoteApplied(sender, Package(1, 8, 0));
+    const auto gap = GapBefore(sender, Package(2, 10, 9));
+    ASSERT_TRUE(gap);
+
+    const DeviceKeys receiver;
+    const Acks acks{1, {{DeviceKeys().Id(), {sender.epoch, sender.applied, {*gap}}}}};
+    EXPECT_EQ(ReadAcks(WriteAcks(receiver, acks), receiver.Signing()), acks);
 }
 
 TEST(IntakeTest, AGapIsAskedForWhenItHasStoodForItsTime)

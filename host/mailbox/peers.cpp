@@ -157,6 +157,11 @@ void Peers::BeginEpoch(const exchange::Epoch& epoch, std::uint64_t sequence)
     transaction.Commit();
 }
 
+void Peers::CountOnFrom(std::uint64_t sequence)
+{
+    Statement(database_, "UPDATE mailbox SET sequence = max(sequence, ?)").Bind(1, Signed(sequence)).Run();
+}
+
 std::vector<Peer> Peers::Read(const char* where, const std::string& key)
 {
     Statement select(database_, (std::string(kSelectPeer) + where).c_str());

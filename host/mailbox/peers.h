@@ -87,6 +87,8 @@ public:
     // The mailbox is behind what it did itself, as far as its number `sequence`: another epoch begins, and all
     // members are owed everything.
     void BeginEpoch(const exchange::Epoch& epoch, std::uint64_t sequence);
+    // The next package gets a greater number than this.
+    void CountOnFrom(std::uint64_t sequence);
 
     std::vector<Peer> All();
     std::optional<Peer> Find(const exchange::DeviceId& id);

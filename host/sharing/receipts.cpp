@@ -16,6 +16,8 @@ constexpr std::size_t kMostStrangers = 100;
 constexpr std::size_t kMostReported = 1000;
 // How many of a stranger's packages are looked at.
 constexpr std::size_t kMostLookedAt = 16;
+// Who claims to have taken packages of numbers that are so far away is lying.
+constexpr std::uint64_t kFurthestAhead = std::uint64_t{1} << 32;
 constexpr std::uint64_t kUnitsASecond = 10'000'000;  // of a FILETIME
 
 // Whether a package lies there as this device has sealed it.
@@ -102,6 +104,7 @@ void Receipts::Begin(Transport& transport)
         transport.peers.BeginEpoch(NewEpoch(), sequence);
     }
     hasBegun_ = true;
+    nextAcks_ = nextCards_ = {};
 }
 
 void Receipts::Look(Transport& transport)
@@ -125,17 +128,28 @@ void Receipts::Look(Transport& transport)
     nextAcks_ = Clock::now() + kAcksInterval;
 }
 
-// What somebody removed from the exchange is laid there again.
+// What somebody removed from the exchange is laid there again. Where later acknowledgements of this device lie than it
+// has made, it came out of a backup; when more of them come, a copy of the mailbox is at work.
 void Receipts::KeepOwnNotes(Transport& transport)
 {
     PublishCard(transport, name_);
+    std::uint64_t serial = 0;
     try {
-        if (transport.place.Read(transport.keys.Id(), exchange::Place::Note::kAcks, exchange::Acks::kLongest))
-            return;
+        const auto bytes =
+            transport.place.Read(transport.keys.Id(), exchange::Place::Note::kAcks, exchange::Acks::kLongest);
+        serial = bytes ? exchange::ReadAcks(*bytes, transport.keys.Signing()).serial : 0;
     } catch (const exchange::Error&) {
         // Whatever lies there is replaced.
     }
+    if (serial == 0)
+        told_.clear();
+    if (serial <= std::max(foreignSerial_, transport.peers.LastAcksSerial()))
+        return;
+    if (foreignSerial_ != 0)
+        throw CopyAtWork();
+    foreignSerial_ = serial;
     told_.clear();
+    hasBegun_ = false;
 }
 
 void Receipts::LookForCards(Transport& transport)
@@ -210,11 +224,39 @@ bool Receipts::MayRemake(const Peer& peer) const
     return FileTimeNow() >= peer.remade + static_cast<std::uint64_t>(askAfter_) * kUnitsASecond;
 }
 
+// Whether a member has taken more than this mailbox has sent, which then came out of a backup while the place hid that:
+// it begins anew with the next step. One that has done so already counts on from where the member is, or what it sends
+// would pass there for old.
+bool Receipts::IsPastOwn(Transport& transport, const Peer& peer, const exchange::Acks& acks)
+{
+    const exchange::DeviceId& own = transport.keys.Id();
+    const exchange::Epoch epoch = transport.peers.OwnEpoch();
+    const std::uint64_t last = transport.peers.LastSequence();
+    if (exchange::AcknowledgedUpTo(acks, own, epoch) > last) {
+        hasBegun_ = false;
+        return true;
+    }
+    const std::uint64_t passed = exchange::AppliedOfAnotherEpoch(acks, own, epoch);
+    if (passed == 0 || passed > last + kFurthestAhead)
+        return false;
+    const auto deliveries = transport.peers.Deliveries();
+    const bool isStuck = std::any_of(deliveries.begin(), deliveries.end(), [&](const Delivery& delivery) {
+        return delivery.device == peer.id && delivery.sequence <= passed;
+    });
+    if (!isStuck)
+        return false;
+    transport.peers.CountOnFrom(passed);
+    transport.peers.Remake(peer.id);
+    return true;
+}
+
 // Of two acks the one with the greater number holds: the place may bring old ones back.
 void Receipts::Hear(Transport& transport, const Peer& peer, Heard& heard)
 {
     const exchange::Acks& acks = heard.acks;
     if (acks.serial < peer.acksSerial)
+        return;
+    if (IsPastOwn(transport, peer, acks))
         return;
     if (acks.serial > peer.acksSerial) {
         const std::uint64_t acked = std::min(

@@ -9,9 +9,18 @@
 #include <set>
 #include <string>
 
+#include "host/base/errors.h"
 #include "host/sharing/transport.h"
 
 namespace quorvane::host {
+
+// Somebody else uses the mailbox's keys: this one must not go on.
+struct CopyAtWork : HostError {
+    CopyAtWork()
+        : HostError("another copy of this mailbox is at work in the exchange, with the same keys: only one may ever run; "
+                    "a second machine needs a mailbox of its own ('quorvane init')")
+    {}
+};
 
 // For the run's thread alone. Methods throw a HostError, or an exchange::Error when the place can't be used.
 class Receipts {
@@ -45,6 +54,7 @@ private:
         Clock::time_point judged{};  // when what they ask for was looked for
     };
     Heard* HearFrom(Transport& transport, const Peer& peer);
+    bool IsPastOwn(Transport& transport, const Peer& peer, const exchange::Acks& acks);
     void Hear(Transport& transport, const Peer& peer, Heard& heard);
     void KeepOwnNotes(Transport& transport);
     void LookForCards(Transport& transport);
@@ -59,6 +69,7 @@ private:
     std::function<void(const std::string&)> report_;
     std::int64_t askAfter_;
     bool hasBegun_ = false;
+    std::uint64_t foreignSerial_ = 0;  // of acknowledgements that this device has signed, and not here
     Clock::time_point nextAcks_{}, nextCards_{}, nextStrangers_{};
     std::map<exchange::DeviceId, Heard> heard_;
     std::map<exchange::DeviceId, exchange::Acknowledged> told_;  // what the own acks say

@@ -101,10 +101,9 @@ TEST_F(ReceiptsTest, ForgedOldAndForeignAcknowledgementsRemoveNothing)
     Look();
     EXPECT_EQ(Lying(), Numbers{1});
     EXPECT_EQ(lines.size(), 1U);
-    Acknowledge(here.alice, 1, 10, {}, exchange::Epoch{9}, here.alice);
-    Look();
-    EXPECT_EQ(Lying(), Numbers{1});
     // The number that holds is the greatest that was seen.
+    Acknowledge(here.alice, 0, 10);
+    Look();
     Acknowledge(here.alice, 1, 9);
     Look();
     EXPECT_EQ(Lying(), Numbers{1});
@@ -114,6 +113,73 @@ TEST_F(ReceiptsTest, ForgedOldAndForeignAcknowledgementsRemoveNothing)
     Acknowledge(here.alice, 1, 11);
     Look();
     EXPECT_TRUE(Lying().empty());
+}
+
+// The mailbox came out of a backup, and the place brings what would have told it so only now.
+TEST_F(ReceiptsTest, WhoHasTakenMoreThanWasSentMakesTheMailboxBeginAnew)
+{
+    Send({"alice"});
+    const exchange::Epoch before = here.transport.peers.OwnEpoch();
+    Receipts receipts("bob", [this](const std::string& line) { lines.push_back(line); }, 0);
+    receipts.Begin(here.transport);
+    Acknowledge(here.alice, 5, 10);
+
+    receipts.Look(here.transport);
+    EXPECT_EQ(here.transport.peers.OwnEpoch(), before);
+    receipts.Begin(here.transport);
+
+    EXPECT_NE(here.transport.peers.OwnEpoch(), before);
+    EXPECT_TRUE(IsOwedAll("alice"));
+    EXPECT_EQ(Send({"alice"}), 6U);
+    EXPECT_EQ(here.transport.peers.ReceiversOf(6).at(0).previous, 0U);
+}
+
+// It has begun anew, and didn't see how far it had come before: what it sends passes there for old.
+TEST_F(ReceiptsTest, WhoIsFurtherInAnotherEpochIsSentEverythingWithGreaterNumbers)
+{
+    Send({"alice", "carol"});
+    Acknowledge(here.alice, 7, 10, {}, exchange::Epoch{9}, here.alice);
+    Look();
+
+    EXPECT_TRUE(IsOwedAll("alice"));
+    EXPECT_FALSE(IsOwedAll("carol"));
+    EXPECT_EQ(Lying(), Numbers{1});
+    EXPECT_EQ(Send({"alice"}), 8U);
+    EXPECT_EQ(here.transport.peers.ReceiversOf(8).at(0).previous, 0U);
+    Look();
+    EXPECT_EQ(Lying(), (Numbers{1, 8}));
+    EXPECT_TRUE(lines.empty());
+}
+
+TEST_F(ReceiptsTest, NobodyCanBringTheNumbersToTheirEnd)
+{
+    Send({"alice"});
+    Acknowledge(here.alice, std::uint64_t{1} << 50, 10, {}, exchange::Epoch{9}, here.alice);
+    Look();
+
+    EXPECT_FALSE(IsOwedAll("alice"));
+    EXPECT_EQ(Send({"alice"}), 2U);
+}
+
+// The acknowledgements that another one with this device's keys writes. A mailbox that was restored finds such ones
+// once; when more of them come, a copy of it is at work.
+TEST_F(ReceiptsTest, AMailboxThatACopyOfItWorksBesideStops)
+{
+    Receipts receipts("bob", [this](const std::string& line) { lines.push_back(line); }, 0);
+    receipts.Begin(here.transport);
+    const exchange::Epoch before = here.transport.peers.OwnEpoch();
+    const std::uint64_t now = FileTimeNow();
+    const auto tell = [&](std::uint64_t serial) {
+        here.transport.place.Write(exchange::Place::Note::kAcks,
+                                   exchange::WriteAcks(here.transport.keys, exchange::Acks{serial, {}}));
+    };
+
+    tell(now + 1000);
+    receipts.Look(here.transport);
+    receipts.Begin(here.transport);
+    EXPECT_NE(here.transport.peers.OwnEpoch(), before);
+    tell(now + 2000);
+    EXPECT_THROW(receipts.Look(here.transport), CopyAtWork);
 }
 
 TEST_F(ReceiptsTest, WhatIsAskedForAndLiesThereIsOnlyLateAndWhatDoesntIsMadeAgain)

@@ -207,6 +207,8 @@ void Runner::UseExchange()
         if (exchangeLost_)
             Say("the exchange '" + options_.exchange + "' is back");
         exchangeLost_ = false;
+    } catch (const CopyAtWork&) {
+        throw;
     } catch (const HostError& error) {
         MissExchange(error.what());
     } catch (const exchange::Error& error) {
