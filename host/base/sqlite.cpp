@@ -46,6 +46,34 @@ void Database::Fail(const char* what) const
     host::Fail(what, path_, handle_ ? sqlite3_errmsg(handle_.get()) : "out of memory");
 }
 
+void Database::FreezeReading()
+{
+    Execute("BEGIN; SELECT count(*) FROM sqlite_master");
+}
+
+void Database::SetPatience(int milliseconds)
+{
+    sqlite3_busy_timeout(handle_.get(), milliseconds);
+}
+
+void Database::CopyTo(const std::string& path, const std::function<void(int done, int total)>& report)
+{
+    constexpr int kPagesAtOnce = 1024;
+    const Database target(path, Mode::kCreate);
+    const std::unique_ptr<sqlite3_backup, int (*)(sqlite3_backup*)> backup(
+        sqlite3_backup_init(target.handle_.get(), "main", handle_.get(), "main"), sqlite3_backup_finish);
+    if (!backup)
+        target.Fail("copy the database to");
+    int code = SQLITE_OK;
+    while (code == SQLITE_OK) {
+        code = sqlite3_backup_step(backup.get(), kPagesAtOnce);
+        const int total = sqlite3_backup_pagecount(backup.get());
+        report(total - sqlite3_backup_remaining(backup.get()), total);
+    }
+    if (code != SQLITE_DONE)
+        host::Fail("copy the database to", path, sqlite3_errstr(code));
+}
+
 void Database::Execute(const std::string& sql)
 {
     if (sqlite3_exec(handle_.get(), sql.c_str(), nullptr, nullptr, nullptr) != SQLITE_OK)

@@ -3,6 +3,7 @@
 #define QUORVANE_HOST_BASE_SQLITE_H_
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -18,6 +19,13 @@ public:
     enum class Mode { kOpen, kCreate, kReadOnly };
 
     Database(const std::string& path, Mode mode);
+
+    // From now on this connection reads the database as it is now, whatever others write, until it is closed.
+    void FreezeReading();
+    // How long to wait for another connection's lock; 20 seconds at first.
+    void SetPatience(int milliseconds);
+    // Copies the database as this connection reads it into a new file, and says how far it is, in pages.
+    void CopyTo(const std::string& path, const std::function<void(int done, int total)>& report);
 
     // Runs one or more statements without parameters or rows.
     void Execute(const std::string& sql);

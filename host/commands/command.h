@@ -37,6 +37,8 @@ void AddConflictsCommand(CLI::App& program, Chosen& chosen);
 void AddTrashCommand(CLI::App& program, Chosen& chosen);
 void AddUndeleteCommand(CLI::App& program, Chosen& chosen);
 void AddVerifyCommand(CLI::App& program, Chosen& chosen);
+void AddBackupCommand(CLI::App& program, Chosen& chosen);
+void AddRestoreCommand(CLI::App& program, Chosen& chosen);
 void AddStatusCommand(CLI::App& program, Chosen& chosen);
 void AddInspectCommand(CLI::App& program, Chosen& chosen);
 

@@ -100,6 +100,8 @@ void AddCommands(CLI::App& program, Chosen& chosen)
     AddTrashCommand(program, chosen);
     AddUndeleteCommand(program, chosen);
     AddVerifyCommand(program, chosen);
+    AddBackupCommand(program, chosen);
+    AddRestoreCommand(program, chosen);
     AddStatusCommand(program, chosen);
     AddInspectCommand(program, chosen);
 }

@@ -154,6 +154,8 @@ void Peers::BeginEpoch(const exchange::Epoch& epoch, std::uint64_t sequence)
         members.push_back(select.Text(0));
     for (const std::string& member : members)
         OweAll(member, true);
+    // What was made here since the backup, the others alone have.
+    database_.Execute("UPDATE comparison SET wanted = 1, tries = 0");
     transaction.Commit();
 }
 
@@ -366,9 +368,12 @@ void Peers::NoteApplied(const exchange::DeviceId& id, const exchange::ForUs& pac
     auto peer = Find(id);
     if (!peer)
         return;  // the user has dropped it meanwhile
+    const bool hasBegunAnew = peer->order.applied > 0 && package.epoch != peer->order.epoch;
     exchange::NoteApplied(peer->order, package);
     const std::string text = exchange::TextOf(id);
     Transaction transaction(database_);
+    if (hasBegunAnew)
+        Statement(database_, "UPDATE comparison SET wanted = 1, tries = 0 WHERE device = ?").Bind(1, text).Run();
     Statement(database_, "UPDATE device SET epoch = ?, applied = ?, over = ?, heard = ? WHERE id = ?")
         .Bind(1, TextOfEpoch(peer->order.epoch))
         .Bind(2, Signed(peer->order.applied))
