@@ -10,6 +10,7 @@
 #include "host/base/errors.h"
 #include "host/base/output.h"
 #include "host/mailbox/mailbox.h"
+#include "host/mailbox/records.h"
 #include "host/store/folders.h"
 #include "host/store/profile.h"
 
@@ -29,6 +30,11 @@ void AddDeleteCommand(CLI::App& program, Chosen& chosen);
 void AddShowCommand(CLI::App& program, Chosen& chosen);
 void AddMembersCommand(CLI::App& program, Chosen& chosen);
 void AddShareCommand(CLI::App& program, Chosen& chosen);
+void AddInvitationsCommand(CLI::App& program, Chosen& chosen);
+void AddAcceptCommand(CLI::App& program, Chosen& chosen);
+void AddDeclineCommand(CLI::App& program, Chosen& chosen);
+void AddLeaveCommand(CLI::App& program, Chosen& chosen);
+void AddUnshareCommand(CLI::App& program, Chosen& chosen);
 void AddResendCommand(CLI::App& program, Chosen& chosen);
 void AddCancelCommand(CLI::App& program, Chosen& chosen);
 void AddRunCommand(CLI::App& program, Chosen& chosen);
@@ -53,6 +59,9 @@ CLI::App* AddCommand(CLI::App& program, Chosen& chosen, const char* name, const 
     command->callback([&chosen, options, work] { chosen = [options, work] { return work(*options); }; });
     return command;
 }
+
+// The share of a folder that is named by its path. Throws a HostError when it isn't shared.
+Share FindSharedFolder(Records& records, const std::string& mailbox, const std::string& folder);
 
 // The entry identifier of an item of `folder` that a user named: by its sharing ID, its entry identifier, or
 // its number in `list`. Throws a HostError.

@@ -1,7 +1,9 @@
+#include <algorithm>
+
 #include "host/base/path_text.h"
 #include "host/commands/command.h"
 #include "host/exchange/error.h"
-#include "host/mailbox/records.h"
+#include "host/mailbox/shared_folders.h"
 #include "host/sharing/pinning.h"
 
 namespace quorvane::host {
@@ -15,6 +17,7 @@ struct MembersOptions {
     std::string added;
     std::string device;
     std::string dropped;
+    std::string removed;
 };
 
 std::string ExchangeOf(const Mailbox& mailbox, const MembersOptions& options)
@@ -50,6 +53,7 @@ ExitCode Add(const MembersOptions& options, const Mailbox& mailbox)
     if (const auto peer = transport.peers.Find(id); peer && peer->IsPinnedByUser() && peer->member != options.added)
         Fail("pin the device", exchange::TextOf(id), "it is pinned to '" + peer->member + "' already");
     transport.peers.Pin(found.card, found.bytes, options.added, options.device.empty() ? "name" : "device");
+    transport.folders.Settle();
     Print(options.json,
           {{"member", options.added},
            {"device", exchange::TextOf(id)},
@@ -68,6 +72,37 @@ ExitCode Drop(const MembersOptions& options, const Mailbox& mailbox)
     peers.Drop(*id);
     Print(options.json, {{"member", peer->member}, {"dropped", options.dropped}},
           "forgot the device " + options.dropped + " of " + peer->member + "\n");
+    return ExitCode::kDone;
+}
+
+// Out of all that was shared by this mailbox, and with no device known.
+ExitCode Remove(const MembersOptions& options, const Mailbox& mailbox)
+{
+    const exchange::DeviceKeys keys = ReadDeviceKeys(mailbox);
+    Peers peers(mailbox.HostDatabasePath().string());
+    SharedFolders folders(mailbox.HostDatabasePath().string(), keys);
+    Records records(mailbox.HostDatabasePath().string());
+    const auto devices = peers.OfMember(options.removed);
+    Json out = Json::array(), in = Json::array();
+    std::string lines;
+    for (const Share& share : records.Shares()) {
+        const auto members = records.Members(share.folderId);
+        if (std::find(members.begin(), members.end(), options.removed) == members.end())
+            continue;
+        const bool mayRemove = folders.IsFounder(share.folderId);
+        if (mayRemove)
+            folders.Remove(share.folderId, options.removed);
+        (mayRemove ? out : in).push_back(share.name);
+        lines += (mayRemove ? "taken out of " : "still shares, by its founder's word, ") + Printable(share.name) + "\n";
+    }
+    if (devices.empty() && out.empty() && in.empty())
+        Fail("remove the member", options.removed, "nobody of that name is known");
+    for (const Peer& peer : devices)
+        peers.Drop(peer.id);
+    folders.Settle();
+    Print(options.json, {{"member", options.removed}, {"devices", devices.size()}, {"takenOutOf", out}, {"stillIn", in}},
+          lines + "removed " + options.removed + ": nothing more is sealed to them or taken from them; what they have "
+                                                 "they keep\n");
     return ExitCode::kDone;
 }
 
@@ -119,6 +154,8 @@ ExitCode Members(const MembersOptions& options)
     try {
         if (!options.added.empty())
             return Add(options, mailbox);
+        if (!options.removed.empty())
+            return Remove(options, mailbox);
         return options.dropped.empty() ? List(options, mailbox) : Drop(options, mailbox);
     } catch (const exchange::Error& error) {
         throw HostError(error.what());
@@ -144,6 +181,11 @@ void AddMembersCommand(CLI::App& program, Chosen& chosen)
     drop->fallthrough();
     drop->add_option("MAILBOX", options->mailbox, "Directory of the mailbox")->required();
     drop->add_option("DEVICE", options->dropped, "Its id")->required();
+    CLI::App* const remove = command->add_subcommand(
+        "remove", "Take a member out of all that this mailbox founded, and forget his devices; what he has he keeps");
+    remove->fallthrough();
+    remove->add_option("MAILBOX", options->mailbox, "Directory of the mailbox")->required();
+    remove->add_option("NAME", options->removed, "The member's name")->required();
 }
 
 }  // namespace quorvane::host

@@ -89,6 +89,11 @@ void AddCommands(CLI::App& program, Chosen& chosen)
     AddShowCommand(program, chosen);
     AddMembersCommand(program, chosen);
     AddShareCommand(program, chosen);
+    AddInvitationsCommand(program, chosen);
+    AddAcceptCommand(program, chosen);
+    AddDeclineCommand(program, chosen);
+    AddLeaveCommand(program, chosen);
+    AddUnshareCommand(program, chosen);
     AddResendCommand(program, chosen);
     AddCancelCommand(program, chosen);
     AddRunCommand(program, chosen);

@@ -25,15 +25,6 @@ struct CancelOptions {
     std::string member;
 };
 
-// The share of a folder that is named by its path.
-Share FindShare(Records& records, const MailSession& session, const std::string& folder)
-{
-    const auto share = records.FindShareByEntryId(HexOf(*FindFolder(session, folder), PR_ENTRYID));
-    if (!share)
-        Fail("find the shared folder", folder, "the folder isn't shared");
-    return *share;
-}
-
 std::uint64_t SinceOf(const ResendOptions& options)
 {
     if (options.since.empty())
@@ -49,9 +40,8 @@ ExitCode Resend(const ResendOptions& options)
 {
     const std::uint64_t since = SinceOf(options);
     const Mailbox mailbox = Mailbox::Open(options.mailbox);
-    const MailSession session(options.mailbox);
     Records records(mailbox.HostDatabasePath().string());
-    const Share share = FindShare(records, session, options.folder);
+    const Share share = FindSharedFolder(records, options.mailbox, options.folder);
     const auto members = records.Members(share.folderId);
     if (std::find(members.begin(), members.end(), options.member) == members.end())
         Fail("resend to", options.member, "no such member of " + options.folder + " (see 'quorvane share')");
@@ -68,10 +58,8 @@ ExitCode Cancel(const CancelOptions& options)
     const Mailbox mailbox = Mailbox::Open(options.mailbox);
     Records records(mailbox.HostDatabasePath().string());
     std::string folderId;
-    if (!options.folder.empty()) {
-        const MailSession session(options.mailbox);
-        folderId = FindShare(records, session, options.folder).folderId;
-    }
+    if (!options.folder.empty())
+        folderId = FindSharedFolder(records, options.mailbox, options.folder).folderId;
     const int cancelled = records.CancelResends(folderId, options.member);
     Print(options.json, {{"cancelled", cancelled}},
           "cancelled " + std::to_string(cancelled) + "; 'quorvane resend' goes on with what is left\n");

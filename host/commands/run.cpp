@@ -19,7 +19,7 @@ Json CountsOf(const Statistics& counts)
             {"echoes", counts.echoes.load()}};
 }
 
-std::string TextOf(const Json& counts)
+std::string CountsText(const Json& counts)
 {
     std::string text;
     for (const auto& [name, value] : counts.items())
@@ -42,7 +42,7 @@ ExitCode Run(const RunOptions& given)
         runner.Run(signals);
         counts = CountsOf(runner.Counts());
     }
-    Print(options.json, counts, TextOf(counts));
+    Print(options.json, counts, CountsText(counts));
     return ExitCode::kDone;
 }
 
@@ -72,6 +72,8 @@ void AddRunCommand(CLI::App& program, Chosen& chosen)
                      "else is to be done")
         ->check(CLI::Range(std::int64_t{1}, std::int64_t{31'536'000}))
         ->capture_default_str();
+    command->add_option("--accept-from", options->acceptFrom,
+                        "Accept what this member shares without asking; may be given several times");
     command->add_flag("-v,--verbose", options->verbose, "Log each change that is seen, sent or applied");
 }
 

@@ -3,8 +3,7 @@
 #include "host/base/path_text.h"
 #include "host/commands/command.h"
 #include "host/exchange/error.h"
-#include "host/mailbox/records.h"
-#include "host/sharing/announcement.h"
+#include "host/mailbox/shared_folders.h"
 #include "host/sharing/pinning.h"
 #include "host/store/properties.h"
 
@@ -27,6 +26,14 @@ std::string NewFolderId()
     OLECHAR text[40] = {};
     StringFromGUID2(guid, text, 40);
     return ToUtf8(text);
+}
+
+// A folder that was shared before anybody signed who shares it keeps its id: whoever has the former one knows the items
+// again.
+std::string FolderIdFor(SharedFolders& folders, const std::string& entryId)
+{
+    const auto former = folders.FindFormer(entryId);
+    return former && !folders.IsKnown(former->folderId) ? former->folderId : NewFolderId();
 }
 
 void CheckMembers(const ShareOptions& options, const Mailbox& mailbox)
@@ -113,19 +120,21 @@ ExitCode ShareFolder(const ShareOptions& options)
     const Introductions met = Introduce(options, mailbox);
     Records records(mailbox.HostDatabasePath().string());
     auto share = records.FindShareByEntryId(entryId);
+    const exchange::DeviceKeys keys = ReadDeviceKeys(mailbox);
+    SharedFolders folders(mailbox.HostDatabasePath().string(), keys);
     if (!share) {
-        share = Share{NewFolderId(), entryId, session.StoreId(), options.folder};
-        records.AddShare(*share);
+        share = Share{FolderIdFor(folders, entryId), entryId, session.StoreId(), options.folder};
+        folders.Found(*share);
     }
     for (const std::string& member : options.members)
-        records.AddMember(share->folderId, member);
+        folders.Invite(share->folderId, member);
     Print(
         options.json,
         {{"folder", options.folder}, {"id", share->folderId}, {"members", records.Members(share->folderId)},
          {"pinned", JsonOf(met)},
          {"awaited", met.awaited}},
         LinesOf(met) + "shared " + Printable(options.folder) + " as " + share->folderId + " with " +
-            std::to_string(records.Members(share->folderId).size()) + " members; 'quorvane run' sends it\n");
+            std::to_string(records.Members(share->folderId).size()) + " members; 'quorvane run' invites them\n");
     return ExitCode::kDone;
 }
 
@@ -136,8 +145,8 @@ void AddShareCommand(CLI::App& program, Chosen& chosen)
     auto options = std::make_shared<ShareOptions>();
     CLI::App* const command =
         AddCommand(program, chosen, "share",
-                   "Share a folder with named members: 'run' announces it to those who are new, and sends them alone all "
-                   "its items",
+                   "Share a folder with named members: 'run' invites those who are new, and sends all its items to them "
+                   "alone, once they accept",
                    options, ShareFolder);
     command->add_option("MAILBOX", options->mailbox, "Directory of the mailbox")->required();
     command->add_option("FOLDER", options->folder, "Path of the folder")->required();

@@ -2,8 +2,10 @@
 #include <filesystem>
 
 #include "host/commands/command.h"
+#include "host/mailbox/device.h"
 #include "host/mailbox/peers.h"
 #include "host/mailbox/records.h"
+#include "host/mailbox/shared_folders.h"
 #include "host/sharing/item_state.h"
 
 namespace quorvane::host {
@@ -32,7 +34,7 @@ Json SharesOf(Records& records, Table& table)
         json.push_back({{"folder", share.name},
                         {"id", share.folderId},
                         {"members", members},
-                        {"notAnnounced", waiting},
+                        {"notAccepted", waiting},
                         {"items", items}});
         std::string names;
         for (const std::string& member : members)
@@ -156,6 +158,78 @@ Json IncomingOf(Peers& peers, std::string& text)
     return json;
 }
 
+const char* StateText(KnownFolder::State state)
+{
+    switch (state) {
+        case KnownFolder::State::kInvited:
+            return "invited";
+        case KnownFolder::State::kDeclined:
+            return "declined";
+        case KnownFolder::State::kLeft:
+            return "left";
+        case KnownFolder::State::kRemoved:
+            return "taken out";
+        default:
+            return "shared";
+    }
+}
+
+// Folders of others that aren't shared here, or not any more.
+Json KnownFoldersOf(SharedFolders& folders, Peers& peers, std::string& text)
+{
+    Json json = Json::array();
+    for (const KnownFolder& folder : folders.All()) {
+        if (folder.state == KnownFolder::State::kHere)
+            continue;
+        const auto id = exchange::ParseDeviceId(folder.inviter);
+        const auto peer = id ? peers.Find(*id) : std::nullopt;
+        const std::string from = peer ? peer->member : folder.inviter;
+        json.push_back({{"invitation", folder.Id()},
+                        {"folder", folder.name},
+                        {"id", folder.folderId},
+                        {"state", StateText(folder.state)},
+                        {"from", from},
+                        {"since", TimeText(folder.since)}});
+        text += std::string(StateText(folder.state)) + ": " + Printable(folder.name) + " from " + from + " since " +
+                TimeText(folder.since) +
+                (folder.state == KnownFolder::State::kInvited
+                     ? " ('quorvane accept MAILBOX " + folder.Id() + "', or decline)\n"
+                     : "\n");
+    }
+    return json;
+}
+
+// Folders that an earlier version of the program shared, or that were left.
+Json FormerOf(SharedFolders& folders, std::string& text)
+{
+    Json json = Json::array();
+    for (const FormerShare& former : folders.FormerShares()) {
+        json.push_back({{"folder", former.name}, {"id", former.folderId}});
+        if (!folders.IsKnown(former.folderId))
+            text += "not shared any more: " + Printable(former.name) +
+                    ", as nobody has signed who shares it: one member shares it again, the others 'accept --into' "
+                    "theirs\n";
+    }
+    return json;
+}
+
+Json RefusalsOf(SharedFolders& folders, Peers& peers, std::string& text)
+{
+    Json json = Json::array();
+    for (const RefusalRecord& refusal : folders.Refusals()) {
+        const auto peer = peers.Find(refusal.device);
+        const std::string member = peer ? peer->member : exchange::TextOf(refusal.device);
+        json.push_back({{"member", member},
+                        {"device", exchange::TextOf(refusal.device)},
+                        {"packages", refusal.count},
+                        {"reason", refusal.reason},
+                        {"since", TimeText(refusal.since)}});
+        text += "refused: " + std::to_string(refusal.count) + " packages from " + member + " since " +
+                TimeText(refusal.since) + ": " + Printable(refusal.reason) + "\n";
+    }
+    return json;
+}
+
 Json StrangersOf(Peers& peers, std::string& text)
 {
     Json json = Json::array();
@@ -186,7 +260,7 @@ ExitCode Status(const StatusOptions& options)
     const Mailbox mailbox = Mailbox::Open(options.mailbox);
     Records records(mailbox.HostDatabasePath().string());
     ItemState state(mailbox, records);
-    Table table({"SHARED FOLDER", "ITEMS", "MEMBERS", "NOT ANNOUNCED", "ID"});
+    Table table({"SHARED FOLDER", "ITEMS", "MEMBERS", "NOT ACCEPTED", "ID"});
     const Json shares = SharesOf(records, table);
     const std::int64_t packing = CountOf(mailbox, "SELECT COUNT(*) FROM tblStorageFiles");
     const std::size_t outgoing = records.Outgoing().size();
@@ -199,6 +273,11 @@ ExitCode Status(const StatusOptions& options)
     const Json transport = TransportOf(peers, transportLines);
     const Json incoming = IncomingOf(peers, transportLines);
     const Json strangers = StrangersOf(peers, transportLines);
+    const exchange::DeviceKeys keys = ReadDeviceKeys(mailbox);
+    SharedFolders folders(mailbox.HostDatabasePath().string(), keys);
+    const Json known = KnownFoldersOf(folders, peers, transportLines);
+    const Json former = FormerOf(folders, transportLines);
+    const Json refusals = RefusalsOf(folders, peers, transportLines);
     for (const std::string& name : peers.AwaitedMembers())
         transportLines += "awaited: " + name + ", who has no known device ('quorvane members add')\n";
     const std::size_t conflicts = OpenConflicts(records);
@@ -215,6 +294,9 @@ ExitCode Status(const StatusOptions& options)
            {"members", transport},
            {"incoming", incoming},
            {"strangers", strangers},
+           {"folders", known},
+           {"formerShares", former},
+           {"refusals", refusals},
            {"awaited", peers.AwaitedMembers()},
            {"conflicts", conflicts},
            {"packagesFilling", packing},

@@ -6,12 +6,11 @@ namespace quorvane::host {
 
 bool IsMemberName(std::string_view name) noexcept
 {
-    constexpr std::size_t kLongest = 64;
     const auto allowed = [](unsigned char c) {
         return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.' ||
                c == '-' || c == '_' || c == '@';
     };
-    return !name.empty() && name.size() <= kLongest && name[0] != '.' &&
+    return !name.empty() && name.size() <= kLongestMemberName && name[0] != '.' &&
            std::all_of(name.begin(), name.end(), allowed);
 }
 

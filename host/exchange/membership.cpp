@@ -166,6 +166,14 @@ bool Membership::HasSeen(std::size_t later, std::size_t earlier) const
     return earlier < later && known_[later].before[earlier];
 }
 
+std::vector<MembershipEntry> Membership::Changes() const
+{
+    std::vector<MembershipEntry> changes;
+    for (const Known& known : known_)
+        changes.push_back(known.entry);
+    return changes;
+}
+
 std::set<EntryId> Membership::Latest() const
 {
     std::set<EntryId> latest;

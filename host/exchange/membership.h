@@ -6,8 +6,7 @@
 // - A member is who was added, by a member, and not removed by one who had seen that.
 // - A removal counts when the founder or the member himself signed it.
 // - What somebody signed who was removed counts only as far as the removal had seen it: who is out can't
-// bring another
-//   in by an entry that he dates back.
+//   bring another in by an entry that he dates back.
 // - A device is a member's when it was his first one, or one of his devices signed that it is his.
 #ifndef QUORVANE_HOST_EXCHANGE_MEMBERSHIP_H_
 #define QUORVANE_HOST_EXCHANGE_MEMBERSHIP_H_
@@ -52,6 +51,8 @@ public:
 
     // All entries that are here, each after those that it has seen.
     const std::vector<std::string>& Entries() const noexcept { return bytes_; }
+    // The same, read.
+    std::vector<MembershipEntry> Changes() const;
     // Those that no other one has seen: what a new entry names.
     std::set<EntryId> Latest() const;
 

@@ -146,6 +146,8 @@ void Peers::BeginEpoch(const exchange::Epoch& epoch, std::uint64_t sequence)
         .Run();
     database_.Execute(
         "DELETE FROM delivery;"
+        "DELETE FROM outgoing WHERE kind <> 1;"
+        "UPDATE folder_device SET due = 1 WHERE told = 1;"
         "UPDATE device SET sent = 0, acked = 0;"
         "UPDATE outgoing SET planned = 0, sequence = 0 WHERE laid = 0;");
     Statement select(database_, "SELECT DISTINCT member FROM device");
@@ -212,7 +214,7 @@ std::vector<Peer> Peers::OfMember(const std::string& member)
 
 std::set<std::string> Peers::AwaitedMembers()
 {
-    Statement select(database_, "SELECT DISTINCT name FROM member WHERE name NOT IN (SELECT member FROM device)");
+    Statement select(database_, "SELECT DISTINCT name FROM wish WHERE name NOT IN (SELECT member FROM device WHERE introducer = '')");
     std::set<std::string> names;
     while (select.Step())
         names.insert(select.Text(0));
@@ -232,7 +234,6 @@ void Peers::OweAll(const std::string& member, bool announced)
         .Bind(2, member)
         .Bind(3, std::int64_t{announced})
         .Run();
-    Statement(database_, "UPDATE member SET due = 1, told = 0 WHERE name = ?").Bind(1, member).Run();
 }
 
 void Peers::Pin(const exchange::Card& card, const std::string& bytes, const std::string& member,
@@ -263,15 +264,27 @@ void Peers::Pin(const exchange::Card& card, const std::string& bytes, const std:
         .Bind(5, Signed(FileTimeNow()))
         .Run();
     Statement(database_, "DELETE FROM stranger WHERE device = ?").Bind(1, id).Run();
-    if (isOneMore || wasElsewhere)
+    if (isOneMore || wasElsewhere) {
         OweAll(member, true);
-    // Those who share a folder with him hear of the device.
-    Statement(database_,
-              "UPDATE member SET told = 0 WHERE folder_id IN (SELECT folder_id FROM member WHERE name = ?1) AND name "
-              "<> ?1")
+        WishAgain(member);
+    }
+    Statement(database_, "DELETE FROM dropped WHERE device = ?").Bind(1, id).Run();
+    TellAgain(id);
+    transaction.Commit();
+}
+
+// Devices of his that aren't members' of his folders yet are to be.
+void Peers::WishAgain(const std::string& member)
+{
+    Statement(database_, "INSERT OR IGNORE INTO wish (folder_id, name) SELECT folder_id, name FROM member WHERE name = ?")
         .Bind(1, member)
         .Run();
-    transaction.Commit();
+}
+
+// What a device was told of folders didn't reach it.
+void Peers::TellAgain(const std::string& device)
+{
+    Statement(database_, "UPDATE folder_device SET due = 1, told = 0 WHERE device = ? AND told = 1").Bind(1, device).Run();
 }
 
 void Peers::Forget(const std::string& device)
@@ -288,9 +301,11 @@ void Peers::Drop(const exchange::DeviceId& id)
         return;
     Transaction transaction(database_);
     Forget(exchange::TextOf(id));
+    Statement(database_, "INSERT OR IGNORE INTO dropped (device) VALUES (?)").Bind(1, exchange::TextOf(id)).Run();
     if (OfMember(peer->member).empty()) {
         OweAll(peer->member, false);
-        Statement(database_, "UPDATE member SET announced = 0, due = 0 WHERE name = ?").Bind(1, peer->member).Run();
+        WishAgain(peer->member);
+        Statement(database_, "UPDATE member SET announced = 0 WHERE name = ?").Bind(1, peer->member).Run();
     }
     transaction.Commit();
 }
@@ -343,6 +358,11 @@ void Peers::NoteAcked(const exchange::DeviceId& id, std::uint64_t serial, std::u
         .Bind(1, text)
         .Bind(2, Signed(acked))
         .Run();
+    // What it was asked for is in its hands.
+    Statement(database_, "UPDATE folder SET asked = '' WHERE asked = ? AND asked_in BETWEEN 1 AND ?")
+        .Bind(1, text)
+        .Bind(2, Signed(acked))
+        .Run();
     transaction.Commit();
 }
 
@@ -360,6 +380,7 @@ void Peers::Remake(const exchange::DeviceId& id)
         .Bind(2, text)
         .Run();
     OweAll(peer->member, true);
+    TellAgain(text);
     transaction.Commit();
 }
 

@@ -93,13 +93,15 @@ public:
     std::vector<Peer> All();
     std::optional<Peer> Find(const exchange::DeviceId& id);
     std::vector<Peer> OfMember(const std::string& member);
-    // Members of folders without a known device.
+    // Members of folders without a device that the user has pinned to them.
     std::set<std::string> AwaitedMembers();
 
-    // The user says whose device this is. One more device of a member who has folders already is owed all of them.
+    // The user says whose device this is. One more device of a member who has folders already is to be let into all of
+    // them.
     // Throws a HostError when there are too many.
     void Pin(const exchange::Card& card, const std::string& bytes, const std::string& member, const std::string& how);
-    // Forgets a device. A member without any waits for one, and is then sent everything.
+    // Forgets a device, whatever members of folders say of it. A member without any waits for one, and is then sent
+    // everything.
     void Drop(const exchange::DeviceId& id);
     // The card of a known device was found.
     void NoteCard(const exchange::Card& card, const std::string& bytes);
@@ -125,6 +127,8 @@ public:
 private:
     void Forget(const std::string& device);
     void OweAll(const std::string& member, bool announced);
+    void WishAgain(const std::string& member);
+    void TellAgain(const std::string& device);
     std::vector<Peer> Read(const char* where, const std::string& key);
     std::optional<exchange::Card> CardIn(const std::string& hex, const exchange::DeviceId& id);
 

@@ -6,6 +6,7 @@
 #include "host/base/files.h"
 #include "host/mailbox/device.h"
 #include "host/mailbox/records.h"
+#include "host/mailbox/shared_folders.h"
 #include "platform/testing/test_directory.h"
 
 namespace quorvane::host {
@@ -16,40 +17,62 @@ class PeersTest : public ::testing::Test {
 protected:
     PeersTest()
     {
-        records.AddShare({"{F}", "00AB", "00CD", "Shared"});
-        records.AddShare({"{G}", "00AC", "00CD", "Second"});
+        folders.Found({"{F}", "00AB", "00CD", "Shared"});
+        folders.Found({"{G}", "00AC", "00CD", "Second"});
     }
 
     static std::string MakeTables(const std::string& path)
     {
         Database database(path, Database::Mode::kCreate);
+        Transaction transaction(database);
         Records::CreateTables(database, "alice", "0011223344556677");
+        transaction.Commit();
         return path;
     }
     void Pin(const exchange::DeviceKeys& keys, const std::string& member, const std::string& how = "device")
     {
         const std::string card = exchange::WriteCard(keys, member, 1);
         peers.Pin(exchange::ReadCard(card, keys.Id()), card, member, how);
+        folders.Settle();
     }
-    std::vector<std::string> ToldNext(const std::string& folder) { return records.MembersToTell(folder); }
+    // He has told that he has the folders that he is a member of, and nothing is owed him.
+    void NoteHas(const exchange::DeviceKeys& keys)
+    {
+        Database database(path, Database::Mode::kOpen);
+        Statement(database, "UPDATE folder_device SET has = 1, told = 1, due = 0 WHERE device = ?")
+            .Bind(1, exchange::TextOf(keys.Id()))
+            .Run();
+        folders.Settle();
+        database.Execute("DELETE FROM resend");
+    }
+    // To whom something is to be told.
+    std::set<std::string> ToldNext()
+    {
+        std::set<std::string> devices;
+        for (const DueNote& note : folders.DueNotes())
+            devices.insert(note.devices.begin(), note.devices.end());
+        return devices;
+    }
     using Names = std::vector<std::string>;
+    using Devices = std::set<std::string>;
 
     test::TestDirectory directory;
     const std::string path = MakeTables((directory / "host.db").string());
+    const exchange::DeviceKeys own, laptop, desktop;
     Records records{path};
     Peers peers{path};
-    const exchange::DeviceKeys laptop, desktop;
+    SharedFolders folders{path, own};
 };
 
 TEST_F(PeersTest, AnAwaitedMemberIsToldOfTheFolderWhenHisDeviceIsPinned)
 {
-    records.AddMember("{F}", "bob");
-    EXPECT_TRUE(ToldNext("{F}").empty());
+    folders.Invite("{F}", "bob");
+    EXPECT_TRUE(ToldNext().empty());
     EXPECT_EQ(peers.AwaitedMembers(), std::set<std::string>{"bob"});
 
     Pin(laptop, "bob");
 
-    EXPECT_EQ(ToldNext("{F}"), Names{"bob"});
+    EXPECT_EQ(ToldNext(), Devices{exchange::TextOf(laptop.Id())});
     EXPECT_TRUE(peers.AwaitedMembers().empty());
     EXPECT_EQ(records.FindResend("{F}", "bob")->scope, ResendScope::kEverything);
     const auto peer = peers.Find(laptop.Id());
@@ -58,53 +81,56 @@ TEST_F(PeersTest, AnAwaitedMemberIsToldOfTheFolderWhenHisDeviceIsPinned)
     EXPECT_TRUE(peer->IsPinnedByUser());
 }
 
-TEST_F(PeersTest, OneMoreDeviceOfAMemberIsOwedAllThatHeHas)
+TEST_F(PeersTest, OneMoreDeviceOfAMemberIsLetIntoAllHisFolders)
 {
     Pin(laptop, "bob");
-    records.LearnMembers("{F}", {"bob"}, false);
-    records.AddMember("{G}", "bob");
+    folders.Invite("{F}", "bob");
+    NoteHas(laptop);
 
     Pin(desktop, "bob");
 
+    EXPECT_TRUE(folders.IsDeviceOfFolder("{F}", desktop.Id()));
+    EXPECT_FALSE(folders.IsDeviceOfFolder("{G}", desktop.Id()));
+    EXPECT_TRUE(ToldNext().contains(exchange::TextOf(desktop.Id())));
     EXPECT_EQ(records.FindResend("{F}", "bob")->scope, ResendScope::kAgain);
-    EXPECT_EQ(records.FindResend("{G}", "bob")->scope, ResendScope::kEverything);
     EXPECT_EQ(peers.OfMember("bob").size(), 2U);
-}
-
-TEST_F(PeersTest, TheUsersWordTakesThePlaceOfWhatAMemberSaid)
-{
-    const exchange::DeviceKeys carols;
-    records.LearnMembers("{F}", {"bob", "carol"}, false);
-    records.LearnMembers("{G}", {"bob"}, false);
-    records.Introduce("bob", exchange::TextOf(desktop.Id()), "carol", 1);
-    EXPECT_FALSE(peers.Find(desktop.Id())) << "nobody has said who carol is";
-    Pin(carols, "carol");
-    records.Introduce("bob", exchange::TextOf(desktop.Id()), "carol", 1);
-    EXPECT_FALSE(peers.Find(desktop.Id())->IsPinnedByUser());
-    const std::string card = exchange::WriteCard(desktop, "bob", 1);
-    peers.NoteCard(exchange::ReadCard(card, desktop.Id()), card);
-    EXPECT_TRUE(records.IsReachable("{F}", "bob"));
-    EXPECT_FALSE(records.IsReachable("{G}", "bob")) << "carol has no part in that folder";
-    EXPECT_TRUE(records.DevicesOf("bob").empty()) << "what carol says isn't handed on";
-
-    Pin(laptop, "bob");
-
-    ASSERT_EQ(peers.OfMember("bob").size(), 1U);
-    EXPECT_EQ(peers.OfMember("bob")[0].id, laptop.Id());
-    EXPECT_EQ(records.FindResend("{F}", "bob")->scope, ResendScope::kAgain);
 }
 
 TEST_F(PeersTest, AMemberWhoseOnlyDeviceIsForgottenIsAwaited)
 {
     Pin(laptop, "bob");
-    records.LearnMembers("{F}", {"bob"}, false);
+    folders.Invite("{F}", "bob");
+    NoteHas(laptop);
 
     peers.Drop(laptop.Id());
+    folders.Settle();
 
-    EXPECT_FALSE(peers.Find(laptop.Id()));
+    EXPECT_FALSE(peers.Find(laptop.Id())) << "the folder's changes don't bring it back";
     EXPECT_EQ(peers.AwaitedMembers(), std::set<std::string>{"bob"});
     EXPECT_TRUE(records.Members("{F}", true).empty());
+    EXPECT_EQ(records.Members("{F}"), Names{"bob"});
     EXPECT_TRUE(records.FindResend("{F}", "bob"));
+    Pin(laptop, "bob");
+    EXPECT_EQ(records.Members("{F}", true), Names{"bob"});
+}
+
+// The place lost what a device was sent, or the mailbox came out of a backup.
+TEST_F(PeersTest, WhatADeviceWasToldOfFoldersIsToldAgainWhenItIsLost)
+{
+    Pin(laptop, "bob");
+    folders.Invite("{F}", "bob");
+    NoteHas(laptop);
+    EXPECT_TRUE(ToldNext().empty());
+
+    peers.Remake(laptop.Id());
+    EXPECT_EQ(ToldNext(), Devices{exchange::TextOf(laptop.Id())});
+    EXPECT_FALSE(records.MayGet("{F}", exchange::TextOf(laptop.Id()))) << "before that, no item";
+    folders.NoteTold(folders.DueNotes().at(0), "/note");
+    EXPECT_TRUE(ToldNext().empty());
+
+    peers.BeginEpoch(exchange::Epoch{5}, 9);
+    EXPECT_EQ(ToldNext(), Devices{exchange::TextOf(laptop.Id())});
+    EXPECT_TRUE(records.Outgoing().empty()) << "of what was told in the epoch before";
 }
 
 TEST_F(PeersTest, WhereASenderIsIsKeptWithItsEpochs)
@@ -141,6 +167,9 @@ TEST(DeviceTest, AnOldMailboxDrawsItsKeysWhenItIsOpenedAndKeepsThem)
     std::filesystem::remove(keyFile);
     Database((directory / "alice" / "host.db").string(), Database::Mode::kOpen)
         .Execute("PRAGMA user_version = 2;"
+                 "DROP TABLE membership; DROP TABLE folder_device; DROP TABLE folder; DROP TABLE wish; DROP TABLE dropped;"
+                 "DROP TABLE former; DROP TABLE refusal; ALTER TABLE outgoing DROP COLUMN kind;"
+                 "ALTER TABLE member ADD COLUMN told; ALTER TABLE member ADD COLUMN due;"
                  "DROP TABLE device; DROP TABLE incoming; DROP TABLE stranger; DROP TABLE delivery;"
                  "CREATE TABLE delivery (a); CREATE TABLE sequence (a); CREATE TABLE received (a);"
                  "ALTER TABLE outgoing DROP COLUMN sequence; ALTER TABLE outgoing DROP COLUMN laid;"

@@ -173,15 +173,68 @@ CREATE TABLE comparison (
 CREATE INDEX item_pending ON item (folder_id) WHERE pending = 1;
 )sql";
 
+// From version 5 on: who shares a folder stands in changes that members signed (shared_folders.h). Of folders that were
+// shared before, nobody can tell who founded them: they are shared no more until one member shares his again.
+// `folder` has one row for each founding, `folder_device` those whom its members told of.
+constexpr char kUpgradeFrom5[] = R"sql(
+CREATE TABLE folder (
+    founding TEXT PRIMARY KEY,
+    folder_id TEXT NOT NULL,
+    state INTEGER NOT NULL,
+    name TEXT NOT NULL,
+    inviter TEXT NOT NULL,
+    since INTEGER NOT NULL,
+    target TEXT NOT NULL DEFAULT '',
+    asked TEXT NOT NULL DEFAULT '',
+    asked_in INTEGER NOT NULL DEFAULT 0,
+    fresh INTEGER NOT NULL DEFAULT 0,
+    owes_all INTEGER NOT NULL DEFAULT 0);
+CREATE INDEX folder_id ON folder (folder_id);
+CREATE UNIQUE INDEX folder_here ON folder (folder_id) WHERE state = 1;
+CREATE TABLE membership (
+    founding TEXT NOT NULL REFERENCES folder(founding),
+    number INTEGER NOT NULL,
+    entry TEXT NOT NULL,
+    PRIMARY KEY (founding, number)) WITHOUT ROWID;
+CREATE TABLE folder_device (
+    founding TEXT NOT NULL REFERENCES folder(founding),
+    device TEXT NOT NULL,
+    is_in INTEGER NOT NULL DEFAULT 1,
+    has INTEGER NOT NULL DEFAULT 0,
+    told INTEGER NOT NULL DEFAULT 0,
+    due INTEGER NOT NULL DEFAULT 0,
+    PRIMARY KEY (founding, device)) WITHOUT ROWID;
+CREATE TABLE wish (folder_id TEXT NOT NULL, name TEXT NOT NULL, PRIMARY KEY (folder_id, name)) WITHOUT ROWID;
+CREATE TABLE dropped (device TEXT PRIMARY KEY);
+CREATE TABLE former (folder_id TEXT PRIMARY KEY, entry_id TEXT NOT NULL, name TEXT NOT NULL);
+CREATE TABLE refusal (
+    device TEXT NOT NULL,
+    reason TEXT NOT NULL,
+    count INTEGER NOT NULL,
+    since INTEGER NOT NULL,
+    PRIMARY KEY (device, reason)) WITHOUT ROWID;
+ALTER TABLE outgoing ADD COLUMN kind INTEGER NOT NULL DEFAULT 1;
+INSERT INTO former (folder_id, entry_id, name) SELECT folder_id, entry_id, name FROM share;
+DELETE FROM given;
+DELETE FROM resend;
+DELETE FROM member;
+DELETE FROM comparison;
+DELETE FROM share;
+DELETE FROM unsent;
+DELETE FROM delivery;
+UPDATE device SET sent = acked;
+ALTER TABLE member DROP COLUMN told;
+ALTER TABLE member DROP COLUMN due;
+)sql";
+
 // Each brings the records from the version that is its place, counted from 1, to the next.
-constexpr const char* kUpgrades[] = {kUpgradeFrom1, kUpgradeFrom2, kUpgradeFrom3, kUpgradeFrom4};
+constexpr const char* kUpgrades[] = {kUpgradeFrom1, kUpgradeFrom2, kUpgradeFrom3, kUpgradeFrom4, kUpgradeFrom5};
 static_assert(std::size(kUpgrades) + 1 == Records::kVersion);
 
-// Whether a row of `device` stands for a member in the folder ?1: the user says so, or somebody who could read the
-// folder anyway.
-#define QV_STANDS_FOR_HIM                                                                                     \
-    "card <> '' AND (introducer = '' OR EXISTS (SELECT 1 FROM member AS other WHERE other.folder_id = ?1 AND " \
-    "other.name = introducer))"
+// Whether a row of `device` is one that what happens in the folder ?1 may be sealed to.
+#define QV_SHARES_THE_FOLDER                                                                                    \
+    "card <> '' AND EXISTS (SELECT 1 FROM folder_device JOIN folder USING (founding) WHERE folder.folder_id = ?1 " \
+    "AND state = 1 AND folder_device.device = device.id AND is_in = 1 AND has = 1 AND told = 1)"
 
 Share ReadShare(const Statement& row)
 {
@@ -230,27 +283,6 @@ std::vector<std::string> ReadNames(Statement& select)
     return names;
 }
 
-// A member of a folder who doesn't know of all its members is told when anything passes between it and this mailbox.
-void NoteTraffic(Database& database, const std::string& folderId, const std::string& member)
-{
-    Statement(database,
-              "UPDATE member AS own SET due = 1 WHERE folder_id = ? AND name = ? AND announced = 1 AND told < "
-              "(SELECT count(*) + 1 FROM member WHERE folder_id = own.folder_id)")
-        .Bind(1, folderId)
-        .Bind(2, member)
-        .Run();
-}
-
-void NoteAnnounced(Database& database, const PackagePlan& plan, const std::string& member)
-{
-    Statement(database,
-              "UPDATE member SET announced = 1, due = 0, told = max(told, ?) WHERE folder_id = ? AND name = ?")
-        .Bind(1, static_cast<std::int64_t>(plan.membersNamed))
-        .Bind(2, plan.announcedFolder)
-        .Bind(3, member)
-        .Run();
-}
-
 // What a member gets isn't owed to it any more.
 void NoteGiven(Database& database, const PackagePlan& plan, const std::string& member)
 {
@@ -259,14 +291,10 @@ void NoteGiven(Database& database, const PackagePlan& plan, const std::string& m
     find.Bind(1, member);
     while (find.Step())
         resends.emplace(find.Text(0), find.Number(1));
-    std::set<std::string> folders;
     Statement give(database, "INSERT OR IGNORE INTO given (resend, item) VALUES (?, ?)");
-    for (const PackagePlan::Item& item : plan.items) {
+    for (const PackagePlan::Item& item : plan.items)
         if (const auto resend = resends.find(item.folderId); resend != resends.end())
             give.Bind(1, resend->second).Bind(2, item.id).Run();
-        if (folders.insert(item.folderId).second)
-            NoteTraffic(database, item.folderId, member);
-    }
 }
 
 constexpr char kSelectResend[] =
@@ -321,28 +349,9 @@ void PutResend(Database& database, ResendRecord wanted)
         .Run();
 }
 
-// The number of a package that is for at least one device; 0 when it is for none.
-std::uint64_t NumberPackage(Database& database, const std::vector<std::string>& devices)
-{
-    if (devices.empty())
-        return 0;
-    Statement(database, "UPDATE mailbox SET sequence = sequence + 1").Run();
-    Statement select(database, "SELECT sequence FROM mailbox");
-    if (!select.Step())
-        Fail("number a package of", database.Path(), "the mailbox's own row is missing");
-    const std::int64_t sequence = select.Number(0);
-    Statement note(database, "INSERT INTO delivery (sequence, device, previous) SELECT ?, id, sent FROM device WHERE id = ?");
-    Statement raise(database, "UPDATE device SET sent = ? WHERE id = ?");
-    for (const std::string& device : devices) {
-        note.Bind(1, sequence).Bind(2, device).Run();
-        raise.Bind(1, sequence).Bind(2, device).Run();
-    }
-    return static_cast<std::uint64_t>(sequence);
-}
-
 std::vector<std::string> ReachableDevices(Database& database, const std::string& folderId, const std::string& member)
 {
-    Statement select(database, "SELECT id FROM device WHERE member = ?2 AND " QV_STANDS_FOR_HIM " ORDER BY id");
+    Statement select(database, "SELECT id FROM device WHERE member = ?2 AND " QV_SHARES_THE_FOLDER " ORDER BY id");
     return ReadNames(select.Bind(1, folderId).Bind(2, member));
 }
 
@@ -352,8 +361,8 @@ std::vector<std::string> ReceiversOf(Database& database, const PackagePlan& plan
     std::set<std::string> folders;
     for (const PackagePlan::Item& item : plan.items)
         folders.insert(item.folderId);
-    if (!plan.announcedFolder.empty() || folders.empty())
-        folders.insert(plan.announcedFolder);
+    if (folders.empty())
+        return {};
     std::vector<std::string> devices = ReachableDevices(database, *folders.begin(), member);
     for (const std::string& folder : folders) {
         const std::vector<std::string> allowed = ReachableDevices(database, folder, member);
@@ -364,12 +373,18 @@ std::vector<std::string> ReceiversOf(Database& database, const PackagePlan& plan
     return devices;
 }
 
+bool IsMember(Database& database, const std::string& folderId, const std::string& name)
+{
+    Statement select(database, "SELECT 1 FROM member WHERE folder_id = ? AND name = ?");
+    return select.Bind(1, folderId).Bind(2, name).Step();
+}
+
 // A package passes a member by who has no device yet: what was made here is owed to him.
 void NoteOwed(Database& database, const PackagePlan& plan, const std::string& member)
 {
     std::set<std::string> folders;
     for (const PackagePlan::Item& item : plan.items)
-        if (folders.insert(item.folderId).second)
+        if (folders.insert(item.folderId).second && IsMember(database, item.folderId, member))
             PutResend(database, {0, item.folderId, member, ResendScope::kOwn});
 }
 
@@ -394,7 +409,6 @@ void NotePlan(Database& database, std::int64_t package, const PackagePlan& plan)
             continue;
         }
         NoteGiven(database, plan, member);
-        NoteAnnounced(database, plan, member);
     }
     Statement forget(database, "DELETE FROM unsent WHERE item = ?");
     for (const PackagePlan::Item& item : plan.items)
@@ -408,6 +422,24 @@ void NotePlan(Database& database, std::int64_t package, const PackagePlan& plan)
 }
 
 }  // namespace
+
+std::uint64_t NumberPackage(Database& database, const std::vector<std::string>& devices)
+{
+    if (devices.empty())
+        return 0;
+    Statement(database, "UPDATE mailbox SET sequence = sequence + 1").Run();
+    Statement select(database, "SELECT sequence FROM mailbox");
+    if (!select.Step())
+        Fail("number a package of", database.Path(), "the mailbox's own row is missing");
+    const std::int64_t sequence = select.Number(0);
+    Statement note(database, "INSERT INTO delivery (sequence, device, previous) SELECT ?, id, sent FROM device WHERE id = ?");
+    Statement raise(database, "UPDATE device SET sent = ? WHERE id = ?");
+    for (const std::string& device : devices) {
+        note.Bind(1, sequence).Bind(2, device).Run();
+        raise.Bind(1, sequence).Bind(2, device).Run();
+    }
+    return static_cast<std::uint64_t>(sequence);
+}
 
 // Takes the lock, and has what is written under it flushed to the disk.
 class Records::Durable {
@@ -478,17 +510,6 @@ std::optional<Share> Records::FindShareByEntryId(const std::string& entryId)
                         entryId);
 }
 
-void Records::AddShare(const Share& share)
-{
-    const Durable durable(*this);
-    Statement(database_, "INSERT INTO share (folder_id, entry_id, store_id, name) VALUES (?, ?, ?, ?)")
-        .Bind(1, share.folderId)
-        .Bind(2, share.entryId)
-        .Bind(3, share.storeId)
-        .Bind(4, share.name)
-        .Run();
-}
-
 std::vector<std::string> Records::Members(const std::string& folderId)
 {
     const std::lock_guard lock(mutex_);
@@ -496,77 +517,12 @@ std::vector<std::string> Records::Members(const std::string& folderId)
     return ReadNames(select.Bind(1, folderId));
 }
 
-std::vector<std::string> Records::Members(const std::string& folderId, bool announced)
+std::vector<std::string> Records::Members(const std::string& folderId, bool hasFolder)
 {
     const std::lock_guard lock(mutex_);
     Statement select(database_,
                      "SELECT name FROM member WHERE folder_id = ? AND announced = ? ORDER BY name");
-    return ReadNames(select.Bind(1, folderId).Bind(2, std::int64_t{announced}));
-}
-
-std::vector<std::string> Records::MembersToTell(const std::string& folderId)
-{
-    const std::lock_guard lock(mutex_);
-    Statement select(database_,
-                     "SELECT name FROM member WHERE folder_id = ?1 AND (announced = 0 OR due = 1) AND EXISTS (SELECT "
-                     "1 FROM device WHERE device.member = member.name AND " QV_STANDS_FOR_HIM ") ORDER BY name");
-    return ReadNames(select.Bind(1, folderId));
-}
-
-bool Records::IsMember(const std::string& folderId, const std::string& name)
-{
-    const std::lock_guard lock(mutex_);
-    Statement select(database_, "SELECT 1 FROM member WHERE folder_id = ? AND name = ?");
-    return select.Bind(1, folderId).Bind(2, name).Step();
-}
-
-std::int64_t Records::CountFoldersAndMembers()
-{
-    const std::lock_guard lock(mutex_);
-    Statement select(database_, "SELECT (SELECT count(*) FROM share) + (SELECT count(*) FROM member)");
-    return select.Step() ? select.Number(0) : 0;
-}
-
-bool Records::AddMember(const std::string& folderId, const std::string& name)
-{
-    const Durable durable(*this);
-    Transaction transaction(database_);
-    Statement(database_, "INSERT OR IGNORE INTO member (folder_id, name, announced) VALUES (?, ?, 0)")
-        .Bind(1, folderId)
-        .Bind(2, name)
-        .Run();
-    const bool isNew = database_.Changes() > 0;
-    if (isNew)
-        PutResend(database_, {0, folderId, name, ResendScope::kEverything, 0});
-    transaction.Commit();
-    return isNew;
-}
-
-void Records::LearnMembers(const std::string& folderId, const std::vector<std::string>& names, bool owesOwn)
-{
-    const Durable durable(*this);
-    Transaction transaction(database_);
-    for (const std::string& name : names) {
-        Statement(database_, "INSERT OR IGNORE INTO member (folder_id, name, announced) VALUES (?, ?, 1)")
-            .Bind(1, folderId)
-            .Bind(2, name)
-            .Run();
-        if (database_.Changes() > 0 && owesOwn)
-            PutResend(database_, {0, folderId, name, ResendScope::kOwn});
-    }
-    for (const std::string& name : names)
-        Statement(database_, "UPDATE member SET told = max(told, ?) WHERE folder_id = ? AND name = ?")
-            .Bind(1, static_cast<std::int64_t>(names.size() + 1))
-            .Bind(2, folderId)
-            .Bind(3, name)
-            .Run();
-    transaction.Commit();
-}
-
-void Records::NoteHeardFrom(const std::string& folderId, const std::string& member)
-{
-    const std::lock_guard lock(mutex_);
-    NoteTraffic(database_, folderId, member);
+    return ReadNames(select.Bind(1, folderId).Bind(2, std::int64_t{hasFolder}));
 }
 
 std::optional<ItemRecord> Records::FindItem(const std::string& id)
@@ -625,6 +581,12 @@ void Records::PutItem(const ItemRecord& item)
         .Run();
 }
 
+void Records::ForgetItem(const std::string& id)
+{
+    const std::lock_guard lock(mutex_);
+    Statement(database_, "DELETE FROM item WHERE id = ?").Bind(1, id).Run();
+}
+
 void Records::SetModified(const std::string& id, std::uint64_t modified)
 {
     const std::lock_guard lock(mutex_);
@@ -668,11 +630,12 @@ std::vector<OutgoingPackage> Records::Outgoing()
 {
     const std::lock_guard lock(mutex_);
     Statement select(database_,
-                     "SELECT number, path, recipients, planned, sequence, laid FROM outgoing ORDER BY number");
+                     "SELECT number, path, recipients, planned, sequence, laid, kind FROM outgoing ORDER BY number");
     std::vector<OutgoingPackage> packages;
     while (select.Step())
         packages.push_back({select.Number(0), select.Text(1), select.Text(2), select.Number(3) != 0,
-                            static_cast<std::uint64_t>(select.Number(4)), select.Number(5) != 0});
+                            static_cast<std::uint64_t>(select.Number(4)), select.Number(5) != 0,
+                            static_cast<exchange::PackageKind>(select.Number(6))});
     return packages;
 }
 
@@ -713,28 +676,11 @@ bool Records::IsReachable(const std::string& folderId, const std::string& member
     return !ReachableDevices(database_, folderId, member).empty();
 }
 
-std::vector<std::string> Records::DevicesOf(const std::string& member)
+bool Records::MayGet(const std::string& folderId, const std::string& device)
 {
     const std::lock_guard lock(mutex_);
-    Statement select(database_, "SELECT id FROM device WHERE member = ? AND introducer = '' ORDER BY id");
-    return ReadNames(select.Bind(1, member));
-}
-
-void Records::Introduce(const std::string& member, const std::string& device, const std::string& by,
-                        std::uint64_t now)
-{
-    const Durable durable(*this);
-    Statement(database_,
-              "INSERT OR IGNORE INTO device (id, member, introducer, how, pinned) SELECT ?1, ?2, ?3, 'introduced by ' "
-              "|| ?3, ?4 WHERE NOT EXISTS (SELECT 1 FROM device WHERE member = ?2) AND (SELECT count(*) FROM device) "
-              "< ?5 AND NOT EXISTS (SELECT 1 FROM mailbox WHERE name = ?2 OR device = ?1) AND EXISTS (SELECT 1 FROM "
-              "device WHERE member = ?3 AND introducer = '')")
-        .Bind(1, device)
-        .Bind(2, member)
-        .Bind(3, by)
-        .Bind(4, static_cast<std::int64_t>(now))
-        .Bind(5, kMostKnownDevices)
-        .Run();
+    Statement select(database_, "SELECT 1 FROM device WHERE id = ?2 AND " QV_SHARES_THE_FOLDER);
+    return select.Bind(1, folderId).Bind(2, device).Step();
 }
 
 void Records::AddResend(const std::string& folderId, const std::string& member, ResendScope scope,

@@ -11,6 +11,7 @@
 
 #include "host/base/sqlite.h"
 #include "host/exchange/item_heads.h"
+#include "host/exchange/seal.h"
 
 namespace quorvane::host {
 
@@ -50,14 +51,12 @@ struct OutgoingPackage {
     bool isPlanned = false;      // its receivers are fixed
     std::uint64_t sequence = 0;  // the number it has for all of them; 0: nobody gets it
     bool isLaid = false;         // it lies in the exchange
+    exchange::PackageKind kind = exchange::PackageKind::kItems;
 };
 
 // What a package tells, as far as records follow from it.
 struct PackagePlan {
     std::vector<std::string> members;  // who gets it
-    // An announcement: of which folder, and how many of its members it names.
-    std::string announcedFolder;
-    std::size_t membersNamed = 0;
     struct Item {
         std::string id;
         std::string folderId;
@@ -108,7 +107,7 @@ class Records {
 public:
     explicit Records(const std::string& path);
 
-    static constexpr int kVersion = 5;
+    static constexpr int kVersion = 6;
     // Makes the tables of a new mailbox. Called within a transaction.
     static void CreateTables(Database& database, const std::string& name, const std::string& instance);
     // Brings tables of an earlier version up to this one. Called within a transaction.
@@ -118,25 +117,10 @@ public:
     std::vector<Share> Shares();
     std::optional<Share> FindShare(const std::string& folderId);
     std::optional<Share> FindShareByEntryId(const std::string& entryId);
-    void AddShare(const Share& share);
     // All members of a folder but this mailbox's own.
     std::vector<std::string> Members(const std::string& folderId);
-    // Those whom the folder was announced to already, so that they get its changes, or not yet.
-    std::vector<std::string> Members(const std::string& folderId, bool announced);
-    // Those whom the folder is to be announced to: for the first time, or because they are part in its traffic
-    // and don't know of all its members. Nobody who can't be reached.
-    std::vector<std::string> MembersToTell(const std::string& folderId);
-    bool IsMember(const std::string& folderId, const std::string& name);
-    // Differs when a folder or a member is new.
-    std::int64_t CountFoldersAndMembers();
-    // Another member, whom the folder and all its items are to be sent to. A member that is known already stays as
-    // it is. True if it was new.
-    bool AddMember(const std::string& folderId, const std::string& name);
-    // An announcement named these and this mailbox as the folder's members: they know each other, and have the folder
-    // or are given it. Those that are new here are owed the versions that were made here, if `owesOwn`.
-    void LearnMembers(const std::string& folderId, const std::vector<std::string>& names, bool owesOwn);
-    // Something came from a member.
-    void NoteHeardFrom(const std::string& folderId, const std::string& member);
+    // Those who have told that they have the folder, so that they get its changes, or not yet.
+    std::vector<std::string> Members(const std::string& folderId, bool hasFolder);
 
     // Items.
     std::optional<ItemRecord> FindItem(const std::string& id);
@@ -160,14 +144,13 @@ public:
     // The member that a device is known to be of, this mailbox's own name included; empty when it isn't known.
     std::string MemberOf(const exchange::DeviceId& device);
 
-    // Whether packages of the folder can be sealed to a member: a device of his is known by its card, by the user's
-    // word or by that of another member of the folder.
+    // Whether packages of the folder can be sealed to a member: a device of his is a member's of the folder, has told
+    // that it has it, was told the same, and its card is known.
     bool IsReachable(const std::string& folderId, const std::string& member);
-    // The ids of the devices that the user has pinned to a member.
-    std::vector<std::string> DevicesOf(const std::string& member);
-    // A member whom the user has pinned tells the device of one whose device isn't known: it passes for his, in folders
-    // that the teller shares, until the user says otherwise. A device that is known already keeps its member.
-    void Introduce(const std::string& member, const std::string& device, const std::string& by, std::uint64_t now);
+    // The same of one device.
+    bool MayGet(const std::string& folderId, const std::string& device);
+    // Forgets what is known of an item.
+    void ForgetItem(const std::string& id);
 
     // Packages out. A package is noted before the engine forgets it and forgotten when it lies in the exchange.
     std::int64_t AddOutgoing(const std::string& path, const std::string& recipients);
@@ -214,6 +197,9 @@ private:
     std::mutex mutex_;
     Database database_;
 };
+
+// Gives a package for these devices its number; 0 when it is for none. Within a transaction. Throws a HostError.
+std::uint64_t NumberPackage(Database& database, const std::vector<std::string>& devices);
 
 }  // namespace quorvane::host
 

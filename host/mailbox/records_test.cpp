@@ -21,15 +21,53 @@ protected:
     static std::string MakeTables(const std::string& path)
     {
         Database database(path, Database::Mode::kCreate);
+        Transaction transaction(database);
         Records::CreateTables(database, "alice", "0011223344556677");
+        transaction.Commit();
         return path;
     }
 
     void ShareWith(const std::vector<std::string>& members)
     {
-        records_.AddShare({"{F}", "00AB", "00CD", "Shared"});
+        Share("{F}", "00AB", "Shared");
         for (const std::string& member : members)
-            records_.AddMember("{F}", member);
+            AddMember("{F}", member);
+    }
+
+    // What follows from a membership (shared_folders.h): a folder that is shared here, and members who are owed all of
+    // it.
+    void Share(const std::string& folderId, const std::string& entryId, const std::string& name)
+    {
+        Database database(path_, Database::Mode::kOpen);
+        Statement(database, "INSERT INTO share (folder_id, entry_id, store_id, name) VALUES (?, ?, '00CD', ?)")
+            .Bind(1, folderId)
+            .Bind(2, entryId)
+            .Bind(3, name)
+            .Run();
+        Statement(database,
+                  "INSERT INTO folder (founding, folder_id, state, name, inviter, since) VALUES (?1, ?1, 1, ?1, '', 0)")
+            .Bind(1, folderId)
+            .Run();
+    }
+    void AddMember(const std::string& folderId, const std::string& member)
+    {
+        Database database(path_, Database::Mode::kOpen);
+        Statement(database, "INSERT INTO member (folder_id, name, announced) VALUES (?, ?, 0)")
+            .Bind(1, folderId)
+            .Bind(2, member)
+            .Run();
+        Statement(database,
+                  "INSERT INTO folder_device (founding, device, has, told) SELECT ?, id, 1, 1 FROM device WHERE member "
+                  "= ?")
+            .Bind(1, folderId)
+            .Bind(2, member)
+            .Run();
+        records_.AddResend(folderId, member, ResendScope::kEverything, 0);
+    }
+    void NoteHas(const std::string& member)
+    {
+        Database database(path_, Database::Mode::kOpen);
+        Statement(database, "UPDATE member SET announced = 1 WHERE name = ?").Bind(1, member).Run();
     }
 
     // A package that was taken and is to go to these.
@@ -62,15 +100,6 @@ protected:
         return lines;
     }
 
-    // The announcement to one member that names so many.
-    void Announce(const std::string& member, std::size_t membersNamed)
-    {
-        PackagePlan plan;
-        plan.members = {member};
-        plan.announcedFolder = "{F}";
-        plan.membersNamed = membersNamed;
-        Plan("/to-" + member + std::to_string(membersNamed), plan);
-    }
     // An item for these.
     void Give(const std::string& item, const std::vector<std::string>& members)
     {
@@ -95,16 +124,6 @@ TEST_F(RecordsTest, AShareIsFoundByBothItsIdentifiers)
     EXPECT_EQ(records_.FindShareByEntryId("00AB")->folderId, "{F}");
     EXPECT_FALSE(records_.FindShare("{G}"));
 }
-
-TEST_F(RecordsTest, AMemberIsAddedOnceAndKeepsWhatItWasTold)
-{
-    ShareWith({"bob"});
-    Announce("bob", 2);
-
-    EXPECT_FALSE(records_.AddMember("{F}", "bob"));
-    EXPECT_EQ(records_.Members("{F}", true), (std::vector<std::string>{"bob"}));
-}
-
 TEST_F(RecordsTest, AnItemIsReplacedByItsLaterRecord)
 {
     records_.PutItem({"{1}", "{F}", {7, "alice"}, false, 9});
@@ -188,7 +207,7 @@ TEST_F(RecordsTest, APackageHasOneNumberForAllItsReceiversAndNamesTheOneBeforeTo
 TEST_F(RecordsTest, AMemberWithoutADeviceIsOwedWhatPassedHimBy)
 {
     ShareWith({"bob"});
-    Announce("bob", 2);
+    NoteHas("bob");
     records_.FinishResend(records_.FindResend("{F}", "bob")->number);
     Forget("bob");
 
@@ -200,56 +219,49 @@ TEST_F(RecordsTest, AMemberWithoutADeviceIsOwedWhatPassedHimBy)
     EXPECT_FALSE(records_.IsReachable("{F}", "bob"));
 }
 
+// Who left, or a folder that was left, since the package was packed.
+TEST_F(RecordsTest, WhoIsNoMemberIsOwedNothingByAPackageThatPassesHimBy)
+{
+    ShareWith({"bob"});
+    Plan("/1", {{"carol"}, {{"{1}", "{F}"}}});
+    Plan("/2", {{"bob"}, {{"{2}", "{LEFT}"}}});
+    EXPECT_FALSE(records_.FindResend("{F}", "carol"));
+    EXPECT_FALSE(records_.FindResend("{LEFT}", "bob"));
+    EXPECT_TRUE(Delivered().empty());
+}
+
 TEST_F(RecordsTest, APlanIsMadeOnceWhateverMembersAreGivenLater)
 {
     ShareWith({"bob", "carol"});
     const std::int64_t package = records_.AddOutgoing("/1", "00AB");
-    records_.PlanPackage(package, {{"bob"}, {}, 0, {}});
+    records_.PlanPackage(package, {{"bob"}, {{"{1}", "{F}"}}});
 
-    Records(path_).PlanPackage(package, {{"bob", "carol"}, {}, 0, {}});
+    Records(path_).PlanPackage(package, {{"bob", "carol"}, {{"{1}", "{F}"}}});
 
     EXPECT_EQ(Delivered(), Names{"1 bob after 0"});
     EXPECT_TRUE(records_.IsPlanned(package));
     records_.NoteLaid(package);
     EXPECT_TRUE(records_.Outgoing().at(0).isLaid);
 }
-
-TEST_F(RecordsTest, ADeviceThatAMemberTellsIsKnownUntilThereIsOneAlready)
+// All three: a member's device, which has the folder, and was told that it is had here.
+TEST_F(RecordsTest, APackageIsForThoseAloneWhoShareAllThatItHolds)
 {
-    Forget("alice");
-    records_.Introduce("erin", "e", "bob", 1);
-    records_.Introduce("erin", "f", "bob", 1);
-    records_.Introduce("bob", "f", "carol", 1);
-    records_.Introduce("alice", "f", "carol", 1);
-    records_.Introduce("frank", "e", "bob", 1);
-    records_.Introduce("gina", "g", "erin", 1);
+    ShareWith({"bob", "carol"});
+    Share("{G}", "00AC", "Second");
+    AddMember("{G}", "carol");
+    Plan("/both", {{"bob", "carol"}, {{"{1}", "{F}"}, {"{2}", "{G}"}}});
+    EXPECT_EQ(Delivered(), Names{"1 carol after 0"});
 
     Database database(path_, Database::Mode::kOpen);
-    Statement select(database, "SELECT id || ' ' || member FROM device WHERE introducer <> ''");
-    ASSERT_TRUE(select.Step());
-    EXPECT_EQ(select.Text(0), "e erin");
-    EXPECT_FALSE(select.Step());
-}
-
-// A folder of somebody else's isn't sealed to whom a member of another one brought in.
-TEST_F(RecordsTest, WhatIsForOneWhoWasIntroducedIsOfFoldersThatHisIntroducerShares)
-{
-    ShareWith({"bob", "erin"});
-    records_.AddShare({"{G}", "00AC", "00CD", "Second"});
-    records_.AddMember("{G}", "erin");
-    records_.Introduce("erin", "e", "bob", 1);
-    Database database(path_, Database::Mode::kOpen);
-    Statement(database, "UPDATE device SET card = '00' WHERE id = 'e'").Run();
-    EXPECT_EQ(records_.MembersToTell("{F}"), (Names{"bob", "erin"}));
-    EXPECT_TRUE(records_.MembersToTell("{G}").empty());
-
-    Give("{1}", {"erin"});
-    PackagePlan plan;
-    plan.members = {"erin"};
-    plan.items = {{"{2}", "{F}"}, {"{3}", "{G}"}};
-    Plan("/both", plan);
-
-    EXPECT_EQ(Delivered(), Names{"1 e after 0"});
+    for (const char* what : {"has", "told", "is_in"}) {
+        database.Execute("UPDATE folder_device SET " + std::string(what) + " = 0 WHERE device = 'bob'");
+        EXPECT_FALSE(records_.MayGet("{F}", "bob")) << what;
+        EXPECT_FALSE(records_.IsReachable("{F}", "bob")) << what;
+        database.Execute("UPDATE folder_device SET " + std::string(what) + " = 1 WHERE device = 'bob'");
+        EXPECT_TRUE(records_.MayGet("{F}", "bob"));
+    }
+    database.Execute("UPDATE folder SET state = 3");
+    EXPECT_FALSE(records_.MayGet("{F}", "bob")) << "it was left";
 }
 
 TEST_F(RecordsTest, APackageIsNotedOnceUnderItsPath)
@@ -257,75 +269,6 @@ TEST_F(RecordsTest, APackageIsNotedOnceUnderItsPath)
     EXPECT_EQ(records_.AddOutgoing("/1", "00AB"), records_.AddOutgoing("/1", "00AB"));
     EXPECT_EQ(records_.Outgoing().size(), 1U);
 }
-
-TEST_F(RecordsTest, ANewMemberIsToldOfTheFolderAndOwedAllOfItAndNobodyElseIs)
-{
-    ShareWith({"bob"});
-    Announce("bob", 2);
-    records_.FinishResend(records_.FindResend("{F}", "bob")->number);
-
-    EXPECT_TRUE(records_.AddMember("{F}", "carol"));
-
-    EXPECT_EQ(records_.MembersToTell("{F}"), Names{"carol"});
-    ASSERT_EQ(records_.Resends().size(), 1U);
-    EXPECT_EQ(records_.Resends()[0].member, "carol");
-    EXPECT_EQ(records_.Resends()[0].scope, ResendScope::kEverything);
-    EXPECT_EQ(records_.Members("{F}", true), Names{"bob"});
-    Announce("carol", 3);
-    EXPECT_EQ(records_.Members("{F}", true), (Names{"bob", "carol"}));
-    EXPECT_TRUE(records_.MembersToTell("{F}").empty());
-}
-
-TEST_F(RecordsTest, AMemberHearsOfANewOneWithTheNextThatIsSentToItOrComesFromIt)
-{
-    ShareWith({"bob", "dora"});
-    Announce("bob", 3);
-    Announce("dora", 3);
-    records_.NoteHeardFrom("{F}", "bob");
-    EXPECT_TRUE(records_.MembersToTell("{F}").empty());
-    records_.AddMember("{F}", "carol");
-    Announce("carol", 4);
-    EXPECT_TRUE(records_.MembersToTell("{F}").empty());
-
-    records_.NoteHeardFrom("{F}", "bob");
-    EXPECT_EQ(records_.MembersToTell("{F}"), Names{"bob"});
-    Give("{1}", {"carol", "dora"});
-    EXPECT_EQ(records_.MembersToTell("{F}"), (Names{"bob", "dora"}));
-    Announce("bob", 4);
-    Announce("dora", 4);
-    EXPECT_TRUE(records_.MembersToTell("{F}").empty());
-}
-
-TEST_F(RecordsTest, ALearnedMemberHasTheFolderAndIsOwedWhatWasMadeHere)
-{
-    ShareWith({"alice"});
-    Announce("alice", 2);
-    records_.FinishResend(records_.FindResend("{F}", "alice")->number);
-
-    records_.LearnMembers("{F}", {"alice", "carol"}, true);
-
-    EXPECT_EQ(records_.Members("{F}", true), (Names{"alice", "carol"}));
-    ASSERT_EQ(records_.Resends().size(), 1U);
-    EXPECT_EQ(records_.Resends()[0].member, "carol");
-    EXPECT_EQ(records_.Resends()[0].scope, ResendScope::kOwn);
-    records_.NoteHeardFrom("{F}", "alice");
-    records_.NoteHeardFrom("{F}", "carol");
-    EXPECT_TRUE(records_.MembersToTell("{F}").empty());
-}
-
-// dora, whom the announcement didn't name, isn't known to its sender.
-TEST_F(RecordsTest, WhoAnnouncesFewerMembersThanAreKnownHereIsToldOfTheOthers)
-{
-    ShareWith({"alice", "dora"});
-    Announce("alice", 2);
-    Announce("dora", 3);
-
-    records_.LearnMembers("{F}", {"alice", "carol"}, true);
-    records_.NoteHeardFrom("{F}", "alice");
-
-    EXPECT_EQ(records_.MembersToTell("{F}"), Names{"alice"});
-}
-
 TEST_F(RecordsTest, WhatAPackageHoldsIsntOwedToItsMembersAnyMore)
 {
     ShareWith({"bob", "carol"});
@@ -343,8 +286,8 @@ TEST_F(RecordsTest, WhatAPackageHoldsIsntOwedToItsMembersAnyMore)
 TEST_F(RecordsTest, OthersHaveAnItemUnlessTheyAreYetToBeGivenIt)
 {
     ShareWith({"bob", "carol"});
-    Announce("bob", 3);
-    Announce("carol", 3);
+    NoteHas("bob");
+    NoteHas("carol");
     const ResendRecord toBob = *records_.FindResend("{F}", "bob");
     EXPECT_FALSE(records_.OthersHave(toBob, "{1}"));
 
@@ -402,7 +345,7 @@ TEST_F(RecordsTest, AnUnsentItemIsForgottenOnceAPackageHoldsIt)
 }
 
 // The tables as version 1 of the program left them.
-TEST_F(RecordsTest, RecordsOfTheFirstVersionKeepWhatTheyTellAndOweWhatTheyOwed)
+TEST_F(RecordsTest, FoldersThatWereSharedBeforeAnybodySignedForItAreSharedNoMoreAndRemembered)
 {
     const std::string path = (directory_ / "old.db").string();
     Database database(path, Database::Mode::kCreate);
@@ -427,11 +370,12 @@ TEST_F(RecordsTest, RecordsOfTheFirstVersionKeepWhatTheyTellAndOweWhatTheyOwed)
     Records::Upgrade(database, 1);
 
     Records records(path);
-    EXPECT_EQ(records.Members("{F}", true), Names{"bob"});
-    ASSERT_EQ(records.Resends().size(), 2U);
-    EXPECT_EQ(records.FindResend("{F}", "carol")->scope, ResendScope::kEverything);
-    // What lay in the exchange for him is never read.
-    EXPECT_EQ(records.FindResend("{F}", "bob")->scope, ResendScope::kAgain);
+    EXPECT_TRUE(records.Shares().empty());
+    EXPECT_TRUE(records.Members("{F}").empty());
+    EXPECT_TRUE(records.Resends().empty());
+    Statement former(database, "SELECT folder_id || ' ' || entry_id || ' ' || name FROM former");
+    ASSERT_TRUE(former.Step());
+    EXPECT_EQ(former.Text(0), "{F} 00AB Shared");
     ASSERT_EQ(records.Outgoing().size(), 1U);
     EXPECT_FALSE(records.Outgoing()[0].isPlanned);
     const auto item = records.FindItem("{I}");

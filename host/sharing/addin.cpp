@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
-#include <set>
 
 #include "host/base/output.h"
 #include "host/base/path_text.h"
@@ -251,67 +250,6 @@ HRESULT Addin::OnPostprocess(BSTR entryId, BSTR /*storeId*/)
             parts_.records.SetModified(row->id, modified);
     }
     return S_OK;
-}
-
-HRESULT Addin::OnFolderReceived(IFolder* folder, BSTR tag)
-{
-    parts_.statistics.Touch();
-    const std::string folderId = ReadText(*folder, &IFolder::get_ID);
-    const auto announcement = ParseAnnouncement(ReadText(*folder, &IFolder::get_CustomInfo));
-    if (!announcement || folderId.empty()) {
-        std::fprintf(stderr, "quorvane: left out a folder's announcement from '%s': it can't be understood\n",
-                     Printable(ToUtf8(ViewOf(tag))).c_str());
-        return S_OK;
-    }
-    const bool joined = !parts_.records.FindShare(folderId);
-    if (joined)
-        JoinFolder(folderId, *announcement);
-    LearnMembers(folderId, *announcement, joined, ToUtf8(ViewOf(tag)));
-    Log("onFolderReceived", folderId, announcement->name);
-    return S_OK;
-}
-
-// A folder of that name which is in use for something else isn't touched: the shared one gets a name of its
-// own.
-std::string Addin::NewFolderPath(const Announcement& announcement) const
-{
-    const std::vector<FolderInfo> folders = ListFolders(parts_.mail);
-    std::string path = announcement.name;
-    for (int number = 1;; ++number) {
-        const auto found = std::find_if(folders.begin(), folders.end(),
-                                        [&](const FolderInfo& folder) { return folder.path == path; });
-        if (found == folders.end() ||
-            (found->items == 0 && !parts_.records.FindShareByEntryId(found->entryId)))
-            return path;
-        path = announcement.name + " (" + announcement.from +
-               (number > 1 ? " " + std::to_string(number) : "") + ")";
-    }
-}
-
-void Addin::JoinFolder(const std::string& folderId, const Announcement& announcement)
-{
-    const std::string path = NewFolderPath(announcement);
-    const ComPtr<IMAPIFolder> folder = EnsureFolder(parts_.mail, path);
-    const Share share{folderId, HexOf(*folder, PR_ENTRYID), parts_.mail.StoreId(), path};
-    // In this order: the run's thread adds every share that it finds in the records and the engine lacks.
-    AddEngineFolder(*engine_, share);
-    parts_.records.AddShare(share);
-}
-
-// Who announces the folder to a new member sends him all items, so whoever joins through this announcement owes
-// the others nothing. Who is in already owes a member that it didn't know what was changed here: the others do the
-// same, and what none of them changed came with the announcement's sender.
-void Addin::LearnMembers(const std::string& folderId, const Announcement& announcement, bool joined,
-                         const std::string& by)
-{
-    std::set<std::string> names(announcement.members.begin(), announcement.members.end());
-    names.insert(by);
-    names.erase(parts_.mailbox.Name());
-    parts_.records.LearnMembers(folderId, {names.begin(), names.end()}, !joined);
-    for (const auto& [member, devices] : announcement.devices)
-        for (const std::string& device : devices)
-            if (names.contains(member))
-                parts_.records.Introduce(member, device, by, FileTimeNow());
 }
 
 HRESULT Addin::DatabasePath(Bstr& path)

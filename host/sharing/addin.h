@@ -9,7 +9,6 @@
 
 #include "host/mailbox/mailbox.h"
 #include "host/mailbox/records.h"
-#include "host/sharing/announcement.h"
 #include "host/sharing/apply_guard.h"
 #include "host/sharing/engine.h"
 #include "host/sharing/item_state.h"
@@ -61,7 +60,6 @@ public:
     ItemVersions& Versions() noexcept { return versions_; }
 
     HRESULT OnItemResend(IItem* item, BSTR jobId, bool& ignore) override;
-    HRESULT OnFolderReceived(IFolder* folder, BSTR tag) override;
     HRESULT OnItemAdded(IItem* item, bool& ignore) override
     {
         return OnLocalChange("onItemAdded", *item, ignore);
@@ -95,10 +93,6 @@ private:
     HRESULT OnLocalChange(const char* event, IItem& item, bool& ignore);
     bool IsStillThere(IItem& item) const;
     HRESULT ChooseId(IItem& item, const SharingRow& row, bool stays);
-    void JoinFolder(const std::string& folderId, const Announcement& announcement);
-    std::string NewFolderPath(const Announcement& announcement) const;
-    void LearnMembers(const std::string& folderId, const Announcement& announcement, bool joined,
-                      const std::string& by);
     void Log(const char* event, const std::string& id, const std::string& what) const;
 
     Parts parts_;

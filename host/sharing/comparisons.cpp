@@ -5,7 +5,7 @@
 #include "host/base/files.h"
 #include "host/base/output.h"
 #include "host/mailbox/item_text.h"
-#include "host/sharing/announcement.h"
+#include "host/sharing/recipients.h"
 #include "host/store/properties.h"
 
 namespace quorvane::host {

@@ -9,7 +9,6 @@
 #include "host/base/system_file.h"
 #include "host/exchange/error.h"
 #include "host/mailbox/item_text.h"
-#include "host/sharing/announcement.h"
 
 namespace quorvane::host {
 
@@ -30,6 +29,18 @@ constexpr std::chrono::seconds kLongestPause{60};
 constexpr std::size_t kMostTold = 100;
 
 constexpr std::int64_t kFileTimesASecond = 10'000'000;
+
+std::uint64_t LargestOf(exchange::PackageKind kind)
+{
+    switch (kind) {
+        case exchange::PackageKind::kMembership:
+            return exchange::kLongestFolderNote;
+        case exchange::PackageKind::kDigest:
+            return exchange::FolderReport::kLongest;
+        default:
+            return kLargestPackage;
+    }
+}
 
 std::string ShownPackage(const Peer& peer, std::uint64_t sequence)
 {
@@ -107,14 +118,11 @@ bool Inbox::HasWork(Transport& transport)
     return false;
 }
 
-// A file that was refused waits for its next look, and one that is held until something is known that wasn't.
+// A file that was refused waits for its next look.
 bool Inbox::IsPaused(const Key& key) const
 {
     const auto refusal = refusals_.find(key);
-    if (refusal != refusals_.end() && Clock::now() < refusal->second.nextLook)
-        return true;
-    const auto held = heldWith_.find(key);
-    return held != heldWith_.end() && held->second == records_.CountFoldersAndMembers();
+    return refusal != refusals_.end() && Clock::now() < refusal->second.nextLook;
 }
 
 // Empty when it can't be told.
@@ -241,18 +249,19 @@ bool Inbox::TakeFrom(Transport& transport, Peer& peer)
 }
 
 // Nobody else can write to the copy: what was verified there is what is opened.
-Inbox::Unsealed Inbox::Unseal(Transport& transport, const Peer& peer, std::uint64_t sequence) const
+Inbox::Opened Inbox::Unseal(Transport& transport, const Peer& peer, std::uint64_t sequence) const
 {
     const auto copy = OpenOwnFile(SealedPath(peer.id, sequence));
     exchange::SealedPackage package(*copy, ShownPackage(peer, sequence));
     package.Verify(peer.card->signing);
     const auto previous = package.PreviousFor(transport.keys.Id());
     const exchange::PackageKind kind = package.Label().kind;
-    const bool isKnown = kind == exchange::PackageKind::kItems || kind == exchange::PackageKind::kDigest;
+    const bool isKnown = kind == exchange::PackageKind::kItems || kind == exchange::PackageKind::kDigest ||
+                         kind == exchange::PackageKind::kMembership;
     if (package.Label().sequence != sequence || !isKnown || !previous)
         exchange::Refuse(ShownPackage(peer, sequence) + " isn't what it was taken for");
     const std::filesystem::path clear = ClearPath(peer.id, sequence);
-    exchange::CheckRoom(package.ContentSize(), clear, kLargestPackage, kSpareRoom);
+    exchange::CheckRoom(package.ContentSize(), clear, LargestOf(kind), kSpareRoom);
     const SystemFile file(clear, SystemFile::Use::kWrite);
     package.Unseal(transport.keys, [&](std::string_view bytes) { file.Write(bytes.data(), bytes.size()); });
     return {{package.Label().epoch, sequence, *previous}, kind};
@@ -269,29 +278,17 @@ bool Inbox::Take(Transport& transport, const Peer& peer, const exchange::ForUs& 
     if (!file)
         return false;
     exchange::CopyIn(*file, SealedPath(peer.id, sequence), kLargestPackage, kSpareRoom);
-    const auto [verified, kind] = Unseal(transport, peer, sequence);
-    if (verified != package)
+    const Opened opened = Unseal(transport, peer, sequence);
+    if (opened.order != package)
         exchange::Refuse(ShownPackage(peer, sequence) + " isn't the one that was looked at");
-    if (kind == exchange::PackageKind::kDigest) {
-        TakeReport(transport, peer, verified);
+    if (opened.kind == exchange::PackageKind::kDigest) {
+        TakeReport(transport, peer, package);
         return true;
     }
-    std::string reason;
-    const Verdict verdict = Judge(peer, ClearPath(peer.id, sequence), reason);
-    if (verdict == Verdict::kHold) {
-        RemoveCopies(peer.id, sequence);
-        Hold(transport, peer, sequence, reason);
-        return false;
-    }
-    if (verdict == Verdict::kReject) {
-        PutAside(peer, ClearPath(peer.id, sequence), reason);
-        Finish(transport, peer, verified);
-        return true;
-    }
-    transport.peers.PutIncoming({peer.id, sequence, IncomingRecord::State::kTaken, {}, 0});
-    tries_ = 0;
     ++statistics_.packagesReceived;
-    Process(transport, peer, sequence);
+    if (opened.kind == exchange::PackageKind::kItems)
+        return TakeItems(transport, peer, package);
+    TakeNote(transport, peer, package);
     return true;
 }
 
@@ -302,7 +299,7 @@ void Inbox::TakeReport(Transport& transport, const Peer& peer, const exchange::F
         const auto report =
             exchange::FolderReport::Read(ReadWhole(ClearPath(peer.id, package.sequence), exchange::FolderReport::kLongest),
                                          "a report in " + ShownPackage(peer, package.sequence));
-        if (reports_ && records_.FindShare(report.folder) && MaySendOf(peer, report.folder))
+        if (reports_ && transport.folders.IsDeviceOfFolder(report.folder, peer.id))
             reports_->Hear(peer, report);
     } catch (const exchange::Error& error) {
         if (error.What() != exchange::Error::Kind::kRefused)
@@ -310,6 +307,51 @@ void Inbox::TakeReport(Transport& transport, const Peer& peer, const exchange::F
         ++statistics_.packagesRejected;
         report_("left out: " + std::string(error.what()));
     }
+    Finish(transport, peer, package);
+}
+
+bool Inbox::TakeItems(Transport& transport, const Peer& peer, const exchange::ForUs& package)
+{
+    std::string reason;
+    switch (Judge(transport.folders, peer, ClearPath(peer.id, package.sequence), reason)) {
+        case Verdict::kUse:
+            transport.peers.PutIncoming({peer.id, package.sequence, IncomingRecord::State::kTaken, {}, 0});
+            tries_ = 0;
+            Process(transport, peer, package.sequence);
+            break;
+        case Verdict::kPass:
+            Finish(transport, peer, package);
+            break;
+        case Verdict::kReject:
+            if (reports_)
+                reports_->Miss(peer.id);
+            TurnDown(transport, peer, package, reason);
+            break;
+    }
+    return true;
+}
+
+// What is told of a folder. It counts as taken, whatever is found of it.
+void Inbox::TakeNote(Transport& transport, const Peer& peer, const exchange::ForUs& package)
+{
+    try {
+        transport.folders.Take(peer, ReadWhole(ClearPath(peer.id, package.sequence), exchange::kLongestFolderNote));
+    } catch (const exchange::Error& error) {
+        if (error.What() == exchange::Error::Kind::kPassing)
+            throw;
+        TurnDown(transport, peer, package, error.what());
+        return;
+    }
+    Finish(transport, peer, package);
+}
+
+// A package whose sender may not send what it holds. What follows isn't held up.
+void Inbox::TurnDown(Transport& transport, const Peer& peer, const exchange::ForUs& package, const std::string& reason)
+{
+    transport.folders.NoteRefusal(peer.id, reason);
+    ++statistics_.packagesRejected;
+    if (turnedDown_.size() < kMostTold && turnedDown_.insert(reason).second)
+        report_("refused: " + reason);
     Finish(transport, peer, package);
 }
 
@@ -331,55 +373,48 @@ void Inbox::Refuse(Transport& transport, const Peer& peer, std::uint64_t sequenc
     report_("refused: " + reason);
 }
 
-void Inbox::Hold(Transport& transport, const Peer& peer, std::uint64_t sequence, const std::string& reason)
+// Items of a folder that nobody has accepted, or that was left, are neither applied nor kept: when it is accepted, all
+// of it is asked for. Of one that is shared here a member may send, and nobody else.
+Inbox::Verdict Inbox::JudgeContent(SharedFolders& folders, const Peer& peer, const Package& package, std::string& reason)
 {
-    heldWith_[{peer.id, sequence}] = records_.CountFoldersAndMembers();
-    transport.peers.PutIncoming({peer.id, sequence, IncomingRecord::State::kHeld, reason, 0});
-}
-
-// Who told of a device vouches for it in the folders that he shares himself.
-bool Inbox::MaySendOf(const Peer& peer, const std::string& folderId)
-{
-    return records_.IsMember(folderId, peer.member) &&
-           (peer.IsPinnedByUser() || records_.IsMember(folderId, peer.introducer));
-}
-
-// A package of what isn't known here yet, or of a folder that its sender isn't known to share, may be understood
-// when somebody's announcement has come.
-Inbox::Verdict Inbox::JudgeContent(const Peer& peer, const Package& package, std::string& reason)
-{
-    std::set<std::string> announced;
-    for (const PackageRecord& folder : package.folders) {
-        const bool isNew = !records_.FindShare(folder.id);
-        if (isNew ? !peer.IsPinnedByUser() : !MaySendOf(peer, folder.id)) {
-            reason = "'" + peer.member + "' isn't known to share the folder " + folder.id;
-            return Verdict::kHold;
-        }
-        announced.insert(folder.id);
+    if (!package.folders.empty()) {
+        reason = "'" + peer.member + "' announces a folder in a form that isn't used any more";
+        return Verdict::kReject;
     }
+    bool isAnyHere = false, isAnyElsewhere = false;
     for (const PackageRecord& item : package.items) {
-        if (!announced.contains(item.folderId) && !MaySendOf(peer, item.folderId)) {
-            reason = "'" + peer.member + "' isn't known to share the folder " + item.folderId;
-            return Verdict::kHold;
+        const bool isHere = records_.FindShare(item.folderId).has_value();
+        (isHere ? isAnyHere : isAnyElsewhere) = true;
+        if (!isHere && folders.IsKnown(item.folderId))
+            continue;
+        if (!isHere || !folders.IsDeviceOfFolder(item.folderId, peer.id)) {
+            reason = "'" + peer.member + "' isn't a member of the folder " + item.folderId;
+            return Verdict::kReject;
         }
         const auto known = records_.FindItem(item.id);
         if (known && known->folderId != item.folderId) {
-            reason = "it claims the item " + item.id + " of another folder";
+            reason = "'" + peer.member + "' sends the item " + item.id + " of another folder as one of " + item.folderId;
             return Verdict::kReject;
         }
     }
-    return Verdict::kUse;
+    if (isAnyHere && isAnyElsewhere) {
+        reason = "'" + peer.member + "' sends items of several folders in one package";
+        return Verdict::kReject;
+    }
+    return isAnyHere ? Verdict::kUse : Verdict::kPass;
 }
 
-Inbox::Verdict Inbox::Judge(const Peer& peer, const std::filesystem::path& path, std::string& reason)
+Inbox::Verdict Inbox::Judge(SharedFolders& folders, const Peer& peer, const std::filesystem::path& path,
+                            std::string& reason)
 {
     try {
         const ComPtr<IStorage> root = OpenCompoundFile(path);
         if (!IsPackage(*root)) {
-            reason = "it is a compound file, but no package";
+            reason = "'" + peer.member + "' sends a compound file that is no package";
             return Verdict::kReject;
         }
-        return JudgeContent(peer, ReadPackage(*root, path.string(), [](const PackageRecord&, IStorage&) {}), reason);
+        return JudgeContent(folders, peer, ReadPackage(*root, path.string(), [](const PackageRecord&, IStorage&) {}),
+                            reason);
     } catch (const HostError& error) {
         reason = error.what();
         return Verdict::kReject;
@@ -403,17 +438,13 @@ bool Inbox::IsApplied(const PackageRecord& item)
     return !item.hasMessage || record->isWhole || *known.Shown() != *sent->heads.Shown();
 }
 
-std::size_t Inbox::CountMissing(const std::filesystem::path& path, const std::string& member)
+std::size_t Inbox::CountMissing(const std::filesystem::path& path)
 {
     const ComPtr<IStorage> root = OpenCompoundFile(path);
     std::size_t missing = 0;
     const Package content = ReadPackage(*root, path.string(), [](const PackageRecord&, IStorage&) {});
-    std::set<std::string> folders;
-    for (const PackageRecord& item : content.items) {
+    for (const PackageRecord& item : content.items)
         missing += IsApplied(item) ? 0 : 1;
-        if (folders.insert(item.folderId).second)
-            records_.NoteHeardFrom(item.folderId, member);
-    }
     return missing;
 }
 
@@ -427,7 +458,7 @@ bool Inbox::Advance(Transport& transport)
     try {
         if (!peer || !peer->card)
             exchange::Refuse("a package from a device that isn't known any more");
-        package = Unseal(transport, *peer, current.sequence).package;
+        package = Unseal(transport, *peer, current.sequence).order;
     } catch (const exchange::Error&) {
         // The copy didn't outlive a power cut, or the device was dropped: it is taken anew, if at all.
         RemoveCopies(current.device, current.sequence);
@@ -437,10 +468,9 @@ bool Inbox::Advance(Transport& transport)
     const std::filesystem::path path = ClearPath(peer->id, current.sequence);
     if (current.state == IncomingRecord::State::kTaken) {
         ++statistics_.packagesReceived;
-        Process(transport, *peer, current.sequence);
-        return true;
+        return TakeItems(transport, *peer, package);  // who may send what may have changed since
     }
-    const std::size_t missing = CountMissing(path, peer->member);
+    const std::size_t missing = CountMissing(path);
     if (missing > 0) {
         // A message that was made and has no row would be made a second time, or pass for one made here.
         matcher_.MatchPackage(path.string());
@@ -459,7 +489,6 @@ void Inbox::Finish(Transport& transport, const Peer& peer, const exchange::ForUs
     transport.peers.NoteApplied(peer.id, package);
     RemoveCopies(peer.id, package.sequence);
     refusals_.erase({peer.id, package.sequence});
-    heldWith_.erase({peer.id, package.sequence});
     tries_ = 0;
     statistics_.Touch();
 }

@@ -6,7 +6,7 @@
 //
 // What a package has come to stands in the records (IncomingRecord), and each step may be done again after a kill:
 //
-//     lies in the exchange   nothing noted; or held, or refused, with the reason
+//     lies in the exchange   nothing noted; or refused, with the reason
 //     taken                  its sealed copy lies in inbox/, and was found to be the next one
 //     given                  the engine has it, or has had it
 //     applied                the device's order has gone on to its number
@@ -67,7 +67,7 @@ public:
 
 private:
     using Clock = std::chrono::steady_clock;
-    enum class Verdict { kUse, kHold, kReject };
+    enum class Verdict { kUse, kPass, kReject };
     // What a file in the exchange says of itself; nothing when it isn't for this device.
     using Header = std::optional<exchange::ForUs>;
     struct Refusal {
@@ -83,22 +83,23 @@ private:
     void NoteGap(Transport& transport, Peer& peer, const std::optional<exchange::SequenceRange>& gap);
     bool TakeFrom(Transport& transport, Peer& peer);
     bool Take(Transport& transport, const Peer& peer, const exchange::ForUs& package);
-    struct Unsealed {
-        exchange::ForUs package;
+    struct Opened {
+        exchange::ForUs order;
         exchange::PackageKind kind = exchange::PackageKind::kItems;
     };
-    Unsealed Unseal(Transport& transport, const Peer& peer, std::uint64_t sequence) const;
+    Opened Unseal(Transport& transport, const Peer& peer, std::uint64_t sequence) const;
+    Verdict Judge(SharedFolders& folders, const Peer& peer, const std::filesystem::path& path, std::string& reason);
+    Verdict JudgeContent(SharedFolders& folders, const Peer& peer, const Package& package, std::string& reason);
+    bool TakeItems(Transport& transport, const Peer& peer, const exchange::ForUs& package);
+    void TakeNote(Transport& transport, const Peer& peer, const exchange::ForUs& package);
+    void TurnDown(Transport& transport, const Peer& peer, const exchange::ForUs& package, const std::string& reason);
     void TakeReport(Transport& transport, const Peer& peer, const exchange::ForUs& package);
-    Verdict Judge(const Peer& peer, const std::filesystem::path& path, std::string& reason);
-    bool MaySendOf(const Peer& peer, const std::string& folderId);
-    Verdict JudgeContent(const Peer& peer, const Package& package, std::string& reason);
     void Refuse(Transport& transport, const Peer& peer, std::uint64_t sequence, const std::string& reason);
-    void Hold(Transport& transport, const Peer& peer, std::uint64_t sequence, const std::string& reason);
     bool IsPaused(const Key& key) const;
 
     bool Advance(Transport& transport);
     bool IsApplied(const PackageRecord& item);
-    std::size_t CountMissing(const std::filesystem::path& path, const std::string& member);
+    std::size_t CountMissing(const std::filesystem::path& path);
     void Finish(Transport& transport, const Peer& peer, const exchange::ForUs& package);
     void Process(Transport& transport, const Peer& peer, std::uint64_t sequence);
     void PutAside(const Peer& peer, const std::filesystem::path& path, const std::string& reason);
@@ -120,9 +121,9 @@ private:
     std::map<Key, Header> headers_;        // of files that were looked at
     std::set<Key> genuine_;                // of these files, those whose signature holds
     Clock::time_point headersEnd_{};       // until when both count
+    std::set<std::string> turnedDown_;     // reasons that were told
     std::map<Key, Refusal> refusals_;      // when a file that was refused is looked at again
-    exchange::DeviceId lastTaken_;         // whose package was the last one
-    std::map<Key, std::int64_t> heldWith_;  // held ones, and with how much knowledge of folders and members
+    exchange::DeviceId lastTaken_;    // whose package was the last one
 };
 
 }  // namespace quorvane::host

@@ -20,7 +20,7 @@ class InboxTest : public ::testing::Test {
 protected:
     static constexpr std::chrono::seconds kWithin{60};
 
-    InboxTest() { here.records.LearnMembers("{F}", {"alice", "carol"}, false); }
+    InboxTest() { here.LetIn({"alice", "carol"}); }
 
     // A package with a message, as the engine makes it.
     std::string Content(const std::string& subject)
@@ -260,22 +260,80 @@ TEST_F(InboxTest, WhatIsSealedByAStrangerOrToOthersNeverReachesTheEngine)
     EXPECT_TRUE(Subjects().empty());
 }
 
-TEST_F(InboxTest, APackageOfSomebodyWhoIsntKnownToShareTheFolderWaitsWithoutACopyUntilHeIs)
+TEST_F(InboxTest, WhatSomebodySendsOfAFolderWhoseMemberHeIsntIsRefusedAndCountedAndHoldsNothingUp)
 {
     const exchange::DeviceKeys dave;
     here.Pin(dave, "dave");
     Arrive(dave, 1, "from dave");
+    Arrive(dave, 2, "and again");
+    Arrive(here.alice, 1, "from alice");
+    here.callbacks.beforeReceived = [this, call = 0]() mutable { EXPECT_EQ(++call, 1); };
 
     Drain();
-    EXPECT_TRUE(Subjects().empty());
+
+    EXPECT_EQ(Subjects(), Subject{"from alice"});
+    EXPECT_EQ(Applied(dave), 2U);
     EXPECT_FALSE(HasCopies());
-    ASSERT_EQ(here.transport.peers.Incoming().size(), 1U);
-    EXPECT_EQ(here.transport.peers.Incoming()[0].state, IncomingRecord::State::kHeld);
-
-    here.records.LearnMembers("{F}", {"dave"}, false);
+    EXPECT_EQ(lines.size(), 1U);
+    EXPECT_EQ(here.statistics.packagesRejected, 2U);
+    ASSERT_EQ(here.transport.folders.Refusals().size(), 1U);
+    EXPECT_EQ(here.transport.folders.Refusals()[0].device, dave.Id());
+    EXPECT_EQ(here.transport.folders.Refusals()[0].count, 2U);
+    here.callbacks.beforeReceived = nullptr;
+    here.LetIn({"dave"});
+    Arrive(dave, 3, "as a member");
     Drain();
-    EXPECT_EQ(Subjects(), Subject{"from dave"});
-    EXPECT_TRUE(here.transport.peers.Incoming().empty());
+    EXPECT_EQ(Subjects(), (Subject{"from alice", "as a member"}));
+}
+
+// Killed when it lay in inbox/, and the folder was left before the next run.
+TEST_F(InboxTest, WhoMaySendIsJudgedAgainWhenAPackageIsTakenUp)
+{
+    Arrive(here.alice, 1, "too late");
+    exchange::CopyIn(*here.transport.place.Open(here.alice.Id(), 1),
+                     here.mailbox.InboxPath() / (exchange::TextOf(here.alice.Id()) + "-1.qvx"), 1 << 20, 0);
+    here.transport.peers.PutIncoming({here.alice.Id(), 1, IncomingRecord::State::kTaken, {}, 0});
+    here.transport.folders.Leave("{F}");
+    here.callbacks.beforeReceived = [] { ADD_FAILURE(); };
+
+    Drain();
+
+    EXPECT_TRUE(Subjects().empty());
+    EXPECT_EQ(Applied(here.alice), 1U);
+    EXPECT_EQ(here.statistics.packagesRejected, 0U) << "nobody did anything wrong";
+}
+
+TEST_F(InboxTest, WhatIsToldOfAFolderIsTakenInItsTurnAndRubbishCountsAsTakenToo)
+{
+    const exchange::DeviceKeys dave;
+    here.Pin(dave, "dave");
+    exchange::MembershipEntry entry;
+    entry.folder = "{DAVES}";
+    entry.member = dave.Signing();
+    entry.name = "dave";
+    const std::string founding = WriteMembershipEntry(dave, entry);
+    entry.change = exchange::MembershipChange::kAdd;
+    entry.member = here.transport.keys.Signing();
+    entry.name = "bob";
+    entry.seen = {exchange::IdOfEntry(founding)};
+    const auto note = exchange::WriteFolderNote({true, {}, "{DAVES}", "Inbox", {founding, WriteMembershipEntry(dave, entry)}});
+    const auto lay = [&](std::uint64_t sequence, const std::string& content) {
+        std::string package;
+        exchange::Seal(dave, {dave.Id(), exchange::Epoch{7}, sequence, exchange::PackageKind::kMembership},
+                       {{here.transport.keys.Id(), here.transport.keys.Sealing(), sequence - 1}},
+                       exchange::MemorySource(content), [&](std::string_view bytes) { package += bytes; });
+        Lay(dave, sequence, package);
+    };
+    lay(1, "rubbish");
+    lay(2, note);
+
+    Drain();
+
+    EXPECT_EQ(Applied(dave), 2U);
+    EXPECT_EQ(here.statistics.packagesRejected, 1U);
+    ASSERT_EQ(here.transport.folders.Invitations().size(), 1U);
+    EXPECT_EQ(here.transport.folders.Invitations()[0].name, "Inbox");
+    EXPECT_FALSE(HasCopies());
 }
 
 TEST_F(InboxTest, AnItemThatIsKnownInAnotherFolderIsntTouched)

@@ -6,9 +6,10 @@
 #include <system_error>
 
 #include "host/base/files.h"
+#include "host/base/output.h"
 #include "host/base/path_text.h"
 #include "host/mailbox/item_text.h"
-#include "host/sharing/announcement.h"
+#include "host/sharing/recipients.h"
 #include "host/store/folders.h"
 #include "host/store/properties.h"
 #include "quorvane3/storage.h"
@@ -34,6 +35,14 @@ std::string HeadsIn(const PackageRecord& item)
 {
     const auto text = ParseItem(item.customInfo, !item.hasMessage);
     return text ? FormatHeads(text->heads) : std::string();
+}
+
+// Files of what members are to be told of folders begin so.
+const std::string kNotePrefix = "note-";
+
+exchange::PackageKind KindOf(const OutgoingPackage& package)
+{
+    return ParseReportRecipients(package.recipients).empty() ? package.kind : exchange::PackageKind::kDigest;
 }
 
 bool IsForOneMember(const std::string& recipients)
@@ -79,7 +88,22 @@ void Outbox::Resume()
         if (found != listed.end())
             Forget(found->recipients);
     }
+    RemoveStrayNotes();
     Plan();
+}
+
+// Those that got no number before a kill: they are made again.
+void Outbox::RemoveStrayNotes() const
+{
+    const auto outgoing = records_.Outgoing();
+    for (const auto& entry : std::filesystem::directory_iterator(parts_.mailbox.PackagesPath())) {
+        const bool isAwaited = std::any_of(outgoing.begin(), outgoing.end(), [&](const OutgoingPackage& package) {
+            return package.path == entry.path().string();
+        });
+        std::error_code ignored;  // one more file of a few bytes
+        if (!isAwaited && entry.path().filename().string().starts_with(kNotePrefix))
+            std::filesystem::remove(entry.path(), ignored);
+    }
 }
 
 // Whether a package has been left alone for a moment, or has been filling for long enough.
@@ -114,6 +138,14 @@ void Outbox::TakeReady(bool evenIfFresh)
     for (const Listed& package : ListEngine())
         if (evenIfFresh || IsReady(package.path))
             Take(package);
+}
+
+std::string Outbox::FolderOf(const OutgoingPackage& package)
+{
+    if (const auto target = ParseMemberRecipients(package.recipients))
+        return target->folderId;
+    const auto share = records_.FindShareByEntryId(package.recipients);
+    return share ? share->folderId : std::string();
 }
 
 std::vector<std::string> Outbox::ReceiversOf(const OutgoingPackage& package)
@@ -182,14 +214,9 @@ bool Outbox::Plan(const OutgoingPackage& package)
     if (std::filesystem::exists(PathOf(package.path), error)) {
         if (!IsClosed(package.path))
             return false;
-        if (LookThrough(package, content) && !(content.items.empty() && content.folders.empty()))
+        if (LookThrough(package, content) && !content.items.empty())
             plan.members = ReceiversOf(package);
     }
-    for (const PackageRecord& folder : content.folders)
-        if (const auto announcement = ParseAnnouncement(folder.customInfo)) {
-            plan.announcedFolder = folder.id;
-            plan.membersNamed = announcement->members.size();
-        }
     for (PackageRecord& item : content.items)
         plan.items.push_back({std::move(item.id), std::move(item.folderId), HeadsIn(item)});
     plan.isForAll = !IsForOneMember(package.recipients);
@@ -204,17 +231,32 @@ void Outbox::Plan()
             return;  // those behind it wait, for the order
 }
 
+// Who left the folder since the package got its number doesn't get it. What he is still to be given of others follows
+// in later ones.
+std::vector<exchange::Receiver> Outbox::DevicesFor(const OutgoingPackage& package, Transport& transport)
+{
+    std::vector<exchange::Receiver> receivers = transport.peers.ReceiversOf(package.sequence);
+    if (KindOf(package) != exchange::PackageKind::kItems)
+        return receivers;
+    const std::string folderId = FolderOf(package);
+    std::erase_if(receivers, [&](const exchange::Receiver& receiver) {
+        const bool isOut = !transport.folders.IsDeviceOfFolder(folderId, receiver.id);
+        if (isOut)
+            transport.peers.Remake(receiver.id);
+        return isOut;
+    });
+    return receivers;
+}
+
 // What is gone from the disk is made again for those who were to get it.
 void Outbox::Lay(const OutgoingPackage& package, Transport& transport)
 {
     const std::filesystem::path path = PathOf(package.path);
-    const auto receivers = transport.peers.ReceiversOf(package.sequence);
+    const auto receivers = DevicesFor(package, transport);
     std::error_code error;
     if (std::filesystem::exists(path, error)) {
         if (!receivers.empty()) {
-            LaySealed(transport, package.sequence, receivers, path,
-                      ParseReportRecipients(package.recipients).empty() ? exchange::PackageKind::kItems
-                                                                        : exchange::PackageKind::kDigest);
+            LaySealed(transport, {package.sequence, KindOf(package)}, receivers, path);
             ++parts_.statistics.packagesSent;
         }
     } else {
@@ -223,6 +265,18 @@ void Outbox::Lay(const OutgoingPackage& package, Transport& transport)
     }
     records_.NoteLaid(package.number);
     parts_.statistics.Touch();
+}
+
+// What is told of folders goes out in an order of its own: those who get items know the folder before.
+void Outbox::TakeNotes(SharedFolders& folders)
+{
+    for (const DueNote& note : folders.DueNotes()) {
+        const std::filesystem::path path =
+            parts_.mailbox.PackagesPath() / PathOf(kNotePrefix + note.founding.substr(0, 12) + "-" + std::to_string(FileTimeNow()) + ".qvn");
+        WriteDurably(path, note.bytes);
+        folders.NoteTold(note, path.string());
+        parts_.statistics.Touch();
+    }
 }
 
 void Outbox::Deliver(Transport& transport)

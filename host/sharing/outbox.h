@@ -43,6 +43,9 @@ public:
     // out and noted.
     void Plan();
 
+    // Takes what members are to be told of folders.
+    void TakeNotes(SharedFolders& folders);
+
     // Lays what was taken into the exchange. Throws, an exchange::Error too, when that can't be used; what wasn't
     // laid there is kept for the next call.
     void Deliver(Transport& transport);
@@ -65,11 +68,14 @@ private:
     bool IsReady(const std::string& path);
     void Take(const Listed& package);
     void Forget(const std::string& recipients) const;
+    void RemoveStrayNotes() const;
     bool Plan(const OutgoingPackage& package);
     void Lay(const OutgoingPackage& package, Transport& transport);
     bool LookThrough(const OutgoingPackage& package, Package& content);
     void PutAside(const OutgoingPackage& package);
+    std::string FolderOf(const OutgoingPackage& package);
     std::vector<std::string> ReceiversOf(const OutgoingPackage& package);
+    std::vector<exchange::Receiver> DevicesFor(const OutgoingPackage& package, Transport& transport);
 
     Addin::Parts parts_;
     const EngineSession& engine_;

@@ -195,8 +195,8 @@ TEST_F(PackageCheckTest, AnItemWithoutItsMessageIsDamagedUnlessItIsADeletion)
 
 TEST_F(PackageCheckTest, TheOutboxTakesADamagedItemOutAndNamesItAndSendsTheOthers)
 {
-    here.records.AddMember("{F}", "carol");
-    here.records.LearnMembers("{F}", {"alice"}, false);
+    here.transport.folders.Invite("{F}", "carol");
+    here.LetIn({"alice"});
     const std::string sound = Send("sound"), damaged = Send("damaged"), incomplete = Send("incomplete");
     Change(damaged, [](IStorage& item) { EXPECT_EQ(item.DestroyElement(OLESTR("MAPI_DATA")), S_OK); });
     Change(incomplete, [](IStorage& item) { EXPECT_EQ(item.DestroyElement(OLESTR("Contents")), S_OK); });
@@ -219,7 +219,7 @@ TEST_F(PackageCheckTest, TheOutboxTakesADamagedItemOutAndNamesItAndSendsTheOther
 
 TEST_F(PackageCheckTest, APackageThatCantBeReadAtAllIsPutAsideAndNotSent)
 {
-    here.records.LearnMembers("{F}", {"alice"}, false);
+    here.LetIn({"alice"});
     Send("one");
     std::filesystem::resize_file(PackagePath(), 100);
 

@@ -15,18 +15,19 @@ class ReceiptsTest : public ::testing::Test {
 protected:
     ReceiptsTest()
     {
-        here.records.LearnMembers("{F}", {"alice", "carol"}, false);
+        here.LetIn({"alice", "carol"});
         std::ofstream(here.directory / "content") << "content";
     }
 
     // Seals a package to these members and lays it into the exchange; its number.
     std::uint64_t Send(const std::vector<std::string>& members)
     {
+        here.hostRecords.Execute("UPDATE folder_device SET told = 1, due = 0");
         const auto path = here.directory / "content";
         const std::int64_t package = here.records.AddOutgoing(path.string(), "a group");
-        here.records.PlanPackage(package, {members, {}, 0, {}});
+        here.records.PlanPackage(package, {members, {{"{1}", "{F}"}}});
         const std::uint64_t sequence = here.records.Outgoing().at(0).sequence;
-        LaySealed(here.transport, sequence, here.transport.peers.ReceiversOf(sequence), path);
+        LaySealed(here.transport, {sequence}, here.transport.peers.ReceiversOf(sequence), path);
         here.records.NoteLaid(package);
         here.records.FinishOutgoing(package);
         return sequence;
@@ -196,7 +197,8 @@ TEST_F(ReceiptsTest, WhatIsAskedForAndLiesThereIsOnlyLateAndWhatDoesntIsMadeAgai
     EXPECT_TRUE(IsOwedAll("alice"));
     EXPECT_FALSE(IsOwedAll("carol"));
     EXPECT_TRUE(Lying().empty()) << "what follows is part of what is made again";
-    EXPECT_EQ(here.records.MembersToTell("{F}"), std::vector<std::string>{"alice"});
+    ASSERT_EQ(here.transport.folders.DueNotes().size(), 1U);
+    EXPECT_EQ(here.transport.folders.DueNotes()[0].devices, std::vector<std::string>{exchange::TextOf(here.alice.Id())});
     // It comes right behind what she has.
     Send({"alice"});
     EXPECT_EQ(here.transport.peers.ReceiversOf(3).at(0).previous, 0U);

@@ -7,7 +7,7 @@
 #include <set>
 
 #include "host/base/output.h"
-#include "host/sharing/announcement.h"
+#include "host/sharing/recipients.h"
 #include "host/sharing/since.h"
 #include "host/store/folders.h"
 #include "host/store/properties.h"

@@ -7,7 +7,7 @@
 #include <thread>
 
 #include "host/base/path_text.h"
-#include "host/sharing/announcement.h"
+#include "host/sharing/recipients.h"
 #include "host/sharing/since.h"
 #include "host/sharing/test_mailbox.h"
 
@@ -34,15 +34,13 @@ protected:
     // A member who has the folder, and all that is in it so far.
     void AddMemberWhoHas(const std::string& name)
     {
-        here.records.LearnMembers("{F}", {name}, false);
+        here.LetIn({name});
         reconciler.TakeForSent(here.share);
     }
-    // A member whom the folder was announced to, and who has nothing of it yet.
+    // A member who has accepted the folder, and has nothing of it yet.
     void AddNewMember(const std::string& name)
     {
-        here.records.AddMember("{F}", name);
-        sender.Announce(here.share, name);
-        outbox.Take(MemberRecipients(name, "{F}"));
+        here.Invite(name);
         Step();
     }
 
@@ -133,13 +131,8 @@ TEST_F(ResenderTest, TheFirstMembersOfAFolderAreEachGivenTheItemsInOneVersion)
 {
     const auto entryIds = AddMessages(5);
 
-    here.records.AddMember("{F}", "alice");
-    here.records.AddMember("{F}", "carol");
-    for (const char* name : {"alice", "carol"}) {
-        sender.Announce(here.share, name);
-        outbox.Take(MemberRecipients(name, "{F}"));
-        outbox.Plan();
-    }
+    here.Invite("alice");
+    here.Invite("carol");
     EXPECT_TRUE(StepToTheEnd());
 
     EXPECT_EQ(CountFor("alice"), 5U);
@@ -181,10 +174,7 @@ TEST_F(ResenderTest, ACancelledResendEndsAtTheNextItemAndGoesOnWithTheRestWhenAs
 TEST_F(ResenderTest, WhatACancelledFirstResendLeavesIsntTakenForAChange)
 {
     AddMessages(5);
-    here.records.AddMember("{F}", "carol");
-    sender.Announce(here.share, "carol");
-    outbox.Take(MemberRecipients("carol", "{F}"));
-    outbox.Plan();
+    here.Invite("carol");
     here.callbacks.beforeResend = [&] { here.records.CancelResends({}, {}); };
     EXPECT_TRUE(StepToTheEnd());
 
@@ -277,7 +267,8 @@ TEST_F(ResenderTest, ALearnedMemberIsGivenTheVersionsAndDeletionsThatWereMadeHer
     outbox.TakeReady(true);
     outbox.Plan();
 
-    here.records.LearnMembers("{F}", {"alice", "carol"}, true);
+    here.LetIn({"carol"});
+    here.records.AddResend("{F}", "carol", ResendScope::kOwn, 0);
     EXPECT_TRUE(StepToTheEnd());
 
     const std::multiset<std::pair<std::string, bool>> expected{{deleted, false}, {IdOf(entryIds[2]), true}};

@@ -5,7 +5,8 @@
 #include "host/base/output.h"
 #include "host/base/path_text.h"
 #include "host/exchange/error.h"
-#include "host/sharing/announcement.h"
+#include "host/sharing/join_folder.h"
+#include "host/store/folders.h"
 
 namespace quorvane::host {
 
@@ -58,6 +59,7 @@ Runner::Runner(const RunOptions& options, const Mailbox& mailbox)
     } catch (const exchange::Error& error) {
         MissExchange(error.what());
     }
+    transport_.folders.Settle();
     Start();
 }
 
@@ -99,6 +101,7 @@ void Runner::Start()
         HoldBack(share);
     for (const Share& share : shares)
         WatchShare(share);
+    outbox_.TakeNotes(transport_.folders);
     RetryUnsent();
     Check(engine_.Session().ResumeJobs(qv_rs_Both), "resume the jobs of", options_.mailbox);
     addin_.Versions().Removed().Expire(FileTimeNow());
@@ -109,6 +112,8 @@ void Runner::Start()
 // Adds the folder to the engine, which reports nothing of it yet.
 void Runner::HoldBack(const Share& share)
 {
+    LookThrough(share);
+    watched_.insert(share.folderId);
     Check(AddEngineFolder(engine_, share)->put_IgnoreEvents(VARIANT_TRUE), "watch the folder", share.name);
 }
 
@@ -118,7 +123,6 @@ void Runner::WatchShare(const Share& share)
 {
     if (IsAwaited(share))
         reconciler_.SendDifferences(share);
-    AnnounceTo(share);
     Check(engine_.FindFolder(share.folderId)->put_IgnoreEvents(VARIANT_FALSE), "watch the folder", share.name);
 }
 
@@ -130,18 +134,27 @@ bool Runner::IsAwaited(const Share& share)
     return records_.OthersHave(nobody, {});
 }
 
-// Tells members that don't know of the folder yet, or not of all its members. The package is taken at once: from then
-// on they get the folder's changes.
-void Runner::AnnounceTo(const Share& share)
+// Of a folder that was shared here in former times, items are known that may lie elsewhere by now, or nowhere: nobody
+// who joins again deletes them at the others.
+void Runner::LookThrough(const Share& share)
 {
-    for (const std::string& member : records_.MembersToTell(share.folderId)) {
-        const std::string recipients = MemberRecipients(member, share.folderId);
-        if (outbox_.IsUnplanned(recipients))
+    if (!transport_.folders.IsFresh(share.folderId))
+        return;
+    bool keeps = false;
+    for (const ItemRecord& item : records_.ItemsOf(share.folderId)) {
+        const auto row = state_.RowOfId(item.id);
+        if (row && FolderOfMessage(mail_, row->entryId) == share.entryId) {
+            keeps = true;
             continue;
-        sender_.Announce(share, member);
-        outbox_.Take(recipients);
-        outbox_.Plan();
+        }
+        if (row)
+            Check(engine_.Session().DeleteItem(BstrOf(item.id).Get()), "forget an item of", share.name);
+        records_.ForgetItem(item.id);
     }
+    if (!keeps)
+        for (const std::string& id : records_.DeletedBy(share.folderId, {}))
+            records_.ForgetItem(id);
+    transport_.folders.NoteLookedThrough(share.folderId);
 }
 
 // What an earlier run had to leave out of a package may be fit to be sent by now.
@@ -159,21 +172,61 @@ void Runner::RetryUnsent()
     }
 }
 
-// Shares and members that another command, or a received announcement, has added since.
-void Runner::AnnounceNew()
+// What other commands, or members, have made shared or ended since.
+void Runner::FollowShares()
 {
-    for (const Share& share : records_.Shares())
-        if (engine_.FindFolder(share.folderId)) {
-            AnnounceTo(share);
-        } else {
+    std::set<std::string> shared;
+    for (const Share& share : records_.Shares()) {
+        shared.insert(share.folderId);
+        if (!watched_.contains(share.folderId)) {
             HoldBack(share);
             WatchShare(share);
         }
+    }
+    if (shared.size() == watched_.size() || inbox_.IsBusy())
+        return;
+    for (auto folder = watched_.begin(); folder != watched_.end();) {
+        if (shared.contains(*folder)) {
+            ++folder;
+            continue;
+        }
+        if (const ComPtr<IFolder> watched = engine_.FindFolder(*folder)) {
+            const std::string entryId = ReadText(*watched, &IFolder::get_EntryID);
+            Check(engine_.Folders()->Remove(Variant::Text(FromUtf8(entryId)).Raw()), "stop watching the folder", *folder);
+        }
+        folder = watched_.erase(folder);
+    }
+}
+
+// Invitations are named once; those of members whom the user has named for it are accepted.
+void Runner::AnswerInvitations()
+{
+    for (const KnownFolder& invitation : transport_.folders.Invitations()) {
+        if (!named_.insert(invitation.founding + std::to_string(invitation.since)).second)
+            continue;
+        const auto id = exchange::ParseDeviceId(invitation.inviter);
+        const auto peer = id ? transport_.peers.Find(*id) : std::nullopt;
+        const std::string member = peer ? peer->member : "a member who was forgotten";
+        if (!peer || !peer->IsPinnedByUser() || !options_.acceptFrom.contains(member)) {
+            Say(member + " shares '" + invitation.name + "': 'quorvane accept MAILBOX " + invitation.Id() +
+                "' takes part, 'decline' doesn't");
+            continue;
+        }
+        try {
+            const Share share = JoinFolder(invitation, {}, mail_, records_, transport_.folders, member);
+            Say("accepted '" + invitation.name + "' from " + member + " as the folder '" + share.name + "'");
+            statistics_.Touch();
+        } catch (const HostError& error) {
+            Say(error.what());
+        }
+    }
 }
 
 void Runner::Step()
 {
-    AnnounceNew();
+    AnswerInvitations();
+    FollowShares();
+    outbox_.TakeNotes(transport_.folders);
     outbox_.TakeReady(false);
     outbox_.Plan();
     resender_.Step();
@@ -233,10 +286,17 @@ void Runner::CheckNowAndThen()
         return;
     if (now < nextCheck_ || statistics_.Quiet() < kQuietBeforeCheck || inbox_.IsBusy())
         return;
+    nextCheck_ = now + (CheckShares() ? kCheckInterval : kFirstCheck);
+}
+
+// Whether all members who have a folder were sent all of it. Who hasn't yet is sent the whole of it when he has.
+bool Runner::CheckShares()
+{
     bool clean = true;
     for (const Share& share : records_.Shares())
-        clean = reconciler_.CheckDifferences(share, kPatience) && clean;
-    nextCheck_ = now + (clean ? kCheckInterval : kFirstCheck);
+        if (watched_.contains(share.folderId) && IsAwaited(share))
+            clean = reconciler_.CheckDifferences(share, kPatience) && clean;
+    return clean;
 }
 
 // An exchange that is gone just now is missed by the next step.
@@ -255,11 +315,7 @@ bool Runner::IsIdle()
     if (exchangeLost_ || statistics_.Quiet() < quiet || resender_.HasWork() || outbox_.HasWork() ||
         comparisons_.HasWork() || MayTake())
         return false;
-    bool clean = true;
-    for (const Share& share : records_.Shares())
-        clean = reconciler_.CheckDifferences(share, kPatience) &&
-                records_.MembersToTell(share.folderId).empty() && clean;
-    return clean;
+    return CheckShares() && !transport_.folders.HasDueNotes();
 }
 
 void Runner::ShowProgress()

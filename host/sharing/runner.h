@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <memory>
+#include <set>
 #include <string>
 
 #include "host/base/progress.h"
@@ -30,6 +31,7 @@ struct RunOptions {
     std::string exchange;         // empty: the one that the mailbox remembers
     std::int64_t askAfter = exchange::GapWatch::kPatience;
     std::int64_t compareAfter = Comparisons::kOnceInADay;
+    std::set<std::string> acceptFrom;  // members whose invitations are accepted at once
 };
 
 class Runner {
@@ -51,9 +53,10 @@ private:
     void HoldBack(const Share& share);
     void WatchShare(const Share& share);
     bool IsAwaited(const Share& share);
-    void AnnounceTo(const Share& share);
+    void LookThrough(const Share& share);
     void RetryUnsent();
-    void AnnounceNew();
+    void FollowShares();
+    void AnswerInvitations();
     void Step();
     void MakeCopies();
     void UseExchange();
@@ -61,6 +64,7 @@ private:
     bool MayTake();
     bool IsIdle();
     void CheckNowAndThen();
+    bool CheckShares();
     void ShowProgress();
     void Say(const std::string& line);
 
@@ -85,6 +89,8 @@ private:
     Transport transport_;
     Receipts receipts_;
     Progress progress_;
+    std::set<std::string> watched_;  // folders that the engine knows
+    std::set<std::string> named_;    // invitations that were told of
     bool exchangeLost_ = false;
     std::chrono::steady_clock::time_point nextCheck_{};
 };

@@ -2,7 +2,6 @@
 
 #include "host/base/output.h"
 #include "host/mailbox/item_text.h"
-#include "host/sharing/announcement.h"
 #include "host/store/folders.h"
 #include "host/store/properties.h"
 
@@ -168,22 +167,6 @@ void Sender::SendDeletion(const Share& share, const std::string& id, const std::
     const ItemRecord record = addin_.Versions().Known(id, share.folderId);
     if (record.heads.Shown() && (record.deleted || !record.isWhole))
         PackDeletion(share, record, recipients);
-}
-
-void Sender::Announce(const Share& share, const std::string& member)
-{
-    Announcement announcement{share.name, parts_.mailbox.Name(), parts_.records.Members(share.folderId), {}};
-    for (const std::string& other : announcement.members)
-        if (other != member)
-            if (auto devices = parts_.records.DevicesOf(other); !devices.empty())
-                announcement.devices.emplace(other, std::move(devices));
-    announcement.members.push_back(parts_.mailbox.Name());
-    const ComPtr<IFolder> folder = EngineFolder(share);
-    Check(folder->put_CustomInfo(BstrOf(FormatAnnouncement(announcement)).Get()), "announce the folder",
-          share.name);
-    const std::string recipients = MemberRecipients(member, share.folderId);
-    Check(folder->Send(Variant::Text(FromUtf8(recipients)).Raw()), "announce the folder", share.name);
-    parts_.statistics.Touch();
 }
 
 }  // namespace quorvane::host

@@ -20,7 +20,7 @@ public:
     // and a sharing ID; one that changed since it was last sent gets a version. False when the message is
     // gone.
     //
-    // recipients  the folder's entry identifier, for all members, or an announcement's.
+    // recipients  the folder's entry identifier, for all members, or one member's (MemberRecipients).
     bool SendItem(const Share& share, const std::string& entryId, const std::string& recipients);
     // The same to all members, unless its content is as it was sent: then it passes for sent.
     void SendChange(const Share& share, const std::string& entryId);
@@ -32,9 +32,6 @@ public:
 
     // Makes a message that differs from its row, or has none, pass for sent as it is.
     void TakeForSent(const Share& share, const std::string& entryId);
-
-    // Tells one member of a folder and of all its members.
-    void Announce(const Share& share, const std::string& member);
 
 private:
     ItemRecord RecordOf(const Share& share, const SharingRow& row, IMessage& message) const;

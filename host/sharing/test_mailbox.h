@@ -26,10 +26,6 @@ struct HeldUpCallbacks final : ExtHandler {
         resent += ignore ? 0 : 1;
         return !failResend.empty() && ReadText(*item, &IItem::get_ID) == failResend ? E_FAIL : hr;
     }
-    HRESULT OnFolderReceived(IFolder* folder, BSTR tag) override
-    {
-        return addin.OnFolderReceived(folder, tag);
-    }
     HRESULT OnItemAdded(IItem* item, bool& ignore) override
     {
         return Change([&] { return addin.OnItemAdded(item, ignore); }, *item, ignore);
@@ -91,7 +87,7 @@ public:
     {
         Pin(alice, "alice");
         Pin(carol, "carol");
-        records.AddShare(share);
+        transport.folders.Found(share);
         AddEngineFolder(engine, share);
         Watch(false);
         addin.SetEngine(engine);
@@ -102,6 +98,26 @@ public:
     {
         const std::string card = exchange::WriteCard(keys, member, 1);
         transport.peers.Pin(exchange::ReadCard(card, keys.Id()), card, member, "device");
+    }
+
+    // Lets members in whose devices are pinned, and who take part in the folder.
+    void LetIn(const std::vector<std::string>& members)
+    {
+        for (const std::string& member : members) {
+            Invite(member);
+            records.FinishResend(records.FindResend("{F}", member)->number);
+        }
+    }
+    // The same of one who is yet to be sent all of it.
+    void Invite(const std::string& member)
+    {
+        transport.folders.Invite("{F}", member);
+        Statement(hostRecords,
+                  "UPDATE folder_device SET has = 1, told = 1, due = 0 WHERE device IN (SELECT id FROM device WHERE "
+                  "member = ?)")
+            .Bind(1, member)
+            .Run();
+        transport.folders.Settle();
     }
 
     // The content of a package that this mailbox has laid into the exchange for `receiver`, in a file.

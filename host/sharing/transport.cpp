@@ -40,8 +40,8 @@ std::unique_ptr<exchange::OutsideFile> OpenOwnFile(const std::filesystem::path& 
     return file;
 }
 
-void LaySealed(Transport& transport, std::uint64_t sequence, const std::vector<exchange::Receiver>& receivers,
-               const std::filesystem::path& clear, exchange::PackageKind kind)
+void LaySealed(Transport& transport, const NumberedPackage& package, const std::vector<exchange::Receiver>& receivers,
+               const std::filesystem::path& clear)
 {
     std::filesystem::path aside = clear;
     aside += ".qvx";
@@ -49,11 +49,12 @@ void LaySealed(Transport& transport, std::uint64_t sequence, const std::vector<e
     {
         const auto content = OpenOwnFile(clear);
         const SystemFile file(aside, SystemFile::Use::kWrite);
-        const exchange::PackageLabel label{transport.keys.Id(), transport.peers.OwnEpoch(), sequence, kind};
+        const exchange::PackageLabel label{transport.keys.Id(), transport.peers.OwnEpoch(), package.sequence,
+                                           package.kind};
         exchange::Seal(transport.keys, label, receivers, *content,
                        [&](std::string_view bytes) { file.Write(bytes.data(), bytes.size()); });
     }
-    transport.place.Put(sequence, *OpenOwnFile(aside));
+    transport.place.Put(package.sequence, *OpenOwnFile(aside));
 }
 
 void PublishCard(const Transport& transport, const std::string& name)

@@ -7,6 +7,7 @@
 #include "host/exchange/place.h"
 #include "host/mailbox/device.h"
 #include "host/mailbox/peers.h"
+#include "host/mailbox/shared_folders.h"
 
 namespace quorvane::host {
 
@@ -16,22 +17,28 @@ struct Transport {
     Transport(const Mailbox& mailbox, const std::filesystem::path& exchange)
         : keys(ReadDeviceKeys(mailbox)),
           place(exchange, keys.Id()),
-          peers(mailbox.HostDatabasePath().string())
+          peers(mailbox.HostDatabasePath().string()),
+          folders(mailbox.HostDatabasePath().string(), keys)
     {}
 
     const exchange::DeviceKeys keys;
     const exchange::Place place;
     Peers peers;
+    SharedFolders folders;
 };
 
 // A file of this mailbox's own as a source of bytes. Throws an exchange::Error.
 std::unique_ptr<exchange::OutsideFile> OpenOwnFile(const std::filesystem::path& path);
 
+struct NumberedPackage {
+    std::uint64_t sequence = 0;
+    exchange::PackageKind kind = exchange::PackageKind::kItems;
+};
+
 // Seals `clear` for its receivers and lays it into the exchange; when this returns, it is on the disk there. A file
 // beside `clear` holds it meanwhile. Throws a HostError or an exchange::Error.
-void LaySealed(Transport& transport, std::uint64_t sequence, const std::vector<exchange::Receiver>& receivers,
-               const std::filesystem::path& clear,
-               exchange::PackageKind kind = exchange::PackageKind::kItems);
+void LaySealed(Transport& transport, const NumberedPackage& package, const std::vector<exchange::Receiver>& receivers,
+               const std::filesystem::path& clear);
 
 // Lays the device's card into the exchange, unless it lies there as it is to be.
 void PublishCard(const Transport& transport, const std::string& name);

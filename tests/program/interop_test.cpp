@@ -33,6 +33,7 @@ protected:
         MakeMailboxes({"alice", "bob"});
         MustRun({"import", Mailbox("alice"), "Shared", Samples().string()});
         MustRun({"share", Mailbox("alice"), "Shared", "--with", "bob"});
+        LetAccept("alice", "bob");
         RunUntilIdle({"alice"}, "1");
     }
 
@@ -65,7 +66,7 @@ TEST_F(InteropTest, LibgsfListsEveryElementOfAPackage)
     std::size_t contents = 0;
     for (const auto& package : ContentFor("bob"))
         contents += ContentsListed(package);
-    EXPECT_EQ(contents, 41U) << "40 items and a folder";
+    EXPECT_EQ(contents, 40U);
 }
 
 TEST_F(InteropTest, OlefileReadsEveryStreamOfAPackage)
@@ -146,7 +147,7 @@ TEST_F(InteropTest, InspectShowsAPackageAMessageAndAnyOtherCompoundFile)
         folders += shown.at("folders").size();
     }
     EXPECT_EQ(items, 40U);
-    EXPECT_EQ(folders, 1U);
+    EXPECT_EQ(folders, 0U);
 
     MustRun({"export", Mailbox("alice"), "Shared", Path("msgs").string(), "--format", "msg"});
     const auto message = std::filesystem::directory_iterator(Path("msgs"))->path();

@@ -77,7 +77,7 @@ protected:
     std::string Exchange() const { return Path("exchange").string(); }
     // Those that lie in the exchange, sealed, of whomever and for whomever, in no order.
     std::vector<std::filesystem::path> Packages() const;
-    // The content of those that are for a mailbox, each in a file of its own.
+    // The content of those with items that are for a mailbox, each in a file of its own.
     std::vector<std::filesystem::path> ContentFor(const std::string& mailbox) const;
     std::string Mailbox(const std::string& name) const { return Path(name).string(); }
 
@@ -109,6 +109,11 @@ protected:
                 return false;
         return true;
     }
+
+    // `run` of a mailbox, which accepts whatever those that were made share with it.
+    std::vector<std::string> RunOf(const std::string& name, const std::vector<std::string>& more = {}) const;
+    // A folder that `owner` has shared is accepted, and nothing of it is sent yet.
+    void LetAccept(const std::string& owner, const std::string& member) const;
 
     // Runs mailboxes side by side until all are idle; gives what each counted, and as "peakKilobytes" the most memory
     // that one of its runs had.

@@ -69,7 +69,7 @@ std::string TestDevice::Sealed(std::uint64_t sequence, std::uint64_t previous, c
                                const std::string& content) const
 {
     std::string package;
-    Seal(keys_, {sender, epoch, sequence, PackageKind::kItems},
+    Seal(keys_, {sender, epoch, sequence, kind},
          {{receiver.Id(), receiver.Sealing(), previous}}, MemorySource(content),
          [&](std::string_view bytes) { package += bytes; });
     return package;

@@ -40,6 +40,7 @@ public:
 
     host::exchange::Epoch epoch{1, 2, 3};
     host::exchange::DeviceId sender;  // whom its packages name; itself at first
+    host::exchange::PackageKind kind = host::exchange::PackageKind::kItems;
 
 private:
     std::filesystem::path exchange_;

@@ -25,9 +25,9 @@ protected:
 TEST_F(UsageTest, HelpIsGivenForTheProgramAndEachCommand)
 {
     EXPECT_NE(MustRun({"--help"}).output.find("Exit codes"), std::string::npos);
-    for (const char* command : {"init", "import", "export", "list", "share", "resend", "cancel", "run",
-                                "edit", "move", "delete", "compare", "conflicts", "trash", "undelete", "verify",
-                                "status", "backup", "restore", "inspect", "show"})
+    for (const char* command : {"init", "import", "export", "list", "share", "invitations", "accept", "decline", "leave",
+                                "unshare", "resend", "cancel", "run", "edit", "move", "delete", "compare", "conflicts",
+                                "trash", "undelete", "verify", "status", "backup", "restore", "inspect", "show"})
         EXPECT_NE(MustRun({command, "--help"}).output.find("--json"), std::string::npos) << command;
 }
 

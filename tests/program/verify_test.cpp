@@ -86,7 +86,7 @@ TEST_F(VerifyTest, WhatWasLostIsNamedAndComesBack)
 }
 
 // A package that can't be used is put aside and acknowledged; nobody asks for anything.
-TEST_F(VerifyTest, WhatWasInAPackageThatWasPutAsideComesAllTheSame)
+TEST_F(VerifyTest, WhatWasInAPackageThatWasRefusedComesAllTheSame)
 {
     ShareSome();
     const std::string id = Items("alice", "Shared").at(0).at("id");
@@ -95,7 +95,7 @@ TEST_F(VerifyTest, WhatWasInAPackageThatWasPutAsideComesAllTheSame)
     MustRun({"edit", Mailbox("alice"), "Shared", id, "--subject", "refused at first"});
     MustRun({"run", Mailbox("alice"), "--until-idle", "--idle-seconds", "0.5"});
     const Outcome atBob = MustRun({"run", Mailbox("bob"), "--until-idle", "--idle-seconds", "0.5"});
-    EXPECT_NE(atBob.errors.find("put aside"), std::string::npos) << atBob.errors;
+    EXPECT_NE(atBob.errors.find("refused: "), std::string::npos) << atBob.errors;
     for (const Json& item : Items("bob", "Shared"))
         EXPECT_NE(item.at("subject"), "refused at first");
     Json folder = MustRun({"status", Mailbox("bob"), "--json"}).Value().at("shares").at(0);

@@ -1,0 +1,377 @@
+#include "host/mailbox/shared_folders.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "host/base/errors.h"
+#include "host/exchange/error.h"
+#include "platform/testing/test_directory.h"
+
+namespace quorvane::host {
+
+namespace {
+
+using State = KnownFolder::State;
+using Names = std::vector<std::string>;
+
+// A mailbox's records, and what it would seal into packages.
+struct Someone {
+    Someone(const test::TestDirectory& directory, const std::string& who)
+        : name(who), path(MakeTables((directory / (who + ".db")).string(), who))
+    {}
+    static std::string MakeTables(const std::string& path, const std::string& name)
+    {
+        Database database(path, Database::Mode::kCreate);
+        Transaction transaction(database);
+        Records::CreateTables(database, name, "0011223344556677");
+        transaction.Commit();
+        return path;
+    }
+    void Pin(const Someone& other)
+    {
+        const std::string card = exchange::WriteCard(other.keys, other.name, 1);
+        peers.Pin(exchange::ReadCard(card, other.keys.Id()), card, other.name, "device");
+        folders.Settle();
+    }
+    // The cards of all devices that folders told of were found.
+    void Meet(const std::vector<Someone*>& others)
+    {
+        for (const Someone* other : others)
+            if (const auto peer = peers.Find(other->keys.Id()); peer && !peer->card) {
+                const std::string card = exchange::WriteCard(other->keys, other->name, 1);
+                peers.NoteCard(exchange::ReadCard(card, other->keys.Id()), card);
+            }
+    }
+    State StateOf(std::size_t number = 0) { return folders.All().at(number).state; }
+    Names Members(bool hasFolder) { return records.Members("{F}", hasFolder); }
+    bool LetsTouch(const Someone& other) { return folders.IsDeviceOfFolder("{F}", other.keys.Id()); }
+    ResendScope Owes(const Someone& other) { return records.FindResend("{F}", other.name).value().scope; }
+    bool OwesNothing(const Someone& other) { return !records.FindResend("{F}", other.name); }
+
+    const std::string name, path;
+    const exchange::DeviceKeys keys;
+    Records records{path};
+    Peers peers{path};
+    SharedFolders folders{path, keys};
+};
+
+class SharedFoldersTest : public ::testing::Test {
+protected:
+    SharedFoldersTest()
+    {
+        alice.folders.Found({"{F}", "00AB", "00CD", "Shared"});
+        for (Someone* one : {&bob, &carol, &dave}) {
+            alice.Pin(*one);
+            one->Pin(alice);
+        }
+    }
+
+    // What is to be told reaches those whom it is for, until nothing is.
+    void Tell()
+    {
+        const std::vector<Someone*> all{&alice, &bob, &carol, &dave};
+        for (bool any = true; any;) {
+            any = false;
+            for (Someone* from : all) {
+                from->Meet(all);
+                for (const DueNote& note : from->folders.DueNotes()) {
+                    any = true;
+                    ++told;
+                    from->folders.NoteTold(note, "/" + from->name + std::to_string(told));
+                    for (Someone* to : all)
+                        if (std::ranges::count(note.devices, exchange::TextOf(to->keys.Id())) > 0)
+                            Deliver(*from, *to, note.bytes);
+                }
+            }
+        }
+    }
+    // It is acknowledged, and refused ones are counted.
+    void Deliver(Someone& from, Someone& to, const std::string& bytes)
+    {
+        to.Meet({&from});
+        const auto peer = to.peers.Find(from.keys.Id());
+        if (!peer || !peer->card)
+            return;
+        try {
+            to.folders.Take(*peer, bytes);
+        } catch (const exchange::Error&) {
+            ++refused;
+        }
+        from.peers.NoteAcked(to.keys.Id(), ++acks, from.peers.LastSequence());
+    }
+    static void Accept(Someone& who)
+    {
+        const KnownFolder invitation = who.folders.Invitations().at(0);
+        who.folders.Accept(invitation, {invitation.folderId, "00AA", "00CC", invitation.name});
+    }
+    void Share(const std::vector<Someone*>& with)
+    {
+        for (Someone* one : with) {
+            alice.folders.Invite("{F}", one->name);
+            Tell();
+            Accept(*one);
+            Tell();
+        }
+    }
+    static exchange::FolderNote NoteOf(const DueNote& note) { return exchange::ReadFolderNote(note.bytes); }
+
+    test::TestDirectory directory;
+    Someone alice{directory, "alice"}, bob{directory, "bob"}, carol{directory, "carol"}, dave{directory, "dave"};
+    int told = 0, refused = 0;
+    std::uint64_t acks = 0;
+};
+
+TEST_F(SharedFoldersTest, AFolderArrivesAsAnInvitationAndIsHereWhenItIsAccepted)
+{
+    alice.folders.Invite("{F}", "bob");
+    Tell();
+
+    ASSERT_EQ(bob.folders.Invitations().size(), 1U);
+    EXPECT_EQ(bob.folders.Invitations()[0].name, "Shared");
+    EXPECT_EQ(bob.folders.Invitations()[0].inviter, exchange::TextOf(alice.keys.Id()));
+    EXPECT_TRUE(bob.records.Shares().empty());
+    EXPECT_FALSE(bob.LetsTouch(alice));
+    EXPECT_EQ(alice.Members(false), Names{"bob"}) << "nothing is for him yet";
+    EXPECT_FALSE(alice.records.MayGet("{F}", exchange::TextOf(bob.keys.Id())));
+
+    Accept(bob);
+    Tell();
+
+    EXPECT_TRUE(bob.folders.Invitations().empty());
+    EXPECT_TRUE(bob.LetsTouch(alice));
+    EXPECT_EQ(bob.Members(true), Names{"alice"});
+    EXPECT_EQ(alice.Members(true), Names{"bob"});
+    EXPECT_TRUE(alice.records.MayGet("{F}", exchange::TextOf(bob.keys.Id())));
+    EXPECT_EQ(alice.Owes(bob), ResendScope::kEverything);
+    EXPECT_EQ(refused, 0);
+}
+
+// Each gets all of it from the one who was asked, and of the others what they made.
+TEST_F(SharedFoldersTest, WhoJoinsAsksTheOneWhoInvitedHimAndTheOthersOweHimTheirOwn)
+{
+    Share({&bob});
+    bob.Pin(carol);
+    carol.Pin(bob);
+    alice.records.FinishResend(alice.records.FindResend("{F}", "bob")->number);
+    bob.folders.Invite("{F}", "carol");
+    Tell();
+    Accept(carol);
+    Tell();
+
+    EXPECT_EQ(bob.Owes(carol), ResendScope::kEverything);
+    EXPECT_EQ(alice.Owes(carol), ResendScope::kOwn);
+    EXPECT_TRUE(alice.OwesNothing(bob));
+    EXPECT_EQ(alice.Members(true), (Names{"bob", "carol"}));
+    EXPECT_EQ(carol.Members(true), (Names{"alice", "bob"}));
+}
+
+TEST_F(SharedFoldersTest, WhatIsAskedForIsOwedInFullWhateverWasOwedBefore)
+{
+    Share({&bob});
+    alice.records.FinishResend(alice.records.FindResend("{F}", "bob")->number);
+    alice.records.AddResend("{F}", "bob", ResendScope::kOwn, 0);
+    // He asks once more, until it was acknowledged, and not longer.
+    Database database(bob.path, Database::Mode::kOpen);
+    Statement(database, "UPDATE folder SET asked = ?").Bind(1, exchange::TextOf(alice.keys.Id())).Run();
+    database.Execute("UPDATE folder_device SET due = 1");
+    const DueNote note = bob.folders.DueNotes().at(0);
+    EXPECT_EQ(NoteOf(note).asked, alice.keys.Id());
+    bob.folders.NoteTold(note, "/asks");
+    bob.peers.NoteAcked(alice.keys.Id(), 1000, bob.peers.LastSequence() - 1);
+    database.Execute("UPDATE folder_device SET due = 1");
+    EXPECT_EQ(NoteOf(bob.folders.DueNotes().at(0)).asked, alice.keys.Id());
+    Deliver(bob, alice, note.bytes);
+
+    EXPECT_EQ(alice.Owes(bob), ResendScope::kAgain);
+    EXPECT_EQ(NoteOf(bob.folders.DueNotes().at(0)).asked, exchange::DeviceId{});
+}
+
+TEST_F(SharedFoldersTest, WhoDeclinesIsNoMemberAndNothingIsEverForHim)
+{
+    alice.folders.Invite("{F}", "bob");
+    Tell();
+    bob.folders.Decline(bob.folders.FindInvitation(bob.folders.Invitations().at(0).Id().substr(0, 6)));
+    Tell();
+
+    EXPECT_EQ(bob.StateOf(), State::kDeclined);
+    EXPECT_TRUE(alice.records.Members("{F}").empty());
+    EXPECT_FALSE(alice.LetsTouch(bob));
+    EXPECT_TRUE(alice.OwesNothing(bob));
+
+    alice.folders.Invite("{F}", "bob");
+    Tell();
+    EXPECT_EQ(bob.StateOf(), State::kInvited) << "asked once more";
+}
+
+TEST_F(SharedFoldersTest, WhoLeavesIsSealedNothingMoreAndHisChangesCountForNothing)
+{
+    Share({&bob, &carol});
+    EXPECT_EQ(alice.Members(true), (Names{"bob", "carol"}));
+
+    bob.folders.Leave("{F}");
+    EXPECT_TRUE(bob.records.Shares().empty());
+    EXPECT_EQ(bob.folders.FormerShares().at(0).folderId, "{F}");
+    Tell();
+
+    for (Someone* one : {&alice, &carol}) {
+        EXPECT_FALSE(one->LetsTouch(bob)) << one->name;
+        EXPECT_FALSE(one->records.MayGet("{F}", exchange::TextOf(bob.keys.Id())));
+        EXPECT_EQ(std::ranges::count(one->records.Members("{F}"), "bob"), 0);
+    }
+    EXPECT_EQ(bob.StateOf(), State::kLeft);
+    EXPECT_FALSE(bob.LetsTouch(alice));
+}
+
+TEST_F(SharedFoldersTest, TheFounderAloneTakesMembersOut)
+{
+    Share({&bob, &carol});
+    EXPECT_THROW(bob.folders.Remove("{F}", "carol"), HostError);
+    EXPECT_THROW(bob.folders.Dissolve("{F}"), HostError);
+    EXPECT_TRUE(bob.LetsTouch(carol));
+
+    EXPECT_EQ(alice.folders.Remove("{F}", "bob"), 1U);
+    Tell();
+
+    EXPECT_EQ(bob.StateOf(), State::kRemoved);
+    EXPECT_TRUE(bob.records.Shares().empty());
+    EXPECT_FALSE(carol.LetsTouch(bob));
+    EXPECT_TRUE(carol.LetsTouch(alice));
+
+    alice.folders.Dissolve("{F}");
+    Tell();
+    EXPECT_EQ(carol.StateOf(), State::kRemoved);
+    EXPECT_EQ(alice.StateOf(), State::kLeft);
+}
+
+// He founds nothing by it: what he signs after he was taken out brings nobody in, whoever passes it on.
+TEST_F(SharedFoldersTest, WhoWasTakenOutBringsNobodyIn)
+{
+    Share({&bob, &carol});
+    bob.Pin(dave);
+    dave.Pin(bob);
+    alice.folders.Remove("{F}", "bob");
+    bob.folders.Invite("{F}", "dave");  // before he hears of it
+    const auto byBob = bob.folders.DueNotes();
+    ASSERT_FALSE(byBob.empty());
+    Tell();
+    EXPECT_FALSE(alice.LetsTouch(dave));
+    EXPECT_FALSE(carol.LetsTouch(dave));
+    const int before = refused;
+    Deliver(bob, alice, byBob[0].bytes);
+    EXPECT_EQ(refused, before + 1);
+    EXPECT_FALSE(alice.LetsTouch(dave));
+}
+
+TEST_F(SharedFoldersTest, AStrangersWordOfAFolderOfOthersIsRefused)
+{
+    Share({&bob});
+    const std::string bytes = [&] {
+        exchange::FolderNote note{true, {}, "{F}", "Shared", {}};
+        Database database(bob.path, Database::Mode::kOpen);
+        database.Execute("UPDATE folder_device SET due = 1");
+        note.entries = NoteOf(bob.folders.DueNotes().at(0)).entries;
+        return exchange::WriteFolderNote(note);
+    }();
+
+    Deliver(dave, alice, bytes);   // known here, and no member
+    Deliver(dave, carol, bytes);   // knows nothing of the folder
+    carol.Pin(bob);
+    Deliver(bob, carol, bytes);    // a member's word to one who isn't
+    Deliver(bob, alice, "rubbish");
+    EXPECT_EQ(refused, 3) << "dave isn't known to carol";
+    EXPECT_TRUE(carol.folders.All().empty());
+    EXPECT_FALSE(alice.LetsTouch(dave));
+}
+
+// Somebody who knows a folder's id founds one of the same.
+TEST_F(SharedFoldersTest, AnotherFoundingIsAnotherFolderWhateverIdItHas)
+{
+    dave.Pin(bob);
+    bob.Pin(dave);
+    Share({&bob});
+    dave.folders.Found({"{F}", "00DD", "00CD", "Shared"});
+    dave.folders.Invite("{F}", "bob");
+    Tell();
+
+    ASSERT_EQ(bob.folders.Invitations().size(), 1U);
+    EXPECT_FALSE(bob.LetsTouch(dave));
+    EXPECT_TRUE(bob.LetsTouch(alice));
+    EXPECT_THROW(Accept(bob), HostError);
+    EXPECT_TRUE(bob.LetsTouch(alice));
+    EXPECT_FALSE(bob.records.MayGet("{F}", exchange::TextOf(dave.keys.Id())));
+    EXPECT_THROW(bob.folders.FindInvitation(""), HostError);
+}
+
+TEST_F(SharedFoldersTest, ADeviceThatAFolderTellsHasANameOfItsOwnWhereSomebodyHasIt)
+{
+    // carol knows a bob of her own.
+    Someone other(directory, "other");
+    const std::string card = exchange::WriteCard(other.keys, "bob", 1);
+    carol.peers.Pin(exchange::ReadCard(card, other.keys.Id()), card, "bob", "device");
+    Share({&bob, &carol});
+
+    const auto peer = carol.peers.Find(bob.keys.Id());
+    ASSERT_TRUE(peer);
+    EXPECT_EQ(peer->member, "bob-" + exchange::TextOf(bob.keys.Id()).substr(0, 8));
+    EXPECT_FALSE(peer->IsPinnedByUser());
+    EXPECT_EQ(peer->introducer, "alice");
+    EXPECT_TRUE(carol.LetsTouch(bob));
+    EXPECT_FALSE(carol.LetsTouch(other));
+}
+
+TEST_F(SharedFoldersTest, AFolderIsSharedAgainUnderItsFormerRecordsAndOwedInFull)
+{
+    Share({&bob});
+    bob.folders.NoteLookedThrough("{F}");
+    bob.folders.Leave("{F}");
+    Tell();
+    alice.folders.Invite("{F}", "bob");
+    Tell();
+    ASSERT_EQ(bob.StateOf(), State::kInvited);
+    Accept(bob);  // at the same place
+    EXPECT_TRUE(bob.folders.IsFresh("{F}"));
+    Tell();
+    EXPECT_EQ(bob.Owes(alice), ResendScope::kEverything);
+    EXPECT_TRUE(bob.folders.FormerShares().empty());
+}
+
+TEST_F(SharedFoldersTest, OneDevicesInvitationsAndRefusalsAreBounded)
+{
+    for (int number = 0; number < 110; ++number) {
+        const std::string id = "{" + std::to_string(number) + "}";
+        alice.folders.Found({id, std::to_string(number), "00CD", "Flood"});
+        alice.folders.Invite(id, "bob");
+    }
+    Tell();
+    EXPECT_EQ(bob.folders.Invitations().size(), 100U);
+    EXPECT_EQ(refused, 10);
+
+    for (int number = 0; number < 300; ++number)
+        bob.folders.NoteRefusal(alice.keys.Id(), "reason " + std::to_string(number));
+    bob.folders.NoteRefusal(alice.keys.Id(), "reason 7");
+    EXPECT_EQ(bob.folders.Refusals().size(), 200U);
+    EXPECT_TRUE(std::ranges::any_of(bob.folders.Refusals(), [](const RefusalRecord& refusal) {
+        return refusal.reason == "reason 7" && refusal.count == 2;
+    }));
+}
+
+// Two processes work on the records, and one of them is a command.
+TEST_F(SharedFoldersTest, WhatAnotherProcessSignedCounts)
+{
+    SharedFolders second(alice.path, alice.keys);
+    alice.folders.Invite("{F}", "bob");
+    second.Invite("{F}", "carol");
+    alice.folders.Invite("{F}", "dave");
+    for (Someone* one : {&bob, &carol, &dave}) {
+        EXPECT_TRUE(second.IsDeviceOfFolder("{F}", one->keys.Id()));
+        EXPECT_TRUE(alice.LetsTouch(*one));
+    }
+    Tell();
+    EXPECT_EQ(dave.folders.Invitations().size(), 1U);
+    EXPECT_EQ(refused, 0);
+}
+
+}  // namespace
+
+}  // namespace quorvane::host

@@ -1,0 +1,97 @@
+#include "host/sharing/join_folder.h"
+
+#include <algorithm>
+
+#include "host/base/errors.h"
+#include "host/store/folders.h"
+#include "host/store/properties.h"
+
+namespace quorvane::host {
+
+namespace {
+
+class Joiner {
+public:
+    Joiner(const KnownFolder& invitation, const MailSession& mail, Records& records, SharedFolders& folders)
+        : invitation_(invitation), mail_(mail), records_(records), folders_(folders), before_(ListFolders(mail))
+    {}
+
+    Share Into(const std::string& path)
+    {
+        const std::string entryId = HexOf(*FindFolder(mail_, path), PR_ENTRYID);
+        if (records_.FindShareByEntryId(entryId))
+            Fail("join the folder", path, "it is shared already");
+        return Accept(entryId, path);
+    }
+
+    Share As(const std::string& path)
+    {
+        auto share = Make(path);
+        if (!share)
+            Fail("make the folder", path, "there is one already; --into joins it");
+        return *share;
+    }
+
+    Share ByItsName(const std::string& inviter)
+    {
+        for (int number = 0;; ++number) {
+            const std::string path = number == 0 ? invitation_.name
+                                                 : invitation_.name + " (" + inviter +
+                                                       (number > 1 ? " " + std::to_string(number) : "") + ")";
+            if (auto share = Make(path))
+                return *share;
+        }
+    }
+
+private:
+    // Empty when there is a folder at the path, unless an attempt before has made it for this invitation and nobody
+    // has used it since.
+    std::optional<Share> Make(const std::string& path)
+    {
+        const auto there = std::find_if(before_.begin(), before_.end(),
+                                        [&](const FolderInfo& folder) { return folder.path == path; });
+        if (there != before_.end() && !(path == invitation_.target && IsUnused(*there)))
+            return std::nullopt;
+        folders_.NoteTarget(invitation_, path);
+        const std::string entryId = HexOf(*EnsureFolder(mail_, path), PR_ENTRYID);
+        // A store may take two names for one.
+        const bool isNew = std::none_of(before_.begin(), before_.end(),
+                                        [&](const FolderInfo& folder) { return folder.entryId == entryId; });
+        if (there == before_.end() && !isNew)
+            return std::nullopt;
+        return Accept(entryId, path);
+    }
+
+    bool IsUnused(const FolderInfo& folder) const
+    {
+        return folder.items == 0 && !records_.FindShareByEntryId(folder.entryId);
+    }
+
+    Share Accept(const std::string& entryId, const std::string& path)
+    {
+        const Share share{invitation_.folderId, entryId, mail_.StoreId(), path};
+        folders_.Accept(invitation_, share);
+        return share;
+    }
+
+    const KnownFolder& invitation_;
+    const MailSession& mail_;
+    Records& records_;
+    SharedFolders& folders_;
+    const std::vector<FolderInfo> before_;
+};
+
+}  // namespace
+
+Share JoinFolder(const KnownFolder& invitation, const JoinPlace& place, const MailSession& mail, Records& records,
+                 SharedFolders& folders, const std::string& inviter)
+{
+    if (records.FindShare(invitation.folderId))
+        Fail("accept", invitation.name, "a folder of this id is shared here already; leave that one first");
+    Joiner joiner(invitation, mail, records, folders);
+    if (!place.into.empty())
+        return joiner.Into(place.into);
+    return place.as.empty() ? joiner.ByItsName(inviter) : joiner.As(place.as);
+}
+
+}  // namespace quorvane::host

@@ -1,0 +1,29 @@
+// host/sharing/join_folder.h: what a user answers to an invitation becomes a folder of his mailbox.
+#ifndef QUORVANE_HOST_SHARING_JOIN_FOLDER_H_
+#define QUORVANE_HOST_SHARING_JOIN_FOLDER_H_
+
+#include <string>
+
+#include "host/mailbox/shared_folders.h"
+#include "host/store/profile.h"
+
+namespace quorvane::host {
+
+// Where the folder is to be. Both empty: a new one of the name that it has at the one who invited, or where that is
+// taken, "NAME (member)", "NAME (member 2)" and so on.
+struct JoinPlace {
+    std::string as;    // a new one at this path
+    std::string into;  // the folder that is at this path: what it holds is shared, too
+};
+
+// Accepts an invitation. A folder that exists is never joined unless the user says `into`. Stopped at any point and
+// called again, it makes one folder.
+//
+// Throws a HostError, and changes nothing of the mailbox's folders, when `as` names one that exists, `into` one that
+// doesn't or that is shared already, or the invited folder is shared here in another form.
+Share JoinFolder(const KnownFolder& invitation, const JoinPlace& place, const MailSession& mail, Records& records,
+                 SharedFolders& folders, const std::string& inviter);
+
+}  // namespace quorvane::host
+
+#endif  // QUORVANE_HOST_SHARING_JOIN_FOLDER_H_
