@@ -339,9 +339,8 @@ TEST_F(ConsentTest, AMemberOfOneFolderTouchesNothingOfAnother)
         const std::string content = seal(step);
         const auto before = Subjects("alice", "Private");
         // hers is withheld meanwhile
-        const auto hers = Packages();
-        ASSERT_EQ(hers.size(), 1U);
-        std::filesystem::rename(hers[0], Path("withheld"));
+        const auto hers = DeviceOf("carol").Home() / "out";
+        std::filesystem::rename(hers, Path("withheld"));
         Edit("bob", "step " + std::to_string(step), "Common");
         RunOnce("bob");
         RememberEpoch("bob");
@@ -350,7 +349,8 @@ TEST_F(ConsentTest, AMemberOfOneFolderTouchesNothingOfAnother)
         const Json counts = RunOnce("alice");
         EXPECT_EQ(counts.at("packagesRejected"), 1U) << step;
         EXPECT_EQ(Subjects("alice", "Private"), before) << step;
-        std::filesystem::rename(Path("withheld"), hers[0]);
+        std::filesystem::remove_all(hers);
+        std::filesystem::rename(Path("withheld"), hers);
         std::filesystem::remove_all(DeviceOf("bob").Home() / "out");
         Settle({"alice", "carol"});
         EXPECT_NE(Subjects("alice", "Private"), before) << "carol may";
