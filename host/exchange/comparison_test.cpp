@@ -39,7 +39,7 @@ public:
         KnownItem& item = ItemOf(id);
         std::optional<ContentDigest> content;
         if (!text.empty())
-            content = DigestOf(text);
+            content = DigestOfText(text);
         item.heads.Change(changer_, device_, now, content, [&](const Revision& beaten) {
             return items_.contains(ConflictCopyId(id, beaten));
         });
@@ -73,7 +73,7 @@ public:
         }
         for (const Revision& beaten : item.heads.Beaten())
             if (beaten.by == device_ && !items_.contains(ConflictCopyId(id, beaten)) &&
-                DigestOf(before) == beaten.content)
+                DigestOfText(before) == beaten.content)
                 Change(ConflictCopyId(id, beaten), before, now);
     }
 
@@ -88,15 +88,6 @@ public:
     const std::map<std::string, std::string>& Texts() const { return texts_; }
 
 private:
-    static ContentDigest DigestOf(const std::string& text)
-    {
-        Digest digest;
-        digest.Add(text);
-        const auto whole = digest.Finish();
-        ContentDigest content;
-        std::copy_n(whole.begin(), content.size(), content.begin());
-        return content;
-    }
     KnownItem& ItemOf(const std::string& id)
     {
         KnownItem& item = items_[id];

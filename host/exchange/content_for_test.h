@@ -3,7 +3,6 @@
 #ifndef QUORVANE_HOST_EXCHANGE_CONTENT_FOR_TEST_H_
 #define QUORVANE_HOST_EXCHANGE_CONTENT_FOR_TEST_H_
 
-#include <algorithm>
 #include <map>
 #include <optional>
 #include <string>
@@ -16,16 +15,6 @@
 namespace quorvane::host::exchange {
 
 namespace adversary {
-
-inline ContentDigest DigestOfText(const std::string& text)
-{
-    Digest digest;
-    digest.Add(text);
-    const auto whole = digest.Finish();
-    ContentDigest content;
-    std::copy_n(whole.begin(), content.size(), content.begin());
-    return content;
-}
 
 struct HeldItem {
     KnownItem known;

@@ -1,4 +1,4 @@
-// host/exchange/exchange_for_test.h: bytes in memory for one test.
+// host/exchange/exchange_for_test.h: bytes in memory, errors that are thrown, and texts in place of contents.
 #ifndef QUORVANE_HOST_EXCHANGE_EXCHANGE_FOR_TEST_H_
 #define QUORVANE_HOST_EXCHANGE_EXCHANGE_FOR_TEST_H_
 
@@ -9,6 +9,7 @@
 
 #include "host/exchange/byte_source.h"
 #include "host/exchange/error.h"
+#include "host/exchange/revision.h"
 
 namespace quorvane::host::exchange {
 
@@ -26,6 +27,17 @@ public:
 private:
     std::string bytes_;
 };
+
+// What stands for a text in a revision.
+inline ContentDigest DigestOfText(const std::string& text)
+{
+    Digest digest;
+    digest.Add(text);
+    const auto whole = digest.Finish();
+    ContentDigest content;
+    std::copy_n(whole.begin(), content.size(), content.begin());
+    return content;
+}
 
 // The text of the Error of this kind that a call throws; a failed test and an empty text when it throws none.
 template <class Call>

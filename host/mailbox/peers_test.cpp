@@ -6,6 +6,7 @@
 #include "host/base/files.h"
 #include "host/mailbox/device.h"
 #include "host/mailbox/records.h"
+#include "host/mailbox/records_for_test.h"
 #include "host/mailbox/shared_folders.h"
 #include "platform/testing/test_directory.h"
 
@@ -21,14 +22,6 @@ protected:
         folders.Found({"{G}", "00AC", "00CD", "Second"});
     }
 
-    static std::string MakeTables(const std::string& path)
-    {
-        Database database(path, Database::Mode::kCreate);
-        Transaction transaction(database);
-        Records::CreateTables(database, "alice", "0011223344556677");
-        transaction.Commit();
-        return path;
-    }
     void Pin(const exchange::DeviceKeys& keys, const std::string& member, const std::string& how = "device")
     {
         const std::string card = exchange::WriteCard(keys, member, 1);

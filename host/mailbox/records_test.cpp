@@ -1,6 +1,7 @@
 #include "host/mailbox/records.h"
 
 #include "host/mailbox/item_text.h"
+#include "host/mailbox/records_for_test.h"
 #include "platform/testing/test_directory.h"
 
 #include <gtest/gtest.h>
@@ -16,15 +17,6 @@ protected:
     {
         for (const char* member : {"alice", "bob", "carol", "dora"})
             Know(member);
-    }
-
-    static std::string MakeTables(const std::string& path)
-    {
-        Database database(path, Database::Mode::kCreate);
-        Transaction transaction(database);
-        Records::CreateTables(database, "alice", "0011223344556677");
-        transaction.Commit();
-        return path;
     }
 
     void ShareWith(const std::vector<std::string>& members)

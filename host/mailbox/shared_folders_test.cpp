@@ -6,6 +6,7 @@
 
 #include "host/base/errors.h"
 #include "host/exchange/error.h"
+#include "host/mailbox/records_for_test.h"
 #include "platform/testing/test_directory.h"
 
 namespace quorvane::host {
@@ -20,14 +21,6 @@ struct Someone {
     Someone(const test::TestDirectory& directory, const std::string& who)
         : name(who), path(MakeTables((directory / (who + ".db")).string(), who))
     {}
-    static std::string MakeTables(const std::string& path, const std::string& name)
-    {
-        Database database(path, Database::Mode::kCreate);
-        Transaction transaction(database);
-        Records::CreateTables(database, name, "0011223344556677");
-        transaction.Commit();
-        return path;
-    }
     void Pin(const Someone& other)
     {
         const std::string card = exchange::WriteCard(other.keys, other.name, 1);
