@@ -49,6 +49,16 @@ void WriteDurably(const std::filesystem::path& target, std::string_view content)
     SyncDirectory(target.parent_path());
 }
 
+void CopyDurably(const std::filesystem::path& from, const std::filesystem::path& to)
+{
+    const SystemFile source(from, SystemFile::Use::kRead);
+    const SystemFile target(to, SystemFile::Use::kWrite);
+    std::vector<char> block(kBlockRead);
+    while (const std::size_t size = source.Read(block.data(), block.size()))
+        target.Write(block.data(), size);
+    target.Sync();
+}
+
 std::string ReadWhole(const std::filesystem::path& path, std::uintmax_t limit)
 {
     const SystemFile file(path, SystemFile::Use::kRead);

@@ -26,6 +26,10 @@ void SyncDirectory(const std::filesystem::path& directory);
 // Throws a HostError.
 void WriteDurably(const std::filesystem::path& target, std::string_view content);
 
+// Copies a file for the user alone, in the place of one that has the name; when this returns, its bytes are on the disk.
+// Throws a HostError.
+void CopyDurably(const std::filesystem::path& from, const std::filesystem::path& to);
+
 // The whole content. Throws a HostError when the file can't be read or is larger than `limit` bytes.
 std::string ReadWhole(const std::filesystem::path& path, std::uintmax_t limit);
 

@@ -26,6 +26,20 @@ TEST(FilesTest, AFileIsReplacedAtOnce)
     EXPECT_EQ(ReadWhole(directory / "a", 100), "two");
 }
 
+TEST(FilesTest, ACopyIsWholeAndTakesTheOtherOnesPlace)
+{
+    const test::TestDirectory directory;
+    const std::string content(2'500'000, 'x');  // more than is read at once
+    Write(directory / "a", content + "end");
+    Write(directory / "b", std::string(3'000'000, 'y'));
+
+    CopyDurably(directory / "a", directory / "b");
+
+    EXPECT_EQ(ReadWhole(directory / "b", 4'000'000), content + "end");
+    EXPECT_THROW(CopyDurably(directory / "none", directory / "c"), HostError);
+    EXPECT_FALSE(std::filesystem::exists(directory / "c"));
+}
+
 TEST(FilesTest, AFileLargerThanTheLimitIsRefused)
 {
     const test::TestDirectory directory;

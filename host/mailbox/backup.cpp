@@ -39,21 +39,11 @@ void RefuseUnlessNew(const std::string& what, const std::string& directory)
         Fail(what, directory, "the directory exists and is not empty");
 }
 
-void CopyFile(const fs::path& from, const fs::path& to)
-{
-    const SystemFile source(from, SystemFile::Use::kRead);
-    const SystemFile target(to, SystemFile::Use::kWrite);
-    std::vector<char> buffer(256 * 1024);
-    while (const std::size_t size = source.Read(buffer.data(), buffer.size()))
-        target.Write(buffer.data(), size);
-    target.Sync();
-}
-
 void CopyUnlessGone(const fs::path& from, const fs::path& to)
 {
     std::error_code error;
     try {
-        CopyFile(from, to);
+        CopyDurably(from, to);
     } catch (const HostError&) {
         if (fs::exists(from, error))
             throw;
@@ -162,7 +152,7 @@ void BackUp(const Mailbox& mailbox, const std::string& directory, const BackupPr
         CopyDirectory(mailbox.Directory() / kHashes, target / kHashes);
     }
     CopyDirectory(mailbox.Directory() / kTrash, target / kTrash);
-    CopyFile(mailbox.KeyPath(), target / mailbox.KeyPath().filename());
+    CopyDurably(mailbox.KeyPath(), target / mailbox.KeyPath().filename());
     for (const auto& one : frozen)
         CopyDatabase(one->database, target / one->name, report);
     Finish(target / "store.sqlite", "");
@@ -185,7 +175,7 @@ std::string RestoreBackup(const std::string& backup, const std::string& director
     MakePrivateDirectory(target);
     for (const char* const part : {kHashes, kTrash})
         CopyDirectory(source / part, target / part);
-    CopyFile(source / "device.key", target / "device.key");
+    CopyDurably(source / "device.key", target / "device.key");
     for (const char* const part : {"packages", "inbox", "logs"})
         MakePrivateDirectory(target / part);
     for (const char* const name : {"store.sqlite", "sharing.db"}) {

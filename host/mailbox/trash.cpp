@@ -7,7 +7,6 @@
 #include "host/base/errors.h"
 #include "host/base/files.h"
 #include "host/base/path_text.h"
-#include "host/base/system_file.h"
 #include "host/exchange/keys.h"
 #include "host/store/msg_file.h"
 #include "host/store/properties.h"
@@ -35,17 +34,6 @@ public:
 private:
     std::filesystem::path path_;
 };
-
-void CopyDurably(const std::filesystem::path& from, const std::filesystem::path& to)
-{
-    constexpr std::size_t kBlock = 256 * 1024;
-    const SystemFile source(from, SystemFile::Use::kRead);
-    const SystemFile target(to, SystemFile::Use::kWrite);
-    std::vector<char> block(kBlock);
-    while (const std::size_t count = source.Read(block.data(), block.size()))
-        target.Write(block.data(), count);
-    target.Sync();
-}
 
 // The same for the same content of the same item: what a kill left is written over.
 std::filesystem::path FileIn(const std::filesystem::path& directory, const std::string& item,
