@@ -35,12 +35,12 @@ std::string FileName(std::size_t number, const std::string& subject)
     return name;
 }
 
-void WriteMail(IMessage& message, const std::filesystem::path& path)
+void WriteMail(IMAPIFolder& folder, IMessage& message, const std::filesystem::path& path)
 {
     std::ofstream file(path, std::ios::binary | std::ios::trunc);
     if (!file)
         Fail("write", path.string(), DescribeErrno(errno));
-    Check(ExportMail(message, file), "write", path.string());
+    Check(ExportMailOf(folder, message, file), "write", path.string());
     file.close();
     if (!file)
         Fail("write", path.string(), DescribeErrno(errno));
@@ -69,7 +69,7 @@ ExitCode Export(const ExportArguments& options)
             return;  // deleted since the row was read
         const std::filesystem::path path =
             directory / (FileName(++number, item.subject) + "." + options.format);
-        options.format == "msg" ? WriteMsg(*message, path) : WriteMail(*message, path);
+        options.format == "msg" ? WriteMsg(*message, path) : WriteMail(*folder, *message, path);
         files.push_back(path.string());
         progress.Show(0, 0, std::to_string(number) + " items");
     });

@@ -13,6 +13,7 @@ namespace {
 
 struct ImportArguments {
     bool json = false;
+    bool noOriginal = false;
     std::string mailbox;
     std::string folder;
     std::vector<std::string> paths;
@@ -21,7 +22,7 @@ struct ImportArguments {
 // Brings mails into one folder and keeps count.
 class Importer {
 public:
-    explicit Importer(IMAPIFolder& folder) : folder_(folder) {}
+    Importer(IMAPIFolder& folder, bool keepOriginals) : folder_(folder), keepOriginals_(keepOriginals) {}
 
     // Each mail is saved whole or not at all; that all are on the disk is Finish's.
     void Import(const FoundMail& mail)
@@ -73,9 +74,9 @@ private:
         ++mimeLeftOut_;
     }
 
-    static HRESULT SaveMail(const FoundMail& mail, IMessage& message)
+    HRESULT SaveMail(const FoundMail& mail, IMessage& message) const
     {
-        const HRESULT hr = ImportMail(mail, message);
+        const HRESULT hr = ImportMail(mail, keepOriginals_, message);
         return FAILED(hr) ? hr : message.SaveChanges(MAPI_DEFERRED_ERRORS);
     }
 
@@ -87,6 +88,7 @@ private:
     }
 
     IMAPIFolder& folder_;
+    const bool keepOriginals_;
     std::size_t imported_ = 0;
     std::size_t mimeLeftOut_ = 0;
     Json leftOut_ = Json::array();
@@ -122,7 +124,7 @@ ExitCode Import(const ImportArguments& options)
     std::vector<std::filesystem::path> paths;
     std::transform(options.paths.begin(), options.paths.end(), std::back_inserter(paths), PathOf);
     MailReader reader(std::move(paths));
-    Importer importer(*folder);
+    Importer importer(*folder, !options.noOriginal);
     ImportAll(reader, importer);
     Check(session.Store().SaveChanges(0), "save the items of", options.folder);
     Print(options.json,
@@ -149,6 +151,10 @@ void AddImportCommand(CLI::App& program, Chosen& chosen)
                      KnowsMime() ? "mbox, .eml or .msg files, Maildirs, or folders of them"
                                  : ".msg files, or folders of them")
         ->required();
+    if (KnowsMime())
+        command->add_flag("--no-original", options->noOriginal,
+                          "Don't keep the bytes of each mail beside what is read in them: half the space, but a mail "
+                          "comes out as a new one of the same content, and signatures break");
 }
 
 }  // namespace quorvane::host

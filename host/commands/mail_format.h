@@ -13,11 +13,12 @@ namespace quorvane::host {
 // Whether this build has it. Where it doesn't, the two functions give MAPI_E_NO_SUPPORT.
 bool KnowsMime() noexcept;
 
-// Fills a new message, which the caller saves, with a mail of the kind Mime; as ImportMime.
-[[nodiscard]] HRESULT ImportMail(const FoundMail& mail, IMessage& message);
+// Fills a new message, which the caller saves, with a mail of the kind Mime, and with its bytes where these are to be
+// kept; as ImportMime.
+[[nodiscard]] HRESULT ImportMail(const FoundMail& mail, bool keepOriginal, IMessage& message);
 
-// Writes a message as .eml; as ExportMime.
-[[nodiscard]] HRESULT ExportMail(IMessage& message, std::ostream& out);
+// Writes a message as .eml; as ExportMail of host/mime. Messages are made in `folder` that are never saved.
+[[nodiscard]] HRESULT ExportMailOf(IMAPIFolder& folder, IMessage& message, std::ostream& out);
 
 }  // namespace quorvane::host
 

@@ -1,5 +1,5 @@
 #include "host/commands/mail_format.h"
-#include "host/mime/export_mime.h"
+#include "host/mime/export_mail.h"
 #include "host/mime/import_mime.h"
 
 namespace quorvane::host {
@@ -9,14 +9,15 @@ bool KnowsMime() noexcept
     return true;
 }
 
-HRESULT ImportMail(const FoundMail& mail, IMessage& message)
+HRESULT ImportMail(const FoundMail& mail, bool keepOriginal, IMessage& message)
 {
-    return ImportMime(mail.bytes, ImportOptions{mail.read}, message);
+    return ImportMime(mail.bytes, ImportOptions{mail.read, keepOriginal ? &mail.Original() : nullptr}, message);
 }
 
-HRESULT ExportMail(IMessage& message, std::ostream& out)
+HRESULT ExportMailOf(IMAPIFolder& folder, IMessage& message, std::ostream& out)
 {
-    return ExportMime(message, out);
+    return ExportMail(
+        message, [&](IMessage** scratch) { return folder.CreateMessage(nullptr, 0, scratch); }, out);
 }
 
 }  // namespace quorvane::host

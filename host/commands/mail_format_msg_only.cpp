@@ -7,12 +7,12 @@ bool KnowsMime() noexcept
     return false;
 }
 
-HRESULT ImportMail(const FoundMail&, IMessage&)
+HRESULT ImportMail(const FoundMail&, bool, IMessage&)
 {
     return MAPI_E_NO_SUPPORT;
 }
 
-HRESULT ExportMail(IMessage&, std::ostream&)
+HRESULT ExportMailOf(IMAPIFolder&, IMessage&, std::ostream&)
 {
     return MAPI_E_NO_SUPPORT;
 }

@@ -5,9 +5,9 @@
 #include <fstream>
 #include <string_view>
 
-#include "host/mail/file_form.h"
 #include "host/mail/mail_check.h"
 #include "host/mail/mail_files.h"
+#include "host/mail/mail_form.h"
 #include "host/mail/mbox_reader.h"
 #include "host/mail/unicode.h"
 
@@ -59,74 +59,18 @@ bool IsMbox(std::string_view beginning)
     return IsDatedSeparator(line) || IsHeaderField(beginning.substr(line.size()));
 }
 
-// A file that is one mail.
-class SingleMail {
-public:
-    // stream  stands behind the file's beginning, which was read.
-    SingleMail(std::ifstream& stream, const std::string& beginning, std::uint64_t size)
-        : stream_(stream), beginning_(beginning), size_(size)
-    {}
-
-    // Repairs the file's form; false when it can't be read to its end.
-    bool Read(MailBytes& mail)
-    {
-        bool onlyCr = beginning_.find('\n') == std::string::npos;
-        if (onlyCr && !LooksForCr(onlyCr))
+// Sets all bytes of a file aside; false when it can't be read to its end.
+bool ReadAll(std::istream& stream, std::uint64_t size, MailBytes& bytes)
+{
+    std::string piece;
+    for (std::uint64_t left = size; left > 0; left -= piece.size()) {
+        piece.resize(static_cast<std::size_t>(std::min<std::uint64_t>(left, kBlock)));
+        if (!stream.read(piece.data(), static_cast<std::streamsize>(piece.size())))
             return false;
-        bool begun = false;
-        return ForEachPiece([&](std::string& piece) {
-            if (onlyCr)
-                std::replace(piece.begin(), piece.end(), '\r', '\n');
-            // What goes before the mail is less than the beginning that was looked at.
-            mail.Append(begun ? std::string_view(piece) : TrimToMail(piece));
-            begun = true;
-            return true;
-        });
+        bytes.Append(piece);
     }
-
-private:
-    // Whether the whole file has CRs and no LF.
-    bool LooksForCr(bool& onlyCr)
-    {
-        bool cr = false;
-        bool lf = false;
-        const bool read = ForEachPiece([&](std::string& piece) {
-            cr = cr || piece.find('\r') != std::string::npos;
-            lf = lf || piece.find('\n') != std::string::npos;
-            return !lf;
-        });
-        onlyCr = cr && !lf;
-        return read;
-    }
-
-    // Hands over the file in 8-bit text, piece by piece, until `visit` has enough.
-    template <class Visit>
-    bool ForEachPiece(Visit visit)
-    {
-        Utf16File wide(beginning_);
-        std::string piece = beginning_;
-        stream_.clear();
-        stream_.seekg(static_cast<std::streamoff>(beginning_.size()));
-        for (std::uint64_t left = size_ - beginning_.size();;) {
-            std::string text;
-            if (wide.Is()) {
-                wide.Put(piece, text);
-                if (left == 0)
-                    wide.End(text);
-            }
-            if (!visit(wide.Is() ? text : piece) || left == 0)
-                return true;
-            piece.resize(static_cast<std::size_t>(std::min<std::uint64_t>(left, kBlock)));
-            if (!stream_.read(piece.data(), static_cast<std::streamsize>(piece.size())))
-                return false;
-            left -= piece.size();
-        }
-    }
-
-    std::ifstream& stream_;
-    const std::string& beginning_;
-    std::uint64_t size_;
-};
+    return true;
+}
 
 }  // namespace
 
@@ -210,18 +154,22 @@ private:
         }
         if (auto reason = WhyNotMail(bytes, single ? MailHint::Named : MailHint::Unnamed))
             return LeaveOut(leftOut, source, std::move(*reason));
-        return ReadSingle(file, stream, bytes, mail, leftOut);
+        stream.clear();
+        stream.seekg(0);
+        return ReadSingle(file, stream, mail, leftOut);
     }
 
-    static Step ReadSingle(const MailFile& file, std::ifstream& stream, const std::string& beginning,
-                           FoundMail& mail, LeftOutFile& leftOut)
+    static Step ReadSingle(const MailFile& file, std::ifstream& stream, FoundMail& mail, LeftOutFile& leftOut)
     {
         const std::string source = file.path.string();
         if (file.size > kLargestMail)
             return LeaveOut(leftOut, source, kTooLarge);
-        SingleMail single(stream, beginning, file.size);
-        if (!single.Read(mail.bytes))
+        if (!ReadAll(stream, file.size, mail.bytes))
             return LeaveOut(leftOut, source, "it can't be read");
+        if (auto within = MailWithin(mail.bytes)) {
+            mail.file = std::move(mail.bytes);
+            mail.bytes = std::move(*within);
+        }
         mail.source = source;
         mail.path = file.path;
         mail.read = file.read;
@@ -231,7 +179,8 @@ private:
     // A mail is found only when all of it could be set aside.
     static Step Kept(FoundMail& mail, LeftOutFile& leftOut)
     {
-        const HRESULT hr = mail.bytes.Result();
+        const HRESULT hr =
+            mail.file && FAILED(mail.file->Result()) ? mail.file->Result() : mail.bytes.Result();
         if (SUCCEEDED(hr))
             return Step::Found;
         const std::string source = std::move(mail.source);

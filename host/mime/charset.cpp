@@ -106,11 +106,22 @@ std::string NormalName(std::string_view charset)
     return name;
 }
 
+// Some write koi8_r, or windows_1252.
+std::string WithDashes(std::string name)
+{
+    std::replace(name.begin(), name.end(), '_', '-');
+    return name;
+}
+
 const Charset* FindCharset(std::string_view charset)
 {
-    const std::string name = NormalName(charset);
-    const auto found =
-        std::find_if(kCharsets.begin(), kCharsets.end(), [&](const Charset& c) { return name == c.name; });
+    std::string name = NormalName(charset);
+    const auto isName = [&](const Charset& c) { return name == c.name; };
+    auto found = std::find_if(kCharsets.begin(), kCharsets.end(), isName);
+    if (found == kCharsets.end()) {
+        name = WithDashes(name);
+        found = std::find_if(kCharsets.begin(), kCharsets.end(), isName);
+    }
     return found == kCharsets.end() ? nullptr : &*found;
 }
 

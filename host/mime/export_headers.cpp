@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "host/mail/mail_check.h"
 #include "host/mail/unicode.h"
 #include "host/mime/filetime.h"
 #include "host/mime/gmime_setup.h"
@@ -74,13 +75,27 @@ const char* SensitivityName(LONG sensitivity)
     }
 }
 
-class Fields {
+// A header block of which fields are exchanged.
+class FieldBlock {
+public:
+    virtual ~FieldBlock() = default;
+
+    // Puts one field, in place of the first of `names`, which go; an empty value only takes them away.
+    virtual void Replace(std::initializer_list<std::string_view> names, const std::string& value) = 0;
+
+    void ReplaceUnless(bool same, std::initializer_list<std::string_view> names, const std::string& value)
+    {
+        if (!same)
+            Replace(names, value);
+    }
+};
+
+class Fields : public FieldBlock {
 public:
     explicit Fields(std::vector<HeaderField> fields) : fields_(std::move(fields)) {}
     std::vector<HeaderField> Take() { return std::move(fields_); }
 
-    // Puts one field, in place of the first of `names`, which go; an empty value only takes them away.
-    void Replace(std::initializer_list<std::string_view> names, const std::string& value)
+    void Replace(std::initializer_list<std::string_view> names, const std::string& value) override
     {
         const std::string name(*names.begin());
         const auto first = std::find_if(fields_.begin(), fields_.end(),
@@ -91,37 +106,97 @@ public:
             fields_.insert(fields_.begin() + std::min(index, std::ssize(fields_)), {name, value});
     }
 
-    void ReplaceUnless(bool same, std::initializer_list<std::string_view> names, const std::string& value)
-    {
-        if (!same)
-            Replace(names, value);
-    }
-
-    [[nodiscard]] bool Has(std::string_view name) const { return HasField(fields_, name); }
-
 private:
     std::vector<HeaderField> fields_;
 };
 
-void PutPeople(Fields& fields, const MailEnvelope& said, const MailEnvelope& now)
+// Whose fields are the bytes of their lines.
+class RawFields : public FieldBlock {
+public:
+    explicit RawFields(std::string_view block)
+    {
+        lineEnd_ = block.substr(0, LineLength(block)).ends_with("\r\n") ? "\r\n" : "\n";
+        for (; !block.empty(); block.remove_prefix(LineLength(block))) {
+            const std::string_view line = block.substr(0, LineLength(block));
+            const bool continues = line.starts_with(' ') || line.starts_with('\t');
+            if (continues && !fields_.empty())
+                fields_.back().value.append(line);
+            else
+                fields_.push_back({NameOf(line), std::string(line)});
+        }
+    }
+
+    void Replace(std::initializer_list<std::string_view> names, const std::string& value) override
+    {
+        const auto first = std::find_if(fields_.begin(), fields_.end(),
+                                        [&](const HeaderField& field) { return IsOneOf(field.name, names); });
+        const auto index = first - fields_.begin();
+        RemoveFields(fields_, names);
+        if (!value.empty())
+            fields_.insert(fields_.begin() + std::min(index, std::ssize(fields_)), NewField(*names.begin(), value));
+    }
+
+    [[nodiscard]] std::string Text() const
+    {
+        std::string text;
+        for (const HeaderField& field : fields_)
+            text += field.value;
+        return text;
+    }
+
+private:
+    static std::string NameOf(std::string_view line)
+    {
+        if (!IsFieldOfBlock(line))
+            return {};
+        const std::string_view name = line.substr(0, line.find(':'));
+        return std::string(name.substr(0, name.find_last_not_of(" \t") + 1));
+    }
+
+    HeaderField NewField(std::string_view name, const std::string& value) const
+    {
+        std::string line(name);
+        line.append(": ");
+        for (const char c : value + "\r\n") {
+            if (c == '\n')
+                line += lineEnd_;
+            else if (c != '\r')
+                line += c;
+        }
+        return {std::string(name), std::move(line)};
+    }
+
+    std::string lineEnd_;
+    std::vector<HeaderField> fields_;  // as the values their lines
+};
+
+// Whether two lists of people are one.
+using AreSame = bool (*)(const std::vector<MailAddress>&, const std::vector<MailAddress>&);
+
+bool EqualPeople(const std::vector<MailAddress>& a, const std::vector<MailAddress>& b)
+{
+    return a == b;
+}
+
+void PutPeople(FieldBlock& fields, const MailEnvelope& said, const MailEnvelope& now, AreSame same)
 {
     const std::vector<MailAddress> first(said.from.begin(), said.from.begin() + (said.from.empty() ? 0 : 1));
-    fields.ReplaceUnless(SamePeople(first, now.from), {"From"}, AddressListValue(now.from));
-    fields.ReplaceUnless(SamePeople(said.sender, now.sender) || (now.sender.empty() && said.sender == first),
+    fields.ReplaceUnless(same(first, now.from), {"From"}, AddressListValue(now.from));
+    fields.ReplaceUnless(same(said.sender, now.sender) || (now.sender.empty() && said.sender == first),
                          {"Sender"}, AddressListValue(now.sender));
-    fields.ReplaceUnless(SamePeople(said.replyTo, now.replyTo), {"Reply-To"}, AddressListValue(now.replyTo));
+    fields.ReplaceUnless(same(said.replyTo, now.replyTo), {"Reply-To"}, AddressListValue(now.replyTo));
     struct Kind {
         LONG type;
         const char* name;
     };
     for (const Kind kind : {Kind{MAPI_TO, "To"}, Kind{MAPI_CC, "Cc"}, Kind{MAPI_BCC, "Bcc"}}) {
         const std::vector<MailAddress> people = RecipientsOf(now, kind.type);
-        fields.ReplaceUnless(SamePeople(RecipientsOf(said, kind.type), people), {kind.name},
+        fields.ReplaceUnless(same(RecipientsOf(said, kind.type), people), {kind.name},
                              AddressListValue(people));
     }
 }
 
-void PutUrgency(Fields& fields, const MailEnvelope& said, const MailEnvelope& now)
+void PutUrgency(FieldBlock& fields, const MailEnvelope& said, const MailEnvelope& now)
 {
     const LONG importance = now.importance.value_or(IMPORTANCE_NORMAL);
     const LONG priority = now.priority.value_or(PRIO_NORMAL);
@@ -134,7 +209,7 @@ void PutUrgency(Fields& fields, const MailEnvelope& said, const MailEnvelope& no
                          {"Sensitivity"}, SensitivityName(sensitivity));
 }
 
-void PutReceipts(Fields& fields, const MailEnvelope& said, const MailEnvelope& now)
+void PutReceipts(FieldBlock& fields, const MailEnvelope& said, const MailEnvelope& now)
 {
     const std::string asker = AddressListValue(now.sender.empty() ? now.from : now.sender);
     fields.ReplaceUnless(said.readReceipt == now.readReceipt, {"Disposition-Notification-To"},
@@ -143,7 +218,7 @@ void PutReceipts(Fields& fields, const MailEnvelope& said, const MailEnvelope& n
                          now.deliveryReceipt ? asker : "");
 }
 
-void PutThread(Fields& fields, const MailEnvelope& said, const MailEnvelope& now)
+void PutThread(FieldBlock& fields, const MailEnvelope& said, const MailEnvelope& now)
 {
     fields.ReplaceUnless(said.messageId == now.messageId, {"Message-ID"},
                          IdentifierValue(now.messageId.value_or("")));
@@ -172,7 +247,7 @@ std::vector<HeaderField> ExportedFields(const std::string& block, MailEnvelope e
     const MailEnvelope said = parsed ? ReadEnvelope(parsed.Get()) : MailEnvelope();
 
     Fields fields(std::move(kept));
-    PutPeople(fields, said, envelope);
+    PutPeople(fields, said, envelope, SamePeople);
     fields.ReplaceUnless(said.subject.value_or("") == envelope.subject.value_or(""), {"Subject"},
                          UnstructuredValue(envelope.subject.value_or("")));
     const std::optional<FILETIME> date = envelope.sent || !fresh ? envelope.sent : envelope.received;
@@ -181,6 +256,18 @@ std::vector<HeaderField> ExportedFields(const std::string& block, MailEnvelope e
     PutUrgency(fields, said, envelope);
     PutReceipts(fields, said, envelope);
     return fields.Take();
+}
+
+std::string EditedHeader(const std::string& block, const MailEnvelope& said, const MailEnvelope& now)
+{
+    RawFields fields(block);
+    PutPeople(fields, said, now, EqualPeople);
+    fields.ReplaceUnless(said.subject == now.subject, {"Subject"}, UnstructuredValue(now.subject.value_or("")));
+    fields.ReplaceUnless(SameTimes(said.sent, now.sent), {"Date"}, now.sent ? DateValue(*now.sent) : "");
+    PutThread(fields, said, now);
+    PutUrgency(fields, said, now);
+    PutReceipts(fields, said, now);
+    return fields.Text();
 }
 
 }  // namespace quorvane

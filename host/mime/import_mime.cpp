@@ -13,6 +13,7 @@
 #include "host/mime/import_properties.h"
 #include "host/mime/mail_envelope.h"
 #include "host/mime/mail_structure.h"
+#include "host/mime/original_mail.h"
 
 namespace quorvane {
 namespace {
@@ -89,8 +90,10 @@ HRESULT ImportMime(const MailBytes& bytes, const ImportOptions& options, IMessag
         }
         if (!parsed)
             return Worst({bytes.Result(), mail.Result(), bodyOnly.Result(), MAPI_E_CORRUPT_DATA});
-        const HRESULT hr =
+        HRESULT hr =
             FillMessage(parsed.Get(), HeaderText(mail.Header()), options.read.value_or(true), 0, message);
+        if (SUCCEEDED(hr) && options.original)
+            hr = KeepOriginal(*options.original, message);
         // What couldn't be read is missing in the message.
         return Worst({bytes.Result(), mail.Result(), bodyOnly.Result(), hr});
     } catch (const std::bad_alloc&) {

@@ -12,21 +12,23 @@ namespace quorvane {
 struct ImportOptions {
     // Whether the message counts as read. Nothing: it does, as mail that was kept.
     std::optional<bool> read;
+    // What is kept beside it as the bytes that it came from (original_mail.h); null: nothing is.
+    const MailBytes* original = nullptr;
 };
 
 // Writes the content of a mail into a message.
 //
 // bytes    [in]      the mail, from its first header field on. Anything is accepted: what MIME can't
 //                    make sense of becomes body text.
-// options  [in]      what the mail itself doesn't say.
+// options  [in]      what the mail itself doesn't say, and what is kept of it.
 // message  [in,out]  new and empty, open for writing. The caller saves it (IMAPIProp::SaveChanges) or drops
 // it.
 //
 // Kept: the header block as a whole (PR_TRANSPORT_MESSAGE_HEADERS) and the fields with properties of
 // their own; the first text and the first HTML as bodies, in any charset; every other part as an
 // attachment with its header fields; nested mails as embedded messages, down to a depth of 16 and as
-// files from there on. Not kept: the boundaries, encodings and order of the MIME tree, and what stands
-// between the boundaries' lines (preamble and epilogue).
+// files from there on. Kept with the original alone: the boundaries, encodings and order of the MIME tree,
+// and what stands between the boundaries' lines (preamble and epilogue).
 //
 // S_OK           everything was written; `message` is unsaved.
 // E_OUTOFMEMORY  memory ran out.

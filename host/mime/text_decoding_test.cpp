@@ -13,6 +13,7 @@ TEST(CharsetTest, AKnownCharsetIsDecodedUnderEachOfItsNames)
     EXPECT_EQ(DecodeText("\xE4\xDF", "ISO-8859-1"), "äß");
     EXPECT_EQ(DecodeText("\xC4\xE0", "windows-1251"), "Да");
     EXPECT_EQ(DecodeText("\xC4\xE0", "CP1251"), "Да");
+    EXPECT_EQ(DecodeText("\xE4\xC1", "koi8_r"), "Да");
     EXPECT_EQ(DecodeText("\x93\xFA\x96\x7B", "shift_jis"), "日本");
     EXPECT_EQ(DecodeText("\x1B$BF|K\\\x1B(B", "iso-2022-jp"), "日本");
 }

@@ -1,0 +1,143 @@
+#include "host/mime/export_mail.h"
+
+#include <new>
+#include <optional>
+
+#include "host/mail/mail_form.h"
+#include "host/mime/export_headers.h"
+#include "host/mime/export_mime.h"
+#include "host/mime/import_mime.h"
+#include "host/mime/mail_content.h"
+#include "host/mime/original_mail.h"
+#include "quorvane3/com.h"
+
+namespace quorvane {
+namespace {
+
+constexpr std::size_t kCopyPiece = std::size_t{256} << 10;
+
+// Hands over the bytes from `offset` on, piece by piece.
+template <class Put>
+HRESULT CopyBytes(const MailBytes& bytes, std::uint64_t offset, Put put)
+{
+    std::string piece(kCopyPiece, '\0');
+    for (std::size_t got; (got = bytes.Read(offset, piece.data(), piece.size())) > 0; offset += got)
+        put(std::string_view(piece).substr(0, got));
+    return bytes.Result();
+}
+
+HRESULT WriteBytes(const MailBytes& bytes, std::ostream& out)
+{
+    const HRESULT hr = CopyBytes(bytes, 0, [&](std::string_view piece) {
+        out.write(piece.data(), static_cast<std::streamsize>(piece.size()));
+    });
+    return SUCCEEDED(hr) && !out.flush() ? STG_E_MEDIUMFULL : hr;
+}
+
+// Whether a failure tells of this machine, and not of the bytes.
+bool IsOurs(HRESULT hr)
+{
+    return hr == E_OUTOFMEMORY || HRESULT_FACILITY(hr) == FACILITY_STORAGE;
+}
+
+// One message and the bytes that it came from.
+class KeptMail {
+public:
+    KeptMail(const MakeScratch& scratch, const MailContent& now) : scratch_(scratch), now_(now) {}
+
+    // What `bytes` say.
+    HRESULT Read(const MailBytes& bytes, MailContent& said) const
+    {
+        ComPtr<IMessage> message;
+        HRESULT hr = scratch_(message.Put());
+        if (SUCCEEDED(hr))
+            hr = ImportMime(bytes, {}, *message);
+        return SUCCEEDED(hr) ? ReadMailContent(*message, said) : hr;
+    }
+
+    bool SaysTheSame(const MailContent& said) const
+    {
+        return said.headers == now_.headers && SaysTheSameBut(said);
+    }
+
+    // The bytes with the header fields that the message tells otherwise; nothing where that isn't all that differs.
+    HRESULT WithFieldsOf(const MailBytes& bytes, const MailContent& said, std::optional<MailBytes>& edited) const
+    {
+        if (said.headers != now_.headers || !SameBodies(said, now_) || !SameAttachments(said, now_))
+            return S_OK;
+        const std::string header = bytes.Header();
+        MailBytes mail(EditedHeader(header, said.envelope, now_.envelope));
+        HRESULT hr = CopyBytes(bytes, header.size(), [&](std::string_view piece) { mail.Append(piece); });
+        if (SUCCEEDED(hr))
+            hr = mail.Result();
+        MailContent check;
+        if (SUCCEEDED(hr))
+            hr = Read(mail, check);
+        if (SUCCEEDED(hr) && SaysTheSameBut(check))
+            edited = std::move(mail);
+        return hr;
+    }
+
+private:
+    // But for the header block, which an edit leaves as it came.
+    bool SaysTheSameBut(const MailContent& said) const
+    {
+        return SameEnvelope(said.envelope, now_.envelope) && SameBodies(said, now_) &&
+               SameAttachments(said, now_);
+    }
+
+    const MakeScratch& scratch_;
+    const MailContent& now_;
+};
+
+// S_OK: the mail was written. S_FALSE: `bytes` don't tell it, and nothing was written.
+HRESULT WriteFrom(const MailBytes& original, const MailBytes& bytes, const KeptMail& kept, std::ostream& out)
+{
+    MailContent said;
+    HRESULT hr = kept.Read(bytes, said);
+    if (FAILED(hr))
+        return IsOurs(hr) ? hr : S_FALSE;
+    if (kept.SaysTheSame(said))
+        return WriteBytes(original, out);
+    std::optional<MailBytes> edited;
+    hr = kept.WithFieldsOf(bytes, said, edited);
+    if (FAILED(hr))
+        return IsOurs(hr) ? hr : S_FALSE;
+    return edited ? WriteBytes(*edited, out) : S_FALSE;
+}
+
+// The same two results.
+HRESULT WriteKept(IMessage& message, const MakeScratch& scratch, std::ostream& out)
+{
+    MailBytes original;
+    HRESULT hr = ReadOriginal(message, original);
+    if (FAILED(hr))
+        return IsOurs(hr) ? hr : S_FALSE;
+    MailContent now;
+    hr = ReadMailContent(message, now);
+    if (FAILED(hr))
+        return S_FALSE;  // ExportMime tells, if it meets the same
+    const KeptMail kept(scratch, now);
+    hr = WriteFrom(original, original, kept, out);
+    if (hr != S_FALSE)
+        return hr;
+    // A file may hold more than the mail, or hold it in another form.
+    const std::optional<MailBytes> within = MailWithin(original);
+    return within ? WriteFrom(original, *within, kept, out) : S_FALSE;
+}
+
+}  // namespace
+
+HRESULT ExportMail(IMessage& message, const MakeScratch& scratch, std::ostream& out) noexcept
+{
+    try {
+        const HRESULT hr = WriteKept(message, scratch, out);
+        return hr == S_FALSE ? ExportMime(message, out) : hr;
+    } catch (const std::bad_alloc&) {
+        return E_OUTOFMEMORY;
+    } catch (...) {
+        return E_FAIL;
+    }
+}
+
+}  // namespace quorvane

@@ -1,0 +1,158 @@
+#include "host/mime/export_mail.h"
+
+#include <regex>
+
+#include "host/mail/mail_form.h"
+#include "host/mime/original_mail.h"
+#include "host/mime/property_list.h"
+#include "host/mime/test_store.h"
+
+namespace quorvane {
+namespace {
+
+class ExportMailTest : public StoreTest {
+protected:
+    static ComPtr<IMessage> Kept(const std::string& mail)
+    {
+        const MailBytes bytes(mail);
+        const std::optional<MailBytes> within = MailWithin(bytes);
+        return store->Import(within ? *within : bytes, {.read = {}, .original = &bytes});
+    }
+    static std::string Mail(IMessage& message)
+    {
+        std::ostringstream out;
+        const MakeScratch scratch = [](IMessage** made) {
+            *made = store->NewMessage().Detach();
+            return S_OK;
+        };
+        EXPECT_EQ(ExportMail(message, scratch, out), S_OK);
+        return out.str();
+    }
+    // Boundaries are drawn.
+    static std::string Masked(const std::string& mail)
+    {
+        return std::regex_replace(mail, std::regex("=_([0-9]+)_[0-9]+"), "=_$1");
+    }
+    static void SetText(IMAPIProp& object, ULONG tag, const std::string& text)
+    {
+        PropertyList value;
+        value.AddText(tag, text);
+        EXPECT_EQ(value.SetOn(object), S_OK);
+    }
+    static std::string Replaced(std::string text, const std::string& what, const std::string& by)
+    {
+        const std::size_t at = text.find(what);
+        EXPECT_NE(at, std::string::npos) << what;
+        return at == std::string::npos ? text : text.replace(at, what.size(), by);
+    }
+};
+
+// Odd in all that a mail made anew would set right: line ends, folding, order, encodings, preamble, boundary.
+constexpr const char* kOdd =
+    "X-First:1\nSUBJECT:   =?utf-8?q?Caf=C3=A9?=\n and more\nfrom: \"A\"  <a@example.org>\n"
+    "To:b@example.org,\n\tC <c@example.org>\nDate: Mon, 2 Nov 2026 10:00:00 +0200\nMime-version: 1.0 (a comment)\n"
+    "Content-type: multipart/mixed; boundary=\"=_x\"\n\nA preamble.\n--=_x\nContent-Type: text/plain; "
+    "charset=koi8_r\nContent-Transfer-Encoding: 8bit\n\n\xF0\xD2\xC9\xD7\xC5\xD4  \n--=_x\nContent-Type: "
+    "application/octet-stream;\n name=a.bin\nContent-Transfer-Encoding: x-uuencode\n\nbegin 644 a.bin\n#0V%T\n`\nend\n"
+    "--=_x--\nAn epilogue.\n";
+
+TEST_F(ExportMailTest, AMailComesOutToTheByte)
+{
+    EXPECT_EQ(Mail(*Kept(kOdd)), kOdd);
+}
+
+TEST_F(ExportMailTest, AFileOfAnotherFormComesOutAsItWas)
+{
+    for (const std::string& file :
+         {std::string("\xEF\xBB\xBF\nSubject: a\n\nb\n"), std::string("Subject: a\r\rb\r"),
+          std::string("From x Mon Mar  3 08:14:09 2025\nSubject: a\n\nb\n"),
+          std::string("\xFF\xFES\0u\0b\0j\0e\0c\0t\0:\0 \0a\0\n\0\n\0b\0", 30)})
+        EXPECT_EQ(Mail(*Kept(file)), file);
+}
+
+TEST_F(ExportMailTest, AMailOfAnySizeComesOutToTheByte)
+{
+    std::string mail = "Subject: large\n\n";
+    while (mail.size() < 3 * MailBytes::kMemoryLimit)
+        mail += "line " + std::to_string(mail.size() * 2654435761U) + "\n";
+    EXPECT_EQ(Mail(*Kept(mail)), mail);
+}
+
+TEST_F(ExportMailTest, AnEditedSubjectReplacesItsLinesAlone)
+{
+    const ComPtr<IMessage> message = Kept(kOdd);
+    SetText(*message, PR_SUBJECT_W, "Another");
+    EXPECT_EQ(Mail(*message), Replaced(kOdd, "SUBJECT:   =?utf-8?q?Caf=C3=A9?=\n and more\n", "Subject: Another\n"));
+}
+
+TEST_F(ExportMailTest, AnEditedNameOfASenderIsTold)
+{
+    const ComPtr<IMessage> message = Kept(kOdd);
+    SetText(*message, PR_SENT_REPRESENTING_NAME_W, "Zoe");
+    SetText(*message, PR_SENDER_NAME_W, "Zoe");
+    EXPECT_EQ(Mail(*message), Replaced(kOdd, "from: \"A\"  <a@example.org>\n", "From: Zoe <a@example.org>\n"));
+}
+
+TEST_F(ExportMailTest, WhatAReaderMakesOfAMailIsNoEdit)
+{
+    const ComPtr<IMessage> message = Kept(kOdd);
+    EXPECT_EQ(message->SetReadFlag(CLEAR_READ_FLAG), S_OK);
+    PropertyList flag;
+    flag.AddLong(PROP_TAG(PT_LONG, 0x1090), 2);
+    EXPECT_EQ(flag.SetOn(*message), S_OK);
+    EXPECT_EQ(Mail(*message), kOdd);
+}
+
+TEST_F(ExportMailTest, AnOriginalThatSaysOtherThingsIsNeverWritten)
+{
+    const std::string other = Replaced(kOdd, "x-uuencode", "8bit");
+    const ComPtr<IMessage> message = Kept(kOdd);
+    for (const std::string& forged : {other, Replaced(kOdd, "--=_x--", "--=_x\n\nAnother part\n--=_x--"),
+                                      Replaced(kOdd, "X-First:1", "X-First:2"),
+                                      Replaced(kOdd, "\xF0\xD2", "\xD2\xF0"), std::string("Subject: alone\n\nx\n")}) {
+        ASSERT_EQ(KeepOriginal(forged, *message), S_OK);
+        EXPECT_EQ(Masked(Mail(*message)), Masked(Export(*message))) << forged;
+    }
+}
+
+TEST_F(ExportMailTest, AnOriginalThatIsDamagedIsPassedOver)
+{
+    const ComPtr<IMessage> message = Kept(kOdd);
+    std::string name = "OriginalMail";
+    GUID set = {0x6B1F0C52, 0x93D4, 0x4E0A, {0xB7, 0xA8, 0x5D, 0x2C, 0x41, 0xE9, 0x8F, 0x36}};
+    OleString wide(name.begin(), name.end());
+    MAPINAMEID id = {};
+    id.lpguid = &set;
+    id.ulKind = MNID_STRING;
+    id.Kind.lpwstrName = wide.data();
+    MAPINAMEID* ids = &id;
+    MapiMemory tags;
+    ASSERT_EQ(message->GetIDsFromNames(1, &ids, 0, tags.Put<SPropTagArray>()), S_OK);
+    const ULONG tag = CHANGE_PROP_TYPE(tags.As<SPropTagArray>()->aulPropTag[0], PT_BINARY);
+    const std::string packed = Bytes(*message, tag);
+    ASSERT_GT(packed.size(), 100U);
+    for (const std::string& damaged : {std::string("no zlib stream"), std::string(), packed.substr(0, 100),
+                                       packed + "more", Replaced(packed, packed.substr(60, 2), "\x01\x02")}) {
+        PropertyList value;
+        value.AddBinary(tag, damaged);
+        ASSERT_EQ(value.SetOn(*message), S_OK);
+        EXPECT_EQ(Masked(Mail(*message)), Masked(Export(*message)));
+    }
+}
+
+TEST_F(ExportMailTest, AMailWithoutItsOriginalIsMadeOfItsProperties)
+{
+    const ComPtr<IMessage> message = store->Import(MailBytes(kOdd));
+    EXPECT_EQ(Masked(Mail(*message)), Masked(Export(*message)));
+}
+
+TEST_F(ExportMailTest, AnEditedBodyIsWritten)
+{
+    const ComPtr<IMessage> message = Kept(kOdd);
+    SetText(*message, PR_BODY_W, "Quite another text");
+    const std::string mail = Mail(*message);
+    EXPECT_EQ(Text(*store->Import(mail), PR_BODY_W), "Quite another text");
+}
+
+}  // namespace
+}  // namespace quorvane
