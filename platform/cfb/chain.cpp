@@ -76,6 +76,18 @@ void Chain::Mark(const Place& place)
     ++strideShift_;
 }
 
+// Of `count` sectors with numbers one behind the other.
+void Chain::MarkRun(const Place& first, SectorId count)
+{
+    for (;;) {
+        const std::size_t next = (marks_.size() + 1) << strideShift_;
+        if (next < first.index || next - first.index >= count)
+            return;
+        const auto behind = static_cast<SectorId>(next - first.index);
+        Mark({first.index + behind, first.sector + behind});
+    }
+}
+
 Chain::Place Chain::Nearest(SectorId index) const noexcept
 {
     Place nearest{0, first_};
@@ -84,13 +96,6 @@ Chain::Place Chain::Nearest(SectorId index) const noexcept
         nearest = {static_cast<SectorId>(mark << strideShift_), marks_[mark - 1]};
     const bool closer = last_.sector <= kMaxSector && last_.index <= index && last_.index > nearest.index;
     return closer ? last_ : nearest;
-}
-
-HRESULT Chain::Step(Place* place)
-{
-    CFB_TRY(table_->Follow(place->sector, &place->sector));
-    ++place->index;
-    return S_OK;
 }
 
 HRESULT Chain::WalkTo(SectorId index, SectorId* sector)
@@ -102,13 +107,17 @@ HRESULT Chain::WalkTo(SectorId index, SectorId* sector)
     Place place = Nearest(index);
     if (place.sector >= table_->Slots() || index >= table_->Slots())
         return STG_E_DOCFILECORRUPT;
-    Mark(place);
     while (place.index < index) {
-        CFB_TRY(Step(&place));
+        SectorId run = 0;
+        SectorId next = 0;
+        CFB_TRY(table_->FollowRun(place.sector, index - place.index + 1, &run, &next));
+        MarkRun(place, run);
+        const bool there = index - place.index < run;
+        place = there ? Place{index, place.sector + run - 1} : Place{place.index + run, next};
         if (place.sector >= table_->Slots())
             return STG_E_DOCFILECORRUPT;
-        Mark(place);
     }
+    Mark(place);
     last_ = place;
     *sector = place.sector;
     return S_OK;
@@ -116,17 +125,11 @@ HRESULT Chain::WalkTo(SectorId index, SectorId* sector)
 
 HRESULT Chain::RunAt(SectorId index, SectorId most, SectorId* sector, SectorId* count)
 {
+    SectorId behind = 0;
     CFB_TRY(At(index, sector));
-    *count = 1;
-    while (*count < most) {
-        Place place = last_;
-        CFB_TRY(Step(&place));
-        if (place.sector != last_.sector + 1 || place.sector >= table_->Slots())
-            break;
-        Mark(place);
-        last_ = place;
-        ++*count;
-    }
+    CFB_TRY(table_->FollowRun(*sector, most, count, &behind));
+    MarkRun({index, *sector}, *count);
+    last_ = {index + *count - 1, *sector + *count - 1};
     return S_OK;
 }
 
@@ -139,9 +142,13 @@ HRESULT Chain::Length(SectorId* length)
     while (place.sector != kEndOfChain) {
         if (place.sector >= table_->Slots() || place.index >= table_->Slots())
             return STG_E_DOCFILECORRUPT;
+        SectorId run = 0;
+        SectorId next = 0;
+        CFB_TRY(table_->FollowRun(place.sector, kMaxSector, &run, &next));
         Mark(place);
-        last_ = place;
-        CFB_TRY(Step(&place));
+        MarkRun(place, run);
+        last_ = {place.index + run - 1, place.sector + run - 1};
+        place = {place.index + run, next};
     }
     *length = place.index;
     return S_OK;

@@ -63,8 +63,8 @@ private:
 
     [[nodiscard]] HRESULT AtAppended(SectorId index, SectorId* sector);
     [[nodiscard]] HRESULT WalkTo(SectorId index, SectorId* sector);
-    [[nodiscard]] HRESULT Step(Place* place);
     void Mark(const Place& place);
+    void MarkRun(const Place& first, SectorId count);
     Place Nearest(SectorId index) const noexcept;
 
     LinkTable* table_;

@@ -10,12 +10,13 @@ namespace {
 class Links final : public LinkTable {
 public:
     explicit Links(std::size_t count) : next(count, kFreeSector) {}
-    HRESULT Next(SectorId sector, SectorId* out) override
+    HRESULT GetLinks(SectorId first, BYTE* links, SectorId count) override
     {
-        if (sector >= next.size())
+        if (first + count > next.size())
             return STG_E_DOCFILECORRUPT;
         ++steps;
-        *out = next[sector];
+        for (SectorId i = 0; i < count; ++i)
+            StoreU32(links + 4 * i, next[first + i]);
         return S_OK;
     }
     HRESULT SetLinks(SectorId first, const BYTE* links, SectorId count) override

@@ -55,7 +55,6 @@ HRESULT CompoundFile::Ready()
     if (!failed_)
         return S_OK;
     CFB_TRY(volume_->Reload());
-    volume_->tree.Changed();
     if (root_) {
         for (OpenElement* child = root_->firstChild; child;) {
             OpenElement* const next = child->nextSibling;
@@ -128,43 +127,36 @@ OpenElementPtr CompoundFile::MakeOpen(EntryId id, EntryType type, const ElementN
     return element;
 }
 
-HRESULT CompoundFile::FindInIndex(const std::vector<EntryId>& index, const ElementName& name, bool after,
-                                  EntryId* id, DirEntry* entry)
+// The place of the first element in a storage's list that doesn't come before the name, or that comes behind it;
+// without a name the first one of all.
+HRESULT CompoundFile::FindInList(const OpenElement& storage, const ElementName* name, bool behind,
+                                 std::size_t* place)
 {
-    std::size_t begin = 0;
-    std::size_t end = index.size();
-    while (begin < end) {
-        const std::size_t middle = begin + (end - begin) / 2;
-        CFB_TRY(volume_->directory.Read(index[middle], entry));
-        const int order = entry->Compare(name);  // of the name, seen from the entry
-        if (after ? order >= 0 : order > 0)
-            begin = middle + 1;
+    *place = 0;
+    for (std::size_t end = name ? storage.list.size() : 0; *place < end;) {
+        const std::size_t middle = *place + (end - *place) / 2;
+        DirEntry entry;
+        CFB_TRY(volume_->directory.Read(storage.list[middle], &entry));
+        const int order = entry.Compare(*name);  // of the name, seen from the entry
+        if (behind ? order >= 0 : order > 0)
+            *place = middle + 1;
         else
             end = middle;
     }
-    if (begin == index.size())
-        return STG_E_FILENOTFOUND;
-    *id = index[begin];
-    CFB_TRY(volume_->directory.Read(*id, entry));
-    return after || entry->Compare(name) == 0 ? S_OK : STG_E_FILENOTFOUND;
-}
-
-// True when the element is the one that an enumeration told last.
-bool CompoundFile::IsTold(OpenElement& storage, const ElementName& name, EntryId* id, DirEntry* entry)
-{
-    if (told_.version != volume_->tree.Version() || told_.storage != storage.id)
-        return false;
-    *id = told_.id;
-    return SUCCEEDED(volume_->directory.Read(*id, entry)) && entry->Compare(name) == 0;
+    return S_OK;
 }
 
 // survey: when the element isn't found, makes sure that the tree is one that can be searched.
 HRESULT CompoundFile::Lookup(OpenElement& storage, const ElementName& name, bool survey, EntryId* id,
                              DirEntry* entry)
 {
-    if (!storage.index) {
-        if (IsTold(storage, name, id, entry))
-            return S_OK;
+    if (told_.version == volume_->directory.Version() && told_.storage == storage.id &&
+        told_.entry.Compare(name) == 0) {
+        *id = told_.id;
+        *entry = told_.entry;
+        return S_OK;
+    }
+    if (storage.searchable) {
         const HRESULT hr = volume_->tree.Find(storage.id, name, id, entry);
         const bool damaged = hr == kTreeTooDeep || hr == STG_E_DOCFILECORRUPT;
         if (!damaged && (hr != STG_E_FILENOTFOUND || !survey || storage.surveyed))
@@ -172,10 +164,16 @@ HRESULT CompoundFile::Lookup(OpenElement& storage, const ElementName& name, bool
         if (storage.surveyed)
             return STG_E_DOCFILECORRUPT;
         CFB_TRY(Survey(storage));
-        if (!storage.index)
+        if (storage.searchable)
             return STG_E_FILENOTFOUND;
     }
-    return FindInIndex(*storage.index, name, false, id, entry);
+    std::size_t place = 0;
+    CFB_TRY(FindInList(storage, &name, false, &place));
+    if (place == storage.list.size())
+        return STG_E_FILENOTFOUND;
+    *id = storage.list[place];
+    CFB_TRY(volume_->directory.Read(*id, entry));
+    return entry->Compare(name) == 0 ? S_OK : STG_E_FILENOTFOUND;
 }
 
 // Walks through a storage's tree. distrusted: it is to be written anew, however it looks.
@@ -192,8 +190,9 @@ HRESULT CompoundFile::Survey(OpenElement& storage, bool distrusted)
     if (!shape.ordered)
         CFB_TRY(volume_->tree.Sort(&shape.ids));
     storage.sound = shape.sound;
-    if (!shape.ordered || !shape.sound || shape.deep || distrusted)
-        storage.index = std::make_unique<std::vector<EntryId>>(std::move(shape.ids));
+    storage.searchable = shape.ordered && shape.sound && !shape.deep && !distrusted;
+    storage.list = std::move(shape.ids);
+    storage.listedAt = volume_->directory.Version();
     storage.surveyed = true;
     return S_OK;
 }
@@ -205,11 +204,11 @@ HRESULT CompoundFile::PutRight(OpenElement& storage)
         return STG_E_DOCFILECORRUPT;
     return Operate([&]() -> HRESULT {
         std::vector<TreeEdit::Move> moves;
-        CFB_TRY(volume_->tree.Rebuild(volume_->file, storage.id, *storage.index, &moves));
+        CFB_TRY(volume_->tree.Rebuild(volume_->file, storage.id, storage.list, &moves));
         NoteMoves(moves);
         volume_->owners.SetChanged(storage.id);
         CFB_TRY(volume_->Commit());
-        storage.index.reset();
+        storage.searchable = true;
         return S_OK;
     });
 }
@@ -226,7 +225,7 @@ HRESULT CompoundFile::PutRightIfNeeded(OpenElement& storage)
             volume_->probed = storage.id;
     }
     storage.probed = true;
-    return storage.index ? PutRight(storage) : S_OK;
+    return storage.searchable ? S_OK : PutRight(storage);
 }
 
 // A change met a tree that it couldn't go on with, and was given up.
@@ -242,7 +241,6 @@ HRESULT CompoundFile::TakeAnewAndPutRight(OpenElement& storage)
 // A tree was changed.
 void CompoundFile::NoteMoves(const std::vector<TreeEdit::Move>& moves)
 {
-    volume_->tree.Changed();
     for (const TreeEdit::Move& move : moves) {
         open_.Moved(move.from, move.to);
         volume_->Moved(move.from, move.to);
@@ -265,11 +263,11 @@ HRESULT CompoundFile::OpenChild(OpenElement& storage, const ElementName& name, E
         return STG_E_FILENOTFOUND;
     if (open_.IsOpen(id))
         return STG_E_ACCESSDENIED;
-    StreamBody body(*volume_);
+    auto opened = std::make_shared<OpenElement>(id, type, entry.Name(), *volume_);
     if (type == EntryType::kStream)
-        CFB_TRY(body.Load(id, entry));
-    *child = MakeOpen(id, type, entry.Name(), &storage);
-    (*child)->body = body;
+        CFB_TRY(opened->body.Load(id, entry));
+    open_.Add(*opened, &storage);
+    *child = std::move(opened);
     return S_OK;
 }
 
@@ -319,7 +317,7 @@ HRESULT CompoundFile::BeginEdit(OpenElement& storage, const ElementName& name, b
     if (!damaged && !missed)
         return hr;
     CFB_TRY(Survey(storage, damaged));
-    if (!storage.index)
+    if (storage.searchable)
         return S_OK;
     CFB_TRY(PutRight(storage));
     return FindForEdit(storage, name, exists);
@@ -505,7 +503,7 @@ HRESULT CompoundFile::FreeContent(EntryId id, const DirEntry& entry)
     return hr == STG_E_DOCFILECORRUPT ? S_OK : hr;  // the rest of a damaged chain stays in use
 }
 
-HRESULT CompoundFile::Next(OpenElement& storage, const ElementName* after, DirTree::Cursor* cursor,
+HRESULT CompoundFile::Next(OpenElement& storage, const ElementName* after, Cursor* cursor,
                            DirEntry* entry)
 {
     if (storage.draft)
@@ -520,22 +518,26 @@ HRESULT CompoundFile::Next(OpenElement& storage, const ElementName* after, DirTr
     return StatDraft(*made->draft, entry);
 }
 
-HRESULT CompoundFile::NextInFile(OpenElement& storage, const ElementName* after, DirTree::Cursor* cursor,
+HRESULT CompoundFile::NextInFile(OpenElement& storage, const ElementName* after, Cursor* cursor,
                                  DirEntry* entry)
 {
     if (!storage.surveyed)
         CFB_TRY(Survey(storage));
+    const std::uint64_t version = volume_->directory.Version();
     EntryId id = kNoEntry;
-    if (!storage.index) {
-        CFB_TRY(volume_->tree.Next(storage.id, after, cursor, &id, entry));
-        told_ = {storage.id, id, volume_->tree.Version()};
-        return S_OK;
+    if (storage.searchable && storage.listedAt != version) {
+        CFB_TRY(volume_->tree.Next(storage.id, after, &id, entry));
+    } else {
+        if (cursor->version != version)
+            CFB_TRY(FindInList(storage, after, true, &cursor->next));
+        cursor->version = version;
+        if (cursor->next == storage.list.size())
+            return storage.sound ? STG_E_NOMOREFILES : STG_E_DOCFILECORRUPT;
+        id = storage.list[cursor->next++];
+        CFB_TRY(volume_->directory.Read(id, entry));
     }
-    const ElementName first;
-    const HRESULT hr = FindInIndex(*storage.index, after ? *after : first, true, &id, entry);
-    if (hr != STG_E_FILENOTFOUND)
-        return hr;
-    return storage.sound ? STG_E_NOMOREFILES : STG_E_DOCFILECORRUPT;
+    told_ = {storage.id, id, version, *entry};
+    return S_OK;
 }
 
 HRESULT CompoundFile::Stat(const OpenElement& element, DirEntry* entry)

@@ -62,10 +62,15 @@ public:
     // STG_E_FILENOTFOUND; STG_E_FILEALREADYEXISTS for the new name; STG_E_ACCESSDENIED when it is open.
     [[nodiscard]] HRESULT Rename(OpenElement& storage, const ElementName& from, const ElementName& to);
 
+    // Where an enumeration stands in the list of its storage. Is of use as long as no entry changes.
+    struct Cursor {
+        std::uint64_t version = 0;  // of the directory
+        std::size_t next = 0;
+    };
     // The first element, or the next one after a name. STG_E_NOMOREFILES; STG_E_DOCFILECORRUPT instead of
     // that when the storage is damaged and some of its elements can't be reached.
     // cursor: of the enumeration.
-    [[nodiscard]] HRESULT Next(OpenElement& storage, const ElementName* after, DirTree::Cursor* cursor,
+    [[nodiscard]] HRESULT Next(OpenElement& storage, const ElementName* after, Cursor* cursor,
                                DirEntry* entry);
     // The element's entry. Size(version) of it takes FormatVersion.
     [[nodiscard]] HRESULT Stat(const OpenElement& element, DirEntry* entry);
@@ -132,13 +137,12 @@ private:
     [[nodiscard]] HRESULT Refind(OpenElement& element);
     void TrimIfWorth();
 
-    [[nodiscard]] HRESULT NextInFile(OpenElement& storage, const ElementName* after, DirTree::Cursor* cursor,
+    [[nodiscard]] HRESULT NextInFile(OpenElement& storage, const ElementName* after, Cursor* cursor,
                                      DirEntry* entry);
-    [[nodiscard]] bool IsTold(OpenElement& storage, const ElementName& name, EntryId* id, DirEntry* entry);
     [[nodiscard]] HRESULT Lookup(OpenElement& storage, const ElementName& name, bool survey, EntryId* id,
                                  DirEntry* entry);
-    [[nodiscard]] HRESULT FindInIndex(const std::vector<EntryId>& index, const ElementName& name, bool after,
-                                      EntryId* id, DirEntry* entry);
+    [[nodiscard]] HRESULT FindInList(const OpenElement& storage, const ElementName* name, bool behind,
+                                     std::size_t* place);
     [[nodiscard]] HRESULT Survey(OpenElement& storage, bool distrusted = false);
     [[nodiscard]] HRESULT PutRight(OpenElement& storage);
     [[nodiscard]] HRESULT PutRightIfNeeded(OpenElement& storage);
@@ -206,7 +210,8 @@ private:
     struct {
         EntryId storage = kNoEntry;
         EntryId id = kNoEntry;
-        std::uint64_t version = 0;
+        std::uint64_t version = 0;  // of the directory
+        DirEntry entry;
     } told_;
     bool failed_ = false;
 

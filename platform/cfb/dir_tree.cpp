@@ -30,45 +30,24 @@ HRESULT DirTree::Find(EntryId storage, const ElementName& name, EntryId* id, Dir
     return STG_E_FILENOTFOUND;
 }
 
-// Lets the cursor wait for all entries on the way down that come after a name.
-HRESULT DirTree::Seek(EntryId storage, const ElementName* after, Cursor* cursor)
+HRESULT DirTree::Next(EntryId storage, const ElementName* after, EntryId* id, DirEntry* entry)
 {
     DirEntry node;
+    *id = kNoEntry;
     CFB_TRY(directory_.Read(storage, &node));
-    cursor->waiting.clear();
     EntryId at = node.Child();
     for (std::size_t depth = 0; at != kNoEntry; ++depth) {
         if (depth > kMaxDepth)
             return kTreeTooDeep;
         CFB_TRY(ReadElement(at, &node));
         const bool wanted = !after || node.Compare(*after) < 0;
-        if (wanted)
-            cursor->waiting.push_back(at);
+        if (wanted) {
+            *id = at;
+            *entry = node;
+        }
         at = wanted ? node.Left() : node.Right();
     }
-    return S_OK;
-}
-
-HRESULT DirTree::Next(EntryId storage, const ElementName* after, Cursor* cursor, EntryId* id, DirEntry* entry)
-{
-    if (cursor->version != version_)
-        CFB_TRY(Seek(storage, after, cursor));
-    cursor->version = 0;
-    if (cursor->waiting.empty())
-        return STG_E_NOMOREFILES;
-    *id = cursor->waiting.back();
-    cursor->waiting.pop_back();
-    CFB_TRY(ReadElement(*id, entry));
-    for (EntryId at = entry->Right(); at != kNoEntry;) {
-        if (cursor->waiting.size() > kMaxDepth)
-            return kTreeTooDeep;
-        DirEntry node;
-        CFB_TRY(ReadElement(at, &node));
-        cursor->waiting.push_back(at);
-        at = node.Left();
-    }
-    cursor->version = version_;
-    return S_OK;
+    return *id == kNoEntry ? STG_E_NOMOREFILES : S_OK;
 }
 
 HRESULT DirTree::BeginSurvey()
@@ -92,14 +71,15 @@ HRESULT DirTree::Survey(EntryId storage, Shape* shape)
 {
     struct Open {
         EntryId id;
-        EntryId right;
         std::size_t depth;
+        DirEntry entry;
     };
     *shape = Shape{};
     DirEntry entry;
     CFB_TRY(BeginSurvey());
     CFB_TRY(directory_.Read(storage, &entry));
     std::vector<Open> open;
+    open.reserve(MostDepth(64));
     ElementName last;
     EntryId at = entry.Child();
     std::size_t depth = 1;
@@ -114,20 +94,19 @@ HRESULT DirTree::Survey(EntryId storage, Shape* shape)
                 break;
             }
             deepest = std::max(deepest, depth);
-            open.push_back({at, entry.Right(), depth++});
+            open.push_back({at, depth++, entry});
             at = entry.Left();
         }
         if (open.empty())
             break;
-        const Open node = open.back();
-        open.pop_back();
-        at = node.right;
-        depth = node.depth + 1;
-        CFB_TRY(ReadElement(node.id, &entry));
-        const ElementName name = entry.Name();
+        const Open& node = open.back();
+        const ElementName name = node.entry.Name();
         shape->ordered = shape->ordered && (shape->ids.empty() || last.Compare(name) < 0);
         last = name;
         shape->ids.push_back(node.id);
+        at = node.entry.Right();
+        depth = node.depth + 1;
+        open.pop_back();
     }
     shape->deep = deepest > MostDepth(shape->ids.size());
     return S_OK;

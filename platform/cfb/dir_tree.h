@@ -18,27 +18,15 @@ public:
 
     // STG_E_FILENOTFOUND.
     [[nodiscard]] HRESULT Find(EntryId storage, const ElementName& name, EntryId* id, DirEntry* entry);
-    // Where an enumeration stands: the entries on its way that come after the last one told. Is of use as
-    // long as no tree changes, and costs nothing but time when one did.
-    struct Cursor {
-        std::uint64_t version = 0;
-        std::vector<EntryId> waiting;
-    };
-
     // The first element in the order of names, or with `after` the first one behind that name, which needn't
-    // be there any more. cursor: of an enumeration that goes from each element to the next.
-    // STG_E_NOMOREFILES.
-    [[nodiscard]] HRESULT Next(EntryId storage, const ElementName* after, Cursor* cursor, EntryId* id,
-                               DirEntry* entry);
+    // be there any more. STG_E_NOMOREFILES.
+    [[nodiscard]] HRESULT Next(EntryId storage, const ElementName* after, EntryId* id, DirEntry* entry);
     // Gives back the memory that a survey took.
     void DropMarks() noexcept
     {
         seen_ = {};
         survey_ = 0;
     }
-    // A tree was changed. The number is never 0 and never comes back.
-    void Changed() noexcept { ++version_; }
-    std::uint64_t Version() const noexcept { return version_; }
 
     // What a walk through a whole tree shows.
     struct Shape {
@@ -76,14 +64,12 @@ private:
     [[nodiscard]] HRESULT Build(const std::vector<EntryId>& ids, std::size_t begin, std::size_t end,
                                 unsigned level, std::vector<TreeEdit::Move>* moves, EntryId* top);
 
-    [[nodiscard]] HRESULT Seek(EntryId storage, const ElementName* after, Cursor* cursor);
     [[nodiscard]] HRESULT BeginSurvey();
     bool SeenBefore(EntryId id) noexcept;
 
     Directory& directory_;
     std::vector<std::uint32_t> seen_;  // for each entry the last survey that met it
     std::uint32_t survey_ = 0;
-    std::uint64_t version_ = 1;
 };
 
 }  // namespace quorvane::cfb

@@ -14,6 +14,7 @@ void Directory::Reset() noexcept
 {
     chain_.Reset(header_.firstDirectory);
     measured_ = false;
+    ++version_;
     slots_.Reset(0);
     taken_.clear();
 }
@@ -37,6 +38,7 @@ HRESULT Directory::Read(EntryId id, DirEntry* entry)
 HRESULT Directory::Write(EntryId id, const DirEntry& entry)
 {
     SectorId sector = 0;
+    ++version_;
     CFB_TRY(chain_.At(IndexOf(id), &sector));
     return sectors_.Write(sector, PlaceOf(id), entry.Bytes(), kEntryBytes);
 }

@@ -30,6 +30,8 @@ public:
     [[nodiscard]] HRESULT Read(EntryId id, DirEntry* entry);
     // Writes an entry as a whole.
     [[nodiscard]] HRESULT Write(EntryId id, const DirEntry& entry);
+    // Another one as soon as any entry may have changed. Never 0, and never the same again.
+    std::uint64_t Version() const noexcept { return version_; }
     // Where the entry's bytes stand in the file.
     [[nodiscard]] HRESULT OffsetOf(EntryId id, std::uint64_t* offset);
 
@@ -90,6 +92,7 @@ private:
     SectorId length_ = 0;  // in sectors
     FreeSlots slots_{kLookAt};
     std::vector<bool> taken_;
+    std::uint64_t version_ = 1;
 };
 
 }  // namespace quorvane::cfb

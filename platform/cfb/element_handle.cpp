@@ -1,7 +1,5 @@
 #include "platform/cfb/element_handle.h"
 
-#include <cstring>
-
 namespace quorvane::cfb {
 
 HRESULT FillStat(const DirEntry& entry, unsigned formatVersion, bool withName, STATSTG* stat) noexcept
@@ -17,12 +15,12 @@ HRESULT FillStat(const DirEntry& entry, unsigned formatVersion, bool withName, S
     stat->grfStateBits = entry.StateBits();
     if (!withName)
         return S_OK;
-    const ElementName name = entry.Name();
-    const std::size_t bytes = (name.Length() + 1) * sizeof(OLECHAR);
-    stat->pwcsName = static_cast<LPOLESTR>(::CoTaskMemAlloc(bytes));
+    const std::size_t length = entry.NameLength();
+    stat->pwcsName = static_cast<LPOLESTR>(::CoTaskMemAlloc((length + 1) * sizeof(OLECHAR)));
     if (!stat->pwcsName)
         return E_OUTOFMEMORY;
-    std::memcpy(stat->pwcsName, name.Text(), bytes);
+    LoadUnits(stat->pwcsName, entry.Bytes(), length);
+    stat->pwcsName[length] = 0;
     return S_OK;
 }
 

@@ -1,6 +1,7 @@
 #include "platform/cfb/element_name.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <iterator>
 
@@ -81,18 +82,13 @@ constexpr CaseRange kRanges[] = {
     {0xA7F6, 0xA7F6, 1, -1},     {0xAB53, 0xAB53, 1, -928},  {0xAB70, 0xABBF, 1, -38864},
     {0xFF41, 0xFF5A, 1, -32}};
 
-constexpr bool IsForbidden(OLECHAR unit) noexcept
-{
-    switch (unit) {
-        case '/':
-        case '\\':
-        case ':':
-        case '!':
-            return true;
-        default:
-            return false;
-    }
-}
+// Units that a name can't have, and the one that ends it, in a table of the units up to the greatest of them.
+constexpr auto kNotInNames = [] {
+    std::array<bool, '\\' + 1> table{};
+    for (const char unit : {'\0', '!', '/', ':', '\\'})
+        table[static_cast<std::size_t>(unit)] = true;
+    return table;
+}();
 
 // How many units at the begin of two names are the same, by fours: a quick look, since most names of a
 // storage begin alike.
@@ -122,14 +118,14 @@ HRESULT ElementName::Assign(LPCOLESTR text) noexcept
     if (!text)
         return STG_E_INVALIDPOINTER;
     std::size_t length = 0;
-    for (; text[length] != 0; ++length) {
-        if (length == kMaxName || IsForbidden(text[length]))
+    for (; text[length] >= kNotInNames.size() || !kNotInNames[text[length]]; ++length) {
+        if (length == kMaxName)
             return STG_E_INVALIDNAME;
         text_[length] = text[length];
     }
     length_ = length;
     text_[length] = 0;
-    return length > 0 ? S_OK : STG_E_INVALIDNAME;
+    return length > 0 && text[length] == 0 ? S_OK : STG_E_INVALIDNAME;
 }
 
 void ElementName::AssignRaw(const BYTE* units, std::size_t count) noexcept

@@ -69,15 +69,11 @@ HRESULT Fat::LoadList(std::size_t count)
     return S_OK;
 }
 
-HRESULT Fat::Next(SectorId sector, SectorId* next)
+HRESULT Fat::GetLinks(SectorId first, BYTE* links, SectorId count)
 {
-    const std::size_t index = sector >> EntriesShift();
-    if (index >= fat_.size())
-        return STG_E_DOCFILECORRUPT;
-    BYTE bytes[4];
-    CFB_TRY(sectors_.Read(fat_[index], SlotOf(sector) * 4, bytes, sizeof bytes));
-    *next = LoadU32(bytes);
-    return S_OK;
+    const std::size_t index = first >> EntriesShift();
+    return index < fat_.size() ? sectors_.Read(fat_[index], SlotOf(first) * 4, links, count * 4)
+                               : STG_E_DOCFILECORRUPT;
 }
 
 HRESULT Fat::SetLinks(SectorId first, const BYTE* links, SectorId count)
@@ -92,17 +88,6 @@ HRESULT Fat::StoreEntry(SectorId sector, std::size_t slot, SectorId value)
     BYTE bytes[4];
     StoreU32(bytes, value);
     return sectors_.Write(sector, slot * 4, bytes, sizeof bytes);
-}
-
-HRESULT Fat::FindFree(SectorId begin, SectorId end, FreeMap& free)
-{
-    for (SectorId sector = begin; sector < end; ++sector) {
-        SectorId next = 0;
-        CFB_TRY(Next(sector, &next));
-        if (next == kFreeSector)
-            free.Add(sector);
-    }
-    return S_OK;
 }
 
 HRESULT Fat::Append()

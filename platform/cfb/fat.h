@@ -4,7 +4,6 @@
 
 #include <vector>
 
-#include "platform/cfb/free_map.h"
 #include "platform/cfb/header.h"
 #include "platform/cfb/link_table.h"
 #include "platform/cfb/sector_file.h"
@@ -19,11 +18,7 @@ public:
     // STG_E_DOCFILECORRUPT: the list leads outside of the file, or names a sector twice.
     [[nodiscard]] HRESULT Load();
 
-    [[nodiscard]] HRESULT Next(SectorId sector, SectorId* next) override;
     SectorId Slots() const noexcept override { return static_cast<SectorId>(fat_.size() << EntriesShift()); }
-
-    // Adds the free ones of the sectors [begin, end) to `free`.
-    [[nodiscard]] HRESULT FindFree(SectorId begin, SectorId end, FreeMap& free);
 
     // Makes room for more sectors: the next sector of the file becomes a FAT sector, and the one behind it a
     // DIFAT sector where that is needed. To be called when the file has as many sectors as the table covers.
@@ -49,6 +44,7 @@ private:
     {
         return count > kHeaderDifatCount ? (count - kHeaderDifatCount + PerDifat() - 1) / PerDifat() : 0;
     }
+    [[nodiscard]] HRESULT GetLinks(SectorId first, BYTE* links, SectorId count) override;
     [[nodiscard]] HRESULT SetLinks(SectorId first, const BYTE* links, SectorId count) override;
     [[nodiscard]] HRESULT LoadList(std::size_t count);
     bool HasTwice() const;

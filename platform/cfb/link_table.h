@@ -20,20 +20,46 @@ public:
     virtual ~LinkTable() = default;
 
     // STG_E_DOCFILECORRUPT: there is no such sector. Others come from the byte store.
-    [[nodiscard]] virtual HRESULT Next(SectorId sector, SectorId* next) = 0;
-    // The same on the way along a chain. STG_E_DOCFILECORRUPT also when another chain holds the next sector,
-    // or this one does already.
-    [[nodiscard]] HRESULT Follow(SectorId sector, SectorId* next)
+    [[nodiscard]] HRESULT Next(SectorId sector, SectorId* next)
     {
-        CFB_TRY(Next(sector, next));
-        return *next >= Slots() || claims_.Follow(sector, *next) ? S_OK : STG_E_DOCFILECORRUPT;
+        BYTE link[4];
+        CFB_TRY(GetLinks(sector, link, 1));
+        *next = LoadU32(link);
+        return S_OK;
     }
-    // The same on the way along a chain that is freed: one that runs into another chain ends there.
-    [[nodiscard]] HRESULT FollowFreed(SectorId sector, SectorId* next)
+    // Goes along a chain from `first` on, over sectors that have numbers one behind the other, `most` at the
+    // most. *count: how many these are. *next: the one behind them, when they are fewer than `most`.
+    // STG_E_DOCFILECORRUPT also when another chain holds a sector that it leads to, or this one does already.
+    [[nodiscard]] HRESULT FollowRun(SectorId first, SectorId most, SectorId* count, SectorId* next)
     {
-        CFB_TRY(Next(sector, next));
-        if (claims_.IsClaimed(*next) && !claims_.IsFollowed(sector))
-            *next = kEndOfChain;
+        std::array<BYTE, 4 * kBlock> links;
+        const SectorId slots = Slots();
+        for (*count = 1; *count < most;) {
+            const SectorId begin = first + *count - 1;
+            const SectorId part = std::min({most - *count, kBlock - begin % kBlock, slots - begin});
+            CFB_TRY(GetLinks(begin, links.data(), part));
+            for (SectorId at = begin; at < begin + part; ++at, ++*count) {
+                *next = LoadU32(&links[4 * (at - begin)]);
+                if (*next < slots && !claims_.Follow(at, *next))
+                    return STG_E_DOCFILECORRUPT;
+                if (*next >= slots || *next != at + 1)
+                    return S_OK;
+            }
+        }
+        return S_OK;
+    }
+    // Adds the free ones of the sectors [begin, end) to `free`.
+    [[nodiscard]] HRESULT FindFree(SectorId begin, SectorId end, FreeMap& free)
+    {
+        std::array<BYTE, 4 * kBlock> links;
+        for (SectorId part = 0; begin < end; begin += part) {
+            part = std::min(end - begin, kBlock - begin % kBlock);
+            CFB_TRY(GetLinks(begin, links.data(), part));
+            for (SectorId i = 0; i < part; ++i) {
+                if (LoadU32(&links[4 * i]) == kFreeSector)
+                    free.Add(begin + i);
+            }
+        }
         return S_OK;
     }
     // What is known of the chains. It follows what is written by the functions below.
@@ -75,7 +101,7 @@ public:
         while (most > 0 && *at < end) {
             const SectorId first = *at;
             SectorId count = 0;
-            CFB_TRY(FollowRunFreed(at, std::min({most, kBlock, end - first}), &count));
+            CFB_TRY(FollowRunFreed(at, std::min(most, end - first), &count));
             std::array<SectorId, kBlock> free;
             free.fill(kFreeSector);
             CFB_TRY(SetNexts(first, free.data(), count));
@@ -93,17 +119,26 @@ protected:
     // A sector of the table holds this many links, or a multiple.
     static constexpr SectorId kBlock = 128;
 
-    // Writes the links of `count` sectors, which lie within one block.
+    // Reads the links of `count` sectors, which lie within one block. STG_E_DOCFILECORRUPT: there is no such
+    // sector.
+    [[nodiscard]] virtual HRESULT GetLinks(SectorId first, BYTE* links, SectorId count) = 0;
+    // Writes them.
     [[nodiscard]] virtual HRESULT SetLinks(SectorId first, const BYTE* links, SectorId count) = 0;
 
 private:
-    // Goes along a chain that is freed, over up to `most` sectors with numbers one behind the other. *count:
-    // how many of them are in use.
+    // Goes along a chain that is freed, over up to `most` sectors with numbers one behind the other; one that
+    // runs into another chain ends there. *count: how many of them are in use.
     [[nodiscard]] HRESULT FollowRunFreed(SectorId* at, SectorId most, SectorId* count)
     {
+        constexpr SectorId kAtOnce = 32;
+        std::array<BYTE, 4 * kAtOnce> links;
         const SectorId first = *at;
+        most = std::min({most, kAtOnce - first % kAtOnce, Slots() - std::min(first, Slots())});
+        CFB_TRY(GetLinks(first, links.data(), most));
         do {
-            CFB_TRY(FollowFreed(first + *count, at));
+            *at = LoadU32(&links[4 * *count]);
+            if (claims_.IsClaimed(*at) && !claims_.IsFollowed(first + *count))
+                *at = kEndOfChain;
             if (*at > kMaxSector && *at != kEndOfChain) {
                 *at = kEndOfChain;
                 return S_OK;

@@ -22,16 +22,13 @@ void MiniStream::Reset(const DirEntry& root) noexcept
     grown_ = false;
 }
 
-HRESULT MiniStream::Next(SectorId sector, SectorId* next)
+HRESULT MiniStream::GetLinks(SectorId first, BYTE* links, SectorId count)
 {
-    if (sector >= count_)
-        return STG_E_DOCFILECORRUPT;
     SectorId at = 0;
-    BYTE bytes[4];
-    CFB_TRY(links_.At(LinkSector(sector), &at));
-    CFB_TRY(sectors_.Read(at, LinkPlace(sector), bytes, sizeof bytes));
-    *next = LoadU32(bytes);
-    return S_OK;
+    if (first >= count_)
+        return STG_E_DOCFILECORRUPT;
+    CFB_TRY(links_.At(LinkSector(first), &at));
+    return sectors_.Read(at, LinkPlace(first), links, count * 4);
 }
 
 HRESULT MiniStream::SetLinks(SectorId first, const BYTE* links, SectorId count)
@@ -52,17 +49,6 @@ HRESULT MiniStream::Locate(SectorId sector, SectorId most, SectorId* at, std::si
     CFB_TRY(data_.RunAt(sector >> (sectors_.Shift() - kMiniShift), wanted, at, &run));
     *offset = within * kMiniBytes;
     *bytes = std::min<std::size_t>(most, std::size_t{run} * PerSector() - within) * kMiniBytes;
-    return S_OK;
-}
-
-HRESULT MiniStream::FindFree(SectorId begin, SectorId end, FreeMap& free)
-{
-    for (SectorId sector = begin; sector < end; ++sector) {
-        SectorId next = 0;
-        CFB_TRY(Next(sector, &next));
-        if (next == kFreeSector)
-            free.Add(sector);
-    }
     return S_OK;
 }
 

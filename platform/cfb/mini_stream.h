@@ -25,7 +25,6 @@ public:
     // Takes start and size from the root entry.
     void Reset(const DirEntry& root) noexcept;
 
-    [[nodiscard]] HRESULT Next(SectorId sector, SectorId* next) override;
     SectorId Slots() const noexcept override { return count_; }
 
     // Where a mini sector's bytes stand: `offset` bytes into the sector `at`. `bytes` gets how many bytes
@@ -80,8 +79,8 @@ private:
     {
         return (count + LinksPerSector() - 1) / LinksPerSector();
     }
+    [[nodiscard]] HRESULT GetLinks(SectorId first, BYTE* links, SectorId count) override;
     [[nodiscard]] HRESULT SetLinks(SectorId first, const BYTE* links, SectorId count) override;
-    [[nodiscard]] HRESULT FindFree(SectorId begin, SectorId end, FreeMap& free);
     [[nodiscard]] HRESULT Grow();
     [[nodiscard]] HRESULT AppendSectors(Chain& chain, SectorId length, SectorId count, const BYTE* fill);
     [[nodiscard]] HRESULT StoreRoot(SectorId start, SectorId count);

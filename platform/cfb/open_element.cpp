@@ -96,7 +96,7 @@ void OpenElements::Revert(OpenElement& element) noexcept
     if (element.top)
         Drop(std::move(element.top));
     element.reverted = true;
-    element.index.reset();
+    element.list.clear();
     Take(element);
 }
 

@@ -38,11 +38,14 @@ struct OpenElement {
     Draft* draft = nullptr;
     std::unique_ptr<Draft> top;
 
-    // Of a storage: its tree was walked through, and what takes the tree's place when it was found to be none
-    // that should be searched. Sorted by name.
+    // Of a storage: its tree was walked through; all links led to sound entries, each one once; it is one that
+    // can be searched. `list`: what the walk found, sorted by name. It takes the place of a tree that can't be
+    // searched; else it is of use as long as the directory has that version.
     bool surveyed = false;
     bool sound = true;
-    std::unique_ptr<std::vector<EntryId>> index;
+    bool searchable = true;
+    std::vector<EntryId> list;
+    std::uint64_t listedAt = 0;
     // Of a storage: its tree was looked at before a change.
     bool probed = false;
 
@@ -51,7 +54,8 @@ struct OpenElement {
     {
         surveyed = false;
         probed = false;
-        index.reset();
+        searchable = true;
+        list.clear();
     }
 
     // Of a stream, but for the content that a draft has in memory.

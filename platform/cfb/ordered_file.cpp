@@ -49,20 +49,19 @@ void OrderedFile::Drop(Frame& frame) noexcept
 // A frame that holds no page: a spare one, a new one, or the one that was longest out of use.
 HRESULT OrderedFile::FreshFrame(Frame** frame)
 {
-    if (buckets_.empty())
+    if (buckets_.empty()) {
         buckets_.resize(kBuckets);
-    if (spare_.empty() && frames_.size() < kCachedPages) {
         spare_.reserve(kCachedPages);
-        frames_.push_back(std::make_unique<Frame>());
-        spare_.push_back(frames_.back().get());
     }
+    if (spare_.empty() && frames_.size() < kCachedPages)
+        spare_.push_back(&frames_.emplace_back());
     if (!spare_.empty()) {
         *frame = spare_.back();
         spare_.pop_back();
         return S_OK;
     }
     for (;;) {
-        Frame& candidate = *frames_[hand_];
+        Frame& candidate = frames_[hand_];
         hand_ = (hand_ + 1) % frames_.size();
         if (candidate.pending || std::exchange(candidate.used, false))
             continue;
@@ -86,12 +85,12 @@ HRESULT OrderedFile::ReadStored(std::uint64_t offset, BYTE* to, std::size_t coun
 HRESULT OrderedFile::Load(Frame& frame, std::uint64_t page)
 {
     std::size_t read = 0;
-    const HRESULT hr = ReadStored(page * kPage, frame.bytes, kPage, &read);
+    const HRESULT hr = ReadStored(page * kPage, frame.bytes.get(), kPage, &read);
     if (FAILED(hr)) {
         spare_.push_back(&frame);
         return hr;
     }
-    std::memset(frame.bytes + read, 0, kPage - read);
+    std::memset(frame.bytes.get() + read, 0, kPage - read);
     Put(frame, page);
     return S_OK;
 }
@@ -105,14 +104,15 @@ void OrderedFile::Put(Frame& frame, std::uint64_t page) noexcept
     buckets_[BucketOf(page)] = &frame;
 }
 
-// How many pages from `page` on are read at once: a few when the one before was read too, and only such as
-// aren't in the cache.
+// How many pages from `page` on are read at once: one more than lie in the cache right before it, and only such
+// as aren't in the cache.
 std::size_t OrderedFile::RunToLoad(std::uint64_t page) noexcept
 {
-    if (page == 0 || !FindInBuckets(page - 1))
-        return 1;
+    std::size_t most = 1;
+    while (most < kPagesAhead && most <= page && FindInBuckets(page - most))
+        ++most;
     std::size_t count = 1;
-    while (count < kPagesAhead && (page + count + 1) * kPage <= blank_ && !FindInBuckets(page + count))
+    while (count < most && (page + count + 1) * kPage <= blank_ && !FindInBuckets(page + count))
         ++count;
     return count;
 }
@@ -126,7 +126,7 @@ HRESULT OrderedFile::LoadRun(std::uint64_t page, std::size_t count)
     for (std::size_t i = count; i-- > 0;) {
         Frame* frame = nullptr;
         CFB_TRY(FreshFrame(&frame));
-        std::memcpy(frame->bytes, &run_[i * kPage], kPage);
+        std::memcpy(frame->bytes.get(), &run_[i * kPage], kPage);
         Put(*frame, page + i);
     }
     return S_OK;
@@ -158,7 +158,7 @@ HRESULT OrderedFile::ReadDirect(std::uint64_t offset, BYTE* to, std::size_t coun
         const std::uint64_t begin = std::max(offset, frame->page * kPage);
         const std::uint64_t end = std::min(offset + count, (frame->page + 1) * kPage);
         if (begin < end)
-            std::memcpy(to + (begin - offset), frame->bytes + begin % kPage,
+            std::memcpy(to + (begin - offset), &frame->bytes[begin % kPage],
                         static_cast<std::size_t>(end - begin));
     }
     return S_OK;
@@ -173,7 +173,7 @@ HRESULT OrderedFile::ReadPages(std::uint64_t offset, BYTE* to, std::size_t count
         CFB_TRY(Fetch(offset / kPage, &frame));
         const std::size_t at = offset % kPage;
         const std::size_t part = std::min(count, kPage - at);
-        std::memcpy(to, frame->bytes + at, part);
+        std::memcpy(to, &frame->bytes[at], part);
         to += part;
         offset += part;
         count -= part;
@@ -252,7 +252,7 @@ HRESULT OrderedFile::WriteThrough(std::uint64_t offset, const void* from, std::s
             continue;
         const std::uint64_t first = std::max(offset, page * kPage);
         const std::uint64_t last = std::min(end, (page + 1) * kPage);
-        std::memcpy(frame->bytes + first % kPage, in + (first - offset),
+        std::memcpy(&frame->bytes[first % kPage], in + (first - offset),
                     static_cast<std::size_t>(last - first));
     }
     return S_OK;
@@ -293,11 +293,11 @@ HRESULT OrderedFile::WriteRun(std::size_t begin, std::size_t end)
 {
     const Frame& first = *pending_[begin];
     const std::size_t from = first.dirty_begin;
-    const BYTE* bytes = first.bytes;
+    const BYTE* bytes = first.bytes.get();
     if (end - begin > 1) {
         run_.resize(kPagesAtOnce * kPage);
         for (std::size_t i = begin; i < end; ++i)
-            std::memcpy(&run_[(i - begin) * kPage], pending_[i]->bytes, kPage);
+            std::memcpy(&run_[(i - begin) * kPage], pending_[i]->bytes.get(), kPage);
         bytes = run_.data();
     }
     const std::size_t to = (end - begin - 1) * kPage + pending_[end - 1]->dirty_end;
@@ -346,12 +346,12 @@ HRESULT OrderedFile::Cut(std::uint64_t size)
     CFB_TRY(store_->SetSize(size));
     size_ = stored_ = size;
     blank_ = std::min(blank_, size);
-    for (auto& frame : frames_) {
-        if (frame->page == kNoPage || (frame->page + 1) * kPage <= size)
+    for (Frame& frame : frames_) {
+        if (frame.page == kNoPage || (frame.page + 1) * kPage <= size)
             continue;
-        const std::uint64_t begin = std::max(size, frame->page * kPage);
-        std::memset(frame->bytes + (begin - frame->page * kPage), 0,
-                    static_cast<std::size_t>((frame->page + 1) * kPage - begin));
+        const std::uint64_t begin = std::max(size, frame.page * kPage);
+        std::memset(&frame.bytes[begin - frame.page * kPage], 0,
+                    static_cast<std::size_t>((frame.page + 1) * kPage - begin));
     }
     return S_OK;
 }

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <deque>
 #include <memory>
 #include <vector>
 
@@ -61,7 +62,7 @@ public:
         if (!frame)
             return ReadPages(offset, static_cast<BYTE*>(to), count);
         frame->used = true;
-        std::memcpy(to, frame->bytes + offset % kPage, count);
+        std::memcpy(to, &frame->bytes[offset % kPage], count);
         return S_OK;
     }
     // Adds a write at the present place in the order.
@@ -116,7 +117,7 @@ private:
         std::size_t pending_at = 0;
         bool pending = false;
         bool used = false;
-        BYTE bytes[kPage];
+        std::unique_ptr<BYTE[]> bytes = std::make_unique_for_overwrite<BYTE[]>(kPage);
     };
 
     // The page of these bytes, when they lie in one that was used lately.
@@ -132,7 +133,7 @@ private:
         frame.used = true;
         frame.dirty_begin = std::min(frame.dirty_begin, at);
         frame.dirty_end = std::max(frame.dirty_end, at + count);
-        std::memcpy(frame.bytes + at, from, count);
+        std::memcpy(&frame.bytes[at], from, count);
     }
     [[nodiscard]] HRESULT WritePages(std::uint64_t offset, const BYTE* from, std::size_t count);
     [[nodiscard]] HRESULT ReadPages(std::uint64_t offset, BYTE* to, std::size_t count);
@@ -163,7 +164,7 @@ private:
     std::uint64_t blank_ =
         0;  // from here on the store holds the zeros that it grew by, to which nothing was written
     std::uint64_t stage_ = 0;
-    std::vector<std::unique_ptr<Frame>> frames_;
+    std::deque<Frame> frames_;     // stay where they are
     std::vector<Frame*> spare_;
     std::vector<Frame*> pending_;  // in the order of their stages
     std::vector<BYTE> run_;        // pages that are written at once

@@ -33,7 +33,7 @@ private:
     const OpenElementPtr m_storage;
     // Touched under the file's lock.
     std::optional<ElementName> m_last;
-    DirTree::Cursor m_cursor;
+    CompoundFile::Cursor m_cursor;
 };
 
 }  // namespace quorvane::cfb

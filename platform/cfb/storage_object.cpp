@@ -80,7 +80,7 @@ HRESULT CStorageObject::OpenOrCreate(LPCOLESTR name, DWORD mode, EntryType type,
         return create ? file.CreateChild(storage, parsed, type, (mode & STGM_CREATE) != 0, &child)
                       : file.OpenChild(storage, parsed, type, &child);
     }));
-    *object = MakeComObject<Object>(m_handle.Root(), child, mode & ~STGM_CREATE).Detach();
+    *object = MakeComObject<Object>(m_handle.Root(), std::move(child), mode & ~STGM_CREATE).Detach();
     if (*object)
         return S_OK;
     m_handle.Root()->Close(child, false);

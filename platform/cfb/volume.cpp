@@ -69,7 +69,6 @@ bool Volume::Leave() noexcept
 {
     file.DropCache();
     tree.DropMarks();
-    tree.Changed();
     owners.DropOwners();
     changed_ = false;
     return !allocator.HasFreed();
