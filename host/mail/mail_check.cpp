@@ -26,13 +26,6 @@ std::string_view FieldName(std::string_view line) noexcept
     return line.substr(0, static_cast<std::size_t>(end - line.begin()));
 }
 
-bool IsMailField(std::string_view line) noexcept
-{
-    const std::string_view name = FieldName(line);
-    return std::any_of(kMailFields.begin(), kMailFields.end(),
-                       [&](std::string_view known) { return EqualNoCase(name, known); });
-}
-
 bool IsSeparator(std::string_view line) noexcept
 {
     return line.starts_with("From ") || line.starts_with(">From ");
@@ -88,6 +81,15 @@ bool IsHeaderField(std::string_view line) noexcept
     const std::size_t colon = line.find_first_not_of(" \t", name.size());
     return !name.empty() && colon != std::string_view::npos && line[colon] == ':' &&
            !line.substr(colon + 1).starts_with("//");
+}
+
+bool IsMailField(std::string_view line) noexcept
+{
+    if (!IsHeaderField(line))
+        return false;
+    const std::string_view name = FieldName(line);
+    return std::any_of(kMailFields.begin(), kMailFields.end(),
+                       [&](std::string_view known) { return EqualNoCase(name, known); });
 }
 
 bool IsFieldOfBlock(std::string_view line) noexcept

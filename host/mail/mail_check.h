@@ -22,6 +22,9 @@ std::optional<std::string> WhyNotMail(std::string_view bytes, MailHint hint);
 // colon that begins no web address.
 [[nodiscard]] bool IsHeaderField(std::string_view line) noexcept;
 
+// Whether a line is one of mail's own header fields: From, To, Received and their like.
+[[nodiscard]] bool IsMailField(std::string_view line) noexcept;
+
 // Whether a line counts as a field where fields are expected: any printable name but the empty one.
 [[nodiscard]] bool IsFieldOfBlock(std::string_view line) noexcept;
 

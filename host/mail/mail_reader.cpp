@@ -52,6 +52,8 @@ std::string_view WithoutBlankLines(std::string_view bytes)
 
 bool IsMbox(std::string_view beginning)
 {
+    if (beginning.starts_with("\xEF\xBB\xBF"))
+        beginning.remove_prefix(3);
     beginning = WithoutBlankLines(beginning);
     if (!beginning.starts_with("From "))
         return false;
@@ -201,6 +203,7 @@ private:
                 mail.source = source;
                 mail.path = path;
                 mail.read = ReadStateOfHeader(mail.bytes.Header());
+                mail.doubt = mbox_->Doubt();
                 return Kept(mail, leftOut);
             case MboxReader::Step::Empty:
                 return LeaveOut(leftOut, source, "the mail is empty");

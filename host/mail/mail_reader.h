@@ -40,6 +40,7 @@ struct FoundMail {
     [[nodiscard]] const MailBytes& Original() const noexcept { return file ? *file : bytes; }
     std::optional<bool>
         read;  // what a Maildir's flags or an mbox's status fields say; nothing where they don't.
+    std::string doubt;  // why it may be more than one mail (MboxReader::Doubt); usually empty.
 };
 
 // Something that isn't mail, or couldn't be read.

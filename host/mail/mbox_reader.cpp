@@ -63,6 +63,14 @@ std::optional<std::uint64_t> ContentLength(std::string_view header)
     return length;
 }
 
+// "From -", as some programs write it: nothing that a sentence begins with.
+bool HasOneWord(std::string_view line) noexcept
+{
+    line.remove_prefix(kFrom.size());
+    const std::size_t end = line.find_last_not_of(" \t\r\n");
+    return end != std::string_view::npos && line.substr(0, end + 1).find_first_of(" \t") == std::string_view::npos;
+}
+
 }  // namespace
 
 bool IsDatedSeparator(std::string_view line) noexcept
@@ -79,8 +87,16 @@ bool MboxReader::IsSeparator(std::string_view line, bool afterBlank)
     if (!line.starts_with(kFrom))
         return false;
     const bool dated = IsDatedSeparator(line);
-    const bool beforeField = IsHeaderField(lines_.Peek());
-    return afterBlank ? dated || beforeField : dated && beforeField;
+    const bool oneWord = HasOneWord(line);
+    const std::string_view next = lines_.Peek();
+    if (afterBlank ? dated || IsHeaderField(next) : dated && IsHeaderField(next))
+        return true;
+    if (!afterBlank && IsMailField(next)) {
+        if (oneWord)
+            return true;
+        doubt_ = "it has a line within that may begin another mail";
+    }
+    return false;
 }
 
 void MboxReader::Keep(MailBytes& bytes, std::string_view piece)
@@ -144,10 +160,16 @@ bool MboxReader::ReadCountedBody(MailBytes& bytes)
     if (!lines_.Seek(begin))
         return false;
     FileLine line;
+    bool afterBlank = true;
     for (std::uint64_t left = *length; left > 0 && lines_.Next(line);) {
         const std::size_t count = static_cast<std::size_t>(std::min<std::uint64_t>(left, line.text.size()));
-        Keep(bytes, line.text.substr(0, count));
+        const bool candidate = line.startsLine && line.text.starts_with(kFrom);
+        const std::string text(line.text.substr(0, count));
+        Keep(bytes, text);
         left -= count;
+        if (candidate && IsSeparator(text, afterBlank))
+            doubt_ = "by its Content-Length it has a line within that may begin another mail";
+        afterBlank = IsBlankLine(text);
     }
     ended_ = ended || !lines_.Seek(next);
     return true;
@@ -190,7 +212,13 @@ MboxReader::Step MboxReader::Next(MailBytes& bytes)
     }
     if (!begun_) {
         begun_ = true;
+        constexpr std::string_view kMark = "\xEF\xBB\xBF";
         std::string_view first = lines_.Peek();
+        if (first.starts_with(kMark)) {
+            if (!lines_.Seek(kMark.size()))
+                return Step::End;
+            first = lines_.Peek();
+        }
         FileLine line;
         while (IsBlankLine(first) && lines_.Next(line))
             first = lines_.Peek();
@@ -204,6 +232,7 @@ MboxReader::Step MboxReader::Next(MailBytes& bytes)
     ++number_;
     tooLarge_ = false;
     empty_ = true;
+    doubt_.clear();
     if (ReadHeader(bytes) && !ReadCountedBody(bytes))
         ReadBody(bytes);
     if (lines_.Failed()) {

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <string>
 #include <string_view>
 
 #include "host/mail/line_reader.h"
@@ -32,9 +33,13 @@ public:
     // End         no mail is left.
     //
     // A line is a separator when it begins the file; when it begins with "From " behind a blank line and
-    // carries a date or stands before a header field; when it carries a date and stands before a header
-    // field, blank line or not. Text before the first separator belongs to the first mail.
+    // carries a date or stands before a header field; blank line or not, when it carries a date and stands before a
+    // header field, or has a single word and stands before one of mail's own fields. Text before the first separator
+    // belongs to the first mail; a byte order mark at the beginning to none.
     [[nodiscard]] Step Next(MailBytes& bytes);
+
+    // Why the mail that Next gave last may be more than one, in plain words; empty when it isn't in doubt.
+    [[nodiscard]] const std::string& Doubt() const noexcept { return doubt_; }
 
     // The number of the mail that Next gave last, from 1; and how far the file is read.
     [[nodiscard]] std::uint64_t Number() const noexcept { return number_; }
@@ -54,6 +59,7 @@ private:
     bool begun_ = false;
     bool ended_ = false;
     bool tooLarge_ = false;
+    std::string doubt_;
     bool empty_ = true;  // nothing but line ends so far
 };
 

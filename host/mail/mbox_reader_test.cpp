@@ -76,6 +76,33 @@ TEST_F(MboxReaderTest, ADatedSeparatorCountsWithoutItsBlankLine)
               (Mails{"Subject: 1\n\none\n", "Subject: 2\n\ntwo\n"}));
 }
 
+TEST_F(MboxReaderTest, ASeparatorOfOneWordCountsBeforeAFieldOfMailWithoutItsBlankLine)
+{
+    EXPECT_EQ(Read("From -\nSubject: 1\n\none\nFrom - \nFrom: a\n\ntwo\nFrom -\nnot a field\n"),
+              (Mails{"Subject: 1\n\none\n", "From: a\n\ntwo\nFrom -\nnot a field\n"}));
+}
+
+TEST_F(MboxReaderTest, AMarkBeforeTheFirstSeparatorBelongsToNoMail)
+{
+    EXPECT_EQ(Read(std::string("\xEF\xBB\xBF") + kFirst + "Subject: 1\n\none\n\n" + kSecond + "Subject: 2\n\ntwo\n"),
+              (Mails{"Subject: 1\n\none\n", "Subject: 2\n\ntwo\n"}));
+}
+
+TEST_F(MboxReaderTest, WhatCannotBeDecidedIsTold)
+{
+    const auto doubtOf = [&](const std::string& content) {
+        std::ofstream(folder_ / "box", std::ios::binary) << content;
+        MboxReader reader(folder_ / "box", MboxVariant::Auto);
+        MailBytes bytes;
+        EXPECT_EQ(reader.Next(bytes), MboxReader::Step::Mail);
+        return reader.Doubt();
+    };
+    EXPECT_NE(doubtOf(std::string(kFirst) + "A: 1\n\none\nFrom the pier\nSubject: 2\n"), "");
+    const std::string body = std::string("one\n\n") + kSecond + "Subject: quoted\n\n";
+    EXPECT_NE(doubtOf(kFirst + ("Content-Length: " + std::to_string(body.size())) + "\n\n" + body), "");
+    EXPECT_EQ(doubtOf(std::string(kFirst) + "A: 1\n\none\nFrom the pier\nand more\n"), "");
+}
+
 TEST_F(MboxReaderTest, AHeaderWithoutABodyEndsAtTheNextSeparator)
 {
     EXPECT_EQ(Read(std::string(kFirst) + "Subject: 1\n" + kSecond + "Subject: 2\n\ntwo\n"),
