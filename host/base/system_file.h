@@ -37,6 +37,9 @@ private:
 // Renames within one file system, in one step in place of what has the new name.
 void RenameOver(const std::filesystem::path& from, const std::filesystem::path& to);
 
+// The same where nothing has the new name, not even a link; false where something has, and nothing is changed.
+[[nodiscard]] bool RenameToNew(const std::filesystem::path& from, const std::filesystem::path& to);
+
 }  // namespace quorvane::host
 
 #endif  // QUORVANE_HOST_BASE_SYSTEM_FILE_H_

@@ -75,6 +75,21 @@ void RenameOver(const std::filesystem::path& from, const std::filesystem::path& 
         Fail("write", to.string(), DescribeErrno(errno));
 }
 
+bool RenameToNew(const std::filesystem::path& from, const std::filesystem::path& to)
+{
+    if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0)
+        return true;
+    int failure = errno;
+    if (failure == EINVAL || failure == ENOSYS) {  // a file system without that
+        if (link(from.c_str(), to.c_str()) == 0)
+            return unlink(from.c_str()) == 0;
+        failure = errno;
+    }
+    if (failure != EEXIST)
+        Fail("write", to.string(), DescribeErrno(failure));
+    return false;
+}
+
 void SyncDirectory(const std::filesystem::path& directory)
 {
     class Closer {

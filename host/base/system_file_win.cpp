@@ -73,6 +73,16 @@ void RenameOver(const std::filesystem::path& from, const std::filesystem::path& 
         Fail("write", to.string(), DescribeSystemError(GetLastError()));
 }
 
+bool RenameToNew(const std::filesystem::path& from, const std::filesystem::path& to)
+{
+    if (MoveFileExW(from.c_str(), to.c_str(), MOVEFILE_WRITE_THROUGH))
+        return true;
+    const DWORD failure = GetLastError();
+    if (failure != ERROR_ALREADY_EXISTS && failure != ERROR_FILE_EXISTS)
+        Fail("write", to.string(), DescribeSystemError(failure));
+    return false;
+}
+
 // A rename that is written through needs no more.
 void SyncDirectory(const std::filesystem::path&) {}
 

@@ -1,10 +1,14 @@
+#include <algorithm>
+#include <ctime>
 #include <fstream>
+#include <string_view>
 
-#include "host/base/files.h"
 #include "host/base/path_text.h"
 #include "host/base/progress.h"
 #include "host/commands/command.h"
+#include "host/commands/export_files.h"
 #include "host/commands/mail_format.h"
+#include "host/mail/mbox_writer.h"
 #include "host/store/msg_file.h"
 
 namespace quorvane::host {
@@ -35,22 +39,150 @@ std::string FileName(std::size_t number, const std::string& subject)
     return name;
 }
 
-void WriteMail(IMAPIFolder& folder, IMessage& message, const std::filesystem::path& path)
+std::time_t UnixTime(std::uint64_t fileTime)
 {
-    std::ofstream file(path, std::ios::binary | std::ios::trunc);
-    if (!file)
-        Fail("write", path.string(), DescribeErrno(errno));
-    Check(ExportMailOf(folder, message, file), "write", path.string());
-    file.close();
-    if (!file)
-        Fail("write", path.string(), DescribeErrno(errno));
+    constexpr std::uint64_t kTicksASecond = 10000000;
+    constexpr std::int64_t kFrom1601To1970 = 11644473600;
+    return static_cast<std::time_t>(static_cast<std::int64_t>(fileTime / kTicksASecond) - kFrom1601To1970);
 }
 
-void WriteMsg(IMessage& message, const std::filesystem::path& path)
+// The last name of a folder's path, as a file's.
+std::string MboxName(const std::string& folder)
 {
-    MsgFile file;
-    Check(file.Create(path), "write", path.string());
-    Check(CopyMessage(message, file.Message(), KEEP_OPEN_READWRITE), "write", path.string());
+    std::string name;
+    for (const char c : Printable(folder.substr(folder.rfind('/') + 1)))
+        name += static_cast<unsigned char>(c) < 32 || std::string_view("/\\:*?\"<>|").find(c) != std::string_view::npos
+                    ? '_'
+                    : c;
+    return (name.empty() || name.front() == '.' ? "_" + name : name) + ".mbox";
+}
+
+// Writes the items of a folder in one of the forms.
+class Exporter {
+public:
+    Exporter(IMAPIFolder& folder, const std::string& directory) : folder_(folder), files_(PathOf(directory)) {}
+    virtual ~Exporter() = default;
+    Exporter(const Exporter&) = delete;
+    Exporter& operator=(const Exporter&) = delete;
+
+    virtual void Write(IMessage& message, const ItemInfo& item) = 0;
+    virtual void Finish() {}
+
+    // Paths of the files that lie in the directory, whole.
+    const Json& Written() const noexcept { return written_; }
+
+protected:
+    void WriteMail(IMessage& message, std::ostream& out) const
+    {
+        Check(ExportMailOf(folder_, message, out), "write", files_.Aside().string());
+    }
+    std::ofstream OpenAside() const
+    {
+        std::ofstream file(files_.Aside(), std::ios::binary | std::ios::trunc);
+        if (!file)
+            Fail("write", files_.Aside().string(), DescribeErrno(errno));
+        return file;
+    }
+    void CloseAside(std::ofstream& file) const
+    {
+        file.close();
+        if (!file)
+            Fail("write", files_.Aside().string(), DescribeErrno(errno));
+    }
+    void Keep(const std::string& name) { written_.push_back(files_.Keep(name).string()); }
+    const ExportFiles& Files() const noexcept { return files_; }
+
+private:
+    IMAPIFolder& folder_;
+    ExportFiles files_;
+    Json written_ = Json::array();
+};
+
+class EmlExporter : public Exporter {
+public:
+    using Exporter::Exporter;
+    void Write(IMessage& message, const ItemInfo& item) override
+    {
+        std::ofstream file = OpenAside();
+        WriteMail(message, file);
+        CloseAside(file);
+        Keep(FileName(++number_, item.subject) + ".eml");
+    }
+
+private:
+    std::size_t number_ = 0;
+};
+
+class MsgExporter : public Exporter {
+public:
+    using Exporter::Exporter;
+    void Write(IMessage& message, const ItemInfo& item) override
+    {
+        {
+            MsgFile file;
+            Check(file.Create(Files().Aside()), "write", Files().Aside().string());
+            Check(CopyMessage(message, file.Message(), KEEP_OPEN_READWRITE), "write", Files().Aside().string());
+        }
+        Keep(FileName(++number_, item.subject) + ".msg");
+    }
+
+private:
+    std::size_t number_ = 0;
+};
+
+// All in one file, which has the folder's name.
+class MboxExporter : public Exporter {
+public:
+    MboxExporter(IMAPIFolder& folder, const std::string& directory, const std::string& path)
+        : Exporter(folder, directory), name_(MboxName(path)), file_(OpenAside()), box_(file_)
+    {}
+    void Write(IMessage& message, const ItemInfo& item) override
+    {
+        WriteMail(message, box_.Begin(UnixTime(item.sent)));
+        box_.End();
+    }
+    void Finish() override
+    {
+        CloseAside(file_);
+        Keep(name_);
+    }
+
+private:
+    std::string name_;
+    std::ofstream file_;
+    MboxWriter box_;
+};
+
+// The read state is in the names, as far as a Maildir can tell it.
+class MaildirExporter : public Exporter {
+public:
+    MaildirExporter(IMAPIFolder& folder, const std::string& directory) : Exporter(folder, directory)
+    {
+        for (const char* const part : {"cur", "new", "tmp"})
+            Files().MakeFolder(part);
+    }
+    void Write(IMessage& message, const ItemInfo& item) override
+    {
+        constexpr std::size_t kDigitsOfGuid = 32;
+        std::ofstream file = OpenAside();
+        WriteMail(message, file);
+        CloseAside(file);
+        const std::string id = item.entryId.substr(item.entryId.size() - std::min(item.entryId.size(), kDigitsOfGuid));
+        const std::string name = std::to_string(std::max<std::time_t>(UnixTime(item.sent), 0)) + "." + id + ".quorvane";
+        const bool read = (item.flags & static_cast<LONG>(MSGFLAG_READ)) != 0;
+        Keep(read ? "cur/" + name + ":2,S" : "new/" + name);
+    }
+};
+
+std::unique_ptr<Exporter> MakeExporter(IMAPIFolder& folder, const ExportArguments& options)
+{
+    if (options.format == "msg")
+        return std::make_unique<MsgExporter>(folder, options.directory);
+    if (options.format == "mbox")
+        return std::make_unique<MboxExporter>(folder, options.directory, options.folder);
+    if (options.format == "maildir")
+        return std::make_unique<MaildirExporter>(folder, options.directory);
+    return std::make_unique<EmlExporter>(folder, options.directory);
 }
 
 ExitCode Export(const ExportArguments& options)
@@ -58,22 +190,18 @@ ExitCode Export(const ExportArguments& options)
     const Mailbox mailbox = Mailbox::Open(options.mailbox);
     const MailSession session(options.mailbox);
     const ComPtr<IMAPIFolder> folder = FindFolder(session, options.folder);
-    const std::filesystem::path directory = PathOf(options.directory);
-    MakeDirectory(directory);
+    const std::unique_ptr<Exporter> exporter = MakeExporter(*folder, options);
     Progress progress("exporting");
-    Json files = Json::array();
     std::size_t number = 0;
     ForEachItem(*folder, [&](const ItemInfo& item) {
         const ComPtr<IMessage> message = OpenMessage(session, item.entryId, false);
         if (!message)
             return;  // deleted since the row was read
-        const std::filesystem::path path =
-            directory / (FileName(++number, item.subject) + "." + options.format);
-        options.format == "msg" ? WriteMsg(*message, path) : WriteMail(*folder, *message, path);
-        files.push_back(path.string());
-        progress.Show(0, 0, std::to_string(number) + " items");
+        exporter->Write(*message, item);
+        progress.Show(0, 0, std::to_string(++number) + " items");
     });
-    Print(options.json, {{"folder", options.folder}, {"files", files}},
+    exporter->Finish();
+    Print(options.json, {{"folder", options.folder}, {"items", number}, {"files", exporter->Written()}},
           "exported " + std::to_string(number) + " items to " + options.directory + "\n");
     return ExitCode::kDone;
 }
@@ -84,17 +212,19 @@ void AddExportCommand(CLI::App& program, Chosen& chosen)
 {
     auto options = std::make_shared<ExportArguments>();
     CLI::App* const command =
-        AddCommand(program, chosen, "export", "Write each item of a folder to a file", options, Export);
+        AddCommand(program, chosen, "export", "Write the items of a folder to files; what has a name there stays as it is", options, Export);
     command->add_option("MAILBOX", options->mailbox, "Directory of the mailbox")->required();
     command->add_option("FOLDER", options->folder, "Path of the folder")->required();
     command->add_option("DIR", options->directory, "Directory for the files; made if it's missing")
         ->required();
     // A build without MIME writes the one form that it knows.
     const std::vector<std::string> formats =
-        KnowsMime() ? std::vector<std::string>{"eml", "msg"} : std::vector<std::string>{"msg"};
+        KnowsMime() ? std::vector<std::string>{"eml", "msg", "mbox", "maildir"} : std::vector<std::string>{"msg"};
     command
         ->add_option("--format", options->format,
-                     KnowsMime() ? "eml or msg" : "msg; this build writes no other")
+                     KnowsMime() ? "eml or msg: a file for each item; mbox: one file with the folder's name; maildir: DIR "
+                                   "becomes a Maildir"
+                                 : "msg; this build writes no other")
         ->check(CLI::IsMember(formats))
         ->capture_default_str();
 }

@@ -143,6 +143,15 @@ bool MboxReader::EndsWithSeparator(std::uint64_t offset)
     return found;
 }
 
+// Whether `offset` is behind a line end: a length that ends within a line counts something else. Leaves the reader where
+// it was.
+bool MboxReader::EndsLine(std::uint64_t offset)
+{
+    const std::uint64_t back = lines_.Offset();
+    const bool ends = offset <= back || (lines_.Seek(offset - 1) && lines_.Peek().starts_with('\n'));
+    return lines_.Seek(back) && ends;
+}
+
 // Reads a body whose length the header tells rightly; false, and nothing was read, when it doesn't.
 bool MboxReader::ReadCountedBody(MailBytes& bytes)
 {
@@ -152,7 +161,7 @@ bool MboxReader::ReadCountedBody(MailBytes& bytes)
     const std::uint64_t begin = lines_.Offset();
     if (!length || *length > lines_.Size() - std::min(begin, lines_.Size()))
         return false;
-    if (!EndsWithSeparator(begin + *length))
+    if (!EndsLine(begin + *length) || !EndsWithSeparator(begin + *length))
         return false;
 
     const std::uint64_t next = lines_.Offset();

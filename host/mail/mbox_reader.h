@@ -50,6 +50,7 @@ private:
     bool ReadHeader(MailBytes& bytes);
     bool ReadCountedBody(MailBytes& bytes);
     void ReadBody(MailBytes& bytes);
+    bool EndsLine(std::uint64_t offset);
     bool EndsWithSeparator(std::uint64_t offset);
     void Keep(MailBytes& bytes, std::string_view piece);
 

@@ -35,7 +35,7 @@ protected:
             MustRun({"delete", Mailbox(mailbox), "Shared", pick(3).at("entryId")});
         if (round % 4 == 0)
             MustRun({"import", Mailbox(mailbox), "Shared",
-                     Sample(mailbox == "alice" ? "01-plain" : "07-attachment-csv").string()});
+                     Sample(mailbox == "alice" ? "01-plain" : "07-attachment-csv").string(), "--again"});
     }
 };
 

@@ -1,0 +1,34 @@
+// host/commands/known_mail.h: which mails a folder holds already, for an import that makes no doubles.
+#ifndef QUORVANE_HOST_COMMANDS_KNOWN_MAIL_H_
+#define QUORVANE_HOST_COMMANDS_KNOWN_MAIL_H_
+
+#include <cstdint>
+#include <string>
+#include <unordered_map>
+
+#include "host/store/profile.h"
+#include "quorvane3/mapi.h"
+
+namespace quorvane::host {
+
+// The items that a folder held when this was made. Each counts for one mail: a mail that lies in a mailbox file twice
+// comes in twice, and the same file once more brings nothing new.
+class KnownMail {
+public:
+    // Reads a folder's table. Throws a HostError.
+    KnownMail(const MailSession& session, IMAPIFolder& folder);
+
+    // Whether an item that wasn't taken yet is the same mail as `message`, which isn't saved; it is taken then. The same
+    // is one that came from the same bytes, and whose text and attachments are still those; or one of the same content
+    // in everything but what a reader makes of it. Items are looked at where the Message-ID is the same, or there is
+    // none and the time is. Throws a HostError where `message` can't be read; an item that can't be is another mail.
+    bool Take(IMessage& message);
+
+private:
+    const MailSession& session_;
+    std::unordered_multimap<std::uint64_t, std::string> items_;  // by a digest of the key: entry identifiers
+};
+
+}  // namespace quorvane::host
+
+#endif  // QUORVANE_HOST_COMMANDS_KNOWN_MAIL_H_
