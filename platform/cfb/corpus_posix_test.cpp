@@ -155,6 +155,9 @@ std::vector<fs::path> SoundFiles()
     const std::vector<fs::path> others = FilesOf("ole");
     files.insert(files.end(), others.begin(), others.end());
     EXPECT_LT(200u, files.size());
+    for (std::size_t i = 0; i * kOneOf < files.size(); ++i)
+        files[i] = files[i * kOneOf];
+    files.resize((files.size() + kOneOf - 1) / kOneOf);
     return files;
 }
 

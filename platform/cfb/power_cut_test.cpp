@@ -29,7 +29,7 @@ TEST(PowerCutTest, AnySubsetOfTheWritesLeavesElementsOrErrorsAtACostBoundedByThe
     unsigned subsets = 0;
     for (const FileChange& operation : FileChanges()) {
         const auto writes = WritesOf(operation, before);
-        for (unsigned i = 0; i < 100 && !::testing::Test::HasFailure(); ++i, ++subsets) {
+        for (unsigned i = 0; i < 100 / kOneOf && !::testing::Test::HasFailure(); ++i, ++subsets) {
             SCOPED_TRACE(operation.what + ", subset " + std::to_string(i));
             MemoryStore left(before);
             const unsigned ofTen = 1 + random() % 9;
@@ -43,7 +43,7 @@ TEST(PowerCutTest, AnySubsetOfTheWritesLeavesElementsOrErrorsAtACostBoundedByThe
             EXPECT_GT(20 * left.bytes.size() + 500'000, outcome.moved);
         }
     }
-    EXPECT_EQ(2'000u, subsets);
+    EXPECT_LE(2'000u / kOneOf - FileChanges().size(), subsets);
 }
 
 }  // namespace

@@ -49,7 +49,8 @@ protected:
     // The road through files is the longer one; its layers above the bytes are the same.
     std::uint32_t Seeds(std::uint32_t ofLockBytes) const
     {
-        return std::get<Road>(GetParam()) == Road::kFile ? ofLockBytes / 10 : ofLockBytes;
+        const unsigned oneOf = std::get<Road>(GetParam()) == Road::kFile ? 10 : 1;
+        return std::max(1u, ofLockBytes / oneOf / kOneOf);
     }
 
     Session session{std::get<Road>(GetParam())};

@@ -387,7 +387,7 @@ Bytes Mutated(Bytes file, std::uint32_t seed)
 TEST(MutatedPackageTest, AnyMutationOfAPackageEndsInACodeAtACostBoundedByItsSize)
 {
     const char* const wanted = std::getenv("QUORVANE_MUTATIONS");
-    const auto count = static_cast<std::uint32_t>(wanted ? std::strtoul(wanted, nullptr, 10) : 400);
+    const auto count = static_cast<std::uint32_t>(wanted ? std::strtoul(wanted, nullptr, 10) : 400 / kOneOf);
     const Bytes package = SmallPackage();
     std::uint64_t most = 0;
     std::uint64_t refused = 0;

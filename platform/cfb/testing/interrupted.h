@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include "platform/cfb/format.h"
 #include "platform/cfb/testing/series.h"
 
 namespace quorvane::cfb::test {
@@ -20,6 +21,27 @@ inline Bytes MakeFile(const std::vector<Step>& steps, Tree* tree)
     }
     session.Close();
     return session.Content();
+}
+
+// The same version 3 file with the directory's first sector, in which the root's entry is, behind all others: other
+// programs write such files, and pages come into a file in another order then.
+inline Bytes WithItsRootBehindAll(Bytes file)
+{
+    constexpr std::size_t kSector = 512;
+    constexpr std::size_t kLinks = kSector / 4;
+    const auto sector = static_cast<SectorId>(file.size() / kSector - 1);
+    const SectorId first = LoadU32(&file[0x30]);
+    const auto linkOf = [&](SectorId of) {
+        return &file[(LoadU32(&file[0x4C + 4 * (of / kLinks)]) + 1) * kSector + of % kLinks * 4];
+    };
+    const auto begin = file.begin() + static_cast<std::ptrdiff_t>((first + 1) * kSector);
+    const Bytes moved(begin, begin + kSector);
+    file.insert(file.end(), moved.begin(), moved.end());
+    EXPECT_NE(0u, sector % kLinks) << "no part of the FAT tells of that sector";
+    StoreU32(linkOf(sector), LoadU32(linkOf(first)));
+    StoreU32(linkOf(first), kFreeSector);
+    StoreU32(&file[0x30], sector);
+    return file;
 }
 
 // Expects of a file whose writer was killed in a change what that promises.
