@@ -216,6 +216,17 @@ TEST_F(OrderedFileTest, PagesBehindEachOtherAreReadSeveralAtOnce)
     EXPECT_GE(5u, store.calls);
 }
 
+// What lies together in a package are a few pages, and those behind them are an other item's.
+TEST_F(OrderedFileTest, NoMoreIsReadAheadThanOnePageMoreThanLiesBehind)
+{
+    for (const std::uint64_t page : {5u, 6u, 7u}) {
+        BYTE read = 0;
+        ASSERT_EQ(S_OK, file.Read(page * kPage, &read, 1));
+    }
+    EXPECT_EQ(2u, store.calls);
+    EXPECT_EQ(3 * kPage, store.moved);
+}
+
 // What is in the cache may be newer than what the store has.
 TEST_F(OrderedFileTest, PagesThatAreReadAheadLeaveCachedOnesAsTheyAre)
 {
