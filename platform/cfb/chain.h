@@ -77,33 +77,6 @@ private:
     std::vector<SectorId> appended_;
 };
 
-// How many of `count` sectors, from the first one on, have numbers one behind the other.
-inline SectorId RunLength(const SectorId* sectors, SectorId count) noexcept
-{
-    SectorId run = 1;
-    while (run < count && sectors[run] == sectors[0] + run)
-        ++run;
-    return run;
-}
-
-// Takes `count` sectors by take(SectorId*) -> HRESULT and makes them a chain, which ends with the last one.
-template <class Take>
-[[nodiscard]] HRESULT TakeChain(LinkTable& table, const Take& take, SectorId count,
-                                std::vector<SectorId>* sectors)
-{
-    sectors->reserve(count + std::size_t{1});
-    sectors->resize(count);
-    for (SectorId& sector : *sectors)
-        CFB_TRY(take(&sector));
-    sectors->push_back(kEndOfChain);
-    for (SectorId begin = 0, run = 0; begin < count; begin += run) {
-        run = RunLength(sectors->data() + begin, count - begin);
-        CFB_TRY(table.SetNexts((*sectors)[begin], sectors->data() + begin + 1, run));
-    }
-    sectors->pop_back();
-    return S_OK;
-}
-
 }  // namespace quorvane::cfb
 
 #endif  // QUORVANE_PLATFORM_CFB_CHAIN_H_

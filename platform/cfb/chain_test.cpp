@@ -110,14 +110,7 @@ TEST(ChainTest, SectorsTakenInRunsAreChainedInTheirOrder)
 {
     Links links(600);
     const std::vector<SectorId> taken{3, 4, 5, 130, 131, 132, 9, 254, 255, 256, 257};
-    std::size_t at = 0;
-    std::vector<SectorId> chained;
-    const auto take = [&](SectorId* sector) {
-        *sector = taken[at++];
-        return S_OK;
-    };
-    ASSERT_EQ(S_OK, TakeChain(links, take, static_cast<SectorId>(taken.size()), &chained));
-    EXPECT_EQ(taken, chained);
+    ASSERT_EQ(S_OK, links.SetChain(taken));
     for (std::size_t i = 0; i + 1 < taken.size(); ++i)
         EXPECT_EQ(taken[i + 1], links.next[taken[i]]);
     EXPECT_EQ(kEndOfChain, links.next[taken.back()]);

@@ -29,9 +29,9 @@ OpenElement* CompoundFile::NextNew(const OpenElement& storage, const ElementName
     return next;
 }
 
-OpenElementPtr CompoundFile::MakeOpenDraft(Draft& draft, OpenElement& parent)
+OpenElementPtr CompoundFile::MakeOpenDraft(Draft& draft, const ElementName& name, OpenElement& parent)
 {
-    auto element = std::make_shared<OpenElement>(kNoEntry, draft.entry.Type(), draft.name, *volume_);
+    auto element = std::make_shared<OpenElement>(kNoEntry, draft.entry.Type(), name, *volume_);
     element->draft = &draft;
     open_.Add(*element, &parent);
     draft.open = element.get();
@@ -52,12 +52,9 @@ HRESULT CompoundFile::BeginDraft(OpenElement& storage, const ElementName& name, 
     DirEntry entry;
     if (exists)
         CFB_TRY(Lookup(storage, name, false, &old, &entry));
-    auto draft = std::make_unique<Draft>(EntryType::kStorage, name);
-    draft->entry.SetCreated(Now());
-    draft->entry.SetModified(draft->entry.Created());
-    *child = MakeOpenDraft(*draft, storage);
-    (*child)->top = std::move(draft);
-    held_ += Draft::kCost;
+    Draft* const draft = MakeDraft(EntryType::kStorage, name);
+    *child = MakeOpenDraft(*draft, name, storage);
+    (*child)->top = draft;
     if (other)
         open_.Revert(*other);
     open_.RevertEntry(old);
@@ -65,122 +62,119 @@ HRESULT CompoundFile::BeginDraft(OpenElement& storage, const ElementName& name, 
     return S_OK;
 }
 
-HRESULT CompoundFile::CreateInDraft(OpenElement& storage, const ElementName& name, EntryType type,
-                                    bool replace, OpenElementPtr* child)
+Draft* CompoundFile::MakeDraft(EntryType type, const ElementName& name)
 {
-    Draft::Children& children = storage.draft->children;
-    auto place = storage.draft->Seek(name);
-    if (place != children.end() && (*place)->name.Compare(name) == 0) {
-        if (!replace)
-            return STG_E_FILEALREADYEXISTS;
-        Draft& old = **place++;
-        DestroyInDraft(storage, old);
-    }
-    auto draft = std::make_unique<Draft>(type, name);
+    Draft* const draft = drafts_.Make(type, name);
     if (type == EntryType::kStorage) {
         draft->entry.SetCreated(Now());
         draft->entry.SetModified(draft->entry.Created());
     }
-    std::vector<Draft*>& unplaced = storage.draft->unplaced;
-    unplaced.push_back(draft.get());
-    try {
-        *child = MakeOpenDraft(*draft, storage);
-        children.insert(place, std::move(draft));
-    } catch (const std::bad_alloc&) {
-        unplaced.pop_back();
-        if (*child)
-            open_.Revert(**child);
-        throw;
+    return draft;
+}
+
+HRESULT CompoundFile::CreateInDraft(OpenElement& storage, const ElementName& name, EntryType type,
+                                    bool replace, OpenElementPtr* child)
+{
+    DraftChildren& children = storage.draft->children;
+    bool behindAll = children.IsBehindAll(name);  // as most are
+    DraftChild* const old = behindAll ? nullptr : children.Find(name);
+    if (old && !replace)
+        return STG_E_FILEALREADYEXISTS;
+    if (old) {
+        DestroyInDraft(storage, *old, name);
+        behindAll = children.IsBehindAll(name);
     }
-    held_ += Draft::kCost;
+    Draft* const draft = MakeDraft(type, name);
+    *child = MakeOpenDraft(*draft, name, storage);
+    draft->LinkInto(*storage.draft);
+    children.Add(*draft, name, behindAll);
     return S_OK;
 }
 
 HRESULT CompoundFile::OpenInDraft(OpenElement& storage, const ElementName& name, EntryType type,
                                   OpenElementPtr* child)
 {
-    Draft* const draft = storage.draft->Find(name);
-    if (!draft || draft->entry.Type() != type)
+    DraftChild* const found = storage.draft->children.Find(name);
+    DirEntry entry;
+    if (!found)
         return STG_E_FILENOTFOUND;
-    if (draft->open || open_.IsOpen(draft->id))
+    CFB_TRY(StatDraft(*found, &entry));
+    if (entry.Type() != type)
+        return STG_E_FILENOTFOUND;
+    if (IsOpen(*found))
         return STG_E_ACCESSDENIED;
     StreamBody body(*volume_);
-    if (type == EntryType::kStream && !draft->HoldsBytes())
-        CFB_TRY(draft->IsPlaced() ? body.Load(draft->id) : body.Load(draft->entry));
-    *child = draft->IsPlaced() ? MakeOpen(draft->id, type, name, &storage) : MakeOpenDraft(*draft, storage);
+    Draft* const draft = found->IsPlaced() ? nullptr : static_cast<Draft*>(found);
+    if (type == EntryType::kStream && !draft)
+        CFB_TRY(body.Load(found->id, entry));
+    else if (type == EntryType::kStream && !draft->HoldsBytes())
+        CFB_TRY(body.Load(draft->entry));
+    *child = draft ? MakeOpenDraft(*draft, name, storage) : MakeOpen(found->id, type, name, &storage);
     (*child)->body = body;
     return S_OK;
 }
 
-void CompoundFile::DestroyInDraft(OpenElement& storage, Draft& draft)
+bool CompoundFile::IsOpen(const DraftChild& child) const noexcept
 {
-    if (draft.open)
-        open_.Revert(*draft.open);
-    open_.RevertEntry(draft.id);
-    Draft::Children& children = storage.draft->children;
-    std::erase(storage.draft->unplaced, &draft);
-    open_.Drop(std::move(children.extract(children.find(draft.name)).value()));
+    return child.IsPlaced() ? open_.IsOpen(child.id) : static_cast<const Draft&>(child).open != nullptr;
+}
+
+void CompoundFile::DestroyInDraft(OpenElement& storage, DraftChild& child, const ElementName& name)
+{
+    storage.draft->children.Remove(child, name);
+    if (child.IsPlaced()) {
+        open_.RevertEntry(child.id);
+    } else {
+        auto& draft = static_cast<Draft&>(child);
+        draft.UnlinkFrom(*storage.draft);
+        if (draft.open)
+            open_.Revert(*draft.open);
+    }
+    open_.Drop(child);
     FreeDropped();
 }
 
 HRESULT CompoundFile::RenameInDraft(OpenElement& storage, const ElementName& from, const ElementName& to)
 {
-    Draft::Children& children = storage.draft->children;
-    Draft* const draft = storage.draft->Find(from);
-    Draft* const there = storage.draft->Find(to);
-    if (!draft)
+    DraftChildren& children = storage.draft->children;
+    DraftChild* child = children.Find(from);
+    DraftChild* const there = children.Find(to);
+    if (!child)
         return STG_E_FILENOTFOUND;
-    if (there && there != draft)
+    if (there && there != child)
         return STG_E_FILEALREADYEXISTS;
-    if (draft->open || open_.IsOpen(draft->id))
+    if (IsOpen(*child))
         return STG_E_ACCESSDENIED;
-    auto node = children.extract(children.find(from));
-    draft->name = to;
-    draft->entry.SetName(to);
-    children.insert(std::move(node));
+    DraftChild* const placed = child->IsPlaced() ? drafts_.MakePlaced(to) : nullptr;
+    children.Remove(*child, from);
+    if (placed) {
+        placed->id = child->id;
+        drafts_.Discard(*std::exchange(child, placed));
+    } else {
+        static_cast<Draft*>(child)->SetName(to);
+    }
+    children.Add(*child, to, children.IsBehindAll(to));
     return S_OK;
 }
 
-HRESULT CompoundFile::StatDraft(const Draft& draft, DirEntry* entry)
+HRESULT CompoundFile::StatDraft(const DraftChild& child, DirEntry* entry)
 {
-    *entry = draft.entry;
-    if (draft.IsPlaced()) {
-        CFB_TRY(volume_->directory.Read(draft.id, entry));
-        entry->SetName(draft.name);
-    } else if (draft.entry.Type() == EntryType::kStream && draft.HoldsBytes()) {
-        entry->SetSize(draft.bytes.size());
+    if (child.IsPlaced()) {
+        CFB_TRY(volume_->directory.Read(child.id, entry));
+        entry->SetName(child.Name());
+        return S_OK;
     }
+    const auto& draft = static_cast<const Draft&>(child);
+    *entry = draft.entry;
+    if (entry->Type() == EntryType::kStream && draft.HoldsBytes())
+        entry->SetSize(draft.size);
     return S_OK;
 }
 
 HRESULT CompoundFile::NextInDraft(const Draft& storage, const ElementName* after, DirEntry* entry)
 {
-    const auto next = after ? storage.children.upper_bound(*after) : storage.children.begin();
-    return next == storage.children.end() ? STG_E_NOMOREFILES : StatDraft(**next, entry);
-}
-
-// Writes to a stream whose content is in memory.
-HRESULT CompoundFile::WriteBytes(OpenElement& stream, std::uint64_t offset, const void* from,
-                                 std::size_t count, std::size_t* written)
-{
-    std::vector<BYTE>& bytes = stream.draft->bytes;
-    const auto at = static_cast<std::size_t>(offset);
-    const auto* const in = static_cast<const BYTE*>(from);
-    if (at > bytes.size())
-        SetBytes(bytes, at);
-    const std::size_t inside = std::min(count, bytes.size() - at);
-    std::copy_n(in, inside, bytes.begin() + static_cast<std::ptrdiff_t>(at));
-    bytes.insert(bytes.end(), in + inside, in + count);
-    held_ += count - inside;
-    *written = count;
-    return S_OK;
-}
-
-void CompoundFile::SetBytes(std::vector<BYTE>& bytes, std::size_t size)
-{
-    const std::size_t before = bytes.size();
-    bytes.resize(size);
-    held_ = held_ + size - before;
+    const DraftChild* const next = storage.children.After(after);
+    return next ? StatDraft(*next, entry) : STG_E_NOMOREFILES;
 }
 
 // Sees to it that the content of a new stream may become `size` bytes, in memory if that is not too much, and
@@ -189,13 +183,13 @@ HRESULT CompoundFile::MakeRoom(OpenElement& stream, std::uint64_t size)
 {
     if (size > kMostOfOne)
         return MoveToFile(stream);
-    const std::size_t before = stream.draft->bytes.size();
-    const std::size_t held = held_ + static_cast<std::size_t>(size) - std::min<std::size_t>(before, size);
+    const std::size_t before = stream.draft->size;
+    const std::size_t held = drafts_.Held() + static_cast<std::size_t>(size) - std::min<std::size_t>(before, size);
     if (held > roomAt_) {
         CFB_TRY(PlaceClosed(stream));
-        if (held_ > kMostHeld && before >= kMiniCutoff)
+        if (drafts_.Held() > kMostHeld && before >= kMiniCutoff)
             CFB_TRY(MoveToFile(stream));
-        roomAt_ = std::max(kMostHeld, 2 * held_);
+        roomAt_ = std::max(kMostHeld, 2 * drafts_.Held());
     }
     // Tables take their part, and what isn't full of the last sectors.
     const std::uint64_t wanted = held + held / 16 + 4 * OrderedFile::kPage;
@@ -209,16 +203,16 @@ HRESULT CompoundFile::MoveToFile(OpenElement& stream)
     Draft& draft = *stream.draft;
     StreamBody body(*volume_);
     std::size_t written = 0;
+    draft.entry.SetStart(kEndOfChain);
+    draft.entry.SetSize(0);
     CFB_TRY(body.Load(draft.entry));
-    const HRESULT hr =
-        Operate([&] { return body.Write(0, draft.bytes.data(), draft.bytes.size(), &written); });
+    const HRESULT hr = Operate([&] { return body.Write(0, draft.bytes, draft.size, &written); });
     if (FAILED(hr)) {
         draft.entry.SetStart(kEndOfChain);
         draft.entry.SetSize(0);
         return hr;
     }
-    held_ -= draft.bytes.size();
-    draft.bytes = {};
+    drafts_.DropBytes(draft);
     draft.inSectors = true;
     stream.body = body;
     return S_OK;
@@ -228,56 +222,63 @@ HRESULT CompoundFile::MoveToFile(OpenElement& stream)
 // memory.
 HRESULT CompoundFile::PlaceClosed(const OpenElement& element)
 {
+    struct Closed {
+        Draft* storage;
+        DraftChild* placed;
+    };
     const OpenElement* top = &element;
     while (!top->top)
         top = top->parent;
-    std::vector<Draft*> closed;
-    CollectClosed(*top->top, &closed);
-    if (closed.empty())
+    std::vector<Draft*> drafts;
+    std::vector<Closed> closed;
+    CollectClosed(*top->top, [&](Draft& storage, Draft& draft) {
+        drafts.push_back(&draft);
+        closed.push_back({&storage, drafts_.MakePlaced(draft.Name())});
+    });
+    if (drafts.empty())
         return S_OK;
+    std::reverse(drafts.begin(), drafts.end());  // as they were made
+    std::reverse(closed.begin(), closed.end());
     Laying laying(*volume_);
     const HRESULT hr = Operate([&]() -> HRESULT {
-        CFB_TRY(laying.Lay(closed));
+        CFB_TRY(laying.Lay(drafts));
         return volume_->Commit();
     });
-    CFB_TRY(hr);
-    for (const Draft* draft : closed)
-        held_ -= draft->Weight();
-    for (const auto& [draft, id] : laying.Laid())
-        draft->id = id;
-    for (Draft* draft : closed) {
-        draft->bytes = {};
-        draft->children.clear();
-        draft->unplaced = {};
+    for (std::size_t i = 0; i < closed.size(); ++i) {
+        Draft& draft = *drafts[i];
+        DraftChild& placed = *closed[i].placed;
+        if (FAILED(hr)) {
+            drafts_.Discard(placed);
+            continue;
+        }
+        placed.id = draft.place;
+        closed[i].storage->children.Replace(draft, placed, draft.Name());
+        draft.UnlinkFrom(*closed[i].storage);
+        drafts_.Discard(draft);
     }
-    ForgetPlaced(*top->top);
-    return S_OK;
+    return hr;
 }
 
-void CompoundFile::CollectClosed(const Draft& storage, std::vector<Draft*>* closed)
+// Calls visit(Draft& storage, Draft&) for the highest drafts below a storage that nobody has open.
+template <class Visit>
+void CompoundFile::CollectClosed(Draft& storage, const Visit& visit)
 {
-    for (Draft* child : storage.unplaced) {
-        if (child->IsInUse())
-            CollectClosed(*child, closed);
+    for (Draft* draft = storage.firstDraft; draft; draft = draft->next) {
+        if (draft->open)
+            CollectClosed(*draft, visit);
         else
-            closed->push_back(child);
+            visit(storage, *draft);
     }
-}
-
-void CompoundFile::ForgetPlaced(Draft& storage) noexcept
-{
-    std::erase_if(storage.unplaced, [](const Draft* child) { return child->IsPlaced(); });
-    for (Draft* child : storage.unplaced)
-        ForgetPlaced(*child);
 }
 
 // Puts a new storage with all below it into the file, by one link, in the place of one of its name.
 HRESULT CompoundFile::Land(OpenElement& element)
 {
     OpenElement& storage = *element.parent;
-    const Draft& top = *element.top;
+    Draft& top = *element.top;
+    const ElementName name = top.Name();
     bool exists = false;
-    CFB_TRY(BeginEdit(storage, top.name, false, &exists));
+    CFB_TRY(BeginEdit(storage, name, false, &exists));
     EntryId id = kNoEntry;
     Laying laying(*volume_);
     const HRESULT hr = Operate([&]() -> HRESULT {
@@ -289,20 +290,17 @@ HRESULT CompoundFile::Land(OpenElement& element)
         CFB_TRY(volume_->edit.Begin(storage.id));
         return Hang(entry, &id);
     });
-    if (FAILED(hr) && !HasLanded(storage, top.name, id))
+    if (FAILED(hr) && !HasLanded(storage, name, id))
         return hr;
-    held_ -= top.Weight();
-    for (const auto& [draft, place] : laying.Laid()) {
+    for (const Draft* draft : laying.LaidOpen()) {
         OpenElement* const open = draft->open;
-        if (!open)
-            continue;
-        open_.Landed(*open, place);
-        if (open->type == EntryType::kStream && FAILED(open->body.Load(place)))
+        open_.Landed(*open, draft->place);
+        if (open->type == EntryType::kStream && FAILED(open->body.Load(draft->place)))
             failed_ = true;
     }
     open_.Landed(element, id);
-    element.top.reset();
-    roomAt_ = std::max(kMostHeld, 2 * held_);
+    drafts_.Discard(*std::exchange(element.top, nullptr));
+    roomAt_ = std::max(kMostHeld, 2 * drafts_.Held());
     if (SUCCEEDED(hr) && exists)
         TrimIfWorth();
     return hr;
@@ -365,7 +363,8 @@ void CompoundFile::Close(OpenElement& element) noexcept
         return;
     HRESULT hr = S_OK;
     try {
-        hr = LandAll(element);
+        if (element.top || element.firstChild)
+            hr = LandAll(element);
     } catch (const std::bad_alloc&) {
         Failed();
         hr = E_OUTOFMEMORY;
@@ -379,32 +378,30 @@ void CompoundFile::Close(OpenElement& element) noexcept
 // Frees what drafts that nobody can reach any more have in the file. What can't be freed is wasted.
 void CompoundFile::FreeDropped() noexcept
 {
-    for (auto dropped = open_.TakeDropped(); dropped; dropped = std::move(dropped->nextDropped)) {
-        held_ -= dropped->Weight();
-        if (!dropped->IsInFile())
-            continue;
+    while (DraftChild* const dropped = open_.TakeDropped()) {
         try {
-            const bool ready = SUCCEEDED(Ready());
-            if (ready && FAILED(Operate([&]() -> HRESULT {
-                    CFB_TRY(FreeDraft(*dropped));
+            if (dropped->IsInFile() && SUCCEEDED(Ready()) && FAILED(Operate([&]() -> HRESULT {
+                    CFB_TRY(FreeInFile(*dropped));
                     return volume_->Commit();
                 })))
                 failed_ = true;
         } catch (const std::bad_alloc&) {
             Failed();
         }
+        drafts_.Discard(*dropped);
     }
 }
 
-HRESULT CompoundFile::FreeDraft(const Draft& draft)
+HRESULT CompoundFile::FreeInFile(DraftChild& child)
 {
-    if (draft.IsPlaced())
-        return FreeElement(draft.id);
+    if (child.IsPlaced())
+        return FreeElement(child.id);
+    const auto& draft = static_cast<const Draft&>(child);
     if (draft.inSectors)
         CFB_TRY(FreeContent(kNoEntry, draft.entry));
-    for (const auto& child : draft.children)
-        CFB_TRY(FreeDraft(*child));
-    return S_OK;
+    HRESULT hr = S_OK;
+    draft.children.Each([&](DraftChild& below) { hr = FAILED(hr) ? hr : FreeInFile(below); });
+    return hr;
 }
 
 }  // namespace quorvane::cfb

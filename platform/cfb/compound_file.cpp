@@ -348,10 +348,10 @@ HRESULT CompoundFile::ApplyEdit()
 HRESULT CompoundFile::Destroy(OpenElement& storage, const ElementName& name)
 {
     if (storage.draft) {
-        Draft* const draft = storage.draft->Find(name);
-        if (draft)
-            DestroyInDraft(storage, *draft);
-        return draft ? S_OK : STG_E_FILENOTFOUND;
+        DraftChild* const child = storage.draft->children.Find(name);
+        if (child)
+            DestroyInDraft(storage, *child, name);
+        return child ? S_OK : STG_E_FILENOTFOUND;
     }
     OpenElement* const made = FindNew(storage, name);
     if (made) {
@@ -550,9 +550,9 @@ HRESULT CompoundFile::ReadStream(OpenElement& stream, std::uint64_t offset, void
 {
     if (!stream.HoldsBytes())
         return stream.body.Read(offset, to, count, read);
-    const std::vector<BYTE>& bytes = stream.draft->bytes;
-    *read = offset < bytes.size() ? std::min(count, bytes.size() - static_cast<std::size_t>(offset)) : 0;
-    std::copy_n(bytes.data() + (*read > 0 ? offset : 0), *read, static_cast<BYTE*>(to));
+    const Draft& draft = *stream.draft;
+    *read = offset < draft.size ? std::min<std::size_t>(count, draft.size - offset) : 0;
+    std::copy_n(draft.bytes + (*read > 0 ? offset : 0), *read, static_cast<BYTE*>(to));
     return S_OK;
 }
 
@@ -564,8 +564,11 @@ HRESULT CompoundFile::WriteStream(OpenElement& stream, std::uint64_t offset, con
         return STG_E_MEDIUMFULL;
     if (count > 0 && stream.HoldsBytes()) {
         CFB_TRY(MakeRoom(stream, offset + count));
-        if (stream.HoldsBytes())
-            return WriteBytes(stream, offset, from, count, written);
+        if (stream.HoldsBytes()) {
+            drafts_.Write(*stream.draft, static_cast<std::size_t>(offset), from, count);
+            *written = count;
+            return S_OK;
+        }
     }
     return count > 0 ? Operate([&] { return stream.body.Write(offset, from, count, written); }) : S_OK;
 }
@@ -577,7 +580,7 @@ HRESULT CompoundFile::SetStreamSize(OpenElement& stream, std::uint64_t size)
     if (stream.HoldsBytes()) {
         CFB_TRY(MakeRoom(stream, size));
         if (stream.HoldsBytes()) {
-            SetBytes(stream.draft->bytes, static_cast<std::size_t>(size));
+            drafts_.SetSize(*stream.draft, static_cast<std::size_t>(size));
             return S_OK;
         }
     }

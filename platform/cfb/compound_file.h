@@ -101,14 +101,16 @@ public:
     [[nodiscard]] HRESULT ChangeChild(OpenElement& storage, const ElementName& name, const Change& change)
     {
         const OpenElement* const made = FindNew(storage, name);
-        Draft* const draft = made ? made->draft : storage.draft ? storage.draft->Find(name) : nullptr;
-        if (draft && !draft->IsPlaced()) {
-            change(draft->entry);
+        DraftChild* child = made ? made->draft : nullptr;
+        if (storage.draft)
+            child = storage.draft->children.Find(name);
+        if (child && !child->IsPlaced()) {
+            change(static_cast<Draft*>(child)->entry);
             return S_OK;
         }
-        EntryId id = draft ? draft->id : kNoEntry;
+        EntryId id = child ? child->id : kNoEntry;
         if (storage.draft)
-            return draft ? ChangeEntry(id, change) : STG_E_FILENOTFOUND;
+            return child ? ChangeEntry(id, change) : STG_E_FILENOTFOUND;
         DirEntry entry;
         const HRESULT hr = Lookup(storage, name, true, &id, &entry);
         return FAILED(hr) ? hr : ChangeEntry(id, change);
@@ -172,31 +174,30 @@ private:
     static FILETIME Now() noexcept;
     OpenElement* FindNew(const OpenElement& storage, const ElementName& name) const noexcept;
     OpenElement* NextNew(const OpenElement& storage, const ElementName* after) const noexcept;
-    OpenElementPtr MakeOpenDraft(Draft& draft, OpenElement& parent);
+    Draft* MakeDraft(EntryType type, const ElementName& name);
+    OpenElementPtr MakeOpenDraft(Draft& draft, const ElementName& name, OpenElement& parent);
+    bool IsOpen(const DraftChild& child) const noexcept;
     [[nodiscard]] HRESULT BeginDraft(OpenElement& storage, const ElementName& name, bool replace,
                                      OpenElementPtr* child);
     [[nodiscard]] HRESULT CreateInDraft(OpenElement& storage, const ElementName& name, EntryType type,
                                         bool replace, OpenElementPtr* child);
     [[nodiscard]] HRESULT OpenInDraft(OpenElement& storage, const ElementName& name, EntryType type,
                                       OpenElementPtr* child);
-    void DestroyInDraft(OpenElement& storage, Draft& draft);
+    void DestroyInDraft(OpenElement& storage, DraftChild& child, const ElementName& name);
     [[nodiscard]] HRESULT RenameInDraft(OpenElement& storage, const ElementName& from, const ElementName& to);
-    [[nodiscard]] HRESULT StatDraft(const Draft& draft, DirEntry* entry);
+    [[nodiscard]] HRESULT StatDraft(const DraftChild& child, DirEntry* entry);
     [[nodiscard]] HRESULT NextInDraft(const Draft& storage, const ElementName* after, DirEntry* entry);
-    [[nodiscard]] HRESULT WriteBytes(OpenElement& stream, std::uint64_t offset, const void* from,
-                                     std::size_t count, std::size_t* written);
-    void SetBytes(std::vector<BYTE>& bytes, std::size_t size);
     [[nodiscard]] HRESULT MakeRoom(OpenElement& stream, std::uint64_t size);
     [[nodiscard]] HRESULT MoveToFile(OpenElement& stream);
     [[nodiscard]] HRESULT PlaceClosed(const OpenElement& element);
-    static void CollectClosed(const Draft& storage, std::vector<Draft*>* closed);
-    static void ForgetPlaced(Draft& storage) noexcept;
+    template <class Visit>
+    static void CollectClosed(Draft& storage, const Visit& visit);
     [[nodiscard]] HRESULT Land(OpenElement& element);
     bool HasLanded(OpenElement& storage, const ElementName& name, EntryId id);
     static OpenElement* FindUnlanded(OpenElement& element) noexcept;
     [[nodiscard]] HRESULT LandAll(OpenElement& element);
     void FreeDropped() noexcept;
-    [[nodiscard]] HRESULT FreeDraft(const Draft& draft);
+    [[nodiscard]] HRESULT FreeInFile(DraftChild& child);
 
     OpenElementPtr MakeOpen(EntryId id, EntryType type, const ElementName& name, OpenElement* parent);
 
@@ -219,7 +220,7 @@ private:
     // them is put into the file.
     static constexpr std::size_t kMostOfOne = std::size_t{1} << 20;
     static constexpr std::size_t kMostHeld = std::size_t{1} << 20;
-    std::size_t held_ = 0;
+    Drafts drafts_;
     std::size_t roomAt_ = kMostHeld;
     HRESULT landing_ = S_OK;
 };

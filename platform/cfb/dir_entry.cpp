@@ -14,7 +14,7 @@ DirEntry::DirEntry() noexcept
 DirEntry::DirEntry(EntryType type, const ElementName& name) noexcept : DirEntry()
 {
     bytes_[kAtType] = static_cast<BYTE>(type);
-    SetName(name);
+    StoreName(name);
     SetStart(type == EntryType::kStorage ? 0 : kEndOfChain);
 }
 
@@ -28,6 +28,12 @@ ElementName DirEntry::Name() const noexcept
 void DirEntry::SetName(const ElementName& name) noexcept
 {
     std::memset(bytes_.data(), 0, 2 * (kMaxName + 1));
+    StoreName(name);
+}
+
+// Over nothing but zeros.
+void DirEntry::StoreName(const ElementName& name) noexcept
+{
     StoreUnits(bytes_.data(), name.Text(), name.Length());
     StoreU16(&bytes_[kAtNameBytes], static_cast<std::uint16_t>(2 * (name.Length() + 1)));
 }

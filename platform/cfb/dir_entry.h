@@ -56,6 +56,12 @@ public:
     EntryId Left() const noexcept { return LoadU32(&bytes_[kAtLeft]); }
     EntryId Right() const noexcept { return LoadU32(&bytes_[kAtRight]); }
     EntryId Child() const noexcept { return LoadU32(&bytes_[kAtChild]); }
+    void SetLinks(EntryId left, EntryId right, Color color) noexcept
+    {
+        SetLeft(left);
+        SetRight(right);
+        SetColor(color);
+    }
     void SetLeft(EntryId id) noexcept { StoreU32(&bytes_[kAtLeft], id); }
     void SetRight(EntryId id) noexcept { StoreU32(&bytes_[kAtRight], id); }
     void SetChild(EntryId id) noexcept { StoreU32(&bytes_[kAtChild], id); }
@@ -94,6 +100,7 @@ private:
         kAtSize = 0x78,
     };
 
+    void StoreName(const ElementName& name) noexcept;
     FILETIME TimeAt(std::size_t at) const noexcept;
     void SetTimeAt(std::size_t at, const FILETIME& time) noexcept;
 

@@ -1,8 +1,6 @@
 #include "platform/cfb/directory.h"
 
 #include <algorithm>
-#include <array>
-#include <cstring>
 #include <utility>
 #include <vector>
 
@@ -83,7 +81,7 @@ HRESULT Directory::Allocate(EntryId* id)
 void Directory::NoteTaken(EntryId id)
 {
     if (id >= taken_.size())
-        taken_.resize(std::size_t{id} + 1);
+        taken_.resize((std::size_t{id} | 4095) + 1);
     taken_[id] = true;
 }
 
@@ -128,23 +126,46 @@ HRESULT Directory::Lacking(EntryId count, SectorId* sectors)
     return S_OK;
 }
 
-HRESULT Directory::Append(SectorId sectors)
+HRESULT Directory::Append(SectorId sectors, EntryId written)
 {
     if (sectors == 0)
         return S_OK;
     std::vector<SectorId> added;
-    CFB_TRY(TakeChain(
-        fat_, [this](SectorId* sector) { return allocator_.Take(sector); }, sectors, &added));
-    std::array<BYTE, OrderedFile::kPage> free;
-    for (std::size_t at = 0; at < sectors_.SectorBytes(); at += kEntryBytes)
-        std::memcpy(&free[at], DirEntry().Bytes(), kEntryBytes);
-    for (const SectorId sector : added)
-        CFB_TRY(sectors_.Write(sector, 0, free.data(), sectors_.SectorBytes()));
+    CFB_TRY(allocator_.TakeMany(sectors, &added));
+    CFB_TRY(fat_.SetChain(added));
     const EntryId first = length_ * PerSector();
+    // The least ones are taken first.
+    const EntryId free = first + (written - std::min(written, slots_.Known()));
     chain_.Append(length_, std::move(added));
     length_ += sectors;
     slots_.GiveUnused(first, length_ * PerSector());
+    return WriteFree(free, length_ * PerSector());
+}
+
+HRESULT Directory::WriteFree(EntryId begin, EntryId end)
+{
+    const DirEntry free;
+    for (EntryId id = begin; id < end; ++id)
+        CFB_TRY(Write(id, free));
     return S_OK;
+}
+
+HRESULT Directory::RunAt(EntryId first, EntryId most, EntryId* count)
+{
+    const EntryId within = first & (PerSector() - 1);
+    SectorId sector = 0;
+    SectorId run = 0;
+    CFB_TRY(chain_.RunAt(IndexOf(first), IndexOf(within + most - 1) + 1, &sector, &run));
+    *count = std::min(most, run * PerSector() - within);
+    return S_OK;
+}
+
+HRESULT Directory::WriteRun(EntryId first, EntryId count, const BYTE* bytes)
+{
+    SectorId sector = 0;
+    ++version_;
+    CFB_TRY(chain_.At(IndexOf(first), &sector));
+    return sectors_.WriteData(sector, PlaceOf(first), bytes, count * kEntryBytes);
 }
 
 HRESULT Directory::LinkGrowth()

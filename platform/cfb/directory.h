@@ -32,6 +32,9 @@ public:
     [[nodiscard]] HRESULT Write(EntryId id, const DirEntry& entry);
     // Another one as soon as any entry may have changed. Never 0, and never the same again.
     std::uint64_t Version() const noexcept { return version_; }
+    // How many entries from `first` on, `most` at the most, lie behind each other; and writes such.
+    [[nodiscard]] HRESULT RunAt(EntryId first, EntryId most, EntryId* count);
+    [[nodiscard]] HRESULT WriteRun(EntryId first, EntryId count, const BYTE* bytes);
     // Where the entry's bytes stand in the file.
     [[nodiscard]] HRESULT OffsetOf(EntryId id, std::uint64_t* offset);
 
@@ -42,8 +45,9 @@ public:
     // How many sectors the directory has to grow by until `count` free entries are known.
     [[nodiscard]] HRESULT Lacking(EntryId count, SectorId* sectors);
     // Adds sectors full of free entries. LinkGrowth is to follow, an Order before and one behind it; what is
-    // written into entries in between nobody reaches before that.
-    [[nodiscard]] HRESULT Append(SectorId sectors);
+    // written into entries in between nobody reaches before that. written: so many entries will be taken by
+    // AllocateMany and written before that, so that they needn't be free ones first.
+    [[nodiscard]] HRESULT Append(SectorId sectors, EntryId written = 0);
     [[nodiscard]] HRESULT LinkGrowth();
     // Takes `count` entries, of which at least as many are known as free.
     void AllocateMany(EntryId count, std::vector<EntryId>* ids)
@@ -78,6 +82,7 @@ private:
     SectorId IndexOf(EntryId id) const noexcept { return id >> (sectors_.Shift() - kEntryShift); }
     std::size_t PlaceOf(EntryId id) const noexcept { return (id & (PerSector() - 1)) * kEntryBytes; }
     [[nodiscard]] HRESULT Measure();
+    [[nodiscard]] HRESULT WriteFree(EntryId begin, EntryId end);
     [[nodiscard]] HRESULT Take(EntryId* id);
     void NoteTaken(EntryId id);
     [[nodiscard]] HRESULT FindFree(EntryId begin, EntryId end, FreeMap& free);

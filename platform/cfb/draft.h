@@ -2,69 +2,134 @@
 #ifndef QUORVANE_PLATFORM_CFB_DRAFT_H_
 #define QUORVANE_PLATFORM_CFB_DRAFT_H_
 
-#include <memory>
-#include <set>
-#include <vector>
-
+#include "platform/cfb/arena.h"
 #include "platform/cfb/dir_entry.h"
 
 namespace quorvane::cfb {
 
 struct OpenElement;
 
-// A new storage of a storage that others see, or what grows below such a one: until it lands, nobody can
-// reach it but by the objects that are open on it. Its content lies in memory, or in sectors, and it may have
-// an entry already; in the file nothing points at any of that.
-//
-// Throws std::bad_alloc.
-struct Draft {
-    struct ByName {
-        using is_transparent = void;
-        bool operator()(const std::unique_ptr<Draft>& a, const std::unique_ptr<Draft>& b) const noexcept
-        {
-            return a->name.Compare(b->name) < 0;
-        }
-        bool operator()(const std::unique_ptr<Draft>& a, const ElementName& b) const noexcept
-        {
-            return a->name.Compare(b) < 0;
-        }
-        bool operator()(const ElementName& a, const std::unique_ptr<Draft>& b) const noexcept
-        {
-            return a.Compare(b->name) < 0;
-        }
-    };
-    using Children = std::set<std::unique_ptr<Draft>, ByName>;
-
-    // What one costs beside its content.
-    static constexpr std::size_t kCost = 512;
-
-    Draft(EntryType type, const ElementName& ofName) noexcept : name(ofName), entry(type, ofName) {}
-
+// An element of a new storage, by its name: a draft, or one that was placed: it has an entry in the file, which
+// is whole but for its links and its name, and all below it hangs there.
+struct DraftChild {
     bool IsPlaced() const noexcept { return id != kNoEntry; }
-    // Whether the content of a stream is in memory.
-    bool HoldsBytes() const noexcept { return !IsPlaced() && !inSectors; }
-    // Whether somebody has it open, or an element below it.
-    bool IsInUse() const noexcept;
     // Whether it, or something below it, takes room in the file.
     bool IsInFile() const noexcept;
-    // What it and all below it take of memory that landing gives back.
-    std::size_t Weight() const noexcept;
-    Draft* Find(const ElementName& child) const noexcept;
-    // Where a child of that name is, or the first one behind it. Most come in the order of names.
-    Children::iterator Seek(const ElementName& child) const noexcept;
+    ElementName Name() const noexcept
+    {
+        ElementName name;
+        name.AssignRaw(Units(), length);
+        return name;
+    }
+    // Compares `name` with this one's.
+    int Compare(const ElementName& name) const noexcept { return name.CompareRaw(Units(), length); }
+    // The name as in a directory entry. That of a placed one lies behind it.
+    const BYTE* Units() const noexcept;
 
-    ElementName name;
+    EntryId id = kNoEntry;
+    std::uint32_t length = 0;
+    // Of the tree of its siblings; `left` of the list of those that were dropped.
+    DraftChild* left = nullptr;
+    DraftChild* right = nullptr;
+    std::uint32_t rank = 0;
+};
+
+// The elements of a new storage, by their names: a tree that is balanced by ranks drawn by lot, of which none
+// is greater than the one above.
+class DraftChildren {
+public:
+    // Whether a name comes behind all there are.
+    bool IsBehindAll(const ElementName& name) const noexcept { return !last_ || last_->Compare(name) > 0; }
+    DraftChild* Find(const ElementName& name) const noexcept;
+    // The first one behind a name, or of all.
+    DraftChild* After(const ElementName* name) const noexcept;
+    // There is none of that name. behindAll: see above.
+    void Add(DraftChild& child, const ElementName& name, bool behindAll) noexcept;
+    void Remove(DraftChild& child, const ElementName& name) noexcept;
+    // Another one of the same name takes a child's place.
+    void Replace(DraftChild& child, DraftChild& by, const ElementName& name) noexcept;
+    // Calls visit(DraftChild&) for each, in order.
+    template <class Visit>
+    void Each(const Visit& visit) const
+    {
+        EachBelow(top_, visit);
+    }
+
+private:
+    template <class Visit>
+    static void EachBelow(DraftChild* child, const Visit& visit)
+    {
+        while (child) {
+            DraftChild* const right = child->right;
+            EachBelow(child->left, visit);
+            visit(*child);
+            child = right;
+        }
+    }
+    DraftChild** LinkTo(const DraftChild& child, const ElementName& name) noexcept;
+    void FindLast() noexcept;
+
+    DraftChild* top_ = nullptr;
+    DraftChild* last_ = nullptr;  // most come in the order of names
+};
+
+// A new storage of a storage that others see, or what grows below such a one: until it lands, nobody can
+// reach it but by the objects that are open on it. Its content lies in memory, or in sectors; in the file
+// nothing points at that.
+struct Draft : DraftChild {
+    Draft(EntryType type, const ElementName& name) noexcept : entry(type, name)
+    {
+        length = static_cast<std::uint32_t>(name.Length());
+    }
+
+    void SetName(const ElementName& name) noexcept
+    {
+        entry.SetName(name);
+        length = static_cast<std::uint32_t>(name.Length());
+    }
+    // Whether the content of a stream is in memory.
+    bool HoldsBytes() const noexcept { return !inSectors; }
+    // Among the drafts of its storage.
+    void LinkInto(Draft& storage) noexcept;
+    void UnlinkFrom(Draft& storage) noexcept;
+
     // But for links, and for start and size of a stream that is in memory.
     DirEntry entry;
-    std::vector<BYTE> bytes;
+    OpenElement* open = nullptr;  // elements below it are open only as long as it is
+    BYTE* bytes = nullptr;
+    std::uint32_t size = 0;
+    std::uint32_t capacity = 0;
     bool inSectors = false;
-    // When it is placed: its entry in the file, which is whole but for its links and name, and to which all
-    // below it hangs.
-    EntryId id = kNoEntry;
-    OpenElement* open = nullptr;
-    Children children;
-    std::vector<Draft*> unplaced;  // those of the children that have no entry in the file
-    std::unique_ptr<Draft> nextDropped;
+    EntryId place = kNoEntry;  // the entry that it gets, while it is put into the file
+    DraftChildren children;
+    Draft* firstDraft = nullptr;  // of those of the children that have no entry in the file
+    Draft* next = nullptr;        // of its siblings that have none
+    Draft* previous = nullptr;
+};
+
+// Makes drafts and has their memory. One call at a time. Throws std::bad_alloc.
+class Drafts {
+public:
+    Draft* Make(EntryType type, const ElementName& name);
+    // What takes a draft's place among its siblings when it is placed. The caller sets its number.
+    DraftChild* MakePlaced(const ElementName& name);
+    // With all below it.
+    void Discard(DraftChild& child) noexcept;
+    // The content of a stream: gives it room, and changes its size; what it grows by is zeros.
+    void Reserve(Draft& stream, std::size_t capacity);
+    void SetSize(Draft& stream, std::size_t size);
+    void Write(Draft& stream, std::size_t offset, const void* from, std::size_t count);
+    void DropBytes(Draft& stream) noexcept;
+
+    // What they take of memory, but for those that were placed.
+    std::size_t Held() const noexcept { return memory_.Held(); }
+
+private:
+    std::uint32_t DrawRank() noexcept;
+
+    Arena memory_;
+    Arena placed_;  // which stay longer
+    std::uint32_t lot_ = 0x9E3779B9;
 };
 
 }  // namespace quorvane::cfb

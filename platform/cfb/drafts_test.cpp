@@ -474,8 +474,10 @@ protected:
 TEST_P(DraftFaultTest, WhateverIsRefusedIsToldAndTheFileIsSound)
 {
     const Tree expected = Replaced();
+    // These are few, as what is written whole isn't read first.
+    const bool reads = GetParam() == Refused::kOneRead;
     std::size_t toldOf = 0;
-    for (std::size_t access = 0;; access += kOneOf * (1 + access / 12)) {
+    for (std::size_t access = 0;; access += reads ? 1 : kOneOf * (1 + access / 12)) {
         SCOPED_TRACE(access);
         bytes = MakeComObject<FaultyBytes>();
         root.Reset();
@@ -495,7 +497,7 @@ TEST_P(DraftFaultTest, WhateverIsRefusedIsToldAndTheFileIsSound)
             break;
     }
     EXPECT_FALSE(told_) << "nothing was refused at last";
-    EXPECT_LT(10u / kOneOf, toldOf);
+    EXPECT_LT(reads ? 2u : 10u / kOneOf, toldOf);
 }
 
 INSTANTIATE_TEST_SUITE_P(Refusals, DraftFaultTest,

@@ -20,7 +20,7 @@ inline OLECHAR UpperUnit(OLECHAR unit) noexcept
 // number decides.
 class ElementName {
 public:
-    ElementName() noexcept = default;
+    ElementName() noexcept { text_[0] = 0; }
 
     // STG_E_INVALIDPOINTER  no text. STG_E_INVALIDNAME  empty, over 31 units, or with one of / \ : ! in it.
     [[nodiscard]] HRESULT Assign(LPCOLESTR text) noexcept;
@@ -41,7 +41,7 @@ private:
     int CompareUnits(std::size_t from, const UnitAt& unitAt) const noexcept;
 
     std::size_t length_ = 0;
-    OLECHAR text_[kMaxName + 1] = {};
+    OLECHAR text_[kMaxName + 1];  // what lies behind the end is of no meaning
 };
 
 }  // namespace quorvane::cfb

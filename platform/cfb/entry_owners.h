@@ -81,7 +81,7 @@ private:
     static void Set(Bits& bits, EntryId entry, bool value)
     {
         if (entry >= bits.size() && value)
-            bits.resize(std::size_t{entry} + 1);
+            bits.resize((std::size_t{entry} | 4095) + 1);
         if (entry < bits.size())
             bits[entry] = value;
     }

@@ -26,8 +26,11 @@ void FreeMap::Reach(std::uint32_t number)
     std::uint32_t place = number;
     for (auto& level : levels_) {
         place /= 64;
-        if (level.size() <= place)
-            level.resize(place + 1);
+        if (level.size() > place)
+            continue;
+        if (level.capacity() <= place)
+            level.reserve(place + place / 8 + 8);  // little more than is needed: there are large ones
+        level.resize(place + 1);
     }
 }
 

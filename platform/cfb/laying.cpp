@@ -1,9 +1,10 @@
 #include "platform/cfb/laying.h"
 
+#include <algorithm>
 #include <bit>
+#include <cstring>
 
 #include "platform/cfb/result.h"
-#include "platform/cfb/stream_body.h"
 
 namespace quorvane::cfb {
 
@@ -12,36 +13,33 @@ HRESULT Laying::Lay(const std::vector<Draft*>& drafts)
     for (const Draft* draft : drafts)
         Count(*draft);
     CFB_TRY(Reserve());
+    // Their entries, which get links later, lie side by side.
     for (Draft* draft : drafts) {
-        EntryId id = kNoEntry;
-        CFB_TRY(Write(*draft, kNoEntry, kNoEntry, Color::kBlack, &id));
-        laid_.emplace_back(draft, id);
+        Number(*draft);
+        draft->entry.SetLinks(kNoEntry, kNoEntry, Color::kBlack);
     }
+    for (Draft* draft : drafts)
+        CFB_TRY(Fill(*draft));
     return Finish();
 }
 
-HRESULT Laying::LayBelow(const Draft& storage, DirEntry* entry)
+HRESULT Laying::LayBelow(Draft& storage, DirEntry* entry)
 {
-    for (const auto& child : storage.children)
-        Count(*child);
+    for (const Draft* draft = storage.firstDraft; draft; draft = draft->next)
+        Count(*draft);
     CFB_TRY(Reserve());
+    CFB_TRY(FillStorage(storage));
     *entry = storage.entry;
-    CFB_TRY(Fill(storage, entry));
     return Finish();
 }
 
 // What is to be taken for a draft and all below it.
 void Laying::Count(const Draft& draft) noexcept
 {
-    if (draft.IsPlaced())
-        return;
     ++entries_;
-    const std::size_t size = draft.bytes.size();
-    if (draft.HoldsBytes() && size < kMiniCutoff)
-        miniSectors_ += static_cast<SectorId>((size + kMiniBytes - 1) / kMiniBytes);
-    else if (draft.HoldsBytes())
-        sectors_ += static_cast<SectorId>((size >> volume_.sectors.Shift()) + 1);
-    for (const auto& child : draft.children)
+    Contents& contents = ContentsFor(draft.size);
+    contents.count += contents.CountFor(draft.size);
+    for (const Draft* child = draft.firstDraft; child; child = child->next)
         Count(*child);
 }
 
@@ -51,19 +49,21 @@ HRESULT Laying::Reserve()
     SectorId forEntries = 0;
     SectorId minis = 0;
     CFB_TRY(volume_.directory.Lacking(entries_ + kForTheTree, &forEntries));
-    CFB_TRY(volume_.mini.Lacking(miniSectors_, &minis));
-    CFB_TRY(
-        volume_.allocator.Reserve(forEntries + sectors_ + (minis > 0 ? volume_.mini.SectorsFor(minis) : 0)));
-    CFB_TRY(volume_.directory.Append(forEntries));
+    CFB_TRY(volume_.mini.Lacking(minis_.count, &minis));
+    const SectorId forMinis = minis > 0 ? volume_.mini.SectorsFor(minis) : 0;
+    CFB_TRY(volume_.allocator.Reserve(forEntries + sectors_.count + forMinis));
+    CFB_TRY(volume_.directory.Append(forEntries, entries_));
     CFB_TRY(volume_.mini.Append(minis));
     volume_.directory.AllocateMany(entries_, &ids_);
-    volume_.mini.TakeMany(miniSectors_, &minis_);
-    return S_OK;
+    CFB_TRY(volume_.mini.TakeMany(minis_.count, &minis_.taken));
+    return volume_.allocator.TakeMany(sectors_.count, &sectors_.taken);
 }
 
 HRESULT Laying::Finish()
 {
-    CFB_TRY(WriteGathered());
+    CFB_TRY(Write(minis_, true));
+    CFB_TRY(Write(sectors_, true));
+    CFB_TRY(WriteEntries());
     CFB_TRY(volume_.fat.LinkGrowth());
     volume_.file.Order();
     CFB_TRY(volume_.directory.LinkGrowth());
@@ -72,85 +72,139 @@ HRESULT Laying::Finish()
     return S_OK;
 }
 
-// Takes the content of a small stream along, and has its entry tell where it comes to lie.
-void Laying::Gather(const std::vector<BYTE>& content, DirEntry* entry)
+// Takes the content of a stream along, and has its entry tell where it comes to lie.
+HRESULT Laying::Gather(Draft& stream)
 {
-    const std::size_t count = (content.size() + kMiniBytes - 1) / kMiniBytes;
-    entry->SetStart(minis_[nextMini_]);
-    entry->SetSize(content.size());
-    contents_.insert(contents_.end(), content.begin(), content.end());
-    contents_.resize((links_.size() + count) * kMiniBytes);
-    for (std::size_t i = 1; i < count; ++i)
-        links_.push_back(minis_[nextMini_ + i]);
-    links_.push_back(kEndOfChain);
-    nextMini_ += count;
-}
-
-HRESULT Laying::WriteGathered()
-{
-    const SectorId* const sectors = minis_.data() + nextMini_ - links_.size();
-    CFB_TRY(volume_.mini.Lay(sectors, links_.data(), contents_.data(), static_cast<SectorId>(links_.size())));
-    links_.clear();
-    contents_.clear();
+    stream.entry.SetSize(stream.size);
+    stream.entry.SetStart(kEndOfChain);
+    if (stream.size == 0)
+        return S_OK;
+    Contents& contents = ContentsFor(stream.size);
+    stream.entry.SetStart(contents.taken[contents.next]);
+    for (std::size_t done = 0; done < stream.size;) {
+        const std::size_t part = std::min(kGathered, stream.size - done);
+        const SectorId count = contents.CountFor(part);
+        const std::size_t at = contents.bytes.size();
+        contents.bytes.resize(at + (std::size_t{count} << contents.shift));
+        std::memcpy(&contents.bytes[at], stream.bytes + done, part);
+        contents.next += count;
+        done += part;
+        for (std::size_t i = contents.next - count + 1; i < contents.next; ++i)
+            contents.links.push_back(contents.taken[i]);
+        contents.links.push_back(done < stream.size ? contents.taken[contents.next] : kEndOfChain);
+        if (contents.bytes.size() >= kGathered)
+            CFB_TRY(Write(contents, false));
+    }
     return S_OK;
 }
 
-// Writes the content of a draft, or all below it, and has its entry tell where that is.
-HRESULT Laying::Fill(const Draft& draft, DirEntry* entry)
+// Writes what was gathered. all: the last run too, which what comes next may continue.
+HRESULT Laying::Write(Contents& contents, bool all)
 {
-    if (entry->Type() == EntryType::kStream) {
-        if (!draft.HoldsBytes() || draft.bytes.empty())
-            return S_OK;
-        if (draft.bytes.size() >= kMiniCutoff)
-            return StreamBody::Lay(volume_, draft.bytes, entry);
-        Gather(draft.bytes, entry);
-        return links_.size() >= kGathered ? WriteGathered() : S_OK;
+    const auto count = static_cast<SectorId>(contents.links.size());
+    const SectorId* const sectors = contents.taken.data() + contents.next - count;
+    SectorId done = 0;
+    while (done < count) {
+        SectorId run = RunLength(sectors + done, count - done);
+        SectorId at = sectors[done];
+        std::size_t offset = 0;
+        std::size_t bytes = std::size_t{run} << contents.shift;
+        if (&contents == &minis_)
+            CFB_TRY(volume_.mini.Locate(sectors[done], run, &at, &offset, &bytes));
+        run = static_cast<SectorId>(bytes >> contents.shift);
+        if (!all && done > 0 && done + run == count)
+            break;
+        CFB_TRY(contents.table.SetNexts(sectors[done], contents.links.data() + done, run));
+        CFB_TRY(volume_.sectors.WriteData(
+            at, offset, contents.bytes.data() + (std::size_t{done} << contents.shift), bytes));
+        done += run;
     }
-    std::vector<Draft*> children;
-    children.reserve(draft.children.size());
-    for (const auto& child : draft.children)
-        children.push_back(child.get());
+    contents.links.erase(contents.links.begin(), contents.links.begin() + done);
+    contents.bytes.erase(contents.bytes.begin(),
+                         contents.bytes.begin() + (std::ptrdiff_t{done} << contents.shift));
+    return S_OK;
+}
+
+void Laying::Number(Draft& draft)
+{
+    draft.place = ids_[laid_.size()];
+    laid_.push_back(&draft);
+    if (draft.open)
+        open_.push_back(&draft);
+}
+
+// Writes the content of a draft, or all below it, and has its entry tell where that is.
+HRESULT Laying::Fill(Draft& draft)
+{
+    if (draft.entry.Type() != EntryType::kStream)
+        return FillStorage(draft);
+    return draft.HoldsBytes() ? Gather(draft) : S_OK;
+}
+
+// The entries of a storage's elements lie behind each other in the order of their names, so that whoever
+// enumerates and opens them reads them in one go.
+HRESULT Laying::FillStorage(Draft& storage)
+{
+    const std::size_t begin = children_.size();
+    const std::size_t laid = laid_.size();
+    storage.children.Each([this](DraftChild& child) {
+        children_.push_back(&child);
+        if (!child.IsPlaced())
+            Number(static_cast<Draft&>(child));
+    });
+    const std::size_t count = children_.size() - begin;
+    const unsigned lastLevel = static_cast<unsigned>(std::bit_width(count + 1)) - 1;
     EntryId top = kNoEntry;
-    CFB_TRY(FillTree(children, 0, children.size(), 0, &top));
-    entry->SetChild(top);
+    CFB_TRY(Link(begin, children_.size(), 0, lastLevel, &top));
+    children_.resize(begin);
+    storage.entry.SetChild(top);
+    if (storage.place != kNoEntry)
+        volume_.owners.SetChanged(storage.place);
+    for (std::size_t i = laid, end = laid_.size(); i < end; ++i)
+        CFB_TRY(Fill(*laid_[i]));
     return S_OK;
 }
 
 // Makes a tree of the least depth, whose last, incomplete level is red.
-HRESULT Laying::FillTree(const std::vector<Draft*>& drafts, std::size_t begin, std::size_t end,
-                         unsigned level, EntryId* top)
+HRESULT Laying::Link(std::size_t begin, std::size_t end, unsigned level, unsigned lastLevel, EntryId* top)
 {
     *top = kNoEntry;
     if (begin == end)
         return S_OK;
     const std::size_t middle = begin + (end - begin) / 2;
-    const unsigned lastLevel = static_cast<unsigned>(std::bit_width(drafts.size() + 1)) - 1;
     EntryId left = kNoEntry;
     EntryId right = kNoEntry;
-    CFB_TRY(FillTree(drafts, begin, middle, level + 1, &left));
-    CFB_TRY(FillTree(drafts, middle + 1, end, level + 1, &right));
-    return Write(*drafts[middle], left, right, level == lastLevel ? Color::kRed : Color::kBlack, top);
+    CFB_TRY(Link(begin, middle, level + 1, lastLevel, &left));
+    CFB_TRY(Link(middle + 1, end, level + 1, lastLevel, &right));
+    const Color color = level == lastLevel ? Color::kRed : Color::kBlack;
+    DraftChild& child = *children_[middle];
+    if (!child.IsPlaced()) {
+        static_cast<Draft&>(child).entry.SetLinks(left, right, color);
+        *top = static_cast<Draft&>(child).place;
+        return S_OK;
+    }
+    *top = child.id;
+    DirEntry entry;
+    CFB_TRY(volume_.directory.Read(child.id, &entry));
+    entry.SetName(child.Name());
+    entry.SetLinks(left, right, color);
+    return volume_.directory.Write(child.id, entry);
 }
 
-HRESULT Laying::Write(Draft& draft, EntryId left, EntryId right, Color color, EntryId* id)
+HRESULT Laying::WriteEntries()
 {
-    *id = draft.id;
-    DirEntry entry = draft.entry;
-    if (draft.IsPlaced()) {
-        CFB_TRY(volume_.directory.Read(*id, &entry));
-        entry.SetName(draft.name);
-    } else {
-        *id = ids_[nextId_++];
-        CFB_TRY(Fill(draft, &entry));
-        if (entry.IsStorage())
-            volume_.owners.SetChanged(*id);
-        if (draft.open)
-            laid_.emplace_back(&draft, *id);
+    std::vector<BYTE> bytes;
+    for (std::size_t begin = 0; begin < laid_.size(); begin += bytes.size() / kEntryBytes) {
+        const std::size_t most = std::min(kGathered / kEntryBytes, laid_.size() - begin);
+        const EntryId numbered = RunLength(&ids_[begin], static_cast<EntryId>(most));
+        EntryId run = 0;
+        CFB_TRY(volume_.directory.RunAt(ids_[begin], numbered, &run));
+        bytes.resize(run * kEntryBytes);
+        for (std::size_t i = 0; i < run; ++i)
+            std::memcpy(&bytes[i * kEntryBytes], laid_[begin + i]->entry.Bytes(), kEntryBytes);
+        CFB_TRY(volume_.directory.WriteRun(ids_[begin], run, bytes.data()));
     }
-    entry.SetLeft(left);
-    entry.SetRight(right);
-    entry.SetColor(color);
-    return volume_.directory.Write(*id, entry);
+    return S_OK;
 }
 
 }  // namespace quorvane::cfb

@@ -2,7 +2,6 @@
 #ifndef QUORVANE_PLATFORM_CFB_LAYING_H_
 #define QUORVANE_PLATFORM_CFB_LAYING_H_
 
-#include <utility>
 #include <vector>
 
 #include "platform/cfb/draft.h"
@@ -11,51 +10,69 @@
 namespace quorvane::cfb {
 
 // Writes drafts in one go: contents and entries into free places, then the links that enlarged chains need,
-// then sizes. Nothing in the file points at what was laid: that comes next, or never. The drafts themselves
-// stay as they are: what became of them is told by Laid, and counts once the volume is committed.
+// then sizes. Nothing in the file points at what was laid: that comes next, or never. What became of the drafts
+// is told by their `place`, and counts once the volume is committed; else they stay as they are.
 //
 // For one use. Throws std::bad_alloc.
 class Laying {
 public:
-    explicit Laying(Volume& volume) noexcept : volume_(volume) {}
+    explicit Laying(Volume& volume) noexcept
+        : volume_(volume), minis_{volume.mini, kMiniShift, {}, {}, {}},
+          sectors_{volume.fat, volume.sectors.Shift(), {}, {}, {}}
+    {}
 
     // Each of these, with all below it; their entries hang nowhere.
     [[nodiscard]] HRESULT Lay(const std::vector<Draft*>& drafts);
     // All below a storage, which gets an entry from the caller: *entry is complete but for its links.
-    [[nodiscard]] HRESULT LayBelow(const Draft& storage, DirEntry* entry);
+    [[nodiscard]] HRESULT LayBelow(Draft& storage, DirEntry* entry);
 
-    // The entries of the drafts that were passed to Lay, and of all that somebody has open.
-    const std::vector<std::pair<Draft*, EntryId>>& Laid() const noexcept { return laid_; }
+    // Those of the drafts that somebody has open.
+    const std::vector<Draft*>& LaidOpen() const noexcept { return open_; }
 
 private:
     // How many entries the change of the tree that comes next takes, and a little more.
     static constexpr EntryId kForTheTree = 8;
-    // Contents of small streams are gathered up to that many mini sectors, and written at once.
-    static constexpr SectorId kGathered = 1024;
+    // What is gathered before what lies in one place goes out.
+    static constexpr std::size_t kGathered = 65536;
 
+    // Contents that come to lie in sectors of one table.
+    struct Contents {
+        SectorId CountFor(std::size_t size) const noexcept
+        {
+            return static_cast<SectorId>((size + (std::size_t{1} << shift) - 1) >> shift);
+        }
+
+        LinkTable& table;
+        unsigned shift;               // of a sector's size
+        std::vector<SectorId> taken;  // for all contents
+        std::vector<SectorId> links;  // of the last ones of these that were used, to which `bytes` belong
+        std::vector<BYTE> bytes;
+        SectorId count = 0;    // how many are needed
+        std::size_t next = 0;  // the first one that isn't used
+    };
+
+    Contents& ContentsFor(std::size_t size) noexcept { return size < kMiniCutoff ? minis_ : sectors_; }
     void Count(const Draft& draft) noexcept;
     [[nodiscard]] HRESULT Reserve();
     [[nodiscard]] HRESULT Finish();
-    void Gather(const std::vector<BYTE>& content, DirEntry* entry);
-    [[nodiscard]] HRESULT WriteGathered();
-    [[nodiscard]] HRESULT Fill(const Draft& draft, DirEntry* entry);
-    [[nodiscard]] HRESULT FillTree(const std::vector<Draft*>& drafts, std::size_t begin, std::size_t end,
-                                   unsigned level, EntryId* top);
-    [[nodiscard]] HRESULT Write(Draft& draft, EntryId left, EntryId right, Color color, EntryId* id);
+    [[nodiscard]] HRESULT Gather(Draft& stream);
+    [[nodiscard]] HRESULT Write(Contents& contents, bool all);
+    void Number(Draft& draft);
+    [[nodiscard]] HRESULT Fill(Draft& draft);
+    [[nodiscard]] HRESULT FillStorage(Draft& storage);
+    [[nodiscard]] HRESULT Link(std::size_t begin, std::size_t end, unsigned level, unsigned lastLevel,
+                               EntryId* top);
+    [[nodiscard]] HRESULT WriteEntries();
 
     Volume& volume_;
+    Contents minis_;
+    Contents sectors_;
+    // The entries that were taken, and the drafts that use the first ones of them.
     EntryId entries_ = 0;
-    SectorId miniSectors_ = 0;
-    SectorId sectors_ = 0;
-    // What was reserved, and how much of it has been used.
     std::vector<EntryId> ids_;
-    std::vector<SectorId> minis_;
-    std::size_t nextId_ = 0;
-    std::size_t nextMini_ = 0;
-    // Of the mini sectors before nextMini_, as many as haven't been written yet.
-    std::vector<SectorId> links_;
-    std::vector<BYTE> contents_;
-    std::vector<std::pair<Draft*, EntryId>> laid_;
+    std::vector<Draft*> laid_;
+    std::vector<Draft*> open_;
+    std::vector<DraftChild*> children_;  // of the storages that are being filled
 };
 
 }  // namespace quorvane::cfb

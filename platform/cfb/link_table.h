@@ -14,6 +14,15 @@
 
 namespace quorvane::cfb {
 
+// How many of `count` sectors, from the first one on, have numbers one behind the other.
+inline SectorId RunLength(const SectorId* sectors, SectorId count) noexcept
+{
+    SectorId run = 1;
+    while (run < count && sectors[run] == sectors[0] + run)
+        ++run;
+    return run;
+}
+
 // For each sector the next one of its chain, or a mark. One call at a time. Throws std::bad_alloc.
 class LinkTable {
 public:
@@ -73,12 +82,13 @@ public:
         std::array<BYTE, 4 * kBlock> links;
         while (count > 0) {
             const SectorId part = std::min(count, kBlock - first % kBlock);
-            for (SectorId i = 0; i < part; ++i) {
+            for (SectorId i = 0; i < part && claims_.MayKnow(first); ++i) {
                 CFB_TRY(Unfollow(first + i));
                 if (nexts[i] == kFreeSector)
                     claims_.Release(first + i);
-                StoreU32(&links[4 * i], nexts[i]);
             }
+            for (SectorId i = 0; i < part; ++i)
+                StoreU32(&links[4 * i], nexts[i]);
             CFB_TRY(SetLinks(first, links.data(), part));
             first += part;
             nexts += part;
@@ -92,6 +102,17 @@ public:
         std::vector<SectorId> nexts(count, next);
         std::iota(nexts.begin(), nexts.end() - 1, first + 1);
         return SetNexts(first, nexts.data(), count);
+    }
+    // Makes sectors a chain, which ends with the last of them.
+    [[nodiscard]] HRESULT SetChain(std::vector<SectorId> sectors)
+    {
+        const auto count = static_cast<SectorId>(sectors.size());
+        sectors.push_back(kEndOfChain);
+        for (SectorId begin = 0, run = 0; begin < count; begin += run) {
+            run = RunLength(&sectors[begin], count - begin);
+            CFB_TRY(SetNexts(sectors[begin], &sectors[begin + 1], run));
+        }
+        return S_OK;
     }
     // Marks up to `most` sectors of the chain that begins at *at as free and gives them to `slots`; *at
     // becomes the rest of the chain. A chain that leads to sectors that aren't in use, or to `end`, ends

@@ -65,6 +65,18 @@ HRESULT MiniStream::Take(SectorId* sector)
     return S_OK;
 }
 
+HRESULT MiniStream::TakeMany(SectorId count, std::vector<SectorId>* sectors)
+{
+    const SectorId known = std::min(count, slots_.Known());
+    slots_.TakeMany(known, sectors);
+    for (SectorId i = known; i < count; ++i) {
+        SectorId sector = 0;
+        CFB_TRY(Take(&sector));
+        sectors->push_back(sector);
+    }
+    return S_OK;
+}
+
 HRESULT MiniStream::StoreRoot(SectorId start, SectorId count)
 {
     DirEntry root;
@@ -102,8 +114,9 @@ HRESULT MiniStream::Append(SectorId wanted)
     CFB_TRY(AppendSectors(links_, links, LinkSectors(count) - std::min(links, LinkSectors(count)), &free));
     const SectorId old = std::exchange(count_, count);
     // Behind what it covered, an older mini FAT of another program may hold anything.
-    for (SectorId sector = old; sector < std::min(count, links * LinksPerSector()); ++sector)
-        CFB_TRY(SetNext(sector, kFreeSector));
+    const SectorId covered = std::clamp(links * LinksPerSector(), old, count);
+    const std::vector<SectorId> nexts(covered - old, kFreeSector);
+    CFB_TRY(SetNexts(old, nexts.data(), covered - old));
     linkSectors_ = std::max(links, LinkSectors(count));
     grown_ = true;
     slots_.GiveUnused(old, count);
@@ -116,8 +129,8 @@ HRESULT MiniStream::AppendSectors(Chain& chain, SectorId length, SectorId count,
     if (count == 0)
         return S_OK;
     std::vector<SectorId> added;
-    CFB_TRY(TakeChain(
-        fat_, [this](SectorId* sector) { return allocator_.Take(sector); }, count, &added));
+    CFB_TRY(allocator_.TakeMany(count, &added));
+    CFB_TRY(fat_.SetChain(added));
     for (const SectorId sector : added) {
         if (fill)
             CFB_TRY(sectors_.Fill(sector, *fill));
@@ -134,24 +147,6 @@ HRESULT MiniStream::Lacking(SectorId count, SectorId* wanted)
     if (slots_.Known() < count)
         CFB_TRY(slots_.Look(look, kLookAt));
     *wanted = count - std::min(count, slots_.Known());
-    return S_OK;
-}
-
-HRESULT MiniStream::Lay(const SectorId* sectors, const SectorId* nexts, const BYTE* content, SectorId count)
-{
-    for (SectorId begin = 0, run = 0; begin < count; begin += run) {
-        run = RunLength(sectors + begin, count - begin);
-        CFB_TRY(SetNexts(sectors[begin], nexts + begin, run));
-        for (SectorId done = 0; done < run;) {
-            SectorId at = 0;
-            std::size_t offset = 0;
-            std::size_t bytes = 0;
-            CFB_TRY(Locate(sectors[begin] + done, run - done, &at, &offset, &bytes));
-            CFB_TRY(
-                sectors_.WriteData(at, offset, content + (std::size_t{begin} + done) * kMiniBytes, bytes));
-            done += static_cast<SectorId>(bytes / kMiniBytes);
-        }
-    }
     return S_OK;
 }
 

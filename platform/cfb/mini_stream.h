@@ -32,22 +32,17 @@ public:
     [[nodiscard]] HRESULT Locate(SectorId sector, SectorId most, SectorId* at, std::size_t* offset,
                                  std::size_t* bytes);
 
-    // Takes a mini sector, whose link the caller sets.
-    [[nodiscard]] HRESULT Take(SectorId* sector);
+    // Takes mini sectors, whose links the caller sets, and appends them to *sectors.
+    [[nodiscard]] HRESULT TakeMany(SectorId count, std::vector<SectorId>* sectors);
     // As Directory's: how many mini sectors are to be added, and the adding of them.
     [[nodiscard]] HRESULT Lacking(SectorId count, SectorId* wanted);
     [[nodiscard]] HRESULT Append(SectorId wanted);
     [[nodiscard]] HRESULT LinkGrowth();
-    void TakeMany(SectorId count, std::vector<SectorId>* sectors) { slots_.TakeMany(count, sectors); }
     // How many sectors that takes, of the mini stream and of the mini FAT.
     SectorId SectorsFor(SectorId wanted) const noexcept
     {
         return wanted / PerSector() + wanted / LinksPerSector() + 4;
     }
-    // Writes content and links of mini sectors that nothing leads to: those of `count` sectors, the n-th of
-    // which leads to nexts[n].
-    [[nodiscard]] HRESULT Lay(const SectorId* sectors, const SectorId* nexts, const BYTE* content,
-                              SectorId count);
     // Frees a chain, as SectorAllocator::FreeChain does.
     [[nodiscard]] HRESULT FreeChain(SectorId* at, std::uint32_t most)
     {
@@ -81,6 +76,7 @@ private:
     }
     [[nodiscard]] HRESULT GetLinks(SectorId first, BYTE* links, SectorId count) override;
     [[nodiscard]] HRESULT SetLinks(SectorId first, const BYTE* links, SectorId count) override;
+    [[nodiscard]] HRESULT Take(SectorId* sector);
     [[nodiscard]] HRESULT Grow();
     [[nodiscard]] HRESULT AppendSectors(Chain& chain, SectorId length, SectorId count, const BYTE* fill);
     [[nodiscard]] HRESULT StoreRoot(SectorId start, SectorId count);

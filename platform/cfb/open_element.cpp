@@ -92,12 +92,13 @@ void OpenElements::Revert(OpenElement& element) noexcept
     Detach(element);
     if (element.draft)
         element.draft->open = nullptr;
+    else
+        Take(element);
     element.draft = nullptr;
     if (element.top)
-        Drop(std::move(element.top));
+        Drop(*std::exchange(element.top, nullptr));
     element.reverted = true;
     element.list.clear();
-    Take(element);
 }
 
 void OpenElements::RevertEntry(EntryId id) noexcept

@@ -34,9 +34,9 @@ struct OpenElement {
     unsigned users = 1;  // objects on the element
 
     // When it is a draft: which one. Its `id` is none then. `top`: the same, of a draft whose parent is none,
-    // and so the owner of all below it.
+    // which goes with its element.
     Draft* draft = nullptr;
-    std::unique_ptr<Draft> top;
+    Draft* top = nullptr;
 
     // Of a storage: its tree was walked through; all links led to sound entries, each one once; it is one that
     // can be searched. `list`: what the walk found, sorted by name. It takes the place of a tree that can't be
@@ -61,7 +61,7 @@ struct OpenElement {
     // Of a stream, but for the content that a draft has in memory.
     StreamBody body;
     bool HoldsBytes() const noexcept { return draft && draft->HoldsBytes(); }
-    std::uint64_t Size() const noexcept { return HoldsBytes() ? draft->bytes.size() : body.Size(); }
+    std::uint64_t Size() const noexcept { return HoldsBytes() ? draft->size : body.Size(); }
 };
 
 using OpenElementPtr = std::shared_ptr<OpenElement>;
@@ -74,13 +74,12 @@ public:
     // The element, which was a draft, is one of the file. E_OUTOFMEMORY isn't among its failures: Add has
     // seen to it.
     void Landed(OpenElement& element, EntryId id) noexcept;
-    // Drafts that nobody can reach any more.
-    std::unique_ptr<Draft> TakeDropped() noexcept { return std::move(dropped_); }
-    void Drop(std::unique_ptr<Draft> draft) noexcept
+    // Takes one of the drafts that nobody can reach any more; null if there is none.
+    DraftChild* TakeDropped() noexcept
     {
-        draft->nextDropped = std::move(dropped_);
-        dropped_ = std::move(draft);
+        return dropped_ ? std::exchange(dropped_, dropped_->left) : nullptr;
     }
+    void Drop(DraftChild& draft) noexcept { draft.left = std::exchange(dropped_, &draft); }
     // Takes an element and all below it out and marks them as reverted.
     void Revert(OpenElement& element) noexcept;
     // The same for whoever has that entry open.
@@ -99,7 +98,7 @@ private:
     void Grow();
     static void Detach(OpenElement& element) noexcept;
 
-    std::unique_ptr<Draft> dropped_;
+    DraftChild* dropped_ = nullptr;
     std::vector<OpenElement*> buckets_;  // a power of two of them
     std::size_t count_ = 0;
 };

@@ -149,6 +149,17 @@ HRESULT OrderedFile::Fetch(std::uint64_t page, Frame** frame)
     return Load(**frame, page);
 }
 
+// The same for a page all of which is about to be written.
+HRESULT OrderedFile::FetchWhole(std::uint64_t page, Frame** frame)
+{
+    *frame = Find(page);
+    if (*frame)
+        return S_OK;
+    CFB_TRY(FreshFrame(frame));
+    Put(**frame, page);
+    return S_OK;
+}
+
 HRESULT OrderedFile::ReadDirect(std::uint64_t offset, BYTE* to, std::size_t count)
 {
     std::size_t read = 0;
@@ -222,11 +233,11 @@ HRESULT OrderedFile::WritePages(std::uint64_t offset, const BYTE* from, std::siz
 {
     while (count > 0) {
         Frame* frame = nullptr;
-        CFB_TRY(Fetch(offset / kPage, &frame));
-        if (MustGoOutBefore(*frame))
-            CFB_TRY(Flush());
         const std::size_t at = offset % kPage;
         const std::size_t part = std::min(count, kPage - at);
+        CFB_TRY(part == kPage ? FetchWhole(offset / kPage, &frame) : Fetch(offset / kPage, &frame));
+        if (MustGoOutBefore(*frame))
+            CFB_TRY(Flush());
         CFB_TRY(MarkPending(*frame));
         Change(*frame, at, from, part);
         from += part;
@@ -240,7 +251,7 @@ HRESULT OrderedFile::WritePages(std::uint64_t offset, const BYTE* from, std::siz
 HRESULT OrderedFile::WriteThrough(std::uint64_t offset, const void* from, std::size_t count)
 {
     const auto* in = static_cast<const BYTE*>(from);
-    CFB_TRY(store_->Check());
+    CFB_TRY(Check());
     CFB_TRY(store_->WriteAt(offset, in, count));
     const std::uint64_t end = offset + count;
     stored_ = std::max(stored_, end);
@@ -255,6 +266,15 @@ HRESULT OrderedFile::WriteThrough(std::uint64_t offset, const void* from, std::s
         std::memcpy(&frame->bytes[first % kPage], in + (first - offset),
                     static_cast<std::size_t>(last - first));
     }
+    return S_OK;
+}
+
+// Once an operation.
+HRESULT OrderedFile::Check()
+{
+    if (!checked_)
+        CFB_TRY(store_->Check());
+    checked_ = true;
     return S_OK;
 }
 
@@ -311,7 +331,7 @@ HRESULT OrderedFile::WriteRun(std::size_t begin, std::size_t end)
 HRESULT OrderedFile::Flush()
 {
     if (size_ > stored_ || !pending_.empty())
-        CFB_TRY(store_->Check());
+        CFB_TRY(Check());
     CFB_TRY(Grow());
     for (std::size_t step = 0; step < pending_.size();) {
         const std::size_t end = EndOfStep(step);
@@ -329,6 +349,7 @@ HRESULT OrderedFile::Commit()
 {
     CFB_TRY(Flush());
     stage_ = 0;
+    checked_ = false;
     return S_OK;
 }
 
@@ -371,6 +392,7 @@ void OrderedFile::DropCache() noexcept
     buckets_.clear();
     hand_ = 0;
     stage_ = 0;
+    checked_ = false;
 }
 
 }  // namespace quorvane::cfb

@@ -100,7 +100,7 @@ public:
 private:
     static constexpr std::size_t kBuckets = 4096;
     static constexpr std::size_t kMaxPending = 512;
-    static constexpr std::size_t kWrittenThrough = 8 * kPage;  // content from this size on isn't cached
+    static constexpr std::size_t kWrittenThrough = 2 * kPage;  // content from this size on isn't cached
     static constexpr std::size_t kPagesAtOnce = 32;
     static constexpr std::size_t kPagesAhead = 8;
     static constexpr std::size_t kRecent = 64;
@@ -108,6 +108,8 @@ private:
     static constexpr std::uint64_t kNoPage = ~std::uint64_t{0};
 
     struct Frame {
+        Frame() noexcept {}  // leaves the bytes as they are
+
         std::uint64_t page = kNoPage;
         Frame* next_in_bucket = nullptr;
         std::size_t dirty_begin = 0;
@@ -141,6 +143,7 @@ private:
     Frame* Find(std::uint64_t page) noexcept;
     Frame* FindInBuckets(std::uint64_t page) noexcept;
     [[nodiscard]] HRESULT Fetch(std::uint64_t page, Frame** frame);
+    [[nodiscard]] HRESULT FetchWhole(std::uint64_t page, Frame** frame);
     [[nodiscard]] HRESULT FreshFrame(Frame** frame);
     void Drop(Frame& frame) noexcept;
     [[nodiscard]] HRESULT Load(Frame& frame, std::uint64_t page);
@@ -150,6 +153,7 @@ private:
     bool MustGoOutBefore(const Frame& frame) const noexcept;
     [[nodiscard]] HRESULT MarkPending(Frame& frame);
     [[nodiscard]] HRESULT WriteThrough(std::uint64_t offset, const void* from, std::size_t count);
+    [[nodiscard]] HRESULT Check();
     [[nodiscard]] HRESULT Grow();
     [[nodiscard]] HRESULT Flush();
     std::size_t EndOfStep(std::size_t begin) const noexcept;
@@ -164,6 +168,7 @@ private:
     std::uint64_t blank_ =
         0;  // from here on the store holds the zeros that it grew by, to which nothing was written
     std::uint64_t stage_ = 0;
+    bool checked_ = false;         // that the store is as it was left
     std::deque<Frame> frames_;     // stay where they are
     std::vector<Frame*> spare_;
     std::vector<Frame*> pending_;  // in the order of their stages

@@ -255,6 +255,16 @@ TEST_F(OrderedFileTest, WhatTheStoreGrewByIsZerosWithoutARead)
     EXPECT_EQ(5, read);
 }
 
+TEST_F(OrderedFileTest, APageThatIsWrittenWholeIsNotReadFirst)
+{
+    const Bytes page(kPage, 9);
+    const std::uint64_t before = store.calls;
+    ASSERT_EQ(S_OK, file.Write(7 * kPage, page.data(), page.size()));
+    EXPECT_EQ(before, store.calls);
+    ASSERT_EQ(S_OK, file.Commit());
+    EXPECT_EQ(page, Bytes(store.bytes.begin() + 7 * kPage, store.bytes.begin() + 8 * kPage));
+}
+
 TEST_F(OrderedFileTest, NothingIsCutWhenWhatComesBeforeIsRefused)
 {
     Write(0, 1);

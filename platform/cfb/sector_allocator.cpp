@@ -26,6 +26,20 @@ HRESULT SectorAllocator::Take(SectorId* sector)
     return S_OK;
 }
 
+HRESULT SectorAllocator::TakeMany(SectorId count, std::vector<SectorId>* sectors)
+{
+    const SectorId known = std::min(count, slots_.Known());
+    slots_.TakeMany(known, sectors);
+    if (known > 0 && sectors->back() + 1 == sectors_.Count())
+        sectors_.GrowTo(sectors_.Count());
+    for (SectorId i = known; i < count; ++i) {
+        SectorId sector = 0;
+        CFB_TRY(Take(&sector));
+        sectors->push_back(sector);
+    }
+    return S_OK;
+}
+
 HRESULT SectorAllocator::Reserve(SectorId count)
 {
     SectorId lacking = count - std::min(count, slots_.Known());
@@ -33,15 +47,17 @@ HRESULT SectorAllocator::Reserve(SectorId count)
     if (lacking == 0 || withTables > Limit() - std::min(Limit(), sectors_.Count()))
         return S_OK;
     while (lacking > 0) {
-        if (sectors_.Count() == fat_.Slots())
+        // A new sector of the FAT says of all others that they are free; an old one may hold anything.
+        const bool fresh = sectors_.Count() == fat_.Slots();
+        if (fresh)
             CFB_TRY(fat_.Append());
         const SectorId begin = sectors_.Count();
         const SectorId added = std::min(lacking, fat_.Slots() - begin);
         if (sectors_.OffsetOf(begin + added) > kRangeLockOffset)
             break;
         sectors_.GrowTo(begin + added);
-        const std::vector<SectorId> free(added, kFreeSector);
-        CFB_TRY(fat_.SetNexts(begin, free.data(), added));
+        const std::vector<SectorId> free(fresh ? 0 : added, kFreeSector);
+        CFB_TRY(fat_.SetNexts(begin, free.data(), static_cast<SectorId>(free.size())));
         slots_.GiveUnused(begin, begin + added);
         lacking -= added;
     }

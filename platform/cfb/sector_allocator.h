@@ -20,6 +20,8 @@ public:
 
     // Takes a sector, whose FAT entry the caller sets. STG_E_MEDIUMFULL: the format's limit.
     [[nodiscard]] HRESULT Take(SectorId* sector);
+    // The same with `count` sectors, which are appended to *sectors.
+    [[nodiscard]] HRESULT TakeMany(SectorId count, std::vector<SectorId>* sectors);
     // Sees to it that the next `count` sectors are taken without one more growth of the FAT, as far as the
     // format's limit goes. Fat::LinkGrowth is to follow before anything leads to what is written into them.
     [[nodiscard]] HRESULT Reserve(SectorId count);

@@ -27,6 +27,12 @@ public:
     // Whether a walk went on from that sector, so that the one behind it is claimed.
     bool IsFollowed(SectorId sector) const noexcept { return Has(followed_, sector); }
 
+    // Whether anything may be known of that sector, or of one behind it.
+    bool MayKnow(SectorId sector) const noexcept
+    {
+        return sector < claimed_.size() || sector < followed_.size();
+    }
+
     // The sector's link is about to change.
     void Unfollow(SectorId from) noexcept { Unset(followed_, from); }
     // No chain holds the sector any more.
@@ -47,7 +53,7 @@ private:
     static bool Set(Bits& bits, SectorId sector)
     {
         if (sector >= bits.size())
-            bits.resize(std::size_t{sector} + 1);
+            bits.resize((std::size_t{sector} | 4095) + 1);
         return bits[sector] = true;
     }
     static void Unset(Bits& bits, SectorId sector) noexcept

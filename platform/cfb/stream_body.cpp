@@ -148,10 +148,8 @@ HRESULT StreamBody::NewChain(bool mini, SectorId count, Chain* chain)
 {
     LinkTable& table = Table(mini);
     std::vector<SectorId> sectors;
-    const auto take = [&](SectorId* sector) {
-        return mini ? volume_->mini.Take(sector) : volume_->allocator.Take(sector);
-    };
-    CFB_TRY(TakeChain(table, take, count, &sectors));
+    CFB_TRY(mini ? volume_->mini.TakeMany(count, &sectors) : volume_->allocator.TakeMany(count, &sectors));
+    CFB_TRY(table.SetChain(sectors));
     *chain = Chain(table, count > 0 ? sectors.front() : kEndOfChain);
     return S_OK;
 }
@@ -192,16 +190,6 @@ HRESULT StreamBody::Write(std::uint64_t offset, const void* from, std::size_t co
         count -= part;
         *written += part;
     }
-    return S_OK;
-}
-
-HRESULT StreamBody::Lay(Volume& volume, const std::vector<BYTE>& content, DirEntry* entry)
-{
-    StreamBody body(volume);
-    CFB_TRY(body.NewChain(false, body.Units(content.size(), false), &body.chain_));
-    CFB_TRY(body.WriteChain(body.chain_, false, 0, content.data(), content.size()));
-    entry->SetStart(body.chain_.First());
-    entry->SetSize(content.size());
     return S_OK;
 }
 

@@ -28,9 +28,6 @@ public:
         size_ = 0;
         chain_ = Chain(volume_->mini);
     }
-    // Writes content of kMiniCutoff bytes or more, which nothing points at, and has the stream's entry tell
-    // where it is. Not committed.
-    [[nodiscard]] static HRESULT Lay(Volume& volume, const std::vector<BYTE>& content, DirEntry* entry);
     // The entry has got another number.
     void SetEntry(EntryId id) noexcept { id_ = id; }
 
