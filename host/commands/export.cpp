@@ -1,10 +1,12 @@
 #include <algorithm>
 #include <ctime>
+#include <exception>
 #include <fstream>
 #include <string_view>
 
 #include "host/base/path_text.h"
 #include "host/base/progress.h"
+#include "host/base/system_file.h"
 #include "host/commands/command.h"
 #include "host/commands/export_files.h"
 #include "host/commands/mail_format.h"
@@ -60,6 +62,9 @@ std::string MboxName(const std::string& folder)
 // Writes the items of a folder in one of the forms.
 class Exporter {
 public:
+    // That an item can't be read, and nothing was written of it.
+    class DamagedItem : public std::exception {};
+
     Exporter(IMAPIFolder& folder, const std::string& directory) : folder_(folder), files_(PathOf(directory)) {}
     virtual ~Exporter() = default;
     Exporter(const Exporter&) = delete;
@@ -72,9 +77,15 @@ public:
     const Json& Written() const noexcept { return written_; }
 
 protected:
-    void WriteMail(IMessage& message, std::ostream& out) const
+    // Writes the mail to Aside.
+    void WriteMail(IMessage& message) const
     {
-        Check(ExportMailOf(folder_, message, out), "write", files_.Aside().string());
+        std::ofstream file = OpenAside();
+        const HRESULT hr = ExportMailOf(folder_, message, file);
+        if (hr == MAPI_E_CORRUPT_DATA)
+            throw DamagedItem();
+        Check(hr, "write", files_.Aside().string());
+        CloseAside(file);
     }
     std::ofstream OpenAside() const
     {
@@ -103,9 +114,7 @@ public:
     using Exporter::Exporter;
     void Write(IMessage& message, const ItemInfo& item) override
     {
-        std::ofstream file = OpenAside();
-        WriteMail(message, file);
-        CloseAside(file);
+        WriteMail(message);
         Keep(FileName(++number_, item.subject) + ".eml");
     }
 
@@ -121,7 +130,10 @@ public:
         {
             MsgFile file;
             Check(file.Create(Files().Aside()), "write", Files().Aside().string());
-            Check(CopyMessage(message, file.Message(), KEEP_OPEN_READWRITE), "write", Files().Aside().string());
+            const HRESULT hr = CopyMessage(message, file.Message(), KEEP_OPEN_READWRITE);
+            if (hr == MAPI_E_CORRUPT_DATA)
+                throw DamagedItem();
+            Check(hr, "write", Files().Aside().string());
         }
         Keep(FileName(++number_, item.subject) + ".msg");
     }
@@ -130,25 +142,39 @@ private:
     std::size_t number_ = 0;
 };
 
-// All in one file, which has the folder's name.
+// All in one file, which has the folder's name. Each mail is written to a file of its own first: one that turns out to be
+// damaged leaves no half of it.
 class MboxExporter : public Exporter {
 public:
     MboxExporter(IMAPIFolder& folder, const std::string& directory, const std::string& path)
-        : Exporter(folder, directory), name_(MboxName(path)), file_(OpenAside()), box_(file_)
+        : Exporter(folder, directory),
+          name_(MboxName(path)),
+          path_(Files().Aside().parent_path() / "box"),
+          file_(path_, std::ios::binary | std::ios::trunc),
+          box_(file_)
     {}
     void Write(IMessage& message, const ItemInfo& item) override
     {
-        WriteMail(message, box_.Begin(UnixTime(item.sent)));
+        WriteMail(message);
+        std::ostream& mail = box_.Begin(UnixTime(item.sent));
+        if (std::ifstream whole(Files().Aside(), std::ios::binary); whole.peek() != std::char_traits<char>::eof())
+            mail << whole.rdbuf();
         box_.End();
+        if (!file_)
+            Fail("write", path_.string(), DescribeErrno(errno));
     }
     void Finish() override
     {
-        CloseAside(file_);
+        file_.close();
+        if (!file_)
+            Fail("write", path_.string(), DescribeErrno(errno));
+        RenameOver(path_, Files().Aside());
         Keep(name_);
     }
 
 private:
     std::string name_;
+    std::filesystem::path path_;
     std::ofstream file_;
     MboxWriter box_;
 };
@@ -164,9 +190,7 @@ public:
     void Write(IMessage& message, const ItemInfo& item) override
     {
         constexpr std::size_t kDigitsOfGuid = 32;
-        std::ofstream file = OpenAside();
-        WriteMail(message, file);
-        CloseAside(file);
+        WriteMail(message);
         const std::string id = item.entryId.substr(item.entryId.size() - std::min(item.entryId.size(), kDigitsOfGuid));
         const std::string name = std::to_string(std::max<std::time_t>(UnixTime(item.sent), 0)) + "." + id + ".quorvane";
         const bool read = (item.flags & static_cast<LONG>(MSGFLAG_READ)) != 0;
@@ -193,17 +217,25 @@ ExitCode Export(const ExportArguments& options)
     const std::unique_ptr<Exporter> exporter = MakeExporter(*folder, options);
     Progress progress("exporting");
     std::size_t number = 0;
+    Json damaged = Json::array();
+    std::string lines;
     ForEachItem(*folder, [&](const ItemInfo& item) {
         const ComPtr<IMessage> message = OpenMessage(session, item.entryId, false);
         if (!message)
             return;  // deleted since the row was read
-        exporter->Write(*message, item);
-        progress.Show(0, 0, std::to_string(++number) + " items");
+        try {
+            exporter->Write(*message, item);
+            progress.Show(0, 0, std::to_string(++number) + " items");
+        } catch (const Exporter::DamagedItem&) {
+            damaged.push_back({{"subject", item.subject}, {"entryId", item.entryId}});
+            lines += "left out '" + Printable(item.subject) + "': it is damaged\n";
+        }
     });
     exporter->Finish();
-    Print(options.json, {{"folder", options.folder}, {"items", number}, {"files", exporter->Written()}},
-          "exported " + std::to_string(number) + " items to " + options.directory + "\n");
-    return ExitCode::kDone;
+    Print(options.json,
+          {{"folder", options.folder}, {"items", number}, {"files", exporter->Written()}, {"damaged", damaged}},
+          lines + "exported " + std::to_string(number) + " items to " + options.directory + "\n");
+    return damaged.empty() ? ExitCode::kDone : ExitCode::kFailed;
 }
 
 }  // namespace

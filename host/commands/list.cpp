@@ -27,9 +27,9 @@ ExitCode ListAllFolders(const ListOptions& options, const MailSession& session)
     return ExitCode::kDone;
 }
 
-std::string FlagText(LONG flags)
+std::string FlagText(LONG flags, bool isDamaged)
 {
-    std::string text;
+    std::string text = isDamaged ? "D" : "";
     text += flags & static_cast<LONG>(MSGFLAG_READ) ? 'R' : '-';
     text += flags & static_cast<LONG>(MSGFLAG_HASATTACH) ? 'A' : '-';
     return text;
@@ -49,6 +49,7 @@ ExitCode List(const ListOptions& options)
         const auto row = rows.find(item.entryId);
         const std::string id = row == rows.end() ? std::string() : row->second.id;
         ++number;
+        const bool isDamaged = !item.hasAddress && IsDamaged(session, item.entryId);
         if (options.json)
             json.push_back({{"number", number},
                             {"subject", item.subject},
@@ -57,11 +58,12 @@ ExitCode List(const ListOptions& options)
                             {"size", item.size},
                             {"flags", item.flags},
                             {"read", (item.flags & static_cast<LONG>(MSGFLAG_READ)) != 0},
+                            {"damaged", isDamaged},
                             {"id", id},
                             {"entryId", item.entryId}});
         else
             table.Add({std::to_string(number), TimeText(item.sent), Printable(item.sender),
-                       Printable(item.subject), std::to_string(item.size), FlagText(item.flags), id});
+                       Printable(item.subject), std::to_string(item.size), FlagText(item.flags, isDamaged), id});
     });
     Print(options.json, json, options.json ? std::string() : table.Text());
     return ExitCode::kDone;

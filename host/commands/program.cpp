@@ -105,6 +105,7 @@ void AddCommands(CLI::App& program, Chosen& chosen)
     AddTrashCommand(program, chosen);
     AddUndeleteCommand(program, chosen);
     AddVerifyCommand(program, chosen);
+    AddCheckCommand(program, chosen);
     AddBackupCommand(program, chosen);
     AddRestoreCommand(program, chosen);
     AddStatusCommand(program, chosen);

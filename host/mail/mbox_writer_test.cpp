@@ -31,16 +31,18 @@ TEST(MboxWriterTest, WhatIsWrittenIsReadAgain)
         }
     }
 
-    MboxReader reader(folder / "box", MboxVariant::Auto);
     std::vector<std::string> read;
-    MailBytes bytes;
-    while (reader.Next(bytes) == MboxReader::Step::Mail)
-        read.push_back(bytes.Text());
+    std::string line;
+    {
+        MboxReader reader(folder / "box", MboxVariant::Auto);
+        MailBytes bytes;
+        while (reader.Next(bytes) == MboxReader::Step::Mail)
+            read.push_back(bytes.Text());
+        std::ifstream file(folder / "box");
+        std::getline(file, line);
+    }
 
     EXPECT_EQ(read, mails);
-    std::string line;
-    std::ifstream file(folder / "box");
-    std::getline(file, line);
     EXPECT_EQ(line, "From MAILER-DAEMON Mon Mar  3 11:14:09 2025");
     std::filesystem::remove_all(folder);
 }

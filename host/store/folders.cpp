@@ -78,8 +78,10 @@ ItemInfo ReadItem(const SRow& row)
     item.entryId = HexOf(row, PR_ENTRYID);
     item.subject = TextOf(row, PR_SUBJECT_W);
     item.sender = TextOf(row, PR_SENDER_NAME_W);
+    const std::string address = TextOf(row, PR_SENDER_EMAIL_ADDRESS_W);
+    item.hasAddress = !address.empty();
     if (item.sender.empty())
-        item.sender = TextOf(row, PR_SENDER_EMAIL_ADDRESS_W);
+        item.sender = address;
     item.searchKey = HexOf(row, PR_SEARCH_KEY);
     item.sent = TimeOf(row, PR_CLIENT_SUBMIT_TIME);
     item.modified = TimeOf(row, PR_LAST_MODIFICATION_TIME);
@@ -165,6 +167,16 @@ ComPtr<IMAPIFolder> OpenFolder(const MailSession& session, const std::string& en
 ComPtr<IMessage> OpenMessage(const MailSession& session, const std::string& entryId, bool modify)
 {
     return OpenEntry<IMessage>(session, entryId, modify ? MAPI_MODIFY : 0);
+}
+
+bool IsDamaged(const MailSession& session, const std::string& entryId)
+{
+    ComPtr<IMessage> message;
+    HRESULT hr = TryOpenEntry(session, entryId, 0, message);
+    MapiMemory<SPropTagArray> tags;
+    if (SUCCEEDED(hr))
+        hr = message->GetPropList(MAPI_UNICODE, tags.Put());
+    return hr == MAPI_E_CORRUPT_DATA;
 }
 
 std::string FolderOfMessage(const MailSession& session, const std::string& entryId)

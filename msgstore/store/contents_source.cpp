@@ -193,7 +193,10 @@ private:
         if (!haveProperties_) {
             haveProperties_ = true;
             const HRESULT result = ReadStored();
-            if (FAILED(result))
+            // Of a message whose properties are damaged the row has its columns, and the other rows have theirs.
+            if (result == MAPI_E_CORRUPT_DATA)
+                properties_.Clear();
+            else if (FAILED(result))
                 failure_ = result;
         }
         return properties_.Find(tag);
