@@ -1,6 +1,8 @@
 #include "host/base/errors.h"
 
+#include <algorithm>
 #include <cstdio>
+#include <iterator>
 #include <system_error>
 
 #include "quorvane3/mapi.h"
@@ -50,6 +52,23 @@ constexpr CodeText kCodeTexts[] = {
     {STG_E_INSUFFICIENTMEMORY, "out of memory"},
 };
 
+constexpr HRESULT kPassing[] = {E_OUTOFMEMORY,          STG_E_INSUFFICIENTMEMORY, STG_E_TOOMANYOPENFILES,
+                                STG_E_ACCESSDENIED,     STG_E_SHAREVIOLATION,     STG_E_LOCKVIOLATION,
+                                STG_E_MEDIUMFULL,       STG_E_WRITEFAULT,         MAPI_E_NOT_ENOUGH_MEMORY,
+                                MAPI_E_NOT_ENOUGH_DISK, MAPI_E_DISK_ERROR};
+
+bool IsPassing(HRESULT hr)
+{
+    return std::find(std::begin(kPassing), std::end(kPassing), hr) != std::end(kPassing);
+}
+
+std::string LineOf(std::string_view what, std::string_view object, std::string_view why)
+{
+    std::string line = "cannot ";
+    line.append(what).append(" '").append(object).append("': ").append(why);
+    return line;
+}
+
 }  // namespace
 
 std::string Describe(HRESULT hr)
@@ -77,15 +96,13 @@ std::string DescribeSystemError(unsigned long error)
 
 void Fail(std::string_view what, std::string_view object, std::string_view why)
 {
-    std::string line = "cannot ";
-    line.append(what).append(" '").append(object).append("': ").append(why);
-    throw HostError(line);
+    throw HostError(LineOf(what, object, why));
 }
 
 void Check(HRESULT hr, std::string_view what, std::string_view object)
 {
     if (FAILED(hr))
-        Fail(what, object, Describe(hr));
+        throw HostError(LineOf(what, object, Describe(hr)), ExitCode::kFailed, IsPassing(hr));
 }
 
 }  // namespace quorvane::host

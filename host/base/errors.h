@@ -16,13 +16,16 @@ enum class ExitCode { kDone = 0, kFailed = 1, kUsage = 2 };
 // A failure on its way to standard error. Its text is the whole line, without the program's name.
 class HostError : public std::runtime_error {
 public:
-    explicit HostError(const std::string& line, ExitCode code = ExitCode::kFailed)
-        : std::runtime_error(line), code_(code)
+    explicit HostError(const std::string& line, ExitCode code = ExitCode::kFailed, bool isPassing = false)
+        : std::runtime_error(line), code_(code), isPassing_(isPassing)
     {}
     ExitCode Code() const noexcept { return code_; }
+    // Whether it was told that the machine lacked something just now (handles, memory, room), and nothing of the object.
+    bool IsPassing() const noexcept { return isPassing_; }
 
 private:
     ExitCode code_;
+    bool isPassing_;
 };
 
 // Throws a HostError: "cannot <what> '<object>': <why>".

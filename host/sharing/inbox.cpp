@@ -24,6 +24,8 @@ constexpr std::chrono::seconds kHeadersFor{10};
 // A file that was refused may be replaced by the true one. It is looked at again, less and less often.
 constexpr std::chrono::seconds kFirstPause{1};
 constexpr std::chrono::seconds kLongestPause{60};
+// After so long one device's forgeries wait for the next look.
+constexpr std::chrono::milliseconds kLongestLook{200};
 
 // How many refused files are named; more are only counted.
 constexpr std::size_t kMostTold = 100;
@@ -112,7 +114,7 @@ bool Inbox::HasWork(Transport& transport)
         return true;
     for (Peer& peer : transport.peers.All()) {
         const auto next = peer.card ? FindNext(transport, peer) : std::nullopt;
-        if (next && !IsPaused({peer.id, next->sequence}))
+        if (isCutShort_ || (next && !IsPaused({peer.id, next->sequence})))
             return true;
     }
     return false;
@@ -187,7 +189,8 @@ bool Inbox::IsGenuine(Transport& transport, const Peer& peer, std::uint64_t sequ
     }
 }
 
-// The next package that is this device's turn to apply.
+// The next package that is this device's turn to apply. What passes for it and isn't genuine is refused on the way; with
+// much of that the next look goes on.
 std::optional<exchange::ForUs> Inbox::FindNext(Transport& transport, Peer& peer)
 {
     if (Clock::now() >= headersEnd_) {
@@ -195,6 +198,8 @@ std::optional<exchange::ForUs> Inbox::FindNext(Transport& transport, Peer& peer)
         genuine_.clear();
         headersEnd_ = Clock::now() + kHeadersFor;
     }
+    isCutShort_ = false;
+    const auto end = Clock::now() + kLongestLook;
     std::optional<exchange::SequenceRange> gap;
     for (const std::uint64_t sequence : Lying(transport, peer)) {
         const auto header = HeaderOf(transport, peer, sequence);
@@ -203,8 +208,15 @@ std::optional<exchange::ForUs> Inbox::FindNext(Transport& transport, Peer& peer)
         switch (exchange::JudgeOrder(peer.order, **header)) {
             case exchange::Intake::kApply:
             case exchange::Intake::kNewEpoch:
-                NoteGap(transport, peer, std::nullopt);
-                return **header;
+                if (IsGenuine(transport, peer, sequence)) {
+                    NoteGap(transport, peer, std::nullopt);
+                    return **header;
+                }
+                if (Clock::now() >= end) {
+                    isCutShort_ = true;
+                    return std::nullopt;
+                }
+                break;
             case exchange::Intake::kTooEarly:
                 if (!gap && IsGenuine(transport, peer, sequence))
                     gap = exchange::GapBefore(peer.order, **header);
@@ -416,6 +428,8 @@ Inbox::Verdict Inbox::Judge(SharedFolders& folders, const Peer& peer, const std:
         return JudgeContent(folders, peer, ReadPackage(*root, path.string(), [](const PackageRecord&, IStorage&) {}),
                             reason);
     } catch (const HostError& error) {
+        if (error.IsPassing())
+            exchange::FailForNow(error.what());
         reason = error.what();
         return Verdict::kReject;
     }
@@ -435,7 +449,9 @@ bool Inbox::IsApplied(const PackageRecord& item)
         return false;
     if (record->deleted)
         return item.hasMessage || !state_.RowOfId(item.id);
-    return !item.hasMessage || record->isWhole || *known.Shown() != *sent->heads.Shown();
+    // A power cut may have left the record of a message, and not the message.
+    const bool isHere = record->isWhole && state_.RowOfId(item.id);
+    return !item.hasMessage || isHere || *known.Shown() != *sent->heads.Shown();
 }
 
 std::size_t Inbox::CountMissing(const std::filesystem::path& path)

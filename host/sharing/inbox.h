@@ -117,6 +117,7 @@ private:
     std::function<void(const std::string&)> report_;
     std::int64_t askAfter_;
     ReportSink* reports_ = nullptr;
+    bool isCutShort_ = false;              // the last look for a device's next package didn't come to the end
     int tries_ = 0;                        // of the current one in this process
     std::map<Key, Header> headers_;        // of files that were looked at
     std::set<Key> genuine_;                // of these files, those whose signature holds

@@ -73,15 +73,24 @@ protected:
         return count;
     }
 
-    // One bit, anywhere but in the receiver's id: without that it would be for somebody else, and no business of bob's.
-    static void Flip(std::string& package, std::mt19937& random)
+    // One bit of each byte in its turn, but for the receiver's id: without that it would be for somebody else, and no
+    // business of bob's.
+    static void Flip(std::string& package, std::size_t turn, std::mt19937& random)
     {
-        std::size_t at = random() % package.size();
-        while (at >= 59 && at < 75)
-            at = random() % package.size();
+        constexpr std::size_t kIdAt = 59, kIdSize = 16;
+        const std::size_t place = turn % (package.size() - kIdSize);
+        const std::size_t at = place < kIdAt ? place : place + kIdSize;
         package[at] = static_cast<char>(package[at] ^ 1 << random() % 8);
     }
 
+    // As many digits as a device's id has.
+    static std::string Digits(int number)
+    {
+        const std::string digits = std::to_string(number);
+        return std::string(32 - digits.size(), 'a') + digits;
+    }
+
+    static constexpr int kJunk = 100'000;
     static constexpr char kIdle[] = "0.5";
     mutable std::string said_;  // by the last run
 };
@@ -332,8 +341,11 @@ TEST_F(ExchangeTest, NumbersThatAreHugeAndNamesThatAreNoneHoldNobodyUp)
         Overwrite(device.Home() / "out" / "00000000000000000003.qvt", "former");
     }
     Overwrite(Path("exchange") / "00000000000000000000000000000000" / "card", "no card");
-    for (int number = 0; number < 2000; ++number)
-        Overwrite(Path("exchange") / ("junk" + std::to_string(number)), "junk");
+    // Names that could be devices', and directories, among them.
+    for (int number = 0; number < kJunk; ++number)
+        Overwrite(Path("exchange") / (number % 4 == 0 ? Digits(number) : "junk" + std::to_string(number)), "junk");
+    for (int number = 0; number < kJunk / 100; ++number)
+        std::filesystem::create_directories(Path("exchange") / Digits(kJunk + number) / "out");
     Edit("alice", "all the same");
     Edit("bob", "and back");
 
@@ -386,24 +398,60 @@ TEST_F(ExchangeTest, ABitFlippedAnywhereAndACutAnywhereIsRefusedBeforeTheEngineI
     MakeMailboxes({"dave"});
     const TestDevice dave = DeviceOf("dave");
     const DeviceKeys bob = KeysOf(Mailbox("bob"));
+    const std::size_t flips = TestedProgram().isForWindows ? 200 : 2000;
     std::mt19937 random(20261122);
     // Many at once: each under a number of its own, sealed for it, as the first that bob would take.
     std::uint64_t count = 0;
-    for (; count < 60; ++count) {
-        std::string package = dave.Sealed(count + 1, 0, bob, "a small one");
-        if (count % 2 == 0)
-            Flip(package, random);
-        else
-            package.resize(random() % package.size());
-        dave.Lay(count + 1, package);
+    const auto sealed = [&] { return dave.Sealed(count + 1, 0, bob, "a small one"); };
+    const auto lay = [&](const std::string& package) { Overwrite(dave.PackagePath(++count), package); };
+    for (std::size_t flip = 0; flip < flips; ++flip) {
+        std::string package = sealed();
+        Flip(package, flip, random);
+        lay(package);
     }
+    // Each cut, and what has something behind its end.
+    for (std::size_t size = sealed().size(); size-- > 0;)
+        lay(sealed().substr(0, size));
+    lay(sealed() + '\0');
+    ASSERT_GT(count, flips + 200);
 
     const Json counts = RunOnce("bob");
 
     EXPECT_EQ(counts.at("packagesReceived"), 0U);
     EXPECT_EQ(counts.at("packagesRejected"), count);
-    EXPECT_EQ(States("bob", "refused"), count);
+    EXPECT_EQ(States("bob", "refused"), std::min<std::uint64_t>(count, 100)) << "the first of them are named";
     EXPECT_TRUE(std::filesystem::is_empty(Path("bob") / "inbox"));
+    // And one that is whole is taken, whatever lies before it.
+    Overwrite(dave.PackagePath(count + 1), dave.Sealed(count + 1, 0, bob, "a small one"));
+    EXPECT_EQ(RunOnce("bob").at("packagesReceived"), 1U);
+}
+
+// Of an epoch that is over, once more, and for somebody else.
+TEST_F(ExchangeTest, WhatIsOldOrOnceMoreOrForOthersIsntTaken)
+{
+    Share();
+    MakeMailboxes({"dave"});
+    TestDevice dave = DeviceOf("dave");
+    const DeviceKeys bob = KeysOf(Mailbox("bob"));
+    const host::exchange::Epoch first = dave.epoch, second{4, 5, 6};
+    const std::string old = dave.Sealed(1, 0, bob, "one");
+    dave.Lay(1, old);
+    EXPECT_EQ(RunOnce("bob").at("packagesReceived"), 1U);
+    dave.epoch = second;
+    dave.Lay(2, dave.Sealed(2, 0, bob, "two"));
+    EXPECT_EQ(RunOnce("bob").at("packagesReceived"), 1U);
+
+    dave.epoch = first;
+    dave.Lay(3, dave.Sealed(3, 1, bob, "of the epoch that is over"));
+    dave.Lay(4, dave.Sealed(4, 0, DeviceKeys{}, "for somebody else"));
+    const Json counts = RunOnce("bob");
+
+    EXPECT_EQ(counts.at("packagesReceived"), 0U) << "the first is there all the time";
+    EXPECT_EQ(counts.at("packagesRejected"), 2U);
+    const Json incoming = Status("bob").at("incoming");
+    ASSERT_EQ(incoming.size(), 2U) << incoming;
+    for (const Json& refused : incoming)
+        EXPECT_NE(refused.at("reason").get<std::string>().find("epoch that is over"), std::string::npos) << refused;
 }
 
 TEST_F(ExchangeTest, AnAcknowledgementThatIsForgedRemovesNothing)
