@@ -36,6 +36,12 @@ void MakePrivateFile(const std::filesystem::path& path)
     const SystemFile file(path, SystemFile::Use::kWrite);
 }
 
+void SyncFile(const std::filesystem::path& path)
+{
+    SystemFile(path, SystemFile::Use::kSync).Sync();
+    SyncDirectory(path.parent_path());
+}
+
 void WriteDurably(const std::filesystem::path& target, std::string_view content)
 {
     std::filesystem::path aside = target;

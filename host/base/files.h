@@ -22,6 +22,9 @@ void MakePrivateFile(const std::filesystem::path& path);
 // does so by itself, nothing is done. Throws a HostError.
 void SyncDirectory(const std::filesystem::path& directory);
 
+// Flushes a file that is there, and its name, to the disk. Throws a HostError.
+void SyncFile(const std::filesystem::path& path);
+
 // Writes a small file for the user alone, flushed: first beside it, then by a rename that replaces an older one at once.
 // Throws a HostError.
 void WriteDurably(const std::filesystem::path& target, std::string_view content);

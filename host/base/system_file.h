@@ -16,6 +16,7 @@ public:
     enum class Use {
         kRead,   // of a file that exists; others may read, write and rename it meanwhile
         kWrite,  // a new file, for the user alone, or an older one's content is dropped
+        kSync,   // of a file that exists, to flush what was written to it
     };
 
     SystemFile(const std::filesystem::path& path, Use use);

@@ -16,7 +16,7 @@ namespace {
 
 int FlagsOf(SystemFile::Use use) noexcept
 {
-    return O_CLOEXEC | (use == SystemFile::Use::kRead ? O_RDONLY : O_WRONLY | O_CREAT | O_TRUNC);
+    return O_CLOEXEC | (use == SystemFile::Use::kWrite ? O_WRONLY | O_CREAT | O_TRUNC : O_RDONLY);
 }
 
 int Open(const std::filesystem::path& path, int flags, const char* what)
@@ -37,7 +37,7 @@ void Flush(int descriptor, const std::string& path)
 
 SystemFile::SystemFile(const std::filesystem::path& path, Use use)
     : path_(path.string()),
-      handle_(Open(path, FlagsOf(use), use == Use::kRead ? "read" : "write"))
+      handle_(Open(path, FlagsOf(use), use == Use::kWrite ? "write" : "read"))
 {}
 
 SystemFile::~SystemFile()

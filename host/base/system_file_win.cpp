@@ -20,10 +20,12 @@ HANDLE HandleOf(std::intptr_t handle) noexcept
 
 HANDLE Open(const std::filesystem::path& path, SystemFile::Use use)
 {
+    const bool isThere = use != SystemFile::Use::kWrite;
     const bool reads = use == SystemFile::Use::kRead;
-    const DWORD sharing = reads ? FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE : FILE_SHARE_READ;
+    const DWORD sharing = isThere ? FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE : FILE_SHARE_READ;
+    // What is flushed has to be open to write.
     HANDLE const handle = CreateFileW(path.c_str(), reads ? GENERIC_READ : GENERIC_WRITE, sharing, nullptr,
-                                      reads ? OPEN_EXISTING : CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+                                      isThere ? OPEN_EXISTING : CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
     if (handle == INVALID_HANDLE_VALUE)
         Fail(reads ? "read" : "write", path.string(), DescribeSystemError(GetLastError()));
     return handle;

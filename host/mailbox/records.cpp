@@ -315,7 +315,7 @@ std::vector<ItemRecord> Records::AllItemsOf(const std::string& folderId)
 std::vector<std::string> Records::PendingItems(const std::string& folderId)
 {
     const std::lock_guard lock(mutex_);
-    Statement select(database_, "SELECT id FROM item WHERE folder_id = ? AND pending = 1 AND deleted = 0 AND whole = 1");
+    Statement select(database_, "SELECT id FROM item WHERE folder_id = ? AND pending = 1 AND whole = 1");
     return ReadNames(select.Bind(1, folderId));
 }
 
@@ -326,9 +326,20 @@ std::vector<ItemRecord> Records::ItemsInConflict()
     return ReadItemRecords(select);
 }
 
+// Of a deletion nothing else is left to tell of it: neither message nor row.
 void Records::PutItem(const ItemRecord& item)
 {
-    const std::lock_guard lock(mutex_);
+    if (item.deleted && item.isPending) {
+        const Durable durable(*this);
+        WriteItem(item);
+    } else {
+        const std::lock_guard lock(mutex_);
+        WriteItem(item);
+    }
+}
+
+void Records::WriteItem(const ItemRecord& item)
+{
     Statement(database_,
               "INSERT OR REPLACE INTO item (id, folder_id, stamp, member, deleted, modified, heads, whole, pending, "
               "beaten) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?)")

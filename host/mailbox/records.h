@@ -101,8 +101,9 @@ inline constexpr std::int64_t kMostKnownDevices = 1000;
 
 // All methods throw a HostError when the database fails. Any thread.
 //
-// What others rely on (shares, packages, sequence numbers) is on the disk when a method returns. What is noted of
-// items outlives the process, and may be lost with the power: such an item is then sent once more.
+// What others rely on (shares, packages, sequence numbers, deletions that were made here) is on the disk when a method
+// returns. What else is noted of items outlives the process, and may be lost with the power: such an item is then sent
+// once more.
 class Records {
 public:
     explicit Records(const std::string& path);
@@ -130,7 +131,8 @@ public:
     void SetModified(const std::string& id, std::uint64_t modified);
     // Those with edits that are beaten by others that hadn't seen them.
     std::vector<ItemRecord> ItemsInConflict();
-    // Those that were changed here and are whole and not deleted, and that no package for all members holds.
+    // Those that were changed or deleted here, are whole if they aren't deleted, and that no package for all members
+    // holds.
     std::vector<std::string> PendingItems(const std::string& folderId);
     // All that is known of a folder, deleted ones included, by rising id.
     std::vector<ItemRecord> AllItemsOf(const std::string& folderId);
@@ -193,6 +195,7 @@ public:
 
 private:
     class Durable;
+    void WriteItem(const ItemRecord& item);
 
     std::mutex mutex_;
     Database database_;

@@ -151,18 +151,21 @@ ItemVersions::Verdict ItemVersions::Judge(const Arrival& arrival)
     if (message)
         verdict.record = KnownWith(arrival, *row, *message, isUnseen);
     try {
-        Join(arrival, *sent, message.Get(), isUnseen, verdict);
+        Join(arrival, *sent, {row.has_value(), message.Get(), isUnseen}, verdict);
     } catch (const exchange::Error& error) {
         SayOfItem("left out an item from '" + arrival.sender + "': " + error.what());
     }
     return verdict;
 }
 
-void ItemVersions::Join(const Arrival& arrival, const ItemText& sent, IMessage* message, bool isUnseen,
-                        Verdict& verdict)
+void ItemVersions::Join(const Arrival& arrival, const ItemText& sent, const Held& here, Verdict& verdict)
 {
+    const auto [hasRow, message, isUnseen] = here;
     ItemRecord& record = verdict.record;
     const ItemRecord before = record;
+    // Without a row there is no message, whatever the records say: a power cut came between them.
+    if (!hasRow && before.heads.Shown() && !before.heads.Shown()->isDeletion)
+        record.isWhole = false;
     exchange::KnownItem own{record.id, record.heads, record.isWhole};
     const bool isWhole = arrival.hasMessage || sent.heads.Shown()->isDeletion;
     const exchange::ItemTaken taken = exchange::TakeItem(own, {arrival.id, sent.heads, isWhole});

@@ -66,7 +66,13 @@ private:
     void Keep(const ItemRecord& before, const ItemRecord& after, IMessage& message);
     std::string FolderName(const std::string& folderId);
     ItemRecord KnownWith(const Arrival& arrival, const SharingRow& row, IMessage& message, bool& isUnseen);
-    void Join(const Arrival& arrival, const ItemText& sent, IMessage* message, bool isUnseen, Verdict& verdict);
+    // What there is of an item here.
+    struct Held {
+        bool hasRow = false;
+        IMessage* message = nullptr;
+        bool isUnseen = false;  // whoever changed the message didn't see what the item shows
+    };
+    void Join(const Arrival& arrival, const ItemText& sent, const Held& here, Verdict& verdict);
 
     const Mailbox& mailbox_;
     const MailSession& mail_;

@@ -79,14 +79,24 @@ void Outbox::Forget(const std::string& recipients) const
     Check(engine_.StorageFiles()->Remove(key.Raw()), "take the package for", recipients);
 }
 
+// Of a package that had no number yet nobody knows whether the disk has all of it: a power cut may have come before. What
+// it held is noted as changed, or as owed, and is packed anew.
 void Outbox::Resume()
 {
-    const std::vector<Listed> listed = ListEngine();
+    std::error_code ignored;  // the engine removes what it finds without a record
+    for (const Listed& package : ListEngine()) {
+        Forget(package.recipients);
+        const auto outgoing = records_.Outgoing();
+        if (std::none_of(outgoing.begin(), outgoing.end(), [&](const OutgoingPackage& one) {
+                return one.path == package.path && one.isPlanned;
+            }))
+            std::filesystem::remove(PathOf(package.path), ignored);
+    }
     for (const OutgoingPackage& package : records_.Outgoing()) {
-        const auto found = std::find_if(listed.begin(), listed.end(),
-                                        [&](const Listed& entry) { return entry.path == package.path; });
-        if (found != listed.end())
-            Forget(found->recipients);
+        if (package.isPlanned || KindOf(package) != exchange::PackageKind::kItems)
+            continue;
+        std::filesystem::remove(PathOf(package.path), ignored);
+        records_.FinishOutgoing(package.number);
     }
     RemoveStrayNotes();
     Plan();
@@ -176,12 +186,12 @@ void Outbox::PutAside(const OutgoingPackage& package)
     if (error)
         Fail("put aside the package", package.path, error.message());
     report_("a package that was to be sent is damaged and lies in " + (place / path.filename()).string() +
-            "; 'quorvane resend --all' sends its items once more");
+            "; what it held is packed once more");
 }
 
-// What a package holds that may be sent; what may not is taken out of it first. False when nothing of it can be read.
+// What a package holds that may be sent; what may not is taken out of it first. False when not all of it can be read.
 bool Outbox::LookThrough(const OutgoingPackage& package, Package& content)
-{
+try {
     const std::filesystem::path path = PathOf(package.path);
     if (IsRuined(path)) {
         PutAside(package);
@@ -196,6 +206,11 @@ bool Outbox::LookThrough(const OutgoingPackage& package, Package& content)
         TakeOut(path, checked.damaged);
     content = std::move(checked.sound);
     return true;
+} catch (const HostError& error) {
+    if (error.IsPassing())
+        throw;
+    PutAside(package);
+    return false;
 }
 
 // False while a writer of the engine that was late still has the package open.
@@ -217,6 +232,9 @@ bool Outbox::Plan(const OutgoingPackage& package)
         if (LookThrough(package, content) && !content.items.empty())
             plan.members = ReceiversOf(package);
     }
+    // What it holds counts as sent from there on.
+    if (!content.items.empty())
+        SyncFile(PathOf(package.path));
     for (PackageRecord& item : content.items)
         plan.items.push_back({std::move(item.id), std::move(item.folderId), HeadsIn(item)});
     plan.isForAll = !IsForOneMember(package.recipients);

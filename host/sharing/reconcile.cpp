@@ -51,6 +51,9 @@ std::vector<Reconciler::Difference> Reconciler::FindDifferences(const Share& sha
         if (record && record->folderId == share.folderId)
             differences.push_back({{}, row.id, 0});
     }
+    for (const std::string& id : lost)
+        if (const auto record = parts_.records.FindItem(id); record && record->deleted && !parts_.state.RowOfId(id))
+            differences.push_back({{}, id, 0});
     std::erase_if(differences, [this](const Difference& difference) { return failed_.contains(difference.Key()); });
     return differences;
 }

@@ -137,6 +137,21 @@ TEST_F(VerifyTest, AChangeThatIsInNoPackageIsSentOnceMore)
     EXPECT_EQ(RunUntilIdle({"alice"}, "1").at(0).at("itemsSent"), 0U);
 }
 
+TEST_F(VerifyTest, ADeletionThatIsInNoPackageIsSentOnceMore)
+{
+    ShareSome();
+    const std::string id = Items("alice", "Shared").at(0).at("id");
+    MustRun({"delete", Mailbox("alice"), "Shared", id});
+    RunUntilIdle({"alice", "bob"}, "1");
+    Execute("alice", "host.db", "UPDATE item SET pending = 1 WHERE id = '" + id + "'");
+
+    const Json counts = RunUntilIdle({"alice"}, "1").at(0);
+    EXPECT_EQ(counts.at("deletionsSent"), 1U);
+    EXPECT_EQ(Packages().size(), 1U);
+    EXPECT_EQ(RunUntilIdle({"bob"}, "1").at(0).at("itemsIgnored"), 1U) << "bob knows it";
+    EXPECT_EQ(RunUntilIdle({"alice"}, "1").at(0).at("deletionsSent"), 0U);
+}
+
 TEST_F(VerifyTest, WithoutARunWhatIsHereIsCheckedAndTheRestLeftToTheNext)
 {
     ShareSome();
