@@ -5,7 +5,8 @@
 // that were made, changed or removed in a directory since its last sync the last ones are lost, any number of them; a
 // sync of a file keeps the name that it was made under. What the file system promises beyond that isn't relied on.
 //
-//     QUORVANE_POWER  the number of the change at which the power fails, and a seed for what is lost
+//     QUORVANE_POWER  the number of the change at which the power fails, and a seed for what is lost; with 0 for the seed
+//                     nothing is, and it is a kill
 //     QUORVANE_POWER_PLACE  the directory below which files are concerned
 //     QUORVANE_POWER_STASH  another one on the same file system, for what is removed until that is synced
 #include <fcntl.h>
@@ -178,7 +179,9 @@ private:
             return;
         char* end = nullptr;
         at_ = std::strtoul(when, &end, 10);
-        random_.seed(std::strtoul(end, nullptr, 10));
+        const unsigned long seed = std::strtoul(end, nullptr, 10);
+        isKill_ = seed == 0;
+        random_.seed(seed);
         place_ = std::string(place) + "/";
         stash_ = stash;
         // Descriptors of databases stay open: closing one would end the locks of the others.
@@ -207,10 +210,12 @@ private:
 
     [[noreturn]] void Fail()
     {
-        for (auto& [inode, unsynced] : files_)
-            LoseWrites(unsynced);
-        for (auto& [directory, names] : names_)
-            LoseNames(names);
+        if (!isKill_) {
+            for (auto& [inode, unsynced] : files_)
+                LoseWrites(unsynced);
+            for (auto& [directory, names] : names_)
+                LoseNames(names);
+        }
         syscall(SYS_exit_group, kPowerCut);
         std::abort();
     }
@@ -256,7 +261,7 @@ private:
         }
     }
 
-    bool isOn_ = false;
+    bool isOn_ = false, isKill_ = false;
     std::string place_, stash_;
     unsigned long at_ = 0, changes_ = 0, stashed_ = 0;
     std::mt19937 random_;

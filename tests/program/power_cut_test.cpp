@@ -30,7 +30,7 @@ protected:
         MakeMailboxes({"alice", "bob"});
         std::filesystem::create_directory(Path("stash"));
         for (const char* mail : {"01-plain", "07-attachment-csv", "08-odd-attachment-names", "01-plain"})
-            MustRun({"import", Mailbox("alice"), "Shared", Sample(mail).string()});
+            MustRun({"import", Mailbox("alice"), "Shared", Sample(mail).string(), "--again"});
         MustRun({"share", Mailbox("alice"), "Shared", "--with", "bob"});
         RunUntilIdle({"alice", "bob"}, kIdle);
         Settle();
@@ -63,7 +63,7 @@ protected:
         }
         if (random() % 2 == 0 || subjects_.size() < 4)
             MustRun({"import", Mailbox(random() % 2 == 0 ? "alice" : "bob"), "Shared",
-                     Sample("07-attachment-csv").string()});
+                     Sample("07-attachment-csv").string(), "--again"});
     }
 
     // Both run; the power of the one fails at a random change of his files. Whether it did.
