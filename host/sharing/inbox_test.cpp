@@ -101,6 +101,26 @@ TEST_F(InboxTest, EveryPackageHasASecondTryOfItsOwn)
     EXPECT_FALSE(HasCopies());
 }
 
+// A power cut may leave the record of a message, and neither the message nor its row.
+TEST_F(InboxTest, WhatTheRecordsTellOfAndHasNoRowIsAppliedAgain)
+{
+    const std::string content = Content("lost with the power");
+    Lay(here.alice, 1, Sealed(here.alice, 1, 0, content));
+    Drain();
+    std::string entryId;
+    ForEachItem(*here.folder, [&](const ItemInfo& item) { entryId = item.entryId; });
+    ASSERT_FALSE(entryId.empty());
+    here.Execute("DELETE FROM tblItem");
+    here.DeleteMessage(entryId);
+    ASSERT_EQ(Subjects(), Subject());
+
+    Lay(here.alice, 2, Sealed(here.alice, 2, 1, content));
+    Drain();
+
+    EXPECT_EQ(Subjects(), Subject{"lost with the power"});
+    EXPECT_EQ(Applied(here.alice), 2U);
+}
+
 struct HeardReports final : ReportSink {
     void Hear(const Peer& peer, const exchange::FolderReport& report) override
     {
