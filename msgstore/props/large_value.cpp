@@ -5,6 +5,19 @@
 #include "msgstore/util/guarded.h"
 
 namespace quorvane {
+namespace {
+
+// Whether the value is as long as it says. A size that comes from outside is a claim until its last byte was there.
+HRESULT CheckEnd(LargeValue& value, std::uint64_t size) noexcept
+{
+    BYTE last = 0;
+    ULONG read = 0;
+    if (size > 0)
+        QV_RETURN_IF_FAILED(value.ReadAt(size - 1, &last, sizeof(last), read));
+    return size == 0 || read == sizeof(last) ? S_OK : MAPI_E_CORRUPT_DATA;
+}
+
+}  // namespace
 
 HRESULT ReadWhole(LargeValue& value, std::uint64_t limit, Bytes& bytes) noexcept
 {
@@ -13,6 +26,7 @@ HRESULT ReadWhole(LargeValue& value, std::uint64_t limit, Bytes& bytes) noexcept
     const std::uint64_t size = value.Size();
     if (size > limit)
         return MAPI_E_NOT_ENOUGH_MEMORY;
+    QV_RETURN_IF_FAILED(CheckEnd(value, size));
     const HRESULT hr = Guarded([&]() -> HRESULT {
         bytes.resize(size);
         for (std::uint64_t at = 0; at < size;) {

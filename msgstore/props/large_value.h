@@ -32,7 +32,7 @@ public:
 };
 
 // Reads the whole value. MAPI_E_NOT_ENOUGH_MEMORY: it exceeds `limit` bytes; MAPI_E_CORRUPT_DATA: it
-// ended before its size. `bytes` is empty after a failure.
+// ended before its size, for which no memory was taken then. `bytes` is empty after a failure.
 [[nodiscard]] HRESULT ReadWhole(LargeValue& value, std::uint64_t limit, Bytes& bytes) noexcept;
 
 }  // namespace quorvane
