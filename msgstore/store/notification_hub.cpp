@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <system_error>
+#include <utility>
 
 namespace quorvane {
 namespace {
@@ -74,6 +75,7 @@ HRESULT NotificationHub::Advise(std::shared_ptr<EventSource> source, IMAPIAdvise
             thread_ = std::thread([self = shared_from_this()] { self->Run(); });
         subscriptions_.emplace(nextConnection_, std::move(subscription));
         connection = nextConnection_++;
+        committed_ = true;  // its table may have been read before the last change
         changed_.NotifyAll();
         return S_OK;
     });
@@ -132,18 +134,20 @@ void NotificationHub::Committed() noexcept
 void NotificationHub::Run() noexcept
 {
     milliseconds rest = kShortestRest;
+    StoreChanges lastServed;
     for (;;) {
+        bool isTold = false;
         {
             const MutexLock lock(lock_);
             WaitForWork();
             if (stopping_)
                 return;
-            committed_ = false;
+            isTold = std::exchange(committed_, false);
         }
         bool served = false;
         // A round that fails for want of memory is made up for by the next one.
         (void)Guarded([&] {
-            served = ServeAll();
+            served = ServeAll(lastServed, isTold);
             return S_OK;
         });
         if (!served) {
@@ -174,31 +178,45 @@ void NotificationHub::Pause(milliseconds time)
     }
 }
 
-// Whether any sink was called.
-bool NotificationHub::ServeAll()
+// Whether any sink was called. A store of whose last change nothing was left to tell is passed over.
+bool NotificationHub::ServeAll(StoreChanges& served, bool evenIfUnchanged)
 {
-    std::vector<std::shared_ptr<Subscription>> all;
+    std::map<std::shared_ptr<StoreCore>, std::vector<std::shared_ptr<Subscription>>> all;
     {
         const MutexLock lock(lock_);
         for (const auto& [connection, subscription] : subscriptions_)
-            all.push_back(subscription);
+            if (auto core = subscription->core.lock())
+                all[std::move(core)].push_back(subscription);
     }
-    bool served = false;
-    for (const auto& subscription : all) {
-        const std::shared_ptr<StoreCore> core = subscription->core.lock();
-        if (core && !core->Switches().holds)
-            served |= Serve(*subscription) > 0;
+    bool isAnyTold = false;
+    StoreChanges now;
+    for (const auto& [core, subscriptions] : all) {
+        std::int64_t last = 0;
+        const auto before = served.find(core);
+        const bool isKnown = SUCCEEDED(core->LastChange(last));
+        bool isServed = isKnown && before != served.end() && before->second == last;
+        if ((!isServed || evenIfUnchanged) && !core->Switches().holds) {
+            isServed = isKnown;
+            for (const auto& subscription : subscriptions) {
+                ULONG told = 0;
+                isServed &= Serve(*subscription, told) && told == 0;
+                isAnyTold |= told > 0;
+            }
+        }
+        if (isServed)
+            now.emplace(core, last);
     }
-    return served;
+    served = std::move(now);
+    return isAnyTold;
 }
 
-ULONG NotificationHub::Serve(Subscription& subscription) noexcept
+bool NotificationHub::Serve(Subscription& subscription, ULONG& told) noexcept
 {
+    told = 0;
     Subscription::Parts parts = subscription.BeginCall();
     if (!parts.sink)
-        return 0;
-    ULONG told = 0;
-    (void)Guarded([&] {
+        return true;
+    const HRESULT hr = Guarded([&] {
         NotificationBatch batch;
         QV_RETURN_IF_FAILED(parts.source->Collect(batch));
         if (batch.empty())
@@ -211,7 +229,7 @@ ULONG NotificationHub::Serve(Subscription& subscription) noexcept
     });
     parts = {};
     subscription.EndCall();
-    return told;
+    return SUCCEEDED(hr);
 }
 
 HRESULT NotificationHub::Deliver(const StoreCore& core, ULONG& number, ULONG& told) noexcept
@@ -228,7 +246,7 @@ HRESULT NotificationHub::Deliver(const StoreCore& core, ULONG& number, ULONG& to
     }
     if (!chosen)
         return S_FALSE;
-    told = Serve(*chosen);
+    (void)Serve(*chosen, told);
     return S_OK;
 }
 

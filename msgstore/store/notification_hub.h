@@ -1,7 +1,7 @@
 // msgstore/store/notification_hub.h: a session's subscriptions, and the thread that serves them.
 //
-// The thread wakes when this process commits a change, and looks ten times a second for those of others. It
-// hands each subscription what has gathered for it in one call, then lets more gather for a while: the longer
+// The thread wakes when this process commits a change, and looks ten times a second whether others have: one question
+// a store, however many subscriptions it has. It hands each subscription what has gathered for it in one call, then lets more gather for a while: the longer
 // changes go on, the longer, so that a flood of them makes few calls.
 #ifndef QUORVANE_MSGSTORE_STORE_NOTIFICATION_HUB_H_
 #define QUORVANE_MSGSTORE_STORE_NOTIFICATION_HUB_H_
@@ -22,7 +22,7 @@ class EventSource {
 public:
     virtual ~EventSource() = default;
     virtual const std::shared_ptr<StoreCore>& Core() const noexcept = 0;
-    // Adds what has happened since the last call, if anything. After a failure what was to be told is lost,
+    // Adds what has happened since the last call, or some of it; nothing when there is none. After a failure what was to be told is lost,
     // or comes with the next call. Called on the session's notification thread; takes no long time.
     [[nodiscard]] virtual HRESULT Collect(NotificationBatch& batch) noexcept = 0;
 };
@@ -58,10 +58,12 @@ private:
     struct Subscription;
     using Subscriptions = std::map<ULONG, std::shared_ptr<Subscription>>;
 
+    using StoreChanges = std::map<std::weak_ptr<StoreCore>, std::int64_t, std::owner_less<>>;
+
     void Run() noexcept;
-    bool ServeAll();
-    // How many notifications its sink got.
-    ULONG Serve(Subscription& subscription) noexcept;
+    bool ServeAll(StoreChanges& served, bool evenIfUnchanged);
+    // told  [out]  how many notifications its sink got. False when some may be left to tell.
+    bool Serve(Subscription& subscription, ULONG& told) noexcept;
     void WaitForWork() QV_REQUIRES(lock_);
     void Pause(std::chrono::milliseconds time) QV_REQUIRES(lock_);
     void Listen(const std::shared_ptr<StoreCore>& core) QV_REQUIRES(lock_);

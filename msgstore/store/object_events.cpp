@@ -23,17 +23,20 @@ public:
     {
         return core_->Read([&](SqliteConnection& connection) {
             std::vector<Change> changes;
-            const HRESULT read = ReadChanges(connection, lastChange_, kMostObjectEvents, changes);
-            QV_RETURN_IF_FAILED(read);
-            // So far behind, there is nothing left to tell one by one.
-            if (read == S_FALSE)
-                return ReadLastChange(connection, lastChange_);
-            for (const Change& change : changes) {
-                if ((change.event & mask_) != 0 && (!object_ || *object_ == change.objectGuid))
-                    QV_RETURN_IF_FAILED(Add(connection, change, batch));
-            }
-            if (!changes.empty())
-                lastChange_ = changes.back().number;
+            do {
+                changes.clear();
+                const HRESULT read = ReadChanges(connection, lastChange_, kMostObjectEvents, changes);
+                QV_RETURN_IF_FAILED(read);
+                // So far behind, there is nothing left to tell one by one.
+                if (read == S_FALSE)
+                    return ReadLastChange(connection, lastChange_);
+                for (const Change& change : changes) {
+                    if ((change.event & mask_) != 0 && (!object_ || *object_ == change.objectGuid))
+                        QV_RETURN_IF_FAILED(Add(connection, change, batch));
+                }
+                if (!changes.empty())
+                    lastChange_ = changes.back().number;
+            } while (changes.size() == kMostObjectEvents && batch.empty());
             return S_OK;
         });
     }
