@@ -1,7 +1,13 @@
-#include "host/base/stop_signals.h"
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <csignal>
-#include <ctime>
+
+#include "host/base/errors.h"
+#include "host/base/stop_signals.h"
 
 namespace quorvane::host {
 
@@ -16,23 +22,60 @@ sigset_t StopSet()
     return set;
 }
 
+int NewDescriptor(int descriptor)
+{
+    if (descriptor < 0)
+        Fail("watch for", "SIGINT and SIGTERM", DescribeErrno(errno));
+    return descriptor;
+}
+
+void Set(std::intptr_t event) noexcept
+{
+    const std::uint64_t one = 1;
+    // It can't fail: nobody counts that far.
+    [[maybe_unused]] const ssize_t written = write(static_cast<int>(event), &one, sizeof one);
+}
+
 }  // namespace
 
 StopSignals::StopSignals()
 {
     const sigset_t set = StopSet();
     pthread_sigmask(SIG_BLOCK, &set, nullptr);
+    signals_ = NewDescriptor(signalfd(-1, &set, SFD_CLOEXEC));
+    asked_ = NewDescriptor(eventfd(0, EFD_CLOEXEC));
+    ended_ = NewDescriptor(eventfd(0, EFD_CLOEXEC));
+    watcher_ = std::thread([this] { Watch(); });
 }
 
-StopSignals::~StopSignals() = default;
-
-bool StopSignals::Wait(std::chrono::milliseconds time)
+StopSignals::~StopSignals()
 {
-    const sigset_t set = StopSet();
-    const std::timespec limit{static_cast<std::time_t>(time.count() / 1000),
-                              static_cast<long>(time.count() % 1000) * 1'000'000};
-    stopped_ = stopped_ || sigtimedwait(&set, nullptr, &limit) > 0;
-    return stopped_;
+    {
+        const std::lock_guard lock(mutex_);
+        isEnding_ = true;
+        changed_.notify_all();
+    }
+    Set(ended_);
+    watcher_.join();
+    for (const std::intptr_t descriptor : {signals_, asked_, ended_})
+        close(static_cast<int>(descriptor));
+}
+
+void StopSignals::Watch()
+{
+    pollfd events[] = {{static_cast<int>(signals_), POLLIN, 0}, {static_cast<int>(ended_), POLLIN, 0}};
+    while (poll(events, 2, -1) < 0) {
+    }
+    if (events[0].revents == 0)
+        return;
+    Set(asked_);
+    EndWhenOverdue();
+}
+
+bool StopSignals::Wait(std::chrono::milliseconds time) const noexcept
+{
+    pollfd asked{static_cast<int>(asked_), POLLIN, 0};
+    return poll(&asked, 1, static_cast<int>(time.count())) > 0;
 }
 
 }  // namespace quorvane::host

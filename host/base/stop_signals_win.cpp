@@ -44,18 +44,33 @@ StopSignals::StopSignals()
     SetConsoleCtrlHandler(nullptr, FALSE);
     if (!SetConsoleCtrlHandler(OnControl, TRUE))
         Fail("watch for", "Ctrl-C", DescribeSystemError(GetLastError()));
+    asked_ = reinterpret_cast<std::intptr_t>(asked);
+    ended_ = reinterpret_cast<std::intptr_t>(ended);
+    watcher_ = std::thread([this] { Watch(); });
 }
 
 StopSignals::~StopSignals()
 {
     SetConsoleCtrlHandler(OnControl, FALSE);
+    {
+        const std::lock_guard lock(mutex_);
+        isEnding_ = true;
+        changed_.notify_all();
+    }
     SetEvent(ended);
+    watcher_.join();
 }
 
-bool StopSignals::Wait(std::chrono::milliseconds time)
+void StopSignals::Watch()
 {
-    stopped_ = stopped_ || WaitForSingleObject(asked, static_cast<DWORD>(time.count())) == WAIT_OBJECT_0;
-    return stopped_;
+    const HANDLE events[] = {asked, ended};
+    if (WaitForMultipleObjects(2, events, FALSE, INFINITE) == WAIT_OBJECT_0)
+        EndWhenOverdue();
+}
+
+bool StopSignals::Wait(std::chrono::milliseconds time) const noexcept
+{
+    return WaitForSingleObject(asked, static_cast<DWORD>(time.count())) == WAIT_OBJECT_0;
 }
 
 }  // namespace quorvane::host

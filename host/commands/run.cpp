@@ -1,3 +1,6 @@
+#include <chrono>
+#include <cstdio>
+
 #include "host/commands/command.h"
 #include "host/sharing/pinning.h"
 #include "host/sharing/runner.h"
@@ -27,21 +30,31 @@ std::string CountsText(const Json& counts)
     return text + "\n";
 }
 
+// How long the orderly end may take after a signal.
+constexpr auto kOrderlyEnd = std::chrono::milliseconds(700);
+
+// Nothing hangs on an orderly end: what is under way is taken up by the next run, as after a kill.
+void EndOverdue(const RunOptions& options, const Statistics& statistics)
+{
+    std::fputs("quorvane: what was under way is taken up by the next run\n", stderr);
+    Print(options.json, CountsOf(statistics), CountsText(CountsOf(statistics)));
+    std::fflush(nullptr);
+}
+
 ExitCode Run(const RunOptions& given)
 {
-    StopSignals signals;
     RunOptions options = given;
+    Statistics statistics;
+    StopSignals signals;
+    signals.EndWithin(kOrderlyEnd, [&] { EndOverdue(given, statistics); });
     const Mailbox mailbox = Mailbox::Open(options.mailbox);
     options.exchange = ChosenExchange(mailbox, given.exchange);
     if (options.exchange.empty())
         throw HostError("no exchange is known yet: name it by --exchange", ExitCode::kUsage);
     const auto lock = mailbox.LockForRun();
-    Json counts;
-    {
-        Runner runner(options, mailbox);
-        runner.Run(signals);
-        counts = CountsOf(runner.Counts());
-    }
+    Runner(options, mailbox, signals, statistics).Run();
+    signals.EndInOrder();
+    const Json counts = CountsOf(statistics);
     Print(options.json, counts, CountsText(counts));
     return ExitCode::kDone;
 }
@@ -72,9 +85,20 @@ void AddRunCommand(CLI::App& program, Chosen& chosen)
                      "else is to be done")
         ->check(CLI::Range(std::int64_t{1}, std::int64_t{31'536'000}))
         ->capture_default_str();
+    command
+        ->add_option("--package-size", options->packageSize,
+                     "Megabytes of a package's content; a larger item travels alone")
+        ->check(CLI::Range(std::uint64_t{1}, std::uint64_t{4096}))
+        ->capture_default_str();
+    command
+        ->add_option("--look-every", options->lookEvery,
+                     "Seconds after which the exchange is looked at where nothing tells of changes in it, as on shares "
+                     "of other machines")
+        ->check(CLI::Range(1, 3600))
+        ->capture_default_str();
     command->add_option("--accept-from", options->acceptFrom,
                         "Accept what this member shares without asking; may be given several times");
-    command->add_flag("-v,--verbose", options->verbose, "Log each change that is seen, sent or applied");
+    command->add_flag("-v,--verbose", options->verbose, "Name each change that is seen, sent, applied or ignored, with its subject, and each package");
 }
 
 }  // namespace quorvane::host

@@ -48,6 +48,16 @@ void Addin::Log(const char* event, const std::string& id, const std::string& wha
         std::fprintf(stderr, "%s %s %s\n", event, Printable(id).c_str(), Printable(what).c_str());
 }
 
+// With the subject that the item has here, if it is here.
+void Addin::LogWithSubject(const char* event, const std::string& id) const
+{
+    if (!parts_.verbose)
+        return;
+    const auto row = parts_.state.RowOfId(id);
+    const ComPtr<IMessage> message = row ? OpenMessage(parts_.mail, row->entryId, false) : nullptr;
+    Log(event, id, message ? TextOf(*message, PR_SUBJECT_W) : std::string());
+}
+
 // A scan of the whole folder can meet a message between its last change by the engine and its row: the change
 // then looks like one made here, and is judged when the item in hand is done. A message without a row that
 // anybody knows may be any item of its folder.
@@ -117,9 +127,18 @@ HRESULT Addin::Stamp(IItem& item, const LocalItem& local, const char* event, boo
     parts_.records.PutItem(record);
     if (ignore)
         return S_OK;
+    MakeRoomFor(*local.message);
     ++parts_.statistics.itemsSent;
     Log(event, record.id, TextOf(*local.message, PR_SUBJECT_W));
     return S_OK;
+}
+
+void Addin::MakeRoomFor(IMessage& message)
+{
+    const LONG size = LongOf(message, PR_MESSAGE_SIZE);
+    const std::lock_guard lock(rulesMutex_);
+    if (room_)
+        room_->MakeRoom(size > 0 ? static_cast<std::uint64_t>(size) : 0);
 }
 
 HRESULT Addin::OnLocalChange(const char* event, IItem& item, bool& ignore)
@@ -224,11 +243,12 @@ HRESULT Addin::OnItemReceived(IItem* item, BSTR tag, bool& ignore)
     ignore = !verdict.isApplied;
     if (ignore) {
         ++parts_.statistics.itemsIgnored;
+        LogWithSubject("ignored", arrival.id);
         return S_OK;
     }
+    LogWithSubject(deletion ? "deleted" : "onItemReceived", arrival.id);
     ignore = deletion && !parts_.state.RowOfId(arrival.id);  // nothing here to delete
     deletion ? ++parts_.statistics.deletionsApplied : ++parts_.statistics.itemsApplied;
-    Log("onItemReceived", arrival.id, deletion ? "deletion" : "");
     return S_OK;
 }
 
@@ -248,6 +268,7 @@ HRESULT Addin::OnPostprocess(BSTR entryId, BSTR /*storeId*/)
         const std::uint64_t modified = TimeOf(*message, PR_LAST_MODIFICATION_TIME);
         if (row->lastModified == RowTimeOf(modified))
             parts_.records.SetModified(row->id, modified);
+        Log("applied", row->id, TextOf(*message, PR_SUBJECT_W));
     }
     return S_OK;
 }

@@ -30,6 +30,16 @@ protected:
     ~ResendRules() = default;
 };
 
+// Packages are of a bounded size.
+class PackageRoom {
+public:
+    // An item of about `size` bytes is about to be packed: what would become too large with it is closed.
+    virtual void MakeRoom(std::uint64_t size) = 0;
+
+protected:
+    ~PackageRoom() = default;
+};
+
 class Addin final : public ExtHandler {
 public:
     struct Parts {
@@ -56,6 +66,15 @@ public:
         const std::lock_guard lock(rulesMutex_);
         rules_ = rules;
     }
+
+    // The same for packages; without it they have no bound.
+    void SetPackageRoom(PackageRoom* room)
+    {
+        const std::lock_guard lock(rulesMutex_);
+        room_ = room;
+    }
+    // Before a message is packed.
+    void MakeRoomFor(IMessage& message);
 
     ItemVersions& Versions() noexcept { return versions_; }
 
@@ -94,12 +113,14 @@ private:
     bool IsStillThere(IItem& item) const;
     HRESULT ChooseId(IItem& item, const SharingRow& row, bool stays);
     void Log(const char* event, const std::string& id, const std::string& what) const;
+    void LogWithSubject(const char* event, const std::string& id) const;
 
     Parts parts_;
     ItemVersions versions_;
     const EngineSession* engine_ = nullptr;
     std::mutex rulesMutex_;
     ResendRules* rules_ = nullptr;
+    PackageRoom* room_ = nullptr;
 };
 
 // Adds a shared folder to the engine. Throws a HostError.

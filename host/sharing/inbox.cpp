@@ -61,7 +61,8 @@ Inbox::Inbox(const Addin::Parts& parts, const EngineSession& engine, Matcher& ma
       statistics_(parts.statistics),
       matcher_(matcher),
       report_(std::move(report)),
-      askAfter_(askAfter)
+      askAfter_(askAfter),
+      verbose_(parts.verbose)
 {}
 
 bool Inbox::IsBusy()
@@ -159,7 +160,13 @@ std::optional<Inbox::Header> Inbox::HeaderOf(Transport& transport, const Peer& p
 std::vector<std::uint64_t> Inbox::Lying(Transport& transport, const Peer& peer)
 {
     try {
-        return transport.place.Packages(peer.id, 1);
+        std::vector<std::uint64_t> lying = transport.place.Packages(peer.id, 1);
+        // What was refused and is gone is forgotten, so that no more is kept than lies there.
+        std::erase_if(refusals_, [&](const auto& refusal) {
+            const auto& [device, sequence] = refusal.first;
+            return device == peer.id && sequence != 0 && !std::binary_search(lying.begin(), lying.end(), sequence);
+        });
+        return lying;
     } catch (const exchange::Error& error) {
         if (!transport.place.IsReachable())
             throw;
@@ -503,6 +510,8 @@ bool Inbox::Advance(Transport& transport)
 void Inbox::Finish(Transport& transport, const Peer& peer, const exchange::ForUs& package)
 {
     transport.peers.NoteApplied(peer.id, package);
+    if (verbose_)
+        report_(ShownPackage(peer, package.sequence) + " is taken");
     RemoveCopies(peer.id, package.sequence);
     refusals_.erase({peer.id, package.sequence});
     tries_ = 0;

@@ -116,6 +116,7 @@ private:
     Matcher& matcher_;
     std::function<void(const std::string&)> report_;
     std::int64_t askAfter_;
+    bool verbose_;
     ReportSink* reports_ = nullptr;
     bool isCutShort_ = false;              // the last look for a device's next package didn't come to the end
     int tries_ = 0;                        // of the current one in this process

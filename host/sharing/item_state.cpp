@@ -82,11 +82,13 @@ void ItemState::DropStrayRows()
 
 bool ItemState::IsCurrent(const SharingRow& row, const std::string& folderId, std::uint64_t modified)
 {
-    if (row.lastModified != RowTimeOf(modified))
-        return false;
     const auto record = records_.FindItem(row.id);
-    return record && record->folderId == folderId &&
-           (record->modified == 0 || record->modified == modified);
+    return record && record->folderId == folderId && IsCurrent(row, *record, modified);
+}
+
+bool ItemState::IsCurrent(const SharingRow& row, const ItemRecord& record, std::uint64_t modified) noexcept
+{
+    return row.lastModified == RowTimeOf(modified) && (record.modified == 0 || record.modified == modified);
 }
 
 void ItemState::SetRowTime(const std::string& id, std::uint64_t modified)

@@ -35,6 +35,8 @@ public:
     // of the item, stand for. A row knows whole seconds only; the record knows the time exactly. A move
     // between folders leaves row and time as they were.
     bool IsCurrent(const SharingRow& row, const std::string& folderId, std::uint64_t modified);
+    // The same for the record of an item of this folder.
+    static bool IsCurrent(const SharingRow& row, const ItemRecord& record, std::uint64_t modified) noexcept;
 
     // Brings a row's time up to date after its item was sent.
     void SetRowTime(const std::string& id, std::uint64_t modified);

@@ -18,7 +18,7 @@ namespace quorvane::host {
 
 namespace {
 
-constexpr auto kQuietTime = std::chrono::milliseconds(250);
+constexpr auto kQuietTime = std::chrono::milliseconds(75);
 constexpr auto kLongestWait = std::chrono::seconds(3);
 
 // Whether no writer of the engine has the file open any more.
@@ -43,6 +43,14 @@ const std::string kNotePrefix = "note-";
 exchange::PackageKind KindOf(const OutgoingPackage& package)
 {
     return ParseReportRecipients(package.recipients).empty() ? package.kind : exchange::PackageKind::kDigest;
+}
+
+// 0 of one that isn't there.
+std::uint64_t SizeOf(const std::string& path)
+{
+    std::error_code error;
+    const std::uintmax_t size = std::filesystem::file_size(PathOf(path), error);
+    return error ? 0 : size;
 }
 
 bool IsForOneMember(const std::string& recipients)
@@ -123,6 +131,8 @@ bool Outbox::IsReady(const std::string& path)
     const auto written = std::filesystem::last_write_time(PathOf(path), error);
     if (error)
         return true;  // gone: taking it clears the engine's record
+    if (SizeOf(path) >= packageSize_)
+        return true;
     const auto now = std::chrono::steady_clock::now();
     const auto first = firstSeen_.try_emplace(path, now).first->second;
     return std::filesystem::file_time_type::clock::now() - written >= kQuietTime ||
@@ -138,13 +148,23 @@ void Outbox::Take(const Listed& package)
 
 void Outbox::Take(const std::string& recipients)
 {
+    const std::lock_guard lock(taking_);
     for (const Listed& package : ListEngine())
         if (package.recipients == recipients)
             Take(package);
 }
 
+void Outbox::MakeRoom(std::uint64_t size)
+{
+    const std::lock_guard lock(taking_);
+    for (const Listed& package : ListEngine())
+        if (SizeOf(package.path) + size > packageSize_)
+            Take(package);
+}
+
 void Outbox::TakeReady(bool evenIfFresh)
 {
+    const std::lock_guard lock(taking_);
     for (const Listed& package : ListEngine())
         if (evenIfFresh || IsReady(package.path))
             Take(package);
@@ -276,6 +296,9 @@ void Outbox::Lay(const OutgoingPackage& package, Transport& transport)
         if (!receivers.empty()) {
             LaySealed(transport, {package.sequence, KindOf(package)}, receivers, path);
             ++parts_.statistics.packagesSent;
+            if (parts_.verbose)
+                report_("package " + std::to_string(package.sequence) + " for " + std::to_string(receivers.size()) +
+                        " devices lies in the exchange");
         }
     } else {
         for (const exchange::Receiver& receiver : receivers)

@@ -1,6 +1,6 @@
 // host/sharing/outbox.h: packages on their way from the engine to the exchange.
 //
-// A package is taken from the engine when it has been quiet for a moment. From then on it is the program's:
+// A package is taken from the engine when it has been quiet for a moment, or is as large as one may be. From then on it is the program's:
 // it is noted before the engine forgets it, looked through, gets its number and its receivers, and goes when it
 // lies in the exchange, sealed. A kill at any point leads to one more of the same number and content, never to none.
 #ifndef QUORVANE_HOST_SHARING_OUTBOX_H_
@@ -9,6 +9,7 @@
 #include <chrono>
 #include <functional>
 #include <map>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -19,18 +20,28 @@
 
 namespace quorvane::host {
 
-// For the run's thread alone. Methods throw a HostError.
-class Outbox {
+// For the run's thread alone, but for MakeRoom. Methods throw a HostError.
+class Outbox final : public PackageRoom {
 public:
-    // report: gets one line for the user about what can't be sent.
+    static constexpr std::uint64_t kPackageSize = std::uint64_t{64} << 20;
+
+    // report: gets one line for the user about what can't be sent. packageSize: how many bytes a package holds; an
+    // item that is larger has one of its own.
     Outbox(const Addin::Parts& parts, const EngineSession& engine,
-           std::function<void(const std::string&)> report)
-        : parts_(parts), engine_(engine), records_(parts.records), report_(std::move(report))
+           std::function<void(const std::string&)> report, std::uint64_t packageSize = kPackageSize)
+        : parts_(parts),
+          engine_(engine),
+          records_(parts.records),
+          report_(std::move(report)),
+          packageSize_(packageSize)
     {}
 
     // Takes up what a killed run had noted: the engine may still list it. Once, before the engine's folders
     // are added.
     void Resume();
+
+    // Any thread.
+    void MakeRoom(std::uint64_t size) override;
 
     // Takes every package that is ready. Those for one member come first, so that he knows a folder before its
     // changes.
@@ -81,6 +92,8 @@ private:
     const EngineSession& engine_;
     Records& records_;
     std::function<void(const std::string&)> report_;
+    const std::uint64_t packageSize_;
+    std::mutex taking_;  // from the engine's list; guards what follows
     std::map<std::string, std::chrono::steady_clock::time_point>
         firstSeen_;  // packages that were still filling
 };

@@ -7,12 +7,12 @@
 namespace quorvane::host {
 
 // Of what isn't here yet, a change waits for that.
-bool Reconciler::IsDifferent(const Share& share, const SharingRow& row, std::uint64_t modified)
+bool Reconciler::IsDifferent(const Known& known, const SharingRow& row, std::uint64_t modified)
 {
-    if (parts_.state.IsCurrent(row, share.folderId, modified))
-        return false;
-    const auto record = parts_.records.FindItem(row.id);
-    return !record || record->folderId != share.folderId || record->isWhole || record->deleted;
+    const auto record = known.find(row.id);
+    if (record == known.end())
+        return true;
+    return !ItemState::IsCurrent(row, record->second, modified) && (record->second.isWhole || record->second.deleted);
 }
 
 // What was changed here and is in no package, though none is on its way: a power cut took the one that it was in. What
@@ -34,26 +34,23 @@ std::vector<Reconciler::Difference> Reconciler::FindDifferences(const Share& sha
     const ComPtr<IMAPIFolder> folder = OpenFolder(parts_.mail, share.entryId);
     if (!folder)
         Fail("read the folder", share.name, "it is gone");
-    const auto rows = ReadSharingRows(parts_.mailbox);
+    Known known;
+    for (ItemRecord& record : parts_.records.AllItemsOf(share.folderId))
+        known.emplace(record.id, std::move(record));
     const std::set<std::string> lost = FindLost(share);
     std::vector<Difference> differences;
     std::unordered_set<std::string> present;
     ForEachItem(*folder, [&](const ItemInfo& item) {
         present.insert(item.entryId);
-        const auto row = rows.find(item.entryId);
-        if (row == rows.end() || IsDifferent(share, row->second, item.modified) || lost.contains(row->second.id))
+        const auto row = parts_.state.RowOfEntry(item.entryId);
+        if (!row || IsDifferent(known, *row, item.modified) || lost.contains(row->id))
             differences.push_back({item.entryId, {}, item.modified});
     });
-    for (const auto& [entryId, row] : rows) {
-        if (present.contains(entryId))
-            continue;
-        const auto record = parts_.records.FindItem(row.id);
-        if (record && record->folderId == share.folderId)
-            differences.push_back({{}, row.id, 0});
-    }
-    for (const std::string& id : lost)
-        if (const auto record = parts_.records.FindItem(id); record && record->deleted && !parts_.state.RowOfId(id))
+    for (const auto& [id, record] : known) {
+        const auto row = parts_.state.RowOfId(id);
+        if (row ? !present.contains(row->entryId) : record.deleted && lost.contains(id))
             differences.push_back({{}, id, 0});
+    }
     std::erase_if(differences, [this](const Difference& difference) { return failed_.contains(difference.Key()); });
     return differences;
 }
@@ -74,8 +71,11 @@ try {
 
 void Reconciler::SendDifferences(const Share& share)
 {
-    for (const Difference& difference : FindDifferences(share))
+    for (const Difference& difference : FindDifferences(share)) {
+        if (isStopAsked_())
+            return;
         Send(share, difference);
+    }
 }
 
 void Reconciler::TakeForSent(const Share& share)
@@ -92,6 +92,8 @@ bool Reconciler::CheckDifferences(const Share& share, std::chrono::milliseconds 
     std::map<std::string, std::chrono::steady_clock::time_point> waiting;
     const std::vector<Difference> differences = FindDifferences(share);
     for (const Difference& difference : differences) {
+        if (isStopAsked_())
+            return false;
         const std::string key = difference.Key();
         const auto known = before.find(key);
         const auto first = known == before.end() ? now : known->second;

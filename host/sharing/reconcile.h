@@ -25,6 +25,9 @@ public:
     // there isn't looked for.
     void SetPacking(std::function<bool()> isPacking) { isPacking_ = std::move(isPacking); }
 
+    // isAsked: whether the run is to end: then what differs is left to the next one.
+    void SetStop(std::function<bool()> isAsked) { isStopAsked_ = std::move(isAsked); }
+
     // Compares each item of a folder with its row; sends what differs or has no row, and a deletion for each
     // row whose message is gone. The engine must not be watching the folder meanwhile (IgnoreEvents).
     void SendDifferences(const Share& share);
@@ -44,7 +47,8 @@ private:
         std::string Key() const { return entryId + id + ":" + std::to_string(modified); }
     };
     std::set<std::string> FindLost(const Share& share);
-    bool IsDifferent(const Share& share, const SharingRow& row, std::uint64_t modified);
+    using Known = std::map<std::string, ItemRecord>;  // what is known of a folder's items, by their IDs
+    static bool IsDifferent(const Known& known, const SharingRow& row, std::uint64_t modified);
     std::vector<Difference> FindDifferences(const Share& share);
     void Send(const Share& share, const Difference& difference);
 
@@ -52,6 +56,7 @@ private:
     Addin::Parts parts_;
     Unsent unsent_;
     std::function<bool()> isPacking_;
+    std::function<bool()> isStopAsked_ = [] { return false; };
     std::set<std::string> failed_;  // differences that can't be sent: tried again by a later run, or when they change
     // Per folder: differences that were left to the engine, since when.
     std::map<std::string, std::map<std::string, std::chrono::steady_clock::time_point>> firstSeen_;

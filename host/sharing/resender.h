@@ -36,6 +36,9 @@ public:
     // Whether anything is owed that isn't cancelled.
     bool HasWork();
 
+    // Whether the engine's job works on it.
+    bool IsUnderWay() const noexcept { return job_ != nullptr; }
+
     // Ends the job, which goes on in a later run.
     void Stop();
 

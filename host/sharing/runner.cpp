@@ -1,6 +1,8 @@
 #include "host/sharing/runner.h"
 
+#include <algorithm>
 #include <cstdio>
+#include <system_error>
 
 #include "host/base/output.h"
 #include "host/base/path_text.h"
@@ -12,7 +14,11 @@ namespace quorvane::host {
 
 namespace {
 
-constexpr auto kStepTime = std::chrono::milliseconds(50);
+constexpr auto kStepTime = std::chrono::milliseconds(25);
+// How long it steps on after something happened: what follows from it may not be told, and may wait for its time.
+constexpr auto kAttention = std::chrono::milliseconds(3000);
+// How often an exchange that is gone is looked for.
+constexpr auto kRetryInterval = std::chrono::milliseconds(1000);
 // How long a change may take until the engine has reported it by itself.
 constexpr auto kPatience = std::chrono::milliseconds(2500);
 constexpr auto kCheckInterval = std::chrono::seconds(60);
@@ -20,11 +26,22 @@ constexpr auto kFirstCheck = std::chrono::seconds(3);
 constexpr auto kQuietBeforeComparison = std::chrono::milliseconds(300);
 constexpr auto kQuietBeforeCheck = std::chrono::milliseconds(1000);
 
+// What a file looks like from outside: whoever writes to it changes that.
+std::string LookOf(const std::filesystem::path& path)
+{
+    std::error_code error;  // one that isn't there looks like that
+    const auto size = std::filesystem::file_size(path, error);
+    const auto time = std::filesystem::last_write_time(path, error).time_since_epoch().count();
+    return std::to_string(size) + " " + std::to_string(time) + "\n";
+}
+
 }  // namespace
 
-Runner::Runner(const RunOptions& options, const Mailbox& mailbox)
+Runner::Runner(const RunOptions& options, const Mailbox& mailbox, const StopSignals& signals, Statistics& statistics)
     : options_(options),
       mailbox_(mailbox),
+      signals_(signals),
+      statistics_(statistics),
       mail_(options.mailbox),
       records_(mailbox.HostDatabasePath().string()),
       state_(mailbox, records_),
@@ -37,7 +54,7 @@ Runner::Runner(const RunOptions& options, const Mailbox& mailbox)
                       outbox_.NoteUnsent(id, folderId, reason);
                   }),
       matcher_(parts_, engine_),
-      outbox_(parts_, engine_, [this](const std::string& line) { Say(line); }),
+      outbox_(parts_, engine_, [this](const std::string& line) { Say(line); }, options.packageSize << 20),
       comparisons_(parts_, sender_, [this](const std::string& line) { Say(line); }, options.compareAfter),
       copies_(parts_, addin_, engine_, sender_, [this](const std::string& line) { Say(line); }),
       resender_(parts_, engine_, sender_, reconciler_, outbox_, [this](const std::string& line) { Say(line); }),
@@ -48,8 +65,10 @@ Runner::Runner(const RunOptions& options, const Mailbox& mailbox)
 {
     addin_.SetEngine(engine_);
     addin_.SetResendRules(&resender_);
+    addin_.SetPackageRoom(&outbox_);
     inbox_.SetReports(&comparisons_);
     reconciler_.SetPacking([this] { return outbox_.HasWork(); });
+    reconciler_.SetStop([this] { return signals_.IsAsked(); });
     if (!transport_.place.IsReachable())
         Fail("use the exchange", options.exchange, "no such directory");
     NameFormerLayout();
@@ -79,9 +98,10 @@ void Runner::NameFormerLayout()
             "their senders send everything once more when they run this version");
 }
 
-// The engine outlives what its resends ask.
+// The engine outlives what it asks.
 Runner::~Runner()
 {
+    addin_.SetPackageRoom(nullptr);
     addin_.SetResendRules(nullptr);
 }
 
@@ -284,9 +304,25 @@ void Runner::CheckNowAndThen()
     // A resend comes upon most differences by itself, and has what it leaves compared at its end.
     if (resender_.HasWork())
         return;
-    if (now < nextCheck_ || statistics_.Quiet() < kQuietBeforeCheck || inbox_.IsBusy())
+    if (now < nextCheck_ || statistics_.Quiet() < kQuietBeforeCheck || inbox_.IsBusy() || !HasChanged())
         return;
-    nextCheck_ = now + (CheckShares() ? kCheckInterval : kFirstCheck);
+    const std::string look = Look();
+    const bool clean = CheckShares();
+    nextCheck_ = now + (clean ? kCheckInterval : kFirstCheck);
+    checked_ = clean ? look : std::string();
+}
+
+// What the message store looks like, and when the engine reported anything last.
+std::string Runner::Look() const
+{
+    const std::string store = mailbox_.StorePath().string();
+    return LookOf(store) + LookOf(store + "-wal") + std::to_string(statistics_.lastActivity.load());
+}
+
+// Whether anything happened since the folders were found to be as they were sent.
+bool Runner::HasChanged() const
+{
+    return Look() != checked_;
 }
 
 // Whether all members who have a folder were sent all of it. Who hasn't yet is sent the whole of it when he has.
@@ -325,19 +361,79 @@ void Runner::ShowProgress()
                        static_cast<unsigned long long>(resender_.Total()), resend);
         return;
     }
-    progress_.Show(0, 0,
-                   std::to_string(statistics_.itemsSent + statistics_.deletionsSent) + " changes sent in " +
-                       std::to_string(statistics_.packagesSent) + " packages, " +
-                       std::to_string(statistics_.itemsApplied + statistics_.deletionsApplied) +
-                       " applied from " + std::to_string(statistics_.packagesReceived));
+    progress_.Show(0, 0, DoneText());
 }
 
-void Runner::Run(StopSignals& signals)
+std::string Runner::DoneText() const
 {
-    while (!signals.Wait(kStepTime)) {
+    return std::to_string(statistics_.itemsSent + statistics_.deletionsSent) + " changes sent in " +
+           std::to_string(statistics_.packagesSent) + " packages, " +
+           std::to_string(statistics_.itemsApplied + statistics_.deletionsApplied) + " applied from " +
+           std::to_string(statistics_.packagesReceived);
+}
+
+// A line each time that a piece of work is done.
+void Runner::TellDone()
+{
+    const std::string text = DoneText();
+    if (statistics_.packagesSent + statistics_.packagesReceived > 0 && text != told_)
+        Say("so far " + text);
+    told_ = text;
+}
+
+// Before it is looked at: what happens after that is told.
+void Runner::WatchPlaces()
+{
+    watch_.Forget();
+    watch_.Watch(mailbox_.Directory());
+    watch_.Watch(mailbox_.PackagesPath());
+    watch_.Watch(transport_.directory);
+    std::vector<exchange::DeviceId> devices{transport_.keys.Id()};
+    for (const Peer& peer : transport_.peers.All())
+        devices.push_back(peer.id);
+    for (const exchange::DeviceId& device : devices) {
+        const std::filesystem::path home = transport_.directory / PathOf(exchange::TextOf(device));
+        watch_.Watch(home);
+        watch_.Watch(home / "out");
+    }
+}
+
+// Whether anything goes on by itself that nobody will tell of.
+bool Runner::IsAtWork()
+{
+    return options_.untilIdle || std::chrono::steady_clock::now() < busyUntil_ || statistics_.Quiet() < kAttention ||
+           resender_.IsUnderWay() || (!exchangeLost_ && outbox_.HasWork());
+}
+
+std::chrono::milliseconds Runner::UntilNextLook() const
+{
+    std::chrono::milliseconds time = std::chrono::seconds(options_.lookEvery);
+    if (exchangeLost_)
+        time = std::min(time, kRetryInterval);
+    if (HasChanged()) {
+        const auto untilCheck = nextCheck_ - std::chrono::steady_clock::now();
+        time = std::min(time, std::chrono::ceil<std::chrono::milliseconds>(untilCheck));
+    }
+    return std::max(time, kStepTime);
+}
+
+void Runner::Rest()
+{
+    if (signals_.Wait(kStepTime) || IsAtWork())
+        return;
+    TellDone();
+    if (watch_.Wait(signals_, UntilNextLook()) == ChangeWatch::Woken::kChange)
+        busyUntil_ = std::chrono::steady_clock::now() + kAttention;
+}
+
+void Runner::Run()
+{
+    while (!signals_.IsAsked()) {
+        WatchPlaces();
         Step();
         if (options_.untilIdle && IsIdle())
             return;
+        Rest();
     }
     resender_.Stop();
     // What is packed goes out before the end, if the exchange takes it; else the next run sends it.

@@ -7,6 +7,7 @@
 #include <set>
 #include <string>
 
+#include "host/base/change_watch.h"
 #include "host/base/progress.h"
 #include "host/base/stop_signals.h"
 #include "host/sharing/addin.h"
@@ -31,21 +32,25 @@ struct RunOptions {
     std::string exchange;         // empty: the one that the mailbox remembers
     std::int64_t askAfter = exchange::GapWatch::kPatience;
     std::int64_t compareAfter = Comparisons::kOnceInADay;
+    std::int64_t lookEvery = 10;      // seconds
+    std::uint64_t packageSize = 64;   // megabytes
     std::set<std::string> acceptFrom;  // members whose invitations are accepted at once
 };
 
+// It works when something has changed: in the mailbox's files, whichever process did it, and in the exchange; and looks
+// once in a while (RunOptions::lookEvery) for what nobody told of. It steps on for as long as anything is under way.
 class Runner {
 public:
     // Logs on, takes up what an earlier run left, and begins to watch. Throws a HostError.
-    Runner(const RunOptions& options, const Mailbox& mailbox);
+    //
+    // signals, statistics: outlive it; what it counts may be read on any thread.
+    Runner(const RunOptions& options, const Mailbox& mailbox, const StopSignals& signals, Statistics& statistics);
     Runner(const Runner&) = delete;
     Runner& operator=(const Runner&) = delete;
     ~Runner();
 
     // Works until a signal, or until nothing is left to do. Throws a HostError when it can't go on.
-    void Run(StopSignals& signals);
-
-    const Statistics& Counts() const noexcept { return statistics_; }
+    void Run();
 
 private:
     void NameFormerLayout();
@@ -63,14 +68,24 @@ private:
     void MissExchange(const std::string& reason);
     bool MayTake();
     bool IsIdle();
+    void WatchPlaces();
+    bool IsAtWork();
+    std::string Look() const;
+    bool HasChanged() const;
+    std::chrono::milliseconds UntilNextLook() const;
+    void Rest();
     void CheckNowAndThen();
     bool CheckShares();
     void ShowProgress();
+    std::string DoneText() const;
+    void TellDone();
     void Say(const std::string& line);
 
     const RunOptions options_;
     const Mailbox& mailbox_;
-    Statistics statistics_;
+    const StopSignals& signals_;
+    Statistics& statistics_;
+    ChangeWatch watch_;
     MailSession mail_;
     Records records_;
     ItemState state_;
@@ -91,8 +106,11 @@ private:
     Progress progress_;
     std::set<std::string> watched_;  // folders that the engine knows
     std::set<std::string> named_;    // invitations that were told of
+    std::string told_;  // of what was done
     bool exchangeLost_ = false;
     std::chrono::steady_clock::time_point nextCheck_{};
+    std::chrono::steady_clock::time_point busyUntil_{};
+    std::string checked_;  // what the message store looked like, and when anything was reported last, at the last check
 };
 
 }  // namespace quorvane::host

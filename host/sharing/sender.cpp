@@ -124,6 +124,7 @@ bool Sender::Send(const Share& share, const std::string& entryId, const std::str
 void Sender::Pack(const Share& share, const std::string& entryId, IMessage& message, qv_Action action,
                   const ItemRecord& record, const std::string& recipients)
 {
+    addin_.MakeRoomFor(message);
     const Variant missing = Variant::Missing();
     ComPtr<IItem> item;
     Check(engine_.Session().GetItemFromID(missing.Raw(), Variant::Text(FromUtf8(entryId)).Raw(),

@@ -15,12 +15,14 @@ namespace quorvane::host {
 struct Transport {
     // exchange: its directory.
     Transport(const Mailbox& mailbox, const std::filesystem::path& exchange)
-        : keys(ReadDeviceKeys(mailbox)),
+        : directory(exchange),
+          keys(ReadDeviceKeys(mailbox)),
           place(exchange, keys.Id()),
           peers(mailbox.HostDatabasePath().string()),
           folders(mailbox.HostDatabasePath().string(), keys)
     {}
 
+    const std::filesystem::path directory;  // the exchange
     const exchange::DeviceKeys keys;
     const exchange::Place place;
     Peers peers;

@@ -170,6 +170,37 @@ void Process::AskToEnd() const
     Signal(isForWindows_ ? SIGINT : SIGTERM);
 }
 
+Cost Process::CostSoFar() const
+{
+    const std::filesystem::path root = "/proc/" + std::to_string(process_);
+    Cost cost;
+    std::error_code error;  // a thread may end meanwhile
+    for (const auto& task : std::filesystem::directory_iterator(root / "task", error)) {
+        std::uint64_t nanoseconds = 0;
+        std::ifstream(task.path() / "schedstat") >> nanoseconds;
+        cost.processor += std::chrono::nanoseconds(nanoseconds);
+    }
+    std::ifstream io(root / "io");
+    for (std::string name; io >> name;)
+        if (std::uint64_t value = 0; io >> value && name == "wchar:")
+            cost.written = value;
+    return cost;
+}
+
+void Process::AwaitQuiet()
+{
+    constexpr int kQuietSeconds = 5;
+    constexpr int kPatience = 600;
+    std::uint64_t before = 0;
+    for (int quiet = 0, seconds = 0; quiet < kQuietSeconds && seconds < kPatience; ++seconds) {
+        Outcome outcome;
+        ASSERT_FALSE(WaitFor(std::chrono::seconds(1), outcome)) << outcome.errors;
+        const std::uint64_t written = CostSoFar().written;
+        quiet = written == before ? quiet + 1 : 0;
+        before = written;
+    }
+}
+
 std::string Process::ErrorsSoFar() const
 {
     return ReadFile(errors_);

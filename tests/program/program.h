@@ -39,6 +39,12 @@ struct Outcome {
     Json Value() const { return Json::parse(output); }
 };
 
+// What a process has cost so far; Linux alone tells.
+struct Cost {
+    std::chrono::nanoseconds processor{};
+    std::uint64_t written = 0;  // bytes that files took
+};
+
 // A process of the program under way. Killed when this goes while it still runs.
 class Process {
 public:
@@ -51,6 +57,9 @@ public:
     void Signal(int number) const;
     // Asks for the orderly end of a run: SIGTERM, or Ctrl-C, of which Wine makes one of SIGINT.
     void AskToEnd() const;
+    Cost CostSoFar() const;
+    // Waits until it has written nothing for a while.
+    void AwaitQuiet();
     // What it has written to standard error so far.
     std::string ErrorsSoFar() const;
     // Waits for the end.

@@ -99,6 +99,10 @@ TEST_F(SharingTest, AChangeIsSeenWhileBothSidesRun)
     EXPECT_EQ(atBob.exitCode, 0) << atBob.errors;
     EXPECT_NE(atAlice.errors.find("onItemChanged " + id), std::string::npos) << atAlice.errors;
     EXPECT_NE(atBob.errors.find("onItemReceived " + id), std::string::npos) << atBob.errors;
+    EXPECT_NE(atAlice.errors.find("onItemChanged " + id + " live"), std::string::npos) << atAlice.errors;
+    EXPECT_NE(atBob.errors.find("applied " + id + " live"), std::string::npos) << atBob.errors;
+    EXPECT_NE(atAlice.errors.find("lies in the exchange"), std::string::npos) << atAlice.errors;
+    EXPECT_NE(atBob.errors.find("from 'alice' is taken"), std::string::npos) << atBob.errors;
 }
 
 TEST_F(SharingTest, AFileThatOnlyResemblesAPackageStaysInTheExchange)
