@@ -11,7 +11,7 @@
 namespace quorvane::host {
 
 // What a process of the program ends with.
-enum class ExitCode { kDone = 0, kFailed = 1, kUsage = 2 };
+enum class ExitCode { kDone = 0, kFailed = 1, kUsage = 2, kOpen = 3 /* the answer isn't known yet */ };
 
 // A failure on its way to standard error. Its text is the whole line, without the program's name.
 class HostError : public std::runtime_error {

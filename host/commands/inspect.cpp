@@ -1,9 +1,18 @@
+#include <filesystem>
+#include <fstream>
 #include <map>
+#include <optional>
+#include <string_view>
 
 #include "host/base/compound_file.h"
 #include "host/base/path_text.h"
 #include "host/commands/command.h"
+#include "host/exchange/card.h"
+#include "host/exchange/error.h"
+#include "host/exchange/seal.h"
+#include "host/mailbox/peers.h"
 #include "host/sharing/message_content.h"
+#include "host/sharing/transport.h"
 #include "host/store/msg_file.h"
 #include "host/store/properties.h"
 #include "quorvane3/object_model.h"
@@ -15,8 +24,10 @@ namespace {
 struct InspectOptions {
     bool json = false;
     std::string file;
+    std::string mailbox;
 };
 
+constexpr std::string_view kSealedMagic = "QV3PACK";
 constexpr int kDeepestStorage = 64;
 constexpr std::size_t kMostElements = 1'000'000;
 
@@ -125,8 +136,96 @@ ExitCode InspectMessage(const InspectOptions& options, IStorage& root)
     return ExitCode::kDone;
 }
 
+bool IsSealed(const std::filesystem::path& path)
+{
+    char magic[kSealedMagic.size()] = {};
+    std::ifstream(path, std::ios::binary).read(magic, sizeof magic);
+    return std::string_view(magic, sizeof magic) == kSealedMagic;
+}
+
+const char* KindText(exchange::PackageKind kind)
+{
+    switch (kind) {
+        case exchange::PackageKind::kItems:
+            return "items";
+        case exchange::PackageKind::kMembership:
+            return "membership";
+        default:
+            return "report";
+    }
+}
+
+// The sender's card: the one that the mailbox knows, or the one that lies beside the package in an exchange.
+std::optional<exchange::Card> CardOf(const InspectOptions& options, const exchange::DeviceId& sender)
+{
+    if (!options.mailbox.empty()) {
+        Peers peers(Mailbox::Open(options.mailbox).HostDatabasePath().string());
+        const auto peer = peers.Find(sender);
+        return peer ? peer->card : std::nullopt;
+    }
+    const auto path = std::filesystem::absolute(PathOf(options.file));
+    const auto home = exchange::OutsideDirectory::Open(path.parent_path().parent_path());
+    const auto file = home ? home->OpenFile("card") : nullptr;
+    if (!file || file->Size() > exchange::kLongestCard)
+        return std::nullopt;
+    std::string bytes(file->Size(), '\0');
+    file->ReadAt(0, bytes.data(), bytes.size());
+    try {
+        return exchange::ReadCard(bytes, sender);
+    } catch (const exchange::Error&) {
+        return std::nullopt;  // somebody else's
+    }
+}
+
+// What anybody sees of a sealed package, and whether its sender signed all of it.
+ExitCode InspectSealed(const InspectOptions& options)
+{
+    const auto file = OpenOwnFile(std::filesystem::absolute(PathOf(options.file)));
+    exchange::SealedPackage package(*file, "'" + options.file + "'");
+    const exchange::PackageLabel& label = package.Label();
+    const auto card = CardOf(options, label.sender);
+    std::string signature = "not checked, as the sender's card isn't known";
+    ExitCode code = ExitCode::kDone;
+    try {
+        if (card) {
+            package.Verify(card->signing);
+            signature = "holds";
+        }
+    } catch (const exchange::Error& error) {
+        signature = error.what();
+        code = ExitCode::kFailed;
+    }
+    const std::string epoch = Hex(Bytes(label.epoch.begin(), label.epoch.end()));
+    const std::string sender = TextOf(label.sender);
+    Json receivers = Json::array();
+    std::string text = std::string("sealed package of ") + KindText(label.kind) + "\nsender: " + sender +
+                       (card ? " '" + Printable(card->name) + "'" : "") + "\nepoch: " + epoch +
+                       "\nnumber: " + std::to_string(label.sequence) + "\nsize: " + std::to_string(package.Size()) +
+                       ", of its content " + std::to_string(package.ContentSize()) + "\nsignature: " + signature + "\n";
+    for (const auto& [device, previous] : package.Receivers()) {
+        receivers.push_back({{"device", TextOf(device)}, {"previous", previous}});
+        text += "for " + TextOf(device) + ", after number " + std::to_string(previous) + "\n";
+    }
+    Print(options.json,
+          {{"kind", "sealed package"},
+           {"version", 1},
+           {"sender", sender},
+           {"member", card ? Json(card->name) : Json()},
+           {"epoch", epoch},
+           {"sequence", label.sequence},
+           {"content", KindText(label.kind)},
+           {"size", package.Size()},
+           {"contentSize", package.ContentSize()},
+           {"receivers", receivers},
+           {"signature", signature}},
+          text);
+    return code;
+}
+
 ExitCode Inspect(const InspectOptions& options)
 {
+    if (IsSealed(PathOf(options.file)))
+        return InspectSealed(options);
     const ComPtr<IStorage> root = OpenCompoundFile(PathOf(options.file));
     if (IsPackage(*root))
         return InspectPackage(options, *root);
@@ -144,9 +243,12 @@ void AddInspectCommand(CLI::App& program, Chosen& chosen)
 {
     auto options = std::make_shared<InspectOptions>();
     CLI::App* const command =
-        AddCommand(program, chosen, "inspect", "Show what is inside a package, a .msg or any compound file",
+        AddCommand(program, chosen, "inspect", "Show what is inside a package, a .msg or any compound file, and what anybody sees of a "
+                   "sealed package",
                    options, Inspect);
     command->add_option("FILE", options->file, "The file")->required();
+    command->add_option("--mailbox", options->mailbox,
+                        "Whose known devices tell whether a sealed package's signature holds; else the card beside it");
 }
 
 }  // namespace quorvane::host

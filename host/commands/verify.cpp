@@ -27,6 +27,7 @@ struct VerifyReport {
     Json folders = Json::array();
     std::string text;
     bool differs = false;
+    bool isOpen = false;  // some aren't compared yet
 };
 
 // Whether the message of each item is what is known of it.
@@ -110,6 +111,7 @@ void AddPair(const ComparisonRecord& pair, std::uint64_t since, Json& json, Veri
         for (const std::string& item : pair.items)
             report.text += "    " + Printable(item) + "\n";
     report.differs = report.differs || (differed && !equal);
+    report.isOpen = report.isOpen || (!differed && !equal);
 }
 
 ExitCode Verify(const VerifyOptions& options)
@@ -141,9 +143,10 @@ ExitCode Verify(const VerifyOptions& options)
         report.differs = report.differs || !items.empty();
         report.folders.push_back({{"folder", share.name}, {"id", share.folderId}, {"items", items}, {"members", members}});
     }
-    Print(options.json, {{"running", isRunning}, {"folders", report.folders}},
+    const char* const result = report.differs ? "differs" : report.isOpen ? "not compared yet" : "equal";
+    Print(options.json, {{"running", isRunning}, {"result", result}, {"folders", report.folders}},
           report.text + (isRunning ? "" : "no run is under way; the next one compares\n"));
-    return report.differs ? ExitCode::kFailed : ExitCode::kDone;
+    return report.differs ? ExitCode::kFailed : report.isOpen ? ExitCode::kOpen : ExitCode::kDone;
 }
 
 }  // namespace
@@ -153,7 +156,9 @@ void AddVerifyCommand(CLI::App& program, Chosen& chosen)
     auto options = std::make_shared<VerifyOptions>();
     CLI::App* const command =
         AddCommand(program, chosen, "verify",
-                   "Compare shared folders with those of the other members, and say what differed", options, Verify);
+                   "Compare shared folders with those of the other members, and say what differed; exits with 1 where "
+                   "they differ, and with 3 where that isn't known, as no run is under way here or there",
+                   options, Verify);
     command->add_option("MAILBOX", options->mailbox, "Directory of the mailbox")->required();
     command->add_option("FOLDER", options->folder, "Path of one folder; all of them without it");
     command->add_option("--wait", options->wait, "Seconds that the others' answers are waited for while a run is under way")

@@ -23,8 +23,11 @@ void NoteApplied(SenderState& sender, const ForUs& package)
     const Intake order = JudgeOrder(sender, package);
     if (order == Intake::kNewEpoch) {
         // Of a sender that wasn't heard of there is no epoch that could be over.
-        if (sender.applied > 0)
+        if (sender.applied > 0) {
+            if (sender.overEpochs.size() >= SenderState::kMostEpochs)
+                sender.overEpochs.erase(sender.overEpochs.begin());
             sender.overEpochs.insert(sender.epoch);
+        }
         sender.epoch = package.epoch;
     } else if (order != Intake::kApply) {
         throw std::logic_error("a package is noted as applied whose turn it wasn't");

@@ -23,7 +23,10 @@ namespace quorvane::host::exchange {
 struct SenderState {
     Epoch epoch{};
     std::uint64_t applied = 0;   // all that is for this device up to this number; 0 before the first
-    std::set<Epoch> overEpochs;  // those before
+    std::set<Epoch> overEpochs;  // those before, kMostEpochs at most
+
+    // Of one that is forgotten no package passes for a new one's: their numbers are too low.
+    static constexpr std::size_t kMostEpochs = 100;
 };
 
 // A package of a sender's that is for this device, by its header.

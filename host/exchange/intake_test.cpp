@@ -131,6 +131,18 @@ TEST(IntakeTest, AGapIsAskedForWhenItHasStoodForItsTime)
     EXPECT_TRUE(watch.IsDue(later, 560));
 }
 
+TEST(IntakeTest, OfManyEpochsAFewAreRememberedAndNoneComesBack)
+{
+    constexpr unsigned kEpochs = SenderState::kMostEpochs + 50;
+    static_assert(kEpochs < 256);
+    SenderState sender;
+    for (unsigned i = 1; i <= kEpochs; ++i)
+        NoteApplied(sender, Package(static_cast<unsigned char>(i), i, 0));
+    EXPECT_EQ(sender.overEpochs.size(), SenderState::kMostEpochs);
+    for (unsigned i = 1; i < kEpochs; ++i)
+        EXPECT_EQ(JudgeOrder(sender, Package(static_cast<unsigned char>(i), i, 0)), Intake::kOver) << i;
+}
+
 // Whatever comes when and however often: applied is what is for us, in its order, all of it, once.
 TEST(IntakeTest, EveryOrderOfArrivalEndsInTheOrderOfSending)
 {

@@ -253,6 +253,18 @@ std::optional<SealedPackage::Entry> SealedPackage::EntryOf(const DeviceId& devic
     return std::nullopt;
 }
 
+std::vector<std::pair<DeviceId, std::uint64_t>> SealedPackage::Receivers() const
+{
+    std::vector<std::pair<DeviceId, std::uint64_t>> receivers;
+    WireReader reader(std::string_view(header_).substr(kFixedSize), what_);
+    while (reader.Left() > kStreamHeaderSize) {
+        const DeviceId id{reader.GetBytes<kIdSize>()};
+        receivers.emplace_back(id, reader.Get<std::uint64_t>());
+        reader.Take(kSealedKeySize);
+    }
+    return receivers;
+}
+
 std::optional<std::uint64_t> SealedPackage::PreviousFor(const DeviceId& device) const
 {
     const auto entry = EntryOf(device);

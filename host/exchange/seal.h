@@ -22,6 +22,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "host/exchange/byte_source.h"
@@ -64,6 +65,9 @@ public:
 
     const PackageLabel& Label() const noexcept { return label_; }
     std::uint64_t ContentSize() const noexcept { return contentSize_; }
+    std::uint64_t Size() const { return package_.Size(); }
+    // The devices that it is for, and for each the number of the package before this one that is for it.
+    std::vector<std::pair<DeviceId, std::uint64_t>> Receivers() const;
     // The number of the package before this one that is for a device; empty when this one isn't for it.
     std::optional<std::uint64_t> PreviousFor(const DeviceId& device) const;
 

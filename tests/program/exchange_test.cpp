@@ -454,6 +454,32 @@ TEST_F(ExchangeTest, WhatIsOldOrOnceMoreOrForOthersIsntTaken)
         EXPECT_NE(refused.at("reason").get<std::string>().find("epoch that is over"), std::string::npos) << refused;
 }
 
+TEST_F(ExchangeTest, InspectTellsWhatAnybodySeesOfASealedPackage)
+{
+    ShareToTheEnd();
+    Edit("alice", "nobody sees this");
+    RunOnce("alice");
+    ASSERT_EQ(Packages().size(), 1U);
+    const auto package = Packages()[0];
+
+    const Json seen = MustRun({"inspect", package.string(), "--json"}).Value();
+    EXPECT_EQ(seen.at("sender"), package.parent_path().parent_path().filename().string());
+    EXPECT_EQ(seen.at("member"), "alice");
+    EXPECT_EQ(seen.at("content"), "items");
+    EXPECT_EQ(seen.at("sequence"), std::stoull(package.stem().string()));
+    EXPECT_EQ(seen.at("size"), std::filesystem::file_size(package));
+    EXPECT_EQ(seen.at("signature"), "holds");
+    ASSERT_EQ(seen.at("receivers").size(), 1U);
+    EXPECT_EQ(seen.at("receivers")[0].at("device"), host::exchange::TextOf(KeysOf(Mailbox("bob")).Id()));
+    EXPECT_EQ(MustRun({"inspect", package.string(), "--mailbox", Mailbox("bob"), "--json"}).Value().at("signature"),
+              "holds");
+
+    std::filesystem::copy_file(package, Path("alone.qvx"));
+    EXPECT_EQ(MustRun({"inspect", Path("alone.qvx").string(), "--json"}).Value().at("member"), nullptr);
+    std::fstream(package, std::ios::binary | std::ios::in | std::ios::out).seekp(-100, std::ios::end).put('x').put('y');
+    EXPECT_EQ(Run({"inspect", package.string()}).exitCode, 1);
+}
+
 TEST_F(ExchangeTest, AnAcknowledgementThatIsForgedRemovesNothing)
 {
     Share();

@@ -52,6 +52,7 @@ TEST_F(VerifyTest, EqualFoldersAreToldEqual)
 
     const Json report = Verify("alice", 0);
 
+    EXPECT_EQ(report.at("result"), "equal");
     const Json& folder = report.at("folders").at(0);
     EXPECT_EQ(folder.at("items").size(), 0U);
     ASSERT_EQ(folder.at("members").size(), 1U);
@@ -156,7 +157,9 @@ TEST_F(VerifyTest, WithoutARunWhatIsHereIsCheckedAndTheRestLeftToTheNext)
 {
     ShareSome();
     const std::string id = Items("alice", "Shared").at(0).at("id");
-    EXPECT_EQ(Verify("alice", 0).at("running"), false);
+    const Json untold = Verify("alice", 3);
+    EXPECT_EQ(untold.at("running"), false);
+    EXPECT_EQ(untold.at("result"), "not compared yet");
 
     MustRun({"edit", Mailbox("alice"), "Shared", id, "--subject", "not told yet"});
 
@@ -166,7 +169,7 @@ TEST_F(VerifyTest, WithoutARunWhatIsHereIsCheckedAndTheRestLeftToTheNext)
     EXPECT_EQ(report.at("folders")[0].at("members").at(0).at("state"), "not compared yet");
     EXPECT_EQ(Run({"verify", Mailbox("alice"), "Nowhere"}).exitCode, 1);
     RunUntilIdle({"alice", "bob"}, "0.5");
-    EXPECT_TRUE(Verify("alice", 0).at("folders").at(0).at("items").empty());
+    EXPECT_TRUE(Verify("alice", 3).at("folders").at(0).at("items").empty());
 }
 
 }  // namespace
