@@ -18,7 +18,7 @@ protected:
     {
         MakeMailboxes({"alice", "bob", "carol"});
         for (std::size_t i = 0; i < kCopies; ++i)
-            MustRun({"import", Mailbox("alice"), "Shared", Samples().string()});
+            MustRun({"import", Mailbox("alice"), "Shared", "--again", Samples().string()});
         MustRun({"share", Mailbox("alice"), "Shared", "--with", "bob"});
         RunUntilIdle({"alice", "bob"});
         ASSERT_EQ(Items("bob", "Shared").size(), kItems);
