@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <memory>
 #include <string_view>
 
 namespace quorvane::host {
@@ -12,13 +13,17 @@ namespace quorvane::host {
 // no longer than the process lives.
 class FileLock {
 public:
-    // Throws a HostError "cannot <what> '<object>': ..." when another process holds the lock.
-    FileLock(const std::filesystem::path& path, std::string_view what, std::string_view object);
+    // Nothing when another holder has the lock. Throws a HostError "cannot <what> '<object>': ..." when the file can't be
+    // opened.
+    static std::unique_ptr<FileLock> Take(const std::filesystem::path& path, std::string_view what,
+                                          std::string_view object);
     FileLock(const FileLock&) = delete;
     FileLock& operator=(const FileLock&) = delete;
     ~FileLock();
 
 private:
+    explicit FileLock(std::intptr_t handle) noexcept : handle_(handle) {}
+
     std::intptr_t handle_;
 };
 

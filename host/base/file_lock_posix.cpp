@@ -10,17 +10,18 @@
 
 namespace quorvane::host {
 
-FileLock::FileLock(const std::filesystem::path& path, std::string_view what, std::string_view object)
-    : handle_(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600))
+std::unique_ptr<FileLock> FileLock::Take(const std::filesystem::path& path, std::string_view what,
+                                         std::string_view object)
 {
-    if (handle_ < 0)
+    const int file = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    if (file < 0)
         Fail(what, object, DescribeErrno(errno));
-    if (flock(static_cast<int>(handle_), LOCK_EX | LOCK_NB) == 0)
-        return;
-    const int error = errno;
-    close(static_cast<int>(handle_));
-    Fail(what, object,
-         error == EWOULDBLOCK ? "another run of this mailbox is under way" : DescribeErrno(error));
+    std::unique_ptr<FileLock> lock(new FileLock(file));
+    if (flock(file, LOCK_EX | LOCK_NB) == 0)
+        return lock;
+    if (errno != EWOULDBLOCK)
+        Fail(what, object, DescribeErrno(errno));
+    return nullptr;
 }
 
 FileLock::~FileLock()

@@ -7,17 +7,17 @@
 namespace quorvane::host {
 
 // The lock is that nobody else may open the file.
-FileLock::FileLock(const std::filesystem::path& path, std::string_view what, std::string_view object)
-    : handle_(
-          reinterpret_cast<std::intptr_t>(CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr,
-                                                      OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr)))
+std::unique_ptr<FileLock> FileLock::Take(const std::filesystem::path& path, std::string_view what,
+                                         std::string_view object)
 {
-    if (reinterpret_cast<HANDLE>(handle_) != INVALID_HANDLE_VALUE)
-        return;
+    HANDLE const file = CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_ALWAYS,
+                                    FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (file != INVALID_HANDLE_VALUE)
+        return std::unique_ptr<FileLock>(new FileLock(reinterpret_cast<std::intptr_t>(file)));
     const DWORD error = GetLastError();
-    Fail(what, object,
-         error == ERROR_SHARING_VIOLATION ? "another run of this mailbox is under way"
-                                          : DescribeSystemError(error));
+    if (error != ERROR_SHARING_VIOLATION)
+        Fail(what, object, DescribeSystemError(error));
+    return nullptr;
 }
 
 FileLock::~FileLock()

@@ -51,9 +51,13 @@ TEST(FilesTest, AFileLargerThanTheLimitIsRefused)
 TEST(FilesTest, ALockKeepsTheSecondOut)
 {
     const test::TestDirectory directory;
-    const FileLock first(directory / "lock", "run the mailbox", "a");
+    auto first = FileLock::Take(directory / "lock", "run the mailbox", "a");
+    EXPECT_NE(first, nullptr);
 
-    EXPECT_THROW(FileLock(directory / "lock", "run the mailbox", "a"), HostError);
+    EXPECT_EQ(FileLock::Take(directory / "lock", "run the mailbox", "a"), nullptr);
+    first.reset();
+    EXPECT_NE(FileLock::Take(directory / "lock", "run the mailbox", "a"), nullptr);
+    EXPECT_THROW(FileLock::Take(directory / "none" / "lock", "run the mailbox", "a"), HostError);
 }
 
 TEST(FilesTest, AFailureNamesTheFileAndTheReason)

@@ -284,10 +284,12 @@ ExitCode Status(const StatusOptions& options)
     if (conflicts > 0)
         transportLines += "conflicts: " + std::to_string(conflicts) + " ('quorvane conflicts')\n";
     std::error_code error;
+    const bool isRunning = mailbox.IsInRun();
     const bool rejected = std::filesystem::exists(mailbox.Directory() / "rejected", error);
     Print(options.json,
           {{"mailbox", mailbox.Directory().string()},
            {"name", mailbox.Name()},
+           {"running", isRunning},
            {"shares", shares},
            {"resends", resends},
            {"unsent", unsent},
@@ -303,7 +305,8 @@ ExitCode Status(const StatusOptions& options)
            {"packagesToDeliver", outgoing},
            {"packagesToApply", unfinished},
            {"rejected", rejected}},
-          mailbox.Name() + " at " + mailbox.Directory().string() + "\n" + table.Text() +
+          mailbox.Name() + " at " + mailbox.Directory().string() +
+              (isRunning ? "; a run is under way\n" : "; no run is under way\n") + table.Text() +
               "packages being filled: " + std::to_string(packing) + ", to deliver: " +
               std::to_string(outgoing) + ", to apply: " + std::to_string(unfinished) + "\n" + resendLines + unsentLines +
               transportLines +

@@ -82,16 +82,6 @@ std::vector<ComparisonRecord> Await(ComparisonRecords& comparisons, const std::s
     }
 }
 
-bool IsRunning(const Mailbox& mailbox)
-{
-    try {
-        mailbox.LockForRun();
-        return false;
-    } catch (const HostError&) {
-        return true;
-    }
-}
-
 void AddPair(const ComparisonRecord& pair, std::uint64_t since, Json& json, VerifyReport& report)
 {
     const bool differed = pair.differed >= since;
@@ -129,7 +119,7 @@ ExitCode Verify(const VerifyOptions& options)
     ComparisonRecords comparisons(mailbox.HostDatabasePath().string());
     const std::uint64_t since = FileTimeNow();
     comparisons.Want(folderId, {}, since);
-    const bool isRunning = IsRunning(mailbox);
+    const bool isRunning = mailbox.IsInRun();
     const std::vector<ComparisonRecord> pairs =
         isRunning ? Await(comparisons, folderId, since, options.wait) : PairsOf(comparisons, folderId);
     VerifyReport report;

@@ -1,7 +1,9 @@
 #include "host/mailbox/mailbox.h"
 
+#include <chrono>
 #include <cstdio>
 #include <system_error>
+#include <thread>
 
 #include "host/base/errors.h"
 #include "host/base/files.h"
@@ -164,7 +166,29 @@ Database Mailbox::OpenSharingDatabase() const
 
 std::unique_ptr<FileLock> Mailbox::LockForRun() const
 {
-    return std::make_unique<FileLock>(directory_ / "run.lock", "run the mailbox", directory_.string());
+    // For longer than another process looks for a run, which takes the lock for an instant.
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(1);
+    for (;;) {
+        if (auto lock = LockAtOnce())
+            return lock;
+        if (std::chrono::steady_clock::now() >= deadline)
+            Fail("run the mailbox", directory_.string(), "another run of this mailbox is under way");
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+}
+
+bool Mailbox::IsInRun() const
+{
+    try {
+        return LockAtOnce() == nullptr;
+    } catch (const HostError&) {
+        return false;  // where nothing can be written no run can be
+    }
+}
+
+std::unique_ptr<FileLock> Mailbox::LockAtOnce() const
+{
+    return FileLock::Take(directory_ / "run.lock", "run the mailbox", directory_.string());
 }
 
 }  // namespace quorvane::host

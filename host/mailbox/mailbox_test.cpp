@@ -2,6 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <thread>
+
+#include "host/base/errors.h"
 #include "platform/testing/test_directory.h"
 
 namespace quorvane::host {
@@ -20,6 +24,33 @@ TEST(MailboxTest, AnOpenedMailboxIsTheOneThatWasMadeAndNoOther)
     EXPECT_FALSE(opened.Instance().empty());
     EXPECT_EQ(opened.Instance(), made.Instance());
     EXPECT_NE(opened.Instance(), other.Instance());
+}
+
+TEST(MailboxTest, HasOneRunAtATime)
+{
+    const test::TestDirectory files;
+    const Mailbox mailbox = Mailbox::Create(files.File("one"), "alice");
+    EXPECT_FALSE(mailbox.IsInRun());
+    auto run = mailbox.LockForRun();
+    EXPECT_TRUE(mailbox.IsInRun());
+    EXPECT_THROW(Mailbox::Open(files.File("one")).LockForRun(), HostError);
+    run.reset();
+    EXPECT_FALSE(mailbox.IsInRun());
+}
+
+TEST(MailboxTest, WhoLooksForARunKeepsNoneFromBeginning)
+{
+    const test::TestDirectory files;
+    const Mailbox mailbox = Mailbox::Create(files.File("one"), "alice");
+    std::atomic<bool> isOver = false;
+    std::thread looking([&] {
+        while (!isOver)
+            static_cast<void>(mailbox.IsInRun());
+    });
+    for (int i = 0; i < 100; ++i)
+        EXPECT_NO_THROW(static_cast<void>(mailbox.LockForRun())) << i;
+    isOver = true;
+    looking.join();
 }
 
 }  // namespace

@@ -36,6 +36,14 @@ protected:
                 MustRun({"delete", Mailbox("bob"), "Shared", item.at("entryId")});
             }
     }
+    // Those that were started hold their mailboxes from a moment on.
+    void AwaitRuns(const std::vector<std::string>& names) const
+    {
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+        for (const std::string& name : names)
+            while (!Run({"status", Mailbox(name), "--json"}).Value().at("running").get<bool>())
+                ASSERT_LT(std::chrono::steady_clock::now(), deadline) << name;
+    }
     Json Verify(const std::string& name, int expected) const
     {
         const Outcome outcome = Run({"verify", Mailbox(name), "Shared", "--json", "--wait", "60"});
@@ -47,8 +55,10 @@ protected:
 TEST_F(VerifyTest, EqualFoldersAreToldEqual)
 {
     ShareSome();
+    EXPECT_FALSE(MustRun({"status", Mailbox("alice"), "--json"}).Value().at("running").get<bool>());
     Process alice = Start({"run", Mailbox("alice"), "--exchange", Exchange()});
     Process bob = Start({"run", Mailbox("bob"), "--exchange", Exchange()});
+    AwaitRuns({"alice", "bob"});
 
     const Json report = Verify("alice", 0);
 
@@ -72,6 +82,7 @@ TEST_F(VerifyTest, WhatWasLostIsNamedAndComesBack)
     ASSERT_EQ(Items("bob", "Shared").size(), 2U);
     Process alice = Start({"run", Mailbox("alice"), "--exchange", Exchange()});
     Process bob = Start({"run", Mailbox("bob"), "--exchange", Exchange()});
+    AwaitRuns({"alice", "bob"});
 
     const Json report = Verify("bob", 0);
 
