@@ -42,7 +42,10 @@ protected:
     void ExpectMissed(const Process& alice) const
     {
         EXPECT_TRUE(Eventually([&] { return alice.ErrorsSoFar().find("it is tried again") != std::string::npos; }));
-        EXPECT_EQ(MustRun({"status", Mailbox("alice"), "--json"}).Value().at("packagesToDeliver"), 1);
+        EXPECT_TRUE(Eventually([&] {
+            const Json status = MustRun({"status", Mailbox("alice"), "--json"}).Value();
+            return status.at("packagesFilling").get<int>() + status.at("packagesToDeliver").get<int>() == 1;
+        }));
         EXPECT_TRUE(Packages().empty());
     }
     void ExpectBack(Process& alice, const std::string& said) const
