@@ -49,9 +49,7 @@ void Arena::Free(Region& region) noexcept
 
 void* Arena::TakeLarge(std::size_t size)
 {
-    // One that is as large as a chunk isn't to be taken for one.
-    const std::size_t bytes = size + sizeof(Region);
-    Region* const region = Make(bytes == kChunkBytes ? bytes + 1 : bytes);
+    Region* const region = Make(size + sizeof(Region));
     Begin(*region);
     return region + 1;
 }

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <numeric>
 #include <vector>
 
 namespace quorvane::cfb {
@@ -119,13 +120,11 @@ TEST(ChainTest, SectorsTakenInRunsAreChainedInTheirOrder)
 TEST(ChainTest, AppendedSectorsAreFoundBeforeTheyAreLinked)
 {
     Links links(600);
-    ASSERT_EQ(S_OK, links.SetRun(10, 3, kEndOfChain));
-    ASSERT_EQ(S_OK, links.SetRun(50, 2, 70));
-    ASSERT_EQ(S_OK, links.SetRun(70, 2, kEndOfChain));
+    ASSERT_EQ(S_OK, links.SetChain({10, 11, 12}));
+    ASSERT_EQ(S_OK, links.SetChain({50, 51, 70, 71}));
     Chain chain(links, 10);
     chain.Append(3, {50, 51});
     chain.Append(3, {70, 71});
-    ASSERT_EQ(S_OK, links.SetNext(51, 70));
     SectorId sector = 0;
     SectorId count = 0;
     for (int round = 0; round < 2; ++round) {
@@ -147,10 +146,12 @@ TEST(ChainTest, AppendedSectorsAreFoundBeforeTheyAreLinked)
 TEST(ChainTest, ARunMayBeLongerThanASectorOfTheTable)
 {
     Links links(1000);
-    ASSERT_EQ(S_OK, links.SetRun(100, 700, 5));
+    std::vector<SectorId> sectors(700);
+    std::iota(sectors.begin(), sectors.end(), 100);
+    ASSERT_EQ(S_OK, links.SetChain(sectors));
     for (SectorId sector = 100; sector < 799; ++sector)
         ASSERT_EQ(sector + 1, links.next[sector]);
-    EXPECT_EQ(5u, links.next[799]);
+    EXPECT_EQ(kEndOfChain, links.next[799]);
     EXPECT_EQ(kFreeSector, links.next[99]);
     EXPECT_EQ(kFreeSector, links.next[800]);
 }

@@ -499,7 +499,7 @@ HRESULT CompoundFile::FreeContent(EntryId id, const DirEntry& entry)
     LinkTable& table = mini ? static_cast<LinkTable&>(volume_->mini) : volume_->fat;
     if (table.Claims().IsClaimed(entry.Start()) && !volume_->owners.HoldsChain(id))
         return S_OK;
-    const HRESULT hr = mini ? volume_->FreeMiniSectors(entry.Start()) : volume_->FreeSectors(entry.Start());
+    const HRESULT hr = volume_->FreeChain(entry.Start(), mini);
     return hr == STG_E_DOCFILECORRUPT ? S_OK : hr;  // the rest of a damaged chain stays in use
 }
 

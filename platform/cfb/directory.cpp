@@ -88,10 +88,7 @@ void Directory::NoteTaken(EntryId id)
 HRESULT Directory::Take(EntryId* id)
 {
     CFB_TRY(Measure());
-    const auto look = [this](EntryId begin, EntryId end, FreeMap& free) {
-        return FindFree(begin, end, free);
-    };
-    CFB_TRY(slots_.Take(look, id));
+    CFB_TRY(slots_.Take(*this, id));
     if (*id != FreeSlots::kNone)
         return S_OK;
     // A small directory grows by sectors, a larger one by pages.
@@ -117,11 +114,8 @@ HRESULT Directory::AllocateNear(EntryId neighbor, EntryId* id)
 HRESULT Directory::Lacking(EntryId count, SectorId* sectors)
 {
     CFB_TRY(Measure());
-    const auto look = [this](EntryId begin, EntryId end, FreeMap& free) {
-        return FindFree(begin, end, free);
-    };
     if (slots_.Known() < count)
-        CFB_TRY(slots_.Look(look, kLookAt));
+        CFB_TRY(slots_.Look(*this, kLookAt));
     *sectors = (count - std::min(count, slots_.Known()) + PerSector() - 1) / PerSector();
     return S_OK;
 }
@@ -199,10 +193,7 @@ HRESULT Directory::Trim(SectorId least)
     const HRESULT hr = Measure();
     if (FAILED(hr))
         return hr == STG_E_DOCFILECORRUPT ? S_OK : hr;  // what is damaged is left alone
-    const auto look = [this](EntryId begin, EntryId end, FreeMap& free) {
-        return FindFree(begin, end, free);
-    };
-    CFB_TRY(slots_.LookAtTail(look, length_ * PerSector()));
+    CFB_TRY(slots_.LookAtTail(*this, length_ * PerSector()));
     const SectorId spare = slots_.Tail(length_ * PerSector()) / PerSector();
     if (spare == 0 || spare < least || spare >= length_)
         return NoteLength(length_);  // which a refused growth may have left unsaid

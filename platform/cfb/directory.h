@@ -57,6 +57,8 @@ public:
         std::for_each(ids->begin() + static_cast<std::ptrdiff_t>(before), ids->end(),
                       [this](EntryId id) { NoteTaken(id); });
     }
+    // Adds the free ones of the entries [begin, end) to `free`.
+    [[nodiscard]] HRESULT FindFree(EntryId begin, EntryId end, FreeMap& free);
     // Makes an entry free that nothing in the store points at any more; it comes back after the next commit.
     [[nodiscard]] HRESULT Free(EntryId id);
     // Gives an entry back that was allocated by this operation and isn't needed.
@@ -85,7 +87,6 @@ private:
     [[nodiscard]] HRESULT WriteFree(EntryId begin, EntryId end);
     [[nodiscard]] HRESULT Take(EntryId* id);
     void NoteTaken(EntryId id);
-    [[nodiscard]] HRESULT FindFree(EntryId begin, EntryId end, FreeMap& free);
     [[nodiscard]] HRESULT NoteLength(SectorId length);
 
     SectorFile& sectors_;

@@ -5,18 +5,13 @@
 #include <map>
 #include <random>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "platform/cfb/testing/test_support.h"
 
 namespace quorvane::cfb::test {
 namespace {
-
-ElementName Named(const std::string& text)
-{
-    ElementName name;
-    EXPECT_EQ(S_OK, name.Assign(Wide(text).c_str()));
-    return name;
-}
 
 struct InOrder {
     bool operator()(const std::string& a, const std::string& b) const
@@ -25,6 +20,23 @@ struct InOrder {
     }
 };
 using Expected = std::map<std::string, DraftChild*, InOrder>;
+
+std::size_t DepthFrom(const DraftChild& top)
+{
+    std::vector<const DraftChild*> level{&top};
+    std::size_t depth = 0;
+    for (; !level.empty(); ++depth) {
+        std::vector<const DraftChild*> below;
+        for (const DraftChild* child : level) {
+            for (const DraftChild* at : {child->left, child->right}) {
+                if (at)
+                    below.push_back(at);
+            }
+        }
+        level = std::move(below);
+    }
+    return depth;
+}
 
 void ExpectSame(const DraftChildren& children, const Expected& expected)
 {
@@ -68,6 +80,26 @@ TEST(DraftChildrenTest, AreFoundAndToldInTheOrderOfNamesWhateverIsAddedRemovedAn
     }
     ExpectSame(children, expected);
     EXPECT_EQ(expected.begin()->second, children.After(nullptr));
+}
+
+// A walk is as many calls within each other as the tree is deep.
+TEST(DraftChildrenTest, LieInAShallowTreeInWhicheverOrderTheyCome)
+{
+    constexpr unsigned kCount = 100'000;
+    unsigned (*const orders[])(unsigned) = {[](unsigned i) { return i; }, [](unsigned i) { return kCount - i; },
+                                            [](unsigned i) { return i % 2 == 0 ? i : 2 * kCount - i; }};
+    for (const auto numberOf : orders) {
+        Drafts drafts;
+        DraftChildren children;
+        for (unsigned i = 0; i < kCount; ++i) {
+            const ElementName name = Named(std::to_string(1'000'000 + numberOf(i)));
+            children.Add(*drafts.Make(EntryType::kStream, name), name, children.IsBehindAll(name));
+        }
+        const DraftChild* top = children.After(nullptr);
+        children.Each([&](const DraftChild& child) { top = child.rank > top->rank ? &child : top; });
+        EXPECT_LT(16u, DepthFrom(*top));
+        EXPECT_GT(80u, DepthFrom(*top));
+    }
 }
 
 TEST(DraftContentTest, GrowsWithZerosAndKeepsWhatWasWritten)

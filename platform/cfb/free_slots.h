@@ -35,12 +35,12 @@ public:
     }
 
     // Takes the least free slot that is known. *slot is kNone when the caller has to enlarge the table.
-    // scan(begin, end, map) adds the free ones of that range to the map.
-    template <class Scan>
-    [[nodiscard]] HRESULT Take(const Scan& scan, std::uint32_t* slot)
+    // table.FindFree(begin, end, map) adds the free ones of that range to the map.
+    template <class Table>
+    [[nodiscard]] HRESULT Take(Table& table, std::uint32_t* slot)
     {
         if (free_.Count() == 0)
-            CFB_TRY(Look(scan, step_));
+            CFB_TRY(Look(table, step_));
         *slot = TakeWithin(0, kNone);
         return S_OK;
     }
@@ -68,13 +68,13 @@ public:
 
     // Looks at up to `count` unseen slots. While freed slots are held back it looks at none, as they would
     // show as free already.
-    template <class Scan>
-    [[nodiscard]] HRESULT Look(const Scan& scan, std::uint32_t count)
+    template <class Table>
+    [[nodiscard]] HRESULT Look(Table& table, std::uint32_t count)
     {
         const std::uint32_t begin = unseen_ - std::min(unseen_, count);
         if (begin == unseen_ || HasHeld())
             return S_OK;
-        CFB_TRY(scan(begin, unseen_, free_));
+        CFB_TRY(table.FindFree(begin, unseen_, free_));
         unseen_ = begin;
         for (const std::uint32_t slot : taken_)
             free_.Remove(slot);
@@ -83,12 +83,12 @@ public:
 
     // Looks at the table's end as long as nothing but free slots is found there: so that what was free before
     // counts for Tail too.
-    template <class Scan>
-    [[nodiscard]] HRESULT LookAtTail(const Scan& scan, std::uint32_t total)
+    template <class Table>
+    [[nodiscard]] HRESULT LookAtTail(Table& table, std::uint32_t total)
     {
         unseen_ = std::min(unseen_, total);
         while (unseen_ > 0 && Tail(total) >= total - unseen_ && !HasHeld())
-            CFB_TRY(Look(scan, step_));
+            CFB_TRY(Look(table, step_));
         return S_OK;
     }
 
@@ -123,7 +123,6 @@ public:
 
     std::uint32_t Known() const noexcept { return free_.Count(); }
     std::uint32_t FirstFrom(std::uint32_t from) const noexcept { return free_.FirstFrom(from); }
-    bool IsFree(std::uint32_t slot) const noexcept { return free_.Contains(slot); }
     // How many slots before `total` are known as free, counted downwards without a gap.
     std::uint32_t Tail(std::uint32_t total) const noexcept { return free_.RunBefore(total); }
 

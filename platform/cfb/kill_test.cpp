@@ -10,13 +10,6 @@
 namespace quorvane::cfb::test {
 namespace {
 
-ElementName Name(const std::string& text)
-{
-    ElementName name;
-    EXPECT_EQ(S_OK, name.Assign(Wide(text).c_str()));
-    return name;
-}
-
 // A compound file on a store that logs, and what must be in it after each step.
 class Recording {
 public:
@@ -33,7 +26,7 @@ public:
     OpenElementPtr Storage(OpenElement& parent, const std::string& name)
     {
         OpenElementPtr child;
-        EXPECT_EQ(S_OK, file->CreateChild(parent, Name(name), EntryType::kStorage, true, &child));
+        EXPECT_EQ(S_OK, file->CreateChild(parent, Named(name), EntryType::kStorage, true, &child));
         return child;
     }
     void Close(OpenElement& element)
@@ -45,7 +38,7 @@ public:
     void Stream(OpenElement& parent, const std::string& name, const Bytes& content)
     {
         OpenElementPtr child;
-        ASSERT_EQ(S_OK, file->CreateChild(parent, Name(name), EntryType::kStream, true, &child));
+        ASSERT_EQ(S_OK, file->CreateChild(parent, Named(name), EntryType::kStream, true, &child));
         std::size_t written = 0;
         ASSERT_EQ(S_OK, file->WriteStream(*child, 0, content.data(), content.size(), &written));
         file->Close(*child);
@@ -141,7 +134,7 @@ TEST(KillTest, ElementsMadeInOrderStay)
     Recording recording;
     recording.Close(*recording.Storage(*recording.root, "s"));
     OpenElementPtr storage;
-    ASSERT_EQ(S_OK, recording.file->OpenChild(*recording.root, Name("s"), EntryType::kStorage, &storage));
+    ASSERT_EQ(S_OK, recording.file->OpenChild(*recording.root, Named("s"), EntryType::kStorage, &storage));
     recording.Set("s", std::nullopt);
     recording.Mark();
     for (unsigned i = 0; i < 120; ++i) {
@@ -164,7 +157,7 @@ TEST(KillTest, DestroyingOneLeavesTheOthers)
     recording.Mark();
     for (unsigned i = 0; i < 80; ++i) {
         const std::string name = "e" + std::to_string(i * 31 % 80);
-        ASSERT_EQ(S_OK, recording.file->Destroy(*recording.root, Name(name)));
+        ASSERT_EQ(S_OK, recording.file->Destroy(*recording.root, Named(name)));
         recording.Forget(name);
         recording.Mark();
     }
@@ -189,14 +182,14 @@ TEST(KillTest, StoragesWithContentComeAndGoAmongOthers)
         recording.Close(*item);
         recording.Mark();
         // One more stream, now that it is there.
-        ASSERT_EQ(S_OK, recording.file->OpenChild(*recording.root, Name(name), EntryType::kStorage, &item));
+        ASSERT_EQ(S_OK, recording.file->OpenChild(*recording.root, Named(name), EntryType::kStorage, &item));
         recording.Stream(*item, "more", Pattern(round * 100, round));
         recording.Set(name + "/more", Pattern(round * 100, round));
         recording.Mark();
         recording.file->Close(*item);
         if (round % 3 == 2) {
             const std::string gone = "item" + std::to_string((round - 1) * 13 % 20);
-            ASSERT_EQ(S_OK, recording.file->Destroy(*recording.root, Name(gone)));
+            ASSERT_EQ(S_OK, recording.file->Destroy(*recording.root, Named(gone)));
             recording.Forget(gone);
             recording.Mark();
         }
@@ -279,7 +272,7 @@ TEST(KillTest, ARenamedElementIsThereUnderOneOfItsNames)
     for (unsigned i = 0; i < 60; ++i) {
         const std::string from = "e" + std::to_string(i);
         const std::string to = (i % 2 != 0 ? "renamed" : "r") + std::to_string(i);
-        ASSERT_EQ(S_OK, recording.file->Rename(*recording.root, Name(from), Name(to)));
+        ASSERT_EQ(S_OK, recording.file->Rename(*recording.root, Named(from), Named(to)));
         for (; checked < recording.store.log.size(); ++checked) {
             state.Apply(recording.store.log[checked]);
             Tree found;
@@ -305,7 +298,7 @@ TEST(KillTest, GrowingAndShrinkingStreamsKeepWhatWasWritten)
     recording.Set("other", Pattern(3000, 9));
     recording.Set("large", Pattern(30000, 10));
     ASSERT_EQ(S_OK,
-              recording.file->CreateChild(*recording.root, Name("s"), EntryType::kStream, true, &stream));
+              recording.file->CreateChild(*recording.root, Named("s"), EntryType::kStream, true, &stream));
     recording.Set("s", Bytes());
     recording.Mark();
     Bytes content;

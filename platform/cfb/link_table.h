@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <array>
-#include <numeric>
 #include <vector>
 
 #include "platform/cfb/format.h"
@@ -95,13 +94,6 @@ public:
             count -= part;
         }
         return S_OK;
-    }
-    // Chains such sectors, and hangs `next` behind them.
-    [[nodiscard]] HRESULT SetRun(SectorId first, SectorId count, SectorId next)
-    {
-        std::vector<SectorId> nexts(count, next);
-        std::iota(nexts.begin(), nexts.end() - 1, first + 1);
-        return SetNexts(first, nexts.data(), count);
     }
     // Makes sectors a chain, which ends with the last of them.
     [[nodiscard]] HRESULT SetChain(std::vector<SectorId> sectors)

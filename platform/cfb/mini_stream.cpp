@@ -54,10 +54,7 @@ HRESULT MiniStream::Locate(SectorId sector, SectorId most, SectorId* at, std::si
 
 HRESULT MiniStream::Take(SectorId* sector)
 {
-    const auto look = [this](SectorId begin, SectorId end, FreeMap& free) {
-        return FindFree(begin, end, free);
-    };
-    CFB_TRY(slots_.Take(look, sector));
+    CFB_TRY(slots_.Take(*this, sector));
     if (*sector == FreeSlots::kNone) {
         CFB_TRY(Grow());
         *sector = slots_.TakeWithin(0, FreeSlots::kNone);
@@ -141,11 +138,8 @@ HRESULT MiniStream::AppendSectors(Chain& chain, SectorId length, SectorId count,
 
 HRESULT MiniStream::Lacking(SectorId count, SectorId* wanted)
 {
-    const auto look = [this](SectorId begin, SectorId end, FreeMap& free) {
-        return FindFree(begin, end, free);
-    };
     if (slots_.Known() < count)
-        CFB_TRY(slots_.Look(look, kLookAt));
+        CFB_TRY(slots_.Look(*this, kLookAt));
     *wanted = count - std::min(count, slots_.Known());
     return S_OK;
 }
@@ -194,15 +188,12 @@ HRESULT MiniStream::CutChain(Chain& chain, SectorId from, SectorId to)
 
 HRESULT MiniStream::Trim(SectorId least)
 {
-    const auto look = [this](SectorId begin, SectorId end, FreeMap& free) {
-        return FindFree(begin, end, free);
-    };
     SectorId before = 0;
     SectorId links = 0;
     const HRESULT hr = Measure(&before, &links);
     if (FAILED(hr))
         return hr == STG_E_DOCFILECORRUPT ? S_OK : hr;  // what is damaged is left alone
-    CFB_TRY(slots_.LookAtTail(look, count_));
+    CFB_TRY(slots_.LookAtTail(*this, count_));
     const SectorId kept = count_ - slots_.Tail(count_);
     const SectorId after = (kept + PerSector() - 1) / PerSector();
     if (after < before && before - after >= least) {

@@ -15,10 +15,7 @@ SectorId SectorAllocator::Limit() const noexcept
 
 HRESULT SectorAllocator::Take(SectorId* sector)
 {
-    const auto look = [this](SectorId begin, SectorId end, FreeMap& free) {
-        return fat_.FindFree(begin, end, free);
-    };
-    CFB_TRY(slots_.Take(look, sector));
+    CFB_TRY(slots_.Take(fat_, sector));
     if (*sector == FreeSlots::kNone)
         return Append(sector);
     if (*sector + 1 == sectors_.Count())
@@ -87,10 +84,7 @@ HRESULT SectorAllocator::Append(SectorId* sector)
 // Where the free sectors at the end begin, with *end sectors in all.
 HRESULT SectorAllocator::FindEnd(SectorId* end)
 {
-    const auto look = [this](SectorId begin, SectorId last, FreeMap& free) {
-        return fat_.FindFree(begin, last, free);
-    };
-    CFB_TRY(slots_.LookAtTail(look, *end));
+    CFB_TRY(slots_.LookAtTail(fat_, *end));
     *end -= slots_.Tail(*end);
     return S_OK;
 }

@@ -215,7 +215,7 @@ HRESULT StreamBody::Extend(std::uint64_t size, const Content& content)
     if (before == 0)
         chain_ = tail;
     if (rest <= kMaxSector)
-        CFB_TRY(FreeChain(rest, mini));
+        CFB_TRY(volume_->FreeChain(rest, mini));
     return volume_->Commit();
 }
 
@@ -267,13 +267,8 @@ HRESULT StreamBody::MoveToSectors(std::uint64_t size, const Content& content)
     CFB_TRY(Fill(chain, false, kept, size, 0, content));
     CFB_TRY(Switch(chain.First(), size));
     chain_ = chain;
-    CFB_TRY(FreeChain(oldFirst, true));
+    CFB_TRY(volume_->FreeChain(oldFirst, true));
     return volume_->Commit();
-}
-
-HRESULT StreamBody::FreeChain(SectorId first, bool mini)
-{
-    return mini ? volume_->FreeMiniSectors(first) : volume_->FreeSectors(first);
 }
 
 HRESULT StreamBody::SetSize(std::uint64_t size)
@@ -304,7 +299,7 @@ HRESULT StreamBody::Shrink(std::uint64_t size)
         CFB_TRY(Table(mini).SetNext(last, kEndOfChain));
     volume_->file.Order();
     chain_ = Chain(Table(IsMini(size)), size > 0 ? chain_.First() : kEndOfChain);
-    CFB_TRY(FreeChain(rest, mini));
+    CFB_TRY(volume_->FreeChain(rest, mini));
     return volume_->Commit();
 }
 
@@ -318,7 +313,7 @@ HRESULT StreamBody::ShrinkToMini(std::uint64_t size)
     CFB_TRY(WriteChain(chain, true, 0, kept.data(), static_cast<std::size_t>(size)));
     CFB_TRY(Switch(chain.First(), size));
     chain_ = chain;
-    CFB_TRY(FreeChain(oldFirst, false));
+    CFB_TRY(volume_->FreeChain(oldFirst, false));
     return volume_->Commit();
 }
 

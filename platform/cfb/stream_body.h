@@ -72,7 +72,6 @@ private:
     [[nodiscard]] HRESULT Shrink(std::uint64_t size);
     [[nodiscard]] HRESULT ShrinkToMini(std::uint64_t size);
     [[nodiscard]] HRESULT Switch(SectorId start, std::uint64_t size);
-    [[nodiscard]] HRESULT FreeChain(SectorId first, bool mini);
 
     Volume* volume_;
     [[nodiscard]] HRESULT Take(const DirEntry& entry);

@@ -177,20 +177,10 @@ HRESULT Volume::Trim(bool all)
     return all ? sectors.Complete() : S_OK;
 }
 
-HRESULT Volume::FreeSectors(SectorId first)
+HRESULT Volume::FreeChain(SectorId first, bool ofMinis)
 {
     for (SectorId at = first; at <= kMaxSector;) {
-        CFB_TRY(allocator.FreeChain(&at, kFreedAtOnce));
-        if (at <= kMaxSector)
-            CFB_TRY(Commit());
-    }
-    return S_OK;
-}
-
-HRESULT Volume::FreeMiniSectors(SectorId first)
-{
-    for (SectorId at = first; at <= kMaxSector;) {
-        CFB_TRY(mini.FreeChain(&at, kFreedAtOnce));
+        CFB_TRY(ofMinis ? mini.FreeChain(&at, kFreedAtOnce) : allocator.FreeChain(&at, kFreedAtOnce));
         if (at <= kMaxSector)
             CFB_TRY(Commit());
     }

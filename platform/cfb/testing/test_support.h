@@ -16,6 +16,7 @@
 
 #include "platform/cfb/byte_store.h"
 #include "platform/cfb/docfile.h"
+#include "platform/cfb/element_name.h"
 #include "platform/com/bstr.h"
 #include "platform/com/com_ptr.h"
 #include "platform/testing/surroundings.h"
@@ -166,6 +167,14 @@ inline ComPtr<ILockBytes> LockBytesWith(const Bytes& content)
 inline OleString Wide(const std::string& text)
 {
     return OleString(text.begin(), text.end());
+}
+
+inline ElementName Named(const std::string& text)
+{
+    ElementName name;
+    if (FAILED(name.Assign(Wide(text).c_str())))
+        std::abort();
+    return name;
 }
 
 inline std::string NarrowName(LPCOLESTR text)
