@@ -61,24 +61,26 @@ void Arena::NextChunk()
         spare_ = chunk->next;
         --spares_;
     }
-    chunk->blocks = 0;
     Begin(*chunk);
-    Region* const before = std::exchange(current_, chunk);
-    at_ = reinterpret_cast<char*>(chunk + 1);
-    left_ = kChunkBytes - sizeof(Region);
-    if (before && before->blocks == 0)
-        Free(*before);
+    current_ = chunk;
+    CutFrom(*chunk);
 }
 
 // The last of a chunk's blocks was given back.
 void Arena::Empty(Region& chunk) noexcept
 {
-    if (&chunk != current_) {
+    if (&chunk == current_)
+        CutFrom(chunk);
+    else
         Free(chunk);
-        return;
-    }
-    at_ = reinterpret_cast<char*>(current_ + 1);
+}
+
+// Blocks are cut from the begin of a chunk that has none.
+void Arena::CutFrom(Region& chunk) noexcept
+{
+    at_ = reinterpret_cast<char*>(&chunk + 1);
     left_ = kChunkBytes - sizeof(Region);
+    SetUsable(at_, left_, false);
 }
 
 }  // namespace quorvane::cfb

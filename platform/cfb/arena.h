@@ -5,10 +5,15 @@
 #include <cstddef>
 #include <cstdint>
 
+#ifdef __SANITIZE_ADDRESS__
+#include <sanitizer/asan_interface.h>
+#endif
+
 namespace quorvane::cfb {
 
 // Blocks are cut from chunks one behind the other; a chunk whose blocks were all given back is used anew.
-// Large blocks have memory of their own. What nobody gave back goes with the arena.
+// Large blocks have memory of their own. What nobody gave back goes with the arena; nothing in it is
+// destroyed.
 //
 // One call at a time. Throws std::bad_alloc.
 class Arena {
@@ -30,14 +35,19 @@ public:
         at_ += size;
         left_ -= size;
         ++current_->blocks;
+        SetUsable(block, size, true);
         return block;
     }
     // bytes: as they were asked for.
     void Give(void* block, std::size_t bytes) noexcept
     {
-        if (RoundedUp(bytes) > kMostSmall)
+        const std::size_t size = RoundedUp(bytes);
+        if (size > kMostSmall) {
             Free(*(static_cast<Region*>(block) - 1));
-        else if (Region& chunk = ChunkOf(block); --chunk.blocks == 0)
+            return;
+        }
+        SetUsable(block, size, false);
+        if (Region& chunk = ChunkOf(block); --chunk.blocks == 0)
             Empty(chunk);
     }
     // What chunks in use and large blocks take of memory.
@@ -62,6 +72,14 @@ private:
     {
         return (bytes + alignof(void*) - 1) & ~(alignof(void*) - 1);
     }
+    // The address sanitizer tells of whoever touches what isn't in use.
+    static void SetUsable([[maybe_unused]] void* at, [[maybe_unused]] std::size_t bytes,
+                          [[maybe_unused]] bool usable) noexcept
+    {
+#ifdef __SANITIZE_ADDRESS__
+        usable ? __asan_unpoison_memory_region(at, bytes) : __asan_poison_memory_region(at, bytes);
+#endif
+    }
     static Region& ChunkOf(void* block) noexcept
     {
         const auto address = reinterpret_cast<std::uintptr_t>(block);
@@ -73,6 +91,7 @@ private:
     void NextChunk();
     void Begin(Region& chunk) noexcept;
     void Empty(Region& chunk) noexcept;
+    void CutFrom(Region& chunk) noexcept;
 
     Region* regions_ = nullptr;
     Region* spare_ = nullptr;  // chunks without blocks, by their `next`

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <new>
+#include <type_traits>
 #include <utility>
 
 namespace quorvane::cfb {
@@ -127,6 +128,9 @@ void Draft::UnlinkFrom(Draft& storage) noexcept
         next->previous = previous;
     next = previous = nullptr;
 }
+
+// What an arena asks of what lies in it.
+static_assert(std::is_trivially_destructible_v<Draft> && alignof(Draft) <= alignof(void*));
 
 Draft* Drafts::Make(EntryType type, const ElementName& name)
 {

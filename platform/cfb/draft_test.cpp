@@ -86,7 +86,8 @@ TEST(DraftChildrenTest, AreFoundAndToldInTheOrderOfNamesWhateverIsAddedRemovedAn
 TEST(DraftChildrenTest, LieInAShallowTreeInWhicheverOrderTheyCome)
 {
     constexpr unsigned kCount = 100'000;
-    unsigned (*const orders[])(unsigned) = {[](unsigned i) { return i; }, [](unsigned i) { return kCount - i; },
+    unsigned (*const orders[])(unsigned) = {[](unsigned i) { return i; },
+                                            [](unsigned i) { return kCount - i; },
                                             [](unsigned i) { return i % 2 == 0 ? i : 2 * kCount - i; }};
     for (const auto numberOf : orders) {
         Drafts drafts;

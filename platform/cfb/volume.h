@@ -46,8 +46,8 @@ public:
     // An entry has got another number, or is free: what is known of it goes along.
     void Moved(EntryId from, EntryId to);
     void Freed(EntryId entry) noexcept;
-    // Frees a chain of sectors, or of mini sectors, that nothing points at any more, in steps of bounded memory,
-    // with commits.
+    // Frees a chain of sectors, or of mini sectors, that nothing points at any more, in steps of bounded
+    // memory, with commits.
     [[nodiscard]] HRESULT FreeChain(SectorId first, bool ofMinis);
 
     // The greatest size of a stream.
