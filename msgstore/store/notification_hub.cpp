@@ -145,11 +145,13 @@ void NotificationHub::Run() noexcept
             isTold = std::exchange(committed_, false);
         }
         bool served = false;
-        // A round that fails for want of memory is made up for by the next one.
-        (void)Guarded([&] {
+        const HRESULT hr = Guarded([&] {
             served = ServeAll(lastServed, isTold);
             return S_OK;
         });
+        // A round that fails for want of memory is made up for by the next one.
+        if (FAILED(hr))
+            lastServed.clear();
         if (!served) {
             rest = kShortestRest;
             continue;
