@@ -1,8 +1,9 @@
 // msgstore/store/notification_hub.h: a session's subscriptions, and the thread that serves them.
 //
-// The thread wakes when this process commits a change, and looks ten times a second whether others have: one question
-// a store, however many subscriptions it has. It hands each subscription what has gathered for it in one call, then lets more gather for a while: the longer
-// changes go on, the longer, so that a flood of them makes few calls.
+// The thread wakes when this process commits a change, and looks ten times a second whether others have: one
+// question a store, however many subscriptions it has. It hands each subscription what has gathered for it in
+// one call, then lets more gather for a while: the longer changes go on, the longer, so that a flood of them
+// makes few calls.
 #ifndef QUORVANE_MSGSTORE_STORE_NOTIFICATION_HUB_H_
 #define QUORVANE_MSGSTORE_STORE_NOTIFICATION_HUB_H_
 
@@ -22,8 +23,9 @@ class EventSource {
 public:
     virtual ~EventSource() = default;
     virtual const std::shared_ptr<StoreCore>& Core() const noexcept = 0;
-    // Adds what has happened since the last call, or some of it; nothing when there is none. After a failure what was to be told is lost,
-    // or comes with the next call. Called on the session's notification thread; takes no long time.
+    // Adds what has happened since the last call, or some of it; nothing when there is none. After a failure
+    // what was to be told is lost, or comes with the next call. Called on the session's notification thread;
+    // takes no long time.
     [[nodiscard]] virtual HRESULT Collect(NotificationBatch& batch) noexcept = 0;
 };
 

@@ -6,6 +6,7 @@
 #include <chrono>
 #include <functional>
 #include <future>
+#include <thread>
 
 #include "msgstore/store/test_mailbox.h"
 
@@ -28,6 +29,129 @@ public:
 private:
     const std::function<void()> m_action;
 };
+
+// A source that counts what it is asked.
+class CountingSource final : public EventSource {
+public:
+    explicit CountingSource(std::shared_ptr<StoreCore> core) : core_(std::move(core)) {}
+
+    const std::shared_ptr<StoreCore>& Core() const noexcept override { return core_; }
+    HRESULT Collect(NotificationBatch& batch) noexcept override
+    {
+        ++asked;
+        if (failures > 0) {
+            --failures;
+            return MAPI_E_BUSY;
+        }
+        if (const int told = events.exchange(0); told > 0)
+            batch.AddTableEvent(TABLE_CHANGED, {}, {}, {});
+        return S_OK;
+    }
+
+    std::atomic<int> asked{0};
+    std::atomic<int> failures{0};
+    std::atomic<int> events{0};
+
+private:
+    const std::shared_ptr<StoreCore> core_;
+};
+
+// What the thread asks of its sources.
+class NotificationThreadTest : public ::testing::Test {
+protected:
+    void SetUp() override { ASSERT_EQ(StoreCore::Open(mailbox.StorePath(), false, core), S_OK); }
+    void TearDown() override { hub->Stop(); }
+
+    std::shared_ptr<CountingSource> Advise()
+    {
+        auto source = std::make_shared<CountingSource>(core);
+        ULONG connection = 0;
+        EXPECT_EQ(hub->Advise(source, *sink, connection), S_OK);
+        return source;
+    }
+    template <class Condition>
+    static bool Eventually(Condition condition)
+    {
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+        while (!condition() && std::chrono::steady_clock::now() < deadline)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        return condition();
+    }
+    // A source in another store that fails, and so is asked in each round of the thread.
+    std::shared_ptr<CountingSource> AdviseElsewhere()
+    {
+        std::shared_ptr<StoreCore> elsewhere;
+        EXPECT_EQ(StoreCore::Open((mailbox.Directory() / "other.qvs").string(), true, elsewhere), S_OK);
+        auto source = std::make_shared<CountingSource>(elsewhere);
+        source->failures = INT32_MAX;
+        ULONG connection = 0;
+        EXPECT_EQ(hub->Advise(source, *sink, connection), S_OK);
+        return source;
+    }
+
+    static void AwaitRounds(const CountingSource& witness)
+    {
+        const int before = witness.asked;
+        EXPECT_TRUE(Eventually([&] { return witness.asked > before + 3; }));
+    }
+
+    TestMailbox mailbox;
+    std::shared_ptr<StoreCore> core;
+    const std::shared_ptr<NotificationHub> hub = std::make_shared<NotificationHub>();
+    const ComPtr<CTestSink> sink = MakeComObject<CTestSink>();
+};
+
+TEST_F(NotificationThreadTest, WhileNothingChangesTheSourcesAreNotAsked)
+{
+    const std::shared_ptr<CountingSource> source = Advise();
+    const std::shared_ptr<CountingSource> witness = AdviseElsewhere();
+    AwaitRounds(*witness);
+    ASSERT_GT(source->asked, 0);
+    const int asked = source->asked;
+    AwaitRounds(*witness);
+    EXPECT_EQ(source->asked, asked);
+
+    mailbox.AddMessage(mailbox.Inbox(), OLESTR("Hello"));
+    EXPECT_TRUE(Eventually([&] { return source->asked > asked; }));
+}
+
+TEST_F(NotificationThreadTest, AStoreOfWhichAQuestionFailedIsAskedOnceMore)
+{
+    const std::shared_ptr<CountingSource> source = Advise();
+    ASSERT_TRUE(Eventually([&] { return source->asked > 0; }));
+    source->failures = 2;
+    source->events = 1;
+
+    mailbox.AddMessage(mailbox.Inbox(), OLESTR("Hello"));
+
+    EXPECT_TRUE(sink->WaitForCount(1));
+    EXPECT_EQ(source->failures, 0);
+}
+
+TEST_F(NotificationThreadTest, AStoreIsAskedUntilNothingIsLeft)
+{
+    const std::shared_ptr<CountingSource> source = Advise();
+    ASSERT_TRUE(Eventually([&] { return source->asked > 0; }));
+    source->events = 1;
+    mailbox.AddMessage(mailbox.Inbox(), OLESTR("Hello"));
+    ASSERT_TRUE(sink->WaitForCount(1));
+    const int asked = source->asked;
+
+    EXPECT_TRUE(Eventually([&] { return source->asked > asked; }));
+}
+
+TEST_F(NotificationThreadTest, ASubscriptionAfterAChangeThatWasServedIsAsked)
+{
+    const std::shared_ptr<CountingSource> first = Advise();
+    const std::shared_ptr<CountingSource> witness = AdviseElsewhere();
+    mailbox.AddMessage(mailbox.Inbox(), OLESTR("Hello"));
+    ASSERT_TRUE(Eventually([&] { return first->asked > 0; }));
+    AwaitRounds(*witness);
+
+    const std::shared_ptr<CountingSource> second = Advise();
+
+    EXPECT_TRUE(Eventually([&] { return second->asked > 0; }));
+}
 
 class NotificationTest : public ::testing::Test {
 protected:
@@ -288,6 +412,31 @@ TEST_F(NotificationTest, ASubscriptionToOneObjectHearsOfNoOther)
     mailbox.ChangeSubject(id, OLESTR("2"));
 
     ASSERT_TRUE(sink->WaitForCount(1));
+    EXPECT_EQ(sink->Events()[0].key, id);
+}
+
+TEST_F(NotificationTest, ASubscriptionToOneObjectHearsOfItBehindManyChangesOfOthers)
+{
+    constexpr int kMoreThanOneRead = 300;
+    ComPtr<IStoreTestSwitches> switches;
+    ASSERT_EQ(
+        mailbox.Store().OpenProperty(kPrTestSwitches, &IID_IStoreTestSwitches, 0, 0, switches.PutUnknown()),
+        S_OK);
+    BinaryValue id = mailbox.AddMessage(mailbox.Inbox(), OLESTR("Hello"));
+    const auto sink = MakeComObject<CTestSink>();
+    ULONG connection = 0;
+    ASSERT_EQ(mailbox.Store().Advise(static_cast<ULONG>(id.size()), reinterpret_cast<LPENTRYID>(id.data()),
+                                     fnevObjectModified, sink.Get(), &connection),
+              S_OK);
+    ASSERT_EQ(switches->HoldNotifications(TRUE), S_OK);
+    for (int i = 0; i < kMoreThanOneRead; ++i)
+        mailbox.AddMessage(mailbox.Inbox(), OLESTR("Other"), MAPI_DEFERRED_ERRORS);
+    mailbox.ChangeSubject(id, OLESTR("2"));
+    ULONG told = 0;
+    ASSERT_EQ(switches->Deliver(0, &told), S_OK);
+
+    EXPECT_EQ(told, 1u);
+    ASSERT_EQ(sink->Events().size(), 1u);
     EXPECT_EQ(sink->Events()[0].key, id);
 }
 

@@ -12,6 +12,9 @@ namespace {
 using namespace quorvane::testing;
 using Subjects = std::vector<OleString>;
 
+// A property that no column of the file holds.
+constexpr ULONG kTransmittedId = PROP_TAG(PT_UNICODE, 0x1035);
+
 class StoreTableTest : public ::testing::Test {
 protected:
     void AddMessages(int count)
@@ -66,6 +69,41 @@ TEST_F(StoreTableTest, RowsComeInBatchesUntilTheEnd)
     EXPECT_EQ(Read(*table, 2), (Subjects{OLESTR("m02"), OLESTR("m03")}));
     EXPECT_EQ(Read(*table, 2), (Subjects{OLESTR("m04")}));
     EXPECT_TRUE(Read(*table, 2).empty());
+}
+
+TEST_F(StoreTableTest, AMessageWhosePropertiesAreDamagedKeepsItsRowAndTheOthersHaveTheirs)
+{
+    AddMessages(3);
+    for (const BinaryValue& id : ids) {
+        const ComPtr<IMessage> message = mailbox.OpenMessage(id);
+        ASSERT_EQ(SetText(*message, kTransmittedId, OLESTR("stored")), S_OK);
+        ASSERT_EQ(message->SaveChanges(0), S_OK);
+    }
+    std::shared_ptr<StoreCore> core;
+    ASSERT_EQ(StoreCore::Open(mailbox.StorePath(), false, core), S_OK);
+    ASSERT_EQ(core->Write(
+                  Durability::AtReturn,
+                  [](SqliteConnection& connection) {
+                      return connection.Run(
+                          "UPDATE part SET properties=x'1F001A00FFFFFFFF00' WHERE parent_id=0 AND message_id="
+                          "(SELECT id FROM message WHERE subject='m01')");
+                  }),
+              S_OK);
+    const ComPtr<IMAPITable> table = ContentsOf(mailbox.Inbox());
+    SizedSPropTagArray(3, columns) = {3, {PR_ENTRYID, PR_SUBJECT_W, kTransmittedId}};
+    ASSERT_EQ(table->SetColumns(reinterpret_cast<LPSPropTagArray>(&columns), 0), S_OK);
+
+    RowSet rows;
+    ASSERT_EQ(table->QueryRows(10, 0, rows.Put()), S_OK);
+
+    ASSERT_EQ(rows.size(), 3u);
+    for (ULONG i = 0; i < 3; ++i) {
+        EXPECT_EQ(BinaryOf(rows[i], PR_ENTRYID), ids[i]);
+        EXPECT_EQ(TextOf(rows[i], PR_SUBJECT_W), Numbered(static_cast<int>(i)));
+    }
+    EXPECT_EQ(TextOf(rows[0], kTransmittedId), OLESTR("stored"));
+    EXPECT_EQ(PROP_TYPE(rows[1].lpProps[2].ulPropTag), PT_ERROR);
+    EXPECT_EQ(TextOf(rows[2], kTransmittedId), OLESTR("stored"));
 }
 
 TEST_F(StoreTableTest, RowsBeforeTheCursorAreReadBackwards)
