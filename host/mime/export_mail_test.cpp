@@ -140,6 +140,23 @@ TEST_F(ExportMailTest, AnOriginalThatIsDamagedIsPassedOver)
     }
 }
 
+// 70 MB packed into 70 KB.
+TEST_F(ExportMailTest, AnOriginalThatUnpacksToMoreThanItsMessageIsPassedOver)
+{
+    const ComPtr<IMessage> message = Kept(kOdd);
+    MailBytes bomb(std::string("Subject: a\n\n"));
+    const std::string piece(std::size_t{1} << 20, 'x');
+    for (int i = 0; i < 70; ++i)
+        bomb.Append(piece);
+    ASSERT_EQ(KeepOriginal(bomb, *message), S_OK);
+    ASSERT_EQ(message->SaveChanges(KEEP_OPEN_READWRITE | MAPI_DEFERRED_ERRORS), S_OK);
+
+    MailBytes unpacked;
+    EXPECT_EQ(ReadOriginal(*message, unpacked), MAPI_E_CORRUPT_DATA);
+    EXPECT_LT(unpacked.Size(), std::uint64_t{66} << 20);
+    EXPECT_EQ(Masked(Mail(*message)), Masked(Export(*message)));
+}
+
 TEST_F(ExportMailTest, AMailWithoutItsOriginalIsMadeOfItsProperties)
 {
     const ComPtr<IMessage> message = store->Import(MailBytes(kOdd));

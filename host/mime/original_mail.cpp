@@ -2,7 +2,9 @@
 
 #include <zlib.h>
 
+#include <algorithm>
 #include <array>
+#include <optional>
 
 #include "host/mail/mail_reader.h"
 #include "host/mime/mapi_read.h"
@@ -16,6 +18,20 @@ constexpr GUID kOriginalSet = {0x6B1F0C52, 0x93D4, 0x4E0A, {0xB7, 0xA8, 0x5D, 0x
 constexpr std::size_t kPackedPiece = std::size_t{64} << 10;
 // Mail is mostly text or base64: higher levels cost twice the time and save a few percent.
 constexpr int kLevel = 4;
+
+// A mail of base64 or quoted-printable is at most this many times as large as what the message holds of it;
+// what no reader shows (preambles, comments) may be as large as this besides. No more is unpacked: a few
+// megabytes can be packed gigabytes.
+constexpr std::uint64_t kLargestGrowth = 4;
+constexpr std::uint64_t kLargestRest = std::uint64_t{64} << 20;
+
+std::uint64_t LargestOriginal(IMessage& message)
+{
+    const std::optional<LONG> size = ReadLong(message, PR_MESSAGE_SIZE);
+    if (!size || *size < 0)
+        return kLargestMail;
+    return std::min(kLargestMail, kLargestRest + kLargestGrowth * static_cast<std::uint64_t>(*size));
+}
 
 // The property's tag; PR_NULL when no message of the store has it yet and `flags` don't ask to name it.
 HRESULT OriginalTag(IMessage& message, ULONG flags, ULONG& tag)
@@ -72,7 +88,8 @@ private:
 
 class Inflater {
 public:
-    Inflater() { ready_ = inflateInit(&stream_) == Z_OK; }
+    // largest  in bytes unpacked; more is MAPI_E_CORRUPT_DATA.
+    explicit Inflater(std::uint64_t largest) : largest_(largest) { ready_ = inflateInit(&stream_) == Z_OK; }
     ~Inflater()
     {
         if (ready_)
@@ -95,7 +112,7 @@ public:
             if (result != Z_OK && result != Z_STREAM_END && result != Z_BUF_ERROR)
                 return result == Z_MEM_ERROR ? E_OUTOFMEMORY : MAPI_E_CORRUPT_DATA;
             bytes.Append({piece_.data(), piece_.size() - stream_.avail_out});
-            if (bytes.Size() > kLargestMail || (ended_ && stream_.avail_in > 0))
+            if (bytes.Size() > largest_ || (ended_ && stream_.avail_in > 0))
                 return MAPI_E_CORRUPT_DATA;
         } while (stream_.avail_out == 0 && !ended_);
         return bytes.Result();
@@ -103,6 +120,7 @@ public:
     [[nodiscard]] bool Ended() const noexcept { return ended_; }
 
 private:
+    const std::uint64_t largest_;
     z_stream stream_ = {};
     bool ready_ = false;
     bool ended_ = false;
@@ -142,7 +160,7 @@ HRESULT ReadOriginal(IMessage& message, MailBytes& bytes)
         hr = value.OpenBinary(message, tag);
     if (FAILED(hr) || !value.Exists())
         return FAILED(hr) ? hr : MAPI_E_NOT_FOUND;
-    Inflater inflater;
+    Inflater inflater(LargestOriginal(message));
     HRESULT inflated = S_OK;
     hr = value.Read([&](std::string_view piece) {
         inflated = inflater.Put(piece, bytes);

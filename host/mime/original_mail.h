@@ -18,7 +18,9 @@ namespace quorvane {
 //
 // S_OK                 `bytes` holds them all.
 // MAPI_E_NOT_FOUND     the message has none.
-// MAPI_E_CORRUPT_DATA  they aren't a zlib stream, or one of more than kLargestMail bytes.
+// MAPI_E_CORRUPT_DATA  they aren't a zlib stream, or one of more than kLargestMail bytes, or of more than
+//                      64 MB and four times PR_MESSAGE_SIZE: no mail that says what the message says. No
+//                      more than that is unpacked.
 // STG_E_*              they couldn't be set aside.
 // Others come unchanged from `message`.
 [[nodiscard]] HRESULT ReadOriginal(IMessage& message, MailBytes& bytes);
