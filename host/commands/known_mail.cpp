@@ -1,7 +1,8 @@
 #include "host/commands/known_mail.h"
 
 #include <algorithm>
-#include <functional>
+#include <cstring>
+#include <iterator>
 
 #include "host/base/errors.h"
 #include "host/sharing/message_content.h"
@@ -12,14 +13,13 @@ namespace quorvane::host {
 
 namespace {
 
-constexpr LONG kRowsOfTable = 200;
 // A message's own at each import, so that it is found again wherever it goes; those embedded in it have one too.
 constexpr char kSearchKey[] = "0x300B0102";
 constexpr char kOriginal[] = "/OriginalMail:0102";
 
-std::uint64_t KeyOf(const std::string& messageId, std::uint64_t sent)
+std::string KeyOf(const std::string& messageId, std::uint64_t sent)
 {
-    return std::hash<std::string>()(messageId.empty() ? "sent " + std::to_string(sent) : messageId);
+    return messageId.empty() ? "sent " + std::to_string(sent) : "id " + messageId;
 }
 
 // Takes the original out of a content; what it was.
@@ -41,50 +41,58 @@ bool IsOfSubstance(const std::string& name)
            name.starts_with("0x1009") || name.starts_with("0x1013");
 }
 
-bool IsSame(MessageContent a, MessageContent b)
-{
-    for (MessageContent* const content : {&a, &b})
-        std::erase_if(*content, [](const auto& entry) { return entry.first.ends_with(kSearchKey); });
-    const std::string original = TakeOriginal(a);
-    if (const std::string other = TakeOriginal(b); !original.empty() && original == other) {
-        const std::vector<std::string> names = Differences(a, b);
-        if (std::none_of(names.begin(), names.end(), IsOfSubstance))
-            return true;
-    }
-    return DigestOf(std::move(a)) == DigestOf(std::move(b));
-}
-
 }  // namespace
 
 KnownMail::KnownMail(const MailSession& session, IMAPIFolder& folder) : session_(session)
 {
-    ComPtr<IMAPITable> table;
-    Check(folder.GetContentsTable(0, table.Put()), "list the items of", "the folder");
     SizedSPropTagArray(3, columns) = {3, {PR_ENTRYID, kPrInternetMessageIdW, PR_CLIENT_SUBMIT_TIME}};
-    Check(table->SetColumns(reinterpret_cast<LPSPropTagArray>(&columns), 0), "list the items of", "the folder");
-    for (;;) {
-        Rows rows;
-        Check(table->QueryRows(kRowsOfTable, 0, rows.Put()), "list the items of", "the folder");
-        if (rows.Count() == 0)
-            return;
-        for (ULONG i = 0; i < rows.Count(); ++i)
-            items_.emplace(KeyOf(TextOf(rows[i], kPrInternetMessageIdW), TimeOf(rows[i], PR_CLIENT_SUBMIT_TIME)),
-                           HexOf(rows[i], PR_ENTRYID));
-    }
+    ForEachItemRow(folder, reinterpret_cast<LPSPropTagArray>(&columns), [&](const SRow& row) {
+        items_[KeyOf(TextOf(row, kPrInternetMessageIdW), TimeOf(row, PR_CLIENT_SUBMIT_TIME))].items.push_back(
+            HexOf(row, PR_ENTRYID));
+    });
 }
 
 bool KnownMail::Take(IMessage& message)
 {
-    const auto [begin, end] =
-        items_.equal_range(KeyOf(TextOf(message, kPrInternetMessageIdW), TimeOf(message, PR_CLIENT_SUBMIT_TIME)));
-    if (begin == end)
+    const auto found =
+        items_.find(KeyOf(TextOf(message, kPrInternetMessageIdW), TimeOf(message, PR_CLIENT_SUBMIT_TIME)));
+    if (found == items_.end())
         return false;
-    const MessageContent content = ReadContent(message, "the mail");
-    for (auto item = begin; item != end; ++item) {
-        const ComPtr<IMessage> known = OpenMessage(session_, item->second, false);
+    const Identity mail = IdentityOf(message, "the mail");
+    do {
+        if (TakeOneOf(found->second, mail))
+            return true;
+    } while (ReadNext(found->second));
+    return false;
+}
+
+KnownMail::Identity KnownMail::IdentityOf(IMessage& message, const std::string& shown)
+{
+    MessageContent content = ReadContent(message, shown);
+    std::erase_if(content, [](const auto& entry) { return entry.first.ends_with(kSearchKey); });
+    Identity identity;
+    if (const std::string original = TakeOriginal(content); !original.empty()) {
+        MessageContent substance;
+        std::copy_if(content.begin(), content.end(), std::inserter(substance, substance.end()),
+                     [](const auto& entry) { return IsOfSubstance(entry.first); });
+        substance[kOriginal] = original;
+        identity.original = DigestOf(std::move(substance));
+    }
+    identity.content = DigestOf(std::move(content));
+    return identity;
+}
+
+bool KnownMail::ReadNext(Alike& alike) const
+{
+    while (alike.taken.size() < alike.items.size()) {
+        const std::size_t item = alike.taken.size();
+        alike.taken.push_back(false);
         try {
-            if (known && IsSame(content, ReadContent(*known, "an item"))) {
-                items_.erase(item);
+            if (const ComPtr<IMessage> known = OpenMessage(session_, alike.items[item], false)) {
+                const Identity identity = IdentityOf(*known, "an item");
+                alike.byContent[identity.content].push_back(item);
+                if (identity.original)
+                    alike.byOriginal[*identity.original].push_back(item);
                 return true;
             }
         } catch (const HostError&) {
@@ -92,6 +100,32 @@ bool KnownMail::Take(IMessage& message)
         }
     }
     return false;
+}
+
+bool KnownMail::TakeOneOf(Alike& alike, const Identity& mail)
+{
+    const auto takeFrom = [&](ItemsByDigest& items, const exchange::ContentDigest& digest) {
+        const auto found = items.find(digest);
+        // An item that was taken by its other digest is still in this list.
+        while (found != items.end() && !found->second.empty()) {
+            const std::size_t item = found->second.back();
+            found->second.pop_back();
+            if (!alike.taken[item]) {
+                alike.taken[item] = true;
+                return true;
+            }
+        }
+        return false;
+    };
+    return takeFrom(alike.byContent, mail.content) ||
+           (mail.original && takeFrom(alike.byOriginal, *mail.original));
+}
+
+std::size_t KnownMail::DigestHash::operator()(const exchange::ContentDigest& digest) const noexcept
+{
+    std::size_t hash = 0;
+    std::memcpy(&hash, digest.data(), std::min(sizeof hash, digest.size()));
+    return hash;
 }
 
 }  // namespace quorvane::host

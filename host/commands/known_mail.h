@@ -3,9 +3,12 @@
 #define QUORVANE_HOST_COMMANDS_KNOWN_MAIL_H_
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <unordered_map>
+#include <vector>
 
+#include "host/exchange/revision.h"
 #include "host/store/profile.h"
 #include "quorvane3/mapi.h"
 
@@ -25,8 +28,31 @@ public:
     bool Take(IMessage& message);
 
 private:
+    // What tells whether two mails are the same; see Take.
+    struct Identity {
+        // Of the bytes that it came from, with its text and attachments; nothing without these bytes.
+        std::optional<exchange::ContentDigest> original;
+        exchange::ContentDigest content;
+    };
+    struct DigestHash {
+        std::size_t operator()(const exchange::ContentDigest& digest) const noexcept;
+    };
+    using ItemsByDigest = std::unordered_map<exchange::ContentDigest, std::vector<std::size_t>, DigestHash>;
+    // The items of one key. Each is read once, when nothing that was read before it was the mail.
+    struct Alike {
+        std::vector<std::string> items;  // entry identifiers
+        std::vector<bool> taken;         // of the first ones, which were read
+        ItemsByDigest byOriginal;
+        ItemsByDigest byContent;
+    };
+
+    static Identity IdentityOf(IMessage& message, const std::string& shown);
+    // Reads the next item of `alike` that can be read; false: there is none.
+    bool ReadNext(Alike& alike) const;
+    static bool TakeOneOf(Alike& alike, const Identity& mail);
+
     const MailSession& session_;
-    std::unordered_multimap<std::uint64_t, std::string> items_;  // by a digest of the key: entry identifiers
+    std::unordered_map<std::string, Alike> items_;
 };
 
 }  // namespace quorvane::host

@@ -193,21 +193,27 @@ std::string FolderOfMessage(const MailSession& session, const std::string& entry
 
 void ForEachItem(IMAPIFolder& folder, const std::function<void(const ItemInfo&)>& visit)
 {
-    ComPtr<IMAPITable> table;
-    Check(folder.GetContentsTable(0, table.Put()), "list the items of", "the folder");
     SizedSPropTagArray(9, columns) = {
         9,
         {PR_ENTRYID, PR_SUBJECT_W, PR_SENDER_NAME_W, PR_SENDER_EMAIL_ADDRESS_W, PR_SEARCH_KEY,
          PR_CLIENT_SUBMIT_TIME, PR_LAST_MODIFICATION_TIME, PR_MESSAGE_SIZE, PR_MESSAGE_FLAGS}};
-    Check(table->SetColumns(reinterpret_cast<LPSPropTagArray>(&columns), 0), "list the items of",
-          "the folder");
+    ForEachItemRow(folder, reinterpret_cast<LPSPropTagArray>(&columns),
+                   [&](const SRow& row) { visit(ReadItem(row)); });
+}
+
+void ForEachItemRow(IMAPIFolder& folder, LPSPropTagArray columns,
+                    const std::function<void(const SRow&)>& visit)
+{
+    ComPtr<IMAPITable> table;
+    Check(folder.GetContentsTable(0, table.Put()), "list the items of", "the folder");
+    Check(table->SetColumns(columns, 0), "list the items of", "the folder");
     for (;;) {
         Rows rows;
         Check(table->QueryRows(kRowsAtOnce, 0, rows.Put()), "list the items of", "the folder");
         if (rows.Count() == 0)
             return;
         for (ULONG i = 0; i < rows.Count(); ++i)
-            visit(ReadItem(rows[i]));
+            visit(rows[i]);
     }
 }
 

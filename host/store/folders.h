@@ -62,6 +62,10 @@ std::string FolderOfMessage(const MailSession& session, const std::string& entry
 // Calls `visit` for each item of a folder in the folder's own order. Memory doesn't grow with the folder.
 void ForEachItem(IMAPIFolder& folder, const std::function<void(const ItemInfo&)>& visit);
 
+// The same with the row that each item has of `columns`.
+void ForEachItemRow(IMAPIFolder& folder, LPSPropTagArray columns,
+                    const std::function<void(const SRow&)>& visit);
+
 }  // namespace quorvane::host
 
 #endif  // QUORVANE_HOST_STORE_FOLDERS_H_

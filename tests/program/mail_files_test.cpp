@@ -127,6 +127,21 @@ TEST_F(MailFilesTest, AnotherMailOfTheSameMessageIdComesIn)
     EXPECT_EQ(Import({Path("1.eml").string(), Path("2.eml").string()})["imported"], 0U);
 }
 
+TEST_F(MailFilesTest, MailsWithoutMessageIdAndTimeAreKnownEachByItself)
+{
+    const std::string separator = "From a Mon Mar  3 08:14:09 2025\n";
+    const std::string one = separator + "Subject: 1\n\none\n\n";
+    const std::string two = separator + "Subject: 1\n\ntwo\n\n";
+    std::ofstream(Path("box"), std::ios::binary) << one + two + one;
+    EXPECT_EQ(Import({Path("box").string()})["imported"], 3U);
+    MustRun({"edit", Mailbox("a"), "In", "1", "--subject", "edited here"});
+    MustRun({"edit", Mailbox("a"), "In", "2", "--subject", "edited here"});
+    std::ofstream(Path("more"), std::ios::binary) << two + one + one + one + two;
+    const Json more = Import({Path("more").string()});
+    EXPECT_EQ(more["known"], 3U);
+    EXPECT_EQ(more["imported"], 2U);
+}
+
 TEST_F(MailFilesTest, AnImportThatWasKilledIsFinishedByRunningItOnceMore)
 {
     std::ofstream box(Path("box"), std::ios::binary);
