@@ -18,16 +18,6 @@ protected:
         const std::optional<MailBytes> within = MailWithin(bytes);
         return store->Import(within ? *within : bytes, {.read = {}, .original = &bytes});
     }
-    static std::string Mail(IMessage& message)
-    {
-        std::ostringstream out;
-        const MakeScratch scratch = [](IMessage** made) {
-            *made = store->NewMessage().Detach();
-            return S_OK;
-        };
-        EXPECT_EQ(ExportMail(message, scratch, out), S_OK);
-        return out.str();
-    }
     // Boundaries are drawn.
     static std::string Masked(const std::string& mail)
     {

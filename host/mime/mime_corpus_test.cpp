@@ -7,26 +7,13 @@
 #include "host/mail/mail_check.h"
 #include "host/mail/mail_reader.h"
 #include "host/mail/unicode.h"
-#include "host/mime/export_mail.h"
 #include "host/mime/property_list.h"
 #include "host/mime/test_store.h"
 
 namespace quorvane {
 namespace {
 
-class MimeCorpusTest : public StoreTest {
-protected:
-    static std::string Mail(IMessage& message)
-    {
-        std::ostringstream out;
-        const MakeScratch scratch = [](IMessage** made) {
-            *made = store->NewMessage().Detach();
-            return S_OK;
-        };
-        EXPECT_EQ(ExportMail(message, scratch, out), S_OK);
-        return out.str();
-    }
-};
+class MimeCorpusTest : public StoreTest {};
 
 // A mail without the lines of its Subject fields.
 std::string WithoutSubject(std::string_view mail)

@@ -12,6 +12,7 @@
 #include <iterator>
 #include <sstream>
 
+#include "host/mime/export_mail.h"
 #include "host/mime/export_mime.h"
 #include "host/mime/import_mime.h"
 #include "host/mime/mapi_read.h"
@@ -140,6 +141,19 @@ protected:
         delete store;
         store = nullptr;
     }
+
+    // What ExportMail writes of a message.
+    static std::string Mail(IMessage& message)
+    {
+        std::ostringstream out;
+        const MakeScratch scratch = [](IMessage** made) {
+            *made = store->NewMessage().Detach();
+            return S_OK;
+        };
+        EXPECT_EQ(ExportMail(message, scratch, out), S_OK);
+        return out.str();
+    }
+
     static inline TestStore* store = nullptr;
 };
 
