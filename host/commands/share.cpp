@@ -32,7 +32,7 @@ std::string NewFolderId()
 // again.
 std::string FolderIdFor(SharedFolders& folders, const std::string& entryId)
 {
-    const auto former = folders.FindFormer(entryId);
+    const auto former = folders.Former().Find(entryId);
     return former && !folders.IsKnown(former->folderId) ? former->folderId : NewFolderId();
 }
 

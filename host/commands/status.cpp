@@ -5,6 +5,7 @@
 #include "host/mailbox/device.h"
 #include "host/mailbox/peers.h"
 #include "host/mailbox/records.h"
+#include "host/mailbox/refusals.h"
 #include "host/mailbox/shared_folders.h"
 #include "host/sharing/item_state.h"
 
@@ -203,7 +204,7 @@ Json KnownFoldersOf(SharedFolders& folders, Peers& peers, std::string& text)
 Json FormerOf(SharedFolders& folders, std::string& text)
 {
     Json json = Json::array();
-    for (const FormerShare& former : folders.FormerShares()) {
+    for (const FormerShare& former : folders.Former().All()) {
         json.push_back({{"folder", former.name}, {"id", former.folderId}});
         if (!folders.IsKnown(former.folderId))
             text += "not shared any more: " + Printable(former.name) +
@@ -213,10 +214,10 @@ Json FormerOf(SharedFolders& folders, std::string& text)
     return json;
 }
 
-Json RefusalsOf(SharedFolders& folders, Peers& peers, std::string& text)
+Json RefusalsOf(Refusals& refusals, Peers& peers, std::string& text)
 {
     Json json = Json::array();
-    for (const RefusalRecord& refusal : folders.Refusals()) {
+    for (const RefusalRecord& refusal : refusals.All()) {
         const auto peer = peers.Find(refusal.device);
         const std::string member = peer ? peer->member : exchange::TextOf(refusal.device);
         json.push_back({{"member", member},
@@ -277,7 +278,8 @@ ExitCode Status(const StatusOptions& options)
     SharedFolders folders(mailbox.HostDatabasePath().string(), keys);
     const Json known = KnownFoldersOf(folders, peers, transportLines);
     const Json former = FormerOf(folders, transportLines);
-    const Json refusals = RefusalsOf(folders, peers, transportLines);
+    Refusals refused(mailbox.HostDatabasePath().string());
+    const Json refusals = RefusalsOf(refused, peers, transportLines);
     for (const std::string& name : peers.AwaitedMembers())
         transportLines += "awaited: " + name + ", who has no known device ('quorvane members add')\n";
     const std::size_t conflicts = OpenConflicts(records);

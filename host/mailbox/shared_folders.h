@@ -11,45 +11,19 @@
 #define QUORVANE_HOST_MAILBOX_SHARED_FOLDERS_H_
 
 #include <cstdint>
-#include <map>
 #include <optional>
-#include <set>
 #include <string>
 #include <vector>
 
 #include "host/exchange/folder_note.h"
+#include "host/mailbox/folder_devices.h"
+#include "host/mailbox/former_shares.h"
+#include "host/mailbox/known_folder.h"
+#include "host/mailbox/membership_log.h"
 #include "host/mailbox/peers.h"
 #include "host/mailbox/records.h"
 
 namespace quorvane::host {
-
-// A folder whose membership this mailbox knows.
-struct KnownFolder {
-    enum class State {
-        kInvited = 0,   // somebody shares it with this mailbox, and nobody has decided yet
-        kHere = 1,      // it is shared here
-        kDeclined = 2,  // by this mailbox
-        kLeft = 3,      // by this mailbox
-        kRemoved = 4,   // this mailbox, by the founder
-    };
-    std::string founding;  // 64 hexadecimal digits
-    std::string folderId;
-    State state = State::kInvited;
-    std::string name;     // its path at the one who invited, or here
-    std::string inviter;  // the id of the device that told of it
-    std::string target;   // the path that an acceptance has begun to make a folder at
-    std::uint64_t since = 0;
-
-    // What a user names it by.
-    std::string Id() const { return founding.substr(0, 12); }
-};
-
-// A folder of the mailbox that was shared once. What is known of its items is kept.
-struct FormerShare {
-    std::string folderId;
-    std::string entryId;
-    std::string name;
-};
 
 // What members are to be told of a folder.
 struct DueNote {
@@ -58,20 +32,14 @@ struct DueNote {
     std::vector<std::string> devices;
 };
 
-// Packages of a device's that were refused for one reason.
-struct RefusalRecord {
-    exchange::DeviceId device;
-    std::string reason;
-    std::uint64_t count = 0;
-    std::uint64_t since = 0;
-};
-
 // For one thread. Methods throw a HostError when the database fails, or the user asks for what can't be; what they
 // note is on the disk when they return.
 class SharedFolders {
 public:
     // path: host.db. keys: this device's; they outlive the object.
     SharedFolders(const std::string& path, const exchange::DeviceKeys& keys);
+    SharedFolders(const SharedFolders&) = delete;
+    SharedFolders& operator=(const SharedFolders&) = delete;
 
     // Shares a folder that isn't shared: this mailbox founds its membership.
     void Found(const Share& share);
@@ -100,8 +68,8 @@ public:
     void NoteTarget(const KnownFolder& invitation, const std::string& path);
     // From here on it is `share`. A member is asked for all that it holds.
     void Accept(const KnownFolder& invitation, const Share& share);
-    std::vector<FormerShare> FormerShares();
-    std::optional<FormerShare> FindFormer(const std::string& entryId);
+    // Folders that are shared no more; as long as this object.
+    FormerShares& Former() noexcept { return former_; }
 
     // Folders that were joined since, and of which records of an earlier time are to be looked through.
     bool IsFresh(const std::string& folderId);
@@ -121,9 +89,6 @@ public:
     bool IsDeviceOfFolder(const std::string& folderId, const exchange::DeviceId& device);
     // Whether anything is known of a folder of this id.
     bool IsKnown(const std::string& folderId);
-    // Counts a package that was refused.
-    void NoteRefusal(const exchange::DeviceId& device, const std::string& reason);
-    std::vector<RefusalRecord> Refusals();
 
 private:
     class Work;
@@ -134,35 +99,13 @@ private:
     void PutFolder(const KnownFolder& folder);
     void SetState(const KnownFolder& folder, KnownFolder::State state);
 
-    // The signed changes.
-    exchange::Membership& Load(const KnownFolder& folder);
-    bool Keep(const KnownFolder& folder, const std::string& entry);
-    void Sign(const KnownFolder& folder, exchange::MembershipEntry entry);
-    void SignRemoval(const KnownFolder& folder, const exchange::SigningKey& member);
     void SignOff(const KnownFolder& folder);
-    std::optional<exchange::SigningKey> OwnMember(const exchange::FolderMembers& members) const;
-    bool HasSignedOff(const KnownFolder& folder);
-    bool HasBeenIn(const KnownFolder& folder);
-
-    // What follows from them.
     void SettleWishes();
     std::vector<exchange::SigningKey> PinnedKeysOf(const std::string& member);
     void LetIn(const KnownFolder& folder, const exchange::SigningKey& key, const std::string& name);
     void Refresh(const KnownFolder& folder, const std::string& teller = {});
-    void RefreshDevices(const KnownFolder& folder, const exchange::FolderMembers& members);
-    void RefreshMembers(const KnownFolder& folder);
-    void Introduce(const exchange::FolderMembers& members, const std::string& teller);
-    bool IsDeviceKnown(const std::string& device);
-    std::string MemberOfDevice(const std::string& device);
-    std::string NameFor(const exchange::FolderMember& member, const std::string& device);
-    void ForgetMember(const std::string& folderId, const std::string& name);
-    void AskAnother(const KnownFolder& folder);
     void NoteJoined(const std::string& founding, const Share& share);
     void EndHere(const KnownFolder& folder, KnownFolder::State state);
-    void Owe(const std::string& folderId, const std::string& member, ResendScope scope);
-    bool OwesAll(const KnownFolder& folder);
-    void TellAll(const KnownFolder& folder);
-    void SetDue(const KnownFolder& folder, const exchange::DeviceId& device);
 
     // What another tells.
     KnownFolder TakeInvitation(const Peer& from, const exchange::FolderNote& note, const std::string& founding);
@@ -173,8 +116,10 @@ private:
 
     Database database_;
     const exchange::DeviceKeys& keys_;
-    std::string ownName_;
-    std::map<std::string, exchange::Membership> memberships_;  // by founding, as far as they were read
+    const std::string ownName_;
+    MembershipLog log_;
+    FolderDevices devices_;
+    FormerShares former_;
 };
 
 }  // namespace quorvane::host

@@ -7,6 +7,7 @@
 #include "host/base/errors.h"
 #include "host/exchange/error.h"
 #include "host/mailbox/records_for_test.h"
+#include "host/mailbox/refusals.h"
 #include "platform/testing/test_directory.h"
 
 namespace quorvane::host {
@@ -204,7 +205,7 @@ TEST_F(SharedFoldersTest, WhoLeavesIsSealedNothingMoreAndHisChangesCountForNothi
 
     bob.folders.Leave("{F}");
     EXPECT_TRUE(bob.records.Shares().empty());
-    EXPECT_EQ(bob.folders.FormerShares().at(0).folderId, "{F}");
+    EXPECT_EQ(bob.folders.Former().All().at(0).folderId, "{F}");
     Tell();
 
     for (Someone* one : {&alice, &carol}) {
@@ -326,7 +327,7 @@ TEST_F(SharedFoldersTest, AFolderIsSharedAgainUnderItsFormerRecordsAndOwedInFull
     EXPECT_TRUE(bob.folders.IsFresh("{F}"));
     Tell();
     EXPECT_EQ(bob.Owes(alice), ResendScope::kEverything);
-    EXPECT_TRUE(bob.folders.FormerShares().empty());
+    EXPECT_TRUE(bob.folders.Former().All().empty());
 }
 
 TEST_F(SharedFoldersTest, OneDevicesInvitationsAndRefusalsAreBounded)
@@ -340,11 +341,12 @@ TEST_F(SharedFoldersTest, OneDevicesInvitationsAndRefusalsAreBounded)
     EXPECT_EQ(bob.folders.Invitations().size(), 100U);
     EXPECT_EQ(refused, 10);
 
+    Refusals refusals(bob.path);
     for (int number = 0; number < 300; ++number)
-        bob.folders.NoteRefusal(alice.keys.Id(), "reason " + std::to_string(number));
-    bob.folders.NoteRefusal(alice.keys.Id(), "reason 7");
-    EXPECT_EQ(bob.folders.Refusals().size(), 200U);
-    EXPECT_TRUE(std::ranges::any_of(bob.folders.Refusals(), [](const RefusalRecord& refusal) {
+        refusals.Note(alice.keys.Id(), "reason " + std::to_string(number));
+    refusals.Note(alice.keys.Id(), "reason 7");
+    EXPECT_EQ(refusals.All().size(), 200U);
+    EXPECT_TRUE(std::ranges::any_of(refusals.All(), [](const RefusalRecord& refusal) {
         return refusal.reason == "reason 7" && refusal.count == 2;
     }));
 }

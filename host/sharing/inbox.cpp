@@ -367,7 +367,7 @@ void Inbox::TakeNote(Transport& transport, const Peer& peer, const exchange::For
 // A package whose sender may not send what it holds. What follows isn't held up.
 void Inbox::TurnDown(Transport& transport, const Peer& peer, const exchange::ForUs& package, const std::string& reason)
 {
-    transport.folders.NoteRefusal(peer.id, reason);
+    transport.refusals.Note(peer.id, reason);
     ++statistics_.packagesRejected;
     if (turnedDown_.size() < kMostTold && turnedDown_.insert(reason).second)
         report_("refused: " + reason);

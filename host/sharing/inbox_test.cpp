@@ -296,9 +296,9 @@ TEST_F(InboxTest, WhatSomebodySendsOfAFolderWhoseMemberHeIsntIsRefusedAndCounted
     EXPECT_FALSE(HasCopies());
     EXPECT_EQ(lines.size(), 1U);
     EXPECT_EQ(here.statistics.packagesRejected, 2U);
-    ASSERT_EQ(here.transport.folders.Refusals().size(), 1U);
-    EXPECT_EQ(here.transport.folders.Refusals()[0].device, dave.Id());
-    EXPECT_EQ(here.transport.folders.Refusals()[0].count, 2U);
+    ASSERT_EQ(here.transport.refusals.All().size(), 1U);
+    EXPECT_EQ(here.transport.refusals.All()[0].device, dave.Id());
+    EXPECT_EQ(here.transport.refusals.All()[0].count, 2U);
     here.callbacks.beforeReceived = nullptr;
     here.LetIn({"dave"});
     Arrive(dave, 3, "as a member");

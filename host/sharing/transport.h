@@ -7,6 +7,7 @@
 #include "host/exchange/place.h"
 #include "host/mailbox/device.h"
 #include "host/mailbox/peers.h"
+#include "host/mailbox/refusals.h"
 #include "host/mailbox/shared_folders.h"
 
 namespace quorvane::host {
@@ -19,7 +20,8 @@ struct Transport {
           keys(ReadDeviceKeys(mailbox)),
           place(exchange, keys.Id()),
           peers(mailbox.HostDatabasePath().string()),
-          folders(mailbox.HostDatabasePath().string(), keys)
+          folders(mailbox.HostDatabasePath().string(), keys),
+          refusals(mailbox.HostDatabasePath().string())
     {}
 
     const std::filesystem::path directory;  // the exchange
@@ -27,6 +29,7 @@ struct Transport {
     const exchange::Place place;
     Peers peers;
     SharedFolders folders;
+    Refusals refusals;
 };
 
 // A file of this mailbox's own as a source of bytes. Throws an exchange::Error.
