@@ -92,15 +92,15 @@ void Outbox::Forget(const std::string& recipients) const
 void Outbox::Resume()
 {
     std::error_code ignored;  // the engine removes what it finds without a record
+    const auto outgoing = records_.Outgoing();
     for (const Listed& package : ListEngine()) {
         Forget(package.recipients);
-        const auto outgoing = records_.Outgoing();
         if (std::none_of(outgoing.begin(), outgoing.end(), [&](const OutgoingPackage& one) {
                 return one.path == package.path && one.isPlanned;
             }))
             std::filesystem::remove(PathOf(package.path), ignored);
     }
-    for (const OutgoingPackage& package : records_.Outgoing()) {
+    for (const OutgoingPackage& package : outgoing) {
         if (package.isPlanned || KindOf(package) != exchange::PackageKind::kItems)
             continue;
         std::filesystem::remove(PathOf(package.path), ignored);
