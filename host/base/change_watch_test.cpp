@@ -29,6 +29,9 @@ protected:
 TEST_F(ChangeWatchTest, AFileThatIsMadeWrittenRenamedOrRemovedIsTold)
 {
     watch.Watch(directory.Path());
+    std::filesystem::create_directory(Path("below"));
+    EXPECT_EQ(watch.Wait(signals, kDeadline), Woken::kChange);
+    watch.Forget();
     Write(Path("file"));
     EXPECT_EQ(watch.Wait(signals, kDeadline), Woken::kChange);
     watch.Forget();
@@ -49,6 +52,14 @@ TEST_F(ChangeWatchTest, ADirectoryThatTookThePlaceOfAnotherIsWatchedWhenAskedFor
     watch.Watch(Path("later"));
     Write(Path("later") / "file");
     EXPECT_EQ(watch.Wait(signals, kDeadline), Woken::kChange);
+}
+
+TEST_F(ChangeWatchTest, WhatWasToldIsntToldAgain)
+{
+    watch.Watch(directory.Path());
+    std::filesystem::create_directory(Path("below"));
+    EXPECT_EQ(watch.Wait(signals, kDeadline), Woken::kChange);
+    EXPECT_EQ(watch.Wait(signals, kMoment), Woken::kTime);
 }
 
 TEST_F(ChangeWatchTest, WhereNothingHappensTheTimePasses)
