@@ -101,6 +101,34 @@ TEST_F(InboxTest, EveryPackageHasASecondTryOfItsOwn)
     EXPECT_FALSE(HasCopies());
 }
 
+// A virus scanner, say, has the copy open just when it is to be looked through.
+TEST_F(InboxTest, APackageThatCantBeOpenedJustNowIsTakenLater)
+{
+    const std::string content = Content("held up");
+    const auto copy = here.mailbox.InboxPath() / (exchange::TextOf(here.alice.Id()) + "-1.qvt");
+    std::ofstream(copy, std::ios::binary) << content;
+    ComPtr<IStorage> held;
+    ASSERT_EQ(StgOpenStorage(OleTextOf(copy).c_str(), nullptr, STGM_READWRITE | STGM_SHARE_EXCLUSIVE, nullptr, 0,
+                             held.Put()),
+              S_OK);
+    Lay(here.alice, 1, Sealed(here.alice, 1, 0, content));
+    try {
+        inbox.TakeNext(here.transport);
+    } catch (const HostError&) {
+        // On Windows there is no copy to open then.
+    }
+    EXPECT_EQ(Applied(here.alice), 0U);
+
+    held.Reset();
+    const auto end = std::chrono::steady_clock::now() + kWithin;
+    while (Subjects().empty() && Applied(here.alice) == 0 && std::chrono::steady_clock::now() < end)
+        inbox.TakeNext(here.transport);
+    Drain();
+
+    EXPECT_EQ(Subjects(), Subject{"held up"});
+    EXPECT_FALSE(std::filesystem::exists(here.mailbox.Directory() / "rejected"));
+}
+
 // A power cut may leave the record of a message, and neither the message nor its row.
 TEST_F(InboxTest, WhatTheRecordsTellOfAndHasNoRowIsAppliedAgain)
 {
