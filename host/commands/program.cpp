@@ -136,7 +136,7 @@ int RunProgram(int argc, const char* const* argv)
     program.require_subcommand(1);
     // An argument that begins with a slash is a path, on Windows too.
     program.allow_windows_style_options(false);
-    program.footer("Exit codes: 0 done, 1 it failed or differs, 2 wrong usage.");
+    program.footer("Exit codes: 0 done, 1 it failed or differs, 2 wrong usage, 3 it isn't known yet.");
     program.set_version_flag("--version", "quorvane " QUORVANE_VERSION);
     const ErrorLine errors(argc, argv);
     Chosen chosen;

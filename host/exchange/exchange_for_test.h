@@ -31,12 +31,7 @@ private:
 // What stands for a text in a revision.
 inline ContentDigest DigestOfText(const std::string& text)
 {
-    Digest digest;
-    digest.Add(text);
-    const auto whole = digest.Finish();
-    ContentDigest content;
-    std::copy_n(whole.begin(), content.size(), content.begin());
-    return content;
+    return BeginningOfDigest<std::tuple_size_v<ContentDigest>>(text);
 }
 
 // The text of the Error of this kind that a call throws; a failed test and an empty text when it throws none.

@@ -5,6 +5,7 @@
 #ifndef QUORVANE_HOST_EXCHANGE_KEYS_H_
 #define QUORVANE_HOST_EXCHANGE_KEYS_H_
 
+#include <algorithm>
 #include <array>
 #include <compare>
 #include <cstddef>
@@ -110,6 +111,19 @@ private:
     };
     std::unique_ptr<State, Free> state_;
 };
+
+// The first bytes of the digest of one text.
+template <std::size_t Size>
+std::array<unsigned char, Size> BeginningOfDigest(std::string_view bytes)
+{
+    static_assert(Size <= 64);
+    Digest digest;
+    digest.Add(bytes);
+    const auto whole = digest.Finish();
+    std::array<unsigned char, Size> beginning;
+    std::copy_n(whole.begin(), Size, beginning.begin());
+    return beginning;
+}
 
 }  // namespace quorvane::host::exchange
 

@@ -73,12 +73,7 @@ MembershipEntry ReadFields(WireReader& reader)
 
 EntryId IdOfEntry(std::string_view bytes)
 {
-    Digest digest;
-    digest.Add(bytes);
-    const auto whole = digest.Finish();
-    EntryId id;
-    std::copy_n(whole.begin(), id.size(), id.begin());
-    return id;
+    return BeginningOfDigest<std::tuple_size_v<EntryId>>(bytes);
 }
 
 std::string WriteMembershipEntry(const DeviceKeys& keys, MembershipEntry entry)

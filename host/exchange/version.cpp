@@ -11,12 +11,7 @@ ChangerId ChangerOf(const DeviceId& device, const Epoch& epoch)
 {
     WireWriter bytes;
     bytes.Put("a changer").Put(device.bytes).Put(epoch);
-    Digest digest;
-    digest.Add(bytes.Bytes());
-    const auto whole = digest.Finish();
-    ChangerId changer;
-    std::copy_n(whole.begin(), changer.bytes.size(), changer.bytes.begin());
-    return changer;
+    return {BeginningOfDigest<sizeof(ChangerId::bytes)>(bytes.Bytes())};
 }
 
 std::uint64_t Version::ChangesOf(const ChangerId& changer) const

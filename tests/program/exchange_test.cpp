@@ -83,11 +83,11 @@ protected:
         package[at] = static_cast<char>(package[at] ^ 1 << random() % 8);
     }
 
-    // As many digits as a device's id has.
+    // As many digits as a device's id has: lower ones than any device's, so that of a listing they are the first.
     static std::string Digits(int number)
     {
         const std::string digits = std::to_string(number);
-        return std::string(32 - digits.size(), 'a') + digits;
+        return std::string(32 - digits.size(), '0') + digits;
     }
 
     static constexpr int kJunk = 100'000;
@@ -341,11 +341,11 @@ TEST_F(ExchangeTest, NumbersThatAreHugeAndNamesThatAreNoneHoldNobodyUp)
         Overwrite(device.Home() / "out" / "00000000000000000003.qvt", "former");
     }
     Overwrite(Path("exchange") / "00000000000000000000000000000000" / "card", "no card");
-    // Names that could be devices', and directories, among them.
+    // Names that could be devices', and directories, among them: more than are listed, and before all others.
     for (int number = 0; number < kJunk; ++number)
-        Overwrite(Path("exchange") / (number % 4 == 0 ? Digits(number) : "junk" + std::to_string(number)), "junk");
+        Overwrite(Path("exchange") / (number % 4 == 0 ? Digits(number + 1) : "junk" + std::to_string(number)), "junk");
     for (int number = 0; number < kJunk / 100; ++number)
-        std::filesystem::create_directories(Path("exchange") / Digits(kJunk + number) / "out");
+        std::filesystem::create_directories(Path("exchange") / Digits(kJunk + number + 1) / "out");
     Edit("alice", "all the same");
     Edit("bob", "and back");
 

@@ -404,14 +404,7 @@ extern "C" int open(const char* path, int flags, ...)
     return OpenAt(AT_FDCWD, path, flags, mode);
 }
 
-extern "C" int open64(const char* path, int flags, ...)
-{
-    va_list arguments;
-    va_start(arguments, flags);
-    const mode_t mode = ModeOf(flags, arguments);
-    va_end(arguments);
-    return OpenAt(AT_FDCWD, path, flags, mode);
-}
+extern "C" int open64(const char* path, int flags, ...) __attribute__((alias("open")));
 
 extern "C" int openat(int directory, const char* path, int flags, ...)
 {
