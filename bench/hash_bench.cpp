@@ -445,8 +445,12 @@ BENCHMARK(HashForgetAndSet)
     ->Unit(benchmark::kMicrosecond);
 BENCHMARK(HashOpenSetClose)->Arg(kFew)->Arg(kUsual)->Iterations(200)->Unit(benchmark::kMicrosecond);
 BENCHMARK(HashOpenSetClose)->Arg(kLarge)->Iterations(5)->Unit(benchmark::kMicrosecond);
-BENCHMARK(SqliteOpenSetClose)->Arg(kFew)->Arg(kUsual)->Arg(kLarge)->Iterations(200)->Unit(
-    benchmark::kMicrosecond);
+BENCHMARK(SqliteOpenSetClose)
+    ->Arg(kFew)
+    ->Arg(kUsual)
+    ->Arg(kLarge)
+    ->Iterations(200)
+    ->Unit(benchmark::kMicrosecond);
 BENCHMARK(SqliteSet)->Arg(kSmall)->Arg(kMiddle)->Arg(kLarge)->Iterations(kChanges)->Unit(
     benchmark::kMicrosecond);
 BENCHMARK(SqliteSetAndSync)->Arg(kLarge)->Iterations(kChanges / 10)->Unit(benchmark::kMicrosecond);

@@ -164,7 +164,8 @@ Bytes MakeFile(Layout layout, const std::vector<Step>& steps)
 {
     Session session;
     session.bytes = MakeComObject<FaultyBytes>();
-    RequireResult(CreateDocfileOnLockBytes(session.bytes.Get(), kCreate, session.root.Put(), layout), "create");
+    RequireResult(CreateDocfileOnLockBytes(session.bytes.Get(), kCreate, session.root.Put(), layout),
+                  "create");
     for (const Step& step : steps)
         Require(step.run(session) == S_OK, step.what);
     session.held.Reset();

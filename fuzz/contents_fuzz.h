@@ -25,7 +25,8 @@ void PassOn(Persistent& from, Persistent& to)
     ULARGE_INTEGER end{};
     Require(stream->Seek(LARGE_INTEGER{}, STREAM_SEEK_CUR, &end) == S_OK, "a stream's end");
     ULARGE_INTEGER told{};
-    Require(from.GetSizeMax(&told) == S_OK && told.QuadPart == end.QuadPart, "another size is written than was told");
+    Require(from.GetSizeMax(&told) == S_OK && told.QuadPart == end.QuadPart,
+            "another size is written than was told");
     Require(stream->Seek(LARGE_INTEGER{}, STREAM_SEEK_SET, nullptr) == S_OK, "a stream's beginning");
     Require(to.Load(stream.Get()) == S_OK, "what was written isn't read");
 }

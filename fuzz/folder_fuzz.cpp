@@ -35,11 +35,14 @@ std::vector<Bytes> MakeFolderSeeds()
 {
     const ComPtr<CFolder> folder = MakeComObject<CFolder>(&Mailbox::OfProcess().session);
     Require(folder->put_ID(Bstr(OLESTR("{NEW}")).Get()) == S_OK, "a folder's ID");
-    const OleStringView text = OLESTR("{\"name\": \"Projects\", \"from\": \"alice\", \"members\": [\"alice\"]}");
+    const OleStringView text =
+        OLESTR("{\"name\": \"Projects\", \"from\": \"alice\", \"members\": [\"alice\"]}");
     Require(folder->put_CustomInfo(Bstr(text).Get()) == S_OK, "a folder's text");
     const ComPtr<IStream> alone = MakeStreamOn(nullptr, 0);
     Require(folder->Save(alone.Get(), FALSE) == S_OK, "a folder's contents");
-    return {MakeCompoundFile([&](IStorage& storage) { Require(folder->Save(&storage, FALSE) == S_OK, "a folder's save"); }),
+    return {MakeCompoundFile([&](IStorage& storage) {
+                Require(folder->Save(&storage, FALSE) == S_OK, "a folder's save");
+            }),
             ContentOfStream(*alone)};
 }
 

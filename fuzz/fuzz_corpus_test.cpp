@@ -1,5 +1,5 @@
-// Runs the fuzz targets over inputs made here, over mutations of them that are the same at each run, over inputs that
-// once broke something, and over real files where there are some.
+// Runs the fuzz targets over inputs made here, over mutations of them that are the same at each run, over
+// inputs that once broke something, and over real files where there are some.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -107,7 +107,8 @@ std::uint64_t KilobytesOf(const std::string& name)
     return 0;
 }
 
-// Takes the present memory for the peak. False when the system doesn't let us; sanitizers have memory of their own.
+// Takes the present memory for the peak. False when the system doesn't let us; sanitizers have memory of
+// their own.
 bool ForgetPeak()
 {
 #ifdef __SANITIZE_ADDRESS__
@@ -174,7 +175,8 @@ TEST_P(FuzzCorpusTest, RealFilesBreakNothing)
         return;
     }
     for (const char* folder : GetParam().folders)
-        for (const auto& file : std::filesystem::recursive_directory_iterator(std::filesystem::path(corpus) / folder))
+        for (const auto& file :
+             std::filesystem::recursive_directory_iterator(std::filesystem::path(corpus) / folder))
             if (file.is_regular_file() && file.file_size() < 1 << 20)
                 Run(ContentOf(file.path()));
 }

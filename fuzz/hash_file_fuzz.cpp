@@ -1,7 +1,8 @@
 // A folder's hashes, and what a killed process left beside them.
 //
-// The last bytes of the input say how many of those in front of them lie in the record of an overwrite that was begun,
-// and what is changed then. Whatever the file says, it opens; once it was saved it holds the map, to its end.
+// The last bytes of the input say how many of those in front of them lie in the record of an overwrite that
+// was begun, and what is changed then. Whatever the file says, it opens; once it was saved it holds the map,
+// to its end.
 #include "engine/persist/hash_file.h"
 
 #include <filesystem>

@@ -25,8 +25,10 @@ void RunItem(const BYTE* data, std::size_t size)
     if (hr == S_OK) {
         const ComPtr<CItem> again = MakeComObject<CItem>(nullptr);
         PassOn(*item.Get(), *again.Get());
-        Require(AreEqual(item->m_bstrID, again->m_bstrID) && AreEqual(item->m_bstrFolderID, again->m_bstrFolderID) &&
-                    AreEqual(item->m_bstrCustomInfo, again->m_bstrCustomInfo) && item->m_lAction == again->m_lAction,
+        Require(AreEqual(item->m_bstrID, again->m_bstrID) &&
+                    AreEqual(item->m_bstrFolderID, again->m_bstrFolderID) &&
+                    AreEqual(item->m_bstrCustomInfo, again->m_bstrCustomInfo) &&
+                    item->m_lAction == again->m_lAction,
                 "an item is read as another one");
     }
     if (LooksLikeCompoundFile(data, size))
@@ -35,7 +37,8 @@ void RunItem(const BYTE* data, std::size_t size)
 
 Bytes Saved(CItem& item)
 {
-    return MakeCompoundFile([&](IStorage& storage) { Require(item.Save(&storage, FALSE) == S_OK, "an item's save"); });
+    return MakeCompoundFile(
+        [&](IStorage& storage) { Require(item.Save(&storage, FALSE) == S_OK, "an item's save"); });
 }
 
 std::vector<Bytes> MakeItemSeeds()

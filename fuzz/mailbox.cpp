@@ -25,7 +25,8 @@ Mailbox::Mailbox()
     const ComPtr<COptions> options = MakeComObject<COptions>();
     testing::SharedFolder& shared = folders->Share(kSharedId, TestMailbox::IdOf(*inbox), mailbox.StoreId());
     shared.options = ComPtr<IOptions>(options.Get());
-    Require(session.HashStores().Add(Bstr(kSharedId).Get(), Bstr(Widen(directory.File(""))).Get()) == 1, "a hash store");
+    Require(session.HashStores().Add(Bstr(kSharedId).Get(), Bstr(Widen(directory.File(""))).Get()) == 1,
+            "a hash store");
     Reset();
 }
 

@@ -1,4 +1,5 @@
-// fuzz/mailbox.h: what received items meet: a session of the engine, over a mailbox with a shared folder in it.
+// fuzz/mailbox.h: what received items meet: a session of the engine, over a mailbox with a shared folder in
+// it.
 #ifndef QUORVANE_FUZZ_MAILBOX_H_
 #define QUORVANE_FUZZ_MAILBOX_H_
 

@@ -1,6 +1,7 @@
 // A message on structured storage, as a .msg file has it, on its way into a store and out of it again.
 //
-// Whatever it says, it ends in a code. What the store took can be read, and can be carried on; whole, if it was that.
+// Whatever it says, it ends in a code. What the store took can be read, and can be carried on; whole, if it
+// was that.
 #include "engine/storeaccess/mapi_memory.h"
 #include "fuzz/mailbox.h"
 #include "quorvane3/carried_message.h"
@@ -26,7 +27,8 @@ void CarryOn(IMessage& message, bool isWhole)
             "a message in memory");
     Require(SUCCEEDED(CopyTo(message, *carried)), "what the store took can't be carried on");
     carried.Reset();
-    Require(!isWhole || CheckCarriedMessage(*memory.storage) == S_OK, "what was whole isn't so when it is carried on");
+    Require(!isWhole || CheckCarriedMessage(*memory.storage) == S_OK,
+            "what was whole isn't so when it is carried on");
 }
 
 void RunMsg(const BYTE* data, std::size_t size)
@@ -52,7 +54,8 @@ void RunMsg(const BYTE* data, std::size_t size)
     Require(static_cast<bool>(kept), "what the store took isn't there");
     ULONG count = 0;
     MapiBuffer<SPropValue> values;
-    Require(SUCCEEDED(kept->GetProps(nullptr, MAPI_UNICODE, &count, values.Put())), "what the store took can't be read");
+    Require(SUCCEEDED(kept->GetProps(nullptr, MAPI_UNICODE, &count, values.Put())),
+            "what the store took can't be read");
     here.mailbox.Delete(*here.inbox, id);
 }
 

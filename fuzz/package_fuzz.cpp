@@ -1,4 +1,5 @@
-// A whole package, through the engine's own job that receives it: host, sharing database and message store with it.
+// A whole package, through the engine's own job that receives it: host, sharing database and message store
+// with it.
 //
 // Whatever the file says, the job ends; it takes the file and its row, or leaves both to the next start.
 #include <filesystem>
@@ -28,7 +29,8 @@ void RunPackage(const BYTE* data, std::size_t size)
     Event stop;
     Require(stop.Create(false) == S_OK, "an event");
 
-    const DWORD result = CStorageProcessor(Bstr(Widen(path)), Bstr(OLESTR("tag")), &here.session).ThreadProc(stop);
+    const DWORD result =
+        CStorageProcessor(Bstr(Widen(path)), Bstr(OLESTR("tag")), &here.session).ThreadProc(stop);
 
     Require(result == 0 || result == CStorageProcessor::kUndone, "a job ends with something else");
     Require(std::filesystem::exists(path) == (Jobs(here) == "1"), "of file and row one is left");
@@ -60,7 +62,8 @@ public:
 
 private:
     template <class Persistent>
-    void Write(Persistent& object, HRESULT (STDMETHODCALLTYPE CStorageFile::*open)(BSTR, VARIANT*), const Bstr& id)
+    void Write(Persistent& object, HRESULT (STDMETHODCALLTYPE CStorageFile::*open)(BSTR, VARIANT*),
+               const Bstr& id)
     {
         Variant element;
         Require((file_.Get()->*open)(id.Get(), element.Put()) == S_OK, "a package's element");

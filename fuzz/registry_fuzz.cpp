@@ -31,8 +31,11 @@ std::vector<Bytes> MakeRegistrySeeds()
         wide += {c, '\0'};
     std::vector<Bytes> seeds;
     for (const std::string& text :
-         {keys.Format(), header + key + "; a comment\n\"Bytes\"=hex:01,02,\\\n  03\n\"b\"=hex(2):41,00,00,00\n",
-          header + key + "\"m\"=hex(7):41,00,00,00,42,00,00,00,00,00\n\"m\"=-\n[-HKEY_LOCAL_MACHINE\\Software]\n", wide})
+         {keys.Format(),
+          header + key + "; a comment\n\"Bytes\"=hex:01,02,\\\n  03\n\"b\"=hex(2):41,00,00,00\n",
+          header + key +
+              "\"m\"=hex(7):41,00,00,00,42,00,00,00,00,00\n\"m\"=-\n[-HKEY_LOCAL_MACHINE\\Software]\n",
+          wide})
         seeds.emplace_back(text.begin(), text.end());
     return seeds;
 }

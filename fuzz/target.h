@@ -1,7 +1,7 @@
 // fuzz/target.h: fuzz targets: each is one reader of foreign bytes, fed with whatever may come.
 //
-// libFuzzer runs a target in a program of its own (target_main.cpp); fuzz_corpus_test.cpp runs all of them over made
-// inputs, over mutations of these, and over inputs that once broke something.
+// libFuzzer runs a target in a program of its own (target_main.cpp); fuzz_corpus_test.cpp runs all of them
+// over made inputs, over mutations of these, and over inputs that once broke something.
 #ifndef QUORVANE_FUZZ_TARGET_H_
 #define QUORVANE_FUZZ_TARGET_H_
 

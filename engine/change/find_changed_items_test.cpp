@@ -531,9 +531,9 @@ TEST_F(FindChangedItemsTest, AListThatCantBeGivenEndsTheScanAndIsTraced)
         places[list].vt = VT_ARRAY | VT_UI1;
         places[list].parray = used.Get();
         const std::string lines = TracedLines([&] {
-            EXPECT_EQ(CFindChangedItems(&hashes).getChangedItems(store.Get(), table.Get(), nullptr, nullptr, nullptr,
-                                                                 false, &places[0], &places[1], &places[2],
-                                                                 &places[3], &places[4], 0, false),
+            EXPECT_EQ(CFindChangedItems(&hashes).getChangedItems(
+                          store.Get(), table.Get(), nullptr, nullptr, nullptr, false, &places[0], &places[1],
+                          &places[2], &places[3], &places[4], 0, false),
                       DISP_E_ARRAYISLOCKED);
         });
         EXPECT_NE(lines.find("CFindChangedItems::getChangedItems("), std::string::npos);
@@ -548,7 +548,8 @@ TEST_F(FindChangedItemsTest, AListThatCantBeGivenEndsTheScanAndIsTraced)
 TEST_F(FindChangedItemsTest, AnEmptyIdentifierIsNoShortTermOne)
 {
     ULONG count = 0;
-    MapiBuffer<SPropValue> values = MapiBuffer<SPropValue>::Attach(testing::MakeProps(Item(1, 1, 1, kWhole), count));
+    MapiBuffer<SPropValue> values =
+        MapiBuffer<SPropValue>::Attach(testing::MakeProps(Item(1, 1, 1, kWhole), count));
     BYTE behind = 0x80;
     for (ULONG i = 0; i < count; ++i) {
         if (values.Get()[i].ulPropTag == PR_ENTRYID)
@@ -565,7 +566,8 @@ TEST_F(FindChangedItemsTest, AnEmptyIdentifierIsNoShortTermOne)
 TEST_F(FindChangedItemsTest, AnItemWhoseHashCantBeLookedUpIsTracedAndNotListed)
 {
     ULONG count = 0;
-    MapiBuffer<SPropValue> values = MapiBuffer<SPropValue>::Attach(testing::MakeProps(Item(1, 1, 1, kWhole), count));
+    MapiBuffer<SPropValue> values =
+        MapiBuffer<SPropValue>::Attach(testing::MakeProps(Item(1, 1, 1, kWhole), count));
     for (ULONG i = 0; i < count; ++i) {
         if (values.Get()[i].ulPropTag == PR_ENTRYID)
             values.Get()[i].Value.bin.cb = 0xFFFFFFFF;

@@ -41,9 +41,11 @@ public:
     // Recipients   [in]  whose package the items go into.
     // JobID        [in]  for onItemResend; may be null.
     // Reserved     [in]  0.0.
-    // resendAll    [in]  every item goes when it changes into exactly VARIANT_TRUE; else only those that differ
+    // resendAll    [in]  every item goes when it changes into exactly VARIANT_TRUE; else only those that
+    // differ
     //                    from the hash store.
-    // ProgressBar  [in]  an object that answers IQuorvaneProgress. What doesn't change into an object, or into
+    // ProgressBar  [in]  an object that answers IQuorvaneProgress. What doesn't change into an object, or
+    // into
     //                    a null one, means none.
     // Restriction  [in]  may be null.
     //
@@ -82,8 +84,8 @@ public:
     HRESULT STDMETHODCALLTYPE get_Raw(IUnknown** pVal) override;
     HRESULT STDMETHODCALLTYPE get_CustomInfo(BSTR* pVal) override;
     HRESULT STDMETHODCALLTYPE put_CustomInfo(BSTR newVal) override;
-    // Writes the job's row, which nothing reads and only CancelResend removes, and queues the job; a JobID that
-    // is no text becomes a new GUID's. E_INVALIDARG: a text doesn't fit its column. Others come from the
+    // Writes the job's row, which nothing reads and only CancelResend removes, and queues the job; a JobID
+    // that is no text becomes a new GUID's. E_INVALIDARG: a text doesn't fit its column. Others come from the
     // database (no job is queued then) or from the job's start (the row stays).
     HRESULT STDMETHODCALLTYPE Resend(BSTR Recipients, VARIANT JobID, VARIANT resendAll,
                                      VARIANT ProgressBar) override;
@@ -101,8 +103,8 @@ public:
     HRESULT STDMETHODCALLTYPE put_IgnoreEvents(VARIANT_BOOL newVal) override;
     HRESULT STDMETHODCALLTYPE get_Options(IOptions** pVal) override;
     HRESULT STDMETHODCALLTYPE OpenStore(ULONG Flags, IUnknown** pStore) override;
-    // As Resend, over the rows that Restriction leaves, without a row, and with a null JobID when it is no text.
-    // The reference that this counts on Restriction stays.
+    // As Resend, over the rows that Restriction leaves, without a row, and with a null JobID when it is no
+    // text. The reference that this counts on Restriction stays.
     HRESULT STDMETHODCALLTYPE ResendEx(BSTR Recipients, IQuorvaneRestrict* Restriction, VARIANT resendAll,
                                        VARIANT JobID, VARIANT ProgressBar) override;
     // E_POINTER: a folder holds no restriction.

@@ -1,4 +1,5 @@
-// How a folder subscribes to its contents table and ends the subscription, over a store that can refuse each step.
+// How a folder subscribes to its contents table and ends the subscription, over a store that can refuse each
+// step.
 #include <gtest/gtest.h>
 
 #include <fstream>
@@ -46,7 +47,8 @@ private:
     Listening& listening_;
 };
 
-class ListenedFolder final : public ComObject<ListenedFolder, Answers<UnimplementedMAPIFolder, IMAPIContainer>> {
+class ListenedFolder final
+    : public ComObject<ListenedFolder, Answers<UnimplementedMAPIFolder, IMAPIContainer>> {
 public:
     explicit ListenedFolder(Listening& listening) : listening_(listening) {}
     HRESULT STDMETHODCALLTYPE GetContentsTable(ULONG flags, LPMAPITABLE* table) override
@@ -141,7 +143,8 @@ TEST_F(FolderListenerTest, AnOptionThatCantBeReadIsTracedAndTheFolderListens)
 
     SetNoListeners(Variant::Text(OLESTR("perhaps")).Raw());
     listening.sink = nullptr;
-    EXPECT_NE(TracedLines([this] { ASSERT_EQ(Open(), S_OK); }).find("CFolder::OpenFolder("), std::string::npos);
+    EXPECT_NE(TracedLines([this] { ASSERT_EQ(Open(), S_OK); }).find("CFolder::OpenFolder("),
+              std::string::npos);
     EXPECT_TRUE(listening.sink);
 }
 

@@ -133,10 +133,10 @@ HRESULT CResendFolder::Scan(Run& run) noexcept
         return E_FAIL;
     CFindChangedItems finder(run.hashes);
     ScanResult& found = run.found;
-    HR_TRY_QUIET(finder.getChangedItems(
-        run.store.Get(), run.table.Get(), run.restriction.Get(), nullptr, run.entryId.Get(),
-        m_bCompareFlags != 0, found.hashes.Put(), found.deleted.Put(), found.entryIds.Put(),
-        found.flags.Put(), found.hashUnchanged.Put(), 0, m_ulResendAll != 0));
+    HR_TRY_QUIET(finder.getChangedItems(run.store.Get(), run.table.Get(), run.restriction.Get(), nullptr,
+                                        run.entryId.Get(), m_bCompareFlags != 0, found.hashes.Put(),
+                                        found.deleted.Put(), found.entryIds.Put(), found.flags.Put(),
+                                        found.hashUnchanged.Put(), 0, m_ulResendAll != 0));
     return run.lists.Open(found);
 }
 
@@ -147,9 +147,9 @@ void CResendFolder::ResendChangedItems(Run& run, Event& stop) noexcept
         if (stop.IsSet())
             return;
         HR_IGNORE(TellProgress(run.progress.Get(), kProgress, ++run.count, m_lTotal), "the work goes on");
-        run.last = kResendTraced(ResendChanged(run, run.lists.entryIds.Elements()[i],
-                                               run.lists.hashes.Elements()[i],
-                                               run.lists.flags.Elements()[i]));
+        run.last =
+            kResendTraced(ResendChanged(run, run.lists.entryIds.Elements()[i], run.lists.hashes.Elements()[i],
+                                        run.lists.flags.Elements()[i]));
     }
 }
 

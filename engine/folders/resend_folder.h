@@ -18,9 +18,9 @@ namespace quorvane {
 
 class CItem;
 
-// Made on the caller's thread, runs once on a thread of the resend pool, in a single-threaded apartment of its
-// own: what belongs to other apartments comes through streams or the global interface table, so that the host
-// is called where it lives.
+// Made on the caller's thread, runs once on a thread of the resend pool, in a single-threaded apartment of
+// its own: what belongs to other apartments comes through streams or the global interface table, so that the
+// host is called where it lives.
 class CResendFolder final : public IWorkingThread {
 public:
     // Folder        [in]  a reference is kept; its identifiers are copied.

@@ -538,8 +538,8 @@ TEST_F(ResendFolderTest, ATableThatCantBeReadEndsTheJob)
 {
     AddKnown(1);
     const auto call = std::make_shared<testing::FailingCall>();
-    const ComPtr<IMAPISession> sound = std::exchange(
-        session.mapiSession, testing::MakeFailingSession(mailbox.Session(), call));
+    const ComPtr<IMAPISession> sound =
+        std::exchange(session.mapiSession, testing::MakeFailingSession(mailbox.Session(), call));
     for (unsigned at = 1; call->Failed() != "IMAPITable::CreateBookmark"; ++at) {
         ComPtr<IUnknown> store;
         EXPECT_EQ(folder->OpenStore(MDB_NO_MAIL, store.Put()), S_OK);

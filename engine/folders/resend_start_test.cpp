@@ -42,8 +42,9 @@ protected:
     // One text for each row, sorted.
     std::string Jobs()
     {
-        return session.Ask("SELECT group_concat(row, ' ') FROM (SELECT JobID||','||FolderID||','||Recipients "
-                           "AS row FROM tblUnfinishedResendJob ORDER BY 1)");
+        return session.Ask(
+            "SELECT group_concat(row, ' ') FROM (SELECT JobID||','||FolderID||','||Recipients "
+            "AS row FROM tblUnfinishedResendJob ORDER BY 1)");
     }
     std::string Files() { return session.Ask("SELECT COUNT(*) FROM tblStorageFiles"); }
 
@@ -98,7 +99,8 @@ protected:
         STATSTG stat{};
         for (; elements->Next(1, &stat, nullptr) == S_OK; CoTaskMemFree(stat.pwcsName)) {
             ComPtr<IStorage> element;
-            EXPECT_EQ(announced->OpenStorage(stat.pwcsName, nullptr, kOpenMode, nullptr, 0, element.Put()), S_OK);
+            EXPECT_EQ(announced->OpenStorage(stat.pwcsName, nullptr, kOpenMode, nullptr, 0, element.Put()),
+                      S_OK);
             const ComPtr<CFolder> read = MakeComObject<CFolder>(nullptr);
             EXPECT_EQ(read->Load(element.Get()), S_OK);
             Bstr id;
@@ -226,8 +228,9 @@ TEST_F(ResendJobTest, ResendExWithoutAnIdTellsTheHostNoneAndWritesNoRow)
 {
     AddKnown(1);
 
-    ASSERT_EQ(folder->ResendEx(Bstr(OLESTR("bob")).Get(), nullptr, Variant::Bool(true).Raw(), Missing(), Bar()),
-              S_OK);
+    ASSERT_EQ(
+        folder->ResendEx(Bstr(OLESTR("bob")).Get(), nullptr, Variant::Bool(true).Raw(), Missing(), Bar()),
+        S_OK);
     expectedEnd = "1/1 ";
     Finish();
 
@@ -276,15 +279,14 @@ TEST_P(ResendAllTest, WhatChangesIntoTrueSendsEverything)
     EXPECT_EQ(Sent("bob").size(), GetParam().sendsAll ? 2u : 1u);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Values, ResendAllTest,
-    ::testing::Values(AllCase{"Missing", Variant::Missing().Raw(), false},
-                      AllCase{"Empty", Variant().Raw(), false},
-                      AllCase{"True", Variant::Bool(true).Raw(), true},
-                      AllCase{"False", Variant::Bool(false).Raw(), false},
-                      AllCase{"One", Variant::Long(1).Raw(), true},
-                      AllCase{"Zero", Variant::Long(0).Raw(), false}),
-    [](const auto& value) { return value.param.name; });
+INSTANTIATE_TEST_SUITE_P(Values, ResendAllTest,
+                         ::testing::Values(AllCase{"Missing", Variant::Missing().Raw(), false},
+                                           AllCase{"Empty", Variant().Raw(), false},
+                                           AllCase{"True", Variant::Bool(true).Raw(), true},
+                                           AllCase{"False", Variant::Bool(false).Raw(), false},
+                                           AllCase{"One", Variant::Long(1).Raw(), true},
+                                           AllCase{"Zero", Variant::Long(0).Raw(), false}),
+                         [](const auto& value) { return value.param.name; });
 
 TEST_F(ResendJobTest, ANumberByReferenceIsTakenToo)
 {

@@ -121,8 +121,9 @@ HRESULT CMyMAPIFormViewer::GetFormManager(LPMAPIFORMMGR* manager)
     return mapi::MAPIOpenFormMgr(m_pSession.Get(), manager);
 }
 
-HRESULT CMyMAPIFormViewer::NewMessage(ULONG composeInFolder, LPMAPIFOLDER folderFocus, LPPERSISTMESSAGE persist,
-                                      LPMESSAGE* message, LPMAPIMESSAGESITE* site, LPMAPIVIEWCONTEXT* context)
+HRESULT CMyMAPIFormViewer::NewMessage(ULONG composeInFolder, LPMAPIFOLDER folderFocus,
+                                      LPPERSISTMESSAGE persist, LPMESSAGE* message, LPMAPIMESSAGESITE* site,
+                                      LPMAPIVIEWCONTEXT* context)
 {
     if (!message || !site || !context)
         return E_POINTER;

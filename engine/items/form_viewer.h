@@ -1,8 +1,10 @@
-// items/form_viewer.h: CMyMAPIFormViewer, what surrounds a message's form: its site, its view and its listener.
+// items/form_viewer.h: CMyMAPIFormViewer, what surrounds a message's form: its site, its view and its
+// listener.
 //
 // The form asks the site for the message, store and session, and has the site save and submit the message;
-// the viewer listens to the form so that it hears when the form closes. The form keeps the viewer alive by the
-// references that it takes, and the viewer the form by IPersistMessage: a form that closes lets go of its own.
+// the viewer listens to the form so that it hears when the form closes. The form keeps the viewer alive by
+// the references that it takes, and the viewer the form by IPersistMessage: a form that closes lets go of its
+// own.
 //
 // Threading: the form's thread. A form of another apartment reaches it through COM.
 #ifndef QUORVANE_ENGINE_ITEMS_FORM_VIEWER_H_
@@ -20,7 +22,8 @@ class CMyMAPIFormViewer final
     : public ComObject<CMyMAPIFormViewer, IMAPIMessageSite, IMAPIViewContext, IMAPIViewAdviseSink> {
 public:
     // Takes references on all four; none null.
-    CMyMAPIFormViewer(IMsgStore* store, IMAPISession* session, IMAPIFolder* folder, IMessage* message) noexcept
+    CMyMAPIFormViewer(IMsgStore* store, IMAPISession* session, IMAPIFolder* folder,
+                      IMessage* message) noexcept
         : m_pFolder(folder), m_pMessage(message), m_pStore(store), m_pSession(session)
     {}
 
@@ -30,12 +33,13 @@ public:
     // What IMAPIForm and IPersistMessage answer: E_NOINTERFACE, others of Advise.
     [[nodiscard]] HRESULT SetPersistFromForm(IMAPIForm* form) noexcept;
 
-    // The same from the other side of the form, as NewMessage does it. `persist` may be null: nothing is kept.
+    // The same from the other side of the form, as NewMessage does it. `persist` may be null: nothing is
+    // kept.
     //
-    // The routine takes two references on the form's object, the kept one and one of IMAPIForm, and on its way
-    // out gives both back: afterwards the object's count is what it was before. So the viewer owns no
-    // reference on this form. It knows the form for as long as the form keeps hold of the listener that Advise
-    // gave it, and has forgotten it when the form lets go, at the latest as it ends.
+    // The routine takes two references on the form's object, the kept one and one of IMAPIForm, and on its
+    // way out gives both back: afterwards the object's count is what it was before. So the viewer owns no
+    // reference on this form. It knows the form for as long as the form keeps hold of the listener that
+    // Advise gave it, and has forgotten it when the form lets go, at the latest as it ends.
     [[nodiscard]] HRESULT SetPersistMessage(IPersistMessage* persist) noexcept;
 
     // Stops listening to the form and lets go of it: a form that failed to open keeps nothing alive.
@@ -53,18 +57,19 @@ public:
     HRESULT STDMETHODCALLTYPE GetMessage(LPMESSAGE* message) override;
     HRESULT STDMETHODCALLTYPE GetFormManager(LPMAPIFORMMGR* manager) override;
     // Makes a message in the viewer's own folder, and a viewer for it whose folder is `folderFocus` if the
-    // caller composes in a folder and names one, else the viewer's own. See SetPersistMessage about `persist`.
-    // After a failure the out-parameters are null; a message that was saved already stays in the folder.
+    // caller composes in a folder and names one, else the viewer's own. See SetPersistMessage about
+    // `persist`. After a failure the out-parameters are null; a message that was saved already stays in the
+    // folder.
     HRESULT STDMETHODCALLTYPE NewMessage(ULONG composeInFolder, LPMAPIFOLDER folderFocus,
-                                         LPPERSISTMESSAGE persist, LPMESSAGE* message, LPMAPIMESSAGESITE* site,
-                                         LPMAPIVIEWCONTEXT* context) override;
+                                         LPPERSISTMESSAGE persist, LPMESSAGE* message,
+                                         LPMAPIMESSAGESITE* site, LPMAPIVIEWCONTEXT* context) override;
     // MAPI_E_NO_SUPPORT.
     HRESULT STDMETHODCALLTYPE CopyMessage(LPMAPIFOLDER destination) override;
     HRESULT STDMETHODCALLTYPE MoveMessage(LPMAPIFOLDER destination, LPMAPIVIEWCONTEXT context,
                                           LPCRECT position) override;
     HRESULT STDMETHODCALLTYPE DeleteMessage(LPMAPIVIEWCONTEXT context, LPCRECT position) override;
-    // Both have the form write into the message first. E_UNEXPECTED: there is no form, or no message any more.
-    // After a failure to submit the message is still there.
+    // Both have the form write into the message first. E_UNEXPECTED: there is no form, or no message any
+    // more. After a failure to submit the message is still there.
     HRESULT STDMETHODCALLTYPE SaveMessage() override;
     HRESULT STDMETHODCALLTYPE SubmitMessage(ULONG flags) override;
     // VCSTATUS_NEW_MESSAGE, VCSTATUS_SAVE and VCSTATUS_SUBMIT.
@@ -109,7 +114,8 @@ private:
     ULONG_PTR m_ulConnection = 0;  // of the form's Advise
     const ComPtr<IMsgStore> m_pStore;
     const ComPtr<IMAPISession> m_pSession;
-    const ServerLockScope m_ServerLock;  // a form may be open longer than anything else of the library's lives
+    const ServerLockScope
+        m_ServerLock;  // a form may be open longer than anything else of the library's lives
 };
 
 }  // namespace quorvane

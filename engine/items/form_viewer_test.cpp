@@ -14,7 +14,10 @@ using Calls = std::vector<std::string>;
 class FormAdviseSink final : public ComObject<FormAdviseSink, IMAPIFormAdviseSink> {
 public:
     HRESULT STDMETHODCALLTYPE OnChange(ULONG) override { return S_OK; }
-    HRESULT STDMETHODCALLTYPE OnActivateNext(LPCSTR, ULONG, ULONG, LPPERSISTMESSAGE*) override { return S_OK; }
+    HRESULT STDMETHODCALLTYPE OnActivateNext(LPCSTR, ULONG, ULONG, LPPERSISTMESSAGE*) override
+    {
+        return S_OK;
+    }
 };
 
 // Something that has a message to keep and is no form.
@@ -238,7 +241,9 @@ TEST_F(FormViewerTest, AMessageThatCannotBeSubmittedStays)
 TEST_F(FormViewerTest, AFormThatDoesNotHandTheMessageOffIsNotSubmitted)
 {
     Open();
-    forms.answer = [](TestForm&, const std::string& call) { return call == "HandsOffMessage" ? E_FAIL : S_OK; };
+    forms.answer = [](TestForm&, const std::string& call) {
+        return call == "HandsOffMessage" ? E_FAIL : S_OK;
+    };
 
     EXPECT_EQ(viewer->SubmitMessage(0), E_FAIL);
 

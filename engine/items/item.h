@@ -34,7 +34,8 @@ class CItem : public ComObject<CItem, Answers<IPersistStorage, IPersist>, IPersi
                                ISupportErrorInfo, DispatchImpl<IItem>>,
               private SessionHandle {
 public:
-    // session  [in]  the owner; not counted. When it ends the item lets go of its message, and what needs either
+    // session  [in]  the owner; not counted. When it ends the item lets go of its message, and what needs
+    // either
     //                of the two gives E_UNEXPECTED from then on.
     explicit CItem(SessionContext* session) : SessionHandle(session) {}
 
@@ -50,7 +51,7 @@ public:
     double m_dblVersion = 2.0;     // of the row in tblItem
     LONG m_lAction = qv_ac_NoAction;
     SafeArray m_ExcludedProperties;  // of VARIANT: tags, or "FileAs", that are not to be carried
-    bool m_bUnRead = true;  // the read state that the public Submit gives to the message
+    bool m_bUnRead = true;           // the read state that the public Submit gives to the message
 
     // Operations of the class itself, beside those of the interfaces.
 
@@ -166,9 +167,10 @@ public:
     HRESULT STDMETHODCALLTYPE SaveToFile(BSTR FileName) override;
     HRESULT STDMETHODCALLTYPE get_Stream(VARIANT* pVal) override;
     HRESULT STDMETHODCALLTYPE put_Stream(VARIANT newVal) override;
-    // Shows the message in the form of the mail client, over the thread's active window and without waiting for
-    // its end; what the arguments say doesn't matter. The item has to hold its message already: E_POINTER.
-    // MAPI_E_*, DISP_E_MEMBERNOTFOUND (the folder isn't shared) and others: as the steps gave them.
+    // Shows the message in the form of the mail client, over the thread's active window and without waiting
+    // for its end; what the arguments say doesn't matter. The item has to hold its message already:
+    // E_POINTER. MAPI_E_*, DISP_E_MEMBERNOTFOUND (the folder isn't shared) and others: as the steps gave
+    // them.
     HRESULT STDMETHODCALLTYPE Display(VARIANT_BOOL Modal, LONG Parent) override;
     HRESULT STDMETHODCALLTYPE get_UnRead(VARIANT_BOOL* pVal) override;
     HRESULT STDMETHODCALLTYPE put_UnRead(VARIANT_BOOL newVal) override;

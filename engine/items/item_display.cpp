@@ -13,11 +13,10 @@ class FormValues {
 public:
     HRESULT Read(IMessage& message) noexcept
     {
-        SizedSPropTagArray(kCount, tags) = {kCount,
-                                            {kPrMessageStatus, PR_MESSAGE_FLAGS, PR_ACCESS, PR_MESSAGE_CLASS_A}};
+        SizedSPropTagArray(kCount, tags) = {
+            kCount, {kPrMessageStatus, PR_MESSAGE_FLAGS, PR_ACCESS, PR_MESSAGE_CLASS_A}};
         ULONG count = 0;
-        HR_TRY_QUIET(
-            message.GetProps(reinterpret_cast<LPSPropTagArray>(&tags), 0, &count, m_Values.Put()));
+        HR_TRY_QUIET(message.GetProps(reinterpret_cast<LPSPropTagArray>(&tags), 0, &count, m_Values.Put()));
         return m_Values && count == kCount ? S_OK : E_FAIL;
     }
 
@@ -58,8 +57,9 @@ HRESULT LoadForm(IMAPIFormMgr& manager, const FormValues& values, IMAPIFolder& f
     ComPtr<IMAPIViewContext> context;
     HR_TRY_QUIET(viewer.QueryInterface(IID_IMAPIMessageSite, site.PutVoid()));
     HR_TRY_QUIET(viewer.QueryInterface(IID_IMAPIViewContext, context.PutVoid()));
-    HR_TRY_QUIET(manager.LoadForm(ActiveWindow(), MAPI_DIALOG, values.Class(), values.Status(), values.Flags(),
-                                  &folder, site.Get(), &message, context.Get(), IID_IMAPIForm, form.PutVoid()));
+    HR_TRY_QUIET(manager.LoadForm(ActiveWindow(), MAPI_DIALOG, values.Class(), values.Status(),
+                                  values.Flags(), &folder, site.Get(), &message, context.Get(), IID_IMAPIForm,
+                                  form.PutVoid()));
     return form ? S_OK : E_FAIL;
 }
 

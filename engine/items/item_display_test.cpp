@@ -56,9 +56,9 @@ protected:
         BinaryId id;
         ASSERT_EQ(BinaryFromHex(TestMailbox::IdOf(target).Get(), id), S_OK);
         const SBinary binary = id.Binary();
-        ASSERT_EQ(inbox->SetMessageStatus(binary.cb, reinterpret_cast<LPENTRYID>(binary.lpb), status, ~0u,
-                                          nullptr),
-                  S_OK);
+        ASSERT_EQ(
+            inbox->SetMessageStatus(binary.cb, reinterpret_cast<LPENTRYID>(binary.lpb), status, ~0u, nullptr),
+            S_OK);
     }
 
     // Display fails with the code, traces it under its name, and leaves no form.
@@ -251,8 +251,9 @@ TEST_F(ItemDisplayTest, AFormThatFailsAtAnyStepIsLetGoOf)
             return call.starts_with(step) ? MAPI_E_CALL_FAILED : S_OK;
         };
         ExpectFailure(MAPI_E_CALL_FAILED);
-        const bool failedAtStep = std::any_of(forms.calls.begin(), forms.calls.end(),
-                                              [&](const std::string& call) { return call.starts_with(step); });
+        const bool failedAtStep =
+            std::any_of(forms.calls.begin(), forms.calls.end(),
+                        [&](const std::string& call) { return call.starts_with(step); });
         EXPECT_TRUE(failedAtStep) << step;
     }
 }
@@ -266,8 +267,8 @@ TEST_F(ItemDisplayTest, AFailureOfTheMailboxIsTheAnswerAndLeavesNoForm)
     BinaryId storeId;
     ASSERT_EQ(BinaryFromHex(mailbox.StoreId().Get(), storeId), S_OK);
     const SBinary binary = storeId.Binary();
-    ASSERT_EQ(session.mapiSession->OpenMsgStore(0, binary.cb, reinterpret_cast<LPENTRYID>(binary.lpb), nullptr,
-                                                MDB_WRITE, store.Put()),
+    ASSERT_EQ(session.mapiSession->OpenMsgStore(0, binary.cb, reinterpret_cast<LPENTRYID>(binary.lpb),
+                                                nullptr, MDB_WRITE, store.Put()),
               S_OK);
     ComPtr<IMAPIFolder> failingFolder;
     ASSERT_EQ(OpenEntryById(*store, folder.entryId.Get(), MAPI_MODIFY, failingFolder), S_OK);

@@ -244,7 +244,8 @@ HRESULT EventClassifier::ReportDeletion(const Place& place) noexcept
     return S_OK;
 }
 
-HRESULT EventClassifier::Report(const Place& place, qv_Action action, Callback callback, bool& ignored) noexcept
+HRESULT EventClassifier::Report(const Place& place, qv_Action action, Callback callback,
+                                bool& ignored) noexcept
 {
     HR_TRY(kClassify, item_->m_bstrFolderEntryID.Assign(place.entryId.Get()));
     HR_TRY(kClassify, item_->m_bstrFolderID.Assign(place.id.Get()));

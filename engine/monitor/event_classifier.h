@@ -1,9 +1,10 @@
 // monitor/event_classifier.h: what an object notification of a store means for the shared folders.
 //
-// Unlike the road of the contents tables this reads what the notification says, and uses no hash store: a change is
-// told from no change by the time of the item's row in the database. A move between folders is an addition, a
-// deletion, or one after the other. What is the engine's own doing is known by three things: "ItemSubmitEvent" isn't
-// signalled while an item is being applied; the host may have locked the item; and the row has the message's time.
+// Unlike the road of the contents tables this reads what the notification says, and uses no hash store: a
+// change is told from no change by the time of the item's row in the database. A move between folders is an
+// addition, a deletion, or one after the other. What is the engine's own doing is known by three things:
+// "ItemSubmitEvent" isn't signalled while an item is being applied; the host may have locked the item; and
+// the row has the message's time.
 #ifndef QUORVANE_ENGINE_MONITOR_EVENT_CLASSIFIER_H_
 #define QUORVANE_ENGINE_MONITOR_EVENT_CLASSIFIER_H_
 
@@ -16,10 +17,12 @@ namespace quorvane {
 // One notification's work, on the calling thread.
 class EventClassifier {
 public:
-    EventClassifier(SessionContext& session, const Addin& addin) noexcept : session_(session), addin_(addin) {}
+    EventClassifier(SessionContext& session, const Addin& addin) noexcept : session_(session), addin_(addin)
+    {}
 
-    // Waits until no item is being applied, finds out whether a shared folder is concerned, and tells the host,
-    // which may decline; otherwise the item goes into the package of its folder, and its row is brought up to date.
+    // Waits until no item is being applied, finds out whether a shared folder is concerned, and tells the
+    // host, which may decline; otherwise the item goes into the package of its folder, and its row is brought
+    // up to date.
     //
     // notification  [in]  of a message; any other kind is passed over.
     //

@@ -77,8 +77,8 @@ protected:
     {
         ASSERT_EQ(mailbox.Store().Advise(0, nullptr, kAllEvents, relay.Get(), &connection_), S_OK);
     }
-    // Adds a message that has a row, as of an item that was shared before: of the message's time, which counts
-    // in seconds. Its sharing ID is "{A}".
+    // Adds a message that has a row, as of an item that was shared before: of the message's time, which
+    // counts in seconds. Its sharing ID is "{A}".
     Bstr AddKnown(IMAPIFolder& folder)
     {
         const ComPtr<IMessage> message = mailbox.AddMessage(folder, {"Hello", "body", {}, {}});
@@ -124,8 +124,7 @@ protected:
     }
     std::string TracedWhen(std::vector<NOTIFICATION> notifications)
     {
-        return TracedLines(
-            [&] { EXPECT_EQ(Notify(std::move(notifications)), static_cast<ULONG>(S_OK)); });
+        return TracedLines([&] { EXPECT_EQ(Notify(std::move(notifications)), static_cast<ULONG>(S_OK)); });
     }
     // A failing notification costs itself alone: the failure is traced, and the next one is dealt with.
     void FailsAlone(const NOTIFICATION& failing, const char* code)
@@ -135,7 +134,10 @@ protected:
         EXPECT_THAT(lines, HasSubstr(std::string(") ") + code + "\r\n"));
     }
 
-    std::string TextOf(const ComPtr<IMAPIFolder>& folder) { return Narrow(TestMailbox::IdOf(*folder).View()); }
+    std::string TextOf(const ComPtr<IMAPIFolder>& folder)
+    {
+        return Narrow(TestMailbox::IdOf(*folder).View());
+    }
     std::string OnlyId() { return session.Ask("SELECT ID FROM tblItem"); }
     std::string Rows() { return session.Ask("SELECT count(*) FROM tblItem"); }
     // Whether the row was written since AddKnown.
@@ -358,8 +360,9 @@ TEST_F(ClassifierTest, AnIgnoredDeletionHalfOfAMoveStillTakesTheRowAndTheAdditio
         ignore = action == qv_ac_Deleted;
         return S_OK;
     };
-    session.Execute("CREATE TABLE deleted (ID); CREATE TRIGGER note AFTER DELETE ON tblItem BEGIN INSERT INTO "
-                    "deleted VALUES (OLD.ID); END");
+    session.Execute(
+        "CREATE TABLE deleted (ID); CREATE TRIGGER note AFTER DELETE ON tblItem BEGIN INSERT INTO "
+        "deleted VALUES (OLD.ID); END");
     Listen();
     Transfer(*shared.Get(), *sharedToo.Get(), id, MESSAGE_MOVE);
     ASSERT_TRUE(relay->Waited(1));
@@ -477,7 +480,8 @@ TEST_F(ClassifierTest, TheLockOfAnItemThatIsntSharedIsNotAskedFor)
 
 TEST_F(ClassifierTest, ADeletionUnderAShortTermIdentifierIsTracedAndLookedUpByIt)
 {
-    session.Execute("INSERT INTO tblItem (ID, EntryID, StoreID, LastModified) VALUES ('{S}', '80000000AB', 'CD', 1)");
+    session.Execute(
+        "INSERT INTO tblItem (ID, EntryID, StoreID, LastModified) VALUES ('{S}', '80000000AB', 'CD', 1)");
 
     const std::string lines =
         TracedWhen({Made(fnevObjectDeleted, Bstr(OLESTR("80000000AB")), TestMailbox::IdOf(*shared))});
@@ -525,8 +529,8 @@ TEST_F(ClassifierTest, WithoutTheHostTheBatchIsLost)
 {
     const Bstr id = TestMailbox::IdOf(*mailbox.AddMessage(*shared.Get(), {"Hello", "body", {}, {}}));
     session.hostIsThere = false;
-    const std::string lines = TracedLines(
-        [&] { EXPECT_EQ(Notify({Made(fnevObjectCreated, id)}), static_cast<ULONG>(E_FAIL)); });
+    const std::string lines =
+        TracedLines([&] { EXPECT_EQ(Notify({Made(fnevObjectCreated, id)}), static_cast<ULONG>(E_FAIL)); });
 
     EXPECT_THAT(lines, HasSubstr("CMsgStores::OnNotify("));
     EXPECT_EQ(Rows(), "0");
@@ -545,8 +549,8 @@ TEST_F(ClassifierTest, AfterTheSessionNothingIsLookedAt)
 TEST_F(ClassifierTest, AFailureEndsTheWorkOnItsOwnNotificationAlone)
 {
     const Bstr id = TestMailbox::IdOf(*mailbox.AddMessage(*shared.Get(), {"Hello", "body", {}, {}}));
-    const std::string lines = TracedWhen({Made(fnevObjectDeleted, id, Bstr(OLESTR("00000000AB"))),
-                                          Made(fnevObjectCreated, id)});
+    const std::string lines =
+        TracedWhen({Made(fnevObjectDeleted, id, Bstr(OLESTR("00000000AB"))), Made(fnevObjectCreated, id)});
 
     EXPECT_THAT(lines, HasSubstr("CMsgStores::OnNotify("));
     EXPECT_THAT(session.host.Calls(), ElementsAre("added " + OnlyId()));
@@ -608,7 +612,8 @@ TEST_F(ClassifierTest, AFolderThatDoesntTellItsIdsEndsTheWork)
     EXPECT_THAT(session.host.Calls(), IsEmpty());
 }
 
-// A message that doesn't tell its folder is in none that is known; the next question is the one for the flags.
+// A message that doesn't tell its folder is in none that is known; the next question is the one for the
+// flags.
 TEST_F(ClassifierTest, AMessageThatDoesntTellItsFlagsEndsTheWork)
 {
     const Bstr id = TestMailbox::IdOf(*mailbox.AddMessage(*shared.Get(), {"Hello", "body", {}, {}}));
@@ -633,7 +638,8 @@ TEST_F(ClassifierTest, AMessageThatDoesntTellItsFlagsEndsTheWork)
 TEST_F(ClassifierTest, ARowThatCantBeAddedEndsTheWork)
 {
     const Bstr id = TestMailbox::IdOf(*mailbox.AddMessage(*shared.Get(), {"Hello", "body", {}, {}}));
-    session.Execute("CREATE TRIGGER refuse BEFORE INSERT ON tblItem BEGIN SELECT RAISE(ABORT, 'refused'); END");
+    session.Execute(
+        "CREATE TRIGGER refuse BEFORE INSERT ON tblItem BEGIN SELECT RAISE(ABORT, 'refused'); END");
     const std::string lines = TracedWhen({Made(fnevObjectCreated, id)});
 
     EXPECT_THAT(lines, HasSubstr("CItem::DBAppend("));
@@ -685,7 +691,8 @@ TEST_F(ClassifierTest, ARowThatCantBeWrittenIsTracedAfterTheSend)
 {
     const Bstr id = AddKnown(*shared.Get());
     ChangeSubject(id);
-    session.Execute("CREATE TRIGGER refuse BEFORE UPDATE ON tblItem BEGIN SELECT RAISE(ABORT, 'refused'); END");
+    session.Execute(
+        "CREATE TRIGGER refuse BEFORE UPDATE ON tblItem BEGIN SELECT RAISE(ABORT, 'refused'); END");
     const std::string lines = TracedWhen({Made(fnevObjectCreated, id)});
 
     EXPECT_THAT(lines, HasSubstr("CItem::DBUpdate("));
@@ -696,7 +703,8 @@ TEST_F(ClassifierTest, ARowThatCantBeWrittenIsTracedAfterTheSend)
 TEST_F(ClassifierTest, ARowThatCantBeRemovedIsNoFailure)
 {
     const Bstr id = AddKnown(*shared.Get());
-    session.Execute("CREATE TRIGGER refuse BEFORE DELETE ON tblItem BEGIN SELECT RAISE(ABORT, 'refused'); END");
+    session.Execute(
+        "CREATE TRIGGER refuse BEFORE DELETE ON tblItem BEGIN SELECT RAISE(ABORT, 'refused'); END");
     const std::string lines = TracedWhen({Made(fnevObjectDeleted, id, TestMailbox::IdOf(*shared))});
 
     EXPECT_THAT(lines, HasSubstr("CItem::DBDelete("));

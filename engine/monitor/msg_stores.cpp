@@ -99,7 +99,8 @@ ULONG CMsgStores::OnNotify(ULONG cNotif, LPNOTIFICATION lpNotifications)
     if (const HRESULT hr = addin.Connect(*m_pSession); FAILED(hr))
         return static_cast<ULONG>(traced(hr));
     for (ULONG i = 0; i < cNotif && lpNotifications; ++i)
-        HR_IGNORE(EventClassifier(*m_pSession, addin).Classify(lpNotifications[i]), "traced; the next one goes on");
+        HR_IGNORE(EventClassifier(*m_pSession, addin).Classify(lpNotifications[i]),
+                  "traced; the next one goes on");
     return static_cast<ULONG>(S_OK);
 }
 

@@ -1,8 +1,10 @@
-// monitor/msg_stores.h: CMsgStores, subscriptions to whole message stores, and a sink for their object events.
+// monitor/msg_stores.h: CMsgStores, subscriptions to whole message stores, and a sink for their object
+// events.
 //
 // A logon makes one and nothing in the engine adds a store to it: a caller that holds the object may. The
-// sinks that Add subscribes serve no folder, so that they drop every batch. The object's own sink, which nothing
-// in the engine subscribes either, tells what a store's object notifications mean for the shared folders.
+// sinks that Add subscribes serve no folder, so that they drop every batch. The object's own sink, which
+// nothing in the engine subscribes either, tells what a store's object notifications mean for the shared
+// folders.
 //
 // Threading: one thread at a time, except for OnNotify: any.
 #ifndef QUORVANE_ENGINE_MONITOR_MSG_STORES_H_
@@ -10,8 +12,8 @@
 
 #include <map>
 
-#include "engine/session/context/operations.h"
 #include "engine/session/context/notification_gate.h"
+#include "engine/session/context/operations.h"
 #include "engine/session/context/session_context.h"
 #include "platform/com/connection_point.h"
 
@@ -45,12 +47,12 @@ public:
     // be wrapped. Others come from the store.
     HRESULT STDMETHODCALLTYPE Add(IUnknown* pMsgStore) override;
 
-    // Looks at object notifications one after another, each as event_classifier.h tells. Blocks while an item is
-    // being applied, and calls the host on this thread.
+    // Looks at object notifications one after another, each as event_classifier.h tells. Blocks while an item
+    // is being applied, and calls the host on this thread.
     //
     // S_OK: whatever became of each notification; also when the session is ending, and nothing was done. What
-    // SessionContext::GetAddin gives, traced: the host can't be reached, and the batch is lost. E_UNEXPECTED: the
-    // object has no session.
+    // SessionContext::GetAddin gives, traced: the host can't be reached, and the batch is lost. E_UNEXPECTED:
+    // the object has no session.
     ULONG STDMETHODCALLTYPE OnNotify(ULONG cNotif, LPNOTIFICATION lpNotifications) override;
 
     // How many stores are subscribed.

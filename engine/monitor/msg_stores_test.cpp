@@ -24,7 +24,8 @@ public:
     std::vector<ULONG> ended;
     std::vector<ULONG> asked;
 
-    HRESULT STDMETHODCALLTYPE GetProps(LPSPropTagArray tags, ULONG, ULONG* count, LPSPropValue* values) override
+    HRESULT STDMETHODCALLTYPE GetProps(LPSPropTagArray tags, ULONG, ULONG* count,
+                                       LPSPropValue* values) override
     {
         asked.push_back(tags->aulPropTag[0]);
         if (tags->aulPropTag[0] != PR_ENTRYID || FAILED(idResult))

@@ -100,7 +100,8 @@ protected:
     {
         return NotificationWorker(*sink.Get(), hashes, event).Process(found);
     }
-    // Processes lists one of whose items fails: the trace names the worker, and the host hears of the other item.
+    // Processes lists one of whose items fails: the trace names the worker, and the host hears of the other
+    // item.
     std::string TracedWhen(const ScanResult& found, ULONG event = TABLE_ROW_MODIFIED)
     {
         const std::string lines = TracedLines([&] { EXPECT_EQ(Process(found, event), S_OK); });
@@ -118,8 +119,8 @@ protected:
     }
     std::string RowOf(const Bstr& entryId)
     {
-        return session.Ask("SELECT ID || ' ' || Version FROM tblItem WHERE EntryID='" + Narrow(entryId.View()) +
-                           "'");
+        return session.Ask("SELECT ID || ' ' || Version FROM tblItem WHERE EntryID='" +
+                           Narrow(entryId.View()) + "'");
     }
     std::string Folder() { return Narrow(sink->m_bstrEntryID.View()); }
     void Refuse(const std::string& statement)
@@ -212,8 +213,8 @@ TEST_F(NotificationWorkerTest, WhatTheHostHearsOfKnowsItsStoreAndFolder)
     std::vector<std::string> told;
     session.host.whenItemReported = [&](IItem* reported, bool&) {
         const auto& item = *static_cast<CItem*>(reported);
-        told.push_back(Narrow(item.m_bstrStoreID.View()) + " " + Narrow(item.m_bstrFolderEntryID.View()) + " " +
-                       Narrow(item.m_bstrFolderID.View()));
+        told.push_back(Narrow(item.m_bstrStoreID.View()) + " " + Narrow(item.m_bstrFolderEntryID.View()) +
+                       " " + Narrow(item.m_bstrFolderID.View()));
         return S_OK;
     };
 
@@ -463,7 +464,8 @@ TEST_F(NotificationWorkerTest, AHashThatCantBeForgottenOnDiskIsTraced)
     for (const Bstr& key : {known, Bstr(OLESTR("another"))})
         EXPECT_TRUE(FAILED(inMemory.SetHash(key.Get(), Bstr(OLESTR("old")).Get(), 1)));
     const std::string lines = TracedLines([&] {
-        EXPECT_EQ(NotificationWorker(*sink.Get(), inMemory, TABLE_ROW_DELETED).Process(Lists({}, {known})), S_OK);
+        EXPECT_EQ(NotificationWorker(*sink.Get(), inMemory, TABLE_ROW_DELETED).Process(Lists({}, {known})),
+                  S_OK);
     });
 
     EXPECT_THAT(lines, HasSubstr("NotifyThreadProc("));

@@ -146,8 +146,8 @@ HRESULT WorkOff(const CAdviseSink& sink, const NotificationBatch& batch) noexcep
 
 HRESULT NotifyThreadProc(ComPtr<CAdviseSink> sink, std::shared_ptr<NotifyThreadArgs> args) noexcept
 {
-    // MAPI comes first: it may make the thread an apartment, and refuses one that is a free thread already. The
-    // host is called through the global table, which needs the thread to be one or the other.
+    // MAPI comes first: it may make the thread an apartment, and refuses one that is a free thread already.
+    // The host is called through the global table, which needs the thread to be one or the other.
     CMAPIThreadInit mapiOnThread;
     const HRESULT initialized = mapiOnThread.Init();
     const FreeThreadScope freeThread;

@@ -32,8 +32,8 @@ private:
     sqlite3* database_ = nullptr;
 };
 
-// From before its first use on SQLite takes small pieces of memory where it takes all others, and sets none aside: a
-// statement as short as ROLLBACK would find enough there.
+// From before its first use on SQLite takes small pieces of memory where it takes all others, and sets none
+// aside: a statement as short as ROLLBACK would find enough there.
 const int kNothingSetAside = sqlite3_config(SQLITE_CONFIG_LOOKASIDE, 0, 0);
 
 // SQLite gets no memory while it lives.

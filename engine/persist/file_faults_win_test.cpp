@@ -57,7 +57,8 @@ bool ChangeSuffers() noexcept
 
 BOOL WINAPI SetInformation(HANDLE file, FILE_INFO_BY_HANDLE_CLASS kind, LPVOID bytes, DWORD size)
 {
-    return kind == FileEndOfFileInfo && ChangeSuffers() ? FALSE : systemCalls.setInformation(file, kind, bytes, size);
+    return kind == FileEndOfFileInfo && ChangeSuffers() ? FALSE
+                                                        : systemCalls.setInformation(file, kind, bytes, size);
 }
 
 BOOL WINAPI Move(LPCSTR from, LPCSTR to, DWORD flags)

@@ -83,7 +83,8 @@ HRESULT CHashDB::FindDeletedSmart(IMsgStore* Store, IMAPITable* Table, BstrArray
         HR_TRY(kFindTraced, appended);
         HR_TRY(kFindTraced, Table->SeekRow(BOOKMARK_BEGINNING, 0, nullptr));
         if (kDebugBuild)
-            Trace(kFindTraced.Function(), __LINE__, "FindDeleted done in %d milliseconds\n", timer.Milliseconds());
+            Trace(kFindTraced.Function(), __LINE__, "FindDeleted done in %d milliseconds\n",
+                  timer.Milliseconds());
         return S_OK;
     } catch (...) {
         return kFindTraced(E_OUTOFMEMORY);

@@ -138,9 +138,10 @@ TEST_F(LifecycleTest, ABatchThatCantBeCopiedIsTracedAndMapiIsLeft)
 
 TEST_F(LifecycleTest, WhileTheListOfPackagesIsReadTheOtherCollectionsAreThere)
 {
-    files.Execute("DROP TABLE tblStorageFiles; CREATE VIEW tblStorageFiles (Recipients, Path, Status) AS WITH "
-                  "RECURSIVE slow(x) AS (SELECT 1 UNION ALL SELECT x + 1 FROM slow LIMIT 500000) SELECT 'a', 'b', "
-                  "0 FROM slow WHERE x < 0");
+    files.Execute(
+        "DROP TABLE tblStorageFiles; CREATE VIEW tblStorageFiles (Recipients, Path, Status) AS WITH "
+        "RECURSIVE slow(x) AS (SELECT 1 UNION ALL SELECT x + 1 FROM slow LIMIT 500000) SELECT 'a', 'b', "
+        "0 FROM slow WHERE x < 0");
     ASSERT_EQ(Logon(), S_OK);
     using Clock = std::chrono::steady_clock;
     std::atomic<bool> isRead{false};

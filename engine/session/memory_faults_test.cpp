@@ -43,7 +43,8 @@ protected:
         long number = 0;
         for (; FailAllocation(number, [&] { hr = work(); }); ++number) {
             ASSERT_LT(number, kTooMany);
-            EXPECT_TRUE(hr == S_OK || hr == E_OUTOFMEMORY) << "allocation " << number << ": " << std::hex << hr;
+            EXPECT_TRUE(hr == S_OK || hr == E_OUTOFMEMORY)
+                << "allocation " << number << ": " << std::hex << hr;
         }
         EXPECT_GT(number, 0);
         EXPECT_EQ(hr, S_OK);

@@ -2,8 +2,9 @@
 //
 // Start, as CLibrary::Logon runs it: global interface table with the host in it, trace log, MAPI, pools and
 // hash stores, MAPI logon, data source, database upgrade. Stop, in the destructor: pools (every job is waited
-// for), notification batches (those under way are waited for, further ones turned away), items' handles (their
-// messages go, and so do further calls), global table, hash stores, collections, MAPI, and the database last.
+// for), notification batches (those under way are waited for, further ones turned away), items' handles
+// (their messages go, and so do further calls), global table, hash stores, collections, MAPI, and the
+// database last.
 //
 // Children but items hold the session by a raw pointer (SessionContext) and none may outlive it. Two kinds of
 // work could: pool jobs and notification batches. The destructor waits for both, and answers calls into its
@@ -18,9 +19,9 @@
 #include <memory>
 
 #include "engine/monitor/item_locks.h"
-#include "engine/session/context/notification_gate.h"
 #include "engine/persist/database.h"
 #include "engine/persist/hash_db.h"
+#include "engine/session/context/notification_gate.h"
 #include "engine/session/context/operations.h"
 #include "engine/session/context/session_context.h"
 #include "engine/transfer/pool/thread_pool.h"

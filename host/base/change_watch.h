@@ -11,8 +11,8 @@
 
 namespace quorvane::host {
 
-// For one thread. A place may tell nothing of what others do there (a share of another machine's): who waits looks
-// there once in a while all the same.
+// For one thread. A place may tell nothing of what others do there (a share of another machine's): who waits
+// looks there once in a while all the same.
 class ChangeWatch {
 public:
     enum class Woken { kStop, kChange, kTime };
@@ -23,8 +23,9 @@ public:
     ChangeWatch& operator=(const ChangeWatch&) = delete;
     ~ChangeWatch();
 
-    // From now on it is told what is made, written, renamed and removed in a directory; on Windows below it too. One
-    // that isn't there is passed over. Called again, it watches what has taken the place of the one before.
+    // From now on it is told what is made, written, renamed and removed in a directory; on Windows below it
+    // too. One that isn't there is passed over. Called again, it watches what has taken the place of the one
+    // before.
     void Watch(const std::filesystem::path& directory);
     // What happened so far isn't told any more.
     void Forget();

@@ -8,8 +8,8 @@ namespace quorvane::host {
 
 namespace {
 
-constexpr std::uint32_t kChanges = IN_CREATE | IN_MODIFY | IN_CLOSE_WRITE | IN_MOVED_TO | IN_MOVED_FROM | IN_DELETE |
-                                   IN_DELETE_SELF | IN_MOVE_SELF | IN_ATTRIB | IN_ONLYDIR;
+constexpr std::uint32_t kChanges = IN_CREATE | IN_MODIFY | IN_CLOSE_WRITE | IN_MOVED_TO | IN_MOVED_FROM |
+                                   IN_DELETE | IN_DELETE_SELF | IN_MOVE_SELF | IN_ATTRIB | IN_ONLYDIR;
 
 }  // namespace
 
@@ -37,7 +37,8 @@ void ChangeWatch::Forget()
 
 ChangeWatch::Woken ChangeWatch::Wait(const StopSignals& signals, std::chrono::milliseconds time)
 {
-    pollfd events[] = {{static_cast<int>(signals.Handle()), POLLIN, 0}, {static_cast<int>(queue_), POLLIN, 0}};
+    pollfd events[] = {{static_cast<int>(signals.Handle()), POLLIN, 0},
+                       {static_cast<int>(queue_), POLLIN, 0}};
     if (poll(events, 2, static_cast<int>(time.count())) <= 0)
         return Woken::kTime;
     if (events[0].revents != 0)

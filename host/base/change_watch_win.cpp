@@ -9,8 +9,8 @@ namespace quorvane::host {
 
 namespace {
 
-constexpr DWORD kChanges = FILE_NOTIFY_CHANGE_FILE_NAME | FILE_NOTIFY_CHANGE_DIR_NAME | FILE_NOTIFY_CHANGE_SIZE |
-                           FILE_NOTIFY_CHANGE_LAST_WRITE;
+constexpr DWORD kChanges = FILE_NOTIFY_CHANGE_FILE_NAME | FILE_NOTIFY_CHANGE_DIR_NAME |
+                           FILE_NOTIFY_CHANGE_SIZE | FILE_NOTIFY_CHANGE_LAST_WRITE;
 
 HANDLE AsHandle(std::intptr_t handle) noexcept
 {
@@ -19,7 +19,8 @@ HANDLE AsHandle(std::intptr_t handle) noexcept
 
 bool LiesIn(const std::filesystem::path& path, const std::filesystem::path& directory)
 {
-    return std::mismatch(directory.begin(), directory.end(), path.begin(), path.end()).first == directory.end();
+    return std::mismatch(directory.begin(), directory.end(), path.begin(), path.end()).first ==
+           directory.end();
 }
 
 }  // namespace
@@ -34,9 +35,8 @@ ChangeWatch::~ChangeWatch()
 
 void ChangeWatch::Watch(const std::filesystem::path& directory)
 {
-    const bool isWatched = std::any_of(watched_.begin(), watched_.end(), [&](const auto& watched) {
-        return LiesIn(directory, watched.first);
-    });
+    const bool isWatched = std::any_of(watched_.begin(), watched_.end(),
+                                       [&](const auto& watched) { return LiesIn(directory, watched.first); });
     if (isWatched || watched_.size() + 1 >= MAXIMUM_WAIT_OBJECTS)
         return;
     HANDLE const handle = FindFirstChangeNotificationW(directory.c_str(), TRUE, kChanges);

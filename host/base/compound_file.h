@@ -45,12 +45,13 @@ struct Package {
     std::vector<PackageRecord> items;
 };
 
-// Calls `visit` for each storage in a part of a package, "Folders" or "Items". Throws a HostError naming `shown`.
+// Calls `visit` for each storage in a part of a package, "Folders" or "Items". Throws a HostError naming
+// `shown`.
 void ForEachStorage(IStorage& root, const OLECHAR* part, const std::string& shown,
                     const std::function<void(const OleString& name, IStorage&)>& visit);
 
-// The record of a folder or an item on its storage, and the storage of the item's message; empty when the item has
-// none. The first two throw a HostError naming `shown` when the record is damaged.
+// The record of a folder or an item on its storage, and the storage of the item's message; empty when the
+// item has none. The first two throw a HostError naming `shown` when the record is damaged.
 PackageRecord ReadFolderRecord(IStorage& storage, const std::string& shown);
 PackageRecord ReadItemRecord(IStorage& storage, const std::string& shown);
 ComPtr<IStorage> OpenMessageStorage(IStorage& item);

@@ -20,7 +20,8 @@ public:
         : std::runtime_error(line), code_(code), isPassing_(isPassing)
     {}
     ExitCode Code() const noexcept { return code_; }
-    // Whether it was told that the machine lacked something just now (handles, memory, room), and nothing of the object.
+    // Whether it was told that the machine lacked something just now (handles, memory, room), and nothing of
+    // the object.
     bool IsPassing() const noexcept { return isPassing_; }
 
 private:

@@ -19,7 +19,8 @@ bool IsPassingFailure(HRESULT hr)
 
 TEST(ErrorsTest, WhatTheMachineLacksPassesAndWhatIsDamagedStays)
 {
-    for (const HRESULT hr : {STG_E_TOOMANYOPENFILES, STG_E_INSUFFICIENTMEMORY, STG_E_ACCESSDENIED, E_OUTOFMEMORY})
+    for (const HRESULT hr :
+         {STG_E_TOOMANYOPENFILES, STG_E_INSUFFICIENTMEMORY, STG_E_ACCESSDENIED, E_OUTOFMEMORY})
         EXPECT_TRUE(IsPassingFailure(hr)) << Describe(hr);
     for (const HRESULT hr : {STG_E_DOCFILECORRUPT, STG_E_INVALIDHEADER, STG_E_FILENOTFOUND, E_FAIL})
         EXPECT_FALSE(IsPassingFailure(hr)) << Describe(hr);

@@ -13,8 +13,8 @@ namespace quorvane::host {
 // no longer than the process lives.
 class FileLock {
 public:
-    // Nothing when another holder has the lock. Throws a HostError "cannot <what> '<object>': ..." when the file can't be
-    // opened.
+    // Nothing when another holder has the lock. Throws a HostError "cannot <what> '<object>': ..." when the
+    // file can't be opened.
     static std::unique_ptr<FileLock> Take(const std::filesystem::path& path, std::string_view what,
                                           std::string_view object);
     FileLock(const FileLock&) = delete;

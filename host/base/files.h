@@ -15,7 +15,8 @@ void MakeDirectory(const std::filesystem::path& directory);
 // The same; nobody but the user may look into it, whatever the umask, nor into one that was there already.
 void MakePrivateDirectory(const std::filesystem::path& directory);
 
-// Makes an empty file for the user alone, whatever the umask. For a file that isn't there. Throws a HostError.
+// Makes an empty file for the user alone, whatever the umask. For a file that isn't there. Throws a
+// HostError.
 void MakePrivateFile(const std::filesystem::path& path);
 
 // Flushes a directory's entries to the disk: a rename in it survives power loss. On Windows, where a rename
@@ -25,12 +26,12 @@ void SyncDirectory(const std::filesystem::path& directory);
 // Flushes a file that is there, and its name, to the disk. Throws a HostError.
 void SyncFile(const std::filesystem::path& path);
 
-// Writes a small file for the user alone, flushed: first beside it, then by a rename that replaces an older one at once.
-// Throws a HostError.
+// Writes a small file for the user alone, flushed: first beside it, then by a rename that replaces an older
+// one at once. Throws a HostError.
 void WriteDurably(const std::filesystem::path& target, std::string_view content);
 
-// Copies a file for the user alone, in the place of one that has the name; when this returns, its bytes are on the disk.
-// Throws a HostError.
+// Copies a file for the user alone, in the place of one that has the name; when this returns, its bytes are
+// on the disk. Throws a HostError.
 void CopyDurably(const std::filesystem::path& from, const std::filesystem::path& to);
 
 // The whole content. Throws a HostError when the file can't be read or is larger than `limit` bytes.

@@ -1,7 +1,7 @@
 #include "host/base/output.h"
 
-#include <chrono>
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
 
 #include "quorvane3/com.h"

@@ -18,7 +18,10 @@ TEST(OutputTest, ATableAlignsItsColumns)
 TEST(OutputTest, ControlCharactersAndBadBytesDoNotReachATerminal)
 {
     EXPECT_EQ(Printable("a\x1b[31m\nb"), "a [31m b");
-    EXPECT_EQ(Printable("a\xFF" "b"), "a\xEF\xBF\xBD" "b");
+    EXPECT_EQ(Printable("a\xFF"
+                        "b"),
+              "a\xEF\xBF\xBD"
+              "b");
 }
 
 TEST(OutputTest, ATimeIsGivenInUtc)

@@ -26,7 +26,8 @@ double RateMeter::PerSecond() const
     if (samples_.size() < 2)
         return 0;
     const std::chrono::duration<double> time = samples_.back().time - samples_.front().time;
-    return time.count() > 0 ? static_cast<double>(samples_.back().done - samples_.front().done) / time.count() : 0;
+    return time.count() > 0 ? static_cast<double>(samples_.back().done - samples_.front().done) / time.count()
+                            : 0;
 }
 
 std::int64_t RateMeter::SecondsLeft(std::int64_t total) const

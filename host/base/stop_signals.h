@@ -28,14 +28,14 @@ public:
     // Waits for at most `time`. True once a signal came. Any thread.
     bool Wait(std::chrono::milliseconds time) const noexcept;
 
-    // Whatever is under way: so long after a signal `last` is called, on another thread, and the process ends with
-    // exit code 0, without undoing anything.
+    // Whatever is under way: so long after a signal `last` is called, on another thread, and the process ends
+    // with exit code 0, without undoing anything.
     void EndWithin(std::chrono::milliseconds time, std::function<void()> last);
     // Takes that back. Doesn't return once `last` is called.
     void EndInOrder();
 
-    // What a system call may wait for besides: a descriptor that can be read, or on Windows an event that is set, once
-    // a signal came.
+    // What a system call may wait for besides: a descriptor that can be read, or on Windows an event that is
+    // set, once a signal came.
     std::intptr_t Handle() const noexcept { return asked_; }
 
 private:

@@ -1,5 +1,5 @@
-// host/base/system_file.h: a file as the system has it, for what streams can't do: flush, and renames that keep a
-// promise.
+// host/base/system_file.h: a file as the system has it, for what streams can't do: flush, and renames that
+// keep a promise.
 #ifndef QUORVANE_HOST_BASE_SYSTEM_FILE_H_
 #define QUORVANE_HOST_BASE_SYSTEM_FILE_H_
 
@@ -38,7 +38,8 @@ private:
 // Renames within one file system, in one step in place of what has the new name.
 void RenameOver(const std::filesystem::path& from, const std::filesystem::path& to);
 
-// The same where nothing has the new name, not even a link; false where something has, and nothing is changed.
+// The same where nothing has the new name, not even a link; false where something has, and nothing is
+// changed.
 [[nodiscard]] bool RenameToNew(const std::filesystem::path& from, const std::filesystem::path& to);
 
 }  // namespace quorvane::host

@@ -36,8 +36,7 @@ void Flush(int descriptor, const std::string& path)
 }  // namespace
 
 SystemFile::SystemFile(const std::filesystem::path& path, Use use)
-    : path_(path.string()),
-      handle_(Open(path, FlagsOf(use), use == Use::kWrite ? "write" : "read"))
+    : path_(path.string()), handle_(Open(path, FlagsOf(use), use == Use::kWrite ? "write" : "read"))
 {}
 
 SystemFile::~SystemFile()

@@ -24,8 +24,9 @@ HANDLE Open(const std::filesystem::path& path, SystemFile::Use use)
     const bool reads = use == SystemFile::Use::kRead;
     const DWORD sharing = isThere ? FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE : FILE_SHARE_READ;
     // What is flushed has to be open to write.
-    HANDLE const handle = CreateFileW(path.c_str(), reads ? GENERIC_READ : GENERIC_WRITE, sharing, nullptr,
-                                      isThere ? OPEN_EXISTING : CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+    HANDLE const handle =
+        CreateFileW(path.c_str(), reads ? GENERIC_READ : GENERIC_WRITE, sharing, nullptr,
+                    isThere ? OPEN_EXISTING : CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
     if (handle == INVALID_HANDLE_VALUE)
         Fail(reads ? "read" : "write", path.string(), DescribeSystemError(GetLastError()));
     return handle;

@@ -35,8 +35,9 @@ ExitCode Restore(const BackupOptions& options)
     Progress progress("restoring");
     const std::string name = RestoreBackup(options.from, options.to, ShownOn(progress));
     Print(options.json, {{"mailbox", name}, {"directory", options.to}},
-          "made the mailbox of '" + name + "' in " + options.to + "; the one that the backup was made of must not run any "
-          "more\n");
+          "made the mailbox of '" + name + "' in " + options.to +
+              "; the one that the backup was made of must not run any "
+              "more\n");
     return ExitCode::kDone;
 }
 
@@ -45,8 +46,9 @@ ExitCode Restore(const BackupOptions& options)
 void AddBackupCommand(CLI::App& program, Chosen& chosen)
 {
     const auto options = std::make_shared<BackupOptions>();
-    CLI::App* const command = AddCommand(
-        program, chosen, "backup", "Copy a mailbox as it stands, while a run may be under way", options, MakeBackup);
+    CLI::App* const command =
+        AddCommand(program, chosen, "backup", "Copy a mailbox as it stands, while a run may be under way",
+                   options, MakeBackup);
     command->add_option("MAILBOX", options->from, "The mailbox's directory")->required();
     command->add_option("DIR", options->to, "Directory for the backup; absent or empty")->required();
 }

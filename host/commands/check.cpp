@@ -45,7 +45,8 @@ void CheckDatabase(const std::filesystem::path& path, CheckReport& report)
     }
 }
 
-void CheckFolder(const MailSession& session, const FolderInfo& folder, CheckReport& report, std::size_t& count)
+void CheckFolder(const MailSession& session, const FolderInfo& folder, CheckReport& report,
+                 std::size_t& count)
 {
     ForEachItem(*OpenFolder(session, folder.entryId), [&](const ItemInfo& item) {
         ++count;
@@ -89,8 +90,8 @@ ExitCode CheckMailbox(const CheckOptions& options)
            {"databases", report.databases},
            {"items", report.items},
            {"deletionsToTell", gone}},
-          report.text + "checked " + std::to_string(count) + " items, " + std::to_string(report.items.size()) +
-              " of them damaged\n");
+          report.text + "checked " + std::to_string(count) + " items, " +
+              std::to_string(report.items.size()) + " of them damaged\n");
     return report.IsSound() ? ExitCode::kDone : ExitCode::kFailed;
 }
 
@@ -99,9 +100,10 @@ ExitCode CheckMailbox(const CheckOptions& options)
 void AddCheckCommand(CLI::App& program, Chosen& chosen)
 {
     auto options = std::make_shared<CheckOptions>();
-    CLI::App* const command = AddCommand(
-        program, chosen, "check", "Read all of a mailbox: whether its databases are sound and each item can be read",
-        options, CheckMailbox);
+    CLI::App* const command =
+        AddCommand(program, chosen, "check",
+                   "Read all of a mailbox: whether its databases are sound and each item can be read",
+                   options, CheckMailbox);
     command->add_option("MAILBOX", options->mailbox, "Directory of the mailbox")->required();
 }
 

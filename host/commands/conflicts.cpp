@@ -67,8 +67,9 @@ ExitCode Conflicts(const ConflictsOptions& options)
         }
     }
     Print(options.json, json,
-          table.Text() + (json.empty() ? "no conflicts\n"
-                                       : "Both are in the folder. To resolve one, delete the item or its copy.\n"));
+          table.Text() + (json.empty()
+                              ? "no conflicts\n"
+                              : "Both are in the folder. To resolve one, delete the item or its copy.\n"));
     return ExitCode::kDone;
 }
 
@@ -77,8 +78,9 @@ ExitCode Conflicts(const ConflictsOptions& options)
 void AddConflictsCommand(CLI::App& program, Chosen& chosen)
 {
     auto options = std::make_shared<ConflictsOptions>();
-    CLI::App* const command = AddCommand(program, chosen, "conflicts",
-                                         "List items that were changed by several members at once", options, Conflicts);
+    CLI::App* const command =
+        AddCommand(program, chosen, "conflicts", "List items that were changed by several members at once",
+                   options, Conflicts);
     command->add_option("MAILBOX", options->mailbox, "Directory of the mailbox")->required();
 }
 

@@ -53,7 +53,8 @@ std::string MboxName(const std::string& folder)
 {
     std::string name;
     for (const char c : Printable(folder.substr(folder.rfind('/') + 1)))
-        name += static_cast<unsigned char>(c) < 32 || std::string_view("/\\:*?\"<>|").find(c) != std::string_view::npos
+        name += static_cast<unsigned char>(c) < 32 ||
+                        std::string_view("/\\:*?\"<>|").find(c) != std::string_view::npos
                     ? '_'
                     : c;
     return (name.empty() || name.front() == '.' ? "_" + name : name) + ".mbox";
@@ -65,7 +66,8 @@ public:
     // That an item can't be read, and nothing was written of it.
     class DamagedItem : public std::exception {};
 
-    Exporter(IMAPIFolder& folder, const std::string& directory) : folder_(folder), files_(PathOf(directory)) {}
+    Exporter(IMAPIFolder& folder, const std::string& directory) : folder_(folder), files_(PathOf(directory))
+    {}
     virtual ~Exporter() = default;
     Exporter(const Exporter&) = delete;
     Exporter& operator=(const Exporter&) = delete;
@@ -142,8 +144,8 @@ private:
     std::size_t number_ = 0;
 };
 
-// All in one file, which has the folder's name. Each mail is written to a file of its own first: one that turns out to be
-// damaged leaves no half of it.
+// All in one file, which has the folder's name. Each mail is written to a file of its own first: one that
+// turns out to be damaged leaves no half of it.
 class MboxExporter : public Exporter {
 public:
     MboxExporter(IMAPIFolder& folder, const std::string& directory, const std::string& path)
@@ -157,7 +159,8 @@ public:
     {
         WriteMail(message);
         std::ostream& mail = box_.Begin(UnixTime(item.sent));
-        if (std::ifstream whole(Files().Aside(), std::ios::binary); whole.peek() != std::char_traits<char>::eof())
+        if (std::ifstream whole(Files().Aside(), std::ios::binary);
+            whole.peek() != std::char_traits<char>::eof())
             mail << whole.rdbuf();
         box_.End();
         if (!file_)
@@ -191,8 +194,10 @@ public:
     {
         constexpr std::size_t kDigitsOfGuid = 32;
         WriteMail(message);
-        const std::string id = item.entryId.substr(item.entryId.size() - std::min(item.entryId.size(), kDigitsOfGuid));
-        const std::string name = std::to_string(std::max<std::time_t>(UnixTime(item.sent), 0)) + "." + id + ".quorvane";
+        const std::string id =
+            item.entryId.substr(item.entryId.size() - std::min(item.entryId.size(), kDigitsOfGuid));
+        const std::string name =
+            std::to_string(std::max<std::time_t>(UnixTime(item.sent), 0)) + "." + id + ".quorvane";
         const bool read = (item.flags & static_cast<LONG>(MSGFLAG_READ)) != 0;
         Keep(read ? "cur/" + name + ":2,S" : "new/" + name);
     }
@@ -232,9 +237,10 @@ ExitCode Export(const ExportArguments& options)
         }
     });
     exporter->Finish();
-    Print(options.json,
-          {{"folder", options.folder}, {"items", number}, {"files", exporter->Written()}, {"damaged", damaged}},
-          lines + "exported " + std::to_string(number) + " items to " + options.directory + "\n");
+    Print(
+        options.json,
+        {{"folder", options.folder}, {"items", number}, {"files", exporter->Written()}, {"damaged", damaged}},
+        lines + "exported " + std::to_string(number) + " items to " + options.directory + "\n");
     return damaged.empty() ? ExitCode::kDone : ExitCode::kFailed;
 }
 
@@ -243,20 +249,24 @@ ExitCode Export(const ExportArguments& options)
 void AddExportCommand(CLI::App& program, Chosen& chosen)
 {
     auto options = std::make_shared<ExportArguments>();
-    CLI::App* const command =
-        AddCommand(program, chosen, "export", "Write the items of a folder to files; what has a name there stays as it is", options, Export);
+    CLI::App* const command = AddCommand(
+        program, chosen, "export",
+        "Write the items of a folder to files; what has a name there stays as it is", options, Export);
     command->add_option("MAILBOX", options->mailbox, "Directory of the mailbox")->required();
     command->add_option("FOLDER", options->folder, "Path of the folder")->required();
     command->add_option("DIR", options->directory, "Directory for the files; made if it's missing")
         ->required();
     // A build without MIME writes the one form that it knows.
-    const std::vector<std::string> formats =
-        KnowsMime() ? std::vector<std::string>{"eml", "msg", "mbox", "maildir"} : std::vector<std::string>{"msg"};
+    const std::vector<std::string> formats = KnowsMime()
+                                                 ? std::vector<std::string>{"eml", "msg", "mbox", "maildir"}
+                                                 : std::vector<std::string>{"msg"};
     command
-        ->add_option("--format", options->format,
-                     KnowsMime() ? "eml or msg: a file for each item; mbox: one file with the folder's name; maildir: DIR "
-                                   "becomes a Maildir"
-                                 : "msg; this build writes no other")
+        ->add_option(
+            "--format", options->format,
+            KnowsMime()
+                ? "eml or msg: a file for each item; mbox: one file with the folder's name; maildir: DIR "
+                  "becomes a Maildir"
+                : "msg; this build writes no other")
         ->check(CLI::IsMember(formats))
         ->capture_default_str();
 }

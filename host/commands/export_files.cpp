@@ -19,7 +19,8 @@ constexpr std::size_t kComparedPiece = std::size_t{64} << 10;
 bool SameBytes(const fs::path& a, const fs::path& b)
 {
     std::error_code failure;
-    if (!fs::is_regular_file(fs::symlink_status(b, failure)) || fs::file_size(a, failure) != fs::file_size(b, failure))
+    if (!fs::is_regular_file(fs::symlink_status(b, failure)) ||
+        fs::file_size(a, failure) != fs::file_size(b, failure))
         return false;
     std::ifstream one(a, std::ios::binary);
     std::ifstream other(b, std::ios::binary);

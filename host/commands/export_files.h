@@ -7,11 +7,12 @@
 
 namespace quorvane::host {
 
-// A directory to which files are added. What has a name there, a link too, keeps it: nothing is replaced or followed.
+// A directory to which files are added. What has a name there, a link too, keeps it: nothing is replaced or
+// followed.
 class ExportFiles {
 public:
-    // Makes the directory where it is missing, and within it one for files that aren't whole, which nobody else may look
-    // into and which goes with this. Throws a HostError.
+    // Makes the directory where it is missing, and within it one for files that aren't whole, which nobody
+    // else may look into and which goes with this. Throws a HostError.
     explicit ExportFiles(const std::filesystem::path& directory);
     ~ExportFiles();
     ExportFiles(const ExportFiles&) = delete;
@@ -23,8 +24,9 @@ public:
     // Makes a directory below; throws a HostError where a link or a file has that name.
     void MakeFolder(const std::string& name) const;
 
-    // Gives what lies at Aside a name below the directory, "cur/1" too. Where there is a file of the same bytes already,
-    // as after an export that was stopped, that one stays. Throws a HostError where the name is taken by anything else.
+    // Gives what lies at Aside a name below the directory, "cur/1" too. Where there is a file of the same
+    // bytes already, as after an export that was stopped, that one stays. Throws a HostError where the name
+    // is taken by anything else.
     std::filesystem::path Keep(const std::string& name) const;
 
 private:

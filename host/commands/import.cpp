@@ -108,7 +108,8 @@ private:
     {
         const HRESULT hr = file.Open(path);
         return FAILED(hr) ? hr
-                          : file.Message().CopyTo(0, nullptr, nullptr, 0, nullptr, &IID_IMessage, &message, 0, nullptr);
+                          : file.Message().CopyTo(0, nullptr, nullptr, 0, nullptr, &IID_IMessage, &message, 0,
+                                                  nullptr);
     }
 
     IMAPIFolder& folder_;
@@ -126,7 +127,8 @@ private:
 class StandardInput {
 public:
     StandardInput()
-        : directory_(std::filesystem::temp_directory_path() / ("import-" + std::to_string(std::random_device{}())))
+        : directory_(std::filesystem::temp_directory_path() /
+                     ("import-" + std::to_string(std::random_device{}())))
     {
         MakePrivateDirectory(directory_);
         std::ofstream file(Path(), std::ios::binary);
@@ -135,7 +137,8 @@ public:
             file.write(piece.data(), static_cast<std::streamsize>(got));
         file.close();
         if (!file || std::ferror(stdin))
-            Fail("read", "the standard input", std::ferror(stdin) ? "it ended early" : "there is no room for a copy");
+            Fail("read", "the standard input",
+                 std::ferror(stdin) ? "it ended early" : "there is no room for a copy");
     }
     ~StandardInput()
     {
@@ -151,9 +154,10 @@ private:
     std::filesystem::path directory_;
 };
 
-// The paths as they were named, that of `input` in place of "-". Throws a HostError where one leads nowhere: before
-// anything is imported, as a misspelt name is easily overlooked among many.
-std::vector<std::filesystem::path> PathsOf(const std::vector<std::string>& names, std::optional<StandardInput>& input)
+// The paths as they were named, that of `input` in place of "-". Throws a HostError where one leads nowhere:
+// before anything is imported, as a misspelt name is easily overlooked among many.
+std::vector<std::filesystem::path> PathsOf(const std::vector<std::string>& names,
+                                           std::optional<StandardInput>& input)
 {
     std::vector<std::filesystem::path> paths;
     for (const std::string& name : names) {
@@ -212,7 +216,8 @@ ExitCode Import(const ImportArguments& options)
            {"doubts", importer.Doubts()}},
           importer.Lines() + "imported " + std::to_string(importer.Imported()) + " items into " +
               Printable(options.folder) + ", left out " + std::to_string(importer.LeftOut().size()) +
-              (importer.Known() == 0 ? "" : ", " + std::to_string(importer.Known()) + " were there already") + "\n");
+              (importer.Known() == 0 ? "" : ", " + std::to_string(importer.Known()) + " were there already") +
+              "\n");
     if (importer.Imported() == 0 && importer.Known() == 0)
         Fail("import into", options.folder, importer.WhyNothing());
     return ExitCode::kDone;
@@ -230,16 +235,19 @@ void AddImportCommand(CLI::App& program, Chosen& chosen)
     command->add_option("FOLDER", options->folder, "Path of the folder, as in 'Projects/2026'")->required();
     command
         ->add_option("PATH", options->paths,
-                     KnowsMime() ? "mbox, .eml or .msg files, Maildirs, or folders of them; - for the standard input"
-                                 : ".msg files, or folders of them")
+                     KnowsMime()
+                         ? "mbox, .eml or .msg files, Maildirs, or folders of them; - for the standard input"
+                         : ".msg files, or folders of them")
         ->required();
-    command->add_flag("--again", options->again,
-                      "Bring in what the folder holds already as well; without it an import that was stopped is "
-                      "finished by the same command");
+    command->add_flag(
+        "--again", options->again,
+        "Bring in what the folder holds already as well; without it an import that was stopped is "
+        "finished by the same command");
     if (KnowsMime())
-        command->add_flag("--no-original", options->noOriginal,
-                          "Don't keep the bytes of each mail beside what is read in them: half the space, but a mail "
-                          "comes out as a new one of the same content, and signatures break");
+        command->add_flag(
+            "--no-original", options->noOriginal,
+            "Don't keep the bytes of each mail beside what is read in them: half the space, but a mail "
+            "comes out as a new one of the same content, and signatures break");
 }
 
 }  // namespace quorvane::host

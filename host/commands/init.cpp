@@ -47,13 +47,15 @@ ExitCode Init(const InitOptions& options)
 void AddInitCommand(CLI::App& program, Chosen& chosen)
 {
     auto options = std::make_shared<InitOptions>();
-    CLI::App* const command = AddCommand(
-        program, chosen, "init", "Make a mailbox: message store, sharing database, keys, settings", options, Init);
+    CLI::App* const command =
+        AddCommand(program, chosen, "init", "Make a mailbox: message store, sharing database, keys, settings",
+                   options, Init);
     command->add_option("MAILBOX", options->mailbox, "Directory to make")->required();
     command->add_option("--name", options->name,
                         "Name under which other members know the mailbox (default: the directory's name)");
-    command->add_option("--exchange", options->exchange,
-                        "Directory that every member can reach; the mailbox's card is laid there, and it is remembered");
+    command->add_option(
+        "--exchange", options->exchange,
+        "Directory that every member can reach; the mailbox's card is laid there, and it is remembered");
 }
 
 }  // namespace quorvane::host

@@ -200,8 +200,9 @@ ExitCode InspectSealed(const InspectOptions& options)
     Json receivers = Json::array();
     std::string text = std::string("sealed package of ") + KindText(label.kind) + "\nsender: " + sender +
                        (card ? " '" + Printable(card->name) + "'" : "") + "\nepoch: " + epoch +
-                       "\nnumber: " + std::to_string(label.sequence) + "\nsize: " + std::to_string(package.Size()) +
-                       ", of its content " + std::to_string(package.ContentSize()) + "\nsignature: " + signature + "\n";
+                       "\nnumber: " + std::to_string(label.sequence) +
+                       "\nsize: " + std::to_string(package.Size()) + ", of its content " +
+                       std::to_string(package.ContentSize()) + "\nsignature: " + signature + "\n";
     for (const auto& [device, previous] : package.Receivers()) {
         receivers.push_back({{"device", TextOf(device)}, {"previous", previous}});
         text += "for " + TextOf(device) + ", after number " + std::to_string(previous) + "\n";
@@ -243,12 +244,14 @@ void AddInspectCommand(CLI::App& program, Chosen& chosen)
 {
     auto options = std::make_shared<InspectOptions>();
     CLI::App* const command =
-        AddCommand(program, chosen, "inspect", "Show what is inside a package, a .msg or any compound file, and what anybody sees of a "
+        AddCommand(program, chosen, "inspect",
+                   "Show what is inside a package, a .msg or any compound file, and what anybody sees of a "
                    "sealed package",
                    options, Inspect);
     command->add_option("FILE", options->file, "The file")->required();
-    command->add_option("--mailbox", options->mailbox,
-                        "Whose known devices tell whether a sealed package's signature holds; else the card beside it");
+    command->add_option(
+        "--mailbox", options->mailbox,
+        "Whose known devices tell whether a sealed package's signature holds; else the card beside it");
 }
 
 }  // namespace quorvane::host

@@ -55,7 +55,8 @@ ExitCode Invitations(const InvitationsOptions& options)
                         {"fingerprint", words},
                         {"how", how},
                         {"since", TimeText(invitation.since)}});
-        table.Add({invitation.Id(), Printable(invitation.name), member, words, how, TimeText(invitation.since)});
+        table.Add(
+            {invitation.Id(), Printable(invitation.name), member, words, how, TimeText(invitation.since)});
     }
     Print(options.json, json, table.Text());
     return ExitCode::kDone;
@@ -94,7 +95,8 @@ CLI::App* AddAnswer(CLI::App& program, Chosen& chosen, const char* name, const c
 {
     CLI::App* const command = AddCommand(program, chosen, name, help, options, work);
     command->add_option("MAILBOX", options->mailbox, "Directory of the mailbox")->required();
-    command->add_option("ID", options->id, "The invitation's id, or its beginning ('quorvane invitations')")->required();
+    command->add_option("ID", options->id, "The invitation's id, or its beginning ('quorvane invitations')")
+        ->required();
     return command;
 }
 
@@ -103,18 +105,19 @@ CLI::App* AddAnswer(CLI::App& program, Chosen& chosen, const char* name, const c
 void AddInvitationsCommand(CLI::App& program, Chosen& chosen)
 {
     auto options = std::make_shared<InvitationsOptions>();
-    CLI::App* const command = AddCommand(program, chosen, "invitations",
-                                         "Show the folders that others would share with this mailbox", options, Invitations);
+    CLI::App* const command =
+        AddCommand(program, chosen, "invitations",
+                   "Show the folders that others would share with this mailbox", options, Invitations);
     command->add_option("MAILBOX", options->mailbox, "Directory of the mailbox")->required();
 }
 
 void AddAcceptCommand(CLI::App& program, Chosen& chosen)
 {
     auto options = std::make_shared<AnswerOptions>();
-    CLI::App* const command =
-        AddAnswer(program, chosen, "accept",
-                  "Accept a folder that somebody shares: it becomes a new folder, and 'run' asks for what it holds",
-                  options, Accept);
+    CLI::App* const command = AddAnswer(
+        program, chosen, "accept",
+        "Accept a folder that somebody shares: it becomes a new folder, and 'run' asks for what it holds",
+        options, Accept);
     command->add_option("--as", options->place.as, "Path of the new folder, where its own name isn't wanted");
     command->add_option("--into", options->place.into,
                         "Path of a folder that is there: it becomes the shared one, with all that it holds");
@@ -122,8 +125,8 @@ void AddAcceptCommand(CLI::App& program, Chosen& chosen)
 
 void AddDeclineCommand(CLI::App& program, Chosen& chosen)
 {
-    AddAnswer(program, chosen, "decline", "Decline a folder that somebody shares", std::make_shared<AnswerOptions>(),
-              Decline);
+    AddAnswer(program, chosen, "decline", "Decline a folder that somebody shares",
+              std::make_shared<AnswerOptions>(), Decline);
 }
 
 }  // namespace quorvane::host

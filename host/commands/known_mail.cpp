@@ -13,7 +13,8 @@ namespace quorvane::host {
 
 namespace {
 
-// A message's own at each import, so that it is found again wherever it goes; those embedded in it have one too.
+// A message's own at each import, so that it is found again wherever it goes; those embedded in it have one
+// too.
 constexpr char kSearchKey[] = "0x300B0102";
 constexpr char kOriginal[] = "/OriginalMail:0102";
 

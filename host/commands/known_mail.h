@@ -14,17 +14,18 @@
 
 namespace quorvane::host {
 
-// The items that a folder held when this was made. Each counts for one mail: a mail that lies in a mailbox file twice
-// comes in twice, and the same file once more brings nothing new.
+// The items that a folder held when this was made. Each counts for one mail: a mail that lies in a mailbox
+// file twice comes in twice, and the same file once more brings nothing new.
 class KnownMail {
 public:
     // Reads a folder's table. Throws a HostError.
     KnownMail(const MailSession& session, IMAPIFolder& folder);
 
-    // Whether an item that wasn't taken yet is the same mail as `message`, which isn't saved; it is taken then. The same
-    // is one that came from the same bytes, and whose text and attachments are still those; or one of the same content
-    // in everything but what a reader makes of it. Items are looked at where the Message-ID is the same, or there is
-    // none and the time is. Throws a HostError where `message` can't be read; an item that can't be is another mail.
+    // Whether an item that wasn't taken yet is the same mail as `message`, which isn't saved; it is taken
+    // then. The same is one that came from the same bytes, and whose text and attachments are still those; or
+    // one of the same content in everything but what a reader makes of it. Items are looked at where the
+    // Message-ID is the same, or there is none and the time is. Throws a HostError where `message` can't be
+    // read; an item that can't be is another mail.
     bool Take(IMessage& message);
 
 private:

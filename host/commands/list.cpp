@@ -63,7 +63,8 @@ ExitCode List(const ListOptions& options)
                             {"entryId", item.entryId}});
         else
             table.Add({std::to_string(number), TimeText(item.sent), Printable(item.sender),
-                       Printable(item.subject), std::to_string(item.size), FlagText(item.flags, isDamaged), id});
+                       Printable(item.subject), std::to_string(item.size), FlagText(item.flags, isDamaged),
+                       id});
     });
     Print(options.json, json, options.json ? std::string() : table.Text());
     return ExitCode::kDone;

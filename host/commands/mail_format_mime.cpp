@@ -11,7 +11,8 @@ bool KnowsMime() noexcept
 
 HRESULT ImportMail(const FoundMail& mail, bool keepOriginal, IMessage& message)
 {
-    return ImportMime(mail.bytes, ImportOptions{mail.read, keepOriginal ? &mail.Original() : nullptr}, message);
+    return ImportMime(mail.bytes, ImportOptions{mail.read, keepOriginal ? &mail.Original() : nullptr},
+                      message);
 }
 
 HRESULT ExportMailOf(IMAPIFolder& folder, IMessage& message, std::ostream& out)

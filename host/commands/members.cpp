@@ -33,13 +33,15 @@ FoundCard ChooseCard(Transport& transport, const MembersOptions& options)
     if (!options.device.empty()) {
         const auto id = exchange::ParseDeviceId(options.device);
         if (!id)
-            throw HostError("'" + options.device + "' is no device: 32 digits 0 to 9 and a to f", ExitCode::kUsage);
+            throw HostError("'" + options.device + "' is no device: 32 digits 0 to 9 and a to f",
+                            ExitCode::kUsage);
         return FindCard(transport, *id, options.added);
     }
     std::vector<FoundCard> cards = FindCards(transport, options.added);
     RefuseAmbiguity(options.added, cards);
     if (cards.empty())
-        Fail("pin a device of", options.added, "the exchange has no card of that name that isn't pinned already");
+        Fail("pin a device of", options.added,
+             "the exchange has no card of that name that isn't pinned already");
     return std::move(cards.front());
 }
 
@@ -50,7 +52,8 @@ ExitCode Add(const MembersOptions& options, const Mailbox& mailbox)
     Transport transport(mailbox, PathOf(ExchangeOf(mailbox, options)));
     const FoundCard found = ChooseCard(transport, options);
     const exchange::DeviceId id = found.card.Id();
-    if (const auto peer = transport.peers.Find(id); peer && peer->IsPinnedByUser() && peer->member != options.added)
+    if (const auto peer = transport.peers.Find(id);
+        peer && peer->IsPinnedByUser() && peer->member != options.added)
         Fail("pin the device", exchange::TextOf(id), "it is pinned to '" + peer->member + "' already");
     transport.peers.Pin(found.card, found.bytes, options.added, options.device.empty() ? "name" : "device");
     transport.folders.Settle();
@@ -93,16 +96,19 @@ ExitCode Remove(const MembersOptions& options, const Mailbox& mailbox)
         if (mayRemove)
             folders.Remove(share.folderId, options.removed);
         (mayRemove ? out : in).push_back(share.name);
-        lines += (mayRemove ? "taken out of " : "still shares, by its founder's word, ") + Printable(share.name) + "\n";
+        lines += (mayRemove ? "taken out of " : "still shares, by its founder's word, ") +
+                 Printable(share.name) + "\n";
     }
     if (devices.empty() && out.empty() && in.empty())
         Fail("remove the member", options.removed, "nobody of that name is known");
     for (const Peer& peer : devices)
         peers.Drop(peer.id);
     folders.Settle();
-    Print(options.json, {{"member", options.removed}, {"devices", devices.size()}, {"takenOutOf", out}, {"stillIn", in}},
-          lines + "removed " + options.removed + ": nothing more is sealed to them or taken from them; what they have "
-                                                 "they keep\n");
+    Print(options.json,
+          {{"member", options.removed}, {"devices", devices.size()}, {"takenOutOf", out}, {"stillIn", in}},
+          lines + "removed " + options.removed +
+              ": nothing more is sealed to them or taken from them; what they have "
+              "they keep\n");
     return ExitCode::kDone;
 }
 
@@ -132,8 +138,9 @@ ExitCode List(const MembersOptions& options, const Mailbox& mailbox)
                              {"device", exchange::TextOf(stranger.device)},
                              {"fingerprint", exchange::FingerprintOf(stranger.device)},
                              {"packages", stranger.packages}});
-        lines += "not known: " + ShownDevice(stranger.device) + ", which calls itself '" + Printable(stranger.name) +
-                 "' and has " + std::to_string(stranger.packages) + " packages for this mailbox\n";
+        lines += "not known: " + ShownDevice(stranger.device) + ", which calls itself '" +
+                 Printable(stranger.name) + "' and has " + std::to_string(stranger.packages) +
+                 " packages for this mailbox\n";
     }
     Print(options.json,
           {{"name", mailbox.Name()},
@@ -167,22 +174,26 @@ ExitCode Members(const MembersOptions& options)
 void AddMembersCommand(CLI::App& program, Chosen& chosen)
 {
     auto options = std::make_shared<MembersOptions>();
-    CLI::App* const command =
-        AddCommand(program, chosen, "members", "Show whose devices are known, and say whose one is", options, Members);
+    CLI::App* const command = AddCommand(
+        program, chosen, "members", "Show whose devices are known, and say whose one is", options, Members);
     command->add_option("MAILBOX", options->mailbox, "Directory of the mailbox");
-    CLI::App* const add = command->add_subcommand("add", "Pin a device to a member: what it sends is taken, and what is "
-                                                         "shared with that member is sealed to it");
+    CLI::App* const add =
+        command->add_subcommand("add",
+                                "Pin a device to a member: what it sends is taken, and what is "
+                                "shared with that member is sealed to it");
     add->fallthrough();
     add->add_option("MAILBOX", options->mailbox, "Directory of the mailbox")->required();
     add->add_option("NAME", options->added, "The member's name")->required();
     add->add_option("--device", options->device, "Its id, where several devices have that name");
     add->add_option("--exchange", options->exchange, "Directory of the exchange, where none is remembered");
-    CLI::App* const drop = command->add_subcommand("drop", "Forget a device: nothing more is sealed to it or taken from it");
+    CLI::App* const drop =
+        command->add_subcommand("drop", "Forget a device: nothing more is sealed to it or taken from it");
     drop->fallthrough();
     drop->add_option("MAILBOX", options->mailbox, "Directory of the mailbox")->required();
     drop->add_option("DEVICE", options->dropped, "Its id")->required();
     CLI::App* const remove = command->add_subcommand(
-        "remove", "Take a member out of all that this mailbox founded, and forget his devices; what he has he keeps");
+        "remove",
+        "Take a member out of all that this mailbox founded, and forget his devices; what he has he keeps");
     remove->fallthrough();
     remove->add_option("MAILBOX", options->mailbox, "Directory of the mailbox")->required();
     remove->add_option("NAME", options->removed, "The member's name")->required();

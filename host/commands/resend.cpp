@@ -31,8 +31,9 @@ std::uint64_t SinceOf(const ResendOptions& options)
         return 0;
     const auto time = ParseTime(options.since);
     if (!time)
-        throw HostError("cannot read '" + options.since + "' as a date: give 2026-11-21 or 2026-11-21T06:16:47Z",
-                        ExitCode::kUsage);
+        throw HostError(
+            "cannot read '" + options.since + "' as a date: give 2026-11-21 or 2026-11-21T06:16:47Z",
+            ExitCode::kUsage);
     return *time;
 }
 
@@ -71,26 +72,27 @@ ExitCode Cancel(const CancelOptions& options)
 void AddResendCommand(CLI::App& program, Chosen& chosen)
 {
     auto options = std::make_shared<ResendOptions>();
-    CLI::App* const command = AddCommand(
-        program, chosen, "resend",
-        "Send a member what it hasn't got of a folder: the rest of what was cancelled, and what changed since it was "
-        "sent last; or with --all everything once more",
-        options, Resend);
+    CLI::App* const command = AddCommand(program, chosen, "resend",
+                                         "Send a member what it hasn't got of a folder: the rest of what was "
+                                         "cancelled, and what changed since it was "
+                                         "sent last; or with --all everything once more",
+                                         options, Resend);
     command->add_option("MAILBOX", options->mailbox, "Directory of the mailbox")->required();
     command->add_option("FOLDER", options->folder, "Path of the shared folder")->required();
     command->add_option("--to", options->member, "Name of the member's mailbox")->required();
     command->add_flag("--all", options->all, "Every item, also those that it has");
-    command->add_option("--since", options->since,
-                        "Only items of this date or later: 2026-11-21, or 2026-11-21T06:16:47Z (when the mail was "
-                        "sent; of an item that never was, when it was changed)");
+    command->add_option(
+        "--since", options->since,
+        "Only items of this date or later: 2026-11-21, or 2026-11-21T06:16:47Z (when the mail was "
+        "sent; of an item that never was, when it was changed)");
 }
 
 void AddCancelCommand(CLI::App& program, Chosen& chosen)
 {
     auto options = std::make_shared<CancelOptions>();
-    CLI::App* const command =
-        AddCommand(program, chosen, "cancel",
-                   "Stop sending folders to single members; changes go on being sent to all", options, Cancel);
+    CLI::App* const command = AddCommand(
+        program, chosen, "cancel", "Stop sending folders to single members; changes go on being sent to all",
+        options, Cancel);
     command->add_option("MAILBOX", options->mailbox, "Directory of the mailbox")->required();
     command->add_option("FOLDER", options->folder, "Path of the shared folder (default: all)");
     command->add_option("--to", options->member, "Name of the member's mailbox (default: all)");

@@ -68,7 +68,8 @@ void AddRunCommand(CLI::App& program, Chosen& chosen)
         AddCommand(program, chosen, "run",
                    "Watch the shared folders, deliver changes and apply those that arrive", options, Run);
     command->add_option("MAILBOX", options->mailbox, "Directory of the mailbox")->required();
-    command->add_option("--exchange", options->exchange, "Directory that every member can reach; remembered, so that it is named once");
+    command->add_option("--exchange", options->exchange,
+                        "Directory that every member can reach; remembered, so that it is named once");
     command->add_flag("--until-idle", options->untilIdle, "End when nothing is left to do");
     command
         ->add_option("--idle-seconds", options->idleSeconds, "How long nothing may happen before it is idle")
@@ -80,9 +81,10 @@ void AddRunCommand(CLI::App& program, Chosen& chosen)
         ->check(CLI::Range(0, 86400))
         ->capture_default_str();
     command
-        ->add_option("--compare-after", options->compareAfter,
-                     "Seconds after which a folder is compared with that of each other member unasked, while nothing "
-                     "else is to be done")
+        ->add_option(
+            "--compare-after", options->compareAfter,
+            "Seconds after which a folder is compared with that of each other member unasked, while nothing "
+            "else is to be done")
         ->check(CLI::Range(std::int64_t{1}, std::int64_t{31'536'000}))
         ->capture_default_str();
     command
@@ -92,13 +94,16 @@ void AddRunCommand(CLI::App& program, Chosen& chosen)
         ->capture_default_str();
     command
         ->add_option("--look-every", options->lookEvery,
-                     "Seconds after which the exchange is looked at where nothing tells of changes in it, as on shares "
+                     "Seconds after which the exchange is looked at where nothing tells of changes in it, as "
+                     "on shares "
                      "of other machines")
         ->check(CLI::Range(1, 3600))
         ->capture_default_str();
     command->add_option("--accept-from", options->acceptFrom,
                         "Accept what this member shares without asking; may be given several times");
-    command->add_flag("-v,--verbose", options->verbose, "Name each change that is seen, sent, applied or ignored, with its subject, and each package");
+    command->add_flag(
+        "-v,--verbose", options->verbose,
+        "Name each change that is seen, sent, applied or ignored, with its subject, and each package");
 }
 
 }  // namespace quorvane::host

@@ -28,8 +28,8 @@ std::string NewFolderId()
     return ToUtf8(text);
 }
 
-// A folder that was shared before anybody signed who shares it keeps its id: whoever has the former one knows the items
-// again.
+// A folder that was shared before anybody signed who shares it keeps its id: whoever has the former one knows
+// the items again.
 std::string FolderIdFor(SharedFolders& folders, const std::string& entryId)
 {
     const auto former = folders.Former().Find(entryId);
@@ -104,10 +104,12 @@ std::string LinesOf(const Introductions& met)
 {
     std::string lines;
     for (const auto& [member, found] : met.pinned)
-        lines += "pinned " + member + " to device " + ShownDevice(found.card.Id()) + "; compare the words with theirs\n";
+        lines += "pinned " + member + " to device " + ShownDevice(found.card.Id()) +
+                 "; compare the words with theirs\n";
     for (const std::string& member : met.awaited)
-        lines += member + " has no device in the exchange yet: once it is there, 'quorvane members add' sends it "
-                          "what is shared\n";
+        lines += member +
+                 " has no device in the exchange yet: once it is there, 'quorvane members add' sends it "
+                 "what is shared\n";
     return lines;
 }
 
@@ -128,13 +130,15 @@ ExitCode ShareFolder(const ShareOptions& options)
     }
     for (const std::string& member : options.members)
         folders.Invite(share->folderId, member);
-    Print(
-        options.json,
-        {{"folder", options.folder}, {"id", share->folderId}, {"members", records.Members(share->folderId)},
-         {"pinned", JsonOf(met)},
-         {"awaited", met.awaited}},
-        LinesOf(met) + "shared " + Printable(options.folder) + " as " + share->folderId + " with " +
-            std::to_string(records.Members(share->folderId).size()) + " members; 'quorvane run' invites them\n");
+    Print(options.json,
+          {{"folder", options.folder},
+           {"id", share->folderId},
+           {"members", records.Members(share->folderId)},
+           {"pinned", JsonOf(met)},
+           {"awaited", met.awaited}},
+          LinesOf(met) + "shared " + Printable(options.folder) + " as " + share->folderId + " with " +
+              std::to_string(records.Members(share->folderId).size()) +
+              " members; 'quorvane run' invites them\n");
     return ExitCode::kDone;
 }
 
@@ -143,15 +147,16 @@ ExitCode ShareFolder(const ShareOptions& options)
 void AddShareCommand(CLI::App& program, Chosen& chosen)
 {
     auto options = std::make_shared<ShareOptions>();
-    CLI::App* const command =
-        AddCommand(program, chosen, "share",
-                   "Share a folder with named members: 'run' invites those who are new, and sends all its items to them "
-                   "alone, once they accept",
-                   options, ShareFolder);
+    CLI::App* const command = AddCommand(
+        program, chosen, "share",
+        "Share a folder with named members: 'run' invites those who are new, and sends all its items to them "
+        "alone, once they accept",
+        options, ShareFolder);
     command->add_option("MAILBOX", options->mailbox, "Directory of the mailbox")->required();
     command->add_option("FOLDER", options->folder, "Path of the folder")->required();
     command->add_option("--with", options->members, "Names of the members' mailboxes")->required();
-    command->add_option("--exchange", options->exchange, "Directory of the exchange, where none is remembered");
+    command->add_option("--exchange", options->exchange,
+                        "Directory of the exchange, where none is remembered");
 }
 
 }  // namespace quorvane::host

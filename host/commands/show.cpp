@@ -44,7 +44,9 @@ Json ReadRecipients(IMessage& message, const std::string& shown)
     Json recipients = Json::array();
     for (ULONG i = 0; i < rows.Count(); ++i) {
         const LONG kind = LongOf(rows[i], PR_RECIPIENT_TYPE) & 15;
-        recipients.push_back({{"kind", kind == MAPI_CC ? "Cc" : kind == MAPI_BCC ? "Bcc" : "To"},
+        recipients.push_back({{"kind", kind == MAPI_CC    ? "Cc"
+                                       : kind == MAPI_BCC ? "Bcc"
+                                                          : "To"},
                               {"name", host::TextOf(rows[i], PR_DISPLAY_NAME_W)},
                               {"address", host::TextOf(rows[i], PR_EMAIL_ADDRESS_W)}});
     }
@@ -104,8 +106,8 @@ std::string TextOfItem(const Json& item)
     for (const Json& recipient : item["recipients"]) {
         const std::string name = recipient["name"];
         const std::string address = recipient["address"];
-        text += Line(recipient["kind"],
-                     address.empty() || name == address ? name : name + " <" + address + ">");
+        text +=
+            Line(recipient["kind"], address.empty() || name == address ? name : name + " <" + address + ">");
     }
     text += Line("Date", item["date"]);
     for (const Json& attachment : item["attachments"])
@@ -133,14 +135,16 @@ private:
     const Mailbox& mailbox_;
 };
 
-// A folder that the engine knows and doesn't watch: nothing is noted, and a run of the mailbox isn't disturbed.
+// A folder that the engine knows and doesn't watch: nothing is noted, and a run of the mailbox isn't
+// disturbed.
 ComPtr<IFolder> AddUnwatchedFolder(const EngineSession& engine, const std::string& entryId,
                                    const std::string& storeId, const std::string& shown)
 {
     ComPtr<IOptions> options;
     Check(engine.Session().get_Options(options.Put()), "open the folder", shown);
     Variant found;
-    Check(options->get_Item(Variant::Text(OLESTR("NoListeners")).Raw(), found.Put()), "open the folder", shown);
+    Check(options->get_Item(Variant::Text(OLESTR("NoListeners")).Raw(), found.Put()), "open the folder",
+          shown);
     ComPtr<IOption> noListeners;
     Check(QueryFor(found.Raw().pdispVal, noListeners), "open the folder", shown);
     Check(noListeners->put_Value(Variant::Bool(true).Raw()), "open the folder", shown);
@@ -208,7 +212,8 @@ void AddShowCommand(CLI::App& program, Chosen& chosen)
     CLI::App* const command = AddCommand(program, chosen, "show", "Show an item", options, Show);
     command->add_option("MAILBOX", options->mailbox, "Directory of the mailbox")->required();
     command->add_option("FOLDER", options->folder, "Path of the folder")->required();
-    command->add_option("ITEM", options->item, "Number in 'list', sharing ID or entry identifier")->required();
+    command->add_option("ITEM", options->item, "Number in 'list', sharing ID or entry identifier")
+        ->required();
     command->add_flag("--form", options->form,
                       "Open the item in the form of its class, or with the program that shows mail");
 }

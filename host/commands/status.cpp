@@ -82,7 +82,8 @@ Json ResendsOf(Records& records, std::string& text)
                 resend.member + ", " + std::to_string(resend.done) + " of " + std::to_string(resend.total) +
                 " items";
         if (!resend.cancelled && left >= 0)
-            text += ", " + std::to_string(resend.perSecond) + " a second, " + std::to_string(left) + " s left";
+            text +=
+                ", " + std::to_string(resend.perSecond) + " a second, " + std::to_string(left) + " s left";
         text += "\n";
     }
     return json;
@@ -94,7 +95,8 @@ Json UnsentOf(Records& records, std::string& text)
     for (const UnsentItem& item : records.Unsent()) {
         const auto share = records.FindShare(item.folderId);
         const std::string folder = share ? share->name : item.folderId;
-        json.push_back({{"folder", folder}, {"id", item.id}, {"subject", item.subject}, {"reason", item.reason}});
+        json.push_back(
+            {{"folder", folder}, {"id", item.id}, {"subject", item.subject}, {"reason", item.reason}});
         text += "unsent: " + item.id + " '" + Printable(item.subject) + "' of " + Printable(folder) + ": " +
                 Printable(item.reason) + "\n";
     }
@@ -119,16 +121,17 @@ Json TransportOf(Peers& peers, std::string& text)
     const std::vector<Delivery> deliveries = peers.Deliveries();
     Json json = Json::array();
     for (const Peer& peer : peers.All()) {
-        const auto unacknowledged = std::count_if(deliveries.begin(), deliveries.end(), [&](const Delivery& delivery) {
-            return delivery.device == peer.id;
-        });
+        const auto unacknowledged =
+            std::count_if(deliveries.begin(), deliveries.end(),
+                          [&](const Delivery& delivery) { return delivery.device == peer.id; });
         Json entry = {{"member", peer.member},
                       {"device", exchange::TextOf(peer.id)},
                       {"heard", TimeText(peer.heard)},
                       {"unacknowledged", unacknowledged},
                       {"applied", peer.order.applied}};
         if (unacknowledged > 0)
-            text += "unacknowledged by " + peer.member + ": " + std::to_string(unacknowledged) + " packages\n";
+            text +=
+                "unacknowledged by " + peer.member + ": " + std::to_string(unacknowledged) + " packages\n";
         if (peer.missing) {
             entry["missing"] = {peer.missing->first, peer.missing->last};
             entry["asked"] = peer.isAsked;
@@ -152,8 +155,8 @@ Json IncomingOf(Peers& peers, std::string& text)
                         {"state", StateText(record.state)},
                         {"reason", record.reason},
                         {"since", TimeText(record.since)}});
-        text += std::string(StateText(record.state)) + ": package " + std::to_string(record.sequence) + " from " +
-                member + " since " + TimeText(record.since) +
+        text += std::string(StateText(record.state)) + ": package " + std::to_string(record.sequence) +
+                " from " + member + " since " + TimeText(record.since) +
                 (record.reason.empty() ? "" : ": " + Printable(record.reason)) + "\n";
     }
     return json;
@@ -191,8 +194,8 @@ Json KnownFoldersOf(SharedFolders& folders, Peers& peers, std::string& text)
                         {"state", StateText(folder.state)},
                         {"from", from},
                         {"since", TimeText(folder.since)}});
-        text += std::string(StateText(folder.state)) + ": " + Printable(folder.name) + " from " + from + " since " +
-                TimeText(folder.since) +
+        text += std::string(StateText(folder.state)) + ": " + Printable(folder.name) + " from " + from +
+                " since " + TimeText(folder.since) +
                 (folder.state == KnownFolder::State::kInvited
                      ? " ('quorvane accept MAILBOX " + folder.Id() + "', or decline)\n"
                      : "\n");
@@ -208,7 +211,8 @@ Json FormerOf(SharedFolders& folders, std::string& text)
         json.push_back({{"folder", former.name}, {"id", former.folderId}});
         if (!folders.IsKnown(former.folderId))
             text += "not shared any more: " + Printable(former.name) +
-                    ", as nobody has signed who shares it: one member shares it again, the others 'accept --into' "
+                    ", as nobody has signed who shares it: one member shares it again, the others 'accept "
+                    "--into' "
                     "theirs\n";
     }
     return json;
@@ -309,9 +313,9 @@ ExitCode Status(const StatusOptions& options)
            {"rejected", rejected}},
           mailbox.Name() + " at " + mailbox.Directory().string() +
               (isRunning ? "; a run is under way\n" : "; no run is under way\n") + table.Text() +
-              "packages being filled: " + std::to_string(packing) + ", to deliver: " +
-              std::to_string(outgoing) + ", to apply: " + std::to_string(unfinished) + "\n" + resendLines + unsentLines +
-              transportLines +
+              "packages being filled: " + std::to_string(packing) +
+              ", to deliver: " + std::to_string(outgoing) + ", to apply: " + std::to_string(unfinished) +
+              "\n" + resendLines + unsentLines + transportLines +
               (rejected ? "packages that couldn't be used lie in " +
                               (mailbox.Directory() / "rejected").string() + "\n"
                         : std::string()));

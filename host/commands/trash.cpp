@@ -1,5 +1,5 @@
-#include "host/commands/command.h"
 #include "host/mailbox/trash.h"
+#include "host/commands/command.h"
 #include "host/store/msg_file.h"
 #include "host/store/properties.h"
 
@@ -66,7 +66,8 @@ std::string PutBack(const MailSession& session, Trash& trash, const TrashEntry& 
     MsgFile file;
     Check(file.Open(trash.FileOf(entry)), "undelete", entry.subject);
     ComPtr<IMessage> message;
-    Check(EnsureFolder(session, entry.folder)->CreateMessage(nullptr, 0, message.Put()), "undelete", entry.subject);
+    Check(EnsureFolder(session, entry.folder)->CreateMessage(nullptr, 0, message.Put()), "undelete",
+          entry.subject);
     Check(CopyMessage(file.Message(), *message, KEEP_OPEN_READWRITE), "undelete", entry.subject);
     const std::string entryId = HexOf(*message, PR_ENTRYID);
     trash.Remove(entry);
@@ -82,7 +83,8 @@ ExitCode Undelete(const UndeleteOptions& options)
     for (const std::int64_t number : options.entries) {
         const auto entry = trash.Find(number);
         if (!entry)
-            Fail("undelete", std::to_string(number), "the trash has nothing of this ID ('quorvane trash' lists it)");
+            Fail("undelete", std::to_string(number),
+                 "the trash has nothing of this ID ('quorvane trash' lists it)");
         wanted.push_back(*entry);
     }
     Json json = Json::array();
@@ -104,8 +106,8 @@ void AddTrashCommand(CLI::App& program, Chosen& chosen)
 {
     auto options = std::make_shared<TrashOptions>();
     CLI::App* const command =
-        AddCommand(program, chosen, "trash", "List what other members' deletions and changes removed here", options,
-                   ShowTrash);
+        AddCommand(program, chosen, "trash", "List what other members' deletions and changes removed here",
+                   options, ShowTrash);
     command->add_option("MAILBOX", options->mailbox, "Directory of the mailbox")->required();
     command
         ->add_option_function<std::int64_t>(
@@ -121,8 +123,9 @@ void AddTrashCommand(CLI::App& program, Chosen& chosen)
 void AddUndeleteCommand(CLI::App& program, Chosen& chosen)
 {
     auto options = std::make_shared<UndeleteOptions>();
-    CLI::App* const command = AddCommand(program, chosen, "undelete",
-                                         "Put items of the trash back into their folders, as new ones", options, Undelete);
+    CLI::App* const command =
+        AddCommand(program, chosen, "undelete", "Put items of the trash back into their folders, as new ones",
+                   options, Undelete);
     command->add_option("MAILBOX", options->mailbox, "Directory of the mailbox")->required();
     command->add_option("ID", options->entries, "IDs in 'trash'")->required();
 }

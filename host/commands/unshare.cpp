@@ -46,13 +46,14 @@ ExitCode Unshare(const UnshareOptions& options)
         folders.Remove(share.folderId, member);
     if (options.members.empty())
         folders.Dissolve(share.folderId);
-    Print(options.json,
-          {{"folder", share.name},
-           {"id", share.folderId},
-           {"members", options.members.empty() ? std::vector<std::string>() : records.Members(share.folderId)}},
-          (options.members.empty() ? Printable(share.name) + " isn't shared any more"
-                                   : "taken out of " + Printable(share.name)) +
-              "; what members have they keep; 'quorvane run' tells them\n");
+    Print(
+        options.json,
+        {{"folder", share.name},
+         {"id", share.folderId},
+         {"members", options.members.empty() ? std::vector<std::string>() : records.Members(share.folderId)}},
+        (options.members.empty() ? Printable(share.name) + " isn't shared any more"
+                                 : "taken out of " + Printable(share.name)) +
+            "; what members have they keep; 'quorvane run' tells them\n");
     return ExitCode::kDone;
 }
 
@@ -70,9 +71,10 @@ Share FindSharedFolder(Records& records, const std::string& mailbox, const std::
 void AddLeaveCommand(CLI::App& program, Chosen& chosen)
 {
     auto options = std::make_shared<UnshareOptions>();
-    CLI::App* const command = AddCommand(
-        program, chosen, "leave", "Take part in a shared folder no more: it stays as it is, here and at its members",
-        options, LeaveFolder);
+    CLI::App* const command =
+        AddCommand(program, chosen, "leave",
+                   "Take part in a shared folder no more: it stays as it is, here and at its members",
+                   options, LeaveFolder);
     command->add_option("MAILBOX", options->mailbox, "Directory of the mailbox")->required();
     command->add_option("FOLDER", options->folder, "Path of the folder")->required();
 }
@@ -80,10 +82,10 @@ void AddLeaveCommand(CLI::App& program, Chosen& chosen)
 void AddUnshareCommand(CLI::App& program, Chosen& chosen)
 {
     auto options = std::make_shared<UnshareOptions>();
-    CLI::App* const command =
-        AddCommand(program, chosen, "unshare",
-                   "Take members out of a folder that this mailbox founded, or end its sharing; what they have they keep",
-                   options, Unshare);
+    CLI::App* const command = AddCommand(program, chosen, "unshare",
+                                         "Take members out of a folder that this mailbox founded, or end its "
+                                         "sharing; what they have they keep",
+                                         options, Unshare);
     command->add_option("MAILBOX", options->mailbox, "Directory of the mailbox")->required();
     command->add_option("FOLDER", options->folder, "Path of the folder")->required();
     command->add_option("--with", options->members, "Names of members; without it everybody is taken out");

@@ -31,8 +31,8 @@ struct VerifyReport {
 };
 
 // Whether the message of each item is what is known of it.
-void CheckItems(const Mailbox& mailbox, const MailSession& session, Records& records, const Share& share, Json& json,
-                VerifyReport& report)
+void CheckItems(const Mailbox& mailbox, const MailSession& session, Records& records, const Share& share,
+                Json& json, VerifyReport& report)
 {
     std::map<std::string, std::string> entries;
     for (const auto& [entryId, row] : ReadSharingRows(mailbox))
@@ -49,8 +49,9 @@ void CheckItems(const Mailbox& mailbox, const MailSession& session, Records& rec
             add(item.id, message ? TextOf(*message, PR_SUBJECT_W) : "", "isn't here as others have it");
         else if (!message)
             add(item.id, "", "is gone, and nobody was told yet");
-        else if (item.isPending || (item.heads.Shown() && item.heads.Shown()->content != exchange::ContentDigest{} &&
-                                    item.heads.Shown()->content != DigestOf(ReadContent(*message, item.id))))
+        else if (item.isPending ||
+                 (item.heads.Shown() && item.heads.Shown()->content != exchange::ContentDigest{} &&
+                  item.heads.Shown()->content != DigestOf(ReadContent(*message, item.id))))
             add(item.id, TextOf(*message, PR_SUBJECT_W), "was changed, and nobody was told yet");
     }
 }
@@ -63,13 +64,14 @@ bool IsAnswered(const ComparisonRecord& pair, std::uint64_t since)
 std::vector<ComparisonRecord> PairsOf(ComparisonRecords& comparisons, const std::string& folderId)
 {
     std::vector<ComparisonRecord> pairs = comparisons.All(FileTimeNow());
-    std::erase_if(pairs, [&](const ComparisonRecord& pair) { return !folderId.empty() && pair.folderId != folderId; });
+    std::erase_if(
+        pairs, [&](const ComparisonRecord& pair) { return !folderId.empty() && pair.folderId != folderId; });
     return pairs;
 }
 
 // Comparisons are a run's work: one that is under way does them now.
-std::vector<ComparisonRecord> Await(ComparisonRecords& comparisons, const std::string& folderId, std::uint64_t since,
-                                    int seconds)
+std::vector<ComparisonRecord> Await(ComparisonRecords& comparisons, const std::string& folderId,
+                                    std::uint64_t since, int seconds)
 {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
     for (;;) {
@@ -86,7 +88,9 @@ void AddPair(const ComparisonRecord& pair, std::uint64_t since, Json& json, Veri
 {
     const bool differed = pair.differed >= since;
     const bool equal = IsAnswered(pair, since);
-    const std::string state = equal ? differed ? "was mended" : "equal" : differed ? "differs" : "not compared yet";
+    const std::string state = equal      ? differed ? "was mended" : "equal"
+                              : differed ? "differs"
+                                         : "not compared yet";
     json.push_back({{"member", pair.member},
                     {"device", pair.device},
                     {"state", state},
@@ -131,7 +135,8 @@ ExitCode Verify(const VerifyOptions& options)
             if (pair.folderId == share.folderId)
                 AddPair(pair, since, members, report);
         report.differs = report.differs || !items.empty();
-        report.folders.push_back({{"folder", share.name}, {"id", share.folderId}, {"items", items}, {"members", members}});
+        report.folders.push_back(
+            {{"folder", share.name}, {"id", share.folderId}, {"items", items}, {"members", members}});
     }
     const char* const result = report.differs ? "differs" : report.isOpen ? "not compared yet" : "equal";
     Print(options.json, {{"running", isRunning}, {"result", result}, {"folders", report.folders}},
@@ -144,14 +149,16 @@ ExitCode Verify(const VerifyOptions& options)
 void AddVerifyCommand(CLI::App& program, Chosen& chosen)
 {
     auto options = std::make_shared<VerifyOptions>();
-    CLI::App* const command =
-        AddCommand(program, chosen, "verify",
-                   "Compare shared folders with those of the other members, and say what differed; exits with 1 where "
-                   "they differ, and with 3 where that isn't known, as no run is under way here or there",
-                   options, Verify);
+    CLI::App* const command = AddCommand(
+        program, chosen, "verify",
+        "Compare shared folders with those of the other members, and say what differed; exits with 1 where "
+        "they differ, and with 3 where that isn't known, as no run is under way here or there",
+        options, Verify);
     command->add_option("MAILBOX", options->mailbox, "Directory of the mailbox")->required();
     command->add_option("FOLDER", options->folder, "Path of one folder; all of them without it");
-    command->add_option("--wait", options->wait, "Seconds that the others' answers are waited for while a run is under way")
+    command
+        ->add_option("--wait", options->wait,
+                     "Seconds that the others' answers are waited for while a run is under way")
         ->check(CLI::Range(0, 3600))
         ->capture_default_str();
 }

@@ -57,8 +57,8 @@ Acks ReadAcks(std::string_view bytes, const SigningKey& by);
 // one.
 std::uint64_t AcknowledgedUpTo(const Acks& acks, const DeviceId& sender, const Epoch& epoch);
 
-// The number up to which a device has applied what `sender` sent in another epoch than this: what has a number up to
-// it passes there for old (intake.h). 0 for none.
+// The number up to which a device has applied what `sender` sent in another epoch than this: what has a
+// number up to it passes there for old (intake.h). 0 for none.
 std::uint64_t AppliedOfAnotherEpoch(const Acks& acks, const DeviceId& sender, const Epoch& epoch);
 
 }  // namespace quorvane::host::exchange

@@ -75,7 +75,7 @@ FolderReport ReportOf(const std::string& folder, const FolderView& own);
 struct Comparison {
     std::vector<std::string>
         lacking;  // ids of items that the other device is to be sent, with all their heads
-    std::vector<std::string> missing;    // ids of those that it has listed and that this one lacks something of
+    std::vector<std::string> missing;  // ids of those that it has listed and that this one lacks something of
     std::optional<FolderReport> answer;  // to be sent to it
 };
 

@@ -33,7 +33,8 @@ struct Scenario {
     std::vector<std::uint64_t> clocks;  // of each device
     bool restores = false;  // the first device may be put back once to where it was before its last change
     bool leaves = false;    // the last device may leave at any time
-    bool asksAgain = false;  // a device may ask once for all that another has sent, and hears it a second time
+    bool asksAgain =
+        false;  // a device may ask once for all that another has sent, and hears it a second time
 };
 
 constexpr std::size_t kMostDevices = 3;
@@ -157,7 +158,8 @@ private:
             next.backup.reset();
             Visit(next);
         }
-        for (std::size_t device = 0; scenario_.asksAgain && !world.wasAsked && device < world.devices.size(); ++device)
+        for (std::size_t device = 0; scenario_.asksAgain && !world.wasAsked && device < world.devices.size();
+             ++device)
             VisitAsking(world, device);
         if (scenario_.leaves && !world.devices.back().isGone) {
             World next = world;

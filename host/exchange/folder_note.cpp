@@ -13,8 +13,8 @@ constexpr std::size_t kLongestNoteFolderId = 256;
 
 void CheckNote(const FolderNote& note)
 {
-    bool isProper = !note.folder.empty() && note.folder.size() <= kLongestNoteFolderId && !note.name.empty() &&
-                    note.name.size() <= kLongestFolderPath && !note.entries.empty() &&
+    bool isProper = !note.folder.empty() && note.folder.size() <= kLongestNoteFolderId &&
+                    !note.name.empty() && note.name.size() <= kLongestFolderPath && !note.entries.empty() &&
                     note.entries.size() <= Membership::kMostEntries;
     for (const std::string& entry : note.entries)
         isProper = isProper && !entry.empty() && entry.size() <= kLongestEntry;

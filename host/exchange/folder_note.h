@@ -1,5 +1,5 @@
-// host/exchange/folder_note.h: what a member tells another of a shared folder: the content of a package of the kind
-// kMembership. The first of a folder that somebody gets is his invitation to it.
+// host/exchange/folder_note.h: what a member tells another of a shared folder: the content of a package of
+// the kind kMembership. The first of a folder that somebody gets is his invitation to it.
 //
 // As bytes, all numbers little-endian:
 //
@@ -39,7 +39,8 @@ inline constexpr std::uint64_t kLongestFolderNote =
 // Throws an Error (kRefused) for one that ReadFolderNote would refuse.
 std::string WriteFolderNote(const FolderNote& note);
 
-// Throws an Error (kRefused) unless the bytes are a note. Its entries are bytes that nobody has looked at yet.
+// Throws an Error (kRefused) unless the bytes are a note. Its entries are bytes that nobody has looked at
+// yet.
 FolderNote ReadFolderNote(std::string_view bytes);
 
 }  // namespace quorvane::host::exchange

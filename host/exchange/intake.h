@@ -1,12 +1,13 @@
 // host/exchange/intake.h: in which order the packages of one sender are applied.
 //
-// A sender numbers its packages, rising, within an epoch, and each package names for each receiver the one before
-// it that was for him. So a receiver applies those that are for him strictly in their order, and knows what he
-// misses, whatever the others get: behind a gap nothing is applied, skipped or forgotten. What a sender no longer
-// has it makes again, and names as its predecessor the last one that the receiver acknowledged. A sender that finds
-// itself behind its own traces (its mailbox came out of a backup) begins a new epoch, and what it sent in the one
-// before is then over: such a package may be any old one. Numbers rise from epoch to epoch, too: of an epoch that
-// wasn't heard of, what has a number up to the last one that was applied is of an older one.
+// A sender numbers its packages, rising, within an epoch, and each package names for each receiver the one
+// before it that was for him. So a receiver applies those that are for him strictly in their order, and knows
+// what he misses, whatever the others get: behind a gap nothing is applied, skipped or forgotten. What a
+// sender no longer has it makes again, and names as its predecessor the last one that the receiver
+// acknowledged. A sender that finds itself behind its own traces (its mailbox came out of a backup) begins a
+// new epoch, and what it sent in the one before is then over: such a package may be any old one. Numbers rise
+// from epoch to epoch, too: of an epoch that wasn't heard of, what has a number up to the last one that was
+// applied is of an older one.
 #ifndef QUORVANE_HOST_EXCHANGE_INTAKE_H_
 #define QUORVANE_HOST_EXCHANGE_INTAKE_H_
 
@@ -51,12 +52,12 @@ Intake JudgeOrder(const SenderState& sender, const ForUs& package);
 // Notes that a package (kApply or kNewEpoch) is applied and durable.
 void NoteApplied(SenderState& sender, const ForUs& package);
 
-// What is missing before a package that came too early; empty for any other, and where nothing that could still be
-// applied is missing.
+// What is missing before a package that came too early; empty for any other, and where nothing that could
+// still be applied is missing.
 std::optional<SequenceRange> GapBefore(const SenderState& sender, const ForUs& package);
 
-// How long a gap stands until it is asked for: files come late and out of order. Times are those of any clock that
-// goes on while nobody looks, in seconds.
+// How long a gap stands until it is asked for: files come late and out of order. Times are those of any clock
+// that goes on while nobody looks, in seconds.
 struct GapWatch {
     static constexpr std::int64_t kPatience = 60;
 

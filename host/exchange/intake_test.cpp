@@ -64,7 +64,8 @@ TEST(IntakeTest, WhatWasSentInAnEpochThatIsOverIsRefused)
     EXPECT_EQ(JudgeOrder(sender, Package(2, 5, 3)), Intake::kOver);
 }
 
-// The first packages of an epoch came to nobody, then the next epoch began, and the place brings the old ones.
+// The first packages of an epoch came to nobody, then the next epoch began, and the place brings the old
+// ones.
 TEST(IntakeTest, AnEpochThatWasOverBeforeItWasHeardOfDoesntEndTheOneThatIs)
 {
     SenderState sender;

@@ -1,4 +1,5 @@
-// The dumps of docs/exchange.md are made anew here, out of keys made for them, and stand on the page as they are.
+// The dumps of docs/exchange.md are made anew here, out of keys made for them, and stand on the page as they
+// are.
 
 #include <gtest/gtest.h>
 #include <sodium.h>
@@ -113,7 +114,10 @@ protected:
 TEST_F(PageDumpsTest, Card)
 {
     PageDump dump(WriteCard(alice, "alice", 1));
-    dump.Field(8, "QV3CARD, version 1").Field(8, "serial number 1").Field(32, "signing key").Field(32, "sealing key");
+    dump.Field(8, "QV3CARD, version 1")
+        .Field(8, "serial number 1")
+        .Field(32, "signing key")
+        .Field(32, "sealing key");
     dump.Field(1, "length of the name").Field(5, "alice").Field(1, "no vouchers").Field(64, "signature");
     ExpectOnThePage(dump);
 }
@@ -122,8 +126,8 @@ TEST_F(PageDumpsTest, Package)
 {
     const NoChance same;
     std::string package;
-    Seal(alice, {alice.Id(), epoch, 7, PackageKind::kItems}, {{bob.Id(), bob.Sealing(), 5}}, MemorySource("hello"),
-         [&](std::string_view bytes) { package += bytes; });
+    Seal(alice, {alice.Id(), epoch, 7, PackageKind::kItems}, {{bob.Id(), bob.Sealing(), 5}},
+         MemorySource("hello"), [&](std::string_view bytes) { package += bytes; });
     const std::size_t chunk = package.size() - 64 - 191;
     PageDump dump(package);
     dump.Field(8, "QV3PACK, version 1").Field(16, "from alice").Field(16, "epoch").Field(8, "number 7");
@@ -141,7 +145,11 @@ TEST_F(PageDumpsTest, Acks)
     acks.senders[alice.Id()] = {epoch, 7, {{8, 9}}};
     PageDump dump(WriteAcks(bob, acks));
     dump.Field(8, "QV3ACKS, version 1").Field(8, "serial number 3").Field(2, "one sender").Field(16, "alice");
-    dump.Field(16, "epoch").Field(8, "applied up to 7").Field(1, "one gap").Field(16, "8 to 9").Field(64, "signature");
+    dump.Field(16, "epoch")
+        .Field(8, "applied up to 7")
+        .Field(1, "one gap")
+        .Field(16, "8 to 9")
+        .Field(64, "signature");
     ExpectOnThePage(dump);
 }
 
@@ -153,7 +161,10 @@ TEST_F(PageDumpsTest, MembershipChanges)
     founding.name = "alice";
     const std::string founded = WriteMembershipEntry(alice, founding);
     PageDump first(founded);
-    first.Field(8, "QV3MEMB, version 1").Field(1, "founds the folder").Field(2, "length of its id").Field(3, "{F}");
+    first.Field(8, "QV3MEMB, version 1")
+        .Field(1, "founds the folder")
+        .Field(2, "length of its id")
+        .Field(3, "{F}");
     first.Field(32, "whom: alice").Field(1, "length of the name").Field(5, "alice").Field(32, "no device");
     first.Field(1, "has seen none").Field(32, "by alice").Field(64, "signature");
     ExpectOnThePage(first);
@@ -165,7 +176,10 @@ TEST_F(PageDumpsTest, MembershipChanges)
     addition.name = "bob";
     addition.seen = {IdOfEntry(founded)};
     PageDump second(WriteMembershipEntry(alice, addition));
-    second.Field(8, "QV3MEMB, version 1").Field(1, "adds a member").Field(2, "length of the id").Field(3, "{F}");
+    second.Field(8, "QV3MEMB, version 1")
+        .Field(1, "adds a member")
+        .Field(2, "length of the id")
+        .Field(3, "{F}");
     second.Field(32, "whom: bob").Field(1, "length of the name").Field(3, "bob").Field(32, "no device");
     second.Field(1, "has seen one").Field(32, "the founding").Field(32, "by alice").Field(64, "signature");
     ExpectOnThePage(second);
@@ -176,7 +190,8 @@ TEST_F(PageDumpsTest, Report)
 {
     KnownItem item;
     item.id = "{I}";
-    item.heads.Change({{1, 2, 3}}, alice.Id(), 1000, DigestOfText("hello"), [](const Revision&) { return false; });
+    item.heads.Change({{1, 2, 3}}, alice.Id(), 1000, DigestOfText("hello"),
+                      [](const Revision&) { return false; });
     FolderReport report;
     report.folder = "{F}";
     FolderDigestMaker digest;
@@ -188,9 +203,15 @@ TEST_F(PageDumpsTest, Report)
     dump.Field(2, "length of the folder's id").Field(3, "{F}").Repeated(16, bucket, "an empty bucket");
     dump.Field(16, "bucket " + std::to_string(bucket));
     dump.Repeated(16, 255U - bucket, "an empty bucket").Field(1, "opens a comparison").Field(2, "one list");
-    dump.Field(1, "of bucket " + std::to_string(bucket)).Field(4, "one item").Field(2, "length of its id").Field(3, "{I}");
+    dump.Field(1, "of bucket " + std::to_string(bucket))
+        .Field(4, "one item")
+        .Field(2, "length of its id")
+        .Field(3, "{I}");
     dump.Field(1, "what it shows is there").Field(4, "length of its heads").Field(2, "one revision");
-    dump.Field(2, "length of the version").Field(2, "one changer").Field(16, "its id").Field(8, "its first change");
+    dump.Field(2, "length of the version")
+        .Field(2, "one changer")
+        .Field(16, "its id")
+        .Field(8, "its first change");
     dump.Field(8, "stamp").Field(16, "alice made it").Field(1, "content").Field(32, "its digest");
     ExpectOnThePage(dump);
 }

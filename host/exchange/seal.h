@@ -51,8 +51,8 @@ struct Receiver {
 inline constexpr std::size_t kMostReceivers = 1024;
 
 // Writes a package of this content to `package`. label.sender is the sender's own id.
-// Throws an Error: no receiver or too many, a key that is none, a number before that isn't lower, content that
-// can't be read.
+// Throws an Error: no receiver or too many, a key that is none, a number before that isn't lower, content
+// that can't be read.
 void Seal(const DeviceKeys& sender, const PackageLabel& label, const std::vector<Receiver>& receivers,
           const ByteSource& content, const ByteSink& package);
 

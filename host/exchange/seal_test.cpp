@@ -89,7 +89,8 @@ TEST_F(SealTest, SaysWhatItIsBeforeItIsOpened)
 
 TEST_F(SealTest, TellsEachReceiverWhichOneWasBeforeAndNobodyElseAnything)
 {
-    const std::string package = Make("content", {{bob.Id(), bob.Sealing(), 41}, {carol.Id(), carol.Sealing(), 0}});
+    const std::string package =
+        Make("content", {{bob.Id(), bob.Sealing(), 41}, {carol.Id(), carol.Sealing(), 0}});
     const MemorySource source(package);
     const SealedPackage sealed(source, "the package");
 

@@ -1,7 +1,7 @@
 // host/exchange/version.h: of two states of an item, which one had seen the other.
 //
-// Each change raises the count of whoever made it. A device counts anew in each of its epochs, under another name: a
-// mailbox that came out of a backup would else give the counts of lost changes to others.
+// Each change raises the count of whoever made it. A device counts anew in each of its epochs, under another
+// name: a mailbox that came out of a backup would else give the counts of lost changes to others.
 //
 // As bytes, little-endian: 2 number of changers, and for each, by rising id: 16 its id, 8 how many changes of
 // its own the state holds, from 1.

@@ -16,8 +16,8 @@ public:
     // False: the file is in some 8-bit encoding, and its bytes are to stay as they are.
     [[nodiscard]] bool Is() const noexcept { return order_ != Order::kNo; }
 
-    // Appends what a piece of the file is in clean UTF-8, without the mark at the file's beginning; pieces may be
-    // cut anywhere. Half a letter at the end, and NULs, become U+FFFD.
+    // Appends what a piece of the file is in clean UTF-8, without the mark at the file's beginning; pieces
+    // may be cut anywhere. Half a letter at the end, and NULs, become U+FFFD.
     void Put(std::string_view piece, std::string& text);
     void End(std::string& text);
 
@@ -29,8 +29,8 @@ private:
     std::string held_;  // half a letter, or the first half of a pair
 };
 
-// Turns a file in UTF-16 into UTF-8, and the line ends of one that knows only CR into LF; leaves others as they
-// are.
+// Turns a file in UTF-16 into UTF-8, and the line ends of one that knows only CR into LF; leaves others as
+// they are.
 void RepairForm(std::string& bytes);
 
 }  // namespace quorvane

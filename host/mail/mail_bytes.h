@@ -11,8 +11,8 @@
 
 namespace quorvane {
 
-// Bytes that are appended and then read: in memory while they are few, beyond that in a temporary file. Moves,
-// and isn't copied. One thread at a time. Throws std::bad_alloc alone.
+// Bytes that are appended and then read: in memory while they are few, beyond that in a temporary file.
+// Moves, and isn't copied. One thread at a time. Throws std::bad_alloc alone.
 class MailBytes {
 public:
     static constexpr std::size_t kMemoryLimit = std::size_t{1} << 20;
@@ -36,8 +36,8 @@ public:
     // All bytes, while they are in memory; of others the last few.
     [[nodiscard]] std::string_view Memory() const noexcept { return memory_; }
 
-    // Reads up to `count` bytes from `offset` on; gives how many there were: fewer only at the end, and 0 after a
-    // failure, which Result tells.
+    // Reads up to `count` bytes from `offset` on; gives how many there were: fewer only at the end, and 0
+    // after a failure, which Result tells.
     [[nodiscard]] std::size_t Read(std::uint64_t offset, char* buffer, std::size_t count) const;
 
     // The header block at the beginning, without the blank line that ends it.

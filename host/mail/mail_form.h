@@ -8,9 +8,9 @@
 
 namespace quorvane {
 
-// A copy of a file's bytes in which UTF-16 is UTF-8, line ends that are CR alone are LF, and nothing stands before the
-// first header field (TrimToMail); nothing when the bytes are all that already. What can't be read or set aside is
-// told by the Result of `file` and of the copy.
+// A copy of a file's bytes in which UTF-16 is UTF-8, line ends that are CR alone are LF, and nothing stands
+// before the first header field (TrimToMail); nothing when the bytes are all that already. What can't be read
+// or set aside is told by the Result of `file` and of the copy.
 std::optional<MailBytes> MailWithin(const MailBytes& file);
 
 }  // namespace quorvane

@@ -35,11 +35,12 @@ struct FoundMail {
         source;  // for messages to a person: the path, and the mail's number in an mbox ("a.mbox #3").
     std::filesystem::path path;
     MailBytes bytes;
-    std::optional<MailBytes> file;  // all bytes of the file, where the mail isn't all of them or needed repair.
+    std::optional<MailBytes>
+        file;  // all bytes of the file, where the mail isn't all of them or needed repair.
     // The bytes as they came.
     [[nodiscard]] const MailBytes& Original() const noexcept { return file ? *file : bytes; }
     std::optional<bool>
-        read;  // what a Maildir's flags or an mbox's status fields say; nothing where they don't.
+        read;           // what a Maildir's flags or an mbox's status fields say; nothing where they don't.
     std::string doubt;  // why it may be more than one mail (MboxReader::Doubt); usually empty.
 };
 

@@ -68,7 +68,8 @@ bool HasOneWord(std::string_view line) noexcept
 {
     line.remove_prefix(kFrom.size());
     const std::size_t end = line.find_last_not_of(" \t\r\n");
-    return end != std::string_view::npos && line.substr(0, end + 1).find_first_of(" \t") == std::string_view::npos;
+    return end != std::string_view::npos &&
+           line.substr(0, end + 1).find_first_of(" \t") == std::string_view::npos;
 }
 
 }  // namespace
@@ -143,8 +144,8 @@ bool MboxReader::EndsWithSeparator(std::uint64_t offset)
     return found;
 }
 
-// Whether `offset` is behind a line end: a length that ends within a line counts something else. Leaves the reader where
-// it was.
+// Whether `offset` is behind a line end: a length that ends within a line counts something else. Leaves the
+// reader where it was.
 bool MboxReader::EndsLine(std::uint64_t offset)
 {
     const std::uint64_t back = lines_.Offset();

@@ -33,9 +33,9 @@ public:
     // End         no mail is left.
     //
     // A line is a separator when it begins the file; when it begins with "From " behind a blank line and
-    // carries a date or stands before a header field; blank line or not, when it carries a date and stands before a
-    // header field, or has a single word and stands before one of mail's own fields. Text before the first separator
-    // belongs to the first mail; a byte order mark at the beginning to none.
+    // carries a date or stands before a header field; blank line or not, when it carries a date and stands
+    // before a header field, or has a single word and stands before one of mail's own fields. Text before the
+    // first separator belongs to the first mail; a byte order mark at the beginning to none.
     [[nodiscard]] Step Next(MailBytes& bytes);
 
     // Why the mail that Next gave last may be more than one, in plain words; empty when it isn't in doubt.

@@ -84,7 +84,8 @@ TEST_F(MboxReaderTest, ASeparatorOfOneWordCountsBeforeAFieldOfMailWithoutItsBlan
 
 TEST_F(MboxReaderTest, AMarkBeforeTheFirstSeparatorBelongsToNoMail)
 {
-    EXPECT_EQ(Read(std::string("\xEF\xBB\xBF") + kFirst + "Subject: 1\n\none\n\n" + kSecond + "Subject: 2\n\ntwo\n"),
+    EXPECT_EQ(Read(std::string("\xEF\xBB\xBF") + kFirst + "Subject: 1\n\none\n\n" + kSecond +
+                   "Subject: 2\n\ntwo\n"),
               (Mails{"Subject: 1\n\none\n", "Subject: 2\n\ntwo\n"}));
 }
 

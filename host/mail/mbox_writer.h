@@ -9,8 +9,8 @@
 
 namespace quorvane {
 
-// Writes mails with one ">" more before each line of ">...From " (MboxVariant::MboxRd), so that the reader gives back
-// their bytes; a mail that doesn't end its last line gets a line end. One thread at a time.
+// Writes mails with one ">" more before each line of ">...From " (MboxVariant::MboxRd), so that the reader
+// gives back their bytes; a mail that doesn't end its last line gets a line end. One thread at a time.
 class MboxWriter {
 public:
     // out  opened in binary mode; must outlive this. Whether it took everything is its own to tell.

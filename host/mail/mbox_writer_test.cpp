@@ -55,8 +55,9 @@ TEST(MboxWriterTest, AMailWithoutALastLineEndGetsOne)
     writer.End();
     writer.Begin(0) << "Subject: 2\n";
     writer.End();
-    EXPECT_EQ(box.str(), "From MAILER-DAEMON Thu Jan  1 00:00:00 1970\nSubject: 1\n\nFrom\n\n"
-                         "From MAILER-DAEMON Thu Jan  1 00:00:00 1970\nSubject: 2\n\n");
+    EXPECT_EQ(box.str(),
+              "From MAILER-DAEMON Thu Jan  1 00:00:00 1970\nSubject: 1\n\nFrom\n\n"
+              "From MAILER-DAEMON Thu Jan  1 00:00:00 1970\nSubject: 2\n\n");
 }
 
 }  // namespace

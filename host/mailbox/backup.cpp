@@ -22,12 +22,13 @@ namespace fs = std::filesystem;
 
 // By this name alone a directory is a backup.
 constexpr char kRecords[] = "host.backup";
-// How long is waited for the one moment, and for each lock: a writer that waits for another one of them goes on.
+// How long is waited for the one moment, and for each lock: a writer that waits for another one of them goes
+// on.
 constexpr auto kLongestWait = std::chrono::seconds(60);
 constexpr int kPatience = 100;  // milliseconds
 
-// Directories of a mailbox whose files belong to its state: hash files, which change, and what is in the trash, which
-// comes and goes.
+// Directories of a mailbox whose files belong to its state: hash files, which change, and what is in the
+// trash, which comes and goes.
 constexpr char kHashes[] = "qvdata";
 constexpr char kTrash[] = "trash";
 
@@ -125,15 +126,17 @@ void CopyDatabase(Database& database, const fs::path& to, const BackupProgress& 
 {
     MakePrivateFile(to);
     database.CopyTo(to.string(), [&](int done, int total) {
-        report(to.filename().string(), static_cast<unsigned long long>(done), static_cast<unsigned long long>(total));
+        report(to.filename().string(), static_cast<unsigned long long>(done),
+               static_cast<unsigned long long>(total));
     });
 }
 
-// A copy that lies there, as one file each, which can be read where nothing can be written. What was on its way lies in
-// files that a backup doesn't have.
+// A copy that lies there, as one file each, which can be read where nothing can be written. What was on its
+// way lies in files that a backup doesn't have.
 void Finish(const fs::path& copy, const char* forget)
 {
-    Database(copy.string(), Database::Mode::kOpen).Execute(std::string(forget) + "PRAGMA journal_mode=DELETE");
+    Database(copy.string(), Database::Mode::kOpen)
+        .Execute(std::string(forget) + "PRAGMA journal_mode=DELETE");
 }
 
 }  // namespace
@@ -157,14 +160,16 @@ void BackUp(const Mailbox& mailbox, const std::string& directory, const BackupPr
         CopyDatabase(one->database, target / one->name, report);
     Finish(target / "store.sqlite", "");
     Finish(target / "sharing.db",
-           "DELETE FROM tblStorageFiles; DELETE FROM tblUnfinishedReceiveJob; DELETE FROM tblUnfinishedResendJob;");
+           "DELETE FROM tblStorageFiles; DELETE FROM tblUnfinishedReceiveJob; DELETE FROM "
+           "tblUnfinishedResendJob;");
     Finish(target / "host.part", "DELETE FROM outgoing; DELETE FROM incoming; DELETE FROM delivery;");
     // Last: with this file the directory is a backup.
     RenameOver(target / "host.part", target / kRecords);
     SyncDirectory(target);
 }
 
-std::string RestoreBackup(const std::string& backup, const std::string& directory, const BackupProgress& report)
+std::string RestoreBackup(const std::string& backup, const std::string& directory,
+                          const BackupProgress& report)
 {
     const fs::path source = fs::absolute(PathOf(backup));
     std::error_code error;

@@ -32,7 +32,9 @@ TEST_F(MailboxBackupTest, WhatWasOnItsWayIsntInIt)
     const std::string package = files.File("a package that the original would send");
     Records(made.HostDatabasePath().string()).AddOutgoing(package, "somebody");
     Database sharing = made.OpenSharingDatabase();
-    Statement(sharing, "INSERT INTO tblStorageFiles (Recipients, Path) VALUES ('somebody', ?)").Bind(1, package).Run();
+    Statement(sharing, "INSERT INTO tblStorageFiles (Recipients, Path) VALUES ('somebody', ?)")
+        .Bind(1, package)
+        .Run();
 
     BackUp(made, files.File("backup"), kQuietly);
     EXPECT_EQ(RestoreBackup(files.File("backup"), files.File("two"), kQuietly), "alice");

@@ -18,7 +18,8 @@ std::string ItemsText(const std::vector<std::string>& items)
     for (const std::string& item : items)
         if (named.size() < ComparisonRecords::kItemsNamed)
             named.push_back(item);
-    return Json{{"count", items.size()}, {"items", named}}.dump(-1, ' ', false, Json::error_handler_t::replace);
+    return Json{{"count", items.size()}, {"items", named}}.dump(-1, ' ', false,
+                                                                Json::error_handler_t::replace);
 }
 
 void ReadItems(const std::string& text, ComparisonRecord& record)
@@ -37,15 +38,17 @@ void ReadItems(const std::string& text, ComparisonRecord& record)
 void ComparisonRecords::NotePairs(std::uint64_t now)
 {
     // Nothing is written while nothing is new.
-    Statement find(database_,
-                   "SELECT 1 FROM member JOIN device ON device.member = member.name LEFT JOIN comparison ON "
-                   "comparison.folder_id = member.folder_id AND comparison.device = device.id WHERE announced = 1 AND "
-                   "card <> '' AND comparison.device IS NULL LIMIT 1");
+    Statement find(
+        database_,
+        "SELECT 1 FROM member JOIN device ON device.member = member.name LEFT JOIN comparison ON "
+        "comparison.folder_id = member.folder_id AND comparison.device = device.id WHERE announced = 1 AND "
+        "card <> '' AND comparison.device IS NULL LIMIT 1");
     if (!find.Step())
         return;
     find.Reset();
     Statement(database_,
-              "INSERT OR IGNORE INTO comparison (folder_id, device, since) SELECT member.folder_id, device.id, ? FROM "
+              "INSERT OR IGNORE INTO comparison (folder_id, device, since) SELECT member.folder_id, "
+              "device.id, ? FROM "
               "member JOIN device ON device.member = member.name WHERE announced = 1 AND card <> ''")
         .Bind(1, TimeNumber(now))
         .Run();
@@ -54,14 +57,15 @@ void ComparisonRecords::NotePairs(std::uint64_t now)
 std::vector<ComparisonRecord> ComparisonRecords::All(std::uint64_t now)
 {
     NotePairs(now);
-    Statement select(database_,
-                     "SELECT share.folder_id, share.name, device.id, device.member, since, wanted, opened, equal, "
-                     "differed, tries, items, (SELECT count(*) FROM delivery WHERE delivery.device = device.id) FROM "
-                     "comparison JOIN share USING (folder_id) JOIN device ON device.id = comparison.device JOIN member "
-                     "ON member.folder_id = share.folder_id AND member.name = device.member WHERE EXISTS (SELECT 1 FROM "
-                     "folder_device JOIN folder USING (founding) WHERE folder.folder_id = share.folder_id AND state = 1 "
-                     "AND folder_device.device = device.id AND is_in = 1 AND has = 1 AND told = 1) ORDER BY share.name, "
-                     "device.member, device.id");
+    Statement select(
+        database_,
+        "SELECT share.folder_id, share.name, device.id, device.member, since, wanted, opened, equal, "
+        "differed, tries, items, (SELECT count(*) FROM delivery WHERE delivery.device = device.id) FROM "
+        "comparison JOIN share USING (folder_id) JOIN device ON device.id = comparison.device JOIN member "
+        "ON member.folder_id = share.folder_id AND member.name = device.member WHERE EXISTS (SELECT 1 FROM "
+        "folder_device JOIN folder USING (founding) WHERE folder.folder_id = share.folder_id AND state = 1 "
+        "AND folder_device.device = device.id AND is_in = 1 AND has = 1 AND told = 1) ORDER BY share.name, "
+        "device.member, device.id");
     std::vector<ComparisonRecord> records;
     while (select.Step()) {
         ComparisonRecord record;
@@ -86,7 +90,8 @@ void ComparisonRecords::Want(const std::string& folderId, const std::string& dev
 {
     NotePairs(now);
     Statement(database_,
-              "UPDATE comparison SET wanted = 1, tries = 0 WHERE (?1 = '' OR folder_id = ?1) AND (?2 = '' OR device = "
+              "UPDATE comparison SET wanted = 1, tries = 0 WHERE (?1 = '' OR folder_id = ?1) AND (?2 = '' OR "
+              "device = "
               "?2)")
         .Bind(1, folderId)
         .Bind(2, device)
@@ -118,7 +123,8 @@ void ComparisonRecords::NoteDiffered(const std::string& folderId, const std::str
 {
     NotePairs(now);
     Statement(database_,
-              "UPDATE comparison SET differed = ?3, items = ?4, wanted = 1, tries = tries + 1 WHERE folder_id = ?1 AND "
+              "UPDATE comparison SET differed = ?3, items = ?4, wanted = 1, tries = tries + 1 WHERE "
+              "folder_id = ?1 AND "
               "device = ?2")
         .Bind(1, folderId)
         .Bind(2, device)

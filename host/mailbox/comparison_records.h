@@ -1,5 +1,5 @@
-// host/mailbox/comparison_records.h: when each shared folder was compared with that of each other device, and what
-// came of it; in host.db.
+// host/mailbox/comparison_records.h: when each shared folder was compared with that of each other device, and
+// what came of it; in host.db.
 #ifndef QUORVANE_HOST_MAILBOX_COMPARISON_RECORDS_H_
 #define QUORVANE_HOST_MAILBOX_COMPARISON_RECORDS_H_
 
@@ -22,9 +22,9 @@ struct ComparisonRecord {
     std::uint64_t opened = 0;  // the last comparison that was begun here
     std::uint64_t equal = 0;
     std::uint64_t differed = 0;
-    std::int64_t tries = 0;          // comparisons in a row that differed
-    std::vector<std::string> items;  // in which they differed last; the first of them, if there were many
-    std::size_t count = 0;           // how many
+    std::int64_t tries = 0;           // comparisons in a row that differed
+    std::vector<std::string> items;   // in which they differed last; the first of them, if there were many
+    std::size_t count = 0;            // how many
     std::int64_t unacknowledged = 0;  // packages for the device
 
     // Since they last differed they were found equal.
@@ -40,14 +40,15 @@ public:
 
     // All pairs; those that are new are noted as of now.
     std::vector<ComparisonRecord> All(std::uint64_t now);
-    // Asks for comparisons: of one folder, or for an empty one of all; with one device, or for an empty one all.
+    // Asks for comparisons: of one folder, or for an empty one of all; with one device, or for an empty one
+    // all.
     void Want(const std::string& folderId, const std::string& device, std::uint64_t now);
 
     void NoteOpened(const std::string& folderId, const std::string& device, std::uint64_t now);
     void NoteEqual(const std::string& folderId, const std::string& device, std::uint64_t now);
     // They are compared once more when what differed was sent.
-    void NoteDiffered(const std::string& folderId, const std::string& device, const std::vector<std::string>& items,
-                      std::uint64_t now);
+    void NoteDiffered(const std::string& folderId, const std::string& device,
+                      const std::vector<std::string>& items, std::uint64_t now);
 
 private:
     void NotePairs(std::uint64_t now);

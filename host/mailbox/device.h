@@ -1,4 +1,5 @@
-// host/mailbox/device.h: the keys of a mailbox's device, in a file of the mailbox that its owner alone may read.
+// host/mailbox/device.h: the keys of a mailbox's device, in a file of the mailbox that its owner alone may
+// read.
 #ifndef QUORVANE_HOST_MAILBOX_DEVICE_H_
 #define QUORVANE_HOST_MAILBOX_DEVICE_H_
 
@@ -8,8 +9,8 @@
 
 namespace quorvane::host {
 
-// Draws the keys of a mailbox that has none, writes them to `keyFile`, and notes the device and its first epoch in
-// the mailbox's records. Called within a transaction. Throws a HostError.
+// Draws the keys of a mailbox that has none, writes them to `keyFile`, and notes the device and its first
+// epoch in the mailbox's records. Called within a transaction. Throws a HostError.
 void DrawDeviceKeys(const std::filesystem::path& keyFile, Database& records);
 
 // Throws a HostError when they aren't there, or aren't those of the device that the records name.

@@ -1,11 +1,12 @@
-// host/mailbox/item_text.h: the text that the program sends along with an item: what is known of its versions.
+// host/mailbox/item_text.h: the text that the program sends along with an item: what is known of its
+// versions.
 //
 // An item's CustomInfo is a free text of the host. The program writes one JSON value into it:
 //
 //     {"heads": "0100...", "member": "alice"}
 //
-// heads: ItemHeads as bytes, in hexadecimal; member: who made what the item shows, as far as the sender knows.
-// Former versions of the program wrote {"stamp": 134070000000000000, "member": "alice"}.
+// heads: ItemHeads as bytes, in hexadecimal; member: who made what the item shows, as far as the sender
+// knows. Former versions of the program wrote {"stamp": 134070000000000000, "member": "alice"}.
 #ifndef QUORVANE_HOST_MAILBOX_ITEM_TEXT_H_
 #define QUORVANE_HOST_MAILBOX_ITEM_TEXT_H_
 
@@ -28,8 +29,8 @@ std::string FormatItem(const ItemRecord& record);
 // Nothing when it isn't one. isDeletion: of a former version's text, whether the item is deleted with it.
 std::optional<ItemText> ParseItem(std::string_view text, bool isDeletion);
 
-// What is known of an item of which a former version of the program noted so much: nobody's in particular, and the
-// same on all devices.
+// What is known of an item of which a former version of the program noted so much: nobody's in particular,
+// and the same on all devices.
 exchange::ItemHeads FormerHeads(const ItemVersion& version, bool isDeletion);
 
 // Heads in hexadecimal, and back; nothing when they aren't that.

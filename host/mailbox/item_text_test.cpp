@@ -40,11 +40,13 @@ TEST(ItemTextTest, ATextThatIsNoneIsRefused)
           R"({"heads":")" + heads + R"(00","member":"a"})", std::string(R"({"heads":"0000","member":"a"})"),
           std::string(R"({"heads":1,"member":"a"})"), std::string(R"({"heads":"","member":"a"})"),
           std::string(R"({"stamp":-1,"member":"a"})"), std::string(R"({"stamp":1.5,"member":"a"})"),
-          std::string(R"({"stamp":9223372036854775807,"member":"a"})"), std::string(R"({"stamp":1,"member":"a/b"})")})
+          std::string(R"({"stamp":9223372036854775807,"member":"a"})"),
+          std::string(R"({"stamp":1,"member":"a/b"})")})
         EXPECT_FALSE(ParseItem(text, false)) << text;
 }
 
-// All devices come to the same heads of what a former version of the program wrote, and the later one is shown.
+// All devices come to the same heads of what a former version of the program wrote, and the later one is
+// shown.
 TEST(ItemTextTest, AFormerVersionsTextGivesHeadsOfWhichTheLaterAreShown)
 {
     const auto first = ParseItem(R"({"stamp": 100, "member": "bob"})", false);

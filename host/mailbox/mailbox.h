@@ -54,7 +54,8 @@ public:
     // A connection of the caller's to the sharing database. Throws a HostError.
     Database OpenSharingDatabase() const;
 
-    // Keeps other runs of this mailbox out for as long as the result lives. Throws a HostError when one is under way.
+    // Keeps other runs of this mailbox out for as long as the result lives. Throws a HostError when one is
+    // under way.
     std::unique_ptr<FileLock> LockForRun() const;
     // Whether a run of this mailbox is under way.
     bool IsInRun() const;

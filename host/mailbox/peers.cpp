@@ -14,7 +14,8 @@ namespace quorvane::host {
 namespace {
 
 constexpr char kSelectPeer[] =
-    "SELECT id, member, card, how, pinned, heard, sent, acked, acks_serial, remade, epoch, applied, over, gap_first, "
+    "SELECT id, member, card, how, pinned, heard, sent, acked, acks_serial, remade, epoch, applied, over, "
+    "gap_first, "
     "gap_last, gap_since, asked, introducer FROM device ";
 
 std::uint64_t Count(const Statement& row, int column)
@@ -214,7 +215,9 @@ std::vector<Peer> Peers::OfMember(const std::string& member)
 
 std::set<std::string> Peers::AwaitedMembers()
 {
-    Statement select(database_, "SELECT DISTINCT name FROM wish WHERE name NOT IN (SELECT member FROM device WHERE introducer = '')");
+    Statement select(
+        database_,
+        "SELECT DISTINCT name FROM wish WHERE name NOT IN (SELECT member FROM device WHERE introducer = '')");
     std::set<std::string> names;
     while (select.Step())
         names.insert(select.Text(0));
@@ -227,9 +230,10 @@ void Peers::OweAll(const std::string& member, bool announced)
     Statement(database_, "DELETE FROM given WHERE resend IN (SELECT number FROM resend WHERE member = ?)")
         .Bind(1, member)
         .Run();
-    Statement(database_,
-              "INSERT OR REPLACE INTO resend (folder_id, member, scope, since) SELECT folder_id, name, ?, 0 FROM "
-              "member WHERE name = ? AND announced >= ?")
+    Statement(
+        database_,
+        "INSERT OR REPLACE INTO resend (folder_id, member, scope, since) SELECT folder_id, name, ?, 0 FROM "
+        "member WHERE name = ? AND announced >= ?")
         .Bind(1, std::int64_t{static_cast<int>(ResendScope::kAgain)})
         .Bind(2, member)
         .Bind(3, std::int64_t{announced})
@@ -247,16 +251,18 @@ void Peers::Pin(const exchange::Card& card, const std::string& bytes, const std:
     const bool isOneMore = std::any_of(others.begin(), others.end(), [&](const Peer& peer) {
         return peer.id != card.Id() && peer.IsPinnedByUser();
     });
-    // Where members of folders said otherwise, they were wrong, and what went to that device didn't reach him.
+    // Where members of folders said otherwise, they were wrong, and what went to that device didn't reach
+    // him.
     bool wasElsewhere = false;
     for (const Peer& peer : others)
         if (peer.id != card.Id() && !peer.IsPinnedByUser()) {
             Forget(exchange::TextOf(peer.id));
             wasElsewhere = true;
         }
-    Statement(database_,
-              "INSERT INTO device (id, member, card, how, pinned) VALUES (?1, ?2, ?3, ?4, ?5) ON CONFLICT(id) DO "
-              "UPDATE SET member = ?2, card = ?3, introducer = '', how = ?4, pinned = ?5")
+    Statement(
+        database_,
+        "INSERT INTO device (id, member, card, how, pinned) VALUES (?1, ?2, ?3, ?4, ?5) ON CONFLICT(id) DO "
+        "UPDATE SET member = ?2, card = ?3, introducer = '', how = ?4, pinned = ?5")
         .Bind(1, id)
         .Bind(2, member)
         .Bind(3, HexOfCard(bytes))
@@ -276,7 +282,9 @@ void Peers::Pin(const exchange::Card& card, const std::string& bytes, const std:
 // Devices of his that aren't members' of his folders yet are to be.
 void Peers::WishAgain(const std::string& member)
 {
-    Statement(database_, "INSERT OR IGNORE INTO wish (folder_id, name) SELECT folder_id, name FROM member WHERE name = ?")
+    Statement(
+        database_,
+        "INSERT OR IGNORE INTO wish (folder_id, name) SELECT folder_id, name FROM member WHERE name = ?")
         .Bind(1, member)
         .Run();
 }
@@ -284,7 +292,9 @@ void Peers::WishAgain(const std::string& member)
 // What a device was told of folders didn't reach it.
 void Peers::TellAgain(const std::string& device)
 {
-    Statement(database_, "UPDATE folder_device SET due = 1, told = 0 WHERE device = ? AND told = 1").Bind(1, device).Run();
+    Statement(database_, "UPDATE folder_device SET due = 1, told = 0 WHERE device = ? AND told = 1")
+        .Bind(1, device)
+        .Run();
 }
 
 void Peers::Forget(const std::string& device)
@@ -301,7 +311,9 @@ void Peers::Drop(const exchange::DeviceId& id)
         return;
     Transaction transaction(database_);
     Forget(exchange::TextOf(id));
-    Statement(database_, "INSERT OR IGNORE INTO dropped (device) VALUES (?)").Bind(1, exchange::TextOf(id)).Run();
+    Statement(database_, "INSERT OR IGNORE INTO dropped (device) VALUES (?)")
+        .Bind(1, exchange::TextOf(id))
+        .Run();
     if (OfMember(peer->member).empty()) {
         OweAll(peer->member, false);
         WishAgain(peer->member);
@@ -320,9 +332,10 @@ void Peers::NoteCard(const exchange::Card& card, const std::string& bytes)
 
 std::vector<exchange::Receiver> Peers::ReceiversOf(std::uint64_t sequence)
 {
-    Statement select(database_,
-                     "SELECT device, previous, card FROM delivery JOIN device ON id = device WHERE sequence = ? "
-                     "ORDER BY device");
+    Statement select(
+        database_,
+        "SELECT device, previous, card FROM delivery JOIN device ON id = device WHERE sequence = ? "
+        "ORDER BY device");
     select.Bind(1, Signed(sequence));
     std::vector<exchange::Receiver> receivers;
     while (select.Step()) {
@@ -394,7 +407,9 @@ void Peers::NoteApplied(const exchange::DeviceId& id, const exchange::ForUs& pac
     const std::string text = exchange::TextOf(id);
     Transaction transaction(database_);
     if (hasBegunAnew)
-        Statement(database_, "UPDATE comparison SET wanted = 1, tries = 0 WHERE device = ?").Bind(1, text).Run();
+        Statement(database_, "UPDATE comparison SET wanted = 1, tries = 0 WHERE device = ?")
+            .Bind(1, text)
+            .Run();
     Statement(database_, "UPDATE device SET epoch = ?, applied = ?, over = ?, heard = ? WHERE id = ?")
         .Bind(1, TextOfEpoch(peer->order.epoch))
         .Bind(2, Signed(peer->order.applied))
@@ -411,7 +426,8 @@ void Peers::NoteApplied(const exchange::DeviceId& id, const exchange::ForUs& pac
 
 void Peers::NoteGap(const Peer& peer)
 {
-    Statement(database_, "UPDATE device SET gap_first = ?, gap_last = ?, gap_since = ?, asked = ? WHERE id = ?")
+    Statement(database_,
+              "UPDATE device SET gap_first = ?, gap_last = ?, gap_since = ?, asked = ? WHERE id = ?")
         .Bind(1, Signed(peer.missing ? peer.missing->first : 0))
         .Bind(2, Signed(peer.missing ? peer.missing->last : 0))
         .Bind(3, peer.gap.since)

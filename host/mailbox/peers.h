@@ -1,6 +1,6 @@
-// host/mailbox/peers.h: the devices of other members that this mailbox knows, and how far packages to them and from them
-// are; in host.db (docs/mailbox.md). What a device is pinned to is the user's word, or that of a member of a folder
-// that both share; what its card says of itself counts for nothing else than its keys.
+// host/mailbox/peers.h: the devices of other members that this mailbox knows, and how far packages to them
+// and from them are; in host.db (docs/mailbox.md). What a device is pinned to is the user's word, or that of
+// a member of a folder that both share; what its card says of itself counts for nothing else than its keys.
 #ifndef QUORVANE_HOST_MAILBOX_PEERS_H_
 #define QUORVANE_HOST_MAILBOX_PEERS_H_
 
@@ -71,7 +71,8 @@ struct Delivery {
     bool isLaid = false;
 };
 
-// For one thread. Methods throw a HostError when the database fails; what they note is on the disk when they return.
+// For one thread. Methods throw a HostError when the database fails; what they note is on the disk when they
+// return.
 class Peers {
 public:
     explicit Peers(const std::string& path);
@@ -84,8 +85,8 @@ public:
     // A number that is greater than any that was given, in earlier lives of the mailbox too.
     std::uint64_t NextAcksSerial();
     std::uint64_t LastAcksSerial();
-    // The mailbox is behind what it did itself, as far as its number `sequence`: another epoch begins, and all
-    // members are owed everything.
+    // The mailbox is behind what it did itself, as far as its number `sequence`: another epoch begins, and
+    // all members are owed everything.
     void BeginEpoch(const exchange::Epoch& epoch, std::uint64_t sequence);
     // The next package gets a greater number than this.
     void CountOnFrom(std::uint64_t sequence);
@@ -96,12 +97,12 @@ public:
     // Members of folders without a device that the user has pinned to them.
     std::set<std::string> AwaitedMembers();
 
-    // The user says whose device this is. One more device of a member who has folders already is to be let into all of
-    // them.
-    // Throws a HostError when there are too many.
-    void Pin(const exchange::Card& card, const std::string& bytes, const std::string& member, const std::string& how);
-    // Forgets a device, whatever members of folders say of it. A member without any waits for one, and is then sent
-    // everything.
+    // The user says whose device this is. One more device of a member who has folders already is to be let
+    // into all of them. Throws a HostError when there are too many.
+    void Pin(const exchange::Card& card, const std::string& bytes, const std::string& member,
+             const std::string& how);
+    // Forgets a device, whatever members of folders say of it. A member without any waits for one, and is
+    // then sent everything.
     void Drop(const exchange::DeviceId& id);
     // The card of a known device was found.
     void NoteCard(const exchange::Card& card, const std::string& bytes);

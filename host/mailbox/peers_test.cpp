@@ -159,19 +159,21 @@ TEST(DeviceTest, AnOldMailboxDrawsItsKeysWhenItIsOpenedAndKeepsThem)
     const std::filesystem::path keyFile = Mailbox::Create(place, "alice").KeyPath();
     std::filesystem::remove(keyFile);
     Database((directory / "alice" / "host.db").string(), Database::Mode::kOpen)
-        .Execute("PRAGMA user_version = 2;"
-                 "DROP TABLE membership; DROP TABLE folder_device; DROP TABLE folder; DROP TABLE wish; DROP TABLE dropped;"
-                 "DROP TABLE former; DROP TABLE refusal; ALTER TABLE outgoing DROP COLUMN kind;"
-                 "ALTER TABLE member ADD COLUMN told; ALTER TABLE member ADD COLUMN due;"
-                 "DROP TABLE device; DROP TABLE incoming; DROP TABLE stranger; DROP TABLE delivery;"
-                 "CREATE TABLE delivery (a); CREATE TABLE sequence (a); CREATE TABLE received (a);"
-                 "ALTER TABLE outgoing DROP COLUMN sequence; ALTER TABLE outgoing DROP COLUMN laid;"
-                 "ALTER TABLE mailbox DROP COLUMN device; ALTER TABLE mailbox DROP COLUMN epoch;"
-                 "ALTER TABLE mailbox DROP COLUMN sequence; ALTER TABLE mailbox DROP COLUMN acks_serial;"
-                 "ALTER TABLE mailbox DROP COLUMN exchange; ALTER TABLE mailbox DROP COLUMN trash_days;"
-                 "DROP TABLE trash; DROP TABLE comparison; DROP INDEX item_beaten; DROP INDEX item_pending;"
-                 "ALTER TABLE item DROP COLUMN heads; ALTER TABLE item DROP COLUMN whole;"
-                 "ALTER TABLE item DROP COLUMN pending; ALTER TABLE item DROP COLUMN beaten;");
+        .Execute(
+            "PRAGMA user_version = 2;"
+            "DROP TABLE membership; DROP TABLE folder_device; DROP TABLE folder; DROP TABLE wish; DROP TABLE "
+            "dropped;"
+            "DROP TABLE former; DROP TABLE refusal; ALTER TABLE outgoing DROP COLUMN kind;"
+            "ALTER TABLE member ADD COLUMN told; ALTER TABLE member ADD COLUMN due;"
+            "DROP TABLE device; DROP TABLE incoming; DROP TABLE stranger; DROP TABLE delivery;"
+            "CREATE TABLE delivery (a); CREATE TABLE sequence (a); CREATE TABLE received (a);"
+            "ALTER TABLE outgoing DROP COLUMN sequence; ALTER TABLE outgoing DROP COLUMN laid;"
+            "ALTER TABLE mailbox DROP COLUMN device; ALTER TABLE mailbox DROP COLUMN epoch;"
+            "ALTER TABLE mailbox DROP COLUMN sequence; ALTER TABLE mailbox DROP COLUMN acks_serial;"
+            "ALTER TABLE mailbox DROP COLUMN exchange; ALTER TABLE mailbox DROP COLUMN trash_days;"
+            "DROP TABLE trash; DROP TABLE comparison; DROP INDEX item_beaten; DROP INDEX item_pending;"
+            "ALTER TABLE item DROP COLUMN heads; ALTER TABLE item DROP COLUMN whole;"
+            "ALTER TABLE item DROP COLUMN pending; ALTER TABLE item DROP COLUMN beaten;");
 
     const Mailbox opened = Mailbox::Open(place);
 

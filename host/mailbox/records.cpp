@@ -13,8 +13,9 @@ namespace quorvane::host {
 namespace {
 
 // Whether a row of `device` is one that what happens in the folder ?1 may be sealed to.
-#define QV_SHARES_THE_FOLDER                                                                                    \
-    "card <> '' AND EXISTS (SELECT 1 FROM folder_device JOIN folder USING (founding) WHERE folder.folder_id = ?1 " \
+#define QV_SHARES_THE_FOLDER                                                                 \
+    "card <> '' AND EXISTS (SELECT 1 FROM folder_device JOIN folder USING (founding) WHERE " \
+    "folder.folder_id = ?1 "                                                                 \
     "AND state = 1 AND folder_device.device = device.id AND is_in = 1 AND has = 1 AND told = 1)"
 
 Share ReadShare(const Statement& row)
@@ -30,7 +31,8 @@ std::optional<Share> FindOneShare(Database& database, const char* sql, const std
     return ReadShare(select);
 }
 
-#define QV_SELECT_ITEM "SELECT id, folder_id, stamp, member, deleted, modified, heads, whole, pending FROM item"
+#define QV_SELECT_ITEM \
+    "SELECT id, folder_id, stamp, member, deleted, modified, heads, whole, pending FROM item"
 
 ItemRecord ReadItemRecord(const Statement& row)
 {
@@ -87,8 +89,8 @@ std::vector<ResendRecord> ReadResends(Statement&& select)
     while (select.Step())
         resends.push_back({select.Number(0), select.Text(1), select.Text(2),
                            static_cast<ResendScope>(select.Number(3)),
-                           static_cast<std::uint64_t>(select.Number(4)), select.Number(5) != 0, select.Number(6),
-                           select.Number(7), select.Number(8)});
+                           static_cast<std::uint64_t>(select.Number(4)), select.Number(5) != 0,
+                           select.Number(6), select.Number(7), select.Number(8)});
     return resends;
 }
 
@@ -130,9 +132,11 @@ void PutResend(Database& database, ResendRecord wanted)
         .Run();
 }
 
-std::vector<std::string> ReachableDevices(Database& database, const std::string& folderId, const std::string& member)
+std::vector<std::string> ReachableDevices(Database& database, const std::string& folderId,
+                                          const std::string& member)
 {
-    Statement select(database, "SELECT id FROM device WHERE member = ?2 AND " QV_SHARES_THE_FOLDER " ORDER BY id");
+    Statement select(database,
+                     "SELECT id FROM device WHERE member = ?2 AND " QV_SHARES_THE_FOLDER " ORDER BY id");
     return ReadNames(select.Bind(1, folderId).Bind(2, member));
 }
 
@@ -213,7 +217,9 @@ std::uint64_t NumberPackage(Database& database, const std::vector<std::string>& 
     if (!select.Step())
         Fail("number a package of", database.Path(), "the mailbox's own row is missing");
     const std::int64_t sequence = select.Number(0);
-    Statement note(database, "INSERT INTO delivery (sequence, device, previous) SELECT ?, id, sent FROM device WHERE id = ?");
+    Statement note(
+        database,
+        "INSERT INTO delivery (sequence, device, previous) SELECT ?, id, sent FROM device WHERE id = ?");
     Statement raise(database, "UPDATE device SET sent = ? WHERE id = ?");
     for (const std::string& device : devices) {
         note.Bind(1, sequence).Bind(2, device).Run();
@@ -341,7 +347,8 @@ void Records::PutItem(const ItemRecord& item)
 void Records::WriteItem(const ItemRecord& item)
 {
     Statement(database_,
-              "INSERT OR REPLACE INTO item (id, folder_id, stamp, member, deleted, modified, heads, whole, pending, "
+              "INSERT OR REPLACE INTO item (id, folder_id, stamp, member, deleted, modified, heads, whole, "
+              "pending, "
               "beaten) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?)")
         .Bind(1, item.id)
         .Bind(2, item.folderId)
@@ -384,8 +391,9 @@ Records::Changer Records::OwnChanger()
 std::string Records::MemberOf(const exchange::DeviceId& device)
 {
     const std::lock_guard lock(mutex_);
-    Statement select(database_,
-                     "SELECT name FROM mailbox WHERE device = ?1 UNION ALL SELECT member FROM device WHERE id = ?1");
+    Statement select(
+        database_,
+        "SELECT name FROM mailbox WHERE device = ?1 UNION ALL SELECT member FROM device WHERE id = ?1");
     return select.Bind(1, exchange::TextOf(device)).Step() ? select.Text(0) : std::string();
 }
 
@@ -404,8 +412,9 @@ std::int64_t Records::AddOutgoing(const std::string& path, const std::string& re
 std::vector<OutgoingPackage> Records::Outgoing()
 {
     const std::lock_guard lock(mutex_);
-    Statement select(database_,
-                     "SELECT number, path, recipients, planned, sequence, laid, kind FROM outgoing ORDER BY number");
+    Statement select(
+        database_,
+        "SELECT number, path, recipients, planned, sequence, laid, kind FROM outgoing ORDER BY number");
     std::vector<OutgoingPackage> packages;
     while (select.Step())
         packages.push_back({select.Number(0), select.Text(1), select.Text(2), select.Number(3) != 0,
@@ -539,21 +548,24 @@ bool Records::OthersHave(const ResendRecord& resend, const std::string& item)
         database_,
         "SELECT 1 FROM member WHERE folder_id = ?1 AND name <> ?2 AND announced = 1 AND NOT EXISTS "
         "(SELECT 1 FROM resend WHERE resend.folder_id = ?1 AND resend.member = member.name AND scope = 1 AND "
-        "since = 0 AND cancelled = 0 AND NOT EXISTS (SELECT 1 FROM given WHERE resend = number AND item = ?3))");
+        "since = 0 AND cancelled = 0 AND NOT EXISTS (SELECT 1 FROM given WHERE resend = number AND item = "
+        "?3))");
     return select.Bind(1, resend.folderId).Bind(2, resend.member).Bind(3, item).Step();
 }
 
 std::vector<std::string> Records::DeletedBy(const std::string& folderId, const std::string& member)
 {
     const std::lock_guard lock(mutex_);
-    Statement select(database_, "SELECT id FROM item WHERE folder_id = ?1 AND deleted = 1 AND (?2 = '' OR member = ?2)");
+    Statement select(database_,
+                     "SELECT id FROM item WHERE folder_id = ?1 AND deleted = 1 AND (?2 = '' OR member = ?2)");
     return ReadNames(select.Bind(1, folderId).Bind(2, member));
 }
 
 void Records::PutUnsent(const UnsentItem& item)
 {
     const Durable durable(*this);
-    Statement(database_, "INSERT OR REPLACE INTO unsent (item, folder_id, subject, reason) VALUES (?, ?, ?, ?)")
+    Statement(database_,
+              "INSERT OR REPLACE INTO unsent (item, folder_id, subject, reason) VALUES (?, ?, ?, ?)")
         .Bind(1, item.id)
         .Bind(2, item.folderId)
         .Bind(3, item.subject)

@@ -1,5 +1,5 @@
-// host/mailbox/records.h: what the program itself remembers of a mailbox, in host.db. docs/mailbox.md tells the
-// tables.
+// host/mailbox/records.h: what the program itself remembers of a mailbox, in host.db. docs/mailbox.md tells
+// the tables.
 #ifndef QUORVANE_HOST_MAILBOX_RECORDS_H_
 #define QUORVANE_HOST_MAILBOX_RECORDS_H_
 
@@ -37,10 +37,10 @@ struct ItemRecord {
     std::string folderId;
     ItemVersion version;
     bool deleted = false;
-    std::uint64_t modified = 0;  // the message's exact modification time in that version; 0 when unknown
+    std::uint64_t modified = 0;   // the message's exact modification time in that version; 0 when unknown
     exchange::ItemHeads heads{};  // empty of one that a former version of the program noted
-    bool isWhole = true;         // what it shows is here
-    bool isPending = false;      // no package holds what was changed here
+    bool isWhole = true;          // what it shows is here
+    bool isPending = false;       // no package holds what was changed here
 };
 
 // A storage file on its way out.
@@ -101,9 +101,9 @@ inline constexpr std::int64_t kMostKnownDevices = 1000;
 
 // All methods throw a HostError when the database fails. Any thread.
 //
-// What others rely on (shares, packages, sequence numbers, deletions that were made here) is on the disk when a method
-// returns. What else is noted of items outlives the process, and may be lost with the power: such an item is then sent
-// once more.
+// What others rely on (shares, packages, sequence numbers, deletions that were made here) is on the disk when
+// a method returns. What else is noted of items outlives the process, and may be lost with the power: such an
+// item is then sent once more.
 class Records {
 public:
     explicit Records(const std::string& path);
@@ -131,8 +131,8 @@ public:
     void SetModified(const std::string& id, std::uint64_t modified);
     // Those with edits that are beaten by others that hadn't seen them.
     std::vector<ItemRecord> ItemsInConflict();
-    // Those that were changed or deleted here, are whole if they aren't deleted, and that no package for all members
-    // holds.
+    // Those that were changed or deleted here, are whole if they aren't deleted, and that no package for all
+    // members holds.
     std::vector<std::string> PendingItems(const std::string& folderId);
     // All that is known of a folder, deleted ones included, by rising id.
     std::vector<ItemRecord> AllItemsOf(const std::string& folderId);
@@ -143,47 +143,52 @@ public:
         exchange::DeviceId device;
     };
     Changer OwnChanger();
-    // The member that a device is known to be of, this mailbox's own name included; empty when it isn't known.
+    // The member that a device is known to be of, this mailbox's own name included; empty when it isn't
+    // known.
     std::string MemberOf(const exchange::DeviceId& device);
 
-    // Whether packages of the folder can be sealed to a member: a device of his is a member's of the folder, has told
-    // that it has it, was told the same, and its card is known.
+    // Whether packages of the folder can be sealed to a member: a device of his is a member's of the folder,
+    // has told that it has it, was told the same, and its card is known.
     bool IsReachable(const std::string& folderId, const std::string& member);
     // The same of one device.
     bool MayGet(const std::string& folderId, const std::string& device);
     // Forgets what is known of an item.
     void ForgetItem(const std::string& id);
 
-    // Packages out. A package is noted before the engine forgets it and forgotten when it lies in the exchange.
+    // Packages out. A package is noted before the engine forgets it and forgotten when it lies in the
+    // exchange.
     std::int64_t AddOutgoing(const std::string& path, const std::string& recipients);
     std::vector<OutgoingPackage> Outgoing();
     // Gives a package its number, fixes the devices that it is for, and brings the records up to what their
-    // members get by it. A member without a known device is owed what was made here instead. The first call counts.
+    // members get by it. A member without a known device is owed what was made here instead. The first call
+    // counts.
     void PlanPackage(std::int64_t package, const PackagePlan& plan);
     bool IsPlanned(std::int64_t package);
     // From here on its file isn't needed any more.
     void NoteLaid(std::int64_t package);
     void FinishOutgoing(std::int64_t package);
 
-    // What members are yet to get of a folder. One request a member and folder: a later one takes the place of an
-    // earlier.
+    // What members are yet to get of a folder. One request a member and folder: a later one takes the place
+    // of an earlier.
     //
-    // `everything` without a date, and a member whom nothing was given yet: begins anew. Otherwise what was given by
-    // the request before isn't given again.
+    // `everything` without a date, and a member whom nothing was given yet: begins anew. Otherwise what was
+    // given by the request before isn't given again.
     void AddResend(const std::string& folderId, const std::string& member, ResendScope scope,
                    std::uint64_t since);
     std::vector<ResendRecord> Resends();
     std::optional<ResendRecord> FindResend(const std::string& folderId, const std::string& member);
     std::optional<ResendRecord> FindResend(std::int64_t number);
-    void SetResendProgress(std::int64_t number, std::int64_t done, std::int64_t total, std::int64_t perSecond);
-    // Ends those that are under way or wait, of one folder and to one member where these aren't empty. What was given
-    // stays noted. Gives how many there were.
+    void SetResendProgress(std::int64_t number, std::int64_t done, std::int64_t total,
+                           std::int64_t perSecond);
+    // Ends those that are under way or wait, of one folder and to one member where these aren't empty. What
+    // was given stays noted. Gives how many there were.
     int CancelResends(const std::string& folderId, const std::string& member);
     void FinishResend(std::int64_t number);
     std::int64_t CountGiven(std::int64_t resend);
     // Whether a package for its member holds the item already.
     bool IsGiven(std::int64_t resend, const std::string& item);
-    // Whether any other member of the folder has the item, or had: one for whom no request is open that will give it.
+    // Whether any other member of the folder has the item, or had: one for whom no request is open that will
+    // give it.
     bool OthersHave(const ResendRecord& resend, const std::string& item);
     // Deletions in a folder that `member` made; for an empty name all.
     std::vector<std::string> DeletedBy(const std::string& folderId, const std::string& member);
@@ -201,7 +206,8 @@ private:
     Database database_;
 };
 
-// Gives a package for these devices its number; 0 when it is for none. Within a transaction. Throws a HostError.
+// Gives a package for these devices its number; 0 when it is for none. Within a transaction. Throws a
+// HostError.
 std::uint64_t NumberPackage(Database& database, const std::vector<std::string>& devices);
 
 }  // namespace quorvane::host

@@ -42,8 +42,8 @@ CREATE TABLE sequence (member TEXT PRIMARY KEY, last INTEGER NOT NULL);
 CREATE TABLE received (sender TEXT PRIMARY KEY, last INTEGER NOT NULL);
 )sql";
 
-// From version 1 on: `told` is of how many members, this mailbox included, a member knows; `due` that it is to be
-// told of the others.
+// From version 1 on: `told` is of how many members, this mailbox included, a member knows; `due` that it is
+// to be told of the others.
 constexpr char kUpgradeFrom1[] = R"sql(
 ALTER TABLE member ADD COLUMN told INTEGER NOT NULL DEFAULT 0;
 ALTER TABLE member ADD COLUMN due INTEGER NOT NULL DEFAULT 0;
@@ -72,8 +72,8 @@ CREATE TABLE unsent (
 INSERT INTO resend (folder_id, member, scope, since) SELECT folder_id, name, 1, 0 FROM member WHERE announced = 0;
 )sql";
 
-// From version 2 on: members have devices (peers.h). What lay in the exchange in clear isn't read any more, so all
-// members are sent their folders once more. A package that was taken is planned anew.
+// From version 2 on: members have devices (peers.h). What lay in the exchange in clear isn't read any more,
+// so all members are sent their folders once more. A package that was taken is planned anew.
 constexpr char kUpgradeFrom2[] = R"sql(
 ALTER TABLE mailbox ADD COLUMN device TEXT NOT NULL DEFAULT '';
 ALTER TABLE mailbox ADD COLUMN epoch TEXT NOT NULL DEFAULT '';
@@ -168,9 +168,9 @@ CREATE TABLE comparison (
 CREATE INDEX item_pending ON item (folder_id) WHERE pending = 1;
 )sql";
 
-// From version 5 on: who shares a folder stands in changes that members signed (shared_folders.h). Of folders that were
-// shared before, nobody can tell who founded them: they are shared no more until one member shares his again.
-// `folder` has one row for each founding, `folder_device` those whom its members told of.
+// From version 5 on: who shares a folder stands in changes that members signed (shared_folders.h). Of folders
+// that were shared before, nobody can tell who founded them: they are shared no more until one member shares
+// his again. `folder` has one row for each founding, `folder_device` those whom its members told of.
 constexpr char kUpgradeFrom5[] = R"sql(
 CREATE TABLE folder (
     founding TEXT PRIMARY KEY,
@@ -223,7 +223,8 @@ ALTER TABLE member DROP COLUMN due;
 )sql";
 
 // Each brings the records from the version that is its place, counted from 1, to the next.
-constexpr const char* kUpgrades[] = {kUpgradeFrom1, kUpgradeFrom2, kUpgradeFrom3, kUpgradeFrom4, kUpgradeFrom5};
+constexpr const char* kUpgrades[] = {kUpgradeFrom1, kUpgradeFrom2, kUpgradeFrom3, kUpgradeFrom4,
+                                     kUpgradeFrom5};
 static_assert(std::size(kUpgrades) + 1 == Records::kVersion);
 
 }  // namespace

@@ -6,7 +6,6 @@
 
 #include <gtest/gtest.h>
 
-
 namespace quorvane::host {
 
 namespace {
@@ -26,18 +25,20 @@ protected:
             AddMember("{F}", member);
     }
 
-    // What follows from a membership (shared_folders.h): a folder that is shared here, and members who are owed all of
-    // it.
+    // What follows from a membership (shared_folders.h): a folder that is shared here, and members who are
+    // owed all of it.
     void Share(const std::string& folderId, const std::string& entryId, const std::string& name)
     {
         Database database(path_, Database::Mode::kOpen);
-        Statement(database, "INSERT INTO share (folder_id, entry_id, store_id, name) VALUES (?, ?, '00CD', ?)")
+        Statement(database,
+                  "INSERT INTO share (folder_id, entry_id, store_id, name) VALUES (?, ?, '00CD', ?)")
             .Bind(1, folderId)
             .Bind(2, entryId)
             .Bind(3, name)
             .Run();
         Statement(database,
-                  "INSERT INTO folder (founding, folder_id, state, name, inviter, since) VALUES (?1, ?1, 1, ?1, '', 0)")
+                  "INSERT INTO folder (founding, folder_id, state, name, inviter, since) VALUES (?1, ?1, 1, "
+                  "?1, '', 0)")
             .Bind(1, folderId)
             .Run();
     }
@@ -49,7 +50,8 @@ protected:
             .Bind(2, member)
             .Run();
         Statement(database,
-                  "INSERT INTO folder_device (founding, device, has, told) SELECT ?, id, 1, 1 FROM device WHERE member "
+                  "INSERT INTO folder_device (founding, device, has, told) SELECT ?, id, 1, 1 FROM device "
+                  "WHERE member "
                   "= ?")
             .Bind(1, folderId)
             .Bind(2, member)
@@ -72,7 +74,8 @@ protected:
     void Know(const std::string& member)
     {
         Database database(path_, Database::Mode::kOpen);
-        Statement(database, "INSERT OR IGNORE INTO device (id, member, card, how, pinned) VALUES (?1, ?1, '00', '', 1)")
+        Statement(database,
+                  "INSERT OR IGNORE INTO device (id, member, card, how, pinned) VALUES (?1, ?1, '00', '', 1)")
             .Bind(1, member)
             .Run();
     }
@@ -85,7 +88,8 @@ protected:
     std::vector<std::string> Delivered()
     {
         Database database(path_, Database::Mode::kOpen);
-        Statement select(database, "SELECT sequence || ' ' || device || ' after ' || previous FROM delivery ORDER BY 1");
+        Statement select(
+            database, "SELECT sequence || ' ' || device || ' after ' || previous FROM delivery ORDER BY 1");
         std::vector<std::string> lines;
         while (select.Step())
             lines.push_back(select.Text(0));
@@ -343,11 +347,14 @@ TEST_F(RecordsTest, FoldersThatWereSharedBeforeAnybodySignedForItAreSharedNoMore
     Database database(path, Database::Mode::kCreate);
     database.Execute(
         "CREATE TABLE share (folder_id TEXT PRIMARY KEY, entry_id TEXT, store_id TEXT, name TEXT);"
-        "CREATE TABLE member (folder_id TEXT, name TEXT, announced INTEGER NOT NULL, PRIMARY KEY (folder_id, name));"
+        "CREATE TABLE member (folder_id TEXT, name TEXT, announced INTEGER NOT NULL, PRIMARY KEY (folder_id, "
+        "name));"
         "CREATE TABLE mailbox (name TEXT NOT NULL, instance TEXT NOT NULL);"
-        "CREATE TABLE outgoing (number INTEGER PRIMARY KEY AUTOINCREMENT, path TEXT NOT NULL UNIQUE, recipients TEXT "
+        "CREATE TABLE outgoing (number INTEGER PRIMARY KEY AUTOINCREMENT, path TEXT NOT NULL UNIQUE, "
+        "recipients TEXT "
         "NOT NULL, planned INTEGER NOT NULL DEFAULT 0);"
-        "CREATE TABLE item (id TEXT PRIMARY KEY, folder_id TEXT NOT NULL, stamp INTEGER NOT NULL, member TEXT NOT NULL, "
+        "CREATE TABLE item (id TEXT PRIMARY KEY, folder_id TEXT NOT NULL, stamp INTEGER NOT NULL, member "
+        "TEXT NOT NULL, "
         "deleted INTEGER NOT NULL, modified INTEGER NOT NULL);"
         "INSERT INTO item VALUES ('{I}', '{F}', 100, 'bob', 0, 7);"
         "CREATE TABLE delivery (package INTEGER, member TEXT, sequence INTEGER);"

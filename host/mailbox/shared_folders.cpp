@@ -79,8 +79,9 @@ std::vector<KnownFolder> SharedFolders::Select(const char* where, const std::str
     select.Bind(1, key);
     std::vector<KnownFolder> folders;
     while (select.Step())
-        folders.push_back({select.Text(0), select.Text(1), static_cast<State>(select.Number(2)), select.Text(3),
-                           select.Text(4), select.Text(5), static_cast<std::uint64_t>(select.Number(6))});
+        folders.push_back({select.Text(0), select.Text(1), static_cast<State>(select.Number(2)),
+                           select.Text(3), select.Text(4), select.Text(5),
+                           static_cast<std::uint64_t>(select.Number(6))});
     return folders;
 }
 
@@ -124,7 +125,8 @@ void SharedFolders::Found(const Share& share)
     const std::string bytes = WriteMembershipEntry(keys_, entry);
     const std::string founding = MembershipLog::FoundingOf(bytes);
     Work work(*this);
-    Statement(database_, "INSERT OR IGNORE INTO share (folder_id, entry_id, store_id, name) VALUES (?, ?, ?, ?)")
+    Statement(database_,
+              "INSERT OR IGNORE INTO share (folder_id, entry_id, store_id, name) VALUES (?, ?, ?, ?)")
         .Bind(1, share.folderId)
         .Bind(2, share.entryId)
         .Bind(3, share.storeId)
@@ -138,9 +140,11 @@ void SharedFolders::Found(const Share& share)
 
 void SharedFolders::PutFolder(const KnownFolder& folder)
 {
-    Statement(database_,
-              "INSERT INTO folder (founding, folder_id, state, name, inviter, since) VALUES (?1, ?2, ?3, ?4, ?5, ?6) "
-              "ON CONFLICT (founding) DO UPDATE SET state = ?3, name = ?4, inviter = ?5, since = ?6, target = ''")
+    Statement(
+        database_,
+        "INSERT INTO folder (founding, folder_id, state, name, inviter, since) VALUES (?1, ?2, ?3, ?4, ?5, "
+        "?6) "
+        "ON CONFLICT (founding) DO UPDATE SET state = ?3, name = ?4, inviter = ?5, since = ?6, target = ''")
         .Bind(1, folder.founding)
         .Bind(2, folder.folderId)
         .Bind(3, std::int64_t{static_cast<int>(folder.state)})
@@ -150,12 +154,13 @@ void SharedFolders::PutFolder(const KnownFolder& folder)
         .Run();
 }
 
-// What is known of its items is looked through before it is watched; where the folder is the one of former times,
-// members are owed all of it, since nobody knows what each of them has.
+// What is known of its items is looked through before it is watched; where the folder is the one of former
+// times, members are owed all of it, since nobody knows what each of them has.
 void SharedFolders::NoteJoined(const std::string& founding, const Share& share)
 {
     Statement(database_,
-              "UPDATE folder SET fresh = 1, owes_all = EXISTS (SELECT 1 FROM former WHERE folder_id = ?2 AND entry_id = "
+              "UPDATE folder SET fresh = 1, owes_all = EXISTS (SELECT 1 FROM former WHERE folder_id = ?2 AND "
+              "entry_id = "
               "?3) WHERE founding = ?1")
         .Bind(1, founding)
         .Bind(2, share.folderId)
@@ -195,7 +200,8 @@ void SharedFolders::Settle()
 // The user's word alone says whose a device is.
 std::vector<SigningKey> SharedFolders::PinnedKeysOf(const std::string& member)
 {
-    Statement select(database_, "SELECT id, card FROM device WHERE member = ? AND introducer = '' AND card <> ''");
+    Statement select(database_,
+                     "SELECT id, card FROM device WHERE member = ? AND introducer = '' AND card <> ''");
     select.Bind(1, member);
     std::vector<SigningKey> keys;
     while (select.Step()) {
@@ -210,7 +216,9 @@ std::vector<SigningKey> SharedFolders::PinnedKeysOf(const std::string& member)
 void SharedFolders::SettleWishes()
 {
     std::vector<std::pair<std::string, std::string>> wishes;
-    Statement select(database_, "SELECT wish.folder_id, wish.name FROM wish JOIN folder USING (folder_id) WHERE state = 1");
+    Statement select(
+        database_,
+        "SELECT wish.folder_id, wish.name FROM wish JOIN folder USING (folder_id) WHERE state = 1");
     while (select.Step())
         wishes.emplace_back(select.Text(0), select.Text(1));
     for (const auto& [folderId, name] : wishes) {
@@ -252,12 +260,16 @@ std::size_t SharedFolders::Remove(const std::string& folderId, const std::string
         Fail("take '" + member + "' out of", folder.name,
              "only '" + log_.Load(folder).Changes().front().name + "', who founded it, can");
     Work work(*this);
-    Statement(database_, "DELETE FROM wish WHERE folder_id = ? AND name = ?").Bind(1, folderId).Bind(2, member).Run();
+    Statement(database_, "DELETE FROM wish WHERE folder_id = ? AND name = ?")
+        .Bind(1, folderId)
+        .Bind(2, member)
+        .Run();
     const std::vector<std::string> devices = devices_.DevicesOf(folder, member);
     const FolderMembers members = log_.Load(folder).Members();
     for (const auto& [key, one] : members)
         if (std::any_of(one.devices.begin(), one.devices.end(), [&](const SigningKey& device) {
-                return std::find(devices.begin(), devices.end(), TextOf(exchange::IdOf(device))) != devices.end();
+                return std::find(devices.begin(), devices.end(), TextOf(exchange::IdOf(device))) !=
+                       devices.end();
             }))
             log_.SignRemoval(folder, key);
     devices_.TellThoseWhoHave(folder);
@@ -288,7 +300,8 @@ void SharedFolders::Dissolve(const std::string& folderId)
 {
     const KnownFolder folder = Here(folderId);
     if (!IsFounder(folderId))
-        Fail("end the sharing of", folder.name, "only who founded it can; 'quorvane leave' takes this mailbox out");
+        Fail("end the sharing of", folder.name,
+             "only who founded it can; 'quorvane leave' takes this mailbox out");
     Work work(*this);
     devices_.TellAll(folder);
     const FolderMembers members = log_.Load(folder).Members();
@@ -341,7 +354,9 @@ void SharedFolders::Accept(const KnownFolder& invitation, const Share& share)
         .Bind(3, share.storeId)
         .Bind(4, share.name)
         .Run();
-    Statement(database_, "UPDATE folder SET state = 1, asked = inviter, asked_in = 0, name = ?, target = '' WHERE founding = ?")
+    Statement(database_,
+              "UPDATE folder SET state = 1, asked = inviter, asked_in = 0, name = ?, target = '' WHERE "
+              "founding = ?")
         .Bind(1, share.name)
         .Bind(2, invitation.founding)
         .Run();
@@ -359,7 +374,9 @@ bool SharedFolders::IsFresh(const std::string& folderId)
 
 void SharedFolders::NoteLookedThrough(const std::string& folderId)
 {
-    Statement(database_, "UPDATE folder SET fresh = 0 WHERE folder_id = ? AND state = 1").Bind(1, folderId).Run();
+    Statement(database_, "UPDATE folder SET fresh = 0 WHERE folder_id = ? AND state = 1")
+        .Bind(1, folderId)
+        .Run();
 }
 
 void SharedFolders::SetState(const KnownFolder& folder, State state)
@@ -409,14 +426,16 @@ void SharedFolders::Take(const Peer& from, const std::string& bytes)
 }
 
 // A folder that nothing is known of.
-KnownFolder SharedFolders::TakeInvitation(const Peer& from, const FolderNote& note, const std::string& founding)
+KnownFolder SharedFolders::TakeInvitation(const Peer& from, const FolderNote& note,
+                                          const std::string& founding)
 {
     Statement select(database_, "SELECT count(*) FROM folder WHERE state = 0 AND inviter = ?");
     if (select.Bind(1, TextOf(from.id)).Step() && select.Number(0) >= kMostInvitationsOfOne)
         exchange::Refuse("'" + from.member + "' has sent more invitations than are kept");
     select.Reset();
     const Membership alone(note.folder, note.entries.front());
-    const KnownFolder folder{founding, note.folder, State::kInvited, note.name, TextOf(from.id), {}, FileTimeNow()};
+    const KnownFolder folder{founding,        note.folder, State::kInvited, note.name,
+                             TextOf(from.id), {},          FileTimeNow()};
     PutFolder(folder);
     log_.Begin(founding, note.entries.front());
     return folder;
@@ -429,13 +448,15 @@ void SharedFolders::TakeEntries(const KnownFolder& folder, const Peer& from, con
     for (const std::string& entry : note.entries)
         log_.Keep(folder, entry);
     if (!wasIn && !IsDeviceOfMember(log_.Load(folder).Members(), from.card->signing))
-        exchange::Refuse("'" + from.member + "' tells of the folder '" + note.name + "' and isn't its member");
+        exchange::Refuse("'" + from.member + "' tells of the folder '" + note.name +
+                         "' and isn't its member");
 }
 
 void SharedFolders::HearOf(const KnownFolder& folder, const Peer& from, const FolderNote& note)
 {
     const std::string device = TextOf(from.id);
-    Statement select(database_, "SELECT has, told FROM folder_device WHERE founding = ? AND device = ? AND is_in = 1");
+    Statement select(database_,
+                     "SELECT has, told FROM folder_device WHERE founding = ? AND device = ? AND is_in = 1");
     if (!select.Bind(1, folder.founding).Bind(2, device).Step())
         return;
     const bool isNews = note.hasFolder && select.Number(0) == 0, wasTold = select.Number(1) != 0;
@@ -480,14 +501,21 @@ void SharedFolders::JudgeOwnPart(const KnownFolder& folder, const Peer& from, co
         SetState(folder, State::kRemoved);
     }
     if (folder.state != State::kInvited && isIn)
-        PutFolder({folder.founding, folder.folderId, State::kInvited, note.name, TextOf(from.id), {}, FileTimeNow()});
+        PutFolder({folder.founding,
+                   folder.folderId,
+                   State::kInvited,
+                   note.name,
+                   TextOf(from.id),
+                   {},
+                   FileTimeNow()});
 }
 
 bool SharedFolders::HasDueNotes()
 {
-    Statement select(database_,
-                     "SELECT 1 FROM folder_device JOIN device ON device.id = folder_device.device JOIN folder USING "
-                     "(founding) WHERE due = 1 AND card <> '' AND state BETWEEN 1 AND 3 LIMIT 1");
+    Statement select(
+        database_,
+        "SELECT 1 FROM folder_device JOIN device ON device.id = folder_device.device JOIN folder USING "
+        "(founding) WHERE due = 1 AND card <> '' AND state BETWEEN 1 AND 3 LIMIT 1");
     return select.Step();
 }
 
@@ -514,7 +542,8 @@ void SharedFolders::NoteTold(const DueNote& note, const std::string& path)
 {
     Work work(*this);
     const auto sequence = static_cast<std::int64_t>(NumberPackage(database_, note.devices));
-    Statement(database_, "INSERT INTO outgoing (path, recipients, planned, sequence, kind) VALUES (?, '', 1, ?, ?)")
+    Statement(database_,
+              "INSERT INTO outgoing (path, recipients, planned, sequence, kind) VALUES (?, '', 1, ?, ?)")
         .Bind(1, path)
         .Bind(2, sequence)
         .Bind(3, std::int64_t{static_cast<int>(exchange::PackageKind::kMembership)})
@@ -530,9 +559,10 @@ void SharedFolders::NoteTold(const DueNote& note, const std::string& path)
 
 bool SharedFolders::IsDeviceOfFolder(const std::string& folderId, const DeviceId& device)
 {
-    Statement select(database_,
-                     "SELECT 1 FROM folder_device JOIN folder USING (founding) WHERE folder_id = ? AND device = ? AND "
-                     "state = 1 AND is_in = 1");
+    Statement select(
+        database_,
+        "SELECT 1 FROM folder_device JOIN folder USING (founding) WHERE folder_id = ? AND device = ? AND "
+        "state = 1 AND is_in = 1");
     return select.Bind(1, folderId).Bind(2, TextOf(device)).Step();
 }
 

@@ -1,12 +1,12 @@
-// host/mailbox/shared_folders.h: which folders are shared with whom, and which ones others would share with this
-// mailbox; in host.db (docs/mailbox.md).
+// host/mailbox/shared_folders.h: which folders are shared with whom, and which ones others would share with
+// this mailbox; in host.db (docs/mailbox.md).
 //
-// A folder is known by the change of its membership that founded it: whoever gives another folder the same id comes
-// to nothing by it. Its members are those of the signed changes (exchange/membership.h). From them follow the rows of
-// `member`, who is to be sent what, and whose packages may touch the folder.
+// A folder is known by the change of its membership that founded it: whoever gives another folder the same id
+// comes to nothing by it. Its members are those of the signed changes (exchange/membership.h). From them
+// follow the rows of `member`, who is to be sent what, and whose packages may touch the folder.
 //
-// What another member is to be told stands in the records until a package that tells it has a number (DueNotes), so
-// that a kill loses none of it.
+// What another member is to be told stands in the records until a package that tells it has a number
+// (DueNotes), so that a kill loses none of it.
 #ifndef QUORVANE_HOST_MAILBOX_SHARED_FOLDERS_H_
 #define QUORVANE_HOST_MAILBOX_SHARED_FOLDERS_H_
 
@@ -32,8 +32,8 @@ struct DueNote {
     std::vector<std::string> devices;
 };
 
-// For one thread. Methods throw a HostError when the database fails, or the user asks for what can't be; what they
-// note is on the disk when they return.
+// For one thread. Methods throw a HostError when the database fails, or the user asks for what can't be; what
+// they note is on the disk when they return.
 class SharedFolders {
 public:
     // path: host.db. keys: this device's; they outlive the object.
@@ -43,8 +43,8 @@ public:
 
     // Shares a folder that isn't shared: this mailbox founds its membership.
     void Found(const Share& share);
-    // Lets somebody in whom the user named: with the devices that the user has pinned to him, now or as soon as
-    // there are any. True if he wasn't among the members.
+    // Lets somebody in whom the user named: with the devices that the user has pinned to him, now or as soon
+    // as there are any. True if he wasn't among the members.
     bool Invite(const std::string& folderId, const std::string& member);
     // Brings everything up to what is known of devices.
     void Settle();
@@ -60,8 +60,8 @@ public:
     std::vector<KnownFolder> All();
     // Those nobody has decided on.
     std::vector<KnownFolder> Invitations();
-    // The invitation that a user means by an id or the beginning of one. Throws a HostError when it is none or
-    // several.
+    // The invitation that a user means by an id or the beginning of one. Throws a HostError when it is none
+    // or several.
     KnownFolder FindInvitation(const std::string& id);
     void Decline(const KnownFolder& invitation);
     // A folder is about to be made for it at this path.
@@ -79,8 +79,8 @@ public:
     // (kRefused) when it is no such thing, or not for this mailbox; then nothing changed.
     void Take(const Peer& from, const std::string& bytes);
 
-    // What is to be told, to devices whose cards are known. It is told when it has a number: `path` is the file that
-    // holds it.
+    // What is to be told, to devices whose cards are known. It is told when it has a number: `path` is the
+    // file that holds it.
     std::vector<DueNote> DueNotes();
     bool HasDueNotes();
     void NoteTold(const DueNote& note, const std::string& path);
@@ -108,7 +108,8 @@ private:
     void EndHere(const KnownFolder& folder, KnownFolder::State state);
 
     // What another tells.
-    KnownFolder TakeInvitation(const Peer& from, const exchange::FolderNote& note, const std::string& founding);
+    KnownFolder TakeInvitation(const Peer& from, const exchange::FolderNote& note,
+                               const std::string& founding);
     void TakeEntries(const KnownFolder& folder, const Peer& from, const exchange::FolderNote& note);
     void HearOf(const KnownFolder& folder, const Peer& from, const exchange::FolderNote& note);
     void JudgeOwnPart(const KnownFolder& folder, const Peer& from, const exchange::FolderNote& note,

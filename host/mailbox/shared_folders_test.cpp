@@ -111,7 +111,8 @@ protected:
     static exchange::FolderNote NoteOf(const DueNote& note) { return exchange::ReadFolderNote(note.bytes); }
 
     test::TestDirectory directory;
-    Someone alice{directory, "alice"}, bob{directory, "bob"}, carol{directory, "carol"}, dave{directory, "dave"};
+    Someone alice{directory, "alice"}, bob{directory, "bob"}, carol{directory, "carol"},
+        dave{directory, "dave"};
     int told = 0, refused = 0;
     std::uint64_t acks = 0;
 };
@@ -268,10 +269,10 @@ TEST_F(SharedFoldersTest, AStrangersWordOfAFolderOfOthersIsRefused)
         return exchange::WriteFolderNote(note);
     }();
 
-    Deliver(dave, alice, bytes);   // known here, and no member
-    Deliver(dave, carol, bytes);   // knows nothing of the folder
+    Deliver(dave, alice, bytes);  // known here, and no member
+    Deliver(dave, carol, bytes);  // knows nothing of the folder
     carol.Pin(bob);
-    Deliver(bob, carol, bytes);    // a member's word to one who isn't
+    Deliver(bob, carol, bytes);  // a member's word to one who isn't
     Deliver(bob, alice, "rubbish");
     EXPECT_EQ(refused, 3) << "dave isn't known to carol";
     EXPECT_TRUE(carol.folders.All().empty());

@@ -1,4 +1,5 @@
-// host/mailbox/sharing_rows.h: the rows of the sharing database that tell which message stands for which sharing ID.
+// host/mailbox/sharing_rows.h: the rows of the sharing database that tell which message stands for which
+// sharing ID.
 #ifndef QUORVANE_HOST_MAILBOX_SHARING_ROWS_H_
 #define QUORVANE_HOST_MAILBOX_SHARING_ROWS_H_
 

@@ -76,9 +76,10 @@ void Trash::Keep(const TrashEntry& entry, IMessage& message)
     }
     CopyDurably(aside, FileOf(entry));
     SyncDirectory(directory_);
-    Statement insert(database_,
-                     "INSERT INTO trash (item, folder_id, folder, revision, subject, member, why, since, copy) VALUES "
-                     "(?, ?, ?, ?, ?, ?, ?, ?, ?)");
+    Statement insert(
+        database_,
+        "INSERT INTO trash (item, folder_id, folder, revision, subject, member, why, since, copy) VALUES "
+        "(?, ?, ?, ?, ?, ?, ?, ?, ?)");
     insert.Bind(1, entry.item).Bind(2, entry.folderId).Bind(3, entry.folder).Bind(4, entry.revision);
     insert.Bind(5, entry.subject).Bind(6, entry.member).Bind(7, static_cast<std::int64_t>(entry.why));
     insert.Bind(8, static_cast<std::int64_t>(entry.since)).Bind(9, entry.copy).Run();
@@ -87,10 +88,11 @@ void Trash::Keep(const TrashEntry& entry, IMessage& message)
 std::vector<TrashEntry> Trash::Read(const char* where, std::int64_t key)
 {
     const std::lock_guard lock(mutex_);
-    Statement select(database_, (std::string("SELECT number, item, folder_id, folder, revision, subject, member, why, "
-                                             "since, copy FROM trash WHERE ") +
-                                 where)
-                                    .c_str());
+    Statement select(database_,
+                     (std::string("SELECT number, item, folder_id, folder, revision, subject, member, why, "
+                                  "since, copy FROM trash WHERE ") +
+                      where)
+                         .c_str());
     select.Bind(1, key);
     std::vector<TrashEntry> entries;
     while (select.Step())

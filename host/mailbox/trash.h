@@ -1,5 +1,5 @@
-// host/mailbox/trash.h: what was removed here that nobody here removed: by another member's deletion, or by a version that
-// hadn't seen it. It is kept for a while as a .msg file in trash/, and listed in host.db.
+// host/mailbox/trash.h: what was removed here that nobody here removed: by another member's deletion, or by a
+// version that hadn't seen it. It is kept for a while as a .msg file in trash/, and listed in host.db.
 #ifndef QUORVANE_HOST_MAILBOX_TRASH_H_
 #define QUORVANE_HOST_MAILBOX_TRASH_H_
 

@@ -83,7 +83,8 @@ TEST_F(TrashTest, WhatIsOldGoesWithItsFileAndWhatIsToBecomeAnItemStays)
 {
     Keep("{1}", "00");
     Keep("{2}", "00", "{COPY}");
-    std::filesystem::copy_file(trash.FileOf(trash.Entries()[0]), mailbox.Directory() / "trash" / "LEFT.msg.part");
+    std::filesystem::copy_file(trash.FileOf(trash.Entries()[0]),
+                               mailbox.Directory() / "trash" / "LEFT.msg.part");
 
     trash.Expire(kNow + Trash::kDays * kDay);
     EXPECT_EQ(trash.Entries().size(), 2U);

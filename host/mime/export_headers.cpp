@@ -133,7 +133,8 @@ public:
         const auto index = first - fields_.begin();
         RemoveFields(fields_, names);
         if (!value.empty())
-            fields_.insert(fields_.begin() + std::min(index, std::ssize(fields_)), NewField(*names.begin(), value));
+            fields_.insert(fields_.begin() + std::min(index, std::ssize(fields_)),
+                           NewField(*names.begin(), value));
     }
 
     [[nodiscard]] std::string Text() const
@@ -262,7 +263,8 @@ std::string EditedHeader(const std::string& block, const MailEnvelope& said, con
 {
     RawFields fields(block);
     PutPeople(fields, said, now, EqualPeople);
-    fields.ReplaceUnless(said.subject == now.subject, {"Subject"}, UnstructuredValue(now.subject.value_or("")));
+    fields.ReplaceUnless(said.subject == now.subject, {"Subject"},
+                         UnstructuredValue(now.subject.value_or("")));
     fields.ReplaceUnless(SameTimes(said.sent, now.sent), {"Date"}, now.sent ? DateValue(*now.sent) : "");
     PutThread(fields, said, now);
     PutUrgency(fields, said, now);

@@ -17,8 +17,9 @@ namespace quorvane {
 //           it is replaced, or dropped where the properties have nothing.
 std::vector<HeaderField> ExportedFields(const std::string& block, MailEnvelope envelope);
 
-// A header block as it stands in a mail, of whatever bytes, with the fields replaced or taken away of which the two
-// envelopes tell different things; all other lines stay as they are. The names of people count as well.
+// A header block as it stands in a mail, of whatever bytes, with the fields replaced or taken away of which
+// the two envelopes tell different things; all other lines stay as they are. The names of people count as
+// well.
 //
 // said  what the block says.
 // now   what it is to say.

@@ -60,8 +60,10 @@ public:
         return said.headers == now_.headers && SaysTheSameBut(said);
     }
 
-    // The bytes with the header fields that the message tells otherwise; nothing where that isn't all that differs.
-    HRESULT WithFieldsOf(const MailBytes& bytes, const MailContent& said, std::optional<MailBytes>& edited) const
+    // The bytes with the header fields that the message tells otherwise; nothing where that isn't all that
+    // differs.
+    HRESULT WithFieldsOf(const MailBytes& bytes, const MailContent& said,
+                         std::optional<MailBytes>& edited) const
     {
         if (said.headers != now_.headers || !SameBodies(said, now_) || !SameAttachments(said, now_))
             return S_OK;

@@ -40,10 +40,12 @@ protected:
 // Odd in all that a mail made anew would set right: line ends, folding, order, encodings, preamble, boundary.
 constexpr const char* kOdd =
     "X-First:1\nSUBJECT:   =?utf-8?q?Caf=C3=A9?=\n and more\nfrom: \"A\"  <a@example.org>\n"
-    "To:b@example.org,\n\tC <c@example.org>\nDate: Mon, 2 Nov 2026 10:00:00 +0200\nMime-version: 1.0 (a comment)\n"
+    "To:b@example.org,\n\tC <c@example.org>\nDate: Mon, 2 Nov 2026 10:00:00 +0200\nMime-version: 1.0 (a "
+    "comment)\n"
     "Content-type: multipart/mixed; boundary=\"=_x\"\n\nA preamble.\n--=_x\nContent-Type: text/plain; "
     "charset=koi8_r\nContent-Transfer-Encoding: 8bit\n\n\xF0\xD2\xC9\xD7\xC5\xD4  \n--=_x\nContent-Type: "
-    "application/octet-stream;\n name=a.bin\nContent-Transfer-Encoding: x-uuencode\n\nbegin 644 a.bin\n#0V%T\n`\nend\n"
+    "application/octet-stream;\n name=a.bin\nContent-Transfer-Encoding: x-uuencode\n\nbegin 644 "
+    "a.bin\n#0V%T\n`\nend\n"
     "--=_x--\nAn epilogue.\n";
 
 TEST_F(ExportMailTest, AMailComesOutToTheByte)
@@ -72,7 +74,8 @@ TEST_F(ExportMailTest, AnEditedSubjectReplacesItsLinesAlone)
 {
     const ComPtr<IMessage> message = Kept(kOdd);
     SetText(*message, PR_SUBJECT_W, "Another");
-    EXPECT_EQ(Mail(*message), Replaced(kOdd, "SUBJECT:   =?utf-8?q?Caf=C3=A9?=\n and more\n", "Subject: Another\n"));
+    EXPECT_EQ(Mail(*message),
+              Replaced(kOdd, "SUBJECT:   =?utf-8?q?Caf=C3=A9?=\n and more\n", "Subject: Another\n"));
 }
 
 TEST_F(ExportMailTest, AnEditedNameOfASenderIsTold)
@@ -80,7 +83,8 @@ TEST_F(ExportMailTest, AnEditedNameOfASenderIsTold)
     const ComPtr<IMessage> message = Kept(kOdd);
     SetText(*message, PR_SENT_REPRESENTING_NAME_W, "Zoe");
     SetText(*message, PR_SENDER_NAME_W, "Zoe");
-    EXPECT_EQ(Mail(*message), Replaced(kOdd, "from: \"A\"  <a@example.org>\n", "From: Zoe <a@example.org>\n"));
+    EXPECT_EQ(Mail(*message),
+              Replaced(kOdd, "from: \"A\"  <a@example.org>\n", "From: Zoe <a@example.org>\n"));
 }
 
 TEST_F(ExportMailTest, WhatAReaderMakesOfAMailIsNoEdit)
@@ -97,9 +101,10 @@ TEST_F(ExportMailTest, AnOriginalThatSaysOtherThingsIsNeverWritten)
 {
     const std::string other = Replaced(kOdd, "x-uuencode", "8bit");
     const ComPtr<IMessage> message = Kept(kOdd);
-    for (const std::string& forged : {other, Replaced(kOdd, "--=_x--", "--=_x\n\nAnother part\n--=_x--"),
-                                      Replaced(kOdd, "X-First:1", "X-First:2"),
-                                      Replaced(kOdd, "\xF0\xD2", "\xD2\xF0"), std::string("Subject: alone\n\nx\n")}) {
+    for (const std::string& forged :
+         {other, Replaced(kOdd, "--=_x--", "--=_x\n\nAnother part\n--=_x--"),
+          Replaced(kOdd, "X-First:1", "X-First:2"), Replaced(kOdd, "\xF0\xD2", "\xD2\xF0"),
+          std::string("Subject: alone\n\nx\n")}) {
         ASSERT_EQ(KeepOriginal(forged, *message), S_OK);
         EXPECT_EQ(Masked(Mail(*message)), Masked(Export(*message))) << forged;
     }

@@ -16,8 +16,8 @@ namespace {
 constexpr int kDeepestContent = 32;
 
 constexpr ULONG kAttachmentTexts[] = {
-    PR_DISPLAY_NAME_W,         PR_ATTACH_LONG_FILENAME_W, PR_ATTACH_FILENAME_W,     PR_ATTACH_EXTENSION_W,
-    PR_ATTACH_MIME_TAG_W,      kPrTextAttachmentCharsetW, kPrAttachContentIdW,      kPrAttachContentLocationW,
+    PR_DISPLAY_NAME_W,         PR_ATTACH_LONG_FILENAME_W, PR_ATTACH_FILENAME_W, PR_ATTACH_EXTENSION_W,
+    PR_ATTACH_MIME_TAG_W,      kPrTextAttachmentCharsetW, kPrAttachContentIdW,  kPrAttachContentLocationW,
     PR_ATTACH_LONG_PATHNAME_W, PR_ATTACH_PATHNAME_W,      kPrPartHeadersW,
 };
 
@@ -26,7 +26,10 @@ class ValuesDigest {
 public:
     ValuesDigest() : sum_(g_checksum_new(G_CHECKSUM_SHA256)) {}
 
-    void AddNumber(std::uint64_t number) { AddBytes({reinterpret_cast<const char*>(&number), sizeof number}); }
+    void AddNumber(std::uint64_t number)
+    {
+        AddBytes({reinterpret_cast<const char*>(&number), sizeof number});
+    }
     void AddText(std::string_view text)
     {
         AddBytes(text);

@@ -1,4 +1,5 @@
-// host/mime/mail_content.h: what a message says, as far as a mail can say it: for telling whether two say the same.
+// host/mime/mail_content.h: what a message says, as far as a mail can say it: for telling whether two say the
+// same.
 #ifndef QUORVANE_HOST_MIME_MAIL_CONTENT_H_
 #define QUORVANE_HOST_MIME_MAIL_CONTENT_H_
 
@@ -24,8 +25,8 @@ struct MailContent {
     std::vector<AttachmentContent> attachments;
 };
 
-// Reads all of it. What a reader makes of a mail (read, flagged, categories) and what its store decides isn't in it.
-// S_OK, MAPI_E_TOO_COMPLEX where messages are nested deeper than 32 levels, or the message's own code.
+// Reads all of it. What a reader makes of a mail (read, flagged, categories) and what its store decides isn't
+// in it. S_OK, MAPI_E_TOO_COMPLEX where messages are nested deeper than 32 levels, or the message's own code.
 [[nodiscard]] HRESULT ReadMailContent(IMessage& message, MailContent& content);
 
 // Whether all fields are the same, to the letter.

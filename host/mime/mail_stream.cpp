@@ -115,9 +115,9 @@ void FillClass(gpointer type, gpointer)
 
 GType MailStreamType()
 {
-    static const GType type = g_type_register_static_simple(
-        GMIME_TYPE_STREAM, "QuorvaneMailStream", sizeof(MailStreamClass), FillClass, sizeof(MailStream),
-        nullptr, static_cast<GTypeFlags>(0));
+    static const GType type =
+        g_type_register_static_simple(GMIME_TYPE_STREAM, "QuorvaneMailStream", sizeof(MailStreamClass),
+                                      FillClass, sizeof(MailStream), nullptr, static_cast<GTypeFlags>(0));
     return type;
 }
 

@@ -7,8 +7,8 @@
 
 namespace quorvane {
 
-// A stream that reads `bytes`, as any stream made from it does; they must outlive all of these. What can't be read
-// ends it: the bytes' Result tells.
+// A stream that reads `bytes`, as any stream made from it does; they must outlive all of these. What can't be
+// read ends it: the bytes' Result tells.
 GObjectPtr<GMimeStream> StreamOf(const MailBytes& bytes);
 
 }  // namespace quorvane

@@ -9,8 +9,8 @@
 
 namespace quorvane {
 
-// The bytes of a part, its transfer encoding undone, or the whole of a nested mail. Refers to the mail, which must
-// outlive it. One thread at a time.
+// The bytes of a part, its transfer encoding undone, or the whole of a nested mail. Refers to the mail, which
+// must outlive it. One thread at a time.
 class PartBytes {
 public:
     static constexpr std::size_t kPiece = std::size_t{16} << 10;

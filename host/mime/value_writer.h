@@ -10,8 +10,8 @@
 
 namespace quorvane {
 
-// Sets a binary or Unicode property: at once when its value is small, through a stream when it isn't. The object is
-// to outlive it. One thread at a time.
+// Sets a binary or Unicode property: at once when its value is small, through a stream when it isn't. The
+// object is to outlive it. One thread at a time.
 class ValueWriter {
 public:
     ValueWriter(IMAPIProp& object, ULONG tag) noexcept : object_(object), tag_(tag) {}

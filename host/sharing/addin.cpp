@@ -71,9 +71,9 @@ void Addin::AwaitApplying(const std::string& entryId, const std::string& folderI
         parts_.applying.AwaitEnd(inHand, kApplyingPatience);
 }
 
-// A message that appears in a folder and has a row already passes for one that was moved there, and the engine
-// gives it a new ID. One that is changed right after it was applied looks the same, and stays the item that it
-// is. The row to update is the one of the ID that the item had before the last put_ID.
+// A message that appears in a folder and has a row already passes for one that was moved there, and the
+// engine gives it a new ID. One that is changed right after it was applied looks the same, and stays the item
+// that it is. The row to update is the one of the ID that the item had before the last put_ID.
 HRESULT Addin::ChooseId(IItem& item, const SharingRow& row, bool stays)
 {
     const Bstr chosen = BstrOf(stays ? row.id : ReadText(item, &IItem::get_ID));
@@ -98,12 +98,13 @@ HRESULT Addin::Examine(IItem& item, LocalItem& local)
     if (local.row)
         local.known = parts_.records.FindItem(local.row->id);
     local.isOfThisFolder = local.known && !local.known->deleted && local.known->folderId == local.folderId;
-    local.isCurrent = local.isOfThisFolder && parts_.state.IsCurrent(*local.row, local.folderId, local.modified);
+    local.isCurrent =
+        local.isOfThisFolder && parts_.state.IsCurrent(*local.row, local.folderId, local.modified);
     return S_OK;
 }
 
-// Makes the item ready to be sent: under its ID, and as the version that it is. One whose content is as it was sent
-// isn't sent, and one that shows what isn't here waits for that.
+// Makes the item ready to be sent: under its ID, and as the version that it is. One whose content is as it
+// was sent isn't sent, and one that shows what isn't here waits for that.
 HRESULT Addin::Stamp(IItem& item, const LocalItem& local, const char* event, bool isGiven, bool& ignore)
 {
     HRESULT hr = local.row ? ChooseId(item, *local.row, local.isOfThisFolder || !local.known) : S_OK;
@@ -186,8 +187,8 @@ HRESULT Addin::OnItemResend(IItem* item, BSTR jobId, bool& ignore)
     return SUCCEEDED(hr) ? Stamp(*item, local, "onItemResend", true, ignore) : hr;
 }
 
-// The engine takes for deleted what it doesn't see in the folder's table, and a table that can't be read to its end
-// hides messages that are there.
+// The engine takes for deleted what it doesn't see in the folder's table, and a table that can't be read to
+// its end hides messages that are there.
 bool Addin::IsStillThere(IItem& item) const
 {
     ComPtr<IFolder> folder;
@@ -222,7 +223,8 @@ HRESULT Addin::OnItemDeleted(IItem* item, bool& ignore)
     return S_OK;
 }
 
-// What is known of it is noted before it is applied: a kill in between brings the item again, which is then applied.
+// What is known of it is noted before it is applied: a kill in between brings the item again, which is then
+// applied.
 HRESULT Addin::OnItemReceived(IItem* item, BSTR tag, bool& ignore)
 {
     parts_.statistics.Touch();

@@ -1,6 +1,7 @@
 // host/sharing/addin.h: what the program answers to the engine's callbacks.
 //
-// What is known of an item's versions travels in its CustomInfo; item_versions.h tells what becomes of it here.
+// What is known of an item's versions travels in its CustomInfo; item_versions.h tells what becomes of it
+// here.
 #ifndef QUORVANE_HOST_SHARING_ADDIN_H_
 #define QUORVANE_HOST_SHARING_ADDIN_H_
 
@@ -21,8 +22,8 @@ namespace quorvane::host {
 // What a resend of the engine's is to send.
 class ResendRules {
 public:
-    // Whether the job is to send an item; `known` is what the program knows of it, `current` whether it is still as it
-    // was when it was sent or received last.
+    // Whether the job is to send an item; `known` is what the program knows of it, `current` whether it is
+    // still as it was when it was sent or received last.
     virtual bool Wants(const std::string& job, const std::string& id, const std::optional<ItemRecord>& known,
                        bool current) = 0;
 
@@ -59,8 +60,8 @@ public:
     // The engine that calls back; set after the logon, before its first job.
     void SetEngine(const EngineSession& engine) noexcept { engine_ = &engine; }
 
-    // Asked by resends, while it is set; null ends that, and waits for a question under way. Without it they send
-    // nothing.
+    // Asked by resends, while it is set; null ends that, and waits for a question under way. Without it they
+    // send nothing.
     void SetResendRules(ResendRules* rules)
     {
         const std::lock_guard lock(rulesMutex_);

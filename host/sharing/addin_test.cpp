@@ -163,7 +163,8 @@ TEST_F(AddinTest, AMessageThatWasMovedHereGetsTheNewIdThatTheEngineGivesIt)
     EXPECT_TRUE(here.records.FindItem("{NEW}"));
 }
 
-// The engine reports it as a change while it doesn't know of the move: under the ID of the item that left elsewhere.
+// The engine reports it as a change while it doesn't know of the move: under the ID of the item that left
+// elsewhere.
 TEST_F(AddinTest, AMovedMessageThatKeepsItsIdIsLeftToTheComparison)
 {
     const std::string entryId = here.AddMessage("moved");
@@ -286,7 +287,6 @@ TEST_F(AddinTest, TheEndOfTheLastPackageIsTheEndOfAnItemThatFailed)
     EXPECT_FALSE(ignored.get());
     EXPECT_TRUE(here.applying.InHand().id.empty());
 }
-
 
 // What the engine's own threads report, in a folder that it watches.
 class WatchedFolderTest : public AddinTest {

@@ -1,8 +1,9 @@
-// host/sharing/apply_guard.h: which item the engine is applying, so that a change reported meanwhile can wait for its end.
+// host/sharing/apply_guard.h: which item the engine is applying, so that a change reported meanwhile can wait
+// for its end.
 //
-// The engine works off one package at a time, and in it one item after the other, on whatever threads it likes:
-// it tells the program of an item on a short thread, and of its end on the job's. An item that fails has no end
-// of its own; there the next item, or the end of the last package, is what tells.
+// The engine works off one package at a time, and in it one item after the other, on whatever threads it
+// likes: it tells the program of an item on a short thread, and of its end on the job's. An item that fails
+// has no end of its own; there the next item, or the end of the last package, is what tells.
 #ifndef QUORVANE_HOST_SHARING_APPLY_GUARD_H_
 #define QUORVANE_HOST_SHARING_APPLY_GUARD_H_
 

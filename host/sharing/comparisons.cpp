@@ -57,8 +57,8 @@ std::string ReportName()
 
 }  // namespace
 
-Comparisons::Comparisons(const Addin::Parts& parts, Sender& sender, std::function<void(const std::string&)> report,
-                         std::int64_t after)
+Comparisons::Comparisons(const Addin::Parts& parts, Sender& sender,
+                         std::function<void(const std::string&)> report, std::int64_t after)
     : parts_(parts),
       sender_(sender),
       report_(std::move(report)),
@@ -102,8 +102,9 @@ void Comparisons::Hear(const Peer& peer, const exchange::FolderReport& report)
     if (!report.buckets.empty()) {
         records_.NoteDiffered(report.folder, device, items, now);
         const auto share = parts_.records.FindShare(report.folder);
-        report_("'" + (share ? share->name : report.folder) + "' differs from that of '" + peer.member + "' in " +
-                std::to_string(items.size()) + " items; " + std::to_string(result.lacking.size()) + " are sent");
+        report_("'" + (share ? share->name : report.folder) + "' differs from that of '" + peer.member +
+                "' in " + std::to_string(items.size()) + " items; " + std::to_string(result.lacking.size()) +
+                " are sent");
     }
     for (std::string& item : result.lacking)
         lacking_.push_back({report.folder, peer.member, std::move(item)});
@@ -151,7 +152,8 @@ bool Comparisons::IsDue(const ComparisonRecord& pair, std::uint64_t now) const
     if (pair.isWanted && pair.tries == 0)
         return true;
     if (pair.isWanted)
-        return now >= pair.differed + (kFirstPauseSeconds << std::min(pair.tries - 1, kMostDoublings)) * kSecond;
+        return now >=
+               pair.differed + (kFirstPauseSeconds << std::min(pair.tries - 1, kMostDoublings)) * kSecond;
     return now >= std::max({pair.since, pair.opened, heard}) + static_cast<std::uint64_t>(after_) * kSecond;
 }
 
@@ -159,8 +161,8 @@ bool Comparisons::HasWork()
 {
     const std::uint64_t now = FileTimeNow();
     const auto pairs = records_.All(now);
-    return !lacking_.empty() ||
-           std::any_of(pairs.begin(), pairs.end(), [&](const ComparisonRecord& pair) { return IsDue(pair, now); });
+    return !lacking_.empty() || std::any_of(pairs.begin(), pairs.end(),
+                                            [&](const ComparisonRecord& pair) { return IsDue(pair, now); });
 }
 
 void Comparisons::Step(bool isQuiet)
@@ -172,7 +174,8 @@ void Comparisons::Step(bool isQuiet)
     const std::uint64_t now = FileTimeNow();
     for (const ComparisonRecord& pair : records_.All(now))
         if (IsDue(pair, now)) {
-            Send(exchange::ReportOf(pair.folderId, RecordedFolder(parts_.records, pair.folderId)), pair.device);
+            Send(exchange::ReportOf(pair.folderId, RecordedFolder(parts_.records, pair.folderId)),
+                 pair.device);
             records_.NoteOpened(pair.folderId, pair.device, now);
         }
 }

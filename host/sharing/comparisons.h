@@ -1,8 +1,8 @@
-// host/sharing/comparisons.h: shared folders are compared with those of other devices, and each side sends what the
-// other lacks (exchange/comparison.h). So whatever was lost on the way between them heals by itself.
+// host/sharing/comparisons.h: shared folders are compared with those of other devices, and each side sends
+// what the other lacks (exchange/comparison.h). So whatever was lost on the way between them heals by itself.
 //
-// A comparison is begun when nothing else passes between the two: when the user asks for it, when something of the
-// device's was put aside, when the last one differed, and otherwise once in a while.
+// A comparison is begun when nothing else passes between the two: when the user asks for it, when something
+// of the device's was put aside, when the last one differed, and otherwise once in a while.
 #ifndef QUORVANE_HOST_SHARING_COMPARISONS_H_
 #define QUORVANE_HOST_SHARING_COMPARISONS_H_
 
@@ -24,14 +24,16 @@ class Comparisons final : public ReportSink {
 public:
     static constexpr std::int64_t kOnceInADay = 24 * 60 * 60;
 
-    // after: how many seconds after the last comparison, or after the folder came, the next one is begun unasked.
+    // after: how many seconds after the last comparison, or after the folder came, the next one is begun
+    // unasked.
     Comparisons(const Addin::Parts& parts, Sender& sender, std::function<void(const std::string&)> report,
                 std::int64_t after = kOnceInADay);
 
     void Hear(const Peer& peer, const exchange::FolderReport& report) override;
     void Miss(const exchange::DeviceId& device) override;
 
-    // Sends what others lack, some of it at a time; then, while nothing else is under way, begins what is due.
+    // Sends what others lack, some of it at a time; then, while nothing else is under way, begins what is
+    // due.
     void Step(bool isQuiet);
     // Whether there is something to send, or a comparison could be begun now.
     bool HasWork();

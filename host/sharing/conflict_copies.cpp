@@ -20,13 +20,15 @@ MAPINAMEID CategoriesName(const GUID& set)
     return name;
 }
 
-constexpr GUID kPublicStrings = {0x00020329, 0x0000, 0x0000, {0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46}};
+constexpr GUID kPublicStrings = {
+    0x00020329, 0x0000, 0x0000, {0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46}};
 
 ULONG TagOf(IMAPIProp& object, MAPINAMEID name, ULONG type)
 {
     LPMAPINAMEID names = &name;
     MapiMemory<SPropTagArray> tags;
-    Check(object.GetIDsFromNames(1, &names, MAPI_CREATE, tags.Put()), "name a property of", "a conflict's copy");
+    Check(object.GetIDsFromNames(1, &names, MAPI_CREATE, tags.Put()), "name a property of",
+          "a conflict's copy");
     return CHANGE_PROP_TYPE(tags->aulPropTag[0], type);
 }
 
@@ -36,7 +38,8 @@ std::vector<OleString> CategoriesOf(IMessage& message, ULONG tag)
     ULONG count = 0;
     MapiMemory<SPropValue> value;
     std::vector<OleString> categories;
-    if (SUCCEEDED(message.GetProps(reinterpret_cast<LPSPropTagArray>(&one), MAPI_UNICODE, &count, value.Put())) &&
+    if (SUCCEEDED(
+            message.GetProps(reinterpret_cast<LPSPropTagArray>(&one), MAPI_UNICODE, &count, value.Put())) &&
         value->ulPropTag == tag)
         for (ULONG i = 0; i < value->Value.MVszW.cValues; ++i)
             categories.emplace_back(value->Value.MVszW.lppszW[i]);
@@ -123,7 +126,8 @@ std::string ConflictCopies::MakeMessage(const TrashEntry& entry, const Share& sh
     return HexOf(*message, PR_ENTRYID);
 }
 
-// While it is made, the engine's reports of the folder wait: the message is to be the item that it is known as.
+// While it is made, the engine's reports of the folder wait: the message is to be the item that it is known
+// as.
 void ConflictCopies::Make(const TrashEntry& entry)
 {
     const auto share = parts_.records.FindShare(entry.folderId);

@@ -1,6 +1,6 @@
-// host/sharing/conflict_copies.h: what was made here of an item, and was beaten by somebody else's change that hadn't seen it,
-// becomes an item of its own in the same folder, so that everybody has both. It carries the category "Conflict" and
-// says who made it and when.
+// host/sharing/conflict_copies.h: what was made here of an item, and was beaten by somebody else's change
+// that hadn't seen it, becomes an item of its own in the same folder, so that everybody has both. It carries
+// the category "Conflict" and says who made it and when.
 #ifndef QUORVANE_HOST_SHARING_CONFLICT_COPIES_H_
 #define QUORVANE_HOST_SHARING_CONFLICT_COPIES_H_
 
@@ -19,12 +19,16 @@ class ConflictCopies {
 public:
     ConflictCopies(const Addin::Parts& parts, Addin& addin, const EngineSession& engine, Sender& sender,
                    std::function<void(const std::string&)> report)
-        : parts_(parts), versions_(addin.Versions()), engine_(engine), sender_(sender), report_(std::move(report))
+        : parts_(parts),
+          versions_(addin.Versions()),
+          engine_(engine),
+          sender_(sender),
+          report_(std::move(report))
     {}
 
     bool HasWork() { return !versions_.Removed().CopiesDue().empty(); }
-    // Makes those that are due. What can't be made now is tried again; the trash holds it. Throws a HostError when the
-    // records fail.
+    // Makes those that are due. What can't be made now is tried again; the trash holds it. Throws a HostError
+    // when the records fail.
     void Make();
 
 private:

@@ -6,8 +6,8 @@ namespace quorvane::host {
 
 namespace {
 
-// An object that was made in no apartment is called on the engine's own threads, whatever MAPI made of this one:
-// the program's thread doesn't answer calls.
+// An object that was made in no apartment is called on the engine's own threads, whatever MAPI made of this
+// one: the program's thread doesn't answer calls.
 ComPtr<ExtCallback> MakeFreeCallback(ExtHandler& handler)
 {
     return std::async(std::launch::async, [&handler] { return MakeComObject<ExtCallback>(handler); }).get();

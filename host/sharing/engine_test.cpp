@@ -42,8 +42,8 @@ private:
     bool told_ = false;
 };
 
-// MAPI may make the thread that starts it an apartment. The engine works in that, and its calls don't wait for the
-// thread, which answers none.
+// MAPI may make the thread that starts it an apartment. The engine works in that, and its calls don't wait
+// for the thread, which answers none.
 TEST(EngineSessionTest, TheEngineStartsInAnApartmentOfMapisAndCallsTheProgramOnItsOwnThreads)
 {
     std::thread([] {

@@ -100,7 +100,8 @@ bool Inbox::TakeNext(Transport& transport)
         return Advance(transport);
     std::vector<Peer> peers = transport.peers.All();
     // Each in its turn, so that nobody's flood holds up another.
-    std::stable_partition(peers.begin(), peers.end(), [this](const Peer& peer) { return lastTaken_ < peer.id; });
+    std::stable_partition(peers.begin(), peers.end(),
+                          [this](const Peer& peer) { return lastTaken_ < peer.id; });
     for (Peer& peer : peers)
         if (peer.card && TakeFrom(transport, peer)) {
             lastTaken_ = peer.id;
@@ -164,7 +165,8 @@ std::vector<std::uint64_t> Inbox::Lying(Transport& transport, const Peer& peer)
         // What was refused and is gone is forgotten, so that no more is kept than lies there.
         std::erase_if(refusals_, [&](const auto& refusal) {
             const auto& [device, sequence] = refusal.first;
-            return device == peer.id && sequence != 0 && !std::binary_search(lying.begin(), lying.end(), sequence);
+            return device == peer.id && sequence != 0 &&
+                   !std::binary_search(lying.begin(), lying.end(), sequence);
         });
         return lying;
     } catch (const exchange::Error& error) {
@@ -196,8 +198,8 @@ bool Inbox::IsGenuine(Transport& transport, const Peer& peer, std::uint64_t sequ
     }
 }
 
-// The next package that is this device's turn to apply. What passes for it and isn't genuine is refused on the way; with
-// much of that the next look goes on.
+// The next package that is this device's turn to apply. What passes for it and isn't genuine is refused on
+// the way; with much of that the next look goes on.
 std::optional<exchange::ForUs> Inbox::FindNext(Transport& transport, Peer& peer)
 {
     if (Clock::now() >= headersEnd_) {
@@ -229,7 +231,8 @@ std::optional<exchange::ForUs> Inbox::FindNext(Transport& transport, Peer& peer)
                     gap = exchange::GapBefore(peer.order, **header);
                 break;
             case exchange::Intake::kOver:
-                Refuse(transport, peer, sequence, ShownPackage(peer, sequence) + " is of an epoch that is over");
+                Refuse(transport, peer, sequence,
+                       ShownPackage(peer, sequence) + " is of an epoch that is over");
                 break;
             case exchange::Intake::kApplied:
                 break;
@@ -245,7 +248,8 @@ void Inbox::NoteGap(Transport& transport, Peer& peer, const std::optional<exchan
     const auto now = static_cast<std::int64_t>(FileTimeNow()) / kFileTimesASecond;
     peer.isAsked = peer.gap.IsDue(gap, now, askAfter_);
     peer.missing = gap;
-    if (peer.missing != before.missing || peer.isAsked != before.isAsked || peer.gap.first != before.gap.first)
+    if (peer.missing != before.missing || peer.isAsked != before.isAsked ||
+        peer.gap.first != before.gap.first)
         transport.peers.NoteGap(peer);
 }
 
@@ -315,9 +319,9 @@ bool Inbox::Take(Transport& transport, const Peer& peer, const exchange::ForUs& 
 void Inbox::TakeReport(Transport& transport, const Peer& peer, const exchange::ForUs& package)
 {
     try {
-        const auto report =
-            exchange::FolderReport::Read(ReadWhole(ClearPath(peer.id, package.sequence), exchange::FolderReport::kLongest),
-                                         "a report in " + ShownPackage(peer, package.sequence));
+        const auto report = exchange::FolderReport::Read(
+            ReadWhole(ClearPath(peer.id, package.sequence), exchange::FolderReport::kLongest),
+            "a report in " + ShownPackage(peer, package.sequence));
         if (reports_ && transport.folders.IsDeviceOfFolder(report.folder, peer.id))
             reports_->Hear(peer, report);
     } catch (const exchange::Error& error) {
@@ -354,7 +358,8 @@ bool Inbox::TakeItems(Transport& transport, const Peer& peer, const exchange::Fo
 void Inbox::TakeNote(Transport& transport, const Peer& peer, const exchange::ForUs& package)
 {
     try {
-        transport.folders.Take(peer, ReadWhole(ClearPath(peer.id, package.sequence), exchange::kLongestFolderNote));
+        transport.folders.Take(peer,
+                               ReadWhole(ClearPath(peer.id, package.sequence), exchange::kLongestFolderNote));
     } catch (const exchange::Error& error) {
         if (error.What() == exchange::Error::Kind::kPassing)
             throw;
@@ -365,7 +370,8 @@ void Inbox::TakeNote(Transport& transport, const Peer& peer, const exchange::For
 }
 
 // A package whose sender may not send what it holds. What follows isn't held up.
-void Inbox::TurnDown(Transport& transport, const Peer& peer, const exchange::ForUs& package, const std::string& reason)
+void Inbox::TurnDown(Transport& transport, const Peer& peer, const exchange::ForUs& package,
+                     const std::string& reason)
 {
     transport.refusals.Note(peer.id, reason);
     ++statistics_.packagesRejected;
@@ -378,7 +384,8 @@ void Inbox::Refuse(Transport& transport, const Peer& peer, std::uint64_t sequenc
 {
     const Key key{peer.id, sequence};
     const auto known = refusals_.find(key);
-    const auto pause = known == refusals_.end() ? kFirstPause : std::min(2 * known->second.pause, kLongestPause);
+    const auto pause =
+        known == refusals_.end() ? kFirstPause : std::min(2 * known->second.pause, kLongestPause);
     const bool isNew = known == refusals_.end();
     refusals_[key] = {Clock::now() + pause, pause};
     if (!isNew)
@@ -392,9 +399,10 @@ void Inbox::Refuse(Transport& transport, const Peer& peer, std::uint64_t sequenc
     report_("refused: " + reason);
 }
 
-// Items of a folder that nobody has accepted, or that was left, are neither applied nor kept: when it is accepted, all
-// of it is asked for. Of one that is shared here a member may send, and nobody else.
-Inbox::Verdict Inbox::JudgeContent(SharedFolders& folders, const Peer& peer, const Package& package, std::string& reason)
+// Items of a folder that nobody has accepted, or that was left, are neither applied nor kept: when it is
+// accepted, all of it is asked for. Of one that is shared here a member may send, and nobody else.
+Inbox::Verdict Inbox::JudgeContent(SharedFolders& folders, const Peer& peer, const Package& package,
+                                   std::string& reason)
 {
     if (!package.folders.empty()) {
         reason = "'" + peer.member + "' announces a folder in a form that isn't used any more";
@@ -412,7 +420,8 @@ Inbox::Verdict Inbox::JudgeContent(SharedFolders& folders, const Peer& peer, con
         }
         const auto known = records_.FindItem(item.id);
         if (known && known->folderId != item.folderId) {
-            reason = "'" + peer.member + "' sends the item " + item.id + " of another folder as one of " + item.folderId;
+            reason = "'" + peer.member + "' sends the item " + item.id + " of another folder as one of " +
+                     item.folderId;
             return Verdict::kReject;
         }
     }
@@ -432,8 +441,8 @@ Inbox::Verdict Inbox::Judge(SharedFolders& folders, const Peer& peer, const std:
             reason = "'" + peer.member + "' sends a compound file that is no package";
             return Verdict::kReject;
         }
-        return JudgeContent(folders, peer, ReadPackage(*root, path.string(), [](const PackageRecord&, IStorage&) {}),
-                            reason);
+        return JudgeContent(
+            folders, peer, ReadPackage(*root, path.string(), [](const PackageRecord&, IStorage&) {}), reason);
     } catch (const HostError& error) {
         if (error.IsPassing())
             exchange::FailForNow(error.what());
@@ -471,8 +480,8 @@ std::size_t Inbox::CountMissing(const std::filesystem::path& path)
     return missing;
 }
 
-// The current package, while the engine is free: it is handed over, or the engine is done with it. What it couldn't
-// apply is tried once more, out of the sealed copy; then the package is put aside.
+// The current package, while the engine is free: it is handed over, or the engine is done with it. What it
+// couldn't apply is tried once more, out of the sealed copy; then the package is put aside.
 bool Inbox::Advance(Transport& transport)
 {
     const IncomingRecord current = *transport.peers.Current();

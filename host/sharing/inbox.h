@@ -1,10 +1,12 @@
 // host/sharing/inbox.h: packages on their way from the exchange into the engine.
 //
-// The packages of a known device are taken strictly in its order, whatever lies there and however it got there. The
-// next one is copied to the mailbox, looked through, handed to the engine, and noted as applied when the engine is
-// done with it; only then is it acknowledged (receipts.h). One package at a time is with the engine.
+// The packages of a known device are taken strictly in its order, whatever lies there and however it got
+// there. The next one is copied to the mailbox, looked through, handed to the engine, and noted as applied
+// when the engine is done with it; only then is it acknowledged (receipts.h). One package at a time is with
+// the engine.
 //
-// What a package has come to stands in the records (IncomingRecord), and each step may be done again after a kill:
+// What a package has come to stands in the records (IncomingRecord), and each step may be done again after a
+// kill:
 //
 //     lies in the exchange   nothing noted; or refused, with the reason
 //     taken                  its sealed copy lies in inbox/, and was found to be the next one
@@ -43,12 +45,12 @@ protected:
     ~ReportSink() = default;
 };
 
-// For the run's thread alone. Methods throw a HostError, or an exchange::Error when the place or the disk can't be
-// used.
+// For the run's thread alone. Methods throw a HostError, or an exchange::Error when the place or the disk
+// can't be used.
 class Inbox {
 public:
-    // report: gets one line for the user about a package that can't be used. askAfter: how many seconds a gap stands
-    // until it is asked for.
+    // report: gets one line for the user about a package that can't be used. askAfter: how many seconds a gap
+    // stands until it is asked for.
     Inbox(const Addin::Parts& parts, const EngineSession& engine, Matcher& matcher,
           std::function<void(const std::string&)> report,
           std::int64_t askAfter = exchange::GapWatch::kPatience);
@@ -88,11 +90,14 @@ private:
         exchange::PackageKind kind = exchange::PackageKind::kItems;
     };
     Opened Unseal(Transport& transport, const Peer& peer, std::uint64_t sequence) const;
-    Verdict Judge(SharedFolders& folders, const Peer& peer, const std::filesystem::path& path, std::string& reason);
-    Verdict JudgeContent(SharedFolders& folders, const Peer& peer, const Package& package, std::string& reason);
+    Verdict Judge(SharedFolders& folders, const Peer& peer, const std::filesystem::path& path,
+                  std::string& reason);
+    Verdict JudgeContent(SharedFolders& folders, const Peer& peer, const Package& package,
+                         std::string& reason);
     bool TakeItems(Transport& transport, const Peer& peer, const exchange::ForUs& package);
     void TakeNote(Transport& transport, const Peer& peer, const exchange::ForUs& package);
-    void TurnDown(Transport& transport, const Peer& peer, const exchange::ForUs& package, const std::string& reason);
+    void TurnDown(Transport& transport, const Peer& peer, const exchange::ForUs& package,
+                  const std::string& reason);
     void TakeReport(Transport& transport, const Peer& peer, const exchange::ForUs& package);
     void Refuse(Transport& transport, const Peer& peer, std::uint64_t sequence, const std::string& reason);
     bool IsPaused(const Key& key) const;
@@ -118,14 +123,14 @@ private:
     std::int64_t askAfter_;
     bool verbose_;
     ReportSink* reports_ = nullptr;
-    bool isCutShort_ = false;              // the last look for a device's next package didn't come to the end
-    int tries_ = 0;                        // of the current one in this process
-    std::map<Key, Header> headers_;        // of files that were looked at
-    std::set<Key> genuine_;                // of these files, those whose signature holds
-    Clock::time_point headersEnd_{};       // until when both count
-    std::set<std::string> turnedDown_;     // reasons that were told
-    std::map<Key, Refusal> refusals_;      // when a file that was refused is looked at again
-    exchange::DeviceId lastTaken_;    // whose package was the last one
+    bool isCutShort_ = false;           // the last look for a device's next package didn't come to the end
+    int tries_ = 0;                     // of the current one in this process
+    std::map<Key, Header> headers_;     // of files that were looked at
+    std::set<Key> genuine_;             // of these files, those whose signature holds
+    Clock::time_point headersEnd_{};    // until when both count
+    std::set<std::string> turnedDown_;  // reasons that were told
+    std::map<Key, Refusal> refusals_;   // when a file that was refused is looked at again
+    exchange::DeviceId lastTaken_;      // whose package was the last one
 };
 
 }  // namespace quorvane::host

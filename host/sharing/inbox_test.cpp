@@ -48,7 +48,8 @@ protected:
     }
     void Lay(const exchange::DeviceKeys& sender, std::uint64_t sequence, const std::string& package) const
     {
-        exchange::Place(here.directory / "exchange", sender.Id()).Put(sequence, exchange::MemorySource(package));
+        exchange::Place(here.directory / "exchange", sender.Id())
+            .Put(sequence, exchange::MemorySource(package));
     }
     void Arrive(const exchange::DeviceKeys& sender, std::uint64_t sequence, const std::string& subject)
     {
@@ -82,7 +83,8 @@ protected:
     Sender outside{here.addin, here.parts, here.engine};
     Matcher matcher{here.parts, here.engine};
     std::vector<std::string> lines;
-    Inbox inbox{here.parts, here.engine, matcher, [this](const std::string& line) { lines.push_back(line); }, 0};
+    Inbox inbox{here.parts, here.engine, matcher, [this](const std::string& line) { lines.push_back(line); },
+                0};
     using Subject = std::vector<std::string>;
 };
 
@@ -108,8 +110,8 @@ TEST_F(InboxTest, APackageThatCantBeOpenedJustNowIsTakenLater)
     const auto copy = here.mailbox.InboxPath() / (exchange::TextOf(here.alice.Id()) + "-1.qvt");
     std::ofstream(copy, std::ios::binary) << content;
     ComPtr<IStorage> held;
-    ASSERT_EQ(StgOpenStorage(OleTextOf(copy).c_str(), nullptr, STGM_READWRITE | STGM_SHARE_EXCLUSIVE, nullptr, 0,
-                             held.Put()),
+    ASSERT_EQ(StgOpenStorage(OleTextOf(copy).c_str(), nullptr, STGM_READWRITE | STGM_SHARE_EXCLUSIVE, nullptr,
+                             0, held.Put()),
               S_OK);
     Lay(here.alice, 1, Sealed(here.alice, 1, 0, content));
     try {
@@ -160,8 +162,8 @@ struct HeardReports final : ReportSink {
     std::vector<exchange::DeviceId> missed;
 };
 
-// What isn't a report, and one of a folder that its sender has no part in, is acknowledged and forgotten: nothing
-// behind it waits.
+// What isn't a report, and one of a folder that its sender has no part in, is acknowledged and forgotten:
+// nothing behind it waits.
 TEST_F(InboxTest, AReportIsHeardFromWhoSharesTheFolderAndNothingElseIs)
 {
     HeardReports reports;
@@ -170,7 +172,8 @@ TEST_F(InboxTest, AReportIsHeardFromWhoSharesTheFolderAndNothingElseIs)
     here.Pin(dave, "dave");
     exchange::FolderReport report;
     report.folder = "{F}";
-    const auto lay = [&](const exchange::DeviceKeys& sender, std::uint64_t sequence, const std::string& bytes) {
+    const auto lay = [&](const exchange::DeviceKeys& sender, std::uint64_t sequence,
+                         const std::string& bytes) {
         Lay(sender, sequence, Sealed(sender, sequence, sequence - 1, bytes, exchange::PackageKind::kDigest));
     };
     lay(here.alice, 1, "no report");
@@ -364,7 +367,8 @@ TEST_F(InboxTest, WhatIsToldOfAFolderIsTakenInItsTurnAndRubbishCountsAsTakenToo)
     entry.member = here.transport.keys.Signing();
     entry.name = "bob";
     entry.seen = {exchange::IdOfEntry(founding)};
-    const auto note = exchange::WriteFolderNote({true, {}, "{DAVES}", "Inbox", {founding, WriteMembershipEntry(dave, entry)}});
+    const auto note = exchange::WriteFolderNote(
+        {true, {}, "{DAVES}", "Inbox", {founding, WriteMembershipEntry(dave, entry)}});
     const auto lay = [&](std::uint64_t sequence, const std::string& content) {
         std::string package;
         exchange::Seal(dave, {dave.Id(), exchange::Epoch{7}, sequence, exchange::PackageKind::kMembership},
@@ -416,8 +420,8 @@ TEST_F(InboxTest, APackageThatIsUnderWayIsTakenUpByTheNextRun)
         const std::string subject = "number " + std::to_string(sequence);
         Arrive(here.alice, sequence, subject);
         const auto name = exchange::TextOf(here.alice.Id()) + "-" + std::to_string(sequence) + ".qvx";
-        exchange::CopyIn(*here.transport.place.Open(here.alice.Id(), sequence), here.mailbox.InboxPath() / name,
-                         1 << 20, 0);
+        exchange::CopyIn(*here.transport.place.Open(here.alice.Id(), sequence),
+                         here.mailbox.InboxPath() / name, 1 << 20, 0);
         here.transport.peers.PutIncoming({here.alice.Id(), sequence, state, {}, 0});
 
         Drain();

@@ -44,9 +44,9 @@ public:
     // The received files that stand in the engine's table of unfinished jobs.
     std::vector<std::string> UnfinishedPaths();
     bool IsUnfinished(const std::string& path);
-    // Whether the engine works one of them off. It removes the file at the end, and the row right after that: until
-    // then the file's name can't be given to it anew. A row that has no file for as long as a writer waits for the
-    // database was left by a run that was killed.
+    // Whether the engine works one of them off. It removes the file at the end, and the row right after that:
+    // until then the file's name can't be given to it anew. A row that has no file for as long as a writer
+    // waits for the database was left by a run that was killed.
     bool IsReceiving(std::chrono::steady_clock::time_point now = std::chrono::steady_clock::now());
 
 private:

@@ -16,7 +16,8 @@ protected:
     void Give()
     {
         std::ofstream(file) << "a package";
-        here.Execute("INSERT INTO tblUnfinishedReceiveJob (Path, Tag) VALUES ('" + file.string() + "', 'alice')");
+        here.Execute("INSERT INTO tblUnfinishedReceiveJob (Path, Tag) VALUES ('" + file.string() +
+                     "', 'alice')");
     }
     void RemoveRow() { here.Execute("DELETE FROM tblUnfinishedReceiveJob"); }
 

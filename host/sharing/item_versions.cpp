@@ -55,7 +55,8 @@ void ItemVersions::ShowHeads(ItemRecord& record, const std::string& member) cons
     record.deleted = shown.isDeletion;
 }
 
-void ItemVersions::Change(ItemRecord& record, std::uint64_t when, const std::optional<exchange::ContentDigest>& content)
+void ItemVersions::Change(ItemRecord& record, std::uint64_t when,
+                          const std::optional<exchange::ContentDigest>& content)
 {
     const Records::Changer own = records_.OwnChanger();
     const exchange::Revision made =
@@ -92,7 +93,8 @@ void ItemVersions::Keep(const ItemRecord& before, const ItemRecord& after, IMess
     const exchange::Revision& gone = *before.heads.Shown();
     const exchange::Revision& next = *after.heads.Shown();
     // Of an item that isn't whole here, the message shows something else.
-    if (before.isWhole && (gone.isDeletion || (!next.isDeletion && next.Supersedes(gone)) || IsSameText(gone, next)))
+    if (before.isWhole &&
+        (gone.isDeletion || (!next.isDeletion && next.Supersedes(gone)) || IsSameText(gone, next)))
         return;
     const std::vector<exchange::Revision> beaten = after.heads.Beaten();
     const bool isBeaten = std::find(beaten.begin(), beaten.end(), gone) != beaten.end();
@@ -101,12 +103,14 @@ void ItemVersions::Keep(const ItemRecord& before, const ItemRecord& after, IMess
     entry.item = before.id;
     entry.folderId = before.folderId;
     entry.folder = FolderName(before.folderId);
-    entry.revision = before.isWhole ? RevisionText(gone) : TimeText(TimeOf(message, PR_LAST_MODIFICATION_TIME));
+    entry.revision =
+        before.isWhole ? RevisionText(gone) : TimeText(TimeOf(message, PR_LAST_MODIFICATION_TIME));
     entry.subject = TextOf(message, PR_SUBJECT_W);
     entry.member = after.version.member;
     entry.since = FileTimeNow();
-    entry.why = isOwn ? TrashEntry::Why::kBeaten
-                      : next.isDeletion ? TrashEntry::Why::kDeleted : TrashEntry::Why::kReplaced;
+    entry.why = isOwn             ? TrashEntry::Why::kBeaten
+                : next.isDeletion ? TrashEntry::Why::kDeleted
+                                  : TrashEntry::Why::kReplaced;
     if (isOwn)
         entry.copy = exchange::ConflictCopyId(before.id, gone);
     trash_.Keep(entry, message);
@@ -123,7 +127,8 @@ std::string ItemVersions::FolderName(const std::string& folderId)
 }
 
 // What is known of an item, and of a change of its message that nobody was told of.
-ItemRecord ItemVersions::KnownWith(const Arrival& arrival, const SharingRow& row, IMessage& message, bool& isUnseen)
+ItemRecord ItemVersions::KnownWith(const Arrival& arrival, const SharingRow& row, IMessage& message,
+                                   bool& isUnseen)
 {
     const ItemRecord record = Known(arrival.id, arrival.folderId);
     if (state_.IsCurrent(row, arrival.folderId, TimeOf(message, PR_LAST_MODIFICATION_TIME)))
@@ -142,7 +147,8 @@ ItemVersions::Verdict ItemVersions::Judge(const Arrival& arrival)
     Verdict verdict;
     verdict.record = Known(arrival.id, arrival.folderId);
     if (!sent || (arrival.hasMessage && sent->heads.Shown()->isDeletion)) {
-        SayOfItem("left out an item from '" + arrival.sender + "': what it says of its version can't be understood");
+        SayOfItem("left out an item from '" + arrival.sender +
+                  "': what it says of its version can't be understood");
         return verdict;
     }
     const auto row = state_.RowOfId(arrival.id);
@@ -188,7 +194,8 @@ void ItemVersions::Join(const Arrival& arrival, const ItemText& sent, const Held
     if (record.deleted)
         return;
     // The same edit made by two is applied already.
-    if (message && !isUnseen && before.isWhole && before.heads.Shown() && IsSameText(*before.heads.Shown(), shown)) {
+    if (message && !isUnseen && before.isWhole && before.heads.Shown() &&
+        IsSameText(*before.heads.Shown(), shown)) {
         verdict.isApplied = false;
         return;
     }

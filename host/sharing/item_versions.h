@@ -1,10 +1,10 @@
 // host/sharing/item_versions.h: which version of a shared item is here, and what becomes of one that comes.
 //
-// What is known of an item are its heads (exchange/item_heads.h), in host.db. Whoever changes the content of a message
-// here makes a version; reading, answering or flagging it makes none. What another device sends is joined with what is
-// known here, a change here that isn't sent yet included, and so all devices come to show the same. What is replaced
-// without having been seen, or deleted by somebody else, is kept in the trash first; and where it was made here, it
-// comes back as an item of its own (conflict_copies.h).
+// What is known of an item are its heads (exchange/item_heads.h), in host.db. Whoever changes the content of
+// a message here makes a version; reading, answering or flagging it makes none. What another device sends is
+// joined with what is known here, a change here that isn't sent yet included, and so all devices come to show
+// the same. What is replaced without having been seen, or deleted by somebody else, is kept in the trash
+// first; and where it was made here, it comes back as an item of its own (conflict_copies.h).
 #ifndef QUORVANE_HOST_SHARING_ITEM_VERSIONS_H_
 #define QUORVANE_HOST_SHARING_ITEM_VERSIONS_H_
 
@@ -41,10 +41,11 @@ public:
     // Held by whoever reads what is known of an item and writes it anew.
     Lock Hold() { return Lock(mutex_); }
 
-    // What is known of an item, the present state of its message in this folder included: as one more version, if its
-    // content isn't what is known, which then is pending. Nothing is noted.
+    // What is known of an item, the present state of its message in this folder included: as one more
+    // version, if its content isn't what is known, which then is pending. Nothing is noted.
     ItemRecord Present(const std::string& id, const std::string& folderId, IMessage& message);
-    // The same of an item that was deleted here. Another member's edit that hadn't been seen may come back with it.
+    // The same of an item that was deleted here. Another member's edit that hadn't been seen may come back
+    // with it.
     ItemRecord Deleted(const std::string& id, const std::string& folderId);
     // What is known of an item.
     ItemRecord Known(const std::string& id, const std::string& folderId);
@@ -61,7 +62,8 @@ public:
     Trash& Removed() noexcept { return trash_; }
 
 private:
-    void Change(ItemRecord& record, std::uint64_t when, const std::optional<exchange::ContentDigest>& content);
+    void Change(ItemRecord& record, std::uint64_t when,
+                const std::optional<exchange::ContentDigest>& content);
     void ShowHeads(ItemRecord& record, const std::string& member) const;
     void Keep(const ItemRecord& before, const ItemRecord& after, IMessage& message);
     std::string FolderName(const std::string& folderId);

@@ -57,7 +57,8 @@ protected:
     ItemVersions::Verdict Arrive(const exchange::ItemHeads& heads, bool hasMessage = true)
     {
         ItemRecord sent{"{I}", "{F}", {1, "alice"}, false, 0, heads, true, false};
-        const auto verdict = here.addin.Versions().Judge({"{I}", "{F}", "alice", FormatItem(sent), hasMessage});
+        const auto verdict =
+            here.addin.Versions().Judge({"{I}", "{F}", "alice", FormatItem(sent), hasMessage});
         if (verdict.isNoted || verdict.isApplied)
             here.records.PutItem(verdict.record);
         return verdict;

@@ -13,7 +13,11 @@ namespace {
 class Joiner {
 public:
     Joiner(const KnownFolder& invitation, const MailSession& mail, Records& records, SharedFolders& folders)
-        : invitation_(invitation), mail_(mail), records_(records), folders_(folders), before_(ListFolders(mail))
+        : invitation_(invitation),
+          mail_(mail),
+          records_(records),
+          folders_(folders),
+          before_(ListFolders(mail))
     {}
 
     Share Into(const std::string& path)
@@ -44,8 +48,8 @@ public:
     }
 
 private:
-    // Empty when there is a folder at the path, unless an attempt before has made it for this invitation and nobody
-    // has used it since.
+    // Empty when there is a folder at the path, unless an attempt before has made it for this invitation and
+    // nobody has used it since.
     std::optional<Share> Make(const std::string& path)
     {
         const auto there = std::find_if(before_.begin(), before_.end(),
@@ -83,8 +87,8 @@ private:
 
 }  // namespace
 
-Share JoinFolder(const KnownFolder& invitation, const JoinPlace& place, const MailSession& mail, Records& records,
-                 SharedFolders& folders, const std::string& inviter)
+Share JoinFolder(const KnownFolder& invitation, const JoinPlace& place, const MailSession& mail,
+                 Records& records, SharedFolders& folders, const std::string& inviter)
 {
     if (records.FindShare(invitation.folderId))
         Fail("accept", invitation.name, "a folder of this id is shared here already; leave that one first");

@@ -9,20 +9,20 @@
 
 namespace quorvane::host {
 
-// Where the folder is to be. Both empty: a new one of the name that it has at the one who invited, or where that is
-// taken, "NAME (member)", "NAME (member 2)" and so on.
+// Where the folder is to be. Both empty: a new one of the name that it has at the one who invited, or where
+// that is taken, "NAME (member)", "NAME (member 2)" and so on.
 struct JoinPlace {
     std::string as;    // a new one at this path
     std::string into;  // the folder that is at this path: what it holds is shared, too
 };
 
-// Accepts an invitation. A folder that exists is never joined unless the user says `into`. Stopped at any point and
-// called again, it makes one folder.
+// Accepts an invitation. A folder that exists is never joined unless the user says `into`. Stopped at any
+// point and called again, it makes one folder.
 //
-// Throws a HostError, and changes nothing of the mailbox's folders, when `as` names one that exists, `into` one that
-// doesn't or that is shared already, or the invited folder is shared here in another form.
-Share JoinFolder(const KnownFolder& invitation, const JoinPlace& place, const MailSession& mail, Records& records,
-                 SharedFolders& folders, const std::string& inviter);
+// Throws a HostError, and changes nothing of the mailbox's folders, when `as` names one that exists, `into`
+// one that doesn't or that is shared already, or the invited folder is shared here in another form.
+Share JoinFolder(const KnownFolder& invitation, const JoinPlace& place, const MailSession& mail,
+                 Records& records, SharedFolders& folders, const std::string& inviter);
 
 }  // namespace quorvane::host
 

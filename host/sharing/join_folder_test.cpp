@@ -28,14 +28,18 @@ protected:
         entry.seen = {exchange::IdOfEntry(bytes)};
         here.transport.folders.Take(
             *here.transport.peers.Find(here.alice.Id()),
-            exchange::WriteFolderNote({true, {}, founding.folder, name, {bytes, WriteMembershipEntry(here.alice, entry)}}));
+            exchange::WriteFolderNote(
+                {true, {}, founding.folder, name, {bytes, WriteMembershipEntry(here.alice, entry)}}));
         return here.transport.folders.Invitations().at(0);
     }
     std::string Join(const KnownFolder& invitation, const JoinPlace& place = {})
     {
         return JoinFolder(invitation, place, here.mail, here.records, here.transport.folders, "alice").name;
     }
-    std::string EntryIdAt(const std::string& path) const { return HexOf(*FindFolder(here.mail, path), PR_ENTRYID); }
+    std::string EntryIdAt(const std::string& path) const
+    {
+        return HexOf(*FindFolder(here.mail, path), PR_ENTRYID);
+    }
 
     SharedTestMailbox here;
     exchange::MembershipEntry founding;

@@ -49,8 +49,8 @@ constexpr ULONG kStoreOwned[] = {
 // A received message arrives unread: the read state is each member's own.
 constexpr ULONG kMemberOwnFlags = MSGFLAG_READ | MSGFLAG_UNMODIFIED;
 
-// What a reader makes of a mail, and no content: whether he answered it, how it is flagged, which picture it has in a
-// list.
+// What a reader makes of a mail, and no content: whether he answered it, how it is flagged, which picture it
+// has in a list.
 constexpr ULONG kReadersOwn[] = {
     PROP_TAG(PT_LONG, 0x0E17),  // PR_MSG_STATUS
     PR_MESSAGE_FLAGS,
@@ -83,7 +83,8 @@ public:
         if (size_ < kLongestValue)
             return head_;
         const std::array<unsigned char, 64> digest = digest_.Finish();
-        return std::to_string(size_) + " bytes, blake2b " + Hex(Bytes(digest.begin(), digest.begin() + kDigestShown));
+        return std::to_string(size_) + " bytes, blake2b " +
+               Hex(Bytes(digest.begin(), digest.begin() + kDigestShown));
     }
 
 private:

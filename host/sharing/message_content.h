@@ -1,4 +1,5 @@
-// host/sharing/message_content.h: everything that a message holds, in a form in which two messages can be compared.
+// host/sharing/message_content.h: everything that a message holds, in a form in which two messages can be
+// compared.
 #ifndef QUORVANE_HOST_SHARING_MESSAGE_CONTENT_H_
 #define QUORVANE_HOST_SHARING_MESSAGE_CONTENT_H_
 
@@ -22,8 +23,8 @@ MessageContent ReadContent(IMessage& message, const std::string& shown);
 // The names under which two messages differ.
 std::vector<std::string> Differences(const MessageContent& a, const MessageContent& b);
 
-// The digest of a message's content: of all that ReadContent gives, but of what a reader makes of a mail without changing
-// it: whether it was read, answered or flagged.
+// The digest of a message's content: of all that ReadContent gives, but of what a reader makes of a mail
+// without changing it: whether it was read, answered or flagged.
 exchange::ContentDigest DigestOf(MessageContent content);
 
 }  // namespace quorvane::host

@@ -87,8 +87,8 @@ void Outbox::Forget(const std::string& recipients) const
     Check(engine_.StorageFiles()->Remove(key.Raw()), "take the package for", recipients);
 }
 
-// Of a package that had no number yet nobody knows whether the disk has all of it: a power cut may have come before. What
-// it held is noted as changed, or as owed, and is packed anew.
+// Of a package that had no number yet nobody knows whether the disk has all of it: a power cut may have come
+// before. What it held is noted as changed, or as owed, and is packed anew.
 void Outbox::Resume()
 {
     std::error_code ignored;  // the engine removes what it finds without a record
@@ -115,9 +115,9 @@ void Outbox::RemoveStrayNotes() const
 {
     const auto outgoing = records_.Outgoing();
     for (const auto& entry : std::filesystem::directory_iterator(parts_.mailbox.PackagesPath())) {
-        const bool isAwaited = std::any_of(outgoing.begin(), outgoing.end(), [&](const OutgoingPackage& package) {
-            return package.path == entry.path().string();
-        });
+        const bool isAwaited = std::any_of(
+            outgoing.begin(), outgoing.end(),
+            [&](const OutgoingPackage& package) { return package.path == entry.path().string(); });
         std::error_code ignored;  // one more file of a few bytes
         if (!isAwaited && entry.path().filename().string().starts_with(kNotePrefix))
             std::filesystem::remove(entry.path(), ignored);
@@ -209,7 +209,8 @@ void Outbox::PutAside(const OutgoingPackage& package)
             "; what it held is packed once more");
 }
 
-// What a package holds that may be sent; what may not is taken out of it first. False when not all of it can be read.
+// What a package holds that may be sent; what may not is taken out of it first. False when not all of it can
+// be read.
 bool Outbox::LookThrough(const OutgoingPackage& package, Package& content)
 try {
     const std::filesystem::path path = PathOf(package.path);
@@ -269,8 +270,8 @@ void Outbox::Plan()
             return;  // those behind it wait, for the order
 }
 
-// Who left the folder since the package got its number doesn't get it. What he is still to be given of others follows
-// in later ones.
+// Who left the folder since the package got its number doesn't get it. What he is still to be given of others
+// follows in later ones.
 std::vector<exchange::Receiver> Outbox::DevicesFor(const OutgoingPackage& package, Transport& transport)
 {
     std::vector<exchange::Receiver> receivers = transport.peers.ReceiversOf(package.sequence);
@@ -297,8 +298,8 @@ void Outbox::Lay(const OutgoingPackage& package, Transport& transport)
             LaySealed(transport, {package.sequence, KindOf(package)}, receivers, path);
             ++parts_.statistics.packagesSent;
             if (parts_.verbose)
-                report_("package " + std::to_string(package.sequence) + " for " + std::to_string(receivers.size()) +
-                        " devices lies in the exchange");
+                report_("package " + std::to_string(package.sequence) + " for " +
+                        std::to_string(receivers.size()) + " devices lies in the exchange");
         }
     } else {
         for (const exchange::Receiver& receiver : receivers)
@@ -313,7 +314,8 @@ void Outbox::TakeNotes(SharedFolders& folders)
 {
     for (const DueNote& note : folders.DueNotes()) {
         const std::filesystem::path path =
-            parts_.mailbox.PackagesPath() / PathOf(kNotePrefix + note.founding.substr(0, 12) + "-" + std::to_string(FileTimeNow()) + ".qvn");
+            parts_.mailbox.PackagesPath() /
+            PathOf(kNotePrefix + note.founding.substr(0, 12) + "-" + std::to_string(FileTimeNow()) + ".qvn");
         WriteDurably(path, note.bytes);
         folders.NoteTold(note, path.string());
         parts_.statistics.Touch();
@@ -343,9 +345,8 @@ bool Outbox::HasUnplanned()
 {
     const auto outgoing = records_.Outgoing();
     return !ListEngine().empty() ||
-           std::any_of(outgoing.begin(), outgoing.end(), [this](const OutgoingPackage& package) {
-               return !package.isPlanned;
-           });
+           std::any_of(outgoing.begin(), outgoing.end(),
+                       [this](const OutgoingPackage& package) { return !package.isPlanned; });
 }
 
 bool Outbox::IsUnplanned(const std::string& recipients)

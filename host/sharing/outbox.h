@@ -1,8 +1,9 @@
 // host/sharing/outbox.h: packages on their way from the engine to the exchange.
 //
-// A package is taken from the engine when it has been quiet for a moment, or is as large as one may be. From then on it is the program's:
-// it is noted before the engine forgets it, looked through, gets its number and its receivers, and goes when it
-// lies in the exchange, sealed. A kill at any point leads to one more of the same number and content, never to none.
+// A package is taken from the engine when it has been quiet for a moment, or is as large as one may be. From
+// then on it is the program's: it is noted before the engine forgets it, looked through, gets its number and
+// its receivers, and goes when it lies in the exchange, sealed. A kill at any point leads to one more of the
+// same number and content, never to none.
 #ifndef QUORVANE_HOST_SHARING_OUTBOX_H_
 #define QUORVANE_HOST_SHARING_OUTBOX_H_
 
@@ -25,8 +26,8 @@ class Outbox final : public PackageRoom {
 public:
     static constexpr std::uint64_t kPackageSize = std::uint64_t{64} << 20;
 
-    // report: gets one line for the user about what can't be sent. packageSize: how many bytes a package holds; an
-    // item that is larger has one of its own.
+    // report: gets one line for the user about what can't be sent. packageSize: how many bytes a package
+    // holds; an item that is larger has one of its own.
     Outbox(const Addin::Parts& parts, const EngineSession& engine,
            std::function<void(const std::string&)> report, std::uint64_t packageSize = kPackageSize)
         : parts_(parts),
@@ -43,22 +44,22 @@ public:
     // Any thread.
     void MakeRoom(std::uint64_t size) override;
 
-    // Takes every package that is ready. Those for one member come first, so that he knows a folder before its
-    // changes.
+    // Takes every package that is ready. Those for one member come first, so that he knows a folder before
+    // its changes.
     void TakeReady(bool evenIfFresh);
 
     // Takes the package for these recipients, ready or not, if there is one.
     void Take(const std::string& recipients);
 
-    // Looks through what was taken, and fixes who gets it, in the order of taking. What isn't fit to be sent is taken
-    // out and noted.
+    // Looks through what was taken, and fixes who gets it, in the order of taking. What isn't fit to be sent
+    // is taken out and noted.
     void Plan();
 
     // Takes what members are to be told of folders.
     void TakeNotes(SharedFolders& folders);
 
-    // Lays what was taken into the exchange. Throws, an exchange::Error too, when that can't be used; what wasn't
-    // laid there is kept for the next call.
+    // Lays what was taken into the exchange. Throws, an exchange::Error too, when that can't be used; what
+    // wasn't laid there is kept for the next call.
     void Deliver(Transport& transport);
 
     // Notes an item that isn't sent, and says so.

@@ -1,7 +1,7 @@
 // host/sharing/package_check.h: looks a package of the engine's through before it goes to others.
 //
-// A full disk, a kill or a store that couldn't copy a message may leave an item in a package that isn't what it
-// says: a receiver would take it for a deletion, or empty his own mail. Such an item is taken out.
+// A full disk, a kill or a store that couldn't copy a message may leave an item in a package that isn't what
+// it says: a receiver would take it for a deletion, or empty his own mail. Such an item is taken out.
 #ifndef QUORVANE_HOST_SHARING_PACKAGE_CHECK_H_
 #define QUORVANE_HOST_SHARING_PACKAGE_CHECK_H_
 
@@ -13,8 +13,8 @@
 
 namespace quorvane::host {
 
-// An item or a folder's announcement that isn't fit to be sent. Without an ID when it can't even be told which it is:
-// then it was never completed, and nobody takes it for sent.
+// An item or a folder's announcement that isn't fit to be sent. Without an ID when it can't even be told
+// which it is: then it was never completed, and nobody takes it for sent.
 struct DamagedElement {
     const OLECHAR* part = nullptr;  // of the package
     OleString element;

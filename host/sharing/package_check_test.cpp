@@ -52,8 +52,8 @@ protected:
     ComPtr<IStorage> OpenToWrite() const
     {
         ComPtr<IStorage> root;
-        Check(StgOpenStorage(OleTextOf(PackagePath()).c_str(), nullptr, kWrite, nullptr, 0, root.Put()), "open",
-              "the package");
+        Check(StgOpenStorage(OleTextOf(PackagePath()).c_str(), nullptr, kWrite, nullptr, 0, root.Put()),
+              "open", "the package");
         return root;
     }
     static ComPtr<IStorage> Child(IStorage& parent, const OLECHAR* name)
@@ -67,7 +67,8 @@ protected:
     std::map<std::string, std::string> Damage() const
     {
         std::map<std::string, std::string> damage;
-        for (const DamagedElement& element : CheckPackage(*OpenCompoundFile(PackagePath()), "the package").damaged)
+        for (const DamagedElement& element :
+             CheckPackage(*OpenCompoundFile(PackagePath()), "the package").damaged)
             damage[element.id] = element.reason;
         return damage;
     }

@@ -18,8 +18,8 @@ struct FoundCard {
 // "0123... (words)".
 std::string ShownDevice(const exchange::DeviceId& id);
 
-// The cards of this name in the exchange, without those of devices that the user has pinned to somebody. Throws an
-// exchange::Error when the exchange can't be read.
+// The cards of this name in the exchange, without those of devices that the user has pinned to somebody.
+// Throws an exchange::Error when the exchange can't be read.
 std::vector<FoundCard> FindCards(Transport& transport, const std::string& name);
 
 // The card of a device. Throws a HostError when there is none, or it names somebody else than `member`.
@@ -28,8 +28,8 @@ FoundCard FindCard(const Transport& transport, const exchange::DeviceId& id, con
 // Throws a HostError that names both when two devices claim one name, and the user has pinned neither.
 void RefuseAmbiguity(const std::string& member, const std::vector<FoundCard>& cards);
 
-// The exchange that a command works with: the one that was named, which is remembered, or the remembered one; empty
-// when there is neither.
+// The exchange that a command works with: the one that was named, which is remembered, or the remembered one;
+// empty when there is neither.
 std::string ChosenExchange(const Mailbox& mailbox, const std::string& named);
 
 }  // namespace quorvane::host

@@ -49,7 +49,8 @@ void Receipts::Report(const std::string& line)
 Receipts::Heard* Receipts::HearFrom(Transport& transport, const Peer& peer)
 {
     try {
-        const auto bytes = transport.place.Read(peer.id, exchange::Place::Note::kAcks, exchange::Acks::kLongest);
+        const auto bytes =
+            transport.place.Read(peer.id, exchange::Place::Note::kAcks, exchange::Acks::kLongest);
         if (!bytes || !peer.card)
             return nullptr;
         Heard& heard = heard_[peer.id];
@@ -68,8 +69,8 @@ Receipts::Heard* Receipts::HearFrom(Transport& transport, const Peer& peer)
     }
 }
 
-// Its own packages, and what others say that they have of them, go further than its records. `sequence` becomes the
-// furthest.
+// Its own packages, and what others say that they have of them, go further than its records. `sequence`
+// becomes the furthest.
 bool Receipts::IsBehind(Transport& transport, std::uint64_t& sequence)
 {
     const std::uint64_t last = transport.peers.LastSequence();
@@ -80,7 +81,8 @@ bool Receipts::IsBehind(Transport& transport, std::uint64_t& sequence)
             sequence = lying;
     for (const Peer& peer : transport.peers.All())
         if (const Heard* const heard = HearFrom(transport, peer))
-            sequence = std::max(sequence, exchange::AcknowledgedUpTo(heard->acks, own, transport.peers.OwnEpoch()));
+            sequence =
+                std::max(sequence, exchange::AcknowledgedUpTo(heard->acks, own, transport.peers.OwnEpoch()));
     if (sequence > last)
         return true;
     try {
@@ -99,8 +101,9 @@ void Receipts::Begin(Transport& transport)
     PublishCard(transport, name_);
     std::uint64_t sequence = 0;
     if (IsBehind(transport, sequence)) {
-        report_("this mailbox is behind what it has sent and taken already, as after a backup was restored: it "
-                "begins anew with every member");
+        report_(
+            "this mailbox is behind what it has sent and taken already, as after a backup was restored: it "
+            "begins anew with every member");
         transport.peers.BeginEpoch(NewEpoch(), sequence);
     }
     hasBegun_ = true;
@@ -128,8 +131,8 @@ void Receipts::Look(Transport& transport)
     nextAcks_ = Clock::now() + kAcksInterval;
 }
 
-// What somebody removed from the exchange is laid there again. Where later acknowledgements of this device lie than it
-// has made, it came out of a backup; when more of them come, a copy of the mailbox is at work.
+// What somebody removed from the exchange is laid there again. Where later acknowledgements of this device
+// lie than it has made, it came out of a backup; when more of them come, a copy of the mailbox is at work.
 void Receipts::KeepOwnNotes(Transport& transport)
 {
     PublishCard(transport, name_);
@@ -158,7 +161,8 @@ void Receipts::LookForCards(Transport& transport)
         if (peer.card)
             continue;
         try {
-            const auto bytes = transport.place.Read(peer.id, exchange::Place::Note::kCard, exchange::kLongestCard);
+            const auto bytes =
+                transport.place.Read(peer.id, exchange::Place::Note::kCard, exchange::kLongestCard);
             if (bytes)
                 transport.peers.NoteCard(exchange::ReadCard(*bytes, peer.id), *bytes);
         } catch (const exchange::Error& error) {
@@ -200,7 +204,8 @@ void Receipts::LookForStrangers(Transport& transport)
             continue;
         Report("a device that isn't known here calls itself '" + stranger->name + "' (" +
                exchange::FingerprintOf(device) + ") and " +
-               (stranger->packages > 0 ? "has packages for this mailbox" : "is perhaps the one that is awaited") +
+               (stranger->packages > 0 ? "has packages for this mailbox"
+                                       : "is perhaps the one that is awaited") +
                "; if it is theirs: 'quorvane members add MAILBOX " + stranger->name + " --device " +
                exchange::TextOf(device) + "'");
         const auto before = std::find_if(known.begin(), known.end(),
@@ -224,9 +229,9 @@ bool Receipts::MayRemake(const Peer& peer) const
     return FileTimeNow() >= peer.remade + static_cast<std::uint64_t>(askAfter_) * kUnitsASecond;
 }
 
-// Whether a member has taken more than this mailbox has sent, which then came out of a backup while the place hid that:
-// it begins anew with the next step. One that has done so already counts on from where the member is, or what it sends
-// would pass there for old.
+// Whether a member has taken more than this mailbox has sent, which then came out of a backup while the place
+// hid that: it begins anew with the next step. One that has done so already counts on from where the member
+// is, or what it sends would pass there for old.
 bool Receipts::IsPastOwn(Transport& transport, const Peer& peer, const exchange::Acks& acks)
 {
     const exchange::DeviceId& own = transport.keys.Id();
@@ -269,7 +274,8 @@ void Receipts::Hear(Transport& transport, const Peer& peer, Heard& heard)
         }
     }
     const auto now = Clock::now();
-    if (heard.judged != Clock::time_point() && now < heard.judged + std::chrono::seconds(std::max<std::int64_t>(askAfter_, 1)))
+    if (heard.judged != Clock::time_point() &&
+        now < heard.judged + std::chrono::seconds(std::max<std::int64_t>(askAfter_, 1)))
         return;
     heard.judged = now;
     if (MayRemake(peer) && IsLost(transport, peer, acks)) {
@@ -296,7 +302,8 @@ bool Receipts::IsLost(Transport& transport, const Peer& peer, const exchange::Ac
     return !any;
 }
 
-// Packages that everybody has acknowledged, or that are for nobody any more. What somebody else removed is made again.
+// Packages that everybody has acknowledged, or that are for nobody any more. What somebody else removed is
+// made again.
 void Receipts::RemoveTaken(Transport& transport)
 {
     const auto lying = transport.place.Packages(transport.keys.Id(), 1);
@@ -316,7 +323,8 @@ void Receipts::RemoveTaken(Transport& transport)
         const auto peer = transport.peers.Find(device);
         if (!peer || !MayRemake(*peer))
             continue;
-        Report("packages for '" + peer->member + "' were removed from the exchange before it had them: they are made "
+        Report("packages for '" + peer->member +
+               "' were removed from the exchange before it had them: they are made "
                "again");
         transport.peers.Remake(device);
     }

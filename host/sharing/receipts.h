@@ -1,5 +1,5 @@
-// host/sharing/receipts.h: what members have taken of what was sent, what is missing, and what this mailbox tells of that
-// itself.
+// host/sharing/receipts.h: what members have taken of what was sent, what is missing, and what this mailbox
+// tells of that itself.
 #ifndef QUORVANE_HOST_SHARING_RECEIPTS_H_
 #define QUORVANE_HOST_SHARING_RECEIPTS_H_
 
@@ -17,27 +17,29 @@ namespace quorvane::host {
 // Somebody else uses the mailbox's keys: this one must not go on.
 struct CopyAtWork : HostError {
     CopyAtWork()
-        : HostError("another copy of this mailbox is at work in the exchange, with the same keys: only one may ever run; "
-                    "a second machine needs a mailbox of its own ('quorvane init')")
+        : HostError(
+              "another copy of this mailbox is at work in the exchange, with the same keys: only one may "
+              "ever run; "
+              "a second machine needs a mailbox of its own ('quorvane init')")
     {}
 };
 
 // For the run's thread alone. Methods throw a HostError, or an exchange::Error when the place can't be used.
 class Receipts {
 public:
-    // report: gets one line for the user. name: this mailbox's, for its card. askAfter: how many seconds pass at
-    // the least until what a member misses is made again once more.
+    // report: gets one line for the user. name: this mailbox's, for its card. askAfter: how many seconds pass
+    // at the least until what a member misses is made again once more.
     Receipts(std::string name, std::function<void(const std::string&)> report,
              std::int64_t askAfter = exchange::GapWatch::kPatience)
         : name_(std::move(name)), report_(std::move(report)), askAfter_(askAfter)
     {}
 
-    // Lays the card down, and looks whether the mailbox is behind what it did itself: then it came out of a backup,
-    // and begins anew. Does this once; before the first package is sent or taken.
+    // Lays the card down, and looks whether the mailbox is behind what it did itself: then it came out of a
+    // backup, and begins anew. Does this once; before the first package is sent or taken.
     void Begin(Transport& transport);
 
-    // Looks, now and then, for the cards of known devices, for strangers, and for what members acknowledge; removes
-    // from the exchange what all have, and has made again what they lack.
+    // Looks, now and then, for the cards of known devices, for strangers, and for what members acknowledge;
+    // removes from the exchange what all have, and has made again what they lack.
     void Look(Transport& transport);
 
     // Tells what was taken and what is missing, if that has changed.

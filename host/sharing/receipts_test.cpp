@@ -53,11 +53,15 @@ protected:
     // As a run does at its start.
     void Look()
     {
-        Receipts receipts("bob", [this](const std::string& line) { lines.push_back(line); }, 0);
+        Receipts receipts(
+            "bob", [this](const std::string& line) { lines.push_back(line); }, 0);
         receipts.Begin(here.transport);
         receipts.Look(here.transport);
     }
-    std::vector<std::uint64_t> Lying() const { return here.transport.place.Packages(here.transport.keys.Id(), 1); }
+    std::vector<std::uint64_t> Lying() const
+    {
+        return here.transport.place.Packages(here.transport.keys.Id(), 1);
+    }
     // Whether a member is owed all of the folder.
     bool IsOwedAll(const std::string& member)
     {
@@ -68,7 +72,8 @@ protected:
     {
         std::string name = std::to_string(sequence);
         name.insert(0, 20 - name.size(), '0');
-        return here.directory / "exchange" / exchange::TextOf(here.transport.keys.Id()) / "out" / (name + ".qvx");
+        return here.directory / "exchange" / exchange::TextOf(here.transport.keys.Id()) / "out" /
+               (name + ".qvx");
     }
     using Numbers = std::vector<std::uint64_t>;
 
@@ -121,7 +126,8 @@ TEST_F(ReceiptsTest, WhoHasTakenMoreThanWasSentMakesTheMailboxBeginAnew)
 {
     Send({"alice"});
     const exchange::Epoch before = here.transport.peers.OwnEpoch();
-    Receipts receipts("bob", [this](const std::string& line) { lines.push_back(line); }, 0);
+    Receipts receipts(
+        "bob", [this](const std::string& line) { lines.push_back(line); }, 0);
     receipts.Begin(here.transport);
     Acknowledge(here.alice, 5, 10);
 
@@ -162,11 +168,12 @@ TEST_F(ReceiptsTest, NobodyCanBringTheNumbersToTheirEnd)
     EXPECT_EQ(Send({"alice"}), 2U);
 }
 
-// The acknowledgements that another one with this device's keys writes. A mailbox that was restored finds such ones
-// once; when more of them come, a copy of it is at work.
+// The acknowledgements that another one with this device's keys writes. A mailbox that was restored finds
+// such ones once; when more of them come, a copy of it is at work.
 TEST_F(ReceiptsTest, AMailboxThatACopyOfItWorksBesideStops)
 {
-    Receipts receipts("bob", [this](const std::string& line) { lines.push_back(line); }, 0);
+    Receipts receipts(
+        "bob", [this](const std::string& line) { lines.push_back(line); }, 0);
     receipts.Begin(here.transport);
     const exchange::Epoch before = here.transport.peers.OwnEpoch();
     const std::uint64_t now = FileTimeNow();
@@ -198,7 +205,8 @@ TEST_F(ReceiptsTest, WhatIsAskedForAndLiesThereIsOnlyLateAndWhatDoesntIsMadeAgai
     EXPECT_FALSE(IsOwedAll("carol"));
     EXPECT_TRUE(Lying().empty()) << "what follows is part of what is made again";
     ASSERT_EQ(here.transport.folders.DueNotes().size(), 1U);
-    EXPECT_EQ(here.transport.folders.DueNotes()[0].devices, std::vector<std::string>{exchange::TextOf(here.alice.Id())});
+    EXPECT_EQ(here.transport.folders.DueNotes()[0].devices,
+              std::vector<std::string>{exchange::TextOf(here.alice.Id())});
     // It comes right behind what she has.
     Send({"alice"});
     EXPECT_EQ(here.transport.peers.ReceiversOf(3).at(0).previous, 0U);
@@ -259,7 +267,6 @@ TEST_F(ReceiptsTest, AMailboxThatIsBehindItsOwnPackagesBeginsAnewAndJunkIsNoneOf
 {
     Send({"alice"});
 
-
     std::ofstream(PackagePath(18'000'000'000'000'000'000U)) << "junk";
     const exchange::Epoch before = here.transport.peers.OwnEpoch();
     Look();
@@ -275,11 +282,13 @@ TEST_F(ReceiptsTest, AMailboxThatIsBehindItsOwnPackagesBeginsAnewAndJunkIsNoneOf
 TEST_F(ReceiptsTest, WhatWasTakenIsToldOnceWithARisingNumber)
 {
     const auto read = [this] {
-        return exchange::ReadAcks(*here.transport.place.Read(here.transport.keys.Id(), exchange::Place::Note::kAcks,
-                                                             exchange::Acks::kLongest),
-                                  here.transport.keys.Signing());
+        return exchange::ReadAcks(
+            *here.transport.place.Read(here.transport.keys.Id(), exchange::Place::Note::kAcks,
+                                       exchange::Acks::kLongest),
+            here.transport.keys.Signing());
     };
-    Receipts receipts("bob", [](const std::string&) {}, 0);
+    Receipts receipts(
+        "bob", [](const std::string&) {}, 0);
     receipts.Tell(here.transport);
     EXPECT_FALSE(here.transport.place.Read(here.transport.keys.Id(), exchange::Place::Note::kAcks, 4096));
 
@@ -305,7 +314,8 @@ TEST_F(ReceiptsTest, AStrangerWhoHasSomethingForThisMailboxIsNamedAndNobodyElseI
     const exchange::DeviceKeys erin, frank;
     for (const auto* keys : {&erin, &frank}) {
         const exchange::Place place(here.directory / "exchange", keys->Id());
-        place.Write(exchange::Place::Note::kCard, exchange::WriteCard(*keys, keys == &erin ? "erin" : "frank", 1));
+        place.Write(exchange::Place::Note::kCard,
+                    exchange::WriteCard(*keys, keys == &erin ? "erin" : "frank", 1));
         const exchange::DeviceKeys& receiver = keys == &erin ? here.transport.keys : here.carol;
         std::string package;
         exchange::Seal(*keys, {keys->Id(), exchange::Epoch{1}, 1, exchange::PackageKind::kItems},

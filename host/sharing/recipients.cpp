@@ -23,7 +23,8 @@ std::string ReportRecipients(const std::string& device)
 
 std::string ParseReportRecipients(std::string_view recipients)
 {
-    return recipients.starts_with(kReportPrefix) ? std::string(recipients.substr(kReportPrefix.size())) : std::string();
+    return recipients.starts_with(kReportPrefix) ? std::string(recipients.substr(kReportPrefix.size()))
+                                                 : std::string();
 }
 
 std::optional<MemberTarget> ParseMemberRecipients(std::string_view recipients)
@@ -34,8 +35,7 @@ std::optional<MemberTarget> ParseMemberRecipients(std::string_view recipients)
     const std::size_t colon = recipients.find(':');
     if (colon == std::string_view::npos || !IsMemberName(recipients.substr(0, colon)))
         return std::nullopt;
-    return MemberTarget{std::string(recipients.substr(0, colon)),
-                              std::string(recipients.substr(colon + 1))};
+    return MemberTarget{std::string(recipients.substr(0, colon)), std::string(recipients.substr(colon + 1))};
 }
 
 }  // namespace quorvane::host

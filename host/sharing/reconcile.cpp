@@ -12,11 +12,12 @@ bool Reconciler::IsDifferent(const Known& known, const SharingRow& row, std::uin
     const auto record = known.find(row.id);
     if (record == known.end())
         return true;
-    return !ItemState::IsCurrent(row, record->second, modified) && (record->second.isWhole || record->second.deleted);
+    return !ItemState::IsCurrent(row, record->second, modified) &&
+           (record->second.isWhole || record->second.deleted);
 }
 
-// What was changed here and is in no package, though none is on its way: a power cut took the one that it was in. What
-// was taken out of one is tried again by the next run.
+// What was changed here and is in no package, though none is on its way: a power cut took the one that it was
+// in. What was taken out of one is tried again by the next run.
 std::set<std::string> Reconciler::FindLost(const Share& share)
 {
     std::set<std::string> lost;
@@ -51,7 +52,8 @@ std::vector<Reconciler::Difference> Reconciler::FindDifferences(const Share& sha
         if (row ? !present.contains(row->entryId) : record.deleted && lost.contains(id))
             differences.push_back({{}, id, 0});
     }
-    std::erase_if(differences, [this](const Difference& difference) { return failed_.contains(difference.Key()); });
+    std::erase_if(differences,
+                  [this](const Difference& difference) { return failed_.contains(difference.Key()); });
     return differences;
 }
 

@@ -15,14 +15,16 @@ namespace quorvane::host {
 // For the run's thread alone. Methods throw a HostError.
 class Reconciler {
 public:
-    // unsent: gets an item that can't be sent, its folder's ID, and why. Without it such an item ends the work.
-    using Unsent = std::function<void(const std::string& id, const std::string& folderId, const std::string& reason)>;
+    // unsent: gets an item that can't be sent, its folder's ID, and why. Without it such an item ends the
+    // work.
+    using Unsent =
+        std::function<void(const std::string& id, const std::string& folderId, const std::string& reason)>;
     Reconciler(Sender& sender, const Addin::Parts& parts, Unsent unsent = {})
         : sender_(sender), parts_(parts), unsent_(std::move(unsent))
     {}
 
-    // isPacking: whether packages are on their way out that aren't accounted for. Without it, what was lost on the way
-    // there isn't looked for.
+    // isPacking: whether packages are on their way out that aren't accounted for. Without it, what was lost
+    // on the way there isn't looked for.
     void SetPacking(std::function<bool()> isPacking) { isPacking_ = std::move(isPacking); }
 
     // isAsked: whether the run is to end: then what differs is left to the next one.
@@ -57,7 +59,8 @@ private:
     Unsent unsent_;
     std::function<bool()> isPacking_;
     std::function<bool()> isStopAsked_ = [] { return false; };
-    std::set<std::string> failed_;  // differences that can't be sent: tried again by a later run, or when they change
+    std::set<std::string>
+        failed_;  // differences that can't be sent: tried again by a later run, or when they change
     // Per folder: differences that were left to the engine, since when.
     std::map<std::string, std::map<std::string, std::chrono::steady_clock::time_point>> firstSeen_;
 };

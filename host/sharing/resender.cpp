@@ -89,8 +89,8 @@ private:
 
 namespace {
 
-// What the engine holds of a job for as long as it works on it: nothing else tells its end, whether it came to it or
-// never began.
+// What the engine holds of a job for as long as it works on it: nothing else tells its end, whether it came
+// to it or never began.
 class HeldByEngine final : public ProgressHandler {
 public:
     explicit HeldByEngine(std::shared_ptr<ResendJob> job) noexcept : job_(std::move(job)) {}
@@ -129,7 +129,8 @@ HRESULT StartJob(IFolder& folder, const std::shared_ptr<ResendJob>& job)
     all.Raw().vt = VT_BOOL;
     all.Raw().boolVal = request.scope == ResendScope::kChanged ? VARIANT_FALSE : VARIANT_TRUE;
     const Variant shown = Variant::Dispatch(progress.Get());
-    // ResendEx in any case: it leaves no row of the job behind, which nothing but a cancellation would remove.
+    // ResendEx in any case: it leaves no row of the job behind, which nothing but a cancellation would
+    // remove.
     ComPtr<RestrictCallback> restriction;
     if (request.since != 0)
         restriction = MakeComObject<RestrictCallback>(std::make_shared<SinceRestriction>(request.since));
@@ -175,8 +176,8 @@ void Resender::Step()
             return;
 }
 
-// False when the folder isn't announced to the member yet, or packages can't be sealed to him: what comes after that
-// is the member's own.
+// False when the folder isn't announced to the member yet, or packages can't be sealed to him: what comes
+// after that is the member's own.
 bool Resender::Start(const ResendRecord& request)
 {
     const auto share = parts_.records.FindShare(request.folderId);
@@ -276,7 +277,8 @@ bool Resender::SendDeletions()
         return false;
     job_->deletionsSent = true;
     bool sent = false;
-    for (const std::string& id : parts_.records.DeletedBy(job_->Folder().folderId, own ? parts_.mailbox.Name() : std::string()))
+    for (const std::string& id :
+         parts_.records.DeletedBy(job_->Folder().folderId, own ? parts_.mailbox.Name() : std::string()))
         if (!parts_.records.IsGiven(job_->Request().number, id)) {
             sender_.SendDeletion(job_->Folder(), id, job_->Recipients());
             sent = true;

@@ -1,9 +1,9 @@
-// host/sharing/resender.h: brings members of a folder up to date: new ones who have nothing of it yet, and those whom somebody
-// asked to be sent items once more.
+// host/sharing/resender.h: brings members of a folder up to date: new ones who have nothing of it yet, and
+// those whom somebody asked to be sent items once more.
 //
-// What a member is owed stands in the records, and goes from there when a package that holds it has been looked
-// through. The engine's job, which sends item by item into packages of that member's own, starts from what is owed;
-// so it may be stopped or killed at any time.
+// What a member is owed stands in the records, and goes from there when a package that holds it has been
+// looked through. The engine's job, which sends item by item into packages of that member's own, starts from
+// what is owed; so it may be stopped or killed at any time.
 #ifndef QUORVANE_HOST_SHARING_RESENDER_H_
 #define QUORVANE_HOST_SHARING_RESENDER_H_
 
@@ -74,7 +74,7 @@ private:
     RateMeter rate_;
     std::chrono::steady_clock::time_point nextNote_{};
     bool stopping_ = false;
-    int vain_ = 0;                     // jobs in a row that gave nothing
+    int vain_ = 0;                    // jobs in a row that gave nothing
     std::set<std::int64_t> givenUp_;  // requests that are left to a later run
 };
 

@@ -101,8 +101,8 @@ protected:
     Reconciler reconciler{sender, here.parts};
     std::vector<std::string> lines;
     Outbox outbox{here.parts, here.engine, [this](const std::string& line) { lines.push_back(line); }};
-    Resender resender{here.parts, here.engine, sender, reconciler, outbox,
-                      [this](const std::string& line) { lines.push_back(line); }};
+    Resender resender{here.parts, here.engine, sender,
+                      reconciler, outbox,      [this](const std::string& line) { lines.push_back(line); }};
     std::map<std::string, std::multiset<std::pair<std::string, bool>>> sent;
 
     std::atomic<int> items_{0};

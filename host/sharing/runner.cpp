@@ -15,7 +15,8 @@ namespace quorvane::host {
 namespace {
 
 constexpr auto kStepTime = std::chrono::milliseconds(25);
-// How long it steps on after something happened: what follows from it may not be told, and may wait for its time.
+// How long it steps on after something happened: what follows from it may not be told, and may wait for its
+// time.
 constexpr auto kAttention = std::chrono::milliseconds(3000);
 // How often an exchange that is gone is looked for.
 constexpr auto kRetryInterval = std::chrono::milliseconds(1000);
@@ -37,7 +38,8 @@ std::string LookOf(const std::filesystem::path& path)
 
 }  // namespace
 
-Runner::Runner(const RunOptions& options, const Mailbox& mailbox, const StopSignals& signals, Statistics& statistics)
+Runner::Runner(const RunOptions& options, const Mailbox& mailbox, const StopSignals& signals,
+               Statistics& statistics)
     : options_(options),
       mailbox_(mailbox),
       signals_(signals),
@@ -54,13 +56,18 @@ Runner::Runner(const RunOptions& options, const Mailbox& mailbox, const StopSign
                       outbox_.NoteUnsent(id, folderId, reason);
                   }),
       matcher_(parts_, engine_),
-      outbox_(parts_, engine_, [this](const std::string& line) { Say(line); }, options.packageSize << 20),
-      comparisons_(parts_, sender_, [this](const std::string& line) { Say(line); }, options.compareAfter),
+      outbox_(
+          parts_, engine_, [this](const std::string& line) { Say(line); }, options.packageSize << 20),
+      comparisons_(
+          parts_, sender_, [this](const std::string& line) { Say(line); }, options.compareAfter),
       copies_(parts_, addin_, engine_, sender_, [this](const std::string& line) { Say(line); }),
-      resender_(parts_, engine_, sender_, reconciler_, outbox_, [this](const std::string& line) { Say(line); }),
-      inbox_(parts_, engine_, matcher_, [this](const std::string& line) { Say(line); }, options.askAfter),
+      resender_(parts_, engine_, sender_, reconciler_, outbox_,
+                [this](const std::string& line) { Say(line); }),
+      inbox_(
+          parts_, engine_, matcher_, [this](const std::string& line) { Say(line); }, options.askAfter),
       transport_(mailbox, PathOf(options.exchange)),
-      receipts_(mailbox.Name(), [this](const std::string& line) { Say(line); }, options.askAfter),
+      receipts_(
+          mailbox.Name(), [this](const std::string& line) { Say(line); }, options.askAfter),
       progress_(mailbox.Name())
 {
     addin_.SetEngine(engine_);
@@ -89,12 +96,14 @@ void Runner::NameFormerLayout()
     try {
         const auto root = exchange::OutsideDirectory::Open(PathOf(options_.exchange));
         if (const auto own = root ? root->Sub(mailbox_.Name()) : nullptr)
-            own->ForEachName([&](const std::string& name) { return !(found = name.find('~') != std::string::npos); });
+            own->ForEachName(
+                [&](const std::string& name) { return !(found = name.find('~') != std::string::npos); });
     } catch (const exchange::Error&) {
         return;
     }
     if (found)
-        Say("packages of the former layout for '" + mailbox_.Name() + "' lie in the exchange and aren't read any more: "
+        Say("packages of the former layout for '" + mailbox_.Name() +
+            "' lie in the exchange and aren't read any more: "
             "their senders send everything once more when they run this version");
 }
 
@@ -143,7 +152,8 @@ void Runner::WatchShare(const Share& share)
 {
     if (IsAwaited(share))
         reconciler_.SendDifferences(share);
-    Check(engine_.FindFolder(share.folderId)->put_IgnoreEvents(VARIANT_FALSE), "watch the folder", share.name);
+    Check(engine_.FindFolder(share.folderId)->put_IgnoreEvents(VARIANT_FALSE), "watch the folder",
+          share.name);
 }
 
 // Whether anybody waits for changes of the folder who isn't to be sent all of it anyway.
@@ -154,8 +164,8 @@ bool Runner::IsAwaited(const Share& share)
     return records_.OthersHave(nobody, {});
 }
 
-// Of a folder that was shared here in former times, items are known that may lie elsewhere by now, or nowhere: nobody
-// who joins again deletes them at the others.
+// Of a folder that was shared here in former times, items are known that may lie elsewhere by now, or
+// nowhere: nobody who joins again deletes them at the others.
 void Runner::LookThrough(const Share& share)
 {
     if (!transport_.folders.IsFresh(share.folderId))
@@ -212,7 +222,8 @@ void Runner::FollowShares()
         }
         if (const ComPtr<IFolder> watched = engine_.FindFolder(*folder)) {
             const std::string entryId = ReadText(*watched, &IFolder::get_EntryID);
-            Check(engine_.Folders()->Remove(Variant::Text(FromUtf8(entryId)).Raw()), "stop watching the folder", *folder);
+            Check(engine_.Folders()->Remove(Variant::Text(FromUtf8(entryId)).Raw()),
+                  "stop watching the folder", *folder);
         }
         folder = watched_.erase(folder);
     }
@@ -251,8 +262,8 @@ void Runner::Step()
     outbox_.Plan();
     resender_.Step();
     MakeCopies();
-    comparisons_.Step(statistics_.Quiet() >= kQuietBeforeComparison && !resender_.HasWork() && !outbox_.HasWork() &&
-                      !copies_.HasWork() && !inbox_.IsBusy());
+    comparisons_.Step(statistics_.Quiet() >= kQuietBeforeComparison && !resender_.HasWork() &&
+                      !outbox_.HasWork() && !copies_.HasWork() && !inbox_.IsBusy());
     UseExchange();
     CheckNowAndThen();
     ShowProgress();
@@ -325,7 +336,8 @@ bool Runner::HasChanged() const
     return Look() != checked_;
 }
 
-// Whether all members who have a folder were sent all of it. Who hasn't yet is sent the whole of it when he has.
+// Whether all members who have a folder were sent all of it. Who hasn't yet is sent the whole of it when he
+// has.
 bool Runner::CheckShares()
 {
     bool clean = true;
@@ -401,8 +413,9 @@ void Runner::WatchPlaces()
 // Whether anything goes on by itself that nobody will tell of.
 bool Runner::IsAtWork()
 {
-    return options_.untilIdle || std::chrono::steady_clock::now() < busyUntil_ || statistics_.Quiet() < kAttention ||
-           resender_.IsUnderWay() || (!exchangeLost_ && outbox_.HasWork());
+    return options_.untilIdle || std::chrono::steady_clock::now() < busyUntil_ ||
+           statistics_.Quiet() < kAttention || resender_.IsUnderWay() ||
+           (!exchangeLost_ && outbox_.HasWork());
 }
 
 std::chrono::milliseconds Runner::UntilNextLook() const

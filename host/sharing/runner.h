@@ -29,22 +29,24 @@ struct RunOptions {
     bool untilIdle = false;
     double idleSeconds = 2;
     std::string mailbox;
-    std::string exchange;         // empty: the one that the mailbox remembers
+    std::string exchange;  // empty: the one that the mailbox remembers
     std::int64_t askAfter = exchange::GapWatch::kPatience;
     std::int64_t compareAfter = Comparisons::kOnceInADay;
-    std::int64_t lookEvery = 10;      // seconds
-    std::uint64_t packageSize = 64;   // megabytes
+    std::int64_t lookEvery = 10;       // seconds
+    std::uint64_t packageSize = 64;    // megabytes
     std::set<std::string> acceptFrom;  // members whose invitations are accepted at once
 };
 
-// It works when something has changed: in the mailbox's files, whichever process did it, and in the exchange; and looks
-// once in a while (RunOptions::lookEvery) for what nobody told of. It steps on for as long as anything is under way.
+// It works when something has changed: in the mailbox's files, whichever process did it, and in the exchange;
+// and looks once in a while (RunOptions::lookEvery) for what nobody told of. It steps on for as long as
+// anything is under way.
 class Runner {
 public:
     // Logs on, takes up what an earlier run left, and begins to watch. Throws a HostError.
     //
     // signals, statistics: outlive it; what it counts may be read on any thread.
-    Runner(const RunOptions& options, const Mailbox& mailbox, const StopSignals& signals, Statistics& statistics);
+    Runner(const RunOptions& options, const Mailbox& mailbox, const StopSignals& signals,
+           Statistics& statistics);
     Runner(const Runner&) = delete;
     Runner& operator=(const Runner&) = delete;
     ~Runner();
@@ -106,11 +108,12 @@ private:
     Progress progress_;
     std::set<std::string> watched_;  // folders that the engine knows
     std::set<std::string> named_;    // invitations that were told of
-    std::string told_;  // of what was done
+    std::string told_;               // of what was done
     bool exchangeLost_ = false;
     std::chrono::steady_clock::time_point nextCheck_{};
     std::chrono::steady_clock::time_point busyUntil_{};
-    std::string checked_;  // what the message store looked like, and when anything was reported last, at the last check
+    std::string checked_;  // what the message store looked like, and when anything was reported last, at the
+                           // last check
 };
 
 }  // namespace quorvane::host

@@ -62,8 +62,8 @@ ItemRecord Sender::RecordOf(const Share& share, const SharingRow& row, IMessage&
 {
     const std::uint64_t modified = TimeOf(message, PR_LAST_MODIFICATION_TIME);
     const ItemRecord known = addin_.Versions().Known(row.id, share.folderId);
-    const bool unchanged = known.heads.Shown() && !known.deleted &&
-                           parts_.state.IsCurrent(row, share.folderId, modified);
+    const bool unchanged =
+        known.heads.Shown() && !known.deleted && parts_.state.IsCurrent(row, share.folderId, modified);
     return unchanged ? known : addin_.Versions().Present(row.id, share.folderId, message);
 }
 
@@ -93,8 +93,10 @@ void Sender::SendChange(const Share& share, const std::string& entryId)
     Send(share, entryId, share.entryId, false);
 }
 
-// The version is noted before it is sent, and that it was sent after: a kill before that has it sent once more.
-bool Sender::Send(const Share& share, const std::string& entryId, const std::string& recipients, bool evenIfSame)
+// The version is noted before it is sent, and that it was sent after: a kill before that has it sent once
+// more.
+bool Sender::Send(const Share& share, const std::string& entryId, const std::string& recipients,
+                  bool evenIfSame)
 {
     const ComPtr<IMessage> message = OpenMessage(parts_.mail, entryId, false);
     if (!message)

@@ -1,4 +1,5 @@
-// host/sharing/test_mailbox.h: a mailbox with one shared folder, as a run of the program has it, for one test.
+// host/sharing/test_mailbox.h: a mailbox with one shared folder, as a run of the program has it, for one
+// test.
 #ifndef QUORVANE_HOST_SHARING_TEST_MAILBOX_H_
 #define QUORVANE_HOST_SHARING_TEST_MAILBOX_H_
 
@@ -75,8 +76,8 @@ struct HeldUpCallbacks final : ExtHandler {
     std::function<void(const std::string&)> beforeChange;
     std::function<void(const std::string&, bool ignored)> afterChange;
     std::function<void(const std::string&, HRESULT)> afterDeletion;
-    std::string failResend;      // the ID of an item that can't be sent
-    std::atomic<int> resent{0};  // items that a resend was let send
+    std::string failResend;            // the ID of an item that can't be sent
+    std::atomic<int> resent{0};        // items that a resend was let send
     std::atomic<int> failReceived{0};  // how many of the items that arrive next aren't let in
 };
 
@@ -113,7 +114,8 @@ public:
     {
         transport.folders.Invite("{F}", member);
         Statement(hostRecords,
-                  "UPDATE folder_device SET has = 1, told = 1, due = 0 WHERE device IN (SELECT id FROM device WHERE "
+                  "UPDATE folder_device SET has = 1, told = 1, due = 0 WHERE device IN (SELECT id FROM "
+                  "device WHERE "
                   "member = ?)")
             .Bind(1, member)
             .Run();

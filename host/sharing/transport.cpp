@@ -40,8 +40,8 @@ std::unique_ptr<exchange::OutsideFile> OpenOwnFile(const std::filesystem::path& 
     return file;
 }
 
-void LaySealed(Transport& transport, const NumberedPackage& package, const std::vector<exchange::Receiver>& receivers,
-               const std::filesystem::path& clear)
+void LaySealed(Transport& transport, const NumberedPackage& package,
+               const std::vector<exchange::Receiver>& receivers, const std::filesystem::path& clear)
 {
     std::filesystem::path aside = clear;
     aside += ".qvx";
@@ -62,7 +62,8 @@ void PublishCard(const Transport& transport, const std::string& name)
     const std::string card = exchange::WriteCard(transport.keys, name, kCardSerial);
     std::optional<std::string> lying;
     try {
-        lying = transport.place.Read(transport.keys.Id(), exchange::Place::Note::kCard, exchange::kLongestCard);
+        lying =
+            transport.place.Read(transport.keys.Id(), exchange::Place::Note::kCard, exchange::kLongestCard);
     } catch (const exchange::Error&) {
         // Whatever lies there is replaced.
     }

@@ -40,10 +40,10 @@ struct NumberedPackage {
     exchange::PackageKind kind = exchange::PackageKind::kItems;
 };
 
-// Seals `clear` for its receivers and lays it into the exchange; when this returns, it is on the disk there. A file
-// beside `clear` holds it meanwhile. Throws a HostError or an exchange::Error.
-void LaySealed(Transport& transport, const NumberedPackage& package, const std::vector<exchange::Receiver>& receivers,
-               const std::filesystem::path& clear);
+// Seals `clear` for its receivers and lays it into the exchange; when this returns, it is on the disk there.
+// A file beside `clear` holds it meanwhile. Throws a HostError or an exchange::Error.
+void LaySealed(Transport& transport, const NumberedPackage& package,
+               const std::vector<exchange::Receiver>& receivers, const std::filesystem::path& clear);
 
 // Lays the device's card into the exchange, unless it lies there as it is to be.
 void PublishCard(const Transport& transport, const std::string& name);

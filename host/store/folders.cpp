@@ -91,7 +91,8 @@ ItemInfo ReadItem(const SRow& row)
 }
 
 template <class Object>
-HRESULT TryOpenEntry(const MailSession& session, const std::string& entryId, ULONG flags, ComPtr<Object>& result)
+HRESULT TryOpenEntry(const MailSession& session, const std::string& entryId, ULONG flags,
+                     ComPtr<Object>& result)
 {
     Bytes id = FromHex(entryId);
     ComPtr<IUnknown> object;
@@ -187,7 +188,8 @@ std::string FolderOfMessage(const MailSession& session, const std::string& entry
         return {};
     Check(hr, "look for the message", entryId);
     MapiMemory<SPropValue> parent;
-    Check(HrGetOneProp(message.Get(), PR_PARENT_ENTRYID, parent.Put()), "find the folder of the message", entryId);
+    Check(HrGetOneProp(message.Get(), PR_PARENT_ENTRYID, parent.Put()), "find the folder of the message",
+          entryId);
     return Hex(parent->Value.bin);
 }
 

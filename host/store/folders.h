@@ -32,7 +32,8 @@ struct ItemInfo {
     std::uint64_t modified = 0;
     LONG size = 0;
     LONG flags = 0;
-    // Whether the row told the sender's address, which stands in the item's content: a row of a damaged item never does.
+    // Whether the row told the sender's address, which stands in the item's content: a row of a damaged item
+    // never does.
     bool hasAddress = false;
 };
 
@@ -52,11 +53,12 @@ ComPtr<IMAPIFolder> OpenFolder(const MailSession& session, const std::string& en
 // when it can't be opened.
 ComPtr<IMessage> OpenMessage(const MailSession& session, const std::string& entryId, bool modify);
 
-// Whether the content of a message can't be read, as its bytes in the store are damaged. One that is gone isn't.
+// Whether the content of a message can't be read, as its bytes in the store are damaged. One that is gone
+// isn't.
 bool IsDamaged(const MailSession& session, const std::string& entryId);
 
-// The entry identifier, in hexadecimal text, of the folder that a message lies in; "" when there is no such message.
-// Throws a HostError when that can't be told now.
+// The entry identifier, in hexadecimal text, of the folder that a message lies in; "" when there is no such
+// message. Throws a HostError when that can't be told now.
 std::string FolderOfMessage(const MailSession& session, const std::string& entryId);
 
 // Calls `visit` for each item of a folder in the folder's own order. Memory doesn't grow with the folder.

@@ -99,8 +99,8 @@ private:
     bool closed_ = false;
 };
 
-// IDispatch over a fixed list of identifiers: no type information, no names. One that was made on a thread without an
-// apartment of its own tells COM that any thread may call it.
+// IDispatch over a fixed list of identifiers: no type information, no names. One that was made on a thread
+// without an apartment of its own tells COM that any thread may call it.
 template <class Derived, class Callback>
 class CallbackObject : public ComObject<Derived, Answers<Callback, IDispatch>, FreeThreaded> {
     using Base = ComObject<Derived, Answers<Callback, IDispatch>, FreeThreaded>;
@@ -226,8 +226,8 @@ private:
     const std::shared_ptr<void> kept_;
 };
 
-// The object to hand to IFolder::Resend or ResendEx. `handler` outlives every call, or goes with this object: nothing
-// but the last release tells that a resend has ended, or never began.
+// The object to hand to IFolder::Resend or ResendEx. `handler` outlives every call, or goes with this object:
+// nothing but the last release tells that a resend has ended, or never began.
 class ProgressCallback final : public detail::CallbackObject<ProgressCallback, IQuorvaneProgress> {
 public:
     explicit ProgressCallback(ProgressHandler& handler) noexcept : handler_(handler) {}

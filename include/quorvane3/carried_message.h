@@ -39,7 +39,8 @@ inline constexpr ULONG kPartHeader = 8;
 inline constexpr ULONG kRecipientCountAt = 16;
 inline constexpr ULONG kAttachmentCountAt = 20;
 
-// Behind the header lie entries of one size, each a tag, flags and a value. Nobody writes more of them than these.
+// Behind the header lie entries of one size, each a tag, flags and a value. Nobody writes more of them than
+// these.
 inline constexpr ULONG kEntrySize = 16;
 inline constexpr ULONG kEntryValueAt = 8;
 inline constexpr ULONG kMostEntries = 65536;
@@ -67,7 +68,8 @@ public:
             return MAPI_E_TOO_COMPLEX;
         BYTE header[kOutermostHeader];
         ComPtr<IStream> properties;
-        if (const HRESULT hr = ReadHeader(message, CarriedDamage::kProperties, properties, header, headerSize);
+        if (const HRESULT hr =
+                ReadHeader(message, CarriedDamage::kProperties, properties, header, headerSize);
             FAILED(hr))
             return hr;
         ULONG recipients = 0;
@@ -76,7 +78,8 @@ public:
             return hr;
         if (recipients != NumberAt(header, kRecipientCountAt))
             return Damaged(CarriedDamage::kRecipients);
-        return attachments == NumberAt(header, kAttachmentCountAt) ? S_OK : Damaged(CarriedDamage::kAttachments);
+        return attachments == NumberAt(header, kAttachmentCountAt) ? S_OK
+                                                                   : Damaged(CarriedDamage::kAttachments);
     }
 
     CarriedDamage Damage() const noexcept { return damage_; }
@@ -128,7 +131,8 @@ private:
     HRESULT Part(IStorage& message, const OLECHAR* name, bool isAttachment, int depth) noexcept
     {
         ComPtr<IStorage> part;
-        if (const HRESULT hr = message.OpenStorage(name, nullptr, kReadMode, nullptr, 0, part.Put()); FAILED(hr))
+        if (const HRESULT hr = message.OpenStorage(name, nullptr, kReadMode, nullptr, 0, part.Put());
+            FAILED(hr))
             return hr;
         BYTE header[kPartHeader];
         ComPtr<IStream> properties;
@@ -139,8 +143,8 @@ private:
         return isAttachment ? Attachment(*part, *properties, depth) : S_OK;
     }
 
-    // The message in an attachment, if there is one or ought to be. An object of another kind has no properties
-    // stream, and is nobody's business here.
+    // The message in an attachment, if there is one or ought to be. An object of another kind has no
+    // properties stream, and is nobody's business here.
     HRESULT Attachment(IStorage& attachment, IStream& properties, int depth) noexcept
     {
         ComPtr<IStorage> object;
@@ -149,8 +153,9 @@ private:
             return SaysMessage(properties) ? Damaged(CarriedDamage::kEmbeddedMessage) : S_OK;
         if (FAILED(hr))
             return hr;
-        return IsOtherObject(*object) && !SaysMessage(properties) ? S_OK
-                                                                  : Message(*object, kEmbeddedHeader, depth + 1);
+        return IsOtherObject(*object) && !SaysMessage(properties)
+                   ? S_OK
+                   : Message(*object, kEmbeddedHeader, depth + 1);
     }
 
     static bool IsOtherObject(IStorage& object) noexcept
@@ -183,8 +188,8 @@ private:
 // data    [in]  the item's "MAPI_DATA", open at least for reading; nothing in it is open.
 // damage  [out] what is missing, with MAPI_E_CORRUPT_DATA; else kNone. May be null.
 //
-// S_OK: whole. MAPI_E_CORRUPT_DATA: something is missing. Others (STG_E_*, MAPI_E_TOO_COMPLEX: embedded more than
-// 64 deep) come as it is read. Any thread.
+// S_OK: whole. MAPI_E_CORRUPT_DATA: something is missing. Others (STG_E_*, MAPI_E_TOO_COMPLEX: embedded more
+// than 64 deep) come as it is read. Any thread.
 [[nodiscard]] inline HRESULT CheckCarriedMessage(IStorage& data, CarriedDamage* damage = nullptr) noexcept
 {
     carried::MessageCheck check;

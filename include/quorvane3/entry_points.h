@@ -16,11 +16,11 @@ STDAPI DllGetClassObject(REFCLSID clsid, REFIID riid, void** object);
 // S_OK: no object of the library lives and no lock is held; S_FALSE: one does. Any thread.
 STDAPI DllCanUnloadNow();
 
-// Registers the library's classes and type library, and removes them again (docs/windows.md lists the keys). Off
-// Windows there is nothing to register: S_OK, and nothing is done.
+// Registers the library's classes and type library, and removes them again (docs/windows.md lists the keys).
+// Off Windows there is nothing to register: S_OK, and nothing is done.
 //
-// S_OK. Others: the registry's code, such as ERROR_ACCESS_DENIED, or the system's for type libraries. A failed
-// registration takes back what it wrote; a failed removal has removed the rest. One call at a time.
+// S_OK. Others: the registry's code, such as ERROR_ACCESS_DENIED, or the system's for type libraries. A
+// failed registration takes back what it wrote; a failed removal has removed the rest. One call at a time.
 STDAPI DllRegisterServer();
 STDAPI DllUnregisterServer();
 

@@ -7,9 +7,9 @@
 
 namespace quorvane {
 
-// Loads forms by what the registry says of a message's class (form_registry.h). It keeps no list of forms that
-// others could ask for or choose from: all calls that deal in IMAPIFormInfo give MAPI_E_NO_SUPPORT. Any thread may
-// call; a form belongs to the thread that loads it.
+// Loads forms by what the registry says of a message's class (form_registry.h). It keeps no list of forms
+// that others could ask for or choose from: all calls that deal in IMAPIFormInfo give MAPI_E_NO_SUPPORT. Any
+// thread may call; a form belongs to the thread that loads it.
 class CFormManager final : public ComObject<CFormManager, IMAPIFormMgr> {
 public:
     HRESULT STDMETHODCALLTYPE GetLastError(HRESULT result, ULONG flags, LPMAPIERROR* error) override;

@@ -27,13 +27,16 @@ public:
     HRESULT STDMETHODCALLTYPE GetFolder(LPMAPIFOLDER*) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE GetMessage(LPMESSAGE*) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE GetFormManager(LPMAPIFORMMGR*) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE NewMessage(ULONG, LPMAPIFOLDER, LPPERSISTMESSAGE, LPMESSAGE*, LPMAPIMESSAGESITE*,
-                                         LPMAPIVIEWCONTEXT*) override
+    HRESULT STDMETHODCALLTYPE NewMessage(ULONG, LPMAPIFOLDER, LPPERSISTMESSAGE, LPMESSAGE*,
+                                         LPMAPIMESSAGESITE*, LPMAPIVIEWCONTEXT*) override
     {
         return E_NOTIMPL;
     }
     HRESULT STDMETHODCALLTYPE CopyMessage(LPMAPIFOLDER) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE MoveMessage(LPMAPIFOLDER, LPMAPIVIEWCONTEXT, LPCRECT) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE MoveMessage(LPMAPIFOLDER, LPMAPIVIEWCONTEXT, LPCRECT) override
+    {
+        return E_NOTIMPL;
+    }
     HRESULT STDMETHODCALLTYPE DeleteMessage(LPMAPIVIEWCONTEXT, LPCRECT) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE SaveMessage() override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE SubmitMessage(ULONG) override { return E_NOTIMPL; }
@@ -86,8 +89,8 @@ protected:
 
     static void Put(const std::string& messageClass, const std::string& name, const std::string& text)
     {
-        test::PutUserSetting(messageClass.empty() ? kFormsKey : std::string(kFormsKey) + "\\" + messageClass, name,
-                             text);
+        test::PutUserSetting(messageClass.empty() ? kFormsKey : std::string(kFormsKey) + "\\" + messageClass,
+                             name, text);
     }
 
     HRESULT Load(const char* messageClass, ULONG flags = MAPI_DIALOG)
@@ -179,7 +182,7 @@ TEST_F(FormManagerTest, AMailCannotNameAKeyOfItsChoice)
 {
     test::RegisterTestForm("IPM\\Deeper");
     for (const std::string& messageClass : {std::string("IPM\\Deeper"), std::string("..\\Forms\\IPM\\Deeper"),
-                                           std::string(300, 'x'), std::string("IPM\x01")}) {
+                                            std::string(300, 'x'), std::string("IPM\x01")}) {
         form.Reset();
         EXPECT_EQ(Load(messageClass.c_str()), S_OK);
         EXPECT_EQ(forms.alive, 0);

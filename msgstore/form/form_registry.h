@@ -3,13 +3,13 @@
 //   HKEY_CURRENT_USER\Software\Brindlemoor\Quorvane\Message Store\Forms
 //       Viewer, Wait            of messages for whose class there is no key
 //     \<message class>
-//       Library, ClassID        the form is an object of that class, which the library's DllGetClassObject makes
-//       Viewer, Wait            the message is shown as a file of MIME text with a program
+//       Library, ClassID        the form is an object of that class, which the library's DllGetClassObject
+//       makes Viewer, Wait            the message is shown as a file of MIME text with a program
 //
-// A key serves its class and those below it: "IPM.Note" also "IPM.Note.Secure", where that has no key of its own.
-// Library is a path; ClassID an identifier in braces; Viewer a program (a path, or a name that is looked for
-// where programs are), or "-" for text on the standard output; Wait a number: other than 0, the program is waited
-// for. Read anew at every call; any thread.
+// A key serves its class and those below it: "IPM.Note" also "IPM.Note.Secure", where that has no key of its
+// own. Library is a path; ClassID an identifier in braces; Viewer a program (a path, or a name that is looked
+// for where programs are), or "-" for text on the standard output; Wait a number: other than 0, the program
+// is waited for. Read anew at every call; any thread.
 #ifndef QUORVANE_MSGSTORE_FORM_FORM_REGISTRY_H_
 #define QUORVANE_MSGSTORE_FORM_FORM_REGISTRY_H_
 

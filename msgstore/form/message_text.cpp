@@ -20,8 +20,8 @@ constexpr std::size_t kLargestPart = 64 << 20;
 constexpr unsigned kDeepest = 16;
 constexpr std::string_view kNewLine = "\r\n";
 
-// A property's bytes, in line or through a stream; empty when there is none. MAPI_E_NOT_ENOUGH_MEMORY: more than
-// `kLargestPart`.
+// A property's bytes, in line or through a stream; empty when there is none. MAPI_E_NOT_ENOUGH_MEMORY: more
+// than `kLargestPart`.
 HRESULT ReadBytes(IMAPIProp& object, ULONG tag, std::string& bytes)
 {
     bytes.clear();
@@ -72,8 +72,8 @@ std::string DateOf(IMessage& message)
         return {};
     char text[64];
     std::snprintf(text, sizeof(text), "%s, %02u %s %04u %02u:%02u:%02u +0000", kDays[parts.wDayOfWeek % 7],
-                  unsigned{parts.wDay}, kMonths[parts.wMonth - 1], unsigned{parts.wYear}, unsigned{parts.wHour},
-                  unsigned{parts.wMinute}, unsigned{parts.wSecond});
+                  unsigned{parts.wDay}, kMonths[parts.wMonth - 1], unsigned{parts.wYear},
+                  unsigned{parts.wHour}, unsigned{parts.wMinute}, unsigned{parts.wSecond});
     return text;
 }
 
@@ -126,15 +126,15 @@ HRESULT ReadAddresses(IMessage& message, std::vector<Address>& addresses)
     SizedSPropTagArray(4, columns) = {
         4, {PR_RECIPIENT_TYPE, PR_DISPLAY_NAME_W, PR_EMAIL_ADDRESS_W, kPrSmtpAddressW}};
     RowSet rows;
-    QV_RETURN_IF_FAILED(HrQueryAllRows(table.Get(), reinterpret_cast<LPSPropTagArray>(&columns), nullptr, nullptr,
-                                       0, rows.Put()));
+    QV_RETURN_IF_FAILED(HrQueryAllRows(table.Get(), reinterpret_cast<LPSPropTagArray>(&columns), nullptr,
+                                       nullptr, 0, rows.Put()));
     for (const SRow& row : rows) {
         const SPropValue* const kind = PpropFindProp(row.lpProps, row.cValues, PR_RECIPIENT_TYPE);
         std::string mail = TextIn(row, kPrSmtpAddressW);
         if (mail.empty())
             mail = TextIn(row, PR_EMAIL_ADDRESS_W);
-        addresses.push_back(
-            MakeAddress(kind ? kind->Value.l & 15 : MAPI_TO, TextIn(row, PR_DISPLAY_NAME_W), std::move(mail)));
+        addresses.push_back(MakeAddress(kind ? kind->Value.l & 15 : MAPI_TO, TextIn(row, PR_DISPLAY_NAME_W),
+                                        std::move(mail)));
     }
     return S_OK;
 }
@@ -209,8 +209,8 @@ std::string Part(std::string type, std::string_view disposition, std::string_vie
     return text.append(kNewLine).append(Base64Lines(bytes));
 }
 
-// The parts as one: alone, or behind each other. `number` tells the borders of parts within parts apart; no line
-// of base64 has their characters.
+// The parts as one: alone, or behind each other. `number` tells the borders of parts within parts apart; no
+// line of base64 has their characters.
 std::string Joined(std::string_view kind, const std::vector<std::string>& parts, unsigned& number)
 {
     if (parts.size() == 1)
@@ -265,8 +265,8 @@ HRESULT OpenAttachments(IMessage& message, std::vector<OpenedAttachment>& attach
     QV_RETURN_IF_FAILED(HrQueryAllRows(table.Get(), &columns, nullptr, nullptr, 0, rows.Put()));
     for (const SRow& row : rows) {
         OpenedAttachment opened;
-        QV_RETURN_IF_FAILED(message.OpenAttach(static_cast<ULONG>(row.lpProps[0].Value.l), nullptr, 0,
-                                               opened.object.Put()));
+        QV_RETURN_IF_FAILED(
+            message.OpenAttach(static_cast<ULONG>(row.lpProps[0].Value.l), nullptr, 0, opened.object.Put()));
         for (const ULONG tag : {PR_ATTACH_LONG_FILENAME_W, PR_ATTACH_FILENAME_W, PR_DISPLAY_NAME_W}) {
             if (opened.name.empty())
                 QV_RETURN_IF_FAILED(ReadText(*opened.object.Get(), tag, opened.name));
@@ -288,7 +288,8 @@ HRESULT EmbeddedPart(IAttach& attachment, unsigned depth, unsigned& number, std:
     return S_OK;
 }
 
-HRESULT AttachmentPart(const OpenedAttachment& attachment, unsigned depth, unsigned& number, std::string& part)
+HRESULT AttachmentPart(const OpenedAttachment& attachment, unsigned depth, unsigned& number,
+                       std::string& part)
 {
     if (attachment.method == ATTACH_EMBEDDED_MSG && depth < kDeepest)
         return EmbeddedPart(*attachment.object.Get(), depth, number, part);

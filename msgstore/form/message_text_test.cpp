@@ -114,8 +114,9 @@ TEST_F(MessageTextTest, AnAttachmentIsAPartWithItsName)
 
     const std::string mime = Mime();
 
-    EXPECT_TRUE(Has(mime, "Content-Disposition: attachment;\r\n filename*=utf-8''plan%20%22b%22.txt\r\n\r\n"
-                          "Y29udGVudA==\r\n"));
+    EXPECT_TRUE(Has(mime,
+                    "Content-Disposition: attachment;\r\n filename*=utf-8''plan%20%22b%22.txt\r\n\r\n"
+                    "Y29udGVudA==\r\n"));
     EXPECT_TRUE(Has(mime, "filename*=utf-8''%C3%A4.txt"));
     EXPECT_TRUE(Has(Plain(), "Attachment: plan \"b\".txt\nAttachment: \u00e4.txt\n"));
 }
@@ -137,7 +138,8 @@ TEST_F(MessageTextTest, AnEmbeddedMessageIsAMessage)
 
     const std::string mime = Mime();
 
-    EXPECT_TRUE(Has(mime, "Content-Type: message/rfc822\r\nContent-Disposition: attachment\r\n\r\nSubject: Inner"));
+    EXPECT_TRUE(
+        Has(mime, "Content-Type: message/rfc822\r\nContent-Disposition: attachment\r\n\r\nSubject: Inner"));
     EXPECT_TRUE(Has(mime, "=_quorvane_1_=--") && Has(mime, "=_quorvane_2_=--")) << "borders of their own";
 }
 

@@ -106,8 +106,8 @@ std::string Parameter(std::string_view name, std::string_view value)
     constexpr std::string_view kHex = "0123456789ABCDEF";
     constexpr std::size_t kShort = 50;
     const bool plain = value.size() <= kShort && std::all_of(value.begin(), value.end(), [](char c) {
-        return IsPlain(c) && c != '"' && c != '\\';
-    });
+                           return IsPlain(c) && c != '"' && c != '\\';
+                       });
     std::string text = ";\r\n ";
     text.append(name);
     if (plain)

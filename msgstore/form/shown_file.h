@@ -9,8 +9,8 @@
 
 namespace quorvane {
 
-// Writes a new file "<GUID>.eml" for the user alone, and removes those that are older than a day: a program that
-// was started may read its file at any moment after, so nobody can tell when it is done with.
+// Writes a new file "<GUID>.eml" for the user alone, and removes those that are older than a day: a program
+// that was started may read its file at any moment after, so nobody can tell when it is done with.
 //
 // path  [out]  whole; untouched after a failure.
 //

@@ -10,12 +10,12 @@
 
 namespace quorvane {
 
-// Opened, it writes its message as a file of MIME text, starts a program on it, and closes: what the user sees is a
-// copy, and nothing comes back of it. With the viewer "-", or where the program can't be started and a person
-// reads the standard output, the message is written there as text.
+// Opened, it writes its message as a file of MIME text, starts a program on it, and closes: what the user
+// sees is a copy, and nothing comes back of it. With the viewer "-", or where the program can't be started
+// and a person reads the standard output, the message is written there as text.
 //
-// The files are the user's alone, in "Quorvane3/shown" of his local application data; those of an earlier day go
-// when the next one is written. One thread at a time.
+// The files are the user's alone, in "Quorvane3/shown" of his local application data; those of an earlier day
+// go when the next one is written. One thread at a time.
 class CViewerForm final : public ComObject<CViewerForm, IMAPIForm, IPersistMessage> {
 public:
     // wait  whether opening ends when the program does, and not before.

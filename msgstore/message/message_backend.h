@@ -102,8 +102,8 @@ public:
     // Whether messages are sent from this place; Submit is called where they are.
     virtual bool CanSubmit() const noexcept { return false; }
 
-    // Writes the message as Save does and puts it among those to be sent, in the same transaction. The image has
-    // MSGFLAG_SUBMIT in its flags. As Save.
+    // Writes the message as Save does and puts it among those to be sent, in the same transaction. The image
+    // has MSGFLAG_SUBMIT in its flags. As Save.
     [[nodiscard]] virtual HRESULT Submit(const MessageImage&, ULONG /*flags*/) noexcept
     {
         return MAPI_E_NO_SUPPORT;

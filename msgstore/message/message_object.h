@@ -39,9 +39,9 @@ public:
                                            ULONG flags) override;
     HRESULT STDMETHODCALLTYPE GetRecipientTable(ULONG flags, LPMAPITABLE* table) override;
     HRESULT STDMETHODCALLTYPE ModifyRecipients(ULONG flags, LPADRLIST changes) override;
-    // Saves the message and puts it among those to be sent; its submit time is now. MAPI_E_NO_SUPPORT: nothing
-    // is sent from where the message is. MAPI_E_NO_RECIPIENTS. MAPI_E_SUBMITTED: it was submitted before. After a
-    // failure the message is as it was.
+    // Saves the message and puts it among those to be sent; its submit time is now. MAPI_E_NO_SUPPORT:
+    // nothing is sent from where the message is. MAPI_E_NO_RECIPIENTS. MAPI_E_SUBMITTED: it was submitted
+    // before. After a failure the message is as it was.
     HRESULT STDMETHODCALLTYPE SubmitMessage(ULONG flags) override;
     HRESULT STDMETHODCALLTYPE SetReadFlag(ULONG flags) override;
 

@@ -144,7 +144,8 @@ HRESULT CMessage::Compute(ULONG id, PropertyValue& value)
         }
         case PROP_ID(PR_MESSAGE_FLAGS):
             return ComputeFlags(value);
-        // Answered and not listed: it belongs to the place, and is no part of the message that copies take along.
+        // Answered and not listed: it belongs to the place, and is no part of the message that copies take
+        // along.
         case PROP_ID(kPrMessageStatus): {
             LONG status = 0;
             QV_RETURN_IF_FAILED(m_backend->Status(status));

@@ -7,7 +7,8 @@
 namespace quorvane {
 namespace {
 
-// Whether the value is as long as it says. A size that comes from outside is a claim until its last byte was there.
+// Whether the value is as long as it says. A size that comes from outside is a claim until its last byte was
+// there.
 HRESULT CheckEnd(LargeValue& value, std::uint64_t size) noexcept
 {
     BYTE last = 0;

@@ -193,7 +193,8 @@ private:
         if (!haveProperties_) {
             haveProperties_ = true;
             const HRESULT result = ReadStored();
-            // Of a message whose properties are damaged the row has its columns, and the other rows have theirs.
+            // Of a message whose properties are damaged the row has its columns, and the other rows have
+            // theirs.
             if (result == MAPI_E_CORRUPT_DATA)
                 properties_.Clear();
             else if (FAILED(result))

@@ -23,8 +23,8 @@ namespace quorvane {
 // A GUID in the order of its bytes, as files and identifiers carry it.
 using ObjectGuid = std::array<std::uint8_t, 16>;
 
-// A new GUID: the time and random bits (RFC 9562, version 7, its bytes in order). Those made later sort behind those
-// made before, so that a store's index of them grows at its end.
+// A new GUID: the time and random bits (RFC 9562, version 7, its bytes in order). Those made later sort
+// behind those made before, so that a store's index of them grows at its end.
 ObjectGuid MakeObjectGuid() noexcept;
 
 // The GUID that a row holds as bytes; what is missing of it is zero.

@@ -24,8 +24,8 @@ protected:
         ComPtr<IMarshal> marshal;
         EXPECT_EQ(free.As(marshal), S_OK);
         CLSID clsid{};
-        EXPECT_EQ(marshal->GetUnmarshalClass(IID_IUnknown, free.Get(), MSHCTX_INPROC, nullptr, MSHLFLAGS_NORMAL,
-                                             &clsid),
+        EXPECT_EQ(marshal->GetUnmarshalClass(IID_IUnknown, free.Get(), MSHCTX_INPROC, nullptr,
+                                             MSHLFLAGS_NORMAL, &clsid),
                   S_OK);
         return clsid;
     }

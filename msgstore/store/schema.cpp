@@ -152,7 +152,8 @@ HRESULT CreateInTransaction(SqliteConnection& connection)
 HRESULT ConfigureWriter(SqliteConnection& connection) noexcept
 {
     // The log goes into the file at 16 MB: each time costs waits for the disk, however much it is.
-    return connection.RunScript("PRAGMA journal_mode=WAL; PRAGMA synchronous=FULL; PRAGMA wal_autocheckpoint=4000");
+    return connection.RunScript(
+        "PRAGMA journal_mode=WAL; PRAGMA synchronous=FULL; PRAGMA wal_autocheckpoint=4000");
 }
 
 HRESULT CreateSchema(SqliteConnection& connection) noexcept

@@ -135,8 +135,8 @@ HRESULT StoreMessage::Status(LONG& status) noexcept
 {
     MessageRow row;
     if (row_.id != 0) {
-        const HRESULT found = core_->Read(
-            [&](SqliteConnection& connection) { return FindMessage(connection, row_.id, row); });
+        const HRESULT found =
+            core_->Read([&](SqliteConnection& connection) { return FindMessage(connection, row_.id, row); });
         if (found == MAPI_E_NOT_FOUND)
             return MAPI_E_OBJECT_DELETED;
         QV_RETURN_IF_FAILED(found);

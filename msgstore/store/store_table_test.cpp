@@ -24,7 +24,8 @@ protected:
     }
     static OleString Numbered(int i)
     {
-        return {OLESTR('m'), static_cast<OLECHAR>(OLESTR('0') + i / 10), static_cast<OLECHAR>(OLESTR('0') + i % 10)};
+        return {OLESTR('m'), static_cast<OLECHAR>(OLESTR('0') + i / 10),
+                static_cast<OLECHAR>(OLESTR('0') + i % 10)};
     }
     static Subjects Read(IMAPITable& table, LONG count, ULONG flags = 0)
     {
@@ -300,7 +301,8 @@ TEST_F(StoreTableTest, AShortTermIdentifierOfAFolderIsTheSameAsItsLongTermOneAnd
             EXPECT_EQ(areSame(shortTerm[i], shortTerm[j]), i == j ? 1u : 0u) << i << j;
         }
     // Folders that aren't there are no more the same than those that are.
-    EXPECT_EQ(areSame(shortTermOf(static_cast<FolderRole>(4711)), shortTermOf(static_cast<FolderRole>(4712))), 0u);
+    EXPECT_EQ(areSame(shortTermOf(static_cast<FolderRole>(4711)), shortTermOf(static_cast<FolderRole>(4712))),
+              0u);
     EXPECT_EQ(areSame(shortTermOf(static_cast<FolderRole>(4711)), longTerm[0]), 0u);
 }
 

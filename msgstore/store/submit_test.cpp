@@ -30,10 +30,7 @@ protected:
         ADRLIST list{1, {{0, 2, values}}};
         EXPECT_EQ(message.ModifyRecipients(MODRECIP_ADD, &list), S_OK);
     }
-    std::vector<OleString> Subjects(IMAPIFolder& folder)
-    {
-        return SubjectsOf(*ContentsOf(folder));
-    }
+    std::vector<OleString> Subjects(IMAPIFolder& folder) { return SubjectsOf(*ContentsOf(folder)); }
     // The status of the message in its folder.
     ULONG Status(const BinaryValue& message)
     {
@@ -47,9 +44,10 @@ protected:
     void SetStatus(const BinaryValue& message, ULONG status)
     {
         BinaryValue id = message;
-        EXPECT_EQ(mailbox.Inbox().SetMessageStatus(static_cast<ULONG>(id.size()),
-                                                   reinterpret_cast<LPENTRYID>(id.data()), status, ~0u, nullptr),
-                  S_OK);
+        EXPECT_EQ(
+            mailbox.Inbox().SetMessageStatus(static_cast<ULONG>(id.size()),
+                                             reinterpret_cast<LPENTRYID>(id.data()), status, ~0u, nullptr),
+            S_OK);
     }
 
     TestMailbox mailbox;
@@ -72,7 +70,8 @@ TEST_F(SubmitTest, AMessageThatIsInTheStoreMovesToTheOutbox)
     EXPECT_EQ(static_cast<ULONG>(LongOf(*sent, PR_MESSAGE_FLAGS)), MSGFLAG_SUBMIT | MSGFLAG_UNSENT);
     EXPECT_NE(TimeOf(*sent, PR_CLIENT_SUBMIT_TIME), 0u);
     EXPECT_EQ(BinaryOf(*sent, PR_PARENT_ENTRYID), BinaryOf(*outbox, PR_ENTRYID));
-    EXPECT_EQ(BinaryOf(*message, PR_PARENT_ENTRYID), BinaryOf(*outbox, PR_ENTRYID)) << "the object that was used too";
+    EXPECT_EQ(BinaryOf(*message, PR_PARENT_ENTRYID), BinaryOf(*outbox, PR_ENTRYID))
+        << "the object that was used too";
 }
 
 TEST_F(SubmitTest, ANewMessageIsMadeInTheOutbox)

@@ -10,13 +10,13 @@ Arena::~Arena()
     while (regions_)
         Free(*regions_);
     while (spare_)
-        ::operator delete(std::exchange(spare_, spare_->next), std::align_val_t{kChunk});
+        ::operator delete (std::exchange(spare_, spare_->next), std::align_val_t{kChunk});
 }
 
 Arena::Region* Arena::Make(std::size_t bytes)
 {
-    void* const memory = bytes == kChunkBytes ? ::operator new(bytes, std::align_val_t{kChunk})
-                                              : ::operator new(bytes);
+    void* const memory =
+        bytes == kChunkBytes ? ::operator new (bytes, std::align_val_t{kChunk}) : ::operator new(bytes);
     return new (memory) Region{nullptr, nullptr, bytes, 0};
 }
 
@@ -43,7 +43,7 @@ void Arena::Free(Region& region) noexcept
         region.next = std::exchange(spare_, &region);
         ++spares_;
     } else {
-        ::operator delete(&region, std::align_val_t{kChunk});
+        ::operator delete (&region, std::align_val_t{kChunk});
     }
 }
 

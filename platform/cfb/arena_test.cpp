@@ -14,10 +14,7 @@ struct Block {
     std::size_t bytes;
     char value;
 
-    bool IsUntouched() const
-    {
-        return std::vector<char>(at, at + bytes) == std::vector<char>(bytes, value);
-    }
+    bool IsUntouched() const { return std::vector<char>(at, at + bytes) == std::vector<char>(bytes, value); }
 };
 
 TEST(ArenaTest, BlocksOfAllSizesKeepWhatIsWrittenUntilTheyAreGivenBack)

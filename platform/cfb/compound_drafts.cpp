@@ -184,7 +184,8 @@ HRESULT CompoundFile::MakeRoom(OpenElement& stream, std::uint64_t size)
     if (size > kMostOfOne)
         return MoveToFile(stream);
     const std::size_t before = stream.draft->size;
-    const std::size_t held = drafts_.Held() + static_cast<std::size_t>(size) - std::min<std::size_t>(before, size);
+    const std::size_t held =
+        drafts_.Held() + static_cast<std::size_t>(size) - std::min<std::size_t>(before, size);
     if (held > roomAt_) {
         CFB_TRY(PlaceClosed(stream));
         if (drafts_.Held() > kMostHeld && before >= kMiniCutoff)

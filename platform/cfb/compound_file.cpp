@@ -127,8 +127,8 @@ OpenElementPtr CompoundFile::MakeOpen(EntryId id, EntryType type, const ElementN
     return element;
 }
 
-// The place of the first element in a storage's list that doesn't come before the name, or that comes behind it;
-// without a name the first one of all.
+// The place of the first element in a storage's list that doesn't come before the name, or that comes behind
+// it; without a name the first one of all.
 HRESULT CompoundFile::FindInList(const OpenElement& storage, const ElementName* name, bool behind,
                                  std::size_t* place)
 {
@@ -503,8 +503,7 @@ HRESULT CompoundFile::FreeContent(EntryId id, const DirEntry& entry)
     return hr == STG_E_DOCFILECORRUPT ? S_OK : hr;  // the rest of a damaged chain stays in use
 }
 
-HRESULT CompoundFile::Next(OpenElement& storage, const ElementName* after, Cursor* cursor,
-                           DirEntry* entry)
+HRESULT CompoundFile::Next(OpenElement& storage, const ElementName* after, Cursor* cursor, DirEntry* entry)
 {
     if (storage.draft)
         return NextInDraft(*storage.draft, after, entry);

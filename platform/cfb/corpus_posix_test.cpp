@@ -236,8 +236,8 @@ TEST_F(CorpusTest, EverySoundFileIsChangedInPlaceWithoutHarmToTheRest)
     }
 }
 
-// Destroys every third element, and makes as many streams, here and there. *tree: what is in the file, before and
-// after.
+// Destroys every third element, and makes as many streams, here and there. *tree: what is in the file, before
+// and after.
 Bytes Exchanged(const Bytes& file, Tree* tree)
 {
     std::vector<Step> steps;
@@ -269,9 +269,10 @@ Bytes Exchanged(const Bytes& file, Tree* tree)
     return session.Content();
 }
 
-// The files that a command, with a file's name behind it, refuses; those alone that it took as they were before.
+// The files that a command, with a file's name behind it, refuses; those alone that it took as they were
+// before.
 std::vector<std::string> RefusedBy(const std::string& command, const fs::path& changed,
-                                 const std::vector<fs::path>& originals)
+                                   const std::vector<fs::path>& originals)
 {
     std::vector<std::string> refused;
     const auto takes = [&](const fs::path& file) {
@@ -307,7 +308,8 @@ TEST_F(CorpusTest, EverySoundFileWithAThirdOfItsElementsExchangedIsReadByOtherPr
         EXPECT_TRUE(tree == found);
         files.push_back(changed / original.filename());
         std::ofstream(files.back(), std::ios::binary)
-            .write(reinterpret_cast<const char*>(content.data()), static_cast<std::streamsize>(content.size()));
+            .write(reinterpret_cast<const char*>(content.data()),
+                   static_cast<std::streamsize>(content.size()));
     }
     const auto foreign = ForeignDescriptions(files);
     for (const fs::path& file : files) {

@@ -700,7 +700,8 @@ TEST(ReservedArgumentsTest, AreToBeNone)
     EXPECT_EQ(STG_E_INVALIDPARAMETER,
               root->OpenStorage(OLESTR("s"), root.Get(), kOpen, nullptr, 0, storage.Put()));
     EXPECT_EQ(STG_E_INVALIDPARAMETER, root->OpenStorage(OLESTR("s"), nullptr, kOpen, none, 0, storage.Put()));
-    EXPECT_EQ(STG_E_INVALIDPARAMETER, root->OpenStorage(OLESTR("s"), nullptr, kOpen, nullptr, 1, storage.Put()));
+    EXPECT_EQ(STG_E_INVALIDPARAMETER,
+              root->OpenStorage(OLESTR("s"), nullptr, kOpen, nullptr, 1, storage.Put()));
     EXPECT_EQ(STG_E_INVALIDPARAMETER, root->OpenStream(OLESTR("t"), none, kOpen, 0, stream.Put()));
     EXPECT_EQ(STG_E_INVALIDPARAMETER, root->OpenStream(OLESTR("t"), nullptr, kOpen, 1, stream.Put()));
     EXPECT_FALSE(storage || stream);

@@ -9,8 +9,8 @@ namespace quorvane::cfb {
 
 struct OpenElement;
 
-// An element of a new storage, by its name: a draft, or one that was placed: it has an entry in the file, which
-// is whole but for its links and its name, and all below it hangs there.
+// An element of a new storage, by its name: a draft, or one that was placed: it has an entry in the file,
+// which is whole but for its links and its name, and all below it hangs there.
 struct DraftChild {
     bool IsPlaced() const noexcept { return id != kNoEntry; }
     // Whether it, or something below it, takes room in the file.

@@ -278,8 +278,8 @@ TEST_F(DraftsTest, AnElementOfANewStorageIsReplacedOnlyWhenThatIsAskedFor)
     EXPECT_EQ(Pattern(100, 1), content);
 }
 
-// Streams that all are open: there is nothing that could be put into the file but what is in them. A write that is
-// refused meanwhile is told.
+// Streams that all are open: there is nothing that could be put into the file but what is in them. A write
+// that is refused meanwhile is told.
 TEST_F(DraftsTest, OfStreamsThatAreOpenOneGoesOnInSectorsWhenTheyTakeTooMuchMemory)
 {
     constexpr unsigned kStreams = 30;

@@ -1,5 +1,5 @@
-// platform/cfb/entry_owners.h: which storage an entry was met in, which storages were changed, and which streams
-// hold their sectors.
+// platform/cfb/entry_owners.h: which storage an entry was met in, which storages were changed, and which
+// streams hold their sectors.
 #ifndef QUORVANE_PLATFORM_CFB_ENTRY_OWNERS_H_
 #define QUORVANE_PLATFORM_CFB_ENTRY_OWNERS_H_
 

@@ -306,9 +306,9 @@ INSTANTIATE_TEST_SUITE_P(Layouts, LargeFileFaultTest,
 // A write was refused, and then a read of what is taken anew: the call says so, and the next one tries again.
 TEST(FaultsInARowTest, AReadThatIsRefusedWhileTheFileIsTakenAnewIsToldAndTheNextCallTriesAgain)
 {
-    std::vector<Step> steps{MakeStorage("box"), MakeStorage("box/inner"), MakeStream("box/inner/kept"),
-                            Write("box/inner/kept", 0, Pattern(9'000, 1)), MakeStream("held"),
-                            WriteHeld("held", 0, Pattern(5'000, 2))};
+    std::vector<Step> steps{MakeStorage("box"),           MakeStorage("box/inner"),
+                            MakeStream("box/inner/kept"), Write("box/inner/kept", 0, Pattern(9'000, 1)),
+                            MakeStream("held"),           WriteHeld("held", 0, Pattern(5'000, 2))};
     for (unsigned i = 0; i < 600; ++i)
         steps.push_back(MakeStream((i % 2 == 0 ? "" : "box/") + std::to_string(i)));
     const Bytes file = MakeFile(steps, nullptr);
@@ -411,10 +411,9 @@ TEST(FaultsInARowTest, ACutLastSectorThatIsInUseIsWholeOnceTheFileWasChanged)
 // So many sectors that they are freed in several writes.
 TEST(FaultsInARowTest, AWriteThatIsRefusedWhileMuchIsFreedIsTold)
 {
-    const Bytes file = MakeFile(
-        {MakeStream("other"), Write("other", 0, Pattern(6'000, 1)), MakeStream("large"),
-         Write("large", 0, Pattern(3'000'000, 2))},
-        nullptr);
+    const Bytes file = MakeFile({MakeStream("other"), Write("other", 0, Pattern(6'000, 1)),
+                                 MakeStream("large"), Write("large", 0, Pattern(3'000'000, 2))},
+                                nullptr);
     for (const std::size_t size : {std::size_t{0}, std::size_t{300}, std::size_t{4'096}}) {
         std::size_t writes = 0;
         for (bool refused = true; refused && !::testing::Test::HasFailure(); writes += kOneOf) {

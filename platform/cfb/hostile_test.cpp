@@ -176,7 +176,8 @@ TEST_P(HostileTest, NamesOutOfOrderAreFoundAllTheSame)
 TEST_P(HostileTest, AnyChangedByteEndsInACode)
 {
     const Bytes good = file;
-    for (std::size_t at = 0; at < good.size(); at += Stride() * (at < 76 ? 1 : kOneOf * (at < 512 ? 4 : 11))) {
+    for (std::size_t at = 0; at < good.size();
+         at += Stride() * (at < 76 ? 1 : kOneOf * (at < 512 ? 4 : 11))) {
         file = good;
         file[at] = static_cast<BYTE>(file[at] ^ (at % 3 == 0 ? 0xFF : 1 + at % 7));
         const HRESULT hr = Exercise();
@@ -377,8 +378,8 @@ TEST_P(TornElementTest, LeavesWhatTookItsEntriesWhenItIsDestroyed)
     ExpectAdded(0);
 }
 
-// What a process has learnt of a file outlives its closing, where the system tells whether others write it; of bytes,
-// and on Windows, it has to meet all elements first.
+// What a process has learnt of a file outlives its closing, where the system tells whether others write it;
+// of bytes, and on Windows, it has to meet all elements first.
 TEST_P(TornElementTest, LeavesWhatTookItsEntriesInAnEarlierSession)
 {
     ASSERT_EQ(S_OK, session.Open(kOpen));

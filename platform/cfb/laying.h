@@ -10,14 +10,15 @@
 namespace quorvane::cfb {
 
 // Writes drafts in one go: contents and entries into free places, then the links that enlarged chains need,
-// then sizes. Nothing in the file points at what was laid: that comes next, or never. What became of the drafts
-// is told by their `place`, and counts once the volume is committed; else they stay as they are.
+// then sizes. Nothing in the file points at what was laid: that comes next, or never. What became of the
+// drafts is told by their `place`, and counts once the volume is committed; else they stay as they are.
 //
 // For one use. Throws std::bad_alloc.
 class Laying {
 public:
     explicit Laying(Volume& volume) noexcept
-        : volume_(volume), minis_{volume.mini, kMiniShift, {}, {}, {}},
+        : volume_(volume),
+          minis_{volume.mini, kMiniShift, {}, {}, {}},
           sectors_{volume.fat, volume.sectors.Shift(), {}, {}, {}}
     {}
 

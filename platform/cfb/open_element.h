@@ -38,9 +38,9 @@ struct OpenElement {
     Draft* draft = nullptr;
     Draft* top = nullptr;
 
-    // Of a storage: its tree was walked through; all links led to sound entries, each one once; it is one that
-    // can be searched. `list`: what the walk found, sorted by name. It takes the place of a tree that can't be
-    // searched; else it is of use as long as the directory has that version.
+    // Of a storage: its tree was walked through; all links led to sound entries, each one once; it is one
+    // that can be searched. `list`: what the walk found, sorted by name. It takes the place of a tree that
+    // can't be searched; else it is of use as long as the directory has that version.
     bool surveyed = false;
     bool sound = true;
     bool searchable = true;

@@ -104,8 +104,8 @@ void OrderedFile::Put(Frame& frame, std::uint64_t page) noexcept
     buckets_[BucketOf(page)] = &frame;
 }
 
-// How many pages from `page` on are read at once: one more than lie in the cache right before it, and only such
-// as aren't in the cache.
+// How many pages from `page` on are read at once: one more than lie in the cache right before it, and only
+// such as aren't in the cache.
 std::size_t OrderedFile::RunToLoad(std::uint64_t page) noexcept
 {
     std::size_t most = 1;

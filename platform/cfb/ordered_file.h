@@ -168,8 +168,8 @@ private:
     std::uint64_t blank_ =
         0;  // from here on the store holds the zeros that it grew by, to which nothing was written
     std::uint64_t stage_ = 0;
-    bool checked_ = false;         // that the store is as it was left
-    std::deque<Frame> frames_;     // stay where they are
+    bool checked_ = false;      // that the store is as it was left
+    std::deque<Frame> frames_;  // stay where they are
     std::vector<Frame*> spare_;
     std::vector<Frame*> pending_;  // in the order of their stages
     std::vector<BYTE> run_;        // pages that are written at once

@@ -35,12 +35,12 @@ constexpr FILETIME FromTicks(std::uint64_t ticks) noexcept
 // Sleeps for at least the time. Zero only lets another thread run.
 void SleepFor(std::chrono::milliseconds time) noexcept;
 
-// Passes a time that is prescribed between two pieces of work: by `wait`, unless a test has put a clock of its
-// own in its place.
+// Passes a time that is prescribed between two pieces of work: by `wait`, unless a test has put a clock of
+// its own in its place.
 using PauseFunction = void (*)(std::chrono::microseconds time) noexcept;
 void Pause(std::chrono::microseconds time, PauseFunction wait) noexcept;
-// For tests: what passes every pause of this module from now on; null: each its own way again. Returns what did
-// before. Any thread may call.
+// For tests: what passes every pause of this module from now on; null: each its own way again. Returns what
+// did before. Any thread may call.
 PauseFunction ReplacePauses(PauseFunction clock) noexcept;
 
 // The date in the short form, and the time without an AM or PM mark, as the user's locale writes them.

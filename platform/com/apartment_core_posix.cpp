@@ -41,8 +41,8 @@ bool IsFreeThreaded(IUnknown* object, REFIID riid) noexcept
     ComPtr<IMarshal> marshal;
     CLSID clsid{};
     return SUCCEEDED(QueryFor(object, marshal)) &&
-           SUCCEEDED(marshal->GetUnmarshalClass(riid, object, MSHCTX_INPROC, nullptr, MSHLFLAGS_NORMAL,
-                                                &clsid)) &&
+           SUCCEEDED(
+               marshal->GetUnmarshalClass(riid, object, MSHCTX_INPROC, nullptr, MSHLFLAGS_NORMAL, &clsid)) &&
            IsEqualCLSID(clsid, CLSID_InProcFreeMarshaler);
 }
 

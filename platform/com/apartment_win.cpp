@@ -70,7 +70,8 @@ struct ApartmentLoop::State {
                 return false;
             const ULONGLONG left = deadline - now;
             const DWORD wait = left >= INFINITE ? INFINITE : static_cast<DWORD>(left);
-            MsgWaitForMultipleObjectsEx(1, &woken, wait, pump.SawQuit() ? 0 : QS_ALLINPUT, MWMO_INPUTAVAILABLE);
+            MsgWaitForMultipleObjectsEx(1, &woken, wait, pump.SawQuit() ? 0 : QS_ALLINPUT,
+                                        MWMO_INPUTAVAILABLE);
         }
     }
 };

@@ -16,8 +16,8 @@ namespace quorvane {
 template <class Interface, class... Bases>
 struct Answers {};
 
-// Listed last among a class's interfaces: its objects may be used from any thread, and tell COM so. They carry
-// the free-threaded marshaler, and cross to other apartments as they are.
+// Listed last among a class's interfaces: its objects may be used from any thread, and tell COM so. They
+// carry the free-threaded marshaler, and cross to other apartments as they are.
 class FreeThreaded {
 public:
     FreeThreaded(const FreeThreaded&) = delete;

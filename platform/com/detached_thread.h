@@ -31,9 +31,10 @@ private:
 
 }  // namespace detail
 
-// Calls a function, which must not throw, on a thread of its own, and destroys it there. On Windows the thread
-// keeps the module of this code in memory to its very end, beyond whatever the function lets go of: a library whose
-// last object went on that thread may be given up by its users, and the thread leaves it together with them.
+// Calls a function, which must not throw, on a thread of its own, and destroys it there. On Windows the
+// thread keeps the module of this code in memory to its very end, beyond whatever the function lets go of: a
+// library whose last object went on that thread may be given up by its users, and the thread leaves it
+// together with them.
 //
 // E_OUTOFMEMORY. E_FAIL: no thread can be started. The function is destroyed on the calling thread then.
 template <class Function>

@@ -29,8 +29,9 @@ TEST(DetachedThreadTest, TheFunctionRunsAndGoesOnAThreadOfItsOwn)
     std::promise<std::thread::id> ran;
     std::promise<std::thread::id> gone;
 
-    ASSERT_EQ(StartDetachedThread([&ran, farewell = Farewell(gone)] { ran.set_value(std::this_thread::get_id()); }),
-              S_OK);
+    ASSERT_EQ(
+        StartDetachedThread([&ran, farewell = Farewell(gone)] { ran.set_value(std::this_thread::get_id()); }),
+        S_OK);
 
     const std::thread::id thread = ran.get_future().get();
     EXPECT_NE(thread, std::this_thread::get_id());

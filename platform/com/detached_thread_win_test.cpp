@@ -19,7 +19,8 @@ TEST(DetachedThreadWinTest, ALibraryStaysUntilItsThreadHasLeft)
     HMODULE const library = LoadLibraryA(path.c_str());
     ASSERT_TRUE(library) << path;
     using StartFunction = HRESULT (*)(HANDLE running, HANDLE mayEnd);
-    const auto start = reinterpret_cast<StartFunction>(reinterpret_cast<void*>(GetProcAddress(library, "Start")));
+    const auto start =
+        reinterpret_cast<StartFunction>(reinterpret_cast<void*>(GetProcAddress(library, "Start")));
     ASSERT_TRUE(start);
     HANDLE const running = CreateEventW(nullptr, TRUE, FALSE, nullptr);
     HANDLE const mayEnd = CreateEventW(nullptr, TRUE, FALSE, nullptr);

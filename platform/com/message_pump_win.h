@@ -1,4 +1,5 @@
-// platform/com/message_pump_win.h: MessagePump, which dispatches a thread's window messages. On Windows alone.
+// platform/com/message_pump_win.h: MessagePump, which dispatches a thread's window messages. On Windows
+// alone.
 #ifndef QUORVANE_PLATFORM_COM_MESSAGE_PUMP_WIN_H_
 #define QUORVANE_PLATFORM_COM_MESSAGE_PUMP_WIN_H_
 
@@ -6,9 +7,9 @@
 
 namespace quorvane {
 
-// For one wait or loop of a thread, made and destroyed there. WM_QUIT is for the thread's own loop to see: the first
-// one ends the pump's work, is kept out of the queue as long as the pump lives (it would wake every wait for
-// messages), and is posted again when it goes.
+// For one wait or loop of a thread, made and destroyed there. WM_QUIT is for the thread's own loop to see:
+// the first one ends the pump's work, is kept out of the queue as long as the pump lives (it would wake every
+// wait for messages), and is posted again when it goes.
 class MessagePump {
 public:
     MessagePump() noexcept = default;

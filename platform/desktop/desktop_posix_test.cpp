@@ -73,11 +73,12 @@ TEST_F(OpenFileWithTest, TheProgramsEnvironmentIsTheUsersOwn)
     test::SetVariable("QUORVANE_USER_QUORVANE_SETTING_A", "the user's");
     test::SetVariable("QUORVANE_USER_QUORVANE_SETTING_B", "");
 
-    EXPECT_EQ(OpenFileWith(Program("printf '%s|%s|%s|%s' \"$QUORVANE_SETTING_A\" \"${QUORVANE_SETTING_B-none}\" "
-                                   "\"$QUORVANE_SETTING_C\" \"${QUORVANE_USER_QUORVANE_SETTING_A-none}\" > " +
-                                   out),
-                           "x", ProgramWait::End),
-              S_OK);
+    EXPECT_EQ(
+        OpenFileWith(Program("printf '%s|%s|%s|%s' \"$QUORVANE_SETTING_A\" \"${QUORVANE_SETTING_B-none}\" "
+                             "\"$QUORVANE_SETTING_C\" \"${QUORVANE_USER_QUORVANE_SETTING_A-none}\" > " +
+                             out),
+                     "x", ProgramWait::End),
+        S_OK);
 
     EXPECT_EQ(Read("out"), "the user's|none|anyone's|none");
     for (const char* name : {"QUORVANE_SETTING_A", "QUORVANE_SETTING_B", "QUORVANE_SETTING_C",

@@ -31,7 +31,8 @@ HRESULT Start(const std::string& program, const std::string& file, ProcessHandle
     STARTUPINFOW startup{};
     startup.cb = sizeof(startup);
     PROCESS_INFORMATION started{};
-    if (!CreateProcessW(nullptr, line.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &started))
+    if (!CreateProcessW(nullptr, line.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup,
+                        &started))
         return LastFailure();
     CloseHandle(started.hThread);
     process.reset(started.hProcess);

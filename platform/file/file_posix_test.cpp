@@ -1,6 +1,6 @@
 // Files between processes (what Windows' own share modes do there), and who may read them.
-#include <gtest/gtest.h>
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>

@@ -1,8 +1,9 @@
 // platform/mapi/mapi.h: MAPI's published types, interfaces, tags and codes, from one place.
 //
-// On Windows this is the SDK, but for forms. Elsewhere, and for forms everywhere, sdk/ declares the same subset
-// under the same names and with the same layouts and slot order. The functions are a MAPI implementation's: the engine finds them at run
-// time (engine/storeaccess) and must not call the declarations here.
+// On Windows this is the SDK, but for forms. Elsewhere, and for forms everywhere, sdk/ declares the same
+// subset under the same names and with the same layouts and slot order. The functions are a MAPI
+// implementation's: the engine finds them at run time (engine/storeaccess) and must not call the declarations
+// here.
 #ifndef QUORVANE_PLATFORM_MAPI_MAPI_H_
 #define QUORVANE_PLATFORM_MAPI_MAPI_H_
 

@@ -1,4 +1,5 @@
-// platform/testing/unimplemented_dispatch.h: a base for automation objects: every operation answers E_NOTIMPL.
+// platform/testing/unimplemented_dispatch.h: a base for automation objects: every operation answers
+// E_NOTIMPL.
 #ifndef QUORVANE_PLATFORM_TESTING_UNIMPLEMENTED_DISPATCH_H_
 #define QUORVANE_PLATFORM_TESTING_UNIMPLEMENTED_DISPATCH_H_
 
@@ -12,8 +13,12 @@ class UnimplementedDispatchOf : public Interface {
 public:
     HRESULT STDMETHODCALLTYPE GetTypeInfoCount(UINT*) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE GetTypeInfo(UINT, LCID, ITypeInfo**) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE GetIDsOfNames(REFIID, LPOLESTR*, UINT, LCID, DISPID*) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE Invoke(DISPID, REFIID, LCID, WORD, DISPPARAMS*, VARIANT*, EXCEPINFO*, UINT*) override
+    HRESULT STDMETHODCALLTYPE GetIDsOfNames(REFIID, LPOLESTR*, UINT, LCID, DISPID*) override
+    {
+        return E_NOTIMPL;
+    }
+    HRESULT STDMETHODCALLTYPE Invoke(DISPID, REFIID, LCID, WORD, DISPPARAMS*, VARIANT*, EXCEPINFO*,
+                                     UINT*) override
     {
         return E_NOTIMPL;
     }

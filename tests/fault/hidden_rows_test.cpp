@@ -1,5 +1,5 @@
-// The program with its engine and its store, of which a table can't be read to its end: what the table didn't show isn't
-// deleted anywhere.
+// The program with its engine and its store, of which a table can't be read to its end: what the table didn't
+// show isn't deleted anywhere.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -18,7 +18,8 @@ class HiddenRowsTest : public ::testing::Test {
 protected:
     HiddenRowsTest()
     {
-        Check(here.mail.Store().OpenProperty(kPrTestSwitches, &IID_IStoreTestSwitches, 0, 0, switches.PutUnknown()),
+        Check(here.mail.Store().OpenProperty(kPrTestSwitches, &IID_IStoreTestSwitches, 0, 0,
+                                             switches.PutUnknown()),
               "get the switches of", "the store");
         here.callbacks.afterChange = [this](const std::string& entryId, bool) { Note(entryId); };
         here.callbacks.afterDeletion = [this](const std::string& entryId, HRESULT) { Note(entryId); };

@@ -1,5 +1,5 @@
-// A store that is to be listened to, with memory that runs short at each allocation in turn: of MAPI's wrapper around the
-// sink too.
+// A store that is to be listened to, with memory that runs short at each allocation in turn: of MAPI's
+// wrapper around the sink too.
 #include <gtest/gtest.h>
 
 #include "engine/items/testing/test_mailbox.h"

@@ -1,4 +1,5 @@
-// tests/fault/notify_faults.h: notifications of which one thing fails, again and again, and what has to be left.
+// tests/fault/notify_faults.h: notifications of which one thing fails, again and again, and what has to be
+// left.
 #ifndef QUORVANE_TESTS_FAULT_NOTIFY_FAULTS_H_
 #define QUORVANE_TESTS_FAULT_NOTIFY_FAULTS_H_
 
@@ -8,13 +9,16 @@
 
 namespace quorvane::testing {
 
-// What happened to the folder of ResendFaultsFixture, as the mail store tells it: row by row (one mail is new, {B}
-// was changed, {D} is gone), or all at once.
+// What happened to the folder of ResendFaultsFixture, as the mail store tells it: row by row (one mail is
+// new, {B} was changed, {D} is gone), or all at once.
 enum class Told { kRows, kTable };
 
 class NotifyFaultsFixture : public ResendFaultsFixture {
 protected:
-    NotifyFaultsFixture() { ReplacePauses([](std::chrono::microseconds) noexcept {}); }
+    NotifyFaultsFixture()
+    {
+        ReplacePauses([](std::chrono::microseconds) noexcept {});
+    }
     ~NotifyFaultsFixture() override { ReplacePauses(nullptr); }
 
     void Prepare() override

@@ -1,5 +1,5 @@
-// Notifications of which one step fails, each in turn: a call of the store, a call of the host, a change of a disk.
-// Each member has the old item or the new one, whole; and what wasn't told is told the next time.
+// Notifications of which one step fails, each in turn: a call of the store, a call of the host, a change of a
+// disk. Each member has the old item or the new one, whole; and what wasn't told is told the next time.
 #include "engine/items/testing/failing_mailbox.h"
 #include "tests/fault/disk.h"
 #include "tests/fault/notify_faults.h"
@@ -65,9 +65,8 @@ TEST_P(NotifyFaults, ACallOfTheHostThatFailsCostsItsItemAlone)
         [&] { Judge(GetParam()); });
 }
 
-INSTANTIATE_TEST_SUITE_P(Told, NotifyFaults, ::testing::Values(Told::kRows, Told::kTable), [](const auto& told) {
-    return told.param == Told::kRows ? "Rows" : "Table";
-});
+INSTANTIATE_TEST_SUITE_P(Told, NotifyFaults, ::testing::Values(Told::kRows, Told::kTable),
+                         [](const auto& told) { return told.param == Told::kRows ? "Rows" : "Table"; });
 
 struct Place {
     const char* file;  // part of the path

@@ -1,5 +1,5 @@
-// A process that is killed while it takes a package of fifty items apart, at any write to the package: the next one
-// goes on with what is left, and each item is applied once.
+// A process that is killed while it takes a package of fifty items apart, at any write to the package: the
+// next one goes on with what is left, and each item is applied once.
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -35,7 +35,8 @@ protected:
         std::filesystem::copy(receiver.Directory(), kept.Path(), std::filesystem::copy_options::recursive);
     }
 
-    // The receiver gets ten mails, and then a package of five that were changed, five that are gone, and forty more.
+    // The receiver gets ten mails, and then a package of five that were changed, five that are gone, and
+    // forty more.
     void MakePackages()
     {
         TestLogon from(sender);
@@ -105,8 +106,8 @@ protected:
                receiver.Query("SELECT count(*) FROM tblUnfinishedReceiveJob") == 0;
     }
 
-    // In a process of its own: takes the package apart, and is killed at its `at`th change. Without it tells how many
-    // there were.
+    // In a process of its own: takes the package apart, and is killed at its `at`th change. Without it tells
+    // how many there were.
     [[noreturn]] void Receive(unsigned at)
     {
         alarm(kChildSeconds);
@@ -169,7 +170,8 @@ protected:
             const std::string mine = *received.Find(subject);
             EXPECT_EQ(ContentsOf(*received.Open(mine).Get()),
                       ContentsOf(*sent.Open(*sent.Find(subject)).Get()));
-            EXPECT_EQ(receiver.Query("SELECT count(*) FROM tblItem WHERE EntryID='" + mine + "'"), 1) << subject;
+            EXPECT_EQ(receiver.Query("SELECT count(*) FROM tblItem WHERE EntryID='" + mine + "'"), 1)
+                << subject;
         }
         EXPECT_EQ(receiver.Query("SELECT count(*) FROM tblItem"), static_cast<long>(kChanged + kAdded));
     }

@@ -1,4 +1,5 @@
-// tests/fault/resend_faults.h: a resend in which one thing fails, again and again, and what has to be left of it.
+// tests/fault/resend_faults.h: a resend in which one thing fails, again and again, and what has to be left of
+// it.
 #ifndef QUORVANE_TESTS_FAULT_RESEND_FAULTS_H_
 #define QUORVANE_TESTS_FAULT_RESEND_FAULTS_H_
 
@@ -6,8 +7,8 @@
 
 namespace quorvane::testing {
 
-// A folder of three mails for bob: {A} known and unchanged, {B} known under an older hash, one unknown; and {D},
-// which is gone.
+// A folder of three mails for bob: {A} known and unchanged, {B} known under an older hash, one unknown; and
+// {D}, which is gone.
 class ResendFaultsFixture : public ResendFixture {
 protected:
     ResendFaultsFixture()
@@ -31,8 +32,9 @@ protected:
         EXPECT_EQ(Hashes().SetHash(gone.Get(), Bstr(OLESTR("known")).Get(), 1), S_OK);
     }
 
-    // Prepares, does what has its `at`th step fail (`fails(at)`, which tells whether there was one), and looks at what
-    // is left (`judge`); for the first step, the second and so on until there is none. There are more than `atLeast`.
+    // Prepares, does what has its `at`th step fail (`fails(at)`, which tells whether there was one), and
+    // looks at what is left (`judge`); for the first step, the second and so on until there is none. There
+    // are more than `atLeast`.
     template <class Fails, class Judge>
     void FailEach(long atLeast, Fails fails, Judge judge)
     {
@@ -72,8 +74,8 @@ protected:
         return static_cast<HRESULT>(result);
     }
 
-    // What has come into packages is whole or known for damaged, and each item of it once; no known item has lost
-    // its row, unless the job was misled.
+    // What has come into packages is whole or known for damaged, and each item of it once; no known item has
+    // lost its row, unless the job was misled.
     void ExpectWhole(bool misled = false)
     {
         std::vector<std::string> sent = Sent("bob");  // judges each message
@@ -91,13 +93,15 @@ protected:
                               Narrow(a.View()) + "') OR (ID='{B}' AND EntryID='" + Narrow(b.View()) + "')"),
                   "2");
     }
-    // A table or a row that couldn't be read counts as one that isn't there: mails that are there were told as
-    // deleted, one was taken for new though it had a row, or a deletion wasn't told.
+    // A table or a row that couldn't be read counts as one that isn't there: mails that are there were told
+    // as deleted, one was taken for new though it had a row, or a deletion wasn't told.
     bool WasMisled()
     {
-        const bool toldDeleted = session.Ask("SELECT COUNT(*) FROM tblItem WHERE ID IN ('{A}', '{B}')") != "2";
-        const bool knowsTwice = session.Ask("SELECT COUNT(*) FROM (SELECT EntryID FROM tblItem GROUP BY EntryID "
-                                            "HAVING COUNT(*) > 1)") != "0";
+        const bool toldDeleted =
+            session.Ask("SELECT COUNT(*) FROM tblItem WHERE ID IN ('{A}', '{B}')") != "2";
+        const bool knowsTwice = session.Ask(
+                                    "SELECT COUNT(*) FROM (SELECT EntryID FROM tblItem GROUP BY EntryID "
+                                    "HAVING COUNT(*) > 1)") != "0";
         const bool keptRow = session.Ask("SELECT COUNT(*) FROM tblItem WHERE ID='{D}'") == "1";
         return toldDeleted || knowsTwice || (keptRow && HashOf(gone).empty());
     }

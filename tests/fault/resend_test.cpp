@@ -1,5 +1,5 @@
-// A resend of which one step fails, each in turn: a call of the store, a call of the host, a change of a disk.
-// What has come into a package is whole each time, and the next job brings everything.
+// A resend of which one step fails, each in turn: a call of the store, a call of the host, a change of a
+// disk. What has come into a package is whole each time, and the next job brings everything.
 #include "engine/items/testing/failing_mailbox.h"
 #include "tests/fault/disk.h"
 #include "tests/fault/resend_faults.h"

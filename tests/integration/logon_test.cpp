@@ -256,8 +256,8 @@ TEST_F(SessionTest, LocksAnswerLateBoundCallersToo)
 TEST(SettingsTest, WithALogAndNoConsoleTheLogIsWhereTheSettingSays)
 {
     TestMailbox mailbox;
-    // The log's own file is the process's, whatever a later logon says; this one each start makes anew. Where an
-    // earlier start of this process holds it open against removal, it is there already.
+    // The log's own file is the process's, whatever a later logon says; this one each start makes anew. Where
+    // an earlier start of this process holds it open against removal, it is there already.
     const std::filesystem::path details = TestMailbox::LogPath().string() + ".info";
     std::error_code held;
     std::filesystem::remove(details, held);

@@ -132,8 +132,7 @@ TEST_F(ResendTest, ANewMemberGetsTheWholeFolderAndNobodyElseAnything)
         package = TakePackage(logon, "carol", kMails, theirMailbox);
         EXPECT_FALSE(FindPackage(logon, folder.EntryId())) << "the usual members get nothing";
         EXPECT_EQ(logon.Host().Events().size(), size_t{kMails});
-        EXPECT_EQ(logon.Host().Events("resend").front().tag,
-                  logon.Host().Events("resend").back().tag);
+        EXPECT_EQ(logon.Host().Events("resend").front().tag, logon.Host().Events("resend").back().tag);
         EXPECT_EQ(logon.Host().Events("resend").front().tag.size(), 38u);
     }
 
@@ -178,8 +177,8 @@ protected:
     DateRestriction restriction{kLastYear};
 };
 
-// Wine carries what a call from another apartment gives as if it went to another process: the table arrives there as
-// a proxy without IMAPITable.
+// Wine carries what a call from another apartment gives as if it went to another process: the table arrives
+// there as a proxy without IMAPITable.
 TEST_F(ResendByDateTest, TheHostIsAskedOnItsOwnThread)
 {
     const auto callback = MakeComObject<RestrictCallback>(restriction);
@@ -187,8 +186,8 @@ TEST_F(ResendByDateTest, TheHostIsAskedOnItsOwnThread)
     const std::vector<LONG> counts = ResendUnder(callback.Get());
 
     EXPECT_EQ(restriction.thread, std::this_thread::get_id());
-    EXPECT_EQ(counts, restriction.reachedTable ? (std::vector<LONG>{0, 1, 2})
-                                               : (std::vector<LONG>{0, 1, 2, 3}));
+    EXPECT_EQ(counts,
+              restriction.reachedTable ? (std::vector<LONG>{0, 1, 2}) : (std::vector<LONG>{0, 1, 2, 3}));
     EXPECT_EQ(mailbox.Query("SELECT count(*) FROM tblUnfinishedResendJob"), 0);
 }
 
@@ -214,8 +213,7 @@ TEST_F(ResendTest, ACancelledJobEndsAndTheNextOneRuns)
     const auto shared = logon.Share(folder, "shared");
     bool cancelled = false;
     logon.Host().AnswerWith([&](const HostEvent&, bool&) {
-        return std::exchange(cancelled, true) ? S_OK
-                                              : logon.Session().CancelResend(Variant::Missing().Raw());
+        return std::exchange(cancelled, true) ? S_OK : logon.Session().CancelResend(Variant::Missing().Raw());
     });
     ProgressNotes progress;
     const auto bar = MakeComObject<ProgressCallback>(progress);
@@ -304,9 +302,8 @@ TEST_F(ResendFreeThreadTest, AFailedJobTellsTheLogAlone)
 
     ASSERT_EQ(ResendAll(*shared, "carol"), S_OK);
 
-    EXPECT_TRUE(Eventually([&] {
-        return mailbox.Log().find("CResendFolder::ResendThreadProc(") != std::string::npos;
-    }));
+    EXPECT_TRUE(Eventually(
+        [&] { return mailbox.Log().find("CResendFolder::ResendThreadProc(") != std::string::npos; }));
     EXPECT_TRUE(logon.Host().Events().empty());
 }
 

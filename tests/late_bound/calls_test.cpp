@@ -146,7 +146,8 @@ TEST(LateBoundCallTest, AFolderOfNoSessionResendsNothing)
 
 TEST(LateBoundCallTest, AnItemThatKnowsNoMessageIsNotShown)
 {
-    EXPECT_EQ(Make("Item").TryCall("Display", Pack(Variant::Bool(false), Variant::Long(0))).scode, E_INVALIDARG);
+    EXPECT_EQ(Make("Item").TryCall("Display", Pack(Variant::Bool(false), Variant::Long(0))).scode,
+              E_INVALIDARG);
 }
 
 TEST(LateBoundCallTest, OperationsThatDoNothingSucceed)

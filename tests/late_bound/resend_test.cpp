@@ -18,12 +18,13 @@ namespace {
 
 enum class CalledOn { OwnThread, AnyThread };
 
-// A callback with nothing but IDispatch and the identifier of its interface; its operations are known from the
-// page. Belongs to the thread that made it, or tells that any may call.
+// A callback with nothing but IDispatch and the identifier of its interface; its operations are known from
+// the page. Belongs to the thread that made it, or tells that any may call.
 class ScriptCallback final : public ComObject<ScriptCallback, IDispatch, FreeThreaded> {
 public:
     // Called with the operation's name and its arguments, first to last.
-    using Handler = std::function<void(const std::string& what, const std::vector<const VARIANT*>& arguments)>;
+    using Handler =
+        std::function<void(const std::string& what, const std::vector<const VARIANT*>& arguments)>;
 
     ScriptCallback(const std::string& interfaceName, Handler handler, CalledOn calledOn = CalledOn::OwnThread)
         : interface_(Page::Instance().Interface(interfaceName)),
@@ -175,8 +176,8 @@ TEST_F(LateBoundResendTest, ProgressIsToldOnTheScriptsOwnThread)
     EXPECT_TRUE(std::filesystem::exists(logon.TakePackage("carol")));
 }
 
-// It is handed over as a script's component for MAPI would be, which any thread may call: Wine carries no table as
-// itself into the calls of an apartment.
+// It is handed over as a script's component for MAPI would be, which any thread may call: Wine carries no
+// table as itself into the calls of an apartment.
 TEST_F(LateBoundResendTest, ARestrictionByDateLeavesWhatIsNewer)
 {
     Add("Old", kLastYear);
@@ -185,7 +186,8 @@ TEST_F(LateBoundResendTest, ARestrictionByDateLeavesWhatIsNewer)
     const Automation shared = logon.Share(folder, "shared");
     const auto progress = Progress();
     const auto restriction = MakeComObject<ScriptCallback>(
-        "IQuorvaneRestrict", [](const std::string& what, const std::vector<const VARIANT*>& arguments) {
+        "IQuorvaneRestrict",
+        [](const std::string& what, const std::vector<const VARIANT*>& arguments) {
             if (what != "RestrictTable" || arguments.size() != 1 || arguments[0]->vt != VT_DISPATCH)
                 throw std::runtime_error("another call");
             const Automation items(ComPtr<IDispatch>(arguments[0]->pdispVal));
@@ -193,9 +195,8 @@ TEST_F(LateBoundResendTest, ARestrictionByDateLeavesWhatIsNewer)
         },
         CalledOn::AnyThread);
 
-    shared.Call("ResendEx",
-                Pack(TextValue("carol"), Variant::Dispatch(restriction.Get()), Variant::Bool(true),
-                     TextValue("mine"), Variant::Dispatch(progress.Get())));
+    shared.Call("ResendEx", Pack(TextValue("carol"), Variant::Dispatch(restriction.Get()),
+                                 Variant::Bool(true), TextValue("mine"), Variant::Dispatch(progress.Get())));
     ASSERT_TRUE(HasEnded(*progress));
 
     EXPECT_EQ(told, "SetLimits 0 1; Progress 1 1; ");
@@ -218,9 +219,9 @@ TEST_F(LateBoundResendTest, ACancelledJobEndsBeforeItsLastItem)
                 logon.Session().Call("CancelResend");
         });
 
-    shared.Call("Resend", Pack(TextValue("carol")),
-                Name(As("resendAll", Variant::Bool(true)),
-                     As("ProgressBar", Variant::Dispatch(progress.Get()))));
+    shared.Call(
+        "Resend", Pack(TextValue("carol")),
+        Name(As("resendAll", Variant::Bool(true)), As("ProgressBar", Variant::Dispatch(progress.Get()))));
     ASSERT_TRUE(HasEnded(*progress));
 
     EXPECT_GE(calls, 1);
@@ -234,9 +235,8 @@ TEST_F(LateBoundResendTest, AnObjectWithoutTheProgressInterfaceIsRefused)
     const ScriptLogon logon(mailbox);
     const Automation shared = logon.Share(folder, "shared");
 
-    const Outcome outcome =
-        shared.TryCall("Resend", Pack(TextValue("carol")),
-                       Name(As("ProgressBar", Variant::Dispatch(logon.Session().Get()))));
+    const Outcome outcome = shared.TryCall("Resend", Pack(TextValue("carol")),
+                                           Name(As("ProgressBar", Variant::Dispatch(logon.Session().Get()))));
 
     EXPECT_EQ(outcome.scode, E_NOINTERFACE);
 }

@@ -14,8 +14,8 @@
 #include <set>
 #include <thread>
 
-#include "engine/session/context/notification_gate.h"
 #include "engine/persist/hash_db.h"
+#include "engine/session/context/notification_gate.h"
 #include "engine/session/library.h"
 #include "engine/session/session.h"
 #include "engine/storeaccess/item_hash.h"

@@ -90,12 +90,16 @@ TEST_F(BackupTest, ABackupIsNoMailboxAndIsItsUsersAlone)
 
     EXPECT_EQ(Run({"list", Path("backup").string()}).exitCode, 1);
     for (const auto& entry : std::filesystem::recursive_directory_iterator(Path("backup")))
-        EXPECT_EQ(entry.status().permissions() & (std::filesystem::perms::group_all | std::filesystem::perms::others_all),
+        EXPECT_EQ(entry.status().permissions() &
+                      (std::filesystem::perms::group_all | std::filesystem::perms::others_all),
                   std::filesystem::perms::none)
             << entry.path();
-    EXPECT_EQ(Run({"restore", Mailbox("alice"), Path("new").string()}).exitCode, 1) << "a mailbox is no backup";
-    EXPECT_EQ(Run({"restore", Path("backup").string(), Mailbox("alice")}).exitCode, 1) << "nothing is overwritten";
-    EXPECT_EQ(Run({"backup", Mailbox("bob"), Path("backup").string()}).exitCode, 1) << "nothing is overwritten";
+    EXPECT_EQ(Run({"restore", Mailbox("alice"), Path("new").string()}).exitCode, 1)
+        << "a mailbox is no backup";
+    EXPECT_EQ(Run({"restore", Path("backup").string(), Mailbox("alice")}).exitCode, 1)
+        << "nothing is overwritten";
+    EXPECT_EQ(Run({"backup", Mailbox("bob"), Path("backup").string()}).exitCode, 1)
+        << "nothing is overwritten";
 }
 
 // Two machines with one mailbox: each writes acknowledgements that the other has no record of.
@@ -111,7 +115,8 @@ TEST_F(BackupTest, ACopyOfAMailboxThatRunsBesideItIsNoticed)
     int subject = 0;
     const bool isNoticed = Eventually([&] {
         Edit("alice", "1", "change " + std::to_string(++subject));
-        return bob.WaitFor(std::chrono::milliseconds(200), outcome) || copy.WaitFor(std::chrono::milliseconds(200), outcome);
+        return bob.WaitFor(std::chrono::milliseconds(200), outcome) ||
+               copy.WaitFor(std::chrono::milliseconds(200), outcome);
     });
 
     ASSERT_TRUE(isNoticed);

@@ -26,8 +26,8 @@ protected:
     }
     static std::size_t DamagedOf(const std::vector<Json>& items)
     {
-        return static_cast<std::size_t>(
-            std::count_if(items.begin(), items.end(), [](const Json& item) { return item.at("damaged") == true; }));
+        return static_cast<std::size_t>(std::count_if(
+            items.begin(), items.end(), [](const Json& item) { return item.at("damaged") == true; }));
     }
 };
 
@@ -52,7 +52,8 @@ TEST_F(CheckTest, ADamagedItemIsNamedAndTheOthersWork)
     const std::vector<Json> items = Items("a", "In");
     EXPECT_EQ(items.size(), 40U);
     EXPECT_EQ(DamagedOf(items), 1U);
-    const Outcome exported = Run({"export", Mailbox("a"), "In", Path("out").string(), "--format", "msg", "--json"});
+    const Outcome exported =
+        Run({"export", Mailbox("a"), "In", Path("out").string(), "--format", "msg", "--json"});
     EXPECT_EQ(exported.exitCode, 1);
     EXPECT_EQ(exported.Value()["files"].size(), 39U) << exported.output;
     EXPECT_EQ(exported.Value()["damaged"].size(), 1U);
@@ -66,15 +67,18 @@ TEST_F(CheckTest, ARunSendsTheOthersOfAFolderWithADamagedItem)
     MustRun({"share", Mailbox("alice"), "Shared", "--with", "bob"});
     RunUntilIdle({"alice", "bob"});
     EXPECT_EQ(Items("bob", "Shared").size(), 39U);
-    EXPECT_EQ(MustRun({"status", Mailbox("alice"), "--json"}).Value().dump().find("damaged") != std::string::npos, true);
+    EXPECT_EQ(
+        MustRun({"status", Mailbox("alice"), "--json"}).Value().dump().find("damaged") != std::string::npos,
+        true);
 }
 
 TEST_F(CheckTest, ADatabaseThatIsDamagedIsNamed)
 {
     MakeMailboxes({"a"});
-    Execute(Path("a") / "host.db", "CREATE TABLE x(a); CREATE INDEX y ON x(a); INSERT INTO x VALUES(1);"
-                                   "PRAGMA writable_schema=ON;"
-                                   "UPDATE sqlite_schema SET sql='CREATE INDEX y ON x(a) WHERE a=2' WHERE name='y'");
+    Execute(Path("a") / "host.db",
+            "CREATE TABLE x(a); CREATE INDEX y ON x(a); INSERT INTO x VALUES(1);"
+            "PRAGMA writable_schema=ON;"
+            "UPDATE sqlite_schema SET sql='CREATE INDEX y ON x(a) WHERE a=2' WHERE name='y'");
     const Outcome checked = Run({"check", Mailbox("a"), "--json"});
     EXPECT_EQ(checked.exitCode, 1);
     ASSERT_EQ(checked.Value()["databases"].size(), 1U) << checked.output;

@@ -1,4 +1,5 @@
-// What comes of changes that didn't see each other, and of what is removed: all end with the same, and no text is lost.
+// What comes of changes that didn't see each other, and of what is removed: all end with the same, and no
+// text is lost.
 #include <algorithm>
 #include <cstdlib>
 #include <iostream>
@@ -74,8 +75,8 @@ protected:
         setenv("QUORVANE_POWER", (std::to_string(at) + " 0").c_str(), 1);
         setenv("QUORVANE_POWER_PLACE", Path("").parent_path().c_str(), 1);
         setenv("QUORVANE_POWER_STASH", Path("").c_str(), 1);
-        const Outcome outcome =
-            RunBy(program, {"run", Mailbox(name), "--exchange", Exchange(), "--until-idle", "--idle-seconds", kIdle});
+        const Outcome outcome = RunBy(program, {"run", Mailbox(name), "--exchange", Exchange(),
+                                                "--until-idle", "--idle-seconds", kIdle});
         unsetenv("QUORVANE_POWER");
         EXPECT_TRUE(outcome.exitCode == kKilled || outcome.exitCode == 0) << outcome.errors;
         return outcome.exitCode == kKilled;
@@ -256,8 +257,8 @@ TEST_F(ConflictsTest, TheTrashIsKeptForAsLongAsItIsToldTo)
     EXPECT_EQ(files(), 0);
 }
 
-// A kill in place of a change of a file, from the first to the last one that a run makes of a conflict, and what the next
-// run makes of it. QUORVANE_EACH_STEP: of each change, and not of some.
+// A kill in place of a change of a file, from the first to the last one that a run makes of a conflict, and
+// what the next run makes of it. QUORVANE_EACH_STEP: of each change, and not of some.
 TEST_F(ConflictsTest, AKillAtAnyStepOfAConflictLosesNoTextAndDoublesNone)
 {
     if (TestedProgram().isForWindows)

@@ -1,5 +1,5 @@
-// Who shares a folder: nothing comes into a mailbox that its user hasn't accepted, and nothing goes to, or is taken
-// from, who isn't a member.
+// Who shares a folder: nothing comes into a mailbox that its user hasn't accepted, and nothing goes to, or is
+// taken from, who isn't a member.
 #include <algorithm>
 #include <csignal>
 #include <map>
@@ -26,7 +26,8 @@ protected:
     // A run that accepts nothing by itself, but from these.
     Json RunOnce(const std::string& name, const std::vector<std::string>& acceptFrom = {}) const
     {
-        std::vector<std::string> arguments{"run", Mailbox(name), "--until-idle", "--idle-seconds", kIdle, "--json"};
+        std::vector<std::string> arguments{"run", Mailbox(name), "--until-idle", "--idle-seconds",
+                                           kIdle, "--json"};
         for (const std::string& member : acceptFrom)
             arguments.insert(arguments.end(), {"--accept-from", member});
         const Outcome outcome = MustRun(arguments);
@@ -56,7 +57,10 @@ protected:
         const Json invitations = Invitations(name);
         return invitations.empty() ? std::string("none") : invitations[0].at("id").get<std::string>();
     }
-    Json Status(const std::string& name) const { return MustRun({"status", Mailbox(name), "--json"}).Value(); }
+    Json Status(const std::string& name) const
+    {
+        return MustRun({"status", Mailbox(name), "--json"}).Value();
+    }
     std::vector<std::string> Subjects(const std::string& name, const std::string& folder = "Shared") const
     {
         std::vector<std::string> subjects;
@@ -255,7 +259,8 @@ TEST_F(ConsentTest, WhoIsTakenOutKeepsWhatHeHasAndGetsNothingMoreAndIsHeardByNob
     MakeMailboxes({"alice", "bob", "carol"});
     ShareWith({"bob", "carol"});
     RunUntilIdle({"alice", "bob", "carol"}, kIdle);
-    EXPECT_EQ(Run({"unshare", Mailbox("bob"), "Shared", "--with", "carol"}).exitCode, 1) << "he didn't found it";
+    EXPECT_EQ(Run({"unshare", Mailbox("bob"), "Shared", "--with", "carol"}).exitCode, 1)
+        << "he didn't found it";
     // What carol changes before she hears of it.
     Edit("carol", "by one who is out");
     RunOnce("carol");
@@ -358,7 +363,8 @@ TEST_F(ConsentTest, AMemberOfOneFolderTouchesNothingOfAnother)
     EXPECT_EQ(RefusedMembers("alice"), std::vector<std::string>{"bob"});
 }
 
-// carol was taken out. She founds an entry that has seen no more than when she was in, and sends what follows from it.
+// carol was taken out. She founds an entry that has seen no more than when she was in, and sends what follows
+// from it.
 TEST_F(ConsentTest, WhatAFormerMemberDatesBackBringsNobodyIn)
 {
     MakeMailboxes({"alice", "carol", "mallory"});
@@ -422,7 +428,8 @@ TEST_F(ConsentTest, AKillBetweenTheAnswerAndWhatItAsksForLosesNothingAndDoublesN
         for (const char* name : {"bob", "alice"}) {
             Process process = Start({"run", Mailbox(name), "-v"});
             Outcome outcome;
-            ASSERT_FALSE(process.WaitFor(std::chrono::milliseconds(150 + 130 * round), outcome)) << outcome.errors;
+            ASSERT_FALSE(process.WaitFor(std::chrono::milliseconds(150 + 130 * round), outcome))
+                << outcome.errors;
             process.Signal(SIGKILL);
             EXPECT_EQ(process.Wait().exitCode, 128 + SIGKILL);
         }

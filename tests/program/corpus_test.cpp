@@ -39,7 +39,8 @@ TEST_F(CorpusTest, RealMailComesOutTheSameAtTheOtherMember)
         if (file.is_regular_file())
             originals.insert(ContentOf(file.path()));
     std::size_t same = 0;
-    const Json exported = MustRun({"export", Mailbox("bob"), "Shared", Path("out").string(), "--json"}).Value();
+    const Json exported =
+        MustRun({"export", Mailbox("bob"), "Shared", Path("out").string(), "--json"}).Value();
     for (const Json& file : exported.at("files")) {
         const auto original = originals.find(ContentOf(file.get<std::string>()));
         if (original != originals.end()) {

@@ -1,5 +1,5 @@
-// What a place does that isn't trusted, what is laid there by people who aren't members, and what of it reaches the
-// mailboxes.
+// What a place does that isn't trusted, what is laid there by people who aren't members, and what of it
+// reaches the mailboxes.
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -73,8 +73,8 @@ protected:
         return count;
     }
 
-    // One bit of each byte in its turn, but for the receiver's id: without that it would be for somebody else, and no
-    // business of bob's.
+    // One bit of each byte in its turn, but for the receiver's id: without that it would be for somebody
+    // else, and no business of bob's.
     static void Flip(std::string& package, std::size_t turn, std::mt19937& random)
     {
         constexpr std::size_t kIdAt = 59, kIdSize = 16;
@@ -83,7 +83,8 @@ protected:
         package[at] = static_cast<char>(package[at] ^ 1 << random() % 8);
     }
 
-    // As many digits as a device's id has: lower ones than any device's, so that of a listing they are the first.
+    // As many digits as a device's id has: lower ones than any device's, so that of a listing they are the
+    // first.
     static std::string Digits(int number)
     {
         const std::string digits = std::to_string(number);
@@ -231,7 +232,9 @@ TEST_F(ExchangeTest, APackageThatIsCopiedOrForgedOpensNothing)
     EXPECT_GE(counts.at("packagesRejected"), 1U);
     EXPECT_EQ(States("bob", "refused"), 1U);
     // Of two that have the name, one is pinned, and the name says nothing against it.
-    EXPECT_EQ(MustRun({"share", Mailbox("alice"), "Shared", "--with", "bob", "--json"}).Value().at("pinned").size(), 0U);
+    EXPECT_EQ(
+        MustRun({"share", Mailbox("alice"), "Shared", "--with", "bob", "--json"}).Value().at("pinned").size(),
+        0U);
 }
 
 TEST_F(ExchangeTest, OfTwoDevicesOfOneNameNeitherIsTakenUntilTheUserSaysWhichOne)
@@ -244,11 +247,13 @@ TEST_F(ExchangeTest, OfTwoDevicesOfOneNameNeitherIsTakenUntilTheUserSaysWhichOne
     const Outcome refused = Run({"share", Mailbox("alice"), "Shared", "--with", "carol"});
     EXPECT_EQ(refused.exitCode, 1);
     for (const TestDevice* device : {&one, &two})
-        EXPECT_NE(refused.errors.find(host::exchange::TextOf(device->Keys().Id())), std::string::npos) << refused.errors;
+        EXPECT_NE(refused.errors.find(host::exchange::TextOf(device->Keys().Id())), std::string::npos)
+            << refused.errors;
     EXPECT_EQ(Status("alice").at("shares").at(0).at("members"), Json{"bob"});
     EXPECT_EQ(Run({"members", "add", Mailbox("alice"), "carol"}).exitCode, 1);
 
-    MustRun({"members", "add", Mailbox("alice"), "carol", "--device", host::exchange::TextOf(two.Keys().Id())});
+    MustRun(
+        {"members", "add", Mailbox("alice"), "carol", "--device", host::exchange::TextOf(two.Keys().Id())});
     MustRun({"share", Mailbox("alice"), "Shared", "--with", "carol"});
     RunOnce("alice");
     bool any = false;
@@ -258,8 +263,8 @@ TEST_F(ExchangeTest, OfTwoDevicesOfOneNameNeitherIsTakenUntilTheUserSaysWhichOne
     }
     EXPECT_TRUE(any);
     // A name never overrides a pin.
-    const Outcome other = Run({"members", "add", Mailbox("alice"), "bob", "--device",
-                               host::exchange::TextOf(two.Keys().Id())});
+    const Outcome other =
+        Run({"members", "add", Mailbox("alice"), "bob", "--device", host::exchange::TextOf(two.Keys().Id())});
     EXPECT_EQ(other.exitCode, 1);
 }
 
@@ -343,7 +348,8 @@ TEST_F(ExchangeTest, NumbersThatAreHugeAndNamesThatAreNoneHoldNobodyUp)
     Overwrite(Path("exchange") / "00000000000000000000000000000000" / "card", "no card");
     // Names that could be devices', and directories, among them: more than are listed, and before all others.
     for (int number = 0; number < kJunk; ++number)
-        Overwrite(Path("exchange") / (number % 4 == 0 ? Digits(number + 1) : "junk" + std::to_string(number)), "junk");
+        Overwrite(Path("exchange") / (number % 4 == 0 ? Digits(number + 1) : "junk" + std::to_string(number)),
+                  "junk");
     for (int number = 0; number < kJunk / 100; ++number)
         std::filesystem::create_directories(Path("exchange") / Digits(kJunk + number + 1) / "out");
     Edit("alice", "all the same");
@@ -451,7 +457,8 @@ TEST_F(ExchangeTest, WhatIsOldOrOnceMoreOrForOthersIsntTaken)
     const Json incoming = Status("bob").at("incoming");
     ASSERT_EQ(incoming.size(), 2U) << incoming;
     for (const Json& refused : incoming)
-        EXPECT_NE(refused.at("reason").get<std::string>().find("epoch that is over"), std::string::npos) << refused;
+        EXPECT_NE(refused.at("reason").get<std::string>().find("epoch that is over"), std::string::npos)
+            << refused;
 }
 
 TEST_F(ExchangeTest, InspectTellsWhatAnybodySeesOfASealedPackage)
@@ -471,12 +478,16 @@ TEST_F(ExchangeTest, InspectTellsWhatAnybodySeesOfASealedPackage)
     EXPECT_EQ(seen.at("signature"), "holds");
     ASSERT_EQ(seen.at("receivers").size(), 1U);
     EXPECT_EQ(seen.at("receivers")[0].at("device"), host::exchange::TextOf(KeysOf(Mailbox("bob")).Id()));
-    EXPECT_EQ(MustRun({"inspect", package.string(), "--mailbox", Mailbox("bob"), "--json"}).Value().at("signature"),
-              "holds");
+    EXPECT_EQ(
+        MustRun({"inspect", package.string(), "--mailbox", Mailbox("bob"), "--json"}).Value().at("signature"),
+        "holds");
 
     std::filesystem::copy_file(package, Path("alone.qvx"));
     EXPECT_EQ(MustRun({"inspect", Path("alone.qvx").string(), "--json"}).Value().at("member"), nullptr);
-    std::fstream(package, std::ios::binary | std::ios::in | std::ios::out).seekp(-100, std::ios::end).put('x').put('y');
+    std::fstream(package, std::ios::binary | std::ios::in | std::ios::out)
+        .seekp(-100, std::ios::end)
+        .put('x')
+        .put('y');
     EXPECT_EQ(Run({"inspect", package.string()}).exitCode, 1);
 }
 

@@ -53,7 +53,8 @@ protected:
         EXPECT_EQ(Shell("gsf list '" + package.string() + "'", "gsf.txt"), 0) << Text("gsf.txt");
         const std::string list = Text("gsf.txt");
         std::size_t contents = 0;
-        for (std::size_t at = list.find("/Contents"); at != std::string::npos; at = list.find("/Contents", at + 1))
+        for (std::size_t at = list.find("/Contents"); at != std::string::npos;
+             at = list.find("/Contents", at + 1))
             ++contents;
         return contents;
     }

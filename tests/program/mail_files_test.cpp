@@ -38,7 +38,8 @@ protected:
     }
     Json Export(const std::string& directory, const std::vector<std::string>& more = {}) const
     {
-        std::vector<std::string> arguments = {"export", Mailbox("a"), "In", Path(directory).string(), "--json"};
+        std::vector<std::string> arguments = {"export", Mailbox("a"), "In", Path(directory).string(),
+                                              "--json"};
         arguments.insert(arguments.end(), more.begin(), more.end());
         return MustRun(arguments).Value();
     }
@@ -95,7 +96,8 @@ TEST_F(MailFilesTest, AnEditedSubjectChangesNothingElse)
     Import({Path("1.eml").string()});
     MustRun({"edit", Mailbox("a"), "In", "1", "--subject", "another"});
     Export("out");
-    EXPECT_EQ(Contents(Path("out")), std::multiset<std::string>{"Subject: another\nX-Odd:  kept\n\nbody  \n"});
+    EXPECT_EQ(Contents(Path("out")),
+              std::multiset<std::string>{"Subject: another\nX-Odd:  kept\n\nbody  \n"});
 }
 
 TEST_F(MailFilesTest, AnImportOnceMoreBringsNothingNew)
@@ -147,7 +149,8 @@ TEST_F(MailFilesTest, AnImportThatWasKilledIsFinishedByRunningItOnceMore)
     std::ofstream box(Path("box"), std::ios::binary);
     constexpr std::size_t kMails = 1500;
     for (std::size_t i = 0; i < kMails; ++i)
-        box << "From a Mon Mar  3 08:14:09 2025\nSubject: " << i << "\nMessage-ID: <" << i << "@x>\n\nbody\n\n";
+        box << "From a Mon Mar  3 08:14:09 2025\nSubject: " << i << "\nMessage-ID: <" << i
+            << "@x>\n\nbody\n\n";
     box.close();
     {
         Process process = Start({"import", Mailbox("a"), "In", Path("box").string()});
@@ -233,9 +236,10 @@ TEST_F(MailFilesTest, AFolderOfAMaildirThatIsALinkIsRefused)
 TEST_F(MailFilesTest, TheStandardInputIsRead)
 {
     std::ofstream(Path("box"), std::ios::binary)
-        << "From a Mon Mar  3 08:14:09 2025\nSubject: 1\n\none\n\nFrom a Mon Mar  3 08:14:09 2025\nSubject: 2\n\ntwo\n";
-    const std::string command = "'" + TestedProgram().command.back() + "' import '" + Mailbox("a") + "' In - < '" +
-                                Path("box").string() + "' > '" + Path("said").string() + "'";
+        << "From a Mon Mar  3 08:14:09 2025\nSubject: 1\n\none\n\nFrom a Mon Mar  3 08:14:09 2025\nSubject: "
+           "2\n\ntwo\n";
+    const std::string command = "'" + TestedProgram().command.back() + "' import '" + Mailbox("a") +
+                                "' In - < '" + Path("box").string() + "' > '" + Path("said").string() + "'";
     EXPECT_EQ(std::system(command.c_str()), 0);
     EXPECT_EQ(Items("a", "In").size(), 2U);
     EXPECT_TRUE(fs::is_empty(Path("a") / "packages"));

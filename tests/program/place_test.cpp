@@ -41,7 +41,8 @@ protected:
     // alice misses the exchange, says so once, and goes on.
     void ExpectMissed(const Process& alice) const
     {
-        EXPECT_TRUE(Eventually([&] { return alice.ErrorsSoFar().find("it is tried again") != std::string::npos; }));
+        EXPECT_TRUE(
+            Eventually([&] { return alice.ErrorsSoFar().find("it is tried again") != std::string::npos; }));
         EXPECT_TRUE(Eventually([&] {
             const Json status = MustRun({"status", Mailbox("alice"), "--json"}).Value();
             return status.at("packagesFilling").get<int>() + status.at("packagesToDeliver").get<int>() == 1;
@@ -103,8 +104,8 @@ protected:
     static constexpr char kGroup[] = "23000";
     static Program As(const char* user)
     {
-        Program program{{"/usr/bin/setpriv", "--reuid", user, "--regid", kGroup, "--clear-groups", "/bin/sh", "-c",
-                         "umask 077; exec \"$0\" \"$@\""},
+        Program program{{"/usr/bin/setpriv", "--reuid", user, "--regid", kGroup, "--clear-groups", "/bin/sh",
+                         "-c", "umask 077; exec \"$0\" \"$@\""},
                         false};
         program.command.push_back(NativeProgram().command.back());
         return program;

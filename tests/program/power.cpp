@@ -1,11 +1,14 @@
-// The program on a machine whose power fails: linked in front of the C library's calls that change files, this counts
-// them and, at the one that is asked for, ends the process and takes back what no sync was answered for.
+// The program on a machine whose power fails: linked in front of the C library's calls that change files,
+// this counts them and, at the one that is asked for, ends the process and takes back what no sync was
+// answered for.
 //
-// Of each file that was written since its last sync any writes are lost, the last of them perhaps in half. Of names
-// that were made, changed or removed in a directory since its last sync the last ones are lost, any number of them; a
-// sync of a file keeps the name that it was made under. What the file system promises beyond that isn't relied on.
+// Of each file that was written since its last sync any writes are lost, the last of them perhaps in half. Of
+// names that were made, changed or removed in a directory since its last sync the last ones are lost, any
+// number of them; a sync of a file keeps the name that it was made under. What the file system promises
+// beyond that isn't relied on.
 //
-//     QUORVANE_POWER  the number of the change at which the power fails, and a seed for what is lost; with 0 for the seed
+//     QUORVANE_POWER  the number of the change at which the power fails, and a seed for what is lost; with 0
+//     for the seed
 //                     nothing is, and it is a kill
 //     QUORVANE_POWER_PLACE  the directory below which files are concerned
 //     QUORVANE_POWER_STASH  another one on the same file system, for what is removed until that is synced
@@ -123,9 +126,11 @@ public:
         FileChange change{at, {}, std::move(after), 0, 0};
         if (unsynced) {
             change.sizeBefore = SizeOf(file);
-            change.sizeAfter = sizeAfter < 0 ? std::max<off_t>(change.sizeBefore, at + static_cast<off_t>(change.after.size()))
+            change.sizeAfter = sizeAfter < 0 ? std::max<off_t>(change.sizeBefore,
+                                                               at + static_cast<off_t>(change.after.size()))
                                              : sizeAfter;
-            const off_t end = sizeAfter < 0 ? at + static_cast<off_t>(change.after.size()) : change.sizeBefore;
+            const off_t end =
+                sizeAfter < 0 ? at + static_cast<off_t>(change.after.size()) : change.sizeBefore;
             if (end > at)
                 change.before.resize(static_cast<std::size_t>(end - at));
             const ssize_t count = pread(unsynced->file, change.before.data(), change.before.size(), at);
@@ -158,14 +163,18 @@ public:
             }
     }
 
-    void NoteMade(const std::string& path) { names_[DirectoryOf(path)].push_back({NameChange::Kind::kMade, path, {}, {}}); }
+    void NoteMade(const std::string& path)
+    {
+        names_[DirectoryOf(path)].push_back({NameChange::Kind::kMade, path, {}, {}});
+    }
     void NoteRemoval(const std::string& path)
     {
         names_[DirectoryOf(path)].push_back({NameChange::Kind::kRemoved, path, {}, Stash(path)});
     }
     void NoteRename(const std::string& from, const std::string& to)
     {
-        names_[DirectoryOf(to)].push_back({NameChange::Kind::kRenamed, from, to, Exists(to) ? Stash(to) : std::string()});
+        names_[DirectoryOf(to)].push_back(
+            {NameChange::Kind::kRenamed, from, to, Exists(to) ? Stash(to) : std::string()});
     }
 
 private:
@@ -197,7 +206,8 @@ private:
         fstat(file, &status);
         Unsynced& unsynced = files_[{status.st_dev, status.st_ino}];
         if (unsynced.file < 0)
-            unsynced.file = static_cast<int>(syscall(SYS_openat, AT_FDCWD, ("/proc/self/fd/" + std::to_string(file)).c_str(),
+            unsynced.file = static_cast<int>(syscall(SYS_openat, AT_FDCWD,
+                                                     ("/proc/self/fd/" + std::to_string(file)).c_str(),
                                                      O_RDWR | O_CLOEXEC, 0));
         return unsynced.file < 0 ? nullptr : &unsynced;
     }

@@ -1,6 +1,6 @@
-// A power cut at any moment of a run: of what wasn't synchronised any part is lost, in the message store, the sharing
-// database, the records, the hash files and what lies in the exchange. The next run goes on, both sides end equal, and
-// nothing that was told, acknowledged or read is gone.
+// A power cut at any moment of a run: of what wasn't synchronised any part is lost, in the message store, the
+// sharing database, the records, the hash files and what lies in the exchange. The next run goes on, both
+// sides end equal, and nothing that was told, acknowledged or read is gone.
 //
 // QUORVANE_POWER_CUTS  how many; QUORVANE_SEED  another sequence of them.
 #include <cstdlib>
@@ -36,7 +36,8 @@ protected:
         Settle();
     }
 
-    // What both have is divided: of each item one of them is the editor, so that all that is to come of it is known.
+    // What both have is divided: of each item one of them is the editor, so that all that is to come of it is
+    // known.
     void Settle()
     {
         for (const Json& item : Items("alice", "Shared"))
@@ -90,11 +91,12 @@ protected:
         return cut.exitCode == kPowerCut;
     }
 
-    // Nobody is behind what others know of him: that would be an acknowledgement, or a package, that was given before
-    // what it rests on was on the disk.
+    // Nobody is behind what others know of him: that would be an acknowledgement, or a package, that was
+    // given before what it rests on was on the disk.
     static void ExpectNoLoss(const Outcome& outcome, unsigned long at)
     {
-        for (const char* line : {"backup", "has lost what it took", "differs", "put aside", "rejected", "damaged"})
+        for (const char* line :
+             {"backup", "has lost what it took", "differs", "put aside", "rejected", "damaged"})
             EXPECT_EQ(outcome.errors.find(line), std::string::npos) << "cut " << at << ": " << outcome.errors;
     }
 

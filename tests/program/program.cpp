@@ -8,7 +8,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <algorithm>
 #include <atomic>
 #include <csignal>
 #include <cstdlib>
@@ -277,7 +276,8 @@ void ProgramTest::MakeMailboxes(const std::vector<std::string>& names) const
     }
 }
 
-std::vector<std::string> ProgramTest::RunOf(const std::string& name, const std::vector<std::string>& more) const
+std::vector<std::string> ProgramTest::RunOf(const std::string& name,
+                                            const std::vector<std::string>& more) const
 {
     std::vector<std::string> arguments{"run", Mailbox(name), "--exchange", Exchange()};
     for (const std::string& other : made_)
@@ -299,8 +299,9 @@ bool ProgramTest::RunRound(const std::vector<std::string>& names, const std::str
 {
     std::vector<Process> processes;
     for (const std::string& name : names)
-        processes.emplace_back(
-            ProgramOf(name), RunOf(name, {"--until-idle", "--idle-seconds", idleSeconds, "--json"}), directory_);
+        processes.emplace_back(ProgramOf(name),
+                               RunOf(name, {"--until-idle", "--idle-seconds", idleSeconds, "--json"}),
+                               directory_);
     bool moved = false;
     for (std::size_t i = 0; i < processes.size(); ++i) {
         const Outcome outcome = processes[i].Wait();

@@ -124,8 +124,8 @@ protected:
     // A folder that `owner` has shared is accepted, and nothing of it is sent yet.
     void LetAccept(const std::string& owner, const std::string& member) const;
 
-    // Runs mailboxes side by side until all are idle; gives what each counted, and as "peakKilobytes" the most memory
-    // that one of its runs had.
+    // Runs mailboxes side by side until all are idle; gives what each counted, and as "peakKilobytes" the
+    // most memory that one of its runs had.
     std::vector<Json> RunUntilIdle(const std::vector<std::string>& names,
                                    const std::string& idleSeconds = "3") const;
     std::vector<Json> Items(const std::string& mailbox, const std::string& folder) const;

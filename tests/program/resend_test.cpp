@@ -31,7 +31,10 @@ protected:
         LetAccept("alice", "carol");
     }
 
-    Json Status(const std::string& mailbox) const { return MustRun({"status", Mailbox(mailbox), "--json"}).Value(); }
+    Json Status(const std::string& mailbox) const
+    {
+        return MustRun({"status", Mailbox(mailbox), "--json"}).Value();
+    }
 
     static std::size_t CountOf(const std::string& text, const std::string& part)
     {
@@ -155,8 +158,9 @@ TEST_F(ResendTest, AllItemsAreSentOnceMoreToOneMember)
     MustRun({"resend", Mailbox("alice"), "Shared", "--to", "bob", "--all"});
     auto counts = RunUntilIdle({"alice", "bob"});
     EXPECT_EQ(counts[0].at("itemsSent"), kItems);
-    EXPECT_EQ(counts[1].at("itemsIgnored").get<std::uint64_t>() + counts[1].at("itemsApplied").get<std::uint64_t>(),
-              kItems);
+    EXPECT_EQ(
+        counts[1].at("itemsIgnored").get<std::uint64_t>() + counts[1].at("itemsApplied").get<std::uint64_t>(),
+        kItems);
 
     MustRun({"resend", Mailbox("alice"), "Shared", "--to", "bob", "--all", "--since", "2999-01-01"});
     counts = RunUntilIdle({"alice", "bob"});

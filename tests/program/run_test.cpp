@@ -1,5 +1,5 @@
-// A run as somebody has it who lets it stand all day: what it costs while nothing is to be done, that it hears of
-// changes, and how it ends.
+// A run as somebody has it who lets it stand all day: what it costs while nothing is to be done, that it
+// hears of changes, and how it ends.
 #include <algorithm>
 #include <cstdlib>
 #include <fstream>
@@ -26,7 +26,8 @@ protected:
         const auto path = Path(name + ".mbox");
         std::ofstream file(path, std::ios::binary);
         for (int i = 0; i < count; ++i) {
-            file << "From a@example.org Thu Jan  1 00:00:00 2026\nFrom: a@example.org\nTo: b@example.org\nSubject: "
+            file << "From a@example.org Thu Jan  1 00:00:00 2026\nFrom: a@example.org\nTo: "
+                    "b@example.org\nSubject: "
                  << name << ' ' << i << "\nMessage-ID: <" << name << '-' << i << "@example.org>\n\n";
             // Text that doesn't become smaller when it is packed.
             std::uint32_t state = 1;
@@ -42,7 +43,8 @@ protected:
     {
         MustRun({"share", Mailbox("alice"), folder, "--with", "bob"});
     }
-    // The end is asked for and comes soon, however much is left to do. Many times as much would be the orderly way.
+    // The end is asked for and comes soon, however much is left to do. Many times as much would be the
+    // orderly way.
     static void ExpectToEndSoon(Process& process)
     {
         process.AskToEnd();
@@ -65,7 +67,8 @@ protected:
     static bool IsMeasurable() { return !TestedProgram().isForWindows; }
 };
 
-// QUORVANE_IDLE_SECONDS=60 QUORVANE_IDLE_MAILS=1000 is the long form, which takes some minutes until all is shared.
+// QUORVANE_IDLE_SECONDS=60 QUORVANE_IDLE_MAILS=1000 is the long form, which takes some minutes until all is
+// shared.
 TEST_F(RunTest, WhileNothingIsToBeDoneItTakesNextToNothingAndWritesNothing)
 {
     if (!IsMeasurable())
@@ -94,7 +97,8 @@ TEST_F(RunTest, WhileNothingIsToBeDoneItTakesNextToNothingAndWritesNothing)
         const double used = std::chrono::duration<double>(to.processor - from.processor).count();
         return 100 * used / seconds;
     };
-    std::cout << "percent of a core: " << share(before, after) << " and " << share(beforeAtBob, afterAtBob) << "\n";
+    std::cout << "percent of a core: " << share(before, after) << " and " << share(beforeAtBob, afterAtBob)
+              << "\n";
     // One step more or less counts in a few seconds.
     const double bound = seconds >= 60 ? 0.2 : 0.6;
     EXPECT_LT(share(before, after), bound);
@@ -205,10 +209,12 @@ TEST_F(RunTest, AFirstShareTravelsAsManyPackagesOfABoundedSize)
     const auto files = ContentBySize("bob");
     ASSERT_GE(files.size(), 5U);
     EXPECT_GT(std::filesystem::file_size(files.back()), 3 * kMegabyte) << "an item that is larger travels";
-    EXPECT_EQ(MustRun({"inspect", files.back().string(), "--json"}).Value().at("items").size(), 1U) << "alone";
+    EXPECT_EQ(MustRun({"inspect", files.back().string(), "--json"}).Value().at("items").size(), 1U)
+        << "alone";
     EXPECT_LE(std::filesystem::file_size(files[files.size() - 2]), 2 * kMegabyte + kMegabyte / 4);
 
-    // The receiver begins with the first, while the others are on their way. Before it he is told of the folder.
+    // The receiver begins with the first, while the others are on their way. Before it he is told of the
+    // folder.
     constexpr std::size_t kFirst = 3;
     auto packages = Packages();
     std::sort(packages.begin(), packages.end());

@@ -35,7 +35,8 @@ std::optional<std::string> Open(const std::filesystem::path& package, const Devi
     SealedPackage sealed(source, package.string());
     if (!sealed.PreviousFor(receiver.Id()))
         return std::nullopt;
-    const Card sender = ReadCard(BytesOf(package.parent_path().parent_path() / "card"), sealed.Label().sender);
+    const Card sender =
+        ReadCard(BytesOf(package.parent_path().parent_path() / "card"), sealed.Label().sender);
     sealed.Verify(sender.signing);
     std::string content;
     sealed.Unseal(receiver, [&](std::string_view bytes) { content += bytes; });
@@ -69,9 +70,8 @@ std::string TestDevice::Sealed(std::uint64_t sequence, std::uint64_t previous, c
                                const std::string& content) const
 {
     std::string package;
-    Seal(keys_, {sender, epoch, sequence, kind},
-         {{receiver.Id(), receiver.Sealing(), previous}}, MemorySource(content),
-         [&](std::string_view bytes) { package += bytes; });
+    Seal(keys_, {sender, epoch, sequence, kind}, {{receiver.Id(), receiver.Sealing(), previous}},
+         MemorySource(content), [&](std::string_view bytes) { package += bytes; });
     return package;
 }
 

@@ -21,7 +21,8 @@ host::exchange::Epoch EpochOf(const std::filesystem::path& package);
 host::exchange::DeviceKeys KeysOf(const std::filesystem::path& mailbox);
 
 // The content of a package that lies in an exchange; empty when it isn't for this receiver.
-std::optional<std::string> Open(const std::filesystem::path& package, const host::exchange::DeviceKeys& receiver);
+std::optional<std::string> Open(const std::filesystem::path& package,
+                                const host::exchange::DeviceKeys& receiver);
 
 // A device of a test's own, or of a mailbox whose keys it uses, and what it lays into an exchange.
 class TestDevice {
@@ -34,8 +35,8 @@ public:
 
     void LayCard(const std::string& name) const;
     // A package for one receiver.
-    std::string Sealed(std::uint64_t sequence, std::uint64_t previous, const host::exchange::DeviceKeys& receiver,
-                       const std::string& content) const;
+    std::string Sealed(std::uint64_t sequence, std::uint64_t previous,
+                       const host::exchange::DeviceKeys& receiver, const std::string& content) const;
     void Lay(std::uint64_t sequence, const std::string& package) const;
 
     host::exchange::Epoch epoch{1, 2, 3};

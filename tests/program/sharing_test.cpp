@@ -139,8 +139,8 @@ TEST_F(SharingTest, APackageThatComesOnceMoreIsDropped)
     EXPECT_TRUE(Packages().empty());
 
     std::filesystem::copy_file(Path("kept"), package);
-    const Outcome outcome =
-        MustRun({"run", Mailbox("bob"), "--exchange", Exchange(), "--until-idle", "--idle-seconds", "3", "--json"});
+    const Outcome outcome = MustRun(
+        {"run", Mailbox("bob"), "--exchange", Exchange(), "--until-idle", "--idle-seconds", "3", "--json"});
     EXPECT_EQ(outcome.Value().at("packagesReceived"), 0U);
     EXPECT_EQ(outcome.Value().at("itemsApplied"), 0U);
     EXPECT_EQ(outcome.errors, "");
@@ -189,9 +189,8 @@ TEST_F(SharingTest, AnItemMovedBetweenTwoSharedFoldersFollowsAndIsThereOnce)
     Process alice = Start({"run", Mailbox("alice"), "--exchange", Exchange(), "-v"});
     Process bob = Start({"run", Mailbox("bob"), "--exchange", Exchange(), "-v"});
     MustRun({"move", Mailbox("alice"), "Shared", IdOf("alice", 0), "Second"});
-    EXPECT_TRUE(Eventually([&] {
-        return Items("bob", "Shared").size() == 38U && Items("bob", "Second").size() == 3U;
-    }));
+    EXPECT_TRUE(Eventually(
+        [&] { return Items("bob", "Shared").size() == 38U && Items("bob", "Second").size() == 3U; }));
     alice.AskToEnd();
     bob.AskToEnd();
     EXPECT_EQ(alice.Wait().exitCode, 0);

@@ -20,7 +20,10 @@ protected:
         MakeMailboxes({"a"});
     }
 
-    void Import(const std::string& sample) { MustRun({"import", Mailbox("a"), "In", Sample(sample).string()}); }
+    void Import(const std::string& sample)
+    {
+        MustRun({"import", Mailbox("a"), "In", Sample(sample).string()});
+    }
 
     // Values of the mailbox's registry, as lines of its file.
     void PutForms(const std::string& messageClass, const std::string& lines)

@@ -23,7 +23,8 @@ protected:
     {
         sqlite3* handle = nullptr;
         ASSERT_EQ(sqlite3_open((Path(name) / database).string().c_str(), &handle), SQLITE_OK);
-        EXPECT_EQ(sqlite3_exec(handle, sql.c_str(), nullptr, nullptr, nullptr), SQLITE_OK) << sqlite3_errmsg(handle);
+        EXPECT_EQ(sqlite3_exec(handle, sql.c_str(), nullptr, nullptr, nullptr), SQLITE_OK)
+            << sqlite3_errmsg(handle);
         sqlite3_close(handle);
     }
     // bob's message, row and record of an item go without a word.
@@ -120,8 +121,9 @@ TEST_F(VerifyTest, WhatWasInAPackageThatWasRefusedComesAllTheSame)
     for (const Json& item : Items("bob", "Shared"))
         EXPECT_NE(item.at("subject"), "refused at first");
     Json folder = MustRun({"status", Mailbox("bob"), "--json"}).Value().at("shares").at(0);
-    Execute("bob", "host.db",
-            "UPDATE item SET folder_id = '" + folder.at("id").get<std::string>() + "' WHERE id = '" + id + "'");
+    Execute(
+        "bob", "host.db",
+        "UPDATE item SET folder_id = '" + folder.at("id").get<std::string>() + "' WHERE id = '" + id + "'");
 
     RunUntilIdle({"alice", "bob"}, "1");
     RunUntilIdle({"alice", "bob"}, "1");

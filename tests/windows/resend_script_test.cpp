@@ -1,4 +1,5 @@
-// A script resends a folder: progress, a restriction by date, and cancelling, with its callbacks on its own thread.
+// A script resends a folder: progress, a restriction by date, and cancelling, with its callbacks on its own
+// thread.
 #include <gtest/gtest.h>
 
 #include <fstream>
@@ -47,9 +48,9 @@ Variant MakeCallback(REFIID iid, std::map<DISPID, OleString> names, Arguments ar
         MakeComObject<ScriptCallback>(iid, std::move(names), ComPtr<IDispatch>(ObjectOf(script))).Get());
 }
 
-// What a script gets of its component for MAPI: leaves the mails that came after a date, and may be called on any
-// thread. A restriction in the script itself would be handed the table as if it were in another process, as Wine
-// carries the arguments of calls.
+// What a script gets of its component for MAPI: leaves the mails that came after a date, and may be called on
+// any thread. A restriction in the script itself would be handed the table as if it were in another process,
+// as Wine carries the arguments of calls.
 ComPtr<IDispatch> FreeCallback(DateRestriction& restriction)
 {
     ComPtr<IDispatch> callback;
@@ -95,8 +96,8 @@ protected:
                                 arguments);
         });
         helper->Add(L"Progress", [](Arguments arguments) {
-            return MakeCallback(DIID_IQuorvaneProgress, {{kSetLimits, L"SetLimits"}, {kProgress, L"Progress"}},
-                                arguments);
+            return MakeCallback(DIID_IQuorvaneProgress,
+                                {{kSetLimits, L"SetLimits"}, {kProgress, L"Progress"}}, arguments);
         });
         helper->Add(L"NewerThan", [this](Arguments arguments) {
             newer.emplace(FileTimeOf(At(arguments, 0)));
@@ -154,8 +155,8 @@ TEST_F(ResendScriptTest, AScriptFollowsRestrictsAndCancelsResends)
     std::string whole = "whole: 0-60";
     for (int i = 1; i <= kMails; ++i)
         whole += " " + std::to_string(i) + "/60";
-    EXPECT_EQ(echoed, (std::vector<std::string>{whole + " first", "newer: 0-2 1/2 2/2 second",
-                                                "cancelled: true"}));
+    EXPECT_EQ(echoed,
+              (std::vector<std::string>{whole + " first", "newer: 0-2 1/2 2/2 second", "cancelled: true"}));
     EXPECT_EQ(PackagesOf("carol"), 1);
     EXPECT_EQ(PackagesOf("dave"), 1);
     EXPECT_EQ(mailbox.Query("SELECT count(*) FROM tblUnfinishedResendJob"), 0);

@@ -30,7 +30,8 @@ public:
         *lcid = LOCALE_USER_DEFAULT;
         return S_OK;
     }
-    HRESULT STDMETHODCALLTYPE GetItemInfo(LPCOLESTR name, DWORD mask, IUnknown** item, ITypeInfo** type) override
+    HRESULT STDMETHODCALLTYPE GetItemInfo(LPCOLESTR name, DWORD mask, IUnknown** item,
+                                          ITypeInfo** type) override
     {
         const auto found = objects_.find(name);
         if (found == objects_.end())
@@ -98,7 +99,8 @@ HRESULT ScriptObject::GetIDsOfNames(REFIID, LPOLESTR* names, UINT count, LCID, D
     return DISP_E_UNKNOWNNAME;
 }
 
-HRESULT ScriptObject::Invoke(DISPID id, REFIID, LCID, WORD, DISPPARAMS* params, VARIANT* result, EXCEPINFO*, UINT*)
+HRESULT ScriptObject::Invoke(DISPID id, REFIID, LCID, WORD, DISPPARAMS* params, VARIANT* result, EXCEPINFO*,
+                             UINT*)
 {
     if (id < 1 || static_cast<size_t>(id) > methods_.size())
         return DISP_E_MEMBERNOTFOUND;
@@ -159,8 +161,9 @@ HRESULT ScriptCallback::Invoke(DISPID id, REFIID, LCID, WORD flags, DISPPARAMS* 
 void RunScript(const OleString& source, const Objects& objects)
 {
     ComPtr<IActiveScript> engine;
-    Check(CoCreateInstance(kJScript, nullptr, CLSCTX_INPROC_SERVER, __uuidof(IActiveScript), engine.PutVoid()),
-          "start JScript");
+    Check(
+        CoCreateInstance(kJScript, nullptr, CLSCTX_INPROC_SERVER, __uuidof(IActiveScript), engine.PutVoid()),
+        "start JScript");
     const auto site = MakeComObject<Site>(objects);
     ComPtr<IActiveScriptParse> parse;
     Check(engine.As(parse), "start JScript");

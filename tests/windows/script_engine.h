@@ -30,9 +30,9 @@ private:
     std::vector<std::pair<OleString, Method>> methods_;
 };
 
-// A callback of the engine's whose operations are functions and properties of a script's object, found by name.
-// What a function returns for an event about an item is its ignoreEvent, as scripts have no [in,out]. Belongs to
-// the script's thread.
+// A callback of the engine's whose operations are functions and properties of a script's object, found by
+// name. What a function returns for an event about an item is its ignoreEvent, as scripts have no [in,out].
+// Belongs to the script's thread.
 class ScriptCallback final : public ComObject<ScriptCallback, IDispatch> {
 public:
     ScriptCallback(REFIID iid, std::map<DISPID, OleString> names, ComPtr<IDispatch> script)

@@ -1,6 +1,6 @@
-// A class "QuorvaneTests.Host" for scripts: a host's callbacks, which a script can't implement itself. From its making
-// on the process's user has the settings of a directory of the tests' (QUORVANE_TEST_SETTINGS); the sharing database is
-// the file that QUORVANE_TEST_DATABASE names.
+// A class "QuorvaneTests.Host" for scripts: a host's callbacks, which a script can't implement itself. From
+// its making on the process's user has the settings of a directory of the tests' (QUORVANE_TEST_SETTINGS);
+// the sharing database is the file that QUORVANE_TEST_DATABASE names.
 #include <cstdlib>
 
 #include "platform/testing/surroundings.h"

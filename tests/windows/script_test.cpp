@@ -91,9 +91,10 @@ public:
 private:
     static void Put(const OleString& key, const OleString& name, const OleString& text)
     {
-        EXPECT_EQ(RegSetKeyValueW(HKEY_CLASSES_ROOT, key.c_str(), name.empty() ? nullptr : name.c_str(), REG_SZ,
-                                  text.c_str(), static_cast<DWORD>((text.size() + 1) * sizeof(WCHAR))),
-                  ERROR_SUCCESS);
+        EXPECT_EQ(
+            RegSetKeyValueW(HKEY_CLASSES_ROOT, key.c_str(), name.empty() ? nullptr : name.c_str(), REG_SZ,
+                            text.c_str(), static_cast<DWORD>((text.size() + 1) * sizeof(WCHAR))),
+            ERROR_SUCCESS);
     }
 
     const OleString keys_[2];

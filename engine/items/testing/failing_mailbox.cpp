@@ -277,8 +277,9 @@ public:
     HRESULT STDMETHODCALLTYPE OpenEntry(ULONG idSize, LPENTRYID id, LPCIID iid, ULONG flags, ULONG* type,
                                         LPUNKNOWN* object) override
     {
-        return WrapEntry(real_.Pass("OpenEntry", &IMAPISession::OpenEntry, idSize, id, iid, flags, type, object),
-                         real_.Call(), object);
+        return WrapEntry(
+            real_.Pass("OpenEntry", &IMAPISession::OpenEntry, idSize, id, iid, flags, type, object),
+            real_.Call(), object);
     }
 
 private:

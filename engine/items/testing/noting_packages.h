@@ -13,7 +13,8 @@
 namespace quorvane::testing {
 
 // The session's list and each of its packages in one: whatever the recipients, there is one already.
-class NotingPackages final : public ComObject<NotingPackages, DispatchImpl<IStorageFiles>, DispatchImpl<IStorageFile>> {
+class NotingPackages final
+    : public ComObject<NotingPackages, DispatchImpl<IStorageFiles>, DispatchImpl<IStorageFile>> {
 public:
     // Of the next sends.
     HRESULT result = S_OK;

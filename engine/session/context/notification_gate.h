@@ -1,5 +1,5 @@
-// session/context/notification_gate.h: NotificationGate, which counts a session's notification batches under way, its
-// cancellations, and the calls of its items.
+// session/context/notification_gate.h: NotificationGate, which counts a session's notification batches under
+// way, its cancellations, and the calls of its items.
 //
 // Each batch runs on a thread of its own that nobody joins. It works with the session's stores, hash stores,
 // database and host, so the session must not take those away while a batch is inside. A batch enters the gate

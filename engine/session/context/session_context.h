@@ -1,8 +1,8 @@
 // session/context/session_context.h: what a session's children see of it.
 //
-// CSession2 is the one implementation. Every child object (folder, storage file, option, job, sink) is given a
-// raw pointer to it and reaches all shared state through that pointer. It counts no reference: the
-// session outlives its children. An item alone may be in a host's hands after the end: it has a handle that the
+// CSession2 is the one implementation. Every child object (folder, storage file, option, job, sink) is given
+// a raw pointer to it and reaches all shared state through that pointer. It counts no reference: the session
+// outlives its children. An item alone may be in a host's hands after the end: it has a handle that the
 // ending session clears (session_link.h).
 //
 // Threading: any thread may call. The pointers and references returned are the session's own and live
@@ -48,9 +48,9 @@ public:
     // The host's callback object, usable on the calling thread. Asks the global interface table.
     virtual HRESULT GetAddin(ComPtr<IQuorvaneExt>& addin) noexcept = 0;
 
-    // What the session's public interface gives, without a reference to the session itself: a counted one could
-    // become the last on a thread of the engine's, which the end would then have to wait for. As the operations of
-    // ISession2; E_UNEXPECTED: there is no session.
+    // What the session's public interface gives, without a reference to the session itself: a counted one
+    // could become the last on a thread of the engine's, which the end would then have to wait for. As the
+    // operations of ISession2; E_UNEXPECTED: there is no session.
     virtual HRESULT GetFolders(ComPtr<IFolders>& folders) noexcept = 0;
     virtual HRESULT GetStorageFiles(ComPtr<IStorageFiles>& files) noexcept = 0;
     virtual HRESULT GetOptions(ComPtr<IOptions>& options) noexcept = 0;
@@ -78,7 +78,8 @@ public:
 
 protected:
     ~SessionContext() { EndLink(); }
-    // Clears the items' handles, as session_link.h tells; while all that a call of an item uses is still there.
+    // Clears the items' handles, as session_link.h tells; while all that a call of an item uses is still
+    // there.
     void EndLink() noexcept;
 
 private:

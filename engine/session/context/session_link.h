@@ -9,8 +9,8 @@
 //         HR_TRY(traced, use.Result());      // E_UNEXPECTED: the session is gone
 //         ... m_pSession->Database() ...     // it stays until `use` goes
 //
-// The end waits for the uses under way, turns further ones away, and then has every item let go of what it holds
-// of MAPI's, while MAPI is still there.
+// The end waits for the uses under way, turns further ones away, and then has every item let go of what it
+// holds of MAPI's, while MAPI is still there.
 #ifndef QUORVANE_ENGINE_SESSION_CONTEXT_SESSION_LINK_H_
 #define QUORVANE_ENGINE_SESSION_CONTEXT_SESSION_LINK_H_
 
@@ -27,9 +27,9 @@ public:
     // Null: no memory.
     static std::shared_ptr<SessionLink> Create(SessionContext& session) noexcept;
 
-    // Clears all handles. Calls into the calling thread's apartment are answered while it waits, as a use under
-    // way may be waiting for a host that lives there. Must not be called from within a use. A second call does
-    // nothing.
+    // Clears all handles. Calls into the calling thread's apartment are answered while it waits, as a use
+    // under way may be waiting for a host that lives there. Must not be called from within a use. A second
+    // call does nothing.
     void End() noexcept;
 
 private:

@@ -53,8 +53,8 @@ public:
     // Run as well when MAPI is called; set while nobody calls it.
     std::function<void(const std::string&)> whenMapiIsCalled;
 
-    // MAPI then enters the calling thread into an apartment, and so refuses to start on a free thread. Set while
-    // nobody calls it.
+    // MAPI then enters the calling thread into an apartment, and so refuses to start on a free thread. Set
+    // while nobody calls it.
     bool mapiEntersApartments = false;
 
     HRESULT OnMapiCall(const char* call) override

@@ -119,7 +119,8 @@ TEST_F(VerboseTraceTest, TheWorkerTellsEachItemAndEachMove)
     const std::string key = Narrow(id.View());
     EXPECT_THAT(lines, HasSubstr(Line("NotifyThreadProc", "Changed 1. Deleted 1\n")));
     EXPECT_THAT(lines, HasSubstr(Line("NotifyThreadProc", "Processing Item: " + key + "\n")));
-    EXPECT_THAT(lines, HasSubstr(Line("NotifyThreadProc", "Adding Item Exception: " + key + ". old ID:{A}\n")));
+    EXPECT_THAT(lines,
+                HasSubstr(Line("NotifyThreadProc", "Adding Item Exception: " + key + ". old ID:{A}\n")));
     EXPECT_THAT(lines, HasSubstr(Line("NotifyThreadProc", "Processing Item Delete: " + key + "\n")));
     EXPECT_THAT(lines, HasSubstr(Line("NotifyThreadProc", "Item Exception: " + key + ". old ID:{A}\n")));
 }
@@ -137,8 +138,8 @@ TEST_F(VerboseTraceTest, TheClassifierTellsWhatItFindsOut)
         NOTIFICATION notification{};
         notification.ulEventType = event;
         OBJECT_NOTIFICATION& object = notification.info.obj;
-        object = {message.Size(), message.EntryId(), MAPI_MESSAGE, from.Size(), from.EntryId(), 0, nullptr,
-                  to.Size(),      to.EntryId(),      nullptr};
+        object = {message.Size(), message.EntryId(), MAPI_MESSAGE, from.Size(), from.EntryId(), 0,
+                  nullptr,        to.Size(),         to.EntryId(), nullptr};
         return Traced([&] { EXPECT_EQ(EventClassifier(session, addin).Classify(notification), S_OK); });
     };
     const auto line = [](const std::string& text) { return Line("CMsgStores::OnNotify", text); };
@@ -146,7 +147,7 @@ TEST_F(VerboseTraceTest, TheClassifierTellsWhatItFindsOut)
     const std::string otherId = Narrow(TestMailbox::IdOf(*other).View());
 
     const std::string moved = told(fnevObjectMoved);
-    EXPECT_THAT(moved, HasSubstr(line("EntryID: " + Narrow(id.View())) ));
+    EXPECT_THAT(moved, HasSubstr(line("EntryID: " + Narrow(id.View()))));
     EXPECT_THAT(moved, HasSubstr(line("fnevObjectMoved")));
     EXPECT_THAT(moved, HasSubstr(line("Old Folder EntryID: " + otherId)));
     EXPECT_THAT(moved, HasSubstr(line("Folder EntryID: " + sharedId)));

@@ -1,6 +1,7 @@
 // session/trace/verbose_trace.h: trace points that follow the work itself, and not its failures.
 //
-// They are compiled in only where QUORVANE_VERBOSE_TRACE is defined, which the build's option of that name does:
+// They are compiled in only where QUORVANE_VERBOSE_TRACE is defined, which the build's option of that name
+// does:
 //
 //     TraceVerbose(kTraced, "Processing Item: %s\n", entryId);
 #ifndef QUORVANE_ENGINE_SESSION_TRACE_VERBOSE_TRACE_H_
@@ -25,7 +26,8 @@ namespace detail {
 
 // A format with the line that it stands in.
 struct VerboseFormat {
-    VerboseFormat(const char* format, unsigned place = __builtin_LINE()) noexcept : text(format), line(place) {}
+    VerboseFormat(const char* format, unsigned place = __builtin_LINE()) noexcept : text(format), line(place)
+    {}
     const char* text;
     unsigned line;
 };

@@ -53,9 +53,9 @@ struct IFolder : IDispatch {
     virtual HRESULT STDMETHODCALLTYPE get_CustomInfo(BSTR* pVal) = 0;
     virtual HRESULT STDMETHODCALLTYPE put_CustomInfo(BSTR newVal) = 0;
     // Queues a job that sends the folder's items to the package of some recipients, in the background: every
-    // one with resendAll true, otherwise those that changed since they were last seen. The host is asked about
-    // each (onItemResend). Items that are gone are told to the folder's usual members (onItemDeleted). At most
-    // two jobs run at the same time; a job isn't taken up again by a later session.
+    // one with resendAll true, otherwise those that changed since they were last seen. The host is asked
+    // about each (onItemResend). Items that are gone are told to the folder's usual members (onItemDeleted).
+    // At most two jobs run at the same time; a job isn't taken up again by a later session.
     //
     // Recipients   [in]  the package's recipients text.
     // JobID        [in]  a text for onItemResend; left out, or no text: a new GUID's.
@@ -92,8 +92,8 @@ struct IFolder : IDispatch {
     // The folder's store (IMsgStore), opened anew with these MDB_* flags.
     virtual HRESULT STDMETHODCALLTYPE OpenStore(ULONG Flags, IUnknown** pStore) = 0;
     // As Resend, over the rows that Restriction leaves (null: all); but with a null JobID when it is no text,
-    // and without a note of the job in the database. Restriction is called as ProgressBar is. A reference to it
-    // stays counted.
+    // and without a note of the job in the database. Restriction is called as ProgressBar is. A reference to
+    // it stays counted.
     virtual HRESULT STDMETHODCALLTYPE ResendEx(BSTR Recipients, IQuorvaneRestrict* Restriction,
                                                VARIANT resendAll, VARIANT JobID, VARIANT ProgressBar) = 0;
     // A folder keeps no restriction: what is set has no effect and stays referenced, and there is none to get

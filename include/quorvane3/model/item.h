@@ -58,12 +58,12 @@ struct IItem : IDispatch {
     // none. Setting takes such an array; one without elements leaves the item without a message.
     virtual HRESULT STDMETHODCALLTYPE get_Stream(VARIANT* pVal) = 0;
     virtual HRESULT STDMETHODCALLTYPE put_Stream(VARIANT newVal) = 0;
-    // Shows the message in the mail client's form for its class, over the active window of the calling thread,
-    // and returns as soon as the form is open; what the arguments say doesn't matter. The item has to hold its
-    // message already (get_Raw, put_Raw or a received item's own): E_POINTER. DISP_E_MEMBERNOTFOUND: its folder
-    // isn't shared. Others: what the message store, the form manager and the form answered.
-    // A form that stays open may outlive the session; until it closes DllCanUnloadNow answers S_FALSE, and a
-    // host that ends before closes it with itself.
+    // Shows the message in the mail client's form for its class, over the active window of the calling
+    // thread, and returns as soon as the form is open; what the arguments say doesn't matter. The item has to
+    // hold its message already (get_Raw, put_Raw or a received item's own): E_POINTER. DISP_E_MEMBERNOTFOUND:
+    // its folder isn't shared. Others: what the message store, the form manager and the form answered. A form
+    // that stays open may outlive the session; until it closes DllCanUnloadNow answers S_FALSE, and a host
+    // that ends before closes it with itself.
     virtual HRESULT STDMETHODCALLTYPE Display(VARIANT_BOOL Modal, LONG Parent) = 0;
     // The read status that Submit gives the message; exactly VARIANT_TRUE sets it. Starts true.
     virtual HRESULT STDMETHODCALLTYPE get_UnRead(VARIANT_BOOL* pVal) = 0;

@@ -23,8 +23,8 @@ inline Bytes MakeFile(const std::vector<Step>& steps, Tree* tree)
     return session.Content();
 }
 
-// The same version 3 file with the directory's first sector, in which the root's entry is, behind all others: other
-// programs write such files, and pages come into a file in another order then.
+// The same version 3 file with the directory's first sector, in which the root's entry is, behind all others:
+// other programs write such files, and pages come into a file in another order then.
 inline Bytes WithItsRootBehindAll(Bytes file)
 {
     constexpr std::size_t kSector = 512;

@@ -234,7 +234,8 @@ private:
                 ways.push_back({U32(at + link), way.blacks + (red ? 0 : 1), red});
         }
         if (lengths.size() > 1)
-            findings_.colors.push_back("ways with other numbers of black entries below " + std::to_string(top));
+            findings_.colors.push_back("ways with other numbers of black entries below " +
+                                       std::to_string(top));
     }
 
     bool Enter(std::uint32_t id, unsigned depth)

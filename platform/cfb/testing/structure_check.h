@@ -19,8 +19,8 @@ struct Findings {
     // What a file that was closed in order doesn't have: sectors at the end of the file, of the mini stream
     // or of the directory in which nothing is in use.
     std::vector<std::string> slack;
-    // Where the trees of storages break the rules of red and black. Other programs' trees may, and those that a
-    // kill left.
+    // Where the trees of storages break the rules of red and black. Other programs' trees may, and those that
+    // a kill left.
     std::vector<std::string> colors;
     // The longest way from a storage down its tree.
     unsigned depth = 0;

@@ -27,9 +27,9 @@ inline constexpr DWORD kCreate = STGM_CREATE | STGM_READWRITE | STGM_SHARE_EXCLU
 inline constexpr DWORD kOpen = STGM_READWRITE | STGM_SHARE_EXCLUSIVE;
 inline constexpr DWORD kRead = STGM_READ | STGM_SHARE_EXCLUSIVE;
 
-// Of the many cases that a test looks at, under the address sanitizer one in so many: it takes ten times as long
-// there, and what it looks for are faults of the code, which a few of them reach. All of them are looked at
-// without it.
+// Of the many cases that a test looks at, under the address sanitizer one in so many: it takes ten times as
+// long there, and what it looks for are faults of the code, which a few of them reach. All of them are looked
+// at without it.
 #ifdef __SANITIZE_ADDRESS__
 inline constexpr unsigned kOneOf = 6;
 #else

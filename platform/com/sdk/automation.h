@@ -169,8 +169,9 @@ struct IDispatch : IUnknown {
     virtual HRESULT STDMETHODCALLTYPE GetTypeInfo(UINT index, LCID lcid, ITypeInfo** info) = 0;
     virtual HRESULT STDMETHODCALLTYPE GetIDsOfNames(REFIID riid, LPOLESTR* names, UINT count, LCID lcid,
                                                     DISPID* ids) = 0;
-    virtual HRESULT STDMETHODCALLTYPE Invoke(DISPID id, REFIID riid, LCID lcid, WORD flags, DISPPARAMS* params,
-                                             VARIANT* result, EXCEPINFO* exception, UINT* argumentError) = 0;
+    virtual HRESULT STDMETHODCALLTYPE Invoke(DISPID id, REFIID riid, LCID lcid, WORD flags,
+                                             DISPPARAMS* params, VARIANT* result, EXCEPINFO* exception,
+                                             UINT* argumentError) = 0;
 };
 using LPDISPATCH = IDispatch*;
 

@@ -24,14 +24,35 @@ using REFIID = const IID&;
 using REFCLSID = const CLSID&;
 using REFFMTID = const FMTID&;
 
-inline bool IsEqualGUID(REFGUID a, REFGUID b) noexcept { return std::memcmp(&a, &b, sizeof(GUID)) == 0; }
-inline bool IsEqualIID(REFIID a, REFIID b) noexcept { return IsEqualGUID(a, b); }
-inline bool IsEqualCLSID(REFCLSID a, REFCLSID b) noexcept { return IsEqualGUID(a, b); }
-inline bool operator==(REFGUID a, REFGUID b) noexcept { return IsEqualGUID(a, b); }
-inline bool operator!=(REFGUID a, REFGUID b) noexcept { return !IsEqualGUID(a, b); }
+inline bool IsEqualGUID(REFGUID a, REFGUID b) noexcept
+{
+    return std::memcmp(&a, &b, sizeof(GUID)) == 0;
+}
+inline bool IsEqualIID(REFIID a, REFIID b) noexcept
+{
+    return IsEqualGUID(a, b);
+}
+inline bool IsEqualCLSID(REFCLSID a, REFCLSID b) noexcept
+{
+    return IsEqualGUID(a, b);
+}
+inline bool operator==(REFGUID a, REFGUID b) noexcept
+{
+    return IsEqualGUID(a, b);
+}
+inline bool operator!=(REFGUID a, REFGUID b) noexcept
+{
+    return !IsEqualGUID(a, b);
+}
 
 #define DEFINE_GUID(name, l, w1, w2, b1, b2, b3, b4, b5, b6, b7, b8) \
-    inline constexpr GUID name { l, w1, w2, { b1, b2, b3, b4, b5, b6, b7, b8 } }
+    inline constexpr GUID name                                       \
+    {                                                                \
+        l, w1, w2,                                                   \
+        {                                                            \
+            b1, b2, b3, b4, b5, b6, b7, b8                           \
+        }                                                            \
+    }
 #define DEFINE_OLEGUID(name, l, w1, w2) DEFINE_GUID(name, l, w1, w2, 0xC0, 0, 0, 0, 0, 0, 0, 0x46)
 
 inline constexpr GUID GUID_NULL{};

@@ -8,17 +8,22 @@ DEFINE_OLEGUID(IID_IMarshal, 0x00000003, 0, 0);
 DEFINE_OLEGUID(CLSID_InProcFreeMarshaler, 0x0000033A, 0, 0);
 
 enum MSHCTX { MSHCTX_LOCAL = 0, MSHCTX_NOSHAREDMEM = 1, MSHCTX_DIFFERENTMACHINE = 2, MSHCTX_INPROC = 3 };
-enum MSHLFLAGS { MSHLFLAGS_NORMAL = 0, MSHLFLAGS_TABLESTRONG = 1, MSHLFLAGS_TABLEWEAK = 2, MSHLFLAGS_NOPING = 4 };
+enum MSHLFLAGS {
+    MSHLFLAGS_NORMAL = 0,
+    MSHLFLAGS_TABLESTRONG = 1,
+    MSHLFLAGS_TABLEWEAK = 2,
+    MSHLFLAGS_NOPING = 4
+};
 
-// Off Windows an object that is to cross is asked for GetUnmarshalClass alone: CLSID_InProcFreeMarshaler means
-// that any thread may use the object, which then crosses as itself.
+// Off Windows an object that is to cross is asked for GetUnmarshalClass alone: CLSID_InProcFreeMarshaler
+// means that any thread may use the object, which then crosses as itself.
 struct IMarshal : IUnknown {
-    virtual HRESULT STDMETHODCALLTYPE GetUnmarshalClass(REFIID riid, void* object, DWORD context, void* reserved,
-                                                        DWORD flags, CLSID* clsid) = 0;
-    virtual HRESULT STDMETHODCALLTYPE GetMarshalSizeMax(REFIID riid, void* object, DWORD context, void* reserved,
-                                                        DWORD flags, DWORD* size) = 0;
-    virtual HRESULT STDMETHODCALLTYPE MarshalInterface(IStream* stream, REFIID riid, void* object, DWORD context,
-                                                       void* reserved, DWORD flags) = 0;
+    virtual HRESULT STDMETHODCALLTYPE GetUnmarshalClass(REFIID riid, void* object, DWORD context,
+                                                        void* reserved, DWORD flags, CLSID* clsid) = 0;
+    virtual HRESULT STDMETHODCALLTYPE GetMarshalSizeMax(REFIID riid, void* object, DWORD context,
+                                                        void* reserved, DWORD flags, DWORD* size) = 0;
+    virtual HRESULT STDMETHODCALLTYPE MarshalInterface(IStream* stream, REFIID riid, void* object,
+                                                       DWORD context, void* reserved, DWORD flags) = 0;
     virtual HRESULT STDMETHODCALLTYPE UnmarshalInterface(IStream* stream, REFIID riid, void** object) = 0;
     virtual HRESULT STDMETHODCALLTYPE ReleaseMarshalData(IStream* stream) = 0;
     virtual HRESULT STDMETHODCALLTYPE DisconnectObject(DWORD reserved) = 0;

@@ -14,7 +14,8 @@ DEFINE_GUID(CLSID_StdGlobalInterfaceTable, 0x00000323, 0, 0, 0xC0, 0, 0, 0, 0, 0
 #define COINIT_MULTITHREADED 0x0u
 
 struct IGlobalInterfaceTable : IUnknown {
-    virtual HRESULT STDMETHODCALLTYPE RegisterInterfaceInGlobal(IUnknown* object, REFIID riid, DWORD* cookie) = 0;
+    virtual HRESULT STDMETHODCALLTYPE RegisterInterfaceInGlobal(IUnknown* object, REFIID riid,
+                                                                DWORD* cookie) = 0;
     virtual HRESULT STDMETHODCALLTYPE RevokeInterfaceFromGlobal(DWORD cookie) = 0;
     virtual HRESULT STDMETHODCALLTYPE GetInterfaceFromGlobal(DWORD cookie, REFIID riid, void** object) = 0;
 };

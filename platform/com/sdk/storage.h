@@ -9,7 +9,8 @@ DEFINE_OLEGUID(IID_ILockBytes, 0x0000000A, 0, 0);
 DEFINE_OLEGUID(IID_IStorage, 0x0000000B, 0, 0);
 DEFINE_OLEGUID(IID_IStream, 0x0000000C, 0, 0);
 DEFINE_OLEGUID(IID_IEnumSTATSTG, 0x0000000D, 0, 0);
-DEFINE_GUID(IID_ISequentialStream, 0x0C733A30, 0x2A1C, 0x11CE, 0xAD, 0xE5, 0x00, 0xAA, 0x00, 0x44, 0x77, 0x3D);
+DEFINE_GUID(IID_ISequentialStream, 0x0C733A30, 0x2A1C, 0x11CE, 0xAD, 0xE5, 0x00, 0xAA, 0x00, 0x44, 0x77,
+            0x3D);
 
 #define STGM_DIRECT 0x00000000u
 #define STGM_TRANSACTED 0x00010000u
@@ -65,7 +66,8 @@ struct IStream : ISequentialStream {
     virtual HRESULT STDMETHODCALLTYPE Commit(DWORD flags) = 0;
     virtual HRESULT STDMETHODCALLTYPE Revert() = 0;
     virtual HRESULT STDMETHODCALLTYPE LockRegion(ULARGE_INTEGER offset, ULARGE_INTEGER count, DWORD type) = 0;
-    virtual HRESULT STDMETHODCALLTYPE UnlockRegion(ULARGE_INTEGER offset, ULARGE_INTEGER count, DWORD type) = 0;
+    virtual HRESULT STDMETHODCALLTYPE UnlockRegion(ULARGE_INTEGER offset, ULARGE_INTEGER count,
+                                                   DWORD type) = 0;
     virtual HRESULT STDMETHODCALLTYPE Stat(STATSTG* stat, DWORD flags) = 0;
     virtual HRESULT STDMETHODCALLTYPE Clone(IStream** stream) = 0;
 };
@@ -79,16 +81,16 @@ struct IEnumSTATSTG : IUnknown {
 };
 
 struct IStorage : IUnknown {
-    virtual HRESULT STDMETHODCALLTYPE CreateStream(LPCOLESTR name, DWORD mode, DWORD reserved1, DWORD reserved2,
-                                                   IStream** stream) = 0;
+    virtual HRESULT STDMETHODCALLTYPE CreateStream(LPCOLESTR name, DWORD mode, DWORD reserved1,
+                                                   DWORD reserved2, IStream** stream) = 0;
     virtual HRESULT STDMETHODCALLTYPE OpenStream(LPCOLESTR name, void* reserved1, DWORD mode, DWORD reserved2,
                                                  IStream** stream) = 0;
-    virtual HRESULT STDMETHODCALLTYPE CreateStorage(LPCOLESTR name, DWORD mode, DWORD reserved1, DWORD reserved2,
-                                                    IStorage** storage) = 0;
+    virtual HRESULT STDMETHODCALLTYPE CreateStorage(LPCOLESTR name, DWORD mode, DWORD reserved1,
+                                                    DWORD reserved2, IStorage** storage) = 0;
     virtual HRESULT STDMETHODCALLTYPE OpenStorage(LPCOLESTR name, IStorage* priority, DWORD mode, SNB exclude,
                                                   DWORD reserved, IStorage** storage) = 0;
-    virtual HRESULT STDMETHODCALLTYPE CopyTo(DWORD excludedCount, const IID* excludedInterfaces, SNB excludedNames,
-                                             IStorage* target) = 0;
+    virtual HRESULT STDMETHODCALLTYPE CopyTo(DWORD excludedCount, const IID* excludedInterfaces,
+                                             SNB excludedNames, IStorage* target) = 0;
     virtual HRESULT STDMETHODCALLTYPE MoveElementTo(LPCOLESTR name, IStorage* target, LPCOLESTR newName,
                                                     DWORD flags) = 0;
     virtual HRESULT STDMETHODCALLTYPE Commit(DWORD flags) = 0;
@@ -106,13 +108,15 @@ struct IStorage : IUnknown {
 using LPSTORAGE = IStorage*;
 
 struct ILockBytes : IUnknown {
-    virtual HRESULT STDMETHODCALLTYPE ReadAt(ULARGE_INTEGER offset, void* buffer, ULONG count, ULONG* read) = 0;
+    virtual HRESULT STDMETHODCALLTYPE ReadAt(ULARGE_INTEGER offset, void* buffer, ULONG count,
+                                             ULONG* read) = 0;
     virtual HRESULT STDMETHODCALLTYPE WriteAt(ULARGE_INTEGER offset, const void* buffer, ULONG count,
                                               ULONG* written) = 0;
     virtual HRESULT STDMETHODCALLTYPE Flush() = 0;
     virtual HRESULT STDMETHODCALLTYPE SetSize(ULARGE_INTEGER size) = 0;
     virtual HRESULT STDMETHODCALLTYPE LockRegion(ULARGE_INTEGER offset, ULARGE_INTEGER count, DWORD type) = 0;
-    virtual HRESULT STDMETHODCALLTYPE UnlockRegion(ULARGE_INTEGER offset, ULARGE_INTEGER count, DWORD type) = 0;
+    virtual HRESULT STDMETHODCALLTYPE UnlockRegion(ULARGE_INTEGER offset, ULARGE_INTEGER count,
+                                                   DWORD type) = 0;
     virtual HRESULT STDMETHODCALLTYPE Stat(STATSTG* stat, DWORD flags) = 0;
 };
 

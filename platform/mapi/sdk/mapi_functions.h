@@ -21,11 +21,12 @@ STDAPI_(LPSPropValue) PpropFindProp(LPSPropValue values, ULONG count, ULONG tag)
 STDAPI_(SCODE) ScDupPropset(INT count, LPSPropValue values, LPALLOCATEBUFFER allocate, LPSPropValue* copy);
 STDAPI_(SCODE) ScCountProps(INT count, LPSPropValue values, ULONG* size);
 STDAPI_(SCODE) ScCopyProps(INT count, LPSPropValue values, LPVOID target, ULONG* size);
-STDAPI_(SCODE) PropCopyMore(LPSPropValue target, LPSPropValue source, ALLOCATEMORE* allocateMore, LPVOID object);
+STDAPI_(SCODE)
+PropCopyMore(LPSPropValue target, LPSPropValue source, ALLOCATEMORE* allocateMore, LPVOID object);
 STDAPI_(void) FreePadrlist(LPADRLIST list);
 STDAPI_(void) FreeProws(LPSRowSet rows);
-STDAPI HrQueryAllRows(LPMAPITABLE table, LPSPropTagArray tags, LPSRestriction restriction, LPSSortOrderSet order,
-                      LONG maxRows, LPSRowSet* rows);
+STDAPI HrQueryAllRows(LPMAPITABLE table, LPSPropTagArray tags, LPSRestriction restriction,
+                      LPSSortOrderSet order, LONG maxRows, LPSRowSet* rows);
 STDAPI_(BOOL) FBinFromHex(LPTSTR text, LPBYTE bytes);
 STDAPI_(void) HexFromBin(LPBYTE bytes, INT count, LPTSTR text);
 STDAPI_(SCODE) ScCountNotifications(INT count, LPNOTIFICATION notifications, ULONG* size);
@@ -39,8 +40,9 @@ using MSGCALLRELEASE = void(ULONG callerData, LPMESSAGE message);
 
 STDAPI_(SCODE) OpenIMsgSession(LPMALLOC allocator, ULONG flags, LPMSGSESS* session);
 STDAPI_(void) CloseIMsgSession(LPMSGSESS session);
-STDAPI_(SCODE) OpenIMsgOnIStg(LPMSGSESS session, LPALLOCATEBUFFER allocate, LPALLOCATEMORE allocateMore,
-                              LPFREEBUFFER free, LPMALLOC allocator, LPVOID support, LPSTORAGE storage,
-                              MSGCALLRELEASE* release, ULONG callerData, ULONG flags, LPMESSAGE* message);
+STDAPI_(SCODE)
+OpenIMsgOnIStg(LPMSGSESS session, LPALLOCATEBUFFER allocate, LPALLOCATEMORE allocateMore, LPFREEBUFFER free,
+               LPMALLOC allocator, LPVOID support, LPSTORAGE storage, MSGCALLRELEASE* release,
+               ULONG callerData, ULONG flags, LPMESSAGE* message);
 
 #endif  // QUORVANE_PLATFORM_MAPI_SDK_MAPI_FUNCTIONS_H_

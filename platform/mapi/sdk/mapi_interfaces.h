@@ -53,14 +53,16 @@ struct IMAPIProp : IUnknown {
     virtual HRESULT STDMETHODCALLTYPE GetPropList(ULONG flags, LPSPropTagArray* tags) = 0;
     virtual HRESULT STDMETHODCALLTYPE OpenProperty(ULONG tag, LPCIID iid, ULONG interfaceOptions, ULONG flags,
                                                    LPUNKNOWN* object) = 0;
-    virtual HRESULT STDMETHODCALLTYPE SetProps(ULONG count, LPSPropValue values, LPSPropProblemArray* problems) = 0;
+    virtual HRESULT STDMETHODCALLTYPE SetProps(ULONG count, LPSPropValue values,
+                                               LPSPropProblemArray* problems) = 0;
     virtual HRESULT STDMETHODCALLTYPE DeleteProps(LPSPropTagArray tags, LPSPropProblemArray* problems) = 0;
     virtual HRESULT STDMETHODCALLTYPE CopyTo(ULONG excludedCount, LPCIID excludedInterfaces,
-                                             LPSPropTagArray excludedTags, ULONG uiParam, LPMAPIPROGRESS progress,
-                                             LPCIID targetInterface, LPVOID target, ULONG flags,
-                                             LPSPropProblemArray* problems) = 0;
-    virtual HRESULT STDMETHODCALLTYPE CopyProps(LPSPropTagArray includedTags, ULONG uiParam, LPMAPIPROGRESS progress,
-                                                LPCIID targetInterface, LPVOID target, ULONG flags,
+                                             LPSPropTagArray excludedTags, ULONG uiParam,
+                                             LPMAPIPROGRESS progress, LPCIID targetInterface, LPVOID target,
+                                             ULONG flags, LPSPropProblemArray* problems) = 0;
+    virtual HRESULT STDMETHODCALLTYPE CopyProps(LPSPropTagArray includedTags, ULONG uiParam,
+                                                LPMAPIPROGRESS progress, LPCIID targetInterface,
+                                                LPVOID target, ULONG flags,
                                                 LPSPropProblemArray* problems) = 0;
     virtual HRESULT STDMETHODCALLTYPE GetNamesFromIDs(LPSPropTagArray* tags, LPGUID propertySet, ULONG flags,
                                                       ULONG* count, LPMAPINAMEID** names) = 0;
@@ -89,10 +91,11 @@ struct IMAPITable : IUnknown {
     virtual HRESULT STDMETHODCALLTYPE Abort() = 0;
     virtual HRESULT STDMETHODCALLTYPE ExpandRow(ULONG keySize, LPBYTE key, ULONG rowCount, ULONG flags,
                                                 LPSRowSet* rows, ULONG* moreRows) = 0;
-    virtual HRESULT STDMETHODCALLTYPE CollapseRow(ULONG keySize, LPBYTE key, ULONG flags, ULONG* rowCount) = 0;
+    virtual HRESULT STDMETHODCALLTYPE CollapseRow(ULONG keySize, LPBYTE key, ULONG flags,
+                                                  ULONG* rowCount) = 0;
     virtual HRESULT STDMETHODCALLTYPE WaitForCompletion(ULONG flags, ULONG timeout, ULONG* status) = 0;
-    virtual HRESULT STDMETHODCALLTYPE GetCollapseState(ULONG flags, ULONG keySize, LPBYTE key, ULONG* stateSize,
-                                                       LPBYTE* state) = 0;
+    virtual HRESULT STDMETHODCALLTYPE GetCollapseState(ULONG flags, ULONG keySize, LPBYTE key,
+                                                       ULONG* stateSize, LPBYTE* state) = 0;
     virtual HRESULT STDMETHODCALLTYPE SetCollapseState(ULONG flags, ULONG stateSize, LPBYTE state,
                                                        BOOKMARK* location) = 0;
 };
@@ -102,8 +105,8 @@ struct IProfSect : IMAPIProp {};
 struct IMAPIContainer : IMAPIProp {
     virtual HRESULT STDMETHODCALLTYPE GetContentsTable(ULONG flags, LPMAPITABLE* table) = 0;
     virtual HRESULT STDMETHODCALLTYPE GetHierarchyTable(ULONG flags, LPMAPITABLE* table) = 0;
-    virtual HRESULT STDMETHODCALLTYPE OpenEntry(ULONG idSize, LPENTRYID id, LPCIID iid, ULONG flags, ULONG* type,
-                                                LPUNKNOWN* object) = 0;
+    virtual HRESULT STDMETHODCALLTYPE OpenEntry(ULONG idSize, LPENTRYID id, LPCIID iid, ULONG flags,
+                                                ULONG* type, LPUNKNOWN* object) = 0;
     virtual HRESULT STDMETHODCALLTYPE SetSearchCriteria(LPSRestriction restriction, LPENTRYLIST containers,
                                                         ULONG flags) = 0;
     virtual HRESULT STDMETHODCALLTYPE GetSearchCriteria(ULONG flags, LPSRestriction* restriction,
@@ -111,17 +114,17 @@ struct IMAPIContainer : IMAPIProp {
 };
 
 struct IMsgStore : IMAPIProp {
-    virtual HRESULT STDMETHODCALLTYPE Advise(ULONG idSize, LPENTRYID id, ULONG eventMask, LPMAPIADVISESINK sink,
-                                             ULONG* connection) = 0;
+    virtual HRESULT STDMETHODCALLTYPE Advise(ULONG idSize, LPENTRYID id, ULONG eventMask,
+                                             LPMAPIADVISESINK sink, ULONG* connection) = 0;
     virtual HRESULT STDMETHODCALLTYPE Unadvise(ULONG connection) = 0;
     virtual HRESULT STDMETHODCALLTYPE CompareEntryIDs(ULONG size1, LPENTRYID id1, ULONG size2, LPENTRYID id2,
                                                       ULONG flags, ULONG* result) = 0;
-    virtual HRESULT STDMETHODCALLTYPE OpenEntry(ULONG idSize, LPENTRYID id, LPCIID iid, ULONG flags, ULONG* type,
-                                                LPUNKNOWN* object) = 0;
+    virtual HRESULT STDMETHODCALLTYPE OpenEntry(ULONG idSize, LPENTRYID id, LPCIID iid, ULONG flags,
+                                                ULONG* type, LPUNKNOWN* object) = 0;
     virtual HRESULT STDMETHODCALLTYPE SetReceiveFolder(LPTSTR messageClass, ULONG flags, ULONG idSize,
                                                        LPENTRYID id) = 0;
-    virtual HRESULT STDMETHODCALLTYPE GetReceiveFolder(LPTSTR messageClass, ULONG flags, ULONG* idSize, LPENTRYID* id,
-                                                       LPTSTR* explicitClass) = 0;
+    virtual HRESULT STDMETHODCALLTYPE GetReceiveFolder(LPTSTR messageClass, ULONG flags, ULONG* idSize,
+                                                       LPENTRYID* id, LPTSTR* explicitClass) = 0;
     virtual HRESULT STDMETHODCALLTYPE GetReceiveFolderTable(ULONG flags, LPMAPITABLE* table) = 0;
     virtual HRESULT STDMETHODCALLTYPE StoreLogoff(ULONG* flags) = 0;
     virtual HRESULT STDMETHODCALLTYPE AbortSubmit(ULONG idSize, LPENTRYID id, ULONG flags) = 0;
@@ -133,30 +136,33 @@ struct IMsgStore : IMAPIProp {
 
 struct IMAPIFolder : IMAPIContainer {
     virtual HRESULT STDMETHODCALLTYPE CreateMessage(LPCIID iid, ULONG flags, LPMESSAGE* message) = 0;
-    virtual HRESULT STDMETHODCALLTYPE CopyMessages(LPENTRYLIST messages, LPCIID iid, LPVOID target, ULONG uiParam,
-                                                   LPMAPIPROGRESS progress, ULONG flags) = 0;
-    virtual HRESULT STDMETHODCALLTYPE DeleteMessages(LPENTRYLIST messages, ULONG uiParam, LPMAPIPROGRESS progress,
-                                                     ULONG flags) = 0;
-    virtual HRESULT STDMETHODCALLTYPE CreateFolder(ULONG type, LPTSTR name, LPTSTR comment, LPCIID iid, ULONG flags,
-                                                   LPMAPIFOLDER* folder) = 0;
+    virtual HRESULT STDMETHODCALLTYPE CopyMessages(LPENTRYLIST messages, LPCIID iid, LPVOID target,
+                                                   ULONG uiParam, LPMAPIPROGRESS progress, ULONG flags) = 0;
+    virtual HRESULT STDMETHODCALLTYPE DeleteMessages(LPENTRYLIST messages, ULONG uiParam,
+                                                     LPMAPIPROGRESS progress, ULONG flags) = 0;
+    virtual HRESULT STDMETHODCALLTYPE CreateFolder(ULONG type, LPTSTR name, LPTSTR comment, LPCIID iid,
+                                                   ULONG flags, LPMAPIFOLDER* folder) = 0;
     virtual HRESULT STDMETHODCALLTYPE CopyFolder(ULONG idSize, LPENTRYID id, LPCIID iid, LPVOID target,
                                                  LPTSTR newName, ULONG uiParam, LPMAPIPROGRESS progress,
                                                  ULONG flags) = 0;
-    virtual HRESULT STDMETHODCALLTYPE DeleteFolder(ULONG idSize, LPENTRYID id, ULONG uiParam, LPMAPIPROGRESS progress,
-                                                   ULONG flags) = 0;
-    virtual HRESULT STDMETHODCALLTYPE SetReadFlags(LPENTRYLIST messages, ULONG uiParam, LPMAPIPROGRESS progress,
-                                                   ULONG flags) = 0;
-    virtual HRESULT STDMETHODCALLTYPE GetMessageStatus(ULONG idSize, LPENTRYID id, ULONG flags, ULONG* status) = 0;
-    virtual HRESULT STDMETHODCALLTYPE SetMessageStatus(ULONG idSize, LPENTRYID id, ULONG newStatus, ULONG mask,
-                                                       ULONG* oldStatus) = 0;
+    virtual HRESULT STDMETHODCALLTYPE DeleteFolder(ULONG idSize, LPENTRYID id, ULONG uiParam,
+                                                   LPMAPIPROGRESS progress, ULONG flags) = 0;
+    virtual HRESULT STDMETHODCALLTYPE SetReadFlags(LPENTRYLIST messages, ULONG uiParam,
+                                                   LPMAPIPROGRESS progress, ULONG flags) = 0;
+    virtual HRESULT STDMETHODCALLTYPE GetMessageStatus(ULONG idSize, LPENTRYID id, ULONG flags,
+                                                       ULONG* status) = 0;
+    virtual HRESULT STDMETHODCALLTYPE SetMessageStatus(ULONG idSize, LPENTRYID id, ULONG newStatus,
+                                                       ULONG mask, ULONG* oldStatus) = 0;
     virtual HRESULT STDMETHODCALLTYPE SaveContentsSort(LPSSortOrderSet order, ULONG flags) = 0;
     virtual HRESULT STDMETHODCALLTYPE EmptyFolder(ULONG uiParam, LPMAPIPROGRESS progress, ULONG flags) = 0;
 };
 
 struct IMessage : IMAPIProp {
     virtual HRESULT STDMETHODCALLTYPE GetAttachmentTable(ULONG flags, LPMAPITABLE* table) = 0;
-    virtual HRESULT STDMETHODCALLTYPE OpenAttach(ULONG number, LPCIID iid, ULONG flags, LPATTACH* attachment) = 0;
-    virtual HRESULT STDMETHODCALLTYPE CreateAttach(LPCIID iid, ULONG flags, ULONG* number, LPATTACH* attachment) = 0;
+    virtual HRESULT STDMETHODCALLTYPE OpenAttach(ULONG number, LPCIID iid, ULONG flags,
+                                                 LPATTACH* attachment) = 0;
+    virtual HRESULT STDMETHODCALLTYPE CreateAttach(LPCIID iid, ULONG flags, ULONG* number,
+                                                   LPATTACH* attachment) = 0;
     virtual HRESULT STDMETHODCALLTYPE DeleteAttach(ULONG number, ULONG uiParam, LPMAPIPROGRESS progress,
                                                    ULONG flags) = 0;
     virtual HRESULT STDMETHODCALLTYPE GetRecipientTable(ULONG flags, LPMAPITABLE* table) = 0;
@@ -177,12 +183,12 @@ struct IMAPISession : IUnknown {
     virtual HRESULT STDMETHODCALLTYPE OpenProfileSection(LPMAPIUID uid, LPCIID iid, ULONG flags,
                                                          LPPROFSECT* section) = 0;
     virtual HRESULT STDMETHODCALLTYPE GetStatusTable(ULONG flags, LPMAPITABLE* table) = 0;
-    virtual HRESULT STDMETHODCALLTYPE OpenEntry(ULONG idSize, LPENTRYID id, LPCIID iid, ULONG flags, ULONG* type,
-                                                LPUNKNOWN* object) = 0;
+    virtual HRESULT STDMETHODCALLTYPE OpenEntry(ULONG idSize, LPENTRYID id, LPCIID iid, ULONG flags,
+                                                ULONG* type, LPUNKNOWN* object) = 0;
     virtual HRESULT STDMETHODCALLTYPE CompareEntryIDs(ULONG size1, LPENTRYID id1, ULONG size2, LPENTRYID id2,
                                                       ULONG flags, ULONG* result) = 0;
-    virtual HRESULT STDMETHODCALLTYPE Advise(ULONG idSize, LPENTRYID id, ULONG eventMask, LPMAPIADVISESINK sink,
-                                             ULONG* connection) = 0;
+    virtual HRESULT STDMETHODCALLTYPE Advise(ULONG idSize, LPENTRYID id, ULONG eventMask,
+                                             LPMAPIADVISESINK sink, ULONG* connection) = 0;
     virtual HRESULT STDMETHODCALLTYPE Unadvise(ULONG connection) = 0;
     virtual HRESULT STDMETHODCALLTYPE MessageOptions(ULONG_PTR uiParam, ULONG flags, LPTSTR addressType,
                                                      LPMESSAGE message) = 0;
@@ -193,26 +199,28 @@ struct IMAPISession : IUnknown {
     virtual HRESULT STDMETHODCALLTYPE Logoff(ULONG_PTR uiParam, ULONG flags, ULONG reserved) = 0;
     virtual HRESULT STDMETHODCALLTYPE SetDefaultStore(ULONG flags, ULONG idSize, LPENTRYID id) = 0;
     virtual HRESULT STDMETHODCALLTYPE AdminServices(ULONG flags, LPSERVICEADMIN* admin) = 0;
-    virtual HRESULT STDMETHODCALLTYPE ShowForm(ULONG_PTR uiParam, LPMDB store, LPMAPIFOLDER parent, LPCIID iid,
-                                               ULONG token, LPMESSAGE sent, ULONG flags, ULONG status,
-                                               ULONG messageFlags, ULONG access, LPSTR messageClass) = 0;
+    virtual HRESULT STDMETHODCALLTYPE ShowForm(ULONG_PTR uiParam, LPMDB store, LPMAPIFOLDER parent,
+                                               LPCIID iid, ULONG token, LPMESSAGE sent, ULONG flags,
+                                               ULONG status, ULONG messageFlags, ULONG access,
+                                               LPSTR messageClass) = 0;
     virtual HRESULT STDMETHODCALLTYPE PrepareForm(LPCIID iid, LPMESSAGE message, ULONG* token) = 0;
 };
 
 struct IProfAdmin : IUnknown {
     virtual HRESULT STDMETHODCALLTYPE GetLastError(HRESULT result, ULONG flags, LPMAPIERROR* error) = 0;
     virtual HRESULT STDMETHODCALLTYPE GetProfileTable(ULONG flags, LPMAPITABLE* table) = 0;
-    virtual HRESULT STDMETHODCALLTYPE CreateProfile(LPTSTR name, LPTSTR password, ULONG_PTR uiParam, ULONG flags) = 0;
+    virtual HRESULT STDMETHODCALLTYPE CreateProfile(LPTSTR name, LPTSTR password, ULONG_PTR uiParam,
+                                                    ULONG flags) = 0;
     virtual HRESULT STDMETHODCALLTYPE DeleteProfile(LPTSTR name, ULONG flags) = 0;
-    virtual HRESULT STDMETHODCALLTYPE ChangeProfilePassword(LPTSTR name, LPTSTR oldPassword, LPTSTR newPassword,
-                                                            ULONG flags) = 0;
-    virtual HRESULT STDMETHODCALLTYPE CopyProfile(LPTSTR oldName, LPTSTR password, LPTSTR newName, ULONG_PTR uiParam,
-                                                  ULONG flags) = 0;
+    virtual HRESULT STDMETHODCALLTYPE ChangeProfilePassword(LPTSTR name, LPTSTR oldPassword,
+                                                            LPTSTR newPassword, ULONG flags) = 0;
+    virtual HRESULT STDMETHODCALLTYPE CopyProfile(LPTSTR oldName, LPTSTR password, LPTSTR newName,
+                                                  ULONG_PTR uiParam, ULONG flags) = 0;
     virtual HRESULT STDMETHODCALLTYPE RenameProfile(LPTSTR oldName, LPTSTR password, LPTSTR newName,
                                                     ULONG_PTR uiParam, ULONG flags) = 0;
     virtual HRESULT STDMETHODCALLTYPE SetDefaultProfile(LPTSTR name, ULONG flags) = 0;
-    virtual HRESULT STDMETHODCALLTYPE AdminServices(LPTSTR name, LPTSTR password, ULONG_PTR uiParam, ULONG flags,
-                                                    LPSERVICEADMIN* admin) = 0;
+    virtual HRESULT STDMETHODCALLTYPE AdminServices(LPTSTR name, LPTSTR password, ULONG_PTR uiParam,
+                                                    ULONG flags, LPSERVICEADMIN* admin) = 0;
 };
 
 struct IMsgServiceAdmin : IUnknown {
@@ -221,12 +229,12 @@ struct IMsgServiceAdmin : IUnknown {
     virtual HRESULT STDMETHODCALLTYPE CreateMsgService(LPTSTR service, LPTSTR displayName, ULONG_PTR uiParam,
                                                        ULONG flags) = 0;
     virtual HRESULT STDMETHODCALLTYPE DeleteMsgService(LPMAPIUID uid) = 0;
-    virtual HRESULT STDMETHODCALLTYPE CopyMsgService(LPMAPIUID uid, LPTSTR displayName, LPCIID sourceInterface,
-                                                     LPCIID targetInterface, LPVOID target, ULONG_PTR uiParam,
-                                                     ULONG flags) = 0;
+    virtual HRESULT STDMETHODCALLTYPE CopyMsgService(LPMAPIUID uid, LPTSTR displayName,
+                                                     LPCIID sourceInterface, LPCIID targetInterface,
+                                                     LPVOID target, ULONG_PTR uiParam, ULONG flags) = 0;
     virtual HRESULT STDMETHODCALLTYPE RenameMsgService(LPMAPIUID uid, ULONG flags, LPTSTR displayName) = 0;
-    virtual HRESULT STDMETHODCALLTYPE ConfigureMsgService(LPMAPIUID uid, ULONG_PTR uiParam, ULONG flags, ULONG count,
-                                                          LPSPropValue properties) = 0;
+    virtual HRESULT STDMETHODCALLTYPE ConfigureMsgService(LPMAPIUID uid, ULONG_PTR uiParam, ULONG flags,
+                                                          ULONG count, LPSPropValue properties) = 0;
     virtual HRESULT STDMETHODCALLTYPE OpenProfileSection(LPMAPIUID uid, LPCIID iid, ULONG flags,
                                                          LPPROFSECT* section) = 0;
     virtual HRESULT STDMETHODCALLTYPE MsgServiceTransportOrder(ULONG count, LPMAPIUID uids, ULONG flags) = 0;

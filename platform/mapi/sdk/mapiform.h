@@ -2,8 +2,9 @@
 // systems.
 //
 // The header of this name that mingw-w64 brings has window handles and connections of 32 bits, as MAPI had
-// before 64-bit Windows: a form of today would write 8 bytes where 4 are. So this one stands in its place, under
-// its guard, and only those of the published names are in it that are used. Slots stand in the SDK's order.
+// before 64-bit Windows: a form of today would write 8 bytes where 4 are. So this one stands in its place,
+// under its guard, and only those of the published names are in it that are used. Slots stand in the SDK's
+// order.
 #ifndef MAPIFORM_H
 #define MAPIFORM_H
 
@@ -92,7 +93,8 @@ using LPSMAPIFORMINFOARRAY = SMAPIFormInfoArray*;
 struct SMAPIFormPropArray;
 using LPMAPIFORMPROPARRAY = SMAPIFormPropArray*;
 
-static_assert(sizeof(FORMPRINTSETUP) == 32 && sizeof(SMessageClassArray) == 16 && sizeof(SMAPIFormInfoArray) == 16);
+static_assert(sizeof(FORMPRINTSETUP) == 32 && sizeof(SMessageClassArray) == 16 &&
+              sizeof(SMAPIFormInfoArray) == 16);
 
 // A form's side that has to do with its message.
 struct IPersistMessage : IUnknown {
@@ -158,16 +160,17 @@ struct IMAPIViewAdviseSink : IUnknown {
 // A viewer tells its form.
 struct IMAPIFormAdviseSink : IUnknown {
     virtual HRESULT STDMETHODCALLTYPE OnChange(ULONG direction) = 0;
-    virtual HRESULT STDMETHODCALLTYPE OnActivateNext(LPCSTR messageClass, ULONG messageStatus, ULONG messageFlags,
-                                                     LPPERSISTMESSAGE* persist) = 0;
+    virtual HRESULT STDMETHODCALLTYPE OnActivateNext(LPCSTR messageClass, ULONG messageStatus,
+                                                     ULONG messageFlags, LPPERSISTMESSAGE* persist) = 0;
 };
 
 struct IMAPIFormMgr : IUnknown {
     virtual HRESULT STDMETHODCALLTYPE GetLastError(HRESULT result, ULONG flags, LPMAPIERROR* error) = 0;
     virtual HRESULT STDMETHODCALLTYPE LoadForm(ULONG_PTR uiParam, ULONG flags, LPCSTR messageClass,
-                                               ULONG messageStatus, ULONG messageFlags, LPMAPIFOLDER folderFocus,
-                                               LPMAPIMESSAGESITE site, LPMESSAGE message,
-                                               LPMAPIVIEWCONTEXT context, REFIID riid, LPVOID* form) = 0;
+                                               ULONG messageStatus, ULONG messageFlags,
+                                               LPMAPIFOLDER folderFocus, LPMAPIMESSAGESITE site,
+                                               LPMESSAGE message, LPMAPIVIEWCONTEXT context, REFIID riid,
+                                               LPVOID* form) = 0;
     virtual HRESULT STDMETHODCALLTYPE ResolveMessageClass(LPCSTR messageClass, ULONG flags,
                                                           LPMAPIFOLDER folderFocus, LPMAPIFORMINFO* info) = 0;
     virtual HRESULT STDMETHODCALLTYPE ResolveMultipleMessageClasses(LPSMESSAGECLASSARRAY classes, ULONG flags,
@@ -175,8 +178,8 @@ struct IMAPIFormMgr : IUnknown {
                                                                     LPSMAPIFORMINFOARRAY* infos) = 0;
     virtual HRESULT STDMETHODCALLTYPE CalcFormPropSet(LPSMAPIFORMINFOARRAY infos, ULONG flags,
                                                       LPMAPIFORMPROPARRAY* properties) = 0;
-    virtual HRESULT STDMETHODCALLTYPE CreateForm(ULONG_PTR uiParam, ULONG flags, LPMAPIFORMINFO info, REFIID riid,
-                                                 LPVOID* form) = 0;
+    virtual HRESULT STDMETHODCALLTYPE CreateForm(ULONG_PTR uiParam, ULONG flags, LPMAPIFORMINFO info,
+                                                 REFIID riid, LPVOID* form) = 0;
     virtual HRESULT STDMETHODCALLTYPE SelectForm(ULONG_PTR uiParam, ULONG flags, LPCTSTR title,
                                                  LPMAPIFOLDER folder, LPMAPIFORMINFO* info) = 0;
     virtual HRESULT STDMETHODCALLTYPE SelectMultipleForms(ULONG_PTR uiParam, ULONG flags, LPCTSTR title,
@@ -187,8 +190,8 @@ struct IMAPIFormMgr : IUnknown {
     virtual HRESULT STDMETHODCALLTYPE OpenFormContainer(HFRMREG registry, LPUNKNOWN object,
                                                         LPMAPIFORMCONTAINER* container) = 0;
     virtual HRESULT STDMETHODCALLTYPE PrepareForm(ULONG_PTR uiParam, ULONG flags, LPMAPIFORMINFO info) = 0;
-    virtual HRESULT STDMETHODCALLTYPE IsInConflict(ULONG messageFlags, ULONG messageStatus, LPCSTR messageClass,
-                                                   LPMAPIFOLDER folderFocus) = 0;
+    virtual HRESULT STDMETHODCALLTYPE IsInConflict(ULONG messageFlags, ULONG messageStatus,
+                                                   LPCSTR messageClass, LPMAPIFOLDER folderFocus) = 0;
 };
 
 STDAPI MAPIOpenFormMgr(LPMAPISESSION session, LPMAPIFORMMGR* manager);

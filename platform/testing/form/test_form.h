@@ -25,9 +25,9 @@ struct TestForms {
     int alive = 0;
 };
 
-// Lives by the rules of forms: what it is given in Load, SetViewContext and Advise it keeps until it closes. Where
-// the variable QUORVANE_TEST_FORM_LOG names a file, the calls are appended to it, a line each; where there is a
-// variable QUORVANE_TEST_FORM_CLOSES it closes as soon as it has opened.
+// Lives by the rules of forms: what it is given in Load, SetViewContext and Advise it keeps until it closes.
+// Where the variable QUORVANE_TEST_FORM_LOG names a file, the calls are appended to it, a line each; where
+// there is a variable QUORVANE_TEST_FORM_CLOSES it closes as soon as it has opened.
 class TestForm final : public ComObject<TestForm, IMAPIForm, IPersistMessage> {
 public:
     explicit TestForm(TestForms& forms);
@@ -74,8 +74,8 @@ extern const CLSID kTestFormClass;
 // Of that library, which is loaded if it isn't: what the test says to its forms. Throws std::runtime_error.
 TestForms& FormsOfLibrary();
 
-// Makes the library's form the one for messages of a class and those below it, in the user's registry as it is
-// at the moment. Throws std::runtime_error.
+// Makes the library's form the one for messages of a class and those below it, in the user's registry as it
+// is at the moment. Throws std::runtime_error.
 void RegisterTestForm(const std::string& messageClass);
 
 // The path of a program that copies the one file that it is given to the path in the variable
