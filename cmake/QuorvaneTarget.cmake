@@ -42,7 +42,7 @@ endif()
 
 # The test programs that run under Wine so far (docs/windows.md); the others are built only when asked for.
 set(QUORVANE_WINDOWS_TESTS
-  "^qv_(com|cfb|cfb_threads|clock|desktop|event|file|module|registry)_test$"
+  "^qv_(com|cfb|cfb_threads|clock|desktop|event|file|module|registry|sqlite)_test$"
   "^qv_(trace|storeaccess|persist|pool|context|options|change|items|monitor|folders|transfer|session|registration)_test$"
   "^qv_session_(logon|memory)_test$"
   "^qv_(store|store_[a-z]+)_test$"

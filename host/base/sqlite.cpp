@@ -3,6 +3,7 @@
 #include <sqlite3.h>
 
 #include "host/base/errors.h"
+#include "platform/sqlite/open_database.h"
 
 namespace quorvane::host {
 
@@ -32,11 +33,10 @@ void Database::Close::operator()(sqlite3* handle) const noexcept
 Database::Database(const std::string& path, Mode mode) : path_(path)
 {
     sqlite3* handle = nullptr;
-    const int code = sqlite3_open_v2(path.c_str(), &handle, OpenFlags(mode), nullptr);
+    const int code = OpenDatabase(path.c_str(), OpenFlags(mode), kBusyTimeoutMilliseconds, handle);
     handle_.reset(handle);
     if (code != SQLITE_OK)
         Fail("open");
-    sqlite3_busy_timeout(handle, kBusyTimeoutMilliseconds);
     if (mode != Mode::kReadOnly)
         Execute("PRAGMA journal_mode=WAL; PRAGMA synchronous=FULL; PRAGMA foreign_keys=ON");
 }

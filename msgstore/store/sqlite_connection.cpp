@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "platform/file/file.h"
+#include "platform/sqlite/open_database.h"
 
 namespace quorvane {
 namespace {
@@ -157,10 +158,9 @@ HRESULT SqliteConnection::Open(const std::string& path, SqliteAccess access) noe
         flags |= SQLITE_OPEN_CREATE;
         MakePrivate(path);
     }
-    const int code = sqlite3_open_v2(path.c_str(), &database_, flags, nullptr);
+    const int code = OpenDatabase(path.c_str(), flags, kBusyMilliseconds, database_);
     if (code != SQLITE_OK)
         return ResultOfSqlite(code);
-    sqlite3_busy_timeout(database_, kBusyMilliseconds);
     if (access == SqliteAccess::Read)
         return RunScript("PRAGMA query_only=ON");
     return S_OK;

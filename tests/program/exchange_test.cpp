@@ -1,6 +1,8 @@
 // What a place does that isn't trusted, what is laid there by people who aren't members, and what of it
 // reaches the mailboxes.
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <fstream>
@@ -22,6 +24,19 @@ void Overwrite(const std::filesystem::path& path, const std::string& bytes)
 {
     std::filesystem::create_directories(path.parent_path());
     std::ofstream(path, std::ios::binary) << bytes;
+}
+
+// On the disk where that has room for them, else as a file with a hole.
+void LayZeros(const std::filesystem::path& path, std::uintmax_t size)
+{
+    if (std::filesystem::space(path).available > 2 * size) {
+        const int file = open(path.c_str(), O_WRONLY);
+        const int code = posix_fallocate(file, 0, static_cast<off_t>(size));
+        close(file);
+        if (code == 0)
+            return;
+    }
+    std::filesystem::resize_file(path, size);
 }
 
 class ExchangeTest : public ProgramTest {
@@ -161,6 +176,32 @@ TEST_F(ExchangeTest, AnExchangeThatIsWipedHealsByItself)
 
     EXPECT_EQ(Subjects("bob"), std::vector<std::string>{"lost with the exchange"});
     ExpectSame("alice", "Shared", "bob", "Shared");
+    EXPECT_TRUE(Packages().empty());
+}
+
+// As by a synchroniser that gives back last week's state: what was read comes again, what was written since
+// is gone.
+TEST_F(ExchangeTest, AnExchangeThatIsPutBackAsItWasHealsByItself)
+{
+    ShareToTheEnd();
+    Edit("alice", "in the state that comes back");
+    RunOnce("alice");
+    std::filesystem::copy(Path("exchange"), Path("before"), std::filesystem::copy_options::recursive);
+    RunUntilIdle({"alice", "bob"}, kIdle);
+    Edit("bob", "seen by alice");
+    RunUntilIdle({"alice", "bob"}, kIdle);
+    Edit("alice", "gone with the state since");
+    RunOnce("alice");
+    std::filesystem::remove_all(Path("exchange"));
+    std::filesystem::rename(Path("before"), Path("exchange"));
+
+    RunUntilIdle({"alice", "bob"}, kIdle);
+
+    EXPECT_EQ(Subjects("bob"), std::vector<std::string>{"gone with the state since"});
+    ExpectSame("alice", "Shared", "bob", "Shared");
+    Edit("bob", "and on");
+    RunUntilIdle({"alice", "bob"}, kIdle);
+    EXPECT_EQ(Subjects("alice"), std::vector<std::string>{"and on"});
     EXPECT_TRUE(Packages().empty());
 }
 
@@ -376,7 +417,7 @@ TEST_F(ExchangeTest, WhatIsNoPlainFileOrTooLargeIsRefusedUnread)
     std::filesystem::create_symlink(Path("elsewhere"), dave.PackagePath(2));
     std::filesystem::create_directory(dave.PackagePath(3));
     Overwrite(dave.PackagePath(4), "");
-    std::filesystem::resize_file(dave.PackagePath(4), std::uintmax_t{3} << 30);
+    LayZeros(dave.PackagePath(4), std::uintmax_t{3} << 30);
     // One that begins as a good one does.
     Overwrite(dave.PackagePath(5), dave.Sealed(5, 0, KeysOf(Mailbox("bob")), "content"));
     std::filesystem::resize_file(dave.PackagePath(5), std::uintmax_t{3} << 30);
