@@ -127,6 +127,9 @@ HRESULT Chain::RunAt(SectorId index, SectorId most, SectorId* sector, SectorId* 
 {
     SectorId behind = 0;
     CFB_TRY(At(index, sector));
+    *count = 1;
+    if (most == 1)
+        return S_OK;
     CFB_TRY(table_->FollowRun(*sector, most, count, &behind));
     MarkRun({index, *sector}, *count);
     last_ = {index + *count - 1, *sector + *count - 1};

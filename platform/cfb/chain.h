@@ -34,6 +34,11 @@ public:
     {
         if (index >= length_)
             return AtAppended(index, sector);
+        if (index == 0 && first_ < table_->Slots()) {
+            *sector = first_;
+            last_ = {0, first_};
+            return S_OK;
+        }
         // Most often every sector is remembered.
         if (strideShift_ > 0 || index == 0 || index > marks_.size())
             return WalkTo(index, sector);

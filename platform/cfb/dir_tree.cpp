@@ -100,9 +100,8 @@ HRESULT DirTree::Survey(EntryId storage, Shape* shape)
         if (open.empty())
             break;
         const Open& node = open.back();
-        const ElementName name = node.entry.Name();
-        shape->ordered = shape->ordered && (shape->ids.empty() || last.Compare(name) < 0);
-        last = name;
+        shape->ordered = shape->ordered && (shape->ids.empty() || node.entry.Compare(last) < 0);
+        last.AssignRaw(node.entry.Bytes(), node.entry.NameLength());
         shape->ids.push_back(node.id);
         at = node.entry.Right();
         depth = node.depth + 1;

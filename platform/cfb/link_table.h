@@ -46,13 +46,14 @@ public:
             const SectorId begin = first + *count - 1;
             const SectorId part = std::min({most - *count, kBlock - begin % kBlock, slots - begin});
             CFB_TRY(GetLinks(begin, links.data(), part));
-            for (SectorId at = begin; at < begin + part; ++at, ++*count) {
-                *next = LoadU32(&links[4 * (at - begin)]);
-                if (*next < slots && !claims_.Follow(at, *next))
-                    return STG_E_DOCFILECORRUPT;
-                if (*next >= slots || *next != at + 1)
-                    return S_OK;
-            }
+            SectorId run = 0;
+            while (run < part && (*next = LoadU32(&links[4 * run])) == begin + run + 1 && *next < slots)
+                ++run;
+            if (!claims_.FollowRun(begin, run))
+                return STG_E_DOCFILECORRUPT;
+            *count += run;
+            if (run < part)
+                return *next >= slots || claims_.Follow(begin + run, *next) ? S_OK : STG_E_DOCFILECORRUPT;
         }
         return S_OK;
     }

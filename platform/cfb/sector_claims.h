@@ -2,6 +2,7 @@
 #ifndef QUORVANE_PLATFORM_CFB_SECTOR_CLAIMS_H_
 #define QUORVANE_PLATFORM_CFB_SECTOR_CLAIMS_H_
 
+#include <algorithm>
 #include <vector>
 
 #include "platform/cfb/format.h"
@@ -22,6 +23,18 @@ public:
     {
         return IsFollowed(from) || (Claim(to) && Set(followed_, from));
     }
+    // A walk goes from `from` on over `count` links to sectors with numbers one behind the other. False:
+    // something else leads to one of them.
+    bool FollowRun(SectorId from, SectorId count)
+    {
+        for (const SectorId end = from + count; from < end;) {
+            const SectorId part = std::min(end - from, kWordBits - from % kWordBits);
+            if (!FollowInWord(from, part))
+                return false;
+            from += part;
+        }
+        return true;
+    }
 
     bool IsClaimed(SectorId sector) const noexcept { return Has(claimed_, sector); }
     // Whether a walk went on from that sector, so that the one behind it is claimed.
@@ -30,7 +43,7 @@ public:
     // Whether anything may be known of that sector, or of one behind it.
     bool MayKnow(SectorId sector) const noexcept
     {
-        return sector < claimed_.size() || sector < followed_.size();
+        return sector / kWordBits < std::max(claimed_.size(), followed_.size());
     }
 
     // The sector's link is about to change.
@@ -44,22 +57,58 @@ public:
     }
 
 private:
-    using Bits = std::vector<bool>;
+    using Bits = std::vector<std::uint64_t>;
+    static constexpr SectorId kWordBits = 64;
 
+    static std::uint64_t BitOf(SectorId sector) noexcept { return std::uint64_t{1} << sector % kWordBits; }
+    static std::uint64_t WordOf(const Bits& bits, SectorId sector) noexcept
+    {
+        return sector / kWordBits < bits.size() ? bits[sector / kWordBits] : 0;
+    }
     static bool Has(const Bits& bits, SectorId sector) noexcept
     {
-        return sector < bits.size() && bits[sector];
+        return (WordOf(bits, sector) & BitOf(sector)) != 0;
+    }
+    static std::uint64_t& Reach(Bits& bits, SectorId sector)
+    {
+        const std::size_t word = sector / kWordBits;
+        if (word >= bits.size())
+            bits.resize((word | 63) + 1);
+        return bits[word];
     }
     static bool Set(Bits& bits, SectorId sector)
     {
-        if (sector >= bits.size())
-            bits.resize((std::size_t{sector} | 4095) + 1);
-        return bits[sector] = true;
+        Reach(bits, sector) |= BitOf(sector);
+        return true;
     }
     static void Unset(Bits& bits, SectorId sector) noexcept
     {
-        if (sector < bits.size())
-            bits[sector] = false;
+        if (sector / kWordBits < bits.size())
+            bits[sector / kWordBits] &= ~BitOf(sector);
+    }
+    // Of a run whose links are in one word.
+    bool FollowInWord(SectorId from, SectorId count)
+    {
+        const std::uint64_t links = ~std::uint64_t{0} >> (kWordBits - count) << from % kWordBits;
+        const std::uint64_t fresh = links & ~WordOf(followed_, from);
+        if (fresh == 0)
+            return true;
+        const bool outside = fresh >> (kWordBits - 1) != 0;  // the last link leads into the next word
+        if ((WordOf(claimed_, from) & fresh << 1) != 0 || (outside && IsClaimed(from + count)))
+            return FollowEach(from, count);
+        Reach(claimed_, from) |= fresh << 1;
+        if (outside)
+            Set(claimed_, from + count);
+        Reach(followed_, from) |= fresh;
+        return true;
+    }
+    // As far as they can be followed.
+    bool FollowEach(SectorId from, SectorId count)
+    {
+        SectorId done = 0;
+        while (done < count && Follow(from + done, from + done + 1))
+            ++done;
+        return done == count;
     }
 
     Bits claimed_;
