@@ -33,9 +33,10 @@ HRESULT CompoundFile::Open()
     if (volume_) {
         bool same = false;
         CFB_TRY(volume_->GoOn(store_, &same));
-        known_ = same;
-        if (same)
+        if (same) {
+            known_ = identity;
             return S_OK;
+        }
     }
     volume_ = std::make_unique<Volume>(store_);
     return volume_->Open();
@@ -43,10 +44,12 @@ HRESULT CompoundFile::Open()
 
 void CompoundFile::Leave() noexcept
 {
-    if (failed_ || !(known_ || volume_->HasChanged()))
+    const bool changed = volume_->HasChanged();
+    if (failed_ || !(known_ || changed))
         return;
-    const auto identity = volume_->HasChanged() ? store_.Seal() : store_.Identify();
-    if (identity && volume_->Leave())
+    const auto identity = changed ? store_.Seal() : store_.Identify();
+    const bool others = !changed && identity != known_;  // have changed it meanwhile
+    if (identity && !others && volume_->Leave())
         KnownFiles::Instance().Keep(*identity, std::move(volume_));
 }
 

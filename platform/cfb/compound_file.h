@@ -2,6 +2,7 @@
 #ifndef QUORVANE_PLATFORM_CFB_COMPOUND_FILE_H_
 #define QUORVANE_PLATFORM_CFB_COMPOUND_FILE_H_
 
+#include <optional>
 #include <utility>
 
 #include "platform/cfb/open_element.h"
@@ -203,7 +204,7 @@ private:
 
     ByteStore& store_;
     std::unique_ptr<Volume> volume_;
-    bool known_ = false;  // the volume is one that was kept
+    std::optional<ByteStore::Identity> known_;  // of a volume that was kept, as it was taken
     OpenElements open_;
     OpenElement* root_ = nullptr;
 

@@ -24,6 +24,8 @@ std::unique_ptr<Volume> KnownFiles::Take(const ByteStore::Identity& identity) no
 void KnownFiles::Keep(const ByteStore::Identity& identity, std::unique_ptr<Volume> volume) noexcept
 {
     const MutexLock lock(lock_);
+    if (files_.front().volume)
+        files_.front().volume->file.DropCache();
     // What is known of an earlier state of the file is of no use.
     const auto same = std::find_if(files_.begin(), files_.end() - 1, [&](const Known& known) {
         return !known.volume ||

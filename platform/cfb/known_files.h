@@ -13,8 +13,8 @@ namespace quorvane::cfb {
 
 // The volumes of the files that were closed last, so that whoever opens, changes and closes a file time and
 // again doesn't follow its chains from their beginning each time. A volume is given out again for the file
-// that has the identity with which the other was left: the same file, unchanged since. Nothing of the file's
-// bytes is kept.
+// that has the identity with which the other was left: the same file, unchanged since. Of the last one the
+// pages are kept too that it has cached.
 //
 // Any thread may call.
 class KnownFiles {

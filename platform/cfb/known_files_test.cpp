@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <utility>
+
 #include "platform/cfb/compound_file.h"
 #include "platform/cfb/testing/structure_check.h"
 #include "platform/cfb/testing/test_support.h"
@@ -116,6 +118,45 @@ TEST_F(KnownFilesTest, WhatAnOpenAnAddAndACloseReadDoesNotGrowWithTheFile)
     const std::size_t many = ReadsToAdd();
 
     EXPECT_LE(many, few + 40) << "but for the depth of the tree";
+    ExpectAll();
+}
+
+TEST_F(KnownFilesTest, PagesThatTheLastFileHadCachedAreNotReadAgain)
+{
+    Add(500, true);
+    ReadsToAdd();
+    EXPECT_LE(ReadsToAdd(), 4u) << "the header, the root entry and what the tree's way leads to anew";
+
+    // Those of an older one go.
+    auto other = std::make_unique<KnownBytes>(2'000'000);
+    store.swap(other);
+    const unsigned before = std::exchange(made, 0);
+    Add(500, true);
+    store.swap(other);
+    made = before;
+    EXPECT_GT(ReadsToAdd(), 4u);
+    ExpectAll();
+}
+
+// What was read before that can't be told from what was read behind it.
+TEST_F(KnownFilesTest, AFileThatOthersChangeWhileItIsOnlyReadIsReadAnew)
+{
+    Add(2'000, true);
+    const KnownBytes before = *store;
+    Add(500);
+    {
+        CompoundFile file(*store);
+        OpenElementPtr root;
+        ASSERT_EQ(S_OK, file.Open());
+        ASSERT_EQ(S_OK, file.OpenRoot(&root));
+        store->content = before.content;
+        ++store->changed;
+        file.Close(*root);
+        file.Leave();
+    }
+    made -= 500;
+
+    Add(100);
     ExpectAll();
 }
 

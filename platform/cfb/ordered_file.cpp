@@ -46,6 +46,15 @@ void OrderedFile::Drop(Frame& frame) noexcept
     frame.page = kNoPage;
 }
 
+void OrderedFile::ReadAnew(std::uint64_t offset) noexcept
+{
+    Frame* const frame = FindInBuckets(offset / kPage);
+    if (!frame)
+        return;
+    Drop(*frame);
+    spare_.push_back(frame);  // there is room for all frames
+}
+
 // A frame that holds no page: a spare one, a new one, or the one that was longest out of use.
 HRESULT OrderedFile::FreshFrame(Frame** frame)
 {

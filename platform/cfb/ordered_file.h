@@ -31,18 +31,23 @@ namespace quorvane::cfb {
 class OrderedFile {
 public:
     static constexpr std::size_t kPage = ByteStore::kAtomicPage;
-    static constexpr std::size_t kCachedPages = 2048;
+    static constexpr std::size_t kCachedPages = 1024;
 
     explicit OrderedFile(ByteStore& store) noexcept : store_(&store) {}
 
     // Takes the store's size. To be called once, before all else.
     [[nodiscard]] HRESULT Open();
-    // Goes on with another store for the same bytes, of which nothing is cached.
-    void MoveTo(ByteStore& store) noexcept
+    // Goes on with another store for the same bytes, to be called when nothing is pending, in place of Open.
+    // What is cached stays.
+    [[nodiscard]] HRESULT MoveTo(ByteStore& store)
     {
-        DropCache();
         store_ = &store;
+        return Open();
     }
+    // Whether something is to be sent yet.
+    bool HasPending() const noexcept { return !pending_.empty(); }
+    // The page with that offset is read from the store when it is asked for the next time. It isn't pending.
+    void ReadAnew(std::uint64_t offset) noexcept;
     // Drops the pending writes and everything cached.
     void DropCache() noexcept;
 

@@ -67,21 +67,24 @@ HRESULT Volume::Open()
 
 bool Volume::Leave() noexcept
 {
-    file.DropCache();
     tree.DropMarks();
     owners.DropOwners();
     changed_ = false;
-    return !allocator.HasFreed();
+    return !allocator.HasFreed() && !file.HasPending();
 }
 
 HRESULT Volume::GoOn(ByteStore& store, bool* same)
 {
     DirEntry root;
-    file.MoveTo(store);
-    CFB_TRY(file.Open());
+    std::uint64_t rootAt = 0;
+    CFB_TRY(file.MoveTo(store));
+    file.ReadAnew(0);
     CFB_TRY(header.Compare(file, same));
     if (!*same)
         return S_OK;
+    CFB_TRY(directory.OffsetOf(kRootEntry, &rootAt));
+    if (!OrderedFile::SamePage(0, rootAt))
+        file.ReadAnew(rootAt);
     CFB_TRY(directory.Read(kRootEntry, &root));
     *same = root.Type() == EntryType::kRoot && mini.IsThatOf(root);
     return S_OK;

@@ -27,7 +27,7 @@ public:
     [[nodiscard]] HRESULT Open();
     [[nodiscard]] HRESULT Reload();
 
-    // Leaves the store, with nothing of its bytes kept but where free space and the chains' sectors are.
+    // Leaves the store; where free space and the chains' sectors are is kept, and what pages are cached.
     // False: that can't be relied on.
     [[nodiscard]] bool Leave() noexcept;
     // Goes on with a store that has the same identity. *same: the bytes that are looked at say so too.
