@@ -33,7 +33,7 @@ public:
     static constexpr std::size_t kPage = ByteStore::kAtomicPage;
     static constexpr std::size_t kCachedPages = 1024;
 
-    explicit OrderedFile(ByteStore& store) noexcept : store_(&store) {}
+    explicit OrderedFile(ByteStore& store) : store_(&store) {}
 
     // Takes the store's size. To be called once, before all else.
     [[nodiscard]] HRESULT Open();
@@ -113,8 +113,6 @@ private:
     static constexpr std::uint64_t kNoPage = ~std::uint64_t{0};
 
     struct Frame {
-        Frame() noexcept {}  // leaves the bytes as they are
-
         std::uint64_t page = kNoPage;
         Frame* next_in_bucket = nullptr;
         std::size_t dirty_begin = 0;

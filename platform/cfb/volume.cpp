@@ -13,7 +13,7 @@ constexpr SectorId kWorthTrimming = 256;
 
 }  // namespace
 
-Volume::Volume(ByteStore& store) noexcept
+Volume::Volume(ByteStore& store)
     : file(store),
       sectors(file),
       fat(sectors, header),

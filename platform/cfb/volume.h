@@ -18,7 +18,7 @@ namespace quorvane::cfb {
 // One call at a time. Throws std::bad_alloc. The byte store outlives the volume.
 class Volume {
 public:
-    explicit Volume(ByteStore& store) noexcept;
+    explicit Volume(ByteStore& store);
 
     // Writes an empty compound file over whatever the store holds. The header comes last, so that a file
     // that wasn't finished isn't taken for one.
