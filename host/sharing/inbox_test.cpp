@@ -8,6 +8,7 @@
 #include <iterator>
 #include <thread>
 
+#include "host/base/path_text.h"
 #include "host/exchange/exchange_for_test.h"
 #include "host/sharing/sender.h"
 #include "host/sharing/test_mailbox.h"
