@@ -18,7 +18,8 @@ struct InitOptions {
 void ShowItself(const Mailbox& mailbox, const std::string& directory)
 {
     try {
-        PublishCard(Transport(mailbox, PathOf(ChosenExchange(mailbox, directory))), mailbox.Name());
+        Transport transport(mailbox, PathOf(ChosenExchange(mailbox, directory)));
+        PublishCard(transport, mailbox.Name());
     } catch (const exchange::Error& error) {
         throw HostError(error.what());
     }

@@ -18,6 +18,8 @@ struct MembersOptions {
     std::string device;
     std::string dropped;
     std::string removed;
+    std::string linked;
+    std::string unlinked;
 };
 
 std::string ExchangeOf(const Mailbox& mailbox, const MembersOptions& options)
@@ -28,15 +30,18 @@ std::string ExchangeOf(const Mailbox& mailbox, const MembersOptions& options)
     return exchange;
 }
 
+exchange::DeviceId DeviceIn(const std::string& text)
+{
+    const auto id = exchange::ParseDeviceId(text);
+    if (!id)
+        throw HostError("'" + text + "' is no device: 32 digits 0 to 9 and a to f", ExitCode::kUsage);
+    return *id;
+}
+
 FoundCard ChooseCard(Transport& transport, const MembersOptions& options)
 {
-    if (!options.device.empty()) {
-        const auto id = exchange::ParseDeviceId(options.device);
-        if (!id)
-            throw HostError("'" + options.device + "' is no device: 32 digits 0 to 9 and a to f",
-                            ExitCode::kUsage);
-        return FindCard(transport, *id, options.added);
-    }
+    if (!options.device.empty())
+        return FindCard(transport, DeviceIn(options.device), options.added);
     std::vector<FoundCard> cards = FindCards(transport, options.added);
     RefuseAmbiguity(options.added, cards);
     if (cards.empty())
@@ -81,6 +86,11 @@ ExitCode Drop(const MembersOptions& options, const Mailbox& mailbox)
 // Out of all that was shared by this mailbox, and with no device known.
 ExitCode Remove(const MembersOptions& options, const Mailbox& mailbox)
 {
+    if (options.removed == mailbox.Name())
+        throw HostError("'" + options.removed +
+                            "' is this mailbox's own member: 'quorvane leave' ends its part in a folder, "
+                            "'quorvane members unlink' that of another device",
+                        ExitCode::kUsage);
     const exchange::DeviceKeys keys = ReadDeviceKeys(mailbox);
     Peers peers(mailbox.HostDatabasePath().string());
     SharedFolders folders(mailbox.HostDatabasePath().string(), keys);
@@ -109,6 +119,57 @@ ExitCode Remove(const MembersOptions& options, const Mailbox& mailbox)
           lines + "removed " + options.removed +
               ": nothing more is sealed to them or taken from them; what they have "
               "they keep\n");
+    return ExitCode::kDone;
+}
+
+// Both devices say it, in whatever order: the other one agrees by its card.
+ExitCode Link(const MembersOptions& options, const Mailbox& mailbox)
+{
+    const exchange::DeviceId id = DeviceIn(options.linked);
+    if (options.linked == mailbox.Device())
+        throw HostError("'" + options.linked + "' is this device itself", ExitCode::kUsage);
+    Transport transport(mailbox, PathOf(ExchangeOf(mailbox, options)));
+    if (const auto peer = transport.peers.Find(id); peer && peer->member != mailbox.Name())
+        Fail("link the device", options.linked,
+             "it is known as one of '" + peer->member + "'; 'quorvane members drop' forgets that");
+    const FoundCard found = FindCard(transport, id, mailbox.Name());
+    transport.peers.Link(found.card, found.bytes);
+    PublishCard(transport, mailbox.Name());
+    const std::size_t folders = transport.folders.LinkOwnDevices(id);
+    transport.folders.Settle();
+    const bool agrees = AgreementIn(found.card, transport.keys.Signing()).has_value();
+    Print(options.json,
+          {{"device", options.linked},
+           {"fingerprint", exchange::FingerprintOf(id)},
+           {"agrees", agrees},
+           {"folders", folders}},
+          "linked the device " + ShownDevice(id) + "; compare the words with those that it shows\n" +
+              (agrees ? "it gets all that is shared here: " + std::to_string(folders) + " more folders\n"
+                      : "it gets what is shared here once 'quorvane members link MAILBOX " +
+                            mailbox.Device() + "' was said there\n"));
+    return ExitCode::kDone;
+}
+
+// A device of this mailbox's own member, as one that was lost.
+ExitCode Unlink(const MembersOptions& options, const Mailbox& mailbox)
+{
+    const exchange::DeviceId id = DeviceIn(options.unlinked);
+    const exchange::DeviceKeys keys = ReadDeviceKeys(mailbox);
+    Peers peers(mailbox.HostDatabasePath().string());
+    const auto peer = peers.Find(id);
+    if (!peer || peer->member != mailbox.Name())
+        Fail("unlink the device", options.unlinked, "it is no other device of '" + mailbox.Name() + "'");
+    SharedFolders folders(mailbox.HostDatabasePath().string(), keys);
+    const SharedFolders::Unlinked done = folders.UnlinkDevice(id);
+    peers.Drop(id);
+    folders.Settle();
+    std::string lines;
+    for (const std::string& folder : done.stillIn)
+        lines += "still shares, as somebody has added it by itself, " + Printable(folder) + "\n";
+    Print(
+        options.json, {{"device", options.unlinked}, {"takenOutOf", done.folders}, {"stillIn", done.stillIn}},
+        lines + "unlinked the device " + ShownDevice(id) + ", out of " + std::to_string(done.folders.size()) +
+            " folders: nothing more is sealed to it or taken from it; what it has it keeps\n");
     return ExitCode::kDone;
 }
 
@@ -163,6 +224,10 @@ ExitCode Members(const MembersOptions& options)
             return Add(options, mailbox);
         if (!options.removed.empty())
             return Remove(options, mailbox);
+        if (!options.linked.empty())
+            return Link(options, mailbox);
+        if (!options.unlinked.empty())
+            return Unlink(options, mailbox);
         return options.dropped.empty() ? List(options, mailbox) : Drop(options, mailbox);
     } catch (const exchange::Error& error) {
         throw HostError(error.what());
@@ -197,6 +262,20 @@ void AddMembersCommand(CLI::App& program, Chosen& chosen)
     remove->fallthrough();
     remove->add_option("MAILBOX", options->mailbox, "Directory of the mailbox")->required();
     remove->add_option("NAME", options->removed, "The member's name")->required();
+    CLI::App* const link = command->add_subcommand("link",
+                                                   "Say that a device is another one of this mailbox's "
+                                                   "member; said on both, it gets all that is shared");
+    link->fallthrough();
+    link->add_option("MAILBOX", options->mailbox, "Directory of the mailbox")->required();
+    link->add_option("DEVICE", options->linked, "The other device's id, as 'members' shows it there")
+        ->required();
+    link->add_option("--exchange", options->exchange, "Directory of the exchange, where none is remembered");
+    CLI::App* const unlink = command->add_subcommand("unlink",
+                                                     "Take another device of this mailbox's member out of "
+                                                     "all folders, as one that was lost, and forget it");
+    unlink->fallthrough();
+    unlink->add_option("MAILBOX", options->mailbox, "Directory of the mailbox")->required();
+    unlink->add_option("DEVICE", options->unlinked, "Its id")->required();
 }
 
 }  // namespace quorvane::host

@@ -23,11 +23,13 @@ ExitCode LeaveFolder(const UnshareOptions& options)
     SharedFolders folders(mailbox.HostDatabasePath().string(), keys);
     Records records(mailbox.HostDatabasePath().string());
     const Share share = FindSharedFolder(records, options.mailbox, options.folder);
-    const bool isFounder = folders.IsFounder(share.folderId);
+    const auto members = records.Members(share.folderId);
+    const bool isLastOfFounder = folders.IsFounder(share.folderId) &&
+                                 std::find(members.begin(), members.end(), mailbox.Name()) == members.end();
     folders.Leave(share.folderId);
     Print(options.json, {{"folder", share.name}, {"id", share.folderId}},
           "left " + Printable(share.name) + ", which stays here as it is; 'quorvane run' tells its members" +
-              (isFounder ? ", whom nobody can take out any more\n" : "\n"));
+              (isLastOfFounder ? ", whom nobody can take out any more\n" : "\n"));
     return ExitCode::kDone;
 }
 

@@ -1,7 +1,6 @@
 #include "host/exchange/card.h"
 
-#include <algorithm>
-
+#include "host/exchange/device_link.h"
 #include "host/exchange/error.h"
 #include "host/exchange/member_name.h"
 #include "host/exchange/wire.h"
@@ -12,29 +11,20 @@ namespace {
 
 constexpr std::string_view kCardMagic("QV3CARD\1", 8);
 constexpr std::string_view kCardPurpose = "quorvane3 card";
-constexpr std::string_view kVoucherPurpose = "quorvane3 voucher";
-constexpr std::size_t kMostVouchers = 16;
-
-// What a voucher says.
-std::string Vouched(const Card& card)
-{
-    return WireWriter().Put(card.signing).Put(card.sealing).Put(card.name).Bytes();
-}
 
 }  // namespace
 
 std::string WriteCard(const DeviceKeys& keys, const std::string& name, std::uint64_t serial,
-                      const std::vector<Voucher>& vouchers)
+                      const std::vector<CardLink>& links)
 {
-    if (!IsMemberName(name) || vouchers.size() > kMostVouchers)
-        Refuse("a card can't have the name '" + name + "' and " + std::to_string(vouchers.size()) +
-               " vouchers");
+    if (!IsMemberName(name) || links.size() > kMostLinks)
+        Refuse("a card can't have the name '" + name + "' and " + std::to_string(links.size()) + " links");
     WireWriter card;
     card.Put(kCardMagic).Put(serial).Put(keys.Signing()).Put(keys.Sealing());
     card.Put(static_cast<std::uint8_t>(name.size())).Put(name);
-    card.Put(static_cast<std::uint8_t>(vouchers.size()));
-    for (const Voucher& voucher : vouchers)
-        card.Put(voucher.by).Put(voucher.signature);
+    card.Put(static_cast<std::uint8_t>(links.size()));
+    for (const CardLink& link : links)
+        card.Put(link.by).Put(link.agreement);
     const Signature signature = keys.Sign(kCardPurpose, card.Bytes());
     return card.Put(signature).Bytes();
 }
@@ -52,14 +42,14 @@ Card ReadCard(std::string_view bytes, const DeviceId& whose)
     card.signing = reader.GetBytes<32>();
     card.sealing = reader.GetBytes<32>();
     card.name = reader.Take(reader.Get<std::uint8_t>());
-    const std::size_t vouchers = reader.Get<std::uint8_t>();
-    if (!IsMemberName(card.name) || vouchers > kMostVouchers)
-        Refuse(what + " has no proper name, or too many vouchers");
-    for (std::size_t count = 0; count < vouchers; ++count) {
-        Voucher voucher;
-        voucher.by = reader.GetBytes<32>();
-        voucher.signature = reader.GetBytes<64>();
-        card.vouchers.push_back(voucher);
+    const std::size_t links = reader.Get<std::uint8_t>();
+    if (!IsMemberName(card.name) || links > kMostLinks)
+        Refuse(what + " has no proper name, or too many links");
+    for (std::size_t count = 0; count < links; ++count) {
+        CardLink link;
+        link.by = reader.GetBytes<32>();
+        link.agreement = reader.GetBytes<64>();
+        card.links.push_back(link);
     }
     const std::string_view isSigned = bytes.substr(0, bytes.size() - reader.Left());
     const Signature signature = reader.GetBytes<64>();
@@ -71,17 +61,12 @@ Card ReadCard(std::string_view bytes, const DeviceId& whose)
     return card;
 }
 
-Voucher VouchFor(const DeviceKeys& keys, const Card& card)
+std::optional<Signature> AgreementIn(const Card& card, const SigningKey& by)
 {
-    return {keys.Signing(), keys.Sign(kVoucherPurpose, Vouched(card))};
-}
-
-bool IsVouchedFor(const Card& card, const SigningKey& known)
-{
-    const std::string vouched = Vouched(card);
-    return std::any_of(card.vouchers.begin(), card.vouchers.end(), [&](const Voucher& voucher) {
-        return voucher.by == known && IsSignedBy(known, kVoucherPurpose, vouched, voucher.signature);
-    });
+    for (const CardLink& link : card.links)
+        if (link.by == by && AgreesToLink(card.signing, by, link.agreement))
+            return link.agreement;
+    return std::nullopt;
 }
 
 }  // namespace quorvane::host::exchange

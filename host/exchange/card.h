@@ -6,15 +6,15 @@
 //     8   serial number: of two cards of a device the one with the greater number holds
 //     32  signing key, and 32 sealing key
 //     1   length of the member's name, and the name
-//     1   number of vouchers, and for each: 32 signing key of the device that vouches, and 64 its signature
+//     1   number of links, and for each: 32 signing key of another device of the same member, and 64 the
+//         signature by which this device agrees to be linked by that one (device_link.h)
 //     64  signature over all that
-//
-// A second device of a member is vouched for by one that is known already: that one signs the new one's keys
-// and name.
 #ifndef QUORVANE_HOST_EXCHANGE_CARD_H_
 #define QUORVANE_HOST_EXCHANGE_CARD_H_
 
+#include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -25,10 +25,12 @@ namespace quorvane::host::exchange {
 
 // Longer ones are refused unread.
 inline constexpr std::size_t kLongestCard = 4096;
+// So many others of its member a device names at the most.
+inline constexpr std::size_t kMostLinks = 16;
 
-struct Voucher {
+struct CardLink {
     SigningKey by{};
-    Signature signature{};
+    Signature agreement{};
 };
 
 struct Card {
@@ -36,22 +38,21 @@ struct Card {
     SigningKey signing{};
     SealingKey sealing{};
     std::uint64_t serial = 0;
-    std::vector<Voucher> vouchers;
+    std::vector<CardLink> links;
 
     DeviceId Id() const { return IdOf(signing); }
 };
 
-// The bytes of a device's own card. Throws an Error (kRefused) when the name is none, or vouchers are too
+// The bytes of a device's own card. Throws an Error (kRefused) when the name is none, or links are too
 // many.
 std::string WriteCard(const DeviceKeys& keys, const std::string& name, std::uint64_t serial,
-                      const std::vector<Voucher>& vouchers = {});
+                      const std::vector<CardLink>& links = {});
 
 // Throws an Error (kRefused) unless the bytes are a card that this device signed.
 Card ReadCard(std::string_view bytes, const DeviceId& whose);
 
-// A voucher for another device of the same member, and whether a card has one of a known device's that holds.
-Voucher VouchFor(const DeviceKeys& keys, const Card& card);
-bool IsVouchedFor(const Card& card, const SigningKey& known);
+// By which the card's device agrees to be linked by this one; empty where it doesn't.
+std::optional<Signature> AgreementIn(const Card& card, const SigningKey& by);
 
 }  // namespace quorvane::host::exchange
 

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "host/exchange/device_link.h"
 #include "host/exchange/exchange_for_test.h"
 
 namespace quorvane::host::exchange {
@@ -22,7 +23,7 @@ TEST_F(CardTest, IsReadAsItWasWritten)
     EXPECT_EQ(card.serial, 7U);
     EXPECT_EQ(card.signing, laptop.Signing());
     EXPECT_EQ(card.sealing, laptop.Sealing());
-    EXPECT_TRUE(card.vouchers.empty());
+    EXPECT_TRUE(card.links.empty());
     EXPECT_EQ(card.Id(), laptop.Id());
 }
 
@@ -62,40 +63,38 @@ TEST_F(CardTest, ANameThatIsNoneIsNeitherWrittenNorRead)
     EXPECT_NE(RefusalOf([&] { ReadCard(card, laptop.Id()); }).find("no proper name"), std::string::npos);
 }
 
-TEST_F(CardTest, ASecondDeviceIsVouchedForByAKnownOne)
+TEST_F(CardTest, TellsByWhomTheDeviceAgreesToBeLinked)
 {
     const Card plain = ReadCard(WriteCard(desktop, "alice", 1), desktop.Id());
-    const Card card = ReadCard(
-        WriteCard(desktop, "alice", 2, {VouchFor(stranger, plain), VouchFor(laptop, plain)}), desktop.Id());
+    const Signature agreement = AgreeToLink(desktop, laptop.Signing());
+    const Card card = ReadCard(WriteCard(desktop, "alice", 2, {{laptop.Signing(), agreement}}), desktop.Id());
 
-    EXPECT_EQ(card.vouchers.size(), 2U);
-    EXPECT_TRUE(IsVouchedFor(card, laptop.Signing()));
-    EXPECT_TRUE(IsVouchedFor(card, stranger.Signing()));
-    EXPECT_FALSE(IsVouchedFor(card, desktop.Signing()));
-    EXPECT_FALSE(IsVouchedFor(plain, laptop.Signing()));
+    EXPECT_EQ(AgreementIn(card, laptop.Signing()), agreement);
+    EXPECT_FALSE(AgreementIn(card, stranger.Signing()));
+    EXPECT_FALSE(AgreementIn(plain, laptop.Signing()));
 }
 
-TEST_F(CardTest, AVoucherHoldsForThatDeviceAndNameAlone)
+TEST_F(CardTest, AnAgreementHoldsForThoseTwoDevicesAlone)
 {
-    const Voucher voucher = VouchFor(laptop, ReadCard(WriteCard(desktop, "alice", 1), desktop.Id()));
-    const Card renamed = ReadCard(WriteCard(desktop, "bob", 2, {voucher}), desktop.Id());
-    const Card another = ReadCard(WriteCard(stranger, "alice", 1, {voucher}), stranger.Id());
-    Voucher claimed = VouchFor(stranger, another);
-    claimed.by = laptop.Signing();
-    const Card forged = ReadCard(WriteCard(stranger, "alice", 2, {claimed}), stranger.Id());
+    const Signature agreement = AgreeToLink(desktop, laptop.Signing());
+    const Card another =
+        ReadCard(WriteCard(stranger, "alice", 1, {{laptop.Signing(), agreement}}), stranger.Id());
+    const Card byAnother =
+        ReadCard(WriteCard(desktop, "alice", 1, {{stranger.Signing(), agreement}}), desktop.Id());
 
-    EXPECT_FALSE(IsVouchedFor(renamed, laptop.Signing()));
-    EXPECT_FALSE(IsVouchedFor(another, laptop.Signing()));
-    EXPECT_FALSE(IsVouchedFor(forged, laptop.Signing()));
+    EXPECT_FALSE(AgreementIn(another, laptop.Signing()));
+    EXPECT_FALSE(AgreementIn(byAnother, stranger.Signing()));
+    EXPECT_FALSE(AgreesToLink(laptop.Signing(), desktop.Signing(), agreement)) << "the other way round";
 }
 
-TEST_F(CardTest, HasNoMoreVouchersThanItMay)
+TEST_F(CardTest, HasNoMoreLinksThanItMay)
 {
-    const Voucher voucher = VouchFor(desktop, ReadCard(bytes, laptop.Id()));
-    EXPECT_EQ(ReadCard(WriteCard(laptop, "alice", 1, std::vector<Voucher>(16, voucher)), laptop.Id())
-                  .vouchers.size(),
-              16U);
-    EXPECT_NE(RefusalOf([&] { WriteCard(laptop, "alice", 1, std::vector<Voucher>(17, voucher)); }), "");
+    const CardLink link{desktop.Signing(), AgreeToLink(laptop, desktop.Signing())};
+    EXPECT_EQ(ReadCard(WriteCard(laptop, "alice", 1, std::vector<CardLink>(kMostLinks, link)), laptop.Id())
+                  .links.size(),
+              kMostLinks);
+    EXPECT_NE(RefusalOf([&] { WriteCard(laptop, "alice", 1, std::vector<CardLink>(kMostLinks + 1, link)); }),
+              "");
 }
 
 }  // namespace

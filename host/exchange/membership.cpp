@@ -6,93 +6,162 @@
 
 namespace quorvane::host::exchange {
 
-// Judges a set of entries that holds, with each of them, all that it has seen.
+// Judges a set of entries that holds, with each of them, all that it has seen. Entries come after all that
+// they have seen, so that whoever an author's rights come from is judged before him.
+//
+// First it finds what each author was allowed to by what he had seen himself. That decides on unlinkings and
+// removals; from them follows which of the links and additions count.
 class Membership::Judge {
 public:
     Judge(const Membership& all, std::vector<bool> within) : all_(all), within_(std::move(within)) {}
 
     FolderMembers Members()
     {
-        FindDevices();
+        FindAllowed();
         FindRemovals();
-        FindAdditions();
+        FindCounting();
         FolderMembers members;
-        for (const std::size_t addition : additions_) {
+        for (const std::size_t addition : counting_.additions) {
             const MembershipEntry& entry = At(addition);
             if (IsUndone(addition))
                 continue;
             FolderMember& member = members[entry.member];
             if (member.name.empty() || entry.name < member.name)
                 member.name = entry.name;
-            member.devices.insert(entry.member);
         }
-        for (const std::size_t device : devices_)
-            if (const auto member = members.find(At(device).member); member != members.end())
-                member->second.devices.insert(At(device).device);
+        for (auto& [key, member] : members)
+            member.devices = DevicesOf(key);
+        std::erase_if(members, [](const auto& member) { return member.second.devices.empty(); });
         return members;
     }
 
 private:
+    using Places = std::vector<std::size_t>;
+    // What makes a device a member's.
+    struct Origins {
+        Places additions;
+        Places links;
+    };
+
     const MembershipEntry& At(std::size_t place) const { return all_.known_[place].entry; }
     const SigningKey& Founder() const { return At(0).member; }
 
     template <class Visit>
-    void ForEach(MembershipChange change, Visit visit) const
+    void ForEach(Visit visit) const
     {
         for (std::size_t place = 0; place < within_.size(); ++place)
-            if (within_[place] && At(place).change == change)
-                visit(place);
+            if (within_[place])
+                visit(place, At(place).change);
     }
 
-    // Whether the author of an entry spoke for a member, as far as he had seen the member's devices.
-    bool SpeaksFor(std::size_t place, const SigningKey& member) const
+    // Whether a device was unlinked, by one of the unlinkings that `ends` lets count, after it became a
+    // member's by `origin`; null: by being his first.
+    template <class Ends>
+    bool IsUnlinked(const SigningKey& member, const SigningKey& device, const std::size_t* origin,
+                    Ends ends) const
     {
-        return At(place).author == member ||
-               std::any_of(devices_.begin(), devices_.end(), [&](std::size_t device) {
-                   return all_.HasSeen(place, device) && At(device).member == member &&
-                          At(device).device == At(place).author;
+        return std::any_of(unlinkings_.begin(), unlinkings_.end(), [&](std::size_t place) {
+            return At(place).member == member && At(place).device == device &&
+                   !(origin && all_.HasSeen(*origin, place)) && ends(place);
+        });
+    }
+
+    // Whether a device is a member's by those origins that `sees` lets count.
+    template <class Sees, class Ends>
+    bool IsDevice(const Origins& origins, const SigningKey& member, const SigningKey& device, Sees sees,
+                  Ends ends) const
+    {
+        const bool isFirst = device == member;
+        if (isFirst && !IsUnlinked(member, device, nullptr, ends))
+            return true;
+        const auto brings = [&](std::size_t origin) {
+            return At(origin).member == member && sees(origin) && !IsUnlinked(member, device, &origin, ends);
+        };
+        return std::any_of(origins.links.begin(), origins.links.end(),
+                           [&](std::size_t link) { return At(link).device == device && brings(link); }) ||
+               (isFirst && std::any_of(origins.additions.begin(), origins.additions.end(), brings));
+    }
+
+    // Whether the author of an entry spoke for a member, by what he had seen.
+    bool SpokeFor(std::size_t place, const SigningKey& member) const
+    {
+        const auto seen = [&](std::size_t earlier) { return all_.HasSeen(place, earlier); };
+        return IsDevice(allowed_, member, At(place).author, seen, seen);
+    }
+
+    // The same, where nobody unlinked the author's device without having seen the entry.
+    bool SpeaksFor(const Origins& origins, std::size_t place, const SigningKey& member) const
+    {
+        return IsDevice(
+            origins, member, At(place).author,
+            [&](std::size_t origin) { return all_.HasSeen(place, origin); },
+            [&](std::size_t unlinking) { return !all_.HasSeen(unlinking, place); });
+    }
+
+    bool WasMember(std::size_t place, std::size_t addition) const
+    {
+        return all_.HasSeen(place, addition) &&
+               std::none_of(allowedRemovals_.begin(), allowedRemovals_.end(), [&](std::size_t removal) {
+                   return At(removal).member == At(addition).member && all_.HasSeen(place, removal) &&
+                          !all_.HasSeen(addition, removal);
                });
     }
 
-    void FindDevices()
+    void FindAllowed()
     {
-        ForEach(MembershipChange::kDevice, [&](std::size_t place) {
-            if (SpeaksFor(place, At(place).member))
-                devices_.push_back(place);
+        allowed_.additions.push_back(0);
+        ForEach([&](std::size_t place, MembershipChange change) {
+            const SigningKey& member = At(place).member;
+            if (change == MembershipChange::kAdd &&
+                std::any_of(allowed_.additions.begin(), allowed_.additions.end(), [&](std::size_t addition) {
+                    return SpokeFor(place, At(addition).member) && WasMember(place, addition);
+                }))
+                allowed_.additions.push_back(place);
+            if (change == MembershipChange::kLink && SpokeFor(place, member))
+                allowed_.links.push_back(place);
+            if (change == MembershipChange::kUnlink && SpokeFor(place, member))
+                unlinkings_.push_back(place);
+            if (change == MembershipChange::kRemove &&
+                (SpokeFor(place, member) || SpokeFor(place, Founder())))
+                allowedRemovals_.push_back(place);
         });
     }
 
     // A founder who has left removes nobody any more, as far as his leaving hadn't seen it.
     void FindRemovals()
     {
-        std::vector<std::size_t> founderLeft;
-        ForEach(MembershipChange::kRemove, [&](std::size_t place) {
-            if (!SpeaksFor(place, At(place).member))
-                return;
+        Places founderLeft;
+        for (const std::size_t place : allowedRemovals_) {
+            if (!SpeaksFor(allowed_, place, At(place).member))
+                continue;
             removals_.push_back(place);
             if (At(place).member == Founder())
                 founderLeft.push_back(place);
-        });
-        ForEach(MembershipChange::kRemove, [&](std::size_t place) {
+        }
+        for (const std::size_t place : allowedRemovals_) {
             const bool counts = std::all_of(founderLeft.begin(), founderLeft.end(),
                                             [&](std::size_t left) { return all_.HasSeen(left, place); });
-            if (SpeaksFor(place, Founder()) && counts)
+            if (counts && SpeaksFor(allowed_, place, Founder()))
                 removals_.push_back(place);
+        }
+    }
+
+    void FindCounting()
+    {
+        counting_.additions.push_back(0);
+        ForEach([&](std::size_t place, MembershipChange change) {
+            if (change == MembershipChange::kLink && SpeaksFor(counting_, place, At(place).member))
+                counting_.links.push_back(place);
+            if (change == MembershipChange::kAdd && IsByMember(place))
+                counting_.additions.push_back(place);
         });
     }
 
-    // Entries come after all that they have seen, so that who adds is judged before whom he adds.
-    void FindAdditions()
+    bool IsByMember(std::size_t place) const
     {
-        additions_.push_back(0);
-        ForEach(MembershipChange::kAdd, [&](std::size_t place) {
-            const bool byMember =
-                std::any_of(additions_.begin(), additions_.end(), [&](std::size_t addition) {
-                    return all_.HasSeen(place, addition) && SpeaksFor(place, At(addition).member) &&
-                           !IsUndoneFor(addition, place);
-                });
-            if (byMember)
-                additions_.push_back(place);
+        return std::any_of(counting_.additions.begin(), counting_.additions.end(), [&](std::size_t addition) {
+            return all_.HasSeen(place, addition) && SpeaksFor(counting_, place, At(addition).member) &&
+                   !IsUndoneFor(addition, place);
         });
     }
 
@@ -113,11 +182,24 @@ private:
         });
     }
 
+    std::set<SigningKey> DevicesOf(const SigningKey& member) const
+    {
+        std::set<SigningKey> devices{member};
+        for (const std::size_t link : counting_.links)
+            if (At(link).member == member)
+                devices.insert(At(link).device);
+        const auto any = [](std::size_t) { return true; };
+        std::erase_if(devices, [&](const SigningKey& device) {
+            return !IsDevice(counting_, member, device, any, any);
+        });
+        return devices;
+    }
+
     const Membership& all_;
     std::vector<bool> within_;
-    std::vector<std::size_t> devices_;
-    std::vector<std::size_t> removals_;
-    std::vector<std::size_t> additions_;
+    Origins allowed_, counting_;
+    Places unlinkings_;
+    Places allowedRemovals_, removals_;
 };
 
 Membership::Membership(std::string folder, const std::string& founding) : folder_(std::move(folder))

@@ -7,7 +7,12 @@
 // - A removal counts when the founder or the member himself signed it.
 // - What somebody signed who was removed counts only as far as the removal had seen it: who is out can't
 //   bring another in by an entry that he dates back.
-// - A device is a member's when it was his first one, or one of his devices signed that it is his.
+// - A device is a member's when it was his first one, or one of his devices linked it, which it agreed to;
+//   until one of his devices unlinks it. Of two that unlink each other without having seen that, both are
+//   out.
+// - What a device signed that was unlinked counts only as far as that had seen it, but for unlinkings: who
+//   has a stolen device brings nobody in by an entry that he dates back. Linked or added again by somebody
+//   who had seen the end of it, it is in again.
 #ifndef QUORVANE_HOST_EXCHANGE_MEMBERSHIP_H_
 #define QUORVANE_HOST_EXCHANGE_MEMBERSHIP_H_
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "host/exchange/device_link.h"
 #include "host/exchange/error.h"
 #include "host/exchange/member_name.h"
 #include "host/exchange/wire.h"
@@ -21,12 +22,16 @@ void CheckForm(const MembershipEntry& entry)
 {
     const bool brings = entry.change == MembershipChange::kFound || entry.change == MembershipChange::kAdd;
     const bool named = brings ? IsMemberName(entry.name) : entry.name.empty();
+    const bool links = entry.change == MembershipChange::kLink;
+    const bool isOfDevice = links || entry.change == MembershipChange::kUnlink;
     const bool hasDevice = entry.device != SigningKey{};
     const bool founds = entry.change == MembershipChange::kFound;
-    if (entry.folder.empty() || entry.folder.size() > kLongestFolderId || !named ||
-        hasDevice != (entry.change == MembershipChange::kDevice) || entry.seen.empty() != founds ||
+    if (entry.folder.empty() || entry.folder.size() > kLongestFolderId || !named || hasDevice != isOfDevice ||
+        links == (entry.agreement == Signature{}) || entry.seen.empty() != founds ||
         entry.seen.size() > kMostSeen || (founds && entry.member != entry.author))
         Refuse(std::string(kEntryName) + " has no proper form");
+    if (links && !AgreesToLink(entry.device, entry.author, entry.agreement))
+        Refuse(std::string(kEntryName) + " links a device that doesn't agree to it");
 }
 
 std::string WriteUnsigned(const MembershipEntry& entry)
@@ -38,6 +43,8 @@ std::string WriteUnsigned(const MembershipEntry& entry)
         .Put(static_cast<std::uint8_t>(entry.name.size()))
         .Put(entry.name)
         .Put(entry.device);
+    if (entry.change == MembershipChange::kLink)
+        bytes.Put(entry.agreement);
     bytes.Put(static_cast<std::uint8_t>(entry.seen.size()));
     for (const EntryId& id : entry.seen)
         bytes.Put(id);
@@ -51,13 +58,15 @@ MembershipEntry ReadFields(WireReader& reader)
     MembershipEntry entry;
     const auto change = reader.Get<std::uint8_t>();
     if (change < static_cast<std::uint8_t>(MembershipChange::kFound) ||
-        change > static_cast<std::uint8_t>(MembershipChange::kRemove))
+        change > static_cast<std::uint8_t>(MembershipChange::kUnlink))
         Refuse(std::string(kEntryName) + " is of an unknown kind");
     entry.change = static_cast<MembershipChange>(change);
     entry.folder = reader.Take(reader.Get<std::uint16_t>());
     entry.member = reader.GetBytes<32>();
     entry.name = reader.Take(reader.Get<std::uint8_t>());
     entry.device = reader.GetBytes<32>();
+    if (entry.change == MembershipChange::kLink)
+        entry.agreement = reader.GetBytes<64>();
     const std::size_t seen = reader.Get<std::uint8_t>();
     for (std::size_t index = 0; index < seen; ++index) {
         const EntryId id = reader.GetBytes<32>();

@@ -7,9 +7,12 @@
 //     2   length of the folder's id, and the id
 //     32  the member whom it is about, by the signing key of his first device
 //     1   length of his name, and the name, where he is brought in; else 0
-//     32  signing key of another device of his, where it brings one; else zeros
+//     32  signing key of a device of his, where it links or unlinks one; else zeros
+//     64  where it links one, the signature by which that device agrees to it (device_link.h); else nothing
 //     1   number of entries that its author had seen and that no other of these had, and 32 the id of each,
-//     rising 32  signing key of the device that signs it 64  signature over all that
+//         rising
+//     32  signing key of the device that signs it
+//     64  signature over all that
 //
 // An entry's id is the first 32 bytes of the BLAKE2b digest of its bytes.
 #ifndef QUORVANE_HOST_EXCHANGE_MEMBERSHIP_ENTRY_H_
@@ -28,8 +31,9 @@ namespace quorvane::host::exchange {
 enum class MembershipChange : std::uint8_t {
     kFound = 1,   // the folder, with its founder; has seen nothing
     kAdd = 2,     // a member
-    kDevice = 3,  // another device of the author's
+    kLink = 3,    // another device of the author's
     kRemove = 4,  // a member: by himself, or by the founder
+    kUnlink = 5,  // a device of the author's, or the author itself
 };
 
 using EntryId = std::array<unsigned char, 32>;
@@ -40,6 +44,7 @@ struct MembershipEntry {
     SigningKey member{};
     std::string name;
     SigningKey device{};
+    Signature agreement{};
     std::set<EntryId> seen;
     SigningKey author{};
 };

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <random>
 
+#include "host/exchange/device_link.h"
 #include "host/exchange/exchange_for_test.h"
 
 namespace quorvane::host::exchange {
@@ -44,9 +45,21 @@ protected:
     static std::string AddDevice(const DeviceKeys& by, const DeviceKeys& member, const DeviceKeys& device,
                                  const Seen& seen)
     {
-        MembershipEntry entry = Entry(MembershipChange::kDevice, member.Signing(), seen);
+        MembershipEntry entry = Entry(MembershipChange::kLink, member.Signing(), seen);
+        entry.device = device.Signing();
+        entry.agreement = AgreeToLink(device, by.Signing());
+        return WriteMembershipEntry(by, entry);
+    }
+    static std::string Unlink(const DeviceKeys& by, const DeviceKeys& member, const DeviceKeys& device,
+                              const Seen& seen)
+    {
+        MembershipEntry entry = Entry(MembershipChange::kUnlink, member.Signing(), seen);
         entry.device = device.Signing();
         return WriteMembershipEntry(by, entry);
+    }
+    bool IsIn(const DeviceKeys& device) const
+    {
+        return IsDeviceOfMember(membership.Members(), device.Signing());
     }
 
     Names NamesOf(const FolderMembers& members) const
@@ -202,6 +215,137 @@ TEST_F(MembershipTest, ADeviceThatItsAuthorHadntSeenDoesntSpeakForTheMember)
     EXPECT_EQ(NamesNow(), (Names{"alice", "bob"}));
 }
 
+TEST_F(MembershipTest, ADeviceIsLinkedByNobodyWhomItDidntAgreeToBeLinkedBy)
+{
+    const Seen withBob = Take(Add(alice, bob, "bob", founded));
+    MembershipEntry entry = Entry(MembershipChange::kLink, bob.Signing(), withBob);
+    entry.device = dave.Signing();
+    for (const Signature& agreement : {AgreeToLink(dave, alice.Signing()), AgreeToLink(bob, bob.Signing()),
+                                       AgreeToLink(bob, dave.Signing()), Signature{}}) {
+        entry.agreement = agreement;
+        EXPECT_NE(RefusalOf([&] { WriteMembershipEntry(bob, entry); }), "");
+    }
+    std::string stolen = AddDevice(bob, bob, dave, withBob);
+    const std::string agreed(reinterpret_cast<const char*>(AgreeToLink(dave, bob.Signing()).data()), 64);
+    const std::string other(reinterpret_cast<const char*>(AgreeToLink(dave, carol.Signing()).data()), 64);
+    stolen.replace(stolen.find(agreed), 64, other);
+    const Signature signature =
+        bob.Sign("quorvane3 membership", std::string_view(stolen).substr(0, stolen.size() - 64));
+    std::copy(signature.begin(), signature.end(), stolen.end() - 64);
+    EXPECT_NE(RefusalOf([&] { membership.Take(stolen); }).find("doesn't agree"), std::string::npos);
+    EXPECT_FALSE(IsIn(dave));
+}
+
+TEST_F(MembershipTest, WhoIsntAMemberLinksNothingIntoTheFolder)
+{
+    Take(AddDevice(carol, carol, dave, founded));
+    Take(AddDevice(carol, alice, dave, founded));
+    EXPECT_FALSE(IsIn(dave));
+    EXPECT_EQ(membership.Members().size(), 1U);
+}
+
+TEST_F(MembershipTest, ADeviceThatIsUnlinkedIsOutAndTheMemberStays)
+{
+    const Seen withBob = Take(Add(alice, bob, "bob", founded));
+    const Seen linked = Take(AddDevice(bob, bob, carol, withBob));
+    Take(Unlink(alice, bob, carol, linked));
+    EXPECT_TRUE(IsIn(carol)) << "alice has no say in that, though she founded the folder";
+
+    // The first device is the lost one.
+    const Seen unlinked = Take(Unlink(carol, bob, bob, linked));
+    EXPECT_FALSE(IsIn(bob));
+    EXPECT_TRUE(IsIn(carol));
+    EXPECT_EQ(NamesNow(), (Names{"alice", "bob"}));
+    Take(AddDevice(bob, bob, dave, unlinked));
+    Take(Unlink(bob, bob, carol, unlinked));
+    Take(Remove(bob, bob, unlinked));
+    EXPECT_FALSE(IsIn(dave));
+    EXPECT_TRUE(IsIn(carol));
+}
+
+TEST_F(MembershipTest, WithItsLastDeviceAMemberIsOut)
+{
+    const Seen withBob = Take(Add(alice, bob, "bob", founded));
+    Take(Unlink(bob, bob, bob, withBob));
+    EXPECT_EQ(NamesNow(), Names{"alice"});
+}
+
+TEST_F(MembershipTest, WhatAnUnlinkedDeviceSignedCountsAsFarAsThatHadSeenIt)
+{
+    const DeviceKeys phone, early, late;
+    const Seen withBob = Take(Add(alice, bob, "bob", founded));
+    const Seen linked = Take(AddDevice(bob, bob, phone, withBob));
+    const Seen seen = Take(AddDevice(phone, bob, early, linked));
+    Take(Unlink(bob, bob, phone, seen));
+    Take(AddDevice(phone, bob, late, linked));
+    Take(Add(phone, dave, "dave", linked));
+    Take(Remove(phone, bob, linked));
+    EXPECT_TRUE(IsIn(early));
+    EXPECT_FALSE(IsIn(phone));
+    EXPECT_FALSE(IsIn(late));
+    EXPECT_EQ(NamesNow(), (Names{"alice", "bob"}));
+}
+
+// Nobody else can tell which of them was stolen. Who knows the member adds him again by the one that wasn't.
+TEST_F(MembershipTest, TwoThatUnlinkEachOtherAreBothOutUntilOneIsAddedAgain)
+{
+    const Seen withBob = Take(Add(alice, bob, "bob", founded));
+    const Seen linked = Take(AddDevice(bob, bob, carol, withBob));
+    const Seen first = Take(Unlink(bob, bob, carol, linked));
+    const Seen second = Take(Unlink(carol, bob, bob, linked));
+    EXPECT_FALSE(IsIn(bob));
+    EXPECT_FALSE(IsIn(carol));
+    EXPECT_EQ(NamesNow(), Names{"alice"});
+    Take(Add(carol, carol, "bob", second));
+    EXPECT_FALSE(IsIn(carol)) << "who is out adds nobody";
+
+    Seen both = first;
+    both.insert(second.begin(), second.end());
+    const Seen again = Take(Add(alice, bob, "bob", both));
+    EXPECT_TRUE(IsIn(bob));
+    EXPECT_FALSE(IsIn(carol));
+    Take(AddDevice(bob, bob, dave, again));
+    EXPECT_TRUE(IsIn(dave));
+}
+
+TEST_F(MembershipTest, ADeviceMayBeLinkedTwiceAndOnceMoreWhenItWasUnlinked)
+{
+    const Seen withBob = Take(Add(alice, bob, "bob", founded));
+    const Seen one = Take(AddDevice(bob, bob, carol, withBob));
+    Take(AddDevice(bob, bob, dave, withBob));
+    Seen both = Take(AddDevice(bob, bob, carol, one));
+    EXPECT_EQ(membership.Members().at(bob.Signing()).devices.size(), 3U);
+    const Seen out = Take(Unlink(bob, bob, carol, one));
+    EXPECT_FALSE(IsIn(carol)) << "the second link hadn't seen that";
+    both.insert(out.begin(), out.end());
+    Take(AddDevice(bob, bob, carol, both));
+    EXPECT_TRUE(IsIn(carol));
+}
+
+TEST_F(MembershipTest, ALinkBesideTheMembersLeavingBringsNobodyBackUntilHeIsAddedAgain)
+{
+    const Seen withBob = Take(Add(alice, bob, "bob", founded));
+    Take(AddDevice(bob, bob, carol, withBob));
+    const Seen left = Take(Remove(bob, bob, withBob));
+    EXPECT_FALSE(IsIn(bob));
+    EXPECT_FALSE(IsIn(carol));
+    Take(Add(alice, bob, "bob", left));
+    EXPECT_TRUE(IsIn(bob));
+    EXPECT_TRUE(IsIn(carol));
+}
+
+// By one of two that are members of their own.
+TEST_F(MembershipTest, ADeviceThatIsAMemberOfItsOwnIsInAsLongAsEitherIs)
+{
+    Seen seen = Take(Add(alice, bob, "bob", founded));
+    seen = Take(Add(alice, carol, "carol", seen));
+    seen = Take(AddDevice(bob, bob, carol, seen));
+    Take(Remove(alice, carol, seen));
+    EXPECT_TRUE(IsIn(carol));
+    Take(Unlink(bob, bob, carol, seen));
+    EXPECT_FALSE(IsIn(carol));
+}
+
 // A name is what is shown; who a member is, his key tells.
 TEST_F(MembershipTest, AMemberUnderAnothersNameHasNoneOfHisRights)
 {
@@ -301,7 +445,15 @@ TEST_F(MembershipTest, AnEntryHasEachFieldWhereItMeansSomethingAlone)
     refused(wrong, alice);
     wrong = Entry(MembershipChange::kRemove, bob.Signing(), founded, "bob");
     refused(wrong, alice);
-    refused(Entry(MembershipChange::kDevice, bob.Signing(), founded), bob);
+    refused(Entry(MembershipChange::kLink, bob.Signing(), founded), bob);
+    refused(Entry(MembershipChange::kUnlink, bob.Signing(), founded), bob);
+    wrong = Entry(MembershipChange::kUnlink, bob.Signing(), founded);
+    wrong.device = carol.Signing();
+    wrong.agreement = AgreeToLink(carol, bob.Signing());
+    refused(wrong, bob);
+    wrong.change = MembershipChange::kLink;
+    wrong.name = "bob";
+    refused(wrong, bob);
     refused(Entry(MembershipChange::kFound, alice.Signing(), founded, "alice"), alice);
     refused(Entry(MembershipChange::kFound, alice.Signing(), {}, "alice"), bob);
 }
@@ -322,8 +474,12 @@ TEST_F(MembershipTest, TheOrderInWhichEntriesComeMakesNoDifference)
                 seen = here.Latest();
             const DeviceKeys& by = *people[random() % 4];
             const std::size_t whom = random() % 4;
-            const std::string entry =
-                random() % 3 ? Add(by, *people[whom], names[whom], seen) : Remove(by, *people[whom], seen);
+            const DeviceKeys &member = *people[random() % 4], &device = *people[whom];
+            const unsigned kind = random() % 6;
+            const std::string entry = kind < 3    ? Add(by, device, names[whom], seen)
+                                      : kind == 3 ? Remove(by, device, seen)
+                                      : kind == 4 ? AddDevice(by, member, device, seen)
+                                                  : Unlink(by, member, device, seen);
             if (here.Take(entry) == Taken::kNew)
                 ids.push_back(IdOfEntry(entry));
         }

@@ -11,6 +11,7 @@
 #include "host/exchange/acks.h"
 #include "host/exchange/card.h"
 #include "host/exchange/comparison.h"
+#include "host/exchange/device_link.h"
 #include "host/exchange/exchange_for_test.h"
 #include "host/exchange/membership_entry.h"
 
@@ -118,7 +119,7 @@ TEST_F(PageDumpsTest, Card)
         .Field(8, "serial number 1")
         .Field(32, "signing key")
         .Field(32, "sealing key");
-    dump.Field(1, "length of the name").Field(5, "alice").Field(1, "no vouchers").Field(64, "signature");
+    dump.Field(1, "length of the name").Field(5, "alice").Field(1, "no links").Field(64, "signature");
     ExpectOnThePage(dump);
 }
 
@@ -183,6 +184,23 @@ TEST_F(PageDumpsTest, MembershipChanges)
     second.Field(32, "whom: bob").Field(1, "length of the name").Field(3, "bob").Field(32, "no device");
     second.Field(1, "has seen one").Field(32, "the founding").Field(32, "by alice").Field(64, "signature");
     ExpectOnThePage(second);
+
+    const DeviceKeys desktop{std::string(32, 'd')};
+    MembershipEntry link;
+    link.change = MembershipChange::kLink;
+    link.folder = "{F}";
+    link.member = alice.Signing();
+    link.device = desktop.Signing();
+    link.agreement = AgreeToLink(desktop, alice.Signing());
+    link.seen = {IdOfEntry(founded)};
+    PageDump third(WriteMembershipEntry(alice, link));
+    third.Field(8, "QV3MEMB, version 1")
+        .Field(1, "links a device")
+        .Field(2, "length of the id")
+        .Field(3, "{F}");
+    third.Field(32, "whose: alice").Field(1, "no name").Field(32, "the device").Field(64, "it agrees");
+    third.Field(1, "has seen one").Field(32, "the founding").Field(32, "by alice").Field(64, "signature");
+    ExpectOnThePage(third);
 }
 
 // A folder of one item, and what lists its bucket.

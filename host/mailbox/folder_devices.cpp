@@ -103,6 +103,8 @@ std::string FolderDevices::MemberOfDevice(const std::string& device)
 std::string FolderDevices::NameFor(const FolderMember& member, const std::string& device)
 {
     constexpr std::size_t kDigits = 8;
+    if (member.devices.contains(keys_.Signing()))
+        return ownName_;
     for (const SigningKey& other : member.devices) {
         Statement select(database_, "SELECT member FROM device WHERE id = ?");
         if (select.Bind(1, TextOf(exchange::IdOf(other))).Step())

@@ -1,6 +1,7 @@
 #include "host/mailbox/membership_log.h"
 
 #include <algorithm>
+#include <set>
 
 #include "host/base/errors.h"
 #include "host/exchange/error.h"
@@ -111,20 +112,36 @@ void MembershipLog::SignRemoval(const KnownFolder& folder, const SigningKey& mem
     Sign(folder, std::move(entry));
 }
 
-std::optional<SigningKey> MembershipLog::OwnMember(const FolderMembers& members) const
+void MembershipLog::SignUnlinking(const KnownFolder& folder, const SigningKey& member,
+                                  const SigningKey& device)
 {
+    MembershipEntry entry;
+    entry.change = MembershipChange::kUnlink;
+    entry.member = member;
+    entry.device = device;
+    Sign(folder, std::move(entry));
+}
+
+std::vector<SigningKey> MembershipLog::OwnMembers(const FolderMembers& members) const
+{
+    std::vector<SigningKey> own;
     for (const auto& [key, member] : members)
         if (member.devices.contains(keys_.Signing()))
-            return key;
-    return std::nullopt;
+            own.push_back(key);
+    return own;
 }
 
 bool MembershipLog::HasSignedOff(const KnownFolder& folder)
 {
     const auto changes = Load(folder).Changes();
-    return std::any_of(changes.begin(), changes.end(), [this](const MembershipEntry& entry) {
-        return entry.change == MembershipChange::kRemove && entry.member == keys_.Signing() &&
-               entry.author == keys_.Signing();
+    std::set<SigningKey> own{keys_.Signing()};
+    for (const MembershipEntry& entry : changes)
+        if (entry.change == MembershipChange::kLink && entry.device == keys_.Signing())
+            own.insert(entry.member);
+    return std::any_of(changes.begin(), changes.end(), [&](const MembershipEntry& entry) {
+        const bool isEnd = entry.change == MembershipChange::kRemove ||
+                           (entry.change == MembershipChange::kUnlink && entry.device == keys_.Signing());
+        return isEnd && own.contains(entry.member) && entry.author == keys_.Signing();
     });
 }
 
@@ -132,7 +149,10 @@ bool MembershipLog::HasBeenIn(const KnownFolder& folder)
 {
     const auto changes = Load(folder).Changes();
     return std::any_of(changes.begin(), changes.end(), [this](const MembershipEntry& entry) {
-        return entry.member == keys_.Signing() && entry.change != MembershipChange::kRemove;
+        const bool isAdded =
+            entry.change == MembershipChange::kFound || entry.change == MembershipChange::kAdd;
+        return (isAdded && entry.member == keys_.Signing()) ||
+               (entry.change == MembershipChange::kLink && entry.device == keys_.Signing());
     });
 }
 

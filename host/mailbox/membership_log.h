@@ -4,8 +4,8 @@
 #define QUORVANE_HOST_MAILBOX_MEMBERSHIP_LOG_H_
 
 #include <map>
-#include <optional>
 #include <string>
+#include <vector>
 
 #include "host/base/sqlite.h"
 #include "host/exchange/membership.h"
@@ -33,9 +33,11 @@ public:
     // Signs a change and adds it. entry: its change, and whom it is about.
     void Sign(const KnownFolder& folder, exchange::MembershipEntry entry);
     void SignRemoval(const KnownFolder& folder, const exchange::SigningKey& member);
+    void SignUnlinking(const KnownFolder& folder, const exchange::SigningKey& member,
+                       const exchange::SigningKey& device);
 
-    // The member that this device belongs to, if it is one's.
-    std::optional<exchange::SigningKey> OwnMember(const exchange::FolderMembers& members) const;
+    // The members that this device belongs to: one, but where it was added and linked.
+    std::vector<exchange::SigningKey> OwnMembers(const exchange::FolderMembers& members) const;
     // Whether this device took itself out.
     bool HasSignedOff(const KnownFolder& folder);
     // Whether this device was let in once.

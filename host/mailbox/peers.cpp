@@ -4,6 +4,7 @@
 
 #include "host/base/errors.h"
 #include "host/base/output.h"
+#include "host/exchange/device_link.h"
 #include "host/exchange/error.h"
 #include "host/mailbox/device.h"
 #include "host/mailbox/records.h"
@@ -270,13 +271,44 @@ void Peers::Pin(const exchange::Card& card, const std::string& bytes, const std:
         .Bind(5, Signed(FileTimeNow()))
         .Run();
     Statement(database_, "DELETE FROM stranger WHERE device = ?").Bind(1, id).Run();
-    if (isOneMore || wasElsewhere) {
+    if ((isOneMore || wasElsewhere) && member != OwnName()) {
         OweAll(member, true);
         WishAgain(member);
     }
     Statement(database_, "DELETE FROM dropped WHERE device = ?").Bind(1, id).Run();
     TellAgain(id);
     transaction.Commit();
+}
+
+void Peers::Link(const exchange::Card& card, const std::string& bytes)
+{
+    const std::vector<Peer> own = OfMember(OwnName());
+    const auto others = std::count_if(own.begin(), own.end(), [&](const Peer& peer) {
+        return peer.IsPinnedByUser() && peer.id != card.Id();
+    });
+    if (static_cast<std::size_t>(others) >= exchange::kMostLinks)
+        Fail("link the device", exchange::TextOf(card.Id()), "so many are linked already");
+    Pin(card, bytes, OwnName(), "linked");
+    database_.Execute("UPDATE mailbox SET card_serial = card_serial + 1");
+}
+
+std::vector<exchange::CardLink> Peers::OwnLinks(const exchange::DeviceKeys& keys)
+{
+    std::vector<exchange::CardLink> links;
+    for (const Peer& peer : OfMember(OwnName()))
+        if (peer.IsPinnedByUser() && peer.card)
+            links.push_back({peer.card->signing, AgreeToLink(keys, peer.card->signing)});
+    return links;
+}
+
+std::uint64_t Peers::CardSerial()
+{
+    return static_cast<std::uint64_t>(OwnNumber(database_, "SELECT card_serial FROM mailbox"));
+}
+
+std::string Peers::OwnName()
+{
+    return OwnText(database_, "SELECT name FROM mailbox");
 }
 
 // Devices of his that aren't members' of his folders yet are to be.
@@ -314,7 +346,9 @@ void Peers::Drop(const exchange::DeviceId& id)
     Statement(database_, "INSERT OR IGNORE INTO dropped (device) VALUES (?)")
         .Bind(1, exchange::TextOf(id))
         .Run();
-    if (OfMember(peer->member).empty()) {
+    if (peer->member == OwnName()) {
+        database_.Execute("UPDATE mailbox SET card_serial = card_serial + 1");
+    } else if (OfMember(peer->member).empty()) {
         OweAll(peer->member, false);
         WishAgain(peer->member);
         Statement(database_, "UPDATE member SET announced = 0 WHERE name = ?").Bind(1, peer->member).Run();

@@ -101,6 +101,15 @@ public:
     // into all of them. Throws a HostError when there are too many.
     void Pin(const exchange::Card& card, const std::string& bytes, const std::string& member,
              const std::string& how);
+    // The user says that it is another device of this mailbox's own member. Throws a HostError when there are
+    // too many.
+    void Link(const exchange::Card& card, const std::string& bytes);
+    // Those whom this device agrees to be linked by, for its card.
+    std::vector<exchange::CardLink> OwnLinks(const exchange::DeviceKeys& keys);
+    // The number of this device's card, which rises when what is on it changes.
+    std::uint64_t CardSerial();
+    std::string OwnName();
+
     // Forgets a device, whatever members of folders say of it. A member without any waits for one, and is
     // then sent everything.
     void Drop(const exchange::DeviceId& id);

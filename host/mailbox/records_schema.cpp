@@ -222,9 +222,14 @@ ALTER TABLE member DROP COLUMN told;
 ALTER TABLE member DROP COLUMN due;
 )sql";
 
+// From version 6 on: a device's card changes when another one of its member is linked.
+constexpr char kUpgradeFrom6[] = R"sql(
+ALTER TABLE mailbox ADD COLUMN card_serial INTEGER NOT NULL DEFAULT 1;
+)sql";
+
 // Each brings the records from the version that is its place, counted from 1, to the next.
-constexpr const char* kUpgrades[] = {kUpgradeFrom1, kUpgradeFrom2, kUpgradeFrom3, kUpgradeFrom4,
-                                     kUpgradeFrom5};
+constexpr const char* kUpgrades[] = {kUpgradeFrom1, kUpgradeFrom2, kUpgradeFrom3,
+                                     kUpgradeFrom4, kUpgradeFrom5, kUpgradeFrom6};
 static_assert(std::size(kUpgrades) + 1 == Records::kVersion);
 
 }  // namespace

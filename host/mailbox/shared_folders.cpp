@@ -248,14 +248,100 @@ void SharedFolders::LetIn(const KnownFolder& folder, const SigningKey& key, cons
     devices_.SetDue(folder, exchange::IdOf(key));
 }
 
+// Whose link says so already, or said so until the device was taken out, isn't linked by itself.
+bool SharedFolders::Link(const KnownFolder& folder, const exchange::Card& device, bool evenAgain)
+{
+    const auto agreement = AgreementIn(device, keys_.Signing());
+    const auto own = log_.OwnMembers(log_.Load(folder).Members());
+    const auto changes = log_.Load(folder).Changes();
+    const bool wasIn = std::any_of(changes.begin(), changes.end(), [&](const MembershipEntry& entry) {
+        return entry.device == device.signing;
+    });
+    if (!agreement || own.empty() || (wasIn && !evenAgain))
+        return false;
+    MembershipEntry entry;
+    entry.change = MembershipChange::kLink;
+    entry.member = own.front();
+    entry.device = device.signing;
+    entry.agreement = *agreement;
+    log_.Sign(folder, std::move(entry));
+    devices_.RefreshDevices(folder, log_.Load(folder).Members());
+    devices_.TellThoseWhoHave(folder);
+    devices_.SetDue(folder, device.Id());
+    return true;
+}
+
+std::size_t SharedFolders::LinkOwnDevices(const DeviceId& named)
+{
+    std::vector<std::pair<std::string, exchange::Card>> missing;
+    Statement select(
+        database_,
+        "SELECT folder_id, device.id, card FROM folder, device WHERE state = 1 AND member = ? AND "
+        "introducer = '' AND card <> '' AND NOT EXISTS (SELECT 1 FROM folder_device WHERE "
+        "folder_device.founding = folder.founding AND device = device.id AND is_in = 1)");
+    select.Bind(1, ownName_);
+    while (select.Step()) {
+        const auto id = exchange::ParseDeviceId(select.Text(1));
+        const Bytes card = FromHex(select.Text(2));
+        if (id)
+            missing.emplace_back(select.Text(0),
+                                 exchange::ReadCard(std::string(card.begin(), card.end()), *id));
+    }
+    select.Reset();
+    if (missing.empty())
+        return 0;
+    std::size_t count = 0;
+    Work work(*this);
+    for (const auto& [folderId, card] : missing) {
+        const KnownFolder folder = Here(folderId);
+        if (!Link(folder, card, card.Id() == named))
+            continue;
+        Refresh(folder);
+        ++count;
+    }
+    work.Commit();
+    return count;
+}
+
+SharedFolders::Unlinked SharedFolders::UnlinkDevice(const DeviceId& device)
+{
+    Unlinked done;
+    Work work(*this);
+    for (const KnownFolder& folder : Select("WHERE state = 1 AND ?1 = ''", {})) {
+        const FolderMembers before = log_.Load(folder).Members();
+        bool wasIn = false;
+        for (const SigningKey& own : log_.OwnMembers(before))
+            for (const SigningKey& key : before.at(own).devices)
+                if (exchange::IdOf(key) == device) {
+                    log_.SignUnlinking(folder, own, key);
+                    wasIn = true;
+                }
+        Refresh(folder);
+        if (wasIn)
+            devices_.TellThoseWhoHave(folder);
+        if (IsDeviceOfFolder(folder.folderId, device))
+            done.stillIn.push_back(folder.name);
+        else if (wasIn)
+            done.folders.push_back(folder.name);
+    }
+    work.Commit();
+    return done;
+}
+
+// Any device of the founder's may do what he may.
 bool SharedFolders::IsFounder(const std::string& folderId)
 {
-    return log_.Load(Here(folderId)).Changes().front().author == keys_.Signing();
+    const Membership& membership = log_.Load(Here(folderId));
+    const auto own = log_.OwnMembers(membership.Members());
+    return std::find(own.begin(), own.end(), membership.Changes().front().member) != own.end();
 }
 
 std::size_t SharedFolders::Remove(const std::string& folderId, const std::string& member)
 {
     const KnownFolder folder = Here(folderId);
+    if (member == ownName_)
+        Fail("take '" + member + "' out of", folder.name,
+             "that is this mailbox's own member; 'quorvane members unlink' takes one of its devices out");
     if (!IsFounder(folderId))
         Fail("take '" + member + "' out of", folder.name,
              "only '" + log_.Load(folder).Changes().front().name + "', who founded it, can");
@@ -291,8 +377,12 @@ void SharedFolders::Leave(const std::string& folderId)
 
 void SharedFolders::SignOff(const KnownFolder& folder)
 {
-    if (const auto own = log_.OwnMember(log_.Load(folder).Members()))
-        log_.SignRemoval(folder, *own);
+    const FolderMembers members = log_.Load(folder).Members();
+    for (const SigningKey& own : log_.OwnMembers(members))
+        if (members.at(own).devices.size() == 1)
+            log_.SignRemoval(folder, own);
+        else
+            log_.SignUnlinking(folder, own, keys_.Signing());
     devices_.TellAll(folder);
 }
 
@@ -305,11 +395,11 @@ void SharedFolders::Dissolve(const std::string& folderId)
     Work work(*this);
     devices_.TellAll(folder);
     const FolderMembers members = log_.Load(folder).Members();
-    const auto own = log_.OwnMember(members);
     for (const auto& [key, member] : members)
-        if (key != own)
+        if (!member.devices.contains(keys_.Signing()))
             log_.SignRemoval(folder, key);
-    SignOff(folder);
+    for (const SigningKey& own : log_.OwnMembers(members))
+        log_.SignRemoval(folder, own);
     EndHere(folder, State::kLeft);
     work.Commit();
 }
@@ -484,7 +574,7 @@ void SharedFolders::HearOf(const KnownFolder& folder, const Peer& from, const Fo
 void SharedFolders::JudgeOwnPart(const KnownFolder& folder, const Peer& from, const FolderNote& note,
                                  const FolderMembers& members)
 {
-    const bool isIn = log_.OwnMember(members).has_value();
+    const bool isIn = !log_.OwnMembers(members).empty();
     if (folder.state == State::kHere && isIn) {
         Refresh(folder, from.member);
         return;

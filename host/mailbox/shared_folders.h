@@ -49,10 +49,21 @@ public:
     // Brings everything up to what is known of devices.
     void Settle();
 
+    // Lets other devices of this member, which the user has linked and which agree to it, into folders that
+    // are shared here and that they weren't in before. named: this one also into those that it was in; zeros
+    // for none. Gives how many folders it was.
+    std::size_t LinkOwnDevices(const exchange::DeviceId& named = {});
+    // Takes another device of this member out of all folders.
+    struct Unlinked {
+        std::vector<std::string> folders;  // it was taken out of, by their names
+        std::vector<std::string> stillIn;  // where somebody has added it as a member of its own
+    };
+    Unlinked UnlinkDevice(const exchange::DeviceId& device);
+
     // Takes a member out; the founder alone may. Gives how many of his devices were members.
     std::size_t Remove(const std::string& folderId, const std::string& member);
     bool IsFounder(const std::string& folderId);
-    // This mailbox takes part no more. The folder stays as it is.
+    // This mailbox takes part no more; other devices of its member do. The folder stays as it is.
     void Leave(const std::string& folderId);
     // The same, after everybody else was taken out.
     void Dissolve(const std::string& folderId);
@@ -103,6 +114,7 @@ private:
     void SettleWishes();
     std::vector<exchange::SigningKey> PinnedKeysOf(const std::string& member);
     void LetIn(const KnownFolder& folder, const exchange::SigningKey& key, const std::string& name);
+    bool Link(const KnownFolder& folder, const exchange::Card& device, bool evenAgain);
     void Refresh(const KnownFolder& folder, const std::string& teller = {});
     void NoteJoined(const std::string& founding, const Share& share);
     void EndHere(const KnownFolder& folder, KnownFolder::State state);

@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "host/base/errors.h"
+#include "host/exchange/device_link.h"
 #include "host/exchange/error.h"
 #include "host/mailbox/records_for_test.h"
 #include "host/mailbox/refusals.h"
@@ -19,8 +20,8 @@ using Names = std::vector<std::string>;
 
 // A mailbox's records, and what it would seal into packages.
 struct Someone {
-    Someone(const test::TestDirectory& directory, const std::string& who)
-        : name(who), path(MakeTables((directory / (who + ".db")).string(), who))
+    Someone(const test::TestDirectory& directory, const std::string& who, const std::string& member = {})
+        : name(member.empty() ? who : member), path(MakeTables((directory / (who + ".db")).string(), name))
     {}
     void Pin(const Someone& other)
     {
@@ -62,9 +63,20 @@ protected:
     }
 
     // What is to be told reaches those whom it is for, until nothing is.
-    void Tell()
+    void Tell() { TellAmong({&alice, &bob, &carol, &dave}); }
+    // The users of two devices of one member say so on each.
+    static void LinkEach(Someone& one, Someone& other)
     {
-        const std::vector<Someone*> all{&alice, &bob, &carol, &dave};
+        const auto link = [](Someone& by, Someone& whom) {
+            const std::string card = exchange::WriteCard(
+                whom.keys, whom.name, 2, {{by.keys.Signing(), AgreeToLink(whom.keys, by.keys.Signing())}});
+            by.peers.Link(exchange::ReadCard(card, whom.keys.Id()), card);
+        };
+        link(one, other);
+        link(other, one);
+    }
+    void TellAmong(const std::vector<Someone*>& all)
+    {
         for (bool any = true; any;) {
             any = false;
             for (Someone* from : all) {
@@ -366,6 +378,88 @@ TEST_F(SharedFoldersTest, WhatAnotherProcessSignedCounts)
     Tell();
     EXPECT_EQ(dave.folders.Invitations().size(), 1U);
     EXPECT_EQ(refused, 0);
+}
+
+// A device of alice's own, which the user of each of the two has linked.
+TEST_F(SharedFoldersTest, ALinkedDeviceIsLetInByItselfAndKnownToOthersByItsMembersName)
+{
+    Share({&bob});
+    Someone desk{directory, "desk", "alice"};
+    LinkEach(alice, desk);
+    EXPECT_EQ(alice.folders.LinkOwnDevices(), 1U);
+    EXPECT_EQ(alice.folders.LinkOwnDevices(), 0U);
+    TellAmong({&alice, &bob, &desk});
+
+    ASSERT_EQ(desk.folders.Invitations().size(), 1U);
+    Accept(desk);
+    TellAmong({&alice, &bob, &desk});
+    EXPECT_EQ(bob.peers.Find(desk.keys.Id()).value().member, "alice");
+    EXPECT_TRUE(bob.LetsTouch(desk));
+    EXPECT_TRUE(bob.records.MayGet("{F}", exchange::TextOf(desk.keys.Id())));
+    EXPECT_TRUE(desk.records.MayGet("{F}", exchange::TextOf(bob.keys.Id())));
+    EXPECT_EQ(bob.Members(true), Names{"alice"});
+    EXPECT_TRUE(desk.folders.IsFounder("{F}"));
+    EXPECT_EQ(refused, 0);
+}
+
+TEST_F(SharedFoldersTest, ADeviceThatDoesntAgreeIsntLinked)
+{
+    Someone desk{directory, "desk", "alice"};
+    const std::string card = exchange::WriteCard(desk.keys, "alice", 1);
+    alice.peers.Link(exchange::ReadCard(card, desk.keys.Id()), card);
+    EXPECT_EQ(alice.folders.LinkOwnDevices(desk.keys.Id()), 0U);
+    EXPECT_FALSE(alice.LetsTouch(desk));
+}
+
+TEST_F(SharedFoldersTest, AnUnlinkedDeviceIsOutAndLinkedAgainWhereTheUserSaysSoAlone)
+{
+    Share({&bob});
+    Someone desk{directory, "desk", "alice"};
+    LinkEach(alice, desk);
+    alice.folders.LinkOwnDevices();
+    TellAmong({&alice, &bob, &desk});
+    Accept(desk);
+    TellAmong({&alice, &bob, &desk});
+
+    desk.folders.Leave("{F}");
+    TellAmong({&alice, &bob, &desk});
+    EXPECT_EQ(desk.StateOf(), State::kLeft);
+    EXPECT_EQ(alice.StateOf(), State::kHere);
+    EXPECT_FALSE(bob.LetsTouch(desk));
+    EXPECT_TRUE(bob.LetsTouch(alice));
+    EXPECT_EQ(alice.folders.LinkOwnDevices(), 0U);
+    EXPECT_EQ(alice.folders.LinkOwnDevices(desk.keys.Id()), 1U);
+    TellAmong({&alice, &bob, &desk});
+    Accept(desk);
+    TellAmong({&alice, &bob, &desk});
+    EXPECT_TRUE(bob.LetsTouch(desk));
+
+    const SharedFolders::Unlinked done = alice.folders.UnlinkDevice(desk.keys.Id());
+    EXPECT_EQ(done.folders, Names{"Shared"});
+    EXPECT_TRUE(done.stillIn.empty());
+    TellAmong({&alice, &bob, &desk});
+    EXPECT_FALSE(bob.LetsTouch(desk));
+    EXPECT_TRUE(bob.LetsTouch(alice));
+}
+
+TEST_F(SharedFoldersTest, ADeviceThatSomebodyAddedByItselfIsNamedWhenItIsUnlinked)
+{
+    Someone desk{directory, "desk", "alice"};
+    Share({&bob});
+    bob.Pin(desk);
+    desk.Pin(bob);
+    bob.folders.Invite("{F}", "alice");
+    TellAmong({&alice, &bob, &desk});
+    LinkEach(alice, desk);
+    EXPECT_TRUE(alice.LetsTouch(desk)) << "bob has added it";
+    const SharedFolders::Unlinked done = alice.folders.UnlinkDevice(desk.keys.Id());
+    EXPECT_TRUE(done.folders.empty());
+    EXPECT_EQ(done.stillIn, Names{"Shared"});
+}
+
+TEST_F(SharedFoldersTest, NobodyTakesHisOwnMemberOut)
+{
+    EXPECT_THROW(alice.folders.Remove("{F}", "alice"), HostError);
 }
 
 }  // namespace

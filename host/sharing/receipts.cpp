@@ -155,20 +155,33 @@ void Receipts::KeepOwnNotes(Transport& transport)
     hasBegun_ = false;
 }
 
+// Of another device of this mailbox's own member, the one by which it agrees to be linked.
+bool Receipts::IsCardAwaited(const Transport& transport, const Peer& peer) const
+{
+    if (!peer.card)
+        return true;
+    return peer.member == name_ && peer.IsPinnedByUser() &&
+           !exchange::AgreementIn(*peer.card, transport.keys.Signing());
+}
+
 void Receipts::LookForCards(Transport& transport)
 {
     for (const Peer& peer : transport.peers.All()) {
-        if (peer.card)
+        if (!IsCardAwaited(transport, peer))
             continue;
         try {
             const auto bytes =
                 transport.place.Read(peer.id, exchange::Place::Note::kCard, exchange::kLongestCard);
-            if (bytes)
-                transport.peers.NoteCard(exchange::ReadCard(*bytes, peer.id), *bytes);
+            if (!bytes)
+                continue;
+            const exchange::Card card = exchange::ReadCard(*bytes, peer.id);
+            if (!peer.card || card.serial > peer.card->serial)
+                transport.peers.NoteCard(card, *bytes);
         } catch (const exchange::Error& error) {
             Report("refused the card of a device of '" + peer.member + "': " + error.what());
         }
     }
+    transport.folders.LinkOwnDevices();
 }
 
 // Empty when it has no card.

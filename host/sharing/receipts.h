@@ -59,6 +59,7 @@ private:
     bool IsPastOwn(Transport& transport, const Peer& peer, const exchange::Acks& acks);
     void Hear(Transport& transport, const Peer& peer, Heard& heard);
     void KeepOwnNotes(Transport& transport);
+    bool IsCardAwaited(const Transport& transport, const Peer& peer) const;
     void LookForCards(Transport& transport);
     void LookForStrangers(Transport& transport);
     std::optional<Stranger> StrangerAt(Transport& transport, const exchange::DeviceId& device);

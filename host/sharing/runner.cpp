@@ -238,7 +238,9 @@ void Runner::AnswerInvitations()
         const auto id = exchange::ParseDeviceId(invitation.inviter);
         const auto peer = id ? transport_.peers.Find(*id) : std::nullopt;
         const std::string member = peer ? peer->member : "a member who was forgotten";
-        if (!peer || !peer->IsPinnedByUser() || !options_.acceptFrom.contains(member)) {
+        // By linking another device of his the user has said that he wants what it has.
+        const bool isWanted = member == mailbox_.Name() || options_.acceptFrom.contains(member);
+        if (!peer || !peer->IsPinnedByUser() || !isWanted) {
             Say(member + " shares '" + invitation.name + "': 'quorvane accept MAILBOX " + invitation.Id() +
                 "' takes part, 'decline' doesn't");
             continue;

@@ -27,8 +27,6 @@ private:
     std::filesystem::path path_;
 };
 
-constexpr std::uint64_t kCardSerial = 1;
-
 }  // namespace
 
 std::unique_ptr<exchange::OutsideFile> OpenOwnFile(const std::filesystem::path& path)
@@ -57,9 +55,10 @@ void LaySealed(Transport& transport, const NumberedPackage& package,
     transport.place.Put(package.sequence, *OpenOwnFile(aside));
 }
 
-void PublishCard(const Transport& transport, const std::string& name)
+void PublishCard(Transport& transport, const std::string& name)
 {
-    const std::string card = exchange::WriteCard(transport.keys, name, kCardSerial);
+    const std::string card = exchange::WriteCard(transport.keys, name, transport.peers.CardSerial(),
+                                                 transport.peers.OwnLinks(transport.keys));
     std::optional<std::string> lying;
     try {
         lying =

@@ -46,7 +46,7 @@ void LaySealed(Transport& transport, const NumberedPackage& package,
                const std::vector<exchange::Receiver>& receivers, const std::filesystem::path& clear);
 
 // Lays the device's card into the exchange, unless it lies there as it is to be.
-void PublishCard(const Transport& transport, const std::string& name);
+void PublishCard(Transport& transport, const std::string& name);
 
 }  // namespace quorvane::host
 
