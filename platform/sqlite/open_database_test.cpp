@@ -4,6 +4,7 @@
 #include <sqlite3.h>
 
 #include <filesystem>
+#include <fstream>
 #include <memory>
 #include <set>
 #include <string>
@@ -127,15 +128,17 @@ TEST_F(OpenDatabaseTest, WhereItCanBeWrittenItIsOpenedTheUsualWay)
     EXPECT_EQ(Rows(Open("closed")), (std::vector{1, 2, 4}));
 }
 
-// An index that can't be made stands for a disk where nothing can.
-TEST_F(OpenDatabaseTest, WithoutAnIndexOfItsLogADatabaseIsOpenedAtRest)
+// A log that can't be opened, and an index: somebody works on it.
+TEST_F(OpenDatabaseTest, WhatSomebodyElseHasOpenIsntOpenedAtRest)
 {
-    MakeKilled("killed");
-    std::filesystem::create_directory(directory_ / "killed-shm");
-    const Connection database = Open("killed");
-    EXPECT_EQ(Rows(database), (std::vector{1, 2, 3}));
-    EXPECT_EQ(sqlite3_exec(database.get(), "INSERT INTO t VALUES (4)", nullptr, nullptr, nullptr),
-              SQLITE_READONLY);
+    MakeClosed("closed");
+    std::filesystem::create_directory(directory_ / "closed-wal");
+    EXPECT_EQ(Rows(Open("closed")), (std::vector{1, 2}));
+    std::ofstream(directory_ / "closed-shm", std::ios::binary) << std::string(64 * 1024, '\0');
+    sqlite3* database = nullptr;
+    EXPECT_EQ(OpenDatabase(PathOf("closed").c_str(), SQLITE_OPEN_READWRITE, kNoPatience, database),
+              SQLITE_CANTOPEN);
+    sqlite3_close_v2(database);
 }
 
 TEST_F(OpenDatabaseTest, WhatIsNoDatabaseOrIsntThereIsToldAsUsual)
