@@ -2,6 +2,8 @@
 
 #include <sqlite3.h>
 
+#include <utility>
+
 #include "host/base/errors.h"
 #include "platform/sqlite/open_database.h"
 
@@ -90,18 +92,33 @@ int Database::Changes() const noexcept
     return sqlite3_changes(handle_.get());
 }
 
-void Statement::Finalize::operator()(sqlite3_stmt* handle) const noexcept
+void FinalizeStatement::operator()(sqlite3_stmt* handle) const noexcept
 {
     sqlite3_finalize(handle);
 }
 
-Statement::Statement(Database& database, const char* sql) : database_(database)
+// The places in the map stay where they are while it grows.
+Statement::Statement(Database& database, const char* sql)
+    : database_(database), home_(&database.statements_[sql]), handle_(std::move(*home_))
 {
+    if (handle_)
+        return;
     sqlite3_stmt* handle = nullptr;
-    const int code = sqlite3_prepare_v2(database.handle_.get(), sql, -1, &handle, nullptr);
+    const int code =
+        sqlite3_prepare_v3(database.handle_.get(), sql, -1, SQLITE_PREPARE_PERSISTENT, &handle, nullptr);
     handle_.reset(handle);
     if (code != SQLITE_OK)
         database_.Fail("use the database");
+}
+
+// Of two that ran the same text at once the second goes.
+Statement::~Statement()
+{
+    if (!handle_)
+        return;
+    Reset();
+    if (!*home_)
+        *home_ = std::move(handle_);
 }
 
 Statement& Statement::Bind(int index, std::string_view text)

@@ -7,13 +7,20 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 
 struct sqlite3;
 struct sqlite3_stmt;
 
 namespace quorvane::host {
 
-// One connection. Every failure throws a HostError that names the file. For one thread at a time.
+struct FinalizeStatement {
+    void operator()(sqlite3_stmt* handle) const noexcept;
+};
+using StatementHandle = std::unique_ptr<sqlite3_stmt, FinalizeStatement>;
+
+// One connection. Every failure throws a HostError that names the file. For one thread at a time. It keeps
+// the statements that were prepared on it, for as long as it is open.
 class Database {
 public:
     enum class Mode { kOpen, kCreate, kReadOnly };
@@ -42,12 +49,18 @@ private:
 
     std::string path_;
     std::unique_ptr<sqlite3, Close> handle_;
+    // By their texts, while none of them runs; they go before the connection.
+    std::unordered_map<std::string, StatementHandle> statements_;
 };
 
-// A prepared statement with its parameters, counted from 1, and the columns of its present row, from 0.
+// A prepared statement with its parameters, counted from 1, and the columns of its present row, from 0. It
+// ends before its database does, and its text is one of a few.
 class Statement {
 public:
     Statement(Database& database, const char* sql);
+    Statement(Statement&&) noexcept = default;
+    Statement& operator=(Statement&&) = delete;
+    ~Statement();
 
     Statement& Bind(int index, std::string_view text);
     Statement& Bind(int index, std::int64_t number);
@@ -65,11 +78,9 @@ public:
     bool IsNull(int column) const;
 
 private:
-    struct Finalize {
-        void operator()(sqlite3_stmt* handle) const noexcept;
-    };
     Database& database_;
-    std::unique_ptr<sqlite3_stmt, Finalize> handle_;
+    StatementHandle* home_;  // where it goes when it is done with
+    StatementHandle handle_;
 };
 
 // A transaction that takes the write lock at once and is undone unless committed.
