@@ -1,12 +1,32 @@
 #include "platform/cfb/storage_stream.h"
 
 #include <algorithm>
-#include <vector>
+#include <array>
+#include <memory>
+#include <new>
 
 namespace quorvane::cfb {
 namespace {
 
-constexpr std::size_t kCopiedAtOnce = 65536;
+// Most streams are short: they cost no memory of their own, and none is cleared for them.
+class CopyBuffer {
+public:
+    BYTE* Data() noexcept { return large_ ? large_.get() : small_.data(); }
+    std::size_t Size() const noexcept { return large_ ? kLarge : kSmall; }
+    // For what follows the first piece. Where there is no memory the pieces stay small.
+    void Grow() noexcept
+    {
+        if (!large_)
+            large_.reset(new (std::nothrow) BYTE[kLarge]);
+    }
+
+private:
+    static constexpr std::size_t kSmall = 4096;
+    static constexpr std::size_t kLarge = 65536;
+
+    std::array<BYTE, kSmall> small_;
+    std::unique_ptr<BYTE[]> large_;
+};
 
 }  // namespace
 
@@ -83,25 +103,22 @@ HRESULT CStorageStream::CopyTo(IStream* target, ULARGE_INTEGER count, ULARGE_INT
     ULONGLONG left = count.QuadPart;
     ULONGLONG copied[2] = {};
     HRESULT hr = S_OK;
-    std::vector<BYTE> buffer;
-    try {
-        buffer.resize(kCopiedAtOnce);
-    } catch (const std::bad_alloc&) {
-        hr = E_OUTOFMEMORY;
-    }
+    CopyBuffer buffer;
     // Not under the file's lock: the target may be anybody's.
     while (SUCCEEDED(hr) && left > 0) {
         ULONG got = 0;
         ULONG put = 0;
-        hr = Read(buffer.data(), static_cast<ULONG>(std::min<ULONGLONG>(left, kCopiedAtOnce)), &got);
+        hr = Read(buffer.Data(), static_cast<ULONG>(std::min<ULONGLONG>(left, buffer.Size())), &got);
         if (FAILED(hr) || got == 0)
             break;
-        hr = target->Write(buffer.data(), got, &put);
+        hr = target->Write(buffer.Data(), got, &put);
         copied[0] += got;
         copied[1] += put;
         left -= got;
         if (SUCCEEDED(hr) && put < got)
             hr = STG_E_MEDIUMFULL;
+        if (got == buffer.Size())
+            buffer.Grow();
     }
     if (read)
         read->QuadPart = copied[0];
