@@ -42,6 +42,15 @@ char32_t NextUtf8(std::string_view bytes, std::size_t& at) noexcept
     return kInvalid;
 }
 
+// How many characters from `at` on are ASCII and no zeros: most of most mails.
+std::size_t PlainRun(std::string_view bytes, std::size_t at) noexcept
+{
+    std::size_t end = at;
+    while (end < bytes.size() && static_cast<unsigned char>(bytes[end] - 1) < 0x7F)
+        ++end;
+    return end - at;
+}
+
 char AsciiLower(char c) noexcept
 {
     return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c;
@@ -77,7 +86,7 @@ void AppendUtf8(std::string& text, char32_t character)
 
 bool IsUtf8(std::string_view bytes) noexcept
 {
-    for (std::size_t at = 0; at < bytes.size();) {
+    for (std::size_t at = PlainRun(bytes, 0); at < bytes.size(); at += PlainRun(bytes, at)) {
         if (NextUtf8(bytes, at) == kInvalid)
             return false;
     }
@@ -88,18 +97,27 @@ std::string CleanUtf8(std::string_view bytes)
 {
     std::string clean;
     clean.reserve(bytes.size());
-    for (std::size_t at = 0; at < bytes.size();) {
+    for (std::size_t at = 0;;) {
+        const std::size_t plain = PlainRun(bytes, at);
+        clean.append(bytes, at, plain);
+        at += plain;
+        if (at == bytes.size())
+            return clean;
         const char32_t character = NextUtf8(bytes, at);
         AppendUtf8(clean, character == kInvalid || character == 0 ? kReplacement : character);
     }
-    return clean;
 }
 
 void Utf8Cleaner::Put(std::string_view piece, std::string& clean)
 {
     held_.append(piece);
     std::size_t at = 0;
-    while (held_.size() - at >= kLongestCharacter) {
+    for (;;) {
+        const std::size_t plain = PlainRun(held_, at);
+        clean.append(held_, at, plain);
+        at += plain;
+        if (held_.size() - at < kLongestCharacter)
+            break;
         const char32_t character = NextUtf8(held_, at);
         AppendUtf8(clean, character == kInvalid || character == 0 ? kReplacement : character);
     }
@@ -127,7 +145,13 @@ OleString WideFromUtf8(std::string_view text)
 {
     OleString wide;
     wide.reserve(text.size());
-    for (std::size_t at = 0; at < text.size();) {
+    for (std::size_t at = 0;;) {
+        const std::size_t plain = PlainRun(text, at);
+        wide.append(text.begin() + static_cast<std::ptrdiff_t>(at),
+                    text.begin() + static_cast<std::ptrdiff_t>(at + plain));
+        at += plain;
+        if (at == text.size())
+            return wide;
         char32_t character = NextUtf8(text, at);
         if (character == kInvalid || character == 0)
             character = kReplacement;
@@ -138,7 +162,6 @@ OleString WideFromUtf8(std::string_view text)
             wide.push_back(static_cast<OLECHAR>(0xDC00 + ((character - 0x10000) & 0x3FF)));
         }
     }
-    return wide;
 }
 
 std::string Utf8FromWide(OleStringView text)
@@ -152,6 +175,8 @@ std::string Utf8FromWide(OleStringView text)
         if (paired) {
             AppendUtf8(narrow, 0x10000 + ((unit - 0xD800) << 10) + (char32_t{text[at + 1]} - 0xDC00));
             ++at;
+        } else if (unit < 0x80) {
+            narrow.push_back(static_cast<char>(unit));
         } else {
             AppendUtf8(narrow, unit);
         }

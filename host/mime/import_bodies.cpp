@@ -21,11 +21,18 @@ std::string TypeParameter(GMimePart* part, const char* name)
 
 void AppendWithCrlf(std::string_view text, char& before, std::string& result)
 {
-    for (const char c : text) {
-        if (c == '\n' && before != '\r')
+    while (!text.empty()) {
+        const std::size_t end = text.find('\n');
+        const std::string_view line = text.substr(0, end);
+        result.append(line);
+        before = line.empty() ? before : line.back();
+        if (end == std::string_view::npos)
+            return;
+        if (before != '\r')
             result.push_back('\r');
-        result.push_back(c);
-        before = c;
+        result.push_back('\n');
+        before = '\n';
+        text.remove_prefix(end + 1);
     }
 }
 
