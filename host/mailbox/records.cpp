@@ -344,6 +344,15 @@ void Records::PutItem(const ItemRecord& item)
     }
 }
 
+void Records::PutItems(const std::vector<ItemRecord>& items)
+{
+    const Durable durable(*this);
+    Transaction transaction(database_);
+    for (const ItemRecord& item : items)
+        WriteItem(item);
+    transaction.Commit();
+}
+
 void Records::WriteItem(const ItemRecord& item)
 {
     Statement(database_,

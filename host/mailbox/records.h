@@ -127,6 +127,8 @@ public:
     std::optional<ItemRecord> FindItem(const std::string& id);
     std::vector<ItemRecord> ItemsOf(const std::string& folderId);
     void PutItem(const ItemRecord& item);
+    // Notes all of them or none, and has that on the disk.
+    void PutItems(const std::vector<ItemRecord>& items);
     // Notes the modification time of the message that holds an item's present version, which so is here.
     void SetModified(const std::string& id, std::uint64_t modified);
     // Those with edits that are beaten by others that hadn't seen them.

@@ -213,11 +213,10 @@ HRESULT Addin::OnItemDeleted(IItem* item, bool& ignore)
         ignore = true;
         return item->put_ID(BstrOf(kNoItem).Get());
     }
-    const ItemRecord record = versions_.Deleted(id, folderId);
+    const ItemRecord record = deletions_.Note(id, folderId);
     const HRESULT hr = item->put_CustomInfo(BstrOf(FormatItem(record)).Get());
     if (FAILED(hr))
         return hr;
-    parts_.records.PutItem(record);
     ++parts_.statistics.deletionsSent;
     Log("onItemDeleted", record.id, {});
     return S_OK;

@@ -11,6 +11,7 @@
 #include "host/mailbox/mailbox.h"
 #include "host/mailbox/records.h"
 #include "host/sharing/apply_guard.h"
+#include "host/sharing/deletion_notes.h"
 #include "host/sharing/engine.h"
 #include "host/sharing/item_state.h"
 #include "host/sharing/item_versions.h"
@@ -54,7 +55,9 @@ public:
     };
 
     explicit Addin(const Parts& parts)
-        : parts_(parts), versions_(parts.mailbox, parts.mail, parts.records, parts.state)
+        : parts_(parts),
+          versions_(parts.mailbox, parts.mail, parts.records, parts.state),
+          deletions_(parts.mail, parts.records, parts.state, versions_)
     {}
 
     // The engine that calls back; set after the logon, before its first job.
@@ -78,6 +81,8 @@ public:
     void MakeRoomFor(IMessage& message);
 
     ItemVersions& Versions() noexcept { return versions_; }
+    // For whoever holds the versions' lock.
+    DeletionNotes& Deletions() noexcept { return deletions_; }
 
     HRESULT OnItemResend(IItem* item, BSTR jobId, bool& ignore) override;
     HRESULT OnItemAdded(IItem* item, bool& ignore) override
@@ -118,6 +123,7 @@ private:
 
     Parts parts_;
     ItemVersions versions_;
+    DeletionNotes deletions_;
     const EngineSession* engine_ = nullptr;
     std::mutex rulesMutex_;
     ResendRules* rules_ = nullptr;

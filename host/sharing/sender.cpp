@@ -157,8 +157,7 @@ void Sender::SendDeletion(const Share& share, const std::string& id)
 {
     auto lock = addin_.Versions().Hold();
     if (parts_.records.FindItem(id)) {
-        const ItemRecord record = addin_.Versions().Deleted(id, share.folderId);
-        parts_.records.PutItem(record);
+        const ItemRecord record = addin_.Deletions().Note(id, share.folderId);
         lock.unlock();
         PackDeletion(share, record, share.entryId);
     }
