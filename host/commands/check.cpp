@@ -1,8 +1,5 @@
-#include <algorithm>
-
-#include "host/base/sqlite.h"
+#include "host/commands/check_agreement.h"
 #include "host/commands/command.h"
-#include "host/mailbox/sharing_rows.h"
 #include "host/sharing/message_content.h"
 #include "host/store/properties.h"
 
@@ -12,38 +9,9 @@ namespace {
 
 struct CheckOptions {
     bool json = false;
+    bool repair = false;
     std::string mailbox;
 };
-
-// What is wrong with a mailbox, one line each.
-struct CheckReport {
-    Json databases = Json::array();
-    Json items = Json::array();
-    std::string text;
-
-    bool IsSound() const { return databases.empty() && items.empty(); }
-};
-
-void CheckDatabase(const std::filesystem::path& path, CheckReport& report)
-{
-    const std::string file = path.filename().string();
-    const auto add = [&](const std::string& what) {
-        report.databases.push_back({{"file", file}, {"what", what}});
-        report.text += file + ": " + Printable(what) + "\n";
-    };
-    try {
-        Database database(path.string(), Database::Mode::kReadOnly);
-        Statement integrity(database, "PRAGMA integrity_check");
-        while (integrity.Step())
-            if (integrity.Text(0) != "ok")
-                add(integrity.Text(0));
-        Statement foreign(database, "PRAGMA foreign_key_check");
-        while (foreign.Step())
-            add("a row of '" + foreign.Text(0) + "' refers to one that '" + foreign.Text(2) + "' hasn't");
-    } catch (const HostError& error) {
-        add(error.what());
-    }
-}
 
 void CheckFolder(const MailSession& session, const FolderInfo& folder, CheckReport& report,
                  std::size_t& count)
@@ -60,39 +28,62 @@ void CheckFolder(const MailSession& session, const FolderInfo& folder, CheckRepo
                                     {"what", error.what()}});
             report.text += Printable(folder.path) + ": '" + Printable(item.subject) + "' " + item.entryId +
                            " is damaged\n";
+            ++report.open;
         }
     });
 }
 
-// Rows of items whose message is gone: the next run tells the other members, so this is no damage.
-std::size_t RowsWithoutMessage(const Mailbox& mailbox, const MailSession& session)
+// While a run is at work its files needn't agree at each moment. Where a database is damaged nothing follows
+// from what it says.
+Json CompareFiles(const Mailbox& mailbox, const MailSession& session, CheckReport& report, Mender& mender)
 {
-    const auto rows = ReadSharingRows(mailbox);
-    return static_cast<std::size_t>(std::count_if(rows.begin(), rows.end(), [&](const auto& row) {
-        return !OpenMessage(session, row.first, false) && !IsDamaged(session, row.first);
-    }));
+    if (!mender.IsAsked() && mailbox.IsInRun()) {
+        report.text += "a run is under way: rows, records and hash files weren't compared\n";
+        return nullptr;
+    }
+    if (report.open > report.items.size()) {
+        report.text += "a database is damaged: rows, records and hash files weren't compared\n";
+        return nullptr;
+    }
+    return CheckAgreement(mailbox, session, report, mender);
+}
+
+std::string Summary(const CheckReport& report, std::size_t count, const Mender& mender)
+{
+    std::string text = "checked " + std::to_string(count) + " items, " + std::to_string(report.items.size()) +
+                       " of them damaged\n";
+    if (!mender.Place().empty())
+        text += "what was changed lies as it was in " + mender.Place() + "\n";
+    if (mender.IsAsked() && report.open > 0)
+        text += std::to_string(report.open) + " of what was found could not be mended\n";
+    return text;
 }
 
 ExitCode CheckMailbox(const CheckOptions& options)
 {
     const Mailbox mailbox = Mailbox::Open(options.mailbox);
+    const auto lock = options.repair ? mailbox.LockForRun() : nullptr;
+    Mender mender(mailbox, options.repair);
     CheckReport report;
     for (const auto& path : {mailbox.StorePath(), mailbox.SharingDatabasePath(), mailbox.HostDatabasePath()})
-        CheckDatabase(path, report);
+        CheckDatabase(path, report, mender);
     const MailSession session(options.mailbox);
     std::size_t count = 0;
     for (const FolderInfo& folder : ListFolders(session))
         CheckFolder(session, folder, report, count);
-    const std::size_t gone = RowsWithoutMessage(mailbox, session);
+    const Json gone = CompareFiles(mailbox, session, report, mender);
+    const bool isSound = report.open == 0;
     Print(options.json,
-          {{"sound", report.IsSound()},
+          {{"sound", isSound},
            {"checked", count},
            {"databases", report.databases},
            {"items", report.items},
+           {"disagreements", report.disagreements},
+           {"mended", report.mended},
+           {"kept", mender.Place()},
            {"deletionsToTell", gone}},
-          report.text + "checked " + std::to_string(count) + " items, " +
-              std::to_string(report.items.size()) + " of them damaged\n");
-    return report.IsSound() ? ExitCode::kDone : ExitCode::kFailed;
+          report.text + Summary(report, count, mender));
+    return isSound ? ExitCode::kDone : ExitCode::kFailed;
 }
 
 }  // namespace
@@ -102,9 +93,12 @@ void AddCheckCommand(CLI::App& program, Chosen& chosen)
     auto options = std::make_shared<CheckOptions>();
     CLI::App* const command =
         AddCommand(program, chosen, "check",
-                   "Read all of a mailbox: whether its databases are sound and each item can be read",
+                   "Read all of a mailbox: whether its databases are sound, each item can be read, and its "
+                   "files tell the same of what is shared",
                    options, CheckMailbox);
     command->add_option("MAILBOX", options->mailbox, "Directory of the mailbox")->required();
+    command->add_flag("--repair", options->repair,
+                      "Mend what can be mended without losing anything; what is changed is kept as it was");
 }
 
 }  // namespace quorvane::host

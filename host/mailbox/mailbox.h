@@ -43,6 +43,11 @@ public:
     std::filesystem::path SettingsPath() const { return directory_ / "settings"; }
     std::filesystem::path PackagesPath() const { return directory_ / "packages"; }
     std::filesystem::path InboxPath() const { return directory_ / "inbox"; }
+    // The engine's hash file of a shared folder.
+    std::filesystem::path HashFilePath(const std::string& folderId) const
+    {
+        return directory_ / "qvdata" / "sharing" / (folderId + ".dat");
+    }
     std::filesystem::path LogPath() const { return directory_ / "logs" / "quorvane3.log"; }
 
     // The name under which other members know this mailbox.

@@ -1,5 +1,7 @@
 #include "host/mailbox/sharing_rows.h"
 
+#include <cstdio>
+
 #include "quorvane3/com.h"
 
 namespace quorvane::host {
@@ -25,6 +27,13 @@ double RowTimeOf(std::uint64_t fileTime) noexcept
     if (!FileTimeToSystemTime(&time, &parts) || !SystemTimeToVariantTime(&parts, &days))
         return 0;
     return days;
+}
+
+std::string RowTimeText(std::uint64_t fileTime)
+{
+    char number[64];
+    std::snprintf(number, sizeof number, "%.17g", RowTimeOf(fileTime));
+    return number;
 }
 
 }  // namespace quorvane::host

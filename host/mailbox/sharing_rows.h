@@ -22,6 +22,8 @@ std::unordered_map<std::string, SharingRow> ReadSharingRows(const Mailbox& mailb
 
 // A FILETIME as the engine writes it into a row: whole seconds, in days since 30 December 1899.
 double RowTimeOf(std::uint64_t fileTime) noexcept;
+// The same as text that reads as that very number.
+std::string RowTimeText(std::uint64_t fileTime);
 
 }  // namespace quorvane::host
 

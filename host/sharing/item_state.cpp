@@ -1,7 +1,6 @@
 #include "host/sharing/item_state.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <filesystem>
 #include <system_error>
 
@@ -93,11 +92,9 @@ bool ItemState::IsCurrent(const SharingRow& row, const ItemRecord& record, std::
 
 void ItemState::SetRowTime(const std::string& id, std::uint64_t modified)
 {
-    char number[64];
-    std::snprintf(number, sizeof number, "%.17g", RowTimeOf(modified));
     const std::lock_guard lock(mutex_);
     Statement(database_, "UPDATE tblItem SET LastModified = CAST(? AS REAL), Version = 3.0 WHERE ID = ?")
-        .Bind(1, number)
+        .Bind(1, RowTimeText(modified))
         .Bind(2, id)
         .Run();
 }
