@@ -88,6 +88,13 @@ void AddRunCommand(CLI::App& program, Chosen& chosen)
         ->check(CLI::Range(std::int64_t{1}, std::int64_t{31'536'000}))
         ->capture_default_str();
     command
+        ->add_option(
+            "--silent-after", options->silentAfter,
+            "Seconds after which a device of which nothing was heard holds nothing up: nothing is kept for "
+            "it, and when it is back its folders are compared")
+        ->check(CLI::Range(std::int64_t{1}, std::int64_t{315'360'000}))
+        ->capture_default_str();
+    command
         ->add_option("--package-size", options->packageSize,
                      "Megabytes of a package's content; a larger item travels alone")
         ->check(CLI::Range(std::uint64_t{1}, std::uint64_t{4096}))

@@ -127,8 +127,12 @@ Json TransportOf(Peers& peers, std::string& text)
         Json entry = {{"member", peer.member},
                       {"device", exchange::TextOf(peer.id)},
                       {"heard", TimeText(peer.heard)},
+                      {"silent", peer.isSilent},
                       {"unacknowledged", unacknowledged},
                       {"applied", peer.order.applied}};
+        if (peer.isSilent)
+            text += "silent: a device of " + peer.member +
+                    " wasn't heard of for long, and nothing is kept for it\n";
         if (unacknowledged > 0)
             text +=
                 "unacknowledged by " + peer.member + ": " + std::to_string(unacknowledged) + " packages\n";

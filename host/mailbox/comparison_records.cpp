@@ -62,7 +62,8 @@ std::vector<ComparisonRecord> ComparisonRecords::All(std::uint64_t now)
         "SELECT share.folder_id, share.name, device.id, device.member, since, wanted, opened, equal, "
         "differed, tries, items, (SELECT count(*) FROM delivery WHERE delivery.device = device.id) FROM "
         "comparison JOIN share USING (folder_id) JOIN device ON device.id = comparison.device JOIN member "
-        "ON member.folder_id = share.folder_id AND member.name = device.member WHERE EXISTS (SELECT 1 FROM "
+        "ON member.folder_id = share.folder_id AND member.name = device.member WHERE silent = 0 AND EXISTS "
+        "(SELECT 1 FROM "
         "folder_device JOIN folder USING (founding) WHERE folder.folder_id = share.folder_id AND state = 1 "
         "AND folder_device.device = device.id AND is_in = 1 AND has = 1 AND told = 1) ORDER BY share.name, "
         "device.member, device.id");

@@ -157,15 +157,17 @@ void FolderDevices::ForgetMember(const std::string& folderId, const std::string&
         Statement(database_, sql).Bind(1, folderId).Bind(2, name).Run();
 }
 
-// Who was asked for the folder may have gone before he took the question.
+// Who was asked for the folder may have gone, or fallen silent, before he took the question.
 void FolderDevices::AskAnother(const KnownFolder& folder)
 {
     Statement(database_,
               "UPDATE folder SET asked_in = 0, asked = coalesce((SELECT device.id " QV_MEMBERS_DEVICES
-              "AND is_in = 1 AND has = 1 AND card <> '' ORDER BY device.id LIMIT 1), '') WHERE founding = ?1 "
+              "AND is_in = 1 AND has = 1 AND card <> '' AND silent = 0 ORDER BY device.id LIMIT 1), '') "
+              "WHERE founding = ?1 "
               "AND state = "
-              "1 AND asked <> '' AND asked NOT IN (SELECT device FROM folder_device WHERE founding = ?1 AND "
-              "is_in = 1)")
+              "1 AND asked <> '' AND asked NOT IN (SELECT device.id " QV_MEMBERS_DEVICES
+              "AND "
+              "is_in = 1 AND silent = 0)")
         .Bind(1, folder.founding)
         .Run();
     if (database_.Changes() > 0)
@@ -238,8 +240,8 @@ void FolderDevices::TellAllAnew(const KnownFolder& folder)
 
 std::vector<std::string> FolderDevices::Due(const KnownFolder& folder)
 {
-    Statement select(database_,
-                     "SELECT device.id " QV_MEMBERS_DEVICES "AND due = 1 AND card <> '' ORDER BY device.id");
+    Statement select(database_, "SELECT device.id " QV_MEMBERS_DEVICES
+                                "AND due = 1 AND card <> '' AND silent = 0 ORDER BY device.id");
     return TextsOf(select.Bind(1, folder.founding));
 }
 

@@ -17,7 +17,7 @@ namespace {
 constexpr char kSelectPeer[] =
     "SELECT id, member, card, how, pinned, heard, sent, acked, acks_serial, remade, epoch, applied, over, "
     "gap_first, "
-    "gap_last, gap_since, asked, introducer FROM device ";
+    "gap_last, gap_since, asked, introducer, silent FROM device ";
 
 std::uint64_t Count(const Statement& row, int column)
 {
@@ -76,6 +76,7 @@ Peer ReadPeer(const Statement& row)
         peer.missing = exchange::SequenceRange{Count(row, 13), Count(row, 14)};
     peer.isAsked = row.Number(16) != 0;
     peer.introducer = row.Text(17);
+    peer.isSilent = row.Number(18) != 0;
     return peer;
 }
 
@@ -329,6 +330,36 @@ void Peers::TellAgain(const std::string& device)
         .Run();
 }
 
+std::vector<Peer> Peers::NoteSilence(std::uint64_t since)
+{
+    // Nothing is written while nothing is new.
+    std::vector<Peer> fallen;
+    for (Peer& peer : Read("WHERE silent = 0 AND ?1 = ''", {}))
+        if (std::max(peer.heard, peer.pinned) < since)
+            fallen.push_back(std::move(peer));
+    if (fallen.empty())
+        return fallen;
+    Transaction transaction(database_);
+    for (const Peer& peer : fallen) {
+        const std::string id = exchange::TextOf(peer.id);
+        Statement(database_, "DELETE FROM delivery WHERE device = ?").Bind(1, id).Run();
+        Statement(database_, "UPDATE device SET silent = 1, sent = acked WHERE id = ?").Bind(1, id).Run();
+    }
+    transaction.Commit();
+    return fallen;
+}
+
+void Peers::NoteBack(const std::string& device)
+{
+    Statement(database_, "UPDATE device SET silent = 0 WHERE id = ? AND silent = 1").Bind(1, device).Run();
+    if (database_.Changes() == 0)
+        return;
+    TellAgain(device);
+    Statement(database_, "UPDATE comparison SET wanted = 1, tries = 0 WHERE device = ?")
+        .Bind(1, device)
+        .Run();
+}
+
 void Peers::Forget(const std::string& device)
 {
     for (const char* sql : {"DELETE FROM device WHERE id = ?", "DELETE FROM delivery WHERE device = ?",
@@ -405,6 +436,7 @@ void Peers::NoteAcked(const exchange::DeviceId& id, std::uint64_t serial, std::u
         .Bind(1, text)
         .Bind(2, Signed(acked))
         .Run();
+    NoteBack(text);
     // What it was asked for is in its hands.
     Statement(database_, "UPDATE folder SET asked = '' WHERE asked = ? AND asked_in BETWEEN 1 AND ?")
         .Bind(1, text)
@@ -455,6 +487,7 @@ void Peers::NoteApplied(const exchange::DeviceId& id, const exchange::ForUs& pac
         .Bind(1, text)
         .Bind(2, Signed(package.sequence))
         .Run();
+    NoteBack(text);
     transaction.Commit();
 }
 

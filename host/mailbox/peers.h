@@ -37,6 +37,7 @@ struct Peer {
     exchange::GapWatch gap;
     std::optional<exchange::SequenceRange> missing;  // before what lies there
     bool isAsked = false;                            // the missing ones are asked for
+    bool isSilent = false;                           // it wasn't heard of for long (NoteSilence)
 
     bool IsPinnedByUser() const noexcept { return introducer.empty(); }
 };
@@ -120,6 +121,11 @@ public:
     std::vector<exchange::Receiver> ReceiversOf(std::uint64_t sequence);
     std::vector<Delivery> Deliveries();
     void NoteAcked(const exchange::DeviceId& id, std::uint64_t serial, std::uint64_t acked);
+    // Devices of which nothing was heard, and that didn't come to be known, since then are silent: what they
+    // haven't acknowledged is kept for them no longer, and nothing more is for them. Whoever is heard of
+    // again is told of his folders once more, and they are to be compared. Gives those who have fallen silent
+    // now.
+    std::vector<Peer> NoteSilence(std::uint64_t since);
     // What a device was sent and hasn't acknowledged is lost: its member is owed all that the mailbox holds.
     void Remake(const exchange::DeviceId& id);
 
@@ -139,6 +145,7 @@ private:
     void OweAll(const std::string& member, bool announced);
     void WishAgain(const std::string& member);
     void TellAgain(const std::string& device);
+    void NoteBack(const std::string& device);
     std::vector<Peer> Read(const char* where, const std::string& key);
     std::optional<exchange::Card> CardIn(const std::string& hex, const exchange::DeviceId& id);
 

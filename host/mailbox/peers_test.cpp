@@ -8,6 +8,7 @@
 #include "host/mailbox/records.h"
 #include "host/mailbox/records_for_test.h"
 #include "host/mailbox/shared_folders.h"
+#include "host/store/properties.h"
 #include "platform/testing/test_directory.h"
 
 namespace quorvane::host {
@@ -140,6 +141,51 @@ TEST_F(PeersTest, WhereASenderIsIsKeptWithItsEpochs)
     EXPECT_EQ(order.applied, 6U);
     EXPECT_EQ(order.overEpochs, std::set<exchange::Epoch>{exchange::Epoch{1}});
     EXPECT_TRUE(peers.Incoming().empty());
+}
+
+TEST_F(PeersTest, NothingIsKeptForASilentDeviceAndNothingMoreIsForIt)
+{
+    folders.Invite("{F}", "bob");
+    folders.Invite("{F}", "carol");
+    Pin(laptop, "bob");
+    Pin(desktop, "carol");
+    NoteHas(laptop);
+    NoteHas(desktop);
+    const auto plan = [&](const std::string& package) {
+        records.PlanPackage(records.AddOutgoing(package, "a group"), {{"bob", "carol"}, {{"{1}", "{F}"}}});
+    };
+    plan("/one");
+    peers.NoteAcked(desktop.Id(), 1, 1);
+    ASSERT_EQ(peers.Deliveries().size(), 1U);
+    EXPECT_TRUE(peers.NoteSilence(peers.Find(laptop.Id())->pinned).empty());
+    EXPECT_EQ(peers.Deliveries().size(), 1U);
+
+    const std::uint64_t later = peers.Find(desktop.Id())->heard;
+    const auto fallen = peers.NoteSilence(later);
+    ASSERT_EQ(fallen.size(), 1U);
+    EXPECT_EQ(fallen[0].id, laptop.Id());
+    EXPECT_TRUE(peers.NoteSilence(later).empty()) << "it is silent already";
+    EXPECT_TRUE(peers.Deliveries().empty());
+    EXPECT_TRUE(peers.Find(laptop.Id())->isSilent);
+    plan("/two");
+    ASSERT_EQ(peers.Deliveries().size(), 1U);
+    EXPECT_EQ(peers.Deliveries()[0].device, desktop.Id());
+    EXPECT_FALSE(records.FindResend("{F}", "bob")) << "he is compared when he is back";
+    EXPECT_FALSE(records.MayGet("{F}", exchange::TextOf(laptop.Id())));
+    EXPECT_TRUE(ToldNext().empty());
+
+    peers.NoteAcked(laptop.Id(), 7, 0);
+    EXPECT_FALSE(peers.Find(laptop.Id())->isSilent);
+    EXPECT_EQ(ToldNext(), Devices{exchange::TextOf(laptop.Id())});
+    EXPECT_EQ(peers.Find(laptop.Id())->sent, 0U) << "the next one for it is the first";
+}
+
+TEST_F(PeersTest, ADeviceThatSendsIsntSilentAnyMore)
+{
+    Pin(laptop, "bob");
+    ASSERT_EQ(peers.NoteSilence(FileTimeNow() + 1).size(), 1U);
+    peers.NoteApplied(laptop.Id(), {exchange::Epoch{1}, 4, 0});
+    EXPECT_FALSE(peers.Find(laptop.Id())->isSilent);
 }
 
 TEST_F(PeersTest, TheNumbersOfAcknowledgementsRiseBeyondThoseOfAnyBackup)

@@ -13,9 +13,9 @@ namespace quorvane::host {
 namespace {
 
 // Whether a row of `device` is one that what happens in the folder ?1 may be sealed to.
-#define QV_SHARES_THE_FOLDER                                                                 \
-    "card <> '' AND EXISTS (SELECT 1 FROM folder_device JOIN folder USING (founding) WHERE " \
-    "folder.folder_id = ?1 "                                                                 \
+#define QV_SHARES_THE_FOLDER                                                                                \
+    "card <> '' AND silent = 0 AND EXISTS (SELECT 1 FROM folder_device JOIN folder USING (founding) WHERE " \
+    "folder.folder_id = ?1 "                                                                                \
     "AND state = 1 AND folder_device.device = device.id AND is_in = 1 AND has = 1 AND told = 1)"
 
 Share ReadShare(const Statement& row)
@@ -173,6 +173,13 @@ void NoteOwed(Database& database, const PackagePlan& plan, const std::string& me
             PutResend(database, {0, item.folderId, member, ResendScope::kOwn});
 }
 
+// One with a device that is silent gets what he lacks when he is compared.
+bool IsSilent(Database& database, const std::string& member)
+{
+    Statement select(database, "SELECT 1 FROM device WHERE member = ? AND silent = 1");
+    return select.Bind(1, member).Step();
+}
+
 // What has changed again since is still to be sent.
 void NoteSent(Database& database, const PackagePlan& plan)
 {
@@ -190,7 +197,8 @@ void NotePlan(Database& database, std::int64_t package, const PackagePlan& plan)
         const std::vector<std::string> his = ReceiversOf(database, plan, member);
         devices.insert(devices.end(), his.begin(), his.end());
         if (his.empty()) {
-            NoteOwed(database, plan, member);
+            if (!IsSilent(database, member))
+                NoteOwed(database, plan, member);
             continue;
         }
         NoteGiven(database, plan, member);

@@ -108,7 +108,7 @@ class Records {
 public:
     explicit Records(const std::string& path);
 
-    static constexpr int kVersion = 7;
+    static constexpr int kVersion = 8;
     // Makes the tables of a new mailbox. Called within a transaction.
     static void CreateTables(Database& database, const std::string& name, const std::string& instance);
     // Brings tables of an earlier version up to this one. Called within a transaction.
@@ -150,7 +150,7 @@ public:
     std::string MemberOf(const exchange::DeviceId& device);
 
     // Whether packages of the folder can be sealed to a member: a device of his is a member's of the folder,
-    // has told that it has it, was told the same, and its card is known.
+    // has told that it has it, was told the same, its card is known, and it isn't silent.
     bool IsReachable(const std::string& folderId, const std::string& member);
     // The same of one device.
     bool MayGet(const std::string& folderId, const std::string& device);

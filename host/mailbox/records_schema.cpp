@@ -227,9 +227,14 @@ constexpr char kUpgradeFrom6[] = R"sql(
 ALTER TABLE mailbox ADD COLUMN card_serial INTEGER NOT NULL DEFAULT 1;
 )sql";
 
+// From version 7 on: a device that wasn't heard of for long holds nothing up.
+constexpr char kUpgradeFrom7[] = R"sql(
+ALTER TABLE device ADD COLUMN silent INTEGER NOT NULL DEFAULT 0;
+)sql";
+
 // Each brings the records from the version that is its place, counted from 1, to the next.
-constexpr const char* kUpgrades[] = {kUpgradeFrom1, kUpgradeFrom2, kUpgradeFrom3,
-                                     kUpgradeFrom4, kUpgradeFrom5, kUpgradeFrom6};
+constexpr const char* kUpgrades[] = {kUpgradeFrom1, kUpgradeFrom2, kUpgradeFrom3, kUpgradeFrom4,
+                                     kUpgradeFrom5, kUpgradeFrom6, kUpgradeFrom7};
 static_assert(std::size(kUpgrades) + 1 == Records::kVersion);
 
 }  // namespace

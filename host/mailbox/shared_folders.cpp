@@ -605,7 +605,7 @@ bool SharedFolders::HasDueNotes()
     Statement select(
         database_,
         "SELECT 1 FROM folder_device JOIN device ON device.id = folder_device.device JOIN folder USING "
-        "(founding) WHERE due = 1 AND card <> '' AND state BETWEEN 1 AND 3 LIMIT 1");
+        "(founding) WHERE due = 1 AND card <> '' AND silent = 0 AND state BETWEEN 1 AND 3 LIMIT 1");
     return select.Step();
 }
 

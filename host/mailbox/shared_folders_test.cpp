@@ -9,6 +9,7 @@
 #include "host/exchange/error.h"
 #include "host/mailbox/records_for_test.h"
 #include "host/mailbox/refusals.h"
+#include "host/store/properties.h"
 #include "platform/testing/test_directory.h"
 
 namespace quorvane::host {
@@ -455,6 +456,26 @@ TEST_F(SharedFoldersTest, ADeviceThatSomebodyAddedByItselfIsNamedWhenItIsUnlinke
     const SharedFolders::Unlinked done = alice.folders.UnlinkDevice(desk.keys.Id());
     EXPECT_TRUE(done.folders.empty());
     EXPECT_EQ(done.stillIn, Names{"Shared"});
+}
+
+// Whoever invited him is switched off for good.
+TEST_F(SharedFoldersTest, WhoIsAskedForAFolderAndFallsSilentIsntWaitedFor)
+{
+    Share({&bob});
+    alice.folders.Invite("{F}", "dave");
+    Tell();
+    Accept(dave);
+    TellAmong({&bob, &dave});
+    TellAmong({&bob, &dave});
+    ASSERT_TRUE(bob.OwesNothing(dave) || bob.Owes(dave) != ResendScope::kAgain);
+    Database(dave.path, Database::Mode::kOpen)
+        .Execute("UPDATE device SET heard = 4611686018427387904 WHERE member <> 'alice'");
+
+    EXPECT_EQ(dave.peers.NoteSilence(FileTimeNow() + 1).size(), 1U);
+    dave.folders.Settle();
+    TellAmong({&bob, &dave});
+
+    EXPECT_EQ(bob.Owes(dave), ResendScope::kAgain);
 }
 
 TEST_F(SharedFoldersTest, NobodyTakesHisOwnMemberOut)

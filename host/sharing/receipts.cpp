@@ -12,6 +12,10 @@ namespace {
 constexpr auto kAcksInterval = std::chrono::milliseconds(250);
 constexpr auto kCardsInterval = std::chrono::seconds(2);
 constexpr auto kStrangersInterval = std::chrono::seconds(15);
+constexpr auto kSilenceInterval = std::chrono::seconds(2);
+// How often it is told that the device lives, at the least, and in how many parts of what counts as silence.
+constexpr std::int64_t kLongestUntold = 86'400;
+constexpr std::int64_t kPartsOfSilence = 4;
 constexpr std::size_t kMostStrangers = 100;
 constexpr std::size_t kMostReported = 1000;
 // How many of a stranger's packages are looked at.
@@ -127,6 +131,10 @@ void Receipts::Look(Transport& transport)
     for (const Peer& peer : transport.peers.All())
         if (Heard* const heard = HearFrom(transport, peer))
             Hear(transport, peer, *heard);
+    if (now >= nextSilence_) {
+        LookForSilence(transport);
+        nextSilence_ = now + kSilenceInterval;
+    }
     RemoveTaken(transport);
     nextAcks_ = Clock::now() + kAcksInterval;
 }
@@ -236,6 +244,19 @@ void Receipts::LookForStrangers(Transport& transport)
         transport.peers.SetStrangers(strangers);
 }
 
+// After whatever they acknowledge was heard.
+void Receipts::LookForSilence(Transport& transport)
+{
+    const std::uint64_t now = FileTimeNow(), time = static_cast<std::uint64_t>(silentAfter_) * kUnitsASecond;
+    const std::vector<Peer> fallen = transport.peers.NoteSilence(now - std::min(now, time));
+    for (const Peer& peer : fallen)
+        Report("a device of '" + peer.member + "' (" + exchange::FingerprintOf(peer.id) +
+               ") wasn't heard of for long: nothing is kept for it until it is back");
+    // What it was asked for, another one is.
+    if (!fallen.empty())
+        transport.folders.Settle();
+}
+
 // A member is given what it lacks once in a while: a place that loses everything isn't to be filled for ever.
 bool Receipts::MayRemake(const Peer& peer) const
 {
@@ -343,6 +364,11 @@ void Receipts::RemoveTaken(Transport& transport)
     }
 }
 
+std::chrono::milliseconds Receipts::UntilTold() const
+{
+    return std::chrono::milliseconds(std::min(kLongestUntold * 1000, silentAfter_ * 1000 / kPartsOfSilence));
+}
+
 void Receipts::Tell(Transport& transport)
 {
     exchange::Acks acks;
@@ -357,11 +383,13 @@ void Receipts::Tell(Transport& transport)
         if (acks.senders.size() == exchange::Acks::kMostSenders)
             break;
     }
-    if (acks.senders == told_)
+    const auto now = Clock::now();
+    if (acks.senders == told_ && now < nextTold_)
         return;
     acks.serial = transport.peers.NextAcksSerial();
     transport.place.Write(exchange::Place::Note::kAcks, exchange::WriteAcks(transport.keys, acks));
     told_ = acks.senders;
+    nextTold_ = now + UntilTold();
 }
 
 }  // namespace quorvane::host

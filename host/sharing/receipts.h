@@ -27,11 +27,14 @@ struct CopyAtWork : HostError {
 // For the run's thread alone. Methods throw a HostError, or an exchange::Error when the place can't be used.
 class Receipts {
 public:
+    static constexpr std::int64_t kMonth = 30 * 86'400;
+
     // report: gets one line for the user. name: this mailbox's, for its card. askAfter: how many seconds pass
-    // at the least until what a member misses is made again once more.
+    // at the least until what a member misses is made again once more. silentAfter: after how many seconds a
+    // device of which nothing is heard holds nothing up any more.
     Receipts(std::string name, std::function<void(const std::string&)> report,
-             std::int64_t askAfter = exchange::GapWatch::kPatience)
-        : name_(std::move(name)), report_(std::move(report)), askAfter_(askAfter)
+             std::int64_t askAfter = exchange::GapWatch::kPatience, std::int64_t silentAfter = kMonth)
+        : name_(std::move(name)), report_(std::move(report)), askAfter_(askAfter), silentAfter_(silentAfter)
     {}
 
     // Lays the card down, and looks whether the mailbox is behind what it did itself: then it came out of a
@@ -42,7 +45,8 @@ public:
     // removes from the exchange what all have, and has made again what they lack.
     void Look(Transport& transport);
 
-    // Tells what was taken and what is missing, if that has changed.
+    // Tells what was taken and what is missing, if that has changed, and once in a while even so: who lives
+    // isn't taken for silent.
     void Tell(Transport& transport);
 
 private:
@@ -62,18 +66,21 @@ private:
     bool IsCardAwaited(const Transport& transport, const Peer& peer) const;
     void LookForCards(Transport& transport);
     void LookForStrangers(Transport& transport);
+    void LookForSilence(Transport& transport);
     std::optional<Stranger> StrangerAt(Transport& transport, const exchange::DeviceId& device);
     bool MayRemake(const Peer& peer) const;
     bool IsLost(Transport& transport, const Peer& peer, const exchange::Acks& acks);
     void RemoveTaken(Transport& transport);
+    std::chrono::milliseconds UntilTold() const;
     void Report(const std::string& line);
 
     std::string name_;
     std::function<void(const std::string&)> report_;
     std::int64_t askAfter_;
+    std::int64_t silentAfter_;
     bool hasBegun_ = false;
     std::uint64_t foreignSerial_ = 0;  // of acknowledgements that this device has signed, and not here
-    Clock::time_point nextAcks_{}, nextCards_{}, nextStrangers_{};
+    Clock::time_point nextAcks_{}, nextCards_{}, nextStrangers_{}, nextSilence_{}, nextTold_{};
     std::map<exchange::DeviceId, Heard> heard_;
     std::map<exchange::DeviceId, exchange::Acknowledged> told_;  // what the own acks say
     std::set<std::string> reported_;

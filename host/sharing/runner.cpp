@@ -67,7 +67,8 @@ Runner::Runner(const RunOptions& options, const Mailbox& mailbox, const StopSign
           parts_, engine_, matcher_, [this](const std::string& line) { Say(line); }, options.askAfter),
       transport_(mailbox, PathOf(options.exchange)),
       receipts_(
-          mailbox.Name(), [this](const std::string& line) { Say(line); }, options.askAfter),
+          mailbox.Name(), [this](const std::string& line) { Say(line); }, options.askAfter,
+          options.silentAfter),
       progress_(mailbox.Name())
 {
     addin_.SetEngine(engine_);

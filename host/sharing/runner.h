@@ -32,6 +32,7 @@ struct RunOptions {
     std::string exchange;  // empty: the one that the mailbox remembers
     std::int64_t askAfter = exchange::GapWatch::kPatience;
     std::int64_t compareAfter = Comparisons::kOnceInADay;
+    std::int64_t silentAfter = Receipts::kMonth;
     std::int64_t lookEvery = 10;       // seconds
     std::uint64_t packageSize = 64;    // megabytes
     std::set<std::string> acceptFrom;  // members whose invitations are accepted at once
