@@ -87,10 +87,22 @@ ItemRecord ItemVersions::Deleted(const std::string& id, const std::string& folde
     return record;
 }
 
-// The content that goes, before anything takes its place.
-void ItemVersions::Keep(const ItemRecord& before, const ItemRecord& after, IMessage& message)
+// A change of a message that didn't show what its item does: it made no version.
+exchange::Revision ItemVersions::Unseen(const std::string& id, IMessage& message) const
 {
-    const exchange::Revision& gone = *before.heads.Shown();
+    exchange::Revision made;
+    made.stamp = TimeOf(message, PR_LAST_MODIFICATION_TIME);
+    made.by = records_.OwnChanger().device;
+    made.content = DigestOf(ReadContent(message, id));
+    return made;
+}
+
+// The content that goes, before anything takes its place; what was made here comes back as an item of its
+// own.
+void ItemVersions::Keep(const ItemRecord& before, const ItemRecord& after, IMessage& message,
+                        const std::optional<exchange::Revision>& unseen)
+{
+    const exchange::Revision gone = unseen.value_or(*before.heads.Shown());
     const exchange::Revision& next = *after.heads.Shown();
     // Of an item that isn't whole here, the message shows something else.
     if (before.isWhole &&
@@ -98,13 +110,13 @@ void ItemVersions::Keep(const ItemRecord& before, const ItemRecord& after, IMess
         return;
     const std::vector<exchange::Revision> beaten = after.heads.Beaten();
     const bool isBeaten = std::find(beaten.begin(), beaten.end(), gone) != beaten.end();
-    const bool isOwn = before.isWhole && isBeaten && gone.by == records_.OwnChanger().device;
+    const bool isOwn = unseen || (before.isWhole && isBeaten && gone.by == records_.OwnChanger().device);
     TrashEntry entry;
     entry.item = before.id;
     entry.folderId = before.folderId;
     entry.folder = FolderName(before.folderId);
     entry.revision =
-        before.isWhole ? RevisionText(gone) : TimeText(TimeOf(message, PR_LAST_MODIFICATION_TIME));
+        before.isWhole || unseen ? RevisionText(gone) : TimeText(TimeOf(message, PR_LAST_MODIFICATION_TIME));
     entry.subject = TextOf(message, PR_SUBJECT_W);
     entry.member = after.version.member;
     entry.since = FileTimeNow();
@@ -184,8 +196,11 @@ void ItemVersions::Join(const Arrival& arrival, const ItemText& sent, const Held
     const bool isLeftOver = shown.isDeletion && !arrival.hasMessage && message;
     verdict.isApplied = taken == exchange::ItemTaken::kApply || isLeftOver;
     verdict.isNoted = taken != exchange::ItemTaken::kKnown || record.isPending;
-    if (message && before.heads.Shown() && (isAnother || isUnseen) && (verdict.isApplied || !record.isWhole))
-        Keep(before, record, *message);
+    if (message && before.heads.Shown() && (isAnother || isUnseen) &&
+        (verdict.isApplied || !record.isWhole)) {
+        const bool goes = isUnseen && verdict.isApplied;
+        Keep(before, record, *message, goes ? std::optional(Unseen(record.id, *message)) : std::nullopt);
+    }
     if (!verdict.isApplied)
         return;
     if (before.deleted && !record.deleted)

@@ -9,6 +9,7 @@
 #define QUORVANE_HOST_SHARING_ITEM_VERSIONS_H_
 
 #include <mutex>
+#include <optional>
 #include <string>
 
 #include "host/exchange/comparison.h"
@@ -65,7 +66,9 @@ private:
     void Change(ItemRecord& record, std::uint64_t when,
                 const std::optional<exchange::ContentDigest>& content);
     void ShowHeads(ItemRecord& record, const std::string& member) const;
-    void Keep(const ItemRecord& before, const ItemRecord& after, IMessage& message);
+    exchange::Revision Unseen(const std::string& id, IMessage& message) const;
+    void Keep(const ItemRecord& before, const ItemRecord& after, IMessage& message,
+              const std::optional<exchange::Revision>& unseen);
     std::string FolderName(const std::string& folderId);
     ItemRecord KnownWith(const Arrival& arrival, const SharingRow& row, IMessage& message, bool& isUnseen);
     // What there is of an item here.

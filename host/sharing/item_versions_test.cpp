@@ -206,23 +206,48 @@ TEST_F(ItemVersionsTest, WhatSaysNothingOfItsVersionIsLeftOut)
         << "a deletion with a message";
 }
 
-// While the shown content isn't here, nobody can have changed it having seen it.
-TEST_F(ItemVersionsTest, WhatIsntWholeIsntSentAndAnEditOfItIsKept)
-{
-    const auto edit = alice.Edit(known, 5, 'n');
-    ASSERT_TRUE(Arrive(edit).isApplied);
-    ASSERT_FALSE(Record().isWhole);
-    here.ChangeMessage(entryId, "by bob");
-    here.state.SetRowTime("{I}", 1);
+// While the shown content isn't here, nobody can have changed it having seen it: what is made of it is no
+// version, and becomes an item of its own when something takes its place.
+class UnseenEditTest : public ItemVersionsTest {
+protected:
+    void SetUp() override
+    {
+        ItemVersionsTest::SetUp();
+        ASSERT_TRUE(Arrive(edit()).isApplied);
+        ASSERT_FALSE(Record().isWhole);
+        here.ChangeMessage(entryId, "by bob");
+        here.state.SetRowTime("{I}", 1);
+    }
+    exchange::ItemHeads edit() const { return alice.Edit(known, 5, 'n'); }
+    void ExpectKeptAsAnItem()
+    {
+        ASSERT_EQ(InTrash().size(), 1U);
+        EXPECT_EQ(InTrash()[0].subject, "by bob");
+        EXPECT_EQ(InTrash()[0].why, TrashEntry::Why::kBeaten);
+        EXPECT_FALSE(InTrash()[0].copy.empty());
+    }
+};
 
+TEST_F(UnseenEditTest, IsntSentAndIsKeptWhenTheContentComes)
+{
     bool ignore = false;
     EXPECT_EQ(here.addin.OnItemChanged(here.ItemOf("{I}").Get(), ignore), E_ABORT);
     Sender sender(here.addin, here.parts, here.engine);
     EXPECT_FALSE(sender.SendItem(here.share, entryId, here.share.entryId));
-    EXPECT_TRUE(Arrive(edit).isApplied);
+    EXPECT_TRUE(Arrive(edit()).isApplied);
+    ExpectKeptAsAnItem();
+}
 
-    ASSERT_EQ(InTrash().size(), 1U);
-    EXPECT_EQ(InTrash()[0].subject, "by bob");
+TEST_F(UnseenEditTest, IsKeptWhenADeletionComesAndIsThereOnce)
+{
+    const auto deletion = alice.Delete(edit(), 6);
+    EXPECT_TRUE(Arrive(deletion, false).isApplied);
+    ExpectKeptAsAnItem();
+    const std::string copy = InTrash()[0].copy;
+    // Once more, as after a kill.
+    (void)Arrive(deletion, false);
+    ExpectKeptAsAnItem();
+    EXPECT_EQ(InTrash()[0].copy, copy);
 }
 
 }  // namespace

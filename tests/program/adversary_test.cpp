@@ -132,8 +132,8 @@ protected:
                 std::filesystem::rename(file, late_.back().second);
                 break;
             default:  // stands where the next would
-                std::filesystem::copy_file(file, file.parent_path() / OneOf(kNextNames),
-                                           std::filesystem::copy_options::overwrite_existing);
+                if (const path next = file.parent_path() / OneOf(kNextNames); next != file)
+                    std::filesystem::copy_file(file, next, std::filesystem::copy_options::overwrite_existing);
         }
         ++tampered_;
     }
