@@ -1,6 +1,7 @@
 #include "platform/cfb/chain.h"
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
 #include "platform/cfb/result.h"
@@ -9,151 +10,150 @@ namespace quorvane::cfb {
 
 void Chain::Reset(SectorId first) noexcept
 {
-    first_ = first;
-    last_ = Place{};
-    marks_.clear();
-    strideShift_ = FirstShift();
-    length_ = kFreeSector;
-    appended_.clear();
+    *this = Chain(*table_, first, many_ ? Marks::kMany : Marks::kFew);
 }
 
-void Chain::Append(SectorId length, std::vector<SectorId> sectors)
+void Chain::Append(SectorId length, const std::vector<SectorId>& sectors)
 {
     if (length == 0) {
         Reset(sectors.front());
         return;
     }
-    if (appended_.empty())
-        length_ = length;
-    if (!appended_.empty())
-        appended_.insert(appended_.end(), sectors.begin(), sectors.end());
+    Run* end = &LastKnown();
+    if (unlinked_ == 0)
+        unlinked_ = length;
     else
-        appended_ = std::move(sectors);
-}
-
-HRESULT Chain::AtAppended(SectorId index, SectorId* sector)
-{
-    if (index - length_ >= appended_.size())
-        return STG_E_DOCFILECORRUPT;
-    *sector = appended_[index - length_];
-    last_ = {index, *sector};
-    return S_OK;
+        length = end->End();
+    last_ = Run{};
+    const auto count = static_cast<SectorId>(sectors.size());
+    for (SectorId begin = 0, run = 0; begin < count; begin += run, length += run) {
+        run = RunLength(&sectors[begin], count - begin);
+        if (end->End() == length && end->LastSector() + 1 == sectors[begin])
+            end->count += run;
+        else
+            end = &others_.emplace_back(Run{length, sectors[begin], run});
+    }
 }
 
 HRESULT Chain::Link()
 {
-    if (appended_.empty())
+    if (unlinked_ == 0)
         return S_OK;
-    const std::vector<SectorId> sectors = std::move(appended_);
     SectorId before = 0;
-    CFB_TRY(At(length_ - 1, &before));
-    CFB_TRY(table_->SetNext(before, sectors.front()));
-    for (const SectorId sector : sectors)
-        Mark({length_++, sector});
-    length_ = kFreeSector;
-    appended_.clear();
+    SectorId front = 0;
+    CFB_TRY(At(unlinked_ - 1, &before));
+    CFB_TRY(At(unlinked_, &front));
+    CFB_TRY(table_->SetNext(before, front));
+    // They are walked along once, so that whatever else leads to them is noticed.
+    SectorId links = LastKnown().End() - std::exchange(unlinked_, 0);
+    for (SectorId count = 0; links > 0 && before < table_->Slots(); links -= count) {
+        SectorId next = kEndOfChain;
+        CFB_TRY(table_->FollowRun(before, links + 1, &count, &next));
+        count = std::min(count, links);
+        before = next;
+    }
     return S_OK;
 }
 
 void Chain::Cut(SectorId length) noexcept
 {
-    marks_.resize(std::min<std::size_t>(marks_.size(), (length - 1) >> strideShift_));
-    if (last_.index >= length)
-        last_ = Place{};
+    while (!others_.empty() && others_.back().index >= length)
+        others_.pop_back();
+    Run& end = LastKnown();
+    end.count = std::min(end.count, length - end.index);
+    last_ = end;
 }
 
-void Chain::Mark(const Place& place)
+void Chain::Remember(const Run& run)
 {
-    if (place.index != (marks_.size() + 1) << strideShift_)
-        return;
-    if (marks_.size() < MostMarks()) {
-        marks_.push_back(place.sector);
-        return;
-    }
-    for (std::size_t i = 0; i < MostMarks() / 2; ++i)
-        marks_[i] = marks_[2 * i + 1];
-    marks_.resize(MostMarks() / 2);
-    ++strideShift_;
+    Run& end = run.index == 0 ? head_ : LastKnown();
+    if (run.index == end.index)
+        end.count = std::max(end.count, run.count);
+    else if (run.index > end.index && run.index - end.index >= stride_)
+        others_.push_back(run);
+    if (others_.size() > MostRuns() && unlinked_ == 0)
+        Thin();
 }
 
-// Of `count` sectors with numbers one behind the other.
-void Chain::MarkRun(const Place& first, SectorId count)
+// Forgets every other one.
+void Chain::Thin() noexcept
 {
-    for (;;) {
-        const std::size_t next = (marks_.size() + 1) << strideShift_;
-        if (next < first.index || next - first.index >= count)
-            return;
-        const auto behind = static_cast<SectorId>(next - first.index);
-        Mark({first.index + behind, first.sector + behind});
-    }
+    for (std::size_t i = 0; i < others_.size() / 2; ++i)
+        others_[i] = others_[2 * i + 1];
+    others_.resize(others_.size() / 2);
+    stride_ *= 2;
 }
 
-Chain::Place Chain::Nearest(SectorId index) const noexcept
+// The run that is remembered closest before `index`.
+Chain::Run Chain::Nearest(SectorId index) const noexcept
 {
-    Place nearest{0, first_};
-    const std::size_t mark = std::min<std::size_t>(index >> strideShift_, marks_.size());
-    if (mark > 0)
-        nearest = {static_cast<SectorId>(mark << strideShift_), marks_[mark - 1]};
-    const bool closer = last_.sector <= kMaxSector && last_.index <= index && last_.index > nearest.index;
-    return closer ? last_ : nearest;
+    const auto behind = std::upper_bound(others_.begin(), others_.end(), index,
+                                         [](SectorId at, const Run& run) { return at < run.index; });
+    const Run& nearest = behind == others_.begin() ? head_ : *std::prev(behind);
+    return last_.index <= index && last_.index > nearest.index ? last_ : nearest;
 }
 
-HRESULT Chain::WalkTo(SectorId index, SectorId* sector)
+// Goes on behind what is known of the run that was asked for last: makes that longer, by up to `most`
+// sectors, or takes the next run in its place. *ends: there is none.
+HRESULT Chain::WalkOn(SectorId most, bool* ends)
 {
-    if (index == last_.index && last_.sector <= kMaxSector) {
-        *sector = last_.sector;
-        return S_OK;
-    }
-    Place place = Nearest(index);
-    if (place.sector >= table_->Slots() || index >= table_->Slots())
+    SectorId count = 0;
+    SectorId next = 0;
+    const SectorId slots = table_->Slots();
+    *ends = false;
+    if (last_.LastSector() >= slots || last_.count == 0 || last_.index >= slots)
         return STG_E_DOCFILECORRUPT;
-    while (place.index < index) {
-        SectorId run = 0;
-        SectorId next = 0;
-        CFB_TRY(table_->FollowRun(place.sector, index - place.index + 1, &run, &next));
-        MarkRun(place, run);
-        const bool there = index - place.index < run;
-        place = there ? Place{index, place.sector + run - 1} : Place{place.index + run, next};
-        if (place.sector >= table_->Slots())
-            return STG_E_DOCFILECORRUPT;
-    }
-    Mark(place);
-    last_ = place;
-    *sector = place.sector;
+    CFB_TRY(table_->FollowRun(last_.LastSector(), most < slots ? most + 1 : slots, &count, &next));
+    last_.count += count - 1;
+    Remember(last_);
+    if (count > most)
+        return S_OK;
+    *ends = next == kEndOfChain;
+    if (*ends)
+        return S_OK;
+    if (next >= slots)
+        return STG_E_DOCFILECORRUPT;
+    last_ = {last_.End(), next, 1};
+    Remember(last_);
     return S_OK;
+}
+
+// Sees to it that the run that was asked for last holds a place.
+HRESULT Chain::Find(SectorId index)
+{
+    bool ends = false;
+    HRESULT hr = S_OK;
+    last_ = Nearest(index);
+    while (SUCCEEDED(hr) && !ends && !last_.Holds(index))
+        hr = WalkOn(index - last_.End() + 1, &ends);
+    if (SUCCEEDED(hr) && !ends && last_.LastSector() < table_->Slots())
+        return S_OK;
+    last_ = Run{};
+    return FAILED(hr) ? hr : STG_E_DOCFILECORRUPT;
 }
 
 HRESULT Chain::RunAt(SectorId index, SectorId most, SectorId* sector, SectorId* count)
 {
-    SectorId behind = 0;
     CFB_TRY(At(index, sector));
-    *count = 1;
-    if (most == 1)
-        return S_OK;
-    CFB_TRY(table_->FollowRun(*sector, most, count, &behind));
-    MarkRun({index, *sector}, *count);
-    last_ = {index + *count - 1, *sector + *count - 1};
+    const Run run = last_;
+    bool ends = false;
+    // The last one that is known may go on, and any when not all are remembered.
+    if (run.End() - index < most && (stride_ > 1 || run.index >= LastKnown().index))
+        CFB_TRY(WalkOn(most - (run.End() - index), &ends));
+    const SectorId end = last_.index == run.index ? last_.End() : last_.index;
+    *count = std::min(most, end - index);
     return S_OK;
 }
 
 HRESULT Chain::Length(SectorId* length)
 {
     *length = 0;
-    if (first_ == kEndOfChain)
+    if (First() == kEndOfChain)
         return S_OK;
-    Place place = Nearest(kMaxSector);
-    while (place.sector != kEndOfChain) {
-        if (place.sector >= table_->Slots() || place.index >= table_->Slots())
-            return STG_E_DOCFILECORRUPT;
-        SectorId run = 0;
-        SectorId next = 0;
-        CFB_TRY(table_->FollowRun(place.sector, kMaxSector, &run, &next));
-        Mark(place);
-        MarkRun(place, run);
-        last_ = {place.index + run - 1, place.sector + run - 1};
-        place = {place.index + run, next};
-    }
-    *length = place.index;
+    last_ = Nearest(kMaxSector);
+    for (bool ends = false; !ends;)
+        CFB_TRY(WalkOn(kMaxSector, &ends));
+    *length = last_.End();
     return S_OK;
 }
 

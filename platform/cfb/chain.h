@@ -8,42 +8,33 @@
 
 namespace quorvane::cfb {
 
-// Finds the sector at a place of a chain without walking all of it again: remembers where the last walk
-// stood and a bounded number of places spread over the chain, so that memory doesn't grow with its length.
+// Finds the sector at a place of a chain without walking all of it again: remembers the runs of sectors with
+// numbers one behind the other that were met, a bounded number of them, spread over the chain.
 //
 // The table outlives the chain. One call at a time. Throws std::bad_alloc.
 class Chain {
 public:
-    // How many places are remembered: of a stream's chain, and of one that the whole file rests on.
+    // How many runs are remembered: of a stream's chain, and of one that the whole file rests on.
     enum class Marks { kFew, kMany };
 
     explicit Chain(LinkTable& table, SectorId first = kEndOfChain, Marks marks = Marks::kFew) noexcept
-        : table_(&table), first_(first), many_(marks == Marks::kMany), strideShift_(FirstShift())
+        : table_(&table), many_(marks == Marks::kMany), head_{0, first, first <= kMaxSector ? 1u : 0u}
     {}
 
     // Begins anew: another first sector, or links that changed.
     void Reset(SectorId first) noexcept;
     // The chain ends before `length` now, which isn't 0.
     void Cut(SectorId length) noexcept;
-    SectorId First() const noexcept { return first_; }
-    bool IsEmpty() const noexcept { return first_ > kMaxSector; }
+    SectorId First() const noexcept { return head_.sector; }
+    bool IsEmpty() const noexcept { return First() > kMaxSector; }
 
     // The sector at `index`, which counts from 0. STG_E_DOCFILECORRUPT: the chain ends before, or leads
     // where no sector is.
     [[nodiscard]] HRESULT At(SectorId index, SectorId* sector)
     {
-        if (index >= length_)
-            return AtAppended(index, sector);
-        if (index == 0 && first_ < table_->Slots()) {
-            *sector = first_;
-            last_ = {0, first_};
-            return S_OK;
-        }
-        // Most often every sector is remembered.
-        if (strideShift_ > 0 || index == 0 || index > marks_.size())
-            return WalkTo(index, sector);
-        *sector = marks_[index - 1];
-        last_ = {index, *sector};
+        if (!last_.Holds(index))
+            CFB_TRY(Find(index));
+        *sector = last_.sector + (index - last_.index);
         return S_OK;
     }
     // The sector at `index`, and how many of the chain's sectors from there on, `most` at the most, lie
@@ -54,32 +45,39 @@ public:
 
     // Sectors that come behind the chain's present `length`, and are chained among themselves. The table
     // isn't told before Link is called.
-    void Append(SectorId length, std::vector<SectorId> sectors);
+    void Append(SectorId length, const std::vector<SectorId>& sectors);
     [[nodiscard]] HRESULT Link();
 
 private:
-    std::size_t MostMarks() const noexcept { return many_ ? 524288 : 4096; }
-    unsigned FirstShift() const noexcept { return many_ ? 0 : 3; }
-
-    struct Place {
+    // Sectors of the chain, from the one at `index` on, that have numbers one behind the other; more may
+    // follow.
+    struct Run {
         SectorId index = 0;
         SectorId sector = kEndOfChain;
+        SectorId count = 0;
+
+        bool Holds(SectorId at) const noexcept { return at - index < count; }
+        SectorId End() const noexcept { return index + count; }
+        SectorId LastSector() const noexcept { return sector + count - 1; }
     };
 
-    [[nodiscard]] HRESULT AtAppended(SectorId index, SectorId* sector);
-    [[nodiscard]] HRESULT WalkTo(SectorId index, SectorId* sector);
-    void Mark(const Place& place);
-    void MarkRun(const Place& first, SectorId count);
-    Place Nearest(SectorId index) const noexcept;
+    std::size_t MostRuns() const noexcept { return many_ ? 65536 : 1024; }
+
+    const Run& LastKnown() const noexcept { return others_.empty() ? head_ : others_.back(); }
+    Run& LastKnown() noexcept { return others_.empty() ? head_ : others_.back(); }
+    [[nodiscard]] HRESULT Find(SectorId index);
+    [[nodiscard]] HRESULT WalkOn(SectorId most, bool* ends);
+    Run Nearest(SectorId index) const noexcept;
+    void Remember(const Run& run);
+    void Thin() noexcept;
 
     LinkTable* table_;
-    SectorId first_;
     bool many_;
-    Place last_;
-    std::vector<SectorId> marks_;  // the sectors at stride, 2 * stride, 3 * stride...
-    unsigned strideShift_;
-    SectorId length_ = kFreeSector;  // of what the table has, when sectors were appended
-    std::vector<SectorId> appended_;
+    Run last_;                 // the one that was asked for last; empty when there is none
+    Run head_;                 // the one at the chain's begin
+    std::vector<Run> others_;  // in order, none nearer than `stride_` to the one before
+    SectorId stride_ = 1;
+    SectorId unlinked_ = 0;  // where the sectors begin that were appended and not linked yet
 };
 
 }  // namespace quorvane::cfb

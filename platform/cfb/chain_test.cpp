@@ -89,7 +89,9 @@ TEST(ChainTest, APlaceBehindTheEndIsRefused)
     links.next = {1, kEndOfChain, kFreeSector, kFreeSector};
     SectorId sector = 0;
     EXPECT_EQ(STG_E_DOCFILECORRUPT, Chain(links, 0).At(2, &sector));
-    EXPECT_EQ(STG_E_DOCFILECORRUPT, Chain(links, 17).At(0, &sector));
+    Chain outside(links, 17);
+    EXPECT_EQ(STG_E_DOCFILECORRUPT, outside.At(0, &sector));
+    EXPECT_EQ(STG_E_DOCFILECORRUPT, outside.At(0, &sector)) << "the second time too";
 }
 
 TEST(ChainTest, ARunEndsWhereTheFileGoesOnElsewhere)
@@ -141,6 +143,61 @@ TEST(ChainTest, AppendedSectorsAreFoundBeforeTheyAreLinked)
     }
     ASSERT_EQ(S_OK, chain.Length(&count));
     EXPECT_EQ(7u, count);
+    for (const SectorId appended : {50, 51, 70, 71})
+        EXPECT_TRUE(links.Claims().IsClaimed(appended)) << appended;
+}
+
+// As a table says whose own sectors belong to others too.
+TEST(ChainTest, AppendedSectorsWhoseLinksTurnBackAreLinkedAllTheSame)
+{
+    Links links(600);
+    links.next[10] = kEndOfChain;
+    links.next[50] = 51;
+    links.next[51] = 50;
+    Chain chain(links, 10);
+    chain.Append(1, {50, 51});
+    ASSERT_EQ(S_OK, chain.Link());
+    EXPECT_EQ(50u, links.next[10]);
+}
+
+TEST(ChainTest, WhatIsAppendedBehindTheLastSectorsContinuesTheirRun)
+{
+    Links links(600);
+    ASSERT_EQ(S_OK, links.SetChain({10, 11, 12}));
+    ASSERT_EQ(S_OK, links.SetChain({13, 14}));
+    Chain chain(links, 10);
+    SectorId sector = 0;
+    SectorId count = 0;
+    ASSERT_EQ(S_OK, chain.Length(&count));
+    ASSERT_EQ(S_OK, chain.At(1, &sector));
+    chain.Append(3, {13, 14});
+    ASSERT_EQ(S_OK, chain.RunAt(1, 9, &sector, &count));
+    EXPECT_EQ(11u, sector);
+    EXPECT_EQ(4u, count);
+    ASSERT_EQ(S_OK, chain.At(4, &sector));
+    EXPECT_EQ(14u, sector);
+    chain.Cut(2);
+    links.next[11] = kEndOfChain;
+    EXPECT_EQ(STG_E_DOCFILECORRUPT, chain.At(3, &sector));
+    ASSERT_EQ(S_OK, chain.RunAt(0, 9, &sector, &count));
+    EXPECT_EQ(2u, count);
+}
+
+TEST(ChainTest, ALongRunIsWalkedAlongOnce)
+{
+    Links links(100'000);
+    std::vector<SectorId> sectors(90'000);
+    std::iota(sectors.begin(), sectors.end(), 100);
+    ASSERT_EQ(S_OK, links.SetChain(sectors));
+    Chain chain(links, 100);
+    SectorId sector = 0;
+    ASSERT_EQ(S_OK, chain.At(89'999, &sector));
+    const unsigned steps = links.steps;
+    for (SectorId i = 0; i < 90'000; i += 7) {
+        ASSERT_EQ(S_OK, chain.At(i, &sector));
+        ASSERT_EQ(100 + i, sector);
+    }
+    EXPECT_EQ(steps, links.steps);
 }
 
 TEST(ChainTest, ARunMayBeLongerThanASectorOfTheTable)

@@ -132,7 +132,7 @@ HRESULT MiniStream::AppendSectors(Chain& chain, SectorId length, SectorId count,
         if (fill)
             CFB_TRY(sectors_.Fill(sector, *fill));
     }
-    chain.Append(length, std::move(added));
+    chain.Append(length, added);
     return S_OK;
 }
 
