@@ -14,7 +14,7 @@ void Directory::Reset() noexcept
     measured_ = false;
     ++version_;
     slots_.Reset(0);
-    taken_.clear();
+    taken_.Clear();
 }
 
 HRESULT Directory::OffsetOf(EntryId id, std::uint64_t* offset)
@@ -74,15 +74,8 @@ HRESULT Directory::FindFree(EntryId begin, EntryId end, FreeMap& free)
 HRESULT Directory::Allocate(EntryId* id)
 {
     CFB_TRY(Take(id));
-    NoteTaken(*id);
+    taken_.Set(*id);
     return S_OK;
-}
-
-void Directory::NoteTaken(EntryId id)
-{
-    if (id >= taken_.size())
-        taken_.resize((std::size_t{id} | 4095) + 1);
-    taken_[id] = true;
 }
 
 HRESULT Directory::Take(EntryId* id)
@@ -107,7 +100,7 @@ HRESULT Directory::AllocateNear(EntryId neighbor, EntryId* id)
     *id = slots_.TakeWithin(page, page + kPageEntries);
     if (*id == FreeSlots::kNone)
         return Allocate(id);
-    NoteTaken(*id);
+    taken_.Set(*id);
     return S_OK;
 }
 
@@ -130,7 +123,7 @@ HRESULT Directory::Append(SectorId sectors, EntryId written)
     const EntryId first = length_ * PerSector();
     // The least ones are taken first.
     const EntryId free = first + (written - std::min(written, slots_.Known()));
-    chain_.Append(length_, std::move(added));
+    chain_.Append(length_, added);
     length_ += sectors;
     slots_.GiveUnused(first, length_ * PerSector());
     return WriteFree(free, length_ * PerSector());
@@ -183,8 +176,7 @@ HRESULT Directory::Free(EntryId id)
     CFB_TRY(Measure());
     CFB_TRY(Write(id, DirEntry()));
     slots_.Give(id);
-    if (id < taken_.size())
-        taken_[id] = false;
+    taken_.Unset(id);
     return S_OK;
 }
 

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <vector>
 
+#include "platform/cfb/bits.h"
 #include "platform/cfb/chain.h"
 #include "platform/cfb/dir_entry.h"
 #include "platform/cfb/sector_allocator.h"
@@ -55,7 +56,7 @@ public:
         const std::size_t before = ids->size();
         slots_.TakeMany(count, ids);
         std::for_each(ids->begin() + static_cast<std::ptrdiff_t>(before), ids->end(),
-                      [this](EntryId id) { NoteTaken(id); });
+                      [this](EntryId id) { taken_.Set(id); });
     }
     // Adds the free ones of the entries [begin, end) to `free`.
     [[nodiscard]] HRESULT FindFree(EntryId begin, EntryId end, FreeMap& free);
@@ -64,7 +65,7 @@ public:
     // Gives an entry back that was allocated by this operation and isn't needed.
     void Return(EntryId id) { slots_.GiveUnused(id); }
     // Whether it was allocated since the file was opened: links that stood before don't speak of it.
-    bool IsTaken(EntryId id) const noexcept { return id < taken_.size() && taken_[id]; }
+    bool IsTaken(EntryId id) const noexcept { return taken_.Has(id); }
 
     void Committed() { slots_.Committed(); }
     // How many sectors' worth is known as free.
@@ -86,7 +87,6 @@ private:
     [[nodiscard]] HRESULT Measure();
     [[nodiscard]] HRESULT WriteFree(EntryId begin, EntryId end);
     [[nodiscard]] HRESULT Take(EntryId* id);
-    void NoteTaken(EntryId id);
     [[nodiscard]] HRESULT NoteLength(SectorId length);
 
     SectorFile& sectors_;
@@ -97,7 +97,7 @@ private:
     bool measured_ = false;
     SectorId length_ = 0;  // in sectors
     FreeSlots slots_{kLookAt};
-    std::vector<bool> taken_;
+    Bits taken_;
     std::uint64_t version_ = 1;
 };
 

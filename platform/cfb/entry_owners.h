@@ -5,6 +5,7 @@
 
 #include <vector>
 
+#include "platform/cfb/bits.h"
 #include "platform/cfb/format.h"
 
 namespace quorvane::cfb {
@@ -35,19 +36,19 @@ public:
     }
 
     // Of a storage: whether its tree was written since the file was opened.
-    bool IsChanged(EntryId storage) const noexcept { return Has(changed_, storage); }
-    void SetChanged(EntryId storage) { Set(changed_, storage, true); }
+    bool IsChanged(EntryId storage) const noexcept { return changed_.Has(storage); }
+    void SetChanged(EntryId storage) { changed_.Set(storage); }
 
     // Of a stream: whether the chain that its entry names is claimed (SectorClaims) for it.
-    bool HoldsChain(EntryId entry) const noexcept { return Has(holding_, entry); }
-    void SetHoldsChain(EntryId entry, bool holds) { Set(holding_, entry, holds); }
+    bool HoldsChain(EntryId entry) const noexcept { return holding_.Has(entry); }
+    void SetHoldsChain(EntryId entry, bool holds) { holding_.Put(entry, holds); }
 
     void Moved(EntryId from, EntryId to)
     {
-        SetHoldsChain(to, HoldsChain(from));
-        SetHoldsChain(from, false);
-        Set(changed_, to, IsChanged(from));
-        Set(changed_, from, false);
+        for (Bits* const bits : {&holding_, &changed_}) {
+            bits->Put(to, bits->Has(from));
+            bits->Unset(from);
+        }
         if (from >= marks_.size())
             return;
         Reach(to);
@@ -59,10 +60,8 @@ public:
     {
         if (entry < marks_.size())
             marks_[entry] = Mark{};
-        for (Bits* bits : {&holding_, &changed_}) {
-            if (entry < bits->size())
-                (*bits)[entry] = false;
-        }
+        holding_.Unset(entry);
+        changed_.Unset(entry);
     }
 
     // Forgets which storages entries were met in.
@@ -70,22 +69,11 @@ public:
     void Clear() noexcept
     {
         marks_.clear();
-        holding_.clear();
-        changed_.clear();
+        holding_.Clear();
+        changed_.Clear();
     }
 
 private:
-    using Bits = std::vector<bool>;
-
-    static bool Has(const Bits& bits, EntryId entry) noexcept { return entry < bits.size() && bits[entry]; }
-    static void Set(Bits& bits, EntryId entry, bool value)
-    {
-        if (entry >= bits.size() && value)
-            bits.resize((std::size_t{entry} | 4095) + 1);
-        if (entry < bits.size())
-            bits[entry] = value;
-    }
-
     struct Mark {
         std::uint32_t self = 0;
         std::uint32_t owner = 0;
