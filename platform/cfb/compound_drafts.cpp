@@ -151,7 +151,7 @@ HRESULT CompoundFile::RenameInDraft(OpenElement& storage, const ElementName& fro
         placed->id = child->id;
         drafts_.Discard(*std::exchange(child, placed));
     } else {
-        static_cast<Draft*>(child)->SetName(to);
+        static_cast<Draft*>(child)->entry.SetName(to);
     }
     children.Add(*child, to, children.IsBehindAll(to));
     return S_OK;

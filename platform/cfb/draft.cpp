@@ -7,10 +7,23 @@
 #include <utility>
 
 namespace quorvane::cfb {
-const BYTE* DraftChild::Units() const noexcept
+
+ElementName DraftChild::Name() const noexcept
 {
-    return IsPlaced() ? reinterpret_cast<const BYTE*>(this + 1)
-                      : static_cast<const Draft*>(this)->entry.Bytes();
+    if (!IsPlaced())
+        return static_cast<const Draft*>(this)->entry.Name();
+    const auto* const stored = reinterpret_cast<const BYTE*>(this + 1);
+    BYTE units[2 * kMaxName] = {};
+    for (std::size_t i = 0; i < NameBytes(); ++i)
+        units[wide ? i : 2 * i] = stored[i];
+    ElementName name;
+    name.AssignRaw(units, length);
+    return name;
+}
+
+int DraftChild::Compare(const ElementName& name) const noexcept
+{
+    return IsPlaced() ? name.Compare(Name()) : static_cast<const Draft*>(this)->entry.Compare(name);
 }
 
 bool DraftChild::IsInFile() const noexcept
@@ -69,6 +82,7 @@ void DraftChildren::Add(DraftChild& child, const ElementName& name, bool behindA
         }
     }
     *before = *behind = nullptr;
+    ++count_;
     if (behindAll)
         last_ = &child;
 }
@@ -100,6 +114,7 @@ void DraftChildren::Remove(DraftChild& child, const ElementName& name) noexcept
         (first ? before : behind) = *link;
     }
     *link = before ? before : behind;
+    --count_;
     if (last_ == &child)
         FindLast();
 }
@@ -141,13 +156,18 @@ Draft* Drafts::Make(EntryType type, const ElementName& name)
 
 DraftChild* Drafts::MakePlaced(const ElementName& name)
 {
-    const DirEntry entry(EntryType::kStream, name);
-    void* const memory = placed_.Take(sizeof(DraftChild) + 2 * name.Length());
-    auto* const child = new (memory) DraftChild;
-    child->id = kRootEntry;
-    child->length = static_cast<std::uint32_t>(name.Length());
-    child->rank = DrawRank();
-    std::memcpy(child + 1, entry.Bytes(), 2 * name.Length());
+    DraftChild placed;
+    const OLECHAR* const end = name.Text() + name.Length();
+    placed.id = kRootEntry;
+    placed.rank = DrawRank();
+    placed.length = name.Length() & kMaxName;
+    placed.wide = std::any_of(name.Text(), end, [](OLECHAR unit) { return unit > 0xFF; });
+    auto* const child = new (placed_.Take(sizeof placed + placed.NameBytes())) DraftChild(placed);
+    auto* const bytes = reinterpret_cast<BYTE*>(child + 1);
+    if (placed.wide)
+        StoreUnits(bytes, name.Text(), name.Length());
+    else
+        std::transform(name.Text(), end, bytes, [](OLECHAR unit) { return static_cast<BYTE>(unit); });
     return child;
 }
 
@@ -156,13 +176,13 @@ std::uint32_t Drafts::DrawRank() noexcept
     lot_ ^= lot_ << 13;
     lot_ ^= lot_ >> 17;
     lot_ ^= lot_ << 5;
-    return lot_;
+    return lot_ >> 6;  // as many bits as a rank has
 }
 
 void Drafts::Discard(DraftChild& child) noexcept
 {
     if (child.IsPlaced()) {
-        placed_.Give(&child, sizeof(DraftChild) + 2 * std::size_t{child.length});
+        placed_.Give(&child, sizeof(DraftChild) + child.NameBytes());
         return;
     }
     auto& draft = static_cast<Draft&>(child);

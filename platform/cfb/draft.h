@@ -15,29 +15,26 @@ struct DraftChild {
     bool IsPlaced() const noexcept { return id != kNoEntry; }
     // Whether it, or something below it, takes room in the file.
     bool IsInFile() const noexcept;
-    ElementName Name() const noexcept
-    {
-        ElementName name;
-        name.AssignRaw(Units(), length);
-        return name;
-    }
+    ElementName Name() const noexcept;
     // Compares `name` with this one's.
-    int Compare(const ElementName& name) const noexcept { return name.CompareRaw(Units(), length); }
-    // The name as in a directory entry. That of a placed one lies behind it.
-    const BYTE* Units() const noexcept;
+    int Compare(const ElementName& name) const noexcept;
+    // Of a placed one: the bytes of its name, which lie behind it.
+    std::size_t NameBytes() const noexcept { return std::size_t{length} << wide; }
 
     EntryId id = kNoEntry;
-    std::uint32_t length = 0;
+    std::uint32_t rank : 26 = 0;
+    std::uint32_t length : 5 = 0;  // of a placed one's name
+    std::uint32_t wide : 1 = 0;    // whether its units take two bytes: else each fits into one
     // Of the tree of its siblings; `left` of the list of those that were dropped.
     DraftChild* left = nullptr;
     DraftChild* right = nullptr;
-    std::uint32_t rank = 0;
 };
 
 // The elements of a new storage, by their names: a tree that is balanced by ranks drawn by lot, of which none
 // is greater than the one above.
 class DraftChildren {
 public:
+    std::size_t Count() const noexcept { return count_; }
     // Whether a name comes behind all there are.
     bool IsBehindAll(const ElementName& name) const noexcept { return !last_ || last_->Compare(name) > 0; }
     DraftChild* Find(const ElementName& name) const noexcept;
@@ -69,6 +66,7 @@ private:
     DraftChild** LinkTo(const DraftChild& child, const ElementName& name) noexcept;
     void FindLast() noexcept;
 
+    std::size_t count_ = 0;
     DraftChild* top_ = nullptr;
     DraftChild* last_ = nullptr;  // most come in the order of names
 };
@@ -77,16 +75,8 @@ private:
 // reach it but by the objects that are open on it. Its content lies in memory, or in sectors; in the file
 // nothing points at that.
 struct Draft : DraftChild {
-    Draft(EntryType type, const ElementName& name) noexcept : entry(type, name)
-    {
-        length = static_cast<std::uint32_t>(name.Length());
-    }
+    Draft(EntryType type, const ElementName& name) noexcept : entry(type, name) {}
 
-    void SetName(const ElementName& name) noexcept
-    {
-        entry.SetName(name);
-        length = static_cast<std::uint32_t>(name.Length());
-    }
     // Whether the content of a stream is in memory.
     bool HoldsBytes() const noexcept { return !inSectors; }
     // Among the drafts of its storage.

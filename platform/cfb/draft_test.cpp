@@ -46,6 +46,7 @@ void ExpectSame(const DraftChildren& children, const Expected& expected)
         ASSERT_EQ(next++->second, &child);
     });
     EXPECT_EQ(expected.end(), next);
+    EXPECT_EQ(expected.size(), children.Count());
 }
 
 // Against a sorted map; every third name comes behind all before.
@@ -80,6 +81,21 @@ TEST(DraftChildrenTest, AreFoundAndToldInTheOrderOfNamesWhateverIsAddedRemovedAn
     }
     ExpectSame(children, expected);
     EXPECT_EQ(expected.begin()->second, children.After(nullptr));
+}
+
+TEST(DraftChildrenTest, APlacedOneKeepsItsNameWhateverItsUnits)
+{
+    Drafts drafts;
+    for (const OleString& text :
+         {OleString(1, 0x7F), OleString(31, 'z'), OleString(31, 0x80), OleString(1, 0xFF),
+          OleString(1, 0x100), OleString(2, 0x4E2D) + OleString(29, 'a')}) {
+        ElementName name;
+        ASSERT_EQ(S_OK, name.Assign(text.c_str()));
+        DraftChild& child = *drafts.MakePlaced(name);
+        EXPECT_EQ(text, child.Name().Text());
+        EXPECT_EQ(0, child.Compare(name));
+        drafts.Discard(child);
+    }
 }
 
 // A walk is as many calls within each other as the tree is deep.

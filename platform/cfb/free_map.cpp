@@ -7,6 +7,7 @@ namespace quorvane::cfb {
 
 void FreeMap::Clear() noexcept
 {
+    blocks_.clear();
     for (auto& level : levels_)
         level.clear();
     count_ = 0;
@@ -14,30 +15,30 @@ void FreeMap::Clear() noexcept
 
 bool FreeMap::Contains(std::uint32_t number) const noexcept
 {
-    const std::size_t word = number / 64;
-    return word < levels_[0].size() && (levels_[0][word] >> number % 64 & 1) != 0;
+    return (WordAt(number / 64) >> number % 64 & 1) != 0;
 }
 
 // All levels at once, so that none has changed when there is no memory for one.
-void FreeMap::Reach(std::uint32_t number)
+void FreeMap::Reach(std::uint32_t begin, std::uint32_t end)
 {
-    if (number / 64 < levels_[0].size())
-        return;
-    std::uint32_t place = number;
+    std::uint32_t place = (end - 1) / 64;
+    if (place / kBlockWords >= blocks_.size())
+        blocks_.resize(place / kBlockWords + 1);
+    for (std::uint32_t block = begin / 64 / kBlockWords; block <= place / kBlockWords; ++block) {
+        if (!blocks_[block])
+            blocks_[block] = std::make_unique<Block>();
+    }
     for (auto& level : levels_) {
         place /= 64;
-        if (level.size() > place)
-            continue;
-        if (level.capacity() <= place)
-            level.reserve(place + place / 8 + 8);  // little more than is needed: there are large ones
-        level.resize(place + 1);
+        if (level.size() <= place)
+            level.resize(place + 1);
     }
 }
 
 void FreeMap::Announce(std::uint32_t word) noexcept
 {
     bool known = false;
-    for (std::size_t up = 1; up < kLevels && !known; ++up, word /= 64) {
+    for (std::size_t up = 0; up < kLevels && !known; ++up, word /= 64) {
         std::uint64_t& above = levels_[up][word / 64];
         known = above != 0;
         above |= std::uint64_t{1} << word % 64;
@@ -46,26 +47,29 @@ void FreeMap::Announce(std::uint32_t word) noexcept
 
 void FreeMap::Withdraw(std::uint32_t word) noexcept
 {
+    const std::uint32_t block = word / kBlockWords;
     bool other = false;
-    for (std::size_t up = 1; up < kLevels && !other; ++up, word /= 64) {
+    for (std::size_t up = 0; up < kLevels && !other; ++up, word /= 64) {
         std::uint64_t& above = levels_[up][word / 64];
         above &= ~(std::uint64_t{1} << word % 64);
         other = above != 0;
     }
+    if (levels_[0][block] == 0)
+        blocks_[block].reset();
 }
 
 void FreeMap::AddRun(std::uint32_t begin, std::uint32_t end)
 {
     if (begin == end)
         return;
-    Reach(end - 1);
+    Reach(begin, end);
     for (std::uint32_t word = begin / 64; word <= (end - 1) / 64; ++word) {
         std::uint64_t mask = ~std::uint64_t{0};
         if (word == begin / 64)
             mask <<= begin % 64;
         if (word == (end - 1) / 64)
             mask &= ~std::uint64_t{0} >> (63 - (end - 1) % 64);
-        std::uint64_t& bits = levels_[0][word];
+        std::uint64_t& bits = WordOf(word);
         count_ += static_cast<std::uint32_t>(std::popcount(mask & ~bits));
         if (std::exchange(bits, bits | mask) == 0)
             Announce(word);
@@ -76,7 +80,7 @@ void FreeMap::Remove(std::uint32_t number) noexcept
 {
     if (!Contains(number))
         return;
-    std::uint64_t& bits = levels_[0][number / 64];
+    std::uint64_t& bits = WordOf(number / 64);
     bits &= ~(std::uint64_t{1} << number % 64);
     if (bits == 0)
         Withdraw(number / 64);
@@ -88,7 +92,7 @@ void FreeMap::TakeMany(std::uint32_t count, std::vector<std::uint32_t>* taken)
     taken->reserve(taken->size() + count);
     for (std::uint32_t left = count; left > 0;) {
         const std::uint32_t word = FirstFrom(0) / 64;
-        std::uint64_t& bits = levels_[0][word];
+        std::uint64_t& bits = WordOf(word);
         for (; left > 0 && bits != 0; --left, bits &= bits - 1)
             taken->push_back(word * 64 + static_cast<std::uint32_t>(std::countr_zero(bits)));
         if (bits == 0)
@@ -106,6 +110,9 @@ void FreeMap::RemoveFrom(std::uint32_t end) noexcept
 std::uint32_t FreeMap::FirstFrom(std::uint32_t from) const noexcept
 {
     std::uint64_t at = from;
+    if (const std::uint64_t word = WordAt(at / 64) >> at % 64; word != 0)
+        return static_cast<std::uint32_t>(at + static_cast<unsigned>(std::countr_zero(word)));
+    at = at / 64 + 1;
     for (std::size_t up = 0; up < kLevels; ++up) {
         const auto& level = levels_[up];
         if (at / 64 >= level.size())
@@ -115,7 +122,7 @@ std::uint32_t FreeMap::FirstFrom(std::uint32_t from) const noexcept
             at += static_cast<unsigned>(std::countr_zero(word));
             for (std::size_t down = up; down > 0; --down)
                 at = at * 64 + static_cast<unsigned>(std::countr_zero(levels_[down - 1][at]));
-            return static_cast<std::uint32_t>(at);
+            return static_cast<std::uint32_t>(at * 64 + static_cast<unsigned>(std::countr_zero(WordAt(at))));
         }
         at = at / 64 + 1;
     }
@@ -130,7 +137,7 @@ std::uint32_t FreeMap::RunBefore(std::uint32_t end) const noexcept
         if (!Contains(last))
             break;
         const unsigned bits = last % 64 + 1;
-        const std::uint64_t word = levels_[0][last / 64] << (64 - bits);
+        const std::uint64_t word = WordAt(last / 64) << (64 - bits);
         const unsigned ones = static_cast<unsigned>(std::countl_one(word));
         run += ones < bits ? ones : bits;
         if (ones < bits)

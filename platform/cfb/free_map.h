@@ -4,11 +4,14 @@
 
 #include <array>
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 namespace quorvane::cfb {
 
-// A bitmap with summaries: a bit of each higher level says whether a word of the level below has members.
+// A bitmap with summaries: a bit of each higher level says whether a word of the level below has members. The
+// lowest level lies in blocks of 4,096 numbers, which take memory only while they have members: of a table
+// that grows and is filled few have.
 // One call at a time. Throws std::bad_alloc.
 class FreeMap {
 public:
@@ -32,13 +35,27 @@ public:
     std::uint32_t RunBefore(std::uint32_t end) const noexcept;
 
 private:
-    static constexpr std::size_t kLevels = 6;  // 64 to the sixth is more than 32 bits
+    static constexpr std::size_t kLevels = 5;  // above the lowest: 64 to the sixth is more than 32 bits
+    static constexpr std::uint32_t kBlockWords = 64;
 
-    void Reach(std::uint32_t number);
+    using Block = std::array<std::uint64_t, kBlockWords>;
+
+    // A word of the lowest level.
+    std::uint64_t WordAt(std::uint64_t word) const noexcept
+    {
+        const std::uint64_t block = word / kBlockWords;
+        return block < blocks_.size() && blocks_[block] ? (*blocks_[block])[word % kBlockWords] : 0;
+    }
+    std::uint64_t& WordOf(std::uint32_t word) noexcept
+    {
+        return (*blocks_[word / kBlockWords])[word % kBlockWords];
+    }
+    void Reach(std::uint32_t begin, std::uint32_t end);
     // Whether a word of the lowest level has bits, to be told to the levels above.
     void Announce(std::uint32_t word) noexcept;
     void Withdraw(std::uint32_t word) noexcept;
 
+    std::vector<std::unique_ptr<Block>> blocks_;
     std::array<std::vector<std::uint64_t>, kLevels> levels_;
     std::uint32_t count_ = 0;
 };

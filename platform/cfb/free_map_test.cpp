@@ -2,8 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <random>
 #include <set>
+#include <vector>
 
 namespace quorvane::cfb {
 namespace {
@@ -68,6 +70,34 @@ TEST(FreeMapTest, DoesWhatASetDoes)
     map.RemoveFrom(1000);
     EXPECT_EQ(FreeMap::kNone, map.FirstFrom(1000));
     EXPECT_EQ(*set.begin(), map.FirstFrom(0));
+}
+
+// As the table of a file that grows: what is added is taken soon, and some of it comes back.
+TEST(FreeMapTest, RunsAreAddedAndTakenOverManyBlocks)
+{
+    FreeMap map;
+    std::set<std::uint32_t> set;
+    std::mt19937 random(2);
+    std::uint32_t end = 0;
+    for (unsigned i = 0; i < 300; ++i) {
+        const std::uint32_t begin = random() % 4 == 0 ? random() % (end + 1) : end;
+        const std::uint32_t count = random() % 6000;
+        map.AddRun(begin, begin + count);
+        for (std::uint32_t number = begin; number < begin + count; ++number)
+            set.insert(number);
+        end = std::max(end, begin + count);
+        std::vector<std::uint32_t> taken;
+        map.TakeMany(i % 3 == 0 ? map.Count() : map.Count() / 2, &taken);
+        for (const std::uint32_t number : taken) {
+            ASSERT_EQ(*set.begin(), number);
+            set.erase(set.begin());
+        }
+        const std::uint32_t from = random() % (end + 1);
+        const auto first = set.lower_bound(from);
+        ASSERT_EQ(first == set.end() ? FreeMap::kNone : *first, map.FirstFrom(from));
+        ASSERT_EQ(set.contains(from), map.Contains(from));
+        ASSERT_EQ(set.size(), map.Count());
+    }
 }
 
 }  // namespace

@@ -145,18 +145,18 @@ HRESULT Laying::Fill(Draft& draft)
 // enumerates and opens them reads them in one go.
 HRESULT Laying::FillStorage(Draft& storage)
 {
-    const std::size_t begin = children_.size();
     const std::size_t laid = laid_.size();
+    const std::size_t count = storage.children.Count();
+    children_.clear();
+    children_.reserve(count);
     storage.children.Each([this](DraftChild& child) {
         children_.push_back(&child);
         if (!child.IsPlaced())
             Number(static_cast<Draft&>(child));
     });
-    const std::size_t count = children_.size() - begin;
     const unsigned lastLevel = static_cast<unsigned>(std::bit_width(count + 1)) - 1;
     EntryId top = kNoEntry;
-    CFB_TRY(Link(begin, children_.size(), 0, lastLevel, &top));
-    children_.resize(begin);
+    CFB_TRY(Link(0, count, 0, lastLevel, &top));
     storage.entry.SetChild(top);
     if (storage.place != kNoEntry)
         volume_.owners.SetChanged(storage.place);

@@ -73,7 +73,7 @@ private:
     std::vector<EntryId> ids_;
     std::vector<Draft*> laid_;
     std::vector<Draft*> open_;
-    std::vector<DraftChild*> children_;  // of the storages that are being filled
+    std::vector<DraftChild*> children_;  // of the storage that is being filled
 };
 
 }  // namespace quorvane::cfb
