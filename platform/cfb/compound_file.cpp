@@ -469,7 +469,7 @@ HRESULT CompoundFile::FreeElement(EntryId id)
         if (hr == STG_E_DOCFILECORRUPT)
             continue;
         CFB_TRY(hr);
-        if (entry.Type() != EntryType::kStorage && entry.Type() != EntryType::kStream)
+        if (!entry.IsElement())
             continue;  // freed already, by another link of a damaged tree
         if (at != id) {
             for (const EntryId link : {entry.Left(), entry.Right()}) {
@@ -533,10 +533,14 @@ HRESULT CompoundFile::NextInFile(OpenElement& storage, const ElementName* after,
         if (cursor->version != version)
             CFB_TRY(FindInList(storage, after, true, &cursor->next));
         cursor->version = version;
-        if (cursor->next == storage.list.size())
-            return storage.sound ? STG_E_NOMOREFILES : STG_E_DOCFILECORRUPT;
-        id = storage.list[cursor->next++];
-        CFB_TRY(volume_->directory.Read(id, entry));
+        // What the list of a damaged storage names may have been freed through another one since.
+        do {
+            if (cursor->next == storage.list.size())
+                return storage.sound ? STG_E_NOMOREFILES : STG_E_DOCFILECORRUPT;
+            id = storage.list[cursor->next++];
+            CFB_TRY(volume_->directory.Read(id, entry));
+            storage.sound = storage.sound && entry->IsElement();
+        } while (!entry->IsElement());
     }
     told_ = {storage.id, id, version, *entry};
     return S_OK;

@@ -41,7 +41,8 @@ public:
 
     EntryType Type() const noexcept { return static_cast<EntryType>(bytes_[kAtType]); }
     bool IsStorage() const noexcept { return Type() == EntryType::kStorage || Type() == EntryType::kRoot; }
-    // Units of the name without its end. Of a storage or a stream.
+    bool IsElement() const noexcept { return Type() == EntryType::kStorage || Type() == EntryType::kStream; }
+    // Units of the name without its end. Of an element.
     std::size_t NameLength() const noexcept { return LoadU16(&bytes_[kAtNameBytes]) / 2u - 1; }
     ElementName Name() const noexcept;
     void SetName(const ElementName& name) noexcept;

@@ -10,8 +10,7 @@ namespace quorvane::cfb {
 HRESULT DirTree::ReadElement(EntryId id, DirEntry* entry)
 {
     CFB_TRY(directory_.Read(id, entry));
-    const bool element = entry->Type() == EntryType::kStorage || entry->Type() == EntryType::kStream;
-    return element ? S_OK : STG_E_DOCFILECORRUPT;
+    return entry->IsElement() ? S_OK : STG_E_DOCFILECORRUPT;
 }
 
 HRESULT DirTree::Find(EntryId storage, const ElementName& name, EntryId* id, DirEntry* entry)

@@ -173,6 +173,37 @@ TEST_P(HostileTest, NamesOutOfOrderAreFoundAllTheSame)
     EXPECT_TRUE(Examine(ContentOf(*bytes)).faults.empty());
 }
 
+// A storage whose elements are told from a list, since their names are out of order, and one of which hangs
+// in the root as well and is destroyed there.
+TEST_P(HostileTest, AnElementThatIsFreedThroughAnotherStorageIsNotTold)
+{
+    const std::size_t a = EntryOf("s1");
+    const std::size_t b = EntryOf("s8");
+    std::swap_ranges(file.begin() + static_cast<std::ptrdiff_t>(a),
+                     file.begin() + static_cast<std::ptrdiff_t>(a + 64),
+                     file.begin() + static_cast<std::ptrdiff_t>(b));
+    const std::uint32_t shared = Get(EntryOf("storage") + kChild);  // which is "s5", in the middle
+    const bool behind = Get(EntryOf("e9") + kRight) == kNoEntry;
+    Set(behind ? EntryOf("e9") + kRight : EntryOf("storage") + kLeft, shared);
+    const auto bytes = LockBytesWith(file);
+    ComPtr<IStorage> root;
+    ComPtr<IStorage> storage;
+    ComPtr<IEnumSTATSTG> elements;
+    ASSERT_EQ(S_OK, OpenDocfileOnLockBytes(bytes.Get(), kOpen, root.Put()));
+    ASSERT_EQ(S_OK, root->OpenStorage(OLESTR("storage"), nullptr, kOpen, nullptr, 0, storage.Put()));
+    ASSERT_EQ(S_OK, storage->EnumElements(0, nullptr, 0, elements.Put()));
+    STATSTG stat{};
+    ASSERT_EQ(S_OK, elements->Next(1, &stat, nullptr));
+    ::CoTaskMemFree(stat.pwcsName);
+    ASSERT_EQ(S_OK, root->DestroyElement(OLESTR("s5")));
+    HRESULT hr = S_OK;
+    while ((hr = elements->Next(1, &stat, nullptr)) == S_OK) {
+        EXPECT_NE(OleString(OLESTR("s5")), stat.pwcsName);
+        ::CoTaskMemFree(stat.pwcsName);
+    }
+    EXPECT_EQ(STG_E_DOCFILECORRUPT, hr);
+}
+
 TEST_P(HostileTest, AnyChangedByteEndsInACode)
 {
     const Bytes good = file;
