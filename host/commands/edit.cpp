@@ -1,4 +1,5 @@
 #include "host/commands/command.h"
+#include "host/store/item_marks.h"
 #include "host/store/properties.h"
 
 namespace quorvane::host {
@@ -12,14 +13,46 @@ struct EditOptions {
     std::string item;
     std::string subject;
     bool setSubject = false;
-    bool read = false;
-    bool unread = false;
+    Marks set = 0;
+    Marks cleared = 0;
 };
 
+struct MarkOption {
+    Marks mark;
+    const char* set;
+    const char* clear;
+    const char* name;
+};
+
+constexpr MarkOption kMarkOptions[] = {
+    {kMarkRead, "--read", "--unread", "read"},
+    {kMarkFlagged, "--flag", "--unflag", "flagged"},
+    {kMarkAnswered, "--answered", "--unanswered", "answered"},
+    {kMarkForwarded, "--forwarded", "--unforwarded", "forwarded"},
+};
+
+void ChangeSubject(IMessage& message, const EditOptions& options)
+{
+    Check(SetText(message, PR_SUBJECT_W, options.subject), "change the item", options.item);
+    Check(message.SaveChanges(KEEP_OPEN_READWRITE), "save the item", options.item);
+}
+
+Json JsonOf(const std::string& entryId, Marks marks)
+{
+    Json json{{"changed", entryId}};
+    for (const MarkOption& option : kMarkOptions)
+        json[option.name] = (marks & option.mark) != 0;
+    return json;
+}
+
+// Marks are set beside the item: it is written only where its subject changes.
 ExitCode Edit(const EditOptions& options)
 {
-    if (!options.setSubject && !options.read && !options.unread)
-        throw HostError("nothing to change: give --subject, --read or --unread", ExitCode::kUsage);
+    const auto marks = static_cast<Marks>(options.set | options.cleared);
+    if (!options.setSubject && marks == 0)
+        throw HostError(
+            "nothing to change: give --subject, --read, --flag, --answered, --forwarded or an opposite",
+            ExitCode::kUsage);
     const Mailbox mailbox = Mailbox::Open(options.mailbox);
     const MailSession session(options.mailbox);
     const std::string entryId = FindItem(mailbox, *FindFolder(session, options.folder), options.item);
@@ -27,12 +60,14 @@ ExitCode Edit(const EditOptions& options)
     if (!message)
         Fail("open the item", options.item, "it is gone");
     if (options.setSubject)
-        Check(SetText(*message, PR_SUBJECT_W, options.subject), "change the item", options.item);
-    if (options.read || options.unread)
-        Check(message->SetReadFlag(options.read ? 0 : CLEAR_READ_FLAG), "change the item", options.item);
-    Check(message->SaveChanges(0), "save the item", options.item);
-    Print(options.json, {{"changed", entryId}},
-          "changed " + Printable(TextOf(*message, PR_SUBJECT_W)) + "\n");
+        ChangeSubject(*message, options);
+    if (marks != 0 && !SetMarks(session, entryId, options.set, marks))
+        Fail("mark the item", options.item, "it is gone");
+    const ComPtr<IMessage> changed = OpenMessage(session, entryId, false);
+    if (!changed)
+        Fail("open the item", options.item, "it is gone");
+    Print(options.json, JsonOf(entryId, MarksOf(*changed)),
+          "changed " + Printable(TextOf(*changed, PR_SUBJECT_W)) + "\n");
     return ExitCode::kDone;
 }
 
@@ -41,8 +76,9 @@ ExitCode Edit(const EditOptions& options)
 void AddEditCommand(CLI::App& program, Chosen& chosen)
 {
     auto options = std::make_shared<EditOptions>();
-    CLI::App* const command =
-        AddCommand(program, chosen, "edit", "Change the subject or the read state of an item", options, Edit);
+    CLI::App* const command = AddCommand(
+        program, chosen, "edit",
+        "Change an item's subject, or mark it as read, flagged, answered or forwarded", options, Edit);
     command->add_option("MAILBOX", options->mailbox, "Directory of the mailbox")->required();
     command->add_option("FOLDER", options->folder, "Path of the folder")->required();
     command->add_option("ITEM", options->item, "Number in 'list', sharing ID or entry identifier")
@@ -54,8 +90,17 @@ void AddEditCommand(CLI::App& program, Chosen& chosen)
             options->setSubject = true;
         },
         "New subject");
-    CLI::Option* const read = command->add_flag("--read", options->read, "Mark as read");
-    command->add_flag("--unread", options->unread, "Mark as unread")->excludes(read);
+    for (const MarkOption& mark : kMarkOptions) {
+        const auto note = [options, bit = mark.mark](Marks EditOptions::*set) {
+            return [options, bit, set] { (*options).*set = static_cast<Marks>((*options).*set | bit); };
+        };
+        CLI::Option* const set = command->add_flag_callback(mark.set, note(&EditOptions::set),
+                                                            std::string("Mark as ") + mark.name);
+        command
+            ->add_flag_callback(mark.clear, note(&EditOptions::cleared),
+                                std::string("Mark as not ") + mark.name)
+            ->excludes(set);
+    }
 }
 
 }  // namespace quorvane::host

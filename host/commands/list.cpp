@@ -1,6 +1,6 @@
 #include "host/commands/command.h"
 #include "host/mailbox/sharing_rows.h"
-#include "host/store/properties.h"
+#include "host/store/item_marks.h"
 
 namespace quorvane::host {
 
@@ -27,11 +27,15 @@ ExitCode ListAllFolders(const ListOptions& options, const MailSession& session)
     return ExitCode::kDone;
 }
 
-std::string FlagText(LONG flags, bool isDamaged)
+// Damaged, read, with attachments; flagged, answered, forwarded.
+std::string FlagText(const ItemInfo& item, Marks marks, bool isDamaged)
 {
     std::string text = isDamaged ? "D" : "";
-    text += flags & static_cast<LONG>(MSGFLAG_READ) ? 'R' : '-';
-    text += flags & static_cast<LONG>(MSGFLAG_HASATTACH) ? 'A' : '-';
+    text += marks & kMarkRead ? 'R' : '-';
+    text += item.flags & static_cast<LONG>(MSGFLAG_HASATTACH) ? 'A' : '-';
+    text += marks & kMarkFlagged ? "!" : "";
+    text += marks & kMarkAnswered ? "<" : "";
+    text += marks & kMarkForwarded ? ">" : "";
     return text;
 }
 
@@ -49,6 +53,7 @@ ExitCode List(const ListOptions& options)
         const auto row = rows.find(item.entryId);
         const std::string id = row == rows.end() ? std::string() : row->second.id;
         ++number;
+        const Marks marks = MarksOf(item.flags, item.status);
         const bool isDamaged = !item.hasAddress && IsDamaged(session, item.entryId);
         if (options.json)
             json.push_back({{"number", number},
@@ -57,13 +62,16 @@ ExitCode List(const ListOptions& options)
                             {"date", TimeText(item.sent)},
                             {"size", item.size},
                             {"flags", item.flags},
-                            {"read", (item.flags & static_cast<LONG>(MSGFLAG_READ)) != 0},
+                            {"read", (marks & kMarkRead) != 0},
+                            {"flagged", (marks & kMarkFlagged) != 0},
+                            {"answered", (marks & kMarkAnswered) != 0},
+                            {"forwarded", (marks & kMarkForwarded) != 0},
                             {"damaged", isDamaged},
                             {"id", id},
                             {"entryId", item.entryId}});
         else
             table.Add({std::to_string(number), TimeText(item.sent), Printable(item.sender),
-                       Printable(item.subject), std::to_string(item.size), FlagText(item.flags, isDamaged),
+                       Printable(item.subject), std::to_string(item.size), FlagText(item, marks, isDamaged),
                        id});
     });
     Print(options.json, json, options.json ? std::string() : table.Text());

@@ -3,6 +3,7 @@
 #include "host/base/path_text.h"
 #include "host/commands/command.h"
 #include "host/sharing/engine.h"
+#include "host/store/item_marks.h"
 #include "host/store/properties.h"
 
 namespace quorvane::host {
@@ -71,12 +72,17 @@ Json ReadAttachments(IMessage& message, const std::string& shown)
 
 Json ReadItem(IMessage& message, const std::string& shown)
 {
+    const Marks marks = MarksOf(message);
     return {{"subject", host::TextOf(message, PR_SUBJECT_W)},
             {"sender", host::TextOf(message, PR_SENDER_NAME_W)},
             {"date", TimeText(TimeOf(message, PR_CLIENT_SUBMIT_TIME))},
             {"class", host::TextOf(message, PR_MESSAGE_CLASS_W)},
             {"recipients", ReadRecipients(message, shown)},
             {"attachments", ReadAttachments(message, shown)},
+            {"read", (marks & kMarkRead) != 0},
+            {"flagged", (marks & kMarkFlagged) != 0},
+            {"answered", (marks & kMarkAnswered) != 0},
+            {"forwarded", (marks & kMarkForwarded) != 0},
             {"body", ReadBody(message, shown)}};
 }
 
@@ -112,6 +118,11 @@ std::string TextOfItem(const Json& item)
     text += Line("Date", item["date"]);
     for (const Json& attachment : item["attachments"])
         text += Line("Attachment", attachment["name"]);
+    std::string marks;
+    for (const char* const mark : {"read", "flagged", "answered", "forwarded"})
+        if (item[mark])
+            marks += (marks.empty() ? "" : ", ") + std::string(mark);
+    text += Line("Marked", marks);
     return text + "\n" + PrintableLines(item["body"]);
 }
 

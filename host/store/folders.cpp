@@ -87,6 +87,7 @@ ItemInfo ReadItem(const SRow& row)
     item.modified = TimeOf(row, PR_LAST_MODIFICATION_TIME);
     item.size = LongOf(row, PR_MESSAGE_SIZE);
     item.flags = LongOf(row, PR_MESSAGE_FLAGS);
+    item.status = LongOf(row, quorvane::kPrMessageStatus);
     return item;
 }
 
@@ -195,10 +196,10 @@ std::string FolderOfMessage(const MailSession& session, const std::string& entry
 
 void ForEachItem(IMAPIFolder& folder, const std::function<void(const ItemInfo&)>& visit)
 {
-    SizedSPropTagArray(9, columns) = {
-        9,
-        {PR_ENTRYID, PR_SUBJECT_W, PR_SENDER_NAME_W, PR_SENDER_EMAIL_ADDRESS_W, PR_SEARCH_KEY,
-         PR_CLIENT_SUBMIT_TIME, PR_LAST_MODIFICATION_TIME, PR_MESSAGE_SIZE, PR_MESSAGE_FLAGS}};
+    SizedSPropTagArray(10, columns) = {10,
+                                       {PR_ENTRYID, PR_SUBJECT_W, PR_SENDER_NAME_W, PR_SENDER_EMAIL_ADDRESS_W,
+                                        PR_SEARCH_KEY, PR_CLIENT_SUBMIT_TIME, PR_LAST_MODIFICATION_TIME,
+                                        PR_MESSAGE_SIZE, PR_MESSAGE_FLAGS, quorvane::kPrMessageStatus}};
     ForEachItemRow(folder, reinterpret_cast<LPSPropTagArray>(&columns),
                    [&](const SRow& row) { visit(ReadItem(row)); });
 }

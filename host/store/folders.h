@@ -31,7 +31,8 @@ struct ItemInfo {
     std::uint64_t sent = 0;
     std::uint64_t modified = 0;
     LONG size = 0;
-    LONG flags = 0;
+    LONG flags = 0;   // PR_MESSAGE_FLAGS
+    LONG status = 0;  // of IMAPIFolder::GetMessageStatus
     // Whether the row told the sender's address, which stands in the item's content: a row of a damaged item
     // never does.
     bool hasAddress = false;

@@ -234,9 +234,7 @@ HRESULT SetMessageRead(SqliteConnection& connection, std::int64_t id, bool read,
     if (flags == row.flags)
         return S_OK;
     row.flags = flags;
-    row.modified = TimeAfter(row.modified);
-    QV_RETURN_IF_FAILED(
-        connection.Run("UPDATE message SET flags=?, modified=? WHERE id=?", row.flags, row.modified, id));
+    QV_RETURN_IF_FAILED(connection.Run("UPDATE message SET flags=? WHERE id=?", row.flags, id));
     return LogMessage(connection, fnevObjectModified, row);
 }
 

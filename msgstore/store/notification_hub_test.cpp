@@ -197,6 +197,19 @@ TEST_F(NotificationTest, ASavedChangeIsARowModified)
     EXPECT_EQ(sink->Events()[0].entryId, id);
 }
 
+TEST_F(NotificationTest, AChangeOfTheReadStateIsARowModified)
+{
+    const BinaryValue id = mailbox.AddMessage(mailbox.Inbox(), OLESTR("Hello"));
+    const ComPtr<IMAPITable> table = ContentsOf(mailbox.Inbox());
+    const ComPtr<CTestSink> sink = AdviseTable(*table);
+
+    ASSERT_EQ(mailbox.Inbox().SetReadFlags(nullptr, 0, nullptr, 0), S_OK);
+
+    ASSERT_TRUE(sink->WaitForCount(1));
+    EXPECT_EQ(sink->Events()[0].tableEvent, static_cast<ULONG>(TABLE_ROW_MODIFIED));
+    EXPECT_EQ(sink->Events()[0].entryId, id);
+}
+
 TEST_F(NotificationTest, ADeletedMessageIsARowDeletedUnderItsInstanceKey)
 {
     const BinaryValue id = mailbox.AddMessage(mailbox.Inbox(), OLESTR("Hello"));

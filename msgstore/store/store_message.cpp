@@ -193,7 +193,6 @@ HRESULT StoreMessage::SetReadState(bool read) noexcept
         return MAPI_E_OBJECT_DELETED;
     QV_RETURN_IF_FAILED(result);
     row_.flags = row.flags;
-    row_.modified = row.modified;
     return S_OK;
 }
 

@@ -168,6 +168,37 @@ TEST_F(MailFilesTest, AnImportThatWasKilledIsFinishedByRunningItOnceMore)
     EXPECT_EQ(subjects.size(), kMails);
 }
 
+TEST_F(MailFilesTest, AnItemIsMarkedAndShownAsMarked)
+{
+    std::ofstream(Path("1.eml"), std::ios::binary) << "Subject: one\n\nbody\n";
+    Import({Path("1.eml").string()});
+    const auto marks = [](const Json& item) {
+        std::string text;
+        for (const char* const mark : {"read", "flagged", "answered", "forwarded"})
+            text += item.at(mark).get<bool>() ? '1' : '0';
+        return text;
+    };
+    const auto listed = [&] { return MustRun({"list", Mailbox("a"), "In", "--json"}).Value().at(0); };
+    const auto edited = [&](std::vector<std::string> options) {
+        std::vector<std::string> arguments{"edit", Mailbox("a"), "In", "1", "--json"};
+        arguments.insert(arguments.end(), options.begin(), options.end());
+        return marks(MustRun(arguments).Value());
+    };
+    EXPECT_EQ(edited({"--unread"}), "0000");
+    EXPECT_EQ(edited({"--read", "--flag"}), "1100");
+    EXPECT_EQ(edited({"--unread", "--answered", "--forwarded"}), "0111");
+    EXPECT_EQ(edited({"--unflag", "--subject", "two"}), "0011");
+    EXPECT_EQ(edited({"--read"}), "1011");
+    EXPECT_EQ(marks(listed()), "1011");
+    EXPECT_EQ(listed().at("subject"), "two");
+    EXPECT_EQ(marks(MustRun({"show", Mailbox("a"), "In", "1", "--json"}).Value()), "1011");
+    EXPECT_NE(MustRun({"show", Mailbox("a"), "In", "1"}).output.find("Marked: read, answered, forwarded\n"),
+              std::string::npos);
+    EXPECT_NE(MustRun({"list", Mailbox("a"), "In"}).output.find("R-<>"), std::string::npos);
+    EXPECT_EQ(Run({"edit", Mailbox("a"), "In", "1", "--read", "--unread"}).exitCode, 2);
+    EXPECT_EQ(Run({"edit", Mailbox("a"), "In", "1"}).exitCode, 2);
+}
+
 TEST_F(MailFilesTest, AMissingPathIsAnErrorBesideOneThatIsThere)
 {
     const Outcome outcome = Run({"import", Mailbox("a"), "In", Samples().string(), Path("nowhere").string()});
