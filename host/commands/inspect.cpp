@@ -150,6 +150,8 @@ const char* KindText(exchange::PackageKind kind)
             return "items";
         case exchange::PackageKind::kMembership:
             return "membership";
+        case exchange::PackageKind::kFlags:
+            return "flags";
         default:
             return "report";
     }

@@ -16,6 +16,8 @@ Json CountsOf(const Statistics& counts)
             {"itemsApplied", counts.itemsApplied.load()},
             {"deletionsApplied", counts.deletionsApplied.load()},
             {"itemsIgnored", counts.itemsIgnored.load()},
+            {"flagsSent", counts.flagsSent.load()},
+            {"flagsTaken", counts.flagsTaken.load()},
             {"packagesSent", counts.packagesSent.load()},
             {"packagesReceived", counts.packagesReceived.load()},
             {"packagesRejected", counts.packagesRejected.load()},

@@ -17,6 +17,7 @@ struct ShareOptions {
     std::string folder;
     std::vector<std::string> members;
     std::string exchange;
+    bool flags = false;
 };
 
 std::string NewFolderId()
@@ -115,6 +116,9 @@ std::string LinesOf(const Introductions& met)
 
 ExitCode ShareFolder(const ShareOptions& options)
 {
+    if (options.members.empty() && !options.flags)
+        throw HostError("nobody to share with: give --with, or --flags for a folder that is shared already",
+                        ExitCode::kUsage);
     const Mailbox mailbox = Mailbox::Open(options.mailbox);
     CheckMembers(options, mailbox);
     const MailSession session(options.mailbox);
@@ -124,21 +128,27 @@ ExitCode ShareFolder(const ShareOptions& options)
     auto share = records.FindShareByEntryId(entryId);
     const exchange::DeviceKeys keys = ReadDeviceKeys(mailbox);
     SharedFolders folders(mailbox.HostDatabasePath().string(), keys);
+    if (!share && options.members.empty())
+        Fail("share the flags of", options.folder, "it isn't shared yet: give --with");
     if (!share) {
         share = Share{FolderIdFor(folders, entryId), entryId, session.StoreId(), options.folder};
         folders.Found(*share);
     }
+    if (options.flags)
+        folders.ShareFlags(share->folderId);
     for (const std::string& member : options.members)
         folders.Invite(share->folderId, member);
+    const bool hasFlags = records.FindShare(share->folderId)->hasFlags;
     Print(options.json,
           {{"folder", options.folder},
            {"id", share->folderId},
            {"members", records.Members(share->folderId)},
            {"pinned", JsonOf(met)},
-           {"awaited", met.awaited}},
+           {"awaited", met.awaited},
+           {"flags", hasFlags}},
           LinesOf(met) + "shared " + Printable(options.folder) + " as " + share->folderId + " with " +
-              std::to_string(records.Members(share->folderId).size()) +
-              " members; 'quorvane run' invites them\n");
+              std::to_string(records.Members(share->folderId).size()) + " members" +
+              (hasFlags ? ", flags included" : "") + "; 'quorvane run' invites them\n");
     return ExitCode::kDone;
 }
 
@@ -154,7 +164,11 @@ void AddShareCommand(CLI::App& program, Chosen& chosen)
         options, ShareFolder);
     command->add_option("MAILBOX", options->mailbox, "Directory of the mailbox")->required();
     command->add_option("FOLDER", options->folder, "Path of the folder")->required();
-    command->add_option("--with", options->members, "Names of the members' mailboxes")->required();
+    command->add_option("--with", options->members, "Names of the members' mailboxes");
+    command->add_flag(
+        "--flags", options->flags,
+        "Members share what they make of items, too: whether they are read, flagged, answered or "
+        "forwarded. Who founded the folder decides it, for good");
     command->add_option("--exchange", options->exchange,
                         "Directory of the exchange, where none is remembered");
 }

@@ -36,7 +36,8 @@ Json SharesOf(Records& records, Table& table)
                         {"id", share.folderId},
                         {"members", members},
                         {"notAccepted", waiting},
-                        {"items", items}});
+                        {"items", items},
+                        {"flags", share.hasFlags}});
         std::string names;
         for (const std::string& member : members)
             names += (names.empty() ? "" : ", ") + member;

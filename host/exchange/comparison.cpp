@@ -11,22 +11,37 @@ namespace {
 
 constexpr std::size_t kLongestId = 256;
 
-// What the digest holds of an item: two devices are equal when the one that lacks content got it.
-std::string StateOf(const KnownItem& item)
+// A report's byte that says what it is.
+constexpr unsigned kAnswersLists = 1;
+constexpr unsigned kWithFlags = 2;
+
+bool IsShownDeleted(const KnownItem& item)
 {
-    return (item.isWhole ? '\1' : '\0') + item.heads.Write();
+    return item.heads.Shown() && item.heads.Shown()->isDeletion;
 }
 
-void WriteItem(const KnownItem& item, WireWriter& to)
+// What the digest holds of an item: two devices are equal when the one that lacks content got it.
+std::string StateOf(const KnownItem& item, bool withFlags)
+{
+    WireWriter state;
+    state.Put(static_cast<std::uint8_t>(item.isWhole)).Put(item.heads.Write());
+    if (withFlags && !item.flags.IsEmpty())
+        item.flags.Write(state);
+    return state.Bytes();
+}
+
+void WriteItem(const KnownItem& item, bool withFlags, WireWriter& to)
 {
     const std::string heads = item.heads.Write();
     to.Put(static_cast<std::uint16_t>(item.id.size()))
         .Put(item.id)
         .Put(static_cast<std::uint8_t>(item.isWhole));
     to.Put(static_cast<std::uint32_t>(heads.size())).Put(heads);
+    if (withFlags)
+        item.flags.Write(to);
 }
 
-KnownItem ReadItem(WireReader& from, std::string_view what)
+KnownItem ReadItem(WireReader& from, bool withFlags, std::string_view what)
 {
     KnownItem item;
     item.id = from.Take(from.Get<std::uint16_t>());
@@ -39,14 +54,18 @@ KnownItem ReadItem(WireReader& from, std::string_view what)
     item.heads = ItemHeads::Read(from.Take(from.Get<std::uint32_t>()), what);
     if (!item.heads.Shown())
         Refuse(std::string(what) + " has an item that nobody made");
+    if (withFlags)
+        item.flags = ItemFlags::Read(from, what);
+    DropFlagsOfDeleted(item);
     return item;
 }
 
-std::vector<KnownItem> ReadBucket(std::uint8_t bucket, WireReader& from, std::string_view what)
+std::vector<KnownItem> ReadBucket(std::uint8_t bucket, WireReader& from, bool withFlags,
+                                  std::string_view what)
 {
     std::vector<KnownItem> items;
     for (auto left = from.Get<std::uint32_t>(); left != 0; --left) {
-        KnownItem item = ReadItem(from, what);
+        KnownItem item = ReadItem(from, withFlags, what);
         const bool isRising = items.empty() || items.back().id < item.id;
         if (!isRising || BucketOf(item.id) != bucket)
             Refuse(std::string(what) + " lists an item where it doesn't belong");
@@ -65,6 +84,7 @@ std::vector<KnownItem> ItemsIn(const FolderView& folder, std::uint8_t bucket)
 // What two lists of one bucket differ in.
 struct Difference {
     std::vector<std::string> theyLack;
+    std::vector<std::string> theyLackFlags;
     std::vector<std::string> weLack;
 };
 
@@ -81,13 +101,18 @@ Difference Differ(const std::vector<KnownItem>& own, const std::vector<KnownItem
     auto other = theirs.begin();
     while (ours != own.end() || other != theirs.end()) {
         if (other == theirs.end() || (ours != own.end() && ours->id < other->id)) {
-            difference.theyLack.push_back((ours++)->id);
+            difference.theyLack.push_back(ours->id);
+            if (!ours->flags.IsEmpty())
+                difference.theyLackFlags.push_back(ours->id);
+            ++ours;
         } else if (ours == own.end() || other->id < ours->id) {
             difference.weLack.push_back((other++)->id);
         } else {
             if (Lacks(*other, *ours))
                 difference.theyLack.push_back(ours->id);
-            if (Lacks(*ours, *other))
+            if (other->flags.Lacks(ours->flags))
+                difference.theyLackFlags.push_back(ours->id);
+            if (Lacks(*ours, *other) || ours->flags.Lacks(other->flags))
                 difference.weLack.push_back(ours->id);
             ++ours;
             ++other;
@@ -102,11 +127,12 @@ std::string FolderReport::Write() const
 {
     WireWriter report;
     report.Put(static_cast<std::uint16_t>(folder.size())).Put(folder).Put(digest.Write());
-    report.Put(static_cast<std::uint8_t>(answersLists)).Put(static_cast<std::uint16_t>(buckets.size()));
+    report.Put(static_cast<std::uint8_t>((answersLists ? kAnswersLists : 0) | (withFlags ? kWithFlags : 0)))
+        .Put(static_cast<std::uint16_t>(buckets.size()));
     for (const auto& [bucket, items] : buckets) {
         report.Put(bucket).Put(static_cast<std::uint32_t>(items.size()));
         for (const KnownItem& item : items)
-            WriteItem(item, report);
+            WriteItem(item, withFlags, report);
     }
     return report.Bytes();
 }
@@ -121,25 +147,27 @@ FolderReport FolderReport::Read(std::string_view bytes, std::string_view what)
     report.digest =
         FolderDigest::Read(reader.Take(FolderDigest::kBuckets * sizeof(FolderDigest::Bucket)), what);
     const auto answers = reader.Get<std::uint8_t>();
-    if (answers > 1)
+    if (answers > (kAnswersLists | kWithFlags))
         Refuse(std::string(what) + " neither opens nor answers");
-    report.answersLists = answers == 1;
+    report.answersLists = (answers & kAnswersLists) != 0;
+    report.withFlags = (answers & kWithFlags) != 0;
     for (auto left = reader.Get<std::uint16_t>(); left != 0; --left) {
         const auto bucket = reader.Get<std::uint8_t>();
         if (!report.buckets.empty() && report.buckets.rbegin()->first >= bucket)
             Refuse(std::string(what) + " has its lists out of order");
-        report.buckets.emplace(bucket, ReadBucket(bucket, reader, what));
+        report.buckets.emplace(bucket, ReadBucket(bucket, reader, report.withFlags, what));
     }
     reader.End();
     return report;
 }
 
-FolderReport ReportOf(const std::string& folder, const FolderView& own)
+FolderReport ReportOf(const std::string& folder, const FolderView& own, bool withFlags)
 {
     FolderReport report;
     report.folder = folder;
+    report.withFlags = withFlags;
     FolderDigestMaker digest;
-    own.ForEach([&](const KnownItem& item) { digest.Add(item.id, StateOf(item)); });
+    own.ForEach([&](const KnownItem& item) { digest.Add(item.id, StateOf(item, withFlags)); });
     report.digest = digest.Finish();
     return report;
 }
@@ -147,7 +175,7 @@ FolderReport ReportOf(const std::string& folder, const FolderView& own)
 Comparison Compare(const FolderView& own, const FolderReport& theirs)
 {
     Comparison result;
-    FolderReport answer = ReportOf(theirs.folder, own);
+    FolderReport answer = ReportOf(theirs.folder, own, theirs.withFlags);
     answer.answersLists = !theirs.buckets.empty();
     std::size_t listed = 0;
     for (const std::uint8_t bucket : Differing(answer.digest, theirs.digest)) {
@@ -161,6 +189,8 @@ Comparison Compare(const FolderView& own, const FolderReport& theirs)
             const Difference difference = Differ(items, list->second);
             result.lacking.insert(result.lacking.end(), difference.theyLack.begin(),
                                   difference.theyLack.end());
+            result.lackingFlags.insert(result.lackingFlags.end(), difference.theyLackFlags.begin(),
+                                       difference.theyLackFlags.end());
             result.missing.insert(result.missing.end(), difference.weLack.begin(), difference.weLack.end());
             if (difference.weLack.empty() || theirs.answersLists)
                 continue;
@@ -187,6 +217,17 @@ ItemTaken TakeItem(KnownItem& own, const KnownItem& theirs)
         return hasCome ? ItemTaken::kApply : ItemTaken::kMissing;
     }
     return taken == Taken::kKnown ? ItemTaken::kKnown : ItemTaken::kNoted;
+}
+
+bool TakeFlags(KnownItem& own, const ItemFlags& theirs)
+{
+    return !IsShownDeleted(own) && own.flags.Take(theirs);
+}
+
+void DropFlagsOfDeleted(KnownItem& own)
+{
+    if (IsShownDeleted(own))
+        own.flags = {};
 }
 
 }  // namespace quorvane::host::exchange

@@ -9,9 +9,10 @@
 // Nothing is kept between calls: any thread, each with data of its own.
 //
 // A report as bytes, little-endian: 2 length of the folder's id and the id, the digest (folder_digest.h), 1
-// whether it answers lists, 2 number of buckets that are listed, and for each, rising: 1 its number, 4 number
-// of items, and for each by rising id: 2 length of the id and the id, 1 whether its content is there, 4
-// length of its heads and the heads (item_heads.h).
+// whether it answers lists, plus 2 where flags are compared too, 2 number of buckets that are listed, and for
+// each, rising: 1 its number, 4 number of items, and for each by rising id: 2 length of the id and the id, 1
+// whether its content is there, 4 length of its heads and the heads (item_heads.h), and where flags are
+// compared, the item's flags (item_flags.h).
 #ifndef QUORVANE_HOST_EXCHANGE_COMPARISON_H_
 #define QUORVANE_HOST_EXCHANGE_COMPARISON_H_
 
@@ -25,6 +26,7 @@
 #include <vector>
 
 #include "host/exchange/folder_digest.h"
+#include "host/exchange/item_flags.h"
 #include "host/exchange/item_heads.h"
 
 namespace quorvane::host::exchange {
@@ -36,6 +38,7 @@ struct KnownItem {
     // Whether the content that it shows is here. Where a report alone told of a revision, or one that was
     // beaten comes back, it may not be; then somebody else has it.
     bool isWhole = true;
+    ItemFlags flags{};  // where the folder's members share them; of one that shows a deletion none
 
     bool operator==(const KnownItem&) const = default;
 };
@@ -59,6 +62,7 @@ struct FolderReport {
     std::string folder;
     FolderDigest digest;
     bool answersLists = false;
+    bool withFlags = false;  // digest and lists hold the items' flags
     std::map<std::uint8_t, std::vector<KnownItem>> buckets;
 
     std::string Write() const;
@@ -69,12 +73,13 @@ struct FolderReport {
 };
 
 // What opens a comparison.
-FolderReport ReportOf(const std::string& folder, const FolderView& own);
+FolderReport ReportOf(const std::string& folder, const FolderView& own, bool withFlags = false);
 
 // What is to be done with another device's report.
 struct Comparison {
     std::vector<std::string>
         lacking;  // ids of items that the other device is to be sent, with all their heads
+    std::vector<std::string> lackingFlags;  // ids of items of whose flags it is to be told
     std::vector<std::string> missing;  // ids of those that it has listed and that this one lacks something of
     std::optional<FolderReport> answer;  // to be sent to it
 };
@@ -92,6 +97,12 @@ enum class ItemTaken {
 // Takes what another device sent of an item (whole, when its content came along). Throws an Error (kRefused)
 // when there would be too many heads; then nothing changed.
 ItemTaken TakeItem(KnownItem& own, const KnownItem& theirs);
+
+// Takes what another device knows of an item's flags; an item that shows a deletion takes none. One that
+// isn't known yet keeps them until it comes. True when there was anything new.
+bool TakeFlags(KnownItem& own, const ItemFlags& theirs);
+// After whatever changed an item: one that shows a deletion has no flags.
+void DropFlagsOfDeleted(KnownItem& own);
 
 }  // namespace quorvane::host::exchange
 

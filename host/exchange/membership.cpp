@@ -35,6 +35,21 @@ public:
         return members;
     }
 
+    // By the founder, while he was a member.
+    std::vector<std::size_t> FlagChanges()
+    {
+        FindAllowed();
+        FindRemovals();
+        FindCounting();
+        Places changes;
+        ForEach([&](std::size_t place, MembershipChange change) {
+            if (change == MembershipChange::kFlags && SpeaksFor(counting_, place, Founder()) &&
+                !IsUndoneFor(0, place))
+                changes.push_back(place);
+        });
+        return changes;
+    }
+
 private:
     using Places = std::vector<std::size_t>;
     // What makes a device a member's.
@@ -286,6 +301,14 @@ FolderMembers Membership::MembersAt(const std::set<EntryId>& latest) const
     }
     within[0] = true;
     return Judge(*this, std::move(within)).Members();
+}
+
+std::vector<std::string> Membership::FlagEntries() const
+{
+    std::vector<std::string> entries;
+    for (const std::size_t place : Judge(*this, std::vector<bool>(known_.size(), true)).FlagChanges())
+        entries.push_back(bytes_[place]);
+    return entries;
 }
 
 bool IsDeviceOfMember(const FolderMembers& members, const SigningKey& device)

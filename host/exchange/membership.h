@@ -13,6 +13,7 @@
 // - What a device signed that was unlinked counts only as far as that had seen it, but for unlinkings: who
 //   has a stolen device brings nobody in by an entry that he dates back. Linked or added again by somebody
 //   who had seen the end of it, it is in again.
+// - Members share the items' flags where the founder signed that, before he left.
 #ifndef QUORVANE_HOST_EXCHANGE_MEMBERSHIP_H_
 #define QUORVANE_HOST_EXCHANGE_MEMBERSHIP_H_
 
@@ -66,6 +67,8 @@ public:
     // By those alone that somebody had seen who names these as the latest. Throws an Error (kRefused) when
     // one of them isn't here.
     FolderMembers MembersAt(const std::set<EntryId>& latest) const;
+    // The entries that say that members share the items' flags, and count; none where they don't.
+    std::vector<std::string> FlagEntries() const;
 
 private:
     struct Known {

@@ -58,7 +58,7 @@ MembershipEntry ReadFields(WireReader& reader)
     MembershipEntry entry;
     const auto change = reader.Get<std::uint8_t>();
     if (change < static_cast<std::uint8_t>(MembershipChange::kFound) ||
-        change > static_cast<std::uint8_t>(MembershipChange::kUnlink))
+        change > static_cast<std::uint8_t>(MembershipChange::kFlags))
         Refuse(std::string(kEntryName) + " is of an unknown kind");
     entry.change = static_cast<MembershipChange>(change);
     entry.folder = reader.Take(reader.Get<std::uint16_t>());

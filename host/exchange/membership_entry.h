@@ -34,6 +34,7 @@ enum class MembershipChange : std::uint8_t {
     kLink = 3,    // another device of the author's
     kRemove = 4,  // a member: by himself, or by the founder
     kUnlink = 5,  // a device of the author's, or the author itself
+    kFlags = 6,  // members share the items' flags (item_flags.h) from there on; by the founder, about himself
 };
 
 using EntryId = std::array<unsigned char, 32>;

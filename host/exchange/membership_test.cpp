@@ -42,6 +42,10 @@ protected:
     {
         return WriteMembershipEntry(by, Entry(MembershipChange::kRemove, whom.Signing(), seen));
     }
+    static std::string ShareFlags(const DeviceKeys& by, const DeviceKeys& whom, const Seen& seen)
+    {
+        return WriteMembershipEntry(by, Entry(MembershipChange::kFlags, whom.Signing(), seen));
+    }
     static std::string AddDevice(const DeviceKeys& by, const DeviceKeys& member, const DeviceKeys& device,
                                  const Seen& seen)
     {
@@ -84,6 +88,30 @@ protected:
     const Seen founded{IdOfEntry(founding)};
     Membership membership{kFolder, founding};
 };
+
+TEST_F(MembershipTest, FlagsAreSharedWhereTheFounderOrADeviceOfHisSaysSo)
+{
+    const Seen withBob = Take(Add(alice, bob, "bob", founded));
+    Take(ShareFlags(bob, bob, withBob));
+    Take(ShareFlags(bob, alice, withBob));
+    EXPECT_TRUE(membership.FlagEntries().empty()) << "a member alone doesn't";
+    const std::string early = ShareFlags(carol, alice, withBob);
+    Take(early);
+    const Seen withCarol = Take(AddDevice(alice, alice, carol, withBob));
+    EXPECT_TRUE(membership.FlagEntries().empty());
+    const std::string second = ShareFlags(carol, alice, withCarol);
+    Take(second);
+    EXPECT_EQ(membership.FlagEntries(), std::vector<std::string>{second});
+    EXPECT_EQ(NamesNow(), (Names{"alice", "bob"}));
+}
+
+TEST_F(MembershipTest, AFounderWhoHasLeftSharesNoFlags)
+{
+    const Seen withBob = Take(Add(alice, bob, "bob", founded));
+    Take(Remove(alice, alice, withBob));
+    Take(ShareFlags(alice, alice, withBob));
+    EXPECT_TRUE(membership.FlagEntries().empty());
+}
 
 TEST_F(MembershipTest, TheFounderIsItsFirstMemberAndMembersAddMembers)
 {

@@ -203,6 +203,22 @@ TEST_F(PageDumpsTest, MembershipChanges)
     ExpectOnThePage(third);
 }
 
+TEST_F(PageDumpsTest, Flags)
+{
+    FlagNote note{"{F}", {{"{I}", {}}}};
+    note.items[0].flags.Show(0b0011, 1000, alice.Id());
+    note.items[0].flags.Show(0b0001, 2000, bob.Id());
+    PageDump dump(note.Write());
+    dump.Field(8, "QV3FLAG, version 1")
+        .Field(2, "length of the folder's id")
+        .Field(3, "{F}")
+        .Field(4, "one item");
+    dump.Field(2, "length of its id").Field(3, "{I}").Field(1, "read and flagged were changed");
+    dump.Field(1, "read").Field(8, "stamp").Field(16, "by alice");
+    dump.Field(1, "not flagged").Field(8, "stamp").Field(16, "by bob");
+    ExpectOnThePage(dump);
+}
+
 // A folder of one item, and what lists its bucket.
 TEST_F(PageDumpsTest, Report)
 {

@@ -209,7 +209,7 @@ SealedPackage::SealedPackage(const ByteSource& package, std::string what)
     contentSize_ = reader.Get<std::uint64_t>();
     const std::size_t receivers = reader.Get<std::uint16_t>();
     if (kind < static_cast<std::uint8_t>(PackageKind::kItems) ||
-        kind > static_cast<std::uint8_t>(PackageKind::kDigest))
+        kind > static_cast<std::uint8_t>(PackageKind::kFlags))
         Refuse(what_ + " is of an unknown kind");
     label_.kind = static_cast<PackageKind>(kind);
     if (label_.sequence == 0 || receivers == 0 || receivers > kMostReceivers)

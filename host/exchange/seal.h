@@ -32,7 +32,7 @@ namespace quorvane::host::exchange {
 
 using Epoch = std::array<unsigned char, 16>;
 
-enum class PackageKind : std::uint8_t { kItems = 1, kMembership = 2, kDigest = 3 };
+enum class PackageKind : std::uint8_t { kItems = 1, kMembership = 2, kDigest = 3, kFlags = 4 };
 
 struct PackageLabel {
     DeviceId sender;

@@ -49,9 +49,9 @@ void FolderDevices::RefreshDevices(const KnownFolder& folder, const FolderMember
     Statement select(database_, "SELECT device FROM folder_device WHERE founding = ? AND is_in = 1");
     for (const std::string& device : TextsOf(select.Bind(1, folder.founding)))
         if (devices.erase(device) == 0)
-            Statement(
-                database_,
-                "UPDATE folder_device SET is_in = 0, has = 0, told = 0 WHERE founding = ? AND device = ?")
+            Statement(database_,
+                      "UPDATE folder_device SET is_in = 0, has = 0, told = 0, flags = 0 WHERE founding = ? "
+                      "AND device = ?")
                 .Bind(1, folder.founding)
                 .Bind(2, device)
                 .Run();
@@ -59,7 +59,7 @@ void FolderDevices::RefreshDevices(const KnownFolder& folder, const FolderMember
         Statement(
             database_,
             "INSERT INTO folder_device (founding, device) VALUES (?1, ?2) ON CONFLICT (founding, device) DO "
-            "UPDATE SET is_in = 1, has = 0, told = 0, due = 0")
+            "UPDATE SET is_in = 1, has = 0, told = 0, due = 0, flags = 0")
             .Bind(1, folder.founding)
             .Bind(2, device)
             .Run();
@@ -213,6 +213,16 @@ void FolderDevices::TellThoseWhoHave(const KnownFolder& folder)
 {
     Statement(database_, "UPDATE folder_device SET due = 1 WHERE founding = ? AND is_in = 1 AND has = 1")
         .Bind(1, folder.founding)
+        .Run();
+}
+
+void FolderDevices::NoteFlags(const KnownFolder& folder, const DeviceId& device)
+{
+    Statement(
+        database_,
+        "UPDATE folder_device SET flags = 1 WHERE founding = ? AND device = ? AND flags = 0 AND is_in = 1")
+        .Bind(1, folder.founding)
+        .Bind(2, TextOf(device))
         .Run();
 }
 

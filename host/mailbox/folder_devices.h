@@ -40,6 +40,8 @@ public:
     void TellThoseWhoHave(const KnownFolder& folder);
     void TellAll(const KnownFolder& folder);
     void TellAllAnew(const KnownFolder& folder);
+    // A device has told that it knows of members sharing the items' flags: it is to be told of them.
+    void NoteFlags(const KnownFolder& folder, const exchange::DeviceId& device);
     // Those to be told whose cards are known, by their IDs.
     std::vector<std::string> Due(const KnownFolder& folder);
 

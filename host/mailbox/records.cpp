@@ -20,7 +20,7 @@ namespace {
 
 Share ReadShare(const Statement& row)
 {
-    return {row.Text(0), row.Text(1), row.Text(2), row.Text(3)};
+    return {row.Text(0), row.Text(1), row.Text(2), row.Text(3), row.Number(4) != 0};
 }
 
 std::optional<Share> FindOneShare(Database& database, const char* sql, const std::string& key)
@@ -267,7 +267,8 @@ Records::Records(const std::string& path) : database_(path, Database::Mode::kOpe
 std::vector<Share> Records::Shares()
 {
     const std::lock_guard lock(mutex_);
-    Statement select(database_, "SELECT folder_id, entry_id, store_id, name FROM share ORDER BY folder_id");
+    Statement select(database_,
+                     "SELECT folder_id, entry_id, store_id, name, flags FROM share ORDER BY folder_id");
     std::vector<Share> shares;
     while (select.Step())
         shares.push_back(ReadShare(select));
@@ -277,14 +278,16 @@ std::vector<Share> Records::Shares()
 std::optional<Share> Records::FindShare(const std::string& folderId)
 {
     const std::lock_guard lock(mutex_);
-    return FindOneShare(
-        database_, "SELECT folder_id, entry_id, store_id, name FROM share WHERE folder_id = ?", folderId);
+    return FindOneShare(database_,
+                        "SELECT folder_id, entry_id, store_id, name, flags FROM share WHERE folder_id = ?",
+                        folderId);
 }
 
 std::optional<Share> Records::FindShareByEntryId(const std::string& entryId)
 {
     const std::lock_guard lock(mutex_);
-    return FindOneShare(database_, "SELECT folder_id, entry_id, store_id, name FROM share WHERE entry_id = ?",
+    return FindOneShare(database_,
+                        "SELECT folder_id, entry_id, store_id, name, flags FROM share WHERE entry_id = ?",
                         entryId);
 }
 
@@ -378,12 +381,15 @@ void Records::WriteItem(const ItemRecord& item)
         .Bind(9, std::int64_t{item.isPending})
         .Bind(10, static_cast<std::int64_t>(item.heads.Shown() ? item.heads.Beaten().size() : 0))
         .Run();
+    if (item.deleted)
+        Statement(database_, "DELETE FROM item_flags WHERE item = ?").Bind(1, item.id).Run();
 }
 
 void Records::ForgetItem(const std::string& id)
 {
     const std::lock_guard lock(mutex_);
     Statement(database_, "DELETE FROM item WHERE id = ?").Bind(1, id).Run();
+    Statement(database_, "DELETE FROM item_flags WHERE item = ?").Bind(1, id).Run();
 }
 
 void Records::SetModified(const std::string& id, std::uint64_t modified)
@@ -540,6 +546,13 @@ void Records::FinishResend(std::int64_t number)
 {
     const Durable durable(*this);
     Transaction transaction(database_);
+    Statement(
+        database_,
+        "UPDATE folder_device SET flags = 1 WHERE flags = 2 AND EXISTS (SELECT 1 FROM resend JOIN folder "
+        "USING (folder_id) JOIN device ON device.member = resend.member WHERE number = ? AND "
+        "folder.founding = folder_device.founding AND device.id = folder_device.device)")
+        .Bind(1, number)
+        .Run();
     ForgetResend(database_, number);
     transaction.Commit();
 }

@@ -20,7 +20,8 @@ struct Share {
     std::string folderId;  // the same for all members
     std::string entryId;   // the folder's entry identifier here, in hexadecimal text
     std::string storeId;
-    std::string name;  // the folder's path
+    std::string name;       // the folder's path
+    bool hasFlags = false;  // its members share the items' flags
 };
 
 // Who made what a shared item shows, and when.
@@ -108,7 +109,7 @@ class Records {
 public:
     explicit Records(const std::string& path);
 
-    static constexpr int kVersion = 8;
+    static constexpr int kVersion = 9;
     // Makes the tables of a new mailbox. Called within a transaction.
     static void CreateTables(Database& database, const std::string& name, const std::string& instance);
     // Brings tables of an earlier version up to this one. Called within a transaction.
@@ -185,6 +186,7 @@ public:
     // Ends those that are under way or wait, of one folder and to one member where these aren't empty. What
     // was given stays noted. Gives how many there were.
     int CancelResends(const std::string& folderId, const std::string& member);
+    // The member's devices are to be told of the flags of all that he was given, where members share them.
     void FinishResend(std::int64_t number);
     std::int64_t CountGiven(std::int64_t resend);
     // Whether a package for its member holds the item already.

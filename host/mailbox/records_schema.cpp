@@ -232,9 +232,26 @@ constexpr char kUpgradeFrom7[] = R"sql(
 ALTER TABLE device ADD COLUMN silent INTEGER NOT NULL DEFAULT 0;
 )sql";
 
+// From version 8 on: members may share what they make of items (flag_records.h). `share.flags`: they do;
+// `folder_device.flags`: 0 the device isn't known to, 1 it does and is to be told of all flags, 2 it is told
+// of changes. `due`: the message doesn't show them yet.
+constexpr char kUpgradeFrom8[] = R"sql(
+ALTER TABLE share ADD COLUMN flags INTEGER NOT NULL DEFAULT 0;
+ALTER TABLE folder_device ADD COLUMN flags INTEGER NOT NULL DEFAULT 0;
+CREATE TABLE item_flags (
+    item TEXT PRIMARY KEY,
+    folder_id TEXT NOT NULL,
+    flags TEXT NOT NULL,
+    pending INTEGER NOT NULL,
+    due INTEGER NOT NULL) WITHOUT ROWID;
+CREATE INDEX item_flags_folder ON item_flags (folder_id);
+CREATE INDEX item_flags_pending ON item_flags (folder_id) WHERE pending = 1;
+CREATE INDEX item_flags_due ON item_flags (item) WHERE due = 1;
+)sql";
+
 // Each brings the records from the version that is its place, counted from 1, to the next.
 constexpr const char* kUpgrades[] = {kUpgradeFrom1, kUpgradeFrom2, kUpgradeFrom3, kUpgradeFrom4,
-                                     kUpgradeFrom5, kUpgradeFrom6, kUpgradeFrom7};
+                                     kUpgradeFrom5, kUpgradeFrom6, kUpgradeFrom7, kUpgradeFrom8};
 static_assert(std::size(kUpgrades) + 1 == Records::kVersion);
 
 }  // namespace

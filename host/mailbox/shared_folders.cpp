@@ -336,6 +336,23 @@ bool SharedFolders::IsFounder(const std::string& folderId)
     return std::find(own.begin(), own.end(), membership.Changes().front().member) != own.end();
 }
 
+void SharedFolders::ShareFlags(const std::string& folderId)
+{
+    const KnownFolder folder = Here(folderId);
+    if (!IsFounder(folderId))
+        Fail("share the flags of", folder.name,
+             "only '" + log_.Load(folder).Changes().front().name + "', who founded it, can");
+    Work work(*this);
+    if (log_.Load(folder).FlagEntries().empty()) {
+        MembershipEntry entry;
+        entry.change = MembershipChange::kFlags;
+        entry.member = log_.Load(folder).Changes().front().member;
+        log_.Sign(folder, std::move(entry));
+    }
+    Refresh(folder);
+    work.Commit();
+}
+
 std::size_t SharedFolders::Remove(const std::string& folderId, const std::string& member)
 {
     const KnownFolder folder = Here(folderId);
@@ -494,6 +511,19 @@ void SharedFolders::EndHere(const KnownFolder& folder, State state)
 void SharedFolders::Refresh(const KnownFolder& folder, const std::string& teller)
 {
     devices_.Refresh(folder, log_.Load(folder).Members(), teller);
+    RefreshFlags(folder);
+}
+
+// Who comes to know that members share flags tells the others that he does: nobody is sent any before.
+void SharedFolders::RefreshFlags(const KnownFolder& folder)
+{
+    const bool hasFlags = !log_.Load(folder).FlagEntries().empty();
+    Statement(database_, "UPDATE share SET flags = ?1 WHERE folder_id = ?2 AND flags <> ?1")
+        .Bind(1, std::int64_t{hasFlags})
+        .Bind(2, folder.folderId)
+        .Run();
+    if (hasFlags && database_.Changes() > 0)
+        devices_.TellThoseWhoHave(folder);
 }
 
 void SharedFolders::Take(const Peer& from, const std::string& bytes)
@@ -556,6 +586,11 @@ void SharedFolders::HearOf(const KnownFolder& folder, const Peer& from, const Fo
         .Bind(2, folder.founding)
         .Bind(3, device)
         .Run();
+    const std::vector<std::string> flags = log_.Load(folder).FlagEntries();
+    if (std::any_of(flags.begin(), flags.end(), [&](const std::string& entry) {
+            return std::find(note.entries.begin(), note.entries.end(), entry) != note.entries.end();
+        }))
+        devices_.NoteFlags(folder, from.id);
     if (folder.state != State::kHere || !note.hasFolder)
         return;
     if (note.asked == keys_.Id())

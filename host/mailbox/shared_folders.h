@@ -60,6 +60,10 @@ public:
     };
     Unlinked UnlinkDevice(const exchange::DeviceId& device);
 
+    // From here on members share what they make of items (exchange/item_flags.h); the founder alone may
+    // decide it, and it stays.
+    void ShareFlags(const std::string& folderId);
+
     // Takes a member out; the founder alone may. Gives how many of his devices were members.
     std::size_t Remove(const std::string& folderId, const std::string& member);
     bool IsFounder(const std::string& folderId);
@@ -116,6 +120,7 @@ private:
     void LetIn(const KnownFolder& folder, const exchange::SigningKey& key, const std::string& name);
     bool Link(const KnownFolder& folder, const exchange::Card& device, bool evenAgain);
     void Refresh(const KnownFolder& folder, const std::string& teller = {});
+    void RefreshFlags(const KnownFolder& folder);
     void NoteJoined(const std::string& founding, const Share& share);
     void EndHere(const KnownFolder& folder, KnownFolder::State state);
 

@@ -7,6 +7,7 @@
 #include "host/base/errors.h"
 #include "host/exchange/device_link.h"
 #include "host/exchange/error.h"
+#include "host/mailbox/flag_records.h"
 #include "host/mailbox/records_for_test.h"
 #include "host/mailbox/refusals.h"
 #include "host/store/properties.h"
@@ -129,6 +130,72 @@ protected:
     int told = 0, refused = 0;
     std::uint64_t acks = 0;
 };
+
+TEST_F(SharedFoldersTest, FlagsAreSharedWithThoseWhoHaveToldThatTheyKnow)
+{
+    FlagRecords flags(alice.path), bobsFlags(bob.path);
+    const std::string device = exchange::TextOf(bob.keys.Id());
+    Share({&bob, &carol});
+    EXPECT_FALSE(flags.AreShared("{F}"));
+    alice.folders.Invite("{F}", "dave");
+    Tell();
+    EXPECT_THROW(bob.folders.ShareFlags("{F}"), HostError);
+
+    alice.folders.ShareFlags("{F}");
+    EXPECT_TRUE(flags.AreShared("{F}"));
+    EXPECT_FALSE(flags.KnowsOf("{F}", device));
+    EXPECT_FALSE(bobsFlags.AreShared("{F}"));
+    Tell();
+    EXPECT_TRUE(bobsFlags.AreShared("{F}"));
+    EXPECT_TRUE(flags.KnowsOf("{F}", device));
+    EXPECT_TRUE(bobsFlags.KnowsOf("{F}", exchange::TextOf(carol.keys.Id())));
+    EXPECT_EQ(flags.Told("{F}"), Names{});
+    EXPECT_EQ(flags.Owed("{F}"), Names{}) << "they are sent the folder first";
+    for (const ResendRecord& resend : alice.records.Resends())
+        if (resend.member == "bob")
+            alice.records.FinishResend(resend.number);
+    EXPECT_EQ(flags.Owed("{F}"), Names{device});
+    EXPECT_FALSE(flags.KnowsOf("{F}", exchange::TextOf(dave.keys.Id())));
+    Accept(dave);
+    Tell();
+    EXPECT_TRUE(FlagRecords(dave.path).AreShared("{F}"));
+    EXPECT_TRUE(flags.KnowsOf("{F}", exchange::TextOf(dave.keys.Id())));
+    EXPECT_EQ(refused, 0);
+
+    const int before = told;
+    alice.folders.ShareFlags("{F}");
+    Tell();
+    EXPECT_EQ(told, before) << "it is shared already";
+}
+
+TEST_F(SharedFoldersTest, AMemberIsToldOfChangesOfFlagsOnceHeWasToldOfAll)
+{
+    FlagRecords flags(alice.path);
+    const std::string device = exchange::TextOf(bob.keys.Id());
+    alice.folders.ShareFlags("{F}");
+    Share({&bob});
+    for (const ResendRecord& resend : alice.records.Resends())
+        alice.records.FinishResend(resend.number);
+    flags.Put({{"{I}", "{F}", {}, true, false}});
+    ASSERT_EQ(flags.Owed("{F}"), Names{device});
+
+    flags.NoteGoing({{"/flags"}, "00AB", {device}, flags.Pending("{F}", 10), "{F}", true});
+    EXPECT_EQ(flags.Owed("{F}"), Names{});
+    EXPECT_EQ(flags.Told("{F}"), Names{device});
+    EXPECT_FALSE(flags.HasPending());
+    ASSERT_EQ(alice.records.Outgoing().back().path, "/flags");
+    EXPECT_EQ(alice.records.Outgoing().back().kind, exchange::PackageKind::kFlags);
+    EXPECT_TRUE(alice.records.Outgoing().back().isPlanned);
+
+    // Whatever is sent to him anew is followed by the flags of it.
+    alice.records.AddResend("{F}", "bob", ResendScope::kEverything, 0);
+    EXPECT_EQ(flags.Told("{F}"), Names{});
+    alice.records.FinishResend(alice.records.FindResend("{F}", "bob")->number);
+    EXPECT_EQ(flags.Owed("{F}"), Names{device});
+    alice.folders.Remove("{F}", "bob");
+    EXPECT_EQ(flags.Owed("{F}"), Names{});
+    EXPECT_FALSE(flags.KnowsOf("{F}", device));
+}
 
 TEST_F(SharedFoldersTest, AFolderArrivesAsAnInvitationAndIsHereWhenItIsAccepted)
 {

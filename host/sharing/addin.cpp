@@ -222,6 +222,13 @@ HRESULT Addin::OnItemDeleted(IItem* item, bool& ignore)
     return S_OK;
 }
 
+void Addin::KeepMarks(const Arrival& arrival)
+{
+    const std::lock_guard lock(rulesMutex_);
+    if (marks_)
+        marks_->KeepMarks(arrival.id, arrival.folderId);
+}
+
 // What is known of it is noted before it is applied: a kill in between brings the item again, which is then
 // applied.
 HRESULT Addin::OnItemReceived(IItem* item, BSTR tag, bool& ignore)
@@ -237,8 +244,10 @@ HRESULT Addin::OnItemReceived(IItem* item, BSTR tag, bool& ignore)
                           ReadText(*item, &IItem::get_CustomInfo), !deletion};
     const auto lock = versions_.Hold();
     const ItemVersions::Verdict verdict = versions_.Judge(arrival);
-    if (verdict.isApplied && !deletion)
+    if (verdict.isApplied && !deletion) {
+        KeepMarks(arrival);
         parts_.applying.Begin(arrival.id, arrival.folderId);
+    }
     if (verdict.isNoted || verdict.isApplied)
         parts_.records.PutItem(verdict.record);
     ignore = !verdict.isApplied;

@@ -42,6 +42,16 @@ protected:
     ~PackageRoom() = default;
 };
 
+// What readers make of items outlives that these are applied (flag_sharing.h).
+class MarkKeeper {
+public:
+    // An item of a folder is about to be applied.
+    virtual void KeepMarks(const std::string& id, const std::string& folderId) = 0;
+
+protected:
+    ~MarkKeeper() = default;
+};
+
 class Addin final : public ExtHandler {
 public:
     struct Parts {
@@ -76,6 +86,12 @@ public:
     {
         const std::lock_guard lock(rulesMutex_);
         room_ = room;
+    }
+    // The same for what readers make of items; without it an item that is applied is unread then.
+    void SetMarkKeeper(MarkKeeper* marks)
+    {
+        const std::lock_guard lock(rulesMutex_);
+        marks_ = marks;
     }
     // Before a message is packed.
     void MakeRoomFor(IMessage& message);
@@ -113,6 +129,7 @@ private:
         bool isCurrent = false;
     };
     HRESULT Examine(IItem& item, LocalItem& local);
+    void KeepMarks(const Arrival& arrival);
     bool IsWanted(BSTR job, const LocalItem& local);
     HRESULT Stamp(IItem& item, const LocalItem& local, const char* event, bool isGiven, bool& ignore);
     HRESULT OnLocalChange(const char* event, IItem& item, bool& ignore);
@@ -128,6 +145,7 @@ private:
     std::mutex rulesMutex_;
     ResendRules* rules_ = nullptr;
     PackageRoom* room_ = nullptr;
+    MarkKeeper* marks_ = nullptr;
 };
 
 // Adds a shared folder to the engine. Throws a HostError.

@@ -29,10 +29,16 @@ exchange::KnownItem KnownOf(const ItemRecord& record)
 // A folder as the records know it.
 class RecordedFolder final : public exchange::FolderView {
 public:
-    RecordedFolder(Records& records, const std::string& folderId)
+    // flags: null where they aren't compared.
+    RecordedFolder(Records& records, FlagRecords* flags, const std::string& folderId)
     {
-        for (const ItemRecord& record : records.AllItemsOf(folderId))
+        const auto known = flags ? flags->Of(folderId) : std::map<std::string, exchange::ItemFlags>();
+        for (const ItemRecord& record : records.AllItemsOf(folderId)) {
             items_.push_back(KnownOf(record));
+            if (const auto found = known.find(record.id); found != known.end())
+                items_.back().flags = found->second;
+            exchange::DropFlagsOfDeleted(items_.back());
+        }
     }
     void ForEach(const Visit& visit) const override { std::for_each(items_.begin(), items_.end(), visit); }
     void ForEachIn(std::uint8_t bucket, const Visit& visit) const override
@@ -57,10 +63,11 @@ std::string ReportName()
 
 }  // namespace
 
-Comparisons::Comparisons(const Addin::Parts& parts, Sender& sender,
+Comparisons::Comparisons(const Addin::Parts& parts, Sender& sender, FlagSharing& flags,
                          std::function<void(const std::string&)> report, std::int64_t after)
     : parts_(parts),
       sender_(sender),
+      flags_(flags),
       report_(std::move(report)),
       after_(after),
       records_(parts.mailbox.HostDatabasePath().string())
@@ -83,8 +90,9 @@ void Comparisons::Hear(const Peer& peer, const exchange::FolderReport& report)
 {
     const std::string device = exchange::TextOf(peer.id);
     const std::uint64_t now = FileTimeNow();
-    const RecordedFolder own(parts_.records, report.folder);
-    const exchange::FolderReport ours = exchange::ReportOf(report.folder, own);
+    const bool withFlags = report.withFlags && flags_.Flags().AreShared(report.folder);
+    const RecordedFolder own(parts_.records, withFlags ? &flags_.Flags() : nullptr, report.folder);
+    const exchange::FolderReport ours = exchange::ReportOf(report.folder, own, report.withFlags);
     if (ours.digest == report.digest) {
         records_.NoteEqual(report.folder, device, now);
         if (!report.answersLists) {
@@ -96,6 +104,7 @@ void Comparisons::Hear(const Peer& peer, const exchange::FolderReport& report)
     }
     exchange::Comparison result = exchange::Compare(own, report);
     std::vector<std::string> items = result.lacking;
+    items.insert(items.end(), result.lackingFlags.begin(), result.lackingFlags.end());
     items.insert(items.end(), result.missing.begin(), result.missing.end());
     std::sort(items.begin(), items.end());
     items.erase(std::unique(items.begin(), items.end()), items.end());
@@ -106,6 +115,7 @@ void Comparisons::Hear(const Peer& peer, const exchange::FolderReport& report)
                 "' in " + std::to_string(items.size()) + " items; " + std::to_string(result.lacking.size()) +
                 " are sent");
     }
+    flags_.Send(report.folder, device, result.lackingFlags);
     for (std::string& item : result.lacking)
         lacking_.push_back({report.folder, peer.member, std::move(item)});
     if (result.answer)
@@ -174,8 +184,10 @@ void Comparisons::Step(bool isQuiet)
     const std::uint64_t now = FileTimeNow();
     for (const ComparisonRecord& pair : records_.All(now))
         if (IsDue(pair, now)) {
-            Send(exchange::ReportOf(pair.folderId, RecordedFolder(parts_.records, pair.folderId)),
-                 pair.device);
+            const bool withFlags =
+                flags_.Flags().AreShared(pair.folderId) && flags_.Flags().KnowsOf(pair.folderId, pair.device);
+            const RecordedFolder own(parts_.records, withFlags ? &flags_.Flags() : nullptr, pair.folderId);
+            Send(exchange::ReportOf(pair.folderId, own, withFlags), pair.device);
             records_.NoteOpened(pair.folderId, pair.device, now);
         }
 }

@@ -13,6 +13,7 @@
 
 #include "host/exchange/comparison.h"
 #include "host/mailbox/comparison_records.h"
+#include "host/sharing/flag_sharing.h"
 #include "host/sharing/inbox.h"
 #include "host/sharing/outbox.h"
 #include "host/sharing/sender.h"
@@ -26,8 +27,8 @@ public:
 
     // after: how many seconds after the last comparison, or after the folder came, the next one is begun
     // unasked.
-    Comparisons(const Addin::Parts& parts, Sender& sender, std::function<void(const std::string&)> report,
-                std::int64_t after = kOnceInADay);
+    Comparisons(const Addin::Parts& parts, Sender& sender, FlagSharing& flags,
+                std::function<void(const std::string&)> report, std::int64_t after = kOnceInADay);
 
     void Hear(const Peer& peer, const exchange::FolderReport& report) override;
     void Miss(const exchange::DeviceId& device) override;
@@ -53,6 +54,7 @@ private:
 
     Addin::Parts parts_;
     Sender& sender_;
+    FlagSharing& flags_;
     std::function<void(const std::string&)> report_;
     std::int64_t after_;
     ComparisonRecords records_;

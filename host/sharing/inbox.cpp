@@ -39,6 +39,8 @@ std::uint64_t LargestOf(exchange::PackageKind kind)
             return exchange::kLongestFolderNote;
         case exchange::PackageKind::kDigest:
             return exchange::FolderReport::kLongest;
+        case exchange::PackageKind::kFlags:
+            return exchange::FlagNote::kLongest;
         default:
             return kLargestPackage;
     }
@@ -280,7 +282,7 @@ Inbox::Opened Inbox::Unseal(Transport& transport, const Peer& peer, std::uint64_
     const auto previous = package.PreviousFor(transport.keys.Id());
     const exchange::PackageKind kind = package.Label().kind;
     const bool isKnown = kind == exchange::PackageKind::kItems || kind == exchange::PackageKind::kDigest ||
-                         kind == exchange::PackageKind::kMembership;
+                         kind == exchange::PackageKind::kMembership || kind == exchange::PackageKind::kFlags;
     if (package.Label().sequence != sequence || !isKnown || !previous)
         exchange::Refuse(ShownPackage(peer, sequence) + " isn't what it was taken for");
     const std::filesystem::path clear = ClearPath(peer.id, sequence);
@@ -311,7 +313,8 @@ bool Inbox::Take(Transport& transport, const Peer& peer, const exchange::ForUs& 
     ++statistics_.packagesReceived;
     if (opened.kind == exchange::PackageKind::kItems)
         return TakeItems(transport, peer, package);
-    TakeNote(transport, peer, package);
+    opened.kind == exchange::PackageKind::kFlags ? TakeFlags(transport, peer, package)
+                                                 : TakeNote(transport, peer, package);
     return true;
 }
 
@@ -367,6 +370,46 @@ void Inbox::TakeNote(Transport& transport, const Peer& peer, const exchange::For
         return;
     }
     Finish(transport, peer, package);
+}
+
+// Like a note; what couldn't be kept is asked for by a comparison.
+void Inbox::TakeFlags(Transport& transport, const Peer& peer, const exchange::ForUs& package)
+{
+    std::string reason;
+    try {
+        const exchange::FlagNote note = exchange::FlagNote::Read(
+            ReadWhole(ClearPath(peer.id, package.sequence), exchange::FlagNote::kLongest),
+            "what is told of flags in " + ShownPackage(peer, package.sequence));
+        reason = WhyNot(transport.folders, peer, note);
+        if (reason.empty() && flags_ && !flags_->Hear(note) && reports_)
+            reports_->Miss(peer.id);
+    } catch (const exchange::Error& error) {
+        if (error.What() == exchange::Error::Kind::kPassing)
+            throw;
+        reason = error.what();
+    }
+    if (reason.empty())
+        Finish(transport, peer, package);
+    else
+        TurnDown(transport, peer, package, reason);
+}
+
+// Empty when it is used; of a folder that isn't shared here yet, or any more, it is passed by.
+std::string Inbox::WhyNot(SharedFolders& folders, const Peer& peer, const exchange::FlagNote& note)
+{
+    const auto share = records_.FindShare(note.folder);
+    if (!share && folders.IsKnown(note.folder))
+        return {};
+    if (!share || !folders.IsDeviceOfFolder(note.folder, peer.id))
+        return "'" + peer.member + "' isn't a member of the folder " + note.folder;
+    if (!share->hasFlags)
+        return "'" + peer.member + "' sends flags of the folder " + note.folder +
+               ", whose members don't share them";
+    for (const exchange::FlagNote::Item& item : note.items)
+        if (const auto known = records_.FindItem(item.id); known && known->folderId != note.folder)
+            return "'" + peer.member + "' sends flags of the item " + item.id +
+                   " of another folder as of one of " + note.folder;
+    return {};
 }
 
 // A package whose sender may not send what it holds. What follows isn't held up.

@@ -45,6 +45,16 @@ protected:
     ~ReportSink() = default;
 };
 
+// What hears of items' flags that members share.
+class FlagSink {
+public:
+    // While the engine applies nothing. False when some are to be asked for again.
+    virtual bool Hear(const exchange::FlagNote& note) = 0;
+
+protected:
+    ~FlagSink() = default;
+};
+
 // For the run's thread alone. Methods throw a HostError, or an exchange::Error when the place or the disk
 // can't be used.
 class Inbox {
@@ -57,6 +67,9 @@ public:
 
     // Without it reports are acknowledged and forgotten.
     void SetReports(ReportSink* reports) noexcept { reports_ = reports; }
+
+    // Without it flags are acknowledged and forgotten.
+    void SetFlags(FlagSink* flags) noexcept { flags_ = flags; }
 
     // Hands the next package over, if the engine is free and there is one. True if one was, or was put aside.
     bool TakeNext(Transport& transport);
@@ -96,6 +109,8 @@ private:
                          std::string& reason);
     bool TakeItems(Transport& transport, const Peer& peer, const exchange::ForUs& package);
     void TakeNote(Transport& transport, const Peer& peer, const exchange::ForUs& package);
+    void TakeFlags(Transport& transport, const Peer& peer, const exchange::ForUs& package);
+    std::string WhyNot(SharedFolders& folders, const Peer& peer, const exchange::FlagNote& note);
     void TurnDown(Transport& transport, const Peer& peer, const exchange::ForUs& package,
                   const std::string& reason);
     void TakeReport(Transport& transport, const Peer& peer, const exchange::ForUs& package);
@@ -123,6 +138,7 @@ private:
     std::int64_t askAfter_;
     bool verbose_;
     ReportSink* reports_ = nullptr;
+    FlagSink* flags_ = nullptr;
     bool isCutShort_ = false;           // the last look for a device's next package didn't come to the end
     int tries_ = 0;                     // of the current one in this process
     std::map<Key, Header> headers_;     // of files that were looked at

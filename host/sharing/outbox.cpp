@@ -37,7 +37,7 @@ std::string HeadsIn(const PackageRecord& item)
     return text ? FormatHeads(text->heads) : std::string();
 }
 
-// Files of what members are to be told of folders begin so.
+// Files of what members are to be told of folders, and of flags, begin so.
 const std::string kNotePrefix = "note-";
 
 exchange::PackageKind KindOf(const OutgoingPackage& package)
@@ -275,7 +275,8 @@ void Outbox::Plan()
 std::vector<exchange::Receiver> Outbox::DevicesFor(const OutgoingPackage& package, Transport& transport)
 {
     std::vector<exchange::Receiver> receivers = transport.peers.ReceiversOf(package.sequence);
-    if (KindOf(package) != exchange::PackageKind::kItems)
+    const exchange::PackageKind kind = KindOf(package);
+    if (kind != exchange::PackageKind::kItems && kind != exchange::PackageKind::kFlags)
         return receivers;
     const std::string folderId = FolderOf(package);
     std::erase_if(receivers, [&](const exchange::Receiver& receiver) {

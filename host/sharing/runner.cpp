@@ -58,8 +58,9 @@ Runner::Runner(const RunOptions& options, const Mailbox& mailbox, const StopSign
       matcher_(parts_, engine_),
       outbox_(
           parts_, engine_, [this](const std::string& line) { Say(line); }, options.packageSize << 20),
+      flags_(parts_),
       comparisons_(
-          parts_, sender_, [this](const std::string& line) { Say(line); }, options.compareAfter),
+          parts_, sender_, flags_, [this](const std::string& line) { Say(line); }, options.compareAfter),
       copies_(parts_, addin_, engine_, sender_, [this](const std::string& line) { Say(line); }),
       resender_(parts_, engine_, sender_, reconciler_, outbox_,
                 [this](const std::string& line) { Say(line); }),
@@ -74,7 +75,9 @@ Runner::Runner(const RunOptions& options, const Mailbox& mailbox, const StopSign
     addin_.SetEngine(engine_);
     addin_.SetResendRules(&resender_);
     addin_.SetPackageRoom(&outbox_);
+    addin_.SetMarkKeeper(&flags_);
     inbox_.SetReports(&comparisons_);
+    inbox_.SetFlags(&flags_);
     reconciler_.SetPacking([this] { return outbox_.HasWork(); });
     reconciler_.SetStop([this] { return signals_.IsAsked(); });
     if (!transport_.place.IsReachable())
@@ -111,6 +114,7 @@ void Runner::NameFormerLayout()
 // The engine outlives what it asks.
 Runner::~Runner()
 {
+    addin_.SetMarkKeeper(nullptr);
     addin_.SetPackageRoom(nullptr);
     addin_.SetResendRules(nullptr);
 }
@@ -265,6 +269,7 @@ void Runner::Step()
     outbox_.Plan();
     resender_.Step();
     MakeCopies();
+    flags_.Step(!inbox_.IsBusy());
     comparisons_.Step(statistics_.Quiet() >= kQuietBeforeComparison && !resender_.HasWork() &&
                       !outbox_.HasWork() && !copies_.HasWork() && !inbox_.IsBusy());
     UseExchange();
@@ -364,7 +369,7 @@ bool Runner::IsIdle()
 {
     const auto quiet = std::chrono::milliseconds(static_cast<long>(options_.idleSeconds * 1000));
     if (exchangeLost_ || statistics_.Quiet() < quiet || resender_.HasWork() || outbox_.HasWork() ||
-        comparisons_.HasWork() || MayTake())
+        comparisons_.HasWork() || flags_.HasWork() || MayTake())
         return false;
     return CheckShares() && !transport_.folders.HasDueNotes();
 }

@@ -13,6 +13,7 @@
 #include "host/sharing/addin.h"
 #include "host/sharing/comparisons.h"
 #include "host/sharing/conflict_copies.h"
+#include "host/sharing/flag_sharing.h"
 #include "host/sharing/inbox.h"
 #include "host/sharing/matcher.h"
 #include "host/sharing/outbox.h"
@@ -100,6 +101,7 @@ private:
     Reconciler reconciler_;
     Matcher matcher_;
     Outbox outbox_;
+    FlagSharing flags_;
     Comparisons comparisons_;
     ConflictCopies copies_;
     Resender resender_;

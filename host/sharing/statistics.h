@@ -14,6 +14,8 @@ struct Statistics {
     std::atomic<std::uint64_t> itemsApplied{0};
     std::atomic<std::uint64_t> deletionsApplied{0};
     std::atomic<std::uint64_t> itemsIgnored{0};  // received in a version that is older than what is here
+    std::atomic<std::uint64_t> flagsSent{0};     // items whose flags were sent, where members share them
+    std::atomic<std::uint64_t> flagsTaken{0};    // items of whose flags something new was heard
     std::atomic<std::uint64_t> packagesSent{0};
     std::atomic<std::uint64_t> packagesReceived{0};
     std::atomic<std::uint64_t> packagesRejected{0};
