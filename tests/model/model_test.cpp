@@ -290,7 +290,7 @@ void Comparison::MarkRead()
     Mail mail = reference_.Mails().at(*entryId);
     world_.Describe(*entryId, mail);
     // To mark what is marked already is no change.
-    if (mail.time != reference_.Mails().at(*entryId).time)
+    if (mail.flags != reference_.Mails().at(*entryId).flags)
         reference_.Put(*entryId, mail);
     Note((read ? "read " : "unread ") + NameOf(*entryId));
 }
