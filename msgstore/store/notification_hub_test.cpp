@@ -74,7 +74,7 @@ protected:
     {
         const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
         while (!condition() && std::chrono::steady_clock::now() < deadline)
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            std::this_thread::yield();
         return condition();
     }
     // A source in another store that fails, and so is asked in each round of the thread.

@@ -4,13 +4,14 @@
 #include <cstdlib>
 #include <iostream>
 
+#include "tests/program/killed_run.h"
 #include "tests/program/program.h"
 
 namespace quorvane::test {
 
 namespace {
 
-class ConflictsTest : public ProgramTest {
+class ConflictsTest : public KilledRunTest {
 protected:
     // One mail that all of them have.
     void ShareOne(const std::vector<std::string>& names)
@@ -33,14 +34,6 @@ protected:
     }
     void Delete(const std::string& name) const { MustRun({"delete", Mailbox(name), "Shared", id_}); }
 
-    std::vector<std::string> Subjects(const std::string& name) const
-    {
-        std::vector<std::string> subjects;
-        for (const Json& item : Items(name, "Shared"))
-            subjects.push_back(item.at("subject"));
-        std::sort(subjects.begin(), subjects.end());
-        return subjects;
-    }
     Json Conflicts(const std::string& name) const
     {
         return MustRun({"conflicts", Mailbox(name), "--json"}).Value();
@@ -68,21 +61,6 @@ protected:
         return "missing";
     }
 
-    // A run that ends in place of its change of that number; false when it came to rest before.
-    bool RunToAKill(const std::string& name, unsigned long at) const
-    {
-        static const Program program{{QUORVANE_POWER_CUT_PROGRAM}, false};
-        setenv("QUORVANE_POWER", (std::to_string(at) + " 0").c_str(), 1);
-        setenv("QUORVANE_POWER_PLACE", Path("").parent_path().c_str(), 1);
-        setenv("QUORVANE_POWER_STASH", Path("").c_str(), 1);
-        const Outcome outcome = RunBy(program, {"run", Mailbox(name), "--exchange", Exchange(),
-                                                "--until-idle", "--idle-seconds", kIdle});
-        unsetenv("QUORVANE_POWER");
-        EXPECT_TRUE(outcome.exitCode == kKilled || outcome.exitCode == 0) << outcome.errors;
-        return outcome.exitCode == kKilled;
-    }
-
-    static constexpr int kKilled = 77;  // power.cpp
     static constexpr char kIdle[] = "0.5";
     std::vector<std::string> names_;
     std::string id_;

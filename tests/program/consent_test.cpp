@@ -37,16 +37,7 @@ protected:
     // Runs them by turns until nothing travels; nothing is accepted.
     void Settle(const std::vector<std::string>& names) const
     {
-        for (int round = 0; round < 12; ++round) {
-            bool moved = false;
-            for (const std::string& name : names) {
-                const Json counts = RunOnce(name);
-                moved = moved || counts.value("packagesSent", 0) + counts.value("packagesReceived", 0) > 0;
-            }
-            if (!moved)
-                return;
-        }
-        ADD_FAILURE() << "packages still travel";
+        RunByTurns(names, [this](const std::string& name) { return RunOnce(name); });
     }
     Json Invitations(const std::string& name) const
     {
@@ -60,14 +51,6 @@ protected:
     Json Status(const std::string& name) const
     {
         return MustRun({"status", Mailbox(name), "--json"}).Value();
-    }
-    std::vector<std::string> Subjects(const std::string& name, const std::string& folder = "Shared") const
-    {
-        std::vector<std::string> subjects;
-        for (const Json& item : Items(name, folder))
-            subjects.push_back(item.at("subject"));
-        std::sort(subjects.begin(), subjects.end());
-        return subjects;
     }
     std::vector<std::string> Folders(const std::string& name) const
     {

@@ -50,16 +50,7 @@ protected:
     // Runs them by turns until nothing travels.
     void Settle(const std::vector<std::string>& names) const
     {
-        for (int round = 0; round < 12; ++round) {
-            bool moved = false;
-            for (const std::string& name : names) {
-                const Json counts = RunOnce(name);
-                moved = moved || counts.value("packagesSent", 0) + counts.value("packagesReceived", 0) > 0;
-            }
-            if (!moved)
-                return;
-        }
-        ADD_FAILURE() << "packages still travel";
+        RunByTurns(names, [this](const std::string& name) { return RunOnce(name); });
     }
     void Edit(const std::string& name, const std::string& subject, const std::string& folder = "Shared") const
     {

@@ -66,14 +66,6 @@ protected:
     {
         return MustRunBy(ProgramOf(name), {"status", Mailbox(name), "--json"}).Value();
     }
-    std::vector<std::string> Subjects(const std::string& name, const std::string& folder = "Shared") const
-    {
-        std::vector<std::string> subjects;
-        for (const Json& item : Items(name, folder))
-            subjects.push_back(item.at("subject"));
-        std::sort(subjects.begin(), subjects.end());
-        return subjects;
-    }
     void Edit(const std::string& name, const std::string& subject) const
     {
         MustRun({"edit", Mailbox(name), "Shared", "1", "--subject", subject});

@@ -6,6 +6,7 @@
 #include <iostream>
 
 #include "host/exchange/item_flags.h"
+#include "tests/program/killed_run.h"
 #include "tests/program/program.h"
 #include "tests/program/sealed.h"
 
@@ -13,7 +14,7 @@ namespace quorvane::test {
 
 namespace {
 
-class FlagsTest : public ProgramTest {
+class FlagsTest : public KilledRunTest {
 protected:
     // One unread mail that all of them have.
     void ShareOne(const std::vector<std::string>& names, const std::vector<std::string>& options = {})
@@ -62,21 +63,6 @@ protected:
         return sum;
     }
 
-    // A run that ends in place of its change of that number; false when it came to rest before.
-    bool RunToAKill(const std::string& name, unsigned long at) const
-    {
-        static const Program program{{QUORVANE_POWER_CUT_PROGRAM}, false};
-        setenv("QUORVANE_POWER", (std::to_string(at) + " 0").c_str(), 1);
-        setenv("QUORVANE_POWER_PLACE", Path("").parent_path().c_str(), 1);
-        setenv("QUORVANE_POWER_STASH", Path("").c_str(), 1);
-        const Outcome outcome = RunBy(program, {"run", Mailbox(name), "--exchange", Exchange(),
-                                                "--until-idle", "--idle-seconds", kIdle});
-        unsetenv("QUORVANE_POWER");
-        EXPECT_TRUE(outcome.exitCode == kKilled || outcome.exitCode == 0) << outcome.errors;
-        return outcome.exitCode == kKilled;
-    }
-
-    static constexpr int kKilled = 77;  // power.cpp
     static constexpr char kIdle[] = "0.5";
     std::vector<std::string> names_;
     std::string id_;

@@ -358,6 +358,15 @@ std::vector<Json> ProgramTest::Items(const std::string& mailbox, const std::stri
     return outcome.exitCode == 0 ? outcome.Value().get<std::vector<Json>>() : std::vector<Json>();
 }
 
+std::vector<std::string> ProgramTest::Subjects(const std::string& mailbox, const std::string& folder) const
+{
+    std::vector<std::string> subjects;
+    for (const Json& item : Items(mailbox, folder))
+        subjects.push_back(item.at("subject"));
+    std::sort(subjects.begin(), subjects.end());
+    return subjects;
+}
+
 void ProgramTest::ExpectSame(const std::string& a, const std::string& folderA, const std::string& b,
                              const std::string& folderB) const
 {

@@ -128,7 +128,24 @@ protected:
     // most memory that one of its runs had.
     std::vector<Json> RunUntilIdle(const std::vector<std::string>& names,
                                    const std::string& idleSeconds = "3") const;
+    // Lets `runOnce` run them by turns, which gives what a run counted, until nothing travels.
+    template <class RunOnce>
+    static void RunByTurns(const std::vector<std::string>& names, RunOnce runOnce)
+    {
+        for (int round = 0; round < 12; ++round) {
+            bool moved = false;
+            for (const std::string& name : names) {
+                const Json counts = runOnce(name);
+                moved |= counts.value("packagesSent", 0) + counts.value("packagesReceived", 0) > 0;
+            }
+            if (!moved)
+                return;
+        }
+        ADD_FAILURE() << "packages still travel";
+    }
     std::vector<Json> Items(const std::string& mailbox, const std::string& folder) const;
+    // In order.
+    std::vector<std::string> Subjects(const std::string& mailbox, const std::string& folder = "Shared") const;
     // Whether two folders hold the same items; the differences fail the test.
     void ExpectSame(const std::string& a, const std::string& folderA, const std::string& b,
                     const std::string& folderB) const;

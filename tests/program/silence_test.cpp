@@ -32,14 +32,6 @@ protected:
                 return known;
         return Json::object();
     }
-    std::vector<std::string> Subjects(const std::string& name) const
-    {
-        std::vector<std::string> subjects;
-        for (const Json& item : Items(name, "Shared"))
-            subjects.push_back(item.at("subject"));
-        std::sort(subjects.begin(), subjects.end());
-        return subjects;
-    }
     bool Has(const std::string& name, const std::string& subject) const
     {
         return std::ranges::count(Subjects(name), subject) == 1;
