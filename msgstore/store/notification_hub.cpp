@@ -14,6 +14,8 @@ constexpr milliseconds kPollInterval{100};
 // The rest between two rounds of calls, while changes go on: doubled each time.
 constexpr milliseconds kShortestRest{20};
 constexpr milliseconds kLongestRest{500};
+// A sink that takes longer than this has its changes gathered meanwhile, so often.
+constexpr milliseconds kPatience{100};
 
 }  // namespace
 
@@ -50,14 +52,29 @@ struct NotificationHub::Subscription {
         Parts ended;
         const MutexLock held(lock);
         std::swap(ended, parts);
-        while (caller != std::thread::id() && caller != std::this_thread::get_id())
+        while (gathering || (caller != std::thread::id() && caller != std::this_thread::get_id()))
             free.Wait(lock);
+    }
+
+    // What the gathering thread works with, between the two.
+    std::shared_ptr<EventSource> BeginGathering()
+    {
+        const MutexLock held(lock);
+        gathering = parts.source != nullptr;
+        return parts.source;
+    }
+    void EndGathering()
+    {
+        const MutexLock held(lock);
+        gathering = false;
+        free.NotifyAll();
     }
 
     const std::weak_ptr<StoreCore> core;
     Mutex lock;
     ConditionVariable free;
     std::thread::id caller QV_GUARDED_BY(lock);
+    bool gathering QV_GUARDED_BY(lock) = false;
     Parts parts QV_GUARDED_BY(lock);
 };
 
@@ -73,6 +90,8 @@ HRESULT NotificationHub::Advise(std::shared_ptr<EventSource> source, IMAPIAdvise
         Listen(core);
         if (!thread_.joinable())
             thread_ = std::thread([self = shared_from_this()] { self->Run(); });
+        if (!gathering_.joinable())
+            gathering_ = std::thread([self = shared_from_this()] { self->RunGathering(); });
         subscriptions_.emplace(nextConnection_, std::move(subscription));
         connection = nextConnection_++;
         committed_ = true;  // its table may have been read before the last change
@@ -105,16 +124,21 @@ HRESULT NotificationHub::Unadvise(ULONG connection) noexcept
 void NotificationHub::Stop() noexcept
 {
     std::thread thread;
+    std::thread gathering;
     Subscriptions subscriptions;
     {
         const MutexLock lock(lock_);
         stopping_ = true;
         changed_.NotifyAll();
+        callingChanged_.NotifyAll();
         thread.swap(thread_);
+        gathering.swap(gathering_);
         subscriptions.swap(subscriptions_);
     }
     for (const auto& [connection, subscription] : subscriptions)
         subscription->End();
+    if (gathering.joinable())
+        gathering.join();
     if (!thread.joinable())
         return;
     // A sink may drop the last reference to its session within its call; the thread then ends by itself.
@@ -144,7 +168,7 @@ void NotificationHub::Run() noexcept
                 return;
             isTold = std::exchange(committed_, false);
         }
-        bool served = false;
+        Served served;
         const HRESULT hr = Guarded([&] {
             served = ServeAll(lastServed, isTold);
             return S_OK;
@@ -152,11 +176,15 @@ void NotificationHub::Run() noexcept
         // A round that fails for want of memory is made up for by the next one.
         if (FAILED(hr))
             lastServed.clear();
-        if (!served) {
+        if (served.told == 0) {
             rest = kShortestRest;
             continue;
         }
         const MutexLock lock(lock_);
+        if (served.hasMore) {
+            committed_ = true;
+            continue;
+        }
         Pause(rest);
         rest = std::min(rest * 2, kLongestRest);
     }
@@ -180,17 +208,15 @@ void NotificationHub::Pause(milliseconds time)
     }
 }
 
-// Whether any sink was called. A store of whose last change nothing was left to tell is passed over.
-bool NotificationHub::ServeAll(StoreChanges& served, bool evenIfUnchanged)
+// A store of whose last change nothing was left to tell is passed over.
+NotificationHub::Served NotificationHub::ServeAll(StoreChanges& served, bool evenIfUnchanged)
 {
     std::map<std::shared_ptr<StoreCore>, std::vector<std::shared_ptr<Subscription>>> all;
-    {
-        const MutexLock lock(lock_);
-        for (const auto& [connection, subscription] : subscriptions_)
-            if (auto core = subscription->core.lock())
-                all[std::move(core)].push_back(subscription);
+    for (auto& subscription : AllSubscriptions()) {
+        if (auto core = subscription->core.lock())
+            all[std::move(core)].push_back(std::move(subscription));
     }
-    bool isAnyTold = false;
+    Served round;
     StoreChanges now;
     for (const auto& [core, subscriptions] : all) {
         std::int64_t last = 0;
@@ -200,38 +226,95 @@ bool NotificationHub::ServeAll(StoreChanges& served, bool evenIfUnchanged)
         if ((!isServed || evenIfUnchanged) && !core->Switches().holds) {
             isServed = isKnown;
             for (const auto& subscription : subscriptions) {
-                ULONG told = 0;
-                isServed &= Serve(*subscription, told) && told == 0;
-                isAnyTold |= told > 0;
+                const Served one = Serve(*subscription);
+                isServed &= one.isAll && one.told == 0;
+                round.told += one.told;
+                round.hasMore |= one.hasMore;
             }
         }
         if (isServed)
             now.emplace(core, last);
     }
     served = std::move(now);
-    return isAnyTold;
+    return round;
 }
 
-bool NotificationHub::Serve(Subscription& subscription, ULONG& told) noexcept
+NotificationHub::Served NotificationHub::Serve(Subscription& subscription) noexcept
 {
-    told = 0;
+    Served served;
     Subscription::Parts parts = subscription.BeginCall();
     if (!parts.sink)
-        return true;
-    const HRESULT hr = Guarded([&] {
+        return served;
+    const HRESULT hr = Guarded([&]() -> HRESULT {
         NotificationBatch batch;
-        QV_RETURN_IF_FAILED(parts.source->Collect(batch));
+        const HRESULT collected = parts.source->Collect(batch);
+        QV_RETURN_IF_FAILED(collected);
+        served.hasMore = collected == S_FALSE;
         if (batch.empty())
             return S_OK;
-        told = batch.size();
+        served.told = batch.size();
         if (const ULONG seed = parts.source->Core()->Switches().shuffleSeed)
-            ShuffleBySeed(seed, batch.Get(), told);
-        parts.sink->OnNotify(told, batch.Get());
+            ShuffleBySeed(seed, batch.Get(), served.told);
+        CallSink(*parts.sink.Get(), batch);
         return S_OK;
     });
     parts = {};
     subscription.EndCall();
-    return SUCCEEDED(hr);
+    served.isAll = SUCCEEDED(hr) && !served.hasMore;
+    return served;
+}
+
+void NotificationHub::CallSink(IMAPIAdviseSink& sink, NotificationBatch& batch) noexcept
+{
+    const auto mark = [this](bool calling) {
+        const MutexLock lock(lock_);
+        calling_ = calling;
+        callingChanged_.NotifyAll();
+    };
+    mark(true);
+    sink.OnNotify(batch.size(), batch.Get());
+    mark(false);
+}
+
+std::vector<std::shared_ptr<NotificationHub::Subscription>> NotificationHub::AllSubscriptions()
+{
+    std::vector<std::shared_ptr<Subscription>> all;
+    const MutexLock lock(lock_);
+    for (const auto& [connection, subscription] : subscriptions_)
+        all.push_back(subscription);
+    return all;
+}
+
+void NotificationHub::RunGathering() noexcept
+{
+    for (;;) {
+        {
+            const MutexLock lock(lock_);
+            while (!stopping_ && !calling_)
+                callingChanged_.Wait(lock_);
+            const auto deadline = ConditionVariable::Clock::now() + kPatience;
+            while (!stopping_ && calling_ && callingChanged_.WaitUntil(lock_, deadline)) {
+            }
+            if (stopping_)
+                return;
+            if (!calling_)
+                continue;
+        }
+        GatherAll();
+    }
+}
+
+void NotificationHub::GatherAll() noexcept
+{
+    // What fails here is gathered the next time, or when the notification thread gets to it.
+    (void)Guarded([&] {
+        for (const auto& subscription : AllSubscriptions()) {
+            if (const std::shared_ptr<EventSource> source = subscription->BeginGathering())
+                (void)source->Gather();
+            subscription->EndGathering();
+        }
+        return S_OK;
+    });
 }
 
 HRESULT NotificationHub::Deliver(const StoreCore& core, ULONG& number, ULONG& told) noexcept
@@ -248,7 +331,7 @@ HRESULT NotificationHub::Deliver(const StoreCore& core, ULONG& number, ULONG& to
     }
     if (!chosen)
         return S_FALSE;
-    (void)Serve(*chosen, told);
+    told = Serve(*chosen).told;
     return S_OK;
 }
 

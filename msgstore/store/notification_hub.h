@@ -3,7 +3,8 @@
 // The thread wakes when this process commits a change, and looks ten times a second whether others have: one
 // question a store, however many subscriptions it has. It hands each subscription what has gathered for it in
 // one call, then lets more gather for a while: the longer changes go on, the longer, so that a flood of them
-// makes few calls.
+// makes few calls. While a sink doesn't return, a second thread has the subscriptions take over what happens:
+// nothing is dropped behind a slow sink's back.
 #ifndef QUORVANE_MSGSTORE_STORE_NOTIFICATION_HUB_H_
 #define QUORVANE_MSGSTORE_STORE_NOTIFICATION_HUB_H_
 
@@ -11,6 +12,7 @@
 #include <memory>
 #include <set>
 #include <thread>
+#include <vector>
 
 #include "msgstore/store/notification_batch.h"
 #include "msgstore/store/store_core.h"
@@ -23,10 +25,13 @@ class EventSource {
 public:
     virtual ~EventSource() = default;
     virtual const std::shared_ptr<StoreCore>& Core() const noexcept = 0;
-    // Adds what has happened since the last call, or some of it; nothing when there is none. After a failure
-    // what was to be told is lost, or comes with the next call. Called on the session's notification thread;
-    // takes no long time.
+    // Adds what has happened since the last call, or the first of it; nothing when there is none. What isn't
+    // told after a failure comes with the next call, or a reload of all stands for it. Called on the
+    // session's notification thread; takes no long time. S_FALSE: there is more.
     [[nodiscard]] virtual HRESULT Collect(NotificationBatch& batch) noexcept = 0;
+    // Takes over what has happened, for the next Collect: the store doesn't keep it for good. Called on the
+    // session's gathering thread while a sink takes its time; takes no long time.
+    [[nodiscard]] virtual HRESULT Gather() noexcept { return S_OK; }
 };
 
 // Threading: any thread may call.
@@ -63,9 +68,19 @@ private:
     using StoreChanges = std::map<std::weak_ptr<StoreCore>, std::int64_t, std::owner_less<>>;
 
     void Run() noexcept;
-    bool ServeAll(StoreChanges& served, bool evenIfUnchanged);
-    // told  [out]  how many notifications its sink got. False when some may be left to tell.
-    bool Serve(Subscription& subscription, ULONG& told) noexcept;
+    // What a round of calls, or one of them, came to.
+    struct Served {
+        ULONG told = 0;        // notifications that sinks got
+        bool isAll = true;     // false: some may be left to tell
+        bool hasMore = false;  // there are some for certain
+    };
+
+    void RunGathering() noexcept;
+    void GatherAll() noexcept;
+    Served ServeAll(StoreChanges& served, bool evenIfUnchanged);
+    Served Serve(Subscription& subscription) noexcept;
+    void CallSink(IMAPIAdviseSink& sink, NotificationBatch& batch) noexcept;
+    std::vector<std::shared_ptr<Subscription>> AllSubscriptions();
     void WaitForWork() QV_REQUIRES(lock_);
     void Pause(std::chrono::milliseconds time) QV_REQUIRES(lock_);
     void Listen(const std::shared_ptr<StoreCore>& core) QV_REQUIRES(lock_);
@@ -78,6 +93,10 @@ private:
     bool committed_ QV_GUARDED_BY(lock_) = false;
     bool stopping_ QV_GUARDED_BY(lock_) = false;
     std::thread thread_ QV_GUARDED_BY(lock_);
+
+    bool calling_ QV_GUARDED_BY(lock_) = false;  // a sink, on the notification thread
+    ConditionVariable callingChanged_;
+    std::thread gathering_ QV_GUARDED_BY(lock_);
 };
 
 }  // namespace quorvane
