@@ -272,4 +272,13 @@ std::string EditedHeader(const std::string& block, const MailEnvelope& said, con
     return fields.Text();
 }
 
+std::string HeaderOfContent(const std::string& block, const std::string& type, const std::string& encoding)
+{
+    RawFields fields(block);
+    fields.Replace({"Content-Type"}, type);
+    fields.Replace({"Content-Transfer-Encoding"}, encoding);
+    fields.Replace({"Content-MD5", "Content-Length", "Lines"}, "");
+    return fields.Text();
+}
+
 }  // namespace quorvane

@@ -25,6 +25,10 @@ std::vector<HeaderField> ExportedFields(const std::string& block, MailEnvelope e
 // now   what it is to say.
 std::string EditedHeader(const std::string& block, const MailEnvelope& said, const MailEnvelope& now);
 
+// A header block as it stands in a mail, of whatever bytes, with other values of Content-Type and
+// Content-Transfer-Encoding, and without the fields that tell of the content that was there before.
+std::string HeaderOfContent(const std::string& block, const std::string& type, const std::string& encoding);
+
 }  // namespace quorvane
 
 #endif  // QUORVANE_HOST_MIME_EXPORT_HEADERS_H_

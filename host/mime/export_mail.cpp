@@ -9,6 +9,7 @@
 #include "host/mime/import_mime.h"
 #include "host/mime/mail_content.h"
 #include "host/mime/original_mail.h"
+#include "host/mime/part_edits.h"
 #include "quorvane3/com.h"
 
 namespace quorvane {
@@ -43,7 +44,9 @@ bool IsOurs(HRESULT hr)
 // One message and the bytes that it came from.
 class KeptMail {
 public:
-    KeptMail(const MakeScratch& scratch, const MailContent& now) : scratch_(scratch), now_(now) {}
+    KeptMail(IMessage& message, const MakeScratch& scratch, const MailContent& now)
+        : message_(message), scratch_(scratch), now_(now)
+    {}
 
     // What `bytes` say.
     HRESULT Read(const MailBytes& bytes, MailContent& said) const
@@ -60,16 +63,21 @@ public:
         return said.headers == now_.headers && SaysTheSameBut(said);
     }
 
-    // The bytes with the header fields that the message tells otherwise; nothing where that isn't all that
-    // differs.
-    HRESULT WithFieldsOf(const MailBytes& bytes, const MailContent& said,
-                         std::optional<MailBytes>& edited) const
+    // The bytes with the parts and header fields that the message tells otherwise; nothing where that can't
+    // be done.
+    HRESULT Edit(const MailBytes& bytes, const MailContent& said, std::optional<MailBytes>& edited) const
     {
-        if (said.headers != now_.headers || !SameBodies(said, now_) || !SameAttachments(said, now_))
+        if (said.headers != now_.headers)
             return S_OK;
-        const std::string header = bytes.Header();
+        std::optional<MailBytes> parts;
+        const bool isSame = SameBodies(said, now_) && SameAttachments(said, now_);
+        HRESULT hr = isSame ? S_OK : EditParts(bytes, message_, said, now_, parts);
+        if (FAILED(hr) || (!isSame && !parts))
+            return hr;
+        const MailBytes& from = isSame ? bytes : *parts;
+        const std::string header = from.Header();
         MailBytes mail(EditedHeader(header, said.envelope, now_.envelope));
-        HRESULT hr = CopyBytes(bytes, header.size(), [&](std::string_view piece) { mail.Append(piece); });
+        hr = CopyBytes(from, header.size(), [&](std::string_view piece) { mail.Append(piece); });
         if (SUCCEEDED(hr))
             hr = mail.Result();
         MailContent check;
@@ -88,8 +96,9 @@ private:
                SameAttachments(said, now_);
     }
 
+    IMessage& message_;
     const MakeScratch& scratch_;
-    const MailContent& now_;
+    const MailContent& now_;  // what it says
 };
 
 // S_OK: the mail was written. S_FALSE: `bytes` don't tell it, and nothing was written.
@@ -102,7 +111,7 @@ HRESULT WriteFrom(const MailBytes& original, const MailBytes& bytes, const KeptM
     if (kept.SaysTheSame(said))
         return WriteBytes(original, out);
     std::optional<MailBytes> edited;
-    hr = kept.WithFieldsOf(bytes, said, edited);
+    hr = kept.Edit(bytes, said, edited);
     if (FAILED(hr))
         return IsOurs(hr) ? hr : S_FALSE;
     return edited ? WriteBytes(*edited, out) : S_FALSE;
@@ -119,7 +128,7 @@ HRESULT WriteKept(IMessage& message, const MakeScratch& scratch, std::ostream& o
     hr = ReadMailContent(message, now);
     if (FAILED(hr))
         return S_FALSE;  // ExportMime tells, if it meets the same
-    const KeptMail kept(scratch, now);
+    const KeptMail kept(message, scratch, now);
     hr = WriteFrom(original, original, kept, out);
     if (hr != S_FALSE)
         return hr;

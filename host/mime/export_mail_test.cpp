@@ -106,7 +106,9 @@ TEST_F(ExportMailTest, AnOriginalThatSaysOtherThingsIsNeverWritten)
           Replaced(kOdd, "X-First:1", "X-First:2"), Replaced(kOdd, "\xF0\xD2", "\xD2\xF0"),
           std::string("Subject: alone\n\nx\n")}) {
         ASSERT_EQ(KeepOriginal(forged, *message), S_OK);
-        EXPECT_EQ(Masked(Mail(*message)), Masked(Export(*message))) << forged;
+        const std::string mail = Mail(*message);
+        EXPECT_NE(mail, forged);
+        EXPECT_EQ(Describe(*store->Import(mail)), Describe(*message)) << forged;
     }
 }
 

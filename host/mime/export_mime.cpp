@@ -5,85 +5,17 @@
 #include <string>
 #include <vector>
 
-#include "host/mail/unicode.h"
-#include "host/mime/charset.h"
 #include "host/mime/eml_writer.h"
 #include "host/mime/export_attachments.h"
+#include "host/mime/export_bodies.h"
 #include "host/mime/export_headers.h"
 #include "host/mime/mapi_read.h"
 #include "host/mime/message_envelope.h"
-#include "host/mime/rtf_text.h"
-#include "host/mime/value_reader.h"
 
 namespace quorvane {
 namespace {
 
 constexpr int kDeepestNesting = 32;
-
-HRESULT Copy(const ValueReader& from, TextWriter& to, const EmlWriter& out)
-{
-    const HRESULT hr = from.Read([&](std::string_view piece) {
-        to.Write(piece);
-        return out.Works();
-    });
-    return SUCCEEDED(hr) && !out.Works() ? STG_E_MEDIUMFULL : hr;
-}
-
-// What a message has as bodies; each is read when it is written.
-struct Bodies {
-    ValueReader text;
-    ValueReader html;
-    std::string htmlCharset;
-    ValueReader rtf;  // compressed; only when there is no other body
-
-    [[nodiscard]] bool Any() const { return text.Exists() || html.Exists(); }
-};
-
-HRESULT FindHtml(IMessage& message, ULONG codePage, Bodies& bodies)
-{
-    const HRESULT hr = bodies.html.OpenBinary(message, kPrHtml);
-    if (FAILED(hr) || bodies.html.Exists()) {
-        const auto htmlPage = ReadLong(message, kPrInternetCpid);
-        const char* const charset = htmlPage ? CharsetOfCodePage(static_cast<ULONG>(*htmlPage)) : nullptr;
-        bodies.htmlCharset = charset ? charset : "";
-        return hr;
-    }
-    bodies.htmlCharset = "utf-8";
-    return bodies.html.OpenText(message, kPrBodyHtmlW, codePage);
-}
-
-HRESULT FindBodies(IMessage& message, ULONG codePage, Bodies& bodies)
-{
-    HRESULT hr = bodies.text.OpenText(message, PR_BODY_W, codePage);
-    if (SUCCEEDED(hr))
-        hr = FindHtml(message, codePage, bodies);
-    if (FAILED(hr) || bodies.html.Exists() || !bodies.text.IsEmpty())
-        return hr;
-    return bodies.rtf.OpenBinary(message, PR_RTF_COMPRESSED);
-}
-
-// The text, where it can be had; else the value as it is.
-HRESULT WriteRtf(const ValueReader& rtf, EmlWriter& out)
-{
-    bool expandable = false;
-    HRESULT hr = rtf.Read([&](std::string_view beginning) {
-        expandable = CanExpandRtf(beginning);
-        return false;
-    });
-    std::string text;
-    if (SUCCEEDED(hr) && expandable)
-        hr = rtf.ReadAll(text);
-    if (FAILED(hr))
-        return hr;
-    WriteAttachmentFields("application/rtf", "body.rtf", out);
-    TextWriter writer(out, TextEncoding::Base64);
-    if (const auto expanded = expandable ? DecompressRtf(text) : std::nullopt)
-        writer.Write(*expanded);
-    else
-        hr = Copy(rtf, writer, out);
-    writer.End();
-    return hr;
-}
 
 // Writes one message, and through itself those that are embedded in it.
 class MailWriter {
@@ -205,33 +137,19 @@ private:
 
     HRESULT WriteTextPart()
     {
-        TextSurvey survey;
-        const HRESULT hr = bodies_.text.Read([&](std::string_view piece) {
-            survey.Put(piece);
-            return true;
-        });
-        if (FAILED(hr))
-            return hr;
-        out_.Field("Content-Type", "text/plain; charset=utf-8");
-        return WriteBody(bodies_.text, survey.Best());
+        BodyForm form;
+        const HRESULT hr = FormOfText(bodies_.text, form);
+        return SUCCEEDED(hr) ? WriteBody(bodies_.text, form) : hr;
     }
 
-    // In base64: HTML is kept to the byte, line ends included.
-    HRESULT WriteHtmlPart()
-    {
-        out_.Field("Content-Type",
-                   bodies_.htmlCharset.empty() ? "text/html" : "text/html; charset=" + bodies_.htmlCharset);
-        return WriteBody(bodies_.html, TextEncoding::Base64);
-    }
+    HRESULT WriteHtmlPart() { return WriteBody(bodies_.html, FormOfHtml(bodies_.htmlCharset)); }
 
-    HRESULT WriteBody(const ValueReader& body, TextEncoding encoding)
+    HRESULT WriteBody(const ValueReader& body, const BodyForm& form)
     {
-        out_.Field("Content-Transfer-Encoding", EncodingName(encoding));
+        out_.Field("Content-Type", form.type);
+        out_.Field("Content-Transfer-Encoding", EncodingName(form.encoding));
         out_.Line("");
-        TextWriter writer(out_, encoding);
-        const HRESULT hr = Copy(body, writer, out_);
-        writer.End();
-        return hr;
+        return WriteBodyContent(body, form.encoding, out_);
     }
 
     HRESULT WriteAttachments(const std::vector<AttachmentEntry>& entries, const std::string& boundary)

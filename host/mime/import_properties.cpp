@@ -3,23 +3,12 @@
 #include <cstddef>
 
 #include "host/mime/one_off.h"
+#include "host/mime/person_tags.h"
 
 namespace quorvane {
 namespace {
 
-struct PersonTags {
-    ULONG name, type, address, smtp, searchKey, entryId;
-};
-
-constexpr PersonTags kSender = {PR_SENDER_NAME_W,      PR_SENDER_ADDRTYPE_W, PR_SENDER_EMAIL_ADDRESS_W,
-                                kPrSenderSmtpAddressW, PR_SENDER_SEARCH_KEY, PR_SENDER_ENTRYID};
-constexpr PersonTags kSentRepresenting = {
-    PR_SENT_REPRESENTING_NAME_W,     PR_SENT_REPRESENTING_ADDRTYPE_W, PR_SENT_REPRESENTING_EMAIL_ADDRESS_W,
-    kPrSentRepresentingSmtpAddressW, PR_SENT_REPRESENTING_SEARCH_KEY, PR_SENT_REPRESENTING_ENTRYID};
-constexpr PersonTags kRecipient = {PR_DISPLAY_NAME_W, PR_ADDRTYPE_W, PR_EMAIL_ADDRESS_W,
-                                   kPrSmtpAddressW,   PR_SEARCH_KEY, PR_ENTRYID};
-
-void AddPerson(const PersonTags& tags, const MailAddress& person, PropertyList& properties)
+void AddPersonProperties(const PersonTags& tags, const MailAddress& person, PropertyList& properties)
 {
     properties.AddText(tags.name, person.Shown());
     properties.AddBinary(tags.entryId, OneOffEntryId(person));
@@ -34,11 +23,11 @@ void AddPerson(const PersonTags& tags, const MailAddress& person, PropertyList& 
 void AddPeople(const MailEnvelope& envelope, PropertyList& properties)
 {
     if (!envelope.from.empty())
-        AddPerson(kSentRepresenting, envelope.from.front(), properties);
+        AddPersonProperties(kSentRepresenting, envelope.from.front(), properties);
     if (!envelope.sender.empty())
-        AddPerson(kSender, envelope.sender.front(), properties);
+        AddPersonProperties(kSender, envelope.sender.front(), properties);
     else if (!envelope.from.empty())
-        AddPerson(kSender, envelope.from.front(), properties);
+        AddPersonProperties(kSender, envelope.from.front(), properties);
     if (envelope.replyTo.empty())
         return;
     std::string names;
@@ -103,7 +92,7 @@ HRESULT AddRecipients(const std::vector<MailRecipient>& recipients, IMessage& me
         row.AddLong(PR_RECIPIENT_TYPE, recipients[i].type);
         row.AddLong(PR_OBJECT_TYPE, static_cast<LONG>(MAPI_MAILUSER));
         row.AddLong(PR_DISPLAY_TYPE, static_cast<LONG>(DT_MAILUSER));
-        AddPerson(kRecipient, recipients[i].who, row);
+        AddPersonProperties(kRecipient, recipients[i].who, row);
         list->aEntries[i] = ADRENTRY{0, row.Count(), row.Values()};
     }
     const HRESULT hr = message.ModifyRecipients(MODRECIP_ADD, list);

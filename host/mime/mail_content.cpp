@@ -180,13 +180,18 @@ HRESULT ReadBodies(IMessage& message, ULONG codePage, MailContent& content)
     ValuesDigest text;
     HRESULT hr = text.AddText(message, PR_BODY_W, codePage);
     ValuesDigest html;
+    ValueReader bytes;
     if (SUCCEEDED(hr))
-        hr = html.AddBinary(message, kPrHtml);
+        hr = bytes.OpenBinary(message, kPrHtml);
+    if (SUCCEEDED(hr))
+        hr = html.AddValue(bytes);
     if (SUCCEEDED(hr))
         hr = html.AddText(message, kPrBodyHtmlW, codePage);
     if (SUCCEEDED(hr))
         hr = html.AddBinary(message, PR_RTF_COMPRESSED);
-    html.AddLong(ReadLong(message, kPrInternetCpid));
+    // Of text it tells but how that once came.
+    if (bytes.Exists())
+        html.AddLong(ReadLong(message, kPrInternetCpid));
     content.text = text.Text();
     content.html = html.Text();
     return hr;

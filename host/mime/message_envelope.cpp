@@ -5,19 +5,10 @@
 #include "host/mail/unicode.h"
 #include "host/mime/mapi_read.h"
 #include "host/mime/one_off.h"
+#include "host/mime/person_tags.h"
 
 namespace quorvane {
 namespace {
-
-struct PersonTags {
-    ULONG name, type, address, smtp;
-};
-
-constexpr PersonTags kSender = {PR_SENDER_NAME_W, PR_SENDER_ADDRTYPE_W, PR_SENDER_EMAIL_ADDRESS_W,
-                                kPrSenderSmtpAddressW};
-constexpr PersonTags kSentRepresenting = {PR_SENT_REPRESENTING_NAME_W, PR_SENT_REPRESENTING_ADDRTYPE_W,
-                                          PR_SENT_REPRESENTING_EMAIL_ADDRESS_W,
-                                          kPrSentRepresentingSmtpAddressW};
 
 // Of an address of another kind than SMTP only the name can go into a mail.
 MailAddress Person(std::string name, const std::string& type, std::string address, std::string smtp)
@@ -29,7 +20,7 @@ MailAddress Person(std::string name, const std::string& type, std::string addres
     return {std::move(name), std::move(smtp)};
 }
 
-void AddPerson(IMessage& message, const PersonTags& tags, ULONG codePage, std::vector<MailAddress>& people)
+void ReadPerson(IMessage& message, const PersonTags& tags, ULONG codePage, std::vector<MailAddress>& people)
 {
     MailAddress person =
         Person(ShortText(message, tags.name, codePage), ShortText(message, tags.type, codePage),
@@ -40,8 +31,8 @@ void AddPerson(IMessage& message, const PersonTags& tags, ULONG codePage, std::v
 
 void ReadPeople(IMessage& message, ULONG codePage, MailEnvelope& envelope)
 {
-    AddPerson(message, kSentRepresenting, codePage, envelope.from);
-    AddPerson(message, kSender, codePage, envelope.sender);
+    ReadPerson(message, kSentRepresenting, codePage, envelope.from);
+    ReadPerson(message, kSender, codePage, envelope.sender);
     if (envelope.sender == envelope.from)
         envelope.sender.clear();
     std::optional<std::string> entries;
