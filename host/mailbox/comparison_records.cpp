@@ -48,8 +48,8 @@ void ComparisonRecords::NotePairs(std::uint64_t now)
     find.Reset();
     Statement(database_,
               "INSERT OR IGNORE INTO comparison (folder_id, device, since) SELECT member.folder_id, "
-              "device.id, ? FROM "
-              "member JOIN device ON device.member = member.name WHERE announced = 1 AND card <> ''")
+              "device.id, ? FROM member JOIN device ON device.member = member.name WHERE announced = 1 AND "
+              "card <> ''")
         .Bind(1, TimeNumber(now))
         .Run();
 }
@@ -61,12 +61,11 @@ std::vector<ComparisonRecord> ComparisonRecords::All(std::uint64_t now)
         database_,
         "SELECT share.folder_id, share.name, device.id, device.member, since, wanted, opened, equal, "
         "differed, tries, items, (SELECT count(*) FROM delivery WHERE delivery.device = device.id) FROM "
-        "comparison JOIN share USING (folder_id) JOIN device ON device.id = comparison.device JOIN member "
-        "ON member.folder_id = share.folder_id AND member.name = device.member WHERE silent = 0 AND EXISTS "
-        "(SELECT 1 FROM "
-        "folder_device JOIN folder USING (founding) WHERE folder.folder_id = share.folder_id AND state = 1 "
-        "AND folder_device.device = device.id AND is_in = 1 AND has = 1 AND told = 1) ORDER BY share.name, "
-        "device.member, device.id");
+        "comparison JOIN share USING (folder_id) JOIN device ON device.id = comparison.device JOIN member ON "
+        "member.folder_id = share.folder_id AND member.name = device.member WHERE silent = 0 AND EXISTS "
+        "(SELECT 1 FROM folder_device JOIN folder USING (founding) WHERE folder.folder_id = share.folder_id "
+        "AND state = 1 AND folder_device.device = device.id AND is_in = 1 AND has = 1 AND told = 1) ORDER BY "
+        "share.name, device.member, device.id");
     std::vector<ComparisonRecord> records;
     while (select.Step()) {
         ComparisonRecord record;
@@ -92,8 +91,7 @@ void ComparisonRecords::Want(const std::string& folderId, const std::string& dev
     NotePairs(now);
     Statement(database_,
               "UPDATE comparison SET wanted = 1, tries = 0 WHERE (?1 = '' OR folder_id = ?1) AND (?2 = '' OR "
-              "device = "
-              "?2)")
+              "device = ?2)")
         .Bind(1, folderId)
         .Bind(2, device)
         .Run();
@@ -125,8 +123,7 @@ void ComparisonRecords::NoteDiffered(const std::string& folderId, const std::str
     NotePairs(now);
     Statement(database_,
               "UPDATE comparison SET differed = ?3, items = ?4, wanted = 1, tries = tries + 1 WHERE "
-              "folder_id = ?1 AND "
-              "device = ?2")
+              "folder_id = ?1 AND device = ?2")
         .Bind(1, folderId)
         .Bind(2, device)
         .Bind(3, TimeNumber(now))

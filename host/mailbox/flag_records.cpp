@@ -16,10 +16,8 @@ constexpr char kSelectFlags[] =
 constexpr char kSelectDevices[] =
     "SELECT device.id FROM folder_device JOIN folder USING (founding) JOIN device ON device.id = "
     "folder_device.device WHERE folder.folder_id = ?1 AND state = 1 AND is_in = 1 AND has = 1 AND told = 1 "
-    "AND "
-    "card <> '' AND silent = 0 AND flags = ?2 AND NOT EXISTS (SELECT 1 FROM resend WHERE resend.folder_id = "
-    "?1 AND "
-    "resend.member = device.member AND cancelled = 0) ORDER BY device.id";
+    "AND card <> '' AND silent = 0 AND flags = ?2 AND NOT EXISTS (SELECT 1 FROM resend WHERE "
+    "resend.folder_id = ?1 AND resend.member = device.member AND cancelled = 0) ORDER BY device.id";
 
 std::string FlagText(const exchange::ItemFlags& flags)
 {

@@ -72,8 +72,8 @@ void FolderDevices::Introduce(const FolderMembers& members, const std::string& t
     Statement insert(
         database_,
         "INSERT OR IGNORE INTO device (id, member, introducer, how, pinned) SELECT ?1, ?2, ?3, 'introduced "
-        "by ' || ?3, ?4 WHERE NOT EXISTS (SELECT 1 FROM dropped WHERE device = ?1) AND (SELECT count(*) "
-        "FROM device) < ?5");
+        "by ' || ?3, ?4 WHERE NOT EXISTS (SELECT 1 FROM dropped WHERE device = ?1) AND (SELECT count(*) FROM "
+        "device) < ?5");
     for (const auto& [key, member] : members)
         for (const SigningKey& device : member.devices) {
             const std::string id = TextOf(exchange::IdOf(device));
@@ -160,21 +160,18 @@ void FolderDevices::ForgetMember(const std::string& folderId, const std::string&
 // Who was asked for the folder may have gone, or fallen silent, before he took the question.
 void FolderDevices::AskAnother(const KnownFolder& folder)
 {
-    Statement(database_,
-              "UPDATE folder SET asked_in = 0, asked = coalesce((SELECT device.id " QV_MEMBERS_DEVICES
-              "AND is_in = 1 AND has = 1 AND card <> '' AND silent = 0 ORDER BY device.id LIMIT 1), '') "
-              "WHERE founding = ?1 "
-              "AND state = "
-              "1 AND asked <> '' AND asked NOT IN (SELECT device.id " QV_MEMBERS_DEVICES
-              "AND "
-              "is_in = 1 AND silent = 0)")
+    Statement(
+        database_,
+        "UPDATE folder SET asked_in = 0, asked = coalesce((SELECT device.id " QV_MEMBERS_DEVICES
+        "AND is_in = 1 AND has = 1 AND card <> '' AND silent = 0 ORDER BY device.id LIMIT 1), '') "
+        "WHERE founding = ?1 AND state = 1 AND asked <> '' AND asked NOT IN (SELECT device.id " QV_MEMBERS_DEVICES
+        "AND is_in = 1 AND silent = 0)")
         .Bind(1, folder.founding)
         .Run();
     if (database_.Changes() > 0)
         Statement(database_,
                   "UPDATE folder_device SET due = 1 WHERE founding = ?1 AND device = (SELECT asked FROM "
-                  "folder WHERE "
-                  "founding = ?1)")
+                  "folder WHERE founding = ?1)")
             .Bind(1, folder.founding)
             .Run();
 }

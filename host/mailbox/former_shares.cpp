@@ -25,8 +25,7 @@ void FormerShares::Keep(const std::string& folderId)
 {
     Statement(database_,
               "INSERT OR REPLACE INTO former (folder_id, entry_id, name) SELECT folder_id, entry_id, name "
-              "FROM share WHERE "
-              "folder_id = ?")
+              "FROM share WHERE folder_id = ?")
         .Bind(1, folderId)
         .Run();
 }

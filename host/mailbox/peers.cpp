@@ -16,8 +16,7 @@ namespace {
 
 constexpr char kSelectPeer[] =
     "SELECT id, member, card, how, pinned, heard, sent, acked, acks_serial, remade, epoch, applied, over, "
-    "gap_first, "
-    "gap_last, gap_since, asked, introducer, silent FROM device ";
+    "gap_first, gap_last, gap_since, asked, introducer, silent FROM device ";
 
 std::uint64_t Count(const Statement& row, int column)
 {
@@ -399,8 +398,8 @@ std::vector<exchange::Receiver> Peers::ReceiversOf(std::uint64_t sequence)
 {
     Statement select(
         database_,
-        "SELECT device, previous, card FROM delivery JOIN device ON id = device WHERE sequence = ? "
-        "ORDER BY device");
+        "SELECT device, previous, card FROM delivery JOIN device ON id = device WHERE sequence = ? ORDER BY "
+        "device");
     select.Bind(1, Signed(sequence));
     std::vector<exchange::Receiver> receivers;
     while (select.Step()) {

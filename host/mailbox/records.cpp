@@ -368,8 +368,7 @@ void Records::WriteItem(const ItemRecord& item)
 {
     Statement(database_,
               "INSERT OR REPLACE INTO item (id, folder_id, stamp, member, deleted, modified, heads, whole, "
-              "pending, "
-              "beaten) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?)")
+              "pending, beaten) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?)")
         .Bind(1, item.id)
         .Bind(2, item.folderId)
         .Bind(3, static_cast<std::int64_t>(item.version.stamp))
@@ -576,10 +575,9 @@ bool Records::OthersHave(const ResendRecord& resend, const std::string& item)
     const std::lock_guard lock(mutex_);
     Statement select(
         database_,
-        "SELECT 1 FROM member WHERE folder_id = ?1 AND name <> ?2 AND announced = 1 AND NOT EXISTS "
-        "(SELECT 1 FROM resend WHERE resend.folder_id = ?1 AND resend.member = member.name AND scope = 1 AND "
-        "since = 0 AND cancelled = 0 AND NOT EXISTS (SELECT 1 FROM given WHERE resend = number AND item = "
-        "?3))");
+        "SELECT 1 FROM member WHERE folder_id = ?1 AND name <> ?2 AND announced = 1 AND NOT EXISTS (SELECT 1 "
+        "FROM resend WHERE resend.folder_id = ?1 AND resend.member = member.name AND scope = 1 AND since = 0 "
+        "AND cancelled = 0 AND NOT EXISTS (SELECT 1 FROM given WHERE resend = number AND item = ?3))");
     return select.Bind(1, resend.folderId).Bind(2, resend.member).Bind(3, item).Step();
 }
 

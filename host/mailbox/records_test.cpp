@@ -51,8 +51,7 @@ protected:
             .Run();
         Statement(database,
                   "INSERT INTO folder_device (founding, device, has, told) SELECT ?, id, 1, 1 FROM device "
-                  "WHERE member "
-                  "= ?")
+                  "WHERE member = ?")
             .Bind(1, folderId)
             .Bind(2, member)
             .Run();
@@ -351,11 +350,9 @@ TEST_F(RecordsTest, FoldersThatWereSharedBeforeAnybodySignedForItAreSharedNoMore
         "name));"
         "CREATE TABLE mailbox (name TEXT NOT NULL, instance TEXT NOT NULL);"
         "CREATE TABLE outgoing (number INTEGER PRIMARY KEY AUTOINCREMENT, path TEXT NOT NULL UNIQUE, "
-        "recipients TEXT "
-        "NOT NULL, planned INTEGER NOT NULL DEFAULT 0);"
+        "recipients TEXT NOT NULL, planned INTEGER NOT NULL DEFAULT 0);"
         "CREATE TABLE item (id TEXT PRIMARY KEY, folder_id TEXT NOT NULL, stamp INTEGER NOT NULL, member "
-        "TEXT NOT NULL, "
-        "deleted INTEGER NOT NULL, modified INTEGER NOT NULL);"
+        "TEXT NOT NULL, deleted INTEGER NOT NULL, modified INTEGER NOT NULL);"
         "INSERT INTO item VALUES ('{I}', '{F}', 100, 'bob', 0, 7);"
         "CREATE TABLE delivery (package INTEGER, member TEXT, sequence INTEGER);"
         "CREATE TABLE sequence (member TEXT PRIMARY KEY, last INTEGER NOT NULL);"

@@ -11,8 +11,7 @@ void Refusals::Note(const exchange::DeviceId& device, const std::string& reason)
         database_,
         "INSERT INTO refusal (device, reason, count, since) SELECT ?1, ?2, 1, ?3 WHERE EXISTS (SELECT 1 FROM "
         "refusal WHERE device = ?1 AND reason = ?2) OR (SELECT count(*) FROM refusal) < ?4 ON CONFLICT "
-        "(device, "
-        "reason) DO UPDATE SET count = count + 1")
+        "(device, reason) DO UPDATE SET count = count + 1")
         .Bind(1, TextOf(device))
         .Bind(2, reason)
         .Bind(3, static_cast<std::int64_t>(FileTimeNow()))

@@ -143,8 +143,8 @@ void SharedFolders::PutFolder(const KnownFolder& folder)
     Statement(
         database_,
         "INSERT INTO folder (founding, folder_id, state, name, inviter, since) VALUES (?1, ?2, ?3, ?4, ?5, "
-        "?6) "
-        "ON CONFLICT (founding) DO UPDATE SET state = ?3, name = ?4, inviter = ?5, since = ?6, target = ''")
+        "?6) ON CONFLICT (founding) DO UPDATE SET state = ?3, name = ?4, inviter = ?5, since = ?6, target = "
+        "''")
         .Bind(1, folder.founding)
         .Bind(2, folder.folderId)
         .Bind(3, std::int64_t{static_cast<int>(folder.state)})
@@ -160,8 +160,7 @@ void SharedFolders::NoteJoined(const std::string& founding, const Share& share)
 {
     Statement(database_,
               "UPDATE folder SET fresh = 1, owes_all = EXISTS (SELECT 1 FROM former WHERE folder_id = ?2 AND "
-              "entry_id = "
-              "?3) WHERE founding = ?1")
+              "entry_id = ?3) WHERE founding = ?1")
         .Bind(1, founding)
         .Bind(2, share.folderId)
         .Bind(3, share.entryId)

@@ -115,8 +115,7 @@ public:
         transport.folders.Invite("{F}", member);
         Statement(hostRecords,
                   "UPDATE folder_device SET has = 1, told = 1, due = 0 WHERE device IN (SELECT id FROM "
-                  "device WHERE "
-                  "member = ?)")
+                  "device WHERE member = ?)")
             .Bind(1, member)
             .Run();
         transport.folders.Settle();
