@@ -32,6 +32,47 @@ std::string WithoutSubject(std::string_view mail)
     return result;
 }
 
+// Whether openssl finds the S/MIME signature of a mail good; whose it is isn't asked.
+bool IsSignatureGood(const std::string& mail)
+{
+    std::string path = (std::filesystem::temp_directory_path() / "qv-signed-XXXXXX").string();
+    const int file = mkstemp(path.data());
+    EXPECT_GE(file, 0);
+    close(file);
+    std::ofstream(path, std::ios::binary) << mail;
+    const std::string command = "openssl cms -verify -noverify -in " + path + " -out /dev/null 2> /dev/null";
+    const int result = std::system(command.c_str());
+    std::filesystem::remove(path);
+    return result == 0;
+}
+
+TEST_F(MimeCorpusTest, SignaturesHoldWhateverElseIsEdited)
+{
+    const char* const corpus = std::getenv("QUORVANE_CORPUS");
+    if (!corpus) {
+        std::cout << "QUORVANE_CORPUS isn't set: no mail was read\n";
+        return;
+    }
+    int good = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(std::filesystem::path(corpus) / "mail")) {
+        if (!entry.is_regular_file())
+            continue;
+        const std::string original = ReadFile(entry.path());
+        if (original.find("pkcs7") == std::string::npos || !IsSignatureGood(original))
+            continue;
+        const MailBytes bytes(original);
+        const auto message = store->Import(bytes, {.read = {}, .original = &bytes});
+        PropertyList subject;
+        subject.AddText(PR_SUBJECT_W, "Quite another subject");
+        ASSERT_EQ(subject.SetOn(*message), S_OK);
+        const std::string edited = Mail(*message);
+        EXPECT_NE(edited.find("Quite another subject"), std::string::npos) << entry.path();
+        EXPECT_TRUE(IsSignatureGood(edited)) << entry.path();
+        ++good;
+    }
+    EXPECT_GE(good, 8);
+}
+
 // Whether a mail with LF alone was made anew: that has CRLF.
 bool IsMadeAnew(const std::string& mail, const std::string& original)
 {
