@@ -309,8 +309,10 @@ void NotificationHub::GatherAll() noexcept
     // What fails here is gathered the next time, or when the notification thread gets to it.
     (void)Guarded([&] {
         for (const auto& subscription : AllSubscriptions()) {
-            if (const std::shared_ptr<EventSource> source = subscription->BeginGathering())
+            std::shared_ptr<EventSource> source = subscription->BeginGathering();
+            if (source)
                 (void)source->Gather();
+            source.reset();  // whoever waits for the end may close the store then
             subscription->EndGathering();
         }
         return S_OK;

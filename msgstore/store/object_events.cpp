@@ -53,7 +53,10 @@ public:
             const MutexLock lock(lock_);
             QV_RETURN_IF_FAILED(GatherFrom(connection));
             while (!queue_.empty() && batch.size() < kMostObjectEvents) {
-                QV_RETURN_IF_FAILED(Add(connection, queue_.Front(), batch));
+                const HRESULT hr = Guarded([&] { return Add(connection, queue_.Front(), batch); });
+                if (FAILED(hr))
+                    return batch.empty() ? hr
+                                         : S_FALSE;  // those before it are told, and then it's tried again
                 queue_.PopFront();
             }
             return queue_.empty() ? S_OK : S_FALSE;

@@ -195,5 +195,33 @@ TEST_F(ObjectEventsTest, WhatWasGatheredIsToldWhateverTheLogDrops)
     EXPECT_EQ(CollectAll(*source), (std::vector<std::pair<ULONG, BinaryValue>>{{fnevObjectDeleted, id}}));
 }
 
+TEST_F(ObjectEventsTest, AFailureCostsNothingThatWasToBeToldBeforeItOrAfter)
+{
+    std::shared_ptr<StoreCore> core;
+    ASSERT_EQ(StoreCore::Open(mailbox.StorePath(), false, core), S_OK);
+    std::shared_ptr<EventSource> source;
+    ASSERT_EQ(MakeObjectEvents(core, std::nullopt, kEverything, source), S_OK);
+    const auto run = [&](const char* sql) {
+        return core->Write(Durability::Deferred,
+                           [&](SqliteConnection& connection) { return connection.Run(sql); });
+    };
+    Change parentless;
+    parentless.kind = MAPI_FOLDER;
+    parentless.event = fnevObjectModified;
+    ASSERT_EQ(core->Write(Durability::Deferred,
+                          [&](SqliteConnection& connection) { return AppendChange(connection, parentless); }),
+              S_OK);
+    const BinaryValue added = Add(mailbox.Inbox());
+
+    ASSERT_EQ(run("ALTER TABLE folder RENAME TO away"), S_OK);
+    NotificationBatch first;
+    EXPECT_EQ(source->Collect(first), S_FALSE);
+    EXPECT_EQ(first.size(), 1U);
+    NotificationBatch second;
+    EXPECT_TRUE(FAILED(source->Collect(second)));
+    ASSERT_EQ(run("ALTER TABLE away RENAME TO folder"), S_OK);
+    EXPECT_EQ(CollectAll(*source), (std::vector<std::pair<ULONG, BinaryValue>>{{fnevObjectCreated, added}}));
+}
+
 }  // namespace
 }  // namespace quorvane
