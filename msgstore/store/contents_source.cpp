@@ -1,9 +1,12 @@
 #include <algorithm>
-#include <array>
 #include <cstring>
 
 #include "msgstore/props/property_codec.h"
+#include "msgstore/store/contents_columns.h"
+#include "msgstore/store/contents_query.h"
 #include "msgstore/store/identity.h"
+#include "msgstore/store/property_rows.h"
+#include "msgstore/store/table_functions.h"
 #include "msgstore/store/table_source.h"
 #include "platform/clock/clock.h"
 #include "platform/com/bstr.h"
@@ -11,36 +14,11 @@
 namespace quorvane {
 namespace {
 
-enum class ColumnKind { Text, Long, Time, Binary };
-
-struct Column {
-    ULONG tag;
-    ColumnKind kind;
-};
-
-// In the order of the statement's columns, which begins with the row's number and its GUID.
+// The columns of the statement begin with the row's number and its GUID, and then are those of
+// kContentsColumns.
 constexpr int kFirstColumn = 2;
-constexpr std::array kColumns = {
-    Column{PR_CREATION_TIME, ColumnKind::Time},
-    Column{PR_LAST_MODIFICATION_TIME, ColumnKind::Time},
-    Column{PR_MESSAGE_FLAGS, ColumnKind::Long},
-    Column{PR_MESSAGE_SIZE, ColumnKind::Long},
-    Column{kPrMessageStatus, ColumnKind::Long},
-    Column{PR_MESSAGE_CLASS_W, ColumnKind::Text},
-    Column{PR_SUBJECT_W, ColumnKind::Text},
-    Column{PR_SUBJECT_PREFIX_W, ColumnKind::Text},
-    Column{PR_NORMALIZED_SUBJECT_W, ColumnKind::Text},
-    Column{PR_SENDER_NAME_W, ColumnKind::Text},
-    Column{PR_SENT_REPRESENTING_NAME_W, ColumnKind::Text},
-    Column{PR_DISPLAY_TO_W, ColumnKind::Text},
-    Column{PR_DISPLAY_CC_W, ColumnKind::Text},
-    Column{PR_DISPLAY_BCC_W, ColumnKind::Text},
-    Column{PR_CLIENT_SUBMIT_TIME, ColumnKind::Time},
-    Column{PR_MESSAGE_DELIVERY_TIME, ColumnKind::Time},
-    Column{PR_IMPORTANCE, ColumnKind::Long},
-    Column{PR_SEARCH_KEY, ColumnKind::Binary},
-};
 constexpr int kFlagsColumn = kFirstColumn + 2;
+static_assert(kContentsColumns[kFlagsColumn - kFirstColumn].tag == PR_MESSAGE_FLAGS);
 
 constexpr std::string_view kSelectRow =
     "SELECT id, guid, created, modified, flags, size, status, message_class, subject, subject_prefix, "
@@ -49,7 +27,7 @@ constexpr std::string_view kSelectRow =
     "search_key"
     " FROM message WHERE id=? AND folder_id=? AND associated=?";
 
-const std::vector<ULONG> kContentsColumns = {
+const std::vector<ULONG> kDefaultColumns = {
     PR_ENTRYID,
     PR_INSTANCE_KEY,
     PR_RECORD_KEY,
@@ -74,11 +52,6 @@ const std::vector<ULONG> kContentsColumns = {
     PR_OBJECT_TYPE,
 };
 
-bool TypeFits(ULONG wanted, ULONG type) noexcept
-{
-    return wanted == type || wanted == PT_UNSPECIFIED || (wanted == PT_STRING8 && type == PT_UNICODE);
-}
-
 // A folder that a contents table shows.
 struct Contents {
     ObjectGuid store{};
@@ -96,6 +69,7 @@ public:
     HRESULT MoveTo(std::int64_t id) override
     {
         haveProperties_ = false;
+        haveLargeValues_ = false;
         row_.Rewind();
         row_.Bind(id);
         row_.Bind(contents_.folderId);
@@ -109,17 +83,16 @@ public:
 
     const PropertyValue* Find(ULONG tag) const override
     {
-        const auto isWanted = [tag](const Column& column) { return PROP_ID(column.tag) == PROP_ID(tag); };
-        const auto column = std::find_if(kColumns.begin(), kColumns.end(), isWanted);
-        if (column != kColumns.end())
-            return FindColumn(*column, kFirstColumn + static_cast<int>(column - kColumns.begin()), tag);
+        if (const ContentsColumn* const column = FindContentsColumn(tag))
+            return FindColumn(*column, kFirstColumn + static_cast<int>(column - kContentsColumns.data()),
+                              tag);
         if (FindComputed(tag))
             return TypeFits(PROP_TYPE(tag), value_.type()) ? &value_ : nullptr;
         return FindStored(tag);
     }
 
 private:
-    const PropertyValue* FindColumn(const Column& column, int index, ULONG tag) const
+    const PropertyValue* FindColumn(const ContentsColumn& column, int index, ULONG tag) const
     {
         if (!TypeFits(PROP_TYPE(tag), PROP_TYPE(column.tag)) || row_.IsNull(index))
             return nullptr;
@@ -200,16 +173,33 @@ private:
             else if (FAILED(result))
                 failure_ = result;
         }
-        return properties_.Find(tag);
+        if (const PropertyValue* const found = properties_.Find(tag))
+            return found;
+        return FindLarge(tag);
+    }
+
+    // Those that aren't with the others have rows of their own.
+    const PropertyValue* FindLarge(ULONG tag) const
+    {
+        if (!haveLargeValues_) {
+            haveLargeValues_ = true;
+            largeValues_.Clear();
+            const HRESULT result = partId_ == 0 ? S_OK : ReadLargeValues(connection_, partId_, largeValues_);
+            if (FAILED(result))
+                failure_ = result;
+        }
+        return largeValues_.Find(tag);
     }
 
     HRESULT ReadStored() const
     {
         properties_.Clear();
-        SqliteRows rows = connection_.Query("SELECT properties FROM part WHERE message_id=? AND parent_id=0",
-                                            row_.Int64(0));
+        partId_ = 0;
+        SqliteRows rows = connection_.Query(
+            "SELECT properties, id FROM part WHERE message_id=? AND parent_id=0", row_.Int64(0));
         if (!rows.Next())
             return rows.Result();
+        partId_ = rows.Int64(1);
         return DecodeProperties(rows.Bytes(0).data(), rows.Bytes(0).size(), properties_);
     }
 
@@ -250,6 +240,9 @@ private:
     mutable PropertyBag storeIdentity_;
     mutable PropertyBag properties_;  // of the part, read when a property that isn't a column is asked for
     mutable bool haveProperties_ = false;
+    mutable std::int64_t partId_ = 0;
+    mutable PropertyBag largeValues_;  // likewise, of those that aren't in the part's row
+    mutable bool haveLargeValues_ = false;
     mutable HRESULT failure_ = S_OK;
 };
 
@@ -257,14 +250,34 @@ class ContentsSource final : public TableSource {
 public:
     explicit ContentsSource(const Contents& contents) noexcept : contents_(contents) {}
 
-    HRESULT ListRows(SqliteConnection& connection, std::vector<std::int64_t>& ids) const override
+    HRESULT ListRows(SqliteConnection& connection, const TableQuery& query,
+                     std::vector<std::int64_t>& ids) const override
     {
-        SqliteRows rows =
-            connection.Query("SELECT id FROM message WHERE folder_id=? AND associated=? ORDER BY id",
-                             contents_.folderId, contents_.associated);
-        while (rows.Next())
-            ids.push_back(rows.Int64(0));
-        return rows.Result();
+        SqlCondition condition;
+        const bool asSql = !query.restriction || Translate(*query.restriction, condition);
+        if (!asSql)
+            condition = {};
+        ContentsReader keyReader(connection, contents_);
+        SortKeyReader keys(keyReader);
+        std::size_t keysBound = 0;
+        const std::string order = OrderBy(query.sort, keysBound);
+        SqliteRows rows = Select(connection, condition, order);
+        for (std::size_t i = 0; i < keysBound; ++i)
+            keys.BindTo(rows);
+        const HRESULT listed =
+            asSql ? TakeIds(rows, ids) : TakeMatching(rows, connection, *query.restriction, ids);
+        return FAILED(keys.Failure()) ? keys.Failure() : listed;
+    }
+
+    HRESULT ListMatches(SqliteConnection& connection, const Restriction& restriction, std::size_t limit,
+                        std::vector<std::int64_t>& ids) const override
+    {
+        SqlCondition condition;
+        if (!Translate(restriction, condition))
+            return S_FALSE;
+        SqliteRows rows = Select(connection, condition, " LIMIT ?");
+        rows.Bind(static_cast<std::int64_t>(std::min<std::size_t>(limit, INT32_MAX)));
+        return TakeIds(rows, ids);
     }
 
     std::unique_ptr<RowReader> MakeReader(SqliteConnection& connection) const override
@@ -279,9 +292,66 @@ public:
             ids.push_back(change.objectId);
     }
 
-    const std::vector<ULONG>& DefaultColumns() const noexcept override { return kContentsColumns; }
+    const std::vector<ULONG>& DefaultColumns() const noexcept override { return kDefaultColumns; }
 
 private:
+    bool Translate(const Restriction& restriction, SqlCondition& condition) const
+    {
+        return TranslateRestriction(restriction, contents_.shortTermIds ? nullptr : &contents_.store,
+                                    condition);
+    }
+
+    SqliteRows Select(SqliteConnection& connection, const SqlCondition& condition,
+                      const std::string& order) const
+    {
+        std::string sql = "SELECT id FROM message WHERE folder_id=? AND associated=?";
+        if (!condition.text.empty())
+            sql += " AND " + condition.text;
+        SqliteRows rows = connection.QueryOnce(sql + order);
+        rows.Bind(contents_.folderId);
+        rows.Bind(static_cast<std::int64_t>(contents_.associated));
+        condition.BindTo(rows);
+        return rows;
+    }
+
+    // keys  [out]  how many parameters want a SortKeyReader.
+    static std::string OrderBy(const std::vector<SortColumn>& sort, std::size_t& keys)
+    {
+        std::string order = " ORDER BY ";
+        for (const SortColumn& column : sort) {
+            std::string term;
+            if (!TranslateSortColumn(column, term)) {
+                term = "qv_key(?, id, " + std::to_string(column.tag) + ")";
+                ++keys;
+            }
+            if (!term.empty())
+                order += term + (column.descending ? " DESC, " : ", ");
+        }
+        return order + "id";
+    }
+
+    static HRESULT TakeIds(SqliteRows& rows, std::vector<std::int64_t>& ids)
+    {
+        while (rows.Next())
+            ids.push_back(rows.Int64(0));
+        return rows.Result();
+    }
+
+    HRESULT TakeMatching(SqliteRows& rows, SqliteConnection& connection, const Restriction& restriction,
+                         std::vector<std::int64_t>& ids) const
+    {
+        ContentsReader reader(connection, contents_);
+        while (rows.Next()) {
+            const std::int64_t id = rows.Int64(0);
+            const HRESULT moved = reader.MoveTo(id);
+            QV_RETURN_IF_FAILED(moved);
+            if (moved == S_OK && restriction.Matches(reader))
+                ids.push_back(id);
+            QV_RETURN_IF_FAILED(reader.TakeFailure());
+        }
+        return rows.Result();
+    }
+
     const Contents contents_;
 };
 

@@ -71,17 +71,18 @@ class HierarchySource final : public TableSource {
 public:
     explicit HierarchySource(const Hierarchy& hierarchy) noexcept : hierarchy_(hierarchy) {}
 
-    HRESULT ListRows(SqliteConnection& connection, std::vector<std::int64_t>& ids) const override
+    HRESULT ListRows(SqliteConnection& connection, const TableQuery& query,
+                     std::vector<std::int64_t>& ids) const override
     {
-        constexpr std::string_view here = "SELECT id FROM folder WHERE parent_id=? ORDER BY id";
-        constexpr std::string_view below =
-            "WITH RECURSIVE below (id) AS (SELECT id FROM folder WHERE parent_id=? UNION"
-            " SELECT f.id FROM below AS b JOIN folder AS f ON f.parent_id = b.id) SELECT id FROM below ORDER "
-            "BY id";
-        SqliteRows rows = connection.Query(hierarchy_.deep ? below : here, hierarchy_.folderId);
-        while (rows.Next())
-            ids.push_back(rows.Int64(0));
-        return rows.Result();
+        QV_RETURN_IF_FAILED(ListAll(connection, ids));
+        HierarchyReader reader(connection, hierarchy_);
+        return SelectByReading(reader, query, ids);
+    }
+
+    HRESULT ListMatches(SqliteConnection&, const Restriction&, std::size_t,
+                        std::vector<std::int64_t>&) const override
+    {
+        return S_FALSE;
     }
 
     std::unique_ptr<RowReader> MakeReader(SqliteConnection& connection) const override
@@ -102,6 +103,19 @@ public:
     const std::vector<ULONG>& DefaultColumns() const noexcept override { return kHierarchyColumns; }
 
 private:
+    HRESULT ListAll(SqliteConnection& connection, std::vector<std::int64_t>& ids) const
+    {
+        constexpr std::string_view here = "SELECT id FROM folder WHERE parent_id=? ORDER BY id";
+        constexpr std::string_view below =
+            "WITH RECURSIVE below (id) AS (SELECT id FROM folder WHERE parent_id=? UNION"
+            " SELECT f.id FROM below AS b JOIN folder AS f ON f.parent_id = b.id) SELECT id FROM below ORDER "
+            "BY id";
+        SqliteRows rows = connection.Query(hierarchy_.deep ? below : here, hierarchy_.folderId);
+        while (rows.Next())
+            ids.push_back(rows.Int64(0));
+        return rows.Result();
+    }
+
     const Hierarchy hierarchy_;
 };
 

@@ -4,6 +4,7 @@
 
 #include "msgstore/store/change_log.h"
 #include "msgstore/store/message_copy.h"
+#include "msgstore/table/text_fold.h"
 #include "platform/clock/clock.h"
 #include "platform/com/bstr.h"
 
@@ -19,7 +20,7 @@ constexpr std::string_view kSelectMessage =
 constexpr std::string_view kShown =
     "message_class, subject, subject_prefix, normal_subject, sender_name, sent_for_name, display_to, "
     "display_cc,"
-    " display_bcc, submitted, delivered, importance, search_key";
+    " display_bcc, submitted, delivered, importance, search_key, subject_key";
 
 // Text in a table is cut there, as stores do.
 constexpr std::size_t kColumnTextLimit = 255;
@@ -92,6 +93,7 @@ public:
         Time(PR_MESSAGE_DELIVERY_TIME);
         Number(PR_IMPORTANCE);
         Binary(PR_SEARCH_KEY);
+        FoldedText(PR_SUBJECT_W);
     }
 
 private:
@@ -108,6 +110,14 @@ private:
             return rows_.Bind(nullptr);
         const OleString text = value->AsText();
         rows_.Bind(ToUtf8(OleStringView(text).substr(0, kColumnTextLimit)));
+    }
+    void FoldedText(ULONG tag)
+    {
+        const PropertyValue* const value = Find(tag);
+        if (!value)
+            return rows_.Bind(nullptr);
+        const OleString text = value->AsText();
+        rows_.Bind(FoldUtf8(ToUtf8(OleStringView(text).substr(0, kColumnTextLimit))));
     }
     void Time(ULONG tag)
     {
@@ -159,7 +169,7 @@ HRESULT InsertMessageRow(SqliteConnection& connection, const PropertyBag& proper
         std::string(
             "INSERT INTO message (guid, folder_id, associated, version, created, modified, flags, size, ")
             .append(kShown)
-            .append(") VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)"),
+            .append(") VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)"),
         row.guid, row.folderId, row.isAssociated, row.version, row.created, row.modified, row.flags,
         row.size);
     ColumnBinder(rows, properties, computed).BindAll();
@@ -177,7 +187,7 @@ HRESULT UpdateMessageRow(SqliteConnection& connection, const PropertyBag& proper
     SqliteRows rows = connection.Query(std::string("UPDATE message SET (version, modified, flags, size, ")
                                            .append(kShown)
                                            .append(") = (?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10, ?11, ?12, ?13, "
-                                                   "?14, ?15, ?16, ?17, ?18) WHERE id=?1"),
+                                                   "?14, ?15, ?16, ?17, ?18, ?19) WHERE id=?1"),
                                        row.id, row.version, row.modified, row.flags, row.size);
     ColumnBinder(rows, properties, computed).BindAll();
     rows.Next();

@@ -103,27 +103,79 @@ HRESULT DecodeRecipients(ByteView bytes, std::vector<PropertyBag>& recipients)
     return bytes.empty() ? S_OK : MAPI_E_CORRUPT_DATA;
 }
 
+namespace {
+
+// `wanted` bytes, which the value has.
+HRESULT ReadChunks(SqliteConnection& connection, std::int64_t valueId, std::uint64_t offset, BYTE* target,
+                   ULONG wanted)
+{
+    ULONG done = 0;
+    SqliteRows rows =
+        connection.Query("SELECT data FROM chunk WHERE value_id=? AND number>=? ORDER BY number", valueId,
+                         static_cast<std::int64_t>(offset / kChunkSize));
+    while (done < wanted && rows.Next()) {
+        const std::uint64_t at = (offset + done) % kChunkSize;
+        const auto part = static_cast<ULONG>(std::min<std::uint64_t>(wanted - done, kChunkSize - at));
+        if (!CopyFromChunk(rows.Bytes(0), at, target + done, part))
+            return MAPI_E_CORRUPT_DATA;
+        done += part;
+    }
+    QV_RETURN_IF_FAILED(rows.Result());
+    return done == wanted ? S_OK : MAPI_E_OBJECT_CHANGED;
+}
+
+// A value that is read on the connection that it was found on, as long as that stands in its transaction.
+class ValueOfRow final : public LargeValue {
+public:
+    ValueOfRow(SqliteConnection& connection, std::int64_t id, std::uint64_t size) noexcept
+        : connection_(connection), id_(id), size_(size)
+    {}
+
+    std::uint64_t Size() const noexcept override { return size_; }
+    [[nodiscard]] HRESULT ReadAt(std::uint64_t offset, void* buffer, ULONG count,
+                                 ULONG& read) noexcept override
+    {
+        read = 0;
+        if (offset >= size_)
+            return S_OK;
+        const auto wanted = static_cast<ULONG>(std::min<std::uint64_t>(count, size_ - offset));
+        const HRESULT result =
+            Guarded([&] { return ReadChunks(connection_, id_, offset, static_cast<BYTE*>(buffer), wanted); });
+        if (SUCCEEDED(result))
+            read = wanted;
+        return result;
+    }
+
+private:
+    SqliteConnection& connection_;
+    const std::int64_t id_;
+    const std::uint64_t size_;
+};
+
+template <class MakeValue>
+HRESULT PutLargeValues(SqliteConnection& connection, std::int64_t partId, PropertyBag& bag,
+                       MakeValue makeValue)
+{
+    SqliteRows rows = connection.Query("SELECT id, tag, size FROM large_value WHERE part_id=?", partId);
+    while (rows.Next()) {
+        PropertyValue value;
+        value.tag = static_cast<ULONG>(rows.Int64(1));
+        value.large = makeValue(rows.Int64(0), static_cast<std::uint64_t>(rows.Int64(2)));
+        bag.Put(std::move(value));
+    }
+    return rows.Result();
+}
+
+}  // namespace
+
 HRESULT StoredValue::ReadAt(std::uint64_t offset, void* buffer, ULONG count, ULONG& read) noexcept
 {
     read = 0;
     if (offset >= size_)
         return S_OK;
     const auto wanted = static_cast<ULONG>(std::min<std::uint64_t>(count, size_ - offset));
-    auto* const target = static_cast<BYTE*>(buffer);
     const HRESULT result = core_->Read([&](SqliteConnection& connection) {
-        ULONG done = 0;
-        SqliteRows rows =
-            connection.Query("SELECT data FROM chunk WHERE value_id=? AND number>=? ORDER BY number", id_,
-                             static_cast<std::int64_t>(offset / kChunkSize));
-        while (done < wanted && rows.Next()) {
-            const std::uint64_t at = (offset + done) % kChunkSize;
-            const auto part = static_cast<ULONG>(std::min<std::uint64_t>(wanted - done, kChunkSize - at));
-            if (!CopyFromChunk(rows.Bytes(0), at, target + done, part))
-                return MAPI_E_CORRUPT_DATA;
-            done += part;
-        }
-        QV_RETURN_IF_FAILED(rows.Result());
-        return done == wanted ? S_OK : MAPI_E_OBJECT_CHANGED;
+        return ReadChunks(connection, id_, offset, static_cast<BYTE*>(buffer), wanted);
     });
     if (SUCCEEDED(result))
         read = wanted;
@@ -133,15 +185,16 @@ HRESULT StoredValue::ReadAt(std::uint64_t offset, void* buffer, ULONG count, ULO
 HRESULT ReadLargeValues(SqliteConnection& connection, const std::shared_ptr<StoreCore>& core,
                         std::int64_t partId, PropertyBag& bag)
 {
-    SqliteRows rows = connection.Query("SELECT id, tag, size FROM large_value WHERE part_id=?", partId);
-    while (rows.Next()) {
-        PropertyValue value;
-        value.tag = static_cast<ULONG>(rows.Int64(1));
-        value.large =
-            std::make_shared<StoredValue>(core, rows.Int64(0), static_cast<std::uint64_t>(rows.Int64(2)));
-        bag.Put(std::move(value));
-    }
-    return rows.Result();
+    return PutLargeValues(connection, partId, bag, [&](std::int64_t id, std::uint64_t size) {
+        return std::make_shared<StoredValue>(core, id, size);
+    });
+}
+
+HRESULT ReadLargeValues(SqliteConnection& connection, std::int64_t partId, PropertyBag& bag)
+{
+    return PutLargeValues(connection, partId, bag, [&](std::int64_t id, std::uint64_t size) {
+        return std::make_shared<ValueOfRow>(connection, id, size);
+    });
 }
 
 HRESULT InsertLargeValue(SqliteConnection& connection, std::int64_t partId, ULONG tag, LargeValue& value)

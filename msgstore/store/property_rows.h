@@ -43,6 +43,8 @@ private:
 // Adds the large values of a part to its bag.
 [[nodiscard]] HRESULT ReadLargeValues(SqliteConnection& connection, const std::shared_ptr<StoreCore>& core,
                                       std::int64_t partId, PropertyBag& bag);
+// The same for use within the connection's transaction.
+[[nodiscard]] HRESULT ReadLargeValues(SqliteConnection& connection, std::int64_t partId, PropertyBag& bag);
 
 // Within a transaction that writes: writes a value to rows of its own, piece by piece.
 [[nodiscard]] HRESULT InsertLargeValue(SqliteConnection& connection, std::int64_t partId, ULONG tag,

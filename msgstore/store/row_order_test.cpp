@@ -5,22 +5,10 @@
 namespace quorvane {
 namespace {
 
-constexpr ULONG kKey = PROP_TAG(PT_LONG, 0x6700);
-
-OrderedRow Row(std::int64_t id, LONG key = 0)
+RowOrder OrderOf(const std::vector<std::int64_t>& ids)
 {
-    OrderedRow row{id, {}};
-    row.keys.Put(PropertyValue::Long(kKey, key));
-    return row;
-}
-
-RowOrder OrderOf(std::initializer_list<std::int64_t> ids)
-{
-    std::vector<OrderedRow> rows;
-    for (const std::int64_t id : ids)
-        rows.push_back(Row(id));
     RowOrder order;
-    order.Restart(std::move(rows));
+    order.Restart(ids);
     return order;
 }
 
@@ -32,25 +20,14 @@ std::vector<std::int64_t> IdsOf(const RowOrder& order)
     return ids;
 }
 
-TEST(RowOrderTest, RowsWithoutASortStandByNumber)
+TEST(RowOrderTest, RowsStandWhereTheyArePut)
 {
     RowOrder order = OrderOf({5, 1, 3});
 
-    EXPECT_EQ(order.Insert(Row(4)), 2u);
-    EXPECT_EQ(IdsOf(order), (std::vector<std::int64_t>{1, 3, 4, 5}));
+    order.Insert(2, 4);
+    EXPECT_EQ(IdsOf(order), (std::vector<std::int64_t>{5, 1, 4, 3}));
     EXPECT_EQ(order.IndexOf(4), 2u);
     EXPECT_EQ(order.IndexOf(2), std::nullopt);
-}
-
-TEST(RowOrderTest, RowsOfEqualKeysStandByNumber)
-{
-    RowOrder order;
-    order.SetSort({{kKey, true}});
-    order.Restart({Row(1, 10), Row(3, 20), Row(2, 20)});
-
-    EXPECT_EQ(IdsOf(order), (std::vector<std::int64_t>{2, 3, 1}));
-    order.Update(*order.IndexOf(1), Row(1, 30).keys);
-    EXPECT_EQ(IdsOf(order), (std::vector<std::int64_t>{1, 2, 3}));
 }
 
 TEST(RowOrderTest, TheCursorStaysWithItsRow)
@@ -58,7 +35,7 @@ TEST(RowOrderTest, TheCursorStaysWithItsRow)
     RowOrder order = OrderOf({10, 20, 30});
     order.SetCursor(1);
 
-    order.Insert(Row(5));
+    order.Insert(0, 5);
     EXPECT_EQ(order.IdAt(order.Cursor()), 20);
     order.Erase(0);
     EXPECT_EQ(order.IdAt(order.Cursor()), 20);
@@ -71,7 +48,7 @@ TEST(RowOrderTest, ACursorAtTheEndStandsBeforeWhatIsAddedThere)
     RowOrder order = OrderOf({10});
     order.SetCursor(1);
 
-    order.Insert(Row(20));
+    order.Insert(1, 20);
 
     EXPECT_EQ(order.IdAt(order.Cursor()), 20);
 }
@@ -120,7 +97,7 @@ TEST(RowOrderTest, ReplacedRowsTakeTheirBookmarksAlong)
     const BOOKMARK goes = order.CreateBookmark();
     order.SetCursor(3);
 
-    order.Replace({Row(5), Row(10), Row(30), Row(40)});
+    order.Replace({5, 10, 30, 40});
 
     std::size_t index = 0;
     bool lost = false;

@@ -1,12 +1,15 @@
 #include "msgstore/store/schema.h"
 
+#include <iterator>
+
 #include "platform/clock/clock.h"
 
 namespace quorvane {
 namespace {
 
 constexpr std::int64_t kApplicationId = 0x51564D53;  // "QVMS"
-constexpr std::int64_t kSchemaVersion = 1;
+// Of a later version are those that this program doesn't know; those before it are brought up to it.
+constexpr std::int64_t kSchemaVersion = 2;
 
 constexpr char kTables[] = R"sql(
 CREATE TABLE store (
@@ -50,9 +53,12 @@ CREATE TABLE message (
     submitted       INTEGER,
     delivered       INTEGER,
     importance      INTEGER,
-    search_key      BLOB
+    search_key      BLOB,
+    subject_key     TEXT
 );
 CREATE INDEX message_of_folder ON message (folder_id, associated, id, flags);
+CREATE INDEX message_by_delivery ON message (folder_id, associated, delivered);
+CREATE INDEX message_by_subject ON message (folder_id, associated, subject_key);
 CREATE TABLE part (
     id              INTEGER PRIMARY KEY AUTOINCREMENT,
     message_id      INTEGER NOT NULL REFERENCES message (id),
@@ -131,19 +137,61 @@ HRESULT CountTables(SqliteConnection& connection, std::int64_t& count)
     return ReadNumber(connection, "SELECT count(*) FROM sqlite_schema", count);
 }
 
-HRESULT CreateInTransaction(SqliteConnection& connection)
+// From version 1: what tables sort and search by stands in columns with indexes.
+constexpr char kVersion2[] = R"sql(
+ALTER TABLE message ADD COLUMN subject_key TEXT;
+UPDATE message SET subject_key = qv_fold(subject);
+CREATE INDEX message_by_delivery ON message (folder_id, associated, delivered);
+CREATE INDEX message_by_subject ON message (folder_id, associated, subject_key);
+)sql";
+
+// The step from each version, from 1 on, to the next.
+constexpr const char* kSteps[] = {kVersion2};
+static_assert(std::size(kSteps) + 1 == kSchemaVersion);
+
+HRESULT SetVersion(SqliteConnection& connection, std::int64_t version)
 {
+    return connection.RunScript(("PRAGMA user_version=" + std::to_string(version)).c_str());
+}
+
+HRESULT ReadVersion(SqliteConnection& connection, std::int64_t& version)
+{
+    std::int64_t application = 0;
+    QV_RETURN_IF_FAILED(ReadNumber(connection, "PRAGMA application_id", application));
+    QV_RETURN_IF_FAILED(ReadNumber(connection, "PRAGMA user_version", version));
+    if (application != kApplicationId)
+        return MAPI_E_CORRUPT_STORE;
+    return version >= 1 && version <= kSchemaVersion ? S_OK : MAPI_E_VERSION;
+}
+
+// All steps are one transaction: a file is of the one version or of the other.
+HRESULT UpgradeInTransaction(SqliteConnection& connection)
+{
+    SqliteTransaction transaction(connection, SqliteTransaction::Kind::Write);
+    QV_RETURN_IF_FAILED(transaction.Result());
+    std::int64_t version = 0;
+    QV_RETURN_IF_FAILED(ReadVersion(connection, version));
+    for (; version < kSchemaVersion; ++version)
+        QV_RETURN_IF_FAILED(connection.RunScript(kSteps[version - 1]));
+    QV_RETURN_IF_FAILED(SetVersion(connection, version));
+    return transaction.Commit();
+}
+
+HRESULT CreateInTransaction(SqliteConnection& connection, bool& created)
+{
+    created = false;
     SqliteTransaction transaction(connection, SqliteTransaction::Kind::Write);
     QV_RETURN_IF_FAILED(transaction.Result());
     std::int64_t tables = 0;
     QV_RETURN_IF_FAILED(CountTables(connection, tables));
     if (tables != 0)
-        return CheckSchema(connection);
+        return S_OK;
     QV_RETURN_IF_FAILED(connection.RunScript(kTables));
     QV_RETURN_IF_FAILED(AddFirstRows(connection));
-    const std::string mark = "PRAGMA application_id=" + std::to_string(kApplicationId) +
-                             "; PRAGMA user_version=" + std::to_string(kSchemaVersion);
+    const std::string mark = "PRAGMA application_id=" + std::to_string(kApplicationId);
     QV_RETURN_IF_FAILED(connection.RunScript(mark.c_str()));
+    QV_RETURN_IF_FAILED(SetVersion(connection, kSchemaVersion));
+    created = true;
     return transaction.Commit();
 }
 
@@ -151,26 +199,36 @@ HRESULT CreateInTransaction(SqliteConnection& connection)
 
 HRESULT ConfigureWriter(SqliteConnection& connection) noexcept
 {
-    // The log goes into the file at 16 MB: each time costs waits for the disk, however much it is.
+    // Only of a file without tables the first changes anything. The log goes into the file at 16 MB: each
+    // time costs waits for the disk, however much it is.
     return connection.RunScript(
-        "PRAGMA journal_mode=WAL; PRAGMA synchronous=FULL; PRAGMA wal_autocheckpoint=4000");
+        "PRAGMA auto_vacuum=INCREMENTAL; PRAGMA journal_mode=WAL; PRAGMA synchronous=FULL;"
+        " PRAGMA wal_autocheckpoint=4000; PRAGMA foreign_keys=ON");
 }
 
 HRESULT CreateSchema(SqliteConnection& connection) noexcept
 {
-    return Guarded([&] { return CreateInTransaction(connection); });
+    return Guarded([&]() -> HRESULT {
+        bool created = false;
+        QV_RETURN_IF_FAILED(CreateInTransaction(connection, created));
+        return created ? S_OK : UpgradeSchema(connection);
+    });
 }
 
 HRESULT CheckSchema(SqliteConnection& connection) noexcept
 {
     return Guarded([&] {
-        std::int64_t application = 0;
         std::int64_t version = 0;
-        QV_RETURN_IF_FAILED(ReadNumber(connection, "PRAGMA application_id", application));
-        QV_RETURN_IF_FAILED(ReadNumber(connection, "PRAGMA user_version", version));
-        if (application != kApplicationId)
-            return MAPI_E_CORRUPT_STORE;
-        return version == kSchemaVersion ? S_OK : MAPI_E_VERSION;
+        return ReadVersion(connection, version);
+    });
+}
+
+HRESULT UpgradeSchema(SqliteConnection& connection) noexcept
+{
+    return Guarded([&]() -> HRESULT {
+        std::int64_t version = 0;
+        QV_RETURN_IF_FAILED(ReadVersion(connection, version));
+        return version == kSchemaVersion ? S_OK : UpgradeInTransaction(connection);
     });
 }
 

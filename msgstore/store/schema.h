@@ -18,18 +18,22 @@ enum class FolderRole : std::int64_t {
     DeletedItems = 6,
 };
 
-// Settings of a connection that writes: write-ahead log, and each commit on the disk before it returns.
+// Settings of a connection that writes: write-ahead log, each commit on the disk before it returns, foreign
+// keys enforced; in a file without tables also that space which becomes free can be given back.
 [[nodiscard]] HRESULT ConfigureWriter(SqliteConnection& connection) noexcept;
 
-// Makes the tables and the first folders in a file that has none yet; changes nothing in one that has them.
-// Processes that do it at once wait for each other.
+// Makes the tables and the first folders in a file that has none yet; one that has them is brought up to this
+// version. Processes that do it at once wait for each other.
 //
 // S_OK; MAPI_E_CORRUPT_STORE: the file is no database, or one of another kind; MAPI_E_VERSION: of a later
 // version.
 [[nodiscard]] HRESULT CreateSchema(SqliteConnection& connection) noexcept;
 
-// S_OK: the file is a store of this version. Else as CreateSchema.
+// S_OK: the file is a store of this version or of an earlier one. Else as CreateSchema.
 [[nodiscard]] HRESULT CheckSchema(SqliteConnection& connection) noexcept;
+
+// Brings a store up to this version, in one transaction; changes nothing in one that is. As CreateSchema.
+[[nodiscard]] HRESULT UpgradeSchema(SqliteConnection& connection) noexcept;
 
 }  // namespace quorvane
 

@@ -4,6 +4,7 @@
 
 #include <utility>
 
+#include "msgstore/store/table_functions.h"
 #include "platform/file/file.h"
 #include "platform/sqlite/open_database.h"
 
@@ -142,6 +143,11 @@ void SqliteRows::Bind(std::nullptr_t) noexcept
     Keep(sqlite3_bind_null(statement_, ++bound_));
 }
 
+void SqliteRows::BindPointer(void* pointer, const char* type) noexcept
+{
+    Keep(sqlite3_bind_pointer(statement_, ++bound_, pointer, type, nullptr));
+}
+
 SqliteConnection::~SqliteConnection()
 {
     for (auto& [sql, prepared] : statements_)
@@ -161,6 +167,7 @@ HRESULT SqliteConnection::Open(const std::string& path, SqliteAccess access) noe
     const int code = OpenDatabase(path.c_str(), flags, kBusyMilliseconds, database_);
     if (code != SQLITE_OK)
         return ResultOfSqlite(code);
+    QV_RETURN_IF_FAILED(ResultOfSqlite(AddTableFunctions(database_)));
     if (access == SqliteAccess::Read)
         return RunScript("PRAGMA query_only=ON");
     return S_OK;
@@ -188,6 +195,14 @@ SqliteRows SqliteConnection::Prepare(std::string_view sql)
         rows.busy_ = &kept.busy;
         kept.busy = true;
     }
+    return rows;
+}
+
+SqliteRows SqliteConnection::QueryOnce(std::string_view sql)
+{
+    SqliteRows rows;
+    rows.Keep(sqlite3_prepare_v3(database_, sql.data(), static_cast<int>(sql.size()), 0, &rows.statement_,
+                                 nullptr));
     return rows;
 }
 

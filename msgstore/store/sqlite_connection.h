@@ -56,6 +56,8 @@ public:
     void Bind(std::string_view text) noexcept;
     void Bind(ByteView bytes) noexcept;
     void Bind(std::nullptr_t) noexcept;
+    // A pointer that only a function of this project's finds, by `type`, a literal.
+    void BindPointer(void* pointer, const char* type) noexcept;
     template <class T, std::size_t Size>
     void Bind(const std::array<T, Size>& bytes) noexcept
     {
@@ -98,6 +100,8 @@ public:
         (rows.Bind(values), ...);
         return rows;
     }
+    // A statement that isn't kept, for texts of which there may be any number. Nothing is bound.
+    SqliteRows QueryOnce(std::string_view sql);
     // Runs a statement that gives no rows.
     template <class... Values>
     [[nodiscard]] HRESULT Run(std::string_view sql, const Values&... values)

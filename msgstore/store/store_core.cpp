@@ -73,8 +73,7 @@ HRESULT StoreCore::Start(bool create)
     if (!create)
         QV_RETURN_IF_FAILED(CheckSchema(writer_));
     QV_RETURN_IF_FAILED(ConfigureWriter(writer_));
-    if (create)
-        QV_RETURN_IF_FAILED(CreateSchema(writer_));
+    QV_RETURN_IF_FAILED(create ? CreateSchema(writer_) : UpgradeSchema(writer_));
     SqliteRows rows = writer_.Query("SELECT guid FROM store");
     if (!rows.Next() || rows.Bytes(0).size() != guid_.size())
         return FAILED(rows.Result()) ? rows.Result() : MAPI_E_CORRUPT_STORE;

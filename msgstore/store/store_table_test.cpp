@@ -152,6 +152,58 @@ TEST_F(StoreTableTest, AColumnOfAnyPropertyCanBeShown)
     EXPECT_EQ(rows[0].lpProps[2].Value.err, MAPI_E_NOT_FOUND);
 }
 
+TEST_F(StoreTableTest, ALongValueIsAnErrorInItsColumnAndARestrictionSeesAllOfIt)
+{
+    constexpr std::size_t kLong = 200 * 1024;
+    OleString text(kLong, OLESTR('x'));
+    text += OLESTR("needle");
+    BinaryValue bytes(kLong, 1);
+    bytes.back() = 2;
+    AddMessages(2);
+    const ComPtr<IMessage> message = mailbox.OpenMessage(ids[1]);
+    ASSERT_EQ(SetText(*message, kTransmittedId, text), S_OK);
+    constexpr ULONG bytesTag = PROP_TAG(PT_BINARY, 0x6720);
+    ASSERT_EQ(SetBinary(*message, bytesTag, bytes), S_OK);
+    ASSERT_EQ(message->SaveChanges(0), S_OK);
+
+    const ComPtr<IMAPITable> table = ContentsOf(mailbox.Inbox());
+    SizedSPropTagArray(2, columns) = {2, {kTransmittedId, bytesTag}};
+    ASSERT_EQ(table->SetColumns(reinterpret_cast<LPSPropTagArray>(&columns), 0), S_OK);
+    RowSet rows;
+    ASSERT_EQ(table->QueryRows(10, 0, rows.Put()), S_OK);
+    for (const int column : {0, 1}) {
+        EXPECT_EQ(rows[0].lpProps[column].Value.err, MAPI_E_NOT_FOUND);
+        EXPECT_EQ(PROP_TYPE(rows[1].lpProps[column].ulPropTag), static_cast<ULONG>(PT_ERROR));
+        EXPECT_EQ(rows[1].lpProps[column].Value.err, MAPI_E_NOT_ENOUGH_MEMORY);
+    }
+
+    SPropValue wanted{};
+    wanted.ulPropTag = kTransmittedId;
+    OleString needle = OLESTR("NEEDLE");
+    wanted.Value.lpszW = needle.data();
+    SRestriction restriction{};
+    restriction.rt = RES_CONTENT;
+    restriction.res.resContent = {FL_SUBSTRING | FL_IGNORECASE, kTransmittedId, &wanted};
+    ULONG count = 0;
+    ASSERT_EQ(table->Restrict(&restriction, 0), S_OK);
+    EXPECT_EQ(table->GetRowCount(0, &count), S_OK);
+    EXPECT_EQ(count, 1u);
+
+    SPropValue whole{};
+    whole.ulPropTag = bytesTag;
+    whole.Value.bin = {static_cast<ULONG>(bytes.size()), bytes.data()};
+    restriction.rt = RES_PROPERTY;
+    restriction.res.resProperty = {RELOP_EQ, bytesTag, &whole};
+    ASSERT_EQ(table->Restrict(&restriction, 0), S_OK);
+    EXPECT_EQ(table->GetRowCount(0, &count), S_OK);
+    EXPECT_EQ(count, 1u);
+    restriction.res.resProperty.relop = RELOP_LT;
+    bytes.back() = 1;
+    ASSERT_EQ(table->Restrict(&restriction, 0), S_OK);
+    EXPECT_EQ(table->GetRowCount(0, &count), S_OK);
+    EXPECT_EQ(count, 0u);
+}
+
 TEST_F(StoreTableTest, ATableSortsByItsColumns)
 {
     for (const auto* const subject : {OLESTR("pear"), OLESTR("Apple"), OLESTR("fig")})

@@ -21,13 +21,23 @@ public:
     [[nodiscard]] virtual HRESULT TakeFailure() noexcept = 0;
 };
 
-// The rows of a table before any restriction, and their properties. Immutable; any thread may call.
+// Which rows a table shows, and in which order.
+struct TableQuery {
+    std::shared_ptr<const Restriction> restriction;  // null: all
+    std::vector<SortColumn> sort;                    // then by number, and by that alone without columns
+};
+
+// The rows of a table, and their properties. Immutable; any thread may call.
 class TableSource {
 public:
     virtual ~TableSource() = default;
-    // The numbers of all rows, ascending.
-    [[nodiscard]] virtual HRESULT ListRows(SqliteConnection& connection,
+    // The numbers of the rows that a query asks for, in its order.
+    [[nodiscard]] virtual HRESULT ListRows(SqliteConnection& connection, const TableQuery& query,
                                            std::vector<std::int64_t>& ids) const = 0;
+    // The numbers of rows that meet a restriction, in no order, at most `limit` of them, found without
+    // looking at each. S_FALSE: that can't be done.
+    [[nodiscard]] virtual HRESULT ListMatches(SqliteConnection& connection, const Restriction& restriction,
+                                              std::size_t limit, std::vector<std::int64_t>& ids) const = 0;
     virtual std::unique_ptr<RowReader> MakeReader(SqliteConnection& connection) const = 0;
     // Appends the rows that a change may have added, altered or removed.
     virtual void AppendAffected(const Change& change, std::vector<std::int64_t>& ids) const = 0;
@@ -41,6 +51,14 @@ std::unique_ptr<TableSource> MakeContentsSource(const StoreCore& core, std::int6
 
 // The folders below a folder, with their depth counted from 1; only those right below unless `deep`.
 std::unique_ptr<TableSource> MakeHierarchySource(const StoreCore& core, std::int64_t folderId, bool deep);
+
+// ListRows where nothing but a reader knows the rows: of the numbers in `ids`, ascending, leaves those that
+// the query asks for, in its order.
+[[nodiscard]] HRESULT SelectByReading(RowReader& reader, const TableQuery& query,
+                                      std::vector<std::int64_t>& ids);
+
+// The values of the reader's row that a sort looks at.
+PropertyBag SortValues(const RowReader& reader, const std::vector<SortColumn>& sort);
 
 // PR_INSTANCE_KEY of a row.
 Bytes InstanceKey(std::int64_t id);

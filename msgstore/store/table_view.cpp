@@ -1,6 +1,7 @@
 #include "msgstore/store/table_view.h"
 
 #include <algorithm>
+#include <unordered_map>
 #include <unordered_set>
 
 #include "msgstore/store/table_events.h"
@@ -11,6 +12,12 @@ namespace {
 
 // So many changes at once are not followed one by one: all rows are read anew.
 constexpr std::size_t kMostFollowedChanges = 1000;
+// FindRow looks at so many rows itself before it asks the store for all of many that match.
+constexpr std::size_t kNearRows = 64;
+// So many places are looked for by comparing; for more it pays to know where each row stands.
+constexpr std::size_t kFewMatches = 32;
+// A longer value isn't given in a column.
+constexpr std::uint64_t kColumnValueLimit = 32 * 1024;
 
 // Columns whose text is given out as the table was asked for.
 std::vector<ULONG> InWidth(std::vector<ULONG> columns, bool unicode)
@@ -83,9 +90,9 @@ HRESULT TableView::CatchUp(SqliteConnection& connection)
     std::int64_t last = 0;
     QV_RETURN_IF_FAILED(ReadLastChange(connection, last));
     if (!loaded_) {
-        std::vector<OrderedRow> rows;
-        QV_RETURN_IF_FAILED(LoadRows(connection, rows));
-        rows_.Restart(std::move(rows));
+        std::vector<std::int64_t> rows;
+        QV_RETURN_IF_FAILED(source_->ListRows(connection, query_, rows));
+        rows_.Restart(rows);
         loaded_ = true;
         lastChange_ = last;
         return S_OK;
@@ -95,56 +102,142 @@ HRESULT TableView::CatchUp(SqliteConnection& connection)
     std::vector<Change> changes;
     const HRESULT read = ReadChanges(connection, lastChange_, kMostFollowedChanges, changes);
     QV_RETURN_IF_FAILED(read);
-    if (read == S_FALSE || changes.size() == kMostFollowedChanges) {
+    if (read == S_FALSE || changes.size() == kMostFollowedChanges || torn_) {
         QV_RETURN_IF_FAILED(Reload(connection));
+        torn_ = false;
     } else {
         const std::unique_ptr<RowReader> reader = source_->MakeReader(connection);
+        torn_ = true;
         QV_RETURN_IF_FAILED(ApplyChanges(*reader, changes));
+        torn_ = false;
     }
     lastChange_ = last;
     return S_OK;
 }
 
-HRESULT TableView::LoadRows(SqliteConnection& connection, std::vector<OrderedRow>& rows)
-{
-    std::vector<std::int64_t> ids;
-    QV_RETURN_IF_FAILED(source_->ListRows(connection, ids));
-    rows.reserve(ids.size());
-    const bool readsRows = restriction_ || !rows_.Sort().empty();
-    const std::unique_ptr<RowReader> reader = readsRows ? source_->MakeReader(connection) : nullptr;
-    for (const std::int64_t id : ids) {
-        PropertyBag keys;
-        bool belongs = true;
-        if (reader)
-            QV_RETURN_IF_FAILED(Judge(*reader, id, belongs, keys));
-        if (belongs)
-            rows.push_back({id, std::move(keys)});
-    }
-    return S_OK;
-}
-
 HRESULT TableView::Reload(SqliteConnection& connection)
 {
-    std::vector<OrderedRow> rows;
-    QV_RETURN_IF_FAILED(LoadRows(connection, rows));
-    rows_.Replace(std::move(rows));
+    std::vector<std::int64_t> rows;
+    QV_RETURN_IF_FAILED(source_->ListRows(connection, query_, rows));
+    rows_.Replace(rows);
     for (TableEvents* events : events_)
         events->pending_.AddChanged();
     return S_OK;
 }
 
-HRESULT TableView::Judge(RowReader& reader, std::int64_t id, bool& belongs, PropertyBag& keys)
+HRESULT TableView::Ask(SqliteConnection& connection, TableQuery query)
 {
-    const HRESULT moved = reader.MoveTo(id);
+    std::vector<std::int64_t> rows;
+    QV_RETURN_IF_FAILED(source_->ListRows(connection, query, rows));
+    rows_.Restart(rows);
+    query_ = std::move(query);
+    return S_OK;
+}
+
+HRESULT TableView::Judge(RowReader& reader, ChangedRow& row)
+{
+    const HRESULT moved = reader.MoveTo(row.id);
     QV_RETURN_IF_FAILED(moved);
-    belongs = moved == S_OK && (!restriction_ || restriction_->Matches(reader));
-    if (belongs) {
-        for (const SortColumn& column : rows_.Sort()) {
-            if (const PropertyValue* const value = reader.Find(column.tag))
-                keys.Put(*value);
+    row.belongs = moved == S_OK && (!query_.restriction || query_.restriction->Matches(reader));
+    if (row.belongs)
+        row.values = SortValues(reader, query_.sort);
+    return reader.TakeFailure();
+}
+
+HRESULT TableView::CompareWith(RowReader& reader, const ChangedRow& row, std::size_t index, int& order)
+{
+    const std::int64_t other = rows_.IdAt(index);
+    order = 0;
+    if (!query_.sort.empty() && other != row.id) {
+        QV_RETURN_IF_FAILED(reader.MoveTo(other));
+        order = CompareRows(BagLookup(row.values), reader, query_.sort);
+        QV_RETURN_IF_FAILED(reader.TakeFailure());
+    }
+    if (order == 0)
+        order = row.id < other ? -1 : (row.id > other ? 1 : 0);
+    return S_OK;
+}
+
+std::optional<std::size_t> TableView::IndexOf(std::int64_t id)
+{
+    if (!query_.sort.empty())
+        return rows_.IndexOf(id);
+    std::size_t at = 0;
+    std::size_t end = rows_.size();
+    while (at < end) {
+        const std::size_t middle = at + (end - at) / 2;
+        if (rows_.IdAt(middle) < id)
+            at = middle + 1;
+        else
+            end = middle;
+    }
+    return at < rows_.size() && rows_.IdAt(at) == id ? std::optional(at) : std::nullopt;
+}
+
+HRESULT TableView::FindPlace(RowReader& reader, const ChangedRow& row, std::size_t& index)
+{
+    std::size_t at = 0;
+    std::size_t end = rows_.size();
+    while (at < end) {
+        const std::size_t middle = at + (end - at) / 2;
+        int order = 0;
+        QV_RETURN_IF_FAILED(CompareWith(reader, row, middle, order));
+        if (order > 0)
+            at = middle + 1;
+        else
+            end = middle;
+    }
+    index = at;
+    return S_OK;
+}
+
+// The rows that changed may stand where they stood by values that they no longer have, so that no place can
+// be looked for among them. Those that don't fit between their neighbours go, and then, if they changed as
+// well, perhaps those.
+HRESULT TableView::TakeOut(RowReader& reader, std::vector<ChangedRow>& rows)
+{
+    std::unordered_map<std::int64_t, ChangedRow*> standing;
+    std::vector<std::int64_t> toCheck;
+    for (ChangedRow& row : rows) {
+        row.wasThere = row.stands = IndexOf(row.id).has_value();
+        if (row.wasThere) {
+            standing.emplace(row.id, &row);
+            toCheck.push_back(row.id);
         }
     }
-    return reader.TakeFailure();
+    while (!toCheck.empty()) {
+        const auto found = standing.find(toCheck.back());
+        toCheck.pop_back();
+        if (found == standing.end())
+            continue;
+        ChangedRow& row = *found->second;
+        const std::size_t index = *IndexOf(row.id);
+        int before = -1;
+        int behind = 1;
+        if (row.belongs && index > 0)
+            QV_RETURN_IF_FAILED(CompareWith(reader, row, index - 1, behind));
+        if (row.belongs && index + 1 < rows_.size())
+            QV_RETURN_IF_FAILED(CompareWith(reader, row, index + 1, before));
+        if (row.belongs && before < 0 && behind > 0)
+            continue;
+        if (index > 0)
+            toCheck.push_back(rows_.IdAt(index - 1));
+        if (index + 1 < rows_.size())
+            toCheck.push_back(rows_.IdAt(index + 1));
+        rows_.Erase(index);
+        row.stands = false;
+        standing.erase(found);
+    }
+    return S_OK;
+}
+
+HRESULT TableView::PutIn(RowReader& reader, ChangedRow& row)
+{
+    std::size_t index = 0;
+    QV_RETURN_IF_FAILED(FindPlace(reader, row, index));
+    rows_.Insert(index, row.id);
+    row.stands = true;
+    return S_OK;
 }
 
 HRESULT TableView::ApplyChanges(RowReader& reader, const std::vector<Change>& changes)
@@ -152,29 +245,20 @@ HRESULT TableView::ApplyChanges(RowReader& reader, const std::vector<Change>& ch
     std::vector<std::int64_t> affected;
     for (const Change& change : changes)
         source_->AppendAffected(change, affected);
-    std::unordered_set<std::int64_t> done;
+    std::unordered_set<std::int64_t> known;
+    std::vector<ChangedRow> rows;
     for (const std::int64_t id : affected) {
-        if (done.insert(id).second)
-            QV_RETURN_IF_FAILED(Refresh(reader, id));
+        if (known.insert(id).second)
+            QV_RETURN_IF_FAILED(Judge(reader, rows.emplace_back(ChangedRow{id, false, false, false, {}})));
     }
-    return S_OK;
-}
-
-HRESULT TableView::Refresh(RowReader& reader, std::int64_t id)
-{
-    bool belongs = false;
-    PropertyBag keys;
-    QV_RETURN_IF_FAILED(Judge(reader, id, belongs, keys));
-    const std::optional<std::size_t> index = rows_.IndexOf(id);
-    if (index && !belongs) {
-        rows_.Erase(*index);
-        Tell(TABLE_ROW_DELETED, id);
-    } else if (index) {
-        rows_.Update(*index, std::move(keys));
-        Tell(TABLE_ROW_MODIFIED, id);
-    } else if (belongs) {
-        rows_.Insert({id, std::move(keys)});
-        Tell(TABLE_ROW_ADDED, id);
+    QV_RETURN_IF_FAILED(TakeOut(reader, rows));
+    for (ChangedRow& row : rows) {
+        if (row.belongs && !row.stands)
+            QV_RETURN_IF_FAILED(PutIn(reader, row));
+        if (row.belongs)
+            Tell(row.wasThere ? TABLE_ROW_MODIFIED : TABLE_ROW_ADDED, row.id);
+        else if (row.wasThere)
+            Tell(TABLE_ROW_DELETED, row.id);
     }
     return S_OK;
 }
@@ -245,63 +329,98 @@ HRESULT TableView::QueryPosition(ULONG& row, ULONG& count)
 
 HRESULT TableView::FindRow(const Restriction& restriction, BOOKMARK origin, bool backward)
 {
-    return WithRows([&](SqliteConnection& connection) QV_REQUIRES(lock_) {
+    return WithRows([&](SqliteConnection& connection) QV_REQUIRES(lock_) -> HRESULT {
         std::size_t from = 0;
         bool lost = false;
         if (!rows_.Find(origin, from, lost))
             return MAPI_E_INVALID_BOOKMARK;
-        const std::unique_ptr<RowReader> reader = source_->MakeReader(connection);
-        const std::size_t steps = backward ? from : rows_.size() - from;
-        for (std::size_t step = 0; step < steps; ++step) {
-            const std::size_t index = backward ? from - 1 - step : from + step;
-            const HRESULT moved = reader->MoveTo(rows_.IdAt(index));
-            QV_RETURN_IF_FAILED(moved);
-            const bool matches = moved == S_OK && restriction.Matches(*reader);
-            QV_RETURN_IF_FAILED(reader->TakeFailure());
-            if (matches) {
-                rows_.SetCursor(index);
-                return lost ? MAPI_W_POSITION_CHANGED : S_OK;
-            }
-        }
-        return MAPI_E_NOT_FOUND;
+        std::optional<std::size_t> found;
+        QV_RETURN_IF_FAILED(FindFrom(connection, restriction, from, backward, found));
+        if (!found)
+            return MAPI_E_NOT_FOUND;
+        rows_.SetCursor(*found);
+        return lost ? MAPI_W_POSITION_CHANGED : S_OK;
     });
+}
+
+HRESULT TableView::FindFrom(SqliteConnection& connection, const Restriction& restriction, std::size_t from,
+                            bool backward, std::optional<std::size_t>& found)
+{
+    const std::unique_ptr<RowReader> reader = source_->MakeReader(connection);
+    std::vector<std::int64_t> matches;
+    HRESULT listed = source_->ListMatches(connection, restriction, kFewMatches + 1, matches);
+    QV_RETURN_IF_FAILED(listed);
+    if (listed != S_FALSE && matches.size() <= kFewMatches)
+        return FindFar(*reader, matches, from, backward, found);
+    // Where many rows match, or nobody knows how many, one is likely to be near.
+    const std::size_t steps = backward ? from : rows_.size() - from;
+    const std::size_t atHand = listed == S_FALSE ? steps : std::min(steps, kNearRows);
+    QV_RETURN_IF_FAILED(FindNear(*reader, restriction, from, backward, atHand, found));
+    if (found || atHand == steps)
+        return S_OK;
+    matches.clear();
+    listed = source_->ListMatches(connection, restriction, SIZE_MAX, matches);
+    QV_RETURN_IF_FAILED(listed);
+    return FindFar(*reader, matches, from, backward, found);
+}
+
+HRESULT TableView::FindNear(RowReader& reader, const Restriction& restriction, std::size_t from,
+                            bool backward, std::size_t steps, std::optional<std::size_t>& found)
+{
+    for (std::size_t step = 0; step < steps && !found; ++step) {
+        const std::size_t index = backward ? from - 1 - step : from + step;
+        const HRESULT moved = reader.MoveTo(rows_.IdAt(index));
+        QV_RETURN_IF_FAILED(moved);
+        if (moved == S_OK && restriction.Matches(reader))
+            found = index;
+        QV_RETURN_IF_FAILED(reader.TakeFailure());
+    }
+    return S_OK;
+}
+
+// Of rows that match, of which the table may lack some, the first from a place on.
+HRESULT TableView::FindFar(RowReader& reader, const std::vector<std::int64_t>& matches, std::size_t from,
+                           bool backward, std::optional<std::size_t>& found)
+{
+    for (const std::int64_t id : matches) {
+        std::optional<std::size_t> index;
+        if (matches.size() > kFewMatches) {
+            index = IndexOf(id);
+        } else {
+            ChangedRow row{id, false, false, false, {}};
+            QV_RETURN_IF_FAILED(Judge(reader, row));
+            std::size_t place = 0;
+            if (row.belongs)
+                QV_RETURN_IF_FAILED(FindPlace(reader, row, place));
+            if (row.belongs)
+                index = place;
+        }
+        if (!index || (backward ? *index >= from : *index < from))
+            continue;
+        if (!found || (backward ? *index > *found : *index < *found))
+            found = index;
+    }
+    return S_OK;
 }
 
 HRESULT TableView::Restrict(std::shared_ptr<const Restriction> restriction)
 {
     return WithRows([&](SqliteConnection& connection) QV_REQUIRES(lock_) {
-        std::swap(restriction_, restriction);
-        std::vector<OrderedRow> rows;
-        const HRESULT loaded = LoadRows(connection, rows);
-        if (FAILED(loaded)) {
-            std::swap(restriction_, restriction);
-            return loaded;
-        }
-        rows_.Restart(std::move(rows));
-        return S_OK;
+        return Ask(connection, {std::move(restriction), query_.sort});
     });
 }
 
 HRESULT TableView::Sort(std::vector<SortColumn> columns)
 {
     return WithRows([&](SqliteConnection& connection) QV_REQUIRES(lock_) {
-        std::vector<SortColumn> before = rows_.Sort();
-        rows_.SetSort(std::move(columns));
-        std::vector<OrderedRow> rows;
-        const HRESULT loaded = LoadRows(connection, rows);
-        if (FAILED(loaded)) {
-            rows_.SetSort(std::move(before));
-            return loaded;
-        }
-        rows_.Restart(std::move(rows));
-        return S_OK;
+        return Ask(connection, {query_.restriction, std::move(columns)});
     });
 }
 
 std::vector<SortColumn> TableView::SortOrder()
 {
     const MutexLock lock(lock_);
-    return rows_.Sort();
+    return query_.sort;
 }
 
 HRESULT TableView::CreateBookmark(BOOKMARK& bookmark)
@@ -336,7 +455,8 @@ HRESULT TableView::QueryRows(LONG count, bool advance, LPSRowSet* rows)
             QV_RETURN_IF_FAILED(moved);
             if (moved == S_FALSE)
                 return MAPI_E_CORRUPT_STORE;
-            QV_RETURN_IF_FAILED(MakeRow(*reader, columns_, unicode_, allocator, gathered.Add()));
+            QV_RETURN_IF_FAILED(
+                MakeRow(*reader, columns_, unicode_, allocator, gathered.Add(), kColumnValueLimit));
             QV_RETURN_IF_FAILED(reader->TakeFailure());
         }
         QV_RETURN_IF_FAILED(gathered.GiveTo(rows));
@@ -388,12 +508,12 @@ HRESULT TableView::AddRowEvents(SqliteConnection& connection, const PendingEvent
             batch.AddTableEvent(event.event, InstanceKey(event.id), {}, SRow{});
             continue;
         }
-        const std::optional<std::size_t> index = rows_.IndexOf(event.id);
+        const std::optional<std::size_t> index = IndexOf(event.id);
         if (event.event == 0 || !index)
             continue;
         QV_RETURN_IF_FAILED(reader->MoveTo(event.id));
         SRow row{};
-        QV_RETURN_IF_FAILED(MakeRow(*reader, columns_, unicode_, MapiAllocator(), row));
+        QV_RETURN_IF_FAILED(MakeRow(*reader, columns_, unicode_, MapiAllocator(), row, kColumnValueLimit));
         const Bytes prior = *index == 0 ? Bytes() : InstanceKey(rows_.IdAt(*index - 1));
         batch.AddTableEvent(event.event, InstanceKey(event.id), prior, row);
     }

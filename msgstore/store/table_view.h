@@ -9,6 +9,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "msgstore/store/notification_hub.h"
@@ -55,14 +56,39 @@ private:
     // Runs with the rows brought up to date.
     [[nodiscard]] HRESULT WithRows(const Work& work);
     [[nodiscard]] HRESULT CatchUp(SqliteConnection& connection) QV_REQUIRES(lock_);
-    [[nodiscard]] HRESULT LoadRows(SqliteConnection& connection, std::vector<OrderedRow>& rows)
-        QV_REQUIRES(lock_);
     [[nodiscard]] HRESULT Reload(SqliteConnection& connection) QV_REQUIRES(lock_);
+    // Takes another query, and the rows that meet it; on failure all stays.
+    [[nodiscard]] HRESULT Ask(SqliteConnection& connection, TableQuery query) QV_REQUIRES(lock_);
+
+    // A row that changed, as it is now.
+    struct ChangedRow {
+        std::int64_t id = 0;
+        bool belongs = false;  // to the table
+        bool wasThere = false;
+        bool stands = false;  // in the order, at its place
+        PropertyBag values;   // that it's sorted by
+    };
     [[nodiscard]] HRESULT ApplyChanges(RowReader& reader, const std::vector<Change>& changes)
         QV_REQUIRES(lock_);
-    [[nodiscard]] HRESULT Refresh(RowReader& reader, std::int64_t id) QV_REQUIRES(lock_);
-    // Whether the reader's row belongs to the rows, and the values that it's sorted by.
-    [[nodiscard]] HRESULT Judge(RowReader& reader, std::int64_t id, bool& belongs, PropertyBag& keys)
+    [[nodiscard]] HRESULT Judge(RowReader& reader, ChangedRow& row) QV_REQUIRES(lock_);
+    // Takes out of the order what has no place there any more, or another one.
+    [[nodiscard]] HRESULT TakeOut(RowReader& reader, std::vector<ChangedRow>& rows) QV_REQUIRES(lock_);
+    [[nodiscard]] HRESULT PutIn(RowReader& reader, ChangedRow& row) QV_REQUIRES(lock_);
+    // How a row compares with the one at a place: negative, zero for the row itself, positive.
+    [[nodiscard]] HRESULT CompareWith(RowReader& reader, const ChangedRow& row, std::size_t index, int& order)
+        QV_REQUIRES(lock_);
+    std::optional<std::size_t> IndexOf(std::int64_t id) QV_REQUIRES(lock_);
+    // Where a row stands or belongs: behind those that compare less.
+    [[nodiscard]] HRESULT FindPlace(RowReader& reader, const ChangedRow& row, std::size_t& index)
+        QV_REQUIRES(lock_);
+    [[nodiscard]] HRESULT FindFrom(SqliteConnection& connection, const Restriction& restriction,
+                                   std::size_t from, bool backward, std::optional<std::size_t>& found)
+        QV_REQUIRES(lock_);
+    [[nodiscard]] HRESULT FindNear(RowReader& reader, const Restriction& restriction, std::size_t from,
+                                   bool backward, std::size_t steps, std::optional<std::size_t>& found)
+        QV_REQUIRES(lock_);
+    [[nodiscard]] HRESULT FindFar(RowReader& reader, const std::vector<std::int64_t>& matches,
+                                  std::size_t from, bool backward, std::optional<std::size_t>& found)
         QV_REQUIRES(lock_);
     [[nodiscard]] HRESULT Collect(TableEvents& events, NotificationBatch& batch);
     [[nodiscard]] HRESULT AddRowEvents(SqliteConnection& connection, const PendingEvents& pending,
@@ -76,9 +102,11 @@ private:
 
     Mutex lock_;
     std::vector<ULONG> columns_ QV_GUARDED_BY(lock_);
-    std::shared_ptr<const Restriction> restriction_ QV_GUARDED_BY(lock_);
+    TableQuery query_ QV_GUARDED_BY(lock_);
     RowOrder rows_ QV_GUARDED_BY(lock_);
     bool loaded_ QV_GUARDED_BY(lock_) = false;
+    bool torn_ QV_GUARDED_BY(lock_) =
+        false;  // following changes failed in the midst: the rows are to be read anew
     std::int64_t lastChange_ QV_GUARDED_BY(lock_) = 0;
     // Each belongs to a subscription, which leaves the list when it ends.
     std::vector<TableEvents*> events_ QV_GUARDED_BY(lock_);

@@ -5,6 +5,7 @@
 #include "msgstore/props/little_endian.h"
 #include "msgstore/table/restriction.h"
 #include "msgstore/table/text_fold.h"
+#include "platform/com/bstr.h"
 
 namespace quorvane {
 namespace {
@@ -30,9 +31,10 @@ int CompareReals(double a, double b) noexcept
     return aIsNumber && bIsNumber ? Order(a, b) : Order(aIsNumber, bIsNumber);
 }
 
-std::uint64_t TimeBits(const PropertyValue& value) noexcept
+std::int64_t TimeBits(const PropertyValue& value) noexcept
 {
-    return value.data.size() == 8 ? LoadLittle<std::uint64_t>(value.data.data()) : 0;
+    return value.data.size() == 8 ? static_cast<std::int64_t>(LoadLittle<std::uint64_t>(value.data.data()))
+                                  : 0;
 }
 
 int CompareItems(const PropertyValue& a, const PropertyValue& b) noexcept
@@ -72,14 +74,92 @@ ULONG RankOf(ULONG type) noexcept
 int CompareTexts(const PropertyValue& a, const PropertyValue& b) noexcept
 {
     try {
-        return Fold(a.AsText()).compare(Fold(b.AsText()));
+        return ToUtf8(Fold(a.AsText())).compare(ToUtf8(Fold(b.AsText())));
     } catch (...) {
         // Short of memory: the plain bytes still give one order.
         return CompareBytes(a.data, b.data);
     }
 }
 
+// The bytes of a single value, in line or not; of one that can't be read none.
+Bytes AllBytes(const PropertyValue& value)
+{
+    Bytes bytes = value.data;
+    if (value.large)
+        (void)ReadWhole(*value.large, kWholeTextLimit, bytes);
+    return bytes;
+}
+
+int CompareLarge(const PropertyValue& a, const PropertyValue& b) noexcept
+{
+    try {
+        return CompareBytes(AllBytes(a), AllBytes(b));
+    } catch (...) {
+        return Order(a.ByteSize(), b.ByteSize());  // short of memory: still one order
+    }
+}
+
+// A number whose bytes, the highest first, order as it does.
+void AppendOrdered(Bytes& key, std::uint64_t number, int bytes)
+{
+    for (int shift = 8 * (bytes - 1); shift >= 0; shift -= 8)
+        key.push_back(static_cast<BYTE>(number >> shift));
+}
+
+void AppendSigned(Bytes& key, std::int64_t number)
+{
+    AppendOrdered(key, static_cast<std::uint64_t>(number) ^ (std::uint64_t{1} << 63), 8);
+}
+
+// As CompareReals: what isn't a number first, the two zeros alike.
+void AppendReal(Bytes& key, double value)
+{
+    const bool isNumber = value == value;
+    key.push_back(isNumber ? 1 : 0);
+    if (!isNumber)
+        return;
+    const auto bits = std::bit_cast<std::uint64_t>(value == 0 ? 0.0 : value);
+    constexpr std::uint64_t sign = std::uint64_t{1} << 63;
+    AppendOrdered(key, (bits & sign) != 0 ? ~bits : bits | sign, 8);
+}
+
+// Bytes, and an end that stands before all that could follow.
+void AppendRun(Bytes& key, const Bytes& run)
+{
+    for (const BYTE byte : run) {
+        key.push_back(byte);
+        if (byte == 0)
+            key.push_back(1);
+    }
+    key.push_back(0);
+    key.push_back(0);
+}
+
 }  // namespace
+
+Bytes SortKey(const PropertyValue& value)
+{
+    Bytes key;
+    const ULONG rank = RankOf(value.type());
+    AppendOrdered(key, rank, 4);
+    if (rank == kNumbers) {
+        AppendSigned(key, value.AsInteger());
+    } else if (rank == kReals) {
+        AppendReal(key, AsDouble(value));
+    } else if (rank == kTexts) {
+        const std::string text = ToUtf8(Fold(value.AsText()));
+        key.insert(key.end(), text.begin(), text.end());
+    } else if (value.type() == PT_SYSTIME) {
+        AppendSigned(key, TimeBits(value));
+    } else {
+        AppendRun(key, AllBytes(value));
+        for (const Bytes& item : value.items) {
+            key.push_back(1);
+            AppendRun(key, item);
+        }
+    }
+    return key;
+}
 
 int CompareBytes(const Bytes& a, const Bytes& b) noexcept
 {
@@ -103,6 +183,8 @@ int CompareValues(const PropertyValue* a, const PropertyValue* b) noexcept
         return CompareTexts(*a, *b);
     if (a->type() == PT_SYSTIME)
         return Order(TimeBits(*a), TimeBits(*b));
+    if (a->large || b->large)
+        return CompareLarge(*a, *b);
     if (const int order = CompareBytes(a->data, b->data); order != 0)
         return order;
     return CompareItems(*a, *b);

@@ -61,6 +61,7 @@ std::vector<PropertyValue> SingleValues(const PropertyValue& value)
 class EveryRow final : public Restriction {
 public:
     bool Matches(const PropertyLookup&) const override { return true; }
+    bool Translate(RestrictionTranslator& translator) const override { return translator.Every(); }
 };
 
 class Group final : public Restriction {
@@ -72,6 +73,10 @@ public:
         return all_ ? std::all_of(parts_.begin(), parts_.end(), matches)
                     : std::any_of(parts_.begin(), parts_.end(), matches);
     }
+    bool Translate(RestrictionTranslator& translator) const override
+    {
+        return translator.Group(all_, parts_);
+    }
 
 private:
     bool all_;
@@ -82,6 +87,7 @@ class Negation final : public Restriction {
 public:
     explicit Negation(RestrictionPtr part) : part_(std::move(part)) {}
     bool Matches(const PropertyLookup& row) const override { return !part_->Matches(row); }
+    bool Translate(RestrictionTranslator& translator) const override { return translator.Not(*part_); }
 
 private:
     RestrictionPtr part_;
@@ -105,6 +111,10 @@ public:
         return std::any_of(singles.begin(), singles.end(), [&](const PropertyValue& single) {
             return Holds(CompareValues(&single, &operand_), relation_);
         });
+    }
+    bool Translate(RestrictionTranslator& translator) const override
+    {
+        return translator.Comparison(relation_, tag_, operand_);
     }
 
 private:
@@ -148,6 +158,10 @@ public:
         return std::any_of(singles.begin(), singles.end(),
                            [&](const PropertyValue& single) { return Contains(single); });
     }
+    bool Translate(RestrictionTranslator& translator) const override
+    {
+        return translator.Content(level_, tag_, operand_);
+    }
 
 private:
     OleString Prepare(OleString text) const
@@ -166,7 +180,7 @@ private:
         if (value.type() != PT_BINARY || operand_.type() != PT_BINARY)
             return CompareValues(&value, &operand_) == 0;
         Bytes whole = value.data;
-        if (value.large && FAILED(ReadWhole(*value.large, kListedValueLimit, whole)))
+        if (value.large && FAILED(ReadWhole(*value.large, kWholeTextLimit, whole)))
             return false;
         return ContainsRun(whole, operand_.data);
     }
@@ -201,6 +215,10 @@ public:
         const PropertyValue* const value = row.Find(tag_);
         return value && ((static_cast<ULONG>(value->AsInteger()) & mask_) == 0) == zero_;
     }
+    bool Translate(RestrictionTranslator& translator) const override
+    {
+        return translator.BitMask(zero_, tag_, mask_);
+    }
 
 private:
     bool zero_;
@@ -232,6 +250,7 @@ class Existence final : public Restriction {
 public:
     explicit Existence(ULONG tag) : tag_(CHANGE_PROP_TYPE(tag, PT_UNSPECIFIED)) {}
     bool Matches(const PropertyLookup& row) const override { return row.Find(tag_) != nullptr; }
+    bool Translate(RestrictionTranslator& translator) const override { return translator.Existence(tag_); }
 
 private:
     ULONG tag_;

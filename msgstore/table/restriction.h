@@ -30,6 +30,26 @@ private:
     const PropertyBag& bag_;
 };
 
+class Restriction;
+
+// Whoever answers a restriction by other means than Matches: takes its terms as it reads them, a group's
+// parts through Restriction::Translate. Each member gives false for what it can't take. All may throw
+// std::bad_alloc.
+class RestrictionTranslator {
+public:
+    virtual bool Every() = 0;
+    virtual bool Group(bool all, const std::vector<std::shared_ptr<const Restriction>>& parts) = 0;
+    virtual bool Not(const Restriction& part) = 0;
+    // relation  RELOP_LT to RELOP_NE.
+    virtual bool Comparison(ULONG relation, ULONG tag, const PropertyValue& operand) = 0;
+    virtual bool Content(ULONG level, ULONG tag, const PropertyValue& operand) = 0;
+    virtual bool BitMask(bool zero, ULONG tag, ULONG mask) = 0;
+    virtual bool Existence(ULONG tag) = 0;
+
+protected:
+    ~RestrictionTranslator() = default;
+};
+
 // A copy of a caller's SRestriction. Immutable once made; any thread may evaluate it.
 class Restriction {
 public:
@@ -51,13 +71,19 @@ public:
     // or with a single-valued operand is met if one value meets it.
     // May throw std::bad_alloc.
     virtual bool Matches(const PropertyLookup& row) const = 0;
+
+    // Shows itself to a translator. False: it, or the translator, has no such terms.
+    virtual bool Translate(RestrictionTranslator&) const { return false; }
 };
 
 // Orders two values of one property as a table does: numbers by value, false before true, text without
-// regard to case (simple folding of letters), binaries and identifiers byte by byte, a missing value (null)
-// before all. Values of different type order by type.
-// Less than, equal to or greater than 0.
+// regard to case (simple folding of letters) by its characters' numbers, binaries and identifiers byte by
+// byte, a missing value (null) before all. Values of different type order by type. Less than, equal to or
+// greater than 0.
 int CompareValues(const PropertyValue* a, const PropertyValue* b) noexcept;
+
+// Bytes that order, one by one, as CompareValues does their values. May throw std::bad_alloc.
+Bytes SortKey(const PropertyValue& value);
 
 // One column of a sort.
 struct SortColumn {

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "platform/com/bstr.h"
+
 namespace quorvane {
 namespace {
 
@@ -73,6 +75,16 @@ OleString Fold(OleStringView text)
 {
     OleString folded(text);
     std::transform(folded.begin(), folded.end(), folded.begin(), FoldUnit);
+    return folded;
+}
+
+std::string FoldUtf8(std::string_view text)
+{
+    if (std::any_of(text.begin(), text.end(), [](char unit) { return (unit & 0x80) != 0; }))
+        return ToUtf8(Fold(FromUtf8(text)));
+    std::string folded(text);
+    std::transform(folded.begin(), folded.end(), folded.begin(),
+                   [](char unit) { return static_cast<char>(FoldUnit(static_cast<OLECHAR>(unit))); });
     return folded;
 }
 
