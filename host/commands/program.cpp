@@ -80,37 +80,47 @@ std::string UsageLine(const CLI::App& program, int argc, const char* const* argv
     return line + " (see 'quorvane --help')";
 }
 
+using AddOneCommand = void (*)(CLI::App& program, Chosen& chosen);
+
+struct CommandGroup {
+    const char* name;
+    std::vector<AddOneCommand> commands;
+};
+
+// As --help lists them.
+const CommandGroup kGroups[] = {
+    {"A mailbox",
+     {AddInitCommand, AddRunCommand, AddStatusCommand, AddCheckCommand, AddBackupCommand, AddRestoreCommand}},
+    {"Its mail",
+     {AddImportCommand, AddExportCommand, AddListCommand, AddShowCommand, AddEditCommand, AddMoveCommand,
+      AddDeleteCommand, AddTrashCommand, AddUndeleteCommand}},
+    {"Sharing folders",
+     {AddMembersCommand, AddShareCommand, AddInvitationsCommand, AddAcceptCommand, AddDeclineCommand,
+      AddLeaveCommand, AddUnshareCommand, AddResendCommand, AddCancelCommand, AddConflictsCommand,
+      AddVerifyCommand}},
+    {"A closer look", {AddCompareCommand, AddInspectCommand}},
+};
+
 void AddCommands(CLI::App& program, Chosen& chosen)
 {
-    AddInitCommand(program, chosen);
-    AddImportCommand(program, chosen);
-    AddExportCommand(program, chosen);
-    AddListCommand(program, chosen);
-    AddShowCommand(program, chosen);
-    AddMembersCommand(program, chosen);
-    AddShareCommand(program, chosen);
-    AddInvitationsCommand(program, chosen);
-    AddAcceptCommand(program, chosen);
-    AddDeclineCommand(program, chosen);
-    AddLeaveCommand(program, chosen);
-    AddUnshareCommand(program, chosen);
-    AddResendCommand(program, chosen);
-    AddCancelCommand(program, chosen);
-    AddRunCommand(program, chosen);
-    AddEditCommand(program, chosen);
-    AddMoveCommand(program, chosen);
-    AddDeleteCommand(program, chosen);
-    AddCompareCommand(program, chosen);
-    AddConflictsCommand(program, chosen);
-    AddTrashCommand(program, chosen);
-    AddUndeleteCommand(program, chosen);
-    AddVerifyCommand(program, chosen);
-    AddCheckCommand(program, chosen);
-    AddBackupCommand(program, chosen);
-    AddRestoreCommand(program, chosen);
-    AddStatusCommand(program, chosen);
-    AddInspectCommand(program, chosen);
+    for (const CommandGroup& group : kGroups)
+        for (const AddOneCommand add : group.commands) {
+            add(program, chosen);
+            program.get_subcommands({}).back()->group(group.name);
+        }
 }
+
+constexpr char kExitCodes[] =
+    "Exit codes: 0 done, 1 it failed or differs, 2 wrong usage, 3 it isn't known yet.";
+constexpr char kExamples[] =
+    "Examples:\n"
+    "  quorvane init ~/mailbox --name alice --exchange /mnt/exchange\n"
+    "  quorvane import ~/mailbox Projects ~/Maildir\n"
+    "  quorvane share ~/mailbox Projects --with bob\n"
+    "  quorvane run ~/mailbox\n"
+    "  quorvane list ~/mailbox Projects from:carol date:2026-11 is:unread\n"
+    "\n"
+    "'quorvane COMMAND --help' tells of one command.\n";
 
 // Runs the chosen work; every failure becomes one line on standard error.
 ExitCode Work(const Chosen& chosen, const ErrorLine& errors)
@@ -136,11 +146,12 @@ int RunProgram(int argc, const char* const* argv)
     program.require_subcommand(1);
     // An argument that begins with a slash is a path, on Windows too.
     program.allow_windows_style_options(false);
-    program.footer("Exit codes: 0 done, 1 it failed or differs, 2 wrong usage, 3 it isn't known yet.");
+    program.footer(kExitCodes);  // which commands take over
     program.set_version_flag("--version", "quorvane " QUORVANE_VERSION);
     const ErrorLine errors(argc, argv);
     Chosen chosen;
     AddCommands(program, chosen);
+    program.footer(kExamples + std::string(kExitCodes));
     try {
         program.parse(argc, argv);
     } catch (const CLI::Success& success) {

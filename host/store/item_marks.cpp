@@ -13,14 +13,14 @@ constexpr ULONG kStatusTagged = 0x2;
 constexpr ULONG kStatusAnswered = 0x200;
 constexpr ULONG kStatusForwarded = 0x10000;
 
+}  // namespace
+
 ULONG StatusOf(Marks marks) noexcept
 {
     return ((marks & kMarkFlagged) != 0 ? kStatusTagged : 0) |
            ((marks & kMarkAnswered) != 0 ? kStatusAnswered : 0) |
            ((marks & kMarkForwarded) != 0 ? kStatusForwarded : 0);
 }
-
-}  // namespace
 
 Marks MarksOf(LONG flags, LONG status) noexcept
 {

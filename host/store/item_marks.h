@@ -26,6 +26,8 @@ inline constexpr Marks kAllMarks = 15;
 // By an item's PR_MESSAGE_FLAGS and its status.
 Marks MarksOf(LONG flags, LONG status) noexcept;
 Marks MarksOf(IMessage& message);
+// The bits of the status that tell marks; of kMarkRead none does.
+ULONG StatusOf(Marks marks) noexcept;
 
 // Gives an item those of `marks` that are in `mask`. False when there is no such message any more. Throws a
 // HostError.

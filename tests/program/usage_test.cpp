@@ -50,8 +50,8 @@ TEST_F(UsageTest, AMisspeltCommandNamesTheNearest)
     ExpectOneLine(outcome, 2, "there is no command 'frobnicate'");
     EXPECT_EQ(outcome.errors.find("did you mean"), std::string::npos) << outcome.errors;
     // A word in another place is no command.
-    ExpectOneLine(Run({"list", Mailbox("a"), "In", "shrae"}), 2, "shrae");
-    EXPECT_EQ(Run({"list", Mailbox("a"), "In", "shrae"}).errors.find("did you mean"), std::string::npos);
+    ExpectOneLine(Run({"status", Mailbox("a"), "shrae"}), 2, "shrae");
+    EXPECT_EQ(Run({"status", Mailbox("a"), "shrae"}).errors.find("did you mean"), std::string::npos);
 }
 
 TEST_F(UsageTest, TheVersionIsGiven)
