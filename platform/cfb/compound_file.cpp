@@ -138,9 +138,9 @@ HRESULT CompoundFile::FindInList(const OpenElement& storage, const ElementName* 
     *place = 0;
     for (std::size_t end = name ? storage.list.size() : 0; *place < end;) {
         const std::size_t middle = *place + (end - *place) / 2;
-        DirEntry entry;
-        CFB_TRY(volume_->directory.Read(storage.list[middle], &entry));
-        const int order = entry.Compare(*name);  // of the name, seen from the entry
+        const DirEntry* entry = nullptr;
+        CFB_TRY(volume_->directory.Peek(storage.list[middle], &entry));
+        const int order = entry->Compare(*name);  // of the name, seen from the entry
         if (behind ? order >= 0 : order > 0)
             *place = middle + 1;
         else
@@ -506,29 +506,32 @@ HRESULT CompoundFile::FreeContent(EntryId id, const DirEntry& entry)
     return hr == STG_E_DOCFILECORRUPT ? S_OK : hr;  // the rest of a damaged chain stays in use
 }
 
-HRESULT CompoundFile::Next(OpenElement& storage, const ElementName* after, Cursor* cursor, DirEntry* entry)
+HRESULT CompoundFile::Next(OpenElement& storage, const ElementName* after, Cursor* cursor,
+                           const DirEntry** entry)
 {
+    *entry = &told_.entry;
+    told_.version = 0;
     if (storage.draft)
-        return NextInDraft(*storage.draft, after, entry);
-    const HRESULT hr = NextInFile(storage, after, cursor, entry);
+        return NextInDraft(*storage.draft, after, &told_.entry);
+    const HRESULT hr = NextInFile(storage, after, cursor);
     const OpenElement* const made = NextNew(storage, after);
     if (!made || (FAILED(hr) && hr != STG_E_NOMOREFILES))
         return hr;
-    if (SUCCEEDED(hr) && entry->Compare(made->name) > 0)
+    if (SUCCEEDED(hr) && told_.entry.Compare(made->name) > 0)
         return S_OK;
     cursor->version = 0;  // the one that was found comes later, or never
-    return StatDraft(*made->draft, entry);
+    told_.version = 0;
+    return StatDraft(*made->draft, &told_.entry);
 }
 
-HRESULT CompoundFile::NextInFile(OpenElement& storage, const ElementName* after, Cursor* cursor,
-                                 DirEntry* entry)
+HRESULT CompoundFile::NextInFile(OpenElement& storage, const ElementName* after, Cursor* cursor)
 {
     if (!storage.surveyed)
         CFB_TRY(Survey(storage));
     const std::uint64_t version = volume_->directory.Version();
     EntryId id = kNoEntry;
     if (storage.searchable && storage.listedAt != version) {
-        CFB_TRY(volume_->tree.Next(storage.id, after, &id, entry));
+        CFB_TRY(volume_->tree.Next(storage.id, after, &id, &told_.entry));
     } else {
         if (cursor->version != version)
             CFB_TRY(FindInList(storage, after, true, &cursor->next));
@@ -538,11 +541,13 @@ HRESULT CompoundFile::NextInFile(OpenElement& storage, const ElementName* after,
             if (cursor->next == storage.list.size())
                 return storage.sound ? STG_E_NOMOREFILES : STG_E_DOCFILECORRUPT;
             id = storage.list[cursor->next++];
-            CFB_TRY(volume_->directory.Read(id, entry));
-            storage.sound = storage.sound && entry->IsElement();
-        } while (!entry->IsElement());
+            CFB_TRY(volume_->directory.Read(id, &told_.entry));
+            storage.sound = storage.sound && told_.entry.IsElement();
+        } while (!told_.entry.IsElement());
     }
-    told_ = {storage.id, id, version, *entry};
+    told_.storage = storage.id;
+    told_.id = id;
+    told_.version = version;
     return S_OK;
 }
 

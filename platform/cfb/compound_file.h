@@ -71,8 +71,9 @@ public:
     // The first element, or the next one after a name. STG_E_NOMOREFILES; STG_E_DOCFILECORRUPT instead of
     // that when the storage is damaged and some of its elements can't be reached.
     // cursor: of the enumeration.
+    // *entry: of use until the next call.
     [[nodiscard]] HRESULT Next(OpenElement& storage, const ElementName* after, Cursor* cursor,
-                               DirEntry* entry);
+                               const DirEntry** entry);
     // The element's entry. Size(version) of it takes FormatVersion.
     [[nodiscard]] HRESULT Stat(const OpenElement& element, DirEntry* entry);
     unsigned FormatVersion() const noexcept { return volume_->header.version; }
@@ -140,8 +141,7 @@ private:
     [[nodiscard]] HRESULT Refind(OpenElement& element);
     void TrimIfWorth();
 
-    [[nodiscard]] HRESULT NextInFile(OpenElement& storage, const ElementName* after, Cursor* cursor,
-                                     DirEntry* entry);
+    [[nodiscard]] HRESULT NextInFile(OpenElement& storage, const ElementName* after, Cursor* cursor);
     [[nodiscard]] HRESULT Lookup(OpenElement& storage, const ElementName& name, bool survey, EntryId* id,
                                  DirEntry* entry);
     [[nodiscard]] HRESULT FindInList(const OpenElement& storage, const ElementName* name, bool behind,
@@ -208,7 +208,7 @@ private:
     OpenElements open_;
     OpenElement* root_ = nullptr;
 
-    // The element that Next told last: it is likely to be opened.
+    // The element that Next told last: it is likely to be opened. `version` is 0 when it is in no file.
     struct {
         EntryId storage = kNoEntry;
         EntryId id = kNoEntry;

@@ -3,6 +3,7 @@
 #define QUORVANE_PLATFORM_CFB_DIR_ENTRY_H_
 
 #include <array>
+#include <new>
 
 #include "platform/cfb/element_name.h"
 #include "platform/cfb/format.h"
@@ -20,6 +21,12 @@ public:
     DirEntry() noexcept;
     // A new element without content, red, with no links.
     DirEntry(EntryType type, const ElementName& name) noexcept;
+
+    // The entry that these kEntryBytes bytes are.
+    static const DirEntry& At(const BYTE* bytes) noexcept
+    {
+        return *std::launder(reinterpret_cast<const DirEntry*>(bytes));
+    }
 
     BYTE* Bytes() noexcept { return bytes_.data(); }
     const BYTE* Bytes() const noexcept { return bytes_.data(); }
@@ -107,6 +114,9 @@ private:
 
     std::array<BYTE, kEntryBytes> bytes_{};
 };
+
+// So that it can be looked at where it lies in a page.
+static_assert(sizeof(DirEntry) == kEntryBytes && alignof(DirEntry) == 1);
 
 }  // namespace quorvane::cfb
 

@@ -7,44 +7,47 @@
 
 namespace quorvane::cfb {
 
-HRESULT DirTree::ReadElement(EntryId id, DirEntry* entry)
+HRESULT DirTree::PeekElement(EntryId id, const DirEntry** entry)
 {
-    CFB_TRY(directory_.Read(id, entry));
-    return entry->IsElement() ? S_OK : STG_E_DOCFILECORRUPT;
+    CFB_TRY(directory_.Peek(id, entry));
+    return (*entry)->IsElement() ? S_OK : STG_E_DOCFILECORRUPT;
 }
 
 HRESULT DirTree::Find(EntryId storage, const ElementName& name, EntryId* id, DirEntry* entry)
 {
-    CFB_TRY(directory_.Read(storage, entry));
-    *id = entry->Child();
+    const DirEntry* node = nullptr;
+    CFB_TRY(directory_.Peek(storage, &node));
+    *id = node->Child();
     for (std::size_t depth = 0; *id != kNoEntry; ++depth) {
         if (depth > kMaxDepth)
             return kTreeTooDeep;
-        CFB_TRY(ReadElement(*id, entry));
-        const int order = entry->Compare(name);
-        if (order == 0)
+        CFB_TRY(PeekElement(*id, &node));
+        const int order = node->Compare(name);
+        if (order == 0) {
+            *entry = *node;
             return S_OK;
-        *id = order < 0 ? entry->Left() : entry->Right();
+        }
+        *id = order < 0 ? node->Left() : node->Right();
     }
     return STG_E_FILENOTFOUND;
 }
 
 HRESULT DirTree::Next(EntryId storage, const ElementName* after, EntryId* id, DirEntry* entry)
 {
-    DirEntry node;
+    const DirEntry* node = nullptr;
     *id = kNoEntry;
-    CFB_TRY(directory_.Read(storage, &node));
-    EntryId at = node.Child();
+    CFB_TRY(directory_.Peek(storage, &node));
+    EntryId at = node->Child();
     for (std::size_t depth = 0; at != kNoEntry; ++depth) {
         if (depth > kMaxDepth)
             return kTreeTooDeep;
-        CFB_TRY(ReadElement(at, &node));
-        const bool wanted = !after || node.Compare(*after) < 0;
+        CFB_TRY(PeekElement(at, &node));
+        const bool wanted = !after || node->Compare(*after) < 0;
         if (wanted) {
             *id = at;
-            *entry = node;
+            *entry = *node;
         }
-        at = wanted ? node.Left() : node.Right();
+        at = wanted ? node->Left() : node->Right();
     }
     return *id == kNoEntry ? STG_E_NOMOREFILES : S_OK;
 }
@@ -68,24 +71,20 @@ bool DirTree::SeenBefore(EntryId id) noexcept
 
 HRESULT DirTree::Survey(EntryId storage, Shape* shape)
 {
-    struct Open {
-        EntryId id;
-        std::size_t depth;
-        DirEntry entry;
-    };
+    constexpr std::size_t kMostlyEnough = 32;
     *shape = Shape{};
-    DirEntry entry;
+    const DirEntry* entry = nullptr;
     CFB_TRY(BeginSurvey());
-    CFB_TRY(directory_.Read(storage, &entry));
-    std::vector<Open> open;
-    open.reserve(MostDepth(64));
+    CFB_TRY(directory_.Peek(storage, &entry));
+    passed_.clear();
+    shape->ids.reserve(kMostlyEnough);
     ElementName last;
-    EntryId at = entry.Child();
-    std::size_t depth = 1;
-    std::size_t deepest = 0;
+    EntryId at = entry->Child();
+    std::uint32_t depth = 1;
+    std::uint32_t deepest = 0;
     for (;;) {
         while (at != kNoEntry) {
-            const HRESULT hr = ReadElement(at, &entry);
+            const HRESULT hr = PeekElement(at, &entry);
             if (FAILED(hr) && hr != STG_E_DOCFILECORRUPT)
                 return hr;
             if (FAILED(hr) || at == storage || SeenBefore(at)) {
@@ -93,18 +92,19 @@ HRESULT DirTree::Survey(EntryId storage, Shape* shape)
                 break;
             }
             deepest = std::max(deepest, depth);
-            open.push_back({at, depth++, entry});
-            at = entry.Left();
+            passed_.push_back({at, depth++});
+            at = entry->Left();
         }
-        if (open.empty())
+        if (passed_.empty())
             break;
-        const Open& node = open.back();
-        shape->ordered = shape->ordered && (shape->ids.empty() || node.entry.Compare(last) < 0);
-        last.AssignRaw(node.entry.Bytes(), node.entry.NameLength());
+        const Passed node = passed_.back();
+        passed_.pop_back();
+        CFB_TRY(PeekElement(node.id, &entry));
+        shape->ordered = shape->ordered && (shape->ids.empty() || entry->Compare(last) < 0);
+        last.AssignRaw(entry->Bytes(), entry->NameLength());
         shape->ids.push_back(node.id);
-        at = node.entry.Right();
+        at = entry->Right();
         depth = node.depth + 1;
-        open.pop_back();
     }
     shape->deep = deepest > MostDepth(shape->ids.size());
     return S_OK;
@@ -113,17 +113,17 @@ HRESULT DirTree::Survey(EntryId storage, Shape* shape)
 HRESULT DirTree::Probe(EntryId storage, bool* deep)
 {
     EntryId capacity = 0;
-    DirEntry entry;
+    const DirEntry* entry = nullptr;
     CFB_TRY(directory_.Capacity(&capacity));
-    CFB_TRY(directory_.Read(storage, &entry));
-    const EntryId top = entry.Child();
+    CFB_TRY(directory_.Peek(storage, &entry));
+    const EntryId top = entry->Child();
     *deep = true;
     for (const auto link : {&DirEntry::Left, &DirEntry::Right}) {
         std::size_t depth = 0;
-        for (EntryId at = top; at != kNoEntry; at = (entry.*link)()) {
+        for (EntryId at = top; at != kNoEntry; at = (entry->*link)()) {
             if (++depth > MostDepth(capacity))
                 return S_OK;
-            const HRESULT hr = ReadElement(at, &entry);
+            const HRESULT hr = PeekElement(at, &entry);
             if (hr == STG_E_DOCFILECORRUPT)
                 return S_OK;
             CFB_TRY(hr);
@@ -140,9 +140,9 @@ HRESULT DirTree::Sort(std::vector<EntryId>* ids)
     std::vector<std::pair<ElementName, EntryId>> named;
     named.reserve(ids->size());
     for (const EntryId id : *ids) {
-        DirEntry entry;
-        CFB_TRY(ReadElement(id, &entry));
-        named.emplace_back(entry.Name(), id);
+        const DirEntry* entry = nullptr;
+        CFB_TRY(PeekElement(id, &entry));
+        named.emplace_back(entry->Name(), id);
     }
     std::stable_sort(named.begin(), named.end(),
                      [](const auto& a, const auto& b) { return a.first.Compare(b.first) < 0; });
@@ -155,11 +155,11 @@ HRESULT DirTree::Rebuild(OrderedFile& file, EntryId storage, const std::vector<E
 {
     ElementName last;
     for (std::size_t i = 0; i < ids.size(); ++i) {
-        DirEntry entry;
-        CFB_TRY(ReadElement(ids[i], &entry));
-        if (i > 0 && last.Compare(entry.Name()) == 0)
+        const DirEntry* entry = nullptr;
+        CFB_TRY(PeekElement(ids[i], &entry));
+        if (i > 0 && entry->Compare(last) == 0)
             return STG_E_DOCFILECORRUPT;
-        last = entry.Name();
+        last = entry->Name();
     }
     EntryId top = kNoEntry;
     DirEntry owner;
@@ -188,7 +188,7 @@ HRESULT DirTree::Build(const std::vector<EntryId>& ids, std::size_t begin, std::
     CFB_TRY(Build(ids, begin, middle, level + 1, moves, &left));
     CFB_TRY(Build(ids, middle + 1, end, level + 1, moves, &right));
     DirEntry entry;
-    CFB_TRY(ReadElement(ids[middle], &entry));
+    CFB_TRY(directory_.Read(ids[middle], &entry));
     entry.SetLeft(left);
     entry.SetRight(right);
     entry.SetColor(level == lastLevel ? Color::kRed : Color::kBlack);

@@ -25,6 +25,7 @@ public:
     void DropMarks() noexcept
     {
         seen_ = {};
+        passed_ = {};
         survey_ = 0;
     }
 
@@ -60,7 +61,8 @@ private:
         return 2 * static_cast<std::size_t>(std::bit_width(count + 1)) + 2;
     }
 
-    [[nodiscard]] HRESULT ReadElement(EntryId id, DirEntry* entry);
+    // See Directory::Peek.
+    [[nodiscard]] HRESULT PeekElement(EntryId id, const DirEntry** entry);
     [[nodiscard]] HRESULT Build(const std::vector<EntryId>& ids, std::size_t begin, std::size_t end,
                                 unsigned level, std::vector<TreeEdit::Move>* moves, EntryId* top);
 
@@ -68,6 +70,12 @@ private:
     bool SeenBefore(EntryId id) noexcept;
 
     Directory& directory_;
+    // An entry that a survey will come back to.
+    struct Passed {
+        EntryId id;
+        std::uint32_t depth;
+    };
+    std::vector<Passed> passed_;
     std::vector<std::uint32_t> seen_;  // for each entry the last survey that met it
     std::uint32_t survey_ = 0;
 };

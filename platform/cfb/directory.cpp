@@ -25,12 +25,14 @@ HRESULT Directory::OffsetOf(EntryId id, std::uint64_t* offset)
     return S_OK;
 }
 
-HRESULT Directory::Read(EntryId id, DirEntry* entry)
+HRESULT Directory::Peek(EntryId id, const DirEntry** entry)
 {
     SectorId sector = 0;
+    const BYTE* bytes = nullptr;
     CFB_TRY(chain_.At(IndexOf(id), &sector));
-    CFB_TRY(sectors_.Read(sector, PlaceOf(id), entry->Bytes(), kEntryBytes));
-    return entry->IsSound() ? S_OK : STG_E_DOCFILECORRUPT;
+    CFB_TRY(sectors_.Peek(sector, PlaceOf(id), kEntryBytes, &bytes));
+    *entry = &DirEntry::At(bytes);
+    return (*entry)->IsSound() ? S_OK : STG_E_DOCFILECORRUPT;
 }
 
 HRESULT Directory::Write(EntryId id, const DirEntry& entry)
@@ -61,11 +63,11 @@ HRESULT Directory::Capacity(EntryId* count)
 HRESULT Directory::FindFree(EntryId begin, EntryId end, FreeMap& free)
 {
     for (EntryId id = begin; id < end; ++id) {
-        DirEntry entry;
-        const HRESULT hr = Read(id, &entry);
+        const DirEntry* entry = nullptr;
+        const HRESULT hr = Peek(id, &entry);
         if (FAILED(hr) && hr != STG_E_DOCFILECORRUPT)
             return hr;
-        if (SUCCEEDED(hr) && entry.Type() == EntryType::kFree && id != kRootEntry)
+        if (SUCCEEDED(hr) && entry->Type() == EntryType::kFree && id != kRootEntry)
             free.Add(id);
     }
     return S_OK;
@@ -185,8 +187,9 @@ HRESULT Directory::Trim(SectorId least)
     const HRESULT hr = Measure();
     if (FAILED(hr))
         return hr == STG_E_DOCFILECORRUPT ? S_OK : hr;  // what is damaged is left alone
-    CFB_TRY(slots_.LookAtTail(*this, length_ * PerSector()));
-    const SectorId spare = slots_.Tail(length_ * PerSector()) / PerSector();
+    EntryId tail = 0;
+    CFB_TRY(slots_.FindTail(*this, length_ * PerSector(), &tail));
+    const SectorId spare = length_ - (tail + PerSector() - 1) / PerSector();
     if (spare == 0 || spare < least || spare >= length_)
         return NoteLength(length_);  // which a refused growth may have left unsaid
     SectorId last = 0;

@@ -28,7 +28,16 @@ public:
     void Reset() noexcept;
 
     // STG_E_DOCFILECORRUPT: there is no such entry, or it isn't sound (DirEntry::IsSound).
-    [[nodiscard]] HRESULT Read(EntryId id, DirEntry* entry);
+    [[nodiscard]] HRESULT Read(EntryId id, DirEntry* entry)
+    {
+        const DirEntry* found = nullptr;
+        if (const HRESULT hr = Peek(id, &found); FAILED(hr))
+            return hr;
+        *entry = *found;
+        return S_OK;
+    }
+    // The same where it lies in the cache, until the next call of anything that reads or writes the file.
+    [[nodiscard]] HRESULT Peek(EntryId id, const DirEntry** entry);
     // Writes an entry as a whole.
     [[nodiscard]] HRESULT Write(EntryId id, const DirEntry& entry);
     // Another one as soon as any entry may have changed. Never 0, and never the same again.

@@ -12,18 +12,16 @@ ElementName DraftChild::Name() const noexcept
 {
     if (!IsPlaced())
         return static_cast<const Draft*>(this)->entry.Name();
-    const auto* const stored = reinterpret_cast<const BYTE*>(this + 1);
-    BYTE units[2 * kMaxName] = {};
-    for (std::size_t i = 0; i < NameBytes(); ++i)
-        units[wide ? i : 2 * i] = stored[i];
     ElementName name;
-    name.AssignRaw(units, length);
+    wide ? name.AssignRaw(StoredName(), length) : name.AssignNarrow(StoredName(), length);
     return name;
 }
 
 int DraftChild::Compare(const ElementName& name) const noexcept
 {
-    return IsPlaced() ? name.Compare(Name()) : static_cast<const Draft*>(this)->entry.Compare(name);
+    if (!IsPlaced())
+        return static_cast<const Draft*>(this)->entry.Compare(name);
+    return wide ? name.CompareRaw(StoredName(), length) : name.CompareNarrow(StoredName(), length);
 }
 
 bool DraftChild::IsInFile() const noexcept

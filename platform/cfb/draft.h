@@ -20,6 +20,7 @@ struct DraftChild {
     int Compare(const ElementName& name) const noexcept;
     // Of a placed one: the bytes of its name, which lie behind it.
     std::size_t NameBytes() const noexcept { return std::size_t{length} << wide; }
+    const BYTE* StoredName() const noexcept { return reinterpret_cast<const BYTE*>(this + 1); }
 
     EntryId id = kNoEntry;
     std::uint32_t rank : 26 = 0;

@@ -118,20 +118,26 @@ HRESULT ElementName::Assign(LPCOLESTR text) noexcept
     if (!text)
         return STG_E_INVALIDPOINTER;
     std::size_t length = 0;
-    for (; text[length] >= kNotInNames.size() || !kNotInNames[text[length]]; ++length) {
-        if (length == kMaxName)
-            return STG_E_INVALIDNAME;
-        text_[length] = text[length];
-    }
+    while (length <= kMaxName && (text[length] >= kNotInNames.size() || !kNotInNames[text[length]]))
+        ++length;
+    if (length == 0 || length > kMaxName || text[length] != 0)
+        return STG_E_INVALIDNAME;
+    std::copy_n(text, length + 1, text_);
     length_ = length;
-    text_[length] = 0;
-    return length > 0 && text[length] == 0 ? S_OK : STG_E_INVALIDNAME;
+    return S_OK;
 }
 
 void ElementName::AssignRaw(const BYTE* units, std::size_t count) noexcept
 {
     length_ = std::min(count, kMaxName);
     LoadUnits(text_, units, length_);
+    text_[length_] = 0;
+}
+
+void ElementName::AssignNarrow(const BYTE* units, std::size_t count) noexcept
+{
+    length_ = std::min(count, kMaxName);
+    std::copy_n(units, length_, text_);
     text_[length_] = 0;
 }
 
@@ -149,6 +155,13 @@ int ElementName::CompareRaw(const BYTE* units, std::size_t count) const noexcept
         return length_ < count ? -1 : 1;
     return CompareUnits(kLittleEndian ? CommonUnits(text_, units, length_) : 0,
                         [&](std::size_t i) { return static_cast<OLECHAR>(LoadU16(units + 2 * i)); });
+}
+
+int ElementName::CompareNarrow(const BYTE* units, std::size_t count) const noexcept
+{
+    if (length_ != count)
+        return length_ < count ? -1 : 1;
+    return CompareUnits(0, [&](std::size_t i) { return static_cast<OLECHAR>(units[i]); });
 }
 
 // The same with a name of this length, whose units are the same before `from`.

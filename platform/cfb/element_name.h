@@ -26,6 +26,8 @@ public:
     [[nodiscard]] HRESULT Assign(LPCOLESTR text) noexcept;
     // Takes what a directory entry says: `count` units, at most kMaxName, of two little-endian bytes.
     void AssignRaw(const BYTE* units, std::size_t count) noexcept;
+    // The same from units that have one byte each.
+    void AssignNarrow(const BYTE* units, std::size_t count) noexcept;
 
     std::size_t Length() const noexcept { return length_; }
     // Ends with a null unit.
@@ -35,6 +37,8 @@ public:
     int Compare(const ElementName& other) const noexcept;
     // The same with the name in a directory entry.
     int CompareRaw(const BYTE* units, std::size_t count) const noexcept;
+    // And with one whose units have one byte each.
+    int CompareNarrow(const BYTE* units, std::size_t count) const noexcept;
 
 private:
     template <class UnitAt>

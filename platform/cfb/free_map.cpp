@@ -18,21 +18,15 @@ bool FreeMap::Contains(std::uint32_t number) const noexcept
     return (WordAt(number / 64) >> number % 64 & 1) != 0;
 }
 
-// All levels at once, so that none has changed when there is no memory for one.
-void FreeMap::Reach(std::uint32_t begin, std::uint32_t end)
+void FreeMap::Widen(std::uint32_t word)
 {
-    std::uint32_t place = (end - 1) / 64;
-    if (place / kBlockWords >= blocks_.size())
-        blocks_.resize(place / kBlockWords + 1);
-    for (std::uint32_t block = begin / 64 / kBlockWords; block <= place / kBlockWords; ++block) {
-        if (!blocks_[block])
-            blocks_[block] = std::make_unique<Block>();
-    }
+    const std::uint32_t blocks = word / kBlockWords + 1;
     for (auto& level : levels_) {
-        place /= 64;
-        if (level.size() <= place)
-            level.resize(place + 1);
+        word /= 64;
+        if (level.size() <= word)
+            level.resize(word + 1);
     }
+    blocks_.resize(blocks);
 }
 
 void FreeMap::Announce(std::uint32_t word) noexcept
@@ -62,13 +56,17 @@ void FreeMap::AddRun(std::uint32_t begin, std::uint32_t end)
 {
     if (begin == end)
         return;
-    Reach(begin, end);
-    for (std::uint32_t word = begin / 64; word <= (end - 1) / 64; ++word) {
+    const std::uint32_t last = (end - 1) / 64;
+    if (last / kBlockWords >= blocks_.size())
+        Widen(last);
+    for (std::uint32_t word = begin / 64; word <= last; ++word) {
         std::uint64_t mask = ~std::uint64_t{0};
         if (word == begin / 64)
             mask <<= begin % 64;
-        if (word == (end - 1) / 64)
+        if (word == last)
             mask &= ~std::uint64_t{0} >> (63 - (end - 1) % 64);
+        if (!blocks_[word / kBlockWords])
+            blocks_[word / kBlockWords] = std::make_unique<Block>();
         std::uint64_t& bits = WordOf(word);
         count_ += static_cast<std::uint32_t>(std::popcount(mask & ~bits));
         if (std::exchange(bits, bits | mask) == 0)
@@ -131,19 +129,14 @@ std::uint32_t FreeMap::FirstFrom(std::uint32_t from) const noexcept
 
 std::uint32_t FreeMap::RunBefore(std::uint32_t end) const noexcept
 {
-    std::uint32_t run = 0;
-    while (run < end) {
-        const std::uint32_t last = end - run - 1;
-        if (!Contains(last))
-            break;
-        const unsigned bits = last % 64 + 1;
-        const std::uint64_t word = WordAt(last / 64) << (64 - bits);
-        const unsigned ones = static_cast<unsigned>(std::countl_one(word));
-        run += ones < bits ? ones : bits;
-        if (ones < bits)
-            break;
+    std::uint32_t begin = end;
+    for (bool whole = true; whole && begin > 0;) {
+        const unsigned bits = (begin - 1) % 64 + 1;
+        const int ones = std::countl_one(WordAt((begin - 1) / 64) << (64 - bits));
+        begin -= static_cast<unsigned>(ones);
+        whole = static_cast<unsigned>(ones) == bits;
     }
-    return run;
+    return end - begin;
 }
 
 }  // namespace quorvane::cfb

@@ -50,7 +50,8 @@ private:
     {
         return (*blocks_[word / kBlockWords])[word % kBlockWords];
     }
-    void Reach(std::uint32_t begin, std::uint32_t end);
+    // Makes the levels reach that word, and then the list of blocks, which tells how far they reach.
+    void Widen(std::uint32_t word);
     // Whether a word of the lowest level has bits, to be told to the levels above.
     void Announce(std::uint32_t word) noexcept;
     void Withdraw(std::uint32_t word) noexcept;

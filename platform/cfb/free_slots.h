@@ -81,14 +81,17 @@ public:
         return S_OK;
     }
 
-    // Looks at the table's end as long as nothing but free slots is found there: so that what was free before
-    // counts for Tail too.
+    // Where the free slots begin that a table of `total` slots ends with. What is unseen is looked at as long
+    // as nothing but free slots is found.
     template <class Table>
-    [[nodiscard]] HRESULT LookAtTail(Table& table, std::uint32_t total)
+    [[nodiscard]] HRESULT FindTail(Table& table, std::uint32_t total, std::uint32_t* begin)
     {
         unseen_ = std::min(unseen_, total);
-        while (unseen_ > 0 && Tail(total) >= total - unseen_ && !HasHeld())
+        *begin = total - free_.RunBefore(total);
+        while (unseen_ > 0 && *begin <= unseen_ && !HasHeld()) {
             CFB_TRY(Look(table, step_));
+            *begin -= free_.RunBefore(*begin);
+        }
         return S_OK;
     }
 
@@ -123,8 +126,6 @@ public:
 
     std::uint32_t Known() const noexcept { return free_.Count(); }
     std::uint32_t FirstFrom(std::uint32_t from) const noexcept { return free_.FirstFrom(from); }
-    // How many slots before `total` are known as free, counted downwards without a gap.
-    std::uint32_t Tail(std::uint32_t total) const noexcept { return free_.RunBefore(total); }
 
 private:
     struct Run {

@@ -54,6 +54,9 @@ HRESULT Laying::Reserve()
     CFB_TRY(volume_.allocator.Reserve(forEntries + sectors_.count + forMinis));
     CFB_TRY(volume_.directory.Append(forEntries, entries_));
     CFB_TRY(volume_.mini.Append(minis));
+    for (Contents* const contents : {&minis_, &sectors_})
+        contents->bytes.reserve(std::min(std::size_t{contents->count} << contents->shift, 2 * kGathered));
+    laid_.reserve(entries_);
     volume_.directory.AllocateMany(entries_, &ids_);
     CFB_TRY(volume_.mini.TakeMany(minis_.count, &minis_.taken));
     return volume_.allocator.TakeMany(sectors_.count, &sectors_.taken);
@@ -85,12 +88,12 @@ HRESULT Laying::Gather(Draft& stream)
         const std::size_t part = std::min(kGathered, stream.size - done);
         const SectorId count = contents.CountFor(part);
         const std::size_t at = contents.bytes.size();
+        contents.bytes.insert(contents.bytes.end(), stream.bytes + done, stream.bytes + done + part);
         contents.bytes.resize(at + (std::size_t{count} << contents.shift));
-        std::memcpy(&contents.bytes[at], stream.bytes + done, part);
+        const auto first = contents.taken.begin() + static_cast<std::ptrdiff_t>(contents.next);
+        contents.links.insert(contents.links.end(), first + 1, first + count);
         contents.next += count;
         done += part;
-        for (std::size_t i = contents.next - count + 1; i < contents.next; ++i)
-            contents.links.push_back(contents.taken[i]);
         contents.links.push_back(done < stream.size ? contents.taken[contents.next] : kEndOfChain);
         if (contents.bytes.size() >= kGathered)
             CFB_TRY(Write(contents, false));

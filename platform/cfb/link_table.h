@@ -64,9 +64,10 @@ public:
         for (SectorId part = 0; begin < end; begin += part) {
             part = std::min(end - begin, kBlock - begin % kBlock);
             CFB_TRY(GetLinks(begin, links.data(), part));
-            for (SectorId i = 0; i < part; ++i) {
-                if (LoadU32(&links[4 * i]) == kFreeSector)
-                    free.Add(begin + i);
+            for (SectorId i = 0, run = 0; i < part; i += run + 1) {
+                for (run = 0; i + run < part && LoadU32(&links[4 * (i + run)]) == kFreeSector;)
+                    ++run;
+                free.AddRun(begin + i, begin + i + run);
             }
         }
         return S_OK;

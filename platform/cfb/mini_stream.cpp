@@ -193,8 +193,8 @@ HRESULT MiniStream::Trim(SectorId least)
     const HRESULT hr = Measure(&before, &links);
     if (FAILED(hr))
         return hr == STG_E_DOCFILECORRUPT ? S_OK : hr;  // what is damaged is left alone
-    CFB_TRY(slots_.LookAtTail(*this, count_));
-    const SectorId kept = count_ - slots_.Tail(count_);
+    SectorId kept = 0;
+    CFB_TRY(slots_.FindTail(*this, count_, &kept));
     const SectorId after = (kept + PerSector() - 1) / PerSector();
     if (after < before && before - after >= least) {
         count_ = after * PerSector();

@@ -70,6 +70,18 @@ public:
         std::memcpy(to, &frame->bytes[offset % kPage], count);
         return S_OK;
     }
+    // The same bytes where they lie in the cache, until the next call. They are in one page.
+    [[nodiscard]] HRESULT Peek(std::uint64_t offset, std::size_t count, const BYTE** bytes)
+    {
+        Frame* frame = Recent(offset, count);
+        if (!frame) {
+            if (const HRESULT hr = Fetch(offset / kPage, &frame); FAILED(hr))
+                return hr;
+        }
+        frame->used = true;
+        *bytes = &frame->bytes[offset % kPage];
+        return S_OK;
+    }
     // Adds a write at the present place in the order.
     [[nodiscard]] HRESULT Write(std::uint64_t offset, const void* from, std::size_t count)
     {

@@ -81,21 +81,13 @@ HRESULT SectorAllocator::Append(SectorId* sector)
     }
 }
 
-// Where the free sectors at the end begin, with *end sectors in all.
-HRESULT SectorAllocator::FindEnd(SectorId* end)
-{
-    CFB_TRY(slots_.LookAtTail(fat_, *end));
-    *end -= slots_.Tail(*end);
-    return S_OK;
-}
-
 // Gives up the FAT sectors that lie at the end and cover nothing before them, with the free ones between.
 HRESULT SectorAllocator::RetractFat(SectorId* end)
 {
     for (SectorId was = kMaxSector; was != *end;) {
         was = *end;
         CFB_TRY(fat_.Retract(end));
-        CFB_TRY(FindEnd(end));
+        CFB_TRY(slots_.FindTail(fat_, *end, end));
     }
     return S_OK;
 }
@@ -104,7 +96,7 @@ HRESULT SectorAllocator::Trim(SectorId least)
 {
     const SectorId before = sectors_.Count();
     SectorId end = before;
-    CFB_TRY(FindEnd(&end));
+    CFB_TRY(slots_.FindTail(fat_, before, &end));
     if (before - end >= least)
         CFB_TRY(RetractFat(&end));
     else

@@ -45,7 +45,6 @@ private:
     static constexpr std::uint32_t kLookAt = 1024;
 
     SectorId Limit() const noexcept;
-    [[nodiscard]] HRESULT FindEnd(SectorId* end);
     [[nodiscard]] HRESULT RetractFat(SectorId* end);
     [[nodiscard]] HRESULT Append(SectorId* sector);
 

@@ -40,6 +40,12 @@ public:
         return Within(sector, offset, count) ? file_.Read(OffsetOf(sector) + offset, to, count)
                                              : STG_E_DOCFILECORRUPT;
     }
+    // See OrderedFile::Peek.
+    [[nodiscard]] HRESULT Peek(SectorId sector, std::uint64_t offset, std::size_t count, const BYTE** bytes)
+    {
+        return Within(sector, offset, count) ? file_.Peek(OffsetOf(sector) + offset, count, bytes)
+                                             : STG_E_DOCFILECORRUPT;
+    }
     [[nodiscard]] HRESULT Write(SectorId sector, std::uint64_t offset, const void* from, std::size_t count);
     // See OrderedFile::WriteData.
     [[nodiscard]] HRESULT WriteData(SectorId sector, std::uint64_t offset, const void* from,

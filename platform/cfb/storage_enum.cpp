@@ -1,12 +1,22 @@
 #include "platform/cfb/storage_enum.h"
 
+#include "platform/cfb/result.h"
+
 namespace quorvane::cfb {
 
-// S_FALSE at the end.
-HRESULT CStorageEnum::Peek(CompoundFile& file, DirEntry* entry)
+// Goes on to the next element. stat: what is told of it, or null. S_FALSE at the end.
+HRESULT CStorageEnum::Step(CompoundFile& file, STATSTG* stat)
 {
-    const HRESULT hr = file.Next(*m_storage, m_last ? &*m_last : nullptr, &m_cursor, entry);
-    return hr == STG_E_NOMOREFILES ? S_FALSE : hr;
+    const DirEntry* entry = nullptr;
+    const HRESULT hr = file.Next(*m_storage, m_last ? &*m_last : nullptr, &m_cursor, &entry);
+    if (FAILED(hr))
+        return hr == STG_E_NOMOREFILES ? S_FALSE : hr;
+    if (stat)
+        CFB_TRY(FillStat(*entry, file.FormatVersion(), true, stat));
+    if (!m_last)
+        m_last.emplace();
+    m_last->AssignRaw(entry->Bytes(), entry->NameLength());
+    return S_OK;
 }
 
 HRESULT CStorageEnum::Next(ULONG count, STATSTG* elements, ULONG* fetched)
@@ -20,15 +30,7 @@ HRESULT CStorageEnum::Next(ULONG count, STATSTG* elements, ULONG* fetched)
     ULONG done = 0;
     HRESULT hr = S_OK;
     for (; done < count && hr == S_OK; done += hr == S_OK ? 1 : 0) {
-        hr = m_root->Run(m_storage, [&](CompoundFile& file) {
-            DirEntry entry;
-            HRESULT next = Peek(file, &entry);
-            if (next == S_OK)
-                next = FillStat(entry, file.FormatVersion(), true, &elements[done]);
-            if (next == S_OK)
-                m_last = entry.Name();
-            return next;
-        });
+        hr = m_root->Run(m_storage, [&](CompoundFile& file) { return Step(file, &elements[done]); });
     }
     if (FAILED(hr) && done > 0)
         hr = S_FALSE;  // what was fetched is told; the next call meets the failure again
@@ -40,15 +42,8 @@ HRESULT CStorageEnum::Next(ULONG count, STATSTG* elements, ULONG* fetched)
 HRESULT CStorageEnum::Skip(ULONG count)
 {
     HRESULT hr = S_OK;
-    for (; count > 0 && hr == S_OK; --count) {
-        hr = m_root->Run(m_storage, [&](CompoundFile& file) {
-            DirEntry entry;
-            const HRESULT next = Peek(file, &entry);
-            if (next == S_OK)
-                m_last = entry.Name();
-            return next;
-        });
-    }
+    for (; count > 0 && hr == S_OK; --count)
+        hr = m_root->Run(m_storage, [&](CompoundFile& file) { return Step(file, nullptr); });
     return hr;
 }
 

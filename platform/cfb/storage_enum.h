@@ -27,7 +27,7 @@ public:
     HRESULT STDMETHODCALLTYPE Clone(IEnumSTATSTG** enumerator) override;
 
 private:
-    [[nodiscard]] HRESULT Peek(CompoundFile& file, DirEntry* entry);
+    [[nodiscard]] HRESULT Step(CompoundFile& file, STATSTG* stat);
 
     const std::shared_ptr<RootFile> m_root;
     const OpenElementPtr m_storage;
