@@ -3,6 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <functional>
+#include <optional>
 #include <utility>
 
 #include "platform/cfb/compound_file.h"
@@ -64,11 +67,12 @@ protected:
     }
 
     // Adds elements through a root that is closed behind them.
-    void Add(unsigned count, bool create = false)
+    void Add(unsigned count, bool create = false) { AddTo(*store, count, create); }
+    void AddTo(ByteStore& bytes, unsigned count, bool create)
     {
-        CompoundFile file(*store);
+        CompoundFile file(bytes);
         OpenElementPtr root;
-        ASSERT_EQ(S_OK, create ? file.Format(Layout::kVersion3) : file.Open());
+        ASSERT_EQ(S_OK, create ? file.Format(layout) : file.Open());
         ASSERT_EQ(S_OK, file.OpenRoot(&root));
         for (unsigned i = 0; i < count; ++i, ++made) {
             OpenElementPtr child;
@@ -91,6 +95,36 @@ protected:
         return store->reads - before;
     }
 
+    // Reads the first byte of an element's content, and overwrites it with another if there is one, through
+    // a root of its own; in the midst of it `meanwhile` happens.
+    static BYTE FirstByte(
+        ByteStore& bytes, unsigned element, std::optional<BYTE> other = std::nullopt,
+        const std::function<void()>& meanwhile = [] {})
+    {
+        CompoundFile file(bytes);
+        OpenElementPtr root;
+        OpenElementPtr child;
+        BYTE first = 0;
+        std::size_t done = 0;
+        EXPECT_EQ(S_OK, file.Open());
+        EXPECT_EQ(S_OK, file.OpenRoot(&root));
+        EXPECT_EQ(S_OK, file.OpenChild(*root, KnownName(element), EntryType::kStream, &child));
+        EXPECT_EQ(S_OK, file.ReadStream(*child, 0, &first, 1, &done));
+        if (other) {
+            EXPECT_EQ(S_OK, file.WriteStream(*child, 0, &*other, 1, &done));
+        }
+        meanwhile();
+        file.Close(*root);
+        file.Leave();
+        return first;
+    }
+    // Another program does so: neither the header nor the root entry tell of it.
+    void OverwriteAsOthersDo(unsigned element, BYTE first)
+    {
+        FirstByte(store->content, element, first);
+        ++store->changed;
+    }
+
     void ExpectAll()
     {
         Tree tree;
@@ -106,6 +140,7 @@ protected:
 
     std::unique_ptr<KnownBytes> store;
     unsigned made = 0;
+    Layout layout = Layout::kVersion3;
 };
 
 TEST_F(KnownFilesTest, WhatAnOpenAnAddAndACloseReadDoesNotGrowWithTheFile)
@@ -189,6 +224,61 @@ TEST_F(KnownFilesTest, AnIdentityAloneIsNotBelieved)
     Add(100);
     ExpectAll();
 }
+
+// The same, of the file whose pages are cached yet.
+TEST_F(KnownFilesTest, AHeaderIsReadAnew)
+{
+    Add(2'000, true);
+    MemoryStore other;
+    made = 0;
+    AddTo(other, 3'000, true);
+    store->content = other;
+
+    Add(100);
+    ExpectAll();
+}
+
+TEST_F(KnownFilesTest, ContentThatOthersChangeInItsPlaceIsReadAnew)
+{
+    Add(200, true);
+    ASSERT_NE(0xEE, FirstByte(*store, 7));
+    OverwriteAsOthersDo(7, 0xEE);
+    EXPECT_EQ(0xEE, FirstByte(*store, 7));
+}
+
+TEST_F(KnownFilesTest, ContentThatOthersChangeWhileItIsOnlyReadIsReadAnew)
+{
+    Add(200, true);
+    ASSERT_NE(0xEE, FirstByte(*store, 7, std::nullopt, [this] { OverwriteAsOthersDo(7, 0xEE); }));
+    EXPECT_EQ(0xEE, FirstByte(*store, 7));
+}
+
+// The header is the same, and the root entry, which lies in its page or in another one, tells of less.
+class AnEarlierRootEntry : public KnownFilesTest, public ::testing::WithParamInterface<Layout> {};
+
+TEST_P(AnEarlierRootEntry, IsReadAnew)
+{
+    layout = GetParam();
+    const std::ptrdiff_t root = layout == Layout::kVersion3 ? 1024 : 8192;
+    Add(100, true);
+    Bytes before;
+    const auto isSame = [&](std::ptrdiff_t begin, std::ptrdiff_t end) {
+        return std::equal(before.begin() + begin, before.begin() + end, store->content.bytes.begin() + begin);
+    };
+    do {
+        before = store->content.bytes;
+        Add(1);
+        ASSERT_LT(made, 2'000u) << "no mini stream that grew by itself";
+    } while (!isSame(0, 512) || isSame(root, root + 128));
+    store->content.bytes = before;
+    --made;
+
+    Add(50);
+    ExpectAll();
+}
+
+INSTANTIATE_TEST_SUITE_P(KnownFilesTest, AnEarlierRootEntry,
+                         ::testing::Values(Layout::kVersion3, Layout::kVersion4));
 
 TEST_F(KnownFilesTest, OnlyTheLastFilesAreRemembered)
 {
