@@ -45,11 +45,10 @@ HRESULT Chain::Link()
     CFB_TRY(At(unlinked_, &front));
     CFB_TRY(table_->SetNext(before, front));
     // They are walked along once, so that whatever else leads to them is noticed.
-    SectorId links = LastKnown().End() - std::exchange(unlinked_, 0);
-    for (SectorId count = 0; links > 0 && before < table_->Slots(); links -= count) {
+    SectorId left = LastKnown().End() - std::exchange(unlinked_, 0) + 1;
+    for (SectorId count = 0; left > 0 && before < table_->Slots(); left -= count) {
         SectorId next = kEndOfChain;
-        CFB_TRY(table_->FollowRun(before, links + 1, &count, &next));
-        count = std::min(count, links);
+        CFB_TRY(table_->FollowRun(before, left, &count, &next));
         before = next;
     }
     return S_OK;

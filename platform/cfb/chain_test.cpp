@@ -160,6 +160,17 @@ TEST(ChainTest, AppendedSectorsWhoseLinksTurnBackAreLinkedAllTheSame)
     EXPECT_EQ(50u, links.next[10]);
 }
 
+TEST(ChainTest, AppendedSectorsWhoseLinksEndTooSoonAreLinkedAllTheSame)
+{
+    Links links(600);
+    links.next[10] = kEndOfChain;
+    links.next[50] = kEndOfChain;
+    Chain chain(links, 10);
+    chain.Append(1, {50, 51, 52});
+    ASSERT_EQ(S_OK, chain.Link());
+    EXPECT_EQ(50u, links.next[10]);
+}
+
 TEST(ChainTest, WhatIsAppendedBehindTheLastSectorsContinuesTheirRun)
 {
     Links links(600);

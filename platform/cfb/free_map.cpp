@@ -130,11 +130,9 @@ std::uint32_t FreeMap::FirstFrom(std::uint32_t from) const noexcept
 std::uint32_t FreeMap::RunBefore(std::uint32_t end) const noexcept
 {
     std::uint32_t begin = end;
-    for (bool whole = true; whole && begin > 0;) {
-        const unsigned bits = (begin - 1) % 64 + 1;
-        const int ones = std::countl_one(WordAt((begin - 1) / 64) << (64 - bits));
-        begin -= static_cast<unsigned>(ones);
-        whole = static_cast<unsigned>(ones) == bits;
+    for (unsigned ones = 1; ones > 0 && begin > 0; begin -= ones) {
+        const std::uint32_t last = begin - 1;
+        ones = static_cast<unsigned>(std::countl_one(WordAt(last / 64) << (63 - last % 64)));
     }
     return end - begin;
 }
