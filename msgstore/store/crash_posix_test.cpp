@@ -72,15 +72,27 @@ protected:
             _exit(1);
     }
 
+    // Empties the Inbox, and reports that it has begun and that it is done.
+    [[noreturn]] void EmptyUntilKilled(int report)
+    {
+        mailbox.LogOn();
+        Report(report, {'b', 0});
+        Report(report, {mailbox.Inbox().EmptyFolder(0, nullptr, 0) == S_OK ? 'e' : 'f', 0});
+        pause();
+        _exit(0);
+    }
+
     // Kills the child once it has acknowledged so many steps and a little later; gives all that it
     // acknowledged.
-    std::vector<Acknowledged> RunAndKill(std::size_t steps, unsigned moreMicroseconds)
+    std::vector<Acknowledged> RunAndKill(std::size_t steps, unsigned moreMicroseconds, bool empties = false)
     {
         int pipes[2];
         EXPECT_EQ(pipe(pipes), 0);
         const pid_t child = fork();
         if (child == 0) {
             close(pipes[0]);
+            if (empties)
+                EmptyUntilKilled(pipes[1]);
             WorkUntilKilled(pipes[1]);
         }
         close(pipes[1]);
@@ -178,6 +190,40 @@ TEST_F(CrashTest, AStoreWhoseProcessWasKilledHasEverythingThatWasAcknowledged)
         ExpectAttachmentsWhole();
         ExpectNoLooseRows();
     }
+}
+
+TEST_F(CrashTest, AStoreKilledWhileAFolderIsEmptiedHasTheOthersWholeAndOfThatOneWhatIsLeft)
+{
+    constexpr int kRounds = 12;
+    constexpr int kMessagesThere = 40;
+    std::mt19937 random(20261123);
+    BinaryValue keptId;
+    {
+        const ComPtr<IMAPIFolder> top = mailbox.OpenFolder(BinaryOf(mailbox.Inbox(), PR_PARENT_ENTRYID));
+        const ComPtr<IMAPIFolder> kept = mailbox.MakeFolder(*top, "kept");
+        mailbox.AddMessage(*kept, OLESTR("stays"));
+        keptId = BinaryOf(*kept, PR_ENTRYID);
+    }
+    int cutShort = 0;
+    for (int round = 0; round < kRounds; ++round) {
+        for (int i = 0; i < kMessagesThere; ++i)
+            ASSERT_FALSE(AddWithAttachment(mailbox, 2 * i).empty());
+        mailbox.LogOff();
+        const std::vector<Acknowledged> done = RunAndKill(1, random() % 20000, true);
+        mailbox.LogOn();
+
+        ASSERT_FALSE(done.empty());
+        ASSERT_NE(done.back().kind, 'f');
+        if (done.back().kind == 'e')
+            EXPECT_TRUE(SubjectsOf(*ContentsOf(mailbox.Inbox())).empty());
+        else
+            ++cutShort;
+        ExpectAttachmentsWhole();
+        ExpectNoLooseRows();
+        EXPECT_EQ(SubjectsOf(*ContentsOf(*mailbox.OpenFolder(keptId))).size(), 1u);
+        ASSERT_EQ(mailbox.Inbox().EmptyFolder(0, nullptr, 0), S_OK);
+    }
+    EXPECT_GT(cutShort, 0);
 }
 
 }  // namespace

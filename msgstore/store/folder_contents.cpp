@@ -6,13 +6,23 @@ namespace {
 // A damaged file may have folders within themselves.
 constexpr int kDeepestFolder = 1000;
 
-HRESULT DeleteMessagesOf(SqliteConnection& connection, std::int64_t folderId, bool associated)
+HRESULT DeleteMessagesOf(SqliteConnection& connection, std::int64_t folderId, bool associated,
+                         const StepTime& time)
 {
-    std::vector<std::int64_t> ids;
-    QV_RETURN_IF_FAILED(ListMessages(connection, folderId, associated, ids));
-    for (const std::int64_t id : ids)
+    for (;;) {
+        std::int64_t id = 0;
+        {
+            SqliteRows rows = connection.Query(
+                "SELECT id FROM message WHERE folder_id=? AND associated=? ORDER BY id LIMIT 1", folderId,
+                associated);
+            if (!rows.Next())
+                return rows.Result();
+            id = rows.Int64(0);
+        }
+        if (time.IsOver())
+            return S_FALSE;
         QV_RETURN_IF_FAILED(DeleteMessage(connection, id));
-    return S_OK;
+    }
 }
 
 HRESULT IsFirstFolder(SqliteConnection& connection, std::int64_t id, bool& isFirst)
@@ -35,7 +45,8 @@ HRESULT CheckMayGo(SqliteConnection& connection, std::int64_t id, ULONG flags)
     return counts.subfolders != 0 && (flags & DEL_FOLDERS) == 0 ? MAPI_E_HAS_FOLDERS : S_OK;
 }
 
-HRESULT EmptyAt(SqliteConnection& connection, std::int64_t folderId, bool withAssociated, int depth)
+HRESULT EmptyAt(SqliteConnection& connection, std::int64_t folderId, bool withAssociated, int depth,
+                const StepTime& time)
 {
     if (depth > kDeepestFolder)
         return MAPI_E_CORRUPT_STORE;
@@ -43,11 +54,15 @@ HRESULT EmptyAt(SqliteConnection& connection, std::int64_t folderId, bool withAs
     QV_RETURN_IF_FAILED(ListSubfolders(connection, folderId, below));
     for (const std::int64_t id : below) {
         QV_RETURN_IF_FAILED(CheckMayGo(connection, id, DEL_MESSAGES | DEL_FOLDERS));
-        QV_RETURN_IF_FAILED(EmptyAt(connection, id, true, depth + 1));
+        const HRESULT emptied = EmptyAt(connection, id, true, depth + 1, time);
+        if (emptied != S_OK)
+            return emptied;
         QV_RETURN_IF_FAILED(DeleteFolderRow(connection, id));
     }
-    QV_RETURN_IF_FAILED(DeleteMessagesOf(connection, folderId, false));
-    return withAssociated ? DeleteMessagesOf(connection, folderId, true) : S_OK;
+    const HRESULT emptied = DeleteMessagesOf(connection, folderId, false, time);
+    if (emptied != S_OK || !withAssociated)
+        return emptied;
+    return DeleteMessagesOf(connection, folderId, true, time);
 }
 
 }  // namespace
@@ -83,19 +98,23 @@ HRESULT ListMessages(SqliteConnection& connection, std::int64_t folderId, bool a
     return rows.Result();
 }
 
-HRESULT EmptyFolderRows(SqliteConnection& connection, std::int64_t folderId, bool withAssociated)
+HRESULT EmptyFolderRows(SqliteConnection& connection, std::int64_t folderId, bool withAssociated,
+                        const StepTime& time)
 {
-    return EmptyAt(connection, folderId, withAssociated, 0);
+    return EmptyAt(connection, folderId, withAssociated, 0, time);
 }
 
-HRESULT DeleteFolderBelow(SqliteConnection& connection, std::int64_t parentId, const EntryId& id, ULONG flags)
+HRESULT DeleteFolderBelow(SqliteConnection& connection, std::int64_t parentId, const EntryId& id, ULONG flags,
+                          const StepTime& time)
 {
     FolderRow row;
     QV_RETURN_IF_FAILED(FindFolder(connection, id, row));
     if (row.parentId != parentId)
         return MAPI_E_NOT_FOUND;
     QV_RETURN_IF_FAILED(CheckMayGo(connection, row.id, flags));
-    QV_RETURN_IF_FAILED(EmptyFolderRows(connection, row.id, true));
+    const HRESULT emptied = EmptyFolderRows(connection, row.id, true, time);
+    if (emptied != S_OK)
+        return emptied;
     return DeleteFolderRow(connection, row.id);
 }
 

@@ -4,6 +4,7 @@
 
 #include "msgstore/store/folder_rows.h"
 #include "msgstore/store/message_rows.h"
+#include "msgstore/store/store_core.h"
 
 namespace quorvane {
 
@@ -19,9 +20,11 @@ namespace quorvane {
 [[nodiscard]] HRESULT ListMessages(SqliteConnection& connection, std::int64_t folderId, bool associated,
                                    std::vector<std::int64_t>& ids);
 
+// Those below do a step of a long work (StoreCore::WriteInSteps). S_FALSE: there is more to do.
+
 // Deletes all messages, also the associated ones if wanted, and all folders below, with what is in them.
 [[nodiscard]] HRESULT EmptyFolderRows(SqliteConnection& connection, std::int64_t folderId,
-                                      bool withAssociated);
+                                      bool withAssociated, const StepTime& time);
 
 // Deletes a folder below another.
 //
@@ -30,7 +33,7 @@ namespace quorvane {
 // MAPI_E_NOT_FOUND: there is none such right below; MAPI_E_NO_ACCESS: it's one that every store has;
 // MAPI_E_HAS_MESSAGES, MAPI_E_HAS_FOLDERS.
 [[nodiscard]] HRESULT DeleteFolderBelow(SqliteConnection& connection, std::int64_t parentId,
-                                        const EntryId& id, ULONG flags);
+                                        const EntryId& id, ULONG flags, const StepTime& time);
 
 }  // namespace quorvane
 

@@ -12,6 +12,16 @@ namespace quorvane {
 namespace {
 
 constexpr int kBusyMilliseconds = 10000;
+// A lock is tried for so often that a writer's short rests between two steps of a long work are found.
+constexpr int kRetryMilliseconds = 2;
+
+int WaitForLock(void*, int tries)
+{
+    if (tries >= kBusyMilliseconds / kRetryMilliseconds)
+        return 0;
+    sqlite3_sleep(kRetryMilliseconds);
+    return 1;
+}
 
 // A store is its user's alone, whatever the umask; SQLite gives its own files beside it the same mode. One
 // that is there already stays as it is, and what fails here SQLite will tell.
@@ -167,6 +177,7 @@ HRESULT SqliteConnection::Open(const std::string& path, SqliteAccess access) noe
     const int code = OpenDatabase(path.c_str(), flags, kBusyMilliseconds, database_);
     if (code != SQLITE_OK)
         return ResultOfSqlite(code);
+    QV_RETURN_IF_FAILED(ResultOfSqlite(sqlite3_busy_handler(database_, WaitForLock, nullptr)));
     QV_RETURN_IF_FAILED(ResultOfSqlite(AddTableFunctions(database_)));
     if (access == SqliteAccess::Read)
         return RunScript("PRAGMA query_only=ON");

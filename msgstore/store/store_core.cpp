@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <map>
 #include <system_error>
+#include <thread>
 
 #include "msgstore/store/change_log.h"
 #include "msgstore/store/schema.h"
@@ -13,6 +14,22 @@ namespace quorvane {
 namespace {
 
 constexpr std::size_t kIdleReaders = 8;
+
+// Between two steps of a long work: others that wait try more often.
+constexpr std::chrono::milliseconds kGap{5};
+
+// Free space is kept for what comes up to a MB, or to an eighth of the file.
+constexpr std::int64_t kFreePagesKept = 256;
+constexpr std::int64_t kFreePartKept = 8;
+constexpr std::int64_t kIncrementalVacuum = 2;
+
+HRESULT ReadPragma(SqliteConnection& connection, std::string_view sql, std::int64_t& number)
+{
+    SqliteRows rows = connection.Query(sql);
+    if (rows.Next())
+        number = rows.Int64(0);
+    return rows.Result();
+}
 
 // The stores that are open in this process, by the true path of their files.
 struct OpenStores {
@@ -138,6 +155,32 @@ HRESULT StoreCore::Write(Durability durability, const Work& work) noexcept
     if (SUCCEEDED(result))
         TellListeners();
     return result;
+}
+
+HRESULT StoreCore::WriteInSteps(const Work& step) noexcept
+{
+    for (;;) {
+        const HRESULT done = Write(Durability::AtReturn, step);
+        if (done != S_FALSE)
+            return done;
+        std::this_thread::sleep_for(kGap);
+    }
+}
+
+HRESULT StoreCore::GiveSpaceBack() noexcept
+{
+    return WriteInSteps([&](SqliteConnection& connection) -> HRESULT {
+        std::int64_t free = 0;
+        std::int64_t all = 0;
+        std::int64_t kind = 0;
+        QV_RETURN_IF_FAILED(ReadPragma(connection, "PRAGMA freelist_count", free));
+        QV_RETURN_IF_FAILED(ReadPragma(connection, "PRAGMA page_count", all));
+        QV_RETURN_IF_FAILED(ReadPragma(connection, "PRAGMA auto_vacuum", kind));
+        if (kind != kIncrementalVacuum || free <= std::max(kFreePagesKept, all / kFreePartKept))
+            return S_OK;
+        QV_RETURN_IF_FAILED(connection.RunScript("PRAGMA incremental_vacuum(256)"));
+        return S_FALSE;
+    });
 }
 
 HRESULT StoreCore::WriteLocked(Durability durability, const Work& work)

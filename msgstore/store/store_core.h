@@ -5,6 +5,7 @@
 #ifndef QUORVANE_MSGSTORE_STORE_STORE_CORE_H_
 #define QUORVANE_MSGSTORE_STORE_STORE_CORE_H_
 
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <string>
@@ -22,6 +23,18 @@ namespace quorvane {
 enum class Durability {
     AtReturn,  // the write and all deferred ones before it
     Deferred,  // with the next write that is not; until then a power failure may take it back as a whole
+};
+
+// How long a step of a long work goes on.
+inline constexpr std::chrono::milliseconds kLongestStep{40};
+
+// The time of one step, from its making on.
+class StepTime {
+public:
+    bool IsOver() const noexcept { return std::chrono::steady_clock::now() >= end_; }
+
+private:
+    const std::chrono::steady_clock::time_point end_ = std::chrono::steady_clock::now() + kLongestStep;
 };
 
 class StoreCore;
@@ -62,6 +75,16 @@ public:
     // Runs `work` in a transaction that writes, commits if it succeeds, and undoes all of it if anything
     // fails. It must not call Write in turn; a Read within it sees what stood before.
     [[nodiscard]] HRESULT Write(Durability durability, const Work& work) noexcept;
+
+    // Runs a long work in transactions of their own, each as short as `step` makes it (kLongestStep), and
+    // lets others write in between, also those of other processes. What is done when a step fails, or the
+    // process is killed, stays done.
+    //
+    // step  gives S_FALSE while there is more to do.
+    [[nodiscard]] HRESULT WriteInSteps(const Work& step) noexcept;
+    // Gives space that became free back to the file system once it is more than a small part of the file, a
+    // MB a step. Does nothing in a file that was made before that could be done.
+    [[nodiscard]] HRESULT GiveSpaceBack() noexcept;
 
     // The names of the store's properties from 0x8000 on. Lives as long as the core.
     PropertyNames& Names() noexcept;

@@ -241,9 +241,12 @@ HRESULT CStoreFolder::DeleteFolder(ULONG idSize, LPENTRYID id, ULONG, LPMAPIPROG
     QV_RETURN_IF_FAILED(ParseEntryId(id, idSize, parsed));
     if (parsed.kind != MAPI_FOLDER || parsed.store != Core()->Guid())
         return MAPI_E_UNKNOWN_ENTRYID;
-    return Core()->Write(Durability::AtReturn, [&](SqliteConnection& connection) {
-        return DeleteFolderBelow(connection, m_folderId, parsed, flags);
-    });
+    QV_RETURN_IF_FAILED(Core()->WriteInSteps([&](SqliteConnection& connection) {
+        return DeleteFolderBelow(connection, m_folderId, parsed, flags, StepTime());
+    }));
+    // What was to be deleted is: space that can't be given back now serves what comes.
+    (void)Core()->GiveSpaceBack();
+    return S_OK;
 }
 
 HRESULT CStoreFolder::SetReadFlags(LPENTRYLIST messages, ULONG, LPMAPIPROGRESS, ULONG flags)
@@ -306,9 +309,11 @@ HRESULT CStoreFolder::SaveContentsSort(LPSSortOrderSet, ULONG)
 
 HRESULT CStoreFolder::EmptyFolder(ULONG, LPMAPIPROGRESS, ULONG flags)
 {
-    return Core()->Write(Durability::AtReturn, [&](SqliteConnection& connection) {
-        return EmptyFolderRows(connection, m_folderId, (flags & DEL_ASSOCIATED) != 0);
-    });
+    QV_RETURN_IF_FAILED(Core()->WriteInSteps([&](SqliteConnection& connection) {
+        return EmptyFolderRows(connection, m_folderId, (flags & DEL_ASSOCIATED) != 0, StepTime());
+    }));
+    (void)Core()->GiveSpaceBack();  // as in DeleteFolder
+    return S_OK;
 }
 
 }  // namespace quorvane
