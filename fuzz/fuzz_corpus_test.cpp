@@ -184,8 +184,8 @@ TEST_P(FuzzCorpusTest, RealFilesBreakNothing)
 INSTANTIATE_TEST_SUITE_P(Targets, FuzzCorpusTest,
                          ::testing::Values(Case{&kCompoundFile, 4000, {}}, Case{&kItem, 500, {"ole-bad"}},
                                            Case{&kFolder, 500, {}}, Case{&kHashFile, 1000, {}},
-                                           Case{&kMsg, 300, {"msg", "ole-bad"}}, Case{&kRegistry, 4000, {}},
-                                           Case{&kPackage, 200, {"ole-bad"}}),
+                                           Case{&kExchange, 2000, {}}, Case{&kMsg, 300, {"msg", "ole-bad"}},
+                                           Case{&kRegistry, 4000, {}}, Case{&kPackage, 200, {"ole-bad"}}),
                          [](const auto& tested) { return std::string(tested.param.target->name); });
 
 // Every file with many scripts: what is done with it, and which of its writes are refused.

@@ -32,6 +32,7 @@ extern const Target kFolder;        // the same of a folder
 extern const Target kHashFile;      // a folder's hashes
 extern const Target kMsg;           // a message on structured storage, on its way into a store
 extern const Target kRegistry;      // the text that keeps settings off Windows
+extern const Target kExchange;      // what members tell each other, behind seal and signature
 extern const Target kPackage;       // a whole package, through the job that receives it
 
 // A promise of the code under test.
