@@ -513,8 +513,8 @@ private:
     {
         return disk.folders[folder].items.contains(ConflictCopyId(id, beaten));
     }
-    // The text of a beaten edit that is shown again stands in its copy, or in the trash. Who changed or
-    // deleted the copy had seen it: then the item goes.
+    // The text of a beaten edit that is shown again stands in its copy, or whoever changed or deleted that
+    // had seen it: then the item goes. Else the trash may have it.
     void LookForText(const std::string& folder, HeldItem& item)
     {
         const Revision& shown = *item.known.heads.Shown();
@@ -522,17 +522,16 @@ private:
             return;
         const auto& items = disk.folders[folder].items;
         const auto copy = items.find(ConflictCopyId(item.known.id, shown));
-        std::set<std::string> texts = disk.trash[folder];
-        if (copy != items.end())
-            texts.insert(copy->second.text);
-        for (const std::string& text : texts)
+        if (copy != items.end() && copy->second.known.isWhole) {
+            Change(folder, item.known.id, "");
+            return;
+        }
+        for (const std::string& text : disk.trash[folder])
             if (DigestOfText(text) == shown.content) {
                 item.text = text;
                 item.known.isWhole = true;
                 return;
             }
-        if (copy != items.end() && copy->second.known.isWhole)
-            Change(folder, item.known.id, "");
     }
     void LookForTexts(const std::string& folder)
     {

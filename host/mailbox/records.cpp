@@ -336,6 +336,13 @@ std::vector<std::string> Records::PendingItems(const std::string& folderId)
     return ReadNames(select.Bind(1, folderId));
 }
 
+std::vector<ItemRecord> Records::MissingItems()
+{
+    const std::lock_guard lock(mutex_);
+    Statement select(database_, QV_SELECT_ITEM " WHERE whole = 0 AND deleted = 0 AND heads <> ''");
+    return ReadItemRecords(select);
+}
+
 std::vector<ItemRecord> Records::ItemsInConflict()
 {
     const std::lock_guard lock(mutex_);

@@ -132,6 +132,8 @@ public:
     void PutItems(const std::vector<ItemRecord>& items);
     // Notes the modification time of the message that holds an item's present version, which so is here.
     void SetModified(const std::string& id, std::uint64_t modified);
+    // Those that show what isn't here.
+    std::vector<ItemRecord> MissingItems();
     // Those with edits that are beaten by others that hadn't seen them.
     std::vector<ItemRecord> ItemsInConflict();
     // Those that were changed or deleted here, are whole if they aren't deleted, and that no package for all

@@ -157,8 +157,11 @@ TEST_F(RecordsTest, WhatIsKnownOfAnItemIsKeptAndAConflictIsFound)
     EXPECT_FALSE(item->isWhole);
     EXPECT_TRUE(item->isPending);
     ASSERT_EQ(records_.ItemsInConflict().size(), 1U);
+    ASSERT_EQ(records_.MissingItems().size(), 1U);
+    EXPECT_EQ(records_.MissingItems()[0].id, "{1}");
     records_.SetModified("{1}", 10);
     EXPECT_TRUE(records_.FindItem("{1}")->isWhole) << "it was applied to the end";
+    EXPECT_TRUE(records_.MissingItems().empty());
 }
 
 TEST_F(RecordsTest, AChangeIsSentWhenAPackageForAllHoldsItAsItIs)

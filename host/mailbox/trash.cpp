@@ -113,6 +113,19 @@ std::optional<TrashEntry> Trash::Find(std::int64_t number)
     return found.empty() ? std::nullopt : std::optional(found.front());
 }
 
+std::optional<TrashEntry> Trash::FindContent(const std::string& item, const std::string& revision)
+{
+    std::int64_t number = 0;
+    {
+        const std::lock_guard lock(mutex_);
+        Statement select(database_, "SELECT number FROM trash WHERE item = ? AND revision = ?");
+        if (!select.Bind(1, item).Bind(2, revision).Step())
+            return std::nullopt;
+        number = select.Number(0);
+    }
+    return Find(number);
+}
+
 std::vector<TrashEntry> Trash::CopiesDue()
 {
     return Read("number > ? AND copy <> '' ORDER BY number", 0);

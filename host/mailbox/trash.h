@@ -48,6 +48,8 @@ public:
     // The latest first.
     std::vector<TrashEntry> Entries();
     std::optional<TrashEntry> Find(std::int64_t number);
+    // A content of an item, if it was kept.
+    std::optional<TrashEntry> FindContent(const std::string& item, const std::string& revision);
     // Those that are yet to become items.
     std::vector<TrashEntry> CopiesDue();
     void NoteCopied(std::int64_t number);

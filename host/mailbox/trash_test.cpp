@@ -79,6 +79,18 @@ TEST_F(TrashTest, OneContentOfAnItemIsKeptOnceAndTwoAreKeptBoth)
     EXPECT_EQ(trash.Entries()[0].item, "{2}") << "the latest first";
 }
 
+TEST_F(TrashTest, AContentOfAnItemIsFoundByWhichOneItIs)
+{
+    Keep("{1}", "00");
+    Keep("{1}", "01");
+    Keep("{2}", "01");
+
+    ASSERT_TRUE(trash.FindContent("{1}", "01"));
+    EXPECT_EQ(trash.FindContent("{1}", "01")->number, 2);
+    EXPECT_FALSE(trash.FindContent("{1}", "02"));
+    EXPECT_FALSE(trash.FindContent("{3}", "01"));
+}
+
 TEST_F(TrashTest, WhatIsOldGoesWithItsFileAndWhatIsToBecomeAnItemStays)
 {
     Keep("{1}", "00");

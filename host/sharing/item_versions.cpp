@@ -19,13 +19,6 @@ void SayOfItem(const std::string& line)
     std::fprintf(stderr, "quorvane: %s\n", Printable(line).c_str());
 }
 
-std::string RevisionText(const exchange::Revision& revision)
-{
-    exchange::ItemHeads alone;
-    alone.Take(revision);
-    return FormatHeads(alone);
-}
-
 // Whether two revisions have the same content, as far as that is known: of a former version's it isn't.
 bool IsSameText(const exchange::Revision& one, const exchange::Revision& another)
 {
@@ -34,6 +27,13 @@ bool IsSameText(const exchange::Revision& one, const exchange::Revision& another
 }
 
 }  // namespace
+
+std::string RevisionText(const exchange::Revision& revision)
+{
+    exchange::ItemHeads alone;
+    alone.Take(revision);
+    return FormatHeads(alone);
+}
 
 ItemRecord ItemVersions::Known(const std::string& id, const std::string& folderId)
 {
@@ -130,6 +130,12 @@ void ItemVersions::Keep(const ItemRecord& before, const ItemRecord& after, IMess
         SayOfItem("conflict: '" + entry.subject + "' in '" + entry.folder + "' was changed here and by '" +
                   entry.member + "' at once; what '" + entry.member +
                   "' made of it is shown, and what was made of it here is kept beside it");
+}
+
+void ItemVersions::KeepUnseen(const ItemRecord& record, const SharingRow& row, IMessage& message)
+{
+    if (!state_.IsCurrent(row, record.folderId, TimeOf(message, PR_LAST_MODIFICATION_TIME)))
+        Keep(record, record, message, Unseen(record.id, message));
 }
 
 std::string ItemVersions::FolderName(const std::string& folderId)

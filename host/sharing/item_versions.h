@@ -22,6 +22,9 @@
 
 namespace quorvane::host {
 
+// A revision as the trash and its entries name it: as bytes, in hexadecimal.
+std::string RevisionText(const exchange::Revision& revision);
+
 // What another device sent of an item.
 struct Arrival {
     std::string id;
@@ -59,6 +62,10 @@ public:
     };
     // What is replaced or deleted by it is in the trash when this returns.
     Verdict Judge(const Arrival& arrival);
+
+    // Before the message of an item goes that isn't whole here: what was made of it meanwhile, if anything,
+    // is kept, and becomes an item of its own.
+    void KeepUnseen(const ItemRecord& record, const SharingRow& row, IMessage& message);
 
     Trash& Removed() noexcept { return trash_; }
 

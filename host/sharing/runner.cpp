@@ -62,6 +62,7 @@ Runner::Runner(const RunOptions& options, const Mailbox& mailbox, const StopSign
       comparisons_(
           parts_, sender_, flags_, [this](const std::string& line) { Say(line); }, options.compareAfter),
       copies_(parts_, addin_, engine_, sender_, [this](const std::string& line) { Say(line); }),
+      missing_(parts_, addin_, engine_, sender_, [this](const std::string& line) { Say(line); }),
       resender_(parts_, engine_, sender_, reconciler_, outbox_,
                 [this](const std::string& line) { Say(line); }),
       inbox_(
@@ -269,6 +270,7 @@ void Runner::Step()
     outbox_.Plan();
     resender_.Step();
     MakeCopies();
+    MendMissing();
     flags_.Step(!inbox_.IsBusy());
     comparisons_.Step(statistics_.Quiet() >= kQuietBeforeComparison && !resender_.HasWork() &&
                       !outbox_.HasWork() && !copies_.HasWork() && !inbox_.IsBusy());
@@ -282,6 +284,14 @@ void Runner::MakeCopies()
 {
     if (copies_.HasWork() && !inbox_.IsBusy())
         copies_.Make();
+}
+
+// What comes by itself comes first.
+void Runner::MendMissing()
+{
+    if (missing_.HasWork() && statistics_.Quiet() >= kQuietBeforeComparison && !copies_.HasWork() &&
+        !inbox_.IsBusy())
+        missing_.Look();
 }
 
 // What was taken is told after it, and nothing is sent before the mailbox knows where it stands.
@@ -369,7 +379,7 @@ bool Runner::IsIdle()
 {
     const auto quiet = std::chrono::milliseconds(static_cast<long>(options_.idleSeconds * 1000));
     if (exchangeLost_ || statistics_.Quiet() < quiet || resender_.HasWork() || outbox_.HasWork() ||
-        comparisons_.HasWork() || flags_.HasWork() || MayTake())
+        comparisons_.HasWork() || missing_.HasWork() || flags_.HasWork() || MayTake())
         return false;
     return CheckShares() && !transport_.folders.HasDueNotes();
 }

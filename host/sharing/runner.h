@@ -16,6 +16,7 @@
 #include "host/sharing/flag_sharing.h"
 #include "host/sharing/inbox.h"
 #include "host/sharing/matcher.h"
+#include "host/sharing/missing_contents.h"
 #include "host/sharing/outbox.h"
 #include "host/sharing/receipts.h"
 #include "host/sharing/reconcile.h"
@@ -68,6 +69,7 @@ private:
     void AnswerInvitations();
     void Step();
     void MakeCopies();
+    void MendMissing();
     void UseExchange();
     void MissExchange(const std::string& reason);
     bool MayTake();
@@ -104,6 +106,7 @@ private:
     FlagSharing flags_;
     Comparisons comparisons_;
     ConflictCopies copies_;
+    MissingContents missing_;
     Resender resender_;
     Inbox inbox_;
     Transport transport_;

@@ -18,7 +18,8 @@ std::string NewSharingId()
     return ToUtf8(text);
 }
 
-// A stream without bytes: the form of an item that stands for a deletion.
+}  // namespace
+
 Variant EmptyStream()
 {
     Variant stream;
@@ -28,8 +29,6 @@ Variant EmptyStream()
     stream.Raw().vt = VT_ARRAY | VT_UI1;
     return stream;
 }
-
-}  // namespace
 
 ComPtr<IFolder> Sender::EngineFolder(const Share& share) const
 {

@@ -9,6 +9,9 @@
 
 namespace quorvane::host {
 
+// A stream without bytes: the form of an item that has no message.
+Variant EmptyStream();
+
 // For the run's thread alone. Methods throw a HostError.
 class Sender {
 public:
