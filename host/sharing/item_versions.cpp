@@ -132,9 +132,19 @@ void ItemVersions::Keep(const ItemRecord& before, const ItemRecord& after, IMess
                   "' made of it is shown, and what was made of it here is kept beside it");
 }
 
-void ItemVersions::KeepUnseen(const ItemRecord& record, const SharingRow& row, IMessage& message)
+// Whether the message of an item that isn't whole was changed by somebody: it is neither what it was when the
+// item became that, nor what the item shows, which a kill came behind. A row's time tells whole seconds, in
+// which somebody may well have changed it.
+bool ItemVersions::IsUnseen(const ItemRecord& record, IMessage& message) const
 {
-    if (!state_.IsCurrent(row, record.folderId, TimeOf(message, PR_LAST_MODIFICATION_TIME)))
+    const exchange::Revision* const shown = record.heads.Shown();
+    return shown && !shown->isDeletion && record.modified != TimeOf(message, PR_LAST_MODIFICATION_TIME) &&
+           DigestOf(ReadContent(message, record.id)) != shown->content;
+}
+
+void ItemVersions::KeepUnseen(const ItemRecord& record, IMessage& message)
+{
+    if (IsUnseen(record, message))
         Keep(record, record, message, Unseen(record.id, message));
 }
 
@@ -149,11 +159,12 @@ ItemRecord ItemVersions::KnownWith(const Arrival& arrival, const SharingRow& row
                                    bool& isUnseen)
 {
     const ItemRecord record = Known(arrival.id, arrival.folderId);
+    if (!record.isWhole) {
+        isUnseen = IsUnseen(record, message);
+        return record;
+    }
     if (state_.IsCurrent(row, arrival.folderId, TimeOf(message, PR_LAST_MODIFICATION_TIME)))
         return record;
-    isUnseen = !record.isWhole;
-    if (isUnseen)
-        return record;  // whoever changed it didn't see what the item shows
     ItemRecord changed = Present(arrival.id, arrival.folderId, message);
     changed.modified = record.modified;
     return changed;
@@ -207,8 +218,13 @@ void ItemVersions::Join(const Arrival& arrival, const ItemText& sent, const Held
         const bool goes = isUnseen && verdict.isApplied;
         Keep(before, record, *message, goes ? std::optional(Unseen(record.id, *message)) : std::nullopt);
     }
-    if (!verdict.isApplied)
+    // What is here isn't what the item shows, and was kept: whatever is another than this is changed later.
+    const std::uint64_t dealtWith = message ? TimeOf(*message, PR_LAST_MODIFICATION_TIME) : 0;
+    if (!verdict.isApplied) {
+        if (message && !record.isWhole && !isUnseen)
+            record.modified = dealtWith;
         return;
+    }
     if (before.deleted && !record.deleted)
         SayOfItem("'" + record.version.member + "' changed an item of '" + FolderName(record.folderId) +
                   "' that was deleted meanwhile: it is back");
@@ -221,7 +237,7 @@ void ItemVersions::Join(const Arrival& arrival, const ItemText& sent, const Held
         return;
     }
     record.isWhole = false;  // until it is applied to the end
-    record.modified = 0;
+    record.modified = dealtWith;
 }
 
 }  // namespace quorvane::host

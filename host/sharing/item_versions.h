@@ -65,7 +65,7 @@ public:
 
     // Before the message of an item goes that isn't whole here: what was made of it meanwhile, if anything,
     // is kept, and becomes an item of its own.
-    void KeepUnseen(const ItemRecord& record, const SharingRow& row, IMessage& message);
+    void KeepUnseen(const ItemRecord& record, IMessage& message);
 
     Trash& Removed() noexcept { return trash_; }
 
@@ -73,6 +73,7 @@ private:
     void Change(ItemRecord& record, std::uint64_t when,
                 const std::optional<exchange::ContentDigest>& content);
     void ShowHeads(ItemRecord& record, const std::string& member) const;
+    bool IsUnseen(const ItemRecord& record, IMessage& message) const;
     exchange::Revision Unseen(const std::string& id, IMessage& message) const;
     void Keep(const ItemRecord& before, const ItemRecord& after, IMessage& message,
               const std::optional<exchange::Revision>& unseen);

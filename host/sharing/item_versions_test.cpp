@@ -169,6 +169,33 @@ TEST_F(UnseenEditTest, IsntSentAndIsKeptWhenTheContentComes)
     ExpectKeptAsAnItem();
 }
 
+// A kill came between the row of what was applied and the record of it, and the edit in the same second.
+TEST_F(UnseenEditTest, IsKeptWhereTheRowsTimeDoesntTellIt)
+{
+    here.state.SetRowTime("{I}", here.ModifiedOf(entryId));
+    EXPECT_TRUE(Arrive(edit()).isApplied);
+    ExpectKeptAsAnItem();
+}
+
+TEST_F(ItemVersionsTest, WhatAKillCameBehindIsNobodysEdit)
+{
+    exchange::ItemHeads applied = known;
+    ASSERT_TRUE(Arrive(alice.Edit(known, 5, 'n')).isApplied);
+    // Before it is applied, and when it is.
+    ASSERT_TRUE(Arrive(alice.Edit(known, 5, 'n')).isApplied);
+    EXPECT_TRUE(InTrash().empty());
+    here.ChangeMessage(entryId, "newer");
+    applied.Change(alice.changer, alice.id, 5, DigestOf(ReadContent(*Open(), "{I}")),
+                   [](const exchange::Revision&) { return false; });
+    ItemRecord record = Record();
+    record.heads = applied;
+    here.records.PutItem(record);
+
+    EXPECT_TRUE(Arrive(applied).isApplied);
+
+    EXPECT_TRUE(InTrash().empty());
+}
+
 TEST_F(UnseenEditTest, IsKeptWhenADeletionComesAndIsThereOnce)
 {
     const auto deletion = alice.Delete(edit(), 6);

@@ -76,7 +76,7 @@ void MissingContents::Drop(const Share& share, const ItemRecord& record)
 {
     const auto row = parts_.state.RowOfId(record.id);
     if (const ComPtr<IMessage> message = row ? OpenMessage(parts_.mail, row->entryId, false) : nullptr) {
-        versions_.KeepUnseen(record, *row, *message);
+        versions_.KeepUnseen(record, *message);
         if (const ComPtr<IMAPIFolder> folder = OpenFolder(parts_.mail, share.entryId))
             DeleteFrom(*folder, row->entryId, share.name);
     }
