@@ -191,7 +191,8 @@ private:
     HRESULT OpenCarriedMessage(IStorage& data) noexcept;
 
     // Steps of Save and of the streams.
-    HRESULT SaveMessage(IStorage& storage) noexcept;
+    HRESULT SaveWith(IStorage& storage, BOOL sameAsLoad, HRESULT& copied) noexcept;
+    HRESULT SaveMessage(IStorage& storage, HRESULT& copied) noexcept;
     HRESULT CopyMessageTo(LPMSGSESS session, IStorage& data) noexcept;
     HRESULT OpenStreamedMessage(std::span<const BYTE> image) noexcept;
 

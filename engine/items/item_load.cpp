@@ -37,15 +37,11 @@ HRESULT CItem::FindSharedFolder() noexcept
     return folder->Validate();
 }
 
-// The message is opened inside the storage file. The copy in memory, made before, is held for the item's
-// life.
+// The message is opened inside the storage file, after all of it was read once: what can't be read refuses
+// the item, and isn't found missing when half of the message is applied.
 HRESULT CItem::OpenCarriedMessage(IStorage& data) noexcept
 {
-    MemoryStorage copy;
-    HR_TRY_QUIET(copy.Create());
-    m_pMessageLockBytes = std::move(copy.bytes);
-    m_pMessageStorage = std::move(copy.storage);
-    HR_TRY_QUIET(data.CopyTo(0, nullptr, nullptr, m_pMessageStorage.Get()));
+    HR_TRY_QUIET(ReadThrough(data));
     HR_TRY_QUIET(m_MessageSession.Open());
     return OpenMessageOnStorage(m_MessageSession.Get(), data, m_pMessage);
 }

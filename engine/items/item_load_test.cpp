@@ -1,5 +1,8 @@
+#include <cstring>
+
 #include "engine/items/contents_stream.h"
 #include "engine/items/testing/mail_test.h"
+#include "platform/cfb/stg.h"
 
 namespace quorvane {
 namespace {
@@ -113,6 +116,42 @@ TEST_F(ItemLoadTest, DamagedContentsFail)
     contents.Reset();
 
     EXPECT_EQ(Load(), E_FAIL);
+}
+
+// A number of the compound file's header, tables or entries.
+std::uint32_t NumberAt(const std::string& file, std::size_t at)
+{
+    std::uint32_t number = 0;
+    std::memcpy(&number, file.data() + at, sizeof number);
+    return number;
+}
+
+// Its properties are there, and the sectors of its body end too early.
+TEST_F(ItemLoadTest, AMessageOfWhichNotAllCanBeReadIsRefused)
+{
+    Pack(MakeItem(OLESTR("{A}"), *MakeDetachedMessage({"Carried", std::string(20'000, 'x'), {}, {}})));
+    package.storage.Reset();
+    STATSTG stat{};
+    ASSERT_EQ(package.bytes->Stat(&stat, STATFLAG_NONAME), S_OK);
+    std::string file(stat.cbSize.QuadPart, '\0');
+    ASSERT_EQ(package.bytes->ReadAt({}, file.data(), static_cast<ULONG>(file.size()), nullptr), S_OK);
+    constexpr std::size_t kSector = 512, kFirstTable = 76, kStartInEntry = 116;
+    const OleString name = OLESTR("__substg1.0_1000001");  // the body, whatever its letters are
+    const std::size_t entry =
+        file.find(std::string(reinterpret_cast<const char*>(name.data()), name.size() * sizeof(OLECHAR)));
+    ASSERT_NE(entry, std::string::npos);
+    const std::size_t table = (NumberAt(file, kFirstTable) + 1) * kSector;
+    ULARGE_INTEGER link;
+    link.QuadPart = table + NumberAt(file, entry + kStartInEntry) * sizeof(std::uint32_t);
+    ASSERT_LT(link.QuadPart, table + kSector);
+    const std::uint32_t endOfChain = 0xFFFFFFFE;
+    ASSERT_EQ(package.bytes->WriteAt(link, &endOfChain, sizeof endOfChain, nullptr), S_OK);
+    ASSERT_EQ(StgOpenStorageOnILockBytes(package.bytes.Get(), nullptr, kOpenMode, nullptr, 0,
+                                         package.storage.Put()),
+              S_OK);
+
+    EXPECT_TRUE(FAILED(Load()));
+    EXPECT_EQ(loaded->Message(), nullptr);
 }
 
 // What a copy left that was cut short opens as a message, and must not pass for one.

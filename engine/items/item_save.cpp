@@ -13,26 +13,34 @@ HRESULT CItem::Save(IStorage* storage, BOOL sameAsLoad)
         return E_POINTER;
     const SessionUse use(m_pSession);
     HR_TRY_QUIET(use.Result());
+    HRESULT copied = S_OK;
+    HR_TRY_QUIET(SaveWith(*storage, sameAsLoad, copied));
+    HR_IGNORE(copied, "the result of a save is that of its stream");
+    return S_OK;
+}
+
+HRESULT CItem::SaveWith(IStorage& storage, BOOL sameAsLoad, HRESULT& copied) noexcept
+{
     if (m_pMessage)
-        HR_TRY_QUIET(SaveMessage(*storage));
+        HR_TRY_QUIET(SaveMessage(storage, copied));
     else
-        HR_IGNORE(storage->DestroyElement(kMessageDataName), "there is one in a reused storage only");
+        HR_IGNORE(storage.DestroyElement(kMessageDataName), "there is one in a reused storage only");
 
     ComPtr<IStream> stream;
-    HR_TRY_QUIET(CreateContents(*storage, stream));
+    HR_TRY_QUIET(CreateContents(storage, stream));
     return Save(stream.Get(), sameAsLoad);
 }
 
-// A failure to make the place is returned; a failure to copy the message is traced, and what was copied
-// stays.
-HRESULT CItem::SaveMessage(IStorage& storage) noexcept
+// A failure to make the place is returned; a failure to copy the message is traced and told apart, and what
+// was copied stays.
+HRESULT CItem::SaveMessage(IStorage& storage, HRESULT& copied) noexcept
 {
     const Traced traced{"CItem::Save"};
     ComPtr<IStorage> data;
     HR_TRY(traced, storage.CreateStorage(kMessageDataName, kCreateMode, 0, 0, data.Put()));
     MessageSession session;
     HR_TRY(traced, session.Open());
-    HR_IGNORE(traced(CopyMessageTo(session.Get(), *data)), "the result of a save is that of its stream");
+    copied = traced(CopyMessageTo(session.Get(), *data));
     return S_OK;
 }
 

@@ -5,6 +5,8 @@
 #include "engine/items/package.h"
 #include "engine/items/testing/mail_test.h"
 #include "engine/session/trace/testing/traced_lines.h"
+#include "platform/cfb/stg.h"
+#include "platform/cfb/testing/series.h"
 
 namespace quorvane {
 namespace {
@@ -70,6 +72,9 @@ public:
         HR_TRY_QUIET(calls_.Make("DestroyItem " + Narrow(ViewOf(id))));
         return memory_.storage->DestroyElement(OLESTR("element"));
     }
+
+    // The element is written into that one from now on.
+    void Use(const ComPtr<IStorage>& storage) { memory_.storage = storage; }
 
     bool answersNoStorage = false;
 
@@ -170,6 +175,43 @@ TEST_F(ItemSendTest, TheElementHoldsContentsAndMessage)
     EXPECT_EQ(mail.subject, "Sent");
     EXPECT_EQ(mail.recipients, (std::vector<std::string>{"ann", "bob"}));
     EXPECT_EQ(mail.attachments, std::vector<std::string>{"a.txt"});
+}
+
+// One write fails, and those behind it don't, as on a disk that is full for a moment. A message of this size
+// is written before its element is finished.
+TEST_F(ItemSendTest, WhatThePackageHadNoRoomForIsntMissingFromAnElementThatWasSent)
+{
+    const TestMail large{"Large", std::string(1'200'000, 'x'), {"ann"}, {"a.txt"}};
+    item = MakeItem(OLESTR("{A}"), *MakeDetachedMessage(large));
+    DatabaseSession database;
+    ASSERT_EQ(session.Database().OpenSession(database), S_OK);
+    bool refused = true;
+    std::size_t writes = 0;
+    for (; refused && !HasFailure(); ++writes) {
+        const auto bytes = MakeComObject<cfb::test::FaultyBytes>();
+        ComPtr<IStorage> storage;
+        ASSERT_EQ(StgCreateDocfileOnILockBytes(bytes.Get(), kCreateMode, 0, storage.Put()), S_OK);
+        files->file->Use(storage);
+        bytes->RefuseWrite(writes, false);
+        const HRESULT sent = Send();
+        refused = bytes->HasRefused();
+        EXPECT_TRUE(refused || sent == S_OK);
+        if (FAILED(sent))
+            continue;
+        const ComPtr<IStorage> element = files->file->Element();
+        ASSERT_TRUE(element) << "write " << writes;
+        const ComPtr<CItem> loaded = MakeComObject<CItem>(&session);
+        ASSERT_EQ(loaded->Load(element.Get(), database), S_OK) << "write " << writes;
+        ASSERT_NE(loaded->Message(), nullptr) << "write " << writes;
+        const TestMail mail = TestMailbox::Read(*loaded->Message());
+        ComPtr<IStream> body;
+        STATSTG stat{};
+        ASSERT_EQ(loaded->Message()->OpenProperty(PR_BODY_A, &IID_IStream, 0, 0, body.PutUnknown()), S_OK);
+        EXPECT_EQ(body->Stat(&stat, STATFLAG_NONAME), S_OK);
+        EXPECT_EQ(stat.cbSize.QuadPart, large.body.size()) << "write " << writes;
+        EXPECT_EQ(mail.attachments, large.attachments) << "write " << writes;
+    }
+    EXPECT_GT(writes, 5U);
 }
 
 TEST_F(ItemSendTest, AnItemWithoutAMessageSendsItsContentsAlone)

@@ -44,6 +44,14 @@ private:
 [[nodiscard]] HRESULT OpenMessageOnStorage(LPMSGSESS session, IStorage& storage,
                                            ComPtr<IMessage>& message) noexcept;
 
+// Reads all that a storage holds and forgets it: what is damaged is found before anything rests on it.
+//
+// storage  [in]  nothing in it is open.
+//
+// S_OK: all of it can be read. MAPI_E_TOO_COMPLEX: storages lie in one another too deeply. Others (STG_E_*)
+// as they come.
+[[nodiscard]] HRESULT ReadThrough(IStorage& storage) noexcept;
+
 // A compound file in memory that goes with its last reference.
 struct MemoryStorage {
     ComPtr<ILockBytes> bytes;
