@@ -11,9 +11,12 @@ inline constexpr LONG kFolderAccess = MAPI_ACCESS_MODIFY | MAPI_ACCESS_READ | MA
                                       MAPI_ACCESS_CREATE_HIERARCHY | MAPI_ACCESS_CREATE_CONTENTS |
                                       MAPI_ACCESS_CREATE_ASSOCIATED;
 
-// Those that no caller can write: identity, counts, access. Throws std::bad_alloc.
-[[nodiscard]] HRESULT PutMadeFolderProperties(SqliteConnection& connection, const ObjectGuid& store,
-                                              const FolderRow& row, PropertyBag& bag);
+// What identifies it, and its access: no caller can write those. Throws std::bad_alloc.
+void PutFixedFolderProperties(const ObjectGuid& store, const FolderRow& row, PropertyBag& bag);
+
+// What lies in it, which no caller can write either. Takes the longer, the more messages there are.
+[[nodiscard]] HRESULT PutFolderCounts(SqliteConnection& connection, const FolderRow& row, PropertyBag& bag);
+[[nodiscard]] bool IsFolderCount(ULONG id) noexcept;
 
 // Those that the folder keeps: its bag and its name.
 [[nodiscard]] HRESULT PutKeptFolderProperties(SqliteConnection& connection, const FolderRow& row,

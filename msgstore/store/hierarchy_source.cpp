@@ -40,7 +40,8 @@ public:
         if (isBelow != S_OK)
             return isBelow;
         QV_RETURN_IF_FAILED(PutKeptFolderProperties(connection_, row, bag_));
-        QV_RETURN_IF_FAILED(PutMadeFolderProperties(connection_, hierarchy_.store, row, bag_));
+        PutFixedFolderProperties(hierarchy_.store, row, bag_);
+        QV_RETURN_IF_FAILED(PutFolderCounts(connection_, row, bag_));
         const Bytes key = InstanceKey(id);
         bag_.Put(PropertyValue::Binary(PR_INSTANCE_KEY, key.data(), key.size()));
         bag_.Put(PropertyValue::Long(PR_DEPTH, depth));

@@ -41,8 +41,9 @@ protected:
     // The properties that callers may change, and writing them back.
     [[nodiscard]] virtual HRESULT ReadKept(PropertyBag& bag) = 0;
     [[nodiscard]] virtual HRESULT WriteKept(const PropertyBag& bag) = 0;
-    // The properties that they may not.
-    [[nodiscard]] virtual HRESULT ReadMade(PropertyBag& bag) = 0;
+    // The properties that they may not: all of them for kAll, else at least the one of that identifier.
+    static constexpr ULONG kAll = 0;
+    [[nodiscard]] virtual HRESULT ReadMade(ULONG id, PropertyBag& bag) = 0;
     // What SaveChanges does when there is nothing left to write.
     [[nodiscard]] virtual HRESULT MakeDurable() { return S_OK; }
 
@@ -65,7 +66,7 @@ protected:
     void ListComputed(std::vector<ULONG>& tags) override
     {
         PropertyBag made;
-        if (FAILED(ReadMade(made)))
+        if (FAILED(ReadMade(kAll, made)))
             return;
         for (const PropertyValue& value : made)
             tags.push_back(value.tag);
@@ -74,7 +75,7 @@ protected:
     HRESULT Compute(ULONG id, PropertyValue& value) override
     {
         PropertyBag made;
-        QV_RETURN_IF_FAILED(ReadMade(made));
+        QV_RETURN_IF_FAILED(ReadMade(id, made));
         const PropertyValue* const found = made.FindId(id);
         if (!found)
             return MAPI_E_NOT_FOUND;

@@ -86,7 +86,7 @@ HRESULT CMsgStore::MakeDurable()
     return Store().core->Write(Durability::AtReturn, TouchStore);
 }
 
-HRESULT CMsgStore::ReadMade(PropertyBag& bag)
+HRESULT CMsgStore::ReadMade(ULONG, PropertyBag& bag)
 {
     const StoreCore& core = *Store().core;
     PutStoreIdentity(core.Guid(), bag);

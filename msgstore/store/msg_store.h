@@ -36,7 +36,7 @@ public:
 protected:
     [[nodiscard]] HRESULT ReadKept(PropertyBag& bag) override;
     [[nodiscard]] HRESULT WriteKept(const PropertyBag& bag) override;
-    [[nodiscard]] HRESULT ReadMade(PropertyBag& bag) override;
+    [[nodiscard]] HRESULT ReadMade(ULONG id, PropertyBag& bag) override;
     // Makes what was saved with MAPI_DEFERRED_ERRORS durable.
     [[nodiscard]] HRESULT MakeDurable() override;
     // The switches for tests.

@@ -79,12 +79,15 @@ HRESULT CStoreFolder::WriteKept(const PropertyBag& bag)
     });
 }
 
-HRESULT CStoreFolder::ReadMade(PropertyBag& bag)
+// Nobody waits for a count that he didn't ask for.
+HRESULT CStoreFolder::ReadMade(ULONG id, PropertyBag& bag)
 {
+    const bool counts = id == kAll || IsFolderCount(id);
     return Core()->Read([&](SqliteConnection& connection) {
         FolderRow row;
         QV_RETURN_IF_FAILED(FindRow(connection, row));
-        return PutMadeFolderProperties(connection, Core()->Guid(), row, bag);
+        PutFixedFolderProperties(Core()->Guid(), row, bag);
+        return counts ? PutFolderCounts(connection, row, bag) : S_OK;
     });
 }
 

@@ -55,7 +55,7 @@ public:
 protected:
     [[nodiscard]] HRESULT ReadKept(PropertyBag& bag) override;
     [[nodiscard]] HRESULT WriteKept(const PropertyBag& bag) override;
-    [[nodiscard]] HRESULT ReadMade(PropertyBag& bag) override;
+    [[nodiscard]] HRESULT ReadMade(ULONG id, PropertyBag& bag) override;
     [[nodiscard]] HRESULT OpenObject(ULONG tag, REFIID iid, ULONG interfaceOptions, ULONG flags,
                                      LPUNKNOWN* object) noexcept override;
 
