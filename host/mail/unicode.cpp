@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
+#include <cstring>
 
 namespace quorvane {
 namespace {
@@ -45,7 +46,15 @@ char32_t NextUtf8(std::string_view bytes, std::size_t& at) noexcept
 // How many characters from `at` on are ASCII and no zeros: most of most mails.
 std::size_t PlainRun(std::string_view bytes, std::size_t at) noexcept
 {
+    constexpr std::uint64_t kOnes = 0x0101010101010101;
+    constexpr std::uint64_t kTops = 0x8080808080808080;
     std::size_t end = at;
+    // Eight at once: none has its top bit, and none borrows one for the subtraction as only a zero does.
+    for (std::uint64_t eight = 0; bytes.size() - end >= sizeof eight; end += sizeof eight) {
+        std::memcpy(&eight, bytes.data() + end, sizeof eight);
+        if (((eight | (eight - kOnes)) & kTops) != 0)
+            break;
+    }
     while (end < bytes.size() && static_cast<unsigned char>(bytes[end] - 1) < 0x7F)
         ++end;
     return end - at;
@@ -135,8 +144,8 @@ void Utf8Check::Put(std::string_view piece)
     if (!valid_)
         return;
     held_.append(piece);
-    std::size_t at = 0;
-    while (valid_ && held_.size() - at >= kLongestCharacter)
+    std::size_t at = PlainRun(held_, 0);
+    for (; valid_ && held_.size() - at >= kLongestCharacter; at += PlainRun(held_, at))
         valid_ = NextUtf8(held_, at) != kInvalid;
     held_.erase(0, at);
 }

@@ -67,7 +67,8 @@ TEST(TextPiecesTest, ACharsetIsDecodedTheSameWhereverItsBytesAreCut)
 TEST(TextPiecesTest, Utf8IsRecognisedAndCleanedWhereverItIsCut)
 {
     for (const std::string text :
-         {"aä€𝄞", "a\xF0\x9D\x84", "\xE2\x82", "\xC3\xA4\xA4", "\xED\xA0\x80xyz", ""}) {
+         {"aä€𝄞", "a\xF0\x9D\x84", "\xE2\x82", "\xC3\xA4\xA4", "\xED\xA0\x80xyz",
+          "eight and more ä, eight and more again", "eight and more \xC3(, eight and more again", ""}) {
         for (std::size_t size = 1; size <= text.size(); ++size) {
             Utf8Cleaner cleaner;
             EXPECT_EQ(InPieces(cleaner, text, size), CleanUtf8(text));
