@@ -339,8 +339,11 @@ void Inbox::TakeReport(Transport& transport, const Peer& peer, const exchange::F
 bool Inbox::TakeItems(Transport& transport, const Peer& peer, const exchange::ForUs& package)
 {
     std::string reason;
-    switch (Judge(transport.folders, peer, ClearPath(peer.id, package.sequence), reason)) {
+    Package content;
+    handed_.reset();
+    switch (Judge(transport.folders, peer, ClearPath(peer.id, package.sequence), content, reason)) {
         case Verdict::kUse:
+            handed_ = Handed{{peer.id, package.sequence}, package, std::move(content.items)};
             transport.peers.PutIncoming({peer.id, package.sequence, IncomingRecord::State::kTaken, {}, 0});
             tries_ = 0;
             Process(transport, peer, package.sequence);
@@ -476,7 +479,7 @@ Inbox::Verdict Inbox::JudgeContent(SharedFolders& folders, const Peer& peer, con
 }
 
 Inbox::Verdict Inbox::Judge(SharedFolders& folders, const Peer& peer, const std::filesystem::path& path,
-                            std::string& reason)
+                            Package& package, std::string& reason)
 {
     try {
         const ComPtr<IStorage> root = OpenCompoundFile(path);
@@ -484,8 +487,8 @@ Inbox::Verdict Inbox::Judge(SharedFolders& folders, const Peer& peer, const std:
             reason = "'" + peer.member + "' sends a compound file that is no package";
             return Verdict::kReject;
         }
-        return JudgeContent(
-            folders, peer, ReadPackage(*root, path.string(), [](const PackageRecord&, IStorage&) {}), reason);
+        package = ReadPackage(*root, path.string(), [](const PackageRecord&, IStorage&) {});
+        return JudgeContent(folders, peer, package, reason);
     } catch (const HostError& error) {
         if (error.IsPassing())
             exchange::FailForNow(error.what());
@@ -513,14 +516,25 @@ bool Inbox::IsApplied(const PackageRecord& item)
     return !item.hasMessage || isHere || *known.Shown() != *sent->heads.Shown();
 }
 
-std::size_t Inbox::CountMissing(const std::filesystem::path& path)
+std::size_t Inbox::CountMissing(const std::vector<PackageRecord>& items)
 {
-    const ComPtr<IStorage> root = OpenCompoundFile(path);
-    std::size_t missing = 0;
-    const Package content = ReadPackage(*root, path.string(), [](const PackageRecord&, IStorage&) {});
-    for (const PackageRecord& item : content.items)
-        missing += IsApplied(item) ? 0 : 1;
-    return missing;
+    return static_cast<std::size_t>(std::count_if(
+        items.begin(), items.end(), [this](const PackageRecord& item) { return !IsApplied(item); }));
+}
+
+// Whether the engine is done with all of the package that it was given. Its sealed copy is opened once more
+// only where that isn't so.
+bool Inbox::AdvanceHanded(Transport& transport, const IncomingRecord& current)
+{
+    const std::optional<Handed> handed = std::exchange(handed_, std::nullopt);
+    if (!handed || current.state != IncomingRecord::State::kGiven ||
+        handed->key != Key{current.device, current.sequence})
+        return false;
+    const auto peer = transport.peers.Find(current.device);
+    if (!peer || !peer->card || CountMissing(handed->items) > 0)
+        return false;
+    Finish(transport, *peer, handed->order);
+    return true;
 }
 
 // The current package, while the engine is free: it is handed over, or the engine is done with it. What it
@@ -528,6 +542,8 @@ std::size_t Inbox::CountMissing(const std::filesystem::path& path)
 bool Inbox::Advance(Transport& transport)
 {
     const IncomingRecord current = *transport.peers.Current();
+    if (AdvanceHanded(transport, current))
+        return true;
     const auto peer = transport.peers.Find(current.device);
     exchange::ForUs package;
     try {
@@ -545,7 +561,9 @@ bool Inbox::Advance(Transport& transport)
         ++statistics_.packagesReceived;
         return TakeItems(transport, *peer, package);  // who may send what may have changed since
     }
-    const std::size_t missing = CountMissing(path);
+    const Package content =
+        ReadPackage(*OpenCompoundFile(path), path.string(), [](const PackageRecord&, IStorage&) {});
+    const std::size_t missing = CountMissing(content.items);
     if (missing > 0) {
         // A message that was made and has no row would be made a second time, or pass for one made here.
         matcher_.MatchPackage(path.string());

@@ -98,13 +98,20 @@ private:
     void NoteGap(Transport& transport, Peer& peer, const std::optional<exchange::SequenceRange>& gap);
     bool TakeFrom(Transport& transport, Peer& peer);
     bool Take(Transport& transport, const Peer& peer, const exchange::ForUs& package);
+    // What the engine was given, as long as it has it: it takes the package to pieces.
+    struct Handed {
+        Key key;
+        exchange::ForUs order;
+        std::vector<PackageRecord> items;
+    };
     struct Opened {
         exchange::ForUs order;
         exchange::PackageKind kind = exchange::PackageKind::kItems;
     };
     Opened Unseal(Transport& transport, const Peer& peer, std::uint64_t sequence) const;
+    // `package`: what it holds, where it is used.
     Verdict Judge(SharedFolders& folders, const Peer& peer, const std::filesystem::path& path,
-                  std::string& reason);
+                  Package& package, std::string& reason);
     Verdict JudgeContent(SharedFolders& folders, const Peer& peer, const Package& package,
                          std::string& reason);
     bool TakeItems(Transport& transport, const Peer& peer, const exchange::ForUs& package);
@@ -118,8 +125,9 @@ private:
     bool IsPaused(const Key& key) const;
 
     bool Advance(Transport& transport);
+    bool AdvanceHanded(Transport& transport, const IncomingRecord& current);
     bool IsApplied(const PackageRecord& item);
-    std::size_t CountMissing(const std::filesystem::path& path);
+    std::size_t CountMissing(const std::vector<PackageRecord>& items);
     void Finish(Transport& transport, const Peer& peer, const exchange::ForUs& package);
     void Process(Transport& transport, const Peer& peer, std::uint64_t sequence);
     void PutAside(const Peer& peer, const std::filesystem::path& path, const std::string& reason);
@@ -141,6 +149,7 @@ private:
     FlagSink* flags_ = nullptr;
     bool isCutShort_ = false;           // the last look for a device's next package didn't come to the end
     int tries_ = 0;                     // of the current one in this process
+    std::optional<Handed> handed_;      // the current one, if it was handed over in this process
     std::map<Key, Header> headers_;     // of files that were looked at
     std::set<Key> genuine_;             // of these files, those whose signature holds
     Clock::time_point headersEnd_{};    // until when both count
