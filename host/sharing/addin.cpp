@@ -93,13 +93,11 @@ HRESULT Addin::Examine(IItem& item, LocalItem& local)
     if (FAILED(hr))
         return hr;
     local.modified = TimeOf(*local.message, PR_LAST_MODIFICATION_TIME);
-    parts_.state.DropStrayRows(entryId);
-    local.row = parts_.state.RowOfEntry(entryId);
+    local.row = parts_.state.DropStrayRows(entryId);
     if (local.row)
         local.known = parts_.records.FindItem(local.row->id);
     local.isOfThisFolder = local.known && !local.known->deleted && local.known->folderId == local.folderId;
-    local.isCurrent =
-        local.isOfThisFolder && parts_.state.IsCurrent(*local.row, local.folderId, local.modified);
+    local.isCurrent = local.isOfThisFolder && ItemState::IsCurrent(*local.row, *local.known, local.modified);
     return S_OK;
 }
 

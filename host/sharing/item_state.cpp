@@ -40,10 +40,12 @@ std::optional<SharingRow> ItemState::RowOfEntry(const std::string& entryId)
     const std::vector<SharingRow> rows = RowsOfEntry(entryId);
     if (rows.empty())
         return std::nullopt;
+    if (rows.size() == 1)
+        return rows.front();
     const auto known = std::find_if(rows.begin(), rows.end(), [this](const SharingRow& row) {
         return records_.FindItem(row.id).has_value();
     });
-    return known == rows.end() || rows.size() == 1 ? rows.front() : *known;
+    return known == rows.end() ? rows.front() : *known;
 }
 
 std::optional<SharingRow> ItemState::RowOfId(const std::string& id)
@@ -53,17 +55,21 @@ std::optional<SharingRow> ItemState::RowOfId(const std::string& id)
     return rows.empty() ? std::nullopt : std::optional(rows.front());
 }
 
-void ItemState::DropStrayRows(const std::string& entryId)
+std::optional<SharingRow> ItemState::DropStrayRows(const std::string& entryId)
 {
+    const std::vector<SharingRow> rows = RowsOfEntry(entryId);
+    if (rows.size() < 2)
+        return rows.empty() ? std::nullopt : std::optional(rows.front());
     const auto known = RowOfEntry(entryId);
     if (!known || !records_.FindItem(known->id))
-        return;  // nothing tells which is the true one
-    for (const SharingRow& row : RowsOfEntry(entryId)) {
+        return known;  // nothing tells which is the true one
+    for (const SharingRow& row : rows) {
         if (row.id == known->id || records_.FindItem(row.id))
             continue;
         const std::lock_guard lock(mutex_);
         Statement(database_, "DELETE FROM tblItem WHERE ID = ?").Bind(1, row.id).Run();
     }
+    return known;
 }
 
 void ItemState::DropStrayRows()

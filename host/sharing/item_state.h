@@ -26,8 +26,8 @@ public:
     std::optional<SharingRow> RowOfId(const std::string& id);
 
     // A scan that meets a message whose row is only just being written gives it a row of its own. Such a row,
-    // with an ID that nobody else knows, goes as soon as it is told from the true one.
-    void DropStrayRows(const std::string& entryId);
+    // with an ID that nobody else knows, goes as soon as it is told from the true one, which is given.
+    std::optional<SharingRow> DropStrayRows(const std::string& entryId);
     // The same for all messages.
     void DropStrayRows();
 

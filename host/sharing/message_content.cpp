@@ -214,25 +214,27 @@ private:
     {
         MapiMemory<SPropTagArray> tags;
         Check(object.GetPropList(MAPI_UNICODE, tags.Put()), "read the item", shown_);
+        ULONG wanted = 0;
         for (ULONG i = 0; i < tags->cValues; ++i)
             if (!IsStoreOwned(tags->aulPropTag[i]) && PROP_TYPE(tags->aulPropTag[i]) != PT_OBJECT)
-                ReadProperty(object, tags->aulPropTag[i], prefix);
+                tags->aulPropTag[wanted++] = tags->aulPropTag[i];
+        tags->cValues = wanted;
+        if (wanted == 0)
+            return;
+        ULONG count = 0;
+        MapiMemory<SPropValue> values;
+        Check(object.GetProps(tags.Get(), 0, &count, values.Put()), "read the item", shown_);
+        for (ULONG i = 0; i < std::min(count, wanted); ++i)
+            content_[prefix + PropertyName(object, tags->aulPropTag[i])] =
+                TextOfValue(object, tags->aulPropTag[i], values.Get()[i]);
     }
 
-    void ReadProperty(IMAPIProp& object, ULONG tag, const std::string& prefix)
+    std::string TextOfValue(IMAPIProp& object, ULONG tag, const SPropValue& value)
     {
-        SizedSPropTagArray(1, one) = {1, {tag}};
-        ULONG count = 0;
-        MapiMemory<SPropValue> value;
-        Check(object.GetProps(reinterpret_cast<LPSPropTagArray>(&one), 0, &count, value.Put()),
-              "read the item", shown_);
-        std::string& place = content_[prefix + PropertyName(object, tag)];
-        if (PROP_TYPE(value->ulPropTag) != PT_ERROR)
-            place = ValueText(*value.Get());
-        else if (value->Value.err == MAPI_E_NOT_ENOUGH_MEMORY)
-            place = StreamText(object, tag);
-        else
-            place = Describe(value->Value.err);
+        if (PROP_TYPE(value.ulPropTag) != PT_ERROR)
+            return ValueText(value);
+        return value.Value.err == MAPI_E_NOT_ENOUGH_MEMORY ? StreamText(object, tag)
+                                                           : Describe(value.Value.err);
     }
 
     // A value that is too large to be handed out at once.
