@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <stdexcept>
 
-#include "host/exchange/deflate.h"
+#include "host/deflate/deflate.h"
 #include "host/exchange/error.h"
 #include "host/exchange/wire.h"
 
@@ -60,9 +60,8 @@ std::string DigestText(std::string_view bytes)
 
 std::string Kept(const std::string& piece)
 {
-    if (const auto deflated = Deflate(piece))
-        return kDeflated + *deflated;
-    return kAsItIs + piece;
+    const std::string deflated = Deflate(piece);
+    return deflated.size() < piece.size() ? kDeflated + deflated : kAsItIs + piece;
 }
 
 std::string WriteHeader(const PackageLabel& label, const std::vector<Receiver>& receivers,

@@ -6,6 +6,7 @@
 #include <array>
 #include <optional>
 
+#include "host/deflate/deflate.h"
 #include "host/mail/mail_reader.h"
 #include "host/mime/mapi_read.h"
 #include "host/mime/value_reader.h"
@@ -127,6 +128,14 @@ private:
     std::array<char, kPackedPiece> piece_;
 };
 
+// What most mails are: one piece.
+HRESULT PutSmall(const MailBytes& bytes, ValueWriter& to)
+{
+    std::string whole(static_cast<std::size_t>(bytes.Size()), '\0');
+    whole.resize(bytes.Read(0, whole.data(), whole.size()));
+    return SUCCEEDED(bytes.Result()) ? to.Put(host::Deflate(whole)) : bytes.Result();
+}
+
 }  // namespace
 
 HRESULT KeepOriginal(const MailBytes& bytes, IMessage& message)
@@ -136,6 +145,10 @@ HRESULT KeepOriginal(const MailBytes& bytes, IMessage& message)
     if (FAILED(hr))
         return hr;
     ValueWriter value(message, tag);
+    if (bytes.Size() <= kPackedPiece) {
+        hr = PutSmall(bytes, value);
+        return SUCCEEDED(hr) ? value.End() : hr;
+    }
     Deflater deflater;
     std::string piece;
     std::uint64_t at = 0;
