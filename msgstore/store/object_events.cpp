@@ -53,10 +53,10 @@ public:
             const MutexLock lock(lock_);
             QV_RETURN_IF_FAILED(GatherFrom(connection));
             while (!queue_.empty() && batch.size() < kMostObjectEvents) {
-                const HRESULT hr = Guarded([&] { return Add(connection, queue_.Front(), batch); });
-                if (FAILED(hr))
-                    return batch.empty() ? hr
-                                         : S_FALSE;  // those before it are told, and then it's tried again
+                const Change& change = queue_.Front();
+                const HRESULT hr = Guarded([&] { return Add(connection, change, batch); });
+                if (FAILED(hr))  // those before it are told, and then it's tried again
+                    return batch.empty() ? hr : S_FALSE;
                 queue_.PopFront();
             }
             return queue_.empty() ? S_OK : S_FALSE;

@@ -88,6 +88,7 @@ TEST_F(SharingTest, AChangeIsSeenWhileBothSidesRun)
     Process bob = Start({"run", Mailbox("bob"), "--exchange", Exchange(), "-v"});
     const std::string id = IdOf("alice", 5);
 
+    alice.AwaitQuiet();  // what is changed before it watches is found, and not heard of
     MustRun({"edit", Mailbox("alice"), "Shared", id, "--subject", "live"});
     EXPECT_TRUE(Eventually([&] { return SubjectOf("bob", id) == "live"; }));
     alice.AskToEnd();
