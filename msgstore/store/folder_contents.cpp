@@ -6,6 +6,7 @@ namespace {
 // A damaged file may have folders within themselves.
 constexpr int kDeepestFolder = 1000;
 
+// At least one, however late it is: a step that did nothing would be followed by another such.
 HRESULT DeleteMessagesOf(SqliteConnection& connection, std::int64_t folderId, bool associated,
                          const StepTime& time)
 {
@@ -19,9 +20,9 @@ HRESULT DeleteMessagesOf(SqliteConnection& connection, std::int64_t folderId, bo
                 return rows.Result();
             id = rows.Int64(0);
         }
+        QV_RETURN_IF_FAILED(DeleteMessage(connection, id));
         if (time.IsOver())
             return S_FALSE;
-        QV_RETURN_IF_FAILED(DeleteMessage(connection, id));
     }
 }
 
@@ -32,17 +33,28 @@ HRESULT IsFirstFolder(SqliteConnection& connection, std::int64_t id, bool& isFir
     return rows.Result();
 }
 
+HRESULT HasAny(SqliteConnection& connection, std::string_view sql, std::int64_t folderId, bool& hasAny)
+{
+    SqliteRows rows = connection.Query(sql, folderId);
+    hasAny = rows.Next();
+    return rows.Result();
+}
+
+// Asked at each step: nothing is counted.
 HRESULT CheckMayGo(SqliteConnection& connection, std::int64_t id, ULONG flags)
 {
     bool isFirst = false;
     QV_RETURN_IF_FAILED(IsFirstFolder(connection, id, isFirst));
     if (isFirst)
         return MAPI_E_NO_ACCESS;
-    FolderCounts counts;
-    QV_RETURN_IF_FAILED(CountFolder(connection, id, counts));
-    if (counts.messages != 0 && (flags & DEL_MESSAGES) == 0)
+    bool hasMessages = false;
+    bool hasFolders = false;
+    QV_RETURN_IF_FAILED(HasAny(connection, "SELECT 1 FROM message WHERE folder_id=? AND associated=0 LIMIT 1",
+                               id, hasMessages));
+    QV_RETURN_IF_FAILED(HasAny(connection, "SELECT 1 FROM folder WHERE parent_id=? LIMIT 1", id, hasFolders));
+    if (hasMessages && (flags & DEL_MESSAGES) == 0)
         return MAPI_E_HAS_MESSAGES;
-    return counts.subfolders != 0 && (flags & DEL_FOLDERS) == 0 ? MAPI_E_HAS_FOLDERS : S_OK;
+    return hasFolders && (flags & DEL_FOLDERS) == 0 ? MAPI_E_HAS_FOLDERS : S_OK;
 }
 
 HRESULT EmptyAt(SqliteConnection& connection, std::int64_t folderId, bool withAssociated, int depth,

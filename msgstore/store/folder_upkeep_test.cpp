@@ -44,18 +44,22 @@ protected:
     std::shared_ptr<StoreCore> core;
 };
 
-TEST_F(FolderUpkeepTest, AStepThatIsOverLeavesTheRestForTheNext)
+// Steps on a machine that is so slow that each is over when it begins.
+TEST_F(FolderUpkeepTest, AStepThatIsOverDeletesOneMessageAndLeavesTheRestForTheNext)
 {
     ASSERT_NO_FATAL_FAILURE(Fill(mailbox.Inbox(), 3, 100));
     const StepTime time;
     while (!time.IsOver())
         std::this_thread::yield();
+    const auto step = [&](SqliteConnection& connection) {
+        return EmptyFolderRows(connection, 3, false, time);
+    };
 
-    EXPECT_EQ(core->Write(
-                  Durability::AtReturn,
-                  [&](SqliteConnection& connection) { return EmptyFolderRows(connection, 3, false, time); }),
-              S_FALSE);
-    EXPECT_EQ(Ask("SELECT count(*) FROM message"), 3);
+    for (const std::int64_t left : {2, 1, 0}) {
+        EXPECT_EQ(core->Write(Durability::AtReturn, step), S_FALSE);
+        EXPECT_EQ(Ask("SELECT count(*) FROM message"), left);
+    }
+    EXPECT_EQ(core->Write(Durability::AtReturn, step), S_OK);
 }
 
 TEST_F(FolderUpkeepTest, OthersWriteBetweenTheStepsOfALongWork)
