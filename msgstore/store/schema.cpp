@@ -199,11 +199,17 @@ HRESULT CreateInTransaction(SqliteConnection& connection, bool& created)
 
 HRESULT ConfigureWriter(SqliteConnection& connection) noexcept
 {
-    // Only of a file without tables the first changes anything. The log goes into the file at 16 MB: each
-    // time costs waits for the disk, however much it is.
-    return connection.RunScript(
-        "PRAGMA auto_vacuum=INCREMENTAL; PRAGMA journal_mode=WAL; PRAGMA synchronous=FULL;"
-        " PRAGMA wal_autocheckpoint=4000; PRAGMA foreign_keys=ON");
+    return Guarded([&]() -> HRESULT {
+        // Only of a file without tables this changes anything, and it asks for a disk that can be written.
+        std::int64_t tables = 0;
+        QV_RETURN_IF_FAILED(CountTables(connection, tables));
+        if (tables == 0)
+            QV_RETURN_IF_FAILED(connection.RunScript("PRAGMA auto_vacuum=INCREMENTAL"));
+        // The log goes into the file at 16 MB: each time costs waits for the disk, however much it is.
+        return connection.RunScript(
+            "PRAGMA journal_mode=WAL; PRAGMA synchronous=FULL; PRAGMA wal_autocheckpoint=4000;"
+            " PRAGMA foreign_keys=ON");
+    });
 }
 
 HRESULT CreateSchema(SqliteConnection& connection) noexcept
