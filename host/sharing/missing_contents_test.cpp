@@ -139,9 +139,9 @@ TEST_F(MissingContentsTest, WhatIsntWhatWasPutThereIsToldOnceAndLeft)
     DeleteAlices();
     const TrashEntry other = InTrash()[0];
     ASSERT_NE(other.number, Kept().number);
-    std::filesystem::copy_file(here.addin.Versions().Removed().FileOf(other),
-                               here.addin.Versions().Removed().FileOf(Kept()),
-                               std::filesystem::copy_options::overwrite_existing);
+    const std::filesystem::path place = here.addin.Versions().Removed().FileOf(Kept());
+    std::filesystem::remove(place);
+    std::filesystem::copy_file(here.addin.Versions().Removed().FileOf(other), place);
     missing.Look();
     missing.Look();
 
