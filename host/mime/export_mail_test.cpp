@@ -23,18 +23,6 @@ protected:
     {
         return std::regex_replace(mail, std::regex("=_([0-9]+)_[0-9]+"), "=_$1");
     }
-    static void SetText(IMAPIProp& object, ULONG tag, const std::string& text)
-    {
-        PropertyList value;
-        value.AddText(tag, text);
-        EXPECT_EQ(value.SetOn(object), S_OK);
-    }
-    static std::string Replaced(std::string text, const std::string& what, const std::string& by)
-    {
-        const std::size_t at = text.find(what);
-        EXPECT_NE(at, std::string::npos) << what;
-        return at == std::string::npos ? text : text.replace(at, what.size(), by);
-    }
 };
 
 // Odd in all that a mail made anew would set right: line ends, folding, order, encodings, preamble, boundary.

@@ -1,8 +1,5 @@
 #include "host/mime/part_edits.h"
 
-#include <regex>
-
-#include "host/mail/mail_check.h"
 #include "host/mime/property_list.h"
 #include "host/mime/test_store.h"
 
@@ -16,12 +13,6 @@ protected:
         const MailBytes bytes(mail);
         return store->Import(bytes, {.read = {}, .original = &bytes});
     }
-    static void SetText(IMAPIProp& object, ULONG tag, const std::string& text)
-    {
-        PropertyList value;
-        value.AddText(tag, text);
-        EXPECT_EQ(value.SetOn(object), S_OK);
-    }
     static void Remove(IMAPIProp& object, ULONG tag)
     {
         SPropTagArray tags = {1, {tag}};
@@ -34,12 +25,6 @@ protected:
     static std::string Without(std::string text, const std::string& what)
     {
         return Replaced(std::move(text), what, "");
-    }
-    static std::string Replaced(std::string text, const std::string& what, const std::string& by)
-    {
-        const std::size_t at = text.find(what);
-        EXPECT_NE(at, std::string::npos) << what;
-        return at == std::string::npos ? text : text.replace(at, what.size(), by);
     }
 };
 
@@ -179,6 +164,20 @@ TEST_F(PartEditsTest, PartsOfAnySizeStay)
     EXPECT_EQ(Mail(*message), kHead + kNewText + large + kBinary + kEnd);
     Detach(*message, 0);
     EXPECT_EQ(Mail(*message), kHead + kNewText + kBinary + kEnd);
+}
+
+// What ends a long line is no line, wherever the pieces end that are read of it.
+TEST_F(PartEditsTest, TheEndOfALongLineIsNoDelimiter)
+{
+    constexpr std::size_t kRead = std::size_t{64} << 10;
+    const std::size_t body = kHead.find("\n\n") + 2;
+    std::string large = "--=_x\nContent-Type: application/x-large\n\n";
+    large.append(kRead - (kHead.size() - body) - large.size(), 'l');
+    large += "--=_x\nmore\n";
+    const std::string rest = kText + kEnd;
+    const ComPtr<IMessage> message = Kept(kHead + large + rest);
+    SetText(*message, PR_BODY_W, "Quite another t\xC3\xA9xt");
+    EXPECT_EQ(Mail(*message), kHead + large + kNewText + kEnd);
 }
 
 TEST_F(PartEditsTest, AMultipartNestedDeeperThanItIsLookedAtIsMadeAnew)

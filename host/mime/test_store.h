@@ -16,6 +16,7 @@
 #include "host/mime/export_mime.h"
 #include "host/mime/import_mime.h"
 #include "host/mime/mapi_read.h"
+#include "host/mime/property_list.h"
 #include "quorvane3/com.h"
 #include "quorvane3/message_store.h"
 
@@ -152,6 +153,20 @@ protected:
         };
         EXPECT_EQ(ExportMail(message, scratch, out), S_OK);
         return out.str();
+    }
+
+    static void SetText(IMAPIProp& object, ULONG tag, const std::string& text)
+    {
+        PropertyList value;
+        value.AddText(tag, text);
+        EXPECT_EQ(value.SetOn(object), S_OK);
+    }
+    // With the first `what`, which must be there, exchanged.
+    static std::string Replaced(std::string text, const std::string& what, const std::string& by)
+    {
+        const std::size_t at = text.find(what);
+        EXPECT_NE(at, std::string::npos) << what;
+        return at == std::string::npos ? text : text.replace(at, what.size(), by);
     }
 
     static inline TestStore* store = nullptr;

@@ -1,10 +1,10 @@
-// Long works of folders: others write in between, and the file gives back what
-// became free.
+// Long works of folders: others write in between, and the file gives back what became free.
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <thread>
 
+#include "msgstore/store/ask_store.h"
 #include "msgstore/store/folder_contents.h"
 #include "msgstore/store/test_mailbox.h"
 
@@ -27,18 +27,7 @@ protected:
             ASSERT_EQ(message->SaveChanges(MAPI_DEFERRED_ERRORS), S_OK);
         }
     }
-    std::int64_t Ask(const char* sql)
-    {
-        std::int64_t answer = -1;
-        EXPECT_EQ(core->Read([&](SqliteConnection& connection) {
-            SqliteRows rows = connection.Query(sql);
-            if (rows.Next())
-                answer = rows.Int64(0);
-            return rows.Result();
-        }),
-                  S_OK);
-        return answer;
-    }
+    std::int64_t Ask(const char* sql) { return AskStore(*core, sql); }
 
     TestMailbox mailbox;
     std::shared_ptr<StoreCore> core;

@@ -7,6 +7,7 @@
 
 #include <random>
 
+#include "msgstore/store/ask_store.h"
 #include "msgstore/store/earlier_versions.h"
 #include "msgstore/store/store_core.h"
 #include "platform/testing/test_directory.h"
@@ -14,28 +15,13 @@
 namespace quorvane {
 namespace {
 
+using testing::AskStore;
+
 constexpr char kManyMessages[] =
     "WITH RECURSIVE n (i) AS (SELECT 10 UNION ALL SELECT i + 1 FROM n WHERE i < 3009)"
     " INSERT INTO message (id, guid, folder_id, associated, version, created, modified, flags, size, subject)"
     " SELECT i, CAST(printf('%016d', i) AS BLOB), 3, 0, 1, 1, 1, 1, 1, 'Subject ' || i FROM n";
 constexpr std::int64_t kAllMessages = 3003;
-
-std::int64_t AskStore(const std::string& path, const char* sql)
-{
-    std::shared_ptr<StoreCore> core;
-    EXPECT_EQ(StoreCore::Open(path, false, core), S_OK);
-    std::int64_t answer = -1;
-    if (core) {
-        EXPECT_EQ(core->Read([&](SqliteConnection& connection) {
-            SqliteRows rows = connection.Query(sql);
-            if (rows.Next())
-                answer = rows.Int64(0);
-            return rows.Result();
-        }),
-                  S_OK);
-    }
-    return answer;
-}
 
 TEST(SchemaKillTest, AStoreKilledWhileItIsBroughtUpOpensAndHasAllItsMessages)
 {

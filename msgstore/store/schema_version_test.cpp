@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
+#include "msgstore/store/ask_store.h"
 #include "msgstore/store/earlier_versions.h"
 #include "msgstore/store/store_core.h"
 #include "msgstore/store/test_mailbox.h"
@@ -21,20 +22,7 @@ protected:
         mailbox.LogOff();
         MakeStoreOfVersion1(mailbox.StorePath());
     }
-    std::int64_t Ask(const char* sql)
-    {
-        std::shared_ptr<StoreCore> core;
-        EXPECT_EQ(StoreCore::Open(mailbox.StorePath(), false, core), S_OK);
-        std::int64_t answer = -1;
-        EXPECT_EQ(core->Read([&](SqliteConnection& connection) {
-            SqliteRows rows = connection.Query(sql);
-            if (rows.Next())
-                answer = rows.Int64(0);
-            return rows.Result();
-        }),
-                  S_OK);
-        return answer;
-    }
+    std::int64_t Ask(const char* sql) { return AskStore(mailbox.StorePath(), sql); }
 
     TestMailbox mailbox;
 };
