@@ -13,7 +13,36 @@
 namespace quorvane {
 namespace {
 
-class MimeCorpusTest : public StoreTest {};
+class MimeCorpusTest : public StoreTest {
+protected:
+    // Empty on a machine that has none, which is told.
+    static std::filesystem::path Corpus()
+    {
+        const char* const corpus = std::getenv("QUORVANE_CORPUS");
+        if (!corpus)
+            std::cout << "QUORVANE_CORPUS isn't set: no mail was read\n";
+        return corpus ? corpus : "";
+    }
+
+    // Gives how many files were left out, which are told.
+    template <class Visit>
+    static int ForEachMail(const std::filesystem::path& root, Visit visit)
+    {
+        MailReader reader({root / "mail", root / "mbox"});
+        FoundMail mail;
+        LeftOutFile leftOut;
+        int count = 0;
+        for (MailReader::Step step; (step = reader.Next(mail, leftOut)) != MailReader::Step::End;) {
+            if (step != MailReader::Step::LeftOut) {
+                visit(mail);
+                continue;
+            }
+            std::cout << "left out " << leftOut.source << ": " << leftOut.reason << "\n";
+            ++count;
+        }
+        return count;
+    }
+};
 
 // A mail without the lines of its Subject fields.
 std::string WithoutSubject(std::string_view mail)
@@ -48,13 +77,11 @@ bool IsSignatureGood(const std::string& mail)
 
 TEST_F(MimeCorpusTest, SignaturesHoldWhateverElseIsEdited)
 {
-    const char* const corpus = std::getenv("QUORVANE_CORPUS");
-    if (!corpus) {
-        std::cout << "QUORVANE_CORPUS isn't set: no mail was read\n";
+    const std::filesystem::path root = Corpus();
+    if (root.empty())
         return;
-    }
     int good = 0;
-    for (const auto& entry : std::filesystem::directory_iterator(std::filesystem::path(corpus) / "mail")) {
+    for (const auto& entry : std::filesystem::directory_iterator(root / "mail")) {
         if (!entry.is_regular_file())
             continue;
         const std::string original = ReadFile(entry.path());
@@ -81,22 +108,14 @@ bool IsMadeAnew(const std::string& mail, const std::string& original)
 
 TEST_F(MimeCorpusTest, AnEditOfBodiesOrAttachmentsLeavesTheRest)
 {
-    const char* const corpus = std::getenv("QUORVANE_CORPUS");
-    if (!corpus) {
-        std::cout << "QUORVANE_CORPUS isn't set: no mail was read\n";
+    const std::filesystem::path root = Corpus();
+    if (root.empty())
         return;
-    }
-    const std::filesystem::path root(corpus);
-    MailReader reader({root / "mail", root / "mbox"});
-    FoundMail mail;
-    LeftOutFile leftOut;
     int edited = 0;
     int anew = 0;
     int taken = 0;
     int takenAnew = 0;
-    for (MailReader::Step step; (step = reader.Next(mail, leftOut)) != MailReader::Step::End;) {
-        if (step == MailReader::Step::LeftOut)
-            continue;
+    ForEachMail(root, [&](const FoundMail& mail) {
         const std::string original = mail.Original().Text();
         const ImportOptions options{.read = mail.read, .original = &mail.Original()};
         const auto message = store->Import(mail.bytes, options);
@@ -108,7 +127,7 @@ TEST_F(MimeCorpusTest, AnEditOfBodiesOrAttachmentsLeavesTheRest)
             ++taken;
         }
         if (Text(*message, PR_BODY_W).empty())
-            continue;
+            return;
         PropertyList body;
         body.AddText(PR_BODY_W, "Quite another t\xC3\xA9xt\r\n");
         ASSERT_EQ(body.SetOn(*message), S_OK);
@@ -116,7 +135,7 @@ TEST_F(MimeCorpusTest, AnEditOfBodiesOrAttachmentsLeavesTheRest)
         EXPECT_EQ(Describe(*store->Import(with)), Describe(*message)) << mail.source;
         anew += IsMadeAnew(with, original) ? 1 : 0;
         ++edited;
-    }
+    });
     std::cout << edited << " texts edited, " << anew << " of their mails made anew; " << taken
               << " attachments taken out, " << takenAnew << " made anew\n";
     EXPECT_GE(edited, 950);
@@ -127,24 +146,12 @@ TEST_F(MimeCorpusTest, AnEditOfBodiesOrAttachmentsLeavesTheRest)
 
 TEST_F(MimeCorpusTest, EveryMailComesInAndGoesOutTheSame)
 {
-    const char* const corpus = std::getenv("QUORVANE_CORPUS");
-    if (!corpus) {
-        std::cout << "QUORVANE_CORPUS isn't set: no mail was read\n";
+    const std::filesystem::path root = Corpus();
+    if (root.empty())
         return;
-    }
-    const std::filesystem::path root(corpus);
-    MailReader reader({root / "mail", root / "mbox"});
-    FoundMail mail;
-    LeftOutFile leftOut;
     int imported = 0;
-    int passedOver = 0;
     int anew = 0;
-    for (MailReader::Step step; (step = reader.Next(mail, leftOut)) != MailReader::Step::End;) {
-        if (step == MailReader::Step::LeftOut) {
-            std::cout << "left out " << leftOut.source << ": " << leftOut.reason << "\n";
-            ++passedOver;
-            continue;
-        }
+    const int passedOver = ForEachMail(root, [&](const FoundMail& mail) {
         ASSERT_EQ(mail.kind, FoundMail::Kind::Mime) << mail.source;
         const auto first = store->Import(mail.bytes);
         const auto second = store->Import(Export(*first));
@@ -162,7 +169,7 @@ TEST_F(MimeCorpusTest, EveryMailComesInAndGoesOutTheSame)
             ++anew;
         }
         ++imported;
-    }
+    });
     std::cout << imported << " mails came in and went out, " << passedOver << " were left out\n";
     EXPECT_GE(imported, 1100);
     EXPECT_LE(passedOver, 10);
