@@ -28,7 +28,8 @@ PropertyValue BinaryList(const std::vector<Bytes>& items)
 std::vector<PropertyValue> ValuesOfAllKinds()
 {
     std::vector<PropertyValue> values;
-    for (const LONG number : {-70000, -1, 0, 1, 300, std::numeric_limits<LONG>::max()})
+    const LONG numbers[] = {-70000, -1, 0, 1, 300, std::numeric_limits<LONG>::max()};
+    for (const LONG number : numbers)
         values.push_back(PropertyValue::Long(PR_IMPORTANCE, number));
     for (const LONGLONG number : {std::numeric_limits<LONGLONG>::min(), LONGLONG{-2}, LONGLONG{1} << 40})
         values.push_back(PropertyValue::Int64(PROP_TAG(PT_I8, 0x6603), number));
