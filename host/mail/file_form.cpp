@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "host/mail/unicode.h"
+#include "quorvane3/com.h"
 
 namespace quorvane {
 namespace {
@@ -57,7 +57,7 @@ void Utf16File::Put(std::string_view piece, std::string& text)
     if (!begun_ && !rest.empty() && rest.front() == kMark)
         rest.remove_prefix(1);
     begun_ = begun_ || !wide.empty();
-    text += CleanUtf8(Utf8FromWide(rest));
+    text += CleanUtf8(ToUtf8(rest));
 }
 
 void Utf16File::End(std::string& text)

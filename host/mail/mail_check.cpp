@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <array>
 
+#include "host/mail/ascii.h"
 #include "host/mail/file_form.h"
-#include "host/mail/unicode.h"
 
 namespace quorvane {
 namespace {

@@ -5,7 +5,7 @@
 #include <set>
 #include <string_view>
 
-#include "host/mail/unicode.h"
+#include "host/mail/ascii.h"
 
 namespace quorvane {
 namespace fs = std::filesystem;

@@ -5,11 +5,11 @@
 #include <fstream>
 #include <string_view>
 
+#include "host/mail/ascii.h"
 #include "host/mail/mail_check.h"
 #include "host/mail/mail_files.h"
 #include "host/mail/mail_form.h"
 #include "host/mail/mbox_reader.h"
-#include "host/mail/unicode.h"
 
 namespace quorvane {
 namespace fs = std::filesystem;

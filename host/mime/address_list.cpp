@@ -2,9 +2,9 @@
 
 #include <algorithm>
 
-#include "host/mail/unicode.h"
 #include "host/mime/charset.h"
 #include "host/mime/gmime_setup.h"
+#include "quorvane3/com.h"
 
 namespace quorvane {
 namespace {

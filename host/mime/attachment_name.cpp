@@ -2,7 +2,8 @@
 
 #include <algorithm>
 
-#include "host/mail/unicode.h"
+#include "host/mail/ascii.h"
+#include "quorvane3/com.h"
 
 namespace quorvane {
 namespace {

@@ -7,7 +7,8 @@
 #include <cerrno>
 #include <utility>
 
-#include "host/mail/unicode.h"
+#include "host/mail/ascii.h"
+#include "quorvane3/com.h"
 
 namespace quorvane {
 namespace {

@@ -8,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-#include "host/mail/unicode.h"
+#include "quorvane3/com.h"
 #include "quorvane3/mapi.h"
 
 namespace quorvane {

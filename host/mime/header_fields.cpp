@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
+#include "host/mail/ascii.h"
 #include "host/mail/mail_check.h"
-#include "host/mail/unicode.h"
 #include "host/mime/filetime.h"
 #include "host/mime/gmime_setup.h"
 

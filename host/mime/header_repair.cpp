@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <unordered_set>
 
+#include "host/mail/ascii.h"
 #include "host/mail/mail_check.h"
-#include "host/mail/unicode.h"
 
 namespace quorvane {
 namespace {

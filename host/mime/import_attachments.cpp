@@ -1,6 +1,5 @@
 #include "host/mime/import_attachments.h"
 
-#include "host/mail/unicode.h"
 #include "host/mime/attachment_name.h"
 #include "host/mime/mail_envelope.h"
 #include "host/mime/mime_tags.h"

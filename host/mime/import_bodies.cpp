@@ -3,13 +3,14 @@
 #include <optional>
 #include <string_view>
 
-#include "host/mail/unicode.h"
+#include "host/mail/ascii.h"
 #include "host/mime/charset.h"
 #include "host/mime/flowed_text.h"
 #include "host/mime/mime_tags.h"
 #include "host/mime/part_bytes.h"
 #include "host/mime/property_list.h"
 #include "host/mime/value_writer.h"
+#include "quorvane3/com.h"
 
 namespace quorvane {
 namespace {

@@ -2,12 +2,13 @@
 
 #include <algorithm>
 
+#include "host/mail/ascii.h"
 #include "host/mail/mail_check.h"
-#include "host/mail/unicode.h"
 #include "host/mime/charset.h"
 #include "host/mime/filetime.h"
 #include "host/mime/gmime_setup.h"
 #include "host/mime/import_bodies.h"
+#include "quorvane3/com.h"
 
 namespace quorvane {
 namespace {

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <string_view>
 
-#include "host/mail/unicode.h"
+#include "host/mail/ascii.h"
 #include "host/mime/gmime_setup.h"
 
 namespace quorvane {

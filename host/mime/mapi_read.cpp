@@ -1,8 +1,8 @@
 #include "host/mime/mapi_read.h"
 
-#include "host/mail/unicode.h"
 #include "host/mime/charset.h"
 #include "host/mime/value_reader.h"
+#include "quorvane3/com.h"
 
 namespace quorvane {
 namespace {
@@ -112,7 +112,7 @@ const SPropValue* FindValue(const SRow& row, ULONG tag) noexcept
 std::string RowText(const SRow& row, ULONG wideTag, ULONG codePage)
 {
     if (const SPropValue* const wide = FindValue(row, wideTag); wide && wide->Value.lpszW)
-        return Utf8FromWide(wide->Value.lpszW);
+        return ToUtf8(wide->Value.lpszW);
     const SPropValue* const narrow = FindValue(row, CHANGE_PROP_TYPE(wideTag, PT_STRING8));
     return narrow && narrow->Value.lpszA ? Narrow(narrow->Value.lpszA, codePage) : std::string();
 }

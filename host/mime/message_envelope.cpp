@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "host/mail/unicode.h"
+#include "host/mail/ascii.h"
 #include "host/mime/mapi_read.h"
 #include "host/mime/one_off.h"
 #include "host/mime/person_tags.h"

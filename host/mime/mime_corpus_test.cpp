@@ -4,9 +4,9 @@
 #include <cstdlib>
 #include <iostream>
 
+#include "host/mail/ascii.h"
 #include "host/mail/mail_check.h"
 #include "host/mail/mail_reader.h"
-#include "host/mail/unicode.h"
 #include "host/mime/property_list.h"
 #include "host/mime/test_store.h"
 

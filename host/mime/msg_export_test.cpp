@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <iostream>
 
-#include "host/mail/unicode.h"
+#include "host/mime/mapi_text.h"
 #include "host/mime/test_store.h"
 #include "quorvane3/storage.h"
 
@@ -16,7 +16,7 @@ class MsgExportTest : public StoreTest {
 protected:
     static ComPtr<IMessage> Open(const std::filesystem::path& path, ComPtr<IStorage>& storage)
     {
-        const OleString name = WideFromUtf8(path.string());
+        const OleString name = MapiText(path.string());
         ComPtr<IMessage> message;
         EXPECT_EQ(StgOpenStorage(name.c_str(), nullptr, STGM_READ | STGM_SHARE_DENY_WRITE, nullptr, 0,
                                  storage.Put()),

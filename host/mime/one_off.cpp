@@ -2,8 +2,10 @@
 
 #include <cstdint>
 
-#include "host/mail/unicode.h"
+#include "host/mail/ascii.h"
 #include "host/mime/charset.h"
+#include "host/mime/mapi_text.h"
+#include "quorvane3/com.h"
 
 namespace quorvane {
 namespace {
@@ -32,7 +34,7 @@ std::uint32_t ReadNumber(std::string_view bytes, std::size_t at, int size)
 
 void AppendWide(std::string& bytes, const std::string& text)
 {
-    for (const OLECHAR unit : WideFromUtf8(text))
+    for (const OLECHAR unit : MapiText(text))
         AppendNumber(bytes, unit, 2);
     AppendNumber(bytes, 0, 2);
 }
@@ -45,7 +47,7 @@ std::optional<std::string> TakeWide(std::string_view& bytes)
         const auto unit = static_cast<OLECHAR>(ReadNumber(bytes, 0, 2));
         bytes.remove_prefix(2);
         if (unit == 0)
-            return Utf8FromWide(text);
+            return ToUtf8(text);
         text.push_back(unit);
     }
     return std::nullopt;

@@ -1,6 +1,6 @@
 #include "host/mime/part_fields.h"
 
-#include "host/mail/unicode.h"
+#include "host/mail/ascii.h"
 #include "host/mime/attachment_name.h"
 #include "host/mime/gmime_setup.h"
 

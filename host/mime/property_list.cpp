@@ -1,6 +1,6 @@
 #include "host/mime/property_list.h"
 
-#include "host/mail/unicode.h"
+#include "host/mime/mapi_text.h"
 
 namespace quorvane {
 
@@ -13,7 +13,7 @@ SPropValue& PropertyList::Add(ULONG tag)
 
 void PropertyList::AddText(ULONG tag, std::string_view text)
 {
-    OleString& kept = texts_.emplace_back(WideFromUtf8(text));
+    OleString& kept = texts_.emplace_back(MapiText(text));
     Add(tag).Value.lpszW = kept.data();
 }
 

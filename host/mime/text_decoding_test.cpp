@@ -1,9 +1,9 @@
-// Charsets, UTF-8 and flowed text.
+// Charsets, text for MAPI and flowed text.
 #include <gtest/gtest.h>
 
-#include "host/mail/unicode.h"
 #include "host/mime/charset.h"
 #include "host/mime/flowed_text.h"
+#include "host/mime/mapi_text.h"
 
 namespace quorvane {
 namespace {
@@ -64,48 +64,14 @@ TEST(CharsetTest, ALongTextIsDecodedWholly)
     for (int i = 0; i < 100000; ++i)
         bytes += "\xE4\xB8";
     const std::string text = DecodeText(bytes, "euc-kr");
-    EXPECT_EQ(Utf8FromWide(WideFromUtf8(text)), text);
-    EXPECT_EQ(WideFromUtf8(text).size(), 100000u);
+    EXPECT_EQ(ToUtf8(MapiText(text)), text);
+    EXPECT_EQ(MapiText(text).size(), 100000u);
 }
 
-TEST(UnicodeTest, TextSurvivesTheWayToUtf16AndBack)
+TEST(MapiTextTest, BytesWithoutMeaningAndNulsAreReplaced)
 {
-    const std::string text = "aä€𝄞\uFFFD";
-    EXPECT_EQ(Utf8FromWide(WideFromUtf8(text)), text);
-    EXPECT_EQ(WideFromUtf8("𝄞").size(), 2u);
-}
-
-TEST(UnicodeTest, OverlongFormsAndSurrogatesAreNoUtf8)
-{
-    EXPECT_FALSE(IsUtf8("\xC0\x80"));
-    EXPECT_FALSE(IsUtf8("\xED\xA0\x80"));
-    EXPECT_FALSE(IsUtf8("\xF5\x80\x80\x80"));
-    EXPECT_FALSE(IsUtf8("\xE2\x82"));
-    EXPECT_TRUE(IsUtf8("\xF4\x8F\xBF\xBF"));
-}
-
-TEST(UnicodeTest, TheLastCharacterIsOneAndTheNextIsNone)
-{
-    const std::string last = "\xF4\x8F\xBF\xBF";
-    EXPECT_TRUE(IsUtf8("plain"));
-    EXPECT_TRUE(IsUtf8(last));
-    EXPECT_EQ(CleanUtf8(last), last);
-    EXPECT_EQ(Utf8FromWide(WideFromUtf8(last)), last);
-    EXPECT_FALSE(IsUtf8("\xF4\x90\x80\x80"));
-    std::string text;
-    AppendUtf8(text, 0x110000);
-    EXPECT_EQ(text, "\xEF\xBF\xBD");
-}
-
-TEST(UnicodeTest, BytesWithoutMeaningAndNulsAreReplacedInWideTextToo)
-{
-    EXPECT_EQ(WideFromUtf8(std::string_view("a\xFF\0b", 4)), OLESTR("a\uFFFD\uFFFDb"));
-}
-
-TEST(UnicodeTest, ALoneSurrogateBecomesTheReplacementCharacter)
-{
-    const OLECHAR lone[] = {0xD834, u'a', 0};
-    EXPECT_EQ(Utf8FromWide(lone), "\uFFFDa");
+    EXPECT_EQ(MapiText(std::string_view("a\xFF\0b", 4)), OLESTR("a\uFFFD\uFFFDb"));
+    EXPECT_EQ(MapiText("𝄞").size(), 2u);
 }
 
 TEST(FlowedTextTest, LinesThatEndInASpaceGoOn)

@@ -4,7 +4,6 @@
 #include <sstream>
 
 #include "host/mail/file_form.h"
-#include "host/mail/unicode.h"
 #include "host/mime/charset.h"
 #include "host/mime/eml_writer.h"
 #include "host/mime/flowed_text.h"
@@ -60,22 +59,6 @@ TEST(TextPiecesTest, ACharsetIsDecodedTheSameWhereverItsBytesAreCut)
         for (std::size_t size = 1; size <= each.bytes.size(); ++size) {
             TextDecoder decoder(each.charset, [&] { return IsUtf8(each.bytes); });
             EXPECT_EQ(InPieces(decoder, each.bytes, size), whole) << each.charset << " by " << size;
-        }
-    }
-}
-
-TEST(TextPiecesTest, Utf8IsRecognisedAndCleanedWhereverItIsCut)
-{
-    for (const std::string text :
-         {"aä€𝄞", "a\xF0\x9D\x84", "\xE2\x82", "\xC3\xA4\xA4", "\xED\xA0\x80xyz",
-          "eight and more ä, eight and more again", "eight and more \xC3(, eight and more again", ""}) {
-        for (std::size_t size = 1; size <= text.size(); ++size) {
-            Utf8Cleaner cleaner;
-            EXPECT_EQ(InPieces(cleaner, text, size), CleanUtf8(text));
-            Utf8Check check;
-            for (std::size_t at = 0; at < text.size(); at += size)
-                check.Put(std::string_view(text).substr(at, size));
-            EXPECT_EQ(check.End(), IsUtf8(text)) << text << " by " << size;
         }
     }
 }

@@ -2,9 +2,9 @@
 
 #include <array>
 
-#include "host/mail/unicode.h"
 #include "host/mime/charset.h"
 #include "host/mime/mapi_read.h"
+#include "quorvane3/com.h"
 
 namespace quorvane {
 namespace {
@@ -63,7 +63,7 @@ HRESULT ValueReader::Look(IMAPIProp& object, ULONG tag)
     if (PROP_TYPE(tag) == PT_BINARY)
         small_.emplace(reinterpret_cast<const char*>(value->Value.bin.lpb), value->Value.bin.cb);
     else if (PROP_TYPE(tag) == PT_UNICODE && value->Value.lpszW)
-        small_ = Utf8FromWide(value->Value.lpszW);
+        small_ = ToUtf8(value->Value.lpszW);
     else if (PROP_TYPE(tag) == PT_STRING8 && value->Value.lpszA)
         small_ = DecodeText(value->Value.lpszA, CharsetOf(codePage_));
     object_ = small_ ? &object : nullptr;
@@ -123,7 +123,7 @@ HRESULT ValueReader::ReadWide(const Visit& visit) const
     std::string held;
     const HRESULT hr = ReadStream([&](std::string_view piece) {
         held.append(piece);
-        return visit(Utf8FromWide(TakeUnits(held)));
+        return visit(ToUtf8(TakeUnits(held)));
     });
     if (SUCCEEDED(hr) && held.size() >= 2) {
         std::string lone;

@@ -1,6 +1,6 @@
 #include "host/mime/value_writer.h"
 
-#include "host/mail/unicode.h"
+#include "host/mime/mapi_text.h"
 #include "host/mime/property_list.h"
 
 namespace quorvane {
@@ -11,7 +11,7 @@ constexpr std::size_t kSmallValue = std::size_t{64} << 10;
 // UTF-16 in little-endian order, as it stands in a text's stream.
 std::string WideBytes(std::string_view text)
 {
-    const OleString wide = WideFromUtf8(text);
+    const OleString wide = MapiText(text);
     std::string bytes;
     bytes.reserve(2 * wide.size());
     for (const OLECHAR unit : wide) {

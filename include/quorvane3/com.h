@@ -9,6 +9,7 @@
 #include "platform/com/com_ptr.h"
 #include "platform/com/error_text.h"
 #include "platform/com/safe_array.h"
+#include "platform/com/utf8.h"
 #include "platform/com/variant.h"
 
 #endif  // QUORVANE3_COM_H_

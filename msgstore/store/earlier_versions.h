@@ -6,7 +6,9 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
+#include <algorithm>
 #include <filesystem>
+#include <initializer_list>
 #include <string>
 
 namespace quorvane::testing {
@@ -120,19 +122,45 @@ PRAGMA application_id=1364610387;
 PRAGMA user_version=1;
 )sql";
 
+// What version 2 added. It folded Latin, Greek, Cyrillic and Armenian letters alone.
+inline constexpr char kStepToVersion2[] = R"sql(
+ALTER TABLE message ADD COLUMN subject_key TEXT;
+UPDATE message SET subject_key = lower(subject);
+INSERT INTO message (id, guid, folder_id, associated, version, created, modified, flags, size, subject,
+                     subject_key) VALUES
+    (4, x'01A1FD44F3DF76C3810F11B83E977314', 3, 0, 1, 400, 400, 9, 10, 'ＺＥ', 'ＺＥ');
+INSERT INTO part (message_id, parent_id, number, properties, recipients) VALUES (4, 0, 0, x'', x'');
+CREATE INDEX message_by_delivery ON message (folder_id, associated, delivered);
+CREATE INDEX message_by_subject ON message (folder_id, associated, subject_key);
+PRAGMA user_version=2;
+)sql";
+
 // Takes the place of what is there; nobody may have it open.
-inline void MakeStoreOfVersion1(const std::string& path, const char* moreRows = "")
+inline void MakeStoreOf(const std::string& path, std::initializer_list<const char*> scripts)
 {
     for (const char* const suffix : {"", "-wal", "-shm"})
         std::filesystem::remove(path + suffix);
     sqlite3* database = nullptr;
     ASSERT_EQ(sqlite3_open(path.c_str(), &database), SQLITE_OK);
-    for (const char* const sql :
-         {"PRAGMA journal_mode=WAL", "BEGIN", kTablesOfVersion1, kRowsOfVersion1, moreRows, "COMMIT"}) {
+    const auto run = [database](const char* sql) {
         EXPECT_EQ(sqlite3_exec(database, sql, nullptr, nullptr, nullptr), SQLITE_OK)
             << sqlite3_errmsg(database);
-    }
+    };
+    run("PRAGMA journal_mode=WAL");
+    run("BEGIN");
+    std::for_each(scripts.begin(), scripts.end(), run);
+    run("COMMIT");
     sqlite3_close(database);
+}
+
+inline void MakeStoreOfVersion1(const std::string& path, const char* moreRows = "")
+{
+    MakeStoreOf(path, {kTablesOfVersion1, kRowsOfVersion1, moreRows});
+}
+
+inline void MakeStoreOfVersion2(const std::string& path)
+{
+    MakeStoreOf(path, {kTablesOfVersion1, kRowsOfVersion1, kStepToVersion2});
 }
 
 }  // namespace quorvane::testing

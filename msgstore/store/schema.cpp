@@ -9,7 +9,7 @@ namespace {
 
 constexpr std::int64_t kApplicationId = 0x51564D53;  // "QVMS"
 // Of a later version are those that this program doesn't know; those before it are brought up to it.
-constexpr std::int64_t kSchemaVersion = 2;
+constexpr std::int64_t kSchemaVersion = 3;
 
 constexpr char kTables[] = R"sql(
 CREATE TABLE store (
@@ -145,8 +145,11 @@ CREATE INDEX message_by_delivery ON message (folder_id, associated, delivered);
 CREATE INDEX message_by_subject ON message (folder_id, associated, subject_key);
 )sql";
 
+// From version 2: folded were Latin, Greek, Cyrillic and Armenian letters alone.
+constexpr char kVersion3[] = "UPDATE message SET subject_key = qv_fold(subject)";
+
 // The step from each version, from 1 on, to the next.
-constexpr const char* kSteps[] = {kVersion2};
+constexpr const char* kSteps[] = {kVersion2, kVersion3};
 static_assert(std::size(kSteps) + 1 == kSchemaVersion);
 
 HRESULT SetVersion(SqliteConnection& connection, std::int64_t version)

@@ -34,7 +34,7 @@ TEST_F(SchemaVersionTest, AStoreOfVersion1OpensAndItsMessagesAreSortedAndFound)
     std::shared_ptr<StoreCore> core;
     ASSERT_EQ(StoreCore::Open(mailbox.StorePath(), false, core), S_OK);
 
-    EXPECT_EQ(Ask("PRAGMA user_version"), 2);
+    EXPECT_EQ(Ask("PRAGMA user_version"), 3);
     EXPECT_EQ(Ask("SELECT count(*) FROM message WHERE subject_key IS qv_fold(subject)"), 3);
     EXPECT_EQ(Ask("SELECT count(*) FROM pragma_integrity_check WHERE integrity_check <> 'ok'"), 0);
     EXPECT_EQ(Ask("SELECT count(*) FROM pragma_foreign_key_check"), 0);
@@ -51,6 +51,19 @@ TEST_F(SchemaVersionTest, AStoreThatWasBroughtUpHasTheTablesOfANewOne)
 
     EXPECT_EQ(Ask(columns), newColumns);
     EXPECT_EQ(Ask(indexes), newIndexes);
+}
+
+TEST_F(SchemaVersionTest, ASubjectOfVersion2IsFoundByLettersThatItDidNotFold)
+{
+    mailbox.LogOff();
+    ASSERT_NO_FATAL_FAILURE(MakeStoreOfVersion2(mailbox.StorePath()));
+
+    std::shared_ptr<StoreCore> core;
+    ASSERT_EQ(StoreCore::Open(mailbox.StorePath(), false, core), S_OK);
+
+    EXPECT_EQ(Ask("PRAGMA user_version"), 3);
+    EXPECT_EQ(Ask("SELECT count(*) FROM message WHERE subject_key = 'ｚｅ'"), 1);
+    EXPECT_EQ(Ask("SELECT count(*) FROM message WHERE subject_key IS qv_fold(subject)"), 4);
 }
 
 TEST_F(SchemaVersionTest, BringingUpThatFailsLeavesTheEarlierVersionWhole)

@@ -70,13 +70,5 @@ TEST(CompareValuesTest, KeysOrderAsTheirValuesDo)
                 << "values " << i << " and " << j;
 }
 
-TEST(TextFoldTest, TextInUtf8IsFoldedAsTextInUnitsIs)
-{
-    for (const std::string_view text : {"", "Plain ASCII, 100 % @[`{", "\xC3\x89t\xC3\xA9",
-                                        "\xCE\x91\xCE\xB2\xD0\x96 A", "\xF0\x9F\x98\x80 Z"})
-        EXPECT_EQ(FoldUtf8(text), ToUtf8(Fold(FromUtf8(text)))) << text;
-    EXPECT_EQ(FoldUtf8("\xC3\x89T\xC3\x89 AZ"), "\xC3\xA9t\xC3\xA9 az");
-}
-
 }  // namespace
 }  // namespace quorvane

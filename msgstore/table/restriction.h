@@ -77,7 +77,7 @@ public:
 };
 
 // Orders two values of one property as a table does: numbers by value, false before true, text without
-// regard to case (simple folding of letters) by its characters' numbers, binaries and identifiers byte by
+// regard to case (`Fold`) by its characters' numbers, binaries and identifiers byte by
 // byte, a missing value (null) before all. Values of different type order by type. Less than, equal to or
 // greater than 0.
 int CompareValues(const PropertyValue* a, const PropertyValue* b) noexcept;

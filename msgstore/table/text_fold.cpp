@@ -1,90 +1,85 @@
 #include "msgstore/table/text_fold.h"
 
+#include <utf8proc.h>
+
 #include <algorithm>
+#include <array>
+#include <cstdint>
 
 #include "platform/com/bstr.h"
 
 namespace quorvane {
 namespace {
 
-// The base letters of U+00C0 to U+017F; a full stop stands for one that isn't made of another letter.
-constexpr char kBases[] =
-    "AAAAAA.CEEEEIIII.NOOOOO.OUUUUY..aaaaaa.ceeeeiiii.nooooo.ouuuuy.y"
-    "AaAaAaCcCcCcCcDdDdEeEeEeEeEeGgGgGgGgHhHhIiIiIiIiI...JjKk.LlLlLlL"
-    "lLlNnNnNn...OoOoOo..RrRrRrSsSsSsSsTtTtTtUuUuUuUuUuUuWwYyYZzZzZz.";
-static_assert(sizeof(kBases) == 0x180 - 0xC0 + 1);
-
-bool IsCombiningMark(OLECHAR unit) noexcept
+char AsciiFold(char unit) noexcept
 {
-    return unit >= 0x0300 && unit < 0x0370;
+    return unit >= 'A' && unit <= 'Z' ? static_cast<char>(unit + 0x20) : unit;
 }
 
-OLECHAR FoldLatinExtended(OLECHAR unit) noexcept
+// By way of the upper case: so both forms of a small sigma are one letter.
+char32_t FoldLetter(char32_t letter) noexcept
 {
-    const bool odd = (unit & 1) != 0;
-    if (unit == 0x0178)
-        return 0x00FF;
-    if (unit == 0x0130 || unit == 0x0131 || unit == 0x0138 || unit == 0x0149 || unit == 0x017F)
-        return unit;
-    const bool oddIsUpper = (unit >= 0x0139 && unit <= 0x0148) || (unit >= 0x0179 && unit <= 0x017E);
-    return odd == oddIsUpper ? static_cast<OLECHAR>(unit + 1) : unit;
+    if (letter < 0x80)
+        return static_cast<unsigned char>(AsciiFold(static_cast<char>(letter)));
+    if (letter == kInvalidCharacter)
+        return kReplacement;
+    return static_cast<char32_t>(utf8proc_tolower(utf8proc_toupper(static_cast<utf8proc_int32_t>(letter))));
 }
 
-OLECHAR FoldGreek(OLECHAR unit) noexcept
+// Letters with a stroke, which Unicode doesn't make of a letter and a mark.
+char32_t WithoutStroke(char32_t letter) noexcept
 {
-    if (unit >= 0x0391 && unit <= 0x03AB && unit != 0x03A2)
-        return static_cast<OLECHAR>(unit + 0x20);
-    if (unit == 0x0386)
-        return 0x03AC;
-    if (unit >= 0x0388 && unit <= 0x038A)
-        return static_cast<OLECHAR>(unit + 0x25);
-    if (unit == 0x038C)
-        return 0x03CC;
-    return unit == 0x038E || unit == 0x038F ? static_cast<OLECHAR>(unit + 0x3F) : unit;
+    constexpr std::u32string_view kStruck = U"ØøĐđĦħŁłŦŧƵƶ";
+    constexpr std::u32string_view kBases = U"OoDdHhLlTtZz";
+    const std::size_t at = kStruck.find(letter);
+    return at == std::u32string_view::npos ? letter : kBases[at];
 }
 
-OLECHAR FoldCyrillic(OLECHAR unit) noexcept
+// What stands above, below or across a letter. Signs that make another letter of it (a voicing of kana, a
+// vowel of an Indic script or of Thai) are in classes of their own, below the others.
+bool IsMark(utf8proc_int32_t character) noexcept
 {
-    if (unit < 0x0410)
-        return static_cast<OLECHAR>(unit + 0x50);
-    if (unit < 0x0430)
-        return static_cast<OLECHAR>(unit + 0x20);
-    if ((unit >= 0x0460 && unit < 0x0482) || (unit >= 0x048A && unit < 0x04C0) || unit >= 0x04D0)
-        return static_cast<OLECHAR>(unit | 1);
-    return unit;
+    const utf8proc_property_t& property = *utf8proc_get_property(character);
+    return property.category == UTF8PROC_CATEGORY_MN &&
+           (property.combining_class > 9 || (character >= 0x0300 && character < 0x0370));
+}
+
+void AppendWithoutMarks(OleString& text, char32_t character)
+{
+    // No character has more parts than four.
+    std::array<utf8proc_int32_t, 8> parts{};
+    int boundary = 0;
+    const utf8proc_ssize_t count = utf8proc_decompose_char(
+        static_cast<utf8proc_int32_t>(character), parts.data(), parts.size(), UTF8PROC_DECOMPOSE, &boundary);
+    const bool marked = count > 1 && std::any_of(parts.begin() + 1, parts.begin() + count, IsMark);
+    // What has other parts than marks, as a syllable of Hangul, stays in one piece.
+    if (!marked && (count != 1 || !IsMark(parts[0])))
+        AppendUtf16(text, WithoutStroke(character));
+    for (utf8proc_ssize_t i = 0; marked && i < count; ++i)
+        if (!IsMark(parts[static_cast<std::size_t>(i)]))
+            AppendUtf16(text, WithoutStroke(static_cast<char32_t>(parts[static_cast<std::size_t>(i)])));
 }
 
 }  // namespace
 
-OLECHAR FoldUnit(OLECHAR unit) noexcept
-{
-    if (unit < 0x80)
-        return unit >= 'A' && unit <= 'Z' ? static_cast<OLECHAR>(unit + 0x20) : unit;
-    if (unit >= 0x00C0 && unit <= 0x00DE && unit != 0x00D7)
-        return static_cast<OLECHAR>(unit + 0x20);
-    if (unit >= 0x0100 && unit < 0x0180)
-        return FoldLatinExtended(unit);
-    if (unit >= 0x0386 && unit < 0x03AC)
-        return FoldGreek(unit);
-    if (unit >= 0x0400 && unit < 0x0530)
-        return FoldCyrillic(unit);
-    return unit >= 0x0531 && unit <= 0x0556 ? static_cast<OLECHAR>(unit + 0x30) : unit;
-}
-
 OleString Fold(OleStringView text)
 {
-    OleString folded(text);
-    std::transform(folded.begin(), folded.end(), folded.begin(), FoldUnit);
+    OleString folded;
+    folded.reserve(text.size());
+    for (std::size_t at = 0; at < text.size();)
+        AppendUtf16(folded, FoldLetter(NextUtf16(text, at)));
     return folded;
 }
 
 std::string FoldUtf8(std::string_view text)
 {
-    if (std::any_of(text.begin(), text.end(), [](char unit) { return (unit & 0x80) != 0; }))
-        return ToUtf8(Fold(FromUtf8(text)));
     std::string folded(text);
-    std::transform(folded.begin(), folded.end(), folded.begin(),
-                   [](char unit) { return static_cast<char>(FoldUnit(static_cast<OLECHAR>(unit))); });
+    const auto plain =
+        std::find_if(text.begin(), text.end(), [](char unit) { return (unit & 0x80) != 0; }) - text.begin();
+    std::transform(folded.begin(), folded.begin() + plain, folded.begin(), AsciiFold);
+    folded.resize(static_cast<std::size_t>(plain));
+    for (auto at = static_cast<std::size_t>(plain); at < text.size();)
+        AppendUtf8(folded, FoldLetter(NextUtf8(text, at)));
     return folded;
 }
 
@@ -92,11 +87,12 @@ OleString WithoutMarks(OleStringView text)
 {
     OleString plain;
     plain.reserve(text.size());
-    for (const OLECHAR unit : text) {
-        if (IsCombiningMark(unit))
-            continue;
-        const char base = unit >= 0x00C0 && unit < 0x0180 ? kBases[unit - 0x00C0] : '.';
-        plain.push_back(base == '.' ? unit : static_cast<OLECHAR>(base));
+    for (std::size_t at = 0; at < text.size();) {
+        const char32_t character = NextUtf16(text, at);
+        if (character < 0x80)
+            plain.push_back(static_cast<OLECHAR>(character));
+        else
+            AppendWithoutMarks(plain, character);
     }
     return plain;
 }

@@ -9,15 +9,14 @@
 
 namespace quorvane {
 
-// Lower case, letter by letter, of the Latin, Greek, Cyrillic and Armenian alphabets; everything else stays.
-// May throw std::bad_alloc.
+// Letter by letter, of every script that has cases; the number of characters stays. A lone surrogate, and
+// each byte that belongs to no character, becomes U+FFFD. May throw std::bad_alloc.
 OleString Fold(OleStringView text);
-// The same in UTF-8, whose bytes order as the text does. Of what isn't UTF-8 something.
+// The same in UTF-8, whose bytes order as the characters do.
 std::string FoldUtf8(std::string_view text);
-OLECHAR FoldUnit(OLECHAR unit) noexcept;
 
-// Without the combining marks that follow letters, and with the letters of Latin-1 and Latin Extended-A
-// reduced to those they're made of. May throw std::bad_alloc.
+// Without the marks above, below and across letters, whether they follow their letter or are part of it.
+// May throw std::bad_alloc.
 OleString WithoutMarks(OleStringView text);
 
 // Byte by byte, a prefix first.

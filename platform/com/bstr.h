@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "platform/com/com.h"
+#include "platform/com/utf8.h"
 
 namespace quorvane {
 
@@ -14,10 +15,6 @@ namespace quorvane {
 // malformed byte becomes U+FFFD. Throw std::bad_alloc.
 std::string Narrow(OleStringView text);
 OleString Widen(std::string_view text);
-
-// UTF-16 to UTF-8 and back, whatever the code page. Throw std::bad_alloc.
-std::string ToUtf8(OleStringView text);
-OleString FromUtf8(std::string_view text);
 
 // The text of a BSTR, which may be null (empty then). The view lives as long as the BSTR.
 inline OleStringView ViewOf(BSTR text) noexcept

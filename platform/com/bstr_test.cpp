@@ -70,43 +70,10 @@ TEST(BstrTest, CopiesTellNullFromEmpty)
     EXPECT_TRUE(emptyCopy.IsEmpty());
 }
 
-TEST(TextTest, EveryKindOfCharacterSurvivesUtf8)
+TEST(TextTest, TextSurvivesTheAnsiCodePage)
 {
-    const OleString text = OLESTR("a\u00E9\u20AC\U0001F4E7");
-
-    EXPECT_EQ(ToUtf8(text), "a\xC3\xA9\xE2\x82\xAC\xF0\x9F\x93\xA7");
-    EXPECT_EQ(FromUtf8(ToUtf8(text)), text);
     EXPECT_EQ(Widen(Narrow(OLESTR("a\u00E9"))), OLESTR("a\u00E9"));
 }
-
-TEST(TextTest, ALoneSurrogateBecomesTheReplacementCharacter)
-{
-    const OLECHAR high[] = {'x', 0xD83D, 'y'};
-    const OLECHAR low[] = {0xDCE7};
-
-    EXPECT_EQ(ToUtf8(OleStringView(high, 3)), "x\xEF\xBF\xBDy");
-    EXPECT_EQ(ToUtf8(OleStringView(low, 1)), "\xEF\xBF\xBD");
-}
-
-struct Malformed {
-    std::string_view bytes;
-    size_t replacements;
-};
-
-class MalformedUtf8Test : public testing::TestWithParam<Malformed> {};
-
-TEST_P(MalformedUtf8Test, EachByteThatBeginsNoCharacterIsReplaced)
-{
-    const OleString expected = OleString(GetParam().replacements, 0xFFFD) + OLESTR("z");
-
-    EXPECT_EQ(FromUtf8(std::string(GetParam().bytes) + "z"), expected);
-}
-
-INSTANTIATE_TEST_SUITE_P(Sequences, MalformedUtf8Test,
-                         testing::Values(Malformed{"\x80", 1}, Malformed{"\xC3", 1}, Malformed{"\xC0\xAF", 2},
-                                         Malformed{"\xE0\x80\x80", 3}, Malformed{"\xED\xA0\x80", 3},
-                                         Malformed{"\xF4\x90\x80\x80", 4}, Malformed{"\xFF", 1},
-                                         Malformed{"\xE2\x82", 2}));
 
 }  // namespace
 }  // namespace quorvane
