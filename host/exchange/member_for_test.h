@@ -198,8 +198,7 @@ public:
     void Ask(const std::string& folder)
     {
         for (auto& [id, neighbour] : disk.neighbours)
-            if (IsIn(folder) && disk.folders[folder].Has(cards_.at(id)->keys.Signing()))
-                neighbour.reports.try_emplace(folder, ReportOf(folder, disk.folders[folder]));
+            Ask(id, folder);
     }
 
     // The mailbox is put back to what it was; a new epoch begins.
@@ -216,8 +215,7 @@ public:
         for (auto& [id, neighbour] : disk.neighbours) {
             neighbour.sent = neighbour.acked = 0;
             neighbour.reports.clear();
-            for (const auto& [name, folder] : disk.folders)
-                OweAll(id, name);
+            CompareAnew(id);
         }
         ++chronicle_.epochs;
     }
@@ -290,6 +288,19 @@ private:
         for (const auto& [id, item] : disk.folders[folder].items)
             owed.insert(id);
     }
+    void Ask(const DeviceId& device, const std::string& folder)
+    {
+        if (IsIn(folder) && disk.folders[folder].Has(cards_.at(device)->keys.Signing()))
+            disk.neighbours[device].reports.try_emplace(folder, ReportOf(folder, disk.folders[folder]));
+    }
+    // What was lost on the way is found by it.
+    void CompareAnew(const DeviceId& device)
+    {
+        for (const auto& [name, folder] : disk.folders) {
+            disk.neighbours[device].owed[name].insert("");
+            Ask(device, name);
+        }
+    }
     void Remake(const DeviceId& device)
     {
         for (auto& [sequence, receivers] : disk.deliveries)
@@ -299,8 +310,7 @@ private:
         Neighbour& neighbour = disk.neighbours[device];
         neighbour.sent = neighbour.acked;
         neighbour.remade = clock;
-        for (const auto& [name, folder] : disk.folders)
-            OweAll(device, name);
+        CompareAnew(device);
     }
 
     // ----- sending

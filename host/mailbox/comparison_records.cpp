@@ -33,20 +33,18 @@ void ReadItems(const std::string& text, ComparisonRecord& record)
             record.items.push_back(item.get<std::string>());
 }
 
-}  // namespace
-
-void ComparisonRecords::NotePairs(std::uint64_t now)
+void NotePairs(Database& database, std::uint64_t now)
 {
     // Nothing is written while nothing is new.
     Statement find(
-        database_,
+        database,
         "SELECT 1 FROM member JOIN device ON device.member = member.name LEFT JOIN comparison ON "
         "comparison.folder_id = member.folder_id AND comparison.device = device.id WHERE announced = 1 AND "
         "card <> '' AND comparison.device IS NULL LIMIT 1");
     if (!find.Step())
         return;
     find.Reset();
-    Statement(database_,
+    Statement(database,
               "INSERT OR IGNORE INTO comparison (folder_id, device, since) SELECT member.folder_id, "
               "device.id, ? FROM member JOIN device ON device.member = member.name WHERE announced = 1 AND "
               "card <> ''")
@@ -54,9 +52,23 @@ void ComparisonRecords::NotePairs(std::uint64_t now)
         .Run();
 }
 
+}  // namespace
+
+void WantComparisons(Database& database, const std::string& folderId, const std::string& device,
+                     std::uint64_t now)
+{
+    NotePairs(database, now);
+    Statement(database,
+              "UPDATE comparison SET wanted = 1, tries = 0 WHERE (?1 = '' OR folder_id = ?1) AND (?2 = '' OR "
+              "device = ?2)")
+        .Bind(1, folderId)
+        .Bind(2, device)
+        .Run();
+}
+
 std::vector<ComparisonRecord> ComparisonRecords::All(std::uint64_t now)
 {
-    NotePairs(now);
+    NotePairs(database_, now);
     Statement select(
         database_,
         "SELECT share.folder_id, share.name, device.id, device.member, since, wanted, opened, equal, "
@@ -86,17 +98,6 @@ std::vector<ComparisonRecord> ComparisonRecords::All(std::uint64_t now)
     return records;
 }
 
-void ComparisonRecords::Want(const std::string& folderId, const std::string& device, std::uint64_t now)
-{
-    NotePairs(now);
-    Statement(database_,
-              "UPDATE comparison SET wanted = 1, tries = 0 WHERE (?1 = '' OR folder_id = ?1) AND (?2 = '' OR "
-              "device = ?2)")
-        .Bind(1, folderId)
-        .Bind(2, device)
-        .Run();
-}
-
 void ComparisonRecords::NoteOpened(const std::string& folderId, const std::string& device, std::uint64_t now)
 {
     Statement(database_, "UPDATE comparison SET opened = ?3 WHERE folder_id = ?1 AND device = ?2")
@@ -108,7 +109,7 @@ void ComparisonRecords::NoteOpened(const std::string& folderId, const std::strin
 
 void ComparisonRecords::NoteEqual(const std::string& folderId, const std::string& device, std::uint64_t now)
 {
-    NotePairs(now);
+    NotePairs(database_, now);
     Statement(database_,
               "UPDATE comparison SET equal = ?3, wanted = 0, tries = 0 WHERE folder_id = ?1 AND device = ?2")
         .Bind(1, folderId)
@@ -120,7 +121,7 @@ void ComparisonRecords::NoteEqual(const std::string& folderId, const std::string
 void ComparisonRecords::NoteDiffered(const std::string& folderId, const std::string& device,
                                      const std::vector<std::string>& items, std::uint64_t now)
 {
-    NotePairs(now);
+    NotePairs(database_, now);
     Statement(database_,
               "UPDATE comparison SET differed = ?3, items = ?4, wanted = 1, tries = tries + 1 WHERE "
               "folder_id = ?1 AND device = ?2")

@@ -31,6 +31,11 @@ struct ComparisonRecord {
     bool IsEqual() const noexcept { return equal > differed; }
 };
 
+// Folders are to be compared: one, or for an empty id all; with one device, or for an empty one all.
+// `database` is host.db, in a transaction or not.
+void WantComparisons(Database& database, const std::string& folderId, const std::string& device,
+                     std::uint64_t now);
+
 // For one thread. Methods throw a HostError when the database fails.
 class ComparisonRecords {
 public:
@@ -40,9 +45,10 @@ public:
 
     // All pairs; those that are new are noted as of now.
     std::vector<ComparisonRecord> All(std::uint64_t now);
-    // Asks for comparisons: of one folder, or for an empty one of all; with one device, or for an empty one
-    // all.
-    void Want(const std::string& folderId, const std::string& device, std::uint64_t now);
+    void Want(const std::string& folderId, const std::string& device, std::uint64_t now)
+    {
+        WantComparisons(database_, folderId, device, now);
+    }
 
     void NoteOpened(const std::string& folderId, const std::string& device, std::uint64_t now);
     void NoteEqual(const std::string& folderId, const std::string& device, std::uint64_t now);
@@ -51,8 +57,6 @@ public:
                       const std::vector<std::string>& items, std::uint64_t now);
 
 private:
-    void NotePairs(std::uint64_t now);
-
     Database database_;
 };
 

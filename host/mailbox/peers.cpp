@@ -6,6 +6,7 @@
 #include "host/base/output.h"
 #include "host/exchange/device_link.h"
 #include "host/exchange/error.h"
+#include "host/mailbox/comparison_records.h"
 #include "host/mailbox/device.h"
 #include "host/mailbox/records.h"
 #include "host/store/properties.h"
@@ -152,14 +153,7 @@ void Peers::BeginEpoch(const exchange::Epoch& epoch, std::uint64_t sequence)
         "UPDATE folder_device SET due = 1 WHERE told = 1;"
         "UPDATE device SET sent = 0, acked = 0;"
         "UPDATE outgoing SET planned = 0, sequence = 0 WHERE laid = 0;");
-    Statement select(database_, "SELECT DISTINCT member FROM device");
-    std::vector<std::string> members;
-    while (select.Step())
-        members.push_back(select.Text(0));
-    for (const std::string& member : members)
-        OweAll(member, true);
-    // What was made here since the backup, the others alone have.
-    database_.Execute("UPDATE comparison SET wanted = 1, tries = 0");
+    CompareAnew({});
     transaction.Commit();
 }
 
@@ -354,7 +348,15 @@ void Peers::NoteBack(const std::string& device)
     if (database_.Changes() == 0)
         return;
     TellAgain(device);
-    Statement(database_, "UPDATE comparison SET wanted = 1, tries = 0 WHERE device = ?")
+    WantComparisons(database_, {}, device, FileTimeNow());
+}
+
+// Packages were lost, reports that a comparison waits for among them perhaps. What a device lacks by it, and
+// what this mailbox does, comparisons tell.
+void Peers::CompareAnew(const std::string& device)
+{
+    WantComparisons(database_, {}, device, FileTimeNow());
+    Statement(database_, "UPDATE comparison SET opened = 0 WHERE ?1 = '' OR device = ?1")
         .Bind(1, device)
         .Run();
 }
@@ -457,8 +459,8 @@ void Peers::Remake(const exchange::DeviceId& id)
         .Bind(1, Signed(FileTimeNow()))
         .Bind(2, text)
         .Run();
-    OweAll(peer->member, true);
     TellAgain(text);
+    CompareAnew(text);
     transaction.Commit();
 }
 
@@ -472,9 +474,7 @@ void Peers::NoteApplied(const exchange::DeviceId& id, const exchange::ForUs& pac
     const std::string text = exchange::TextOf(id);
     Transaction transaction(database_);
     if (hasBegunAnew)
-        Statement(database_, "UPDATE comparison SET wanted = 1, tries = 0 WHERE device = ?")
-            .Bind(1, text)
-            .Run();
+        WantComparisons(database_, {}, text, FileTimeNow());
     Statement(database_, "UPDATE device SET epoch = ?, applied = ?, over = ?, heard = ? WHERE id = ?")
         .Bind(1, TextOfEpoch(peer->order.epoch))
         .Bind(2, Signed(peer->order.applied))

@@ -87,7 +87,7 @@ public:
     std::uint64_t NextAcksSerial();
     std::uint64_t LastAcksSerial();
     // The mailbox is behind what it did itself, as far as its number `sequence`: another epoch begins, and
-    // all members are owed everything.
+    // its folders are to be compared with those of all devices: what either lacks is sent, and no more.
     void BeginEpoch(const exchange::Epoch& epoch, std::uint64_t sequence);
     // The next package gets a greater number than this.
     void CountOnFrom(std::uint64_t sequence);
@@ -126,7 +126,8 @@ public:
     // again is told of his folders once more, and they are to be compared. Gives those who have fallen silent
     // now.
     std::vector<Peer> NoteSilence(std::uint64_t since);
-    // What a device was sent and hasn't acknowledged is lost: its member is owed all that the mailbox holds.
+    // What a device was sent and hasn't acknowledged is lost: it is told of its folders once more, and they
+    // are to be compared.
     void Remake(const exchange::DeviceId& id);
 
     // Packages from others.
@@ -146,6 +147,7 @@ private:
     void WishAgain(const std::string& member);
     void TellAgain(const std::string& device);
     void NoteBack(const std::string& device);
+    void CompareAnew(const std::string& device);
     std::vector<Peer> Read(const char* where, const std::string& key);
     std::optional<exchange::Card> CardIn(const std::string& hex, const exchange::DeviceId& id);
 

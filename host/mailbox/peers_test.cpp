@@ -4,6 +4,7 @@
 
 #include "host/base/errors.h"
 #include "host/base/files.h"
+#include "host/mailbox/comparison_records.h"
 #include "host/mailbox/device.h"
 #include "host/mailbox/records.h"
 #include "host/mailbox/records_for_test.h"
@@ -125,6 +126,31 @@ TEST_F(PeersTest, WhatADeviceWasToldOfFoldersIsToldAgainWhenItIsLost)
     peers.BeginEpoch(exchange::Epoch{5}, 9);
     EXPECT_EQ(ToldNext(), Devices{exchange::TextOf(laptop.Id())});
     EXPECT_TRUE(records.Outgoing().empty()) << "of what was told in the epoch before";
+}
+
+TEST_F(PeersTest, WhatIsLostIsLookedForByComparisonsAndNothingIsSentWholly)
+{
+    Pin(laptop, "bob");
+    folders.Invite("{F}", "bob");
+    NoteHas(laptop);
+    records.FinishResend(records.FindResend("{F}", "bob")->number);
+    ComparisonRecords comparisons(path);
+    const std::string device = exchange::TextOf(laptop.Id());
+    const auto isWanted = [&] {
+        folders.NoteTold(folders.DueNotes().at(0), "/note");
+        const auto pairs = comparisons.All(1000);
+        return pairs.size() == 1 && pairs[0].isWanted && pairs[0].tries == 0 && pairs[0].opened == 0 &&
+               !records.FindResend("{F}", "bob");
+    };
+
+    peers.Remake(laptop.Id());
+    EXPECT_TRUE(isWanted()) << "a pair that is new";
+
+    comparisons.NoteDiffered("{F}", device, {"{1}"}, 2000);
+    comparisons.NoteEqual("{F}", device, 3000);
+    comparisons.NoteOpened("{F}", device, 4000);
+    peers.BeginEpoch(exchange::Epoch{5}, 9);
+    EXPECT_TRUE(isWanted()) << "and the report that was under way isn't waited for";
 }
 
 TEST_F(PeersTest, WhereASenderIsIsKeptWithItsEpochs)

@@ -52,6 +52,12 @@ private:
     std::vector<exchange::KnownItem> items_;
 };
 
+// Begun here, and an answer may still come.
+bool IsUnderWay(const ComparisonRecord& pair, std::uint64_t now)
+{
+    return pair.opened > std::max(pair.equal, pair.differed) && now < pair.opened + kAnswerSeconds * kSecond;
+}
+
 std::string ReportName()
 {
     GUID guid{};
@@ -70,6 +76,7 @@ Comparisons::Comparisons(const Addin::Parts& parts, Sender& sender, FlagSharing&
       flags_(flags),
       report_(std::move(report)),
       after_(after),
+      own_(parts.records.OwnChanger().device),
       records_(parts.mailbox.HostDatabasePath().string())
 {}
 
@@ -102,6 +109,8 @@ void Comparisons::Hear(const Peer& peer, const exchange::FolderReport& report)
         }
         return;
     }
+    if (IsAnsweredThere(peer, report, now))
+        return;
     exchange::Comparison result = exchange::Compare(own, report);
     std::vector<std::string> items = result.lacking;
     items.insert(items.end(), result.lackingFlags.begin(), result.lackingFlags.end());
@@ -121,6 +130,19 @@ void Comparisons::Hear(const Peer& peer, const exchange::FolderReport& report)
     if (result.answer)
         Send(*result.answer, device);
     parts_.statistics.Touch();
+}
+
+// Where both have begun, the report of the lesser device is the one that is answered: what either lacks would
+// else be sent twice.
+bool Comparisons::IsAnsweredThere(const Peer& peer, const exchange::FolderReport& report, std::uint64_t now)
+{
+    if (!report.buckets.empty() || report.answersLists || peer.id < own_)
+        return false;
+    const auto pairs = records_.All(now);
+    return std::any_of(pairs.begin(), pairs.end(), [&](const ComparisonRecord& pair) {
+        return pair.folderId == report.folder && pair.device == exchange::TextOf(peer.id) &&
+               IsUnderWay(pair, now);
+    });
 }
 
 void Comparisons::SendOne(const Lacking& lacking)
@@ -156,15 +178,15 @@ bool Comparisons::IsDue(const ComparisonRecord& pair, std::uint64_t now) const
 {
     if (pair.unacknowledged > 0)
         return false;
-    const std::uint64_t heard = std::max(pair.equal, pair.differed);
-    if (pair.opened > heard && now < pair.opened + kAnswerSeconds * kSecond)
+    if (IsUnderWay(pair, now))
         return false;
     if (pair.isWanted && pair.tries == 0)
         return true;
     if (pair.isWanted)
         return now >=
                pair.differed + (kFirstPauseSeconds << std::min(pair.tries - 1, kMostDoublings)) * kSecond;
-    return now >= std::max({pair.since, pair.opened, heard}) + static_cast<std::uint64_t>(after_) * kSecond;
+    return now >= std::max({pair.since, pair.opened, pair.equal, pair.differed}) +
+                      static_cast<std::uint64_t>(after_) * kSecond;
 }
 
 bool Comparisons::HasWork()

@@ -47,6 +47,7 @@ private:
         std::string item;
     };
 
+    bool IsAnsweredThere(const Peer& peer, const exchange::FolderReport& report, std::uint64_t now);
     bool IsDue(const ComparisonRecord& pair, std::uint64_t now) const;
     void SendLacking();
     void SendOne(const Lacking& lacking);
@@ -57,6 +58,7 @@ private:
     FlagSharing& flags_;
     std::function<void(const std::string&)> report_;
     std::int64_t after_;
+    exchange::DeviceId own_;
     ComparisonRecords records_;
     std::deque<Lacking> lacking_;
     Clock::time_point nextLook_{};

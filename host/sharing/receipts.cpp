@@ -302,7 +302,9 @@ void Receipts::Hear(Transport& transport, const Peer& peer, Heard& heard)
             peer.sent, exchange::AcknowledgedUpTo(acks, transport.keys.Id(), transport.peers.OwnEpoch()));
         transport.peers.NoteAcked(peer.id, acks.serial, acked);
         if (acked < peer.acked) {
-            Report("'" + peer.member + "' has lost what it took before: it is sent everything once more");
+            Report(
+                "'" + peer.member +
+                "' has lost what it took before: folders are compared with it, and it is sent what it lacks");
             transport.peers.Remake(peer.id);
             return;
         }
@@ -313,7 +315,8 @@ void Receipts::Hear(Transport& transport, const Peer& peer, Heard& heard)
         return;
     heard.judged = now;
     if (MayRemake(peer) && IsLost(transport, peer, acks)) {
-        Report("'" + peer.member + "' misses packages that aren't there any more: they are made again");
+        Report("'" + peer.member +
+               "' misses packages that aren't there any more: what it lacks is looked for");
         transport.peers.Remake(peer.id);
     }
 }
@@ -336,8 +339,8 @@ bool Receipts::IsLost(Transport& transport, const Peer& peer, const exchange::Ac
     return !any;
 }
 
-// Packages that everybody has acknowledged, or that are for nobody any more. What somebody else removed is
-// made again.
+// Packages that everybody has acknowledged, or that are for nobody any more. Who lacks what somebody else
+// removed is compared.
 void Receipts::RemoveTaken(Transport& transport)
 {
     const auto lying = transport.place.Packages(transport.keys.Id(), 1);

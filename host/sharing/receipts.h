@@ -30,7 +30,7 @@ public:
     static constexpr std::int64_t kMonth = 30 * 86'400;
 
     // report: gets one line for the user. name: this mailbox's, for its card. askAfter: how many seconds pass
-    // at the least until what a member misses is made again once more. silentAfter: after how many seconds a
+    // at the least until what a member misses is looked for once more. silentAfter: after how many seconds a
     // device of which nothing is heard holds nothing up any more.
     Receipts(std::string name, std::function<void(const std::string&)> report,
              std::int64_t askAfter = exchange::GapWatch::kPatience, std::int64_t silentAfter = kMonth)
@@ -42,7 +42,7 @@ public:
     void Begin(Transport& transport);
 
     // Looks, now and then, for the cards of known devices, for strangers, and for what members acknowledge;
-    // removes from the exchange what all have, and has made again what they lack.
+    // removes from the exchange what all have, and has folders compared with who lacks what is lost.
     void Look(Transport& transport);
 
     // Tells what was taken and what is missing, if that has changed, and once in a while even so: who lives

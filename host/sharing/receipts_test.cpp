@@ -62,11 +62,14 @@ protected:
     {
         return here.transport.place.Packages(here.transport.keys.Id(), 1);
     }
-    // Whether a member is owed all of the folder.
-    bool IsOwedAll(const std::string& member)
+    // Whether the folder is to be compared with a member's, who isn't owed all of it for that.
+    bool IsCompared(const std::string& member)
     {
-        const auto resend = here.records.FindResend("{F}", member);
-        return resend && resend->scope == ResendScope::kAgain;
+        Statement pairs(
+            here.hostRecords,
+            "SELECT count(*) FROM comparison JOIN device ON id = device WHERE member = ? AND wanted = 1");
+        return pairs.Bind(1, member).Step() && pairs.Number(0) == 1 &&
+               !here.records.FindResend("{F}", member);
     }
     std::filesystem::path PackagePath(std::uint64_t sequence) const
     {
@@ -136,20 +139,20 @@ TEST_F(ReceiptsTest, WhoHasTakenMoreThanWasSentMakesTheMailboxBeginAnew)
     receipts.Begin(here.transport);
 
     EXPECT_NE(here.transport.peers.OwnEpoch(), before);
-    EXPECT_TRUE(IsOwedAll("alice"));
+    EXPECT_TRUE(IsCompared("alice"));
     EXPECT_EQ(Send({"alice"}), 6U);
     EXPECT_EQ(here.transport.peers.ReceiversOf(6).at(0).previous, 0U);
 }
 
 // It has begun anew, and didn't see how far it had come before: what it sends passes there for old.
-TEST_F(ReceiptsTest, WhoIsFurtherInAnotherEpochIsSentEverythingWithGreaterNumbers)
+TEST_F(ReceiptsTest, WhoIsFurtherInAnotherEpochIsComparedAndSentGreaterNumbers)
 {
     Send({"alice", "carol"});
     Acknowledge(here.alice, 7, 10, {}, exchange::Epoch{9}, here.alice);
     Look();
 
-    EXPECT_TRUE(IsOwedAll("alice"));
-    EXPECT_FALSE(IsOwedAll("carol"));
+    EXPECT_TRUE(IsCompared("alice"));
+    EXPECT_FALSE(IsCompared("carol"));
     EXPECT_EQ(Lying(), Numbers{1});
     EXPECT_EQ(Send({"alice"}), 8U);
     EXPECT_EQ(here.transport.peers.ReceiversOf(8).at(0).previous, 0U);
@@ -164,7 +167,7 @@ TEST_F(ReceiptsTest, NobodyCanBringTheNumbersToTheirEnd)
     Acknowledge(here.alice, std::uint64_t{1} << 50, 10, {}, exchange::Epoch{9}, here.alice);
     Look();
 
-    EXPECT_FALSE(IsOwedAll("alice"));
+    EXPECT_FALSE(IsCompared("alice"));
     EXPECT_EQ(Send({"alice"}), 2U);
 }
 
@@ -190,20 +193,20 @@ TEST_F(ReceiptsTest, AMailboxThatACopyOfItWorksBesideStops)
     EXPECT_THROW(receipts.Look(here.transport), CopyAtWork);
 }
 
-TEST_F(ReceiptsTest, WhatIsAskedForAndLiesThereIsOnlyLateAndWhatDoesntIsMadeAgain)
+TEST_F(ReceiptsTest, WhatIsAskedForAndLiesThereIsOnlyLateAndWhatDoesntIsFoundByAComparison)
 {
     Send({"alice"});
     Send({"alice"});
     Acknowledge(here.alice, 0, 10, {{1, 1}});
     Look();
-    EXPECT_FALSE(IsOwedAll("alice"));
+    EXPECT_FALSE(IsCompared("alice"));
 
     std::filesystem::resize_file(PackagePath(1), 100);
     Look();
 
-    EXPECT_TRUE(IsOwedAll("alice"));
-    EXPECT_FALSE(IsOwedAll("carol"));
-    EXPECT_TRUE(Lying().empty()) << "what follows is part of what is made again";
+    EXPECT_TRUE(IsCompared("alice"));
+    EXPECT_FALSE(IsCompared("carol"));
+    EXPECT_TRUE(Lying().empty()) << "what follows is found by the comparison, too";
     ASSERT_EQ(here.transport.folders.DueNotes().size(), 1U);
     EXPECT_EQ(here.transport.folders.DueNotes()[0].devices,
               std::vector<std::string>{exchange::TextOf(here.alice.Id())});
@@ -212,7 +215,7 @@ TEST_F(ReceiptsTest, WhatIsAskedForAndLiesThereIsOnlyLateAndWhatDoesntIsMadeAgai
     EXPECT_EQ(here.transport.peers.ReceiversOf(3).at(0).previous, 0U);
 }
 
-TEST_F(ReceiptsTest, WhatSomebodyRemovesBeforeItWasTakenIsMadeAgain)
+TEST_F(ReceiptsTest, WhatSomebodyRemovesBeforeItWasTakenIsFoundByAComparison)
 {
     Send({"alice"});
     Acknowledge(here.alice, 1, 10);
@@ -222,8 +225,8 @@ TEST_F(ReceiptsTest, WhatSomebodyRemovesBeforeItWasTakenIsMadeAgain)
 
     Look();
 
-    EXPECT_TRUE(IsOwedAll("alice"));
-    EXPECT_TRUE(IsOwedAll("carol"));
+    EXPECT_TRUE(IsCompared("alice"));
+    EXPECT_TRUE(IsCompared("carol"));
     EXPECT_EQ(lines.size(), 2U);
     Send({"alice"});
     EXPECT_EQ(here.transport.peers.ReceiversOf(3).at(0).previous, 1U);
@@ -239,7 +242,7 @@ TEST_F(ReceiptsTest, AMemberWhoseMailboxCameOutOfABackupIsGivenWhatItLacks)
     Acknowledge(here.alice, 1, 11);
     Look();
 
-    EXPECT_TRUE(IsOwedAll("alice"));
+    EXPECT_TRUE(IsCompared("alice"));
     Send({"alice"});
     EXPECT_EQ(here.transport.peers.ReceiversOf(3).at(0).previous, 1U);
 }
@@ -253,8 +256,8 @@ TEST_F(ReceiptsTest, AMailboxThatIsBehindWhatOthersHaveOfItBeginsAnew)
     Look();
 
     EXPECT_NE(here.transport.peers.OwnEpoch(), before);
-    EXPECT_TRUE(IsOwedAll("alice"));
-    EXPECT_TRUE(IsOwedAll("carol"));
+    EXPECT_TRUE(IsCompared("alice"));
+    EXPECT_TRUE(IsCompared("carol"));
     EXPECT_TRUE(Lying().empty());
     EXPECT_EQ(lines.size(), 1U);
     EXPECT_EQ(Send({"carol"}), 8U);
