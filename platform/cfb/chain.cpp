@@ -131,13 +131,13 @@ HRESULT Chain::Find(SectorId index)
     return FAILED(hr) ? hr : STG_E_DOCFILECORRUPT;
 }
 
-HRESULT Chain::RunAt(SectorId index, SectorId most, SectorId* sector, SectorId* count)
+// What is known of the run that holds `index` is less than `most`.
+HRESULT Chain::LongerRunAt(SectorId index, SectorId most, SectorId* count)
 {
-    CFB_TRY(At(index, sector));
     const Run run = last_;
     bool ends = false;
     // The last one that is known may go on, and any when not all are remembered.
-    if (run.End() - index < most && (stride_ > 1 || run.index >= LastKnown().index))
+    if (stride_ > 1 || run.index >= LastKnown().index)
         CFB_TRY(WalkOn(most - (run.End() - index), &ends));
     const SectorId end = last_.index == run.index ? last_.End() : last_.index;
     *count = std::min(most, end - index);

@@ -37,9 +37,21 @@ public:
         *sector = last_.sector + (index - last_.index);
         return S_OK;
     }
+    // Which places of the chain, [*begin, *end), have sectors behind each other around the one that was asked
+    // for last.
+    void RunAround(SectorId* begin, SectorId* end) const noexcept
+    {
+        *begin = last_.index;
+        *end = last_.End();
+    }
     // The sector at `index`, and how many of the chain's sectors from there on, `most` at the most, lie
     // behind each other in the file.
-    [[nodiscard]] HRESULT RunAt(SectorId index, SectorId most, SectorId* sector, SectorId* count);
+    [[nodiscard]] HRESULT RunAt(SectorId index, SectorId most, SectorId* sector, SectorId* count)
+    {
+        CFB_TRY(At(index, sector));
+        *count = most;
+        return last_.End() - index >= most ? S_OK : LongerRunAt(index, most, count);
+    }
     // The number of sectors. STG_E_DOCFILECORRUPT: a loop, or a link that leads out of the table.
     [[nodiscard]] HRESULT Length(SectorId* length);
 
@@ -66,6 +78,7 @@ private:
     const Run& LastKnown() const noexcept { return others_.empty() ? head_ : others_.back(); }
     Run& LastKnown() noexcept { return others_.empty() ? head_ : others_.back(); }
     [[nodiscard]] HRESULT Find(SectorId index);
+    [[nodiscard]] HRESULT LongerRunAt(SectorId index, SectorId most, SectorId* count);
     [[nodiscard]] HRESULT WalkOn(SectorId most, bool* ends);
     Run Nearest(SectorId index) const noexcept;
     void Remember(const Run& run);

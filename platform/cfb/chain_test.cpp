@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <numeric>
 #include <vector>
 
@@ -11,13 +12,14 @@ namespace {
 class Links final : public LinkTable {
 public:
     explicit Links(std::size_t count) : next(count, kFreeSector) {}
-    HRESULT GetLinks(SectorId first, BYTE* links, SectorId count) override
+    HRESULT PeekLinks(SectorId first, SectorId count, const BYTE** links) override
     {
         if (first + count > next.size())
             return STG_E_DOCFILECORRUPT;
         ++steps;
         for (SectorId i = 0; i < count; ++i)
-            StoreU32(links + 4 * i, next[first + i]);
+            StoreU32(&peeked[4 * i], next[first + i]);
+        *links = peeked.data();
         return S_OK;
     }
     HRESULT SetLinks(SectorId first, const BYTE* links, SectorId count) override
@@ -29,6 +31,7 @@ public:
     SectorId Slots() const noexcept override { return static_cast<SectorId>(next.size()); }
 
     std::vector<SectorId> next;
+    std::array<BYTE, 4 * kBlock> peeked{};
     unsigned steps = 0;
 };
 

@@ -31,7 +31,7 @@ OpenElement* CompoundFile::NextNew(const OpenElement& storage, const ElementName
 
 OpenElementPtr CompoundFile::MakeOpenDraft(Draft& draft, const ElementName& name, OpenElement& parent)
 {
-    auto element = std::make_shared<OpenElement>(kNoEntry, draft.entry.Type(), name, *volume_);
+    OpenElementPtr element = MakeElement(kNoEntry, draft.entry.Type(), name);
     element->draft = &draft;
     open_.Add(*element, &parent);
     draft.open = element.get();
@@ -49,7 +49,7 @@ HRESULT CompoundFile::BeginDraft(OpenElement& storage, const ElementName& name, 
     if ((other || exists) && !replace)
         return STG_E_FILEALREADYEXISTS;
     EntryId old = kNoEntry;
-    DirEntry entry;
+    const DirEntry* entry = nullptr;
     if (exists)
         CFB_TRY(Lookup(storage, name, false, &old, &entry));
     Draft* const draft = MakeDraft(EntryType::kStorage, name);
@@ -312,7 +312,7 @@ HRESULT CompoundFile::Land(OpenElement& element)
 bool CompoundFile::HasLanded(OpenElement& storage, const ElementName& name, EntryId id)
 {
     EntryId found = kNoEntry;
-    DirEntry entry;
+    const DirEntry* entry = nullptr;
     return id != kNoEntry && SUCCEEDED(Ready()) && !storage.reverted &&
            SUCCEEDED(volume_->tree.Find(storage.id, name, &found, &entry)) && found == id;
 }

@@ -77,12 +77,12 @@ HRESULT CompoundFile::Refind(OpenElement& element)
     if (element.draft && !element.HoldsBytes() && element.type == EntryType::kStream)
         return element.body.Load(element.draft->entry);
     EntryId id = element.id;
-    DirEntry entry;
+    const DirEntry* entry = nullptr;
     // What belongs to a draft lies where it lay.
     const bool stays = element.draft || element.parent->draft;
     const HRESULT hr = stays ? S_OK : volume_->tree.Find(element.parent->id, element.name, &id, &entry);
     const bool gone = hr == STG_E_FILENOTFOUND || hr == STG_E_DOCFILECORRUPT || hr == kTreeTooDeep ||
-                      (SUCCEEDED(hr) && !stays && entry.Type() != element.type);
+                      (SUCCEEDED(hr) && !stays && entry->Type() != element.type);
     if (gone) {
         open_.Revert(element);
         return S_OK;
@@ -125,9 +125,15 @@ void CompoundFile::TrimIfWorth()
 OpenElementPtr CompoundFile::MakeOpen(EntryId id, EntryType type, const ElementName& name,
                                       OpenElement* parent)
 {
-    auto element = std::make_shared<OpenElement>(id, type, name, *volume_);
+    OpenElementPtr element = MakeElement(id, type, name);
     open_.Add(*element, parent);
     return element;
+}
+
+OpenElementPtr CompoundFile::MakeElement(EntryId id, EntryType type, const ElementName& name)
+{
+    void* const at = memory_.Take(sizeof(OpenElement));
+    return OpenElementPtr(new (at) OpenElement(memory_, id, type, name, *volume_));
 }
 
 // The place of the first element in a storage's list that doesn't come before the name, or that comes behind
@@ -151,13 +157,13 @@ HRESULT CompoundFile::FindInList(const OpenElement& storage, const ElementName* 
 
 // survey: when the element isn't found, makes sure that the tree is one that can be searched.
 HRESULT CompoundFile::Lookup(OpenElement& storage, const ElementName& name, bool survey, EntryId* id,
-                             DirEntry* entry)
+                             const DirEntry** entry)
 {
-    if (told_.version == volume_->directory.Version() && told_.storage == storage.id &&
-        told_.entry.Compare(name) == 0) {
+    if (told_.version == volume_->directory.Version() && told_.storage == storage.id) {
         *id = told_.id;
-        *entry = told_.entry;
-        return S_OK;
+        CFB_TRY(volume_->directory.Peek(*id, entry));
+        if ((*entry)->Compare(name) == 0)
+            return S_OK;
     }
     if (storage.searchable) {
         const HRESULT hr = volume_->tree.Find(storage.id, name, id, entry);
@@ -175,8 +181,8 @@ HRESULT CompoundFile::Lookup(OpenElement& storage, const ElementName& name, bool
     if (place == storage.list.size())
         return STG_E_FILENOTFOUND;
     *id = storage.list[place];
-    CFB_TRY(volume_->directory.Read(*id, entry));
-    return entry->Compare(name) == 0 ? S_OK : STG_E_FILENOTFOUND;
+    CFB_TRY(volume_->directory.Peek(*id, entry));
+    return (*entry)->Compare(name) == 0 ? S_OK : STG_E_FILENOTFOUND;
 }
 
 // Walks through a storage's tree. distrusted: it is to be written anew, however it looks.
@@ -184,12 +190,8 @@ HRESULT CompoundFile::Survey(OpenElement& storage, bool distrusted)
 {
     DirTree::Shape shape;
     CFB_TRY(volume_->tree.Survey(storage.id, &shape));
-    const auto foreign = [&](EntryId id) { return !volume_->owners.Claim(id, storage.id); };
-    const auto own = std::remove_if(shape.ids.begin(), shape.ids.end(), foreign);
-    if (own != shape.ids.end()) {
+    if (!volume_->owners.Claim(storage.id, &shape.ids))
         shape.sound = false;
-        shape.ids.erase(own, shape.ids.end());
-    }
     if (!shape.ordered)
         CFB_TRY(volume_->tree.Sort(&shape.ids));
     storage.sound = shape.sound;
@@ -260,15 +262,15 @@ HRESULT CompoundFile::OpenChild(OpenElement& storage, const ElementName& name, E
     if (FindNew(storage, name))
         return type == EntryType::kStorage ? STG_E_ACCESSDENIED : STG_E_FILENOTFOUND;
     EntryId id = kNoEntry;
-    DirEntry entry;
+    const DirEntry* entry = nullptr;
     CFB_TRY(Lookup(storage, name, true, &id, &entry));
-    if (entry.Type() != type)
+    if (entry->Type() != type)
         return STG_E_FILENOTFOUND;
     if (open_.IsOpen(id))
         return STG_E_ACCESSDENIED;
-    auto opened = std::make_shared<OpenElement>(id, type, entry.Name(), *volume_);
+    OpenElementPtr opened = MakeElement(id, type, entry->Name());
     if (type == EntryType::kStream)
-        CFB_TRY(opened->body.Load(id, entry));
+        CFB_TRY(opened->body.Load(id, *entry));
     open_.Add(*opened, &storage);
     *child = std::move(opened);
     return S_OK;
@@ -416,9 +418,10 @@ HRESULT CompoundFile::Rename(OpenElement& storage, const ElementName& from, cons
         return STG_E_FILEALREADYEXISTS;
     EntryId id = kNoEntry;
     EntryId other = kNoEntry;
-    DirEntry entry;
-    DirEntry there;
-    CFB_TRY(Lookup(storage, from, true, &id, &entry));
+    const DirEntry* found = nullptr;
+    const DirEntry* there = nullptr;
+    CFB_TRY(Lookup(storage, from, true, &id, &found));
+    DirEntry entry = *found;
     const HRESULT taken = Lookup(storage, to, true, &other, &there);
     if (SUCCEEDED(taken) && other != id)
         return STG_E_FILEALREADYEXISTS;
@@ -509,29 +512,33 @@ HRESULT CompoundFile::FreeContent(EntryId id, const DirEntry& entry)
 HRESULT CompoundFile::Next(OpenElement& storage, const ElementName* after, Cursor* cursor,
                            const DirEntry** entry)
 {
-    *entry = &told_.entry;
     told_.version = 0;
-    if (storage.draft)
-        return NextInDraft(*storage.draft, after, &told_.entry);
-    const HRESULT hr = NextInFile(storage, after, cursor);
+    if (storage.draft) {
+        *entry = &shown_;
+        return NextInDraft(*storage.draft, after, &shown_);
+    }
+    const HRESULT hr = NextInFile(storage, after, cursor, entry);
     const OpenElement* const made = NextNew(storage, after);
     if (!made || (FAILED(hr) && hr != STG_E_NOMOREFILES))
         return hr;
-    if (SUCCEEDED(hr) && told_.entry.Compare(made->name) > 0)
+    if (SUCCEEDED(hr) && (*entry)->Compare(made->name) > 0)
         return S_OK;
     cursor->version = 0;  // the one that was found comes later, or never
     told_.version = 0;
-    return StatDraft(*made->draft, &told_.entry);
+    *entry = &shown_;
+    return StatDraft(*made->draft, &shown_);
 }
 
-HRESULT CompoundFile::NextInFile(OpenElement& storage, const ElementName* after, Cursor* cursor)
+HRESULT CompoundFile::NextInFile(OpenElement& storage, const ElementName* after, Cursor* cursor,
+                                 const DirEntry** entry)
 {
     if (!storage.surveyed)
         CFB_TRY(Survey(storage));
     const std::uint64_t version = volume_->directory.Version();
     EntryId id = kNoEntry;
     if (storage.searchable && storage.listedAt != version) {
-        CFB_TRY(volume_->tree.Next(storage.id, after, &id, &told_.entry));
+        CFB_TRY(volume_->tree.Next(storage.id, after, &id, &shown_));
+        *entry = &shown_;
     } else {
         if (cursor->version != version)
             CFB_TRY(FindInList(storage, after, true, &cursor->next));
@@ -541,9 +548,9 @@ HRESULT CompoundFile::NextInFile(OpenElement& storage, const ElementName* after,
             if (cursor->next == storage.list.size())
                 return storage.sound ? STG_E_NOMOREFILES : STG_E_DOCFILECORRUPT;
             id = storage.list[cursor->next++];
-            CFB_TRY(volume_->directory.Read(id, &told_.entry));
-            storage.sound = storage.sound && told_.entry.IsElement();
-        } while (!told_.entry.IsElement());
+            CFB_TRY(volume_->directory.Peek(id, entry));
+            storage.sound = storage.sound && (*entry)->IsElement();
+        } while (!(*entry)->IsElement());
     }
     told_.storage = storage.id;
     told_.id = id;

@@ -22,7 +22,8 @@ public:
     // Storages inside of each other, the root not counted.
     static constexpr unsigned kMaxDepth = 256;
 
-    explicit CompoundFile(ByteStore& store) noexcept : store_(store) {}
+    // memory: for open elements; outlives them.
+    CompoundFile(ByteStore& store, Arena& memory) noexcept : store_(store), memory_(memory) {}
 
     // One of these first.
     [[nodiscard]] HRESULT Format(Layout layout);
@@ -113,7 +114,7 @@ public:
         EntryId id = child ? child->id : kNoEntry;
         if (storage.draft)
             return child ? ChangeEntry(id, change) : STG_E_FILENOTFOUND;
-        DirEntry entry;
+        const DirEntry* entry = nullptr;
         const HRESULT hr = Lookup(storage, name, true, &id, &entry);
         return FAILED(hr) ? hr : ChangeEntry(id, change);
     }
@@ -141,9 +142,10 @@ private:
     [[nodiscard]] HRESULT Refind(OpenElement& element);
     void TrimIfWorth();
 
-    [[nodiscard]] HRESULT NextInFile(OpenElement& storage, const ElementName* after, Cursor* cursor);
+    [[nodiscard]] HRESULT NextInFile(OpenElement& storage, const ElementName* after, Cursor* cursor,
+                                     const DirEntry** entry);
     [[nodiscard]] HRESULT Lookup(OpenElement& storage, const ElementName& name, bool survey, EntryId* id,
-                                 DirEntry* entry);
+                                 const DirEntry** entry);
     [[nodiscard]] HRESULT FindInList(const OpenElement& storage, const ElementName* name, bool behind,
                                      std::size_t* place);
     [[nodiscard]] HRESULT Survey(OpenElement& storage, bool distrusted = false);
@@ -200,9 +202,11 @@ private:
     void FreeDropped() noexcept;
     [[nodiscard]] HRESULT FreeInFile(DraftChild& child);
 
+    OpenElementPtr MakeElement(EntryId id, EntryType type, const ElementName& name);
     OpenElementPtr MakeOpen(EntryId id, EntryType type, const ElementName& name, OpenElement* parent);
 
     ByteStore& store_;
+    Arena& memory_;
     std::unique_ptr<Volume> volume_;
     std::optional<ByteStore::Identity> known_;  // of a volume that was kept, as it was taken
     OpenElements open_;
@@ -213,8 +217,8 @@ private:
         EntryId storage = kNoEntry;
         EntryId id = kNoEntry;
         std::uint64_t version = 0;  // of the directory
-        DirEntry entry;
     } told_;
+    DirEntry shown_;  // what Next shows that is no entry of the file
     bool failed_ = false;
 
     // What drafts may take of memory: the content of one stream, and all together before what is closed of

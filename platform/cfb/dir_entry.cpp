@@ -18,13 +18,6 @@ DirEntry::DirEntry(EntryType type, const ElementName& name) noexcept : DirEntry(
     SetStart(type == EntryType::kStorage ? 0 : kEndOfChain);
 }
 
-ElementName DirEntry::Name() const noexcept
-{
-    ElementName name;
-    name.AssignRaw(bytes_.data(), NameLength());
-    return name;
-}
-
 void DirEntry::SetName(const ElementName& name) noexcept
 {
     std::memset(bytes_.data(), 0, 2 * (kMaxName + 1));

@@ -35,15 +35,10 @@ public:
     bool IsSound() const noexcept
     {
         const unsigned nameBytes = LoadU16(&bytes_[kAtNameBytes]);
-        switch (Type()) {
-            case EntryType::kFree:
-            case EntryType::kRoot:  // nobody looks for it by its name, and some programs give it none
-                return true;
-            case EntryType::kStorage:
-            case EntryType::kStream:
-                return nameBytes >= 4 && nameBytes <= 64 && nameBytes % 2 == 0;
-        }
-        return false;
+        if (IsElement())
+            return nameBytes >= 4 && nameBytes <= 64 && nameBytes % 2 == 0;
+        // Nobody looks for the root by its name, and some programs give it none.
+        return Type() == EntryType::kFree || Type() == EntryType::kRoot;
     }
 
     EntryType Type() const noexcept { return static_cast<EntryType>(bytes_[kAtType]); }
@@ -51,7 +46,12 @@ public:
     bool IsElement() const noexcept { return Type() == EntryType::kStorage || Type() == EntryType::kStream; }
     // Units of the name without its end. Of an element.
     std::size_t NameLength() const noexcept { return LoadU16(&bytes_[kAtNameBytes]) / 2u - 1; }
-    ElementName Name() const noexcept;
+    ElementName Name() const noexcept
+    {
+        ElementName name;
+        name.AssignWhole(bytes_.data(), NameLength());
+        return name;
+    }
     void SetName(const ElementName& name) noexcept;
     // Compares `name` with this entry's.
     int Compare(const ElementName& name) const noexcept

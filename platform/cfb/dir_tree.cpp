@@ -13,21 +13,18 @@ HRESULT DirTree::PeekElement(EntryId id, const DirEntry** entry)
     return (*entry)->IsElement() ? S_OK : STG_E_DOCFILECORRUPT;
 }
 
-HRESULT DirTree::Find(EntryId storage, const ElementName& name, EntryId* id, DirEntry* entry)
+HRESULT DirTree::Find(EntryId storage, const ElementName& name, EntryId* id, const DirEntry** entry)
 {
-    const DirEntry* node = nullptr;
-    CFB_TRY(directory_.Peek(storage, &node));
-    *id = node->Child();
+    CFB_TRY(directory_.Peek(storage, entry));
+    *id = (*entry)->Child();
     for (std::size_t depth = 0; *id != kNoEntry; ++depth) {
         if (depth > kMaxDepth)
             return kTreeTooDeep;
-        CFB_TRY(PeekElement(*id, &node));
-        const int order = node->Compare(name);
-        if (order == 0) {
-            *entry = *node;
+        CFB_TRY(PeekElement(*id, entry));
+        const int order = (*entry)->Compare(name);
+        if (order == 0)
             return S_OK;
-        }
-        *id = order < 0 ? node->Left() : node->Right();
+        *id = order < 0 ? (*entry)->Left() : (*entry)->Right();
     }
     return STG_E_FILENOTFOUND;
 }
@@ -101,7 +98,7 @@ HRESULT DirTree::Survey(EntryId storage, Shape* shape)
         passed_.pop_back();
         CFB_TRY(PeekElement(node.id, &entry));
         shape->ordered = shape->ordered && (shape->ids.empty() || entry->Compare(last) < 0);
-        last.AssignRaw(entry->Bytes(), entry->NameLength());
+        last = entry->Name();
         shape->ids.push_back(node.id);
         at = entry->Right();
         depth = node.depth + 1;

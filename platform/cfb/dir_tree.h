@@ -16,8 +16,8 @@ class DirTree {
 public:
     explicit DirTree(Directory& directory) noexcept : directory_(directory) {}
 
-    // STG_E_FILENOTFOUND.
-    [[nodiscard]] HRESULT Find(EntryId storage, const ElementName& name, EntryId* id, DirEntry* entry);
+    // STG_E_FILENOTFOUND. *entry: see Directory::Peek.
+    [[nodiscard]] HRESULT Find(EntryId storage, const ElementName& name, EntryId* id, const DirEntry** entry);
     // The first element in the order of names, or with `after` the first one behind that name, which needn't
     // be there any more. STG_E_NOMOREFILES.
     [[nodiscard]] HRESULT Next(EntryId storage, const ElementName* after, EntryId* id, DirEntry* entry);

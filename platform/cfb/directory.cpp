@@ -12,6 +12,7 @@ void Directory::Reset() noexcept
 {
     chain_.Reset(header_.firstDirectory);
     measured_ = false;
+    near_.count = 0;
     ++version_;
     slots_.Reset(0);
     taken_.Clear();
@@ -25,14 +26,26 @@ HRESULT Directory::OffsetOf(EntryId id, std::uint64_t* offset)
     return S_OK;
 }
 
-HRESULT Directory::Peek(EntryId id, const DirEntry** entry)
+// Finds the entry's page, and which others lie around it there.
+HRESULT Directory::PeekNear(EntryId id)
 {
     SectorId sector = 0;
+    SectorId begin = 0;
+    SectorId end = 0;
     const BYTE* bytes = nullptr;
+    near_.count = 0;
     CFB_TRY(chain_.At(IndexOf(id), &sector));
     CFB_TRY(sectors_.Peek(sector, PlaceOf(id), kEntryBytes, &bytes));
-    *entry = &DirEntry::At(bytes);
-    return (*entry)->IsSound() ? S_OK : STG_E_DOCFILECORRUPT;
+    chain_.RunAround(&begin, &end);
+    end = std::min(end, IndexOf(id) + (sectors_.Count() - sector));
+    const std::uint64_t at = sectors_.OffsetOf(sector) + PlaceOf(id);
+    const auto before = static_cast<EntryId>(at % OrderedFile::kPage / kEntryBytes);
+    const EntryId behind = std::min<EntryId>(kPageEntries - before, end * PerSector() - id);
+    near_.first = id - std::min(before, id - begin * PerSector());
+    near_.count = id - near_.first + behind;
+    near_.bytes = bytes - (id - near_.first) * kEntryBytes;
+    near_.moves = sectors_.File().Moves();
+    return S_OK;
 }
 
 HRESULT Directory::Write(EntryId id, const DirEntry& entry)
@@ -203,6 +216,7 @@ HRESULT Directory::Trim(SectorId least)
     sectors_.File().Order();
     CFB_TRY(allocator_.FreeChain(&rest, spare));
     chain_.Cut(length_);
+    near_.count = 0;
     return S_OK;
 }
 

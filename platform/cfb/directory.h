@@ -37,7 +37,15 @@ public:
         return S_OK;
     }
     // The same where it lies in the cache, until the next call of anything that reads or writes the file.
-    [[nodiscard]] HRESULT Peek(EntryId id, const DirEntry** entry);
+    [[nodiscard]] HRESULT Peek(EntryId id, const DirEntry** entry)
+    {
+        if (id - near_.first >= near_.count || near_.moves != sectors_.File().Moves()) {
+            if (const HRESULT hr = PeekNear(id); FAILED(hr))
+                return hr;
+        }
+        *entry = &DirEntry::At(near_.bytes + (id - near_.first) * kEntryBytes);
+        return (*entry)->IsSound() ? S_OK : STG_E_DOCFILECORRUPT;
+    }
     // Writes an entry as a whole.
     [[nodiscard]] HRESULT Write(EntryId id, const DirEntry& entry);
     // Another one as soon as any entry may have changed. Never 0, and never the same again.
@@ -93,6 +101,7 @@ private:
     EntryId PerSector() const noexcept { return EntryId{1} << (sectors_.Shift() - kEntryShift); }
     SectorId IndexOf(EntryId id) const noexcept { return id >> (sectors_.Shift() - kEntryShift); }
     std::size_t PlaceOf(EntryId id) const noexcept { return (id & (PerSector() - 1)) * kEntryBytes; }
+    [[nodiscard]] HRESULT PeekNear(EntryId id);
     [[nodiscard]] HRESULT Measure();
     [[nodiscard]] HRESULT WriteFree(EntryId begin, EntryId end);
     [[nodiscard]] HRESULT Take(EntryId* id);
@@ -108,6 +117,13 @@ private:
     FreeSlots slots_{kLookAt};
     Bits taken_;
     std::uint64_t version_ = 1;
+    // Entries that lie behind each other in a page of the cache, as long as that is where it was.
+    struct {
+        const BYTE* bytes = nullptr;
+        EntryId first = 0;
+        EntryId count = 0;
+        std::uint64_t moves = 0;
+    } near_;
 };
 
 }  // namespace quorvane::cfb

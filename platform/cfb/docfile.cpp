@@ -38,7 +38,7 @@ HRESULT MakeRoot(std::unique_ptr<ByteStore> store, OleString path, DWORD mode, c
         const HRESULT hr = start(file);
         return FAILED(hr) ? hr : file.OpenRoot(&element);
     }));
-    *storage = MakeComObject<CStorageObject>(root, element, mode & ~STGM_CREATE).Detach();
+    *storage = MakeComObject<CStorageObject>(root, std::move(element), mode & ~STGM_CREATE).Detach();
     return *storage ? S_OK : E_OUTOFMEMORY;
 }
 

@@ -19,7 +19,7 @@ public:
     ElementHandle(const ElementHandle&) = delete;
     ElementHandle& operator=(const ElementHandle&) = delete;
     // Not to be called under the file's lock.
-    ~ElementHandle() { root_->Close(element_, MayWrite()); }
+    ~ElementHandle() { root_->Close(std::move(element_), MayWrite()); }
 
     const std::shared_ptr<RootFile>& Root() const noexcept { return root_; }
     const OpenElementPtr& Element() const noexcept { return element_; }
@@ -32,7 +32,7 @@ public:
     template <class Operation>
     [[nodiscard]] HRESULT Run(const Operation& operation) const noexcept
     {
-        return root_->Run(element_, [&](CompoundFile& file) { return operation(file, *element_); });
+        return root_->Run(element_.get(), [&](CompoundFile& file) { return operation(file, *element_); });
     }
 
     static constexpr DWORD kAccess = STGM_READ | STGM_WRITE | STGM_READWRITE;
@@ -41,7 +41,7 @@ public:
 
 private:
     const std::shared_ptr<RootFile> root_;
-    const OpenElementPtr element_;
+    OpenElementPtr element_;
     const DWORD mode_;
 };
 

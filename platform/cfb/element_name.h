@@ -26,6 +26,13 @@ public:
     [[nodiscard]] HRESULT Assign(LPCOLESTR text) noexcept;
     // Takes what a directory entry says: `count` units, at most kMaxName, of two little-endian bytes.
     void AssignRaw(const BYTE* units, std::size_t count) noexcept;
+    // The same where kMaxName units can be read.
+    void AssignWhole(const BYTE* units, std::size_t count) noexcept
+    {
+        length_ = count < kMaxName ? count : kMaxName;
+        LoadUnits(text_, units, kMaxName);
+        text_[length_] = 0;
+    }
     // The same from units that have one byte each.
     void AssignNarrow(const BYTE* units, std::size_t count) noexcept;
 

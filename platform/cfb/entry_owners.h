@@ -3,6 +3,7 @@
 #ifndef QUORVANE_PLATFORM_CFB_ENTRY_OWNERS_H_
 #define QUORVANE_PLATFORM_CFB_ENTRY_OWNERS_H_
 
+#include <algorithm>
 #include <vector>
 
 #include "platform/cfb/bits.h"
@@ -15,17 +16,26 @@ namespace quorvane::cfb {
 // their entries get other numbers. Throws std::bad_alloc.
 class EntryOwners {
 public:
-    // False when `entry` was met in another storage before.
-    bool Claim(EntryId entry, EntryId storage)
+    // Entries that were met in a storage. False when some of them were met in another one before, which
+    // *entries has no more.
+    bool Claim(EntryId storage, std::vector<EntryId>* entries)
     {
-        Reach(entry > storage ? entry : storage);
+        Reach(storage);
         Mark& owner = marks_[storage];
         if (owner.self == 0)
             owner.self = ++last_;
-        Mark& mark = marks_[entry];
-        if (mark.owner == 0)
-            mark.owner = owner.self;
-        return mark.owner == owner.self;
+        const std::uint32_t self = owner.self;
+        const auto isAnothers = [&](EntryId entry) {
+            Reach(entry);
+            std::uint32_t& mark = marks_[entry].owner;
+            if (mark == 0)
+                mark = self;
+            return mark != self;
+        };
+        const auto own = std::remove_if(entries->begin(), entries->end(), isAnothers);
+        const bool all = own == entries->end();
+        entries->erase(own, entries->end());
+        return all;
     }
 
     // Whether `entry` was met in another storage.

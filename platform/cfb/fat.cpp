@@ -69,10 +69,10 @@ HRESULT Fat::LoadList(std::size_t count)
     return S_OK;
 }
 
-HRESULT Fat::GetLinks(SectorId first, BYTE* links, SectorId count)
+HRESULT Fat::PeekLinks(SectorId first, SectorId count, const BYTE** links)
 {
     const std::size_t index = first >> EntriesShift();
-    return index < fat_.size() ? sectors_.Read(fat_[index], SlotOf(first) * 4, links, count * 4)
+    return index < fat_.size() ? sectors_.Peek(fat_[index], SlotOf(first) * 4, count * 4, links)
                                : STG_E_DOCFILECORRUPT;
 }
 

@@ -44,7 +44,7 @@ private:
     {
         return count > kHeaderDifatCount ? (count - kHeaderDifatCount + PerDifat() - 1) / PerDifat() : 0;
     }
-    [[nodiscard]] HRESULT GetLinks(SectorId first, BYTE* links, SectorId count) override;
+    [[nodiscard]] HRESULT PeekLinks(SectorId first, SectorId count, const BYTE** links) override;
     [[nodiscard]] HRESULT SetLinks(SectorId first, const BYTE* links, SectorId count) override;
     [[nodiscard]] HRESULT LoadList(std::size_t count);
     bool HasTwice() const;

@@ -16,7 +16,7 @@ public:
     Recording()
     {
         store.keepLog = true;
-        file = std::make_unique<CompoundFile>(store);
+        file = std::make_unique<CompoundFile>(store, memory);
         EXPECT_EQ(S_OK, file->Format(Layout::kVersion3));
         EXPECT_EQ(S_OK, file->OpenRoot(&root));
         Mark();
@@ -65,6 +65,7 @@ public:
     };
 
     MemoryStore store;
+    Arena memory;
     std::unique_ptr<CompoundFile> file;
     OpenElementPtr root;
     Tree expected;

@@ -70,7 +70,8 @@ protected:
     void Add(unsigned count, bool create = false) { AddTo(*store, count, create); }
     void AddTo(ByteStore& bytes, unsigned count, bool create)
     {
-        CompoundFile file(bytes);
+        Arena memory;
+        CompoundFile file(bytes, memory);
         OpenElementPtr root;
         ASSERT_EQ(S_OK, create ? file.Format(layout) : file.Open());
         ASSERT_EQ(S_OK, file.OpenRoot(&root));
@@ -101,7 +102,8 @@ protected:
         ByteStore& bytes, unsigned element, std::optional<BYTE> other = std::nullopt,
         const std::function<void()>& meanwhile = [] {})
     {
-        CompoundFile file(bytes);
+        Arena memory;
+        CompoundFile file(bytes, memory);
         OpenElementPtr root;
         OpenElementPtr child;
         BYTE first = 0;
@@ -180,7 +182,8 @@ TEST_F(KnownFilesTest, AFileThatOthersChangeWhileItIsOnlyReadIsReadAnew)
     const KnownBytes before = *store;
     Add(500);
     {
-        CompoundFile file(*store);
+        Arena memory;
+        CompoundFile file(*store, memory);
         OpenElementPtr root;
         ASSERT_EQ(S_OK, file.Open());
         ASSERT_EQ(S_OK, file.OpenRoot(&root));

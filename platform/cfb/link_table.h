@@ -30,8 +30,8 @@ public:
     // STG_E_DOCFILECORRUPT: there is no such sector. Others come from the byte store.
     [[nodiscard]] HRESULT Next(SectorId sector, SectorId* next)
     {
-        BYTE link[4];
-        CFB_TRY(GetLinks(sector, link, 1));
+        const BYTE* link = nullptr;
+        CFB_TRY(PeekLinks(sector, 1, &link));
         *next = LoadU32(link);
         return S_OK;
     }
@@ -40,12 +40,12 @@ public:
     // STG_E_DOCFILECORRUPT also when another chain holds a sector that it leads to, or this one does already.
     [[nodiscard]] HRESULT FollowRun(SectorId first, SectorId most, SectorId* count, SectorId* next)
     {
-        std::array<BYTE, 4 * kBlock> links;
         const SectorId slots = Slots();
         for (*count = 1; *count < most;) {
+            const BYTE* links = nullptr;
             const SectorId begin = first + *count - 1;
             const SectorId part = std::min({most - *count, kBlock - begin % kBlock, slots - begin});
-            CFB_TRY(GetLinks(begin, links.data(), part));
+            CFB_TRY(PeekLinks(begin, part, &links));
             SectorId run = 0;
             while (run < part && (*next = LoadU32(&links[4 * run])) == begin + run + 1 && *next < slots)
                 ++run;
@@ -60,10 +60,10 @@ public:
     // Adds the free ones of the sectors [begin, end) to `free`.
     [[nodiscard]] HRESULT FindFree(SectorId begin, SectorId end, FreeMap& free)
     {
-        std::array<BYTE, 4 * kBlock> links;
         for (SectorId part = 0; begin < end; begin += part) {
+            const BYTE* links = nullptr;
             part = std::min(end - begin, kBlock - begin % kBlock);
-            CFB_TRY(GetLinks(begin, links.data(), part));
+            CFB_TRY(PeekLinks(begin, part, &links));
             for (SectorId i = 0, run = 0; i < part; i += run + 1) {
                 for (run = 0; i + run < part && LoadU32(&links[4 * (i + run)]) == kFreeSector;)
                     ++run;
@@ -117,9 +117,7 @@ public:
             const SectorId first = *at;
             SectorId count = 0;
             CFB_TRY(FollowRunFreed(at, std::min(most, end - first), &count));
-            std::array<SectorId, kBlock> free;
-            free.fill(kFreeSector);
-            CFB_TRY(SetNexts(first, free.data(), count));
+            CFB_TRY(SetNexts(first, kFree.data(), count));
             slots.Give(first, first + count);
             most -= count;
         }
@@ -133,10 +131,15 @@ public:
 protected:
     // A sector of the table holds this many links, or a multiple.
     static constexpr SectorId kBlock = 128;
+    static constexpr std::array<SectorId, kBlock> kFree = [] {
+        std::array<SectorId, kBlock> links{};
+        links.fill(kFreeSector);
+        return links;
+    }();
 
-    // Reads the links of `count` sectors, which lie within one block. STG_E_DOCFILECORRUPT: there is no such
-    // sector.
-    [[nodiscard]] virtual HRESULT GetLinks(SectorId first, BYTE* links, SectorId count) = 0;
+    // Where the links of `count` sectors, which are of one block, lie in the cache, until the next call of
+    // anything that reads or writes the file. STG_E_DOCFILECORRUPT: there is no such sector.
+    [[nodiscard]] virtual HRESULT PeekLinks(SectorId first, SectorId count, const BYTE** links) = 0;
     // Writes them.
     [[nodiscard]] virtual HRESULT SetLinks(SectorId first, const BYTE* links, SectorId count) = 0;
 
@@ -145,11 +148,10 @@ private:
     // runs into another chain ends there. *count: how many of them are in use.
     [[nodiscard]] HRESULT FollowRunFreed(SectorId* at, SectorId most, SectorId* count)
     {
-        constexpr SectorId kAtOnce = 32;
-        std::array<BYTE, 4 * kAtOnce> links;
+        const BYTE* links = nullptr;
         const SectorId first = *at;
-        most = std::min({most, kAtOnce - first % kAtOnce, Slots() - std::min(first, Slots())});
-        CFB_TRY(GetLinks(first, links.data(), most));
+        most = std::min({most, kBlock - first % kBlock, Slots() - std::min(first, Slots())});
+        CFB_TRY(PeekLinks(first, most, &links));
         do {
             *at = LoadU32(&links[4 * *count]);
             if (claims_.IsClaimed(*at) && !claims_.IsFollowed(first + *count))

@@ -22,13 +22,13 @@ void MiniStream::Reset(const DirEntry& root) noexcept
     grown_ = false;
 }
 
-HRESULT MiniStream::GetLinks(SectorId first, BYTE* links, SectorId count)
+HRESULT MiniStream::PeekLinks(SectorId first, SectorId count, const BYTE** links)
 {
     SectorId at = 0;
     if (first >= count_)
         return STG_E_DOCFILECORRUPT;
     CFB_TRY(links_.At(LinkSector(first), &at));
-    return sectors_.Read(at, LinkPlace(first), links, count * 4);
+    return sectors_.Peek(at, LinkPlace(first), count * 4, links);
 }
 
 HRESULT MiniStream::SetLinks(SectorId first, const BYTE* links, SectorId count)

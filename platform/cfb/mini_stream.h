@@ -74,7 +74,7 @@ private:
     {
         return (count + LinksPerSector() - 1) / LinksPerSector();
     }
-    [[nodiscard]] HRESULT GetLinks(SectorId first, BYTE* links, SectorId count) override;
+    [[nodiscard]] HRESULT PeekLinks(SectorId first, SectorId count, const BYTE** links) override;
     [[nodiscard]] HRESULT SetLinks(SectorId first, const BYTE* links, SectorId count) override;
     [[nodiscard]] HRESULT Take(SectorId* sector);
     [[nodiscard]] HRESULT Grow();

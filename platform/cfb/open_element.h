@@ -14,12 +14,15 @@ namespace quorvane::cfb {
 // What is known of an open element. Elements form a tree as their storages do: when one is closed, all that
 // were opened through it are reverted. The fields are the compound file's to change.
 struct OpenElement {
-    OpenElement(EntryId entry, EntryType entryType, const ElementName& elementName, Volume& volume) noexcept
-        : id(entry), type(entryType), name(elementName), body(volume)
+    OpenElement(Arena& its, EntryId entry, EntryType entryType, const ElementName& elementName,
+                Volume& volume) noexcept
+        : memory(its), id(entry), type(entryType), name(elementName), body(volume)
     {}
     OpenElement(const OpenElement&) = delete;
     OpenElement& operator=(const OpenElement&) = delete;
 
+    Arena& memory;       // that it lies in
+    unsigned holds = 0;  // of OpenElementPtr
     EntryId id;
     EntryType type;
     ElementName name;
@@ -64,7 +67,39 @@ struct OpenElement {
     std::uint64_t Size() const noexcept { return HoldsBytes() ? draft->size : body.Size(); }
 };
 
-using OpenElementPtr = std::shared_ptr<OpenElement>;
+// A hold on an open element, which goes with its last one. Copied and let go under the file's lock, where
+// there is one.
+class OpenElementPtr {
+public:
+    OpenElementPtr() noexcept = default;
+    explicit OpenElementPtr(OpenElement* element) noexcept : element_(element) { ++element->holds; }
+    OpenElementPtr(const OpenElementPtr& other) noexcept : element_(other.element_)
+    {
+        if (element_)
+            ++element_->holds;
+    }
+    OpenElementPtr(OpenElementPtr&& other) noexcept : element_(std::exchange(other.element_, nullptr)) {}
+    OpenElementPtr& operator=(OpenElementPtr other) noexcept
+    {
+        std::swap(element_, other.element_);
+        return *this;
+    }
+    ~OpenElementPtr()
+    {
+        if (!element_ || --element_->holds > 0)
+            return;
+        Arena& memory = element_->memory;
+        std::destroy_at(element_);
+        memory.Give(element_, sizeof(OpenElement));
+    }
+
+    OpenElement* get() const noexcept { return element_; }
+    OpenElement& operator*() const noexcept { return *element_; }
+    OpenElement* operator->() const noexcept { return element_; }
+
+private:
+    OpenElement* element_ = nullptr;
+};
 
 // The open elements of one file by the numbers of their entries. Throws std::bad_alloc.
 class OpenElements {

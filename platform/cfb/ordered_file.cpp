@@ -37,6 +37,7 @@ OrderedFile::Frame* OrderedFile::FindInBuckets(std::uint64_t page) noexcept
 // Takes `frame` out of the cache; it holds no page afterwards.
 void OrderedFile::Drop(Frame& frame) noexcept
 {
+    ++moves_;
     Frame** link = &buckets_[BucketOf(frame.page)];
     while (*link && *link != &frame)
         link = &(*link)->next_in_bucket;
@@ -374,6 +375,7 @@ HRESULT OrderedFile::Cut(std::uint64_t size)
     if (size >= stored_)
         return S_OK;
     CFB_TRY(store_->SetSize(size));
+    ++moves_;
     size_ = stored_ = size;
     blank_ = std::min(blank_, size);
     for (Frame& frame : frames_) {
@@ -394,6 +396,7 @@ HRESULT OrderedFile::Forget()
 
 void OrderedFile::DropCache() noexcept
 {
+    ++moves_;
     pending_.clear();
     std::fill(std::begin(recent_), std::end(recent_), nullptr);
     frames_.clear();

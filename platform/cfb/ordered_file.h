@@ -70,7 +70,7 @@ public:
         std::memcpy(to, &frame->bytes[offset % kPage], count);
         return S_OK;
     }
-    // The same bytes where they lie in the cache, until the next call. They are in one page.
+    // The same bytes where they lie in the cache, as long as Moves tells the same. They are in one page.
     [[nodiscard]] HRESULT Peek(std::uint64_t offset, std::size_t count, const BYTE** bytes)
     {
         Frame* frame = Recent(offset, count);
@@ -82,6 +82,9 @@ public:
         *bytes = &frame->bytes[offset % kPage];
         return S_OK;
     }
+    // Another number as soon as a page that was peeked at may lie elsewhere, or end earlier. Never 0, and
+    // never the same again.
+    std::uint64_t Moves() const noexcept { return moves_; }
     // Adds a write at the present place in the order.
     [[nodiscard]] HRESULT Write(std::uint64_t offset, const void* from, std::size_t count)
     {
@@ -191,6 +194,7 @@ private:
     std::vector<Frame*> buckets_;
     Frame* recent_[kRecent] = {};  // frames that were used last, to find them without the buckets
     std::size_t hand_ = 0;
+    std::uint64_t moves_ = 1;
 };
 
 }  // namespace quorvane::cfb

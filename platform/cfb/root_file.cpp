@@ -2,9 +2,16 @@
 
 namespace quorvane::cfb {
 
-void RootFile::Close(const OpenElementPtr& element, bool written) noexcept
+void RootFile::Drop(OpenElementPtr element) noexcept
 {
     const MutexLock lock(lock_);
+    const OpenElementPtr dropped = std::move(element);
+}
+
+void RootFile::Close(OpenElementPtr held, bool written) noexcept
+{
+    const MutexLock lock(lock_);
+    const OpenElementPtr element = std::move(held);
     if (--element->users > 0 || !file_)
         return;
     file_->Close(*element);

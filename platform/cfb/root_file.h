@@ -18,7 +18,9 @@ class RootFile {
 public:
     // path: what Stat tells of the root; empty for bytes of somebody's.
     RootFile(std::unique_ptr<ByteStore> store, OleString path)
-        : path_(std::move(path)), store_(std::move(store)), file_(std::make_unique<CompoundFile>(*store_))
+        : path_(std::move(path)),
+          store_(std::move(store)),
+          file_(std::make_unique<CompoundFile>(*store_, memory_))
     {}
 
     const OleString& Path() const noexcept { return path_; }
@@ -27,7 +29,7 @@ public:
     // couldn't land, tells that instead, once. STG_E_REVERTED: the element is gone, or the file is closed.
     // E_OUTOFMEMORY.
     template <class Operation>
-    [[nodiscard]] HRESULT Run(const OpenElementPtr& element, const Operation& operation) noexcept
+    [[nodiscard]] HRESULT Run(const OpenElement* element, const Operation& operation) noexcept
     {
         const MutexLock lock(lock_);
         if (!file_ || element->reverted)
@@ -60,11 +62,14 @@ public:
     }
 
     // An object on the element is gone. The element's last one closes it, the root's last one the file.
-    void Close(const OpenElementPtr& element, bool written) noexcept;
+    void Close(OpenElementPtr element, bool written) noexcept;
+    // Lets go of an element that it was no user of.
+    void Drop(OpenElementPtr element) noexcept;
 
 private:
     Mutex lock_;
     const OleString path_;
+    Arena memory_;  // of open elements
     std::unique_ptr<ByteStore> store_ QV_GUARDED_BY(lock_);
     std::unique_ptr<CompoundFile> file_ QV_GUARDED_BY(lock_);
 };

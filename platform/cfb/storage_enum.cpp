@@ -15,7 +15,7 @@ HRESULT CStorageEnum::Step(CompoundFile& file, STATSTG* stat)
         CFB_TRY(FillStat(*entry, file.FormatVersion(), true, stat));
     if (!m_last)
         m_last.emplace();
-    m_last->AssignRaw(entry->Bytes(), entry->NameLength());
+    *m_last = entry->Name();
     return S_OK;
 }
 
@@ -30,7 +30,7 @@ HRESULT CStorageEnum::Next(ULONG count, STATSTG* elements, ULONG* fetched)
     ULONG done = 0;
     HRESULT hr = S_OK;
     for (; done < count && hr == S_OK; done += hr == S_OK ? 1 : 0) {
-        hr = m_root->Run(m_storage, [&](CompoundFile& file) { return Step(file, &elements[done]); });
+        hr = m_root->Run(m_storage.get(), [&](CompoundFile& file) { return Step(file, &elements[done]); });
     }
     if (FAILED(hr) && done > 0)
         hr = S_FALSE;  // what was fetched is told; the next call meets the failure again
@@ -43,13 +43,13 @@ HRESULT CStorageEnum::Skip(ULONG count)
 {
     HRESULT hr = S_OK;
     for (; count > 0 && hr == S_OK; --count)
-        hr = m_root->Run(m_storage, [&](CompoundFile& file) { return Step(file, nullptr); });
+        hr = m_root->Run(m_storage.get(), [&](CompoundFile& file) { return Step(file, nullptr); });
     return hr;
 }
 
 HRESULT CStorageEnum::Reset()
 {
-    return m_root->Run(m_storage, [&](CompoundFile&) {
+    return m_root->Run(m_storage.get(), [&](CompoundFile&) {
         m_last.reset();
         m_cursor.version = 0;
         return S_OK;
@@ -61,7 +61,7 @@ HRESULT CStorageEnum::Clone(IEnumSTATSTG** enumerator)
     if (!enumerator)
         return STG_E_INVALIDPOINTER;
     *enumerator = nullptr;
-    return m_root->Run(m_storage, [&](CompoundFile&) -> HRESULT {
+    return m_root->Run(m_storage.get(), [&](CompoundFile&) -> HRESULT {
         *enumerator = MakeComObject<CStorageEnum>(m_root, m_storage, m_last).Detach();
         return *enumerator ? S_OK : E_OUTOFMEMORY;
     });

@@ -20,6 +20,7 @@ public:
                  std::optional<ElementName> last) noexcept
         : m_root(std::move(root)), m_storage(std::move(storage)), m_last(last)
     {}
+    ~CStorageEnum() { m_root->Drop(std::move(m_storage)); }
 
     HRESULT STDMETHODCALLTYPE Next(ULONG count, STATSTG* elements, ULONG* fetched) override;
     HRESULT STDMETHODCALLTYPE Skip(ULONG count) override;
@@ -30,7 +31,7 @@ private:
     [[nodiscard]] HRESULT Step(CompoundFile& file, STATSTG* stat);
 
     const std::shared_ptr<RootFile> m_root;
-    const OpenElementPtr m_storage;
+    OpenElementPtr m_storage;
     // Touched under the file's lock.
     std::optional<ElementName> m_last;
     CompoundFile::Cursor m_cursor;

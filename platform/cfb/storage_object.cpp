@@ -83,7 +83,7 @@ HRESULT CStorageObject::OpenOrCreate(LPCOLESTR name, DWORD mode, EntryType type,
     *object = MakeComObject<Object>(m_handle.Root(), std::move(child), mode & ~STGM_CREATE).Detach();
     if (*object)
         return S_OK;
-    m_handle.Root()->Close(child, false);  // which nobody took
+    m_handle.Root()->Close(std::move(child), false);  // which nobody took
     return E_OUTOFMEMORY;
 }
 
