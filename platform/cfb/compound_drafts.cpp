@@ -29,11 +29,10 @@ OpenElement* CompoundFile::NextNew(const OpenElement& storage, const ElementName
     return next;
 }
 
-OpenElementPtr CompoundFile::MakeOpenDraft(Draft& draft, const ElementName& name, OpenElement& parent)
+OpenElementPtr CompoundFile::MakeOpenDraft(Draft& draft, OpenElement& parent)
 {
-    OpenElementPtr element = MakeElement(kNoEntry, draft.entry.Type(), name);
+    OpenElementPtr element = MakeOpen(kNoEntry, draft.entry, &parent);
     element->draft = &draft;
-    open_.Add(*element, &parent);
     draft.open = element.get();
     return element;
 }
@@ -53,7 +52,7 @@ HRESULT CompoundFile::BeginDraft(OpenElement& storage, const ElementName& name, 
     if (exists)
         CFB_TRY(Lookup(storage, name, false, &old, &entry));
     Draft* const draft = MakeDraft(EntryType::kStorage, name);
-    *child = MakeOpenDraft(*draft, name, storage);
+    *child = MakeOpenDraft(*draft, storage);
     (*child)->top = draft;
     if (other)
         open_.Revert(*other);
@@ -85,7 +84,7 @@ HRESULT CompoundFile::CreateInDraft(OpenElement& storage, const ElementName& nam
         behindAll = children.IsBehindAll(name);
     }
     Draft* const draft = MakeDraft(type, name);
-    *child = MakeOpenDraft(*draft, name, storage);
+    *child = MakeOpenDraft(*draft, storage);
     draft->LinkInto(*storage.draft);
     children.Add(*draft, name, behindAll);
     return S_OK;
@@ -109,7 +108,7 @@ HRESULT CompoundFile::OpenInDraft(OpenElement& storage, const ElementName& name,
         CFB_TRY(body.Load(found->id, entry));
     else if (type == EntryType::kStream && !draft->HoldsBytes())
         CFB_TRY(body.Load(draft->entry));
-    *child = draft ? MakeOpenDraft(*draft, name, storage) : MakeOpen(found->id, type, name, &storage);
+    *child = draft ? MakeOpenDraft(*draft, storage) : MakeOpen(found->id, entry, &storage);
     (*child)->body = body;
     return S_OK;
 }

@@ -104,7 +104,7 @@ HRESULT CompoundFile::OpenRoot(OpenElementPtr* root)
 {
     ElementName name;
     CFB_TRY(name.Assign(OLESTR("Root Entry")));
-    *root = MakeOpen(kRootEntry, EntryType::kRoot, name, nullptr);
+    *root = MakeOpen(kRootEntry, DirEntry(EntryType::kRoot, name), nullptr);
     root_ = root->get();
     return S_OK;
 }
@@ -122,18 +122,13 @@ void CompoundFile::TrimIfWorth()
         failed_ = true;
 }
 
-OpenElementPtr CompoundFile::MakeOpen(EntryId id, EntryType type, const ElementName& name,
-                                      OpenElement* parent)
+OpenElementPtr CompoundFile::MakeOpen(EntryId id, const DirEntry& entry, OpenElement* parent)
 {
-    OpenElementPtr element = MakeElement(id, type, name);
+    open_.MakeRoom();
+    void* const at = memory_.Take(sizeof(OpenElement));
+    OpenElementPtr element(new (at) OpenElement(memory_, id, entry, *volume_));
     open_.Add(*element, parent);
     return element;
-}
-
-OpenElementPtr CompoundFile::MakeElement(EntryId id, EntryType type, const ElementName& name)
-{
-    void* const at = memory_.Take(sizeof(OpenElement));
-    return OpenElementPtr(new (at) OpenElement(memory_, id, type, name, *volume_));
 }
 
 // The place of the first element in a storage's list that doesn't come before the name, or that comes behind
@@ -268,11 +263,11 @@ HRESULT CompoundFile::OpenChild(OpenElement& storage, const ElementName& name, E
         return STG_E_FILENOTFOUND;
     if (open_.IsOpen(id))
         return STG_E_ACCESSDENIED;
-    OpenElementPtr opened = MakeElement(id, type, entry->Name());
+    StreamBody body(*volume_);
     if (type == EntryType::kStream)
-        CFB_TRY(opened->body.Load(id, *entry));
-    open_.Add(*opened, &storage);
-    *child = std::move(opened);
+        CFB_TRY(body.Load(id, *entry));
+    *child = MakeOpen(id, *entry, &storage);
+    (*child)->body = std::move(body);
     return S_OK;
 }
 
@@ -295,7 +290,7 @@ HRESULT CompoundFile::CreateChild(OpenElement& storage, const ElementName& name,
     const DirEntry entry(type, name);
     const HRESULT hung = Operate([&] { return Hang(entry, &id); });
     CFB_TRY(hung);
-    *child = MakeOpen(id, type, name, &storage);
+    *child = MakeOpen(id, entry, &storage);
     (*child)->body.BeginEmpty(id);
     if (other)
         open_.Revert(*other);
@@ -518,7 +513,7 @@ HRESULT CompoundFile::Next(OpenElement& storage, const ElementName* after, Curso
         return NextInDraft(*storage.draft, after, &shown_);
     }
     const HRESULT hr = NextInFile(storage, after, cursor, entry);
-    const OpenElement* const made = NextNew(storage, after);
+    const OpenElement* const made = storage.firstChild ? NextNew(storage, after) : nullptr;
     if (!made || (FAILED(hr) && hr != STG_E_NOMOREFILES))
         return hr;
     if (SUCCEEDED(hr) && (*entry)->Compare(made->name) > 0)
@@ -532,10 +527,10 @@ HRESULT CompoundFile::Next(OpenElement& storage, const ElementName* after, Curso
 HRESULT CompoundFile::NextInFile(OpenElement& storage, const ElementName* after, Cursor* cursor,
                                  const DirEntry** entry)
 {
-    if (!storage.surveyed)
-        CFB_TRY(Survey(storage));
     const std::uint64_t version = volume_->directory.Version();
     EntryId id = kNoEntry;
+    if (!storage.surveyed)
+        CFB_TRY(Survey(storage));
     if (storage.searchable && storage.listedAt != version) {
         CFB_TRY(volume_->tree.Next(storage.id, after, &id, &shown_));
         *entry = &shown_;

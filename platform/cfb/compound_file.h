@@ -178,7 +178,7 @@ private:
     OpenElement* FindNew(const OpenElement& storage, const ElementName& name) const noexcept;
     OpenElement* NextNew(const OpenElement& storage, const ElementName* after) const noexcept;
     Draft* MakeDraft(EntryType type, const ElementName& name);
-    OpenElementPtr MakeOpenDraft(Draft& draft, const ElementName& name, OpenElement& parent);
+    OpenElementPtr MakeOpenDraft(Draft& draft, OpenElement& parent);
     bool IsOpen(const DraftChild& child) const noexcept;
     [[nodiscard]] HRESULT BeginDraft(OpenElement& storage, const ElementName& name, bool replace,
                                      OpenElementPtr* child);
@@ -202,8 +202,7 @@ private:
     void FreeDropped() noexcept;
     [[nodiscard]] HRESULT FreeInFile(DraftChild& child);
 
-    OpenElementPtr MakeElement(EntryId id, EntryType type, const ElementName& name);
-    OpenElementPtr MakeOpen(EntryId id, EntryType type, const ElementName& name, OpenElement* parent);
+    OpenElementPtr MakeOpen(EntryId id, const DirEntry& entry, OpenElement* parent);
 
     ByteStore& store_;
     Arena& memory_;

@@ -49,9 +49,10 @@ public:
     ElementName Name() const noexcept
     {
         ElementName name;
-        name.AssignWhole(bytes_.data(), NameLength());
+        CopyName(&name);
         return name;
     }
+    void CopyName(ElementName* name) const noexcept { name->AssignWhole(bytes_.data(), NameLength()); }
     void SetName(const ElementName& name) noexcept;
     // Compares `name` with this entry's.
     int Compare(const ElementName& name) const noexcept

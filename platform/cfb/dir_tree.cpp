@@ -98,7 +98,7 @@ HRESULT DirTree::Survey(EntryId storage, Shape* shape)
         passed_.pop_back();
         CFB_TRY(PeekElement(node.id, &entry));
         shape->ordered = shape->ordered && (shape->ids.empty() || entry->Compare(last) < 0);
-        last = entry->Name();
+        entry->CopyName(&last);
         shape->ids.push_back(node.id);
         at = entry->Right();
         depth = node.depth + 1;

@@ -16,8 +16,8 @@ OpenElement* OpenElements::Find(EntryId id) const noexcept
 
 void OpenElements::Put(OpenElement& element) noexcept
 {
-    if (element.draft)
-        return;
+    if (element.id == kNoEntry)
+        return;  // a draft
     OpenElement*& bucket = BucketOf(element.id);
     element.nextInBucket = bucket;
     bucket = &element;
@@ -50,10 +50,8 @@ void OpenElements::Grow()
     }
 }
 
-void OpenElements::Add(OpenElement& element, OpenElement* parent)
+void OpenElements::Add(OpenElement& element, OpenElement* parent) noexcept
 {
-    if (count_ >= buckets_.size())
-        Grow();
     Put(element);
     if (!parent)
         return;

@@ -14,10 +14,11 @@ namespace quorvane::cfb {
 // What is known of an open element. Elements form a tree as their storages do: when one is closed, all that
 // were opened through it are reverted. The fields are the compound file's to change.
 struct OpenElement {
-    OpenElement(Arena& its, EntryId entry, EntryType entryType, const ElementName& elementName,
-                Volume& volume) noexcept
-        : memory(its), id(entry), type(entryType), name(elementName), body(volume)
-    {}
+    OpenElement(Arena& its, EntryId number, const DirEntry& entry, Volume& volume) noexcept
+        : memory(its), id(number), type(entry.Type()), body(volume)
+    {
+        entry.CopyName(&name);
+    }
     OpenElement(const OpenElement&) = delete;
     OpenElement& operator=(const OpenElement&) = delete;
 
@@ -105,7 +106,13 @@ private:
 class OpenElements {
 public:
     bool IsOpen(EntryId id) const noexcept { return Find(id) != nullptr; }
-    void Add(OpenElement& element, OpenElement* parent);
+    // Before Add, which can't fail then.
+    void MakeRoom()
+    {
+        if (count_ >= buckets_.size())
+            Grow();
+    }
+    void Add(OpenElement& element, OpenElement* parent) noexcept;
     // The element, which was a draft, is one of the file. E_OUTOFMEMORY isn't among its failures: Add has
     // seen to it.
     void Landed(OpenElement& element, EntryId id) noexcept;

@@ -15,7 +15,7 @@ HRESULT CStorageEnum::Step(CompoundFile& file, STATSTG* stat)
         CFB_TRY(FillStat(*entry, file.FormatVersion(), true, stat));
     if (!m_last)
         m_last.emplace();
-    *m_last = entry->Name();
+    entry->CopyName(&*m_last);
     return S_OK;
 }
 
