@@ -4,7 +4,7 @@
 #include <iterator>
 #include <utility>
 
-#include "platform/cfb/result.h"
+#include "platform/com/result.h"
 
 namespace quorvane::cfb {
 
@@ -41,14 +41,14 @@ HRESULT Chain::Link()
         return S_OK;
     SectorId before = 0;
     SectorId front = 0;
-    CFB_TRY(At(unlinked_ - 1, &before));
-    CFB_TRY(At(unlinked_, &front));
-    CFB_TRY(table_->SetNext(before, front));
+    QV_TRY(At(unlinked_ - 1, &before));
+    QV_TRY(At(unlinked_, &front));
+    QV_TRY(table_->SetNext(before, front));
     // They are walked along once, so that whatever else leads to them is noticed.
     SectorId left = LastKnown().End() - std::exchange(unlinked_, 0) + 1;
     for (SectorId count = 0; left > 0 && before < table_->Slots(); left -= count) {
         SectorId next = kEndOfChain;
-        CFB_TRY(table_->FollowRun(before, left, &count, &next));
+        QV_TRY(table_->FollowRun(before, left, &count, &next));
         before = next;
     }
     return S_OK;
@@ -102,7 +102,7 @@ HRESULT Chain::WalkOn(SectorId most, bool* ends)
     *ends = false;
     if (last_.LastSector() >= slots || last_.count == 0 || last_.index >= slots)
         return STG_E_DOCFILECORRUPT;
-    CFB_TRY(table_->FollowRun(last_.LastSector(), most < slots ? most + 1 : slots, &count, &next));
+    QV_TRY(table_->FollowRun(last_.LastSector(), most < slots ? most + 1 : slots, &count, &next));
     last_.count += count - 1;
     Remember(last_);
     if (count > most)
@@ -138,7 +138,7 @@ HRESULT Chain::LongerRunAt(SectorId index, SectorId most, SectorId* count)
     bool ends = false;
     // The last one that is known may go on, and any when not all are remembered.
     if (stride_ > 1 || run.index >= LastKnown().index)
-        CFB_TRY(WalkOn(most - (run.End() - index), &ends));
+        QV_TRY(WalkOn(most - (run.End() - index), &ends));
     const SectorId end = last_.index == run.index ? last_.End() : last_.index;
     *count = std::min(most, end - index);
     return S_OK;
@@ -151,7 +151,7 @@ HRESULT Chain::Length(SectorId* length)
         return S_OK;
     last_ = Nearest(kMaxSector);
     for (bool ends = false; !ends;)
-        CFB_TRY(WalkOn(kMaxSector, &ends));
+        QV_TRY(WalkOn(kMaxSector, &ends));
     *length = last_.End();
     return S_OK;
 }

@@ -33,7 +33,7 @@ public:
     [[nodiscard]] HRESULT At(SectorId index, SectorId* sector)
     {
         if (!last_.Holds(index))
-            CFB_TRY(Find(index));
+            QV_TRY(Find(index));
         *sector = last_.sector + (index - last_.index);
         return S_OK;
     }
@@ -48,7 +48,7 @@ public:
     // behind each other in the file.
     [[nodiscard]] HRESULT RunAt(SectorId index, SectorId most, SectorId* sector, SectorId* count)
     {
-        CFB_TRY(At(index, sector));
+        QV_TRY(At(index, sector));
         *count = most;
         return last_.End() - index >= most ? S_OK : LongerRunAt(index, most, count);
     }

@@ -4,7 +4,7 @@
 
 #include "platform/cfb/compound_file.h"
 #include "platform/cfb/laying.h"
-#include "platform/cfb/result.h"
+#include "platform/com/result.h"
 
 namespace quorvane::cfb {
 
@@ -44,13 +44,13 @@ HRESULT CompoundFile::BeginDraft(OpenElement& storage, const ElementName& name, 
 {
     OpenElement* const other = FindNew(storage, name);
     bool exists = false;
-    CFB_TRY(BeginEdit(storage, name, false, &exists));
+    QV_TRY(BeginEdit(storage, name, false, &exists));
     if ((other || exists) && !replace)
         return STG_E_FILEALREADYEXISTS;
     EntryId old = kNoEntry;
     const DirEntry* entry = nullptr;
     if (exists)
-        CFB_TRY(Lookup(storage, name, false, &old, &entry));
+        QV_TRY(Lookup(storage, name, false, &old, &entry));
     Draft* const draft = MakeDraft(EntryType::kStorage, name);
     *child = MakeOpenDraft(*draft, storage);
     (*child)->top = draft;
@@ -97,7 +97,7 @@ HRESULT CompoundFile::OpenInDraft(OpenElement& storage, const ElementName& name,
     DirEntry entry;
     if (!found)
         return STG_E_FILENOTFOUND;
-    CFB_TRY(StatDraft(*found, &entry));
+    QV_TRY(StatDraft(*found, &entry));
     if (entry.Type() != type)
         return STG_E_FILENOTFOUND;
     if (IsOpen(*found))
@@ -105,9 +105,9 @@ HRESULT CompoundFile::OpenInDraft(OpenElement& storage, const ElementName& name,
     StreamBody body(*volume_);
     Draft* const draft = found->IsPlaced() ? nullptr : static_cast<Draft*>(found);
     if (type == EntryType::kStream && !draft)
-        CFB_TRY(body.Load(found->id, entry));
+        QV_TRY(body.Load(found->id, entry));
     else if (type == EntryType::kStream && !draft->HoldsBytes())
-        CFB_TRY(body.Load(draft->entry));
+        QV_TRY(body.Load(draft->entry));
     *child = draft ? MakeOpenDraft(*draft, storage) : MakeOpen(found->id, entry, &storage);
     (*child)->body = body;
     return S_OK;
@@ -159,7 +159,7 @@ HRESULT CompoundFile::RenameInDraft(OpenElement& storage, const ElementName& fro
 HRESULT CompoundFile::StatDraft(const DraftChild& child, DirEntry* entry)
 {
     if (child.IsPlaced()) {
-        CFB_TRY(volume_->directory.Read(child.id, entry));
+        QV_TRY(volume_->directory.Read(child.id, entry));
         entry->SetName(child.Name());
         return S_OK;
     }
@@ -186,9 +186,9 @@ HRESULT CompoundFile::MakeRoom(OpenElement& stream, std::uint64_t size)
     const std::size_t held =
         drafts_.Held() + static_cast<std::size_t>(size) - std::min<std::size_t>(before, size);
     if (held > roomAt_) {
-        CFB_TRY(PlaceClosed(stream));
+        QV_TRY(PlaceClosed(stream));
         if (drafts_.Held() > kMostHeld && before >= kMiniCutoff)
-            CFB_TRY(MoveToFile(stream));
+            QV_TRY(MoveToFile(stream));
         roomAt_ = std::max(kMostHeld, 2 * drafts_.Held());
     }
     // Tables take their part, and what isn't full of the last sectors.
@@ -205,7 +205,7 @@ HRESULT CompoundFile::MoveToFile(OpenElement& stream)
     std::size_t written = 0;
     draft.entry.SetStart(kEndOfChain);
     draft.entry.SetSize(0);
-    CFB_TRY(body.Load(draft.entry));
+    QV_TRY(body.Load(draft.entry));
     const HRESULT hr = Operate([&] { return body.Write(0, draft.bytes, draft.size, &written); });
     if (FAILED(hr)) {
         draft.entry.SetStart(kEndOfChain);
@@ -241,7 +241,7 @@ HRESULT CompoundFile::PlaceClosed(const OpenElement& element)
     std::reverse(closed.begin(), closed.end());
     Laying laying(*volume_);
     const HRESULT hr = Operate([&]() -> HRESULT {
-        CFB_TRY(laying.Lay(drafts));
+        QV_TRY(laying.Lay(drafts));
         return volume_->Commit();
     });
     for (std::size_t i = 0; i < closed.size(); ++i) {
@@ -278,16 +278,16 @@ HRESULT CompoundFile::Land(OpenElement& element)
     Draft& top = *element.top;
     const ElementName name = top.Name();
     bool exists = false;
-    CFB_TRY(BeginEdit(storage, name, false, &exists));
+    QV_TRY(BeginEdit(storage, name, false, &exists));
     EntryId id = kNoEntry;
     Laying laying(*volume_);
     const HRESULT hr = Operate([&]() -> HRESULT {
         DirEntry entry;
-        CFB_TRY(laying.LayBelow(top, &entry));
+        QV_TRY(laying.LayBelow(top, &entry));
         // The link isn't to share a write with what it leads to: on a failing disk half of a write may be
         // done.
-        CFB_TRY(volume_->sectors.Commit());
-        CFB_TRY(volume_->edit.Begin(storage.id));
+        QV_TRY(volume_->sectors.Commit());
+        QV_TRY(volume_->edit.Begin(storage.id));
         return Hang(entry, &id);
     });
     if (FAILED(hr) && !HasLanded(storage, name, id))
@@ -330,11 +330,11 @@ OpenElement* CompoundFile::FindUnlanded(OpenElement& element) noexcept
 HRESULT CompoundFile::LandAll(OpenElement& element)
 {
     while (FindUnlanded(element)) {
-        CFB_TRY(Ready());
+        QV_TRY(Ready());
         OpenElement* const next = element.reverted ? nullptr : FindUnlanded(element);
         if (!next)
             break;
-        CFB_TRY(Land(*next));
+        QV_TRY(Land(*next));
     }
     return S_OK;
 }
@@ -343,7 +343,7 @@ HRESULT CompoundFile::Commit(OpenElement& element)
 {
     if (element.draft && !element.top)
         return S_OK;
-    CFB_TRY(LandAll(element));
+    QV_TRY(LandAll(element));
     if (element.type == EntryType::kRoot)
         Tidy();
     return S_OK;
@@ -381,7 +381,7 @@ void CompoundFile::FreeDropped() noexcept
     while (DraftChild* const dropped = open_.TakeDropped()) {
         try {
             if (dropped->IsInFile() && SUCCEEDED(Ready()) && FAILED(Operate([&]() -> HRESULT {
-                    CFB_TRY(FreeInFile(*dropped));
+                    QV_TRY(FreeInFile(*dropped));
                     return volume_->Commit();
                 })))
                 failed_ = true;
@@ -398,7 +398,7 @@ HRESULT CompoundFile::FreeInFile(DraftChild& child)
         return FreeElement(child.id);
     const auto& draft = static_cast<const Draft&>(child);
     if (draft.inSectors)
-        CFB_TRY(FreeContent(kNoEntry, draft.entry));
+        QV_TRY(FreeContent(kNoEntry, draft.entry));
     HRESULT hr = S_OK;
     draft.children.Each([&](DraftChild& below) { hr = FAILED(hr) ? hr : FreeInFile(below); });
     return hr;

@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "platform/cfb/known_files.h"
-#include "platform/cfb/result.h"
+#include "platform/com/result.h"
 
 namespace quorvane::cfb {
 FILETIME CompoundFile::Now() noexcept
@@ -32,7 +32,7 @@ HRESULT CompoundFile::Open()
     volume_ = identity ? KnownFiles::Instance().Take(*identity) : nullptr;
     if (volume_) {
         bool same = false;
-        CFB_TRY(volume_->GoOn(store_, &same));
+        QV_TRY(volume_->GoOn(store_, &same));
         if (same) {
             known_ = identity;
             return S_OK;
@@ -57,11 +57,11 @@ HRESULT CompoundFile::Ready()
 {
     if (!failed_)
         return S_OK;
-    CFB_TRY(volume_->Reload());
+    QV_TRY(volume_->Reload());
     if (root_) {
         for (OpenElement* child = root_->firstChild; child;) {
             OpenElement* const next = child->nextSibling;
-            CFB_TRY(Refind(*child));
+            QV_TRY(Refind(*child));
             child = next;
         }
         open_.Renumber(*root_);
@@ -87,14 +87,14 @@ HRESULT CompoundFile::Refind(OpenElement& element)
         open_.Revert(element);
         return S_OK;
     }
-    CFB_TRY(hr);
+    QV_TRY(hr);
     element.id = id;
     element.ForgetTree();
     if (element.type == EntryType::kStream)
         return element.draft ? S_OK : element.body.Load(id);
     for (OpenElement* child = element.firstChild; child;) {
         OpenElement* const next = child->nextSibling;
-        CFB_TRY(Refind(*child));
+        QV_TRY(Refind(*child));
         child = next;
     }
     return S_OK;
@@ -103,7 +103,7 @@ HRESULT CompoundFile::Refind(OpenElement& element)
 HRESULT CompoundFile::OpenRoot(OpenElementPtr* root)
 {
     ElementName name;
-    CFB_TRY(name.Assign(OLESTR("Root Entry")));
+    QV_TRY(name.Assign(OLESTR("Root Entry")));
     *root = MakeOpen(kRootEntry, DirEntry(EntryType::kRoot, name), nullptr);
     root_ = root->get();
     return S_OK;
@@ -140,7 +140,7 @@ HRESULT CompoundFile::FindInList(const OpenElement& storage, const ElementName* 
     for (std::size_t end = name ? storage.list.size() : 0; *place < end;) {
         const std::size_t middle = *place + (end - *place) / 2;
         const DirEntry* entry = nullptr;
-        CFB_TRY(volume_->directory.Peek(storage.list[middle], &entry));
+        QV_TRY(volume_->directory.Peek(storage.list[middle], &entry));
         const int order = entry->Compare(*name);  // of the name, seen from the entry
         if (behind ? order >= 0 : order > 0)
             *place = middle + 1;
@@ -156,7 +156,7 @@ HRESULT CompoundFile::Lookup(OpenElement& storage, const ElementName& name, bool
 {
     if (told_.version == volume_->directory.Version() && told_.storage == storage.id) {
         *id = told_.id;
-        CFB_TRY(volume_->directory.Peek(*id, entry));
+        QV_TRY(volume_->directory.Peek(*id, entry));
         if ((*entry)->Compare(name) == 0)
             return S_OK;
     }
@@ -167,16 +167,16 @@ HRESULT CompoundFile::Lookup(OpenElement& storage, const ElementName& name, bool
             return hr;
         if (storage.surveyed)
             return STG_E_DOCFILECORRUPT;
-        CFB_TRY(Survey(storage));
+        QV_TRY(Survey(storage));
         if (storage.searchable)
             return STG_E_FILENOTFOUND;
     }
     std::size_t place = 0;
-    CFB_TRY(FindInList(storage, &name, false, &place));
+    QV_TRY(FindInList(storage, &name, false, &place));
     if (place == storage.list.size())
         return STG_E_FILENOTFOUND;
     *id = storage.list[place];
-    CFB_TRY(volume_->directory.Peek(*id, entry));
+    QV_TRY(volume_->directory.Peek(*id, entry));
     return (*entry)->Compare(name) == 0 ? S_OK : STG_E_FILENOTFOUND;
 }
 
@@ -184,11 +184,11 @@ HRESULT CompoundFile::Lookup(OpenElement& storage, const ElementName& name, bool
 HRESULT CompoundFile::Survey(OpenElement& storage, bool distrusted)
 {
     DirTree::Shape shape;
-    CFB_TRY(volume_->tree.Survey(storage.id, &shape));
+    QV_TRY(volume_->tree.Survey(storage.id, &shape));
     if (!volume_->owners.Claim(storage.id, &shape.ids))
         shape.sound = false;
     if (!shape.ordered)
-        CFB_TRY(volume_->tree.Sort(&shape.ids));
+        QV_TRY(volume_->tree.Sort(&shape.ids));
     storage.sound = shape.sound;
     storage.searchable = shape.ordered && shape.sound && !shape.deep && !distrusted;
     storage.list = std::move(shape.ids);
@@ -204,10 +204,10 @@ HRESULT CompoundFile::PutRight(OpenElement& storage)
         return STG_E_DOCFILECORRUPT;
     return Operate([&]() -> HRESULT {
         std::vector<TreeEdit::Move> moves;
-        CFB_TRY(volume_->tree.Rebuild(volume_->file, storage.id, storage.list, &moves));
+        QV_TRY(volume_->tree.Rebuild(volume_->file, storage.id, storage.list, &moves));
         NoteMoves(moves);
         volume_->owners.SetChanged(storage.id);
-        CFB_TRY(volume_->Commit());
+        QV_TRY(volume_->Commit());
         storage.searchable = true;
         return S_OK;
     });
@@ -218,9 +218,9 @@ HRESULT CompoundFile::PutRightIfNeeded(OpenElement& storage)
 {
     if (!storage.probed && !storage.surveyed && volume_->probed != storage.id) {
         bool deep = false;
-        CFB_TRY(volume_->tree.Probe(storage.id, &deep));
+        QV_TRY(volume_->tree.Probe(storage.id, &deep));
         if (deep)
-            CFB_TRY(Survey(storage));
+            QV_TRY(Survey(storage));
         else
             volume_->probed = storage.id;
     }
@@ -231,10 +231,10 @@ HRESULT CompoundFile::PutRightIfNeeded(OpenElement& storage)
 // A change met a tree that it couldn't go on with, and was given up.
 HRESULT CompoundFile::TakeAnewAndPutRight(OpenElement& storage)
 {
-    CFB_TRY(Ready());
+    QV_TRY(Ready());
     if (storage.reverted)
         return STG_E_REVERTED;
-    CFB_TRY(Survey(storage, true));
+    QV_TRY(Survey(storage, true));
     return PutRight(storage);
 }
 
@@ -258,14 +258,14 @@ HRESULT CompoundFile::OpenChild(OpenElement& storage, const ElementName& name, E
         return type == EntryType::kStorage ? STG_E_ACCESSDENIED : STG_E_FILENOTFOUND;
     EntryId id = kNoEntry;
     const DirEntry* entry = nullptr;
-    CFB_TRY(Lookup(storage, name, true, &id, &entry));
+    QV_TRY(Lookup(storage, name, true, &id, &entry));
     if (entry->Type() != type)
         return STG_E_FILENOTFOUND;
     if (open_.IsOpen(id))
         return STG_E_ACCESSDENIED;
     StreamBody body(*volume_);
     if (type == EntryType::kStream)
-        CFB_TRY(body.Load(id, *entry));
+        QV_TRY(body.Load(id, *entry));
     *child = MakeOpen(id, *entry, &storage);
     (*child)->body = std::move(body);
     return S_OK;
@@ -282,14 +282,14 @@ HRESULT CompoundFile::CreateChild(OpenElement& storage, const ElementName& name,
         return BeginDraft(storage, name, replace, child);
     OpenElement* const other = FindNew(storage, name);
     bool exists = false;
-    CFB_TRY(BeginEdit(storage, name, false, &exists));
+    QV_TRY(BeginEdit(storage, name, false, &exists));
     if ((other || exists) && !replace)
         return STG_E_FILEALREADYEXISTS;
 
     EntryId id = kNoEntry;
     const DirEntry entry(type, name);
     const HRESULT hung = Operate([&] { return Hang(entry, &id); });
-    CFB_TRY(hung);
+    QV_TRY(hung);
     *child = MakeOpen(id, entry, &storage);
     (*child)->body.BeginEmpty(id);
     if (other)
@@ -302,7 +302,7 @@ HRESULT CompoundFile::CreateChild(OpenElement& storage, const ElementName& name,
 
 HRESULT CompoundFile::FindForEdit(OpenElement& storage, const ElementName& name, bool* exists)
 {
-    CFB_TRY(volume_->edit.Begin(storage.id));
+    QV_TRY(volume_->edit.Begin(storage.id));
     return volume_->edit.Find(name, exists);
 }
 
@@ -310,16 +310,16 @@ HRESULT CompoundFile::FindForEdit(OpenElement& storage, const ElementName& name,
 // be there, so that it is looked for in all of the tree when it isn't where the order of names says.
 HRESULT CompoundFile::BeginEdit(OpenElement& storage, const ElementName& name, bool wanted, bool* exists)
 {
-    CFB_TRY(PutRightIfNeeded(storage));
+    QV_TRY(PutRightIfNeeded(storage));
     const HRESULT hr = FindForEdit(storage, name, exists);
     const bool damaged = hr == kTreeTooDeep || hr == STG_E_DOCFILECORRUPT;
     const bool missed = SUCCEEDED(hr) && wanted && !*exists && !storage.surveyed;
     if (!damaged && !missed)
         return hr;
-    CFB_TRY(Survey(storage, damaged));
+    QV_TRY(Survey(storage, damaged));
     if (storage.searchable)
         return S_OK;
-    CFB_TRY(PutRight(storage));
+    QV_TRY(PutRight(storage));
     return FindForEdit(storage, name, exists);
 }
 
@@ -327,19 +327,19 @@ HRESULT CompoundFile::BeginEdit(OpenElement& storage, const ElementName& name, b
 HRESULT CompoundFile::Hang(const DirEntry& entry, EntryId* id)
 {
     EntryId replaced = kNoEntry;
-    CFB_TRY(volume_->directory.Allocate(id));
-    CFB_TRY(volume_->edit.Insert(*id, entry, &replaced));
-    CFB_TRY(ApplyEdit());
+    QV_TRY(volume_->directory.Allocate(id));
+    QV_TRY(volume_->edit.Insert(*id, entry, &replaced));
+    QV_TRY(ApplyEdit());
     if (entry.IsStorage())
         volume_->owners.SetChanged(*id);
     if (replaced != kNoEntry)
-        CFB_TRY(FreeElement(replaced));
+        QV_TRY(FreeElement(replaced));
     return volume_->Commit();
 }
 
 HRESULT CompoundFile::ApplyEdit()
 {
-    CFB_TRY(volume_->edit.Apply());
+    QV_TRY(volume_->edit.Apply());
     NoteMoves(volume_->edit.Moves());
     volume_->owners.SetChanged(volume_->edit.Storage());
     return S_OK;
@@ -357,20 +357,20 @@ HRESULT CompoundFile::Destroy(OpenElement& storage, const ElementName& name)
     if (made) {
         open_.Revert(*made);
         FreeDropped();
-        CFB_TRY(Ready());
+        QV_TRY(Ready());
         if (storage.reverted)
             return STG_E_REVERTED;
     }
     bool exists = false;
-    CFB_TRY(BeginEdit(storage, name, true, &exists));
+    QV_TRY(BeginEdit(storage, name, true, &exists));
     if (!exists)
         return made ? S_OK : STG_E_FILENOTFOUND;
     bool begun = true;
     HRESULT destroyed = ChangeTree(storage, [&]() -> HRESULT {
         EntryId id = kNoEntry;
         if (!std::exchange(begun, false))
-            CFB_TRY(volume_->edit.Begin(storage.id));
-        CFB_TRY(volume_->edit.Remove(name, &id));
+            QV_TRY(volume_->edit.Begin(storage.id));
+        QV_TRY(volume_->edit.Remove(name, &id));
         return FinishDestroying(id);
     });
     if (destroyed == STG_E_MEDIUMFULL)
@@ -384,13 +384,13 @@ HRESULT CompoundFile::Destroy(OpenElement& storage, const ElementName& name)
 // For a full medium, where nothing can be destroyed that takes room first.
 HRESULT CompoundFile::DestroyInPlace(OpenElement& storage, const ElementName& name)
 {
-    CFB_TRY(Ready());
+    QV_TRY(Ready());
     if (storage.reverted)
         return STG_E_REVERTED;
     return Operate([&]() -> HRESULT {
         EntryId id = kNoEntry;
-        CFB_TRY(volume_->edit.Begin(storage.id));
-        CFB_TRY(volume_->edit.RemoveInPlace(name, &id));
+        QV_TRY(volume_->edit.Begin(storage.id));
+        QV_TRY(volume_->edit.RemoveInPlace(name, &id));
         return FinishDestroying(id);
     });
 }
@@ -398,8 +398,8 @@ HRESULT CompoundFile::DestroyInPlace(OpenElement& storage, const ElementName& na
 // Writes an edit that took an element out of a tree, and frees the element.
 HRESULT CompoundFile::FinishDestroying(EntryId id)
 {
-    CFB_TRY(ApplyEdit());
-    CFB_TRY(FreeElement(id));
+    QV_TRY(ApplyEdit());
+    QV_TRY(FreeElement(id));
     return volume_->Commit();
 }
 
@@ -415,7 +415,7 @@ HRESULT CompoundFile::Rename(OpenElement& storage, const ElementName& from, cons
     EntryId other = kNoEntry;
     const DirEntry* found = nullptr;
     const DirEntry* there = nullptr;
-    CFB_TRY(Lookup(storage, from, true, &id, &found));
+    QV_TRY(Lookup(storage, from, true, &id, &found));
     DirEntry entry = *found;
     const HRESULT taken = Lookup(storage, to, true, &other, &there);
     if (SUCCEEDED(taken) && other != id)
@@ -424,18 +424,18 @@ HRESULT CompoundFile::Rename(OpenElement& storage, const ElementName& from, cons
         return taken;
     if (open_.IsOpen(id))
         return STG_E_ACCESSDENIED;
-    CFB_TRY(PutRightIfNeeded(storage));
+    QV_TRY(PutRightIfNeeded(storage));
     return ChangeTree(storage, [&]() -> HRESULT {
         EntryId renamed = kNoEntry;
         EntryId replaced = kNoEntry;
         entry.SetName(to);
-        CFB_TRY(volume_->directory.Allocate(&renamed));
-        CFB_TRY(volume_->edit.Begin(storage.id));
-        CFB_TRY(volume_->edit.Remove(from, &id));
-        CFB_TRY(volume_->edit.Insert(renamed, entry, &replaced));
-        CFB_TRY(ApplyEdit());
+        QV_TRY(volume_->directory.Allocate(&renamed));
+        QV_TRY(volume_->edit.Begin(storage.id));
+        QV_TRY(volume_->edit.Remove(from, &id));
+        QV_TRY(volume_->edit.Insert(renamed, entry, &replaced));
+        QV_TRY(ApplyEdit());
         volume_->Moved(id, renamed);
-        CFB_TRY(volume_->directory.Free(id));
+        QV_TRY(volume_->directory.Free(id));
         return volume_->Commit();
     });
 }
@@ -466,7 +466,7 @@ HRESULT CompoundFile::FreeElement(EntryId id)
         const HRESULT hr = volume_->directory.Read(at, &entry);
         if (hr == STG_E_DOCFILECORRUPT)
             continue;
-        CFB_TRY(hr);
+        QV_TRY(hr);
         if (!entry.IsElement())
             continue;  // freed already, by another link of a damaged tree
         if (at != id) {
@@ -478,8 +478,8 @@ HRESULT CompoundFile::FreeElement(EntryId id)
         if (entry.IsStorage() && entry.Child() != kNoEntry)
             waiting.push_back({entry.Child(), at});
         open_.RevertEntry(at);
-        CFB_TRY(volume_->directory.Free(at));
-        CFB_TRY(FreeContent(at, entry));
+        QV_TRY(volume_->directory.Free(at));
+        QV_TRY(FreeContent(at, entry));
         if (entry.IsStorage())
             storages.push_back(at);  // whose elements are still to come
         else
@@ -530,20 +530,20 @@ HRESULT CompoundFile::NextInFile(OpenElement& storage, const ElementName* after,
     const std::uint64_t version = volume_->directory.Version();
     EntryId id = kNoEntry;
     if (!storage.surveyed)
-        CFB_TRY(Survey(storage));
+        QV_TRY(Survey(storage));
     if (storage.searchable && storage.listedAt != version) {
-        CFB_TRY(volume_->tree.Next(storage.id, after, &id, &shown_));
+        QV_TRY(volume_->tree.Next(storage.id, after, &id, &shown_));
         *entry = &shown_;
     } else {
         if (cursor->version != version)
-            CFB_TRY(FindInList(storage, after, true, &cursor->next));
+            QV_TRY(FindInList(storage, after, true, &cursor->next));
         cursor->version = version;
         // What the list of a damaged storage names may have been freed through another one since.
         do {
             if (cursor->next == storage.list.size())
                 return storage.sound ? STG_E_NOMOREFILES : STG_E_DOCFILECORRUPT;
             id = storage.list[cursor->next++];
-            CFB_TRY(volume_->directory.Peek(id, entry));
+            QV_TRY(volume_->directory.Peek(id, entry));
             storage.sound = storage.sound && (*entry)->IsElement();
         } while (!(*entry)->IsElement());
     }
@@ -576,7 +576,7 @@ HRESULT CompoundFile::WriteStream(OpenElement& stream, std::uint64_t offset, con
     if (count > 0 && (offset > volume_->MaxStream() || count > volume_->MaxStream() - offset))
         return STG_E_MEDIUMFULL;
     if (count > 0 && stream.HoldsBytes()) {
-        CFB_TRY(MakeRoom(stream, offset + count));
+        QV_TRY(MakeRoom(stream, offset + count));
         if (stream.HoldsBytes()) {
             drafts_.Write(*stream.draft, static_cast<std::size_t>(offset), from, count);
             *written = count;
@@ -591,7 +591,7 @@ HRESULT CompoundFile::SetStreamSize(OpenElement& stream, std::uint64_t size)
     if (size > volume_->MaxStream())
         return STG_E_MEDIUMFULL;
     if (stream.HoldsBytes()) {
-        CFB_TRY(MakeRoom(stream, size));
+        QV_TRY(MakeRoom(stream, size));
         if (stream.HoldsBytes()) {
             drafts_.SetSize(*stream.draft, static_cast<std::size_t>(size));
             return S_OK;

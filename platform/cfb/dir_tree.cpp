@@ -3,24 +3,24 @@
 #include <algorithm>
 #include <utility>
 
-#include "platform/cfb/result.h"
+#include "platform/com/result.h"
 
 namespace quorvane::cfb {
 
 HRESULT DirTree::PeekElement(EntryId id, const DirEntry** entry)
 {
-    CFB_TRY(directory_.Peek(id, entry));
+    QV_TRY(directory_.Peek(id, entry));
     return (*entry)->IsElement() ? S_OK : STG_E_DOCFILECORRUPT;
 }
 
 HRESULT DirTree::Find(EntryId storage, const ElementName& name, EntryId* id, const DirEntry** entry)
 {
-    CFB_TRY(directory_.Peek(storage, entry));
+    QV_TRY(directory_.Peek(storage, entry));
     *id = (*entry)->Child();
     for (std::size_t depth = 0; *id != kNoEntry; ++depth) {
         if (depth > kMaxDepth)
             return kTreeTooDeep;
-        CFB_TRY(PeekElement(*id, entry));
+        QV_TRY(PeekElement(*id, entry));
         const int order = (*entry)->Compare(name);
         if (order == 0)
             return S_OK;
@@ -33,12 +33,12 @@ HRESULT DirTree::Next(EntryId storage, const ElementName* after, EntryId* id, Di
 {
     const DirEntry* node = nullptr;
     *id = kNoEntry;
-    CFB_TRY(directory_.Peek(storage, &node));
+    QV_TRY(directory_.Peek(storage, &node));
     EntryId at = node->Child();
     for (std::size_t depth = 0; at != kNoEntry; ++depth) {
         if (depth > kMaxDepth)
             return kTreeTooDeep;
-        CFB_TRY(PeekElement(at, &node));
+        QV_TRY(PeekElement(at, &node));
         const bool wanted = !after || node->Compare(*after) < 0;
         if (wanted) {
             *id = at;
@@ -52,7 +52,7 @@ HRESULT DirTree::Next(EntryId storage, const ElementName* after, EntryId* id, Di
 HRESULT DirTree::BeginSurvey()
 {
     EntryId capacity = 0;
-    CFB_TRY(directory_.Capacity(&capacity));
+    QV_TRY(directory_.Capacity(&capacity));
     seen_.resize(std::max<std::size_t>(seen_.size(), capacity));
     if (++survey_ == 0) {
         std::fill(seen_.begin(), seen_.end(), 0);
@@ -71,8 +71,8 @@ HRESULT DirTree::Survey(EntryId storage, Shape* shape)
     constexpr std::size_t kMostlyEnough = 32;
     *shape = Shape{};
     const DirEntry* entry = nullptr;
-    CFB_TRY(BeginSurvey());
-    CFB_TRY(directory_.Peek(storage, &entry));
+    QV_TRY(BeginSurvey());
+    QV_TRY(directory_.Peek(storage, &entry));
     passed_.clear();
     shape->ids.reserve(kMostlyEnough);
     ElementName last;
@@ -96,7 +96,7 @@ HRESULT DirTree::Survey(EntryId storage, Shape* shape)
             break;
         const Passed node = passed_.back();
         passed_.pop_back();
-        CFB_TRY(PeekElement(node.id, &entry));
+        QV_TRY(PeekElement(node.id, &entry));
         shape->ordered = shape->ordered && (shape->ids.empty() || entry->Compare(last) < 0);
         entry->CopyName(&last);
         shape->ids.push_back(node.id);
@@ -111,8 +111,8 @@ HRESULT DirTree::Probe(EntryId storage, bool* deep)
 {
     EntryId capacity = 0;
     const DirEntry* entry = nullptr;
-    CFB_TRY(directory_.Capacity(&capacity));
-    CFB_TRY(directory_.Peek(storage, &entry));
+    QV_TRY(directory_.Capacity(&capacity));
+    QV_TRY(directory_.Peek(storage, &entry));
     const EntryId top = entry->Child();
     *deep = true;
     for (const auto link : {&DirEntry::Left, &DirEntry::Right}) {
@@ -123,7 +123,7 @@ HRESULT DirTree::Probe(EntryId storage, bool* deep)
             const HRESULT hr = PeekElement(at, &entry);
             if (hr == STG_E_DOCFILECORRUPT)
                 return S_OK;
-            CFB_TRY(hr);
+            QV_TRY(hr);
         }
     }
     *deep = false;
@@ -138,7 +138,7 @@ HRESULT DirTree::Sort(std::vector<EntryId>* ids)
     named.reserve(ids->size());
     for (const EntryId id : *ids) {
         const DirEntry* entry = nullptr;
-        CFB_TRY(PeekElement(id, &entry));
+        QV_TRY(PeekElement(id, &entry));
         named.emplace_back(entry->Name(), id);
     }
     std::stable_sort(named.begin(), named.end(),
@@ -153,21 +153,21 @@ HRESULT DirTree::Rebuild(OrderedFile& file, EntryId storage, const std::vector<E
     ElementName last;
     for (std::size_t i = 0; i < ids.size(); ++i) {
         const DirEntry* entry = nullptr;
-        CFB_TRY(PeekElement(ids[i], &entry));
+        QV_TRY(PeekElement(ids[i], &entry));
         if (i > 0 && entry->Compare(last) == 0)
             return STG_E_DOCFILECORRUPT;
         last = entry->Name();
     }
     EntryId top = kNoEntry;
     DirEntry owner;
-    CFB_TRY(Build(ids, 0, ids.size(), 0, moves, &top));
-    CFB_TRY(directory_.Read(storage, &owner));
+    QV_TRY(Build(ids, 0, ids.size(), 0, moves, &top));
+    QV_TRY(directory_.Read(storage, &owner));
     owner.SetChild(top);
     file.Order();
-    CFB_TRY(directory_.Write(storage, owner));
+    QV_TRY(directory_.Write(storage, owner));
     file.Order();
     for (const TreeEdit::Move& move : *moves)
-        CFB_TRY(directory_.Free(move.from));
+        QV_TRY(directory_.Free(move.from));
     return S_OK;
 }
 
@@ -182,14 +182,14 @@ HRESULT DirTree::Build(const std::vector<EntryId>& ids, std::size_t begin, std::
     const unsigned lastLevel = static_cast<unsigned>(std::bit_width(ids.size() + 1)) - 1;
     EntryId left = 0;
     EntryId right = 0;
-    CFB_TRY(Build(ids, begin, middle, level + 1, moves, &left));
-    CFB_TRY(Build(ids, middle + 1, end, level + 1, moves, &right));
+    QV_TRY(Build(ids, begin, middle, level + 1, moves, &left));
+    QV_TRY(Build(ids, middle + 1, end, level + 1, moves, &right));
     DirEntry entry;
-    CFB_TRY(directory_.Read(ids[middle], &entry));
+    QV_TRY(directory_.Read(ids[middle], &entry));
     entry.SetLeft(left);
     entry.SetRight(right);
     entry.SetColor(level == lastLevel ? Color::kRed : Color::kBlack);
-    CFB_TRY(directory_.Allocate(top));
+    QV_TRY(directory_.Allocate(top));
     moves->push_back({ids[middle], *top});
     return directory_.Write(*top, entry);
 }

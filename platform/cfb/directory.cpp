@@ -4,7 +4,7 @@
 #include <utility>
 #include <vector>
 
-#include "platform/cfb/result.h"
+#include "platform/com/result.h"
 
 namespace quorvane::cfb {
 
@@ -21,7 +21,7 @@ void Directory::Reset() noexcept
 HRESULT Directory::OffsetOf(EntryId id, std::uint64_t* offset)
 {
     SectorId sector = 0;
-    CFB_TRY(chain_.At(IndexOf(id), &sector));
+    QV_TRY(chain_.At(IndexOf(id), &sector));
     *offset = sectors_.OffsetOf(sector) + PlaceOf(id);
     return S_OK;
 }
@@ -34,8 +34,8 @@ HRESULT Directory::PeekNear(EntryId id)
     SectorId end = 0;
     const BYTE* bytes = nullptr;
     near_.count = 0;
-    CFB_TRY(chain_.At(IndexOf(id), &sector));
-    CFB_TRY(sectors_.Peek(sector, PlaceOf(id), kEntryBytes, &bytes));
+    QV_TRY(chain_.At(IndexOf(id), &sector));
+    QV_TRY(sectors_.Peek(sector, PlaceOf(id), kEntryBytes, &bytes));
     chain_.RunAround(&begin, &end);
     end = std::min(end, IndexOf(id) + (sectors_.Count() - sector));
     const std::uint64_t at = sectors_.OffsetOf(sector) + PlaceOf(id);
@@ -52,7 +52,7 @@ HRESULT Directory::Write(EntryId id, const DirEntry& entry)
 {
     SectorId sector = 0;
     ++version_;
-    CFB_TRY(chain_.At(IndexOf(id), &sector));
+    QV_TRY(chain_.At(IndexOf(id), &sector));
     return sectors_.Write(sector, PlaceOf(id), entry.Bytes(), kEntryBytes);
 }
 
@@ -60,7 +60,7 @@ HRESULT Directory::Measure()
 {
     if (measured_)
         return S_OK;
-    CFB_TRY(chain_.Length(&length_));
+    QV_TRY(chain_.Length(&length_));
     slots_.Reset(length_ * PerSector());
     measured_ = true;
     return S_OK;
@@ -68,7 +68,7 @@ HRESULT Directory::Measure()
 
 HRESULT Directory::Capacity(EntryId* count)
 {
-    CFB_TRY(Measure());
+    QV_TRY(Measure());
     *count = length_ * PerSector();
     return S_OK;
 }
@@ -88,21 +88,21 @@ HRESULT Directory::FindFree(EntryId begin, EntryId end, FreeMap& free)
 
 HRESULT Directory::Allocate(EntryId* id)
 {
-    CFB_TRY(Take(id));
+    QV_TRY(Take(id));
     taken_.Set(*id);
     return S_OK;
 }
 
 HRESULT Directory::Take(EntryId* id)
 {
-    CFB_TRY(Measure());
-    CFB_TRY(slots_.Take(*this, id));
+    QV_TRY(Measure());
+    QV_TRY(slots_.Take(*this, id));
     if (*id != FreeSlots::kNone)
         return S_OK;
     // A small directory grows by sectors, a larger one by pages.
-    CFB_TRY(Append(length_ * PerSector() < kPageEntries ? 1 : kPageEntries / PerSector()));
+    QV_TRY(Append(length_ * PerSector() < kPageEntries ? 1 : kPageEntries / PerSector()));
     sectors_.File().Order();
-    CFB_TRY(LinkGrowth());
+    QV_TRY(LinkGrowth());
     sectors_.File().Order();
     *id = slots_.TakeWithin(0, FreeSlots::kNone);
     return S_OK;
@@ -110,7 +110,7 @@ HRESULT Directory::Take(EntryId* id)
 
 HRESULT Directory::AllocateNear(EntryId neighbor, EntryId* id)
 {
-    CFB_TRY(Measure());
+    QV_TRY(Measure());
     const EntryId page = neighbor - neighbor % kPageEntries;
     *id = slots_.TakeWithin(page, page + kPageEntries);
     if (*id == FreeSlots::kNone)
@@ -121,9 +121,9 @@ HRESULT Directory::AllocateNear(EntryId neighbor, EntryId* id)
 
 HRESULT Directory::Lacking(EntryId count, SectorId* sectors)
 {
-    CFB_TRY(Measure());
+    QV_TRY(Measure());
     if (slots_.Known() < count)
-        CFB_TRY(slots_.Look(*this, kLookAt));
+        QV_TRY(slots_.Look(*this, kLookAt));
     *sectors = (count - std::min(count, slots_.Known()) + PerSector() - 1) / PerSector();
     return S_OK;
 }
@@ -133,8 +133,8 @@ HRESULT Directory::Append(SectorId sectors, EntryId written)
     if (sectors == 0)
         return S_OK;
     std::vector<SectorId> added;
-    CFB_TRY(allocator_.TakeMany(sectors, &added));
-    CFB_TRY(fat_.SetChain(added));
+    QV_TRY(allocator_.TakeMany(sectors, &added));
+    QV_TRY(fat_.SetChain(added));
     const EntryId first = length_ * PerSector();
     // The least ones are taken first.
     const EntryId free = first + (written - std::min(written, slots_.Known()));
@@ -148,7 +148,7 @@ HRESULT Directory::WriteFree(EntryId begin, EntryId end)
 {
     const DirEntry free;
     for (EntryId id = begin; id < end; ++id)
-        CFB_TRY(Write(id, free));
+        QV_TRY(Write(id, free));
     return S_OK;
 }
 
@@ -157,7 +157,7 @@ HRESULT Directory::RunAt(EntryId first, EntryId most, EntryId* count)
     const EntryId within = first & (PerSector() - 1);
     SectorId sector = 0;
     SectorId run = 0;
-    CFB_TRY(chain_.RunAt(IndexOf(first), IndexOf(within + most - 1) + 1, &sector, &run));
+    QV_TRY(chain_.RunAt(IndexOf(first), IndexOf(within + most - 1) + 1, &sector, &run));
     *count = std::min(most, run * PerSector() - within);
     return S_OK;
 }
@@ -166,13 +166,13 @@ HRESULT Directory::WriteRun(EntryId first, EntryId count, const BYTE* bytes)
 {
     SectorId sector = 0;
     ++version_;
-    CFB_TRY(chain_.At(IndexOf(first), &sector));
+    QV_TRY(chain_.At(IndexOf(first), &sector));
     return sectors_.WriteData(sector, PlaceOf(first), bytes, count * kEntryBytes);
 }
 
 HRESULT Directory::LinkGrowth()
 {
-    CFB_TRY(chain_.Link());
+    QV_TRY(chain_.Link());
     sectors_.File().Order();
     return NoteLength(length_);
 }
@@ -188,8 +188,8 @@ HRESULT Directory::NoteLength(SectorId length)
 
 HRESULT Directory::Free(EntryId id)
 {
-    CFB_TRY(Measure());
-    CFB_TRY(Write(id, DirEntry()));
+    QV_TRY(Measure());
+    QV_TRY(Write(id, DirEntry()));
     slots_.Give(id);
     taken_.Unset(id);
     return S_OK;
@@ -201,20 +201,20 @@ HRESULT Directory::Trim(SectorId least)
     if (FAILED(hr))
         return hr == STG_E_DOCFILECORRUPT ? S_OK : hr;  // what is damaged is left alone
     EntryId tail = 0;
-    CFB_TRY(slots_.FindTail(*this, length_ * PerSector(), &tail));
+    QV_TRY(slots_.FindTail(*this, length_ * PerSector(), &tail));
     const SectorId spare = length_ - (tail + PerSector() - 1) / PerSector();
     if (spare == 0 || spare < least || spare >= length_)
         return NoteLength(length_);  // which a refused growth may have left unsaid
     SectorId last = 0;
     SectorId rest = 0;
-    CFB_TRY(chain_.At(length_ - spare - 1, &last));
-    CFB_TRY(fat_.Next(last, &rest));
+    QV_TRY(chain_.At(length_ - spare - 1, &last));
+    QV_TRY(fat_.Next(last, &rest));
     slots_.Shrink((length_ - spare) * PerSector());
-    CFB_TRY(NoteLength(length_ - spare));
+    QV_TRY(NoteLength(length_ - spare));
     sectors_.File().Order();
-    CFB_TRY(fat_.SetNext(last, kEndOfChain));
+    QV_TRY(fat_.SetNext(last, kEndOfChain));
     sectors_.File().Order();
-    CFB_TRY(allocator_.FreeChain(&rest, spare));
+    QV_TRY(allocator_.FreeChain(&rest, spare));
     chain_.Cut(length_);
     near_.count = 0;
     return S_OK;

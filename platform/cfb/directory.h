@@ -5,10 +5,10 @@
 #include <algorithm>
 #include <vector>
 
-#include "platform/cfb/bits.h"
 #include "platform/cfb/chain.h"
 #include "platform/cfb/dir_entry.h"
 #include "platform/cfb/sector_allocator.h"
+#include "platform/collections/bits.h"
 
 namespace quorvane::cfb {
 

@@ -3,11 +3,11 @@
 #include <new>
 #include <utility>
 
-#include "platform/cfb/file_store.h"
-#include "platform/cfb/lock_bytes_store.h"
-#include "platform/cfb/memory_lock_bytes.h"
-#include "platform/cfb/result.h"
+#include "platform/bytes/file_store.h"
+#include "platform/bytes/lock_bytes_store.h"
+#include "platform/bytes/memory_lock_bytes.h"
 #include "platform/cfb/storage_object.h"
+#include "platform/com/result.h"
 
 namespace quorvane::cfb {
 namespace {
@@ -34,7 +34,7 @@ HRESULT MakeRoot(std::unique_ptr<ByteStore> store, OleString path, DWORD mode, c
 {
     const auto root = std::make_shared<RootFile>(std::move(store), std::move(path));
     OpenElementPtr element;
-    CFB_TRY(root->Start([&](CompoundFile& file) -> HRESULT {
+    QV_TRY(root->Start([&](CompoundFile& file) -> HRESULT {
         const HRESULT hr = start(file);
         return FAILED(hr) ? hr : file.OpenRoot(&element);
     }));
@@ -57,7 +57,7 @@ HRESULT Probe(ByteStore& store) noexcept
 {
     BYTE begin[8];
     std::size_t read = 0;
-    CFB_TRY(store.ReadAt(0, begin, sizeof begin, &read));
+    QV_TRY(store.ReadAt(0, begin, sizeof begin, &read));
     return read == sizeof begin && Header::HasSignature(begin) ? S_OK : S_FALSE;
 }
 
@@ -70,11 +70,11 @@ HRESULT CreateDocfile(LPCOLESTR path, DWORD mode, IStorage** storage, Layout lay
     *storage = nullptr;
     if (!path)
         return STG_E_INVALIDNAME;
-    CFB_TRY(CheckRootMode(mode, true));
+    QV_TRY(CheckRootMode(mode, true));
     return Guarded([&]() -> HRESULT {
         const FileUse use = (mode & STGM_CREATE) != 0 ? FileUse::kCreateAnew : FileUse::kCreate;
         std::unique_ptr<ByteStore> store;
-        CFB_TRY(OpenFileStore(path, use, &store));
+        QV_TRY(OpenFileStore(path, use, &store));
         return MakeRoot(
             std::move(store), path, mode, [&](CompoundFile& file) { return file.Format(layout); }, storage);
     });
@@ -87,14 +87,14 @@ HRESULT OpenDocfile(LPCOLESTR path, DWORD mode, IStorage** storage) noexcept
     *storage = nullptr;
     if (!path)
         return STG_E_INVALIDNAME;
-    CFB_TRY(CheckRootMode(mode, false));
+    QV_TRY(CheckRootMode(mode, false));
     return Guarded([&]() -> HRESULT {
         FileUse use = FileUse::kReadWrite;
         if ((mode & ElementHandle::kAccess) == STGM_READ)
             use = (mode & ElementHandle::kSharing) == STGM_SHARE_EXCLUSIVE ? FileUse::kRead
                                                                            : FileUse::kReadSharing;
         std::unique_ptr<ByteStore> store;
-        CFB_TRY(OpenFileStore(path, use, &store));
+        QV_TRY(OpenFileStore(path, use, &store));
         return MakeRoot(
             std::move(store), path, mode, [](CompoundFile& file) { return file.Open(); }, storage);
     });
@@ -105,7 +105,7 @@ HRESULT IsDocfile(LPCOLESTR path) noexcept
     if (!path)
         return STG_E_INVALIDNAME;
     std::unique_ptr<ByteStore> store;
-    CFB_TRY(OpenFileStore(path, FileUse::kPeek, &store));
+    QV_TRY(OpenFileStore(path, FileUse::kPeek, &store));
     return Probe(*store);
 }
 
@@ -114,7 +114,7 @@ HRESULT CreateDocfileOnLockBytes(ILockBytes* bytes, DWORD mode, IStorage** stora
     if (!storage || !bytes)
         return STG_E_INVALIDPOINTER;
     *storage = nullptr;
-    CFB_TRY(CheckRootMode(mode, true));
+    QV_TRY(CheckRootMode(mode, true));
     if ((mode & STGM_CREATE) == 0)
         return STG_E_INVALIDFLAG;
     return Guarded([&]() -> HRESULT {
@@ -129,7 +129,7 @@ HRESULT OpenDocfileOnLockBytes(ILockBytes* bytes, DWORD mode, IStorage** storage
     if (!storage || !bytes)
         return STG_E_INVALIDPOINTER;
     *storage = nullptr;
-    CFB_TRY(CheckRootMode(mode, false));
+    QV_TRY(CheckRootMode(mode, false));
     return Guarded([&]() -> HRESULT {
         return MakeRoot(
             std::make_unique<LockBytesStore>(bytes), OleString(), mode,

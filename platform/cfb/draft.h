@@ -2,8 +2,8 @@
 #ifndef QUORVANE_PLATFORM_CFB_DRAFT_H_
 #define QUORVANE_PLATFORM_CFB_DRAFT_H_
 
-#include "platform/cfb/arena.h"
 #include "platform/cfb/dir_entry.h"
+#include "platform/collections/arena.h"
 
 namespace quorvane::cfb {
 

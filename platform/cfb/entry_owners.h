@@ -6,8 +6,8 @@
 #include <algorithm>
 #include <vector>
 
-#include "platform/cfb/bits.h"
 #include "platform/cfb/format.h"
+#include "platform/collections/bits.h"
 
 namespace quorvane::cfb {
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <array>
 
-#include "platform/cfb/result.h"
+#include "platform/com/result.h"
 
 namespace quorvane::cfb {
 
@@ -15,7 +15,7 @@ HRESULT Fat::Load()
     const SectorId limit = sectors_.Count();
     const std::size_t needed = (std::size_t{limit} + Entries() - 1) / Entries();
     const std::size_t said = std::min<std::size_t>(header_.fatSectors, limit);
-    CFB_TRY(LoadList(said));
+    QV_TRY(LoadList(said));
     // A table may be longer than the file, and a count may lie; what goes wrong behind the end of the file is
     // left out.
     if (fat_.size() < std::min(said, needed) || fat_.empty())
@@ -56,7 +56,7 @@ HRESULT Fat::LoadList(std::size_t count)
     SectorId difat = header_.firstDifat;
     while (fat_.size() < count && difat < limit) {
         std::array<BYTE, 4096> bytes;
-        CFB_TRY(sectors_.Read(difat, 0, bytes.data(), sectors_.SectorBytes()));
+        QV_TRY(sectors_.Read(difat, 0, bytes.data(), sectors_.SectorBytes()));
         difat_.push_back(difat);
         for (std::size_t i = 0; i < PerDifat() && fat_.size() < count; ++i) {
             const SectorId sector = LoadU32(&bytes[4 * i]);
@@ -97,12 +97,12 @@ HRESULT Fat::Append()
     const bool inHeader = index < kHeaderDifatCount;
     const bool newDifat = !inHeader && DifatSlot(index) == 0;
     sectors_.GrowTo(fat + (newDifat ? 2 : 1));
-    CFB_TRY(sectors_.Fill(fat, 0xFF));
-    CFB_TRY(StoreEntry(fat, 0, kFatSector));
+    QV_TRY(sectors_.Fill(fat, 0xFF));
+    QV_TRY(StoreEntry(fat, 0, kFatSector));
     if (newDifat)
-        CFB_TRY(StoreEntry(fat, 1, kDifatSector));
+        QV_TRY(StoreEntry(fat, 1, kDifatSector));
     if (!inHeader)
-        CFB_TRY(ListInDifat(fat, newDifat));
+        QV_TRY(ListInDifat(fat, newDifat));
     else
         header_.difat[index] = fat;
     fat_.push_back(fat);
@@ -124,14 +124,14 @@ HRESULT Fat::ListInDifat(SectorId fat, bool newDifat)
         return StoreEntry(difat_.back(), DifatSlot(fat_.size()), fat);
 
     const SectorId difat = fat + 1;
-    CFB_TRY(sectors_.Fill(difat, 0xFF));
-    CFB_TRY(StoreEntry(difat, PerDifat(), kEndOfChain));
-    CFB_TRY(StoreEntry(difat, 0, fat));
+    QV_TRY(sectors_.Fill(difat, 0xFF));
+    QV_TRY(StoreEntry(difat, PerDifat(), kEndOfChain));
+    QV_TRY(StoreEntry(difat, 0, fat));
     if (difat_.empty())
         header_.firstDifat = difat;
     else {
         sectors_.File().Order();
-        CFB_TRY(StoreEntry(difat_.back(), PerDifat(), difat));
+        QV_TRY(StoreEntry(difat_.back(), PerDifat(), difat));
     }
     difat_.push_back(difat);
     Claims().Claim(difat);
@@ -153,7 +153,7 @@ HRESULT Fat::Retract(SectorId* count)
         return S_OK;
     Claims().Release(fat_.back());
     fat_.pop_back();
-    CFB_TRY(Unlist(difatGoes));
+    QV_TRY(Unlist(difatGoes));
     *count = covered;
     return S_OK;
 }
@@ -173,7 +173,7 @@ HRESULT Fat::Unlist(bool difatGoes)
         if (difat_.empty())
             header_.firstDifat = kEndOfChain;
     }
-    CFB_TRY(header_.Write(sectors_.File()));
+    QV_TRY(header_.Write(sectors_.File()));
     sectors_.File().Order();
     if (!difatGoes)
         return StoreEntry(difat_.back(), DifatSlot(index), kFreeSector);

@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "platform/cfb/result.h"
+#include "platform/com/result.h"
 
 namespace quorvane::cfb {
 namespace {
@@ -50,14 +50,14 @@ HRESULT Header::Read(OrderedFile& file)
 {
     if (file.Size() < kHeaderBytes)
         return STG_E_FILEALREADYEXISTS;
-    CFB_TRY(file.Read(0, raw_.data(), raw_.size()));
+    QV_TRY(file.Read(0, raw_.data(), raw_.size()));
     return HasSignature(raw_.data()) ? Parse() : STG_E_FILEALREADYEXISTS;
 }
 
 HRESULT Header::Compare(OrderedFile& file, bool* same) const
 {
     std::array<BYTE, kHeaderBytes> bytes;
-    CFB_TRY(file.Read(0, bytes.data(), bytes.size()));
+    QV_TRY(file.Read(0, bytes.data(), bytes.size()));
     *same = bytes == raw_;
     return S_OK;
 }

@@ -4,9 +4,9 @@
 
 #include <array>
 
+#include "platform/bytes/ordered_file.h"
 #include "platform/cfb/docfile.h"
 #include "platform/cfb/format.h"
-#include "platform/cfb/ordered_file.h"
 
 namespace quorvane::cfb {
 

@@ -4,7 +4,7 @@
 #include <bit>
 #include <cstring>
 
-#include "platform/cfb/result.h"
+#include "platform/com/result.h"
 
 namespace quorvane::cfb {
 
@@ -12,14 +12,14 @@ HRESULT Laying::Lay(const std::vector<Draft*>& drafts)
 {
     for (const Draft* draft : drafts)
         Count(*draft);
-    CFB_TRY(Reserve());
+    QV_TRY(Reserve());
     // Their entries, which get links later, lie side by side.
     for (Draft* draft : drafts) {
         Number(*draft);
         draft->entry.SetLinks(kNoEntry, kNoEntry, Color::kBlack);
     }
     for (Draft* draft : drafts)
-        CFB_TRY(Fill(*draft));
+        QV_TRY(Fill(*draft));
     return Finish();
 }
 
@@ -27,8 +27,8 @@ HRESULT Laying::LayBelow(Draft& storage, DirEntry* entry)
 {
     for (const Draft* draft = storage.firstDraft; draft; draft = draft->next)
         Count(*draft);
-    CFB_TRY(Reserve());
-    CFB_TRY(FillStorage(storage));
+    QV_TRY(Reserve());
+    QV_TRY(FillStorage(storage));
     *entry = storage.entry;
     return Finish();
 }
@@ -48,29 +48,29 @@ HRESULT Laying::Reserve()
 {
     SectorId forEntries = 0;
     SectorId minis = 0;
-    CFB_TRY(volume_.directory.Lacking(entries_ + kForTheTree, &forEntries));
-    CFB_TRY(volume_.mini.Lacking(minis_.count, &minis));
+    QV_TRY(volume_.directory.Lacking(entries_ + kForTheTree, &forEntries));
+    QV_TRY(volume_.mini.Lacking(minis_.count, &minis));
     const SectorId forMinis = minis > 0 ? volume_.mini.SectorsFor(minis) : 0;
-    CFB_TRY(volume_.allocator.Reserve(forEntries + sectors_.count + forMinis));
-    CFB_TRY(volume_.directory.Append(forEntries, entries_));
-    CFB_TRY(volume_.mini.Append(minis));
+    QV_TRY(volume_.allocator.Reserve(forEntries + sectors_.count + forMinis));
+    QV_TRY(volume_.directory.Append(forEntries, entries_));
+    QV_TRY(volume_.mini.Append(minis));
     for (Contents* const contents : {&minis_, &sectors_})
         contents->bytes.reserve(std::min(std::size_t{contents->count} << contents->shift, 2 * kGathered));
     laid_.reserve(entries_);
     volume_.directory.AllocateMany(entries_, &ids_);
-    CFB_TRY(volume_.mini.TakeMany(minis_.count, &minis_.taken));
+    QV_TRY(volume_.mini.TakeMany(minis_.count, &minis_.taken));
     return volume_.allocator.TakeMany(sectors_.count, &sectors_.taken);
 }
 
 HRESULT Laying::Finish()
 {
-    CFB_TRY(Write(minis_, true));
-    CFB_TRY(Write(sectors_, true));
-    CFB_TRY(WriteEntries());
-    CFB_TRY(volume_.fat.LinkGrowth());
+    QV_TRY(Write(minis_, true));
+    QV_TRY(Write(sectors_, true));
+    QV_TRY(WriteEntries());
+    QV_TRY(volume_.fat.LinkGrowth());
     volume_.file.Order();
-    CFB_TRY(volume_.directory.LinkGrowth());
-    CFB_TRY(volume_.mini.LinkGrowth());
+    QV_TRY(volume_.directory.LinkGrowth());
+    QV_TRY(volume_.mini.LinkGrowth());
     volume_.file.Order();
     return S_OK;
 }
@@ -96,7 +96,7 @@ HRESULT Laying::Gather(Draft& stream)
         done += part;
         contents.links.push_back(done < stream.size ? contents.taken[contents.next] : kEndOfChain);
         if (contents.bytes.size() >= kGathered)
-            CFB_TRY(Write(contents, false));
+            QV_TRY(Write(contents, false));
     }
     return S_OK;
 }
@@ -113,12 +113,12 @@ HRESULT Laying::Write(Contents& contents, bool all)
         std::size_t offset = 0;
         std::size_t bytes = std::size_t{run} << contents.shift;
         if (&contents == &minis_)
-            CFB_TRY(volume_.mini.Locate(sectors[done], run, &at, &offset, &bytes));
+            QV_TRY(volume_.mini.Locate(sectors[done], run, &at, &offset, &bytes));
         run = static_cast<SectorId>(bytes >> contents.shift);
         if (!all && done > 0 && done + run == count)
             break;
-        CFB_TRY(contents.table.SetNexts(sectors[done], contents.links.data() + done, run));
-        CFB_TRY(volume_.sectors.WriteData(
+        QV_TRY(contents.table.SetNexts(sectors[done], contents.links.data() + done, run));
+        QV_TRY(volume_.sectors.WriteData(
             at, offset, contents.bytes.data() + (std::size_t{done} << contents.shift), bytes));
         done += run;
     }
@@ -159,12 +159,12 @@ HRESULT Laying::FillStorage(Draft& storage)
     });
     const unsigned lastLevel = static_cast<unsigned>(std::bit_width(count + 1)) - 1;
     EntryId top = kNoEntry;
-    CFB_TRY(Link(0, count, 0, lastLevel, &top));
+    QV_TRY(Link(0, count, 0, lastLevel, &top));
     storage.entry.SetChild(top);
     if (storage.place != kNoEntry)
         volume_.owners.SetChanged(storage.place);
     for (std::size_t i = laid, end = laid_.size(); i < end; ++i)
-        CFB_TRY(Fill(*laid_[i]));
+        QV_TRY(Fill(*laid_[i]));
     return S_OK;
 }
 
@@ -177,8 +177,8 @@ HRESULT Laying::Link(std::size_t begin, std::size_t end, unsigned level, unsigne
     const std::size_t middle = begin + (end - begin) / 2;
     EntryId left = kNoEntry;
     EntryId right = kNoEntry;
-    CFB_TRY(Link(begin, middle, level + 1, lastLevel, &left));
-    CFB_TRY(Link(middle + 1, end, level + 1, lastLevel, &right));
+    QV_TRY(Link(begin, middle, level + 1, lastLevel, &left));
+    QV_TRY(Link(middle + 1, end, level + 1, lastLevel, &right));
     const Color color = level == lastLevel ? Color::kRed : Color::kBlack;
     DraftChild& child = *children_[middle];
     if (!child.IsPlaced()) {
@@ -188,7 +188,7 @@ HRESULT Laying::Link(std::size_t begin, std::size_t end, unsigned level, unsigne
     }
     *top = child.id;
     DirEntry entry;
-    CFB_TRY(volume_.directory.Read(child.id, &entry));
+    QV_TRY(volume_.directory.Read(child.id, &entry));
     entry.SetName(child.Name());
     entry.SetLinks(left, right, color);
     return volume_.directory.Write(child.id, entry);
@@ -201,11 +201,11 @@ HRESULT Laying::WriteEntries()
         const std::size_t most = std::min(kGathered / kEntryBytes, laid_.size() - begin);
         const EntryId numbered = RunLength(&ids_[begin], static_cast<EntryId>(most));
         EntryId run = 0;
-        CFB_TRY(volume_.directory.RunAt(ids_[begin], numbered, &run));
+        QV_TRY(volume_.directory.RunAt(ids_[begin], numbered, &run));
         bytes.resize(run * kEntryBytes);
         for (std::size_t i = 0; i < run; ++i)
             std::memcpy(&bytes[i * kEntryBytes], laid_[begin + i]->entry.Bytes(), kEntryBytes);
-        CFB_TRY(volume_.directory.WriteRun(ids_[begin], run, bytes.data()));
+        QV_TRY(volume_.directory.WriteRun(ids_[begin], run, bytes.data()));
     }
     return S_OK;
 }

@@ -7,9 +7,9 @@
 #include <vector>
 
 #include "platform/cfb/format.h"
-#include "platform/cfb/free_slots.h"
-#include "platform/cfb/result.h"
 #include "platform/cfb/sector_claims.h"
+#include "platform/collections/free_slots.h"
+#include "platform/com/result.h"
 
 namespace quorvane::cfb {
 
@@ -31,7 +31,7 @@ public:
     [[nodiscard]] HRESULT Next(SectorId sector, SectorId* next)
     {
         const BYTE* link = nullptr;
-        CFB_TRY(PeekLinks(sector, 1, &link));
+        QV_TRY(PeekLinks(sector, 1, &link));
         *next = LoadU32(link);
         return S_OK;
     }
@@ -45,7 +45,7 @@ public:
             const BYTE* links = nullptr;
             const SectorId begin = first + *count - 1;
             const SectorId part = std::min({most - *count, kBlock - begin % kBlock, slots - begin});
-            CFB_TRY(PeekLinks(begin, part, &links));
+            QV_TRY(PeekLinks(begin, part, &links));
             SectorId run = 0;
             while (run < part && (*next = LoadU32(&links[4 * run])) == begin + run + 1 && *next < slots)
                 ++run;
@@ -63,7 +63,7 @@ public:
         for (SectorId part = 0; begin < end; begin += part) {
             const BYTE* links = nullptr;
             part = std::min(end - begin, kBlock - begin % kBlock);
-            CFB_TRY(PeekLinks(begin, part, &links));
+            QV_TRY(PeekLinks(begin, part, &links));
             for (SectorId i = 0, run = 0; i < part; i += run + 1) {
                 for (run = 0; i + run < part && LoadU32(&links[4 * (i + run)]) == kFreeSector;)
                     ++run;
@@ -84,13 +84,13 @@ public:
         while (count > 0) {
             const SectorId part = std::min(count, kBlock - first % kBlock);
             for (SectorId i = 0; i < part && claims_.MayKnow(first); ++i) {
-                CFB_TRY(Unfollow(first + i));
+                QV_TRY(Unfollow(first + i));
                 if (nexts[i] == kFreeSector)
                     claims_.Release(first + i);
             }
             for (SectorId i = 0; i < part; ++i)
                 StoreU32(&links[4 * i], nexts[i]);
-            CFB_TRY(SetLinks(first, links.data(), part));
+            QV_TRY(SetLinks(first, links.data(), part));
             first += part;
             nexts += part;
             count -= part;
@@ -104,7 +104,7 @@ public:
         sectors.push_back(kEndOfChain);
         for (SectorId begin = 0, run = 0; begin < count; begin += run) {
             run = RunLength(&sectors[begin], count - begin);
-            CFB_TRY(SetNexts(sectors[begin], &sectors[begin + 1], run));
+            QV_TRY(SetNexts(sectors[begin], &sectors[begin + 1], run));
         }
         return S_OK;
     }
@@ -116,8 +116,8 @@ public:
         while (most > 0 && *at < end) {
             const SectorId first = *at;
             SectorId count = 0;
-            CFB_TRY(FollowRunFreed(at, std::min(most, end - first), &count));
-            CFB_TRY(SetNexts(first, kFree.data(), count));
+            QV_TRY(FollowRunFreed(at, std::min(most, end - first), &count));
+            QV_TRY(SetNexts(first, kFree.data(), count));
             slots.Give(first, first + count);
             most -= count;
         }
@@ -151,7 +151,7 @@ private:
         const BYTE* links = nullptr;
         const SectorId first = *at;
         most = std::min({most, kBlock - first % kBlock, Slots() - std::min(first, Slots())});
-        CFB_TRY(PeekLinks(first, most, &links));
+        QV_TRY(PeekLinks(first, most, &links));
         do {
             *at = LoadU32(&links[4 * *count]);
             if (claims_.IsClaimed(*at) && !claims_.IsFollowed(first + *count))
@@ -170,7 +170,7 @@ private:
         if (!claims_.IsFollowed(sector))
             return S_OK;
         SectorId next = 0;
-        CFB_TRY(Next(sector, &next));
+        QV_TRY(Next(sector, &next));
         claims_.Release(next);
         claims_.Unfollow(sector);
         return S_OK;

@@ -4,7 +4,7 @@
 #include <utility>
 #include <vector>
 
-#include "platform/cfb/result.h"
+#include "platform/com/result.h"
 
 namespace quorvane::cfb {
 
@@ -27,14 +27,14 @@ HRESULT MiniStream::PeekLinks(SectorId first, SectorId count, const BYTE** links
     SectorId at = 0;
     if (first >= count_)
         return STG_E_DOCFILECORRUPT;
-    CFB_TRY(links_.At(LinkSector(first), &at));
+    QV_TRY(links_.At(LinkSector(first), &at));
     return sectors_.Peek(at, LinkPlace(first), count * 4, links);
 }
 
 HRESULT MiniStream::SetLinks(SectorId first, const BYTE* links, SectorId count)
 {
     SectorId at = 0;
-    CFB_TRY(links_.At(LinkSector(first), &at));
+    QV_TRY(links_.At(LinkSector(first), &at));
     return sectors_.Write(at, LinkPlace(first), links, count * 4);
 }
 
@@ -46,7 +46,7 @@ HRESULT MiniStream::Locate(SectorId sector, SectorId most, SectorId* at, std::si
     const SectorId within = sector & (PerSector() - 1);
     const SectorId wanted = (within + most + PerSector() - 1) >> (sectors_.Shift() - kMiniShift);
     SectorId run = 0;
-    CFB_TRY(data_.RunAt(sector >> (sectors_.Shift() - kMiniShift), wanted, at, &run));
+    QV_TRY(data_.RunAt(sector >> (sectors_.Shift() - kMiniShift), wanted, at, &run));
     *offset = within * kMiniBytes;
     *bytes = std::min<std::size_t>(most, std::size_t{run} * PerSector() - within) * kMiniBytes;
     return S_OK;
@@ -54,9 +54,9 @@ HRESULT MiniStream::Locate(SectorId sector, SectorId most, SectorId* at, std::si
 
 HRESULT MiniStream::Take(SectorId* sector)
 {
-    CFB_TRY(slots_.Take(*this, sector));
+    QV_TRY(slots_.Take(*this, sector));
     if (*sector == FreeSlots::kNone) {
-        CFB_TRY(Grow());
+        QV_TRY(Grow());
         *sector = slots_.TakeWithin(0, FreeSlots::kNone);
     }
     return S_OK;
@@ -68,7 +68,7 @@ HRESULT MiniStream::TakeMany(SectorId count, std::vector<SectorId>* sectors)
     slots_.TakeMany(known, sectors);
     for (SectorId i = known; i < count; ++i) {
         SectorId sector = 0;
-        CFB_TRY(Take(&sector));
+        QV_TRY(Take(&sector));
         sectors->push_back(sector);
     }
     return S_OK;
@@ -77,7 +77,7 @@ HRESULT MiniStream::TakeMany(SectorId count, std::vector<SectorId>* sectors)
 HRESULT MiniStream::StoreRoot(SectorId start, SectorId count)
 {
     DirEntry root;
-    CFB_TRY(directory_.Read(kRootEntry, &root));
+    QV_TRY(directory_.Read(kRootEntry, &root));
     root.SetStart(start);
     root.SetSize(std::uint64_t{count} * kMiniBytes);
     return directory_.Write(kRootEntry, root);
@@ -86,8 +86,8 @@ HRESULT MiniStream::StoreRoot(SectorId start, SectorId count)
 // The lengths of the two chains. STG_E_DOCFILECORRUPT: one is shorter than it has to be, or has no end.
 HRESULT MiniStream::Measure(SectorId* data, SectorId* links)
 {
-    CFB_TRY(data_.Length(data));
-    CFB_TRY(links_.Length(links));
+    QV_TRY(data_.Length(data));
+    QV_TRY(links_.Length(links));
     return *data < DataSectors() || *links < LinkSectors(count_) ? STG_E_DOCFILECORRUPT : S_OK;
 }
 
@@ -97,23 +97,23 @@ HRESULT MiniStream::Append(SectorId wanted)
         return S_OK;
     if (grown_) {
         sectors_.File().Order();
-        CFB_TRY(LinkGrowth());
+        QV_TRY(LinkGrowth());
         sectors_.File().Order();
     }
     SectorId data = 0;
     SectorId links = 0;
-    CFB_TRY(Measure(&data, &links));
+    QV_TRY(Measure(&data, &links));
     // The chain is longer than the mini stream when an earlier growth was refused half-way.
     const SectorId length = std::max(data, DataSectors() + (wanted + PerSector() - 1) / PerSector());
     const SectorId count = length * PerSector();
-    CFB_TRY(AppendSectors(data_, data, length - data, nullptr));
+    QV_TRY(AppendSectors(data_, data, length - data, nullptr));
     const BYTE free = 0xFF;
-    CFB_TRY(AppendSectors(links_, links, LinkSectors(count) - std::min(links, LinkSectors(count)), &free));
+    QV_TRY(AppendSectors(links_, links, LinkSectors(count) - std::min(links, LinkSectors(count)), &free));
     const SectorId old = std::exchange(count_, count);
     // Behind what it covered, an older mini FAT of another program may hold anything.
     const SectorId covered = std::clamp(links * LinksPerSector(), old, count);
     const std::vector<SectorId> nexts(covered - old, kFreeSector);
-    CFB_TRY(SetNexts(old, nexts.data(), covered - old));
+    QV_TRY(SetNexts(old, nexts.data(), covered - old));
     linkSectors_ = std::max(links, LinkSectors(count));
     grown_ = true;
     slots_.GiveUnused(old, count);
@@ -126,11 +126,11 @@ HRESULT MiniStream::AppendSectors(Chain& chain, SectorId length, SectorId count,
     if (count == 0)
         return S_OK;
     std::vector<SectorId> added;
-    CFB_TRY(allocator_.TakeMany(count, &added));
-    CFB_TRY(fat_.SetChain(added));
+    QV_TRY(allocator_.TakeMany(count, &added));
+    QV_TRY(fat_.SetChain(added));
     for (const SectorId sector : added) {
         if (fill)
-            CFB_TRY(sectors_.Fill(sector, *fill));
+            QV_TRY(sectors_.Fill(sector, *fill));
     }
     chain.Append(length, added);
     return S_OK;
@@ -139,7 +139,7 @@ HRESULT MiniStream::AppendSectors(Chain& chain, SectorId length, SectorId count,
 HRESULT MiniStream::Lacking(SectorId count, SectorId* wanted)
 {
     if (slots_.Known() < count)
-        CFB_TRY(slots_.Look(*this, kLookAt));
+        QV_TRY(slots_.Look(*this, kLookAt));
     *wanted = count - std::min(count, slots_.Known());
     return S_OK;
 }
@@ -148,13 +148,13 @@ HRESULT MiniStream::LinkGrowth()
 {
     if (!std::exchange(grown_, false))
         return S_OK;
-    CFB_TRY(data_.Link());
-    CFB_TRY(links_.Link());
+    QV_TRY(data_.Link());
+    QV_TRY(links_.Link());
     sectors_.File().Order();
     // A mini FAT that covers more than there is does no harm; the reverse would.
     header_.firstMiniFat = links_.First();
     header_.miniFatSectors = linkSectors_;
-    CFB_TRY(header_.Write(sectors_.File()));
+    QV_TRY(header_.Write(sectors_.File()));
     sectors_.File().Order();
     return StoreRoot(data_.First(), count_);
 }
@@ -162,7 +162,7 @@ HRESULT MiniStream::LinkGrowth()
 HRESULT MiniStream::Grow()
 {
     const SectorId most = static_cast<SectorId>(kMaxGrowthBytes / kMiniBytes);
-    CFB_TRY(Append(std::clamp<SectorId>(count_ / 4, 1, most)));
+    QV_TRY(Append(std::clamp<SectorId>(count_ / 4, 1, most)));
     sectors_.File().Order();
     return LinkGrowth();
 }
@@ -174,9 +174,9 @@ HRESULT MiniStream::CutChain(Chain& chain, SectorId from, SectorId to)
     sectors_.File().Order();
     if (from > 0) {
         SectorId last = 0;
-        CFB_TRY(chain.At(from - 1, &last));
-        CFB_TRY(fat_.Next(last, &rest));
-        CFB_TRY(fat_.SetNext(last, kEndOfChain));
+        QV_TRY(chain.At(from - 1, &last));
+        QV_TRY(fat_.Next(last, &rest));
+        QV_TRY(fat_.SetNext(last, kEndOfChain));
         sectors_.File().Order();
     }
     if (from > 0)
@@ -194,13 +194,13 @@ HRESULT MiniStream::Trim(SectorId least)
     if (FAILED(hr))
         return hr == STG_E_DOCFILECORRUPT ? S_OK : hr;  // what is damaged is left alone
     SectorId kept = 0;
-    CFB_TRY(slots_.FindTail(*this, count_, &kept));
+    QV_TRY(slots_.FindTail(*this, count_, &kept));
     const SectorId after = (kept + PerSector() - 1) / PerSector();
     if (after < before && before - after >= least) {
         count_ = after * PerSector();
         slots_.Shrink(count_);
-        CFB_TRY(StoreRoot(after > 0 ? data_.First() : kEndOfChain, count_));
-        CFB_TRY(CutChain(data_, after, before));
+        QV_TRY(StoreRoot(after > 0 ? data_.First() : kEndOfChain, count_));
+        QV_TRY(CutChain(data_, after, before));
     }
     return TrimLinks(links);
 }
@@ -212,7 +212,7 @@ HRESULT MiniStream::TrimLinks(SectorId links)
     header_.miniFatSectors = kept;
     header_.firstMiniFat = kept > 0 ? links_.First() : kEndOfChain;
     sectors_.File().Order();
-    CFB_TRY(header_.Write(sectors_.File()));
+    QV_TRY(header_.Write(sectors_.File()));
     return kept < links ? CutChain(links_, kept, links) : S_OK;
 }
 

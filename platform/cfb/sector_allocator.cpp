@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <vector>
 
-#include "platform/cfb/result.h"
+#include "platform/com/result.h"
 
 namespace quorvane::cfb {
 
@@ -15,7 +15,7 @@ SectorId SectorAllocator::Limit() const noexcept
 
 HRESULT SectorAllocator::Take(SectorId* sector)
 {
-    CFB_TRY(slots_.Take(fat_, sector));
+    QV_TRY(slots_.Take(fat_, sector));
     if (*sector == FreeSlots::kNone)
         return Append(sector);
     if (*sector + 1 == sectors_.Count())
@@ -31,7 +31,7 @@ HRESULT SectorAllocator::TakeMany(SectorId count, std::vector<SectorId>* sectors
         sectors_.GrowTo(sectors_.Count());
     for (SectorId i = known; i < count; ++i) {
         SectorId sector = 0;
-        CFB_TRY(Take(&sector));
+        QV_TRY(Take(&sector));
         sectors->push_back(sector);
     }
     return S_OK;
@@ -47,14 +47,14 @@ HRESULT SectorAllocator::Reserve(SectorId count)
         // A new sector of the FAT says of all others that they are free; an old one may hold anything.
         const bool fresh = sectors_.Count() == fat_.Slots();
         if (fresh)
-            CFB_TRY(fat_.Append());
+            QV_TRY(fat_.Append());
         const SectorId begin = sectors_.Count();
         const SectorId added = std::min(lacking, fat_.Slots() - begin);
         if (sectors_.OffsetOf(begin + added) > kRangeLockOffset)
             break;
         sectors_.GrowTo(begin + added);
         const std::vector<SectorId> free(fresh ? 0 : added, kFreeSector);
-        CFB_TRY(fat_.SetNexts(begin, free.data(), static_cast<SectorId>(free.size())));
+        QV_TRY(fat_.SetNexts(begin, free.data(), static_cast<SectorId>(free.size())));
         slots_.GiveUnused(begin, begin + added);
         lacking -= added;
     }
@@ -68,8 +68,8 @@ HRESULT SectorAllocator::Append(SectorId* sector)
         if (sectors_.Count() >= Limit())
             return STG_E_MEDIUMFULL;
         if (sectors_.Count() == fat_.Slots()) {
-            CFB_TRY(fat_.Append());
-            CFB_TRY(fat_.LinkGrowth());
+            QV_TRY(fat_.Append());
+            QV_TRY(fat_.LinkGrowth());
         }
         *sector = sectors_.Count();
         sectors_.GrowTo(*sector + 1);
@@ -77,7 +77,7 @@ HRESULT SectorAllocator::Append(SectorId* sector)
                             kRangeLockOffset < sectors_.OffsetOf(*sector + 1);
         if (!locked)
             return S_OK;
-        CFB_TRY(fat_.SetNext(*sector, kEndOfChain));
+        QV_TRY(fat_.SetNext(*sector, kEndOfChain));
     }
 }
 
@@ -86,8 +86,8 @@ HRESULT SectorAllocator::RetractFat(SectorId* end)
 {
     for (SectorId was = kMaxSector; was != *end;) {
         was = *end;
-        CFB_TRY(fat_.Retract(end));
-        CFB_TRY(slots_.FindTail(fat_, *end, end));
+        QV_TRY(fat_.Retract(end));
+        QV_TRY(slots_.FindTail(fat_, *end, end));
     }
     return S_OK;
 }
@@ -96,13 +96,13 @@ HRESULT SectorAllocator::Trim(SectorId least)
 {
     const SectorId before = sectors_.Count();
     SectorId end = before;
-    CFB_TRY(slots_.FindTail(fat_, before, &end));
+    QV_TRY(slots_.FindTail(fat_, before, &end));
     if (before - end >= least)
-        CFB_TRY(RetractFat(&end));
+        QV_TRY(RetractFat(&end));
     else
         end = before;
     slots_.Shrink(end);
-    CFB_TRY(sectors_.File().Commit());
+    QV_TRY(sectors_.File().Commit());
     return sectors_.Cut(end);
 }
 

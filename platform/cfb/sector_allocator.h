@@ -3,7 +3,7 @@
 #define QUORVANE_PLATFORM_CFB_SECTOR_ALLOCATOR_H_
 
 #include "platform/cfb/fat.h"
-#include "platform/cfb/free_slots.h"
+#include "platform/collections/free_slots.h"
 
 namespace quorvane::cfb {
 

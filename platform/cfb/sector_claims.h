@@ -4,8 +4,8 @@
 
 #include <algorithm>
 
-#include "platform/cfb/bits.h"
 #include "platform/cfb/format.h"
+#include "platform/collections/bits.h"
 
 namespace quorvane::cfb {
 

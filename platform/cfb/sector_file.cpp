@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "platform/cfb/result.h"
+#include "platform/com/result.h"
 
 namespace quorvane::cfb {
 
@@ -31,7 +31,7 @@ HRESULT SectorFile::Fill(SectorId sector, BYTE value)
     BYTE block[512];
     std::memset(block, value, sizeof block);
     for (std::size_t at = 0; at < SectorBytes(); at += sizeof block)
-        CFB_TRY(Write(sector, at, block, sizeof block));
+        QV_TRY(Write(sector, at, block, sizeof block));
     return S_OK;
 }
 

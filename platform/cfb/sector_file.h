@@ -4,8 +4,8 @@
 
 #include <algorithm>
 
+#include "platform/bytes/ordered_file.h"
 #include "platform/cfb/format.h"
-#include "platform/cfb/ordered_file.h"
 
 namespace quorvane::cfb {
 

@@ -1,6 +1,6 @@
 #include "platform/cfb/storage_enum.h"
 
-#include "platform/cfb/result.h"
+#include "platform/com/result.h"
 
 namespace quorvane::cfb {
 
@@ -12,7 +12,7 @@ HRESULT CStorageEnum::Step(CompoundFile& file, STATSTG* stat)
     if (FAILED(hr))
         return hr == STG_E_NOMOREFILES ? S_FALSE : hr;
     if (stat)
-        CFB_TRY(FillStat(*entry, file.FormatVersion(), true, stat));
+        QV_TRY(FillStat(*entry, file.FormatVersion(), true, stat));
     if (!m_last)
         m_last.emplace();
     entry->CopyName(&*m_last);

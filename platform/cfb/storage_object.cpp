@@ -4,9 +4,9 @@
 #include <cstring>
 #include <string>
 
-#include "platform/cfb/result.h"
 #include "platform/cfb/storage_enum.h"
 #include "platform/cfb/storage_stream.h"
+#include "platform/com/result.h"
 
 namespace quorvane::cfb {
 namespace {
@@ -73,10 +73,10 @@ HRESULT CStorageObject::OpenOrCreate(LPCOLESTR name, DWORD mode, EntryType type,
                                      Interface** object)
 {
     ElementName parsed;
-    CFB_TRY(parsed.Assign(name));
-    CFB_TRY(CheckMode(mode, create));
+    QV_TRY(parsed.Assign(name));
+    QV_TRY(CheckMode(mode, create));
     OpenElementPtr child;
-    CFB_TRY(m_handle.Run([&](CompoundFile& file, OpenElement& storage) {
+    QV_TRY(m_handle.Run([&](CompoundFile& file, OpenElement& storage) {
         return create ? file.CreateChild(storage, parsed, type, (mode & STGM_CREATE) != 0, &child)
                       : file.OpenChild(storage, parsed, type, &child);
     }));
@@ -161,7 +161,7 @@ HRESULT CStorageObject::CopyTo(DWORD excludedCount, const IID* excludedInterface
         return std::any_of(excludedInterfaces, end,
                            [&](const IID& one) { return IsEqualIID(one, iid) != 0; });
     };
-    CFB_TRY(CopyElements(!excludes(IID_IStorage), !excludes(IID_IStream), excludedNames, target));
+    QV_TRY(CopyElements(!excludes(IID_IStorage), !excludes(IID_IStream), excludedNames, target));
     return CopyOwn(target);
 }
 
@@ -169,15 +169,15 @@ HRESULT CStorageObject::CopyTo(DWORD excludedCount, const IID* excludedInterface
 HRESULT CStorageObject::CopyOwn(IStorage* target)
 {
     STATSTG stat{};
-    CFB_TRY(Stat(&stat, STATFLAG_NONAME));
-    CFB_TRY(target->SetClass(stat.clsid));
+    QV_TRY(Stat(&stat, STATFLAG_NONAME));
+    QV_TRY(target->SetClass(stat.clsid));
     return target->SetStateBits(stat.grfStateBits, ~DWORD{0});
 }
 
 HRESULT CStorageObject::CopyElements(bool storages, bool streams, SNB excludedNames, IStorage* target)
 {
     ComPtr<IEnumSTATSTG> elements;
-    CFB_TRY(EnumElements(0, nullptr, 0, elements.Put()));
+    QV_TRY(EnumElements(0, nullptr, 0, elements.Put()));
     for (;;) {
         STATSTG element{};
         const StatName owner(element);
@@ -186,7 +186,7 @@ HRESULT CStorageObject::CopyElements(bool storages, bool streams, SNB excludedNa
             return FAILED(hr) ? hr : S_OK;
         const bool wanted = element.type == STGTY_STREAM ? streams : storages;
         if (wanted && !IsExcluded(excludedNames, element.pwcsName))
-            CFB_TRY(CopyElement(element, target, element.pwcsName));
+            QV_TRY(CopyElement(element, target, element.pwcsName));
     }
 }
 
@@ -202,8 +202,8 @@ HRESULT CStorageObject::CopyStream(LPCOLESTR name, IStorage* target, LPCOLESTR n
     ComPtr<IStream> to;
     ULARGE_INTEGER all;
     all.QuadPart = kWhole;
-    CFB_TRY(OpenStream(name, nullptr, STGM_READ | STGM_SHARE_EXCLUSIVE, 0, from.Put()));
-    CFB_TRY(target->CreateStream(newName, STGM_CREATE | STGM_WRITE | STGM_SHARE_EXCLUSIVE, 0, 0, to.Put()));
+    QV_TRY(OpenStream(name, nullptr, STGM_READ | STGM_SHARE_EXCLUSIVE, 0, from.Put()));
+    QV_TRY(target->CreateStream(newName, STGM_CREATE | STGM_WRITE | STGM_SHARE_EXCLUSIVE, 0, 0, to.Put()));
     return from->CopyTo(to.Get(), all, nullptr, nullptr);
 }
 
@@ -213,11 +213,11 @@ HRESULT CStorageObject::CopyStorage(LPCOLESTR name, IStorage* target, LPCOLESTR 
     constexpr DWORD kMode = STGM_READWRITE | STGM_SHARE_EXCLUSIVE;
     ComPtr<IStorage> from;
     ComPtr<IStorage> to;
-    CFB_TRY(OpenStorage(name, nullptr, STGM_READ | STGM_SHARE_EXCLUSIVE, nullptr, 0, from.Put()));
+    QV_TRY(OpenStorage(name, nullptr, STGM_READ | STGM_SHARE_EXCLUSIVE, nullptr, 0, from.Put()));
     HRESULT hr = target->OpenStorage(newName, nullptr, kMode, nullptr, 0, to.Put());
     if (hr == STG_E_FILENOTFOUND)
         hr = target->CreateStorage(newName, STGM_CREATE | kMode, 0, 0, to.Put());
-    CFB_TRY(hr);
+    QV_TRY(hr);
     return from->CopyTo(0, nullptr, nullptr, to.Get());
 }
 
@@ -232,11 +232,11 @@ HRESULT CStorageObject::MoveElementTo(LPCOLESTR name, IStorage* target, LPCOLEST
     HRESULT hr = CopyStream(name, target, newName);
     if (hr == STG_E_FILENOTFOUND)
         hr = CopyStorage(name, target, newName);
-    CFB_TRY(hr);
+    QV_TRY(hr);
     // What was copied may be a new storage, whose release has no way to tell that it didn't land: the next
     // call does.
     STATSTG stat{};
-    CFB_TRY(target->Stat(&stat, STATFLAG_NONAME));
+    QV_TRY(target->Stat(&stat, STATFLAG_NONAME));
     return flags == STGMOVE_MOVE ? DestroyElement(name) : S_OK;
 }
 
@@ -275,7 +275,7 @@ HRESULT CStorageObject::EnumElements(DWORD reserved1, void* reserved2, DWORD res
 HRESULT CStorageObject::DestroyElement(LPCOLESTR name)
 {
     ElementName parsed;
-    CFB_TRY(parsed.Assign(name));
+    QV_TRY(parsed.Assign(name));
     if (!m_handle.MayWrite())
         return STG_E_ACCESSDENIED;
     return m_handle.Run(
@@ -286,8 +286,8 @@ HRESULT CStorageObject::RenameElement(LPCOLESTR oldName, LPCOLESTR newName)
 {
     ElementName from;
     ElementName to;
-    CFB_TRY(from.Assign(oldName));
-    CFB_TRY(to.Assign(newName));
+    QV_TRY(from.Assign(oldName));
+    QV_TRY(to.Assign(newName));
     if (!m_handle.MayWrite())
         return STG_E_ACCESSDENIED;
     return m_handle.Run(
@@ -299,7 +299,7 @@ HRESULT CStorageObject::SetElementTimes(LPCOLESTR name, const FILETIME* created,
 {
     ElementName parsed;
     if (name)
-        CFB_TRY(parsed.Assign(name));
+        QV_TRY(parsed.Assign(name));
     if (!m_handle.MayWrite())
         return STG_E_ACCESSDENIED;
     const auto change = [&](DirEntry& entry) {
@@ -343,8 +343,8 @@ HRESULT CStorageObject::Stat(STATSTG* stat, DWORD flags)
         const bool withName = (flags & STATFLAG_NONAME) == 0;
         const bool isRoot = storage.type == EntryType::kRoot;
         DirEntry entry;
-        CFB_TRY(file.Stat(storage, &entry));
-        CFB_TRY(FillStat(entry, file.FormatVersion(), withName && !isRoot, stat));
+        QV_TRY(file.Stat(storage, &entry));
+        QV_TRY(FillStat(entry, file.FormatVersion(), withName && !isRoot, stat));
         stat->grfMode = m_handle.Mode();
         if (!withName || !isRoot)
             return S_OK;

@@ -3,21 +3,21 @@
 #include <algorithm>
 #include <array>
 
-#include "platform/cfb/result.h"
+#include "platform/com/result.h"
 
 namespace quorvane::cfb {
 
 HRESULT StreamBody::Load(EntryId id)
 {
     DirEntry entry;
-    CFB_TRY(volume_->directory.Read(id, &entry));
+    QV_TRY(volume_->directory.Read(id, &entry));
     return entry.Type() == EntryType::kStream ? Load(id, entry) : STG_E_DOCFILECORRUPT;
 }
 
 HRESULT StreamBody::Load(EntryId id, const DirEntry& entry)
 {
-    CFB_TRY(Take(entry));
-    CFB_TRY(volume_->ClaimChain(id, Table(IsMini(size_)), chain_.First()));
+    QV_TRY(Take(entry));
+    QV_TRY(volume_->ClaimChain(id, Table(IsMini(size_)), chain_.First()));
     id_ = id;
     unlinked_ = nullptr;
     return S_OK;
@@ -68,14 +68,14 @@ HRESULT StreamBody::Locate(Chain& chain, bool mini, std::uint64_t offset, std::s
     const std::size_t inUnit = offset & (unit - 1);
     SectorId first = 0;
     SectorId run = 0;
-    CFB_TRY(chain.RunAt(index, Units(inUnit + most, mini), &first, &run));
+    QV_TRY(chain.RunAt(index, Units(inUnit + most, mini), &first, &run));
     *sector = first;
     *within = inUnit;
     *bytes = std::min(most, std::size_t{run} * unit - inUnit);
     if (!mini)
         return S_OK;
     std::size_t located = 0;
-    CFB_TRY(volume_->mini.Locate(first, run, sector, within, &located));
+    QV_TRY(volume_->mini.Locate(first, run, sector, within, &located));
     *within += inUnit;
     *bytes = std::min(most, located - inUnit);
     return S_OK;
@@ -87,8 +87,8 @@ HRESULT StreamBody::ReadChain(std::uint64_t offset, BYTE* to, std::size_t count)
         SectorId sector = 0;
         std::size_t within = 0;
         std::size_t bytes = 0;
-        CFB_TRY(Locate(chain_, IsMini(size_), offset, std::min(count, kPart), &sector, &within, &bytes));
-        CFB_TRY(volume_->sectors.Read(sector, within, to, bytes));
+        QV_TRY(Locate(chain_, IsMini(size_), offset, std::min(count, kPart), &sector, &within, &bytes));
+        QV_TRY(volume_->sectors.Read(sector, within, to, bytes));
         offset += bytes;
         to += bytes;
         count -= bytes;
@@ -102,7 +102,7 @@ HRESULT StreamBody::Read(std::uint64_t offset, void* to, std::size_t count, std:
     if (offset >= size_)
         return S_OK;
     const auto wanted = static_cast<std::size_t>(std::min<std::uint64_t>(count, size_ - offset));
-    CFB_TRY(ReadChain(offset, static_cast<BYTE*>(to), wanted));
+    QV_TRY(ReadChain(offset, static_cast<BYTE*>(to), wanted));
     *read = wanted;
     return S_OK;
 }
@@ -114,8 +114,8 @@ HRESULT StreamBody::WriteChain(Chain& chain, bool mini, std::uint64_t offset, co
         SectorId sector = 0;
         std::size_t within = 0;
         std::size_t bytes = 0;
-        CFB_TRY(Locate(chain, mini, offset, count, &sector, &within, &bytes));
-        CFB_TRY(volume_->sectors.WriteData(sector, within, from, bytes));
+        QV_TRY(Locate(chain, mini, offset, count, &sector, &within, &bytes));
+        QV_TRY(volume_->sectors.WriteData(sector, within, from, bytes));
         offset += bytes;
         from += bytes;
         count -= bytes;
@@ -131,13 +131,13 @@ HRESULT StreamBody::ZeroChain(Chain& chain, bool mini, std::uint64_t offset, std
         std::size_t within = 0;
         std::size_t bytes = 0;
         const auto most = static_cast<std::size_t>(std::min<std::uint64_t>(end - offset, kPart));
-        CFB_TRY(Locate(chain, mini, offset, most, &sector, &within, &bytes));
+        QV_TRY(Locate(chain, mini, offset, most, &sector, &within, &bytes));
         // What the store doesn't have yet it will have as zeros.
         const std::uint64_t at = volume_->sectors.OffsetOf(sector) + within;
         for (std::size_t done = 0; done < bytes && at + done < volume_->file.StoredSize();
              done += kZeros.size()) {
             const std::size_t part = std::min(kZeros.size(), bytes - done);
-            CFB_TRY(volume_->sectors.WriteData(sector, within + done, kZeros.data(), part));
+            QV_TRY(volume_->sectors.WriteData(sector, within + done, kZeros.data(), part));
         }
         offset += bytes;
     }
@@ -148,8 +148,8 @@ HRESULT StreamBody::NewChain(bool mini, SectorId count, Chain* chain)
 {
     LinkTable& table = Table(mini);
     std::vector<SectorId> sectors;
-    CFB_TRY(mini ? volume_->mini.TakeMany(count, &sectors) : volume_->allocator.TakeMany(count, &sectors));
-    CFB_TRY(table.SetChain(sectors));
+    QV_TRY(mini ? volume_->mini.TakeMany(count, &sectors) : volume_->allocator.TakeMany(count, &sectors));
+    QV_TRY(table.SetChain(sectors));
     *chain = Chain(table, count > 0 ? sectors.front() : kEndOfChain);
     return S_OK;
 }
@@ -160,7 +160,7 @@ HRESULT StreamBody::Fill(Chain& chain, bool mini, std::uint64_t from, std::uint6
                          const Content& content)
 {
     const std::uint64_t zerosEnd = std::clamp(content.offset, from, to);
-    CFB_TRY(ZeroChain(chain, mini, from - base, zerosEnd - base));
+    QV_TRY(ZeroChain(chain, mini, from - base, zerosEnd - base));
     const std::uint64_t end = std::clamp(content.offset + content.count, zerosEnd, to);
     if (zerosEnd == end || content.count == 0)
         return S_OK;
@@ -176,14 +176,14 @@ HRESULT StreamBody::Write(std::uint64_t offset, const void* from, std::size_t co
         const std::size_t part = std::min(count, kPart);
         const Content content{offset, in, part};
         if (offset + part <= size_) {
-            CFB_TRY(WriteChain(chain_, IsMini(size_), offset, in, part));
-            CFB_TRY(volume_->Commit());
+            QV_TRY(WriteChain(chain_, IsMini(size_), offset, in, part));
+            QV_TRY(volume_->Commit());
         } else {
             const std::uint64_t inside = std::min<std::uint64_t>(offset + part, size_);
             if (offset < inside)
-                CFB_TRY(
+                QV_TRY(
                     WriteChain(chain_, IsMini(size_), offset, in, static_cast<std::size_t>(inside - offset)));
-            CFB_TRY(Extend(offset + part, content));
+            QV_TRY(Extend(offset + part, content));
         }
         offset += part;
         in += part;
@@ -203,19 +203,19 @@ HRESULT StreamBody::Extend(std::uint64_t size, const Content& content)
     const SectorId added = Units(size, mini) - before;
     const std::uint64_t border = std::uint64_t{before} * UnitBytes(mini);
     Chain tail(Table(mini));
-    CFB_TRY(NewChain(mini, added, &tail));
-    CFB_TRY(Fill(chain_, mini, size_, std::min(border, size), 0, content));
+    QV_TRY(NewChain(mini, added, &tail));
+    QV_TRY(Fill(chain_, mini, size_, std::min(border, size), 0, content));
     if (added > 0)
-        CFB_TRY(Fill(tail, mini, border, size, border, content));
+        QV_TRY(Fill(tail, mini, border, size, border, content));
 
     SectorId rest = kEndOfChain;
     if (added > 0)
-        CFB_TRY(LinkBehind(before, mini, tail.First(), &rest));
-    CFB_TRY(Switch(before == 0 ? tail.First() : chain_.First(), size));
+        QV_TRY(LinkBehind(before, mini, tail.First(), &rest));
+    QV_TRY(Switch(before == 0 ? tail.First() : chain_.First(), size));
     if (before == 0)
         chain_ = tail;
     if (rest <= kMaxSector)
-        CFB_TRY(volume_->FreeChain(rest, mini));
+        QV_TRY(volume_->FreeChain(rest, mini));
     return volume_->Commit();
 }
 
@@ -225,8 +225,8 @@ HRESULT StreamBody::LinkBehind(SectorId length, bool mini, SectorId first, Secto
     if (length == 0)
         return S_OK;
     SectorId last = 0;
-    CFB_TRY(chain_.At(length - 1, &last));
-    CFB_TRY(Table(mini).Next(last, rest));
+    QV_TRY(chain_.At(length - 1, &last));
+    QV_TRY(Table(mini).Next(last, rest));
     volume_->file.Order();
     return Table(mini).SetNext(last, first);
 }
@@ -235,21 +235,21 @@ HRESULT StreamBody::LinkBehind(SectorId length, bool mini, SectorId first, Secto
 HRESULT StreamBody::Switch(SectorId start, std::uint64_t size)
 {
     if (unlinked_) {
-        CFB_TRY(volume_->Commit());
+        QV_TRY(volume_->Commit());
         unlinked_->SetStart(start);
         unlinked_->SetSize(size_ = size);
         return S_OK;
     }
     volume_->file.Order();
     DirEntry entry;
-    CFB_TRY(volume_->directory.Read(id_, &entry));
+    QV_TRY(volume_->directory.Read(id_, &entry));
     entry.SetStart(start);
     entry.SetSize(size);
-    CFB_TRY(volume_->directory.Write(id_, entry));
+    QV_TRY(volume_->directory.Write(id_, entry));
     volume_->file.Order();
     if (start != chain_.First() || IsMini(size) != IsMini(size_)) {
         volume_->owners.SetHoldsChain(id_, false);
-        CFB_TRY(volume_->ClaimChain(id_, Table(IsMini(size)), start));
+        QV_TRY(volume_->ClaimChain(id_, Table(IsMini(size)), start));
     }
     size_ = size;
     return S_OK;
@@ -260,14 +260,14 @@ HRESULT StreamBody::MoveToSectors(std::uint64_t size, const Content& content)
     std::array<BYTE, kMiniCutoff> old;
     const auto kept = static_cast<std::size_t>(size_);
     const SectorId oldFirst = chain_.First();
-    CFB_TRY(ReadChain(0, old.data(), kept));
+    QV_TRY(ReadChain(0, old.data(), kept));
     Chain chain(volume_->fat);
-    CFB_TRY(NewChain(false, Units(size, false), &chain));
-    CFB_TRY(WriteChain(chain, false, 0, old.data(), kept));
-    CFB_TRY(Fill(chain, false, kept, size, 0, content));
-    CFB_TRY(Switch(chain.First(), size));
+    QV_TRY(NewChain(false, Units(size, false), &chain));
+    QV_TRY(WriteChain(chain, false, 0, old.data(), kept));
+    QV_TRY(Fill(chain, false, kept, size, 0, content));
+    QV_TRY(Switch(chain.First(), size));
     chain_ = chain;
-    CFB_TRY(volume_->FreeChain(oldFirst, true));
+    QV_TRY(volume_->FreeChain(oldFirst, true));
     return volume_->Commit();
 }
 
@@ -277,7 +277,7 @@ HRESULT StreamBody::SetSize(std::uint64_t size)
         return Shrink(size);
     while (size_ < size) {
         const std::uint64_t next = size - size_ > kGrowthPart ? size_ + kGrowthPart : size;
-        CFB_TRY(Extend(next, Content{next, nullptr, 0}));
+        QV_TRY(Extend(next, Content{next, nullptr, 0}));
     }
     return S_OK;
 }
@@ -291,15 +291,15 @@ HRESULT StreamBody::Shrink(std::uint64_t size)
     SectorId rest = chain_.First();
     SectorId last = kEndOfChain;
     if (size > 0) {
-        CFB_TRY(chain_.At(kept - 1, &last));
-        CFB_TRY(Table(mini).Next(last, &rest));
+        QV_TRY(chain_.At(kept - 1, &last));
+        QV_TRY(Table(mini).Next(last, &rest));
     }
-    CFB_TRY(Switch(size > 0 ? chain_.First() : kEndOfChain, size));
+    QV_TRY(Switch(size > 0 ? chain_.First() : kEndOfChain, size));
     if (size > 0 && rest != kEndOfChain)
-        CFB_TRY(Table(mini).SetNext(last, kEndOfChain));
+        QV_TRY(Table(mini).SetNext(last, kEndOfChain));
     volume_->file.Order();
     chain_ = Chain(Table(IsMini(size)), size > 0 ? chain_.First() : kEndOfChain);
-    CFB_TRY(volume_->FreeChain(rest, mini));
+    QV_TRY(volume_->FreeChain(rest, mini));
     return volume_->Commit();
 }
 
@@ -307,13 +307,13 @@ HRESULT StreamBody::ShrinkToMini(std::uint64_t size)
 {
     std::array<BYTE, kMiniCutoff> kept;
     const SectorId oldFirst = chain_.First();
-    CFB_TRY(ReadChain(0, kept.data(), static_cast<std::size_t>(size)));
+    QV_TRY(ReadChain(0, kept.data(), static_cast<std::size_t>(size)));
     Chain chain(volume_->mini);
-    CFB_TRY(NewChain(true, Units(size, true), &chain));
-    CFB_TRY(WriteChain(chain, true, 0, kept.data(), static_cast<std::size_t>(size)));
-    CFB_TRY(Switch(chain.First(), size));
+    QV_TRY(NewChain(true, Units(size, true), &chain));
+    QV_TRY(WriteChain(chain, true, 0, kept.data(), static_cast<std::size_t>(size)));
+    QV_TRY(Switch(chain.First(), size));
     chain_ = chain;
-    CFB_TRY(volume_->FreeChain(oldFirst, false));
+    QV_TRY(volume_->FreeChain(oldFirst, false));
     return volume_->Commit();
 }
 

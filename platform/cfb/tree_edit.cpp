@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "platform/cfb/result.h"
+#include "platform/com/result.h"
 
 namespace quorvane::cfb {
 
@@ -88,14 +88,14 @@ HRESULT TreeEdit::Begin(EntryId storage)
     inPlace_.clear();
     moves_.clear();
     Node& node = AddNode(storage, false);
-    CFB_TRY(directory_.Read(storage, &node.entry));
+    QV_TRY(directory_.Read(storage, &node.entry));
     NoteLinks(node);
     return S_OK;
 }
 
 HRESULT TreeEdit::Find(const ElementName& name, bool* found)
 {
-    CFB_TRY(Descend(name, &found_));
+    QV_TRY(Descend(name, &found_));
     *found = found_ != kNoNode;
     sought_ = true;
     return S_OK;
@@ -107,7 +107,7 @@ HRESULT TreeEdit::IsRed(EntryId id, bool* red)
     if (id == kNoEntry)
         return S_OK;
     std::size_t node = 0;
-    CFB_TRY(Get(id, &node));
+    QV_TRY(Get(id, &node));
     *red = nodes_[node].entry.NodeColor() == Color::kRed;
     return S_OK;
 }
@@ -115,7 +115,7 @@ HRESULT TreeEdit::IsRed(EntryId id, bool* red)
 HRESULT TreeEdit::Paint(EntryId id, Color color)
 {
     std::size_t node = 0;
-    CFB_TRY(Get(id, &node));
+    QV_TRY(Get(id, &node));
     nodes_[node].entry.SetColor(color);
     return S_OK;
 }
@@ -129,7 +129,7 @@ HRESULT TreeEdit::Descend(const ElementName& name, std::size_t* found)
         if (path_.size() > kMaxDepth)
             return kTreeTooDeep;
         std::size_t node = 0;
-        CFB_TRY(Get(LinkOf(path_.back()), &node));
+        QV_TRY(Get(LinkOf(path_.back()), &node));
         const int order = nodes_[node].entry.Compare(name);
         if (order == 0) {
             *found = node;
@@ -144,7 +144,7 @@ HRESULT TreeEdit::Insert(EntryId id, const DirEntry& entry, EntryId* replaced)
 {
     std::size_t found = found_;
     if (!std::exchange(sought_, false))
-        CFB_TRY(Descend(entry.Name(), &found));
+        QV_TRY(Descend(entry.Name(), &found));
     *replaced = kNoEntry;
     SetLinkOf(path_.back(), id);
     Node& added = AddNode(id, true);
@@ -179,12 +179,12 @@ HRESULT TreeEdit::BalanceInsertion(std::size_t node)
         const Step grandparent = path_[path_.size() - 2];
         const EntryId uncle = Link(nodes_[grandparent.node].entry, Opposite(grandparent.side));
         bool red = false;
-        CFB_TRY(IsRed(uncle, &red));
+        QV_TRY(IsRed(uncle, &red));
         if (!red) {
             LiftOverGrandparent(node);
             return S_OK;
         }
-        CFB_TRY(Paint(uncle, Color::kBlack));
+        QV_TRY(Paint(uncle, Color::kBlack));
         nodes_[parent.node].entry.SetColor(Color::kBlack);
         nodes_[grandparent.node].entry.SetColor(Color::kRed);
         node = grandparent.node;
@@ -221,7 +221,7 @@ HRESULT TreeEdit::Remove(const ElementName& name, EntryId* removed)
 {
     std::size_t node = found_;
     if (!std::exchange(sought_, false))
-        CFB_TRY(Descend(name, &node));
+        QV_TRY(Descend(name, &node));
     if (node == kNoNode)
         return STG_E_FILENOTFOUND;
     *removed = nodes_[node].id;
@@ -229,7 +229,7 @@ HRESULT TreeEdit::Remove(const ElementName& name, EntryId* removed)
     EntryId orphan = entry.Left() != kNoEntry ? entry.Left() : entry.Right();
     Color gone = entry.NodeColor();
     if (entry.Left() != kNoEntry && entry.Right() != kNoEntry)
-        CFB_TRY(UnlinkInner(node, &orphan, &gone));
+        QV_TRY(UnlinkInner(node, &orphan, &gone));
     else
         SetLinkOf(path_.back(), orphan);
     return gone == Color::kRed ? S_OK : BalanceRemoval(orphan);
@@ -239,7 +239,7 @@ HRESULT TreeEdit::RemoveInPlace(const ElementName& name, EntryId* removed)
 {
     sought_ = false;
     std::size_t node = 0;
-    CFB_TRY(Descend(name, &node));
+    QV_TRY(Descend(name, &node));
     if (node == kNoNode)
         return STG_E_FILENOTFOUND;
     *removed = nodes_[node].id;
@@ -256,12 +256,12 @@ HRESULT TreeEdit::UnlinkInner(std::size_t node, EntryId* orphan, Color* removed)
     const std::size_t at = path_.size();
     path_.push_back(Step{node, Side::kRight});
     std::size_t next = 0;
-    CFB_TRY(Get(LinkOf(path_.back()), &next));
+    QV_TRY(Get(LinkOf(path_.back()), &next));
     while (nodes_[next].entry.Left() != kNoEntry) {
         if (path_.size() > kMaxDepth)
             return kTreeTooDeep;
         path_.push_back(Step{next, Side::kLeft});
-        CFB_TRY(Get(LinkOf(path_.back()), &next));
+        QV_TRY(Get(LinkOf(path_.back()), &next));
     }
     *orphan = nodes_[next].entry.Right();
     *removed = nodes_[next].entry.NodeColor();
@@ -280,7 +280,7 @@ HRESULT TreeEdit::BalanceRemoval(EntryId orphan)
 {
     for (;;) {
         bool red = false;
-        CFB_TRY(IsRed(orphan, &red));
+        QV_TRY(IsRed(orphan, &red));
         if (red)
             return Paint(orphan, Color::kBlack);
         if (path_.size() == 1)
@@ -295,15 +295,15 @@ HRESULT TreeEdit::BalanceRemoval(EntryId orphan)
             continue;
         }
         std::size_t sibling = 0;
-        CFB_TRY(Get(siblingId, &sibling));
+        QV_TRY(Get(siblingId, &sibling));
         if (nodes_[sibling].entry.NodeColor() == Color::kRed) {
-            CFB_TRY(LiftRedSibling(sibling));
+            QV_TRY(LiftRedSibling(sibling));
             continue;
         }
         bool innerIsRed = false;
         bool outerIsRed = false;
-        CFB_TRY(IsRed(Link(nodes_[sibling].entry, parent.side), &innerIsRed));
-        CFB_TRY(IsRed(Link(nodes_[sibling].entry, Opposite(parent.side)), &outerIsRed));
+        QV_TRY(IsRed(Link(nodes_[sibling].entry, parent.side), &innerIsRed));
+        QV_TRY(IsRed(Link(nodes_[sibling].entry, Opposite(parent.side)), &outerIsRed));
         if (innerIsRed || outerIsRed)
             return BorrowFromSibling(sibling, outerIsRed);
         nodes_[sibling].entry.SetColor(Color::kRed);
@@ -334,10 +334,10 @@ HRESULT TreeEdit::BorrowFromSibling(std::size_t sibling, bool outerIsRed)
     const Side other = Opposite(side);
     std::size_t outer = sibling;
     if (outerIsRed) {
-        CFB_TRY(Get(Link(nodes_[sibling].entry, other), &outer));
+        QV_TRY(Get(Link(nodes_[sibling].entry, other), &outer));
     } else {
         std::size_t inner = 0;
-        CFB_TRY(Get(Link(nodes_[sibling].entry, side), &inner));
+        QV_TRY(Get(Link(nodes_[sibling].entry, side), &inner));
         SetLink(nodes_[sibling].entry, side, Link(nodes_[inner].entry, other));
         SetLink(nodes_[inner].entry, other, nodes_[sibling].id);
         sibling = inner;
@@ -365,8 +365,8 @@ HRESULT TreeEdit::Scan(EntryId id, bool* changed)
     nodes_[at].scanned = true;
     bool left = false;
     bool right = false;
-    CFB_TRY(Scan(nodes_[at].entry.Left(), &left));
-    CFB_TRY(Scan(nodes_[at].entry.Right(), &right));
+    QV_TRY(Scan(nodes_[at].entry.Left(), &left));
+    QV_TRY(Scan(nodes_[at].entry.Right(), &right));
     const Node& node = nodes_[at];
     *changed = left || right || node.fresh || node.entry.Left() != LinkBefore(node, Side::kLeft) ||
                node.entry.Right() != LinkBefore(node, Side::kRight);
@@ -408,8 +408,8 @@ HRESULT TreeEdit::Place(EntryId id, const Step& top, EntryId* placed)
         return S_OK;
     EntryId left = 0;
     EntryId right = 0;
-    CFB_TRY(Place(nodes_[at].entry.Left(), top, &left));
-    CFB_TRY(Place(nodes_[at].entry.Right(), top, &right));
+    QV_TRY(Place(nodes_[at].entry.Left(), top, &left));
+    QV_TRY(Place(nodes_[at].entry.Right(), top, &right));
     Node& node = nodes_[at];
     node.entry.SetLeft(left);
     node.entry.SetRight(right);
@@ -418,13 +418,13 @@ HRESULT TreeEdit::Place(EntryId id, const Step& top, EntryId* placed)
             return S_OK;
         std::uint64_t here = 0;
         std::uint64_t there = 0;
-        CFB_TRY(directory_.OffsetOf(id, &here));
-        CFB_TRY(directory_.OffsetOf(nodes_[top.node].id, &there));
+        QV_TRY(directory_.OffsetOf(id, &here));
+        QV_TRY(directory_.OffsetOf(nodes_[top.node].id, &there));
         if (OrderedFile::SamePage(here, there)) {
             inPlace_.push_back(at);
             return S_OK;
         }
-        CFB_TRY(directory_.AllocateNear(nodes_[top.node].id, placed));
+        QV_TRY(directory_.AllocateNear(nodes_[top.node].id, placed));
         moves_.push_back(Move{id, *placed});
     }
     node.written = true;
@@ -434,10 +434,10 @@ HRESULT TreeEdit::Place(EntryId id, const Step& top, EntryId* placed)
 HRESULT TreeEdit::WriteSwitch(const Step& top)
 {
     for (const std::size_t at : inPlace_) {
-        CFB_TRY(directory_.Write(nodes_[at].id, nodes_[at].entry));
+        QV_TRY(directory_.Write(nodes_[at].id, nodes_[at].entry));
         nodes_[at].written = true;
     }
-    CFB_TRY(directory_.Write(nodes_[top.node].id, nodes_[top.node].entry));
+    QV_TRY(directory_.Write(nodes_[top.node].id, nodes_[top.node].entry));
     nodes_[top.node].written = true;
     return S_OK;
 }
@@ -446,21 +446,21 @@ HRESULT TreeEdit::Apply()
 {
     bool changed = false;
     Step top{};
-    CFB_TRY(Scan(nodes_[0].entry.Child(), &changed));
+    QV_TRY(Scan(nodes_[0].entry.Child(), &changed));
     if (FindSwitch(&top)) {
         EntryId placed = kNoEntry;
-        CFB_TRY(Place(LinkOf(top), top, &placed));
+        QV_TRY(Place(LinkOf(top), top, &placed));
         SetLinkOf(top, placed);
         file_.Order();
-        CFB_TRY(WriteSwitch(top));
+        QV_TRY(WriteSwitch(top));
     }
     for (const Node& node : nodes_) {
         if (node.scanned && !node.written && node.entry.NodeColor() != node.colorBefore)
-            CFB_TRY(directory_.Write(node.id, node.entry));
+            QV_TRY(directory_.Write(node.id, node.entry));
     }
     file_.Order();
     for (const Move& move : moves_)
-        CFB_TRY(directory_.Free(move.from));
+        QV_TRY(directory_.Free(move.from));
     return S_OK;
 }
 

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "platform/cfb/result.h"
+#include "platform/com/result.h"
 
 namespace quorvane::cfb {
 namespace {
@@ -26,8 +26,8 @@ Volume::Volume(ByteStore& store)
 
 HRESULT Volume::Format(Layout layout)
 {
-    CFB_TRY(file.Open());
-    CFB_TRY(file.Cut(0));
+    QV_TRY(file.Open());
+    QV_TRY(file.Cut(0));
     header = Header::For(layout);
     header.fatSectors = 1;
     header.difat[0] = 0;
@@ -37,30 +37,30 @@ HRESULT Volume::Format(Layout layout)
     sectors.GrowTo(2);
 
     BYTE link[4];
-    CFB_TRY(sectors.Fill(0, 0xFF));
+    QV_TRY(sectors.Fill(0, 0xFF));
     StoreU32(link, kFatSector);
-    CFB_TRY(sectors.Write(0, 0, link, sizeof link));
+    QV_TRY(sectors.Write(0, 0, link, sizeof link));
     StoreU32(link, kEndOfChain);
-    CFB_TRY(sectors.Write(0, 4, link, sizeof link));
+    QV_TRY(sectors.Write(0, 4, link, sizeof link));
 
     ElementName name;
-    CFB_TRY(name.Assign(OLESTR("Root Entry")));
+    QV_TRY(name.Assign(OLESTR("Root Entry")));
     DirEntry root(EntryType::kRoot, name);
     root.SetColor(Color::kBlack);
     for (std::size_t at = 0; at < sectors.SectorBytes(); at += kEntryBytes) {
         const DirEntry entry = at == 0 ? root : DirEntry();
-        CFB_TRY(sectors.Write(1, at, entry.Bytes(), kEntryBytes));
+        QV_TRY(sectors.Write(1, at, entry.Bytes(), kEntryBytes));
     }
     file.Order();
-    CFB_TRY(header.Write(file));
-    CFB_TRY(sectors.Commit());
+    QV_TRY(header.Write(file));
+    QV_TRY(sectors.Commit());
     return LoadTables();
 }
 
 HRESULT Volume::Open()
 {
-    CFB_TRY(file.Open());
-    CFB_TRY(header.Read(file));
+    QV_TRY(file.Open());
+    QV_TRY(header.Read(file));
     sectors.Open(header.sectorShift);
     return LoadTables();
 }
@@ -77,15 +77,15 @@ HRESULT Volume::GoOn(ByteStore& store, bool* same)
 {
     DirEntry root;
     std::uint64_t rootAt = 0;
-    CFB_TRY(file.MoveTo(store));
+    QV_TRY(file.MoveTo(store));
     file.ReadAnew(0);
-    CFB_TRY(header.Compare(file, same));
+    QV_TRY(header.Compare(file, same));
     if (!*same)
         return S_OK;
-    CFB_TRY(directory.OffsetOf(kRootEntry, &rootAt));
+    QV_TRY(directory.OffsetOf(kRootEntry, &rootAt));
     if (!OrderedFile::SamePage(0, rootAt))
         file.ReadAnew(rootAt);
-    CFB_TRY(directory.Read(kRootEntry, &root));
+    QV_TRY(directory.Read(kRootEntry, &root));
     *same = root.Type() == EntryType::kRoot && mini.IsThatOf(root);
     return S_OK;
 }
@@ -93,19 +93,19 @@ HRESULT Volume::GoOn(ByteStore& store, bool* same)
 HRESULT Volume::Reload()
 {
     changed_ = true;  // by what the failed operation had done so far
-    CFB_TRY(file.Forget());
-    CFB_TRY(header.Read(file));
+    QV_TRY(file.Forget());
+    QV_TRY(header.Read(file));
     sectors.Open(header.sectorShift);
     return LoadTables();
 }
 
 HRESULT Volume::LoadTables()
 {
-    CFB_TRY(fat.Load());
+    QV_TRY(fat.Load());
     allocator.Reset();
     directory.Reset();
     DirEntry root;
-    CFB_TRY(directory.Read(kRootEntry, &root));
+    QV_TRY(directory.Read(kRootEntry, &root));
     if (root.Type() != EntryType::kRoot)
         return STG_E_DOCFILECORRUPT;
     mini.Reset(root);
@@ -153,7 +153,7 @@ void Volume::Freed(EntryId entry) noexcept
 HRESULT Volume::Commit()
 {
     changed_ = true;
-    CFB_TRY(sectors.Commit());
+    QV_TRY(sectors.Commit());
     allocator.Committed();
     directory.Committed();
     mini.Committed();
@@ -173,19 +173,19 @@ HRESULT Volume::Trim(bool all)
             return S_OK;
         knownAtTrim_ = known;
     }
-    CFB_TRY(mini.Trim(least));
-    CFB_TRY(directory.Trim(least));
-    CFB_TRY(Commit());
-    CFB_TRY(allocator.Trim(least));
+    QV_TRY(mini.Trim(least));
+    QV_TRY(directory.Trim(least));
+    QV_TRY(Commit());
+    QV_TRY(allocator.Trim(least));
     return all ? sectors.Complete() : S_OK;
 }
 
 HRESULT Volume::FreeChain(SectorId first, bool ofMinis)
 {
     for (SectorId at = first; at <= kMaxSector;) {
-        CFB_TRY(ofMinis ? mini.FreeChain(&at, kFreedAtOnce) : allocator.FreeChain(&at, kFreedAtOnce));
+        QV_TRY(ofMinis ? mini.FreeChain(&at, kFreedAtOnce) : allocator.FreeChain(&at, kFreedAtOnce));
         if (at <= kMaxSector)
-            CFB_TRY(Commit());
+            QV_TRY(Commit());
     }
     return S_OK;
 }

@@ -1,12 +1,12 @@
-// platform/cfb/memory_lock_bytes.h: an array of bytes that is nobody's file.
-#ifndef QUORVANE_PLATFORM_CFB_MEMORY_LOCK_BYTES_H_
-#define QUORVANE_PLATFORM_CFB_MEMORY_LOCK_BYTES_H_
+// platform/bytes/memory_lock_bytes.h: an array of bytes that is nobody's file.
+#ifndef QUORVANE_PLATFORM_BYTES_MEMORY_LOCK_BYTES_H_
+#define QUORVANE_PLATFORM_BYTES_MEMORY_LOCK_BYTES_H_
 
 #include "platform/com/com_object.h"
 #include "platform/com/mutex.h"
 #include "platform/com/spill_bytes.h"
 
-namespace quorvane::cfb {
+namespace quorvane {
 
 // Grows as it is written to; what was never written reads as zeros. Up to SpillBytes::kMemoryLimit it lies in
 // memory, beyond that in a temporary file: STG_E_MEDIUMFULL where that disk is full, E_OUTOFMEMORY where
@@ -34,6 +34,6 @@ private:
     SpillBytes m_bytes QV_GUARDED_BY(m_lock);
 };
 
-}  // namespace quorvane::cfb
+}  // namespace quorvane
 
-#endif  // QUORVANE_PLATFORM_CFB_MEMORY_LOCK_BYTES_H_
+#endif  // QUORVANE_PLATFORM_BYTES_MEMORY_LOCK_BYTES_H_

@@ -1,10 +1,10 @@
-#include "platform/cfb/ordered_file.h"
+#include "platform/bytes/ordered_file.h"
 
 #include <gtest/gtest.h>
 
-#include "platform/cfb/testing/test_support.h"
+#include "platform/bytes/testing/memory_store.h"
 
-namespace quorvane::cfb::test {
+namespace quorvane::test {
 namespace {
 
 constexpr std::uint64_t kPage = OrderedFile::kPage;
@@ -274,4 +274,4 @@ TEST_F(OrderedFileTest, NothingIsCutWhenWhatComesBeforeIsRefused)
 }
 
 }  // namespace
-}  // namespace quorvane::cfb::test
+}  // namespace quorvane::test

@@ -1,8 +1,8 @@
-#include "platform/cfb/memory_lock_bytes.h"
+#include "platform/bytes/memory_lock_bytes.h"
 
-#include "platform/cfb/result.h"
+#include "platform/com/result.h"
 
-namespace quorvane::cfb {
+namespace quorvane {
 
 HRESULT CMemoryLockBytes::ReadAt(ULARGE_INTEGER offset, void* buffer, ULONG count, ULONG* read)
 {
@@ -12,7 +12,7 @@ HRESULT CMemoryLockBytes::ReadAt(ULARGE_INTEGER offset, void* buffer, ULONG coun
         return STG_E_INVALIDPOINTER;
     const MutexLock lock(m_lock);
     std::size_t part = 0;
-    CFB_TRY(m_bytes.ReadAt(offset.QuadPart, buffer, count, part));
+    QV_TRY(m_bytes.ReadAt(offset.QuadPart, buffer, count, part));
     if (read)
         *read = static_cast<ULONG>(part);
     return S_OK;
@@ -25,7 +25,7 @@ HRESULT CMemoryLockBytes::WriteAt(ULARGE_INTEGER offset, const void* buffer, ULO
     if (!buffer && count > 0)
         return STG_E_INVALIDPOINTER;
     const MutexLock lock(m_lock);
-    CFB_TRY(m_bytes.WriteAt(offset.QuadPart, buffer, count));
+    QV_TRY(m_bytes.WriteAt(offset.QuadPart, buffer, count));
     if (written)
         *written = count;
     return S_OK;
@@ -49,4 +49,4 @@ HRESULT CMemoryLockBytes::Stat(STATSTG* stat, DWORD)
     return S_OK;
 }
 
-}  // namespace quorvane::cfb
+}  // namespace quorvane

@@ -1,12 +1,12 @@
-// platform/cfb/file_store.h: a file of the operating system as a byte store.
-#ifndef QUORVANE_PLATFORM_CFB_FILE_STORE_H_
-#define QUORVANE_PLATFORM_CFB_FILE_STORE_H_
+// platform/bytes/file_store.h: a file of the operating system as a byte store.
+#ifndef QUORVANE_PLATFORM_BYTES_FILE_STORE_H_
+#define QUORVANE_PLATFORM_BYTES_FILE_STORE_H_
 
 #include <memory>
 
-#include "platform/cfb/byte_store.h"
+#include "platform/bytes/byte_store.h"
 
-namespace quorvane::cfb {
+namespace quorvane {
 
 enum class FileUse {
     kCreate,       // for reading and writing; a file that exists is an error
@@ -26,6 +26,6 @@ enum class FileUse {
 // name), E_OUTOFMEMORY.
 [[nodiscard]] HRESULT OpenFileStore(LPCOLESTR path, FileUse use, std::unique_ptr<ByteStore>* store) noexcept;
 
-}  // namespace quorvane::cfb
+}  // namespace quorvane
 
-#endif  // QUORVANE_PLATFORM_CFB_FILE_STORE_H_
+#endif  // QUORVANE_PLATFORM_BYTES_FILE_STORE_H_

@@ -1,11 +1,11 @@
-// platform/cfb/lock_bytes_store.h: somebody's ILockBytes as a byte store.
-#ifndef QUORVANE_PLATFORM_CFB_LOCK_BYTES_STORE_H_
-#define QUORVANE_PLATFORM_CFB_LOCK_BYTES_STORE_H_
+// platform/bytes/lock_bytes_store.h: somebody's ILockBytes as a byte store.
+#ifndef QUORVANE_PLATFORM_BYTES_LOCK_BYTES_STORE_H_
+#define QUORVANE_PLATFORM_BYTES_LOCK_BYTES_STORE_H_
 
-#include "platform/cfb/byte_store.h"
+#include "platform/bytes/byte_store.h"
 #include "platform/com/com_ptr.h"
 
-namespace quorvane::cfb {
+namespace quorvane {
 
 // Holds a reference. Whether a write is seen whole after a kill is up to the bytes' owner.
 class LockBytesStore final : public ByteStore {
@@ -21,6 +21,6 @@ private:
     ComPtr<ILockBytes> bytes_;
 };
 
-}  // namespace quorvane::cfb
+}  // namespace quorvane
 
-#endif  // QUORVANE_PLATFORM_CFB_LOCK_BYTES_STORE_H_
+#endif  // QUORVANE_PLATFORM_BYTES_LOCK_BYTES_STORE_H_

@@ -1,6 +1,6 @@
-// platform/cfb/ordered_file.h: a byte store with a small cache, whose writes go out in a stated order.
-#ifndef QUORVANE_PLATFORM_CFB_ORDERED_FILE_H_
-#define QUORVANE_PLATFORM_CFB_ORDERED_FILE_H_
+// platform/bytes/ordered_file.h: a byte store with a small cache, whose writes go out in a stated order.
+#ifndef QUORVANE_PLATFORM_BYTES_ORDERED_FILE_H_
+#define QUORVANE_PLATFORM_BYTES_ORDERED_FILE_H_
 
 #include <algorithm>
 #include <cstddef>
@@ -10,9 +10,9 @@
 #include <memory>
 #include <vector>
 
-#include "platform/cfb/byte_store.h"
+#include "platform/bytes/byte_store.h"
 
-namespace quorvane::cfb {
+namespace quorvane {
 
 // Collects the writes of one operation and hands them to the byte store at Commit, few and in order:
 // what was written before a call of Order is in the store before anything that was written after it.
@@ -197,6 +197,6 @@ private:
     std::uint64_t moves_ = 1;
 };
 
-}  // namespace quorvane::cfb
+}  // namespace quorvane
 
-#endif  // QUORVANE_PLATFORM_CFB_ORDERED_FILE_H_
+#endif  // QUORVANE_PLATFORM_BYTES_ORDERED_FILE_H_

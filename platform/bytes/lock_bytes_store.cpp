@@ -1,10 +1,10 @@
-#include "platform/cfb/lock_bytes_store.h"
+#include "platform/bytes/lock_bytes_store.h"
 
 #include <algorithm>
 
-#include "platform/cfb/result.h"
+#include "platform/com/result.h"
 
-namespace quorvane::cfb {
+namespace quorvane {
 namespace {
 
 constexpr std::size_t kMostAtOnce = std::size_t{1} << 30;
@@ -24,7 +24,7 @@ HRESULT LockBytesStore::ReadAt(std::uint64_t offset, void* to, std::size_t count
     while (*read < count) {
         ULONG part = 0;
         const auto wanted = static_cast<ULONG>(std::min(count - *read, kMostAtOnce));
-        CFB_TRY(bytes_->ReadAt(Large(offset + *read), static_cast<BYTE*>(to) + *read, wanted, &part));
+        QV_TRY(bytes_->ReadAt(Large(offset + *read), static_cast<BYTE*>(to) + *read, wanted, &part));
         if (part == 0)
             break;
         if (part > wanted)
@@ -39,7 +39,7 @@ HRESULT LockBytesStore::WriteAt(std::uint64_t offset, const void* from, std::siz
     for (std::size_t done = 0; done < count;) {
         ULONG part = 0;
         const auto wanted = static_cast<ULONG>(std::min(count - done, kMostAtOnce));
-        CFB_TRY(bytes_->WriteAt(Large(offset + done), static_cast<const BYTE*>(from) + done, wanted, &part));
+        QV_TRY(bytes_->WriteAt(Large(offset + done), static_cast<const BYTE*>(from) + done, wanted, &part));
         if (part == 0 || part > wanted)
             return STG_E_WRITEFAULT;
         done += part;
@@ -55,9 +55,9 @@ HRESULT LockBytesStore::SetSize(std::uint64_t size) noexcept
 HRESULT LockBytesStore::GetSize(std::uint64_t* size) noexcept
 {
     STATSTG stat{};
-    CFB_TRY(bytes_->Stat(&stat, STATFLAG_NONAME));
+    QV_TRY(bytes_->Stat(&stat, STATFLAG_NONAME));
     *size = stat.cbSize.QuadPart;
     return S_OK;
 }
 
-}  // namespace quorvane::cfb
+}  // namespace quorvane

@@ -1,15 +1,15 @@
-// platform/cfb/free_slots.h: which slots of a table are free, found out bit by bit.
-#ifndef QUORVANE_PLATFORM_CFB_FREE_SLOTS_H_
-#define QUORVANE_PLATFORM_CFB_FREE_SLOTS_H_
+// platform/collections/free_slots.h: which slots of a table are free, found out bit by bit.
+#ifndef QUORVANE_PLATFORM_COLLECTIONS_FREE_SLOTS_H_
+#define QUORVANE_PLATFORM_COLLECTIONS_FREE_SLOTS_H_
 
 #include <algorithm>
 #include <iterator>
 #include <vector>
 
-#include "platform/cfb/free_map.h"
-#include "platform/cfb/result.h"
+#include "platform/collections/free_map.h"
+#include "platform/com/result.h"
 
-namespace quorvane::cfb {
+namespace quorvane {
 
 // Knows the free slots of a table (sectors of a FAT, entries of a directory) without reading all of it when
 // the file is opened: what lies before `unseen` hasn't been looked at. Each request that finds no known
@@ -40,7 +40,7 @@ public:
     [[nodiscard]] HRESULT Take(Table& table, std::uint32_t* slot)
     {
         if (free_.Count() == 0)
-            CFB_TRY(Look(table, step_));
+            QV_TRY(Look(table, step_));
         *slot = TakeWithin(0, kNone);
         return S_OK;
     }
@@ -74,7 +74,7 @@ public:
         const std::uint32_t begin = unseen_ - std::min(unseen_, count);
         if (begin == unseen_ || HasHeld())
             return S_OK;
-        CFB_TRY(table.FindFree(begin, unseen_, free_));
+        QV_TRY(table.FindFree(begin, unseen_, free_));
         unseen_ = begin;
         for (const std::uint32_t slot : taken_)
             free_.Remove(slot);
@@ -89,7 +89,7 @@ public:
         unseen_ = std::min(unseen_, total);
         *begin = total - free_.RunBefore(total);
         while (unseen_ > 0 && *begin <= unseen_ && !HasHeld()) {
-            CFB_TRY(Look(table, step_));
+            QV_TRY(Look(table, step_));
             *begin -= free_.RunBefore(*begin);
         }
         return S_OK;
@@ -140,6 +140,6 @@ private:
     std::vector<std::uint32_t> taken_;  // by this operation, among the unseen ones
 };
 
-}  // namespace quorvane::cfb
+}  // namespace quorvane
 
-#endif  // QUORVANE_PLATFORM_CFB_FREE_SLOTS_H_
+#endif  // QUORVANE_PLATFORM_COLLECTIONS_FREE_SLOTS_H_

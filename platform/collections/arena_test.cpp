@@ -1,4 +1,4 @@
-#include "platform/cfb/arena.h"
+#include "platform/collections/arena.h"
 
 #include <gtest/gtest.h>
 
@@ -6,7 +6,7 @@
 #include <random>
 #include <vector>
 
-namespace quorvane::cfb {
+namespace quorvane {
 namespace {
 
 struct Block {
@@ -59,4 +59,4 @@ TEST(ArenaTest, WhatWasGivenBackIsUsedAnew)
 }
 
 }  // namespace
-}  // namespace quorvane::cfb
+}  // namespace quorvane

@@ -1,10 +1,10 @@
 #include <algorithm>
 #include <new>
 
-#include "platform/cfb/file_store.h"
-#include "platform/cfb/result.h"
+#include "platform/bytes/file_store.h"
+#include "platform/com/result.h"
 
-namespace quorvane::cfb {
+namespace quorvane {
 namespace {
 
 // other: the code for an error that has none of its own.
@@ -162,4 +162,4 @@ HRESULT OpenFileStore(LPCOLESTR path, FileUse use, std::unique_ptr<ByteStore>* s
     return S_OK;
 }
 
-}  // namespace quorvane::cfb
+}  // namespace quorvane

@@ -1,6 +1,6 @@
-// platform/cfb/arena.h: memory for many small blocks that come and go together.
-#ifndef QUORVANE_PLATFORM_CFB_ARENA_H_
-#define QUORVANE_PLATFORM_CFB_ARENA_H_
+// platform/collections/arena.h: memory for many small blocks that come and go together.
+#ifndef QUORVANE_PLATFORM_COLLECTIONS_ARENA_H_
+#define QUORVANE_PLATFORM_COLLECTIONS_ARENA_H_
 
 #include <cstddef>
 #include <cstdint>
@@ -9,7 +9,7 @@
 #include <sanitizer/asan_interface.h>
 #endif
 
-namespace quorvane::cfb {
+namespace quorvane {
 
 // Blocks are cut from chunks one behind the other; a chunk whose blocks were all given back is used anew.
 // Large blocks have memory of their own. What nobody gave back goes with the arena; nothing in it is
@@ -102,6 +102,6 @@ private:
     std::size_t held_ = 0;
 };
 
-}  // namespace quorvane::cfb
+}  // namespace quorvane
 
-#endif  // QUORVANE_PLATFORM_CFB_ARENA_H_
+#endif  // QUORVANE_PLATFORM_COLLECTIONS_ARENA_H_

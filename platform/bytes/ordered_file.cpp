@@ -1,17 +1,17 @@
-#include "platform/cfb/ordered_file.h"
+#include "platform/bytes/ordered_file.h"
 
 #include <algorithm>
 #include <cstring>
 #include <iterator>
 #include <utility>
 
-#include "platform/cfb/result.h"
+#include "platform/com/result.h"
 
-namespace quorvane::cfb {
+namespace quorvane {
 
 HRESULT OrderedFile::Open()
 {
-    CFB_TRY(store_->GetSize(&stored_));
+    QV_TRY(store_->GetSize(&stored_));
     size_ = blank_ = stored_;
     return S_OK;
 }
@@ -88,7 +88,7 @@ HRESULT OrderedFile::ReadStored(std::uint64_t offset, BYTE* to, std::size_t coun
     if (offset >= blank_)
         return S_OK;
     const auto there = static_cast<std::size_t>(std::min<std::uint64_t>(count, blank_ - offset));
-    CFB_TRY(store_->ReadAt(offset, to, there, read));
+    QV_TRY(store_->ReadAt(offset, to, there, read));
     return *read == there ? S_OK : STG_E_READFAULT;
 }
 
@@ -132,10 +132,10 @@ HRESULT OrderedFile::LoadRun(std::uint64_t page, std::size_t count)
 {
     std::size_t read = 0;
     run_.resize(kPagesAtOnce * kPage);
-    CFB_TRY(ReadStored(page * kPage, run_.data(), count * kPage, &read));
+    QV_TRY(ReadStored(page * kPage, run_.data(), count * kPage, &read));
     for (std::size_t i = count; i-- > 0;) {
         Frame* frame = nullptr;
-        CFB_TRY(FreshFrame(&frame));
+        QV_TRY(FreshFrame(&frame));
         std::memcpy(frame->bytes.get(), &run_[i * kPage], kPage);
         Put(*frame, page + i);
     }
@@ -151,11 +151,11 @@ HRESULT OrderedFile::Fetch(std::uint64_t page, Frame** frame)
     }
     const std::size_t run = RunToLoad(page);
     if (run > 1) {
-        CFB_TRY(LoadRun(page, run));
+        QV_TRY(LoadRun(page, run));
         *frame = FindInBuckets(page);
         return S_OK;
     }
-    CFB_TRY(FreshFrame(frame));
+    QV_TRY(FreshFrame(frame));
     return Load(**frame, page);
 }
 
@@ -165,7 +165,7 @@ HRESULT OrderedFile::FetchWhole(std::uint64_t page, Frame** frame)
     *frame = Find(page);
     if (*frame)
         return S_OK;
-    CFB_TRY(FreshFrame(frame));
+    QV_TRY(FreshFrame(frame));
     Put(**frame, page);
     return S_OK;
 }
@@ -173,7 +173,7 @@ HRESULT OrderedFile::FetchWhole(std::uint64_t page, Frame** frame)
 HRESULT OrderedFile::ReadDirect(std::uint64_t offset, BYTE* to, std::size_t count)
 {
     std::size_t read = 0;
-    CFB_TRY(ReadStored(offset, to, count, &read));
+    QV_TRY(ReadStored(offset, to, count, &read));
     std::memset(to + read, 0, count - read);
     for (const Frame* frame : pending_) {
         const std::uint64_t begin = std::max(offset, frame->page * kPage);
@@ -191,7 +191,7 @@ HRESULT OrderedFile::ReadPages(std::uint64_t offset, BYTE* to, std::size_t count
         return ReadDirect(offset, to, count);
     while (count > 0) {
         Frame* frame = nullptr;
-        CFB_TRY(Fetch(offset / kPage, &frame));
+        QV_TRY(Fetch(offset / kPage, &frame));
         const std::size_t at = offset % kPage;
         const std::size_t part = std::min(count, kPage - at);
         std::memcpy(to, &frame->bytes[at], part);
@@ -219,7 +219,7 @@ HRESULT OrderedFile::MarkPending(Frame& frame)
 {
     if (!frame.pending) {
         if (pending_.size() >= kMaxPending)
-            CFB_TRY(Flush());
+            QV_TRY(Flush());
         pending_.push_back(&frame);
         frame.pending = true;
         frame.pending_at = pending_.size() - 1;
@@ -245,10 +245,10 @@ HRESULT OrderedFile::WritePages(std::uint64_t offset, const BYTE* from, std::siz
         Frame* frame = nullptr;
         const std::size_t at = offset % kPage;
         const std::size_t part = std::min(count, kPage - at);
-        CFB_TRY(part == kPage ? FetchWhole(offset / kPage, &frame) : Fetch(offset / kPage, &frame));
+        QV_TRY(part == kPage ? FetchWhole(offset / kPage, &frame) : Fetch(offset / kPage, &frame));
         if (MustGoOutBefore(*frame))
-            CFB_TRY(Flush());
-        CFB_TRY(MarkPending(*frame));
+            QV_TRY(Flush());
+        QV_TRY(MarkPending(*frame));
         Change(*frame, at, from, part);
         from += part;
         offset += part;
@@ -261,8 +261,8 @@ HRESULT OrderedFile::WritePages(std::uint64_t offset, const BYTE* from, std::siz
 HRESULT OrderedFile::WriteThrough(std::uint64_t offset, const void* from, std::size_t count)
 {
     const auto* in = static_cast<const BYTE*>(from);
-    CFB_TRY(Check());
-    CFB_TRY(store_->WriteAt(offset, in, count));
+    QV_TRY(Check());
+    QV_TRY(store_->WriteAt(offset, in, count));
     const std::uint64_t end = offset + count;
     stored_ = std::max(stored_, end);
     blank_ = std::max(blank_, end);
@@ -283,7 +283,7 @@ HRESULT OrderedFile::WriteThrough(std::uint64_t offset, const void* from, std::s
 HRESULT OrderedFile::Check()
 {
     if (!checked_)
-        CFB_TRY(store_->Check());
+        QV_TRY(store_->Check());
     checked_ = true;
     return S_OK;
 }
@@ -292,7 +292,7 @@ HRESULT OrderedFile::Grow()
 {
     if (size_ <= stored_)
         return S_OK;
-    CFB_TRY(store_->SetSize(size_));
+    QV_TRY(store_->SetSize(size_));
     stored_ = size_;
     return S_OK;
 }
@@ -331,7 +331,7 @@ HRESULT OrderedFile::WriteRun(std::size_t begin, std::size_t end)
         bytes = run_.data();
     }
     const std::size_t to = (end - begin - 1) * kPage + pending_[end - 1]->dirty_end;
-    CFB_TRY(store_->WriteAt(first.page * kPage + from, bytes + from, to - from));
+    QV_TRY(store_->WriteAt(first.page * kPage + from, bytes + from, to - from));
     blank_ = std::max(blank_, first.page * kPage + to);
     for (std::size_t i = begin; i < end; ++i)
         pending_[i]->pending = false;
@@ -341,15 +341,15 @@ HRESULT OrderedFile::WriteRun(std::size_t begin, std::size_t end)
 HRESULT OrderedFile::Flush()
 {
     if (size_ > stored_ || !pending_.empty())
-        CFB_TRY(Check());
-    CFB_TRY(Grow());
+        QV_TRY(Check());
+    QV_TRY(Grow());
     for (std::size_t step = 0; step < pending_.size();) {
         const std::size_t end = EndOfStep(step);
         std::sort(pending_.begin() + static_cast<std::ptrdiff_t>(step),
                   pending_.begin() + static_cast<std::ptrdiff_t>(end),
                   [](const Frame* a, const Frame* b) { return a->page < b->page; });
         for (; step < end; step = EndOfRun(step, end))
-            CFB_TRY(WriteRun(step, EndOfRun(step, end)));
+            QV_TRY(WriteRun(step, EndOfRun(step, end)));
     }
     pending_.clear();
     return S_OK;
@@ -357,7 +357,7 @@ HRESULT OrderedFile::Flush()
 
 HRESULT OrderedFile::Commit()
 {
-    CFB_TRY(Flush());
+    QV_TRY(Flush());
     stage_ = 0;
     checked_ = false;
     return S_OK;
@@ -365,16 +365,16 @@ HRESULT OrderedFile::Commit()
 
 HRESULT OrderedFile::Settle()
 {
-    CFB_TRY(Commit());
+    QV_TRY(Commit());
     return store_->Settle();
 }
 
 HRESULT OrderedFile::Cut(std::uint64_t size)
 {
-    CFB_TRY(Flush());
+    QV_TRY(Flush());
     if (size >= stored_)
         return S_OK;
-    CFB_TRY(store_->SetSize(size));
+    QV_TRY(store_->SetSize(size));
     ++moves_;
     size_ = stored_ = size;
     blank_ = std::min(blank_, size);
@@ -407,4 +407,4 @@ void OrderedFile::DropCache() noexcept
     checked_ = false;
 }
 
-}  // namespace quorvane::cfb
+}  // namespace quorvane

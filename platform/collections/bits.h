@@ -1,12 +1,12 @@
-// platform/cfb/bits.h: a bit for each of many numbers.
-#ifndef QUORVANE_PLATFORM_CFB_BITS_H_
-#define QUORVANE_PLATFORM_CFB_BITS_H_
+// platform/collections/bits.h: a bit for each of many numbers.
+#ifndef QUORVANE_PLATFORM_COLLECTIONS_BITS_H_
+#define QUORVANE_PLATFORM_COLLECTIONS_BITS_H_
 
 #include <cstddef>
 #include <cstdint>
 #include <vector>
 
-namespace quorvane::cfb {
+namespace quorvane {
 
 // All bits are clear at first; memory is taken up to the greatest number that was set. Throws std::bad_alloc.
 class Bits {
@@ -50,6 +50,6 @@ private:
     std::vector<std::uint64_t> words_;
 };
 
-}  // namespace quorvane::cfb
+}  // namespace quorvane
 
-#endif  // QUORVANE_PLATFORM_CFB_BITS_H_
+#endif  // QUORVANE_PLATFORM_COLLECTIONS_BITS_H_

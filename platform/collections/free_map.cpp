@@ -1,9 +1,10 @@
-#include "platform/cfb/free_map.h"
+#include "platform/collections/free_map.h"
 
+#include <algorithm>
 #include <bit>
 #include <utility>
 
-namespace quorvane::cfb {
+namespace quorvane {
 
 void FreeMap::Clear() noexcept
 {
@@ -11,6 +12,12 @@ void FreeMap::Clear() noexcept
     for (auto& level : levels_)
         level.clear();
     count_ = 0;
+}
+
+std::size_t FreeMap::Held() const noexcept
+{
+    const auto empty = std::count(blocks_.begin(), blocks_.end(), nullptr);
+    return (blocks_.size() - static_cast<std::size_t>(empty)) * sizeof(Block);
 }
 
 bool FreeMap::Contains(std::uint32_t number) const noexcept
@@ -137,4 +144,4 @@ std::uint32_t FreeMap::RunBefore(std::uint32_t end) const noexcept
     return end - begin;
 }
 
-}  // namespace quorvane::cfb
+}  // namespace quorvane

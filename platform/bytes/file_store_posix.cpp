@@ -9,12 +9,11 @@
 #include <new>
 #include <string>
 
-#include "platform/cfb/file_store.h"
-#include "platform/cfb/format.h"
-#include "platform/cfb/result.h"
+#include "platform/bytes/file_store.h"
 #include "platform/com/bstr.h"
+#include "platform/com/result.h"
 
-namespace quorvane::cfb {
+namespace quorvane {
 namespace {
 
 // other: the code for an error that has none of its own.
@@ -113,7 +112,7 @@ public:
         const bool reserve = size > fileSize_ && size <= kMostReserving;
         if (size < size_ || size > fileSize_) {
             if (!(reserve && SUCCEEDED(Truncate(RoundedUp(size)))))
-                CFB_TRY(Truncate(size));
+                QV_TRY(Truncate(size));
         }
         size_ = size;
         return S_OK;
@@ -177,7 +176,8 @@ public:
 private:
     static constexpr std::int64_t kSecond = 1'000'000'000;
     static constexpr std::uint64_t kReserve = 65536;
-    static constexpr std::uint64_t kMostReserving = kVersion3Limit - kReserve;
+    // Files that end at 2 GB don't grow beyond that.
+    static constexpr std::uint64_t kMostReserving = (std::uint64_t{1} << 31) - kReserve;
 
     static std::uint64_t RoundedUp(std::uint64_t size) noexcept
     {
@@ -246,7 +246,7 @@ HRESULT Open(const std::string& path, FileUse use, std::unique_ptr<ByteStore>* s
     auto opened = std::make_unique<PosixFileStore>(file);
     if (!opened->Begin())
         return STG_E_INVALIDNAME;
-    CFB_TRY(Lock(file, use));
+    QV_TRY(Lock(file, use));
     *store = std::move(opened);
     return S_OK;
 }
@@ -263,4 +263,4 @@ HRESULT OpenFileStore(LPCOLESTR path, FileUse use, std::unique_ptr<ByteStore>* s
     }
 }
 
-}  // namespace quorvane::cfb
+}  // namespace quorvane

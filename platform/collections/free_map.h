@@ -1,13 +1,13 @@
-// platform/cfb/free_map.h: a set of small numbers that finds its least member without a search.
-#ifndef QUORVANE_PLATFORM_CFB_FREE_MAP_H_
-#define QUORVANE_PLATFORM_CFB_FREE_MAP_H_
+// platform/collections/free_map.h: a set of small numbers that finds its least member without a search.
+#ifndef QUORVANE_PLATFORM_COLLECTIONS_FREE_MAP_H_
+#define QUORVANE_PLATFORM_COLLECTIONS_FREE_MAP_H_
 
 #include <array>
 #include <cstdint>
 #include <memory>
 #include <vector>
 
-namespace quorvane::cfb {
+namespace quorvane {
 
 // A bitmap with summaries: a bit of each higher level says whether a word of the level below has members. The
 // lowest level lies in blocks of 4,096 numbers, which take memory only while they have members: of a table
@@ -29,6 +29,8 @@ public:
     void RemoveFrom(std::uint32_t end) noexcept;
 
     std::uint32_t Count() const noexcept { return count_; }
+    // What the blocks take of memory.
+    std::size_t Held() const noexcept;
     // The least member that is at least `from`; kNone if there is none.
     std::uint32_t FirstFrom(std::uint32_t from) const noexcept;
     // How many numbers before `end`, counted downwards without a gap, are members.
@@ -61,6 +63,6 @@ private:
     std::uint32_t count_ = 0;
 };
 
-}  // namespace quorvane::cfb
+}  // namespace quorvane
 
-#endif  // QUORVANE_PLATFORM_CFB_FREE_MAP_H_
+#endif  // QUORVANE_PLATFORM_COLLECTIONS_FREE_MAP_H_

@@ -1,4 +1,4 @@
-#include "platform/cfb/free_map.h"
+#include "platform/collections/free_map.h"
 
 #include <gtest/gtest.h>
 
@@ -7,7 +7,7 @@
 #include <set>
 #include <vector>
 
-namespace quorvane::cfb {
+namespace quorvane {
 namespace {
 
 TEST(FreeMapTest, AnEmptyMapHasNoFirst)
@@ -72,6 +72,24 @@ TEST(FreeMapTest, DoesWhatASetDoes)
     EXPECT_EQ(*set.begin(), map.FirstFrom(0));
 }
 
+TEST(FreeMapTest, WhereThereAreNoMembersNoMemoryIsTaken)
+{
+    FreeMap map;
+    map.AddRun(0, 100 * 4096);
+    const std::size_t whole = map.Held();
+    EXPECT_LT(0u, whole);
+    std::vector<std::uint32_t> taken;
+    map.TakeMany(50 * 4096, &taken);
+    EXPECT_EQ(whole / 2, map.Held());
+    map.RemoveFrom(51 * 4096);
+    EXPECT_EQ(whole / 100, map.Held());
+    for (std::uint32_t number = 50 * 4096; number < 51 * 4096; ++number)
+        map.Remove(number);
+    EXPECT_EQ(0u, map.Held());
+    map.Add(3);
+    EXPECT_EQ(whole / 100, map.Held());
+}
+
 // As the table of a file that grows: what is added is taken soon, and some of it comes back.
 TEST(FreeMapTest, RunsAreAddedAndTakenOverManyBlocks)
 {
@@ -101,4 +119,4 @@ TEST(FreeMapTest, RunsAreAddedAndTakenOverManyBlocks)
 }
 
 }  // namespace
-}  // namespace quorvane::cfb
+}  // namespace quorvane

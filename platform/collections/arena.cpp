@@ -1,9 +1,9 @@
-#include "platform/cfb/arena.h"
+#include "platform/collections/arena.h"
 
 #include <new>
 #include <utility>
 
-namespace quorvane::cfb {
+namespace quorvane {
 
 Arena::~Arena()
 {
@@ -83,4 +83,4 @@ void Arena::CutFrom(Region& chunk) noexcept
     SetUsable(at_, left_, false);
 }
 
-}  // namespace quorvane::cfb
+}  // namespace quorvane

@@ -1,6 +1,6 @@
-// platform/cfb/byte_store.h: the bytes under a compound file, whatever they lie in.
-#ifndef QUORVANE_PLATFORM_CFB_BYTE_STORE_H_
-#define QUORVANE_PLATFORM_CFB_BYTE_STORE_H_
+// platform/bytes/byte_store.h: bytes at random places, whatever they lie in.
+#ifndef QUORVANE_PLATFORM_BYTES_BYTE_STORE_H_
+#define QUORVANE_PLATFORM_BYTES_BYTE_STORE_H_
 
 #include <cstddef>
 #include <cstdint>
@@ -9,7 +9,7 @@
 
 #include "platform/com/com.h"
 
-namespace quorvane::cfb {
+namespace quorvane {
 
 // Random access to an array of bytes that grows and shrinks. A write that lies within one page of
 // kAtomicPage bytes (counted from the start) is seen whole or not at all by whoever opens the bytes after
@@ -63,6 +63,6 @@ public:
     [[nodiscard]] virtual std::optional<Identity> Seal() noexcept { return std::nullopt; }
 };
 
-}  // namespace quorvane::cfb
+}  // namespace quorvane
 
-#endif  // QUORVANE_PLATFORM_CFB_BYTE_STORE_H_
+#endif  // QUORVANE_PLATFORM_BYTES_BYTE_STORE_H_
