@@ -26,7 +26,6 @@ public:
     // The chain ends before `length` now, which isn't 0.
     void Cut(SectorId length) noexcept;
     SectorId First() const noexcept { return head_.sector; }
-    bool IsEmpty() const noexcept { return First() > kMaxSector; }
 
     // The sector at `index`, which counts from 0. STG_E_DOCFILECORRUPT: the chain ends before, or leads
     // where no sector is.

@@ -79,8 +79,6 @@ public:
     [[nodiscard]] HRESULT FindFree(EntryId begin, EntryId end, FreeMap& free);
     // Makes an entry free that nothing in the store points at any more; it comes back after the next commit.
     [[nodiscard]] HRESULT Free(EntryId id);
-    // Gives an entry back that was allocated by this operation and isn't needed.
-    void Return(EntryId id) { slots_.GiveUnused(id); }
     // Whether it was allocated since the file was opened: links that stood before don't speak of it.
     bool IsTaken(EntryId id) const noexcept { return taken_.Has(id); }
 

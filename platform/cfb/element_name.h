@@ -3,18 +3,9 @@
 #define QUORVANE_PLATFORM_CFB_ELEMENT_NAME_H_
 
 #include "platform/cfb/format.h"
+#include "platform/com/upper_case.h"
 
 namespace quorvane::cfb {
-
-// The simple upper case of one UTF-16 unit; surrogates and what has none stay as they are. No non-ASCII
-// unit becomes an ASCII one.
-OLECHAR UpperBeyondAscii(OLECHAR unit) noexcept;
-inline OLECHAR UpperUnit(OLECHAR unit) noexcept
-{
-    if (unit < 0x80)
-        return unit >= 'a' && unit <= 'z' ? static_cast<OLECHAR>(unit - ('a' - 'A')) : unit;
-    return UpperBeyondAscii(unit);
-}
 
 // A name. Names are compared by their upper case: the shorter name comes first, then the unit with the lower
 // number decides.
