@@ -12,7 +12,6 @@ void Directory::Reset() noexcept
 {
     chain_.Reset(header_.firstDirectory);
     measured_ = false;
-    near_.count = 0;
     ++version_;
     slots_.Reset(0);
     taken_.Clear();
