@@ -41,8 +41,6 @@ HRESULT MiniStream::SetLinks(SectorId first, const BYTE* links, SectorId count)
 HRESULT MiniStream::Locate(SectorId sector, SectorId most, SectorId* at, std::size_t* offset,
                            std::size_t* bytes)
 {
-    if (sector >= count_)
-        return STG_E_DOCFILECORRUPT;
     const SectorId within = sector & (PerSector() - 1);
     const SectorId wanted = (within + most + PerSector() - 1) >> (sectors_.Shift() - kMiniShift);
     SectorId run = 0;

@@ -28,7 +28,8 @@ public:
     SectorId Slots() const noexcept override { return count_; }
 
     // Where a mini sector's bytes stand: `offset` bytes into the sector `at`. `bytes` gets how many bytes
-    // from there on belong to it and to the `most` - 1 mini sectors with the numbers behind it.
+    // from there on belong to it and to the `most` - 1 mini sectors with the numbers behind it. Whoever
+    // followed a chain to them has seen that none lies behind Slots().
     [[nodiscard]] HRESULT Locate(SectorId sector, SectorId most, SectorId* at, std::size_t* offset,
                                  std::size_t* bytes);
 
