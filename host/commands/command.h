@@ -22,6 +22,7 @@ using Chosen = std::function<ExitCode()>;
 // Each adds its command to the program; when it is chosen, `chosen` gets its work.
 void AddInitCommand(CLI::App& program, Chosen& chosen);
 void AddListCommand(CLI::App& program, Chosen& chosen);
+void AddFolderCommand(CLI::App& program, Chosen& chosen);
 void AddImportCommand(CLI::App& program, Chosen& chosen);
 void AddExportCommand(CLI::App& program, Chosen& chosen);
 void AddEditCommand(CLI::App& program, Chosen& chosen);

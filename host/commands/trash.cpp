@@ -60,14 +60,21 @@ struct UndeleteOptions {
     std::vector<std::int64_t> entries;
 };
 
+// Its folder as it is called by now; where that is gone, one is made at its path.
+std::string FolderFor(Records& records, const TrashEntry& entry)
+{
+    const auto share = records.FindShare(entry.folderId);
+    return share ? share->name : entry.folder;
+}
+
 // As a new item of its folder: everybody gets it.
-std::string PutBack(const MailSession& session, Trash& trash, const TrashEntry& entry)
+std::string PutBack(const MailSession& session, Trash& trash, const TrashEntry& entry,
+                    const std::string& folder)
 {
     MsgFile file;
     Check(file.Open(trash.FileOf(entry)), "undelete", entry.subject);
     ComPtr<IMessage> message;
-    Check(EnsureFolder(session, entry.folder)->CreateMessage(nullptr, 0, message.Put()), "undelete",
-          entry.subject);
+    Check(EnsureFolder(session, folder)->CreateMessage(nullptr, 0, message.Put()), "undelete", entry.subject);
     Check(CopyMessage(file.Message(), *message, KEEP_OPEN_READWRITE), "undelete", entry.subject);
     const std::string entryId = HexOf(*message, PR_ENTRYID);
     trash.Remove(entry);
@@ -79,6 +86,7 @@ ExitCode Undelete(const UndeleteOptions& options)
     const Mailbox mailbox = Mailbox::Open(options.mailbox);
     const MailSession session(options.mailbox);
     Trash trash(mailbox);
+    Records records(mailbox.HostDatabasePath().string());
     std::vector<TrashEntry> wanted;
     for (const std::int64_t number : options.entries) {
         const auto entry = trash.Find(number);
@@ -90,11 +98,12 @@ ExitCode Undelete(const UndeleteOptions& options)
     Json json = Json::array();
     std::string text;
     for (const TrashEntry& entry : wanted) {
+        const std::string folder = FolderFor(records, entry);
         json.push_back({{"id", entry.number},
-                        {"folder", entry.folder},
+                        {"folder", folder},
                         {"subject", entry.subject},
-                        {"entryId", PutBack(session, trash, entry)}});
-        text += "put back '" + Printable(entry.subject) + "' into " + Printable(entry.folder) + "\n";
+                        {"entryId", PutBack(session, trash, entry, folder)}});
+        text += "put back '" + Printable(entry.subject) + "' into " + Printable(folder) + "\n";
     }
     Print(options.json, json, text);
     return ExitCode::kDone;
@@ -105,9 +114,10 @@ ExitCode Undelete(const UndeleteOptions& options)
 void AddTrashCommand(CLI::App& program, Chosen& chosen)
 {
     auto options = std::make_shared<TrashOptions>();
-    CLI::App* const command =
-        AddCommand(program, chosen, "trash", "List what other members' deletions and changes removed here",
-                   options, ShowTrash);
+    CLI::App* const command = AddCommand(
+        program, chosen, "trash",
+        "List what other members' deletions and changes removed here, and what was in deleted folders",
+        options, ShowTrash);
     command->add_option("MAILBOX", options->mailbox, "Directory of the mailbox")->required();
     command
         ->add_option_function<std::int64_t>(

@@ -138,6 +138,22 @@ void SharedFolders::Found(const Share& share)
     work.Commit();
 }
 
+void SharedFolders::NotePaths(const std::vector<FolderInfo>& folders)
+{
+    Work work(*this);
+    Statement share(database_, "UPDATE share SET name = ?1 WHERE entry_id = ?2 AND name <> ?1");
+    Statement former(database_, "UPDATE former SET name = ?1 WHERE entry_id = ?2 AND name <> ?1");
+    for (const FolderInfo& folder : folders) {
+        share.Bind(1, folder.path).Bind(2, folder.entryId).Run();
+        former.Bind(1, folder.path).Bind(2, folder.entryId).Run();
+    }
+    Statement(database_,
+              "UPDATE folder SET name = (SELECT name FROM share WHERE share.folder_id = folder.folder_id) "
+              "WHERE state = 1 AND name <> (SELECT name FROM share WHERE share.folder_id = folder.folder_id)")
+        .Run();
+    work.Commit();
+}
+
 void SharedFolders::PutFolder(const KnownFolder& folder)
 {
     Statement(

@@ -22,6 +22,7 @@
 #include "host/mailbox/membership_log.h"
 #include "host/mailbox/peers.h"
 #include "host/mailbox/records.h"
+#include "host/store/folders.h"
 
 namespace quorvane::host {
 
@@ -71,6 +72,9 @@ public:
     void Leave(const std::string& folderId);
     // The same, after everybody else was taken out.
     void Dissolve(const std::string& folderId);
+
+    // Where the folders of the mailbox are by now: those that are, or were, shared here are called so.
+    void NotePaths(const std::vector<FolderInfo>& folders);
 
     std::vector<KnownFolder> All();
     // Those nobody has decided on.

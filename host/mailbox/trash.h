@@ -1,5 +1,6 @@
-// host/mailbox/trash.h: what was removed here that nobody here removed: by another member's deletion, or by a
-// version that hadn't seen it. It is kept for a while as a .msg file in trash/, and listed in host.db.
+// host/mailbox/trash.h: what was removed here that nobody here meant: by another member's deletion, by a
+// version that hadn't seen it, or with the folder that it was in. It is kept for a while as a .msg file in
+// trash/, and listed in host.db.
 #ifndef QUORVANE_HOST_MAILBOX_TRASH_H_
 #define QUORVANE_HOST_MAILBOX_TRASH_H_
 
@@ -18,16 +19,16 @@ namespace quorvane::host {
 
 struct TrashEntry {
     enum class Why {
-        kDeleted = 0,   // by another member
+        kDeleted = 0,   // by another member, or with its folder
         kReplaced = 1,  // by a version that hadn't seen this one
         kBeaten = 2,    // the same, and it was made here: it comes back as an item of its own
     };
 
     std::int64_t number = 0;  // set by Keep
-    std::string item;
-    std::string folderId;
-    std::string folder;    // its path
-    std::string revision;  // of the item: which content this is (Revision, as bytes in hexadecimal)
+    std::string item;         // its sharing ID; of a deleted folder, its entry identifier
+    std::string folderId;     // empty of a deleted folder
+    std::string folder;       // its path
+    std::string revision;     // of the item: which content this is (Revision, as bytes in hexadecimal)
     std::string subject;
     std::string member;  // who deleted it, or made what it was replaced by
     Why why = Why::kDeleted;

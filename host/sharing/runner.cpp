@@ -127,6 +127,7 @@ void Runner::Say(const std::string& line)
 
 void Runner::Start()
 {
+    transport_.folders.NotePaths(ListFolders(mail_));
     outbox_.Resume();
     state_.DropStrayRows();
     matcher_.MatchUnfinished();

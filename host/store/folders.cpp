@@ -1,5 +1,6 @@
 #include "host/store/folders.h"
 
+#include <algorithm>
 #include <map>
 
 #include "host/base/errors.h"
@@ -72,6 +73,46 @@ ComPtr<IMAPIFolder> MakeChild(IMAPIFolder& parent, const std::string& name)
     return child;
 }
 
+ComPtr<IMAPIFolder> FindParent(const MailSession& session, const std::string& path)
+{
+    const std::string parent = ParentPath(path);
+    return parent.empty() ? TopFolder(session) : FindFolder(session, parent);
+}
+
+// The inbox and its like.
+std::vector<std::string> FirstFolders(const MailSession& session)
+{
+    std::vector<std::string> ids;
+    for (const ULONG tag : {PR_IPM_OUTBOX_ENTRYID, PR_IPM_SENTMAIL_ENTRYID, PR_IPM_WASTEBASKET_ENTRYID})
+        ids.push_back(HexOf(session.Store(), tag));
+    ULONG size = 0;
+    MapiMemory<ENTRYID> inbox;
+    Check(session.Store().GetReceiveFolder(nullptr, 0, &size, inbox.Put(), nullptr), "find the inbox of",
+          "the message store");
+    const auto* const bytes = reinterpret_cast<const BYTE*>(inbox.Get());
+    ids.push_back(Hex(Bytes(bytes, bytes + size)));
+    return ids;
+}
+
+void Rename(IMAPIFolder& folder, const std::string& path, const std::string& newPath)
+{
+    const HRESULT hr = SetText(folder, PR_DISPLAY_NAME_W, NameIn(newPath));
+    if (hr == MAPI_E_COLLISION)
+        Fail("move the folder", path, "there is one at '" + newPath + "' already");
+    Check(hr, "move the folder", path);
+}
+
+// Of what an ItemInfo is made.
+LPSPropTagArray ItemColumns()
+{
+    static SizedSPropTagArray(10, columns) = {
+        10,
+        {PR_ENTRYID, PR_SUBJECT_W, PR_SENDER_NAME_W, PR_SENDER_EMAIL_ADDRESS_W, PR_SEARCH_KEY,
+         PR_CLIENT_SUBMIT_TIME, PR_LAST_MODIFICATION_TIME, PR_MESSAGE_SIZE, PR_MESSAGE_FLAGS,
+         quorvane::kPrMessageStatus}};
+    return reinterpret_cast<LPSPropTagArray>(&columns);
+}
+
 ItemInfo ReadItem(const SRow& row)
 {
     ItemInfo item;
@@ -89,6 +130,23 @@ ItemInfo ReadItem(const SRow& row)
     item.flags = LongOf(row, PR_MESSAGE_FLAGS);
     item.status = LongOf(row, quorvane::kPrMessageStatus);
     return item;
+}
+
+// By the folder that they are in; their paths are their names yet.
+using FoldersBelow = std::map<std::string, std::vector<FolderInfo>>;
+
+// A store shows each of its folders in one place, so that this ends.
+void AppendTree(FoldersBelow& below, const std::string& entryId, const std::string& path,
+                std::vector<FolderInfo>& folders)
+{
+    const auto found = below.find(entryId);
+    if (found == below.end())
+        return;
+    for (FolderInfo& folder : found->second) {
+        folder.path = (path.empty() ? "" : path + "/") + folder.path;
+        folders.push_back(folder);
+        AppendTree(below, folder.entryId, folder.path, folders);
+    }
 }
 
 template <class Object>
@@ -112,31 +170,25 @@ ComPtr<Object> OpenEntry(const MailSession& session, const std::string& entryId,
 
 }  // namespace
 
+// The store lists them in the order in which they were made.
 std::vector<FolderInfo> ListFolders(const MailSession& session)
 {
+    const ComPtr<IMAPIFolder> top = TopFolder(session);
     ComPtr<IMAPITable> table;
-    Check(TopFolder(session)->GetHierarchyTable(CONVENIENT_DEPTH, table.Put()), "list the folders of",
-          "the message store");
+    Check(top->GetHierarchyTable(CONVENIENT_DEPTH, table.Put()), "list the folders of", "the message store");
     SizedSPropTagArray(5, columns) = {
-        5, {PR_ENTRYID, PR_DISPLAY_NAME_W, PR_DEPTH, PR_CONTENT_COUNT, PR_CONTENT_UNREAD}};
+        5, {PR_ENTRYID, PR_PARENT_ENTRYID, PR_DISPLAY_NAME_W, PR_CONTENT_COUNT, PR_CONTENT_UNREAD}};
     Rows rows;
     Check(HrQueryAllRows(table.Get(), reinterpret_cast<LPSPropTagArray>(&columns), nullptr, nullptr, 0,
                          rows.Put()),
           "list the folders of", "the message store");
+    FoldersBelow below;
+    for (ULONG i = 0; i < rows.Count(); ++i)
+        below[HexOf(rows[i], PR_PARENT_ENTRYID)].push_back(
+            {TextOf(rows[i], PR_DISPLAY_NAME_W), HexOf(rows[i], PR_ENTRYID),
+             LongOf(rows[i], PR_CONTENT_COUNT), LongOf(rows[i], PR_CONTENT_UNREAD)});
     std::vector<FolderInfo> folders;
-    std::map<LONG, std::string> pathAtDepth;
-    for (ULONG i = 0; i < rows.Count(); ++i) {
-        const LONG depth = LongOf(rows[i], PR_DEPTH);
-        const auto parent = pathAtDepth.find(depth - 1);
-        FolderInfo folder;
-        folder.path = (parent == pathAtDepth.end() ? std::string() : parent->second + "/") +
-                      TextOf(rows[i], PR_DISPLAY_NAME_W);
-        folder.entryId = HexOf(rows[i], PR_ENTRYID);
-        folder.items = LongOf(rows[i], PR_CONTENT_COUNT);
-        folder.unread = LongOf(rows[i], PR_CONTENT_UNREAD);
-        pathAtDepth[depth] = folder.path;
-        folders.push_back(std::move(folder));
-    }
+    AppendTree(below, HexOf(*top, PR_ENTRYID), {}, folders);
     return folders;
 }
 
@@ -159,6 +211,76 @@ ComPtr<IMAPIFolder> EnsureFolder(const MailSession& session, const std::string& 
         folder = child ? child : MakeChild(*folder, name);
     }
     return folder;
+}
+
+std::string PlainPath(const std::string& path)
+{
+    std::string plain;
+    for (const std::string& name : SplitPath(path))
+        plain += (plain.empty() ? "" : "/") + name;
+    return plain;
+}
+
+std::string NameIn(const std::string& path)
+{
+    return SplitPath(path).back();
+}
+
+std::string ParentPath(const std::string& path)
+{
+    const std::string plain = PlainPath(path);
+    const std::size_t slash = plain.rfind('/');
+    return slash == std::string::npos ? std::string() : plain.substr(0, slash);
+}
+
+ComPtr<IMAPIFolder> MakeFolder(const MailSession& session, const std::string& path)
+{
+    const std::string parent = ParentPath(path);
+    const ComPtr<IMAPIFolder> above = parent.empty() ? TopFolder(session) : EnsureFolder(session, parent);
+    OleString wide = FromUtf8(NameIn(path));
+    ComPtr<IMAPIFolder> made;
+    const HRESULT hr = above->CreateFolder(FOLDER_GENERIC, reinterpret_cast<LPTSTR>(wide.data()), nullptr,
+                                           nullptr, MAPI_UNICODE, made.Put());
+    if (hr == MAPI_E_COLLISION)
+        Fail("make the folder", path, "there is one already");
+    Check(hr, "make the folder", path);
+    return made;
+}
+
+void CheckMayGo(const MailSession& session, const std::string& path)
+{
+    const std::string id = HexOf(*FindFolder(session, path), PR_ENTRYID);
+    const std::vector<std::string> first = FirstFolders(session);
+    if (std::find(first.begin(), first.end(), id) != first.end())
+        Fail("move or delete the folder", path, "each mailbox has it");
+}
+
+void MoveFolder(const MailSession& session, const std::string& path, const std::string& newPath)
+{
+    CheckMayGo(session, path);
+    const ComPtr<IMAPIFolder> folder = FindFolder(session, path);
+    const ComPtr<IMAPIFolder> from = FindParent(session, path);
+    const ComPtr<IMAPIFolder> to = FindParent(session, newPath);
+    if (HexOf(*from, PR_ENTRYID) == HexOf(*to, PR_ENTRYID))
+        return Rename(*folder, path, newPath);
+    Bytes id = FromHex(HexOf(*folder, PR_ENTRYID));
+    OleString wide = FromUtf8(NameIn(newPath));
+    const HRESULT hr =
+        from->CopyFolder(static_cast<ULONG>(id.size()), EntryIdOf(id), &IID_IMAPIFolder, to.Get(),
+                         reinterpret_cast<LPTSTR>(wide.data()), 0, nullptr, FOLDER_MOVE | MAPI_UNICODE);
+    if (hr == MAPI_E_COLLISION)
+        Fail("move the folder", path, "there is one at '" + newPath + "' already");
+    if (hr == MAPI_E_FOLDER_CYCLE)
+        Fail("move the folder", path, "it would lie in itself");
+    Check(hr, "move the folder", path);
+}
+
+void DeleteFolder(const MailSession& session, const std::string& path)
+{
+    Bytes id = FromHex(HexOf(*FindFolder(session, path), PR_ENTRYID));
+    Check(
+        FindParent(session, path)->DeleteFolder(static_cast<ULONG>(id.size()), EntryIdOf(id), 0, nullptr, 0),
+        "delete the folder", path);
 }
 
 ComPtr<IMAPIFolder> OpenFolder(const MailSession& session, const std::string& entryId)
@@ -196,12 +318,20 @@ std::string FolderOfMessage(const MailSession& session, const std::string& entry
 
 void ForEachItem(IMAPIFolder& folder, const std::function<void(const ItemInfo&)>& visit)
 {
-    SizedSPropTagArray(10, columns) = {10,
-                                       {PR_ENTRYID, PR_SUBJECT_W, PR_SENDER_NAME_W, PR_SENDER_EMAIL_ADDRESS_W,
-                                        PR_SEARCH_KEY, PR_CLIENT_SUBMIT_TIME, PR_LAST_MODIFICATION_TIME,
-                                        PR_MESSAGE_SIZE, PR_MESSAGE_FLAGS, quorvane::kPrMessageStatus}};
-    ForEachItemRow(folder, reinterpret_cast<LPSPropTagArray>(&columns),
-                   [&](const SRow& row) { visit(ReadItem(row)); });
+    ForEachItemRow(folder, ItemColumns(), [&](const SRow& row) { visit(ReadItem(row)); });
+}
+
+std::vector<ItemInfo> FirstItems(IMAPIFolder& folder, std::size_t most)
+{
+    ComPtr<IMAPITable> table;
+    Check(folder.GetContentsTable(0, table.Put()), "list the items of", "the folder");
+    Check(table->SetColumns(ItemColumns(), 0), "list the items of", "the folder");
+    Rows rows;
+    Check(table->QueryRows(static_cast<LONG>(most), 0, rows.Put()), "list the items of", "the folder");
+    std::vector<ItemInfo> items;
+    for (ULONG i = 0; i < rows.Count(); ++i)
+        items.push_back(ReadItem(rows[i]));
+    return items;
 }
 
 void ForEachItemRow(IMAPIFolder& folder, LPSPropTagArray columns,

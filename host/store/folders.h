@@ -47,6 +47,25 @@ ComPtr<IMAPIFolder> FindFolder(const MailSession& session, const std::string& pa
 // The same; folders that are missing on the way are made.
 ComPtr<IMAPIFolder> EnsureFolder(const MailSession& session, const std::string& path);
 
+// Makes the folder at a path, and those that are missing on the way. Throws a HostError where there is one.
+ComPtr<IMAPIFolder> MakeFolder(const MailSession& session, const std::string& path);
+
+// Puts the folder at one path to another one, with all that is in it. It stays the folder that it is: entry
+// identifiers remain. Throws a HostError where the new path's parent is missing, or lies in the folder, where
+// a folder is there, and for a folder that every store has, as the inbox.
+void MoveFolder(const MailSession& session, const std::string& path, const std::string& newPath);
+
+// Throws a HostError for a folder that every store has.
+void CheckMayGo(const MailSession& session, const std::string& path);
+// Deletes a folder that holds nothing; throws a HostError where it holds something.
+void DeleteFolder(const MailSession& session, const std::string& path);
+
+// The path that names a folder in one way: without empty parts. Its last part, and what is before that, which
+// is empty for a folder right below the top. Throw a HostError for a path that names no folder.
+std::string PlainPath(const std::string& path);
+std::string NameIn(const std::string& path);
+std::string ParentPath(const std::string& path);
+
 // The folder with an entry identifier in hexadecimal text; empty when it can't be opened.
 ComPtr<IMAPIFolder> OpenFolder(const MailSession& session, const std::string& entryId);
 
@@ -64,6 +83,9 @@ std::string FolderOfMessage(const MailSession& session, const std::string& entry
 
 // Calls `visit` for each item of a folder in the folder's own order. Memory doesn't grow with the folder.
 void ForEachItem(IMAPIFolder& folder, const std::function<void(const ItemInfo&)>& visit);
+
+// The first items of a folder, so many at most.
+std::vector<ItemInfo> FirstItems(IMAPIFolder& folder, std::size_t most);
 
 // The same with the row that each item has of `columns`.
 void ForEachItemRow(IMAPIFolder& folder, LPSPropTagArray columns,

@@ -116,6 +116,25 @@ HRESULT EmptyFolderRows(SqliteConnection& connection, std::int64_t folderId, boo
     return EmptyAt(connection, folderId, withAssociated, 0, time);
 }
 
+HRESULT MoveFolderBelow(SqliteConnection& connection, std::int64_t fromFolder, const EntryId& id,
+                        std::int64_t toFolder, const std::string& name)
+{
+    FolderRow target;
+    const HRESULT found = FindFolder(connection, toFolder, target);
+    if (found == MAPI_E_NOT_FOUND)
+        return MAPI_E_OBJECT_DELETED;
+    QV_RETURN_IF_FAILED(found);
+    FolderRow row;
+    QV_RETURN_IF_FAILED(FindFolder(connection, id, row));
+    if (row.parentId != fromFolder)
+        return MAPI_E_NOT_FOUND;
+    bool isFirst = false;
+    QV_RETURN_IF_FAILED(IsFirstFolder(connection, row.id, isFirst));
+    if (isFirst)
+        return MAPI_E_NO_ACCESS;
+    return MoveFolderRow(connection, row.id, toFolder, name.empty() ? row.name : name);
+}
+
 HRESULT DeleteFolderBelow(SqliteConnection& connection, std::int64_t parentId, const EntryId& id, ULONG flags,
                           const StepTime& time)
 {

@@ -20,6 +20,13 @@ namespace quorvane {
 [[nodiscard]] HRESULT ListMessages(SqliteConnection& connection, std::int64_t folderId, bool associated,
                                    std::vector<std::int64_t>& ids);
 
+// Puts a folder from below the one folder below the other, as `name`, or with an empty one as it is called.
+//
+// MAPI_E_NOT_FOUND: there is none such right below the one, MAPI_E_OBJECT_DELETED: the other is gone;
+// MAPI_E_NO_ACCESS: it's one that every store has; MAPI_E_COLLISION, MAPI_E_FOLDER_CYCLE as MoveFolderRow.
+[[nodiscard]] HRESULT MoveFolderBelow(SqliteConnection& connection, std::int64_t fromFolder,
+                                      const EntryId& id, std::int64_t toFolder, const std::string& name);
+
 // Those below do a step of a long work (StoreCore::WriteInSteps). S_FALSE: there is more to do.
 
 // Deletes all messages, also the associated ones if wanted, and all folders below, with what is in them.

@@ -32,7 +32,8 @@ SqliteRows QueryWhere(SqliteConnection& connection, std::string_view condition, 
     return connection.Query(std::string(kSelectFolder).append(condition), values...);
 }
 
-HRESULT LogFolder(SqliteConnection& connection, ULONG event, const FolderRow& row)
+HRESULT LogFolder(SqliteConnection& connection, ULONG event, const FolderRow& row,
+                  std::int64_t oldParentId = 0)
 {
     Change change;
     change.event = event;
@@ -40,7 +41,21 @@ HRESULT LogFolder(SqliteConnection& connection, ULONG event, const FolderRow& ro
     change.objectId = row.id;
     change.objectGuid = row.guid;
     change.parentId = row.parentId;
+    change.oldParentId = oldParentId;
     return AppendChange(connection, change);
+}
+
+constexpr std::string_view kBelow =
+    "WITH RECURSIVE below (id) AS (SELECT ? UNION SELECT f.id FROM below AS b JOIN folder AS f ON f.parent_id "
+    "= b.id) SELECT id FROM below";
+
+// All folders below, at any depth, after the folder itself.
+HRESULT ListTree(SqliteConnection& connection, std::int64_t id, std::vector<std::int64_t>& ids)
+{
+    SqliteRows rows = connection.Query(kBelow, id);
+    while (rows.Next())
+        ids.push_back(rows.Int64(0));
+    return rows.Result();
 }
 
 }  // namespace
@@ -111,6 +126,29 @@ HRESULT UpdateFolder(SqliteConnection& connection, std::int64_t id, std::string_
         return MAPI_E_OBJECT_DELETED;
     QV_RETURN_IF_FAILED(found);
     return LogFolder(connection, fnevObjectModified, row);
+}
+
+// How deep the folders in it lie is another value of theirs now.
+HRESULT MoveFolderRow(SqliteConnection& connection, std::int64_t id, std::int64_t parentId,
+                      std::string_view name)
+{
+    FolderRow row;
+    QV_RETURN_IF_FAILED(FindFolder(connection, id, row));
+    std::vector<std::int64_t> tree;
+    QV_RETURN_IF_FAILED(ListTree(connection, id, tree));
+    if (std::find(tree.begin(), tree.end(), parentId) != tree.end())
+        return MAPI_E_FOLDER_CYCLE;
+    const std::int64_t oldParentId = row.parentId;
+    const auto now = static_cast<std::int64_t>(ToTicks(FileTimeNow()));
+    QV_RETURN_IF_FAILED(
+        connection.Run("UPDATE folder SET parent_id=?, name=?, modified=max(?, modified + 1) WHERE id=?",
+                       parentId, name, now, id));
+    for (const std::int64_t moved : tree) {
+        QV_RETURN_IF_FAILED(FindFolder(connection, moved, row));
+        QV_RETURN_IF_FAILED(moved == id ? LogFolder(connection, fnevObjectMoved, row, oldParentId)
+                                        : LogFolder(connection, fnevObjectModified, row));
+    }
+    return S_OK;
 }
 
 HRESULT DeleteFolderRow(SqliteConnection& connection, std::int64_t id)

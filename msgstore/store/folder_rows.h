@@ -48,6 +48,10 @@ struct FolderCounts {
 // Writes name and properties. MAPI_E_COLLISION; MAPI_E_OBJECT_DELETED: the folder is gone.
 [[nodiscard]] HRESULT UpdateFolder(SqliteConnection& connection, std::int64_t id, std::string_view name,
                                    const PropertyBag& properties);
+// Puts a folder below another one, under a name. MAPI_E_COLLISION; MAPI_E_FOLDER_CYCLE: the other one is the
+// folder itself, or lies in it.
+[[nodiscard]] HRESULT MoveFolderRow(SqliteConnection& connection, std::int64_t id, std::int64_t parentId,
+                                    std::string_view name);
 // Deletes a folder that holds nothing any more.
 [[nodiscard]] HRESULT DeleteFolderRow(SqliteConnection& connection, std::int64_t id);
 

@@ -233,9 +233,27 @@ HRESULT CStoreFolder::CreateFolder(ULONG type, LPTSTR name, LPTSTR comment, LPCI
     });
 }
 
-HRESULT CStoreFolder::CopyFolder(ULONG, LPENTRYID, LPCIID, LPVOID, LPTSTR, ULONG, LPMAPIPROGRESS, ULONG)
+HRESULT CStoreFolder::CopyFolder(ULONG idSize, LPENTRYID id, LPCIID, LPVOID target, LPTSTR newName, ULONG,
+                                 LPMAPIPROGRESS, ULONG flags)
 {
-    return MAPI_E_NO_SUPPORT;
+    if (!target)
+        return MAPI_E_INVALID_PARAMETER;
+    EntryId parsed;
+    QV_RETURN_IF_FAILED(ParseEntryId(id, idSize, parsed));
+    if (parsed.kind != MAPI_FOLDER || parsed.store != Core()->Guid())
+        return MAPI_E_UNKNOWN_ENTRYID;
+    ComPtr<CStoreFolder> here;
+    const bool isHere =
+        SUCCEEDED(static_cast<IUnknown*>(target)->QueryInterface(kStoreFolderIid, here.PutVoid())) &&
+        here->Core() == Core();
+    if (!isHere || (flags & FOLDER_MOVE) == 0)
+        return MAPI_E_NO_SUPPORT;
+    return Guarded([&] {
+        const std::string name = TextArgument(newName, flags);
+        return Core()->Write(Durability::AtReturn, [&](SqliteConnection& connection) {
+            return MoveFolderBelow(connection, m_folderId, parsed, here->FolderId(), name);
+        });
+    });
 }
 
 HRESULT CStoreFolder::DeleteFolder(ULONG idSize, LPENTRYID id, ULONG, LPMAPIPROGRESS, ULONG flags)

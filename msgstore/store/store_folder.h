@@ -11,7 +11,8 @@ namespace quorvane {
 extern const IID kStoreFolderIid;
 
 // A folder. Its row may go while the object lives: its methods then fail with MAPI_E_OBJECT_DELETED or
-// MAPI_E_NOT_FOUND. Search folders and CopyFolder aren't supported. Any thread may call.
+// MAPI_E_NOT_FOUND. Search folders aren't supported, and CopyFolder moves within its store alone. Any thread
+// may call.
 class CStoreFolder final : public StoreProp<CStoreFolder, Answers<IMAPIFolder, IMAPIContainer, IMAPIProp>> {
 public:
     CStoreFolder(const OpenedStore& store, std::int64_t folderId, bool writable)

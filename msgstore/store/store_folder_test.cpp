@@ -177,6 +177,50 @@ TEST_F(StoreFolderTest, AFolderWithContentsIsDeletedOnlyWhenTold)
     EXPECT_EQ(LongOf(*folder, PR_CONTENT_COUNT), -1);
 }
 
+class FolderMoveTest : public StoreFolderTest {
+protected:
+    static HRESULT Move(IMAPIFolder& from, IMAPIFolder& folder, IMAPIFolder& to, const char* name = nullptr,
+                        ULONG flags = FOLDER_MOVE)
+    {
+        BinaryValue id = BinaryOf(folder, PR_ENTRYID);
+        std::string text = name ? name : "";
+        return from.CopyFolder(static_cast<ULONG>(id.size()), reinterpret_cast<LPENTRYID>(id.data()), nullptr,
+                               &to, name ? text.data() : nullptr, 0, nullptr, flags);
+    }
+
+    const ComPtr<IMAPIFolder> plans = mailbox.MakeFolder(mailbox.Inbox(), "Plans");
+    const ComPtr<IMAPIFolder> old = mailbox.MakeFolder(*plans, "Old");
+    const ComPtr<IMAPIFolder> target = mailbox.MakeFolder(mailbox.Inbox(), "Target");
+};
+
+TEST_F(FolderMoveTest, AMovedFolderKeepsItsIdentifierAndWhatIsInIt)
+{
+    const BinaryValue id = BinaryOf(*plans, PR_ENTRYID);
+    const BinaryValue message = mailbox.AddMessage(*old, OLESTR("Hello"));
+
+    ASSERT_EQ(Move(mailbox.Inbox(), *plans, *target), S_OK);
+
+    EXPECT_EQ(BinaryOf(*mailbox.OpenFolder(id), PR_PARENT_ENTRYID), BinaryOf(*target, PR_ENTRYID));
+    EXPECT_EQ(BinaryOf(*old, PR_PARENT_ENTRYID), id);
+    EXPECT_EQ(TextOf(*plans, PR_DISPLAY_NAME_W), OLESTR("Plans"));
+    EXPECT_TRUE(mailbox.OpenMessage(message, 0));
+    ASSERT_EQ(Move(*target, *plans, mailbox.Inbox(), "New plans"), S_OK);
+    EXPECT_EQ(TextOf(*plans, PR_DISPLAY_NAME_W), OLESTR("New plans"));
+}
+
+TEST_F(FolderMoveTest, NoFolderMovesIntoItselfOrBesideOneOfItsName)
+{
+    EXPECT_EQ(Move(mailbox.Inbox(), *plans, *plans), MAPI_E_FOLDER_CYCLE);
+    EXPECT_EQ(Move(mailbox.Inbox(), *plans, *old), MAPI_E_FOLDER_CYCLE);
+    mailbox.MakeFolder(*target, "PLANS");
+    EXPECT_EQ(Move(mailbox.Inbox(), *plans, *target), MAPI_E_COLLISION);
+    EXPECT_EQ(Move(*target, *plans, mailbox.Inbox()), MAPI_E_NOT_FOUND);
+    EXPECT_EQ(Move(mailbox.Inbox(), *plans, *target, "New", 0), MAPI_E_NO_SUPPORT);
+    EXPECT_EQ(BinaryOf(*plans, PR_PARENT_ENTRYID), BinaryOf(mailbox.Inbox(), PR_ENTRYID));
+    const ComPtr<IMAPIFolder> tree = mailbox.OpenFolder(BinaryOf(mailbox.Store(), PR_IPM_SUBTREE_ENTRYID));
+    EXPECT_EQ(Move(*tree, mailbox.Inbox(), *target), MAPI_E_NO_ACCESS);
+}
+
 TEST_F(StoreFolderTest, TheInboxCantBeDeleted)
 {
     const ComPtr<IMAPIFolder> tree = mailbox.OpenFolder(BinaryOf(mailbox.Store(), PR_IPM_SUBTREE_ENTRYID));

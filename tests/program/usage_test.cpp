@@ -26,10 +26,10 @@ TEST_F(UsageTest, HelpIsGivenForTheProgramAndEachCommand)
 {
     EXPECT_NE(MustRun({"--help"}).output.find("3 it isn't known yet"), std::string::npos);
     for (const char* command :
-         {"init",    "import", "export",  "list",      "share",  "invitations", "accept",
-          "decline", "leave",  "unshare", "resend",    "cancel", "run",         "edit",
-          "move",    "delete", "compare", "conflicts", "trash",  "undelete",    "verify",
-          "status",  "backup", "restore", "inspect",   "show",   "members",     "check"})
+         {"init",    "import",    "export",  "list",     "share",  "invitations", "accept", "decline",
+          "leave",   "unshare",   "resend",  "cancel",   "run",    "edit",        "move",   "delete",
+          "compare", "conflicts", "trash",   "undelete", "verify", "status",      "backup", "restore",
+          "inspect", "show",      "members", "check",    "folder"})
         EXPECT_NE(MustRun({command, "--help"}).output.find("--json"), std::string::npos) << command;
 }
 
