@@ -347,7 +347,7 @@ bool Outbox::HasUnplanned()
     const auto outgoing = records_.Outgoing();
     return !ListEngine().empty() ||
            std::any_of(outgoing.begin(), outgoing.end(),
-                       [this](const OutgoingPackage& package) { return !package.isPlanned; });
+                       [](const OutgoingPackage& package) { return !package.isPlanned; });
 }
 
 bool Outbox::IsUnplanned(const std::string& recipients)
