@@ -49,6 +49,8 @@ void AddBackupCommand(CLI::App& program, Chosen& chosen);
 void AddRestoreCommand(CLI::App& program, Chosen& chosen);
 void AddStatusCommand(CLI::App& program, Chosen& chosen);
 void AddInspectCommand(CLI::App& program, Chosen& chosen);
+// Those that packages and shells use: manual pages and completion.
+void AddHiddenCommands(CLI::App& program, Chosen& chosen);
 
 // The arguments of a command, shared between its parser and its work. Adds `--json` and makes `work(options)`
 // the chosen work; the command's own arguments are added to the returned parser by the caller.

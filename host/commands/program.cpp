@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "host/commands/command.h"
+#include "host/commands/command_tables.h"
 #include "host/mailbox/sharing_rows.h"
 
 namespace quorvane::host {
@@ -56,7 +57,7 @@ std::string UnknownCommand(const CLI::App& program, const std::string& word)
 {
     std::string nearest;
     std::size_t least = word.size() / 2 + 1;
-    for (const CLI::App* const command : program.get_subcommands({})) {
+    for (const CLI::App* const command : ShownCommands(program)) {
         const std::size_t distance = Distance(word, command->get_name());
         if (distance >= least)
             continue;
@@ -112,15 +113,30 @@ void AddCommands(CLI::App& program, Chosen& chosen)
 
 constexpr char kExitCodes[] =
     "Exit codes: 0 done, 1 it failed or differs, 2 wrong usage, 3 it isn't known yet.";
-constexpr char kExamples[] =
-    "Examples:\n"
-    "  quorvane init ~/mailbox --name alice --exchange /mnt/exchange\n"
-    "  quorvane import ~/mailbox Projects ~/Maildir\n"
-    "  quorvane share ~/mailbox Projects --with bob\n"
-    "  quorvane run ~/mailbox\n"
-    "  quorvane list ~/mailbox Projects from:carol date:2026-11 is:unread\n"
-    "\n"
-    "'quorvane COMMAND --help' tells of one command.\n";
+// "_complete -- WORDS...": for shells. The words are those of another command line, and none of this one.
+constexpr std::string_view kComplete = "_complete";
+
+int PrintCompletions(const CLI::App& program, int argc, const char* const* argv)
+{
+    std::vector<std::string> words(argv + std::min(argc, 3), argv + argc);
+    if (words.empty())
+        words.emplace_back();
+    for (const std::string& line : CompletionsOf(program, words))
+        std::printf("%s\n", line.c_str());
+    return static_cast<int>(ExitCode::kDone);
+}
+
+constexpr char kOneCommand[] = "\n'quorvane COMMAND --help' tells of one command.\n";
+
+// A command's examples stand in its help, above what all have.
+void AddExamples(CLI::App& parent)
+{
+    for (CLI::App* const command : parent.get_subcommands({})) {
+        const std::string examples = ExamplesText(ExamplesOf(CommandName(*command)));
+        command->footer((examples.empty() ? "" : examples + "\n") + kExitCodes);
+        AddExamples(*command);
+    }
+}
 
 // Runs the chosen work; every failure becomes one line on standard error.
 ExitCode Work(const Chosen& chosen, const ErrorLine& errors)
@@ -146,12 +162,15 @@ int RunProgram(int argc, const char* const* argv)
     program.require_subcommand(1);
     // An argument that begins with a slash is a path, on Windows too.
     program.allow_windows_style_options(false);
-    program.footer(kExitCodes);  // which commands take over
     program.set_version_flag("--version", "quorvane " QUORVANE_VERSION);
     const ErrorLine errors(argc, argv);
     Chosen chosen;
     AddCommands(program, chosen);
-    program.footer(kExamples + std::string(kExitCodes));
+    AddHiddenCommands(program, chosen);
+    AddExamples(program);
+    program.footer(ExamplesText(ExamplesOf({})) + kOneCommand + kExitCodes);
+    if (argc > 1 && argv[1] == kComplete)
+        return PrintCompletions(program, argc, argv);
     try {
         program.parse(argc, argv);
     } catch (const CLI::Success& success) {

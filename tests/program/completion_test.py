@@ -1,0 +1,143 @@
+"""Completion in bash, zsh and fish: the scripts that are installed, in the shells themselves. And the manual pages."""
+import os
+import pathlib
+import pty
+import re
+import select
+import shutil
+import subprocess
+import tempfile
+import time
+import unittest
+
+from world import DEADLINE, PROGRAM, World
+
+SCRIPTS = pathlib.Path(os.environ["QUORVANE_COMPLETION"])
+BASH = r"""
+. "$1"; shift
+COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1)); COMP_LINE="$*"
+_quorvane quorvane "${@: -1}" 2>/dev/null
+printf '%s\n' "${COMPREPLY[@]}"
+"""
+
+
+class ShellsTest(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.world = World(tempfile.mkdtemp(prefix="quorvane-completion-"))
+        cls.addClassCleanup(shutil.rmtree, cls.world.home)
+        cls.world.environment["PATH"] = f"{pathlib.Path(PROGRAM).parent}:{os.environ['PATH']}"
+        cls.world.make("alice")
+        cls.world.run("folder", "make", cls.world.mail("alice"), "Big Projects")
+        cls.world.run("folder", "make", cls.world.mail("alice"), "Bills")
+
+    def given(self, *words):
+        """The words that the program itself proposes."""
+        return self.told([PROGRAM, "_complete", "--", *words])
+
+    def told(self, command):
+        output = subprocess.run(command, cwd=self.world.home, env=self.world.environment, check=True,
+                                capture_output=True, text=True, timeout=DEADLINE).stdout
+        return [line.split("\t")[0] for line in output.splitlines() if line]
+
+    def test_the_program_knows_what_comes_next(self):
+        self.assertEqual(self.given("un"), ["undelete", "unshare"])
+        self.assertEqual(self.given("folder", ""), ["make", "rename", "move", "delete"])
+        self.assertEqual(self.given("list", "--r"), ["--reverse"])
+        self.assertEqual(self.given("folder", "delete", "--y"), ["--yes"])
+        self.assertEqual(self.given("list", "--sort", ""), ["date", "sender", "subject", "size"])
+        self.assertEqual(self.given("list", ""), ["<directories>"])
+        self.assertEqual(self.given("list", "mail/alice", "B"), ["Big Projects", "Bills"])
+        self.assertEqual(self.given("list", "~/mail/alice", "--reverse", "Bil"), ["Bills"])
+        self.assertEqual(self.given("list", "nowhere", "B"), [])
+        self.assertEqual(self.given("move", "mail/alice", "Bills", "1", "Bil"), ["Bills"])
+        self.assertEqual(self.given("import", "mail/alice", "Bills", "a", "b"), ["<files>"])
+        self.assertEqual(self.given("status", "mail/alice", ""), [])
+        self.assertNotIn("_manual", self.given(""))
+
+    def test_bash(self):
+        def asked(*words):
+            return self.told(["bash", "-c", BASH, "bash", SCRIPTS / "quorvane.bash", "quorvane", *words])
+        self.assertEqual(asked("un"), ["undelete", "unshare"])
+        self.assertEqual(asked("list", "--sort", "s"), ["sender", "subject", "size"])
+        self.assertEqual(asked("list", "~/mail/alice", "B"), ["Big\\ Projects", "Bills"])
+        self.assertEqual(asked("list", "~/mail/alice", "Big\\ P"), ["Big\\ Projects"])
+        self.assertEqual(asked("frobnicate", ""), [])
+
+    def test_fish(self):
+        def asked(line):
+            return self.told(["fish", "--no-config", "-c",
+                              f"source {SCRIPTS}/quorvane.fish; complete -C '{line}'"])
+        self.assertEqual(asked("quorvane un"), ["undelete", "unshare"])
+        self.assertEqual(asked("quorvane list --sort su"), ["subject"])
+        self.assertEqual(asked("quorvane list ~/mail/alice B"), ["Big Projects", "Bills"])
+        self.assertEqual(asked("quorvane list ~/ma"), ["~/mail/"])
+
+    def test_zsh(self):
+        with ZshOnTerminal(self.world) as zsh:
+            self.assertIn("quorvane undelete", zsh.after("quorvane und\t", "undelete "))
+            self.assertIn("Bills", zsh.after("quorvane list mail/alice Bi\t\t", "Bills"))
+            self.assertIn("\\ Projects", zsh.after("quorvane list mail/alice Big\t", "Projects"))
+            self.assertIn("--sort subject", zsh.after("quorvane list --sort su\t", "subject"))
+
+
+class ZshOnTerminal:
+    """An interactive zsh, as a user has it."""
+
+    def __init__(self, world):
+        self.world = world
+
+    def __enter__(self):
+        self.process, self.terminal = self.spawn()
+        self.type(f"fpath=({SCRIPTS} $fpath); autoload -Uz compinit; compinit -u -D; PS1=; echo rea''dy\n")
+        self.await_text("ready")
+        return self
+
+    def __exit__(self, *_):
+        os.close(self.terminal)
+        os.waitpid(self.process, 0)
+
+    def spawn(self):
+        process, terminal = pty.fork()
+        if process == 0:
+            os.chdir(self.world.home)
+            os.execvpe("zsh", ["zsh", "-f", "-i"], {**self.world.environment, "TERM": "dumb"})
+        return process, terminal
+
+    def type(self, text):
+        os.write(self.terminal, text.encode())
+
+    def await_text(self, wanted):
+        seen, deadline = "", time.monotonic() + DEADLINE
+        while wanted not in seen:
+            ready, _, _ = select.select([self.terminal], [], [], max(0.0, deadline - time.monotonic()))
+            if not ready:
+                raise AssertionError(f"no '{wanted}' in {seen!r}")
+            seen += os.read(self.terminal, 4096).decode(errors="replace")
+        return seen
+
+    def after(self, typed, wanted):
+        """What the line looks like once it was completed; the line is given up then."""
+        self.type(typed)
+        seen = self.await_text(wanted)
+        self.type("\x15")
+        return re.sub(r"\x1b\[[0-9;?]*[A-Za-z]", "", seen)
+
+
+class ManualTest(unittest.TestCase):
+    def test_pages_are_set_without_a_warning(self):
+        with tempfile.TemporaryDirectory() as directory:
+            subprocess.run([PROGRAM, "_manual", directory], check=True)
+            pages = sorted(pathlib.Path(directory).glob("*.1"))
+            self.assertGreater(len(pages), 25)
+            for page in pages:
+                told = subprocess.run(["groff", "-man", "-ww", "-Tutf8", "-z", page], capture_output=True, text=True)
+                self.assertEqual((told.returncode, told.stderr), (0, ""), page.name)
+            shown = subprocess.run(["groff", "-man", "-Tascii", "-P-cbou", pages[0].parent / "quorvane-list.1"],
+                                   check=True, capture_output=True, text=True).stdout
+            for part in ("NAME", "SYNOPSIS", "quorvane list MAILBOX [FOLDER] [WORDS ...]", "--sort", "EXIT STATUS"):
+                self.assertIn(part, shown)
+
+
+if __name__ == "__main__":
+    unittest.main()
