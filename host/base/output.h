@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace quorvane::host {
@@ -14,17 +15,59 @@ using Json = nlohmann::ordered_json;
 // Valid UTF-8 without control characters, fit for one line of a terminal.
 std::string Printable(std::string_view text);
 
+// Columns that a text takes on a terminal: two for a wide character, none for one that joins the one before
+// it.
+std::size_t DisplayWidth(std::string_view text);
+
+// What a text for people is made for.
+struct Look {
+    std::size_t width = 0;  // of a terminal, in columns; 0: of any
+    bool hasColours = false;
+};
+
+// What `--color` asks for.
+enum class Colours { kAuto, kAlways, kNever };
+void ChooseColours(Colours colours) noexcept;
+
+// What standard output is. Without a choice there are colours on a terminal that isn't dumb, unless NO_COLOR
+// is set to something.
+Look OutputLook();
+
+// How a column gives way where a table is wider than the terminal.
+enum class Fit {
+    kWhole,      // not at all
+    kShortened,  // its longest texts are cut, down to 20 columns
+    kDropped,    // it isn't shown, where cutting others doesn't do
+};
+
+struct Column {
+    Column(const char* name, Fit how = Fit::kWhole) : head(name), fit(how) {}
+    std::string head;
+    Fit fit;
+};
+
 // A table with aligned columns, printed at once.
 class Table {
 public:
-    explicit Table(std::vector<std::string> head) : head_(std::move(head)) {}
-    void Add(std::vector<std::string> row) { rows_.push_back(std::move(row)); }
+    enum class Row { kPlain, kStrong, kAlarm };
+
+    explicit Table(std::vector<Column> columns) : columns_(std::move(columns)) {}
+    // cells: one for each column.
+    void Add(std::vector<std::string> cells, Row row = Row::kPlain)
+    {
+        rows_.push_back({std::move(cells), row});
+    }
     // Nothing but the head when there are no rows.
-    std::string Text() const;
+    std::string Text(const Look& look = OutputLook()) const;
 
 private:
-    std::vector<std::string> head_;
-    std::vector<std::vector<std::string>> rows_;
+    struct Line {
+        std::vector<std::string> cells;
+        Row row = Row::kPlain;
+    };
+
+    std::vector<Column> columns_;
+    std::vector<Line> rows_;
 };
 
 // Prints to standard output: `json` as one line when `asJson`, otherwise `text`.

@@ -1,11 +1,16 @@
-// host/base/terminal.h: the terminal that standard error may be.
+// host/base/terminal.h: the terminal that standard error, or standard output, may be.
 #ifndef QUORVANE_HOST_BASE_TERMINAL_H_
 #define QUORVANE_HOST_BASE_TERMINAL_H_
+
+#include <cstddef>
 
 namespace quorvane::host {
 
 // Whether standard error is a terminal that understands ANSI's control sequences.
 bool HasTerminal() noexcept;
+
+// The columns of such a terminal that standard output is; 0 where it is none.
+std::size_t OutputWidth() noexcept;
 
 }  // namespace quorvane::host
 

@@ -4,13 +4,30 @@
 
 namespace quorvane::host {
 
+namespace {
+
 // The console understands them when it is told to.
-bool HasTerminal() noexcept
+bool IsTerminal(HANDLE console) noexcept
 {
-    HANDLE const console = GetStdHandle(STD_ERROR_HANDLE);
     DWORD mode = 0;
     return GetConsoleMode(console, &mode) &&
            SetConsoleMode(console, mode | ENABLE_VIRTUAL_TERMINAL_PROCESSING);
+}
+
+}  // namespace
+
+bool HasTerminal() noexcept
+{
+    return IsTerminal(GetStdHandle(STD_ERROR_HANDLE));
+}
+
+std::size_t OutputWidth() noexcept
+{
+    HANDLE const console = GetStdHandle(STD_OUTPUT_HANDLE);
+    CONSOLE_SCREEN_BUFFER_INFO info{};
+    if (!IsTerminal(console) || !GetConsoleScreenBufferInfo(console, &info))
+        return 0;
+    return static_cast<std::size_t>(info.srWindow.Right - info.srWindow.Left) + 1;
 }
 
 }  // namespace quorvane::host

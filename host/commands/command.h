@@ -60,6 +60,7 @@ CLI::App* AddCommand(CLI::App& program, Chosen& chosen, const char* name, const 
 {
     CLI::App* const command = program.add_subcommand(name, help);
     command->add_flag("--json", options->json, "Print one JSON value instead of text");
+    command->fallthrough();  // to the options that all commands have
     command->callback([&chosen, options, work] { chosen = [options, work] { return work(*options); }; });
     return command;
 }

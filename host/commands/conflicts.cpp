@@ -40,7 +40,12 @@ ExitCode Conflicts(const ConflictsOptions& options)
     Records records(mailbox.HostDatabasePath().string());
     const ItemRows rows = EntriesById(mailbox);
     Json json = Json::array();
-    Table table({"FOLDER", "SUBJECT", "SHOWN IS BY", "ALSO BY", "SINCE", "KEPT AS"});
+    Table table({{"FOLDER", Fit::kShortened},
+                 {"SUBJECT", Fit::kShortened},
+                 "SHOWN IS BY",
+                 "ALSO BY",
+                 {"SINCE", Fit::kDropped},
+                 "KEPT AS"});
     for (const ItemRecord& item : records.ItemsInConflict()) {
         const auto share = records.FindShare(item.folderId);
         const std::string folder = share ? share->name : item.folderId;

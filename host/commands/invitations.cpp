@@ -42,7 +42,12 @@ struct Answering {
 ExitCode Invitations(const InvitationsOptions& options)
 {
     Answering answering(options.mailbox);
-    Table table({"ID", "FOLDER", "FROM", "FINGERPRINT", "KNOWN BY", "SINCE"});
+    Table table({"ID",
+                 {"FOLDER", Fit::kShortened},
+                 "FROM",
+                 "FINGERPRINT",
+                 {"KNOWN BY", Fit::kDropped},
+                 {"SINCE", Fit::kDropped}});
     Json json = Json::array();
     for (const KnownFolder& invitation : answering.folders.Invitations()) {
         const auto peer = answering.InviterOf(invitation);

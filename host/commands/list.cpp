@@ -21,13 +21,14 @@ struct ListOptions {
 ExitCode ListAllFolders(const ListOptions& options, const MailSession& session)
 {
     Json json = Json::array();
-    Table table({"FOLDER", "ITEMS", "UNREAD"});
+    Table table({{"FOLDER", Fit::kShortened}, "ITEMS", "UNREAD"});
     for (const FolderInfo& folder : ListFolders(session)) {
         json.push_back({{"folder", folder.path},
                         {"items", folder.items},
                         {"unread", folder.unread},
                         {"entryId", folder.entryId}});
-        table.Add({Printable(folder.path), std::to_string(folder.items), std::to_string(folder.unread)});
+        table.Add({Printable(folder.path), std::to_string(folder.items), std::to_string(folder.unread)},
+                  folder.unread > 0 ? Table::Row::kStrong : Table::Row::kPlain);
     }
     Print(options.json, json, table.Text());
     return ExitCode::kDone;
@@ -80,9 +81,12 @@ public:
         if (asJson_)
             json_.push_back(JsonOf(number, item, marks, isDamaged, id));
         else
-            table_.Add({std::to_string(number), TimeText(item.sent), Printable(item.sender),
-                        Printable(item.subject), std::to_string(item.size), FlagText(item, marks, isDamaged),
-                        id});
+            table_.Add(
+                {std::to_string(number), TimeText(item.sent), Printable(item.sender), Printable(item.subject),
+                 std::to_string(item.size), FlagText(item, marks, isDamaged), id},
+                isDamaged                  ? Table::Row::kAlarm
+                : (marks & kMarkRead) == 0 ? Table::Row::kStrong
+                                           : Table::Row::kPlain);
     }
     void Print() const { host::Print(asJson_, json_, asJson_ ? std::string() : table_.Text()); }
 
@@ -109,7 +113,13 @@ private:
     const std::unordered_map<std::string, SharingRow> rows_;
     const bool asJson_;
     Json json_ = Json::array();
-    Table table_{{"#", "DATE", "SENDER", "SUBJECT", "SIZE", "FLAGS", "ID"}};
+    Table table_{{"#",
+                  "DATE",
+                  {"SENDER", Fit::kShortened},
+                  {"SUBJECT", Fit::kShortened},
+                  "SIZE",
+                  "FLAGS",
+                  {"ID", Fit::kDropped}}};
 };
 
 // In the order asked for. Numbers are those that items have in the folder, by which other commands know them.

@@ -176,7 +176,12 @@ ExitCode Unlink(const MembersOptions& options, const Mailbox& mailbox)
 ExitCode List(const MembersOptions& options, const Mailbox& mailbox)
 {
     Peers peers(mailbox.HostDatabasePath().string());
-    Table table({"MEMBER", "DEVICE", "FINGERPRINT", "KNOWN BY", "SINCE", "LAST HEARD"});
+    Table table({"MEMBER",
+                 "DEVICE",
+                 "FINGERPRINT",
+                 {"KNOWN BY", Fit::kDropped},
+                 {"SINCE", Fit::kDropped},
+                 {"LAST HEARD", Fit::kDropped}});
     const auto own = exchange::ParseDeviceId(mailbox.Device()).value_or(exchange::DeviceId{});
     table.Add({mailbox.Name(), mailbox.Device(), exchange::FingerprintOf(own), "this mailbox", "", ""});
     Json known = Json::array(), strangers = Json::array();
@@ -241,6 +246,7 @@ void AddMembersCommand(CLI::App& program, Chosen& chosen)
     auto options = std::make_shared<MembersOptions>();
     CLI::App* const command = AddCommand(
         program, chosen, "members", "Show whose devices are known, and say whose one is", options, Members);
+    command->require_subcommand(0, 1);  // a member may be called as a command is
     command->add_option("MAILBOX", options->mailbox, "Directory of the mailbox");
     CLI::App* const add =
         command->add_subcommand("add",

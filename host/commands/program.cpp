@@ -111,6 +111,13 @@ void AddCommands(CLI::App& program, Chosen& chosen)
         }
 }
 
+Colours ColoursOf(const std::string& when)
+{
+    if (when == "always")
+        return Colours::kAlways;
+    return when == "never" ? Colours::kNever : Colours::kAuto;
+}
+
 constexpr char kExitCodes[] =
     "Exit codes: 0 done, 1 it failed or differs, 2 wrong usage, 3 it isn't known yet.";
 // "_complete -- WORDS...": for shells. The words are those of another command line, and none of this one.
@@ -163,6 +170,11 @@ int RunProgram(int argc, const char* const* argv)
     // An argument that begins with a slash is a path, on Windows too.
     program.allow_windows_style_options(false);
     program.set_version_flag("--version", "quorvane " QUORVANE_VERSION);
+    program
+        .add_option_function<std::string>(
+            "--color", [](const std::string& when) { ChooseColours(ColoursOf(when)); },
+            "Colours: on a terminal (auto), always or never; NO_COLOR is heeded")
+        ->check(CLI::IsMember({"auto", "always", "never"}));
     const ErrorLine errors(argc, argv);
     Chosen chosen;
     AddCommands(program, chosen);

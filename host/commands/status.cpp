@@ -270,7 +270,11 @@ ExitCode Status(const StatusOptions& options)
     const Mailbox mailbox = Mailbox::Open(options.mailbox);
     Records records(mailbox.HostDatabasePath().string());
     ItemState state(mailbox, records);
-    Table table({"SHARED FOLDER", "ITEMS", "MEMBERS", "NOT ACCEPTED", "ID"});
+    Table table({{"SHARED FOLDER", Fit::kShortened},
+                 "ITEMS",
+                 {"MEMBERS", Fit::kShortened},
+                 "NOT ACCEPTED",
+                 {"ID", Fit::kDropped}});
     const Json shares = SharesOf(records, table);
     const std::int64_t packing = CountOf(mailbox, "SELECT COUNT(*) FROM tblStorageFiles");
     const std::size_t outgoing = records.Outgoing().size();

@@ -36,7 +36,7 @@ ExitCode ShowTrash(const TrashOptions& options)
     if (options.setDays)
         trash.SetDays(options.days);
     Json json = Json::array();
-    Table table({"ID", "SINCE", "FOLDER", "SUBJECT", "WHY", "BY"});
+    Table table({"ID", "SINCE", {"FOLDER", Fit::kShortened}, {"SUBJECT", Fit::kShortened}, "WHY", "BY"});
     for (const TrashEntry& entry : trash.Entries()) {
         json.push_back({{"id", entry.number},
                         {"since", TimeText(entry.since)},

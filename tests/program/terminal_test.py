@@ -1,4 +1,6 @@
-"""Completion in bash, zsh and fish: the scripts that are installed, in the shells themselves. And the manual pages."""
+"""The program at a terminal: completion in bash, zsh and fish by the scripts that are installed, tables and colours;
+and the manual pages."""
+import fcntl
 import os
 import pathlib
 import pty
@@ -6,7 +8,9 @@ import re
 import select
 import shutil
 import subprocess
+import struct
 import tempfile
+import termios
 import time
 import unittest
 
@@ -122,6 +126,50 @@ class ZshOnTerminal:
         seen = self.await_text(wanted)
         self.type("\x15")
         return re.sub(r"\x1b\[[0-9;?]*[A-Za-z]", "", seen)
+
+
+class TerminalTest(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.world = World(tempfile.mkdtemp(prefix="quorvane-terminal-"))
+        cls.addClassCleanup(shutil.rmtree, cls.world.home)
+        cls.world.make("alice")
+        cls.world.bring_in("alice", "In", "34-encoded-headers", "37-japanese-iso-2022-jp")
+        cls.world.run("edit", cls.world.mail("alice"), "In", "2", "--unread")
+
+    def listed(self, *options, columns=60, **environment):
+        """What `list` shows on a terminal so wide."""
+        mine, its = pty.openpty()
+        fcntl.ioctl(its, termios.TIOCSWINSZ, struct.pack("HHHH", 24, columns, 0, 0))
+        process = subprocess.Popen([PROGRAM, "list", self.world.mail("alice"), "In", *options], stdout=its,
+                                   env={**self.world.environment, "TERM": "xterm", "NO_COLOR": "", **environment})
+        os.close(its)
+        shown = b""
+        try:
+            while piece := os.read(mine, 4096):
+                shown += piece
+        except OSError:
+            pass  # the other end is closed
+        os.close(mine)
+        self.assertEqual(process.wait(DEADLINE), 0)
+        return shown.decode().replace("\r\n", "\n")
+
+    def test_a_table_fits_a_terminal(self):
+        head, first, *_ = self.listed("--color", "never", columns=82).splitlines()
+        self.assertNotIn("ID", head)
+        self.assertIn("\u2026", first)
+        wide = self.listed("--color", "never", columns=300).splitlines()
+        self.assertIn("ID", wide[0])
+        self.assertNotIn("\u2026", "".join(wide))
+
+    def test_colours_are_for_terminals_that_want_them(self):
+        self.assertTrue(self.listed().startswith("\033[1m#"))
+        self.assertEqual(self.listed().count("\033[1m"), 2, "the head and the unread mail")
+        for shown in (self.listed(NO_COLOR="1"), self.listed(TERM="dumb"), self.listed("--color", "never")):
+            self.assertNotIn("\033", shown)
+        self.assertIn("\033", self.listed("--color", "always", NO_COLOR="1"))
+        piped = subprocess.run([PROGRAM, "list", self.world.mail("alice"), "In"], capture_output=True, check=True)
+        self.assertNotIn(b"\033", piped.stdout)
 
 
 class ManualTest(unittest.TestCase):
