@@ -1,5 +1,6 @@
 #include "host/base/progress.h"
 
+#include <algorithm>
 #include <cstdio>
 
 #include "host/base/output.h"
@@ -7,7 +8,33 @@
 
 namespace quorvane::host {
 
-Progress::Progress(std::string what) : what_(std::move(what)), terminal_(HasTerminal()) {}
+namespace {
+
+// "12 s", "3 min", "2 h": more is never known.
+std::string TimeLeft(std::int64_t seconds)
+{
+    constexpr std::int64_t kMinute = 60, kHour = 3600;
+    if (seconds < 2 * kMinute)
+        return std::to_string(seconds) + " s";
+    if (seconds < 2 * kHour)
+        return std::to_string((seconds + kMinute - 1) / kMinute) + " min";
+    return std::to_string((seconds + kHour - 1) / kHour) + " h";
+}
+
+std::string RateText(double perSecond, Progress::Unit unit)
+{
+    constexpr double kMegabyte = 1e6;
+    if (unit == Progress::Unit::kItems)
+        return std::to_string(static_cast<std::int64_t>(perSecond)) + " a second";
+    const auto tenths = static_cast<std::int64_t>(perSecond / kMegabyte * 10);
+    return std::to_string(tenths / 10) + "." + std::to_string(tenths % 10) + " MB/s";
+}
+
+}  // namespace
+
+Progress::Progress(std::string what, Unit unit)
+    : what_(std::move(what)), unit_(unit), terminal_(HasTerminal())
+{}
 
 Progress::~Progress()
 {
@@ -15,18 +42,32 @@ Progress::~Progress()
         std::fputs("\r\033[K", stderr);
 }
 
+std::string Progress::Line(const std::string& what, Unit unit, unsigned long long done,
+                           unsigned long long total, const std::string& text, const RateMeter& rate)
+{
+    if (total == 0)
+        return what + ": " + text;
+    const std::string share = std::to_string(std::min(done, total) * 100 / total);
+    std::string line = what + ": " + std::string(3 - share.size(), ' ') + share + " %  " + text;
+    const std::int64_t left = rate.SecondsLeft(static_cast<std::int64_t>(total));
+    return left < 0 ? line : line + ", " + RateText(rate.PerSecond(), unit) + ", " + TimeLeft(left) + " left";
+}
+
 void Progress::Show(unsigned long long done, unsigned long long total, const std::string& text)
 {
+    if (!terminal_)
+        return;
     const auto now = std::chrono::steady_clock::now();
-    if (!terminal_ || now < next_)
+    if (total != total_ || done < done_)
+        rate_.Reset();
+    done_ = done;
+    total_ = total;
+    rate_.Note(static_cast<std::int64_t>(done), now);
+    if (now < next_)
         return;
     next_ = now + std::chrono::milliseconds(100);
     shown_ = true;
-    if (total > 0)
-        std::fprintf(stderr, "\r\033[K%s: %3llu %%  %s", what_.c_str(), done * 100 / total,
-                     Printable(text).c_str());
-    else
-        std::fprintf(stderr, "\r\033[K%s: %s", what_.c_str(), Printable(text).c_str());
+    std::fprintf(stderr, "\r\033[K%s", Printable(Line(what_, unit_, done, total, text, rate_)).c_str());
     std::fflush(stderr);
 }
 

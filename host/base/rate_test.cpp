@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "host/base/progress.h"
+
 namespace quorvane::host {
 
 namespace {
@@ -56,6 +58,34 @@ TEST_F(RateMeterTest, AWorkThatStandsStillHasNoTimeLeft)
     Note(5, 10);
 
     EXPECT_EQ(meter.SecondsLeft(10), -1);
+}
+
+TEST(ProgressTest, ALineTellsTheShareTheRateAndTheTimeLeft)
+{
+    using Unit = Progress::Unit;
+    const RateMeter::Time start{};
+    RateMeter rate;
+    rate.Note(0, start);
+    EXPECT_EQ(Progress::Line("importing", Unit::kItems, 0, 500, "0 items", rate),
+              "importing:   0 %  0 items");
+    rate.Note(100, start + std::chrono::seconds(2));
+    EXPECT_EQ(Progress::Line("exporting", Unit::kItems, 100, 500, "100 items", rate),
+              "exporting:  20 %  100 items, 50 a second, 8 s left");
+    EXPECT_EQ(Progress::Line("exporting", Unit::kItems, 100, 10'000, "100 items", rate),
+              "exporting:   1 %  100 items, 50 a second, 4 min left");
+    EXPECT_EQ(Progress::Line("exporting", Unit::kItems, 100, 1'000'000, "100 items", rate),
+              "exporting:   0 %  100 items, 50 a second, 6 h left");
+    EXPECT_EQ(Progress::Line("exporting", Unit::kItems, 100, 0, "100 items", rate), "exporting: 100 items");
+}
+
+TEST(ProgressTest, BytesAreToldInMegabytes)
+{
+    const RateMeter::Time start{};
+    RateMeter rate;
+    rate.Note(0, start);
+    rate.Note(25'000'000, start + std::chrono::seconds(10));
+    EXPECT_EQ(Progress::Line("importing", Progress::Unit::kBytes, 25'000'000, 50'000'000, "7 items", rate),
+              "importing:  50 %  7 items, 2.5 MB/s, 10 s left");
 }
 
 }  // namespace

@@ -23,7 +23,7 @@ BackupProgress ShownOn(Progress& progress)
 ExitCode MakeBackup(const BackupOptions& options)
 {
     const Mailbox mailbox = Mailbox::Open(options.from);
-    Progress progress("backing up");
+    Progress progress("backing up", Progress::Unit::kBytes);
     BackUp(mailbox, options.to, ShownOn(progress));
     Print(options.json, {{"mailbox", mailbox.Name()}, {"backup", options.to}},
           "backed up '" + mailbox.Name() + "' to " + options.to + "\n");
@@ -32,7 +32,7 @@ ExitCode MakeBackup(const BackupOptions& options)
 
 ExitCode Restore(const BackupOptions& options)
 {
-    Progress progress("restoring");
+    Progress progress("restoring", Progress::Unit::kBytes);
     const std::string name = RestoreBackup(options.from, options.to, ShownOn(progress));
     Print(options.json, {{"mailbox", name}, {"directory", options.to}},
           "made the mailbox of '" + name + "' in " + options.to +

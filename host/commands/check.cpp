@@ -1,3 +1,6 @@
+#include <algorithm>
+
+#include "host/base/progress.h"
 #include "host/commands/check_agreement.h"
 #include "host/commands/command.h"
 #include "host/sharing/message_content.h"
@@ -13,11 +16,27 @@ struct CheckOptions {
     std::string mailbox;
 };
 
-void CheckFolder(const MailSession& session, const FolderInfo& folder, CheckReport& report,
-                 std::size_t& count)
+// Counts what it has looked at.
+class ItemCount {
+public:
+    explicit ItemCount(const std::vector<FolderInfo>& folders)
+    {
+        for (const FolderInfo& folder : folders)
+            total_ += static_cast<std::size_t>(std::max<LONG>(folder.items, 0));
+    }
+    void Next(const std::string& folder) { progress_.Show(++count_, total_, folder); }
+    std::size_t Count() const noexcept { return count_; }
+
+private:
+    std::size_t total_ = 0;
+    std::size_t count_ = 0;
+    Progress progress_{"checking"};
+};
+
+void CheckFolder(const MailSession& session, const FolderInfo& folder, CheckReport& report, ItemCount& count)
 {
     ForEachItem(*OpenFolder(session, folder.entryId), [&](const ItemInfo& item) {
-        ++count;
+        count.Next(folder.path);
         try {
             if (const ComPtr<IMessage> message = OpenMessage(session, item.entryId, false))
                 ReadContent(*message, item.subject);
@@ -31,6 +50,16 @@ void CheckFolder(const MailSession& session, const FolderInfo& folder, CheckRepo
             ++report.open;
         }
     });
+}
+
+// Gives how many items there are.
+std::size_t CheckFolders(const MailSession& session, CheckReport& report)
+{
+    const std::vector<FolderInfo> folders = ListFolders(session);
+    ItemCount count(folders);
+    for (const FolderInfo& folder : folders)
+        CheckFolder(session, folder, report, count);
+    return count.Count();
 }
 
 // While a run is at work its files needn't agree at each moment. Where a database is damaged nothing follows
@@ -68,9 +97,7 @@ ExitCode CheckMailbox(const CheckOptions& options)
     for (const auto& path : {mailbox.StorePath(), mailbox.SharingDatabasePath(), mailbox.HostDatabasePath()})
         CheckDatabase(path, report, mender);
     const MailSession session(options.mailbox);
-    std::size_t count = 0;
-    for (const FolderInfo& folder : ListFolders(session))
-        CheckFolder(session, folder, report, count);
+    const std::size_t count = CheckFolders(session, report);
     const Json gone = CompareFiles(mailbox, session, report, mender);
     const bool isSound = report.open == 0;
     Print(options.json,

@@ -1,8 +1,11 @@
+#include <algorithm>
 #include <set>
 
+#include "host/base/progress.h"
 #include "host/commands/command.h"
 #include "host/mailbox/sharing_rows.h"
 #include "host/sharing/message_content.h"
+#include "host/store/properties.h"
 
 namespace quorvane::host {
 
@@ -32,7 +35,13 @@ Side ReadSide(const std::string& mailboxPath, const std::string& folderPath)
     const MailSession session(mailboxPath);
     const auto rows = ReadSharingRows(mailbox);
     Side side;
-    ForEachItem(*FindFolder(session, folderPath), [&](const ItemInfo& item) {
+    const ComPtr<IMAPIFolder> folder = FindFolder(session, folderPath);
+    const auto total = static_cast<std::size_t>(std::max<LONG>(LongOf(*folder, PR_CONTENT_COUNT), 0));
+    Progress progress("reading " + mailboxPath);
+    std::size_t number = 0;
+    ForEachItem(*folder, [&](const ItemInfo& item) {
+        ++number;
+        progress.Show(number, total, std::to_string(number) + " items");
         const auto row = rows.find(item.entryId);
         if (row == rows.end()) {
             ++side.unshared;

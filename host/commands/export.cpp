@@ -12,6 +12,7 @@
 #include "host/commands/mail_format.h"
 #include "host/mail/mbox_writer.h"
 #include "host/store/msg_file.h"
+#include "host/store/properties.h"
 
 namespace quorvane::host {
 
@@ -221,6 +222,7 @@ ExitCode Export(const ExportArguments& options)
     const ComPtr<IMAPIFolder> folder = FindFolder(session, options.folder);
     const std::unique_ptr<Exporter> exporter = MakeExporter(*folder, options);
     Progress progress("exporting");
+    const auto total = static_cast<std::size_t>(std::max<LONG>(LongOf(*folder, PR_CONTENT_COUNT), 0));
     std::size_t number = 0;
     Json damaged = Json::array();
     std::string lines;
@@ -230,7 +232,8 @@ ExitCode Export(const ExportArguments& options)
             return;  // deleted since the row was read
         try {
             exporter->Write(*message, item);
-            progress.Show(0, 0, std::to_string(++number) + " items");
+            ++number;
+            progress.Show(number, total, std::to_string(number) + " items");
         } catch (const Exporter::DamagedItem&) {
             damaged.push_back({{"subject", item.subject}, {"entryId", item.entryId}});
             lines += "left out '" + Printable(item.subject) + "': it is damaged\n";

@@ -176,7 +176,7 @@ std::vector<std::filesystem::path> PathsOf(const std::vector<std::string>& names
 
 void ImportAll(MailReader& reader, Importer& importer)
 {
-    Progress progress("importing");
+    Progress progress("importing", Progress::Unit::kBytes);
     FoundMail mail;
     LeftOutFile leftOut;
     for (;;) {

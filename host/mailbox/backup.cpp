@@ -124,10 +124,11 @@ struct Frozen {
 
 void CopyDatabase(Database& database, const fs::path& to, const BackupProgress& report)
 {
+    constexpr unsigned long long kPage = 4096;  // bytes, in each of the mailbox's databases
     MakePrivateFile(to);
     database.CopyTo(to.string(), [&](int done, int total) {
-        report(to.filename().string(), static_cast<unsigned long long>(done),
-               static_cast<unsigned long long>(total));
+        report(to.filename().string(), static_cast<unsigned long long>(done) * kPage,
+               static_cast<unsigned long long>(total) * kPage);
     });
 }
 

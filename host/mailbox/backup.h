@@ -17,7 +17,7 @@
 
 namespace quorvane::host {
 
-// How far the copying of one file is.
+// How far the copying of one file is, in bytes.
 using BackupProgress =
     std::function<void(const std::string& file, unsigned long long done, unsigned long long total)>;
 

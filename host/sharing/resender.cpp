@@ -364,12 +364,8 @@ std::string Resender::ProgressText() const
 {
     if (!job_)
         return {};
-    std::string text = "sending " + job_->Folder().name + " to " + job_->Request().member + ": " +
-                       std::to_string(job_->Done()) + " of " + std::to_string(job_->Total()) + " items, " +
-                       std::to_string(static_cast<std::int64_t>(rate_.PerSecond())) + " a second";
-    if (const std::int64_t left = rate_.SecondsLeft(job_->Total()); left >= 0)
-        text += ", " + std::to_string(left) + " s left";
-    return text;
+    return "sending " + job_->Folder().name + " to " + job_->Request().member + ": " +
+           std::to_string(job_->Done()) + " of " + std::to_string(job_->Total()) + " items";
 }
 
 std::int64_t Resender::Done() const
