@@ -38,6 +38,7 @@ void AddLeaveCommand(CLI::App& program, Chosen& chosen);
 void AddUnshareCommand(CLI::App& program, Chosen& chosen);
 void AddResendCommand(CLI::App& program, Chosen& chosen);
 void AddCancelCommand(CLI::App& program, Chosen& chosen);
+void AddMirrorCommand(CLI::App& program, Chosen& chosen);
 void AddRunCommand(CLI::App& program, Chosen& chosen);
 void AddCompareCommand(CLI::App& program, Chosen& chosen);
 void AddConflictsCommand(CLI::App& program, Chosen& chosen);

@@ -9,8 +9,8 @@
 #include "host/base/path_text.h"
 #include "host/base/progress.h"
 #include "host/commands/command.h"
-#include "host/commands/known_mail.h"
 #include "host/commands/mail_format.h"
+#include "host/sharing/known_mail.h"
 #include "host/store/msg_file.h"
 
 namespace quorvane::host {
@@ -47,7 +47,7 @@ public:
                                                 : CopyFile(file, mail.path, *message);
         if (FAILED(hr))
             return LeaveOut(mail.source, Describe(hr));
-        if (known_ && known_->Take(*message)) {
+        if (known_ && !known_->Take(*message).empty()) {
             ++knownCount_;
             return;
         }

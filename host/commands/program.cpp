@@ -94,7 +94,7 @@ const CommandGroup kGroups[] = {
      {AddInitCommand, AddRunCommand, AddStatusCommand, AddCheckCommand, AddBackupCommand, AddRestoreCommand}},
     {"Its mail",
      {AddFolderCommand, AddImportCommand, AddExportCommand, AddListCommand, AddShowCommand, AddEditCommand,
-      AddMoveCommand, AddDeleteCommand, AddTrashCommand, AddUndeleteCommand}},
+      AddMoveCommand, AddDeleteCommand, AddTrashCommand, AddUndeleteCommand, AddMirrorCommand}},
     {"Sharing folders",
      {AddMembersCommand, AddShareCommand, AddInvitationsCommand, AddAcceptCommand, AddDeclineCommand,
       AddLeaveCommand, AddUnshareCommand, AddResendCommand, AddCancelCommand, AddConflictsCommand,

@@ -2,6 +2,7 @@
 #include <cstdio>
 
 #include "host/commands/command.h"
+#include "host/commands/mirroring.h"
 #include "host/sharing/pinning.h"
 #include "host/sharing/runner.h"
 
@@ -54,7 +55,11 @@ ExitCode Run(const RunOptions& given)
     if (options.exchange.empty())
         throw HostError("no exchange is known yet: name it by --exchange", ExitCode::kUsage);
     const auto lock = mailbox.LockForRun();
-    Runner(options, mailbox, signals, statistics).Run();
+    Runner runner(options, mailbox, signals, statistics);
+    runner.Use(MirrorsOfRun(mailbox, runner.Mail(), signals, [](const std::string& line) {
+        std::fprintf(stderr, "quorvane: %s\n", Printable(line).c_str());
+    }));
+    runner.Run();
     signals.EndInOrder();
     const Json counts = CountsOf(statistics);
     Print(options.json, counts, CountsText(counts));

@@ -2,6 +2,7 @@
 #include <filesystem>
 
 #include "host/commands/command.h"
+#include "host/commands/mirroring.h"
 #include "host/mailbox/device.h"
 #include "host/mailbox/peers.h"
 #include "host/mailbox/records.h"
@@ -298,6 +299,7 @@ ExitCode Status(const StatusOptions& options)
     const std::size_t conflicts = OpenConflicts(records);
     if (conflicts > 0)
         transportLines += "conflicts: " + std::to_string(conflicts) + " ('quorvane conflicts')\n";
+    const Json mirrors = MirrorStates(mailbox, transportLines);
     std::error_code error;
     const bool isRunning = mailbox.IsInRun();
     const bool rejected = std::filesystem::exists(mailbox.Directory() / "rejected", error);
@@ -316,6 +318,7 @@ ExitCode Status(const StatusOptions& options)
            {"refusals", refusals},
            {"awaited", peers.AwaitedMembers()},
            {"conflicts", conflicts},
+           {"mirrors", mirrors},
            {"packagesFilling", packing},
            {"packagesToDeliver", outgoing},
            {"packagesToApply", unfinished},

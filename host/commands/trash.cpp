@@ -25,6 +25,8 @@ const char* WhyText(TrashEntry::Why why)
             return "replaced";
         case TrashEntry::Why::kBeaten:
             return "replaced, and kept beside it";
+        case TrashEntry::Why::kMirrored:
+            return "deleted in its Maildir";
     }
     return "";
 }

@@ -163,7 +163,9 @@ void BackUp(const Mailbox& mailbox, const std::string& directory, const BackupPr
     Finish(target / "sharing.db",
            "DELETE FROM tblStorageFiles; DELETE FROM tblUnfinishedReceiveJob; DELETE FROM "
            "tblUnfinishedResendJob;");
-    Finish(target / "host.part", "DELETE FROM outgoing; DELETE FROM incoming; DELETE FROM delivery;");
+    Finish(target / "host.part",
+           "DELETE FROM outgoing; DELETE FROM incoming; DELETE FROM delivery; "
+           "DELETE FROM mirror_mail; DELETE FROM mirror;");
     // Last: with this file the directory is a backup.
     RenameOver(target / "host.part", target / kRecords);
     SyncDirectory(target);

@@ -249,9 +249,39 @@ CREATE INDEX item_flags_pending ON item_flags (folder_id) WHERE pending = 1;
 CREATE INDEX item_flags_due ON item_flags (item) WHERE due = 1;
 )sql";
 
+// From version 9 on: folders may be tied to Maildirs (host/mirror). `mirror_mail` tells what both sides last
+// agreed on of each mail: its item and the unique name of its file.
+constexpr char kUpgradeFrom9[] = R"sql(
+CREATE TABLE mirror (
+    number INTEGER PRIMARY KEY AUTOINCREMENT,
+    entry_id TEXT NOT NULL UNIQUE,
+    folder TEXT NOT NULL,
+    directory TEXT NOT NULL UNIQUE,
+    identity TEXT NOT NULL DEFAULT '',
+    problem TEXT NOT NULL DEFAULT '',
+    held INTEGER NOT NULL DEFAULT 0,
+    confirmed INTEGER NOT NULL DEFAULT 0,
+    left_alone INTEGER NOT NULL DEFAULT 0);
+CREATE TABLE mirror_mail (
+    number INTEGER PRIMARY KEY,
+    mirror INTEGER NOT NULL REFERENCES mirror(number),
+    item TEXT NOT NULL UNIQUE,
+    base TEXT NOT NULL,
+    next TEXT NOT NULL,
+    arriving INTEGER NOT NULL,
+    marks INTEGER NOT NULL,
+    inode INTEGER NOT NULL,
+    size INTEGER NOT NULL,
+    time INTEGER NOT NULL,
+    digest TEXT NOT NULL,
+    modified INTEGER NOT NULL,
+    UNIQUE (mirror, base));
+)sql";
+
 // Each brings the records from the version that is its place, counted from 1, to the next.
-constexpr const char* kUpgrades[] = {kUpgradeFrom1, kUpgradeFrom2, kUpgradeFrom3, kUpgradeFrom4,
-                                     kUpgradeFrom5, kUpgradeFrom6, kUpgradeFrom7, kUpgradeFrom8};
+constexpr const char* kUpgrades[] = {kUpgradeFrom1, kUpgradeFrom2, kUpgradeFrom3,
+                                     kUpgradeFrom4, kUpgradeFrom5, kUpgradeFrom6,
+                                     kUpgradeFrom7, kUpgradeFrom8, kUpgradeFrom9};
 static_assert(std::size(kUpgrades) + 1 == Records::kVersion);
 
 }  // namespace

@@ -22,6 +22,7 @@ struct TrashEntry {
         kDeleted = 0,   // by another member, or with its folder
         kReplaced = 1,  // by a version that hadn't seen this one
         kBeaten = 2,    // the same, and it was made here: it comes back as an item of its own
+        kMirrored = 3,  // its file in a Maildir that the folder is tied to was removed
     };
 
     std::int64_t number = 0;  // set by Keep

@@ -273,6 +273,8 @@ void Runner::Step()
     MakeCopies();
     MendMissing();
     flags_.Step(!inbox_.IsBusy());
+    if (part_)
+        part_->Step(!inbox_.IsBusy());
     comparisons_.Step(statistics_.Quiet() >= kQuietBeforeComparison && !resender_.HasWork() &&
                       !outbox_.HasWork() && !copies_.HasWork() && !inbox_.IsBusy());
     UseExchange();
@@ -380,7 +382,8 @@ bool Runner::IsIdle()
 {
     const auto quiet = std::chrono::milliseconds(static_cast<long>(options_.idleSeconds * 1000));
     if (exchangeLost_ || statistics_.Quiet() < quiet || resender_.HasWork() || outbox_.HasWork() ||
-        comparisons_.HasWork() || missing_.HasWork() || flags_.HasWork() || MayTake())
+        comparisons_.HasWork() || missing_.HasWork() || flags_.HasWork() || (part_ && part_->HasWork()) ||
+        MayTake())
         return false;
     return CheckShares() && !transport_.folders.HasDueNotes();
 }
@@ -418,6 +421,8 @@ void Runner::WatchPlaces()
     watch_.Forget();
     watch_.Watch(mailbox_.Directory());
     watch_.Watch(mailbox_.PackagesPath());
+    if (part_)
+        part_->WatchPlaces(watch_);
     watch_.Watch(transport_.directory);
     std::vector<exchange::DeviceId> devices{transport_.keys.Id()};
     for (const Peer& peer : transport_.peers.All())
@@ -433,7 +438,7 @@ void Runner::WatchPlaces()
 bool Runner::IsAtWork()
 {
     return options_.untilIdle || std::chrono::steady_clock::now() < busyUntil_ ||
-           statistics_.Quiet() < kAttention || resender_.IsUnderWay() ||
+           statistics_.Quiet() < kAttention || resender_.IsUnderWay() || (part_ && part_->HasWork()) ||
            (!exchangeLost_ && outbox_.HasWork());
 }
 

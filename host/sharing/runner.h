@@ -21,6 +21,7 @@
 #include "host/sharing/receipts.h"
 #include "host/sharing/reconcile.h"
 #include "host/sharing/resender.h"
+#include "host/sharing/run_part.h"
 #include "host/sharing/sender.h"
 
 namespace quorvane::host {
@@ -53,6 +54,10 @@ public:
     Runner(const Runner&) = delete;
     Runner& operator=(const Runner&) = delete;
     ~Runner();
+
+    // Work to be done beside its own, from now on; null: none. One at most.
+    void Use(std::unique_ptr<RunPart> part) { part_ = std::move(part); }
+    const MailSession& Mail() const noexcept { return mail_; }
 
     // Works until a signal, or until nothing is left to do. Throws a HostError when it can't go on.
     void Run();
@@ -120,6 +125,7 @@ private:
     std::chrono::steady_clock::time_point busyUntil_{};
     std::string checked_;  // what the message store looked like, and when anything was reported last, at the
                            // last check
+    std::unique_ptr<RunPart> part_;
 };
 
 }  // namespace quorvane::host

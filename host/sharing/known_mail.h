@@ -1,8 +1,9 @@
-// host/commands/known_mail.h: which mails a folder holds already, for an import that makes no doubles.
-#ifndef QUORVANE_HOST_COMMANDS_KNOWN_MAIL_H_
-#define QUORVANE_HOST_COMMANDS_KNOWN_MAIL_H_
+// host/sharing/known_mail.h: which mails a folder holds already, for an import that makes no doubles.
+#ifndef QUORVANE_HOST_SHARING_KNOWN_MAIL_H_
+#define QUORVANE_HOST_SHARING_KNOWN_MAIL_H_
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <unordered_map>
@@ -19,14 +20,17 @@ namespace quorvane::host {
 class KnownMail {
 public:
     // Reads a folder's table. Throws a HostError.
-    KnownMail(const MailSession& session, IMAPIFolder& folder);
+    //
+    // wants  the items that count, by their entry identifiers; empty: all do.
+    KnownMail(const MailSession& session, IMAPIFolder& folder,
+              const std::function<bool(const std::string&)>& wants = {});
 
-    // Whether an item that wasn't taken yet is the same mail as `message`, which isn't saved; it is taken
-    // then. The same is one that came from the same bytes, and whose text and attachments are still those; or
-    // one of the same content in everything but what a reader makes of it. Items are looked at where the
-    // Message-ID is the same, or there is none and the time is. Throws a HostError where `message` can't be
-    // read; an item that can't be is another mail.
-    bool Take(IMessage& message);
+    // The entry identifier of an item that wasn't taken yet and is the same mail as `message`, which isn't
+    // saved; it is taken then. Empty where there is none. The same is one that came from the same bytes, and
+    // whose text and attachments are still those; or one of the same content in everything but what a reader
+    // makes of it. Items are looked at where the Message-ID is the same, or there is none and the time is.
+    // Throws a HostError where `message` can't be read; an item that can't be is another mail.
+    std::string Take(IMessage& message);
 
 private:
     // What tells whether two mails are the same; see Take.
@@ -50,7 +54,7 @@ private:
     static Identity IdentityOf(IMessage& message, const std::string& shown);
     // Reads the next item of `alike` that can be read; false: there is none.
     bool ReadNext(Alike& alike) const;
-    static bool TakeOneOf(Alike& alike, const Identity& mail);
+    static std::string TakeOneOf(Alike& alike, const Identity& mail);
 
     const MailSession& session_;
     std::unordered_map<std::string, Alike> items_;
@@ -58,4 +62,4 @@ private:
 
 }  // namespace quorvane::host
 
-#endif  // QUORVANE_HOST_COMMANDS_KNOWN_MAIL_H_
+#endif  // QUORVANE_HOST_SHARING_KNOWN_MAIL_H_

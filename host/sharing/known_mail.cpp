@@ -1,4 +1,4 @@
-#include "host/commands/known_mail.h"
+#include "host/sharing/known_mail.h"
 
 #include <algorithm>
 #include <cstring>
@@ -44,27 +44,31 @@ bool IsOfSubstance(const std::string& name)
 
 }  // namespace
 
-KnownMail::KnownMail(const MailSession& session, IMAPIFolder& folder) : session_(session)
+KnownMail::KnownMail(const MailSession& session, IMAPIFolder& folder,
+                     const std::function<bool(const std::string&)>& wants)
+    : session_(session)
 {
     SizedSPropTagArray(3, columns) = {3, {PR_ENTRYID, kPrInternetMessageIdW, PR_CLIENT_SUBMIT_TIME}};
     ForEachItemRow(folder, reinterpret_cast<LPSPropTagArray>(&columns), [&](const SRow& row) {
-        items_[KeyOf(TextOf(row, kPrInternetMessageIdW), TimeOf(row, PR_CLIENT_SUBMIT_TIME))].items.push_back(
-            HexOf(row, PR_ENTRYID));
+        std::string id = HexOf(row, PR_ENTRYID);
+        if (!wants || wants(id))
+            items_[KeyOf(TextOf(row, kPrInternetMessageIdW), TimeOf(row, PR_CLIENT_SUBMIT_TIME))]
+                .items.push_back(std::move(id));
     });
 }
 
-bool KnownMail::Take(IMessage& message)
+std::string KnownMail::Take(IMessage& message)
 {
     const auto found =
         items_.find(KeyOf(TextOf(message, kPrInternetMessageIdW), TimeOf(message, PR_CLIENT_SUBMIT_TIME)));
     if (found == items_.end())
-        return false;
+        return {};
     const Identity mail = IdentityOf(message, "the mail");
     do {
-        if (TakeOneOf(found->second, mail))
-            return true;
+        if (std::string item = TakeOneOf(found->second, mail); !item.empty())
+            return item;
     } while (ReadNext(found->second));
-    return false;
+    return {};
 }
 
 KnownMail::Identity KnownMail::IdentityOf(IMessage& message, const std::string& shown)
@@ -103,9 +107,9 @@ bool KnownMail::ReadNext(Alike& alike) const
     return false;
 }
 
-bool KnownMail::TakeOneOf(Alike& alike, const Identity& mail)
+std::string KnownMail::TakeOneOf(Alike& alike, const Identity& mail)
 {
-    const auto takeFrom = [&](ItemsByDigest& items, const exchange::ContentDigest& digest) {
+    const auto takeFrom = [&](ItemsByDigest& items, const exchange::ContentDigest& digest) -> std::string {
         const auto found = items.find(digest);
         // An item that was taken by its other digest is still in this list.
         while (found != items.end() && !found->second.empty()) {
@@ -113,13 +117,13 @@ bool KnownMail::TakeOneOf(Alike& alike, const Identity& mail)
             found->second.pop_back();
             if (!alike.taken[item]) {
                 alike.taken[item] = true;
-                return true;
+                return alike.items[item];
             }
         }
-        return false;
+        return {};
     };
-    return takeFrom(alike.byContent, mail.content) ||
-           (mail.original && takeFrom(alike.byOriginal, *mail.original));
+    std::string item = takeFrom(alike.byContent, mail.content);
+    return item.empty() && mail.original ? takeFrom(alike.byOriginal, *mail.original) : item;
 }
 
 std::size_t KnownMail::DigestHash::operator()(const exchange::ContentDigest& digest) const noexcept

@@ -1,0 +1,76 @@
+// host/mirror/mirror_steps.h: carries out what a plan asks for, on both sides of the mirrors.
+//
+// What is done is noted in an order in which a kill at any moment loses nothing and doubles nothing: that a
+// file is about to be written is noted before it, that it's there once it is on the disk; an item is on the
+// disk before it is noted; what goes is in the trash before.
+#ifndef QUORVANE_HOST_MIRROR_MIRROR_STEPS_H_
+#define QUORVANE_HOST_MIRROR_MIRROR_STEPS_H_
+
+#include <functional>
+#include <map>
+#include <set>
+#include <string>
+#include <unordered_set>
+#include <vector>
+
+#include "host/mirror/maildir.h"
+#include "host/mirror/mirror_folder.h"
+#include "host/mirror/mirror_records.h"
+#include "host/mirror/plan.h"
+
+namespace quorvane::host {
+
+// Both sides of a mirror, open.
+struct MirrorSides {
+    const Mirror* mirror;
+    Maildir* maildir;
+    MirrorFolder* folder;
+};
+
+class MirrorSteps {
+public:
+    // report  gets a line for each step that fails.
+    // stop    whether to leave the rest for the next time.
+    MirrorSteps(MirrorRecords& records, const MailSession& session, std::map<std::int64_t, MirrorSides> sides,
+                std::function<void(const std::string&)> report, std::function<bool()> stop);
+
+    // Carries out what it can. Throws a HostError where the records or the store can't be written.
+    void Run(const MirrorPlan& plan);
+
+    // Whether a step failed, which may go on failing.
+    bool HasFailed() const noexcept { return hasFailed_; }
+
+private:
+    using Steps = std::vector<const MirrorStep*>;
+
+    void RunSome(const Steps& steps);
+    void TryOne(const MirrorStep& step, const std::function<void()>& work);
+    void RunOne(const MirrorStep& step);
+    void Import(const Steps& steps);
+    void Deliver(const Steps& steps);
+    void DeliverOne(MailPair& pair, MirrorRecords::Changes& done, std::set<const Maildir*>& written);
+    void FinishNext(const MirrorStep& step);
+    void MoveItem(const MirrorStep& step);
+    void MoveFile(const MirrorStep& step);
+    void UpdateItem(const MirrorStep& step);
+    void UpdateFile(const MirrorStep& step);
+    void Compare(const MirrorStep& step);
+    void Mark(const MirrorStep& step);
+    void DeleteItem(const MirrorStep& step);
+    void DeleteFile(const MirrorStep& step);
+    void Put(const MailPair& pair);
+    void Forget(const MailPair& pair);
+    const MirrorSides& SidesOf(std::int64_t mirror) const { return sides_.at(mirror); }
+
+    MirrorRecords& records_;
+    const MailSession& session_;
+    const std::map<std::int64_t, MirrorSides> sides_;
+    const std::function<void(const std::string&)> report_;
+    const std::function<bool()> stop_;
+    std::unordered_set<std::string> free_;  // items that are in no pair
+    bool hasFailed_ = false;
+};
+
+}  // namespace quorvane::host
+
+#endif  // QUORVANE_HOST_MIRROR_MIRROR_STEPS_H_

@@ -1,0 +1,194 @@
+// Folders that are tied to Maildirs: what other programs do there reaches the Maildirs of other members.
+#include <algorithm>
+#include <fstream>
+#include <map>
+#include <random>
+
+#include "tests/program/killed_run.h"
+#include "tests/program/program.h"
+
+namespace quorvane::test {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr char kIdle[] = "0.7";
+
+std::string BytesOf(const fs::path& path)
+{
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+class MirrorTest : public KilledRunTest {
+protected:
+    // Two folders of both, each with a Maildir on each side.
+    void ShareMirrors()
+    {
+        MakeMailboxes({"alice", "bob"});
+        for (const char* const folder : {"Work", "Done"}) {
+            for (const char* const name : {"alice", "bob"})
+                if (std::string(name) == "alice")
+                    Tie(name, folder);
+            MustRun({"share", Mailbox("alice"), folder, "--flags", "--with", "bob"});
+        }
+        RunBoth();
+        for (const char* const folder : {"Work", "Done"})
+            Tie("bob", folder);
+        RunBoth();
+    }
+    void Tie(const std::string& name, const std::string& folder) const
+    {
+        MustRun({"mirror", Mailbox(name), folder, MaildirOf(name, folder).string()});
+    }
+    fs::path MaildirOf(const std::string& name, const std::string& folder) const
+    {
+        return Path(name + "-" + folder);
+    }
+    void RunBoth() const { RunUntilIdle({"alice", "bob"}, kIdle); }
+
+    // As other programs deliver; under a name of its own.
+    void Deliver(const std::string& name, const std::string& folder, const std::string& sample,
+                 const std::string& file)
+    {
+        const fs::path maildir = MaildirOf(name, folder);
+        fs::copy_file(Sample(sample), maildir / "tmp" / file);
+        fs::rename(maildir / "tmp" / file,
+                   maildir / (file.find(":2,") == std::string::npos ? "new" : "cur") / file);
+    }
+    // The bytes of the mails in a Maildir, and which marks that members share their names tell.
+    std::multimap<std::string, std::string> MailsIn(const std::string& name, const std::string& folder) const
+    {
+        std::multimap<std::string, std::string> mails;
+        for (const char* const part : {"new", "cur"})
+            for (const auto& file : fs::directory_iterator(MaildirOf(name, folder) / part)) {
+                const std::string text = file.path().filename().string();
+                const std::size_t at = text.rfind(":2,");
+                std::string letters = at == std::string::npos ? "" : text.substr(at + 3);
+                std::erase_if(letters,
+                              [](char c) { return std::string_view("FPRS").find(c) == std::string::npos; });
+                mails.emplace(BytesOf(file.path()), std::move(letters));
+            }
+        return mails;
+    }
+    // The file of a Maildir with these bytes.
+    fs::path FileWith(const std::string& name, const std::string& folder, const std::string& bytes) const
+    {
+        for (const char* const part : {"new", "cur"})
+            for (const auto& file : fs::directory_iterator(MaildirOf(name, folder) / part))
+                if (BytesOf(file.path()) == bytes)
+                    return file.path();
+        ADD_FAILURE() << "there is no such mail";
+        return {};
+    }
+    void ExpectSameMaildirs(std::size_t inWork, std::size_t inDone) const
+    {
+        EXPECT_EQ(MailsIn("alice", "Work").size(), inWork);
+        EXPECT_EQ(MailsIn("alice", "Done").size(), inDone);
+        for (const char* const folder : {"Work", "Done"})
+            EXPECT_TRUE(MailsIn("alice", folder) == MailsIn("bob", folder)) << folder;
+    }
+};
+
+TEST_F(MirrorTest, WhatIsDoneInOneMaildirIsDoneInTheOther)
+{
+    ShareMirrors();
+    const std::vector<std::string> samples{"01-plain", "02-plain-crlf", "07-attachment-csv"};
+    for (std::size_t i = 0; i < samples.size(); ++i)
+        Deliver("alice", "Work", samples[i], std::to_string(i) + ".mail");
+    Deliver("bob", "Work", "03-html-only", "9.mail,U=12:2,FSa");
+    RunBoth();
+    ExpectSameMaildirs(4, 0);
+    EXPECT_EQ(MailsIn("alice", "Work").find(BytesOf(Sample("03-html-only")))->second, "FS");
+
+    // Marked and moved by bob, deleted by alice.
+    const fs::path marked = FileWith("bob", "Work", BytesOf(Sample("01-plain")));
+    fs::rename(marked, MaildirOf("bob", "Work") / "cur" / (marked.filename().string() + ":2,RS"));
+    const fs::path moved = FileWith("bob", "Work", BytesOf(Sample("02-plain-crlf")));
+    fs::rename(moved, MaildirOf("bob", "Done") / "cur" / (moved.filename().string() + ":2,S"));
+    fs::remove(FileWith("alice", "Work", BytesOf(Sample("07-attachment-csv"))));
+    RunBoth();
+    ExpectSameMaildirs(2, 1);
+    EXPECT_EQ(MailsIn("alice", "Work").find(BytesOf(Sample("01-plain")))->second, "RS");
+    EXPECT_EQ(MailsIn("alice", "Done").count(BytesOf(Sample("02-plain-crlf"))), 1U);
+    const Json trash = MustRun({"trash", Mailbox("alice"), "--json"}).Value().at("entries");
+    EXPECT_EQ(std::count_if(trash.begin(), trash.end(),
+                            [](const Json& entry) { return entry.at("why") == "deleted in its Maildir"; }),
+              1);
+    EXPECT_EQ(MustRun({"status", Mailbox("bob"), "--json"}).Value().at("mirrors").size(), 2U);
+
+    // What was edited by a command comes as another file, and nothing goes once they are untied.
+    MustRun({"edit", Mailbox("alice"), "Done", "1", "--subject", "edited"});
+    RunBoth();
+    ExpectSameMaildirs(2, 1);
+    MustRun({"mirror", Mailbox("bob"), "Work", "--remove"});
+    fs::remove_all(MaildirOf("bob", "Work"));
+    RunBoth();
+    EXPECT_EQ(Items("bob", "Work").size(), 2U);
+    EXPECT_EQ(MailsIn("alice", "Work").size(), 2U);
+}
+
+TEST_F(MirrorTest, ARunTakesUpWhatIsDoneMeanwhile)
+{
+    ShareMirrors();
+    Deliver("alice", "Work", "01-plain", "1.mail");
+    const Process alice = Start(RunOf("alice"));
+    const Process bob = Start(RunOf("bob"));
+    ASSERT_TRUE(Eventually([&] { return MailsIn("bob", "Work").size() == 1; }));
+
+    const fs::path there = FileWith("bob", "Work", BytesOf(Sample("01-plain")));
+    fs::rename(there, MaildirOf("bob", "Work") / "cur" / (there.filename().string() + ":2,FS"));
+    EXPECT_TRUE(Eventually([&] { return fs::exists(MaildirOf("alice", "Work") / "cur" / "1.mail:2,FS"); }));
+
+    Deliver("bob", "Done", "03-html-only", "2.mail");
+    EXPECT_TRUE(Eventually([&] { return MailsIn("alice", "Done").size() == 1; }));
+    fs::remove(MaildirOf("alice", "Work") / "cur" / "1.mail:2,FS");
+    EXPECT_TRUE(Eventually([&] { return MailsIn("bob", "Work").empty(); }));
+
+    // A Maildir that is taken away takes nothing along.
+    Deliver("bob", "Work", "02-plain-crlf", "3.mail");
+    ASSERT_TRUE(Eventually([&] { return MailsIn("alice", "Work").size() == 1; }));
+    fs::rename(MaildirOf("alice", "Work"), Path("away"));
+    EXPECT_TRUE(Eventually([&] { return alice.ErrorsSoFar().find("is stopped") != std::string::npos; }));
+    EXPECT_EQ(Items("alice", "Work").size(), 1U);
+    const Json mirrors = MustRun({"mirror", Mailbox("alice"), "--json"}).Value();
+    EXPECT_TRUE(std::any_of(mirrors.begin(), mirrors.end(),
+                            [](const Json& mirror) { return mirror.at("problem") != ""; }));
+}
+
+// In place of more and more of its changes of files.
+TEST_F(MirrorTest, AKillAtAnyMomentLosesAndDoublesNothing)
+{
+    ShareMirrors();
+    std::vector<std::string> samples;
+    for (const auto& file : fs::directory_iterator(Samples()))
+        if (file.path().extension() == ".eml" && samples.size() < 8)
+            samples.push_back(file.path().stem().string());
+    for (std::size_t i = 0; i < samples.size(); ++i)
+        Deliver(i < 4 ? "alice" : "bob", "Work", samples[i], std::to_string(i) + ".mail");
+    for (const char* const name : {"alice", "bob"})
+        for (unsigned long at = 1; RunToAKill(name, at); at += 2 + at / 2)
+            ;
+    RunBoth();
+    ExpectSameMaildirs(samples.size(), 0);
+
+    fs::remove(FileWith("alice", "Work", BytesOf(Sample(samples[0]))));
+    for (std::size_t i = 1; i < 4; ++i) {
+        const fs::path moved = FileWith("alice", "Work", BytesOf(Sample(samples[i])));
+        fs::rename(moved, MaildirOf("alice", "Done") / "cur" / (moved.filename().string() + ":2,S"));
+    }
+    MustRun({"edit", Mailbox("alice"), "Work", "5", "--subject", "edited", "--flag"});
+    for (const char* const name : {"alice", "bob"})
+        for (unsigned long at = 1; RunToAKill(name, at); at += 2 + at / 2)
+            ;
+    RunBoth();
+    ExpectSameMaildirs(samples.size() - 4, 3);
+    for (const char* const name : {"alice", "bob"})
+        for (const char* const folder : {"Work", "Done"})
+            EXPECT_EQ(Items(name, folder).size(), MailsIn(name, folder).size());
+}
+
+}  // namespace
+
+}  // namespace quorvane::test
