@@ -85,7 +85,8 @@ MirrorFolder::Imported MirrorFolder::Import(const MailBytes& bytes, Marks marks,
             if (const ComPtr<IMessage> found = OpenMessage(session_, id, false))
                 return {{id, MarksOf(*found), TimeOf(*found, PR_LAST_MODIFICATION_TIME)}, true};
     }
-    Check(message->SaveChanges(KEEP_OPEN_READWRITE), "save an item of", mirror_.folder);
+    Check(message->SaveChanges(KEEP_OPEN_READWRITE | MAPI_DEFERRED_ERRORS), "save an item of",
+          mirror_.folder);
     Imported imported{{HexOf(*message, PR_ENTRYID), marks, TimeOf(*message, PR_LAST_MODIFICATION_TIME)},
                       false};
     if ((marks & ~kMarkRead) != 0)

@@ -29,6 +29,7 @@ public:
     // is the same mail, that one is found instead, with the marks that it has.
     //
     // isFree  whether an item, by its entry identifier, is in no pair; empty: none is.
+    // It is on the disk with the next IMsgStore::SaveChanges.
     struct Imported {
         MailItem item;
         bool isFound = false;

@@ -33,7 +33,8 @@ std::string Shown(const MirrorSides& sides, const MailFile& file)
 
 MirrorSteps::MirrorSteps(MirrorRecords& records, const MailSession& session,
                          std::map<std::int64_t, MirrorSides> sides,
-                         std::function<void(const std::string&)> report, std::function<bool()> stop)
+                         std::function<void(const MirrorStep&, const std::string&)> report,
+                         std::function<bool()> stop)
     : records_(records),
       session_(session),
       sides_(std::move(sides)),
@@ -90,10 +91,9 @@ void MirrorSteps::TryOne(const MirrorStep& step, const std::function<void()>& wo
     try {
         work();
     } catch (const HostError& error) {
-        hasFailed_ = true;
         const MirrorSides& sides = SidesOf(step.mirror);
-        report_(step.file ? Shown(sides, *step.file) + ": " + error.what()
-                          : std::string(error.what()) + " (in '" + sides.mirror->folder + "')");
+        report_(step, step.file ? Shown(sides, *step.file) + ": " + error.what()
+                                : std::string(error.what()) + " (in '" + sides.mirror->folder + "')");
     }
 }
 
@@ -174,6 +174,7 @@ void MirrorSteps::Import(const Steps& steps)
 void MirrorSteps::Deliver(const Steps& steps)
 {
     MirrorRecords::Changes begun;
+    Steps delivered;  // of the pairs that are begun
     for (const MirrorStep* const step : steps) {
         if (!step->pair && !free_.contains(step->Item().id))
             continue;  // an import has found it
@@ -186,23 +187,19 @@ void MirrorSteps::Deliver(const Steps& steps)
         pair.marks = step->Item().marks;
         pair.modified = step->Item().modified;
         begun.put.push_back(std::move(pair));
+        delivered.push_back(step);
     }
     records_.Note(begun);
     MirrorRecords::Changes done;
     std::set<const Maildir*> written;
-    for (MailPair& pair : begun.put) {
-        if (stop_())
-            break;
-        MirrorStep shown;
-        shown.mirror = pair.mirror;
-        TryOne(shown, [&] { DeliverOne(pair, done, written); });
-    }
+    for (std::size_t i = 0; i < delivered.size() && !stop_(); ++i)
+        TryOne(*delivered[i], [&] { DeliverOne(begun.put[i], done, written); });
     for (const Maildir* const maildir : written)
         maildir->Sync();
     records_.Note(done);
 }
 
-void MirrorSteps::DeliverOne(MailPair& pair, MirrorRecords::Changes& done, std::set<const Maildir*>& written)
+void MirrorSteps::DeliverOne(MailPair pair, MirrorRecords::Changes& done, std::set<const Maildir*>& written)
 {
     const MirrorSides& sides = SidesOf(pair.mirror);
     Maildir::NewFile file = sides.maildir->Begin(pair.base);
@@ -219,7 +216,7 @@ void MirrorSteps::DeliverOne(MailPair& pair, MirrorRecords::Changes& done, std::
     pair.look = *look;
     pair.isArriving = false;
     pair.number = 0;  // in the place of the one that was noted at the beginning
-    done.put.push_back(pair);
+    done.put.push_back(std::move(pair));
 }
 
 // The file before goes, unless it was changed: it is a new mail then.

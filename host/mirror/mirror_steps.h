@@ -29,16 +29,14 @@ struct MirrorSides {
 
 class MirrorSteps {
 public:
-    // report  gets a line for each step that fails.
+    // report  gets each step that fails, and a line about it.
     // stop    whether to leave the rest for the next time.
     MirrorSteps(MirrorRecords& records, const MailSession& session, std::map<std::int64_t, MirrorSides> sides,
-                std::function<void(const std::string&)> report, std::function<bool()> stop);
+                std::function<void(const MirrorStep&, const std::string&)> report,
+                std::function<bool()> stop);
 
     // Carries out what it can. Throws a HostError where the records or the store can't be written.
     void Run(const MirrorPlan& plan);
-
-    // Whether a step failed, which may go on failing.
-    bool HasFailed() const noexcept { return hasFailed_; }
 
 private:
     using Steps = std::vector<const MirrorStep*>;
@@ -48,7 +46,7 @@ private:
     void RunOne(const MirrorStep& step);
     void Import(const Steps& steps);
     void Deliver(const Steps& steps);
-    void DeliverOne(MailPair& pair, MirrorRecords::Changes& done, std::set<const Maildir*>& written);
+    void DeliverOne(MailPair pair, MirrorRecords::Changes& done, std::set<const Maildir*>& written);
     void FinishNext(const MirrorStep& step);
     void MoveItem(const MirrorStep& step);
     void MoveFile(const MirrorStep& step);
@@ -65,10 +63,9 @@ private:
     MirrorRecords& records_;
     const MailSession& session_;
     const std::map<std::int64_t, MirrorSides> sides_;
-    const std::function<void(const std::string&)> report_;
+    const std::function<void(const MirrorStep&, const std::string&)> report_;
     const std::function<bool()> stop_;
     std::unordered_set<std::string> free_;  // items that are in no pair
-    bool hasFailed_ = false;
 };
 
 }  // namespace quorvane::host

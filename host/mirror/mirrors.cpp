@@ -18,10 +18,13 @@ using Kind = MirrorStep::Kind;
 
 // How long one step of a run may take: the run has other work.
 constexpr auto kLongestStep = std::chrono::seconds(2);
-// Between two looks at what changes all the time, and after something failed.
+// Between two looks of which the first had nothing to do, as where names change all the time: so many times
+// what it took, but neither less nor more than this.
+constexpr int kRestForLook = 3;
 constexpr auto kShortestRest = std::chrono::milliseconds(50);
-constexpr auto kRestAfterFailure = std::chrono::seconds(10);
-constexpr int kRestForWork = 3;  // times what a look took
+constexpr auto kLongestRest = std::chrono::seconds(1);
+// Until what failed is tried once more.
+constexpr auto kRestAfterFailure = std::chrono::seconds(60);
 
 // What a file looks like from outside: whoever writes to it changes that.
 std::string FileState(const std::filesystem::path& path)
@@ -30,6 +33,19 @@ std::string FileState(const std::filesystem::path& path)
     const auto size = std::filesystem::file_size(path, error);
     const auto time = std::filesystem::last_write_time(path, error).time_since_epoch().count();
     return std::to_string(size) + " " + std::to_string(time) + "\n";
+}
+
+// A step as it is now: of what has changed it is another one.
+std::string KeyOf(const MirrorStep& step)
+{
+    std::string key = std::to_string(static_cast<int>(step.kind)) + "\n" + std::to_string(step.mirror);
+    if (step.item)
+        key += "\n" + step.item->id + " " + std::to_string(step.item->modified) + " " +
+               std::to_string(step.item->marks);
+    if (step.file)
+        key += "\n" + step.file->part + "/" + step.file->name + " " + std::to_string(step.file->look.inode) +
+               " " + std::to_string(step.file->look.size);
+    return key;
 }
 
 bool IsUsable(const MailFile& file)
@@ -170,7 +186,7 @@ bool Mirrors::HasChanged()
 
 bool Mirrors::HasWork()
 {
-    return !ties_.empty() && isDue_ && Clock::now() + kRestAfterFailure / 2 > nextLook_;
+    return !ties_.empty() && isDue_ && !hasFailed_;
 }
 
 void Mirrors::Step(bool isFree)
@@ -178,25 +194,22 @@ void Mirrors::Step(bool isFree)
     FollowTies();
     if (ties_.empty())
         return;
-    isDue_ |= HasChanged();
+    isDue_ |= HasChanged() || std::any_of(resting_.begin(), resting_.end(),
+                                          [](const auto& step) { return step.second <= Clock::now(); });
     if (!isDue_ || !isFree || Clock::now() < nextLook_)
         return;
-    const auto begin = Clock::now();
     const std::string store = LookOfStore();
-    bool hasFailed = false;
+    hasFailed_ = false;
     try {
         isDue_ = !Look();
     } catch (const HostError& error) {
         SayOnce(std::string("mirror: ") + error.what());
-        isDue_ = hasFailed = true;
+        hasFailed_ = true;
+        nextLook_ = Clock::now() + kRestAfterFailure;
     }
     // A file's time may hide a change right after one: what differed is looked at twice.
     isDue_ |= store != store_;
     store_ = store;
-    const auto rest = std::max<Clock::duration>(kShortestRest, kRestForWork * (Clock::now() - begin));
-    nextLook_ = std::max(
-        nextLook_,
-        Clock::now() + (hasFailed ? kRestAfterFailure : std::min<Clock::duration>(rest, kLongestStep)));
 }
 
 void Mirrors::LookAtFiles(Tied& tied, MirrorView& view, std::int64_t since)
@@ -288,28 +301,37 @@ void Mirrors::NoteStates()
         }
 }
 
-// Whether all of it was carried out.
-bool Mirrors::CarryOut(const MirrorPlan& plan, const std::vector<MirrorView>& views)
+// What failed waits for its time, unless it is another step by now.
+void Mirrors::LeaveResting(MirrorPlan& plan)
 {
-    if (plan.steps.empty())
-        return true;
+    std::erase_if(resting_, [](const auto& step) { return step.second <= Clock::now(); });
+    if (!resting_.empty())
+        std::erase_if(plan.steps, [&](const MirrorStep& step) { return resting_.contains(KeyOf(step)); });
+}
+
+void Mirrors::CarryOut(const MirrorPlan& plan, const std::vector<MirrorView>& views)
+{
     std::map<std::int64_t, MirrorSides> sides;
     for (std::size_t i = 0; i < ties_.size(); ++i)
         if (!views[i].isStopped)
             sides[views[i].number] = {&ties_[i]->mirror, ties_[i]->maildir.get(), ties_[i]->folder.get()};
     const auto end = Clock::now() + kLongestStep;
     MirrorSteps steps(
-        records_, session_, std::move(sides), [this](const std::string& line) { SayOnce("mirror: " + line); },
+        records_, session_, std::move(sides),
+        [this](const MirrorStep& step, const std::string& line) {
+            resting_[KeyOf(step)] = Clock::now() + kRestAfterFailure;
+            SayOnce("mirror: " + line);
+        },
         [&] { return signals_.IsAsked() || Clock::now() > end; });
     steps.Run(plan);
-    if (steps.HasFailed())
-        nextLook_ = Clock::now() + kRestAfterFailure;
-    return false;
+    for (const auto& tied : ties_)
+        tied->pairs = records_.PairsOf(tied->mirror.number);
 }
 
 bool Mirrors::Look()
 {
     FollowTies();
+    const auto begin = Clock::now();
     const std::int64_t since = Maildir::Now();
     std::vector<MirrorView> views;
     for (const auto& tied : ties_)
@@ -325,11 +347,14 @@ bool Mirrors::Look()
     for (std::size_t i = 0; i < views.size(); ++i)
         NoteHeld(*ties_[i], views[i], plan);
     NoteStates();
-    const bool isDone = CarryOut(plan, views);
-    if (!isDone)
-        for (const auto& tied : ties_)
-            tied->pairs = records_.PairsOf(tied->mirror.number);
-    return isDone && !plan.isUnknown &&
+    LeaveResting(plan);
+    if (!plan.steps.empty()) {
+        CarryOut(plan, views);
+        return false;
+    }
+    const Clock::duration rest = kRestForLook * (Clock::now() - begin);
+    nextLook_ = Clock::now() + std::clamp<Clock::duration>(rest, kShortestRest, kLongestRest);
+    return !plan.isUnknown &&
            std::none_of(ties_.begin(), ties_.end(), [](const auto& tied) { return tied->isFresh; });
 }
 

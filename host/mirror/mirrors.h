@@ -9,6 +9,7 @@
 
 #include <chrono>
 #include <functional>
+#include <map>
 #include <memory>
 #include <set>
 #include <string>
@@ -63,7 +64,8 @@ private:
     void LookAtFiles(Tied& tied, MirrorView& view, std::int64_t since);
     bool MustStop(Tied& tied, const MirrorView& view, const MirrorPlan& plan) const;
     void NoteHeld(Tied& tied, const MirrorView& view, const MirrorPlan& plan);
-    bool CarryOut(const MirrorPlan& plan, const std::vector<MirrorView>& views);
+    void CarryOut(const MirrorPlan& plan, const std::vector<MirrorView>& views);
+    void LeaveResting(MirrorPlan& plan);
     void NoteStates();
     void SayOnce(const std::string& line);
 
@@ -80,8 +82,11 @@ private:
     std::set<std::string> said_;
     std::string store_;  // what the message store looked like before the last look
     bool isDue_ = true;
+    bool hasFailed_ = false;  // a look was cut short: nothing waits for the next one
     bool isTidy_ = false;
     Clock::time_point nextLook_{};
+    std::map<std::string, Clock::time_point>
+        resting_;  // steps that failed, and when they are tried once more
 };
 
 }  // namespace quorvane::host
