@@ -2,6 +2,7 @@
 #ifndef QUORVANE_ENGINE_PERSIST_CONNECTION_POOL_H_
 #define QUORVANE_ENGINE_PERSIST_CONNECTION_POOL_H_
 
+#include <atomic>
 #include <memory>
 #include <utility>
 #include <vector>
@@ -17,11 +18,16 @@ public:
 
     // An idle connection, or a new one. Any thread.
     [[nodiscard]] HRESULT Take(std::unique_ptr<DatabaseConnection>& connection) noexcept;
+    // Whether commits wait for the disk: counts for connections that are taken from now on.
+    [[nodiscard]] HRESULT WaitForDisk(bool waits) noexcept;
     // Gives one back. It is closed if enough are idle already.
     void Return(std::unique_ptr<DatabaseConnection> connection) noexcept;
 
 private:
+    HRESULT TakeAny(std::unique_ptr<DatabaseConnection>& connection) noexcept;
+
     const std::unique_ptr<DatabaseBackend> backend_;
+    std::atomic<bool> waits_{true};
     Mutex mutex_;
     std::vector<std::unique_ptr<DatabaseConnection>> idle_ QV_GUARDED_BY(mutex_);
 };

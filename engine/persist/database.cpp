@@ -333,6 +333,30 @@ HRESULT DatabaseSession::Abort() noexcept
 
 HRESULT DataSource::Pool::Take(std::unique_ptr<DatabaseConnection>& connection) noexcept
 {
+    HR_TRY_QUIET(TakeAny(connection));
+    // One that can't be told waits, which is slower and no less safe; one that waits no more is no use.
+    const HRESULT hr = connection->WaitForDisk(waits_);
+    if (FAILED(hr) && waits_) {
+        connection.reset();
+        return hr;
+    }
+    return S_OK;
+}
+
+HRESULT DataSource::Pool::WaitForDisk(bool waits) noexcept
+{
+    if (!waits) {
+        std::unique_ptr<DatabaseConnection> connection;
+        HR_TRY_QUIET(Take(connection));
+        HR_TRY_QUIET(connection->WaitForDisk(false));
+        Return(std::move(connection));
+    }
+    waits_ = waits;
+    return S_OK;
+}
+
+HRESULT DataSource::Pool::TakeAny(std::unique_ptr<DatabaseConnection>& connection) noexcept
+{
     {
         const MutexLock lock(mutex_);
         if (!idle_.empty()) {
@@ -387,6 +411,12 @@ HRESULT DataSource::Open(OleStringView connectionString) noexcept
 void DataSource::Close() noexcept
 {
     pool_.reset();
+}
+
+HRESULT DataSource::WaitForDisk(bool waits) noexcept
+{
+    ClearErrorRecords();
+    return pool_ ? pool_->WaitForDisk(waits) : kNotOpen;
 }
 
 HRESULT DataSource::OpenSession(DatabaseSession& session) noexcept

@@ -216,6 +216,11 @@ public:
     // kNotOpen; E_OUTOFMEMORY; or what the database says. `session` holds nothing after a failure.
     [[nodiscard]] HRESULT OpenSession(DatabaseSession& session) noexcept;
 
+    // Whether commits wait for the disk, as they do at first. One that doesn't outlives the process all the
+    // same, and is on the disk with the next that waits. Any thread, while it is open; transactions under way
+    // end as they began. E_NOTIMPL: this kind of database has them wait in any case. kNotOpen.
+    [[nodiscard]] HRESULT WaitForDisk(bool waits) noexcept;
+
     class Pool;
 
 private:

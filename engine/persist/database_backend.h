@@ -44,6 +44,10 @@ public:
     [[nodiscard]] virtual HRESULT StartTransaction() noexcept = 0;
     [[nodiscard]] virtual HRESULT Commit() noexcept = 0;
     [[nodiscard]] virtual HRESULT Abort() noexcept = 0;
+
+    // Whether the commits of the statements to come wait for the disk, as they do at first. E_NOTIMPL: this
+    // kind of database can't tell.
+    [[nodiscard]] virtual HRESULT WaitForDisk(bool waits) noexcept { return waits ? S_OK : E_NOTIMPL; }
 };
 
 // An opened database. Any thread may connect.

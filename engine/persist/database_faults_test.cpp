@@ -77,6 +77,47 @@ TEST_F(DatabaseFaultTest, AcknowledgedRowsOutliveAPowerFailure)
     }
 }
 
+TEST_F(DatabaseFaultTest, ARowThatDoesntWaitIsOnTheDiskWithTheNextThatDoes)
+{
+    MakeAnew();
+    const std::filesystem::path after = directory / "after";
+    std::filesystem::create_directories(after);
+    ASSERT_EQ(Open(), S_OK);
+    std::filesystem::copy(path, after / "share.db");
+    vfs.RememberSyncs();
+    ASSERT_EQ(source.OpenSession(session), S_OK);
+    const auto rowsAfterwards = [&] {
+        vfs.PutSynced(after);
+        return RowsOf((after / "share.db").string()).size();
+    };
+    const std::size_t before = rowsAfterwards();
+
+    ASSERT_EQ(source.WaitForDisk(false), S_OK);
+    ASSERT_EQ(AppendItem(session, "{1}", "E"), S_OK);
+    EXPECT_EQ(rowsAfterwards(), before);
+    EXPECT_EQ(RowsOf(path).count("{1} E"), 1u);  // and it outlives the process
+    ASSERT_EQ(source.WaitForDisk(true), S_OK);
+    ASSERT_EQ(AppendItem(session, "{2}", "E"), S_OK);
+    EXPECT_EQ(rowsAfterwards(), before + 2);
+}
+
+// A commit that doesn't wait could leave a database with a rollback journal in pieces.
+TEST_F(DatabaseFaultTest, WithoutALogEachRowWaits)
+{
+    MakeAnew();
+    vfs.DenySharedMemory(true);
+    ASSERT_EQ(Open(), S_OK);
+    EXPECT_EQ(source.WaitForDisk(false), E_NOTIMPL);
+    const std::filesystem::path after = directory / "after";
+    std::filesystem::create_directories(after);
+    std::filesystem::copy(path, after / "share.db");
+    vfs.RememberSyncs();
+    ASSERT_EQ(source.OpenSession(session), S_OK);
+    ASSERT_EQ(AppendItem(session, "{1}", "E"), S_OK);
+    vfs.PutSynced(after);
+    EXPECT_EQ(RowsOf((after / "share.db").string()).count("{1} E"), 1u);
+}
+
 class DamagedDatabaseTest : public DatabaseFaultTest {
 protected:
     static constexpr size_t kPage = 4096;

@@ -273,6 +273,18 @@ public:
         return sqlite3_get_autocommit(database_.get()) ? S_OK : RunText("ROLLBACK");
     }
 
+    // Without a write-ahead log a commit that doesn't wait could cost more than itself.
+    HRESULT WaitForDisk(bool waits) noexcept override
+    {
+        if (waits == waits_)
+            return S_OK;
+        if (!hasSnapshots_)
+            return E_NOTIMPL;
+        HR_TRY_QUIET(RunText(waits ? "PRAGMA synchronous=FULL" : "PRAGMA synchronous=NORMAL"));
+        waits_ = waits;
+        return S_OK;
+    }
+
 private:
     // Lets readers and a writer work side by side. A file system that can't do it, or a file that somebody
     // reads at this moment, keeps the rollback journal. A directory that takes no file beside the database is
@@ -316,6 +328,7 @@ private:
     Database database_;
     std::unordered_map<std::string, Statement> statements_;
     bool hasSnapshots_ = false;  // a reader doesn't keep a writer waiting
+    bool waits_ = true;          // for the disk, at each commit
 };
 
 class SqliteBackend final : public DatabaseBackend {

@@ -28,6 +28,7 @@
 #include "platform/com/class_factory.h"
 #include "platform/com/connection_point.h"
 #include "platform/com/variant.h"
+#include "quorvane3/commit_groups.h"
 
 // The session's outgoing events: none.
 struct _ISession2Events : IDispatch {};
@@ -35,9 +36,10 @@ QUORVANE_IID(_ISession2Events, DIID__ISession2Events);
 
 namespace quorvane {
 
-class CSession2 final : public ComObject<CSession2, ISupportErrorInfo, IMAPIAdviseSink,
-                                         ConnectionPointContainer<_ISession2Events>, DispatchImpl<ISession2>>,
-                        public SessionContext {
+class CSession2 final
+    : public ComObject<CSession2, ISupportErrorInfo, IMAPIAdviseSink,
+                       ConnectionPointContainer<_ISession2Events>, DispatchImpl<ISession2>, ICommitGroups>,
+      public SessionContext {
 public:
     CSession2() noexcept;
 
@@ -100,6 +102,12 @@ public:
 
     // IMAPIAdviseSink: writes a trace line; 0.
     ULONG STDMETHODCALLTYPE OnNotify(ULONG cNotif, LPNOTIFICATION lpNotifications) override;
+
+    // ICommitGroups.
+    HRESULT STDMETHODCALLTYPE PutOffWaiting(BOOL putOff) override
+    {
+        return m_DataSource.WaitForDisk(!putOff);
+    }
 
     // ISession2.
     HRESULT STDMETHODCALLTYPE get_Folders(IFolders** pVal) override;

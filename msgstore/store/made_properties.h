@@ -8,9 +8,10 @@
 namespace quorvane {
 
 // Gives a folder or a store IMAPIProp's methods. Changes take effect at once: there is nothing to wait for
-// until SaveChanges. `Derived` says what is kept and what is made. Any thread may call.
-template <class Derived, class Interface>
-class StoreProp : public MapiProp<Derived, Interface> {
+// until SaveChanges. `Derived` says what is kept and what is made, and has to add what `Interfaces` have.
+// Any thread may call.
+template <class Derived, class First, class... Interfaces>
+class StoreProp : public MapiProp<Derived, First, Interfaces...> {
 public:
     HRESULT STDMETHODCALLTYPE SetProps(ULONG count, LPSPropValue values,
                                        LPSPropProblemArray* problems) override

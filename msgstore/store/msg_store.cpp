@@ -47,7 +47,15 @@ CMsgStore::~CMsgStore()
 {
     for (const ULONG connection : m_connections)
         (void)Store().session->Hub().Unadvise(
-            connection);  // one that the session has ended already is no failure
+            connection);         // one that the session has ended already is no failure
+    (void)PutOffWaiting(FALSE);  // can't fail
+}
+
+HRESULT CMsgStore::PutOffWaiting(BOOL putOff)
+{
+    if (m_putsOff.exchange(putOff != FALSE) != (putOff != FALSE))
+        Store().core->PutOffSaves(putOff != FALSE);
+    return S_OK;
 }
 
 HRESULT CMsgStore::OpenObject(ULONG tag, REFIID iid, ULONG interfaceOptions, ULONG flags,

@@ -2,14 +2,16 @@
 #ifndef QUORVANE_MSGSTORE_STORE_MSG_STORE_H_
 #define QUORVANE_MSGSTORE_STORE_MSG_STORE_H_
 
+#include <atomic>
 #include <set>
 
 #include "msgstore/store/made_properties.h"
+#include "quorvane3/commit_groups.h"
 
 namespace quorvane {
 
 // One opening of a store. Subscriptions made through it end with it. Any thread may call.
-class CMsgStore final : public StoreProp<CMsgStore, Answers<IMsgStore, IMAPIProp>> {
+class CMsgStore final : public StoreProp<CMsgStore, Answers<IMsgStore, IMAPIProp>, ICommitGroups> {
 public:
     CMsgStore(const OpenedStore& store, bool writable) : StoreProp(store, writable) {}
     ~CMsgStore();
@@ -33,6 +35,9 @@ public:
     HRESULT STDMETHODCALLTYPE FinishedMsg(ULONG flags, ULONG idSize, LPENTRYID id) override;
     HRESULT STDMETHODCALLTYPE NotifyNewMail(LPNOTIFICATION notification) override;
 
+    // ICommitGroups.
+    HRESULT STDMETHODCALLTYPE PutOffWaiting(BOOL putOff) override;
+
 protected:
     [[nodiscard]] HRESULT ReadKept(PropertyBag& bag) override;
     [[nodiscard]] HRESULT WriteKept(const PropertyBag& bag) override;
@@ -48,6 +53,7 @@ private:
 
     Mutex m_connectionsLock;
     std::set<ULONG> m_connections QV_GUARDED_BY(m_connectionsLock);
+    std::atomic<bool> m_putsOff{false};
 };
 
 // Opens a store of the session's profile.

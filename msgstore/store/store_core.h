@@ -5,6 +5,7 @@
 #ifndef QUORVANE_MSGSTORE_STORE_STORE_CORE_H_
 #define QUORVANE_MSGSTORE_STORE_STORE_CORE_H_
 
+#include <atomic>
 #include <chrono>
 #include <functional>
 #include <memory>
@@ -76,6 +77,11 @@ public:
     // fails. It must not call Write in turn; a Read within it sees what stood before.
     [[nodiscard]] HRESULT Write(Durability durability, const Work& work) noexcept;
 
+    // One more, or one less, who wants saves of messages not to wait for the disk.
+    void PutOffSaves(bool one) noexcept { putOffs_ += one ? 1 : -1; }
+    // How a message is saved that nobody wants deferred by itself.
+    Durability OfSaves() const noexcept { return putOffs_ > 0 ? Durability::Deferred : Durability::AtReturn; }
+
     // Runs a long work in transactions of their own, each as short as `step` makes it (kLongestStep), and
     // lets others write in between, also those of other processes. What is done when a step fails, or the
     // process is killed, stays done.
@@ -118,6 +124,8 @@ private:
     Mutex lock_;
     std::vector<std::unique_ptr<SqliteConnection>> readers_ QV_GUARDED_BY(lock_);
     std::vector<std::weak_ptr<CommitListener>> listeners_ QV_GUARDED_BY(lock_);
+
+    std::atomic<int> putOffs_{0};
 
     std::shared_ptr<PropertyNames> names_;
     TestSwitches switches_;

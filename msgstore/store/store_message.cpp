@@ -103,7 +103,7 @@ HRESULT StoreMessage::Save(const MessageImage& image, ULONG flags) noexcept
 {
     MessageRow row = row_;
     const Durability durability =
-        (flags & MAPI_DEFERRED_ERRORS) != 0 ? Durability::Deferred : Durability::AtReturn;
+        (flags & MAPI_DEFERRED_ERRORS) != 0 ? Durability::Deferred : core_->OfSaves();
     QV_RETURN_IF_FAILED(core_->Write(
         durability, [&](SqliteConnection& connection) { return SaveIn(connection, image, flags, row); }));
     row_ = row;

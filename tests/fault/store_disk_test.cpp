@@ -6,6 +6,7 @@
 #include <functional>
 #include <optional>
 
+#include "quorvane3/commit_groups.h"
 #include "quorvane3/message_store.h"
 #include "quorvane3/storage.h"
 #include "tests/fault/disk.h"
@@ -289,6 +290,44 @@ TEST_P(StoreDiskTest, AFolderGoesWithItsMailsOrStaysWithThem)
     });
 }
 
+using StorePowerCutTest = StoreDiskTest;
+
+// As a run applies many: none waits for the disk until they are to.
+TEST_P(StorePowerCutTest, SavesThatArePutOffAreOnTheDiskWithTheNextThatIsNot)
+{
+    bool isAnyTakenBack = false;
+    for (unsigned at = 1;; at += 2) {
+        SCOPED_TRACE("change " + std::to_string(at));
+        SetState("a|");
+        LogOff();
+        LogOn();
+        ComPtr<ICommitGroups> groups;
+        ASSERT_EQ(mailbox.Store().QueryInterface(IID_ICommitGroups, groups.PutVoid()), S_OK);
+        Disk::Break(GetParam(), at, kStoreFile);
+        ASSERT_EQ(groups->PutOffWaiting(TRUE), S_OK);
+        std::string saved = "a";
+        for (const char letter : std::string("bc"))
+            saved += SUCCEEDED(Add(first->Folder(), letter)) ? std::string(1, letter) : "";
+        ASSERT_EQ(groups->PutOffWaiting(FALSE), S_OK);
+        const HRESULT ended = Add(first->Folder(), 'd');
+        saved += SUCCEEDED(ended) ? "d" : "";
+        groups.Reset();
+        LogOff();
+        const unsigned changes = Disk::Repair();
+        ExpectSound();
+        LogOn();
+
+        const std::string there = LettersOf(first->Folder());
+        EXPECT_EQ(there.find('?'), std::string::npos) << there;
+        const bool isAllThere = std::includes(there.begin(), there.end(), saved.begin(), saved.end());
+        EXPECT_TRUE(FAILED(ended) || isAllThere) << there << " of " << saved;
+        isAnyTakenBack = isAnyTakenBack || !isAllThere;
+        if (HasFailure() || changes < at)
+            break;
+    }
+    EXPECT_TRUE(isAnyTakenBack);
+}
+
 // As an import saves: none of the mails waits for the disk, and the store is saved at the end.
 TEST_P(StoreDiskTest, AnImportLeavesWholeMailsAndAllThatItAcknowledged)
 {
@@ -363,6 +402,9 @@ TEST_P(StoreDiskTest, APropertyNameThatCouldntBeMadeIsMadeLater)
 INSTANTIATE_TEST_SUITE_P(Disk, StoreDiskTest,
                          testing::Values(DiskTrouble::kHiccup, DiskTrouble::kBroken, DiskTrouble::kFull,
                                          DiskTrouble::kPowerCut),
+                         [](const auto& trouble) { return NameOf(trouble.param); });
+
+INSTANTIATE_TEST_SUITE_P(Disk, StorePowerCutTest, testing::Values(DiskTrouble::kPowerCut),
                          [](const auto& trouble) { return NameOf(trouble.param); });
 
 // While it is open.
