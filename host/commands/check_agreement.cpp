@@ -9,6 +9,7 @@
 
 #include "host/base/errors.h"
 #include "host/mailbox/comparison_records.h"
+#include "host/mailbox/deleted_messages.h"
 #include "host/mailbox/hash_records.h"
 #include "host/mailbox/records.h"
 #include "host/mailbox/sharing_rows.h"
@@ -19,38 +20,6 @@
 namespace quorvane::host {
 
 namespace {
-
-// Where the GUID of a message stands in the text of its entry identifier (docs/message-store.md).
-constexpr std::size_t kGuidAt = 48;
-constexpr std::size_t kGuidSize = 32;
-
-std::string GuidIn(const std::string& entryId)
-{
-    return entryId.size() == kGuidAt + kGuidSize ? entryId.substr(kGuidAt) : std::string();
-}
-
-// Which messages were deleted here, as far as the store remembers.
-class Deletions {
-public:
-    explicit Deletions(const Mailbox& mailbox)
-    {
-        Database store(mailbox.StorePath().string(), Database::Mode::kReadOnly);
-        Statement first(store, "SELECT ifnull(min(number), 1) FROM change");
-        remembersAll_ = first.Step() && first.Number(0) == 1;
-        Statement select(store, "SELECT hex(object_guid) FROM change WHERE kind = 5 AND event = 8");
-        while (select.Step())
-            guids_.insert(select.Text(0));
-    }
-    // Of one that went so long ago that it isn't remembered it may be.
-    bool MayBe(const std::string& entryId) const
-    {
-        return !remembersAll_ || guids_.contains(GuidIn(entryId));
-    }
-
-private:
-    bool remembersAll_ = false;
-    std::unordered_set<std::string> guids_;
-};
 
 // The rows of the sharing database, and what is written to it.
 class RowTable {
@@ -136,7 +105,7 @@ private:
             if (!row)
                 rowless.push_back(record);
             else if (!IsDamaged(session_, row->entryId) && IsGone(row->entryId) &&
-                     !deletions_.MayBe(row->entryId))
+                     !deletions_.MayHave(row->entryId))
                 FindLostMessage(share, record);
         }
         if (!rowless.empty())
@@ -260,7 +229,7 @@ private:
     Mender& mender_;
     Records records_;
     RowTable rows_;
-    const Deletions deletions_;
+    const DeletedMessages deletions_;
     std::set<std::string> lost_;  // items whose messages nobody has deleted
 };
 

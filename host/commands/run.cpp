@@ -113,6 +113,8 @@ void AddRunCommand(CLI::App& program, Chosen& chosen)
                      "of other machines")
         ->check(CLI::Range(1, 3600))
         ->capture_default_str();
+    command->add_flag("--sync-each", options->syncEach,
+                      "Wait for the disk at each change of an item, also where many are sent or applied");
     command->add_option("--accept-from", options->acceptFrom,
                         "Accept what this member shares without asking; may be given several times");
     command->add_flag(

@@ -274,7 +274,8 @@ bool Inbox::TakeFrom(Transport& transport, Peer& peer)
 }
 
 // Nobody else can write to the copy: what was verified there is what is opened.
-Inbox::Opened Inbox::Unseal(Transport& transport, const Peer& peer, std::uint64_t sequence) const
+Inbox::Opened Inbox::Unseal(Transport& transport, const Peer& peer, std::uint64_t sequence,
+                            const std::filesystem::path& clear) const
 {
     const auto copy = OpenOwnFile(SealedPath(peer.id, sequence));
     exchange::SealedPackage package(*copy, ShownPackage(peer, sequence));
@@ -285,7 +286,6 @@ Inbox::Opened Inbox::Unseal(Transport& transport, const Peer& peer, std::uint64_
                          kind == exchange::PackageKind::kMembership || kind == exchange::PackageKind::kFlags;
     if (package.Label().sequence != sequence || !isKnown || !previous)
         exchange::Refuse(ShownPackage(peer, sequence) + " isn't what it was taken for");
-    const std::filesystem::path clear = ClearPath(peer.id, sequence);
     exchange::CheckRoom(package.ContentSize(), clear, LargestOf(kind), kSpareRoom);
     const SystemFile file(clear, SystemFile::Use::kWrite);
     package.Unseal(transport.keys, [&](std::string_view bytes) { file.Write(bytes.data(), bytes.size()); });
@@ -303,7 +303,7 @@ bool Inbox::Take(Transport& transport, const Peer& peer, const exchange::ForUs& 
     if (!file)
         return false;
     exchange::CopyIn(*file, SealedPath(peer.id, sequence), kLargestPackage, kSpareRoom);
-    const Opened opened = Unseal(transport, peer, sequence);
+    const Opened opened = Unseal(transport, peer, sequence, ClearPath(peer.id, sequence));
     if (opened.order != package)
         exchange::Refuse(ShownPackage(peer, sequence) + " isn't the one that was looked at");
     if (opened.kind == exchange::PackageKind::kDigest) {
@@ -343,6 +343,7 @@ bool Inbox::TakeItems(Transport& transport, const Peer& peer, const exchange::Fo
     handed_.reset();
     switch (Judge(transport.folders, peer, ClearPath(peer.id, package.sequence), content, reason)) {
         case Verdict::kUse:
+            BeginGroup(peer.id, package.sequence, content.items.size());
             handed_ = Handed{{peer.id, package.sequence}, package, std::move(content.items)};
             transport.peers.PutIncoming({peer.id, package.sequence, IncomingRecord::State::kTaken, {}, 0});
             tries_ = 0;
@@ -549,7 +550,8 @@ bool Inbox::Advance(Transport& transport)
     try {
         if (!peer || !peer->card)
             exchange::Refuse("a package from a device that isn't known any more");
-        package = Unseal(transport, *peer, current.sequence).order;
+        package =
+            Unseal(transport, *peer, current.sequence, ClearPath(current.device, current.sequence)).order;
     } catch (const exchange::Error&) {
         // The copy didn't outlive a power cut, or the device was dropped: it is taken anew, if at all.
         RemoveCopies(current.device, current.sequence);
@@ -577,8 +579,39 @@ bool Inbox::Advance(Transport& transport)
     return true;
 }
 
+// What is applied in a group is applied once more after a power cut: its sealed copy is on the disk before.
+void Inbox::BeginGroup(const exchange::DeviceId& device, std::uint64_t sequence, std::size_t items)
+{
+    if (!group_ || items < CommitGroup::kFew)
+        return;
+    SyncFile(SealedPath(device, sequence));
+    group_->BeginApplying();
+}
+
+void Inbox::Recover(Transport& transport, Recovery& recovery)
+{
+    const auto current = transport.peers.Current();
+    const auto peer = current ? transport.peers.Find(current->device) : std::nullopt;
+    if (!peer || !peer->card)
+        return;
+    const std::filesystem::path copy = mailbox_.InboxPath() / "recovery.qvt";
+    std::error_code ignored;  // it lies in the way of nothing
+    try {
+        Unseal(transport, *peer, current->sequence, copy);
+    } catch (const exchange::Error& error) {
+        if (error.What() == exchange::Error::Kind::kPassing)
+            Fail("look through the package in hand of", mailbox_.Name(), error.what());
+        std::filesystem::remove(copy, ignored);
+        return;  // it wasn't in hand yet
+    }
+    recovery.MendReceived(copy);
+    std::filesystem::remove(copy, ignored);
+}
+
 void Inbox::Finish(Transport& transport, const Peer& peer, const exchange::ForUs& package)
 {
+    if (group_)
+        group_->End();
     transport.peers.NoteApplied(peer.id, package);
     if (verbose_)
         report_(ShownPackage(peer, package.sequence) + " is taken");

@@ -26,9 +26,11 @@
 #include "host/exchange/comparison.h"
 #include "host/mailbox/mailbox.h"
 #include "host/mailbox/records.h"
+#include "host/sharing/commit_group.h"
 #include "host/sharing/engine.h"
 #include "host/sharing/item_state.h"
 #include "host/sharing/matcher.h"
+#include "host/sharing/recovery.h"
 #include "host/sharing/statistics.h"
 #include "host/sharing/transport.h"
 
@@ -71,6 +73,13 @@ public:
     // Without it flags are acknowledged and forgotten.
     void SetFlags(FlagSink* flags) noexcept { flags_ = flags; }
 
+    // What is applied is on the disk before its package counts as applied. Without it each commit waits.
+    void SetGroup(CommitGroup* group) noexcept { group_ = group; }
+
+    // Puts right what a power cut left of the package that was in hand, if there is one: before anything is
+    // sent.
+    void Recover(Transport& transport, Recovery& recovery);
+
     // Hands the next package over, if the engine is free and there is one. True if one was, or was put aside.
     bool TakeNext(Transport& transport);
 
@@ -108,7 +117,9 @@ private:
         exchange::ForUs order;
         exchange::PackageKind kind = exchange::PackageKind::kItems;
     };
-    Opened Unseal(Transport& transport, const Peer& peer, std::uint64_t sequence) const;
+    Opened Unseal(Transport& transport, const Peer& peer, std::uint64_t sequence,
+                  const std::filesystem::path& clear) const;
+    void BeginGroup(const exchange::DeviceId& device, std::uint64_t sequence, std::size_t items);
     // `package`: what it holds, where it is used.
     Verdict Judge(SharedFolders& folders, const Peer& peer, const std::filesystem::path& path,
                   Package& package, std::string& reason);
@@ -147,6 +158,7 @@ private:
     bool verbose_;
     ReportSink* reports_ = nullptr;
     FlagSink* flags_ = nullptr;
+    CommitGroup* group_ = nullptr;
     bool isCutShort_ = false;           // the last look for a device's next package didn't come to the end
     int tries_ = 0;                     // of the current one in this process
     std::optional<Handed> handed_;      // the current one, if it was handed over in this process

@@ -105,6 +105,12 @@ void ItemState::SetRowTime(const std::string& id, std::uint64_t modified)
         .Run();
 }
 
+void ItemState::WaitForDisk(bool waits)
+{
+    const std::lock_guard lock(mutex_);
+    database_.Execute(waits ? "PRAGMA synchronous=FULL" : "PRAGMA synchronous=NORMAL");
+}
+
 std::vector<std::string> ItemState::UnfinishedPaths()
 {
     const std::lock_guard lock(mutex_);

@@ -41,6 +41,9 @@ public:
     // Brings a row's time up to date after its item was sent.
     void SetRowTime(const std::string& id, std::uint64_t modified);
 
+    // Whether what this writes waits for the disk, as it does at first.
+    void WaitForDisk(bool waits);
+
     // The received files that stand in the engine's table of unfinished jobs.
     std::vector<std::string> UnfinishedPaths();
     bool IsUnfinished(const std::string& path);

@@ -234,6 +234,14 @@ try {
     return false;
 }
 
+// Nobody is told of what a power cut could take back.
+void Outbox::Fix(const OutgoingPackage& package, const PackagePlan& plan)
+{
+    if (group_)
+        group_->Synchronize();
+    records_.PlanPackage(package.number, plan);
+}
+
 // False while a writer of the engine that was late still has the package open.
 bool Outbox::Plan(const OutgoingPackage& package)
 {
@@ -243,7 +251,7 @@ bool Outbox::Plan(const OutgoingPackage& package)
     PackagePlan plan;
     plan.device = ParseReportRecipients(package.recipients);
     if (!plan.device.empty()) {
-        records_.PlanPackage(package.number, plan);
+        Fix(package, plan);
         return true;
     }
     Package content;
@@ -259,7 +267,7 @@ bool Outbox::Plan(const OutgoingPackage& package)
     for (PackageRecord& item : content.items)
         plan.items.push_back({std::move(item.id), std::move(item.folderId), HeadsIn(item)});
     plan.isForAll = !IsForOneMember(package.recipients);
-    records_.PlanPackage(package.number, plan);
+    Fix(package, plan);
     return true;
 }
 

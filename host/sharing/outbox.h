@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "host/sharing/addin.h"
+#include "host/sharing/commit_group.h"
 #include "host/sharing/engine.h"
 #include "host/sharing/package_check.h"
 #include "host/sharing/transport.h"
@@ -36,6 +37,9 @@ public:
           report_(std::move(report)),
           packageSize_(packageSize)
     {}
+
+    // What is sent is on the disk before its package gets a number. Without it each commit has waited for it.
+    void SetGroup(CommitGroup* group) noexcept { group_ = group; }
 
     // Takes up what a killed run had noted: the engine may still list it. Once, before the engine's folders
     // are added.
@@ -82,6 +86,7 @@ private:
     void Forget(const std::string& recipients) const;
     void RemoveStrayNotes() const;
     bool Plan(const OutgoingPackage& package);
+    void Fix(const OutgoingPackage& package, const PackagePlan& plan);
     void Lay(const OutgoingPackage& package, Transport& transport);
     bool LookThrough(const OutgoingPackage& package, Package& content);
     void PutAside(const OutgoingPackage& package);
@@ -94,6 +99,7 @@ private:
     Records& records_;
     std::function<void(const std::string&)> report_;
     const std::uint64_t packageSize_;
+    CommitGroup* group_ = nullptr;
     std::mutex taking_;  // from the engine's list; guards what follows
     std::map<std::string, std::chrono::steady_clock::time_point>
         firstSeen_;  // packages that were still filling

@@ -73,7 +73,10 @@ try {
 
 void Reconciler::SendDifferences(const Share& share)
 {
-    for (const Difference& difference : FindDifferences(share)) {
+    const std::vector<Difference> differences = FindDifferences(share);
+    if (group_ && differences.size() >= CommitGroup::kFew)
+        group_->BeginSending();
+    for (const Difference& difference : differences) {
         if (isStopAsked_())
             return;
         Send(share, difference);

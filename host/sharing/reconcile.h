@@ -8,6 +8,7 @@
 #include <set>
 #include <string>
 
+#include "host/sharing/commit_group.h"
 #include "host/sharing/sender.h"
 
 namespace quorvane::host {
@@ -29,6 +30,9 @@ public:
 
     // isAsked: whether the run is to end: then what differs is left to the next one.
     void SetStop(std::function<bool()> isAsked) { isStopAsked_ = std::move(isAsked); }
+
+    // Where many are sent, their commits wait for the disk together; null: each by itself.
+    void SetGroup(CommitGroup* group) noexcept { group_ = group; }
 
     // Compares each item of a folder with its row; sends what differs or has no row, and a deletion for each
     // row whose message is gone. The engine must not be watching the folder meanwhile (IgnoreEvents).
@@ -57,6 +61,7 @@ private:
     Sender& sender_;
     Addin::Parts parts_;
     Unsent unsent_;
+    CommitGroup* group_ = nullptr;
     std::function<bool()> isPacking_;
     std::function<bool()> isStopAsked_ = [] { return false; };
     std::set<std::string>

@@ -50,6 +50,7 @@ Runner::Runner(const RunOptions& options, const Mailbox& mailbox, const StopSign
       parts_{mailbox_, mail_, records_, state_, applying_, statistics_, options.verbose},
       addin_(parts_),
       engine_(addin_, options.mailbox),
+      group_(parts_, engine_, options.syncEach),
       sender_(addin_, parts_, engine_),
       reconciler_(sender_, parts_,
                   [this](const std::string& id, const std::string& folderId, const std::string& reason) {
@@ -79,6 +80,8 @@ Runner::Runner(const RunOptions& options, const Mailbox& mailbox, const StopSign
     addin_.SetMarkKeeper(&flags_);
     inbox_.SetReports(&comparisons_);
     inbox_.SetFlags(&flags_);
+    inbox_.SetGroup(&group_);
+    outbox_.SetGroup(&group_);
     reconciler_.SetPacking([this] { return outbox_.HasWork(); });
     reconciler_.SetStop([this] { return signals_.IsAsked(); });
     if (!transport_.place.IsReachable())
@@ -127,6 +130,7 @@ void Runner::Say(const std::string& line)
 
 void Runner::Start()
 {
+    Recover();
     transport_.folders.NotePaths(ListFolders(mail_));
     outbox_.Resume();
     state_.DropStrayRows();
@@ -137,12 +141,25 @@ void Runner::Start()
         HoldBack(share);
     for (const Share& share : shares)
         WatchShare(share);
+    group_.End();
     outbox_.TakeNotes(transport_.folders);
     RetryUnsent();
     Check(engine_.Session().ResumeJobs(qv_rs_Both), "resume the jobs of", options_.mailbox);
     addin_.Versions().Removed().Expire(FileTimeNow());
     statistics_.Touch();
     nextCheck_ = std::chrono::steady_clock::now() + kFirstCheck;
+}
+
+// After a power cut, before anything is compared.
+void Runner::Recover()
+{
+    if (!group_.WasOpen())
+        return;
+    Recovery recovery(parts_, engine_);
+    inbox_.Recover(transport_, recovery);
+    for (const Share& share : records_.Shares())
+        recovery.ForgetUnsent(share);
+    group_.NotePutRight();
 }
 
 // Adds the folder to the engine, which reports nothing of it yet.
@@ -157,6 +174,7 @@ void Runner::HoldBack(const Share& share)
 // through.
 void Runner::WatchShare(const Share& share)
 {
+    reconciler_.SetGroup(transport_.peers.Current() ? nullptr : &group_);  // as FollowGroup
     if (IsAwaited(share))
         reconciler_.SendDifferences(share);
     Check(engine_.FindFolder(share.folderId)->put_IgnoreEvents(VARIANT_FALSE), "watch the folder",
@@ -270,6 +288,7 @@ void Runner::Step()
     outbox_.TakeReady(false);
     outbox_.Plan();
     resender_.Step();
+    FollowGroup();
     MakeCopies();
     MendMissing();
     flags_.Step(!inbox_.IsBusy());
@@ -282,19 +301,33 @@ void Runner::Step()
     ShowProgress();
 }
 
+// A resend sends many items. A group of what is applied ends with its package; and of one that is applied
+// without a group, none begins.
+void Runner::FollowGroup()
+{
+    const bool isWanted = resender_.IsUnderWay();
+    if (isWanted != group_.IsOpen() && !transport_.peers.Current())
+        isWanted ? group_.BeginSending() : group_.End();
+    group_.SynchronizeNowAndThen();
+}
+
 // What was made here and was beaten becomes an item of its own.
 void Runner::MakeCopies()
 {
-    if (copies_.HasWork() && !inbox_.IsBusy())
-        copies_.Make();
+    if (!copies_.HasWork() || inbox_.IsBusy())
+        return;
+    group_.End();
+    copies_.Make();
 }
 
 // What comes by itself comes first.
 void Runner::MendMissing()
 {
     if (missing_.HasWork() && statistics_.Quiet() >= kQuietBeforeComparison && !copies_.HasWork() &&
-        !inbox_.IsBusy())
+        !inbox_.IsBusy()) {
+        group_.End();
         missing_.Look();
+    }
 }
 
 // What was taken is told after it, and nothing is sent before the mailbox knows where it stands.

@@ -38,6 +38,7 @@ struct RunOptions {
     std::int64_t silentAfter = Receipts::kMonth;
     std::int64_t lookEvery = 10;       // seconds
     std::uint64_t packageSize = 64;    // megabytes
+    bool syncEach = false;             // each commit waits for the disk
     std::set<std::string> acceptFrom;  // members whose invitations are accepted at once
 };
 
@@ -67,6 +68,8 @@ private:
     void Start();
     void HoldBack(const Share& share);
     void WatchShare(const Share& share);
+    void Recover();
+    void FollowGroup();
     bool IsAwaited(const Share& share);
     void LookThrough(const Share& share);
     void RetryUnsent();
@@ -104,6 +107,7 @@ private:
     Addin::Parts parts_;
     Addin addin_;
     EngineSession engine_;
+    CommitGroup group_;
     Sender sender_;
     Reconciler reconciler_;
     Matcher matcher_;

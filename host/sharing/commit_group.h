@@ -1,0 +1,72 @@
+// host/sharing/commit_group.h: commits that wait for the disk together.
+//
+// While many items are sent or applied, what is committed of each outlives the process at once, but doesn't
+// wait for the disk by itself: message store, sharing database and records are synchronised together, once a
+// second, and before anything is told of them: before a package gets its number, and before one that was
+// received counts as applied. (Hash files never wait: what they lack is looked at once more.) So a kill loses
+// nothing. A power cut may take back what came after the last synchronisation, of each file another part;
+// then
+//
+//     what was being sent     has no number yet, is dropped, and is packed anew (outbox.h)
+//     what was being applied  is applied once more out of the sealed copy of its package, which was on the
+//                             disk before (recovery.h)
+//
+// A file beside the databases, `unsynced`, tells the next run that a group was open.
+#ifndef QUORVANE_HOST_SHARING_COMMIT_GROUP_H_
+#define QUORVANE_HOST_SHARING_COMMIT_GROUP_H_
+
+#include <chrono>
+#include <cstddef>
+#include <filesystem>
+
+#include "host/sharing/addin.h"
+#include "quorvane3/commit_groups.h"
+
+namespace quorvane::host {
+
+// For the run's thread alone. Methods throw a HostError.
+class CommitGroup {
+public:
+    // For so few items no group is worth its own synchronisations.
+    static constexpr std::size_t kFew = 4;
+
+    // each  every commit waits for the disk, and the rest does nothing.
+    CommitGroup(const Addin::Parts& parts, const EngineSession& engine, bool each);
+    CommitGroup(const CommitGroup&) = delete;
+    CommitGroup& operator=(const CommitGroup&) = delete;
+    ~CommitGroup();
+
+    // Of what items are applied from now on: messages and rows.
+    void BeginApplying() { Begin(true); }
+    // Of what items are sent: rows alone. One that applies stays one.
+    void BeginSending() { Begin(false); }
+    // What was committed is on the disk when this returns, and each commit waits for it again.
+    void End();
+    bool IsOpen() const noexcept { return isOpen_; }
+
+    // Whether one was open when the last run ended. Until it is put right no other is begun.
+    bool WasOpen() const noexcept { return wasOpen_; }
+    // What it left is put right.
+    void NotePutRight();
+
+    // What was committed is on the disk when this returns. Outside of a group it is.
+    void Synchronize();
+    // The same where the last time was a second ago.
+    void SynchronizeNowAndThen();
+
+private:
+    void Begin(bool alsoMessages);
+    void Sync();
+    std::filesystem::path MarkPath() const;
+
+    Addin::Parts parts_;
+    ComPtr<ICommitGroups> rows_;      // empty where each commit waits
+    ComPtr<ICommitGroups> messages_;  // as above
+    bool isOpen_ = false;
+    bool wasOpen_ = false;
+    std::chrono::steady_clock::time_point last_{};
+};
+
+}  // namespace quorvane::host
+
+#endif  // QUORVANE_HOST_SHARING_COMMIT_GROUP_H_
