@@ -110,6 +110,7 @@ class HelpExamplesTest(ExamplesTest):
         world.eventually("an invitation", lambda: world.run("invitations", world.mail("bob")))
         world.end_runs()
         self.lay_mail()
+        world.run("mirror", world.mail("alice"), "Plans", world.home / "Plans")
         world.run("backup", world.mail("bob"), world.home / "backups" / "old")
 
     def lay_mail(self):

@@ -105,6 +105,10 @@ class SchemasTest(unittest.TestCase):
         world.run("folder", "delete", alice, "Two", "--yes")
         entries = world.run("trash", alice)["entries"]
         self.assertEqual(len(world.run("undelete", alice, entries[0]["id"])), 1)
+        world.run("mirror", alice, "Mine", world.home / "Maildir")
+        self.assertEqual(len(world.run("mirror", alice)), 1)
+        self.assertTrue(world.run("status", alice)["mirrors"])
+        world.run("mirror", alice, "Mine", "--remove")
         world.run("check", alice)
         world.run("backup", alice, world.home / "backup")
         world.run("restore", world.home / "backup", world.home / "restored")
