@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include "host/mirror/mirror_steps.h"
 #include "host/mirror/mirrored_mailbox_for_test.h"
 
 namespace quorvane::host {
@@ -264,6 +265,40 @@ TEST_F(MirrorsTest, WhatIsNoMailIsLeftAloneAndTold)
         EXPECT_THAT(said, Contains(HasSubstr(std::string("cur/") + name + ": "))) << name;
     }
     EXPECT_EQ(records.All()[0].leftAlone, 5);
+}
+
+// That a file is about to be written is noted before it, so that one that isn't there yet isn't taken for one
+// that was deleted.
+TEST_F(MirrorsTest, ADeliveryThatWasCutShortIsDoneByTheNextRun)
+{
+    TieBoth();
+    AddItem("A", MailText("1", "one"));
+    AddItem("A", MailText("2", "two"));
+    const Mirror mirror = records.All()[0];
+    Maildir maildir(PathTo("A"));
+    maildir.Open();
+    Trash trash(mailbox);
+    MirrorFolder folder(session, trash, mirror, "alice");
+    MirrorPlan plan;
+    for (const MailItem& item : folder.Items()) {
+        plan.steps.emplace_back().kind = MirrorStep::Kind::kDeliver;
+        plan.steps.back().mirror = mirror.number;
+        plan.steps.back().item = item;
+    }
+    int asked = 0;
+    MirrorSteps steps(
+        records, session, {{mirror.number, {&mirror, &maildir, &folder}}},
+        [](const MirrorStep&, const std::string& line) { ADD_FAILURE() << line; },
+        [&] { return ++asked > 3; });
+    steps.Run(plan);
+    EXPECT_THAT(Files("A"), SizeIs(1));
+    EXPECT_THAT(records.PairsOf(mirror.number), SizeIs(2));
+
+    Settle();
+
+    EXPECT_THAT(Files("A"), SizeIs(2));
+    EXPECT_THAT(Items("A"), SizeIs(2));
+    EXPECT_THAT(trash.Entries(), IsEmpty());
 }
 
 TEST_F(MirrorsTest, AnotherRunGoesOnWhereOneEnded)
