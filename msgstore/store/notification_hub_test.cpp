@@ -8,6 +8,7 @@
 #include <future>
 #include <thread>
 
+#include "msgstore/store/table_events.h"
 #include "msgstore/store/test_mailbox.h"
 
 namespace quorvane {
@@ -249,7 +250,7 @@ TEST_F(NotificationTest, AFloodOfChangesIsOneTableChanged)
 {
     std::vector<SBinary> binaries;
     std::vector<BinaryValue> ids;
-    for (int i = 0; i < 100; ++i)
+    for (std::size_t i = 0; i <= kMostRowEvents; ++i)
         ids.push_back(mailbox.AddMessage(mailbox.Inbox(), OLESTR("Hello"), MAPI_DEFERRED_ERRORS));
     for (BinaryValue& id : ids)
         binaries.push_back({static_cast<ULONG>(id.size()), id.data()});

@@ -9,7 +9,7 @@
 namespace quorvane {
 
 // More rows than this make one TABLE_CHANGED.
-inline constexpr std::size_t kMostRowEvents = 64;
+inline constexpr std::size_t kMostRowEvents = 1024;
 
 // Events of rows, one a row: a later event of a row is merged with the one that waits. No lock.
 class PendingEvents {

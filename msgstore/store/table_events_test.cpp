@@ -52,7 +52,7 @@ TEST(TableEventsTest, MoreRowsThanTheLimitBecomeOneChange)
         events.Add(TABLE_ROW_MODIFIED, static_cast<std::int64_t>(i));
     EXPECT_FALSE(events.IsChanged());
 
-    events.Add(TABLE_ROW_MODIFIED, 1000);
+    events.Add(TABLE_ROW_MODIFIED, static_cast<std::int64_t>(kMostRowEvents));
 
     EXPECT_TRUE(events.IsChanged());
     EXPECT_TRUE(events.Rows().empty());
