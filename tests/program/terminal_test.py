@@ -173,6 +173,16 @@ class TerminalTest(unittest.TestCase):
 
 
 class ManualTest(unittest.TestCase):
+    def test_all_of_it_is_installed(self):
+        with tempfile.TemporaryDirectory() as place:
+            subprocess.run(["cmake", "--install", os.environ["QUORVANE_BUILD"], "--component", "program", "--prefix", place],
+                           check=True, stdout=subprocess.DEVNULL)
+            share = pathlib.Path(place) / "share"
+            for file in ("man/man1/quorvane.1", "man/man1/quorvane-list.1", "bash-completion/completions/quorvane",
+                         "zsh/site-functions/_quorvane", "fish/vendor_completions.d/quorvane.fish",
+                         "quorvane/schemas/list.json", "quorvane/schemas/error.json"):
+                self.assertTrue((share / file).is_file(), file)
+
     def test_pages_are_set_without_a_warning(self):
         with tempfile.TemporaryDirectory() as directory:
             subprocess.run([PROGRAM, "_manual", directory], check=True)
