@@ -78,4 +78,12 @@ std::string ReadWhole(const std::filesystem::path& path, std::uintmax_t limit)
     return content;
 }
 
+std::string LookOfFile(const std::filesystem::path& path)
+{
+    std::error_code error;  // one that isn't there looks like that
+    const auto size = std::filesystem::file_size(path, error);
+    const auto time = std::filesystem::last_write_time(path, error).time_since_epoch().count();
+    return std::to_string(size) + " " + std::to_string(time) + "\n";
+}
+
 }  // namespace quorvane::host

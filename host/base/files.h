@@ -37,6 +37,11 @@ void CopyDurably(const std::filesystem::path& from, const std::filesystem::path&
 // The whole content. Throws a HostError when the file can't be read or is larger than `limit` bytes.
 std::string ReadWhole(const std::filesystem::path& path, std::uintmax_t limit);
 
+// What a file looks like from outside, to be compared: whoever writes to it changes that, but for a change
+// that keeps its size and follows another at once. One that isn't there looks like no other. Throws nothing
+// but std::bad_alloc.
+std::string LookOfFile(const std::filesystem::path& path);
+
 }  // namespace quorvane::host
 
 #endif  // QUORVANE_HOST_BASE_FILES_H_

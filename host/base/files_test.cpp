@@ -26,6 +26,25 @@ TEST(FilesTest, AFileIsReplacedAtOnce)
     EXPECT_EQ(ReadWhole(directory / "a", 100), "two");
 }
 
+TEST(FilesTest, WhoWritesToAFileChangesItsLook)
+{
+    const test::TestDirectory directory;
+    const std::string none = LookOfFile(directory / "a");
+    Write(directory / "a", "");
+    const std::string empty = LookOfFile(directory / "a");
+    Write(directory / "a", "one");
+    const std::string one = LookOfFile(directory / "a");
+    EXPECT_EQ(LookOfFile(directory / "a"), one);
+    const auto time = std::filesystem::last_write_time(directory / "a");
+    std::filesystem::last_write_time(directory / "a", time + std::chrono::seconds(1));
+
+    EXPECT_NE(empty, none);
+    EXPECT_NE(one, empty);
+    EXPECT_NE(LookOfFile(directory / "a"), one) << "written at another time";
+    std::filesystem::remove(directory / "a");
+    EXPECT_EQ(LookOfFile(directory / "a"), none);
+}
+
 TEST(FilesTest, ACopyIsWholeAndTakesTheOtherOnesPlace)
 {
     const test::TestDirectory directory;

@@ -26,6 +26,15 @@ std::int64_t CountOf(const Mailbox& mailbox, const char* sql)
     return select.Step() ? select.Number(0) : 0;
 }
 
+Table ShareTable()
+{
+    return Table({{"SHARED FOLDER", Fit::kShortened},
+                  "ITEMS",
+                  {"MEMBERS", Fit::kShortened},
+                  "NOT ACCEPTED",
+                  {"ID", Fit::kDropped}});
+}
+
 Json SharesOf(Records& records, Table& table)
 {
     Json json = Json::array();
@@ -255,7 +264,7 @@ Json StrangersOf(Peers& peers, std::string& text)
 }
 
 // Edits that are beaten by others, as long as nobody has deleted the copies of them.
-std::size_t OpenConflicts(Records& records)
+std::size_t OpenConflicts(Records& records, std::string& text)
 {
     std::size_t count = 0;
     for (const ItemRecord& item : records.ItemsInConflict())
@@ -263,7 +272,17 @@ std::size_t OpenConflicts(Records& records)
             const auto copy = records.FindItem(exchange::ConflictCopyId(item.id, beaten));
             count += copy && copy->deleted ? 0 : 1;
         }
+    if (count > 0)
+        text += "conflicts: " + std::to_string(count) + " ('quorvane conflicts')\n";
     return count;
+}
+
+Json AwaitedOf(Peers& peers, std::string& text)
+{
+    const auto awaited = peers.AwaitedMembers();
+    for (const std::string& name : awaited)
+        text += "awaited: " + name + ", who has no known device ('quorvane members add')\n";
+    return awaited;
 }
 
 ExitCode Status(const StatusOptions& options)
@@ -271,11 +290,7 @@ ExitCode Status(const StatusOptions& options)
     const Mailbox mailbox = Mailbox::Open(options.mailbox);
     Records records(mailbox.HostDatabasePath().string());
     ItemState state(mailbox, records);
-    Table table({{"SHARED FOLDER", Fit::kShortened},
-                 "ITEMS",
-                 {"MEMBERS", Fit::kShortened},
-                 "NOT ACCEPTED",
-                 {"ID", Fit::kDropped}});
+    Table table = ShareTable();
     const Json shares = SharesOf(records, table);
     const std::int64_t packing = CountOf(mailbox, "SELECT COUNT(*) FROM tblStorageFiles");
     const std::size_t outgoing = records.Outgoing().size();
@@ -294,11 +309,8 @@ ExitCode Status(const StatusOptions& options)
     const Json former = FormerOf(folders, transportLines);
     Refusals refused(mailbox.HostDatabasePath().string());
     const Json refusals = RefusalsOf(refused, peers, transportLines);
-    for (const std::string& name : peers.AwaitedMembers())
-        transportLines += "awaited: " + name + ", who has no known device ('quorvane members add')\n";
-    const std::size_t conflicts = OpenConflicts(records);
-    if (conflicts > 0)
-        transportLines += "conflicts: " + std::to_string(conflicts) + " ('quorvane conflicts')\n";
+    const Json awaited = AwaitedOf(peers, transportLines);
+    const std::size_t conflicts = OpenConflicts(records, transportLines);
     const Json mirrors = MirrorStates(mailbox, transportLines);
     std::error_code error;
     const bool isRunning = mailbox.IsInRun();
@@ -316,7 +328,7 @@ ExitCode Status(const StatusOptions& options)
            {"folders", known},
            {"formerShares", former},
            {"refusals", refusals},
-           {"awaited", peers.AwaitedMembers()},
+           {"awaited", awaited},
            {"conflicts", conflicts},
            {"mirrors", mirrors},
            {"packagesFilling", packing},

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "host/base/errors.h"
+#include "host/base/files.h"
 #include "host/base/path_text.h"
 #include "host/mirror/mirror_steps.h"
 
@@ -25,15 +26,6 @@ constexpr auto kShortestRest = std::chrono::milliseconds(50);
 constexpr auto kLongestRest = std::chrono::seconds(1);
 // Until what failed is tried once more.
 constexpr auto kRestAfterFailure = std::chrono::seconds(60);
-
-// What a file looks like from outside: whoever writes to it changes that.
-std::string FileState(const std::filesystem::path& path)
-{
-    std::error_code error;  // one that isn't there looks like that
-    const auto size = std::filesystem::file_size(path, error);
-    const auto time = std::filesystem::last_write_time(path, error).time_since_epoch().count();
-    return std::to_string(size) + " " + std::to_string(time) + "\n";
-}
 
 // A step as it is now: of what has changed it is another one.
 std::string KeyOf(const MirrorStep& step)
@@ -172,7 +164,7 @@ void Mirrors::WatchPlaces(ChangeWatch& watch)
 std::string Mirrors::LookOfStore() const
 {
     const std::string store = mailbox_.StorePath().string();
-    return FileState(store) + FileState(store + "-wal");
+    return LookOfFile(store) + LookOfFile(store + "-wal");
 }
 
 bool Mirrors::HasChanged()

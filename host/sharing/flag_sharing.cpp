@@ -17,15 +17,6 @@ static_assert(kAllMarks == (1 << exchange::ItemFlags::kCount) - 1);
 // How often the folders of a store that changes all the time are looked at.
 constexpr auto kMarkInterval = std::chrono::milliseconds(500);
 
-// What a file looks like from outside.
-std::string FileLook(const std::filesystem::path& path)
-{
-    std::error_code error;  // one that isn't there looks like that
-    const auto size = std::filesystem::file_size(path, error);
-    const auto time = std::filesystem::last_write_time(path, error).time_since_epoch().count();
-    return std::to_string(size) + " " + std::to_string(time) + "\n";
-}
-
 std::string FlagFileName()
 {
     GUID guid{};
@@ -133,7 +124,8 @@ void FlagSharing::ShowDue()
 std::string FlagSharing::LookOfStore() const
 {
     const std::string store = parts_.mailbox.StorePath().string();
-    return FileLook(store) + FileLook(store + "-wal") + std::to_string(parts_.statistics.lastActivity.load());
+    return LookOfFile(store) + LookOfFile(store + "-wal") +
+           std::to_string(parts_.statistics.lastActivity.load());
 }
 
 // Whether a row is as it is known to be, or its item is no shared one yet.
