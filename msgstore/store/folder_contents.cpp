@@ -77,25 +77,38 @@ HRESULT EmptyAt(SqliteConnection& connection, std::int64_t folderId, bool withAs
     return DeleteMessagesOf(connection, folderId, true, time);
 }
 
+// S_FALSE: there is no such message in the folder.
+HRESULT FindListed(SqliteConnection& connection, const ObjectGuid& store, std::int64_t folderId,
+                   const SBinary& listed, std::int64_t& id)
+{
+    EntryId parsed;
+    HRESULT found = ParseEntryId(listed.lpb, listed.cb, parsed);
+    if (found == MAPI_E_INVALID_ENTRYID)
+        return S_FALSE;
+    QV_RETURN_IF_FAILED(found);
+    if (parsed.kind != MAPI_MESSAGE || parsed.store != store)
+        return S_FALSE;
+    MessageRow row;
+    found = FindMessage(connection, parsed, row);
+    if (found == MAPI_E_NOT_FOUND)
+        return S_FALSE;
+    id = row.id;
+    return SUCCEEDED(found) && row.folderId != folderId ? S_FALSE : found;
+}
+
 }  // namespace
 
 HRESULT FindListedMessages(SqliteConnection& connection, const ObjectGuid& store, std::int64_t folderId,
                            const ENTRYLIST& list, std::vector<std::int64_t>& ids, bool& partial)
 {
     for (ULONG i = 0; i < list.cValues; ++i) {
-        EntryId id;
-        MessageRow row;
-        HRESULT found = ParseEntryId(list.lpbin[i].lpb, list.lpbin[i].cb, id);
-        if (SUCCEEDED(found) && (id.kind != MAPI_MESSAGE || id.store != store))
-            found = MAPI_E_NOT_FOUND;
-        if (SUCCEEDED(found))
-            found = FindMessage(connection, id, row);
-        if (SUCCEEDED(found) && row.folderId == folderId)
-            ids.push_back(row.id);
-        else if (SUCCEEDED(found) || found == MAPI_E_NOT_FOUND || found == MAPI_E_INVALID_ENTRYID)
-            partial = true;
+        std::int64_t id = 0;
+        const HRESULT found = FindListed(connection, store, folderId, list.lpbin[i], id);
+        QV_RETURN_IF_FAILED(found);
+        if (found == S_OK)
+            ids.push_back(id);
         else
-            return found;
+            partial = true;
     }
     return S_OK;
 }
@@ -108,6 +121,23 @@ HRESULT ListMessages(SqliteConnection& connection, std::int64_t folderId, bool a
     while (rows.Next())
         ids.push_back(rows.Int64(0));
     return rows.Result();
+}
+
+HRESULT DeleteListedMessages(SqliteConnection& connection, const ObjectGuid& store, std::int64_t folderId,
+                             const ENTRYLIST& list, const StepTime& time, ULONG& next, bool& partial)
+{
+    while (next < list.cValues) {
+        std::int64_t id = 0;
+        const HRESULT found = FindListed(connection, store, folderId, list.lpbin[next], id);
+        QV_RETURN_IF_FAILED(found);
+        if (found == S_OK)
+            QV_RETURN_IF_FAILED(DeleteMessage(connection, id));
+        else
+            partial = true;
+        if (++next < list.cValues && time.IsOver())
+            return S_FALSE;
+    }
+    return S_OK;
 }
 
 HRESULT EmptyFolderRows(SqliteConnection& connection, std::int64_t folderId, bool withAssociated,

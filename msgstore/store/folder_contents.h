@@ -33,6 +33,14 @@ namespace quorvane {
 [[nodiscard]] HRESULT EmptyFolderRows(SqliteConnection& connection, std::int64_t folderId,
                                       bool withAssociated, const StepTime& time);
 
+// Deletes listed messages.
+//
+// next     [in,out]  the first of the list that isn't done with; 0 at first.
+// partial  [in,out]  becomes true if some aren't in the folder.
+[[nodiscard]] HRESULT DeleteListedMessages(SqliteConnection& connection, const ObjectGuid& store,
+                                           std::int64_t folderId, const ENTRYLIST& list, const StepTime& time,
+                                           ULONG& next, bool& partial);
+
 // Deletes a folder below another.
 //
 // flags  DEL_MESSAGES, DEL_FOLDERS: what it may hold.

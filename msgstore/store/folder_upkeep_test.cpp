@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <functional>
 #include <thread>
 
 #include "msgstore/store/ask_store.h"
@@ -12,6 +13,28 @@ namespace quorvane {
 namespace {
 
 using namespace quorvane::testing;
+
+// Writes whenever somebody has, by a connection that waits for nobody.
+class OtherWriter final : public CommitListener {
+public:
+    explicit OtherWriter(StoreCore& core) : core_(core)
+    {
+        EXPECT_EQ(connection_.Open(core.Path(), SqliteAccess::Write), S_OK);
+        EXPECT_EQ(connection_.RunScript("PRAGMA busy_timeout=0"), S_OK);
+    }
+    void Committed() noexcept override
+    {
+        if (SUCCEEDED(connection_.RunScript("UPDATE store SET flushes=flushes+1")))
+            left.push_back(AskStore(core_, "SELECT count(*) FROM message"));
+    }
+    HRESULT Deliver(const StoreCore&, ULONG&, ULONG&) noexcept override { return S_FALSE; }
+
+    std::vector<std::int64_t> left;
+
+private:
+    StoreCore& core_;
+    SqliteConnection connection_;
+};
 
 class FolderUpkeepTest : public ::testing::Test {
 protected:
@@ -28,6 +51,16 @@ protected:
         }
     }
     std::int64_t Ask(const char* sql) { return AskStore(*core, sql); }
+
+    // How many messages there were each time that somebody else could write, until none was left.
+    std::vector<std::int64_t> LeftWhenOthersWrite(const std::function<void()>& work)
+    {
+        const auto others = std::make_shared<OtherWriter>(*core);
+        core->AddListener(others);
+        core->Switches().hurriesSteps = true;
+        work();
+        return others->left;
+    }
 
     TestMailbox mailbox;
     std::shared_ptr<StoreCore> core;
@@ -69,8 +102,7 @@ TEST_F(FolderUpkeepTest, OthersWriteBetweenTheStepsOfALongWork)
 
     // Ends by itself when the other has had its turn, and else not for long.
     constexpr int kMostSteps = 250;
-    EXPECT_EQ(core->WriteInSteps([&](SqliteConnection&) {
-        const StepTime time;
+    EXPECT_EQ(core->WriteInSteps([&](SqliteConnection&, const StepTime& time) {
         begun = true;
         while (!time.IsOver())
             std::this_thread::yield();
@@ -82,10 +114,51 @@ TEST_F(FolderUpkeepTest, OthersWriteBetweenTheStepsOfALongWork)
     other.join();
 }
 
+TEST_F(FolderUpkeepTest, OthersWriteBetweenTheStepsInWhichALongListIsDeleted)
+{
+    ASSERT_NO_FATAL_FAILURE(Fill(mailbox.Inbox(), 3, 100));
+    std::vector<BinaryValue> ids;
+    RowSet rows;
+    ASSERT_EQ(ContentsOf(mailbox.Inbox())->QueryRows(3, 0, rows.Put()), S_OK);
+    for (const SRow& row : rows)
+        ids.push_back(BinaryOf(row, PR_ENTRYID));
+    ids.push_back(BinaryValue{1, 2, 3});
+    std::vector<SBinary> listed;
+    for (BinaryValue& id : ids)
+        listed.push_back({static_cast<ULONG>(id.size()), id.data()});
+    ENTRYLIST list{static_cast<ULONG>(listed.size()), listed.data()};
+
+    const std::vector<std::int64_t> left = LeftWhenOthersWrite(
+        [&] { EXPECT_EQ(mailbox.Inbox().DeleteMessages(&list, 0, nullptr, 0), MAPI_W_PARTIAL_COMPLETION); });
+
+    EXPECT_EQ(left, (std::vector<std::int64_t>{2, 1, 0, 0}));
+}
+
+TEST_F(FolderUpkeepTest, OthersWriteBetweenTheStepsInWhichAFolderIsEmptied)
+{
+    ASSERT_NO_FATAL_FAILURE(Fill(mailbox.Inbox(), 3, 100));
+
+    const std::vector<std::int64_t> left =
+        LeftWhenOthersWrite([&] { EXPECT_EQ(mailbox.Inbox().EmptyFolder(0, nullptr, 0), S_OK); });
+
+    ASSERT_GE(left.size(), 3u);
+    EXPECT_EQ(left[0], 2);
+    EXPECT_EQ(left[1], 1);
+}
+
+// Each is a transaction of its own, whether it waits for the disk or not.
+TEST_F(FolderUpkeepTest, OthersWriteBetweenTheMailsOfAnImport)
+{
+    const std::vector<std::int64_t> left =
+        LeftWhenOthersWrite([&] { ASSERT_NO_FATAL_FAILURE(Fill(mailbox.Inbox(), 3, 100)); });
+
+    EXPECT_EQ(left, (std::vector<std::int64_t>{1, 2, 3}));
+}
+
 TEST_F(FolderUpkeepTest, AFailedStepLeavesWhatThoseBeforeItDid)
 {
     int steps = 0;
-    EXPECT_EQ(core->WriteInSteps([&](SqliteConnection& connection) -> HRESULT {
+    EXPECT_EQ(core->WriteInSteps([&](SqliteConnection& connection, const StepTime&) -> HRESULT {
         QV_RETURN_IF_FAILED(connection.Run("UPDATE store SET flushes=flushes+1"));
         return ++steps < 3 ? S_FALSE : MAPI_E_NOT_ENOUGH_DISK;
     }),

@@ -157,10 +157,13 @@ HRESULT StoreCore::Write(Durability durability, const Work& work) noexcept
     return result;
 }
 
-HRESULT StoreCore::WriteInSteps(const Work& step) noexcept
+HRESULT StoreCore::WriteInSteps(const Step& step) noexcept
 {
     for (;;) {
-        const HRESULT done = Write(Durability::AtReturn, step);
+        const HRESULT done = Write(Durability::AtReturn, [&](SqliteConnection& connection) {
+            return step(connection,
+                        StepTime(switches_.hurriesSteps ? std::chrono::milliseconds(0) : kLongestStep));
+        });
         if (done != S_FALSE)
             return done;
         std::this_thread::sleep_for(kGap);
@@ -169,7 +172,7 @@ HRESULT StoreCore::WriteInSteps(const Work& step) noexcept
 
 HRESULT StoreCore::GiveSpaceBack() noexcept
 {
-    return WriteInSteps([&](SqliteConnection& connection) -> HRESULT {
+    return WriteInSteps([](SqliteConnection& connection, const StepTime&) -> HRESULT {
         std::int64_t free = 0;
         std::int64_t all = 0;
         std::int64_t kind = 0;

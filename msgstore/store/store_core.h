@@ -32,10 +32,13 @@ inline constexpr std::chrono::milliseconds kLongestStep{40};
 // The time of one step, from its making on.
 class StepTime {
 public:
+    explicit StepTime(std::chrono::milliseconds longest = kLongestStep)
+        : end_(std::chrono::steady_clock::now() + longest)
+    {}
     bool IsOver() const noexcept { return std::chrono::steady_clock::now() >= end_; }
 
 private:
-    const std::chrono::steady_clock::time_point end_ = std::chrono::steady_clock::now() + kLongestStep;
+    const std::chrono::steady_clock::time_point end_;
 };
 
 class StoreCore;
@@ -82,12 +85,13 @@ public:
     // How a message is saved that nobody wants deferred by itself.
     Durability OfSaves() const noexcept { return putOffs_ > 0 ? Durability::Deferred : Durability::AtReturn; }
 
-    // Runs a long work in transactions of their own, each as short as `step` makes it (kLongestStep), and
-    // lets others write in between, also those of other processes. What is done when a step fails, or the
-    // process is killed, stays done.
+    using Step = std::function<HRESULT(SqliteConnection&, const StepTime&)>;
+    // Runs a long work in transactions of their own, each as short as `step` makes it, and lets others write
+    // in between, also those of other processes. What is done when a step fails, or the process is killed,
+    // stays done.
     //
-    // step  gives S_FALSE while there is more to do.
-    [[nodiscard]] HRESULT WriteInSteps(const Work& step) noexcept;
+    // step  gets the time that it has, and gives S_FALSE while there is more to do.
+    [[nodiscard]] HRESULT WriteInSteps(const Step& step) noexcept;
     // Gives space that became free back to the file system once it is more than a small part of the file, a
     // MB a step. Does nothing in a file that was made before that could be done.
     [[nodiscard]] HRESULT GiveSpaceBack() noexcept;

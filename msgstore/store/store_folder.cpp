@@ -196,13 +196,9 @@ HRESULT CStoreFolder::DeleteMessages(LPENTRYLIST messages, ULONG, LPMAPIPROGRESS
     if (!messages || (messages->cValues != 0 && !messages->lpbin))
         return MAPI_E_INVALID_PARAMETER;
     bool partial = false;
-    const HRESULT written = Core()->Write(Durability::AtReturn, [&](SqliteConnection& connection) {
-        std::vector<std::int64_t> ids;
-        QV_RETURN_IF_FAILED(
-            FindListedMessages(connection, Core()->Guid(), m_folderId, *messages, ids, partial));
-        for (const std::int64_t id : ids)
-            QV_RETURN_IF_FAILED(DeleteMessage(connection, id));
-        return S_OK;
+    ULONG next = 0;
+    const HRESULT written = Core()->WriteInSteps([&](SqliteConnection& connection, const StepTime& time) {
+        return DeleteListedMessages(connection, Core()->Guid(), m_folderId, *messages, time, next, partial);
     });
     QV_RETURN_IF_FAILED(written);
     return partial ? MAPI_W_PARTIAL_COMPLETION : S_OK;
@@ -262,8 +258,8 @@ HRESULT CStoreFolder::DeleteFolder(ULONG idSize, LPENTRYID id, ULONG, LPMAPIPROG
     QV_RETURN_IF_FAILED(ParseEntryId(id, idSize, parsed));
     if (parsed.kind != MAPI_FOLDER || parsed.store != Core()->Guid())
         return MAPI_E_UNKNOWN_ENTRYID;
-    QV_RETURN_IF_FAILED(Core()->WriteInSteps([&](SqliteConnection& connection) {
-        return DeleteFolderBelow(connection, m_folderId, parsed, flags, StepTime());
+    QV_RETURN_IF_FAILED(Core()->WriteInSteps([&](SqliteConnection& connection, const StepTime& time) {
+        return DeleteFolderBelow(connection, m_folderId, parsed, flags, time);
     }));
     // What was to be deleted is: space that can't be given back now serves what comes.
     (void)Core()->GiveSpaceBack();
@@ -330,8 +326,8 @@ HRESULT CStoreFolder::SaveContentsSort(LPSSortOrderSet, ULONG)
 
 HRESULT CStoreFolder::EmptyFolder(ULONG, LPMAPIPROGRESS, ULONG flags)
 {
-    QV_RETURN_IF_FAILED(Core()->WriteInSteps([&](SqliteConnection& connection) {
-        return EmptyFolderRows(connection, m_folderId, (flags & DEL_ASSOCIATED) != 0, StepTime());
+    QV_RETURN_IF_FAILED(Core()->WriteInSteps([&](SqliteConnection& connection, const StepTime& time) {
+        return EmptyFolderRows(connection, m_folderId, (flags & DEL_ASSOCIATED) != 0, time);
     }));
     (void)Core()->GiveSpaceBack();  // as in DeleteFolder
     return S_OK;

@@ -47,6 +47,11 @@ public:
         m_core->Switches().failingRowReads = count;
         return S_OK;
     }
+    HRESULT STDMETHODCALLTYPE HurrySteps(BOOL on) override
+    {
+        m_core->Switches().hurriesSteps = on != FALSE;
+        return S_OK;
+    }
 
 private:
     const std::shared_ptr<StoreCore> m_core;

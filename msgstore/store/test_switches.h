@@ -42,6 +42,9 @@ struct IStoreTestSwitches : IUnknown {
     virtual HRESULT STDMETHODCALLTYPE Deliver(ULONG number, ULONG* told) = 0;
     // Of the tables' QueryRows the next `count` calls fail with MAPI_E_NETWORK_ERROR. S_OK.
     virtual HRESULT STDMETHODCALLTYPE FailRowReads(ULONG count) = 0;
+    // Steps of long works are over when they begin, as on a machine that is too slow for more than one
+    // message. S_OK.
+    virtual HRESULT STDMETHODCALLTYPE HurrySteps(BOOL on) = 0;
 };
 QUORVANE_IID(IStoreTestSwitches, IID_IStoreTestSwitches);
 
@@ -69,6 +72,7 @@ public:
     std::atomic<bool> holds{false};
     std::atomic<ULONG> shuffleSeed{0};
     std::atomic<ULONG> failingRowReads{0};
+    std::atomic<bool> hurriesSteps{false};
 
     // Whether this call is one of those.
     bool TakeFailingRowRead() noexcept

@@ -27,9 +27,9 @@ std::string NameOf(DiskTrouble trouble)
     return "";
 }
 
-void Disk::Break(DiskTrouble trouble, unsigned at, const std::string& where)
+void Disk::Break(DiskTrouble trouble, unsigned at, const std::string& where, unsigned seed)
 {
-    DiskState::Get().Break(trouble, at, where);
+    DiskState::Get().Break(trouble, at, where, seed);
 }
 
 unsigned Disk::Repair()
@@ -49,7 +49,7 @@ DiskState& DiskState::Get()
     return state;
 }
 
-void DiskState::Break(DiskTrouble trouble, unsigned at, const std::string& where)
+void DiskState::Break(DiskTrouble trouble, unsigned at, const std::string& where, unsigned seed)
 {
     const std::lock_guard lock(lock_);
     broken_ = true;
@@ -58,6 +58,8 @@ void DiskState::Break(DiskTrouble trouble, unsigned at, const std::string& where
     changes_ = 0;
     begun_ = false;
     where_ = where;
+    seed_ = seed;
+    random_.seed(seed);
     unsynced_.clear();
 }
 
@@ -101,10 +103,10 @@ bool DiskState::NotesWrites(const char* path)
     return trouble_ == DiskTrouble::kPowerCut && Concerns(path);
 }
 
-void DiskState::NoteWrite(const char* path, off_t offset, std::string before, off_t size)
+void DiskState::NoteWrite(const char* path, off_t offset, std::string before, off_t size, std::string after)
 {
     const std::lock_guard lock(lock_);
-    unsynced_[path].push_back({offset, std::move(before), size});
+    unsynced_[path].push_back({offset, std::move(before), size, std::move(after)});
 }
 
 void DiskState::ForgetWrites(const char* path)
@@ -126,7 +128,25 @@ void DiskState::TakeBack(const std::string& path, const std::vector<Note>& notes
             syscall(SYS_ftruncate, file, note->size) != 0)
             throw std::runtime_error("can't take back what was written to " + path);
     }
+    if (seed_ != 0)
+        KeepSome(file, notes);
     close(file);
+}
+
+// Of none, few, most or all of the writes.
+void DiskState::KeepSome(int file, const std::vector<Note>& notes)
+{
+    const auto ofFour = random_() % 5;
+    for (const Note& note : notes) {
+        if (random_() % 4 >= ofFour)
+            continue;
+        const std::size_t size = random_() % 8 == 0 ? note.after.size() / 2 : note.after.size();
+        const bool isKept = note.after.empty() ? syscall(SYS_ftruncate, file, note.offset) == 0
+                                               : syscall(SYS_pwrite64, file, note.after.data(), size,
+                                                         note.offset) == static_cast<long>(size);
+        if (!isKept)
+            throw std::runtime_error("can't keep what was written");
+    }
 }
 
 }  // namespace quorvane::test

@@ -14,7 +14,8 @@ enum class DiskTrouble {
     kHiccup,    // one change isn't done and fails
     kBroken,    // from then on every change fails; half of the first write arrives
     kFull,      // from then on no file grows; half of the first write that wants to arrives
-    kPowerCut,  // as kBroken, and what no sync was answered for is lost; for databases alone
+    kPowerCut,  // as kBroken, and what no sync was answered for is lost, or any part of it; for databases
+                // alone
     kKill,      // this process ends in place of the change
 };
 
@@ -29,7 +30,10 @@ public:
 
     // From now on counts the changes of the files whose path contains `where`; the trouble begins with the
     // `at`th (from 1).
-    static void Break(DiskTrouble trouble, unsigned at, const std::string& where);
+    //
+    // seed  of a power cut: draws which of the writes that no sync was answered for are on the disk all the
+    //       same, some of them in half; 0: none is.
+    static void Break(DiskTrouble trouble, unsigned at, const std::string& where, unsigned seed = 0);
 
     // Makes it whole again; how many changes were asked for since. After a power cut: when every database
     // that it struck is closed.

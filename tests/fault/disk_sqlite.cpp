@@ -60,13 +60,16 @@ sqlite3_int64 SizeOf(sqlite3_file* file)
     return size;
 }
 
-void NoteWhatStands(sqlite3_file* file, int count, sqlite3_int64 offset, sqlite3_int64 size)
+// Before `count` bytes are written or, if `bytes` is null, cut off.
+void NoteWhatStands(sqlite3_file* file, const void* bytes, int count, sqlite3_int64 offset,
+                    sqlite3_int64 size)
 {
     const sqlite3_int64 standing = std::max<sqlite3_int64>(0, std::min<sqlite3_int64>(count, size - offset));
     std::string before(static_cast<std::size_t>(standing), '\0');
     if (standing > 0)
         Pass<&sqlite3_io_methods::xRead>::Call(file, before.data(), static_cast<int>(standing), offset);
-    DiskState::Get().NoteWrite(PathOf(file), offset, std::move(before), size);
+    std::string after(static_cast<const char*>(bytes), bytes ? static_cast<std::size_t>(count) : 0);
+    DiskState::Get().NoteWrite(PathOf(file), offset, std::move(before), size, std::move(after));
 }
 
 int Write(sqlite3_file* file, const void* bytes, int count, sqlite3_int64 offset)
@@ -76,7 +79,7 @@ int Write(sqlite3_file* file, const void* bytes, int count, sqlite3_int64 offset
     const Verdict verdict = state.Judge(PathOf(file), true, offset + count > size);
     const int part = verdict.IsDone() ? count : verdict.isHalfDone ? count / 2 : 0;
     if (part > 0 && state.NotesWrites(PathOf(file)))
-        NoteWhatStands(file, part, offset, size);
+        NoteWhatStands(file, bytes, part, offset, size);
     const int code =
         part > 0 ? Pass<&sqlite3_io_methods::xWrite>::Call(file, bytes, part, offset) : SQLITE_OK;
     if (verdict.IsDone())
@@ -91,7 +94,7 @@ int Truncate(sqlite3_file* file, sqlite3_int64 size)
         return SQLITE_IOERR_TRUNCATE;
     const sqlite3_int64 before = SizeOf(file);
     if (before > size && state.NotesWrites(PathOf(file)))
-        NoteWhatStands(file, static_cast<int>(before - size), size, before);
+        NoteWhatStands(file, nullptr, static_cast<int>(before - size), size, before);
     return Pass<&sqlite3_io_methods::xTruncate>::Call(file, size);
 }
 

@@ -6,6 +6,7 @@
 
 #include <map>
 #include <mutex>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -27,7 +28,7 @@ class DiskState {
 public:
     static DiskState& Get();
 
-    void Break(DiskTrouble trouble, unsigned at, const std::string& where);
+    void Break(DiskTrouble trouble, unsigned at, const std::string& where, unsigned seed);
     unsigned Repair();
 
     // Counts a change of the file and judges it. `path` may be null: a file without a name.
@@ -35,8 +36,9 @@ public:
 
     // Whether what a write replaces is to be noted.
     bool NotesWrites(const char* path);
-    // The bytes that stand where a write is about to be, and the file's size.
-    void NoteWrite(const char* path, off_t offset, std::string before, off_t size);
+    // A write that is about to be: the bytes that stand there, the file's size, and what is written. A
+    // truncation writes nothing, from the file's new size on.
+    void NoteWrite(const char* path, off_t offset, std::string before, off_t size, std::string after);
     // What was noted of the file is on the disk, or gone with it.
     void ForgetWrites(const char* path);
 
@@ -45,10 +47,12 @@ private:
         off_t offset;
         std::string before;
         off_t size;
+        std::string after;
     };
 
     bool Concerns(const char* path) const;
-    static void TakeBack(const std::string& path, const std::vector<Note>& notes);
+    void TakeBack(const std::string& path, const std::vector<Note>& notes);
+    void KeepSome(int file, const std::vector<Note>& notes);
 
     std::mutex lock_;
     bool broken_ = false;
@@ -57,6 +61,8 @@ private:
     unsigned changes_ = 0;
     bool begun_ = false;
     std::string where_;
+    unsigned seed_ = 0;
+    std::mt19937 random_;
     std::map<std::string, std::vector<Note>> unsynced_;
 };
 
