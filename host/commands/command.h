@@ -66,6 +66,9 @@ CLI::App* AddCommand(CLI::App& program, Chosen& chosen, const char* name, const 
     return command;
 }
 
+// `--exchange-mode`, for ChooseExchangeMode (host/sharing/pinning.h).
+CLI::Option* AddExchangeMode(CLI::App& command, std::string& mode);
+
 // The share of a folder that is named by its path. Throws a HostError when it isn't shared.
 Share FindSharedFolder(Records& records, const std::string& mailbox, const std::string& folder);
 

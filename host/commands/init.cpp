@@ -12,13 +12,15 @@ struct InitOptions {
     std::string mailbox;
     std::string name;
     std::string exchange;
+    std::string exchangeMode;
 };
 
 // Others find the device in the exchange from now on.
-void ShowItself(const Mailbox& mailbox, const std::string& directory)
+void ShowItself(const Mailbox& mailbox, const InitOptions& options)
 {
     try {
-        Transport transport(mailbox, PathOf(ChosenExchange(mailbox, directory)));
+        ChooseExchangeMode(mailbox, options.exchange, options.exchangeMode);
+        Transport transport(mailbox, PathOf(ChosenExchange(mailbox, options.exchange)));
         PublishCard(transport, mailbox.Name());
     } catch (const exchange::Error& error) {
         throw HostError(error.what());
@@ -39,11 +41,21 @@ ExitCode Init(const InitOptions& options)
           "made the mailbox " + mailbox.Directory().string() + " of " + mailbox.Name() + ", device " +
               ShownDevice(device) + "\n");
     if (!options.exchange.empty())
-        ShowItself(mailbox, options.exchange);
+        ShowItself(mailbox, options);
     return ExitCode::kDone;
 }
 
 }  // namespace
+
+CLI::Option* AddExchangeMode(CLI::App& command, std::string& mode)
+{
+    return command
+        .add_option(
+            "--exchange-mode", mode,
+            "Who else may read what is laid in the exchange, as its files' mode: 0600 nobody, 0640 the "
+            "group (what holds if nothing was said), 0644 everybody; remembered")
+        ->check(CLI::IsMember(std::vector<std::string>(kExchangeModes.begin(), kExchangeModes.end())));
+}
 
 void AddInitCommand(CLI::App& program, Chosen& chosen)
 {
@@ -54,9 +66,10 @@ void AddInitCommand(CLI::App& program, Chosen& chosen)
     command->add_option("MAILBOX", options->mailbox, "Directory to make")->required();
     command->add_option("--name", options->name,
                         "Name under which other members know the mailbox (default: the directory's name)");
-    command->add_option(
+    CLI::Option* const exchange = command->add_option(
         "--exchange", options->exchange,
         "Directory that every member can reach; the mailbox's card is laid there, and it is remembered");
+    AddExchangeMode(*command, options->exchangeMode)->needs(exchange);
 }
 
 }  // namespace quorvane::host

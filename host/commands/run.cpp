@@ -55,6 +55,7 @@ ExitCode Run(const RunOptions& given)
     if (options.exchange.empty())
         throw HostError("no exchange is known yet: name it by --exchange", ExitCode::kUsage);
     const auto lock = mailbox.LockForRun();
+    ChooseExchangeMode(mailbox, options.exchange, options.exchangeMode);
     Runner runner(options, mailbox, signals, statistics);
     runner.Use(MirrorsOfRun(mailbox, runner.Mail(), signals, [](const std::string& line) {
         std::fprintf(stderr, "quorvane: %s\n", Printable(line).c_str());
@@ -77,6 +78,7 @@ void AddRunCommand(CLI::App& program, Chosen& chosen)
     command->add_option("MAILBOX", options->mailbox, "Directory of the mailbox")->required();
     command->add_option("--exchange", options->exchange,
                         "Directory that every member can reach; remembered, so that it is named once");
+    AddExchangeMode(*command, options->exchangeMode);
     command->add_flag("--until-idle", options->untilIdle, "End when nothing is left to do");
     command
         ->add_option("--idle-seconds", options->idleSeconds, "How long nothing may happen before it is idle")

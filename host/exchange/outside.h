@@ -17,6 +17,10 @@
 
 namespace quorvane::host::exchange {
 
+// Who else may read what is laid outside, where the system has modes: directories 0700, 0750 or 0755 and
+// files 0600, 0640 or 0644, whatever the process's mask says. On Windows the directory's own rules hold.
+enum class Readers { kNobody = 0, kGroup = 1, kEverybody = 2 };
+
 // A handle of the system's, closed with its owner.
 class OwnedHandle {
 public:
@@ -60,8 +64,10 @@ public:
 
     // One in it; empty when there is none.
     std::unique_ptr<OutsideDirectory> Sub(const std::string& name) const;
-    // One in it, made when there is none, for its owner to write and its group to read.
-    std::unique_ptr<OutsideDirectory> MakeSub(const std::string& name) const;
+    // One in it, made when there is none, for its owner to write and `readers` to read. What the system hands
+    // down from the directory that it lies in, such as its group, stays. One that was there is let to be read
+    // by them too if it is this user's.
+    std::unique_ptr<OutsideDirectory> MakeSub(const std::string& name, Readers readers) const;
 
     // Calls `visit` with the name of everything in it, in no order, as long as it answers true.
     void ForEachName(const std::function<bool(const std::string&)>& visit) const;
@@ -70,8 +76,10 @@ public:
     std::unique_ptr<OutsideFile> OpenFile(const std::string& name) const;
 
     // Writes a file in full, on the disk when this returns, and in one step in place of what has the name;
-    // for its owner to write and its group to read. Nothing else is written to, whatever lies at the name.
-    void Replace(const std::string& name, const ByteSource& content) const;
+    // for its owner to write and `readers` to read. Nothing else is written to, whatever lies at the name.
+    void Replace(const std::string& name, const ByteSource& content, Readers readers) const;
+    // Lets `readers` read the plain files in it, and nobody else.
+    void LetRead(Readers readers) const;
     // No error if there is none.
     void Remove(const std::string& name) const;
 

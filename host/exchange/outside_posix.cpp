@@ -16,10 +16,19 @@ namespace quorvane::host::exchange {
 namespace {
 
 constexpr int kLook = O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY;
-constexpr mode_t kDirectoryMode = 0750;
-constexpr mode_t kFileMode = 0640;
 constexpr mode_t kPrivateMode = 0600;
 constexpr std::size_t kBlock = std::size_t{256} << 10;
+constexpr mode_t kAccess = 0777;  // the part of a mode that tells who may do what
+
+mode_t FileModeFor(Readers readers) noexcept
+{
+    return readers == Readers::kNobody ? 0600 : readers == Readers::kGroup ? 0640 : 0644;
+}
+
+mode_t DirectoryModeFor(Readers readers) noexcept
+{
+    return readers == Readers::kNobody ? 0700 : readers == Readers::kGroup ? 0750 : 0755;
+}
 
 int DescriptorOf(const OwnedHandle& handle) noexcept
 {
@@ -83,6 +92,16 @@ void WriteWhole(int directory, const std::string& name, const ByteSource& conten
     }
 }
 
+// Of a file or directory that is open; false with errno when it can't be. Bits that aren't about access, such
+// as that which hands a directory's group down, stay.
+bool SetAccess(int descriptor, mode_t access) noexcept
+{
+    struct stat status {};
+    return fstat(descriptor, &status) == 0 &&
+           ((status.st_mode & kAccess) == access ||
+            fchmod(descriptor, (status.st_mode & 07777 & ~kAccess) | access) == 0);
+}
+
 std::unique_ptr<OutsideDirectory> OpenDirectory(int parent, const char* name, int flags,
                                                 const std::filesystem::path& path)
 {
@@ -130,16 +149,16 @@ std::unique_ptr<OutsideDirectory> OutsideDirectory::Sub(const std::string& name)
     return OpenDirectory(DescriptorOf(handle_), name.c_str(), kLook, path_ / name);
 }
 
-std::unique_ptr<OutsideDirectory> OutsideDirectory::MakeSub(const std::string& name) const
+std::unique_ptr<OutsideDirectory> OutsideDirectory::MakeSub(const std::string& name, Readers readers) const
 {
-    const bool isNew = mkdirat(DescriptorOf(handle_), name.c_str(), kDirectoryMode) == 0;
+    const mode_t mode = DirectoryModeFor(readers);
+    const bool isNew = mkdirat(DescriptorOf(handle_), name.c_str(), mode) == 0;
     if (!isNew && errno != EEXIST)
         FailNow("make the directory", (path_ / name).string());
     auto made = Sub(name);
     if (!made)
         FailForNow("cannot open the directory '" + (path_ / name).string() + "': it has gone again");
-    // Whatever the process's mask says.
-    if (isNew && fchmod(DescriptorOf(made->handle_), kDirectoryMode) != 0)
+    if (!SetAccess(DescriptorOf(made->handle_), mode) && isNew)
         FailNow("make the directory", (path_ / name).string());
     return made;
 }
@@ -183,12 +202,24 @@ std::unique_ptr<OutsideFile> OutsideDirectory::OpenFile(const std::string& name)
                                          shown);
 }
 
-void OutsideDirectory::Replace(const std::string& name, const ByteSource& content) const
+void OutsideDirectory::Replace(const std::string& name, const ByteSource& content, Readers readers) const
 {
     const std::string shown = (path_ / name).string();
-    WriteWhole(DescriptorOf(handle_), name, content, kFileMode, true, shown);
+    WriteWhole(DescriptorOf(handle_), name, content, FileModeFor(readers), true, shown);
     if (fsync(DescriptorOf(handle_)) != 0)
         FailNow("write", shown);
+}
+
+void OutsideDirectory::LetRead(Readers readers) const
+{
+    ForEachName([&](const std::string& name) {
+        const OwnedHandle file(openat(DescriptorOf(handle_), name.c_str(), kLook));
+        struct stat status {};
+        if (file.Get() >= 0 && fstat(DescriptorOf(file), &status) == 0 && S_ISREG(status.st_mode) &&
+            !SetAccess(DescriptorOf(file), FileModeFor(readers)))
+            FailNow("change who may read", (path_ / name).string());
+        return true;
+    });
 }
 
 void OutsideDirectory::Remove(const std::string& name) const

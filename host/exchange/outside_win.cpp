@@ -157,7 +157,7 @@ std::unique_ptr<OutsideDirectory> OutsideDirectory::Sub(const std::string& name)
     return OpenDirectory(path_ / WideName(name), kNoLink);
 }
 
-std::unique_ptr<OutsideDirectory> OutsideDirectory::MakeSub(const std::string& name) const
+std::unique_ptr<OutsideDirectory> OutsideDirectory::MakeSub(const std::string& name, Readers) const
 {
     const std::filesystem::path path = path_ / WideName(name);
     if (!CreateDirectoryW(path.c_str(), nullptr) && GetLastError() != ERROR_ALREADY_EXISTS)
@@ -203,10 +203,12 @@ std::unique_ptr<OutsideFile> OutsideDirectory::OpenFile(const std::string& name)
     return std::make_unique<OutsideFile>(std::move(handle), size, path.string());
 }
 
-void OutsideDirectory::Replace(const std::string& name, const ByteSource& content) const
+void OutsideDirectory::Replace(const std::string& name, const ByteSource& content, Readers) const
 {
     WriteWhole(path_ / WideName(name), content, true);
 }
+
+void OutsideDirectory::LetRead(Readers) const {}
 
 void OutsideDirectory::Remove(const std::string& name) const
 {

@@ -138,18 +138,31 @@ std::unique_ptr<OutsideFile> Place::Open(const DeviceId& device, std::uint64_t s
 
 void Place::Write(Note note, std::string_view bytes) const
 {
-    Root()->MakeSub(TextOf(own_))->Replace(NameOf(note), TextSource(bytes));
+    Root()->MakeSub(TextOf(own_), readers_)->Replace(NameOf(note), TextSource(bytes), readers_);
 }
 
 void Place::Put(std::uint64_t sequence, const ByteSource& package) const
 {
-    Root()->MakeSub(TextOf(own_))->MakeSub(kOutName)->Replace(NameOf(sequence), package);
+    Root()
+        ->MakeSub(TextOf(own_), readers_)
+        ->MakeSub(kOutName, readers_)
+        ->Replace(NameOf(sequence), package, readers_);
 }
 
 void Place::Remove(std::uint64_t sequence) const
 {
     if (const auto out = Out(own_))
         out->Remove(NameOf(sequence));
+}
+
+void Place::LetRead() const
+{
+    const auto root = Root();
+    if (!root->Sub(TextOf(own_)))
+        return;
+    const auto home = root->MakeSub(TextOf(own_), readers_);
+    home->LetRead(readers_);
+    home->MakeSub(kOutName, readers_)->LetRead(readers_);
 }
 
 }  // namespace quorvane::host::exchange

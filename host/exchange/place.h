@@ -31,8 +31,9 @@ public:
     static constexpr std::size_t kMostPackages = 4096;
 
     // directory: the exchange's; it needn't be there, and is never made: a mount that is gone isn't to be
-    // filled behind its back.
-    Place(std::filesystem::path directory, const DeviceId& own) : directory_(std::move(directory)), own_(own)
+    // filled behind its back. readers: who else may read what this device lays there.
+    Place(std::filesystem::path directory, const DeviceId& own, Readers readers = Readers::kGroup)
+        : directory_(std::move(directory)), own_(own), readers_(readers)
     {}
 
     bool IsReachable() const noexcept;
@@ -55,6 +56,8 @@ public:
     void Write(Note note, std::string_view bytes) const;
     void Put(std::uint64_t sequence, const ByteSource& package) const;
     void Remove(std::uint64_t sequence) const;
+    // Lets the readers read what it has laid there before, and nobody else.
+    void LetRead() const;
 
 private:
     std::unique_ptr<OutsideDirectory> Root() const;
@@ -63,6 +66,7 @@ private:
 
     std::filesystem::path directory_;
     DeviceId own_;
+    Readers readers_;
 };
 
 }  // namespace quorvane::host::exchange

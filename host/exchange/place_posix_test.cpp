@@ -142,6 +142,59 @@ TEST_F(PlacePosixTest, OwnerAndGroupHaveTheirRightsWhateverTheMaskSays)
     }
 }
 
+TEST_F(PlacePosixTest, WhoElseReadsIsTheUsersWord)
+{
+    const struct {
+        Readers readers;
+        mode_t directory, file;
+    } kinds[] = {{Readers::kNobody, 0700, 0600},
+                 {Readers::kGroup, 0750, 0640},
+                 {Readers::kEverybody, 0755, 0644},
+                 {Readers::kNobody, 0700, 0600}};
+    for (const auto& kind : kinds) {
+        const Place place(directory / "exchange", alice.Id(), kind.readers);
+        place.Put(1, MemorySource("mine"));
+        place.Write(Place::Note::kCard, "a card");
+
+        EXPECT_EQ(ModeOf(home), kind.directory);
+        EXPECT_EQ(ModeOf(out), kind.directory);
+        EXPECT_EQ(ModeOf(first), kind.file);
+        EXPECT_EQ(ModeOf(home / "card"), kind.file);
+    }
+}
+
+TEST_F(PlacePosixTest, WhatLiesThereAlreadyIsLetToBeReadToo)
+{
+    std::filesystem::remove_all(home);
+    Place(directory / "exchange", alice.Id(), Readers::kEverybody).LetRead();
+    EXPECT_FALSE(std::filesystem::exists(home)) << "nothing is made for it";
+    ofAlice.Put(1, MemorySource("mine"));
+    ofAlice.Write(Place::Note::kCard, "a card");
+    ASSERT_EQ(chmod((directory / "secret").c_str(), 0600), 0);
+    std::filesystem::create_symlink(directory / "secret", home / "link");
+
+    Place(directory / "exchange", alice.Id(), Readers::kEverybody).LetRead();
+
+    EXPECT_EQ(ModeOf(home), 0755U);
+    EXPECT_EQ(ModeOf(out), 0755U);
+    EXPECT_EQ(ModeOf(first), 0644U);
+    EXPECT_EQ(ModeOf(home / "card"), 0644U);
+    EXPECT_EQ(ModeOf(directory / "secret"), 0600U) << "reached through a link";
+}
+
+// Directories that hand down their group, as exchanges of a group are set up.
+TEST_F(PlacePosixTest, ADirectoryThatHandsItsGroupDownGoesOnDoingSo)
+{
+    std::filesystem::remove_all(home);
+    ASSERT_EQ(chmod((directory / "exchange").c_str(), 02770), 0);
+    const mode_t mask = umask(077);
+    ofAlice.Put(1, MemorySource("mine"));
+    umask(mask);
+    EXPECT_EQ(ModeOf(home), 02750U);
+    EXPECT_EQ(ModeOf(out), 02750U);
+    EXPECT_EQ(ModeOf(first), 0640U);
+}
+
 // A file that takes no room and would take 3 GB of the mailbox's disk.
 TEST_F(PlacePosixTest, ASparseFileIsRefusedByItsSize)
 {

@@ -127,6 +127,23 @@ void Peers::SetExchange(const std::string& directory)
     Statement(database_, "UPDATE mailbox SET exchange = ?").Bind(1, directory).Run();
 }
 
+exchange::Readers Peers::ExchangeReaders()
+{
+    switch (OwnNumber(database_, "SELECT readers FROM mailbox")) {
+        case 0:
+            return exchange::Readers::kNobody;
+        case 2:
+            return exchange::Readers::kEverybody;
+        default:
+            return exchange::Readers::kGroup;
+    }
+}
+
+void Peers::SetExchangeReaders(exchange::Readers readers)
+{
+    Statement(database_, "UPDATE mailbox SET readers = ?").Bind(1, static_cast<int>(readers)).Run();
+}
+
 std::uint64_t Peers::LastAcksSerial()
 {
     return static_cast<std::uint64_t>(OwnNumber(database_, "SELECT acks_serial FROM mailbox"));

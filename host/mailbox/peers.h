@@ -15,6 +15,7 @@
 #include "host/exchange/acks.h"
 #include "host/exchange/card.h"
 #include "host/exchange/intake.h"
+#include "host/exchange/outside.h"
 
 namespace quorvane::host {
 
@@ -83,6 +84,9 @@ public:
     std::uint64_t LastSequence();
     std::string Exchange();
     void SetExchange(const std::string& directory);
+    // Who else may read what this device lays there; its group, as long as nothing was said.
+    exchange::Readers ExchangeReaders();
+    void SetExchangeReaders(exchange::Readers readers);
     // A number that is greater than any that was given, in earlier lives of the mailbox too.
     std::uint64_t NextAcksSerial();
     std::uint64_t LastAcksSerial();

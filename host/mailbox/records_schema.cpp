@@ -278,10 +278,16 @@ CREATE TABLE mirror_mail (
     UNIQUE (mirror, base));
 )sql";
 
+// From version 10 on: who else may read what the mailbox lays in the exchange; Readers
+// (host/exchange/outside.h).
+constexpr char kUpgradeFrom10[] = R"sql(
+ALTER TABLE mailbox ADD COLUMN readers INTEGER NOT NULL DEFAULT 1;
+)sql";
+
 // Each brings the records from the version that is its place, counted from 1, to the next.
-constexpr const char* kUpgrades[] = {kUpgradeFrom1, kUpgradeFrom2, kUpgradeFrom3,
-                                     kUpgradeFrom4, kUpgradeFrom5, kUpgradeFrom6,
-                                     kUpgradeFrom7, kUpgradeFrom8, kUpgradeFrom9};
+constexpr const char* kUpgrades[] = {kUpgradeFrom1, kUpgradeFrom2, kUpgradeFrom3, kUpgradeFrom4,
+                                     kUpgradeFrom5, kUpgradeFrom6, kUpgradeFrom7, kUpgradeFrom8,
+                                     kUpgradeFrom9, kUpgradeFrom10};
 static_assert(std::size(kUpgrades) + 1 == Records::kVersion);
 
 }  // namespace

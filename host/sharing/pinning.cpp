@@ -81,4 +81,22 @@ std::string ChosenExchange(const Mailbox& mailbox, const std::string& named)
     return named;
 }
 
+void ChooseExchangeMode(const Mailbox& mailbox, const std::string& exchange, const std::string& mode)
+{
+    if (mode.empty())
+        return;
+    const auto readers = static_cast<exchange::Readers>(
+        std::find(kExchangeModes.begin(), kExchangeModes.end(), mode) - kExchangeModes.begin());
+    Peers peers(mailbox.HostDatabasePath().string());
+    if (peers.ExchangeReaders() == readers)
+        return;
+    const auto own = exchange::ParseDeviceId(mailbox.Device()).value_or(exchange::DeviceId{});
+    try {
+        exchange::Place(PathOf(exchange), own, readers).LetRead();
+    } catch (const exchange::Error& error) {
+        throw HostError(error.what());
+    }
+    peers.SetExchangeReaders(readers);
+}
+
 }  // namespace quorvane::host

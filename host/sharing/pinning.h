@@ -2,6 +2,7 @@
 #ifndef QUORVANE_HOST_SHARING_PINNING_H_
 #define QUORVANE_HOST_SHARING_PINNING_H_
 
+#include <array>
 #include <string>
 #include <vector>
 
@@ -31,6 +32,13 @@ void RefuseAmbiguity(const std::string& member, const std::vector<FoundCard>& ca
 // The exchange that a command works with: the one that was named, which is remembered, or the remembered one;
 // empty when there is neither.
 std::string ChosenExchange(const Mailbox& mailbox, const std::string& named);
+
+// The modes of files in the exchange that `--exchange-mode` names.
+inline constexpr std::array<const char*, 3> kExchangeModes{"0600", "0640", "0644"};
+
+// One of kExchangeModes: holds from now on for what the mailbox lays into `exchange`, and for what lies there
+// already, and is remembered. Empty: all stays as it is. Throws a HostError.
+void ChooseExchangeMode(const Mailbox& mailbox, const std::string& exchange, const std::string& mode);
 
 }  // namespace quorvane::host
 

@@ -32,7 +32,8 @@ struct RunOptions {
     bool untilIdle = false;
     double idleSeconds = 2;
     std::string mailbox;
-    std::string exchange;  // empty: the one that the mailbox remembers
+    std::string exchange;      // empty: the one that the mailbox remembers
+    std::string exchangeMode;  // empty: as it is
     std::int64_t askAfter = exchange::GapWatch::kPatience;
     std::int64_t compareAfter = Comparisons::kOnceInADay;
     std::int64_t silentAfter = Receipts::kMonth;

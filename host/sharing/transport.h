@@ -18,16 +18,16 @@ struct Transport {
     Transport(const Mailbox& mailbox, const std::filesystem::path& exchange)
         : directory(exchange),
           keys(ReadDeviceKeys(mailbox)),
-          place(exchange, keys.Id()),
           peers(mailbox.HostDatabasePath().string()),
+          place(exchange, keys.Id(), peers.ExchangeReaders()),
           folders(mailbox.HostDatabasePath().string(), keys),
           refusals(mailbox.HostDatabasePath().string())
     {}
 
     const std::filesystem::path directory;  // the exchange
     const exchange::DeviceKeys keys;
-    const exchange::Place place;
     Peers peers;
+    const exchange::Place place;
     SharedFolders folders;
     Refusals refusals;
 };

@@ -565,6 +565,38 @@ TEST_F(ExchangeTest, NobodyElseReadsTheKeysAndTheGroupAloneThePackages)
     }
 }
 
+TEST_F(ExchangeTest, WhoElseReadsThePackagesIsSaidOnceAndHoldsForAllOfThem)
+{
+    if (TestedProgram().isForWindows)
+        GTEST_SKIP() << "modes are this system's";
+    const auto modeOf = [](const std::filesystem::path& path) {
+        return static_cast<unsigned>(std::filesystem::status(path).permissions());
+    };
+    std::filesystem::create_directories(Path("exchange"));
+    MustRun({"init", Mailbox("carol"), "--exchange", Path("exchange").string(), "--exchange-mode", "0600"});
+    const std::filesystem::path card = DeviceOf("carol").Home() / "card";
+    EXPECT_EQ(modeOf(card), 0600U);
+    EXPECT_EQ(modeOf(card.parent_path()), 0700U);
+
+    ShareToTheEnd();
+    MustRun({"import", Mailbox("alice"), "Shared", Sample("03-html-only").string()});
+    RunOnce("alice");
+    const auto before = Packages();
+    ASSERT_FALSE(before.empty());
+    RunOnce("alice", {"--exchange-mode", "0644"});
+    MustRun({"import", Mailbox("alice"), "Shared", Sample("04-alternative").string()});
+    RunOnce("alice");
+
+    EXPECT_GT(Packages().size(), before.size());
+    EXPECT_EQ(modeOf(DeviceOf("alice").Home()), 0755U);
+    for (const auto& package : Packages())
+        EXPECT_EQ(modeOf(package), 0644U) << package;
+
+    const Outcome refused = Run(RunOf("alice", {"--exchange-mode", "0666"}));
+    EXPECT_EQ(refused.exitCode, 2);
+    EXPECT_NE(refused.errors.find("0666"), std::string::npos) << refused.errors;
+}
+
 }  // namespace
 
 }  // namespace quorvane::test

@@ -184,6 +184,9 @@ TEST_F(FolderTest, ASharedFolderIsDeletedOnlyOnceItIsLeftAndThenHereAlone)
     MustRun({"folder", "delete", Mailbox("bob"), "P", "--yes"});
     EXPECT_EQ(Folders("bob"), Names{});
     EXPECT_EQ(Trash("bob").size(), 1U);
+    EXPECT_TRUE(Eventually([&] {
+        return MustRun({"status", Mailbox("alice"), "--json"}).Value().at("shares")[0].at("members").empty();
+    }));
     // Somebody who deleted it and then is invited again has deleted nothing at the others.
     MustRun({"share", Mailbox("alice"), "P/Shared", "--with", "bob"});
     MustRun({"import", Mailbox("alice"), "P/Shared", Sample("03-html-only").string()});
