@@ -50,6 +50,7 @@ void AddBackupCommand(CLI::App& program, Chosen& chosen);
 void AddRestoreCommand(CLI::App& program, Chosen& chosen);
 void AddStatusCommand(CLI::App& program, Chosen& chosen);
 void AddInspectCommand(CLI::App& program, Chosen& chosen);
+void AddLogCommand(CLI::App& program, Chosen& chosen);
 // Those that packages and shells use: manual pages and completion.
 void AddHiddenCommands(CLI::App& program, Chosen& chosen);
 
@@ -71,6 +72,10 @@ CLI::Option* AddExchangeMode(CLI::App& command, std::string& mode);
 
 // The share of a folder that is named by its path. Throws a HostError when it isn't shared.
 Share FindSharedFolder(Records& records, const std::string& mailbox, const std::string& folder);
+
+// The time that a user named, as "2026-11-21" or "2026-11-21T06:16:47Z", as a FILETIME; 0 for an empty text.
+// Throws a HostError for any other text.
+std::uint64_t TimeNamed(const std::string& text);
 
 // The entry identifier of an item of `folder` that a user named: by its sharing ID, its entry identifier, or
 // its number in `list`. Throws a HostError.

@@ -75,6 +75,9 @@ const std::pair<const char*, std::vector<std::string>> kExamples[] = {
     {"cancel", {"quorvane cancel ~/mail/alice Shared"}},
     {"conflicts", {"quorvane conflicts ~/mail/alice"}},
     {"verify", {"quorvane verify ~/mail/alice", "quorvane verify ~/mail/alice Shared --wait 0"}},
+    {"log",
+     {"quorvane log ~/mail/alice", "quorvane log ~/mail/alice --failures --since 2026-11-01",
+      "quorvane log ~/mail/alice --follow"}},
     {"compare", {"quorvane compare ~/mail/alice Shared ~/mail/bob Shared"}},
     {"inspect", {"quorvane inspect letter.msg", "quorvane inspect /mnt/exchange/DEVICE/out/NUMBER.qvx"}},
 };

@@ -11,6 +11,7 @@
 #include "host/commands/command.h"
 #include "host/commands/command_tables.h"
 #include "host/mailbox/sharing_rows.h"
+#include "host/sharing/since.h"
 
 namespace quorvane::host {
 
@@ -99,7 +100,7 @@ const CommandGroup kGroups[] = {
      {AddMembersCommand, AddShareCommand, AddInvitationsCommand, AddAcceptCommand, AddDeclineCommand,
       AddLeaveCommand, AddUnshareCommand, AddResendCommand, AddCancelCommand, AddConflictsCommand,
       AddVerifyCommand}},
-    {"A closer look", {AddCompareCommand, AddInspectCommand}},
+    {"A closer look", {AddLogCommand, AddCompareCommand, AddInspectCommand}},
 };
 
 void AddCommands(CLI::App& program, Chosen& chosen)
@@ -191,6 +192,17 @@ int RunProgram(int argc, const char* const* argv)
         return static_cast<int>(errors.Print(UsageLine(program, argc, argv, error), ExitCode::kUsage));
     }
     return static_cast<int>(Work(chosen, errors));
+}
+
+std::uint64_t TimeNamed(const std::string& text)
+{
+    if (text.empty())
+        return 0;
+    const auto time = ParseTime(text);
+    if (!time)
+        throw HostError("cannot read '" + text + "' as a date: give 2026-11-21 or 2026-11-21T06:16:47Z",
+                        ExitCode::kUsage);
+    return *time;
 }
 
 std::string FindItem(const Mailbox& mailbox, IMAPIFolder& folder, const std::string& name)

@@ -2,7 +2,6 @@
 
 #include "host/commands/command.h"
 #include "host/mailbox/records.h"
-#include "host/sharing/since.h"
 #include "host/store/properties.h"
 
 namespace quorvane::host {
@@ -25,21 +24,9 @@ struct CancelOptions {
     std::string member;
 };
 
-std::uint64_t SinceOf(const ResendOptions& options)
-{
-    if (options.since.empty())
-        return 0;
-    const auto time = ParseTime(options.since);
-    if (!time)
-        throw HostError(
-            "cannot read '" + options.since + "' as a date: give 2026-11-21 or 2026-11-21T06:16:47Z",
-            ExitCode::kUsage);
-    return *time;
-}
-
 ExitCode Resend(const ResendOptions& options)
 {
-    const std::uint64_t since = SinceOf(options);
+    const std::uint64_t since = TimeNamed(options.since);
     const Mailbox mailbox = Mailbox::Open(options.mailbox);
     Records records(mailbox.HostDatabasePath().string());
     const Share share = FindSharedFolder(records, options.mailbox, options.folder);

@@ -15,7 +15,7 @@ README = pathlib.Path(os.environ["QUORVANE_README"])
 # Ends with another code than 0 where no run is under way.
 CODES = {"verify": 3}
 # After these the world is as it was.
-READERS = {"status", "list", "show", "export", "invitations", "conflicts", "compare", "inspect"}
+READERS = {"status", "list", "show", "export", "invitations", "conflicts", "compare", "inspect", "log"}
 
 
 def described():
@@ -33,10 +33,10 @@ class ExamplesTest(unittest.TestCase):
     def line(self, text):
         return text.replace("/mnt/exchange", str(self.world.exchange))
 
-    def start(self, text):
+    def start(self, text, output=subprocess.DEVNULL):
         return subprocess.Popen(["bash", "-c", "exec " + self.line(text)], cwd=self.world.home,
                                 env=self.world.environment, text=True, stdin=subprocess.DEVNULL,
-                                stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
+                                stdout=output, stderr=subprocess.PIPE)
 
     def do(self, text, code=0):
         process = self.start(text)
@@ -146,6 +146,10 @@ class HelpExamplesTest(ExamplesTest):
             self.world.run("members", "link", self.world.mail("alice"), self.device_for(command))
         line = self.filled_in(command, example)
         words = line.split()
+        if "--follow" in words:
+            process = self.start(line, subprocess.PIPE)
+            self.assertTrue(process.stdout.readline(), line)
+            return self.end(process, line)
         if words[1] != "run" or "--until-idle" in words:
             return self.do(line, CODES.get(command, 0))
         process = self.start(line)

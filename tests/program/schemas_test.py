@@ -142,6 +142,7 @@ class SchemasTest(unittest.TestCase):
         self.assertTrue(world.run("status", alice)["shares"])
         self.verify()
         world.end_runs()
+        self.assertTrue(world.run("log", alice))
 
     def verify(self):
         for _ in range(30):

@@ -7,6 +7,7 @@ import pty
 import re
 import select
 import shutil
+import signal
 import subprocess
 import struct
 import tempfile
@@ -170,6 +171,23 @@ class TerminalTest(unittest.TestCase):
         self.assertIn("\033", self.listed("--color", "always", NO_COLOR="1"))
         piped = subprocess.run([PROGRAM, "list", self.world.mail("alice"), "In"], capture_output=True, check=True)
         self.assertNotIn(b"\033", piped.stdout)
+
+
+class FollowTest(unittest.TestCase):
+    def test_a_log_is_followed_until_the_end_is_asked_for(self):
+        world = World(tempfile.mkdtemp(prefix="quorvane-follow-"))
+        self.addCleanup(shutil.rmtree, world.home)
+        world.make("alice")
+        process = world.start("log", world.mail("alice"), "--follow")
+        self.assertTrue(process.stdout.readline().startswith("TIME"))
+        log = world.mail("alice") / "logs" / "quorvane3.log"
+        for code, told in (("0x80004005", "the operation failed"), ("0x80070005", "access denied")):
+            with log.open("a") as file:
+                file.write(f"11/23/26 07:55:14 CFolder::Resend(12) {code}\r\n")
+            self.assertIn(told, process.stdout.readline())
+        process.send_signal(signal.SIGINT)
+        output, errors = process.communicate(timeout=DEADLINE)
+        self.assertEqual((process.returncode, output, errors), (0, "", ""))
 
 
 class ManualTest(unittest.TestCase):
