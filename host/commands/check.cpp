@@ -88,28 +88,37 @@ std::string Summary(const CheckReport& report, std::size_t count, const Mender& 
     return text;
 }
 
+}  // namespace
+
+CheckCounts ExamineMailbox(const Mailbox& mailbox, CheckReport& report, Mender& mender)
+{
+    for (const auto& path : {mailbox.StorePath(), mailbox.SharingDatabasePath(), mailbox.HostDatabasePath()})
+        CheckDatabase(path, report, mender);
+    const MailSession session(mailbox.Directory().string());
+    const std::size_t items = CheckFolders(session, report);
+    return {items, CompareFiles(mailbox, session, report, mender)};
+}
+
+namespace {
+
 ExitCode CheckMailbox(const CheckOptions& options)
 {
     const Mailbox mailbox = Mailbox::Open(options.mailbox);
     const auto lock = options.repair ? mailbox.LockForRun() : nullptr;
     Mender mender(mailbox, options.repair);
     CheckReport report;
-    for (const auto& path : {mailbox.StorePath(), mailbox.SharingDatabasePath(), mailbox.HostDatabasePath()})
-        CheckDatabase(path, report, mender);
-    const MailSession session(options.mailbox);
-    const std::size_t count = CheckFolders(session, report);
-    const Json gone = CompareFiles(mailbox, session, report, mender);
+    const CheckCounts counts = ExamineMailbox(mailbox, report, mender);
     const bool isSound = report.open == 0;
     Print(options.json,
           {{"sound", isSound},
-           {"checked", count},
+           {"checked", counts.items},
            {"databases", report.databases},
            {"items", report.items},
            {"disagreements", report.disagreements},
            {"mended", report.mended},
            {"kept", mender.Place()},
-           {"deletionsToTell", gone}},
-          report.text + Summary(report, count, mender));
+           {"deletionsToTell", counts.deletionsToTell}},
+          report.text + Summary(report, counts.items, mender));
     return isSound ? ExitCode::kDone : ExitCode::kFailed;
 }
 

@@ -57,6 +57,15 @@ private:
 // Looks whether a database is sound. One whose indexes alone are damaged has them made anew.
 void CheckDatabase(const std::filesystem::path& path, CheckReport& report, Mender& mender);
 
+// What was looked at.
+struct CheckCounts {
+    std::size_t items = 0;
+    Json deletionsToTell;  // how many the next run tells of; null where the files weren't compared
+};
+
+// Reads all of a mailbox (`check`), with progress. Throws a HostError where the message store can't be read.
+CheckCounts ExamineMailbox(const Mailbox& mailbox, CheckReport& report, Mender& mender);
+
 }  // namespace quorvane::host
 
 #endif  // QUORVANE_HOST_COMMANDS_CHECK_REPORT_H_

@@ -45,6 +45,7 @@ void AddConflictsCommand(CLI::App& program, Chosen& chosen);
 void AddTrashCommand(CLI::App& program, Chosen& chosen);
 void AddUndeleteCommand(CLI::App& program, Chosen& chosen);
 void AddCheckCommand(CLI::App& program, Chosen& chosen);
+void AddDoctorCommand(CLI::App& program, Chosen& chosen);
 void AddVerifyCommand(CLI::App& program, Chosen& chosen);
 void AddBackupCommand(CLI::App& program, Chosen& chosen);
 void AddRestoreCommand(CLI::App& program, Chosen& chosen);

@@ -18,6 +18,7 @@ const std::pair<const char*, std::vector<std::string>> kExamples[] = {
      {"quorvane run ~/mail/alice", "quorvane run ~/mail/alice --until-idle --accept-from bob",
       "quorvane run ~/mail/alice --exchange /mnt/exchange -v"}},
     {"status", {"quorvane status ~/mail/alice", "quorvane status ~/mail/alice --json"}},
+    {"doctor", {"quorvane doctor ~/mail/alice"}},
     {"check", {"quorvane check ~/mail/alice", "quorvane check ~/mail/alice --repair"}},
     {"backup", {"quorvane backup ~/mail/alice ~/backups/alice"}},
     {"restore", {"quorvane restore ~/backups/old ~/mail/restored"}},

@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <deque>
 #include <optional>
 #include <unordered_map>
 
@@ -7,7 +6,7 @@
 #include "host/base/stop_signals.h"
 #include "host/base/system_file.h"
 #include "host/commands/command.h"
-#include "host/mailbox/engine_log.h"
+#include "host/commands/readings.h"
 #include "host/mailbox/sharing_rows.h"
 #include "host/mailbox/trash.h"
 #include "host/store/properties.h"
@@ -113,22 +112,17 @@ private:
     EngineLogReader reader_;
 };
 
-using Entries = std::deque<LogEntry>;
-
 // The log and the details beside it, in the order of their times; of them what was asked for.
 class WholeLog {
 public:
-    WholeLog(const Mailbox& mailbox, const LogOptions& options, std::uint64_t since)
-        : log_(mailbox.LogPath()),
-          details_(mailbox.LogPath().string() + ".info"),
-          options_(options),
-          since_(since)
+    WholeLog(const Mailbox& mailbox, const LogWish& wish)
+        : log_(mailbox.LogPath()), details_(mailbox.LogPath().string() + ".info"), wish_(wish)
     {}
 
     // What was written since the last time; the latest `most` entries of it, or all of them (0).
-    Entries ReadOn(std::size_t most)
+    LogEntries ReadOn(std::size_t most)
     {
-        Entries entries = ReadOn(log_, most), details = ReadOn(details_, most);
+        LogEntries entries = ReadOn(log_, most), details = ReadOn(details_, most);
         if (details.empty())
             return entries;
         entries.insert(entries.end(), details.begin(), details.end());
@@ -140,11 +134,11 @@ public:
     }
 
 private:
-    Entries ReadOn(LogFile& file, std::size_t most)
+    LogEntries ReadOn(LogFile& file, std::size_t most)
     {
-        Entries entries;
+        LogEntries entries;
         file.ReadOn([&](const LogEntry& entry) {
-            if (entry.time < since_ || (options_.failures && !entry.code))
+            if (entry.time < wish_.since || (wish_.failures && !entry.code))
                 return;
             entries.push_back(entry);
             if (most > 0 && entries.size() > most)
@@ -155,8 +149,7 @@ private:
 
     LogFile log_;
     LogFile details_;
-    const LogOptions& options_;
-    const std::uint64_t since_;
+    const LogWish wish_;
 };
 
 Json JsonOf(const LogEntry& entry, const std::string& subject)
@@ -169,7 +162,7 @@ Json JsonOf(const LogEntry& entry, const std::string& subject)
             {"result", entry.Result()},     {"subject", subject}};
 }
 
-void Show(const LogOptions& options, const Mailbox& mailbox, const Entries& entries, bool hasHead)
+void Show(const LogOptions& options, const Mailbox& mailbox, const LogEntries& entries, bool hasHead)
 {
     ItemNames names(mailbox);
     Json json = Json::array();
@@ -198,18 +191,23 @@ ExitCode ShowLog(const LogOptions& options)
     ChangeWatch watch;
     if (options.follow)
         watch.Watch(mailbox.LogPath().parent_path());
-    WholeLog log(mailbox, options, since);
+    WholeLog log(mailbox, {since, options.failures});
     Show(options, mailbox, log.ReadOn(options.lines), true);
     while (signals && watch.Wait(*signals, kLook) != ChangeWatch::Woken::kStop) {
         watch.Forget();
         watch.Watch(mailbox.LogPath().parent_path());
-        if (const Entries entries = log.ReadOn(0); !entries.empty())
+        if (const LogEntries entries = log.ReadOn(0); !entries.empty())
             Show(options, mailbox, entries, false);
     }
     return ExitCode::kDone;
 }
 
 }  // namespace
+
+LogEntries ReadLog(const Mailbox& mailbox, const LogWish& wish, std::size_t most)
+{
+    return WholeLog(mailbox, wish).ReadOn(most);
+}
 
 void AddLogCommand(CLI::App& program, Chosen& chosen)
 {

@@ -3,6 +3,7 @@
 
 #include "host/commands/command.h"
 #include "host/commands/mirroring.h"
+#include "host/commands/readings.h"
 #include "host/mailbox/device.h"
 #include "host/mailbox/peers.h"
 #include "host/mailbox/records.h"
@@ -285,9 +286,10 @@ Json AwaitedOf(Peers& peers, std::string& text)
     return awaited;
 }
 
-ExitCode Status(const StatusOptions& options)
+}  // namespace
+
+StatusReport ReadStatus(const Mailbox& mailbox)
 {
-    const Mailbox mailbox = Mailbox::Open(options.mailbox);
     Records records(mailbox.HostDatabasePath().string());
     ItemState state(mailbox, records);
     Table table = ShareTable();
@@ -315,34 +317,41 @@ ExitCode Status(const StatusOptions& options)
     std::error_code error;
     const bool isRunning = mailbox.IsInRun();
     const bool rejected = std::filesystem::exists(mailbox.Directory() / "rejected", error);
-    Print(options.json,
-          {{"mailbox", mailbox.Directory().string()},
-           {"name", mailbox.Name()},
-           {"running", isRunning},
-           {"shares", shares},
-           {"resends", resends},
-           {"unsent", unsent},
-           {"members", transport},
-           {"incoming", incoming},
-           {"strangers", strangers},
-           {"folders", known},
-           {"formerShares", former},
-           {"refusals", refusals},
-           {"awaited", awaited},
-           {"conflicts", conflicts},
-           {"mirrors", mirrors},
-           {"packagesFilling", packing},
-           {"packagesToDeliver", outgoing},
-           {"packagesToApply", unfinished},
-           {"rejected", rejected}},
-          mailbox.Name() + " at " + mailbox.Directory().string() +
-              (isRunning ? "; a run is under way\n" : "; no run is under way\n") + table.Text() +
-              "packages being filled: " + std::to_string(packing) +
-              ", to deliver: " + std::to_string(outgoing) + ", to apply: " + std::to_string(unfinished) +
-              "\n" + resendLines + unsentLines + transportLines +
-              (rejected ? "packages that couldn't be used lie in " +
-                              (mailbox.Directory() / "rejected").string() + "\n"
-                        : std::string()));
+    return {{{"mailbox", mailbox.Directory().string()},
+             {"name", mailbox.Name()},
+             {"running", isRunning},
+             {"shares", shares},
+             {"resends", resends},
+             {"unsent", unsent},
+             {"members", transport},
+             {"incoming", incoming},
+             {"strangers", strangers},
+             {"folders", known},
+             {"formerShares", former},
+             {"refusals", refusals},
+             {"awaited", awaited},
+             {"conflicts", conflicts},
+             {"mirrors", mirrors},
+             {"packagesFilling", packing},
+             {"packagesToDeliver", outgoing},
+             {"packagesToApply", unfinished},
+             {"rejected", rejected}},
+            mailbox.Name() + " at " + mailbox.Directory().string() +
+                (isRunning ? "; a run is under way\n" : "; no run is under way\n") + table.Text() +
+                "packages being filled: " + std::to_string(packing) +
+                ", to deliver: " + std::to_string(outgoing) + ", to apply: " + std::to_string(unfinished) +
+                "\n" + resendLines + unsentLines + transportLines +
+                (rejected ? "packages that couldn't be used lie in " +
+                                (mailbox.Directory() / "rejected").string() + "\n"
+                          : std::string())};
+}
+
+namespace {
+
+ExitCode Status(const StatusOptions& options)
+{
+    const StatusReport report = ReadStatus(Mailbox::Open(options.mailbox));
+    Print(options.json, report.json, report.text);
     return ExitCode::kDone;
 }
 

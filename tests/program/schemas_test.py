@@ -110,6 +110,7 @@ class SchemasTest(unittest.TestCase):
         self.assertTrue(world.run("status", alice)["mirrors"])
         world.run("mirror", alice, "Mine", "--remove")
         world.run("check", alice)
+        self.assertTrue(world.run("doctor", alice)["well"])
         world.run("backup", alice, world.home / "backup")
         world.run("restore", world.home / "backup", world.home / "restored")
 

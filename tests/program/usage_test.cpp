@@ -29,7 +29,7 @@ TEST_F(UsageTest, HelpIsGivenForTheProgramAndEachCommand)
          {"init",    "import",    "export",  "list",     "share",  "invitations", "accept", "decline",
           "leave",   "unshare",   "resend",  "cancel",   "run",    "edit",        "move",   "delete",
           "compare", "conflicts", "trash",   "undelete", "verify", "status",      "backup", "restore",
-          "inspect", "show",      "members", "check",    "folder", "log"})
+          "inspect", "show",      "members", "check",    "folder", "log",         "doctor"})
         EXPECT_NE(MustRun({command, "--help"}).output.find("--json"), std::string::npos) << command;
 }
 

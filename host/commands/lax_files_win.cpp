@@ -1,0 +1,10 @@
+#include "host/commands/lax_files.h"
+
+namespace quorvane::host {
+
+std::vector<std::filesystem::path> LaxFiles(const std::filesystem::path&)
+{
+    return {};
+}
+
+}  // namespace quorvane::host

@@ -1,0 +1,38 @@
+// host/commands/readings.h: what one command tells of a mailbox, for others that tell it too.
+#ifndef QUORVANE_HOST_COMMANDS_READINGS_H_
+#define QUORVANE_HOST_COMMANDS_READINGS_H_
+
+#include <cstdint>
+#include <deque>
+#include <string>
+
+#include "host/base/output.h"
+#include "host/mailbox/engine_log.h"
+#include "host/mailbox/mailbox.h"
+
+namespace quorvane::host {
+
+// What `status` prints.
+struct StatusReport {
+    Json json;
+    std::string text;
+};
+
+// Throws a HostError where a database can't be read.
+StatusReport ReadStatus(const Mailbox& mailbox);
+
+using LogEntries = std::deque<LogEntry>;
+
+// Which entries of the engine's log are meant.
+struct LogWish {
+    std::uint64_t since = 0;  // a FILETIME: of that time or later
+    bool failures = false;    // those alone
+};
+
+// The latest `most` of them, or all (0), in the order of their times. Throws a HostError where a file can't
+// be read.
+LogEntries ReadLog(const Mailbox& mailbox, const LogWish& wish, std::size_t most);
+
+}  // namespace quorvane::host
+
+#endif  // QUORVANE_HOST_COMMANDS_READINGS_H_
