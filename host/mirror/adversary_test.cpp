@@ -115,9 +115,10 @@ protected:
         Mail mail;
         mail.file = {NewSubject(), AnyFolder(), 0, true};
         const bool isNew = Below(2) == 0;
-        mail.file.marks = isNew ? Marks{0} : AnyMarks();
+        const bool hasInfo = !isNew || Below(2) == 0;  // some programs write it in new/ too
+        mail.file.marks = hasInfo ? AnyMarks() : Marks{0};
         std::string name = AnyName(mail.file.marks);
-        if (isNew)
+        if (!hasInfo)
             name = MaildirName(name).base;
         const fs::path aside = PathTo(mail.file.folder) / "tmp" / name;
         WriteFile(aside, TextOf(mail.file.subject));

@@ -87,6 +87,8 @@ public:
         std::ostream& Stream() noexcept { return *stream_; }
         // All was written, and is on the disk: the digest of it. Throws where something failed.
         std::string Finish();
+        // What it looks like under whatever name, once all was written.
+        FileLook Look() const;
 
     private:
         friend class Maildir;
@@ -113,8 +115,6 @@ public:
     // What an earlier run left in tmp/: files that weren't delivered go, those that were about to be removed
     // are put back.
     void TidyUp() const;
-    // What it looks like now; nothing where it isn't there.
-    std::optional<FileLook> LookAt(const std::string& part, const std::string& name) const;
 
 private:
     struct Seen {

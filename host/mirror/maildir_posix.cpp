@@ -169,6 +169,17 @@ std::string Maildir::NewFile::Finish()
     return buffer_->Digest();
 }
 
+// It was written just now, so its time may hide a change.
+FileLook Maildir::NewFile::Look() const
+{
+    struct stat status {};
+    if (fstat(buffer_->File(), &status) != 0)
+        Fail("look at the mail", name_, DescribeErrno(errno));
+    FileLook look = LookOf(status);
+    look.time = 0;
+    return look;
+}
+
 void Maildir::Make(const std::filesystem::path& path)
 {
     MakeDirectory(path);
@@ -280,7 +291,7 @@ void Maildir::ListPart(const std::string& part, Listing& listing)
         file.name = name;
         const MaildirName parsed(file.name);
         file.base = parsed.base;
-        file.marks = part == "cur" ? MarksOfInfo(parsed.info) : Marks{0};
+        file.marks = MarksOfInfo(parsed.info);  // some programs write the info part in new/ too
         if (Examine(file, listing))
             listing.files.push_back(std::move(file));
     }
@@ -475,17 +486,6 @@ void Maildir::TidyUp() const
                 (void)unlinkat(tmp_.Get(), name.c_str(), 0);
         }
     }
-}
-
-std::optional<FileLook> Maildir::LookAt(const std::string& part, const std::string& name) const
-{
-    struct stat status {};
-    if (fstatat(PartOf(part), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
-        return std::nullopt;
-    FileLook look = LookOf(status);
-    if (IsYoung(look.time, Now(), patience_.file))
-        look.time = 0;
-    return look;
 }
 
 }  // namespace quorvane::host

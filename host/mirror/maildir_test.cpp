@@ -35,6 +35,16 @@ TEST_F(MaildirTest, ADirectoryInWhichNamesChangedJustNowIsNotSettled)
     EXPECT_TRUE(List().isSettled);
 }
 
+// mbsync puts what nobody has read yet into new/, and its other flags into the name.
+TEST_F(MaildirTest, WhatIsNewHasTheMarksOfItsName)
+{
+    WriteFile(root / "new" / "1,U=5:2,F", MailText("1", "one"));
+    const auto files = List().files;
+    ASSERT_THAT(files, SizeIs(1));
+    EXPECT_EQ(files[0].base, "1,U=5");
+    EXPECT_EQ(files[0].marks, kMarkFlagged);
+}
+
 TEST_F(MaildirTest, NoNameIsTaken)
 {
     WriteFile(Cur("1:2,S"), "there before");

@@ -29,6 +29,19 @@ std::string Shown(const MirrorSides& sides, const MailFile& file)
     return sides.mirror->directory + "/" + file.part + "/" + file.name;
 }
 
+// False where another program has renamed or removed it meanwhile.
+bool MarkFile(const MirrorSides& sides, const MailFile& file, Marks marks)
+{
+    if (file.marks == marks)
+        return true;
+    const MaildirName name(file.name);
+    const std::string target = name.base + ":2," + InfoWith(name.info, marks);
+    const auto renamed = sides.maildir->Rename(file, *sides.maildir, "cur", target);
+    if (renamed == Maildir::Renamed::kTaken)
+        Fail("rename it to", target, "there is something else of that name");
+    return renamed == Maildir::Renamed::kDone;
+}
+
 }  // namespace
 
 MirrorSteps::MirrorSteps(MirrorRecords& records, const MailSession& session,
@@ -206,26 +219,27 @@ void MirrorSteps::DeliverOne(MailPair pair, MirrorRecords::Changes& done, std::s
     if (!sides.folder->Export(pair.item, file.Stream()))
         return;  // it is gone
     pair.digest = file.Finish();
+    pair.look = file.Look();  // by which it is found where another program renames it at once
     const auto [part, name] = PlaceFor(pair.base, {}, pair.marks);
     if (!sides.maildir->Deliver(file, part, name))
         Fail("deliver", name, "there is something else of that name");
     written.insert(sides.maildir);
-    const auto look = sides.maildir->LookAt(part, name);
-    if (!look)
-        return;  // another program has renamed it already: the next look finds it by its unique name
-    pair.look = *look;
     pair.isArriving = false;
     pair.number = 0;  // in the place of the one that was noted at the beginning
     done.put.push_back(std::move(pair));
 }
 
-// The file before goes, unless it was changed: it is a new mail then.
+// The file before goes, unless it was changed: it is a new mail then. Its marks may be others by now than
+// those that the next one was given.
 void MirrorSteps::FinishNext(const MirrorStep& step)
 {
     const MirrorSides& sides = SidesOf(step.mirror);
     MailPair pair = step.Pair();
-    if (step.former && step.former->digest == pair.digest && !sides.maildir->Remove(*step.former))
-        return;
+    if (step.former && step.former->digest == pair.digest) {
+        const Marks marks = AgreeOnMarks(pair.marks, step.former->marks, step.File().marks);
+        if (!MarkFile(sides, step.File(), marks) || !sides.maildir->Remove(*step.former))
+            return;
+    }
     pair.base = step.File().base;
     pair.next.clear();
     pair.look = step.File().look;
@@ -339,15 +353,8 @@ void MirrorSteps::Mark(const MirrorStep& step)
     if (const auto changed = static_cast<Marks>(step.Item().marks ^ step.marks);
         changed != 0 && !SetMarks(session_, pair.item, step.marks, changed))
         return;
-    if (file.marks != step.marks) {
-        const MaildirName name(file.name);
-        const std::string target = name.base + ":2," + InfoWith(name.info, step.marks);
-        const auto renamed = sides.maildir->Rename(file, *sides.maildir, "cur", target);
-        if (renamed == Maildir::Renamed::kTaken)
-            Fail("rename it to", target, "there is something else of that name");
-        if (renamed != Maildir::Renamed::kDone)
-            return;
-    }
+    if (!MarkFile(sides, file, step.marks))
+        return;
     pair.marks = step.marks;
     pair.base = file.base;
     pair.look = file.look;

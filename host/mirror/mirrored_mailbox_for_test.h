@@ -173,9 +173,7 @@ public:
             for (const auto& entry : fs::directory_iterator(PathTo(name) / part))
                 if (fs::is_regular_file(entry.symlink_status()) && entry.path().filename().string()[0] != '.')
                     files.push_back({entry.path(), BytesOf(entry.path()),
-                                     std::string_view(part) == "cur"
-                                         ? MarksOfInfo(MaildirName(entry.path().filename().string()).info)
-                                         : Marks{0}});
+                                     MarksOfInfo(MaildirName(entry.path().filename().string()).info)});
         return files;
     }
     std::vector<std::string> FileNames(const std::string& name) const

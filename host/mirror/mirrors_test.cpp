@@ -177,6 +177,25 @@ TEST_F(MirrorsTest, AnEditedItemBecomesAFileOfAnotherName)
     EXPECT_TRUE(files[0].path.filename().string().ends_with(".quorvane:2,STa")) << files[0].path;
 }
 
+TEST_F(MirrorsTest, MarksOfAFileThatIsBeingReplacedStay)
+{
+    TieBoth();
+    WriteFile(Cur("A", "1.x:2,S"), MailText("1", "one"));
+    Settle();
+    EditItem(Items("A")[0].id, "edited");
+    mirrors->Look();  // the next one is beside it now
+    ASSERT_THAT(Files("A"), SizeIs(2));
+    fs::rename(Cur("A", "1.x:2,S"), Cur("A", "1.x:2,F"));
+
+    Settle();
+
+    const auto files = Files("A");
+    ASSERT_THAT(files, SizeIs(1));
+    EXPECT_EQ(SubjectOf(files[0].bytes), "edited");
+    EXPECT_EQ(files[0].marks, kMarkFlagged);
+    EXPECT_EQ(Items("A")[0].marks, kMarkFlagged);
+}
+
 TEST_F(MirrorsTest, WhatBothEditedIsThereTwice)
 {
     TieBoth();

@@ -6,6 +6,8 @@
 #include <unordered_set>
 #include <utility>
 
+#include "host/mirror/maildir_name.h"
+
 namespace quorvane::host {
 
 namespace {
@@ -81,6 +83,38 @@ private:
             if (!known.pair->next.empty())
                 known.next = Claim(*known.mirror, known.pair->next);
         }
+        FindRenamedFiles();
+    }
+
+    // A file of this mirror's own making may have got a number (",U=7") before it was noted that it is there:
+    // until then nothing else is known of it than its unique name.
+    void FindRenamedFiles()
+    {
+        std::map<std::pair<std::int64_t, std::string>, FilePlace> renamed;
+        const bool isAwaited = std::any_of(known_.begin(), known_.end(), IsAwaited);
+        for (const auto& [name, place] : files_)
+            if (isAwaited && !claimed_.contains(place.file))
+                renamed.emplace(std::pair(name.first, BaseElsewhere(name.second)), place);
+        if (renamed.empty())
+            return;
+        for (Known& known : known_) {
+            if (!IsAwaited(known))
+                continue;
+            const bool isNext = !known.pair->next.empty();
+            const auto found =
+                renamed.find({known.mirror->number, isNext ? known.pair->next : known.pair->base});
+            if (found == renamed.end() || !claimed_.insert(found->second.file).second)
+                continue;
+            if (isNext)
+                known.next = found->second.file;
+            else
+                known.file = found->second;
+        }
+    }
+
+    static bool IsAwaited(const Known& known)
+    {
+        return known.pair->next.empty() ? known.pair->isArriving && !known.file.file : !known.next;
     }
 
     // A file that has gone from its name may be there under another one, or in another mirror: as the same

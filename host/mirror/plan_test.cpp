@@ -145,6 +145,24 @@ TEST_F(MirrorPlanTest, AMailThatWasBegunIsWrittenUnderItsName)
     EXPECT_EQ(plan.steps[0].Pair().base, "m");
 }
 
+// mbsync gives a file a number as soon as it sees it, at times before the mirror has noted that it is there.
+TEST_F(MirrorPlanTest, AMailThatWasBegunIsFoundWithANumberInItsName)
+{
+    a.pairs[0].isArriving = true;
+    a.files[0] = File("m,U=7", "bytes of m", 11, kMarkRead);
+    EXPECT_THAT(Kinds(), ElementsAre(Kind::kNote));
+    EXPECT_FALSE(plan.steps[0].Pair().isArriving);
+    EXPECT_EQ(plan.steps[0].Pair().base, "m,U=7");
+    EXPECT_EQ(plan.steps[0].Pair().marks, 0);
+
+    a.pairs[0].isArriving = false;
+    a.pairs[0].next = "n";
+    a.files[0] = File("m", "bytes of m", 11);
+    a.files.push_back(File("n,U=8", "bytes of n", 12));
+    EXPECT_THAT(Kinds(), ElementsAre(Kind::kFinishNext));
+    EXPECT_EQ(plan.steps[0].File().base, "n,U=8");
+}
+
 TEST_F(MirrorPlanTest, AFileThatIsLeftAloneKeepsItsItem)
 {
     a.files[0].problem = "it can't be read";

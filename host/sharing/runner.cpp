@@ -291,9 +291,12 @@ void Runner::Step()
     FollowGroup();
     MakeCopies();
     MendMissing();
-    flags_.Step(!inbox_.IsBusy());
+    // What an item is marked with is shown before a part of the run looks at it: the engine marks it as
+    // unread.
+    const bool isFree = !inbox_.IsBusy();
+    flags_.Step(isFree);
     if (part_)
-        part_->Step(!inbox_.IsBusy());
+        part_->Step(isFree);
     comparisons_.Step(statistics_.Quiet() >= kQuietBeforeComparison && !resender_.HasWork() &&
                       !outbox_.HasWork() && !copies_.HasWork() && !inbox_.IsBusy());
     UseExchange();
