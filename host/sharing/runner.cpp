@@ -22,8 +22,10 @@ constexpr auto kAttention = std::chrono::milliseconds(3000);
 constexpr auto kRetryInterval = std::chrono::milliseconds(1000);
 // How long a change may take until the engine has reported it by itself.
 constexpr auto kPatience = std::chrono::milliseconds(2500);
-constexpr auto kCheckInterval = std::chrono::seconds(60);
+// Between two comparisons of all folders: so many times what one took, but neither less nor more than this.
+constexpr int kRestForCheck = 200;
 constexpr auto kFirstCheck = std::chrono::seconds(3);
+constexpr auto kLongestRest = std::chrono::seconds(60);
 constexpr auto kQuietBeforeComparison = std::chrono::milliseconds(300);
 constexpr auto kQuietBeforeCheck = std::chrono::milliseconds(1000);
 
@@ -376,7 +378,9 @@ void Runner::CheckNowAndThen()
         return;
     const std::string look = Look();
     const bool clean = CheckShares();
-    nextCheck_ = now + (clean ? kCheckInterval : kFirstCheck);
+    const auto end = std::chrono::steady_clock::now();
+    nextCheck_ = end + std::clamp<std::chrono::steady_clock::duration>(kRestForCheck * (end - now),
+                                                                       kFirstCheck, kLongestRest);
     checked_ = clean ? look : std::string();
 }
 

@@ -133,6 +133,24 @@ TEST_F(RunTest, WhatAnotherProcessDoesIsHeardAtOnceHoweverSeldomARunLooks)
     EXPECT_TRUE(Eventually([&] { return Items("alice", "Another").size() == 1; }));
 }
 
+// The engine reports nothing of it: it takes those for known that it was shown while it watched.
+TEST_F(RunTest, ADeletionOfAMailThatCameWhileNoRunWasAtWorkIsSentSoon)
+{
+    MakeMailboxes({"alice", "bob"});
+    MustRun({"import", Mailbox("alice"), "Shared", Mails("first", 2)});
+    ShareWithBob("Shared");
+    RunUntilIdle({"alice", "bob"}, "0.5");
+    MustRun({"import", Mailbox("alice"), "Shared", Mails("second", 2)});
+    Process alice = Start(RunOf("alice"));
+    Process bob = Start(RunOf("bob"));
+    ASSERT_TRUE(Eventually([&] { return Items("bob", "Shared").size() == 4; }));
+    alice.AwaitQuiet();
+
+    MustRun({"delete", Mailbox("alice"), "Shared", "3"});
+
+    EXPECT_TRUE(Eventually([&] { return Items("bob", "Shared").size() == 3; }));
+}
+
 TEST_F(RunTest, ItEndsSoonWhateverItIsDoing)
 {
     MakeMailboxes({"alice", "bob"});
