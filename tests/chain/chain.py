@@ -3,11 +3,11 @@
 Dovecot. Mails are delivered, marked, moved and deleted at both ends at the same time through IMAP, and each program is
 killed meanwhile. Then both servers have to hold the mails that a plain model has, byte for byte, with its flags.
 
-    tests/chain/chain.py QUORVANE MAILS... [--mails N] [--seed S] [--keep]
+    tests/chain/chain.py QUORVANE [MAILS...] [--mails N] [--seed S] [--keep]
 
-MAILS are files, or directories of .eml files. It needs dovecot-imapd and isync, and root, as Dovecot gives no mail to root
-and runs as nobody here; without them it ends with 77 and tells what is missing. A failure leaves all that was made, logs
-included, with --keep.
+MAILS are files, or directories of .eml files; without any they are those in $QUORVANE_CORPUS, else in $QUORVANE_SAMPLES.
+It needs dovecot-imapd and isync, and root, as Dovecot gives no mail to root and runs as nobody here; without them it ends
+with 77 and tells what is missing. 2,000 mails: --mails 2000 --patience 900.
 """
 import argparse
 import dataclasses
@@ -23,6 +23,7 @@ import subprocess
 import sys
 import tempfile
 import time
+from xml.sax.saxutils import quoteattr
 
 DOVECOT = '/usr/lib/dovecot/imap'
 FOLDERS = {'INBOX': 'Work', 'Done': 'Done'}  # of the server, and of the mailbox
@@ -294,7 +295,21 @@ class Chain:
 
 def skip(why):
     print(f'skipped: {why}')
-    sys.exit(SKIPPED)
+    raise Skipped(why)
+
+
+class Skipped(Exception):
+    pass
+
+
+def report(path, seconds, code, why):
+    """What a test program of the project leaves of itself, for who counts them."""
+    kinds = {0: '', SKIPPED: f'<skipped message={quoteattr(why)}/>'}
+    os.makedirs(os.path.dirname(os.path.abspath(path)), exist_ok=True)
+    with open(path, 'w') as file:
+        file.write(f'<testsuites><testsuite name="Chain" tests="1" failures="{int(code not in kinds)}" '
+                   f'skipped="{int(code == SKIPPED)}"><testcase name="BothServersHoldTheSame" time="{seconds:.1f}">'
+                   f'{kinds.get(code, "<failure/>")}</testcase></testsuite></testsuites>\n')
 
 
 def can_travel(path):
@@ -314,23 +329,19 @@ def mails_of(arguments):
     return [path for path in paths if can_travel(path)]
 
 
-def main():
-    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument('quorvane')
-    parser.add_argument('mail', nargs='+')
-    parser.add_argument('--mails', type=int, default=200)
-    parser.add_argument('--seed', type=int, default=1)
-    parser.add_argument('--patience', type=int, default=120,
-                        help='seconds until both servers have to be in step; after a kill a run may miss a change for one minute')
-    parser.add_argument('--keep', action='store_true', help='leave everything where it was made')
-    options = parser.parse_args()
+def default_mails():
+    corpus = os.environ.get('QUORVANE_CORPUS')
+    return [os.path.join(corpus, 'mail')] if corpus else [os.environ.get('QUORVANE_SAMPLES', '.')]
+
+
+def run(options):
     if not shutil.which('mbsync') or not os.path.exists(DOVECOT):
-        skip('isync and dovecot-imapd are not installed')
+        skip('isync or dovecot-imapd is not installed')
     if os.geteuid() != 0:
         skip('only root can run Dovecot as another user')
-    paths = mails_of(options.mail)
+    paths = mails_of(options.mail or default_mails())
     if not paths:
-        skip('there are no mails: ' + ' '.join(options.mail))
+        skip('there are no mails')
     root = tempfile.mkdtemp(prefix='quorvane-chain-')
     os.chmod(root, 0o755)
     print(f'seed {options.seed}, in {root}', flush=True)
@@ -343,6 +354,28 @@ def main():
             chain.end()
         if not options.keep:
             shutil.rmtree(root, ignore_errors=True)
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument('quorvane')
+    parser.add_argument('mail', nargs='*')
+    parser.add_argument('--mails', type=int, default=200)
+    parser.add_argument('--seed', type=int, default=1)
+    parser.add_argument('--patience', type=int, default=120,
+                        help='seconds until both servers have to be in step; after a kill a run may miss a change for one minute')
+    parser.add_argument('--keep', action='store_true', help='leave everything where it was made')
+    parser.add_argument('--report', help='a file that gets the outcome as JUnit writes it')
+    options = parser.parse_args()
+    begin, code, why = time.time(), 1, ''
+    try:
+        code = run(options)
+    except Skipped as skipped:
+        code, why = SKIPPED, str(skipped)
+    finally:
+        if options.report:
+            report(options.report, time.time() - begin, code, why)
+    return code
 
 
 sys.exit(main())
