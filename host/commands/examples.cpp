@@ -52,6 +52,7 @@ const std::pair<const char*, std::vector<std::string>> kExamples[] = {
     {"undelete", {"quorvane undelete ~/mail/alice 1"}},
     {"mirror",
      {"quorvane mirror ~/mail/alice Inbox ~/Maildir", "quorvane mirror ~/mail/alice",
+      "quorvane mirror ~/mail/alice Trips ~/Trips --tree nested",
       "quorvane mirror ~/mail/alice Plans --remove"}},
     {"members", {"quorvane members ~/mail/alice", "quorvane members add ~/mail/alice carol"}},
     {"members add",

@@ -1,10 +1,13 @@
 #include <algorithm>
+#include <set>
 #include <system_error>
 
 #include "host/base/path_text.h"
 #include "host/commands/command.h"
 #include "host/commands/mirroring.h"
+#include "host/mirror/maildir_tree.h"
 #include "host/mirror/mirrors.h"
+#include "host/store/folders.h"
 #include "host/store/properties.h"
 
 namespace quorvane::host {
@@ -20,6 +23,7 @@ struct MirrorOptions {
     std::string mailbox;
     std::string folder;
     std::string maildir;
+    std::string tree;  // the layout; empty: the folder alone
 };
 
 Json JsonOf(MirrorRecords& records, const Mirror& mirror)
@@ -66,19 +70,31 @@ Mirror FindMirror(MirrorRecords& records, const std::string& folder)
     return *found;
 }
 
-// A directory that holds something and is no Maildir was hardly meant.
-fs::path MaildirAt(const std::string& name)
+// A directory that holds something and no Maildir was hardly meant.
+fs::path MaildirAt(const std::string& name, bool isTree)
 {
     std::error_code error;
     const fs::path path = fs::weakly_canonical(fs::absolute(PathOf(name)), error);
     if (error)
         Fail("tie to", name, error.message());
-    const bool isMaildir = fs::is_directory(path / "cur", error) || fs::is_directory(path / "new", error);
+    const bool isMaildir = fs::is_directory(path / "cur", error) || fs::is_directory(path / "new", error) ||
+                           (isTree && !FoldersInTree(path, TreeLayout::kNested).empty());
     if (fs::exists(path, error) && !isMaildir &&
         !(fs::is_directory(path, error) && fs::is_empty(path, error)))
         Fail("tie to", name, "it is neither a Maildir nor an empty directory");
-    Maildir::Make(path);
     return path;
+}
+
+std::string Tied(const Mirror& mirror)
+{
+    return "tied " + Printable(mirror.folder) + " to " + Printable(mirror.directory);
+}
+
+void Tie(const MailSession& session, MirrorRecords& records, Mirror& mirror)
+{
+    Maildir::Make(mirror.directory);
+    mirror.entryId = HexOf(*EnsureFolder(session, mirror.folder), PR_ENTRYID);
+    records.Add(mirror);
 }
 
 ExitCode AddMirror(const MirrorOptions& options, const Mailbox& mailbox, MirrorRecords& records)
@@ -86,12 +102,60 @@ ExitCode AddMirror(const MirrorOptions& options, const Mailbox& mailbox, MirrorR
     const MailSession session(options.mailbox);
     Mirror mirror;
     mirror.folder = options.folder;
-    mirror.directory = MaildirAt(options.maildir).string();
-    mirror.entryId = HexOf(*EnsureFolder(session, options.folder), PR_ENTRYID);
-    records.Add(mirror);
+    mirror.directory = MaildirAt(options.maildir, false).string();
+    Tie(session, records, mirror);
     Print(options.json, {{"folder", mirror.folder}, {"maildir", mirror.directory}},
-          "tied " + Printable(mirror.folder) + " to " + Printable(mirror.directory) +
+          Tied(mirror) +
               (mailbox.IsInRun() ? "; the run keeps both in step\n" : "; a run keeps both in step\n"));
+    return ExitCode::kDone;
+}
+
+// The paths of the folders that lie below one, from there on.
+std::vector<std::string> FoldersBelow(const MailSession& session, const std::string& folder)
+{
+    std::vector<std::string> paths;
+    for (const FolderInfo& info : ListFolders(session))
+        if (info.path.starts_with(folder + "/"))
+            paths.push_back(info.path.substr(folder.size() + 1));
+    return paths;
+}
+
+// A folder and all below it, on whichever side they are. What is tied so already stays; so what was made
+// later comes along when it is said again.
+ExitCode AddTree(const MirrorOptions& options, const Mailbox& mailbox, MirrorRecords& records)
+{
+    const MailSession session(options.mailbox);
+    const TreeLayout layout = options.tree == "nested" ? TreeLayout::kNested : TreeLayout::kMaildirPlusPlus;
+    const std::string folder = PlainPath(options.folder);
+    const fs::path root = MaildirAt(options.maildir, layout == TreeLayout::kNested);
+    std::vector<Mirror> tree(1);
+    tree[0].folder = folder;
+    tree[0].directory = root.string();
+    std::set<std::string> below;
+    for (const auto& paths : {FoldersBelow(session, folder), FoldersInTree(root, layout)})
+        below.insert(paths.begin(), paths.end());
+    for (const std::string& path : below) {  // each has its place, before the first is tied
+        tree.emplace_back().folder = folder + "/" + path;
+        tree.back().directory = PlaceInTree(root, path, layout).string();
+    }
+    const std::vector<Mirror> known = records.All();
+    std::erase_if(tree, [&](const Mirror& mirror) {
+        return std::any_of(known.begin(), known.end(), [&](const Mirror& other) {
+            return other.folder == mirror.folder && other.directory == mirror.directory;
+        });
+    });
+    Json ties = Json::array();
+    std::string text;
+    for (Mirror& mirror : tree) {
+        Tie(session, records, mirror);
+        ties.push_back({{"folder", mirror.folder}, {"maildir", mirror.directory}});
+        text += Tied(mirror) + "\n";
+    }
+    if (tree.empty())
+        text = "all of " + Printable(folder) + " is tied already\n";
+    else
+        text += mailbox.IsInRun() ? "the run keeps them in step\n" : "a run keeps them in step\n";
+    Print(options.json, {{"folder", folder}, {"maildir", root.string()}, {"tied", ties}}, text);
     return ExitCode::kDone;
 }
 
@@ -104,7 +168,8 @@ ExitCode RunMirror(const MirrorOptions& options)
     if (!options.remove && !options.confirm) {
         if (options.maildir.empty())
             throw HostError("name the Maildir, or say --remove or --confirm", ExitCode::kUsage);
-        return AddMirror(options, mailbox, records);
+        return options.tree.empty() ? AddMirror(options, mailbox, records)
+                                    : AddTree(options, mailbox, records);
     }
     const Mirror mirror = FindMirror(records, options.folder);
     if (options.remove)
@@ -157,6 +222,12 @@ void AddMirrorCommand(CLI::App& program, Chosen& chosen)
         command->add_flag("--remove", options->remove, "Untie them; both keep their mails");
     CLI::Option* const confirm = command->add_flag(
         "--confirm", options->confirm, "Let the mails be deleted that were missing on one side all at once");
+    command
+        ->add_option("--tree", options->tree,
+                     "Tie all folders below it as well, on whichever side they are: to Maildirs in Maildirs "
+                     "(nested), or beside each other behind dots (maildir++)")
+        ->check(CLI::IsMember({"nested", "maildir++"}))
+        ->needs(maildir);
     remove->excludes(maildir)->excludes(confirm);
     confirm->excludes(maildir);
 }

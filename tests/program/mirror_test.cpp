@@ -129,6 +129,37 @@ TEST_F(MirrorTest, WhatIsDoneInOneMaildirIsDoneInTheOther)
     EXPECT_EQ(MailsIn("alice", "Work").size(), 2U);
 }
 
+TEST_F(MirrorTest, ATreeIsTiedWithAllFoldersOfBothSides)
+{
+    MakeMailboxes({"alice"});
+    const fs::path root = MaildirOf("alice", "Work");
+    fs::create_directories(root / "Done" / "cur");
+    fs::copy_file(Sample("01-plain"), root / "Done" / "cur" / "1.mail:2,S");
+    MustRun({"folder", "make", Mailbox("alice"), "Work/Plans/2026"});
+    const auto tie = [&] {
+        return MustRun({"mirror", Mailbox("alice"), "Work", root.string(), "--tree", "nested", "--json"})
+            .Value()
+            .at("tied")
+            .size();
+    };
+
+    EXPECT_EQ(tie(), 4U);  // Work, Work/Done, Work/Plans, Work/Plans/2026
+    MustRun({"import", Mailbox("alice"), "Work/Plans/2026", Sample("03-html-only").string()});
+    RunUntilIdle({"alice"}, kIdle);
+    EXPECT_EQ(Items("alice", "Work/Done").size(), 1U);
+    EXPECT_FALSE(fs::is_empty(root / "Plans" / "2026" / "cur"));
+
+    EXPECT_EQ(tie(), 0U);
+    MustRun({"folder", "make", Mailbox("alice"), "Work/Later"});
+    EXPECT_EQ(tie(), 1U);
+    EXPECT_TRUE(fs::is_directory(root / "Later" / "cur"));
+    // What has no place in the layout is told before anything is tied.
+    MustRun({"folder", "make", Mailbox("alice"), "Work/cur"});
+    const Outcome refused = Run({"mirror", Mailbox("alice"), "Work", root.string(), "--tree", "nested"});
+    EXPECT_EQ(refused.exitCode, 1);
+    EXPECT_NE(refused.errors.find("'cur' is another thing there"), std::string::npos) << refused.errors;
+}
+
 TEST_F(MirrorTest, ARunTakesUpWhatIsDoneMeanwhile)
 {
     ShareMirrors();

@@ -109,6 +109,7 @@ class SchemasTest(unittest.TestCase):
         self.assertEqual(len(world.run("mirror", alice)), 1)
         self.assertTrue(world.run("status", alice)["mirrors"])
         world.run("mirror", alice, "Mine", "--remove")
+        self.assertEqual(len(world.run("mirror", alice, "Tree", world.home / "Tree", "--tree", "maildir++")["tied"]), 1)
         world.run("check", alice)
         self.assertTrue(world.run("doctor", alice)["well"])
         world.run("backup", alice, world.home / "backup")
