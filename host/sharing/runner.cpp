@@ -379,8 +379,9 @@ void Runner::CheckNowAndThen()
     const std::string look = Look();
     const bool clean = CheckShares();
     const auto end = std::chrono::steady_clock::now();
-    nextCheck_ = end + std::clamp<std::chrono::steady_clock::duration>(kRestForCheck * (end - now),
-                                                                       kFirstCheck, kLongestRest);
+    const auto rest = std::clamp<std::chrono::steady_clock::duration>(kRestForCheck * (end - now),
+                                                                      kFirstCheck, kLongestRest);
+    nextCheck_ = end + (clean ? rest : kFirstCheck);
     checked_ = clean ? look : std::string();
 }
 
