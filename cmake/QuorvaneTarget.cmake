@@ -54,6 +54,11 @@ list(JOIN QUORVANE_WINDOWS_TESTS "|" QUORVANE_WINDOWS_TESTS)
 # These log on to the engine, which has an event by a name that all processes of the user's share.
 set(QUORVANE_WINDOWS_LOGON_TESTS "^qv_(integration|session)_|^qv_host_sharing_test$|^late_bound_(calls|sharing|resend)_")
 
+# How many of ctest's places a test takes, of which there are two for each processor: what tests the program waits for
+# it nine tenths of its time.
+set(QUORVANE_COMPUTING_TEST 2)
+set(QUORVANE_WAITING_TEST 1)
+
 function(quorvane_test name)
   cmake_parse_arguments(arg "" "" "SOURCES;LINKS;LABELS" ${ARGN})
   add_executable(${name} ${arg_SOURCES})
@@ -70,7 +75,11 @@ function(quorvane_test name)
   endif()
   add_test(NAME ${name} COMMAND ${name}
            --gtest_output=xml:${QUORVANE_RUN_ROOT}${PROJECT_BINARY_DIR}/results/${name}.xml)
-  set_tests_properties(${name} PROPERTIES TIMEOUT 900 LABELS "${arg_LABELS}")
+  set(places ${QUORVANE_COMPUTING_TEST})
+  if("program" IN_LIST arg_LABELS)
+    set(places ${QUORVANE_WAITING_TEST})
+  endif()
+  set_tests_properties(${name} PROPERTIES TIMEOUT 900 LABELS "${arg_LABELS}" PROCESSORS ${places})
   if(WIN32 AND name MATCHES "${QUORVANE_WINDOWS_LOGON_TESTS}")
     set_property(TEST ${name} APPEND PROPERTY RESOURCE_LOCK item_submit_event)
   endif()

@@ -127,7 +127,7 @@ protected:
     // Runs mailboxes side by side until all are idle; gives what each counted, and as "peakKilobytes" the
     // most memory that one of its runs had.
     std::vector<Json> RunUntilIdle(const std::vector<std::string>& names,
-                                   const std::string& idleSeconds = "3") const;
+                                   const std::string& idleSeconds = "0.7") const;
     // Lets `runOnce` run them by turns, which gives what a run counted, until nothing travels.
     template <class RunOnce>
     static void RunByTurns(const std::vector<std::string>& names, RunOnce runOnce)
