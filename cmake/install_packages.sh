@@ -19,4 +19,4 @@ need_packages() {
     fi
 }
 
-BUILD_PACKAGES=(g++ cmake ninja-build pkg-config libsqlite3-dev libsodium-dev libutf8proc-dev zlib1g-dev libdeflate-dev libcli11-dev libgmime-3.0-dev nlohmann-json3-dev ccache)
+BUILD_PACKAGES=(g++ cmake ninja-build pkg-config libsqlite3-dev libsodium-dev libutf8proc-dev zlib1g-dev libdeflate-dev libcli11-dev libgmime-3.0-dev libsystemd-dev nlohmann-json3-dev ccache)

@@ -3,6 +3,7 @@
 
 #include "host/commands/command.h"
 #include "host/commands/mirroring.h"
+#include "host/service/service_manager.h"
 #include "host/sharing/pinning.h"
 #include "host/sharing/runner.h"
 
@@ -44,12 +45,35 @@ void EndOverdue(const RunOptions& options, const Statistics& statistics)
     std::fflush(nullptr);
 }
 
+// Tells the service manager how the run is.
+class ServedRun final : public RunObserver {
+public:
+    explicit ServedRun(ServiceManager& manager) : manager_(manager) {}
+
+    void HasTurned(const std::string& state) override
+    {
+        manager_.TellReady();
+        manager_.TellStatus(state);
+        manager_.Pulse();
+    }
+    void GoesOn() override { manager_.Pulse(); }
+    void IsEnding() override { manager_.TellStopping(); }
+    std::chrono::milliseconds LongestRest() const override { return manager_.PulseInterval(); }
+
+private:
+    ServiceManager& manager_;
+};
+
 ExitCode Run(const RunOptions& given)
 {
     RunOptions options = given;
     Statistics statistics;
+    ServiceManager manager;
     StopSignals signals;
-    signals.EndWithin(kOrderlyEnd, [&] { EndOverdue(given, statistics); });
+    signals.EndWithin(kOrderlyEnd, [&] {
+        manager.TellStopping();
+        EndOverdue(given, statistics);
+    });
     const Mailbox mailbox = Mailbox::Open(options.mailbox);
     options.exchange = ChosenExchange(mailbox, given.exchange);
     if (options.exchange.empty())
@@ -60,6 +84,9 @@ ExitCode Run(const RunOptions& given)
     runner.Use(MirrorsOfRun(mailbox, runner.Mail(), signals, [](const std::string& line) {
         std::fprintf(stderr, "quorvane: %s\n", Printable(line).c_str());
     }));
+    ServedRun served(manager);
+    if (manager.IsThere())
+        runner.TellTo(&served);
     runner.Run();
     signals.EndInOrder();
     const Json counts = CountsOf(statistics);

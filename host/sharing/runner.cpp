@@ -85,7 +85,11 @@ Runner::Runner(const RunOptions& options, const Mailbox& mailbox, const StopSign
     inbox_.SetGroup(&group_);
     outbox_.SetGroup(&group_);
     reconciler_.SetPacking([this] { return outbox_.HasWork(); });
-    reconciler_.SetStop([this] { return signals_.IsAsked(); });
+    reconciler_.SetStop([this] {
+        if (observer_)
+            observer_->GoesOn();
+        return signals_.IsAsked();
+    });
     if (!transport_.place.IsReachable())
         Fail("use the exchange", options.exchange, "no such directory");
     NameFormerLayout();
@@ -447,6 +451,13 @@ std::string Runner::DoneText() const
            std::to_string(statistics_.packagesReceived);
 }
 
+std::string Runner::StateText() const
+{
+    const std::string resend = resender_.ProgressText();
+    return (exchangeLost_ ? "the exchange can't be used just now; " : "") +
+           (resend.empty() ? DoneText() : resend);
+}
+
 // A line each time that a piece of work is done.
 void Runner::TellDone()
 {
@@ -488,6 +499,8 @@ std::chrono::milliseconds Runner::UntilNextLook() const
     std::chrono::milliseconds time = std::chrono::seconds(options_.lookEvery);
     if (exchangeLost_)
         time = std::min(time, kRetryInterval);
+    if (observer_)
+        time = std::min(time, observer_->LongestRest());
     if (HasChanged()) {
         const auto untilCheck = nextCheck_ - std::chrono::steady_clock::now();
         time = std::min(time, std::chrono::ceil<std::chrono::milliseconds>(untilCheck));
@@ -509,10 +522,14 @@ void Runner::Run()
     while (!signals_.IsAsked()) {
         WatchPlaces();
         Step();
+        if (observer_)
+            observer_->HasTurned(StateText());
         if (options_.untilIdle && IsIdle())
             return;
         Rest();
     }
+    if (observer_)
+        observer_->IsEnding();
     resender_.Stop();
     // What is packed goes out before the end, if the exchange takes it; else the next run sends it.
     outbox_.TakeReady(true);

@@ -21,6 +21,7 @@
 #include "host/sharing/receipts.h"
 #include "host/sharing/reconcile.h"
 #include "host/sharing/resender.h"
+#include "host/sharing/run_observer.h"
 #include "host/sharing/run_part.h"
 #include "host/sharing/sender.h"
 
@@ -59,6 +60,8 @@ public:
 
     // Work to be done beside its own, from now on; null: none. One at most.
     void Use(std::unique_ptr<RunPart> part) { part_ = std::move(part); }
+    // Who is told from now on that it goes on; null: nobody. It outlives the runner.
+    void TellTo(RunObserver* observer) noexcept { observer_ = observer; }
     const MailSession& Mail() const noexcept { return mail_; }
 
     // Works until a signal, or until nothing is left to do. Throws a HostError when it can't go on.
@@ -93,6 +96,7 @@ private:
     bool CheckShares();
     void ShowProgress();
     std::string DoneText() const;
+    std::string StateText() const;
     void TellDone();
     void Say(const std::string& line);
 
@@ -131,6 +135,7 @@ private:
     std::string checked_;  // what the message store looked like, and when anything was reported last, at the
                            // last check
     std::unique_ptr<RunPart> part_;
+    RunObserver* observer_ = nullptr;
 };
 
 }  // namespace quorvane::host

@@ -1,5 +1,5 @@
 """The program at a terminal: completion in bash, zsh and fish by the scripts that are installed, tables and colours;
-and the manual pages."""
+the manual pages, and the unit for systemd."""
 import fcntl
 import os
 import pathlib
@@ -17,6 +17,7 @@ import unittest
 
 from world import DEADLINE, PROGRAM, World
 
+UNIT = pathlib.Path(os.environ["QUORVANE_UNIT"])
 SCRIPTS = pathlib.Path(os.environ["QUORVANE_COMPLETION"])
 BASH = r"""
 . "$1"; shift
@@ -198,7 +199,7 @@ class ManualTest(unittest.TestCase):
             share = pathlib.Path(place) / "share"
             for file in ("man/man1/quorvane.1", "man/man1/quorvane-list.1", "bash-completion/completions/quorvane",
                          "zsh/site-functions/_quorvane", "fish/vendor_completions.d/quorvane.fish",
-                         "quorvane/schemas/list.json", "quorvane/schemas/error.json"):
+                         "../lib/systemd/user/quorvane@.service", "quorvane/schemas/list.json", "quorvane/schemas/error.json"):
                 self.assertTrue((share / file).is_file(), file)
 
     def test_pages_are_set_without_a_warning(self):
@@ -213,6 +214,27 @@ class ManualTest(unittest.TestCase):
                                    check=True, capture_output=True, text=True).stdout
             for part in ("NAME", "SYNOPSIS", "quorvane list MAILBOX [FOLDER] [WORDS ...]", "--sort", "EXIT STATUS"):
                 self.assertIn(part, shown)
+
+
+class UnitTest(unittest.TestCase):
+    # Those that systemd has from version 254 on.
+    LATER = {"RestartSteps", "RestartMaxDelaySec"}
+
+    @unittest.skipUnless(shutil.which("systemd-analyze"), "there is no systemd-analyze")
+    def test_systemd_understands_the_unit(self):
+        with tempfile.TemporaryDirectory() as place:
+            unit = pathlib.Path(place) / "quorvane@home-alice-mail.service"
+            text = UNIT.read_text()
+            self.assertIn("ExecStart=quorvane run %f\n", text)
+            unit.write_text(text.replace("ExecStart=quorvane ", f"ExecStart={PROGRAM} "))
+            told = subprocess.run(["systemd-analyze", "verify", "--user", "--man=no", unit], stdin=subprocess.DEVNULL,
+                                  env={**os.environ, "HOME": place, "XDG_RUNTIME_DIR": place}, capture_output=True,
+                                  text=True, timeout=DEADLINE)
+            self.assertEqual(told.returncode, 0, told.stderr)
+            lines = [line for line in told.stderr.splitlines() if unit.name in line]
+            unknown = {match[1] for line in lines if (match := re.search(r"Unknown key (?:name )?'(\w+)'", line))}
+            self.assertLessEqual(unknown, self.LATER, told.stderr)
+            self.assertEqual(len(lines), len(unknown), told.stderr)
 
 
 if __name__ == "__main__":
