@@ -20,6 +20,26 @@ std::vector<BYTE> BytesOf(const std::string& hex)
     return bytes;
 }
 
+class MessageList {
+public:
+    explicit MessageList(const std::vector<std::string>& ids)
+    {
+        for (const std::string& id : ids)
+            bytes_.push_back(BytesOf(id));
+        for (auto& id : bytes_)
+            binaries_.push_back({static_cast<ULONG>(id.size()), id.data()});
+        list_ = {static_cast<ULONG>(binaries_.size()), binaries_.data()};
+    }
+    MessageList(const MessageList&) = delete;
+    MessageList& operator=(const MessageList&) = delete;
+    ENTRYLIST* Get() { return &list_; }
+
+private:
+    std::vector<std::vector<BYTE>> bytes_;
+    std::vector<SBinary> binaries_;
+    ENTRYLIST list_{};
+};
+
 class Rows {
 public:
     Rows() = default;
@@ -169,16 +189,16 @@ void TestFolder::SetSubject(const std::string& id, const std::string& subject) c
     Check(message->SaveChanges(0), "save a mail");
 }
 
-void TestFolder::Delete(const std::vector<std::string>& ids) const
+void TestFolder::Delete(const std::string& id) const
 {
-    std::vector<std::vector<BYTE>> bytes;
-    for (const std::string& id : ids)
-        bytes.push_back(BytesOf(id));
-    std::vector<SBinary> binaries;
-    for (auto& id : bytes)
-        binaries.push_back({static_cast<ULONG>(id.size()), id.data()});
-    ENTRYLIST list{static_cast<ULONG>(binaries.size()), binaries.data()};
-    Check(folder_->DeleteMessages(&list, 0, nullptr, 0), "delete mails");
+    MessageList list({id});
+    Check(folder_->DeleteMessages(list.Get(), 0, nullptr, 0), "delete mails");
+}
+
+void TestFolder::Move(const std::vector<std::string>& ids, const TestFolder& to) const
+{
+    MessageList list(ids);
+    Check(folder_->CopyMessages(list.Get(), nullptr, &to.Folder(), 0, nullptr, MESSAGE_MOVE), "move mails");
 }
 
 ComPtr<IMessage> TestFolder::Open(const std::string& id, ULONG flags) const

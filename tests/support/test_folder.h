@@ -26,9 +26,9 @@ public:
     // Makes a mail with a subject, a body, a recipient and an attachment; gives its identifier.
     std::string Add(const std::string& subject, const std::string& body) const;
     void SetSubject(const std::string& id, const std::string& subject) const;
-    void Delete(const std::string& id) const { Delete(std::vector<std::string>{id}); }
-    // All at once.
-    void Delete(const std::vector<std::string>& ids) const;
+    void Delete(const std::string& id) const;
+    // In one transaction of the store, however many they are.
+    void Move(const std::vector<std::string>& ids, const TestFolder& to) const;
 
     ComPtr<IMessage> Open(const std::string& id, ULONG flags = 0) const;
     // The identifier of the mail with that subject, if there is one.
