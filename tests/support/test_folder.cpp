@@ -189,9 +189,9 @@ void TestFolder::SetSubject(const std::string& id, const std::string& subject) c
     Check(message->SaveChanges(0), "save a mail");
 }
 
-void TestFolder::Delete(const std::string& id) const
+void TestFolder::Delete(const std::vector<std::string>& ids) const
 {
-    MessageList list({id});
+    MessageList list(ids);
     Check(folder_->DeleteMessages(list.Get(), 0, nullptr, 0), "delete mails");
 }
 

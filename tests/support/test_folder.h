@@ -26,7 +26,8 @@ public:
     // Makes a mail with a subject, a body, a recipient and an attachment; gives its identifier.
     std::string Add(const std::string& subject, const std::string& body) const;
     void SetSubject(const std::string& id, const std::string& subject) const;
-    void Delete(const std::string& id) const;
+    void Delete(const std::string& id) const { Delete(std::vector<std::string>{id}); }
+    void Delete(const std::vector<std::string>& ids) const;
     // In one transaction of the store, however many they are.
     void Move(const std::vector<std::string>& ids, const TestFolder& to) const;
 
