@@ -22,17 +22,16 @@ void StopSignals::EndInOrder()
     EndWithin({}, {});
 }
 
-// The watcher's, once a signal came.
-void StopSignals::EndWhenOverdue()
+// The watcher's, once a signal came. `lock`: of mutex_.
+void StopSignals::EndWhenOverdue(std::unique_lock<std::mutex> lock)
 {
     const auto asked = std::chrono::steady_clock::now();
-    std::unique_lock lock(mutex_);
     while (!isEnding_) {
         if (!last_) {
             changed_.wait(lock);
-            continue;
-        }
-        if (changed_.wait_until(lock, asked + limit_) == std::cv_status::timeout && last_ && !isEnding_) {
+        } else if (std::chrono::steady_clock::now() < asked + limit_) {
+            changed_.wait_until(lock, asked + limit_);
+        } else {
             last_();
             std::_Exit(0);
         }

@@ -40,7 +40,7 @@ public:
 
 private:
     void Watch();
-    void EndWhenOverdue();
+    void EndWhenOverdue(std::unique_lock<std::mutex> lock);
 
     std::intptr_t asked_ = -1;
     std::intptr_t ended_ = -1;    // tells the watcher that the object goes

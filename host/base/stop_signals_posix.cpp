@@ -68,8 +68,11 @@ void StopSignals::Watch()
     }
     if (events[0].revents == 0)
         return;
+    // Who has heard of the signal and then changes what becomes of the process is too late for a time that is
+    // over.
+    std::unique_lock lock(mutex_);
     Set(asked_);
-    EndWhenOverdue();
+    EndWhenOverdue(std::move(lock));
 }
 
 bool StopSignals::Wait(std::chrono::milliseconds time) const noexcept

@@ -65,7 +65,7 @@ void StopSignals::Watch()
 {
     const HANDLE events[] = {asked, ended};
     if (WaitForMultipleObjects(2, events, FALSE, INFINITE) == WAIT_OBJECT_0)
-        EndWhenOverdue();
+        EndWhenOverdue(std::unique_lock(mutex_));
 }
 
 bool StopSignals::Wait(std::chrono::milliseconds time) const noexcept
