@@ -191,10 +191,7 @@ void Print(bool asJson, const Json& json, const std::string& text)
 
 std::uint64_t FileTimeNow()
 {
-    constexpr std::uint64_t kUnixEpochInFileTime = 116'444'736'000'000'000;
-    using FileTimeUnits = std::chrono::duration<std::uint64_t, std::ratio<1, 10'000'000>>;
-    const auto sinceUnixEpoch = std::chrono::system_clock::now().time_since_epoch();
-    return kUnixEpochInFileTime + std::chrono::duration_cast<FileTimeUnits>(sinceUnixEpoch).count();
+    return FileTimeOf(std::chrono::system_clock::now());
 }
 
 std::string TimeText(std::uint64_t fileTime)

@@ -2,6 +2,7 @@
 #ifndef QUORVANE_HOST_BASE_OUTPUT_H_
 #define QUORVANE_HOST_BASE_OUTPUT_H_
 
+#include <chrono>
 #include <cstdint>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -75,6 +76,14 @@ void Print(bool asJson, const Json& json, const std::string& text);
 
 // The time of a FILETIME as "2026-11-21T06:16:47Z"; empty for zero.
 std::string TimeText(std::uint64_t fileTime);
+// A time as a FILETIME, in the precision in which it is told.
+template <class Duration>
+std::uint64_t FileTimeOf(std::chrono::sys_time<Duration> time)
+{
+    constexpr std::uint64_t kUnixEpochInFileTime = 116'444'736'000'000'000;
+    using FileTimeUnits = std::chrono::duration<std::uint64_t, std::ratio<1, 10'000'000>>;
+    return kUnixEpochInFileTime + std::chrono::duration_cast<FileTimeUnits>(time.time_since_epoch()).count();
+}
 // The present time as a FILETIME.
 std::uint64_t FileTimeNow();
 

@@ -96,6 +96,8 @@ TEST(OutputTest, ATimeIsGivenInUtc)
 {
     EXPECT_EQ(TimeText(0), "");
     EXPECT_EQ(TimeText(116'444'736'000'000'000), "1970-01-01T00:00:00Z");
+    EXPECT_EQ(TimeText(FileTimeOf(std::chrono::sys_days(std::chrono::year(9999) / 12 / 31))),
+              "9999-12-31T00:00:00Z");
 }
 
 }  // namespace

@@ -25,16 +25,6 @@ struct DoctorOptions {
     std::string mailbox;
 };
 
-// One byte, to see whether a place takes it.
-class OneByte final : public exchange::ByteSource {
-public:
-    std::uint64_t Size() const override { return 1; }
-    void ReadAt(std::uint64_t, char* buffer, std::size_t size) const override
-    {
-        std::fill_n(buffer, size, '\n');
-    }
-};
-
 // Looks at a mailbox that opens. Each look notes what it found; what it can't do is a finding, too.
 class Doctor {
 public:
@@ -133,7 +123,7 @@ private:
         if (!own || !own->OpenFile("card"))
             return findings_.Note("exchange", "this device's card isn't in " + directory,
                                   "the next run lays it there");
-        own->Replace(kProbe, OneByte(), exchange::Readers::kNobody);
+        own->Replace(kProbe, exchange::TextSource("\n"), exchange::Readers::kNobody);
         std::error_code error;
         const auto written = fs::last_write_time(PathOf(directory) / PathOf(device) / kProbe, error);
         own->Remove(kProbe);

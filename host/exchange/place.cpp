@@ -1,7 +1,6 @@
 #include "host/exchange/place.h"
 
 #include <charconv>
-#include <cstring>
 #include <set>
 
 #include "host/exchange/error.h"
@@ -51,19 +50,6 @@ public:
 private:
     std::size_t most_;
     std::set<Value> values_;
-};
-
-class TextSource final : public ByteSource {
-public:
-    explicit TextSource(std::string_view text) noexcept : text_(text) {}
-    std::uint64_t Size() const override { return text_.size(); }
-    void ReadAt(std::uint64_t at, char* buffer, std::size_t size) const override
-    {
-        std::memcpy(buffer, text_.data() + at, size);
-    }
-
-private:
-    std::string_view text_;
 };
 
 }  // namespace

@@ -16,7 +16,6 @@ using std::chrono::days;
 using std::chrono::seconds;
 using std::chrono::sys_days;
 
-constexpr std::uint64_t kUnixEpochAsFileTime = 116'444'736'000'000'000;
 constexpr std::string_view kStarted = "Log Started: ";
 constexpr std::string_view kCompiled = "Library Compiled: ";
 
@@ -56,12 +55,6 @@ std::optional<seconds> TimeOfDayIn(std::string_view word)
     if (parts.size() != 3 || parts[0] > 23 || parts[1] > 59 || parts[2] > 60)
         return std::nullopt;
     return seconds(parts[0] * 3600 + parts[1] * 60 + parts[2]);
-}
-
-std::uint64_t FileTimeOf(sys_days day, seconds time)
-{
-    const auto sinceUnixEpoch = std::chrono::duration_cast<seconds>(day.time_since_epoch()) + time;
-    return kUnixEpochAsFileTime + static_cast<std::uint64_t>(sinceUnixEpoch.count()) * 10'000'000;
 }
 
 // "0x80004005"
@@ -141,7 +134,7 @@ bool EngineLogReader::IsOfHeader(std::string_view line)
     if (!day || numbers[3] > 23 || numbers[4] > 59)
         return false;
     day_ = *day;
-    time_ = FileTimeOf(day_, seconds(numbers[3] * 3600 + numbers[4] * 60));
+    time_ = FileTimeOf(day_ + seconds(numbers[3] * 3600 + numbers[4] * 60));
     return true;
 }
 
@@ -159,7 +152,7 @@ std::optional<LogEntry> EngineLogReader::Traced(std::string_view line)
         if (!ReadCall(line.substr(end + 1), entry))
             return std::nullopt;
         day_ = day.value_or(day_);
-        entry.time = day ? FileTimeOf(*day, *time) : time_;
+        entry.time = day ? FileTimeOf(*day + *time) : time_;
         return entry;
     }
     return std::nullopt;
@@ -196,7 +189,8 @@ std::optional<LogEntry> EngineLogReader::Detail(std::string_view line) const
     if (!timeOfDay || !day || *timeOfDay >= std::chrono::hours(13))
         return std::nullopt;
     LogEntry entry;
-    entry.time = FileTimeOf(*day, *timeOfDay + (clock.ends_with("PM") ? std::chrono::hours(12) : seconds(0)));
+    entry.time =
+        FileTimeOf(*day + *timeOfDay + (clock.ends_with("PM") ? std::chrono::hours(12) : seconds(0)));
     entry.message = Printable(line.substr(text + 2));
     return entry;
 }
