@@ -70,24 +70,22 @@ ExitCode Run(const RunOptions& given)
     Statistics statistics;
     ServiceManager manager;
     StopSignals signals;
-    signals.EndWithin(kOrderlyEnd, [&] {
-        manager.TellStopping();
-        EndOverdue(given, statistics);
-    });
+    signals.EndWithin(kOrderlyEnd, [&] { EndOverdue(given, statistics); });
     const Mailbox mailbox = Mailbox::Open(options.mailbox);
     options.exchange = ChosenExchange(mailbox, given.exchange);
     if (options.exchange.empty())
         throw HostError("no exchange is known yet: name it by --exchange", ExitCode::kUsage);
     const auto lock = mailbox.LockForRun();
     ChooseExchangeMode(mailbox, options.exchange, options.exchangeMode);
+    ServedRun served(manager);
     Runner runner(options, mailbox, signals, statistics);
     runner.Use(MirrorsOfRun(mailbox, runner.Mail(), signals, [](const std::string& line) {
         std::fprintf(stderr, "quorvane: %s\n", Printable(line).c_str());
     }));
-    ServedRun served(manager);
     if (manager.IsThere())
         runner.TellTo(&served);
     runner.Run();
+    manager.TellStopping();
     signals.EndInOrder();
     const Json counts = CountsOf(statistics);
     Print(options.json, counts, CountsText(counts));

@@ -47,8 +47,10 @@ void ServiceManager::Pulse()
 
 void ServiceManager::TellStopping()
 {
-    if (isThere_ && !isStopping_.exchange(true))
-        Tell("STOPPING=1");
+    if (!isThere_ || isStopping_)
+        return;
+    isStopping_ = true;
+    Tell("STOPPING=1");
 }
 
 }  // namespace quorvane::host

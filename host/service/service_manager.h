@@ -5,14 +5,13 @@
 #ifndef QUORVANE_HOST_SERVICE_SERVICE_MANAGER_H_
 #define QUORVANE_HOST_SERVICE_SERVICE_MANAGER_H_
 
-#include <atomic>
 #include <chrono>
 #include <string>
 
 namespace quorvane::host {
 
-// For one thread, but TellStopping. What can't be told is lost: a service manager that isn't there any more
-// is no reason to end.
+// For one thread. What can't be told as nobody is there any more is lost, and no reason to end. One that is
+// there and takes in nothing, so that its socket is full, holds up whoever tells it something.
 class ServiceManager {
 public:
     // Takes NOTIFY_SOCKET, and WATCHDOG_USEC where it is meant for this process, as they are.
@@ -32,7 +31,7 @@ public:
     void TellStatus(const std::string& line);
     // It does go on: WATCHDOG=1, where that is wanted, and no more often than needed.
     void Pulse();
-    // It comes to its end: STOPPING=1. Once. Any thread.
+    // It comes to its end: STOPPING=1. Once.
     void TellStopping();
 
 private:
@@ -43,7 +42,7 @@ private:
     bool isThere_ = false;
     std::chrono::microseconds watchdog_{};  // 0: nobody wants pulses
     bool isReady_ = false;
-    std::atomic<bool> isStopping_{false};
+    bool isStopping_ = false;
     std::string status_;
     Clock::time_point nextStatus_{};
     Clock::time_point nextPulse_{};

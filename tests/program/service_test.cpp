@@ -52,6 +52,14 @@ TEST_F(ServiceTest, ARunTellsThatItIsReadyGoesOnAndStops)
     EXPECT_EQ(socket.Next(0ms), "");
 }
 
+TEST_F(ServiceTest, ARunThatEndsByItselfTellsItToo)
+{
+    NotifySocket socket(Path("notify"), 0ms);
+    MustRun({"run", Mailbox("alice"), "--until-idle", "--idle-seconds", "0.2"});
+    EXPECT_EQ(socket.Until("READY=1").back(), "READY=1");
+    EXPECT_EQ(socket.Until("STOPPING=1", 5s).back(), "STOPPING=1");
+}
+
 TEST_F(ServiceTest, WhatItDidIsItsStatus)
 {
     MustRun({"import", Mailbox("alice"), "Shared", Sample("01-plain").string()});
