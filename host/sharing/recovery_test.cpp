@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "host/base/path_text.h"
 #include "host/sharing/sender.h"
 #include "host/sharing/test_mailbox.h"
 

@@ -7,6 +7,7 @@
 #include "host/base/output.h"
 #include "host/base/path_text.h"
 #include "host/exchange/error.h"
+#include "host/sharing/check_rest.h"
 #include "host/sharing/join_folder.h"
 #include "host/store/folders.h"
 
@@ -22,10 +23,6 @@ constexpr auto kAttention = std::chrono::milliseconds(3000);
 constexpr auto kRetryInterval = std::chrono::milliseconds(1000);
 // How long a change may take until the engine has reported it by itself.
 constexpr auto kPatience = std::chrono::milliseconds(2500);
-// Between two comparisons of all folders: so many times what one took, but neither less nor more than this.
-constexpr int kRestForCheck = 200;
-constexpr auto kFirstCheck = std::chrono::seconds(3);
-constexpr auto kLongestRest = std::chrono::seconds(60);
 constexpr auto kQuietBeforeComparison = std::chrono::milliseconds(300);
 constexpr auto kQuietBeforeCheck = std::chrono::milliseconds(1000);
 
@@ -76,6 +73,23 @@ Runner::Runner(const RunOptions& options, const Mailbox& mailbox, const StopSign
           options.silentAfter),
       progress_(mailbox.Name())
 {
+    Connect();
+    if (!transport_.place.IsReachable())
+        Fail("use the exchange", options.exchange, "no such directory");
+    NameFormerLayout();
+    // Before anything gets a number.
+    try {
+        receipts_.Begin(transport_);
+    } catch (const exchange::Error& error) {
+        MissExchange(error.what());
+    }
+    transport_.folders.Settle();
+    Start();
+}
+
+// Tells its parts of each other.
+void Runner::Connect()
+{
     addin_.SetEngine(engine_);
     addin_.SetResendRules(&resender_);
     addin_.SetPackageRoom(&outbox_);
@@ -90,17 +104,6 @@ Runner::Runner(const RunOptions& options, const Mailbox& mailbox, const StopSign
             observer_->GoesOn();
         return signals_.IsAsked();
     });
-    if (!transport_.place.IsReachable())
-        Fail("use the exchange", options.exchange, "no such directory");
-    NameFormerLayout();
-    // Before anything gets a number.
-    try {
-        receipts_.Begin(transport_);
-    } catch (const exchange::Error& error) {
-        MissExchange(error.what());
-    }
-    transport_.folders.Settle();
-    Start();
 }
 
 // The exchange of a former version holds packages in clear, below the receiver's name.
@@ -153,7 +156,7 @@ void Runner::Start()
     Check(engine_.Session().ResumeJobs(qv_rs_Both), "resume the jobs of", options_.mailbox);
     addin_.Versions().Removed().Expire(FileTimeNow());
     statistics_.Touch();
-    nextCheck_ = std::chrono::steady_clock::now() + kFirstCheck;
+    nextCheck_ = std::chrono::steady_clock::now() + kShortestRest;
 }
 
 // After a power cut, before anything is compared.
@@ -383,9 +386,7 @@ void Runner::CheckNowAndThen()
     const std::string look = Look();
     const bool clean = CheckShares();
     const auto end = std::chrono::steady_clock::now();
-    const auto rest = std::clamp<std::chrono::steady_clock::duration>(kRestForCheck * (end - now),
-                                                                      kFirstCheck, kLongestRest);
-    nextCheck_ = end + (clean ? rest : kFirstCheck);
+    nextCheck_ = end + RestAfterCheck(end - now, clean);
     checked_ = clean ? look : std::string();
 }
 

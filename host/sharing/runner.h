@@ -68,6 +68,7 @@ public:
     void Run();
 
 private:
+    void Connect();
     void NameFormerLayout();
     void Start();
     void HoldBack(const Share& share);

@@ -1,0 +1,26 @@
+// host/sharing/check_rest.h: how long a run rests between two comparisons of its folders with their rows.
+#ifndef QUORVANE_HOST_SHARING_CHECK_REST_H_
+#define QUORVANE_HOST_SHARING_CHECK_REST_H_
+
+#include <algorithm>
+#include <chrono>
+
+namespace quorvane::host {
+
+inline constexpr std::chrono::seconds kShortestRest{3};
+inline constexpr std::chrono::seconds kLongestRest{60};
+
+// After one that took so long: two hundred times that, which is half a percent of a processor, but no less
+// and no more than these. One that found something is followed by the next soon.
+constexpr std::chrono::steady_clock::duration RestAfterCheck(std::chrono::steady_clock::duration took,
+                                                             bool isClean)
+{
+    constexpr int kTimes = 200;
+    return isClean
+               ? std::clamp<std::chrono::steady_clock::duration>(kTimes * took, kShortestRest, kLongestRest)
+               : kShortestRest;
+}
+
+}  // namespace quorvane::host
+
+#endif  // QUORVANE_HOST_SHARING_CHECK_REST_H_
