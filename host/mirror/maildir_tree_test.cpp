@@ -55,6 +55,7 @@ TEST_F(MaildirTreeTest, WhatHasNoPlaceIsTold)
 
 TEST_F(MaildirTreeTest, MaildirsInMaildirsAreFolders)
 {
+    MakeMaildir("cur/Hidden");  // in a part of a Maildir, where there are no folders
     for (const char* const path : {"", "Plans", "Plans/2026", "Deep/down", ".Hidden"})
         MakeMaildir(path);
     fs::create_directory(root / "no Maildir");
