@@ -1,8 +1,12 @@
-"""Adds up what the test programs reported; prints one line and exits 0 only if nothing failed."""
+"""Adds up what the test programs reported; exits 0 only if nothing failed.
+
+Prints what the failed tests said, and ends with one line of counts."""
 import collections
 import pathlib
 import sys
 import xml.etree.ElementTree as tree
+
+MOST_LINES, MOST_LETTERS = 12, 300  # of what a failed test said
 
 
 def count(report):
@@ -15,6 +19,35 @@ def count(report):
         failed += bad
         skipped += left_out
     return passed, failed, skipped
+
+
+def failures(report):
+    """The names of a report's failed tests, each with the beginning of what it said."""
+    for case in tree.parse(report).getroot().iter("testcase"):
+        said = [each.get("message", "") for each in case if each.tag in ("failure", "error")]
+        if said:
+            name = ".".join(filter(None, (case.get("classname"), case.get("name"))))
+            yield name, "\n".join(said).splitlines()[:MOST_LINES]
+
+
+def print_failures(results):
+    """What failed, by name: programs that left no report (they crashed, or took too long) as well."""
+    reported = set()
+    for report in sorted(results.glob("*/*.xml")):
+        try:
+            failed = list(failures(report))
+        except tree.ParseError:
+            continue
+        for name, lines in failed:
+            reported.add((report.parent.name, report.stem))
+            print(f"failed: {name} ({report.parent.name})")
+            for line in lines:
+                print(f"    {line[:MOST_LETTERS]}")
+    for listed in sorted(results.glob("*/failed")):
+        for line in listed.read_text().splitlines():
+            program = line.partition(":")[2]
+            if (listed.parent.name, program) not in reported:
+                print(f"failed: {program} ({listed.parent.name}), without a report of its tests")
 
 
 def main():
@@ -31,6 +64,7 @@ def main():
         passed["Wine" if report.parent.name == "mingw" else "Linux"] += good
         failed += bad
         skipped += left_out
+    print_failures(results)
     # A step that broke without a failed test in a report (a build, a crash) counts as one failure.
     failed = max(failed, broken)
     if skipped:
