@@ -10,7 +10,8 @@
 namespace quorvane {
 
 // The system directory, without a separator at its end. On Windows the system's. Elsewhere
-// $QUORVANE_SYSTEM_DIR, or the directory of the module that this code is part of.
+// $QUORVANE_SYSTEM_DIR; else, of the directory of the module that this code is part of, the folder
+// "quorvane3" if there is one, as in an installation, or the directory itself.
 //
 // ERROR_PATH_NOT_FOUND: it can't be told.
 [[nodiscard]] HRESULT SystemDirectory(std::string& path) noexcept;

@@ -3,6 +3,7 @@
 #include <dlfcn.h>
 
 #include <cstdlib>
+#include <filesystem>
 #include <memory>
 #include <new>
 
@@ -14,6 +15,8 @@ namespace quorvane {
 namespace {
 
 constexpr std::string_view kWindowsExtension = ".dll";
+// Where an installation keeps the libraries whose names are no names of its own.
+constexpr std::string_view kInstalledFolder = "quorvane3";
 
 char Lower(char c) noexcept
 {
@@ -76,6 +79,10 @@ HRESULT SystemDirectory(std::string& path) noexcept
         if (!whole)
             return HRESULT_FROM_WIN32(ERROR_PATH_NOT_FOUND);
         path = DirectoryOf(whole.get());
+        std::error_code ignored;
+        const std::string installed = JoinPath(path, kInstalledFolder);
+        if (std::filesystem::is_directory(installed, ignored))
+            path = installed;
         return S_OK;
     } catch (const std::bad_alloc&) {
         return E_OUTOFMEMORY;
