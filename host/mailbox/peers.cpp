@@ -481,7 +481,8 @@ void Peers::Remake(const exchange::DeviceId& id)
     transaction.Commit();
 }
 
-void Peers::NoteApplied(const exchange::DeviceId& id, const exchange::ForUs& package)
+void Peers::NoteApplied(const exchange::DeviceId& id, const exchange::ForUs& package, const Traffic& received,
+                        const std::vector<std::uint64_t>& made)
 {
     auto peer = Find(id);
     if (!peer)
@@ -504,6 +505,8 @@ void Peers::NoteApplied(const exchange::DeviceId& id, const exchange::ForUs& pac
         .Bind(2, Signed(package.sequence))
         .Run();
     NoteBack(text);
+    if (received.packages > 0)
+        NoteReceivedTraffic(database_, received, made, FileTimeNow());
     transaction.Commit();
 }
 

@@ -16,6 +16,7 @@
 #include "host/exchange/card.h"
 #include "host/exchange/intake.h"
 #include "host/exchange/outside.h"
+#include "host/mailbox/traffic.h"
 
 namespace quorvane::host {
 
@@ -135,7 +136,9 @@ public:
     void Remake(const exchange::DeviceId& id);
 
     // Packages from others.
-    void NoteApplied(const exchange::DeviceId& id, const exchange::ForUs& package);
+    // With what passed: `received`, and `made`, when those of its changes were made that weren't known here.
+    void NoteApplied(const exchange::DeviceId& id, const exchange::ForUs& package,
+                     const Traffic& received = {}, const std::vector<std::uint64_t>& made = {});
     void NoteGap(const Peer& peer);
     void PutIncoming(const IncomingRecord& record);
     void ForgetIncoming(const exchange::DeviceId& device, std::uint64_t sequence);

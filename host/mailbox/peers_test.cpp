@@ -246,7 +246,7 @@ TEST(DeviceTest, AnOldMailboxDrawsItsKeysWhenItIsOpenedAndKeepsThem)
             "ALTER TABLE mailbox DROP COLUMN exchange; ALTER TABLE mailbox DROP COLUMN trash_days;"
             "ALTER TABLE mailbox DROP COLUMN card_serial;"
             "ALTER TABLE mailbox DROP COLUMN readers;"
-            "DROP TABLE mirror_mail; DROP TABLE mirror; DROP TABLE trash; DROP TABLE comparison; DROP INDEX item_beaten; DROP INDEX item_pending;"
+            "DROP TABLE traffic; DROP TABLE applied_within; DROP TABLE mirror_mail; DROP TABLE mirror; DROP TABLE trash; DROP TABLE comparison; DROP INDEX item_beaten; DROP INDEX item_pending;"
             "ALTER TABLE item DROP COLUMN heads; ALTER TABLE item DROP COLUMN whole;"
             "ALTER TABLE item DROP COLUMN pending; ALTER TABLE item DROP COLUMN beaten;");
 

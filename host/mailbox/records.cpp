@@ -7,6 +7,7 @@
 #include "host/base/errors.h"
 #include "host/mailbox/device.h"
 #include "host/mailbox/item_text.h"
+#include "host/mailbox/traffic.h"
 
 namespace quorvane::host {
 
@@ -208,8 +209,11 @@ void NotePlan(Database& database, std::int64_t package, const PackagePlan& plan)
         forget.Bind(1, item.id).Run();
     if (plan.isForAll)
         NoteSent(database, plan);
+    const std::uint64_t sequence = NumberPackage(database, devices);
+    if (sequence > 0 && !plan.items.empty())
+        NoteSentTraffic(database, {0, static_cast<std::int64_t>(plan.items.size()), 0}, FileTimeNow());
     Statement(database, "UPDATE outgoing SET planned = 1, sequence = ? WHERE number = ?")
-        .Bind(1, static_cast<std::int64_t>(NumberPackage(database, devices)))
+        .Bind(1, static_cast<std::int64_t>(sequence))
         .Bind(2, package)
         .Run();
 }
@@ -471,10 +475,14 @@ bool Records::IsPlanned(std::int64_t package)
     return select.Bind(1, package).Step() && select.Number(0) != 0;
 }
 
-void Records::NoteLaid(std::int64_t package)
+void Records::NoteLaid(std::int64_t package, std::uint64_t bytes)
 {
     const Durable durable(*this);
+    Transaction transaction(database_);
     Statement(database_, "UPDATE outgoing SET laid = 1 WHERE number = ?").Bind(1, package).Run();
+    if (bytes > 0)
+        NoteSentTraffic(database_, {1, 0, static_cast<std::int64_t>(bytes)}, FileTimeNow());
+    transaction.Commit();
 }
 
 void Records::FinishOutgoing(std::int64_t package)

@@ -109,7 +109,7 @@ class Records {
 public:
     explicit Records(const std::string& path);
 
-    static constexpr int kVersion = 11;
+    static constexpr int kVersion = 12;
     // Makes the tables of a new mailbox. Called within a transaction.
     static void CreateTables(Database& database, const std::string& name, const std::string& instance);
     // Brings tables of an earlier version up to this one. Called within a transaction.
@@ -169,8 +169,8 @@ public:
     // counts.
     void PlanPackage(std::int64_t package, const PackagePlan& plan);
     bool IsPlanned(std::int64_t package);
-    // From here on its file isn't needed any more.
-    void NoteLaid(std::int64_t package);
+    // From here on its file isn't needed any more. bytes: that lie in the exchange; 0 where nobody gets it.
+    void NoteLaid(std::int64_t package, std::uint64_t bytes);
     void FinishOutgoing(std::int64_t package);
 
     // What members are yet to get of a folder. One request a member and folder: a later one takes the place

@@ -284,10 +284,27 @@ constexpr char kUpgradeFrom10[] = R"sql(
 ALTER TABLE mailbox ADD COLUMN readers INTEGER NOT NULL DEFAULT 1;
 )sql";
 
+// From version 11 on: what passed on each day, and how long changes took (traffic.h).
+constexpr char kUpgradeFrom11[] = R"sql(
+CREATE TABLE traffic (
+    day INTEGER PRIMARY KEY,
+    packages_sent INTEGER NOT NULL,
+    items_sent INTEGER NOT NULL,
+    bytes_sent INTEGER NOT NULL,
+    packages_received INTEGER NOT NULL,
+    items_received INTEGER NOT NULL,
+    bytes_received INTEGER NOT NULL);
+CREATE TABLE applied_within (
+    day INTEGER NOT NULL,
+    seconds INTEGER NOT NULL,
+    items INTEGER NOT NULL,
+    PRIMARY KEY (day, seconds)) WITHOUT ROWID;
+)sql";
+
 // Each brings the records from the version that is its place, counted from 1, to the next.
-constexpr const char* kUpgrades[] = {kUpgradeFrom1, kUpgradeFrom2, kUpgradeFrom3, kUpgradeFrom4,
-                                     kUpgradeFrom5, kUpgradeFrom6, kUpgradeFrom7, kUpgradeFrom8,
-                                     kUpgradeFrom9, kUpgradeFrom10};
+constexpr const char* kUpgrades[] = {kUpgradeFrom1, kUpgradeFrom2,  kUpgradeFrom3, kUpgradeFrom4,
+                                     kUpgradeFrom5, kUpgradeFrom6,  kUpgradeFrom7, kUpgradeFrom8,
+                                     kUpgradeFrom9, kUpgradeFrom10, kUpgradeFrom11};
 static_assert(std::size(kUpgrades) + 1 == Records::kVersion);
 
 }  // namespace

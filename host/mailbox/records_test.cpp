@@ -238,7 +238,7 @@ TEST_F(RecordsTest, APlanIsMadeOnceWhateverMembersAreGivenLater)
 
     EXPECT_EQ(Delivered(), Names{"1 bob after 0"});
     EXPECT_TRUE(records_.IsPlanned(package));
-    records_.NoteLaid(package);
+    records_.NoteLaid(package, 100);
     EXPECT_TRUE(records_.Outgoing().at(0).isLaid);
 }
 // All three: a member's device, which has the folder, and was told that it is had here.

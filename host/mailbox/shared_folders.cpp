@@ -1,6 +1,7 @@
 #include "host/mailbox/shared_folders.h"
 
 #include <algorithm>
+#include <limits>
 #include <set>
 
 #include "host/base/errors.h"
@@ -492,6 +493,12 @@ bool SharedFolders::IsFresh(const std::string& folderId)
 {
     Statement select(database_, "SELECT fresh FROM folder WHERE folder_id = ? AND state = 1");
     return select.Bind(1, folderId).Step() && select.Number(0) != 0;
+}
+
+std::uint64_t SharedFolders::SharedSince(const std::string& folderId)
+{
+    const std::optional<KnownFolder> folder = FindHere(folderId);
+    return folder ? folder->since : std::numeric_limits<std::uint64_t>::max();
 }
 
 void SharedFolders::NoteLookedThrough(const std::string& folderId)

@@ -106,6 +106,8 @@ public:
 
     // Whether a device is a member's of a folder that is shared here.
     bool IsDeviceOfFolder(const std::string& folderId, const exchange::DeviceId& device);
+    // Since when a folder is shared here, a FILETIME; of one that isn't, the end of all times.
+    std::uint64_t SharedSince(const std::string& folderId);
     // Whether anything is known of a folder of this id.
     bool IsKnown(const std::string& folderId);
 

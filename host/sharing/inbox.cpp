@@ -345,6 +345,7 @@ bool Inbox::TakeItems(Transport& transport, const Peer& peer, const exchange::Fo
         case Verdict::kUse:
             BeginGroup(peer.id, package.sequence, content.items.size());
             handed_ = Handed{{peer.id, package.sequence}, package, std::move(content.items)};
+            handed_->made = NewChanges(transport.folders, handed_->items);
             transport.peers.PutIncoming({peer.id, package.sequence, IncomingRecord::State::kTaken, {}, 0});
             tries_ = 0;
             Process(transport, peer, package.sequence);
@@ -534,7 +535,7 @@ bool Inbox::AdvanceHanded(Transport& transport, const IncomingRecord& current)
     const auto peer = transport.peers.Find(current.device);
     if (!peer || !peer->card || CountMissing(handed->items) > 0)
         return false;
-    Finish(transport, *peer, handed->order);
+    Finish(transport, *peer, handed->order, handed->items.size(), handed->made);
     return true;
 }
 
@@ -575,7 +576,7 @@ bool Inbox::Advance(Transport& transport)
         }
         PutAside(*peer, path, std::to_string(missing) + " of its items could not be applied");
     }
-    Finish(transport, *peer, package);
+    Finish(transport, *peer, package, content.items.size() - missing);
     return true;
 }
 
@@ -608,11 +609,33 @@ void Inbox::Recover(Transport& transport, Recovery& recovery)
     std::filesystem::remove(copy, ignored);
 }
 
-void Inbox::Finish(Transport& transport, const Peer& peer, const exchange::ForUs& package)
+// Those that were made since the folder is shared here: the others didn't wait for the exchange.
+std::vector<std::uint64_t> Inbox::NewChanges(SharedFolders& folders, const std::vector<PackageRecord>& items)
+{
+    std::vector<std::uint64_t> made;
+    const std::uint64_t since = items.empty() ? 0 : folders.SharedSince(items.front().folderId);
+    for (const PackageRecord& item : items) {
+        const auto sent = ParseItem(item.customInfo, !item.hasMessage);
+        const exchange::Revision* const shown = sent ? sent->heads.Shown() : nullptr;
+        if (!shown || shown->stamp < since)
+            continue;
+        const auto known = records_.FindItem(item.id);
+        if (!known || known->heads.Lacks(sent->heads))
+            made.push_back(shown->stamp);
+    }
+    return made;
+}
+
+void Inbox::Finish(Transport& transport, const Peer& peer, const exchange::ForUs& package, std::size_t items,
+                   const std::vector<std::uint64_t>& made)
 {
     if (group_)
         group_->End();
-    transport.peers.NoteApplied(peer.id, package);
+    std::error_code error;
+    const std::uintmax_t bytes = std::filesystem::file_size(SealedPath(peer.id, package.sequence), error);
+    transport.peers.NoteApplied(
+        peer.id, package, {1, static_cast<std::int64_t>(items), error ? 0 : static_cast<std::int64_t>(bytes)},
+        made);
     if (verbose_)
         report_(ShownPackage(peer, package.sequence) + " is taken");
     RemoveCopies(peer.id, package.sequence);

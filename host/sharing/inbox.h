@@ -112,6 +112,7 @@ private:
         Key key;
         exchange::ForUs order;
         std::vector<PackageRecord> items;
+        std::vector<std::uint64_t> made{};  // when those of its changes were made that weren't known here
     };
     struct Opened {
         exchange::ForUs order;
@@ -139,7 +140,10 @@ private:
     bool AdvanceHanded(Transport& transport, const IncomingRecord& current);
     bool IsApplied(const PackageRecord& item);
     std::size_t CountMissing(const std::vector<PackageRecord>& items);
-    void Finish(Transport& transport, const Peer& peer, const exchange::ForUs& package);
+    std::vector<std::uint64_t> NewChanges(SharedFolders& folders, const std::vector<PackageRecord>& items);
+    // items: that it brought here. made: as of Handed.
+    void Finish(Transport& transport, const Peer& peer, const exchange::ForUs& package, std::size_t items = 0,
+                const std::vector<std::uint64_t>& made = {});
     void Process(Transport& transport, const Peer& peer, std::uint64_t sequence);
     void PutAside(const Peer& peer, const std::filesystem::path& path, const std::string& reason);
     std::filesystem::path SealedPath(const exchange::DeviceId& device, std::uint64_t sequence) const;

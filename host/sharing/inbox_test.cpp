@@ -78,6 +78,14 @@ protected:
     {
         return here.transport.peers.Find(sender.Id())->order.applied;
     }
+    // Changes that were applied, after whatever time.
+    std::int64_t Applied()
+    {
+        std::int64_t count = 0;
+        for (const AppliedWithin& one : ReadAppliedWithin(here.hostRecords, 0))
+            count += one.items;
+        return count;
+    }
     bool HasCopies() const { return !std::filesystem::is_empty(here.mailbox.InboxPath()); }
 
     SharedTestMailbox here;
@@ -102,6 +110,41 @@ TEST_F(InboxTest, EveryPackageHasASecondTryOfItsOwn)
     EXPECT_EQ(here.statistics.packagesRejected, 0U);
     EXPECT_EQ(lines, std::vector<std::string>());
     EXPECT_FALSE(HasCopies());
+}
+
+TEST_F(InboxTest, WhatArrivesIsCountedWithTheTimeThatItTook)
+{
+    const std::string first = Sealed(here.alice, 1, 0, Content("first"));
+    Lay(here.alice, 1, first);
+    Drain();
+
+    const std::vector<TrafficOfADay> days = ReadTraffic(here.hostRecords, 0);
+    ASSERT_EQ(days.size(), 1U);
+    EXPECT_EQ(days[0].received, (Traffic{1, 1, static_cast<std::int64_t>(first.size())}));
+    EXPECT_EQ(days[0].sent, Traffic{});
+    EXPECT_EQ(Applied(), 1);
+}
+
+// As of one who joins a folder that others had before.
+TEST_F(InboxTest, WhatWasMadeBeforeTheFolderWasSharedHereTookNoTime)
+{
+    Statement(here.hostRecords, "UPDATE folder SET since = ?").Bind(1, std::int64_t{1} << 61).Run();
+    Arrive(here.alice, 1, "old");
+    Drain();
+
+    EXPECT_EQ(ReadTraffic(here.hostRecords, 0).at(0).received.items, 1);
+    EXPECT_EQ(Applied(), 0);
+}
+
+TEST_F(InboxTest, WhatIsKnownAlreadyIsntCountedAsAChange)
+{
+    const std::string content = Content("twice");
+    Lay(here.alice, 1, Sealed(here.alice, 1, 0, content));
+    Lay(here.alice, 2, Sealed(here.alice, 2, 1, content));
+    Drain();
+
+    EXPECT_EQ(ReadTraffic(here.hostRecords, 0).at(0).received.packages, 2);
+    EXPECT_EQ(Applied(), 1);
 }
 
 // A virus scanner, say, has the copy open just when it is to be looked through.

@@ -302,9 +302,10 @@ void Outbox::Lay(const OutgoingPackage& package, Transport& transport)
     const std::filesystem::path path = PathOf(package.path);
     const auto receivers = DevicesFor(package, transport);
     std::error_code error;
+    std::uint64_t bytes = 0;
     if (std::filesystem::exists(path, error)) {
         if (!receivers.empty()) {
-            LaySealed(transport, {package.sequence, KindOf(package)}, receivers, path);
+            bytes = LaySealed(transport, {package.sequence, KindOf(package)}, receivers, path);
             ++parts_.statistics.packagesSent;
             if (parts_.verbose)
                 report_("package " + std::to_string(package.sequence) + " for " +
@@ -314,7 +315,7 @@ void Outbox::Lay(const OutgoingPackage& package, Transport& transport)
         for (const exchange::Receiver& receiver : receivers)
             transport.peers.Remake(receiver.id);
     }
-    records_.NoteLaid(package.number);
+    records_.NoteLaid(package.number, bytes);
     parts_.statistics.Touch();
 }
 

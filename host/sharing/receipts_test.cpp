@@ -28,7 +28,7 @@ protected:
         here.records.PlanPackage(package, {members, {{"{1}", "{F}"}}});
         const std::uint64_t sequence = here.records.Outgoing().at(0).sequence;
         LaySealed(here.transport, {sequence}, here.transport.peers.ReceiversOf(sequence), path);
-        here.records.NoteLaid(package);
+        here.records.NoteLaid(package, 100);
         here.records.FinishOutgoing(package);
         return sequence;
     }

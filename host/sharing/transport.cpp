@@ -38,8 +38,8 @@ std::unique_ptr<exchange::OutsideFile> OpenOwnFile(const std::filesystem::path& 
     return file;
 }
 
-void LaySealed(Transport& transport, const NumberedPackage& package,
-               const std::vector<exchange::Receiver>& receivers, const std::filesystem::path& clear)
+std::uint64_t LaySealed(Transport& transport, const NumberedPackage& package,
+                        const std::vector<exchange::Receiver>& receivers, const std::filesystem::path& clear)
 {
     std::filesystem::path aside = clear;
     aside += ".qvx";
@@ -53,6 +53,7 @@ void LaySealed(Transport& transport, const NumberedPackage& package,
                        [&](std::string_view bytes) { file.Write(bytes.data(), bytes.size()); });
     }
     transport.place.Put(package.sequence, *OpenOwnFile(aside));
+    return std::filesystem::file_size(aside);
 }
 
 void PublishCard(Transport& transport, const std::string& name)

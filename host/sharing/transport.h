@@ -41,9 +41,10 @@ struct NumberedPackage {
 };
 
 // Seals `clear` for its receivers and lays it into the exchange; when this returns, it is on the disk there.
-// A file beside `clear` holds it meanwhile. Throws a HostError or an exchange::Error.
-void LaySealed(Transport& transport, const NumberedPackage& package,
-               const std::vector<exchange::Receiver>& receivers, const std::filesystem::path& clear);
+// A file beside `clear` holds it meanwhile. Gives how many bytes lie there. Throws a HostError or an
+// exchange::Error.
+std::uint64_t LaySealed(Transport& transport, const NumberedPackage& package,
+                        const std::vector<exchange::Receiver>& receivers, const std::filesystem::path& clear);
 
 // Lays the device's card into the exchange, unless it lies there as it is to be.
 void PublishCard(Transport& transport, const std::string& name);
