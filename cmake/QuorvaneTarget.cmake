@@ -48,7 +48,7 @@ set(QUORVANE_WINDOWS_TESTS
   "^qv_(store|store_[a-z]+)_test$"
   "^qv_integration_(apartment|database_failures|display|find_item|leftovers|logon|msg_stores|notifications|receive_jobs|resend|road|session_life|sessions)_test$"
   "^late_bound_(entry_points|object_model|calls|sharing|resend|table)_test$"
-  "^qv_host_(base|service|deflate|exchange|mail|mailbox|sharing)_test$"
+  "^qv_host_(base|service|report|deflate|exchange|mail|mailbox|sharing)_test$"
   "^qv_windows_")
 list(JOIN QUORVANE_WINDOWS_TESTS "|" QUORVANE_WINDOWS_TESTS)
 # These log on to the engine, which has an event by a name that all processes of the user's share.

@@ -52,6 +52,7 @@ void AddRestoreCommand(CLI::App& program, Chosen& chosen);
 void AddStatusCommand(CLI::App& program, Chosen& chosen);
 void AddInspectCommand(CLI::App& program, Chosen& chosen);
 void AddLogCommand(CLI::App& program, Chosen& chosen);
+void AddReportCommand(CLI::App& program, Chosen& chosen);
 // Those that packages and shells use: manual pages and completion.
 void AddHiddenCommands(CLI::App& program, Chosen& chosen);
 

@@ -1,6 +1,7 @@
 #include <map>
 
 #include "host/commands/command.h"
+#include "host/commands/readings.h"
 #include "host/mailbox/records.h"
 #include "host/mailbox/sharing_rows.h"
 #include "host/store/properties.h"
@@ -32,20 +33,15 @@ std::string SubjectOfItem(const MailSession& session, const ItemRows& rows, cons
     return message ? TextOf(*message, PR_SUBJECT_W) : std::string();
 }
 
+}  // namespace
+
 // What an item shows, and each edit beside it that it beats.
-ExitCode Conflicts(const ConflictsOptions& options)
+Json ReadConflicts(const Mailbox& mailbox)
 {
-    const Mailbox mailbox = Mailbox::Open(options.mailbox);
-    const MailSession session(options.mailbox);
+    const MailSession session(mailbox.Directory().string());
     Records records(mailbox.HostDatabasePath().string());
     const ItemRows rows = EntriesById(mailbox);
     Json json = Json::array();
-    Table table({{"FOLDER", Fit::kShortened},
-                 {"SUBJECT", Fit::kShortened},
-                 "SHOWN IS BY",
-                 "ALSO BY",
-                 {"SINCE", Fit::kDropped},
-                 "KEPT AS"});
     for (const ItemRecord& item : records.ItemsInConflict()) {
         const auto share = records.FindShare(item.folderId);
         const std::string folder = share ? share->name : item.folderId;
@@ -67,10 +63,27 @@ ExitCode Conflicts(const ConflictsOptions& options)
                             {"copy", copy},
                             {"copySubject", kept ? SubjectOfItem(session, rows, copy) : std::string()},
                             {"isHere", kept.has_value()}});
-            table.Add({Printable(folder), Printable(subject), item.version.member, by, TimeText(beaten.stamp),
-                       kept ? copy : "not here yet"});
         }
     }
+    return json;
+}
+
+namespace {
+
+ExitCode Conflicts(const ConflictsOptions& options)
+{
+    const Json json = ReadConflicts(Mailbox::Open(options.mailbox));
+    Table table({{"FOLDER", Fit::kShortened},
+                 {"SUBJECT", Fit::kShortened},
+                 "SHOWN IS BY",
+                 "ALSO BY",
+                 {"SINCE", Fit::kDropped},
+                 "KEPT AS"});
+    for (const Json& one : json)
+        table.Add({Printable(one.at("folder").get<std::string>()),
+                   Printable(one.at("subject").get<std::string>()), one.at("shown").get<std::string>(),
+                   one.at("other").get<std::string>(), one.at("otherSince").get<std::string>(),
+                   one.at("isHere").get<bool>() ? one.at("copy").get<std::string>() : "not here yet"});
     Print(options.json, json,
           table.Text() + (json.empty()
                               ? "no conflicts\n"

@@ -80,6 +80,8 @@ const std::pair<const char*, std::vector<std::string>> kExamples[] = {
     {"log",
      {"quorvane log ~/mail/alice", "quorvane log ~/mail/alice --failures --since 2026-11-01",
       "quorvane log ~/mail/alice --follow"}},
+    {"report",
+     {"quorvane report ~/mail/alice -o report.html", "quorvane report ~/mail/alice --json --days 7"}},
     {"compare", {"quorvane compare ~/mail/alice Shared ~/mail/bob Shared"}},
     {"inspect", {"quorvane inspect letter.msg", "quorvane inspect /mnt/exchange/DEVICE/out/NUMBER.qvx"}},
 };

@@ -204,6 +204,15 @@ ExitCode ShowLog(const LogOptions& options)
 
 }  // namespace
 
+Json LogJson(const Mailbox& mailbox, const LogEntries& entries)
+{
+    ItemNames names(mailbox);
+    Json json = Json::array();
+    for (const LogEntry& entry : entries)
+        json.push_back(JsonOf(entry, names.SubjectIn(entry.message)));
+    return json;
+}
+
 LogEntries ReadLog(const Mailbox& mailbox, const LogWish& wish, std::size_t most)
 {
     return WholeLog(mailbox, wish).ReadOn(most);

@@ -101,7 +101,7 @@ const CommandGroup kGroups[] = {
      {AddMembersCommand, AddShareCommand, AddInvitationsCommand, AddAcceptCommand, AddDeclineCommand,
       AddLeaveCommand, AddUnshareCommand, AddResendCommand, AddCancelCommand, AddConflictsCommand,
       AddVerifyCommand}},
-    {"A closer look", {AddLogCommand, AddCompareCommand, AddInspectCommand}},
+    {"A closer look", {AddReportCommand, AddLogCommand, AddCompareCommand, AddInspectCommand}},
 };
 
 void AddCommands(CLI::App& program, Chosen& chosen)

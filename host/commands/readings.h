@@ -33,6 +33,13 @@ struct LogWish {
 // be read.
 LogEntries ReadLog(const Mailbox& mailbox, const LogWish& wish, std::size_t most);
 
+// The same as `log` prints them.
+Json LogJson(const Mailbox& mailbox, const LogEntries& entries);
+
+// What `conflicts` prints, and `trash`. They throw a HostError where a database can't be read.
+Json ReadConflicts(const Mailbox& mailbox);
+Json ReadTrash(const Mailbox& mailbox);
+
 }  // namespace quorvane::host
 
 #endif  // QUORVANE_HOST_COMMANDS_READINGS_H_

@@ -1,5 +1,6 @@
 #include "host/mailbox/trash.h"
 #include "host/commands/command.h"
+#include "host/commands/readings.h"
 #include "host/store/msg_file.h"
 #include "host/store/properties.h"
 
@@ -31,28 +32,40 @@ const char* WhyText(TrashEntry::Why why)
     return "";
 }
 
+}  // namespace
+
+Json ReadTrash(const Mailbox& mailbox)
+{
+    Trash trash(mailbox);
+    Json entries = Json::array();
+    for (const TrashEntry& entry : trash.Entries())
+        entries.push_back({{"id", entry.number},
+                           {"since", TimeText(entry.since)},
+                           {"folder", entry.folder},
+                           {"item", entry.item},
+                           {"subject", entry.subject},
+                           {"why", WhyText(entry.why)},
+                           {"member", entry.member},
+                           {"file", trash.FileOf(entry).string()}});
+    return {{"days", trash.Days()}, {"entries", entries}};
+}
+
+namespace {
+
 ExitCode ShowTrash(const TrashOptions& options)
 {
     const Mailbox mailbox = Mailbox::Open(options.mailbox);
-    Trash trash(mailbox);
     if (options.setDays)
-        trash.SetDays(options.days);
-    Json json = Json::array();
+        Trash(mailbox).SetDays(options.days);
+    const Json json = ReadTrash(mailbox);
     Table table({"ID", "SINCE", {"FOLDER", Fit::kShortened}, {"SUBJECT", Fit::kShortened}, "WHY", "BY"});
-    for (const TrashEntry& entry : trash.Entries()) {
-        json.push_back({{"id", entry.number},
-                        {"since", TimeText(entry.since)},
-                        {"folder", entry.folder},
-                        {"item", entry.item},
-                        {"subject", entry.subject},
-                        {"why", WhyText(entry.why)},
-                        {"member", entry.member},
-                        {"file", trash.FileOf(entry).string()}});
-        table.Add({std::to_string(entry.number), TimeText(entry.since), Printable(entry.folder),
-                   Printable(entry.subject), WhyText(entry.why), entry.member});
-    }
-    Print(options.json, {{"days", trash.Days()}, {"entries", json}},
-          table.Text() + "kept for " + std::to_string(trash.Days()) + " days\n");
+    for (const Json& entry : json.at("entries"))
+        table.Add({std::to_string(entry.at("id").get<std::int64_t>()), entry.at("since").get<std::string>(),
+                   Printable(entry.at("folder").get<std::string>()),
+                   Printable(entry.at("subject").get<std::string>()), entry.at("why").get<std::string>(),
+                   entry.at("member").get<std::string>()});
+    Print(options.json, json,
+          table.Text() + "kept for " + std::to_string(json.at("days").get<std::int64_t>()) + " days\n");
     return ExitCode::kDone;
 }
 

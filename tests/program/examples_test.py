@@ -15,7 +15,7 @@ README = pathlib.Path(os.environ["QUORVANE_README"])
 # Ends with another code than 0 where no run is under way.
 CODES = {"verify": 3}
 # After these the world is as it was.
-READERS = {"status", "list", "show", "export", "invitations", "conflicts", "compare", "inspect", "log", "doctor"}
+READERS = {"status", "list", "show", "export", "invitations", "conflicts", "compare", "inspect", "log", "doctor", "report"}
 
 
 def described():

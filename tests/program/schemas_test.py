@@ -145,6 +145,7 @@ class SchemasTest(unittest.TestCase):
         self.verify()
         world.end_runs()
         self.assertTrue(world.run("log", alice))
+        self.assertTrue(any(day["sent"]["items"] for day in world.run("report", alice, "-o", world.home / "r.html")["traffic"]))
 
     def verify(self):
         for _ in range(30):
