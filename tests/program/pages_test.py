@@ -1,0 +1,201 @@
+"""The pages' commands: those of the guide are run as they stand, all others are looked at for what they name.
+
+Before a block of a page a comment may say who pastes it and when:
+
+    <!-- as: bob -->             on bob's machine, alice's otherwise
+    <!-- when: COMMAND -->       once that command succeeds
+    <!-- ends: alice -->         after her runs have ended
+    <!-- checked: WHY -->        it isn't run here
+"""
+import json
+import os
+import pathlib
+import re
+import shlex
+import shutil
+import signal
+import subprocess
+import tempfile
+import unittest
+
+from world import DEADLINE, PROGRAM, World
+
+SOURCE = pathlib.Path(os.environ["QUORVANE_SOURCE"])
+PAGES = [SOURCE / "README.md", SOURCE / "CONTRIBUTING.md", *sorted((SOURCE / "docs").glob("*.md"))]
+BLOCK = re.compile(r"(?:<!-- (?P<notes>[^>]*) -->\n)?```sh\n(?P<text>.*?)```", re.S)
+# What the guide may run beside the program.
+OTHERS = {"mv", "cp"}
+
+
+def blocks(page):
+    for found in BLOCK.finditer(page.read_text()):
+        notes = dict(note.split(": ", 1) for note in (found["notes"] or "").split("; ") if note)
+        yield notes, found["text"]
+
+
+def command_lines(text):
+    """Its lines, those that end in a backslash joined, without comments."""
+    for line in text.replace("\\\n", " ").splitlines():
+        words = shlex.split(line, comments=True)
+        if words:
+            yield line, words
+
+
+def described():
+    told = subprocess.run([PROGRAM, "_commands"], check=True, capture_output=True).stdout
+    return {one["command"]: one for one in json.loads(told)}
+
+
+class NamesTest(unittest.TestCase):
+    """What pages name is there."""
+
+    @classmethod
+    def setUpClass(cls):
+        cls.commands = described()
+        cls.targets = (pathlib.Path(os.environ["QUORVANE_BUILD"]) / "build.ninja").read_text()
+
+    def options(self, command):
+        own = self.commands[command]["options"] + self.commands[""]["options"]
+        return {name for option in own for name in option["names"]}
+
+    def look_at(self, words, where):
+        """A command line of the program, or the beginning of one in a sentence."""
+        words = words[1:]
+        if not words or words[0].startswith("-") or words[0] == "COMMAND":
+            command, rest = "", words
+        else:
+            two = " ".join(words[:2])
+            command, rest = (two, words[2:]) if two in self.commands else (words[0], words[1:])
+        self.assertIn(command, self.commands, where)
+        for word in rest:
+            if word in ("|", "<", ">", "&", "&&", ";"):
+                break
+            if word.startswith("-") and len(word) > 1:
+                self.assertIn(word.split("=")[0], self.options(command), where)
+
+    def test_each_block_is_a_script_whose_commands_are_there(self):
+        count = 0
+        for page in PAGES:
+            for _, text in blocks(page):
+                shell = subprocess.run(["bash", "-n"], input=text, text=True, capture_output=True)
+                self.assertEqual(shell.returncode, 0, f"{page.name}: {text}: {shell.stderr}")
+                for line, words in command_lines(text):
+                    count += 1
+                    self.look_at_line(words, f"{page.name}: {line}")
+        self.assertGreater(count, 60)
+
+    def look_at_line(self, words, where):
+        if words[0] == "quorvane":
+            self.look_at(words, where)
+        for word in words:
+            if re.match(r"(\./|cmake/|fuzz/|tests/|packaging/)", word) and not word.endswith(".deb"):
+                self.assertTrue((SOURCE / word).exists() or word.startswith("./build"), where)
+        if "--preset" in words:
+            presets = json.loads((SOURCE / "CMakePresets.json").read_text())["configurePresets"]
+            self.assertIn(words[words.index("--preset") + 1], [one["name"] for one in presets], where)
+        if "--target" in words:
+            for target in words[words.index("--target") + 1:]:
+                self.assertIn(f"\nbuild {target}: phony", self.targets, where)
+
+    def test_commands_in_sentences_are_there(self):
+        count = 0
+        for page in PAGES:
+            text = re.sub(r"```.*?```", "", page.read_text(), flags=re.S)
+            for span in re.findall(r"`(quorvane [^`]*)`", text):
+                words = [re.sub(r"^\[|\]$", "", word) for word in " ".join(span.split()).split(" ")]
+                if re.match(r"[a-z-]", words[1]):
+                    count += 1
+                    self.look_at(words, f"{page.name}: {span}")
+        self.assertGreater(count, 20)
+
+    def test_pages_lead_to_files_that_are_there(self):
+        for page in PAGES:
+            for link in re.findall(r"\]\(([^)#:]+)(?:#[^)]*)?\)", page.read_text()):
+                self.assertTrue((page.parent / link).exists(), f"{page.name}: {link}")
+
+
+class GuideTest(unittest.TestCase):
+    """Who pastes the guide, block by block, gets what it says."""
+
+    def setUp(self):
+        self.place = pathlib.Path(tempfile.mkdtemp(prefix="quorvane-guide-"))
+        self.addCleanup(shutil.rmtree, self.place)
+        self.exchange = self.place / "exchange"
+        self.exchange.mkdir()
+        self.homes = {name: self.place / name for name in ("alice", "bob", "laptop")}
+        for home in self.homes.values():
+            (home / "backups").mkdir(parents=True)
+        (self.homes["alice"] / "old-mail.mbox").write_text(
+            "From x Sat Nov 21 00:00:00 2026\nSubject: old\n\nText\n\n"
+            "From x Sat Nov 21 00:00:00 2026\nSubject: older\n\nText\n")
+        (self.homes["alice"] / "Maildir").mkdir()
+        self.runs = []
+        self.addCleanup(lambda: self.end_runs(list(self.homes)))
+
+    def start(self, who, text, **pipes):
+        home = self.homes[who]
+        path = f"{pathlib.Path(PROGRAM).parent}:{os.environ['PATH']}"
+        line = text.replace("/mnt/exchange", str(self.exchange))
+        return subprocess.Popen(["bash", "-c", line], cwd=home, text=True, stdin=subprocess.DEVNULL,
+                                env={**os.environ, "HOME": str(home), "PATH": path}, **pipes)
+
+    def does(self, who, text):
+        process = self.start(who, text, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        output, errors = process.communicate(timeout=DEADLINE)
+        return process.returncode, output, errors
+
+    def told(self, who, text):
+        code, output, errors = self.does(who, text + " --json")
+        self.assertEqual(code, 0, f"{text}: {errors}")
+        return json.loads(output)
+
+    def end_runs(self, names):
+        for who, process, line in self.runs:
+            if who in names:
+                process.send_signal(signal.SIGTERM)
+                process.communicate(timeout=DEADLINE)
+                self.assertEqual(process.returncode, 0, line)
+        self.runs = [one for one in self.runs if one[0] not in names]
+
+    def filled_in(self, who, line):
+        if line.endswith(" ID"):
+            line = line[:-2] + self.told(who, f"quorvane invitations ~/mail/{who}")[0]["id"]
+        for name, home in (("DESK-ID", "alice"), ("LAPTOP-ID", "laptop")):
+            if name in line:
+                line = line.replace(name, self.told(home, "quorvane members ~/mail/alice")["device"])
+        return line
+
+    def paste(self, who, line, words):
+        self.assertIn(words[0], OTHERS | {"quorvane"}, line)
+        line = self.filled_in(who, line)
+        if words[1] == "run" and "--until-idle" not in words:
+            self.runs.append((who, self.start(who, "exec " + line, stdout=subprocess.DEVNULL,
+                                              stderr=subprocess.DEVNULL), line))
+            return
+        code, output, errors = self.does(who, line)
+        # Nobody knows yet what the others have.
+        self.assertIn(code, (0, 1, 3) if words[1] == "verify" else (0,), f"{who}: {line}: {output}{errors}")
+        if words[1] == "report":
+            self.assertTrue((self.homes[who] / "report.html").stat().st_size)
+
+    def test_the_guide_can_be_followed_by_pasting(self):
+        done = 0
+        for notes, text in blocks(SOURCE / "docs" / "guide.md"):
+            self.assertLessEqual(set(notes), {"as", "when", "ends", "checked"})
+            if "checked" in notes:
+                continue
+            who = notes.get("as", "alice")
+            if "ends" in notes:
+                self.end_runs([notes["ends"]])
+            if "when" in notes:
+                World.eventually(f"{who}: {notes['when']}", lambda: self.does(who, notes["when"])[0] == 0)
+            for line, words in command_lines(text):
+                self.paste(who, line, words)
+                done += 1
+        self.assertGreater(done, 40)
+        self.assertTrue((self.homes["alice"] / "projects").exists())
+        self.assertIn("The plan, second draft", json.dumps(self.told("bob", "quorvane list ~/mail/bob Projects")))
+
+
+if __name__ == "__main__":
+    unittest.main()
