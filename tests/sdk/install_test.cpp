@@ -259,6 +259,43 @@ TEST_F(InstallTest, TheFirstHostOfTheGuideLogsOnToAMailbox)
     MustRunHere("! XDG_CONFIG_HOME=$PWD/none ./my_host");
 }
 
+// Each is one file, and shares a folder of the mailbox in its working directory.
+TEST_F(InstallTest, TheHostsOfTheSamplesAreBuiltAndShare)
+{
+    const std::string engine = Quoted((Libraries() / "libquorvane3.so.3").string());
+    for (const std::string& host : {std::string("typed_host"), std::string("late_bound_host")}) {
+        const fs::path source = Prefix() / "share" / "quorvane3" / "hosts" / (host + ".cpp");
+        MustRunHere(Quoted(QUORVANE_COMPILER) + " -std=c++20 -Wall -Wextra -Werror " QUORVANE_FLAGS " " +
+                    Quoted(source.string()) + " -o " + host + " $(" + PkgConfig("--cflags --libs") +
+                    ") -Wl,-rpath,$(" + PkgConfig("--variable=libdir") + ")");
+        const std::string mailbox = "mailbox-of-" + host;
+        MustRunHere(Program() + " init " + mailbox + " --name alice");
+        Command run("cd " + mailbox +
+                        " && XDG_CONFIG_HOME=$PWD/settings XDG_DATA_HOME=$PWD/logs TMPDIR=$PWD/packages "
+                        "exec ../" +
+                        host + (host == "typed_host" ? "" : " " + engine) + " notes",
+                    Work(), Work() / (host + ".log"));
+        EXPECT_EQ(run.Wait(), 0) << run.Output();
+        EXPECT_TRUE(Contains(run.Output(), "added {")) << host << run.Output();
+        EXPECT_TRUE(Contains(run.Output(), "package /")) << host << run.Output();
+        Command list(Program() + " list " + mailbox + " Notes --json", Work(), Work() / "list.log");
+        ASSERT_EQ(list.Wait(), 0) << list.Output();
+        EXPECT_TRUE(Contains(list.Output(), "Hello")) << list.Output();
+    }
+}
+
+// It would bind to what it was compiled against.
+TEST_F(InstallTest, TheLateBoundHostKnowsNoHeaderOfTheObjectModel)
+{
+    for (const char* file : {"late_bound_host.cpp", "notes_folder.h"}) {
+        const std::string source = ReadFile(Prefix() / "share" / "quorvane3" / "hosts" / file);
+        EXPECT_FALSE(source.empty());
+        for (const char* header :
+             {"quorvane3/quorvane3.h", "quorvane3/object_model.h", "quorvane3/library.h"})
+            EXPECT_FALSE(Contains(source, header)) << file;
+    }
+}
+
 TEST_F(InstallTest, ThePackagesNameTheSchemaOfTheSharingDatabase)
 {
     const std::string schema = ReadFile(fs::path(QUORVANE_SOURCE_DIR) / "packaging" / "sharing_schema.sql");

@@ -17,9 +17,10 @@ protected:
     void TearDown() override { EXPECT_EQ(RunRegsvr32ToUnregister(), 0u); }
 
     // Runs one of the scripts beside this file.
-    static ProgramResult Run(const OleString& name, const OleString& arguments = L"")
+    static ProgramResult Run(const OleString& name, const OleString& arguments = L"",
+                             const char* directory = QUORVANE_SCRIPTS)
     {
-        return RunProgram(L"cscript.exe //nologo \"" + FromUtf8(QUORVANE_SCRIPTS) + L"\\" + name + L"\" " +
+        return RunProgram(L"cscript.exe //nologo \"" + FromUtf8(directory) + L"\\" + name + L"\" " +
                           arguments);
     }
 
@@ -130,6 +131,28 @@ TEST_F(ScriptTest, ShowsAMessageInAFormOfTheTestsOwn)
     EXPECT_TRUE(all.ends_with(";SetViewContext;Advise;DoVerb 0;Unadvise;")) << all;
     for (const char* name : {"QUORVANE_TEST_FORM_LOG", "QUORVANE_TEST_FORM_CLOSES", "QUORVANE_TEST_SETTINGS",
                              "QUORVANE_TEST_DATABASE"})
+        SetVariable(name, nullptr);
+}
+
+TEST_F(ScriptTest, TheSamplesScriptSharesAFolder)
+{
+    ASSERT_EQ(RunRegsvr32(), 0u);
+    const OleString server = ServerPath();
+    const RegisteredClass callbacks(
+        L"QuorvaneSample.Callbacks", L"{E4C7A2D0-6B19-4F35-9D88-1A5F3C7E2B64}",
+        server.substr(0, server.find_last_of(L'\\') + 1) + L"qv_sample_callbacks.dll");
+    const TestMailbox mailbox;
+    const TestFolder folder = mailbox.MakeFolder("Notes");
+    SetVariable("QUORVANE_TEST_SETTINGS", SettingsAreKeptIn().string().c_str());
+    SetVariable("QUORVANE_SAMPLE_DATABASE", mailbox.DatabasePath().string().c_str());
+
+    const ProgramResult result =
+        Run(L"host.js", Widen(folder.EntryId() + " " + folder.StoreId() + " notes"), QUORVANE_SAMPLE_SCRIPTS);
+
+    const std::vector<std::string> expected = {"shared: notes", "package for bob: it is there"};
+    EXPECT_EQ(LinesOf(result), expected);
+    EXPECT_EQ(result.exitCode, 0u);
+    for (const char* name : {"QUORVANE_TEST_SETTINGS", "QUORVANE_SAMPLE_DATABASE"})
         SetVariable(name, nullptr);
 }
 
