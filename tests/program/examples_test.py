@@ -1,4 +1,4 @@
-"""Each example of the program's help, of its manual pages (which are made of the same) and of README is run."""
+"""Each example of the program's help and of its manual pages (which are made of the same) is run."""
 import json
 import os
 import pathlib
@@ -11,7 +11,6 @@ import unittest
 
 from world import DEADLINE, PROGRAM, SAMPLES, World
 
-README = pathlib.Path(os.environ["QUORVANE_README"])
 # Ends with another code than 0 where no run is under way.
 CODES = {"verify": 3}
 # After these the world is as it was.
@@ -155,35 +154,6 @@ class HelpExamplesTest(ExamplesTest):
         process = self.start(line)
         self.world.eventually("a run", lambda: self.is_running(self.world.mail("alice")))
         self.end(process, line)
-
-
-class ReadmeTest(ExamplesTest):
-    def test_readme_can_be_followed(self):
-        text = README.read_text()
-        blocks = re.findall(r"```sh\n(.*?)```", text, re.S)
-        lines = [line.split("#")[0].strip() for block in blocks for line in block.splitlines()]
-        lines = [line for line in lines if line.startswith("quorvane ")]
-        self.assertGreater(len(lines), 8)
-        self.world.exchange.mkdir()
-        (self.world.home / "old-mail.mbox").write_text("From x Sat Nov 21 00:00:00 2026\nSubject: old\n\nText\n")
-        runs = []
-        for line in lines:
-            if line.startswith("quorvane run"):
-                runs.append((self.start(line), line))
-                continue
-            if line.startswith(("quorvane invitations", "quorvane accept")):
-                self.world.eventually("an invitation",
-                                      lambda: self.world.run("invitations", self.world.mail("bob")))
-                line = line.replace("ID", self.world.run("invitations", self.world.mail("bob"))[0]["id"])
-            self.do(line)
-        self.assertEqual(len(runs), 2)
-        self.world.await_items("bob", "Projects", 1)
-        for process, line in runs:
-            self.end(process, line)
-        spans = re.findall(r"`(quorvane [^`]*~/[^`]*)`", text)
-        self.assertGreater(len(spans), 1)
-        for span in spans:
-            self.do(" ".join(span.split()))
 
 
 if __name__ == "__main__":

@@ -1,4 +1,4 @@
-"""The pages' commands: those of the guide are run as they stand, all others are looked at for what they name.
+"""The pages' commands: those of README and the guide are run as they stand, all others are looked at for what they name.
 
 Before a block of a page a comment may say who pastes it and when:
 
@@ -6,6 +6,8 @@ Before a block of a page a comment may say who pastes it and when:
     <!-- when: COMMAND -->       once that command succeeds
     <!-- ends: alice -->         after her runs have ended
     <!-- checked: WHY -->        it isn't run here
+
+A block of output behind it tells what it prints, with "..." for what differs each time.
 """
 import json
 import os
@@ -22,7 +24,7 @@ from world import DEADLINE, PROGRAM, World
 
 SOURCE = pathlib.Path(os.environ["QUORVANE_SOURCE"])
 PAGES = [SOURCE / "README.md", SOURCE / "CONTRIBUTING.md", *sorted((SOURCE / "docs").glob("*.md"))]
-BLOCK = re.compile(r"(?:<!-- (?P<notes>[^>]*) -->\n)?```sh\n(?P<text>.*?)```", re.S)
+BLOCK = re.compile(r"(?:<!-- (?P<notes>[^>]*) -->\n)?```sh\n(?P<text>.*?)```(?:\n\n```text\n(?P<output>.*?)```)?", re.S)
 # What the guide may run beside the program.
 OTHERS = {"mv", "cp"}
 
@@ -30,7 +32,7 @@ OTHERS = {"mv", "cp"}
 def blocks(page):
     for found in BLOCK.finditer(page.read_text()):
         notes = dict(note.split(": ", 1) for note in (found["notes"] or "").split("; ") if note)
-        yield notes, found["text"]
+        yield notes, found["text"], found["output"] or ""
 
 
 def command_lines(text):
@@ -76,7 +78,7 @@ class NamesTest(unittest.TestCase):
     def test_each_block_is_a_script_whose_commands_are_there(self):
         count = 0
         for page in PAGES:
-            for _, text in blocks(page):
+            for _, text, _ in blocks(page):
                 shell = subprocess.run(["bash", "-n"], input=text, text=True, capture_output=True)
                 self.assertEqual(shell.returncode, 0, f"{page.name}: {text}: {shell.stderr}")
                 for line, words in command_lines(text):
@@ -114,8 +116,10 @@ class NamesTest(unittest.TestCase):
                 self.assertTrue((page.parent / link).exists(), f"{page.name}: {link}")
 
 
-class GuideTest(unittest.TestCase):
-    """Who pastes the guide, block by block, gets what it says."""
+class PastedTest(unittest.TestCase):
+    """Who pastes a page, block by block, gets what it says."""
+
+    mails = ("The plan",)
 
     def setUp(self):
         self.place = pathlib.Path(tempfile.mkdtemp(prefix="quorvane-guide-"))
@@ -126,8 +130,8 @@ class GuideTest(unittest.TestCase):
         for home in self.homes.values():
             (home / "backups").mkdir(parents=True)
         (self.homes["alice"] / "old-mail.mbox").write_text(
-            "From x Sat Nov 21 00:00:00 2026\nSubject: old\n\nText\n\n"
-            "From x Sat Nov 21 00:00:00 2026\nSubject: older\n\nText\n")
+            "\n".join(f"From x Sat Nov 21 00:00:00 2026\nSubject: {subject}\nFrom: carol@example.org\n"
+                      "Date: Sat, 21 Nov 2026 10:00:00 +0000\n\nText\n" for subject in self.mails))
         (self.homes["alice"] / "Maildir").mkdir()
         self.runs = []
         self.addCleanup(lambda: self.end_runs(list(self.homes)))
@@ -171,16 +175,19 @@ class GuideTest(unittest.TestCase):
         if words[1] == "run" and "--until-idle" not in words:
             self.runs.append((who, self.start(who, "exec " + line, stdout=subprocess.DEVNULL,
                                               stderr=subprocess.DEVNULL), line))
-            return
+            return ""
         code, output, errors = self.does(who, line)
         # Nobody knows yet what the others have.
         self.assertIn(code, (0, 1, 3) if words[1] == "verify" else (0,), f"{who}: {line}: {output}{errors}")
         if words[1] == "report":
             self.assertTrue((self.homes[who] / "report.html").stat().st_size)
 
-    def test_the_guide_can_be_followed_by_pasting(self):
+        return output
+
+    def follow(self, page):
+        """How many lines of it were pasted."""
         done = 0
-        for notes, text in blocks(SOURCE / "docs" / "guide.md"):
+        for notes, text, expected in blocks(page):
             self.assertLessEqual(set(notes), {"as", "when", "ends", "checked"})
             if "checked" in notes:
                 continue
@@ -189,12 +196,41 @@ class GuideTest(unittest.TestCase):
                 self.end_runs([notes["ends"]])
             if "when" in notes:
                 World.eventually(f"{who}: {notes['when']}", lambda: self.does(who, notes["when"])[0] == 0)
+            printed = ""
             for line, words in command_lines(text):
-                self.paste(who, line, words)
+                printed += self.paste(who, line, words)
                 done += 1
-        self.assertGreater(done, 40)
+            self.compare(expected, printed)
+        return done
+
+    def compare(self, expected, printed):
+        """Each line that a page shows is printed, in its order; words that devices have differ each time."""
+        lines = iter(printed.splitlines())
+        for line in expected.splitlines():
+            line = re.sub(r"\b[a-z]{5}(-[a-z]{5}){7}\b", "...", " ".join(line.split()))
+            pattern = re.escape(line).replace(re.escape("..."), ".*")
+            self.assertTrue(any(re.fullmatch(pattern, " ".join(one.split())) for one in lines),
+                            f"'{line}' isn't in:\n{printed}")
+
+
+class GuideTest(PastedTest):
+    mails = ("old", "older")
+
+    def test_the_guide_can_be_followed_by_pasting(self):
+        self.assertGreater(self.follow(SOURCE / "docs" / "guide.md"), 40)
         self.assertTrue((self.homes["alice"] / "projects").exists())
         self.assertIn("The plan, second draft", json.dumps(self.told("bob", "quorvane list ~/mail/bob Projects")))
+
+
+class ReadmeTest(PastedTest):
+    def test_the_tour_prints_what_readme_shows(self):
+        self.assertGreater(self.follow(SOURCE / "README.md"), 10)
+        spans = re.findall(r"`(quorvane [^`]*~/[^`]*)`", (SOURCE / "README.md").read_text())
+        self.assertGreater(len(spans), 1)
+        for span in spans:
+            who = "bob" if "~/mail/bob" in span else "alice"
+            code, _, errors = self.does(who, " ".join(span.split()))
+            self.assertEqual(code, 0, f"{span}: {errors}")
 
 
 if __name__ == "__main__":
