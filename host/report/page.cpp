@@ -225,12 +225,22 @@ private:
         for (const Json& resend : report_.at("resends"))
             owed.Add({Foreign(TextAt(resend, "folder")), Foreign(TextAt(resend, "member")),
                       Counted(NumberAt(resend, "done")) + " of " + Counted(NumberAt(resend, "total")),
-                      resend.at("cancelled").get<bool>() ? "cancelled" : "goes on with the next run"});
+                      StateOf(resend)});
         return Section("held", "On its way",
                        "<p>Packages being filled: " + Counted(NumberAt(report_, "packagesFilling")) +
                            ", to deliver: " + Counted(NumberAt(report_, "packagesToDeliver")) +
                            ", to apply: " + Counted(NumberAt(report_, "packagesToApply")) + ".</p>\n" +
                            held.Html("No package is held.") + owed.Html("Nobody waits for items."));
+    }
+
+    std::string StateOf(const Json& resend) const
+    {
+        if (resend.at("cancelled").get<bool>())
+            return "cancelled";
+        for (const Json& name : report_.at("awaited"))
+            if (name == resend.at("member"))
+                return "waits for a known device";
+        return "goes on with a run";
     }
 
     std::string Refused() const

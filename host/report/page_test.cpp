@@ -50,6 +50,16 @@ TEST(PageTest, RefusedPackagesAreThoseOfBothKinds)
     EXPECT_TRUE(Holds(PageOf(FullReport("x")), "<a href=\"#refused\"><b>4</b> packages refused</a>"));
 }
 
+TEST(PageTest, WhoHasNoKnownDeviceIsWaitedForAndOthersGetWhatTheyLack)
+{
+    Json report = FullReport("x");
+    EXPECT_TRUE(Holds(PageOf(report), "waits for a known device"));
+    report["awaited"] = {"y"};
+    EXPECT_TRUE(Holds(PageOf(report), "goes on with a run"));
+    report["resends"][0]["cancelled"] = true;
+    EXPECT_FALSE(Holds(PageOf(report), "goes on with a run"));
+}
+
 TEST(PageTest, APageIsKnownByItsBeginning)
 {
     const std::string page = PageOf(QuietReport());

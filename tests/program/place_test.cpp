@@ -152,6 +152,7 @@ protected:
         EXPECT_EQ(MustRun({"status", Mailbox("alice"), "--json"}).Value().at("running"), false);
         EXPECT_EQ(MustRun({"check", Mailbox("alice"), "--json"}).Value().at("checked"), 1U);
         MustRun({"export", Mailbox("alice"), "Inbox", Path("out").string()});
+        MustRun({"report", Mailbox("alice"), "-o", Path("report.html").string()});
         for (const auto& change : {std::vector<std::string>{"delete", Mailbox("alice"), "Inbox", "1"},
                                    {"edit", Mailbox("alice"), "Inbox", "1", "--subject", "changed"},
                                    RunOf("alice")}) {
