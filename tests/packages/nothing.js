@@ -1,0 +1,1 @@
+// For tests/packages/windows.sh: a script that does nothing.
