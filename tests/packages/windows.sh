@@ -87,7 +87,7 @@ use() {
         echo "this Wine doesn't show a user's classes to programs"
         return
     fi
-    wine cscript.exe /nologo "$1\\sdk\\example\\library.js" quorvane3.Library || fail "no script gets the library"
+    wine cscript.exe /nologo "Z:${source_root//\//\\}\\tests\\windows\\library.js" quorvane3.Library || fail "no script gets the library"
 }
 
 say "for the machine"
