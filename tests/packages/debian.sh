@@ -2,23 +2,27 @@
 # Installs the Debian packages in a fresh Debian 12, has a user there do what a file of commands says, takes the packages
 # away again, and compares what is left: nothing but what the user made.
 #
-#   tests/packages/debian.sh [--host] DIRECTORY [COMMANDS]
+#   tests/packages/debian.sh [--guide] [--host] DIRECTORY [COMMANDS]
 #
 #   DIRECTORY  where packages lie, as packaging/release makes them
 #   COMMANDS   lines that are pasted into a shell, of which none may fail; tests/packages/share.sh unless given
+#   --guide    follows docs/guide.md as well, block by block (tests/program/pages_test.py), for which Python is installed
 #   --host     builds and starts the example host as well, with libquorvane3-dev and the compiler of the fresh system
 #
 # It needs root, and mmdebstrap. Ends with 0, or with 1 and what was wrong.
 set -uo pipefail
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
-host=0
+source_root=$(cd "$here/../.." && pwd)
+guide=0 host=0
+[ "${1:-}" = --guide ] && { guide=1; shift; }
 [ "${1:-}" = --host ] && { host=1; shift; }
 case ${1:-} in
-    '' | -h | --help) sed -n '2,12s/^# \{0,1\}//p' "${BASH_SOURCE[0]}"; exit 2 ;;
+    -h | --help) sed -n '2,13s/^# \{0,1\}//p' "${BASH_SOURCE[0]}"; exit 0 ;;
+    '') echo "$(basename "$0"): see --help" >&2; exit 2 ;;
 esac
 packages=$(realpath "$1")
 commands=$(realpath "${2:-$here/share.sh}")
-. "$here/../../cmake/install_packages.sh"
+. "$source_root/cmake/install_packages.sh"
 need_packages mmdebstrap || exit 1
 
 work=$(mktemp -d "${TMPDIR:-/tmp}/quorvane-debian-XXXXXX")
@@ -70,6 +74,17 @@ inside sh -c 'dpkg -V "$@"' _ "${install[@]}" || fail "dpkg finds changed files"
 say "as a user: $(basename "$commands")"
 as_user bash -exc "$(cat "$commands")" </dev/null 2>&1 | sed "s/^/    /"
 [ "${PIPESTATUS[0]}" = 0 ] || fail "a command of $commands failed"
+
+if [ "$guide" = 1 ]; then
+    say "the guide, pasted"
+    inside sh -c 'apt-get -q -y install --no-install-recommends python3 2>&1 | tail -n 1' || fail "no Python"
+    mkdir -p "$root/packages/source/tests/program"
+    cp -r "$source_root"/{README.md,docs} "$root/packages/source/"
+    cp "$source_root"/tests/program/{pages_test,world}.py "$root/packages/source/tests/program/"
+    as_user env PYTHONDONTWRITEBYTECODE=1 QUORVANE_PROGRAM=/usr/bin/quorvane QUORVANE_SOURCE=/packages/source \
+        QUORVANE_SAMPLES=/usr/share/doc/quorvane/examples QUORVANE_BUILD=/nowhere \
+        python3 /packages/source/tests/program/pages_test.py GuideTest || fail "the guide doesn't lead there"
+fi
 
 if [ "$host" = 1 ]; then
     say "a host of one's own"

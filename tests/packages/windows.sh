@@ -10,7 +10,8 @@ set -uo pipefail
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 source_root=$(cd "$here/../.." && pwd)
 case ${1:-} in
-    '' | -h | --help) sed -n '2,9s/^# \{0,1\}//p' "${BASH_SOURCE[0]}"; exit 2 ;;
+    -h | --help) sed -n '2,9s/^# \{0,1\}//p' "${BASH_SOURCE[0]}"; exit 0 ;;
+    '') echo "$(basename "$0"): see --help" >&2; exit 2 ;;
 esac
 setup=$(realpath "$1")
 native=$(realpath "${2:-$source_root/build/release/bin/quorvane}")
