@@ -65,6 +65,49 @@ bool IsAbsentOrEmpty(const std::filesystem::path& directory)
            !error;
 }
 
+// Lies in a directory as long as a mailbox is being made of it; what a kill has left beside it was never one.
+std::filesystem::path MarkIn(const std::filesystem::path& directory)
+{
+    return directory / "being-made";
+}
+
+bool HoldsRecords(const std::filesystem::path& path)
+{
+    std::error_code error;
+    if (std::filesystem::file_size(path, error) == 0 || error)
+        return false;
+    Database records(path.string(), Database::Mode::kOpen);
+    return VersionOf(records) > 0;
+}
+
+// Takes away what a making that was cut short has left in a directory, but for the mark.
+void ClearRemains(const std::filesystem::path& directory)
+{
+    std::error_code error;
+    for (const auto& entry : std::filesystem::directory_iterator(directory, error))
+        if (entry.path() != MarkIn(directory)) {
+            std::filesystem::remove_all(entry.path(), error);
+            if (error)
+                Fail("remove", entry.path().string(), error.message());
+        }
+}
+
+// Keeps others from making the same for as long as it is held.
+std::unique_ptr<FileLock> BeginMaking(const Mailbox& mailbox, const std::string& shown)
+{
+    const std::filesystem::path& directory = mailbox.Directory();
+    std::error_code error;
+    const bool isHalfMade = std::filesystem::exists(MarkIn(directory), error) && !mailbox.IsThere();
+    if (!isHalfMade && !IsAbsentOrEmpty(directory))
+        Fail("make the mailbox", shown, "the directory exists and is not empty");
+    MakePrivateDirectory(directory);
+    auto lock = FileLock::Take(MarkIn(directory), "make the mailbox", shown);
+    if (!lock)
+        Fail("make the mailbox", shown, "another process is making it");
+    ClearRemains(directory);
+    return lock;
+}
+
 }  // namespace
 
 Mailbox::Mailbox(const std::string& directory)
@@ -80,10 +123,8 @@ Mailbox Mailbox::Create(const std::string& directory, const std::string& name)
         throw HostError("cannot make the mailbox '" + directory + "': '" + name +
                             "' is no member name (letters, digits, '.', '-', '_' and '@', at most 64)",
                         ExitCode::kUsage);
-    if (!IsAbsentOrEmpty(mailbox.directory_))
-        Fail("make the mailbox", directory, "the directory exists and is not empty");
-    for (const auto& part :
-         {mailbox.directory_, mailbox.PackagesPath(), mailbox.InboxPath(), mailbox.LogPath().parent_path()})
+    auto making = BeginMaking(mailbox, directory);
+    for (const auto& part : {mailbox.PackagesPath(), mailbox.InboxPath(), mailbox.LogPath().parent_path()})
         MakePrivateDirectory(part);
     // SQLite's own files beside a database may be read by whoever may read that.
     MakePrivateFile(mailbox.SharingDatabasePath());
@@ -103,7 +144,22 @@ Mailbox Mailbox::Create(const std::string& directory, const std::string& name)
     DrawDeviceKeys(mailbox.KeyPath(), records);
     mailbox.device_ = MailboxText(records, "SELECT device FROM mailbox");
     transaction.Commit();
+    making.reset();
+    std::error_code error;
+    std::filesystem::remove(MarkIn(mailbox.directory_), error);  // it tells nothing beside whole records
     return mailbox;
+}
+
+bool Mailbox::IsThere(const std::string& directory)
+{
+    return Mailbox(directory).IsThere();
+}
+
+bool Mailbox::IsThere() const
+{
+    std::error_code error;
+    return std::filesystem::exists(HostDatabasePath(), error) &&
+           (!std::filesystem::exists(MarkIn(directory_), error) || HoldsRecords(HostDatabasePath()));
 }
 
 Mailbox Mailbox::Open(const std::string& directory)
@@ -112,7 +168,7 @@ Mailbox Mailbox::Open(const std::string& directory)
     Mailbox mailbox(directory);
     if (!std::filesystem::is_directory(mailbox.directory_, error))
         Fail("open the mailbox", directory, "no such directory");
-    if (!std::filesystem::exists(mailbox.HostDatabasePath(), error))
+    if (!mailbox.IsThere())
         Fail("open the mailbox", directory, "the directory is no mailbox (make one with 'quorvane init')");
     if (!std::filesystem::exists(mailbox.StorePath(), error))
         Fail("open the mailbox", directory, "its message store is missing");

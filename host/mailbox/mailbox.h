@@ -28,12 +28,17 @@ namespace quorvane::host {
 
 class Mailbox {
 public:
-    // Makes a new mailbox in a directory that is absent or empty. Throws a HostError.
+    // Makes a new mailbox in a directory that is absent or empty, or in which making one was cut short.
+    // Throws a HostError.
     static Mailbox Create(const std::string& directory, const std::string& name);
 
     // Opens an existing one and points the process's settings, temporary files and MAPI profile to it:
     // one mailbox at a time a process. Throws a HostError.
     static Mailbox Open(const std::string& directory);
+
+    // Whether the directory is a mailbox: one was made there, to the end.
+    static bool IsThere(const std::string& directory);
+    bool IsThere() const;
 
     const std::filesystem::path& Directory() const noexcept { return directory_; }
     std::filesystem::path StorePath() const { return directory_ / "store.sqlite"; }

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <filesystem>
+#include <fstream>
 #include <thread>
 
 #include "host/base/errors.h"
@@ -24,6 +26,46 @@ TEST(MailboxTest, AnOpenedMailboxIsTheOneThatWasMadeAndNoOther)
     EXPECT_FALSE(opened.Instance().empty());
     EXPECT_EQ(opened.Instance(), made.Instance());
     EXPECT_NE(opened.Instance(), other.Instance());
+}
+
+// As a kill leaves them.
+void LeaveHalfMade(const std::filesystem::path& directory)
+{
+    std::filesystem::create_directories(directory / "packages");
+    std::ofstream(directory / "being-made");
+    std::ofstream(directory / "sharing.db") << "half";
+    std::ofstream(directory / "host.db");
+}
+
+TEST(MailboxTest, OneThatWasCutShortIsNoneAndIsMadeAgain)
+{
+    const test::TestDirectory files;
+    LeaveHalfMade(files.File("one"));
+    EXPECT_FALSE(Mailbox::IsThere(files.File("one")));
+    EXPECT_THROW(Mailbox::Open(files.File("one")), HostError);
+    Mailbox::Create(files.File("one"), "alice");
+    EXPECT_TRUE(Mailbox::IsThere(files.File("one")));
+    EXPECT_EQ(Mailbox::Open(files.File("one")).Name(), "alice");
+    EXPECT_FALSE(std::filesystem::exists(std::filesystem::path(files.File("one")) / "being-made"));
+}
+
+TEST(MailboxTest, OneThatWasMadeToTheEndIsntMadeAgainWhateverLiesBesideIt)
+{
+    const test::TestDirectory files;
+    Mailbox::Create(files.File("one"), "alice");
+    std::ofstream(std::filesystem::path(files.File("one")) / "being-made");
+    EXPECT_TRUE(Mailbox::IsThere(files.File("one")));
+    EXPECT_THROW(Mailbox::Create(files.File("one"), "bob"), HostError);
+    EXPECT_EQ(Mailbox::Open(files.File("one")).Name(), "alice");
+}
+
+TEST(MailboxTest, WhatIsBeingMadeByAnotherIsLeftToIt)
+{
+    const test::TestDirectory files;
+    LeaveHalfMade(files.File("one"));
+    const auto other = FileLock::Take(std::filesystem::path(files.File("one")) / "being-made", "make", "it");
+    EXPECT_THROW(Mailbox::Create(files.File("one"), "alice"), HostError);
+    EXPECT_TRUE(std::filesystem::exists(std::filesystem::path(files.File("one")) / "sharing.db"));
 }
 
 TEST(MailboxTest, HasOneRunAtATime)
