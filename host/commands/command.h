@@ -21,6 +21,7 @@ using Chosen = std::function<ExitCode()>;
 
 // Each adds its command to the program; when it is chosen, `chosen` gets its work.
 void AddInitCommand(CLI::App& program, Chosen& chosen);
+void AddSetupCommand(CLI::App& program, Chosen& chosen);
 void AddListCommand(CLI::App& program, Chosen& chosen);
 void AddFolderCommand(CLI::App& program, Chosen& chosen);
 void AddImportCommand(CLI::App& program, Chosen& chosen);
@@ -68,6 +69,10 @@ CLI::App* AddCommand(CLI::App& program, Chosen& chosen, const char* name, const 
     command->callback([&chosen, options, work] { chosen = [options, work] { return work(*options); }; });
     return command;
 }
+
+// Lays the mailbox's card in an exchange, which is remembered: others find the device there from now on.
+// Throws a HostError.
+void ShowInExchange(const Mailbox& mailbox, const std::string& exchange, const std::string& exchangeMode);
 
 // `--exchange-mode`, for ChooseExchangeMode (host/sharing/pinning.h).
 CLI::Option* AddExchangeMode(CLI::App& command, std::string& mode);

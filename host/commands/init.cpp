@@ -15,18 +15,6 @@ struct InitOptions {
     std::string exchangeMode;
 };
 
-// Others find the device in the exchange from now on.
-void ShowItself(const Mailbox& mailbox, const InitOptions& options)
-{
-    try {
-        ChooseExchangeMode(mailbox, options.exchange, options.exchangeMode);
-        Transport transport(mailbox, PathOf(ChosenExchange(mailbox, options.exchange)));
-        PublishCard(transport, mailbox.Name());
-    } catch (const exchange::Error& error) {
-        throw HostError(error.what());
-    }
-}
-
 ExitCode Init(const InitOptions& options)
 {
     const std::string name =
@@ -41,11 +29,22 @@ ExitCode Init(const InitOptions& options)
           "made the mailbox " + mailbox.Directory().string() + " of " + mailbox.Name() + ", device " +
               ShownDevice(device) + "\n");
     if (!options.exchange.empty())
-        ShowItself(mailbox, options);
+        ShowInExchange(mailbox, options.exchange, options.exchangeMode);
     return ExitCode::kDone;
 }
 
 }  // namespace
+
+void ShowInExchange(const Mailbox& mailbox, const std::string& exchange, const std::string& exchangeMode)
+{
+    try {
+        ChooseExchangeMode(mailbox, exchange, exchangeMode);
+        Transport transport(mailbox, PathOf(ChosenExchange(mailbox, exchange)));
+        PublishCard(transport, mailbox.Name());
+    } catch (const exchange::Error& error) {
+        throw HostError(error.what());
+    }
+}
 
 CLI::Option* AddExchangeMode(CLI::App& command, std::string& mode)
 {

@@ -5,6 +5,7 @@
 #include "host/base/path_text.h"
 #include "host/commands/command.h"
 #include "host/commands/mirroring.h"
+#include "host/mirror/mail_places.h"
 #include "host/mirror/maildir_tree.h"
 #include "host/mirror/mirrors.h"
 #include "host/store/folders.h"
@@ -90,10 +91,16 @@ std::string Tied(const Mirror& mirror)
     return "tied " + Printable(mirror.folder) + " to " + Printable(mirror.directory);
 }
 
-void Tie(const MailSession& session, MirrorRecords& records, Mirror& mirror)
+// Both sides are there once this returns.
+void MakeSides(const MailSession& session, Mirror& mirror)
 {
     Maildir::Make(mirror.directory);
     mirror.entryId = HexOf(*EnsureFolder(session, mirror.folder), PR_ENTRYID);
+}
+
+void Tie(const MailSession& session, MirrorRecords& records, Mirror& mirror)
+{
+    MakeSides(session, mirror);
     records.Add(mirror);
 }
 
@@ -204,6 +211,60 @@ Json MirrorStates(const Mailbox& mailbox, std::string& text)
                 (state.empty() ? "" : ": " + Printable(state)) + "\n";
     }
     return json;
+}
+
+bool HasMirrors()
+{
+    return true;
+}
+
+namespace {
+
+FoundMail FoundIn(const MailPlace& place)
+{
+    FoundMail found{place.root.string(), {}, place.mails};
+    for (const auto& [folder, maildir] : place.maildirs)
+        found.ties.push_back({folder, maildir.string()});
+    return found;
+}
+
+}  // namespace
+
+std::vector<FoundMail> FindMail(const fs::path& home, const fs::path& maildir)
+{
+    std::vector<FoundMail> found;
+    for (const MailPlace& place : FindMailPlaces(home, maildir))
+        found.push_back(FoundIn(place));
+    return found;
+}
+
+std::optional<FoundMail> MailIn(const fs::path& directory)
+{
+    std::error_code error;
+    const auto place = LookForMail(fs::weakly_canonical(fs::absolute(directory), error));
+    return place && !error ? std::optional(FoundIn(*place)) : std::nullopt;
+}
+
+std::vector<MailTie> TiesOf(const Mailbox& mailbox)
+{
+    MirrorRecords records(mailbox.HostDatabasePath().string());
+    std::vector<MailTie> ties;
+    for (const Mirror& mirror : records.All())
+        ties.push_back({mirror.folder, mirror.directory});
+    return ties;
+}
+
+void TieFolders(const Mailbox& mailbox, const std::vector<MailTie>& ties)
+{
+    const MailSession session(mailbox.Directory().string());
+    std::vector<Mirror> mirrors;
+    for (const MailTie& tie : ties) {
+        Mirror& mirror = mirrors.emplace_back();
+        mirror.folder = tie.folder;
+        mirror.directory = tie.maildir;
+        MakeSides(session, mirror);
+    }
+    MirrorRecords(mailbox.HostDatabasePath().string()).Add(mirrors);
 }
 
 void AddMirrorCommand(CLI::App& program, Chosen& chosen)

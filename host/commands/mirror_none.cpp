@@ -14,6 +14,28 @@ Json MirrorStates(const Mailbox&, std::string&)
     return Json::array();
 }
 
+bool HasMirrors()
+{
+    return false;
+}
+
+std::vector<FoundMail> FindMail(const std::filesystem::path&, const std::filesystem::path&)
+{
+    return {};
+}
+
+std::optional<FoundMail> MailIn(const std::filesystem::path&)
+{
+    return std::nullopt;
+}
+
+std::vector<MailTie> TiesOf(const Mailbox&)
+{
+    return {};
+}
+
+void TieFolders(const Mailbox&, const std::vector<MailTie>&) {}
+
 void AddMirrorCommand(CLI::App&, Chosen&) {}
 
 }  // namespace quorvane::host

@@ -3,13 +3,18 @@
 #ifndef QUORVANE_HOST_COMMANDS_MIRRORING_H_
 #define QUORVANE_HOST_COMMANDS_MIRRORING_H_
 
+#include <cstddef>
+#include <filesystem>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
+#include <vector>
 
 #include "host/base/output.h"
 #include "host/base/stop_signals.h"
 #include "host/mailbox/mailbox.h"
+#include "host/service/setup_plan.h"
 #include "host/sharing/run_part.h"
 #include "host/store/profile.h"
 
@@ -22,6 +27,24 @@ std::unique_ptr<RunPart> MirrorsOfRun(const Mailbox& mailbox, const MailSession&
 
 // The mirrors and how they are, for `status`; lines are added to `text` for those that need a person.
 Json MirrorStates(const Mailbox& mailbox, std::string& text);
+
+// Whether this build has any.
+bool HasMirrors();
+
+// Maildirs of a place, with the folders that they are to be tied to.
+struct FoundMail {
+    std::string root;
+    std::vector<MailTie> ties;
+    std::size_t mails = 0;
+};
+
+// Where the user's mail lies by custom, `maildir` (which may be empty) first; and what lies in one directory.
+std::vector<FoundMail> FindMail(const std::filesystem::path& home, const std::filesystem::path& maildir);
+std::optional<FoundMail> MailIn(const std::filesystem::path& directory);
+
+// What a mailbox has tied; and ties more, all of them or none. Throw a HostError.
+std::vector<MailTie> TiesOf(const Mailbox& mailbox);
+void TieFolders(const Mailbox& mailbox, const std::vector<MailTie>& ties);
 
 }  // namespace quorvane::host
 

@@ -92,8 +92,8 @@ struct CommandGroup {
 // As --help lists them.
 const CommandGroup kGroups[] = {
     {"A mailbox",
-     {AddInitCommand, AddRunCommand, AddStatusCommand, AddDoctorCommand, AddCheckCommand, AddBackupCommand,
-      AddRestoreCommand}},
+     {AddSetupCommand, AddInitCommand, AddRunCommand, AddStatusCommand, AddDoctorCommand, AddCheckCommand,
+      AddBackupCommand, AddRestoreCommand}},
     {"Its mail",
      {AddFolderCommand, AddImportCommand, AddExportCommand, AddListCommand, AddShowCommand, AddEditCommand,
       AddMoveCommand, AddDeleteCommand, AddTrashCommand, AddUndeleteCommand, AddMirrorCommand}},

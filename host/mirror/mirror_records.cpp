@@ -50,17 +50,20 @@ std::int64_t MirrorRecords::CountMails(std::int64_t mirror)
     return count.Bind(1, mirror).Step() ? count.Number(0) : 0;
 }
 
-void MirrorRecords::Add(const Mirror& mirror)
+void MirrorRecords::Add(const std::vector<Mirror>& mirrors)
 {
     Transaction transaction(database_);
     Statement taken(database_, "SELECT folder, directory FROM mirror WHERE entry_id = ? OR directory = ?");
-    if (taken.Bind(1, mirror.entryId).Bind(2, mirror.directory).Step())
-        Fail("tie", mirror.folder, "'" + taken.Text(0) + "' is tied to '" + taken.Text(1) + "' already");
-    Statement(database_, "INSERT INTO mirror (entry_id, folder, directory) VALUES (?, ?, ?)")
-        .Bind(1, mirror.entryId)
-        .Bind(2, mirror.folder)
-        .Bind(3, mirror.directory)
-        .Run();
+    for (const Mirror& mirror : mirrors) {
+        if (taken.Bind(1, mirror.entryId).Bind(2, mirror.directory).Step())
+            Fail("tie", mirror.folder, "'" + taken.Text(0) + "' is tied to '" + taken.Text(1) + "' already");
+        taken.Reset();
+        Statement(database_, "INSERT INTO mirror (entry_id, folder, directory) VALUES (?, ?, ?)")
+            .Bind(1, mirror.entryId)
+            .Bind(2, mirror.folder)
+            .Bind(3, mirror.directory)
+            .Run();
+    }
     transaction.Commit();
 }
 

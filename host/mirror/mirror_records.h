@@ -41,8 +41,9 @@ public:
     std::int64_t Version();
     // How many mails both sides of a mirror show.
     std::int64_t CountMails(std::int64_t mirror);
-    // Throws where the folder or the Maildir is tied already.
-    void Add(const Mirror& mirror);
+    // All of them, or none. Throws where a folder or a Maildir is tied already.
+    void Add(const std::vector<Mirror>& mirrors);
+    void Add(const Mirror& mirror) { Add(std::vector<Mirror>{mirror}); }
     // Nothing is known any more of what both sides agreed on.
     void Remove(std::int64_t number);
     // So many mails as wait now may be deleted.

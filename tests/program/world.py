@@ -17,7 +17,10 @@ class World:
     def __init__(self, home):
         self.home = pathlib.Path(home)
         self.exchange = self.home / "exchange"
-        self.environment = {**os.environ, "HOME": str(self.home)}
+        # The user's own systemd isn't reached from here, nor are his settings.
+        self.environment = {**os.environ, "HOME": str(self.home), "XDG_RUNTIME_DIR": str(self.home)}
+        for name in ("DBUS_SESSION_BUS_ADDRESS", "XDG_CONFIG_HOME", "MAILDIR"):
+            self.environment.pop(name, None)
         self.runs = []
 
     def start(self, *arguments):
@@ -76,10 +79,13 @@ class World:
                 raise AssertionError("in vain: " + what)
             time.sleep(0.05)
 
-    def items(self, name, folder):
+    def items_of(self, mailbox, folder):
         """Those of a folder; none where there isn't one."""
-        output, _ = self.start("list", self.mail(name), folder, "--json").communicate(timeout=DEADLINE)
+        output, _ = self.start("list", mailbox, folder, "--json").communicate(timeout=DEADLINE)
         return json.loads(output) if output else []
+
+    def items(self, name, folder):
+        return self.items_of(self.mail(name), folder)
 
     def await_items(self, name, folder, count):
         self.eventually(f"{count} items in {name}'s {folder}", lambda: len(self.items(name, folder)) == count)
