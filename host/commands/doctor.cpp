@@ -10,6 +10,8 @@
 #include "host/exchange/error.h"
 #include "host/mailbox/comparison_records.h"
 #include "host/service/findings.h"
+#include "host/service/service_unit.h"
+#include "host/service/shell_text.h"
 #include "host/sharing/pinning.h"
 
 namespace quorvane::host {
@@ -40,14 +42,24 @@ public:
              &Doctor::LookAtExchange);
         Look("disk space", "let this user write to the mailbox's directory", &Doctor::LookAtDisk);
         Look("run", Say("status"), &Doctor::LookAtSharing);
+        Look("service", Say("setup"), &Doctor::LookAtService);
         Look("log", "delete the file", &Doctor::LookAtLog);
     }
 
 private:
-    // A command line about this mailbox.
+    // A command line about this mailbox, as a shell reads it. It ends what is said, so that it can be copied.
+    //
+    // more: words behind it that are options, or stand for others.
     std::string Say(const std::string& command, const std::string& more = {}) const
     {
-        return "'quorvane " + command + " " + shown_ + (more.empty() ? "" : " " + more) + "'";
+        return SayOf(command, {}, more);
+    }
+    // The same with `object`, whatever it holds, behind the mailbox.
+    std::string SayOf(const std::string& command, const std::string& object,
+                      const std::string& more = {}) const
+    {
+        return "quorvane " + command + " " + ShellWord(shown_) +
+               (object.empty() ? "" : " " + ShellWord(object)) + (more.empty() ? "" : " " + more);
     }
 
     void Look(const char* area, const std::string& todo, void (Doctor::*look)())
@@ -66,7 +78,7 @@ private:
         CheckReport report;
         Mender mender(mailbox_, false);
         const CheckCounts counts = ExamineMailbox(mailbox_, report, mender);
-        const std::string todo = "end the run, then " + Say("check", "--repair");
+        const std::string todo = "end the run, then: " + Say("check", "--repair");
         NoteEach("databases", report.databases, todo, [](const Json& fault) {
             return fault.at("file").get<std::string>() + ": " + fault.at("what").get<std::string>();
         });
@@ -112,12 +124,12 @@ private:
         const std::string directory = ChosenExchange(mailbox_, {});
         if (directory.empty())
             return findings_.Act("exchange", "none is known",
-                                 Say("run", "--exchange DIRECTORY") + " names it once");
+                                 "name it once: " + Say("run", "--exchange DIRECTORY"));
         const auto place = exchange::OutsideDirectory::Open(PathOf(directory));
         if (!place)
             return findings_.Act(
                 "exchange", directory + " is gone",
-                "mount it; one at another place is named once, by " + Say("run", "--exchange DIRECTORY"));
+                "mount it; or name one at another place once: " + Say("run", "--exchange DIRECTORY"));
         const std::string device = mailbox_.Device();
         const auto own = place->Sub(device);
         if (!own || !own->OpenFile("card"))
@@ -178,13 +190,14 @@ private:
         for (const Json& name : status.at("awaited"))
             findings_.Act("members",
                           name.get<std::string>() + " is to get folders, and no device of theirs is known",
-                          Say("members add", name.get<std::string>()));
+                          SayOf("members add", name.get<std::string>()));
         for (const Json& folder : status.at("folders"))
             if (folder.at("state") == "invited")
-                findings_.Act("invitations",
-                              folder.at("from").get<std::string>() + " shares " +
-                                  folder.at("folder").get<std::string>(),
-                              Say("accept", folder.at("invitation").get<std::string>()) + ", or decline");
+                findings_.Act(
+                    "invitations",
+                    folder.at("from").get<std::string>() + " shares " +
+                        folder.at("folder").get<std::string>(),
+                    "decline it, or: " + SayOf("accept", folder.at("invitation").get<std::string>()));
         for (const Json& stranger : status.at("strangers"))
             findings_.Note("members",
                            "a device that calls itself " + stranger.at("name").get<std::string>() +
@@ -196,7 +209,7 @@ private:
                     "members",
                     "a device of " + member.at("member").get<std::string>() +
                         " wasn't heard of for long, and nothing is kept for it",
-                    Say("members drop", member.at("device").get<std::string>()) + " if it is lost");
+                    "if it is lost: " + SayOf("members drop", member.at("device").get<std::string>()));
         if (const std::size_t count = status.at("conflicts").get<std::size_t>())
             findings_.Act("conflicts", std::to_string(count) + " edits were beaten by others",
                           Say("conflicts"));
@@ -220,8 +233,8 @@ private:
                                            " were refused: " + refusal.at("reason").get<std::string>());
         if (status.at("rejected") == true)
             findings_.Note("packages", "some couldn't be used",
-                           "look at them ('quorvane inspect') and delete " +
-                               (mailbox_.Directory() / "rejected").string());
+                           "look at them ('quorvane inspect'), then: rm -r " +
+                               ShellWord((mailbox_.Directory() / "rejected").string()));
     }
 
     void LookAtMirrors(const Json& mirrors)
@@ -233,13 +246,20 @@ private:
             const auto held = mirror.at("waitingDeletions").get<std::int64_t>();
             if (!problem.empty())
                 findings_.Act("mirrors", both + ": " + problem,
-                              "put the Maildir back, or " + Say("mirror", "'" + folder + "' --remove"));
+                              "put the Maildir back, or untie it: " + SayOf("mirror", folder, "--remove"));
             if (held > 0)
                 findings_.Act("mirrors", both + ": " + std::to_string(held) + " deletions wait",
-                              Say("mirror", "'" + folder + "' --confirm") + ", or put the mails back");
+                              "put the mails back, or let them go: " + SayOf("mirror", folder, "--confirm"));
             if (problem.empty() && held == 0)
                 findings_.Good("mirrors", both + " are kept in step");
         }
+    }
+
+    // The unit of this mailbox in the user's systemd.
+    void LookAtService()
+    {
+        const std::string unit = UnitNameOf(mailbox_.Directory());
+        findings_.Add(JudgeUnit(unit, UserManager().Look(unit), Say("setup")));
     }
 
     void LookAtLog()
@@ -267,7 +287,7 @@ void LookAtPermissions(const fs::path& mailbox, Findings& findings)
     const std::vector<fs::path> lax = LaxFiles(mailbox);
     for (const fs::path& path : lax)
         findings.Act("permissions", path.string() + " is open to other users",
-                     "chmod go= '" + path.string() + "'");
+                     "chmod go= " + ShellWord(path.string()));
     if (lax.empty())
         findings.Good("permissions", "the mailbox is its user's alone");
 }
