@@ -15,7 +15,7 @@ namespace quorvane::host {
 // looks there once in a while all the same.
 class ChangeWatch {
 public:
-    enum class Woken { kStop, kChange, kTime };
+    enum class Woken { kStop, kChange, kOther, kTime };
 
     // Without the system's help nothing is ever told.
     ChangeWatch();
@@ -27,12 +27,16 @@ public:
     // too. One that isn't there is passed over. Called again, it watches what has taken the place of the one
     // before.
     void Watch(const std::filesystem::path& directory);
+    // Wait waits for that besides: a descriptor that can be read, or on Windows something that is signalled.
+    // -1 is nothing. What came there is the caller's to take.
+    void AlsoWaitFor(std::intptr_t other) noexcept { other_ = other; }
     // What happened so far isn't told any more.
     void Forget();
-    // Waits until something happens, a signal comes, or the time is over.
+    // Waits until something happens, there or in the directories, a signal comes, or the time is over.
     Woken Wait(const StopSignals& signals, std::chrono::milliseconds time);
 
 private:
+    std::intptr_t other_ = -1;
     std::intptr_t queue_ = -1;                                // not on Windows
     std::map<std::filesystem::path, std::intptr_t> watched_;  // on Windows
 };

@@ -38,11 +38,14 @@ void ChangeWatch::Forget()
 ChangeWatch::Woken ChangeWatch::Wait(const StopSignals& signals, std::chrono::milliseconds time)
 {
     pollfd events[] = {{static_cast<int>(signals.Handle()), POLLIN, 0},
-                       {static_cast<int>(queue_), POLLIN, 0}};
-    if (poll(events, 2, static_cast<int>(time.count())) <= 0)
+                       {static_cast<int>(queue_), POLLIN, 0},
+                       {static_cast<int>(other_), POLLIN, 0}};
+    if (poll(events, 3, static_cast<int>(time.count())) <= 0)
         return Woken::kTime;
     if (events[0].revents != 0)
         return Woken::kStop;
+    if (events[2].revents != 0)
+        return Woken::kOther;
     Forget();
     return Woken::kChange;
 }

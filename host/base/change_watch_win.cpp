@@ -60,6 +60,8 @@ void ChangeWatch::Forget()
 ChangeWatch::Woken ChangeWatch::Wait(const StopSignals& signals, std::chrono::milliseconds time)
 {
     std::vector<HANDLE> handles{AsHandle(signals.Handle())};
+    if (other_ != -1)
+        handles.push_back(AsHandle(other_));
     for (const auto& [path, handle] : watched_)
         handles.push_back(AsHandle(handle));
     const DWORD woken = WaitForMultipleObjects(static_cast<DWORD>(handles.size()), handles.data(), FALSE,
@@ -68,6 +70,8 @@ ChangeWatch::Woken ChangeWatch::Wait(const StopSignals& signals, std::chrono::mi
         return Woken::kStop;
     if (woken == WAIT_TIMEOUT || woken == WAIT_FAILED)
         return Woken::kTime;
+    if (other_ != -1 && woken == WAIT_OBJECT_0 + 1)
+        return Woken::kOther;
     Forget();
     return Woken::kChange;
 }

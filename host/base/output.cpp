@@ -37,20 +37,6 @@ Character FirstOf(std::string_view text)
     return {static_cast<std::size_t>(size), static_cast<std::size_t>(std::max(utf8proc_charwidth(point), 0))};
 }
 
-// What fits into so many columns, with a sign where something was cut.
-std::string Shortened(const std::string& text, std::size_t width)
-{
-    if (DisplayWidth(text) <= width)
-        return text;
-    std::size_t end = 0, taken = 1;
-    for (Character c; end < text.size(); end += c.size, taken += c.width) {
-        c = FirstOf(std::string_view(text).substr(end));
-        if (taken + c.width > width)
-            break;
-    }
-    return text.substr(0, end) + kCut;
-}
-
 // How wide each column of a table is on a terminal; 0 for one that isn't shown.
 class Layout {
 public:
@@ -141,6 +127,19 @@ std::size_t DisplayWidth(std::string_view text)
         width += c.width;
     }
     return width;
+}
+
+std::string Shortened(const std::string& text, std::size_t width)
+{
+    if (DisplayWidth(text) <= width)
+        return text;
+    std::size_t end = 0, taken = 1;
+    for (Character c; end < text.size(); end += c.size, taken += c.width) {
+        c = FirstOf(std::string_view(text).substr(end));
+        if (taken + c.width > width)
+            break;
+    }
+    return text.substr(0, end) + kCut;
 }
 
 void ChooseColours(Colours colours) noexcept

@@ -20,6 +20,9 @@ std::string Printable(std::string_view text);
 // it.
 std::size_t DisplayWidth(std::string_view text);
 
+// What of a line without control characters fits into so many columns, with a sign where something was cut.
+std::string Shortened(const std::string& text, std::size_t width);
+
 // What a text for people is made for.
 struct Look {
     std::size_t width = 0;  // of a terminal, in columns; 0: of any

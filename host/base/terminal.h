@@ -11,6 +11,8 @@ bool HasTerminal() noexcept;
 
 // The columns of such a terminal that standard output is; 0 where it is none.
 std::size_t OutputWidth() noexcept;
+// Its lines; 0 where it is none.
+std::size_t OutputHeight() noexcept;
 
 }  // namespace quorvane::host
 

@@ -30,4 +30,13 @@ std::size_t OutputWidth() noexcept
     return static_cast<std::size_t>(info.srWindow.Right - info.srWindow.Left) + 1;
 }
 
+std::size_t OutputHeight() noexcept
+{
+    HANDLE const console = GetStdHandle(STD_OUTPUT_HANDLE);
+    CONSOLE_SCREEN_BUFFER_INFO info{};
+    if (!IsTerminal(console) || !GetConsoleScreenBufferInfo(console, &info))
+        return 0;
+    return static_cast<std::size_t>(info.srWindow.Bottom - info.srWindow.Top) + 1;
+}
+
 }  // namespace quorvane::host

@@ -6,6 +6,7 @@
 #include <deque>
 #include <string>
 
+#include "host/base/errors.h"
 #include "host/base/output.h"
 #include "host/mailbox/engine_log.h"
 #include "host/mailbox/mailbox.h"
@@ -20,6 +21,9 @@ struct StatusReport {
 
 // Throws a HostError where a database can't be read.
 StatusReport ReadStatus(const Mailbox& mailbox);
+
+// Shows it, and again whenever it has changed, until it is asked to end.
+ExitCode WatchStatus(const std::string& mailbox, bool asJson);
 
 using LogEntries = std::deque<LogEntry>;
 

@@ -17,6 +17,7 @@ namespace {
 
 struct StatusOptions {
     bool json = false;
+    bool watch = false;
     std::string mailbox;
 };
 
@@ -350,6 +351,8 @@ namespace {
 
 ExitCode Status(const StatusOptions& options)
 {
+    if (options.watch)
+        return WatchStatus(options.mailbox, options.json);
     const StatusReport report = ReadStatus(Mailbox::Open(options.mailbox));
     Print(options.json, report.json, report.text);
     return ExitCode::kDone;
@@ -363,6 +366,10 @@ void AddStatusCommand(CLI::App& program, Chosen& chosen)
     CLI::App* const command =
         AddCommand(program, chosen, "status", "Show what is shared, pending and unfinished", options, Status);
     command->add_option("MAILBOX", options->mailbox, "Directory of the mailbox")->required();
+    command->add_flag(
+        "--watch", options->watch,
+        "Go on and show it whenever it has changed, until q or Ctrl-C; where standard output is no "
+        "terminal, as lines that come and go; with --json a value each time");
 }
 
 }  // namespace quorvane::host

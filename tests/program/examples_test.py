@@ -145,7 +145,7 @@ class HelpExamplesTest(ExamplesTest):
             self.world.run("members", "link", self.world.mail("alice"), self.device_for(command))
         line = self.filled_in(command, example)
         words = line.split()
-        if "--follow" in words:
+        if "--follow" in words or "--watch" in words:
             process = self.start(line, subprocess.PIPE)
             self.assertTrue(process.stdout.readline(), line)
             return self.end(process, line)
