@@ -59,7 +59,7 @@ const std::pair<const char*, std::vector<std::string>> kExamples[] = {
     {"mirror",
      {"quorvane mirror ~/mail/alice Inbox ~/Maildir", "quorvane mirror ~/mail/alice",
       "quorvane mirror ~/mail/alice Trips ~/Trips --tree nested",
-      "quorvane mirror ~/mail/alice Plans --remove"}},
+      "quorvane mirror ~/mail/alice Plans --remove", "quorvane mirror ~/mail/alice Plans --remove --below"}},
     {"members", {"quorvane members ~/mail/alice", "quorvane members add ~/mail/alice carol"}},
     {"members add",
      {"quorvane members add ~/mail/alice carol", "quorvane members add ~/mail/alice carol --device DEVICE"}},

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -6,6 +7,7 @@
 
 #include "host/base/compound_file.h"
 #include "host/base/path_text.h"
+#include "host/base/progress.h"
 #include "host/commands/command.h"
 #include "host/exchange/card.h"
 #include "host/exchange/error.h"
@@ -58,6 +60,7 @@ public:
         for (const Element& element : ListElements(storage, shown_)) {
             if (++count_ > kMostElements)
                 Fail("read", shown_, "it holds too many elements");
+            progress_.Show(count_, 0, std::to_string(count_) + " elements");
             json.push_back(Describe(storage, element, depth));
         }
         return json;
@@ -83,18 +86,27 @@ private:
     std::string shown_;
     std::string text_;
     std::size_t count_ = 0;
+    Progress progress_{"reading"};
 };
 
 ExitCode InspectPackage(const InspectOptions& options, IStorage& root)
 {
     std::map<OleString, std::string> subjects;
+    const std::vector<Element> elements = ListElements(root, options.file);
+    const auto total = static_cast<std::size_t>(std::count_if(
+        elements.begin(), elements.end(), [](const Element& element) { return element.isStorage; }));
+    std::size_t read = 0;
+    std::optional<Progress> progress("reading");
     const Package package =
         ReadPackage(root, options.file, [&](const PackageRecord& record, IStorage& storage) {
+            ++read;
+            progress->Show(read, total, std::to_string(read) + " items");
             MsgFile message;
             subjects[record.element] = SUCCEEDED(message.OpenOn(storage))
                                            ? TextOf(message.Message(), PR_SUBJECT_W)
                                            : "(the message is damaged)";
         });
+    progress.reset();
     Json json = {{"kind", "package"}, {"folders", Json::array()}, {"items", Json::array()}};
     std::string text = "package: " + std::to_string(package.folders.size()) + " folders, " +
                        std::to_string(package.items.size()) + " items\n";
@@ -234,9 +246,14 @@ ExitCode Inspect(const InspectOptions& options)
         return InspectPackage(options, *root);
     if (OpenSubStream(*root, OLESTR("__properties_version1.0")))
         return InspectMessage(options, *root);
-    TreePrinter printer(options.file);
-    const Json tree = printer.Walk(*root, 0);
-    Print(options.json, {{"kind", "compound file"}, {"elements", tree}}, printer.Text());
+    Json tree;
+    std::string text;
+    {
+        TreePrinter printer(options.file);
+        tree = printer.Walk(*root, 0);
+        text = printer.Text();
+    }
+    Print(options.json, {{"kind", "compound file"}, {"elements", tree}}, text);
     return ExitCode::kDone;
 }
 

@@ -21,6 +21,7 @@ struct MirrorOptions {
     bool json = false;
     bool remove = false;
     bool confirm = false;
+    bool below = false;
     std::string mailbox;
     std::string folder;
     std::string maildir;
@@ -166,6 +167,29 @@ ExitCode AddTree(const MirrorOptions& options, const Mailbox& mailbox, MirrorRec
     return ExitCode::kDone;
 }
 
+// Unties a folder and all below it, whichever of them are tied, by the paths that they were tied under.
+ExitCode RemoveTree(const MirrorOptions& options, MirrorRecords& records)
+{
+    const std::string folder = PlainPath(options.folder);
+    std::vector<Mirror> mirrors = records.All();
+    std::erase_if(mirrors, [&](const Mirror& mirror) {
+        return mirror.folder != folder && !mirror.folder.starts_with(folder + "/");
+    });
+    if (mirrors.empty())
+        Fail("find mirrors of", folder, "neither the folder nor one below it is tied to a Maildir");
+    Json untied = Json::array();
+    std::string text;
+    for (const Mirror& mirror : mirrors) {
+        records.Remove(mirror.number);
+        untied.push_back({{"folder", mirror.folder}, {"maildir", mirror.directory}});
+        text += "untied " + Printable(mirror.folder) + " from " + Printable(mirror.directory) + "\n";
+    }
+    Print(options.json,
+          {{"folder", folder}, {"maildir", mirrors[0].directory}, {"untied", untied}, {"removed", true}},
+          text + "all of them keep their mails\n");
+    return ExitCode::kDone;
+}
+
 ExitCode RunMirror(const MirrorOptions& options)
 {
     const Mailbox mailbox = Mailbox::Open(options.mailbox);
@@ -178,6 +202,8 @@ ExitCode RunMirror(const MirrorOptions& options)
         return options.tree.empty() ? AddMirror(options, mailbox, records)
                                     : AddTree(options, mailbox, records);
     }
+    if (options.below)
+        return RemoveTree(options, records);
     const Mirror mirror = FindMirror(records, options.folder);
     if (options.remove)
         records.Remove(mirror.number);
@@ -281,6 +307,8 @@ void AddMirrorCommand(CLI::App& program, Chosen& chosen)
                             "The Maildir, which is made if it's missing; other programs may work in it");
     CLI::Option* const remove =
         command->add_flag("--remove", options->remove, "Untie them; both keep their mails");
+    command->add_flag("--below", options->below, "With --remove: all folders below it as well")
+        ->needs(remove);
     CLI::Option* const confirm = command->add_flag(
         "--confirm", options->confirm, "Let the mails be deleted that were missing on one side all at once");
     command

@@ -3,6 +3,7 @@
 #include <map>
 #include <thread>
 
+#include "host/base/progress.h"
 #include "host/commands/command.h"
 #include "host/mailbox/comparison_records.h"
 #include "host/mailbox/records.h"
@@ -23,6 +24,13 @@ struct VerifyOptions {
     int wait = 30;
 };
 
+// What a person sees of it meanwhile.
+struct VerifyWork {
+    std::size_t done = 0;
+    std::size_t total = 0;  // items
+    Progress progress{"comparing"};
+};
+
 struct VerifyReport {
     Json folders = Json::array();
     std::string text;
@@ -32,7 +40,7 @@ struct VerifyReport {
 
 // Whether the message of each item is what is known of it.
 void CheckItems(const Mailbox& mailbox, const MailSession& session, Records& records, const Share& share,
-                Json& json, VerifyReport& report)
+                Json& json, VerifyWork& work, VerifyReport& report)
 {
     std::map<std::string, std::string> entries;
     for (const auto& [entryId, row] : ReadSharingRows(mailbox))
@@ -42,6 +50,8 @@ void CheckItems(const Mailbox& mailbox, const MailSession& session, Records& rec
         report.text += "  " + id + " '" + Printable(subject) + "' " + what + "\n";
     };
     for (const ItemRecord& item : records.ItemsOf(share.folderId)) {
+        ++work.done;
+        work.progress.Show(work.done, work.total, std::to_string(work.done) + " items");
         const auto entry = entries.find(item.id);
         const ComPtr<IMessage> message =
             entry == entries.end() ? nullptr : OpenMessage(session, entry->second, false);
@@ -74,11 +84,15 @@ std::vector<ComparisonRecord> Await(ComparisonRecords& comparisons, const std::s
                                     std::uint64_t since, int seconds)
 {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
+    Progress progress("waiting for the others' answers");
     for (;;) {
         std::vector<ComparisonRecord> pairs = PairsOf(comparisons, folderId);
-        const bool done = std::all_of(pairs.begin(), pairs.end(),
-                                      [&](const ComparisonRecord& pair) { return IsAnswered(pair, since); });
-        if (done || std::chrono::steady_clock::now() >= deadline)
+        const auto answered = static_cast<std::size_t>(
+            std::count_if(pairs.begin(), pairs.end(),
+                          [&](const ComparisonRecord& pair) { return IsAnswered(pair, since); }));
+        progress.Show(answered, pairs.size(),
+                      std::to_string(answered) + " of " + std::to_string(pairs.size()));
+        if (answered == pairs.size() || std::chrono::steady_clock::now() >= deadline)
             return pairs;
         std::this_thread::sleep_for(kVerifyLook);
     }
@@ -127,10 +141,13 @@ ExitCode Verify(const VerifyOptions& options)
     const std::vector<ComparisonRecord> pairs =
         isRunning ? Await(comparisons, folderId, since, options.wait) : PairsOf(comparisons, folderId);
     VerifyReport report;
+    auto work = std::make_unique<VerifyWork>();
+    for (const Share& share : shares)
+        work->total += records.ItemsOf(share.folderId).size();
     for (const Share& share : shares) {
         report.text += Printable(share.name) + ":\n";
         Json items = Json::array(), members = Json::array();
-        CheckItems(mailbox, session, records, share, items, report);
+        CheckItems(mailbox, session, records, share, items, *work, report);
         for (const ComparisonRecord& pair : pairs)
             if (pair.folderId == share.folderId)
                 AddPair(pair, since, members, report);
@@ -138,6 +155,7 @@ ExitCode Verify(const VerifyOptions& options)
         report.folders.push_back(
             {{"folder", share.name}, {"id", share.folderId}, {"items", items}, {"members", members}});
     }
+    work.reset();
     const char* const result = report.differs ? "differs" : report.isOpen ? "not compared yet" : "equal";
     Print(options.json, {{"running", isRunning}, {"result", result}, {"folders", report.folders}},
           report.text + (isRunning ? "" : "no run is under way; the next one compares\n"));

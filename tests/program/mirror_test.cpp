@@ -153,6 +153,17 @@ TEST_F(MirrorTest, ATreeIsTiedWithAllFoldersOfBothSides)
     MustRun({"folder", "make", Mailbox("alice"), "Work/Later"});
     EXPECT_EQ(tie(), 1U);
     EXPECT_TRUE(fs::is_directory(root / "Later" / "cur"));
+    MustRun({"mirror", Mailbox("alice"), "Workshop", MaildirOf("alice", "Workshop").string()});
+    const auto untie = [&](const char* folder) {
+        return MustRun({"mirror", Mailbox("alice"), folder, "--remove", "--below", "--json"})
+            .Value()
+            .at("untied")
+            .size();
+    };
+    EXPECT_EQ(untie("Work/Plans"), 2U);
+    EXPECT_EQ(untie("Work"), 3U);
+    EXPECT_EQ(MustRun({"mirror", Mailbox("alice"), "--json"}).Value().size(), 1U);
+    EXPECT_EQ(Run({"mirror", Mailbox("alice"), "Work", "--remove", "--below"}).exitCode, 1);
     // What has no place in the layout is told before anything is tied.
     MustRun({"folder", "make", Mailbox("alice"), "Work/cur"});
     const Outcome refused = Run({"mirror", Mailbox("alice"), "Work", root.string(), "--tree", "nested"});

@@ -110,6 +110,7 @@ class SchemasTest(unittest.TestCase):
         self.assertTrue(world.run("status", alice)["mirrors"])
         world.run("mirror", alice, "Mine", "--remove")
         self.assertEqual(len(world.run("mirror", alice, "Tree", world.home / "Tree", "--tree", "maildir++")["tied"]), 1)
+        self.assertEqual(len(world.run("mirror", alice, "Tree", "--remove", "--below")["untied"]), 1)
         world.run("setup", world.home / "new", "--name", "carol", "--exchange", world.exchange, "--yes")
         world.run("setup", alice, "--name", "bob", "--yes", code=2)
         world.run("check", alice)

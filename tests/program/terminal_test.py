@@ -15,6 +15,7 @@ import termios
 import time
 import unittest
 
+from terminal import AtTerminal
 from world import DEADLINE, PROGRAM, World
 
 UNIT = pathlib.Path(os.environ["QUORVANE_UNIT"])
@@ -172,6 +173,29 @@ class TerminalTest(unittest.TestCase):
         self.assertIn("\033", self.listed("--color", "always", NO_COLOR="1"))
         piped = subprocess.run([PROGRAM, "list", self.world.mail("alice"), "In"], capture_output=True, check=True)
         self.assertNotIn(b"\033", piped.stdout)
+
+
+class ProgressTest(unittest.TestCase):
+    def test_long_work_is_shown_on_a_terminal(self):
+        world = World(tempfile.mkdtemp(prefix="quorvane-progress-"))
+        self.addCleanup(shutil.rmtree, world.home)
+        world.make("alice", "bob")
+        world.bring_in("alice", "In", "34-encoded-headers")
+        world.run("share", world.mail("alice"), "In", "--with", "bob")
+        world.run("export", world.mail("alice"), "In", world.home / "out", "--format", "msg")
+        message = next((world.home / "out").glob("*.msg"))
+        world.begin_runs("alice", "bob", accept=["alice"])
+        world.await_items("bob", "In", 1)
+        world.end_runs()
+        # A compound file that is no message is shown as what it is.
+        bare = world.home / "bare.ole"
+        bare.write_bytes(message.read_bytes().replace("__properties_version1.0".encode("utf-16-le"),
+                                                      "__properties_version1_0".encode("utf-16-le")))
+        for arguments, wanted in ((("verify", world.mail("alice")), "comparing: 100 %  1 items"),
+                                  (("inspect", bare), "reading: 1 elements")):
+            with AtTerminal(world, *arguments) as terminal:
+                terminal.end()
+                self.assertIn(wanted, terminal.seen)
 
 
 class FollowTest(unittest.TestCase):
