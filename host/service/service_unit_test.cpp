@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "host/base/path_text.h"
+
 namespace quorvane::host {
 
 namespace {
@@ -24,7 +26,7 @@ TEST(ServiceUnitTest, AMailboxIsNamedAsSystemdEscapesItsPath)
     EXPECT_EQ(UnitNameOf("/home/alice/mail/"), "quorvane@home-alice-mail.service");
     EXPECT_EQ(UnitNameOf("/home/a b/o'x-y/.m/$z%"),
               "quorvane@home-a\\x20b-o\\x27x\\x2dy-.m-\\x24z\\x25.service");
-    EXPECT_EQ(UnitNameOf("/.x/\xC3\xBC"), "quorvane@\\x2ex-\\xc3\\xbc.service");
+    EXPECT_EQ(UnitNameOf(PathOf("/.x/\xC3\xBC")), "quorvane@\\x2ex-\\xc3\\xbc.service");
     EXPECT_EQ(UnitNameOf("/"), "quorvane@-.service");
 }
 
