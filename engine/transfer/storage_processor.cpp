@@ -55,6 +55,7 @@ struct CStorageProcessor::ItemLoop {
     DatabaseSession database;
     Addin addin;
     CMapiObjectsCache cache;
+    ReceivedItemHelper helper;
     ComPtr<IEnumSTATSTG> elements;
 };
 
@@ -189,7 +190,7 @@ HRESULT CStorageProcessor::ProcessItem(ItemLoop& loop, IStorage* items, const OL
 HRESULT CStorageProcessor::AskHost(ItemLoop& loop, CItem& item, bool& ignore) noexcept
 {
     std::shared_ptr<ReceivedItemCall> call;
-    HR_TRY_QUIET(ReceivedItemCall::Start(loop.addin, ComPtr<IItem>(&item), m_bstrTag, call));
+    HR_TRY_QUIET(ReceivedItemCall::Start(loop.helper, loop.addin, ComPtr<IItem>(&item), m_bstrTag, call));
     return call->Wait(loop.stop, ignore);
 }
 

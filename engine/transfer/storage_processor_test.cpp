@@ -142,6 +142,23 @@ TEST_F(StorageProcessorTest, EveryItemIsShownAndApplied)
     EXPECT_EQ(Jobs(), "0");
 }
 
+TEST_F(StorageProcessorTest, OneThreadAsksTheHostOfAllItems)
+{
+    PutMessage(OLESTR("{A}"), "One");
+    PutMessage(OLESTR("{B}"), "Two");
+    std::vector<std::thread::id> threads;
+    session.host.whenItemReceived = [&](IItem*, bool&) {
+        threads.push_back(std::this_thread::get_id());
+        return S_OK;
+    };
+
+    EXPECT_EQ(Run(), 0u);
+
+    ASSERT_EQ(threads.size(), 2u);
+    EXPECT_EQ(threads[0], threads[1]);
+    EXPECT_NE(threads[0], std::this_thread::get_id());
+}
+
 TEST_F(StorageProcessorTest, AFolderIsShownAndEntersNoCollection)
 {
     const ComPtr<CFolder> announced = MakeComObject<CFolder>(&session);

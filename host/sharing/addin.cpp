@@ -276,7 +276,8 @@ HRESULT Addin::OnPostprocess(BSTR entryId, BSTR /*storeId*/)
         const std::uint64_t modified = TimeOf(*message, PR_LAST_MODIFICATION_TIME);
         if (row->lastModified == RowTimeOf(modified))
             parts_.records.SetModified(row->id, modified);
-        Log("applied", row->id, TextOf(*message, PR_SUBJECT_W));
+        if (parts_.verbose)
+            Log("applied", row->id, TextOf(*message, PR_SUBJECT_W));
     }
     return S_OK;
 }

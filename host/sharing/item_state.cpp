@@ -13,31 +13,72 @@ namespace {
 // A writer of the engine waits half a minute for the database.
 constexpr auto kLongestEnd = std::chrono::seconds(30);
 
+constexpr char kOfEntry[] = "SELECT ID, EntryID, StoreID, LastModified FROM tblItem WHERE EntryID = ?";
+
+// Statements of one moment: the database is locked, and looked at for what others wrote, once for all of
+// them.
+class ReadTogether {
+public:
+    explicit ReadTogether(Database& database) : database_(database) { database_.Execute("BEGIN"); }
+    ReadTogether(const ReadTogether&) = delete;
+    ReadTogether& operator=(const ReadTogether&) = delete;
+    ~ReadTogether()
+    {
+        try {
+            database_.Execute("COMMIT");
+        } catch (const HostError&) {
+            // A failure ended it.
+        }
+    }
+
+private:
+    Database& database_;
+};
+
 }  // namespace
 
 ItemState::ItemState(const Mailbox& mailbox, Records& records)
     : records_(records), database_(mailbox.OpenSharingDatabase())
 {}
 
-std::vector<SharingRow> ItemState::FindRows(const char* sql, const std::string& key)
+ItemState::Rows ItemState::FindRows(const char* sql, const std::string& key)
 {
     const std::lock_guard lock(mutex_);
+    return FindRowsLocked(sql, key);
+}
+
+ItemState::Rows ItemState::FindRowsLocked(const char* sql, const std::string& key)
+{
     Statement select(database_, sql);
     select.Bind(1, key);
-    std::vector<SharingRow> rows;
+    Rows rows;
     while (select.Step())
         rows.push_back({select.Text(0), select.Text(1), select.Text(2), select.Real(3)});
     return rows;
 }
 
-std::vector<SharingRow> ItemState::RowsOfEntry(const std::string& entryId)
-{
-    return FindRows("SELECT ID, EntryID, StoreID, LastModified FROM tblItem WHERE EntryID = ?", entryId);
-}
-
 std::optional<SharingRow> ItemState::RowOfEntry(const std::string& entryId)
 {
-    const std::vector<SharingRow> rows = RowsOfEntry(entryId);
+    return Choose(FindRows(kOfEntry, entryId));
+}
+
+std::vector<std::optional<SharingRow>> ItemState::RowsOf(const std::vector<std::string>& entryIds)
+{
+    std::vector<Rows> found;
+    {
+        const std::lock_guard lock(mutex_);
+        const ReadTogether reading(database_);
+        for (const std::string& entryId : entryIds)
+            found.push_back(FindRowsLocked(kOfEntry, entryId));
+    }
+    std::vector<std::optional<SharingRow>> rows;
+    for (const Rows& ofOne : found)
+        rows.push_back(Choose(ofOne));
+    return rows;
+}
+
+std::optional<SharingRow> ItemState::Choose(const Rows& rows)
+{
     if (rows.empty())
         return std::nullopt;
     if (rows.size() == 1)
@@ -50,17 +91,16 @@ std::optional<SharingRow> ItemState::RowOfEntry(const std::string& entryId)
 
 std::optional<SharingRow> ItemState::RowOfId(const std::string& id)
 {
-    const std::vector<SharingRow> rows =
-        FindRows("SELECT ID, EntryID, StoreID, LastModified FROM tblItem WHERE ID = ?", id);
+    const Rows rows = FindRows("SELECT ID, EntryID, StoreID, LastModified FROM tblItem WHERE ID = ?", id);
     return rows.empty() ? std::nullopt : std::optional(rows.front());
 }
 
 std::optional<SharingRow> ItemState::DropStrayRows(const std::string& entryId)
 {
-    const std::vector<SharingRow> rows = RowsOfEntry(entryId);
+    const Rows rows = FindRows(kOfEntry, entryId);
     if (rows.size() < 2)
         return rows.empty() ? std::nullopt : std::optional(rows.front());
-    const auto known = RowOfEntry(entryId);
+    const auto known = Choose(rows);
     if (!known || !records_.FindItem(known->id))
         return known;  // nothing tells which is the true one
     for (const SharingRow& row : rows) {

@@ -24,6 +24,8 @@ public:
     // Of several rows for one message, the one that the program has a record of.
     std::optional<SharingRow> RowOfEntry(const std::string& entryId);
     std::optional<SharingRow> RowOfId(const std::string& id);
+    // The same of several messages, as they stand at one moment; in their order.
+    std::vector<std::optional<SharingRow>> RowsOf(const std::vector<std::string>& entryIds);
 
     // A scan that meets a message whose row is only just being written gives it a row of its own. Such a row,
     // with an ID that nobody else knows, goes as soon as it is told from the true one, which is given.
@@ -53,8 +55,10 @@ public:
     bool IsReceiving(std::chrono::steady_clock::time_point now = std::chrono::steady_clock::now());
 
 private:
-    std::vector<SharingRow> FindRows(const char* sql, const std::string& key);
-    std::vector<SharingRow> RowsOfEntry(const std::string& entryId);
+    using Rows = std::vector<SharingRow>;
+    Rows FindRows(const char* sql, const std::string& key);
+    Rows FindRowsLocked(const char* sql, const std::string& key);
+    std::optional<SharingRow> Choose(const Rows& rows);
 
     Records& records_;
     std::mutex mutex_;

@@ -49,5 +49,24 @@ TEST_F(ReceivingTest, ARowThatAKilledRunLeftIsntWaitedForWithoutEnd)
     EXPECT_FALSE(here.state.IsReceiving(start + std::chrono::seconds(31)));
 }
 
+TEST(ItemStateTest, RowsOfSeveralMessagesComeInTheirOrderAsEachWouldByItself)
+{
+    SharedTestMailbox here;
+    here.AddRow("{A}", "01");
+    here.AddRow("{STRAY}", "02");
+    here.AddRow("{KNOWN}", "02");
+    here.records.PutItem({"{KNOWN}", "{F}", {100, "alice"}, false, 0});
+
+    const auto rows = here.state.RowsOf({"02", "03", "01"});
+
+    ASSERT_EQ(rows.size(), 3U);
+    ASSERT_TRUE(rows[0] && rows[2]);
+    EXPECT_EQ(rows[0]->id, "{KNOWN}");
+    EXPECT_FALSE(rows[1]);
+    EXPECT_EQ(rows[2]->id, "{A}");
+    here.AddRow("{LATER}", "03");  // the database isn't held
+    EXPECT_EQ(here.state.RowsOf({"03"})[0]->id, "{LATER}");
+}
+
 }  // namespace
 }  // namespace quorvane::host

@@ -1,10 +1,40 @@
 #include "host/sharing/reconcile.h"
 
+#include <functional>
 #include <unordered_set>
 
 #include "host/store/folders.h"
+#include "host/store/properties.h"
 
 namespace quorvane::host {
+
+namespace {
+
+// Of so many messages the rows are asked for at once.
+constexpr std::size_t kFewMessages = 200;
+
+struct Messages {
+    std::vector<std::string> entryIds;
+    std::vector<std::uint64_t> modified;  // of each
+};
+
+void ForEachFewMessages(IMAPIFolder& folder, const std::function<void(const Messages&)>& visit)
+{
+    SizedSPropTagArray(2, columns) = {2, {PR_ENTRYID, PR_LAST_MODIFICATION_TIME}};
+    Messages messages;
+    ForEachItemRow(folder, reinterpret_cast<LPSPropTagArray>(&columns), [&](const SRow& row) {
+        messages.entryIds.push_back(HexOf(row, PR_ENTRYID));
+        messages.modified.push_back(TimeOf(row, PR_LAST_MODIFICATION_TIME));
+        if (messages.entryIds.size() < kFewMessages)
+            return;
+        visit(messages);
+        messages = {};
+    });
+    if (!messages.entryIds.empty())
+        visit(messages);
+}
+
+}  // namespace
 
 // Of what isn't here yet, a change waits for that.
 bool Reconciler::IsDifferent(const Known& known, const SharingRow& row, std::uint64_t modified)
@@ -41,13 +71,20 @@ std::vector<Reconciler::Difference> Reconciler::FindDifferences(const Share& sha
     const std::set<std::string> lost = FindLost(share);
     std::vector<Difference> differences;
     std::unordered_set<std::string> present;
-    ForEachItem(*folder, [&](const ItemInfo& item) {
-        present.insert(item.entryId);
-        const auto row = parts_.state.RowOfEntry(item.entryId);
-        if (!row || IsDifferent(known, *row, item.modified) || lost.contains(row->id))
-            differences.push_back({item.entryId, {}, item.modified});
+    std::unordered_set<std::string> shown;  // items, by messages that are present
+    ForEachFewMessages(*folder, [&](const Messages& messages) {
+        const auto rows = parts_.state.RowsOf(messages.entryIds);
+        for (std::size_t i = 0; i < rows.size(); ++i) {
+            present.insert(messages.entryIds[i]);
+            if (rows[i])
+                shown.insert(rows[i]->id);
+            if (!rows[i] || IsDifferent(known, *rows[i], messages.modified[i]) || lost.contains(rows[i]->id))
+                differences.push_back({messages.entryIds[i], {}, messages.modified[i]});
+        }
     });
     for (const auto& [id, record] : known) {
+        if (shown.contains(id))
+            continue;
         const auto row = parts_.state.RowOfId(id);
         if (row ? !present.contains(row->entryId) : record.deleted && lost.contains(id))
             differences.push_back({{}, id, 0});

@@ -76,6 +76,7 @@ HRESULT CMessage::Stored(PropertyBag*& bag) noexcept
     if (!m_hasBag) {
         QV_RETURN_IF_FAILED(m_backend->ReadProperties(m_bag));
         m_hasBag = true;
+        m_identity.reset();  // goes with what was read now
     }
     bag = &m_bag;
     return S_OK;

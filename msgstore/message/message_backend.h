@@ -83,6 +83,9 @@ public:
     // hide stored properties of the same identifiers. Asked at the first use and after each save.
     [[nodiscard]] virtual HRESULT Identity(PropertyBag& identity) noexcept = 0;
 
+    // PR_MESSAGE_FLAGS as the message was saved, where that is known without its properties. False: it isn't.
+    virtual bool SavedFlags(LONG& /*flags*/) noexcept { return false; }
+
     // MAPI_ACCESS_* bits for PR_ACCESS.
     virtual ULONG Access() noexcept = 0;
 

@@ -67,6 +67,9 @@ private:
     [[nodiscard]] HRESULT Stored(PropertyBag*& bag) noexcept override;
     void ListComputed(std::vector<ULONG>& tags) override;
     [[nodiscard]] HRESULT Compute(ULONG id, PropertyValue& value) override;
+    bool IsKnownUnloaded(ULONG id) override;
+    // While nothing of the message was read or changed.
+    bool HasSavedFlags(LONG& flags) noexcept;
     [[nodiscard]] HRESULT CheckWritable() noexcept override { return m_writable ? S_OK : E_ACCESSDENIED; }
     [[nodiscard]] HRESULT CheckSettable(ULONG id) noexcept override;
     void Changed(ULONG id) override;

@@ -111,15 +111,32 @@ void CMessage::ListComputed(std::vector<ULONG>& tags)
         tags.end());
 }
 
+bool CMessage::HasSavedFlags(LONG& flags) noexcept
+{
+    return !m_hasBag && !m_attachments && m_backend->SavedFlags(flags);
+}
+
+bool CMessage::IsKnownUnloaded(ULONG id)
+{
+    LONG flags = 0;
+    if (id == PROP_ID(PR_MESSAGE_FLAGS))
+        return HasSavedFlags(flags);
+    return SUCCEEDED(NeedIdentity()) && m_identity->FindId(id);
+}
+
 HRESULT CMessage::Compute(ULONG id, PropertyValue& value)
 {
-    PropertyBag* bag = nullptr;
-    QV_RETURN_IF_FAILED(Stored(bag));
     QV_RETURN_IF_FAILED(NeedIdentity());
     if (const PropertyValue* const own = m_identity->FindId(id)) {
         value = *own;
         return S_OK;
     }
+    if (LONG flags = 0; id == PROP_ID(PR_MESSAGE_FLAGS) && HasSavedFlags(flags)) {
+        value = PropertyValue::Long(PR_MESSAGE_FLAGS, flags);
+        return S_OK;
+    }
+    PropertyBag* bag = nullptr;
+    QV_RETURN_IF_FAILED(Stored(bag));
     if (IsDisplayList(id))
         return ComputeDisplayList(id, value);
     if (IsSubjectPart(id))

@@ -73,14 +73,19 @@ HRESULT PropertyObject::CopyObject(ULONG, IMAPIProp&, ULONG) noexcept
     return S_OK;
 }
 
-HRESULT PropertyObject::Lookup(ULONG tag, PropertyValue& place, const PropertyValue*& value)
+bool PropertyObject::IsKnownUnloaded(ULONG)
+{
+    return false;
+}
+
+HRESULT PropertyObject::Lookup(ULONG tag, PropertyBag* bag, PropertyValue& place, const PropertyValue*& value)
 {
     const HRESULT computed = Compute(PROP_ID(tag), place);
     if (FAILED(computed) && computed != MAPI_E_NOT_FOUND)
         return computed;
-    PropertyBag* bag = nullptr;
-    QV_RETURN_IF_FAILED(Stored(bag));
     if (FAILED(computed)) {
+        if (!bag)
+            QV_RETURN_IF_FAILED(Stored(bag));
         value = bag->Find(tag);
     } else {
         PropertyBag one;
@@ -109,12 +114,13 @@ HRESULT PropertyObject::AllTags(ULONG flags, std::vector<ULONG>& tags)
     return S_OK;
 }
 
-HRESULT PropertyObject::GiveOne(ULONG tag, ULONG flags, void* root, ULONG codePage, SPropValue& result)
+HRESULT PropertyObject::GiveOne(ULONG tag, ULONG flags, PropertyBag* bag, void* root, SPropValue& result)
 {
     PropertyValue place;
     const PropertyValue* value = nullptr;
-    HRESULT hr = Lookup(tag, place, value);
+    HRESULT hr = Lookup(tag, bag, place, value);
     if (SUCCEEDED(hr)) {
+        const ULONG codePage = bag ? StatedCodePage(*bag) : 0;
         const ULONG asked = PROP_TYPE(tag);
         const ULONG type = asked == PT_UNSPECIFIED ? ListedType(value->type(), flags) : asked;
         hr = ToSPropValue(*value, type, Allocator(), root, result, codePage);
@@ -129,9 +135,10 @@ HRESULT PropertyObject::GiveOne(ULONG tag, ULONG flags, void* root, ULONG codePa
 HRESULT PropertyObject::GiveProps(const std::vector<ULONG>& tags, ULONG flags, ULONG* count,
                                   LPSPropValue* values)
 {
+    // Loaded at once, or not at all: what can't be read fails as a whole.
     PropertyBag* bag = nullptr;
-    QV_RETURN_IF_FAILED(Stored(bag));
-    const ULONG codePage = StatedCodePage(*bag);
+    if (!std::all_of(tags.begin(), tags.end(), [this](ULONG tag) { return IsKnownUnloaded(PROP_ID(tag)); }))
+        QV_RETURN_IF_FAILED(Stored(bag));
     const std::size_t size = std::max<std::size_t>(tags.size(), 1) * sizeof(SPropValue);
     auto* const array = static_cast<LPSPropValue>(Allocator().Allocate(size));
     if (!array)
@@ -139,7 +146,7 @@ HRESULT PropertyObject::GiveProps(const std::vector<ULONG>& tags, ULONG flags, U
     bool errors = false;
     for (std::size_t i = 0; i < tags.size(); ++i) {
         array[i] = SPropValue{};
-        const HRESULT one = Guarded([&] { return GiveOne(tags[i], flags, array, codePage, array[i]); });
+        const HRESULT one = Guarded([&] { return GiveOne(tags[i], flags, bag, array, array[i]); });
         errors = errors || FAILED(one);
     }
     *count = static_cast<ULONG>(tags.size());
@@ -265,7 +272,7 @@ HRESULT PropertyObject::ValueForReading(ULONG tag, ULONG& type, std::shared_ptr<
 {
     PropertyValue place;
     const PropertyValue* found = nullptr;
-    QV_RETURN_IF_FAILED(Lookup(tag, place, found));
+    QV_RETURN_IF_FAILED(Lookup(tag, nullptr, place, found));
     type = PROP_TYPE(tag) == PT_UNSPECIFIED ? found->type() : PROP_TYPE(tag);
     if (type != PT_STRING8 && type != PT_UNICODE && type != PT_BINARY)
         return MAPI_E_INTERFACE_NOT_SUPPORTED;

@@ -60,6 +60,10 @@ protected:
     // One of them. MAPI_E_NOT_FOUND: it isn't one, or has no value now. May throw std::bad_alloc.
     [[nodiscard]] virtual HRESULT Compute(ULONG id, PropertyValue& value) = 0;
 
+    // Whether Compute answers this one without the stored properties, so that nobody needs to load them for
+    // it. May throw std::bad_alloc.
+    virtual bool IsKnownUnloaded(ULONG id);
+
     // S_OK, or E_ACCESSDENIED for an object that's open for reading alone.
     [[nodiscard]] virtual HRESULT CheckWritable() noexcept = 0;
     // S_OK, or MAPI_E_COMPUTED for a property that callers can't set or delete.
@@ -78,11 +82,13 @@ protected:
 private:
     friend class CPropertyStream;
 
-    [[nodiscard]] HRESULT Lookup(ULONG tag, PropertyValue& place, const PropertyValue*& value);
+    // bag  [in]  the stored properties; null: they are loaded if need be.
+    [[nodiscard]] HRESULT Lookup(ULONG tag, PropertyBag* bag, PropertyValue& place,
+                                 const PropertyValue*& value);
     [[nodiscard]] HRESULT AllTags(ULONG flags, std::vector<ULONG>& tags);
     [[nodiscard]] HRESULT GiveProps(const std::vector<ULONG>& tags, ULONG flags, ULONG* count,
                                     LPSPropValue* values);
-    [[nodiscard]] HRESULT GiveOne(ULONG tag, ULONG flags, void* root, ULONG codePage, SPropValue& result);
+    [[nodiscard]] HRESULT GiveOne(ULONG tag, ULONG flags, PropertyBag* bag, void* root, SPropValue& result);
     [[nodiscard]] HRESULT CopyListed(IMAPIProp* self, const std::vector<ULONG>& tags, IMAPIProp& target,
                                      ULONG flags, LPSPropProblemArray* problems);
     [[nodiscard]] HRESULT SetOne(PropertyBag& bag, const SPropValue& value);

@@ -237,7 +237,7 @@ SqliteTransaction::~SqliteTransaction()
 {
     // SQLite may have rolled back by itself after a severe failure: then there is nothing left to undo.
     if (open_)
-        (void)connection_.RunScript("ROLLBACK");
+        (void)Guarded([this] { return connection_.Run("ROLLBACK"); });
 }
 
 HRESULT SqliteTransaction::Commit()

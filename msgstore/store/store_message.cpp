@@ -93,7 +93,6 @@ HRESULT StoreMessage::Identity(PropertyBag& identity) noexcept
 {
     return Guarded([&] {
         identity.Clear();
-        QV_RETURN_IF_FAILED(Load());
         PutMessageIdentity(core_->Guid(), row_, identity);
         return S_OK;
     });

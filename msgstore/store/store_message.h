@@ -24,6 +24,11 @@ public:
     [[nodiscard]] HRESULT ReadAttachments(std::vector<AttachmentSlot>& attachments) noexcept override;
     PropertyNames& Names() noexcept override { return core_->Names(); }
     [[nodiscard]] HRESULT Identity(PropertyBag& identity) noexcept override;
+    bool SavedFlags(LONG& flags) noexcept override
+    {
+        flags = static_cast<LONG>(row_.flags);
+        return row_.id != 0;
+    }
     ULONG Access() noexcept override { return MAPI_ACCESS_MODIFY | MAPI_ACCESS_READ | MAPI_ACCESS_DELETE; }
     bool Exists() noexcept override { return row_.id != 0; }
     [[nodiscard]] HRESULT Save(const MessageImage& image, ULONG flags) noexcept override;

@@ -356,6 +356,42 @@ TEST_F(StoreMessageTest, AnEmptyNameIsANameToo)
     EXPECT_EQ(OleStringView(found[0]->Kind.lpwstrName), OLESTR(""));
 }
 
+TEST_F(StoreMessageTest, ATimeThatIsToldBeforeTheContentIsReadIsThatOfTheContentAfterwards)
+{
+    const BinaryValue id = mailbox.AddMessage(mailbox.Inbox(), OLESTR("Old"));
+    const ComPtr<IMessage> message = mailbox.OpenMessage(id);
+    const std::uint64_t opened = TimeOf(*message, PR_LAST_MODIFICATION_TIME);
+    mailbox.ChangeSubject(id, OLESTR("New"));
+
+    EXPECT_EQ(TimeOf(*message, PR_LAST_MODIFICATION_TIME), opened);
+    EXPECT_EQ(TextOf(*message, PR_SUBJECT_W), OLESTR("New"));
+    EXPECT_GT(TimeOf(*message, PR_LAST_MODIFICATION_TIME), opened);
+}
+
+TEST_F(StoreMessageTest, TimesAndFlagsOfASavedMessageAreThoseOfTheSaveWhoeverSavesItNext)
+{
+    const ComPtr<IMessage> message = NewMessage();
+    AddAttachment(*message, Pattern(10));
+    const BinaryValue id = Save(*message);
+    const std::uint64_t saved = TimeOf(*mailbox.OpenMessage(id, 0), PR_LAST_MODIFICATION_TIME);
+    mailbox.ChangeSubject(id, OLESTR("Other"));
+
+    EXPECT_EQ(TimeOf(*message, PR_LAST_MODIFICATION_TIME), saved);
+    EXPECT_EQ(LongOf(*message, PR_MESSAGE_FLAGS), static_cast<LONG>(MSGFLAG_UNSENT | MSGFLAG_HASATTACH));
+}
+
+TEST_F(StoreMessageTest, FlagsFollowWhatWasntSavedYet)
+{
+    const ComPtr<IMessage> message = NewMessage();
+    const BinaryValue id = Save(*message);
+    EXPECT_EQ(LongOf(*message, PR_MESSAGE_FLAGS) & MSGFLAG_HASATTACH, 0);
+
+    AddAttachment(*message, Pattern(10));
+
+    EXPECT_NE(LongOf(*message, PR_MESSAGE_FLAGS) & MSGFLAG_HASATTACH, 0);
+    EXPECT_EQ(LongOf(*mailbox.OpenMessage(id, 0), PR_MESSAGE_FLAGS) & MSGFLAG_HASATTACH, 0);
+}
+
 TEST_F(StoreMessageTest, EverySaveGivesAChangeKeyOfItsOwn)
 {
     const ComPtr<IMessage> message = NewMessage();

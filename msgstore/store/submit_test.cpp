@@ -131,6 +131,7 @@ TEST_F(SubmitTest, AMessageThatIsGoneIsNotSubmitted)
 {
     const ComPtr<IMessage> message = NewMessage();
     ASSERT_EQ(message->SaveChanges(KEEP_OPEN_READWRITE), S_OK);
+    ASSERT_EQ(TextOf(*message, PR_SUBJECT_W), OLESTR("Hello"));
     ASSERT_EQ(mailbox.Delete(mailbox.Inbox(), BinaryOf(*message, PR_ENTRYID)), S_OK);
 
     EXPECT_EQ(message->SubmitMessage(0), MAPI_E_OBJECT_DELETED);
