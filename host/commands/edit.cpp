@@ -29,6 +29,8 @@ constexpr MarkOption kMarkOptions[] = {
     {kMarkFlagged, "--flag", "--unflag", "flagged"},
     {kMarkAnswered, "--answered", "--unanswered", "answered"},
     {kMarkForwarded, "--forwarded", "--unforwarded", "forwarded"},
+    {kMarkDraft, "--draft", "--no-draft", "draft"},
+    {kMarkForDeletion, "--for-deletion", "--not-for-deletion", "forDeletion"},
 };
 
 void ChangeSubject(IMessage& message, const EditOptions& options)
@@ -51,7 +53,8 @@ ExitCode Edit(const EditOptions& options)
     const auto marks = static_cast<Marks>(options.set | options.cleared);
     if (!options.setSubject && marks == 0)
         throw HostError(
-            "nothing to change: give --subject, --read, --flag, --answered, --forwarded or an opposite",
+            "nothing to change: give --subject, --read, --flag, --answered, --forwarded, --draft, --for-deletion "
+            "or an opposite",
             ExitCode::kUsage);
     const Mailbox mailbox = Mailbox::Open(options.mailbox);
     const MailSession session(options.mailbox);

@@ -34,7 +34,7 @@ ExitCode ListAllFolders(const ListOptions& options, const MailSession& session)
     return ExitCode::kDone;
 }
 
-// Damaged, read, with attachments; flagged, answered, forwarded.
+// Damaged, read, with attachments; flagged, answered, forwarded, a draft, for deletion.
 std::string FlagText(const ItemInfo& item, Marks marks, bool isDamaged)
 {
     std::string text = isDamaged ? "D" : "";
@@ -43,6 +43,8 @@ std::string FlagText(const ItemInfo& item, Marks marks, bool isDamaged)
     text += marks & kMarkFlagged ? "!" : "";
     text += marks & kMarkAnswered ? "<" : "";
     text += marks & kMarkForwarded ? ">" : "";
+    text += marks & kMarkDraft ? "d" : "";
+    text += marks & kMarkForDeletion ? "x" : "";
     return text;
 }
 
@@ -104,6 +106,8 @@ private:
                 {"flagged", (marks & kMarkFlagged) != 0},
                 {"answered", (marks & kMarkAnswered) != 0},
                 {"forwarded", (marks & kMarkForwarded) != 0},
+                {"draft", (marks & kMarkDraft) != 0},
+                {"forDeletion", (marks & kMarkForDeletion) != 0},
                 {"damaged", isDamaged},
                 {"id", id},
                 {"entryId", item.entryId}};

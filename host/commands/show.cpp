@@ -83,6 +83,8 @@ Json ReadItem(IMessage& message, const std::string& shown)
             {"flagged", (marks & kMarkFlagged) != 0},
             {"answered", (marks & kMarkAnswered) != 0},
             {"forwarded", (marks & kMarkForwarded) != 0},
+            {"draft", (marks & kMarkDraft) != 0},
+            {"forDeletion", (marks & kMarkForDeletion) != 0},
             {"body", ReadBody(message, shown)}};
 }
 

@@ -1,5 +1,6 @@
 // host/exchange/item_flags.h: what readers make of an item of a folder whose members share that: whether it
-// is read, flagged, answered, forwarded. No content and no version of the item: small records of their own.
+// is read, flagged, answered, forwarded, marked as a draft, marked for deletion. No content and no version of
+// the item: small records of their own.
 //
 // Of each flag the last change wins: the one with the later stamp, of two with the same stamp the one of the
 // greater device. Flags are joined change by change, so that devices that heard of the same changes, in
@@ -24,8 +25,8 @@ namespace quorvane::host::exchange {
 
 class ItemFlags {
 public:
-    // Read, flagged, answered, forwarded: the bits of Shown() from the lowest.
-    static constexpr std::size_t kCount = 4;
+    // Read, flagged, answered, forwarded, a draft, for deletion: the bits of Shown() from the lowest.
+    static constexpr std::size_t kCount = 6;
     // No later stamp is taken, or made: who changes a flag after that can't be told from who did before.
     static constexpr std::uint64_t kLastStamp = std::uint64_t{1} << 62;
 

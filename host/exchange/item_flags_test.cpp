@@ -96,7 +96,7 @@ TEST(ItemFlagsTest, TheyAreReadAsTheyWereWritten)
     for (std::size_t size = 0; size < bytes.size(); ++size)
         EXPECT_THROW(FlagsFrom(std::string_view(bytes).substr(0, size)), Error) << size;
     std::string unknown = bytes, neither = bytes, never = bytes, late = bytes;
-    unknown[0] = 0x1A;
+    unknown[0] = 0x4A;
     neither[1] = 2;
     std::fill_n(never.begin() + 2, 8, '\0');
     late[9] = 0x41;

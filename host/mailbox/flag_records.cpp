@@ -65,7 +65,7 @@ std::vector<FlagRecord> FlagRecords::Select(const char* where, const std::string
     std::vector<FlagRecord> records;
     while (select.Step())
         records.push_back({select.Text(0), select.Text(1), FlagsOfText(select.Text(0), select.Text(2)),
-                           select.Number(3) != 0, select.Number(4) != 0});
+                           select.Number(3) != 0, static_cast<std::uint8_t>(select.Number(4))});
     return records;
 }
 
@@ -93,7 +93,7 @@ std::map<std::string, exchange::ItemFlags> FlagRecords::Of(const std::string& fo
 std::vector<FlagRecord> FlagRecords::Due()
 {
     return Select(
-        "JOIN item ON item.id = item_flags.item WHERE ?1 = '' AND due = 1 AND deleted = 0 AND whole = 1", {},
+        "JOIN item ON item.id = item_flags.item WHERE ?1 = '' AND due <> 0 AND deleted = 0 AND whole = 1", {},
         -1);
 }
 
@@ -122,7 +122,7 @@ void FlagRecords::Put(const std::vector<FlagRecord>& records)
             .Bind(2, record.folderId)
             .Bind(3, FlagText(record.flags))
             .Bind(4, std::int64_t{record.isPending})
-            .Bind(5, std::int64_t{record.isDue})
+            .Bind(5, std::int64_t{record.due})
             .Run();
     transaction.Commit();
 }

@@ -20,7 +20,7 @@ struct FlagRecord {
     std::string folderId;
     exchange::ItemFlags flags;
     bool isPending = false;  // something was changed here that no package holds
-    bool isDue = false;      // the item's message doesn't show them yet
+    std::uint8_t due = 0;    // those of flags.Shown() that the item's message doesn't show as they are yet
 };
 
 // Any thread. Methods throw a HostError when the database fails.
@@ -37,7 +37,8 @@ public:
     // Of all items of a folder of which any is known, by rising id.
     std::map<std::string, exchange::ItemFlags> Of(const std::string& folderId);
     void Put(const std::vector<FlagRecord>& records);
-    // Those whose items are here and don't show them; and that one does, if nothing else was noted since.
+    // Those of which something is due, and whose items are here; and that one is shown, if nothing else was
+    // noted since.
     std::vector<FlagRecord> Due();
     void NoteShown(const FlagRecord& record);
     // How many of a folder's wait for their item.

@@ -12,9 +12,9 @@ namespace {
 class FlagRecordsTest : public ::testing::Test {
 protected:
     static FlagRecord Marked(const std::string& item, std::uint8_t shown, bool isPending = false,
-                             bool isDue = false)
+                             std::uint8_t due = 0)
     {
-        FlagRecord record{item, "{F}", {}, isPending, isDue};
+        FlagRecord record{item, "{F}", {}, isPending, due};
         record.flags.Show(shown, 100, exchange::DeviceId{});
         return record;
     }
@@ -40,9 +40,23 @@ TEST_F(FlagRecordsTest, TheyAreFoundAsTheyWerePut)
     EXPECT_EQ(flags.Pending("{F}", 0).size(), 0U);
 }
 
+// An earlier version noted only whether anything was.
+TEST_F(FlagRecordsTest, WhatWasDueBeforeEachFlagWasNotedIsAllOfThem)
+{
+    Database database(path, Database::Mode::kOpen);
+    database.Execute(
+        "DROP INDEX item_flags_due; CREATE INDEX item_flags_due ON item_flags (item) WHERE due = 1");
+    flags.Put({Marked("{A}", 3, false, 1), Marked("{B}", 3)});
+
+    Records::Upgrade(database, 12);
+
+    EXPECT_EQ(flags.Find("{A}")->due, 15U);
+    EXPECT_EQ(flags.Find("{B}")->due, 0U);
+}
+
 TEST_F(FlagRecordsTest, WhatIsDueIsShownOnceItsItemIsHere)
 {
-    flags.Put({Marked("{A}", 3, false, true)});
+    flags.Put({Marked("{A}", 3, false, 2)});
     EXPECT_TRUE(flags.Due().empty());
     EXPECT_EQ(flags.CountWaiting("{F}"), 1);
     ItemRecord item{"{A}", "{F}", {1, "alice"}, false, 0};
@@ -52,6 +66,7 @@ TEST_F(FlagRecordsTest, WhatIsDueIsShownOnceItsItemIsHere)
     EXPECT_EQ(flags.CountWaiting("{F}"), 0);
     records.SetModified("{A}", 5);
     ASSERT_EQ(flags.Due().size(), 1U);
+    EXPECT_EQ(flags.Due()[0].due, 2U);
     flags.NoteShown(Marked("{A}", 1));
     EXPECT_EQ(flags.Due().size(), 1U) << "they have changed since";
     flags.NoteShown(flags.Due()[0]);

@@ -301,10 +301,17 @@ CREATE TABLE applied_within (
     PRIMARY KEY (day, seconds)) WITHOUT ROWID;
 )sql";
 
+// From version 12 on: `item_flags.due` is a set of flags.
+constexpr char kUpgradeFrom12[] = R"sql(
+UPDATE item_flags SET due = 15 WHERE due <> 0;
+DROP INDEX item_flags_due;
+CREATE INDEX item_flags_due ON item_flags (item) WHERE due <> 0;
+)sql";
+
 // Each brings the records from the version that is its place, counted from 1, to the next.
-constexpr const char* kUpgrades[] = {kUpgradeFrom1, kUpgradeFrom2,  kUpgradeFrom3, kUpgradeFrom4,
-                                     kUpgradeFrom5, kUpgradeFrom6,  kUpgradeFrom7, kUpgradeFrom8,
-                                     kUpgradeFrom9, kUpgradeFrom10, kUpgradeFrom11};
+constexpr const char* kUpgrades[] = {kUpgradeFrom1, kUpgradeFrom2,  kUpgradeFrom3,  kUpgradeFrom4,
+                                     kUpgradeFrom5, kUpgradeFrom6,  kUpgradeFrom7,  kUpgradeFrom8,
+                                     kUpgradeFrom9, kUpgradeFrom10, kUpgradeFrom11, kUpgradeFrom12};
 static_assert(std::size(kUpgrades) + 1 == Records::kVersion);
 
 }  // namespace

@@ -59,7 +59,7 @@ protected:
     const std::string& AnyFolder() { return kFolders[Below(2)]; }
     static const std::string& Other(const std::string& folder) { return kFolders[folder == "A" ? 1 : 0]; }
     std::string NewSubject() { return "subject " + std::to_string(++number_); }
-    Marks AnyMarks() { return static_cast<Marks>(Below(16)); }
+    Marks AnyMarks() { return static_cast<Marks>(Below(kAllMarks + 1)); }
 
     // Mails lie on the disk as the adversary left them; found by their subjects.
     std::optional<SeenFile> FileOf(const Mail& mail)
@@ -107,7 +107,7 @@ protected:
         std::string base = std::to_string(1'000'000 + Below(1'000'000)) + ".N" + std::to_string(++number_);
         if (Below(3) == 0)
             base += ",U=" + std::to_string(Below(100));
-        return base + ":2," + InfoWith(Below(4) == 0 ? "Tab" : "", marks);
+        return base + ":2," + InfoWith(Below(4) == 0 ? "ab" : "", marks);
     }
 
     void DeliverFile()

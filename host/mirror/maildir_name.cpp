@@ -16,8 +16,8 @@ struct MarkLetter {
     Marks mark;
     char letter;
 };
-constexpr MarkLetter kMarkLetters[] = {
-    {kMarkRead, 'S'}, {kMarkFlagged, 'F'}, {kMarkAnswered, 'R'}, {kMarkForwarded, 'P'}};
+constexpr MarkLetter kMarkLetters[] = {{kMarkRead, 'S'},      {kMarkFlagged, 'F'}, {kMarkAnswered, 'R'},
+                                       {kMarkForwarded, 'P'}, {kMarkDraft, 'D'},   {kMarkForDeletion, 'T'}};
 
 bool IsLetter(char c) noexcept
 {

@@ -21,8 +21,8 @@ struct MaildirName {
     std::string Text() const { return hasInfo ? base + ":2," + info : base; }
 };
 
-// The marks that the letters of an info part tell: S read, F flagged, R answered, P passed on. The letters T
-// (to be deleted) and D (draft), keywords (a to z) and what stands behind the letters tell none.
+// The marks that the letters of an info part tell: S read, F flagged, R answered, P passed on, D a draft,
+// T to be deleted. Keywords (a to z) and what stands behind the letters tell none.
 Marks MarksOfInfo(std::string_view info) noexcept;
 
 // An info part with the letters of `marks`, in the order that Maildirs ask for; what else stands in it is

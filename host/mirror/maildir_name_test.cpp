@@ -19,15 +19,15 @@ TEST(MaildirNameTest, AnInfoPartStandsBehindTheLastMark)
 
 TEST(MaildirNameTest, LettersTellMarksAndOthersDoNot)
 {
-    EXPECT_EQ(MarksOfInfo("FPRS"), kAllMarks);
-    EXPECT_EQ(MarksOfInfo("DTfprs"), 0);
-    EXPECT_EQ(MarksOfInfo("D,S"), 0);
+    EXPECT_EQ(MarksOfInfo("DFPRST"), kAllMarks);
+    EXPECT_EQ(MarksOfInfo("dfprst"), 0);
+    EXPECT_EQ(MarksOfInfo("D,S"), kMarkDraft);
 }
 
 TEST(MaildirNameTest, WhatElseStandsInAnInfoPartIsKept)
 {
     EXPECT_EQ(InfoWith("", kMarkRead | kMarkFlagged), "FS");
-    EXPECT_EQ(InfoWith("DSTab", kMarkAnswered), "DRTab");
+    EXPECT_EQ(InfoWith("DSTXab", kMarkAnswered | kMarkForDeletion), "RTXab");
     EXPECT_EQ(InfoWith("S,x=S", 0), ",x=S");
     EXPECT_EQ(InfoWith("SS", kMarkRead), "S");
 }

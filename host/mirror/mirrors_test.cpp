@@ -81,20 +81,21 @@ TEST_F(MirrorsTest, AFirstTieOfTwoThatBothHaveMailDoublesNone)
 TEST_F(MirrorsTest, MarksGoBothWaysAndOtherLettersStay)
 {
     TieBoth();
-    WriteFile(Cur("A", "1.x,U=3:2,DTbc"), MailText("1", "one"));
+    WriteFile(Cur("A", "1.x,U=3:2,DXbc"), MailText("1", "one"));
     Settle();
     const std::string id = Items("A")[0].id;
+    EXPECT_EQ(Items("A")[0].marks, kMarkDraft);
 
-    ASSERT_TRUE(SetMarks(session, id, kMarkRead | kMarkForwarded, kAllMarks));
+    ASSERT_TRUE(SetMarks(session, id, kMarkRead | kMarkForwarded | kMarkForDeletion, kAllMarks));
     Settle();
-    EXPECT_THAT(FileNames("A"), UnorderedElementsAre("cur/1.x,U=3:2,DPSTbc"));
+    EXPECT_THAT(FileNames("A"), UnorderedElementsAre("cur/1.x,U=3:2,PSTXbc"));
 
     // Each side changes another one at the same time.
-    fs::rename(Cur("A", "1.x,U=3:2,DPSTbc"), Cur("A", "1.x,U=3:2,DFPSTb"));
+    fs::rename(Cur("A", "1.x,U=3:2,PSTXbc"), Cur("A", "1.x,U=3:2,FPSTXb"));
     ASSERT_TRUE(SetMarks(session, id, 0, kMarkForwarded));
     Settle();
-    EXPECT_THAT(FileNames("A"), UnorderedElementsAre("cur/1.x,U=3:2,DFSTb"));
-    EXPECT_EQ(Items("A")[0].marks, kMarkRead | kMarkFlagged);
+    EXPECT_THAT(FileNames("A"), UnorderedElementsAre("cur/1.x,U=3:2,FSTXb"));
+    EXPECT_EQ(Items("A")[0].marks, kMarkRead | kMarkFlagged | kMarkForDeletion);
 }
 
 TEST_F(MirrorsTest, AMoveBetweenMirrorsKeepsTheItem)

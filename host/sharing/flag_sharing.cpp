@@ -36,9 +36,18 @@ FlagSharing::FlagSharing(const Addin::Parts& parts)
 
 FlagRecord FlagSharing::Known(const std::string& id, const std::string& folderId)
 {
-    FlagRecord record = records_.Find(id).value_or(FlagRecord{id, {}, {}, false, false});
+    FlagRecord record = records_.Find(id).value_or(FlagRecord{id, {}, {}, false, 0});
     record.folderId = folderId;
     return record;
+}
+
+bool FlagSharing::NoteMarks(Marks marks, FlagRecord& record) const
+{
+    const auto made = static_cast<Marks>((marks & ~record.due) | (record.flags.Shown() & record.due));
+    if (!record.flags.Show(made, FileTimeNow(), own_))
+        return false;
+    record.isPending = true;
+    return true;
 }
 
 // What was marked here and nobody has looked at yet counts as marked now.
@@ -51,12 +60,11 @@ void FlagSharing::KeepMarks(const std::string& id, const std::string& folderId)
     const auto row = parts_.state.RowOfId(id);
     const auto item = parts_.records.FindItem(id);
     const ComPtr<IMessage> message = row ? OpenMessage(parts_.mail, row->entryId, false) : nullptr;
-    if (message && item && item->isWhole && !record.isDue &&
-        record.flags.Show(MarksOf(*message), FileTimeNow(), own_))
-        record.isPending = true;
+    if (message && item && item->isWhole)
+        NoteMarks(MarksOf(*message), record);
     if (record.flags.IsEmpty())
         return;
-    record.isDue = true;
+    record.due = kAllMarks;
     records_.Put({record});
 }
 
@@ -86,7 +94,7 @@ bool FlagSharing::Hear(const exchange::FlagNote& note)
         if (!record.flags.Take(told.flags))
             continue;
         waiting += item ? 0 : 1;
-        record.isDue = record.isDue || record.flags.Shown() != before;
+        record.due |= record.flags.Shown() ^ before;
         changed.push_back(std::move(record));
     }
     records_.Put(changed);
@@ -106,7 +114,7 @@ std::vector<Share> FlagSharing::SharedWithFlags()
 bool FlagSharing::ShowOne(const FlagRecord& record)
 {
     const auto row = parts_.state.RowOfId(record.item);
-    return row && SetMarks(parts_.mail, row->entryId, record.flags.Shown(), kAllMarks);
+    return row && SetMarks(parts_.mail, row->entryId, record.flags.Shown(), record.due);
 }
 
 void FlagSharing::ShowDue()
@@ -128,7 +136,7 @@ std::string FlagSharing::LookOfStore() const
            std::to_string(parts_.statistics.lastActivity.load());
 }
 
-// Whether a row is as it is known to be, or its item is no shared one yet.
+// Whether a row is as it is known to be.
 bool FlagSharing::LookAt(const Share& share, const std::string& entryId, Marks marks,
                          std::vector<FlagRecord>& changed)
 {
@@ -137,13 +145,10 @@ bool FlagSharing::LookAt(const Share& share, const std::string& entryId, Marks m
     if (!item || item->deleted || !item->isWhole || item->folderId != share.folderId)
         return false;
     FlagRecord record = Known(row->id, share.folderId);
-    if (record.isDue)
-        return false;
-    if (record.flags.Show(marks, FileTimeNow(), own_)) {
-        record.isPending = true;
+    const bool isShown = record.due == 0;
+    if (NoteMarks(marks, record))
         changed.push_back(std::move(record));
-    }
-    return true;
+    return isShown;
 }
 
 void FlagSharing::Look(const Share& share)

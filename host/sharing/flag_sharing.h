@@ -63,6 +63,9 @@ private:
     void SendAll(const Share& share, const std::vector<std::string>& devices,
                  const std::map<std::string, exchange::ItemFlags>& flags, bool isAll);
     FlagRecord Known(const std::string& id, const std::string& folderId);
+    // What readers here made of an item: of marks that are still to be shown nothing is seen in it. True when
+    // anything changed.
+    bool NoteMarks(Marks marks, FlagRecord& record) const;
 
     Addin::Parts parts_;
     FlagRecords records_;

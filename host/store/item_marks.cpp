@@ -1,5 +1,7 @@
 #include "host/store/item_marks.h"
 
+#include <utility>
+
 #include "host/base/errors.h"
 #include "host/store/folders.h"
 #include "host/store/properties.h"
@@ -9,26 +11,28 @@ namespace quorvane::host {
 namespace {
 
 // Bits of the status, by their published meanings; the last one is of those that are left to applications.
-constexpr ULONG kStatusTagged = 0x2;
-constexpr ULONG kStatusAnswered = 0x200;
-constexpr ULONG kStatusForwarded = 0x10000;
+constexpr std::pair<Marks, ULONG> kStatusBits[] = {{kMarkFlagged, 0x2},
+                                                   {kMarkForDeletion, 0x8},
+                                                   {kMarkDraft, 0x100},
+                                                   {kMarkAnswered, 0x200},
+                                                   {kMarkForwarded, 0x10000}};
 
 }  // namespace
 
 ULONG StatusOf(Marks marks) noexcept
 {
-    return ((marks & kMarkFlagged) != 0 ? kStatusTagged : 0) |
-           ((marks & kMarkAnswered) != 0 ? kStatusAnswered : 0) |
-           ((marks & kMarkForwarded) != 0 ? kStatusForwarded : 0);
+    ULONG status = 0;
+    for (const auto& [mark, bit] : kStatusBits)
+        status |= (marks & mark) != 0 ? bit : 0;
+    return status;
 }
 
 Marks MarksOf(LONG flags, LONG status) noexcept
 {
     const auto bits = static_cast<ULONG>(status);
     int marks = (flags & static_cast<LONG>(MSGFLAG_READ)) != 0 ? kMarkRead : 0;
-    marks |= (bits & kStatusTagged) != 0 ? kMarkFlagged : 0;
-    marks |= (bits & kStatusAnswered) != 0 ? kMarkAnswered : 0;
-    marks |= (bits & kStatusForwarded) != 0 ? kMarkForwarded : 0;
+    for (const auto& [mark, bit] : kStatusBits)
+        marks |= (bits & bit) != 0 ? mark : 0;
     return static_cast<Marks>(marks);
 }
 

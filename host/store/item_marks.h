@@ -1,5 +1,5 @@
 // host/store/item_marks.h: what a reader makes of an item and is no content of it: whether he read, flagged,
-// answered or forwarded it.
+// answered or forwarded it, marked it as a draft of his, or as one to be deleted.
 //
 // Changes of them leave the message as it is, its modification time too. They lie beside it in the store: the
 // read state in PR_MESSAGE_FLAGS, the others in the status that IMAPIFolder::SetMessageStatus sets, so that
@@ -21,7 +21,9 @@ inline constexpr Marks kMarkRead = 1;
 inline constexpr Marks kMarkFlagged = 2;
 inline constexpr Marks kMarkAnswered = 4;
 inline constexpr Marks kMarkForwarded = 8;
-inline constexpr Marks kAllMarks = 15;
+inline constexpr Marks kMarkDraft = 16;
+inline constexpr Marks kMarkForDeletion = 32;
+inline constexpr Marks kAllMarks = 63;
 
 // By an item's PR_MESSAGE_FLAGS and its status.
 Marks MarksOf(LONG flags, LONG status) noexcept;

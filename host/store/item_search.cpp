@@ -84,10 +84,13 @@ SRestriction OfState(const std::string& word, std::string_view state)
         return OfBits(PR_MESSAGE_FLAGS, MSGFLAG_READ, state == "read");
     for (const auto& [name, mark] : {std::pair<std::string_view, Marks>{"flagged", kMarkFlagged},
                                      {"answered", kMarkAnswered},
-                                     {"forwarded", kMarkForwarded}})
+                                     {"forwarded", kMarkForwarded},
+                                     {"draft", kMarkDraft},
+                                     {"for-deletion", kMarkForDeletion}})
         if (state == name)
             return OfBits(quorvane::kPrMessageStatus, StatusOf(mark), true);
-    Misunderstand(word, "'is:' is followed by read, unread, flagged, answered or forwarded");
+    Misunderstand(word,
+                  "'is:' is followed by read, unread, flagged, answered, forwarded, draft or for-deletion");
 }
 
 // What a table is sorted by; PR_NULL: nothing.

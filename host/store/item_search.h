@@ -2,7 +2,7 @@
 //
 //     from:TEXT  to:TEXT  subject:TEXT  body:TEXT  TEXT (subject or sender)
 //     date:PERIOD  date:FROM..TO (either may be left out)  a PERIOD: 2026, 2026-11 or 2026-11-23, in UTC
-//     is:read  is:unread  is:flagged  is:answered  is:forwarded  has:attachment
+//     is:read  is:unread  is:flagged  is:answered  is:forwarded  is:draft  is:for-deletion  has:attachment
 //
 // An item is found when all words hold. Texts are found anywhere, in either case.
 #ifndef QUORVANE_HOST_STORE_ITEM_SEARCH_H_

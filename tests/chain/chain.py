@@ -27,7 +27,7 @@ from xml.sax.saxutils import quoteattr
 
 DOVECOT = '/usr/lib/dovecot/imap'
 FOLDERS = {'INBOX': 'Work', 'Done': 'Done'}  # of the server, and of the mailbox
-FLAGS = (r'\Seen', r'\Flagged', r'\Answered')
+FLAGS = (r'\Seen', r'\Flagged', r'\Answered', r'\Draft')
 MOST_GOING = 20  # at one end at once: more than a hundred would have to be confirmed
 LARGEST = 1 << 20
 SKIPPED = 77
@@ -280,11 +280,11 @@ class Chain:
         self.disturb()
         if not self.settle('delivered'):
             return False
-        self.change(((FLAGS[0], FLAGS[2]), (FLAGS[1],)))
+        self.change(((FLAGS[0], FLAGS[2]), (FLAGS[1], FLAGS[3])))
         self.disturb()
         if not self.settle('changed while killed'):
             return False
-        self.change(((FLAGS[1],), (FLAGS[0], FLAGS[2])))
+        self.change(((FLAGS[1], FLAGS[3]), (FLAGS[0], FLAGS[2])))
         return self.settle('changed')
 
     def end(self):

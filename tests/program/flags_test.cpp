@@ -1,5 +1,5 @@
-// What readers make of mails: whether they are read, flagged, answered, forwarded. It stays with each of
-// them, unless the folder's members share it.
+// What readers make of mails: whether they are read, flagged, answered, forwarded and so on. It stays with
+// each of them, unless the folder's members share it.
 #include <algorithm>
 #include <cstdlib>
 #include <fstream>
@@ -46,7 +46,9 @@ protected:
                 return std::string(item.at("read").get<bool>() ? "R" : "-") +
                        (item.at("flagged").get<bool>() ? "F" : "-") +
                        (item.at("answered").get<bool>() ? "A" : "-") +
-                       (item.at("forwarded").get<bool>() ? "W" : "-");
+                       (item.at("forwarded").get<bool>() ? "W" : "-") +
+                       (item.at("draft").get<bool>() ? "D" : "") +
+                       (item.at("forDeletion").get<bool>() ? "T" : "");
         return "missing";
     }
     std::string Subject(const std::string& name) const { return Items(name, "Shared").at(0).at("subject"); }
@@ -97,11 +99,11 @@ TEST_F(FlagsTest, SharedMarksComeTogetherInPackagesOfTheirOwn)
         EXPECT_EQ(Sum(counts, what), 0U) << what;
     EXPECT_EQ(Sum(Settle(), "packagesSent"), 0U) << "nothing echoes";
 
-    Mark("bob", {"--unread"});
-    Mark("alice", {"--unflag", "--forwarded"});
+    Mark("bob", {"--unread", "--draft"});
+    Mark("alice", {"--unflag", "--forwarded", "--for-deletion"});
     counts = Settle();
 
-    ExpectMarks("--AW");
+    ExpectMarks("--AWDT");
     EXPECT_EQ(Sum(counts, "packagesSent"), 2U);
     EXPECT_EQ(Sum(Settle(), "packagesSent"), 0U);
 }

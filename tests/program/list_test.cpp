@@ -79,11 +79,15 @@ TEST_F(ListTest, WhatReadersMakeOfItemsIsSearchedFor)
 {
     MustRun({"edit", Mailbox("a"), "In", "2", "--unread", "--flag"});
     MustRun({"edit", Mailbox("a"), "In", "3", "--answered", "--forwarded"});
+    MustRun({"edit", Mailbox("a"), "In", "1", "--draft"});
+    MustRun({"edit", Mailbox("a"), "In", "2", "--for-deletion"});
     EXPECT_EQ(Listed({"is:unread"}), (Numbers{2}));
     EXPECT_EQ(Listed({"is:read"}), (Numbers{1, 3}));
     EXPECT_EQ(Listed({"is:flagged"}), (Numbers{2}));
     EXPECT_EQ(Listed({"is:answered"}), (Numbers{3}));
     EXPECT_EQ(Listed({"is:forwarded"}), (Numbers{3}));
+    EXPECT_EQ(Listed({"is:draft"}), (Numbers{1}));
+    EXPECT_EQ(Listed({"is:for-deletion"}), (Numbers{2}));
     EXPECT_EQ(Listed({"has:attachment"}), (Numbers{}));
 }
 

@@ -174,7 +174,7 @@ TEST_F(MailFilesTest, AnItemIsMarkedAndShownAsMarked)
     Import({Path("1.eml").string()});
     const auto marks = [](const Json& item) {
         std::string text;
-        for (const char* const mark : {"read", "flagged", "answered", "forwarded"})
+        for (const char* const mark : {"read", "flagged", "answered", "forwarded", "draft", "forDeletion"})
             text += item.at(mark).get<bool>() ? '1' : '0';
         return text;
     };
@@ -184,14 +184,16 @@ TEST_F(MailFilesTest, AnItemIsMarkedAndShownAsMarked)
         arguments.insert(arguments.end(), options.begin(), options.end());
         return marks(MustRun(arguments).Value());
     };
-    EXPECT_EQ(edited({"--unread"}), "0000");
-    EXPECT_EQ(edited({"--read", "--flag"}), "1100");
-    EXPECT_EQ(edited({"--unread", "--answered", "--forwarded"}), "0111");
-    EXPECT_EQ(edited({"--unflag", "--subject", "two"}), "0011");
-    EXPECT_EQ(edited({"--read"}), "1011");
-    EXPECT_EQ(marks(listed()), "1011");
+    EXPECT_EQ(edited({"--unread"}), "000000");
+    EXPECT_EQ(edited({"--read", "--flag"}), "110000");
+    EXPECT_EQ(edited({"--unread", "--answered", "--forwarded"}), "011100");
+    EXPECT_EQ(edited({"--unflag", "--subject", "two"}), "001100");
+    EXPECT_EQ(edited({"--read", "--for-deletion"}), "101101");
+    EXPECT_EQ(edited({"--draft", "--not-for-deletion"}), "101110");
+    EXPECT_EQ(edited({"--no-draft"}), "101100");
+    EXPECT_EQ(marks(listed()), "101100");
     EXPECT_EQ(listed().at("subject"), "two");
-    EXPECT_EQ(marks(MustRun({"show", Mailbox("a"), "In", "1", "--json"}).Value()), "1011");
+    EXPECT_EQ(marks(MustRun({"show", Mailbox("a"), "In", "1", "--json"}).Value()), "101100");
     EXPECT_NE(MustRun({"show", Mailbox("a"), "In", "1"}).output.find("Marked: read, answered, forwarded\n"),
               std::string::npos);
     EXPECT_NE(MustRun({"list", Mailbox("a"), "In"}).output.find("R-<>"), std::string::npos);
