@@ -79,6 +79,10 @@ public:
     // Reads a file that is still what it was when it was listed; false where it isn't.
     bool Read(const MailFile& file, MailBytes& bytes) const;
 
+    // A file that was changed in the last minute may not be on the disk yet: it is when this returns. True
+    // where it may not have been, its name either.
+    bool SyncNew(const MailFile& file) const;
+
     // A file that is being written in tmp/; it goes with this unless it was delivered.
     class NewFile {
     public:

@@ -381,6 +381,18 @@ bool Maildir::Read(const MailFile& file, MailBytes& bytes) const
     return file.digest.empty() || DigestText(digest) == file.digest;
 }
 
+// Systems write out what was changed within half a minute.
+bool Maildir::SyncNew(const MailFile& file) const
+{
+    if (file.look.time != 0 && !IsYoung(file.look.time, Now(), std::chrono::minutes(1)))
+        return false;
+    const Descriptor open(
+        openat(PartOf(file.part), file.name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    if (open && fsync(open.Get()) != 0)
+        FailAt("write the mail", path_ / file.part / file.name, errno);
+    return true;
+}
+
 Maildir::NewFile Maildir::Begin(const std::string& base) const
 {
     return NewFile(tmp_.Get(), base);
@@ -458,9 +470,10 @@ bool Maildir::Remove(const MailFile& file) const
     return false;
 }
 
+// What is removed goes by way of tmp/.
 void Maildir::Sync() const
 {
-    for (const int part : {cur_.Get(), new_.Get()})
+    for (const int part : {cur_.Get(), new_.Get(), tmp_.Get()})
         if (fsync(part) != 0)
             FailAt("write to the Maildir", path_, errno);
 }

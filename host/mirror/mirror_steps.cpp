@@ -92,11 +92,58 @@ void MirrorSteps::RunSome(const Steps& steps)
                 changes.removed.push_back(step->Pair().number);
         return records_.Note(changes);
     }
+    if (kind == Kind::kFinishNext || kind == Kind::kMoveFile || kind == Kind::kMark ||
+        kind == Kind::kDeleteFile)
+        return ChangeFiles(steps);
+    SyncGround(steps);
     for (const MirrorStep* const step : steps) {
         if (stop_())
             return;
         TryOne(*step, [&] { RunOne(*step); });
     }
+}
+
+// Who removed or renamed a file may not have waited for the disk: what follows from it does.
+void MirrorSteps::SyncGround(const Steps& steps) const
+{
+    std::set<const Maildir*> grounds;
+    for (const MirrorStep* const step : steps)
+        if (step->kind == Kind::kDeleteItem || step->kind == Kind::kMoveItem)
+            grounds.insert(SidesOf(step->mirror).maildir);
+    for (const Maildir* const maildir : grounds)
+        maildir->Sync();
+}
+
+void MirrorSteps::ChangeFiles(const Steps& steps)
+{
+    FileChanges changes;
+    for (const MirrorStep* const step : steps) {
+        if (stop_())
+            break;
+        TryOne(*step, [&] { ChangeFile(*step, changes); });
+    }
+    Note(changes);
+}
+
+void MirrorSteps::ChangeFile(const MirrorStep& step, FileChanges& changes)
+{
+    switch (step.kind) {
+        case Kind::kFinishNext:
+            return FinishNext(step, changes);
+        case Kind::kMoveFile:
+            return MoveFile(step, changes);
+        case Kind::kMark:
+            return Mark(step, changes);
+        default:
+            return DeleteFile(step, changes);
+    }
+}
+
+void MirrorSteps::Note(const FileChanges& changes)
+{
+    for (const Maildir* const maildir : changes.touched)
+        maildir->Sync();
+    records_.Note(changes.noted);
 }
 
 void MirrorSteps::TryOne(const MirrorStep& step, const std::function<void()>& work)
@@ -113,24 +160,20 @@ void MirrorSteps::TryOne(const MirrorStep& step, const std::function<void()>& wo
 void MirrorSteps::RunOne(const MirrorStep& step)
 {
     switch (step.kind) {
-        case Kind::kFinishNext:
-            return FinishNext(step);
         case Kind::kMoveItem:
             return MoveItem(step);
-        case Kind::kMoveFile:
-            return MoveFile(step);
         case Kind::kUpdateItem:
             return UpdateItem(step);
         case Kind::kUpdateFile:
             return UpdateFile(step);
         case Kind::kCompare:
             return Compare(step);
-        case Kind::kMark:
-            return Mark(step);
         case Kind::kDeleteItem:
             return DeleteItem(step);
+        case Kind::kFinishNext:
+        case Kind::kMoveFile:
+        case Kind::kMark:
         case Kind::kDeleteFile:
-            return DeleteFile(step);
         case Kind::kForget:
         case Kind::kNote:
         case Kind::kImport:
@@ -152,7 +195,7 @@ void MirrorSteps::Forget(const MailPair& pair)
 // A kill before they are noted leaves items that are found again as the same mails.
 void MirrorSteps::Import(const Steps& steps)
 {
-    MirrorRecords::Changes changes;
+    FileChanges changes;
     for (const MirrorStep* const step : steps) {
         if (stop_())
             break;
@@ -162,6 +205,8 @@ void MirrorSteps::Import(const Steps& steps)
             MailBytes bytes;
             if (!sides.maildir->Read(file, bytes))
                 return;  // it was changed, or is gone
+            if (sides.maildir->SyncNew(file))
+                changes.touched.insert(sides.maildir);
             std::function<bool(const std::string&)> isFree;
             if (!free_.empty())
                 isFree = [this](const std::string& id) { return free_.contains(id); };
@@ -175,13 +220,13 @@ void MirrorSteps::Import(const Steps& steps)
             pair.look = file.look;
             pair.digest = file.digest;
             pair.modified = imported.item.modified;
-            changes.put.push_back(std::move(pair));
+            changes.noted.put.push_back(std::move(pair));
         });
     }
-    if (changes.put.empty())
+    if (changes.noted.put.empty())
         return;
     Check(session_.Store().SaveChanges(0), "save", "the items of Maildirs");
-    records_.Note(changes);
+    Note(changes);
 }
 
 void MirrorSteps::Deliver(const Steps& steps)
@@ -203,16 +248,13 @@ void MirrorSteps::Deliver(const Steps& steps)
         delivered.push_back(step);
     }
     records_.Note(begun);
-    MirrorRecords::Changes done;
-    std::set<const Maildir*> written;
+    FileChanges done;
     for (std::size_t i = 0; i < delivered.size() && !stop_(); ++i)
-        TryOne(*delivered[i], [&] { DeliverOne(begun.put[i], done, written); });
-    for (const Maildir* const maildir : written)
-        maildir->Sync();
-    records_.Note(done);
+        TryOne(*delivered[i], [&] { DeliverOne(begun.put[i], done); });
+    Note(done);
 }
 
-void MirrorSteps::DeliverOne(MailPair pair, MirrorRecords::Changes& done, std::set<const Maildir*>& written)
+void MirrorSteps::DeliverOne(MailPair pair, FileChanges& done)
 {
     const MirrorSides& sides = SidesOf(pair.mirror);
     Maildir::NewFile file = sides.maildir->Begin(pair.base);
@@ -223,20 +265,21 @@ void MirrorSteps::DeliverOne(MailPair pair, MirrorRecords::Changes& done, std::s
     const auto [part, name] = PlaceFor(pair.base, {}, pair.marks);
     if (!sides.maildir->Deliver(file, part, name))
         Fail("deliver", name, "there is something else of that name");
-    written.insert(sides.maildir);
+    done.touched.insert(sides.maildir);
     pair.isArriving = false;
     pair.number = 0;  // in the place of the one that was noted at the beginning
-    done.put.push_back(std::move(pair));
+    done.noted.put.push_back(std::move(pair));
 }
 
 // The file before goes, unless it was changed: it is a new mail then. Its marks may be others by now than
 // those that the next one was given.
-void MirrorSteps::FinishNext(const MirrorStep& step)
+void MirrorSteps::FinishNext(const MirrorStep& step, FileChanges& changes)
 {
     const MirrorSides& sides = SidesOf(step.mirror);
     MailPair pair = step.Pair();
     if (step.former && step.former->digest == pair.digest) {
         const Marks marks = AgreeOnMarks(pair.marks, step.former->marks, step.File().marks);
+        changes.touched.insert(sides.maildir);
         if (!MarkFile(sides, step.File(), marks) || !sides.maildir->Remove(*step.former))
             return;
     }
@@ -244,7 +287,7 @@ void MirrorSteps::FinishNext(const MirrorStep& step)
     pair.next.clear();
     pair.look = step.File().look;
     pair.digest = step.File().digest;
-    Put(pair);
+    changes.noted.put.push_back(std::move(pair));
 }
 
 void MirrorSteps::MoveItem(const MirrorStep& step)
@@ -261,7 +304,7 @@ void MirrorSteps::MoveItem(const MirrorStep& step)
     Put(pair);
 }
 
-void MirrorSteps::MoveFile(const MirrorStep& step)
+void MirrorSteps::MoveFile(const MirrorStep& step, FileChanges& changes)
 {
     const MirrorSides& from = SidesOf(step.from);
     const MirrorSides& to = SidesOf(step.mirror);
@@ -277,16 +320,15 @@ void MirrorSteps::MoveFile(const MirrorStep& step)
     if (renamed == Maildir::Renamed::kOtherDisk) {
         // The item is what both have, and is delivered there as a new one.
         if (to.folder->TimeOfItem(pair.item) != 0 && from.maildir->Remove(file))
-            Forget(pair);
+            NoteRemoved(pair, *from.maildir, changes);
         return;
     }
     if (renamed != Maildir::Renamed::kDone)
         return;
-    from.maildir->Sync();
-    to.maildir->Sync();
+    changes.touched.insert({from.maildir, to.maildir});
     pair.mirror = step.mirror;
     pair.base = name.base;
-    Put(pair);
+    changes.noted.put.push_back(std::move(pair));
 }
 
 void MirrorSteps::UpdateItem(const MirrorStep& step)
@@ -296,6 +338,8 @@ void MirrorSteps::UpdateItem(const MirrorStep& step)
     MailBytes bytes;
     if (!sides.maildir->Read(step.File(), bytes) || sides.folder->TimeOfItem(pair.item) != pair.modified)
         return;
+    if (sides.maildir->SyncNew(step.File()))
+        sides.maildir->Sync();
     pair.modified = sides.folder->Update(pair.item, bytes);
     Check(session_.Store().SaveChanges(0), "save", "the items of Maildirs");
     pair.base = step.File().base;
@@ -345,7 +389,7 @@ void MirrorSteps::Compare(const MirrorStep& step)
     Put(pair);
 }
 
-void MirrorSteps::Mark(const MirrorStep& step)
+void MirrorSteps::Mark(const MirrorStep& step, FileChanges& changes)
 {
     const MirrorSides& sides = SidesOf(step.mirror);
     const MailFile& file = step.File();
@@ -355,10 +399,11 @@ void MirrorSteps::Mark(const MirrorStep& step)
         return;
     if (!MarkFile(sides, file, step.marks))
         return;
+    changes.touched.insert(sides.maildir);
     pair.marks = step.marks;
     pair.base = file.base;
     pair.look = file.look;
-    Put(pair);
+    changes.noted.put.push_back(std::move(pair));
 }
 
 void MirrorSteps::DeleteItem(const MirrorStep& step)
@@ -368,14 +413,21 @@ void MirrorSteps::DeleteItem(const MirrorStep& step)
 }
 
 // An item that was moved while the folders were listed may be in none of the lists.
-void MirrorSteps::DeleteFile(const MirrorStep& step)
+void MirrorSteps::DeleteFile(const MirrorStep& step, FileChanges& changes)
 {
     const std::string place = FolderOfMessage(session_, step.Pair().item);
     for (const auto& [number, sides] : sides_)
         if (!place.empty() && sides.mirror->entryId == place)
             return;
-    if (SidesOf(step.mirror).maildir->Remove(step.File()))
-        Forget(step.Pair());
+    const Maildir& maildir = *SidesOf(step.mirror).maildir;
+    if (maildir.Remove(step.File()))
+        NoteRemoved(step.Pair(), maildir, changes);
+}
+
+void MirrorSteps::NoteRemoved(const MailPair& pair, const Maildir& maildir, FileChanges& changes)
+{
+    changes.touched.insert(&maildir);
+    changes.noted.removed.push_back(pair.number);
 }
 
 }  // namespace quorvane::host

@@ -1,8 +1,9 @@
 // host/mirror/mirror_steps.h: carries out what a plan asks for, on both sides of the mirrors.
 //
-// What is done is noted in an order in which a kill at any moment loses nothing and doubles nothing: that a
-// file is about to be written is noted before it, that it's there once it is on the disk; an item is on the
-// disk before it is noted; what goes is in the trash before.
+// What is done is noted in an order in which a kill, or a power cut, at any moment loses nothing and doubles
+// nothing: that a file is about to be written is noted before it; that it's there, is gone or has another
+// name, once that is on the disk, whoever did it; an item is on the disk before it is noted; what goes is in
+// the trash before.
 #ifndef QUORVANE_HOST_MIRROR_MIRROR_STEPS_H_
 #define QUORVANE_HOST_MIRROR_MIRROR_STEPS_H_
 
@@ -41,21 +42,32 @@ public:
 private:
     using Steps = std::vector<const MirrorStep*>;
 
+    // Changes of files, and what is to be noted of them once they are on the disk.
+    struct FileChanges {
+        MirrorRecords::Changes noted;
+        std::set<const Maildir*> touched;
+    };
+
     void RunSome(const Steps& steps);
+    void SyncGround(const Steps& steps) const;
+    void ChangeFiles(const Steps& steps);
+    void ChangeFile(const MirrorStep& step, FileChanges& changes);
+    void Note(const FileChanges& changes);
     void TryOne(const MirrorStep& step, const std::function<void()>& work);
     void RunOne(const MirrorStep& step);
     void Import(const Steps& steps);
     void Deliver(const Steps& steps);
-    void DeliverOne(MailPair pair, MirrorRecords::Changes& done, std::set<const Maildir*>& written);
-    void FinishNext(const MirrorStep& step);
+    void DeliverOne(MailPair pair, FileChanges& done);
+    void FinishNext(const MirrorStep& step, FileChanges& changes);
     void MoveItem(const MirrorStep& step);
-    void MoveFile(const MirrorStep& step);
+    void MoveFile(const MirrorStep& step, FileChanges& changes);
     void UpdateItem(const MirrorStep& step);
     void UpdateFile(const MirrorStep& step);
     void Compare(const MirrorStep& step);
-    void Mark(const MirrorStep& step);
+    void Mark(const MirrorStep& step, FileChanges& changes);
     void DeleteItem(const MirrorStep& step);
-    void DeleteFile(const MirrorStep& step);
+    void DeleteFile(const MirrorStep& step, FileChanges& changes);
+    static void NoteRemoved(const MailPair& pair, const Maildir& maildir, FileChanges& changes);
     void Put(const MailPair& pair);
     void Forget(const MailPair& pair);
     const MirrorSides& SidesOf(std::int64_t mirror) const { return sides_.at(mirror); }

@@ -101,10 +101,22 @@ HRESULT Addin::Examine(IItem& item, LocalItem& local)
     return S_OK;
 }
 
+// The row of a message that was moved here is about to get a new ID: of the item that it was in another
+// shared folder nothing but a note is left then, should the engine not report that it is gone from there.
+void Addin::NoteDeparture(const LocalItem& local)
+{
+    if (!local.row || !local.known || local.isOfThisFolder || local.known->deleted ||
+        !parts_.records.FindShare(local.known->folderId))
+        return;
+    const auto lock = versions_.Hold();
+    deletions_.Note(local.row->id, local.known->folderId);
+}
+
 // Makes the item ready to be sent: under its ID, and as the version that it is. One whose content is as it
 // was sent isn't sent, and one that shows what isn't here waits for that.
 HRESULT Addin::Stamp(IItem& item, const LocalItem& local, const char* event, bool isGiven, bool& ignore)
 {
+    NoteDeparture(local);
     HRESULT hr = local.row ? ChooseId(item, *local.row, local.isOfThisFolder || !local.known) : S_OK;
     if (FAILED(hr))
         return hr;

@@ -131,6 +131,7 @@ private:
     HRESULT Examine(IItem& item, LocalItem& local);
     void KeepMarks(const Arrival& arrival);
     bool IsWanted(BSTR job, const LocalItem& local);
+    void NoteDeparture(const LocalItem& local);
     HRESULT Stamp(IItem& item, const LocalItem& local, const char* event, bool isGiven, bool& ignore);
     HRESULT OnLocalChange(const char* event, IItem& item, bool& ignore);
     bool IsStillThere(IItem& item) const;

@@ -163,6 +163,26 @@ TEST_F(AddinTest, AMessageThatWasMovedHereGetsTheNewIdThatTheEngineGivesIt)
     EXPECT_TRUE(here.records.FindItem("{NEW}"));
 }
 
+// Nothing else tells of it once its row has the new ID.
+TEST_F(AddinTest, TheItemThatAMovedMessageWasInAnotherSharedFolderIsNotedAsDeletedThere)
+{
+    here.transport.folders.Found(
+        {"{G}", HexOf(*EnsureFolder(here.mail, "Another"), PR_ENTRYID), here.mail.StoreId(), "Another"});
+    const std::string entryId = here.AddMessage("moved");
+    here.AddRow("{OLD}", entryId);
+    here.records.PutItem({"{OLD}", "{G}", {100, "alice"}, false, 1});
+    const ComPtr<IItem> item = here.ItemOf("{OLD}");
+    ASSERT_EQ(item->put_ID(BstrOf("{NEW}").Get()), S_OK);
+
+    bool ignore = false;
+    EXPECT_EQ(here.addin.OnItemAdded(item.Get(), ignore), S_OK);
+
+    const auto old = here.records.FindItem("{OLD}");
+    EXPECT_EQ(old->folderId, "{G}");
+    EXPECT_TRUE(old->deleted && old->isPending);
+    EXPECT_FALSE(here.records.FindItem("{NEW}")->deleted);
+}
+
 // The engine reports it as a change while it doesn't know of the move: under the ID of the item that left
 // elsewhere.
 TEST_F(AddinTest, AMovedMessageThatKeepsItsIdIsLeftToTheComparison)

@@ -1,6 +1,8 @@
 // Folders that are tied to Maildirs: what other programs do there reaches the Maildirs of other members.
 #include <algorithm>
+#include <cstdlib>
 #include <fstream>
+#include <iostream>
 #include <map>
 #include <random>
 
@@ -67,7 +69,7 @@ protected:
                 const std::size_t at = text.rfind(":2,");
                 std::string letters = at == std::string::npos ? "" : text.substr(at + 3);
                 std::erase_if(letters,
-                              [](char c) { return std::string_view("FPRS").find(c) == std::string::npos; });
+                              [](char c) { return std::string_view("DFPRST").find(c) == std::string::npos; });
                 mails.emplace(BytesOf(file.path()), std::move(letters));
             }
         return mails;
@@ -97,10 +99,10 @@ TEST_F(MirrorTest, WhatIsDoneInOneMaildirIsDoneInTheOther)
     const std::vector<std::string> samples{"01-plain", "02-plain-crlf", "07-attachment-csv"};
     for (std::size_t i = 0; i < samples.size(); ++i)
         Deliver("alice", "Work", samples[i], std::to_string(i) + ".mail");
-    Deliver("bob", "Work", "03-html-only", "9.mail,U=12:2,FSa");
+    Deliver("bob", "Work", "03-html-only", "9.mail,U=12:2,DFSTa");
     RunBoth();
     ExpectSameMaildirs(4, 0);
-    EXPECT_EQ(MailsIn("alice", "Work").find(BytesOf(Sample("03-html-only")))->second, "FS");
+    EXPECT_EQ(MailsIn("alice", "Work").find(BytesOf(Sample("03-html-only")))->second, "DFST");
 
     // Marked and moved by bob, deleted by alice.
     const fs::path marked = FileWith("bob", "Work", BytesOf(Sample("01-plain")));
@@ -229,6 +231,88 @@ TEST_F(MirrorTest, AKillAtAnyMomentLosesAndDoublesNothing)
     for (const char* const name : {"alice", "bob"})
         for (const char* const folder : {"Work", "Done"})
             EXPECT_EQ(Items(name, folder).size(), MailsIn(name, folder).size());
+}
+
+// What other programs do in both Maildirs, and what is to come of it.
+class MirrorPowerTest : public MirrorTest {
+protected:
+    void DeliverNew(const std::string& name, std::mt19937& random)
+    {
+        const std::string number = std::to_string(++mails_);
+        const std::string bytes = "From: a@example.org\nSubject: mail " + number + "\n\n" +
+                                  std::string(random() % 9000, 'x') + "\n";
+        const fs::path maildir = MaildirOf(name, "Work");
+        std::ofstream(maildir / "tmp" / number, std::ios::binary) << bytes;
+        fs::rename(maildir / "tmp" / number, maildir / "new" / (number + "." + name));
+        expected_[bytes] = {"Work", ""};
+    }
+    // Of each mail one of them is the reader, so that nobody's step is beaten by another's.
+    void Change(std::mt19937& random)
+    {
+        std::size_t number = 0;
+        for (auto mail = expected_.begin(); mail != expected_.end();) {
+            const std::string name = ++number % 2 == 0 ? "alice" : "bob";
+            auto& [folder, letters] = mail->second;
+            const auto lot = random() % 10;
+            if (lot == 0 && expected_.size() > 4) {
+                fs::remove(FileWith(name, folder, mail->first));
+                mail = expected_.erase(mail);
+                continue;
+            }
+            if (lot < 4) {
+                const std::string to = lot == 1 ? "Done" : folder;
+                if (letters.empty())
+                    letters = lot == 2 ? "FS" : "S";
+                const fs::path file = FileWith(name, folder, mail->first);
+                const std::string unique =
+                    file.filename().string().substr(0, file.filename().string().find(':'));
+                fs::rename(file, MaildirOf(name, to) / "cur" / (unique + ":2," + letters));
+                folder = to;
+            }
+            ++mail;
+        }
+        for (const char* const name : {"alice", "bob"})
+            DeliverNew(name, random);
+    }
+    void ExpectAllThere() const
+    {
+        for (const char* const folder : {"Work", "Done"}) {
+            std::multimap<std::string, std::string> mails;
+            for (const auto& [bytes, there] : expected_)
+                if (there.first == folder)
+                    mails.emplace(bytes, there.second);
+            for (const char* const name : {"alice", "bob"}) {
+                EXPECT_TRUE(MailsIn(name, folder) == mails) << name << " " << folder;
+                EXPECT_EQ(Items(name, folder).size(), mails.size()) << name << " " << folder;
+            }
+        }
+    }
+
+    std::map<std::string, std::pair<std::string, std::string>> expected_;  // folder and letters, by bytes
+    std::size_t mails_ = 0;
+};
+
+TEST_F(MirrorPowerTest, APowerCutAtAnyMomentLosesAndDoublesNothing)
+{
+    const char* const cuts = std::getenv("QUORVANE_MIRROR_CUTS");
+    const char* const seed = std::getenv("QUORVANE_SEED");
+    const unsigned long wanted = cuts ? std::stoul(cuts) : 4;
+    std::mt19937 random(static_cast<std::mt19937::result_type>(seed ? std::stoul(seed) : 20261123));
+    ShareMirrors();
+    unsigned long made = 0;
+    for (unsigned long round = 0; made < wanted && round < 4 * wanted && !HasFailure(); ++round) {
+        SCOPED_TRACE("round " + std::to_string(round));
+        Change(random);
+        const bool isAlice = round % 2 == 0;
+        // What the other did is to be delivered.
+        RunUntilIdle({isAlice ? "bob" : "alice"}, kIdle);
+        const unsigned long at = 1 + random() % (std::size_t{32} << random() % 7);
+        made += RunToAPowerCut(isAlice ? "alice" : "bob", at, 1 + random() % 1'000'000) ? 1 : 0;
+        RunBoth();
+        ExpectAllThere();
+    }
+    std::cout << made << " power cuts, " << mails_ << " mails\n";
+    EXPECT_EQ(made, wanted);
 }
 
 }  // namespace

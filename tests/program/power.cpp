@@ -338,16 +338,17 @@ int Unlink(int directory, const char* name, int flags)
     return static_cast<int>(syscall(SYS_unlinkat, directory, name, flags));
 }
 
-int RenameAt(int from, const char* name, int to, const char* newName)
+int RenameAt(int from, const char* name, int to, const char* newName, unsigned flags = 0)
 {
     Power& power = Power::Get();
     const Lock lock(power.lock);
     const std::string path = PathAt(from, name), newPath = PathAt(to, newName);
-    if (power.Concerns(newPath) && Exists(path)) {
+    const bool isRefused = (flags & RENAME_NOREPLACE) != 0 && Exists(newPath);
+    if (power.Concerns(newPath) && Exists(path) && !isRefused) {
         power.Count();
         power.NoteRename(path, newPath);
     }
-    return static_cast<int>(syscall(SYS_renameat2, from, name, to, newName, 0));
+    return static_cast<int>(syscall(SYS_renameat2, from, name, to, newName, flags));
 }
 
 mode_t ModeOf(int flags, va_list arguments)
@@ -450,4 +451,9 @@ extern "C" int rename(const char* from, const char* to) noexcept
 extern "C" int renameat(int from, const char* name, int to, const char* newName) noexcept
 {
     return RenameAt(from, name, to, newName);
+}
+
+extern "C" int renameat2(int from, const char* name, int to, const char* newName, unsigned flags) noexcept
+{
+    return RenameAt(from, name, to, newName, flags);
 }
