@@ -343,7 +343,7 @@ bool Inbox::TakeItems(Transport& transport, const Peer& peer, const exchange::Fo
     handed_.reset();
     switch (Judge(transport.folders, peer, ClearPath(peer.id, package.sequence), content, reason)) {
         case Verdict::kUse:
-            BeginGroup(peer.id, package.sequence, content.items.size());
+            BeginGroup(peer.id, package.sequence);
             handed_ = Handed{{peer.id, package.sequence}, package, std::move(content.items)};
             handed_->made = NewChanges(transport.folders, handed_->items);
             transport.peers.PutIncoming({peer.id, package.sequence, IncomingRecord::State::kTaken, {}, 0});
@@ -581,12 +581,22 @@ bool Inbox::Advance(Transport& transport)
 }
 
 // What is applied in a group is applied once more after a power cut: its sealed copy is on the disk before.
-void Inbox::BeginGroup(const exchange::DeviceId& device, std::uint64_t sequence, std::size_t items)
+// So it is with a single item, too: what is noted of it doesn't wait for the disk, and its message may.
+void Inbox::BeginGroup(const exchange::DeviceId& device, std::uint64_t sequence)
 {
-    if (!group_ || items < CommitGroup::kFew)
+    if (!group_)
         return;
     SyncFile(SealedPath(device, sequence));
     group_->BeginApplying();
+}
+
+// Of a copy that is gone nothing is applied: its package is taken anew.
+void Inbox::ResumeGroup(Transport& transport)
+{
+    const auto current = transport.peers.Current();
+    std::error_code error;
+    if (current && std::filesystem::exists(SealedPath(current->device, current->sequence), error))
+        BeginGroup(current->device, current->sequence);
 }
 
 void Inbox::Recover(Transport& transport, Recovery& recovery)

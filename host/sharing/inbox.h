@@ -79,6 +79,8 @@ public:
     // Puts right what a power cut left of the package that was in hand, if there is one: before anything is
     // sent.
     void Recover(Transport& transport, Recovery& recovery);
+    // What is applied of that package from now on is applied in the group.
+    void ResumeGroup(Transport& transport);
 
     // Hands the next package over, if the engine is free and there is one. True if one was, or was put aside.
     bool TakeNext(Transport& transport);
@@ -120,7 +122,7 @@ private:
     };
     Opened Unseal(Transport& transport, const Peer& peer, std::uint64_t sequence,
                   const std::filesystem::path& clear) const;
-    void BeginGroup(const exchange::DeviceId& device, std::uint64_t sequence, std::size_t items);
+    void BeginGroup(const exchange::DeviceId& device, std::uint64_t sequence);
     // `package`: what it holds, where it is used.
     Verdict Judge(SharedFolders& folders, const Peer& peer, const std::filesystem::path& path,
                   Package& package, std::string& reason);

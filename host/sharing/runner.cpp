@@ -153,6 +153,7 @@ void Runner::Start()
     group_.End();
     outbox_.TakeNotes(transport_.folders);
     RetryUnsent();
+    inbox_.ResumeGroup(transport_);
     Check(engine_.Session().ResumeJobs(qv_rs_Both), "resume the jobs of", options_.mailbox);
     addin_.Versions().Removed().Expire(FileTimeNow());
     statistics_.Touch();
@@ -304,8 +305,9 @@ void Runner::Step()
     // unread.
     const bool isFree = !inbox_.IsBusy();
     flags_.Step(isFree);
+    // What was applied is on the disk only once its package is finished; nothing is to follow from it before.
     if (part_)
-        part_->Step(isFree);
+        part_->Step(isFree && !transport_.peers.Current());
     comparisons_.Step(statistics_.Quiet() >= kQuietBeforeComparison && !resender_.HasWork() &&
                       !outbox_.HasWork() && !copies_.HasWork() && !inbox_.IsBusy());
     UseExchange();
