@@ -1,11 +1,11 @@
 // host/sharing/commit_group.h: commits that wait for the disk together.
 //
-// While many items are sent or applied, what is committed of each outlives the process at once, but doesn't
-// wait for the disk by itself: message store, sharing database and records are synchronised together, once a
-// second, and before anything is told of them: before a package gets its number, and before one that was
-// received counts as applied. (Hash files never wait: what they lack is looked at once more.) So a kill loses
-// nothing. A power cut may take back what came after the last synchronisation, of each file another part;
-// then
+// While many items are sent, or any are applied, what is committed of each outlives the process at once, but
+// doesn't wait for the disk by itself: message store, sharing database and records are synchronised together,
+// once a second, and before anything is told of them: before a package gets its number, and before one that
+// was received counts as applied. (Hash files never wait: what they lack is looked at once more.) So a kill
+// loses nothing. A power cut may take back what came after the last synchronisation, of each file another
+// part; then
 //
 //     what was being sent     has no number yet, is dropped, and is packed anew (outbox.h)
 //     what was being applied  is applied once more out of the sealed copy of its package, which was on the
@@ -27,7 +27,7 @@ namespace quorvane::host {
 // For the run's thread alone. Methods throw a HostError.
 class CommitGroup {
 public:
-    // For so few items no group is worth its own synchronisations.
+    // To send so few items no group is worth its own synchronisations.
     static constexpr std::size_t kFew = 4;
 
     // each  every commit waits for the disk, and the rest does nothing.
