@@ -52,9 +52,14 @@ TEST_F(ReceivingTest, ARowThatAKilledRunLeftIsntWaitedForWithoutEnd)
 TEST(ItemStateTest, RowsOfSeveralMessagesComeInTheirOrderAsEachWouldByItself)
 {
     SharedTestMailbox here;
-    here.AddRow("{A}", "01");
-    here.AddRow("{STRAY}", "02");
-    here.AddRow("{KNOWN}", "02");
+    const auto addRow = [&](const std::string& id, const std::string& entryId) {
+        Check(here.engine.Session().ImportItem(BstrOf(id).Get(), BstrOf(entryId).Get(),
+                                               BstrOf(here.share.storeId).Get()),
+              "add a row of", id);
+    };
+    addRow("{A}", "01");
+    addRow("{STRAY}", "02");
+    addRow("{KNOWN}", "02");
     here.records.PutItem({"{KNOWN}", "{F}", {100, "alice"}, false, 0});
 
     const auto rows = here.state.RowsOf({"02", "03", "01"});
@@ -64,7 +69,7 @@ TEST(ItemStateTest, RowsOfSeveralMessagesComeInTheirOrderAsEachWouldByItself)
     EXPECT_EQ(rows[0]->id, "{KNOWN}");
     EXPECT_FALSE(rows[1]);
     EXPECT_EQ(rows[2]->id, "{A}");
-    here.AddRow("{LATER}", "03");  // the database isn't held
+    addRow("{LATER}", "03");  // the database isn't held
     EXPECT_EQ(here.state.RowsOf({"03"})[0]->id, "{LATER}");
 }
 
