@@ -4,13 +4,13 @@ namespace quorvane::cfb {
 
 void RootFile::Drop(OpenElementPtr element) noexcept
 {
-    const QuickMutexLock lock(lock_);
+    const MutexLock lock(lock_);
     const OpenElementPtr dropped = std::move(element);
 }
 
 void RootFile::Close(OpenElementPtr held, bool written) noexcept
 {
-    const QuickMutexLock lock(lock_);
+    const MutexLock lock(lock_);
     const OpenElementPtr element = std::move(held);
     if (--element->users > 0 || !file_)
         return;

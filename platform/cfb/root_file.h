@@ -8,7 +8,7 @@
 
 #include "platform/cfb/compound_file.h"
 #include "platform/com/bstr.h"
-#include "platform/com/quick_mutex.h"
+#include "platform/com/mutex.h"
 
 namespace quorvane::cfb {
 
@@ -31,7 +31,7 @@ public:
     template <class Operation>
     [[nodiscard]] HRESULT Run(const OpenElement* element, const Operation& operation) noexcept
     {
-        const QuickMutexLock lock(lock_);
+        const MutexLock lock(lock_);
         if (!file_ || element->reverted)
             return STG_E_REVERTED;
         try {
@@ -53,7 +53,7 @@ public:
     template <class Operation>
     [[nodiscard]] HRESULT Start(const Operation& operation) noexcept
     {
-        const QuickMutexLock lock(lock_);
+        const MutexLock lock(lock_);
         try {
             return operation(*file_);
         } catch (const std::bad_alloc&) {
@@ -67,7 +67,7 @@ public:
     void Drop(OpenElementPtr element) noexcept;
 
 private:
-    QuickMutex lock_;
+    Mutex lock_;
     const OleString path_;
     Arena memory_;  // of open elements
     std::unique_ptr<ByteStore> store_ QV_GUARDED_BY(lock_);
