@@ -6,6 +6,7 @@ namespace quorvane {
 
 HRESULT MemoryBackend::ReadProperties(PropertyBag& properties) noexcept
 {
+    ++reads_;
     return Guarded([&] {
         properties = image_ ? image_->properties : PropertyBag();
         return S_OK;

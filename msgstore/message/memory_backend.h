@@ -27,6 +27,8 @@ public:
     // The next saves fail with this; S_OK ends it.
     void FailSaves(HRESULT failure) noexcept { failure_ = failure; }
     ULONG saves() const noexcept { return saves_; }
+    // How often the properties were read.
+    ULONG reads() const noexcept { return reads_; }
     // What was saved last; null before.
     const MessageImage* image() const noexcept { return image_.get(); }
 
@@ -35,6 +37,7 @@ private:
     std::shared_ptr<const MessageImage> image_;
     HRESULT failure_ = S_OK;
     ULONG saves_ = 0;
+    ULONG reads_ = 0;
 };
 
 }  // namespace quorvane

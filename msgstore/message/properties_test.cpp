@@ -28,6 +28,20 @@ TEST_F(PropertiesTest, WhatIsSetIsReadInTheKindAskedFor)
     EXPECT_EQ(value->ulPropTag, PR_SUBJECT_W);
 }
 
+TEST_F(PropertiesTest, WhatIsKnownOfAMessageAnywayDoesntHaveItsPropertiesRead)
+{
+    say::Text(*message_, PR_SUBJECT_W, OLESTR("Hello"));
+    Reopen();
+    const ULONG before = backend_->reads();
+
+    EXPECT_EQ(say::Find(*message_, PR_ENTRYID), S_OK);
+    EXPECT_EQ(say::NumberOf(*message_, PR_STORE_SUPPORT_MASK), STORE_MODIFY_OK);
+    EXPECT_EQ(backend_->reads(), before);
+
+    EXPECT_EQ(say::TextOf(*message_, PR_SUBJECT_W), OLESTR("Hello"));
+    EXPECT_EQ(backend_->reads(), before + 1);
+}
+
 TEST_F(PropertiesTest, AMissingPropertyIsAnErrorInItsPlace)
 {
     EXPECT_EQ(say::Number(*message_, PR_IMPORTANCE, 2), S_OK);
