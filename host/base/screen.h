@@ -26,6 +26,10 @@ public:
     void Draw(const std::string& text) const;
 
 private:
+    // What begins another picture, without a cursor, and ends it.
+    static constexpr char kBegin[] = "\033[?1049h\033[?25l";
+    static constexpr char kEnd[] = "\033[?25h\033[?1049l";
+
     struct System;
     std::unique_ptr<System> system_;
 };

@@ -11,13 +11,6 @@
 
 namespace quorvane::host {
 
-namespace {
-
-constexpr char kBegin[] = "\033[?1049h\033[?25l";  // another picture, without a cursor
-constexpr char kEnd[] = "\033[?25h\033[?1049l";
-
-}  // namespace
-
 struct Screen::System {
     int events = epoll_create1(EPOLL_CLOEXEC);
     int sizes = -1;  // tells of SIGWINCH

@@ -6,13 +6,6 @@
 
 namespace quorvane::host {
 
-namespace {
-
-constexpr char kBegin[] = "\033[?1049h\033[?25l";  // another picture, without a cursor
-constexpr char kEnd[] = "\033[?25h\033[?1049l";
-
-}  // namespace
-
 struct Screen::System {
     HANDLE input = GetStdHandle(STD_INPUT_HANDLE);
     DWORD before = 0;
