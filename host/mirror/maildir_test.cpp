@@ -35,6 +35,18 @@ TEST_F(MaildirTest, ADirectoryInWhichNamesChangedJustNowIsNotSettled)
     EXPECT_TRUE(List().isSettled);
 }
 
+TEST_F(MaildirTest, WhatWasChangedInTheLastMinuteMayNotBeOnTheDisk)
+{
+    WriteFile(Cur("1:2,S"), MailText("1", "one"));
+    MailFile file = List().files.at(0);
+    for (const std::int64_t time : {std::int64_t{0}, Maildir::Now(), Maildir::Now() - 50'000'000'000}) {
+        file.look.time = time;
+        EXPECT_TRUE(maildir.SyncNew(file)) << time;
+    }
+    file.look.time = Maildir::Now() - 70'000'000'000;
+    EXPECT_FALSE(maildir.SyncNew(file));
+}
+
 // mbsync puts what nobody has read yet into new/, and its other flags into the name.
 TEST_F(MaildirTest, WhatIsNewHasTheMarksOfItsName)
 {
