@@ -51,19 +51,17 @@ std::filesystem::path CommitGroup::MarkPath() const
 // The mark is on the disk before anything that it tells of.
 void CommitGroup::Begin(bool alsoMessages)
 {
-    if (!rows_ || wasOpen_)
+    if (wasOpen_)
         return;
     if (!isOpen_) {
         WriteDurably(MarkPath(), {});
-        if (FAILED(rows_->PutOffWaiting(TRUE))) {
+        if (rows_ && FAILED(rows_->PutOffWaiting(TRUE)))
             rows_.Reset();
-            return;
-        }
         isOpen_ = true;
         last_ = std::chrono::steady_clock::now();
-        parts_.state.WaitForDisk(false);
+        parts_.state.WaitForDisk(!rows_);
     }
-    if (alsoMessages)
+    if (alsoMessages && rows_)
         Check(messages_->PutOffWaiting(TRUE), "save messages of", parts_.mailbox.Name());
 }
 
@@ -71,9 +69,11 @@ void CommitGroup::End()
 {
     if (!isOpen_)
         return;
-    Check(messages_->PutOffWaiting(FALSE), "save messages of", parts_.mailbox.Name());
-    Check(rows_->PutOffWaiting(FALSE), "write the rows of", parts_.mailbox.Name());
-    parts_.state.WaitForDisk(true);
+    if (rows_) {
+        Check(messages_->PutOffWaiting(FALSE), "save messages of", parts_.mailbox.Name());
+        Check(rows_->PutOffWaiting(FALSE), "write the rows of", parts_.mailbox.Name());
+        parts_.state.WaitForDisk(true);
+    }
     Sync();
     isOpen_ = false;
     std::error_code ignored;  // the next run looks through what is right

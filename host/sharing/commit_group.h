@@ -30,7 +30,8 @@ public:
     // To send so few items no group is worth its own synchronisations.
     static constexpr std::size_t kFew = 4;
 
-    // each  every commit waits for the disk, and the rest does nothing.
+    // each  every commit of a message or a row waits for the disk. Those of records don't, so that a group
+    //       is marked and put right all the same.
     CommitGroup(const Addin::Parts& parts, const EngineSession& engine, bool each);
     CommitGroup(const CommitGroup&) = delete;
     CommitGroup& operator=(const CommitGroup&) = delete;

@@ -26,13 +26,15 @@ protected:
     }
     // A run at whose change of that number the power fails, and takes with it some of what wasn't
     // synchronised.
-    bool RunToAPowerCut(const std::string& name, unsigned long at, unsigned long seed) const
+    bool RunToAPowerCut(const std::string& name, unsigned long at, unsigned long seed,
+                        const std::vector<std::string>& options = {}) const
     {
         const std::filesystem::path stash = Path("stash");
         std::filesystem::create_directory(stash);
-        const bool isCut = RunToItsEnd(
-            {"run", Mailbox(name), "--exchange", Exchange(), "--until-idle", "--idle-seconds", "0.5"}, at,
-            seed, stash);
+        std::vector<std::string> run{"run",          Mailbox(name),    "--exchange", Exchange(),
+                                     "--until-idle", "--idle-seconds", "0.5"};
+        run.insert(run.end(), options.begin(), options.end());
+        const bool isCut = RunToItsEnd(run, at, seed, stash);
         std::filesystem::remove_all(stash);
         return isCut;
     }

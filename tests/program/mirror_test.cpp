@@ -307,7 +307,9 @@ TEST_F(MirrorPowerTest, APowerCutAtAnyMomentLosesAndDoublesNothing)
         // What the other did is to be delivered.
         RunUntilIdle({isAlice ? "bob" : "alice"}, kIdle);
         const unsigned long at = 1 + random() % (std::size_t{32} << random() % 7);
-        made += RunToAPowerCut(isAlice ? "alice" : "bob", at, 1 + random() % 1'000'000) ? 1 : 0;
+        const std::vector<std::string> each =
+            round % 3 == 2 ? std::vector<std::string>{"--sync-each"} : std::vector<std::string>{};
+        made += RunToAPowerCut(isAlice ? "alice" : "bob", at, 1 + random() % 1'000'000, each) ? 1 : 0;
         RunBoth();
         ExpectAllThere();
     }
