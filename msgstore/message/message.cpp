@@ -122,20 +122,8 @@ HRESULT CMessage::NeedRow(HeldAttachment& attachment)
 {
     if (attachment.row)
         return S_OK;
-    const auto number = static_cast<LONG>(attachment.slot.number);
     PropertyBag row;
-    QV_RETURN_IF_FAILED(attachment.slot.source->ReadProperties(row));
-    std::uint64_t size = 0;
-    QV_RETURN_IF_FAILED(SizeOfAttachment(*attachment.slot.source, m_depth, size));
-    row.Erase(PROP_ID(PR_ATTACH_DATA_BIN));
-    row.Put(PropertyValue::Long(PR_ATTACH_NUM, number));
-    row.Put(PropertyValue::Long(PR_ATTACH_SIZE, static_cast<LONG>(std::min<std::uint64_t>(size, INT32_MAX))));
-    row.Put(PropertyValue::Long(PR_OBJECT_TYPE, MAPI_ATTACH));
-    PropertyValue key = PropertyValue::Long(PR_ATTACH_NUM, number);
-    row.Put(PropertyValue::Binary(PR_RECORD_KEY, key.data.data(), key.data.size()));
-    row.Put(PropertyValue::Binary(PR_INSTANCE_KEY, key.data.data(), key.data.size()));
-    if (!row.FindId(PROP_ID(PR_RENDERING_POSITION)))
-        row.Put(PropertyValue::Long(PR_RENDERING_POSITION, -1));
+    QV_RETURN_IF_FAILED(ReadAttachmentRow(*attachment.slot.source, attachment.slot.number, m_depth, row));
     attachment.row = std::move(row);
     return S_OK;
 }

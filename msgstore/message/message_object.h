@@ -165,6 +165,10 @@ private:
     std::shared_ptr<MessageSource> m_embedded;
 };
 
+// An attachment's row in its message's table: all that is stored but its data, and what it has by being
+// there.
+[[nodiscard]] HRESULT ReadAttachmentRow(AttachmentSource& source, ULONG number, ULONG depth,
+                                        PropertyBag& row);
 // The bytes of an attachment's properties and of the messages embedded in it.
 [[nodiscard]] HRESULT SizeOfAttachment(AttachmentSource& source, ULONG depth, std::uint64_t& size);
 

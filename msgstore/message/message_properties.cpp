@@ -57,6 +57,23 @@ HRESULT SizeOfAttachment(AttachmentSource& source, ULONG depth, std::uint64_t& s
     return FAILED(hr) ? hr : SizeOfMessage(*embedded, depth + 1, size);
 }
 
+HRESULT ReadAttachmentRow(AttachmentSource& source, ULONG number, ULONG depth, PropertyBag& row)
+{
+    QV_RETURN_IF_FAILED(source.ReadProperties(row));
+    std::uint64_t size = 0;
+    QV_RETURN_IF_FAILED(SizeOfAttachment(source, depth, size));
+    row.Erase(PROP_ID(PR_ATTACH_DATA_BIN));
+    row.Put(PropertyValue::Long(PR_ATTACH_NUM, static_cast<LONG>(number)));
+    row.Put(PropertyValue::Long(PR_ATTACH_SIZE, AsSize(size)));
+    row.Put(PropertyValue::Long(PR_OBJECT_TYPE, MAPI_ATTACH));
+    const PropertyValue key = PropertyValue::Long(PR_ATTACH_NUM, static_cast<LONG>(number));
+    row.Put(PropertyValue::Binary(PR_RECORD_KEY, key.data.data(), key.data.size()));
+    row.Put(PropertyValue::Binary(PR_INSTANCE_KEY, key.data.data(), key.data.size()));
+    if (!row.FindId(PROP_ID(PR_RENDERING_POSITION)))
+        row.Put(PropertyValue::Long(PR_RENDERING_POSITION, -1));
+    return S_OK;
+}
+
 namespace {
 
 HRESULT SizeOfMessage(MessageSource& source, ULONG depth, std::uint64_t& size)

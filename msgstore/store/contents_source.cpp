@@ -1,10 +1,12 @@
 #include <algorithm>
 #include <cstring>
 
+#include "msgstore/message/message_object.h"
 #include "msgstore/props/property_codec.h"
 #include "msgstore/store/contents_columns.h"
 #include "msgstore/store/contents_query.h"
 #include "msgstore/store/identity.h"
+#include "msgstore/store/message_source.h"
 #include "msgstore/store/property_rows.h"
 #include "msgstore/store/table_functions.h"
 #include "msgstore/store/table_source.h"
@@ -70,6 +72,7 @@ public:
     {
         haveProperties_ = false;
         haveLargeValues_ = false;
+        haveRootPart_ = false;
         row_.Rewind();
         row_.Bind(id);
         row_.Bind(contents_.folderId);
@@ -91,7 +94,45 @@ public:
         return FindStored(tag);
     }
 
+    const std::vector<PropertyBag>* SubRows(ULONG tag) const override
+    {
+        subRows_.clear();
+        const HRESULT result =
+            PROP_ID(tag) == PROP_ID(PR_MESSAGE_RECIPIENTS) ? ReadRecipientRows() : ReadAttachmentRows();
+        // Of a message that is damaged there the others are judged all the same.
+        if (result == MAPI_E_CORRUPT_DATA || result == MAPI_E_OBJECT_CHANGED)
+            subRows_.clear();
+        else if (FAILED(result))
+            failure_ = result;
+        return &subRows_;
+    }
+
 private:
+    HRESULT NeedRootPart() const
+    {
+        if (haveRootPart_)
+            return S_OK;
+        QV_RETURN_IF_FAILED(ReadRootPart(connection_, connection_, row_.Int64(0), rootPart_));
+        haveRootPart_ = true;
+        return S_OK;
+    }
+
+    HRESULT ReadRecipientRows() const
+    {
+        QV_RETURN_IF_FAILED(NeedRootPart());
+        return DecodeRecipients(rootPart_.recipients, subRows_);
+    }
+
+    HRESULT ReadAttachmentRows() const
+    {
+        QV_RETURN_IF_FAILED(NeedRootPart());
+        std::vector<AttachmentSlot> slots;
+        AttachmentsOf(rootPart_, connection_, slots);
+        for (const AttachmentSlot& slot : slots)
+            QV_RETURN_IF_FAILED(ReadAttachmentRow(*slot.source, slot.number, 0, subRows_.emplace_back()));
+        return S_OK;
+    }
+
     const PropertyValue* FindColumn(const ContentsColumn& column, int index, ULONG tag) const
     {
         if (!TypeFits(PROP_TYPE(tag), PROP_TYPE(column.tag)) || row_.IsNull(index))
@@ -243,6 +284,9 @@ private:
     mutable std::int64_t partId_ = 0;
     mutable PropertyBag largeValues_;  // likewise, of those that aren't in the part's row
     mutable bool haveLargeValues_ = false;
+    mutable PartImage rootPart_;  // likewise, when recipients or attachments are asked for
+    mutable bool haveRootPart_ = false;
+    mutable std::vector<PropertyBag> subRows_;
     mutable HRESULT failure_ = S_OK;
 };
 

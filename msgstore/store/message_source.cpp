@@ -15,7 +15,7 @@ HRESULT ReadAttachmentList(SqliteConnection& connection, std::int64_t messageId,
 }
 
 // Reads a message's part from a row of id, message_id, properties, recipients.
-HRESULT ReadMessagePart(SqliteConnection& connection, const std::shared_ptr<StoreCore>& core, SqliteRows rows,
+HRESULT ReadMessagePart(SqliteConnection& connection, const PartReader& reader, SqliteRows rows,
                         HRESULT missing, PartImage& part)
 {
     if (!rows.Next())
@@ -24,18 +24,29 @@ HRESULT ReadMessagePart(SqliteConnection& connection, const std::shared_ptr<Stor
     const std::int64_t messageId = rows.Int64(1);
     part.properties.assign(rows.Bytes(2).begin(), rows.Bytes(2).end());
     part.recipients.assign(rows.Bytes(3).begin(), rows.Bytes(3).end());
-    QV_RETURN_IF_FAILED(ReadLargeValues(connection, core, part.id, part.largeValues));
+    QV_RETURN_IF_FAILED(reader.ReadLargeValues(connection, part.id, part.largeValues));
     return ReadAttachmentList(connection, messageId, part);
 }
 
 }  // namespace
 
-HRESULT ReadRootPart(SqliteConnection& connection, const std::shared_ptr<StoreCore>& core,
-                     std::int64_t messageId, PartImage& part)
+HRESULT PartReader::Read(const StoreCore::Work& work) const noexcept
+{
+    return connection_ ? Guarded([&] { return work(*connection_); }) : core_->Read(work);
+}
+
+HRESULT PartReader::ReadLargeValues(SqliteConnection& connection, std::int64_t partId, PropertyBag& bag) const
+{
+    return core_ ? quorvane::ReadLargeValues(connection, core_, partId, bag)
+                 : quorvane::ReadLargeValues(connection, partId, bag);
+}
+
+HRESULT ReadRootPart(SqliteConnection& connection, const PartReader& reader, std::int64_t messageId,
+                     PartImage& part)
 {
     part = {};
     return ReadMessagePart(
-        connection, core,
+        connection, reader,
         connection.Query(
             "SELECT id, message_id, properties, recipients FROM part WHERE message_id=? AND parent_id=0",
             messageId),
@@ -51,36 +62,35 @@ HRESULT PropertiesOf(const PartImage& part, PropertyBag& properties)
     return S_OK;
 }
 
-void AttachmentsOf(const PartImage& part, const std::shared_ptr<StoreCore>& core,
-                   std::vector<AttachmentSlot>& attachments)
+void AttachmentsOf(const PartImage& part, const PartReader& reader, std::vector<AttachmentSlot>& attachments)
 {
     attachments.clear();
     for (const auto& [number, id] : part.attachments)
-        attachments.push_back({number, std::make_shared<StoredAttachment>(core, id)});
+        attachments.push_back({number, std::make_shared<StoredAttachment>(reader, id)});
 }
 
 HRESULT StoredAttachment::ReadProperties(PropertyBag& properties) noexcept
 {
-    return core_->Read([&](SqliteConnection& connection) {
+    return reader_.Read([&](SqliteConnection& connection) {
         properties.Clear();
         SqliteRows rows = connection.Query("SELECT properties FROM part WHERE id=?", partId_);
         if (!rows.Next())
             return FAILED(rows.Result()) ? rows.Result() : MAPI_E_OBJECT_CHANGED;
         QV_RETURN_IF_FAILED(DecodeProperties(rows.Bytes(0).data(), rows.Bytes(0).size(), properties));
-        return ReadLargeValues(connection, core_, partId_, properties);
+        return reader_.ReadLargeValues(connection, partId_, properties);
     });
 }
 
 HRESULT StoredAttachment::OpenMessage(std::shared_ptr<MessageSource>& message) noexcept
 {
-    return core_->Read([&](SqliteConnection& connection) {
+    return reader_.Read([&](SqliteConnection& connection) {
         PartImage part;
         SqliteRows rows = connection.Query(
             "SELECT id, message_id, properties, recipients FROM part"
             " WHERE message_id=(SELECT message_id FROM part WHERE id=?1) AND parent_id=?1",
             partId_);
-        QV_RETURN_IF_FAILED(ReadMessagePart(connection, core_, std::move(rows), MAPI_E_NOT_FOUND, part));
-        message = std::make_shared<StoredEmbedded>(core_, std::move(part));
+        QV_RETURN_IF_FAILED(ReadMessagePart(connection, reader_, std::move(rows), MAPI_E_NOT_FOUND, part));
+        message = std::make_shared<StoredEmbedded>(reader_, std::move(part));
         return S_OK;
     });
 }
@@ -98,7 +108,7 @@ HRESULT StoredEmbedded::ReadRecipients(std::vector<PropertyBag>& recipients) noe
 HRESULT StoredEmbedded::ReadAttachments(std::vector<AttachmentSlot>& attachments) noexcept
 {
     return Guarded([&] {
-        AttachmentsOf(part_, core_, attachments);
+        AttachmentsOf(part_, reader_, attachments);
         return S_OK;
     });
 }

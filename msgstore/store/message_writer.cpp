@@ -1,5 +1,6 @@
 #include "msgstore/store/message_writer.h"
 
+#include "msgstore/message/message_object.h"
 #include "msgstore/store/message_copy.h"
 #include "msgstore/store/property_rows.h"
 
@@ -8,8 +9,6 @@ namespace {
 
 // Values above it get rows of their own.
 constexpr std::uint64_t kInlineLimit = 32 * 1024;
-
-constexpr int kDeepestEmbedding = 64;
 
 HRESULT CollectIds(SqliteRows rows, std::set<std::int64_t>& ids)
 {
@@ -120,7 +119,7 @@ HRESULT MessageWriter::DropSpare()
     return S_OK;
 }
 
-HRESULT MessageWriter::WriteAttachment(std::int64_t parent, const AttachmentSlot& slot, int depth)
+HRESULT MessageWriter::WriteAttachment(std::int64_t parent, const AttachmentSlot& slot, ULONG depth)
 {
     PropertyBag properties;
     QV_RETURN_IF_FAILED(slot.source->ReadProperties(properties));
@@ -138,7 +137,7 @@ HRESULT MessageWriter::WriteAttachment(std::int64_t parent, const AttachmentSlot
     return WriteEmbedded(part, *embedded, depth + 1);
 }
 
-HRESULT MessageWriter::WriteEmbedded(std::int64_t parent, MessageSource& message, int depth)
+HRESULT MessageWriter::WriteEmbedded(std::int64_t parent, MessageSource& message, ULONG depth)
 {
     if (depth > kDeepestEmbedding)
         return MAPI_E_TOO_COMPLEX;

@@ -28,8 +28,8 @@ private:
     [[nodiscard]] HRESULT ListSpareValues();
     [[nodiscard]] HRESULT DropSpare();
 
-    [[nodiscard]] HRESULT WriteAttachment(std::int64_t parent, const AttachmentSlot& slot, int depth);
-    [[nodiscard]] HRESULT WriteEmbedded(std::int64_t parent, MessageSource& message, int depth);
+    [[nodiscard]] HRESULT WriteAttachment(std::int64_t parent, const AttachmentSlot& slot, ULONG depth);
+    [[nodiscard]] HRESULT WriteEmbedded(std::int64_t parent, MessageSource& message, ULONG depth);
     [[nodiscard]] HRESULT InsertPart(std::int64_t parent, std::int64_t number, const Bytes& properties,
                                      const Bytes* recipients, std::int64_t& id);
     [[nodiscard]] HRESULT WriteLargeValues(std::int64_t part,

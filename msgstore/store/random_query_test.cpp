@@ -8,6 +8,7 @@
 #include <deque>
 #include <random>
 
+#include "msgstore/message/recipients.h"
 #include "msgstore/store/test_mailbox.h"
 #include "msgstore/table/restriction.h"
 
@@ -23,6 +24,8 @@ constexpr ULONG kOtherNumber = PROP_TAG(PT_LONG, 0x6710);
 constexpr ULONG kOtherText = PROP_TAG(PT_UNICODE, 0x6711);
 constexpr ULONG kOtherReal = PROP_TAG(PT_DOUBLE, 0x6712);
 constexpr ULONG kOtherBytes = PROP_TAG(PT_BINARY, 0x6713);
+// Of the sizes of attachments that are drawn.
+constexpr LONG kMiddleSize = 20000;
 constexpr ULONG kManyTexts = PROP_TAG(PT_MV_UNICODE, 0x6714);
 
 constexpr ULONG kAsked[] = {PR_ENTRYID,
@@ -53,6 +56,21 @@ struct PlainRow {
     BinaryValue id;
     std::int64_t number = 0;
     PropertyBag values;
+    std::vector<PropertyBag> recipients;
+    std::vector<PropertyBag> attachments;
+};
+
+class PlainLookup final : public PropertyLookup {
+public:
+    explicit PlainLookup(const PlainRow& row) noexcept : row_(row) {}
+    const PropertyValue* Find(ULONG tag) const override { return row_.values.Find(tag); }
+    const std::vector<PropertyBag>* SubRows(ULONG tag) const override
+    {
+        return tag == PR_MESSAGE_RECIPIENTS ? &row_.recipients : &row_.attachments;
+    }
+
+private:
+    const PlainRow& row_;
 };
 
 class DrawnValues {
@@ -93,7 +111,7 @@ public:
     SRestriction Make(int depth)
     {
         SRestriction made{};
-        switch (depth > 0 ? draw_.Below(8) : 3 + draw_.Below(5)) {
+        switch (depth > 0 ? draw_.Below(9) : 3 + draw_.Below(5)) {
             case 0:
             case 1:
                 made.rt = draw_.Chance(2) ? RES_AND : RES_OR;
@@ -126,15 +144,40 @@ public:
                     draw_.Chance(3) ? kOtherNumber : (draw_.Chance(2) ? PR_MESSAGE_FLAGS : PR_IMPORTANCE);
                 made.res.resBitMask.ulMask = draw_.Below(32);
                 break;
-            default:
+            case 7:
                 made.rt = RES_EXIST;
                 made.res.resExist.ulPropTag = Tag();
                 break;
+            default: {
+                made.rt = RES_SUBRESTRICTION;
+                const bool ofRecipients = draw_.Chance(2);
+                made.res.resSub.ulSubObject = ofRecipients ? PR_MESSAGE_RECIPIENTS : PR_MESSAGE_ATTACHMENTS;
+                made.res.resSub.lpRes = OfSubRow(ofRecipients);
+                break;
+            }
         }
         return made;
     }
 
 private:
+    // A number that about half of the sub rows are under, or a text that some have.
+    SRestriction* OfSubRow(bool ofRecipients)
+    {
+        SRestriction& made = parts_.emplace_back(1).front();
+        SPropValue& value = values_.emplace_back();
+        made.rt = RES_PROPERTY;
+        made.res.resProperty = {draw_.Below(6), 0, &value};
+        if (draw_.Chance(2)) {
+            value.ulPropTag = ofRecipients ? PR_RECIPIENT_TYPE : PR_ATTACH_SIZE;
+            value.Value.l = ofRecipients ? 1 + static_cast<LONG>(draw_.Below(3)) : kMiddleSize;
+        } else {
+            value.ulPropTag = ofRecipients ? PR_DISPLAY_NAME_W : PR_ATTACH_FILENAME_W;
+            value.Value.lpszW = const_cast<OLECHAR*>(texts_.emplace_back(draw_.Text()).c_str());
+        }
+        made.res.resProperty.ulPropTag = value.ulPropTag;
+        return &made;
+    }
+
     ULONG Tag() { return kAsked[draw_.Below(kAskedCount)]; }
 
     void MakeParts(ULONG& count, SRestriction*& parts, unsigned wanted, int depth)
@@ -226,7 +269,34 @@ protected:
         if (draw.Chance(2)) {
             EXPECT_EQ(SetBinary(message, kOtherBytes, draw.Some()), S_OK);
         }
+        if (draw.Chance(3))
+            SetRecipients(draw, message);
+        if (draw.Chance(4))
+            AddAttachment(draw, message);
         SetOthers(draw, message);
+    }
+    static void SetRecipients(DrawnValues& draw, IMessage& message)
+    {
+        std::vector<PropertyBag> rows(draw.Below(3));
+        for (PropertyBag& row : rows) {
+            row.Put(PropertyValue::Long(PR_RECIPIENT_TYPE, 1 + static_cast<LONG>(draw.Below(3))));
+            row.Put(PropertyValue::Unicode(PR_DISPLAY_NAME_W, draw.Text()));
+        }
+        AddressList list;
+        ASSERT_EQ(list.Make(rows), S_OK);
+        ASSERT_EQ(message.ModifyRecipients(0, list.Get()), S_OK);
+    }
+    // Half of them have their data in rows of their own.
+    static void AddAttachment(DrawnValues& draw, IMessage& message)
+    {
+        ComPtr<IAttach> attachment;
+        ULONG number = 0;
+        ASSERT_EQ(message.CreateAttach(nullptr, 0, &number, attachment.Put()), S_OK);
+        EXPECT_EQ(SetText(*attachment, PR_ATTACH_FILENAME_W, draw.Text()), S_OK);
+        EXPECT_EQ(
+            SetBinary(*attachment, PR_ATTACH_DATA_BIN, BinaryValue(draw.Below(4) * std::size_t{kMiddleSize})),
+            S_OK);
+        EXPECT_EQ(attachment->SaveChanges(0), S_OK);
     }
     static void SetOthers(DrawnValues& draw, IMessage& message)
     {
@@ -275,6 +345,45 @@ protected:
         EXPECT_EQ(table->SetColumns(reinterpret_cast<LPSPropTagArray>(&columns), 0), S_OK);
         return table;
     }
+    static std::vector<PropertyBag> BagsOf(IMAPITable& table)
+    {
+        std::vector<PropertyBag> bags;
+        LPSPropTagArray columns = nullptr;
+        EXPECT_EQ(table.QueryColumns(TBL_ALL_COLUMNS, &columns), S_OK);
+        EXPECT_EQ(table.SetColumns(columns, 0), S_OK);
+        MAPIFreeBuffer(columns);
+        RowSet rows;
+        EXPECT_EQ(table.QueryRows(1000, 0, rows.Put()), S_OK);
+        for (const SRow& row : rows) {
+            PropertyBag& bag = bags.emplace_back();
+            for (ULONG i = 0; i < row.cValues; ++i) {
+                PropertyValue value;
+                if (SUCCEEDED(FromSPropValue(row.lpProps[i], value)))
+                    bag.Put(std::move(value));
+            }
+        }
+        return bags;
+    }
+    void ReadSubRows(std::vector<PlainRow>& rows)
+    {
+        for (PlainRow& row : rows) {
+            const ComPtr<IMessage> message = mailbox.OpenMessage(row.id, 0);
+            ComPtr<IMAPITable> table;
+            ASSERT_EQ(message->GetRecipientTable(MAPI_UNICODE, table.Put()), S_OK);
+            row.recipients = BagsOf(*table);
+            table.Reset();
+            ASSERT_EQ(message->GetAttachmentTable(MAPI_UNICODE, table.Put()), S_OK);
+            row.attachments = BagsOf(*table);
+        }
+    }
+    static void TakeSubRows(const std::vector<PlainRow>& known, PlainRow& row)
+    {
+        const auto same = std::find_if(known.begin(), known.end(),
+                                       [&](const PlainRow& other) { return other.number == row.number; });
+        ASSERT_NE(same, known.end());
+        row.recipients = same->recipients;
+        row.attachments = same->attachments;
+    }
     static std::vector<PlainRow> ReadAll(IMAPITable& table)
     {
         EXPECT_EQ(table.SeekRow(BOOKMARK_BEGINNING, 0, nullptr), S_OK);
@@ -306,7 +415,7 @@ protected:
         });
         std::vector<BinaryValue> kept;
         for (const PlainRow& row : rows) {
-            if (!restriction || restriction->Matches(BagLookup(row.values)))
+            if (!restriction || restriction->Matches(PlainLookup(row)))
                 kept.push_back(row.id);
         }
         return kept;
@@ -344,8 +453,7 @@ protected:
         std::size_t expected = SIZE_MAX;
         for (std::size_t i = 0; i < shown.size(); ++i) {
             const bool isAhead = backward ? i < from : i >= from;
-            if (isAhead && restriction->Matches(BagLookup(shown[i].values)) &&
-                (backward || expected == SIZE_MAX))
+            if (isAhead && restriction->Matches(PlainLookup(shown[i])) && (backward || expected == SIZE_MAX))
                 expected = i;
         }
         ASSERT_EQ(table.SeekRow(BOOKMARK_BEGINNING, static_cast<LONG>(from), nullptr), S_OK);
@@ -375,8 +483,10 @@ TEST_F(RandomQueryTest, TablesGiveTheRowsOfAPlainEvaluationInItsOrder)
     std::vector<PlainRow> rows;
     for (int query = 0; query < kRandomQueries; ++query) {
         SCOPED_TRACE(query);
-        if (query % kChangesEvery == 0)
+        if (query % kChangesEvery == 0) {
             rows = ReadAll(*all);
+            ASSERT_NO_FATAL_FAILURE(ReadSubRows(rows));
+        }
         RestrictionMaker maker(draw, rows);
         SRestriction wanted = maker.Make(3);
         const std::vector<SortColumn> sort = DrawSort(draw);
@@ -384,7 +494,9 @@ TEST_F(RandomQueryTest, TablesGiveTheRowsOfAPlainEvaluationInItsOrder)
         ASSERT_EQ(Restriction::Make(&wanted, restriction), S_OK);
         ASSERT_EQ(followed->Restrict(&wanted, 0), S_OK);
         ASSERT_NO_FATAL_FAILURE(Sort(*followed, sort));
-        const std::vector<PlainRow> shown = ReadAll(*followed);
+        std::vector<PlainRow> shown = ReadAll(*followed);
+        for (PlainRow& row : shown)
+            TakeSubRows(rows, row);
         ASSERT_EQ(IdsOf(shown), Evaluate(rows, restriction.get(), sort));
         SRestriction other = maker.Make(2);
         ASSERT_NO_FATAL_FAILURE(CheckFinding(draw, *followed, shown, other));
@@ -392,6 +504,7 @@ TEST_F(RandomQueryTest, TablesGiveTheRowsOfAPlainEvaluationInItsOrder)
             // The table is there already, and follows.
             ASSERT_NO_FATAL_FAILURE(ChangeSome(draw));
             rows = ReadAll(*all);
+            ASSERT_NO_FATAL_FAILURE(ReadSubRows(rows));
             ASSERT_EQ(IdsOf(ReadAll(*followed)), Evaluate(rows, restriction.get(), sort));
         }
     }

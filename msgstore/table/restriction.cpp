@@ -256,6 +256,22 @@ private:
     ULONG tag_;
 };
 
+class SubRestriction final : public Restriction {
+public:
+    SubRestriction(ULONG table, RestrictionPtr part) : table_(table), part_(std::move(part)) {}
+    bool Matches(const PropertyLookup& row) const override
+    {
+        const std::vector<PropertyBag>* const rows = row.SubRows(table_);
+        return rows && std::any_of(rows->begin(), rows->end(), [&](const PropertyBag& subRow) {
+                   return part_->Matches(BagLookup(subRow));
+               });
+    }
+
+private:
+    ULONG table_;
+    RestrictionPtr part_;
+};
+
 HRESULT CheckRelation(ULONG relation) noexcept
 {
     if (relation == RELOP_RE)
@@ -347,6 +363,17 @@ HRESULT MakeComment(const SRestriction* source, ULONG depth, RestrictionPtr& res
     return S_OK;
 }
 
+HRESULT MakeSub(const SSubRestriction& source, ULONG depth, RestrictionPtr& result)
+{
+    const ULONG table = PROP_ID(source.ulSubObject);
+    if (table != PROP_ID(PR_MESSAGE_RECIPIENTS) && table != PROP_ID(PR_MESSAGE_ATTACHMENTS))
+        return MAPI_E_TOO_COMPLEX;
+    RestrictionPtr part;
+    QV_RETURN_IF_FAILED(MakeNode(source.lpRes, depth + 1, part));
+    result = std::make_shared<SubRestriction>(source.ulSubObject, std::move(part));
+    return S_OK;
+}
+
 HRESULT MakeNode(const SRestriction* source, ULONG depth, RestrictionPtr& result)
 {
     if (!source)
@@ -376,7 +403,7 @@ HRESULT MakeNode(const SRestriction* source, ULONG depth, RestrictionPtr& result
         case RES_COMMENT:
             return MakeComment(source->res.resComment.lpRes, depth, result);
         case RES_SUBRESTRICTION:
-            return MAPI_E_TOO_COMPLEX;
+            return MakeSub(source->res.resSub, depth, result);
         default:
             return MAPI_E_INVALID_PARAMETER;
     }

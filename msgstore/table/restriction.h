@@ -16,6 +16,10 @@ public:
     // pointer holds until the next call.
     virtual const PropertyValue* Find(ULONG tag) const = 0;
 
+    // The rows of a table of the row's own: its recipients (PR_MESSAGE_RECIPIENTS) or its attachments
+    // (PR_MESSAGE_ATTACHMENTS). Null: it has no such table. Holds until the next call.
+    virtual const std::vector<PropertyBag>* SubRows(ULONG) const { return nullptr; }
+
 protected:
     ~PropertyLookup() = default;
 };
@@ -59,7 +63,8 @@ public:
     // result  [out]  null on failure.
     //
     // S_OK; MAPI_E_INVALID_PARAMETER: a null pointer, an unknown kind, relation or match level;
-    // MAPI_E_TOO_COMPLEX: nested deeper than 64 levels, RES_SUBRESTRICTION, or RELOP_RE; E_OUTOFMEMORY.
+    // MAPI_E_TOO_COMPLEX: nested deeper than 64 levels, RELOP_RE, or RES_SUBRESTRICTION on anything but
+    // recipients and attachments; E_OUTOFMEMORY.
     [[nodiscard]] static HRESULT Make(const SRestriction* source,
                                       std::shared_ptr<const Restriction>& result) noexcept;
 
@@ -68,7 +73,8 @@ public:
     // Whether the row meets it. A property that the row lacks meets no comparison but RELOP_NE and no
     // other condition. Text compares without case where the level says FL_IGNORECASE or FL_LOOSE, and
     // always in RES_PROPERTY, as tables sort it. A restriction on a multi-valued property with MV_INSTANCE
-    // or with a single-valued operand is met if one value meets it.
+    // or with a single-valued operand is met if one value meets it, RES_SUBRESTRICTION if one row of the
+    // row's own table meets what it asks for.
     // May throw std::bad_alloc.
     virtual bool Matches(const PropertyLookup& row) const = 0;
 

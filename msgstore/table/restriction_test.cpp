@@ -214,6 +214,60 @@ TEST_F(RestrictionTest, MalformedOnesAreRefused)
     EXPECT_EQ(made, nullptr);
 }
 
+// A message with recipients Zoe and Max.
+class MailLookup final : public PropertyLookup {
+public:
+    MailLookup()
+    {
+        for (const OleString& name : {OleString(OLESTR("Zoe")), OleString(OLESTR("Max"))})
+            recipients_.emplace_back().Put(PropertyValue::Unicode(PR_DISPLAY_NAME_W, name));
+    }
+    const PropertyValue* Find(ULONG) const override { return nullptr; }
+    const std::vector<PropertyBag>* SubRows(ULONG tag) const override
+    {
+        return tag == PR_MESSAGE_RECIPIENTS ? &recipients_ : nullptr;
+    }
+
+private:
+    std::vector<PropertyBag> recipients_;
+};
+
+TEST_F(RestrictionTest, ASubRestrictionWantsOneRowOfTheTable)
+{
+    OleString name(OLESTR("max"));
+    SPropValue value{};
+    value.ulPropTag = PR_DISPLAY_NAME_W;
+    SRestriction named = Compare(RELOP_EQ, value);
+    const auto matches = [&](ULONG table, const OleString& wanted) {
+        name = wanted;
+        value.Value.lpszW = name.data();
+        SRestriction restriction{};
+        restriction.rt = RES_SUBRESTRICTION;
+        restriction.res.resSub = {table, &named};
+        std::shared_ptr<const Restriction> made;
+        EXPECT_EQ(Restriction::Make(&restriction, made), S_OK);
+        return made && made->Matches(MailLookup());
+    };
+    EXPECT_TRUE(matches(PR_MESSAGE_RECIPIENTS, OLESTR("max")));
+    EXPECT_FALSE(matches(PR_MESSAGE_RECIPIENTS, OLESTR("Kim")));
+    EXPECT_FALSE(matches(PR_MESSAGE_ATTACHMENTS, OLESTR("max")));
+}
+
+TEST_F(RestrictionTest, OnlyRecipientsAndAttachmentsHaveSubRestrictions)
+{
+    SPropValue five = Number(kScore, 5);
+    SRestriction inner = Compare(RELOP_EQ, five);
+    SRestriction outer{};
+    outer.rt = RES_SUBRESTRICTION;
+    outer.res.resSub = {PR_CONTAINER_CONTENTS, &inner};
+    std::shared_ptr<const Restriction> made;
+    EXPECT_EQ(Restriction::Make(&outer, made), MAPI_E_TOO_COMPLEX);
+    outer.res.resSub = {PR_MESSAGE_RECIPIENTS, nullptr};
+    EXPECT_EQ(Restriction::Make(&outer, made), MAPI_E_INVALID_PARAMETER);
+    outer.res.resSub.lpRes = &outer;  // without end
+    EXPECT_EQ(Restriction::Make(&outer, made), MAPI_E_TOO_COMPLEX);
+}
+
 TEST_F(RestrictionTest, NoneLetsEveryRowThrough)
 {
     std::shared_ptr<const Restriction> made;
