@@ -6,24 +6,21 @@ namespace {
 // A damaged file may have folders within themselves.
 constexpr int kDeepestFolder = 1000;
 
-// At least one, however late it is: a step that did nothing would be followed by another such.
+// The one after that number; 0 behind the last.
+HRESULT NextMessage(SqliteConnection& connection, std::int64_t folderId, bool associated, std::int64_t& id)
+{
+    SqliteRows rows = connection.Query(
+        "SELECT id FROM message WHERE folder_id=? AND associated=? AND id>? ORDER BY id LIMIT 1", folderId,
+        associated, id);
+    id = rows.Next() ? rows.Int64(0) : 0;
+    return rows.Result();
+}
+
 HRESULT DeleteMessagesOf(SqliteConnection& connection, std::int64_t folderId, bool associated,
                          const StepTime& time)
 {
-    for (;;) {
-        std::int64_t id = 0;
-        {
-            SqliteRows rows = connection.Query(
-                "SELECT id FROM message WHERE folder_id=? AND associated=? ORDER BY id LIMIT 1", folderId,
-                associated);
-            if (!rows.Next())
-                return rows.Result();
-            id = rows.Int64(0);
-        }
-        QV_RETURN_IF_FAILED(DeleteMessage(connection, id));
-        if (time.IsOver())
-            return S_FALSE;
-    }
+    std::int64_t last = 0;
+    return WorkOnAll(connection, folderId, associated, DeleteMessage, time, last);
 }
 
 HRESULT IsFirstFolder(SqliteConnection& connection, std::int64_t id, bool& isFirst)
@@ -98,46 +95,58 @@ HRESULT FindListed(SqliteConnection& connection, const ObjectGuid& store, std::i
 
 }  // namespace
 
-HRESULT FindListedMessages(SqliteConnection& connection, const ObjectGuid& store, std::int64_t folderId,
-                           const ENTRYLIST& list, std::vector<std::int64_t>& ids, bool& partial)
+HRESULT FindFolderBelow(SqliteConnection& connection, std::int64_t parentId, const EntryId& id,
+                        FolderRow& row)
 {
-    for (ULONG i = 0; i < list.cValues; ++i) {
-        std::int64_t id = 0;
-        const HRESULT found = FindListed(connection, store, folderId, list.lpbin[i], id);
-        QV_RETURN_IF_FAILED(found);
-        if (found == S_OK)
-            ids.push_back(id);
-        else
-            partial = true;
-    }
-    return S_OK;
+    QV_RETURN_IF_FAILED(FindFolder(connection, id, row));
+    return row.parentId == parentId ? S_OK : MAPI_E_NOT_FOUND;
 }
 
-HRESULT ListMessages(SqliteConnection& connection, std::int64_t folderId, bool associated,
-                     std::vector<std::int64_t>& ids)
+HRESULT FindMovableFolder(SqliteConnection& connection, std::int64_t parentId, const EntryId& id,
+                          FolderRow& row)
 {
-    SqliteRows rows = connection.Query(
-        "SELECT id FROM message WHERE folder_id=? AND associated=? ORDER BY id", folderId, associated);
-    while (rows.Next())
-        ids.push_back(rows.Int64(0));
-    return rows.Result();
+    QV_RETURN_IF_FAILED(FindFolderBelow(connection, parentId, id, row));
+    bool isFirst = false;
+    QV_RETURN_IF_FAILED(IsFirstFolder(connection, row.id, isFirst));
+    return isFirst ? MAPI_E_NO_ACCESS : S_OK;
 }
 
-HRESULT DeleteListedMessages(SqliteConnection& connection, const ObjectGuid& store, std::int64_t folderId,
-                             const ENTRYLIST& list, const StepTime& time, ULONG& next, bool& partial)
+HRESULT CheckIsThere(SqliteConnection& connection, std::int64_t folderId)
 {
-    while (next < list.cValues) {
+    FolderRow row;
+    const HRESULT found = FindFolder(connection, folderId, row);
+    return found == MAPI_E_NOT_FOUND ? MAPI_E_OBJECT_DELETED : found;
+}
+
+HRESULT WorkOnListed(SqliteConnection& connection, const ObjectGuid& store, std::int64_t folderId,
+                     const ENTRYLIST& list, const MessageWork& work, const StepTime& time,
+                     ListProgress& progress)
+{
+    while (progress.next < list.cValues) {
         std::int64_t id = 0;
-        const HRESULT found = FindListed(connection, store, folderId, list.lpbin[next], id);
+        const HRESULT found = FindListed(connection, store, folderId, list.lpbin[progress.next], id);
         QV_RETURN_IF_FAILED(found);
         if (found == S_OK)
-            QV_RETURN_IF_FAILED(DeleteMessage(connection, id));
+            QV_RETURN_IF_FAILED(work(connection, id));
         else
-            partial = true;
-        if (++next < list.cValues && time.IsOver())
+            progress.partial = true;
+        if (++progress.next < list.cValues && time.IsOver())
             return S_FALSE;
     }
     return S_OK;
+}
+
+HRESULT WorkOnAll(SqliteConnection& connection, std::int64_t folderId, bool associated,
+                  const MessageWork& work, const StepTime& time, std::int64_t& last)
+{
+    for (;;) {
+        QV_RETURN_IF_FAILED(NextMessage(connection, folderId, associated, last));
+        if (last == 0)
+            return S_OK;
+        QV_RETURN_IF_FAILED(work(connection, last));
+        if (time.IsOver())
+            return S_FALSE;
+    }
 }
 
 HRESULT EmptyFolderRows(SqliteConnection& connection, std::int64_t folderId, bool withAssociated,
@@ -149,19 +158,9 @@ HRESULT EmptyFolderRows(SqliteConnection& connection, std::int64_t folderId, boo
 HRESULT MoveFolderBelow(SqliteConnection& connection, std::int64_t fromFolder, const EntryId& id,
                         std::int64_t toFolder, const std::string& name)
 {
-    FolderRow target;
-    const HRESULT found = FindFolder(connection, toFolder, target);
-    if (found == MAPI_E_NOT_FOUND)
-        return MAPI_E_OBJECT_DELETED;
-    QV_RETURN_IF_FAILED(found);
+    QV_RETURN_IF_FAILED(CheckIsThere(connection, toFolder));
     FolderRow row;
-    QV_RETURN_IF_FAILED(FindFolder(connection, id, row));
-    if (row.parentId != fromFolder)
-        return MAPI_E_NOT_FOUND;
-    bool isFirst = false;
-    QV_RETURN_IF_FAILED(IsFirstFolder(connection, row.id, isFirst));
-    if (isFirst)
-        return MAPI_E_NO_ACCESS;
+    QV_RETURN_IF_FAILED(FindMovableFolder(connection, fromFolder, id, row));
     return MoveFolderRow(connection, row.id, toFolder, name.empty() ? row.name : name);
 }
 
@@ -169,9 +168,7 @@ HRESULT DeleteFolderBelow(SqliteConnection& connection, std::int64_t parentId, c
                           const StepTime& time)
 {
     FolderRow row;
-    QV_RETURN_IF_FAILED(FindFolder(connection, id, row));
-    if (row.parentId != parentId)
-        return MAPI_E_NOT_FOUND;
+    QV_RETURN_IF_FAILED(FindFolderBelow(connection, parentId, id, row));
     QV_RETURN_IF_FAILED(CheckMayGo(connection, row.id, flags));
     const HRESULT emptied = EmptyFolderRows(connection, row.id, true, time);
     if (emptied != S_OK)

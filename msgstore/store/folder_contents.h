@@ -2,6 +2,8 @@
 #ifndef QUORVANE_MSGSTORE_STORE_FOLDER_CONTENTS_H_
 #define QUORVANE_MSGSTORE_STORE_FOLDER_CONTENTS_H_
 
+#include <functional>
+
 #include "msgstore/store/folder_rows.h"
 #include "msgstore/store/message_rows.h"
 #include "msgstore/store/store_core.h"
@@ -10,20 +12,19 @@ namespace quorvane {
 
 // All work within a transaction that writes.
 
-// The rows of the listed messages that are in the folder. `partial` becomes true when some aren't, or an
-// identifier is none of the store's.
-[[nodiscard]] HRESULT FindListedMessages(SqliteConnection& connection, const ObjectGuid& store,
-                                         std::int64_t folderId, const ENTRYLIST& list,
-                                         std::vector<std::int64_t>& ids, bool& partial);
-
-// The numbers of all messages of a folder.
-[[nodiscard]] HRESULT ListMessages(SqliteConnection& connection, std::int64_t folderId, bool associated,
-                                   std::vector<std::int64_t>& ids);
+// A folder right below another. MAPI_E_NOT_FOUND: there is none such there.
+[[nodiscard]] HRESULT FindFolderBelow(SqliteConnection& connection, std::int64_t parentId, const EntryId& id,
+                                      FolderRow& row);
+// The same of one that may leave its place: MAPI_E_NO_ACCESS: it's one that every store has.
+[[nodiscard]] HRESULT FindMovableFolder(SqliteConnection& connection, std::int64_t parentId,
+                                        const EntryId& id, FolderRow& row);
+// MAPI_E_OBJECT_DELETED: there is no such folder.
+[[nodiscard]] HRESULT CheckIsThere(SqliteConnection& connection, std::int64_t folderId);
 
 // Puts a folder from below the one folder below the other, as `name`, or with an empty one as it is called.
 //
-// MAPI_E_NOT_FOUND: there is none such right below the one, MAPI_E_OBJECT_DELETED: the other is gone;
-// MAPI_E_NO_ACCESS: it's one that every store has; MAPI_E_COLLISION, MAPI_E_FOLDER_CYCLE as MoveFolderRow.
+// As FindMovableFolder; MAPI_E_OBJECT_DELETED: the other is gone; MAPI_E_COLLISION, MAPI_E_FOLDER_CYCLE as
+// MoveFolderRow.
 [[nodiscard]] HRESULT MoveFolderBelow(SqliteConnection& connection, std::int64_t fromFolder,
                                       const EntryId& id, std::int64_t toFolder, const std::string& name);
 
@@ -33,13 +34,24 @@ namespace quorvane {
 [[nodiscard]] HRESULT EmptyFolderRows(SqliteConnection& connection, std::int64_t folderId,
                                       bool withAssociated, const StepTime& time);
 
-// Deletes listed messages.
+// What is done to one message. MAPI_E_NOT_FOUND: it has gone, which is no failure.
+using MessageWork = std::function<HRESULT(SqliteConnection&, std::int64_t)>;
+
+// How far a work on listed messages has come.
+struct ListProgress {
+    ULONG next = 0;        // the first of the list that isn't done with
+    bool partial = false;  // some aren't in the folder
+};
+
+// Does something to each of the listed messages that are in the folder.
+[[nodiscard]] HRESULT WorkOnListed(SqliteConnection& connection, const ObjectGuid& store,
+                                   std::int64_t folderId, const ENTRYLIST& list, const MessageWork& work,
+                                   const StepTime& time, ListProgress& progress);
+// The same to each ordinary or associated message of a folder, the oldest first.
 //
-// next     [in,out]  the first of the list that isn't done with; 0 at first.
-// partial  [in,out]  becomes true if some aren't in the folder.
-[[nodiscard]] HRESULT DeleteListedMessages(SqliteConnection& connection, const ObjectGuid& store,
-                                           std::int64_t folderId, const ENTRYLIST& list, const StepTime& time,
-                                           ULONG& next, bool& partial);
+// last  [in,out]  the number of the last one that is done with; 0 at first.
+[[nodiscard]] HRESULT WorkOnAll(SqliteConnection& connection, std::int64_t folderId, bool associated,
+                                const MessageWork& work, const StepTime& time, std::int64_t& last);
 
 // Deletes a folder below another.
 //

@@ -45,19 +45,6 @@ HRESULT LogFolder(SqliteConnection& connection, ULONG event, const FolderRow& ro
     return AppendChange(connection, change);
 }
 
-constexpr std::string_view kBelow =
-    "WITH RECURSIVE below (id) AS (SELECT ? UNION SELECT f.id FROM below AS b JOIN folder AS f ON f.parent_id "
-    "= b.id) SELECT id FROM below";
-
-// All folders below, at any depth, after the folder itself.
-HRESULT ListTree(SqliteConnection& connection, std::int64_t id, std::vector<std::int64_t>& ids)
-{
-    SqliteRows rows = connection.Query(kBelow, id);
-    while (rows.Next())
-        ids.push_back(rows.Int64(0));
-    return rows.Result();
-}
-
 }  // namespace
 
 HRESULT FindFolder(SqliteConnection& connection, const EntryId& id, FolderRow& row)
@@ -111,6 +98,18 @@ HRESULT InsertFolder(SqliteConnection& connection, std::int64_t parentId, std::s
     return LogFolder(connection, fnevObjectCreated, row);
 }
 
+HRESULT CopyFolderRow(SqliteConnection& connection, const FolderRow& original, std::int64_t parentId,
+                      std::string_view name, FolderRow& row)
+{
+    const auto now = static_cast<std::int64_t>(ToTicks(FileTimeNow()));
+    QV_RETURN_IF_FAILED(
+        connection.Run("INSERT INTO folder (guid, parent_id, name, created, modified, properties)"
+                       " SELECT ?, ?, ?, ?4, ?4, properties FROM folder WHERE id=?5",
+                       MakeObjectGuid(), parentId, name, now, original.id));
+    QV_RETURN_IF_FAILED(FindFolder(connection, connection.LastInsertId(), row));
+    return LogFolder(connection, fnevObjectCopied, row, original.parentId);
+}
+
 HRESULT UpdateFolder(SqliteConnection& connection, std::int64_t id, std::string_view name,
                      const PropertyBag& properties)
 {
@@ -157,6 +156,17 @@ HRESULT DeleteFolderRow(SqliteConnection& connection, std::int64_t id)
     QV_RETURN_IF_FAILED(FindFolder(connection, id, row));
     QV_RETURN_IF_FAILED(connection.Run("DELETE FROM folder WHERE id=?", id));
     return LogFolder(connection, fnevObjectDeleted, row);
+}
+
+HRESULT ListTree(SqliteConnection& connection, std::int64_t id, std::vector<std::int64_t>& ids)
+{
+    SqliteRows rows = connection.Query(
+        "WITH RECURSIVE below (id) AS (SELECT ? UNION SELECT f.id FROM below AS b JOIN folder AS f"
+        " ON f.parent_id = b.id) SELECT id FROM below",
+        id);
+    while (rows.Next())
+        ids.push_back(rows.Int64(0));
+    return rows.Result();
 }
 
 HRESULT ListSubfolders(SqliteConnection& connection, std::int64_t parentId, std::vector<std::int64_t>& ids)

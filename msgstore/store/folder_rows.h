@@ -48,6 +48,9 @@ struct FolderCounts {
 // Writes name and properties. MAPI_E_COLLISION; MAPI_E_OBJECT_DELETED: the folder is gone.
 [[nodiscard]] HRESULT UpdateFolder(SqliteConnection& connection, std::int64_t id, std::string_view name,
                                    const PropertyBag& properties);
+// Makes a copy of a folder, with its properties and nothing that is in it. As InsertFolder.
+[[nodiscard]] HRESULT CopyFolderRow(SqliteConnection& connection, const FolderRow& original,
+                                    std::int64_t parentId, std::string_view name, FolderRow& row);
 // Puts a folder below another one, under a name. MAPI_E_COLLISION; MAPI_E_FOLDER_CYCLE: the other one is the
 // folder itself, or lies in it.
 [[nodiscard]] HRESULT MoveFolderRow(SqliteConnection& connection, std::int64_t id, std::int64_t parentId,
@@ -55,6 +58,8 @@ struct FolderCounts {
 // Deletes a folder that holds nothing any more.
 [[nodiscard]] HRESULT DeleteFolderRow(SqliteConnection& connection, std::int64_t id);
 
+// The folder itself and all below it, at any depth; each stands behind the one that holds it.
+[[nodiscard]] HRESULT ListTree(SqliteConnection& connection, std::int64_t id, std::vector<std::int64_t>& ids);
 // The folders right below, by name.
 [[nodiscard]] HRESULT ListSubfolders(SqliteConnection& connection, std::int64_t parentId,
                                      std::vector<std::int64_t>& ids);

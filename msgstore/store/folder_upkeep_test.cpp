@@ -50,6 +50,15 @@ protected:
             ASSERT_EQ(message->SaveChanges(MAPI_DEFERRED_ERRORS), S_OK);
         }
     }
+    static std::vector<BinaryValue> IdsOf(IMAPIFolder& folder)
+    {
+        std::vector<BinaryValue> ids;
+        RowSet rows;
+        EXPECT_EQ(ContentsOf(folder)->QueryRows(100, 0, rows.Put()), S_OK);
+        for (const SRow& row : rows)
+            ids.push_back(BinaryOf(row, PR_ENTRYID));
+        return ids;
+    }
     std::int64_t Ask(const char* sql) { return AskStore(*core, sql); }
 
     // How many messages there were each time that somebody else could write, until none was left.
@@ -117,11 +126,7 @@ TEST_F(FolderUpkeepTest, OthersWriteBetweenTheStepsOfALongWork)
 TEST_F(FolderUpkeepTest, OthersWriteBetweenTheStepsInWhichALongListIsDeleted)
 {
     ASSERT_NO_FATAL_FAILURE(Fill(mailbox.Inbox(), 3, 100));
-    std::vector<BinaryValue> ids;
-    RowSet rows;
-    ASSERT_EQ(ContentsOf(mailbox.Inbox())->QueryRows(3, 0, rows.Put()), S_OK);
-    for (const SRow& row : rows)
-        ids.push_back(BinaryOf(row, PR_ENTRYID));
+    std::vector<BinaryValue> ids = IdsOf(mailbox.Inbox());
     ids.push_back(ids[0]);  // it is gone by then
     ids.push_back(BinaryValue{1, 2, 3});
     std::vector<SBinary> listed;
@@ -133,6 +138,49 @@ TEST_F(FolderUpkeepTest, OthersWriteBetweenTheStepsInWhichALongListIsDeleted)
         [&] { EXPECT_EQ(mailbox.Inbox().DeleteMessages(&list, 0, nullptr, 0), MAPI_W_PARTIAL_COMPLETION); });
 
     EXPECT_EQ(left, (std::vector<std::int64_t>{2, 1, 0, 0, 0}));
+}
+
+TEST_F(FolderUpkeepTest, OthersWriteBetweenTheStepsInWhichAFolderIsCopied)
+{
+    const ComPtr<IMAPIFolder> upper = mailbox.MakeFolder(mailbox.Inbox(), "upper");
+    const ComPtr<IMAPIFolder> lower = mailbox.MakeFolder(*upper, "lower");
+    ASSERT_NO_FATAL_FAILURE(Fill(*upper, 2, 100));
+    ASSERT_NO_FATAL_FAILURE(Fill(*lower, 2, 100));
+    BinaryValue id = BinaryOf(*upper, PR_ENTRYID);
+    char name[] = "copy";
+
+    const std::vector<std::int64_t> there = LeftWhenOthersWrite([&] {
+        EXPECT_EQ(
+            mailbox.Inbox().CopyFolder(static_cast<ULONG>(id.size()), reinterpret_cast<LPENTRYID>(id.data()),
+                                       nullptr, &mailbox.Inbox(), name, 0, nullptr, COPY_SUBFOLDERS),
+            S_OK);
+    });
+
+    EXPECT_EQ(std::vector<std::int64_t>(there.begin(), there.begin() + 3),
+              (std::vector<std::int64_t>{5, 6, 6}));
+    EXPECT_EQ(there.back(), 8);
+}
+
+TEST_F(FolderUpkeepTest, OthersWriteBetweenTheStepsInWhichAListIsMovedAndMarked)
+{
+    ASSERT_NO_FATAL_FAILURE(Fill(mailbox.Inbox(), 3, 100));
+    const ComPtr<IMAPIFolder> target = mailbox.MakeFolder(mailbox.Inbox(), "target");
+    const std::vector<BinaryValue> ids = IdsOf(mailbox.Inbox());
+    std::vector<SBinary> listed;
+    for (const BinaryValue& id : ids)
+        listed.push_back({static_cast<ULONG>(id.size()), const_cast<BYTE*>(id.data())});
+    ENTRYLIST list{static_cast<ULONG>(listed.size()), listed.data()};
+
+    std::vector<std::int64_t> there = LeftWhenOthersWrite(
+        [&] { EXPECT_EQ(mailbox.Inbox().CopyMessages(&list, nullptr, target.Get(), 0, nullptr, 0), S_OK); });
+    EXPECT_EQ(there, (std::vector<std::int64_t>{4, 5, 6}));
+    there = LeftWhenOthersWrite([&] { EXPECT_EQ(target->SetReadFlags(nullptr, 0, nullptr, 0), S_OK); });
+    EXPECT_GE(there.size(), 3u);
+    EXPECT_EQ(LongOf(*target, PR_CONTENT_UNREAD), 0);
+    EXPECT_EQ(LongOf(mailbox.Inbox(), PR_CONTENT_UNREAD), 3);
+    there = LeftWhenOthersWrite([&] { EXPECT_EQ(mailbox.Inbox().SetReadFlags(&list, 0, nullptr, 0), S_OK); });
+    EXPECT_GE(there.size(), 3u);
+    EXPECT_EQ(LongOf(mailbox.Inbox(), PR_CONTENT_UNREAD), 0);
 }
 
 TEST_F(FolderUpkeepTest, OthersWriteBetweenTheStepsInWhichAFolderIsEmptied)

@@ -6,14 +6,25 @@
 namespace quorvane {
 namespace {
 
+HRESULT IsAssociated(IMessage& message, bool& associated)
+{
+    SPropValue* flags = nullptr;
+    QV_RETURN_IF_FAILED(HrGetOneProp(&message, PR_MESSAGE_FLAGS, &flags));
+    associated = (flags->Value.l & MSGFLAG_ASSOCIATED) != 0;
+    MAPIFreeBuffer(flags);
+    return S_OK;
+}
+
 HRESULT TransferOne(IMAPIFolder& from, IMAPIFolder& to, const SBinary& id, bool move)
 {
     ComPtr<IMessage> original;
     ULONG type = 0;
     QV_RETURN_IF_FAILED(from.OpenEntry(id.cb, reinterpret_cast<LPENTRYID>(id.lpb), &IID_IMessage, 0, &type,
                                        original.PutUnknown()));
+    bool associated = false;
+    QV_RETURN_IF_FAILED(IsAssociated(*original, associated));
     ComPtr<IMessage> copy;
-    QV_RETURN_IF_FAILED(to.CreateMessage(nullptr, 0, copy.Put()));
+    QV_RETURN_IF_FAILED(to.CreateMessage(nullptr, associated ? MAPI_ASSOCIATED : 0, copy.Put()));
     QV_RETURN_IF_FAILED(
         original->CopyTo(0, nullptr, nullptr, 0, nullptr, &IID_IMessage, copy.Get(), 0, nullptr));
     QV_RETURN_IF_FAILED(copy->SaveChanges(0));
@@ -29,20 +40,17 @@ HRESULT TransferOne(IMAPIFolder& from, IMAPIFolder& to, const SBinary& id, bool 
 HRESULT TransferWithin(StoreCore& core, std::int64_t fromFolder, std::int64_t toFolder,
                        const ENTRYLIST& messages, bool move)
 {
-    bool partial = false;
-    const HRESULT written = core.Write(Durability::AtReturn, [&](SqliteConnection& connection) {
-        FolderRow target;
-        if (FindFolder(connection, toFolder, target) == MAPI_E_NOT_FOUND)
-            return MAPI_E_OBJECT_DELETED;
-        std::vector<std::int64_t> ids;
-        QV_RETURN_IF_FAILED(FindListedMessages(connection, core.Guid(), fromFolder, messages, ids, partial));
-        for (const std::int64_t id : ids)
-            QV_RETURN_IF_FAILED(move ? MoveMessage(connection, id, toFolder)
-                                     : CopyMessage(connection, id, toFolder));
-        return S_OK;
-    });
+    ListProgress progress;
+    const auto transfer = [&](SqliteConnection& connection, std::int64_t id) {
+        return move ? MoveMessage(connection, id, toFolder) : CopyMessage(connection, id, toFolder);
+    };
+    const HRESULT written =
+        core.WriteInSteps([&](SqliteConnection& connection, const StepTime& time) -> HRESULT {
+            QV_RETURN_IF_FAILED(CheckIsThere(connection, toFolder));
+            return WorkOnListed(connection, core.Guid(), fromFolder, messages, transfer, time, progress);
+        });
     QV_RETURN_IF_FAILED(written);
-    return partial ? MAPI_W_PARTIAL_COMPLETION : S_OK;
+    return progress.partial ? MAPI_W_PARTIAL_COMPLETION : S_OK;
 }
 
 HRESULT TransferTo(IMAPIFolder& from, IMAPIFolder& to, const ENTRYLIST& messages, bool move)

@@ -9,8 +9,8 @@ namespace quorvane {
 // Both give MAPI_W_PARTIAL_COMPLETION when some of the listed messages aren't in the folder; the others are
 // done.
 
-// Within one store, in one transaction. A moved message keeps its identifiers. MAPI_E_OBJECT_DELETED: the
-// target folder is gone.
+// Within one store, in steps in between which others write. A moved message keeps its identifiers.
+// MAPI_E_OBJECT_DELETED: the target folder is gone.
 [[nodiscard]] HRESULT TransferWithin(StoreCore& core, std::int64_t fromFolder, std::int64_t toFolder,
                                      const ENTRYLIST& messages, bool move);
 

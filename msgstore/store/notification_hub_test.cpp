@@ -40,6 +40,7 @@ public:
     const std::shared_ptr<StoreCore>& Core() const noexcept override { return core_; }
     HRESULT Collect(NotificationBatch& batch) noexcept override
     {
+        const std::lock_guard lock(lock_);
         ++asked;
         if (failures > 0) {
             --failures;
@@ -50,12 +51,21 @@ public:
         return S_OK;
     }
 
+    // No call sees the one without the other.
+    void FailBeforeAnEvent(int times)
+    {
+        const std::lock_guard lock(lock_);
+        failures = times;
+        events = 1;
+    }
+
     std::atomic<int> asked{0};
     std::atomic<int> failures{0};
     std::atomic<int> events{0};
 
 private:
     const std::shared_ptr<StoreCore> core_;
+    std::mutex lock_;
 };
 
 // What the thread asks of its sources.
@@ -121,8 +131,7 @@ TEST_F(NotificationThreadTest, AStoreOfWhichAQuestionFailedIsAskedOnceMore)
 {
     const std::shared_ptr<CountingSource> source = Advise();
     ASSERT_TRUE(Eventually([&] { return source->asked > 0; }));
-    source->failures = 2;
-    source->events = 1;
+    source->FailBeforeAnEvent(2);
 
     mailbox.AddMessage(mailbox.Inbox(), OLESTR("Hello"));
 

@@ -2,6 +2,7 @@
 
 #include "msgstore/message/message.h"
 #include "msgstore/store/folder_contents.h"
+#include "msgstore/store/folder_copy.h"
 #include "msgstore/store/folder_properties.h"
 #include "msgstore/store/message_transfer.h"
 #include "msgstore/store/store_message.h"
@@ -195,13 +196,12 @@ HRESULT CStoreFolder::DeleteMessages(LPENTRYLIST messages, ULONG, LPMAPIPROGRESS
 {
     if (!messages || (messages->cValues != 0 && !messages->lpbin))
         return MAPI_E_INVALID_PARAMETER;
-    bool partial = false;
-    ULONG next = 0;
+    ListProgress progress;
     const HRESULT written = Core()->WriteInSteps([&](SqliteConnection& connection, const StepTime& time) {
-        return DeleteListedMessages(connection, Core()->Guid(), m_folderId, *messages, time, next, partial);
+        return WorkOnListed(connection, Core()->Guid(), m_folderId, *messages, DeleteMessage, time, progress);
     });
     QV_RETURN_IF_FAILED(written);
-    return partial ? MAPI_W_PARTIAL_COMPLETION : S_OK;
+    return progress.partial ? MAPI_W_PARTIAL_COMPLETION : S_OK;
 }
 
 HRESULT CStoreFolder::CreateFolder(ULONG type, LPTSTR name, LPTSTR comment, LPCIID iid, ULONG flags,
@@ -238,18 +238,35 @@ HRESULT CStoreFolder::CopyFolder(ULONG idSize, LPENTRYID id, LPCIID, LPVOID targ
     QV_RETURN_IF_FAILED(ParseEntryId(id, idSize, parsed));
     if (parsed.kind != MAPI_FOLDER || parsed.store != Core()->Guid())
         return MAPI_E_UNKNOWN_ENTRYID;
-    ComPtr<CStoreFolder> here;
-    const bool isHere =
-        SUCCEEDED(static_cast<IUnknown*>(target)->QueryInterface(kStoreFolderIid, here.PutVoid())) &&
-        here->Core() == Core();
-    if (!isHere || (flags & FOLDER_MOVE) == 0)
-        return MAPI_E_NO_SUPPORT;
-    return Guarded([&] {
+    return Guarded([&]() -> HRESULT {
         const std::string name = TextArgument(newName, flags);
+        auto* const folder = static_cast<IUnknown*>(target);
+        ComPtr<CStoreFolder> here;
+        if (FAILED(folder->QueryInterface(kStoreFolderIid, here.PutVoid())) || here->Core() != Core())
+            return CopyToOtherStore(parsed, *folder, name, flags);
+        if ((flags & FOLDER_MOVE) == 0)
+            return CopyFolderWithin(*Core(), m_folderId, parsed, here->FolderId(), name,
+                                    (flags & COPY_SUBFOLDERS) != 0);
         return Core()->Write(Durability::AtReturn, [&](SqliteConnection& connection) {
             return MoveFolderBelow(connection, m_folderId, parsed, here->FolderId(), name);
         });
     });
+}
+
+HRESULT CStoreFolder::CopyToOtherStore(const EntryId& id, IUnknown& target, const std::string& name,
+                                       ULONG flags)
+{
+    const bool move = (flags & FOLDER_MOVE) != 0;
+    ComPtr<IMAPIFolder> elsewhere;
+    QV_RETURN_IF_FAILED(QueryFor(&target, elsewhere));
+    FolderRow row;
+    QV_RETURN_IF_FAILED(Core()->Read([&](SqliteConnection& connection) {
+        return move ? FindMovableFolder(connection, m_folderId, id, row)
+                    : FindFolderBelow(connection, m_folderId, id, row);
+    }));
+    return CopyFolderTo(*this, LongTermId(Core()->Guid(), MAPI_FOLDER, row.guid), *elsewhere,
+                        FromUtf8(name.empty() ? row.name : name),
+                        {.subfolders = move || (flags & COPY_SUBFOLDERS) != 0, .move = move});
 }
 
 HRESULT CStoreFolder::DeleteFolder(ULONG idSize, LPENTRYID id, ULONG, LPMAPIPROGRESS, ULONG flags)
@@ -272,21 +289,18 @@ HRESULT CStoreFolder::SetReadFlags(LPENTRYLIST messages, ULONG, LPMAPIPROGRESS, 
     const bool read = WantsRead(flags, changes);
     if (!changes)
         return S_OK;
-    bool partial = false;
-    const HRESULT written = Core()->Write(Durability::AtReturn, [&](SqliteConnection& connection) {
-        std::vector<std::int64_t> ids;
-        if (messages)
-            QV_RETURN_IF_FAILED(
-                FindListedMessages(connection, Core()->Guid(), m_folderId, *messages, ids, partial));
-        else
-            QV_RETURN_IF_FAILED(ListMessages(connection, m_folderId, false, ids));
+    const auto set = [read](SqliteConnection& connection, std::int64_t id) {
         MessageRow row;
-        for (const std::int64_t id : ids)
-            QV_RETURN_IF_FAILED(SetMessageRead(connection, id, read, row));
-        return S_OK;
+        return SetMessageRead(connection, id, read, row);
+    };
+    ListProgress progress;
+    std::int64_t last = 0;
+    const HRESULT written = Core()->WriteInSteps([&](SqliteConnection& connection, const StepTime& time) {
+        return messages ? WorkOnListed(connection, Core()->Guid(), m_folderId, *messages, set, time, progress)
+                        : WorkOnAll(connection, m_folderId, false, set, time, last);
     });
     QV_RETURN_IF_FAILED(written);
-    return partial ? MAPI_W_PARTIAL_COMPLETION : S_OK;
+    return progress.partial ? MAPI_W_PARTIAL_COMPLETION : S_OK;
 }
 
 HRESULT CStoreFolder::GetMessageStatus(ULONG idSize, LPENTRYID id, ULONG, ULONG* status)

@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include "msgstore/store/ask_store.h"
 #include "msgstore/store/test_mailbox.h"
+#include "platform/com/bstr.h"
 
 namespace quorvane {
 namespace {
@@ -215,10 +217,169 @@ TEST_F(FolderMoveTest, NoFolderMovesIntoItselfOrBesideOneOfItsName)
     mailbox.MakeFolder(*target, "PLANS");
     EXPECT_EQ(Move(mailbox.Inbox(), *plans, *target), MAPI_E_COLLISION);
     EXPECT_EQ(Move(*target, *plans, mailbox.Inbox()), MAPI_E_NOT_FOUND);
-    EXPECT_EQ(Move(mailbox.Inbox(), *plans, *target, "New", 0), MAPI_E_NO_SUPPORT);
     EXPECT_EQ(BinaryOf(*plans, PR_PARENT_ENTRYID), BinaryOf(mailbox.Inbox(), PR_ENTRYID));
     const ComPtr<IMAPIFolder> tree = mailbox.OpenFolder(BinaryOf(mailbox.Store(), PR_IPM_SUBTREE_ENTRYID));
     EXPECT_EQ(Move(*tree, mailbox.Inbox(), *target), MAPI_E_NO_ACCESS);
+}
+
+class FolderCopyTest : public FolderMoveTest {
+protected:
+    // Two messages and an associated one in Plans, one in Old, which has a comment.
+    FolderCopyTest()
+    {
+        mailbox.AddMessage(*plans, OLESTR("One"));
+        mailbox.AddMessage(*plans, OLESTR("Two"));
+        mailbox.AddMessage(*old, OLESTR("Older"));
+        ComPtr<IMessage> hidden;
+        EXPECT_EQ(plans->CreateMessage(nullptr, MAPI_ASSOCIATED, hidden.Put()), S_OK);
+        EXPECT_EQ(SetText(*hidden, PR_SUBJECT_W, OLESTR("Hidden")), S_OK);
+        EXPECT_EQ(hidden->SaveChanges(0), S_OK);
+        EXPECT_EQ(SetText(*old, PR_COMMENT_W, OLESTR("of before")), S_OK);
+    }
+    static ComPtr<IMAPIFolder> Below(TestMailbox& where, IMAPIFolder& folder, const char* name)
+    {
+        ComPtr<IMAPITable> table;
+        EXPECT_EQ(folder.GetHierarchyTable(MAPI_UNICODE, table.Put()), S_OK);
+        RowSet rows;
+        EXPECT_EQ(table->QueryRows(100, 0, rows.Put()), S_OK);
+        for (const SRow& row : rows) {
+            if (TextOf(row, PR_DISPLAY_NAME_W) == FromUtf8(name))
+                return where.OpenFolder(BinaryOf(row, PR_ENTRYID));
+        }
+        return {};
+    }
+    using Subjects = std::vector<OleString>;
+    static void ExpectPlans(IMAPIFolder& folder)
+    {
+        EXPECT_EQ(SubjectsOf(*ContentsOf(folder)), (Subjects{OLESTR("One"), OLESTR("Two")}));
+        EXPECT_EQ(SubjectsOf(*ContentsOf(folder, MAPI_ASSOCIATED)), Subjects{OLESTR("Hidden")});
+    }
+    static void ExpectOld(IMAPIFolder& folder)
+    {
+        EXPECT_EQ(TextOf(folder, PR_COMMENT_W), OLESTR("of before"));
+        EXPECT_EQ(SubjectsOf(*ContentsOf(folder)), Subjects{OLESTR("Older")});
+    }
+};
+
+TEST_F(FolderCopyTest, ACopyHoldsTheMessagesAndTheFoldersIfTheyAreWanted)
+{
+    ASSERT_EQ(Move(mailbox.Inbox(), *plans, *target, nullptr, COPY_SUBFOLDERS), S_OK);
+    ASSERT_EQ(Move(mailbox.Inbox(), *plans, mailbox.Inbox(), "Flat", 0), S_OK);
+
+    const ComPtr<IMAPIFolder> copy = Below(mailbox, *target, "Plans");
+    ASSERT_TRUE(copy);
+    EXPECT_NE(BinaryOf(*copy, PR_ENTRYID), BinaryOf(*plans, PR_ENTRYID));
+    ExpectPlans(*copy);
+    const ComPtr<IMAPIFolder> copyOfOld = Below(mailbox, *copy, "Old");
+    ASSERT_TRUE(copyOfOld);
+    ExpectOld(*copyOfOld);
+    const ComPtr<IMAPIFolder> flat = Below(mailbox, mailbox.Inbox(), "Flat");
+    ASSERT_TRUE(flat);
+    ExpectPlans(*flat);
+    EXPECT_FALSE(Below(mailbox, *flat, "Old"));
+    ExpectPlans(*plans);
+    ExpectOld(*old);
+}
+
+TEST_F(FolderCopyTest, NoFolderIsCopiedIntoItselfOrBesideOneOfItsName)
+{
+    EXPECT_EQ(Move(mailbox.Inbox(), *plans, *plans, "New", 0), MAPI_E_FOLDER_CYCLE);
+    EXPECT_EQ(Move(mailbox.Inbox(), *plans, *old, "New", COPY_SUBFOLDERS), MAPI_E_FOLDER_CYCLE);
+    EXPECT_EQ(Move(mailbox.Inbox(), *plans, mailbox.Inbox(), nullptr, 0), MAPI_E_COLLISION);
+    EXPECT_EQ(Move(*target, *plans, mailbox.Inbox(), "New", 0), MAPI_E_NOT_FOUND);
+    EXPECT_FALSE(Below(mailbox, *plans, "New"));
+    EXPECT_FALSE(Below(mailbox, *old, "New"));
+}
+
+TEST_F(FolderCopyTest, AFolderIsCopiedToAnotherStore)
+{
+    TestMailbox elsewhere;
+    ASSERT_EQ(Move(mailbox.Inbox(), *plans, elsewhere.Inbox(), "Theirs", COPY_SUBFOLDERS), S_OK);
+
+    const ComPtr<IMAPIFolder> copy = Below(elsewhere, elsewhere.Inbox(), "Theirs");
+    ASSERT_TRUE(copy);
+    ExpectPlans(*copy);
+    const ComPtr<IMAPIFolder> copyOfOld = Below(elsewhere, *copy, "Old");
+    ASSERT_TRUE(copyOfOld);
+    ExpectOld(*copyOfOld);
+    ExpectPlans(*plans);
+    ExpectOld(*old);
+}
+
+TEST_F(FolderCopyTest, AFolderMovesToAnotherStoreWithAllThatIsInIt)
+{
+    TestMailbox elsewhere;
+    ASSERT_EQ(Move(mailbox.Inbox(), *plans, elsewhere.Inbox()), S_OK);
+
+    const ComPtr<IMAPIFolder> moved = Below(elsewhere, elsewhere.Inbox(), "Plans");
+    ASSERT_TRUE(moved);
+    ExpectPlans(*moved);
+    const ComPtr<IMAPIFolder> movedOld = Below(elsewhere, *moved, "Old");
+    ASSERT_TRUE(movedOld);
+    ExpectOld(*movedOld);
+    EXPECT_FALSE(Below(mailbox, mailbox.Inbox(), "Plans"));
+    const ComPtr<IMAPIFolder> tree = mailbox.OpenFolder(BinaryOf(mailbox.Store(), PR_IPM_SUBTREE_ENTRYID));
+    EXPECT_EQ(Move(*tree, mailbox.Inbox(), elsewhere.Inbox(), "Theirs"), MAPI_E_NO_ACCESS);
+    EXPECT_FALSE(Below(elsewhere, elsewhere.Inbox(), "Theirs"));
+}
+
+// Delivers to a folder when the other store has its first message.
+class Deliverer final : public CommitListener {
+public:
+    Deliverer(TestMailbox& mailbox, IMAPIFolder& folder, StoreCore& other)
+        : mailbox_(mailbox), folder_(folder), other_(other)
+    {}
+    void Committed() noexcept override
+    {
+        if (!delivered_ && AskStore(other_, "SELECT count(*) FROM message") == 1) {
+            delivered_ = true;
+            mailbox_.AddMessage(folder_, OLESTR("Late"));
+        }
+    }
+    HRESULT Deliver(const StoreCore&, ULONG&, ULONG&) noexcept override { return S_FALSE; }
+
+private:
+    TestMailbox& mailbox_;
+    IMAPIFolder& folder_;
+    StoreCore& other_;
+    bool delivered_ = false;
+};
+
+TEST_F(FolderCopyTest, WhatComesWhileAFolderMovesStaysInIt)
+{
+    TestMailbox elsewhere;
+    std::shared_ptr<StoreCore> core;
+    ASSERT_EQ(StoreCore::Open(elsewhere.StorePath(), false, core), S_OK);
+    const auto deliverer = std::make_shared<Deliverer>(mailbox, *plans, *core);
+    core->AddListener(deliverer);
+
+    EXPECT_EQ(Move(mailbox.Inbox(), *plans, elsewhere.Inbox()), MAPI_W_PARTIAL_COMPLETION);
+
+    EXPECT_EQ(SubjectsOf(*ContentsOf(*plans)), Subjects{OLESTR("Late")});
+    const ComPtr<IMAPIFolder> moved = Below(elsewhere, elsewhere.Inbox(), "Plans");
+    ASSERT_TRUE(moved);
+    ExpectPlans(*moved);
+}
+
+TEST_F(FolderCopyTest, WhatCouldntBeMovedKeepsItsFolder)
+{
+    TestMailbox elsewhere;
+    std::shared_ptr<StoreCore> core;
+    ASSERT_EQ(StoreCore::Open(mailbox.StorePath(), false, core), S_OK);
+    ASSERT_EQ(core->Write(
+                  Durability::AtReturn,
+                  [](SqliteConnection& connection) {
+                      return connection.Run(
+                          "UPDATE part SET properties=x'1F001A00FFFFFFFF00' WHERE parent_id=0 AND message_id="
+                          "(SELECT id FROM message WHERE subject='Older')");
+                  }),
+              S_OK);
+
+    EXPECT_TRUE(FAILED(Move(mailbox.Inbox(), *plans, elsewhere.Inbox())));
+
+    EXPECT_EQ(LongOf(*old, PR_CONTENT_COUNT), 1);
+    EXPECT_EQ(BinaryOf(*old, PR_PARENT_ENTRYID), BinaryOf(*plans, PR_ENTRYID));
+    EXPECT_EQ(BinaryOf(*plans, PR_PARENT_ENTRYID), BinaryOf(mailbox.Inbox(), PR_ENTRYID));
 }
 
 TEST_F(StoreFolderTest, TheInboxCantBeDeleted)
