@@ -8,8 +8,10 @@
 #include "msgstore/store/identity.h"
 #include "msgstore/store/message_source.h"
 #include "msgstore/store/property_rows.h"
+#include "msgstore/store/search_criteria.h"
 #include "msgstore/store/table_functions.h"
 #include "msgstore/store/table_source.h"
+#include "msgstore/table/restriction_codec.h"
 #include "platform/clock/clock.h"
 #include "platform/com/bstr.h"
 
@@ -26,8 +28,9 @@ constexpr std::string_view kSelectRow =
     "SELECT id, guid, created, modified, flags, size, status, message_class, subject, subject_prefix, "
     "normal_subject,"
     " sender_name, sent_for_name, display_to, display_cc, display_bcc, submitted, delivered, importance, "
-    "search_key"
-    " FROM message WHERE id=? AND folder_id=? AND associated=?";
+    "search_key, folder_id"
+    " FROM message WHERE id=? AND associated=?";
+constexpr int kFolderColumn = kFirstColumn + static_cast<int>(kContentsColumns.size());
 
 const std::vector<ULONG> kDefaultColumns = {
     PR_ENTRYID,
@@ -58,28 +61,57 @@ const std::vector<ULONG> kDefaultColumns = {
 struct Contents {
     ObjectGuid store{};
     std::int64_t folderId = 0;
+    bool isSearch = false;
     bool associated = false;
     bool shortTermIds = false;
 };
+
+// Where the table's messages lie at a moment, and what they meet.
+struct Scope {
+    std::vector<std::int64_t> folders;            // ascending
+    std::shared_ptr<const Restriction> criteria;  // null: every one
+};
+
+// A folder that hasn't been told yet what to look for finds nothing.
+HRESULT ReadScope(SqliteConnection& connection, const Contents& contents, Scope& scope)
+{
+    if (!contents.isSearch) {
+        scope.folders = {contents.folderId};
+        return S_OK;
+    }
+    SearchCriteria criteria;
+    const HRESULT read = ReadSearchCriteria(connection, contents.folderId, criteria);
+    if (read == MAPI_E_NOT_INITIALIZED || read == MAPI_E_OBJECT_DELETED)
+        return S_OK;
+    QV_RETURN_IF_FAILED(read);
+    QV_RETURN_IF_FAILED(ListSearchedFolders(connection, criteria, scope.folders));
+    MapiBuffer<SRestriction> restriction;
+    QV_RETURN_IF_FAILED(DecodeRestriction(criteria.restriction, true, restriction));
+    return Restriction::Make(restriction.Get(), scope.criteria);
+}
 
 class ContentsReader final : public RowReader {
 public:
     ContentsReader(SqliteConnection& connection, const Contents& contents)
         : connection_(connection), contents_(contents), row_(connection.Query(kSelectRow))
-    {}
+    {
+        scoped_ = ReadScope(connection, contents, scope_);
+    }
 
     HRESULT MoveTo(std::int64_t id) override
     {
+        QV_RETURN_IF_FAILED(scoped_);
         haveProperties_ = false;
         haveLargeValues_ = false;
         haveRootPart_ = false;
         row_.Rewind();
         row_.Bind(id);
-        row_.Bind(contents_.folderId);
         row_.Bind(static_cast<std::int64_t>(contents_.associated));
-        if (row_.Next())
-            return S_OK;
-        return FAILED(row_.Result()) ? row_.Result() : S_FALSE;
+        if (!row_.Next())
+            return FAILED(row_.Result()) ? row_.Result() : S_FALSE;
+        const bool isHere =
+            std::binary_search(scope_.folders.begin(), scope_.folders.end(), row_.Int64(kFolderColumn));
+        return isHere && (!scope_.criteria || scope_.criteria->Matches(*this)) ? S_OK : S_FALSE;
     }
 
     HRESULT TakeFailure() noexcept override { return std::exchange(failure_, S_OK); }
@@ -189,12 +221,15 @@ private:
 
     bool FindStoreIdentity(ULONG tag) const
     {
-        if (storeIdentity_.empty()) {
+        const std::int64_t folderId = row_.Int64(kFolderColumn);
+        if (identityOf_ != folderId) {
+            storeIdentity_.Clear();
             PutStoreIdentity(contents_.store, storeIdentity_);
             FolderRow folder;
-            if (SUCCEEDED(FindFolder(connection_, contents_.folderId, folder)))
+            if (SUCCEEDED(FindFolder(connection_, folderId, folder)))
                 storeIdentity_.Put(
                     BinaryProperty(PR_PARENT_ENTRYID, LongTermId(contents_.store, MAPI_FOLDER, folder.guid)));
+            identityOf_ = folderId;
         }
         const PropertyValue* const found = storeIdentity_.FindId(PROP_ID(tag));
         if (found)
@@ -276,9 +311,12 @@ private:
     SqliteConnection& connection_;
     const Contents& contents_;
     SqliteRows row_;
+    Scope scope_;
+    HRESULT scoped_ = S_OK;
     // What Find hands out points into these.
     mutable PropertyValue value_;
     mutable PropertyBag storeIdentity_;
+    mutable std::int64_t identityOf_ = 0;
     mutable PropertyBag properties_;  // of the part, read when a property that isn't a column is asked for
     mutable bool haveProperties_ = false;
     mutable std::int64_t partId_ = 0;
@@ -297,29 +335,31 @@ public:
     HRESULT ListRows(SqliteConnection& connection, const TableQuery& query,
                      std::vector<std::int64_t>& ids) const override
     {
+        Scope scope;
+        QV_RETURN_IF_FAILED(ReadScope(connection, contents_, scope));
         SqlCondition condition;
-        const bool asSql = !query.restriction || Translate(*query.restriction, condition);
-        if (!asSql)
-            condition = {};
+        const bool asSql = Translate(scope, query.restriction.get(), condition);
         ContentsReader keyReader(connection, contents_);
         SortKeyReader keys(keyReader);
         std::size_t keysBound = 0;
         const std::string order = OrderBy(query.sort, keysBound);
-        SqliteRows rows = Select(connection, condition, order);
+        SqliteRows rows = Select(connection, scope, condition, order);
         for (std::size_t i = 0; i < keysBound; ++i)
             keys.BindTo(rows);
         const HRESULT listed =
-            asSql ? TakeIds(rows, ids) : TakeMatching(rows, connection, *query.restriction, ids);
+            asSql ? TakeIds(rows, ids) : TakeMatching(rows, connection, query.restriction.get(), ids);
         return FAILED(keys.Failure()) ? keys.Failure() : listed;
     }
 
     HRESULT ListMatches(SqliteConnection& connection, const Restriction& restriction, std::size_t limit,
                         std::vector<std::int64_t>& ids) const override
     {
+        Scope scope;
+        QV_RETURN_IF_FAILED(ReadScope(connection, contents_, scope));
         SqlCondition condition;
-        if (!Translate(restriction, condition))
+        if (!Translate(scope, &restriction, condition))
             return S_FALSE;
-        SqliteRows rows = Select(connection, condition, " LIMIT ?");
+        SqliteRows rows = Select(connection, scope, condition, " LIMIT ?");
         rows.Bind(static_cast<std::int64_t>(std::min<std::size_t>(limit, INT32_MAX)));
         return TakeIds(rows, ids);
     }
@@ -331,31 +371,56 @@ public:
 
     void AppendAffected(const Change& change, std::vector<std::int64_t>& ids) const override
     {
-        const bool isHere = change.parentId == contents_.folderId || change.oldParentId == contents_.folderId;
+        const bool isHere = contents_.isSearch || change.parentId == contents_.folderId ||
+                            change.oldParentId == contents_.folderId;
         if (change.kind == MAPI_MESSAGE && change.isAssociated == contents_.associated && isHere)
             ids.push_back(change.objectId);
+    }
+
+    // Whatever a folder's move takes with it, and another search, may change every row.
+    bool ChangesAll(const Change& change) const override
+    {
+        return contents_.isSearch && change.kind == MAPI_FOLDER &&
+               (change.event == fnevObjectMoved || change.objectId == contents_.folderId);
     }
 
     const std::vector<ULONG>& DefaultColumns() const noexcept override { return kDefaultColumns; }
 
 private:
-    bool Translate(const Restriction& restriction, SqlCondition& condition) const
+    // False: what the rows meet is to be judged row by row, with `condition` empty.
+    bool Translate(const Scope& scope, const Restriction* wanted, SqlCondition& condition) const
     {
-        return TranslateRestriction(restriction, contents_.shortTermIds ? nullptr : &contents_.store,
-                                    condition);
+        SqlCondition part;
+        for (const Restriction* const restriction : {wanted, scope.criteria.get()}) {
+            if (!restriction)
+                continue;
+            if (!TranslateRestriction(*restriction, contents_.shortTermIds ? nullptr : &contents_.store,
+                                      part)) {
+                condition = {};
+                return false;
+            }
+            condition.text += " AND " + part.text;
+            std::move(part.values.begin(), part.values.end(), std::back_inserter(condition.values));
+        }
+        return true;
     }
 
-    SqliteRows Select(SqliteConnection& connection, const SqlCondition& condition,
+    SqliteRows Select(SqliteConnection& connection, const Scope& scope, const SqlCondition& condition,
                       const std::string& order) const
     {
-        std::string sql = "SELECT id FROM message WHERE folder_id=? AND associated=?";
-        if (!condition.text.empty())
-            sql += " AND " + condition.text;
-        SqliteRows rows = connection.QueryOnce(sql + order);
-        rows.Bind(contents_.folderId);
+        std::string sql = "SELECT id FROM message WHERE " + LiesIn(scope) + " AND associated=?";
+        SqliteRows rows = connection.QueryOnce(sql + condition.text + order);
         rows.Bind(static_cast<std::int64_t>(contents_.associated));
         condition.BindTo(rows);
         return rows;
+    }
+
+    static std::string LiesIn(const Scope& scope)
+    {
+        std::string listed;
+        for (const std::int64_t folder : scope.folders)
+            listed += (listed.empty() ? "" : ",") + std::to_string(folder);
+        return scope.folders.size() == 1 ? "folder_id=" + listed : "folder_id IN (" + listed + ")";
     }
 
     // keys  [out]  how many parameters want a SortKeyReader.
@@ -381,7 +446,7 @@ private:
         return rows.Result();
     }
 
-    HRESULT TakeMatching(SqliteRows& rows, SqliteConnection& connection, const Restriction& restriction,
+    HRESULT TakeMatching(SqliteRows& rows, SqliteConnection& connection, const Restriction* restriction,
                          std::vector<std::int64_t>& ids) const
     {
         ContentsReader reader(connection, contents_);
@@ -389,7 +454,7 @@ private:
             const std::int64_t id = rows.Int64(0);
             const HRESULT moved = reader.MoveTo(id);
             QV_RETURN_IF_FAILED(moved);
-            if (moved == S_OK && restriction.Matches(reader))
+            if (moved == S_OK && (!restriction || restriction->Matches(reader)))
                 ids.push_back(id);
             QV_RETURN_IF_FAILED(reader.TakeFailure());
         }
@@ -401,10 +466,11 @@ private:
 
 }  // namespace
 
-std::unique_ptr<TableSource> MakeContentsSource(const StoreCore& core, std::int64_t folderId, bool associated,
-                                                bool shortTermIds)
+std::unique_ptr<TableSource> MakeContentsSource(const ObjectGuid& store, const FolderRow& folder,
+                                                bool associated, bool shortTermIds)
 {
-    return std::make_unique<ContentsSource>(Contents{core.Guid(), folderId, associated, shortTermIds});
+    return std::make_unique<ContentsSource>(
+        Contents{store, folder.id, folder.isSearch, associated, shortTermIds});
 }
 
 Bytes InstanceKey(std::int64_t id)

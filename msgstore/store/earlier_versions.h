@@ -135,6 +135,10 @@ CREATE INDEX message_by_subject ON message (folder_id, associated, subject_key);
 PRAGMA user_version=2;
 )sql";
 
+// What version 3 folded anew: every subject in it stands as this program folds it.
+inline constexpr char kStepToVersion3[] =
+    "UPDATE message SET subject_key = 'ｚｅ' WHERE id=4; PRAGMA user_version=3;";
+
 // Takes the place of what is there; nobody may have it open.
 inline void MakeStoreOf(const std::string& path, std::initializer_list<const char*> scripts)
 {
@@ -161,6 +165,11 @@ inline void MakeStoreOfVersion1(const std::string& path, const char* moreRows = 
 inline void MakeStoreOfVersion2(const std::string& path)
 {
     MakeStoreOf(path, {kTablesOfVersion1, kRowsOfVersion1, kStepToVersion2});
+}
+
+inline void MakeStoreOfVersion3(const std::string& path)
+{
+    MakeStoreOf(path, {kTablesOfVersion1, kRowsOfVersion1, kStepToVersion2, kStepToVersion3});
 }
 
 }  // namespace quorvane::testing

@@ -1,5 +1,7 @@
 #include "msgstore/store/folder_contents.h"
 
+#include "msgstore/store/table_source.h"
+
 namespace quorvane {
 namespace {
 
@@ -74,6 +76,18 @@ HRESULT EmptyAt(SqliteConnection& connection, std::int64_t folderId, bool withAs
     return DeleteMessagesOf(connection, folderId, true, time);
 }
 
+// S_FALSE: it's no folder that finds the message.
+HRESULT IsFound(SqliteConnection& connection, const ObjectGuid& store, std::int64_t folderId, std::int64_t id)
+{
+    FolderRow folder;
+    const HRESULT there = FindFolder(connection, folderId, folder);
+    if (FAILED(there) && there != MAPI_E_NOT_FOUND)
+        return there;
+    return folder.isSearch
+               ? MakeContentsSource(store, folder, false, false)->MakeReader(connection)->MoveTo(id)
+               : S_FALSE;
+}
+
 // S_FALSE: there is no such message in the folder.
 HRESULT FindListed(SqliteConnection& connection, const ObjectGuid& store, std::int64_t folderId,
                    const SBinary& listed, std::int64_t& id)
@@ -90,7 +104,8 @@ HRESULT FindListed(SqliteConnection& connection, const ObjectGuid& store, std::i
     if (found == MAPI_E_NOT_FOUND)
         return S_FALSE;
     id = row.id;
-    return SUCCEEDED(found) && row.folderId != folderId ? S_FALSE : found;
+    QV_RETURN_IF_FAILED(found);
+    return row.folderId == folderId ? S_OK : IsFound(connection, store, folderId, id);
 }
 
 }  // namespace
@@ -111,11 +126,14 @@ HRESULT FindMovableFolder(SqliteConnection& connection, std::int64_t parentId, c
     return isFirst ? MAPI_E_NO_ACCESS : S_OK;
 }
 
-HRESULT CheckIsThere(SqliteConnection& connection, std::int64_t folderId)
+HRESULT CheckTakesIn(SqliteConnection& connection, std::int64_t folderId)
 {
     FolderRow row;
     const HRESULT found = FindFolder(connection, folderId, row);
-    return found == MAPI_E_NOT_FOUND ? MAPI_E_OBJECT_DELETED : found;
+    if (found == MAPI_E_NOT_FOUND)
+        return MAPI_E_OBJECT_DELETED;
+    QV_RETURN_IF_FAILED(found);
+    return row.isSearch ? MAPI_E_NO_ACCESS : S_OK;
 }
 
 HRESULT WorkOnListed(SqliteConnection& connection, const ObjectGuid& store, std::int64_t folderId,
@@ -158,7 +176,7 @@ HRESULT EmptyFolderRows(SqliteConnection& connection, std::int64_t folderId, boo
 HRESULT MoveFolderBelow(SqliteConnection& connection, std::int64_t fromFolder, const EntryId& id,
                         std::int64_t toFolder, const std::string& name)
 {
-    QV_RETURN_IF_FAILED(CheckIsThere(connection, toFolder));
+    QV_RETURN_IF_FAILED(CheckTakesIn(connection, toFolder));
     FolderRow row;
     QV_RETURN_IF_FAILED(FindMovableFolder(connection, fromFolder, id, row));
     return MoveFolderRow(connection, row.id, toFolder, name.empty() ? row.name : name);

@@ -18,8 +18,9 @@ namespace quorvane {
 // The same of one that may leave its place: MAPI_E_NO_ACCESS: it's one that every store has.
 [[nodiscard]] HRESULT FindMovableFolder(SqliteConnection& connection, std::int64_t parentId,
                                         const EntryId& id, FolderRow& row);
-// MAPI_E_OBJECT_DELETED: there is no such folder.
-[[nodiscard]] HRESULT CheckIsThere(SqliteConnection& connection, std::int64_t folderId);
+// Whether a folder can take something in. MAPI_E_OBJECT_DELETED: there is no such folder; MAPI_E_NO_ACCESS:
+// it's one that searches.
+[[nodiscard]] HRESULT CheckTakesIn(SqliteConnection& connection, std::int64_t folderId);
 
 // Puts a folder from below the one folder below the other, as `name`, or with an empty one as it is called.
 //

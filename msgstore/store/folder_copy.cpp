@@ -41,7 +41,7 @@ public:
 private:
     HRESULT Begin(SqliteConnection& connection)
     {
-        QV_RETURN_IF_FAILED(CheckIsThere(connection, toFolder_));
+        QV_RETURN_IF_FAILED(CheckTakesIn(connection, toFolder_));
         FolderRow original;
         QV_RETURN_IF_FAILED(FindFolderBelow(connection, fromFolder_, id_, original));
         std::vector<std::int64_t> tree;
@@ -61,7 +61,8 @@ private:
         const std::int64_t copy = copies_.at(toCopy_[next_]);
         if (copy == 0)
             return S_OK;
-        QV_RETURN_IF_FAILED(CheckIsThere(connection, copy));
+        FolderRow row;
+        QV_RETURN_IF_FAILED(FindFolder(connection, copy, row));
         const auto copyMessage = [&](SqliteConnection& here, std::int64_t message) {
             return CopyMessage(here, message, copy);
         };
@@ -221,16 +222,20 @@ private:
     HRESULT CopyNamed(IMAPIFolder& from, const Bytes& id, IMAPIFolder& to, int depth)
     {
         Bytes key = id;
-        ULONG type = 0;
+        ULONG objectType = 0;
         ComPtr<IMAPIFolder> folder;
         QV_RETURN_IF_FAILED(from.OpenEntry(static_cast<ULONG>(key.size()),
                                            reinterpret_cast<LPENTRYID>(key.data()), &IID_IMAPIFolder, 0,
-                                           &type, folder.PutUnknown()));
-        SPropValue* name = nullptr;
-        QV_RETURN_IF_FAILED(HrGetOneProp(folder.Get(), PR_DISPLAY_NAME_W, &name));
-        const OleString text(name->Value.lpszW);
-        MAPIFreeBuffer(name);
-        return Copy(from, id, to, text, depth);
+                                           &objectType, folder.PutUnknown()));
+        MapiBuffer<SPropValue> type;
+        QV_RETURN_IF_FAILED(HrGetOneProp(folder.Get(), PR_FOLDER_TYPE, type.Put()));
+        if (type->Value.l != FOLDER_GENERIC) {
+            partial_ = true;  // what it searches is in that store
+            return S_OK;
+        }
+        MapiBuffer<SPropValue> name;
+        QV_RETURN_IF_FAILED(HrGetOneProp(folder.Get(), PR_DISPLAY_NAME_W, name.Put()));
+        return Copy(from, id, to, OleString(name->Value.lpszW), depth);
     }
 
     HRESULT RemoveEmpty(IMAPIFolder& from, ULONG size, LPENTRYID id)

@@ -13,8 +13,9 @@ namespace quorvane {
 // `name`, or with an empty one as it is called. Others write between the steps of it; one that fails or is
 // killed leaves what it has copied, each message whole.
 //
-// MAPI_E_NOT_FOUND: there is no such folder right below the one; MAPI_E_OBJECT_DELETED: the other is gone, or
-// the copy is; MAPI_E_COLLISION: it has one of that name; MAPI_E_FOLDER_CYCLE: it lies in the folder.
+// MAPI_E_NOT_FOUND: there is no such folder right below the one, or the copy has gone; MAPI_E_OBJECT_DELETED:
+// the other is gone; MAPI_E_NO_ACCESS: it's one that searches; MAPI_E_COLLISION: it has one of that name;
+// MAPI_E_FOLDER_CYCLE: it lies in the folder.
 [[nodiscard]] HRESULT CopyFolderWithin(StoreCore& core, std::int64_t fromFolder, const EntryId& id,
                                        std::int64_t toFolder, const std::string& name, bool subfolders);
 

@@ -15,7 +15,8 @@ inline constexpr LONG kFolderAccess = MAPI_ACCESS_MODIFY | MAPI_ACCESS_READ | MA
 void PutFixedFolderProperties(const ObjectGuid& store, const FolderRow& row, PropertyBag& bag);
 
 // What lies in it, which no caller can write either. Takes the longer, the more messages there are.
-[[nodiscard]] HRESULT PutFolderCounts(SqliteConnection& connection, const FolderRow& row, PropertyBag& bag);
+[[nodiscard]] HRESULT PutFolderCounts(SqliteConnection& connection, const ObjectGuid& store,
+                                      const FolderRow& row, PropertyBag& bag);
 [[nodiscard]] bool IsFolderCount(ULONG id) noexcept;
 
 // Those that the folder keeps: its bag and its name.

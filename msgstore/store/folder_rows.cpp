@@ -10,7 +10,7 @@ namespace quorvane {
 namespace {
 
 constexpr std::string_view kSelectFolder =
-    "SELECT f.id, f.guid, f.parent_id, p.guid, f.name, f.created, f.modified"
+    "SELECT f.id, f.guid, f.parent_id, p.guid, f.name, f.created, f.modified, f.search IS NOT NULL"
     " FROM folder AS f LEFT JOIN folder AS p ON p.id = f.parent_id WHERE ";
 
 HRESULT ReadOne(SqliteRows rows, FolderRow& row)
@@ -24,6 +24,7 @@ HRESULT ReadOne(SqliteRows rows, FolderRow& row)
     row.name = rows.Text(4);
     row.created = rows.Int64(5);
     row.modified = rows.Int64(6);
+    row.isSearch = rows.Int64(7) != 0;
     return S_OK;
 }
 
@@ -88,12 +89,13 @@ HRESULT ReadFolderProperties(SqliteConnection& connection, std::int64_t id, Prop
 }
 
 HRESULT InsertFolder(SqliteConnection& connection, std::int64_t parentId, std::string_view name,
-                     FolderRow& row)
+                     bool isSearch, FolderRow& row)
 {
     const auto now = static_cast<std::int64_t>(ToTicks(FileTimeNow()));
-    QV_RETURN_IF_FAILED(connection.Run(
-        "INSERT INTO folder (guid, parent_id, name, created, modified) VALUES (?, ?, ?, ?4, ?4)",
-        MakeObjectGuid(), parentId, name, now));
+    QV_RETURN_IF_FAILED(
+        connection.Run("INSERT INTO folder (guid, parent_id, name, created, modified, search)"
+                       " VALUES (?, ?, ?, ?4, ?4, iif(?, x'', NULL))",
+                       MakeObjectGuid(), parentId, name, now, isSearch));
     QV_RETURN_IF_FAILED(FindFolder(connection, connection.LastInsertId(), row));
     return LogFolder(connection, fnevObjectCreated, row);
 }
@@ -103,8 +105,8 @@ HRESULT CopyFolderRow(SqliteConnection& connection, const FolderRow& original, s
 {
     const auto now = static_cast<std::int64_t>(ToTicks(FileTimeNow()));
     QV_RETURN_IF_FAILED(
-        connection.Run("INSERT INTO folder (guid, parent_id, name, created, modified, properties)"
-                       " SELECT ?, ?, ?, ?4, ?4, properties FROM folder WHERE id=?5",
+        connection.Run("INSERT INTO folder (guid, parent_id, name, created, modified, properties, search)"
+                       " SELECT ?, ?, ?, ?4, ?4, properties, search FROM folder WHERE id=?5",
                        MakeObjectGuid(), parentId, name, now, original.id));
     QV_RETURN_IF_FAILED(FindFolder(connection, connection.LastInsertId(), row));
     return LogFolder(connection, fnevObjectCopied, row, original.parentId);
@@ -119,6 +121,11 @@ HRESULT UpdateFolder(SqliteConnection& connection, std::int64_t id, std::string_
     QV_RETURN_IF_FAILED(
         connection.Run("UPDATE folder SET name=?, properties=?, modified=max(?, modified + 1) WHERE id=?",
                        name, bytes, now, id));
+    return LogFolderModified(connection, id);
+}
+
+HRESULT LogFolderModified(SqliteConnection& connection, std::int64_t id)
+{
     FolderRow row;
     const HRESULT found = FindFolder(connection, id, row);
     if (found == MAPI_E_NOT_FOUND)

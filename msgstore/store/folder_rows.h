@@ -20,6 +20,7 @@ struct FolderRow {
     std::string name;           // UTF-8
     std::int64_t created = 0;   // FILETIME ticks
     std::int64_t modified = 0;
+    bool isSearch = false;  // it shows what it finds elsewhere, and holds nothing
 };
 
 // Find a row. MAPI_E_NOT_FOUND: there is no such folder.
@@ -28,7 +29,8 @@ struct FolderRow {
 [[nodiscard]] HRESULT FindFolder(SqliteConnection& connection, std::int64_t parentId, std::string_view name,
                                  FolderRow& row);
 
-// What a folder's table columns show beside its row.
+// What a folder's table columns show beside its row. Of a folder that searches: what is in itself, which is
+// nothing.
 struct FolderCounts {
     std::int64_t messages = 0;  // not associated
     std::int64_t unread = 0;    // of them
@@ -44,10 +46,12 @@ struct FolderCounts {
 
 // Makes a folder. MAPI_E_COLLISION: the parent has one of that name.
 [[nodiscard]] HRESULT InsertFolder(SqliteConnection& connection, std::int64_t parentId, std::string_view name,
-                                   FolderRow& row);
+                                   bool isSearch, FolderRow& row);
 // Writes name and properties. MAPI_E_COLLISION; MAPI_E_OBJECT_DELETED: the folder is gone.
 [[nodiscard]] HRESULT UpdateFolder(SqliteConnection& connection, std::int64_t id, std::string_view name,
                                    const PropertyBag& properties);
+// Tells of a change of the folder that was made by other means. MAPI_E_OBJECT_DELETED: it's gone.
+[[nodiscard]] HRESULT LogFolderModified(SqliteConnection& connection, std::int64_t id);
 // Makes a copy of a folder, with its properties and nothing that is in it. As InsertFolder.
 [[nodiscard]] HRESULT CopyFolderRow(SqliteConnection& connection, const FolderRow& original,
                                     std::int64_t parentId, std::string_view name, FolderRow& row);

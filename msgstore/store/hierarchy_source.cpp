@@ -41,7 +41,7 @@ public:
             return isBelow;
         QV_RETURN_IF_FAILED(PutKeptFolderProperties(connection_, row, bag_));
         PutFixedFolderProperties(hierarchy_.store, row, bag_);
-        QV_RETURN_IF_FAILED(PutFolderCounts(connection_, row, bag_));
+        QV_RETURN_IF_FAILED(PutFolderCounts(connection_, hierarchy_.store, row, bag_));
         const Bytes key = InstanceKey(id);
         bag_.Put(PropertyValue::Binary(PR_INSTANCE_KEY, key.data(), key.size()));
         bag_.Put(PropertyValue::Long(PR_DEPTH, depth));

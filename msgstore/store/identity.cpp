@@ -50,7 +50,8 @@ void PutFolderIdentity(const ObjectGuid& store, const FolderRow& row, PropertyBa
     bag.Put(TimeProperty(PR_CREATION_TIME, row.created));
     bag.Put(TimeProperty(PR_LAST_MODIFICATION_TIME, row.modified));
     bag.Put(PropertyValue::Long(PR_OBJECT_TYPE, MAPI_FOLDER));
-    bag.Put(PropertyValue::Long(PR_FOLDER_TYPE, row.parentId == 0 ? FOLDER_ROOT : FOLDER_GENERIC));
+    const LONG generic = row.isSearch ? FOLDER_SEARCH : FOLDER_GENERIC;
+    bag.Put(PropertyValue::Long(PR_FOLDER_TYPE, row.parentId == 0 ? LONG{FOLDER_ROOT} : generic));
 }
 
 void PutMessageIdentity(const ObjectGuid& store, const MessageRow& row, PropertyBag& bag)

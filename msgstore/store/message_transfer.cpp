@@ -8,10 +8,9 @@ namespace {
 
 HRESULT IsAssociated(IMessage& message, bool& associated)
 {
-    SPropValue* flags = nullptr;
-    QV_RETURN_IF_FAILED(HrGetOneProp(&message, PR_MESSAGE_FLAGS, &flags));
+    MapiBuffer<SPropValue> flags;
+    QV_RETURN_IF_FAILED(HrGetOneProp(&message, PR_MESSAGE_FLAGS, flags.Put()));
     associated = (flags->Value.l & MSGFLAG_ASSOCIATED) != 0;
-    MAPIFreeBuffer(flags);
     return S_OK;
 }
 
@@ -46,7 +45,7 @@ HRESULT TransferWithin(StoreCore& core, std::int64_t fromFolder, std::int64_t to
     };
     const HRESULT written =
         core.WriteInSteps([&](SqliteConnection& connection, const StepTime& time) -> HRESULT {
-            QV_RETURN_IF_FAILED(CheckIsThere(connection, toFolder));
+            QV_RETURN_IF_FAILED(CheckTakesIn(connection, toFolder));
             return WorkOnListed(connection, core.Guid(), fromFolder, messages, transfer, time, progress);
         });
     QV_RETURN_IF_FAILED(written);

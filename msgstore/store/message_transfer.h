@@ -10,7 +10,7 @@ namespace quorvane {
 // done.
 
 // Within one store, in steps in between which others write. A moved message keeps its identifiers.
-// MAPI_E_OBJECT_DELETED: the target folder is gone.
+// MAPI_E_OBJECT_DELETED: the target folder is gone; MAPI_E_NO_ACCESS: it's one that searches.
 [[nodiscard]] HRESULT TransferWithin(StoreCore& core, std::int64_t fromFolder, std::int64_t toFolder,
                                      const ENTRYLIST& messages, bool move);
 

@@ -9,7 +9,7 @@ namespace {
 
 constexpr std::int64_t kApplicationId = 0x51564D53;  // "QVMS"
 // Of a later version are those that this program doesn't know; those before it are brought up to it.
-constexpr std::int64_t kSchemaVersion = 3;
+constexpr std::int64_t kSchemaVersion = 4;
 
 constexpr char kTables[] = R"sql(
 CREATE TABLE store (
@@ -28,6 +28,7 @@ CREATE TABLE folder (
     created         INTEGER NOT NULL,
     modified        INTEGER NOT NULL,
     properties      BLOB NOT NULL DEFAULT x'',
+    search          BLOB,
     UNIQUE (parent_id, name)
 );
 CREATE TABLE message (
@@ -148,8 +149,11 @@ CREATE INDEX message_by_subject ON message (folder_id, associated, subject_key);
 // From version 2: folded were Latin, Greek, Cyrillic and Armenian letters alone.
 constexpr char kVersion3[] = "UPDATE message SET subject_key = qv_fold(subject)";
 
+// From version 3: folders that search.
+constexpr char kVersion4[] = "ALTER TABLE folder ADD COLUMN search BLOB";
+
 // The step from each version, from 1 on, to the next.
-constexpr const char* kSteps[] = {kVersion2, kVersion3};
+constexpr const char* kSteps[] = {kVersion2, kVersion3, kVersion4};
 static_assert(std::size(kSteps) + 1 == kSchemaVersion);
 
 HRESULT SetVersion(SqliteConnection& connection, std::int64_t version)

@@ -34,7 +34,7 @@ TEST_F(SchemaVersionTest, AStoreOfVersion1OpensAndItsMessagesAreSortedAndFound)
     std::shared_ptr<StoreCore> core;
     ASSERT_EQ(StoreCore::Open(mailbox.StorePath(), false, core), S_OK);
 
-    EXPECT_EQ(Ask("PRAGMA user_version"), 3);
+    EXPECT_EQ(Ask("PRAGMA user_version"), 4);
     EXPECT_EQ(Ask("SELECT count(*) FROM message WHERE subject_key IS qv_fold(subject)"), 3);
     EXPECT_EQ(Ask("SELECT count(*) FROM pragma_integrity_check WHERE integrity_check <> 'ok'"), 0);
     EXPECT_EQ(Ask("SELECT count(*) FROM pragma_foreign_key_check"), 0);
@@ -44,12 +44,15 @@ TEST_F(SchemaVersionTest, AStoreOfVersion1OpensAndItsMessagesAreSortedAndFound)
 TEST_F(SchemaVersionTest, AStoreThatWasBroughtUpHasTheTablesOfANewOne)
 {
     const auto columns = "SELECT count(*) FROM pragma_table_info('message')";
+    const auto folderColumns = "SELECT count(*) FROM pragma_table_info('folder')";
+    const std::int64_t newFolderColumns = Ask(folderColumns);
     const auto indexes = "SELECT count(*) FROM sqlite_schema WHERE type='index'";
     const std::int64_t newColumns = Ask(columns);
     const std::int64_t newIndexes = Ask(indexes);
     ASSERT_NO_FATAL_FAILURE(MakeVersion1());
 
     EXPECT_EQ(Ask(columns), newColumns);
+    EXPECT_EQ(Ask(folderColumns), newFolderColumns);
     EXPECT_EQ(Ask(indexes), newIndexes);
 }
 
@@ -61,9 +64,21 @@ TEST_F(SchemaVersionTest, ASubjectOfVersion2IsFoundByLettersThatItDidNotFold)
     std::shared_ptr<StoreCore> core;
     ASSERT_EQ(StoreCore::Open(mailbox.StorePath(), false, core), S_OK);
 
-    EXPECT_EQ(Ask("PRAGMA user_version"), 3);
+    EXPECT_EQ(Ask("PRAGMA user_version"), 4);
     EXPECT_EQ(Ask("SELECT count(*) FROM message WHERE subject_key = 'ｚｅ'"), 1);
     EXPECT_EQ(Ask("SELECT count(*) FROM message WHERE subject_key IS qv_fold(subject)"), 4);
+}
+
+TEST_F(SchemaVersionTest, NoFolderOfVersion3Searches)
+{
+    mailbox.LogOff();
+    ASSERT_NO_FATAL_FAILURE(MakeStoreOfVersion3(mailbox.StorePath()));
+
+    std::shared_ptr<StoreCore> core;
+    ASSERT_EQ(StoreCore::Open(mailbox.StorePath(), false, core), S_OK);
+
+    EXPECT_EQ(Ask("PRAGMA user_version"), 4);
+    EXPECT_EQ(Ask("SELECT count(*) FROM folder WHERE search IS NULL"), 6);
 }
 
 TEST_F(SchemaVersionTest, BringingUpThatFailsLeavesTheEarlierVersionWhole)

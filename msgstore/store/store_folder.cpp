@@ -5,6 +5,7 @@
 #include "msgstore/store/folder_copy.h"
 #include "msgstore/store/folder_properties.h"
 #include "msgstore/store/message_transfer.h"
+#include "msgstore/store/search_folder.h"
 #include "msgstore/store/store_message.h"
 #include "msgstore/store/store_rows.h"
 #include "msgstore/store/store_table.h"
@@ -24,15 +25,23 @@ bool WantsRead(ULONG flags, bool& changes) noexcept
     return (flags & CLEAR_READ_FLAG) == 0;
 }
 
+MessageWork Marking(bool read)
+{
+    return [read](SqliteConnection& connection, std::int64_t id) {
+        MessageRow row;
+        return SetMessageRead(connection, id, read, row);
+    };
+}
+
 HRESULT MakeFolder(SqliteConnection& connection, std::int64_t parentId, const std::string& name,
-                   const std::string* comment, bool openIfExists, FolderRow& row)
+                   const std::string* comment, bool isSearch, bool openIfExists, FolderRow& row)
 {
     const HRESULT found = FindFolder(connection, parentId, name, row);
     if (found == S_OK)
-        return openIfExists ? S_OK : MAPI_E_COLLISION;
+        return openIfExists && row.isSearch == isSearch ? S_OK : MAPI_E_COLLISION;
     if (found != MAPI_E_NOT_FOUND)
         return found;
-    QV_RETURN_IF_FAILED(InsertFolder(connection, parentId, name, row));
+    QV_RETURN_IF_FAILED(InsertFolder(connection, parentId, name, isSearch, row));
     if (!comment)
         return S_OK;
     PropertyBag properties;
@@ -88,7 +97,7 @@ HRESULT CStoreFolder::ReadMade(ULONG id, PropertyBag& bag)
         FolderRow row;
         QV_RETURN_IF_FAILED(FindRow(connection, row));
         PutFixedFolderProperties(Core()->Guid(), row, bag);
-        return counts ? PutFolderCounts(connection, row, bag) : S_OK;
+        return counts ? PutFolderCounts(connection, Core()->Guid(), row, bag) : S_OK;
     });
 }
 
@@ -117,15 +126,15 @@ HRESULT CStoreFolder::GetContentsTable(ULONG flags, LPMAPITABLE* table)
     *table = nullptr;
     return Guarded([&] {
         bool shortTermIds = false;
+        FolderRow row;
         const HRESULT read = Core()->Read([&](SqliteConnection& connection) {
-            FolderRow row;
             QV_RETURN_IF_FAILED(FindRow(connection, row));
             return ReadShortTermIds(connection, shortTermIds);
         });
         QV_RETURN_IF_FAILED(read);
         return GiveTable(
             Store().session, Core(),
-            MakeContentsSource(*Core(), m_folderId, (flags & MAPI_ASSOCIATED) != 0, shortTermIds), flags,
+            MakeContentsSource(Core()->Guid(), row, (flags & MAPI_ASSOCIATED) != 0, shortTermIds), flags,
             table);
     });
 }
@@ -148,14 +157,15 @@ HRESULT CStoreFolder::OpenEntry(ULONG idSize, LPENTRYID id, LPCIID iid, ULONG fl
     return Guarded([&] { return quorvane::OpenObject(Store(), idSize, id, iid, flags, type, object); });
 }
 
-HRESULT CStoreFolder::SetSearchCriteria(LPSRestriction, LPENTRYLIST, ULONG)
+HRESULT CStoreFolder::SetSearchCriteria(LPSRestriction restriction, LPENTRYLIST containers, ULONG flags)
 {
-    return MAPI_E_NO_SUPPORT;
+    return Guarded([&] { return SetSearch(*Core(), m_folderId, restriction, containers, flags); });
 }
 
-HRESULT CStoreFolder::GetSearchCriteria(ULONG, LPSRestriction*, LPENTRYLIST*, ULONG*)
+HRESULT CStoreFolder::GetSearchCriteria(ULONG flags, LPSRestriction* restriction, LPENTRYLIST* containers,
+                                        ULONG* state)
 {
-    return MAPI_E_NO_SUPPORT;
+    return Guarded([&] { return GetSearch(*Core(), m_folderId, flags, restriction, containers, state); });
 }
 
 HRESULT CStoreFolder::CreateMessage(LPCIID iid, ULONG flags, LPMESSAGE* message)
@@ -163,10 +173,12 @@ HRESULT CStoreFolder::CreateMessage(LPCIID iid, ULONG flags, LPMESSAGE* message)
     if (!message)
         return MAPI_E_INVALID_PARAMETER;
     *message = nullptr;
-    return Guarded([&] {
+    return Guarded([&]() -> HRESULT {
         FolderRow row;
         QV_RETURN_IF_FAILED(
             Core()->Read([&](SqliteConnection& connection) { return FindRow(connection, row); }));
+        if (row.isSearch)
+            return MAPI_E_NO_ACCESS;
         auto backend =
             std::make_shared<StoreMessage>(Core(), m_folderId, row.guid, (flags & MAPI_ASSOCIATED) != 0);
         ComPtr<IMessage> made;
@@ -210,8 +222,8 @@ HRESULT CStoreFolder::CreateFolder(ULONG type, LPTSTR name, LPTSTR comment, LPCI
     if (!name || !folder)
         return MAPI_E_INVALID_PARAMETER;
     *folder = nullptr;
-    if (type != FOLDER_GENERIC)
-        return MAPI_E_NO_SUPPORT;
+    if (type != FOLDER_GENERIC && type != FOLDER_SEARCH)
+        return MAPI_E_INVALID_PARAMETER;
     return Guarded([&] {
         const std::string itsName = TextArgument(name, flags);
         const std::string itsComment = comment ? TextArgument(comment, flags) : std::string();
@@ -219,10 +231,9 @@ HRESULT CStoreFolder::CreateFolder(ULONG type, LPTSTR name, LPTSTR comment, LPCI
             return MAPI_E_INVALID_PARAMETER;
         FolderRow row;
         const HRESULT written = Core()->Write(Durability::AtReturn, [&](SqliteConnection& connection) {
-            FolderRow own;
-            QV_RETURN_IF_FAILED(FindRow(connection, own));
+            QV_RETURN_IF_FAILED(CheckTakesIn(connection, m_folderId));
             return MakeFolder(connection, m_folderId, itsName, comment ? &itsComment : nullptr,
-                              (flags & OPEN_IF_EXISTS) != 0, row);
+                              type == FOLDER_SEARCH, (flags & OPEN_IF_EXISTS) != 0, row);
         });
         QV_RETURN_IF_FAILED(written);
         return GiveFolder(Store(), row.id, iid, MAPI_MODIFY, reinterpret_cast<LPUNKNOWN*>(folder));
@@ -289,18 +300,36 @@ HRESULT CStoreFolder::SetReadFlags(LPENTRYLIST messages, ULONG, LPMAPIPROGRESS, 
     const bool read = WantsRead(flags, changes);
     if (!changes)
         return S_OK;
-    const auto set = [read](SqliteConnection& connection, std::int64_t id) {
-        MessageRow row;
-        return SetMessageRead(connection, id, read, row);
-    };
+    return Guarded([&] { return messages ? MarkListed(*messages, read) : MarkAll(read); });
+}
+
+HRESULT CStoreFolder::MarkListed(const ENTRYLIST& messages, bool read)
+{
     ListProgress progress;
-    std::int64_t last = 0;
     const HRESULT written = Core()->WriteInSteps([&](SqliteConnection& connection, const StepTime& time) {
-        return messages ? WorkOnListed(connection, Core()->Guid(), m_folderId, *messages, set, time, progress)
-                        : WorkOnAll(connection, m_folderId, false, set, time, last);
+        return WorkOnListed(connection, Core()->Guid(), m_folderId, messages, Marking(read), time, progress);
     });
     QV_RETURN_IF_FAILED(written);
     return progress.partial ? MAPI_W_PARTIAL_COMPLETION : S_OK;
+}
+
+HRESULT CStoreFolder::MarkAll(bool read)
+{
+    FolderRow row;
+    QV_RETURN_IF_FAILED(Core()->Read([&](SqliteConnection& connection) { return FindRow(connection, row); }));
+    if (!row.isSearch) {
+        std::int64_t last = 0;
+        return Core()->WriteInSteps([&](SqliteConnection& connection, const StepTime& time) {
+            return WorkOnAll(connection, m_folderId, false, Marking(read), time, last);
+        });
+    }
+    std::vector<Bytes> found;
+    QV_RETURN_IF_FAILED(ListFound(*Core(), row, found));
+    std::vector<SBinary> ids;
+    for (Bytes& id : found)
+        ids.push_back({static_cast<ULONG>(id.size()), id.data()});
+    const HRESULT marked = MarkListed({static_cast<ULONG>(ids.size()), ids.data()}, read);
+    return FAILED(marked) ? marked : S_OK;  // what isn't found any more needs no mark
 }
 
 HRESULT CStoreFolder::GetMessageStatus(ULONG idSize, LPENTRYID id, ULONG, ULONG* status)
@@ -340,6 +369,10 @@ HRESULT CStoreFolder::SaveContentsSort(LPSSortOrderSet, ULONG)
 
 HRESULT CStoreFolder::EmptyFolder(ULONG, LPMAPIPROGRESS, ULONG flags)
 {
+    FolderRow row;
+    QV_RETURN_IF_FAILED(Core()->Read([&](SqliteConnection& connection) { return FindRow(connection, row); }));
+    if (row.isSearch)
+        return MAPI_E_NO_SUPPORT;
     QV_RETURN_IF_FAILED(Core()->WriteInSteps([&](SqliteConnection& connection, const StepTime& time) {
         return EmptyFolderRows(connection, m_folderId, (flags & DEL_ASSOCIATED) != 0, time);
     }));

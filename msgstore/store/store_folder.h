@@ -11,7 +11,8 @@ namespace quorvane {
 extern const IID kStoreFolderIid;
 
 // A folder. Its row may go while the object lives: its methods then fail with MAPI_E_OBJECT_DELETED or
-// MAPI_E_NOT_FOUND. Search folders aren't supported. Any thread may call.
+// MAPI_E_NOT_FOUND. One that searches holds nothing itself:
+// what it shows is worked on where it lies. Any thread may call.
 class CStoreFolder final : public StoreProp<CStoreFolder, Answers<IMAPIFolder, IMAPIContainer, IMAPIProp>> {
 public:
     CStoreFolder(const OpenedStore& store, std::int64_t folderId, bool writable)
@@ -60,6 +61,8 @@ protected:
                                      LPUNKNOWN* object) noexcept override;
 
 private:
+    [[nodiscard]] HRESULT MarkListed(const ENTRYLIST& messages, bool read);
+    [[nodiscard]] HRESULT MarkAll(bool read);
     [[nodiscard]] HRESULT CopyToOtherStore(const EntryId& id, IUnknown& target, const std::string& name,
                                            ULONG flags);
     [[nodiscard]] HRESULT FindRow(SqliteConnection& connection, FolderRow& row) const;

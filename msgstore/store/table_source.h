@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "msgstore/store/change_log.h"
+#include "msgstore/store/folder_rows.h"
 #include "msgstore/store/store_core.h"
 #include "msgstore/table/restriction.h"
 
@@ -41,13 +42,16 @@ public:
     virtual std::unique_ptr<RowReader> MakeReader(SqliteConnection& connection) const = 0;
     // Appends the rows that a change may have added, altered or removed.
     virtual void AppendAffected(const Change& change, std::vector<std::int64_t>& ids) const = 0;
+    // Whether a change may have done so to every row.
+    virtual bool ChangesAll(const Change&) const { return false; }
     // At least five, text among them as PT_UNICODE.
     virtual const std::vector<ULONG>& DefaultColumns() const noexcept = 0;
 };
 
-// The messages of a folder: the ordinary ones or the associated ones.
-std::unique_ptr<TableSource> MakeContentsSource(const StoreCore& core, std::int64_t folderId, bool associated,
-                                                bool shortTermIds);
+// The messages of a folder: the ordinary ones or the associated ones. Of one that searches: those that it
+// finds.
+std::unique_ptr<TableSource> MakeContentsSource(const ObjectGuid& store, const FolderRow& folder,
+                                                bool associated, bool shortTermIds);
 
 // The folders below a folder, with their depth counted from 1; only those right below unless `deep`.
 std::unique_ptr<TableSource> MakeHierarchySource(const StoreCore& core, std::int64_t folderId, bool deep);

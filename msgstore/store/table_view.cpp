@@ -102,7 +102,9 @@ HRESULT TableView::CatchUp(SqliteConnection& connection)
     std::vector<Change> changes;
     const HRESULT read = ReadChanges(connection, lastChange_, kMostFollowedChanges, changes);
     QV_RETURN_IF_FAILED(read);
-    if (read == S_FALSE || changes.size() == kMostFollowedChanges || torn_) {
+    const bool all = std::any_of(changes.begin(), changes.end(),
+                                 [this](const Change& change) { return source_->ChangesAll(change); });
+    if (read == S_FALSE || changes.size() == kMostFollowedChanges || torn_ || all) {
         QV_RETURN_IF_FAILED(Reload(connection));
         torn_ = false;
     } else {
