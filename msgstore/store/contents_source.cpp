@@ -2,6 +2,7 @@
 #include <cstring>
 
 #include "msgstore/message/message_object.h"
+#include "msgstore/props/little_endian.h"
 #include "msgstore/props/property_codec.h"
 #include "msgstore/store/contents_columns.h"
 #include "msgstore/store/contents_query.h"
@@ -384,6 +385,7 @@ public:
                (change.event == fnevObjectMoved || change.objectId == contents_.folderId);
     }
 
+    bool HasCategories() const noexcept override { return true; }
     const std::vector<ULONG>& DefaultColumns() const noexcept override { return kDefaultColumns; }
 
 private:
@@ -475,10 +477,14 @@ std::unique_ptr<TableSource> MakeContentsSource(const ObjectGuid& store, const F
 
 Bytes InstanceKey(std::int64_t id)
 {
-    Bytes key(sizeof(id));
-    for (std::size_t i = 0; i < key.size(); ++i)
-        key[i] = static_cast<BYTE>(static_cast<std::uint64_t>(id) >> (8 * i));
+    Bytes key;
+    AppendLittle(key, static_cast<std::uint64_t>(id));
     return key;
+}
+
+std::int64_t RowOfInstanceKey(ByteView key) noexcept
+{
+    return static_cast<std::int64_t>(LoadLittle<std::uint64_t>(key.data()));
 }
 
 }  // namespace quorvane

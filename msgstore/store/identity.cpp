@@ -7,10 +7,10 @@ namespace quorvane {
 const ObjectGuid kStoreProvider = {0x51, 0x9E, 0x0B, 0xD4, 0x36, 0x7A, 0x4F, 0x48,
                                    0xA1, 0x5C, 0x27, 0xE8, 0x90, 0x6D, 0x13, 0xBF};
 
-const LONG kStoreSupport =
-    static_cast<LONG>(STORE_ENTRYID_UNIQUE | STORE_SEARCH_OK | STORE_MODIFY_OK | STORE_CREATE_OK |
-                      STORE_ATTACH_OK | STORE_OLE_OK | STORE_NOTIFY_OK | STORE_MV_PROPS_OK | STORE_RTF_OK |
-                      STORE_RESTRICTION_OK | STORE_SORT_OK | STORE_SUBMIT_OK | kStoreUnicodeOk);
+const LONG kStoreSupport = static_cast<LONG>(
+    STORE_ENTRYID_UNIQUE | STORE_SEARCH_OK | STORE_MODIFY_OK | STORE_CREATE_OK | STORE_ATTACH_OK |
+    STORE_OLE_OK | STORE_NOTIFY_OK | STORE_MV_PROPS_OK | STORE_RTF_OK | STORE_RESTRICTION_OK |
+    STORE_CATEGORIZE_OK | STORE_SORT_OK | STORE_SUBMIT_OK | kStoreUnicodeOk);
 
 Bytes StoreEntryId(const ObjectGuid& store)
 {

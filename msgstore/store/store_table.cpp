@@ -155,9 +155,13 @@ HRESULT CStoreTable::FreeBookmark(BOOKMARK bookmark)
 HRESULT CStoreTable::SortTable(LPSSortOrderSet order, ULONG)
 {
     return Guarded([&] {
-        std::vector<SortColumn> columns;
-        QV_RETURN_IF_FAILED(ReadSortOrder(order, columns));
-        return m_view->Sort(std::move(columns));
+        TableOrder wanted;
+        QV_RETURN_IF_FAILED(ReadSortOrder(order, wanted.columns));
+        if (order) {
+            wanted.categories = order->cCategories;
+            wanted.expanded = order->cExpanded;
+        }
+        return m_view->Sort(std::move(wanted));
     });
 }
 
@@ -166,15 +170,18 @@ HRESULT CStoreTable::QuerySortOrder(LPSSortOrderSet* order)
     if (!order)
         return MAPI_E_INVALID_PARAMETER;
     return Guarded([&] {
-        const std::vector<SortColumn> columns = m_view->SortOrder();
+        const TableOrder is = m_view->Order();
         LPSSortOrderSet result = nullptr;
-        const auto size = static_cast<ULONG>(CbNewSSortOrderSet(std::max<std::size_t>(columns.size(), 1)));
+        const auto size = static_cast<ULONG>(CbNewSSortOrderSet(std::max<std::size_t>(is.columns.size(), 1)));
         if (FAILED(MAPIAllocateBuffer(size, reinterpret_cast<void**>(&result))))
             return E_OUTOFMEMORY;
-        *result = {static_cast<ULONG>(columns.size()), 0, 0, {}};
-        for (std::size_t i = 0; i < columns.size(); ++i) {
-            result->aSort[i].ulPropTag = columns[i].tag;
-            result->aSort[i].ulOrder = columns[i].descending ? TABLE_SORT_DESCEND : TABLE_SORT_ASCEND;
+        *result = {static_cast<ULONG>(is.columns.size()),
+                   static_cast<ULONG>(is.categories),
+                   static_cast<ULONG>(is.expanded),
+                   {}};
+        for (std::size_t i = 0; i < is.columns.size(); ++i) {
+            result->aSort[i].ulPropTag = is.columns[i].tag;
+            result->aSort[i].ulOrder = is.columns[i].descending ? TABLE_SORT_DESCEND : TABLE_SORT_ASCEND;
         }
         *order = result;
         return S_OK;
@@ -195,14 +202,29 @@ HRESULT CStoreTable::Abort()
     return S_OK;
 }
 
-HRESULT CStoreTable::ExpandRow(ULONG, LPBYTE, ULONG, ULONG, LPSRowSet*, ULONG*)
+HRESULT CStoreTable::ExpandRow(ULONG keySize, LPBYTE key, ULONG rowCount, ULONG, LPSRowSet* rows,
+                               ULONG* moreRows)
 {
-    return MAPI_E_NO_SUPPORT;
+    if (!key || (rowCount > 0 && !rows))
+        return MAPI_E_INVALID_PARAMETER;
+    if (rows)
+        *rows = nullptr;
+    ULONG more = 0;
+    QV_RETURN_IF_FAILED(Guarded([&] { return m_view->Expand({key, keySize}, rowCount, rows, more); }));
+    if (moreRows)
+        *moreRows = more;
+    return S_OK;
 }
 
-HRESULT CStoreTable::CollapseRow(ULONG, LPBYTE, ULONG, ULONG*)
+HRESULT CStoreTable::CollapseRow(ULONG keySize, LPBYTE key, ULONG, ULONG* rowCount)
 {
-    return MAPI_E_NO_SUPPORT;
+    if (!key)
+        return MAPI_E_INVALID_PARAMETER;
+    ULONG gone = 0;
+    QV_RETURN_IF_FAILED(Guarded([&] { return m_view->Collapse({key, keySize}, gone); }));
+    if (rowCount)
+        *rowCount = gone;
+    return S_OK;
 }
 
 HRESULT CStoreTable::WaitForCompletion(ULONG, ULONG, ULONG* status)
@@ -212,14 +234,28 @@ HRESULT CStoreTable::WaitForCompletion(ULONG, ULONG, ULONG* status)
     return S_OK;
 }
 
-HRESULT CStoreTable::GetCollapseState(ULONG, ULONG, LPBYTE, ULONG*, LPBYTE*)
+HRESULT CStoreTable::GetCollapseState(ULONG, ULONG keySize, LPBYTE key, ULONG* stateSize, LPBYTE* state)
 {
-    return MAPI_E_NO_SUPPORT;
+    if ((keySize > 0 && !key) || !stateSize || !state)
+        return MAPI_E_INVALID_PARAMETER;
+    return Guarded([&]() -> HRESULT {
+        Bytes saved;
+        QV_RETURN_IF_FAILED(m_view->SaveCollapsed({key, keySize}, saved));
+        void* block = nullptr;
+        if (FAILED(MAPIAllocateBuffer(static_cast<ULONG>(saved.size()), &block)))
+            return E_OUTOFMEMORY;
+        *state = static_cast<LPBYTE>(block);
+        *stateSize = static_cast<ULONG>(saved.size());
+        std::copy(saved.begin(), saved.end(), *state);
+        return S_OK;
+    });
 }
 
-HRESULT CStoreTable::SetCollapseState(ULONG, ULONG, LPBYTE, BOOKMARK*)
+HRESULT CStoreTable::SetCollapseState(ULONG, ULONG stateSize, LPBYTE state, BOOKMARK* location)
 {
-    return MAPI_E_NO_SUPPORT;
+    if (!state || !location)
+        return MAPI_E_INVALID_PARAMETER;
+    return Guarded([&] { return m_view->LoadCollapsed({state, stateSize}, *location); });
 }
 
 HRESULT GiveTable(const std::shared_ptr<SessionState>& session, const std::shared_ptr<StoreCore>& core,

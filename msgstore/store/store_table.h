@@ -11,7 +11,7 @@
 namespace quorvane {
 
 // A dynamic table: its rows follow the store, and its subscriptions are served by the session. Those that are
-// left end with the table. No categories. Any thread may call.
+// left end with the table. Any thread may call.
 class CStoreTable final : public ComObject<CStoreTable, IMAPITable, FreeThreaded> {
 public:
     CStoreTable(std::shared_ptr<SessionState> session, std::shared_ptr<TableView> view) noexcept

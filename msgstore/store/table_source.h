@@ -44,6 +44,8 @@ public:
     virtual void AppendAffected(const Change& change, std::vector<std::int64_t>& ids) const = 0;
     // Whether a change may have done so to every row.
     virtual bool ChangesAll(const Change&) const { return false; }
+    // Whether its rows can be in categories.
+    virtual bool HasCategories() const noexcept { return false; }
     // At least five, text among them as PT_UNICODE.
     virtual const std::vector<ULONG>& DefaultColumns() const noexcept = 0;
 };
@@ -64,8 +66,9 @@ std::unique_ptr<TableSource> MakeHierarchySource(const StoreCore& core, std::int
 // The values of the reader's row that a sort looks at.
 PropertyBag SortValues(const RowReader& reader, const std::vector<SortColumn>& sort);
 
-// PR_INSTANCE_KEY of a row.
+// PR_INSTANCE_KEY of a row, and back.
 Bytes InstanceKey(std::int64_t id);
+std::int64_t RowOfInstanceKey(ByteView key) noexcept;
 
 }  // namespace quorvane
 

@@ -91,7 +91,7 @@ HRESULT TableView::CatchUp(SqliteConnection& connection)
     QV_RETURN_IF_FAILED(ReadLastChange(connection, last));
     if (!loaded_) {
         std::vector<std::int64_t> rows;
-        QV_RETURN_IF_FAILED(source_->ListRows(connection, query_, rows));
+        QV_RETURN_IF_FAILED(List(connection, query_, categories_.get(), rows));
         rows_.Restart(rows);
         loaded_ = true;
         lastChange_ = last;
@@ -102,12 +102,13 @@ HRESULT TableView::CatchUp(SqliteConnection& connection)
     std::vector<Change> changes;
     const HRESULT read = ReadChanges(connection, lastChange_, kMostFollowedChanges, changes);
     QV_RETURN_IF_FAILED(read);
-    const bool all = std::any_of(changes.begin(), changes.end(),
+    const bool all = (categories_ && Affects(changes)) ||
+                     std::any_of(changes.begin(), changes.end(),
                                  [this](const Change& change) { return source_->ChangesAll(change); });
     if (read == S_FALSE || changes.size() == kMostFollowedChanges || torn_ || all) {
         QV_RETURN_IF_FAILED(Reload(connection));
         torn_ = false;
-    } else {
+    } else if (!categories_) {
         const std::unique_ptr<RowReader> reader = source_->MakeReader(connection);
         torn_ = true;
         QV_RETURN_IF_FAILED(ApplyChanges(*reader, changes));
@@ -119,20 +120,48 @@ HRESULT TableView::CatchUp(SqliteConnection& connection)
 
 HRESULT TableView::Reload(SqliteConnection& connection)
 {
-    std::vector<std::int64_t> rows;
-    QV_RETURN_IF_FAILED(source_->ListRows(connection, query_, rows));
-    rows_.Replace(rows);
+    QV_RETURN_IF_FAILED(Rearrange(connection));
     for (TableEvents* events : events_)
         events->pending_.AddChanged();
     return S_OK;
 }
 
-HRESULT TableView::Ask(SqliteConnection& connection, TableQuery query)
+HRESULT TableView::Rearrange(SqliteConnection& connection)
 {
     std::vector<std::int64_t> rows;
+    QV_RETURN_IF_FAILED(List(connection, query_, categories_.get(), rows));
+    rows_.Replace(rows);
+    return S_OK;
+}
+
+HRESULT TableView::List(SqliteConnection& connection, const TableQuery& query, Categories* categories,
+                        std::vector<std::int64_t>& rows) const
+{
     QV_RETURN_IF_FAILED(source_->ListRows(connection, query, rows));
+    return categories ? categories->Arrange(*source_->MakeReader(connection), rows) : S_OK;
+}
+
+std::unique_ptr<RowReader> TableView::MakeReader(SqliteConnection& connection)
+{
+    std::unique_ptr<RowReader> reader = source_->MakeReader(connection);
+    return categories_ ? MakeCategorizedReader(std::move(reader), *categories_) : std::move(reader);
+}
+
+bool TableView::Affects(const std::vector<Change>& changes) const
+{
+    std::vector<std::int64_t> affected;
+    for (const Change& change : changes)
+        source_->AppendAffected(change, affected);
+    return !affected.empty();
+}
+
+HRESULT TableView::Ask(SqliteConnection& connection, TableQuery query, std::unique_ptr<Categories> categories)
+{
+    std::vector<std::int64_t> rows;
+    QV_RETURN_IF_FAILED(List(connection, query, categories.get(), rows));
     rows_.Restart(rows);
     query_ = std::move(query);
+    categories_ = std::move(categories);
     return S_OK;
 }
 
@@ -348,9 +377,11 @@ HRESULT TableView::FindRow(const Restriction& restriction, BOOKMARK origin, bool
 HRESULT TableView::FindFrom(SqliteConnection& connection, const Restriction& restriction, std::size_t from,
                             bool backward, std::optional<std::size_t>& found)
 {
-    const std::unique_ptr<RowReader> reader = source_->MakeReader(connection);
+    const std::unique_ptr<RowReader> reader = MakeReader(connection);
     std::vector<std::int64_t> matches;
-    HRESULT listed = source_->ListMatches(connection, restriction, kFewMatches + 1, matches);
+    // Nobody but the reader knows of headings.
+    HRESULT listed =
+        categories_ ? S_FALSE : source_->ListMatches(connection, restriction, kFewMatches + 1, matches);
     QV_RETURN_IF_FAILED(listed);
     if (listed != S_FALSE && matches.size() <= kFewMatches)
         return FindFar(*reader, matches, from, backward, found);
@@ -408,21 +439,102 @@ HRESULT TableView::FindFar(RowReader& reader, const std::vector<std::int64_t>& m
 HRESULT TableView::Restrict(std::shared_ptr<const Restriction> restriction)
 {
     return WithRows([&](SqliteConnection& connection) QV_REQUIRES(lock_) {
-        return Ask(connection, {std::move(restriction), query_.sort});
+        auto categories = categories_ ? std::make_unique<Categories>(*categories_) : nullptr;
+        return Ask(connection, {std::move(restriction), query_.sort}, std::move(categories));
     });
 }
 
-HRESULT TableView::Sort(std::vector<SortColumn> columns)
+HRESULT TableView::Sort(TableOrder order)
 {
+    if (order.categories > 0 && !source_->HasCategories())
+        return MAPI_E_TOO_COMPLEX;
     return WithRows([&](SqliteConnection& connection) QV_REQUIRES(lock_) {
-        return Ask(connection, {query_.restriction, std::move(columns)});
+        std::unique_ptr<Categories> categories;
+        const auto end = order.columns.begin() + static_cast<std::ptrdiff_t>(order.categories);
+        if (order.categories > 0)
+            categories = std::make_unique<Categories>(std::vector<SortColumn>(order.columns.begin(), end),
+                                                      order.expanded);
+        return Ask(connection, {query_.restriction, std::move(order.columns)}, std::move(categories));
     });
 }
 
-std::vector<SortColumn> TableView::SortOrder()
+TableOrder TableView::Order()
 {
     const MutexLock lock(lock_);
-    return query_.sort;
+    return {query_.sort, categories_ ? categories_->Depth() : 0, categories_ ? categories_->Expanded() : 0};
+}
+
+HRESULT TableView::FindHeading(ByteView key, std::int64_t& id)
+{
+    if (key.size() != sizeof(id) || !categories_)
+        return MAPI_E_NOT_FOUND;
+    id = RowOfInstanceKey(key);
+    return categories_->Row(id) && IndexOf(id) ? S_OK : MAPI_E_NOT_FOUND;
+}
+
+HRESULT TableView::Expand(ByteView key, std::size_t most, LPSRowSet* rows, ULONG& more)
+{
+    return WithRows([&](SqliteConnection& connection) QV_REQUIRES(lock_) -> HRESULT {
+        std::int64_t id = 0;
+        QV_RETURN_IF_FAILED(FindHeading(key, id));
+        const std::size_t before = rows_.size();
+        categories_->SetExpanded(id, true);
+        QV_RETURN_IF_FAILED(Rearrange(connection));
+        const std::size_t from = *IndexOf(id) + 1;
+        const std::size_t come = rows_.size() - before;
+        const std::size_t given = std::min(come, most);
+        if (rows)
+            QV_RETURN_IF_FAILED(GiveRows(connection, from, from + given, rows));
+        if (rows && most > 0)
+            rows_.SetCursor(from + given);
+        more = static_cast<ULONG>(come - given);
+        return S_OK;
+    });
+}
+
+HRESULT TableView::Collapse(ByteView key, ULONG& gone)
+{
+    return WithRows([&](SqliteConnection& connection) QV_REQUIRES(lock_) -> HRESULT {
+        std::int64_t id = 0;
+        QV_RETURN_IF_FAILED(FindHeading(key, id));
+        const std::size_t before = rows_.size();
+        categories_->SetExpanded(id, false);
+        QV_RETURN_IF_FAILED(Rearrange(connection));
+        gone = static_cast<ULONG>(before - rows_.size());
+        return S_OK;
+    });
+}
+
+HRESULT TableView::SaveCollapsed(ByteView key, Bytes& state)
+{
+    return WithRows([&](SqliteConnection&) QV_REQUIRES(lock_) -> HRESULT {
+        if (!categories_)
+            return MAPI_E_NO_SUPPORT;
+        std::int64_t id = 0;
+        if (!key.empty()) {
+            id = key.size() == sizeof(id) ? RowOfInstanceKey(key) : 0;
+            if (!IndexOf(id))
+                return MAPI_E_NOT_FOUND;
+        }
+        state = categories_->SaveState(id);
+        return S_OK;
+    });
+}
+
+HRESULT TableView::LoadCollapsed(ByteView state, BOOKMARK& bookmark)
+{
+    return WithRows([&](SqliteConnection& connection) QV_REQUIRES(lock_) -> HRESULT {
+        if (!categories_)
+            return MAPI_E_NO_SUPPORT;
+        std::int64_t id = 0;
+        QV_RETURN_IF_FAILED(categories_->LoadState(state, id));
+        QV_RETURN_IF_FAILED(Rearrange(connection));
+        const std::size_t cursor = rows_.Cursor();
+        rows_.SetCursor(IndexOf(id).value_or(0));
+        bookmark = rows_.CreateBookmark();
+        rows_.SetCursor(cursor);
+        return S_OK;
+    });
 }
 
 HRESULT TableView::CreateBookmark(BOOKMARK& bookmark)
@@ -443,29 +555,34 @@ HRESULT TableView::QueryRows(LONG count, bool advance, LPSRowSet* rows)
 {
     if (core_->Switches().TakeFailingRowRead())
         return MAPI_E_NETWORK_ERROR;
-    return WithRows([&](SqliteConnection& connection) QV_REQUIRES(lock_) {
+    return WithRows([&](SqliteConnection& connection) QV_REQUIRES(lock_) -> HRESULT {
         const std::size_t cursor = rows_.Cursor();
         const auto most = static_cast<std::size_t>(std::abs(std::int64_t{count}));
         const std::size_t from = count < 0 ? cursor - std::min(cursor, most) : cursor;
         const std::size_t to = count < 0 ? cursor : cursor + std::min(rows_.size() - cursor, most);
-        const std::unique_ptr<RowReader> reader = source_->MakeReader(connection);
-        const MapiAllocator allocator;
-        RowGatherer gathered;
-        gathered.Reserve(to - from);
-        for (std::size_t index = from; index < to; ++index) {
-            const HRESULT moved = reader->MoveTo(rows_.IdAt(index));
-            QV_RETURN_IF_FAILED(moved);
-            if (moved == S_FALSE)
-                return MAPI_E_CORRUPT_STORE;
-            QV_RETURN_IF_FAILED(
-                MakeRow(*reader, columns_, unicode_, allocator, gathered.Add(), kColumnValueLimit));
-            QV_RETURN_IF_FAILED(reader->TakeFailure());
-        }
-        QV_RETURN_IF_FAILED(gathered.GiveTo(rows));
+        QV_RETURN_IF_FAILED(GiveRows(connection, from, to, rows));
         if (advance)
             rows_.SetCursor(count < 0 ? from : to);
         return S_OK;
     });
+}
+
+HRESULT TableView::GiveRows(SqliteConnection& connection, std::size_t from, std::size_t to, LPSRowSet* rows)
+{
+    const std::unique_ptr<RowReader> reader = MakeReader(connection);
+    const MapiAllocator allocator;
+    RowGatherer gathered;
+    gathered.Reserve(to - from);
+    for (std::size_t index = from; index < to; ++index) {
+        const HRESULT moved = reader->MoveTo(rows_.IdAt(index));
+        QV_RETURN_IF_FAILED(moved);
+        if (moved == S_FALSE)
+            return MAPI_E_CORRUPT_STORE;
+        QV_RETURN_IF_FAILED(
+            MakeRow(*reader, columns_, unicode_, allocator, gathered.Add(), kColumnValueLimit));
+        QV_RETURN_IF_FAILED(reader->TakeFailure());
+    }
+    return gathered.GiveTo(rows);
 }
 
 HRESULT TableView::MakeEvents(std::shared_ptr<EventSource>& events)

@@ -12,11 +12,19 @@
 #include <optional>
 #include <vector>
 
+#include "msgstore/store/categories.h"
 #include "msgstore/store/notification_hub.h"
 #include "msgstore/store/row_order.h"
 #include "msgstore/store/table_source.h"
 
 namespace quorvane {
+
+// How a table is sorted.
+struct TableOrder {
+    std::vector<SortColumn> columns;
+    std::size_t categories = 0;  // so many of the first columns make them
+    std::size_t expanded = 0;    // to begin with, the outermost first
+};
 
 class PendingEvents;
 class TableEvents;
@@ -39,8 +47,21 @@ public:
     [[nodiscard]] HRESULT QueryPosition(ULONG& row, ULONG& count);
     [[nodiscard]] HRESULT FindRow(const Restriction& restriction, BOOKMARK origin, bool backward);
     [[nodiscard]] HRESULT Restrict(std::shared_ptr<const Restriction> restriction);
-    [[nodiscard]] HRESULT Sort(std::vector<SortColumn> columns);
-    std::vector<SortColumn> SortOrder();
+    // order  how the rows are sorted, and how many of its columns make categories, so many of them expanded.
+    // MAPI_E_TOO_COMPLEX: the table has no categories.
+    [[nodiscard]] HRESULT Sort(TableOrder order);
+    TableOrder Order();
+    // The heading with that instance key. MAPI_E_NOT_FOUND: there is none.
+    //
+    // most  [in]   the most of the rows that come up that are given, which the cursor then stands behind
+    // more  [out]  how many others came up
+    [[nodiscard]] HRESULT Expand(ByteView key, std::size_t most, LPSRowSet* rows, ULONG& more);
+    [[nodiscard]] HRESULT Collapse(ByteView key, ULONG& gone);
+    // As Categories have it. MAPI_E_NO_SUPPORT: there are no categories; MAPI_E_NOT_FOUND: the key is of no
+    // row.
+    [[nodiscard]] HRESULT SaveCollapsed(ByteView key, Bytes& state);
+    // bookmark  [out]  at the row that was meant, or at the beginning
+    [[nodiscard]] HRESULT LoadCollapsed(ByteView state, BOOKMARK& bookmark);
     [[nodiscard]] HRESULT CreateBookmark(BOOKMARK& bookmark);
     [[nodiscard]] HRESULT FreeBookmark(BOOKMARK bookmark);
     // count  the most rows; negative: those before the cursor.
@@ -58,7 +79,18 @@ private:
     [[nodiscard]] HRESULT CatchUp(SqliteConnection& connection) QV_REQUIRES(lock_);
     [[nodiscard]] HRESULT Reload(SqliteConnection& connection) QV_REQUIRES(lock_);
     // Takes another query, and the rows that meet it; on failure all stays.
-    [[nodiscard]] HRESULT Ask(SqliteConnection& connection, TableQuery query) QV_REQUIRES(lock_);
+    [[nodiscard]] HRESULT Ask(SqliteConnection& connection, TableQuery query,
+                              std::unique_ptr<Categories> categories) QV_REQUIRES(lock_);
+    // The rows that a query shows, headings among them, for a table that has categories.
+    [[nodiscard]] HRESULT List(SqliteConnection& connection, const TableQuery& query, Categories* categories,
+                               std::vector<std::int64_t>& rows) const;
+    std::unique_ptr<RowReader> MakeReader(SqliteConnection& connection) QV_REQUIRES(lock_);
+    bool Affects(const std::vector<Change>& changes) const;
+    // Shows what there is to show now that headings are expanded or collapsed.
+    [[nodiscard]] HRESULT Rearrange(SqliteConnection& connection) QV_REQUIRES(lock_);
+    [[nodiscard]] HRESULT FindHeading(ByteView key, std::int64_t& id) QV_REQUIRES(lock_);
+    [[nodiscard]] HRESULT GiveRows(SqliteConnection& connection, std::size_t from, std::size_t to,
+                                   LPSRowSet* rows) QV_REQUIRES(lock_);
 
     // A row that changed, as it is now.
     struct ChangedRow {
@@ -103,6 +135,7 @@ private:
     Mutex lock_;
     std::vector<ULONG> columns_ QV_GUARDED_BY(lock_);
     TableQuery query_ QV_GUARDED_BY(lock_);
+    std::unique_ptr<Categories> categories_ QV_GUARDED_BY(lock_);  // null: none
     RowOrder rows_ QV_GUARDED_BY(lock_);
     bool loaded_ QV_GUARDED_BY(lock_) = false;
     bool torn_ QV_GUARDED_BY(lock_) =

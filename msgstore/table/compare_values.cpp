@@ -195,8 +195,8 @@ HRESULT ReadSortOrder(const SSortOrderSet* set, std::vector<SortColumn>& columns
     columns.clear();
     if (!set)
         return S_OK;
-    if (set->cCategories > 0)
-        return MAPI_E_TOO_COMPLEX;
+    if (set->cCategories > set->cSorts || set->cExpanded > set->cCategories)
+        return MAPI_E_INVALID_PARAMETER;
     try {
         for (ULONG i = 0; i < set->cSorts; ++i) {
             const SSortOrder& sort = set->aSort[i];

@@ -97,8 +97,9 @@ struct SortColumn {
     bool descending = false;
 };
 
-// Takes over a caller's order. A null set gives no columns. MAPI_E_TOO_COMPLEX: categories are asked for;
-// MAPI_E_INVALID_PARAMETER: an unknown direction.
+// Takes over the columns of a caller's order, those of categories among them. A null set gives none.
+// MAPI_E_INVALID_PARAMETER: an unknown direction, more categories than columns, or more of them expanded than
+// there are.
 [[nodiscard]] HRESULT ReadSortOrder(const SSortOrderSet* set, std::vector<SortColumn>& columns) noexcept;
 
 // Orders two rows by the columns; 0 if they are equal in all of them.

@@ -327,13 +327,18 @@ TEST(CompareValuesTest, LettersBeyondLatin1CompareWithoutRegardToCase)
     EXPECT_LT(CompareValues(&alone, &next), 0);
 }
 
-TEST(CompareValuesTest, CategoriesAreRefused)
+TEST(CompareValuesTest, CategoriesAreNoMoreThanTheColumns)
 {
     SSortOrderSet set{};
     set.cSorts = 1;
     set.cCategories = 1;
+    set.cExpanded = 1;
     std::vector<SortColumn> columns;
-    EXPECT_EQ(ReadSortOrder(&set, columns), MAPI_E_TOO_COMPLEX);
+    EXPECT_EQ(ReadSortOrder(&set, columns), S_OK);
+    set.cExpanded = 2;
+    EXPECT_EQ(ReadSortOrder(&set, columns), MAPI_E_INVALID_PARAMETER);
+    set.cCategories = 2;
+    EXPECT_EQ(ReadSortOrder(&set, columns), MAPI_E_INVALID_PARAMETER);
 }
 
 }  // namespace

@@ -329,6 +329,8 @@ HRESULT CRowsTable::SortTable(LPSSortOrderSet order, ULONG)
 {
     return Guarded([&]() -> HRESULT {
         std::vector<SortColumn> columns;
+        if (order && order->cCategories > 0)
+            return MAPI_E_TOO_COMPLEX;
         QV_RETURN_IF_FAILED(ReadSortOrder(order, columns));
         const std::lock_guard lock(m_mutex);
         m_sort = std::move(columns);
