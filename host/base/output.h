@@ -23,6 +23,15 @@ std::size_t DisplayWidth(std::string_view text);
 // What of a line without control characters fits into so many columns, with a sign where something was cut.
 std::string Shortened(const std::string& text, std::size_t width);
 
+// The same, none left out: in so many lines that each fits, all but the first behind `indent` blanks. It is
+// parted at blanks; a longer word stays whole, as one that is copied. 0 for the width: as it is.
+std::string Folded(const std::string& line, std::size_t width, std::size_t indent = 0);
+// Each line of a text so, behind two blanks more than it has itself; coloured ones stay as they are.
+std::string FoldedLines(const std::string& text, std::size_t width);
+
+// A number of things: "1 item", "2 items".
+std::string Counted(std::uint64_t number, const std::string& thing);
+
 // What a text for people is made for.
 struct Look {
     std::size_t width = 0;  // of a terminal, in columns; 0: of any
@@ -41,6 +50,7 @@ Look OutputLook();
 enum class Fit {
     kWhole,      // not at all
     kShortened,  // its longest texts are cut, down to 20 columns
+    kFolded,     // its longest texts go on in further lines, down to 20 columns
     kDropped,    // it isn't shown, where cutting others doesn't do
 };
 
@@ -50,7 +60,7 @@ struct Column {
     Fit fit;
 };
 
-// A table with aligned columns, printed at once.
+// A table with aligned columns, those of numbers at their right, printed at once.
 class Table {
 public:
     enum class Row { kPlain, kStrong, kAlarm };
@@ -76,6 +86,8 @@ private:
 
 // Prints to standard output: `json` as one line when `asJson`, otherwise `text`.
 void Print(bool asJson, const Json& json, const std::string& text);
+// The same of sentences, which are folded on a terminal.
+void PrintSentences(bool asJson, const Json& json, const std::string& text);
 
 // The time of a FILETIME as "2026-11-21T06:16:47Z"; empty for zero.
 std::string TimeText(std::uint64_t fileTime);

@@ -12,7 +12,7 @@ TEST(OutputTest, ATableAlignsItsColumns)
     table.Add({"ä", "1"});
     table.Add({"longer", "22"});
 
-    EXPECT_EQ(table.Text(), "NAME    N\nä       1\nlonger  22\n");
+    EXPECT_EQ(table.Text(), "NAME     N\nä        1\nlonger  22\n");
 }
 
 TEST(OutputTest, AWideCharacterTakesTwoColumnsAndACombiningOneNone)
@@ -24,7 +24,7 @@ TEST(OutputTest, AWideCharacterTakesTwoColumnsAndACombiningOneNone)
     Table table({"NAME", "N"});
     table.Add({"\u65E5\u672C\u8A9E", "1"});
     table.Add({"e\u0301", "22"});
-    EXPECT_EQ(table.Text({}), "NAME    N\n\u65E5\u672C\u8A9E  1\ne\u0301       22\n");
+    EXPECT_EQ(table.Text({}), "NAME     N\n\u65E5\u672C\u8A9E   1\ne\u0301       22\n");
 }
 
 class FittedTableTest : public ::testing::Test {
@@ -71,6 +71,49 @@ TEST_F(FittedTableTest, AWideCharacterIsNotCutInTheMiddle)
         text += "\u65E5";
     table.Add({text});
     EXPECT_EQ(table.Text({20, false}), "T\n" + text.substr(0, 27) + "\u2026\n");
+}
+
+TEST(OutputTest, AColumnOfNumbersStandsAtItsRightAndOthersDoNot)
+{
+    Table table({"ID", "COUNT", "WORD"});
+    table.Add({"12", "7", "x"});
+    table.Add({"1a", "", "12"});
+    EXPECT_EQ(table.Text({}), "ID  COUNT  WORD\n12      7  x\n1a         12\n");
+}
+
+TEST(OutputTest, ATextGoesOnInItsColumn)
+{
+    Table table({"#", {"WHAT", Fit::kFolded}, "END"});
+    table.Add({"1", "lihis-vofuf-pogag-polog-fulah", "e"});
+    table.Add({"2", "two words that are long", "e"});
+    table.Add({"3", std::string(25, 'x'), "e"}, Table::Row::kStrong);
+    EXPECT_EQ(table.Text({29, true}),
+              "\033[1m#  WHAT                   END\033[0m\n"
+              "1  lihis-vofuf-pogag-     e\n"
+              "   polog-fulah\n"
+              "2  two words that are     e\n"
+              "   long\n"
+              "\033[1m3  xxxxxxxxxxxxxxxxxxxxx  e\033[0m\n"
+              "\033[1m   xxxx\033[0m\n");
+}
+
+TEST(OutputTest, ALineIsFoldedAtItsBlanks)
+{
+    EXPECT_EQ(Folded("one two three", 0), "one two three");
+    EXPECT_EQ(Folded("one two three", 13), "one two three");
+    EXPECT_EQ(Folded("one two three", 12), "one two\nthree");
+    EXPECT_EQ(Folded("one two three", 7, 2), "one two\n  three");
+    EXPECT_EQ(Folded("one /a/path/that/is/long two", 10, 2), "one\n  /a/path/that/is/long\n  two");
+    EXPECT_EQ(Folded("\u65E5\u672C \u8A9E\u8A9E", 8), "\u65E5\u672C\n\u8A9E\u8A9E");
+    EXPECT_EQ(FoldedLines("  a bc\nde fg\n\033[1mhi jk\033[0m\n", 4),
+              "  a\n    bc\nde\n  fg\n\033[1mhi jk\033[0m\n");
+}
+
+TEST(OutputTest, OneThingIsNotSeveral)
+{
+    EXPECT_EQ(Counted(0, "item"), "0 items");
+    EXPECT_EQ(Counted(1, "item"), "1 item");
+    EXPECT_EQ(Counted(2, "item"), "2 items");
 }
 
 TEST(OutputTest, HeadAndRowsAreColouredWhereThatIsWanted)

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <mutex>
 
 #include "host/base/output.h"
 #include "host/base/terminal.h"
@@ -30,16 +31,68 @@ std::string RateText(double perSecond, Progress::Unit unit)
     return std::to_string(tenths / 10) + "." + std::to_string(tenths % 10) + " MB/s";
 }
 
+// The last line of standard error, which is told on and shown by several.
+class LastLine {
+public:
+    // line: without an end.
+    void Show(const std::string& line)
+    {
+        const std::lock_guard lock(mutex_);
+        std::fprintf(stderr, "\r\033[K%s", line.c_str());
+        std::fflush(stderr);
+        isShown_ = true;
+    }
+    // text: whole lines.
+    void Tell(const std::string& text)
+    {
+        const std::lock_guard lock(mutex_);
+        Wipe();
+        std::fputs(text.c_str(), stderr);
+    }
+    void Clear()
+    {
+        const std::lock_guard lock(mutex_);
+        Wipe();
+    }
+
+private:
+    void Wipe()
+    {
+        if (isShown_)
+            std::fputs("\r\033[K", stderr);
+        isShown_ = false;
+    }
+
+    std::mutex mutex_;
+    bool isShown_ = false;  // what is to be wiped
+};
+
+LastLine& TheLastLine()
+{
+    static LastLine line;
+    return line;
+}
+
 }  // namespace
 
+void Tell(const std::string& line)
+{
+    constexpr std::size_t kIndent = 2;  // of what doesn't fit into the first line
+    TheLastLine().Tell(Folded(Printable(line), ErrorWidth(), kIndent) + "\n");
+}
+
+void WipeProgress()
+{
+    TheLastLine().Clear();
+}
+
 Progress::Progress(std::string what, Unit unit)
-    : what_(std::move(what)), unit_(unit), terminal_(HasTerminal())
+    : what_(std::move(what)), unit_(unit), isOnTerminal_(ErrorWidth() > 0)
 {}
 
 Progress::~Progress()
 {
-    if (shown_)
-        std::fputs("\r\033[K", stderr);
+    WipeProgress();
 }
 
 std::string Progress::Line(const std::string& what, Unit unit, unsigned long long done,
@@ -55,7 +108,7 @@ std::string Progress::Line(const std::string& what, Unit unit, unsigned long lon
 
 void Progress::Show(unsigned long long done, unsigned long long total, const std::string& text)
 {
-    if (!terminal_)
+    if (!isOnTerminal_)
         return;
     const auto now = std::chrono::steady_clock::now();
     if (total != total_ || done < done_)
@@ -66,9 +119,9 @@ void Progress::Show(unsigned long long done, unsigned long long total, const std
     if (now < next_)
         return;
     next_ = now + std::chrono::milliseconds(100);
-    shown_ = true;
-    std::fprintf(stderr, "\r\033[K%s", Printable(Line(what_, unit_, done, total, text, rate_)).c_str());
-    std::fflush(stderr);
+    // In the last column the cursor would go to the next line, which nobody wipes.
+    TheLastLine().Show(Shortened(Printable(Line(what_, unit_, done, total, text, rate_)),
+                                 std::max(ErrorWidth(), std::size_t{2}) - 1));
 }
 
 }  // namespace quorvane::host

@@ -9,8 +9,14 @@
 
 namespace quorvane::host {
 
-// One line on standard error that is written over as the work goes on; nothing where standard error is no
-// terminal. For one thread.
+// Tells a person something: lines on standard error, folded where that is a terminal, which a progress that
+// is shown there gives way to. For any thread.
+void Tell(const std::string& line);
+// Wipes a progress that is shown, before something else is printed there. For any thread.
+void WipeProgress();
+
+// One line on standard error that is written over as the work goes on, no longer than the terminal is wide;
+// nothing where standard error is no terminal. For one thread.
 class Progress {
 public:
     // What its work is counted in.
@@ -35,11 +41,10 @@ public:
 private:
     std::string what_;
     const Unit unit_;
-    bool terminal_;
+    const bool isOnTerminal_;
     RateMeter rate_;
     unsigned long long done_ = 0;
     unsigned long long total_ = 0;
-    bool shown_ = false;
     std::chrono::steady_clock::time_point next_{};
 };
 

@@ -34,8 +34,7 @@ std::string Drawn(const std::string& text, std::size_t width, std::size_t height
     }
     std::string drawn = "\033[H";
     for (const std::string& line : lines) {
-        // A coloured line is one of a table, which fits already.
-        drawn += (line.find('\033') == std::string::npos ? Shortened(line, width) : line) + "\033[K";
+        drawn += Shortened(line, width) + "\033[K";
         drawn += &line == &lines.back() ? "" : "\r\n";
     }
     return drawn + "\033[J";

@@ -9,7 +9,7 @@ namespace {
 TEST(ScreenTest, EachLineIsCutToTheWidthAndWipesWhatStoodThere)
 {
     EXPECT_EQ(Drawn("one\nlonger line\n", 6, 9), "\033[Hone\033[K\r\nlonge\xE2\x80\xA6\033[K\033[J");
-    EXPECT_EQ(Drawn("\033[1mcoloured\033[0m", 6, 9), "\033[H\033[1mcoloured\033[0m\033[K\033[J");
+    EXPECT_EQ(Drawn("\033[1mcoloured\033[0m", 6, 9), "\033[H\033[1mcolou\u2026\033[0m\033[K\033[J");
 }
 
 TEST(ScreenTest, LinesWithoutRoomAreCounted)

@@ -6,8 +6,8 @@
 
 namespace quorvane::host {
 
-// Whether standard error is a terminal that understands ANSI's control sequences.
-bool HasTerminal() noexcept;
+// The columns of a terminal that understands ANSI's control sequences, where standard error is one; else 0.
+std::size_t ErrorWidth() noexcept;
 
 // The columns of such a terminal that standard output is; 0 where it is none.
 std::size_t OutputWidth() noexcept;

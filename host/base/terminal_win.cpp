@@ -14,20 +14,25 @@ bool IsTerminal(HANDLE console) noexcept
            SetConsoleMode(console, mode | ENABLE_VIRTUAL_TERMINAL_PROCESSING);
 }
 
-}  // namespace
-
-bool HasTerminal() noexcept
+std::size_t WidthOf(DWORD which) noexcept
 {
-    return IsTerminal(GetStdHandle(STD_ERROR_HANDLE));
-}
-
-std::size_t OutputWidth() noexcept
-{
-    HANDLE const console = GetStdHandle(STD_OUTPUT_HANDLE);
+    HANDLE const console = GetStdHandle(which);
     CONSOLE_SCREEN_BUFFER_INFO info{};
     if (!IsTerminal(console) || !GetConsoleScreenBufferInfo(console, &info))
         return 0;
     return static_cast<std::size_t>(info.srWindow.Right - info.srWindow.Left) + 1;
+}
+
+}  // namespace
+
+std::size_t ErrorWidth() noexcept
+{
+    return WidthOf(STD_ERROR_HANDLE);
+}
+
+std::size_t OutputWidth() noexcept
+{
+    return WidthOf(STD_OUTPUT_HANDLE);
 }
 
 std::size_t OutputHeight() noexcept

@@ -79,7 +79,7 @@ Json CompareFiles(const Mailbox& mailbox, const MailSession& session, CheckRepor
 
 std::string Summary(const CheckReport& report, std::size_t count, const Mender& mender)
 {
-    std::string text = "checked " + std::to_string(count) + " items, " + std::to_string(report.items.size()) +
+    std::string text = "checked " + Counted(count, "item") + ", " + std::to_string(report.items.size()) +
                        " of them damaged\n";
     if (!mender.Place().empty())
         text += "what was changed lies as it was in " + mender.Place() + "\n";

@@ -41,7 +41,7 @@ Side ReadSide(const std::string& mailboxPath, const std::string& folderPath)
     std::size_t number = 0;
     ForEachItem(*folder, [&](const ItemInfo& item) {
         ++number;
-        progress.Show(number, total, std::to_string(number) + " items");
+        progress.Show(number, total, Counted(number, "item"));
         const auto row = rows.find(item.entryId);
         if (row == rows.end()) {
             ++side.unshared;
@@ -105,7 +105,10 @@ private:
     void AddUnshared(int side, std::size_t count)
     {
         if (count > 0)
-            Add("-", "", std::to_string(count) + " items without a sharing ID in " + Place(side), {});
+            Add("-", "",
+                Counted(static_cast<std::uint64_t>(count), "item") + " without a sharing ID in " +
+                    Place(side),
+                {});
     }
 
     const CompareOptions& options_;

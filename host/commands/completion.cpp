@@ -123,7 +123,7 @@ public:
             const Mailbox opened = Mailbox::Open(mailbox);
             const MailSession session(mailbox);
             for (const FolderInfo& folder : ListFolders(session))
-                Add(folder.path, std::to_string(folder.items) + " items");
+                Add(folder.path, Counted(folder.items, "item"));
         } catch (const HostError&) {
             return;  // it is no mailbox, which the command will say
         }

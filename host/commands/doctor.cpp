@@ -95,10 +95,13 @@ private:
         if (report.databases.empty())
             findings_.Good("databases", "store.sqlite, sharing.db and host.db are sound");
         if (report.items.empty())
-            findings_.Good("store", "all of its " + std::to_string(counts.items) + " items can be read");
-        if (counts.deletionsToTell.is_null())
-            findings_.Note("hash files",
-                           "they weren't compared, as a run is under way or a database is damaged");
+            findings_.Good("store", counts.items == 1 ? "its one item can be read"
+                                                      : "all of its " + std::to_string(counts.items) +
+                                                            " items can be read");
+        if (counts.deletionsToTell.is_null() && report.databases.empty())
+            findings_.Good("hash files", "a run is under way and keeps them; without one they are compared");
+        else if (counts.deletionsToTell.is_null())
+            findings_.Note("hash files", "they weren't compared, as a database is damaged");
         else if (report.disagreements.empty())
             findings_.Good("hash files", "they, rows and records tell the same");
     }
@@ -172,7 +175,8 @@ private:
             findings_.Good("run", "one is under way");
         else
             findings_.Note("run", "none is under way: nothing is sent, taken or mirrored", Say("run"));
-        findings_.Good("sharing", std::to_string(status.at("shares").size()) + " folders are shared here");
+        findings_.Good("sharing", Counted(status.at("shares").size(), "folder") +
+                                      (status.at("shares").size() == 1 ? " is" : " are") + " shared here");
         LookAtPeople(status);
         LookAtPackages(status);
         LookAtMirrors(status.at("mirrors"));
@@ -181,7 +185,8 @@ private:
             if (pair.differed > 0 && !pair.IsEqual())
                 findings_.Note("sharing",
                                pair.folder + " differed from " + pair.member + "'s in " +
-                                   std::to_string(pair.count) + " items, which a run mends",
+                                   Counted(static_cast<std::uint64_t>(pair.count), "item") +
+                                   ", which a run mends",
                                Say("verify"));
     }
 
@@ -211,7 +216,8 @@ private:
                         " wasn't heard of for long, and nothing is kept for it",
                     "if it is lost: " + SayOf("members drop", member.at("device").get<std::string>()));
         if (const std::size_t count = status.at("conflicts").get<std::size_t>())
-            findings_.Act("conflicts", std::to_string(count) + " edits were beaten by others",
+            findings_.Act("conflicts",
+                          Counted(count, "edit") + (count == 1 ? " was" : " were") + " beaten by others",
                           Say("conflicts"));
     }
 
@@ -248,7 +254,9 @@ private:
                 findings_.Act("mirrors", both + ": " + problem,
                               "put the Maildir back, or untie it: " + SayOf("mirror", folder, "--remove"));
             if (held > 0)
-                findings_.Act("mirrors", both + ": " + std::to_string(held) + " deletions wait",
+                findings_.Act("mirrors",
+                              both + ": " + Counted(static_cast<std::uint64_t>(held), "deletion") +
+                                  (held == 1 ? " waits" : " wait"),
                               "put the mails back, or let them go: " + SayOf("mirror", folder, "--confirm"));
             if (problem.empty() && held == 0)
                 findings_.Good("mirrors", both + " are kept in step");
@@ -269,8 +277,8 @@ private:
             return findings_.Good("log", "no failure was traced in the last day");
         const LogEntry& last = failures.back();
         findings_.Note("log",
-                       std::to_string(failures.size()) + " failures were traced in the last day, at last " +
-                           last.operation + ": " + last.Result(),
+                       Counted(failures.size(), "failure") + (failures.size() == 1 ? " was" : " were") +
+                           " traced in the last day, at last " + last.operation + ": " + last.Result(),
                        Say("log", "--failures"));
     }
 

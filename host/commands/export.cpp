@@ -233,7 +233,7 @@ ExitCode Export(const ExportArguments& options)
         try {
             exporter->Write(*message, item);
             ++number;
-            progress.Show(number, total, std::to_string(number) + " items");
+            progress.Show(number, total, Counted(number, "item"));
         } catch (const Exporter::DamagedItem&) {
             damaged.push_back({{"subject", item.subject}, {"entryId", item.entryId}});
             lines += "left out '" + Printable(item.subject) + "': it is damaged\n";
@@ -243,7 +243,7 @@ ExitCode Export(const ExportArguments& options)
     Print(
         options.json,
         {{"folder", options.folder}, {"items", number}, {"files", exporter->Written()}, {"damaged", damaged}},
-        lines + "exported " + std::to_string(number) + " items to " + options.directory + "\n");
+        lines + "exported " + Counted(number, "item") + " to " + options.directory + "\n");
     return damaged.empty() ? ExitCode::kDone : ExitCode::kFailed;
 }
 

@@ -165,8 +165,8 @@ ExitCode DeleteTree(const FolderOptions& options)
     const std::size_t items = ItemsIn(tree);
     if (!options.isConfirmed && (items > 0 || tree.size() > 1))
         Fail("delete the folder", path,
-             "it holds " + std::to_string(items) + " items and " + std::to_string(tree.size() - 1) +
-                 " folders: --yes deletes them with it, the items go to the trash");
+             "it holds " + Counted(items, "item") + " and " + Counted(tree.size() - 1, "folder") +
+                 ": --yes deletes them with it, the items go to the trash");
     FolderEmptier emptier(mailbox, session, items);
     Json folders = Json::array();
     for (auto folder = tree.rbegin(); folder != tree.rend(); ++folder) {
@@ -177,7 +177,8 @@ ExitCode DeleteTree(const FolderOptions& options)
     Print(options.json, {{"deleted", folders}, {"items", emptier.Done()}},
           "deleted " + Printable(path) +
               (emptier.Done() > 0
-                   ? "; " + std::to_string(emptier.Done()) + " items lie in the trash ('quorvane trash')\n"
+                   ? "; " + Counted(emptier.Done(), "item") + (emptier.Done() == 1 ? " lies" : " lie") +
+                         " in the trash ('quorvane trash')\n"
                    : "\n"));
     return ExitCode::kDone;
 }

@@ -76,7 +76,7 @@ public:
     {
         return mimeLeftOut_ == 0
                    ? lines_
-                   : lines_ + "left out " + std::to_string(mimeLeftOut_) + " mails: " + kMsgOnly + "\n";
+                   : lines_ + "left out " + Counted(mimeLeftOut_, "mail") + ": " + kMsgOnly + "\n";
     }
     // Why there may be nothing.
     const char* WhyNothing() const noexcept
@@ -190,8 +190,7 @@ void ImportAll(MailReader& reader, Importer& importer)
                 importer.Import(mail);
                 break;
         }
-        progress.Show(reader.DoneBytes(), reader.TotalBytes(),
-                      std::to_string(importer.Imported()) + " items");
+        progress.Show(reader.DoneBytes(), reader.TotalBytes(), Counted(importer.Imported(), "item"));
     }
 }
 
@@ -214,7 +213,7 @@ ExitCode Import(const ImportArguments& options)
            {"known", importer.Known()},
            {"leftOut", importer.LeftOut()},
            {"doubts", importer.Doubts()}},
-          importer.Lines() + "imported " + std::to_string(importer.Imported()) + " items into " +
+          importer.Lines() + "imported " + Counted(importer.Imported(), "item") + " into " +
               Printable(options.folder) + ", left out " + std::to_string(importer.LeftOut().size()) +
               (importer.Known() == 0 ? "" : ", " + std::to_string(importer.Known()) + " were there already") +
               "\n");

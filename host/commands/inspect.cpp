@@ -60,7 +60,7 @@ public:
         for (const Element& element : ListElements(storage, shown_)) {
             if (++count_ > kMostElements)
                 Fail("read", shown_, "it holds too many elements");
-            progress_.Show(count_, 0, std::to_string(count_) + " elements");
+            progress_.Show(count_, 0, Counted(count_, "element"));
             json.push_back(Describe(storage, element, depth));
         }
         return json;
@@ -100,7 +100,7 @@ ExitCode InspectPackage(const InspectOptions& options, IStorage& root)
     const Package package =
         ReadPackage(root, options.file, [&](const PackageRecord& record, IStorage& storage) {
             ++read;
-            progress->Show(read, total, std::to_string(read) + " items");
+            progress->Show(read, total, Counted(read, "item"));
             MsgFile message;
             subjects[record.element] = SUCCEEDED(message.OpenOn(storage))
                                            ? TextOf(message.Message(), PR_SUBJECT_W)
@@ -108,8 +108,8 @@ ExitCode InspectPackage(const InspectOptions& options, IStorage& root)
         });
     progress.reset();
     Json json = {{"kind", "package"}, {"folders", Json::array()}, {"items", Json::array()}};
-    std::string text = "package: " + std::to_string(package.folders.size()) + " folders, " +
-                       std::to_string(package.items.size()) + " items\n";
+    std::string text = "package: " + Counted(package.folders.size(), "folder") + ", " +
+                       Counted(package.items.size(), "item") + "\n";
     for (const PackageRecord& folder : package.folders) {
         json["folders"].push_back({{"id", folder.id}, {"customInfo", folder.customInfo}});
         text += "folder " + Printable(folder.id) + "  " + Printable(folder.customInfo) + "\n";

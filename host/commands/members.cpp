@@ -62,11 +62,12 @@ ExitCode Add(const MembersOptions& options, const Mailbox& mailbox)
         Fail("pin the device", exchange::TextOf(id), "it is pinned to '" + peer->member + "' already");
     transport.peers.Pin(found.card, found.bytes, options.added, options.device.empty() ? "name" : "device");
     transport.folders.Settle();
-    Print(options.json,
-          {{"member", options.added},
-           {"device", exchange::TextOf(id)},
-           {"fingerprint", exchange::FingerprintOf(id)}},
-          "pinned " + options.added + " to device " + ShownDevice(id) + "; compare the words with theirs\n");
+    PrintSentences(
+        options.json,
+        {{"member", options.added},
+         {"device", exchange::TextOf(id)},
+         {"fingerprint", exchange::FingerprintOf(id)}},
+        "pinned " + options.added + " to device " + ShownDevice(id) + "; compare the words with theirs\n");
     return ExitCode::kDone;
 }
 
@@ -78,8 +79,8 @@ ExitCode Drop(const MembersOptions& options, const Mailbox& mailbox)
     if (!peer)
         Fail("forget the device", options.dropped, "no device of that id is known");
     peers.Drop(*id);
-    Print(options.json, {{"member", peer->member}, {"dropped", options.dropped}},
-          "forgot the device " + options.dropped + " of " + peer->member + "\n");
+    PrintSentences(options.json, {{"member", peer->member}, {"dropped", options.dropped}},
+                   "forgot the device " + options.dropped + " of " + peer->member + "\n");
     return ExitCode::kDone;
 }
 
@@ -114,11 +115,12 @@ ExitCode Remove(const MembersOptions& options, const Mailbox& mailbox)
     for (const Peer& peer : devices)
         peers.Drop(peer.id);
     folders.Settle();
-    Print(options.json,
-          {{"member", options.removed}, {"devices", devices.size()}, {"takenOutOf", out}, {"stillIn", in}},
-          lines + "removed " + options.removed +
-              ": nothing more is sealed to them or taken from them; what they have "
-              "they keep\n");
+    PrintSentences(
+        options.json,
+        {{"member", options.removed}, {"devices", devices.size()}, {"takenOutOf", out}, {"stillIn", in}},
+        lines + "removed " + options.removed +
+            ": nothing more is sealed to them or taken from them; what they have "
+            "they keep\n");
     return ExitCode::kDone;
 }
 
@@ -138,15 +140,15 @@ ExitCode Link(const MembersOptions& options, const Mailbox& mailbox)
     const std::size_t folders = transport.folders.LinkOwnDevices(id);
     transport.folders.Settle();
     const bool agrees = AgreementIn(found.card, transport.keys.Signing()).has_value();
-    Print(options.json,
-          {{"device", options.linked},
-           {"fingerprint", exchange::FingerprintOf(id)},
-           {"agrees", agrees},
-           {"folders", folders}},
-          "linked the device " + ShownDevice(id) + "; compare the words with those that it shows\n" +
-              (agrees ? "it gets all that is shared here: " + std::to_string(folders) + " more folders\n"
-                      : "it gets what is shared here once 'quorvane members link MAILBOX " +
-                            mailbox.Device() + "' was said there\n"));
+    PrintSentences(options.json,
+                   {{"device", options.linked},
+                    {"fingerprint", exchange::FingerprintOf(id)},
+                    {"agrees", agrees},
+                    {"folders", folders}},
+                   "linked the device " + ShownDevice(id) + "; compare the words with those that it shows\n" +
+                       (agrees ? "it gets all that is shared here: " + Counted(folders, "more folder") + "\n"
+                               : "it gets what is shared here once 'quorvane members link MAILBOX " +
+                                     mailbox.Device() + "' was said there\n"));
     return ExitCode::kDone;
 }
 
@@ -166,10 +168,11 @@ ExitCode Unlink(const MembersOptions& options, const Mailbox& mailbox)
     std::string lines;
     for (const std::string& folder : done.stillIn)
         lines += "still shares, as somebody has added it by itself, " + Printable(folder) + "\n";
-    Print(
-        options.json, {{"device", options.unlinked}, {"takenOutOf", done.folders}, {"stillIn", done.stillIn}},
-        lines + "unlinked the device " + ShownDevice(id) + ", out of " + std::to_string(done.folders.size()) +
-            " folders: nothing more is sealed to it or taken from it; what it has it keeps\n");
+    PrintSentences(options.json,
+                   {{"device", options.unlinked}, {"takenOutOf", done.folders}, {"stillIn", done.stillIn}},
+                   lines + "unlinked the device " + ShownDevice(id) + ", out of " +
+                       Counted(done.folders.size(), "folder") +
+                       ": nothing more is sealed to it or taken from it; what it has it keeps\n");
     return ExitCode::kDone;
 }
 
@@ -178,7 +181,7 @@ ExitCode List(const MembersOptions& options, const Mailbox& mailbox)
     Peers peers(mailbox.HostDatabasePath().string());
     Table table({"MEMBER",
                  "DEVICE",
-                 "FINGERPRINT",
+                 {"FINGERPRINT", Fit::kFolded},
                  {"KNOWN BY", Fit::kDropped},
                  {"SINCE", Fit::kDropped},
                  {"LAST HEARD", Fit::kDropped}});
@@ -208,14 +211,14 @@ ExitCode List(const MembersOptions& options, const Mailbox& mailbox)
                  Printable(stranger.name) + "' and has " + std::to_string(stranger.packages) +
                  " packages for this mailbox\n";
     }
-    Print(options.json,
-          {{"name", mailbox.Name()},
-           {"device", mailbox.Device()},
-           {"fingerprint", exchange::FingerprintOf(own)},
-           {"members", known},
-           {"awaited", peers.AwaitedMembers()},
-           {"strangers", strangers}},
-          table.Text() + lines);
+    PrintSentences(options.json,
+                   {{"name", mailbox.Name()},
+                    {"device", mailbox.Device()},
+                    {"fingerprint", exchange::FingerprintOf(own)},
+                    {"members", known},
+                    {"awaited", peers.AwaitedMembers()},
+                    {"strangers", strangers}},
+                   table.Text() + lines);
     return ExitCode::kDone;
 }
 

@@ -211,10 +211,10 @@ ExitCode RunMirror(const MirrorOptions& options)
         records.Confirm(mirror.number);
     Print(options.json,
           {{"folder", mirror.folder}, {"maildir", mirror.directory}, {"removed", options.remove}},
-          options.remove
-              ? "untied " + Printable(mirror.folder) + " from " + Printable(mirror.directory) +
-                    "; both keep their mails\n"
-              : std::to_string(mirror.held) + " mails of " + Printable(mirror.folder) + " may be deleted\n");
+          options.remove ? "untied " + Printable(mirror.folder) + " from " + Printable(mirror.directory) +
+                               "; both keep their mails\n"
+                         : Counted(static_cast<std::uint64_t>(mirror.held), "mail") + " of " +
+                               Printable(mirror.folder) + " may be deleted\n");
     return ExitCode::kDone;
 }
 

@@ -4,10 +4,13 @@
 #include <cstdio>
 #include <new>
 #include <numeric>
+#include <sstream>
 #include <string_view>
 #include <utility>
 #include <vector>
 
+#include "host/base/progress.h"
+#include "host/base/terminal.h"
 #include "host/commands/command.h"
 #include "host/commands/command_tables.h"
 #include "host/mailbox/sharing_rows.h"
@@ -27,9 +30,10 @@ public:
     ExitCode Print(const std::string& line, ExitCode code) const
     {
         const Json value = {{"error", line}, {"exitCode", static_cast<int>(code)}};
-        const std::string text = asJson_ ? value.dump(-1, ' ', false, Json::error_handler_t::replace)
-                                         : "quorvane: " + Printable(line);
-        std::fprintf(stderr, "%s\n", text.c_str());
+        if (asJson_)
+            std::fprintf(stderr, "%s\n", value.dump(-1, ' ', false, Json::error_handler_t::replace).c_str());
+        else
+            Tell("quorvane: " + line);
         return code;
     }
 
@@ -81,6 +85,32 @@ std::string UsageLine(const CLI::App& program, int argc, const char* const* argv
     const std::string line = isUnknown ? UnknownCommand(program, first) : std::string(error.what());
     return line + " (see 'quorvane --help')";
 }
+
+// Lines as wide as the terminal, or 80 columns; what tells of a command or an option stays behind its name.
+// Examples are copied, and aren't parted.
+class FoldedHelp final : public CLI::Formatter {
+public:
+    std::string make_help(const CLI::App* app, std::string name, CLI::AppFormatMode mode) const override
+    {
+        constexpr std::size_t kElsewhere = 80;
+        const std::size_t width = OutputWidth() > 0 ? OutputWidth() : kElsewhere;
+        std::string help;
+        std::istringstream lines(CLI::Formatter::make_help(app, std::move(name), mode));
+        for (std::string line; std::getline(lines, line);)
+            help += (line.starts_with("  quorvane ") ? line : Folded(line, width, IndentOf(line))) + "\n";
+        return help;
+    }
+
+private:
+    // Where the text of its first line stands.
+    std::size_t IndentOf(const std::string& line) const
+    {
+        const std::size_t column = get_column_width();
+        const bool isBehindAName =
+            line.size() > column && line[column - 1] == ' ' && line[column] != ' ' && line.starts_with("  ");
+        return isBehindAName ? column : std::min(line.find_first_not_of(' '), line.size());
+    }
+};
 
 using AddOneCommand = void (*)(CLI::App& program, Chosen& chosen);
 
@@ -168,6 +198,7 @@ int RunProgram(int argc, const char* const* argv)
     CLI::App program{
         "Shares mail folders between mailboxes through a directory that every member can reach."};
     program.name("quorvane");
+    program.formatter(std::make_shared<FoldedHelp>());
     program.require_subcommand(1);
     // An argument that begins with a slash is a path, on Windows too.
     program.allow_windows_style_options(false);

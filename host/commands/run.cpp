@@ -1,6 +1,7 @@
 #include <chrono>
 #include <cstdio>
 
+#include "host/base/progress.h"
 #include "host/commands/command.h"
 #include "host/commands/mirroring.h"
 #include "host/service/service_manager.h"
@@ -26,12 +27,34 @@ Json CountsOf(const Statistics& counts)
             {"echoes", counts.echoes.load()}};
 }
 
-std::string CountsText(const Json& counts)
+// "sent: 2 items, 1 deletion, in 1 package": the parts that there are any of.
+std::string PartText(const char* what, const std::vector<std::pair<std::uint64_t, const char*>>& parts,
+                     const char* how, std::uint64_t packages)
 {
     std::string text;
-    for (const auto& [name, value] : counts.items())
-        text += (text.empty() ? "" : ", ") + name + " " + std::to_string(value.get<std::uint64_t>());
-    return text + "\n";
+    for (const auto& [number, thing] : parts)
+        if (number > 0)
+            text += (text.empty() ? "" : ", ") + Counted(number, thing);
+    if (text.empty() && packages == 0)
+        return std::string(what) + ": nothing\n";
+    return std::string(what) + ": " + (text.empty() ? "no items" : text) + ", " + how + " " +
+           Counted(packages, "package") + "\n";
+}
+
+std::string CountsText(const Statistics& counts)
+{
+    const std::uint64_t ignored = counts.itemsIgnored, rejected = counts.packagesRejected;
+    return PartText(
+               "sent",
+               {{counts.itemsSent, "item"}, {counts.deletionsSent, "deletion"}, {counts.flagsSent, "mark"}},
+               "in", counts.packagesSent) +
+           PartText("applied",
+                    {{counts.itemsApplied, "item"},
+                     {counts.deletionsApplied, "deletion"},
+                     {counts.flagsTaken, "mark"}},
+                    "from", counts.packagesReceived) +
+           (ignored > 0 ? "ignored: " + Counted(ignored, "item") + ", as what is here is newer\n" : "") +
+           (rejected > 0 ? "rejected: " + Counted(rejected, "package") + "\n" : "");
 }
 
 // How long the orderly end may take after a signal.
@@ -40,8 +63,8 @@ constexpr auto kOrderlyEnd = std::chrono::milliseconds(700);
 // Nothing hangs on an orderly end: what is under way is taken up by the next run, as after a kill.
 void EndOverdue(const RunOptions& options, const Statistics& statistics)
 {
-    std::fputs("quorvane: what was under way is taken up by the next run\n", stderr);
-    Print(options.json, CountsOf(statistics), CountsText(CountsOf(statistics)));
+    Tell("quorvane: what was under way is taken up by the next run");
+    Print(options.json, CountsOf(statistics), CountsText(statistics));
     std::fflush(nullptr);
 }
 
@@ -79,16 +102,14 @@ ExitCode Run(const RunOptions& given)
     ChooseExchangeMode(mailbox, options.exchange, options.exchangeMode);
     ServedRun served(manager);
     Runner runner(options, mailbox, signals, statistics);
-    runner.Use(MirrorsOfRun(mailbox, runner.Mail(), signals, [](const std::string& line) {
-        std::fprintf(stderr, "quorvane: %s\n", Printable(line).c_str());
-    }));
+    runner.Use(MirrorsOfRun(mailbox, runner.Mail(), signals,
+                            [](const std::string& line) { Tell("quorvane: " + line); }));
     if (manager.IsThere())
         runner.TellTo(&served);
     runner.Run();
     manager.TellStopping();
     signals.EndInOrder();
-    const Json counts = CountsOf(statistics);
-    Print(options.json, counts, CountsText(counts));
+    Print(options.json, CountsOf(statistics), CountsText(statistics));
     return ExitCode::kDone;
 }
 

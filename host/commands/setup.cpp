@@ -4,6 +4,7 @@
 
 #include "host/base/files.h"
 #include "host/base/path_text.h"
+#include "host/base/terminal.h"
 #include "host/commands/command.h"
 #include "host/commands/mirroring.h"
 #include "host/exchange/error.h"
@@ -56,8 +57,7 @@ bool IsDirectoryAt(const std::string& path)
 
 std::string MailText(const FoundMail& mail)
 {
-    return mail.root + ", " + std::to_string(mail.mails) + " mails in " + std::to_string(mail.ties.size()) +
-           (mail.ties.size() == 1 ? " folder" : " folders");
+    return mail.root + ", " + Counted(mail.mails, "mail") + " in " + Counted(mail.ties.size(), "folder");
 }
 
 // What is there before anything is done, the unit apart.
@@ -188,7 +188,7 @@ private:
     const SetupOptions& options_;
     const UserPlaces& user_;
     const SetupState& state_;
-    Questions questions_{std::cin, std::cerr};
+    Questions questions_{std::cin, std::cerr, ErrorWidth()};
     bool hasAsked_ = false;
 };
 
@@ -212,7 +212,7 @@ public:
             LookAtUnit(state);
         steps_ = PlanSetup(answers_, state, UnitText(user_.program));
         if (interview.HasAsked())
-            interview.Confirm(Text(Look{}));
+            interview.Confirm(Text(Look{ErrorWidth(), false}));
     }
     void CarryOut()
     {
@@ -233,8 +233,9 @@ public:
                              {"what", What(step)},
                              {"state", StateOf(step)},
                              {"why", step.why}});
-        std::string text =
-            Text(OutputLook()) + "\nyour device is " + ShownDevice(device) + "\nwhat comes next:\n";
+        std::string text = Text(OutputLook()) + "\n" +
+                           Folded("your device is " + ShownDevice(device), OutputWidth(), 2) +
+                           "\nwhat comes next:\n";
         Json next = Json::array();
         for (const auto& [command, why] : Next()) {
             next.push_back({{"command", command}, {"why", why}});
@@ -321,7 +322,7 @@ private:
     }
     std::string Text(const Look& look) const
     {
-        Table table({"STEP", "STATE", {"WHAT", Fit::kShortened}});
+        Table table({"STEP", "STATE", {"WHAT", Fit::kFolded}});
         for (const SetupStep& step : steps_)
             table.Add({SetupStepName(step.kind), std::string(StateOf(step)),
                        Printable(step.why.empty() ? What(step) : step.why)});

@@ -1,6 +1,7 @@
 #include <chrono>
 
 #include "host/base/path_text.h"
+#include "host/base/terminal.h"
 #include "host/commands/command.h"
 #include "host/sharing/engine.h"
 #include "host/store/item_marks.h"
@@ -102,7 +103,7 @@ std::string PrintableLines(const std::string& text)
         std::string line = text.substr(begin, end - begin);
         if (line.ends_with('\r'))
             line.pop_back();
-        lines += Printable(line) + '\n';
+        lines += Folded(Printable(line), OutputWidth()) + '\n';
         begin = end + 1;
     }
     return lines;

@@ -147,8 +147,8 @@ Json TransportOf(Peers& peers, std::string& text)
             text += "silent: a device of " + peer.member +
                     " wasn't heard of for long, and nothing is kept for it\n";
         if (unacknowledged > 0)
-            text +=
-                "unacknowledged by " + peer.member + ": " + std::to_string(unacknowledged) + " packages\n";
+            text += "unacknowledged by " + peer.member + ": " +
+                    Counted(static_cast<std::uint64_t>(unacknowledged), "package") + "\n";
         if (peer.missing) {
             entry["missing"] = {peer.missing->first, peer.missing->last};
             entry["asked"] = peer.isAsked;
@@ -246,8 +246,8 @@ Json RefusalsOf(Refusals& refusals, Peers& peers, std::string& text)
                         {"packages", refusal.count},
                         {"reason", refusal.reason},
                         {"since", TimeText(refusal.since)}});
-        text += "refused: " + std::to_string(refusal.count) + " packages from " + member + " since " +
-                TimeText(refusal.since) + ": " + Printable(refusal.reason) + "\n";
+        text += "refused: " + Counted(static_cast<std::uint64_t>(refusal.count), "package") + " from " +
+                member + " since " + TimeText(refusal.since) + ": " + Printable(refusal.reason) + "\n";
     }
     return json;
 }
@@ -260,7 +260,8 @@ Json StrangersOf(Peers& peers, std::string& text)
                         {"device", exchange::TextOf(stranger.device)},
                         {"packages", stranger.packages}});
         text += "not known: a device that calls itself '" + Printable(stranger.name) + "', with " +
-                std::to_string(stranger.packages) + " packages for this mailbox ('quorvane members')\n";
+                Counted(static_cast<std::uint64_t>(stranger.packages), "package") +
+                " for this mailbox ('quorvane members')\n";
     }
     return json;
 }
@@ -354,7 +355,7 @@ ExitCode Status(const StatusOptions& options)
     if (options.watch)
         return WatchStatus(options.mailbox, options.json);
     const StatusReport report = ReadStatus(Mailbox::Open(options.mailbox));
-    Print(options.json, report.json, report.text);
+    PrintSentences(options.json, report.json, report.text);
     return ExitCode::kDone;
 }
 

@@ -55,7 +55,7 @@ public:
     void Show(const StatusReport& report)
     {
         if (screen_)
-            return screen_->Draw(report.text);
+            return screen_->Draw(FoldedLines(report.text, OutputWidth()));
         if (asJson_ ? report.json == last_.json : report.text == last_.text)
             return;
         Print(asJson_, report.json, Changes(last_.text, report.text));

@@ -51,7 +51,7 @@ void CheckItems(const Mailbox& mailbox, const MailSession& session, Records& rec
     };
     for (const ItemRecord& item : records.ItemsOf(share.folderId)) {
         ++work.done;
-        work.progress.Show(work.done, work.total, std::to_string(work.done) + " items");
+        work.progress.Show(work.done, work.total, Counted(work.done, "item"));
         const auto entry = entries.find(item.id);
         const ComPtr<IMessage> message =
             entry == entries.end() ? nullptr : OpenMessage(session, entry->second, false);
@@ -113,7 +113,7 @@ void AddPair(const ComparisonRecord& pair, std::uint64_t since, Json& json, Veri
                     {"items", differed ? Json(pair.items) : Json::array()}});
     report.text += "  " + pair.member + ": " + state;
     if (differed)
-        report.text += ", in " + std::to_string(pair.count) + " items";
+        report.text += ", in " + Counted(static_cast<std::uint64_t>(pair.count), "item");
     report.text += pair.equal != 0 ? "; last equal " + TimeText(pair.equal) + "\n" : "\n";
     if (differed)
         for (const std::string& item : pair.items)

@@ -8,6 +8,7 @@
 
 #include "host/base/errors.h"
 #include "host/base/files.h"
+#include "host/base/output.h"
 #include "host/base/path_text.h"
 #include "host/mirror/mirror_steps.h"
 
@@ -257,9 +258,9 @@ bool Mirrors::MustStop(Tied& tied, const MirrorView& view, const MirrorPlan& pla
     if (gone == 0 || gone <= view.confirmed || !((isEmpty && held > 0) || isOther))
         return false;
     tied.mirror.held = gone;
-    tied.mirror.problem = "'" + tied.mirror.directory + "' " +
-                          (isEmpty ? "is empty" : "isn't the directory that it was") + ", and " +
-                          std::to_string(gone) + " mails are gone";
+    tied.mirror.problem =
+        "'" + tied.mirror.directory + "' " + (isEmpty ? "is empty" : "isn't the directory that it was") +
+        ", and " + Counted(static_cast<std::uint64_t>(gone), "mail") + (gone == 1 ? " is" : " are") + " gone";
     return true;
 }
 
@@ -279,7 +280,7 @@ void Mirrors::NoteHeld(Tied& tied, const MirrorView& view, const MirrorPlan& pla
     if (!tied.mirror.problem.empty() && tied.mirror.problem != tied.noted.problem)
         say_("the mirror of '" + tied.mirror.folder + "' is stopped: " + tied.mirror.problem);
     if (tied.mirror.held > 0 && tied.mirror.held != tied.noted.held)
-        say_(std::to_string(tied.mirror.held) + " mails of '" + tied.mirror.folder +
+        say_(Counted(static_cast<std::uint64_t>(tied.mirror.held), "mail") + " of '" + tied.mirror.folder +
              "' would be deleted at once: nothing is until 'quorvane mirror MAILBOX FOLDER --confirm'");
 }
 

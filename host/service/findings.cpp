@@ -18,6 +18,8 @@ const char* StateText(Finding::State state)
     }
 }
 
+constexpr std::size_t kBeforeAreas = 6;  // a state, and two blanks
+
 std::string Coloured(const char* word, Finding::State state, const Look& look)
 {
     if (!look.hasColours || state == Finding::State::kGood)
@@ -53,10 +55,14 @@ std::string Findings::Text(const Look& look) const
     for (const Finding& finding : all_) {
         const char* const state = finding.state == Finding::State::kAct ? "ACT " : StateText(finding.state);
         text += Coloured(state, finding.state, look) + std::string(2 + (state[3] == '\0' ? 1 : 0), ' ') +
-                finding.area + std::string(widest - DisplayWidth(finding.area) + 2, ' ') +
-                Printable(finding.what) + "\n";
+                finding.area + std::string(widest - DisplayWidth(finding.area) + 2, ' ');
+        const std::size_t indent = widest + kBeforeAreas + 2;
+        text +=
+            Folded(std::string(indent, ' ') + Printable(finding.what), look.width, indent).substr(indent) +
+            "\n";
+        // In one piece, as it is copied.
         if (!finding.todo.empty())
-            text += std::string(widest + 8, ' ') + "-> " + Printable(finding.todo) + "\n";
+            text += std::string(indent, ' ') + "-> " + Printable(finding.todo) + "\n";
     }
     return text;
 }

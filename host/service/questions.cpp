@@ -20,7 +20,8 @@ std::string Questions::Ask(const std::string& question, const std::string& propo
                            const std::function<std::string(const std::string&)>& judge)
 {
     for (;;) {
-        out_ << Printable(question) << " [" << Printable(proposed) << "]: " << std::flush;
+        out_ << Folded(Printable(question) + " [" + Printable(proposed) + "]:", width_, 2) << " "
+             << std::flush;
         std::string line;
         if (!std::getline(in_, line)) {
             out_ << std::endl;
@@ -30,7 +31,7 @@ std::string Questions::Ask(const std::string& question, const std::string& propo
         const std::string fault = judge(answer);
         if (fault.empty())
             return answer;
-        out_ << "  " << Printable(fault) << "\n";
+        out_ << Folded("  " + Printable(fault), width_, 2) << "\n";
     }
 }
 

@@ -13,7 +13,9 @@ namespace quorvane::host {
 class Questions {
 public:
     // in, out: outlive this.
-    Questions(std::istream& in, std::ostream& out) : in_(in), out_(out) {}
+    // width: columns of the terminal that `out` is; 0 of none.
+    Questions(std::istream& in, std::ostream& out, std::size_t width = 0) : in_(in), out_(out), width_(width)
+    {}
 
     // Asks until an answer will do.
     //
@@ -29,6 +31,7 @@ public:
 private:
     std::istream& in_;
     std::ostream& out_;
+    const std::size_t width_;
 };
 
 }  // namespace quorvane::host

@@ -6,6 +6,7 @@
 
 #include "host/base/output.h"
 #include "host/base/path_text.h"
+#include "host/base/progress.h"
 #include "host/mailbox/item_text.h"
 #include "host/store/folders.h"
 #include "host/store/properties.h"
@@ -45,7 +46,7 @@ ComPtr<IFolder> AddEngineFolder(const EngineSession& engine, const Share& share)
 void Addin::Log(const char* event, const std::string& id, const std::string& what) const
 {
     if (parts_.verbose)
-        std::fprintf(stderr, "%s %s %s\n", event, Printable(id).c_str(), Printable(what).c_str());
+        Tell(std::string(event) + " " + id + (what.empty() ? "" : " ") + what);
 }
 
 // With the subject that the item has here, if it is here.

@@ -121,7 +121,7 @@ void Comparisons::Hear(const Peer& peer, const exchange::FolderReport& report)
         records_.NoteDiffered(report.folder, device, items, now);
         const auto share = parts_.records.FindShare(report.folder);
         report_("'" + (share ? share->name : report.folder) + "' differs from that of '" + peer.member +
-                "' in " + std::to_string(items.size()) + " items; " + std::to_string(result.lacking.size()) +
+                "' in " + Counted(items.size(), "item") + "; " + std::to_string(result.lacking.size()) +
                 " are sent");
     }
     flags_.Send(report.folder, device, result.lackingFlags);

@@ -5,6 +5,7 @@
 
 #include "host/base/files.h"
 #include "host/base/output.h"
+#include "host/base/progress.h"
 #include "host/store/folders.h"
 #include "host/store/properties.h"
 
@@ -121,8 +122,7 @@ void FlagSharing::ShowDue()
 {
     for (const FlagRecord& record : records_.Due()) {
         if (ShowOne(record) && parts_.verbose)
-            std::fprintf(stderr, "marked %s %u\n", Printable(record.item).c_str(),
-                         static_cast<unsigned>(record.flags.Shown()));
+            Tell("marked " + record.item + " " + std::to_string(record.flags.Shown()));
         records_.NoteShown(record);
         parts_.statistics.Touch();
     }

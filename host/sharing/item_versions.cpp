@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "host/base/output.h"
+#include "host/base/progress.h"
 #include "host/exchange/error.h"
 #include "host/sharing/message_content.h"
 #include "host/store/folders.h"
@@ -16,7 +17,7 @@ namespace {
 
 void SayOfItem(const std::string& line)
 {
-    std::fprintf(stderr, "quorvane: %s\n", Printable(line).c_str());
+    Tell("quorvane: " + line);
 }
 
 // Whether two revisions have the same content, as far as that is known: of a former version's it isn't.

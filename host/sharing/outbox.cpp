@@ -309,7 +309,7 @@ void Outbox::Lay(const OutgoingPackage& package, Transport& transport)
             ++parts_.statistics.packagesSent;
             if (parts_.verbose)
                 report_("package " + std::to_string(package.sequence) + " for " +
-                        std::to_string(receivers.size()) + " devices lies in the exchange");
+                        Counted(receivers.size(), "device") + " lies in the exchange");
         }
     } else {
         for (const exchange::Receiver& receiver : receivers)

@@ -134,7 +134,7 @@ Runner::~Runner()
 
 void Runner::Say(const std::string& line)
 {
-    std::fprintf(stderr, "quorvane: %s\n", Printable(line).c_str());
+    Tell("quorvane: " + line);
 }
 
 void Runner::Start()
@@ -448,8 +448,8 @@ void Runner::ShowProgress()
 
 std::string Runner::DoneText() const
 {
-    return std::to_string(statistics_.itemsSent + statistics_.deletionsSent) + " changes sent in " +
-           std::to_string(statistics_.packagesSent) + " packages, " +
+    return Counted(statistics_.itemsSent + statistics_.deletionsSent, "change") + " sent in " +
+           Counted(statistics_.packagesSent, "package") + ", " +
            std::to_string(statistics_.itemsApplied + statistics_.deletionsApplied) + " applied from " +
            std::to_string(statistics_.packagesReceived);
 }

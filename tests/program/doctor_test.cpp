@@ -165,7 +165,7 @@ TEST_F(DoctorTest, FailuresOfTheLastDayAreNamed)
         << "11/20/25 07:55:14 CFolder::Resend(3) 0x80004005\r\n"
         << now << " CSession2::Logon(4) 0x80040111\r\n";
     EXPECT_EQ(Found("log", "note"),
-              "1 failures were traced in the last day, at last CSession2::Logon: the logon "
+              "1 failure was traced in the last day, at last CSession2::Logon: the logon "
               "failed (0x80040111)");
 }
 

@@ -125,7 +125,7 @@ TEST_F(FolderTest, WhatADeletedFolderHeldLiesInTheTrashAndComesBackWithIt)
     Import("a", "P");
     Import("a", "P/Q");
     const Json before = Items("a", "P/Q");
-    ExpectRefusal({"folder", "delete", Mailbox("a"), "P"}, 1, "it holds 2 items and 1 folders: --yes");
+    ExpectRefusal({"folder", "delete", Mailbox("a"), "P"}, 1, "it holds 2 items and 1 folder: --yes");
     EXPECT_EQ(Folders("a"), (Names{"P", "P/Q"}));
 
     const Json deleted = MustRun({"folder", "delete", Mailbox("a"), "P", "--yes", "--json"}).Value();

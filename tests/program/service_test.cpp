@@ -67,7 +67,7 @@ TEST_F(ServiceTest, WhatItDidIsItsStatus)
     NotifySocket socket(Path("notify"), 0ms);
     Process run = Start({"run", Mailbox("alice")});
     std::string status;
-    while (status.find("STATUS=0 changes sent in 1 packages") != 0) {
+    while (status.find("STATUS=0 changes sent in 1 package,") != 0) {
         status = socket.Next(30s);
         ASSERT_NE(status, "");
     }

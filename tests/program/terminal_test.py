@@ -191,11 +191,45 @@ class ProgressTest(unittest.TestCase):
         bare = world.home / "bare.ole"
         bare.write_bytes(message.read_bytes().replace("__properties_version1.0".encode("utf-16-le"),
                                                       "__properties_version1_0".encode("utf-16-le")))
-        for arguments, wanted in ((("verify", world.mail("alice")), "comparing: 100 %  1 items"),
-                                  (("inspect", bare), "reading: 1 elements")):
+        for arguments, wanted in ((("verify", world.mail("alice")), "comparing: 100 %  1 item"),
+                                  (("inspect", bare), "reading: 1 element")):
             with AtTerminal(world, *arguments) as terminal:
                 terminal.end()
                 self.assertIn(wanted, terminal.seen)
+
+    def test_what_a_run_tells_stands_in_lines_of_its_own(self):
+        world = World(tempfile.mkdtemp(prefix="quorvane-lines-"))
+        self.addCleanup(shutil.rmtree, world.home)
+        world.make("alice", "bob")
+        world.bring_in("alice", "In", "34-encoded-headers", "01-plain")
+        world.run("share", world.mail("alice"), "In", "--with", "bob")
+        with AtTerminal(world, "run", world.mail("alice"), "-v", columns=30) as terminal:
+            terminal.await_text("lies in the")
+            terminal.process.send_signal(signal.SIGINT)
+            self.assertEqual(terminal.end(), 0)
+        shown = [line.rpartition("\r\x1b[K")[2] for line in terminal.seen.replace("\r\n", "\n").split("\n")]
+        self.assertTrue(any(line.startswith("quorvane: ") for line in shown))
+        for line in shown:
+            self.assertNotIn("quorvane:", line[1:], "it goes on behind a progress")
+        # In its last column a terminal would begin another line, which nobody wipes.
+        progress = [line for line in terminal.seen.split("\r\x1b[K") if line.startswith("alice: ")]
+        self.assertTrue(progress)
+        for line in progress:
+            self.assertLess(len(line.partition("\r")[0]), 30, line)
+
+
+class HelpTest(unittest.TestCase):
+    def test_help_is_as_wide_as_the_terminal(self):
+        world = World(tempfile.mkdtemp(prefix="quorvane-help-"))
+        self.addCleanup(shutil.rmtree, world.home)
+        for words in ((), ("setup",), ("list",)):
+            with AtTerminal(world, *words, "--help", columns=64) as terminal:
+                self.assertEqual(terminal.end(), 0)
+            lines = [line for line in terminal.plain().splitlines() if not line.startswith("  quorvane ")]
+            self.assertGreater(len(lines), 10)
+            for line in lines:
+                self.assertLessEqual(len(line), 64, line)
+            self.assertTrue(any(line.startswith(" " * 30) for line in lines), "texts stay in their column")
 
 
 class FollowTest(unittest.TestCase):

@@ -102,7 +102,7 @@ TEST_F(VerifyTest, WhatWasLostIsNamedAndComesBack)
     EXPECT_EQ(Items("bob", "Shared").size(), 3U);
     alice.AskToEnd();
     bob.AskToEnd();
-    EXPECT_NE(alice.Wait().errors.find("differs from that of 'bob' in 1 items"), std::string::npos);
+    EXPECT_NE(alice.Wait().errors.find("differs from that of 'bob' in 1 item"), std::string::npos);
     EXPECT_EQ(bob.Wait().exitCode, 0);
     ExpectSame("alice", "Shared", "bob", "Shared");
 }

@@ -46,7 +46,7 @@ class WatchTest(unittest.TestCase):
             self.assertEqual(terminal.seen.count("\033[H"), 1)
 
     def test_it_fits_the_terminal(self):
-        with self.watched(columns=60, lines=10) as terminal:
+        with self.watched(columns=30, lines=10) as terminal:
             at = terminal.await_text("\033[J")
             self.assertIn("\u2026", terminal.plain(), "the mailbox's path is longer")
             begun = time.monotonic()

@@ -129,7 +129,7 @@ TEST_F(WorldsTest, AFolderSharedOnWindowsComesToLinuxAndAChangeIsSeenWhileBothRu
         process->AskToEnd();
         const Outcome outcome = process->Wait();
         EXPECT_EQ(outcome.exitCode, 0) << outcome.errors;
-        EXPECT_NE(outcome.output.find("itemsSent 1, "), std::string::npos) << outcome.output;
+        EXPECT_NE(outcome.output.find("sent: 1 item, "), std::string::npos) << outcome.output;
     }
     ExpectSameToBoth("wanda", "alice", 40);
 }
