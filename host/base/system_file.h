@@ -26,6 +26,8 @@ public:
 
     // The number of bytes read; 0 at the end.
     std::size_t Read(char* buffer, std::size_t size) const;
+    // Has it read on from there.
+    void Seek(std::uint64_t position) const;
     void Write(const char* data, std::size_t size) const;
     // Returns when everything is on the disk.
     void Sync() const;

@@ -52,6 +52,12 @@ std::size_t SystemFile::Read(char* buffer, std::size_t size) const
     return static_cast<std::size_t>(count);
 }
 
+void SystemFile::Seek(std::uint64_t position) const
+{
+    if (lseek(static_cast<int>(handle_), static_cast<off_t>(position), SEEK_SET) < 0)
+        Fail("read", path_, DescribeErrno(errno));
+}
+
 void SystemFile::Write(const char* data, std::size_t size) const
 {
     while (size > 0) {

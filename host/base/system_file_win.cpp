@@ -52,6 +52,14 @@ std::size_t SystemFile::Read(char* buffer, std::size_t size) const
     return count;
 }
 
+void SystemFile::Seek(std::uint64_t position) const
+{
+    LARGE_INTEGER to{};
+    to.QuadPart = static_cast<LONGLONG>(position);
+    if (!SetFilePointerEx(HandleOf(handle_), to, nullptr, FILE_BEGIN))
+        Fail("read", path_, DescribeSystemError(GetLastError()));
+}
+
 void SystemFile::Write(const char* data, std::size_t size) const
 {
     while (size > 0) {

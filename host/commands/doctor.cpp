@@ -272,13 +272,15 @@ private:
 
     void LookAtLog()
     {
-        const LogEntries failures = ReadLog(mailbox_, {FileTimeNow() - kTicksOfADay, true}, 0);
+        constexpr std::size_t kMost = 1000;  // more needn't be counted
+        const LogEntries failures = ReadLog(mailbox_, {FileTimeNow() - kTicksOfADay, true}, kMost);
         if (failures.empty())
             return findings_.Good("log", "no failure was traced in the last day");
         const LogEntry& last = failures.back();
         findings_.Note("log",
-                       Counted(failures.size(), "failure") + (failures.size() == 1 ? " was" : " were") +
-                           " traced in the last day, at last " + last.operation + ": " + last.Result(),
+                       Counted(failures.size(), "failure") + (failures.size() == kMost ? " or more" : "") +
+                           (failures.size() == 1 ? " was" : " were") + " traced in the last day, at last " +
+                           last.operation + ": " + last.Result(),
                        Say("log", "--failures"));
     }
 

@@ -4,9 +4,9 @@
 
 #include "host/base/change_watch.h"
 #include "host/base/stop_signals.h"
-#include "host/base/system_file.h"
 #include "host/commands/command.h"
 #include "host/commands/readings.h"
+#include "host/mailbox/engine_log_file.h"
 #include "host/mailbox/sharing_rows.h"
 #include "host/mailbox/trash.h"
 #include "host/store/properties.h"
@@ -80,38 +80,6 @@ private:
     std::unordered_map<std::string, std::string> subjects_;  // of items that are gone, and were found
 };
 
-// What was written to one of the log's files since it was read last.
-class LogFile {
-public:
-    explicit LogFile(fs::path path) : path_(std::move(path)) {}
-
-    void ReadOn(const EngineLogReader::Visit& visit)
-    {
-        std::error_code error;
-        const std::uintmax_t size = fs::file_size(path_, error);
-        if (file_ && (error || size < read_))
-            file_.reset();  // another one has its name, or none
-        if (error || !fs::is_regular_file(path_, error))
-            return;
-        if (!file_) {
-            file_ = std::make_unique<SystemFile>(path_, SystemFile::Use::kRead);
-            reader_ = {};
-            read_ = 0;
-        }
-        std::string buffer(std::size_t{64} << 10, '\0');
-        while (const std::size_t count = file_->Read(buffer.data(), buffer.size())) {
-            read_ += count;
-            reader_.Take(std::string_view(buffer).substr(0, count), visit);
-        }
-    }
-
-private:
-    const fs::path path_;
-    std::unique_ptr<SystemFile> file_;
-    std::uintmax_t read_ = 0;
-    EngineLogReader reader_;
-};
-
 // The log and the details beside it, in the order of their times; of them what was asked for.
 class WholeLog {
 public:
@@ -122,7 +90,7 @@ public:
     // What was written since the last time; the latest `most` entries of it, or all of them (0).
     LogEntries ReadOn(std::size_t most)
     {
-        LogEntries entries = ReadOn(log_, most), details = ReadOn(details_, most);
+        LogEntries entries = log_.ReadOn(wish_, most), details = details_.ReadOn(wish_, most);
         if (details.empty())
             return entries;
         entries.insert(entries.end(), details.begin(), details.end());
@@ -134,21 +102,8 @@ public:
     }
 
 private:
-    LogEntries ReadOn(LogFile& file, std::size_t most)
-    {
-        LogEntries entries;
-        file.ReadOn([&](const LogEntry& entry) {
-            if (entry.time < wish_.since || (wish_.failures && !entry.code))
-                return;
-            entries.push_back(entry);
-            if (most > 0 && entries.size() > most)
-                entries.pop_front();
-        });
-        return entries;
-    }
-
-    LogFile log_;
-    LogFile details_;
+    EngineLogFile log_;
+    EngineLogFile details_;
     const LogWish wish_;
 };
 

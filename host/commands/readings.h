@@ -3,12 +3,11 @@
 #define QUORVANE_HOST_COMMANDS_READINGS_H_
 
 #include <cstdint>
-#include <deque>
 #include <string>
 
 #include "host/base/errors.h"
 #include "host/base/output.h"
-#include "host/mailbox/engine_log.h"
+#include "host/mailbox/engine_log_file.h"
 #include "host/mailbox/mailbox.h"
 
 namespace quorvane::host {
@@ -24,14 +23,6 @@ StatusReport ReadStatus(const Mailbox& mailbox);
 
 // Shows it, and again whenever it has changed, until it is asked to end.
 ExitCode WatchStatus(const std::string& mailbox, bool asJson);
-
-using LogEntries = std::deque<LogEntry>;
-
-// Which entries of the engine's log are meant.
-struct LogWish {
-    std::uint64_t since = 0;  // a FILETIME: of that time or later
-    bool failures = false;    // those alone
-};
 
 // The latest `most` of them, or all (0), in the order of their times. Throws a HostError where a file can't
 // be read.

@@ -1,5 +1,6 @@
 #include "host/mailbox/refusals.h"
 
+#include "host/base/output.h"
 #include "host/exchange/error.h"
 #include "host/store/properties.h"
 
@@ -24,8 +25,8 @@ std::vector<RefusalRecord> Refusals::All()
     Statement select(database_, "SELECT device, reason, count, since FROM refusal ORDER BY since");
     std::vector<RefusalRecord> refusals;
     while (select.Step())
-        refusals.push_back({exchange::ParseDeviceId(select.Text(0)).value_or(DeviceId{}), select.Text(1),
-                            static_cast<std::uint64_t>(select.Number(2)),
+        refusals.push_back({exchange::ParseDeviceId(select.Text(0)).value_or(exchange::DeviceId{}),
+                            select.Text(1), static_cast<std::uint64_t>(select.Number(2)),
                             static_cast<std::uint64_t>(select.Number(3))});
     return refusals;
 }
