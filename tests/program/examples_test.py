@@ -51,6 +51,40 @@ class ExamplesTest(unittest.TestCase):
         self.assertEqual(process.returncode, 0, f"{text}: {errors}")
 
 
+    def furnish(self):
+        world = self.world
+        world.make("alice", "bob")
+        world.run("init", world.home / "far" / "carol", "--name", "carol", "--exchange", world.exchange)
+        world.run("init", world.home / "far" / "alice", "--name", "alice", "--exchange", world.exchange)
+        for folder in ("Projects", "Archive/2025", "Plans", "Shared", "Offered", "Gone"):
+            world.bring_in("alice", folder, "01-plain", "03-html-only")
+        world.run("folder", "make", world.mail("alice"), "Empty")
+        world.run("folder", "delete", world.mail("alice"), "Gone", "--yes")
+        world.run("folder", "make", world.mail("bob"), "Drafts")
+        world.run("share", world.mail("alice"), "Shared", "--with", "bob")
+        world.begin_runs("alice", "bob", accept=["alice"])
+        world.await_items("bob", "Shared", 2)
+        world.end_runs()
+        world.run("share", world.mail("alice"), "Offered", "--with", "bob")
+        world.begin_runs("alice", "bob")
+        world.eventually("an invitation", lambda: world.run("invitations", world.mail("bob")))
+        world.end_runs()
+        self.lay_mail()
+        world.run("mirror", world.mail("alice"), "Plans", world.home / "Plans")
+        world.run("backup", world.mail("bob"), world.home / "backups" / "old")
+
+    def lay_mail(self):
+        home = self.world.home
+        for part in ("cur", "new", "tmp"):
+            (home / "Maildir" / part).mkdir(parents=True)
+        shutil.copy(SAMPLES / "20-flowed.eml", home / "Maildir" / "cur" / "1.host:2,S")
+        shutil.copy(SAMPLES / "29-urgent.eml", home / "letter.eml")
+        (home / "old-mail.mbox").write_text("From x Sat Nov 21 00:00:00 2026\nSubject: old\n\nText\n")
+        self.world.run("export", self.world.mail("alice"), "Projects", home / "messages", "--format", "msg")
+        shutil.move(next((home / "messages").glob("*.msg")), home / "letter.msg")
+        (home / "backups").mkdir()
+
+
 class HelpExamplesTest(ExamplesTest):
     def test_each_command_has_an_example(self):
         for command in described():
@@ -89,39 +123,6 @@ class HelpExamplesTest(ExamplesTest):
                         shutil.copytree(kept, self.world.home)
                     is_fresh = example.split()[1] in READERS
                     self.try_one(command["command"], example)
-
-    def furnish(self):
-        world = self.world
-        world.make("alice", "bob")
-        world.run("init", world.home / "far" / "carol", "--name", "carol", "--exchange", world.exchange)
-        world.run("init", world.home / "far" / "alice", "--name", "alice", "--exchange", world.exchange)
-        for folder in ("Projects", "Archive/2025", "Plans", "Shared", "Offered", "Gone"):
-            world.bring_in("alice", folder, "01-plain", "03-html-only")
-        world.run("folder", "make", world.mail("alice"), "Empty")
-        world.run("folder", "delete", world.mail("alice"), "Gone", "--yes")
-        world.run("folder", "make", world.mail("bob"), "Drafts")
-        world.run("share", world.mail("alice"), "Shared", "--with", "bob")
-        world.begin_runs("alice", "bob", accept=["alice"])
-        world.await_items("bob", "Shared", 2)
-        world.end_runs()
-        world.run("share", world.mail("alice"), "Offered", "--with", "bob")
-        world.begin_runs("alice", "bob")
-        world.eventually("an invitation", lambda: world.run("invitations", world.mail("bob")))
-        world.end_runs()
-        self.lay_mail()
-        world.run("mirror", world.mail("alice"), "Plans", world.home / "Plans")
-        world.run("backup", world.mail("bob"), world.home / "backups" / "old")
-
-    def lay_mail(self):
-        home = self.world.home
-        for part in ("cur", "new", "tmp"):
-            (home / "Maildir" / part).mkdir(parents=True)
-        shutil.copy(SAMPLES / "20-flowed.eml", home / "Maildir" / "cur" / "1.host:2,S")
-        shutil.copy(SAMPLES / "29-urgent.eml", home / "letter.eml")
-        (home / "old-mail.mbox").write_text("From x Sat Nov 21 00:00:00 2026\nSubject: old\n\nText\n")
-        self.world.run("export", self.world.mail("alice"), "Projects", home / "messages", "--format", "msg")
-        shutil.move(next((home / "messages").glob("*.msg")), home / "letter.msg")
-        (home / "backups").mkdir()
 
     # What stands for a device in the examples of a command.
     def device_for(self, command):

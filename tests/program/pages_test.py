@@ -5,7 +5,8 @@ Before a block of a page a comment may say who pastes it and when:
     <!-- as: bob -->             on bob's machine, alice's otherwise
     <!-- when: COMMAND -->       once that command succeeds
     <!-- ends: alice -->         after her runs have ended
-    <!-- checked: WHY -->        it isn't run here
+    <!-- answers: A, B -->       says this, line by line, when it is asked
+    <!-- checked: WHO -->        it isn't run here: a test of that name does it, or ./check; else, why nobody does
 
 A block of output behind it tells what it prints, with "..." for what differs each time.
 """
@@ -100,6 +101,41 @@ class NamesTest(unittest.TestCase):
             for target in words[words.index("--target") + 1:]:
                 self.assertIn(f"\nbuild {target}: phony", self.targets, where)
 
+    def test_what_others_are_said_to_run_they_run(self):
+        check = (SOURCE / "check").read_text()
+        count = 0
+        for page in PAGES:
+            for notes, text, _ in blocks(page):
+                who = notes.get("checked", "").removesuffix(" does it")
+                if who != notes.get("checked", ""):
+                    self.assertTrue((SOURCE / who).exists(), f"{page.name}: {who}")
+                if who != "./check":
+                    continue
+                for line, words in command_lines(text):
+                    count += 1
+                    named = {words[words.index("--preset") + 1]} if "--preset" in words else set()
+                    named |= {word for word in words if re.match(r"(cmake|fuzz|tests)/", word)} - {"cmake/run_wine.sh"}
+                    for name in named:
+                        self.assertRegex(check, rf"(?<![\w-]){re.escape(name)}(?![\w-])", f"{page.name}: {line}")
+        self.assertGreater(count, 15)
+
+    def test_what_takes_seconds_alone_is_run(self):
+        """Single test programs, and what others of the house tell of themselves."""
+        build = pathlib.Path(os.environ["QUORVANE_BUILD"])
+        done = set()
+        for page in PAGES:
+            for _, text, _ in blocks(page):
+                for line, words in command_lines(text):
+                    isTest = re.match(r"build/release/bin/\w+_test$", words[0])
+                    isHelp = words[1:] == ["--help"] and (SOURCE / words[0]).is_file()
+                    if not isTest and not isHelp:
+                        continue
+                    program = build / words[0].removeprefix("build/release/") if isTest else SOURCE / words[0]
+                    done.add(program.name)
+                    ended = subprocess.run([program, *words[1:]], capture_output=True, text=True, timeout=DEADLINE)
+                    self.assertEqual(ended.returncode, 0, f"{page.name}: {line}: {ended.stdout}{ended.stderr}")
+        self.assertGreater(len(done), 1)
+
     def test_commands_in_sentences_are_there(self):
         count = 0
         for page in PAGES:
@@ -127,26 +163,32 @@ class PastedTest(unittest.TestCase):
         self.addCleanup(shutil.rmtree, self.place)
         self.exchange = self.place / "exchange"
         self.exchange.mkdir()
-        self.homes = {name: self.place / name for name in ("alice", "bob", "laptop")}
+        self.homes = {name: self.place / name for name in ("alice", "bob", "carol", "laptop")}
         for home in self.homes.values():
             (home / "backups").mkdir(parents=True)
         (self.homes["alice"] / "old-mail.mbox").write_text(
             "\n".join(f"From x Sat Nov 21 00:00:00 2026\nSubject: {subject}\nFrom: carol@example.org\n"
                       "Date: Sat, 21 Nov 2026 10:00:00 +0000\n\nText\n" for subject in self.mails))
         (self.homes["alice"] / "Maildir").mkdir()
+        for part in ("cur", "new", "tmp"):
+            (self.homes["carol"] / "Maildir" / part).mkdir(parents=True)
+        (self.homes["carol"] / "Maildir" / "new" / "1.a.host").write_text("Subject: hers\nFrom: bob@example.org\n\nText\n")
         self.runs = []
         self.addCleanup(lambda: self.end_runs(list(self.homes)))
 
-    def start(self, who, text, **pipes):
+    def start(self, who, text, stdin=subprocess.DEVNULL, **pipes):
         home = self.homes[who]
         path = f"{pathlib.Path(PROGRAM).parent}:{os.environ['PATH']}"
         line = text.replace("/mnt/exchange", str(self.exchange))
-        return subprocess.Popen(["bash", "-c", line], cwd=home, text=True, stdin=subprocess.DEVNULL,
-                                env={**os.environ, "HOME": str(home), "PATH": path}, **pipes)
+        # The user's own systemd isn't reached from here, nor are his settings.
+        environment = {**os.environ, "HOME": str(home), "PATH": path, "XDG_RUNTIME_DIR": str(home)}
+        for name in ("DBUS_SESSION_BUS_ADDRESS", "XDG_CONFIG_HOME", "MAILDIR"):
+            environment.pop(name, None)
+        return subprocess.Popen(["bash", "-c", line], cwd=home, text=True, stdin=stdin, env=environment, **pipes)
 
-    def does(self, who, text):
-        process = self.start(who, text, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
-        output, errors = process.communicate(timeout=DEADLINE)
+    def does(self, who, text, answers=""):
+        process = self.start(who, text, stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        output, errors = process.communicate(answers.replace("/mnt/exchange", str(self.exchange)), timeout=DEADLINE)
         return process.returncode, output, errors
 
     def told(self, who, text):
@@ -170,14 +212,25 @@ class PastedTest(unittest.TestCase):
                 line = line.replace(name, self.told(home, "quorvane members ~/mail/alice")["device"])
         return line
 
-    def paste(self, who, line, words):
+    def watch(self, who, line):
+        """What is shown until there is something, and it is stopped."""
+        process = self.start(who, "exec " + line, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        shown = process.stdout.readline()
+        process.send_signal(signal.SIGINT)
+        _, errors = process.communicate(timeout=DEADLINE)
+        self.assertEqual((bool(shown), process.returncode), (True, 0), errors)
+        return shown
+
+    def paste(self, who, line, words, answers):
         self.assertIn(words[0], OTHERS | {"quorvane"}, line)
         line = self.filled_in(who, line)
         if words[1] == "run" and "--until-idle" not in words:
             self.runs.append((who, self.start(who, "exec " + line, stdout=subprocess.DEVNULL,
                                               stderr=subprocess.DEVNULL), line))
             return ""
-        code, output, errors = self.does(who, line)
+        if "--watch" in words:
+            return self.watch(who, line)
+        code, output, errors = self.does(who, line, answers)
         # Nobody knows yet what the others have.
         self.assertIn(code, (0, 1, 3) if words[1] == "verify" else (0,), f"{who}: {line}: {output}{errors}")
         if words[1] == "report":
@@ -189,7 +242,7 @@ class PastedTest(unittest.TestCase):
         """How many lines of it were pasted."""
         done = 0
         for notes, text, expected in blocks(page):
-            self.assertLessEqual(set(notes), {"as", "when", "ends", "checked"})
+            self.assertLessEqual(set(notes), {"as", "when", "ends", "answers", "checked"})
             if "checked" in notes:
                 continue
             who = notes.get("as", "alice")
@@ -199,7 +252,7 @@ class PastedTest(unittest.TestCase):
                 World.eventually(f"{who}: {notes['when']}", lambda: self.does(who, notes["when"])[0] == 0)
             printed = ""
             for line, words in command_lines(text):
-                printed += self.paste(who, line, words)
+                printed += self.paste(who, line, words, notes.get("answers", "").replace(", ", "\n") + "\n")
                 done += 1
             self.compare(expected, printed)
         return done
@@ -218,9 +271,16 @@ class GuideTest(PastedTest):
     mails = ("old", "older")
 
     def test_the_guide_can_be_followed_by_pasting(self):
-        self.assertGreater(self.follow(SOURCE / "docs" / "guide.md"), 40)
+        self.assertGreater(self.follow(SOURCE / "docs" / "guide.md"), 43)
+        self.assertEqual([one["subject"] for one in self.hers()], ["hers"])
         self.assertTrue((self.homes["alice"] / "projects").exists())
         self.assertIn("The plan, second draft", json.dumps(self.told("bob", "quorvane list ~/mail/bob Projects")))
+
+
+    def hers(self):
+        """What a run brings into the mailbox that was set up by answers."""
+        self.told("carol", "quorvane run ~/quorvane --until-idle --idle-seconds 0.1")
+        return self.told("carol", "quorvane list ~/quorvane Inbox")
 
 
 class ReadmeTest(PastedTest):
