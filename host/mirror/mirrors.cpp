@@ -22,7 +22,7 @@ using Kind = MirrorStep::Kind;
 constexpr auto kLongestStep = std::chrono::seconds(2);
 // Between two looks of which the first had nothing to do, as where names change all the time: so many times
 // what it took, but neither less nor more than this.
-constexpr int kRestForLook = 3;
+constexpr int kRestForLook = 1;
 constexpr auto kShortestRest = std::chrono::milliseconds(50);
 constexpr auto kLongestRest = std::chrono::seconds(1);
 // Until what failed is tried once more.

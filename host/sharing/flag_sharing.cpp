@@ -1,5 +1,6 @@
 #include "host/sharing/flag_sharing.h"
 
+#include <algorithm>
 #include <functional>
 #include <system_error>
 
@@ -15,8 +16,11 @@ namespace {
 
 static_assert(kAllMarks == (1 << exchange::ItemFlags::kCount) - 1);
 
-// How often the folders of a store that changes all the time are looked at.
-constexpr auto kMarkInterval = std::chrono::milliseconds(500);
+// How long the folders of a store that changes all the time aren't looked at after a look: so many times what
+// it took, but neither less nor more than this.
+constexpr int kRestForMarks = 4;
+constexpr auto kShortestMarkRest = std::chrono::milliseconds(50);
+constexpr auto kLongestMarkRest = std::chrono::milliseconds(500);
 
 std::string FlagFileName()
 {
@@ -176,6 +180,12 @@ void FlagSharing::Look(const Share& share)
         parts_.statistics.Touch();
 }
 
+void FlagSharing::Show()
+{
+    if (!SharedWithFlags().empty())
+        ShowDue();
+}
+
 void FlagSharing::Step(bool isFree)
 {
     const std::vector<Share> shares = SharedWithFlags();
@@ -185,11 +195,13 @@ void FlagSharing::Step(bool isFree)
         ShowDue();
     const std::string look = LookOfStore();
     if (isFree && (look != looked_ || !isSettled_) && Clock::now() >= nextLook_) {
+        const auto begin = Clock::now();
         for (const Share& share : shares)
             Look(share);
         isSettled_ = look == looked_;
         looked_ = look;
-        nextLook_ = Clock::now() + kMarkInterval;
+        const Clock::duration rest = kRestForMarks * (Clock::now() - begin);
+        nextLook_ = Clock::now() + std::clamp<Clock::duration>(rest, kShortestMarkRest, kLongestMarkRest);
     }
     for (const Share& share : shares) {
         PackChanges(share);

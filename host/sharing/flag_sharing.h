@@ -37,7 +37,9 @@ public:
     // wait for its items than may.
     bool Hear(const exchange::FlagNote& note) override;
 
-    // Shows what is due, and finds what changed here (`isFree`: the engine applies nothing); packs what is to
+    // Shows what is due, while the engine applies nothing.
+    void Show();
+    // The same, and finds what changed here (`isFree`: the engine applies nothing); packs what is to
     // be sent.
     void Step(bool isFree);
     // Whether anything is left to be shown, looked at or packed.

@@ -304,10 +304,14 @@ void Runner::Step()
     // What an item is marked with is shown before a part of the run looks at it: the engine marks it as
     // unread.
     const bool isFree = !inbox_.IsBusy();
-    flags_.Step(isFree);
+    if (isFree)
+        flags_.Show();
     // What was applied is on the disk only once its package is finished; nothing is to follow from it before.
     if (part_)
         part_->Step(isFree && !transport_.peers.Current());
+    // What readers did, and a part on their behalf, leaves with this step.
+    flags_.Step(isFree);
+    outbox_.Plan();
     comparisons_.Step(statistics_.Quiet() >= kQuietBeforeComparison && !resender_.HasWork() &&
                       !outbox_.HasWork() && !copies_.HasWork() && !inbox_.IsBusy());
     UseExchange();
