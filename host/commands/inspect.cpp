@@ -30,6 +30,7 @@ struct InspectOptions {
 };
 
 constexpr std::string_view kSealedMagic = "QV3PACK";
+constexpr std::uint64_t kMegabyte = 1'000'000;
 constexpr int kDeepestStorage = 64;
 constexpr std::size_t kMostElements = 1'000'000;
 
@@ -202,7 +203,10 @@ ExitCode InspectSealed(const InspectOptions& options)
     ExitCode code = ExitCode::kDone;
     try {
         if (card) {
-            package.Verify(card->signing);
+            Progress progress("checking", Progress::Unit::kBytes);
+            package.Verify(card->signing, [&](std::uint64_t read) {
+                progress.Show(read, package.Size(), std::to_string(read / kMegabyte) + " MB");
+            });
             signature = "holds";
         }
     } catch (const exchange::Error& error) {

@@ -221,7 +221,7 @@ SealedPackage::SealedPackage(const ByteSource& package, std::string what)
     header_ = Piece(package, 0, whole);
 }
 
-void SealedPackage::Verify(const SigningKey& sender)
+void SealedPackage::Verify(const SigningKey& sender, const std::function<void(std::uint64_t)>& hasRead)
 {
     if (IdOf(sender) != label_.sender)
         Refuse(what_ + " names another sender than the one it is checked for");
@@ -231,6 +231,8 @@ void SealedPackage::Verify(const SigningKey& sender)
         const auto count = static_cast<std::size_t>(std::min<std::uint64_t>(kChunk, end - at));
         digest.Add(Piece(package_, at, count));
         at += count;
+        if (hasRead)
+            hasRead(at);
     }
     const std::string last = Piece(package_, end, kSignatureSize);
     if (!IsDigestSignedBy(sender, kPackagePurpose, digest.Finish(),

@@ -20,6 +20,7 @@
 #define QUORVANE_HOST_EXCHANGE_SEAL_H_
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <utility>
@@ -72,7 +73,8 @@ public:
     std::optional<std::uint64_t> PreviousFor(const DeviceId& device) const;
 
     // Refuses it unless the device that it names, whose key this is, signed all of it. The first thing to do.
-    void Verify(const SigningKey& sender);
+    // `hasRead` is told once in a while how many of Size() bytes were read.
+    void Verify(const SigningKey& sender, const std::function<void(std::uint64_t)>& hasRead = {});
 
     // Gives the content, piece by piece, to `content`. Nothing that was given may be used before this has
     // returned. Refuses a package that isn't for this device, or whose content isn't what its sender sealed.

@@ -191,7 +191,8 @@ class ProgressTest(unittest.TestCase):
         bare = world.home / "bare.ole"
         bare.write_bytes(message.read_bytes().replace("__properties_version1.0".encode("utf-16-le"),
                                                       "__properties_version1_0".encode("utf-16-le")))
-        for arguments, wanted in ((("verify", world.mail("alice")), "comparing: 100 %  1 item"),
+        sealed = next((world.exchange / world.device("alice") / "out").glob("*.qvx"))
+        for arguments, wanted in ((("inspect", sealed), "checking: "), (("verify", world.mail("alice")), "comparing: 100 %  1 item"),
                                   (("inspect", bare), "reading: 1 element")):
             with AtTerminal(world, *arguments) as terminal:
                 terminal.end()
