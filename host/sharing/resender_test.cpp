@@ -80,13 +80,14 @@ protected:
     std::size_t CountFor(const std::string& member) { return sent[MemberRecipients(member, "{F}")].size(); }
     std::size_t CountForAll() { return sent[here.share.entryId].size(); }
 
-    // Until go_ is set; those after it come slowly, as the engine hears of a stop on a thread of its own.
+    // Until go_ is set; those after it come slowly as long as a stop is under way, which the engine hears of
+    // on a thread of its own and nobody is told of.
     void HoldAtTheThirdItem()
     {
         here.callbacks.beforeResend = [this] {
             const int item = ++items_;
-            if (item > 3)
-                std::this_thread::sleep_for(std::chrono::milliseconds(5));
+            if (item > 3 && isStopping_)
+                std::this_thread::sleep_for(std::chrono::milliseconds(50));
             if (item != 3)
                 return;
             isHeld_ = true;
@@ -107,6 +108,7 @@ protected:
 
     std::atomic<int> items_{0};
     std::atomic<bool> isHeld_{false};
+    std::atomic<bool> isStopping_{true};
     std::promise<void> go_;
 
 private:
@@ -156,6 +158,7 @@ TEST_F(ResenderTest, ACancelledResendEndsAtTheNextItemAndGoesOnWithTheRestWhenAs
     Step();
     go_.set_value();
     EXPECT_TRUE(StepToTheEnd());
+    isStopping_ = false;
     const int sentBefore = here.callbacks.resent;
     EXPECT_LT(sentBefore, kManyMails);
     EXPECT_EQ(CountFor("carol"), static_cast<std::size_t>(sentBefore));
@@ -194,9 +197,15 @@ TEST_F(ResenderTest, AStoppedResendGoesOnInALaterRunWithWhatIsLeft)
     HoldAtTheThirdItem();
     AddNewMember("carol");
     EXPECT_TRUE(StepUntil([&] { return isHeld_.load(); }));
-    auto stopped = std::async(std::launch::async, [&] { resender.Stop(); });
+    std::promise<void> begun;
+    auto stopped = std::async(std::launch::async, [&] {
+        begun.set_value();
+        resender.Stop();
+    });
+    begun.get_future().wait();
     go_.set_value();
     stopped.wait();
+    isStopping_ = false;
     EXPECT_TRUE(resender.HasWork());
 
     outbox.TakeReady(true);
