@@ -22,6 +22,11 @@ SetCompressor /SOLID lzma
 !define CLIENTS "Software\Clients\Mail"
 !define CLIENT "Quorvane Message Store"
 
+; The names of the parts have the whole width.
+!define MUI_COMPONENTSPAGE_SMALLDESC
+!define MUI_FINISHPAGE_TITLE "Quorvane is installed"
+!define MUI_FINISHPAGE_TEXT "In the start menu, $\"Quorvane$\" opens a window in which the program is found and tells what it can do.$\r$\n$\r$\nA mailbox is made there by$\r$\n$\r$\n    quorvane init C:\mail --name YOUR-NAME --exchange DIRECTORY$\r$\n$\r$\nwhere DIRECTORY is one that the others can reach, too."
+
 !define MULTIUSER_EXECUTIONLEVEL Highest
 !define MULTIUSER_MUI
 !define MULTIUSER_NOUNINSTALL
@@ -39,6 +44,7 @@ SetCompressor /SOLID lzma
 
 Name "Quorvane ${VERSION}"
 OutFile "${OUTPUT}"
+BrandingText "Quorvane ${VERSION}"
 VIProductVersion "${VERSION}.0"
 VIAddVersionKey ProductName "quorvane3"
 VIAddVersionKey CompanyName "Brindlemoor"
@@ -51,6 +57,7 @@ VIAddVersionKey ProductVersion "${VERSION}.0"
 !insertmacro MUI_PAGE_COMPONENTS
 !insertmacro MUI_PAGE_DIRECTORY
 !insertmacro MUI_PAGE_INSTFILES
+!insertmacro MUI_PAGE_FINISH
 !insertmacro MUI_UNPAGE_CONFIRM
 !insertmacro MUI_UNPAGE_INSTFILES
 !insertmacro MUI_LANGUAGE "English"
