@@ -156,5 +156,24 @@ TEST_F(ScriptTest, TheSamplesScriptSharesAFolder)
         SetVariable(name, nullptr);
 }
 
+// It ends with its standard input.
+TEST(FirstHostTest, TheOneOfTheGuideLogsOnToAMailbox)
+{
+    const TestMailbox mailbox;
+    SetVariable("QUORVANE_TEST_SETTINGS", SettingsAreKeptIn().string().c_str());
+    const OleString server = ServerPath();
+    const OleString host = server.substr(0, server.find_last_of(L'\\') + 1) + L"qv_first_host.exe";
+    const std::filesystem::path before = std::filesystem::current_path();
+    std::filesystem::copy_file(mailbox.DatabasePath(), mailbox.Directory() / "sharing.db");
+    std::filesystem::current_path(mailbox.Directory());
+
+    const ProgramResult result = RunProgram(L"\"" + host + L"\"");
+
+    std::filesystem::current_path(before);
+    EXPECT_EQ(result.output, "");
+    EXPECT_EQ(result.exitCode, 0u);
+    SetVariable("QUORVANE_TEST_SETTINGS", nullptr);
+}
+
 }  // namespace
 }  // namespace quorvane::test
