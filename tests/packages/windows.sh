@@ -114,6 +114,48 @@ quorvane run 'C:\mail\alice' --until-idle
 quorvane run 'C:\mail\bob' --until-idle
 quorvane compare 'C:\mail\alice' Projects 'C:\mail\bob' Projects
 
+say "what the page says, pasted, with a member on this system"
+# The blocks of commands for Windows, one after the other.
+page() { awk '/^```bat$/ { inside = 1; next } /^```$/ { inside = 0 } inside { gsub(/Z:.mnt.exchange/, "C:\\mail\\shared"); print }' "$source_root/docs/windows.md"; }
+paste() {
+    local words
+    read -r -a words <<<"$1"
+    WINEPATH=$machine wine "${words[0]}.exe" "${words[@]:1}"
+}
+alice() { "$native" "$@" >>"$work/errors" 2>&1; }
+# until WHAT COMMAND...
+until_it() {
+    local what=$1 end=$((SECONDS + 120))
+    shift
+    until "$@"; do
+        [ "$SECONDS" -lt "$end" ] || fail "$what: in vain"
+        alice run "$work/alice" --until-idle --idle-seconds 0.5 || fail "alice's run"
+    done
+}
+mkdir "$WINEPREFIX/drive_c/mail/shared"
+alice init "$work/alice" --name alice --exchange "$WINEPREFIX/drive_c/mail/shared" &&
+    alice import "$work/alice" Projects "$source_root/samples/01-plain.eml" || fail "alice has no mailbox"
+hers() { "$native" list "$work/alice" Projects --json; }
+his() { wine "$machine\\quorvane.exe" list 'C:\mail\page' Projects --json; }
+count=0
+while read -r line <&3; do
+    line=${line//\\bob/\\page}
+    count=$((count + 1))
+    echo "    $line"
+    case $line in
+        *' run '*)
+            paste "$line" &
+            alice share "$work/alice" Projects --with bob || fail "alice can't share"
+            until_it "the mail at bob's" eval 'his | grep -q \"subject\"'
+            ;;
+        *) paste "$line" || fail "$line ends with $?" ;;
+    esac
+done 3< <(page)
+[ "$count" -ge 7 ] || fail "the page has $count lines"
+until_it "his change at alice's" eval 'hers | grep -q Changed'
+wine taskkill /f /im quorvane.exe >/dev/null
+wait
+
 say "the first host of the guide, built with what was installed"
 mkdir "$work/host"
 sed -n '/^```cpp$/,/^```$/p' "$source_root/docs/sdk.md" | awk '/^```/ { if (++fences == 2) exit; next } { print }' >"$work/host/my_host.cpp"
@@ -130,6 +172,9 @@ cmake -S "$work/host" -B "$work/host/build" --toolchain "$source_root/cmake/ming
 # It gets as far as the engine, which finds no mailbox.
 WINEPATH=$machine wine "$work/host/build/my_host.exe" >"$work/said"
 grep -a 'no logon: 0x8' "$work/said" || fail "it says $(cat "$work/said")"
+! grep -qa 0x800401F0 "$work/said" || fail "its thread has entered no apartment"
+# What a host traces is its user's.
+rm -r "$WINEPREFIX"/drive_c/users/*/AppData/Local/Quorvane3 || fail "it has traced nothing"
 
 say "installed again over itself, then taken away"
 install again /AllUsers

@@ -25,7 +25,7 @@ from world import DEADLINE, PROGRAM, World
 
 SOURCE = pathlib.Path(os.environ["QUORVANE_SOURCE"])
 PAGES = [SOURCE / "README.md", SOURCE / "CONTRIBUTING.md", *sorted((SOURCE / "docs").glob("*.md"))]
-BLOCK = re.compile(r"(?:<!-- (?P<notes>[^>]*) -->\n)?```sh\n(?P<text>.*?)```(?:\n\n```text\n(?P<output>.*?)```)?", re.S)
+BLOCK = re.compile(r"(?:<!-- (?P<notes>[^>]*) -->\n)?```(?:sh|bat)\n(?P<text>.*?)```(?:\n\n```text\n(?P<output>.*?)```)?", re.S)
 # What the guide may run beside the program.
 OTHERS = {"mv", "cp"}
 
