@@ -25,7 +25,7 @@ SetCompressor /SOLID lzma
 ; The names of the parts have the whole width.
 !define MUI_COMPONENTSPAGE_SMALLDESC
 !define MUI_FINISHPAGE_TITLE "Quorvane is installed"
-!define MUI_FINISHPAGE_TEXT "In the start menu, $\"Quorvane$\" opens a window in which the program is found and tells what it can do.$\r$\n$\r$\nA mailbox is made there by$\r$\n$\r$\n    quorvane init C:\mail --name YOUR-NAME --exchange DIRECTORY$\r$\n$\r$\nwhere DIRECTORY is one that the others can reach, too."
+!define MUI_FINISHPAGE_TEXT "In the start menu, $\"Quorvane$\" opens a window in which the program is found and tells what it can do.$\r$\n$\r$\nA mailbox is made there by$\r$\n$\r$\n    quorvane init C:\mail --name YOU --exchange DIR$\r$\n$\r$\nwhere DIR is one that the others can reach, too."
 
 !define MULTIUSER_EXECUTIONLEVEL Highest
 !define MULTIUSER_MUI
