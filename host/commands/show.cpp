@@ -109,7 +109,20 @@ std::string PrintableLines(const std::string& text)
     return lines;
 }
 
-std::string TextOfItem(const Json& item)
+// A body that isn't text, which a viewer shows.
+const char* UnshownBodyOf(IMessage& message)
+{
+    for (const auto& [tag, text] :
+         {std::pair{kPrHtml, "(its text is HTML alone: --form shows it)\n"},
+          std::pair{PR_RTF_COMPRESSED, "(its text is RTF alone: --form shows it)\n"}}) {
+        ComPtr<IStream> stream;
+        if (SUCCEEDED(message.OpenProperty(tag, &IID_IStream, 0, 0, stream.PutUnknown())))
+            return text;
+    }
+    return "";
+}
+
+std::string TextOfItem(IMessage& message, const Json& item)
 {
     std::string text = Line("Subject", item["subject"]) + Line("From", item["sender"]);
     for (const Json& recipient : item["recipients"]) {
@@ -126,7 +139,8 @@ std::string TextOfItem(const Json& item)
         if (item[mark])
             marks += (marks.empty() ? "" : ", ") + std::string(mark);
     text += Line("Marked", marks);
-    return text + "\n" + PrintableLines(item["body"]);
+    const std::string body = item["body"];
+    return text + "\n" + (body.empty() ? UnshownBodyOf(message) : PrintableLines(body));
 }
 
 // What the engine asks of a host that only has an item shown.
@@ -208,7 +222,7 @@ ExitCode Show(const ShowOptions& options)
     if (!options.form) {
         Json item = ReadItem(*message, options.item);
         item["entryId"] = entryId;
-        Print(options.json, item, options.json ? std::string() : TextOfItem(item));
+        Print(options.json, item, options.json ? std::string() : TextOfItem(*message, item));
         return ExitCode::kDone;
     }
     DisplayItem(options, mailbox, session, *folder, *message);

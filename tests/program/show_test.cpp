@@ -65,6 +65,16 @@ TEST_F(ShowTest, AnItemIsPrinted)
     EXPECT_FALSE(item["body"].get<std::string>().empty());
 }
 
+TEST_F(ShowTest, ABodyThatIsNoTextIsNotPassedOverInSilence)
+{
+    Import("40-japanese-shift-jis");
+
+    const Outcome outcome = MustRun({"show", Mailbox("a"), "In", "1"});
+
+    EXPECT_TRUE(outcome.output.ends_with("\n\n(its text is HTML alone: --form shows it)\n"))
+        << outcome.output;
+}
+
 TEST_F(ShowTest, AttachmentsAreNamed)
 {
     Import("07-attachment-csv");
