@@ -191,6 +191,9 @@ class ProgressTest(unittest.TestCase):
         bare = world.home / "bare.ole"
         bare.write_bytes(message.read_bytes().replace("__properties_version1.0".encode("utf-16-le"),
                                                       "__properties_version1_0".encode("utf-16-le")))
+        # What bob hasn't taken lies in the exchange.
+        world.run("edit", world.mail("alice"), "In", "1", "--subject", "Edited")
+        world.run("run", world.mail("alice"), "--until-idle", "--idle-seconds", "0.5")
         sealed = next((world.exchange / world.device("alice") / "out").glob("*.qvx"))
         for arguments, wanted in ((("inspect", sealed), "checking: "), (("verify", world.mail("alice")), "comparing: 100 %  1 item"),
                                   (("inspect", bare), "reading: 1 element")):
