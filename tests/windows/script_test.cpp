@@ -170,7 +170,7 @@ TEST(FirstHostTest, TheOneOfTheGuideLogsOnToAMailbox)
     const ProgramResult result = RunProgram(L"\"" + host + L"\"");
 
     std::filesystem::current_path(before);
-    EXPECT_EQ(result.output, "");
+    EXPECT_EQ(result.output, "") << mailbox.Log();
     EXPECT_EQ(result.exitCode, 0u);
     SetVariable("QUORVANE_TEST_SETTINGS", nullptr);
 }
