@@ -17,26 +17,28 @@ protected:
     {
         std::ofstream(path_, std::ios::app | std::ios::binary) << text;
     }
-    static std::string Dated(const char* form, std::chrono::sys_days day)
+    enum class Order { kMonthFirst, kDayFirst };
+    static std::string Dated(Order order, std::chrono::sys_days day)
     {
         const std::chrono::year_month_day date(day);
-        char text[32];
-        std::snprintf(text, sizeof text, form, static_cast<unsigned>(date.month()),
-                      static_cast<unsigned>(date.day()), static_cast<int>(date.year()));
+        const auto month = static_cast<unsigned>(date.month()), ofMonth = static_cast<unsigned>(date.day());
+        const bool isDayFirst = order == Order::kDayFirst;
+        char text[64];
+        std::snprintf(text, sizeof text, "%02u/%02u/%d", isDayFirst ? ofMonth : month,
+                      isDayFirst ? month : ofMonth, static_cast<int>(date.year()));
         return text;
     }
-    // A process's part, of so many lines on each of so many days, whose dates are written in that form. One
+    // A process's part, of so many lines on each of so many days, whose dates are written in that order. One
     // line in ten tells no failure.
-    void WritePart(std::chrono::sys_days day, int count, int lines, const char* form = "%02u/%02u/%d")
+    void WritePart(std::chrono::sys_days day, int count, int lines, Order order = Order::kMonthFirst)
     {
-        std::string text =
-            std::string(54, '=') +
-            "\r\nLibrary Compiled: Mon Nov 23 07:53:18 2026\r\nLog Started: " + Dated("%02u/%02u/%d", day) +
-            " - 7:55\r\n" + std::string(54, '=') + "\r\n";
+        std::string text = std::string(54, '=') +
+                           "\r\nLibrary Compiled: Mon Nov 23 07:53:18 2026\r\nLog Started: " +
+                           Dated(Order::kMonthFirst, day) + " - 7:55\r\n" + std::string(54, '=') + "\r\n";
         for (const std::chrono::sys_days end = day + std::chrono::days(count); day < end;
              day += std::chrono::days(1))
             for (int i = 0; i < lines; ++i, ++number_)
-                text += Dated(form, day) + " 08:00:00 CFolder::Resend(" + std::to_string(number_) + ") " +
+                text += Dated(order, day) + " 08:00:00 CFolder::Resend(" + std::to_string(number_) + ") " +
                         (number_ % 10 == 0 ? "Startup" : "0x80004005") + "\r\n";
         Write(text);
     }
@@ -80,7 +82,7 @@ TEST_F(EngineLogFileTest, ItsEndIsThatOfTheWholeHoweverMuchIsWanted)
 TEST_F(EngineLogFileTest, TheOrderOfADateIsThatOfTheLinesBefore)
 {
     // October's first days may be days of any month, and no header stands there for megabytes.
-    WritePart(kFirst + std::chrono::days(119), 161, 700, "%2$02u/%1$02u/%3$d");
+    WritePart(kFirst + std::chrono::days(119), 161, 700, Order::kDayFirst);
     const LogEntries all = All();
     EXPECT_EQ(TimeText(all.back().time), "2026-10-08T08:00:00Z");
     ExpectEnd(Last(100), all);
