@@ -397,9 +397,10 @@ HRESULT CompoundFile::FreeInFile(DraftChild& child)
     if (child.IsPlaced())
         return FreeElement(child.id);
     const auto& draft = static_cast<const Draft&>(child);
-    if (draft.inSectors)
-        QV_TRY(FreeContent(kNoEntry, draft.entry));
-    HRESULT hr = S_OK;
+    std::vector<SectorId> minis;
+    HRESULT hr = draft.inSectors ? FreeContent(kNoEntry, draft.entry, &minis) : S_OK;
+    for (const SectorId first : minis)
+        hr = FreeChain(first, true);
     draft.children.Each([&](DraftChild& below) { hr = FAILED(hr) ? hr : FreeInFile(below); });
     return hr;
 }

@@ -44,11 +44,12 @@ public:
     {
         return wanted / PerSector() + wanted / LinksPerSector() + 4;
     }
-    // Frees a chain, as SectorAllocator::FreeChain does.
+    // See LinkTable.
     [[nodiscard]] HRESULT FreeChain(SectorId* at, std::uint32_t most)
     {
         return LinkTable::FreeChain(at, most, count_, slots_);
     }
+    [[nodiscard]] HRESULT MarkFreed() { return LinkTable::MarkFreed(slots_); }
 
     void Committed() { slots_.Committed(); }
     // How many sectors' worth is known as free.
