@@ -207,7 +207,7 @@ MembershipEntry EntryOf(MembershipChange change, const Membership* after)
     return entry;
 }
 
-// A founding, somebody who comes, is linked, unlinked and goes, and flags.
+// A founding, somebody who comes, is linked, unlinked and goes, flags, and where it lies.
 std::vector<std::string> SomeEntries()
 {
     MembershipEntry founding = EntryOf(MembershipChange::kFound, nullptr);
@@ -226,6 +226,9 @@ std::vector<std::string> SomeEntries()
     unlinks.device = Other().Signing();
     append(unlinks);
     append(EntryOf(MembershipChange::kFlags, &members));
+    MembershipEntry nests = EntryOf(MembershipChange::kNest, &members);
+    nests.outer = IdOfEntry(members.Entries().front());
+    append(nests);
     MembershipEntry removes = EntryOf(MembershipChange::kRemove, &members);
     removes.member = Other().Signing();
     append(removes);

@@ -36,15 +36,14 @@ public:
     }
 
     // By the founder, while he was a member.
-    std::vector<std::size_t> FlagChanges()
+    std::vector<std::size_t> FoundersChanges(MembershipChange kind)
     {
         FindAllowed();
         FindRemovals();
         FindCounting();
         Places changes;
         ForEach([&](std::size_t place, MembershipChange change) {
-            if (change == MembershipChange::kFlags && SpeaksFor(counting_, place, Founder()) &&
-                !IsUndoneFor(0, place))
+            if (change == kind && SpeaksFor(counting_, place, Founder()) && !IsUndoneFor(0, place))
                 changes.push_back(place);
         });
         return changes;
@@ -306,9 +305,17 @@ FolderMembers Membership::MembersAt(const std::set<EntryId>& latest) const
 std::vector<std::string> Membership::FlagEntries() const
 {
     std::vector<std::string> entries;
-    for (const std::size_t place : Judge(*this, std::vector<bool>(known_.size(), true)).FlagChanges())
+    Judge judge(*this, std::vector<bool>(known_.size(), true));
+    for (const std::size_t place : judge.FoundersChanges(MembershipChange::kFlags))
         entries.push_back(bytes_[place]);
     return entries;
+}
+
+std::optional<EntryId> Membership::Outer() const
+{
+    Judge judge(*this, std::vector<bool>(known_.size(), true));
+    const auto places = judge.FoundersChanges(MembershipChange::kNest);
+    return places.empty() ? std::nullopt : std::optional(known_[places.back()].entry.outer);
 }
 
 bool IsDeviceOfMember(const FolderMembers& members, const SigningKey& device)

@@ -13,11 +13,13 @@
 // - What a device signed that was unlinked counts only as far as that had seen it, but for unlinkings: who
 //   has a stolen device brings nobody in by an entry that he dates back. Linked or added again by somebody
 //   who had seen the end of it, it is in again.
-// - Members share the items' flags where the founder signed that, before he left.
+// - Members share the items' flags, and the folder lies in another one, where the founder signed that, before
+//   he left.
 #ifndef QUORVANE_HOST_EXCHANGE_MEMBERSHIP_H_
 #define QUORVANE_HOST_EXCHANGE_MEMBERSHIP_H_
 
 #include <map>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -69,6 +71,9 @@ public:
     FolderMembers MembersAt(const std::set<EntryId>& latest) const;
     // The entries that say that members share the items' flags, and count; none where they don't.
     std::vector<std::string> FlagEntries() const;
+    // The founding of the folder that this one lies in, by its founder's last word; empty where he has said
+    // none.
+    std::optional<EntryId> Outer() const;
 
 private:
     struct Known {

@@ -26,9 +26,11 @@ void CheckForm(const MembershipEntry& entry)
     const bool isOfDevice = links || entry.change == MembershipChange::kUnlink;
     const bool hasDevice = entry.device != SigningKey{};
     const bool founds = entry.change == MembershipChange::kFound;
+    const bool nests = entry.change == MembershipChange::kNest;
     if (entry.folder.empty() || entry.folder.size() > kLongestFolderId || !named || hasDevice != isOfDevice ||
-        links == (entry.agreement == Signature{}) || entry.seen.empty() != founds ||
-        entry.seen.size() > kMostSeen || (founds && entry.member != entry.author))
+        nests == (entry.outer == EntryId{}) || links == (entry.agreement == Signature{}) ||
+        entry.seen.empty() != founds || entry.seen.size() > kMostSeen ||
+        (founds && entry.member != entry.author))
         Refuse(std::string(kEntryName) + " has no proper form");
     if (links && !AgreesToLink(entry.device, entry.author, entry.agreement))
         Refuse(std::string(kEntryName) + " links a device that doesn't agree to it");
@@ -42,7 +44,7 @@ std::string WriteUnsigned(const MembershipEntry& entry)
     bytes.Put(entry.member)
         .Put(static_cast<std::uint8_t>(entry.name.size()))
         .Put(entry.name)
-        .Put(entry.device);
+        .Put(entry.change == MembershipChange::kNest ? entry.outer : entry.device);
     if (entry.change == MembershipChange::kLink)
         bytes.Put(entry.agreement);
     bytes.Put(static_cast<std::uint8_t>(entry.seen.size()));
@@ -58,13 +60,13 @@ MembershipEntry ReadFields(WireReader& reader)
     MembershipEntry entry;
     const auto change = reader.Get<std::uint8_t>();
     if (change < static_cast<std::uint8_t>(MembershipChange::kFound) ||
-        change > static_cast<std::uint8_t>(MembershipChange::kFlags))
+        change > static_cast<std::uint8_t>(MembershipChange::kNest))
         Refuse(std::string(kEntryName) + " is of an unknown kind");
     entry.change = static_cast<MembershipChange>(change);
     entry.folder = reader.Take(reader.Get<std::uint16_t>());
     entry.member = reader.GetBytes<32>();
     entry.name = reader.Take(reader.Get<std::uint8_t>());
-    entry.device = reader.GetBytes<32>();
+    (entry.change == MembershipChange::kNest ? entry.outer : entry.device) = reader.GetBytes<32>();
     if (entry.change == MembershipChange::kLink)
         entry.agreement = reader.GetBytes<64>();
     const std::size_t seen = reader.Get<std::uint8_t>();

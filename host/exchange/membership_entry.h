@@ -7,7 +7,9 @@
 //     2   length of the folder's id, and the id
 //     32  the member whom it is about, by the signing key of his first device
 //     1   length of his name, and the name, where he is brought in; else 0
-//     32  signing key of a device of his, where it links or unlinks one; else zeros
+//     32  signing key of a device of his, where it links or unlinks one; the id of the change that founded
+//     the
+//         folder that this one lies in, where it says that; else zeros
 //     64  where it links one, the signature by which that device agrees to it (device_link.h); else nothing
 //     1   number of entries that its author had seen and that no other of these had, and 32 the id of each,
 //         rising
@@ -35,6 +37,7 @@ enum class MembershipChange : std::uint8_t {
     kRemove = 4,  // a member: by himself, or by the founder
     kUnlink = 5,  // a device of the author's, or the author itself
     kFlags = 6,  // members share the items' flags (item_flags.h) from there on; by the founder, about himself
+    kNest = 7,   // the folder lies in another one that the founder shares; by him, about himself
 };
 
 using EntryId = std::array<unsigned char, 32>;
@@ -46,6 +49,7 @@ struct MembershipEntry {
     std::string name;
     SigningKey device{};
     Signature agreement{};
+    EntryId outer{};  // the founding of the folder that it lies in
     std::set<EntryId> seen;
     SigningKey author{};
 };

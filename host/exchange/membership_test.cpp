@@ -46,6 +46,13 @@ protected:
     {
         return WriteMembershipEntry(by, Entry(MembershipChange::kFlags, whom.Signing(), seen));
     }
+    static std::string Nest(const DeviceKeys& by, const DeviceKeys& whom, const EntryId& outer,
+                            const Seen& seen)
+    {
+        MembershipEntry entry = Entry(MembershipChange::kNest, whom.Signing(), seen);
+        entry.outer = outer;
+        return WriteMembershipEntry(by, entry);
+    }
     static std::string AddDevice(const DeviceKeys& by, const DeviceKeys& member, const DeviceKeys& device,
                                  const Seen& seen)
     {
@@ -103,6 +110,42 @@ TEST_F(MembershipTest, FlagsAreSharedWhereTheFounderOrADeviceOfHisSaysSo)
     Take(second);
     EXPECT_EQ(membership.FlagEntries(), std::vector<std::string>{second});
     EXPECT_EQ(NamesNow(), (Names{"alice", "bob"}));
+}
+
+TEST_F(MembershipTest, AFolderLiesWhereItsFounderOrADeviceOfHisHasSaidLast)
+{
+    const EntryId here{1}, there{2};
+    EXPECT_FALSE(membership.Outer());
+    const Seen withBob = Take(Add(alice, bob, "bob", founded));
+    Take(Nest(bob, bob, there, withBob));
+    Take(Nest(bob, alice, there, withBob));
+    EXPECT_FALSE(membership.Outer()) << "a member alone doesn't";
+    const Seen withCarol = Take(AddDevice(alice, alice, carol, withBob));
+    const Seen first = Take(Nest(carol, alice, there, withCarol));
+    EXPECT_EQ(membership.Outer(), there);
+    const Seen second = Take(Nest(alice, alice, here, first));
+    EXPECT_EQ(membership.Outer(), here);
+    const Seen gone = Take(Remove(alice, alice, second));
+    EXPECT_EQ(membership.Outer(), here) << "what he said before he left stays";
+    Take(Nest(alice, alice, there, second));
+    Take(Nest(alice, alice, there, gone));
+    EXPECT_EQ(membership.Outer(), here);
+    EXPECT_EQ(NamesNow(), Names{"bob"});
+}
+
+// One form alone: where it means nothing, nothing stands.
+TEST_F(MembershipTest, OnlyWhatSaysWhereAFolderLiesNamesAnother)
+{
+    EXPECT_THROW(Nest(alice, alice, {}, founded), Error);
+    MembershipEntry entry = Entry(MembershipChange::kAdd, bob.Signing(), founded, "bob");
+    entry.outer = {1};
+    EXPECT_THROW(WriteMembershipEntry(alice, entry), Error);
+    entry = Entry(MembershipChange::kNest, alice.Signing(), founded);
+    entry.outer = {1};
+    entry.device = bob.Signing();
+    EXPECT_THROW(WriteMembershipEntry(alice, entry), Error);
+    entry.device = {};
+    EXPECT_EQ(ReadMembershipEntry(WriteMembershipEntry(alice, entry)).outer, entry.outer);
 }
 
 TEST_F(MembershipTest, AFounderWhoHasLeftSharesNoFlags)

@@ -201,6 +201,27 @@ TEST_F(PageDumpsTest, MembershipChanges)
     third.Field(32, "whose: alice").Field(1, "no name").Field(32, "the device").Field(64, "it agrees");
     third.Field(1, "has seen one").Field(32, "the founding").Field(32, "by alice").Field(64, "signature");
     ExpectOnThePage(third);
+
+    // Of another folder, which lies in this one.
+    MembershipEntry other = founding;
+    other.folder = "{G}";
+    MembershipEntry nests;
+    nests.change = MembershipChange::kNest;
+    nests.folder = "{G}";
+    nests.member = alice.Signing();
+    nests.outer = IdOfEntry(founded);
+    nests.seen = {IdOfEntry(WriteMembershipEntry(alice, other))};
+    PageDump fourth(WriteMembershipEntry(alice, nests));
+    fourth.Field(8, "QV3MEMB, version 1")
+        .Field(1, "lies in another folder")
+        .Field(2, "length of its id")
+        .Field(3, "{G}");
+    fourth.Field(32, "the founder: alice").Field(1, "no name").Field(32, "the founding of {F}");
+    fourth.Field(1, "has seen one")
+        .Field(32, "the founding of {G}")
+        .Field(32, "by alice")
+        .Field(64, "signature");
+    ExpectOnThePage(fourth);
 }
 
 TEST_F(PageDumpsTest, Flags)
