@@ -258,6 +258,13 @@ std::vector<std::string> FolderDevices::DevicesOf(const KnownFolder& folder, con
     return TextsOf(select.Bind(1, folder.founding).Bind(2, member));
 }
 
+std::set<std::string> FolderDevices::MembersOf(const KnownFolder& folder)
+{
+    Statement select(database_, "SELECT name FROM member WHERE folder_id = ?");
+    const auto names = TextsOf(select.Bind(1, folder.folderId));
+    return {names.begin(), names.end()};
+}
+
 void FolderDevices::OweNewcomer(const KnownFolder& folder, const std::string& member)
 {
     Owe(folder.folderId, member, OwesAll(folder) ? ResendScope::kEverything : ResendScope::kOwn);

@@ -3,6 +3,7 @@
 #ifndef QUORVANE_HOST_MAILBOX_FOLDER_DEVICES_H_
 #define QUORVANE_HOST_MAILBOX_FOLDER_DEVICES_H_
 
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -34,6 +35,11 @@ public:
     // Those of a member, by the name that he has here.
     std::vector<std::string> DevicesOf(const KnownFolder& folder, const std::string& member);
 
+    // Its members, by the names that they have here, and those who are awaited.
+    std::set<std::string> MembersOf(const KnownFolder& folder);
+    // Whether a device is known, and wasn't dropped.
+    bool IsDeviceKnown(const std::string& device);
+
     // Notes that devices are to be told of the folder: one; those who have it; all; all, as if they knew
     // nothing of it.
     void SetDue(const KnownFolder& folder, const exchange::DeviceId& device);
@@ -54,7 +60,6 @@ public:
 
 private:
     void Introduce(const exchange::FolderMembers& members, const std::string& teller);
-    bool IsDeviceKnown(const std::string& device);
     std::string MemberOfDevice(const std::string& device);
     std::string NameFor(const exchange::FolderMember& member, const std::string& device);
     void RefreshMembers(const KnownFolder& folder);

@@ -23,6 +23,8 @@ struct KnownFolder {
     std::string inviter;  // the id of the device that told of it
     std::string target;   // the path that an acceptance has begun to make a folder at
     std::uint64_t since = 0;
+    std::string outer{};  // the founding of the folder that its founder put it into, by his word; often empty
+    bool follows = false;  // what its founder puts into it is accepted by itself
 
     // What a user names it by.
     std::string Id() const { return founding.substr(0, 12); }

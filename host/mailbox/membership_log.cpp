@@ -21,15 +21,6 @@ using exchange::SigningKey;
 // How many changes a new one names as those that it has seen.
 constexpr std::size_t kMostNamed = 200;
 
-std::string TextOfEntryId(const exchange::EntryId& id)
-{
-    DeviceId half;
-    std::copy_n(id.begin(), half.bytes.size(), half.bytes.begin());
-    const std::string first = TextOf(half);
-    std::copy_n(id.begin() + half.bytes.size(), half.bytes.size(), half.bytes.begin());
-    return first + TextOf(half);
-}
-
 std::string HexOfEntry(const std::string& bytes)
 {
     return Hex(Bytes(bytes.begin(), bytes.end()));
@@ -45,7 +36,16 @@ std::string EntryInHex(const std::string& hex)
 
 std::string MembershipLog::FoundingOf(const std::string& entry)
 {
-    return TextOfEntryId(exchange::IdOfEntry(entry));
+    return TextOf(exchange::IdOfEntry(entry));
+}
+
+std::string MembershipLog::TextOf(const exchange::EntryId& id)
+{
+    DeviceId half;
+    std::copy_n(id.begin(), half.bytes.size(), half.bytes.begin());
+    const std::string first = exchange::TextOf(half);
+    std::copy_n(id.begin() + half.bytes.size(), half.bytes.size(), half.bytes.begin());
+    return first + exchange::TextOf(half);
 }
 
 void MembershipLog::Begin(const std::string& founding, const std::string& entry)

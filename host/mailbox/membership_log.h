@@ -22,6 +22,7 @@ public:
 
     // What a folder that was founded by this change is known by.
     static std::string FoundingOf(const std::string& entry);
+    static std::string TextOf(const exchange::EntryId& id);
     // Notes the change that founds a folder. Of one that is noted already nothing changes.
     void Begin(const std::string& founding, const std::string& entry);
 

@@ -236,7 +236,7 @@ TEST(DeviceTest, AnOldMailboxDrawsItsKeysWhenItIsOpenedAndKeepsThem)
             "DROP TABLE membership; DROP TABLE folder_device; DROP TABLE folder; DROP TABLE wish; DROP TABLE "
             "dropped;"
             "DROP TABLE former; DROP TABLE refusal; DROP TABLE item_flags; ALTER TABLE share DROP COLUMN "
-            "flags; ALTER TABLE outgoing DROP COLUMN kind;"
+            "flags; ALTER TABLE share DROP COLUMN tree; ALTER TABLE outgoing DROP COLUMN kind;"
             "ALTER TABLE member ADD COLUMN told; ALTER TABLE member ADD COLUMN due;"
             "DROP TABLE device; DROP TABLE incoming; DROP TABLE stranger; DROP TABLE delivery;"
             "CREATE TABLE delivery (a); CREATE TABLE sequence (a); CREATE TABLE received (a);"

@@ -21,7 +21,7 @@ namespace {
 
 Share ReadShare(const Statement& row)
 {
-    return {row.Text(0), row.Text(1), row.Text(2), row.Text(3), row.Number(4) != 0};
+    return {row.Text(0), row.Text(1), row.Text(2), row.Text(3), row.Number(4) != 0, row.Number(5) != 0};
 }
 
 std::optional<Share> FindOneShare(Database& database, const char* sql, const std::string& key)
@@ -272,7 +272,7 @@ std::vector<Share> Records::Shares()
 {
     const std::lock_guard lock(mutex_);
     Statement select(database_,
-                     "SELECT folder_id, entry_id, store_id, name, flags FROM share ORDER BY folder_id");
+                     "SELECT folder_id, entry_id, store_id, name, flags, tree FROM share ORDER BY folder_id");
     std::vector<Share> shares;
     while (select.Step())
         shares.push_back(ReadShare(select));
@@ -282,17 +282,17 @@ std::vector<Share> Records::Shares()
 std::optional<Share> Records::FindShare(const std::string& folderId)
 {
     const std::lock_guard lock(mutex_);
-    return FindOneShare(database_,
-                        "SELECT folder_id, entry_id, store_id, name, flags FROM share WHERE folder_id = ?",
-                        folderId);
+    return FindOneShare(
+        database_, "SELECT folder_id, entry_id, store_id, name, flags, tree FROM share WHERE folder_id = ?",
+        folderId);
 }
 
 std::optional<Share> Records::FindShareByEntryId(const std::string& entryId)
 {
     const std::lock_guard lock(mutex_);
-    return FindOneShare(database_,
-                        "SELECT folder_id, entry_id, store_id, name, flags FROM share WHERE entry_id = ?",
-                        entryId);
+    return FindOneShare(
+        database_, "SELECT folder_id, entry_id, store_id, name, flags, tree FROM share WHERE entry_id = ?",
+        entryId);
 }
 
 std::vector<std::string> Records::Members(const std::string& folderId)

@@ -22,6 +22,7 @@ struct Share {
     std::string storeId;
     std::string name;       // the folder's path
     bool hasFlags = false;  // its members share the items' flags
+    bool isTree = false;    // folders that come to lie in it are shared, too
 };
 
 // Who made what a shared item shows, and when.
@@ -109,7 +110,7 @@ class Records {
 public:
     explicit Records(const std::string& path);
 
-    static constexpr int kVersion = 13;
+    static constexpr int kVersion = 14;
     // Makes the tables of a new mailbox. Called within a transaction.
     static void CreateTables(Database& database, const std::string& name, const std::string& instance);
     // Brings tables of an earlier version up to this one. Called within a transaction.

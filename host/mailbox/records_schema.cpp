@@ -308,10 +308,20 @@ DROP INDEX item_flags_due;
 CREATE INDEX item_flags_due ON item_flags (item) WHERE due <> 0;
 )sql";
 
+// From version 13 on: folders may be shared with all that lies in them (shared_folders.h). `share.tree`: what
+// comes to lie in it is shared by this mailbox; `folder.lies_in`: the founding of the folder that its founder
+// put it into; `folder.follows`: what its founder puts into it is accepted by itself.
+constexpr char kUpgradeFrom13[] = R"sql(
+ALTER TABLE share ADD COLUMN tree INTEGER NOT NULL DEFAULT 0;
+ALTER TABLE folder ADD COLUMN lies_in TEXT NOT NULL DEFAULT '';
+ALTER TABLE folder ADD COLUMN follows INTEGER NOT NULL DEFAULT 0;
+)sql";
+
 // Each brings the records from the version that is its place, counted from 1, to the next.
 constexpr const char* kUpgrades[] = {kUpgradeFrom1, kUpgradeFrom2,  kUpgradeFrom3,  kUpgradeFrom4,
                                      kUpgradeFrom5, kUpgradeFrom6,  kUpgradeFrom7,  kUpgradeFrom8,
-                                     kUpgradeFrom9, kUpgradeFrom10, kUpgradeFrom11, kUpgradeFrom12};
+                                     kUpgradeFrom9, kUpgradeFrom10, kUpgradeFrom11, kUpgradeFrom12,
+                                     kUpgradeFrom13};
 static_assert(std::size(kUpgrades) + 1 == Records::kVersion);
 
 }  // namespace

@@ -387,6 +387,30 @@ TEST_F(RecordsTest, FoldersThatWereSharedBeforeAnybodySignedForItAreSharedNoMore
     EXPECT_EQ(version.Number(0), Records::kVersion);
 }
 
+// As version 13 left them.
+TEST_F(RecordsTest, WhatWasSharedBeforeThereWereTreesIsNone)
+{
+    const std::string path = MakeTables((directory_ / "before.db").string());
+    Database database(path, Database::Mode::kOpen);
+    database.Execute(
+        "ALTER TABLE share DROP COLUMN tree; ALTER TABLE folder DROP COLUMN lies_in; ALTER TABLE folder DROP "
+        "COLUMN follows; INSERT INTO share (folder_id, entry_id, store_id, name, flags) VALUES ('{F}', '00AB', "
+        "'00CD', 'Shared', 1);"
+        "INSERT INTO folder (founding, folder_id, state, name, inviter, since) VALUES ('ff', '{F}', 1, 'Shared', "
+        "'', 7)");
+
+    Records::Upgrade(database, 13);
+
+    const auto share = Records(path).FindShare("{F}");
+    ASSERT_TRUE(share);
+    EXPECT_TRUE(share->hasFlags);
+    EXPECT_FALSE(share->isTree);
+    Statement folder(database, "SELECT lies_in, follows FROM folder");
+    ASSERT_TRUE(folder.Step());
+    EXPECT_EQ(folder.Text(0), "");
+    EXPECT_EQ(folder.Number(1), 0);
+}
+
 }  // namespace
 
 }  // namespace quorvane::host

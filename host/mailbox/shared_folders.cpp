@@ -22,16 +22,23 @@ using exchange::MembershipEntry;
 using exchange::SigningKey;
 using State = KnownFolder::State;
 
-// How many undecided invitations of one device are kept.
-constexpr std::int64_t kMostInvitationsOfOne = 100;
 constexpr std::size_t kFewestDigits = 4;
 
 constexpr char kSelectFolder[] =
-    "SELECT founding, folder_id, state, name, inviter, target, since FROM folder ";
+    "SELECT founding, folder_id, state, name, inviter, target, since, lies_in, follows FROM folder ";
 
 bool IsFolderPath(const std::string& name)
 {
     return Printable(name) == name && name.find_first_not_of('/') != std::string::npos;
+}
+
+// A path that is too long for a note is told from its end.
+std::string PathToTell(const std::string& path)
+{
+    if (path.size() <= exchange::kLongestFolderPath)
+        return path;
+    const std::size_t slash = path.find('/', path.size() - exchange::kLongestFolderPath);
+    return slash == std::string::npos || slash + 1 == path.size() ? "a folder" : path.substr(slash + 1);
 }
 
 std::string NameOfMailbox(Database& database)
@@ -41,29 +48,6 @@ std::string NameOfMailbox(Database& database)
 }
 
 }  // namespace
-
-// A transaction after whose failure nothing that was read within it is believed.
-class SharedFolders::Work {
-public:
-    explicit Work(SharedFolders& folders) : folders_(folders), transaction_(folders.database_) {}
-    Work(const Work&) = delete;
-    Work& operator=(const Work&) = delete;
-    ~Work()
-    {
-        if (!isDone_)
-            folders_.log_.Reread();
-    }
-    void Commit()
-    {
-        transaction_.Commit();
-        isDone_ = true;
-    }
-
-private:
-    SharedFolders& folders_;
-    Transaction transaction_;
-    bool isDone_ = false;
-};
 
 SharedFolders::SharedFolders(const std::string& path, const exchange::DeviceKeys& keys)
     : database_(path, Database::Mode::kOpen),
@@ -82,7 +66,8 @@ std::vector<KnownFolder> SharedFolders::Select(const char* where, const std::str
     while (select.Step())
         folders.push_back({select.Text(0), select.Text(1), static_cast<State>(select.Number(2)),
                            select.Text(3), select.Text(4), select.Text(5),
-                           static_cast<std::uint64_t>(select.Number(6))});
+                           static_cast<std::uint64_t>(select.Number(6)), select.Text(7),
+                           select.Number(8) != 0});
     return folders;
 }
 
@@ -113,10 +98,18 @@ std::vector<KnownFolder> SharedFolders::All()
 
 std::vector<KnownFolder> SharedFolders::Invitations()
 {
-    return Select("WHERE state = 0 AND ?1 = '' ORDER BY since, founding", {});
+    return OutermostFirst(Select("WHERE state = 0 AND ?1 = '' ORDER BY since, founding", {}));
 }
 
 void SharedFolders::Found(const Share& share)
+{
+    Work work(*this);
+    Begin(share);
+    work.Commit();
+}
+
+// Within a transaction.
+KnownFolder SharedFolders::Begin(const Share& share)
 {
     MembershipEntry entry;
     entry.change = MembershipChange::kFound;
@@ -125,7 +118,6 @@ void SharedFolders::Found(const Share& share)
     entry.name = ownName_;
     const std::string bytes = WriteMembershipEntry(keys_, entry);
     const std::string founding = MembershipLog::FoundingOf(bytes);
-    Work work(*this);
     Statement(database_,
               "INSERT OR IGNORE INTO share (folder_id, entry_id, store_id, name) VALUES (?, ?, ?, ?)")
         .Bind(1, share.folderId)
@@ -133,10 +125,12 @@ void SharedFolders::Found(const Share& share)
         .Bind(3, share.storeId)
         .Bind(4, share.name)
         .Run();
-    PutFolder({founding, share.folderId, State::kHere, share.name, TextOf(keys_.Id()), {}, FileTimeNow()});
+    KnownFolder folder{founding, share.folderId, State::kHere, share.name, TextOf(keys_.Id()),
+                       {},       FileTimeNow()};
+    PutFolder(folder);
     log_.Begin(founding, bytes);
     NoteJoined(founding, share);
-    work.Commit();
+    return folder;
 }
 
 void SharedFolders::NotePaths(const std::vector<FolderInfo>& folders)
@@ -161,7 +155,7 @@ void SharedFolders::PutFolder(const KnownFolder& folder)
         database_,
         "INSERT INTO folder (founding, folder_id, state, name, inviter, since) VALUES (?1, ?2, ?3, ?4, ?5, "
         "?6) ON CONFLICT (founding) DO UPDATE SET state = ?3, name = ?4, inviter = ?5, since = ?6, target = "
-        "''")
+        "'', follows = 0")
         .Bind(1, folder.founding)
         .Bind(2, folder.folderId)
         .Bind(3, std::int64_t{static_cast<int>(folder.state)})
@@ -185,23 +179,31 @@ void SharedFolders::NoteJoined(const std::string& founding, const Share& share)
     former_.Forget(share);
 }
 
-bool SharedFolders::Invite(const std::string& folderId, const std::string& name)
+void SharedFolders::Invite(const std::vector<std::string>& folderIds, const std::string& name)
 {
-    const KnownFolder folder = Here(folderId);
     Work work(*this);
-    Statement select(database_, "SELECT 1 FROM member WHERE folder_id = ? AND name = ?");
-    const bool isNew = !select.Bind(1, folderId).Bind(2, name).Step();
-    select.Reset();
-    Statement(database_, "INSERT OR IGNORE INTO wish (folder_id, name) VALUES (?, ?)")
-        .Bind(1, folderId)
-        .Bind(2, name)
-        .Run();
+    std::vector<KnownFolder> folders;
+    Statement wish(database_, "INSERT OR IGNORE INTO wish (folder_id, name) VALUES (?, ?)");
+    for (const std::string& folderId : folderIds) {
+        folders.push_back(Here(folderId));
+        wish.Bind(1, folderId).Bind(2, name).Run();
+    }
+    std::vector<std::set<std::string>> before;
+    for (const KnownFolder& folder : folders)
+        before.push_back(devices_.MembersOf(folder));
     SettleWishes();
-    Refresh(folder);
-    if (isNew)
-        devices_.Owe(folderId, name, ResendScope::kEverything);
+    for (std::size_t place = 0; place < folders.size(); ++place)
+        RefreshAfterInviting(folders[place], before[place]);
     work.Commit();
-    return isNew;
+}
+
+// Who wasn't among the members before is owed all of it.
+void SharedFolders::RefreshAfterInviting(const KnownFolder& folder, const std::set<std::string>& before)
+{
+    Refresh(folder);
+    for (const std::string& name : devices_.MembersOf(folder))
+        if (!before.contains(name))
+            devices_.Owe(folder.folderId, name, ResendScope::kEverything);
 }
 
 void SharedFolders::Settle()
@@ -359,14 +361,18 @@ void SharedFolders::ShareFlags(const std::string& folderId)
         Fail("share the flags of", folder.name,
              "only '" + log_.Load(folder).Changes().front().name + "', who founded it, can");
     Work work(*this);
-    if (log_.Load(folder).FlagEntries().empty()) {
-        MembershipEntry entry;
-        entry.change = MembershipChange::kFlags;
-        entry.member = log_.Load(folder).Changes().front().member;
-        log_.Sign(folder, std::move(entry));
-    }
+    if (log_.Load(folder).FlagEntries().empty())
+        SignFlags(folder);
     Refresh(folder);
     work.Commit();
+}
+
+void SharedFolders::SignFlags(const KnownFolder& folder)
+{
+    MembershipEntry entry;
+    entry.change = MembershipChange::kFlags;
+    entry.member = log_.Load(folder).Changes().front().member;
+    log_.Sign(folder, std::move(entry));
 }
 
 std::size_t SharedFolders::Remove(const std::string& folderId, const std::string& member)
@@ -466,7 +472,7 @@ void SharedFolders::NoteTarget(const KnownFolder& invitation, const std::string&
         .Run();
 }
 
-void SharedFolders::Accept(const KnownFolder& invitation, const Share& share)
+void SharedFolders::Accept(const KnownFolder& invitation, const Share& share, bool follows)
 {
     if (FindHere(invitation.folderId))
         Fail("accept", invitation.name, "a folder of this id is shared here already; leave that one first");
@@ -477,11 +483,13 @@ void SharedFolders::Accept(const KnownFolder& invitation, const Share& share)
         .Bind(3, share.storeId)
         .Bind(4, share.name)
         .Run();
-    Statement(database_,
-              "UPDATE folder SET state = 1, asked = inviter, asked_in = 0, name = ?, target = '' WHERE "
-              "founding = ?")
+    Statement(
+        database_,
+        "UPDATE folder SET state = 1, asked = inviter, asked_in = 0, name = ?, target = '', follows = ? "
+        "WHERE founding = ?")
         .Bind(1, share.name)
-        .Bind(2, invitation.founding)
+        .Bind(2, std::int64_t{follows})
+        .Bind(3, invitation.founding)
         .Run();
     NoteJoined(invitation.founding, share);
     devices_.TellAllAnew(invitation);
@@ -510,7 +518,9 @@ void SharedFolders::NoteLookedThrough(const std::string& folderId)
 
 void SharedFolders::SetState(const KnownFolder& folder, State state)
 {
-    Statement(database_, "UPDATE folder SET state = ?, since = ?, target = '', asked = '' WHERE founding = ?")
+    Statement(
+        database_,
+        "UPDATE folder SET state = ?, since = ?, target = '', asked = '', follows = 0 WHERE founding = ?")
         .Bind(1, std::int64_t{static_cast<int>(state)})
         .Bind(2, static_cast<std::int64_t>(FileTimeNow()))
         .Bind(3, folder.founding)
@@ -560,6 +570,9 @@ void SharedFolders::Take(const Peer& from, const std::string& bytes)
     if (folder.folderId != note.folder)
         exchange::Refuse("'" + from.member + "' tells of the folder " + note.folder + " what is another's");
     TakeEntries(folder, from, note);
+    NoteOuter(folder);
+    if (!known)
+        CheckInvitationsOf(from);
     const FolderMembers members = log_.Load(folder).Members();
     devices_.RefreshDevices(folder, members);
     HearOf(folder, from, note);
@@ -571,10 +584,6 @@ void SharedFolders::Take(const Peer& from, const std::string& bytes)
 KnownFolder SharedFolders::TakeInvitation(const Peer& from, const FolderNote& note,
                                           const std::string& founding)
 {
-    Statement select(database_, "SELECT count(*) FROM folder WHERE state = 0 AND inviter = ?");
-    if (select.Bind(1, TextOf(from.id)).Step() && select.Number(0) >= kMostInvitationsOfOne)
-        exchange::Refuse("'" + from.member + "' has sent more invitations than are kept");
-    select.Reset();
     const Membership alone(note.folder, note.entries.front());
     const KnownFolder folder{founding,        note.folder, State::kInvited, note.name,
                              TextOf(from.id), {},          FileTimeNow()};
@@ -671,12 +680,16 @@ std::vector<DueNote> SharedFolders::DueNotes()
     std::vector<DueNote> notes;
     if (!HasDueNotes())
         return notes;
-    for (const KnownFolder& folder : Select("WHERE state BETWEEN 1 AND 3 AND ?1 = ''", {})) {
+    for (const KnownFolder& folder :
+         OutermostFirst(Select("WHERE state BETWEEN 1 AND 3 AND ?1 = '' ORDER BY since, founding", {}))) {
         std::vector<std::string> devices = devices_.Due(folder);
         if (devices.empty())
             continue;
-        FolderNote note{
-            folder.state == State::kHere, {}, folder.folderId, folder.name, log_.Load(folder).Entries()};
+        FolderNote note{folder.state == State::kHere,
+                        {},
+                        folder.folderId,
+                        PathToTell(folder.name),
+                        log_.Load(folder).Entries()};
         Statement asked(database_, "SELECT asked FROM folder WHERE founding = ?");
         if (asked.Bind(1, folder.founding).Step())
             note.asked = exchange::ParseDeviceId(asked.Text(0)).value_or(DeviceId{});

@@ -12,6 +12,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -45,8 +46,12 @@ public:
     // Shares a folder that isn't shared: this mailbox founds its membership.
     void Found(const Share& share);
     // Lets somebody in whom the user named: with the devices that the user has pinned to him, now or as soon
-    // as there are any. True if he wasn't among the members.
-    bool Invite(const std::string& folderId, const std::string& member);
+    // as there are any. Several folders: all or none.
+    void Invite(const std::string& folderId, const std::string& member)
+    {
+        Invite(std::vector{folderId}, member);
+    }
+    void Invite(const std::vector<std::string>& folderIds, const std::string& member);
     // Brings everything up to what is known of devices.
     void Settle();
 
@@ -65,6 +70,32 @@ public:
     // decide it, and it stays.
     void ShareFlags(const std::string& folderId);
 
+    // Folders that lie in others (nested_folders.cpp). A folder that is shared may be a tree: then a run
+    // shares what comes to lie in it with its members (sharing/folder_tree.h). Its founder signs that one of
+    // his folders lies in another one of his; who is invited to it learns by that where it belongs.
+    void ShareAsTree(const std::string& folderId);
+    // A folder of this mailbox, and the shared one that it lies in, by its id.
+    struct Nested {
+        Share share;
+        std::string outer;
+    };
+    // Shares folders with the members of those that they lie in, as their flags are: those that aren't shared
+    // yet, unless an acceptance is just making them, and those that this mailbox's member has founded. Who
+    // was a member once and isn't any more isn't let in again. Outer ones come before inner ones; all or
+    // none. Gives those that weren't shared.
+    std::vector<Share> ShareNested(const std::vector<Nested>& folders);
+    // The folder that another one lies in, by the word of both founders, who are one member of the outer one:
+    // here, or invited to. Empty where there is none, whoever says otherwise.
+    std::optional<KnownFolder> OuterOf(const KnownFolder& folder);
+    // Those that were accepted with all that their founders put into them, by their foundings.
+    std::set<std::string> Followed();
+    // From here on what its founder puts into a folder that is here is accepted by itself.
+    void Follow(const std::string& folderId);
+    // Whether this device has declined it once, or left it.
+    bool HasSignedOff(const KnownFolder& folder) { return log_.HasSignedOff(folder); }
+    // What the records say of a folder that is shared here.
+    std::optional<KnownFolder> FindHere(const std::string& folderId);
+
     // Takes a member out; the founder alone may. Gives how many of his devices were members.
     std::size_t Remove(const std::string& folderId, const std::string& member);
     bool IsFounder(const std::string& folderId);
@@ -77,7 +108,7 @@ public:
     void NotePaths(const std::vector<FolderInfo>& folders);
 
     std::vector<KnownFolder> All();
-    // Those nobody has decided on.
+    // Those nobody has decided on; outer ones come before inner ones.
     std::vector<KnownFolder> Invitations();
     // The invitation that a user means by an id or the beginning of one. Throws a HostError when it is none
     // or several.
@@ -85,8 +116,9 @@ public:
     void Decline(const KnownFolder& invitation);
     // A folder is about to be made for it at this path.
     void NoteTarget(const KnownFolder& invitation, const std::string& path);
-    // From here on it is `share`. A member is asked for all that it holds.
-    void Accept(const KnownFolder& invitation, const Share& share);
+    // From here on it is `share`. A member is asked for all that it holds. follows: what its founder puts
+    // into it is accepted by itself.
+    void Accept(const KnownFolder& invitation, const Share& share, bool follows = false);
     // Folders that are shared no more; as long as this object.
     FormerShares& Former() noexcept { return former_; }
 
@@ -114,9 +146,9 @@ public:
 private:
     class Work;
     std::vector<KnownFolder> Select(const char* where, const std::string& key);
-    std::optional<KnownFolder> FindHere(const std::string& folderId);
     KnownFolder Here(const std::string& folderId);
     std::optional<KnownFolder> FindByFounding(const std::string& founding);
+    KnownFolder Begin(const Share& share);
     void PutFolder(const KnownFolder& folder);
     void SetState(const KnownFolder& folder, KnownFolder::State state);
 
@@ -127,12 +159,21 @@ private:
     bool Link(const KnownFolder& folder, const exchange::Card& device, bool evenAgain);
     void Refresh(const KnownFolder& folder, const std::string& teller = {});
     void RefreshFlags(const KnownFolder& folder);
+    void SignFlags(const KnownFolder& folder);
+    void RefreshAfterInviting(const KnownFolder& folder, const std::set<std::string>& before);
+    void NoteOuter(const KnownFolder& folder);
+    std::vector<KnownFolder> OutermostFirst(std::vector<KnownFolder> folders);
+    bool ShareInner(const Nested& nested);
+    bool IsBeingMade(const Share& share);
+    bool NestIn(const KnownFolder& outer, const KnownFolder& inner);
+    bool LetInMembersOf(const KnownFolder& outer, const KnownFolder& inner);
     void NoteJoined(const std::string& founding, const Share& share);
     void EndHere(const KnownFolder& folder, KnownFolder::State state);
 
     // What another tells.
     KnownFolder TakeInvitation(const Peer& from, const exchange::FolderNote& note,
                                const std::string& founding);
+    void CheckInvitationsOf(const Peer& from);
     void TakeEntries(const KnownFolder& folder, const Peer& from, const exchange::FolderNote& note);
     void HearOf(const KnownFolder& folder, const Peer& from, const exchange::FolderNote& note);
     void JudgeOwnPart(const KnownFolder& folder, const Peer& from, const exchange::FolderNote& note,
@@ -144,6 +185,29 @@ private:
     MembershipLog log_;
     FolderDevices devices_;
     FormerShares former_;
+};
+
+// A transaction after whose failure nothing that was read within it is believed.
+class SharedFolders::Work {
+public:
+    explicit Work(SharedFolders& folders) : folders_(folders), transaction_(folders.database_) {}
+    Work(const Work&) = delete;
+    Work& operator=(const Work&) = delete;
+    ~Work()
+    {
+        if (!isDone_)
+            folders_.log_.Reread();
+    }
+    void Commit()
+    {
+        transaction_.Commit();
+        isDone_ = true;
+    }
+
+private:
+    SharedFolders& folders_;
+    Transaction transaction_;
+    bool isDone_ = false;
 };
 
 }  // namespace quorvane::host
