@@ -15,7 +15,7 @@ struct AnswerOptions {
     bool json = false;
     std::string mailbox;
     std::string id;
-    JoinPlace place;
+    JoinPlace place;  // follows: all that lies in it is accepted, too
 };
 
 // The records that an answer to an invitation is about.
@@ -53,8 +53,10 @@ ExitCode Invitations(const InvitationsOptions& options)
         const auto peer = answering.InviterOf(invitation);
         const std::string member = peer ? peer->member : "", how = peer ? peer->how : "";
         const std::string words = peer ? exchange::FingerprintOf(peer->id) : "";
+        const auto outer = answering.folders.OuterOf(invitation);
         json.push_back({{"id", invitation.Id()},
                         {"folder", invitation.name},
+                        {"in", outer ? outer->Id() : ""},
                         {"from", member},
                         {"device", invitation.inviter},
                         {"fingerprint", words},
@@ -67,22 +69,64 @@ ExitCode Invitations(const InvitationsOptions& options)
     return ExitCode::kDone;
 }
 
+// What lies in it is accepted, too, where the user has said so; and what else he has said so of.
+ExitCode AcceptTree(const AnswerOptions& options, Answering& answering, const MailSession& session,
+                    Records& records, const KnownFolder& folder, const Share& share, const std::string& line)
+{
+    JoinedTree tree;
+    if (options.place.follows)
+        tree = JoinWhatIsFollowed(session, records, answering.folders, answering.peers);
+    Json below = Json::array();
+    std::string lines;
+    for (const JoinedTree::Joined& inner : tree.joined) {
+        below.push_back({{"folder", inner.share.name},
+                         {"id", inner.share.folderId},
+                         {"invitation", inner.invitation.Id()}});
+        lines += "accepted " + Printable(inner.invitation.name) + " as the folder " +
+                 Printable(inner.share.name) + "\n";
+    }
+    for (const std::string& failure : tree.failures)
+        lines += Printable(failure) + "\n";
+    Print(
+        options.json,
+        {{"folder", share.name},
+         {"id", share.folderId},
+         {"invitation", folder.Id()},
+         {"tree", options.place.follows},
+         {"below", below},
+         {"failures", tree.failures}},
+        lines + line + "; 'quorvane run' asks for what " + (below.empty() ? "it holds" : "they hold") + "\n");
+    return tree.failures.empty() ? ExitCode::kDone : ExitCode::kFailed;
+}
+
+// The shared folder that the user named by its path, of one that he has accepted before.
+std::optional<Share> ShareAt(const AnswerOptions& options, const MailSession& session, Records& records)
+{
+    for (const FolderInfo& folder : ListFolders(session))
+        if (folder.path == options.id)
+            return records.FindShareByEntryId(folder.entryId);
+    return std::nullopt;
+}
+
 ExitCode Accept(const AnswerOptions& options)
 {
     if (!options.place.as.empty() && !options.place.into.empty())
         throw HostError("--as makes a new folder and --into joins one that is there: give one of them",
                         ExitCode::kUsage);
     Answering answering(options.mailbox);
-    const KnownFolder invitation = answering.folders.FindInvitation(options.id);
-    const auto peer = answering.InviterOf(invitation);
     const MailSession session(options.mailbox);
     Records records(answering.mailbox.HostDatabasePath().string());
+    if (const auto share = ShareAt(options, session, records); share && options.place.follows) {
+        answering.folders.Follow(share->folderId);
+        return AcceptTree(options, answering, session, records, *answering.folders.FindHere(share->folderId),
+                          *share, Printable(share->name) + " is accepted with all that lies in it");
+    }
+    const KnownFolder invitation = answering.folders.FindInvitation(options.id);
+    const auto peer = answering.InviterOf(invitation);
     const Share share = JoinFolder(invitation, options.place, session, records, answering.folders,
                                    peer ? peer->member : "shared");
-    Print(options.json, {{"folder", share.name}, {"id", share.folderId}, {"invitation", invitation.Id()}},
-          "accepted " + Printable(invitation.name) + " as the folder " + Printable(share.name) +
-              "; 'quorvane run' asks for what it holds\n");
-    return ExitCode::kDone;
+    return AcceptTree(options, answering, session, records, invitation, share,
+                      "accepted " + Printable(invitation.name) + " as the folder " + Printable(share.name));
 }
 
 ExitCode Decline(const AnswerOptions& options)
@@ -126,6 +170,10 @@ void AddAcceptCommand(CLI::App& program, Chosen& chosen)
     command->add_option("--as", options->place.as, "Path of the new folder, where its own name isn't wanted");
     command->add_option("--into", options->place.into,
                         "Path of a folder that is there: it becomes the shared one, with all that it holds");
+    command->add_flag(
+        "--tree", options->place.follows,
+        "All folders that its founder shares in it are accepted, too, now and later; instead of "
+        "ID, the path of a folder that was accepted before may be given");
 }
 
 void AddDeclineCommand(CLI::App& program, Chosen& chosen)

@@ -4,6 +4,7 @@
 #include "host/commands/command.h"
 #include "host/exchange/error.h"
 #include "host/mailbox/shared_folders.h"
+#include "host/sharing/folder_tree.h"
 #include "host/sharing/pinning.h"
 #include "host/store/properties.h"
 
@@ -18,24 +19,8 @@ struct ShareOptions {
     std::vector<std::string> members;
     std::string exchange;
     bool flags = false;
+    bool tree = false;
 };
-
-std::string NewFolderId()
-{
-    GUID guid{};
-    Check(CoCreateGuid(&guid), "make an identifier for", "the folder");
-    OLECHAR text[40] = {};
-    StringFromGUID2(guid, text, 40);
-    return ToUtf8(text);
-}
-
-// A folder that was shared before anybody signed who shares it keeps its id: whoever has the former one knows
-// the items again.
-std::string FolderIdFor(SharedFolders& folders, const std::string& entryId)
-{
-    const auto former = folders.Former().Find(entryId);
-    return former && !folders.IsKnown(former->folderId) ? former->folderId : NewFolderId();
-}
 
 void CheckMembers(const ShareOptions& options, const Mailbox& mailbox)
 {
@@ -114,41 +99,82 @@ std::string LinesOf(const Introductions& met)
     return lines;
 }
 
+// The folder as it is shared from now on, for the first time or already.
+Share SharedNow(const ShareOptions& options, const MailSession& session, Records& records,
+                SharedFolders& folders)
+{
+    const std::string entryId = HexOf(*FindFolder(session, options.folder), PR_ENTRYID);
+    if (const auto share = records.FindShareByEntryId(entryId))
+        return *share;
+    if (options.members.empty())
+        Fail(options.tree ? "share what lies in" : "share the flags of", options.folder,
+             "it isn't shared yet: give --with");
+    const Share share{IdToShare(folders, entryId), entryId, session.StoreId(), options.folder};
+    folders.Found(share);
+    return share;
+}
+
+// The folder, and of a tree all that lies in it and is to be shared with it.
+std::vector<Share> AllToShare(const ShareOptions& options, const Share& share, const MailSession& session,
+                              Records& records, SharedFolders& folders)
+{
+    if (!options.tree && !share.isTree)
+        return {share};
+    folders.ShareAsTree(share.folderId);
+    FolderTrees trees(session, records, folders);
+    trees.ShareWhatLiesIn(share.isTree ? std::string() : share.entryId);
+    return trees.Of(share);
+}
+
+void LetIn(const ShareOptions& options, const std::vector<Share>& shares, SharedFolders& folders)
+{
+    std::vector<std::string> ids;
+    for (const Share& share : shares) {
+        ids.push_back(share.folderId);
+        if (options.flags && (&share == &shares.front() || folders.IsFounder(share.folderId)))
+            folders.ShareFlags(share.folderId);
+    }
+    for (const std::string& member : options.members)
+        folders.Invite(ids, member);
+}
+
 ExitCode ShareFolder(const ShareOptions& options)
 {
-    if (options.members.empty() && !options.flags)
-        throw HostError("nobody to share with: give --with, or --flags for a folder that is shared already",
-                        ExitCode::kUsage);
+    if (options.members.empty() && !options.flags && !options.tree)
+        throw HostError(
+            "nobody to share with: give --with, or --flags or --tree for a folder that is shared already",
+            ExitCode::kUsage);
     const Mailbox mailbox = Mailbox::Open(options.mailbox);
     CheckMembers(options, mailbox);
     const MailSession session(options.mailbox);
-    const std::string entryId = HexOf(*FindFolder(session, options.folder), PR_ENTRYID);
+    FindFolder(session, options.folder);
     const Introductions met = Introduce(options, mailbox);
     Records records(mailbox.HostDatabasePath().string());
-    auto share = records.FindShareByEntryId(entryId);
     const exchange::DeviceKeys keys = ReadDeviceKeys(mailbox);
     SharedFolders folders(mailbox.HostDatabasePath().string(), keys);
-    if (!share && options.members.empty())
-        Fail("share the flags of", options.folder, "it isn't shared yet: give --with");
-    if (!share) {
-        share = Share{FolderIdFor(folders, entryId), entryId, session.StoreId(), options.folder};
-        folders.Found(*share);
-    }
-    if (options.flags)
-        folders.ShareFlags(share->folderId);
-    for (const std::string& member : options.members)
-        folders.Invite(share->folderId, member);
-    const bool hasFlags = records.FindShare(share->folderId)->hasFlags;
+    const Share share = SharedNow(options, session, records, folders);
+    const std::vector<Share> shares = AllToShare(options, share, session, records, folders);
+    LetIn(options, shares, folders);
+    const Share now = *records.FindShare(share.folderId);
+    Json below = Json::array();
+    for (const Share& inner : shares)
+        if (inner.folderId != share.folderId)
+            below.push_back({{"folder", inner.name}, {"id", inner.folderId}});
     Print(options.json,
           {{"folder", options.folder},
-           {"id", share->folderId},
-           {"members", records.Members(share->folderId)},
+           {"id", share.folderId},
+           {"members", records.Members(share.folderId)},
            {"pinned", JsonOf(met)},
            {"awaited", met.awaited},
-           {"flags", hasFlags}},
-          LinesOf(met) + "shared " + Printable(options.folder) + " as " + share->folderId + " with " +
-              std::to_string(records.Members(share->folderId).size()) + " members" +
-              (hasFlags ? ", flags included" : "") + "; 'quorvane run' invites them\n");
+           {"flags", now.hasFlags},
+           {"tree", now.isTree},
+           {"below", below}},
+          LinesOf(met) + "shared " + Printable(options.folder) + " as " + share.folderId + " with " +
+              std::to_string(records.Members(share.folderId).size()) + " members" +
+              (now.hasFlags ? ", flags included" : "") +
+              (now.isTree ? ", and " + std::to_string(below.size()) + " folders in it, and those made later"
+                          : "") +
+              "; 'quorvane run' invites them\n");
     return ExitCode::kDone;
 }
 
@@ -169,6 +195,9 @@ void AddShareCommand(CLI::App& program, Chosen& chosen)
         "--flags", options->flags,
         "Members share what they make of items, too: whether they are read, flagged, answered or "
         "forwarded. Who founded the folder decides it, for good");
+    command->add_flag("--tree", options->tree,
+                      "All folders in it are shared with its members, too, those that are made there later "
+                      "by 'run'; also of a folder that is shared already");
     command->add_option("--exchange", options->exchange,
                         "Directory of the exchange, where none is remembered");
 }

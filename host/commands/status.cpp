@@ -37,24 +37,27 @@ Table ShareTable()
                   {"ID", Fit::kDropped}});
 }
 
-Json SharesOf(Records& records, Table& table)
+Json SharesOf(Records& records, SharedFolders& folders, Table& table)
 {
     Json json = Json::array();
     for (const Share& share : records.Shares()) {
         const auto members = records.Members(share.folderId);
         const auto waiting = records.Members(share.folderId, false);
         const std::size_t items = records.ItemsOf(share.folderId).size();
+        const auto folder = folders.FindHere(share.folderId);
         json.push_back({{"folder", share.name},
                         {"id", share.folderId},
                         {"members", members},
                         {"notAccepted", waiting},
                         {"items", items},
-                        {"flags", share.hasFlags}});
+                        {"flags", share.hasFlags},
+                        {"tree", share.isTree},
+                        {"follows", folder && folder->follows}});
         std::string names;
         for (const std::string& member : members)
             names += (names.empty() ? "" : ", ") + member;
-        table.Add({Printable(share.name), std::to_string(items), Printable(names),
-                   std::to_string(waiting.size()), share.folderId});
+        table.Add({Printable(share.name) + (share.isTree ? " (and below)" : ""), std::to_string(items),
+                   Printable(names), std::to_string(waiting.size()), share.folderId});
     }
     return json;
 }
@@ -295,7 +298,9 @@ StatusReport ReadStatus(const Mailbox& mailbox)
     Records records(mailbox.HostDatabasePath().string());
     ItemState state(mailbox, records);
     Table table = ShareTable();
-    const Json shares = SharesOf(records, table);
+    const exchange::DeviceKeys keys = ReadDeviceKeys(mailbox);
+    SharedFolders folders(mailbox.HostDatabasePath().string(), keys);
+    const Json shares = SharesOf(records, folders, table);
     const std::int64_t packing = CountOf(mailbox, "SELECT COUNT(*) FROM tblStorageFiles");
     const std::size_t outgoing = records.Outgoing().size();
     const std::size_t unfinished = state.UnfinishedPaths().size();
@@ -307,8 +312,6 @@ StatusReport ReadStatus(const Mailbox& mailbox)
     const Json transport = TransportOf(peers, transportLines);
     const Json incoming = IncomingOf(peers, transportLines);
     const Json strangers = StrangersOf(peers, transportLines);
-    const exchange::DeviceKeys keys = ReadDeviceKeys(mailbox);
-    SharedFolders folders(mailbox.HostDatabasePath().string(), keys);
     const Json known = KnownFoldersOf(folders, peers, transportLines);
     const Json former = FormerOf(folders, transportLines);
     Refusals refused(mailbox.HostDatabasePath().string());

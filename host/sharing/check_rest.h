@@ -9,16 +9,23 @@ namespace quorvane::host {
 
 inline constexpr std::chrono::seconds kShortestRest{3};
 inline constexpr std::chrono::seconds kLongestRest{60};
+inline constexpr int kTimesOfCheck = 200;
 
 // After one that took so long: two hundred times that, which is half a percent of a processor, but no less
 // and no more than these. One that found something is followed by the next soon.
 constexpr std::chrono::steady_clock::duration RestAfterCheck(std::chrono::steady_clock::duration took,
                                                              bool isClean)
 {
-    constexpr int kTimes = 200;
-    return isClean
-               ? std::clamp<std::chrono::steady_clock::duration>(kTimes * took, kShortestRest, kLongestRest)
-               : kShortestRest;
+    return isClean ? std::clamp<std::chrono::steady_clock::duration>(kTimesOfCheck * took, kShortestRest,
+                                                                     kLongestRest)
+                   : kShortestRest;
+}
+
+// The same after a look at the mailbox's folders, which somebody may be waiting for.
+constexpr std::chrono::steady_clock::duration RestAfterLook(std::chrono::steady_clock::duration took)
+{
+    return std::clamp<std::chrono::steady_clock::duration>(kTimesOfCheck * took, std::chrono::seconds(1),
+                                                           kLongestRest);
 }
 
 }  // namespace quorvane::host

@@ -12,11 +12,13 @@ namespace {
 
 class Joiner {
 public:
-    Joiner(const KnownFolder& invitation, const MailSession& mail, Records& records, SharedFolders& folders)
+    Joiner(const KnownFolder& invitation, const MailSession& mail, Records& records, SharedFolders& folders,
+           bool follows)
         : invitation_(invitation),
           mail_(mail),
           records_(records),
           folders_(folders),
+          follows_(follows),
           before_(ListFolders(mail))
     {}
 
@@ -38,16 +40,33 @@ public:
 
     Share ByItsName(const std::string& inviter)
     {
+        const std::string wanted = OwnPlace();
         for (int number = 0;; ++number) {
-            const std::string path = number == 0 ? invitation_.name
-                                                 : invitation_.name + " (" + inviter +
+            const std::string path = number == 0 ? wanted
+                                                 : wanted + " (" + inviter +
                                                        (number > 1 ? " " + std::to_string(number) : "") + ")";
+            if (path.size() > exchange::kLongestFolderPath)
+                Fail("accept", invitation_.name, "its path here would be too long; --as gives it another");
             if (auto share = Make(path))
                 return *share;
         }
     }
 
 private:
+    // In the folder here that its founder put it into. Nothing but its last name counts there, so that it
+    // lies in that one and in nothing else.
+    std::string OwnPlace() const
+    {
+        const auto outer = folders_.OuterOf(invitation_);
+        const auto share = outer && outer->state == KnownFolder::State::kHere
+                               ? records_.FindShare(outer->folderId)
+                               : std::nullopt;
+        for (const FolderInfo& folder : before_)
+            if (share && folder.entryId == share->entryId)
+                return folder.path + "/" + NameIn(invitation_.name);
+        return invitation_.name;
+    }
+
     // Empty when there is a folder at the path, unless an attempt before has made it for this invitation and
     // nobody has used it since.
     std::optional<Share> Make(const std::string& path)
@@ -74,7 +93,7 @@ private:
     Share Accept(const std::string& entryId, const std::string& path)
     {
         const Share share{invitation_.folderId, entryId, mail_.StoreId(), path};
-        folders_.Accept(invitation_, share);
+        folders_.Accept(invitation_, share, follows_);
         return share;
     }
 
@@ -82,6 +101,7 @@ private:
     const MailSession& mail_;
     Records& records_;
     SharedFolders& folders_;
+    const bool follows_;
     const std::vector<FolderInfo> before_;
 };
 
@@ -92,10 +112,34 @@ Share JoinFolder(const KnownFolder& invitation, const JoinPlace& place, const Ma
 {
     if (records.FindShare(invitation.folderId))
         Fail("accept", invitation.name, "a folder of this id is shared here already; leave that one first");
-    Joiner joiner(invitation, mail, records, folders);
+    Joiner joiner(invitation, mail, records, folders, place.follows);
     if (!place.into.empty())
         return joiner.Into(place.into);
     return place.as.empty() ? joiner.ByItsName(inviter) : joiner.As(place.as);
+}
+
+bool IsFollowed(const KnownFolder& invitation, SharedFolders& folders)
+{
+    const auto outer = folders.OuterOf(invitation);
+    return outer && outer->state == KnownFolder::State::kHere && outer->follows;
+}
+
+JoinedTree JoinWhatIsFollowed(const MailSession& mail, Records& records, SharedFolders& folders, Peers& peers)
+{
+    JoinedTree tree;
+    for (const KnownFolder& invitation : folders.Invitations()) {
+        if (!IsFollowed(invitation, folders))
+            continue;
+        const auto id = exchange::ParseDeviceId(invitation.inviter);
+        const auto peer = id ? peers.Find(*id) : std::nullopt;
+        try {
+            tree.joined.push_back({invitation, JoinFolder(invitation, {{}, {}, true}, mail, records, folders,
+                                                          peer ? peer->member : "shared")});
+        } catch (const HostError& error) {
+            tree.failures.emplace_back(error.what());
+        }
+    }
+    return tree;
 }
 
 }  // namespace quorvane::host

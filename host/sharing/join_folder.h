@@ -3,17 +3,20 @@
 #define QUORVANE_HOST_SHARING_JOIN_FOLDER_H_
 
 #include <string>
+#include <vector>
 
 #include "host/mailbox/shared_folders.h"
 #include "host/store/profile.h"
 
 namespace quorvane::host {
 
-// Where the folder is to be. Both empty: a new one of the name that it has at the one who invited, or where
-// that is taken, "NAME (member)", "NAME (member 2)" and so on.
+// Where the folder is to be. Both empty: a new one of the path that it has at the one who invited, or in the
+// folder here that its founder put it into, under its last name alone; where that is taken, "NAME (member)",
+// "NAME (member 2)" and so on.
 struct JoinPlace {
-    std::string as;    // a new one at this path
-    std::string into;  // the folder that is at this path: what it holds is shared, too
+    std::string as;        // a new one at this path
+    std::string into;      // the folder that is at this path: what it holds is shared, too
+    bool follows = false;  // what its founder puts into it is accepted by itself from then on
 };
 
 // Accepts an invitation. A folder that exists is never joined unless the user says `into`. Stopped at any
@@ -23,6 +26,23 @@ struct JoinPlace {
 // one that doesn't or that is shared already, or the invited folder is shared here in another form.
 Share JoinFolder(const KnownFolder& invitation, const JoinPlace& place, const MailSession& mail,
                  Records& records, SharedFolders& folders, const std::string& inviter);
+
+// What was accepted of the folders that lie in others, and what can't be, and why.
+struct JoinedTree {
+    struct Joined {
+        KnownFolder invitation;
+        Share share;
+    };
+    std::vector<Joined> joined;
+    std::vector<std::string> failures;
+};
+// Accepts all invitations to folders that lie in one that was accepted with all that its founder puts into
+// it.
+JoinedTree JoinWhatIsFollowed(const MailSession& mail, Records& records, SharedFolders& folders,
+                              Peers& peers);
+
+// Whether a folder lies in such a one.
+bool IsFollowed(const KnownFolder& invitation, SharedFolders& folders);
 
 }  // namespace quorvane::host
 

@@ -18,7 +18,8 @@ protected:
         founding.name = "alice";
     }
 
-    KnownFolder Invitation(const std::string& name)
+    // outer: the founding of the folder that she puts it into.
+    KnownFolder Invitation(const std::string& name, const exchange::EntryId& outer = {})
     {
         const std::string bytes = WriteMembershipEntry(here.alice, founding);
         exchange::MembershipEntry entry = founding;
@@ -26,11 +27,37 @@ protected:
         entry.member = here.transport.keys.Signing();
         entry.name = "bob";
         entry.seen = {exchange::IdOfEntry(bytes)};
-        here.transport.folders.Take(
-            *here.transport.peers.Find(here.alice.Id()),
-            exchange::WriteFolderNote(
-                {true, {}, founding.folder, name, {bytes, WriteMembershipEntry(here.alice, entry)}}));
-        return here.transport.folders.Invitations().at(0);
+        std::vector<std::string> entries{bytes, WriteMembershipEntry(here.alice, entry)};
+        if (outer != exchange::EntryId{}) {
+            exchange::MembershipEntry nests = founding;
+            nests.change = exchange::MembershipChange::kNest;
+            nests.name.clear();
+            nests.seen = {exchange::IdOfEntry(bytes)};
+            nests.outer = outer;
+            entries.push_back(WriteMembershipEntry(here.alice, nests));
+        }
+        here.transport.folders.Take(*here.transport.peers.Find(here.alice.Id()),
+                                    exchange::WriteFolderNote({true, {}, founding.folder, name, entries}));
+        for (const KnownFolder& invitation : here.transport.folders.Invitations())
+            if (invitation.folderId == founding.folder)
+                return invitation;
+        throw HostError("no invitation");
+    }
+    exchange::EntryId FoundingOf(const std::string& id)
+    {
+        exchange::MembershipEntry entry = founding;
+        entry.folder = id;
+        return exchange::IdOfEntry(WriteMembershipEntry(here.alice, entry));
+    }
+    KnownFolder Inner(const std::string& id, const std::string& name, const std::string& outer)
+    {
+        const exchange::EntryId in = FoundingOf(outer);
+        founding.folder = id;
+        return Invitation(name, in);
+    }
+    JoinedTree JoinFollowed()
+    {
+        return JoinWhatIsFollowed(here.mail, here.records, here.transport.folders, here.transport.peers);
     }
     std::string Join(const KnownFolder& invitation, const JoinPlace& place = {})
     {
@@ -83,6 +110,62 @@ TEST_F(JoinFolderTest, OnlyTheUsersWordJoinsAFolderThatIsThereAndNoneThatIsShare
     EXPECT_EQ(Join(invitation, {{}, "Mine"}), "Mine");
     EXPECT_EQ(here.records.FindShare("{HERS}")->entryId, entryId);
     EXPECT_THROW(Join(invitation), HostError) << "it is here already";
+}
+
+// Wherever the user has it by now, and whatever path it is said to have.
+TEST_F(JoinFolderTest, AFolderThatLiesInAnotherIsMadeInThatOneUnderItsLastNameAlone)
+{
+    Join(Invitation("Hers"), {"Mine", {}});
+    MoveFolder(here.mail, "Mine", "Moved");
+    EXPECT_EQ(Join(Inner("{A}", "Hers/2026", "{HERS}")), "Moved/2026");
+    EXPECT_EQ(Join(Inner("{B}", "/etc/../../Inbox", "{HERS}")), "Moved/Inbox");
+    EXPECT_EQ(Join(Inner("{C}", "..", "{HERS}")), "Moved/..");
+    EXPECT_EQ(Join(Inner("{D}", "Elsewhere//2026//", "{HERS}")), "Moved/2026 (alice)")
+        << "a name that clashes";
+    EXPECT_EQ(Join(Inner("{E}", "Hers/2026/Deep", "{A}")), "Moved/2026/Deep");
+    EXPECT_EQ(Join(Inner("{G}", "Hers/New", "{HERS}"), {"Apart", {}}), "Apart");
+    // One that isn't here, or is gone from the store, holds nothing.
+    EXPECT_EQ(Join(Inner("{H}", "Hers/Old", "{NEVER}")), "Hers/Old");
+    DeleteFolder(here.mail, "Moved/Inbox");
+    EXPECT_EQ(Join(Inner("{I}", "Top", "{B}")), "Top");
+}
+
+TEST_F(JoinFolderTest, APathThatWouldBecomeTooLongIsNotMade)
+{
+    Join(Invitation("Hers"), {std::string(600, 'm'), {}});
+    const KnownFolder inner = Inner("{A}", std::string(600, 'n'), "{HERS}");
+    EXPECT_THROW(Join(inner), HostError);
+    EXPECT_EQ(Join(inner, {"Short", {}}), "Short");
+}
+
+TEST_F(JoinFolderTest, WhatLiesInAFollowedFolderIsAcceptedAndNothingElse)
+{
+    const KnownFolder outermost = Invitation("Hers");
+    Inner("{A}", "Hers/A", "{HERS}");
+    Inner("{B}", "Hers/A/B", "{A}");
+    founding.folder = "{APART}";
+    Invitation("Apart");
+    Join(outermost);
+    EXPECT_TRUE(JoinFollowed().joined.empty());
+    here.transport.folders.Follow("{HERS}");
+    const JoinedTree tree = JoinFollowed();
+    ASSERT_EQ(tree.joined.size(), 2U);
+    EXPECT_EQ(tree.joined[0].share.name, "Hers/A");
+    EXPECT_EQ(tree.joined[1].share.name, "Hers/A/B");
+    EXPECT_TRUE(tree.failures.empty());
+    ASSERT_EQ(here.transport.folders.Invitations().size(), 1U);
+    EXPECT_EQ(here.transport.folders.Invitations()[0].name, "Apart");
+    EXPECT_EQ(here.transport.folders.Followed().size(), 3U);
+}
+
+TEST_F(JoinFolderTest, OneThatCantBeAcceptedHoldsUpNoOther)
+{
+    Join(Invitation("Hers"), {std::string(600, 'm'), {}, true});
+    Inner("{A}", std::string(600, 'n'), "{HERS}");
+    Inner("{B}", "B", "{HERS}");
+    const JoinedTree tree = JoinFollowed();
+    EXPECT_EQ(tree.joined.size(), 1U);
+    EXPECT_EQ(tree.failures.size(), 1U);
 }
 
 // Killed between the folder and its note.

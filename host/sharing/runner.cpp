@@ -71,6 +71,7 @@ Runner::Runner(const RunOptions& options, const Mailbox& mailbox, const StopSign
       receipts_(
           mailbox.Name(), [this](const std::string& line) { Say(line); }, options.askAfter,
           options.silentAfter),
+      trees_(mail_, records_, transport_.folders),
       progress_(mailbox.Name())
 {
     Connect();
@@ -141,6 +142,7 @@ void Runner::Start()
 {
     Recover();
     transport_.folders.NotePaths(ListFolders(mail_));
+    FollowTrees();
     outbox_.Resume();
     state_.DropStrayRows();
     matcher_.MatchUnfinished();
@@ -264,35 +266,94 @@ void Runner::FollowShares()
     }
 }
 
-// Invitations are named once; those of members whom the user has named for it are accepted.
+// What came to lie in trees is shared; true where nothing had.
+bool Runner::FollowTrees()
+{
+    const std::vector<Share> shared = trees_.ShareWhatLiesIn();
+    for (const Share& share : shared)
+        Say("shares '" + share.name + "' as the folder that it lies in");
+    if (!shared.empty())
+        statistics_.Touch();
+    return shared.empty();
+}
+
+// Where the message store has changed, or somebody told of members.
+void Runner::FollowTreesNowAndThen()
+{
+    const auto begin = std::chrono::steady_clock::now();
+    if (begin < nextTrees_ || inbox_.IsBusy())
+        return;
+    const std::string look = LookOfStore() + std::to_string(statistics_.packagesReceived.load());
+    if (look == treesSeen_)
+        return;
+    FollowTrees();
+    treesSeen_ = look;
+    const auto end = std::chrono::steady_clock::now();
+    nextTrees_ = end + RestAfterLook(end - begin);
+}
+
+// Invitations are named once; those of members whom the user has named for it are accepted, and those that
+// lie in a folder that he has accepted with all that its founder puts into it.
 void Runner::AnswerInvitations()
 {
+    std::set<std::string> followed = transport_.folders.Followed();
     for (const KnownFolder& invitation : transport_.folders.Invitations()) {
-        if (!named_.insert(invitation.founding + std::to_string(invitation.since)).second)
-            continue;
-        const auto id = exchange::ParseDeviceId(invitation.inviter);
-        const auto peer = id ? transport_.peers.Find(*id) : std::nullopt;
-        const std::string member = peer ? peer->member : "a member who was forgotten";
-        // By linking another device of his the user has said that he wants what it has.
-        const bool isWanted = member == mailbox_.Name() || options_.acceptFrom.contains(member);
-        if (!peer || !peer->IsPinnedByUser() || !isWanted) {
-            Say(member + " shares '" + invitation.name + "': 'quorvane accept MAILBOX " + invitation.Id() +
-                "' takes part, 'decline' doesn't");
-            continue;
-        }
-        try {
-            const Share share = JoinFolder(invitation, {}, mail_, records_, transport_.folders, member);
-            Say("accepted '" + invitation.name + "' from " + member + " as the folder '" + share.name + "'");
-            statistics_.Touch();
-        } catch (const HostError& error) {
-            Say(error.what());
-        }
+        const bool mayFollow = followed.contains(invitation.outer);
+        if (named_.insert(invitation.founding + std::to_string(invitation.since) + (mayFollow ? "+" : ""))
+                .second &&
+            Answer(invitation, mayFollow))
+            followed.insert(invitation.founding);
     }
+}
+
+// True where it was accepted with all that its founder puts into it.
+bool Runner::Answer(const KnownFolder& invitation, bool mayFollow)
+{
+    SharedFolders& folders = transport_.folders;
+    const auto id = exchange::ParseDeviceId(invitation.inviter);
+    const auto peer = id ? transport_.peers.Find(*id) : std::nullopt;
+    const std::string member = peer ? peer->member : "a member who was forgotten";
+    // Who has declined it once, or left it, is asked.
+    const bool follows = mayFollow && IsFollowed(invitation, folders) && !folders.HasSignedOff(invitation);
+    // By linking another device of his the user has said that he wants what it has.
+    const bool isWanted =
+        peer && peer->IsPinnedByUser() && (member == mailbox_.Name() || options_.acceptFrom.contains(member));
+    if (!follows && !isWanted) {
+        NameInvitation(invitation, member);
+        return false;
+    }
+    try {
+        const Share share = JoinFolder(invitation, {{}, {}, follows}, mail_, records_, folders, member);
+        Say("accepted '" + invitation.name + "' from " + member + " as the folder '" + share.name + "'");
+        statistics_.Touch();
+        return follows;
+    } catch (const HostError& error) {
+        Say(error.what());
+        return false;
+    }
+}
+
+// Of those that lie in one that nobody has decided on either, that one alone is named.
+void Runner::NameInvitation(const KnownFolder& invitation, const std::string& member)
+{
+    std::set<std::string> seen{invitation.founding};
+    KnownFolder outermost = invitation;
+    for (auto outer = transport_.folders.OuterOf(invitation);
+         outer && outer->state == KnownFolder::State::kInvited && seen.insert(outer->founding).second;
+         outer = transport_.folders.OuterOf(*outer))
+        outermost = *outer;
+    if (outermost.founding == invitation.founding)
+        Say(member + " shares '" + invitation.name + "': 'quorvane accept MAILBOX " + invitation.Id() +
+            "' takes part, 'decline' doesn't");
+    else if (named_.insert(outermost.founding + " tree").second)
+        Say(member + " shares folders in '" + outermost.name + "', too: 'quorvane accept MAILBOX " +
+            outermost.Id() + " --tree' takes part in all of them");
 }
 
 void Runner::Step()
 {
     AnswerInvitations();
+    FollowTreesNowAndThen();
     FollowShares();
     outbox_.TakeNotes(transport_.folders);
     outbox_.TakeReady(false);
@@ -399,8 +460,13 @@ void Runner::CheckNowAndThen()
 // What the message store looks like, and when the engine reported anything last.
 std::string Runner::Look() const
 {
+    return LookOfStore() + std::to_string(statistics_.lastActivity.load());
+}
+
+std::string Runner::LookOfStore() const
+{
     const std::string store = mailbox_.StorePath().string();
-    return LookOf(store) + LookOf(store + "-wal") + std::to_string(statistics_.lastActivity.load());
+    return LookOf(store) + LookOf(store + "-wal");
 }
 
 // Whether anything happened since the folders were found to be as they were sent.
@@ -437,7 +503,7 @@ bool Runner::IsIdle()
         comparisons_.HasWork() || missing_.HasWork() || flags_.HasWork() || (part_ && part_->HasWork()) ||
         MayTake())
         return false;
-    return CheckShares() && !transport_.folders.HasDueNotes();
+    return CheckShares() && FollowTrees() && !transport_.folders.HasDueNotes();
 }
 
 void Runner::ShowProgress()

@@ -14,6 +14,7 @@
 #include "host/sharing/comparisons.h"
 #include "host/sharing/conflict_copies.h"
 #include "host/sharing/flag_sharing.h"
+#include "host/sharing/folder_tree.h"
 #include "host/sharing/inbox.h"
 #include "host/sharing/matcher.h"
 #include "host/sharing/missing_contents.h"
@@ -78,8 +79,12 @@ private:
     bool IsAwaited(const Share& share);
     void LookThrough(const Share& share);
     void RetryUnsent();
+    bool FollowTrees();
+    void FollowTreesNowAndThen();
     void FollowShares();
     void AnswerInvitations();
+    bool Answer(const KnownFolder& invitation, bool mayFollow);
+    void NameInvitation(const KnownFolder& invitation, const std::string& member);
     void Step();
     void MakeCopies();
     void MendMissing();
@@ -90,6 +95,7 @@ private:
     void WatchPlaces();
     bool IsAtWork();
     std::string Look() const;
+    std::string LookOfStore() const;
     bool HasChanged() const;
     std::chrono::milliseconds UntilNextLook() const;
     void Rest();
@@ -126,6 +132,7 @@ private:
     Inbox inbox_;
     Transport transport_;
     Receipts receipts_;
+    FolderTrees trees_;
     Progress progress_;
     std::set<std::string> watched_;  // folders that the engine knows
     std::set<std::string> named_;    // invitations that were told of
@@ -135,6 +142,8 @@ private:
     std::chrono::steady_clock::time_point busyUntil_{};
     std::string checked_;  // what the message store looked like, and when anything was reported last, at the
                            // last check
+    std::chrono::steady_clock::time_point nextTrees_{};
+    std::string treesSeen_;  // what trees hung on when they were looked at last
     std::unique_ptr<RunPart> part_;
     RunObserver* observer_ = nullptr;
 };

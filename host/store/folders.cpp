@@ -186,7 +186,8 @@ std::vector<FolderInfo> ListFolders(const MailSession& session)
     for (ULONG i = 0; i < rows.Count(); ++i)
         below[HexOf(rows[i], PR_PARENT_ENTRYID)].push_back(
             {TextOf(rows[i], PR_DISPLAY_NAME_W), HexOf(rows[i], PR_ENTRYID),
-             LongOf(rows[i], PR_CONTENT_COUNT), LongOf(rows[i], PR_CONTENT_UNREAD)});
+             HexOf(rows[i], PR_PARENT_ENTRYID), LongOf(rows[i], PR_CONTENT_COUNT),
+             LongOf(rows[i], PR_CONTENT_UNREAD)});
     std::vector<FolderInfo> folders;
     AppendTree(below, HexOf(*top, PR_ENTRYID), {}, folders);
     return folders;

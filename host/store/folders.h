@@ -19,6 +19,7 @@ namespace quorvane::host {
 struct FolderInfo {
     std::string path;
     std::string entryId;
+    std::string parentId;  // the entry identifier of the folder that it lies in
     LONG items = 0;
     LONG unread = 0;
 };
