@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <set>
 #include <system_error>
 
 #include "host/base/files.h"
@@ -190,19 +191,35 @@ private:
                                Say("verify"));
     }
 
+    // Those that lie in one that isn't answered either go with that.
+    void LookAtInvitations(const Json& folders)
+    {
+        std::set<std::string> invited, holding;
+        for (const Json& folder : folders)
+            if (folder.at("state") == "invited")
+                invited.insert(folder.at("invitation"));
+        for (const Json& folder : folders)
+            if (invited.contains(folder.at("in")))
+                holding.insert(folder.at("in"));
+        for (const Json& folder : folders) {
+            const std::string id = folder.at("invitation");
+            if (!invited.contains(id) || invited.contains(folder.at("in")))
+                continue;
+            findings_.Act("invitations",
+                          folder.at("from").get<std::string>() + " shares " +
+                              folder.at("folder").get<std::string>() +
+                              (holding.contains(id) ? " and folders in it" : ""),
+                          "decline it, or: " + SayOf("accept", id) + (holding.contains(id) ? " --tree" : ""));
+        }
+    }
+
     void LookAtPeople(const Json& status)
     {
         for (const Json& name : status.at("awaited"))
             findings_.Act("members",
                           name.get<std::string>() + " is to get folders, and no device of theirs is known",
                           SayOf("members add", name.get<std::string>()));
-        for (const Json& folder : status.at("folders"))
-            if (folder.at("state") == "invited")
-                findings_.Act(
-                    "invitations",
-                    folder.at("from").get<std::string>() + " shares " +
-                        folder.at("folder").get<std::string>(),
-                    "decline it, or: " + SayOf("accept", folder.at("invitation").get<std::string>()));
+        LookAtInvitations(status.at("folders"));
         for (const Json& stranger : status.at("strangers"))
             findings_.Note("members",
                            "a device that calls itself " + stranger.at("name").get<std::string>() +

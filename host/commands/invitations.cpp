@@ -15,7 +15,8 @@ struct AnswerOptions {
     bool json = false;
     std::string mailbox;
     std::string id;
-    JoinPlace place;  // follows: all that lies in it is accepted, too
+    JoinPlace place;
+    bool tree = false;
 };
 
 // The records that an answer to an invitation is about.
@@ -69,13 +70,23 @@ ExitCode Invitations(const InvitationsOptions& options)
     return ExitCode::kDone;
 }
 
-// What lies in it is accepted, too, where the user has said so; and what else he has said so of.
-ExitCode AcceptTree(const AnswerOptions& options, Answering& answering, const MailSession& session,
-                    Records& records, const KnownFolder& folder, const Share& share, const std::string& line)
+// The folder that a user means who has accepted it before: by the path that it has here, or as an invitation.
+std::optional<KnownFolder> FindAccepted(const std::string& named, const MailSession& session,
+                                        Records& records, SharedFolders& folders)
 {
-    JoinedTree tree;
-    if (options.place.follows)
-        tree = JoinWhatIsFollowed(session, records, answering.folders, answering.peers);
+    for (const FolderInfo& folder : ListFolders(session))
+        if (const auto share =
+                folder.path == named ? records.FindShareByEntryId(folder.entryId) : std::nullopt)
+            return folders.FindHere(share->folderId);
+    for (const KnownFolder& folder : folders.HereAndInvited())
+        if (folder.state == KnownFolder::State::kHere && folder.Id() == named)
+            return folder;
+    return std::nullopt;
+}
+
+void PrintAccepted(const AnswerOptions& options, const KnownFolder& folder, const Share& share,
+                   const JoinedTree& tree)
+{
     Json below = Json::array();
     std::string lines;
     for (const JoinedTree::Joined& inner : tree.joined) {
@@ -87,25 +98,16 @@ ExitCode AcceptTree(const AnswerOptions& options, Answering& answering, const Ma
     }
     for (const std::string& failure : tree.failures)
         lines += Printable(failure) + "\n";
-    Print(
-        options.json,
-        {{"folder", share.name},
-         {"id", share.folderId},
-         {"invitation", folder.Id()},
-         {"tree", options.place.follows},
-         {"below", below},
-         {"failures", tree.failures}},
-        lines + line + "; 'quorvane run' asks for what " + (below.empty() ? "it holds" : "they hold") + "\n");
-    return tree.failures.empty() ? ExitCode::kDone : ExitCode::kFailed;
-}
-
-// The shared folder that the user named by its path, of one that he has accepted before.
-std::optional<Share> ShareAt(const AnswerOptions& options, const MailSession& session, Records& records)
-{
-    for (const FolderInfo& folder : ListFolders(session))
-        if (folder.path == options.id)
-            return records.FindShareByEntryId(folder.entryId);
-    return std::nullopt;
+    Print(options.json,
+          {{"folder", share.name},
+           {"id", share.folderId},
+           {"invitation", folder.Id()},
+           {"tree", options.tree},
+           {"below", below},
+           {"failures", tree.failures}},
+          lines + "accepted " + Printable(folder.name) + " as the folder " + Printable(share.name) +
+              (options.tree ? ", with all that its founder shares in it" : "") +
+              "; 'quorvane run' asks for what " + (below.empty() ? "it holds\n" : "they hold\n"));
 }
 
 ExitCode Accept(const AnswerOptions& options)
@@ -116,17 +118,21 @@ ExitCode Accept(const AnswerOptions& options)
     Answering answering(options.mailbox);
     const MailSession session(options.mailbox);
     Records records(answering.mailbox.HostDatabasePath().string());
-    if (const auto share = ShareAt(options, session, records); share && options.place.follows) {
-        answering.folders.Follow(share->folderId);
-        return AcceptTree(options, answering, session, records, *answering.folders.FindHere(share->folderId),
-                          *share, Printable(share->name) + " is accepted with all that lies in it");
+    std::optional<KnownFolder> folder;
+    if (options.tree)
+        folder = FindAccepted(options.id, session, records, answering.folders);
+    if (!folder) {
+        folder = answering.folders.FindInvitation(options.id);
+        const auto peer = answering.InviterOf(*folder);
+        JoinFolder(*folder, options.place, session, records, answering.folders,
+                   peer ? peer->member : "shared");
     }
-    const KnownFolder invitation = answering.folders.FindInvitation(options.id);
-    const auto peer = answering.InviterOf(invitation);
-    const Share share = JoinFolder(invitation, options.place, session, records, answering.folders,
-                                   peer ? peer->member : "shared");
-    return AcceptTree(options, answering, session, records, invitation, share,
-                      "accepted " + Printable(invitation.name) + " as the folder " + Printable(share.name));
+    const Share share = records.FindShare(folder->folderId).value();
+    JoinedTree tree;
+    if (options.tree)
+        tree = JoinTree(*folder, session, records, answering.folders, answering.peers);
+    PrintAccepted(options, *folder, share, tree);
+    return tree.failures.empty() ? ExitCode::kDone : ExitCode::kFailed;
 }
 
 ExitCode Decline(const AnswerOptions& options)
@@ -171,7 +177,7 @@ void AddAcceptCommand(CLI::App& program, Chosen& chosen)
     command->add_option("--into", options->place.into,
                         "Path of a folder that is there: it becomes the shared one, with all that it holds");
     command->add_flag(
-        "--tree", options->place.follows,
+        "--tree", options->tree,
         "All folders that its founder shares in it are accepted, too, now and later; instead of "
         "ID, the path of a folder that was accepted before may be given");
 }

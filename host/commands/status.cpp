@@ -1,5 +1,7 @@
 #include <algorithm>
 #include <filesystem>
+#include <map>
+#include <set>
 
 #include "host/commands/command.h"
 #include "host/commands/mirroring.h"
@@ -202,9 +204,20 @@ const char* StateText(KnownFolder::State state)
 Json KnownFoldersOf(SharedFolders& folders, Peers& peers, std::string& text)
 {
     Json json = Json::array();
-    for (const KnownFolder& folder : folders.All()) {
+    const std::vector<KnownFolder> all = folders.All();
+    std::map<std::string, int> inner;  // how many invitations lie in one, by its founding
+    std::set<std::string> isInner;
+    for (const KnownFolder& folder : all) {
+        const std::string outermost = folders.OutermostInvitation(folder).founding;
+        if (outermost == folder.founding)
+            continue;
+        ++inner[outermost];
+        isInner.insert(folder.founding);
+    }
+    for (const KnownFolder& folder : all) {
         if (folder.state == KnownFolder::State::kHere)
             continue;
+        const auto outer = folders.OuterOf(folder);
         const auto id = exchange::ParseDeviceId(folder.inviter);
         const auto peer = id ? peers.Find(*id) : std::nullopt;
         const std::string from = peer ? peer->member : folder.inviter;
@@ -213,11 +226,17 @@ Json KnownFoldersOf(SharedFolders& folders, Peers& peers, std::string& text)
                         {"id", folder.folderId},
                         {"state", StateText(folder.state)},
                         {"from", from},
-                        {"since", TimeText(folder.since)}});
-        text += std::string(StateText(folder.state)) + ": " + Printable(folder.name) + " from " + from +
+                        {"since", TimeText(folder.since)},
+                        {"in", outer ? outer->Id() : ""}});
+        if (isInner.contains(folder.founding))
+            continue;
+        const int count = inner[folder.founding];
+        text += std::string(StateText(folder.state)) + ": " + Printable(folder.name) +
+                (count > 0 ? " and " + std::to_string(count) + " folders in it" : "") + " from " + from +
                 " since " + TimeText(folder.since) +
                 (folder.state == KnownFolder::State::kInvited
-                     ? " ('quorvane accept MAILBOX " + folder.Id() + "', or decline)\n"
+                     ? " ('quorvane accept MAILBOX " + folder.Id() + (count > 0 ? " --tree" : "") +
+                           "', or decline)\n"
                      : "\n");
     }
     return json;

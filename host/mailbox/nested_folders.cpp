@@ -54,11 +54,28 @@ std::set<std::string> SharedFolders::Followed()
     return foundings;
 }
 
-void SharedFolders::Follow(const std::string& folderId)
+void SharedFolders::Follow(const std::set<std::string>& foundings)
 {
-    Statement(database_, "UPDATE folder SET follows = 1 WHERE founding = ?")
-        .Bind(1, Here(folderId).founding)
-        .Run();
+    Work work(*this);
+    Statement follow(database_, "UPDATE folder SET follows = 1 WHERE founding = ? AND state = 1");
+    for (const std::string& founding : foundings)
+        follow.Bind(1, founding).Run();
+    work.Commit();
+}
+
+std::vector<KnownFolder> SharedFolders::HereAndInvited()
+{
+    return OutermostFirst(Select("WHERE state BETWEEN 0 AND 1 AND ?1 = '' ORDER BY since, founding", {}));
+}
+
+KnownFolder SharedFolders::OutermostInvitation(const KnownFolder& invitation)
+{
+    std::set<std::string> seen;  // nobody honest puts a folder into itself
+    KnownFolder outermost = invitation;
+    for (std::optional<KnownFolder> one = invitation;
+         one && one->state == State::kInvited && seen.insert(one->founding).second; one = OuterOf(*one))
+        outermost = *one;
+    return seen.contains(outermost.outer) ? invitation : outermost;
 }
 
 // What the inner folder's founder says counts where he is the member who founded the outer one, and still is

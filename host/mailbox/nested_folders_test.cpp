@@ -83,6 +83,7 @@ TEST_F(NestedFoldersTest, AFolderHasTheMembersAndTheFlagsOfTheOneThatItLiesIn)
     ASSERT_EQ(bob.folders.Invitations().size(), 2U);
     EXPECT_EQ(OuterOf(bob, "{G}"), "{F}");
     EXPECT_EQ(OuterOf(bob, "{H}"), "{G}");
+    EXPECT_EQ(bob.folders.OutermostInvitation(Of(bob, "{H}")).folderId, "{G}") << "that one is accepted";
     AcceptAll(bob);
     Tell();
     EXPECT_EQ(alice.records.Members("{H}", true), Names{"bob"});
@@ -251,8 +252,10 @@ TEST_F(NestedFoldersTest, FoldersThatClaimToLieInEachOtherAreListedOnce)
     claimsToLieIn("{A}", "{B}");
     claimsToLieIn("{B}", "{A}");
     EXPECT_EQ(bob.folders.Invitations().size(), 2U);
+    EXPECT_EQ(bob.folders.OutermostInvitation(Of(bob, "{A}")).folderId, "{A}");
     claimsToLieIn("{A}", "{A}");
     EXPECT_EQ(bob.folders.Invitations().size(), 2U);
+    EXPECT_EQ(bob.folders.OutermostInvitation(Of(bob, "{A}")).folderId, "{A}");
 }
 
 TEST_F(NestedFoldersTest, WhatLiesInAFolderIsFollowedUntilTheFolderIsLeft)
@@ -271,7 +274,7 @@ TEST_F(NestedFoldersTest, WhatLiesInAFolderIsFollowedUntilTheFolderIsLeft)
     Tell();
     AcceptAll(bob);
     EXPECT_TRUE(bob.folders.Followed().empty()) << "he said it of what he has left";
-    bob.folders.Follow("{F}");
+    bob.folders.Follow({founding, "of none"});
     EXPECT_EQ(bob.folders.Followed(), std::set<std::string>{founding});
     Tell();
     alice.folders.Remove("{F}", "bob");

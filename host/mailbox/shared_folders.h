@@ -87,10 +87,14 @@ public:
     // The folder that another one lies in, by the word of both founders, who are one member of the outer one:
     // here, or invited to. Empty where there is none, whoever says otherwise.
     std::optional<KnownFolder> OuterOf(const KnownFolder& folder);
+    // The invitation that nobody has decided on and that holds this one, through others of them; itself where
+    // there is none.
+    KnownFolder OutermostInvitation(const KnownFolder& invitation);
     // Those that were accepted with all that their founders put into them, by their foundings.
     std::set<std::string> Followed();
-    // From here on what its founder puts into a folder that is here is accepted by itself.
-    void Follow(const std::string& folderId);
+    // From here on what their founders put into folders that are here, by their foundings, is accepted by
+    // itself.
+    void Follow(const std::set<std::string>& foundings);
     // Whether this device has declined it once, or left it.
     bool HasSignedOff(const KnownFolder& folder) { return log_.HasSignedOff(folder); }
     // What the records say of a folder that is shared here.
@@ -108,6 +112,8 @@ public:
     void NotePaths(const std::vector<FolderInfo>& folders);
 
     std::vector<KnownFolder> All();
+    // Those that are here or invited to; outer ones come before inner ones.
+    std::vector<KnownFolder> HereAndInvited();
     // Those nobody has decided on; outer ones come before inner ones.
     std::vector<KnownFolder> Invitations();
     // The invitation that a user means by an id or the beginning of one. Throws a HostError when it is none

@@ -107,6 +107,9 @@ private:
 
 std::vector<Share> FolderTrees::ShareWhatLiesIn(const std::string& anew)
 {
+    const std::vector<Share> shares = records_.Shares();
+    if (std::none_of(shares.begin(), shares.end(), [](const Share& share) { return share.isTree; }))
+        return {};
     Walk walk(*this);
     walk.Go({}, anew);
     return walk.nested.empty() ? std::vector<Share>() : folders_.ShareNested(walk.nested);

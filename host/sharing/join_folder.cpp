@@ -1,6 +1,7 @@
 #include "host/sharing/join_folder.h"
 
 #include <algorithm>
+#include <set>
 
 #include "host/base/errors.h"
 #include "host/store/folders.h"
@@ -124,21 +125,28 @@ bool IsFollowed(const KnownFolder& invitation, SharedFolders& folders)
     return outer && outer->state == KnownFolder::State::kHere && outer->follows;
 }
 
-JoinedTree JoinWhatIsFollowed(const MailSession& mail, Records& records, SharedFolders& folders, Peers& peers)
+JoinedTree JoinTree(const KnownFolder& outermost, const MailSession& mail, Records& records,
+                    SharedFolders& folders, Peers& peers)
 {
     JoinedTree tree;
-    for (const KnownFolder& invitation : folders.Invitations()) {
-        if (!IsFollowed(invitation, folders))
+    std::set<std::string> followed{outermost.founding};
+    for (const KnownFolder& folder : folders.HereAndInvited()) {
+        const auto outer = folders.OuterOf(folder);
+        if (!outer || !followed.contains(outer->founding))
             continue;
-        const auto id = exchange::ParseDeviceId(invitation.inviter);
-        const auto peer = id ? peers.Find(*id) : std::nullopt;
         try {
-            tree.joined.push_back({invitation, JoinFolder(invitation, {{}, {}, true}, mail, records, folders,
-                                                          peer ? peer->member : "shared")});
+            if (folder.state == KnownFolder::State::kInvited) {
+                const auto id = exchange::ParseDeviceId(folder.inviter);
+                const auto peer = id ? peers.Find(*id) : std::nullopt;
+                const std::string member = peer ? peer->member : "shared";
+                tree.joined.push_back({folder, JoinFolder(folder, {}, mail, records, folders, member)});
+            }
+            followed.insert(folder.founding);
         } catch (const HostError& error) {
             tree.failures.emplace_back(error.what());
         }
     }
+    folders.Follow(followed);
     return tree;
 }
 

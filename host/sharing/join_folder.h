@@ -27,7 +27,7 @@ struct JoinPlace {
 Share JoinFolder(const KnownFolder& invitation, const JoinPlace& place, const MailSession& mail,
                  Records& records, SharedFolders& folders, const std::string& inviter);
 
-// What was accepted of the folders that lie in others, and what can't be, and why.
+// What was accepted of folders that lie in another, and what can't be, and why.
 struct JoinedTree {
     struct Joined {
         KnownFolder invitation;
@@ -36,12 +36,13 @@ struct JoinedTree {
     std::vector<Joined> joined;
     std::vector<std::string> failures;
 };
-// Accepts all invitations to folders that lie in one that was accepted with all that its founder puts into
-// it.
-JoinedTree JoinWhatIsFollowed(const MailSession& mail, Records& records, SharedFolders& folders,
-                              Peers& peers);
+// Accepts all invitations to folders that lie in one that is here, and has it and all that lies in it
+// followed: what its founder puts into it is accepted by itself from then on. A run takes that up when the
+// last one is accepted.
+JoinedTree JoinTree(const KnownFolder& outermost, const MailSession& mail, Records& records,
+                    SharedFolders& folders, Peers& peers);
 
-// Whether a folder lies in such a one.
+// Whether a folder lies in one that is followed.
 bool IsFollowed(const KnownFolder& invitation, SharedFolders& folders);
 
 }  // namespace quorvane::host

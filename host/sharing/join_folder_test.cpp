@@ -55,9 +55,9 @@ protected:
         founding.folder = id;
         return Invitation(name, in);
     }
-    JoinedTree JoinFollowed()
+    JoinedTree JoinAllIn(const KnownFolder& outermost)
     {
-        return JoinWhatIsFollowed(here.mail, here.records, here.transport.folders, here.transport.peers);
+        return JoinTree(outermost, here.mail, here.records, here.transport.folders, here.transport.peers);
     }
     std::string Join(const KnownFolder& invitation, const JoinPlace& place = {})
     {
@@ -138,7 +138,7 @@ TEST_F(JoinFolderTest, APathThatWouldBecomeTooLongIsNotMade)
     EXPECT_EQ(Join(inner, {"Short", {}}), "Short");
 }
 
-TEST_F(JoinFolderTest, WhatLiesInAFollowedFolderIsAcceptedAndNothingElse)
+TEST_F(JoinFolderTest, WhatLiesInAFolderIsAcceptedWithItAndNothingElse)
 {
     const KnownFolder outermost = Invitation("Hers");
     Inner("{A}", "Hers/A", "{HERS}");
@@ -146,9 +146,7 @@ TEST_F(JoinFolderTest, WhatLiesInAFollowedFolderIsAcceptedAndNothingElse)
     founding.folder = "{APART}";
     Invitation("Apart");
     Join(outermost);
-    EXPECT_TRUE(JoinFollowed().joined.empty());
-    here.transport.folders.Follow("{HERS}");
-    const JoinedTree tree = JoinFollowed();
+    const JoinedTree tree = JoinAllIn(outermost);
     ASSERT_EQ(tree.joined.size(), 2U);
     EXPECT_EQ(tree.joined[0].share.name, "Hers/A");
     EXPECT_EQ(tree.joined[1].share.name, "Hers/A/B");
@@ -156,14 +154,27 @@ TEST_F(JoinFolderTest, WhatLiesInAFollowedFolderIsAcceptedAndNothingElse)
     ASSERT_EQ(here.transport.folders.Invitations().size(), 1U);
     EXPECT_EQ(here.transport.folders.Invitations()[0].name, "Apart");
     EXPECT_EQ(here.transport.folders.Followed().size(), 3U);
+    EXPECT_TRUE(IsFollowed(Inner("{C}", "Hers/A/C", "{A}"), here.transport.folders));
+    EXPECT_FALSE(IsFollowed(Inner("{D}", "Apart/D", "{APART}"), here.transport.folders));
+}
+
+TEST_F(JoinFolderTest, WhatWasAcceptedForItselfIsFollowedWithWhatItLiesIn)
+{
+    const KnownFolder outermost = Invitation("Hers");
+    Join(outermost);
+    Join(Inner("{A}", "Hers/A", "{HERS}"));
+    Inner("{B}", "Hers/A/B", "{A}");
+    EXPECT_EQ(JoinAllIn(outermost).joined.size(), 1U);
+    EXPECT_EQ(here.transport.folders.Followed().size(), 3U);
 }
 
 TEST_F(JoinFolderTest, OneThatCantBeAcceptedHoldsUpNoOther)
 {
-    Join(Invitation("Hers"), {std::string(600, 'm'), {}, true});
+    const KnownFolder outermost = Invitation("Hers");
+    Join(outermost, {std::string(600, 'm'), {}});
     Inner("{A}", std::string(600, 'n'), "{HERS}");
     Inner("{B}", "B", "{HERS}");
-    const JoinedTree tree = JoinFollowed();
+    const JoinedTree tree = JoinAllIn(outermost);
     EXPECT_EQ(tree.joined.size(), 1U);
     EXPECT_EQ(tree.failures.size(), 1U);
 }

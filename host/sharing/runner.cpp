@@ -336,12 +336,7 @@ bool Runner::Answer(const KnownFolder& invitation, bool mayFollow)
 // Of those that lie in one that nobody has decided on either, that one alone is named.
 void Runner::NameInvitation(const KnownFolder& invitation, const std::string& member)
 {
-    std::set<std::string> seen{invitation.founding};
-    KnownFolder outermost = invitation;
-    for (auto outer = transport_.folders.OuterOf(invitation);
-         outer && outer->state == KnownFolder::State::kInvited && seen.insert(outer->founding).second;
-         outer = transport_.folders.OuterOf(*outer))
-        outermost = *outer;
+    const KnownFolder outermost = transport_.folders.OutermostInvitation(invitation);
     if (outermost.founding == invitation.founding)
         Say(member + " shares '" + invitation.name + "': 'quorvane accept MAILBOX " + invitation.Id() +
             "' takes part, 'decline' doesn't");
