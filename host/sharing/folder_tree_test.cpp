@@ -140,6 +140,17 @@ TEST_F(FolderTreeTest, ATreeInATreeHasTheMembersOfBoth)
     EXPECT_EQ(here.records.Members(At("Shared/C").folderId), (Paths{"alice", "carol"}));
 }
 
+TEST_F(FolderTreeTest, AFolderThatSearchesIsLeftOut)
+{
+    OleString name = FromUtf8("Unread");
+    ComPtr<IMAPIFolder> made;
+    Check(here.folder->CreateFolder(FOLDER_SEARCH, reinterpret_cast<LPTSTR>(name.data()), nullptr, nullptr,
+                                    MAPI_UNICODE, made.Put()),
+          "make", "a folder that searches");
+    Make({"Shared/A"});
+    EXPECT_EQ(Follow(), Paths{"Shared/A"});
+}
+
 TEST_F(FolderTreeTest, AFolderWhosePathCantBeToldIsLeftOut)
 {
     const std::string name(400, 'n');

@@ -176,8 +176,9 @@ std::vector<FolderInfo> ListFolders(const MailSession& session)
     const ComPtr<IMAPIFolder> top = TopFolder(session);
     ComPtr<IMAPITable> table;
     Check(top->GetHierarchyTable(CONVENIENT_DEPTH, table.Put()), "list the folders of", "the message store");
-    SizedSPropTagArray(5, columns) = {
-        5, {PR_ENTRYID, PR_PARENT_ENTRYID, PR_DISPLAY_NAME_W, PR_CONTENT_COUNT, PR_CONTENT_UNREAD}};
+    SizedSPropTagArray(6, columns) = {6,
+                                      {PR_ENTRYID, PR_PARENT_ENTRYID, PR_DISPLAY_NAME_W, PR_CONTENT_COUNT,
+                                       PR_CONTENT_UNREAD, PR_FOLDER_TYPE}};
     Rows rows;
     Check(HrQueryAllRows(table.Get(), reinterpret_cast<LPSPropTagArray>(&columns), nullptr, nullptr, 0,
                          rows.Put()),
@@ -187,7 +188,7 @@ std::vector<FolderInfo> ListFolders(const MailSession& session)
         below[HexOf(rows[i], PR_PARENT_ENTRYID)].push_back(
             {TextOf(rows[i], PR_DISPLAY_NAME_W), HexOf(rows[i], PR_ENTRYID),
              HexOf(rows[i], PR_PARENT_ENTRYID), LongOf(rows[i], PR_CONTENT_COUNT),
-             LongOf(rows[i], PR_CONTENT_UNREAD)});
+             LongOf(rows[i], PR_CONTENT_UNREAD), LongOf(rows[i], PR_FOLDER_TYPE) == FOLDER_SEARCH});
     std::vector<FolderInfo> folders;
     AppendTree(below, HexOf(*top, PR_ENTRYID), {}, folders);
     return folders;

@@ -22,6 +22,7 @@ struct FolderInfo {
     std::string parentId;  // the entry identifier of the folder that it lies in
     LONG items = 0;
     LONG unread = 0;
+    bool searches = false;  // it shows what others hold
 };
 
 struct ItemInfo {
