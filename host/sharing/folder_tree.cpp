@@ -71,10 +71,10 @@ private:
         shared.push_back(share);
     }
 
-    // A folder that searches holds nothing of its own, and a path that can't be told to others isn't shared.
+    // A path that can't be told to others isn't shared.
     bool Adds(const FolderInfo& folder, const Inside& outer)
     {
-        if (folder.searches || (former_.contains(folder.entryId) && !outer.isAnew) ||
+        if ((former_.contains(folder.entryId) && !outer.isAnew) ||
             folder.path.size() > exchange::kLongestFolderPath)
             return false;
         const Share share{IdToShare(trees_.folders_, folder.entryId), folder.entryId, trees_.mail_.StoreId(),

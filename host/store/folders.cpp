@@ -40,12 +40,19 @@ std::vector<std::string> SplitPath(const std::string& path)
     return parts;
 }
 
+// One that another program of the user's has made to show messages of other folders: it holds nothing that
+// could be shared, listed as its own or imported into.
+bool Searches(const SRow& row)
+{
+    return LongOf(row, PR_FOLDER_TYPE) == LONG{FOLDER_SEARCH};
+}
+
 // The sub-folder of that name; empty when there is none.
 ComPtr<IMAPIFolder> OpenChild(IMAPIFolder& parent, const std::string& name)
 {
     ComPtr<IMAPITable> table;
     Check(parent.GetHierarchyTable(0, table.Put()), "list the folders beside", name);
-    SizedSPropTagArray(2, columns) = {2, {PR_ENTRYID, PR_DISPLAY_NAME_W}};
+    SizedSPropTagArray(3, columns) = {3, {PR_ENTRYID, PR_DISPLAY_NAME_W, PR_FOLDER_TYPE}};
     Rows rows;
     Check(HrQueryAllRows(table.Get(), reinterpret_cast<LPSPropTagArray>(&columns), nullptr, nullptr, 0,
                          rows.Put()),
@@ -53,7 +60,7 @@ ComPtr<IMAPIFolder> OpenChild(IMAPIFolder& parent, const std::string& name)
     ComPtr<IMAPIFolder> child;
     for (ULONG i = 0; i < rows.Count() && !child; ++i) {
         const SPropValue* const id = FindValue(rows[i], PR_ENTRYID);
-        if (!id || TextOf(rows[i], PR_DISPLAY_NAME_W) != name)
+        if (!id || TextOf(rows[i], PR_DISPLAY_NAME_W) != name || Searches(rows[i]))
             continue;
         ULONG type = 0;
         Check(parent.OpenEntry(id->Value.bin.cb, reinterpret_cast<LPENTRYID>(id->Value.bin.lpb),
@@ -184,11 +191,14 @@ std::vector<FolderInfo> ListFolders(const MailSession& session)
                          rows.Put()),
           "list the folders of", "the message store");
     FoldersBelow below;
-    for (ULONG i = 0; i < rows.Count(); ++i)
+    for (ULONG i = 0; i < rows.Count(); ++i) {
+        if (Searches(rows[i]))
+            continue;
         below[HexOf(rows[i], PR_PARENT_ENTRYID)].push_back(
             {TextOf(rows[i], PR_DISPLAY_NAME_W), HexOf(rows[i], PR_ENTRYID),
              HexOf(rows[i], PR_PARENT_ENTRYID), LongOf(rows[i], PR_CONTENT_COUNT),
-             LongOf(rows[i], PR_CONTENT_UNREAD), LongOf(rows[i], PR_FOLDER_TYPE) == FOLDER_SEARCH});
+             LongOf(rows[i], PR_CONTENT_UNREAD)});
+    }
     std::vector<FolderInfo> folders;
     AppendTree(below, HexOf(*top, PR_ENTRYID), {}, folders);
     return folders;

@@ -22,7 +22,6 @@ struct FolderInfo {
     std::string parentId;  // the entry identifier of the folder that it lies in
     LONG items = 0;
     LONG unread = 0;
-    bool searches = false;  // it shows what others hold
 };
 
 struct ItemInfo {
@@ -40,7 +39,7 @@ struct ItemInfo {
     bool hasAddress = false;
 };
 
-// All folders below the top, parents before children. Throws a HostError.
+// All folders below the top, parents before children, but for those that search. Throws a HostError.
 std::vector<FolderInfo> ListFolders(const MailSession& session);
 
 // The folder at a path. Throws a HostError when there is none.

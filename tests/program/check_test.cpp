@@ -42,6 +42,22 @@ TEST_F(CheckTest, AMailboxThatIsWholeIsSound)
     EXPECT_EQ(checked["checked"], 40U);
 }
 
+// Another program of the user's may make such.
+TEST_F(CheckTest, AFolderThatSearchesIsNoFolderOfTheProgram)
+{
+    MakeMailboxes({"a", "b"});
+    MustRun({"folder", "make", Mailbox("a"), "Found"});
+    Execute(Path("a") / "store.sqlite", "UPDATE folder SET search=x'' WHERE name='Found'");
+
+    for (const Json& folder : MustRun({"list", Mailbox("a"), "--json"}).Value())
+        EXPECT_NE(folder.at("folder"), "Found");
+    const Outcome shared = Run({"share", Mailbox("a"), "Found", "--with", "b"});
+    EXPECT_EQ(shared.exitCode, 1);
+    EXPECT_NE(shared.errors.find("no such folder"), std::string::npos) << shared.errors;
+    EXPECT_EQ(Run({"import", Mailbox("a"), "Found", Sample("01-plain").string()}).exitCode, 1);
+    EXPECT_EQ(MustRun({"check", Mailbox("a"), "--json"}).Value()["sound"], true);
+}
+
 TEST_F(CheckTest, ADamagedItemIsNamedAndTheOthersWork)
 {
     MakeMailboxes({"a"});
