@@ -15,8 +15,6 @@ void Chain::Reset(SectorId first) noexcept
 
 void Chain::Append(SectorId length, const std::vector<SectorId>& sectors)
 {
-    if (sectors.empty())
-        return;
     if (length == 0) {
         Reset(sectors.front());
         return;
@@ -85,25 +83,10 @@ void Chain::Thin() noexcept
     stride_ *= 2;
 }
 
-// The run that is remembered closest before `index`. Of many runs most are of much the same length, so that
-// the search begins where it would be then.
+// The run that is remembered closest before `index`.
 Chain::Run Chain::Nearest(SectorId index) const noexcept
 {
-    const std::size_t count = others_.size();
-    const auto isBehind = [&](std::size_t place) { return others_[place].index > index; };
-    std::size_t begin =
-        std::min<std::uint64_t>(count, std::uint64_t{index} * count / (LastKnown().End() + 1));
-    std::size_t end = begin;
-    for (std::size_t step = 1; begin > 0 && isBehind(begin - 1); step *= 2) {
-        end = begin - 1;
-        begin -= std::min(begin, step);
-    }
-    for (std::size_t step = 1; end < count && !isBehind(end); step *= 2) {
-        begin = end + 1;
-        end += std::min(count - end, step);
-    }
-    const auto behind = std::upper_bound(others_.begin() + static_cast<std::ptrdiff_t>(begin),
-                                         others_.begin() + static_cast<std::ptrdiff_t>(end), index,
+    const auto behind = std::upper_bound(others_.begin(), others_.end(), index,
                                          [](SectorId at, const Run& run) { return at < run.index; });
     const Run& nearest = behind == others_.begin() ? head_ : *std::prev(behind);
     return last_.index <= index && last_.index > nearest.index ? last_ : nearest;

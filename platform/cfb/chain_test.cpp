@@ -214,34 +214,6 @@ TEST(ChainTest, ALongRunIsWalkedAlongOnce)
     EXPECT_EQ(steps, links.steps);
 }
 
-// Short runs and then long ones, and the reverse: none is where it would be if all were alike.
-TEST(ChainTest, EachOfUnevenRunsIsFoundWithoutAWalk)
-{
-    for (const bool shortFirst : {true, false}) {
-        Links links(50'000);
-        std::vector<SectorId> sectors;
-        SectorId next = 1;
-        for (unsigned run = 0; run < 600; ++run, next += 3) {
-            const SectorId length = (run < 500) == shortFirst ? 1 : 80;
-            for (SectorId i = 0; i < length; ++i)
-                sectors.push_back(next++);
-        }
-        ASSERT_EQ(S_OK, links.SetChain(sectors));
-        Chain chain(links, sectors.front(), Chain::Marks::kMany);
-        SectorId length = 0;
-        ASSERT_EQ(S_OK, chain.Length(&length));
-        ASSERT_EQ(sectors.size(), length);
-        const unsigned steps = links.steps;
-        for (SectorId i = 0; i < length; ++i) {
-            const auto index = static_cast<SectorId>(i * std::uint64_t{7919} % length);
-            SectorId sector = 0;
-            ASSERT_EQ(S_OK, chain.At(index, &sector));
-            ASSERT_EQ(sectors[index], sector);
-        }
-        EXPECT_EQ(steps, links.steps);
-    }
-}
-
 TEST(ChainTest, ARunMayBeLongerThanASectorOfTheTable)
 {
     Links links(1000);

@@ -397,10 +397,9 @@ HRESULT CompoundFile::FreeInFile(DraftChild& child)
     if (child.IsPlaced())
         return FreeElement(child.id);
     const auto& draft = static_cast<const Draft&>(child);
-    std::vector<SectorId> minis;
-    HRESULT hr = draft.inSectors ? FreeContent(kNoEntry, draft.entry, &minis) : S_OK;
-    for (const SectorId first : minis)
-        hr = FreeChain(first, true);
+    if (draft.inSectors)
+        QV_TRY(FreeContent(kNoEntry, draft.entry));
+    HRESULT hr = S_OK;
     draft.children.Each([&](DraftChild& below) { hr = FAILED(hr) ? hr : FreeInFile(below); });
     return hr;
 }

@@ -157,7 +157,7 @@ HRESULT CompoundFile::Lookup(OpenElement& storage, const ElementName& name, bool
     if (told_.version == volume_->directory.Version() && told_.storage == storage.id) {
         *id = told_.id;
         QV_TRY(volume_->directory.Peek(*id, entry));
-        if ((*entry)->IsNamed(name))
+        if ((*entry)->Compare(name) == 0)
             return S_OK;
     }
     if (storage.searchable) {
@@ -263,13 +263,12 @@ HRESULT CompoundFile::OpenChild(OpenElement& storage, const ElementName& name, E
         return STG_E_FILENOTFOUND;
     if (open_.IsOpen(id))
         return STG_E_ACCESSDENIED;
-    OpenElementPtr made = MakeOpen(id, *entry, &storage);
-    const HRESULT hr = type == EntryType::kStream ? made->body.Load(id, *entry) : S_OK;
-    if (FAILED(hr))
-        open_.Revert(*made);
-    else
-        *child = std::move(made);
-    return hr;
+    StreamBody body(*volume_);
+    if (type == EntryType::kStream)
+        QV_TRY(body.Load(id, *entry));
+    *child = MakeOpen(id, *entry, &storage);
+    (*child)->body = std::move(body);
+    return S_OK;
 }
 
 HRESULT CompoundFile::CreateChild(OpenElement& storage, const ElementName& name, EntryType type, bool replace,
@@ -458,48 +457,41 @@ HRESULT CompoundFile::FreeElement(EntryId id)
     };
     std::vector<Below> waiting{{id, kNoEntry}};
     std::vector<EntryId> storages;
-    std::vector<SectorId> minis;
     while (!waiting.empty()) {
         const auto [at, storage] = waiting.back();
         waiting.pop_back();
         if (at != id && IsAnothers(at, storage))
             continue;
-        const DirEntry* entry = nullptr;
-        const HRESULT hr = volume_->directory.Peek(at, &entry);
+        DirEntry entry;
+        const HRESULT hr = volume_->directory.Read(at, &entry);
         if (hr == STG_E_DOCFILECORRUPT)
             continue;
         QV_TRY(hr);
-        if (!entry->IsElement())
+        if (!entry.IsElement())
             continue;  // freed already, by another link of a damaged tree
         if (at != id) {
-            for (const EntryId link : {entry->Left(), entry->Right()}) {
+            for (const EntryId link : {entry.Left(), entry.Right()}) {
                 if (link != kNoEntry)
                     waiting.push_back({link, storage});
             }
         }
-        const bool isStorage = entry->IsStorage();
-        if (isStorage && entry->Child() != kNoEntry)
-            waiting.push_back({entry->Child(), at});
+        if (entry.IsStorage() && entry.Child() != kNoEntry)
+            waiting.push_back({entry.Child(), at});
         open_.RevertEntry(at);
-        QV_TRY(FreeContent(at, *entry, &minis));
         QV_TRY(volume_->directory.Free(at));
-        if (isStorage)
+        QV_TRY(FreeContent(at, entry));
+        if (entry.IsStorage())
             storages.push_back(at);  // whose elements are still to come
         else
             volume_->Freed(at);
     }
     for (const EntryId storage : storages)
         volume_->Freed(storage);
-    // Those of one storage mostly lie behind each other.
-    std::sort(minis.begin(), minis.end());
-    for (const SectorId first : minis)
-        QV_TRY(FreeChain(first, true));
     return S_OK;
 }
 
-// What another element is known to hold stays. *minis gets the chain of a short stream, which is the caller's
-// to free.
-HRESULT CompoundFile::FreeContent(EntryId id, const DirEntry& entry, std::vector<SectorId>* minis)
+// What another element is known to hold stays.
+HRESULT CompoundFile::FreeContent(EntryId id, const DirEntry& entry)
 {
     const std::uint64_t size = entry.Size(volume_->header.version);
     if (entry.Type() != EntryType::kStream || size == 0)
@@ -508,17 +500,8 @@ HRESULT CompoundFile::FreeContent(EntryId id, const DirEntry& entry, std::vector
     LinkTable& table = mini ? static_cast<LinkTable&>(volume_->mini) : volume_->fat;
     if (table.Claims().IsClaimed(entry.Start()) && !volume_->owners.HoldsChain(id))
         return S_OK;
-    if (!mini)
-        return FreeChain(entry.Start(), false);
-    minis->push_back(entry.Start());
-    return S_OK;
-}
-
-// The rest of a damaged chain stays in use.
-HRESULT CompoundFile::FreeChain(SectorId first, bool ofMinis)
-{
-    const HRESULT hr = volume_->FreeChain(first, ofMinis);
-    return hr == STG_E_DOCFILECORRUPT ? S_OK : hr;
+    const HRESULT hr = volume_->FreeChain(entry.Start(), mini);
+    return hr == STG_E_DOCFILECORRUPT ? S_OK : hr;  // the rest of a damaged chain stays in use
 }
 
 HRESULT CompoundFile::Next(OpenElement& storage, const ElementName* after, Cursor* cursor,

@@ -172,8 +172,7 @@ private:
     void NoteMoves(const std::vector<TreeEdit::Move>& moves);
     bool IsAnothers(EntryId id, EntryId storage) const noexcept;
     [[nodiscard]] HRESULT FreeElement(EntryId id);
-    [[nodiscard]] HRESULT FreeContent(EntryId id, const DirEntry& entry, std::vector<SectorId>* minis);
-    [[nodiscard]] HRESULT FreeChain(SectorId first, bool ofMinis);
+    [[nodiscard]] HRESULT FreeContent(EntryId id, const DirEntry& entry);
     // Of drafts: see compound_drafts.cpp.
     static FILETIME Now() noexcept;
     OpenElement* FindNew(const OpenElement& storage, const ElementName& name) const noexcept;

@@ -59,11 +59,6 @@ public:
     {
         return name.CompareRaw(bytes_.data(), NameLength());
     }
-    // Whether this entry has that name, to the letter.
-    bool IsNamed(const ElementName& name) const noexcept
-    {
-        return NameLength() == name.Length() && name.HasUnits(bytes_.data());
-    }
 
     Color NodeColor() const noexcept { return bytes_[kAtColor] == 0 ? Color::kRed : Color::kBlack; }
     void SetColor(Color color) noexcept { bytes_[kAtColor] = static_cast<BYTE>(color); }

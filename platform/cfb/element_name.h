@@ -35,13 +35,6 @@ public:
     int Compare(const ElementName& other) const noexcept;
     // The same with the name in a directory entry.
     int CompareRaw(const BYTE* units, std::size_t count) const noexcept;
-    // Whether its units are these, of which there are as many.
-    bool HasUnits(const BYTE* units) const noexcept
-    {
-        OLECHAR text[kMaxName];
-        LoadUnits(text, units, length_);
-        return std::equal(text_, text_ + length_, text);
-    }
     // And with one whose units have one byte each.
     int CompareNarrow(const BYTE* units, std::size_t count) const noexcept;
 

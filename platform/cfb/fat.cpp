@@ -11,7 +11,7 @@ HRESULT Fat::Load()
 {
     fat_.clear();
     difat_.clear();
-    ForgetChains();
+    Claims().Clear();
     const SectorId limit = sectors_.Count();
     const std::size_t needed = (std::size_t{limit} + Entries() - 1) / Entries();
     const std::size_t said = std::min<std::size_t>(header_.fatSectors, limit);

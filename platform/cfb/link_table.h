@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <array>
-#include <utility>
 #include <vector>
 
 #include "platform/cfb/format.h"
@@ -109,47 +108,27 @@ public:
         }
         return S_OK;
     }
-    // Frees up to `most` sectors of the chain that begins at *at; *at becomes the rest of the chain. A chain
-    // that leads to sectors that aren't in use, or to `end`, ends there. The last ones wait for MarkFreed, as
-    // those of the next chain may lie behind them.
+    // Marks up to `most` sectors of the chain that begins at *at as free and gives them to `slots`; *at
+    // becomes the rest of the chain. A chain that leads to sectors that aren't in use, or to `end`, ends
+    // there.
     [[nodiscard]] HRESULT FreeChain(SectorId* at, std::uint32_t most, SectorId end, FreeSlots& slots)
     {
         while (most > 0 && *at < end) {
             const SectorId first = *at;
             SectorId count = 0;
-            if (first != freed_.end)
-                QV_TRY(MarkFreed(slots));
             QV_TRY(FollowRunFreed(at, std::min(most, end - first), &count));
-            if (freed_.begin == freed_.end)
-                freed_ = {first, first};
-            freed_.end += count;
+            QV_TRY(SetNexts(first, kFree.data(), count));
+            slots.Give(first, first + count);
             most -= count;
         }
         if (*at >= end)
             *at = kEndOfChain;
         return S_OK;
     }
-    // Marks what was freed as free and gives it to `slots`.
-    [[nodiscard]] HRESULT MarkFreed(FreeSlots& slots)
-    {
-        const auto [begin, end] = std::exchange(freed_, {});
-        for (SectorId at = begin; at < end; at += kBlock)
-            QV_TRY(SetNexts(at, kFree.data(), std::min(end - at, kBlock)));
-        if (begin < end)
-            slots.Give(begin, end);
-        return S_OK;
-    }
     // How many sectors there are: no chain is longer.
     virtual SectorId Slots() const noexcept = 0;
 
 protected:
-    // Forgets all chains.
-    void ForgetChains() noexcept
-    {
-        claims_.Clear();
-        freed_ = {};
-    }
-
     // A sector of the table holds this many links, or a multiple.
     static constexpr SectorId kBlock = 128;
     static constexpr std::array<SectorId, kBlock> kFree = [] {
@@ -198,10 +177,6 @@ private:
     }
 
     SectorClaims claims_;
-    struct {
-        SectorId begin = 0;
-        SectorId end = 0;
-    } freed_;  // and not marked yet
 };
 
 }  // namespace quorvane::cfb

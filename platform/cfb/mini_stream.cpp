@@ -18,7 +18,7 @@ void MiniStream::Reset(const DirEntry& root) noexcept
     data_.Reset(count_ > 0 ? root.Start() : kEndOfChain);
     links_.Reset(count_ > 0 || header_.miniFatSectors > 0 ? header_.firstMiniFat : kEndOfChain);
     slots_.Reset(count_);
-    ForgetChains();
+    Claims().Clear();
     grown_ = false;
 }
 

@@ -44,12 +44,11 @@ public:
     {
         return wanted / PerSector() + wanted / LinksPerSector() + 4;
     }
-    // See LinkTable.
+    // Frees a chain, as SectorAllocator::FreeChain does.
     [[nodiscard]] HRESULT FreeChain(SectorId* at, std::uint32_t most)
     {
         return LinkTable::FreeChain(at, most, count_, slots_);
     }
-    [[nodiscard]] HRESULT MarkFreed() { return LinkTable::MarkFreed(slots_); }
 
     void Committed() { slots_.Committed(); }
     // How many sectors' worth is known as free.

@@ -25,12 +25,12 @@ public:
     // Sees to it that the next `count` sectors are taken without one more growth of the FAT, as far as the
     // format's limit goes. Fat::LinkGrowth is to follow before anything leads to what is written into them.
     [[nodiscard]] HRESULT Reserve(SectorId count);
-    // See LinkTable.
+    // Frees up to `most` sectors of the chain that begins at *at, which becomes the rest of the chain. A
+    // chain that leads to sectors that aren't in use, or out of the file, ends there.
     [[nodiscard]] HRESULT FreeChain(SectorId* at, std::uint32_t most)
     {
         return fat_.FreeChain(at, most, sectors_.Count(), slots_);
     }
-    [[nodiscard]] HRESULT MarkFreed() { return fat_.MarkFreed(slots_); }
 
     // The operation is in the store.
     void Committed() { slots_.Committed(); }

@@ -153,8 +153,6 @@ void Volume::Freed(EntryId entry) noexcept
 HRESULT Volume::Commit()
 {
     changed_ = true;
-    QV_TRY(mini.MarkFreed());
-    QV_TRY(allocator.MarkFreed());
     QV_TRY(sectors.Commit());
     allocator.Committed();
     directory.Committed();

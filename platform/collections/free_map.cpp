@@ -108,14 +108,8 @@ void FreeMap::TakeMany(std::uint32_t count, std::vector<std::uint32_t>* taken)
 
 void FreeMap::RemoveFrom(std::uint32_t end) noexcept
 {
-    for (std::uint32_t at = FirstFrom(end); at != kNone; at = FirstFrom(at)) {
-        std::uint64_t& bits = WordOf(at / 64);
-        const std::uint64_t gone = bits & ~std::uint64_t{0} << at % 64;
-        count_ -= static_cast<std::uint32_t>(std::popcount(gone));
-        bits &= ~gone;
-        if (bits == 0)
-            Withdraw(at / 64);
-    }
+    for (std::uint32_t at = FirstFrom(end); at != kNone; at = FirstFrom(at))
+        Remove(at);
 }
 
 std::uint32_t FreeMap::FirstFrom(std::uint32_t from) const noexcept
