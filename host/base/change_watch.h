@@ -32,6 +32,8 @@ public:
     void AlsoWaitFor(std::intptr_t other) noexcept { other_ = other; }
     // What happened so far isn't told any more.
     void Forget();
+    // No directory is watched any more, which costs those who write there.
+    void End();
     // Waits until something happens, there or in the directories, a signal comes, or the time is over.
     Woken Wait(const StopSignals& signals, std::chrono::milliseconds time);
 

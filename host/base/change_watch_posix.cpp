@@ -11,14 +11,26 @@ namespace {
 constexpr std::uint32_t kChanges = IN_CREATE | IN_MODIFY | IN_CLOSE_WRITE | IN_MOVED_TO | IN_MOVED_FROM |
                                    IN_DELETE | IN_DELETE_SELF | IN_MOVE_SELF | IN_ATTRIB | IN_ONLYDIR;
 
+int MakeQueue() noexcept
+{
+    return inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+}
+
 }  // namespace
 
-ChangeWatch::ChangeWatch() : queue_(inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {}
+ChangeWatch::ChangeWatch() : queue_(MakeQueue()) {}
 
 ChangeWatch::~ChangeWatch()
 {
     if (queue_ >= 0)
         close(static_cast<int>(queue_));
+}
+
+void ChangeWatch::End()
+{
+    if (queue_ >= 0)
+        close(static_cast<int>(queue_));
+    queue_ = MakeQueue();
 }
 
 void ChangeWatch::Watch(const std::filesystem::path& directory)

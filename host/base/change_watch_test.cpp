@@ -62,6 +62,18 @@ TEST_F(ChangeWatchTest, WhatWasToldIsntToldAgain)
     EXPECT_EQ(watch.Wait(signals, kMoment), Woken::kTime);
 }
 
+TEST_F(ChangeWatchTest, WhatIsWatchedNoMoreTellsNothingUntilItIsWatchedAgain)
+{
+    watch.Watch(directory.Path());
+    watch.End();
+    Write(Path("file"));
+    EXPECT_EQ(watch.Wait(signals, kMoment), Woken::kTime);
+    watch.Watch(directory.Path());
+    EXPECT_EQ(watch.Wait(signals, kMoment), Woken::kTime);
+    Write(Path("file"));
+    EXPECT_EQ(watch.Wait(signals, kDeadline), Woken::kChange);
+}
+
 TEST_F(ChangeWatchTest, WhereNothingHappensTheTimePasses)
 {
     EXPECT_EQ(watch.Wait(signals, kMoment), Woken::kTime);

@@ -29,8 +29,14 @@ ChangeWatch::ChangeWatch() = default;
 
 ChangeWatch::~ChangeWatch()
 {
+    End();
+}
+
+void ChangeWatch::End()
+{
     for (const auto& [path, handle] : watched_)
         FindCloseChangeNotification(AsHandle(handle));
+    watched_.clear();
 }
 
 void ChangeWatch::Watch(const std::filesystem::path& directory)

@@ -535,14 +535,21 @@ void Runner::TellDone()
     told_ = text;
 }
 
-// Before it is looked at: what happens after that is told.
+// Before it is looked at: what happens after that is told. While it is at work nobody waits to be told, and
+// each of its own writes would be noted.
 void Runner::WatchPlaces()
 {
+    const bool isAtWork = IsAtWork();
+    if (isAtWork && isWatching_)
+        watch_.End();
     watch_.Forget();
-    watch_.Watch(mailbox_.Directory());
-    watch_.Watch(mailbox_.PackagesPath());
+    isWatching_ = !isAtWork;
     if (part_)
         part_->WatchPlaces(watch_);
+    if (isAtWork)
+        return;
+    watch_.Watch(mailbox_.Directory());
+    watch_.Watch(mailbox_.PackagesPath());
     watch_.Watch(transport_.directory);
     std::vector<exchange::DeviceId> devices{transport_.keys.Id()};
     for (const Peer& peer : transport_.peers.All())
@@ -578,7 +585,7 @@ std::chrono::milliseconds Runner::UntilNextLook() const
 
 void Runner::Rest()
 {
-    if (signals_.Wait(kStepTime) || IsAtWork())
+    if (signals_.Wait(kStepTime) || !isWatching_ || IsAtWork())
         return;
     TellDone();
     if (watch_.Wait(signals_, UntilNextLook()) == ChangeWatch::Woken::kChange)

@@ -112,6 +112,7 @@ private:
     const StopSignals& signals_;
     Statistics& statistics_;
     ChangeWatch watch_;
+    bool isWatching_ = false;  // the mailbox and the exchange
     MailSession mail_;
     Records records_;
     ItemState state_;
