@@ -4,6 +4,8 @@
 #include <cstdio>
 #include <cstring>
 #include <memory>
+#include <optional>
+#include <string_view>
 
 #include "host/base/errors.h"
 #include "host/exchange/keys.h"
@@ -73,22 +75,27 @@ class ValueDigest {
 public:
     void Add(const void* data, std::size_t size)
     {
-        digest_.Add({static_cast<const char*>(data), size});
-        if (head_.size() < kLongestValue)
-            head_.append(static_cast<const char*>(data), std::min(size, kLongestValue - head_.size()));
+        const std::string_view bytes(static_cast<const char*>(data), size);
         size_ += size;
+        if (!digest_ && size_ < kLongestValue) {
+            head_ += bytes;
+            return;
+        }
+        if (!digest_)
+            digest_.emplace().Add(head_);
+        digest_->Add(bytes);
     }
     std::string Text()
     {
-        if (size_ < kLongestValue)
-            return head_;
-        const std::array<unsigned char, 64> digest = digest_.Finish();
+        if (!digest_)
+            return std::move(head_);
+        const std::array<unsigned char, 64> digest = digest_->Finish();
         return std::to_string(size_) + " bytes, blake2b " +
                Hex(Bytes(digest.begin(), digest.begin() + kDigestShown));
     }
 
 private:
-    exchange::Digest digest_;
+    std::optional<exchange::Digest> digest_;  // from so many bytes on
     std::string head_;
     unsigned long long size_ = 0;
 };
