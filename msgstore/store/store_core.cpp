@@ -35,6 +35,8 @@ HRESULT ReadPragma(SqliteConnection& connection, std::string_view sql, std::int6
 struct OpenStores {
     Mutex lock;
     std::map<std::string, std::weak_ptr<StoreCore>> byPath QV_GUARDED_BY(lock);
+    // By each path that was given for one.
+    std::map<std::string, std::weak_ptr<StoreCore>> byGivenPath QV_GUARDED_BY(lock);
 };
 
 OpenStores& AllOpenStores()
@@ -65,10 +67,15 @@ HRESULT FindTruePath(const std::string& path, bool create, std::string& truePath
 HRESULT StoreCore::Open(const std::string& path, bool create, std::shared_ptr<StoreCore>& core) noexcept
 {
     return Guarded([&] {
-        std::string truePath;
-        QV_RETURN_IF_FAILED(FindTruePath(path, create, truePath));
         OpenStores& stores = AllOpenStores();
         const MutexLock lock(stores.lock);
+        std::weak_ptr<StoreCore>& given = stores.byGivenPath[path];
+        if (auto opened = given.lock(); opened && opened->LiesAt(path)) {
+            core = std::move(opened);
+            return S_OK;
+        }
+        std::string truePath;
+        QV_RETURN_IF_FAILED(FindTruePath(path, create, truePath));
         std::weak_ptr<StoreCore>& known = stores.byPath[truePath];
         std::shared_ptr<StoreCore> opened = known.lock();
         if (!opened) {
@@ -76,12 +83,19 @@ HRESULT StoreCore::Open(const std::string& path, bool create, std::shared_ptr<St
             QV_RETURN_IF_FAILED(opened->Start(create));
             known = opened;
         }
+        given = opened;
         core = std::move(opened);
         return S_OK;
     });
 }
 
 StoreCore::~StoreCore() = default;
+
+bool StoreCore::LiesAt(const std::string& path) const noexcept
+{
+    FileStamp stamp;
+    return SUCCEEDED(GetPathStamp(path, stamp)) && file_.volume != 0 && stamp.IsSameFile(file_);
+}
 
 HRESULT StoreCore::Start(bool create)
 {
@@ -96,6 +110,8 @@ HRESULT StoreCore::Start(bool create)
         return FAILED(rows.Result()) ? rows.Result() : MAPI_E_CORRUPT_STORE;
     std::copy_n(rows.Bytes(0).begin(), guid_.size(), guid_.begin());
     names_ = std::make_shared<StoreNames>(*this);
+    if (FAILED(GetPathStamp(path_, file_)))
+        file_ = {};  // it is looked for again each time that it is opened
     return S_OK;
 }
 

@@ -17,6 +17,7 @@
 #include "msgstore/store/sqlite_connection.h"
 #include "msgstore/store/test_switches.h"
 #include "platform/com/mutex.h"
+#include "platform/file/file_stamp.h"
 
 namespace quorvane {
 
@@ -112,6 +113,8 @@ public:
 private:
     explicit StoreCore(std::string path) : path_(std::move(path)) {}
     [[nodiscard]] HRESULT Start(bool create);
+    // Whether the path leads to the file that is open.
+    bool LiesAt(const std::string& path) const noexcept;
     [[nodiscard]] HRESULT TakeReader(std::unique_ptr<SqliteConnection>& reader);
     void GiveReader(std::unique_ptr<SqliteConnection> reader) noexcept;
     [[nodiscard]] HRESULT WriteLocked(Durability durability, const Work& work) QV_REQUIRES(writerLock_);
@@ -120,6 +123,7 @@ private:
 
     const std::string path_;
     ObjectGuid guid_{};
+    FileStamp file_{};  // as it was when it was opened
 
     Mutex writerLock_;
     SqliteConnection writer_ QV_GUARDED_BY(writerLock_);
