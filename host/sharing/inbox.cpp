@@ -456,16 +456,21 @@ Inbox::Verdict Inbox::JudgeContent(SharedFolders& folders, const Peer& peer, con
         reason = "'" + peer.member + "' announces a folder in a form that isn't used any more";
         return Verdict::kReject;
     }
-    bool isAnyHere = false, isAnyElsewhere = false;
+    bool isAnyHere = false, isAnyElsewhere = false, isHere = false;
+    const std::string* folder = nullptr;  // of the item before, mostly the one folder of them all
     for (const PackageRecord& item : package.items) {
-        const bool isHere = records_.FindShare(item.folderId).has_value();
-        (isHere ? isAnyHere : isAnyElsewhere) = true;
-        if (!isHere && folders.IsKnown(item.folderId))
-            continue;
-        if (!isHere || !folders.IsDeviceOfFolder(item.folderId, peer.id)) {
-            reason = "'" + peer.member + "' isn't a member of the folder " + item.folderId;
-            return Verdict::kReject;
+        if (!folder || item.folderId != *folder) {
+            folder = &item.folderId;
+            isHere = records_.FindShare(item.folderId).has_value();
+            (isHere ? isAnyHere : isAnyElsewhere) = true;
+            const bool isLeft = !isHere && folders.IsKnown(item.folderId);
+            if (!isLeft && (!isHere || !folders.IsDeviceOfFolder(item.folderId, peer.id))) {
+                reason = "'" + peer.member + "' isn't a member of the folder " + item.folderId;
+                return Verdict::kReject;
+            }
         }
+        if (!isHere)
+            continue;
         const auto known = records_.FindItem(item.id);
         if (known && known->folderId != item.folderId) {
             reason = "'" + peer.member + "' sends the item " + item.id + " of another folder as one of " +

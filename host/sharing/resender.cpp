@@ -249,9 +249,10 @@ std::vector<std::string> Resender::Missing()
 {
     std::vector<std::string> missing;
     for (const std::string& id : job_->Offered()) {
+        if (parts_.records.IsGiven(job_->Request().number, id))
+            continue;  // as nearly all are
         const auto record = parts_.records.FindItem(id);
-        if (record && !record->deleted && parts_.state.RowOfId(id) &&
-            !parts_.records.IsGiven(job_->Request().number, id))
+        if (record && !record->deleted && parts_.state.RowOfId(id))
             missing.push_back(id);
     }
     return missing;
@@ -349,7 +350,7 @@ bool Resender::Wants(const std::string& job, const std::string& id, const std::o
         return false;
     if (current && request.scope == ResendScope::kOwn && !own)
         return false;
-    if (parts_.records.IsGiven(request.number, id) && current)
+    if (current && parts_.records.IsGiven(request.number, id))
         return false;
     // A change that nobody has been told of goes to all who have the folder.
     if (!current && parts_.records.OthersHave(request, id)) {
