@@ -12,6 +12,7 @@
 #include "host/commands/mail_format.h"
 #include "host/sharing/known_mail.h"
 #include "host/store/msg_file.h"
+#include "quorvane3/commit_groups.h"
 
 namespace quorvane::host {
 
@@ -205,6 +206,10 @@ ExitCode Import(const ImportArguments& options)
     if (!options.again)
         known.emplace(session, *folder);
     Importer importer(*folder, !options.noOriginal, known ? &*known : nullptr);
+    // What a kill takes back is imported by the next try.
+    ComPtr<IGatheredSaves> saves;
+    if (SUCCEEDED(session.Store().QueryInterface(IID_IGatheredSaves, saves.PutVoid())))
+        Check(saves->Gather(TRUE), "save the items of", options.folder);
     ImportAll(reader, importer);
     Check(session.Store().SaveChanges(0), "save the items of", options.folder);
     Print(options.json,

@@ -27,7 +27,8 @@ inline constexpr ULONG kPrMessageStoreShortTermIds = PROP_TAG(PT_BOOLEAN, 0x6601
 // Saving many messages: IMAPIProp::SaveChanges(MAPI_DEFERRED_ERRORS) on a message of the store is atomic, is
 // seen by everyone at once and outlives the process, but doesn't wait for the disk: a power failure may take
 // it back, never in part. Every later save without the flag, of any object of the store, makes all deferred
-// ones durable; IMsgStore::SaveChanges(0) does just that.
+// ones durable; IMsgStore::SaveChanges(0) does just that. Who has them gathered (IGatheredSaves,
+// quorvane3/commit_groups.h) saves faster, and is the first to see them.
 
 }  // namespace quorvane
 

@@ -49,6 +49,7 @@ CMsgStore::~CMsgStore()
         (void)Store().session->Hub().Unadvise(
             connection);         // one that the session has ended already is no failure
     (void)PutOffWaiting(FALSE);  // can't fail
+    (void)Gather(FALSE);         // who wants to know asks before
 }
 
 HRESULT CMsgStore::PutOffWaiting(BOOL putOff)
@@ -56,6 +57,12 @@ HRESULT CMsgStore::PutOffWaiting(BOOL putOff)
     if (m_putsOff.exchange(putOff != FALSE) != (putOff != FALSE))
         Store().core->PutOffSaves(putOff != FALSE);
     return S_OK;
+}
+
+HRESULT CMsgStore::Gather(BOOL gather)
+{
+    const bool isNew = m_gathers.exchange(gather != FALSE) != (gather != FALSE);
+    return isNew ? Store().core->Gather(gather != FALSE) : S_OK;
 }
 
 HRESULT CMsgStore::OpenObject(ULONG tag, REFIID iid, ULONG interfaceOptions, ULONG flags,

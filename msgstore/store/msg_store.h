@@ -11,7 +11,8 @@
 namespace quorvane {
 
 // One opening of a store. Subscriptions made through it end with it. Any thread may call.
-class CMsgStore final : public StoreProp<CMsgStore, Answers<IMsgStore, IMAPIProp>, ICommitGroups> {
+class CMsgStore final
+    : public StoreProp<CMsgStore, Answers<IMsgStore, IMAPIProp>, ICommitGroups, IGatheredSaves> {
 public:
     CMsgStore(const OpenedStore& store, bool writable) : StoreProp(store, writable) {}
     ~CMsgStore();
@@ -38,6 +39,9 @@ public:
     // ICommitGroups.
     HRESULT STDMETHODCALLTYPE PutOffWaiting(BOOL putOff) override;
 
+    // IGatheredSaves.
+    HRESULT STDMETHODCALLTYPE Gather(BOOL gather) override;
+
 protected:
     [[nodiscard]] HRESULT ReadKept(PropertyBag& bag) override;
     [[nodiscard]] HRESULT WriteKept(const PropertyBag& bag) override;
@@ -54,6 +58,7 @@ private:
     Mutex m_connectionsLock;
     std::set<ULONG> m_connections QV_GUARDED_BY(m_connectionsLock);
     std::atomic<bool> m_putsOff{false};
+    std::atomic<bool> m_gathers{false};
 };
 
 // Opens a store of the session's profile.

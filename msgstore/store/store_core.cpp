@@ -45,6 +45,16 @@ OpenStores& AllOpenStores()
     return stores;
 }
 
+HRESULT Run(const StoreCore::Work& work, SqliteConnection& connection) noexcept
+{
+    return Guarded([&] { return work(connection); });
+}
+
+HRESULT Commit(SqliteTransaction& transaction) noexcept
+{
+    return Guarded([&] { return transaction.Commit(); });
+}
+
 HRESULT FindTruePath(const std::string& path, bool create, std::string& truePath)
 {
     std::error_code failure;
@@ -89,7 +99,15 @@ HRESULT StoreCore::Open(const std::string& path, bool create, std::shared_ptr<St
     });
 }
 
-StoreCore::~StoreCore() = default;
+StoreCore::~StoreCore()
+{
+    // It works on this object.
+    std::unique_ptr<DeadlineThread> committer;
+    {
+        const MutexLock lock(writerLock_);
+        committer = std::move(committer_);
+    }
+}
 
 bool StoreCore::LiesAt(const std::string& path) const noexcept
 {
@@ -148,28 +166,85 @@ void StoreCore::GiveReader(std::unique_ptr<SqliteConnection> reader) noexcept
 
 HRESULT StoreCore::Read(const Work& work) noexcept
 {
-    return Guarded([&] {
-        std::unique_ptr<SqliteConnection> reader;
-        QV_RETURN_IF_FAILED(TakeReader(reader));
-        HRESULT result;
-        {
-            SqliteTransaction transaction(*reader, SqliteTransaction::Kind::Read);
-            QV_RETURN_IF_FAILED(transaction.Result());
-            result = Guarded([&] { return work(*reader); });
+    return Guarded([&]() -> HRESULT {
+        QV_RETURN_IF_FAILED(lost_.load());
+        if (isGathering_) {
+            bool done = false;
+            const HRESULT result = ReadByWriter(work, done);
+            if (done)
+                return result;
         }
-        GiveReader(std::move(reader));
-        return result;
+        return ReadByReader(work);
     });
+}
+
+HRESULT StoreCore::ReadByReader(const Work& work)
+{
+    std::unique_ptr<SqliteConnection> reader;
+    QV_RETURN_IF_FAILED(TakeReader(reader));
+    HRESULT result;
+    {
+        SqliteTransaction transaction(*reader, SqliteTransaction::Kind::Read);
+        QV_RETURN_IF_FAILED(transaction.Result());
+        result = Guarded([&] { return work(*reader); });
+    }
+    GiveReader(std::move(reader));
+    return result;
+}
+
+// What was gathered is there for this process. Whoever works on the writing connection already holds its
+// lock.
+HRESULT StoreCore::ReadByWriter(const Work& work, bool& done)
+{
+    const bool isOurs = writingThread_ == std::this_thread::get_id();
+    std::optional<MutexLock> lock;
+    if (!isOurs)
+        lock.emplace(writerLock_);
+    done = gathered_.has_value();
+    return !done ? S_OK : isOurs ? work(writer_) : RunAsWriter(work);
+}
+
+HRESULT StoreCore::RunAsWriter(const Work& work)
+{
+    writingThread_ = std::this_thread::get_id();
+    const HRESULT result = Run(work, writer_);
+    writingThread_ = std::thread::id();
+    return result;
 }
 
 HRESULT StoreCore::Write(Durability durability, const Work& work) noexcept
 {
+    if (gatherers_ > 0 && durability == Durability::Deferred && !isGathering_)
+        LetOthersWrite();
+    bool isCommitted = false;
     const HRESULT result = Guarded([&] {
         const MutexLock lock(writerLock_);
-        return WriteLocked(durability, work);
+        const HRESULT written = WriteLocked(durability, work);
+        isCommitted = !gathered_;
+        return written;
     });
-    if (SUCCEEDED(result))
+    if (SUCCEEDED(result) && isCommitted)
         TellListeners();
+    return result;
+}
+
+// A lock that others wait for is tried for once in a while: between two groups it is free for as long as
+// that.
+void StoreCore::LetOthersWrite() const
+{
+    std::this_thread::sleep_until(lastCommit_.load() + kGap);
+}
+
+HRESULT StoreCore::Gather(bool one) noexcept
+{
+    gatherers_ += one ? 1 : -1;
+    if (one || gatherers_ > 0)
+        return lost_;
+    const HRESULT result = Guarded([&] {
+        const MutexLock lock(writerLock_);
+        return CommitGathered();
+    });
+    TellListeners();
     return result;
 }
 
@@ -204,6 +279,9 @@ HRESULT StoreCore::GiveSpaceBack() noexcept
 
 HRESULT StoreCore::WriteLocked(Durability durability, const Work& work)
 {
+    if (durability == Durability::Deferred && (gatherers_ > 0 || gathered_))
+        return WriteGathered(work);
+    QV_RETURN_IF_FAILED(CommitGathered());
     QV_RETURN_IF_FAILED(SetDurability(durability));
     SqliteTransaction transaction(writer_, SqliteTransaction::Kind::Write);
     QV_RETURN_IF_FAILED(transaction.Result());
@@ -211,6 +289,72 @@ HRESULT StoreCore::WriteLocked(Durability durability, const Work& work)
     QV_RETURN_IF_FAILED(result);
     QV_RETURN_IF_FAILED(transaction.Commit());
     return result;
+}
+
+HRESULT StoreCore::WriteGathered(const Work& work)
+{
+    QV_RETURN_IF_FAILED(lost_.load());
+    if (!gathered_)
+        QV_RETURN_IF_FAILED(BeginGathering());
+    QV_RETURN_IF_FAILED(writer_.Run("SAVEPOINT one"));
+    const HRESULT result = RunAsWriter(work);
+    // Some failures undo all of it by themselves; and none of it may be committed with half of a write.
+    if ((FAILED(result) && FAILED(writer_.Run("ROLLBACK TO one"))) || FAILED(writer_.Run("RELEASE one"))) {
+        EndGathering(FAILED(result) ? result : MAPI_E_CALL_FAILED);
+        return lost_;
+    }
+    if (StepTime::Clock::now() >= groupEnd_)
+        QV_RETURN_IF_FAILED(CommitGathered());
+    return result;
+}
+
+HRESULT StoreCore::BeginGathering()
+{
+    QV_RETURN_IF_FAILED(SetDurability(Durability::Deferred));
+    if (!committer_)
+        committer_ = std::make_unique<DeadlineThread>([this] { CommitInTime(); });
+    gathered_.emplace(writer_, SqliteTransaction::Kind::Write);
+    if (const HRESULT begun = gathered_->Result(); FAILED(begun)) {
+        gathered_.reset();
+        return begun;
+    }
+    isGathering_ = true;
+    groupEnd_ = StepTime().End();
+    committer_->Set(groupEnd_);
+    return S_OK;
+}
+
+// Who saved last may do something else for long.
+void StoreCore::CommitInTime() noexcept
+{
+    const HRESULT result = Guarded([&]() -> HRESULT {
+        const MutexLock lock(writerLock_);
+        const bool isDue = gathered_ && StepTime::Clock::now() >= groupEnd_;
+        return isDue ? CommitGathered() : S_FALSE;
+    });
+    if (result == S_OK)
+        TellListeners();
+}
+
+HRESULT StoreCore::CommitGathered()
+{
+    QV_RETURN_IF_FAILED(lost_.load());
+    if (!gathered_)
+        return S_OK;
+    const HRESULT result = Commit(*gathered_);
+    EndGathering(result);
+    return result;
+}
+
+// What isn't committed is undone.
+void StoreCore::EndGathering(HRESULT result)
+{
+    if (FAILED(result))
+        lost_ = result;
+    gathered_.reset();
+    isGathering_ = false;
+    lastCommit_ = StepTime::Clock::now();
+    committer_->Set(std::nullopt);
 }
 
 HRESULT StoreCore::SetDurability(Durability durability)

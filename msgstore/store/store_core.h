@@ -2,6 +2,10 @@
 //
 // There is one connection that writes, under one lock, and as many that read as threads read at once; a
 // reader sees the last committed state throughout its transaction and never waits for the writer.
+//
+// Deferred writes may be gathered: those of some time are one transaction, which everyone in this process
+// reads in, on its connection and under its lock, and nobody else until it is committed. Where that fails the
+// store is lost to this process until it is opened anew: what was written there isn't, and others rest on it.
 #ifndef QUORVANE_MSGSTORE_STORE_STORE_CORE_H_
 #define QUORVANE_MSGSTORE_STORE_STORE_CORE_H_
 
@@ -9,10 +13,13 @@
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "msgstore/props/property_names.h"
+#include "msgstore/store/deadline_thread.h"
 #include "msgstore/store/entry_id.h"
 #include "msgstore/store/sqlite_connection.h"
 #include "msgstore/store/test_switches.h"
@@ -33,13 +40,14 @@ inline constexpr std::chrono::milliseconds kLongestStep{40};
 // The time of one step, from its making on.
 class StepTime {
 public:
-    explicit StepTime(std::chrono::milliseconds longest = kLongestStep)
-        : end_(std::chrono::steady_clock::now() + longest)
-    {}
-    bool IsOver() const noexcept { return std::chrono::steady_clock::now() >= end_; }
+    using Clock = std::chrono::steady_clock;
+
+    explicit StepTime(std::chrono::milliseconds longest = kLongestStep) : end_(Clock::now() + longest) {}
+    Clock::time_point End() const noexcept { return end_; }
+    bool IsOver() const noexcept { return Clock::now() >= end_; }
 
 private:
-    const std::chrono::steady_clock::time_point end_;
+    const Clock::time_point end_;
 };
 
 class StoreCore;
@@ -83,6 +91,12 @@ public:
 
     // One more, or one less, who wants saves of messages not to wait for the disk.
     void PutOffSaves(bool one) noexcept { putOffs_ += one ? 1 : -1; }
+    // One more, or one less, who wants deferred writes gathered. With the last what was gathered is
+    // committed.
+    //
+    // S_OK; what the commit of what was gathered so far gives, now or before; E_OUTOFMEMORY: nothing is
+    // gathered.
+    [[nodiscard]] HRESULT Gather(bool one) noexcept;
     // How a message is saved that nobody wants deferred by itself.
     Durability OfSaves() const noexcept { return putOffs_ > 0 ? Durability::Deferred : Durability::AtReturn; }
 
@@ -117,7 +131,18 @@ private:
     bool LiesAt(const std::string& path) const noexcept;
     [[nodiscard]] HRESULT TakeReader(std::unique_ptr<SqliteConnection>& reader);
     void GiveReader(std::unique_ptr<SqliteConnection> reader) noexcept;
+    [[nodiscard]] HRESULT ReadByReader(const Work& work);
+    // done  [out]  false: nothing is gathered any more, and nothing was read.
+    [[nodiscard]] HRESULT ReadByWriter(const Work& work, bool& done) QV_NO_THREAD_SAFETY_ANALYSIS;
     [[nodiscard]] HRESULT WriteLocked(Durability durability, const Work& work) QV_REQUIRES(writerLock_);
+    [[nodiscard]] HRESULT WriteGathered(const Work& work) QV_REQUIRES(writerLock_);
+    [[nodiscard]] HRESULT BeginGathering() QV_REQUIRES(writerLock_);
+    [[nodiscard]] HRESULT CommitGathered() QV_REQUIRES(writerLock_);
+    void EndGathering(HRESULT result) QV_REQUIRES(writerLock_);
+    // Work on the writing connection, as the one that others of the same thread join.
+    [[nodiscard]] HRESULT RunAsWriter(const Work& work) QV_REQUIRES(writerLock_);
+    void LetOthersWrite() const;
+    void CommitInTime() noexcept;
     [[nodiscard]] HRESULT SetDurability(Durability durability) QV_REQUIRES(writerLock_);
     std::vector<std::weak_ptr<CommitListener>> Listeners();
 
@@ -134,6 +159,15 @@ private:
     std::vector<std::weak_ptr<CommitListener>> listeners_ QV_GUARDED_BY(lock_);
 
     std::atomic<int> putOffs_{0};
+
+    std::atomic<int> gatherers_{0};
+    std::optional<SqliteTransaction> gathered_ QV_GUARDED_BY(writerLock_);
+    StepTime::Clock::time_point groupEnd_ QV_GUARDED_BY(writerLock_){};
+    std::atomic<bool> isGathering_{false};                   // whether there is a `gathered_`
+    std::atomic<std::thread::id> writingThread_{};           // which works on the writing connection
+    std::atomic<StepTime::Clock::time_point> lastCommit_{};  // of what was gathered
+    std::atomic<HRESULT> lost_{S_OK};                        // of the commit that failed
+    std::unique_ptr<DeadlineThread> committer_ QV_GUARDED_BY(writerLock_);
 
     std::shared_ptr<PropertyNames> names_;
     TestSwitches switches_;

@@ -18,6 +18,7 @@
 
 #include "msgstore/store/earlier_versions.h"
 #include "msgstore/store/test_switches.h"
+#include "quorvane3/commit_groups.h"
 #include "quorvane3/message_store.h"
 #include "tests/fault/disk.h"
 #include "tests/fault/sqlite_file.h"
@@ -223,6 +224,31 @@ TEST_P(StoreCutsTest, AnImportLeavesWholeMailsAndAllThatItAcknowledged)
         if (isDone || GetParam() != DiskTrouble::kPowerCut) {
             EXPECT_GE(there.size(), 1 + told->saved);
         }
+        AddAll(First().Folder(), mails.substr(there.size() - 1));
+        EXPECT_EQ(LettersOf(First().Folder()), "a" + mails);
+    });
+}
+
+// As the program imports: what wasn't committed yet is taken back by a kill as well.
+TEST_P(StoreCutsTest, AnImportWhoseSavesAreGatheredLeavesTheFirstOfItsMails)
+{
+    const std::string mails = "bcdefghi";
+    Check(Add(First().Folder(), 'a'), "save a mail");
+    const auto import = [&] {
+        const TestFolder first = First();
+        ComPtr<IGatheredSaves> saves;
+        HRESULT hr = mailbox.Store().QueryInterface(IID_IGatheredSaves, saves.PutVoid());
+        if (SUCCEEDED(hr))
+            hr = saves->Gather(TRUE);
+        for (std::size_t i = 0; SUCCEEDED(hr) && i < mails.size(); ++i)
+            hr = Add(first.Folder(), mails[i], MAPI_DEFERRED_ERRORS);
+        return SUCCEEDED(hr) ? mailbox.Store().SaveChanges(0) : hr;
+    };
+
+    CutShort(import, [&](bool isDone) {
+        const std::string there = LettersOf(First().Folder());
+        EXPECT_EQ(there, ("a" + mails).substr(0, there.size()));
+        EXPECT_GE(there.size(), isDone ? 1 + mails.size() : 1);
         AddAll(First().Folder(), mails.substr(there.size() - 1));
         EXPECT_EQ(LettersOf(First().Folder()), "a" + mails);
     });

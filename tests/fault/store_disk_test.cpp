@@ -334,6 +334,38 @@ TEST_P(StorePowerCutTest, SavesThatArePutOffAreOnTheDiskWithTheNextThatIsNot)
     EXPECT_TRUE(isAnyTakenBack);
 }
 
+// As the program imports.
+TEST_P(StoreDiskTest, AnImportWhoseSavesAreGatheredLeavesWholeMailsOrFails)
+{
+    for (unsigned at = 1;; at += 5) {
+        SCOPED_TRACE("change " + std::to_string(at));
+        SetState("a|");
+        LogOff();
+        LogOn();
+        ComPtr<IGatheredSaves> saves;
+        ASSERT_EQ(mailbox.Store().QueryInterface(IID_IGatheredSaves, saves.PutVoid()), S_OK);
+        Disk::Break(GetParam(), at, kStoreFile);
+        ASSERT_EQ(saves->Gather(TRUE), S_OK);
+        std::string saved = "a";
+        for (const char letter : std::string("bcd"))
+            saved +=
+                SUCCEEDED(Add(first->Folder(), letter, MAPI_DEFERRED_ERRORS)) ? std::string(1, letter) : "";
+        const HRESULT ended = mailbox.Store().SaveChanges(0);
+        saves.Reset();
+        LogOff();
+        const unsigned changes = Disk::Repair();
+        ExpectSound();
+        LogOn();
+
+        const std::string there = LettersOf(first->Folder());
+        EXPECT_EQ(there.find('?'), std::string::npos) << there;
+        const bool isAllThere = std::includes(there.begin(), there.end(), saved.begin(), saved.end());
+        EXPECT_TRUE(FAILED(ended) || isAllThere) << there << " of " << saved;
+        if (HasFailure() || changes < at)
+            break;
+    }
+}
+
 // As an import saves: none of the mails waits for the disk, and the store is saved at the end.
 TEST_P(StoreDiskTest, AnImportLeavesWholeMailsAndAllThatItAcknowledged)
 {
