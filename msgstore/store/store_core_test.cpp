@@ -84,7 +84,7 @@ TEST_F(StoreCoreTest, ADatabaseOfAnotherKindIsRefusedAndLeftAlone)
 TEST_F(StoreCoreTest, AStoreOfALaterVersionIsRefused)
 {
     ASSERT_EQ(Open(FileNamed("a"), true), S_OK);
-    RunOn(FileNamed("a"), "PRAGMA user_version=4");
+    RunOn(FileNamed("a"), "PRAGMA user_version=1000");
 
     EXPECT_EQ(Open(FileNamed("a")), MAPI_E_VERSION);
     EXPECT_EQ(Open(FileNamed("a"), true), MAPI_E_VERSION);
