@@ -364,16 +364,7 @@ TEST_F(FolderCopyTest, WhatComesWhileAFolderMovesStaysInIt)
 TEST_F(FolderCopyTest, WhatCouldntBeMovedKeepsItsFolder)
 {
     TestMailbox elsewhere;
-    std::shared_ptr<StoreCore> core;
-    ASSERT_EQ(StoreCore::Open(mailbox.StorePath(), false, core), S_OK);
-    ASSERT_EQ(core->Write(
-                  Durability::AtReturn,
-                  [](SqliteConnection& connection) {
-                      return connection.Run(
-                          "UPDATE part SET properties=x'1F001A00FFFFFFFF00' WHERE parent_id=0 AND message_id="
-                          "(SELECT id FROM message WHERE subject='Older')");
-                  }),
-              S_OK);
+    ASSERT_NO_FATAL_FAILURE(mailbox.Damage("Older"));
 
     EXPECT_TRUE(FAILED(Move(mailbox.Inbox(), *plans, elsewhere.Inbox())));
 

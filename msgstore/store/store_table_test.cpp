@@ -80,16 +80,7 @@ TEST_F(StoreTableTest, AMessageWhosePropertiesAreDamagedKeepsItsRowAndTheOthersH
         ASSERT_EQ(SetText(*message, kTransmittedId, OLESTR("stored")), S_OK);
         ASSERT_EQ(message->SaveChanges(0), S_OK);
     }
-    std::shared_ptr<StoreCore> core;
-    ASSERT_EQ(StoreCore::Open(mailbox.StorePath(), false, core), S_OK);
-    ASSERT_EQ(core->Write(
-                  Durability::AtReturn,
-                  [](SqliteConnection& connection) {
-                      return connection.Run(
-                          "UPDATE part SET properties=x'1F001A00FFFFFFFF00' WHERE parent_id=0 AND message_id="
-                          "(SELECT id FROM message WHERE subject='m01')");
-                  }),
-              S_OK);
+    ASSERT_NO_FATAL_FAILURE(mailbox.Damage("m01"));
     const ComPtr<IMAPITable> table = ContentsOf(mailbox.Inbox());
     SizedSPropTagArray(3, columns) = {3, {PR_ENTRYID, PR_SUBJECT_W, kTransmittedId}};
     ASSERT_EQ(table->SetColumns(reinterpret_cast<LPSPropTagArray>(&columns), 0), S_OK);

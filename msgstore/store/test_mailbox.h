@@ -68,6 +68,8 @@ public:
     BinaryValue AddMessage(IMAPIFolder& folder, const OleString& subject, ULONG saveFlags = 0);
     void ChangeSubject(const BinaryValue& id, const OleString& subject);
     static HRESULT Delete(IMAPIFolder& folder, const BinaryValue& id);
+    // Has the properties of the messages with that subject end within a value.
+    void Damage(const char* subject);
 
 private:
     TestDirectory directory_;

@@ -4,6 +4,7 @@
 
 #include "msgstore/store/mapi_session.h"
 #include "msgstore/store/profile_admin.h"
+#include "msgstore/store/store_core.h"
 #include "platform/testing/surroundings.h"
 #include "quorvane3/message_store.h"
 
@@ -214,6 +215,21 @@ HRESULT TestMailbox::Delete(IMAPIFolder& folder, const BinaryValue& id)
     SBinary one{static_cast<ULONG>(copy.size()), copy.data()};
     ENTRYLIST list{1, &one};
     return folder.DeleteMessages(&list, 0, nullptr, 0);
+}
+
+void TestMailbox::Damage(const char* subject)
+{
+    std::shared_ptr<StoreCore> core;
+    ASSERT_EQ(StoreCore::Open(StorePath(), false, core), S_OK);
+    ASSERT_EQ(core->Write(Durability::AtReturn,
+                          [subject](SqliteConnection& connection) {
+                              QV_RETURN_IF_FAILED(connection.Run(
+                                  "UPDATE part SET properties=x'1F001A00FFFFFFFF00' WHERE parent_id=0 AND "
+                                  "message_id IN (SELECT id FROM message WHERE subject=?)",
+                                  std::string_view(subject)));
+                              return connection.Changes() > 0 ? S_OK : MAPI_E_NOT_FOUND;
+                          }),
+              S_OK);
 }
 
 HRESULT SetText(IMAPIProp& object, ULONG tag, const OleString& text)

@@ -17,7 +17,6 @@
 #include <random>
 
 #include "msgstore/store/earlier_versions.h"
-#include "msgstore/store/test_switches.h"
 #include "quorvane3/commit_groups.h"
 #include "quorvane3/message_store.h"
 #include "tests/fault/disk.h"
@@ -86,15 +85,6 @@ protected:
     {
         for (const char letter : letters)
             Check(Add(folder, letter, MAPI_DEFERRED_ERRORS), "save a mail");
-    }
-
-    void HurrySteps()
-    {
-        ComPtr<IStoreTestSwitches> switches;
-        Check(mailbox.Store().OpenProperty(kPrTestSwitches, &IID_IStoreTestSwitches, 0, 0,
-                                           switches.PutUnknown()),
-              "get the store's switches");
-        Check(switches->HurrySteps(TRUE), "hurry");
     }
 
     // Cuts the work short at random moments. The store is as it is now before each.
@@ -268,7 +258,7 @@ TEST_P(StoreCutsTest, AFolderThatIsEmptiedHasWholeMailsAndTheOthersAll)
         AddAll(*below.Get(), "gh");
     }
     const auto empty = [&] {
-        HurrySteps();
+        Check(mailbox.StoreSwitches()->HurrySteps(TRUE), "hurry");
         return First().Folder().EmptyFolder(0, nullptr, 0);
     };
 
@@ -292,7 +282,7 @@ TEST_P(StoreCutsTest, AFileThatGivesSpaceBackKeepsAllMails)
             first.Delete({*first.Find(std::string(1, letter))});
     }
     const auto giveBack = [&] {
-        HurrySteps();
+        Check(mailbox.StoreSwitches()->HurrySteps(TRUE), "hurry");
         return Second().Folder().EmptyFolder(0, nullptr, 0);
     };
     ASSERT_GT(std::stoul(Ask("PRAGMA freelist_count")), 400u);

@@ -7,7 +7,6 @@
 #include <iterator>
 #include <mutex>
 
-#include "msgstore/store/test_switches.h"
 #include "tests/support/packages.h"
 
 namespace quorvane::test {
@@ -285,10 +284,7 @@ TEST_F(NotificationsTest, AChangeThatTheHostFailedIsOfferedAgainByTheNextScanOfT
     WaitForRecords();
     ASSERT_EQ(EventsOf("changed", id).size(), 1u);
 
-    ComPtr<IStoreTestSwitches> switches;
-    ASSERT_EQ(
-        mailbox.Store().OpenProperty(kPrTestSwitches, &IID_IStoreTestSwitches, 0, 0, switches.PutUnknown()),
-        S_OK);
+    const ComPtr<IStoreTestSwitches> switches = mailbox.StoreSwitches();
     ASSERT_EQ(switches->TellOfTablesOnly(TRUE), S_OK);
     folder.Add("Other", "body");
     ASSERT_TRUE(logon.Host().Heard("changed", 2));

@@ -19,7 +19,6 @@
 #include "engine/session/library.h"
 #include "engine/session/session.h"
 #include "engine/storeaccess/item_hash.h"
-#include "msgstore/store/test_switches.h"
 #include "platform/clock/clock.h"
 #include "platform/testing/surroundings.h"
 #include "tests/support/packages.h"
@@ -422,10 +421,7 @@ TEST_F(StormTest, EveryChangeIsHeardOfOrSuperseded)
     Heard heard;
     Mails mails;
     Member member;
-    ComPtr<IStoreTestSwitches> switches;
-    Check(member.mailbox.Store().OpenProperty(kPrTestSwitches, &IID_IStoreTestSwitches, 0, 0,
-                                              reinterpret_cast<LPUNKNOWN*>(switches.PutVoid())),
-          "find the switches");
+    const ComPtr<IStoreTestSwitches> switches = member.mailbox.StoreSwitches();
     member.logon.Host().AnswerWith([&](const HostEvent& event, bool&) {
         if (event.what == "postprocess")
             AddArrived(member, event.id, mails);

@@ -242,9 +242,7 @@ World::World(bool shortTermIds, bool tellsOfTablesOnly, const std::vector<ULONG>
     value.ulPropTag = kPrMessageStoreShortTermIds;
     value.Value.b = shortTermIds;
     Check(mailbox_.Store().SetProps(1, &value, nullptr), "set a store's property");
-    Check(mailbox_.Store().OpenProperty(kPrTestSwitches, &IID_IStoreTestSwitches, 0, 0,
-                                        reinterpret_cast<LPUNKNOWN*>(switches_.PutVoid())),
-          "find the switches");
+    switches_ = mailbox_.StoreSwitches();
     Check(switches_->DropColumns(static_cast<ULONG>(dropped.size()), dropped.data()), "drop columns");
     Check(switches_->TellOfTablesOnly(tellsOfTablesOnly), "tell of tables");
     Check(switches_->HoldNotifications(TRUE), "hold notifications");

@@ -167,6 +167,15 @@ const std::filesystem::path& TestMailbox::LogPath()
     return path;
 }
 
+ComPtr<IStoreTestSwitches> TestMailbox::StoreSwitches() const
+{
+    ComPtr<IStoreTestSwitches> switches;
+    Check(store_->OpenProperty(kPrTestSwitches, &IID_IStoreTestSwitches, 0, 0,
+                               reinterpret_cast<LPUNKNOWN*>(switches.PutVoid())),
+          "get the store's switches");
+    return switches;
+}
+
 TestFolder TestMailbox::MakeFolder(const std::string& name) const
 {
     ULONG type = 0;

@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "msgstore/store/test_switches.h"
 #include "tests/support/test_directory.h"
 #include "tests/support/test_folder.h"
 
@@ -34,6 +35,8 @@ public:
     std::filesystem::path InboxPath() const { return Directory() / "inbox"; }
 
     IMsgStore& Store() const noexcept { return *store_; }
+    // By which the store behaves as others do. They hold until it is closed.
+    ComPtr<IStoreTestSwitches> StoreSwitches() const;
     TestFolder MakeFolder(const std::string& name) const;
     TestFolder OpenFolder(const std::string& entryId) const;
 
