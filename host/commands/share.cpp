@@ -160,21 +160,21 @@ ExitCode ShareFolder(const ShareOptions& options)
     for (const Share& inner : shares)
         if (inner.folderId != share.folderId)
             below.push_back({{"folder", inner.name}, {"id", inner.folderId}});
-    Print(options.json,
-          {{"folder", options.folder},
-           {"id", share.folderId},
-           {"members", records.Members(share.folderId)},
-           {"pinned", JsonOf(met)},
-           {"awaited", met.awaited},
-           {"flags", now.hasFlags},
-           {"tree", now.isTree},
-           {"below", below}},
-          LinesOf(met) + "shared " + Printable(options.folder) + " as " + share.folderId + " with " +
-              std::to_string(records.Members(share.folderId).size()) + " members" +
-              (now.hasFlags ? ", flags included" : "") +
-              (now.isTree ? ", and " + std::to_string(below.size()) + " folders in it, and those made later"
-                          : "") +
-              "; 'quorvane run' invites them\n");
+    Print(
+        options.json,
+        {{"folder", options.folder},
+         {"id", share.folderId},
+         {"members", records.Members(share.folderId)},
+         {"pinned", JsonOf(met)},
+         {"awaited", met.awaited},
+         {"flags", now.hasFlags},
+         {"tree", now.isTree},
+         {"below", below}},
+        LinesOf(met) + "shared " + Printable(options.folder) + " as " + share.folderId + " with " +
+            Counted(records.Members(share.folderId).size(), "member") +
+            (now.hasFlags ? ", flags included" : "") +
+            (now.isTree ? ", and " + Counted(below.size(), "folder") + " in it, and those made later" : "") +
+            "; 'quorvane run' invites them\n");
     return ExitCode::kDone;
 }
 
