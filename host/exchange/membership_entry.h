@@ -8,8 +8,7 @@
 //     32  the member whom it is about, by the signing key of his first device
 //     1   length of his name, and the name, where he is brought in; else 0
 //     32  signing key of a device of his, where it links or unlinks one; the id of the change that founded
-//     the
-//         folder that this one lies in, where it says that; else zeros
+//         the folder that this one lies in, where it says that; else zeros
 //     64  where it links one, the signature by which that device agrees to it (device_link.h); else nothing
 //     1   number of entries that its author had seen and that no other of these had, and 32 the id of each,
 //         rising

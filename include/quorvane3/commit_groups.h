@@ -29,9 +29,9 @@ struct ICommitGroups : IUnknown {
 // when they are committed; a process that ends before loses them. Each is still atomic.
 struct IGatheredSaves : IUnknown {
     // gather  [in]  TRUE: from now on they are gathered, until FALSE is given or the object goes. Of the
-    // store for
-    //               everyone in this process who has it open; where several have asked for it, until the last
-    //               has ended it. The same twice is as good as once. FALSE commits what was gathered last.
+    //               store for everyone in this process who has it open; where several have asked for it,
+    //               until the last has ended it. The same twice is as good as once. FALSE commits what was
+    //               gathered last.
     //
     // S_OK. Others: a commit failed, as on a full disk. What it was to hold is lost, and each call of the
     // store fails until all objects of it in this process are released: they may tell of messages that aren't

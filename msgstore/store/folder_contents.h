@@ -35,7 +35,7 @@ namespace quorvane {
 [[nodiscard]] HRESULT EmptyFolderRows(SqliteConnection& connection, std::int64_t folderId,
                                       bool withAssociated, const StepTime& time);
 
-// What is done to one message. MAPI_E_NOT_FOUND: it has gone, which is no failure.
+// What is done to one message, by its number. The first failure of one ends the step.
 using MessageWork = std::function<HRESULT(SqliteConnection&, std::int64_t)>;
 
 // How far a work on listed messages has come.

@@ -23,13 +23,15 @@
 
 namespace quorvane {
 
-// source  [in]  one that Restriction::Make has taken.
+// source  [in]   one that Restriction::Make has taken.
+// bytes   [out]  undefined on failure.
 //
 // S_OK; MAPI_E_TOO_COMPLEX: it takes more than a MB; MAPI_E_INVALID_PARAMETER, MAPI_E_INVALID_TYPE: a value
 // of a RES_COMMENT is malformed.
 [[nodiscard]] HRESULT EncodeRestriction(const SRestriction& source, Bytes& bytes) noexcept;
 
-// unicode  texts are given as PT_UNICODE, else as PT_STRING8.
+// unicode  [in]   texts are given as PT_UNICODE, else as PT_STRING8.
+// result   [out]  a chain with all that it points at; untouched on failure.
 //
 // S_OK; MAPI_E_CORRUPT_DATA; E_OUTOFMEMORY.
 [[nodiscard]] HRESULT DecodeRestriction(std::span<const BYTE> bytes, bool unicode,
