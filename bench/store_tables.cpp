@@ -251,6 +251,57 @@ void AskBoth(const OpenFolder& opened, Sqlite& sqlite, std::size_t count)
           }));
 }
 
+// A folder that searches the one with the messages, which it lies in.
+ComPtr<IMAPIFolder> MakeSearch(IMAPIFolder& folder, SRestriction& restriction)
+{
+    char name[] = "Found";
+    ComPtr<IMAPIFolder> search;
+    Require(SUCCEEDED(folder.CreateFolder(FOLDER_SEARCH, name, nullptr, nullptr, 0, search.Put())),
+            "CreateFolder");
+    SPropValue* id = nullptr;
+    Require(SUCCEEDED(HrGetOneProp(&folder, PR_ENTRYID, &id)), "PR_ENTRYID");
+    ENTRYLIST where{1, &id->Value.bin};
+    Require(SUCCEEDED(search->SetSearchCriteria(&restriction, &where, 0)), "SetSearchCriteria");
+    MAPIFreeBuffer(id);
+    return search;
+}
+
+// What takes all rows, and ten changes that follow.
+void AskSearchAndHeadings(const OpenFolder& opened, Sqlite& sqlite)
+{
+    SPropValue value{};
+    std::u16string part = u"77";
+    SRestriction restriction = Holding(value, part, FL_SUBSTRING | FL_IGNORECASE);
+    const ComPtr<IMAPIFolder> search = MakeSearch(opened.Folder(), restriction);
+    const std::string found = kIds + "AND instr(subject_key, '77') > 0 ORDER BY id";
+    ComPtr<IMAPITable> table;
+    Print("open a search", MedianOf5([&] {
+              Require(SUCCEEDED(search->GetContentsTable(0, table.Put())), "GetContentsTable");
+              (void)CountOf(*table);
+          }),
+          MedianOf5([&] { sqlite.Ask(found); }));
+    const ComPtr<IMAPITable> headings = opened.Contents();
+    SizedSSortOrderSet(1, order) = {1, 1, 1, {{PR_SENDER_NAME_W, TABLE_SORT_ASCEND}}};
+    const std::string sorted = kIds + "ORDER BY lower(sender_name), id";
+    Print("sort with headings", MedianOf5([&] {
+              Require(SUCCEEDED(headings->SortTable(reinterpret_cast<LPSSortOrderSet>(&order), 0)),
+                      "SortTable");
+          }),
+          MedianOf5([&] { sqlite.Ask(sorted); }));
+    const auto change = [&](IMAPITable& which) {
+        for (std::size_t i = 0; i < 10; ++i) {
+            AddMessage(opened.Folder(), i);
+            (void)CountOf(which);
+        }
+    };
+    const auto askTen = [&](const std::string& sql) {
+        for (std::size_t i = 0; i < 10; ++i)
+            sqlite.Ask(sql);
+    };
+    Print("10 changes, a search", Once([&] { change(*table); }), Once([&] { askTen(found); }));
+    Print("10 changes, headings", Once([&] { change(*headings); }), Once([&] { askTen(sorted); }));
+}
+
 void Run(std::size_t count, const std::filesystem::path& directory)
 {
     std::filesystem::create_directories(directory);
@@ -292,6 +343,7 @@ void Run(std::size_t count, const std::filesystem::path& directory)
     }
     Sqlite sqlite(store);
     AskBoth(opened, sqlite, count);
+    AskSearchAndHeadings(opened, sqlite);
     std::printf("peak_MB before the questions %.0f, at the end %.0f\n", peakBefore, PeakMegabytes());
 }
 
