@@ -145,6 +145,8 @@ public:
         return text;
     }
 
+    const std::vector<HeaderField>& Lines() const noexcept { return fields_; }
+
 private:
     static std::string NameOf(std::string_view line)
     {
@@ -279,6 +281,31 @@ std::string HeaderOfContent(const std::string& block, const std::string& type, c
     fields.Replace({"Content-Transfer-Encoding"}, encoding);
     fields.Replace({"Content-MD5", "Content-Length", "Lines"}, "");
     return fields.Text();
+}
+
+std::string HeaderOfType(const std::string& block, const std::string& type)
+{
+    RawFields fields(block);
+    fields.Replace({"Content-Type"}, type);
+    return fields.Text();
+}
+
+SplitHeader SplitContentFields(const std::string& block)
+{
+    const RawFields fields(block);
+    SplitHeader split;
+    for (const HeaderField& field : fields.Lines()) {
+        const bool isOfContent = LowerAscii(field.name).starts_with("content-");
+        const bool isSize = IsOneOf(field.name, {"Content-Length", "Lines"});
+        if (!isSize)
+            split.all += field.value;
+        if (isOfContent)
+            split.content += field.value;
+        else if (!isSize)
+            split.mail += field.value;
+        split.hasVersion = split.hasVersion || EqualNoCase(field.name, "MIME-Version");
+    }
+    return split;
 }
 
 }  // namespace quorvane

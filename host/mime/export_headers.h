@@ -29,6 +29,18 @@ std::string EditedHeader(const std::string& block, const MailEnvelope& said, con
 // Content-Transfer-Encoding, and without the fields that tell of the content that was there before.
 std::string HeaderOfContent(const std::string& block, const std::string& type, const std::string& encoding);
 
+// The same with another value of Content-Type alone.
+std::string HeaderOfType(const std::string& block, const std::string& type);
+
+// The lines of a mail's header block as they stand.
+struct SplitHeader {
+    std::string all;          // but for fields that tell how large the whole was
+    std::string mail;         // of these those that tell nothing of the content
+    std::string content;      // the fields that tell of the content, how large it is too
+    bool hasVersion = false;  // MIME-Version is among those of the mail
+};
+SplitHeader SplitContentFields(const std::string& block);
+
 }  // namespace quorvane
 
 #endif  // QUORVANE_HOST_MIME_EXPORT_HEADERS_H_

@@ -1,7 +1,10 @@
 #include "host/mime/export_mail.h"
 
+#include <algorithm>
 #include <new>
 #include <optional>
+#include <set>
+#include <vector>
 
 #include "host/mail/mail_form.h"
 #include "host/mime/export_headers.h"
@@ -44,8 +47,9 @@ bool IsOurs(HRESULT hr)
 // One message and the bytes that it came from.
 class KeptMail {
 public:
-    KeptMail(IMessage& message, const MakeScratch& scratch, const MailContent& now)
-        : message_(message), scratch_(scratch), now_(now)
+    // depth  how many others it is embedded in.
+    KeptMail(IMessage& message, const MakeScratch& scratch, const MailContent& now, int depth = 0)
+        : message_(message), scratch_(scratch), now_(now), depth_(depth)
     {}
 
     // What `bytes` say.
@@ -53,6 +57,8 @@ public:
     {
         ComPtr<IMessage> message;
         HRESULT hr = scratch_(message.Put());
+        if (SUCCEEDED(hr) && depth_ > 0)
+            return ReadEmbedded(bytes, *message, said);
         if (SUCCEEDED(hr))
             hr = ImportMime(bytes, {}, *message);
         return SUCCEEDED(hr) ? ReadMailContent(*message, said) : hr;
@@ -60,7 +66,7 @@ public:
 
     bool SaysTheSame(const MailContent& said) const
     {
-        return said.headers == now_.headers && SaysTheSameBut(said);
+        return said.headers == now_.headers && SaysTheSameBut(said) && SameAttachments(said, now_);
     }
 
     // The bytes with the parts and header fields that the message tells otherwise; nothing where that can't
@@ -71,7 +77,11 @@ public:
             return S_OK;
         std::optional<MailBytes> parts;
         const bool isSame = SameBodies(said, now_) && SameAttachments(said, now_);
-        HRESULT hr = isSame ? S_OK : EditParts(bytes, message_, said, now_, parts);
+        const EditNested editNested = [this](const MailBytes& nested, IMessage& embedded,
+                                             std::optional<MailBytes>& result) {
+            return EditEmbedded(nested, embedded, result);
+        };
+        HRESULT hr = isSame ? S_OK : EditParts(bytes, message_, said, now_, editNested, parts);
         if (FAILED(hr) || (!isSame && !parts))
             return hr;
         const MailBytes& from = isSame ? bytes : *parts;
@@ -83,22 +93,77 @@ public:
         MailContent check;
         if (SUCCEEDED(hr))
             hr = Read(mail, check);
-        if (SUCCEEDED(hr) && SaysTheSameBut(check))
+        // But for the header block, which an edit leaves as it came.
+        if (SUCCEEDED(hr) && SaysTheSameBut(check) &&
+            AttachmentKeys(check, said) == AttachmentKeys(now_, said))
             edited = std::move(mail);
         return hr;
     }
 
 private:
-    // But for the header block, which an edit leaves as it came.
+    // As what lies in another mail is read.
+    static HRESULT ReadEmbedded(const MailBytes& bytes, IMessage& scratch, MailContent& said)
+    {
+        MailBytes outer("Content-Type: message/rfc822\n\n");
+        HRESULT hr = CopyBytes(bytes, 0, [&](std::string_view piece) { outer.Append(piece); });
+        if (SUCCEEDED(hr))
+            hr = ImportMime(outer, {}, scratch);
+        ComPtr<IAttach> attachment;
+        if (SUCCEEDED(hr))
+            hr = scratch.OpenAttach(0, nullptr, 0, attachment.Put());
+        ComPtr<IMessage> message;
+        if (SUCCEEDED(hr))
+            hr = attachment->OpenProperty(PR_ATTACH_DATA_OBJ, &IID_IMessage, 0, 0, message.PutUnknown());
+        return SUCCEEDED(hr) ? ReadMailContent(*message, said) : hr;
+    }
+
+    // But for the header block and the attachments.
     bool SaysTheSameBut(const MailContent& said) const
     {
-        return SameEnvelope(said.envelope, now_.envelope) && SameBodies(said, now_) &&
-               SameAttachments(said, now_);
+        return SameEnvelope(said.envelope, now_.envelope) && SameBodies(said, now_);
     }
+
+    // What tells attachments from each other; of those that the mail had all counts. What was added may stand
+    // elsewhere.
+    static std::vector<std::string> AttachmentKeys(const MailContent& content, const MailContent& said)
+    {
+        std::set<std::string> known;
+        for (const AttachmentContent& one : said.attachments)
+            known.insert(one.digest);
+        std::vector<std::string> keys;
+        for (const AttachmentContent& one : content.attachments)
+            keys.push_back(known.contains(one.digest) ? one.digest : one.essence);
+        std::sort(keys.begin(), keys.end());
+        return keys;
+    }
+
+    // A mail within this one; nothing as well where it can't be read.
+    HRESULT EditEmbedded(const MailBytes& bytes, IMessage& embedded, std::optional<MailBytes>& edited) const
+    {
+        if (depth_ == kDeepestEdit)
+            return S_OK;
+        MailContent now;
+        HRESULT hr = ReadMailContent(embedded, now);
+        if (FAILED(hr))
+            return hr;
+        const KeptMail kept(embedded, scratch_, now, depth_ + 1);
+        MailContent said;
+        hr = kept.Read(bytes, said);
+        if (SUCCEEDED(hr) && kept.SaysTheSame(said)) {
+            edited.emplace();
+            hr = CopyBytes(bytes, 0, [&](std::string_view piece) { edited->Append(piece); });
+        } else if (SUCCEEDED(hr)) {
+            hr = kept.Edit(bytes, said, edited);
+        }
+        return FAILED(hr) && !IsOurs(hr) ? S_OK : hr;
+    }
+
+    static constexpr int kDeepestEdit = 16;
 
     IMessage& message_;
     const MakeScratch& scratch_;
     const MailContent& now_;  // what it says
+    const int depth_;
 };
 
 // S_OK: the mail was written. S_FALSE: `bytes` don't tell it, and nothing was written.

@@ -15,11 +15,10 @@ using MakeScratch = std::function<HRESULT(IMessage** message)>;
 // Writes a message as an .eml file. Where the message holds the bytes that it was imported from, these are
 // read once more and compared with what the message says:
 //   - it says the same in everything: the very bytes are written;
-//   - header fields, bodies, or that attachments are gone: the bytes with these replaced, or taken away
+//   - it differs in header fields, bodies or attachments: the bytes with these exchanged, added or taken away
 //     (part_edits.h).
 // What would be written so is read as well, and must say what the message says. Where it doesn't, and for a
-// message that has an attachment more, without an original, or with one that can't be read, ExportMime makes
-// the mail of the properties.
+// message without an original, or with one that can't be read, ExportMime makes the mail of the properties.
 //
 // The codes are ExportMime's; STG_E_* where the original can't be set aside.
 //

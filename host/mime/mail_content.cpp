@@ -4,6 +4,7 @@
 #include <cstring>
 #include <memory>
 
+#include "host/mail/ascii.h"
 #include "host/mime/mapi_read.h"
 #include "host/mime/message_envelope.h"
 #include "host/mime/mime_tags.h"
@@ -87,27 +88,24 @@ bool SameMoment(const std::optional<FILETIME>& a, const std::optional<FILETIME>&
 
 HRESULT ReadContent(IMessage& message, int depth, MailContent& content);
 
-// All that an embedded message says.
-HRESULT AddMessage(IMessage& message, int depth, ValuesDigest& digest)
+void AddPeople(const std::vector<MailAddress>& people, ValuesDigest& digest)
 {
-    MailContent content;
-    const HRESULT hr = ReadContent(message, depth, content);
-    if (FAILED(hr))
-        return hr;
-    const MailEnvelope& envelope = content.envelope;
-    const auto addPeople = [&](const std::vector<MailAddress>& people) {
-        digest.AddNumber(people.size());
-        for (const MailAddress& person : people) {
-            digest.AddText(person.name);
-            digest.AddText(person.address);
-        }
-    };
-    addPeople(envelope.from);
-    addPeople(envelope.sender);
-    addPeople(envelope.replyTo);
+    digest.AddNumber(people.size());
+    for (const MailAddress& person : people) {
+        digest.AddText(person.name);
+        digest.AddText(person.address);
+    }
+}
+
+// What an embedded message says.
+void AddEnvelope(const MailEnvelope& envelope, ValuesDigest& digest)
+{
+    AddPeople(envelope.from, digest);
+    AddPeople(envelope.sender, digest);
+    AddPeople(envelope.replyTo, digest);
     for (const MailRecipient& recipient : envelope.recipients) {
         digest.AddLong(recipient.type);
-        addPeople({recipient.who});
+        AddPeople({recipient.who}, digest);
     }
     for (const auto& text : {envelope.subject, envelope.messageId, envelope.inReplyTo, envelope.references}) {
         digest.AddNumber(text ? 1 : 0);
@@ -121,15 +119,51 @@ HRESULT AddMessage(IMessage& message, int depth, ValuesDigest& digest)
         digest.AddLong(number);
     digest.AddNumber((envelope.readReceipt ? 1U : 0U) + (envelope.deliveryReceipt ? 2U : 0U));
     digest.AddText(envelope.threadIndex);
-    for (const std::string& part : {content.headers, content.text, content.html})
-        digest.AddText(part);
-    digest.AddNumber(content.attachments.size());
-    for (const AttachmentContent& attachment : content.attachments)
-        digest.AddText(attachment.digest);
-    return S_OK;
 }
 
-HRESULT DigestAttachment(IAttach& attachment, ULONG codePage, int depth, std::string& text)
+// All of it, or what stays of it in a mail that is made anew.
+void AddContent(const MailContent& content, bool isAll, ValuesDigest& digest)
+{
+    AddEnvelope(content.envelope, digest);
+    digest.AddText(isAll ? content.headers : std::string());
+    digest.AddText(content.text);
+    digest.AddText(content.html);
+    digest.AddNumber(content.attachments.size());
+    for (const AttachmentContent& attachment : content.attachments)
+        digest.AddText(isAll ? attachment.digest : attachment.essence);
+}
+
+HRESULT DigestData(IAttach& attachment, LONG method, int depth, std::string& all, std::string& essence)
+{
+    ValuesDigest data;
+    HRESULT hr = data.AddBinary(attachment, PR_ATTACH_DATA_BIN);
+    all = essence = data.Text();
+    if (FAILED(hr) || method != static_cast<LONG>(ATTACH_EMBEDDED_MSG))
+        return hr;
+    ComPtr<IMessage> message;
+    hr = attachment.OpenProperty(PR_ATTACH_DATA_OBJ, &IID_IMessage, 0, 0, message.PutUnknown());
+    MailContent content;
+    if (SUCCEEDED(hr))
+        hr = ReadContent(*message, depth + 1, content);
+    for (const bool isAll : {true, false}) {
+        ValuesDigest digest;
+        AddContent(content, isAll, digest);
+        (isAll ? all : essence) += digest.Text();
+    }
+    return hr;
+}
+
+// What an attachment is called and of which type it is, as a part tells it.
+void AddFacts(IAttach& attachment, ULONG codePage, ValuesDigest& digest)
+{
+    const std::string name = ShortText(attachment, PR_ATTACH_LONG_FILENAME_W, codePage);
+    digest.AddText(name.empty() ? ShortText(attachment, PR_ATTACH_FILENAME_W, codePage) : name);
+    const std::string type = LowerAscii(ShortText(attachment, PR_ATTACH_MIME_TAG_W, codePage));
+    digest.AddText(type.empty() ? "application/octet-stream" : type);
+    digest.AddText(ShortText(attachment, kPrAttachContentIdW, codePage));
+}
+
+HRESULT DigestAttachment(IAttach& attachment, ULONG codePage, int depth, AttachmentContent& content)
 {
     ValuesDigest digest;
     HRESULT hr = S_OK;
@@ -140,15 +174,17 @@ HRESULT DigestAttachment(IAttach& attachment, ULONG codePage, int depth, std::st
     digest.AddLong(method);
     digest.AddLong(ReadLong(attachment, kPrAttachFlags));
     digest.AddNumber(ReadBoolean(attachment, kPrAttachmentHidden).value_or(false) ? 1 : 0);
+    std::string all;
+    std::string essence;
     if (SUCCEEDED(hr))
-        hr = digest.AddBinary(attachment, PR_ATTACH_DATA_BIN);
-    if (SUCCEEDED(hr) && method == static_cast<LONG>(ATTACH_EMBEDDED_MSG)) {
-        ComPtr<IMessage> message;
-        hr = attachment.OpenProperty(PR_ATTACH_DATA_OBJ, &IID_IMessage, 0, 0, message.PutUnknown());
-        if (SUCCEEDED(hr))
-            hr = AddMessage(*message, depth + 1, digest);
-    }
-    text = digest.Text();
+        hr = DigestData(attachment, method.value_or(0), depth, all, essence);
+    digest.AddText(all);
+    content.digest = digest.Text();
+    ValuesDigest facts;
+    if (method != static_cast<LONG>(ATTACH_EMBEDDED_MSG))
+        AddFacts(attachment, codePage, facts);
+    facts.AddText(essence);
+    content.essence = facts.Text();
     return hr;
 }
 
@@ -162,7 +198,7 @@ HRESULT ReadAttachments(IMessage& message, ULONG codePage, int depth, MailConten
             const SPropValue* const number = FindValue(row, PR_ATTACH_NUM);
             if (!number)
                 return MAPI_E_CORRUPT_DATA;
-            content.attachments.push_back({static_cast<ULONG>(number->Value.l), {}});
+            content.attachments.push_back({static_cast<ULONG>(number->Value.l), {}, {}});
             return S_OK;
         });
     for (AttachmentContent& one : content.attachments) {
@@ -170,7 +206,7 @@ HRESULT ReadAttachments(IMessage& message, ULONG codePage, int depth, MailConten
         if (SUCCEEDED(hr))
             hr = message.OpenAttach(one.number, nullptr, 0, attachment.Put());
         if (SUCCEEDED(hr))
-            hr = DigestAttachment(*attachment, codePage, depth, one.digest);
+            hr = DigestAttachment(*attachment, codePage, depth, one);
     }
     return hr;
 }

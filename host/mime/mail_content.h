@@ -12,8 +12,9 @@
 namespace quorvane {
 
 struct AttachmentContent {
-    ULONG number = 0;    // for IMessage::OpenAttach
-    std::string digest;  // of all that it says, messages embedded in it included
+    ULONG number = 0;     // for IMessage::OpenAttach
+    std::string digest;   // of all that it says, messages embedded in it included
+    std::string essence;  // of what a part that was made of it says for certain: name, type, identifier, data
 };
 
 // Digests are SHA-256 over values of any size, read in pieces.

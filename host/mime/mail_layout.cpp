@@ -97,13 +97,14 @@ public:
     bool Add(GMimeObject* object, PartPlace place, int depth)
     {
         place.body = BodyOf(place);
-        places.emplace(object, place);
         const int count =
             GMIME_IS_MULTIPART(object) ? g_mime_multipart_get_count(GMIME_MULTIPART(object)) : 0;
+        place.close = place.end;
+        place.isSealing = IsSealing(object);
+        const std::vector<PartPlace> parts = count == 0 ? std::vector<PartPlace>() : Split(object, place);
+        places.emplace(object, place);
         if (count == 0)
             return true;
-        const std::vector<PartPlace> parts =
-            Split(place, TextOf(g_mime_multipart_get_boundary(GMIME_MULTIPART(object))), IsSealing(object));
         if (depth == kDeepestLayout || parts.size() != static_cast<std::size_t>(count))
             return false;
         for (int i = 0; i < count; ++i)
@@ -124,8 +125,10 @@ private:
         return lines.End();
     }
 
-    std::vector<PartPlace> Split(const PartPlace& whole, const std::string& boundary, bool isSealing) const
+    // Gives the places of a multipart's parts, and notes where it is closed.
+    std::vector<PartPlace> Split(GMimeObject* multipart, PartPlace& whole) const
     {
+        const std::string boundary = TextOf(g_mime_multipart_get_boundary(GMIME_MULTIPART(multipart)));
         MailLines lines(bytes_, whole.body, whole.end);
         std::vector<PartPlace> parts;
         for (LineKind kind = LineKind::kOther; kind != LineKind::kClose && lines.Next();) {
@@ -137,8 +140,9 @@ private:
                 parts.back().next = lines.Begin();
             }
             if (kind == LineKind::kDelimiter)
-                parts.push_back(
-                    {lines.Begin(), lines.End(), 0, whole.end, whole.end, true, whole.isSealed || isSealing});
+                parts.push_back({lines.Begin(), lines.End(), 0, whole.end, whole.end, multipart});
+            whole.isClosed = kind == LineKind::kClose;
+            whole.close = whole.isClosed ? lines.Begin() : whole.end;
         }
         return parts;
     }
@@ -163,12 +167,20 @@ std::optional<MailLayout> MailLayout::Of(const MailBytes& bytes, GMimeMessage* m
 {
     GMimeObject* const root = g_mime_message_get_mime_part(mail);
     LayoutFinder finder(bytes);
-    if (!root || !finder.Add(root, {0, 0, 0, bytes.Size(), bytes.Size(), false, false}, 0) ||
-        FAILED(bytes.Result()))
+    if (!root || !finder.Add(root, {0, 0, 0, bytes.Size(), bytes.Size()}, 0) || FAILED(bytes.Result()))
         return std::nullopt;
     MailLayout layout;
     layout.places_ = std::move(finder.places);
     return layout;
+}
+
+GMimeObject* MailLayout::SealOf(GMimeObject* part) const
+{
+    GMimeObject* seal = nullptr;
+    while ((part = PlaceOf(part).multipart))
+        if (PlaceOf(part).isSealing)
+            seal = part;
+    return seal;
 }
 
 }  // namespace quorvane

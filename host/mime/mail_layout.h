@@ -13,13 +13,15 @@ namespace quorvane {
 
 // Offsets in the mail's bytes.
 struct PartPlace {
-    std::uint64_t delimiter = 0;  // the line before it
-    std::uint64_t begin = 0;      // its header
-    std::uint64_t body = 0;       // behind the blank line
-    std::uint64_t end = 0;        // the line end before the next delimiter line, or the end of the mail
-    std::uint64_t next = 0;       // the next delimiter line, or the end of the mail
-    bool isInMultipart = false;
-    bool isSealed = false;  // lies within a multipart/signed or multipart/encrypted
+    std::uint64_t delimiter = 0;       // the line before it
+    std::uint64_t begin = 0;           // its header
+    std::uint64_t body = 0;            // behind the blank line
+    std::uint64_t end = 0;             // the line end before the next delimiter line, or the end of the mail
+    std::uint64_t next = 0;            // the next delimiter line, or the end of the mail
+    GMimeObject* multipart = nullptr;  // that it is a part of; null: it is the mail itself
+    bool isSealing = false;            // a multipart/signed or multipart/encrypted
+    std::uint64_t close = 0;           // of a multipart: its closing delimiter line; where none is, the end
+    bool isClosed = false;
 };
 
 // Of a mail and its multiparts; what lies in a nested mail is a part of that one's bytes.
@@ -32,6 +34,8 @@ public:
 
     // A part of the tree that isn't in a nested mail.
     [[nodiscard]] const PartPlace& PlaceOf(GMimeObject* part) const { return places_.at(part); }
+    // The outermost multipart/signed or multipart/encrypted that a part lies in; null: it lies in none.
+    [[nodiscard]] GMimeObject* SealOf(GMimeObject* part) const;
 
 private:
     std::unordered_map<GMimeObject*, PartPlace> places_;

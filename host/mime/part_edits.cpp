@@ -1,15 +1,18 @@
 #include "host/mime/part_edits.h"
 
 #include <algorithm>
+#include <array>
 #include <ostream>
-#include <streambuf>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
+#include "host/mime/export_attachments.h"
 #include "host/mime/export_bodies.h"
-#include "host/mime/export_headers.h"
+#include "host/mime/export_mime.h"
 #include "host/mime/gmime_setup.h"
 #include "host/mime/header_repair.h"
+#include "host/mime/mail_editor.h"
 #include "host/mime/mail_layout.h"
 #include "host/mime/mail_structure.h"
 #include "host/mime/mapi_read.h"
@@ -17,180 +20,316 @@
 namespace quorvane {
 namespace {
 
-constexpr std::size_t kEditPiece = std::size_t{256} << 10;
+bool IsMultipart(GMimeObject* object, const char* subtype)
+{
+    GMimeContentType* const type = g_mime_object_get_content_type(object);
+    return GMIME_IS_MULTIPART(object) && type && g_mime_content_type_is_type(type, "multipart", subtype) &&
+           g_mime_multipart_get_count(GMIME_MULTIPART(object)) > 0;
+}
 
-// A stream's bytes go to the end of a mail, with its line ends.
-class MailBuffer : public std::streambuf {
+// Which attachments of a mail are still there, to the byte, and which of the message aren't from it.
+struct AttachmentChanges {
+    struct Changed {
+        std::size_t said = 0;
+        std::size_t now = 0;
+    };
+    std::vector<Changed> changed;    // one took the other's place
+    std::vector<std::size_t> gone;   // of those that the mail has
+    std::vector<std::size_t> added;  // of those that the message has
+};
+
+class AttachmentComparison {
 public:
-    MailBuffer(MailBytes& mail, bool hasCrlf) : mail_(mail), hasCrlf_(hasCrlf) {}
+    AttachmentComparison(const MailContent& said, const MailContent& now)
+        : said_(said.attachments), now_(now.attachments)
+    {}
 
-protected:
-    std::streamsize xsputn(const char* bytes, std::streamsize count) override
+    // Between two that are the same those that aren't are told in their order.
+    AttachmentChanges Compare()
     {
-        std::string text(bytes, static_cast<std::size_t>(count));
-        if (!hasCrlf_)
-            std::erase(text, '\r');
-        mail_.Append(text);
-        return SUCCEEDED(mail_.Result()) ? count : 0;
-    }
-    int_type overflow(int_type c) override
-    {
-        const char byte = traits_type::to_char_type(c);
-        return xsputn(&byte, 1) == 1 ? c : traits_type::eof();
+        std::unordered_map<std::string, std::vector<std::size_t>> places;
+        for (std::size_t i = 0; i < said_.size(); ++i)
+            places[said_[i].digest].push_back(i);
+        for (std::size_t i = 0; i < now_.size(); ++i) {
+            const std::vector<std::size_t>& same = places[now_[i].digest];
+            // Of several the one that stands where this does.
+            auto place = std::lower_bound(same.begin(), same.end(), saidAt_ + (i - nowAt_));
+            if (place == same.end())
+                place = std::lower_bound(same.begin(), same.end(), saidAt_);
+            if (place == same.end())
+                continue;
+            Between(*place, i);
+            saidAt_ = *place + 1;
+            nowAt_ = i + 1;
+        }
+        Between(said_.size(), now_.size());
+        return std::move(changes_);
     }
 
 private:
-    MailBytes& mail_;
-    const bool hasCrlf_;
+    void Between(std::size_t saidEnd, std::size_t nowEnd)
+    {
+        while (saidAt_ < saidEnd && nowAt_ < nowEnd)
+            changes_.changed.push_back({saidAt_++, nowAt_++});
+        while (saidAt_ < saidEnd)
+            changes_.gone.push_back(saidAt_++);
+        while (nowAt_ < nowEnd)
+            changes_.added.push_back(nowAt_++);
+    }
+
+    const std::vector<AttachmentContent>& said_;
+    const std::vector<AttachmentContent>& now_;
+    std::size_t saidAt_ = 0;
+    std::size_t nowAt_ = 0;
+    AttachmentChanges changes_;
 };
 
-// Bytes that go, and the body that comes in their place.
-struct PartEdit {
-    std::uint64_t begin = 0;
-    std::uint64_t end = 0;
-    std::string header;  // with the blank line behind it; empty: nothing comes
-    const ValueReader* body = nullptr;
-    TextEncoding encoding = TextEncoding::SevenBit;
-};
-
-std::string ReadBytes(const MailBytes& bytes, std::uint64_t begin, std::uint64_t end)
+// Copies bytes as they are.
+HRESULT Append(const MailBytes& from, MailBytes& to)
 {
-    std::string text(static_cast<std::size_t>(end - begin), '\0');
-    text.resize(bytes.Read(begin, text.data(), text.size()));
-    return text;
+    std::array<char, std::size_t{64} << 10> piece;
+    std::uint64_t at = 0;
+    for (std::size_t got; (got = from.Read(at, piece.data(), piece.size())) > 0; at += got)
+        to.Append({piece.data(), got});
+    return FAILED(from.Result()) ? from.Result() : to.Result();
 }
 
-class PartEditor {
+// One mail that becomes another.
+class PartEdits {
 public:
-    PartEditor(const MailBytes& bytes, const MailLayout& layout) : bytes_(bytes), layout_(layout)
+    PartEdits(const MailBytes& bytes, IMessage& message, GMimeMessage* mail, const MailLayout& layout,
+              const EditNested& editNested)
+        : bytes_(bytes),
+          message_(message),
+          root_(g_mime_message_get_mime_part(mail)),
+          layout_(layout),
+          structure_(SplitMail(mail)),
+          editNested_(editNested),
+          editor_(bytes, layout, root_)
+    {}
+
+    // S_FALSE: it can't be done.
+    HRESULT Make(const MailContent& said, const MailContent& now, MailBytes& edited)
     {
-        const std::string header = bytes.Header();
-        hasCrlf_ = header.find("\r\n") != std::string::npos;
+        if (structure_.attachments.size() != said.attachments.size())
+            return S_FALSE;
+        codePage_ = NarrowCodePage(message_);
+        HRESULT hr = FindBodies(message_, codePage_, bodies_);
+        if (SUCCEEDED(hr))
+            hr = FormOfText(bodies_.text, textForm_);
+        if (SUCCEEDED(hr))
+            hr = ListAttachments(message_, entries_);
+        if (FAILED(hr))
+            return hr;
+        EditBodies(said, now);
+        EditAttachments(AttachmentComparison(said, now).Compare(), now);
+        return editor_.CanBeDone() ? editor_.Write(edited) : S_FALSE;
     }
 
-    // False once one of the edits can't be made.
-    [[nodiscard]] bool CanBeDone() const { return canBeDone_; }
-    void GiveUp() { canBeDone_ = false; }
+private:
+    using WritePart = MailEditor::WritePart;
 
-    void TakeOut(GMimeObject* part)
+    // The part that others are put beside: what is sealed stays whole.
+    GMimeObject* Outermost(GMimePart* body) const
     {
-        const PartPlace& place = layout_.PlaceOf(part);
-        canBeDone_ = canBeDone_ && place.isInMultipart && !place.isSealed;
-        edits_.push_back({place.delimiter, place.next, {}, nullptr, {}});
+        GMimeObject* const seal = layout_.SealOf(GMIME_OBJECT(body));
+        return seal ? seal : GMIME_OBJECT(body);
     }
 
-    // form: of `body`, which is to outlive this.
-    void Replace(GMimeObject* part, const ValueReader& body, const BodyForm& form)
+    void EditBodies(const MailContent& said, const MailContent& now)
     {
-        const PartPlace& place = layout_.PlaceOf(part);
-        canBeDone_ = canBeDone_ && !place.isSealed && place.body - place.begin <= kLargestHeader;
-        if (!canBeDone_)
-            return;
-        const std::string header = MailBytes(ReadBytes(bytes_, place.begin, place.body)).Header();
-        edits_.push_back({place.begin, place.end,
-                          HeaderOfContent(header, form.type, EncodingName(form.encoding)) + LineEnd(), &body,
-                          form.encoding});
+        htmlForm_ = FormOfHtml(bodies_.htmlCharset);
+        const bool hadNone = !structure_.text && !structure_.html;
+        if (said.text != now.text)
+            EditBody(structure_.text, bodies_.text, textForm_);
+        if (said.html != now.html)
+            EditBody(structure_.html, bodies_.html, htmlForm_);
+        const bool isTextNew = !structure_.text && said.text != now.text;
+        const bool isHtmlNew = !structure_.html && said.html != now.html;
+        if (hadNone && (isTextNew || isHtmlNew))
+            AddOnlyBody(isTextNew, isHtmlNew);
+        else if (isTextNew)
+            AddText();
+        else if (isHtmlNew)
+            AddHtml();
     }
 
-    HRESULT Write(MailBytes& edited)
+    // One that the mail has.
+    void EditBody(GMimePart* part, const ValueReader& body, const BodyForm& form)
     {
-        std::sort(edits_.begin(), edits_.end(),
-                  [](const PartEdit& a, const PartEdit& b) { return a.begin < b.begin; });
-        std::uint64_t at = 0;
-        for (const PartEdit& edit : edits_) {
-            Copy(at, edit.begin, edited);
-            at = edit.end;
-            if (!edit.body)
-                continue;
-            edited.Append(edit.header);
-            MailBuffer buffer(edited, hasCrlf_);
-            std::ostream stream(&buffer);
-            EmlWriter writer(stream);
-            if (const HRESULT hr = WriteBodyContent(*edit.body, edit.encoding, writer); FAILED(hr))
+        if (part && body.Exists())
+            editor_.ReplaceContent(
+                GMIME_OBJECT(part), form.type, EncodingName(form.encoding),
+                [&body, &form](EmlWriter& out) { return WriteBodyContent(body, form.encoding, out); });
+        else if (part)
+            editor_.TakeOut(GMIME_OBJECT(part));
+        else if (!body.Exists())
+            editor_.GiveUp();
+    }
+
+    static WritePart BodyPart(const ValueReader& body, const BodyForm& form)
+    {
+        return [&body, &form](EmlWriter& out, std::ostream&, MailBytes&) {
+            out.Field("Content-Type", form.type);
+            out.Field("Content-Transfer-Encoding", EncodingName(form.encoding));
+            out.Line("");
+            return WriteBodyContent(body, form.encoding, out);
+        };
+    }
+
+    void AddOnlyBody(bool isTextNew, bool isHtmlNew)
+    {
+        if ((isTextNew && isHtmlNew) || !structure_.looseText.empty())
+            return editor_.GiveUp();
+        WritePart body = isTextNew ? BodyPart(bodies_.text, textForm_) : BodyPart(bodies_.html, htmlForm_);
+        if (IsMultipart(root_, "mixed"))
+            editor_.InsertBefore(g_mime_multipart_get_part(GMIME_MULTIPART(root_), 0), std::move(body));
+        else
+            editor_.Wrap(root_, "multipart/mixed", {std::move(body)}, {});
+    }
+
+    void AddText()
+    {
+        GMimeObject* const html = Outermost(structure_.html);
+        GMimeObject* const multipart = layout_.PlaceOf(html).multipart;
+        if (multipart && IsMultipart(multipart, "alternative"))
+            editor_.InsertBefore(html, BodyPart(bodies_.text, textForm_));
+        else
+            editor_.Wrap(html, "multipart/alternative", {BodyPart(bodies_.text, textForm_)}, {});
+    }
+
+    void AddHtml()
+    {
+        GMimeObject* const text = Outermost(structure_.text);
+        GMimeObject* const multipart = layout_.PlaceOf(text).multipart;
+        if (multipart && IsMultipart(multipart, "alternative"))
+            editor_.Append(multipart, BodyPart(bodies_.html, htmlForm_));
+        else
+            editor_.Wrap(text, "multipart/alternative", {}, {BodyPart(bodies_.html, htmlForm_)});
+    }
+
+    void EditAttachments(const AttachmentChanges& changes, const MailContent& now)
+    {
+        for (const std::size_t said : changes.gone)
+            editor_.TakeOut(structure_.attachments[said].object);
+        for (const auto& [said, by] : changes.changed) {
+            GMimeObject* const part = structure_.attachments[said].object;
+            editor_.ReplacePart(part, AttachmentPart(EntryOf(now.attachments[by].number), part));
+        }
+        std::vector<WritePart> related;
+        std::vector<WritePart> others;
+        for (const std::size_t one : changes.added) {
+            const AttachmentEntry entry = EntryOf(now.attachments[one].number);
+            (entry.related && structure_.html ? related : others).push_back(AttachmentPart(entry, nullptr));
+        }
+        if (!related.empty())
+            AddRelated(std::move(related));
+        if (!others.empty())
+            AddOthers(std::move(others));
+    }
+
+    AttachmentEntry EntryOf(ULONG number) const
+    {
+        const auto entry = std::find_if(entries_.begin(), entries_.end(),
+                                        [&](const AttachmentEntry& one) { return one.number == number; });
+        return entry == entries_.end() ? AttachmentEntry{number, false} : *entry;
+    }
+
+    // former  the part that it is to replace; may be null.
+    WritePart AttachmentPart(const AttachmentEntry& entry, GMimeObject* former)
+    {
+        return [this, entry, former](EmlWriter& out, std::ostream& stream, MailBytes& bytes) {
+            const WriteNested nested = [&](IMessage& embedded) {
+                return WriteMail(embedded, former, stream, bytes);
+            };
+            return WriteAttachment(message_, entry, codePage_, nested, out);
+        };
+    }
+
+    // An embedded message: of the mail that it was, as far as it still is that.
+    HRESULT WriteMail(IMessage& embedded, GMimeObject* former, std::ostream& stream, MailBytes& to) const
+    {
+        std::optional<MailBytes> edited;
+        if (former && GMIME_IS_MESSAGE_PART(former)) {
+            const PartPlace& place = layout_.PlaceOf(former);
+            MailBytes bytes;
+            std::string piece;
+            for (std::uint64_t at = place.body; at < place.end; at += piece.size()) {
+                piece.resize(static_cast<std::size_t>(std::min<std::uint64_t>(kNestedPiece, place.end - at)));
+                piece.resize(bytes_.Read(at, piece.data(), piece.size()));
+                if (piece.empty())
+                    return bytes_.Result();
+                bytes.Append(piece);
+            }
+            HRESULT hr = bytes.Result();
+            if (SUCCEEDED(hr))
+                hr = editNested_(bytes, embedded, edited);
+            if (FAILED(hr))
                 return hr;
         }
-        Copy(at, bytes_.Size(), edited);
-        return FAILED(bytes_.Result()) ? bytes_.Result() : edited.Result();
+        return edited ? Append(*edited, to) : ExportMime(embedded, stream);
     }
 
-private:
-    static constexpr std::uint64_t kLargestHeader = std::uint64_t{16} << 20;
-
-    [[nodiscard]] const char* LineEnd() const { return hasCrlf_ ? "\r\n" : "\n"; }
-
-    void Copy(std::uint64_t from, std::uint64_t to, MailBytes& edited) const
+    // Beside the HTML that shows them.
+    void AddRelated(std::vector<WritePart> parts)
     {
-        while (from < to && SUCCEEDED(bytes_.Result())) {
-            const std::string piece = ReadBytes(bytes_, from, std::min(to, from + kEditPiece));
-            edited.Append(piece);
-            from += piece.size();
-        }
+        GMimeObject* const html = Outermost(structure_.html);
+        GMimeObject* multipart = layout_.PlaceOf(html).multipart;
+        while (multipart && IsMultipart(multipart, "alternative"))
+            multipart = layout_.PlaceOf(multipart).multipart;
+        if (!multipart || !IsMultipart(multipart, "related"))
+            return editor_.Wrap(html, "multipart/related; type=\"" + TypeOf(html) + "\"", {},
+                                std::move(parts));
+        for (WritePart& part : parts)
+            editor_.Append(multipart, std::move(part));
     }
+
+    void AddOthers(std::vector<WritePart> parts)
+    {
+        if (!IsMultipart(root_, "mixed"))
+            return editor_.Wrap(root_, "multipart/mixed", {}, std::move(parts));
+        for (WritePart& part : parts)
+            editor_.Append(root_, std::move(part));
+    }
+
+    static std::string TypeOf(GMimeObject* part)
+    {
+        return TextOf(GText(g_mime_content_type_get_mime_type(g_mime_object_get_content_type(part))));
+    }
+
+    static constexpr std::size_t kNestedPiece = std::size_t{256} << 10;
 
     const MailBytes& bytes_;
+    IMessage& message_;
+    GMimeObject* const root_;
     const MailLayout& layout_;
-    bool hasCrlf_ = false;
-    bool canBeDone_ = true;
-    std::vector<PartEdit> edits_;
+    const MailStructure structure_;
+    const EditNested& editNested_;
+    MailEditor editor_;
+    ULONG codePage_ = 0;
+    Bodies bodies_;
+    BodyForm textForm_;
+    BodyForm htmlForm_;
+    std::vector<AttachmentEntry> entries_;
 };
-
-// A body that says something else now, or is gone.
-void EditBody(GMimePart* part, const ValueReader& body, const BodyForm& form, PartEditor& editor)
-{
-    if (!part)
-        editor.GiveUp();
-    else if (body.Exists())
-        editor.Replace(GMIME_OBJECT(part), body, form);
-    else
-        editor.TakeOut(GMIME_OBJECT(part));
-}
-
-// False where the message has one that the mail hasn't.
-bool TakeOutAttachments(const MailStructure& structure, const MailContent& said, const MailContent& now,
-                        PartEditor& editor)
-{
-    if (structure.attachments.size() != said.attachments.size())
-        return false;
-    auto kept = now.attachments.begin();
-    for (std::size_t i = 0; i < said.attachments.size(); ++i) {
-        if (kept != now.attachments.end() && kept->digest == said.attachments[i].digest)
-            ++kept;
-        else
-            editor.TakeOut(structure.attachments[i].object);
-    }
-    return kept == now.attachments.end();
-}
 
 }  // namespace
 
 HRESULT EditParts(const MailBytes& bytes, IMessage& message, const MailContent& said, const MailContent& now,
-                  std::optional<MailBytes>& edited)
+                  const EditNested& editNested, std::optional<MailBytes>& edited)
 {
     const MailBytes repaired = RepairHeaders(bytes);
     const GObjectPtr<GMimeMessage> mail = ParseMime(repaired);
-    if (!mail || repaired.Size() != bytes.Size())
+    if (!mail)
         return S_OK;
-    const std::optional<MailLayout> layout = MailLayout::Of(bytes, mail.Get());
+    const std::optional<MailLayout> layout = MailLayout::Of(repaired, mail.Get());
     if (!layout)
         return S_OK;
-    const MailStructure structure = SplitMail(mail.Get());
-    PartEditor editor(bytes, *layout);
-    Bodies bodies;
-    HRESULT hr = FindBodies(message, NarrowCodePage(message), bodies);
-    BodyForm form;
-    if (SUCCEEDED(hr))
-        hr = FormOfText(bodies.text, form);
-    if (said.text != now.text)
-        EditBody(structure.text, bodies.text, form, editor);
-    if (said.html != now.html)
-        EditBody(structure.html, bodies.html, FormOfHtml(bodies.htmlCharset), editor);
-    if (FAILED(hr) || !TakeOutAttachments(structure, said, now, editor) || !editor.CanBeDone())
-        return hr;
     MailBytes result;
-    hr = editor.Write(result);
-    if (SUCCEEDED(hr))
+    const HRESULT hr = PartEdits(repaired, message, mail.Get(), *layout, editNested).Make(said, now, result);
+    if (hr == S_OK)
         edited = std::move(result);
-    return hr;
+    return FAILED(hr) ? hr : S_OK;
 }
 
 }  // namespace quorvane

@@ -1,5 +1,7 @@
 #include "host/mime/part_edits.h"
 
+#include <regex>
+
 #include "host/mime/property_list.h"
 #include "host/mime/test_store.h"
 
@@ -21,6 +23,46 @@ protected:
     static void Detach(IMessage& message, ULONG number)
     {
         EXPECT_EQ(message.DeleteAttach(number, 0, nullptr, 0), S_OK);
+    }
+    // id  of one that HTML shows.
+    static void Attach(IMessage& message, const std::string& name, const std::string& id = "")
+    {
+        ComPtr<IAttach> attachment;
+        ULONG number = 0;
+        ASSERT_EQ(message.CreateAttach(nullptr, 0, &number, attachment.Put()), S_OK);
+        PropertyList value;
+        value.AddLong(PR_ATTACH_METHOD, static_cast<LONG>(ATTACH_BY_VALUE));
+        value.AddText(PR_ATTACH_LONG_FILENAME_W, name);
+        value.AddText(PR_ATTACH_FILENAME_W, name);
+        value.AddText(PR_ATTACH_MIME_TAG_W, "application/octet-stream");
+        value.AddBinary(PR_ATTACH_DATA_BIN, "more");
+        if (!id.empty()) {
+            value.AddText(kPrAttachContentIdW, id);
+            value.AddLong(kPrAttachFlags, static_cast<LONG>(kAttachFlagMhtmlRef));
+            value.AddBoolean(kPrAttachmentHidden, true);
+        }
+        ASSERT_EQ(value.SetOn(*attachment), S_OK);
+        ASSERT_EQ(attachment->SaveChanges(0), S_OK);
+    }
+    // What Attach adds as a part, without its delimiter line. A name with a point comes in quotes.
+    static std::string AttachedPart(const std::string& name, const std::string& disposition = "attachment")
+    {
+        return "Content-Type: application/octet-stream; name=" + name +
+               "\nContent-Disposition: " + disposition + "; filename=" + name + "\n";
+    }
+    static void ChangeData(IMessage& message, ULONG number, const std::string& data)
+    {
+        ComPtr<IAttach> attachment;
+        ASSERT_EQ(message.OpenAttach(number, nullptr, MAPI_MODIFY, attachment.Put()), S_OK);
+        PropertyList value;
+        value.AddBinary(PR_ATTACH_DATA_BIN, data);
+        ASSERT_EQ(value.SetOn(*attachment), S_OK);
+        ASSERT_EQ(attachment->SaveChanges(0), S_OK);
+    }
+    // With other boundaries than the mails of the tests have drawn ones are 1, 2...
+    static std::string Masked(const std::string& mail)
+    {
+        return std::regex_replace(mail, std::regex("=_([0-9]+)_[0-9]+"), "=_$1");
     }
     static std::string Without(std::string text, const std::string& what)
     {
@@ -112,46 +154,225 @@ TEST_F(PartEditsTest, OneOfTwoBodiesIsEdited)
 
 TEST_F(PartEditsTest, ATextThatIsTheWholeMailIsEdited)
 {
-    const ComPtr<IMessage> message =
-        Kept("X-Odd :1\nSubject: s\nContent-Type: text/plain; charset=\"US-ASCII\"\n\nold\n");
+    const ComPtr<IMessage> message = Kept("X-Odd:1\nSubject: s\nContent-Type: text/plain\n\nold\n");
     SetText(*message, PR_BODY_W, "new\r\n");
-    EXPECT_EQ(Mail(*message).find("Subject: s\nContent-Type: text/plain; charset=utf-8\n"
-                                  "Content-Transfer-Encoding: 7bit\n\nnew\n"),
-              std::string::npos)
-        << "a header that a reader has to repair stays nowhere";
-    const ComPtr<IMessage> proper = Kept("X-Odd:1\nSubject: s\nContent-Type: text/plain\n\nold\n");
-    SetText(*proper, PR_BODY_W, "new\r\n");
-    EXPECT_EQ(Mail(*proper),
+    EXPECT_EQ(Mail(*message),
               "X-Odd:1\nSubject: s\nContent-Type: text/plain; charset=utf-8\nContent-Transfer-Encoding: "
               "7bit\n\nnew\n");
 }
 
-// What a signature covers can't be said otherwise under it.
-TEST_F(PartEditsTest, AnEditOfSignedTextMakesTheMailAnew)
+TEST_F(PartEditsTest, LinesThatNeedRepairGetItAndTheRestStays)
 {
-    const ComPtr<IMessage> message = Kept(
-        "Subject: s\nContent-Type: multipart/signed; boundary=b\n\n--b\n\nsigned\n--b\nContent-Type: "
-        "application/pgp-signature\n\nsignature\n--b--\n");
-    SetText(*message, PR_BODY_W, "new");
-    const std::string mail = Mail(*message);
-    EXPECT_EQ(mail.find("multipart/signed"), std::string::npos);
-    EXPECT_EQ(Text(*store->Import(mail), PR_BODY_W), "new");
+    const ComPtr<IMessage> message = Kept(Replaced(kOddMail, "X-First:1", "X-First :1"));
+    SetText(*message, PR_BODY_W, "Quite another t\xC3\xA9xt");
+    EXPECT_EQ(Mail(*message), kHead + kNewText + kSigned + kBinary + kNested + kEnd);
 }
 
-TEST_F(PartEditsTest, AnAttachmentMoreMakesTheMailAnew)
+const std::string kSealedMail =
+    "Subject: s\nContent-Type: multipart/signed; boundary=b; protocol=\"application/pgp-signature\"\n\n"
+    "--b\n\nsigned\n--b\nContent-Type: application/pgp-signature\n\nsignature\n--b--\n";
+
+// What a signature covers can't be said otherwise under it.
+TEST_F(PartEditsTest, WhatIsEditedWithinASignedPartIsSignedNoMore)
+{
+    const ComPtr<IMessage> message = Kept(kSealedMail);
+    SetText(*message, PR_BODY_W, "new");
+    EXPECT_EQ(Mail(*message),
+              "Subject: s\nContent-Type: multipart/mixed; boundary=\"b\"\n\n--b\nContent-Type: text/plain; "
+              "charset=utf-8\nContent-Transfer-Encoding: 7bit\n\nnew\n--b\nContent-Type: "
+              "application/pgp-signature\n\nsignature\n--b--\n");
+}
+
+TEST_F(PartEditsTest, AnEditWithinASignedPartLeavesOthersThatAreSigned)
+{
+    const std::string other = Replaced(Replaced(kSigned, "=_y", "=_w"), "=_y", "=_w");
+    const std::string head = Replaced(kHead, "A preamble.", "A preamble, too.");
+    const std::string both =
+        head + Replaced(Replaced(Replaced(other, "=_y", "=_w"), "=_y", "=_w"), "text/x-patch", "text/plain");
+    const ComPtr<IMessage> message = Kept(both + kSigned + kEnd);
+    ASSERT_EQ(Text(*message, PR_BODY_W), " a  ");
+    SetText(*message, PR_BODY_W, "b");
+    const std::string mail = Mail(*message);
+    EXPECT_NE(mail.find(kSigned + kEnd), std::string::npos);
+    EXPECT_EQ(mail.find("multipart/signed"), mail.rfind("multipart/signed"));
+    EXPECT_EQ(Describe(*store->Import(mail)), Describe(*message));
+}
+
+TEST_F(PartEditsTest, AnAttachmentMoreComesBehindTheOthers)
 {
     const ComPtr<IMessage> message = Kept(kOddMail);
+    Attach(*message, "more");
+    EXPECT_EQ(Mail(*message), kHead + kText + kSigned + kBinary + kNested + "--=_x\n" + AttachedPart("more") +
+                                  "Content-Transfer-Encoding: base64\n\nbW9yZQ==\n" + kEnd);
+    Detach(*message, 3);
+    SetText(*message, PR_SUBJECT_W, "Another");
+    EXPECT_EQ(Mail(*message), Replaced(kHead, "SUBJECT:   odd  \n", "Subject: Another\n") + kText + kSigned +
+                                  kBinary + "--=_x\n" + AttachedPart("more") +
+                                  "Content-Transfer-Encoding: base64\n\nbW9yZQ==\n" + kEnd);
+}
+
+TEST_F(PartEditsTest, AnAttachmentThatIsAnotherTakesTheOnesPlace)
+{
+    const ComPtr<IMessage> message = Kept(kOddMail);
+    ChangeData(*message, 2, "Dog");
+    EXPECT_EQ(Mail(*message), kHead + kText + kSigned +
+                                  "--=_x\t \nContent-Type: application/octet-stream;\n name=a.bin\n"
+                                  "Content-Transfer-Encoding: base64\n\nRG9n\n" +
+                                  kNested + kEnd);
+}
+
+TEST_F(PartEditsTest, OfTwoThatWereTheSameTheOneThatIsAnotherIsChanged)
+{
+    const std::string mail = kHead + kText + kBinary + kBinary + kEnd;
+    const std::string other =
+        "--=_x\t \nContent-Type: application/octet-stream;\n name=a.bin\n"
+        "Content-Transfer-Encoding: base64\n\nRG9n\n";
+    const ComPtr<IMessage> first = Kept(mail);
+    ChangeData(*first, 0, "Dog");
+    EXPECT_EQ(Mail(*first), kHead + kText + other + kBinary + kEnd);
+    const ComPtr<IMessage> second = Kept(mail);
+    ChangeData(*second, 1, "Dog");
+    EXPECT_EQ(Mail(*second), kHead + kText + kBinary + other + kEnd);
+}
+
+TEST_F(PartEditsTest, AMultipartThatIsntClosedIsClosedBehindWhatIsAdded)
+{
+    const std::string open = kHead + kText + kBinary.substr(0, kBinary.size() - 1);
+    const ComPtr<IMessage> message = Kept(open);
+    Attach(*message, "more");
+    EXPECT_EQ(Mail(*message), open + "\n--=_x\n" + AttachedPart("more") +
+                                  "Content-Transfer-Encoding: base64\n\nbW9yZQ==\n--=_x--\n");
+}
+
+// A mail that isn't a sequence of parts becomes one of such a sequence, with the fields of its content.
+TEST_F(PartEditsTest, WhatASignatureCoversStaysUnderItBesideAnAttachmentMore)
+{
+    for (const char* const end : {"\n", "\r\n"}) {
+        const std::string sealed = std::regex_replace(kSealedMail, std::regex("\n"), end);
+        const std::string added = "Content-Transfer-Encoding: base64\n\nbW9yZQ==\n--=_1--\n";
+        const ComPtr<IMessage> message = Kept(sealed);
+        Attach(*message, "more");
+        const std::string body = std::regex_replace(kSealedMail.substr(11), std::regex("\n"), end);
+        EXPECT_EQ(Masked(Mail(*message)),
+                  std::regex_replace("Subject: s\nMIME-Version: 1.0\nContent-Type: multipart/mixed;\n "
+                                     "boundary=\"=_1\"\n\n--=_1\n" +
+                                         kSealedMail.substr(11) + "\n--=_1\n" + AttachedPart("more") + added,
+                                     std::regex("\n"), end));
+    }
+}
+
+TEST_F(PartEditsTest, AMailOfOnePartTakesAnAttachmentAndAnotherText)
+{
+    const std::string mail =
+        "Content-ID: <1@x>\nSubject: s\nContent-Length: 4\nMime-Version: 1.0\nContent-type: text/plain; "
+        "charset=koi8_r\nLines: 1\nX-Last: 1\n\n\xF0\xD2\n";
+    const ComPtr<IMessage> message = Kept(mail);
+    Attach(*message, "more");
+    const std::string end =
+        "\n--=_1\n" + AttachedPart("more") + "Content-Transfer-Encoding: base64\n\nbW9yZQ==\n--=_1--\n";
+    const std::string head =
+        "Subject: s\nMime-Version: 1.0\nX-Last: 1\nContent-Type: multipart/mixed;\n "
+        "boundary=\"=_1\"\n\n--=_1\n";
+    EXPECT_EQ(Masked(Mail(*message)), head +
+                                          "Content-ID: <1@x>\nContent-Length: 4\nContent-type: text/plain; "
+                                          "charset=koi8_r\n\n\xF0\xD2\n" +
+                                          end);
+    SetText(*message, PR_BODY_W, "new\r\n");
+    EXPECT_EQ(Masked(Mail(*message)), head +
+                                          "Content-ID: <1@x>\nContent-Type: text/plain; charset=utf-8\n"
+                                          "Content-Transfer-Encoding: 7bit\n\nnew\n" +
+                                          end);
+}
+
+// How large a mail was is no longer so.
+TEST_F(PartEditsTest, TheSizeThatAMailTellsOfItselfGoesWithAnEditOfAPart)
+{
+    const ComPtr<IMessage> message = Kept(Replaced(kOddMail, "X-Last", "Content-Length: 700\nX-Last"));
+    Detach(*message, 2);
+    EXPECT_EQ(Mail(*message), Without(kOddMail, kBinary));
+}
+
+const std::string kPage = "Content-Type: text/html; charset=us-ascii\n\n<img src=\"cid:1\">";
+const std::string kImage = "Content-Type: image/png\nContent-ID: <0@x>\n\nimage";
+
+TEST_F(PartEditsTest, WhatHtmlShowsComesBesideIt)
+{
+    const ComPtr<IMessage> alone = Kept("MIME-Version: 1.0\n" + kPage);
+    Attach(*alone, "more", "1");
+    EXPECT_EQ(Masked(Mail(*alone)),
+              "MIME-Version: 1.0\nContent-Type: multipart/related; type=\"text/html\";\n boundary=\"=_1\"\n\n"
+              "--=_1\n" +
+                  kPage + "\n--=_1\n" + AttachedPart("more", "inline") +
+                  "Content-ID: <1>\nContent-Transfer-Encoding: base64\n\nbW9yZQ==\n--=_1--\n");
+    const std::string head = "MIME-Version: 1.0\nContent-Type: multipart/related; boundary=r\n\n--r\n" +
+                             kPage + "\n--r\n" + kImage + "\n";
+    const ComPtr<IMessage> beside = Kept(head + "--r--\n");
+    Attach(*beside, "more", "1");
+    EXPECT_EQ(Mail(*beside), head + "--r\n" + AttachedPart("more", "inline") +
+                                 "Content-ID: <1>\nContent-Transfer-Encoding: base64\n\nbW9yZQ==\n--r--\n");
+    Attach(*alone, "another");
+    EXPECT_EQ(Masked(Mail(*alone)),
+              "MIME-Version: 1.0\nContent-Type: multipart/mixed;\n boundary=\"=_2\"\n\n--=_2\n"
+              "Content-Type: multipart/related; type=\"text/html\";\n boundary=\"=_1\"\n\n--=_1\n" +
+                  kPage + "\n--=_1\n" + AttachedPart("more", "inline") +
+                  "Content-ID: <1>\nContent-Transfer-Encoding: base64\n\nbW9yZQ==\n--=_1--\n--=_2\n" +
+                  AttachedPart("another") + "Content-Transfer-Encoding: base64\n\nbW9yZQ==\n--=_2--\n");
+}
+
+TEST_F(PartEditsTest, ABodyMoreIsAnAlternativeOfTheOther)
+{
+    const std::string text =
+        "Content-Type: text/plain; charset=utf-8\nContent-Transfer-Encoding: 7bit\n\nnew";
+    const std::string head = "MIME-Version: 1.0\nContent-Type: multipart/alternative;\n boundary=\"=_1\"\n\n";
+    const ComPtr<IMessage> page = Kept("MIME-Version: 1.0\n" + kPage);
+    SetText(*page, PR_BODY_W, "new");
+    EXPECT_EQ(Masked(Mail(*page)), head + "--=_1\n" + text + "\n--=_1\n" + kPage + "\n--=_1--\n");
+
+    const ComPtr<IMessage> plain = Kept("MIME-Version: 1.0\nContent-Type: text/plain\n\nold");
+    PropertyList html;
+    html.AddBinary(kPrHtml, "new");
+    html.AddLong(kPrInternetCpid, 65001);
+    ASSERT_EQ(html.SetOn(*plain), S_OK);
+    EXPECT_EQ(Masked(Mail(*plain)), head +
+                                        "--=_1\nContent-Type: text/plain\n\nold\n--=_1\nContent-Type: "
+                                        "text/html; charset=utf-8\nContent-Transfer-Encoding: base64\n\n"
+                                        "bmV3\n--=_1--\n");
+
+    const std::string only = "MIME-Version: 1.0\nContent-Type: multipart/mixed; boundary=m\n\n";
+    const ComPtr<IMessage> image = Kept(only + "--m\n" + kImage + "\n--m--\n");
+    SetText(*image, PR_BODY_W, "new");
+    EXPECT_EQ(Mail(*image), only + "--m\n" + text + "\n--m\n" + kImage + "\n--m--\n");
+}
+
+// Within it there would be no signature left.
+TEST_F(PartEditsTest, WhatComesToSignedHtmlComesBesideTheSignedPart)
+{
+    const std::string sealed = "Content-Type: multipart/signed; boundary=b\n\n--b\n" + kPage +
+                               "\n--b\nContent-Type: application/pgp-signature\n\nsignature\n--b--\n";
+    const ComPtr<IMessage> withText = Kept("Subject: s\n" + sealed);
+    SetText(*withText, PR_BODY_W, "new");
+    EXPECT_NE(Mail(*withText).find(sealed), std::string::npos);
+    const ComPtr<IMessage> withImage = Kept("Subject: s\n" + sealed);
+    Attach(*withImage, "more", "1");
+    EXPECT_NE(Mail(*withImage).find("multipart/related"), std::string::npos);
+    EXPECT_NE(Mail(*withImage).find(sealed), std::string::npos);
+}
+
+TEST_F(PartEditsTest, AMailWithinAMailKeepsItsOwnParts)
+{
+    const std::string within = Replaced(kNested, "Subject: nested\n", "SUBJECT:  nested\nX-Odd:1\n");
+    const std::string mail = kHead + kText + within + kBinary + kEnd;
+    const ComPtr<IMessage> message = Kept(mail);
     ComPtr<IAttach> attachment;
-    ULONG number = 0;
-    ASSERT_EQ(message->CreateAttach(nullptr, 0, &number, attachment.Put()), S_OK);
-    PropertyList value;
-    value.AddLong(PR_ATTACH_METHOD, static_cast<LONG>(ATTACH_BY_VALUE));
-    value.AddBinary(PR_ATTACH_DATA_BIN, "more");
-    ASSERT_EQ(value.SetOn(*attachment), S_OK);
+    ASSERT_EQ(message->OpenAttach(0, nullptr, MAPI_MODIFY, attachment.Put()), S_OK);
+    ComPtr<IMessage> embedded;
+    ASSERT_EQ(
+        attachment->OpenProperty(PR_ATTACH_DATA_OBJ, &IID_IMessage, 0, MAPI_MODIFY, embedded.PutUnknown()),
+        S_OK);
+    SetText(*embedded, PR_SUBJECT_W, "Another");
+    ASSERT_EQ(embedded->SaveChanges(0), S_OK);
     ASSERT_EQ(attachment->SaveChanges(0), S_OK);
-    const auto read = store->Import(Mail(*message));
-    ASSERT_EQ(Attachments(*read).size(), 5U);
-    EXPECT_EQ(AttachmentData(*Attachments(*read)[4]), "more");
+    EXPECT_EQ(Mail(*message), Replaced(mail, "SUBJECT:  nested\n", "Subject: Another\n"));
 }
 
 TEST_F(PartEditsTest, PartsOfAnySizeStay)

@@ -34,6 +34,14 @@ bool Agrees(const std::string& block, const PartFacts& facts)
            TextOf(g_mime_object_get_content_id(part.Get())) == facts.id;
 }
 
+// A field's value as GMime writes it, without the blanks around it.
+std::string ValueOf(const GText& encoded)
+{
+    const std::string text = OneLine(TextOf(encoded));
+    const std::size_t begin = text.find_first_not_of(' ');
+    return begin == std::string::npos ? "" : text.substr(begin, text.find_last_not_of(' ') + 1 - begin);
+}
+
 std::string TypeValue(const PartFacts& facts)
 {
     const std::size_t slash = facts.type.find('/');
@@ -46,7 +54,7 @@ std::string TypeValue(const PartFacts& facts)
         g_mime_content_type_set_parameter(content.Get(), "charset", OneLine(facts.charset).c_str());
     if (!facts.name.empty())
         g_mime_content_type_set_parameter(content.Get(), "name", OneLine(facts.name).c_str());
-    return OneLine(TextOf(GText(g_mime_content_type_encode(content.Get(), nullptr))));
+    return ValueOf(GText(g_mime_content_type_encode(content.Get(), nullptr)));
 }
 
 std::string DispositionValue(const PartFacts& facts)
@@ -56,7 +64,7 @@ std::string DispositionValue(const PartFacts& facts)
     g_mime_content_disposition_set_disposition(disposition.Get(), facts.related ? "inline" : "attachment");
     if (!facts.name.empty())
         g_mime_content_disposition_set_parameter(disposition.Get(), "filename", OneLine(facts.name).c_str());
-    return OneLine(TextOf(GText(g_mime_content_disposition_encode(disposition.Get(), nullptr))));
+    return ValueOf(GText(g_mime_content_disposition_encode(disposition.Get(), nullptr)));
 }
 
 bool IsMarkedAttachment(const std::vector<HeaderField>& fields)
