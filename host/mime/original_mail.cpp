@@ -11,11 +11,11 @@
 #include "host/mime/mapi_read.h"
 #include "host/mime/value_reader.h"
 #include "host/mime/value_writer.h"
+#include "quorvane3/message_store.h"
 
 namespace quorvane {
 namespace {
 
-constexpr GUID kOriginalSet = {0x6B1F0C52, 0x93D4, 0x4E0A, {0xB7, 0xA8, 0x5D, 0x2C, 0x41, 0xE9, 0x8F, 0x36}};
 constexpr std::size_t kPackedPiece = std::size_t{64} << 10;
 // Mail is mostly text or base64: higher levels cost twice the time and save a few percent.
 constexpr int kLevel = 4;
@@ -37,8 +37,8 @@ std::uint64_t LargestOriginal(IMessage& message)
 // The property's tag; PR_NULL when no message of the store has it yet and `flags` don't ask to name it.
 HRESULT OriginalTag(IMessage& message, ULONG flags, ULONG& tag)
 {
-    GUID set = kOriginalSet;
-    OleString text = OLESTR("OriginalMail");
+    GUID set = kOriginalMailSet;
+    OleString text = kOriginalMailName;
     MAPINAMEID name = {};
     name.lpguid = &set;
     name.ulKind = MNID_STRING;

@@ -7,9 +7,9 @@
 
 namespace quorvane {
 
-// Keeps `bytes` in the named property of a message, which the caller saves: "OriginalMail" of the property
-// set {6B1F0C52-93D4-4E0A-B7A8-5D2C41E98F36}, binary, one zlib stream (RFC 1950). Nothing vouches for its
-// content: who reads it compares what it says with the message.
+// Keeps `bytes` in the named property of a message, which the caller saves: kOriginalMailName of the property
+// set kOriginalMailSet (quorvane3/message_store.h), binary, one zlib stream (RFC 1950). Nothing vouches for
+// its content: who reads it compares what it says with the message.
 //
 // S_OK, E_OUTOFMEMORY; the codes of `bytes` and of `message`.
 [[nodiscard]] HRESULT KeepOriginal(const MailBytes& bytes, IMessage& message);

@@ -24,6 +24,13 @@ inline constexpr ULONG kPrMessageStorePath = PROP_TAG(PT_STRING8, 0x6600);
 // SaveChanges).
 inline constexpr ULONG kPrMessageStoreShortTermIds = PROP_TAG(PT_BOOLEAN, 0x6601);
 
+// The name (MNID_STRING) of a binary property for what a message was made of, such as the mail that was
+// imported. It is a property as any other and goes where the message goes, but PR_MESSAGE_SIZE, and with it
+// what contents tables tell and sort by, doesn't count it: it is no part of what the message says.
+inline constexpr GUID kOriginalMailSet = {
+    0x6B1F0C52, 0x93D4, 0x4E0A, {0xB7, 0xA8, 0x5D, 0x2C, 0x41, 0xE9, 0x8F, 0x36}};
+inline constexpr OLECHAR kOriginalMailName[] = OLESTR("OriginalMail");
+
 // Saving many messages: IMAPIProp::SaveChanges(MAPI_DEFERRED_ERRORS) on a message of the store is atomic, is
 // seen by everyone at once and outlives the process, but doesn't wait for the disk: a power failure may take
 // it back, never in part. Every later save without the flag, of any object of the store, makes all deferred

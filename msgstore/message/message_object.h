@@ -91,6 +91,7 @@ private:
     [[nodiscard]] HRESULT ComputeFlags(PropertyValue& value);
     [[nodiscard]] HRESULT HasVisibleAttachment(bool& has);
     [[nodiscard]] HRESULT TotalSize(std::uint64_t& size);
+    std::uint64_t SizeOfOriginal();
     bool ShowsStored(ULONG id) noexcept;
 
     [[nodiscard]] HRESULT SaveLocked(ULONG flags);

@@ -8,6 +8,7 @@
 #include "msgstore/props/text_encoding.h"
 #include "msgstore/util/guarded.h"
 #include "platform/mapi/more_tags.h"
+#include "quorvane3/message_store.h"
 
 namespace quorvane {
 namespace {
@@ -259,11 +260,24 @@ HRESULT CMessage::HasVisibleAttachment(bool& has)
     return S_OK;
 }
 
+// Of kOriginalMailName, which PR_MESSAGE_SIZE leaves out.
+std::uint64_t CMessage::SizeOfOriginal()
+{
+    for (const PropertyValue& value : m_bag) {
+        PropertyName name;
+        if (value.id() >= kFirstNamedId && PROP_TYPE(value.tag) == PT_BINARY &&
+            SUCCEEDED(m_backend->Names().NameOf(value.id(), name)) && name.kind == MNID_STRING &&
+            name.text == kOriginalMailName && name.set == kOriginalMailSet)
+            return value.ByteSize();
+    }
+    return 0;
+}
+
 HRESULT CMessage::TotalSize(std::uint64_t& size)
 {
     QV_RETURN_IF_FAILED(NeedRecipients());
     QV_RETURN_IF_FAILED(NeedAttachments());
-    size = m_bag.ByteSize();
+    size = m_bag.ByteSize() - SizeOfOriginal();
     for (const PropertyBag& recipient : m_recipients->rows())
         size += recipient.ByteSize();
     for (HeldAttachment& held : *m_attachments) {

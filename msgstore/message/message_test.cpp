@@ -3,6 +3,7 @@
 #include "msgstore/message/message_fixture.h"
 #include "msgstore/message/subject.h"
 #include "platform/mapi/more_tags.h"
+#include "quorvane3/message_store.h"
 
 namespace quorvane {
 namespace {
@@ -240,6 +241,25 @@ TEST_F(AttachmentsTest, SizesCountAllThatIsInside)
     const LONG before = say::NumberOf(*message_, PR_MESSAGE_SIZE);
     say::Attachment(*message_, OLESTR("a"), std::string(200000, 'x'));
     EXPECT_GE(say::NumberOf(*message_, PR_MESSAGE_SIZE), before + 200000);
+}
+
+TEST_F(AttachmentsTest, TheSizeLeavesOutWhatTheMessageWasMadeOf)
+{
+    const LONG before = say::NumberOf(*message_, PR_MESSAGE_SIZE);
+    const std::string bytes(200000, 'x');
+    const auto put = [&](const GUID& set, const OLECHAR* name) {
+        SPropValue value{};
+        value.ulPropTag = CHANGE_PROP_TYPE(say::NamedId(*message_, set, name), PT_BINARY);
+        value.Value.bin = {static_cast<ULONG>(bytes.size()),
+                           reinterpret_cast<BYTE*>(const_cast<char*>(bytes.data()))};
+        EXPECT_EQ(HrSetOneProp(message_.Get(), &value), S_OK);
+    };
+    put(kOriginalMailSet, kOriginalMailName);
+    EXPECT_EQ(say::NumberOf(*message_, PR_MESSAGE_SIZE), before);
+    put(kOriginalMailSet, OLESTR("Another"));
+    EXPECT_GE(say::NumberOf(*message_, PR_MESSAGE_SIZE), before + 200000);
+    put(PS_PUBLIC_STRINGS, kOriginalMailName);
+    EXPECT_GE(say::NumberOf(*message_, PR_MESSAGE_SIZE), before + 400000);
 }
 
 class EmbeddedTest : public MessageTest {

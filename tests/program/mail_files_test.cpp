@@ -90,6 +90,20 @@ TEST_F(MailFilesTest, WithoutOriginalsMailIsMadeAnewAndTakesLessRoom)
         EXPECT_FALSE(originals.contains(content));
 }
 
+TEST_F(MailFilesTest, TheSizeOfAnItemLeavesOutItsOriginal)
+{
+    const auto sizes = [this](const std::string& folder) {
+        std::multiset<std::uint64_t> found;
+        for (const Json& item : Items("a", folder))
+            found.insert(item["size"].get<std::uint64_t>());
+        return found;
+    };
+    Import({Samples().string()});
+    MustRun({"import", Mailbox("a"), "Plain", Samples().string(), "--no-original"});
+    EXPECT_FALSE(sizes("In").empty());
+    EXPECT_EQ(sizes("In"), sizes("Plain"));
+}
+
 TEST_F(MailFilesTest, AnEditedSubjectChangesNothingElse)
 {
     std::ofstream(Path("1.eml"), std::ios::binary) << "Subject: one\nX-Odd:  kept\n\nbody  \n";
