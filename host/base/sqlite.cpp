@@ -188,6 +188,20 @@ bool Statement::IsNull(int column) const
     return sqlite3_column_type(handle_.get(), column) == SQLITE_NULL;
 }
 
+ReadTogether::ReadTogether(Database& database) : database_(database)
+{
+    database_.Execute("BEGIN");
+}
+
+ReadTogether::~ReadTogether()
+{
+    try {
+        database_.Execute("COMMIT");
+    } catch (const HostError&) {
+        // A failure ended it.
+    }
+}
+
 Transaction::Transaction(Database& database) : database_(database)
 {
     database_.Execute("BEGIN IMMEDIATE");

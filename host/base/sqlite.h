@@ -83,6 +83,19 @@ private:
     StatementHandle handle_;
 };
 
+// Statements of one moment: the database is locked, and looked at for what others wrote, once for all of
+// them.
+class ReadTogether {
+public:
+    explicit ReadTogether(Database& database);
+    ReadTogether(const ReadTogether&) = delete;
+    ReadTogether& operator=(const ReadTogether&) = delete;
+    ~ReadTogether();
+
+private:
+    Database& database_;
+};
+
 // A transaction that takes the write lock at once and is undone unless committed.
 class Transaction {
 public:

@@ -98,16 +98,16 @@ private:
         if (!folder)
             return;  // a run names it
         std::vector<ItemRecord> rowless;
-        for (const ItemRecord& record : records_.ItemsOf(share.folderId)) {
+        records_.ForEachItem(share.folderId, Records::Deleted::kLeftOut, [&](const ItemRecord& record) {
             if (!record.isWhole || record.isPending || record.modified == 0)
-                continue;  // a run is at work on it
+                return;  // a run is at work on it
             const SharingRow* const row = rows_.Find(record.id);
             if (!row)
                 rowless.push_back(record);
             else if (!IsDamaged(session_, row->entryId) && IsGone(row->entryId) &&
                      !deletions_.MayHave(row->entryId))
                 FindLostMessage(share, record);
-        }
+        });
         if (!rowless.empty())
             FindLostRows(share, *folder, rowless);
     }

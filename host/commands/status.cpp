@@ -45,7 +45,7 @@ Json SharesOf(Records& records, SharedFolders& folders, Table& table)
     for (const Share& share : records.Shares()) {
         const auto members = records.Members(share.folderId);
         const auto waiting = records.Members(share.folderId, false);
-        const std::size_t items = records.ItemsOf(share.folderId).size();
+        const std::int64_t items = records.CountItems(share.folderId);
         const auto folder = folders.FindHere(share.folderId);
         json.push_back({{"folder", share.name},
                         {"id", share.folderId},

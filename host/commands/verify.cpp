@@ -49,7 +49,7 @@ void CheckItems(const Mailbox& mailbox, const MailSession& session, Records& rec
         json.push_back({{"id", id}, {"subject", subject}, {"what", what}});
         report.text += "  " + id + " '" + Printable(subject) + "' " + what + "\n";
     };
-    for (const ItemRecord& item : records.ItemsOf(share.folderId)) {
+    records.ForEachItem(share.folderId, Records::Deleted::kLeftOut, [&](const ItemRecord& item) {
         ++work.done;
         work.progress.Show(work.done, work.total, Counted(work.done, "item"));
         const auto entry = entries.find(item.id);
@@ -63,7 +63,7 @@ void CheckItems(const Mailbox& mailbox, const MailSession& session, Records& rec
                  (item.heads.Shown() && item.heads.Shown()->content != exchange::ContentDigest{} &&
                   item.heads.Shown()->content != DigestOf(ReadContent(*message, item.id))))
             add(item.id, TextOf(*message, PR_SUBJECT_W), "was changed, and nobody was told yet");
-    }
+    });
 }
 
 bool IsAnswered(const ComparisonRecord& pair, std::uint64_t since)
@@ -143,7 +143,7 @@ ExitCode Verify(const VerifyOptions& options)
     VerifyReport report;
     auto work = std::make_unique<VerifyWork>();
     for (const Share& share : shares)
-        work->total += records.ItemsOf(share.folderId).size();
+        work->total += static_cast<std::size_t>(records.CountItems(share.folderId));
     for (const Share& share : shares) {
         report.text += Printable(share.name) + ":\n";
         Json items = Json::array(), members = Json::array();

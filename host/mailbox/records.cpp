@@ -35,6 +35,8 @@ std::optional<Share> FindOneShare(Database& database, const char* sql, const std
 #define QV_SELECT_ITEM \
     "SELECT id, folder_id, stamp, member, deleted, modified, heads, whole, pending FROM item"
 
+constexpr std::size_t kItemsInPage = 200;
+
 ItemRecord ReadItemRecord(const Statement& row)
 {
     const std::string heads = row.Text(6);
@@ -319,18 +321,64 @@ std::optional<ItemRecord> Records::FindItem(const std::string& id)
     return ReadItemRecord(select);
 }
 
-std::vector<ItemRecord> Records::ItemsOf(const std::string& folderId)
+std::vector<std::optional<ItemRecord>> Records::FindItems(const std::vector<std::string>& ids)
 {
     const std::lock_guard lock(mutex_);
-    Statement select(database_, QV_SELECT_ITEM " WHERE folder_id = ? AND deleted = 0");
-    return ReadItemRecords(select.Bind(1, folderId));
+    const ReadTogether reading(database_);
+    std::vector<std::optional<ItemRecord>> items;
+    Statement select(database_, QV_SELECT_ITEM " WHERE id = ?");
+    for (const std::string& id : ids) {
+        items.push_back(select.Bind(1, id).Step() ? std::optional(ReadItemRecord(select)) : std::nullopt);
+        select.Reset();
+    }
+    return items;
 }
 
-std::vector<ItemRecord> Records::AllItemsOf(const std::string& folderId)
+std::int64_t Records::CountItems(const std::string& folderId)
 {
     const std::lock_guard lock(mutex_);
-    Statement select(database_, QV_SELECT_ITEM " WHERE folder_id = ? ORDER BY id");
-    return ReadItemRecords(select.Bind(1, folderId));
+    Statement select(database_, "SELECT count(*) FROM item WHERE folder_id = ? AND deleted = 0");
+    select.Bind(1, folderId).Step();
+    return select.Number(0);
+}
+
+// The rows of a folder in their order, of which each page is read then.
+std::vector<std::int64_t> Records::ItemRows(const std::string& folderId, Deleted deleted)
+{
+    const std::lock_guard lock(mutex_);
+    Statement select(database_,
+                     "SELECT rowid FROM item WHERE folder_id = ? AND (deleted = 0 OR ? = 1) ORDER BY id");
+    select.Bind(1, folderId).Bind(2, std::int64_t{deleted == Deleted::kIncluded});
+    std::vector<std::int64_t> rows;
+    while (select.Step())
+        rows.push_back(select.Number(0));
+    return rows;
+}
+
+std::vector<ItemRecord> Records::ReadItemRows(std::span<const std::int64_t> rows)
+{
+    const std::lock_guard lock(mutex_);
+    const ReadTogether reading(database_);
+    std::vector<ItemRecord> items;
+    Statement select(database_, QV_SELECT_ITEM " WHERE rowid = ?");
+    for (const std::int64_t row : rows) {
+        if (select.Bind(1, row).Step())
+            items.push_back(ReadItemRecord(select));
+        select.Reset();
+    }
+    return items;
+}
+
+void Records::ForEachItem(const std::string& folderId, Deleted deleted,
+                          const std::function<void(const ItemRecord&)>& visit)
+{
+    const std::vector<std::int64_t> rows = ItemRows(folderId, deleted);
+    for (std::size_t done = 0; done < rows.size(); done += kItemsInPage) {
+        const auto page = std::span(rows).subspan(done, std::min(kItemsInPage, rows.size() - done));
+        for (const ItemRecord& item : ReadItemRows(page))
+            if (item.folderId == folderId && (!item.deleted || deleted == Deleted::kIncluded))
+                visit(item);
+    }
 }
 
 std::vector<std::string> Records::PendingItems(const std::string& folderId)
@@ -378,8 +426,11 @@ void Records::PutItems(const std::vector<ItemRecord>& items)
 void Records::WriteItem(const ItemRecord& item)
 {
     Statement(database_,
-              "INSERT OR REPLACE INTO item (id, folder_id, stamp, member, deleted, modified, heads, whole, "
-              "pending, beaten) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?)")
+              "INSERT INTO item (id, folder_id, stamp, member, deleted, modified, heads, whole, pending, "
+              "beaten) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?) ON CONFLICT (id) DO UPDATE SET "
+              "folder_id = excluded.folder_id, stamp = excluded.stamp, member = excluded.member, "
+              "deleted = excluded.deleted, modified = excluded.modified, heads = excluded.heads, "
+              "whole = excluded.whole, pending = excluded.pending, beaten = excluded.beaten")
         .Bind(1, item.id)
         .Bind(2, item.folderId)
         .Bind(3, static_cast<std::int64_t>(item.version.stamp))

@@ -4,8 +4,10 @@
 #define QUORVANE_HOST_MAILBOX_RECORDS_H_
 
 #include <cstdint>
+#include <functional>
 #include <mutex>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -127,7 +129,15 @@ public:
 
     // Items.
     std::optional<ItemRecord> FindItem(const std::string& id);
-    std::vector<ItemRecord> ItemsOf(const std::string& folderId);
+    // In the order of the IDs; null for one that isn't known.
+    std::vector<std::optional<ItemRecord>> FindItems(const std::vector<std::string>& ids);
+    // How many of a folder there are, without deleted ones.
+    std::int64_t CountItems(const std::string& folderId);
+    // Visits those of a folder by rising ID. Few are held at once, and no lock: `visit` may write and forget
+    // items. What comes meanwhile isn't visited.
+    enum class Deleted { kLeftOut, kIncluded };
+    void ForEachItem(const std::string& folderId, Deleted deleted,
+                     const std::function<void(const ItemRecord&)>& visit);
     void PutItem(const ItemRecord& item);
     // Notes all of them or none, and has that on the disk.
     void PutItems(const std::vector<ItemRecord>& items);
@@ -140,8 +150,6 @@ public:
     // Those that were changed or deleted here, are whole if they aren't deleted, and that no package for all
     // members holds.
     std::vector<std::string> PendingItems(const std::string& folderId);
-    // All that is known of a folder, deleted ones included, by rising id.
-    std::vector<ItemRecord> AllItemsOf(const std::string& folderId);
 
     // Who makes the changes that are made here: this device, in its present epoch.
     struct Changer {
@@ -208,6 +216,8 @@ public:
 private:
     class Durable;
     void WriteItem(const ItemRecord& item);
+    std::vector<std::int64_t> ItemRows(const std::string& folderId, Deleted deleted);
+    std::vector<ItemRecord> ReadItemRows(std::span<const std::int64_t> rows);
 
     std::mutex mutex_;
     Database database_;

@@ -128,7 +128,84 @@ TEST_F(RecordsTest, AnItemIsReplacedByItsLaterRecord)
     ASSERT_TRUE(item);
     EXPECT_EQ(item->version, (ItemVersion{8, "bob"}));
     EXPECT_TRUE(item->deleted);
-    EXPECT_TRUE(records_.ItemsOf("{F}").empty());
+    EXPECT_EQ(records_.CountItems("{F}"), 0);
+}
+
+TEST_F(RecordsTest, ItemsAreFoundInTheOrderThatTheyAreAskedForIn)
+{
+    records_.PutItem({"{1}", "{F}", {7, "alice"}, false, 9});
+    records_.PutItem({"{2}", "{G}", {8, "bob"}, true, 0});
+
+    const auto items = records_.FindItems({"{2}", "{3}", "{1}", "{2}"});
+    ASSERT_EQ(items.size(), 4U);
+    EXPECT_EQ(items[0]->version, (ItemVersion{8, "bob"}));
+    EXPECT_FALSE(items[1]);
+    EXPECT_EQ(items[2]->modified, 9U);
+    EXPECT_EQ(items[3]->id, "{2}");
+}
+
+class ManyItemsTest : public RecordsTest {
+protected:
+    static constexpr int kItems = 450;  // some pages
+
+    static std::string Id(int number) { return std::to_string(1000 + number); }
+    void SetUp() override
+    {
+        for (int number = kItems - 1; number >= 0; --number)
+            records_.PutItem({Id(number), "{F}", {7, "alice"}, number % 10 == 0, 9});
+        records_.PutItem({Id(3) + "-elsewhere", "{G}", {7, "alice"}, false, 9});
+    }
+    std::vector<std::string> Visited(
+        Records::Deleted deleted, const std::function<void(const ItemRecord&)>& visit = [](const auto&) {})
+    {
+        std::vector<std::string> ids;
+        records_.ForEachItem("{F}", deleted, [&](const ItemRecord& item) {
+            ids.push_back(item.id);
+            visit(item);
+        });
+        return ids;
+    }
+};
+
+TEST_F(ManyItemsTest, AreVisitedByRisingIdWithOrWithoutDeletedOnes)
+{
+    std::vector<std::string> all, left;
+    for (int number = 0; number < kItems; ++number) {
+        all.push_back(Id(number));
+        if (number % 10 != 0)
+            left.push_back(Id(number));
+    }
+    EXPECT_EQ(Visited(Records::Deleted::kIncluded), all);
+    EXPECT_EQ(Visited(Records::Deleted::kLeftOut), left);
+    EXPECT_EQ(records_.CountItems("{F}"), static_cast<std::int64_t>(left.size()));
+}
+
+// Each visit writes its item anew, forgets the one of the next page and adds one.
+TEST_F(ManyItemsTest, MayBeWrittenAndForgottenWhileTheyAreVisited)
+{
+    const auto ids = Visited(Records::Deleted::kIncluded, [&](const ItemRecord& item) {
+        ItemRecord again = item;
+        again.version.stamp = 8;
+        records_.PutItem(again);
+        const int number = std::stoi(item.id) - 1000;
+        if (number < 200)
+            records_.ForgetItem(Id(number + 200));
+        records_.PutItem({"9" + item.id, "{F}", {7, "alice"}, false, 9});
+    });
+
+    EXPECT_EQ(ids.size(), kItems - 200U);
+    EXPECT_EQ(ids.back(), Id(kItems - 1));
+    EXPECT_EQ(records_.FindItem(Id(0))->version.stamp, 8U);
+}
+
+TEST_F(ManyItemsTest, OneThatCameToAnotherFolderMeanwhileIsNotVisited)
+{
+    const auto ids = Visited(Records::Deleted::kLeftOut, [&](const ItemRecord& item) {
+        if (item.id == Id(1))
+            records_.PutItem({Id(kItems - 1), "{G}", {8, "alice"}, false, 9});
+    });
+
+    EXPECT_EQ(ids.back(), Id(kItems - 2));
 }
 
 exchange::ItemHeads HeadsBy(unsigned char device, std::uint64_t stamp)

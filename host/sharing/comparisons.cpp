@@ -31,25 +31,46 @@ class RecordedFolder final : public exchange::FolderView {
 public:
     // flags: null where they aren't compared.
     RecordedFolder(Records& records, FlagRecords* flags, const std::string& folderId)
+        : records_(records),
+          folderId_(folderId),
+          flags_(flags ? flags->Of(folderId) : std::map<std::string, exchange::ItemFlags>())
+    {}
+    void ForEach(const Visit& visit) const override
     {
-        const auto known = flags ? flags->Of(folderId) : std::map<std::string, exchange::ItemFlags>();
-        for (const ItemRecord& record : records.AllItemsOf(folderId)) {
-            items_.push_back(KnownOf(record));
-            if (const auto found = known.find(record.id); found != known.end())
-                items_.back().flags = found->second;
-            exchange::DropFlagsOfDeleted(items_.back());
-        }
+        records_.ForEachItem(folderId_, Records::Deleted::kIncluded,
+                             [&](const ItemRecord& record) { visit(KnownWithFlags(record)); });
     }
-    void ForEach(const Visit& visit) const override { std::for_each(items_.begin(), items_.end(), visit); }
     void ForEachIn(std::uint8_t bucket, const Visit& visit) const override
     {
-        for (const exchange::KnownItem& item : items_)
-            if (exchange::BucketOf(item.id) == bucket)
-                visit(item);
+        if (!ids_)
+            ListIds();
+        for (const auto& record : records_.FindItems((*ids_)[bucket]))
+            if (record)
+                visit(KnownWithFlags(*record));
     }
 
 private:
-    std::vector<exchange::KnownItem> items_;
+    exchange::KnownItem KnownWithFlags(const ItemRecord& record) const
+    {
+        exchange::KnownItem item = KnownOf(record);
+        if (const auto found = flags_.find(record.id); found != flags_.end())
+            item.flags = found->second;
+        exchange::DropFlagsOfDeleted(item);
+        return item;
+    }
+    void ListIds() const
+    {
+        ids_.emplace(exchange::FolderDigest::kBuckets);
+        records_.ForEachItem(folderId_, Records::Deleted::kIncluded, [&](const ItemRecord& record) {
+            (*ids_)[exchange::BucketOf(record.id)].push_back(record.id);
+        });
+    }
+
+    Records& records_;
+    std::string folderId_;
+    std::map<std::string, exchange::ItemFlags> flags_;
+    mutable std::optional<std::vector<std::vector<std::string>>>
+        ids_;  // of each bucket, once they are asked for
 };
 
 // Begun here, and an answer may still come.

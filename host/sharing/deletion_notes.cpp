@@ -1,8 +1,7 @@
 #include "host/sharing/deletion_notes.h"
 
-#include <unordered_set>
-
 #include "host/base/errors.h"
+#include "host/sharing/text_set.h"
 #include "host/store/folders.h"
 
 namespace quorvane::host {
@@ -37,14 +36,14 @@ void DeletionNotes::LookAhead(const std::string& folderId, Row& row)
     const ComPtr<IMAPIFolder> folder = share ? OpenFolder(mail_, share->entryId) : nullptr;
     if (!folder)
         return;
-    std::unordered_set<std::string> present;
-    ForEachItem(*folder, [&](const ItemInfo& item) { present.insert(item.entryId); });
+    TextSet present;
+    ForEachItem(*folder, [&](const ItemInfo& item) { present.Add(item.entryId); });
     std::vector<std::string> gone;
-    for (const ItemRecord& record : records_.ItemsOf(folderId)) {
+    records_.ForEachItem(folderId, Records::Deleted::kLeftOut, [&](const ItemRecord& record) {
         const auto known = state_.RowOfId(record.id);
-        if (known && record.isWhole && !present.contains(known->entryId) && IsGone(known->entryId))
+        if (known && record.isWhole && !present.Has(known->entryId) && IsGone(known->entryId))
             gone.push_back(record.id);
-    }
+    });
     row.patience = gone.empty() ? 2 * row.patience : kPatience;
     NoteAll(gone, folderId);
 }

@@ -15,26 +15,6 @@ constexpr auto kLongestEnd = std::chrono::seconds(30);
 
 constexpr char kOfEntry[] = "SELECT ID, EntryID, StoreID, LastModified FROM tblItem WHERE EntryID = ?";
 
-// Statements of one moment: the database is locked, and looked at for what others wrote, once for all of
-// them.
-class ReadTogether {
-public:
-    explicit ReadTogether(Database& database) : database_(database) { database_.Execute("BEGIN"); }
-    ReadTogether(const ReadTogether&) = delete;
-    ReadTogether& operator=(const ReadTogether&) = delete;
-    ~ReadTogether()
-    {
-        try {
-            database_.Execute("COMMIT");
-        } catch (const HostError&) {
-            // A failure ended it.
-        }
-    }
-
-private:
-    Database& database_;
-};
-
 }  // namespace
 
 ItemState::ItemState(const Mailbox& mailbox, Records& records)

@@ -1,7 +1,6 @@
 #include "host/sharing/reconcile.h"
 
 #include <functional>
-#include <unordered_set>
 
 #include "host/store/folders.h"
 #include "host/store/properties.h"
@@ -37,13 +36,10 @@ void ForEachFewMessages(IMAPIFolder& folder, const std::function<void(const Mess
 }  // namespace
 
 // Of what isn't here yet, a change waits for that.
-bool Reconciler::IsDifferent(const Known& known, const SharingRow& row, std::uint64_t modified)
+bool Reconciler::IsDifferent(const SharingRow& row, const std::optional<ItemRecord>& record,
+                             std::uint64_t modified)
 {
-    const auto record = known.find(row.id);
-    if (record == known.end())
-        return true;
-    return !ItemState::IsCurrent(row, record->second, modified) &&
-           (record->second.isWhole || record->second.deleted);
+    return !record || (!ItemState::IsCurrent(row, *record, modified) && (record->isWhole || record->deleted));
 }
 
 // What was changed here and is in no package, though none is on its way: a power cut took the one that it was
@@ -60,35 +56,54 @@ std::set<std::string> Reconciler::FindLost(const Share& share)
     return lost;
 }
 
-std::vector<Reconciler::Difference> Reconciler::FindDifferences(const Share& share)
+// Of the messages of a folder; `seen` gets them, and the items that they are.
+void Reconciler::FindChanges(const Share& share, const std::set<std::string>& lost, Seen& seen,
+                             std::vector<Difference>& differences)
 {
     const ComPtr<IMAPIFolder> folder = OpenFolder(parts_.mail, share.entryId);
     if (!folder)
         Fail("read the folder", share.name, "it is gone");
-    Known known;
-    for (ItemRecord& record : parts_.records.AllItemsOf(share.folderId))
-        known.emplace(record.id, std::move(record));
-    const std::set<std::string> lost = FindLost(share);
-    std::vector<Difference> differences;
-    std::unordered_set<std::string> present;
-    std::unordered_set<std::string> shown;  // items, by messages that are present
     ForEachFewMessages(*folder, [&](const Messages& messages) {
         const auto rows = parts_.state.RowsOf(messages.entryIds);
+        const auto records = RecordsOf(share, rows);
         for (std::size_t i = 0; i < rows.size(); ++i) {
-            present.insert(messages.entryIds[i]);
+            seen.messages.Add(messages.entryIds[i]);
             if (rows[i])
-                shown.insert(rows[i]->id);
-            if (!rows[i] || IsDifferent(known, *rows[i], messages.modified[i]) || lost.contains(rows[i]->id))
+                seen.items.Add(rows[i]->id);
+            if (!rows[i] || IsDifferent(*rows[i], records[i], messages.modified[i]) ||
+                lost.contains(rows[i]->id))
                 differences.push_back({messages.entryIds[i], {}, messages.modified[i]});
         }
     });
-    for (const auto& [id, record] : known) {
-        if (shown.contains(id))
-            continue;
-        const auto row = parts_.state.RowOfId(id);
-        if (row ? !present.contains(row->entryId) : record.deleted && lost.contains(id))
-            differences.push_back({{}, id, 0});
-    }
+}
+
+// In the order of the rows; null where there is no row, or no item of this folder.
+std::vector<std::optional<ItemRecord>> Reconciler::RecordsOf(
+    const Share& share, const std::vector<std::optional<SharingRow>>& rows)
+{
+    std::vector<std::string> ids;
+    for (const auto& row : rows)
+        ids.push_back(row ? row->id : std::string());
+    auto records = parts_.records.FindItems(ids);
+    for (auto& record : records)
+        if (record && record->folderId != share.folderId)
+            record.reset();
+    return records;
+}
+
+std::vector<Reconciler::Difference> Reconciler::FindDifferences(const Share& share)
+{
+    const std::set<std::string> lost = FindLost(share);
+    std::vector<Difference> differences;
+    Seen seen;
+    FindChanges(share, lost, seen, differences);
+    parts_.records.ForEachItem(share.folderId, Records::Deleted::kIncluded, [&](const ItemRecord& item) {
+        if (seen.items.Has(item.id))
+            return;
+        const auto row = parts_.state.RowOfId(item.id);
+        if (row ? !seen.messages.Has(row->entryId) : item.deleted && lost.contains(item.id))
+            differences.push_back({{}, item.id, 0});
+    });
     std::erase_if(differences,
                   [this](const Difference& difference) { return failed_.contains(difference.Key()); });
     return differences;

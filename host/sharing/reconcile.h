@@ -10,6 +10,7 @@
 
 #include "host/sharing/commit_group.h"
 #include "host/sharing/sender.h"
+#include "host/sharing/text_set.h"
 
 namespace quorvane::host {
 
@@ -53,8 +54,16 @@ private:
         std::string Key() const { return entryId + id + ":" + std::to_string(modified); }
     };
     std::set<std::string> FindLost(const Share& share);
-    using Known = std::map<std::string, ItemRecord>;  // what is known of a folder's items, by their IDs
-    static bool IsDifferent(const Known& known, const SharingRow& row, std::uint64_t modified);
+    struct Seen {
+        TextSet messages;  // entry identifiers
+        TextSet items;     // IDs
+    };
+    void FindChanges(const Share& share, const std::set<std::string>& lost, Seen& seen,
+                     std::vector<Difference>& differences);
+    std::vector<std::optional<ItemRecord>> RecordsOf(const Share& share,
+                                                     const std::vector<std::optional<SharingRow>>& rows);
+    static bool IsDifferent(const SharingRow& row, const std::optional<ItemRecord>& record,
+                            std::uint64_t modified);
     std::vector<Difference> FindDifferences(const Share& share);
     void Send(const Share& share, const Difference& difference);
 

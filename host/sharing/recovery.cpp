@@ -140,12 +140,12 @@ bool Recovery::WasDeleted(const std::string& entryId)
 void Recovery::ForgetUnsent(const Share& share)
 {
     const Records::Changer own = parts_.records.OwnChanger();
-    for (const ItemRecord& record : parts_.records.ItemsOf(share.folderId)) {
+    parts_.records.ForEachItem(share.folderId, Records::Deleted::kLeftOut, [&](const ItemRecord& record) {
         const exchange::Revision* const shown = record.heads.Shown();
         if (record.isWhole && shown && !shown->isDeletion && record.heads == FirstHeads(own, *shown) &&
             !parts_.state.RowOfId(record.id))
             parts_.records.ForgetItem(record.id);
-    }
+    });
 }
 
 }  // namespace quorvane::host

@@ -208,16 +208,16 @@ void Runner::LookThrough(const Share& share)
     if (!transport_.folders.IsFresh(share.folderId))
         return;
     bool keeps = false;
-    for (const ItemRecord& item : records_.ItemsOf(share.folderId)) {
+    records_.ForEachItem(share.folderId, Records::Deleted::kLeftOut, [&](const ItemRecord& item) {
         const auto row = state_.RowOfId(item.id);
         if (row && FolderOfMessage(mail_, row->entryId) == share.entryId) {
             keeps = true;
-            continue;
+            return;
         }
         if (row)
             Check(engine_.Session().DeleteItem(BstrOf(item.id).Get()), "forget an item of", share.name);
         records_.ForgetItem(item.id);
-    }
+    });
     if (!keeps)
         for (const std::string& id : records_.DeletedBy(share.folderId, {}))
             records_.ForgetItem(id);
