@@ -25,8 +25,8 @@ ExitCode MakeBackup(const BackupOptions& options)
     const Mailbox mailbox = Mailbox::Open(options.from);
     Progress progress("backing up", Progress::Unit::kBytes);
     BackUp(mailbox, options.to, ShownOn(progress));
-    Print(options.json, {{"mailbox", mailbox.Name()}, {"backup", options.to}},
-          "backed up '" + mailbox.Name() + "' to " + options.to + "\n");
+    PrintSentences(options.json, {{"mailbox", mailbox.Name()}, {"backup", options.to}},
+                   "backed up '" + mailbox.Name() + "' to " + options.to + "\n");
     return ExitCode::kDone;
 }
 
@@ -34,10 +34,10 @@ ExitCode Restore(const BackupOptions& options)
 {
     Progress progress("restoring", Progress::Unit::kBytes);
     const std::string name = RestoreBackup(options.from, options.to, ShownOn(progress));
-    Print(options.json, {{"mailbox", name}, {"directory", options.to}},
-          "made the mailbox of '" + name + "' in " + options.to +
-              "; the one that the backup was made of must not run any "
-              "more\n");
+    PrintSentences(options.json, {{"mailbox", name}, {"directory", options.to}},
+                   "made the mailbox of '" + name + "' in " + options.to +
+                       "; the one that the backup was made of must not run any "
+                       "more\n");
     return ExitCode::kDone;
 }
 

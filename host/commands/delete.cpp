@@ -29,8 +29,8 @@ ExitCode Delete(const DeleteOptions& options)
     }
     ENTRYLIST list{static_cast<ULONG>(binaries.size()), binaries.data()};
     Check(folder->DeleteMessages(&list, 0, nullptr, 0), "delete items of", options.folder);
-    Print(options.json, {{"deleted", json}},
-          "deleted " + std::to_string(ids.size()) + " of " + Printable(options.folder) + "\n");
+    PrintSentences(options.json, {{"deleted", json}},
+                   "deleted " + std::to_string(ids.size()) + " of " + Printable(options.folder) + "\n");
     return ExitCode::kDone;
 }
 

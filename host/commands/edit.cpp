@@ -69,8 +69,8 @@ ExitCode Edit(const EditOptions& options)
     const ComPtr<IMessage> changed = OpenMessage(session, entryId, false);
     if (!changed)
         Fail("open the item", options.item, "it is gone");
-    Print(options.json, JsonOf(entryId, MarksOf(*changed)),
-          "changed " + Printable(TextOf(*changed, PR_SUBJECT_W)) + "\n");
+    PrintSentences(options.json, JsonOf(entryId, MarksOf(*changed)),
+                   "changed " + Printable(TextOf(*changed, PR_SUBJECT_W)) + "\n");
     return ExitCode::kDone;
 }
 

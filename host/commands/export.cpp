@@ -240,7 +240,7 @@ ExitCode Export(const ExportArguments& options)
         }
     });
     exporter->Finish();
-    Print(
+    PrintSentences(
         options.json,
         {{"folder", options.folder}, {"items", number}, {"files", exporter->Written()}, {"damaged", damaged}},
         lines + "exported " + Counted(number, "item") + " to " + options.directory + "\n");

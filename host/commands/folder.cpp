@@ -36,8 +36,8 @@ ExitCode Make(const FolderOptions& options)
     const MailSession session(options.mailbox);
     const std::string path = PlainPath(options.folder);
     const std::string entryId = HexOf(*MakeFolder(session, path), PR_ENTRYID);
-    Print(options.json, {{"folder", path}, {"entryId", entryId}},
-          "made the folder " + Printable(path) + "\n");
+    PrintSentences(options.json, {{"folder", path}, {"entryId", entryId}},
+                   "made the folder " + Printable(path) + "\n");
     return ExitCode::kDone;
 }
 
@@ -47,8 +47,8 @@ ExitCode MoveTo(const FolderOptions& options, const std::string& newPath)
     const MailSession session(options.mailbox);
     MoveFolder(session, options.folder, newPath);
     NotePaths(mailbox, session);
-    Print(options.json, {{"folder", PlainPath(options.folder)}, {"to", newPath}},
-          Printable(PlainPath(options.folder)) + " is " + Printable(newPath) + " now\n");
+    PrintSentences(options.json, {{"folder", PlainPath(options.folder)}, {"to", newPath}},
+                   Printable(PlainPath(options.folder)) + " is " + Printable(newPath) + " now\n");
     return ExitCode::kDone;
 }
 
@@ -174,12 +174,12 @@ ExitCode DeleteTree(const FolderOptions& options)
         DeleteFolder(session, folder->path);
         folders.push_back(folder->path);
     }
-    Print(options.json, {{"deleted", folders}, {"items", emptier.Done()}},
-          "deleted " + Printable(path) +
-              (emptier.Done() > 0
-                   ? "; " + Counted(emptier.Done(), "item") + (emptier.Done() == 1 ? " lies" : " lie") +
-                         " in the trash ('quorvane trash')\n"
-                   : "\n"));
+    PrintSentences(options.json, {{"deleted", folders}, {"items", emptier.Done()}},
+                   "deleted " + Printable(path) +
+                       (emptier.Done() > 0 ? "; " + Counted(emptier.Done(), "item") +
+                                                 (emptier.Done() == 1 ? " lies" : " lie") +
+                                                 " in the trash ('quorvane trash')\n"
+                                           : "\n"));
     return ExitCode::kDone;
 }
 

@@ -212,16 +212,17 @@ ExitCode Import(const ImportArguments& options)
         Check(saves->Gather(TRUE), "save the items of", options.folder);
     ImportAll(reader, importer);
     Check(session.Store().SaveChanges(0), "save the items of", options.folder);
-    Print(options.json,
-          {{"folder", options.folder},
-           {"imported", importer.Imported()},
-           {"known", importer.Known()},
-           {"leftOut", importer.LeftOut()},
-           {"doubts", importer.Doubts()}},
-          importer.Lines() + "imported " + Counted(importer.Imported(), "item") + " into " +
-              Printable(options.folder) + ", left out " + std::to_string(importer.LeftOut().size()) +
-              (importer.Known() == 0 ? "" : ", " + std::to_string(importer.Known()) + " were there already") +
-              "\n");
+    PrintSentences(
+        options.json,
+        {{"folder", options.folder},
+         {"imported", importer.Imported()},
+         {"known", importer.Known()},
+         {"leftOut", importer.LeftOut()},
+         {"doubts", importer.Doubts()}},
+        importer.Lines() + "imported " + Counted(importer.Imported(), "item") + " into " +
+            Printable(options.folder) + ", left out " + std::to_string(importer.LeftOut().size()) +
+            (importer.Known() == 0 ? "" : ", " + std::to_string(importer.Known()) + " were there already") +
+            "\n");
     if (importer.Imported() == 0 && importer.Known() == 0)
         Fail("import into", options.folder, importer.WhyNothing());
     return ExitCode::kDone;

@@ -21,13 +21,13 @@ ExitCode Init(const InitOptions& options)
         options.name.empty() ? PathOf(options.mailbox).lexically_normal().filename().string() : options.name;
     const Mailbox mailbox = Mailbox::Create(options.mailbox, name);
     const auto device = exchange::ParseDeviceId(mailbox.Device()).value_or(exchange::DeviceId{});
-    Print(options.json,
-          {{"mailbox", mailbox.Directory().string()},
-           {"name", mailbox.Name()},
-           {"device", mailbox.Device()},
-           {"fingerprint", exchange::FingerprintOf(device)}},
-          "made the mailbox " + mailbox.Directory().string() + " of " + mailbox.Name() + ", device " +
-              ShownDevice(device) + "\n");
+    PrintSentences(options.json,
+                   {{"mailbox", mailbox.Directory().string()},
+                    {"name", mailbox.Name()},
+                    {"device", mailbox.Device()},
+                    {"fingerprint", exchange::FingerprintOf(device)}},
+                   "made the mailbox " + mailbox.Directory().string() + " of " + mailbox.Name() +
+                       ", device " + ShownDevice(device) + "\n");
     if (!options.exchange.empty())
         ShowInExchange(mailbox, options.exchange, options.exchangeMode);
     return ExitCode::kDone;

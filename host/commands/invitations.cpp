@@ -98,16 +98,16 @@ void PrintAccepted(const AnswerOptions& options, const KnownFolder& folder, cons
     }
     for (const std::string& failure : tree.failures)
         lines += Printable(failure) + "\n";
-    Print(options.json,
-          {{"folder", share.name},
-           {"id", share.folderId},
-           {"invitation", folder.Id()},
-           {"tree", options.tree},
-           {"below", below},
-           {"failures", tree.failures}},
-          lines + "accepted " + Printable(folder.name) + " as the folder " + Printable(share.name) +
-              (options.tree ? ", with all that its founder shares in it" : "") +
-              "; 'quorvane run' asks for what " + (below.empty() ? "it holds\n" : "they hold\n"));
+    PrintSentences(options.json,
+                   {{"folder", share.name},
+                    {"id", share.folderId},
+                    {"invitation", folder.Id()},
+                    {"tree", options.tree},
+                    {"below", below},
+                    {"failures", tree.failures}},
+                   lines + "accepted " + Printable(folder.name) + " as the folder " + Printable(share.name) +
+                       (options.tree ? ", with all that its founder shares in it" : "") +
+                       "; 'quorvane run' asks for what " + (below.empty() ? "it holds\n" : "they hold\n"));
 }
 
 ExitCode Accept(const AnswerOptions& options)
@@ -140,8 +140,8 @@ ExitCode Decline(const AnswerOptions& options)
     Answering answering(options.mailbox);
     const KnownFolder invitation = answering.folders.FindInvitation(options.id);
     answering.folders.Decline(invitation);
-    Print(options.json, {{"folder", invitation.name}, {"invitation", invitation.Id()}},
-          "declined " + Printable(invitation.name) + "; 'quorvane run' tells who shares it\n");
+    PrintSentences(options.json, {{"folder", invitation.name}, {"invitation", invitation.Id()}},
+                   "declined " + Printable(invitation.name) + "; 'quorvane run' tells who shares it\n");
     return ExitCode::kDone;
 }
 

@@ -112,9 +112,9 @@ ExitCode AddMirror(const MirrorOptions& options, const Mailbox& mailbox, MirrorR
     mirror.folder = options.folder;
     mirror.directory = MaildirAt(options.maildir, false).string();
     Tie(session, records, mirror);
-    Print(options.json, {{"folder", mirror.folder}, {"maildir", mirror.directory}},
-          Tied(mirror) +
-              (mailbox.IsInRun() ? "; the run keeps both in step\n" : "; a run keeps both in step\n"));
+    PrintSentences(options.json, {{"folder", mirror.folder}, {"maildir", mirror.directory}},
+                   Tied(mirror) + (mailbox.IsInRun() ? "; the run keeps both in step\n"
+                                                     : "; a run keeps both in step\n"));
     return ExitCode::kDone;
 }
 
@@ -163,7 +163,7 @@ ExitCode AddTree(const MirrorOptions& options, const Mailbox& mailbox, MirrorRec
         text = "all of " + Printable(folder) + " is tied already\n";
     else
         text += mailbox.IsInRun() ? "the run keeps them in step\n" : "a run keeps them in step\n";
-    Print(options.json, {{"folder", folder}, {"maildir", root.string()}, {"tied", ties}}, text);
+    PrintSentences(options.json, {{"folder", folder}, {"maildir", root.string()}, {"tied", ties}}, text);
     return ExitCode::kDone;
 }
 
@@ -184,9 +184,10 @@ ExitCode RemoveTree(const MirrorOptions& options, MirrorRecords& records)
         untied.push_back({{"folder", mirror.folder}, {"maildir", mirror.directory}});
         text += "untied " + Printable(mirror.folder) + " from " + Printable(mirror.directory) + "\n";
     }
-    Print(options.json,
-          {{"folder", folder}, {"maildir", mirrors[0].directory}, {"untied", untied}, {"removed", true}},
-          text + "all of them keep their mails\n");
+    PrintSentences(
+        options.json,
+        {{"folder", folder}, {"maildir", mirrors[0].directory}, {"untied", untied}, {"removed", true}},
+        text + "all of them keep their mails\n");
     return ExitCode::kDone;
 }
 
@@ -209,12 +210,12 @@ ExitCode RunMirror(const MirrorOptions& options)
         records.Remove(mirror.number);
     else
         records.Confirm(mirror.number);
-    Print(options.json,
-          {{"folder", mirror.folder}, {"maildir", mirror.directory}, {"removed", options.remove}},
-          options.remove ? "untied " + Printable(mirror.folder) + " from " + Printable(mirror.directory) +
-                               "; both keep their mails\n"
-                         : Counted(static_cast<std::uint64_t>(mirror.held), "mail") + " of " +
-                               Printable(mirror.folder) + " may be deleted\n");
+    PrintSentences(options.json,
+                   {{"folder", mirror.folder}, {"maildir", mirror.directory}, {"removed", options.remove}},
+                   options.remove ? "untied " + Printable(mirror.folder) + " from " +
+                                        Printable(mirror.directory) + "; both keep their mails\n"
+                                  : Counted(static_cast<std::uint64_t>(mirror.held), "mail") + " of " +
+                                        Printable(mirror.folder) + " may be deleted\n");
     return ExitCode::kDone;
 }
 

@@ -24,8 +24,8 @@ ExitCode Move(const MoveOptions& options)
     ENTRYLIST list{1, &binary};
     Check(folder->CopyMessages(&list, &IID_IMAPIFolder, target.Get(), 0, nullptr, MESSAGE_MOVE),
           "move the item", options.item);
-    Print(options.json, {{"moved", Hex(id)}, {"to", options.target}},
-          "moved the item to " + Printable(options.target) + "\n");
+    PrintSentences(options.json, {{"moved", Hex(id)}, {"to", options.target}},
+                   "moved the item to " + Printable(options.target) + "\n");
     return ExitCode::kDone;
 }
 

@@ -35,9 +35,10 @@ ExitCode Resend(const ResendOptions& options)
         Fail("resend to", options.member, "no such member of " + options.folder + " (see 'quorvane share')");
     records.AddResend(share.folderId, options.member,
                       options.all ? ResendScope::kEverything : ResendScope::kChanged, since);
-    Print(options.json, {{"folder", options.folder}, {"id", share.folderId}, {"member", options.member}},
-          "noted; 'quorvane run' sends " + Printable(options.folder) + " to " + options.member +
-              ", also one that is under way\n");
+    PrintSentences(options.json,
+                   {{"folder", options.folder}, {"id", share.folderId}, {"member", options.member}},
+                   "noted; 'quorvane run' sends " + Printable(options.folder) + " to " + options.member +
+                       ", also one that is under way\n");
     return ExitCode::kDone;
 }
 
@@ -49,8 +50,9 @@ ExitCode Cancel(const CancelOptions& options)
     if (!options.folder.empty())
         folderId = FindSharedFolder(records, options.mailbox, options.folder).folderId;
     const int cancelled = records.CancelResends(folderId, options.member);
-    Print(options.json, {{"cancelled", cancelled}},
-          "cancelled " + std::to_string(cancelled) + "; 'quorvane resend' goes on with what is left\n");
+    PrintSentences(
+        options.json, {{"cancelled", cancelled}},
+        "cancelled " + std::to_string(cancelled) + "; 'quorvane resend' goes on with what is left\n");
     return ExitCode::kDone;
 }
 

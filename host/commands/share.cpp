@@ -160,7 +160,7 @@ ExitCode ShareFolder(const ShareOptions& options)
     for (const Share& inner : shares)
         if (inner.folderId != share.folderId)
             below.push_back({{"folder", inner.name}, {"id", inner.folderId}});
-    Print(
+    PrintSentences(
         options.json,
         {{"folder", options.folder},
          {"id", share.folderId},

@@ -75,9 +75,10 @@ ExitCode LeaveFolder(const UnshareOptions& options)
                                  !ending.HasMember(ending.share, ending.mailbox.Name());
     for (auto share = ending.shares.rbegin(); share != ending.shares.rend(); ++share)
         ending.folders.Leave(share->folderId);
-    Print(options.json, {{"folder", ending.share.name}, {"id", ending.share.folderId}, {"below", below}},
-          "left " + text + ", which stays here as it is; 'quorvane run' tells its members" +
-              (isLastOfFounder ? ", whom nobody can take out any more\n" : "\n"));
+    PrintSentences(options.json,
+                   {{"folder", ending.share.name}, {"id", ending.share.folderId}, {"below", below}},
+                   "left " + text + ", which stays here as it is; 'quorvane run' tells its members" +
+                       (isLastOfFounder ? ", whom nobody can take out any more\n" : "\n"));
     return ExitCode::kDone;
 }
 
@@ -103,15 +104,15 @@ ExitCode Unshare(const UnshareOptions& options)
         if (options.members.empty())
             ending.folders.Dissolve(share->folderId);
     }
-    Print(options.json,
-          {{"folder", ending.share.name},
-           {"id", ending.share.folderId},
-           {"members", options.members.empty() ? std::vector<std::string>()
-                                               : ending.records.Members(ending.share.folderId)},
-           {"below", ending.Below()}},
-          (options.members.empty() ? ending.Text() + " isn't shared any more"
-                                   : "taken out of " + ending.Text()) +
-              "; what members have they keep; 'quorvane run' tells them\n");
+    PrintSentences(options.json,
+                   {{"folder", ending.share.name},
+                    {"id", ending.share.folderId},
+                    {"members", options.members.empty() ? std::vector<std::string>()
+                                                        : ending.records.Members(ending.share.folderId)},
+                    {"below", ending.Below()}},
+                   (options.members.empty() ? ending.Text() + " isn't shared any more"
+                                            : "taken out of " + ending.Text()) +
+                       "; what members have they keep; 'quorvane run' tells them\n");
     return ExitCode::kDone;
 }
 
