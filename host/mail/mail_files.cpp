@@ -49,8 +49,11 @@ public:
 private:
     void AddProblem(const fs::path& path, std::string problem)
     {
-        files_.push_back(
-            {.path = path, .size = 0, .inMaildir = false, .read = {}, .problem = std::move(problem)});
+        files_.push_back({.name = path.native(),
+                          .size = 0,
+                          .inMaildir = false,
+                          .read = {},
+                          .problem = std::move(problem)});
     }
 
     void AddFile(const fs::path& path)
@@ -60,7 +63,7 @@ private:
         if (failure)
             return AddProblem(path, "it can't be read: " + failure.message());
         const bool inMaildir = IsMaildirPart(path.parent_path());
-        files_.push_back({.path = path,
+        files_.push_back({.name = path.native(),
                           .size = size,
                           .inMaildir = inMaildir,
                           .read = inMaildir ? MaildirReadState(path) : std::nullopt,
@@ -73,17 +76,17 @@ private:
         const fs::path real = fs::canonical(folder, failure);
         if (!failure && !visited_.insert(real.native()).second)
             return;
-        std::vector<fs::path> entries;
+        std::vector<fs::path::string_type> names;
         fs::directory_iterator entry(folder, failure);
         while (!failure && entry != fs::directory_iterator()) {
-            entries.push_back(entry->path());
+            names.push_back(entry->path().filename().native());
             entry.increment(failure);
         }
         if (failure)
             AddProblem(folder, "it can't be read: " + failure.message());
-        std::sort(entries.begin(), entries.end());
-        for (const fs::path& path : entries)
-            AddEntry(path);
+        std::sort(names.begin(), names.end());
+        for (const fs::path::string_type& name : names)
+            AddEntry(folder / name);
     }
 
     void AddEntry(const fs::path& path)

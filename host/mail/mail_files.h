@@ -10,12 +10,15 @@
 
 namespace quorvane {
 
+// There may be very many: a path is kept as its text.
 struct MailFile {
-    std::filesystem::path path;
+    std::filesystem::path::string_type name;
     std::uint64_t size = 0;
     bool inMaildir = false;
     std::optional<bool> read;  // for a Maildir's file
     std::string problem;       // why it can't be opened, in plain words; empty when it can
+
+    std::filesystem::path Path() const { return name; }
 };
 
 // What a Maildir file's name says behind its last ":2," (or "!2,", ";2,", as some systems write it): read

@@ -21,7 +21,7 @@ TEST(MailFilesLinkTest, ALinkThatLeadsBackEndsTheWalk)
     const std::vector<MailFile> files = FindMailFiles({root});
 
     ASSERT_EQ(files.size(), 1U);
-    EXPECT_EQ(files[0].path, root / "a" / "1.eml");
+    EXPECT_EQ(files[0].Path(), root / "a" / "1.eml");
     fs::remove_all(root);
 }
 

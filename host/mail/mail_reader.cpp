@@ -129,10 +129,10 @@ private:
     // End means that the file is an mbox, which is open now.
     Step OpenFile(const MailFile& file, FoundMail& mail, LeftOutFile& leftOut)
     {
-        const std::string source = file.path.string();
+        const std::string source = file.Path().string();
         if (!file.problem.empty())
             return LeaveOut(leftOut, source, file.problem);
-        std::ifstream stream(file.path, std::ios::binary);
+        std::ifstream stream(file.Path(), std::ios::binary);
         if (!stream)
             return LeaveOut(leftOut, source, "it can't be opened");
 
@@ -142,16 +142,16 @@ private:
         if (bytes.starts_with(kCompoundFile)) {
             mail.kind = FoundMail::Kind::CompoundFile;
             mail.source = source;
-            mail.path = file.path;
+            mail.path = file.Path();
             return Step::Found;
         }
         for (const Signature& foreign : kForeign) {
             if (bytes.starts_with(foreign.bytes))
                 return LeaveOut(leftOut, source, foreign.meaning);
         }
-        const bool single = file.inMaildir || IsMailName(file.path);
+        const bool single = file.inMaildir || IsMailName(file.Path());
         if (!single && IsMbox(bytes)) {
-            mbox_ = std::make_unique<MboxReader>(file.path, variant_);
+            mbox_ = std::make_unique<MboxReader>(file.Path(), variant_);
             return Step::End;
         }
         if (auto reason = WhyNotMail(bytes, single ? MailHint::Named : MailHint::Unnamed))
@@ -163,7 +163,7 @@ private:
 
     static Step ReadSingle(const MailFile& file, std::ifstream& stream, FoundMail& mail, LeftOutFile& leftOut)
     {
-        const std::string source = file.path.string();
+        const std::string source = file.Path().string();
         if (file.size > kLargestMail)
             return LeaveOut(leftOut, source, kTooLarge);
         if (!ReadAll(stream, file.size, mail.bytes))
@@ -173,7 +173,7 @@ private:
             mail.bytes = std::move(*within);
         }
         mail.source = source;
-        mail.path = file.path;
+        mail.path = file.Path();
         mail.read = file.read;
         return Kept(mail, leftOut);
     }
@@ -195,7 +195,7 @@ private:
 
     Step NextOfMbox(FoundMail& mail, LeftOutFile& leftOut)
     {
-        const fs::path& path = files_[at_].path;
+        const fs::path path = files_[at_].Path();
         const MboxReader::Step step = mbox_->Next(mail.bytes);
         const std::string source = path.string() + " #" + std::to_string(mbox_->Number());
         switch (step) {
