@@ -19,7 +19,10 @@ public:
 
     explicit Chain(LinkTable& table, SectorId first = kEndOfChain, Marks marks = Marks::kFew) noexcept
         : table_(&table), many_(marks == Marks::kMany), head_{0, first, first <= kMaxSector ? 1u : 0u}
-    {}
+    {
+        if (first <= kMaxSector && first < table.Slots())
+            last_ = head_;
+    }
 
     // Begins anew: another first sector, or links that changed.
     void Reset(SectorId first) noexcept;

@@ -11,7 +11,7 @@ namespace {
 
 class Links final : public LinkTable {
 public:
-    explicit Links(std::size_t count) : next(count, kFreeSector) {}
+    explicit Links(std::size_t count) : LinkTable(1), next(count, kFreeSector) {}
     HRESULT PeekLinks(SectorId first, SectorId count, const BYTE** links) override
     {
         if (first + count > next.size())
@@ -29,6 +29,7 @@ public:
         return S_OK;
     }
     SectorId Slots() const noexcept override { return static_cast<SectorId>(next.size()); }
+    HRESULT Grow(SectorId*) override { return STG_E_MEDIUMFULL; }
 
     std::vector<SectorId> next;
     std::array<BYTE, 4 * kBlock> peeked{};
@@ -36,21 +37,21 @@ public:
 };
 
 // Sectors 0, 7, 14... of a table whose size is no multiple of 7.
-Links Scattered(SectorId count)
+void Scatter(Links& links)
 {
-    Links links(count);
+    const SectorId count = links.Slots();
     for (SectorId i = 0, at = 0; i < count; ++i) {
         const SectorId following = (at + 7) % count;
         links.next[at] = i + 1 < count ? following : kEndOfChain;
         at = following;
     }
-    return links;
 }
 
 TEST(ChainTest, FindsEveryPlaceInAnyOrder)
 {
     constexpr SectorId kCount = 50000;
-    Links links = Scattered(kCount);
+    Links links(kCount);
+    Scatter(links);
     for (const auto marks : {Chain::Marks::kFew, Chain::Marks::kMany}) {
         Chain chain(links, 0, marks);
         for (SectorId i = 0; i < kCount; ++i) {
@@ -64,7 +65,8 @@ TEST(ChainTest, FindsEveryPlaceInAnyOrder)
 
 TEST(ChainTest, GoingOnCostsOneStep)
 {
-    Links links = Scattered(10000);
+    Links links(10000);
+    Scatter(links);
     Chain chain(links, 0);
     for (SectorId i = 0; i < 10000; ++i) {
         SectorId sector = 0;

@@ -102,13 +102,13 @@ HRESULT CompoundFile::OpenInDraft(OpenElement& storage, const ElementName& name,
         return STG_E_FILENOTFOUND;
     if (IsOpen(*found))
         return STG_E_ACCESSDENIED;
+    if (found->IsPlaced())
+        return OpenEntry(storage, found->id, entry, child);
+    auto& draft = static_cast<Draft&>(*found);
     StreamBody body(*volume_);
-    Draft* const draft = found->IsPlaced() ? nullptr : static_cast<Draft*>(found);
-    if (type == EntryType::kStream && !draft)
-        QV_TRY(body.Load(found->id, entry));
-    else if (type == EntryType::kStream && !draft->HoldsBytes())
-        QV_TRY(body.Load(draft->entry));
-    *child = draft ? MakeOpenDraft(*draft, storage) : MakeOpen(found->id, entry, &storage);
+    if (type == EntryType::kStream && !draft.HoldsBytes())
+        QV_TRY(body.Load(draft.entry));
+    *child = MakeOpenDraft(draft, storage);
     (*child)->body = body;
     return S_OK;
 }
@@ -193,7 +193,7 @@ HRESULT CompoundFile::MakeRoom(OpenElement& stream, std::uint64_t size)
     }
     // Tables take their part, and what isn't full of the last sectors.
     const std::uint64_t wanted = held + held / 16 + 4 * OrderedFile::kPage;
-    const std::uint64_t free = std::uint64_t{volume_->allocator.Known()} << volume_->sectors.Shift();
+    const std::uint64_t free = std::uint64_t{volume_->fat.Known()} << volume_->sectors.Shift();
     const std::uint64_t end = volume_->sectors.OffsetOf(volume_->sectors.Count());
     return wanted > free ? volume_->file.Reserve(end + wanted - free) : S_OK;
 }

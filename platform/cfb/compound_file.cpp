@@ -124,7 +124,6 @@ void CompoundFile::TrimIfWorth()
 
 OpenElementPtr CompoundFile::MakeOpen(EntryId id, const DirEntry& entry, OpenElement* parent)
 {
-    open_.MakeRoom();
     void* const at = memory_.Take(sizeof(OpenElement));
     OpenElementPtr element(new (at) OpenElement(memory_, id, entry, *volume_));
     open_.Add(*element, parent);
@@ -263,12 +262,20 @@ HRESULT CompoundFile::OpenChild(OpenElement& storage, const ElementName& name, E
         return STG_E_FILENOTFOUND;
     if (open_.IsOpen(id))
         return STG_E_ACCESSDENIED;
-    StreamBody body(*volume_);
-    if (type == EntryType::kStream)
-        QV_TRY(body.Load(id, *entry));
-    *child = MakeOpen(id, *entry, &storage);
-    (*child)->body = std::move(body);
-    return S_OK;
+    return OpenEntry(storage, id, *entry, child);
+}
+
+// Opens an element that has an entry in the file.
+HRESULT CompoundFile::OpenEntry(OpenElement& storage, EntryId id, const DirEntry& entry,
+                                OpenElementPtr* child)
+{
+    OpenElementPtr made = MakeOpen(id, entry, &storage);
+    const HRESULT hr = made->type == EntryType::kStream ? made->body.Load(id, entry) : S_OK;
+    if (FAILED(hr))
+        open_.Revert(*made);
+    else
+        *child = std::move(made);
+    return hr;
 }
 
 HRESULT CompoundFile::CreateChild(OpenElement& storage, const ElementName& name, EntryType type, bool replace,
@@ -365,39 +372,25 @@ HRESULT CompoundFile::Destroy(OpenElement& storage, const ElementName& name)
     QV_TRY(BeginEdit(storage, name, true, &exists));
     if (!exists)
         return made ? S_OK : STG_E_FILENOTFOUND;
-    bool begun = true;
-    HRESULT destroyed = ChangeTree(storage, [&]() -> HRESULT {
-        EntryId id = kNoEntry;
-        if (!std::exchange(begun, false))
-            QV_TRY(volume_->edit.Begin(storage.id));
-        QV_TRY(volume_->edit.Remove(name, &id));
-        return FinishDestroying(id);
-    });
-    if (destroyed == STG_E_MEDIUMFULL)
-        destroyed = DestroyInPlace(storage, name);
+    HRESULT destroyed = ChangeTree(storage, [&] { return DestroyInTree(storage, name, false); });
+    if (destroyed == STG_E_MEDIUMFULL) {
+        // Nothing can be destroyed that takes room first.
+        QV_TRY(Ready());
+        destroyed =
+            storage.reverted ? STG_E_REVERTED : Operate([&] { return DestroyInTree(storage, name, true); });
+    }
     if (SUCCEEDED(destroyed))
         TrimIfWorth();
     FreeDropped();
     return destroyed;
 }
 
-// For a full medium, where nothing can be destroyed that takes room first.
-HRESULT CompoundFile::DestroyInPlace(OpenElement& storage, const ElementName& name)
+// Takes an element out of a storage's tree, and frees it. inPlace: see TreeEdit::Remove.
+HRESULT CompoundFile::DestroyInTree(OpenElement& storage, const ElementName& name, bool inPlace)
 {
-    QV_TRY(Ready());
-    if (storage.reverted)
-        return STG_E_REVERTED;
-    return Operate([&]() -> HRESULT {
-        EntryId id = kNoEntry;
-        QV_TRY(volume_->edit.Begin(storage.id));
-        QV_TRY(volume_->edit.RemoveInPlace(name, &id));
-        return FinishDestroying(id);
-    });
-}
-
-// Writes an edit that took an element out of a tree, and frees the element.
-HRESULT CompoundFile::FinishDestroying(EntryId id)
-{
+    EntryId id = kNoEntry;
+    QV_TRY(volume_->edit.Resume(storage.id));
+    QV_TRY(volume_->edit.Remove(name, inPlace, &id));
     QV_TRY(ApplyEdit());
     QV_TRY(FreeElement(id));
     return volume_->Commit();
@@ -431,7 +424,7 @@ HRESULT CompoundFile::Rename(OpenElement& storage, const ElementName& from, cons
         entry.SetName(to);
         QV_TRY(volume_->directory.Allocate(&renamed));
         QV_TRY(volume_->edit.Begin(storage.id));
-        QV_TRY(volume_->edit.Remove(from, &id));
+        QV_TRY(volume_->edit.Remove(from, false, &id));
         QV_TRY(volume_->edit.Insert(renamed, entry, &replaced));
         QV_TRY(ApplyEdit());
         volume_->Moved(id, renamed);
@@ -496,11 +489,10 @@ HRESULT CompoundFile::FreeContent(EntryId id, const DirEntry& entry)
     const std::uint64_t size = entry.Size(volume_->header.version);
     if (entry.Type() != EntryType::kStream || size == 0)
         return S_OK;
-    const bool mini = size < kMiniCutoff;
-    LinkTable& table = mini ? static_cast<LinkTable&>(volume_->mini) : volume_->fat;
+    LinkTable& table = size < kMiniCutoff ? static_cast<LinkTable&>(volume_->mini) : volume_->fat;
     if (table.Claims().IsClaimed(entry.Start()) && !volume_->owners.HoldsChain(id))
         return S_OK;
-    const HRESULT hr = volume_->FreeChain(entry.Start(), mini);
+    const HRESULT hr = volume_->FreeChain(entry.Start(), table);
     return hr == STG_E_DOCFILECORRUPT ? S_OK : hr;  // the rest of a damaged chain stays in use
 }
 

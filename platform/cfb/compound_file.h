@@ -139,6 +139,8 @@ private:
         failed_ = FAILED(hr);
         return hr;
     }
+    [[nodiscard]] HRESULT OpenEntry(OpenElement& storage, EntryId id, const DirEntry& entry,
+                                    OpenElementPtr* child);
     [[nodiscard]] HRESULT Refind(OpenElement& element);
     void TrimIfWorth();
 
@@ -164,8 +166,7 @@ private:
         hr = TakeAnewAndPutRight(storage);
         return FAILED(hr) ? hr : Operate(change);
     }
-    [[nodiscard]] HRESULT DestroyInPlace(OpenElement& storage, const ElementName& name);
-    [[nodiscard]] HRESULT FinishDestroying(EntryId id);
+    [[nodiscard]] HRESULT DestroyInTree(OpenElement& storage, const ElementName& name, bool inPlace);
     [[nodiscard]] HRESULT TakeAnewAndPutRight(OpenElement& storage);
     [[nodiscard]] HRESULT ApplyEdit();
     [[nodiscard]] HRESULT Hang(const DirEntry& entry, EntryId* id);

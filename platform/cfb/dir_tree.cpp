@@ -160,7 +160,16 @@ HRESULT DirTree::Rebuild(OrderedFile& file, EntryId storage, const std::vector<E
     }
     EntryId top = kNoEntry;
     DirEntry owner;
-    QV_TRY(Build(ids, 0, ids.size(), 0, moves, &top));
+    const auto copy = [&](std::size_t i, EntryId left, EntryId right, Color color, EntryId* id) -> HRESULT {
+        DirEntry entry;
+        QV_TRY(directory_.Read(ids[i], &entry));
+        entry.SetLinks(left, right, color);
+        QV_TRY(directory_.Allocate(id));
+        moves->push_back({ids[i], *id});
+        return directory_.Write(*id, entry);
+    };
+    const HRESULT copied = HangBalanced(0, ids.size(), ids.size(), 0, copy, &top);
+    QV_TRY(copied);
     QV_TRY(directory_.Read(storage, &owner));
     owner.SetChild(top);
     file.Order();
@@ -169,29 +178,6 @@ HRESULT DirTree::Rebuild(OrderedFile& file, EntryId storage, const std::vector<E
     for (const TreeEdit::Move& move : *moves)
         QV_TRY(directory_.Free(move.from));
     return S_OK;
-}
-
-// Copies ids[begin, end) into a tree of the least depth, whose last, incomplete level is red.
-HRESULT DirTree::Build(const std::vector<EntryId>& ids, std::size_t begin, std::size_t end, unsigned level,
-                       std::vector<TreeEdit::Move>* moves, EntryId* top)
-{
-    *top = kNoEntry;
-    if (begin == end)
-        return S_OK;
-    const std::size_t middle = begin + (end - begin) / 2;
-    const unsigned lastLevel = static_cast<unsigned>(std::bit_width(ids.size() + 1)) - 1;
-    EntryId left = 0;
-    EntryId right = 0;
-    QV_TRY(Build(ids, begin, middle, level + 1, moves, &left));
-    QV_TRY(Build(ids, middle + 1, end, level + 1, moves, &right));
-    DirEntry entry;
-    QV_TRY(directory_.Read(ids[middle], &entry));
-    entry.SetLeft(left);
-    entry.SetRight(right);
-    entry.SetColor(level == lastLevel ? Color::kRed : Color::kBlack);
-    QV_TRY(directory_.Allocate(top));
-    moves->push_back({ids[middle], *top});
-    return directory_.Write(*top, entry);
 }
 
 }  // namespace quorvane::cfb

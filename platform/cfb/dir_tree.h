@@ -63,9 +63,6 @@ private:
 
     // See Directory::Peek.
     [[nodiscard]] HRESULT PeekElement(EntryId id, const DirEntry** entry);
-    [[nodiscard]] HRESULT Build(const std::vector<EntryId>& ids, std::size_t begin, std::size_t end,
-                                unsigned level, std::vector<TreeEdit::Move>* moves, EntryId* top);
-
     [[nodiscard]] HRESULT BeginSurvey();
     bool SeenBefore(EntryId id) noexcept;
 

@@ -1,7 +1,6 @@
 #include "platform/cfb/directory.h"
 
 #include <algorithm>
-#include <utility>
 #include <vector>
 
 #include "platform/com/result.h"
@@ -131,13 +130,10 @@ HRESULT Directory::Append(SectorId sectors, EntryId written)
 {
     if (sectors == 0)
         return S_OK;
-    std::vector<SectorId> added;
-    QV_TRY(allocator_.TakeMany(sectors, &added));
-    QV_TRY(fat_.SetChain(added));
+    QV_TRY(fat_.Enlarge(chain_, length_, sectors, false));
     const EntryId first = length_ * PerSector();
     // The least ones are taken first.
     const EntryId free = first + (written - std::min(written, slots_.Known()));
-    chain_.Append(length_, added);
     length_ += sectors;
     slots_.GiveUnused(first, length_ * PerSector());
     return WriteFree(free, length_ * PerSector());
@@ -204,19 +200,10 @@ HRESULT Directory::Trim(SectorId least)
     const SectorId spare = length_ - (tail + PerSector() - 1) / PerSector();
     if (spare == 0 || spare < least || spare >= length_)
         return NoteLength(length_);  // which a refused growth may have left unsaid
-    SectorId last = 0;
-    SectorId rest = 0;
-    QV_TRY(chain_.At(length_ - spare - 1, &last));
-    QV_TRY(fat_.Next(last, &rest));
+    near_.count = 0;
     slots_.Shrink((length_ - spare) * PerSector());
     QV_TRY(NoteLength(length_ - spare));
-    sectors_.File().Order();
-    QV_TRY(fat_.SetNext(last, kEndOfChain));
-    sectors_.File().Order();
-    QV_TRY(allocator_.FreeChain(&rest, spare));
-    chain_.Cut(length_);
-    near_.count = 0;
-    return S_OK;
+    return fat_.Shorten(chain_, length_, length_ + spare);
 }
 
 }  // namespace quorvane::cfb

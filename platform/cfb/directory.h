@@ -5,9 +5,8 @@
 #include <algorithm>
 #include <vector>
 
-#include "platform/cfb/chain.h"
 #include "platform/cfb/dir_entry.h"
-#include "platform/cfb/sector_allocator.h"
+#include "platform/cfb/fat.h"
 #include "platform/collections/bits.h"
 
 namespace quorvane::cfb {
@@ -16,12 +15,8 @@ namespace quorvane::cfb {
 // One call at a time. Throws std::bad_alloc.
 class Directory {
 public:
-    Directory(SectorFile& sectors, Header& header, Fat& fat, SectorAllocator& allocator) noexcept
-        : sectors_(sectors),
-          header_(header),
-          fat_(fat),
-          allocator_(allocator),
-          chain_(fat, kEndOfChain, Chain::Marks::kMany)
+    Directory(SectorFile& sectors, Header& header, Fat& fat) noexcept
+        : sectors_(sectors), header_(header), fat_(fat), chain_(fat, kEndOfChain, Chain::Marks::kMany)
     {}
 
     // To be called after the FAT was loaded.
@@ -108,7 +103,6 @@ private:
     SectorFile& sectors_;
     Header& header_;
     Fat& fat_;
-    SectorAllocator& allocator_;
     Chain chain_;
     bool measured_ = false;
     SectorId length_ = 0;  // in sectors

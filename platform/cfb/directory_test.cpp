@@ -28,9 +28,10 @@ protected:
             ASSERT_EQ(S_OK, volume.Commit());
             if (i % 4 != 0)
                 continue;
-            ASSERT_EQ(S_OK, volume.allocator.TakeMany(1, &between));
+            ASSERT_EQ(S_OK, volume.fat.TakeMany(1, &between));
             ASSERT_EQ(S_OK, volume.fat.SetChain(between));
-            ASSERT_EQ(S_OK, volume.sectors.Fill(between.front(), 0x02));
+            const std::vector<BYTE> bytes(volume.sectors.SectorBytes(), 0x02);
+            ASSERT_EQ(S_OK, volume.sectors.Write(between.front(), 0, bytes.data(), bytes.size()));
         }
     }
     void ExpectItsOwn(EntryId id)

@@ -27,30 +27,45 @@ HRESULT CheckRootMode(DWORD mode, bool create) noexcept
     return exclusive || reading ? S_OK : STG_E_INVALIDFLAG;
 }
 
-// start (CompoundFile& -> HRESULT) formats or opens the file.
-template <class Start>
-HRESULT MakeRoot(std::unique_ptr<ByteStore> store, OleString path, DWORD mode, const Start& start,
-                 IStorage** storage)
+// Makes or opens the file in a store, which openStore (std::unique_ptr<ByteStore>* -> HRESULT) opens. path:
+// what its root tells. layout: that of a new file; null: there is one.
+template <class OpenStore>
+HRESULT MakeRoot(LPCOLESTR path, DWORD mode, const Layout* layout, const OpenStore& openStore,
+                 IStorage** storage) noexcept
 {
-    const auto root = std::make_shared<RootFile>(std::move(store), std::move(path));
-    OpenElementPtr element;
-    QV_TRY(root->Start([&](CompoundFile& file) -> HRESULT {
-        const HRESULT hr = start(file);
-        return FAILED(hr) ? hr : file.OpenRoot(&element);
-    }));
-    *storage = MakeComObject<CStorageObject>(root, std::move(element), mode & ~STGM_CREATE).Detach();
-    return *storage ? S_OK : E_OUTOFMEMORY;
-}
-
-// Runs what makes a storage; no exception leaves.
-template <class Make>
-HRESULT Guarded(const Make& make) noexcept
-{
+    *storage = nullptr;
+    if (!path)
+        return STG_E_INVALIDNAME;
+    QV_TRY(CheckRootMode(mode, layout != nullptr));
     try {
-        return make();
+        std::unique_ptr<ByteStore> store;
+        QV_TRY(openStore(&store));
+        const auto root = std::make_shared<RootFile>(std::move(store), path);
+        OpenElementPtr element;
+        const auto start = [&](CompoundFile& file) {
+            const HRESULT hr = layout ? file.Format(*layout) : file.Open();
+            return FAILED(hr) ? hr : file.OpenRoot(&element);
+        };
+        QV_TRY(root->Start(start));
+        *storage = MakeComObject<CStorageObject>(root, std::move(element), mode & ~STGM_CREATE).Detach();
+        return *storage ? S_OK : E_OUTOFMEMORY;
     } catch (const std::bad_alloc&) {
         return E_OUTOFMEMORY;
     }
+}
+
+HRESULT MakeRootIn(ILockBytes* bytes, DWORD mode, const Layout* layout, IStorage** storage) noexcept
+{
+    if (!storage || !bytes)
+        return STG_E_INVALIDPOINTER;
+    *storage = nullptr;
+    if (layout && (mode & STGM_CREATE) == 0)
+        return STG_E_INVALIDFLAG;
+    const auto openStore = [&](std::unique_ptr<ByteStore>* store) {
+        *store = std::make_unique<LockBytesStore>(bytes);
+        return S_OK;
+    };
+    return MakeRoot(OLESTR(""), mode, layout, openStore, storage);
 }
 
 HRESULT Probe(ByteStore& store) noexcept
@@ -65,39 +80,19 @@ HRESULT Probe(ByteStore& store) noexcept
 
 HRESULT CreateDocfile(LPCOLESTR path, DWORD mode, IStorage** storage, Layout layout) noexcept
 {
-    if (!storage)
-        return STG_E_INVALIDPOINTER;
-    *storage = nullptr;
-    if (!path)
-        return STG_E_INVALIDNAME;
-    QV_TRY(CheckRootMode(mode, true));
-    return Guarded([&]() -> HRESULT {
-        const FileUse use = (mode & STGM_CREATE) != 0 ? FileUse::kCreateAnew : FileUse::kCreate;
-        std::unique_ptr<ByteStore> store;
-        QV_TRY(OpenFileStore(path, use, &store));
-        return MakeRoot(
-            std::move(store), path, mode, [&](CompoundFile& file) { return file.Format(layout); }, storage);
-    });
+    const FileUse use = (mode & STGM_CREATE) != 0 ? FileUse::kCreateAnew : FileUse::kCreate;
+    const auto openStore = [&](auto* store) { return OpenFileStore(path, use, store); };
+    return storage ? MakeRoot(path, mode, &layout, openStore, storage) : STG_E_INVALIDPOINTER;
 }
 
 HRESULT OpenDocfile(LPCOLESTR path, DWORD mode, IStorage** storage) noexcept
 {
-    if (!storage)
-        return STG_E_INVALIDPOINTER;
-    *storage = nullptr;
-    if (!path)
-        return STG_E_INVALIDNAME;
-    QV_TRY(CheckRootMode(mode, false));
-    return Guarded([&]() -> HRESULT {
-        FileUse use = FileUse::kReadWrite;
-        if ((mode & ElementHandle::kAccess) == STGM_READ)
-            use = (mode & ElementHandle::kSharing) == STGM_SHARE_EXCLUSIVE ? FileUse::kRead
-                                                                           : FileUse::kReadSharing;
-        std::unique_ptr<ByteStore> store;
-        QV_TRY(OpenFileStore(path, use, &store));
-        return MakeRoot(
-            std::move(store), path, mode, [](CompoundFile& file) { return file.Open(); }, storage);
-    });
+    FileUse use = FileUse::kReadWrite;
+    if ((mode & ElementHandle::kAccess) == STGM_READ)
+        use =
+            (mode & ElementHandle::kSharing) == STGM_SHARE_EXCLUSIVE ? FileUse::kRead : FileUse::kReadSharing;
+    const auto openStore = [&](auto* store) { return OpenFileStore(path, use, store); };
+    return storage ? MakeRoot(path, mode, nullptr, openStore, storage) : STG_E_INVALIDPOINTER;
 }
 
 HRESULT IsDocfile(LPCOLESTR path) noexcept
@@ -111,30 +106,12 @@ HRESULT IsDocfile(LPCOLESTR path) noexcept
 
 HRESULT CreateDocfileOnLockBytes(ILockBytes* bytes, DWORD mode, IStorage** storage, Layout layout) noexcept
 {
-    if (!storage || !bytes)
-        return STG_E_INVALIDPOINTER;
-    *storage = nullptr;
-    QV_TRY(CheckRootMode(mode, true));
-    if ((mode & STGM_CREATE) == 0)
-        return STG_E_INVALIDFLAG;
-    return Guarded([&]() -> HRESULT {
-        return MakeRoot(
-            std::make_unique<LockBytesStore>(bytes), OleString(), mode,
-            [&](CompoundFile& file) { return file.Format(layout); }, storage);
-    });
+    return MakeRootIn(bytes, mode, &layout, storage);
 }
 
 HRESULT OpenDocfileOnLockBytes(ILockBytes* bytes, DWORD mode, IStorage** storage) noexcept
 {
-    if (!storage || !bytes)
-        return STG_E_INVALIDPOINTER;
-    *storage = nullptr;
-    QV_TRY(CheckRootMode(mode, false));
-    return Guarded([&]() -> HRESULT {
-        return MakeRoot(
-            std::make_unique<LockBytesStore>(bytes), OleString(), mode,
-            [](CompoundFile& file) { return file.Open(); }, storage);
-    });
+    return MakeRootIn(bytes, mode, nullptr, storage);
 }
 
 HRESULT IsDocfileOnLockBytes(ILockBytes* bytes) noexcept

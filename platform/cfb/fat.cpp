@@ -32,6 +32,7 @@ HRESULT Fat::Load()
     }
     header_.fatSectors = static_cast<std::uint32_t>(fat_.size());
     sectors_.Disown(Slots());
+    FreeOnes().Reset(sectors_.Count());
     return S_OK;
 }
 
@@ -90,6 +91,8 @@ HRESULT Fat::StoreEntry(SectorId sector, std::size_t slot, SectorId value)
     return sectors_.Write(sector, slot * 4, bytes, sizeof bytes);
 }
 
+// Makes room for more sectors: the next sector of the file becomes a FAT sector, and the one behind it a
+// DIFAT sector where that is needed. The file has as many sectors as the table covers.
 HRESULT Fat::Append()
 {
     const SectorId fat = Slots();
@@ -97,7 +100,7 @@ HRESULT Fat::Append()
     const bool inHeader = index < kHeaderDifatCount;
     const bool newDifat = !inHeader && DifatSlot(index) == 0;
     sectors_.GrowTo(fat + (newDifat ? 2 : 1));
-    QV_TRY(sectors_.Fill(fat, 0xFF));
+    QV_TRY(sectors_.FillFree(fat));
     QV_TRY(StoreEntry(fat, 0, kFatSector));
     if (newDifat)
         QV_TRY(StoreEntry(fat, 1, kDifatSector));
@@ -124,7 +127,7 @@ HRESULT Fat::ListInDifat(SectorId fat, bool newDifat)
         return StoreEntry(difat_.back(), DifatSlot(fat_.size()), fat);
 
     const SectorId difat = fat + 1;
-    QV_TRY(sectors_.Fill(difat, 0xFF));
+    QV_TRY(sectors_.FillFree(difat));
     QV_TRY(StoreEntry(difat, PerDifat(), kEndOfChain));
     QV_TRY(StoreEntry(difat, 0, fat));
     if (difat_.empty())
@@ -139,6 +142,9 @@ HRESULT Fat::ListInDifat(SectorId fat, bool newDifat)
     return S_OK;
 }
 
+// Gives up the last FAT sector, and the DIFAT sector that it leaves empty, when the last of the file's first
+// `count` sectors is it and it covers nothing else. *count becomes what is left; unchanged when there is
+// nothing to give up.
 HRESULT Fat::Retract(SectorId* count)
 {
     if (fat_.size() < 2)
@@ -178,6 +184,121 @@ HRESULT Fat::Unlist(bool difatGoes)
     if (!difatGoes)
         return StoreEntry(difat_.back(), DifatSlot(index), kFreeSector);
     return difat_.empty() ? S_OK : StoreEntry(difat_.back(), PerDifat(), kEndOfChain);
+}
+
+SectorId Fat::Limit() const noexcept
+{
+    return header_.version == 3 ? static_cast<SectorId>((kVersion3Limit >> sectors_.Shift()) - 2)
+                                : kMaxSector;
+}
+
+HRESULT Fat::TakeMany(SectorId count, std::vector<SectorId>* sectors)
+{
+    QV_TRY(LinkTable::TakeMany(count, sectors));
+    if (std::find(sectors->begin(), sectors->end(), sectors_.Count() - 1) != sectors->end())
+        sectors_.GrowTo(sectors_.Count());  // it may have been found cut
+    return S_OK;
+}
+
+HRESULT Fat::Reserve(SectorId count)
+{
+    SectorId lacking = count - std::min(count, FreeOnes().Known());
+    const SectorId withTables = lacking + lacking / 64 + 2;
+    if (lacking == 0 || withTables > Limit() - std::min(Limit(), sectors_.Count()))
+        return S_OK;
+    while (lacking > 0) {
+        // A new sector of the FAT says of all others that they are free; an old one may hold anything.
+        const bool fresh = sectors_.Count() == Slots();
+        if (fresh)
+            QV_TRY(Append());
+        const SectorId begin = sectors_.Count();
+        const SectorId added = std::min(lacking, Slots() - begin);
+        if (sectors_.OffsetOf(begin + added) > kRangeLockOffset)
+            break;
+        sectors_.GrowTo(begin + added);
+        const std::vector<SectorId> free(fresh ? 0 : added, kFreeSector);
+        QV_TRY(SetNexts(begin, free.data(), static_cast<SectorId>(free.size())));
+        FreeOnes().GiveUnused(begin, begin + added);
+        lacking -= added;
+    }
+    return S_OK;
+}
+
+// Adds a sector to the file's end.
+HRESULT Fat::Grow(SectorId* sector)
+{
+    for (;;) {
+        if (sectors_.Count() >= Limit())
+            return STG_E_MEDIUMFULL;
+        if (sectors_.Count() == Slots()) {
+            QV_TRY(Append());
+            QV_TRY(LinkGrowth());
+        }
+        *sector = sectors_.Count();
+        sectors_.GrowTo(*sector + 1);
+        const bool locked = sectors_.OffsetOf(*sector) <= kRangeLockOffset &&
+                            kRangeLockOffset < sectors_.OffsetOf(*sector + 1);
+        if (!locked)
+            return S_OK;
+        QV_TRY(SetNext(*sector, kEndOfChain));
+    }
+}
+
+HRESULT Fat::Enlarge(Chain& chain, SectorId length, SectorId count, bool free)
+{
+    if (count == 0)
+        return S_OK;
+    std::vector<SectorId> added;
+    QV_TRY(TakeMany(count, &added));
+    QV_TRY(SetChain(added));
+    for (const SectorId sector : added) {
+        if (free)
+            QV_TRY(sectors_.FillFree(sector));
+    }
+    chain.Append(length, added);
+    return S_OK;
+}
+
+HRESULT Fat::Shorten(Chain& chain, SectorId length, SectorId before)
+{
+    SectorId rest = chain.First();
+    sectors_.File().Order();
+    if (length > 0) {
+        SectorId last = 0;
+        QV_TRY(chain.At(length - 1, &last));
+        QV_TRY(Next(last, &rest));
+        QV_TRY(SetNext(last, kEndOfChain));
+        sectors_.File().Order();
+        chain.Cut(length);
+    } else {
+        chain.Reset(kEndOfChain);
+    }
+    return FreeChain(&rest, before - length);
+}
+
+// Gives up the FAT sectors that lie at the end and cover nothing before them, with the free ones between.
+HRESULT Fat::RetractAll(SectorId* end)
+{
+    for (SectorId was = kMaxSector; was != *end;) {
+        was = *end;
+        QV_TRY(Retract(end));
+        QV_TRY(FreeOnes().FindTail(*this, *end, end));
+    }
+    return S_OK;
+}
+
+HRESULT Fat::Trim(SectorId least)
+{
+    const SectorId before = sectors_.Count();
+    SectorId end = before;
+    QV_TRY(FreeOnes().FindTail(*this, before, &end));
+    if (before - end >= least)
+        QV_TRY(RetractAll(&end));
+    else
+        end = before;
+    FreeOnes().Shrink(end);
+    QV_TRY(sectors_.File().Commit());
+    return sectors_.Cut(end);
 }
 
 }  // namespace quorvane::cfb

@@ -1,18 +1,20 @@
-// platform/cfb/fat.h: the file allocation table, and the list of the sectors that it lies in (DIFAT).
+// platform/cfb/fat.h: the file allocation table, the list of the sectors that it lies in (DIFAT), and the
+// sectors that are taken by it and given back.
 #ifndef QUORVANE_PLATFORM_CFB_FAT_H_
 #define QUORVANE_PLATFORM_CFB_FAT_H_
 
 #include <vector>
 
+#include "platform/cfb/chain.h"
 #include "platform/cfb/header.h"
-#include "platform/cfb/link_table.h"
 #include "platform/cfb/sector_file.h"
 
 namespace quorvane::cfb {
 
 class Fat final : public LinkTable {
 public:
-    Fat(SectorFile& sectors, Header& header) noexcept : sectors_(sectors), header_(header) {}
+    Fat(SectorFile& sectors, Header& header) noexcept : LinkTable(kLookAt), sectors_(sectors), header_(header)
+    {}
 
     // Reads the list of FAT sectors. Sectors that no FAT sector covers don't belong to the file afterwards.
     // STG_E_DOCFILECORRUPT: the list leads outside of the file, or names a sector twice.
@@ -20,17 +22,24 @@ public:
 
     SectorId Slots() const noexcept override { return static_cast<SectorId>(fat_.size() << EntriesShift()); }
 
-    // Makes room for more sectors: the next sector of the file becomes a FAT sector, and the one behind it a
-    // DIFAT sector where that is needed. To be called when the file has as many sectors as the table covers.
-    // LinkGrowth is to follow before anything leads to what is written into them.
-    [[nodiscard]] HRESULT Append();
+    [[nodiscard]] HRESULT TakeMany(SectorId count, std::vector<SectorId>* sectors) override;
+    // Sees to it that the next `count` sectors are taken without one more growth of the table, as far as the
+    // format's limit goes. LinkGrowth is to follow before anything leads to what is written into them.
+    [[nodiscard]] HRESULT Reserve(SectorId count);
     [[nodiscard]] HRESULT LinkGrowth();
-    // Gives up the last FAT sector, and the DIFAT sector that it leaves empty, when the last of the file's
-    // first `count` sectors is it and it covers nothing else. *count becomes what is left; unchanged when
-    // there is nothing to give up.
-    [[nodiscard]] HRESULT Retract(SectorId* count);
+    // Adds `count` sectors to a chain of `length` that the file rests on; it isn't linked before Chain::Link.
+    // free: they are filled with free entries of a table.
+    [[nodiscard]] HRESULT Enlarge(Chain& chain, SectorId length, SectorId count, bool free);
+    // Ends such a chain of `before` sectors after `length`, once what counts them is in the store, and frees
+    // the rest.
+    [[nodiscard]] HRESULT Shorten(Chain& chain, SectorId length, SectorId before);
+    // Gives back the end of the file when at least `least` sectors there are free, and what the store has
+    // behind the last sector. For use between a commit and the next operation.
+    [[nodiscard]] HRESULT Trim(SectorId least);
 
 private:
+    static constexpr std::uint32_t kLookAt = 1024;
+
     unsigned EntriesShift() const noexcept { return sectors_.Shift() - 2; }
     std::size_t Entries() const noexcept { return std::size_t{1} << EntriesShift(); }
     std::size_t SlotOf(SectorId sector) const noexcept { return sector & (Entries() - 1); }
@@ -46,10 +55,16 @@ private:
     }
     [[nodiscard]] HRESULT PeekLinks(SectorId first, SectorId count, const BYTE** links) override;
     [[nodiscard]] HRESULT SetLinks(SectorId first, const BYTE* links, SectorId count) override;
+    SectorId End() const noexcept override { return sectors_.Count(); }
+    [[nodiscard]] HRESULT Grow(SectorId* sector) override;
+    SectorId Limit() const noexcept;
     [[nodiscard]] HRESULT LoadList(std::size_t count);
     bool HasTwice() const;
     [[nodiscard]] HRESULT StoreEntry(SectorId sector, std::size_t slot, SectorId value);
+    [[nodiscard]] HRESULT Append();
     [[nodiscard]] HRESULT ListInDifat(SectorId fat, bool newDifat);
+    [[nodiscard]] HRESULT Retract(SectorId* count);
+    [[nodiscard]] HRESULT RetractAll(SectorId* end);
     [[nodiscard]] HRESULT Unlist(bool difatGoes);
 
     SectorFile& sectors_;

@@ -62,21 +62,28 @@ HRESULT Header::Compare(OrderedFile& file, bool* same) const
     return S_OK;
 }
 
+// Calls visit(std::size_t offset, std::uint32_t& field) for each field of four bytes.
+template <class Visit>
+void Header::EachField(const Visit& visit)
+{
+    visit(kAtDirectorySectors, directorySectors);
+    visit(kAtFatSectors, fatSectors);
+    visit(kAtFirstDirectory, firstDirectory);
+    visit(kAtMiniCutoff, miniCutoff);
+    visit(kAtFirstMiniFat, firstMiniFat);
+    visit(kAtMiniFatSectors, miniFatSectors);
+    visit(kAtFirstDifat, firstDifat);
+    visit(kAtDifatSectors, difatSectors);
+    for (std::size_t i = 0; i < difat.size(); ++i)
+        visit(kAtDifat + 4 * i, difat[i]);
+}
+
 HRESULT Header::Parse() noexcept
 {
     const BYTE* const raw = raw_.data();
     version = LoadU16(raw + kAtMajorVersion);
     sectorShift = LoadU16(raw + kAtSectorShift);
-    directorySectors = LoadU32(raw + kAtDirectorySectors);
-    fatSectors = LoadU32(raw + kAtFatSectors);
-    firstDirectory = LoadU32(raw + kAtFirstDirectory);
-    miniCutoff = LoadU32(raw + kAtMiniCutoff);
-    firstMiniFat = LoadU32(raw + kAtFirstMiniFat);
-    miniFatSectors = LoadU32(raw + kAtMiniFatSectors);
-    firstDifat = LoadU32(raw + kAtFirstDifat);
-    difatSectors = LoadU32(raw + kAtDifatSectors);
-    for (std::size_t i = 0; i < difat.size(); ++i)
-        difat[i] = LoadU32(raw + kAtDifat + 4 * i);
+    EachField([&](std::size_t at, std::uint32_t& field) { field = LoadU32(raw + at); });
 
     const bool readable = LoadU16(raw + kAtByteOrder) == kByteOrder && (version == 3 || version == 4) &&
                           (sectorShift == 9 || sectorShift == 12) &&
@@ -96,16 +103,9 @@ HRESULT Header::Write(OrderedFile& file)
     StoreU16(raw + kAtByteOrder, kByteOrder);
     StoreU16(raw + kAtSectorShift, static_cast<std::uint16_t>(sectorShift));
     StoreU16(raw + kAtMiniShift, kMiniShift);
-    StoreU32(raw + kAtDirectorySectors, version == 4 ? directorySectors : 0);
-    StoreU32(raw + kAtFatSectors, fatSectors);
-    StoreU32(raw + kAtFirstDirectory, firstDirectory);
-    StoreU32(raw + kAtMiniCutoff, miniCutoff);
-    StoreU32(raw + kAtFirstMiniFat, firstMiniFat);
-    StoreU32(raw + kAtMiniFatSectors, miniFatSectors);
-    StoreU32(raw + kAtFirstDifat, firstDifat);
-    StoreU32(raw + kAtDifatSectors, difatSectors);
-    for (std::size_t i = 0; i < difat.size(); ++i)
-        StoreU32(raw + kAtDifat + 4 * i, difat[i]);
+    EachField([&](std::size_t at, std::uint32_t& field) { StoreU32(raw + at, field); });
+    if (version == 3)
+        StoreU32(raw + kAtDirectorySectors, 0);
     if (bytes == raw_)
         return S_OK;
     raw_ = bytes;

@@ -41,6 +41,8 @@ struct Header {
     [[nodiscard]] HRESULT Write(OrderedFile& file);
 
 private:
+    template <class Visit>
+    void EachField(const Visit& visit);
     [[nodiscard]] HRESULT Parse() noexcept;
 
     std::array<BYTE, kHeaderBytes> raw_{};  // as read or written last

@@ -1,7 +1,6 @@
 #include "platform/cfb/laying.h"
 
 #include <algorithm>
-#include <bit>
 #include <cstring>
 
 #include "platform/com/result.h"
@@ -51,7 +50,7 @@ HRESULT Laying::Reserve()
     QV_TRY(volume_.directory.Lacking(entries_ + kForTheTree, &forEntries));
     QV_TRY(volume_.mini.Lacking(minis_.count, &minis));
     const SectorId forMinis = minis > 0 ? volume_.mini.SectorsFor(minis) : 0;
-    QV_TRY(volume_.allocator.Reserve(forEntries + sectors_.count + forMinis));
+    QV_TRY(volume_.fat.Reserve(forEntries + sectors_.count + forMinis));
     QV_TRY(volume_.directory.Append(forEntries, entries_));
     QV_TRY(volume_.mini.Append(minis));
     for (Contents* const contents : {&minis_, &sectors_})
@@ -59,7 +58,7 @@ HRESULT Laying::Reserve()
     laid_.reserve(entries_);
     volume_.directory.AllocateMany(entries_, &ids_);
     QV_TRY(volume_.mini.TakeMany(minis_.count, &minis_.taken));
-    return volume_.allocator.TakeMany(sectors_.count, &sectors_.taken);
+    return volume_.fat.TakeMany(sectors_.count, &sectors_.taken);
 }
 
 HRESULT Laying::Finish()
@@ -157,9 +156,11 @@ HRESULT Laying::FillStorage(Draft& storage)
         if (!child.IsPlaced())
             Number(static_cast<Draft&>(child));
     });
-    const unsigned lastLevel = static_cast<unsigned>(std::bit_width(count + 1)) - 1;
     EntryId top = kNoEntry;
-    QV_TRY(Link(0, count, 0, lastLevel, &top));
+    const auto hang = [this](std::size_t i, EntryId left, EntryId right, Color color, EntryId* id) {
+        return Link(*children_[i], left, right, color, id);
+    };
+    QV_TRY(HangBalanced(0, count, count, 0, hang, &top));
     storage.entry.SetChild(top);
     if (storage.place != kNoEntry)
         volume_.owners.SetChanged(storage.place);
@@ -168,25 +169,15 @@ HRESULT Laying::FillStorage(Draft& storage)
     return S_OK;
 }
 
-// Makes a tree of the least depth, whose last, incomplete level is red.
-HRESULT Laying::Link(std::size_t begin, std::size_t end, unsigned level, unsigned lastLevel, EntryId* top)
+// Gives an element its place in the tree of its storage.
+HRESULT Laying::Link(DraftChild& child, EntryId left, EntryId right, Color color, EntryId* id)
 {
-    *top = kNoEntry;
-    if (begin == end)
-        return S_OK;
-    const std::size_t middle = begin + (end - begin) / 2;
-    EntryId left = kNoEntry;
-    EntryId right = kNoEntry;
-    QV_TRY(Link(begin, middle, level + 1, lastLevel, &left));
-    QV_TRY(Link(middle + 1, end, level + 1, lastLevel, &right));
-    const Color color = level == lastLevel ? Color::kRed : Color::kBlack;
-    DraftChild& child = *children_[middle];
     if (!child.IsPlaced()) {
         static_cast<Draft&>(child).entry.SetLinks(left, right, color);
-        *top = static_cast<Draft&>(child).place;
+        *id = static_cast<Draft&>(child).place;
         return S_OK;
     }
-    *top = child.id;
+    *id = child.id;
     DirEntry entry;
     QV_TRY(volume_.directory.Read(child.id, &entry));
     entry.SetName(child.Name());

@@ -61,8 +61,7 @@ private:
     void Number(Draft& draft);
     [[nodiscard]] HRESULT Fill(Draft& draft);
     [[nodiscard]] HRESULT FillStorage(Draft& storage);
-    [[nodiscard]] HRESULT Link(std::size_t begin, std::size_t end, unsigned level, unsigned lastLevel,
-                               EntryId* top);
+    [[nodiscard]] HRESULT Link(DraftChild& child, EntryId left, EntryId right, Color color, EntryId* id);
     [[nodiscard]] HRESULT WriteEntries();
 
     Volume& volume_;

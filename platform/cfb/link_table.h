@@ -22,9 +22,13 @@ inline SectorId RunLength(const SectorId* sectors, SectorId count) noexcept
     return run;
 }
 
-// For each sector the next one of its chain, or a mark. One call at a time. Throws std::bad_alloc.
+// For each sector the next one of its chain, or a mark, and which of them are free. A free one is taken
+// before the table grows, lowest first; one that was freed comes back after the next commit. One call at a
+// time. Throws std::bad_alloc.
 class LinkTable {
 public:
+    // step: how many sectors one request looks at that finds none that is known as free.
+    explicit LinkTable(std::uint32_t step) noexcept : slots_(step) {}
     virtual ~LinkTable() = default;
 
     // STG_E_DOCFILECORRUPT: there is no such sector. Others come from the byte store.
@@ -108,27 +112,53 @@ public:
         }
         return S_OK;
     }
-    // Marks up to `most` sectors of the chain that begins at *at as free and gives them to `slots`; *at
-    // becomes the rest of the chain. A chain that leads to sectors that aren't in use, or to `end`, ends
-    // there.
-    [[nodiscard]] HRESULT FreeChain(SectorId* at, std::uint32_t most, SectorId end, FreeSlots& slots)
+    // Takes `count` sectors, whose links the caller sets, and appends them to *sectors. STG_E_MEDIUMFULL: the
+    // format's limit.
+    [[nodiscard]] virtual HRESULT TakeMany(SectorId count, std::vector<SectorId>* sectors)
     {
+        const SectorId known = std::min(count, slots_.Known());
+        slots_.TakeMany(known, sectors);
+        for (SectorId i = known; i < count; ++i) {
+            SectorId sector = 0;
+            QV_TRY(slots_.Take(*this, &sector));
+            if (sector == FreeSlots::kNone)
+                QV_TRY(Grow(&sector));
+            sectors->push_back(sector);
+        }
+        return S_OK;
+    }
+    // Frees up to `most` sectors of the chain that begins at *at; *at becomes the rest of the chain. A chain
+    // that leads to sectors that aren't in use, or out of the file, ends there.
+    [[nodiscard]] HRESULT FreeChain(SectorId* at, std::uint32_t most)
+    {
+        const SectorId end = End();
         while (most > 0 && *at < end) {
             const SectorId first = *at;
             SectorId count = 0;
             QV_TRY(FollowRunFreed(at, std::min(most, end - first), &count));
             QV_TRY(SetNexts(first, kFree.data(), count));
-            slots.Give(first, first + count);
+            slots_.Give(first, first + count);
             most -= count;
         }
         if (*at >= end)
             *at = kEndOfChain;
         return S_OK;
     }
-    // How many sectors there are: no chain is longer.
+    // The operation is in the store.
+    void Committed() { slots_.Committed(); }
+    // How many sectors are known as free.
+    SectorId Known() const noexcept { return slots_.Known(); }
+    bool HasFreed() const noexcept { return slots_.HasHeld(); }
+    // How many sectors the table has links for: no chain is longer.
     virtual SectorId Slots() const noexcept = 0;
 
 protected:
+    // Where the sectors end that there are.
+    virtual SectorId End() const noexcept { return Slots(); }
+    // Adds sectors, and takes one of them.
+    [[nodiscard]] virtual HRESULT Grow(SectorId* sector) = 0;
+    FreeSlots& FreeOnes() noexcept { return slots_; }
+
     // A sector of the table holds this many links, or a multiple.
     static constexpr SectorId kBlock = 128;
     static constexpr std::array<SectorId, kBlock> kFree = [] {
@@ -177,6 +207,7 @@ private:
     }
 
     SectorClaims claims_;
+    FreeSlots slots_;
 };
 
 }  // namespace quorvane::cfb

@@ -17,7 +17,7 @@ void MiniStream::Reset(const DirEntry& root) noexcept
     // Where there is nothing, programs leave various numbers behind.
     data_.Reset(count_ > 0 ? root.Start() : kEndOfChain);
     links_.Reset(count_ > 0 || header_.miniFatSectors > 0 ? header_.firstMiniFat : kEndOfChain);
-    slots_.Reset(count_);
+    FreeOnes().Reset(count_);
     Claims().Clear();
     grown_ = false;
 }
@@ -47,28 +47,6 @@ HRESULT MiniStream::Locate(SectorId sector, SectorId most, SectorId* at, std::si
     QV_TRY(data_.RunAt(sector >> (sectors_.Shift() - kMiniShift), wanted, at, &run));
     *offset = within * kMiniBytes;
     *bytes = std::min<std::size_t>(most, std::size_t{run} * PerSector() - within) * kMiniBytes;
-    return S_OK;
-}
-
-HRESULT MiniStream::Take(SectorId* sector)
-{
-    QV_TRY(slots_.Take(*this, sector));
-    if (*sector == FreeSlots::kNone) {
-        QV_TRY(Grow());
-        *sector = slots_.TakeWithin(0, FreeSlots::kNone);
-    }
-    return S_OK;
-}
-
-HRESULT MiniStream::TakeMany(SectorId count, std::vector<SectorId>* sectors)
-{
-    const SectorId known = std::min(count, slots_.Known());
-    slots_.TakeMany(known, sectors);
-    for (SectorId i = known; i < count; ++i) {
-        SectorId sector = 0;
-        QV_TRY(Take(&sector));
-        sectors->push_back(sector);
-    }
     return S_OK;
 }
 
@@ -104,9 +82,8 @@ HRESULT MiniStream::Append(SectorId wanted)
     // The chain is longer than the mini stream when an earlier growth was refused half-way.
     const SectorId length = std::max(data, DataSectors() + (wanted + PerSector() - 1) / PerSector());
     const SectorId count = length * PerSector();
-    QV_TRY(AppendSectors(data_, data, length - data, nullptr));
-    const BYTE free = 0xFF;
-    QV_TRY(AppendSectors(links_, links, LinkSectors(count) - std::min(links, LinkSectors(count)), &free));
+    QV_TRY(fat_.Enlarge(data_, data, length - data, false));
+    QV_TRY(fat_.Enlarge(links_, links, LinkSectors(count) - std::min(links, LinkSectors(count)), true));
     const SectorId old = std::exchange(count_, count);
     // Behind what it covered, an older mini FAT of another program may hold anything.
     const SectorId covered = std::clamp(links * LinksPerSector(), old, count);
@@ -114,31 +91,15 @@ HRESULT MiniStream::Append(SectorId wanted)
     QV_TRY(SetNexts(old, nexts.data(), covered - old));
     linkSectors_ = std::max(links, LinkSectors(count));
     grown_ = true;
-    slots_.GiveUnused(old, count);
-    return S_OK;
-}
-
-// fill: what is written into the sectors, if anything.
-HRESULT MiniStream::AppendSectors(Chain& chain, SectorId length, SectorId count, const BYTE* fill)
-{
-    if (count == 0)
-        return S_OK;
-    std::vector<SectorId> added;
-    QV_TRY(allocator_.TakeMany(count, &added));
-    QV_TRY(fat_.SetChain(added));
-    for (const SectorId sector : added) {
-        if (fill)
-            QV_TRY(sectors_.Fill(sector, *fill));
-    }
-    chain.Append(length, added);
+    FreeOnes().GiveUnused(old, count);
     return S_OK;
 }
 
 HRESULT MiniStream::Lacking(SectorId count, SectorId* wanted)
 {
-    if (slots_.Known() < count)
-        QV_TRY(slots_.Look(*this, kLookAt));
-    *wanted = count - std::min(count, slots_.Known());
+    if (FreeOnes().Known() < count)
+        QV_TRY(FreeOnes().Look(*this, kLookAt));
+    *wanted = count - std::min(count, FreeOnes().Known());
     return S_OK;
 }
 
@@ -157,31 +118,14 @@ HRESULT MiniStream::LinkGrowth()
     return StoreRoot(data_.First(), count_);
 }
 
-HRESULT MiniStream::Grow()
+HRESULT MiniStream::Grow(SectorId* sector)
 {
     const SectorId most = static_cast<SectorId>(kMaxGrowthBytes / kMiniBytes);
     QV_TRY(Append(std::clamp<SectorId>(count_ / 4, 1, most)));
     sectors_.File().Order();
-    return LinkGrowth();
-}
-
-// Frees the sectors [from, to) of a chain, once the entry that counts them is in the store.
-HRESULT MiniStream::CutChain(Chain& chain, SectorId from, SectorId to)
-{
-    SectorId rest = chain.First();
-    sectors_.File().Order();
-    if (from > 0) {
-        SectorId last = 0;
-        QV_TRY(chain.At(from - 1, &last));
-        QV_TRY(fat_.Next(last, &rest));
-        QV_TRY(fat_.SetNext(last, kEndOfChain));
-        sectors_.File().Order();
-    }
-    if (from > 0)
-        chain.Cut(from);
-    else
-        chain.Reset(kEndOfChain);
-    return allocator_.FreeChain(&rest, to - from);
+    QV_TRY(LinkGrowth());
+    *sector = FreeOnes().TakeWithin(0, FreeSlots::kNone);
+    return S_OK;
 }
 
 HRESULT MiniStream::Trim(SectorId least)
@@ -192,13 +136,13 @@ HRESULT MiniStream::Trim(SectorId least)
     if (FAILED(hr))
         return hr == STG_E_DOCFILECORRUPT ? S_OK : hr;  // what is damaged is left alone
     SectorId kept = 0;
-    QV_TRY(slots_.FindTail(*this, count_, &kept));
+    QV_TRY(FreeOnes().FindTail(*this, count_, &kept));
     const SectorId after = (kept + PerSector() - 1) / PerSector();
     if (after < before && before - after >= least) {
         count_ = after * PerSector();
-        slots_.Shrink(count_);
+        FreeOnes().Shrink(count_);
         QV_TRY(StoreRoot(after > 0 ? data_.First() : kEndOfChain, count_));
-        QV_TRY(CutChain(data_, after, before));
+        QV_TRY(fat_.Shorten(data_, after, before));
     }
     return TrimLinks(links);
 }
@@ -211,7 +155,7 @@ HRESULT MiniStream::TrimLinks(SectorId links)
     header_.firstMiniFat = kept > 0 ? links_.First() : kEndOfChain;
     sectors_.File().Order();
     QV_TRY(header_.Write(sectors_.File()));
-    return kept < links ? CutChain(links_, kept, links) : S_OK;
+    return kept < links ? fat_.Shorten(links_, kept, links) : S_OK;
 }
 
 }  // namespace quorvane::cfb

@@ -11,12 +11,11 @@ namespace quorvane::cfb {
 // std::bad_alloc.
 class MiniStream final : public LinkTable {
 public:
-    MiniStream(SectorFile& sectors, Header& header, Fat& fat, SectorAllocator& allocator,
-               Directory& directory) noexcept
-        : sectors_(sectors),
+    MiniStream(SectorFile& sectors, Header& header, Fat& fat, Directory& directory) noexcept
+        : LinkTable(kLookAt),
+          sectors_(sectors),
           header_(header),
           fat_(fat),
-          allocator_(allocator),
           directory_(directory),
           links_(fat, kEndOfChain, Chain::Marks::kMany),
           data_(fat, kEndOfChain, Chain::Marks::kMany)
@@ -33,8 +32,6 @@ public:
     [[nodiscard]] HRESULT Locate(SectorId sector, SectorId most, SectorId* at, std::size_t* offset,
                                  std::size_t* bytes);
 
-    // Takes mini sectors, whose links the caller sets, and appends them to *sectors.
-    [[nodiscard]] HRESULT TakeMany(SectorId count, std::vector<SectorId>* sectors);
     // As Directory's: how many mini sectors are to be added, and the adding of them.
     [[nodiscard]] HRESULT Lacking(SectorId count, SectorId* wanted);
     [[nodiscard]] HRESULT Append(SectorId wanted);
@@ -44,15 +41,8 @@ public:
     {
         return wanted / PerSector() + wanted / LinksPerSector() + 4;
     }
-    // Frees a chain, as SectorAllocator::FreeChain does.
-    [[nodiscard]] HRESULT FreeChain(SectorId* at, std::uint32_t most)
-    {
-        return LinkTable::FreeChain(at, most, count_, slots_);
-    }
-
-    void Committed() { slots_.Committed(); }
     // How many sectors' worth is known as free.
-    SectorId KnownSectors() const noexcept { return slots_.Known() / PerSector(); }
+    SectorId KnownSectors() const noexcept { return Known() / PerSector(); }
     // Whether the root entry tells of this mini stream.
     bool IsThatOf(const DirEntry& root) const noexcept
     {
@@ -77,25 +67,20 @@ private:
     }
     [[nodiscard]] HRESULT PeekLinks(SectorId first, SectorId count, const BYTE** links) override;
     [[nodiscard]] HRESULT SetLinks(SectorId first, const BYTE* links, SectorId count) override;
-    [[nodiscard]] HRESULT Take(SectorId* sector);
-    [[nodiscard]] HRESULT Grow();
-    [[nodiscard]] HRESULT AppendSectors(Chain& chain, SectorId length, SectorId count, const BYTE* fill);
+    [[nodiscard]] HRESULT Grow(SectorId* sector) override;
     [[nodiscard]] HRESULT StoreRoot(SectorId start, SectorId count);
-    [[nodiscard]] HRESULT CutChain(Chain& chain, SectorId from, SectorId to);
     [[nodiscard]] HRESULT TrimLinks(SectorId links);
     [[nodiscard]] HRESULT Measure(SectorId* data, SectorId* links);
 
     SectorFile& sectors_;
     Header& header_;
     Fat& fat_;
-    SectorAllocator& allocator_;
     Directory& directory_;
     Chain links_;         // the mini FAT's sectors
     Chain data_;          // the mini stream's sectors
     SectorId count_ = 0;  // mini sectors in the mini stream
     SectorId linkSectors_ = 0;
     bool grown_ = false;  // and not linked yet
-    FreeSlots slots_{kLookAt};
 };
 
 }  // namespace quorvane::cfb

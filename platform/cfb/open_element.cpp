@@ -1,14 +1,10 @@
 #include "platform/cfb/open_element.h"
 
-#include <algorithm>
-
 namespace quorvane::cfb {
 
 OpenElement* OpenElements::Find(EntryId id) const noexcept
 {
-    if (buckets_.empty())
-        return nullptr;
-    OpenElement* at = buckets_[id & (buckets_.size() - 1)];
+    OpenElement* at = buckets_[id % kBuckets];
     while (at && at->id != id)
         at = at->nextInBucket;
     return at;
@@ -21,7 +17,6 @@ void OpenElements::Put(OpenElement& element) noexcept
     OpenElement*& bucket = BucketOf(element.id);
     element.nextInBucket = bucket;
     bucket = &element;
-    ++count_;
 }
 
 void OpenElements::Take(OpenElement& element) noexcept
@@ -33,21 +28,6 @@ void OpenElements::Take(OpenElement& element) noexcept
         return;
     *link = element.nextInBucket;
     element.nextInBucket = nullptr;
-    --count_;
-}
-
-void OpenElements::Grow()
-{
-    std::vector<OpenElement*> old(buckets_.empty() ? kFirstBuckets : buckets_.size() * 2);
-    old.swap(buckets_);
-    count_ = 0;
-    for (OpenElement* at : old) {
-        while (at) {
-            OpenElement* const next = at->nextInBucket;
-            Put(*at);
-            at = next;
-        }
-    }
 }
 
 void OpenElements::Add(OpenElement& element, OpenElement* parent) noexcept
@@ -118,8 +98,7 @@ void OpenElements::Moved(EntryId from, EntryId to) noexcept
 
 void OpenElements::Renumber(OpenElement& root) noexcept
 {
-    std::fill(buckets_.begin(), buckets_.end(), nullptr);
-    count_ = 0;
+    buckets_.fill(nullptr);
     for (OpenElement* at = &root; at;) {
         Put(*at);
         if (at->firstChild) {

@@ -2,6 +2,7 @@
 #ifndef QUORVANE_PLATFORM_CFB_OPEN_ELEMENT_H_
 #define QUORVANE_PLATFORM_CFB_OPEN_ELEMENT_H_
 
+#include <array>
 #include <memory>
 #include <utility>
 #include <vector>
@@ -102,19 +103,12 @@ private:
     OpenElement* element_ = nullptr;
 };
 
-// The open elements of one file by the numbers of their entries. Throws std::bad_alloc.
+// The open elements of one file by the numbers of their entries.
 class OpenElements {
 public:
     bool IsOpen(EntryId id) const noexcept { return Find(id) != nullptr; }
-    // Before Add, which can't fail then.
-    void MakeRoom()
-    {
-        if (count_ >= buckets_.size())
-            Grow();
-    }
     void Add(OpenElement& element, OpenElement* parent) noexcept;
-    // The element, which was a draft, is one of the file. E_OUTOFMEMORY isn't among its failures: Add has
-    // seen to it.
+    // The element, which was a draft, is one of the file.
     void Landed(OpenElement& element, EntryId id) noexcept;
     // Takes one of the drafts that nobody can reach any more; null if there is none.
     DraftChild* TakeDropped() noexcept
@@ -131,18 +125,16 @@ public:
     void Renumber(OpenElement& root) noexcept;
 
 private:
-    static constexpr std::size_t kFirstBuckets = 64;
+    static constexpr std::size_t kBuckets = 1024;
 
-    OpenElement*& BucketOf(EntryId id) noexcept { return buckets_[id & (buckets_.size() - 1)]; }
+    OpenElement*& BucketOf(EntryId id) noexcept { return buckets_[id % kBuckets]; }
     OpenElement* Find(EntryId id) const noexcept;
     void Put(OpenElement& element) noexcept;
     void Take(OpenElement& element) noexcept;
-    void Grow();
     static void Detach(OpenElement& element) noexcept;
 
     DraftChild* dropped_ = nullptr;
-    std::vector<OpenElement*> buckets_;  // a power of two of them
-    std::size_t count_ = 0;
+    std::array<OpenElement*, kBuckets> buckets_{};
 };
 
 }  // namespace quorvane::cfb

@@ -1,4 +1,5 @@
-// platform/cfb/root_file.h: what the COM objects on one compound file share: the file and its lock.
+// platform/cfb/root_file.h: what the COM objects on one compound file share: the file with its lock, and how
+// they hold their elements.
 #ifndef QUORVANE_PLATFORM_CFB_ROOT_FILE_H_
 #define QUORVANE_PLATFORM_CFB_ROOT_FILE_H_
 
@@ -73,6 +74,57 @@ private:
     std::unique_ptr<ByteStore> store_ QV_GUARDED_BY(lock_);
     std::unique_ptr<CompoundFile> file_ QV_GUARDED_BY(lock_);
 };
+
+// A COM object's hold on its element, which stays open as long as it has one user. Any thread may call.
+class ElementHandle {
+public:
+    // Takes over one of the element's users.
+    ElementHandle(std::shared_ptr<RootFile> root, OpenElementPtr element, DWORD mode) noexcept
+        : root_(std::move(root)), element_(std::move(element)), mode_(mode)
+    {}
+    ElementHandle(const ElementHandle&) = delete;
+    ElementHandle& operator=(const ElementHandle&) = delete;
+    // Not to be called under the file's lock.
+    ~ElementHandle() { root_->Close(std::move(element_), MayWrite()); }
+
+    const std::shared_ptr<RootFile>& Root() const noexcept { return root_; }
+    const OpenElementPtr& Element() const noexcept { return element_; }
+    // The flags it was opened with.
+    DWORD Mode() const noexcept { return mode_; }
+    bool MayRead() const noexcept { return (mode_ & kAccess) != STGM_WRITE; }
+    bool MayWrite() const noexcept { return (mode_ & kAccess) != STGM_READ; }
+
+    // See RootFile::Run; operation (CompoundFile&, OpenElement&) -> HRESULT.
+    template <class Operation>
+    [[nodiscard]] HRESULT Run(const Operation& operation) const noexcept
+    {
+        return root_->Run(element_.get(), [&](CompoundFile& file) { return operation(file, *element_); });
+    }
+
+    // The same for what only an object that may write does; else STG_E_ACCESSDENIED.
+    template <class Operation>
+    [[nodiscard]] HRESULT Change(const Operation& operation) const noexcept
+    {
+        return MayWrite() ? Run(operation) : STG_E_ACCESSDENIED;
+    }
+
+    // As IStorage and IStream tell it.
+    [[nodiscard]] HRESULT Stat(STATSTG* stat, DWORD flags) const noexcept;
+
+    static constexpr DWORD kAccess = STGM_READ | STGM_WRITE | STGM_READWRITE;
+    static constexpr DWORD kSharing =
+        STGM_SHARE_EXCLUSIVE | STGM_SHARE_DENY_WRITE | STGM_SHARE_DENY_READ | STGM_SHARE_DENY_NONE;
+
+private:
+    const std::shared_ptr<RootFile> root_;
+    OpenElementPtr element_;
+    const DWORD mode_;
+};
+
+// Fills *stat from an entry: everything but grfMode. withName: the name too, in memory of the task
+// allocator. E_OUTOFMEMORY.
+[[nodiscard]] HRESULT FillStat(const DirEntry& entry, unsigned formatVersion, bool withName,
+                               STATSTG* stat) noexcept;
 
 }  // namespace quorvane::cfb
 

@@ -3,6 +3,7 @@
 #define QUORVANE_PLATFORM_CFB_SECTOR_FILE_H_
 
 #include <algorithm>
+#include <array>
 
 #include "platform/bytes/ordered_file.h"
 #include "platform/cfb/format.h"
@@ -18,7 +19,12 @@ public:
     explicit SectorFile(OrderedFile& file) noexcept : file_(file) {}
 
     // shift: 9 or 12. The count becomes what the file's size holds, a cut last sector included.
-    void Open(unsigned shift) noexcept;
+    void Open(unsigned shift) noexcept
+    {
+        shift_ = shift;
+        const std::uint64_t sectors = (file_.Size() + SectorBytes() - 1) >> shift;
+        count_ = static_cast<SectorId>(std::min<std::uint64_t>(sectors > 0 ? sectors - 1 : 0, kMaxSector));
+    }
 
     unsigned Shift() const noexcept { return shift_; }
     std::size_t SectorBytes() const noexcept { return std::size_t{1} << shift_; }
@@ -46,12 +52,28 @@ public:
         return Within(sector, offset, count) ? file_.Peek(OffsetOf(sector) + offset, count, bytes)
                                              : STG_E_DOCFILECORRUPT;
     }
-    [[nodiscard]] HRESULT Write(SectorId sector, std::uint64_t offset, const void* from, std::size_t count);
+    [[nodiscard]] HRESULT Write(SectorId sector, std::uint64_t offset, const void* from, std::size_t count)
+    {
+        return Within(sector, offset, count) ? file_.Write(OffsetOf(sector) + offset, from, count)
+                                             : STG_E_DOCFILECORRUPT;
+    }
     // See OrderedFile::WriteData.
     [[nodiscard]] HRESULT WriteData(SectorId sector, std::uint64_t offset, const void* from,
-                                    std::size_t count);
-    // Fills a whole sector that nothing points at with one byte value.
-    [[nodiscard]] HRESULT Fill(SectorId sector, BYTE value);
+                                    std::size_t count)
+    {
+        return Within(sector, offset, count) ? file_.WriteData(OffsetOf(sector) + offset, from, count)
+                                             : STG_E_DOCFILECORRUPT;
+    }
+    // Makes all of a sector that nothing points at entries of a table that are free.
+    [[nodiscard]] HRESULT FillFree(SectorId sector)
+    {
+        static constexpr auto kFree = [] {
+            std::array<BYTE, 4096> bytes{};
+            bytes.fill(0xFF);
+            return bytes;
+        }();
+        return Write(sector, 0, kFree.data(), SectorBytes());
+    }
 
     // Sends what is pending. A last sector that was found cut stays so until something is written there.
     [[nodiscard]] HRESULT Commit() { return file_.Commit(); }
@@ -62,7 +84,11 @@ public:
         return file_.Settle();
     }
     // Gives back the sectors from `count` on, with all that the store has behind them.
-    [[nodiscard]] HRESULT Cut(SectorId count);
+    [[nodiscard]] HRESULT Cut(SectorId count)
+    {
+        count_ = std::min(count_, count);
+        return file_.Cut(OffsetOf(count_));
+    }
 
 private:
     bool Within(SectorId sector, std::uint64_t offset, std::size_t count) const noexcept

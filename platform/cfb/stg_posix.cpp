@@ -4,23 +4,29 @@
 
 using namespace quorvane;
 
+namespace {
+
+// Whether an argument is given that has to be null or 0: then there is no storage.
+bool IsRefused(bool given, IStorage** storage) noexcept
+{
+    if (storage && given)
+        *storage = nullptr;
+    return storage && given;
+}
+
+}  // namespace
+
 STDAPI StgCreateDocfile(LPCOLESTR path, DWORD mode, DWORD reserved, IStorage** storage)
 {
-    if (storage && reserved != 0) {
-        *storage = nullptr;
-        return STG_E_INVALIDPARAMETER;
-    }
-    return cfb::CreateDocfile(path, mode, storage);
+    return IsRefused(reserved != 0, storage) ? STG_E_INVALIDPARAMETER
+                                             : cfb::CreateDocfile(path, mode, storage);
 }
 
 STDAPI StgOpenStorage(LPCOLESTR path, IStorage* priority, DWORD mode, SNB exclude, DWORD reserved,
                       IStorage** storage)
 {
-    if (storage && (priority || exclude || reserved != 0)) {
-        *storage = nullptr;
-        return STG_E_INVALIDPARAMETER;
-    }
-    return cfb::OpenDocfile(path, mode, storage);
+    return IsRefused(priority || exclude || reserved != 0, storage) ? STG_E_INVALIDPARAMETER
+                                                                    : cfb::OpenDocfile(path, mode, storage);
 }
 
 STDAPI StgIsStorageFile(LPCOLESTR path)
@@ -30,21 +36,16 @@ STDAPI StgIsStorageFile(LPCOLESTR path)
 
 STDAPI StgCreateDocfileOnILockBytes(ILockBytes* bytes, DWORD mode, DWORD reserved, IStorage** storage)
 {
-    if (storage && reserved != 0) {
-        *storage = nullptr;
-        return STG_E_INVALIDPARAMETER;
-    }
-    return cfb::CreateDocfileOnLockBytes(bytes, mode, storage);
+    return IsRefused(reserved != 0, storage) ? STG_E_INVALIDPARAMETER
+                                             : cfb::CreateDocfileOnLockBytes(bytes, mode, storage);
 }
 
 STDAPI StgOpenStorageOnILockBytes(ILockBytes* bytes, IStorage* priority, DWORD mode, SNB exclude,
                                   DWORD reserved, IStorage** storage)
 {
-    if (storage && (priority || exclude || reserved != 0)) {
-        *storage = nullptr;
-        return STG_E_INVALIDPARAMETER;
-    }
-    return cfb::OpenDocfileOnLockBytes(bytes, mode, storage);
+    return IsRefused(priority || exclude || reserved != 0, storage)
+               ? STG_E_INVALIDPARAMETER
+               : cfb::OpenDocfileOnLockBytes(bytes, mode, storage);
 }
 
 STDAPI StgIsStorageILockBytes(ILockBytes* bytes)

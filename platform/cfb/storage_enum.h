@@ -5,7 +5,7 @@
 #include <optional>
 #include <utility>
 
-#include "platform/cfb/element_handle.h"
+#include "platform/cfb/root_file.h"
 #include "platform/com/com_object.h"
 
 namespace quorvane::cfb {

@@ -1,8 +1,6 @@
 #include "platform/cfb/storage_object.h"
 
 #include <algorithm>
-#include <cstring>
-#include <string>
 
 #include "platform/cfb/storage_enum.h"
 #include "platform/cfb/storage_stream.h"
@@ -68,17 +66,23 @@ HRESULT CStorageObject::CheckMode(DWORD mode, bool create) const noexcept
     return S_OK;
 }
 
+// reserved: whether an argument is given that has to be null or 0.
 template <class Object, class Interface>
-HRESULT CStorageObject::OpenOrCreate(LPCOLESTR name, DWORD mode, EntryType type, bool create,
+HRESULT CStorageObject::OpenOrCreate(LPCOLESTR name, DWORD mode, bool create, bool reserved,
                                      Interface** object)
 {
+    if (!object)
+        return STG_E_INVALIDPOINTER;
+    *object = nullptr;
+    if (reserved)
+        return STG_E_INVALIDPARAMETER;
     ElementName parsed;
     QV_TRY(parsed.Assign(name));
     QV_TRY(CheckMode(mode, create));
     OpenElementPtr child;
     QV_TRY(m_handle.Run([&](CompoundFile& file, OpenElement& storage) {
-        return create ? file.CreateChild(storage, parsed, type, (mode & STGM_CREATE) != 0, &child)
-                      : file.OpenChild(storage, parsed, type, &child);
+        return create ? file.CreateChild(storage, parsed, Object::kType, (mode & STGM_CREATE) != 0, &child)
+                      : file.OpenChild(storage, parsed, Object::kType, &child);
     }));
     *object = MakeComObject<Object>(m_handle.Root(), std::move(child), mode & ~STGM_CREATE).Detach();
     if (*object)
@@ -90,45 +94,25 @@ HRESULT CStorageObject::OpenOrCreate(LPCOLESTR name, DWORD mode, EntryType type,
 HRESULT CStorageObject::CreateStream(LPCOLESTR name, DWORD mode, DWORD reserved1, DWORD reserved2,
                                      IStream** stream)
 {
-    if (!stream)
-        return STG_E_INVALIDPOINTER;
-    *stream = nullptr;
-    if (reserved1 != 0 || reserved2 != 0)
-        return STG_E_INVALIDPARAMETER;
-    return OpenOrCreate<CStorageStream>(name, mode, EntryType::kStream, true, stream);
+    return OpenOrCreate<CStorageStream>(name, mode, true, reserved1 != 0 || reserved2 != 0, stream);
 }
 
 HRESULT CStorageObject::OpenStream(LPCOLESTR name, void* reserved1, DWORD mode, DWORD reserved2,
                                    IStream** stream)
 {
-    if (!stream)
-        return STG_E_INVALIDPOINTER;
-    *stream = nullptr;
-    if (reserved1 || reserved2 != 0)
-        return STG_E_INVALIDPARAMETER;
-    return OpenOrCreate<CStorageStream>(name, mode, EntryType::kStream, false, stream);
+    return OpenOrCreate<CStorageStream>(name, mode, false, reserved1 || reserved2 != 0, stream);
 }
 
 HRESULT CStorageObject::CreateStorage(LPCOLESTR name, DWORD mode, DWORD reserved1, DWORD reserved2,
                                       IStorage** storage)
 {
-    if (!storage)
-        return STG_E_INVALIDPOINTER;
-    *storage = nullptr;
-    if (reserved1 != 0 || reserved2 != 0)
-        return STG_E_INVALIDPARAMETER;
-    return OpenOrCreate<CStorageObject>(name, mode, EntryType::kStorage, true, storage);
+    return OpenOrCreate<CStorageObject>(name, mode, true, reserved1 != 0 || reserved2 != 0, storage);
 }
 
 HRESULT CStorageObject::OpenStorage(LPCOLESTR name, IStorage* priority, DWORD mode, SNB exclude,
                                     DWORD reserved, IStorage** storage)
 {
-    if (!storage)
-        return STG_E_INVALIDPOINTER;
-    *storage = nullptr;
-    if (priority || exclude || reserved != 0)
-        return STG_E_INVALIDPARAMETER;
-    return OpenOrCreate<CStorageObject>(name, mode, EntryType::kStorage, false, storage);
+    return OpenOrCreate<CStorageObject>(name, mode, false, priority || exclude || reserved != 0, storage);
 }
 
 // True when `other` is this storage or lies in it.
@@ -185,15 +169,11 @@ HRESULT CStorageObject::CopyElements(bool storages, bool streams, SNB excludedNa
         if (hr != S_OK)
             return FAILED(hr) ? hr : S_OK;
         const bool wanted = element.type == STGTY_STREAM ? streams : storages;
-        if (wanted && !IsExcluded(excludedNames, element.pwcsName))
-            QV_TRY(CopyElement(element, target, element.pwcsName));
+        const LPCOLESTR name = element.pwcsName;
+        if (wanted && !IsExcluded(excludedNames, name))
+            QV_TRY(element.type == STGTY_STREAM ? CopyStream(name, target, name)
+                                                : CopyStorage(name, target, name));
     }
-}
-
-HRESULT CStorageObject::CopyElement(const STATSTG& element, IStorage* target, LPCOLESTR newName)
-{
-    return element.type == STGTY_STREAM ? CopyStream(element.pwcsName, target, newName)
-                                        : CopyStorage(element.pwcsName, target, newName);
 }
 
 HRESULT CStorageObject::CopyStream(LPCOLESTR name, IStorage* target, LPCOLESTR newName)
@@ -276,9 +256,7 @@ HRESULT CStorageObject::DestroyElement(LPCOLESTR name)
 {
     ElementName parsed;
     QV_TRY(parsed.Assign(name));
-    if (!m_handle.MayWrite())
-        return STG_E_ACCESSDENIED;
-    return m_handle.Run(
+    return m_handle.Change(
         [&](CompoundFile& file, OpenElement& storage) { return file.Destroy(storage, parsed); });
 }
 
@@ -288,9 +266,7 @@ HRESULT CStorageObject::RenameElement(LPCOLESTR oldName, LPCOLESTR newName)
     ElementName to;
     QV_TRY(from.Assign(oldName));
     QV_TRY(to.Assign(newName));
-    if (!m_handle.MayWrite())
-        return STG_E_ACCESSDENIED;
-    return m_handle.Run(
+    return m_handle.Change(
         [&](CompoundFile& file, OpenElement& storage) { return file.Rename(storage, from, to); });
 }
 
@@ -300,8 +276,6 @@ HRESULT CStorageObject::SetElementTimes(LPCOLESTR name, const FILETIME* created,
     ElementName parsed;
     if (name)
         QV_TRY(parsed.Assign(name));
-    if (!m_handle.MayWrite())
-        return STG_E_ACCESSDENIED;
     const auto change = [&](DirEntry& entry) {
         if (entry.Type() == EntryType::kStream)
             return;
@@ -310,51 +284,24 @@ HRESULT CStorageObject::SetElementTimes(LPCOLESTR name, const FILETIME* created,
         if (modified)
             entry.SetModified(*modified);
     };
-    return m_handle.Run([&](CompoundFile& file, OpenElement& storage) {
+    return m_handle.Change([&](CompoundFile& file, OpenElement& storage) {
         return name ? file.ChangeChild(storage, parsed, change) : file.ChangeElement(storage, change);
     });
 }
 
 HRESULT CStorageObject::SetClass(REFCLSID clsid)
 {
-    if (!m_handle.MayWrite())
-        return STG_E_ACCESSDENIED;
-    return m_handle.Run([&](CompoundFile& file, OpenElement& storage) {
+    return m_handle.Change([&](CompoundFile& file, OpenElement& storage) {
         return file.ChangeElement(storage, [&](DirEntry& entry) { entry.SetClsid(clsid); });
     });
 }
 
 HRESULT CStorageObject::SetStateBits(DWORD bits, DWORD mask)
 {
-    if (!m_handle.MayWrite())
-        return STG_E_ACCESSDENIED;
-    return m_handle.Run([&](CompoundFile& file, OpenElement& storage) {
+    return m_handle.Change([&](CompoundFile& file, OpenElement& storage) {
         return file.ChangeElement(storage, [&](DirEntry& entry) {
             entry.SetStateBits((entry.StateBits() & ~mask) | (bits & mask));
         });
-    });
-}
-
-HRESULT CStorageObject::Stat(STATSTG* stat, DWORD flags)
-{
-    if (!stat)
-        return STG_E_INVALIDPOINTER;
-    return m_handle.Run([&](CompoundFile& file, OpenElement& storage) -> HRESULT {
-        const bool withName = (flags & STATFLAG_NONAME) == 0;
-        const bool isRoot = storage.type == EntryType::kRoot;
-        DirEntry entry;
-        QV_TRY(file.Stat(storage, &entry));
-        QV_TRY(FillStat(entry, file.FormatVersion(), withName && !isRoot, stat));
-        stat->grfMode = m_handle.Mode();
-        if (!withName || !isRoot)
-            return S_OK;
-        const OleString& path = m_handle.Root()->Path();
-        const std::size_t bytes = (path.size() + 1) * sizeof(OLECHAR);
-        stat->pwcsName = static_cast<LPOLESTR>(::CoTaskMemAlloc(bytes));
-        if (!stat->pwcsName)
-            return E_OUTOFMEMORY;
-        std::memcpy(stat->pwcsName, path.c_str(), bytes);
-        return S_OK;
     });
 }
 

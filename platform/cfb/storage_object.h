@@ -4,7 +4,7 @@
 
 #include <utility>
 
-#include "platform/cfb/element_handle.h"
+#include "platform/cfb/root_file.h"
 #include "platform/com/com_object.h"
 
 namespace quorvane::cfb {
@@ -27,6 +27,8 @@ namespace quorvane::cfb {
 // Any thread may call.
 class CStorageObject final : public ComObject<CStorageObject, IStorage> {
 public:
+    static constexpr EntryType kType = EntryType::kStorage;
+
     // Takes over one of the element's users.
     CStorageObject(std::shared_ptr<RootFile> root, OpenElementPtr element, DWORD mode) noexcept
         : m_handle(std::move(root), std::move(element), mode)
@@ -59,14 +61,13 @@ public:
                                               const FILETIME* accessed, const FILETIME* modified) override;
     HRESULT STDMETHODCALLTYPE SetClass(REFCLSID clsid) override;
     HRESULT STDMETHODCALLTYPE SetStateBits(DWORD bits, DWORD mask) override;
-    HRESULT STDMETHODCALLTYPE Stat(STATSTG* stat, DWORD flags) override;
+    HRESULT STDMETHODCALLTYPE Stat(STATSTG* stat, DWORD flags) override { return m_handle.Stat(stat, flags); }
 
 private:
     [[nodiscard]] HRESULT CheckMode(DWORD mode, bool create) const noexcept;
     template <class Object, class Interface>
-    [[nodiscard]] HRESULT OpenOrCreate(LPCOLESTR name, DWORD mode, EntryType type, bool create,
+    [[nodiscard]] HRESULT OpenOrCreate(LPCOLESTR name, DWORD mode, bool create, bool reserved,
                                        Interface** object);
-    [[nodiscard]] HRESULT CopyElement(const STATSTG& element, IStorage* target, LPCOLESTR newName);
     [[nodiscard]] HRESULT CopyStream(LPCOLESTR name, IStorage* target, LPCOLESTR newName);
     [[nodiscard]] HRESULT CopyStorage(LPCOLESTR name, IStorage* target, LPCOLESTR newName);
     [[nodiscard]] HRESULT CopyElements(bool storages, bool streams, SNB excludedNames, IStorage* target);

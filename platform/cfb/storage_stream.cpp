@@ -54,9 +54,7 @@ HRESULT CStorageStream::Write(const void* buffer, ULONG count, ULONG* written)
         *written = 0;
     if (!buffer)
         return STG_E_INVALIDPOINTER;
-    if (!m_handle.MayWrite())
-        return STG_E_ACCESSDENIED;
-    return m_handle.Run([&](CompoundFile& file, OpenElement& stream) {
+    return m_handle.Change([&](CompoundFile& file, OpenElement& stream) {
         std::size_t part = 0;
         const HRESULT hr = file.WriteStream(stream, m_position, buffer, count, &part);
         m_position += part;
@@ -89,9 +87,7 @@ HRESULT CStorageStream::Seek(LARGE_INTEGER move, DWORD origin, ULARGE_INTEGER* p
 
 HRESULT CStorageStream::SetSize(ULARGE_INTEGER size)
 {
-    if (!m_handle.MayWrite())
-        return STG_E_ACCESSDENIED;
-    return m_handle.Run(
+    return m_handle.Change(
         [&](CompoundFile& file, OpenElement& stream) { return file.SetStreamSize(stream, size.QuadPart); });
 }
 
@@ -135,21 +131,6 @@ HRESULT CStorageStream::Commit(DWORD)
 HRESULT CStorageStream::Revert()
 {
     return m_handle.Run([](CompoundFile&, OpenElement&) { return S_OK; });
-}
-
-HRESULT CStorageStream::Stat(STATSTG* stat, DWORD flags)
-{
-    if (!stat)
-        return STG_E_INVALIDPOINTER;
-    return m_handle.Run([&](CompoundFile& file, OpenElement& stream) {
-        DirEntry entry;
-        HRESULT hr = file.Stat(stream, &entry);
-        if (SUCCEEDED(hr))
-            hr = FillStat(entry, file.FormatVersion(), (flags & STATFLAG_NONAME) == 0, stat);
-        if (SUCCEEDED(hr))
-            stat->grfMode = m_handle.Mode();
-        return hr;
-    });
 }
 
 HRESULT CStorageStream::Clone(IStream** stream)

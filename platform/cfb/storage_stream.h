@@ -4,7 +4,7 @@
 
 #include <utility>
 
-#include "platform/cfb/element_handle.h"
+#include "platform/cfb/root_file.h"
 #include "platform/com/com_object.h"
 
 namespace quorvane::cfb {
@@ -16,6 +16,8 @@ namespace quorvane::cfb {
 // Clones have positions of their own and share all else. Any thread may call.
 class CStorageStream final : public ComObject<CStorageStream, Answers<IStream, ISequentialStream>> {
 public:
+    static constexpr EntryType kType = EntryType::kStream;
+
     // Takes over one of the element's users.
     CStorageStream(std::shared_ptr<RootFile> root, OpenElementPtr element, DWORD mode,
                    ULONGLONG position = 0) noexcept
@@ -38,7 +40,7 @@ public:
     {
         return STG_E_INVALIDFUNCTION;
     }
-    HRESULT STDMETHODCALLTYPE Stat(STATSTG* stat, DWORD flags) override;
+    HRESULT STDMETHODCALLTYPE Stat(STATSTG* stat, DWORD flags) override { return m_handle.Stat(stat, flags); }
     HRESULT STDMETHODCALLTYPE Clone(IStream** stream) override;
 
 private:

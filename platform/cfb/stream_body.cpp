@@ -148,7 +148,7 @@ HRESULT StreamBody::NewChain(bool mini, SectorId count, Chain* chain)
 {
     LinkTable& table = Table(mini);
     std::vector<SectorId> sectors;
-    QV_TRY(mini ? volume_->mini.TakeMany(count, &sectors) : volume_->allocator.TakeMany(count, &sectors));
+    QV_TRY(table.TakeMany(count, &sectors));
     QV_TRY(table.SetChain(sectors));
     *chain = Chain(table, count > 0 ? sectors.front() : kEndOfChain);
     return S_OK;
@@ -197,7 +197,7 @@ HRESULT StreamBody::Write(std::uint64_t offset, const void* from, std::size_t co
 HRESULT StreamBody::Extend(std::uint64_t size, const Content& content)
 {
     if (size_ > 0 && IsMini(size_) && !IsMini(size))
-        return MoveToSectors(size, content);
+        return ChangeTable(size, content);
     const bool mini = IsMini(size);
     const SectorId before = Units(size_, mini);
     const SectorId added = Units(size, mini) - before;
@@ -215,7 +215,7 @@ HRESULT StreamBody::Extend(std::uint64_t size, const Content& content)
     if (before == 0)
         chain_ = tail;
     if (rest <= kMaxSector)
-        QV_TRY(volume_->FreeChain(rest, mini));
+        QV_TRY(volume_->FreeChain(rest, Table(mini)));
     return volume_->Commit();
 }
 
@@ -255,19 +255,22 @@ HRESULT StreamBody::Switch(SectorId start, std::uint64_t size)
     return S_OK;
 }
 
-HRESULT StreamBody::MoveToSectors(std::uint64_t size, const Content& content)
+// Writes what stays of the content into the other table, and what comes behind it. Less than kMiniCutoff
+// stays.
+HRESULT StreamBody::ChangeTable(std::uint64_t size, const Content& content)
 {
-    std::array<BYTE, kMiniCutoff> old;
-    const auto kept = static_cast<std::size_t>(size_);
+    std::array<BYTE, kMiniCutoff> kept;
+    const auto count = static_cast<std::size_t>(std::min(size_, size));
+    const bool mini = IsMini(size);
     const SectorId oldFirst = chain_.First();
-    QV_TRY(ReadChain(0, old.data(), kept));
-    Chain chain(volume_->fat);
-    QV_TRY(NewChain(false, Units(size, false), &chain));
-    QV_TRY(WriteChain(chain, false, 0, old.data(), kept));
-    QV_TRY(Fill(chain, false, kept, size, 0, content));
+    Chain chain(Table(mini));
+    QV_TRY(ReadChain(0, kept.data(), count));
+    QV_TRY(NewChain(mini, Units(size, mini), &chain));
+    QV_TRY(WriteChain(chain, mini, 0, kept.data(), count));
+    QV_TRY(Fill(chain, mini, count, size, 0, content));
     QV_TRY(Switch(chain.First(), size));
     chain_ = chain;
-    QV_TRY(volume_->FreeChain(oldFirst, true));
+    QV_TRY(volume_->FreeChain(oldFirst, Table(!mini)));
     return volume_->Commit();
 }
 
@@ -286,7 +289,7 @@ HRESULT StreamBody::Shrink(std::uint64_t size)
 {
     const bool mini = IsMini(size_);
     if (size > 0 && IsMini(size) && !mini)
-        return ShrinkToMini(size);
+        return ChangeTable(size, Content{size, nullptr, 0});
     const SectorId kept = Units(size, mini);
     SectorId rest = chain_.First();
     SectorId last = kEndOfChain;
@@ -299,21 +302,7 @@ HRESULT StreamBody::Shrink(std::uint64_t size)
         QV_TRY(Table(mini).SetNext(last, kEndOfChain));
     volume_->file.Order();
     chain_ = Chain(Table(IsMini(size)), size > 0 ? chain_.First() : kEndOfChain);
-    QV_TRY(volume_->FreeChain(rest, mini));
-    return volume_->Commit();
-}
-
-HRESULT StreamBody::ShrinkToMini(std::uint64_t size)
-{
-    std::array<BYTE, kMiniCutoff> kept;
-    const SectorId oldFirst = chain_.First();
-    QV_TRY(ReadChain(0, kept.data(), static_cast<std::size_t>(size)));
-    Chain chain(volume_->mini);
-    QV_TRY(NewChain(true, Units(size, true), &chain));
-    QV_TRY(WriteChain(chain, true, 0, kept.data(), static_cast<std::size_t>(size)));
-    QV_TRY(Switch(chain.First(), size));
-    chain_ = chain;
-    QV_TRY(volume_->FreeChain(oldFirst, false));
+    QV_TRY(volume_->FreeChain(rest, Table(mini)));
     return volume_->Commit();
 }
 

@@ -68,9 +68,8 @@ private:
                                std::uint64_t base, const Content& content);
     [[nodiscard]] HRESULT Extend(std::uint64_t size, const Content& content);
     [[nodiscard]] HRESULT LinkBehind(SectorId length, bool mini, SectorId first, SectorId* rest);
-    [[nodiscard]] HRESULT MoveToSectors(std::uint64_t size, const Content& content);
+    [[nodiscard]] HRESULT ChangeTable(std::uint64_t size, const Content& content);
     [[nodiscard]] HRESULT Shrink(std::uint64_t size);
-    [[nodiscard]] HRESULT ShrinkToMini(std::uint64_t size);
     [[nodiscard]] HRESULT Switch(SectorId start, std::uint64_t size);
 
     Volume* volume_;

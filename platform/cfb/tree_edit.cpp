@@ -181,7 +181,7 @@ HRESULT TreeEdit::BalanceInsertion(std::size_t node)
         bool red = false;
         QV_TRY(IsRed(uncle, &red));
         if (!red) {
-            LiftOverGrandparent(node);
+            LiftOverGrandparent();
             return S_OK;
         }
         QV_TRY(Paint(uncle, Color::kBlack));
@@ -194,30 +194,30 @@ HRESULT TreeEdit::BalanceInsertion(std::size_t node)
     return S_OK;
 }
 
-void TreeEdit::LiftOverGrandparent(std::size_t node)
+// Lets the node that hangs on a node's side take its place: the node hangs on the other side of that then.
+// Tells the number of what is to hang in its place.
+EntryId TreeEdit::Lift(const Step& step) noexcept
+{
+    const EntryId id = LinkOf(step);
+    DirEntry& lifted = nodes_[Loaded(id)].entry;
+    SetLinkOf(step, Link(lifted, Opposite(step.side)));
+    SetLink(lifted, Opposite(step.side), nodes_[step.node].id);
+    return id;
+}
+
+void TreeEdit::LiftOverGrandparent() noexcept
 {
     const Step parent = path_.back();
     const Step grandparent = path_[path_.size() - 2];
-    DirEntry& p = nodes_[parent.node].entry;
-    DirEntry& g = nodes_[grandparent.node].entry;
-    std::size_t top = parent.node;
-    if (parent.side == grandparent.side) {
-        SetLink(g, grandparent.side, Link(p, Opposite(grandparent.side)));
-        SetLink(p, Opposite(grandparent.side), nodes_[grandparent.node].id);
-    } else {
-        top = node;
-        DirEntry& c = nodes_[node].entry;
-        SetLink(p, parent.side, Link(c, grandparent.side));
-        SetLink(g, grandparent.side, Link(c, parent.side));
-        SetLink(c, grandparent.side, nodes_[parent.node].id);
-        SetLink(c, parent.side, nodes_[grandparent.node].id);
-    }
-    nodes_[top].entry.SetColor(Color::kBlack);
-    g.SetColor(Color::kRed);
-    SetLinkOf(path_[path_.size() - 3], nodes_[top].id);
+    if (parent.side != grandparent.side)
+        SetLinkOf(grandparent, Lift(parent));
+    nodes_[grandparent.node].entry.SetColor(Color::kRed);
+    const EntryId top = Lift(grandparent);
+    nodes_[Loaded(top)].entry.SetColor(Color::kBlack);
+    SetLinkOf(path_[path_.size() - 3], top);
 }
 
-HRESULT TreeEdit::Remove(const ElementName& name, EntryId* removed)
+HRESULT TreeEdit::Remove(const ElementName& name, bool inPlace, EntryId* removed)
 {
     std::size_t node = found_;
     if (!std::exchange(sought_, false))
@@ -228,26 +228,13 @@ HRESULT TreeEdit::Remove(const ElementName& name, EntryId* removed)
     const DirEntry& entry = nodes_[node].entry;
     EntryId orphan = entry.Left() != kNoEntry ? entry.Left() : entry.Right();
     Color gone = entry.NodeColor();
-    if (entry.Left() != kNoEntry && entry.Right() != kNoEntry)
-        QV_TRY(UnlinkInner(node, &orphan, &gone));
-    else
+    if (entry.Left() == kNoEntry || entry.Right() == kNoEntry)
         SetLinkOf(path_.back(), orphan);
-    return gone == Color::kRed ? S_OK : BalanceRemoval(orphan);
-}
-
-HRESULT TreeEdit::RemoveInPlace(const ElementName& name, EntryId* removed)
-{
-    sought_ = false;
-    std::size_t node = 0;
-    QV_TRY(Descend(name, &node));
-    if (node == kNoNode)
-        return STG_E_FILENOTFOUND;
-    *removed = nodes_[node].id;
-    const DirEntry& entry = nodes_[node].entry;
-    if (entry.Left() != kNoEntry && entry.Right() != kNoEntry)
+    else if (inPlace)
         return STG_E_MEDIUMFULL;
-    SetLinkOf(path_.back(), entry.Left() != kNoEntry ? entry.Left() : entry.Right());
-    return S_OK;
+    else
+        QV_TRY(UnlinkInner(node, &orphan, &gone));
+    return inPlace || gone == Color::kRed ? S_OK : BalanceRemoval(orphan);
 }
 
 // The next node in order, which has no left link, takes the place of a node with two.
@@ -297,60 +284,44 @@ HRESULT TreeEdit::BalanceRemoval(EntryId orphan)
         std::size_t sibling = 0;
         QV_TRY(Get(siblingId, &sibling));
         if (nodes_[sibling].entry.NodeColor() == Color::kRed) {
-            QV_TRY(LiftRedSibling(sibling));
+            LiftRedSibling(sibling);
             continue;
         }
         bool innerIsRed = false;
         bool outerIsRed = false;
         QV_TRY(IsRed(Link(nodes_[sibling].entry, parent.side), &innerIsRed));
         QV_TRY(IsRed(Link(nodes_[sibling].entry, Opposite(parent.side)), &outerIsRed));
-        if (innerIsRed || outerIsRed)
-            return BorrowFromSibling(sibling, outerIsRed);
+        if (innerIsRed || outerIsRed) {
+            BorrowFromSibling(sibling, outerIsRed);
+            return S_OK;
+        }
         nodes_[sibling].entry.SetColor(Color::kRed);
         orphan = nodes_[parent.node].id;
         path_.pop_back();
     }
 }
 
-HRESULT TreeEdit::LiftRedSibling(std::size_t sibling)
+void TreeEdit::LiftRedSibling(std::size_t sibling)
 {
     const Step parent = path_.back();
-    DirEntry& p = nodes_[parent.node].entry;
-    DirEntry& w = nodes_[sibling].entry;
-    w.SetColor(Color::kBlack);
-    p.SetColor(Color::kRed);
-    SetLink(p, Opposite(parent.side), Link(w, parent.side));
-    SetLink(w, parent.side, nodes_[parent.node].id);
-    SetLinkOf(path_[path_.size() - 2], nodes_[sibling].id);
+    nodes_[sibling].entry.SetColor(Color::kBlack);
+    nodes_[parent.node].entry.SetColor(Color::kRed);
+    SetLinkOf(path_[path_.size() - 2], Lift(Step{parent.node, Opposite(parent.side)}));
     path_.back() = Step{sibling, parent.side};
     path_.push_back(parent);
-    return S_OK;
 }
 
-HRESULT TreeEdit::BorrowFromSibling(std::size_t sibling, bool outerIsRed)
+void TreeEdit::BorrowFromSibling(std::size_t sibling, bool outerIsRed) noexcept
 {
     const Step parent = path_.back();
-    const Side side = parent.side;
-    const Side other = Opposite(side);
-    std::size_t outer = sibling;
-    if (outerIsRed) {
-        QV_TRY(Get(Link(nodes_[sibling].entry, other), &outer));
-    } else {
-        std::size_t inner = 0;
-        QV_TRY(Get(Link(nodes_[sibling].entry, side), &inner));
-        SetLink(nodes_[sibling].entry, side, Link(nodes_[inner].entry, other));
-        SetLink(nodes_[inner].entry, other, nodes_[sibling].id);
-        sibling = inner;
-    }
-    DirEntry& p = nodes_[parent.node].entry;
-    DirEntry& w = nodes_[sibling].entry;
-    w.SetColor(p.NodeColor());
-    p.SetColor(Color::kBlack);
-    nodes_[outer].entry.SetColor(Color::kBlack);
-    SetLink(p, other, Link(w, side));
-    SetLink(w, side, nodes_[parent.node].id);
-    SetLinkOf(path_[path_.size() - 2], nodes_[sibling].id);
-    return S_OK;
+    const Step across{parent.node, Opposite(parent.side)};
+    if (!outerIsRed)
+        SetLinkOf(across, Lift(Step{sibling, parent.side}));
+    DirEntry& top = nodes_[Loaded(LinkOf(across))].entry;
+    top.SetColor(nodes_[parent.node].entry.NodeColor());
+    nodes_[parent.node].entry.SetColor(Color::kBlack);
+    nodes_[Loaded(Link(top, across.side))].entry.SetColor(Color::kBlack);
+    SetLinkOf(path_[path_.size() - 2], Lift(across));
 }
 
 // Finds what changes below an entry. STG_E_DOCFILECORRUPT: two links lead to one entry.

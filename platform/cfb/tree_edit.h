@@ -2,6 +2,7 @@
 #ifndef QUORVANE_PLATFORM_CFB_TREE_EDIT_H_
 #define QUORVANE_PLATFORM_CFB_TREE_EDIT_H_
 
+#include <bit>
 #include <vector>
 
 #include "platform/cfb/directory.h"
@@ -11,6 +12,25 @@ namespace quorvane::cfb {
 // Takes the place of a result when a tree is so deep that it is no balanced tree: a program that doesn't
 // balance wrote it, or it has a loop. Doesn't leave this library.
 inline constexpr HRESULT kTreeTooDeep = static_cast<HRESULT>(0x80030FF0u);
+
+// Makes a tree of the least depth of the nodes [begin, end) of [0, count), whose last, incomplete level is
+// red. hang (std::size_t node, EntryId left, EntryId right, Color, EntryId* id) -> HRESULT gives a node its
+// links and tells its number.
+template <class Hang>
+[[nodiscard]] HRESULT HangBalanced(std::size_t begin, std::size_t end, std::size_t count, unsigned level,
+                                   const Hang& hang, EntryId* top)
+{
+    *top = kNoEntry;
+    if (begin == end)
+        return S_OK;
+    const std::size_t middle = begin + (end - begin) / 2;
+    EntryId left = kNoEntry;
+    EntryId right = kNoEntry;
+    QV_TRY(HangBalanced(begin, middle, count, level + 1, hang, &left));
+    QV_TRY(HangBalanced(middle + 1, end, count, level + 1, hang, &right));
+    const bool last = level + 1 == static_cast<unsigned>(std::bit_width(count + 1));
+    return hang(middle, left, right, last ? Color::kRed : Color::kBlack, top);
+}
 
 // The elements of a storage are a red-black tree of directory entries, ordered by name. An edit loads the
 // nodes that it touches, changes them in memory, and writes the outcome so that one write to the byte store
@@ -38,16 +58,17 @@ public:
 
     // Forgets what was before and begins an edit of a storage's tree.
     [[nodiscard]] HRESULT Begin(EntryId storage);
+    // The same but for what has just been found.
+    [[nodiscard]] HRESULT Resume(EntryId storage) { return sought_ ? S_OK : Begin(storage); }
     // Whether there is an element of that name. The next change of this edit is one of that element.
     [[nodiscard]] HRESULT Find(const ElementName& name, bool* found);
     // Adds an element. entry [in] its name and content; it hasn't been written yet. An element of the same
     // name is replaced: *replaced gets its number, kNoEntry if there was none.
     [[nodiscard]] HRESULT Insert(EntryId id, const DirEntry& entry, EntryId* replaced);
-    // Takes an element out of the tree; its entry stays. STG_E_FILENOTFOUND.
-    [[nodiscard]] HRESULT Remove(const ElementName& name, EntryId* removed);
-    // The same without balancing, for when there is no room for a copy of any entry: one link changes.
-    // STG_E_MEDIUMFULL: the element has others on both sides.
-    [[nodiscard]] HRESULT RemoveInPlace(const ElementName& name, EntryId* removed);
+    // Takes an element out of the tree; its entry stays. STG_E_FILENOTFOUND. inPlace: without balancing, for
+    // when there is no room for a copy of any entry: one link changes. STG_E_MEDIUMFULL then: the element has
+    // others on both sides.
+    [[nodiscard]] HRESULT Remove(const ElementName& name, bool inPlace, EntryId* removed);
     // Writes the outcome. Moves() is complete afterwards.
     [[nodiscard]] HRESULT Apply();
     const std::vector<Move>& Moves() const noexcept { return moves_; }
@@ -96,11 +117,12 @@ private:
     [[nodiscard]] HRESULT IsRed(EntryId id, bool* red);
 
     [[nodiscard]] HRESULT BalanceInsertion(std::size_t node);
-    void LiftOverGrandparent(std::size_t node);
+    EntryId Lift(const Step& step) noexcept;
+    void LiftOverGrandparent() noexcept;
     [[nodiscard]] HRESULT UnlinkInner(std::size_t node, EntryId* orphan, Color* removed);
     [[nodiscard]] HRESULT BalanceRemoval(EntryId orphan);
-    [[nodiscard]] HRESULT LiftRedSibling(std::size_t sibling);
-    [[nodiscard]] HRESULT BorrowFromSibling(std::size_t sibling, bool outerIsRed);
+    void LiftRedSibling(std::size_t sibling);
+    void BorrowFromSibling(std::size_t sibling, bool outerIsRed) noexcept;
     [[nodiscard]] HRESULT Paint(EntryId id, Color color);
 
     [[nodiscard]] HRESULT Scan(EntryId id, bool* changed);

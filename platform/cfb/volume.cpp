@@ -17,9 +17,8 @@ Volume::Volume(ByteStore& store)
     : file(store),
       sectors(file),
       fat(sectors, header),
-      allocator(sectors, header, fat),
-      directory(sectors, header, fat, allocator),
-      mini(sectors, header, fat, allocator, directory),
+      directory(sectors, header, fat),
+      mini(sectors, header, fat, directory),
       tree(directory),
       edit(file, directory)
 {}
@@ -37,7 +36,7 @@ HRESULT Volume::Format(Layout layout)
     sectors.GrowTo(2);
 
     BYTE link[4];
-    QV_TRY(sectors.Fill(0, 0xFF));
+    QV_TRY(sectors.FillFree(0));
     StoreU32(link, kFatSector);
     QV_TRY(sectors.Write(0, 0, link, sizeof link));
     StoreU32(link, kEndOfChain);
@@ -70,7 +69,7 @@ bool Volume::Leave() noexcept
     tree.DropMarks();
     owners.DropOwners();
     changed_ = false;
-    return !allocator.HasFreed() && !file.HasPending();
+    return !fat.HasFreed() && !file.HasPending();
 }
 
 HRESULT Volume::GoOn(ByteStore& store, bool* same)
@@ -102,7 +101,6 @@ HRESULT Volume::Reload()
 HRESULT Volume::LoadTables()
 {
     QV_TRY(fat.Load());
-    allocator.Reset();
     directory.Reset();
     DirEntry root;
     QV_TRY(directory.Read(kRootEntry, &root));
@@ -154,7 +152,7 @@ HRESULT Volume::Commit()
 {
     changed_ = true;
     QV_TRY(sectors.Commit());
-    allocator.Committed();
+    fat.Committed();
     directory.Committed();
     mini.Committed();
     return S_OK;
@@ -167,7 +165,7 @@ HRESULT Volume::Trim(bool all)
     const SectorId least = all ? 1 : std::max(kWorthTrimming, sectors.Count() / 8);
     if (!all) {
         // A look at the end may cost more than what was freed: not before as much as may be worth it is free.
-        const SectorId known = allocator.Known() + mini.KnownSectors() + directory.KnownSectors();
+        const SectorId known = fat.Known() + mini.KnownSectors() + directory.KnownSectors();
         knownAtTrim_ = std::min(knownAtTrim_, known);
         if (known < least || known - knownAtTrim_ < kWorthTrimming)
             return S_OK;
@@ -176,14 +174,14 @@ HRESULT Volume::Trim(bool all)
     QV_TRY(mini.Trim(least));
     QV_TRY(directory.Trim(least));
     QV_TRY(Commit());
-    QV_TRY(allocator.Trim(least));
+    QV_TRY(fat.Trim(least));
     return all ? sectors.Complete() : S_OK;
 }
 
-HRESULT Volume::FreeChain(SectorId first, bool ofMinis)
+HRESULT Volume::FreeChain(SectorId first, LinkTable& table)
 {
     for (SectorId at = first; at <= kMaxSector;) {
-        QV_TRY(ofMinis ? mini.FreeChain(&at, kFreedAtOnce) : allocator.FreeChain(&at, kFreedAtOnce));
+        QV_TRY(table.FreeChain(&at, kFreedAtOnce));
         if (at <= kMaxSector)
             QV_TRY(Commit());
     }

@@ -48,7 +48,7 @@ public:
     void Freed(EntryId entry) noexcept;
     // Frees a chain of sectors, or of mini sectors, that nothing points at any more, in steps of bounded
     // memory, with commits.
-    [[nodiscard]] HRESULT FreeChain(SectorId first, bool ofMinis);
+    [[nodiscard]] HRESULT FreeChain(SectorId first, LinkTable& table);
 
     // The greatest size of a stream.
     std::uint64_t MaxStream() const noexcept;
@@ -57,7 +57,6 @@ public:
     SectorFile sectors;
     Header header;
     Fat fat;
-    SectorAllocator allocator;
     Directory directory;
     MiniStream mini;
     DirTree tree;
