@@ -180,12 +180,14 @@ TEST_F(ManyItemsTest, AreVisitedByRisingIdWithOrWithoutDeletedOnes)
     EXPECT_EQ(records_.CountItems("{F}"), static_cast<std::int64_t>(left.size()));
 }
 
-// Each visit writes its item anew, forgets the one of the next page and adds one.
+// Each visit writes its item and the last one anew, forgets the one of the next page and adds one.
 TEST_F(ManyItemsTest, MayBeWrittenAndForgottenWhileTheyAreVisited)
 {
     const auto ids = Visited(Records::Deleted::kIncluded, [&](const ItemRecord& item) {
         ItemRecord again = item;
         again.version.stamp = 8;
+        records_.PutItem(again);
+        again.id = Id(kItems - 1);
         records_.PutItem(again);
         const int number = std::stoi(item.id) - 1000;
         if (number < 200)
