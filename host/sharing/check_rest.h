@@ -11,8 +11,9 @@ inline constexpr std::chrono::seconds kShortestRest{3};
 inline constexpr std::chrono::seconds kLongestRest{60};
 inline constexpr int kTimesOfCheck = 200;
 
-// After one that took so long: two hundred times that, which is half a percent of a processor, but no less
-// and no more than these. One that found something is followed by the next soon.
+// After one that took so much of a processor's time: two hundred times that, which is half a percent of it,
+// but no less and no more than these. What it waited for others on a busy machine doesn't count. One that
+// found something is followed by the next soon.
 constexpr std::chrono::steady_clock::duration RestAfterCheck(std::chrono::steady_clock::duration took,
                                                              bool isClean)
 {

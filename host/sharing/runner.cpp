@@ -6,6 +6,7 @@
 
 #include "host/base/output.h"
 #include "host/base/path_text.h"
+#include "host/base/processor_time.h"
 #include "host/exchange/error.h"
 #include "host/sharing/check_rest.h"
 #include "host/sharing/join_folder.h"
@@ -280,16 +281,15 @@ bool Runner::FollowTrees()
 // Where the message store has changed, or somebody told of members.
 void Runner::FollowTreesNowAndThen()
 {
-    const auto begin = std::chrono::steady_clock::now();
-    if (begin < nextTrees_ || inbox_.IsBusy())
+    if (std::chrono::steady_clock::now() < nextTrees_ || inbox_.IsBusy())
         return;
     const std::string look = LookOfStore() + std::to_string(statistics_.packagesReceived.load());
     if (look == treesSeen_)
         return;
+    const auto begin = ProcessorTimeOfThread();
     FollowTrees();
     treesSeen_ = look;
-    const auto end = std::chrono::steady_clock::now();
-    nextTrees_ = end + RestAfterLook(end - begin);
+    nextTrees_ = std::chrono::steady_clock::now() + RestAfterLook(ProcessorTimeOfThread() - begin);
 }
 
 // Invitations are named once; those of members whom the user has named for it are accepted, and those that
@@ -446,9 +446,9 @@ void Runner::CheckNowAndThen()
     if (now < nextCheck_ || statistics_.Quiet() < kQuietBeforeCheck || inbox_.IsBusy() || !HasChanged())
         return;
     const std::string look = Look();
+    const auto begin = ProcessorTimeOfThread();
     const bool clean = CheckShares();
-    const auto end = std::chrono::steady_clock::now();
-    nextCheck_ = end + RestAfterCheck(end - now, clean);
+    nextCheck_ = std::chrono::steady_clock::now() + RestAfterCheck(ProcessorTimeOfThread() - begin, clean);
     checked_ = clean ? look : std::string();
 }
 
