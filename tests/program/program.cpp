@@ -14,6 +14,7 @@
 #include <fstream>
 #include <set>
 #include <sstream>
+#include <thread>
 #include <utility>
 
 #include "tests/program/sealed.h"
@@ -164,8 +165,31 @@ void Process::Signal(int number) const
     kill(process_, number);
 }
 
+// A program that hasn't come far enough yet is ended by the signal itself.
+void Process::AwaitHearing() const
+{
+    const std::filesystem::path status = "/proc/" + std::to_string(process_) + "/status";
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    const auto hears = [&] {
+        std::ifstream file(status);
+        std::string word, state;
+        std::uint64_t blocked = 0;
+        while (file >> word) {
+            if (word == "State:")
+                file >> state;
+            if (word == "SigBlk:")
+                file >> std::hex >> blocked;
+        }
+        return state.empty() || state == "Z" || (blocked >> (SIGTERM - 1) & 1) != 0;
+    };
+    while (!hears() && std::chrono::steady_clock::now() < deadline)
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+}
+
 void Process::AskToEnd() const
 {
+    if (!isForWindows_)
+        AwaitHearing();
     Signal(isForWindows_ ? SIGINT : SIGTERM);
 }
 

@@ -68,6 +68,7 @@ public:
     bool WaitFor(std::chrono::milliseconds time, Outcome& outcome);
 
 private:
+    void AwaitHearing() const;
     Outcome Collect(int status, long peakKilobytes);
 
     pid_t process_ = -1;
