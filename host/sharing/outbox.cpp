@@ -18,7 +18,12 @@ namespace quorvane::host {
 
 namespace {
 
+// How long a package is left alone by the engine until it is taken: so long as more is likely to come.
 constexpr auto kQuietTime = std::chrono::milliseconds(75);
+// The same of the first package after nothing was taken for a while, which is mostly one edit. The engine
+// rests for 10 ms before each item of a batch.
+constexpr auto kQuietTimeOfFirst = std::chrono::milliseconds(25);
+constexpr auto kWhile = std::chrono::seconds(1);
 constexpr auto kLongestWait = std::chrono::seconds(3);
 
 // Whether no writer of the engine has the file open any more.
@@ -135,13 +140,14 @@ bool Outbox::IsReady(const std::string& path)
         return true;
     const auto now = std::chrono::steady_clock::now();
     const auto first = firstSeen_.try_emplace(path, now).first->second;
-    return std::filesystem::file_time_type::clock::now() - written >= kQuietTime ||
-           now - first >= kLongestWait;
+    const auto quiet = first - lastTaken_ < kWhile ? kQuietTime : kQuietTimeOfFirst;
+    return std::filesystem::file_time_type::clock::now() - written >= quiet || now - first >= kLongestWait;
 }
 
 void Outbox::Take(const Listed& package)
 {
     firstSeen_.erase(package.path);
+    lastTaken_ = std::chrono::steady_clock::now();
     records_.AddOutgoing(package.path, package.recipients);
     Forget(package.recipients);
 }

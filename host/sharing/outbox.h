@@ -103,6 +103,7 @@ private:
     std::mutex taking_;  // from the engine's list; guards what follows
     std::map<std::string, std::chrono::steady_clock::time_point>
         firstSeen_;  // packages that were still filling
+    std::chrono::steady_clock::time_point lastTaken_{};
 };
 
 }  // namespace quorvane::host

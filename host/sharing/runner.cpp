@@ -17,6 +17,8 @@ namespace quorvane::host {
 namespace {
 
 constexpr auto kStepTime = std::chrono::milliseconds(25);
+// The same while somebody's edit is on its way out.
+constexpr auto kShortStepTime = std::chrono::milliseconds(8);
 // How long it steps on after something happened: what follows from it may not be told, and may wait for its
 // time.
 constexpr auto kAttention = std::chrono::milliseconds(3000);
@@ -27,15 +29,6 @@ constexpr auto kPatience = std::chrono::milliseconds(2500);
 constexpr auto kQuietBeforeComparison = std::chrono::milliseconds(300);
 constexpr auto kQuietBeforeCheck = std::chrono::milliseconds(1000);
 
-// What a file looks like from outside: whoever writes to it changes that.
-std::string LookOf(const std::filesystem::path& path)
-{
-    std::error_code error;  // one that isn't there looks like that
-    const auto size = std::filesystem::file_size(path, error);
-    const auto time = std::filesystem::last_write_time(path, error).time_since_epoch().count();
-    return std::to_string(size) + " " + std::to_string(time) + "\n";
-}
-
 }  // namespace
 
 Runner::Runner(const RunOptions& options, const Mailbox& mailbox, const StopSignals& signals,
@@ -45,6 +38,7 @@ Runner::Runner(const RunOptions& options, const Mailbox& mailbox, const StopSign
       signals_(signals),
       statistics_(statistics),
       mail_(options.mailbox),
+      store_(mailbox.StorePath(), mail_.Store()),
       records_(mailbox.HostDatabasePath().string()),
       state_(mailbox, records_),
       parts_{mailbox_, mail_, records_, state_, applying_, statistics_, options.verbose},
@@ -283,7 +277,7 @@ void Runner::FollowTreesNowAndThen()
 {
     if (std::chrono::steady_clock::now() < nextTrees_ || inbox_.IsBusy())
         return;
-    const std::string look = LookOfStore() + std::to_string(statistics_.packagesReceived.load());
+    const std::string look = store_.Look() + std::to_string(statistics_.packagesReceived.load());
     if (look == treesSeen_)
         return;
     const auto begin = ProcessorTimeOfThread();
@@ -455,13 +449,7 @@ void Runner::CheckNowAndThen()
 // What the message store looks like, and when the engine reported anything last.
 std::string Runner::Look() const
 {
-    return LookOfStore() + std::to_string(statistics_.lastActivity.load());
-}
-
-std::string Runner::LookOfStore() const
-{
-    const std::string store = mailbox_.StorePath().string();
-    return LookOf(store) + LookOf(store + "-wal");
+    return store_.Look() + std::to_string(statistics_.lastActivity.load());
 }
 
 // Whether anything happened since the folders were found to be as they were sent.
@@ -535,15 +523,23 @@ void Runner::TellDone()
     told_ = text;
 }
 
-// Before it is looked at: what happens after that is told. While it is at work nobody waits to be told, and
-// each of its own writes would be noted.
+std::filesystem::path Runner::HomeOf(const exchange::DeviceId& device) const
+{
+    return transport_.directory / PathOf(exchange::TextOf(device));
+}
+
+// Before it is looked at: what happens after that is told. While it is at work nobody waits to be told of but
+// what others send: each of its own writes would be noted.
 void Runner::WatchPlaces()
 {
     const bool isAtWork = IsAtWork();
     if (isAtWork && isWatching_)
         watch_.End();
     watch_.Forget();
+    arrivals_.Forget();
     isWatching_ = !isAtWork;
+    for (const Peer& peer : transport_.peers.All())
+        arrivals_.Watch(HomeOf(peer.id) / "out");
     if (part_)
         part_->WatchPlaces(watch_);
     if (isAtWork)
@@ -555,7 +551,7 @@ void Runner::WatchPlaces()
     for (const Peer& peer : transport_.peers.All())
         devices.push_back(peer.id);
     for (const exchange::DeviceId& device : devices) {
-        const std::filesystem::path home = transport_.directory / PathOf(exchange::TextOf(device));
+        const std::filesystem::path home = HomeOf(device);
         watch_.Watch(home);
         watch_.Watch(home / "out");
     }
@@ -585,7 +581,9 @@ std::chrono::milliseconds Runner::UntilNextLook() const
 
 void Runner::Rest()
 {
-    if (signals_.Wait(kStepTime) || !isWatching_ || IsAtWork())
+    if (arrivals_.Wait(signals_, store_.IsFresh() ? kShortStepTime : kStepTime) ==
+            ChangeWatch::Woken::kStop ||
+        !isWatching_ || IsAtWork())
         return;
     TellDone();
     if (watch_.Wait(signals_, UntilNextLook()) == ChangeWatch::Woken::kChange)
@@ -596,6 +594,7 @@ void Runner::Run()
 {
     while (!signals_.IsAsked()) {
         WatchPlaces();
+        store_.Follow();
         Step();
         if (observer_)
             observer_->HasTurned(StateText());

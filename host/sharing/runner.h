@@ -25,6 +25,7 @@
 #include "host/sharing/run_observer.h"
 #include "host/sharing/run_part.h"
 #include "host/sharing/sender.h"
+#include "host/sharing/store_changes.h"
 
 namespace quorvane::host {
 
@@ -92,10 +93,10 @@ private:
     void MissExchange(const std::string& reason);
     bool MayTake();
     bool IsIdle();
+    std::filesystem::path HomeOf(const exchange::DeviceId& device) const;
     void WatchPlaces();
     bool IsAtWork();
     std::string Look() const;
-    std::string LookOfStore() const;
     bool HasChanged() const;
     std::chrono::milliseconds UntilNextLook() const;
     void Rest();
@@ -113,7 +114,9 @@ private:
     Statistics& statistics_;
     ChangeWatch watch_;
     bool isWatching_ = false;  // the mailbox and the exchange
+    ChangeWatch arrivals_;     // where others lay packages, while it is at work too
     MailSession mail_;
+    StoreChanges store_;
     Records records_;
     ItemState state_;
     ApplyGuard applying_;

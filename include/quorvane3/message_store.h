@@ -7,6 +7,7 @@
 #ifndef QUORVANE3_MESSAGE_STORE_H_
 #define QUORVANE3_MESSAGE_STORE_H_
 
+#include "quorvane3/com.h"
 #include "quorvane3/mapi.h"
 
 namespace quorvane {
@@ -37,6 +38,26 @@ inline constexpr OLECHAR kOriginalMailName[] = OLESTR("OriginalMail");
 // ones durable; IMsgStore::SaveChanges(0) does just that. Who has them gathered (IGatheredSaves,
 // quorvane3/commit_groups.h) saves faster, and is the first to see them.
 
+// Answered by the project's own message store (IMsgStore). Any thread may call.
+//
+// Subscriptions (IMsgStore::Advise, IMAPITable::Advise) hear of what this process changes at once, and of
+// what others change within 100 ms, as the store looks for that by itself. A host that knows of it sooner
+// says so.
+struct IChangesOfOthers : IUnknown {
+    // Has the store look for what other processes have changed, and tell it to the subscriptions of this one.
+    // Doesn't wait for it: sinks are called on the threads that call them always. Costs little where nothing
+    // has changed.
+    //
+    // S_OK.
+    virtual HRESULT STDMETHODCALLTYPE LookForChanges() = 0;
+};
+
+// {A9D27C14-5E80-4B3A-8F16-C07B94E2D358}
+inline constexpr IID IID_IChangesOfOthers{
+    0xa9d27c14, 0x5e80, 0x4b3a, {0x8f, 0x16, 0xc0, 0x7b, 0x94, 0xe2, 0xd3, 0x58}};
+
 }  // namespace quorvane
+
+QUORVANE_IID(quorvane::IChangesOfOthers, quorvane::IID_IChangesOfOthers);
 
 #endif  // QUORVANE3_MESSAGE_STORE_H_

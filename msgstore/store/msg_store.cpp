@@ -65,6 +65,12 @@ HRESULT CMsgStore::Gather(BOOL gather)
     return isNew ? Store().core->Gather(gather != FALSE) : S_OK;
 }
 
+HRESULT CMsgStore::LookForChanges()
+{
+    Store().core->TellListeners();
+    return S_OK;
+}
+
 HRESULT CMsgStore::OpenObject(ULONG tag, REFIID iid, ULONG interfaceOptions, ULONG flags,
                               LPUNKNOWN* object) noexcept
 {

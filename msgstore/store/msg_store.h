@@ -7,12 +7,13 @@
 
 #include "msgstore/store/made_properties.h"
 #include "quorvane3/commit_groups.h"
+#include "quorvane3/message_store.h"
 
 namespace quorvane {
 
 // One opening of a store. Subscriptions made through it end with it. Any thread may call.
-class CMsgStore final
-    : public StoreProp<CMsgStore, Answers<IMsgStore, IMAPIProp>, ICommitGroups, IGatheredSaves> {
+class CMsgStore final : public StoreProp<CMsgStore, Answers<IMsgStore, IMAPIProp>, ICommitGroups,
+                                         IGatheredSaves, IChangesOfOthers> {
 public:
     CMsgStore(const OpenedStore& store, bool writable) : StoreProp(store, writable) {}
     ~CMsgStore();
@@ -41,6 +42,9 @@ public:
 
     // IGatheredSaves.
     HRESULT STDMETHODCALLTYPE Gather(BOOL gather) override;
+
+    // IChangesOfOthers.
+    HRESULT STDMETHODCALLTYPE LookForChanges() override;
 
 protected:
     [[nodiscard]] HRESULT ReadKept(PropertyBag& bag) override;

@@ -11,6 +11,7 @@
 #include "msgstore/store/table_events.h"
 #include "msgstore/store/test_mailbox.h"
 #include "msgstore/store/test_switches.h"
+#include "quorvane3/message_store.h"
 
 namespace quorvane {
 namespace {
@@ -124,6 +125,20 @@ TEST_F(NotificationThreadTest, WhileNothingChangesTheSourcesAreNotAsked)
     EXPECT_EQ(source->asked, asked);
 
     mailbox.AddMessage(mailbox.Inbox(), OLESTR("Hello"));
+    EXPECT_TRUE(Eventually([&] { return source->asked > asked; }));
+}
+
+TEST_F(NotificationThreadTest, WhoKnowsOfAChangeHasTheSourcesAsked)
+{
+    const std::shared_ptr<CountingSource> source = Advise();
+    const std::shared_ptr<CountingSource> witness = AdviseElsewhere();
+    AwaitRounds(*witness);
+    const int asked = source->asked;
+    ComPtr<IChangesOfOthers> changes;
+    ASSERT_EQ(mailbox.Store().QueryInterface(IID_IChangesOfOthers, changes.PutVoid()), S_OK);
+
+    EXPECT_EQ(changes->LookForChanges(), S_OK);
+
     EXPECT_TRUE(Eventually([&] { return source->asked > asked; }));
 }
 

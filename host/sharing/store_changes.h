@@ -1,0 +1,44 @@
+// host/sharing/store_changes.h: what other processes do in a mailbox's message store, told sooner than it
+// finds out.
+#ifndef QUORVANE_HOST_SHARING_STORE_CHANGES_H_
+#define QUORVANE_HOST_SHARING_STORE_CHANGES_H_
+
+#include <chrono>
+#include <filesystem>
+#include <string>
+
+#include "quorvane3/com.h"
+#include "quorvane3/message_store.h"
+
+namespace quorvane::host {
+
+// For one thread.
+class StoreChanges {
+public:
+    using Clock = std::chrono::steady_clock;
+
+    // path  of the store's file.
+    StoreChanges(std::filesystem::path path, IUnknown& store);
+
+    // What the store's files look like from outside: whoever writes there changes that.
+    std::string Look() const;
+
+    // Has the store look for what others did, where its files have just changed: to be called again and
+    // again.
+    void Follow();
+
+    // Whether the files have changed a moment ago and hadn't for a while before: what follows from that is
+    // waited for.
+    bool IsFresh() const { return Clock::now() < freshUntil_; }
+
+private:
+    const std::filesystem::path path_;
+    ComPtr<IChangesOfOthers> changes_;  // null: the store finds them by itself
+    std::string look_;
+    Clock::time_point moved_{};  // when they had changed
+    Clock::time_point freshUntil_{};
+};
+
+}  // namespace quorvane::host
+
+#endif  // QUORVANE_HOST_SHARING_STORE_CHANGES_H_
