@@ -38,7 +38,8 @@ HRESULT OpenOnce(IStorage& parent, const OLECHAR* name, ComPtr<IStorage>& storag
 
 }  // namespace
 
-CStorageFile::CStorageFile(SessionContext* session) noexcept : m_pSession(session)
+CStorageFile::CStorageFile(SessionContext* session, Kept kept) noexcept
+    : m_pSession(session), m_pKept(std::move(kept))
 {
     HR_IGNORE(m_Event.Create(true), "Lock tries again");
 }
@@ -72,6 +73,8 @@ try {
         m_bstrPath = Bstr();
         return traced(hr);
     }
+    if (m_Event.IsSet())
+        Close();
     m_bstrPath = std::move(textPath);
     m_bstrRecipients = std::move(recipients);
     return S_OK;
@@ -88,6 +91,8 @@ HRESULT CStorageFile::get_Path(BSTR* pVal)
 HRESULT CStorageFile::put_Path(BSTR newVal)
 {
     MutexLock lock(m_Guard);
+    if (m_Event.IsSet())
+        Close();
     return m_bstrPath.Assign(newVal);
 }
 
@@ -233,12 +238,26 @@ HRESULT CStorageFile::Unlock()
 {
     MutexLock lock(m_Guard);
     m_bIsLocked = VARIANT_FALSE;
+    // One that was forgotten is the host's.
+    if (!m_pKept || !*m_pKept || m_bstrPath.IsEmpty())
+        Close();
+    m_Event.Set();
+    return S_OK;
+}
+
+void CStorageFile::Close() noexcept
+{
     m_pFolders.Reset();
     m_pItems.Reset();
     m_pVersion.Reset();
     m_pRoot.Reset();
-    m_Event.Set();
-    return S_OK;
+}
+
+void CStorageFile::CloseIdle() noexcept
+{
+    MutexLock lock(m_Guard);
+    if (m_Event.IsSet())
+        Close();
 }
 
 HRESULT CStorageFile::Delete()

@@ -2,7 +2,8 @@
 //
 // A package is a compound file: a storage "1.0" with the storages "Folders" and "Items", and in each one
 // storage for every folder or item, named after its ID. It is open only between the first OpenFolder or
-// OpenItem and Unlock, so that the host can copy it between two writes.
+// OpenItem and Unlock, so that the host can copy it between two writes; or, if the host says that it doesn't,
+// until it is forgotten.
 //
 // Writers call, in this order: Lock, OpenFolder or OpenItem, save into the storage, Unlock.
 //
@@ -10,6 +11,9 @@
 // later goes on regardless and works on the same open storages.
 #ifndef QUORVANE_ENGINE_TRANSFER_STORAGE_FILE_H_
 #define QUORVANE_ENGINE_TRANSFER_STORAGE_FILE_H_
+
+#include <atomic>
+#include <memory>
 
 #include "engine/items/package.h"
 #include "engine/session/context/operations.h"
@@ -28,8 +32,12 @@ public:
     // How long Lock waits for another writer.
     static constexpr Timeout kLockTimeout{10000};
 
+    // Whether packages stay open between two writes: of a whole collection.
+    using Kept = std::shared_ptr<const std::atomic<bool>>;
+
     // session  [in]  the owner; not counted, and outlives the package.
-    explicit CStorageFile(SessionContext* session) noexcept;
+    // kept     [in]  may be null: it doesn't.
+    explicit CStorageFile(SessionContext* session, Kept kept = nullptr) noexcept;
     virtual ~CStorageFile() = default;
 
     // Sets the fields of a package that is on disk already, as its row tells them. E_OUTOFMEMORY.
@@ -53,6 +61,9 @@ public:
     HRESULT STDMETHODCALLTYPE Unlock() override;
     HRESULT STDMETHODCALLTYPE Lock() override;
 
+    // Closes the file, if no writer has the package.
+    void CloseIdle() noexcept;
+
     // IPackageElements; only between Lock and Unlock.
     HRESULT STDMETHODCALLTYPE DestroyFolder(BSTR id) override;
     HRESULT STDMETHODCALLTYPE DestroyItem(BSTR id) override;
@@ -66,8 +77,10 @@ private:
     // Throws std::bad_alloc.
     static HRESULT CreateElement(IStorage& part, BSTR id, VARIANT* pVal);
     HRESULT Forget() noexcept;
+    void Close() noexcept QV_REQUIRES(m_Guard);
 
     SessionContext* const m_pSession;
+    const Kept m_pKept;
     Event m_Event;  // set while no writer has the package
     Mutex m_Guard;  // of the fields below; never held while MAPI, the host or the database is called
     Bstr m_bstrRecipients QV_GUARDED_BY(m_Guard);

@@ -89,5 +89,37 @@ TEST_F(UnopenedPackageTest, AReceivedPackageThatCantBeOpenedNowStaysWithItsRow)
     EXPECT_EQ(session.Ask("SELECT COUNT(*) FROM tblUnfinishedReceiveJob"), "1");
 }
 
+// As a process leaves it that is killed before the file is closed.
+TEST(KeptPackageTest, WhatWasWrittenIsInTheFileWhileItIsOpen)
+{
+    testing::TestSession session;
+    const auto kept = std::make_shared<std::atomic<bool>>(true);
+    const ComPtr<CStorageFile> file = MakeComObject<CStorageFile>(&session, kept);
+    ASSERT_EQ(file->put_Recipients(Bstr(OLESTR("us")).Get()), S_OK);
+    Bstr text;
+    ASSERT_EQ(file->get_Path(text.Put()), S_OK);
+    const std::string path = Narrow(text.View());
+    const std::string copy = path + "-copy";
+    for (const OLECHAR* const id : {OLESTR("{A}"), OLESTR("{B}")}) {
+        SCOPED_TRACE(Narrow(id));
+        ASSERT_EQ(file->Lock(), S_OK);
+        {
+            Variant element;
+            ASSERT_EQ(file->OpenItem(Bstr(id).Get(), element.Put()), S_OK);
+            ComPtr<IStorage> storage;
+            ASSERT_EQ(QueryFor(element.Raw().punkVal, storage), S_OK);
+            EXPECT_EQ(storage->Commit(STGC_DEFAULT), S_OK);
+        }
+        ASSERT_EQ(file->Unlock(), S_OK);
+        std::filesystem::copy_file(path, copy, std::filesystem::copy_options::overwrite_existing);
+        const ComPtr<CStorageFile> other = MakeComObject<CStorageFile>(&session);
+        ASSERT_EQ(other->put_Path(Bstr(Widen(copy)).Get()), S_OK);
+        EXPECT_EQ(other->DestroyItem(Bstr(id).Get()), S_OK);
+        EXPECT_EQ(other->DestroyItem(Bstr(OLESTR("{C}")).Get()), STG_E_FILENOTFOUND);
+    }
+    std::filesystem::remove(path);
+    std::filesystem::remove(copy);
+}
+
 }  // namespace
 }  // namespace quorvane

@@ -36,7 +36,7 @@ HRESULT CStorageFiles::TakeRow(const Rowset& row)
     HR_TRY_QUIET(row.GetText(1, recipients));
     HR_TRY_QUIET(row.GetText(2, path));
     HR_TRY_QUIET(row.GetNumber(3, status));
-    const ComPtr<CStorageFile> package = MakeComObject<CStorageFile>(m_pSession);
+    const ComPtr<CStorageFile> package = MakeComObject<CStorageFile>(m_pSession, m_pKept);
     if (!package)
         return E_OUTOFMEMORY;
     HR_TRY_QUIET(package->Restore(recipients.Get(), path.Get(), status != 0 ? VARIANT_TRUE : VARIANT_FALSE));
@@ -46,7 +46,7 @@ HRESULT CStorageFiles::TakeRow(const Rowset& row)
         return package->Delete();
     }
     MutexLock lock(m_Lock);
-    m_Packages.insert_or_assign(std::move(recipients), ComPtr<IStorageFile>(package.Get()));
+    m_Packages.insert_or_assign(std::move(recipients), package);
     return S_OK;
 }
 
@@ -54,7 +54,7 @@ ComPtr<IStorageFile> CStorageFiles::FindByKey(BSTR recipients) const noexcept
 {
     MutexLock lock(m_Lock);
     const auto entry = m_Packages.find(recipients);
-    return entry == m_Packages.end() ? ComPtr<IStorageFile>() : entry->second;
+    return entry == m_Packages.end() ? nullptr : ComPtr<IStorageFile>(entry->second);
 }
 
 std::pair<Bstr, ComPtr<IStorageFile>> CStorageFiles::FindByPlace(LONG index) const
@@ -139,7 +139,7 @@ try {
     Bstr entry = key;
     if (!Reserve(key))
         return E_FAIL;
-    ComPtr<IStorageFile> package;
+    ComPtr<CStorageFile> package;
     HRESULT hr = Make(Recipients, package);
     if (SUCCEEDED(hr)) {
         try {
@@ -150,20 +150,21 @@ try {
         }
     }
     EndReservation(key);
-    return SUCCEEDED(hr) ? package.CopyTo(pVal) : hr;
+    return SUCCEEDED(hr) ? ComPtr<IStorageFile>(package).CopyTo(pVal) : hr;
 } catch (const std::bad_alloc&) {
     return E_OUTOFMEMORY;
 }
 
-HRESULT CStorageFiles::Make(BSTR recipients, ComPtr<IStorageFile>& package) noexcept
+HRESULT CStorageFiles::Make(BSTR recipients, ComPtr<CStorageFile>& package) noexcept
 {
     const Traced traced{"CStorageFiles::Add"};
-    const ComPtr<CStorageFile> made = MakeComObject<CStorageFile>(m_pSession);
+    const ComPtr<CStorageFile> made = MakeComObject<CStorageFile>(m_pSession, m_pKept);
     if (!made)
         return traced(E_OUTOFMEMORY);
     HR_TRY(traced, made->put_Recipients(recipients));
     HR_TRY_QUIET(AppendRow(recipients, *made.Get()));
-    return traced(made.As(package));
+    package = made;
+    return S_OK;
 }
 
 HRESULT CStorageFiles::AppendRow(BSTR recipients, IStorageFile& package) noexcept
@@ -176,6 +177,18 @@ HRESULT CStorageFiles::AppendRow(BSTR recipients, IStorageFile& package) noexcep
     StatementParameters parameters;
     parameters.Text(width::kRecipients, recipients).Text(width::kInsertedPath, path.Get()).Byte(0);
     return TracedStatement(traced, session.Execute(statements::kAddStorageFile, parameters));
+}
+
+// A writer that unlocks its package from here on closes it itself.
+HRESULT CStorageFiles::KeepOpen(BOOL keep)
+try {
+    *m_pKept = keep != FALSE;
+    if (!keep)
+        for (const auto& [recipients, package] : Snapshot())
+            package->CloseIdle();
+    return S_OK;
+} catch (const std::bad_alloc&) {
+    return E_OUTOFMEMORY;
 }
 
 HRESULT CStorageFiles::Remove(VARIANT Index)
@@ -202,10 +215,10 @@ try {
 HRESULT CStorageFiles::DeleteAndErase(BSTR recipients, IStorageFile& package) noexcept
 {
     HR_TRY_QUIET(package.Delete());
-    ComPtr<IStorageFile> removed;
+    ComPtr<CStorageFile> removed;
     MutexLock lock(m_Lock);
     const auto entry = m_Packages.find(recipients);
-    if (entry != m_Packages.end() && entry->second == &package) {
+    if (entry != m_Packages.end() && static_cast<IStorageFile*>(entry->second.Get()) == &package) {
         removed = std::move(entry->second);
         m_Packages.erase(entry);
     }

@@ -20,16 +20,19 @@
 #include "platform/com/com_object.h"
 #include "platform/com/dispatch.h"
 #include "platform/com/mutex.h"
+#include "quorvane3/commit_groups.h"
 #include "quorvane3/object_model.h"
 
 namespace quorvane {
 
 class Rowset;
 
-class CStorageFiles : public ComObject<CStorageFiles, DispatchImpl<IStorageFiles>> {
+class CStorageFiles : public ComObject<CStorageFiles, DispatchImpl<IStorageFiles>, IKeptPackages> {
 public:
     // session  [in]  the owner; not counted, and outlives the collection.
-    explicit CStorageFiles(SessionContext* session) noexcept : m_pSession(session) {}
+    explicit CStorageFiles(SessionContext* session)
+        : m_pSession(session), m_pKept(std::make_shared<std::atomic<bool>>(false))
+    {}
     virtual ~CStorageFiles() = default;
 
     // Fills the collection from the table, once, before anybody else has it. A row whose file is gone is
@@ -47,11 +50,14 @@ public:
     // E_INVALIDARG: no such place.
     HRESULT STDMETHODCALLTYPE Remove(VARIANT Index) override;
 
+    // IKeptPackages.
+    HRESULT STDMETHODCALLTYPE KeepOpen(BOOL keep) override;
+
     // E_INVALIDARG: no such place.
     [[nodiscard]] HRESULT RemoveByIndex(LONG index) noexcept;
 
 private:
-    using Packages = std::map<Bstr, ComPtr<IStorageFile>, BstrLess>;
+    using Packages = std::map<Bstr, ComPtr<CStorageFile>, BstrLess>;
 
     // The package of a key, and the one at a 1-based place with its key; empty when there is none. The
     // latter throws std::bad_alloc.
@@ -66,12 +72,13 @@ private:
     // False: there is a package already.
     bool Reserve(const Bstr& recipients);
     void EndReservation(const Bstr& recipients) noexcept;
-    HRESULT Make(BSTR recipients, ComPtr<IStorageFile>& package) noexcept;
+    HRESULT Make(BSTR recipients, ComPtr<CStorageFile>& package) noexcept;
     HRESULT AppendRow(BSTR recipients, IStorageFile& package) noexcept;
 
     HRESULT DeleteAndErase(BSTR recipients, IStorageFile& package) noexcept;
 
     SessionContext* const m_pSession;
+    const std::shared_ptr<std::atomic<bool>> m_pKept;
     mutable Mutex m_Lock;
     Packages m_Packages QV_GUARDED_BY(m_Lock);
     std::set<Bstr, BstrLess> m_Reserved QV_GUARDED_BY(m_Lock);

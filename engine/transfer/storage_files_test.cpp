@@ -131,6 +131,13 @@ protected:
         return locked != VARIANT_FALSE;
     }
 
+    static bool IsOpen(IStorageFile& file)
+    {
+        ComPtr<IStorage> root;
+        return StgOpenStorage(Widen(PathOf(file)).c_str(), nullptr, kOpenMode, nullptr, 0, root.Put()) ==
+               STG_E_SHAREVIOLATION;
+    }
+
     ComPtr<IStorageFile> Item(const VARIANT& index, HRESULT expected = S_OK)
     {
         Variant value;
@@ -378,6 +385,52 @@ TEST_F(StorageFilesTest, APackageIsClosedBetweenTwoWrites)
     ASSERT_EQ(file->Unlock(), S_OK);
 
     EXPECT_EQ(StgOpenStorage(path.c_str(), nullptr, kOpenMode, nullptr, 0, root.Put()), S_OK);
+}
+
+TEST_F(StorageFilesTest, KeptPackagesStayOpenBetweenTwoWrites)
+{
+    const ComPtr<IStorageFile> file = Add(OLESTR("ann"));
+    ASSERT_EQ(files->KeepOpen(TRUE), S_OK);
+    ASSERT_EQ(Send(OLESTR("{A}"), OLESTR("ann")), S_OK);
+    EXPECT_FALSE(IsLocked(*file));
+    EXPECT_TRUE(IsOpen(*file));
+    ASSERT_EQ(Send(OLESTR("{B}"), OLESTR("ann")), S_OK);
+    EXPECT_EQ(Send(OLESTR("{A}"), OLESTR("ann"), OLESTR("later")), S_OK);
+
+    ASSERT_EQ(files->KeepOpen(FALSE), S_OK);
+
+    EXPECT_FALSE(IsOpen(*file));
+    EXPECT_EQ(Items(PathOf(*file)), (std::vector<std::string>{"{A} later", "{B} info"}));
+    ASSERT_EQ(Send(OLESTR("{C}"), OLESTR("ann")), S_OK);
+    EXPECT_FALSE(IsOpen(*file));
+}
+
+TEST_F(StorageFilesTest, AKeptPackageIsClosedWhenItIsRemoved)
+{
+    const std::string path = PathOf(*Add(OLESTR("ann")));
+    const ComPtr<IStorageFile> file = Item(TextArgument(Bstr(OLESTR("ann")).Get()));
+    ASSERT_EQ(files->KeepOpen(TRUE), S_OK);
+    ASSERT_EQ(Send(OLESTR("{A}"), OLESTR("ann")), S_OK);
+
+    ASSERT_EQ(files->Remove(TextArgument(Bstr(OLESTR("ann")).Get())), S_OK);
+
+    EXPECT_EQ(Items(path), std::vector<std::string>{"{A} info"});
+}
+
+TEST_F(StorageFilesTest, AWriterClosesItsPackageWhereKeepingHasEndedMeanwhile)
+{
+    const ComPtr<IStorageFile> file = Add(OLESTR("ann"));
+    ASSERT_EQ(files->KeepOpen(TRUE), S_OK);
+    ASSERT_EQ(file->Lock(), S_OK);
+    Variant element;
+    ASSERT_EQ(file->OpenItem(Bstr(OLESTR("{A}")).Get(), element.Put()), S_OK);
+
+    ASSERT_EQ(files->KeepOpen(FALSE), S_OK);
+
+    element = Variant();
+    EXPECT_TRUE(IsOpen(*file));
+    ASSERT_EQ(file->Unlock(), S_OK);
+    EXPECT_FALSE(IsOpen(*file));
 }
 
 TEST_F(StorageFilesTest, APackageThatSomebodyHasOpenIsLeftAlone)

@@ -32,6 +32,9 @@ CommitGroup::CommitGroup(const Addin::Parts& parts, const EngineSession& engine,
     if (each || FAILED(engine.Session().QueryInterface(IID_ICommitGroups, rows_.PutVoid())) ||
         FAILED(parts.mail.Store().QueryInterface(IID_ICommitGroups, messages_.PutVoid())))
         rows_.Reset();
+    // Another engine may have none.
+    if (FAILED(engine.StorageFiles()->QueryInterface(IID_IKeptPackages, packages_.PutVoid())))
+        packages_.Reset();
 }
 
 CommitGroup::~CommitGroup()
@@ -61,6 +64,8 @@ void CommitGroup::Begin(bool alsoMessages)
         last_ = std::chrono::steady_clock::now();
         parts_.state.WaitForDisk(!rows_);
     }
+    if (!alsoMessages && packages_)
+        Check(packages_->KeepOpen(TRUE), "keep open packages of", parts_.mailbox.Name());
     if (alsoMessages && rows_)
         Check(messages_->PutOffWaiting(TRUE), "save messages of", parts_.mailbox.Name());
 }
@@ -69,6 +74,8 @@ void CommitGroup::End()
 {
     if (!isOpen_)
         return;
+    if (packages_)
+        Check(packages_->KeepOpen(FALSE), "close packages of", parts_.mailbox.Name());
     if (rows_) {
         Check(messages_->PutOffWaiting(FALSE), "save messages of", parts_.mailbox.Name());
         Check(rows_->PutOffWaiting(FALSE), "write the rows of", parts_.mailbox.Name());

@@ -39,7 +39,7 @@ public:
 
     // Of what items are applied from now on: messages and rows.
     void BeginApplying() { Begin(true); }
-    // Of what items are sent: rows alone. One that applies stays one.
+    // Of what items are sent: rows alone. One that applies stays one. What is packed goes on in an open file.
     void BeginSending() { Begin(false); }
     // What was committed is on the disk when this returns, and each commit waits for it again.
     void End();
@@ -63,6 +63,7 @@ private:
     Addin::Parts parts_;
     ComPtr<ICommitGroups> rows_;      // empty where each commit waits
     ComPtr<ICommitGroups> messages_;  // as above
+    ComPtr<IKeptPackages> packages_;  // empty where each is closed
     bool isOpen_ = false;
     bool wasOpen_ = false;
     std::chrono::steady_clock::time_point last_{};

@@ -1,4 +1,5 @@
-// quorvane3/commit_groups.h: commits that don't wait for the disk one by one.
+// quorvane3/commit_groups.h: what a host that does many things in a row may spare: commits that wait for the
+// disk one by one, and packages that are closed after each item.
 #ifndef QUORVANE3_COMMIT_GROUPS_H_
 #define QUORVANE3_COMMIT_GROUPS_H_
 
@@ -39,6 +40,21 @@ struct IGatheredSaves : IUnknown {
     virtual HRESULT STDMETHODCALLTYPE Gather(BOOL gather) = 0;
 };
 
+// Answered by the engine's collection of packages (IStorageFiles). Any thread may call.
+//
+// A package is closed between two writes, so that the host can copy it or give it away at any time. A host
+// that touches none before it has removed it from the collection can have it stay open, which saves most of
+// what a write of a small item costs. What was written is in the file all the same when its writer unlocks
+// it; the file may be longer than what is in it.
+struct IKeptPackages : IUnknown {
+    // keep  [in]  TRUE: from now on packages stay open between two writes, until they are removed from the
+    //             collection, FALSE is given or the collection goes. FALSE closes them; one that is just
+    //             being written, when its writer unlocks it. The same twice is as good as once.
+    //
+    // S_OK.
+    virtual HRESULT STDMETHODCALLTYPE KeepOpen(BOOL keep) = 0;
+};
+
 // {0F3C9A57-4B1E-4C62-9D0A-8E5B7C2D1F64}
 inline constexpr IID IID_ICommitGroups{
     0x0f3c9a57, 0x4b1e, 0x4c62, {0x9d, 0x0a, 0x8e, 0x5b, 0x7c, 0x2d, 0x1f, 0x64}};
@@ -47,8 +63,13 @@ inline constexpr IID IID_ICommitGroups{
 inline constexpr IID IID_IGatheredSaves{
     0x6b0e4d18, 0x93a7, 0x4f5c, {0xb2, 0xc1, 0x27, 0xd8, 0xf0, 0xa3, 0x5e, 0x9b}};
 
+// {A94D2E61-7C05-4B83-9E1F-35D6B80C7F12}
+inline constexpr IID IID_IKeptPackages{
+    0xa94d2e61, 0x7c05, 0x4b83, {0x9e, 0x1f, 0x35, 0xd6, 0xb8, 0x0c, 0x7f, 0x12}};
+
 }  // namespace quorvane
 
+QUORVANE_IID(quorvane::IKeptPackages, quorvane::IID_IKeptPackages);
 QUORVANE_IID(quorvane::IGatheredSaves, quorvane::IID_IGatheredSaves);
 QUORVANE_IID(quorvane::ICommitGroups, quorvane::IID_ICommitGroups);
 
