@@ -5,6 +5,7 @@
 #include <unordered_map>
 
 #include "engine/persist/database_backend.h"
+#include "platform/sqlite/log_writes.h"
 
 namespace quorvane {
 namespace {
@@ -339,8 +340,8 @@ public:
     {
         try {
             sqlite3* raw = nullptr;
-            const int code =
-                sqlite3_open_v2(path_.c_str(), &raw, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);
+            const int code = sqlite3_open_v2(path_.c_str(), &raw, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX,
+                                             GatheringFiles());
             Database database(raw);
             if (code != SQLITE_OK)
                 return Failure(raw, code);

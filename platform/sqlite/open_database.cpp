@@ -8,6 +8,8 @@
 #include <string>
 #include <system_error>
 
+#include "platform/sqlite/log_writes.h"
+
 namespace quorvane {
 
 namespace {
@@ -92,7 +94,7 @@ int OpenDatabaseAtRest(const char* path, sqlite3*& database) noexcept
 int OpenDatabase(const char* path, int flags, int patience, sqlite3*& database) noexcept
 {
     database = nullptr;
-    int code = sqlite3_open_v2(path, &database, flags, nullptr);
+    int code = sqlite3_open_v2(path, &database, flags, GatheringFiles());
     if (code == SQLITE_OK) {
         sqlite3_busy_timeout(database, patience);
         code = TryReading(database);

@@ -72,7 +72,7 @@ void NoteWhatStands(sqlite3_file* file, const void* bytes, int count, sqlite3_in
     DiskState::Get().NoteWrite(PathOf(file), offset, std::move(before), size, std::move(after));
 }
 
-int Write(sqlite3_file* file, const void* bytes, int count, sqlite3_int64 offset)
+int WritePiece(sqlite3_file* file, const void* bytes, int count, sqlite3_int64 offset)
 {
     DiskState& state = DiskState::Get();
     const sqlite3_int64 size = SizeOf(file);
@@ -85,6 +85,19 @@ int Write(sqlite3_file* file, const void* bytes, int count, sqlite3_int64 offset
     if (verdict.IsDone())
         return code;
     return verdict.answer == Verdict::Answer::kFull ? SQLITE_FULL : SQLITE_IOERR_WRITE;
+}
+
+// Of a large write a disk may have any part.
+int Write(sqlite3_file* file, const void* bytes, int count, sqlite3_int64 offset)
+{
+    constexpr int kPiece = 4096;
+    for (int at = 0; at < count; at += kPiece) {
+        const int piece = std::min(kPiece, count - at);
+        const int code = WritePiece(file, static_cast<const char*>(bytes) + at, piece, offset + at);
+        if (code != SQLITE_OK)
+            return code;
+    }
+    return SQLITE_OK;
 }
 
 int Truncate(sqlite3_file* file, sqlite3_int64 size)
