@@ -16,6 +16,10 @@ constexpr Unsigned LoadLittle(const BYTE* bytes) noexcept
 {
     static_assert(std::is_unsigned_v<Unsigned>);
     Unsigned value = 0;
+    if (std::endian::native == std::endian::little && !std::is_constant_evaluated()) {
+        std::memcpy(&value, bytes, sizeof value);
+        return value;
+    }
     for (std::size_t i = 0; i < sizeof(Unsigned); ++i)
         value = static_cast<Unsigned>(value | (static_cast<Unsigned>(bytes[i]) << (8 * i)));
     return value;
@@ -25,6 +29,10 @@ template <class Unsigned>
 constexpr void StoreLittle(BYTE* bytes, Unsigned value) noexcept
 {
     static_assert(std::is_unsigned_v<Unsigned>);
+    if (std::endian::native == std::endian::little && !std::is_constant_evaluated()) {
+        std::memcpy(bytes, &value, sizeof value);
+        return;
+    }
     for (std::size_t i = 0; i < sizeof(Unsigned); ++i)
         bytes[i] = static_cast<BYTE>(value >> (8 * i));
 }

@@ -1,6 +1,8 @@
 #include "msgstore/props/property_codec.h"
 
 #include "msgstore/props/little_endian.h"
+#include "msgstore/props/narrow_text.h"
+#include "msgstore/props/packed_bytes.h"
 #include "msgstore/util/guarded.h"
 
 namespace quorvane {
@@ -8,7 +10,24 @@ namespace {
 
 // A run is one record a value: the tag (4 bytes), then for a single value or multiple values of a fixed
 // size the byte count (4) and the bytes; for multiple strings or binaries the number of values (4), and
-// for each its byte count (4) and its bytes.
+// for each its byte count (4) and its bytes. A tag whose type has this bit stands before text in UTF-8.
+constexpr ULONG kNarrowText = 0x4000;
+// Instead of a tag: a packed record, which is the run's first. The byte count (4) of what follows, the byte
+// count (4) of what was packed, the tag (4) of the value behind it that is the dictionary or 0, and the
+// packed bytes.
+constexpr std::uint32_t kPackedMark = 0xFFFFFFFF;
+constexpr std::size_t kPackedHead = 16;
+constexpr std::size_t kBeforeCounted = 8;
+// Fewer bytes aren't worth the time, and of more there is no need: no one asks for a message's run of this
+// size.
+constexpr std::size_t kLeastPacked = 512;
+constexpr std::size_t kMostPacked = std::size_t{1} << 20;
+
+struct PackedRecord {
+    std::span<const BYTE> packed;
+    std::size_t whole = 0;  // the byte count of what was packed
+    ULONG dictionary = 0;   // a tag, or 0
+};
 
 bool HasItems(ULONG type) noexcept
 {
@@ -21,10 +40,66 @@ void AppendBlock(Bytes& to, const Bytes& block)
     to.insert(to.end(), block.begin(), block.end());
 }
 
+void AppendItems(Bytes& to, const std::vector<Bytes>& items)
+{
+    AppendLittle(to, static_cast<std::uint32_t>(items.size()));
+    for (const Bytes& item : items)
+        AppendBlock(to, item);
+}
+
+void AppendTag(Bytes& to, ULONG tag)
+{
+    AppendLittle(to, static_cast<std::uint32_t>(tag));
+}
+
+// Appends the bytes of a text in UTF-8 with their count; false, and nothing appended, where AppendNarrow has
+// it.
+bool AppendNarrowBlock(Bytes& to, const Bytes& text)
+{
+    const std::size_t at = to.size();
+    AppendLittle(to, std::uint32_t{0});
+    const std::size_t begin = to.size();
+    if (!AppendNarrow(text, to)) {
+        to.resize(at);
+        return false;
+    }
+    StoreLittle(to.data() + at, static_cast<std::uint32_t>(to.size() - begin));
+    return true;
+}
+
+// Appends a text's record in UTF-8; false, and nothing appended, where a text of it can't be.
+bool AppendNarrowRecord(Bytes& to, const PropertyValue& value)
+{
+    const std::size_t before = to.size();
+    AppendTag(to, value.tag | kNarrowText);
+    bool narrow = true;
+    if (HasItems(value.type())) {
+        AppendLittle(to, static_cast<std::uint32_t>(value.items.size()));
+        for (const Bytes& item : value.items)
+            narrow = narrow && AppendNarrowBlock(to, item);
+    } else {
+        narrow = AppendNarrowBlock(to, value.data);
+    }
+    if (!narrow)
+        to.resize(before);
+    return narrow;
+}
+
+void AppendRecord(Bytes& to, const PropertyValue& value, RunForm form)
+{
+    const bool isWide = value.type() == PT_UNICODE || value.type() == PT_MV_UNICODE;
+    if (isWide && form != RunForm::Plain && AppendNarrowRecord(to, value))
+        return;
+    AppendTag(to, value.tag);
+    if (HasItems(value.type()))
+        AppendItems(to, value.items);
+    else
+        AppendBlock(to, value.data);
+}
+
 class Reader {
 public:
-    Reader(const void* bytes, std::size_t size) noexcept : at_(static_cast<const BYTE*>(bytes)), left_(size)
-    {}
+    explicit Reader(std::span<const BYTE> bytes) noexcept : at_(bytes.data()), left_(bytes.size()) {}
 
     bool AtEnd() const noexcept { return left_ == 0; }
     HRESULT Number(ULONG& number) noexcept
@@ -76,13 +151,44 @@ bool SizeFits(const PropertyValue& value) noexcept
     return (value.type() & MV_FLAG) != 0 ? value.data.size() % width == 0 : value.data.size() == width;
 }
 
+HRESULT WidenValue(PropertyValue& value)
+{
+    Bytes narrow;
+    narrow.swap(value.data);
+    if (!Widen(narrow, value.data))
+        return MAPI_E_CORRUPT_DATA;
+    for (Bytes& item : value.items) {
+        narrow.swap(item);
+        if (!Widen(narrow, item))
+            return MAPI_E_CORRUPT_DATA;
+    }
+    return S_OK;
+}
+
 HRESULT ReadValue(Reader& reader, PropertyValue& value)
 {
     QV_RETURN_IF_FAILED(reader.Number(value.tag));
+    const bool isNarrow = (value.type() & kNarrowText) != 0;
+    if (isNarrow)
+        value.tag &= ~kNarrowText;
+    if (isNarrow && value.type() != PT_UNICODE && value.type() != PT_MV_UNICODE)
+        return MAPI_E_CORRUPT_DATA;
     if (!IsStorableType(value.type()) || value.type() == PT_OBJECT)
         return MAPI_E_CORRUPT_DATA;
     QV_RETURN_IF_FAILED(HasItems(value.type()) ? reader.Items(value.items) : reader.Block(value.data));
+    if (isNarrow)
+        return WidenValue(value);
     return SizeFits(value) ? S_OK : MAPI_E_CORRUPT_DATA;
+}
+
+HRESULT ReadRecords(std::span<const BYTE> bytes, PropertyBag& bag)
+{
+    for (Reader reader(bytes); !reader.AtEnd();) {
+        PropertyValue value;
+        QV_RETURN_IF_FAILED(ReadValue(reader, value));
+        bag.Put(std::move(value));
+    }
+    return S_OK;
 }
 
 bool GoesOutOfLine(const PropertyValue& value, std::uint64_t inlineLimit) noexcept
@@ -92,37 +198,144 @@ bool GoesOutOfLine(const PropertyValue& value, std::uint64_t inlineLimit) noexce
     return FixedSize(value.type()) == 0 && !HasItems(value.type()) && value.data.size() > inlineLimit;
 }
 
+// The value that the others are packed with, and what it gives for that; null where none does. A message that
+// keeps what it came from holds most of its text twice.
+const PropertyValue* FindDictionary(const PropertyBag& bag, std::uint64_t inlineLimit, Bytes& dictionary)
+{
+    const PropertyValue* found = nullptr;
+    for (const PropertyValue& value : bag) {
+        if (value.type() != PT_BINARY || GoesOutOfLine(value, inlineLimit))
+            continue;
+        Bytes made = DictionaryOf(value.data);
+        if (made.size() <= dictionary.size())
+            continue;
+        dictionary.swap(made);
+        found = &value;
+    }
+    return found;
+}
+
+bool AppendPackedRecord(const Bytes& bytes, ULONG dictionaryTag, const Bytes& dictionary, Bytes& to)
+{
+    if (bytes.size() < kLeastPacked || bytes.size() > kMostPacked)
+        return false;
+    const std::size_t before = to.size();
+    to.resize(before + kPackedHead);
+    // What saves less than an eighth isn't worth being unpacked at each reading.
+    if (!AppendPacked(bytes, dictionary, bytes.size() - bytes.size() / 8 - kPackedHead, to)) {
+        to.resize(before);
+        return false;
+    }
+    BYTE* const head = to.data() + before;
+    StoreLittle(head, kPackedMark);
+    StoreLittle(head + 4, static_cast<std::uint32_t>(to.size() - before - kBeforeCounted));
+    StoreLittle(head + 8, static_cast<std::uint32_t>(bytes.size()));
+    StoreLittle(head + 12, static_cast<std::uint32_t>(dictionaryTag));
+    return true;
+}
+
+HRESULT TakePackedRecord(std::span<const BYTE>& bytes, PackedRecord& record)
+{
+    if (bytes.size() < kPackedHead)
+        return MAPI_E_CORRUPT_DATA;
+    const std::size_t size = LoadLittle<std::uint32_t>(bytes.data() + 4) + kBeforeCounted;
+    record.whole = LoadLittle<std::uint32_t>(bytes.data() + 8);
+    record.dictionary = LoadLittle<std::uint32_t>(bytes.data() + 12);
+    if (size < kPackedHead || size > bytes.size() || record.whole > kMostPacked)
+        return MAPI_E_CORRUPT_DATA;
+    record.packed = bytes.subspan(kPackedHead, size - kPackedHead);
+    bytes = bytes.subspan(size);
+    return S_OK;
+}
+
+HRESULT UnpackRecord(const PackedRecord& record, const Bytes& dictionary, Bytes& unpacked)
+{
+    unpacked.resize(record.whole);
+    return Unpack(record.packed, dictionary, unpacked) ? S_OK : MAPI_E_CORRUPT_DATA;
+}
+
+// The values of a packed record whose dictionary, if it has one, is in the bag.
+HRESULT ReadPackedRecord(const PackedRecord& record, PropertyBag& bag)
+{
+    Bytes dictionary;
+    if (record.dictionary != 0) {
+        const PropertyValue* const value = bag.FindId(PROP_ID(record.dictionary));
+        if (!value)
+            return MAPI_E_CORRUPT_DATA;
+        dictionary = DictionaryOf(value->data);
+    }
+    Bytes unpacked;
+    QV_RETURN_IF_FAILED(UnpackRecord(record, dictionary, unpacked));
+    return ReadRecords(unpacked, bag);
+}
+
+void EncodePacked(const PropertyBag& bag, std::uint64_t inlineLimit, Bytes& bytes,
+                  std::vector<const PropertyValue*>& outOfLine)
+{
+    Bytes dictionary;
+    const PropertyValue* const source = FindDictionary(bag, inlineLimit, dictionary);
+    Bytes plain;
+    Bytes apart;
+    for (const PropertyValue& value : bag) {
+        const bool isPacked = &value == source || (value.type() == PT_BINARY && LooksPacked(value.data));
+        if (GoesOutOfLine(value, inlineLimit))
+            outOfLine.push_back(&value);
+        else
+            AppendRecord(isPacked ? apart : plain, value, RunForm::Narrow);
+    }
+    if (!AppendPackedRecord(plain, source ? source->tag : 0, dictionary, bytes))
+        bytes.insert(bytes.end(), plain.begin(), plain.end());
+    bytes.insert(bytes.end(), apart.begin(), apart.end());
+}
+
 }  // namespace
 
-void EncodeProperties(const PropertyBag& bag, std::uint64_t inlineLimit, Bytes& bytes,
+void EncodeProperties(const PropertyBag& bag, RunForm form, std::uint64_t inlineLimit, Bytes& bytes,
                       std::vector<const PropertyValue*>& outOfLine)
 {
+    if (form == RunForm::Packed)
+        return EncodePacked(bag, inlineLimit, bytes, outOfLine);
     for (const PropertyValue& value : bag) {
-        if (GoesOutOfLine(value, inlineLimit)) {
+        if (GoesOutOfLine(value, inlineLimit))
             outOfLine.push_back(&value);
-            continue;
-        }
-        AppendLittle(bytes, static_cast<std::uint32_t>(value.tag));
-        if (!HasItems(value.type())) {
-            AppendBlock(bytes, value.data);
-            continue;
-        }
-        AppendLittle(bytes, static_cast<std::uint32_t>(value.items.size()));
-        for (const Bytes& item : value.items)
-            AppendBlock(bytes, item);
+        else
+            AppendRecord(bytes, value, form);
     }
 }
 
 HRESULT DecodeProperties(const void* bytes, std::size_t size, PropertyBag& bag) noexcept
 {
+    return Guarded([&] { return ReadRecords({static_cast<const BYTE*>(bytes), size}, bag); });
+}
+
+HRESULT DecodePacked(const void* bytes, std::size_t size, PropertyBag& bag) noexcept
+{
     return Guarded([&]() -> HRESULT {
-        for (Reader reader(bytes, size); !reader.AtEnd();) {
-            PropertyValue value;
-            QV_RETURN_IF_FAILED(ReadValue(reader, value));
-            bag.Put(std::move(value));
-        }
-        return S_OK;
+        std::span<const BYTE> left(static_cast<const BYTE*>(bytes), size);
+        if (!IsPackedRecord(left))
+            return ReadRecords(left, bag);
+        PackedRecord record;
+        QV_RETURN_IF_FAILED(TakePackedRecord(left, record));
+        QV_RETURN_IF_FAILED(ReadRecords(left, bag));
+        return ReadPackedRecord(record, bag);
     });
+}
+
+bool AppendPackedRecord(const Bytes& bytes, Bytes& to)
+{
+    return AppendPackedRecord(bytes, 0, {}, to);
+}
+
+bool IsPackedRecord(std::span<const BYTE> bytes) noexcept
+{
+    return bytes.size() >= 4 && LoadLittle<std::uint32_t>(bytes.data()) == kPackedMark;
+}
+
+HRESULT TakePackedRecord(std::span<const BYTE>& bytes, Bytes& unpacked)
+{
+    PackedRecord record;
+    QV_RETURN_IF_FAILED(TakePackedRecord(bytes, record));
+    return record.dictionary == 0 ? UnpackRecord(record, {}, unpacked) : MAPI_E_CORRUPT_DATA;
 }
 
 }  // namespace quorvane

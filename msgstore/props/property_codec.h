@@ -2,11 +2,20 @@
 #ifndef QUORVANE_MSGSTORE_PROPS_PROPERTY_CODEC_H_
 #define QUORVANE_MSGSTORE_PROPS_PROPERTY_CODEC_H_
 
+#include <span>
 #include <vector>
 
 #include "msgstore/props/property_bag.h"
 
 namespace quorvane {
+
+// How a run is written; all are read alike.
+enum class RunForm {
+    Plain,   // text in UTF-16
+    Narrow,  // text in UTF-8 where that's shorter
+    Packed,  // likewise, and what can be packed in one packed record, with a value that is a zlib stream as
+             // the dictionary; read by DecodePacked alone
+};
 
 // Encodes a bag. Values of more than `inlineLimit` bytes, and all single values out of line, aren't
 // encoded: they are listed in `outOfLine` for the caller to keep by themselves.
@@ -15,14 +24,24 @@ namespace quorvane {
 //                   single values of string, binary and object types ever go there.
 //
 // May throw std::bad_alloc.
-void EncodeProperties(const PropertyBag& bag, std::uint64_t inlineLimit, Bytes& bytes,
+void EncodeProperties(const PropertyBag& bag, RunForm form, std::uint64_t inlineLimit, Bytes& bytes,
                       std::vector<const PropertyValue*>& outOfLine);
 
-// Adds the values of an encoded run to a bag.
+// Adds the values of an encoded run, which isn't packed, to a bag.
 //
 // S_OK; MAPI_E_CORRUPT_DATA: the run isn't well formed (what was read before stays in the bag);
 // E_OUTOFMEMORY.
 [[nodiscard]] HRESULT DecodeProperties(const void* bytes, std::size_t size, PropertyBag& bag) noexcept;
+// The same of a run that may be packed.
+[[nodiscard]] HRESULT DecodePacked(const void* bytes, std::size_t size, PropertyBag& bag) noexcept;
+
+// Appends bytes of any other form as one packed record; false, and nothing appended, where they are too few
+// for that, too many, or not worth it. May throw std::bad_alloc.
+bool AppendPackedRecord(const Bytes& bytes, Bytes& to);
+// Whether a packed record begins here: no run of properties and no small count does.
+bool IsPackedRecord(std::span<const BYTE> bytes) noexcept;
+// Takes a packed record off the front. S_OK; MAPI_E_CORRUPT_DATA. May throw std::bad_alloc.
+[[nodiscard]] HRESULT TakePackedRecord(std::span<const BYTE>& bytes, Bytes& unpacked);
 
 }  // namespace quorvane
 

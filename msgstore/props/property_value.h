@@ -20,7 +20,7 @@ inline constexpr std::uint64_t kNoValueLimit = UINT64_MAX;
 // message reaches.
 inline constexpr std::uint64_t kWholeTextLimit = 256 * 1024 * 1024;
 
-// A property's tag and its value, in one form for all types, which is also the persisted one:
+// A property's tag and its value, in one form for all types:
 //   data   single value: the little-endian bytes of a number, 2 bytes of a boolean, 8 of a FILETIME, 16
 //          of a GUID; the bytes of a PT_BINARY; the text of a string without terminator (PT_UNICODE:
 //          UTF-16LE). Multiple values of a fixed-size type: those bytes, one value after the other.

@@ -277,7 +277,7 @@ private:
         if (!rows.Next())
             return rows.Result();
         partId_ = rows.Int64(1);
-        return DecodeProperties(rows.Bytes(0).data(), rows.Bytes(0).size(), properties_);
+        return DecodePacked(rows.Bytes(0).data(), rows.Bytes(0).size(), properties_);
     }
 
     Bytes EntryIdOfRow() const

@@ -139,6 +139,9 @@ PRAGMA user_version=2;
 inline constexpr char kStepToVersion3[] =
     "UPDATE message SET subject_key = 'ｚｅ' WHERE id=4; PRAGMA user_version=3;";
 
+// What version 4 added: folders that search. Texts stand in UTF-16 in it, and nothing is packed.
+inline constexpr char kStepToVersion4[] = "ALTER TABLE folder ADD COLUMN search BLOB; PRAGMA user_version=4;";
+
 // Takes the place of what is there; nobody may have it open.
 inline void MakeStoreOf(const std::string& path, std::initializer_list<const char*> scripts)
 {
@@ -170,6 +173,12 @@ inline void MakeStoreOfVersion2(const std::string& path)
 inline void MakeStoreOfVersion3(const std::string& path)
 {
     MakeStoreOf(path, {kTablesOfVersion1, kRowsOfVersion1, kStepToVersion2, kStepToVersion3});
+}
+
+inline void MakeStoreOfVersion4(const std::string& path, const char* moreRows = "")
+{
+    MakeStoreOf(path, {kTablesOfVersion1, kRowsOfVersion1, kStepToVersion2, kStepToVersion3, kStepToVersion4,
+                       moreRows});
 }
 
 }  // namespace quorvane::testing

@@ -56,7 +56,7 @@ HRESULT ReadRootPart(SqliteConnection& connection, const PartReader& reader, std
 HRESULT PropertiesOf(const PartImage& part, PropertyBag& properties)
 {
     properties.Clear();
-    QV_RETURN_IF_FAILED(DecodeProperties(part.properties.data(), part.properties.size(), properties));
+    QV_RETURN_IF_FAILED(DecodePacked(part.properties.data(), part.properties.size(), properties));
     for (const PropertyValue& value : part.largeValues)
         properties.Put(value);
     return S_OK;
@@ -76,7 +76,7 @@ HRESULT StoredAttachment::ReadProperties(PropertyBag& properties) noexcept
         SqliteRows rows = connection.Query("SELECT properties FROM part WHERE id=?", partId_);
         if (!rows.Next())
             return FAILED(rows.Result()) ? rows.Result() : MAPI_E_OBJECT_CHANGED;
-        QV_RETURN_IF_FAILED(DecodeProperties(rows.Bytes(0).data(), rows.Bytes(0).size(), properties));
+        QV_RETURN_IF_FAILED(DecodePacked(rows.Bytes(0).data(), rows.Bytes(0).size(), properties));
         return reader_.ReadLargeValues(connection, partId_, properties);
     });
 }

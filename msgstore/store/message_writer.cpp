@@ -83,7 +83,7 @@ HRESULT MessageWriter::WriteRoot(const PropertyBag& properties, const MessageIma
 {
     Bytes bytes;
     std::vector<const PropertyValue*> large;
-    EncodeProperties(properties, kInlineLimit, bytes, large);
+    EncodeProperties(properties, RunForm::Packed, kInlineLimit, bytes, large);
     Bytes recipients;
     const bool writeRecipients = root_ == 0 || image.recipientsChanged;
     if (writeRecipients)
@@ -125,7 +125,7 @@ HRESULT MessageWriter::WriteAttachment(std::int64_t parent, const AttachmentSlot
     QV_RETURN_IF_FAILED(slot.source->ReadProperties(properties));
     Bytes bytes;
     std::vector<const PropertyValue*> large;
-    EncodeProperties(properties, kInlineLimit, bytes, large);
+    EncodeProperties(properties, RunForm::Packed, kInlineLimit, bytes, large);
     std::int64_t part = 0;
     QV_RETURN_IF_FAILED(InsertPart(parent, slot.number, bytes, nullptr, part));
     QV_RETURN_IF_FAILED(WriteLargeValues(part, large));
@@ -150,7 +150,7 @@ HRESULT MessageWriter::WriteEmbedded(std::int64_t parent, MessageSource& message
     Bytes bytes;
     Bytes recipientBytes;
     std::vector<const PropertyValue*> large;
-    EncodeProperties(properties, kInlineLimit, bytes, large);
+    EncodeProperties(properties, RunForm::Packed, kInlineLimit, bytes, large);
     QV_RETURN_IF_FAILED(EncodeRecipients(recipients, recipientBytes));
     std::int64_t part = 0;
     QV_RETURN_IF_FAILED(InsertPart(parent, 0, bytes, &recipientBytes, part));

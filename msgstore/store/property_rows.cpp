@@ -52,6 +52,22 @@ bool CopyFromChunk(ByteView chunk, std::uint64_t at, BYTE* target, ULONG count) 
     return true;
 }
 
+HRESULT DecodeList(ByteView bytes, std::vector<PropertyBag>& recipients)
+{
+    std::uint64_t count = 0;
+    if (!TakeNumber(bytes, count) || count > bytes.size() / kCountSize)
+        return MAPI_E_CORRUPT_DATA;
+    for (std::uint64_t i = 0; i < count; ++i) {
+        std::uint64_t size = 0;
+        if (!TakeNumber(bytes, size) || size > bytes.size())
+            return MAPI_E_CORRUPT_DATA;
+        PropertyBag& recipient = recipients.emplace_back();
+        QV_RETURN_IF_FAILED(DecodeProperties(bytes.data(), size, recipient));
+        bytes = bytes.subspan(size);
+    }
+    return bytes.empty() ? S_OK : MAPI_E_CORRUPT_DATA;
+}
+
 }  // namespace
 
 HRESULT EncodeWhole(const PropertyBag& bag, Bytes& bytes)
@@ -67,20 +83,23 @@ HRESULT EncodeWhole(const PropertyBag& bag, Bytes& bytes)
     }
     std::vector<const PropertyValue*> none;
     bytes.clear();
-    EncodeProperties(whole, UINT64_MAX, bytes, none);
+    EncodeProperties(whole, RunForm::Narrow, UINT64_MAX, bytes, none);
     return S_OK;
 }
 
 HRESULT EncodeRecipients(const std::vector<PropertyBag>& recipients, Bytes& bytes)
 {
-    bytes.clear();
-    AppendNumber(bytes, recipients.size());
+    Bytes plain;
+    AppendNumber(plain, recipients.size());
     for (const PropertyBag& recipient : recipients) {
         Bytes one;
         QV_RETURN_IF_FAILED(EncodeWhole(recipient, one));
-        AppendNumber(bytes, one.size());
-        bytes.insert(bytes.end(), one.begin(), one.end());
+        AppendNumber(plain, one.size());
+        plain.insert(plain.end(), one.begin(), one.end());
     }
+    bytes.clear();
+    if (!AppendPackedRecord(plain, bytes))
+        bytes = std::move(plain);
     return S_OK;
 }
 
@@ -89,18 +108,11 @@ HRESULT DecodeRecipients(ByteView bytes, std::vector<PropertyBag>& recipients)
     recipients.clear();
     if (bytes.empty())
         return S_OK;
-    std::uint64_t count = 0;
-    if (!TakeNumber(bytes, count) || count > bytes.size() / kCountSize)
-        return MAPI_E_CORRUPT_DATA;
-    for (std::uint64_t i = 0; i < count; ++i) {
-        std::uint64_t size = 0;
-        if (!TakeNumber(bytes, size) || size > bytes.size())
-            return MAPI_E_CORRUPT_DATA;
-        PropertyBag& recipient = recipients.emplace_back();
-        QV_RETURN_IF_FAILED(DecodeProperties(bytes.data(), size, recipient));
-        bytes = bytes.subspan(size);
-    }
-    return bytes.empty() ? S_OK : MAPI_E_CORRUPT_DATA;
+    if (!IsPackedRecord(bytes))
+        return DecodeList(bytes, recipients);
+    Bytes unpacked;
+    QV_RETURN_IF_FAILED(TakePackedRecord(bytes, unpacked));
+    return bytes.empty() ? DecodeList(unpacked, recipients) : MAPI_E_CORRUPT_DATA;
 }
 
 namespace {

@@ -1,7 +1,7 @@
 // msgstore/store/property_rows.h: bags of properties as columns of the store's file.
 //
 // The bytes are those of property_codec.h. A list of recipients is, little-endian: a 32-bit count, then for
-// each a 32-bit size and a bag of that size.
+// each a 32-bit size and a bag of that size; packed as one record where that's worth it.
 #ifndef QUORVANE_MSGSTORE_STORE_PROPERTY_ROWS_H_
 #define QUORVANE_MSGSTORE_STORE_PROPERTY_ROWS_H_
 

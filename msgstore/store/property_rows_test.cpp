@@ -27,6 +27,26 @@ TEST(PropertyRowsTest, RecipientsComeBackAsTheyWere)
     EXPECT_EQ(recipients[1].Find(PR_ROWID)->AsInteger(), 7);
 }
 
+TEST(PropertyRowsTest, ManyRecipientsArePackedAndComeBack)
+{
+    std::vector<PropertyBag> many(40);
+    for (PropertyBag& recipient : many)
+        recipient.Put(PropertyValue::Unicode(PR_DISPLAY_NAME_W, OLESTR("Zoe <zoe@example.org>")));
+    Bytes bytes;
+    std::vector<PropertyBag> recipients;
+
+    ASSERT_EQ(EncodeRecipients(many, bytes), S_OK);
+    ASSERT_EQ(DecodeRecipients(bytes, recipients), S_OK);
+
+    EXPECT_LT(bytes.size(), 300u);
+    ASSERT_EQ(recipients.size(), 40u);
+    EXPECT_EQ(recipients[39].Find(PR_DISPLAY_NAME_W)->AsText(), OLESTR("Zoe <zoe@example.org>"));
+    for (std::size_t size = 1; size < bytes.size(); ++size)
+        EXPECT_EQ(DecodeRecipients(ByteView(bytes.data(), size), recipients), MAPI_E_CORRUPT_DATA) << size;
+    bytes.push_back(0);
+    EXPECT_EQ(DecodeRecipients(bytes, recipients), MAPI_E_CORRUPT_DATA);
+}
+
 TEST(PropertyRowsTest, NoBytesAreNoRecipients)
 {
     std::vector<PropertyBag> recipients(1);

@@ -9,7 +9,7 @@ namespace {
 
 constexpr std::int64_t kApplicationId = 0x51564D53;  // "QVMS"
 // Of a later version are those that this program doesn't know; those before it are brought up to it.
-constexpr std::int64_t kSchemaVersion = 4;
+constexpr std::int64_t kSchemaVersion = 5;
 
 constexpr char kTables[] = R"sql(
 CREATE TABLE store (
@@ -152,8 +152,12 @@ constexpr char kVersion3[] = "UPDATE message SET subject_key = qv_fold(subject)"
 // From version 3: folders that search.
 constexpr char kVersion4[] = "ALTER TABLE folder ADD COLUMN search BLOB";
 
+// From version 4: parts' runs and recipients are packed. What was written before stays as it is until its
+// message is saved, and reads as well: a store of many gigabytes is brought up at once.
+constexpr char kVersion5[] = "";
+
 // The step from each version, from 1 on, to the next.
-constexpr const char* kSteps[] = {kVersion2, kVersion3, kVersion4};
+constexpr const char* kSteps[] = {kVersion2, kVersion3, kVersion4, kVersion5};
 static_assert(std::size(kSteps) + 1 == kSchemaVersion);
 
 HRESULT SetVersion(SqliteConnection& connection, std::int64_t version)

@@ -4,6 +4,9 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
+#include <iomanip>
+#include <sstream>
+
 #include "msgstore/store/ask_store.h"
 #include "msgstore/store/earlier_versions.h"
 #include "msgstore/store/store_core.h"
@@ -22,6 +25,32 @@ protected:
         mailbox.LogOff();
         MakeStoreOfVersion1(mailbox.StorePath());
     }
+    // The same with rows of the test's own, and logs on to it.
+    void AdoptVersion4(const std::string& moreRows)
+    {
+        std::ostringstream guid;
+        for (const BYTE byte : BinaryOf(mailbox.Store(), PR_RECORD_KEY))
+            guid << std::hex << std::setw(2) << std::setfill('0') << unsigned{byte};
+        mailbox.LogOff();
+        // The profile knows it by its GUID.
+        MakeStoreOfVersion4(mailbox.StorePath(),
+                            (moreRows + "; UPDATE store SET guid=x'" + guid.str() + "'").c_str());
+        mailbox.LogOn();
+    }
+    ComPtr<IMessage> OpenFirst()
+    {
+        RowSet rows;
+        EXPECT_EQ(ContentsOf(mailbox.Inbox())->QueryRows(1, 0, rows.Put()), S_OK);
+        return mailbox.OpenMessage(BinaryOf(rows[0], PR_ENTRYID));
+    }
+    static OleString FirstRecipient(IMessage& message)
+    {
+        ComPtr<IMAPITable> table;
+        RowSet rows;
+        EXPECT_EQ(message.GetRecipientTable(MAPI_UNICODE, table.Put()), S_OK);
+        EXPECT_EQ(table->QueryRows(1, 0, rows.Put()), S_OK);
+        return TextOf(rows[0], PR_DISPLAY_NAME_W);
+    }
     std::int64_t Ask(const char* sql) { return AskStore(mailbox.StorePath(), sql); }
 
     TestMailbox mailbox;
@@ -34,7 +63,7 @@ TEST_F(SchemaVersionTest, AStoreOfVersion1OpensAndItsMessagesAreSortedAndFound)
     std::shared_ptr<StoreCore> core;
     ASSERT_EQ(StoreCore::Open(mailbox.StorePath(), false, core), S_OK);
 
-    EXPECT_EQ(Ask("PRAGMA user_version"), 4);
+    EXPECT_EQ(Ask("PRAGMA user_version"), 5);
     EXPECT_EQ(Ask("SELECT count(*) FROM message WHERE subject_key IS qv_fold(subject)"), 3);
     EXPECT_EQ(Ask("SELECT count(*) FROM pragma_integrity_check WHERE integrity_check <> 'ok'"), 0);
     EXPECT_EQ(Ask("SELECT count(*) FROM pragma_foreign_key_check"), 0);
@@ -64,7 +93,7 @@ TEST_F(SchemaVersionTest, ASubjectOfVersion2IsFoundByLettersThatItDidNotFold)
     std::shared_ptr<StoreCore> core;
     ASSERT_EQ(StoreCore::Open(mailbox.StorePath(), false, core), S_OK);
 
-    EXPECT_EQ(Ask("PRAGMA user_version"), 4);
+    EXPECT_EQ(Ask("PRAGMA user_version"), 5);
     EXPECT_EQ(Ask("SELECT count(*) FROM message WHERE subject_key = 'ｚｅ'"), 1);
     EXPECT_EQ(Ask("SELECT count(*) FROM message WHERE subject_key IS qv_fold(subject)"), 4);
 }
@@ -77,8 +106,38 @@ TEST_F(SchemaVersionTest, NoFolderOfVersion3Searches)
     std::shared_ptr<StoreCore> core;
     ASSERT_EQ(StoreCore::Open(mailbox.StorePath(), false, core), S_OK);
 
-    EXPECT_EQ(Ask("PRAGMA user_version"), 4);
+    EXPECT_EQ(Ask("PRAGMA user_version"), 5);
     EXPECT_EQ(Ask("SELECT count(*) FROM folder WHERE search IS NULL"), 6);
+}
+
+TEST_F(SchemaVersionTest, MessagesOfVersion4ReadAsTheyDidAndArePackedWhenTheyAreSaved)
+{
+    // A body in UTF-16, of one letter a thousand times, and recipients as they were laid out.
+    std::string body;
+    for (int i = 0; i < 1000; ++i)
+        body += "6100";
+    ASSERT_NO_FATAL_FAILURE(
+        AdoptVersion4("UPDATE part SET properties=x'1F0037000A0000007A006500620072006100"
+                      "1F000010D0070000" +
+                      body +
+                      "', recipients=x'01000000260000000300150C0400000001000000"
+                      "0300003004000000000000001F000130060000005A006F006500' WHERE message_id=1"));
+
+    const ComPtr<IMessage> message = OpenFirst();
+    EXPECT_EQ(TextOf(*message, PR_SUBJECT_W), OLESTR("zebra"));
+    EXPECT_EQ(TextOf(*message, PR_BODY_W), OleString(1000, OLECHAR{'a'}));
+    EXPECT_EQ(FirstRecipient(*message), OLESTR("Zoe"));
+    const std::int64_t before = Ask("SELECT length(properties) FROM part WHERE message_id=1");
+    EXPECT_EQ(Ask("PRAGMA user_version"), 5);
+    EXPECT_GT(before, 2000);
+
+    ASSERT_EQ(SetText(*message, PR_SUBJECT_W, OLESTR("gnu")), S_OK);
+    ASSERT_EQ(message->SaveChanges(0), S_OK);
+
+    EXPECT_LT(Ask("SELECT length(properties) FROM part WHERE message_id=1"), 300);
+    const ComPtr<IMessage> again = OpenFirst();
+    EXPECT_EQ(TextOf(*again, PR_SUBJECT_W), OLESTR("gnu"));
+    EXPECT_EQ(TextOf(*again, PR_BODY_W), OleString(1000, OLECHAR{'a'}));
 }
 
 TEST_F(SchemaVersionTest, BringingUpThatFailsLeavesTheEarlierVersionWhole)

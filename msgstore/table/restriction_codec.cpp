@@ -103,7 +103,7 @@ private:
         bag.Put(std::move(value));
         Bytes run;
         std::vector<const PropertyValue*> none;
-        EncodeProperties(bag, UINT64_MAX, run, none);
+        EncodeProperties(bag, RunForm::Plain, UINT64_MAX, run, none);
         if (run.size() > kLargestRestriction)
             return MAPI_E_TOO_COMPLEX;
         Numbers({source.ulPropTag, static_cast<ULONG>(run.size())});
