@@ -7,11 +7,6 @@ namespace quorvane::host {
 
 namespace {
 
-// A commit can be seen some time after its last write to the file: the disk may be waited for in between.
-constexpr auto kCommitTime = std::chrono::milliseconds(200);
-constexpr auto kStillFor = std::chrono::seconds(1);
-constexpr auto kFreshTime = std::chrono::milliseconds(300);
-
 std::string LookOf(const std::filesystem::path& path)
 {
     std::error_code error;  // one that isn't there looks like that
@@ -35,9 +30,8 @@ std::string StoreChanges::Look() const
     return LookOf(path_) + LookOf(log);
 }
 
-void StoreChanges::Follow()
+void StoreChanges::Follow(Clock::time_point now)
 {
-    const auto now = Clock::now();
     std::string look = Look();
     if (look != look_) {
         if (now - moved_ >= kStillFor)

@@ -23,19 +23,26 @@ public:
     // What the store's files look like from outside: whoever writes there changes that.
     std::string Look() const;
 
+    // So long after its files changed the store is had to look: a commit can be seen some time after its last
+    // write to the file, as the disk may be waited for in between.
+    static constexpr auto kCommitTime = std::chrono::milliseconds(200);
+    // What comes when nothing came for so long is fresh for such a moment.
+    static constexpr auto kStillFor = std::chrono::seconds(1);
+    static constexpr auto kFreshTime = std::chrono::milliseconds(300);
+
     // Has the store look for what others did, where its files have just changed: to be called again and
-    // again.
-    void Follow();
+    // again. now  the time, which doesn't go back.
+    void Follow(Clock::time_point now = Clock::now());
 
     // Whether the files have changed a moment ago and hadn't for a while before: what follows from that is
     // waited for.
-    bool IsFresh() const { return Clock::now() < freshUntil_; }
+    bool IsFresh(Clock::time_point now = Clock::now()) const { return now < freshUntil_; }
 
 private:
     const std::filesystem::path path_;
     ComPtr<IChangesOfOthers> changes_;  // null: the store finds them by itself
     std::string look_;
-    Clock::time_point moved_{};  // when they had changed
+    Clock::time_point moved_{};  // when they had changed; long ago at first
     Clock::time_point freshUntil_{};
 };
 

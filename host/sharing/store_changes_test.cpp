@@ -24,9 +24,11 @@ public:
 class StoreChangesTest : public ::testing::Test {
 protected:
     void Write() const { std::ofstream(path, std::ios::app) << "more"; }
-    static bool IsOver(StoreChanges::Clock::time_point begin)
+    int LooksAt(StoreChanges::Clock::time_point time)
     {
-        return StoreChanges::Clock::now() > begin + 30s;
+        const int before = store->count;
+        changes.Follow(time);
+        return store->count - before;
     }
 
     const test::TestDirectory directory;
@@ -38,18 +40,12 @@ protected:
 
 TEST_F(StoreChangesTest, AStoreWhoseFilesChangeLooksForAMomentAndIsThenLeftAlone)
 {
-    for (int round = 0; round < 2; ++round) {
+    for (const auto time : {begin, begin + 5s}) {
         Write();
-        store->count = 0;
-        changes.Follow();
-        EXPECT_EQ(store->count, 1);
-        changes.Follow();
-        EXPECT_EQ(store->count, 2);
-        for (int before = -1; store->count != before && !IsOver(begin);) {
-            before = store->count;
-            changes.Follow();
-        }
-        EXPECT_FALSE(IsOver(begin));
+        EXPECT_EQ(LooksAt(time), 1);
+        EXPECT_EQ(LooksAt(time + StoreChanges::kCommitTime - 1ms), 1);
+        EXPECT_EQ(LooksAt(time + StoreChanges::kCommitTime), 0);
+        EXPECT_EQ(LooksAt(time + 4s), 0);
     }
 }
 
@@ -63,15 +59,21 @@ TEST_F(StoreChangesTest, ItsLogCountsAsWell)
 
 TEST_F(StoreChangesTest, WhatGoesOnIsFreshForAMoment)
 {
-    EXPECT_FALSE(changes.IsFresh());
+    EXPECT_FALSE(changes.IsFresh(begin));
     Write();
-    changes.Follow();
-    EXPECT_TRUE(changes.IsFresh());
-    while (changes.IsFresh() && !IsOver(begin)) {
+    changes.Follow(begin);
+    EXPECT_TRUE(changes.IsFresh(begin));
+    const auto later = begin + StoreChanges::kFreshTime;
+    EXPECT_TRUE(changes.IsFresh(later - 1ms));
+    for (auto time = begin + 100ms; time < begin + 3s; time += 100ms) {
         Write();
-        changes.Follow();
+        changes.Follow(time);
     }
-    EXPECT_FALSE(IsOver(begin));
+    EXPECT_FALSE(changes.IsFresh(later));
+
+    Write();
+    changes.Follow(begin + 5s);
+    EXPECT_TRUE(changes.IsFresh(begin + 5s));
 }
 
 }  // namespace

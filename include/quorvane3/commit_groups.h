@@ -51,7 +51,7 @@ struct IKeptPackages : IUnknown {
     //             collection, FALSE is given or the collection goes. FALSE closes them; one that is just
     //             being written, when its writer unlocks it. The same twice is as good as once.
     //
-    // S_OK.
+    // S_OK; E_OUTOFMEMORY, of FALSE: packages that are open stay so until they are written to or removed.
     virtual HRESULT STDMETHODCALLTYPE KeepOpen(BOOL keep) = 0;
 };
 
