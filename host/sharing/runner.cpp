@@ -19,6 +19,8 @@ namespace {
 constexpr auto kStepTime = std::chrono::milliseconds(25);
 // The same while somebody's edit is on its way out.
 constexpr auto kShortStepTime = std::chrono::milliseconds(8);
+// How often it is seen to that the places where others lay packages are watched.
+constexpr auto kArrivalsTime = std::chrono::seconds(1);
 // How long it steps on after something happened: what follows from it may not be told, and may wait for its
 // time.
 constexpr auto kAttention = std::chrono::milliseconds(3000);
@@ -528,6 +530,17 @@ std::filesystem::path Runner::HomeOf(const exchange::DeviceId& device) const
     return transport_.directory / PathOf(exchange::TextOf(device));
 }
 
+// Once in a while: with every step it would cost as much as the devices that are known are many.
+void Runner::WatchArrivals()
+{
+    const auto now = std::chrono::steady_clock::now();
+    if (now < nextArrivals_)
+        return;
+    nextArrivals_ = now + kArrivalsTime;
+    for (const Peer& peer : transport_.peers.All())
+        arrivals_.Watch(HomeOf(peer.id) / "out");
+}
+
 // Before it is looked at: what happens after that is told. While it is at work nobody waits to be told of but
 // what others send: each of its own writes would be noted.
 void Runner::WatchPlaces()
@@ -538,8 +551,7 @@ void Runner::WatchPlaces()
     watch_.Forget();
     arrivals_.Forget();
     isWatching_ = !isAtWork;
-    for (const Peer& peer : transport_.peers.All())
-        arrivals_.Watch(HomeOf(peer.id) / "out");
+    WatchArrivals();
     if (part_)
         part_->WatchPlaces(watch_);
     if (isAtWork)

@@ -94,6 +94,7 @@ private:
     bool MayTake();
     bool IsIdle();
     std::filesystem::path HomeOf(const exchange::DeviceId& device) const;
+    void WatchArrivals();
     void WatchPlaces();
     bool IsAtWork();
     std::string Look() const;
@@ -115,6 +116,7 @@ private:
     ChangeWatch watch_;
     bool isWatching_ = false;  // the mailbox and the exchange
     ChangeWatch arrivals_;     // where others lay packages, while it is at work too
+    std::chrono::steady_clock::time_point nextArrivals_{};
     MailSession mail_;
     StoreChanges store_;
     Records records_;
