@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "engine/persist/testing/database_vfs.h"
+#include "platform/sqlite/calls_behind.h"
 
 namespace quorvane::testing {
 namespace {
@@ -61,46 +62,39 @@ OpenFile& Of(sqlite3_file* file) noexcept
     return *reinterpret_cast<OpenFile*>(file);
 }
 
-const sqlite3_io_methods& MethodsOf(sqlite3_file* file) noexcept
+sqlite3_file* RealOf(sqlite3_file* file)
 {
-    return *Of(file).Real()->pMethods;
+    return Of(file).Real();
 }
 
-int Close(sqlite3_file* file)
+sqlite3_vfs* Base()
 {
-    return MethodsOf(file).xClose(Of(file).Real());
+    return state.base;
 }
 
-int Read(sqlite3_file* file, void* buffer, int count, sqlite3_int64 offset)
-{
-    return MethodsOf(file).xRead(Of(file).Real(), buffer, count, offset);
-}
+using M = sqlite3_io_methods;
+using Real = FileCalls<RealOf>;
 
 int Write(sqlite3_file* file, const void* buffer, int count, sqlite3_int64 offset)
 {
     if (!Suffers())
-        return MethodsOf(file).xWrite(Of(file).Real(), buffer, count, offset);
+        return Real::Call<&M::xWrite>(file, buffer, count, offset);
     // A full disk takes a part.
-    MethodsOf(file).xWrite(Of(file).Real(), buffer, count / 2, offset);
+    Real::Call<&M::xWrite>(file, buffer, count / 2, offset);
     return SQLITE_FULL;
 }
 
 int Truncate(sqlite3_file* file, sqlite3_int64 size)
 {
-    return Suffers() ? SQLITE_IOERR_TRUNCATE : MethodsOf(file).xTruncate(Of(file).Real(), size);
-}
-
-int Size(sqlite3_file* file, sqlite3_int64* size)
-{
-    return MethodsOf(file).xFileSize(Of(file).Real(), size);
+    return Suffers() ? SQLITE_IOERR_TRUNCATE : Real::Call<&M::xTruncate>(file, size);
 }
 
 void Remember(sqlite3_file* file)
 {
     sqlite3_int64 size = 0;
-    Size(file, &size);
+    Real::Call<&M::xFileSize>(file, &size);
     std::string bytes(static_cast<size_t>(size), '\0');
-    if (size == 0 || Read(file, bytes.data(), static_cast<int>(size), 0) == SQLITE_OK) {
+    if (size == 0 || Real::Call<&M::xRead>(file, bytes.data(), static_cast<int>(size), 0) == SQLITE_OK) {
         const std::lock_guard lock(state.mutex);
         state.synced[Of(file).name] = std::move(bytes);
     }
@@ -116,77 +110,13 @@ int Sync(sqlite3_file* file, int)
     return SQLITE_OK;
 }
 
-int Lock(sqlite3_file* file, int level)
-{
-    return MethodsOf(file).xLock(Of(file).Real(), level);
-}
-
-int Unlock(sqlite3_file* file, int level)
-{
-    return MethodsOf(file).xUnlock(Of(file).Real(), level);
-}
-
-int CheckReservedLock(sqlite3_file* file, int* result)
-{
-    return MethodsOf(file).xCheckReservedLock(Of(file).Real(), result);
-}
-
-int FileControl(sqlite3_file* file, int operation, void* argument)
-{
-    return MethodsOf(file).xFileControl(Of(file).Real(), operation, argument);
-}
-
-int SectorSize(sqlite3_file* file)
-{
-    return MethodsOf(file).xSectorSize(Of(file).Real());
-}
-
-int DeviceCharacteristics(sqlite3_file* file)
-{
-    return MethodsOf(file).xDeviceCharacteristics(Of(file).Real());
-}
-
-int ShmMap(sqlite3_file* file, int page, int pageSize, int extend, void volatile** memory)
-{
-    return MethodsOf(file).xShmMap(Of(file).Real(), page, pageSize, extend, memory);
-}
-
-int ShmLock(sqlite3_file* file, int offset, int count, int flags)
-{
-    return MethodsOf(file).xShmLock(Of(file).Real(), offset, count, flags);
-}
-
-void ShmBarrier(sqlite3_file* file)
-{
-    MethodsOf(file).xShmBarrier(Of(file).Real());
-}
-
-int ShmUnmap(sqlite3_file* file, int deletes)
-{
-    return MethodsOf(file).xShmUnmap(Of(file).Real(), deletes);
-}
-
 constexpr sqlite3_io_methods MethodsOfVersion(int version) noexcept
 {
-    return {version,
-            Close,
-            Read,
-            Write,
-            Truncate,
-            Sync,
-            Size,
-            Lock,
-            Unlock,
-            CheckReservedLock,
-            FileControl,
-            SectorSize,
-            DeviceCharacteristics,
-            ShmMap,
-            ShmLock,
-            ShmBarrier,
-            ShmUnmap,
-            nullptr,
-            nullptr};
+    sqlite3_io_methods methods = Real::Methods(version);
+    methods.xWrite = Write;
+    methods.xTruncate = Truncate;
+    methods.xSync = Sync;
+    return methods;
 }
 
 constexpr sqlite3_io_methods kWithoutSharedMemory = MethodsOfVersion(1);
@@ -216,37 +146,12 @@ int Delete(sqlite3_vfs*, const char* name, int syncs)
     return state.base->xDelete(state.base, name, syncs);
 }
 
-int Access(sqlite3_vfs*, const char* name, int flags, int* result)
-{
-    return state.base->xAccess(state.base, name, flags, result);
-}
-
-int FullPathname(sqlite3_vfs*, const char* name, int size, char* path)
-{
-    return state.base->xFullPathname(state.base, name, size, path);
-}
-
-int Randomness(sqlite3_vfs*, int count, char* bytes)
-{
-    return state.base->xRandomness(state.base, count, bytes);
-}
-
 int Sleep(sqlite3_vfs*, int microseconds)
 {
     state.waited += static_cast<unsigned>(microseconds) / 1000;
     if (state.whenWaiting)
         state.whenWaiting();
     return microseconds;
-}
-
-int CurrentTime(sqlite3_vfs*, sqlite3_int64* time)
-{
-    return state.base->xCurrentTimeInt64(state.base, time);
-}
-
-int GetLastError(sqlite3_vfs*, int size, char* text)
-{
-    return state.base->xGetLastError(state.base, size, text);
 }
 
 }  // namespace
@@ -257,19 +162,11 @@ DatabaseVfs::DatabaseVfs()
     if (!state.base)
         std::abort();
     sqlite3_vfs& vfs = state.vfs;
-    vfs = sqlite3_vfs{};
-    vfs.iVersion = 2;
-    vfs.szOsFile = static_cast<int>(sizeof(OpenFile)) + state.base->szOsFile;
-    vfs.mxPathname = state.base->mxPathname;
-    vfs.zName = "quorvane-test";
+    vfs = FileSystemCalls<Base>::Methods("quorvane-test",
+                                         static_cast<int>(sizeof(OpenFile)) + state.base->szOsFile);
     vfs.xOpen = Open;
     vfs.xDelete = Delete;
-    vfs.xAccess = Access;
-    vfs.xFullPathname = FullPathname;
-    vfs.xRandomness = Randomness;
     vfs.xSleep = Sleep;
-    vfs.xGetLastError = GetLastError;
-    vfs.xCurrentTimeInt64 = CurrentTime;
     Disarm();
     DenySharedMemory(false);
     state.opens = 0;

@@ -8,6 +8,8 @@
 #include <new>
 #include <vector>
 
+#include "platform/sqlite/calls_behind.h"
+
 namespace quorvane {
 
 namespace {
@@ -128,25 +130,20 @@ GatheredFile& Of(sqlite3_file* file) noexcept
     return *reinterpret_cast<GatheredFile*>(file);
 }
 
-// Hands a call on to the file itself, of a log after what is held.
-template <auto Member>
-struct Pass;
-template <class Result, class... Arguments,
-          Result (*sqlite3_io_methods::*Member)(sqlite3_file*, Arguments...)>
-struct Pass<Member> {
-    static Result Call(sqlite3_file* file, Arguments... arguments)
-    {
-        sqlite3_file* const real = Of(file).real;
-        return (real->pMethods->*Member)(real, arguments...);
-    }
-    static Result AfterWrites(sqlite3_file* file, Arguments... arguments)
-    {
-        if (LogWrites* const writes = Of(file).writes)
-            if (const int code = writes->Flush(); code != SQLITE_OK)
-                return code;
-        return Call(file, arguments...);
-    }
-};
+sqlite3_file* RealOf(sqlite3_file* file)
+{
+    return Of(file).real;
+}
+
+using M = sqlite3_io_methods;
+using Real = FileCalls<RealOf>;
+
+// Of a log, what is held goes out.
+int FlushOf(sqlite3_file* file) noexcept
+{
+    LogWrites* const writes = Of(file).writes;
+    return writes ? writes->Flush() : SQLITE_OK;
+}
 
 void Forget(GatheredFile& file) noexcept
 {
@@ -160,7 +157,7 @@ void Forget(GatheredFile& file) noexcept
 int Close(sqlite3_file* file)
 {
     // What is held now is no commit's.
-    const int code = Pass<&sqlite3_io_methods::xClose>::Call(file);
+    const int code = Real::Call<&M::xClose>(file);
     Forget(Of(file));
     return code;
 }
@@ -168,15 +165,31 @@ int Close(sqlite3_file* file)
 int Read(sqlite3_file* file, void* bytes, int count, sqlite3_int64 offset)
 {
     LogWrites* const writes = Of(file).writes;
-    return writes ? writes->Read(bytes, count, offset)
-                  : Pass<&sqlite3_io_methods::xRead>::Call(file, bytes, count, offset);
+    return writes ? writes->Read(bytes, count, offset) : Real::Call<&M::xRead>(file, bytes, count, offset);
 }
 
 int Write(sqlite3_file* file, const void* bytes, int count, sqlite3_int64 offset)
 {
     LogWrites* const writes = Of(file).writes;
-    return writes ? writes->Write(bytes, count, offset)
-                  : Pass<&sqlite3_io_methods::xWrite>::Call(file, bytes, count, offset);
+    return writes ? writes->Write(bytes, count, offset) : Real::Call<&M::xWrite>(file, bytes, count, offset);
+}
+
+int Truncate(sqlite3_file* file, sqlite3_int64 size)
+{
+    const int code = FlushOf(file);
+    return code == SQLITE_OK ? Real::Call<&M::xTruncate>(file, size) : code;
+}
+
+int Sync(sqlite3_file* file, int flags)
+{
+    const int code = FlushOf(file);
+    return code == SQLITE_OK ? Real::Call<&M::xSync>(file, flags) : code;
+}
+
+int FileSize(sqlite3_file* file, sqlite3_int64* size)
+{
+    const int code = FlushOf(file);
+    return code == SQLITE_OK ? Real::Call<&M::xFileSize>(file, size) : code;
 }
 
 // A writer that ends without a commit leaves its frames.
@@ -185,44 +198,33 @@ int ShmLock(sqlite3_file* file, int first, int count, int flags)
     constexpr int kGivesBack = SQLITE_SHM_UNLOCK | SQLITE_SHM_EXCLUSIVE;
     if (first == kWriteLock && flags == kGivesBack && Of(file).other)
         Of(file).other->writes->Drop();
-    return Pass<&sqlite3_io_methods::xShmLock>::Call(file, first, count, flags);
+    return Real::Call<&M::xShmLock>(file, first, count, flags);
 }
 
 constexpr sqlite3_io_methods MethodsOfVersion(int version) noexcept
 {
-    using M = sqlite3_io_methods;
-    return {version,
-            Close,
-            Read,
-            Write,
-            Pass<&M::xTruncate>::AfterWrites,
-            Pass<&M::xSync>::AfterWrites,
-            Pass<&M::xFileSize>::AfterWrites,
-            Pass<&M::xLock>::Call,
-            Pass<&M::xUnlock>::Call,
-            Pass<&M::xCheckReservedLock>::Call,
-            Pass<&M::xFileControl>::Call,
-            Pass<&M::xSectorSize>::Call,
-            Pass<&M::xDeviceCharacteristics>::Call,
-            Pass<&M::xShmMap>::Call,
-            ShmLock,
-            Pass<&M::xShmBarrier>::Call,
-            Pass<&M::xShmUnmap>::Call,
-            Pass<&M::xFetch>::Call,
-            Pass<&M::xUnfetch>::Call};
+    sqlite3_io_methods methods = Real::Methods(version);
+    methods.xClose = Close;
+    methods.xRead = Read;
+    methods.xWrite = Write;
+    methods.xTruncate = Truncate;
+    methods.xSync = Sync;
+    methods.xFileSize = FileSize;
+    methods.xShmLock = ShmLock;
+    return methods;
 }
 
 // A file that can do less says so by its version.
 constexpr sqlite3_io_methods kMethods[] = {MethodsOfVersion(1), MethodsOfVersion(2), MethodsOfVersion(3)};
 
-sqlite3_vfs& Usual() noexcept
+sqlite3_vfs* Usual()
 {
-    return *sqlite3_vfs_find(nullptr);
+    return sqlite3_vfs_find(nullptr);
 }
 
 int OpenBehind(GatheredFile& file, const char* name, int flags, int* given) noexcept
 {
-    sqlite3_vfs& usual = Usual();
+    sqlite3_vfs& usual = *Usual();
     file.real = static_cast<sqlite3_file*>(sqlite3_malloc(usual.szOsFile));
     if (!file.real)
         return SQLITE_NOMEM;
@@ -253,41 +255,6 @@ int Open(sqlite3_vfs*, const char* name, sqlite3_file* file, int flags, int* giv
     return code;
 }
 
-int Delete(sqlite3_vfs*, const char* name, int syncs)
-{
-    return Usual().xDelete(&Usual(), name, syncs);
-}
-
-int Access(sqlite3_vfs*, const char* name, int flags, int* result)
-{
-    return Usual().xAccess(&Usual(), name, flags, result);
-}
-
-int FullPathname(sqlite3_vfs*, const char* name, int size, char* path)
-{
-    return Usual().xFullPathname(&Usual(), name, size, path);
-}
-
-int Randomness(sqlite3_vfs*, int count, char* bytes)
-{
-    return Usual().xRandomness(&Usual(), count, bytes);
-}
-
-int Sleep(sqlite3_vfs*, int microseconds)
-{
-    return Usual().xSleep(&Usual(), microseconds);
-}
-
-int CurrentTime(sqlite3_vfs*, sqlite3_int64* time)
-{
-    return Usual().xCurrentTimeInt64(&Usual(), time);
-}
-
-int GetLastError(sqlite3_vfs*, int size, char* text)
-{
-    return Usual().xGetLastError(&Usual(), size, text);
-}
-
 // SQLite may be one for several modules, of which each takes its own away when it is unloaded.
 class Registration {
 public:
@@ -297,18 +264,8 @@ public:
             return;
         std::snprintf(name_, sizeof name_, "quorvane-gathering-%llx",
                       static_cast<unsigned long long>(reinterpret_cast<std::uintptr_t>(this)));
-        files_.iVersion = 2;
-        files_.szOsFile = sizeof(GatheredFile);
-        files_.mxPathname = Usual().mxPathname;
-        files_.zName = name_;
+        files_ = FileSystemCalls<Usual>::Methods(name_, sizeof(GatheredFile));
         files_.xOpen = Open;
-        files_.xDelete = Delete;
-        files_.xAccess = Access;
-        files_.xFullPathname = FullPathname;
-        files_.xRandomness = Randomness;
-        files_.xSleep = Sleep;
-        files_.xGetLastError = GetLastError;
-        files_.xCurrentTimeInt64 = CurrentTime;
         isThere_ = sqlite3_vfs_register(&files_, 0) == SQLITE_OK;
     }
     Registration(const Registration&) = delete;

@@ -6,6 +6,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "platform/sqlite/calls_behind.h"
 #include "tests/fault/disk_state.h"
 
 namespace quorvane::test {
@@ -40,23 +41,13 @@ private:
     const bool before_;
 };
 
-// Hands a call on to the system's own file.
-template <auto Member>
-struct Pass;
-template <class Result, class... Arguments,
-          Result (*sqlite3_io_methods::*Member)(sqlite3_file*, Arguments...)>
-struct Pass<Member> {
-    static Result Call(sqlite3_file* file, Arguments... arguments)
-    {
-        const SqliteScope scope;
-        return (Real(file)->pMethods->*Member)(Real(file), arguments...);
-    }
-};
+using M = sqlite3_io_methods;
+using System = FileCalls<Real, SqliteScope>;
 
 sqlite3_int64 SizeOf(sqlite3_file* file)
 {
     sqlite3_int64 size = 0;
-    Pass<&sqlite3_io_methods::xFileSize>::Call(file, &size);
+    System::Call<&M::xFileSize>(file, &size);
     return size;
 }
 
@@ -67,7 +58,7 @@ void NoteWhatStands(sqlite3_file* file, const void* bytes, int count, sqlite3_in
     const sqlite3_int64 standing = std::max<sqlite3_int64>(0, std::min<sqlite3_int64>(count, size - offset));
     std::string before(static_cast<std::size_t>(standing), '\0');
     if (standing > 0)
-        Pass<&sqlite3_io_methods::xRead>::Call(file, before.data(), static_cast<int>(standing), offset);
+        System::Call<&M::xRead>(file, before.data(), static_cast<int>(standing), offset);
     std::string after(static_cast<const char*>(bytes), bytes ? static_cast<std::size_t>(count) : 0);
     DiskState::Get().NoteWrite(PathOf(file), offset, std::move(before), size, std::move(after));
 }
@@ -80,8 +71,7 @@ int WritePiece(sqlite3_file* file, const void* bytes, int count, sqlite3_int64 o
     const int part = verdict.IsDone() ? count : verdict.isHalfDone ? count / 2 : 0;
     if (part > 0 && state.NotesWrites(PathOf(file)))
         NoteWhatStands(file, bytes, part, offset, size);
-    const int code =
-        part > 0 ? Pass<&sqlite3_io_methods::xWrite>::Call(file, bytes, part, offset) : SQLITE_OK;
+    const int code = part > 0 ? System::Call<&M::xWrite>(file, bytes, part, offset) : SQLITE_OK;
     if (verdict.IsDone())
         return code;
     return verdict.answer == Verdict::Answer::kFull ? SQLITE_FULL : SQLITE_IOERR_WRITE;
@@ -108,7 +98,7 @@ int Truncate(sqlite3_file* file, sqlite3_int64 size)
     const sqlite3_int64 before = SizeOf(file);
     if (before > size && state.NotesWrites(PathOf(file)))
         NoteWhatStands(file, nullptr, static_cast<int>(before - size), size, before);
-    return Pass<&sqlite3_io_methods::xTruncate>::Call(file, size);
+    return System::Call<&M::xTruncate>(file, size);
 }
 
 int Sync(sqlite3_file* file, int /*flags*/)
@@ -120,27 +110,13 @@ int Sync(sqlite3_file* file, int /*flags*/)
     return SQLITE_OK;
 }
 
-const sqlite3_io_methods kJudgedMethods = {
-    3,
-    Pass<&sqlite3_io_methods::xClose>::Call,
-    Pass<&sqlite3_io_methods::xRead>::Call,
-    Write,
-    Truncate,
-    Sync,
-    Pass<&sqlite3_io_methods::xFileSize>::Call,
-    Pass<&sqlite3_io_methods::xLock>::Call,
-    Pass<&sqlite3_io_methods::xUnlock>::Call,
-    Pass<&sqlite3_io_methods::xCheckReservedLock>::Call,
-    Pass<&sqlite3_io_methods::xFileControl>::Call,
-    Pass<&sqlite3_io_methods::xSectorSize>::Call,
-    Pass<&sqlite3_io_methods::xDeviceCharacteristics>::Call,
-    Pass<&sqlite3_io_methods::xShmMap>::Call,
-    Pass<&sqlite3_io_methods::xShmLock>::Call,
-    Pass<&sqlite3_io_methods::xShmBarrier>::Call,
-    Pass<&sqlite3_io_methods::xShmUnmap>::Call,
-    Pass<&sqlite3_io_methods::xFetch>::Call,
-    Pass<&sqlite3_io_methods::xUnfetch>::Call,
-};
+constexpr sqlite3_io_methods kJudgedMethods = [] {
+    sqlite3_io_methods methods = System::Methods(3);
+    methods.xWrite = Write;
+    methods.xTruncate = Truncate;
+    methods.xSync = Sync;
+    return methods;
+}();
 
 int Open(sqlite3_vfs*, const char* path, sqlite3_file* file, int flags, int* given)
 {
