@@ -79,6 +79,16 @@ TEST_F(DatabaseSessionsTest, SessionsOneAfterTheOtherShareOneConnection)
     EXPECT_EQ(vfs.Opens(), opens);
 }
 
+// Of its pages, of table and indexes, each by itself would be two.
+TEST_F(DatabaseSessionsTest, ARowGoesIntoTheLogWithOneWrite)
+{
+    OpenAll();
+    ASSERT_EQ(session.Execute(statements::kAppendItem, ItemValues("{0}", "E0", 1)), S_OK);
+    const unsigned writes = vfs.LogWrites();
+    ASSERT_EQ(session.Execute(statements::kAppendItem, ItemValues("{1}", "E1", 1)), S_OK);
+    EXPECT_EQ(vfs.LogWrites(), writes + 1);
+}
+
 TEST_F(DatabaseSessionsTest, RowsThatAreReadAtOnceHaveAConnectionEachAndSomeAreKept)
 {
     constexpr unsigned kAtOnce = 20;

@@ -26,6 +26,7 @@ struct State {
     std::atomic<bool> struck{false};
     std::atomic<bool> noSharedMemory{false};
     std::atomic<unsigned> opens{0};
+    std::atomic<unsigned> logWrites{0};
     std::atomic<unsigned> waited{0};
     std::function<void()> whenWaiting;
     std::atomic<bool> remembers{false};
@@ -54,6 +55,7 @@ bool Suffers() noexcept
 struct OpenFile {
     sqlite3_file base;
     const char* name;  // SQLite keeps it while the file is open; null for a temporary file
+    bool isLog;
     sqlite3_file* Real() noexcept { return reinterpret_cast<sqlite3_file*>(this + 1); }
 };
 
@@ -77,6 +79,8 @@ using Real = FileCalls<RealOf>;
 
 int Write(sqlite3_file* file, const void* buffer, int count, sqlite3_int64 offset)
 {
+    if (Of(file).isLog)
+        ++state.logWrites;
     if (!Suffers())
         return Real::Call<&M::xWrite>(file, buffer, count, offset);
     // A full disk takes a part.
@@ -127,6 +131,7 @@ int Open(sqlite3_vfs*, const char* name, sqlite3_file* file, int flags, int* out
     OpenFile& opened = Of(file);
     opened.base.pMethods = nullptr;
     opened.name = name;
+    opened.isLog = (flags & SQLITE_OPEN_WAL) != 0;
     if (flags & SQLITE_OPEN_MAIN_DB)
         ++state.opens;
     const int code = state.base->xOpen(state.base, name, opened.Real(), flags, outFlags);
@@ -170,6 +175,7 @@ DatabaseVfs::DatabaseVfs()
     Disarm();
     DenySharedMemory(false);
     state.opens = 0;
+    state.logWrites = 0;
     state.waited = 0;
     state.whenWaiting = nullptr;
     state.remembers = false;
@@ -205,6 +211,11 @@ void DatabaseVfs::DenySharedMemory(bool denied) noexcept
 unsigned DatabaseVfs::Opens() const noexcept
 {
     return state.opens;
+}
+
+unsigned DatabaseVfs::LogWrites() const noexcept
+{
+    return state.logWrites;
 }
 
 unsigned DatabaseVfs::WaitedMilliseconds() const noexcept

@@ -37,6 +37,8 @@ public:
     // How often a database was opened (its journals don't count), and how long SQLite has waited for others,
     // which it does in no time here.
     unsigned Opens() const noexcept;
+    // How often SQLite's files wrote into write-ahead logs.
+    unsigned LogWrites() const noexcept;
     unsigned WaitedMilliseconds() const noexcept;
     // Called on the waiting thread each time that SQLite waits for others.
     void WhenWaiting(std::function<void()> call);
