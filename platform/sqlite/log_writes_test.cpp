@@ -7,6 +7,7 @@
 #include <memory>
 #include <string>
 
+#include "platform/sqlite/open_database.h"
 #include "platform/testing/test_directory.h"
 
 namespace quorvane {
@@ -69,12 +70,20 @@ class LogWritesTest : public testing::Test {
 protected:
     void SetUp() override { std::filesystem::create_directories(directory_); }
 
-    Logged Open(const std::string& name, const char* files = GatheringFiles()) const
+    // As the message store and the program open theirs.
+    Logged Open(const std::string& name) const
     {
         sqlite3* database = nullptr;
-        EXPECT_EQ(sqlite3_open_v2((directory_ / name).string().c_str(), &database,
-                                  SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, files),
+        EXPECT_EQ(OpenDatabase((directory_ / name).string().c_str(),
+                               SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, 0, database),
                   SQLITE_OK);
+        return Logged(database);
+    }
+    // As another program does.
+    Logged OpenElsewhere(const std::string& name) const
+    {
+        sqlite3* database = nullptr;
+        EXPECT_EQ(sqlite3_open((directory_ / name).string().c_str(), &database), SQLITE_OK);
         return Logged(database);
     }
     Logged OpenLogged(const std::string& name) const
@@ -114,7 +123,7 @@ protected:
         std::filesystem::copy_file(directory_ / name, directory_ / "killed");
         std::filesystem::remove(directory_ / "killed-wal");
         std::filesystem::copy_file(directory_ / (name + "-wal"), directory_ / "killed-wal");
-        const Logged database = Open("killed", nullptr);
+        const Logged database = OpenElsewhere("killed");
         EXPECT_EQ(Ask(database, "PRAGMA integrity_check"), "ok");
         return Ask(database, sql);
     }
@@ -161,7 +170,7 @@ TEST_F(LogWritesTest, ATransactionThatIsLargerThanItsCacheSeesWhatItWrote)
 
     EXPECT_EQ(AskAfterKill("one", "SELECT count(*)||' '||sum(y LIKE 'ccc%')||' '||sum(y='d') FROM t"),
               "90 45 1");
-    EXPECT_EQ(Ask(Open("one", nullptr), kCount), "90");
+    EXPECT_EQ(Ask(OpenElsewhere("one"), kCount), "90");
 }
 
 // Such a page gets another header, and may be the last that is written.
