@@ -1,6 +1,7 @@
 #include "host/exchange/comparison.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "host/exchange/error.h"
 #include "host/exchange/wire.h"
@@ -172,10 +173,10 @@ FolderReport ReportOf(const std::string& folder, const FolderView& own, bool wit
     return report;
 }
 
-Comparison Compare(const FolderView& own, const FolderReport& theirs)
+Comparison Compare(const FolderView& own, FolderReport ours, const FolderReport& theirs)
 {
     Comparison result;
-    FolderReport answer = ReportOf(theirs.folder, own, theirs.withFlags);
+    FolderReport answer = std::move(ours);
     answer.answersLists = !theirs.buckets.empty();
     std::size_t listed = 0;
     for (const std::uint8_t bucket : Differing(answer.digest, theirs.digest)) {

@@ -43,7 +43,8 @@ struct KnownItem {
     bool operator==(const KnownItem&) const = default;
 };
 
-// The items of a folder as they are known here, each once, by rising id.
+// The items of a folder as they are known here, each once, by rising id. Between two questions they may
+// change.
 class FolderView {
 public:
     using Visit = std::function<void(const KnownItem&)>;
@@ -84,7 +85,10 @@ struct Comparison {
     std::optional<FolderReport> answer;  // to be sent to it
 };
 
-Comparison Compare(const FolderView& own, const FolderReport& theirs);
+// ours  what ReportOf has just given of `own`, with flags where theirs has them: looked at once more is only
+// what
+//       differs.
+Comparison Compare(const FolderView& own, FolderReport ours, const FolderReport& theirs);
 
 // What came of an item that another device sent.
 enum class ItemTaken {

@@ -130,7 +130,8 @@ Passed RunComparison(Replica& opener, Replica& other, std::uint64_t now = 1)
         ++passed.reports;
         for (const auto& [bucket, items] : report->buckets)
             passed.listed += items.size();
-        const Comparison result = Compare(*to, FolderReport::Read(report->Write(), "a report"));
+        const Comparison result =
+            Compare(*to, ReportOf("{F}", *to), FolderReport::Read(report->Write(), "a report"));
         for (const std::string& id : result.lacking)
             from->Receive(to->Send(id), now);
         passed.sent += result.lacking.size();
@@ -276,7 +277,7 @@ TEST_F(ComparisonTest, ALongListEndsAndTheNextComparisonGoesOn)
 TEST_F(ComparisonTest, BytesThatAreNoReportAreRefused)
 {
     alice.Change("{1003}", "new", 2);
-    FolderReport report = *Compare(bob, ReportOf("{F}", alice)).answer;
+    FolderReport report = *Compare(bob, ReportOf("{F}", bob), ReportOf("{F}", alice)).answer;
     const std::string bytes = report.Write();
     ASSERT_EQ(FolderReport::Read(bytes, "a report"), report);
     for (std::size_t size = 0; size < bytes.size(); ++size)

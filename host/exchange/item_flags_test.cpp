@@ -292,7 +292,8 @@ private:
         Device* from = &one;
         Device* to = &other;
         while (report) {
-            const Comparison result = Compare(OneItem(to->item), *report);
+            const Comparison result =
+                Compare(OneItem(to->item), ReportOf("{F}", OneItem(to->item), true), *report);
             if (!result.lacking.empty())
                 TakeItem(from->item, to->item);
             DropFlagsOfDeleted(from->item);

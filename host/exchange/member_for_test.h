@@ -465,7 +465,8 @@ private:
         LookForTexts(content.folder);
         if (!content.report)
             return;
-        const Comparison comparison = Compare(folder, *content.report);
+        const Comparison comparison =
+            Compare(folder, ReportOf(content.folder, folder, content.report->withFlags), *content.report);
         Neighbour& neighbour = disk.neighbours[sender];
         neighbour.owed[content.folder].insert(comparison.lacking.begin(), comparison.lacking.end());
         if (comparison.answer)

@@ -120,19 +120,18 @@ void Comparisons::Hear(const Peer& peer, const exchange::FolderReport& report)
     const std::uint64_t now = FileTimeNow();
     const bool withFlags = report.withFlags && flags_.Flags().AreShared(report.folder);
     const RecordedFolder own(parts_.records, withFlags ? &flags_.Flags() : nullptr, report.folder);
-    const exchange::FolderReport ours = exchange::ReportOf(report.folder, own, report.withFlags);
+    exchange::FolderReport ours = exchange::ReportOf(report.folder, own, report.withFlags);
     if (ours.digest == report.digest) {
         records_.NoteEqual(report.folder, device, now);
         if (!report.answersLists) {
-            exchange::FolderReport answer = ours;
-            answer.answersLists = true;
-            Send(answer, device);
+            ours.answersLists = true;
+            Send(ours, device);
         }
         return;
     }
     if (IsAnsweredThere(peer, report, now))
         return;
-    exchange::Comparison result = exchange::Compare(own, report);
+    exchange::Comparison result = exchange::Compare(own, std::move(ours), report);
     std::vector<std::string> items = result.lacking;
     items.insert(items.end(), result.lackingFlags.begin(), result.lackingFlags.end());
     items.insert(items.end(), result.missing.begin(), result.missing.end());
