@@ -61,6 +61,18 @@ protected:
                   S_OK);
         return number;
     }
+    std::string Text(std::string_view sql)
+    {
+        std::string text;
+        EXPECT_EQ(core->Read([&](SqliteConnection& connection) {
+            SqliteRows rows = connection.Query(sql);
+            if (rows.Next())
+                text = rows.Text(0);
+            return rows.Result();
+        }),
+                  S_OK);
+        return text;
+    }
     std::int64_t CountRows(const std::string& table) { return Number("SELECT count(*) FROM " + table); }
 
     ComPtr<IMessage> NewMessage()
@@ -434,6 +446,44 @@ TEST_F(StoreMessageTest, ASavedMessageIsSeenInItsFoldersTableByItsColumns)
     EXPECT_NE(PpropFindProp(rows[0].lpProps, rows[0].cValues, PR_HASATTACH)->Value.b, 0);
     EXPECT_EQ(PpropFindProp(rows[0].lpProps, rows[0].cValues, PR_MESSAGE_SIZE)->Value.l,
               LongOf(*message, PR_MESSAGE_SIZE));
+}
+
+// As docs/message-store.md shows it: others read the file by that.
+TEST_F(StoreMessageTest, ADumpOfAMessageIsWhatThePageShows)
+{
+    const ComPtr<IMessage> message = NewMessage();
+    EXPECT_EQ(SetText(*message, PR_MESSAGE_CLASS_W, OLESTR("IPM.Note")), S_OK);
+    EXPECT_EQ(SetText(*message, PR_SUBJECT_W, OLESTR("Re: Plan")), S_OK);
+    SPropValue recipient[2] = {};
+    recipient[0].ulPropTag = PR_RECIPIENT_TYPE;
+    recipient[0].Value.l = MAPI_TO;
+    recipient[1].ulPropTag = PR_DISPLAY_NAME_W;
+    OleString name = OLESTR("Zoe");
+    recipient[1].Value.lpszW = name.data();
+    ADRLIST list = {1, {{0, 2, recipient}}};
+    ASSERT_EQ(message->ModifyRecipients(MODRECIP_ADD, &list), S_OK);
+    AddAttachment(*message, Pattern(50000));
+    ASSERT_EQ(message->SaveChanges(0), S_OK);
+
+    // The time and the search key are drawn.
+    const std::string run = Text("SELECT hex(properties) FROM part WHERE id=1");
+    ASSERT_EQ(run.size(), 2u * (16 + 16 + 12 + 16 + 24));
+    EXPECT_EQ(run.substr(0, 2 * 44),
+              "1F401A000800000049504D2E4E6F7465"
+              "1F4037000800000052653A20506C616E"
+              "0300070E0400000018000000");
+    EXPECT_EQ(run.substr(2 * 44, 2 * 8), "4000073008000000");
+    EXPECT_EQ(run.substr(2 * 60, 2 * 8), "02010B3010000000");
+    EXPECT_EQ(Text("SELECT hex(properties) FROM part WHERE id=2"), "030005370400000001000000");
+    EXPECT_EQ(Text("SELECT hex(recipients) FROM part WHERE id=1"),
+              "0100000023000000"
+              "0300150C0400000001000000"
+              "030000300400000000000000"
+              "1F400130030000005A6F65");
+    EXPECT_EQ(Text("SELECT value_id||' '||number||' '||length(data) FROM chunk"), "1 0 50000");
+    EXPECT_EQ(Text("SELECT number||' '||event||' '||kind||' '||object_id||' '||parent_id FROM change"),
+              "1 4 5 1 3");
+    EXPECT_EQ(Number("SELECT size FROM message"), 50078);
 }
 
 }  // namespace
