@@ -30,8 +30,22 @@ def failures(report):
             yield name, "\n".join(said).splitlines()[:MOST_LINES]
 
 
+def ends_of_output(results):
+    """What the failed test programs of a build said at last, by their names."""
+    path = results / "ctest.junit"
+    if not path.exists():
+        return {}
+    return {case.get("name"): (case.findtext("system-out") or "").splitlines()[-MOST_LINES:]
+            for case in tree.parse(path).getroot().iter("testcase") if case.find("failure") is not None}
+
+
+def print_lines(lines):
+    for line in lines:
+        print(f"    {line[:MOST_LETTERS]}")
+
+
 def print_failures(results):
-    """What failed, by name: programs that left no report (they crashed, or took too long) as well."""
+    """What failed, by name: programs that left no report (scripts, and what crashed or took too long) as well."""
     reported = set()
     for report in sorted(results.glob("*/*.xml")):
         try:
@@ -41,13 +55,14 @@ def print_failures(results):
         for name, lines in failed:
             reported.add((report.parent.name, report.stem))
             print(f"failed: {name} ({report.parent.name})")
-            for line in lines:
-                print(f"    {line[:MOST_LETTERS]}")
+            print_lines(lines)
     for listed in sorted(results.glob("*/failed")):
+        said = ends_of_output(listed.parent)
         for line in listed.read_text().splitlines():
             program = line.partition(":")[2]
             if (listed.parent.name, program) not in reported:
                 print(f"failed: {program} ({listed.parent.name}), without a report of its tests")
+                print_lines(said.get(program, []))
 
 
 def main():
