@@ -109,7 +109,7 @@ HRESULT CompoundFile::OpenInDraft(OpenElement& storage, const ElementName& name,
     if (type == EntryType::kStream && !draft.HoldsBytes())
         QV_TRY(body.Load(draft.entry));
     *child = MakeOpenDraft(draft, storage);
-    (*child)->body = body;
+    (*child)->body = std::move(body);
     return S_OK;
 }
 

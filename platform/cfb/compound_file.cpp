@@ -122,6 +122,7 @@ void CompoundFile::TrimIfWorth()
         failed_ = true;
 }
 
+// What may fail comes before it: an element that is open is to be closed, not only let go of.
 OpenElementPtr CompoundFile::MakeOpen(EntryId id, const DirEntry& entry, OpenElement* parent)
 {
     void* const at = memory_.Take(sizeof(OpenElement));
@@ -269,13 +270,12 @@ HRESULT CompoundFile::OpenChild(OpenElement& storage, const ElementName& name, E
 HRESULT CompoundFile::OpenEntry(OpenElement& storage, EntryId id, const DirEntry& entry,
                                 OpenElementPtr* child)
 {
-    OpenElementPtr made = MakeOpen(id, entry, &storage);
-    const HRESULT hr = made->type == EntryType::kStream ? made->body.Load(id, entry) : S_OK;
-    if (FAILED(hr))
-        open_.Revert(*made);
-    else
-        *child = std::move(made);
-    return hr;
+    StreamBody body(*volume_);
+    if (entry.Type() == EntryType::kStream)
+        QV_TRY(body.Load(id, entry));
+    *child = MakeOpen(id, entry, &storage);
+    (*child)->body = std::move(body);
+    return S_OK;
 }
 
 HRESULT CompoundFile::CreateChild(OpenElement& storage, const ElementName& name, EntryType type, bool replace,
@@ -297,12 +297,12 @@ HRESULT CompoundFile::CreateChild(OpenElement& storage, const ElementName& name,
     const DirEntry entry(type, name);
     const HRESULT hung = Operate([&] { return Hang(entry, &id); });
     QV_TRY(hung);
+    if (exists)
+        TrimIfWorth();
     *child = MakeOpen(id, entry, &storage);
     (*child)->body.BeginEmpty(id);
     if (other)
         open_.Revert(*other);
-    if (exists)
-        TrimIfWorth();
     FreeDropped();
     return S_OK;
 }
