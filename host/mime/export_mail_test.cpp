@@ -58,6 +58,46 @@ TEST_F(ExportMailTest, AMailOfAnySizeComesOutToTheByte)
     EXPECT_EQ(Mail(*Kept(mail)), mail);
 }
 
+// All bytes in a body; of the charset that it is in nothing is said.
+TEST_F(ExportMailTest, AYEncBodyComesOutToTheByteAndIsShownInACharsetThatFits)
+{
+    std::string mail = "Subject: one\n\n=ybegin line=300 size=256 name=a.bin\n";
+    for (int byte = 0; byte < 256; ++byte) {
+        const bool isCritical = byte == '\0' || byte == '\n' || byte == '\r' || byte == '=';
+        mail += isCritical ? "=" : "";
+        mail += static_cast<char>(isCritical ? byte + 64 : byte);
+    }
+    mail += "\n=yend size=256\n";
+    const ComPtr<IMessage> message = Kept(mail);
+    EXPECT_EQ(Mail(*message), mail);
+    const std::string text = Text(*message, PR_BODY_W);
+    EXPECT_TRUE(text.starts_with("=ybegin line=300 size=256 name=a.bin\r\n=@")) << text;
+    EXPECT_NE(text.find("~\x7F\u20AC"), std::string::npos) << text;
+    EXPECT_TRUE(text.ends_with("\u00FD\u00FE\u00FF\r\n=yend size=256\r\n")) << text;
+    SetText(*message, PR_SUBJECT_W, "two");
+    EXPECT_EQ(Mail(*message), Replaced(mail, "one", "two"));
+}
+
+// What its charset doesn't hold is marked, as a text; as a file nothing is.
+TEST_F(ExportMailTest, APatchInTwoCharsetsComesOutToTheByteAndIsShownAsFarAsItsOwnGoes)
+{
+    const std::string patch =
+        "-Gr\xFC\xDF"
+        "e\n+Gr\xC3\xBC\xC3\x9F"
+        "e  \n";
+    const std::string mail =
+        "Subject: one\nContent-Type: multipart/mixed; boundary=b\n\n--b\n"
+        "Content-Type: text/plain; charset=utf-8\nContent-Transfer-Encoding: 8bit\n\n" +
+        patch + "\n--b\nContent-Type: text/x-patch; charset=utf-8; name=a.patch\n\n" + patch + "\n--b--\n";
+    const ComPtr<IMessage> message = Kept(mail);
+    EXPECT_EQ(Mail(*message), mail);
+    EXPECT_EQ(Text(*message, PR_BODY_W), "-Gr\uFFFD\uFFFDe\r\n+Gr\u00FC\u00DFe  \r\n");
+    ASSERT_EQ(Attachments(*message).size(), 1U);
+    EXPECT_EQ(AttachmentData(*Attachments(*message)[0]), patch);
+    SetText(*message, PR_SUBJECT_W, "two");
+    EXPECT_EQ(Mail(*message), Replaced(mail, "one", "two"));
+}
+
 TEST_F(ExportMailTest, AnEditedSubjectReplacesItsLinesAlone)
 {
     const ComPtr<IMessage> message = Kept(kOdd);

@@ -60,6 +60,15 @@ protected:
         for (const std::string& content : b)
             EXPECT_TRUE(a.contains(content)) << content.substr(0, 500);
     }
+    // With what its log holds.
+    std::uintmax_t StoreSize(const std::string& mailbox) const
+    {
+        std::uintmax_t size = 0;
+        for (const auto& entry : fs::directory_iterator(Path(mailbox)))
+            if (entry.path().filename().string().starts_with("store.sqlite"))
+                size += entry.file_size();
+        return size;
+    }
     static std::multiset<std::string> SampleContents()
     {
         std::multiset<std::string> contents;
@@ -79,11 +88,12 @@ TEST_F(MailFilesTest, WhatIsImportedIsExportedToTheByte)
 
 TEST_F(MailFilesTest, WithoutOriginalsMailIsMadeAnewAndTakesLessRoom)
 {
-    Import({Samples().string()});
+    const std::uintmax_t empty = StoreSize("a");
     Import({Samples().string(), "--no-original"}, "Without");
-    const Json with = Items("a", "In")[0];
-    const Json without = Items("a", "Without")[0];
-    EXPECT_EQ(with["subject"], without["subject"]);
+    const std::uintmax_t without = StoreSize("a");
+    Import({Samples().string()});
+    EXPECT_GT(StoreSize("a") - without, (without - empty) * 5 / 4);
+    EXPECT_EQ(Items("a", "In")[0]["subject"], Items("a", "Without")[0]["subject"]);
     MustRun({"export", Mailbox("a"), "Without", Path("out").string()});
     const std::multiset<std::string> originals = SampleContents();
     for (const std::string& content : Contents(Path("out")))
@@ -215,11 +225,15 @@ TEST_F(MailFilesTest, AnItemIsMarkedAndShownAsMarked)
     EXPECT_EQ(Run({"edit", Mailbox("a"), "In", "1"}).exitCode, 2);
 }
 
-TEST_F(MailFilesTest, AMissingPathIsAnErrorBesideOneThatIsThere)
+TEST_F(MailFilesTest, OfSeveralPathsNothingComesInWhereOneLeadsNowhere)
 {
+    Import({Sample("01-plain").string()});
     const Outcome outcome = Run({"import", Mailbox("a"), "In", Samples().string(), Path("nowhere").string()});
     EXPECT_EQ(outcome.exitCode, 1);
     EXPECT_NE(outcome.errors.find("nowhere"), std::string::npos) << outcome.errors;
+    EXPECT_EQ(Items("a", "In").size(), 1U);
+    EXPECT_EQ(Run({"import", Mailbox("a"), "New", Samples().string(), Path("nowhere").string()}).exitCode, 1);
+    EXPECT_EQ(Run({"list", Mailbox("a"), "New"}).exitCode, 1) << "the folder isn't made either";
 }
 
 TEST_F(MailFilesTest, WhatMayBeMoreThanOneMailIsNamed)
@@ -268,6 +282,11 @@ TEST_F(MailFilesTest, AnExportReplacesNothingAndFollowsNoLink)
         Export("out", {"--format", format});
         EXPECT_EQ(Contents(Path("out")), first) << "an export that was stopped goes on: " << format;
     }
+    Export("out", {"--format", "msg"});
+    const std::multiset<std::string> first = Contents(Path("out"));
+    EXPECT_EQ(Run({"export", Mailbox("a"), "In", Path("out").string(), "--format", "msg"}).exitCode, 1)
+        << "each .msg file differs";
+    EXPECT_EQ(Contents(Path("out")), first);
 }
 
 TEST_F(MailFilesTest, AFolderOfAMaildirThatIsALinkIsRefused)
