@@ -11,6 +11,7 @@ namespace quorvane {
 namespace {
 
 constexpr std::size_t kWriteBlock = std::size_t{256} << 10;
+constexpr std::size_t kCopiedBlock = std::size_t{256} << 10;
 constexpr std::size_t kHeaderBlock = std::size_t{64} << 10;
 
 ULARGE_INTEGER OffsetOf(std::uint64_t offset) noexcept
@@ -63,6 +64,21 @@ void MailBytes::Append(std::string_view bytes)
         Spill();
     else if (!IsInMemory() && memory_.size() >= kWriteBlock)
         WriteMemory();
+}
+
+void MailBytes::AppendFrom(const MailBytes& other, std::uint64_t begin, std::uint64_t end)
+{
+    end = std::min(end, other.Size());
+    std::string block;
+    for (std::uint64_t at = begin; SUCCEEDED(result_) && at < end; at += block.size()) {
+        block.resize(static_cast<std::size_t>(std::min<std::uint64_t>(kCopiedBlock, end - at)));
+        block.resize(other.Read(at, block.data(), block.size()));
+        if (block.empty())
+            break;
+        Append(block);
+    }
+    if (SUCCEEDED(result_))
+        result_ = other.Result();
 }
 
 void MailBytes::Spill()

@@ -26,6 +26,9 @@ public:
 
     // After a failure the bytes are of no use; Result tells.
     void Append(std::string_view bytes);
+    // The same with what `other` holds from `begin` to `end` or to its last byte, in pieces. What can't be
+    // read there is a failure of this one too.
+    void AppendFrom(const MailBytes& other, std::uint64_t begin = 0, std::uint64_t end = UINT64_MAX);
     void Clear() noexcept;
 
     // S_OK, or why bytes couldn't be written or read: STG_E_MEDIUMFULL and others.

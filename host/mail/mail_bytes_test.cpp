@@ -42,6 +42,22 @@ TEST(MailBytesTest, ALargeMailIsReadLikeASmallOne)
     }
 }
 
+TEST(MailBytesTest, BytesOfAnotherMailAreAppended)
+{
+    for (const std::size_t size : {std::size_t{1000}, 3 * MailBytes::kMemoryLimit}) {
+        const std::string mail = LargeMail(100, size);
+        const MailBytes other(mail);
+        MailBytes bytes("before ");
+        bytes.AppendFrom(other, 10, mail.size() - 10);
+        EXPECT_TRUE(bytes.Text() == "before " + mail.substr(10, mail.size() - 20));
+        bytes.AppendFrom(other, mail.size(), mail.size() + 5);
+        bytes.AppendFrom(other, 20, 20);
+        bytes.AppendFrom(other);
+        EXPECT_TRUE(bytes.Text() == "before " + mail.substr(10, mail.size() - 20) + mail);
+        EXPECT_EQ(bytes.Result(), S_OK);
+    }
+}
+
 TEST(MailBytesTest, AHeaderMayBeLongerThanABlockOfIt)
 {
     const std::string body(MailBytes::kMemoryLimit, 'b');

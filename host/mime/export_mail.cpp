@@ -18,24 +18,15 @@
 namespace quorvane {
 namespace {
 
-constexpr std::size_t kCopyPiece = std::size_t{256} << 10;
-
-// Hands over the bytes from `offset` on, piece by piece.
-template <class Put>
-HRESULT CopyBytes(const MailBytes& bytes, std::uint64_t offset, Put put)
-{
-    std::string piece(kCopyPiece, '\0');
-    for (std::size_t got; (got = bytes.Read(offset, piece.data(), piece.size())) > 0; offset += got)
-        put(std::string_view(piece).substr(0, got));
-    return bytes.Result();
-}
+constexpr std::size_t kWrittenPiece = std::size_t{256} << 10;
 
 HRESULT WriteBytes(const MailBytes& bytes, std::ostream& out)
 {
-    const HRESULT hr = CopyBytes(bytes, 0, [&](std::string_view piece) {
-        out.write(piece.data(), static_cast<std::streamsize>(piece.size()));
-    });
-    return SUCCEEDED(hr) && !out.flush() ? STG_E_MEDIUMFULL : hr;
+    std::string piece(kWrittenPiece, '\0');
+    std::uint64_t at = 0;
+    for (std::size_t got; (got = bytes.Read(at, piece.data(), piece.size())) > 0; at += got)
+        out.write(piece.data(), static_cast<std::streamsize>(got));
+    return SUCCEEDED(bytes.Result()) && !out.flush() ? STG_E_MEDIUMFULL : bytes.Result();
 }
 
 // Whether a failure tells of this machine, and not of the bytes.
@@ -87,9 +78,8 @@ public:
         const MailBytes& from = isSame ? bytes : *parts;
         const std::string header = from.Header();
         MailBytes mail(EditedHeader(header, said.envelope, now_.envelope));
-        hr = CopyBytes(from, header.size(), [&](std::string_view piece) { mail.Append(piece); });
-        if (SUCCEEDED(hr))
-            hr = mail.Result();
+        mail.AppendFrom(from, header.size());
+        hr = mail.Result();
         MailContent check;
         if (SUCCEEDED(hr))
             hr = Read(mail, check);
@@ -105,9 +95,8 @@ private:
     static HRESULT ReadEmbedded(const MailBytes& bytes, IMessage& scratch, MailContent& said)
     {
         MailBytes outer("Content-Type: message/rfc822\n\n");
-        HRESULT hr = CopyBytes(bytes, 0, [&](std::string_view piece) { outer.Append(piece); });
-        if (SUCCEEDED(hr))
-            hr = ImportMime(outer, {}, scratch);
+        outer.AppendFrom(bytes);
+        HRESULT hr = ImportMime(outer, {}, scratch);
         ComPtr<IAttach> attachment;
         if (SUCCEEDED(hr))
             hr = scratch.OpenAttach(0, nullptr, 0, attachment.Put());
@@ -151,7 +140,8 @@ private:
         hr = kept.Read(bytes, said);
         if (SUCCEEDED(hr) && kept.SaysTheSame(said)) {
             edited.emplace();
-            hr = CopyBytes(bytes, 0, [&](std::string_view piece) { edited->Append(piece); });
+            edited->AppendFrom(bytes);
+            hr = edited->Result();
         } else if (SUCCEEDED(hr)) {
             hr = kept.Edit(bytes, said, edited);
         }

@@ -36,6 +36,18 @@ GObjectPtr<GMimeMessage> ParseMime(const MailBytes& bytes)
     return GObjectPtr<GMimeMessage>::Attach(g_mime_parser_construct_message(parser.Get(), options));
 }
 
+bool IsType(GMimeObject* object, const char* type, const char* subtype)
+{
+    GMimeContentType* const its = g_mime_object_get_content_type(object);
+    return its && g_mime_content_type_is_type(its, type, subtype);
+}
+
+std::string TypeOf(GMimeObject* object)
+{
+    GMimeContentType* const its = g_mime_object_get_content_type(object);
+    return its ? TextOf(GText(g_mime_content_type_get_mime_type(its))) : std::string();
+}
+
 std::string DecodedHeader(const char* value)
 {
     if (!value)

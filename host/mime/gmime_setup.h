@@ -20,6 +20,11 @@ GMimeParserOptions* MimeOptions();
 // outlive it.
 GObjectPtr<GMimeMessage> ParseMime(const MailBytes& bytes);
 
+// Whether an object is of a type, as in IsType(object, "text", "*"). False of one without a type.
+bool IsType(GMimeObject* object, const char* type, const char* subtype);
+// "text/plain"; empty where it has none.
+std::string TypeOf(GMimeObject* object);
+
 // A header value with its encoded words (RFC 2047) decoded, as UTF-8.
 std::string DecodedHeader(const char* value);
 

@@ -19,7 +19,6 @@ namespace quorvane {
 namespace {
 
 constexpr int kDeepestEmbedding = 16;
-constexpr std::size_t kCopiedBlock = std::size_t{256} << 10;
 
 // What finds a message again, wherever it is copied to. Random, since the same mail may be imported twice.
 std::string NewSearchKey()
@@ -62,10 +61,7 @@ HRESULT FillMessage(GMimeMessage* mail, const std::string& headers, bool read, i
 MailBytes BehindBlankLine(const MailBytes& mail)
 {
     MailBytes copy("\n");
-    std::string block(kCopiedBlock, '\0');
-    std::size_t got = 0;
-    for (std::uint64_t at = 0; (got = mail.Read(at, block.data(), block.size())) > 0; at += got)
-        copy.Append(std::string_view(block).substr(0, got));
+    copy.AppendFrom(mail);
     return copy;
 }
 

@@ -27,7 +27,8 @@ struct MailContent {
 };
 
 // Reads all of it. What a reader makes of a mail (read, flagged, categories) and what its store decides isn't
-// in it. S_OK, MAPI_E_TOO_COMPLEX where messages are nested deeper than 32 levels, or the message's own code.
+// in it. S_OK, MAPI_E_TOO_COMPLEX where messages are nested deeper than 32 levels, or the message's own code;
+// after a failure `content` is of no use. Any thread that may call the message.
 [[nodiscard]] HRESULT ReadMailContent(IMessage& message, MailContent& content);
 
 // Whether all fields are the same, to the letter.

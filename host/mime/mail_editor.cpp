@@ -12,15 +12,7 @@
 namespace quorvane {
 namespace {
 
-constexpr std::size_t kEditPiece = std::size_t{256} << 10;
 constexpr std::uint64_t kLargestHeader = std::uint64_t{16} << 20;
-
-std::string ReadBytes(const MailBytes& bytes, std::uint64_t begin, std::uint64_t end)
-{
-    std::string text(static_cast<std::size_t>(end - begin), '\0');
-    text.resize(bytes.Read(begin, text.data(), text.size()));
-    return text;
-}
 
 std::string QuotedBoundary(const std::string& boundary)
 {
@@ -86,6 +78,12 @@ public:
     {}
 
     std::string NewBoundary() { return out_.NewBoundary(); }
+
+    // A stream says no more of what it was too little memory for than that it failed.
+    [[nodiscard]] HRESULT Result() const
+    {
+        return SUCCEEDED(edited_.Result()) && !out_.Works() ? E_OUTOFMEMORY : edited_.Result();
+    }
 
     HRESULT Before(const Change& change, const std::string& boundary)
     {
@@ -254,7 +252,9 @@ void MailEditor::Wrap(GMimeObject* part, std::string type, std::vector<WritePart
 std::string MailEditor::HeaderOf(GMimeObject* part) const
 {
     const PartPlace& place = layout_.PlaceOf(part);
-    return MailBytes(ReadBytes(bytes_, place.begin, place.body)).Header();
+    MailBytes header;
+    header.AppendFrom(bytes_, place.begin, place.body);
+    return header.Header();
 }
 
 bool MailEditor::IsNewHeader(GMimeObject* part, const Change& change) const
@@ -315,15 +315,6 @@ void MailEditor::AddSplices(GMimeObject* part, const Change& change, Writer& wri
                            DepthOf(part)});
 }
 
-void MailEditor::Copy(std::uint64_t from, std::uint64_t to, MailBytes& edited) const
-{
-    while (from < to && SUCCEEDED(bytes_.Result())) {
-        const std::string piece = ReadBytes(bytes_, from, std::min(to, from + kEditPiece));
-        edited.Append(piece);
-        from += piece.size();
-    }
-}
-
 HRESULT MailEditor::Write(MailBytes& edited) const
 {
     Writer writer(*this, edited);
@@ -338,13 +329,13 @@ HRESULT MailEditor::Write(MailBytes& edited) const
     for (const Splice& splice : splices) {
         if (splice.begin < at)
             return MAPI_E_CORRUPT_DATA;
-        Copy(at, splice.begin, edited);
+        edited.AppendFrom(bytes_, at, splice.begin);
         if (const HRESULT hr = splice.write(); FAILED(hr))
             return hr;
         at = splice.end;
     }
-    Copy(at, bytes_.Size(), edited);
-    return FAILED(bytes_.Result()) ? bytes_.Result() : edited.Result();
+    edited.AppendFrom(bytes_, at);
+    return writer.Result();
 }
 
 }  // namespace quorvane

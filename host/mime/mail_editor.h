@@ -17,7 +17,8 @@ namespace quorvane {
 // multipart/signed or multipart/encrypted in which something is changed becomes a multipart/mixed of the same
 // parts: what seals it doesn't fit it any more.
 //
-// Parts are those of the tree that the layout was made of.
+// Parts are those of the tree that the layout was made of, never null. One thread at a time. Throws
+// std::bad_alloc alone.
 class MailEditor {
 public:
     // Writes a whole part: its header fields, a blank line, its content without a last line end. What goes to
@@ -36,8 +37,9 @@ public:
     void ReplaceContent(GMimeObject* part, std::string type, std::string encoding, WriteContent content);
     // Of the mail itself the fields stay that don't tell of its content.
     void ReplacePart(GMimeObject* part, WritePart by);
-    // A part of a multipart.
+    // Before a part of a multipart, behind what was put there already.
     void InsertBefore(GMimeObject* part, WritePart another);
+    // Behind the last part of a multipart, which is closed where it wasn't.
     void Append(GMimeObject* multipart, WritePart another);
     // Makes of a part a multipart of it and others, of a type like `multipart/mixed`. A part that is wrapped
     // already lies in the inner one.
@@ -48,7 +50,13 @@ public:
     [[nodiscard]] bool CanBeDone() const noexcept { return canBeDone_; }
     void GiveUp() noexcept { canBeDone_ = false; }
 
-    // S_OK, the codes of what writes parts, STG_E_* of the bytes.
+    // Calls what writes contents and parts, in the order of the mail. Only while CanBeDone.
+    //
+    // edited  empty; after a failure of no use.
+    //
+    // S_OK
+    // MAPI_E_CORRUPT_DATA  two changes are of the same bytes.
+    // E_OUTOFMEMORY; STG_E_* where bytes can't be read or set aside; the codes of what writes parts.
     [[nodiscard]] HRESULT Write(MailBytes& edited) const;
 
 private:
@@ -79,7 +87,6 @@ private:
                     std::vector<Splice>& splices) const;
     [[nodiscard]] std::string HeaderOf(GMimeObject* part) const;
     [[nodiscard]] std::string NewHeader(GMimeObject* part, const Change& change) const;
-    void Copy(std::uint64_t from, std::uint64_t to, MailBytes& edited) const;
 
     const MailBytes& bytes_;
     const MailLayout& layout_;

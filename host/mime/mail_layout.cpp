@@ -51,11 +51,12 @@ private:
     {
         if (end_ < pieceAt_ || end_ >= pieceAt_ + pieceSize_) {
             pieceAt_ = end_;
-            pieceSize_ = bytes_.Read(end_, piece_.data(), piece_.size());
+            // Of many small parts not each reads what follows it.
+            const auto wanted = std::min<std::uint64_t>(piece_.size(), limit_ - end_);
+            pieceSize_ = bytes_.Read(end_, piece_.data(), static_cast<std::size_t>(wanted));
         }
         const auto from = static_cast<std::size_t>(end_ - pieceAt_);
-        const std::string_view rest(piece_.data() + from, pieceSize_ - from);
-        return rest.substr(0, static_cast<std::size_t>(std::min<std::uint64_t>(rest.size(), limit_ - end_)));
+        return {piece_.data() + from, pieceSize_ - from};
     }
 
     const MailBytes& bytes_;
@@ -84,9 +85,7 @@ LineKind KindOf(std::string_view line, const std::string& boundary)
 
 bool IsSealing(GMimeObject* object)
 {
-    GMimeContentType* const type = g_mime_object_get_content_type(object);
-    return type && (g_mime_content_type_is_type(type, "multipart", "signed") ||
-                    g_mime_content_type_is_type(type, "multipart", "encrypted"));
+    return IsType(object, "multipart", "signed") || IsType(object, "multipart", "encrypted");
 }
 
 class LayoutFinder {

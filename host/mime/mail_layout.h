@@ -24,7 +24,8 @@ struct PartPlace {
     bool isClosed = false;
 };
 
-// Of a mail and its multiparts; what lies in a nested mail is a part of that one's bytes.
+// Of a mail and its multiparts; what lies in a nested mail is a part of that one's bytes. Refers to the tree,
+// which is to outlive it, and not to the bytes. Any thread, once it is made.
 class MailLayout {
 public:
     // Finds the parts of `mail`, which was parsed from `bytes` as they are. Nothing where the lines of the
@@ -32,7 +33,7 @@ public:
     // read is told by the bytes' Result.
     static std::optional<MailLayout> Of(const MailBytes& bytes, GMimeMessage* mail);
 
-    // A part of the tree that isn't in a nested mail.
+    // part  of the tree, not in a nested mail; of others std::out_of_range is thrown.
     [[nodiscard]] const PartPlace& PlaceOf(GMimeObject* part) const { return places_.at(part); }
     // The outermost multipart/signed or multipart/encrypted that a part lies in; null: it lies in none.
     [[nodiscard]] GMimeObject* SealOf(GMimeObject* part) const;

@@ -12,12 +12,6 @@ namespace {
 // GMime parses no deeper than this either.
 constexpr int kDeepestTree = 1024;
 
-bool IsType(GMimeObject* object, const char* type, const char* subtype)
-{
-    GMimeContentType* const contentType = g_mime_object_get_content_type(object);
-    return contentType && g_mime_content_type_is_type(contentType, type, subtype);
-}
-
 std::string TypeParameter(GMimeObject* object, const char* name)
 {
     return TextOf(g_mime_object_get_content_type_parameter(object, name));

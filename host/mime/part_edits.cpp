@@ -1,7 +1,6 @@
 #include "host/mime/part_edits.h"
 
 #include <algorithm>
-#include <array>
 #include <ostream>
 #include <string>
 #include <unordered_map>
@@ -22,8 +21,7 @@ namespace {
 
 bool IsMultipart(GMimeObject* object, const char* subtype)
 {
-    GMimeContentType* const type = g_mime_object_get_content_type(object);
-    return GMIME_IS_MULTIPART(object) && type && g_mime_content_type_is_type(type, "multipart", subtype) &&
+    return GMIME_IS_MULTIPART(object) && IsType(object, "multipart", subtype) &&
            g_mime_multipart_get_count(GMIME_MULTIPART(object)) > 0;
 }
 
@@ -84,16 +82,6 @@ private:
     AttachmentChanges changes_;
 };
 
-// Copies bytes as they are.
-HRESULT Append(const MailBytes& from, MailBytes& to)
-{
-    std::array<char, std::size_t{64} << 10> piece;
-    std::uint64_t at = 0;
-    for (std::size_t got; (got = from.Read(at, piece.data(), piece.size())) > 0; at += got)
-        to.Append({piece.data(), got});
-    return FAILED(from.Result()) ? from.Result() : to.Result();
-}
-
 // One mail that becomes another.
 class PartEdits {
 public:
@@ -117,10 +105,13 @@ public:
         HRESULT hr = FindBodies(message_, codePage_, bodies_);
         if (SUCCEEDED(hr))
             hr = FormOfText(bodies_.text, textForm_);
+        std::vector<AttachmentEntry> entries;
         if (SUCCEEDED(hr))
-            hr = ListAttachments(message_, entries_);
+            hr = ListAttachments(message_, entries);
         if (FAILED(hr))
             return hr;
+        for (const AttachmentEntry& entry : entries)
+            related_.emplace(entry.number, entry.related);
         EditBodies(said, now);
         EditAttachments(AttachmentComparison(said, now).Compare(), now);
         return editor_.CanBeDone() ? editor_.Write(edited) : S_FALSE;
@@ -149,9 +140,9 @@ private:
         if (hadNone && (isTextNew || isHtmlNew))
             AddOnlyBody(isTextNew, isHtmlNew);
         else if (isTextNew)
-            AddText();
+            AddAlternative(structure_.html, BodyPart(bodies_.text, textForm_), true);
         else if (isHtmlNew)
-            AddHtml();
+            AddAlternative(structure_.text, BodyPart(bodies_.html, htmlForm_), false);
     }
 
     // One that the mail has.
@@ -188,24 +179,20 @@ private:
             editor_.Wrap(root_, "multipart/mixed", {std::move(body)}, {});
     }
 
-    void AddText()
+    // Readers show the last form that they know: the plainer one comes first.
+    void AddAlternative(GMimePart* there, WritePart body, bool isPlainer)
     {
-        GMimeObject* const html = Outermost(structure_.html);
-        GMimeObject* const multipart = layout_.PlaceOf(html).multipart;
-        if (multipart && IsMultipart(multipart, "alternative"))
-            editor_.InsertBefore(html, BodyPart(bodies_.text, textForm_));
+        GMimeObject* const other = Outermost(there);
+        GMimeObject* const multipart = layout_.PlaceOf(other).multipart;
+        const bool hasForms = multipart && IsMultipart(multipart, "alternative");
+        if (!hasForms && isPlainer)
+            editor_.Wrap(other, "multipart/alternative", {std::move(body)}, {});
+        else if (!hasForms)
+            editor_.Wrap(other, "multipart/alternative", {}, {std::move(body)});
+        else if (isPlainer)
+            editor_.InsertBefore(other, std::move(body));
         else
-            editor_.Wrap(html, "multipart/alternative", {BodyPart(bodies_.text, textForm_)}, {});
-    }
-
-    void AddHtml()
-    {
-        GMimeObject* const text = Outermost(structure_.text);
-        GMimeObject* const multipart = layout_.PlaceOf(text).multipart;
-        if (multipart && IsMultipart(multipart, "alternative"))
-            editor_.Append(multipart, BodyPart(bodies_.html, htmlForm_));
-        else
-            editor_.Wrap(text, "multipart/alternative", {}, {BodyPart(bodies_.html, htmlForm_)});
+            editor_.Append(multipart, std::move(body));
     }
 
     void EditAttachments(const AttachmentChanges& changes, const MailContent& now)
@@ -230,9 +217,8 @@ private:
 
     AttachmentEntry EntryOf(ULONG number) const
     {
-        const auto entry = std::find_if(entries_.begin(), entries_.end(),
-                                        [&](const AttachmentEntry& one) { return one.number == number; });
-        return entry == entries_.end() ? AttachmentEntry{number, false} : *entry;
+        const auto found = related_.find(number);
+        return {number, found != related_.end() && found->second};
     }
 
     // former  the part that it is to replace; may be null.
@@ -253,21 +239,17 @@ private:
         if (former && GMIME_IS_MESSAGE_PART(former)) {
             const PartPlace& place = layout_.PlaceOf(former);
             MailBytes bytes;
-            std::string piece;
-            for (std::uint64_t at = place.body; at < place.end; at += piece.size()) {
-                piece.resize(static_cast<std::size_t>(std::min<std::uint64_t>(kNestedPiece, place.end - at)));
-                piece.resize(bytes_.Read(at, piece.data(), piece.size()));
-                if (piece.empty())
-                    return bytes_.Result();
-                bytes.Append(piece);
-            }
+            bytes.AppendFrom(bytes_, place.body, place.end);
             HRESULT hr = bytes.Result();
             if (SUCCEEDED(hr))
                 hr = editNested_(bytes, embedded, edited);
             if (FAILED(hr))
                 return hr;
         }
-        return edited ? Append(*edited, to) : ExportMime(embedded, stream);
+        if (!edited)
+            return ExportMime(embedded, stream);
+        to.AppendFrom(*edited);
+        return to.Result();
     }
 
     // Beside the HTML that shows them.
@@ -292,13 +274,6 @@ private:
             editor_.Append(root_, std::move(part));
     }
 
-    static std::string TypeOf(GMimeObject* part)
-    {
-        return TextOf(GText(g_mime_content_type_get_mime_type(g_mime_object_get_content_type(part))));
-    }
-
-    static constexpr std::size_t kNestedPiece = std::size_t{256} << 10;
-
     const MailBytes& bytes_;
     IMessage& message_;
     GMimeObject* const root_;
@@ -310,7 +285,7 @@ private:
     Bodies bodies_;
     BodyForm textForm_;
     BodyForm htmlForm_;
-    std::vector<AttachmentEntry> entries_;
+    std::unordered_map<ULONG, bool> related_;  // by the attachment's number
 };
 
 }  // namespace
@@ -320,9 +295,11 @@ HRESULT EditParts(const MailBytes& bytes, IMessage& message, const MailContent& 
 {
     const MailBytes repaired = RepairHeaders(bytes);
     const GObjectPtr<GMimeMessage> mail = ParseMime(repaired);
-    if (!mail)
-        return S_OK;
-    const std::optional<MailLayout> layout = MailLayout::Of(repaired, mail.Get());
+    const std::optional<MailLayout> layout = mail ? MailLayout::Of(repaired, mail.Get()) : std::nullopt;
+    // Of bytes that couldn't be read or set aside nothing can be told.
+    for (const HRESULT hr : {bytes.Result(), repaired.Result()})
+        if (FAILED(hr))
+            return hr;
     if (!layout)
         return S_OK;
     MailBytes result;

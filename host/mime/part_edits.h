@@ -23,12 +23,16 @@ using EditNested =
 // differs: that becomes a multipart/mixed. Where the lines of headers need repair (header_repair.h), they get
 // it.
 //
-// said  what `bytes` say.
-// now   what the message says.
-// edited  nothing where that can't be done: there is no part that holds what differs, or the lines and the
+// message     opened for reading at least; unchanged.
+// said        what `bytes` say.
+// now         what the message says.
+// editNested  is called for each attachment that was a mail and is another one now.
+// edited      nothing where that can't be done: there is no part that holds what differs, or the lines and
+// the
 //         tree of the mail don't agree. What `edited` says isn't compared with the message.
 //
-// S_OK; E_OUTOFMEMORY and STG_E_* of this machine; the message's codes.
+// S_OK; E_OUTOFMEMORY and STG_E_* of this machine; MAPI_E_CORRUPT_DATA where changes meet in the same bytes;
+// the message's codes. Any thread that may call the message.
 [[nodiscard]] HRESULT EditParts(const MailBytes& bytes, IMessage& message, const MailContent& said,
                                 const MailContent& now, const EditNested& editNested,
                                 std::optional<MailBytes>& edited);

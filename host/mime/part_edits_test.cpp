@@ -1,5 +1,8 @@
 #include "host/mime/part_edits.h"
 
+#include <signal.h>
+#include <sys/resource.h>
+
 #include <regex>
 
 #include "host/mime/property_list.h"
@@ -385,6 +388,27 @@ TEST_F(PartEditsTest, PartsOfAnySizeStay)
     EXPECT_EQ(Mail(*message), kHead + kNewText + large + kBinary + kEnd);
     Detach(*message, 0);
     EXPECT_EQ(Mail(*message), kHead + kNewText + kBinary + kEnd);
+}
+
+// As of a disk that is full: else a mail would be made anew that could be kept.
+TEST_F(PartEditsTest, BytesThatCouldntBeSetAsideAreAnErrorAndNoMail)
+{
+    rlimit limit = {};
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &limit), 0);
+    const rlimit small{std::size_t{64} << 10, limit.rlim_max};
+    const auto former = signal(SIGXFSZ, SIG_IGN);
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
+    const MailBytes bytes("Subject: s\n\n" + std::string(2 * MailBytes::kMemoryLimit, 'x'));
+    setrlimit(RLIMIT_FSIZE, &limit);
+    signal(SIGXFSZ, former);
+    ASSERT_EQ(HRESULT_FACILITY(bytes.Result()), FACILITY_STORAGE);
+
+    MailBytes copy;
+    copy.AppendFrom(bytes);
+    EXPECT_EQ(copy.Result(), bytes.Result());
+    std::optional<MailBytes> edited;
+    EXPECT_EQ(EditParts(bytes, *store->NewMessage(), {}, {}, {}, edited), bytes.Result());
+    EXPECT_FALSE(edited);
 }
 
 // What ends a long line is no line, wherever the pieces end that are read of it.

@@ -18,12 +18,6 @@ GObjectPtr<GMimeObject> DescribedPart(const std::string& block)
     return GObjectPtr<GMimeObject>::Attach(g_mime_parser_construct_part(parser.Get(), options));
 }
 
-std::string TypeOf(GMimeObject* part)
-{
-    GMimeContentType* const type = g_mime_object_get_content_type(part);
-    return type ? TextOf(GText(g_mime_content_type_get_mime_type(type))) : std::string();
-}
-
 bool Agrees(const std::string& block, const PartFacts& facts)
 {
     if (block.empty())
