@@ -17,7 +17,7 @@ namespace quorvane::host {
 namespace {
 
 constexpr auto kStepTime = std::chrono::milliseconds(25);
-// The same while somebody's edit is on its way out.
+// The same while somebody's edit is on its way out, and where others lay something into the exchange.
 constexpr auto kShortStepTime = std::chrono::milliseconds(8);
 // How often it is seen to that the places where others lay packages are watched.
 constexpr auto kArrivalsTime = std::chrono::seconds(1);
@@ -593,9 +593,13 @@ std::chrono::milliseconds Runner::UntilNextLook() const
 
 void Runner::Rest()
 {
-    if (arrivals_.Wait(signals_, store_.IsFresh() ? kShortStepTime : kStepTime) ==
-            ChangeWatch::Woken::kStop ||
-        !isWatching_ || IsAtWork())
+    const auto earliest = std::chrono::steady_clock::now() + kShortStepTime;
+    if (arrivals_.Wait(signals_, store_.IsFresh() ? kShortStepTime : kStepTime) == ChangeWatch::Woken::kStop)
+        return;
+    // Who writes a large file there tells of each piece of it.
+    const auto rest =
+        std::chrono::ceil<std::chrono::milliseconds>(earliest - std::chrono::steady_clock::now());
+    if ((rest.count() > 0 && signals_.Wait(rest)) || !isWatching_ || IsAtWork())
         return;
     TellDone();
     if (watch_.Wait(signals_, UntilNextLook()) == ChangeWatch::Woken::kChange)

@@ -133,6 +133,35 @@ TEST_F(RunTest, WhatAnotherProcessDoesIsHeardAtOnceHoweverSeldomARunLooks)
     EXPECT_TRUE(Eventually([&] { return Items("alice", "Another").size() == 1; }));
 }
 
+// As who puts a large package there piece by piece.
+TEST_F(RunTest, WhoWritesIntoTheExchangeAllTheTimeKeepsNobodyAtWork)
+{
+    if (!IsMeasurable())
+        GTEST_SKIP() << "what a process costs is told on Linux alone";
+    MakeMailboxes({"alice", "bob"});
+    MustRun({"import", Mailbox("alice"), "Shared", Sample("01-plain").string()});
+    ShareWithBob("Shared");
+    RunUntilIdle({"alice", "bob"}, "0.5");
+    Process alice = Start(RunOf("alice", {"--json"}));
+    std::vector<std::ofstream> files;
+    for (const auto& home : std::filesystem::directory_iterator(Path("exchange")))
+        files.emplace_back(home.path() / "out" / ".writing", std::ios::app);
+    const auto write = [&](std::chrono::milliseconds time) {
+        const auto end = std::chrono::steady_clock::now() + time;
+        while (std::chrono::steady_clock::now() < end)
+            for (std::ofstream& file : files)
+                file << 'x' << std::flush;
+    };
+    write(1000ms);
+    const Cost before = alice.CostSoFar();
+    write(2000ms);
+    const auto used = std::chrono::duration<double>(alice.CostSoFar().processor - before.processor).count();
+    std::cout << "percent of a core: " << 50 * used << "\n";
+    EXPECT_LT(50 * used, 12);
+    ASSERT_TRUE(std::all_of(files.begin(), files.end(), [](const std::ofstream& file) { return !!file; }));
+    ExpectToEndSoon(alice);
+}
+
 // The engine reports nothing of it: it takes those for known that it was shown while it watched.
 TEST_F(RunTest, ADeletionOfAMailThatCameWhileNoRunWasAtWorkIsSentSoon)
 {
