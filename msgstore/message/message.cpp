@@ -114,6 +114,10 @@ HRESULT CMessage::NeedAttachments()
         m_nextNumber = std::max(m_nextNumber, slot.number + 1);
         held.push_back({std::move(slot), std::nullopt});
     }
+    // Those of a damaged store may stand in any order.
+    std::sort(held.begin(), held.end(), [](const HeldAttachment& one, const HeldAttachment& other) {
+        return one.slot.number < other.slot.number;
+    });
     m_attachments = std::move(held);
     return S_OK;
 }
@@ -147,10 +151,17 @@ HRESULT CMessage::RecipientRows(std::vector<PropertyBag>& rows)
     return S_OK;
 }
 
+std::vector<CMessage::HeldAttachment>::iterator CMessage::PlaceOf(ULONG number) noexcept
+{
+    return std::lower_bound(
+        m_attachments->begin(), m_attachments->end(), number,
+        [](const HeldAttachment& held, ULONG sought) { return held.slot.number < sought; });
+}
+
 std::vector<CMessage::HeldAttachment>::iterator CMessage::FindAttachment(ULONG number) noexcept
 {
-    return std::find_if(m_attachments->begin(), m_attachments->end(),
-                        [number](const HeldAttachment& held) { return held.slot.number == number; });
+    const auto place = PlaceOf(number);
+    return place != m_attachments->end() && place->slot.number == number ? place : m_attachments->end();
 }
 
 HRESULT CMessage::GetAttachmentTable(ULONG flags, LPMAPITABLE* table)
@@ -258,14 +269,11 @@ HRESULT CMessage::PublishAttachment(ULONG number, bool isNew, std::shared_ptr<At
     const auto found = FindAttachment(number);
     if (found == m_attachments->end() && !isNew)
         return MAPI_E_OBJECT_DELETED;
-    if (found != m_attachments->end()) {
-        *found = HeldAttachment{{number, std::move(source)}, std::nullopt};
-    } else {
-        const auto place =
-            std::find_if(m_attachments->begin(), m_attachments->end(),
-                         [number](const HeldAttachment& held) { return held.slot.number > number; });
-        m_attachments->insert(place, HeldAttachment{{number, std::move(source)}, std::nullopt});
-    }
+    HeldAttachment published{{number, std::move(source)}, std::nullopt};
+    if (found != m_attachments->end())
+        *found = std::move(published);
+    else
+        m_attachments->insert(PlaceOf(number), std::move(published));
     m_attachmentsChanged = true;
     m_changed = true;
     return S_OK;

@@ -83,6 +83,8 @@ private:
     [[nodiscard]] HRESULT NeedRow(HeldAttachment& attachment);
     [[nodiscard]] HRESULT AttachmentRows(std::vector<PropertyBag>& rows);
     [[nodiscard]] HRESULT RecipientRows(std::vector<PropertyBag>& rows);
+    // Where an attachment of that number stands or would.
+    std::vector<HeldAttachment>::iterator PlaceOf(ULONG number) noexcept;
     std::vector<HeldAttachment>::iterator FindAttachment(ULONG number) noexcept;
 
     [[nodiscard]] HRESULT ComputeAccess(ULONG id, PropertyValue& value) noexcept;

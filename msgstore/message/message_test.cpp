@@ -119,6 +119,43 @@ TEST_F(AttachmentsTest, OneShowsWhenItsSaved)
     EXPECT_EQ(say::Attachments(*message_), 1u);
 }
 
+TEST_F(AttachmentsTest, EachStandsAtItsNumberInWhateverOrderTheyAreSaved)
+{
+    constexpr ULONG kCount = 5;
+    std::vector<ComPtr<IAttach>> made(kCount);
+    const auto nameOf = [](ULONG number) { return OleString(1, static_cast<OLECHAR>('a' + number)); };
+    for (ULONG i = 0; i < kCount; ++i) {
+        ULONG number = 0;
+        ASSERT_EQ(message_->CreateAttach(nullptr, 0, &number, made[i].Put()), S_OK);
+        ASSERT_EQ(number, i);
+        say::Text(*made[i], PR_ATTACH_LONG_FILENAME_W, nameOf(i).c_str());
+    }
+    for (const ULONG number : {3U, 0U, 4U, 2U, 1U})
+        ASSERT_EQ(made[number]->SaveChanges(KEEP_OPEN_READWRITE), S_OK);
+    ASSERT_EQ(message_->DeleteAttach(2, 0, nullptr, 0), S_OK);
+    const auto expectEach = [&](IMessage& message) {
+        for (ULONG number = 0; number <= kCount; ++number) {
+            ComPtr<IAttach> attachment;
+            const bool isThere = number != 2 && number != kCount;
+            ASSERT_EQ(message.OpenAttach(number, nullptr, 0, attachment.Put()),
+                      isThere ? S_OK : MAPI_E_NOT_FOUND)
+                << number;
+            if (isThere) {
+                EXPECT_EQ(say::TextOf(*attachment, PR_ATTACH_LONG_FILENAME_W), nameOf(number));
+            }
+        }
+    };
+    expectEach(*message_);
+    ASSERT_EQ(message_->SaveChanges(KEEP_OPEN_READWRITE), S_OK);
+    MessageImage image = *backend_->image();
+    ASSERT_TRUE(std::is_sorted(image.attachments.begin(), image.attachments.end(),
+                               [](const auto& a, const auto& b) { return a.number < b.number; }));
+    // As a damaged store may give them.
+    std::reverse(image.attachments.begin(), image.attachments.end());
+    ASSERT_EQ(backend_->Save(image, 0), S_OK);
+    expectEach(*Open(backend_));
+}
+
 TEST_F(AttachmentsTest, OneIsPermanentWhenTheMessageIsSaved)
 {
     say::Attachment(*message_, OLESTR("a.txt"), "data");
