@@ -58,48 +58,21 @@ private:
     z_stream stream_ = {};
 };
 
-// Packers to use again: to make one takes longer than to pack a mail. Others are made where many threads save
-// at once, and go with their use.
-class IdlePackers {
-public:
-    std::unique_ptr<Packer> Take()
-    {
-        {
-            const MutexLock locked(lock_);
-            if (!idle_.empty()) {
-                std::unique_ptr<Packer> packer = std::move(idle_.back());
-                idle_.pop_back();
-                return packer;
-            }
-        }
-        return std::make_unique<Packer>();
-    }
-    void Give(std::unique_ptr<Packer> packer)
-    {
-        constexpr std::size_t kMostIdle = 2;
-        const MutexLock locked(lock_);
-        if (idle_.size() < kMostIdle)
-            idle_.push_back(std::move(packer));
-    }
-
-private:
-    Mutex lock_;
-    std::vector<std::unique_ptr<Packer>> idle_ QV_GUARDED_BY(lock_);
-};
-
 class Unpacker {
 public:
-    explicit Unpacker(int format)
+    Unpacker()
     {
-        if (inflateInit2(&stream_, format) != Z_OK)
+        if (inflateInit2(&stream_, MAX_WBITS) != Z_OK)
             throw std::bad_alloc();
     }
     Unpacker(const Unpacker&) = delete;
     Unpacker& operator=(const Unpacker&) = delete;
     ~Unpacker() { inflateEnd(&stream_); }
 
-    void SetDictionary(std::span<const BYTE> dictionary) noexcept
+    // Of a form that is kRawDeflate or MAX_WBITS.
+    void Begin(int form, std::span<const BYTE> dictionary = {}) noexcept
     {
+        inflateReset2(&stream_, form);
         if (!dictionary.empty())
             inflateSetDictionary(&stream_, dictionary.data(), static_cast<uInt>(dictionary.size()));
     }
@@ -119,6 +92,59 @@ private:
     z_stream stream_ = {};
 };
 
+// Packers or unpackers to use again: to make one takes as long as its work on a mail. Others are made where
+// many threads want one at once, and go with their use.
+template <class Tool>
+class Idle {
+public:
+    // One for as long as this is there.
+    class Borrowed {
+    public:
+        explicit Borrowed(Idle& home) : home_(home), tool_(home.Take()) {}
+        Borrowed(const Borrowed&) = delete;
+        Borrowed& operator=(const Borrowed&) = delete;
+        ~Borrowed() { home_.Give(std::move(tool_)); }
+        Tool* operator->() const noexcept { return tool_.get(); }
+
+    private:
+        Idle& home_;
+        std::unique_ptr<Tool> tool_;
+    };
+
+    Idle() { idle_.reserve(kMostIdle); }
+
+private:
+    static constexpr std::size_t kMostIdle = 2;
+
+    std::unique_ptr<Tool> Take()
+    {
+        {
+            const MutexLock locked(lock_);
+            if (!idle_.empty()) {
+                std::unique_ptr<Tool> tool = std::move(idle_.back());
+                idle_.pop_back();
+                return tool;
+            }
+        }
+        return std::make_unique<Tool>();
+    }
+    void Give(std::unique_ptr<Tool> tool) noexcept
+    {
+        const MutexLock locked(lock_);
+        if (idle_.size() < kMostIdle)
+            idle_.push_back(std::move(tool));
+    }
+
+    Mutex lock_;
+    std::vector<std::unique_ptr<Tool>> idle_ QV_GUARDED_BY(lock_);
+};
+
+Idle<Unpacker>& Unpackers()
+{
+    static Idle<Unpacker> idle;
+    return idle;
+}
+
 // The two bytes that begin a zlib stream without a dictionary of its own.
 bool BeginsAsZlib(std::span<const BYTE> value) noexcept
 {
@@ -132,22 +158,21 @@ bool BeginsAsZlib(std::span<const BYTE> value) noexcept
 
 bool AppendPacked(std::span<const BYTE> bytes, std::span<const BYTE> dictionary, std::size_t limit, Bytes& to)
 {
-    static IdlePackers idle;
+    static Idle<Packer> idle;
     const std::size_t before = to.size();
     to.resize(before + limit);
-    std::unique_ptr<Packer> packer = idle.Take();
+    const Idle<Packer>::Borrowed packer(idle);
     const std::size_t size = packer->Pack(bytes, Front(dictionary), std::span<BYTE>(to).subspan(before));
-    idle.Give(std::move(packer));
     to.resize(before + size);
     return size != 0;
 }
 
 bool Unpack(std::span<const BYTE> packed, std::span<const BYTE> dictionary, std::span<BYTE> bytes)
 {
-    Unpacker unpacker(kRawDeflate);
-    unpacker.SetDictionary(Front(dictionary));
-    return unpacker.Unpack(packed, bytes) == Z_STREAM_END && unpacker.InputLeft() == 0 &&
-           unpacker.Output() == bytes.size();
+    const Idle<Unpacker>::Borrowed unpacker(Unpackers());
+    unpacker->Begin(kRawDeflate, Front(dictionary));
+    return unpacker->Unpack(packed, bytes) == Z_STREAM_END && unpacker->InputLeft() == 0 &&
+           unpacker->Output() == bytes.size();
 }
 
 Bytes DictionaryOf(std::span<const BYTE> value)
@@ -156,12 +181,18 @@ Bytes DictionaryOf(std::span<const BYTE> value)
     if (!BeginsAsZlib(value))
         return dictionary;
     dictionary.resize(kLargestDictionary);
-    Unpacker unpacker(MAX_WBITS);
-    const int code = unpacker.Unpack(value, dictionary);
+    const Idle<Unpacker>::Borrowed unpacker(Unpackers());
+    unpacker->Begin(MAX_WBITS);
+    const int code = unpacker->Unpack(value, dictionary);
     // More than there is room for isn't needed.
-    const bool isStream = code == Z_STREAM_END || unpacker.Output() == kLargestDictionary;
-    dictionary.resize(isStream ? unpacker.Output() : 0);
+    const bool isStream = code == Z_STREAM_END || unpacker->Output() == kLargestDictionary;
+    dictionary.resize(isStream ? unpacker->Output() : 0);
     return dictionary;
+}
+
+std::uint32_t Checksum(std::span<const BYTE> bytes) noexcept
+{
+    return static_cast<std::uint32_t>(crc32_z(0, bytes.data(), bytes.size()));
 }
 
 bool LooksPacked(std::span<const BYTE> bytes) noexcept

@@ -6,6 +6,7 @@
 #ifndef QUORVANE_MSGSTORE_PROPS_PACKED_BYTES_H_
 #define QUORVANE_MSGSTORE_PROPS_PACKED_BYTES_H_
 
+#include <cstdint>
 #include <span>
 
 #include "msgstore/props/large_value.h"
@@ -22,6 +23,9 @@ bool Unpack(std::span<const BYTE> packed, std::span<const BYTE> dictionary, std:
 
 // What a value that is itself one zlib stream (RFC 1950) was made of, as a dictionary; empty for all others.
 Bytes DictionaryOf(std::span<const BYTE> value);
+
+// Of bytes, to tell that they were changed (CRC-32, as in RFC 1952).
+std::uint32_t Checksum(std::span<const BYTE> bytes) noexcept;
 
 // Whether bytes look as if they were packed already (an image, an archive): packing them costs time and saves
 // nothing.

@@ -1,8 +1,11 @@
 #include "msgstore/props/property_codec.h"
 
+#include <optional>
+
 #include "msgstore/props/little_endian.h"
 #include "msgstore/props/narrow_text.h"
 #include "msgstore/props/packed_bytes.h"
+#include "msgstore/props/packed_record.h"
 #include "msgstore/util/guarded.h"
 
 namespace quorvane {
@@ -12,22 +15,10 @@ namespace {
 // size the byte count (4) and the bytes; for multiple strings or binaries the number of values (4), and
 // for each its byte count (4) and its bytes. A tag whose type has this bit stands before text in UTF-8.
 constexpr ULONG kNarrowText = 0x4000;
-// Instead of a tag: a packed record, which is the run's first. The byte count (4) of what follows, the byte
-// count (4) of what was packed, the tag (4) of the value behind it that is the dictionary or 0, and the
-// packed bytes.
-constexpr std::uint32_t kPackedMark = 0xFFFFFFFF;
-constexpr std::size_t kPackedHead = 16;
-constexpr std::size_t kBeforeCounted = 8;
-// Fewer bytes aren't worth the time, and of more there is no need: no one asks for a message's run of this
-// size.
-constexpr std::size_t kLeastPacked = 512;
-constexpr std::size_t kMostPacked = std::size_t{1} << 20;
+// A packed record stands before all others.
 
-struct PackedRecord {
-    std::span<const BYTE> packed;
-    std::size_t whole = 0;  // the byte count of what was packed
-    ULONG dictionary = 0;   // a tag, or 0
-};
+// Shorter values aren't packed: they are what tables show.
+constexpr std::size_t kLeastPackedValue = 256;
 
 bool HasItems(ULONG type) noexcept
 {
@@ -215,58 +206,47 @@ const PropertyValue* FindDictionary(const PropertyBag& bag, std::uint64_t inline
     return found;
 }
 
-bool AppendPackedRecord(const Bytes& bytes, ULONG dictionaryTag, const Bytes& dictionary, Bytes& to)
-{
-    if (bytes.size() < kLeastPacked || bytes.size() > kMostPacked)
-        return false;
-    const std::size_t before = to.size();
-    to.resize(before + kPackedHead);
-    // What saves less than an eighth isn't worth being unpacked at each reading.
-    if (!AppendPacked(bytes, dictionary, bytes.size() - bytes.size() / 8 - kPackedHead, to)) {
-        to.resize(before);
-        return false;
-    }
-    BYTE* const head = to.data() + before;
-    StoreLittle(head, kPackedMark);
-    StoreLittle(head + 4, static_cast<std::uint32_t>(to.size() - before - kBeforeCounted));
-    StoreLittle(head + 8, static_cast<std::uint32_t>(bytes.size()));
-    StoreLittle(head + 12, static_cast<std::uint32_t>(dictionaryTag));
-    return true;
-}
-
-HRESULT TakePackedRecord(std::span<const BYTE>& bytes, PackedRecord& record)
-{
-    if (bytes.size() < kPackedHead)
-        return MAPI_E_CORRUPT_DATA;
-    const std::size_t size = LoadLittle<std::uint32_t>(bytes.data() + 4) + kBeforeCounted;
-    record.whole = LoadLittle<std::uint32_t>(bytes.data() + 8);
-    record.dictionary = LoadLittle<std::uint32_t>(bytes.data() + 12);
-    if (size < kPackedHead || size > bytes.size() || record.whole > kMostPacked)
-        return MAPI_E_CORRUPT_DATA;
-    record.packed = bytes.subspan(kPackedHead, size - kPackedHead);
-    bytes = bytes.subspan(size);
-    return S_OK;
-}
-
-HRESULT UnpackRecord(const PackedRecord& record, const Bytes& dictionary, Bytes& unpacked)
-{
-    unpacked.resize(record.whole);
-    return Unpack(record.packed, dictionary, unpacked) ? S_OK : MAPI_E_CORRUPT_DATA;
-}
-
 // The values of a packed record whose dictionary, if it has one, is in the bag.
 HRESULT ReadPackedRecord(const PackedRecord& record, PropertyBag& bag)
 {
     Bytes dictionary;
-    if (record.dictionary != 0) {
-        const PropertyValue* const value = bag.FindId(PROP_ID(record.dictionary));
+    if (record.Dictionary() != 0) {
+        const PropertyValue* const value = bag.FindId(PROP_ID(record.Dictionary()));
         if (!value)
             return MAPI_E_CORRUPT_DATA;
         dictionary = DictionaryOf(value->data);
     }
     Bytes unpacked;
-    QV_RETURN_IF_FAILED(UnpackRecord(record, dictionary, unpacked));
-    return ReadRecords(unpacked, bag);
+    QV_RETURN_IF_FAILED(record.Unpack(dictionary, unpacked));
+    Reader reader(unpacked);
+    for (std::size_t place = 0; place < record.Count(); ++place) {
+        PropertyValue value;
+        QV_RETURN_IF_FAILED(ReadValue(reader, value));
+        if (value.tag != record.Tag(place))
+            return MAPI_E_CORRUPT_DATA;
+        bag.Put(std::move(value));
+    }
+    return reader.AtEnd() ? S_OK : MAPI_E_CORRUPT_DATA;
+}
+
+// Takes a packed record off the front, if there is one, and reads what stands behind it.
+HRESULT ReadBesidePacked(std::span<const BYTE> bytes, std::optional<PackedRecord>& record, PropertyBag& bag)
+{
+    if (IsPackedRecord(bytes))
+        QV_RETURN_IF_FAILED(PackedRecord::Take(bytes, record.emplace()));
+    return ReadRecords(bytes, bag);
+}
+
+bool IsWorthPacking(const PropertyValue& value) noexcept
+{
+    return value.ByteSize() >= kLeastPackedValue && !(value.type() == PT_BINARY && LooksPacked(value.data));
+}
+
+void EncodeInOrder(const PropertyBag& bag, RunForm form, std::uint64_t inlineLimit, Bytes& bytes)
+{
+    for (const PropertyValue& value : bag)
+        if (!GoesOutOfLine(value, inlineLimit))
+            AppendRecord(bytes, value, form);
 }
 
 void EncodePacked(const PropertyBag& bag, std::uint64_t inlineLimit, Bytes& bytes,
@@ -274,18 +254,23 @@ void EncodePacked(const PropertyBag& bag, std::uint64_t inlineLimit, Bytes& byte
 {
     Bytes dictionary;
     const PropertyValue* const source = FindDictionary(bag, inlineLimit, dictionary);
-    Bytes plain;
-    Bytes apart;
+    Bytes packed;
+    std::vector<ULONG> tags;
+    Bytes beside;
     for (const PropertyValue& value : bag) {
-        const bool isPacked = &value == source || (value.type() == PT_BINARY && LooksPacked(value.data));
-        if (GoesOutOfLine(value, inlineLimit))
-            outOfLine.push_back(&value);
+        const bool isInline = !GoesOutOfLine(value, inlineLimit);
+        const bool isPacked = isInline && &value != source && IsWorthPacking(value);
+        if (isPacked)
+            tags.push_back(value.tag);
+        if (isInline)
+            AppendRecord(isPacked ? packed : beside, value, RunForm::Narrow);
         else
-            AppendRecord(isPacked ? apart : plain, value, RunForm::Narrow);
+            outOfLine.push_back(&value);
     }
-    if (!AppendPackedRecord(plain, source ? source->tag : 0, dictionary, bytes))
-        bytes.insert(bytes.end(), plain.begin(), plain.end());
-    bytes.insert(bytes.end(), apart.begin(), apart.end());
+    if (AppendPackedRecord(packed, tags, source ? source->tag : 0, dictionary, bytes))
+        bytes.insert(bytes.end(), beside.begin(), beside.end());
+    else
+        EncodeInOrder(bag, RunForm::Narrow, inlineLimit, bytes);
 }
 
 }  // namespace
@@ -295,12 +280,10 @@ void EncodeProperties(const PropertyBag& bag, RunForm form, std::uint64_t inline
 {
     if (form == RunForm::Packed)
         return EncodePacked(bag, inlineLimit, bytes, outOfLine);
-    for (const PropertyValue& value : bag) {
+    EncodeInOrder(bag, form, inlineLimit, bytes);
+    for (const PropertyValue& value : bag)
         if (GoesOutOfLine(value, inlineLimit))
             outOfLine.push_back(&value);
-        else
-            AppendRecord(bytes, value, form);
-    }
 }
 
 HRESULT DecodeProperties(const void* bytes, std::size_t size, PropertyBag& bag) noexcept
@@ -311,31 +294,22 @@ HRESULT DecodeProperties(const void* bytes, std::size_t size, PropertyBag& bag) 
 HRESULT DecodePacked(const void* bytes, std::size_t size, PropertyBag& bag) noexcept
 {
     return Guarded([&]() -> HRESULT {
-        std::span<const BYTE> left(static_cast<const BYTE*>(bytes), size);
-        if (!IsPackedRecord(left))
-            return ReadRecords(left, bag);
-        PackedRecord record;
-        QV_RETURN_IF_FAILED(TakePackedRecord(left, record));
-        QV_RETURN_IF_FAILED(ReadRecords(left, bag));
-        return ReadPackedRecord(record, bag);
+        std::optional<PackedRecord> record;
+        QV_RETURN_IF_FAILED(ReadBesidePacked({static_cast<const BYTE*>(bytes), size}, record, bag));
+        return record ? ReadPackedRecord(*record, bag) : S_OK;
     });
 }
 
-bool AppendPackedRecord(const Bytes& bytes, Bytes& to)
+HRESULT DecodeBesidePacked(const void* bytes, std::size_t size, PropertyBag& bag,
+                           std::vector<ULONG>& packed) noexcept
 {
-    return AppendPackedRecord(bytes, 0, {}, to);
-}
-
-bool IsPackedRecord(std::span<const BYTE> bytes) noexcept
-{
-    return bytes.size() >= 4 && LoadLittle<std::uint32_t>(bytes.data()) == kPackedMark;
-}
-
-HRESULT TakePackedRecord(std::span<const BYTE>& bytes, Bytes& unpacked)
-{
-    PackedRecord record;
-    QV_RETURN_IF_FAILED(TakePackedRecord(bytes, record));
-    return record.dictionary == 0 ? UnpackRecord(record, {}, unpacked) : MAPI_E_CORRUPT_DATA;
+    return Guarded([&]() -> HRESULT {
+        std::optional<PackedRecord> record;
+        QV_RETURN_IF_FAILED(ReadBesidePacked({static_cast<const BYTE*>(bytes), size}, record, bag));
+        for (std::size_t place = 0; record && place < record->Count(); ++place)
+            packed.push_back(record->Tag(place));
+        return S_OK;
+    });
 }
 
 }  // namespace quorvane

@@ -13,8 +13,8 @@ namespace quorvane {
 enum class RunForm {
     Plain,   // text in UTF-16
     Narrow,  // text in UTF-8 where that's shorter
-    Packed,  // likewise, and what can be packed in one packed record, with a value that is a zlib stream as
-             // the dictionary; read by DecodePacked alone
+    Packed,  // likewise, and what is long and can be packed in one packed record, with a value that is a zlib
+             // stream as the dictionary; read by DecodePacked and DecodeBesidePacked alone
 };
 
 // Encodes a bag. Values of more than `inlineLimit` bytes, and all single values out of line, aren't
@@ -34,14 +34,11 @@ void EncodeProperties(const PropertyBag& bag, RunForm form, std::uint64_t inline
 [[nodiscard]] HRESULT DecodeProperties(const void* bytes, std::size_t size, PropertyBag& bag) noexcept;
 // The same of a run that may be packed.
 [[nodiscard]] HRESULT DecodePacked(const void* bytes, std::size_t size, PropertyBag& bag) noexcept;
-
-// Appends bytes of any other form as one packed record; false, and nothing appended, where they are too few
-// for that, too many, or not worth it. May throw std::bad_alloc.
-bool AppendPackedRecord(const Bytes& bytes, Bytes& to);
-// Whether a packed record begins here: no run of properties and no small count does.
-bool IsPackedRecord(std::span<const BYTE> bytes) noexcept;
-// Takes a packed record off the front. S_OK; MAPI_E_CORRUPT_DATA. May throw std::bad_alloc.
-[[nodiscard]] HRESULT TakePackedRecord(std::span<const BYTE>& bytes, Bytes& unpacked);
+// The same of those values alone that aren't in a packed record, at a part of the cost.
+//
+// packed  [out]  the tags of the others are appended.
+[[nodiscard]] HRESULT DecodeBesidePacked(const void* bytes, std::size_t size, PropertyBag& bag,
+                                         std::vector<ULONG>& packed) noexcept;
 
 }  // namespace quorvane
 

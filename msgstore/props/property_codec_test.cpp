@@ -6,6 +6,7 @@
 #include <random>
 
 #include "msgstore/props/little_endian.h"
+#include "msgstore/props/packed_record.h"
 #include "msgstore/props/spool_value.h"
 
 namespace quorvane {
@@ -243,18 +244,6 @@ TEST(PropertyCodecTest, ATextThatAnotherValueHoldsAsAZlibStreamTakesNextToNothin
     EXPECT_LT(Packed(bag).size(), bag.Find(PROP_TAG(PT_BINARY, 0x8001))->data.size() + 200);
 }
 
-TEST(PropertyCodecTest, EveryChangedByteOfARunWithADictionaryIsHandled)
-{
-    const Bytes bytes = Packed(SampleWithDictionary());
-    for (std::size_t at = 0; at < bytes.size(); ++at) {
-        Bytes changed = bytes;
-        changed[at] ^= 0x11;
-        PropertyBag back;
-        const HRESULT hr = DecodePacked(changed.data(), changed.size(), back);
-        EXPECT_TRUE(hr == S_OK || hr == MAPI_E_CORRUPT_DATA) << at;
-    }
-}
-
 TEST(PropertyCodecTest, ADictionaryThatIsntThereIsRefused)
 {
     const Bytes bytes = Packed(SampleWithDictionary());
@@ -268,91 +257,106 @@ TEST(PropertyCodecTest, WhatIsntWorthItIsntPacked)
     EXPECT_EQ(Packed(Sample()), Encoded(Sample()));
 }
 
-TEST(PropertyCodecTest, EveryCutPackedRunIsRefusedOrShorter)
+TEST(PropertyCodecTest, LongValuesAloneArePackedAndTheOthersAreReadWithoutThem)
 {
-    const Bytes bytes = Packed(LongSample());
-    for (std::size_t size = 0; size < bytes.size(); ++size) {
-        const Bytes cut(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(size));
-        PropertyBag back;
-        if (SUCCEEDED(DecodePacked(cut.data(), cut.size(), back))) {
-            EXPECT_LT(back.size(), LongSample().size()) << size;
-        }
-    }
+    PropertyBag bag = LongSample();
+    bag.Put(PropertyValue::Unicode(PR_SENDER_NAME_W, OleString(127, OLECHAR{'a'})));
+    bag.Put(PropertyValue::Unicode(PR_TRANSPORT_MESSAGE_HEADERS_W, OleString(128, OLECHAR{'a'})));
+    const Bytes bytes = Packed(bag);
+    PropertyBag beside;
+    std::vector<ULONG> packed;
+
+    ASSERT_EQ(DecodeBesidePacked(bytes.data(), bytes.size(), beside, packed), S_OK);
+
+    EXPECT_EQ(packed, (std::vector<ULONG>{PR_TRANSPORT_MESSAGE_HEADERS_W, PR_BODY_W}));
+    EXPECT_EQ(beside.size(), bag.size() - 2);
+    EXPECT_EQ(beside.Find(PR_SENDER_NAME_W)->AsText(), OleString(127, OLECHAR{'a'}));
+    EXPECT_EQ(beside.Find(PR_SUBJECT_W)->AsText(), OLESTR("subject"));
 }
 
-TEST(PropertyCodecTest, EveryChangedByteOfAPackedRunIsHandled)
+TEST(PropertyCodecTest, WithoutAPackedRecordEveryValueIsBeside)
 {
-    const Bytes bytes = Packed(LongSample());
-    for (std::size_t at = 0; at < bytes.size(); ++at) {
-        for (const BYTE change : {0x01, 0x80, 0xFF}) {
-            Bytes changed = bytes;
-            changed[at] ^= change;
-            PropertyBag back;
-            const HRESULT hr = DecodePacked(changed.data(), changed.size(), back);
-            EXPECT_TRUE(hr == S_OK || hr == MAPI_E_CORRUPT_DATA) << at;
-        }
+    const Bytes bytes = Packed(Sample());
+    PropertyBag beside;
+    std::vector<ULONG> packed;
+    ASSERT_EQ(DecodeBesidePacked(bytes.data(), bytes.size(), beside, packed), S_OK);
+    ExpectSame(Sample(), beside);
+    EXPECT_TRUE(packed.empty());
+}
+
+// A run whose packed record says it holds values of these tags, and holds these bytes.
+Bytes RunThatSays(const std::vector<ULONG>& tags, const Bytes& packed)
+{
+    Bytes run;
+    EXPECT_TRUE(AppendPackedRecord(packed, tags, 0, {}, run));
+    return run;
+}
+
+TEST(PropertyCodecTest, APackedRecordHoldsWhatItSays)
+{
+    PropertyBag bag;
+    bag.Put(PropertyValue::Unicode(PR_BODY_W, Repeated(OLESTR("It is a long text. "), 100)));
+    const Bytes body = Encoded(bag);
+    using Tags = std::vector<ULONG>;
+    PropertyBag back;
+    for (const Tags& tags : {Tags{}, Tags{PR_SUBJECT_W}, Tags{PR_BODY_W, PR_BODY_W}, Tags{0}}) {
+        const Bytes run = RunThatSays(tags, body);
+        EXPECT_EQ(DecodePacked(run.data(), run.size(), back), MAPI_E_CORRUPT_DATA) << tags.size();
     }
+    const Bytes run = RunThatSays({PR_BODY_W}, body);
+    EXPECT_EQ(DecodePacked(run.data(), run.size(), back), S_OK);
+    ExpectSame(bag, back);
 }
 
 TEST(PropertyCodecTest, APackedRecordWithinAnotherIsRefused)
 {
-    Bytes inner;
-    ASSERT_TRUE(AppendPackedRecord(Encoded(LongSample()), inner));
-    Bytes outer = inner;
-    outer.insert(outer.end(), inner.begin(), inner.end());
+    const Bytes inner = Packed(LongSample());
+    Bytes twice = inner;
+    twice.insert(twice.end(), inner.begin(), inner.end());
     PropertyBag bag;
-    EXPECT_EQ(DecodePacked(outer.data(), outer.size(), bag), MAPI_E_CORRUPT_DATA);
+    EXPECT_EQ(DecodePacked(twice.data(), twice.size(), bag), MAPI_E_CORRUPT_DATA);
     EXPECT_EQ(DecodeProperties(inner.data(), inner.size(), bag), MAPI_E_CORRUPT_DATA);
 }
 
-TEST(PropertyCodecTest, APackedRecordThatLiesAboutItsSizeIsRefused)
-{
-    Bytes bytes;
-    ASSERT_TRUE(AppendPackedRecord(Bytes(1000, 'a'), bytes));
-    for (const std::uint32_t size : {0u, 999u, 1001u, 0x100001u, 0xFFFFFFFFu}) {
-        Bytes lying = bytes;
-        StoreLittle(lying.data() + 8, size);
-        std::span<const BYTE> left = lying;
-        Bytes unpacked;
-        EXPECT_EQ(TakePackedRecord(left, unpacked), MAPI_E_CORRUPT_DATA) << size;
-    }
-}
+using Decoder = HRESULT (*)(const void*, std::size_t, PropertyBag&) noexcept;
 
-TEST(PropertyCodecTest, APackedRecordThatGoesOnBehindItsStreamIsRefused)
+// What begins as a run and ends too early is refused, or has fewer values than that.
+void ExpectCutsHandled(const Bytes& bytes, std::size_t values, Decoder decode)
 {
-    Bytes bytes;
-    ASSERT_TRUE(AppendPackedRecord(Bytes(1000, 'a'), bytes));
-    bytes.push_back(0);
-    StoreLittle(bytes.data() + 4, LoadLittle<std::uint32_t>(bytes.data() + 4) + 1);
-    std::span<const BYTE> left = bytes;
-    Bytes unpacked;
-    EXPECT_EQ(TakePackedRecord(left, unpacked), MAPI_E_CORRUPT_DATA);
-}
-
-TEST(PropertyCodecTest, EveryCutRunIsRefusedOrShorter)
-{
-    const Bytes bytes = Encoded(Sample());
     for (std::size_t size = 0; size < bytes.size(); ++size) {
         const Bytes cut(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(size));
         PropertyBag back;
-        if (SUCCEEDED(DecodeProperties(cut.data(), cut.size(), back))) {
-            EXPECT_LT(back.size(), Sample().size()) << size;
+        if (SUCCEEDED(decode(cut.data(), cut.size(), back))) {
+            EXPECT_LT(back.size(), values) << size;
         }
     }
 }
 
-TEST(PropertyCodecTest, EveryChangedByteIsHandled)
+void ExpectChangesHandled(const Bytes& bytes, Decoder decode)
 {
-    const Bytes bytes = Encoded(Sample());
     for (std::size_t at = 0; at < bytes.size(); ++at) {
         for (const BYTE change : {0x01, 0x80, 0xFF}) {
             Bytes changed = bytes;
             changed[at] ^= change;
             PropertyBag back;
-            const HRESULT hr = DecodeProperties(changed.data(), changed.size(), back);
+            const HRESULT hr = decode(changed.data(), changed.size(), back);
             EXPECT_TRUE(hr == S_OK || hr == MAPI_E_CORRUPT_DATA) << at;
         }
     }
+}
+
+TEST(PropertyCodecTest, EveryCutRunIsRefusedOrShorter)
+{
+    ExpectCutsHandled(Encoded(Sample()), Sample().size(), DecodeProperties);
+    ExpectCutsHandled(Packed(LongSample()), LongSample().size(), DecodePacked);
+    ExpectCutsHandled(Packed(SampleWithDictionary()), SampleWithDictionary().size(), DecodePacked);
+}
+
+TEST(PropertyCodecTest, EveryChangedByteIsHandled)
+{
+    ExpectChangesHandled(Encoded(Sample()), DecodeProperties);
+    ExpectChangesHandled(Packed(LongSample()), DecodePacked);
+    ExpectChangesHandled(Packed(SampleWithDictionary()), DecodePacked);
 }
 
 }  // namespace

@@ -242,14 +242,10 @@ private:
     {
         if (!haveProperties_) {
             haveProperties_ = true;
-            const HRESULT result = ReadStored();
-            // Of a message whose properties are damaged the row has its columns, and the other rows have
-            // theirs.
-            if (result == MAPI_E_CORRUPT_DATA)
-                properties_.Clear();
-            else if (FAILED(result))
-                failure_ = result;
+            NoteStored(ReadStored(false));
         }
+        if (IsPacked(tag))
+            Unpack();
         if (const PropertyValue* const found = properties_.Find(tag))
             return found;
         return FindLarge(tag);
@@ -268,16 +264,41 @@ private:
         return largeValues_.Find(tag);
     }
 
-    HRESULT ReadStored() const
+    // Of a message whose properties are damaged the row has its columns, and the other rows have theirs.
+    void NoteStored(HRESULT result) const
+    {
+        if (result == MAPI_E_CORRUPT_DATA)
+            properties_.Clear();
+        else if (FAILED(result))
+            failure_ = result;
+    }
+
+    bool IsPacked(ULONG tag) const
+    {
+        return std::any_of(packed_.begin(), packed_.end(),
+                           [&](ULONG packed) { return PROP_ID(packed) == PROP_ID(tag); });
+    }
+
+    // Long values, which few tables show.
+    void Unpack() const
+    {
+        packed_.clear();
+        NoteStored(ReadStored(true));
+    }
+
+    HRESULT ReadStored(bool alsoPacked) const
     {
         properties_.Clear();
+        packed_.clear();
         partId_ = 0;
         SqliteRows rows = connection_.Query(
             "SELECT properties, id FROM part WHERE message_id=? AND parent_id=0", row_.Int64(0));
         if (!rows.Next())
             return rows.Result();
         partId_ = rows.Int64(1);
-        return DecodePacked(rows.Bytes(0).data(), rows.Bytes(0).size(), properties_);
+        const ByteView run = rows.Bytes(0);
+        return alsoPacked ? DecodePacked(run.data(), run.size(), properties_)
+                          : DecodeBesidePacked(run.data(), run.size(), properties_, packed_);
     }
 
     Bytes EntryIdOfRow() const
@@ -320,6 +341,7 @@ private:
     mutable std::int64_t identityOf_ = 0;
     mutable PropertyBag properties_;  // of the part, read when a property that isn't a column is asked for
     mutable bool haveProperties_ = false;
+    mutable std::vector<ULONG> packed_;  // tags of those that were left packed
     mutable std::int64_t partId_ = 0;
     mutable PropertyBag largeValues_;  // likewise, of those that aren't in the part's row
     mutable bool haveLargeValues_ = false;

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "msgstore/props/packed_record.h"
+
 namespace quorvane {
 namespace {
 
@@ -98,7 +100,7 @@ HRESULT EncodeRecipients(const std::vector<PropertyBag>& recipients, Bytes& byte
         plain.insert(plain.end(), one.begin(), one.end());
     }
     bytes.clear();
-    if (!AppendPackedRecord(plain, bytes))
+    if (!AppendPackedRecord(plain, {}, 0, {}, bytes))
         bytes = std::move(plain);
     return S_OK;
 }
@@ -110,8 +112,10 @@ HRESULT DecodeRecipients(ByteView bytes, std::vector<PropertyBag>& recipients)
         return S_OK;
     if (!IsPackedRecord(bytes))
         return DecodeList(bytes, recipients);
+    PackedRecord record;
+    QV_RETURN_IF_FAILED(PackedRecord::Take(bytes, record));
     Bytes unpacked;
-    QV_RETURN_IF_FAILED(TakePackedRecord(bytes, unpacked));
+    QV_RETURN_IF_FAILED(record.Unpack({}, unpacked));
     return bytes.empty() ? DecodeList(unpacked, recipients) : MAPI_E_CORRUPT_DATA;
 }
 
