@@ -10,14 +10,20 @@ namespace {
 
 constexpr std::size_t kPiece = std::size_t{256} << 10;
 
+std::string PieceAt(const MailBytes& bytes, std::uint64_t at)
+{
+    std::string piece(static_cast<std::size_t>(std::min<std::uint64_t>(bytes.Size() - at, kPiece)), '\0');
+    piece.resize(bytes.Read(at, piece.data(), piece.size()));
+    return piece;
+}
+
 // Hands over all bytes, piece by piece, until `visit` has enough.
 template <class Visit>
 void ForEachPieceOf(const MailBytes& bytes, Visit visit)
 {
-    std::string piece(kPiece, '\0');
+    std::string piece;
     for (std::uint64_t at = 0; at < bytes.Size(); at += piece.size()) {
-        piece.resize(kPiece);
-        piece.resize(bytes.Read(at, piece.data(), piece.size()));
+        piece = PieceAt(bytes, at);
         if (piece.empty() || !visit(piece))
             return;
     }
@@ -39,8 +45,7 @@ bool HasOnlyCr(const MailBytes& bytes)
 
 std::optional<MailBytes> MailWithin(const MailBytes& file)
 {
-    std::string beginning(kPiece, '\0');
-    beginning.resize(file.Read(0, beginning.data(), beginning.size()));
+    const std::string beginning = PieceAt(file, 0);
     Utf16File wide(beginning);
     const bool onlyCr = !wide.Is() && HasOnlyCr(file);
     if (!wide.Is() && !onlyCr && TrimToMail(beginning).size() == beginning.size())

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <string_view>
 #include <utility>
 
 #include "host/mail/ascii.h"
@@ -14,9 +15,9 @@ namespace quorvane {
 namespace {
 
 struct Charset {
-    const char* name;     // as mail writes it, in lower case
-    ULONG codePage;       // 0: none
-    const char* decoder;  // iconv's name of the charset that reads it best
+    std::string_view name;  // as mail writes it, in lower case; of a literal, so that a zero ends it
+    ULONG codePage;         // 0: none
+    const char* decoder;    // iconv's name of the charset that reads it best
 };
 
 // The first entry of a code page is the name that goes into new mail.
@@ -117,6 +118,8 @@ std::string WithDashes(std::string name)
 const Charset* FindCharset(std::string_view charset)
 {
     std::string name = NormalName(charset);
+    if (name.empty())
+        return nullptr;
     const auto isName = [&](const Charset& c) { return name == c.name; };
     auto found = std::find_if(kCharsets.begin(), kCharsets.end(), isName);
     if (found == kCharsets.end()) {
@@ -290,7 +293,7 @@ const char* CharsetOfCodePage(ULONG codePage) noexcept
 {
     const auto found = std::find_if(kCharsets.begin(), kCharsets.end(),
                                     [&](const Charset& c) { return c.codePage == codePage; });
-    return found == kCharsets.end() ? nullptr : found->name;
+    return found == kCharsets.end() ? nullptr : found->name.data();
 }
 
 }  // namespace quorvane

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <initializer_list>
 #include <new>
-#include <random>
 #include <string>
 
 #include "host/mime/gmime_setup.h"
@@ -21,13 +20,13 @@ namespace {
 constexpr int kDeepestEmbedding = 16;
 
 // What finds a message again, wherever it is copied to. Random, since the same mail may be imported twice.
-std::string NewSearchKey()
+HRESULT AddSearchKey(PropertyList& properties)
 {
-    std::random_device random;
-    std::string key;
-    while (key.size() < sizeof(GUID))
-        key.push_back(static_cast<char>(random() & 0xFF));
-    return key;
+    GUID key = {};
+    const HRESULT hr = CoCreateGuid(&key);
+    if (SUCCEEDED(hr))
+        properties.AddBinary(PR_SEARCH_KEY, std::string(reinterpret_cast<const char*>(&key), sizeof(key)));
+    return hr;
 }
 
 HRESULT FillMessage(GMimeMessage* mail, const std::string& headers, bool read, int depth, IMessage& message)
@@ -38,12 +37,13 @@ HRESULT FillMessage(GMimeMessage* mail, const std::string& headers, bool read, i
     PropertyList properties;
     properties.AddText(PR_MESSAGE_CLASS_W, "IPM.Note");
     properties.AddLong(PR_MESSAGE_FLAGS, static_cast<LONG>(read ? MSGFLAG_READ : 0u));
-    properties.AddBinary(PR_SEARCH_KEY, NewSearchKey());
     if (!headers.empty())
         properties.AddText(PR_TRANSPORT_MESSAGE_HEADERS_W, headers);
     AddEnvelopeProperties(envelope, properties);
 
-    HRESULT hr = properties.SetOn(message);
+    HRESULT hr = AddSearchKey(properties);
+    if (SUCCEEDED(hr))
+        hr = properties.SetOn(message);
     if (SUCCEEDED(hr))
         hr = SetBodies(structure, message);
     if (SUCCEEDED(hr))
