@@ -143,6 +143,85 @@ TEST_F(StoreTableTest, AColumnOfAnyPropertyCanBeShown)
     EXPECT_EQ(rows[0].lpProps[2].Value.err, MAPI_E_NOT_FOUND);
 }
 
+// Properties of these messages, of several hundred letters each, which are packed in the file.
+class PackedValuesTest : public StoreTableTest {
+protected:
+    static constexpr ULONG kFirst = PROP_TAG(PT_UNICODE, 0x6721);
+    static constexpr ULONG kSecond = PROP_TAG(PT_UNICODE, 0x6722);
+
+    static OleString Long(OLECHAR letter) { return OleString(600, letter) + OLESTR("needle"); }
+
+    // m00 has two that differ, m01 two that are the same; both have a short one.
+    void SetUp() override
+    {
+        AddMessages(2);
+        for (int i = 0; i < 2; ++i) {
+            const ComPtr<IMessage> message = mailbox.OpenMessage(ids[static_cast<std::size_t>(i)]);
+            ASSERT_EQ(SetText(*message, kTransmittedId, OLESTR("short")), S_OK);
+            ASSERT_EQ(SetText(*message, kFirst, Long(OLESTR('a'))), S_OK);
+            ASSERT_EQ(SetText(*message, kSecond, Long(i == 0 ? OLESTR('b') : OLESTR('a'))), S_OK);
+            ASSERT_EQ(message->SaveChanges(0), S_OK);
+        }
+    }
+    static void Read(IMAPITable& table, RowSet& rows)
+    {
+        SizedSPropTagArray(4, columns) = {4, {kTransmittedId, kSecond, PR_SUBJECT_W, kFirst}};
+        ASSERT_EQ(table.SetColumns(reinterpret_cast<LPSPropTagArray>(&columns), 0), S_OK);
+        ASSERT_EQ(table.QueryRows(10, 0, rows.Put()), S_OK);
+        ASSERT_EQ(rows.size(), 2u);
+    }
+    Subjects Restricted(SRestriction restriction)
+    {
+        const ComPtr<IMAPITable> table = SubjectTable();
+        EXPECT_EQ(table->Restrict(&restriction, 0), S_OK);
+        return StoreTableTest::Read(*table, 10);
+    }
+};
+
+TEST_F(PackedValuesTest, TheyAreShownBesideTheOthersAndRowForRow)
+{
+    RowSet rows;
+    ASSERT_NO_FATAL_FAILURE(Read(*ContentsOf(mailbox.Inbox()), rows));
+    for (const ULONG row : {0u, 1u}) {
+        EXPECT_EQ(TextOf(rows[row], kTransmittedId), OLESTR("short"));
+        EXPECT_EQ(TextOf(rows[row], kFirst), Long(OLESTR('a')));
+    }
+    EXPECT_EQ(TextOf(rows[0], kSecond), Long(OLESTR('b')));
+    EXPECT_EQ(TextOf(rows[1], kSecond), Long(OLESTR('a')));
+}
+
+TEST_F(PackedValuesTest, RestrictionsJudgeThem)
+{
+    SRestriction same{};
+    same.rt = RES_COMPAREPROPS;
+    same.res.resCompareProps = {RELOP_EQ, kFirst, kSecond};
+    EXPECT_EQ(Restricted(same), Subjects{OLESTR("m01")});
+
+    OleString needle = OLESTR("bneedle");
+    SPropValue wanted{};
+    wanted.ulPropTag = kSecond;
+    wanted.Value.lpszW = needle.data();
+    SRestriction content{};
+    content.rt = RES_CONTENT;
+    content.res.resContent = {FL_SUBSTRING, kSecond, &wanted};
+    EXPECT_EQ(Restricted(content), Subjects{OLESTR("m00")});
+}
+
+TEST_F(PackedValuesTest, WhereTheyAreDamagedTheRowShowsIt)
+{
+    // Behind the record's head, which tells what is packed, and behind the tags.
+    ASSERT_NO_FATAL_FAILURE(mailbox.Damage("m00",
+                                           "CAST(substr(properties,1,40) || x'5555' || "
+                                           "substr(properties,43) AS BLOB)"));
+    RowSet rows;
+    ASSERT_NO_FATAL_FAILURE(Read(*ContentsOf(mailbox.Inbox()), rows));
+
+    EXPECT_EQ(PROP_TYPE(rows[0].lpProps[0].ulPropTag), PT_ERROR);
+    EXPECT_EQ(TextOf(rows[0], PR_SUBJECT_W), OLESTR("m00"));
+    EXPECT_EQ(TextOf(rows[1], kTransmittedId), OLESTR("short"));
+    EXPECT_EQ(TextOf(rows[1], kSecond), Long(OLESTR('a')));
+}
+
 TEST_F(StoreTableTest, ALongValueIsAnErrorInItsColumnAndARestrictionSeesAllOfIt)
 {
     constexpr std::size_t kLong = 200 * 1024;

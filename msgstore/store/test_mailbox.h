@@ -68,8 +68,9 @@ public:
     BinaryValue AddMessage(IMAPIFolder& folder, const OleString& subject, ULONG saveFlags = 0);
     void ChangeSubject(const BinaryValue& id, const OleString& subject);
     static HRESULT Delete(IMAPIFolder& folder, const BinaryValue& id);
-    // Has the properties of the messages with that subject end within a value.
-    void Damage(const char* subject);
+    // Has the properties of the messages with that subject end within a value, or become what the expression
+    // of SQL gives.
+    void Damage(const char* subject, const std::string& become = "x'1F001A00FFFFFFFF00'");
 
 private:
     TestDirectory directory_;

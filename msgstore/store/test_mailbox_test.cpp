@@ -217,16 +217,16 @@ HRESULT TestMailbox::Delete(IMAPIFolder& folder, const BinaryValue& id)
     return folder.DeleteMessages(&list, 0, nullptr, 0);
 }
 
-void TestMailbox::Damage(const char* subject)
+void TestMailbox::Damage(const char* subject, const std::string& become)
 {
+    const std::string update =
+        "UPDATE part SET properties=" + become +
+        " WHERE parent_id=0 AND message_id IN (SELECT id FROM message WHERE subject=?)";
     std::shared_ptr<StoreCore> core;
     ASSERT_EQ(StoreCore::Open(StorePath(), false, core), S_OK);
     ASSERT_EQ(core->Write(Durability::AtReturn,
-                          [subject](SqliteConnection& connection) {
-                              QV_RETURN_IF_FAILED(connection.Run(
-                                  "UPDATE part SET properties=x'1F001A00FFFFFFFF00' WHERE parent_id=0 AND "
-                                  "message_id IN (SELECT id FROM message WHERE subject=?)",
-                                  std::string_view(subject)));
+                          [&](SqliteConnection& connection) {
+                              QV_RETURN_IF_FAILED(connection.Run(update, std::string_view(subject)));
                               return connection.Changes() > 0 ? S_OK : MAPI_E_NOT_FOUND;
                           }),
               S_OK);
