@@ -28,8 +28,7 @@ using EditNested =
 // now         what the message says.
 // editNested  is called for each attachment that was a mail and is another one now.
 // edited      nothing where that can't be done: there is no part that holds what differs, or the lines and
-// the
-//         tree of the mail don't agree. What `edited` says isn't compared with the message.
+//             the tree of the mail don't agree. What `edited` says isn't compared with the message.
 //
 // S_OK; E_OUTOFMEMORY and STG_E_* of this machine; MAPI_E_CORRUPT_DATA where changes meet in the same bytes;
 // the message's codes. Any thread that may call the message.
