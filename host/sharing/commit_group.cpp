@@ -32,6 +32,8 @@ CommitGroup::CommitGroup(const Addin::Parts& parts, const EngineSession& engine,
     if (each || FAILED(engine.Session().QueryInterface(IID_ICommitGroups, rows_.PutVoid())) ||
         FAILED(parts.mail.Store().QueryInterface(IID_ICommitGroups, messages_.PutVoid())))
         rows_.Reset();
+    if (!rows_ || FAILED(parts.mail.Store().QueryInterface(IID_IGatheredSaves, saves_.PutVoid())))
+        saves_.Reset();
     // Another engine may have none.
     if (FAILED(engine.StorageFiles()->QueryInterface(IID_IKeptPackages, packages_.PutVoid())))
         packages_.Reset();
@@ -66,14 +68,35 @@ void CommitGroup::Begin(bool alsoMessages)
     }
     if (!alsoMessages && packages_)
         Check(packages_->KeepOpen(TRUE), "keep open packages of", parts_.mailbox.Name());
-    if (alsoMessages && rows_)
-        Check(messages_->PutOffWaiting(TRUE), "save messages of", parts_.mailbox.Name());
+    if (!alsoMessages || !rows_)
+        return;
+    Check(messages_->PutOffWaiting(TRUE), "save messages of", parts_.mailbox.Name());
+    if (saves_ && !isGathering_) {
+        isGathering_ = true;
+        CommitMessages(true);
+    }
+}
+
+// Those that were gathered, and where it goes on others are.
+void CommitGroup::CommitMessages(bool goOn)
+{
+    if (!isGathering_)
+        return;
+    if (SUCCEEDED(gathered_))
+        gathered_ = saves_->Gather(FALSE);
+    if (SUCCEEDED(gathered_) && goOn)
+        gathered_ = saves_->Gather(TRUE);
+    if (FAILED(gathered_))
+        throw MessagesLost("cannot save messages of '" + parts_.mailbox.Name() + "': " + Describe(gathered_) +
+                           "; what was applied of the package in hand is applied again by the next run");
+    isGathering_ = goOn;
 }
 
 void CommitGroup::End()
 {
     if (!isOpen_)
         return;
+    CommitMessages(false);
     if (packages_)
         Check(packages_->KeepOpen(FALSE), "close packages of", parts_.mailbox.Name());
     if (rows_) {
@@ -98,6 +121,7 @@ void CommitGroup::NotePutRight()
 // In this order: what a later one tells of is mostly in the one before.
 void CommitGroup::Sync()
 {
+    CommitMessages(true);
     SyncLogOf(parts_.mailbox.StorePath());
     SyncLogOf(parts_.mailbox.SharingDatabasePath());
     SyncLogOf(parts_.mailbox.HostDatabasePath());

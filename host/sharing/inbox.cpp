@@ -573,6 +573,8 @@ bool Inbox::Advance(Transport& transport)
         ReadPackage(*OpenCompoundFile(path), path.string(), [](const PackageRecord&, IStorage&) {});
     const std::size_t missing = CountMissing(content.items);
     if (missing > 0) {
+        if (group_)
+            group_->Synchronize();  // or the run ends: no item is to blame for messages that couldn't be kept
         // A message that was made and has no row would be made a second time, or pass for one made here.
         matcher_.MatchPackage(path.string());
         if (tries_ < kTries) {

@@ -417,6 +417,8 @@ void Runner::UseExchange()
         exchangeLost_ = false;
     } catch (const CopyAtWork&) {
         throw;
+    } catch (const MessagesLost&) {
+        throw;
     } catch (const HostError& error) {
         MissExchange(error.what());
     } catch (const exchange::Error& error) {

@@ -1,6 +1,6 @@
-// A power cut at any moment of a run: of what wasn't synchronised any part is lost, in the message store, the
-// sharing database, the records, the hash files and what lies in the exchange. The next run goes on, both
-// sides end equal, and nothing that was told, acknowledged or read is gone.
+// A power cut (or a kill) at any moment of a run: of what wasn't synchronised any part is lost, in the
+// message store, the sharing database, the records, the hash files and what lies in the exchange. The next
+// run goes on, both sides end equal, and nothing that was told, acknowledged or read is gone.
 //
 // QUORVANE_POWER_CUTS  how many; QUORVANE_SEED  another sequence of them; QUORVANE_GROUP_CUTS  how many where
 // many items are imported, sent or applied.
@@ -188,11 +188,14 @@ protected:
         }
     }
 
-    // One command, whose power fails at a random change that it makes.
+    // One command, whose power fails at a random change that it makes; or it is killed there, which loses
+    // nothing that was written.
     bool CutOne(const std::vector<std::string>& arguments, std::mt19937& random)
     {
         const unsigned long at = 1 + random() % (std::size_t{64} << random() % 6);
-        return IsCut(Strike(arguments, at, random()).Wait(), at);
+        const bool isKill = random() % 2 == 0;
+        kills_ += isKill ? 1 : 0;
+        return IsCut(Strike(arguments, at, isKill ? 0 : random()).Wait(), at);
     }
 
     // What is to be imported, sent, applied, sent once more: one of them is cut.
@@ -232,6 +235,7 @@ protected:
     }
 
     std::multiset<std::string> expected_;  // the subjects of all that is there
+    unsigned long kills_ = 0;
 };
 
 TEST_F(GroupPowerCutTest, WhatWasUnderWayIsDoneOnceMoreToTheSameEnd)
@@ -239,7 +243,7 @@ TEST_F(GroupPowerCutTest, WhatWasUnderWayIsDoneOnceMoreToTheSameEnd)
     if (TestedProgram().isForWindows)
         GTEST_SKIP() << "the disk that loses is this system's";
     std::mt19937 random(static_cast<std::mt19937::result_type>(NumberOf("QUORVANE_SEED", 20261123)));
-    const unsigned long wanted = NumberOf("QUORVANE_GROUP_CUTS", 3);
+    const unsigned long wanted = NumberOf("QUORVANE_GROUP_CUTS", 4);
     ShareMails();
     for (const std::string& subject : Subjects("alice"))
         expected_.insert(subject);
@@ -252,8 +256,45 @@ TEST_F(GroupPowerCutTest, WhatWasUnderWayIsDoneOnceMoreToTheSameEnd)
         cuts += PlayRound(random) ? 1 : 0;
         ExpectEachOnce();
     }
-    std::cout << cuts << " power cuts, " << texts_ << " mails and edits\n";
+    std::cout << cuts << " power cuts and kills (" << kills_ << " tried), " << texts_ << " mails and edits\n";
     EXPECT_EQ(cuts, wanted);
+}
+
+// Of three megabytes in packages of one each the message store has no room for the second.
+TEST_F(GroupPowerCutTest, ADiskThatIsFullWhileAPackageIsAppliedEndsTheRunAndTheNextGoesOn)
+{
+    if (TestedProgram().isForWindows)
+        GTEST_SKIP() << "the limit of a file's size is this system's";
+    ShareMails();
+    for (const std::string& subject : Subjects("alice"))
+        expected_.insert(subject);
+    std::mt19937 random(1);
+    std::ofstream mails(Path("mails.mbox"));
+    for (int i = 0; i < 120; ++i) {
+        const std::string subject = "mail " + std::to_string(i);
+        expected_.insert(subject);
+        mails << "From a@example.org Thu Jan  1 00:00:00 2026\nFrom: a@example.org\nSubject: " << subject
+              << "\n\n";
+        for (int line = 0; line < 400; ++line, mails << '\n')
+            for (int j = 0; j < 62; ++j)
+                mails << static_cast<char>('0' + random() % 64);
+        mails << "\n\n";
+    }
+    mails.close();
+    MustRun({"import", Mailbox("alice"), "Shared", Path("mails.mbox").string()});
+    std::vector<std::string> send = RunOf("alice", kLimits);
+    send.insert(send.end(), {"--package-size", "1"});
+    MustRun(send);
+
+    Program limited{{"/bin/sh", "-c", "ulimit -f 4000; trap '' XFSZ; exec \"$0\" \"$@\""}, false};
+    limited.command.insert(limited.command.end(), TestedProgram().command.begin(),
+                           TestedProgram().command.end());
+    const Outcome full = RunBy(limited, RunOf("bob", kLimits));
+    EXPECT_EQ(full.exitCode, 1) << full.errors;
+    EXPECT_NE(full.errors.find("is applied again by the next run"), std::string::npos) << full.errors;
+
+    RunUntilIdle({"alice", "bob"}, kIdle);
+    ExpectEachOnce();
 }
 
 }  // namespace
