@@ -209,8 +209,10 @@ void PackageBytes(benchmark::State& state)
 void PackageRead(benchmark::State& state)
 {
     CreatePackage(static_cast<std::size_t>(state.range(0)));
+    const std::uint64_t before = CountedCalls();
     for (auto _ : state)
         benchmark::DoNotOptimize(ReadPackage());
+    ReportCalls(state, CountedCalls() - before, state.range(0));
     Report(state, state.range(0));
 }
 

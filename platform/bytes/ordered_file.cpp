@@ -114,13 +114,14 @@ void OrderedFile::Put(Frame& frame, std::uint64_t page) noexcept
     buckets_[BucketOf(page)] = &frame;
 }
 
-// How many pages from `page` on are read at once: one more than lie in the cache right before it, and only
-// such as aren't in the cache.
-std::size_t OrderedFile::RunToLoad(std::uint64_t page) noexcept
+// How many pages from `page` on are read at once: `most`, or one more than lie in the cache right before it
+// when that is more, and only such as aren't in the cache.
+std::size_t OrderedFile::RunToLoad(std::uint64_t page, std::size_t most) noexcept
 {
-    std::size_t most = 1;
-    while (most < kPagesAhead && most <= page && FindInBuckets(page - most))
-        ++most;
+    std::size_t before = 0;
+    while (before + 1 < kPagesAhead && before < page && FindInBuckets(page - before - 1))
+        ++before;
+    most = std::max(most, before + 1);
     std::size_t count = 1;
     while (count < most && (page + count + 1) * kPage <= blank_ && !FindInBuckets(page + count))
         ++count;
@@ -142,14 +143,14 @@ HRESULT OrderedFile::LoadRun(std::uint64_t page, std::size_t count)
     return S_OK;
 }
 
-HRESULT OrderedFile::Fetch(std::uint64_t page, Frame** frame)
+HRESULT OrderedFile::Fetch(std::uint64_t page, std::size_t ahead, Frame** frame)
 {
     *frame = Find(page);
     if (*frame) {
         (*frame)->used = true;
         return S_OK;
     }
-    const std::size_t run = RunToLoad(page);
+    const std::size_t run = RunToLoad(page, ahead);
     if (run > 1) {
         QV_TRY(LoadRun(page, run));
         *frame = FindInBuckets(page);
@@ -185,13 +186,13 @@ HRESULT OrderedFile::ReadDirect(std::uint64_t offset, BYTE* to, std::size_t coun
     return S_OK;
 }
 
-HRESULT OrderedFile::ReadPages(std::uint64_t offset, BYTE* to, std::size_t count)
+HRESULT OrderedFile::ReadPages(std::uint64_t offset, BYTE* to, std::size_t count, std::size_t ahead)
 {
     if (count >= kPage)
         return ReadDirect(offset, to, count);
     while (count > 0) {
         Frame* frame = nullptr;
-        QV_TRY(Fetch(offset / kPage, &frame));
+        QV_TRY(Fetch(offset / kPage, ahead, &frame));
         const std::size_t at = offset % kPage;
         const std::size_t part = std::min(count, kPage - at);
         std::memcpy(to, &frame->bytes[at], part);
@@ -245,7 +246,7 @@ HRESULT OrderedFile::WritePages(std::uint64_t offset, const BYTE* from, std::siz
         Frame* frame = nullptr;
         const std::size_t at = offset % kPage;
         const std::size_t part = std::min(count, kPage - at);
-        QV_TRY(part == kPage ? FetchWhole(offset / kPage, &frame) : Fetch(offset / kPage, &frame));
+        QV_TRY(part == kPage ? FetchWhole(offset / kPage, &frame) : Fetch(offset / kPage, 1, &frame));
         if (MustGoOutBefore(*frame))
             QV_TRY(Flush());
         QV_TRY(MarkPending(*frame));

@@ -59,23 +59,25 @@ public:
     // speak of a place that a later one brings into being.
     void Extend(std::uint64_t size) noexcept { size_ = std::max(size_, size); }
 
-    // Reads `count` bytes, pending writes included. Bytes behind the end are zeros.
-    [[nodiscard]] HRESULT Read(std::uint64_t offset, void* to, std::size_t count)
+    // Reads `count` bytes, pending writes included. Bytes behind the end are zeros. ahead: so many pages are
+    // read at once when the first one isn't in the cache, as what lies behind it is likely to be asked for.
+    [[nodiscard]] HRESULT Read(std::uint64_t offset, void* to, std::size_t count, std::size_t ahead = 1)
     {
         // Most reads are of a few bytes, near those before.
         Frame* const frame = Recent(offset, count);
         if (!frame)
-            return ReadPages(offset, static_cast<BYTE*>(to), count);
+            return ReadPages(offset, static_cast<BYTE*>(to), count, ahead);
         frame->used = true;
         std::memcpy(to, &frame->bytes[offset % kPage], count);
         return S_OK;
     }
     // The same bytes where they lie in the cache, as long as Moves tells the same. They are in one page.
-    [[nodiscard]] HRESULT Peek(std::uint64_t offset, std::size_t count, const BYTE** bytes)
+    [[nodiscard]] HRESULT Peek(std::uint64_t offset, std::size_t count, const BYTE** bytes,
+                               std::size_t ahead = 1)
     {
         Frame* frame = Recent(offset, count);
         if (!frame) {
-            if (const HRESULT hr = Fetch(offset / kPage, &frame); FAILED(hr))
+            if (const HRESULT hr = Fetch(offset / kPage, ahead, &frame); FAILED(hr))
                 return hr;
         }
         frame->used = true;
@@ -156,17 +158,17 @@ private:
         std::memcpy(&frame.bytes[at], from, count);
     }
     [[nodiscard]] HRESULT WritePages(std::uint64_t offset, const BYTE* from, std::size_t count);
-    [[nodiscard]] HRESULT ReadPages(std::uint64_t offset, BYTE* to, std::size_t count);
+    [[nodiscard]] HRESULT ReadPages(std::uint64_t offset, BYTE* to, std::size_t count, std::size_t ahead);
     static std::size_t BucketOf(std::uint64_t page) noexcept { return page % kBuckets; }
     Frame* Find(std::uint64_t page) noexcept;
     Frame* FindInBuckets(std::uint64_t page) noexcept;
-    [[nodiscard]] HRESULT Fetch(std::uint64_t page, Frame** frame);
+    [[nodiscard]] HRESULT Fetch(std::uint64_t page, std::size_t ahead, Frame** frame);
     [[nodiscard]] HRESULT FetchWhole(std::uint64_t page, Frame** frame);
     [[nodiscard]] HRESULT FreshFrame(Frame** frame);
     void Drop(Frame& frame) noexcept;
     [[nodiscard]] HRESULT Load(Frame& frame, std::uint64_t page);
     void Put(Frame& frame, std::uint64_t page) noexcept;
-    std::size_t RunToLoad(std::uint64_t page) noexcept;
+    std::size_t RunToLoad(std::uint64_t page, std::size_t most) noexcept;
     [[nodiscard]] HRESULT LoadRun(std::uint64_t page, std::size_t count);
     bool MustGoOutBefore(const Frame& frame) const noexcept;
     [[nodiscard]] HRESULT MarkPending(Frame& frame);

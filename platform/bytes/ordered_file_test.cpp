@@ -227,6 +227,23 @@ TEST_F(OrderedFileTest, NoMoreIsReadAheadThanOnePageMoreThanLiesBehind)
     EXPECT_EQ(3 * kPage, store.moved);
 }
 
+TEST_F(OrderedFileTest, WhoeverExpectsMoreReadsItAtOnce)
+{
+    BYTE read = 0;
+    const BYTE* peeked = nullptr;
+    Write(11 * kPage, 7);
+    store.calls = 0;
+    ASSERT_EQ(S_OK, file.Read(5 * kPage, &read, 1, 3));
+    ASSERT_EQ(S_OK, file.Read(7 * kPage, &read, 1));
+    EXPECT_EQ(1u, store.calls);
+    ASSERT_EQ(S_OK, file.Peek(9 * kPage, 1, &peeked, 3));
+    ASSERT_EQ(S_OK, file.Peek(11 * kPage, 1, &peeked));
+    EXPECT_EQ(2u, store.calls);
+    EXPECT_EQ(7, *peeked) << "what is in the cache isn't read anew";
+    ASSERT_EQ(S_OK, file.Read(19 * kPage, &read, 1, 3));
+    EXPECT_EQ(3u, store.calls) << "there is no more";
+}
+
 // What is in the cache may be newer than what the store has.
 TEST_F(OrderedFileTest, PagesThatAreReadAheadLeaveCachedOnesAsTheyAre)
 {

@@ -8,11 +8,6 @@
 
 namespace quorvane::cfb {
 
-void Chain::Reset(SectorId first) noexcept
-{
-    *this = Chain(*table_, first, many_ ? Marks::kMany : Marks::kFew);
-}
-
 void Chain::Append(SectorId length, const std::vector<SectorId>& sectors)
 {
     if (length == 0) {

@@ -18,14 +18,22 @@ public:
     enum class Marks { kFew, kMany };
 
     explicit Chain(LinkTable& table, SectorId first = kEndOfChain, Marks marks = Marks::kFew) noexcept
-        : table_(&table), many_(marks == Marks::kMany), head_{0, first, first <= kMaxSector ? 1u : 0u}
+        : many_(marks == Marks::kMany)
     {
-        if (first <= kMaxSector && first < table.Slots())
-            last_ = head_;
+        Reset(table, first);
     }
 
-    // Begins anew: another first sector, or links that changed.
-    void Reset(SectorId first) noexcept;
+    // Begins anew: another first sector, or links that changed, or another table.
+    void Reset(SectorId first) noexcept { Reset(*table_, first); }
+    void Reset(LinkTable& table, SectorId first) noexcept
+    {
+        table_ = &table;
+        head_ = {0, first, first <= kMaxSector ? 1u : 0u};
+        last_ = first <= kMaxSector && first < table.Slots() ? head_ : Run{};
+        others_.clear();
+        stride_ = 1;
+        unlinked_ = 0;
+    }
     // The chain ends before `length` now, which isn't 0.
     void Cut(SectorId length) noexcept;
     SectorId First() const noexcept { return head_.sector; }

@@ -14,11 +14,11 @@ public:
     explicit Links(std::size_t count) : LinkTable(1), next(count, kFreeSector) {}
     HRESULT PeekLinks(SectorId first, SectorId count, const BYTE** links) override
     {
-        if (first + count > next.size())
+        if (first >= next.size())
             return STG_E_DOCFILECORRUPT;
         ++steps;
         for (SectorId i = 0; i < count; ++i)
-            StoreU32(&peeked[4 * i], next[first + i]);
+            StoreU32(&peeked[4 * i], first + i < next.size() ? next[first + i] : kFreeSector);
         *links = peeked.data();
         return S_OK;
     }
@@ -72,7 +72,7 @@ TEST(ChainTest, GoingOnCostsOneStep)
         SectorId sector = 0;
         ASSERT_EQ(S_OK, chain.At(i, &sector));
     }
-    EXPECT_LE(links.steps, 10000u);
+    EXPECT_LE(links.steps, 10000u + 10000u / 128 + 1);  // and a look at each block of links
 }
 
 TEST(ChainTest, ALoopHasNoLength)
@@ -193,7 +193,7 @@ TEST(ChainTest, WhatIsAppendedBehindTheLastSectorsContinuesTheirRun)
     ASSERT_EQ(S_OK, chain.At(4, &sector));
     EXPECT_EQ(14u, sector);
     chain.Cut(2);
-    links.next[11] = kEndOfChain;
+    ASSERT_EQ(S_OK, links.SetNext(11, kEndOfChain));
     EXPECT_EQ(STG_E_DOCFILECORRUPT, chain.At(3, &sector));
     ASSERT_EQ(S_OK, chain.RunAt(0, 9, &sector, &count));
     EXPECT_EQ(2u, count);
@@ -214,6 +214,39 @@ TEST(ChainTest, ALongRunIsWalkedAlongOnce)
         ASSERT_EQ(100 + i, sector);
     }
     EXPECT_EQ(steps, links.steps);
+}
+
+TEST(ChainTest, LinksToTheNextNumberAreLookedAtOnce)
+{
+    Links links(1000);
+    std::vector<SectorId> sectors(700);
+    std::iota(sectors.begin(), sectors.end(), 100);
+    ASSERT_EQ(S_OK, links.SetChain(sectors));
+    SectorId sector = 0;
+    SectorId count = 0;
+    ASSERT_EQ(S_OK, Chain(links, 100).RunAt(0, 700, &sector, &count));
+    EXPECT_EQ(700u, count);
+    EXPECT_EQ(7u, links.steps) << "the blocks that it lies in";
+    ASSERT_EQ(S_OK, Chain(links, 100).RunAt(0, 700, &sector, &count));
+    EXPECT_EQ(7u, links.steps);
+
+    ASSERT_EQ(S_OK, links.SetNext(300, 900));
+    ASSERT_EQ(S_OK, Chain(links, 100).RunAt(0, 700, &sector, &count));
+    EXPECT_EQ(201u, count);
+    ASSERT_EQ(S_OK, links.SetNext(300, 301));
+    ASSERT_EQ(S_OK, Chain(links, 100).RunAt(0, 700, &sector, &count));
+    EXPECT_EQ(700u, count);
+}
+
+TEST(ChainTest, ARunEndsWhereTheTableDoes)
+{
+    Links links(300);
+    std::iota(links.next.begin(), links.next.end(), 1);  // the last one leads out of it
+    SectorId count = 0;
+    SectorId next = 0;
+    ASSERT_EQ(S_OK, links.FollowRun(250, 60, &count, &next));
+    EXPECT_EQ(50u, count);
+    EXPECT_EQ(300u, next);
 }
 
 TEST(ChainTest, ARunMayBeLongerThanASectorOfTheTable)

@@ -53,10 +53,8 @@ void CompoundFile::Leave() noexcept
         KnownFiles::Instance().Keep(*identity, std::move(volume_));
 }
 
-HRESULT CompoundFile::Ready()
+HRESULT CompoundFile::TakeAnew()
 {
-    if (!failed_)
-        return S_OK;
     QV_TRY(volume_->Reload());
     if (root_) {
         for (OpenElement* child = root_->firstChild; child;) {
@@ -125,8 +123,7 @@ void CompoundFile::TrimIfWorth()
 // What may fail comes before it: an element that is open is to be closed, not only let go of.
 OpenElementPtr CompoundFile::MakeOpen(EntryId id, const DirEntry& entry, OpenElement* parent)
 {
-    void* const at = memory_.Take(sizeof(OpenElement));
-    OpenElementPtr element(new (at) OpenElement(memory_, id, entry, *volume_));
+    OpenElementPtr element(memory_, id, entry, *volume_);
     open_.Add(*element, parent);
     return element;
 }
@@ -270,11 +267,11 @@ HRESULT CompoundFile::OpenChild(OpenElement& storage, const ElementName& name, E
 HRESULT CompoundFile::OpenEntry(OpenElement& storage, EntryId id, const DirEntry& entry,
                                 OpenElementPtr* child)
 {
-    StreamBody body(*volume_);
+    OpenElementPtr element(memory_, id, entry, *volume_);
     if (entry.Type() == EntryType::kStream)
-        QV_TRY(body.Load(id, entry));
-    *child = MakeOpen(id, entry, &storage);
-    (*child)->body = std::move(body);
+        QV_TRY(element->body.Load(id, entry));
+    open_.Add(*element, &storage);
+    *child = std::move(element);
     return S_OK;
 }
 

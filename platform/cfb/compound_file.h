@@ -36,7 +36,7 @@ public:
     void Tidy();
     // To be called before every operation: takes the file anew from the store when the last one failed.
     // Elements that are gone are reverted when it returns.
-    [[nodiscard]] HRESULT Ready();
+    [[nodiscard]] HRESULT Ready() { return failed_ ? TakeAnew() : S_OK; }
 
     // STG_E_FILENOTFOUND   no element of that name and type.
     // STG_E_ACCESSDENIED   the element is open.
@@ -139,6 +139,7 @@ private:
         failed_ = FAILED(hr);
         return hr;
     }
+    [[nodiscard]] HRESULT TakeAnew();
     [[nodiscard]] HRESULT OpenEntry(OpenElement& storage, EntryId id, const DirEntry& entry,
                                     OpenElementPtr* child);
     [[nodiscard]] HRESULT Refind(OpenElement& element);

@@ -77,6 +77,8 @@ HRESULT DirTree::Survey(EntryId storage, Shape* shape)
     shape->ids.reserve(kMostlyEnough);
     ElementName last;
     EntryId at = entry->Child();
+    if (at != kNoEntry)
+        directory_.Approach(at);
     std::uint32_t depth = 1;
     std::uint32_t deepest = 0;
     for (;;) {

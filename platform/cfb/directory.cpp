@@ -25,7 +25,7 @@ HRESULT Directory::OffsetOf(EntryId id, std::uint64_t* offset)
 }
 
 // Finds the entry's page, and which others lie around it there.
-HRESULT Directory::PeekNear(EntryId id)
+HRESULT Directory::PeekNear(EntryId id, std::size_t ahead)
 {
     SectorId sector = 0;
     SectorId begin = 0;
@@ -33,7 +33,7 @@ HRESULT Directory::PeekNear(EntryId id)
     const BYTE* bytes = nullptr;
     near_.count = 0;
     QV_TRY(chain_.At(IndexOf(id), &sector));
-    QV_TRY(sectors_.Peek(sector, PlaceOf(id), kEntryBytes, &bytes));
+    QV_TRY(sectors_.Peek(sector, PlaceOf(id), kEntryBytes, &bytes, ahead));
     chain_.RunAround(&begin, &end);
     end = std::min(end, IndexOf(id) + (sectors_.Count() - sector));
     const std::uint64_t at = sectors_.OffsetOf(sector) + PlaceOf(id);

@@ -26,21 +26,20 @@ public:
     [[nodiscard]] HRESULT Read(EntryId id, DirEntry* entry)
     {
         const DirEntry* found = nullptr;
-        if (const HRESULT hr = Peek(id, &found); FAILED(hr))
-            return hr;
+        QV_TRY(Peek(id, &found));
         *entry = *found;
         return S_OK;
     }
     // The same where it lies in the cache, until the next call of anything that reads or writes the file.
     [[nodiscard]] HRESULT Peek(EntryId id, const DirEntry** entry)
     {
-        if (id - near_.first >= near_.count || near_.moves != sectors_.File().Moves()) {
-            if (const HRESULT hr = PeekNear(id); FAILED(hr))
-                return hr;
-        }
+        if (id - near_.first >= near_.count || near_.moves != sectors_.File().Moves())
+            QV_TRY(PeekNear(id));
         *entry = &DirEntry::At(near_.bytes + (id - near_.first) * kEntryBytes);
         return (*entry)->IsSound() ? S_OK : STG_E_DOCFILECORRUPT;
     }
+    // To be called when others near that entry will be asked for too; what fails does so again then.
+    void Approach(EntryId id) { static_cast<void>(PeekNear(id, SectorFile::kPagesTogether)); }
     // Writes an entry as a whole.
     [[nodiscard]] HRESULT Write(EntryId id, const DirEntry& entry);
     // Another one as soon as any entry may have changed. Never 0, and never the same again.
@@ -94,7 +93,7 @@ private:
     EntryId PerSector() const noexcept { return EntryId{1} << (sectors_.Shift() - kEntryShift); }
     SectorId IndexOf(EntryId id) const noexcept { return id >> (sectors_.Shift() - kEntryShift); }
     std::size_t PlaceOf(EntryId id) const noexcept { return (id & (PerSector() - 1)) * kEntryBytes; }
-    [[nodiscard]] HRESULT PeekNear(EntryId id);
+    [[nodiscard]] HRESULT PeekNear(EntryId id, std::size_t ahead = 1);
     [[nodiscard]] HRESULT Measure();
     [[nodiscard]] HRESULT WriteFree(EntryId begin, EntryId end);
     [[nodiscard]] HRESULT Take(EntryId* id);

@@ -12,6 +12,7 @@ HRESULT Fat::Load()
     fat_.clear();
     difat_.clear();
     Claims().Clear();
+    ForgetLinks();
     const SectorId limit = sectors_.Count();
     const std::size_t needed = (std::size_t{limit} + Entries() - 1) / Entries();
     const std::size_t said = std::min<std::size_t>(header_.fatSectors, limit);
@@ -109,6 +110,7 @@ HRESULT Fat::Append()
     else
         header_.difat[index] = fat;
     fat_.push_back(fat);
+    ForgetLinks();
     Claims().Claim(fat);
     return S_OK;
 }

@@ -9,6 +9,7 @@
 #include "platform/cfb/format.h"
 #include "platform/cfb/sector_claims.h"
 #include "platform/collections/free_slots.h"
+#include "platform/collections/successors.h"
 #include "platform/com/result.h"
 
 namespace quorvane::cfb {
@@ -45,19 +46,22 @@ public:
     [[nodiscard]] HRESULT FollowRun(SectorId first, SectorId most, SectorId* count, SectorId* next)
     {
         const SectorId slots = Slots();
-        for (*count = 1; *count < most;) {
-            const BYTE* links = nullptr;
+        *count = 1;
+        while (*count < most) {
             const SectorId begin = first + *count - 1;
-            const SectorId part = std::min({most - *count, kBlock - begin % kBlock, slots - begin});
-            QV_TRY(PeekLinks(begin, part, &links));
-            SectorId run = 0;
-            while (run < part && (*next = LoadU32(&links[4 * run])) == begin + run + 1 && *next < slots)
-                ++run;
+            const SectorId part = std::min(most - *count, kBlock - begin % kBlock);
+            if (begin >= slots)
+                return STG_E_DOCFILECORRUPT;
+            if (!straight_.Knows(begin))
+                QV_TRY(Learn(begin - begin % kBlock));
+            const SectorId run = std::min(straight_.RunFrom(begin, part), slots - 1 - begin);
             if (!claims_.FollowRun(begin, run))
                 return STG_E_DOCFILECORRUPT;
             *count += run;
-            if (run < part)
+            if (run < part) {
+                QV_TRY(Next(begin + run, next));
                 return *next >= slots || claims_.Follow(begin + run, *next) ? S_OK : STG_E_DOCFILECORRUPT;
+            }
         }
         return S_OK;
     }
@@ -94,6 +98,8 @@ public:
             }
             for (SectorId i = 0; i < part; ++i)
                 StoreU32(&links[4 * i], nexts[i]);
+            for (SectorId i = 0; i < part && straight_.Knows(first); ++i)
+                straight_.Set(first + i, nexts[i]);
             QV_TRY(SetLinks(first, links.data(), part));
             first += part;
             nexts += part;
@@ -158,9 +164,11 @@ protected:
     // Adds sectors, and takes one of them.
     [[nodiscard]] virtual HRESULT Grow(SectorId* sector) = 0;
     FreeSlots& FreeOnes() noexcept { return slots_; }
+    // Links come that aren't set, in the place of others; or the whole table is another one.
+    void ForgetLinks() noexcept { straight_.Clear(); }
 
     // A sector of the table holds this many links, or a multiple.
-    static constexpr SectorId kBlock = 128;
+    static constexpr SectorId kBlock = Successors::kBlock;
     static constexpr std::array<SectorId, kBlock> kFree = [] {
         std::array<SectorId, kBlock> links{};
         links.fill(kFreeSector);
@@ -170,6 +178,8 @@ protected:
     // Where the links of `count` sectors, which are of one block, lie in the cache, until the next call of
     // anything that reads or writes the file. STG_E_DOCFILECORRUPT: there is no such sector.
     [[nodiscard]] virtual HRESULT PeekLinks(SectorId first, SectorId count, const BYTE** links) = 0;
+    // How many blocks, from the one on that begins with that sector's link, lie in one page, when it isn't 1.
+    [[nodiscard]] virtual HRESULT BlocksBeside(SectorId, SectorId*) { return S_OK; }
     // Writes them.
     [[nodiscard]] virtual HRESULT SetLinks(SectorId first, const BYTE* links, SectorId count) = 0;
 
@@ -194,6 +204,18 @@ private:
         } while (*count < most && *at == first + *count);
         return S_OK;
     }
+    // Learns which links lead to the next number, of a block and of those beside it.
+    [[nodiscard]] HRESULT Learn(SectorId first)
+    {
+        SectorId blocks = 1;
+        QV_TRY(BlocksBeside(first, &blocks));
+        for (const SectorId end = first + blocks * kBlock; first < end; first += kBlock) {
+            const BYTE* links = nullptr;
+            QV_TRY(PeekLinks(first, kBlock, &links));
+            straight_.Learn(first, [&](SectorId i) { return LoadU32(&links[4 * i]); });
+        }
+        return S_OK;
+    }
     // The sector's link is about to lead elsewhere.
     [[nodiscard]] HRESULT Unfollow(SectorId sector)
     {
@@ -207,6 +229,7 @@ private:
     }
 
     SectorClaims claims_;
+    Successors straight_;
     FreeSlots slots_;
 };
 

@@ -19,6 +19,7 @@ void MiniStream::Reset(const DirEntry& root) noexcept
     links_.Reset(count_ > 0 || header_.miniFatSectors > 0 ? header_.firstMiniFat : kEndOfChain);
     FreeOnes().Reset(count_);
     Claims().Clear();
+    ForgetLinks();
     grown_ = false;
 }
 
@@ -29,6 +30,19 @@ HRESULT MiniStream::PeekLinks(SectorId first, SectorId count, const BYTE** links
         return STG_E_DOCFILECORRUPT;
     QV_TRY(links_.At(LinkSector(first), &at));
     return sectors_.Peek(at, LinkPlace(first), count * 4, links);
+}
+
+HRESULT MiniStream::BlocksBeside(SectorId first, SectorId* blocks)
+{
+    SectorId at = 0;
+    SectorId run = 0;
+    if (FAILED(links_.RunAt(LinkSector(first), OrderedFile::kPage >> sectors_.Shift(), &at, &run)))
+        return S_OK;  // the block itself may be sound all the same
+    const std::uint64_t begin = sectors_.OffsetOf(at) + LinkPlace(first);
+    const std::uint64_t page = begin - begin % OrderedFile::kPage + OrderedFile::kPage;
+    const std::uint64_t links = (std::min(page, sectors_.OffsetOf(at + run)) - begin) / 4;
+    *blocks = (static_cast<SectorId>(std::min<std::uint64_t>(links, count_ - first)) + kBlock - 1) / kBlock;
+    return S_OK;
 }
 
 HRESULT MiniStream::SetLinks(SectorId first, const BYTE* links, SectorId count)
@@ -85,6 +99,7 @@ HRESULT MiniStream::Append(SectorId wanted)
     QV_TRY(fat_.Enlarge(data_, data, length - data, false));
     QV_TRY(fat_.Enlarge(links_, links, LinkSectors(count) - std::min(links, LinkSectors(count)), true));
     const SectorId old = std::exchange(count_, count);
+    ForgetLinks();
     // Behind what it covered, an older mini FAT of another program may hold anything.
     const SectorId covered = std::clamp(links * LinksPerSector(), old, count);
     const std::vector<SectorId> nexts(covered - old, kFreeSector);

@@ -66,6 +66,7 @@ private:
         return (count + LinksPerSector() - 1) / LinksPerSector();
     }
     [[nodiscard]] HRESULT PeekLinks(SectorId first, SectorId count, const BYTE** links) override;
+    [[nodiscard]] HRESULT BlocksBeside(SectorId first, SectorId* blocks) override;
     [[nodiscard]] HRESULT SetLinks(SectorId first, const BYTE* links, SectorId count) override;
     [[nodiscard]] HRESULT Grow(SectorId* sector) override;
     [[nodiscard]] HRESULT StoreRoot(SectorId start, SectorId count);

@@ -30,5 +30,30 @@ TEST(MiniStreamTest, BehindItsEndThereIsNoSector)
     EXPECT_EQ(STG_E_DOCFILECORRUPT, volume.mini.Next(last + 1, &at));
 }
 
+TEST(MiniStreamTest, APageOfLinksToTheNextNumberIsReadOnce)
+{
+    constexpr SectorId kCount = 10'000;
+    MemoryStore store;
+    std::vector<SectorId> taken;
+    {
+        Volume volume(store);
+        ASSERT_EQ(S_OK, volume.Format(Layout::kVersion3));
+        ASSERT_EQ(S_OK, volume.mini.TakeMany(kCount, &taken));
+        ASSERT_EQ(S_OK, volume.mini.SetChain(taken));
+        ASSERT_EQ(S_OK, volume.Commit());
+    }
+    Volume volume(store);
+    ASSERT_EQ(S_OK, volume.Open());
+    store.calls = 0;
+    for (SectorId at = 0; at < kCount; at += 50) {
+        SectorId count = 0;
+        SectorId next = 0;
+        volume.file.DropCache();
+        ASSERT_EQ(S_OK, volume.mini.FollowRun(taken[at], 40, &count, &next));
+        ASSERT_EQ(40u, count);
+    }
+    EXPECT_GE(60u, store.calls) << "for 200 chains, whose links lie in some 12 pages";
+}
+
 }  // namespace
 }  // namespace quorvane::cfb::test

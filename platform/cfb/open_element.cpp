@@ -2,6 +2,13 @@
 
 namespace quorvane::cfb {
 
+void OpenElementPtr::Destroy() noexcept
+{
+    Arena& memory = element_->memory;
+    std::destroy_at(element_);
+    memory.Give(element_, sizeof(OpenElement));
+}
+
 OpenElement* OpenElements::Find(EntryId id) const noexcept
 {
     OpenElement* at = buckets_[id % kBuckets];

@@ -24,7 +24,7 @@ struct OpenElement {
     OpenElement& operator=(const OpenElement&) = delete;
 
     Arena& memory;       // that it lies in
-    unsigned holds = 0;  // of OpenElementPtr
+    unsigned holds = 1;  // of OpenElementPtr
     EntryId id;
     EntryType type;
     ElementName name;
@@ -74,7 +74,9 @@ struct OpenElement {
 class OpenElementPtr {
 public:
     OpenElementPtr() noexcept = default;
-    explicit OpenElementPtr(OpenElement* element) noexcept : element_(element) { ++element->holds; }
+    OpenElementPtr(Arena& memory, EntryId id, const DirEntry& entry, Volume& volume)
+        : element_(new (memory.Take(sizeof(OpenElement))) OpenElement(memory, id, entry, volume))
+    {}
     OpenElementPtr(const OpenElementPtr& other) noexcept : element_(other.element_)
     {
         if (element_)
@@ -88,11 +90,8 @@ public:
     }
     ~OpenElementPtr()
     {
-        if (!element_ || --element_->holds > 0)
-            return;
-        Arena& memory = element_->memory;
-        std::destroy_at(element_);
-        memory.Give(element_, sizeof(OpenElement));
+        if (element_ && --element_->holds == 0)
+            Destroy();
     }
 
     OpenElement* get() const noexcept { return element_; }
@@ -100,6 +99,8 @@ public:
     OpenElement* operator->() const noexcept { return element_; }
 
 private:
+    void Destroy() noexcept;
+
     OpenElement* element_ = nullptr;
 };
 

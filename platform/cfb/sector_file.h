@@ -16,6 +16,9 @@ namespace quorvane::cfb {
 // A range outside of the file gives STG_E_DOCFILECORRUPT. One call at a time. Throws std::bad_alloc.
 class SectorFile {
 public:
+    // In how many pages the entries, or the short streams, of what belongs together mostly lie.
+    static constexpr std::size_t kPagesTogether = 3;
+
     explicit SectorFile(OrderedFile& file) noexcept : file_(file) {}
 
     // shift: 9 or 12. The count becomes what the file's size holds, a cut last sector included.
@@ -41,15 +44,17 @@ public:
     OrderedFile& File() noexcept { return file_; }
 
     // `offset` may lie behind the first sector; the range may go on through the sectors that follow.
-    [[nodiscard]] HRESULT Read(SectorId sector, std::uint64_t offset, void* to, std::size_t count)
+    [[nodiscard]] HRESULT Read(SectorId sector, std::uint64_t offset, void* to, std::size_t count,
+                               std::size_t ahead = 1)
     {
-        return Within(sector, offset, count) ? file_.Read(OffsetOf(sector) + offset, to, count)
+        return Within(sector, offset, count) ? file_.Read(OffsetOf(sector) + offset, to, count, ahead)
                                              : STG_E_DOCFILECORRUPT;
     }
     // See OrderedFile::Peek.
-    [[nodiscard]] HRESULT Peek(SectorId sector, std::uint64_t offset, std::size_t count, const BYTE** bytes)
+    [[nodiscard]] HRESULT Peek(SectorId sector, std::uint64_t offset, std::size_t count, const BYTE** bytes,
+                               std::size_t ahead = 1)
     {
-        return Within(sector, offset, count) ? file_.Peek(OffsetOf(sector) + offset, count, bytes)
+        return Within(sector, offset, count) ? file_.Peek(OffsetOf(sector) + offset, count, bytes, ahead)
                                              : STG_E_DOCFILECORRUPT;
     }
     [[nodiscard]] HRESULT Write(SectorId sector, std::uint64_t offset, const void* from, std::size_t count)

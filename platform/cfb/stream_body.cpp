@@ -39,7 +39,7 @@ HRESULT StreamBody::Take(const DirEntry& entry)
     if (size > room)
         return STG_E_DOCFILECORRUPT;
     size_ = size;
-    chain_ = Chain(Table(IsMini(size)), size > 0 ? entry.Start() : kEndOfChain);
+    chain_.Reset(Table(IsMini(size)), size > 0 ? entry.Start() : kEndOfChain);
     return S_OK;
 }
 
@@ -88,7 +88,7 @@ HRESULT StreamBody::ReadChain(std::uint64_t offset, BYTE* to, std::size_t count)
         std::size_t within = 0;
         std::size_t bytes = 0;
         QV_TRY(Locate(chain_, IsMini(size_), offset, std::min(count, kPart), &sector, &within, &bytes));
-        QV_TRY(volume_->sectors.Read(sector, within, to, bytes));
+        QV_TRY(volume_->sectors.Read(sector, within, to, bytes, SectorFile::kPagesTogether));
         offset += bytes;
         to += bytes;
         count -= bytes;
@@ -301,7 +301,7 @@ HRESULT StreamBody::Shrink(std::uint64_t size)
     if (size > 0 && rest != kEndOfChain)
         QV_TRY(Table(mini).SetNext(last, kEndOfChain));
     volume_->file.Order();
-    chain_ = Chain(Table(IsMini(size)), size > 0 ? chain_.First() : kEndOfChain);
+    chain_.Reset(Table(IsMini(size)), size > 0 ? chain_.First() : kEndOfChain);
     QV_TRY(volume_->FreeChain(rest, Table(mini)));
     return volume_->Commit();
 }

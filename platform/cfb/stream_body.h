@@ -26,7 +26,7 @@ public:
         id_ = id;
         unlinked_ = nullptr;
         size_ = 0;
-        chain_ = Chain(volume_->mini);
+        chain_.Reset(volume_->mini, kEndOfChain);
     }
     // The entry has got another number.
     void SetEntry(EntryId id) noexcept { id_ = id; }

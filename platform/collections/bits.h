@@ -2,6 +2,8 @@
 #ifndef QUORVANE_PLATFORM_COLLECTIONS_BITS_H_
 #define QUORVANE_PLATFORM_COLLECTIONS_BITS_H_
 
+#include <algorithm>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <vector>
@@ -29,6 +31,20 @@ public:
     // False: neither that one nor any behind it is set.
     bool MayHave(std::uint32_t number) const noexcept { return number / kWordBits < words_.size(); }
     void Clear() noexcept { words_.clear(); }
+    // How many bits are set in a row from `begin` on, `most` at the most.
+    std::uint32_t RunFrom(std::uint32_t begin, std::uint32_t most) const noexcept
+    {
+        std::uint32_t run = 0;
+        while (run < most) {
+            const std::uint32_t at = (begin + run) % kWordBits;
+            const auto part =
+                std::min<std::uint32_t>(std::countr_one(WordOf(begin + run) >> at), kWordBits - at);
+            run += part;
+            if (part < kWordBits - at)
+                break;
+        }
+        return std::min(run, most);
+    }
 
     // The bits of the numbers that share a word with this one, to be read, and to be set.
     std::uint64_t WordOf(std::uint32_t number) const noexcept
@@ -37,16 +53,19 @@ public:
     }
     std::uint64_t& Reach(std::uint32_t number)
     {
-        const std::size_t word = number / kWordBits;
-        if (word >= words_.size()) {
-            if (word >= words_.capacity())
-                words_.reserve(word + word / 8 + 64);  // little more than is needed: there are large ones
-            words_.resize(word + 1);
-        }
-        return words_[word];
+        if (!MayHave(number))
+            Grow(number / kWordBits);
+        return words_[number / kWordBits];
     }
 
 private:
+    [[gnu::noinline]] void Grow(std::size_t word)
+    {
+        if (word >= words_.capacity())
+            words_.reserve(word + word / 8 + 64);  // little more than is needed: there are large ones
+        words_.resize(word + 1);
+    }
+
     std::vector<std::uint64_t> words_;
 };
 
