@@ -155,18 +155,11 @@ std::size_t Scan(const OpenFolder& folder, CHashDB& hashes)
     SizedSPropTagArray(4, columns) = {
         4, {PR_ENTRYID, PR_MESSAGE_SIZE, PR_LAST_MODIFICATION_TIME, PR_MESSAGE_FLAGS}};
     Require(SUCCEEDED(table->SetColumns(reinterpret_cast<LPSPropTagArray>(&columns), 0)), "SetColumns");
-    Variant newHashes;
-    Variant deleted;
-    Variant entryIds;
-    Variant flags;
-    Variant unchanged;
-    Require(SUCCEEDED(CFindChangedItems(&hashes).getChangedItems(
-                &folder.Store(), table.Get(), nullptr, nullptr, nullptr, false, newHashes.Put(),
-                deleted.Put(), entryIds.Put(), flags.Put(), unchanged.Put(), 0, false)),
+    ScanResult found;
+    Require(SUCCEEDED(CFindChangedItems(&hashes).getChangedItems(&folder.Store(), table.Get(), nullptr,
+                                                                 nullptr, nullptr, false, &found, 0, false)),
             "getChangedItems");
-    LONG last = -1;
-    Require(SUCCEEDED(SafeArrayGetUBound(entryIds.Raw().parray, 1, &last)), "SafeArrayGetUBound");
-    return static_cast<std::size_t>(last + 1);
+    return found.CountChanged();
 }
 
 // pauses_s: what the pauses between the batches of a scan take on this machine, which is part of its time.

@@ -4,6 +4,7 @@
 #include <iterator>
 
 #include "engine/change/items_col.h"
+#include "engine/change/row_snapshot.h"
 #include "engine/session/trace/trace.h"
 #include "engine/storeaccess/item_hash.h"
 #include "platform/clock/clock.h"
@@ -43,17 +44,6 @@ private:
     bool created_ = false;
 };
 
-template <class Builder>
-HRESULT GiveList(Builder& list, VARIANT* out) noexcept
-{
-    SafeArray array;
-    HR_TRY_QUIET(list.Take(array));
-    Variant value = array.DetachAsVariant();
-    HR_TRY_QUIET(VariantClear(out));
-    *out = value.Detach();
-    return S_OK;
-}
-
 // The item's own long-term identifier in place of a short-term one; the row's own where it can't be had.
 SBinary LongTermIdentifier(IMsgStore* store, const SBinary& identifier, ComPtr<IMessage>& message,
                            PropValue& property) noexcept
@@ -84,8 +74,8 @@ bool IsSameText(BSTR a, BSTR b) noexcept
 // What a scan asks of an item, in the order of its columns: from the row, or from the item where it lacks it.
 struct CFindChangedItems::RowProperties {
     enum { kEntryId, kSize, kModified, kFlags, kCount };
-    static constexpr ULONG kTags[kCount] = {PR_ENTRYID, PR_MESSAGE_SIZE, PR_LAST_MODIFICATION_TIME,
-                                            PR_MESSAGE_FLAGS};
+    static_assert(kCount == RowSnapshot::kColumns);
+    static constexpr const ULONG (&kTags)[kCount] = RowSnapshot::kTags;
 
     const SPropValue* values[kCount] = {};
     PropValue fetched[kCount];
@@ -123,42 +113,35 @@ struct CFindChangedItems::RowProperties {
 
 HRESULT CFindChangedItems::getChangedItems(IMsgStore* Store, IMAPITable* Table,
                                            IQuorvaneRestrict* Restriction, SRow* Row, BSTR,
-                                           bool DetectFlagChanges, VARIANT* Hashes, VARIANT* Deleted,
-                                           VARIANT* EntryIDs, VARIANT* Flags, VARIANT* HashUnchanged,
-                                           ULONG ScanFlags, bool ReportAll) noexcept
+                                           bool DetectFlagChanges, ScanResult* Result, ULONG ScanFlags,
+                                           bool ReportAll) noexcept
 {
     const Traced traced{"CFindChangedItems::getChangedItems"};
-    if (!m_pHashDB || !Table || !Hashes || !Deleted || !EntryIDs || !Flags || !HashUnchanged)
+    if (!m_pHashDB || !Table || !Result)
         return traced(E_POINTER);
-    ChangedItemLists lists;
+    *Result = ScanResult();
     Bookmark bookmark(Table);
     HR_TRY(traced, bookmark.Create());
     HR_TRY(traced, Table->SeekRow(BOOKMARK_BEGINNING, 0, nullptr));
     if (!(ScanFlags & kSkipDeletedItems))
-        HR_TRY(traced, m_pHashDB->FindDeletedSmart(Store, Table, lists.deleted));
+        HR_TRY(traced, m_pHashDB->FindDeletedSmart(Store, Table, Result->deleted));
     if (!(ScanFlags & kSkipChangedItems))
-        HR_TRY(traced, FindChanges(Store, Table, Restriction, Row, DetectFlagChanges, ReportAll, lists));
+        HR_TRY(traced, FindChanges(Store, Table, Restriction, Row, DetectFlagChanges, ReportAll, *Result));
     m_pHashDB->SuspendSave = false;
     HR_IGNORE(m_pHashDB->SaveMap(), "it is traced, and the next save makes up for it");
-
-    HR_TRY(traced, GiveList(lists.entryIds, EntryIDs));
-    HR_TRY(traced, GiveList(lists.hashes, Hashes));
-    HR_TRY(traced, GiveList(lists.deleted, Deleted));
-    HR_TRY(traced, GiveList(lists.flags, Flags));
-    HR_TRY(traced, GiveList(lists.hashUnchanged, HashUnchanged));
     bookmark.GoBack();
     return S_OK;
 }
 
 HRESULT CFindChangedItems::FindChanges(IMsgStore* Store, IMAPITable* Table, IQuorvaneRestrict* Restriction,
                                        SRow* Row, bool DetectFlagChanges, bool ReportAll,
-                                       ChangedItemLists& lists) noexcept
+                                       ScanResult& found) noexcept
 {
     const Traced traced{"CFindChangedItems::getChangedItems"};
     m_pHashDB->SuspendSave = true;
     if (!Row || Row->cValues < kColumnsOfWholeRow)
-        return ScanTable(Store, Table, Restriction, DetectFlagChanges, ReportAll, lists);
-    HR_IGNORE(traced(ProcessOneRow(Store, Row, DetectFlagChanges, ReportAll, &lists)),
+        return ScanTable(Store, Table, Restriction, DetectFlagChanges, ReportAll, found);
+    HR_IGNORE(traced(ProcessOneRow(Store, Row, DetectFlagChanges, ReportAll, &found)),
               "a row that can't be judged is passed over");
     return S_OK;
 }
@@ -167,28 +150,28 @@ HRESULT CFindChangedItems::FindChanges(IMsgStore* Store, IMAPITable* Table, IQuo
 // every row of the folder, so that what the host's restriction hides doesn't come up at a later, unrestricted
 // scan.
 HRESULT CFindChangedItems::ScanTable(IMsgStore* Store, IMAPITable* Table, IQuorvaneRestrict* Restriction,
-                                     bool DetectFlagChanges, bool ReportAll, ChangedItemLists& lists) noexcept
+                                     bool DetectFlagChanges, bool ReportAll, ScanResult& found) noexcept
 {
     const Traced traced{"CFindChangedItems::getChangedItems"};
     ULONG count = 0;
-    RowSet snapshot;
+    RowSnapshot snapshot;
     HR_TRY_QUIET(Table->GetRowCount(0, &count));
-    if (count != 0)
-        HR_TRY_QUIET(Table->QueryRows(static_cast<LONG>(count), TBL_NOADVANCE, snapshot.Put()));
+    HR_TRY_QUIET(snapshot.Take(*Table, count));
     if (Restriction)
         HR_IGNORE(traced(RestrictTable(Table, Restriction)), "the scan goes on over the table as it is");
-    ScanBatches(Store, Table, DetectFlagChanges, ReportAll, lists);
+    ScanBatches(Store, Table, DetectFlagChanges, ReportAll, found);
     // What couldn't be reported mustn't count as known.
-    if (lists.torn)
+    if (found.IsIncomplete())
         return E_OUTOFMEMORY;
-    for (SRow& row : snapshot)
+    snapshot.ForEach([&](SRow& row) {
         HR_IGNORE(traced(ProcessOneRow(Store, &row, DetectFlagChanges, ReportAll, nullptr)),
                   "a bad row never ends a scan");
+    });
     return S_OK;
 }
 
 void CFindChangedItems::ScanBatches(IMsgStore* Store, IMAPITable* Table, bool DetectFlagChanges,
-                                    bool ReportAll, ChangedItemLists& lists) noexcept
+                                    bool ReportAll, ScanResult& found) noexcept
 {
     const Traced traced{"CFindChangedItems::getChangedItems"};
     for (;;) {
@@ -198,7 +181,7 @@ void CFindChangedItems::ScanBatches(IMsgStore* Store, IMAPITable* Table, bool De
         Pause(kPause,
               [](std::chrono::microseconds time) noexcept { PumpingWait(static_cast<ULONG>(time.count())); });
         for (SRow& row : rows)
-            HR_IGNORE(traced(ProcessOneRow(Store, &row, DetectFlagChanges, ReportAll, &lists)),
+            HR_IGNORE(traced(ProcessOneRow(Store, &row, DetectFlagChanges, ReportAll, &found)),
                       "a bad row never ends a scan");
     }
 }
@@ -241,7 +224,7 @@ HRESULT CFindChangedItems::GetPropFromMessage(IMsgStore* Store, LPBYTE EntryID, 
 }
 
 HRESULT CFindChangedItems::ProcessOneRow(IMsgStore* Store, SRow* Row, bool DetectFlagChanges, bool ReportAll,
-                                         ChangedItemLists* Result) noexcept
+                                         ScanResult* Result) noexcept
 {
     const Traced traced{"CFindChangedItems::ProcessOneRow"};
     if (!Row)
@@ -260,7 +243,7 @@ HRESULT CFindChangedItems::ProcessOneRow(IMsgStore* Store, SRow* Row, bool Detec
 }
 
 HRESULT CFindChangedItems::JudgeItem(const SBinary& identifier, const FILETIME& modified, LONG flags,
-                                     bool DetectFlagChanges, bool ReportAll, ChangedItemLists* Result)
+                                     bool DetectFlagChanges, bool ReportAll, ScanResult* Result)
 {
     const Traced traced{"CFindChangedItems::ProcessOneRow"};
     Bstr previous;
@@ -280,21 +263,7 @@ HRESULT CFindChangedItems::JudgeItem(const SBinary& identifier, const FILETIME& 
     HR_TRY(traced, HexFromBinary(identifier, key));
     if (!Result)
         return m_pHashDB->SetHash(key.Get(), hash.Get(), flags);
-    return traced(Report(key.Get(), hash.Get(), flags, hashUnchanged, *Result));
-}
-
-HRESULT CFindChangedItems::Report(BSTR key, BSTR hash, LONG flags, bool hashUnchanged,
-                                  ChangedItemLists& lists) noexcept
-{
-    if (lists.torn)
-        return E_OUTOFMEMORY;
-    lists.torn = true;
-    HR_TRY_QUIET(lists.entryIds.Append(key));
-    HR_TRY_QUIET(lists.hashes.Append(hash));
-    HR_TRY_QUIET(lists.flags.Append(static_cast<ULONG>(flags)));
-    HR_TRY_QUIET(lists.hashUnchanged.Append(hashUnchanged ? 1u : 0u));
-    lists.torn = false;
-    return S_OK;
+    return traced(Result->AddChanged(key.View(), hash.View(), flags, hashUnchanged));
 }
 
 }  // namespace quorvane

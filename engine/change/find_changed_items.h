@@ -6,9 +6,9 @@
 #ifndef QUORVANE_ENGINE_CHANGE_FIND_CHANGED_ITEMS_H_
 #define QUORVANE_ENGINE_CHANGE_FIND_CHANGED_ITEMS_H_
 
+#include "engine/change/scan_result.h"
 #include "engine/persist/hash_db.h"
 #include "engine/storeaccess/hex.h"
-#include "platform/com/safe_array.h"
 #include "platform/mapi/mapi.h"
 #include "quorvane3/object_model.h"
 
@@ -17,16 +17,6 @@ namespace quorvane {
 // Bits of ScanFlags.
 inline constexpr ULONG kSkipDeletedItems = 1;
 inline constexpr ULONG kSkipChangedItems = 2;
-
-// Entries of the same place in entryIds, hashes, flags and hashUnchanged belong together.
-struct ChangedItemLists {
-    BstrArrayBuilder hashes;          // the item's new hash
-    BstrArrayBuilder deleted;         // keys of items that have gone
-    BstrArrayBuilder entryIds;        // the item's key: its long-term PR_ENTRYID in hexadecimal text
-    ULongArrayBuilder flags;          // its new PR_MESSAGE_FLAGS
-    ULongArrayBuilder hashUnchanged;  // 1: listed for another reason than its hash; else 0
-    bool torn = false;  // memory ran short in the midst of an entry: the lists don't belong together
-};
 
 // Made on the spot for each use; has no state between scans. Runs on the calling thread, with MAPI objects
 // that were opened for it.
@@ -45,9 +35,7 @@ public:
     //                           stored hash is left to the caller. May be null.
     // FolderEntryID      [in]   unused.
     // DetectFlagChanges  [in]   an item whose flags alone have changed is listed too.
-    // Hashes ... HashUnchanged  [out]  arrays with the lower bound 0: of BSTR; Flags and HashUnchanged of
-    //                           VT_UI4. What the VARIANTs held before is cleared. VT_EMPTY or untouched
-    //                           after a failure.
+    // Result             [out]  what was found, in place of what it held; undefined after a failure.
     // ScanFlags          [in]   kSkipDeletedItems, kSkipChangedItems.
     // ReportAll          [in]   every row is listed, changed or not.
     //
@@ -56,9 +44,7 @@ public:
     // or snapshot fails, or memory, the hash store stays suspended until the next complete scan.
     [[nodiscard]] HRESULT getChangedItems(IMsgStore* Store, IMAPITable* Table, IQuorvaneRestrict* Restriction,
                                           SRow* Row, BSTR FolderEntryID, bool DetectFlagChanges,
-                                          VARIANT* Hashes, VARIANT* Deleted, VARIANT* EntryIDs,
-                                          VARIANT* Flags, VARIANT* HashUnchanged, ULONG ScanFlags,
-                                          bool ReportAll) noexcept;
+                                          ScanResult* Result, ULONG ScanFlags, bool ReportAll) noexcept;
 
     // Lets the host restrict the table, sets the four columns of a scan and goes to the beginning. Does
     // nothing without a restriction. What the host, SetColumns or SeekRow answered.
@@ -71,7 +57,7 @@ public:
     // E_INVALIDARG: the row has no PR_ENTRYID, or an item's property isn't what was asked for. The failure
     // to open the item for a property that the row lacks. E_OUTOFMEMORY.
     [[nodiscard]] HRESULT ProcessOneRow(IMsgStore* Store, SRow* Row, bool DetectFlagChanges, bool ReportAll,
-                                        ChangedItemLists* Result) noexcept;
+                                        ScanResult* Result) noexcept;
 
     // Reads one property of an item, which is opened at the first call and stays open in `*Message`.
     // What OpenEntry or HrGetOneProp answered.
@@ -83,15 +69,13 @@ private:
     struct RowProperties;
 
     HRESULT FindChanges(IMsgStore* Store, IMAPITable* Table, IQuorvaneRestrict* Restriction, SRow* Row,
-                        bool DetectFlagChanges, bool ReportAll, ChangedItemLists& lists) noexcept;
+                        bool DetectFlagChanges, bool ReportAll, ScanResult& found) noexcept;
     HRESULT ScanTable(IMsgStore* Store, IMAPITable* Table, IQuorvaneRestrict* Restriction,
-                      bool DetectFlagChanges, bool ReportAll, ChangedItemLists& lists) noexcept;
+                      bool DetectFlagChanges, bool ReportAll, ScanResult& found) noexcept;
     void ScanBatches(IMsgStore* Store, IMAPITable* Table, bool DetectFlagChanges, bool ReportAll,
-                     ChangedItemLists& lists) noexcept;
-    static HRESULT Report(BSTR key, BSTR hash, LONG flags, bool hashUnchanged,
-                          ChangedItemLists& lists) noexcept;
+                     ScanResult& found) noexcept;
     HRESULT JudgeItem(const SBinary& identifier, const FILETIME& modified, LONG flags, bool DetectFlagChanges,
-                      bool ReportAll, ChangedItemLists* Result);
+                      bool ReportAll, ScanResult* Result);
 
     CHashDB* m_pHashDB;
 };

@@ -99,8 +99,7 @@ protected:
     {
         CFindChangedItems finder(&hashes);
         return finder.getChangedItems(store.Get(), table.Get(), restriction, row, nullptr, detectFlags,
-                                      lists[0].Put(), lists[1].Put(), lists[2].Put(), lists[3].Put(),
-                                      lists[4].Put(), scanFlags, reportAll);
+                                      &found, scanFlags, reportAll);
     }
     // Judges one row of five columns as a notification brings it.
     HRESULT ScanRow(const ItemProps& item)
@@ -111,37 +110,32 @@ protected:
         return Scan(&row, kSkipDeletedItems);
     }
 
-    std::vector<std::string> Texts(const Variant& list) const
+    std::vector<ChangedItem> Changed() const
     {
-        ArrayView<BSTR> view;
-        EXPECT_EQ(view.Open(list.Raw()), S_OK);
-        std::vector<std::string> texts;
-        for (BSTR const text : view)
-            texts.push_back(Narrow(ViewOf(text)));
-        return texts;
-    }
-    std::vector<ULONG> Numbers(const Variant& list) const
-    {
-        ArrayView<ULONG> view;
-        EXPECT_EQ(view.Open(list.Raw()), S_OK);
-        return {view.begin(), view.end()};
+        std::vector<ChangedItem> items(found.CountChanged());
+        for (ULONG i = 0; i < found.CountChanged(); ++i)
+            EXPECT_EQ(found.ReadChanged(i, items[i]), S_OK);
+        return items;
     }
     // "key hash flags unchanged" of every listed item.
     std::vector<std::string> Listed() const
     {
-        const std::vector<std::string> newHashes = Texts(lists[0]);
-        const std::vector<std::string> keys = Texts(lists[2]);
-        const std::vector<ULONG> flags = Numbers(lists[3]);
-        const std::vector<ULONG> unchanged = Numbers(lists[4]);
-        EXPECT_TRUE(newHashes.size() == keys.size() && flags.size() == keys.size() &&
-                    unchanged.size() == keys.size());
         std::vector<std::string> items;
-        for (size_t i = 0; i < keys.size(); ++i)
-            items.push_back(keys[i] + " " + newHashes[i] + " " + std::to_string(flags[i]) + " " +
-                            std::to_string(unchanged[i]));
+        for (const ChangedItem& item : Changed())
+            items.push_back(Narrow(item.entryId.View()) + " " + Narrow(item.hash.View()) + " " +
+                            std::to_string(item.flags) + " " + std::to_string(item.hashUnchanged));
         return items;
     }
-    std::vector<std::string> Deleted() const { return Texts(lists[1]); }
+    std::vector<std::string> Deleted() const
+    {
+        std::vector<std::string> keys;
+        for (ULONG i = 0; i < found.deleted.Count(); ++i) {
+            Bstr key;
+            EXPECT_EQ(found.deleted.Read(i, key), S_OK);
+            keys.push_back(Narrow(key.View()));
+        }
+        return keys;
+    }
     static std::string Entry(int n, DWORD time, LONG flags, int unchanged)
     {
         return KeyOf(LongTerm(n)) + " " + HashOf(time) + " " + std::to_string(flags) + " " +
@@ -152,18 +146,16 @@ protected:
     CHashDB hashes{OLESTR("F")};
     ComPtr<FakeStore> store = MakeComObject<FakeStore>();
     ComPtr<FakeTable> table = MakeComObject<FakeTable>();
-    Variant lists[5];  // Hashes, Deleted, EntryIDs, Flags, HashUnchanged
+    ScanResult found;
 };
 
 // Whole-table scans
 
-TEST_F(FindChangedItemsTest, AFolderWithoutRowsGivesFiveEmptyLists)
+TEST_F(FindChangedItemsTest, AFolderWithoutRowsGivesEmptyLists)
 {
     ASSERT_EQ(Scan(), S_OK);
     EXPECT_TRUE(Listed().empty());
     EXPECT_TRUE(Deleted().empty());
-    for (const Variant& list : lists)
-        EXPECT_TRUE(list.Raw().vt == (VT_ARRAY | VT_BSTR) || list.Raw().vt == (VT_ARRAY | VT_UI4));
     // The search for deleted items and the scan each ask once; there is nothing to take a snapshot of.
     EXPECT_EQ(table->askedFor, (std::vector<LONG>{200, 20}));
 }
@@ -208,6 +200,37 @@ TEST_F(FindChangedItemsTest, TheScanReadsInBatchesAndSavesOnce)
     CHashDB reloaded(OLESTR("F"));
     ASSERT_EQ(reloaded.Init(Bstr(Widen(files.File(""))).Get()), S_OK);
     EXPECT_EQ(reloaded.Count(), 45u);
+}
+
+// A long table isn't held as a whole.
+TEST_F(FindChangedItemsTest, TheSnapshotOfALongTableIsTakenPieceByPiece)
+{
+    constexpr int kMany = 1201;
+    for (int n = 0; n < kMany; ++n) {
+        table->rows.push_back(Item(0, 5, n));
+        table->rows.back().entryId = LongTerm(n % 100) + std::to_string(n);
+    }
+    table->position = 7;
+    ASSERT_EQ(Scan(nullptr, kSkipDeletedItems), S_OK);
+
+    EXPECT_EQ(Listed().size(), static_cast<size_t>(kMany));
+    EXPECT_EQ(std::vector<LONG>(table->askedFor.begin(), table->askedFor.begin() + 5),
+              (std::vector<LONG>{500, 500, 500, 500, 20}));
+    EXPECT_EQ(table->position, 7u);
+    for (const int n : {0, 499, 500, 1200})
+        EXPECT_EQ(Stored(*table->rows[static_cast<size_t>(n)].entryId), HashOf(5) + "/" + std::to_string(n));
+}
+
+TEST_F(FindChangedItemsTest, ALongTableThatCannotBeReadToItsEndOrGoBackFailsTheScan)
+{
+    for (int n = 0; n < 501; ++n)
+        table->rows.push_back(Item(1, 5));
+    table->failQueryAt = 2;
+    EXPECT_EQ(Scan(nullptr, kSkipDeletedItems), MAPI_E_CALL_FAILED);
+    table->failQueryAt = 0;
+    table->failSeekAt = 3;  // the first scan went to the beginning once
+    EXPECT_EQ(Scan(nullptr, kSkipDeletedItems), MAPI_E_CALL_FAILED);
+    EXPECT_EQ(hashes.Count(), 0u);
 }
 
 TEST_F(FindChangedItemsTest, ChangedFlagsAloneCountOnlyWhenAskedFor)
@@ -271,14 +294,11 @@ TEST_F(FindChangedItemsTest, ThePositionInTheTableIsRestored)
 
 TEST_F(FindChangedItemsTest, WhatTheListsHeldBeforeIsCleared)
 {
-    for (Variant& list : lists)
-        list = Variant::Text(OLESTR("old"));
-    CFindChangedItems finder(&hashes);
-    ASSERT_EQ(
-        finder.getChangedItems(store.Get(), table.Get(), nullptr, nullptr, nullptr, false, &lists[0].Raw(),
-                               &lists[1].Raw(), &lists[2].Raw(), &lists[3].Raw(), &lists[4].Raw(), 0, false),
-        S_OK);
+    ASSERT_EQ(found.AddChanged(OLESTR("AA"), OLESTR("old"), 1, false), S_OK);
+    ASSERT_EQ(found.deleted.Append(OLESTR("BB")), S_OK);
+    ASSERT_EQ(Scan(), S_OK);
     EXPECT_TRUE(Listed().empty());
+    EXPECT_TRUE(Deleted().empty());
 }
 
 // Single rows
@@ -384,7 +404,8 @@ TEST_F(FindChangedItemsTest, AShortTermIdentifierThatCannotBeOpenedIsJudgedAsItI
     row.entryId = ShortTerm(9);
     table->rows = {row};
     ASSERT_EQ(Scan(nullptr, kSkipDeletedItems), S_OK);
-    EXPECT_EQ(Texts(lists[2]), std::vector{KeyOf(ShortTerm(9))});
+    ASSERT_EQ(Changed().size(), 1u);
+    EXPECT_EQ(Narrow(Changed()[0].entryId.View()), KeyOf(ShortTerm(9)));
 }
 
 // Restrictions
@@ -486,15 +507,14 @@ TEST_F(FindChangedItemsTest, AFailureInTheMidstOfTheBatchesEndsThemLikeTheEndOfT
 TEST_F(FindChangedItemsTest, MissingPointersAreRefused)
 {
     CFindChangedItems finder(&hashes);
-    VARIANT* const out = &lists[0].Raw();
-    EXPECT_EQ(finder.getChangedItems(store.Get(), nullptr, nullptr, nullptr, nullptr, false, out, out, out,
-                                     out, out, 0, false),
-              E_POINTER);
-    EXPECT_EQ(finder.getChangedItems(store.Get(), table.Get(), nullptr, nullptr, nullptr, false, out, nullptr,
-                                     out, out, out, 0, false),
-              E_POINTER);
+    EXPECT_EQ(
+        finder.getChangedItems(store.Get(), nullptr, nullptr, nullptr, nullptr, false, &found, 0, false),
+        E_POINTER);
+    EXPECT_EQ(
+        finder.getChangedItems(store.Get(), table.Get(), nullptr, nullptr, nullptr, false, nullptr, 0, false),
+        E_POINTER);
     EXPECT_EQ(CFindChangedItems(nullptr).getChangedItems(store.Get(), table.Get(), nullptr, nullptr, nullptr,
-                                                         false, out, out, out, out, out, 0, false),
+                                                         false, &found, 0, false),
               E_POINTER);
 }
 
@@ -516,33 +536,6 @@ TEST(ItemsColTest, AnEmptyObjectHandsOutNull)
     auto* raw = reinterpret_cast<IUnknown*>(0x10);
     ASSERT_EQ(items->get_RawTable(&raw), S_OK);
     EXPECT_EQ(raw, nullptr);
-}
-
-// A caller's array that somebody is using can't be replaced by a list.
-TEST_F(FindChangedItemsTest, AListThatCantBeGivenEndsTheScanAndIsTraced)
-{
-    constexpr size_t kLists = 5;
-    for (size_t list = 0; list < kLists; ++list) {
-        ByteArrayBuilder builder;
-        SafeArray used;
-        ASSERT_EQ(builder.Take(used), S_OK);
-        ASSERT_EQ(SafeArrayLock(used.Get()), S_OK);
-        VARIANT places[kLists]{};
-        places[list].vt = VT_ARRAY | VT_UI1;
-        places[list].parray = used.Get();
-        const std::string lines = TracedLines([&] {
-            EXPECT_EQ(CFindChangedItems(&hashes).getChangedItems(
-                          store.Get(), table.Get(), nullptr, nullptr, nullptr, false, &places[0], &places[1],
-                          &places[2], &places[3], &places[4], 0, false),
-                      DISP_E_ARRAYISLOCKED);
-        });
-        EXPECT_NE(lines.find("CFindChangedItems::getChangedItems("), std::string::npos);
-        EXPECT_EQ(places[list].parray, used.Get());
-        places[list].vt = VT_EMPTY;
-        for (VARIANT& place : places)
-            VariantClear(&place);
-        SafeArrayUnlock(used.Get());
-    }
 }
 
 TEST_F(FindChangedItemsTest, AnEmptyIdentifierIsNoShortTermOne)

@@ -53,7 +53,6 @@ struct CResendFolder::Run {
     Bstr folderId;
     CHashDB* hashes = nullptr;
     ScanResult found;
-    ScanLists lists;
     Addin addin;
     LONG count = 0;
     // An item whose row has an older version was seen: from it on nothing is offered, unless all is sent.
@@ -94,7 +93,7 @@ HRESULT CResendFolder::ResendThreadProc(Event& stop) noexcept
     HR_TRY(kResendTraced, Scan(run));
     HR_TRY(kResendTraced, run.addin.Connect(*m_pSession));
 
-    m_lTotal = static_cast<LONG>(run.lists.entryIds.Count() + run.lists.deleted.Count());
+    m_lTotal = static_cast<LONG>(run.found.CountChanged() + run.found.deleted.Count());
     if (m_lTotal != 0)
         HR_IGNORE(TellProgress(run.progress.Get(), kSetLimits, 0, m_lTotal), "the job runs all the same");
     // One save for all items.
@@ -132,50 +131,46 @@ HRESULT CResendFolder::Scan(Run& run) noexcept
     if (!run.hashes)
         return E_FAIL;
     CFindChangedItems finder(run.hashes);
-    ScanResult& found = run.found;
-    HR_TRY_QUIET(finder.getChangedItems(run.store.Get(), run.table.Get(), run.restriction.Get(), nullptr,
-                                        run.entryId.Get(), m_bCompareFlags != 0, found.hashes.Put(),
-                                        found.deleted.Put(), found.entryIds.Put(), found.flags.Put(),
-                                        found.hashUnchanged.Put(), 0, m_ulResendAll != 0));
-    return run.lists.Open(found);
+    return finder.getChangedItems(run.store.Get(), run.table.Get(), run.restriction.Get(), nullptr,
+                                  run.entryId.Get(), m_bCompareFlags != 0, &run.found, 0, m_ulResendAll != 0);
 }
 
 void CResendFolder::ResendChangedItems(Run& run, Event& stop) noexcept
 {
-    for (ULONG i = 0; i < run.lists.entryIds.Count(); ++i) {
+    for (ULONG i = 0; i < run.found.CountChanged(); ++i) {
         std::this_thread::yield();
         if (stop.IsSet())
             return;
         HR_IGNORE(TellProgress(run.progress.Get(), kProgress, ++run.count, m_lTotal), "the work goes on");
-        run.last =
-            kResendTraced(ResendChanged(run, run.lists.entryIds.Elements()[i], run.lists.hashes.Elements()[i],
-                                        run.lists.flags.Elements()[i]));
+        run.last = kResendTraced(ResendChanged(run, i));
     }
 }
 
 void CResendFolder::ResendDeletedItems(Run& run, Event& stop) noexcept
 {
-    for (BSTR const entryId : run.lists.deleted) {
+    for (ULONG i = 0; i < run.found.deleted.Count(); ++i) {
         std::this_thread::yield();
         if (stop.IsSet())
             return;
-        run.last = kResendTraced(ResendDeleted(run, entryId));
+        run.last = kResendTraced(ResendDeleted(run, i));
         if (FAILED(run.last))
             continue;
         HR_IGNORE(TellProgress(run.progress.Get(), kProgress, ++run.count, m_lTotal), "the work goes on");
     }
 }
 
-HRESULT CResendFolder::ResendChanged(Run& run, BSTR entryId, BSTR hash, ULONG flags) noexcept
+HRESULT CResendFolder::ResendChanged(Run& run, ULONG index) noexcept
 {
+    ChangedItem found;
+    HR_TRY_QUIET(run.found.ReadChanged(index, found));
     ComPtr<CItem> item;
-    HR_TRY_QUIET(MakeItem(entryId, run.entryId, run.folderId, item));
+    HR_TRY_QUIET(MakeItem(found.entryId.Get(), run.entryId, run.folderId, item));
     HR_TRY_QUIET(Identify(run, *item.Get()));
     run.oldItemSeen = run.oldItemSeen || item->m_dblVersion < kPresentVersion;
     if (!run.oldItemSeen || m_ulResendAll != 0)
         HR_TRY_QUIET(OfferChange(run, *item.Get()));
     HR_TRY_QUIET(item->DBUpdate());
-    return run.hashes->SetHash(entryId, hash, static_cast<LONG>(flags));
+    return run.hashes->SetHash(found.entryId.Get(), found.hash.Get(), found.flags);
 }
 
 // Finds the item's row, or makes one.
@@ -202,14 +197,16 @@ HRESULT CResendFolder::OfferChange(Run& run, CItem& item) noexcept
     return offered->Send(m_bstrRecipients.Get());
 }
 
-HRESULT CResendFolder::ResendDeleted(Run& run, BSTR entryId) noexcept
+HRESULT CResendFolder::ResendDeleted(Run& run, ULONG index) noexcept
 {
+    Bstr entryId;
+    HR_TRY_QUIET(run.found.deleted.Read(index, entryId));
     ComPtr<CItem> item;
-    HR_TRY_QUIET(MakeItem(entryId, m_bstrFolderEntryID, m_bstrFolderID, item));
+    HR_TRY_QUIET(MakeItem(entryId.Get(), m_bstrFolderEntryID, m_bstrFolderID, item));
     HR_TRY_QUIET(item->put_Action(qv_ac_Deleted));
     if (item->DBRead() == S_OK)
         HR_TRY_QUIET(OfferDeletion(run, *item.Get()));
-    return run.hashes->SetHash(entryId, nullptr, 0);
+    return run.hashes->SetHash(entryId.Get(), nullptr, 0);
 }
 
 // A deletion goes to the folder's usual members, for whom its entry identifier stands.

@@ -53,9 +53,9 @@ private:
     void ResendChangedItems(Run& run, Event& stop) noexcept;
     void ResendDeletedItems(Run& run, Event& stop) noexcept;
 
-    // One item. The failure that ended the work on it; nothing is traced here.
-    HRESULT ResendChanged(Run& run, BSTR entryId, BSTR hash, ULONG flags) noexcept;
-    HRESULT ResendDeleted(Run& run, BSTR entryId) noexcept;
+    // One item of a list of the scan. The failure that ended the work on it; nothing is traced here.
+    HRESULT ResendChanged(Run& run, ULONG index) noexcept;
+    HRESULT ResendDeleted(Run& run, ULONG index) noexcept;
     HRESULT MakeItem(BSTR entryId, const Bstr& folderEntryId, const Bstr& folderId,
                      ComPtr<CItem>& item) noexcept;
     static HRESULT Identify(Run& run, CItem& item) noexcept;

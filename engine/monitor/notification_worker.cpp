@@ -38,22 +38,24 @@ void TraceDeletion(const CItem& item, BSTR folderEntryId) noexcept
 
 HRESULT NotificationWorker::Process(const ScanResult& found) noexcept
 {
-    ScanLists lists;
-    HR_TRY(kTraced, lists.Open(found));
     HR_TRY(kTraced, addin_.Connect(session_));
 
-    TraceVerbose(kTraced, "Changed %u. Deleted %u\n", lists.entryIds.Count(), lists.deleted.Count());
-    for (ULONG i = 0; i < lists.entryIds.Count(); ++i) {
-        HR_IGNORE(ProcessChanged(lists.entryIds.Elements()[i], lists.hashes.Elements()[i],
-                                 lists.flags.Elements()[i]),
+    TraceVerbose(kTraced, "Changed %u. Deleted %u\n", found.CountChanged(), found.deleted.Count());
+    for (ULONG i = 0; i < found.CountChanged(); ++i) {
+        ChangedItem item;
+        HR_TRY(kTraced, found.ReadChanged(i, item));
+        HR_IGNORE(ProcessChanged(item.entryId.Get(), item.hash.Get(), item.flags),
                   "traced; the next item goes on");
     }
-    for (BSTR const entryId : lists.deleted)
-        HR_IGNORE(ProcessDeleted(entryId), "traced; the next item goes on");
+    for (ULONG i = 0; i < found.deleted.Count(); ++i) {
+        Bstr entryId;
+        HR_TRY(kTraced, found.deleted.Read(i, entryId));
+        HR_IGNORE(ProcessDeleted(entryId.Get()), "traced; the next item goes on");
+    }
     return S_OK;
 }
 
-HRESULT NotificationWorker::ProcessChanged(BSTR entryId, BSTR hash, ULONG flags) noexcept
+HRESULT NotificationWorker::ProcessChanged(BSTR entryId, BSTR hash, LONG flags) noexcept
 {
     TraceVerbose(kTraced, "Processing Item: %s\n", entryId);
     Pause(kPause, Rest);
@@ -66,7 +68,7 @@ HRESULT NotificationWorker::ProcessChanged(BSTR entryId, BSTR hash, ULONG flags)
     if (!locked)
         HR_TRY(kTraced, OfferChange(*item.Get()));
     HR_TRY(kTraced, item->DBUpdate());
-    return kTraced(hashes_.SetHash(entryId, hash, static_cast<LONG>(flags)));
+    return kTraced(hashes_.SetHash(entryId, hash, flags));
 }
 
 HRESULT NotificationWorker::ProcessDeleted(BSTR entryId) noexcept

@@ -32,7 +32,7 @@ public:
 
 private:
     // The failures of one item are traced where they happen.
-    HRESULT ProcessChanged(BSTR entryId, BSTR hash, ULONG flags) noexcept;
+    HRESULT ProcessChanged(BSTR entryId, BSTR hash, LONG flags) noexcept;
     HRESULT ProcessDeleted(BSTR entryId) noexcept;
 
     HRESULT MakeItem(BSTR entryId, ComPtr<CItem>& item) noexcept;

@@ -116,9 +116,7 @@ HRESULT ScanAndWork(const CAdviseSink& sink, const TABLE_NOTIFICATION& notificat
     SRow row = notification.row;
     const HRESULT hr = finder.getChangedItems(
         sink.m_pStore.Get(), sink.m_pTable.Get(), sink.m_pRestriction.Get(), plan.usesRow ? &row : nullptr,
-        sink.m_bstrEntryID.Get(), sink.m_bCompareFlags == VARIANT_TRUE, found.hashes.Put(),
-        found.deleted.Put(), found.entryIds.Put(), found.flags.Put(), found.hashUnchanged.Put(), plan.flags,
-        false);
+        sink.m_bstrEntryID.Get(), sink.m_bCompareFlags == VARIANT_TRUE, &found, plan.flags, false);
     if (FAILED(hr))
         return S_OK;  // traced by the scan; the next notification goes on
     NotificationWorker worker(sink, *hashes, notification.ulTableEvent);

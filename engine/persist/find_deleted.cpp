@@ -1,21 +1,19 @@
 #include <string>
-#include <unordered_set>
-#include <vector>
 
 #include "engine/persist/debug_timer.h"
 #include "engine/persist/hash_db.h"
 #include "engine/persist/hash_file.h"
 #include "engine/persist/hash_text.h"
+#include "engine/persist/packed_set.h"
 #include "engine/session/trace/trace.h"
 #include "engine/storeaccess/hex.h"
+#include "platform/com/com_ptr.h"
 
 namespace quorvane {
 namespace {
 
 constexpr ULONG kRowsAtOnce = 200;
 constexpr Traced kFindTraced{"CHashDB::FindDeletedSmart"};
-
-using Keys = std::unordered_set<std::string>;
 
 // The item's own long-term identifier in place of a short-term one. False when it can't be had: the item
 // can't be opened, or has none.
@@ -33,7 +31,7 @@ bool LongTermIdentifier(IMsgStore* store, const SBinary& shortTerm, PropValue& i
 }
 
 // Adds the key of one row. E_FAIL: the row has no PR_ENTRYID. A row whose key can't be had adds nothing.
-HRESULT SeeRow(IMsgStore* store, const SRow& row, Keys& seen)
+HRESULT SeeRow(IMsgStore* store, const SRow& row, PackedSet& seen)
 {
     const SPropValue* const column = FindProp(row, PR_ENTRYID);
     if (!column)
@@ -48,12 +46,12 @@ HRESULT SeeRow(IMsgStore* store, const SRow& row, Keys& seen)
     }
     Bstr key;
     if (SUCCEEDED(kFindTraced(HexFromBinary(identifier, key))))
-        seen.insert(PackHashText(key.View()));
+        seen.Add(PackHashText(key.View()));
     return S_OK;
 }
 
 // Rows that can't be read count as gone, so that a failure of the table ends the reading like its end.
-HRESULT SeeTable(IMsgStore* store, IMAPITable* table, Keys& seen)
+HRESULT SeeTable(IMsgStore* store, IMAPITable* table, PackedSet& seen)
 {
     for (;;) {
         RowSet rows;
@@ -66,18 +64,18 @@ HRESULT SeeTable(IMsgStore* store, IMAPITable* table, Keys& seen)
 
 }  // namespace
 
-HRESULT CHashDB::FindDeletedSmart(IMsgStore* Store, IMAPITable* Table, BstrArrayBuilder& Deleted) noexcept
+HRESULT CHashDB::FindDeletedSmart(IMsgStore* Store, IMAPITable* Table, PackedTexts& Deleted) noexcept
 {
     try {
         const DebugTimer timer;
-        Keys seen;
+        PackedSet seen;
         HR_TRY_QUIET(SeeTable(Store, Table, seen));
         HRESULT appended = S_OK;
         {
             const MutexLock lock(m_csLock);
             m_pFile->ForEachKey([&](const std::string& key) {
-                if (SUCCEEDED(appended) && !seen.contains(key))
-                    appended = Deleted.Append(OleStringView(UnpackHashText(key)));
+                if (SUCCEEDED(appended) && !seen.Has(key))
+                    appended = Deleted.AppendPacked(key);
             });
         }
         HR_TRY(kFindTraced, appended);

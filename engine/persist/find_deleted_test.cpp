@@ -43,13 +43,12 @@ protected:
     // The keys found, sorted.
     std::vector<std::string> Deleted()
     {
-        SafeArray array;
-        EXPECT_EQ(list.Take(array), S_OK);
-        ArrayView<BSTR> view;
-        EXPECT_EQ(view.Open(array.Get()), S_OK);
         std::vector<std::string> keys;
-        for (BSTR const key : view)
-            keys.push_back(Narrow(ViewOf(key)));
+        for (ULONG i = 0; i < list.Count(); ++i) {
+            Bstr key;
+            EXPECT_EQ(list.Read(i, key), S_OK);
+            keys.push_back(Narrow(key.View()));
+        }
         std::sort(keys.begin(), keys.end());
         return keys;
     }
@@ -57,7 +56,7 @@ protected:
     CHashDB store{OLESTR("F")};
     ComPtr<FakeStore> mailStore = MakeComObject<FakeStore>();
     ComPtr<FakeTable> table = MakeComObject<FakeTable>();
-    BstrArrayBuilder list;
+    PackedTexts list;
 };
 
 TEST_F(FindDeletedTest, AnEmptyFolderAndAnEmptyStoreAgree)

@@ -17,9 +17,9 @@
 #include <memory>
 #include <string>
 
+#include "engine/persist/packed_texts.h"
 #include "platform/com/bstr.h"
 #include "platform/com/mutex.h"
-#include "platform/com/safe_array.h"
 #include "platform/mapi/mapi.h"
 
 namespace quorvane {
@@ -86,7 +86,7 @@ public:
     // S_OK. E_FAIL: a row carried no PR_ENTRYID; nothing was appended. E_OUTOFMEMORY. The failure of going
     // back to the table's beginning; what was appended stays.
     [[nodiscard]] HRESULT FindDeletedSmart(IMsgStore* Store, IMAPITable* Table,
-                                           BstrArrayBuilder& Deleted) noexcept;
+                                           PackedTexts& Deleted) noexcept;
 
     // How many records there are.
     size_t Count() noexcept;

@@ -9,9 +9,15 @@ enum Form : char {
     kHexDigits = 1,  // a byte for two uppercase hexadecimal digits
     kNarrow = 2,     // a byte for a character below 256
     kWide = 3,       // two bytes for a character, little-endian
+    kDigest = 4,     // sixteen bytes for 32 lowercase hexadecimal digits, then as kNarrow
 };
 
+// What a digest takes in a text, and packed.
+constexpr size_t kDigestDigits = 32;
+constexpr size_t kDigestBytes = kDigestDigits / 2;
+
 constexpr char kDigits[] = "0123456789ABCDEF";
+constexpr char kLowerDigits[] = "0123456789abcdef";
 
 constexpr unsigned ByteOf(char c) noexcept
 {
@@ -38,9 +44,26 @@ constexpr bool IsUpperHex(OLECHAR c) noexcept
     return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'F');
 }
 
+constexpr bool IsLowerHex(OLECHAR c) noexcept
+{
+    return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f');
+}
+
 constexpr unsigned HexValue(OLECHAR c) noexcept
 {
-    return c <= '9' ? c - '0' : c - 'A' + 10u;
+    return c <= '9' ? c - '0' : c - (c >= 'a' ? 'a' : 'A') + 10u;
+}
+
+template <class Text>
+bool BeginsWithDigest(const Text& text) noexcept
+{
+    if (text.size() < kDigestDigits)
+        return false;
+    for (size_t i = 0; i < kDigestDigits; ++i) {
+        if (!IsLowerHex(text[i]))
+            return false;
+    }
+    return true;
 }
 
 template <class Text>
@@ -55,7 +78,15 @@ Form FormFor(const Text& text) noexcept
         if (text[i] >= 0x100)
             return kWide;
     }
-    return kNarrow;
+    return BeginsWithDigest(text) ? kDigest : kNarrow;
+}
+
+// Digits from the beginning of a text, two to a byte.
+template <class Text>
+void PackDigits(const Text& text, size_t digits, std::string& packed)
+{
+    for (size_t i = 0; i < digits; i += 2)
+        packed += static_cast<char>((HexValue(text[i]) << 4) | HexValue(text[i + 1]));
 }
 
 template <class Text>
@@ -66,12 +97,13 @@ void Pack(const Text& text, std::string& packed)
     packed.assign(1, form);
     if (form == kHexDigits) {
         packed.reserve(1 + count / 2);
-        for (size_t i = 0; i < count; i += 2)
-            packed += static_cast<char>((HexValue(text[i]) << 4) | HexValue(text[i + 1]));
+        PackDigits(text, count, packed);
         return;
     }
-    packed.reserve(1 + (form == kNarrow ? count : 2 * count));
-    for (size_t i = 0; i < count; ++i) {
+    const size_t digits = form == kDigest ? kDigestDigits : 0;
+    packed.reserve(1 + (form == kWide ? 2 * count : count - digits / 2));
+    PackDigits(text, digits, packed);
+    for (size_t i = digits; i < count; ++i) {
         packed += static_cast<char>(text[i] & 0xFF);
         if (form == kWide)
             packed += static_cast<char>(text[i] >> 8);
@@ -85,9 +117,10 @@ void ForEachCharacter(const std::string& packed, Put put)
     const char form = packed[0];
     for (size_t i = 1; i < packed.size(); i += form == kWide ? 2 : 1) {
         const unsigned byte = ByteOf(packed[i]);
-        if (form == kHexDigits) {
-            put(static_cast<OLECHAR>(kDigits[byte >> 4]));
-            put(static_cast<OLECHAR>(kDigits[byte & 15]));
+        if (form == kHexDigits || (form == kDigest && i <= kDigestBytes)) {
+            const char* const digits = form == kDigest ? kLowerDigits : kDigits;
+            put(static_cast<OLECHAR>(digits[byte >> 4]));
+            put(static_cast<OLECHAR>(digits[byte & 15]));
         } else {
             put(static_cast<OLECHAR>(form == kWide ? byte | (ByteOf(packed[i + 1]) << 8) : byte));
         }
@@ -113,7 +146,7 @@ OleString UnpackHashText(const std::string& packed)
     OleString text;
     if (packed.empty())
         return text;
-    text.reserve(packed[0] == kHexDigits ? 2 * packed.size() : packed.size());
+    text.reserve(packed[0] == kHexDigits ? 2 * packed.size() : packed.size() + kDigestBytes);
     ForEachCharacter(packed, [&](OLECHAR c) { text += c; });
     return text;
 }
@@ -123,6 +156,8 @@ std::uint64_t HashStringBytes(const std::string& packed) noexcept
     if (packed.empty())
         return 0;
     const std::uint64_t rest = packed.size() - 1;
+    if (packed[0] == kDigest)
+        return 2 * (rest + kDigestBytes) + kHashTerminatorSize;
     const unsigned factor = packed[0] == kHexDigits ? 4 : packed[0] == kNarrow ? 2 : 1;
     return factor * rest + kHashTerminatorSize;
 }

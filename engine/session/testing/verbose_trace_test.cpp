@@ -79,25 +79,6 @@ protected:
     SharedFolder& folder = folders->Share(OLESTR("{F}"), TestMailbox::IdOf(*shared), mailbox.StoreId());
 };
 
-Variant ArrayOf(const std::vector<Bstr>& texts)
-{
-    BstrArrayBuilder builder;
-    for (const Bstr& text : texts)
-        EXPECT_EQ(builder.Append(text.Get()), S_OK);
-    SafeArray array;
-    EXPECT_EQ(builder.Take(array), S_OK);
-    return array.DetachAsVariant();
-}
-
-Variant ArrayOf(ULONG number)
-{
-    ULongArrayBuilder builder;
-    EXPECT_EQ(builder.Append(number), S_OK);
-    SafeArray array;
-    EXPECT_EQ(builder.Take(array), S_OK);
-    return array.DetachAsVariant();
-}
-
 TEST_F(VerboseTraceTest, TheWorkerTellsEachItemAndEachMove)
 {
     const Bstr id = AddKnown();
@@ -108,11 +89,8 @@ TEST_F(VerboseTraceTest, TheWorkerTellsEachItemAndEachMove)
     sink->m_bstrFolderID = Bstr(OLESTR("{F}"));
     CHashDB hashes(OLESTR("F"));
     ScanResult found;
-    found.entryIds = ArrayOf({id});
-    found.hashes = ArrayOf({Bstr(OLESTR("hash"))});
-    found.flags = ArrayOf(1);
-    found.hashUnchanged = ArrayOf(0);
-    found.deleted = ArrayOf({id});
+    ASSERT_EQ(found.AddChanged(id.View(), OLESTR("hash"), 1, false), S_OK);
+    ASSERT_EQ(found.deleted.Append(id.View()), S_OK);
     const std::string lines = Traced(
         [&] { EXPECT_EQ(NotificationWorker(*sink.Get(), hashes, TABLE_ROW_ADDED).Process(found), S_OK); });
 
