@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <atomic>
 #include <condition_variable>
+#include <functional>
 #include <mutex>
-#include <set>
 
 #include "host/base/output.h"
 #include "host/sharing/recipients.h"
@@ -59,12 +59,16 @@ public:
     void Offer(const std::string& id)
     {
         const std::lock_guard lock(mutex_);
-        offered_.insert(id);
+        offered_.append(id).push_back('\0');
     }
-    std::set<std::string> Offered()
+    void ForEachOffered(const std::function<void(const std::string& id)>& visit)
     {
         const std::lock_guard lock(mutex_);
-        return offered_;
+        for (std::size_t at = 0; at < offered_.size();) {
+            const std::string id(offered_.c_str() + at);
+            at += id.size() + 1;
+            visit(id);
+        }
     }
 
     // Set by the run's thread, about this job alone.
@@ -84,7 +88,7 @@ private:
     std::mutex mutex_;
     std::condition_variable end_;
     bool ended_ = false;
-    std::set<std::string> offered_;
+    std::string offered_;  // IDs, each with a zero behind it, which stands in none
 };
 
 namespace {
@@ -248,13 +252,13 @@ void Resender::Forget()
 std::vector<std::string> Resender::Missing()
 {
     std::vector<std::string> missing;
-    for (const std::string& id : job_->Offered()) {
+    job_->ForEachOffered([&](const std::string& id) {
         if (parts_.records.IsGiven(job_->Request().number, id))
-            continue;  // as nearly all are
+            return;  // as nearly all are
         const auto record = parts_.records.FindItem(id);
         if (record && !record->deleted && parts_.state.RowOfId(id))
             missing.push_back(id);
-    }
+    });
     return missing;
 }
 
