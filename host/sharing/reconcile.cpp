@@ -123,16 +123,17 @@ try {
     unsent_(row ? row->id : difference.id, share.folderId, error.what());
 }
 
-void Reconciler::SendDifferences(const Share& share)
+bool Reconciler::SendDifferences(const Share& share)
 {
     const std::vector<Difference> differences = FindDifferences(share);
     if (group_ && differences.size() >= CommitGroup::kFew)
         group_->BeginSending();
     for (const Difference& difference : differences) {
         if (isStopAsked_())
-            return;
+            return false;
         Send(share, difference);
     }
+    return differences.empty();
 }
 
 void Reconciler::TakeForSent(const Share& share)

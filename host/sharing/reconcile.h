@@ -36,12 +36,16 @@ public:
     void SetGroup(CommitGroup* group) noexcept { group_ = group; }
 
     // Compares each item of a folder with its row; sends what differs or has no row, and a deletion for each
-    // row whose message is gone. The engine must not be watching the folder meanwhile (IgnoreEvents).
-    void SendDifferences(const Share& share);
+    // row whose message is gone. The engine must not be watching the folder meanwhile (IgnoreEvents). True
+    // when nothing differed.
+    bool SendDifferences(const Share& share);
 
     // The same while the engine watches: what it may be about to send itself is left to it for `patience`
     // first. True when nothing differs.
     bool CheckDifferences(const Share& share, std::chrono::milliseconds patience);
+
+    // Whether there was what couldn't be sent: a later run tries it again.
+    bool HasFailed() const noexcept { return !failed_.empty(); }
 
     // Lets messages that differ from their rows, or have none, pass for sent as they are.
     void TakeForSent(const Share& share);

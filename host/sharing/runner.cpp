@@ -39,6 +39,7 @@ Runner::Runner(const RunOptions& options, const Mailbox& mailbox, const StopSign
       mailbox_(mailbox),
       signals_(signals),
       statistics_(statistics),
+      settledNote_(mailbox),
       mail_(options.mailbox),
       store_(mailbox.StorePath(), mail_.Store()),
       records_(mailbox.HostDatabasePath().string()),
@@ -137,6 +138,8 @@ void Runner::Say(const std::string& line)
 
 void Runner::Start()
 {
+    const bool wasSettled = settledNote_.Holds() && !group_.WasOpen();
+    const std::string look = store_.Look();
     Recover();
     transport_.folders.NotePaths(ListFolders(mail_));
     FollowTrees();
@@ -147,8 +150,9 @@ void Runner::Start()
     // All of them before the first is compared: an item may have been moved from the one to the other.
     for (const Share& share : shares)
         HoldBack(share);
+    bool isSettled = true;
     for (const Share& share : shares)
-        WatchShare(share);
+        isSettled = WatchShare(share, wasSettled) && isSettled;
     group_.End();
     outbox_.TakeNotes(transport_.folders);
     RetryUnsent();
@@ -157,6 +161,8 @@ void Runner::Start()
     addin_.Versions().Removed().Expire(FileTimeNow());
     statistics_.Touch();
     nextCheck_ = std::chrono::steady_clock::now() + kShortestRest;
+    if (isSettled && !outbox_.HasWork())
+        settled_ = checked_ = LookWith(look);
 }
 
 // After a power cut, before anything is compared.
@@ -180,14 +186,14 @@ void Runner::HoldBack(const Share& share)
 }
 
 // What happened in the folder while nobody watched is sent before the engine's own reports of it are let
-// through.
-void Runner::WatchShare(const Share& share)
+// through; isSettled: nothing did. True where there was nothing to be sent.
+bool Runner::WatchShare(const Share& share, bool isSettled)
 {
     reconciler_.SetGroup(transport_.peers.Current() ? nullptr : &group_);  // as FollowGroup
-    if (IsAwaited(share))
-        reconciler_.SendDifferences(share);
+    const bool isClean = isSettled || !IsAwaited(share) || reconciler_.SendDifferences(share);
     Check(engine_.FindFolder(share.folderId)->put_IgnoreEvents(VARIANT_FALSE), "watch the folder",
           share.name);
+    return isClean;
 }
 
 // Whether anybody waits for changes of the folder who isn't to be sent all of it anyway.
@@ -453,7 +459,12 @@ void Runner::CheckNowAndThen()
 // What the message store looks like, and when the engine reported anything last.
 std::string Runner::Look() const
 {
-    return store_.Look() + std::to_string(statistics_.lastActivity.load());
+    return LookWith(store_.Look());
+}
+
+std::string Runner::LookWith(const std::string& store) const
+{
+    return store + std::to_string(statistics_.lastActivity.load());
 }
 
 // Whether anything happened since the folders were found to be as they were sent.
@@ -473,6 +484,15 @@ bool Runner::CheckShares()
     return clean;
 }
 
+// The same, while nothing is being packed. What was found so before isn't compared again.
+bool Runner::IsSettled()
+{
+    const std::string look = Look();
+    if (look != settled_)
+        settled_ = CheckShares() ? look : std::string();
+    return !settled_.empty();
+}
+
 // An exchange that is gone just now is missed by the next step.
 bool Runner::MayTake()
 {
@@ -490,7 +510,7 @@ bool Runner::IsIdle()
         comparisons_.HasWork() || missing_.HasWork() || flags_.HasWork() || (part_ && part_->HasWork()) ||
         MayTake())
         return false;
-    return CheckShares() && FollowTrees() && !transport_.folders.HasDueNotes();
+    return IsSettled() && FollowTrees() && !transport_.folders.HasDueNotes();
 }
 
 void Runner::ShowProgress()
@@ -616,8 +636,10 @@ void Runner::Run()
         Step();
         if (observer_)
             observer_->HasTurned(StateText());
-        if (options_.untilIdle && IsIdle())
+        if (options_.untilIdle && IsIdle()) {
+            NoteSettled();
             return;
+        }
         Rest();
     }
     if (observer_)
@@ -626,6 +648,13 @@ void Runner::Run()
     // What is packed goes out before the end, if the exchange takes it; else the next run sends it.
     outbox_.TakeReady(true);
     UseExchange();
+    NoteSettled();
+}
+
+void Runner::NoteSettled() const
+{
+    settledNote_.Write(
+        [this] { return !settled_.empty() && settled_ == Look() && !reconciler_.HasFailed(); });
 }
 
 }  // namespace quorvane::host

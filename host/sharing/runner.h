@@ -25,6 +25,7 @@
 #include "host/sharing/run_observer.h"
 #include "host/sharing/run_part.h"
 #include "host/sharing/sender.h"
+#include "host/sharing/settled_note.h"
 #include "host/sharing/store_changes.h"
 
 namespace quorvane::host {
@@ -74,7 +75,7 @@ private:
     void NameFormerLayout();
     void Start();
     void HoldBack(const Share& share);
-    void WatchShare(const Share& share);
+    bool WatchShare(const Share& share, bool isSettled = false);
     void Recover();
     void FollowGroup();
     bool IsAwaited(const Share& share);
@@ -98,11 +99,14 @@ private:
     void WatchPlaces();
     bool IsAtWork();
     std::string Look() const;
+    std::string LookWith(const std::string& store) const;
+    void NoteSettled() const;
     bool HasChanged() const;
     std::chrono::milliseconds UntilNextLook() const;
     void Rest();
     void CheckNowAndThen();
     bool CheckShares();
+    bool IsSettled();
     void ShowProgress();
     std::string DoneText() const;
     std::string StateText() const;
@@ -113,6 +117,7 @@ private:
     const Mailbox& mailbox_;
     const StopSignals& signals_;
     Statistics& statistics_;
+    const SettledNote settledNote_;  // looks before the others write
     ChangeWatch watch_;
     bool isWatching_ = false;  // the mailbox and the exchange
     ChangeWatch arrivals_;     // where others lay packages, while it is at work too
@@ -146,6 +151,8 @@ private:
     bool exchangeLost_ = false;
     std::chrono::steady_clock::time_point nextCheck_{};
     std::chrono::steady_clock::time_point busyUntil_{};
+    std::string
+        settled_;  // as `checked_`, at the last check that found all as it was sent, and nothing packed
     std::string checked_;  // what the message store looked like, and when anything was reported last, at the
                            // last check
     std::chrono::steady_clock::time_point nextTrees_{};
