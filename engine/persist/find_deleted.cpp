@@ -1,4 +1,4 @@
-#include <string>
+#include <string_view>
 
 #include "engine/persist/debug_timer.h"
 #include "engine/persist/hash_db.h"
@@ -73,7 +73,7 @@ HRESULT CHashDB::FindDeletedSmart(IMsgStore* Store, IMAPITable* Table, PackedTex
         HRESULT appended = S_OK;
         {
             const MutexLock lock(m_csLock);
-            m_pFile->ForEachKey([&](const std::string& key) {
+            m_pFile->ForEachKey([&](std::string_view key) {
                 if (SUCCEEDED(appended) && !seen.Has(key))
                     appended = Deleted.AppendPacked(key);
             });

@@ -139,8 +139,8 @@ HRESULT CHashDB::GetHash(BSTR Key, BSTR* Hash, LONG* Flags) noexcept
         const std::string key = PackHashText(ViewOf(Key));
         {
             const MutexLock lock(m_csLock);
-            if (const std::string* const found = m_pFile->Find(key))
-                value = UnpackHashText(*found);
+            if (const HashValue* const found = m_pFile->Find(key))
+                value = UnpackHashText(found->View());
         }
         OleStringView rest = OleStringView(value).substr(0, value.find(OLECHAR(0)));
         const OleStringView hash = NextToken(rest);

@@ -34,12 +34,12 @@ constexpr unsigned kPicks = 8;
 // No file reserves more memory than a fraction of its size, whatever it says.
 constexpr std::uint64_t kSmallestUsualRecord = 64;
 
-std::uint64_t RecordSize(const std::string& key, const std::string& value) noexcept
+std::uint64_t RecordSize(std::string_view key, std::string_view value) noexcept
 {
     return 2 * kHashLengthSize + HashStringBytes(key) + HashStringBytes(value);
 }
 
-std::string CharactersOf(const std::string& key)
+std::string CharactersOf(std::string_view key)
 {
     std::string bytes;
     AppendHashCharacters(bytes, key);
@@ -50,7 +50,7 @@ std::string CharactersOf(const std::string& key)
 
 // The map
 
-const std::string* HashFile::Find(const std::string& key) const
+const HashValue* HashFile::Find(std::string_view key) const
 {
     const auto found = map_.records.find(key);
     return found == map_.records.end() ? nullptr : &found->second.value;
@@ -58,11 +58,11 @@ const std::string* HashFile::Find(const std::string& key) const
 
 void HashFile::Set(const std::string& key, const std::string& value)
 {
-    std::string copy = value;
+    HashValue copy(value);
     const auto found = map_.records.find(key);
     if (found == map_.records.end()) {
         Enter(key).second.value = std::move(copy);
-    } else if (found->second.value != value) {
+    } else if (found->second.value.View() != value) {
         if (!saveAll_)
             changed_.insert(&*found);
         found->second.value = std::move(copy);
@@ -73,14 +73,15 @@ void HashFile::Set(const std::string& key, const std::string& value)
 // A new record. What the file still holds of its key stands for nothing as soon as it is saved.
 HashNode& HashFile::Enter(const std::string& key)
 {
-    HashNode& node = *map_.records.try_emplace(key).first;
+    const auto entered = map_.records.try_emplace(HashKey(key)).first;
+    HashNode& node = *entered;
     try {
         if (!saveAll_)
             changed_.insert(&node);
         map_.bySize.Add(node);
     } catch (...) {
         changed_.erase(&node);
-        map_.records.erase(key);
+        map_.records.erase(entered);
         throw;
     }
     if (const auto removed = removed_.find(key); removed != removed_.end()) {
@@ -200,11 +201,11 @@ HRESULT HashFile::ReadRecords(HashReader& reader, std::uint64_t fileSize, Conten
         const std::uint64_t size = reader.Offset() - contents.end;
         if (contents.end == 0)
             contents.records.reserve(static_cast<size_t>(fileSize / std::max(size, kSmallestUsualRecord)));
-        const auto [place, fresh] = contents.records.try_emplace(key);
+        const auto [place, fresh] = contents.records.try_emplace(HashKey(key));
         if (fresh)
             contents.bySize.Add(*place);
         contents.Place(*place, contents.end, static_cast<std::uint32_t>(size));
-        place->second.value = value;
+        place->second.value = HashValue(value);
         contents.end = reader.Offset();
     }
 }
@@ -279,8 +280,8 @@ HRESULT HashFile::SaveChanges()
 
 void HashFile::Encode(const HashNode& node, std::string& bytes)
 {
-    AppendHashString(bytes, node.first);
-    AppendHashString(bytes, node.second.value);
+    AppendHashString(bytes, node.first.View());
+    AppendHashString(bytes, node.second.value.View());
 }
 
 template <class Nodes>
@@ -339,7 +340,8 @@ HRESULT HashFile::OverwriteKey(const std::string& key, std::uint64_t offset)
         return S_OK;
     }
     other->second.AddOutdated(offset);
-    return redo_.Overwrite(file_, offset + kHashLengthSize, CharactersOf(key), CharactersOf(other->first));
+    return redo_.Overwrite(file_, offset + kHashLengthSize, CharactersOf(key),
+                           CharactersOf(other->first.View()));
 }
 
 // A record behind the offset whose key is as long: one that stands there, or a copy that is put there. Null
@@ -453,7 +455,7 @@ void HashFile::AdoptPlaces() noexcept
     for (auto& [key, record] : map_.records) {
         record.outdated.reset();
         record.offset = map_.end;
-        record.size = static_cast<std::uint32_t>(RecordSize(key, record.value));
+        record.size = static_cast<std::uint32_t>(RecordSize(key.View(), record.value.View()));
         map_.end += record.size;
     }
     map_.used = map_.end;

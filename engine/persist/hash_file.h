@@ -10,6 +10,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <unordered_set>
 
@@ -40,7 +41,7 @@ public:
     [[nodiscard]] HRESULT Save() noexcept;
 
     // The value of a key, null when there is none. Good until the next change.
-    const std::string* Find(const std::string& key) const;
+    const HashValue* Find(std::string_view key) const;
     // Throw std::bad_alloc; nothing has changed then.
     void Set(const std::string& key, const std::string& value);
     void Remove(const std::string& key);
@@ -50,7 +51,7 @@ public:
     void ForEachKey(Visitor visit) const
     {
         for (const auto& [key, record] : map_.records)
-            visit(key);
+            visit(key.View());
     }
 
 private:

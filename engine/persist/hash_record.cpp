@@ -6,14 +6,14 @@ namespace quorvane {
 
 void RecordsBySize::Add(HashNode& node)
 {
-    std::vector<HashNode*>& same = bySize_[HashStringBytes(node.first)];
+    std::vector<HashNode*>& same = bySize_[HashStringBytes(node.first.View())];
     same.push_back(&node);
     node.second.place = static_cast<std::uint32_t>(same.size() - 1);
 }
 
 void RecordsBySize::Remove(HashNode& node) noexcept
 {
-    const auto found = bySize_.find(HashStringBytes(node.first));
+    const auto found = bySize_.find(HashStringBytes(node.first.View()));
     if (found == bySize_.end())
         return;
     std::vector<HashNode*>& same = found->second;
@@ -24,7 +24,7 @@ void RecordsBySize::Remove(HashNode& node) noexcept
         bySize_.erase(found);
 }
 
-HashNode* RecordsBySize::PickAny(const std::string& key) noexcept
+HashNode* RecordsBySize::PickAny(std::string_view key) noexcept
 {
     const auto found = bySize_.find(HashStringBytes(key));
     if (found == bySize_.end() || found->second.empty())

@@ -112,7 +112,7 @@ void Pack(const Text& text, std::string& packed)
 
 // Calls `put` with each character of a packed text that isn't null.
 template <class Put>
-void ForEachCharacter(const std::string& packed, Put put)
+void ForEachCharacter(std::string_view packed, Put put)
 {
     const char form = packed[0];
     for (size_t i = 1; i < packed.size(); i += form == kWide ? 2 : 1) {
@@ -141,7 +141,7 @@ void PackHashBytes(const char* bytes, size_t characters, std::string& packed)
     Pack(FileText(bytes, characters), packed);
 }
 
-OleString UnpackHashText(const std::string& packed)
+OleString UnpackHashText(std::string_view packed)
 {
     OleString text;
     if (packed.empty())
@@ -151,7 +151,7 @@ OleString UnpackHashText(const std::string& packed)
     return text;
 }
 
-std::uint64_t HashStringBytes(const std::string& packed) noexcept
+std::uint64_t HashStringBytes(std::string_view packed) noexcept
 {
     if (packed.empty())
         return 0;
@@ -162,7 +162,7 @@ std::uint64_t HashStringBytes(const std::string& packed) noexcept
     return factor * rest + kHashTerminatorSize;
 }
 
-void AppendHashCharacters(std::string& bytes, const std::string& packed)
+void AppendHashCharacters(std::string& bytes, std::string_view packed)
 {
     if (packed.empty())
         return;
@@ -175,7 +175,7 @@ void AppendHashCharacters(std::string& bytes, const std::string& packed)
     });
 }
 
-void AppendHashString(std::string& bytes, const std::string& packed)
+void AppendHashString(std::string& bytes, std::string_view packed)
 {
     AppendLittleEndian32(bytes, static_cast<std::uint32_t>(HashStringBytes(packed)));
     if (packed.empty())

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 #include "platform/com/com.h"
 
@@ -19,7 +20,7 @@ inline constexpr std::uint32_t kHashTerminatorSize = 2;
 
 // Throw std::bad_alloc.
 std::string PackHashText(OleStringView text);
-OleString UnpackHashText(const std::string& packed);
+OleString UnpackHashText(std::string_view packed);
 
 // Packs a text as the file has it, UTF-16 little-endian, without its terminator. Throws std::bad_alloc.
 void PackHashBytes(const char* bytes, size_t characters, std::string& packed);
@@ -28,12 +29,12 @@ void PackHashBytes(const char* bytes, size_t characters, std::string& packed);
 inline const std::string kNullHashText;
 
 // The value of a string's size field: the bytes of the text with its terminator, 0 for null.
-std::uint64_t HashStringBytes(const std::string& packed) noexcept;
+std::uint64_t HashStringBytes(std::string_view packed) noexcept;
 
 // Append the characters of a text as the file has them, and the whole string with its size and terminator.
 // Throw std::bad_alloc.
-void AppendHashCharacters(std::string& bytes, const std::string& packed);
-void AppendHashString(std::string& bytes, const std::string& packed);
+void AppendHashCharacters(std::string& bytes, std::string_view packed);
+void AppendHashString(std::string& bytes, std::string_view packed);
 
 void AppendLittleEndian32(std::string& bytes, std::uint32_t value);
 std::uint32_t ReadLittleEndian32(const char* bytes) noexcept;

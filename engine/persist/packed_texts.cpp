@@ -40,7 +40,7 @@ HRESULT PackedTexts::Read(ULONG index, Bstr& text) const noexcept
 {
     try {
         const std::size_t start = StartOf(index);
-        text = Bstr(UnpackHashText(bytes_.substr(start, ends_[index] - start)));
+        text = Bstr(UnpackHashText(std::string_view(bytes_).substr(start, ends_[index] - start)));
         return S_OK;
     } catch (...) {
         return E_OUTOFMEMORY;

@@ -83,9 +83,9 @@ inline void Apply(HashFile& file, const HashChange& change)
 inline ToldMap ContentsOf(const HashFile& file)
 {
     ToldMap map;
-    file.ForEachKey([&](const std::string& key) {
+    file.ForEachKey([&](std::string_view key) {
         const OleString name = UnpackHashText(key);
-        const OleString value = UnpackHashText(*file.Find(key));
+        const OleString value = UnpackHashText(file.Find(key)->View());
         map[{name.begin(), name.end()}] = {value.begin(), value.end()};
     });
     return map;
