@@ -139,7 +139,7 @@ void Runner::Say(const std::string& line)
 void Runner::Start()
 {
     const bool wasSettled = settledNote_.Holds() && !group_.WasOpen();
-    const std::string look = store_.Look();
+    const std::int64_t version = store_.Version();
     Recover();
     transport_.folders.NotePaths(ListFolders(mail_));
     FollowTrees();
@@ -162,7 +162,7 @@ void Runner::Start()
     statistics_.Touch();
     nextCheck_ = std::chrono::steady_clock::now() + kShortestRest;
     if (isSettled && !outbox_.HasWork())
-        settled_ = checked_ = LookWith(look);
+        settled_ = checked_ = LookWith(version);
 }
 
 // After a power cut, before anything is compared.
@@ -457,18 +457,18 @@ void Runner::CheckNowAndThen()
 }
 
 // What the message store looks like, and when the engine reported anything last.
-std::string Runner::Look() const
+std::string Runner::Look()
 {
-    return LookWith(store_.Look());
+    return LookWith(store_.Version());
 }
 
-std::string Runner::LookWith(const std::string& store) const
+std::string Runner::LookWith(std::int64_t store) const
 {
-    return store + std::to_string(statistics_.lastActivity.load());
+    return std::to_string(store) + " " + std::to_string(statistics_.lastActivity.load());
 }
 
 // Whether anything happened since the folders were found to be as they were sent.
-bool Runner::HasChanged() const
+bool Runner::HasChanged()
 {
     return Look() != checked_;
 }
@@ -599,7 +599,7 @@ bool Runner::IsAtWork()
            (!exchangeLost_ && outbox_.HasWork());
 }
 
-std::chrono::milliseconds Runner::UntilNextLook() const
+std::chrono::milliseconds Runner::UntilNextLook()
 {
     std::chrono::milliseconds time = std::chrono::seconds(options_.lookEvery);
     if (exchangeLost_)
@@ -651,7 +651,7 @@ void Runner::Run()
     NoteSettled();
 }
 
-void Runner::NoteSettled() const
+void Runner::NoteSettled()
 {
     settledNote_.Write(
         [this] { return !settled_.empty() && settled_ == Look() && !reconciler_.HasFailed(); });

@@ -98,11 +98,11 @@ private:
     void WatchArrivals();
     void WatchPlaces();
     bool IsAtWork();
-    std::string Look() const;
-    std::string LookWith(const std::string& store) const;
-    void NoteSettled() const;
-    bool HasChanged() const;
-    std::chrono::milliseconds UntilNextLook() const;
+    std::string Look();
+    std::string LookWith(std::int64_t store) const;
+    void NoteSettled();
+    bool HasChanged();
+    std::chrono::milliseconds UntilNextLook();
     void Rest();
     void CheckNowAndThen();
     bool CheckShares();

@@ -30,6 +30,14 @@ std::string StoreChanges::Look() const
     return LookOf(path_) + LookOf(log);
 }
 
+std::int64_t StoreChanges::Version()
+{
+    if (!versions_)
+        versions_ = std::make_unique<Database>(path_.string(), Database::Mode::kReadOnly);
+    Statement select(*versions_, "PRAGMA data_version");
+    return select.Step() ? select.Number(0) : 0;
+}
+
 void StoreChanges::Follow(Clock::time_point now)
 {
     std::string look = Look();

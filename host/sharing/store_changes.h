@@ -4,9 +4,12 @@
 #define QUORVANE_HOST_SHARING_STORE_CHANGES_H_
 
 #include <chrono>
+#include <cstdint>
 #include <filesystem>
+#include <memory>
 #include <string>
 
+#include "host/base/sqlite.h"
 #include "quorvane3/com.h"
 #include "quorvane3/message_store.h"
 
@@ -22,6 +25,9 @@ public:
 
     // What the store's files look like from outside: whoever writes there changes that.
     std::string Look() const;
+    // Changes with each commit, whoever made it, and not before the commit can be seen: what was read after
+    // this was asked, and is the same still, is all that there is to be read. Throws a HostError.
+    std::int64_t Version();
 
     // So long after its files changed the store is had to look: a commit can be seen some time after its last
     // write to the file, as the disk may be waited for in between.
@@ -40,7 +46,8 @@ public:
 
 private:
     const std::filesystem::path path_;
-    ComPtr<IChangesOfOthers> changes_;  // null: the store finds them by itself
+    std::unique_ptr<Database> versions_;  // asked for nothing else
+    ComPtr<IChangesOfOthers> changes_;    // null: the store finds them by itself
     std::string look_;
     Clock::time_point moved_{};  // when they had changed; long ago at first
     Clock::time_point freshUntil_{};

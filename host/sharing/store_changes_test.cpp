@@ -57,6 +57,23 @@ TEST_F(StoreChangesTest, ItsLogCountsAsWell)
     EXPECT_NE(changes.Look(), before);
 }
 
+// Its files change before: who looks then finds nothing new, and must find it later.
+TEST_F(StoreChangesTest, ACommitChangesTheVersionWhenItCanBeSeen)
+{
+    Database writer(path.string(), Database::Mode::kCreate);
+    writer.Execute("CREATE TABLE message (id)");
+    const std::int64_t before = changes.Version();
+    {
+        Transaction transaction(writer);
+        writer.Execute("CREATE TABLE other (id)");
+        EXPECT_EQ(changes.Version(), before);
+        transaction.Commit();
+    }
+    const std::int64_t after = changes.Version();
+    EXPECT_NE(after, before);
+    EXPECT_EQ(changes.Version(), after);
+}
+
 TEST_F(StoreChangesTest, WhatGoesOnIsFreshForAMoment)
 {
     EXPECT_FALSE(changes.IsFresh(begin));
