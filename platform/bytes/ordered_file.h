@@ -122,6 +122,7 @@ public:
 private:
     static constexpr std::size_t kBuckets = 4096;
     static constexpr std::size_t kMaxPending = 512;
+    static_assert(kMaxPending < kCachedPages, "a write waits for pages that aren't pending");
     static constexpr std::size_t kWrittenThrough = 2 * kPage;  // content from this size on isn't cached
     static constexpr std::size_t kPagesAtOnce = 32;
     static constexpr std::size_t kPagesAhead = 8;
