@@ -1,5 +1,6 @@
 #include "host/sharing/settled_note.h"
 
+#include <chrono>
 #include <memory>
 #include <system_error>
 
@@ -14,6 +15,9 @@ namespace quorvane::host {
 namespace {
 
 constexpr std::uintmax_t kLongestNote = 4096;
+// Some disks tell times in steps of two seconds: a change that comes sooner behind another may leave no
+// trace.
+constexpr auto kCoarsestTime = std::chrono::seconds(2);
 // How long somebody who reads or writes just now is waited for.
 constexpr int kPatienceInMilliseconds = 100;
 
@@ -40,13 +44,27 @@ SettledNote::SettledNote(const Mailbox& mailbox)
     : path_(mailbox.Directory() / "settled"),
       databases_{mailbox.StorePath(), mailbox.SharingDatabasePath(), mailbox.HostDatabasePath()}
 {
+    const std::string look = Look();
+    holds_ = !look.empty() && Says(look);
+}
+
+// Whether this is what was noted, and when the databases had been at rest for so long that no change can have
+// escaped it.
+bool SettledNote::Says(const std::string& look) const
+{
     try {
-        const std::string look = Look();
         std::error_code error;
-        holds_ =
-            !look.empty() && std::filesystem::exists(path_, error) && ReadWhole(path_, kLongestNote) == look;
+        const auto noted = std::filesystem::last_write_time(path_, error);
+        if (error)
+            return false;
+        for (const std::filesystem::path& database : databases_) {
+            const auto changed = std::filesystem::last_write_time(database, error);
+            if (error || noted - changed <= kCoarsestTime)
+                return false;
+        }
+        return ReadWhole(path_, kLongestNote) == look;
     } catch (const HostError&) {
-        holds_ = false;  // a note that can't be read says nothing
+        return false;  // a note that can't be read says nothing
     }
 }
 
@@ -82,8 +100,7 @@ void SettledNote::Write(const std::function<bool()>& isSettled) const
         const std::string look = Look();
         if (look.empty() || VersionsOf(databases) != versions)
             return;
-        std::error_code error;
-        if (!std::filesystem::exists(path_, error) || ReadWhole(path_, kLongestNote) != look)
+        if (!Says(look))
             WriteDurably(path_, look);
     } catch (const HostError&) {
         return;  // the next run compares then

@@ -2,7 +2,9 @@
 // needn't compare each of its messages with what is known of it.
 //
 // The note tells what the mailbox's databases looked like then. Whoever writes to one of them, by whatever
-// way, changes that, and the note holds no more.
+// way, changes that, and the note holds no more. One that was made within two seconds of a database's last
+// change is taken for none, as a change more might not show: the next run that finds nothing to do makes it
+// anew.
 #ifndef QUORVANE_HOST_SHARING_SETTLED_NOTE_H_
 #define QUORVANE_HOST_SHARING_SETTLED_NOTE_H_
 
@@ -30,6 +32,7 @@ public:
 private:
     // Empty while something that was committed stands beside a database.
     std::string Look() const;
+    bool Says(const std::string& look) const;
 
     std::filesystem::path path_;
     std::vector<std::filesystem::path> databases_;
