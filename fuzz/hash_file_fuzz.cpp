@@ -55,7 +55,7 @@ std::string WithChecksum(std::string redo)
 Map ContentOf(const HashFile& file)
 {
     Map content;
-    file.ForEachKey([&](const std::string& key) { content[key] = *file.Find(key); });
+    file.ForEachKey([&](std::string_view key) { content[std::string(key)] = file.Find(key)->View(); });
     return content;
 }
 
